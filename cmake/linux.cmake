@@ -1,0 +1,33 @@
+# The Linux world: the emulated workstation, qbc on it, the workstation tool and the tests.
+find_package(PkgConfig REQUIRED)
+pkg_check_modules(NTFS3G REQUIRED IMPORTED_TARGET libntfs-3g)
+find_package(GTest REQUIRED)
+find_package(Threads REQUIRED)
+
+file(GLOB emulated_sources CONFIGURE_DEPENDS src/win32/emulated/*.cpp src/win32/emulated/*/*.cpp)
+add_library(emulated STATIC ${emulated_sources})
+target_link_libraries(emulated PUBLIC quillbay_options PRIVATE PkgConfig::NTFS3G Threads::Threads)
+
+add_executable(qbc src/entry/qbc_linux.cpp)
+target_link_libraries(qbc PRIVATE program program_resources emulated)
+
+file(GLOB workstation_sources CONFIGURE_DEPENDS tools/workstation/*.cpp)
+add_executable(workstation ${workstation_sources})
+target_include_directories(workstation PRIVATE tools)
+target_link_libraries(workstation PRIVATE emulated)
+set_target_properties(qbc workstation PROPERTIES RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR})
+
+enable_testing()
+foreach(suite contract emulated program)
+  file(GLOB suite_sources CONFIGURE_DEPENDS tests/${suite}/*.cpp tests/support/*.cpp)
+  add_executable(${suite}_tests ${suite_sources})
+  target_include_directories(${suite}_tests PRIVATE tests)
+  target_link_libraries(${suite}_tests PRIVATE emulated GTest::gtest GTest::gtest_main)
+  add_test(NAME ${suite} COMMAND ${suite}_tests)
+endforeach()
+target_link_libraries(program_tests PRIVATE program program_resources)
+
+# For bench/run, by hand.
+add_executable(make_tree bench/make_tree.cpp)
+target_link_libraries(make_tree PRIVATE emulated)
+set_target_properties(make_tree PROPERTIES RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR})

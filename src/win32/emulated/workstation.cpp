@@ -1,0 +1,162 @@
+#include "win32/emulated/workstation.h"
+
+#include <algorithm>
+#include <fstream>
+#include <system_error>
+
+#include "win32/emulated/text.h"
+
+namespace emulated {
+
+namespace {
+
+namespace fs = std::filesystem;
+
+std::shared_ptr<Token> TokenFor(const WorkstationState& state, const Sid& defaultUser) {
+  Sid user = state.user.empty() ? defaultUser : SidFromText(Utf16(state.user));
+  if (user.empty()) user = defaultUser;
+  if (state.account == "filtered") return MakeFilteredAdministratorToken(user);
+  if (state.account == "user") return MakeUserToken(user);
+  return MakeAdministratorToken(user);
+}
+
+}  // namespace
+
+std::vector<std::string> Workstation::Images(const fs::path& folder) {
+  std::vector<std::string> names;
+  std::error_code failed;
+  for (const auto& entry : fs::directory_iterator(folder, failed))
+    if (entry.path().extension() == ".ntfs") names.push_back(entry.path().filename().string());
+  std::sort(names.begin(), names.end(), [](const std::string& a, const std::string& b) {
+    return std::pair(a != "C.ntfs", a) < std::pair(b != "C.ntfs", b);
+  });
+  return names;
+}
+
+bool Workstation::ReadState(const fs::path& folder, WorkstationState& state, std::string& error) {
+  state = {};
+  std::error_code failed;
+  if (!fs::exists(folder / "state", failed)) return true;
+  std::ifstream file(folder / "state");
+  std::string key, value;
+  while (file >> key && std::getline(file >> std::ws, value)) {
+    if (key == "frozen") {
+      state.frozen.insert(value);
+    } else if (key == "user" && !SidFromText(Utf16(value)).empty()) {
+      state.user = value;
+    } else if (key == "account" && (value == "administrator" || value == "filtered" || value == "user")) {
+      state.account = value;
+    } else {
+      error = (folder / "state").string() + ": \"" + key + ' ' + value + "\" is not understood";
+      return false;
+    }
+  }
+  return true;
+}
+
+bool Workstation::WriteState(const fs::path& folder, const WorkstationState& state, std::string& error) {
+  const fs::path next = folder / "state.new";
+  {
+    std::ofstream file(next, std::ios::trunc);
+    for (const std::string& image : state.frozen) file << "frozen " << image << '\n';
+    if (!state.user.empty()) file << "user " << state.user << '\n';
+    file << "account " << state.account << '\n';
+    if (!file.flush()) {
+      error = next.string() + ": cannot be written";
+      return false;
+    }
+  }
+  std::error_code failed;
+  fs::rename(next, folder / "state", failed);
+  if (failed) error = (folder / "state").string() + ": " + failed.message();
+  return !failed;
+}
+
+std::unique_ptr<Workstation> Workstation::OpenUnbooted(const fs::path& folder, std::string& error) {
+  std::unique_ptr<Workstation> station(new Workstation);
+  std::error_code failed;
+  if (!fs::is_directory(folder, failed)) {
+    error = folder.string() + ": no such workstation folder";
+    return nullptr;
+  }
+  const std::vector<std::string> names = Images(folder);
+  if (names.empty() || names.front() != "C.ntfs") {
+    error = (folder / "C.ntfs").string() + ": missing (the image of the system volume)";
+    return nullptr;
+  }
+  if (!ReadState(folder, station->state_, error)) return nullptr;
+  for (const std::string& image : station->state_.frozen) {
+    if (std::find(names.begin(), names.end(), image) == names.end()) {
+      error = (folder / image).string() + ": missing (the folder's state says that it is frozen)";
+      return nullptr;
+    }
+  }
+  station->images_ = ImageSet::Open(folder, error);
+  if (!station->images_) return nullptr;
+  station->machine_ = std::make_unique<Machine>();
+  Machine& machine = *station->machine_;
+  machine.process.token = TokenFor(station->state_, machine.process.token->user);
+  for (const std::string& name : names) {
+    const bool frozen = station->state_.frozen.contains(name);
+    BlockDevice* const device = station->images_->OpenImage(name, frozen, error);
+    if (!device) return nullptr;
+    MountedVolume* mounted = nullptr;
+    if (const win32::DWORD code = machine.Attach(*device, name, &mounted)) {
+      error = (folder / name).string() + (code == 1005 ? ": not an NTFS volume" : ": a damaged NTFS volume");
+      return nullptr;
+    }
+    mounted->frozen = frozen;
+  }
+  return station;
+}
+
+std::unique_ptr<Workstation> Workstation::Open(const fs::path& folder, std::string& error) {
+  std::unique_ptr<Workstation> station = OpenUnbooted(folder, error);
+  if (!station) return nullptr;
+  if (!station->machine_->Boot(error)) {
+    error = folder.string() + ": " + error;
+    return nullptr;
+  }
+  return station;
+}
+
+bool Workstation::Save(std::string& error) {
+  machine_->objects.CloseAll(machine_->process.id);
+  return machine_->Flush(error) && images_->Commit(error);
+}
+
+bool Workstation::Freeze(const fs::path& folder, const std::string& image, std::string& error) {
+  WorkstationState state;
+  std::error_code failed;
+  if (!fs::exists(folder / image, failed)) {
+    error = (folder / image).string() + ": missing";
+    return false;
+  }
+  if (!ReadState(folder, state, error)) return false;
+  state.frozen.insert(image);
+  return WriteState(folder, state, error);
+}
+
+bool Workstation::Thaw(const fs::path& folder, const std::string& image, std::string& error) {
+  WorkstationState state;
+  if (!ReadState(folder, state, error)) return false;
+  const auto images = ImageSet::Open(folder, error);
+  if (!images || !images->DropFrozen(image, error)) return false;
+  state.frozen.erase(image);
+  return WriteState(folder, state, error);
+}
+
+bool Workstation::Restart(const fs::path& folder, std::string& error) {
+  WorkstationState state;
+  if (!ReadState(folder, state, error)) return false;
+  {
+    const auto images = ImageSet::Open(folder, error);
+    if (!images) return false;
+    for (const std::string& image : state.frozen)
+      if (!images->DropFrozen(image, error)) return false;
+  }
+  const auto station = Open(folder, error);
+  return station && station->Save(error);
+}
+
+}  // namespace emulated

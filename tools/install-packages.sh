@@ -1,0 +1,30 @@
+#!/usr/bin/env bash
+# Installs the Debian packages that are missing; says nothing when all are there. Needs root or sudo only then.
+set -eu
+
+packages=(
+  cmake ninja-build g++ pkg-config python3
+  ntfs-3g ntfs-3g-dev              # the workstation's volumes; mkntfs; independent readers
+  libgtest-dev googletest          # tests; the sources for the Windows build of the contract tests
+  wimtools sleuthkit psmisc libfsntfs-utils libhivex-bin libregf-utils python3-libregf  # independent readers and writers
+  g++-mingw-w64-x86-64 wine wine64 # QBC.exe and its trial
+)
+
+missing=()
+for package in "${packages[@]}"; do
+  dpkg-query -W -f='${Status}' "$package" 2>/dev/null | grep -q 'install ok installed' || missing+=("$package")
+done
+[ ${#missing[@]} -eq 0 ] && exit 0
+
+as_root=()
+if [ "$(id -u)" -ne 0 ]; then
+  command -v sudo >/dev/null || { echo "Run as root once, or install: ${missing[*]}" >&2; exit 1; }
+  as_root=(sudo)
+fi
+echo "Installing: ${missing[*]}"
+log=$(mktemp)
+trap 'rm -f "$log"' EXIT
+install() {
+  "${as_root[@]}" env DEBIAN_FRONTEND=noninteractive apt-get -o DPkg::Lock::Timeout=500 -qq "$@" >"$log" 2>&1
+}
+install update && install install -y --no-install-recommends "${missing[@]}" || { cat "$log" >&2; exit 1; }

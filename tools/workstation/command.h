@@ -1,0 +1,72 @@
+// What the commands of the workstation tool share.
+#pragma once
+
+#include <cstdint>
+#include <filesystem>
+#include <functional>
+#include <memory>
+#include <stdexcept>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "win32/emulated/workstation.h"
+
+namespace workstation {
+
+// A command's failure: one clear line for stderr; the folder stays as it was.
+struct Failure : std::runtime_error {
+  using std::runtime_error::runtime_error;
+};
+
+// "PATH: the text of the error (n)".
+[[noreturn]] void FailWith(std::string_view what, std::uint32_t error);
+
+using Arguments = std::vector<std::string>;
+
+struct Command {
+  std::string_view name;
+  std::string_view synopsis;  // behind the name
+  std::string_view purpose;
+  std::size_t least, most;    // arguments behind DIR
+  void (*run)(const std::filesystem::path& folder, const Arguments& arguments);
+};
+
+const std::vector<Command>& Commands();
+
+// Runs `work` on the booted machine; with `save` what it changed is put down when it returns.
+void OnMachine(const std::filesystem::path& folder, bool save, const std::function<void(emulated::Machine&)>& work);
+
+// "64M", "2G", "512K" or bytes.
+std::uint64_t ParseSize(const std::string& text);
+// "C", "C:" or "C:\\" -> 'C'.
+char ParseLetter(const std::string& text);
+
+// The commands, by file.
+void Create(const std::filesystem::path&, const Arguments&);
+void Info(const std::filesystem::path&, const Arguments&);
+void Import(const std::filesystem::path&, const Arguments&);
+void Adopt(const std::filesystem::path&, const Arguments&);
+void Freeze(const std::filesystem::path&, const Arguments&);
+void Thaw(const std::filesystem::path&, const Arguments&);
+void Restart(const std::filesystem::path&, const Arguments&);
+void Logon(const std::filesystem::path&, const Arguments&);
+void ProtectionStatus(const std::filesystem::path&, const Arguments&);
+
+void List(const std::filesystem::path&, const Arguments&);
+void Cat(const std::filesystem::path&, const Arguments&);
+void Put(const std::filesystem::path&, const Arguments&);
+void Get(const std::filesystem::path&, const Arguments&);
+void MakeDirectory(const std::filesystem::path&, const Arguments&);
+void Remove(const std::filesystem::path&, const Arguments&);
+void Link(const std::filesystem::path&, const Arguments&);
+void Attributes(const std::filesystem::path&, const Arguments&);
+void SetDescriptor(const std::filesystem::path&, const Arguments&);
+void SetTimes(const std::filesystem::path&, const Arguments&);
+void Stat(const std::filesystem::path&, const Arguments&);
+
+void Registry(const std::filesystem::path&, const Arguments&);
+void Service(const std::filesystem::path&, const Arguments&);
+void Share(const std::filesystem::path&, const Arguments&);
+
+}  // namespace workstation

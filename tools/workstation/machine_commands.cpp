@@ -1,0 +1,241 @@
+// create, info, import, adopt, freeze, thaw, restart, logon.
+
+#include <algorithm>
+#include <cstdio>
+#include <fstream>
+#include <random>
+#include <system_error>
+#include <utility>
+
+#include <fcntl.h>
+#include <spawn.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include "win32/emulated/registry/registry.h"
+#include "win32/emulated/setup/windows_installation.h"
+#include "win32/emulated/text.h"
+#include "workstation/command.h"
+#include "workstation/product.h"
+
+namespace workstation {
+
+namespace fs = std::filesystem;
+using emulated::Utf16;
+using emulated::Utf8;
+
+namespace {
+
+void RunTool(std::vector<std::string> words) {
+  std::vector<char*> argv;
+  for (std::string& word : words) argv.push_back(word.data());
+  argv.push_back(nullptr);
+  posix_spawn_file_actions_t actions;
+  posix_spawn_file_actions_init(&actions);
+  posix_spawn_file_actions_addopen(&actions, STDOUT_FILENO, "/dev/null", O_WRONLY, 0);
+  posix_spawn_file_actions_addopen(&actions, STDERR_FILENO, "/dev/null", O_WRONLY, 0);
+  pid_t child = 0;
+  int status = 0;
+  const bool ran = posix_spawnp(&child, argv[0], &actions, nullptr, argv.data(), environ) == 0 && waitpid(child, &status, 0) == child;
+  posix_spawn_file_actions_destroy(&actions);
+  if (!ran || status != 0)
+    throw Failure(words[0] + " failed; is the package ntfs-3g installed, and /usr/sbin on the PATH?");
+}
+
+// Every image gets a serial number of its own (mkntfs without -T): MountedDevices tells volumes apart by it.
+void FormatImage(const fs::path& image, std::uint64_t size, const std::string& label) {
+  { std::ofstream make(image, std::ios::binary | std::ios::trunc); }
+  std::error_code failed;
+  fs::resize_file(image, size / 4096 * 4096, failed);
+  if (failed) throw Failure(image.string() + ": " + failed.message());
+  RunTool({"mkntfs", "-F", "-Q", "-q", "-L", label, "-p", "0", "-H", "0", "-S", "0", "-s", "512", "-c", "4096", image.string()});
+}
+
+std::string NewGuidImage() {
+  std::random_device random;
+  char name[48];
+  std::snprintf(name, sizeof name, "{%08x-%04x-4%03x-8%03x-%04x%08x}.ntfs", random(), random() & 0xFFFF, random() & 0xFFF,
+                random() & 0xFFF, random() & 0xFFFF, random());
+  return name;
+}
+
+struct Plan {
+  std::vector<std::pair<char, std::uint64_t>> drives;
+  std::vector<std::uint64_t> volumes;
+  emulated::InstallationFacts facts;
+};
+
+void ParseWindows(const std::string& text, emulated::InstallationFacts& facts) {
+  struct Release {
+    const char* text;
+    win32::DWORD major, minor, build;
+  };
+  static constexpr Release releases[] = {{"6.0", 6, 0, 6002}, {"6.1", 6, 1, 7601}, {"6.2", 6, 2, 9200}, {"6.3", 6, 3, 9600}, {"10.0", 10, 0, 19045}};
+  for (const Release& release : releases) {
+    if (text != release.text) continue;
+    facts.majorVersion = release.major;
+    facts.minorVersion = release.minor;
+    facts.buildNumber = release.build;
+    return;
+  }
+  throw Failure("\"" + text + "\" is not a Windows version: 6.0, 6.1, 6.2, 6.3 or 10.0");
+}
+
+Plan ParsePlan(const Arguments& arguments) {
+  Plan plan;
+  plan.facts.profiles = emulated::DefaultProfiles();
+  bool ownProfiles = false;
+  for (std::size_t i = 0; i < arguments.size(); i += 2) {
+    const std::string& option = arguments[i];
+    if (i + 1 == arguments.size()) throw Failure(option + " needs a value");
+    const std::string& value = arguments[i + 1];
+    if (option == "--drive") {
+      if (value.size() < 3 || value[1] != ':') throw Failure("\"" + value + "\" is not a drive such as D:64M");
+      plan.drives.emplace_back(ParseLetter(value.substr(0, 2)), ParseSize(value.substr(2)));
+    } else if (option == "--volume") {
+      plan.volumes.push_back(ParseSize(value));
+    } else if (option == "--profile") {
+      if (!std::exchange(ownProfiles, true)) plan.facts.profiles.resize(1);  // the administrator's stays
+      const std::string rid = std::to_string(1000 + plan.facts.profiles.size());
+      plan.facts.profiles.push_back({Utf16(value), u"S-1-5-21-1004336348-1177238915-682003330-" + Utf16(rid)});
+    } else if (option == "--windows") {
+      ParseWindows(value, plan.facts);
+    } else {
+      throw Failure("\"" + option + "\" is not an option of create");
+    }
+  }
+  const auto drive = [&](char letter) { return std::find_if(plan.drives.begin(), plan.drives.end(), [&](auto& d) { return d.first == letter; }); };
+  if (drive('C') == plan.drives.end()) plan.drives.insert(plan.drives.begin(), {'C', std::uint64_t{128} << 20});
+  if (plan.drives.size() == 1 && plan.volumes.empty()) plan.drives.emplace_back('D', std::uint64_t{128} << 20);
+  return plan;
+}
+
+// Windows on the images of the folder where it is missing; data volumes get their roots.
+void Install(const fs::path& folder, const emulated::InstallationFacts& facts, const std::set<std::string>& freshImages) {
+  std::string error;
+  {
+    const auto station = emulated::Workstation::OpenUnbooted(folder, error);
+    if (!station) throw Failure(error);
+    emulated::Machine& machine = station->machine();
+    for (const auto& mounted : machine.volumes)
+      if (freshImages.contains(mounted->image) && mounted->image != "C.ntfs")
+        if (const win32::DWORD code = emulated::PrepareDataVolume(*mounted->volume, machine.Now())) FailWith(mounted->image, code);
+    if (const win32::DWORD code = emulated::InstallWindows(machine, facts)) FailWith("C.ntfs", code);
+    if (!station->Save(error)) throw Failure(error);
+  }
+  OnMachine(folder, true, InstallProduct);
+}
+
+void AddImage(const fs::path& folder, const Arguments& arguments, bool move) {
+  const fs::path image = arguments[0];
+  const std::string name = arguments[1] == "volume" ? NewGuidImage() : std::string(1, ParseLetter(arguments[1])) + ".ntfs";
+  std::error_code failed;
+  if (!fs::is_regular_file(image, failed)) throw Failure(image.string() + ": no such image");
+  if (fs::exists(folder / name, failed)) throw Failure((folder / name).string() + ": there is such a drive already");
+  fs::create_directories(folder, failed);
+  const bool needsWindows = name == "C.ntfs";
+  if (!needsWindows && !fs::exists(folder / "C.ntfs", failed)) throw Failure(folder.string() + ": a workstation without C: takes no other drives");
+  fs::copy_file(image, folder / name, failed);
+  if (failed) throw Failure((folder / name).string() + ": " + failed.message());
+  try {
+    if (needsWindows) {
+      emulated::InstallationFacts facts;
+      facts.profiles = emulated::DefaultProfiles();
+      Install(folder, facts, {});
+    } else {
+      OnMachine(folder, true, [](emulated::Machine&) {});  // it mounts, and MountedDevices knows it now
+    }
+  } catch (...) {
+    fs::remove(folder / name, failed);
+    throw;
+  }
+  if (move) fs::remove(image, failed);
+}
+
+}  // namespace
+
+void Create(const fs::path& folder, const Arguments& arguments) {
+  const Plan plan = ParsePlan(arguments);
+  std::error_code failed;
+  if (fs::exists(folder, failed) && !fs::is_empty(folder, failed)) throw Failure(folder.string() + ": is not empty");
+  fs::create_directories(folder, failed);
+  if (failed) throw Failure(folder.string() + ": " + failed.message());
+  std::set<std::string> images;
+  for (const auto& [letter, size] : plan.drives) {
+    const std::string name = std::string(1, letter) + ".ntfs";
+    if (!images.insert(name).second) throw Failure(name + ": the drive is named twice");
+    FormatImage(folder / name, size, letter == 'C' ? "System" : "Data");
+  }
+  for (const std::uint64_t size : plan.volumes) {
+    const std::string name = NewGuidImage();
+    images.insert(name);
+    FormatImage(folder / name, size, "Volume");
+  }
+  Install(folder, plan.facts, images);
+}
+
+void Info(const fs::path& folder, const Arguments&) {
+  OnMachine(folder, false, [&](emulated::Machine& machine) {
+    std::printf("Windows %u.%u.%u, OEM code page %u\n", machine.majorVersion, machine.minorVersion, machine.buildNumber, machine.oemCodePage);
+    for (const auto& mounted : machine.volumes)
+      std::printf("%s  %-48s %-24s %-12s %12llu bytes, %12llu free%s\n", mounted->letter ? Utf8({&mounted->letter, 1}).append(":").c_str() : "  ",
+                  Utf8(mounted->guidName).c_str(), Utf8(mounted->device).c_str(), Utf8(mounted->volume->Label()).c_str(),
+                  static_cast<unsigned long long>(mounted->volume->TotalBytes()),
+                  static_cast<unsigned long long>(mounted->volume->FreeBytes()), mounted->frozen ? ", frozen" : "");
+  });
+  emulated::WorkstationState state;
+  std::string error;
+  if (!emulated::Workstation::ReadState(folder, state, error)) throw Failure(error);
+  std::printf("Programs run for %s, account %s\n", state.user.empty() ? "the built-in administrator" : state.user.c_str(), state.account.c_str());
+}
+
+void Import(const fs::path& folder, const Arguments& arguments) { AddImage(folder, arguments, false); }
+void Adopt(const fs::path& folder, const Arguments& arguments) { AddImage(folder, arguments, true); }
+
+void Freeze(const fs::path& folder, const Arguments& arguments) {
+  const std::string image = std::string(1, arguments.empty() ? 'C' : ParseLetter(arguments[0])) + ".ntfs";
+  std::string error;
+  std::error_code failed;
+  if (!fs::exists(folder / image, failed)) throw Failure((folder / image).string() + ": no such drive");
+  // The status is written before the drive freezes: it must outlive the restarts.
+  OnMachine(folder, true, [](emulated::Machine& machine) { InstallRimehold(machine, u"Frozen"); });
+  if (!emulated::Workstation::Freeze(folder, image, error)) throw Failure(error);
+}
+
+void Thaw(const fs::path& folder, const Arguments& arguments) {
+  const std::string image = std::string(1, arguments.empty() ? 'C' : ParseLetter(arguments[0])) + ".ntfs";
+  std::string error;
+  if (!emulated::Workstation::Thaw(folder, image, error)) throw Failure(error);
+  emulated::WorkstationState state;
+  if (!emulated::Workstation::ReadState(folder, state, error)) throw Failure(error);
+  if (state.frozen.empty()) OnMachine(folder, true, [](emulated::Machine& machine) { InstallRimehold(machine, u"Thawed"); });
+}
+
+void ProtectionStatus(const fs::path& folder, const Arguments& arguments) {
+  OnMachine(folder, true, [&](emulated::Machine& machine) {
+    if (arguments[0] == "absent") {
+      RemoveRimehold(machine);
+    } else {
+      InstallRimehold(machine, Utf16(arguments[0]));
+    }
+  });
+}
+
+void Restart(const fs::path& folder, const Arguments&) {
+  std::string error;
+  if (!emulated::Workstation::Restart(folder, error)) throw Failure(error);
+}
+
+void Logon(const fs::path& folder, const Arguments& arguments) {
+  emulated::WorkstationState state;
+  std::string error;
+  if (!emulated::Workstation::ReadState(folder, state, error)) throw Failure(error);
+  if (arguments[0] != "administrator" && arguments[0] != "filtered" && arguments[0] != "user")
+    throw Failure("\"" + arguments[0] + "\" is not a kind of account: administrator, filtered or user");
+  state.account = arguments[0];
+  state.user = arguments.size() > 1 ? arguments[1] : "";
+  if (!state.user.empty() && emulated::SidFromText(Utf16(state.user)).empty()) throw Failure("\"" + state.user + "\" is not a SID");
+  if (!emulated::Workstation::WriteState(folder, state, error)) throw Failure(error);
+}
+
+}  // namespace workstation
