@@ -10,6 +10,7 @@
 #include <map>
 #include <memory>
 #include <mutex>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -118,6 +119,7 @@ class Machine {
   // Windows' version as GetVersionExW tells it, and other facts of the running system.
   win32::DWORD majorVersion = 10, minorVersion = 0, buildNumber = 19045;
   bool versionQueryFails = false;
+  std::set<std::string> missingProcedures;  // what GetProcAddress does not find, as on an older Windows
   win32::UINT oemCodePage = 437;  // from SYSTEM\...\Nls\CodePage when booted
   // Named objects (mutexes) by name: null object for one that another process holds.
   std::map<std::u16string, std::weak_ptr<Object>> namedObjects;

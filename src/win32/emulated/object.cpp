@@ -1,12 +1,11 @@
 #include "win32/emulated/object.h"
 
-#include <algorithm>
-
 namespace emulated {
 
 win32::HANDLE ObjectTable::Insert(std::shared_ptr<Object> object, win32::DWORD processId, win32::ACCESS_MASK granted) {
   const std::uintptr_t value = next_;
   next_ += 4;  // as on Windows the two low bits stay free
+  ++object->handles_;
   entries_.emplace(value, HandleEntry{std::move(object), processId, granted});
   return reinterpret_cast<win32::HANDLE>(value);
 }
@@ -26,8 +25,7 @@ bool ObjectTable::Close(win32::HANDLE handle, win32::DWORD processId) {
   if (found == entries_.end() || found->second.processId != processId) return false;
   const std::shared_ptr<Object> object = std::move(found->second.object);
   entries_.erase(found);
-  const bool last = std::none_of(entries_.begin(), entries_.end(), [&](const auto& entry) { return entry.second.object == object; });
-  if (last) object->Closed();
+  if (--object->handles_ == 0) object->Closed();
   return true;
 }
 

@@ -19,6 +19,10 @@ class Object {
   virtual const char16_t* TypeName() const = 0;
   // The last handle has been closed (an open file gives up its share modes and, when so marked, is deleted).
   virtual void Closed() {}
+
+ private:
+  friend class ObjectTable;
+  std::size_t handles_ = 0;  // how many name it
 };
 
 struct HandleEntry {

@@ -45,6 +45,10 @@ void MakeFolders(VolumeBuilder& build) {
     build.Directory(folder);
   build.Directory(u"\\Windows\\System32\\config", kConfiguration);
   build.File(u"\\Windows\\win.ini", AsBytes("; for 16-bit app support\r\n[fonts]\r\n[extensions]\r\n"));
+  // The programs of Windows' own services: the service manager starts nothing whose program is missing.
+  build.Directory(u"\\Program Files\\Windows Media Player");
+  for (const auto* const program : {u"\\Windows\\System32\\svchost.exe", u"\\Program Files\\Windows Media Player\\wmpnetwk.exe"})
+    build.File(program, AsBytes("A program of this machine. It runs only as a record of the service manager.\r\n"));
   build.Directory(u"\\Users", kUsers, FILE_ATTRIBUTE_READONLY);
   build.Junction(u"\\Documents and Settings", u"C:\\Users", u"O:SYG:SYD:PAI(D;;CC;;;WD)(A;;0x1200a9;;;WD)(A;;FA;;;SY)(A;;FA;;;BA)", FILE_ATTRIBUTE_HIDDEN | FILE_ATTRIBUTE_SYSTEM);
 }
@@ -56,7 +60,7 @@ void MakeProfile(VolumeBuilder& build, const ProfileFacts& profile, FileTime now
     build.Directory(home + u"\\" + folder, {}, folder == std::u16string_view(u"AppData") ? FILE_ATTRIBUTE_HIDDEN : 0);
   for (const auto* const folder : {u"Contacts", u"Desktop", u"Documents", u"Downloads", u"Favorites", u"Music", u"Pictures", u"Videos"})
     build.Directory(home + u"\\" + folder, {}, FILE_ATTRIBUTE_READONLY);
-  build.File(home + u"\\NTUSER.DAT", UserHive(u"C:" + home, now), {}, FILE_ATTRIBUTE_HIDDEN);
+  build.File(home + u"\\NTUSER.DAT", UserHive(u"C:" + home, now, profile.sid), {}, FILE_ATTRIBUTE_HIDDEN);
 }
 
 }  // namespace

@@ -1,0 +1,30 @@
+# The program's resources: strings.txt, version.txt and the manifest, written once in src/resources.
+find_package(Python3 REQUIRED COMPONENTS Interpreter)
+
+set(resource_folder ${CMAKE_SOURCE_DIR}/src/resources)
+set(resource_sources ${resource_folder}/strings.txt ${resource_folder}/version.txt ${resource_folder}/qbc.manifest)
+set(make_resources ${Python3_EXECUTABLE} -B ${CMAKE_SOURCE_DIR}/tools/make_resources.py)
+set(resource_inputs ${CMAKE_SOURCE_DIR}/tools/make_resources.py ${resource_sources})
+
+if(WIN32)
+  # An object for QBC.exe. The resource compiler is called by hand: the script is UTF-8.
+  set(program_resources ${CMAKE_BINARY_DIR}/resources.o)
+  add_custom_command(
+    OUTPUT ${program_resources}
+    BYPRODUCTS ${CMAKE_BINARY_DIR}/resources.rc ${CMAKE_BINARY_DIR}/resources.rc.manifest
+    COMMAND ${make_resources} rc ${resource_folder} ${CMAKE_BINARY_DIR}/resources.rc
+    COMMAND ${CMAKE_RC_COMPILER} -c 65001 -I ${CMAKE_BINARY_DIR} ${CMAKE_BINARY_DIR}/resources.rc
+            -O coff ${program_resources}
+    DEPENDS ${resource_inputs}
+    WORKING_DIRECTORY ${CMAKE_BINARY_DIR}
+    VERBATIM)
+else()
+  # The same bytes as data.
+  add_custom_command(
+    OUTPUT ${CMAKE_BINARY_DIR}/resources_data.cpp
+    COMMAND ${make_resources} cpp ${resource_folder} ${CMAKE_BINARY_DIR}/resources_data.cpp
+    DEPENDS ${resource_inputs}
+    VERBATIM)
+  add_library(program_resources STATIC ${CMAKE_BINARY_DIR}/resources_data.cpp)
+  target_link_libraries(program_resources PUBLIC quillbay_options)
+endif()

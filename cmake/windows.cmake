@@ -1,0 +1,43 @@
+# The Windows world: QBC.exe on the native backend, the contract tests and the small programs that try it under Wine.
+
+# Every program of ours is one file that needs only Windows' own DLLs and is laid out at random.
+target_compile_definitions(quillbay_options INTERFACE UNICODE _UNICODE _WIN32_WINNT=0x0A00)
+# GCC 12 sees an overlap in std::u16string's own copying where there is none (GCC bug 105651).
+target_compile_options(quillbay_options INTERFACE -Wno-restrict)
+target_link_options(quillbay_options INTERFACE
+  -static -municode -Wl,--dynamicbase -Wl,--high-entropy-va -Wl,--nxcompat)
+if(CMAKE_BUILD_TYPE STREQUAL Release)
+  target_link_options(quillbay_options INTERFACE -s)
+endif()
+
+file(GLOB native_sources CONFIGURE_DEPENDS src/win32/native/*.cpp)
+add_library(native STATIC ${native_sources})
+target_link_libraries(native
+  PUBLIC quillbay_options
+  PRIVATE advapi32 shell32 shlwapi netapi32 ole32 version)
+
+add_executable(QBC src/entry/QBC.cpp ${program_resources})
+set_source_files_properties(${program_resources} PROPERTIES EXTERNAL_OBJECT ON GENERATED ON)
+target_link_libraries(QBC PRIVATE program native)
+set_target_properties(QBC PROPERTIES RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR})
+
+# GoogleTest from the distribution's sources; its threads are not needed and its headers are not ours to warn about.
+set(gtest_disable_pthreads ON CACHE BOOL "" FORCE)
+set(INSTALL_GTEST OFF CACHE BOOL "" FORCE)
+set(BUILD_GMOCK OFF CACHE BOOL "" FORCE)
+add_subdirectory(/usr/src/googletest ${CMAKE_BINARY_DIR}/googletest EXCLUDE_FROM_ALL)
+get_target_property(gtest_includes gtest INTERFACE_INCLUDE_DIRECTORIES)
+
+file(GLOB contract_sources CONFIGURE_DEPENDS tests/contract/*.cpp)
+add_executable(contract_tests tests/wine/contract_main.cpp tests/wine/native_border.cpp ${contract_sources})
+target_include_directories(contract_tests SYSTEM PRIVATE ${gtest_includes})
+target_include_directories(contract_tests PRIVATE tests)
+target_link_libraries(contract_tests PRIVATE native gtest)
+set_target_properties(contract_tests PROPERTIES RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR})
+
+# What the scenarios under Wine need beside QBC.exe: tests/wine/run finds them in this folder.
+foreach(helper service restricted hold_mutex)
+  add_executable(${helper} tests/wine/${helper}.cpp)
+  target_link_libraries(${helper} PRIVATE quillbay_options)
+  set_target_properties(${helper} PROPERTIES RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/wine)
+endforeach()

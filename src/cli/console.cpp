@@ -1,0 +1,82 @@
+#include "cli/console.h"
+
+#include <cstring>
+
+#include "win32/system.h"
+#include "win32/file.h"
+
+namespace {
+
+constexpr unsigned kStringsInBlock = 16;
+constexpr unsigned kStringIdLimit = 0x100000;  // for an id plus a block's strings
+
+// The resource that holds the block of strings: neutral, or else in any language.
+win32::HRSRC FindStringBlock(win32::HMODULE module, unsigned id) {
+  const char16_t* const type = win32::MakeIntResource(win32::RT_STRING);
+  const char16_t* const block = win32::MakeIntResource(static_cast<win32::WORD>(id / kStringsInBlock + 1));
+  const win32::HRSRC neutral = win32::FindResourceExW(module, type, block, 0);
+  return neutral ? neutral : win32::FindResourceW(module, block, type);
+}
+
+// The string at a position of a block of counted UTF-16 strings; empty when the block ends before it does.
+std::u16string StringInBlock(std::string_view block, unsigned position) {
+  for (std::size_t at = 0; at + sizeof(char16_t) <= block.size(); --position) {
+    char16_t length = 0;
+    std::memcpy(&length, block.data() + at, sizeof length);
+    at += sizeof length;
+    const std::size_t bytes = std::size_t{length} * sizeof(char16_t);
+    if (bytes > block.size() - at) return {};
+    if (position == 0) {
+      std::u16string text(length, u'\0');
+      std::memcpy(text.data(), block.data() + at, bytes);
+      return text;
+    }
+    at += bytes;
+  }
+  return {};
+}
+
+std::string ToOem(std::u16string_view text) {
+  const int characters = static_cast<int>(text.size());
+  const int size = win32::WideCharToMultiByte(win32::CP_OEMCP, 0, text.data(), characters, nullptr, 0, nullptr, nullptr);
+  if (size <= 0) return {};
+  std::string bytes(static_cast<std::size_t>(size), '\0');
+  if (win32::WideCharToMultiByte(win32::CP_OEMCP, 0, text.data(), characters, bytes.data(), size, nullptr, nullptr) != size) return {};
+  return bytes;
+}
+
+// No OEM code page has a line feed as the second byte of a character.
+std::string WithCarriageReturns(const std::string& bytes) {
+  std::string text;
+  for (const char byte : bytes) {
+    if (byte == '\n') text += '\r';
+    text += byte;
+  }
+  return text;
+}
+
+}  // namespace
+
+std::u16string LoadResourceString(unsigned id) {
+  if (id >= kStringIdLimit - kStringsInBlock) {
+    win32::SetLastError(win32::ERROR_RESOURCE_NAME_NOT_FOUND);
+    return {};
+  }
+  const win32::HMODULE module = win32::GetModuleHandleW(nullptr);
+  const win32::HRSRC resource = FindStringBlock(module, id);
+  if (!resource) return {};
+  const win32::HGLOBAL loaded = win32::LoadResource(module, resource);
+  const void* const data = loaded ? win32::LockResource(loaded) : nullptr;
+  if (!data) return {};
+  return StringInBlock({static_cast<const char*>(data), win32::SizeofResource(module, resource)}, id % kStringsInBlock);
+}
+
+bool ConsolePrint(std::u16string_view text) {
+  if (text.empty()) return true;
+  const std::string bytes = ToOem(text);
+  if (bytes.empty()) return false;
+  const std::string out = WithCarriageReturns(bytes);
+  win32::DWORD written = 0;
+  win32::WriteFile(win32::GetStdHandle(win32::STD_OUTPUT_HANDLE), out.data(), static_cast<win32::DWORD>(out.size()), &written, nullptr);
+  return true;
+}

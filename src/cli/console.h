@@ -1,0 +1,23 @@
+// What the program says on the console: texts of the string table and a few fixed ones, in the console's OEM code page.
+#pragma once
+
+#include "log/format.h"
+
+// The text with this number; empty when there is none.
+std::u16string LoadResourceString(unsigned id);
+
+// Writes a text to the standard output. A line break leaves as carriage return and line feed, as the text streams of C
+// write it on Windows. Characters that the OEM code page lacks become its replacement characters.
+// False when the text could not be converted; an empty text prints nothing.
+bool ConsolePrint(std::u16string_view text);
+
+template <typename... Arguments>
+bool ConsoleFormat(FormatFor<Arguments...> format, const Arguments&... arguments) {
+  return ConsolePrint(FormatText<Arguments...>(format, arguments...));
+}
+
+// The text with this number and its arguments.
+template <typename... Arguments>
+bool ConsoleFormatString(unsigned id, const Arguments&... arguments) {
+  return ConsolePrint(FormatText<Arguments...>(TableText(LoadResourceString(id)), arguments...));
+}

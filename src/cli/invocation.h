@@ -1,0 +1,34 @@
+// One run's command, as the handlers of the commands get it.
+#pragma once
+
+#include "cli/parser.h"
+
+struct Invocation {
+  const CommandTable& table;
+  const CommandLine& line;
+  std::u16string typedCommand;  // argv[1]
+  std::u16string lowered;       // all words, joined by blanks, in lower case
+
+  bool CopyNtfsPermissions() const { return !line.Has(u"-NTFS"); }
+  bool CopyShares() const { return !line.Has(u"-Share"); }
+  bool Removes() const { return line.Has(u"d"); }
+};
+
+// The gate of every command that changes the system. True, and the console says so, when Rimehold would undo the change.
+bool RefusedWhileFrozen(const Invocation& invocation);
+
+// "This build does not have the command ..."; 1.
+int AnswerCommandNotBuilt(const Invocation& invocation);
+
+// The commands on user profiles (profile_commands.cpp), registry keys (registry_commands.cpp), folders and files
+// (redirect_commands.cpp). Each answers the exit code.
+int RunAutoRedirectUP(const Invocation& invocation);
+int RunRedirectUP(const Invocation& invocation);
+int RunRedirectUPDefault(const Invocation& invocation);
+int RunRedirectRegKeyLocation(const Invocation& invocation);
+int RunRedirectRegKey(const Invocation& invocation);
+int RunRedirectFolder(const Invocation& invocation);
+int RunRedirectFile(const Invocation& invocation);
+
+// Runs the invocation's command; the exit code.
+int Dispatch(const Invocation& invocation);

@@ -1,0 +1,128 @@
+#include "cli/parser.h"
+
+#include <algorithm>
+
+#include "cli/console.h"
+#include "redirect/path_text.h"
+
+namespace {
+
+constexpr unsigned kImproperNumber = 126;
+constexpr unsigned kInvalidSwitch = 127;
+constexpr unsigned kInvalidCommand = 128;
+constexpr unsigned kNoCommand = 129;
+constexpr unsigned kInvalidArguments = 173;
+constexpr std::size_t kLocationPrefix = 5;
+
+bool HasLocationPrefix(std::u16string_view word) { return StartsWithPath(word, u"/loc:") || StartsWithPath(word, u"/vol:"); }
+
+const CommandEntry* FindCommand(const CommandTable& table, std::u16string_view word) {
+  for (const CommandEntry& entry : table.entries)
+    for (const std::u16string& alias : entry.aliases)
+      if (EqualPaths(word, alias)) return &entry;
+  return nullptr;
+}
+
+void Split(int argc, const char16_t* const* argv, CommandLine& line) {
+  for (int i = 2; i < argc; ++i) {
+    const std::u16string_view word = argv[i];
+    if (!word.starts_with(u'/') || HasLocationPrefix(word))
+      line.arguments.emplace_back(word);
+    else
+      line.switches.emplace_back(word.substr(1));
+  }
+}
+
+std::size_t RequiredArguments(const CommandLine& line) {
+  // The switches name the profile in the user's stead.
+  const bool profileNamed = line.Has(u"DefaultProfile") || line.Has(u"PublicProfile");
+  if (profileNamed && line.entry->command == Command::RedirectUP) return 1;
+  if (profileNamed && line.entry->command == Command::RedirectUPDefault) return 0;
+  return line.entry->arguments;
+}
+
+bool NumberIsProper(const CommandLine& line) {
+  if (line.arguments.empty() && line.entry->mayRunBare) return true;
+  return line.arguments.size() == RequiredArguments(line) &&
+         line.arguments.size() + line.switches.size() <= line.entry->argumentsAndSwitches;
+}
+
+// Whether the location, and nothing else, has the prefix of one; the prefix is taken off.
+bool TakeLocation(CommandLine& line) {
+  const auto takePrefix = [](std::u16string& argument) {
+    if (!HasLocationPrefix(argument)) return false;
+    argument.erase(0, kLocationPrefix);
+    return true;
+  };
+  switch (line.entry->command) {
+    case Command::AutoRedirectUP:
+    case Command::RedirectRegKeyLocation:
+      return takePrefix(line.arguments.front());
+    case Command::RedirectUP:
+    case Command::RedirectFolder:
+    case Command::RedirectFile:
+      // A lone argument beside /DefaultProfile or /PublicProfile is the location.
+      if (line.arguments.size() > 1 && HasLocationPrefix(line.arguments.front())) return false;
+      return takePrefix(line.arguments.back());
+    case Command::RedirectUPDefault:
+    case Command::RedirectRegKey:
+      return !HasLocationPrefix(line.arguments.front());
+    default:
+      return true;
+  }
+}
+
+std::size_t Count(const CommandLine& line, std::u16string_view name) {
+  return static_cast<std::size_t>(
+      std::count_if(line.switches.begin(), line.switches.end(), [&](const std::u16string& given) { return EqualPaths(given, name); }));
+}
+
+bool SwitchesAreValid(const CommandLine& line) {
+  for (const std::u16string& given : line.switches) {
+    const bool allowed = std::any_of(line.entry->switches.begin(), line.entry->switches.end(), [&](const std::u16string& name) {
+      return EqualPaths(u"/" + given, name) || EqualPaths(given, name);
+    });
+    if (!allowed) return false;
+  }
+  return Count(line, u"NTFS") + Count(line, u"-NTFS") <= 1 && Count(line, u"Share") + Count(line, u"-Share") <= 1 &&
+         Count(line, u"c") <= 1 && Count(line, u"d") <= 1;
+}
+
+ParseResult Validate(CommandLine& line) {
+  ParseResult result = NumberIsProper(line) ? ParseResult::Good : ParseResult::ImproperNumber;
+  if (result == ParseResult::Good && !line.arguments.empty() && !TakeLocation(line)) result = ParseResult::InvalidArguments;
+  return SwitchesAreValid(line) ? result : ParseResult::InvalidSwitch;
+}
+
+std::u16string ErrorText(ParseResult result, const CommandEntry& entry, std::u16string_view typed) {
+  const unsigned id = result == ParseResult::InvalidArguments ? kInvalidArguments
+                      : result == ParseResult::InvalidSwitch  ? kInvalidSwitch
+                                                              : kImproperNumber;
+  return FormatText<std::u16string_view, std::u16string, std::u16string>(TableText(LoadResourceString(id)), typed, entry.aliases.front(),
+                                                                         entry.usage);
+}
+
+}  // namespace
+
+bool CommandLine::Has(std::u16string_view name) const {
+  return std::any_of(switches.begin(), switches.end(), [&](const std::u16string& given) { return EqualPaths(given, name); });
+}
+
+ParseResult ParseCommandLine(const CommandTable& table, int argc, const char16_t* const* argv, CommandLine& line, std::u16string& error) {
+  if (argc < 2) {
+    error = LoadResourceString(kNoCommand);
+    return ParseResult::NoCommand;
+  }
+  const std::u16string_view typed = argv[1];
+  // The first character is not looked at: "/ver", "-ver" and "xver" are the same.
+  line.word = typed.substr(std::min<std::size_t>(1, typed.size()));
+  line.entry = typed.size() >= 2 ? FindCommand(table, line.word) : nullptr;
+  if (!line.entry) {
+    error = FormatText<std::u16string_view>(TableText(LoadResourceString(kInvalidCommand)), typed);
+    return ParseResult::NoCommand;
+  }
+  Split(argc, argv, line);
+  const ParseResult result = Validate(line);
+  if (result != ParseResult::Good) error = ErrorText(result, *line.entry, typed);
+  return result;
+}

@@ -1,0 +1,116 @@
+// AutoRedirectUP, RedirectUP and RedirectUPDefault.
+
+#include <algorithm>
+
+#include "cli/console.h"
+#include "cli/invocation.h"
+#include "cli/media_sharing.h"
+#include "log/log.h"
+#include "redirect/path_text.h"
+#include "validate/path_rules.h"
+#include "win32/system.h"
+
+namespace {
+
+constexpr unsigned kDefaultUsage = 110;
+constexpr unsigned kRedirectUsage = 112;
+constexpr unsigned kAutoName = 113;
+constexpr unsigned kAutoUsage = 114;
+constexpr std::u16string_view kBothProfiles = u"RedirectDefaultAndPublicProfile";
+
+int RefuseParameters(unsigned usage) {
+  ConsoleFormat(u"\nInvalid parameters\n%s", LoadResourceString(usage));
+  return 1;
+}
+
+// A switch must stand on the command line as one, and its word nowhere else: "/RedirectUPDefault defaultprofile" and
+// "//DefaultProfile" are slips, not users' names.
+bool SwitchIsMistyped(const Invocation& invocation, std::u16string_view name) {
+  const std::u16string word = LowerAscii(name);
+  const bool asSwitch = invocation.lowered.find(u"/" + word) != std::u16string::npos;
+  const bool anywhere = invocation.lowered.find(word) != std::u16string::npos;
+  return invocation.line.Has(name) ? !asSwitch : anywhere;
+}
+
+bool ProfileSwitchIsMistyped(const Invocation& invocation) {
+  return invocation.table.vistaOrLater &&
+         (SwitchIsMistyped(invocation, u"DefaultProfile") || SwitchIsMistyped(invocation, u"PublicProfile"));
+}
+
+// Windows before Vista has neither profile.
+bool NamesDefaultOrPublic(const Invocation& invocation) {
+  return invocation.table.vistaOrLater && (invocation.line.Has(u"DefaultProfile") || invocation.line.Has(u"PublicProfile"));
+}
+
+std::u16string ProfileName(const Invocation& invocation) {
+  if (NamesDefaultOrPublic(invocation)) return invocation.line.Has(u"DefaultProfile") ? u"DefaultProfile" : u"PublicProfile";
+  return invocation.line.arguments.front();
+}
+
+// The operations on the Default and Public profiles, and the automatic ones, run while media sharing stands still.
+int RunOnProfile(const Invocation& invocation) {
+  if (!NamesDefaultOrPublic(invocation)) return AnswerCommandNotBuilt(invocation);
+  const MediaSharingPause pause;
+  return AnswerCommandNotBuilt(invocation);
+}
+
+// Neither arguments nor switches; /c, which means nothing, is none.
+bool IsBare(const Invocation& invocation) {
+  const std::vector<std::u16string>& switches = invocation.line.switches;
+  return invocation.line.arguments.empty() &&
+         std::all_of(switches.begin(), switches.end(), [](const std::u16string& given) { return EqualPaths(given, u"c"); });
+}
+
+bool AutoParametersAreInvalid(const Invocation& invocation) {
+  if (!invocation.table.vistaOrLater) return false;
+  if (invocation.Removes()) return invocation.lowered.find(LowerAscii(kBothProfiles)) != std::u16string::npos;
+  const bool noLocation = invocation.line.arguments.empty();
+  return noLocation || SwitchIsMistyped(invocation, kBothProfiles);
+}
+
+int RemoveAutoRedirection(const Invocation& invocation) {
+  const MediaSharingPause pause;
+  if (invocation.line.arguments.empty()) return AnswerCommandNotBuilt(invocation);
+  Log(u"Remove Auto redirect newly created user profiles is not successful.\nUsage:\n");
+  ConsolePrint(LoadResourceString(kAutoName) + u"\n   " + LoadResourceString(kAutoUsage));
+  return 1;
+}
+
+int SetAutoRedirection(const Invocation& invocation) {
+  win32::OutputDebugStringW(u"Before AutoRedirectNewUserProfile");
+  if (IsVolumePath(invocation.line.arguments.front().c_str())) {
+    ConsolePrint(u"AutoRedirectNewUserProfile cannot be done on volume.");
+    return 0;
+  }
+  int result = 0;
+  {
+    const MediaSharingPause pause;
+    result = AnswerCommandNotBuilt(invocation);
+  }
+  win32::OutputDebugStringW(u"After AutoRedirectNewUserProfile");
+  return result;
+}
+
+}  // namespace
+
+int RunAutoRedirectUP(const Invocation& invocation) {
+  if (IsBare(invocation)) return AnswerCommandNotBuilt(invocation);  // shows the location
+  if (AutoParametersAreInvalid(invocation)) return RefuseParameters(kAutoUsage);
+  if (RefusedWhileFrozen(invocation)) return 0;
+  return invocation.Removes() ? RemoveAutoRedirection(invocation) : SetAutoRedirection(invocation);
+}
+
+int RunRedirectUP(const Invocation& invocation) {
+  if (invocation.line.arguments.empty()) return AnswerCommandNotBuilt(invocation);  // lists the profiles
+  if (ProfileSwitchIsMistyped(invocation)) return RefuseParameters(kRedirectUsage);
+  if (RefusedWhileFrozen(invocation)) return 0;
+  win32::OutputDebugStringW((u"RedirectUserProfile() User: " + ProfileName(invocation) + u" & TargetDir: " +
+                             invocation.line.arguments.back()).c_str());
+  return RunOnProfile(invocation);
+}
+
+int RunRedirectUPDefault(const Invocation& invocation) {
+  if (ProfileSwitchIsMistyped(invocation)) return RefuseParameters(kDefaultUsage);
+  if (RefusedWhileFrozen(invocation)) return 0;
+  return RunOnProfile(invocation);
+}

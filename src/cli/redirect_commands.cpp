@@ -1,0 +1,44 @@
+// RedirectFolder and RedirectFile.
+
+#include <initializer_list>
+
+#include "cli/console.h"
+#include "cli/invocation.h"
+#include "redirect/folder.h"
+#include "redirect/records.h"
+
+namespace {
+
+constexpr unsigned kRemovalStandsAlone = 153;
+
+int List(int isFile) { return ListJunctions(isFile) ? 0 : 1; }
+
+bool RemovesAndHasAnyOf(const Invocation& invocation, std::initializer_list<std::u16string_view> switches) {
+  if (!invocation.Removes()) return false;
+  for (const std::u16string_view name : switches)
+    if (invocation.line.Has(name)) return true;
+  return false;
+}
+
+int RefuseCombination() {
+  ConsoleFormatString(kRemovalStandsAlone);
+  return 1;
+}
+
+}  // namespace
+
+int RunRedirectFolder(const Invocation& invocation) {
+  if (invocation.line.arguments.empty()) return List(0);
+  if (RefusedWhileFrozen(invocation)) return 0;
+  if (RemovesAndHasAnyOf(invocation, {u"NTFS", u"Share", u"-NTFS", u"-Share"})) return RefuseCombination();
+  const auto handler = invocation.Removes() ? RemoveFolderRedirection : RedirectFolder;
+  return handler(invocation.line.arguments.front().c_str(), invocation.line.arguments.back().c_str(), invocation.CopyNtfsPermissions(),
+                 invocation.CopyShares());
+}
+
+int RunRedirectFile(const Invocation& invocation) {
+  if (invocation.line.arguments.empty()) return List(1);
+  if (RefusedWhileFrozen(invocation)) return 0;
+  if (RemovesAndHasAnyOf(invocation, {u"NTFS", u"-NTFS"})) return RefuseCombination();
+  return AnswerCommandNotBuilt(invocation);
+}

@@ -1,0 +1,330 @@
+#include "fsops/backup_copy.h"
+
+#include <algorithm>
+#include <exception>
+#include <memory>
+
+#include "fsops/backup_stream.h"
+#include "log/format.h"
+#include "log/log.h"
+#include "redirect/junction.h"
+#include "redirect/path_text.h"
+#include "win32/win32.h"
+
+namespace {
+
+constexpr win32::DWORD kBufferSize = 0x100000;
+constexpr win32::DWORD kSmallestChunk = 20;  // a stream's header without a name
+
+std::unique_ptr<win32::BYTE[]> CopyBuffer() { return std::make_unique_for_overwrite<win32::BYTE[]>(kBufferSize); }
+
+win32::DWORD OpenFlags(bool isReparsePoint) {
+  return win32::FILE_FLAG_BACKUP_SEMANTICS | (isReparsePoint ? win32::FILE_FLAG_OPEN_REPARSE_POINT : 0);
+}
+
+ItemKind ItemKindOf(const std::u16string& source, int isDirectory) {
+  const win32::DWORD attributes = win32::GetFileAttributesW(source.c_str());
+  return {.isDirectory = isDirectory != 0,
+          .isReparsePoint = IsReparsePoint(source) != 0,
+          .isEncrypted = attributes != win32::INVALID_FILE_ATTRIBUTES &&
+                         (attributes & win32::FILE_ATTRIBUTE_ENCRYPTED) != 0};
+}
+
+// To the debugger only.
+void Trace(FormatFor<std::u16string> format, const std::u16string& path) {
+  constexpr std::size_t kTraceBuffer = 512;
+  win32::OutputDebugStringW(CutToBuffer(FormatText<std::u16string>(format, path), kTraceBuffer).c_str());
+}
+
+// Makes the directory, or takes the one that is there. A path too long for the plain form is written with "\\?\" from then on.
+bool MakeDirectory(std::u16string& path, win32::SECURITY_ATTRIBUTES* attributes) {
+  if (win32::CreateDirectoryW(path.c_str(), attributes) || win32::GetLastError() == win32::ERROR_ALREADY_EXISTS) return true;
+  if (HasExtendedPrefix(path)) return false;
+  path.insert(0, u"\\\\?\\");
+  return win32::CreateDirectoryW(path.c_str(), attributes) || win32::GetLastError() == win32::ERROR_ALREADY_EXISTS;
+}
+
+// Open to everyone for the moment; its real security comes with the streams.
+bool MakeOpenDirectory(std::u16string& path) {
+  win32::SECURITY_DESCRIPTOR descriptor{};
+  win32::SECURITY_ATTRIBUTES attributes{sizeof attributes, &descriptor, win32::FALSE};
+  const bool described = win32::InitializeSecurityDescriptor(&descriptor, win32::SECURITY_DESCRIPTOR_REVISION) &&
+                         win32::SetSecurityDescriptorDacl(&descriptor, win32::TRUE, nullptr, win32::FALSE);
+  return MakeDirectory(path, described ? &attributes : nullptr);
+}
+
+// Opens the item to copy to. A file that was there is emptied: what it held beyond the end of the new contents (all of it,
+// when those are empty and so have no data stream) would otherwise stay.
+AccessTimeKeepingFile OpenTarget(const std::u16string& path, win32::DWORD access, ItemKind kind) {
+  AccessTimeKeepingFile file{win32::CreateFileW(path.c_str(), access, win32::FILE_SHARE_READ | win32::FILE_SHARE_WRITE, nullptr,
+                                                win32::OPEN_ALWAYS, OpenFlags(kind.isReparsePoint), nullptr)};
+  const bool existed = file && win32::GetLastError() == win32::ERROR_ALREADY_EXISTS;
+  if (existed && !kind.isDirectory && !kind.isReparsePoint && !win32::SetEndOfFile(file.get())) file.reset();
+  return file;
+}
+
+// Copies in chunks until the first short read. Then nothing may be left: if BackupRead stopped at the end of a stream
+// instead of at the end of all, the copy is not complete and has failed.
+int CopyChunks(const AccessTimeKeepingFile& source, const AccessTimeKeepingFile& target, win32::DWORD chunk,
+               const std::u16string& sourcePath, const std::u16string& targetPath) {
+  const std::unique_ptr<win32::BYTE[]> buffer = CopyBuffer();
+  BackupReader reader(source);
+  BackupWriter writer(target);
+  win32::DWORD read = chunk;
+  while (read == chunk) {
+    if (!reader.Read(buffer.get(), chunk, read)) {
+      Trace(u"#ERROR: BackupCopy: BackupRead() failed for path = %ls", sourcePath);
+      return 0;
+    }
+    if (!writer.Write(buffer.get(), read)) {
+      Trace(u"#ERROR: BackupCopy: BackupWrite() failed for path = %ls", targetPath);
+      return 0;
+    }
+  }
+  win32::DWORD left = 0;
+  if (read != 0 && (!reader.Read(buffer.get(), chunk, left) || left != 0)) {
+    Trace(u"#ERROR: BackupCopy: BackupRead() failed for path = %ls", sourcePath);
+    return 0;
+  }
+  return 1;
+}
+
+// A junction that leads nowhere can refuse to be opened: then the target gets its attributes and is done.
+int CopyUnopened(const std::u16string& source, const std::u16string& target) {
+  const win32::DWORD error = win32::GetLastError();
+  const bool notFound = error == win32::ERROR_FILE_NOT_FOUND || error == win32::ERROR_PATH_NOT_FOUND;
+  if (notFound && IsJunction(source.c_str(), 0)) {
+    const win32::DWORD attributes = win32::GetFileAttributesW(source.c_str());
+    if (attributes != win32::INVALID_FILE_ATTRIBUTES) win32::SetFileAttributesW(target.c_str(), attributes);
+    return 1;
+  }
+  Trace(u"#ERROR: BackupCopy: CreateFile() failed for path = %ls", source);
+  return 0;
+}
+
+int CopyContents(const std::u16string& sourcePath, const std::u16string& targetPath, ItemKind kind) {
+  const AccessTimeKeepingFile source{win32::CreateFileW(
+      sourcePath.c_str(), win32::GENERIC_READ | win32::ACCESS_SYSTEM_SECURITY, win32::FILE_SHARE_READ, nullptr,
+      win32::OPEN_EXISTING, OpenFlags(kind.isReparsePoint), nullptr)};
+  if (!source) return CopyUnopened(sourcePath, targetPath);
+  const win32::DWORD all =
+      win32::GENERIC_ALL | win32::ACCESS_SYSTEM_SECURITY | win32::WRITE_DAC | win32::WRITE_OWNER;
+  const AccessTimeKeepingFile target = OpenTarget(targetPath, all, kind);
+  if (!target) {
+    Trace(u"#ERROR: BackupCopy: CreateFile() failed for path = %ls", targetPath);
+    return 0;
+  }
+  const win32::DWORD size = win32::GetFileSize(source.get(), nullptr);
+  if (size == win32::INVALID_FILE_SIZE) return 0;
+  return CopyChunks(source, target, std::clamp(size, kSmallestChunk, kBufferSize), sourcePath, targetPath);
+}
+
+}  // namespace
+
+int IsReparsePoint(const std::u16string& path) {
+  win32::WIN32_FIND_DATAW found{};
+  const win32::UniqueFind find{win32::FindFirstFileW(path.c_str(), &found)};
+  return find && (found.dwFileAttributes & win32::FILE_ATTRIBUTE_REPARSE_POINT) != 0 ? 1 : 0;
+}
+
+int CopyFileTimesAndAttributes(const std::u16string& source, const std::u16string& target, bool isReparsePoint) {
+  const win32::DWORD attributes = win32::GetFileAttributesW(source.c_str());
+  win32::FILETIME creation{}, lastAccess{}, lastWrite{};
+  {
+    const win32::UniqueFile file{win32::CreateFileW(source.c_str(), win32::GENERIC_READ, win32::FILE_SHARE_READ, nullptr,
+                                                    win32::OPEN_EXISTING, OpenFlags(isReparsePoint), nullptr)};
+    if (!file || !win32::GetFileTime(file.get(), &creation, &lastAccess, &lastWrite)) return 0;
+  }
+  if (attributes == win32::INVALID_FILE_ATTRIBUTES) return 0;
+
+  win32::SetFileAttributesW(target.c_str(), win32::FILE_ATTRIBUTE_NORMAL);  // a read-only item can then be opened
+  {
+    const win32::UniqueFile file{win32::CreateFileW(target.c_str(), win32::FILE_WRITE_ATTRIBUTES, win32::FILE_SHARE_WRITE,
+                                                    nullptr, win32::OPEN_EXISTING, OpenFlags(isReparsePoint), nullptr)};
+    if (!file || !win32::SetFileTime(file.get(), &creation, &lastAccess, &lastWrite)) return 0;
+  }
+  win32::SetFileAttributesW(target.c_str(), attributes);
+  return 1;
+}
+
+int CopyFileTimesAndAttributes(const std::u16string& source, const std::u16string& target) {
+  return CopyFileTimesAndAttributes(source, target, IsReparsePoint(source) != 0);
+}
+
+int CopyParentDirectoryTimes(const std::u16string& source, const std::u16string& target) try {
+  constexpr std::size_t kAfterDrive = 2;  // "C:\x": the parent is the drive's root
+  const auto rootBackslash = [](const std::u16string& path) { return HasExtendedPrefix(path) ? kAfterDrive + 4 : kAfterDrive; };
+  const std::size_t sourceCut = source.rfind(u'\\');
+  const std::size_t targetCut = target.rfind(u'\\');
+  if (sourceCut == std::u16string::npos || targetCut == std::u16string::npos) return 0;
+  if (sourceCut == rootBackslash(source) || targetCut == rootBackslash(target)) return 1;
+  return CopyFileTimesAndAttributes(source.substr(0, sourceCut), target.substr(0, targetCut));
+} catch (const std::exception&) {
+  return 0;
+}
+
+namespace {
+
+int CopyEncryptedFile(const std::u16string& source, const std::u16string& target) {
+  if (source.size() >= win32::MAX_PATH || target.size() >= win32::MAX_PATH) return 0;  // the shell takes no longer paths
+  const std::u16string from = source + std::u16string(2, u'\0');
+  const std::u16string to = target + std::u16string(2, u'\0');
+  win32::SHFILEOPSTRUCTW operation{};
+  operation.wFunc = win32::FO_COPY;
+  operation.pFrom = from.c_str();
+  operation.pTo = to.c_str();
+  operation.fFlags = win32::FOF_SILENT | win32::FOF_NOCONFIRMATION;
+  if (win32::SHFileOperationW(&operation) != 0 || operation.fAnyOperationsAborted) return 0;
+  return CopyFileTimesAndAttributes(source, target) && CopyParentDirectoryTimes(source, target) ? 1 : 0;
+}
+
+int CopyEncryptedDirectory(const std::u16string& source, const std::u16string& target) {
+  if (win32::CreateDirectoryExW(source.c_str(), target.c_str(), nullptr)) return 1;
+  if (win32::GetLastError() != win32::ERROR_ALREADY_EXISTS) return 0;
+  win32::EncryptFileW(target.c_str());
+  return 1;
+}
+
+EncryptedCopy CopyIfEncrypted(const std::u16string& source, const std::u16string& target, ItemKind kind) {
+  if (!kind.isEncrypted) return EncryptedCopy::NotEncrypted;
+  const int copied = kind.isDirectory ? CopyEncryptedDirectory(source, target) : CopyEncryptedFile(source, target);
+  return copied ? EncryptedCopy::Copied : EncryptedCopy::Failed;
+}
+
+}  // namespace
+
+EncryptedCopy CopyEncryptedItem(const std::u16string& source, const std::u16string& target, int isDirectory) try {
+  const win32::DWORD attributes = win32::GetFileAttributesW(source.c_str());
+  const bool encrypted =
+      attributes != win32::INVALID_FILE_ATTRIBUTES && (attributes & win32::FILE_ATTRIBUTE_ENCRYPTED) != 0;
+  return CopyIfEncrypted(source, target, {.isDirectory = isDirectory != 0, .isEncrypted = encrypted});
+} catch (const std::exception&) {
+  return EncryptedCopy::Failed;
+}
+
+int BackupCopyItem(const std::u16string& source, const std::u16string& target, ItemKind kind) try {
+  if (kind.isReparsePoint && !kind.isDirectory) return BackupCopyItemEx(source, target, kind);
+  const EncryptedCopy encrypted = CopyIfEncrypted(source, target, kind);
+  if (encrypted != EncryptedCopy::NotEncrypted) return encrypted == EncryptedCopy::Copied ? 1 : 0;
+
+  std::u16string targetPath = target;
+  if (kind.isDirectory && !MakeOpenDirectory(targetPath)) {
+    Log(u"ERROR: Failed To create directory = %ls.", targetPath);
+    return 0;
+  }
+  if (!CopyContents(source, targetPath, kind)) return 0;
+  return CopyFileTimesAndAttributes(source, targetPath, kind.isReparsePoint);
+} catch (const std::exception&) {
+  // Nothing says how far the copy came, and an incomplete copy must not count as done.
+  return 0;
+}
+
+int BackupCopy(const std::u16string& source, const std::u16string& target, int isDirectory) {
+  if (!BackupCopyItem(source, target, ItemKindOf(source, isDirectory))) return 0;
+  return CopyParentDirectoryTimes(source, target);
+}
+
+namespace {
+
+// The fixed part of a stream's header as it comes (WIN32_STREAM_ID without the name).
+struct StreamHeader {
+  win32::DWORD id;
+  win32::DWORD attributes;
+  std::uint64_t size;
+  win32::DWORD nameSize;
+
+  static constexpr win32::DWORD kSize = 20;
+  static StreamHeader From(const win32::BYTE* bytes) {
+    const auto number = [bytes](std::size_t offset, std::size_t length) {
+      std::uint64_t value = 0;
+      for (std::size_t i = length; i-- > 0;) value = (value << 8) | bytes[offset + i];
+      return value;
+    };
+    return {static_cast<win32::DWORD>(number(0, 4)), static_cast<win32::DWORD>(number(4, 4)), number(8, 8),
+            static_cast<win32::DWORD>(number(16, 4))};
+  }
+};
+
+// One item on its way from BackupRead to BackupWrite, every stream's header looked at.
+class StreamCopy {
+ public:
+  StreamCopy(const AccessTimeKeepingFile& source, const AccessTimeKeepingFile& target) : reader_(source), writer_(target) {}
+
+  bool Run() {
+    for (;;) {
+      win32::DWORD read = 0;
+      // A read that fails is a failure even if it brought no byte: it does not say that this is the end.
+      if (!reader_.Read(buffer_.get(), StreamHeader::kSize, read)) return false;
+      if (read == 0) return writer_.Write(buffer_.get(), 0);
+      if (read != StreamHeader::kSize || !writer_.Write(buffer_.get(), read)) return false;
+      if (!CopyBody(StreamHeader::From(buffer_.get()))) return false;
+    }
+  }
+
+ private:
+  bool CopyBody(const StreamHeader& header) {
+    if ((header.attributes & win32::STREAM_MODIFIED_WHEN_READ) != 0) return false;
+    if (header.size > static_cast<std::uint64_t>(INT64_MAX)) return false;
+    switch (header.id) {
+      case win32::BACKUP_INVALID:
+      case win32::BACKUP_LINK:
+        return false;
+      case win32::BACKUP_SECURITY_DATA:
+      case win32::BACKUP_OBJECT_ID:
+      case win32::BACKUP_REPARSE_DATA:
+        return CopyWhole(header.size);
+      case win32::BACKUP_SPARSE_BLOCK:
+        return CopyPieces(header.size);  // whole when it fits the buffer
+      case win32::BACKUP_ALTERNATE_DATA:
+        return CopyWhole(header.nameSize) && CopyPieces(header.size);
+      default:
+        return CopyPieces(header.nameSize + header.size);
+    }
+  }
+
+  bool CopyPiece(win32::DWORD size) {
+    win32::DWORD read = 0;
+    return reader_.Read(buffer_.get(), size, read) && read == size && writer_.Write(buffer_.get(), size);
+  }
+  // What is one unit to Windows and always small; more than the buffer holds is no such thing.
+  bool CopyWhole(std::uint64_t size) { return size <= kBufferSize && CopyPieces(size); }
+  bool CopyPieces(std::uint64_t size) {
+    while (size > 0) {
+      const auto piece = static_cast<win32::DWORD>(std::min<std::uint64_t>(size, kBufferSize));
+      if (!CopyPiece(piece)) return false;
+      size -= piece;
+    }
+    return true;
+  }
+
+  std::unique_ptr<win32::BYTE[]> buffer_ = CopyBuffer();
+  BackupReader reader_;
+  BackupWriter writer_;
+};
+
+bool CopyStreams(const std::u16string& sourcePath, const std::u16string& targetPath, ItemKind kind) {
+  const AccessTimeKeepingFile source{win32::CreateFileW(sourcePath.c_str(), win32::GENERIC_READ, win32::FILE_SHARE_READ, nullptr,
+                                                        win32::OPEN_EXISTING, OpenFlags(kind.isReparsePoint), nullptr)};
+  if (!source) return false;
+  const AccessTimeKeepingFile target = OpenTarget(targetPath, win32::GENERIC_ALL, kind);
+  return target && StreamCopy(source, target).Run();
+}
+
+}  // namespace
+
+int BackupCopyItemEx(const std::u16string& source, const std::u16string& target, ItemKind kind) try {
+  const EncryptedCopy encrypted = CopyIfEncrypted(source, target, kind);
+  if (encrypted != EncryptedCopy::NotEncrypted) return encrypted == EncryptedCopy::Copied ? 1 : 0;
+
+  std::u16string targetPath = target;
+  if (kind.isDirectory && !MakeDirectory(targetPath, nullptr)) return 0;
+  if (kind.isReparsePoint) Log(u"BackupCopyEx : %s is reparse point", source);
+  return CopyStreams(source, targetPath, kind) ? CopyFileTimesAndAttributes(source, targetPath, kind.isReparsePoint) : 0;
+} catch (const std::exception&) {
+  return 0;
+}
+
+int BackupCopyEx(const std::u16string& source, const std::u16string& target, int isDirectory) {
+  if (!BackupCopyItemEx(source, target, ItemKindOf(source, isDirectory))) return 0;
+  return CopyParentDirectoryTimes(source, target);
+}

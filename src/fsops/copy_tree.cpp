@@ -1,0 +1,434 @@
+#include "fsops/copy_tree.h"
+
+#include <exception>
+#include <map>
+#include <utility>
+
+#include "cli/console.h"
+#include "fsops/backup_copy.h"
+#include "fsops/delete_tree.h"
+#include "fsops/security.h"
+#include "fsops/volume_paths.h"
+#include "log/log.h"
+#include "redirect/junction.h"
+#include "redirect/path_text.h"
+#include "validate/path_rules.h"
+#include "win32/win32.h"
+
+namespace {
+
+enum class Presence { Present, Absent, Unknown };
+
+struct Look {
+  Presence presence = Presence::Unknown;
+  win32::DWORD attributes = 0;
+  bool Is(win32::DWORD attribute) const { return presence == Presence::Present && (attributes & attribute) != 0; }
+};
+
+// "It is not there" is taken from the error alone: a question that failed for another reason is no answer, and what may be
+// there must neither be taken for new (a roll-back would delete it) nor be passed over.
+Look LookAt(const std::u16string& path) {
+  const win32::DWORD attributes = win32::GetFileAttributesW(path.c_str());
+  if (attributes != win32::INVALID_FILE_ATTRIBUTES) return {Presence::Present, attributes};
+  const win32::DWORD error = win32::GetLastError();
+  const bool absent = error == win32::ERROR_FILE_NOT_FOUND || error == win32::ERROR_PATH_NOT_FOUND;
+  return {absent ? Presence::Absent : Presence::Unknown, 0};
+}
+
+std::u16string_view WithoutPrefix(std::u16string_view path) { return HasExtendedPrefix(path) ? path.substr(4) : path; }
+
+// A root in the form in which paths below it begin: no prefix, no backslash at the end.
+std::u16string Base(std::u16string_view root) {
+  root = WithoutPrefix(root);
+  while (!root.empty() && root.back() == u'\\') root.remove_suffix(1);
+  return std::u16string(root);
+}
+
+bool IsEmptyFolder(const std::u16string& path) {
+  TreeListing listing;
+  return GetFileList(path, listing) && listing.entries.empty() && listing.systemFolders.empty();
+}
+
+// Takes the read-only bit off a target that was there before, and gives it its attributes back at the end.
+class TargetAttributes {
+ public:
+  TargetAttributes(const std::u16string& path, const Look& look) : path_(path), look_(look) {
+    if (look_.Is(win32::FILE_ATTRIBUTE_READONLY))
+      win32::SetFileAttributesW(path_.c_str(), look_.attributes & ~win32::FILE_ATTRIBUTE_READONLY);
+  }
+  ~TargetAttributes() {
+    if (look_.presence == Presence::Present) win32::SetFileAttributesW(path_.c_str(), look_.attributes);
+  }
+  TargetAttributes(const TargetAttributes&) = delete;
+  TargetAttributes& operator=(const TargetAttributes&) = delete;
+
+ private:
+  const std::u16string& path_;
+  const Look look_;
+};
+
+// How the copy goes on after an item.
+enum class Step { Next, Failed, Ended };
+
+class TreeCopy {
+ public:
+  TreeCopy(const CopyFlags& flags, CopyRecord& record, const TreeListing* only)
+      : flags_(flags), record_(record), restoring_(only != nullptr && flags.continueOnError), only_(only) {
+    record_.flags = flags;
+  }
+
+  int Run(const std::u16string& sourceRoot, const std::u16string& targetRoot);
+
+ private:
+  bool ResolveRoots(const std::u16string& sourceRoot, const std::u16string& targetRoot);
+  bool ListSource(TreeListing& listing) const;
+  bool SystemFoldersPermit(const TreeListing& listing) const;
+  std::u16string TargetOf(const TreeEntry& entry) const;
+
+  CopiedItem& AddItem(CopiedItem item);
+  CopiedItem* FindLink(const TreeEntry& entry);
+  Step CopyEntry(const TreeEntry& entry);
+  bool MayStandOn(const TreeEntry& entry, const std::u16string& target, const Look& look) const;
+  bool CopyItem(const TreeEntry& entry, const std::u16string& target, const Look& look);
+  bool CopyWithoutBackup(const TreeEntry& entry, const std::u16string& target, const Look& look);
+  bool MayGoOn() const;
+  void CopyDaclOf(const TreeEntry& entry, const std::u16string& target) const;
+  Step ShowProgress(const std::u16string& entry, const std::u16string& target) const;
+
+  Step CopyLink(const TreeEntry& link);
+  Step CopyMount(const TreeEntry& link, const std::u16string& newLink);
+  bool PrepareSymbolicLink(const TreeEntry& link, const std::u16string& newLink, bool& skip);
+  bool RecreateLink(const TreeEntry& link, const std::u16string& newLink) const;
+
+  bool CarryRoot() const;
+  bool CarryFolderTimes() const;
+  void MoveShares();
+  Step Failed(const TreeEntry& entry, const std::u16string& target) const;
+
+  const CopyFlags flags_;
+  CopyRecord& record_;
+  const bool restoring_;  // entries are brought back to where they came from
+  const TreeListing* only_;
+  bool sourceWasVolumePath_ = false, targetWasVolumePath_ = false;
+  std::u16string sourceBase_, targetBase_;
+  bool copyFileDenied_ = false;  // the last CopyFileW
+  ShareList shares_;
+  std::map<std::u16string, std::size_t> linkItems_;  // path of a link to its place among the items
+  std::map<std::u16string, std::u16string> sharedFolders_;  // entry to target
+  // An item of each folder that received something, with its target: its parents' times are brought in line at the end,
+  // once for each folder instead of once for each item.
+  std::map<std::u16string, std::pair<std::u16string, std::u16string>> changedFolders_;
+};
+
+Step TreeCopy::Failed(const TreeEntry& entry, const std::u16string& target) const {
+  Log(u"#ERROR: Unable to copy from Source = %ls to Target = %ls.", entry.path, target);
+  return flags_.continueOnError ? Step::Next : Step::Failed;
+}
+
+bool TreeCopy::ResolveRoots(const std::u16string& sourceRoot, const std::u16string& targetRoot) {
+  record_.sourceRoot = sourceRoot;
+  record_.targetRoot = targetRoot;
+  sourceWasVolumePath_ = IsVolumePath(sourceRoot.c_str());
+  targetWasVolumePath_ = IsVolumePath(targetRoot.c_str());
+  std::u16string given = sourceRoot;
+  if (sourceWasVolumePath_ && !VolumePathToNormalPath(given, record_.sourceRoot)) {
+    Log(u"#ERROR: Source Volume Path to Normal Path Conversion Failed.");
+    return false;
+  }
+  given = targetRoot;
+  if (targetWasVolumePath_ && !VolumePathToNormalPath(given, record_.targetRoot)) {
+    Log(u"#ERROR: Destination Volume Path to Normal Path Conversion Failed.");
+    return false;
+  }
+  sourceBase_ = Base(record_.sourceRoot);
+  targetBase_ = Base(record_.targetRoot);
+  return true;
+}
+
+bool TreeCopy::ListSource(TreeListing& listing) const {
+  if (only_) {
+    listing = *only_;
+    return true;
+  }
+  if (GetFileList(record_.sourceRoot, listing)) return true;
+  Log(u"#ERROR: There was an error during path validation. Error message: Unable to get list of files for path = %ls.",
+      record_.sourceRoot);
+  return false;
+}
+
+// A folder of Windows keeps the folder that holds it from being emptied - except at the root of a volume, which is not to go.
+bool TreeCopy::SystemFoldersPermit(const TreeListing& listing) const {
+  if (!flags_.refuseSystemFolders || listing.systemFolders.empty()) return true;
+  const bool rootOfVolume = IsVolumeMountPoint(record_.sourceRoot.c_str()) != 0;
+  for (const std::u16string& folder : listing.systemFolders) {
+    const std::u16string_view path = WithoutPrefix(folder);
+    if (rootOfVolume && path.rfind(u'\\') == sourceBase_.size()) continue;
+    Log(u"#ERROR: The folder %ls belongs to Windows and cannot be moved.", folder);
+    return false;
+  }
+  return true;
+}
+
+std::u16string TreeCopy::TargetOf(const TreeEntry& entry) const {
+  std::u16string target = targetBase_;
+  target += WithoutPrefix(entry.path).substr(sourceBase_.size());
+  // An entry that was reached by "\\?\" only (its name ends with a dot, say) is made in the same way.
+  if (target.size() >= win32::MAX_PATH || HasExtendedPrefix(entry.path)) target.insert(0, u"\\\\?\\");
+  return target;
+}
+
+// May the entry be copied onto what is there? Not through a link into somebody else's folder, not onto another kind of item,
+// and a link only in the place of an empty folder.
+bool TreeCopy::MayStandOn(const TreeEntry& entry, const std::u16string& target, const Look& look) const {
+  if (look.presence != Presence::Present) return look.presence == Presence::Absent;
+  if (look.Is(win32::FILE_ATTRIBUTE_DIRECTORY) != entry.IsDirectory()) return false;
+  const bool targetIsLink = look.Is(win32::FILE_ATTRIBUTE_REPARSE_POINT) &&
+                            (IsSymbolicLink(target.c_str()) || (entry.IsDirectory() && IsJunction(target.c_str(), 0)));
+  return entry.IsLink() ? targetIsLink || IsEmptyFolder(target) : !targetIsLink;
+}
+
+CopiedItem& TreeCopy::AddItem(CopiedItem item) {
+  if (item.source.IsLink()) linkItems_[item.source.path] = record_.items.size();
+  return record_.items.emplace_back(std::move(item));
+}
+
+CopiedItem* TreeCopy::FindLink(const TreeEntry& entry) {
+  const auto found = linkItems_.find(entry.path);
+  return found == linkItems_.end() ? nullptr : &record_.items[found->second];
+}
+
+Step TreeCopy::CopyEntry(const TreeEntry& entry) {
+  const Look source = LookAt(entry.path);
+  if (source.presence == Presence::Absent) return Step::Next;
+  if (entry.IsSymbolicLink()) {  // made again with the links
+    IsSymbolicLink(entry.path.c_str());
+    return Step::Next;
+  }
+
+  const std::u16string target = TargetOf(entry);
+  const Look look = LookAt(target);
+  if (look.presence == Presence::Present && flags_.continueOnError && !entry.IsDirectory()) return Step::Next;
+  if (source.presence == Presence::Unknown || !MayStandOn(entry, target, look)) return Failed(entry, target);
+
+  const bool becomesLink = entry.IsJunction() && look.presence == Presence::Present &&
+                           !look.Is(win32::FILE_ATTRIBUTE_REPARSE_POINT);
+  CopiedItem& item = AddItem({entry, target, look.presence == Presence::Absent, becomesLink, false});
+  // A folder that is still where it came from never lost its security and streams.
+  if (restoring_ && entry.IsDirectory() && look.presence == Presence::Present) {
+    item.complete = true;
+  } else {
+    const TargetAttributes attributes(target, look);
+    item.complete = CopyItem(entry, target, look);
+    if (!item.complete && (Failed(entry, target) == Step::Failed || !MayGoOn())) return Step::Failed;
+  }
+  if (entry.IsDirectory() && !shares_.FindByPath(WithoutPrefix(entry.path)).empty())
+    sharedFolders_.emplace(WithoutPrefix(entry.path), WithoutPrefix(target));
+  return ShowProgress(entry.path, target);
+}
+
+bool TreeCopy::CopyItem(const TreeEntry& entry, const std::u16string& target, const Look& look) {
+  if (!flags_.useBackupCopy) return CopyWithoutBackup(entry, target, look);
+  const bool copied = BackupCopyItem(entry.path, target,
+                                     {.isDirectory = entry.IsDirectory(),
+                                      .isReparsePoint = entry.IsReparsePoint(),
+                                      .isEncrypted = (entry.attributes & win32::FILE_ATTRIBUTE_ENCRYPTED) != 0}) != 0;
+  if (!copied && !flags_.continueOnError) return false;
+  CopyDaclOf(entry, target);
+  changedFolders_.try_emplace(entry.path.substr(0, entry.path.rfind(u'\\')), entry.path, target);
+  return copied;
+}
+
+// Not for a link: the security functions follow it, and would write the DACL of the folder that it leads to - somebody else's.
+// The link's own came with the backup copy.
+void TreeCopy::CopyDaclOf(const TreeEntry& entry, const std::u16string& target) const {
+  if (entry.IsLink()) return;
+  const bool targetIsRoot = EqualPaths(WithoutPrefix(target), targetBase_);
+  CopyDacl(entry.path, target, targetIsRoot && flags_.keepInheritedAces ? 0 : flags_.allowInheritance, flags_.keepInheritedAces);
+}
+
+// Without backup copies only a file whose copy is refused may fail, except when a tree is brought back: what can be saved then
+// is saved.
+bool TreeCopy::MayGoOn() const { return flags_.useBackupCopy || restoring_ || copyFileDenied_; }
+
+bool TreeCopy::CopyWithoutBackup(const TreeEntry& entry, const std::u16string& target, const Look& look) {
+  copyFileDenied_ = false;
+  const win32::DWORD attributes = win32::GetFileAttributesW(entry.path.c_str());
+  if (entry.IsDirectory()) {
+    // CreateDirectoryW's plain form ends earlier than that of other calls.
+    if (look.presence == Presence::Absent && !win32::CreateDirectoryW(target.c_str(), nullptr) &&
+        (HasExtendedPrefix(target) || !win32::CreateDirectoryW((u"\\\\?\\" + target).c_str(), nullptr))) {
+      Log(u"#ERROR: Unable to create target directory for path %ls.", target);
+      return false;
+    }
+  } else if (entry.IsReparsePoint()) {
+    Log(u"CopyFiles(). It's a reparse point: %ls.", entry.path);
+    if (!BackupCopyEx(entry.path, target, 0)) {
+      Log(u"CopyFiles(). BackupCopyEx failed for: %ls.", entry.path);
+      return false;
+    }
+  } else if (!win32::CopyFileW(entry.path.c_str(), target.c_str(), win32::FALSE)) {
+    copyFileDenied_ = win32::GetLastError() == win32::ERROR_ACCESS_DENIED;
+    return false;
+  }
+  if (attributes != win32::INVALID_FILE_ATTRIBUTES) win32::SetFileAttributesW(target.c_str(), attributes);
+  CopyFileTimesAndAttributes(entry.path, target, entry.IsReparsePoint());
+  return true;
+}
+
+Step TreeCopy::ShowProgress(const std::u16string& entry, const std::u16string& target) const {
+  std::u16string shownEntry = entry, shownTarget = target, given = entry;
+  if (sourceWasVolumePath_ && !NormalPathToVolumePath(given, shownEntry)) {
+    Log(u"#ERROR: Source Volume Path to Normal Path Conversion Failed.");
+    return Step::Ended;
+  }
+  given = target;
+  if (targetWasVolumePath_ && !NormalPathToVolumePath(given, shownTarget)) {
+    Log(u"#ERROR: Destination Volume Path to Normal Path Conversion Failed.");
+    return Step::Ended;
+  }
+  ConsoleFormat(u"%ls -> %ls\n", shownEntry, shownTarget);
+  return Step::Next;
+}
+
+// Every link arrives: made again with its text (led to the new root where it led to the old one), or else - its target cannot
+// be read, it dangles, its text is too long - carried over byte for byte. A link left out here would be lost for good when
+// the source is emptied.
+Step TreeCopy::CopyLink(const TreeEntry& link) {
+  const std::u16string newLink = TargetOf(link);
+  if (link.IsJunction() && IsVolumeMountPoint(link.path.c_str())) return CopyMount(link, newLink);
+  bool skip = false;
+  if (link.IsSymbolicLink() && !PrepareSymbolicLink(link, newLink, skip)) return Failed(link, newLink);
+  CopiedItem* item = FindLink(link);
+  if (skip || !item) return Step::Next;
+
+  record_.links.push_back({link.path, newLink, link.IsDirectory(), ReadLinkData(link.path)});
+  item->complete = RecreateLink(link, newLink);
+  if (item->complete) {
+    if (flags_.removeSourceLinks && link.IsJunction()) DeleteJunction(link.path.c_str());
+  } else {
+    item->complete = BackupCopyItemEx(link.path, newLink, {.isDirectory = link.IsDirectory(), .isReparsePoint = true}) != 0;
+  }
+  if (flags_.useBackupCopy)
+    changedFolders_.try_emplace(link.path.substr(0, link.path.rfind(u'\\')), link.path, newLink);
+  return item->complete ? Step::Next : Failed(link, newLink);
+}
+
+// A mounted volume is not a link to be made again. A backup copy has carried the mount with the folder's reparse data;
+// otherwise the volume is mounted on the copy, or nothing would lead to it any more.
+Step TreeCopy::CopyMount(const TreeEntry& link, const std::u16string& newLink) {
+  std::u16string volumeName;
+  if (flags_.useBackupCopy || !FindLink(link) || !IsVolumeMountPoint(link.path.c_str(), &volumeName) ||
+      IsVolumeMountPoint(newLink.c_str()))
+    return Step::Next;
+  if (win32::SetVolumeMountPointW((newLink + u'\\').c_str(), volumeName.c_str())) return Step::Next;
+  return Failed(link, newLink);
+}
+
+// Clears the place of a symbolic link and notes it as an item. A link of that name is overwritten like any file.
+bool TreeCopy::PrepareSymbolicLink(const TreeEntry& link, const std::u16string& newLink, bool& skip) {
+  const Look look = LookAt(newLink);
+  if (look.presence == Presence::Unknown) return false;
+  if (look.presence == Presence::Present) {
+    if (flags_.continueOnError) {
+      skip = true;
+      return true;
+    }
+    TreeEntry old{newLink, look.attributes, 0, 0};
+    if (!look.Is(win32::FILE_ATTRIBUTE_REPARSE_POINT) || !DeleteEntry(old)) return false;
+  }
+  AddItem({link, newLink, true, false, false});
+  return true;
+}
+
+bool TreeCopy::RecreateLink(const TreeEntry& link, const std::u16string& newLink) const {
+  std::u16string text;
+  const bool isSymbolicLink = link.IsSymbolicLink();
+  if (!(isSymbolicLink ? GetFinalTargetPath(link.path.c_str(), text) : GetJunctionTarget(link.path.c_str(), text))) return false;
+  if (text.empty()) return false;
+  if (!flags_.copyOnly) text = ReplaceFolder(text, sourceBase_, targetBase_);
+  if (text.back() == u':') text += u'\\';  // the root of a drive, not the current folder on it
+  if (isSymbolicLink ? CreateSymbolicLinkEntry(newLink.c_str(), text.c_str(), 0) : CreateJunction(newLink.c_str(), text.c_str()))
+    return true;
+  if (isSymbolicLink)
+    Log(u"#ERROR: Failed to create a symbolic link %s with target path %s. Error code:%d.", newLink, text,
+        win32::GetLastError());
+  else
+    Log(u"#ERROR: Failed to create a junction %s with target path %s. Error code:%d.", newLink, text, win32::GetLastError());
+  return false;
+}
+
+// Before the contents, so that these inherit from it; the times come last. The root of a mounted volume is entered, so its
+// mount folder's reparse point is not what is copied.
+bool TreeCopy::CarryRoot() const {
+  if (!flags_.carryRoot || !flags_.useBackupCopy) return true;
+  const win32::DWORD attributes = win32::GetFileAttributesW(record_.sourceRoot.c_str());
+  const bool encrypted =
+      attributes != win32::INVALID_FILE_ATTRIBUTES && (attributes & win32::FILE_ATTRIBUTE_ENCRYPTED) != 0;
+  if (!BackupCopyItem(record_.sourceRoot, record_.targetRoot, {.isDirectory = true, .isEncrypted = encrypted})) return false;
+  CopyDacl(record_.sourceRoot, record_.targetRoot, flags_.allowInheritance, flags_.keepInheritedAces);
+  return true;
+}
+
+bool TreeCopy::CarryFolderTimes() const {
+  bool all = true;
+  for (const auto& [folder, item] : changedFolders_)
+    if (!CopyParentDirectoryTimes(item.first, item.second)) {
+      Log(u"#ERROR: Unable to copy the times of folder %ls.", folder);
+      all = false;
+    }
+  return all || flags_.continueOnError;
+}
+
+void TreeCopy::MoveShares() {
+  for (const auto& [folder, target] : sharedFolders_)
+    for (const win32::SHARE_INFO_502* share : shares_.FindByPath(folder)) {
+      if (DeleteShare(*share)) record_.deletedShares.push_back({shares_, share});
+      if (flags_.moveShares) AddShare(*share, target);
+    }
+}
+
+int TreeCopy::Run(const std::u16string& sourceRoot, const std::u16string& targetRoot) {
+  TreeListing listing;
+  if (!ResolveRoots(sourceRoot, targetRoot) || !ListSource(listing)) return 0;
+  if (!listing.links.empty() && EqualPaths(Base(listing.links.front().path), sourceBase_)) {
+    // The root itself is a link, and nothing behind it is copied. That is an end for a symbolic link; a junction is none that
+    // anybody should take for a copied tree.
+    if (listing.links.front().IsSymbolicLink()) return 1;
+    Log(u"#ERROR: The folder %ls is already redirected. Browse to a different location.", record_.sourceRoot);
+    return 0;
+  }
+  if (!SystemFoldersPermit(listing)) return 0;
+  shares_ = ShareList::Read();
+  if (!CarryRoot()) return 0;
+  for (const TreeEntry& entry : listing.entries) {
+    const Step step = CopyEntry(entry);
+    if (step != Step::Next) return step == Step::Ended ? 1 : 0;
+  }
+  for (const TreeEntry& link : listing.links)
+    if (CopyLink(link) == Step::Failed) return 0;
+  if (!CarryFolderTimes()) return 0;
+  if (!(flags_.copyOnly && flags_.moveShares)) MoveShares();
+  return 1;
+}
+
+}  // namespace
+
+int CopyTree(const std::u16string& sourceRoot, const std::u16string& targetRoot, const CopyFlags& flags, CopyRecord& record,
+             const TreeListing* only) try {
+  return TreeCopy(flags, record, only).Run(sourceRoot, targetRoot);
+} catch (const std::exception&) {
+  return 0;
+}
+
+int CopyFiles(const std::u16string& sourceRoot, const std::u16string& targetRoot, int useBackupCopy, int moveShares,
+              int removeSourceLinks, int continueOnError, int copyOnly, int allowInheritance, int keepInheritedAces) {
+  const CopyFlags flags{.useBackupCopy = useBackupCopy != 0,
+                        .moveShares = moveShares != 0,
+                        .removeSourceLinks = removeSourceLinks != 0,
+                        .continueOnError = continueOnError != 0,
+                        .copyOnly = copyOnly != 0,
+                        .allowInheritance = allowInheritance != 0,
+                        .keepInheritedAces = keepInheritedAces != 0};
+  CopyRecord record;
+  return CopyTree(sourceRoot, targetRoot, flags, record);
+}

@@ -1,0 +1,55 @@
+// The copy of a whole tree.
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "fsops/link_data.h"
+#include "fsops/security.h"
+#include "fsops/shares.h"
+#include "validate/file_list.h"
+
+struct CopyFlags {
+  bool useBackupCopy = false;      // items keep security, streams, times; else CreateDirectoryW and CopyFileW
+  bool moveShares = false;         // shares on copied folders move to the copies; else they are only deleted
+  bool removeSourceLinks = false;  // a junction made again at the target is taken off at the source
+  bool continueOnError = false;    // go on after a failed item, and never overwrite a file
+  bool copyOnly = false;           // links keep their text; with moveShares, shares are left alone
+  bool allowInheritance = false;
+  bool keepInheritedAces = false;
+  // The target's root was made for this copy: it also gets the source root's descriptor, streams, attributes and times.
+  bool carryRoot = false;
+  // Folders of Windows ("$RECYCLE.BIN", ...) in the source are never copied; a copy that is to become a move fails at once.
+  bool refuseSystemFolders = false;
+};
+
+// One item that a copy made or overwrote.
+struct CopiedItem {
+  TreeEntry source;
+  std::u16string target;
+  bool created = false;     // nothing stood there before
+  bool becameLink = false;  // an empty folder stood there and was made the junction
+  bool complete = false;    // all of it arrived
+};
+
+// What a tree copy did. It is what every roll-back goes by: nothing but what is named here is taken away again, so that
+// what stood in the target before is safe.
+struct CopyRecord {
+  std::u16string sourceRoot;
+  std::u16string targetRoot;
+  CopyFlags flags;
+  std::vector<CopiedItem> items;  // in the order of the copy: a directory before its contents
+  std::vector<SavedLink> links;
+  std::vector<DeletedShare> deletedShares;
+  SecurityBlock rootSecurity;  // of the source's root, as it was before a move
+};
+
+// Copies everything below sourceRoot into targetRoot (both may be volume paths). 1 on success; with continueOnError also
+// when items failed. Nothing is taken back on failure.
+int CopyFiles(const std::u16string& sourceRoot, const std::u16string& targetRoot, int useBackupCopy, int moveShares,
+              int removeSourceLinks, int continueOnError, int copyOnly, int allowInheritance, int keepInheritedAces);
+
+// The same, telling what was done. With `only`, not the tree but just these entries of it are brought back to a tree that
+// they came from: with continueOnError, folders that are still there are then left as they are.
+int CopyTree(const std::u16string& sourceRoot, const std::u16string& targetRoot, const CopyFlags& flags, CopyRecord& record,
+             const TreeListing* only = nullptr);

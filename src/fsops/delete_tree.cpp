@@ -1,0 +1,118 @@
+#include "fsops/delete_tree.h"
+
+#include <exception>
+#include <ranges>
+
+#include "log/log.h"
+#include "redirect/junction.h"
+#include "redirect/path_text.h"
+#include "validate/path_rules.h"
+#include "win32/win32.h"
+
+namespace {
+
+constexpr win32::DWORD kRetryWait = 5000;  // milliseconds
+
+// Takes the read-only bit off, and puts the attributes back unless told that the item is gone.
+class ReadOnlyLifted {
+ public:
+  explicit ReadOnlyLifted(const std::u16string& path) : path_(path), attributes_(win32::GetFileAttributesW(path.c_str())) {
+    if (attributes_ != win32::INVALID_FILE_ATTRIBUTES)
+      win32::SetFileAttributesW(path_.c_str(), attributes_ & ~win32::FILE_ATTRIBUTE_READONLY);
+  }
+  void PutBack() const {
+    if (attributes_ != win32::INVALID_FILE_ATTRIBUTES) win32::SetFileAttributesW(path_.c_str(), attributes_);
+  }
+
+ private:
+  const std::u16string& path_;
+  const win32::DWORD attributes_;
+};
+
+// A mounted volume is somebody's data: only its mount is taken off, so that the folder under it can go.
+void UnmountIfMounted(const TreeEntry& entry) {
+  if (!entry.IsJunction() || !IsVolumeMountPoint(entry.path.c_str())) return;
+  win32::DeleteVolumeMountPointW((entry.path + u'\\').c_str());
+}
+
+bool RemoveDirectoryStrictly(const std::u16string& path) {
+  if (win32::RemoveDirectoryW(path.c_str())) return true;
+  const ReadOnlyLifted lifted(path);
+  if (win32::RemoveDirectoryW(path.c_str())) return true;
+  if (const win32::DWORD error = win32::GetLastError(); error == win32::ERROR_DIR_NOT_EMPTY) {
+    Log(u"Failed to delete directory : %ls. Error: %d. Going to retry after a short while.", path, error);
+    win32::Sleep(kRetryWait);
+    if (win32::RemoveDirectoryW(path.c_str())) return true;
+  }
+  Log(u"Failed to delete directory : %ls. Error: %d", path, win32::GetLastError());
+  lifted.PutBack();
+  return false;
+}
+
+bool DeleteFileStrictly(const std::u16string& path) {
+  if (win32::DeleteFileW(path.c_str())) return true;
+  const ReadOnlyLifted lifted(path);
+  if (win32::DeleteFileW(path.c_str())) return true;
+  const bool hasLongerForm = path.size() >= win32::MAX_PATH && path.find(u"\\\\?\\") == std::u16string::npos;
+  if (!hasLongerForm) {
+    lifted.PutBack();
+    Log(u"Failed to delete File : %ls.", path);
+    return false;
+  }
+  if (win32::DeleteFileW((u"\\\\?\\" + path).c_str())) return true;
+  Log(u"Failed to delete File : %ls. Error: %d", path, win32::GetLastError());
+  lifted.PutBack();
+  return false;
+}
+
+bool Remove(const TreeEntry& entry, bool strict) {
+  UnmountIfMounted(entry);
+  const std::u16string& path = entry.path;
+  if (entry.IsDirectory()) return strict ? RemoveDirectoryStrictly(path) : win32::RemoveDirectoryW(path.c_str()) != win32::FALSE;
+  return strict ? DeleteFileStrictly(path) : win32::DeleteFileW(path.c_str()) != win32::FALSE;
+}
+
+}  // namespace
+
+int DeleteEntry(const TreeEntry& entry) try {
+  return Remove(entry, true) ? 1 : 0;
+} catch (const std::exception&) {
+  return 0;
+}
+
+int DeleteEntries(const std::vector<TreeEntry>& entries, int stopOnFailure) try {
+  for (const TreeEntry& entry : entries | std::views::reverse)
+    if (!Remove(entry, stopOnFailure != 0) && stopOnFailure) return 0;
+  return 1;
+} catch (const std::exception&) {
+  return 0;
+}
+
+int DeleteDirectoryTree(const char16_t* root, int stopOnFailure) try {
+  if (!root || !win32::PathFileExistsW(root)) return 0;
+  if (IsVolumeMountPoint(root) && IsJunction(root, 0)) {
+    // Only the mount folder is to be cleaned up, not the volume.
+    std::u16string mountFolder = root;
+    if (mountFolder.back() != u'\\') mountFolder += u'\\';
+    return win32::DeleteVolumeMountPointW(mountFolder.c_str()) || !stopOnFailure ? 1 : 0;
+  }
+  TreeListing listing;
+  return GetFileList(root, listing) ? DeleteEntries(listing.entries, stopOnFailure) : 0;
+} catch (const std::exception&) {
+  return 0;
+}
+
+int DeleteDirectoryTreeAtReboot(const char16_t* root) try {
+  TreeListing listing;
+  if (!root || !GetFileList(root, listing)) return 0;
+  int result = 1;
+  for (const TreeEntry& entry : listing.entries | std::views::reverse) {
+    const ReadOnlyLifted lifted(entry.path);
+    if (win32::MoveFileExW(entry.path.c_str(), nullptr, win32::MOVEFILE_DELAY_UNTIL_REBOOT)) continue;
+    lifted.PutBack();
+    result = 0;
+  }
+  return result;
+} catch (const std::exception&) {
+  return 0;
+}

@@ -1,0 +1,189 @@
+#include "fsops/move_tree.h"
+
+#include <exception>
+#include <ranges>
+#include <set>
+#include <vector>
+
+#include "fsops/delete_tree.h"
+#include "log/log.h"
+#include "redirect/junction.h"
+#include "redirect/path_text.h"
+#include "validate/path_rules.h"
+#include "win32/win32.h"
+
+namespace {
+
+using PathSet = std::set<std::u16string>;
+
+void LogNotDeleted(const std::u16string& path) {
+  Log(u"ERROR: An exception occurred while trying to delete directory path = %ls.", path);
+}
+
+bool Exists(const std::u16string& path) {
+  return win32::GetFileAttributesW(path.c_str()) != win32::INVALID_FILE_ATTRIBUTES;
+}
+
+TreeEntry EntryAt(const std::u16string& path, const TreeEntry& original) {
+  return {path, original.attributes, original.reparseTag, original.size};
+}
+
+// Removes what a copy made at the target, the last first, except the paths of `keep` and the folders that hold them.
+bool RemoveCopied(const CopyRecord& record, const PathSet& keep) {
+  PathSet kept;
+  for (std::u16string path : keep)
+    for (; kept.insert(path).second; path.erase(path.rfind(u'\\')))
+      if (path.rfind(u'\\') == std::u16string::npos) break;
+  bool all = true;
+  for (const CopiedItem& item : record.items | std::views::reverse) {
+    if (kept.contains(item.target)) continue;
+    if (item.becameLink && IsJunction(item.target.c_str(), 0) && !DeleteJunction(item.target.c_str())) all = false;
+    if (item.created && Exists(item.target) && !DeleteEntry(EntryAt(item.target, item.source))) all = false;
+  }
+  return all;
+}
+
+// The links whose reparse point was taken off at the source while they were copied, or that were made again there with
+// another text. Those that cannot be made again stay at the target and go into `keep`.
+bool RestoreLinks(const CopyRecord& record, PathSet& keep) {
+  bool all = true;
+  for (const SavedLink& link : record.links) {
+    if (RestoreLink(link)) continue;
+    // It was made again by its text, or it never changed and could not even be read: then it is not missing.
+    const win32::DWORD attributes = win32::GetFileAttributesW(link.source.c_str());
+    if (attributes != win32::INVALID_FILE_ATTRIBUTES && (attributes & win32::FILE_ATTRIBUTE_REPARSE_POINT) != 0) continue;
+    Log(u"#ERROR: Unable to restore link %ls. It stays at %ls.", link.source, link.target);
+    keep.insert(link.target);
+    all = false;
+  }
+  return all;
+}
+
+void RestoreShares(const CopyRecord& record) {
+  for (const DeletedShare& deleted : record.deletedShares)
+    AddShare(*deleted.share, deleted.share->shi502_path);  // refused, without harm, for a share that is there again
+}
+
+void DeleteSharesOf(const std::u16string& folder, CopyRecord& record) {
+  const ShareList shares = ShareList::Read();
+  for (const win32::SHARE_INFO_502* share : shares.FindByPath(folder))
+    if (DeleteShare(*share)) record.deletedShares.push_back({shares, share});
+}
+
+// Deletes just what was copied: an item that came in the meantime, or was passed over, is in no other place.
+bool EmptySource(const CopyRecord& record) {
+  std::vector<TreeEntry> copied;
+  copied.reserve(record.items.size());
+  for (const CopiedItem& item : record.items)
+    if (item.complete) copied.push_back(item.source);
+  if (!DeleteEntries(copied, 1)) return false;
+  TreeListing left;
+  if (!GetFileList(record.sourceRoot, left)) return false;
+  const bool rootOfVolume = IsVolumeMountPoint(record.sourceRoot.c_str()) != 0;  // where Windows keeps its own folders
+  return left.entries.empty() && (left.systemFolders.empty() || rootOfVolume);
+}
+
+// What a move copied, as a listing of the target.
+TreeListing CopiedListing(const CopyRecord& record) {
+  TreeListing listing;
+  for (const CopiedItem& item : record.items) {
+    if (!item.complete) continue;
+    listing.entries.push_back(EntryAt(item.target, item.source));
+    if (item.source.IsLink()) listing.links.push_back(listing.entries.back());
+  }
+  return listing;
+}
+
+// The items of the move that are not complete at the source again; the log names each. A file of which only a part was
+// brought back is taken away again, so that nobody takes it for the whole.
+PathSet NotBroughtBack(const CopyRecord& move, const CopyRecord& back) {
+  PathSet incomplete;
+  for (const CopiedItem& item : back.items | std::views::reverse)
+    if (!item.complete) {
+      incomplete.insert(item.source.path);
+      if (item.created && Exists(item.target)) DeleteEntry(EntryAt(item.target, item.source));
+    }
+  PathSet missing;
+  for (const CopiedItem& item : move.items)
+    if (item.complete && (incomplete.contains(item.target) || !Exists(item.source.path))) {
+      Log(u"#ERROR: Unable to move %ls back. It stays at %ls.", item.source.path, item.target);
+      missing.insert(item.target);
+    }
+  return missing;
+}
+
+// The source's root may be gone: a junction that could not be made takes the empty folder with it. False without a root.
+bool MakeSourceRoot(const CopyRecord& record) {
+  if (Exists(record.sourceRoot)) return true;
+  if (!win32::CreateDirectoryW(record.sourceRoot.c_str(), nullptr)) return false;
+  const win32::DWORD information = win32::OWNER_SECURITY_INFORMATION | win32::DACL_SECURITY_INFORMATION;
+  if (record.rootSecurity) win32::SetFileSecurityW(record.sourceRoot.c_str(), information, record.rootSecurity.get());
+  return true;
+}
+
+}  // namespace
+
+int RemoveCopiedItems(const CopyRecord& record) try {
+  return RemoveCopied(record, {}) ? 1 : 0;
+} catch (const std::exception&) {
+  return 0;
+}
+
+int UndoMove(const CopyRecord& record) try {
+  const CopyFlags flags{.useBackupCopy = record.flags.useBackupCopy,
+                        .moveShares = record.flags.moveShares,
+                        .removeSourceLinks = true,
+                        .continueOnError = true,
+                        .allowInheritance = true};
+  const TreeListing copied = CopiedListing(record);
+  CopyRecord back;
+  if (!MakeSourceRoot(record) || !CopyTree(record.targetRoot, record.sourceRoot, flags, back, &copied)) {
+    Log(u"#ERROR: Unable to move files and folders back to %ls. They stay at %ls.", record.sourceRoot, record.targetRoot);
+    return 0;
+  }
+  PathSet keep = NotBroughtBack(record, back);
+  RestoreLinks(record, keep);
+  const bool removed = RemoveCopied(record, keep);
+  if (!removed) LogNotDeleted(record.targetRoot);
+  RestoreShares(record);
+  return removed && keep.empty() ? 1 : 0;
+} catch (const std::exception&) {
+  return 0;
+}
+
+int MoveDirectoryTree(const std::u16string& source, const std::u16string& target, int useBackupCopy, int moveShares,
+                      int copyOnly, int keepInheritedAces, int targetIsNew, CopyRecord& record) try {
+  const CopyFlags flags{.useBackupCopy = useBackupCopy != 0,
+                        .moveShares = moveShares != 0,
+                        .removeSourceLinks = true,
+                        .copyOnly = copyOnly != 0,
+                        .allowInheritance = true,
+                        .keepInheritedAces = keepInheritedAces != 0,
+                        .carryRoot = targetIsNew != 0,
+                        .refuseSystemFolders = true};
+  record = {};
+  SaveSecurityInfo(source, record.rootSecurity);
+  if (!CopyTree(source, target, flags, record)) {
+    PathSet keep;
+    const bool linksRestored = RestoreLinks(record, keep);
+    if (!RemoveCopied(record, keep) || !linksRestored) LogNotDeleted(target);
+    return 0;
+  }
+  if (!moveShares) DeleteSharesOf(record.sourceRoot, record);
+  if (source.empty())
+    Log(u"#ERROR: IsSymbolicLink()::Directoy path is missing.");
+  else if (IsSymbolicLink(source.c_str()))
+    return 0;
+  if (EmptySource(record)) return 1;
+  LogNotDeleted(source);
+  UndoMove(record);
+  return 0;
+} catch (const std::exception&) {
+  return 0;
+}
+
+int MoveDirectoryTree(const std::u16string& source, const std::u16string& target, int useBackupCopy, int moveShares,
+                      int copyOnly, int keepInheritedAces) {
+  CopyRecord record;
+  return MoveDirectoryTree(source, target, useBackupCopy, moveShares, copyOnly, keepInheritedAces, 0, record);
+}

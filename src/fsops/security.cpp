@@ -1,0 +1,227 @@
+#include "fsops/security.h"
+
+#include <exception>
+#include <utility>
+
+#include "log/format.h"
+#include "log/log.h"
+#include "redirect/path_text.h"
+#include "win32/win32.h"
+
+namespace {
+
+constexpr auto kFile = win32::SE_OBJECT_TYPE::SE_FILE_OBJECT;
+constexpr win32::DWORD kOwnerAndDacl = win32::OWNER_SECURITY_INFORMATION | win32::DACL_SECURITY_INFORMATION;
+
+// To the debugger only.
+void Trace(FormatFor<std::u16string> format, const std::u16string& path) {
+  constexpr std::size_t kTraceBuffer = 1024;
+  win32::OutputDebugStringW(CutToBuffer(FormatText<std::u16string>(format, path), kTraceBuffer).c_str());
+}
+
+win32::GENERIC_MAPPING FileMapping() {
+  return {win32::FILE_GENERIC_READ, win32::FILE_GENERIC_WRITE, win32::FILE_GENERIC_EXECUTE, win32::FILE_ALL_ACCESS};
+}
+
+const win32::ACE_HEADER& HeaderOf(void* ace) { return *static_cast<const win32::ACE_HEADER*>(ace); }
+bool IsInherited(void* ace) { return (HeaderOf(ace).AceFlags & win32::INHERITED_ACE) != 0; }
+
+win32::DWORD SetDacl(std::u16string path, win32::DWORD information, win32::ACL* dacl) {
+  return win32::SetNamedSecurityInfoW(path.data(), kFile, information, nullptr, nullptr, dacl, nullptr);
+}
+
+// Takes the inherited entries out of the DACL (none with keep); true when there was one. The index moves on after a deletion
+// too, so the entry that takes the place of a deleted one is not looked at: of consecutive inherited entries every second one
+// stays. This is the wanted result.
+bool StripInherited(win32::ACL& dacl, bool keep, const std::u16string& source) {
+  bool seen = false;
+  for (win32::DWORD index = 0; index < dacl.AceCount; ++index) {
+    void* ace = nullptr;
+    if (!win32::GetAce(&dacl, index, &ace) || !IsInherited(ace)) continue;
+    seen = true;
+    if (!keep && !win32::DeleteAce(&dacl, index))
+      Trace(u"Unable to delete ACE from DACL of = %ls", source);
+  }
+  return seen;
+}
+
+}  // namespace
+
+ImpersonatedCaller::ImpersonatedCaller() {
+  impersonating_ = win32::ImpersonateSelf(win32::SECURITY_IMPERSONATION_LEVEL::SecurityImpersonation) != win32::FALSE;
+  if (impersonating_ &&
+      !win32::OpenThreadToken(win32::GetCurrentThread(), win32::TOKEN_QUERY, win32::TRUE, token_.put()))
+    token_.reset();
+}
+
+// Back to the process's own token: privileges that are enabled in it later would not count for a thread with a copy.
+ImpersonatedCaller::~ImpersonatedCaller() {
+  if (impersonating_) win32::RevertToSelf();
+}
+
+int CopyDacl(const std::u16string& source, const std::u16string& target, int allowInheritance, int keepInheritedAces) try {
+  win32::ACL* dacl = nullptr;
+  win32::UniqueLocalMemory descriptor;
+  const win32::DWORD error = win32::GetNamedSecurityInfoW(source.c_str(), kFile, win32::DACL_SECURITY_INFORMATION, nullptr,
+                                                          nullptr, &dacl, nullptr, descriptor.put());
+  if (error != win32::ERROR_SUCCESS) dacl = nullptr;
+  const bool sawInherited = dacl && StripInherited(*dacl, keepInheritedAces != 0, source);
+  const win32::DWORD protection = allowInheritance && sawInherited ? win32::UNPROTECTED_DACL_SECURITY_INFORMATION
+                                                                   : win32::PROTECTED_DACL_SECURITY_INFORMATION;
+  return SetDacl(target, win32::DACL_SECURITY_INFORMATION | protection, dacl) == win32::ERROR_SUCCESS ? 1 : 0;
+} catch (const std::exception&) {
+  return 0;
+}
+
+namespace {
+
+win32::EXPLICIT_ACCESS_W Entry(win32::PSID sid, win32::TRUSTEE_TYPE type, win32::DWORD access) {
+  win32::EXPLICIT_ACCESS_W entry{};
+  entry.grfAccessPermissions = access;
+  entry.grfAccessMode = win32::ACCESS_MODE::SET_ACCESS;
+  entry.grfInheritance = win32::NO_INHERITANCE;
+  entry.Trustee.TrusteeForm = win32::TRUSTEE_FORM::TRUSTEE_IS_SID;
+  entry.Trustee.TrusteeType = type;
+  entry.Trustee.ptstrName = static_cast<char16_t*>(sid);
+  return entry;
+}
+
+}  // namespace
+
+// The reasons why it failed are nobody's to see: the callers only ask whether it worked.
+int GrantEveryoneAndAdministrators(const std::u16string& path) try {
+  win32::SID_IDENTIFIER_AUTHORITY world{{0, 0, 0, 0, 0, 1}};
+  win32::SID_IDENTIFIER_AUTHORITY nt{{0, 0, 0, 0, 0, 5}};
+  win32::UniqueSid everyone, administrators;
+  if (!win32::AllocateAndInitializeSid(&world, 1, win32::SECURITY_WORLD_RID, 0, 0, 0, 0, 0, 0, 0, everyone.put())) return 0;
+  if (!win32::AllocateAndInitializeSid(&nt, 2, win32::SECURITY_BUILTIN_DOMAIN_RID, win32::DOMAIN_ALIAS_RID_ADMINS, 0, 0, 0, 0,
+                                       0, 0, administrators.put()))
+    return 0;
+
+  win32::EXPLICIT_ACCESS_W entries[] = {
+      Entry(everyone.get(), win32::TRUSTEE_TYPE::TRUSTEE_IS_WELL_KNOWN_GROUP, win32::GENERIC_READ),
+      Entry(administrators.get(), win32::TRUSTEE_TYPE::TRUSTEE_IS_GROUP, win32::GENERIC_ALL)};
+  win32::ACL* acl = nullptr;
+  if (win32::SetEntriesInAclW(2, entries, nullptr, &acl) != win32::ERROR_SUCCESS) return 0;
+  const win32::UniqueLocalMemory ownedAcl{acl};
+
+  const win32::DWORD error = SetDacl(path, win32::DACL_SECURITY_INFORMATION, acl);
+  if (error != win32::ERROR_ACCESS_DENIED) return error == win32::ERROR_SUCCESS ? 1 : 0;
+
+  // The owner may always change the DACL.
+  std::u16string name = path;
+  if (win32::SetNamedSecurityInfoW(name.data(), kFile, win32::OWNER_SECURITY_INFORMATION, administrators.get(), nullptr,
+                                   nullptr, nullptr) != win32::ERROR_SUCCESS)
+    return 0;
+  return SetDacl(path, win32::DACL_SECURITY_INFORMATION, acl) == win32::ERROR_SUCCESS ? 1 : 0;
+} catch (const std::exception&) {
+  return 0;
+}
+
+int HasAccess(win32::HANDLE token, const std::u16string& path, win32::DWORD desiredAccess) try {
+  win32::GENERIC_MAPPING mapping = FileMapping();
+  win32::MapGenericMask(&desiredAccess, &mapping);
+  win32::UniqueLocalMemory descriptor;
+  const win32::DWORD information =
+      win32::OWNER_SECURITY_INFORMATION | win32::GROUP_SECURITY_INFORMATION | win32::DACL_SECURITY_INFORMATION;
+  if (win32::GetNamedSecurityInfoW(path.c_str(), kFile, information, nullptr, nullptr, nullptr, nullptr, descriptor.put()) !=
+      win32::ERROR_SUCCESS)
+    return 0;
+  win32::PRIVILEGE_SET privileges{};
+  static_assert(sizeof privileges == 20);
+  win32::DWORD privilegesSize = sizeof privileges, granted = 0;
+  win32::BOOL status = win32::FALSE;
+  return win32::AccessCheck(descriptor.get(), token, desiredAccess, &mapping, &privileges, &privilegesSize, &granted,
+                            &status) &&
+                 status
+             ? 1
+             : 0;
+} catch (const std::exception&) {
+  return 0;
+}
+
+int IsFileNotLocked(const std::u16string& path) {
+  return IsFileNotLocked(path, win32::GetFileAttributesW(path.c_str()));
+}
+
+// Bit 0x8 is no attribute that Windows sets; it is set when the attributes could not be read. A read-only file is therefore
+// asked for write access as well and answers "access denied", which counts as not locked.
+int IsFileNotLocked(const std::u16string& path, win32::DWORD attributes) {
+  constexpr win32::DWORD kReadAlone = 0x8;
+  const win32::DWORD access =
+      attributes & kReadAlone ? win32::GENERIC_READ : win32::GENERIC_READ | win32::GENERIC_WRITE;
+  win32::SetLastError(win32::ERROR_SUCCESS);  // an open that succeeds need not set it
+  const win32::UniqueFile file{win32::CreateFileW(path.c_str(), access, 0, nullptr, win32::OPEN_EXISTING,
+                                                  win32::FILE_ATTRIBUTE_NORMAL, nullptr)};
+  const win32::DWORD error = win32::GetLastError();
+  return error == win32::ERROR_SHARING_VIOLATION || error == win32::ERROR_LOCK_VIOLATION ? 0 : 1;
+}
+
+namespace {
+
+int ExamineInheritance(const std::u16string& path) {
+  win32::ACL* dacl = nullptr;
+  win32::UniqueLocalMemory descriptor;
+  if (win32::GetNamedSecurityInfoW(path.c_str(), kFile, win32::DACL_SECURITY_INFORMATION, nullptr, nullptr, &dacl, nullptr,
+                                   descriptor.put()) != win32::ERROR_SUCCESS ||
+      !dacl)
+    return 0;
+  for (win32::DWORD index = 0; index < dacl->AceCount; ++index) {
+    void* ace = nullptr;
+    if (!win32::GetAce(dacl, index, &ace))
+      Log(u"#### HaveInheritedPermissions(). Failed to get ACE from DACL of (index: %d)= %ls", index, path);
+    else if (IsInherited(ace))
+      return 1;
+  }
+  return 0;
+}
+
+}  // namespace
+
+int HaveInheritedPermissions(InheritanceCache& cache, const std::u16string& path) try {
+  const auto known = cache.find(path);
+  return known != cache.end() ? known->second : cache.emplace(path, ExamineInheritance(path)).first->second;
+} catch (const std::exception&) {
+  return 0;
+}
+
+void HeapBlockDeleter::operator()(void* block) const { win32::HeapFree(win32::GetProcessHeap(), 0, block); }
+
+int SaveSecurityInfo(const std::u16string& path, SecurityBlock& block) try {
+  win32::DWORD size = 0;
+  win32::GetFileSecurityW(path.c_str(), kOwnerAndDacl, nullptr, 0, &size);
+  // The descriptor may grow between asking for its size and reading it: one more try at the new size.
+  for (int attempt = 0; attempt < 2 && size != 0; ++attempt) {
+    SecurityBlock candidate{win32::HeapAlloc(win32::GetProcessHeap(), win32::HEAP_ZERO_MEMORY, size)};
+    if (!candidate) return 0;
+    if (win32::GetFileSecurityW(path.c_str(), kOwnerAndDacl, candidate.get(), size, &size)) {
+      block = std::move(candidate);
+      return 1;
+    }
+    if (win32::GetLastError() != win32::ERROR_INSUFFICIENT_BUFFER) return 0;
+  }
+  return 0;
+} catch (const std::exception&) {
+  return 0;
+}
+
+namespace {
+
+bool RestoreSecurity(const std::u16string& path, void* block) {
+  Trace(u"IN RestoreRemovedSecurityInfo() : %s", path);
+  if (win32::SetFileSecurityW(path.c_str(), kOwnerAndDacl, block)) return true;
+  Trace(u"SetFileSecurity() failed for: %s", path);
+  win32::Sleep(2000);
+  return win32::PathFileExistsW(path.c_str()) && win32::SetFileSecurityW(path.c_str(), kOwnerAndDacl, block);
+}
+
+}  // namespace
+
+int RestoreRemovedSecurityInfo(const SavedSecurityMap& saved) try {
+  int result = 1;
+  for (const auto& [path, block] : saved)
+    if (!RestoreSecurity(path, block.get())) result = 0;
+  return result;
+} catch (const std::exception&) {
+  return 0;
+}

@@ -1,0 +1,57 @@
+// Security descriptors of files: copying, opening up, testing and saving them. Operations answer 1 or 0.
+#pragma once
+
+#include <map>
+#include <memory>
+#include <string>
+
+#include "win32/constants.h"
+#include "win32/handle.h"
+
+// Read & execute as the rules ask for it: READ_CONTROL, FILE_READ_DATA, FILE_READ_EA, FILE_EXECUTE, FILE_READ_ATTRIBUTES.
+inline constexpr win32::DWORD kReadAndExecute = 0x200A9;
+inline constexpr win32::DWORD kFullControl = win32::FILE_ALL_ACCESS;
+
+// The caller as the thread's own impersonation token, for as long as the object lives.
+class ImpersonatedCaller {
+ public:
+  ImpersonatedCaller();
+  ~ImpersonatedCaller();
+  ImpersonatedCaller(const ImpersonatedCaller&) = delete;
+  ImpersonatedCaller& operator=(const ImpersonatedCaller&) = delete;
+  // Null when the thread could not take the token; every access test then answers no.
+  win32::HANDLE token() const { return token_.get(); }
+
+ private:
+  win32::UniqueKernelHandle token_;
+  bool impersonating_ = false;
+};
+
+// Writes the source's DACL, less its inherited entries (all kept with keepInheritedAces), to the target. Of consecutive
+// inherited entries every second one stays.
+int CopyDacl(const std::u16string& source, const std::u16string& target, int allowInheritance, int keepInheritedAces);
+
+// Everyone may read, Administrators may do everything; takes the ownership for the Administrators when that is refused.
+int GrantEveryoneAndAdministrators(const std::u16string& path);
+
+// May the token's user have desiredAccess on the item?
+int HasAccess(win32::HANDLE token, const std::u16string& path, win32::DWORD desiredAccess);
+
+// 0 when another process holds the file so that it cannot be opened alone.
+int IsFileNotLocked(const std::u16string& path);
+int IsFileNotLocked(const std::u16string& path, win32::DWORD attributes);
+
+// Path to answer; each path is examined once.
+using InheritanceCache = std::map<std::u16string, int>;
+int HaveInheritedPermissions(InheritanceCache& cache, const std::u16string& path);
+
+// A self-relative descriptor (owner and DACL) in a block of the process heap.
+struct HeapBlockDeleter {
+  void operator()(void* block) const;
+};
+using SecurityBlock = std::unique_ptr<void, HeapBlockDeleter>;
+using SavedSecurityMap = std::map<std::u16string, SecurityBlock>;
+
+int SaveSecurityInfo(const std::u16string& path, SecurityBlock& block);
+// Writes every saved descriptor back to its path. 1 when all could be written.
+int RestoreRemovedSecurityInfo(const SavedSecurityMap& saved);

@@ -1,0 +1,57 @@
+#include "fsops/shares.h"
+
+#include "redirect/path_text.h"
+#include "win32/win32.h"
+
+// One block of shares as NetShareEnum gave it.
+struct ShareList::Buffer {
+  explicit Buffer(win32::BYTE* block) : data(block) {}
+  ~Buffer() { win32::NetApiBufferFree(data); }
+  Buffer(const Buffer&) = delete;
+  Buffer& operator=(const Buffer&) = delete;
+
+  const win32::SHARE_INFO_502* shares() const {
+    return static_cast<const win32::SHARE_INFO_502*>(static_cast<const void*>(data));
+  }
+  win32::BYTE* data;
+  win32::DWORD count = 0;
+};
+
+ShareList ShareList::Read() {
+  ShareList list;
+  win32::DWORD resume = 0;
+  win32::DWORD result = win32::ERROR_MORE_DATA;
+  while (result == win32::ERROR_MORE_DATA) {
+    win32::BYTE* block = nullptr;
+    win32::DWORD count = 0, total = 0;
+    result = win32::NetShareEnum(nullptr, 502, &block, win32::MAX_PREFERRED_LENGTH, &count, &total, &resume);
+    const bool hasShares = block && (result == win32::NERR_Success || result == win32::ERROR_MORE_DATA);
+    if (block) list.buffers_.push_back(std::make_shared<Buffer>(block));
+    if (hasShares) list.buffers_.back()->count = count;
+    if (count == 0) break;  // nothing came, so the same question would be asked for ever
+  }
+  return list;
+}
+
+std::vector<const win32::SHARE_INFO_502*> ShareList::FindByPath(std::u16string_view folder) const {
+  std::vector<const win32::SHARE_INFO_502*> found;
+  for (const std::shared_ptr<Buffer>& buffer : buffers_)
+    for (win32::DWORD index = 0; index < buffer->count; ++index) {
+      const win32::SHARE_INFO_502& share = buffer->shares()[index];
+      if (share.shi502_path && EqualPaths(share.shi502_path, folder)) found.push_back(&share);
+    }
+  return found;
+}
+
+bool DeleteShare(const win32::SHARE_INFO_502& share) {
+  return win32::NetShareDel(nullptr, share.shi502_netname, 0) == win32::NERR_Success;
+}
+
+bool AddShare(const win32::SHARE_INFO_502& share, const std::u16string& folder) {
+  std::u16string path = folder;
+  win32::SHARE_INFO_502 copy = share;
+  copy.shi502_path = path.data();
+  win32::DWORD wrongParameter = 0;
+  return win32::NetShareAdd(nullptr, 502, static_cast<win32::BYTE*>(static_cast<void*>(&copy)), &wrongParameter) ==
+         win32::NERR_Success;
+}

@@ -1,0 +1,341 @@
+#include "redirect/folder.h"
+
+#include <exception>
+
+#include "cli/console.h"
+#include "cli/not_built.h"
+#include "fsops/backup_copy.h"
+#include "fsops/move_tree.h"
+#include "log/log.h"
+#include "probes/privileges.h"
+#include "redirect/created_folders.h"
+#include "redirect/junction.h"
+#include "redirect/path_text.h"
+#include "redirect/records.h"
+#include "validate/validate.h"
+#include "win32/win32.h"
+
+namespace {
+
+constexpr unsigned kErrorsLoggedIn = 137;
+constexpr unsigned kRemovalFailed = 139;
+constexpr unsigned kRemovalSucceeded = 140;
+constexpr unsigned kRedirectionSucceeded = 147;
+constexpr unsigned kRedirectionFailed = 148;
+constexpr unsigned kAdministratorsOnly = 179;
+constexpr unsigned kTargetExists = 183;
+constexpr const char16_t* kVolumeForm = u"the redirection of a folder to a volume";
+
+// The end of a command that succeeded or failed, on the console and in the log.
+int Succeed(unsigned result) {
+  const std::u16string text = LoadResourceString(result);
+  ConsolePrint(text);
+  Log(u"%ls", text);
+  return 0;
+}
+
+int Fail(unsigned result) {
+  const std::u16string text = LoadResourceString(result);
+  ConsoleFormatString(kErrorsLoggedIn, LogPath());
+  ConsoleFormat(u"\n%ls", text);
+  Log(u"%ls", text);
+  return 1;
+}
+
+bool IsAdministrator() {
+  if (IsMemberOfAdministrators()) return true;
+  ConsolePrint(LoadResourceString(kAdministratorsOnly));
+  return false;
+}
+
+// Where the contents of `source` go: a folder of its name below the target.
+std::u16string RealTarget(const std::u16string& source, const std::u16string& target) {
+  return source.find(u'\\') == std::u16string::npos ? target : JoinPath(target, LastComponent(source));
+}
+
+bool Exists(const std::u16string& path) { return win32::PathFileExistsW(path.c_str()) != win32::FALSE; }
+
+// One folder on its way to its new place.
+class FolderRedirection {
+ public:
+  FolderRedirection(std::u16string source, std::u16string target, int copyNtfsPermissions, int copyShares)
+      : source_(std::move(source)),
+        target_(std::move(target)),
+        realTarget_(RealTarget(source_, target_)),
+        copyNtfsPermissions_(copyNtfsPermissions),
+        copyShares_(copyShares),
+        created_(realTarget_) {}
+
+  // Nothing has changed when one of these says no.
+  bool MayRedirect() const;
+  bool TargetMayBeUsed() const;
+  // Each leaves everything as it was when it answers false, or the log says where the data is.
+  bool MakeTarget() const;
+  bool MoveContents();
+  bool LeaveJunction();
+
+ private:
+  void TakeBack(bool junctionMade);
+  void MakeSourceAgain() const;
+
+  const std::u16string source_, target_, realTarget_;
+  const int copyNtfsPermissions_, copyShares_;
+  const CreatedFolders created_;
+  CopyRecord moved_;
+  std::vector<JunctionRecord> records_;
+};
+
+bool FolderRedirection::MayRedirect() const {
+  // With "..", the last component would not be the folder's name, and a folder inside another would not look like it.
+  for (const std::u16string& path : {source_, target_})
+    if (HasDotComponents(path)) {
+      Log(u"#ERROR: The selected folder %ls is a relative path. Browse to a different location", path);
+      return false;
+    }
+  if (!FindJunctionRegKey(source_.c_str(), realTarget_.c_str(), 0).empty()) {
+    Log(u"#ERROR: Junction already exists for Source = %ls and Target = %ls.", source_, realTarget_);
+    return false;
+  }
+  if (!ValidateRedirectionPaths(source_.c_str(), target_.c_str(), 1, 0, 0, 0, 0, 0, 0)) {
+    Log(u"#ERROR: PreScanning failed for Source = %ls and Target = %ls.", source_, realTarget_);
+    return false;
+  }
+  return TargetMayBeUsed();
+}
+
+bool FolderRedirection::TargetMayBeUsed() const {
+  if (realTarget_.size() >= kPathLengthLimit) {
+    Log(u"#ERROR: The specified path %ls exceeds the system-defined maximum length of 248 characters. Browse to a different location.",
+        realTarget_);
+    return false;
+  }
+  if (EqualPaths(source_, realTarget_)) {
+    Log(u"Checking source folder equals to target.\nSource: %ls Target: %ls #ERROR: Cannot redirect when Source and Target folder are "
+        u"the same. Browse to a different location.",
+        source_, realTarget_);
+    return false;
+  }
+  // A folder below the place that its contents go to: they would be merged into a tree that holds them, and a junction to a
+  // folder above itself has no end.
+  if (IsSameOrBelow(source_, realTarget_)) {
+    Log(u"Checking source folder contained in target.\nSource: %ls Target: %ls #ERROR: Cannot redirect within the same Source folder. "
+        u"Browse to a different location.",
+        source_, realTarget_);
+    return false;
+  }
+  if (!Exists(realTarget_)) return true;
+  if (IsJunction(realTarget_.c_str(), 0)) {
+    Log(u"#ERROR: The folder %ls is already redirected. Browse to a different location.", realTarget_);
+    return false;
+  }
+  if (IsSymbolicLink(realTarget_.c_str())) {
+    Log(u"#ERROR: The folder %ls is Symbolic Link. Browse to a different location.", realTarget_);
+    return false;
+  }
+  return true;
+}
+
+bool FolderRedirection::MakeTarget() const {
+  const int result = win32::SHCreateDirectoryExW(nullptr, realTarget_.c_str(), nullptr);
+  if (result == static_cast<int>(win32::ERROR_ALREADY_EXISTS) || result == static_cast<int>(win32::ERROR_FILE_EXISTS)) {
+    ConsoleFormatString(kTargetExists, realTarget_);
+    return true;
+  }
+  if (result == static_cast<int>(win32::ERROR_SUCCESS)) return true;
+  Log(u"#ERROR: Failed To Create Target Folder: %ls", realTarget_);
+  created_.RemoveIfEmpty();
+  return false;
+}
+
+bool FolderRedirection::MoveContents() {
+  if (MoveDirectoryTree(source_, realTarget_, copyNtfsPermissions_, copyShares_, 0, 0, created_.IncludesFolder(), moved_)) return true;
+  Log(u"#ERROR: Unable to move files and folders from Source = %ls to Target = %ls.", source_, realTarget_);
+  created_.RemoveIfEmpty();
+  return false;
+}
+
+bool FolderRedirection::LeaveJunction() {
+  if (!CreateJunction(source_.c_str(), realTarget_.c_str())) {
+    Log(u"#ERROR: Unable to create junction for Source = %ls and Target = %ls.", source_, realTarget_);
+    TakeBack(false);
+    return false;
+  }
+  records_ = SaveJunctionRecords(0);
+  if (!UpdateJunctionRegKeys(source_.c_str(), realTarget_.c_str(), 0)) {
+    Log(u"#ERROR: Unable to update redirected folder path in registry.");
+    TakeBack(true);
+    return false;
+  }
+  if (!AddJunctionRegKey(source_.c_str(), realTarget_.c_str(), 0)) {
+    Log(u"#ERROR: Unable to add Junction Point to Registry for Source = %ls and Target = %ls.", source_, realTarget_);
+    TakeBack(true);
+    return false;
+  }
+  return true;
+}
+
+// The target now holds the only copy: it goes only as far as everything is back. The junction goes first, or what is moved
+// back would pass through it to where it comes from.
+void FolderRedirection::TakeBack(bool junctionMade) {
+  if (junctionMade && !DeleteJunction(source_.c_str())) {
+    Log(u"#ERROR: Unable to delete Junction. path = %ls. The files and folders stay in %ls.", source_, realTarget_);
+    return;
+  }
+  RestoreJunctionRecords(records_);
+  MakeSourceAgain();
+  if (!UndoMove(moved_)) Log(u"#ERROR: Unable to move all files and folders back to %ls. The others stay in %ls.", source_, realTarget_);
+  created_.RemoveIfEmpty();
+}
+
+// A junction that could not be made takes the empty folder with it.
+void FolderRedirection::MakeSourceAgain() const {
+  if (Exists(source_)) return;
+  win32::CreateDirectoryW(source_.c_str(), nullptr);
+  if (copyNtfsPermissions_) BackupCopy(realTarget_, source_, 1);
+}
+
+// One folder on its way back.
+class FolderRemoval {
+ public:
+  FolderRemoval(std::u16string source, std::u16string target, int copyNtfsPermissions, int copyShares)
+      : source_(std::move(source)),
+        target_(RecordedTarget(source_, std::move(target))),
+        copyNtfsPermissions_(copyNtfsPermissions),
+        copyShares_(copyShares) {}
+
+  // Nothing has changed when this says no.
+  bool MayRemove() const;
+  // Each leaves the redirection as it was when it answers false, or the log says what could not be put back.
+  bool TakeJunctionAway();
+  bool MoveContentsBack();
+  bool ForgetRecord();
+  void RemoveEmptyTarget() const;
+
+ private:
+  static std::u16string RecordedTarget(const std::u16string& source, std::u16string target);
+  void PutJunctionBack() const;
+
+  const std::u16string source_, target_;
+  const int copyNtfsPermissions_, copyShares_;
+  CopyRecord moved_;
+  std::u16string junctionTarget_;
+};
+
+// A redirection is undone by the command that made it, so the location may be the folder in which the contents' folder was
+// made as well as that folder itself.
+std::u16string FolderRemoval::RecordedTarget(const std::u16string& source, std::u16string target) {
+  if (JunctionRegKeyExists(source.c_str(), target.c_str(), 0)) return target;
+  std::u16string realTarget = RealTarget(source, target);
+  return JunctionRegKeyExists(source.c_str(), realTarget.c_str(), 0) ? realTarget : target;
+}
+
+bool FolderRemoval::MayRemove() const {
+  if (!Exists(source_)) {
+    Log(u"#ERROR: Source = %ls Path Does Not Exist.", source_);
+    return false;
+  }
+  if (!Exists(target_)) {
+    Log(u"#ERROR: Target = %ls Path Does Not Exist.", target_);
+    return false;
+  }
+  if (!JunctionRegKeyExists(source_.c_str(), target_.c_str(), 0)) {
+    Log(u"#ERROR: Junction doesn't exists for Source = %ls and Target = %ls.", source_, target_);
+    return false;
+  }
+  return true;
+}
+
+bool FolderRemoval::TakeJunctionAway() {
+  if (!GetJunctionTarget(source_.c_str(), junctionTarget_)) {
+    Log(u"#ERROR: Unable to get Junction Target Path.");
+    return false;
+  }
+  if (!DeleteJunction(source_.c_str())) {
+    Log(u"#ERROR: Unable to delete Junction. path = %ls.", source_);
+    return false;
+  }
+  return true;
+}
+
+bool FolderRemoval::MoveContentsBack() {
+  if (!ValidateRedirectionPaths(target_.c_str(), source_.c_str(), 1, 1, 0, 0, 0, 0, 0)) {
+    Log(u"#ERROR: PreScanning failed for Source = %ls and Target = %ls.", source_, target_);
+    PutJunctionBack();
+    return false;
+  }
+  // What stood in the junction's place is an empty folder that only kept the place: the target's root comes back as well.
+  if (!MoveDirectoryTree(target_, source_, copyNtfsPermissions_, copyShares_, 0, 0, 1, moved_)) {
+    Log(u"#ERROR: Unable to move files and folders from Source = %ls to Target = %ls.", source_, target_);
+    PutJunctionBack();
+    return false;
+  }
+  return true;
+}
+
+bool FolderRemoval::ForgetRecord() {
+  if (!DeleteRegKey(source_.c_str(), target_.c_str(), 0)) {
+    Log(u"#ERROR: Unable to remove Junction Point from Registry for Source = %ls and Target = %ls.", source_, target_);
+    if (UndoMove(moved_))
+      PutJunctionBack();
+    else
+      Log(u"#ERROR: Unable to move all files and folders back to %ls. The others stay in %ls.", target_, source_);
+    return false;
+  }
+  // Records of redirections nested in the folder name its old place again. Nothing can be taken back any more, and nothing
+  // is lost should it fail.
+  if (!UpdateJunctionRegKeys(target_.c_str(), source_.c_str(), 0)) Log(u"#ERROR: Unable to update redirected folder path in registry.");
+  return true;
+}
+
+void FolderRemoval::RemoveEmptyTarget() const {
+  if (!RemoveEmptyFolder(target_)) LogWithSystemError(u"#INFO: The folder %ls could not be removed. ", target_);
+}
+
+// To where it led: not always the recorded target, which follows when data moves, while the junction may lead there through
+// another one.
+void FolderRemoval::PutJunctionBack() const {
+  if (!CreateJunction(source_.c_str(), junctionTarget_.c_str()))
+    Log(u"#ERROR: Unable to create junction for Source = %ls and Target = %ls.", source_, junctionTarget_);
+}
+
+}  // namespace
+
+int RedirectFolder(const char16_t* source, const char16_t* target, int copyNtfsPermissions, int copyShares) try {
+  if (!IsAdministrator()) return 1;
+  if (!source || !target) {
+    Log(u"#ERROR: Target or Source path is missing.");
+    return 1;
+  }
+  if (IsVolumePath(source)) {
+    Log(u"#ERROR: Source Folder can not be Volume path.");
+    return Fail(kRedirectionFailed);
+  }
+  if (IsVolumeMountPoint(source)) {
+    Log(u"#ERROR: The folder %ls is already redirected. Browse to a different location.", source);
+    return Fail(kRedirectionFailed);
+  }
+  if (IsVolumePath(target)) return AnswerNotBuilt(kVolumeForm);
+
+  FolderRedirection redirection(WithoutTrailingBackslash(source), target, copyNtfsPermissions, copyShares);
+  const bool redirected = redirection.MayRedirect() && redirection.MakeTarget() && redirection.MoveContents() && redirection.LeaveJunction();
+  return redirected ? Succeed(kRedirectionSucceeded) : Fail(kRedirectionFailed);
+} catch (const std::exception&) {
+  return Fail(kRedirectionFailed);
+}
+
+int RemoveFolderRedirection(const char16_t* source, const char16_t* target, int copyNtfsPermissions, int copyShares) try {
+  if (!IsAdministrator()) return 1;
+  if (!source || !target) {
+    Log(u"#ERROR: Target or Source path Missing");
+    return 1;
+  }
+  if (IsVolumePath(source) || IsVolumePath(target)) return AnswerNotBuilt(kVolumeForm);
+
+  FolderRemoval removal(WithoutTrailingBackslash(source), WithoutTrailingBackslash(target), copyNtfsPermissions, copyShares);
+  if (!removal.MayRemove() || !removal.TakeJunctionAway() || !removal.MoveContentsBack() || !removal.ForgetRecord())
+    return Fail(kRemovalFailed);
+  removal.RemoveEmptyTarget();
+  return Succeed(kRemovalSucceeded);
+} catch (const std::exception&) {
+  return Fail(kRemovalFailed);
+}

@@ -1,0 +1,77 @@
+#include "redirect/path_text.h"
+
+#include <algorithm>
+
+namespace {
+
+constexpr std::u16string_view kExtendedPrefix = u"\\\\?\\";
+constexpr std::size_t kMaxPath = 260;
+
+char16_t Lower(char16_t unit) { return unit >= u'A' && unit <= u'Z' ? static_cast<char16_t>(unit + (u'a' - u'A')) : unit; }
+
+}  // namespace
+
+std::u16string LowerAscii(std::u16string_view text) {
+  std::u16string lowered(text);
+  std::transform(lowered.begin(), lowered.end(), lowered.begin(), Lower);
+  return lowered;
+}
+
+bool EqualPaths(std::u16string_view a, std::u16string_view b) {
+  return std::equal(a.begin(), a.end(), b.begin(), b.end(), [](char16_t x, char16_t y) { return Lower(x) == Lower(y); });
+}
+
+bool StartsWithPath(std::u16string_view text, std::u16string_view start) { return EqualPaths(text.substr(0, start.size()), start); }
+
+bool HasExtendedPrefix(std::u16string_view path) { return path.starts_with(kExtendedPrefix); }
+
+std::u16string ExtendedPath(std::u16string_view path) {
+  std::u16string extended(path);
+  if (path.size() >= kMaxPath && !HasExtendedPrefix(path)) extended.insert(0, kExtendedPrefix);
+  return extended;
+}
+
+std::u16string ParentPath(std::u16string_view path) {
+  const std::size_t backslash = path.rfind(u'\\');
+  return std::u16string(backslash == std::u16string_view::npos ? std::u16string_view() : path.substr(0, backslash));
+}
+
+std::u16string LastComponent(std::u16string_view path) {
+  const std::size_t backslash = path.rfind(u'\\');
+  return std::u16string(backslash == std::u16string_view::npos ? path : path.substr(backslash + 1));
+}
+
+std::u16string JoinPath(std::u16string_view folder, std::u16string_view name) {
+  std::u16string path(folder);
+  if (!path.ends_with(u'\\')) path += u'\\';
+  return path += name;
+}
+
+std::u16string WithoutTrailingBackslash(std::u16string_view path) {
+  while (path.size() > 1 && path.back() == u'\\' && path[path.size() - 2] != u':') path.remove_suffix(1);
+  return std::u16string(path);
+}
+
+bool HasDotComponents(std::u16string_view path) {
+  while (!path.empty()) {
+    const std::size_t end = std::min(path.find_first_of(u"\\/"), path.size());
+    const std::u16string_view component = path.substr(0, end);
+    if (component == u"." || component == u"..") return true;
+    path.remove_prefix(std::min(end + 1, path.size()));
+  }
+  return false;
+}
+
+bool IsSameOrBelow(std::u16string_view path, std::u16string_view folder) {
+  if (folder.ends_with(u'\\')) folder.remove_suffix(1);
+  if (folder.empty() || !StartsWithPath(path, folder)) return false;
+  return path.size() == folder.size() || path[folder.size()] == u'\\';
+}
+
+std::u16string ReplaceFolder(std::u16string_view path, std::u16string_view oldFolder, std::u16string_view newFolder) {
+  if (!IsSameOrBelow(path, oldFolder)) return std::u16string(path);
+  if (oldFolder.ends_with(u'\\')) oldFolder.remove_suffix(1);
+  std::u16string_view rest = path.substr(oldFolder.size());
+  if (newFolder.ends_with(u'\\') && rest.starts_with(u'\\')) rest.remove_prefix(1);
+  return std::u16string(newFolder) += rest;
+}

@@ -1,0 +1,31 @@
+// Paths as texts: comparing, cutting, replacing. Case is folded for the letters A to Z only.
+#pragma once
+
+#include <string>
+#include <string_view>
+
+std::u16string LowerAscii(std::u16string_view text);
+// Equal but for the case of A to Z; for paths, names and switches alike.
+bool EqualPaths(std::u16string_view a, std::u16string_view b);
+bool StartsWithPath(std::u16string_view text, std::u16string_view start);
+
+// The path begins with "\\?\".
+bool HasExtendedPrefix(std::u16string_view path);
+// The path as file-system calls take it: "\\?\" goes in front of one of 260 characters or more that does not have it.
+std::u16string ExtendedPath(std::u16string_view path);
+
+// The path up to its last backslash, which is left out; empty without one.
+std::u16string ParentPath(std::u16string_view path);
+// What follows the last backslash; the whole path without one.
+std::u16string LastComponent(std::u16string_view path);
+// Folder and name with one backslash between them.
+std::u16string JoinPath(std::u16string_view folder, std::u16string_view name);
+// The path without the backslashes at its end; a drive's root ("C:\") keeps its own.
+std::u16string WithoutTrailingBackslash(std::u16string_view path);
+// One of the path's components is "." or "..".
+bool HasDotComponents(std::u16string_view path);
+
+// The path is `folder` or lies below it: C:\Database is not below C:\Data.
+bool IsSameOrBelow(std::u16string_view path, std::u16string_view folder);
+// With newFolder in the place of oldFolder when the path is oldFolder or lies below it; otherwise as it is.
+std::u16string ReplaceFolder(std::u16string_view path, std::u16string_view oldFolder, std::u16string_view newFolder);

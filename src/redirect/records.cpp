@@ -1,0 +1,252 @@
+#include "redirect/records.h"
+
+#include <algorithm>
+#include <array>
+#include <exception>
+#include <limits>
+
+#include "cli/console.h"
+#include "log/log.h"
+#include "redirect/path_text.h"
+#include "win32/handle.h"
+
+namespace {
+
+constexpr std::size_t kBuffer = 500;  // characters of a subkey's name or a value, terminator included
+constexpr std::u16string_view kSoftware = u"SOFTWARE\\";
+
+std::u16string ListKey(int isFile) {
+  return isFile ? u"SOFTWARE\\Velmora\\Quillbay\\FileJunctions" : u"SOFTWARE\\Velmora\\Quillbay\\Junctions";
+}
+
+template <typename... Arguments>
+void DebugOutput(FormatFor<Arguments...> format, const Arguments&... arguments) {
+  win32::OutputDebugStringW(FormatText<Arguments...>(format, arguments...).c_str());
+}
+
+// The number that a name begins with, as C's conversion reads it, but without its limit: a number that stood still at
+// 2,147,483,647 would be given out twice. 0 for a name that is no number.
+std::uint64_t LeadingNumber(std::u16string_view name) {
+  constexpr std::uint64_t kLargest = std::numeric_limits<std::uint64_t>::max() - 1;
+  std::uint64_t number = 0;
+  for (const char16_t unit : name) {
+    if (unit < u'0' || unit > u'9') break;
+    const std::uint64_t digit = unit - u'0';
+    if (number > (kLargest - digit) / 10) return kLargest;
+    number = number * 10 + digit;
+  }
+  return number;
+}
+
+// The names of a list's records in the registry's order.
+std::vector<std::u16string> RecordNames(int isFile) {
+  win32::UniqueKey list;
+  if (win32::RegOpenKeyExW(win32::HKEY_LOCAL_MACHINE, ListKey(isFile).c_str(), 0,
+                           win32::KEY_QUERY_VALUE | win32::KEY_ENUMERATE_SUB_KEYS | win32::KEY_WOW64_32KEY, list.put()) != 0)
+    return {};
+  win32::DWORD count = 0;
+  if (win32::RegQueryInfoKeyW(list.get(), nullptr, nullptr, nullptr, &count, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr,
+                              nullptr) != 0)
+    return {};
+  std::vector<std::u16string> names;
+  for (win32::DWORD index = 0; index < count; ++index) {
+    std::array<char16_t, kBuffer> name{};
+    win32::DWORD length = kBuffer;
+    if (win32::RegEnumKeyExW(list.get(), index, name.data(), &length, nullptr, nullptr, nullptr, nullptr) == 0)
+      names.emplace_back(name.data(), std::min<std::size_t>(length, kBuffer - 1));
+  }
+  return names;
+}
+
+std::vector<std::u16string> RecordKeys(int isFile) {
+  std::vector<std::u16string> keys = RecordNames(isFile);
+  for (std::u16string& key : keys) key = ListKey(isFile) + u"\\" + key;
+  return keys;
+}
+
+// A text value up to its terminator, if it has one.
+int ReadText(const win32::UniqueKey& key, const std::u16string& subkey, const char16_t* name, std::u16string& out) {
+  win32::DWORD type = 0;
+  win32::DWORD size = 0;
+  if (win32::RegQueryValueExW(key.get(), name, nullptr, &type, nullptr, &size) != 0) {
+    DebugOutput(u"#ERROR: ReadKeyValues: RegQueryValueEx() failed for path = %ls", name);
+    return 0;
+  }
+  std::u16string text(size / sizeof(char16_t) + 1, u'\0');
+  if (win32::RegQueryValueExW(key.get(), name, nullptr, &type, reinterpret_cast<win32::BYTE*>(text.data()), &size) != 0) return 0;
+  text.resize(std::min(text.find(u'\0'), size / sizeof(char16_t)));
+  // Cut, a longer path would name some other folder.
+  if ((type != win32::REG_SZ && type != win32::REG_EXPAND_SZ) || text.size() >= kBuffer) {
+    DebugOutput(u"#ERROR: ReadKeyValues: no path in %ls of %ls", name, subkey);
+    return 0;
+  }
+  out = text;
+  return 1;
+}
+
+// Without a terminator: the product's other components store and expect the bare characters.
+bool WriteText(const win32::UniqueKey& key, const char16_t* name, std::u16string_view text) {
+  return win32::RegSetValueExW(key.get(), name, 0, win32::REG_SZ, reinterpret_cast<const win32::BYTE*>(text.data()),
+                               static_cast<win32::DWORD>(text.size() * sizeof(char16_t))) == 0;
+}
+
+void RewriteValue(const std::u16string& subkey, const char16_t* name, const std::u16string& text) {
+  if (text.empty()) return;
+  win32::UniqueKey key;
+  if (win32::RegCreateKeyExW(win32::HKEY_LOCAL_MACHINE, subkey.c_str(), 0, nullptr, win32::REG_OPTION_NON_VOLATILE,
+                             win32::KEY_SET_VALUE | win32::KEY_WOW64_32KEY, nullptr, key.put(), nullptr) == 0)
+    WriteText(key, name, text);
+}
+
+// RegDeleteKeyW knows no view: the 32-bit one is reached by its place in the 64-bit one.
+bool DeleteRecordKey(const std::u16string& subkey) {
+  std::u16string path = subkey;
+  path.insert(kSoftware.size(), u"Wow6432Node\\");
+  return win32::RegDeleteKeyW(win32::HKEY_LOCAL_MACHINE, path.c_str()) == 0;
+}
+
+// The two values of a new record. A record with one of them would be no use to anybody.
+bool WriteRecord(const win32::UniqueKey& key, std::u16string_view source, std::u16string_view target) {
+  if (!WriteText(key, u"Source", source)) {
+    DebugOutput(u"ERROR: AddJunctionRegKey: RegSetValueEx() failed for value name 'Source':\n");
+    return false;
+  }
+  if (!WriteText(key, u"Target", target)) {
+    DebugOutput(u"ERROR: AddJunctionRegKey: RegSetValueEx() failed for value name 'Target':\n");
+    return false;
+  }
+  return true;
+}
+
+std::u16string_view TextOrEmpty(const char16_t* text) { return text ? std::u16string_view(text) : std::u16string_view(); }
+
+}  // namespace
+
+std::uint64_t GetNextJunctionIndex(int isFile) try {
+  std::uint64_t largest = 0;
+  for (const std::u16string& name : RecordNames(isFile)) largest = std::max(largest, LeadingNumber(name));
+  return largest + 1;
+} catch (const std::exception&) {
+  return 1;
+}
+
+int AddJunctionRegKey(const char16_t* source, const char16_t* target, int isFile) try {
+  if (!source && !target) {
+    Log(u"ERROR: Source or target path missing.");
+    return 0;
+  }
+  if (JunctionRegKeyExists(source, target, isFile)) {
+    Log(u"ERROR: Source and Target Path already exists in Registry.");
+    return 0;
+  }
+  const std::u16string subkey = FormatText(u"%ls\\%u", ListKey(isFile), GetNextJunctionIndex(isFile));
+  win32::UniqueKey key;
+  win32::DWORD disposition = win32::REG_CREATED_NEW_KEY;
+  // A key that has come to exist meanwhile is somebody else's record.
+  if (win32::RegCreateKeyExW(win32::HKEY_LOCAL_MACHINE, subkey.c_str(), 0, nullptr, win32::REG_OPTION_NON_VOLATILE,
+                             win32::KEY_READ | win32::KEY_WRITE | win32::KEY_WOW64_32KEY, nullptr, key.put(), &disposition) != 0 ||
+      disposition != win32::REG_CREATED_NEW_KEY) {
+    DebugOutput(u"#ERROR: AddJunctionRegKey: RegCreateKeyEx() failed for path = %ls", subkey);
+    return 0;
+  }
+  if (WriteRecord(key, TextOrEmpty(source), TextOrEmpty(target))) return 1;
+  key.reset();
+  DeleteRecordKey(subkey);
+  return 0;
+} catch (const std::exception&) {
+  return 0;
+}
+
+int ReadKeyValues(const std::u16string& subkey, std::u16string& source, std::u16string& target) try {
+  win32::UniqueKey key;
+  if (win32::RegOpenKeyExW(win32::HKEY_LOCAL_MACHINE, subkey.c_str(), 0, win32::KEY_QUERY_VALUE | win32::KEY_WOW64_32KEY, key.put()) !=
+      0) {
+    DebugOutput(u"#ERROR: ReadKeyValues: RegOpenKeyEx() failed for path = %ls", subkey);
+    return 0;
+  }
+  const int sourceRead = ReadText(key, subkey, u"Source", source);
+  const int targetRead = ReadText(key, subkey, u"Target", target);
+  return sourceRead && targetRead ? 1 : 0;
+} catch (const std::exception&) {
+  return 0;
+}
+
+std::u16string FindJunctionRegKey(const char16_t* source, const char16_t* target, int isFile) try {
+  if (!source || !target) return {};
+  for (const std::u16string& subkey : RecordKeys(isFile)) {
+    std::u16string recordSource, recordTarget;
+    if (ReadKeyValues(subkey, recordSource, recordTarget) && EqualPaths(recordSource, source) && EqualPaths(recordTarget, target))
+      return subkey;
+  }
+  return {};
+} catch (const std::exception&) {
+  return {};
+}
+
+int JunctionRegKeyExists(const char16_t* source, const char16_t* target, int isFile) {
+  return FindJunctionRegKey(source, target, isFile).empty() ? 0 : 1;
+}
+
+int DeleteRegKey(const char16_t* source, const char16_t* target, int isFile) try {
+  const std::u16string subkey = FindJunctionRegKey(source, target, isFile);
+  if (subkey.empty()) {
+    Log(u"#ERROR: Key with the source = %ls and target = %ls not found.", source, target);
+    return 0;
+  }
+  if (DeleteRecordKey(subkey)) return 1;
+  DebugOutput(u"#ERROR: DeleteRegKey: RegDeleteKey() failed for path = %ls", subkey);
+  return 0;
+} catch (const std::exception&) {
+  return 0;
+}
+
+std::vector<JunctionRecord> SaveJunctionRecords(int isFile) try {
+  std::vector<JunctionRecord> records;
+  for (const std::u16string& subkey : RecordKeys(isFile)) {
+    JunctionRecord record{subkey, {}, {}};
+    if (ReadKeyValues(subkey, record.source, record.target) && !record.source.empty() && !record.target.empty())
+      records.push_back(std::move(record));
+  }
+  return records;
+} catch (const std::exception&) {
+  return {};
+}
+
+void RestoreJunctionRecords(const std::vector<JunctionRecord>& saved) try {
+  for (const JunctionRecord& record : saved) {
+    std::u16string source, target;
+    if (!ReadKeyValues(record.subkey, source, target)) continue;
+    if (source != record.source) RewriteValue(record.subkey, u"Source", record.source);
+    if (target != record.target) RewriteValue(record.subkey, u"Target", record.target);
+  }
+} catch (const std::exception&) {
+  // The registry keeps what could be written.
+}
+
+void GetJunctionRecords(int isFile, std::map<std::u16string, std::u16string>& records) {
+  for (const JunctionRecord& record : SaveJunctionRecords(isFile)) records[record.source] = record.target;
+}
+
+int UpdateJunctionRegKeys(const char16_t* oldPath, const char16_t* newPath, int isFile) try {
+  if (!oldPath || !newPath) return 0;
+  for (const JunctionRecord& record : SaveJunctionRecords(isFile)) {
+    const std::u16string source = ReplaceFolder(record.source, oldPath, newPath);
+    const std::u16string target = ReplaceFolder(record.target, oldPath, newPath);
+    if (source != record.source) RewriteValue(record.subkey, u"Source", source);
+    if (target != record.target) RewriteValue(record.subkey, u"Target", target);
+  }
+  return 1;
+} catch (const std::exception&) {
+  return 0;
+}
+
+int ListJunctions(int isFile) try {
+  std::map<std::u16string, std::u16string> records;
+  GetJunctionRecords(isFile, records);
+  if (records.empty()) return 1;
+  ConsolePrint(u"Source   Target\n\n");
+  for (const auto& [source, target] : records) ConsoleFormat(u"%ls   %ls\n", source, target);
+  return 1;
+} catch (const std::exception&) {
+  return 0;
+}

@@ -1,0 +1,146 @@
+#include "validate/file_list.h"
+
+#include <exception>
+#include <optional>
+#include <string_view>
+#include <utility>
+
+#include "redirect/junction.h"
+#include "redirect/path_text.h"
+#include "validate/path_rules.h"
+#include "win32/win32.h"
+
+bool TreeEntry::IsDirectory() const { return (attributes & win32::FILE_ATTRIBUTE_DIRECTORY) != 0; }
+bool TreeEntry::IsReparsePoint() const { return (attributes & win32::FILE_ATTRIBUTE_REPARSE_POINT) != 0; }
+bool TreeEntry::IsJunction() const { return IsDirectory() && IsJunctionRecord(attributes, reparseTag); }
+bool TreeEntry::IsSymbolicLink() const { return IsSymbolicLinkRecord(attributes, reparseTag); }
+
+std::uint64_t TreeListing::TotalSize() const {
+  std::uint64_t total = 0;
+  for (const TreeEntry& entry : entries) total += entry.size;
+  return total;
+}
+
+namespace {
+
+constexpr std::size_t kMaxPath = win32::MAX_PATH;  // terminator included
+constexpr std::u16string_view kEverything = u"\\*.*";
+
+bool IsSystemFolderName(std::u16string_view name) {
+  return EqualPaths(name, u"$RECYCLE.BIN") || EqualPaths(name, u"System Volume Information");
+}
+
+// The form in which every call reaches the item. The plain form ends at 259 characters, and it loses a dot or blank at the
+// end of a name. A path under a "\\?\" one keeps the prefix, so the copy and the deletion name the same items.
+std::u16string ReachablePath(std::u16string path) {
+  const bool plainFormReaches = path.size() < kMaxPath && path.back() != u'.' && path.back() != u' ';
+  if (!plainFormReaches && !HasExtendedPrefix(path)) path.insert(0, u"\\\\?\\");
+  return path;
+}
+
+TreeEntry EntryOf(const std::u16string& folder, const win32::WIN32_FIND_DATAW& found) {
+  TreeEntry entry;
+  entry.path = folder;
+  if (entry.path.empty() || entry.path.back() != u'\\') entry.path += u'\\';
+  entry.path += found.cFileName;
+  entry.path = ReachablePath(std::move(entry.path));
+  entry.attributes = found.dwFileAttributes;
+  entry.reparseTag = entry.IsReparsePoint() ? found.dwReserved0 : 0;
+  if (!entry.IsDirectory()) entry.size = (std::uint64_t{found.nFileSizeHigh} << 32) | found.nFileSizeLow;
+  return entry;
+}
+
+// A folder in the middle of being listed.
+struct OpenFolder {
+  std::u16string path;
+  win32::UniqueFind find;
+  win32::WIN32_FIND_DATAW found{};
+  bool hasEntry = false;  // `found` is the next entry
+};
+
+// Both answer false when the folder could not be read: what a listing that breaks off does not show would be neither
+// examined nor copied.
+bool Open(const std::u16string& path, OpenFolder& folder) {
+  std::u16string pattern = path;
+  while (!pattern.empty() && pattern.back() == u'\\') pattern.pop_back();
+  pattern += kEverything;
+  if (pattern.size() >= kMaxPath && !HasExtendedPrefix(pattern)) pattern.insert(0, u"\\\\?\\");
+  folder.path = path;
+  folder.find.reset(win32::FindFirstFileW(pattern.c_str(), &folder.found));
+  folder.hasEntry = static_cast<bool>(folder.find);
+  // Only a drive's root can be without any entry.
+  return folder.hasEntry || win32::GetLastError() == win32::ERROR_FILE_NOT_FOUND;
+}
+
+bool Advance(OpenFolder& folder) {
+  folder.hasEntry = win32::FindNextFileW(folder.find.get(), &folder.found) != win32::FALSE;
+  return folder.hasEntry || win32::GetLastError() == win32::ERROR_NO_MORE_FILES;
+}
+
+// Puts an entry in the listing; the folder that is to be entered next, if it is one.
+std::optional<std::u16string> TakeEntry(const OpenFolder& folder, TreeListing& listing) {
+  const std::u16string_view name = folder.found.cFileName;
+  if (name == u"." || name == u"..") return std::nullopt;
+  TreeEntry entry = EntryOf(folder.path, folder.found);
+  if (entry.IsDirectory() && !entry.IsLink() && IsSystemFolderName(name)) {
+    listing.systemFolders.push_back(std::move(entry.path));
+    return std::nullopt;
+  }
+  listing.entries.push_back(entry);
+  if (entry.IsLink()) {
+    if (entry.IsSymbolicLink()) ::IsSymbolicLink(entry.path.c_str());  // for its line in the log
+    listing.links.push_back(std::move(entry));
+    return std::nullopt;
+  }
+  return entry.IsDirectory() ? std::optional(std::move(entry.path)) : std::nullopt;
+}
+
+// Depth first, in the order in which the file system names the entries. Not recursive: a tree may be thousands deep.
+bool ListFolder(const std::u16string& root, TreeListing& listing) {
+  std::vector<OpenFolder> open(1);
+  if (!Open(root, open.back())) return false;
+  while (!open.empty()) {
+    if (!open.back().hasEntry) {
+      open.pop_back();
+      continue;
+    }
+    const std::optional<std::u16string> enter = TakeEntry(open.back(), listing);
+    if (!Advance(open.back())) return false;
+    if (enter && !Open(*enter, open.emplace_back())) return false;
+  }
+  return true;
+}
+
+// The root's own record. A drive's root has none and is no link.
+TreeEntry RootEntry(const std::u16string& folder) {
+  TreeEntry entry;
+  entry.path = folder;
+  std::u16string name = folder;
+  while (!name.empty() && name.back() == u'\\') name.pop_back();
+  win32::WIN32_FIND_DATAW found{};
+  const win32::UniqueFind find{win32::FindFirstFileW(name.c_str(), &found)};
+  if (!find) return entry;
+  entry.attributes = found.dwFileAttributes;
+  entry.reparseTag = entry.IsReparsePoint() ? found.dwReserved0 : 0;
+  return entry;
+}
+
+}  // namespace
+
+int GetFileList(const std::u16string& folder, TreeListing& listing) try {
+  listing = {};
+  if (folder.empty()) return 0;
+  const std::u16string root = ReachablePath(folder);
+  const TreeEntry entry = RootEntry(root);
+  // The record decides together with IsJunction, which cannot read a junction that somebody holds open.
+  const bool isJunction = entry.IsJunction() || (entry.IsReparsePoint() && ::IsJunction(root.c_str(), 0));
+  if (entry.IsSymbolicLink() || (isJunction && !IsVolumeMountPoint(root.c_str()))) {
+    if (entry.IsSymbolicLink()) ::IsSymbolicLink(root.c_str());
+    listing.entries.push_back(entry);
+    listing.links.push_back(entry);
+    return 1;
+  }
+  return ListFolder(root, listing) ? 1 : 0;
+} catch (const std::exception&) {
+  return 0;
+}

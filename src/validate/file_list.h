@@ -1,0 +1,36 @@
+// The listing of a tree: what validation examines, and what the copy and the deletion of a tree work through.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "win32/types.h"
+
+// One file or folder of a tree, as the find record showed it.
+struct TreeEntry {
+  std::u16string path;  // full; begins with "\\?\" where the plain form could not be opened
+  win32::DWORD attributes = 0;
+  win32::DWORD reparseTag = 0;
+  std::uint64_t size = 0;
+
+  bool IsDirectory() const;
+  bool IsJunction() const;      // a mounted volume included
+  bool IsSymbolicLink() const;
+  bool IsLink() const { return IsJunction() || IsSymbolicLink(); }
+  bool IsReparsePoint() const;  // links and every other tag
+};
+
+struct TreeListing {
+  std::vector<TreeEntry> entries;  // a directory before its contents; links are here too, never what lies behind them
+  std::vector<TreeEntry> links;
+  // The "$RECYCLE.BIN" and "System Volume Information" folders met: they belong to Windows and are not in the listing.
+  std::vector<std::u16string> systemFolders;
+
+  std::uint64_t TotalSize() const;  // bytes of the files' main streams
+};
+
+// Lists everything below `folder`, which itself is not in the list - unless it is a junction or a symbolic link: then it
+// is the only entry. A mounted volume is entered when it is `folder`, and is a link below it.
+// 0 when any folder could not be read to its end; the listing is not to be used then.
+int GetFileList(const std::u16string& folder, TreeListing& listing);

@@ -1,0 +1,193 @@
+#include "validate/path_rules.h"
+
+#include <algorithm>
+#include <array>
+#include <exception>
+#include <string_view>
+#include <vector>
+
+#include "cli/console.h"
+#include "log/log.h"
+#include "redirect/path_text.h"
+#include "win32/win32.h"
+
+namespace {
+
+constexpr std::size_t kPathBuffer = 260;
+constexpr unsigned kWindowsFolderWarning = 180;
+constexpr unsigned kProgramFilesWarning = 181;
+
+// "c:\" for the path's drive; empty without a drive letter.
+std::u16string DriveRoot(const char16_t* path) {
+  const int number = win32::PathGetDriveNumberW(path);
+  if (number < 0) return {};
+  return {static_cast<char16_t>(u'a' + number), u':', u'\\'};
+}
+
+// The roots of the drives there are; false when Windows does not tell.
+bool LogicalDrives(std::vector<std::u16string>& roots) {
+  std::array<char16_t, kPathBuffer> buffer{};
+  const win32::DWORD length = win32::GetLogicalDriveStringsW(kPathBuffer, buffer.data());
+  if (length == 0 || length >= kPathBuffer) return false;
+  for (std::u16string_view rest(buffer.data(), length); !rest.empty();) {
+    const std::u16string_view entry = rest.substr(0, rest.find(u'\0'));
+    if (entry.empty()) break;
+    roots.emplace_back(entry);
+    rest.remove_prefix(std::min(entry.size() + 1, rest.size()));
+  }
+  return true;
+}
+
+// The drive type of the path's drive; DRIVE_NO_ROOT_DIR when it is not in the list.
+win32::UINT DriveTypeOf(const std::u16string& root) {
+  std::vector<std::u16string> drives;
+  LogicalDrives(drives);
+  for (const std::u16string& drive : drives)
+    if (EqualPaths(drive, root)) return win32::GetDriveTypeW(drive.c_str());
+  return win32::DRIVE_NO_ROOT_DIR;
+}
+
+void LogNoDriveNumber(const std::u16string& path) {
+  LogWithSystemError(u"#ERROR: Unable to get Drive Number for path  = %ls.", path);
+}
+
+std::u16string SpecialFolder(int csidl) {
+  std::array<char16_t, kPathBuffer> path{};
+  return win32::SHGetSpecialFolderPathW(nullptr, path.data(), csidl, win32::FALSE) ? path.data() : std::u16string();
+}
+
+// A folder that Windows does not name is contained in nothing and equal to nothing.
+bool Contains(const char16_t* path, const std::u16string& folder) {
+  return !folder.empty() && win32::StrStrIW(path, folder.c_str()) != nullptr;
+}
+bool Is(const char16_t* path, const std::u16string& folder) { return !folder.empty() && EqualPaths(path, folder); }
+
+}  // namespace
+
+bool DriveExists(const char16_t* path) {
+  std::u16string root = DriveRoot(path);
+  if (root.empty()) {
+    LogNoDriveNumber(path);
+    std::array<char16_t, kPathBuffer> expanded{};
+    const win32::DWORD length = win32::ExpandEnvironmentStringsW(path, expanded.data(), kPathBuffer);
+    if (length == 0 || length > kPathBuffer) expanded[0] = u'\0';
+    root = DriveRoot(expanded.data());
+    if (root.empty()) {
+      LogNoDriveNumber(expanded.data());
+      return false;
+    }
+  }
+  std::vector<std::u16string> drives;
+  if (!LogicalDrives(drives)) {
+    Log(u"#ERROR: Unable to get Logical Drive Strings.");
+    return false;
+  }
+  for (const std::u16string& drive : drives)
+    if (EqualPaths(drive, root)) return true;
+  return false;
+}
+
+bool IsDriveRoot(const char16_t* path) {
+  std::vector<std::u16string> drives;
+  LogicalDrives(drives);
+  for (const std::u16string& drive : drives)
+    if (EqualPaths(drive, path) || EqualPaths(drive.substr(0, 2), path)) return true;
+  return false;
+}
+
+bool IsNetworkPath(const char16_t* path) {
+  if (win32::PathIsUNCW(path)) return true;
+  const std::u16string root = DriveRoot(path);
+  if (root.empty()) {
+    LogNoDriveNumber(path);
+    LogWithSystemError(u"#ERROR: Unable to get Drive Name for path = %ls drive =%ls\n", path, root);
+    return true;
+  }
+  return DriveTypeOf(root) == win32::DRIVE_REMOTE;
+}
+
+bool IsOnFixedOrRemovableDrive(const char16_t* path) {
+  const std::u16string root = DriveRoot(path);
+  const win32::UINT type = root.empty() ? win32::DRIVE_NO_ROOT_DIR : DriveTypeOf(root);
+  return type == win32::DRIVE_FIXED || type == win32::DRIVE_REMOVABLE;
+}
+
+bool IsRelativePath(const char16_t* path) { return win32::PathIsRelativeW(TrimAndUnquote(path).c_str()) != win32::FALSE; }
+
+std::u16string TrimAndUnquote(std::u16string_view path) {
+  while (!path.empty() && path.front() == u' ') path.remove_prefix(1);
+  while (!path.empty() && path.back() == u' ') path.remove_suffix(1);
+  std::u16string text(path);
+  win32::PathUnquoteSpacesW(text.data());
+  return text.c_str();  // unquoting shortens the text in its place
+}
+
+bool DirectoryExists(const char16_t* path) {
+  const win32::DWORD attributes = win32::GetFileAttributesW(path);
+  return attributes != win32::INVALID_FILE_ATTRIBUTES && (attributes & win32::FILE_ATTRIBUTE_DIRECTORY) != 0;
+}
+
+int GetFileSystemType(const char16_t* path) {
+  std::u16string root = path;
+  if (!IsVolumePath(path)) {
+    root = DriveRoot(path);
+    if (root.empty()) {
+      LogNoDriveNumber(path);
+      return -1;
+    }
+  }
+  std::array<char16_t, 261> name{};
+  if (!win32::GetVolumeInformationW(root.c_str(), nullptr, 0, nullptr, nullptr, nullptr, name.data(), 261)) return -1;
+  const std::u16string_view fileSystem = name.data();
+  return EqualPaths(fileSystem, u"NTFS") ? 1 : EqualPaths(fileSystem, u"FAT") ? 0 : -1;
+}
+
+int IsSystemFolder(const char16_t* path, int insideProductOnly, int quiet1, int quiet2) {
+  const std::u16string system = SpecialFolder(win32::CSIDL_SYSTEM);
+  const std::u16string windows = SpecialFolder(win32::CSIDL_WINDOWS);
+  const std::u16string programs = SpecialFolder(win32::CSIDL_PROGRAM_FILES);
+  const std::u16string programsX86 = SpecialFolder(win32::CSIDL_PROGRAM_FILESX86);
+  if (Contains(path, system) || Is(path, windows) || Is(path, programs) || Is(path, programsX86)) {
+    Log(u"#ERROR: %ls - Cannot redirect from or to Windows system folders. Browse to a different location.", path);
+    return 1;
+  }
+  const bool belowWindows = Contains(path, windows);
+  if (!belowWindows && !Contains(path, programs) && !Contains(path, programsX86)) return 0;
+  if (insideProductOnly) {
+    const auto product = [](const std::u16string& folder) {
+      return folder.empty() ? folder : folder + u"\\Velmora\\Rimehold";
+    };
+    return Contains(path, product(programs)) || Contains(path, product(programsX86)) ? 0 : 1;
+  }
+  if (!quiet1 && !quiet2) ConsolePrint(LoadResourceString(belowWindows ? kWindowsFolderWarning : kProgramFilesWarning));
+  return 0;
+}
+
+int IsVolumeMountPoint(const char16_t* folder, std::u16string* volumeName) try {
+  if (!folder || !*folder) return 0;
+  std::u16string path = folder;
+  if (path.back() != u'\\') path += u'\\';
+  std::array<char16_t, kPathBuffer> name{};
+  if (!win32::GetVolumeNameForVolumeMountPointW(ExtendedPath(path).c_str(), name.data(), kPathBuffer)) return 0;
+  if (volumeName) *volumeName = name.data();
+  return 1;
+} catch (const std::exception&) {
+  return 0;
+}
+
+bool IsVolumePath(const char16_t* path) {
+  constexpr std::u16string_view kStart = u"\\\\?\\Volume{";
+  return path && StartsWithPath(path, kStart);
+}
+
+int GetParentDirPath(const char16_t* path, std::u16string& parent) try {
+  if (!path) return 0;
+  const std::u16string_view whole = path;
+  const std::size_t backslash = whole.rfind(u'\\');
+  if (backslash == std::u16string_view::npos) return 0;
+  parent = whole.substr(0, backslash);
+  return 1;
+} catch (const std::exception&) {
+  Log(u"#ERROR: GetParentDirPath: Buffer Memory allocation failed");
+  return 0;
+}

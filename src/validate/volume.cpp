@@ -1,0 +1,93 @@
+#include <array>
+#include <exception>
+
+#include "log/log.h"
+#include "redirect/path_text.h"
+#include "validate/prescan.h"
+#include "validate/relations.h"
+#include "validate/validate.h"
+#include "win32/win32.h"
+
+namespace {
+
+struct FindVolumeTraits : win32::FileHandleTraits {
+  static void Close(Type handle) { win32::FindVolumeClose(handle); }
+};
+
+bool VolumeExists(const char16_t* volume) {
+  constexpr win32::DWORD kNameBuffer = 260;
+  std::array<char16_t, kNameBuffer> name{};
+  const win32::UniqueHandle<FindVolumeTraits> find{win32::FindFirstVolumeW(name.data(), kNameBuffer)};
+  if (!find) return false;
+  do {
+    if (EqualPaths(name.data(), volume)) return true;
+  } while (win32::FindNextVolumeW(find.get(), name.data(), kNameBuffer));
+  return false;
+}
+
+bool IsMounted(const char16_t* volume) {
+  constexpr win32::DWORD kPathBuffer = 261;
+  std::array<char16_t, kPathBuffer> paths{};
+  win32::DWORD length = 0;
+  if (win32::GetVolumePathNamesForVolumeNameW(volume, paths.data(), kPathBuffer, &length)) return length != 1;
+  return win32::GetLastError() == win32::ERROR_MORE_DATA;
+}
+
+// Only "access denied" counts as not writable.
+bool IsWritable(const char16_t* volume) {
+  const std::u16string probe = std::u16string(volume) + u"temp.check";
+  win32::UniqueFile file{win32::CreateFileW(probe.c_str(), win32::GENERIC_READ | win32::GENERIC_WRITE, 0, nullptr,
+                                            win32::CREATE_ALWAYS, win32::FILE_ATTRIBUTE_NORMAL, nullptr)};
+  if (!file) return win32::GetLastError() != win32::ERROR_ACCESS_DENIED;
+  file.reset();
+  win32::DeleteFileW(probe.c_str());
+  return true;
+}
+
+bool HasRoomFor(const char16_t* source, const char16_t* volume, LazyListing& sourceTree) {
+  std::uint64_t size = 0;
+  if (!MeasureSource(source, sourceTree, size)) return false;
+  win32::ULARGE_INTEGER available{};
+  if (win32::GetDiskFreeSpaceExW(volume, &available, nullptr, nullptr) && size <= available.QuadPart) return true;
+  Log(u"#ERROR: Volume %ls doesn't have enough free disk space.", volume);
+  return false;
+}
+
+}  // namespace
+
+int ValidateVolume(const char16_t* volume) try {
+  if (!volume) return 0;
+  if (!VolumeExists(volume)) {
+    Log(u"#ERROR: The selected volume %ls does not exist.", volume);
+    return 0;
+  }
+  int result = 1;
+  if (GetFileSystemType(volume) != 1) {
+    Log(u"#ERROR: Volume %ls must be a NTFS formatted volume. Browse to a different location.", volume);
+    result = 0;
+  }
+  if (IsMounted(volume)) {
+    Log(u"#ERROR: The selected volume %ls already mounted.", volume);
+    result = 0;
+  }
+  if (!IsWritable(volume)) {
+    Log(u"#ERROR: The selected volume %ls doesn't have write permission.", volume);
+    result = 0;
+  }
+  return result;
+} catch (const std::exception&) {
+  return 0;
+}
+
+int ValidateVolumeRedirection(const char16_t* source, const char16_t* volume) try {
+  if (!ValidateSourcePath(source, 0, 0)) return 0;
+  LazyListing sourceTree(source);
+  const bool volumePassed = ValidateVolume(volume) != 0;
+  int result = volumePassed ? 1 : 0;
+  if (!CheckPathRelations(source, u"", 1, 0, 0, 0, sourceTree)) result = 0;
+  if (volumePassed && !HasRoomFor(source, volume, sourceTree)) result = 0;
+  if (!PreScanListing(source, nullptr, sourceTree.Get(), 1, 0)) result = 0;
+  return result;
+} catch (const std::exception&) {
+  return 0;
+}

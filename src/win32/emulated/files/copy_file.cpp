@@ -1,0 +1,122 @@
+#include "win32/emulated/files/copy_file.h"
+
+#include <algorithm>
+
+#include "win32/emulated/call.h"
+#include "win32/emulated/files/file_service.h"
+#include "win32/file.h"
+
+namespace emulated {
+
+namespace {
+
+using win32::DWORD;
+
+constexpr std::size_t kPiece = 1024 * 1024;
+constexpr DWORD kCopiedAttributes = win32::FILE_ATTRIBUTE_READONLY | win32::FILE_ATTRIBUTE_HIDDEN | win32::FILE_ATTRIBUTE_SYSTEM |
+                                    win32::FILE_ATTRIBUTE_ARCHIVE | win32::FILE_ATTRIBUTE_TEMPORARY | win32::FILE_ATTRIBUTE_OFFLINE |
+                                    win32::FILE_ATTRIBUTE_NOT_CONTENT_INDEXED;
+
+DWORD OpenSource(std::u16string_view path, bool linkItself, std::shared_ptr<FileObject>& source) {
+  OpenRequest request;
+  request.path = path;
+  request.access = win32::GENERIC_READ | win32::SYNCHRONIZE | win32::FILE_READ_ATTRIBUTES;
+  request.share = win32::FILE_SHARE_READ | win32::FILE_SHARE_DELETE;
+  if (linkItself) request.flags = win32::FILE_FLAG_OPEN_REPARSE_POINT;
+  FileService& files = Machine::Current().files();
+  DWORD error = files.Open(request, source);
+  if (error == win32::ERROR_SHARING_VIOLATION) {  // somebody is writing: what is there now is copied
+    request.share |= win32::FILE_SHARE_WRITE;
+    error = files.Open(request, source);
+  }
+  return error;
+}
+
+DWORD OpenTarget(std::u16string_view path, bool failIfExists, std::shared_ptr<FileObject>& target, bool& existed) {
+  FileService& files = Machine::Current().files();
+  OpenRequest request;
+  request.path = path;
+  request.access = win32::GENERIC_WRITE | win32::SYNCHRONIZE | win32::FILE_READ_ATTRIBUTES | win32::DELETE;
+  request.disposition = failIfExists ? win32::CREATE_NEW : win32::CREATE_ALWAYS;
+  DWORD error = files.Open(request, target, &existed);
+  if (error == win32::ERROR_ACCESS_DENIED) {  // DELETE only served to take an unfinished copy back
+    request.access &= ~DWORD{win32::DELETE};
+    error = files.Open(request, target, &existed);
+  }
+  return error;
+}
+
+DWORD CopyStream(const FileObject& from, const FileObject& to, const StreamInfo& stream) {
+  Volume &source = *from.volume->volume, &target = *to.volume->volume;
+  if (!stream.name.empty())
+    if (const DWORD error = target.CreateStream(to.file, stream.name)) return error;
+  Bytes piece(static_cast<std::size_t>(std::min<std::uint64_t>(stream.size, kPiece)));
+  for (std::uint64_t offset = 0; offset < stream.size;) {
+    std::size_t read = 0;
+    if (const DWORD error = source.Read(from.file, stream.name, offset, piece, read)) return error;
+    if (read == 0) return win32::ERROR_HANDLE_EOF;
+    if (const DWORD error = target.Write(to.file, stream.name, offset, ByteView(piece).first(read))) return error;
+    offset += read;
+  }
+  return 0;
+}
+
+DWORD CopyContent(const FileObject& from, const FileObject& to) {
+  Volume &source = *from.volume->volume, &target = *to.volume->volume;
+  std::vector<StreamInfo> streams;
+  if (const DWORD error = source.Streams(from.file, streams)) return error;
+  for (const StreamInfo& stream : streams)
+    if (const DWORD error = CopyStream(from, to, stream)) return error;
+  std::vector<ExtendedAttribute> extended;
+  if (const DWORD error = source.GetExtendedAttributes(from.file, extended)) return error;
+  return extended.empty() ? 0 : target.SetExtendedAttributes(to.file, extended);
+}
+
+DWORD CopyLink(const FileObject& from, const FileObject& to) {
+  Bytes data;
+  if (const DWORD error = from.volume->volume->GetReparse(from.file, data)) return error;
+  return to.volume->volume->SetReparse(to.file, data);
+}
+
+}  // namespace
+
+DWORD CopyWholeFile(std::u16string_view from, std::u16string_view to, bool failIfExists, bool linkItself) {
+  std::shared_ptr<FileObject> source, target;
+  if (const DWORD error = OpenSource(from, linkItself, source)) return error;
+  FileService& files = Machine::Current().files();
+  // "If the destination file already exists and has the FILE_ATTRIBUTE_HIDDEN or FILE_ATTRIBUTE_READONLY attribute set,
+  // this function fails with ERROR_ACCESS_DENIED" (CopyFile's documentation); the open below sees to it. Onto itself it
+  // is the sharing that fails.
+  Location place;
+  if (const DWORD error = files.Resolve(to, true, place)) return error;
+  if (place.file == source->file && place.volume == source->volume && place.stream == source->stream && !failIfExists)
+    return win32::ERROR_SHARING_VIOLATION;
+  bool existed = false;
+  if (const DWORD error = OpenTarget(to, failIfExists, target, existed)) return error;
+
+  FileInfo info;
+  DWORD error = source->volume->volume->Stat(source->file, info);
+  const bool isLink = linkItself && (info.attributes & win32::FILE_ATTRIBUTE_REPARSE_POINT);
+  if (error == 0) error = isLink ? CopyLink(*source, *target) : CopyContent(*source, *target);
+  Volume& volume = *target->volume->volume;
+  if (error == 0) error = volume.SetAttributes(target->file, (info.attributes & kCopiedAttributes) | win32::FILE_ATTRIBUTE_ARCHIVE);
+  const FileTime now = Machine::Current().Now();
+  if (error == 0) error = volume.SetTimes(target->file, {.lastWrite = info.lastWrite, .change = now});
+  target->keepLastWrite = true;
+  source->accessed = true;
+  if (error != 0) files.MarkForDeletion(*target);  // an unfinished copy does not stay
+  return error;
+}
+
+}  // namespace emulated
+
+namespace win32 {
+
+BOOL CopyFileW(const char16_t* lpExistingFileName, const char16_t* lpNewFileName, BOOL bFailIfExists) {
+  WIN32_CALL(lpExistingFileName, lpNewFileName, bFailIfExists);
+  if (call.Refused()) return FALSE;
+  if (!lpExistingFileName || !lpNewFileName) return call.Done(ERROR_PATH_NOT_FOUND);
+  return call.Done(emulated::CopyWholeFile(lpExistingFileName, lpNewFileName, bFailIfExists != FALSE, false));
+}
+
+}  // namespace win32

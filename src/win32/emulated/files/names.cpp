@@ -1,0 +1,88 @@
+// Making directories, and removing names.
+#include "win32/emulated/call.h"
+#include "win32/emulated/files/file_service.h"
+#include "win32/emulated/files/paths.h"
+#include "win32/file.h"
+
+namespace emulated {
+
+namespace {
+
+using win32::DWORD;
+
+constexpr DWORD kAnyShare = win32::FILE_SHARE_READ | win32::FILE_SHARE_WRITE | win32::FILE_SHARE_DELETE;
+constexpr std::size_t kRoomForShortName = 12;  // a directory's path leaves room for "\FILENAME.EXT" below it
+
+// Opens the name itself for its removal; privileges count as they do for a backup.
+DWORD OpenToDelete(std::u16string_view path, bool directory, std::shared_ptr<FileObject>& object) {
+  OpenRequest request;
+  request.path = path;
+  request.access = win32::DELETE | win32::SYNCHRONIZE | win32::FILE_READ_ATTRIBUTES;
+  request.share = kAnyShare;
+  request.flags = win32::FILE_FLAG_BACKUP_SEMANTICS | win32::FILE_FLAG_OPEN_REPARSE_POINT;
+  request.wantDirectory = directory;
+  return Machine::Current().files().Open(request, object);
+}
+
+DWORD RemoveDirectory(std::u16string_view path) {
+  std::shared_ptr<FileObject> directory;
+  if (const DWORD error = OpenToDelete(path, true, directory)) return error;
+  return Machine::Current().files().MarkForDeletion(*directory);
+}
+
+DWORD RemoveFile(std::u16string_view path) {
+  std::shared_ptr<FileObject> file;
+  if (const DWORD error = OpenToDelete(path, false, file)) return error;
+  if (file->isDirectory) return win32::ERROR_ACCESS_DENIED;
+  return Machine::Current().files().MarkForDeletion(*file);
+}
+
+DWORD MakeDirectory(std::u16string_view path, const win32::SECURITY_ATTRIBUTES* security) {
+  if (!IsLiteral(path) && FullPath(path).size() >= win32::MAX_PATH - kRoomForShortName) return win32::ERROR_FILENAME_EXCED_RANGE;
+  std::optional<Bytes> creator;
+  if (const DWORD error = CreatorDescriptor(security, creator)) return error;
+  FileService& files = Machine::Current().files();
+  Location location;
+  if (const DWORD error = files.Resolve(path, false, location)) return error;
+  if (location.hasStream) return win32::ERROR_DIRECTORY;
+  if (location.directory == 0) return win32::ERROR_ACCESS_DENIED;  // the root of a drive
+  if (location.file != 0) {
+    for (const FileObject* const open : files.opens())
+      if (open->deletePending && open->file == location.file && open->volume == location.volume) return win32::ERROR_ACCESS_DENIED;
+    return win32::ERROR_ALREADY_EXISTS;
+  }
+  OpenRequest request;
+  request.access = win32::FILE_READ_DATA | win32::SYNCHRONIZE;
+  request.share = kAnyShare;
+  request.flags = win32::FILE_FLAG_BACKUP_SEMANTICS;
+  request.createDirectory = true;
+  if (creator) request.descriptor = *creator;
+  std::shared_ptr<FileObject> directory;
+  return files.CreateAt(location, request, directory);
+}
+
+}  // namespace
+
+}  // namespace emulated
+
+namespace win32 {
+
+BOOL CreateDirectoryW(const char16_t* lpPathName, SECURITY_ATTRIBUTES* lpSecurityAttributes) {
+  WIN32_CALL(lpPathName);
+  if (call.Refused()) return FALSE;
+  return call.Done(lpPathName ? emulated::MakeDirectory(lpPathName, lpSecurityAttributes) : ERROR_PATH_NOT_FOUND);
+}
+
+BOOL RemoveDirectoryW(const char16_t* lpPathName) {
+  WIN32_CALL(lpPathName);
+  if (call.Refused()) return FALSE;
+  return call.Done(lpPathName ? emulated::RemoveDirectory(lpPathName) : ERROR_PATH_NOT_FOUND);
+}
+
+BOOL DeleteFileW(const char16_t* lpFileName) {
+  WIN32_CALL(lpFileName);
+  if (call.Refused()) return FALSE;
+  return call.Done(lpFileName ? emulated::RemoveFile(lpFileName) : ERROR_PATH_NOT_FOUND);
+}
+
+}  // namespace win32

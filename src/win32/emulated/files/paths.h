@@ -1,0 +1,35 @@
+// Win32 path names: from what a program writes to a volume and the names below its root.
+#pragma once
+
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "win32/emulated/machine.h"
+
+namespace emulated {
+
+struct ParsedPath {
+  MountedVolume* volume = nullptr;
+  std::u16string text;                       // what `names` points into
+  std::vector<std::u16string_view> names;    // below the root, in order
+  bool trailingBackslash = false;
+};
+
+// A path as CreateFileW takes it: "\\?\" and "\??\" literally, anything else with slashes turned, "." and "..",
+// trailing dots and spaces taken away, relative to "C:\". 0; 3 for an empty or too long path (MAX_PATH and more units
+// with the terminator, "\\?\" excepted) or a drive that is not there; 53 for a network path; 123; 50 for a device.
+win32::DWORD ParsePath(Machine& machine, std::u16string_view path, ParsedPath& parsed);
+
+// What follows "\??\" in an object name: "C:\x", "Volume{...}\x".
+win32::DWORD ParseObjectName(Machine& machine, std::u16string_view name, ParsedPath& parsed);
+
+// The full path with the rules above applied to its text ("C:\a\b"); literal paths as they are.
+std::u16string FullPath(std::u16string_view path);
+
+bool IsLiteral(std::u16string_view path);  // starts with "\\?\" or "\??\"
+
+// A name that a directory can hold: not empty, at most 255 units, nothing that NTFS refuses, not "." or "..".
+bool IsLegalComponent(std::u16string_view name);
+
+}  // namespace emulated

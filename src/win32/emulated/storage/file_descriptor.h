@@ -1,0 +1,56 @@
+// An open file of the host, and whole transfers at an offset.
+#pragma once
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <utility>
+
+#include "win32/emulated/bytes.h"
+
+namespace emulated {
+
+class FileDescriptor {
+ public:
+  FileDescriptor() = default;
+  explicit FileDescriptor(int descriptor) : descriptor_(descriptor) {}
+  FileDescriptor(FileDescriptor&& from) noexcept : descriptor_(std::exchange(from.descriptor_, -1)) {}
+  FileDescriptor& operator=(FileDescriptor&& from) noexcept {
+    std::swap(descriptor_, from.descriptor_);
+    return *this;
+  }
+  ~FileDescriptor() {
+    if (descriptor_ >= 0) close(descriptor_);
+  }
+
+  explicit operator bool() const { return descriptor_ >= 0; }
+  int get() const { return descriptor_; }
+
+  // All bytes or false; the end of the file counts as a failure.
+  bool ReadAt(std::uint64_t offset, std::span<std::uint8_t> to) const {
+    while (!to.empty()) {
+      const ssize_t done = pread(descriptor_, to.data(), to.size(), static_cast<off_t>(offset));
+      if (done < 0 && errno == EINTR) continue;
+      if (done <= 0) return false;
+      to = to.subspan(static_cast<std::size_t>(done));
+      offset += static_cast<std::uint64_t>(done);
+    }
+    return true;
+  }
+  bool WriteAt(std::uint64_t offset, ByteView from) const {
+    while (!from.empty()) {
+      const ssize_t done = pwrite(descriptor_, from.data(), from.size(), static_cast<off_t>(offset));
+      if (done < 0 && errno == EINTR) continue;
+      if (done <= 0) return false;
+      from = from.subspan(static_cast<std::size_t>(done));
+      offset += static_cast<std::uint64_t>(done);
+    }
+    return true;
+  }
+
+ private:
+  int descriptor_ = -1;
+};
+
+}  // namespace emulated

@@ -1,0 +1,234 @@
+#include <sys/stat.h>
+
+#include <algorithm>
+
+#include "win32/constants.h"
+#include "win32/emulated/storage/image_set.h"
+#include "win32/emulated/storage/ntfs_device.h"
+
+namespace emulated {
+namespace {
+
+// One line that says which file and why.
+std::string Problem(const std::filesystem::path& file, const std::string& what) { return file.string() + ": " + what; }
+
+FileDescriptor OpenSized(const std::filesystem::path& image, int flags, std::uint64_t& size, std::string& error) {
+  FileDescriptor file(open(image.c_str(), flags | O_CLOEXEC));
+  struct stat status {};
+  if (!file || fstat(file.get(), &status) != 0) {
+    error = Problem(image, strerror(errno));
+    return {};
+  }
+  if (!S_ISREG(status.st_mode)) {
+    error = Problem(image, "not a file");
+    return {};
+  }
+  size = static_cast<std::uint64_t>(status.st_size);
+  return file;
+}
+
+std::string VolumeProblem(win32::DWORD error) {
+  return error == win32::ERROR_UNRECOGNIZED_VOLUME ? "not an NTFS volume" : "the NTFS volume is damaged";
+}
+
+}  // namespace
+
+std::size_t Image::ChunkLength(std::uint64_t chunk) const {
+  return static_cast<std::size_t>(std::min<std::uint64_t>(kChunk, size_ - chunk * kChunk));
+}
+
+bool Image::Read(std::uint64_t offset, std::span<std::uint8_t> to) {
+  if (offset > size_ || to.size() > size_ - offset) return false;
+  while (!to.empty()) {
+    std::uint64_t chunk = offset / kChunk;
+    const std::size_t inside = offset % kChunk;
+    std::size_t length = std::min(to.size(), kChunk - inside);
+    if (const auto held = held_.find(chunk); held != held_.end()) {
+      std::memcpy(to.data(), held->second->data() + inside, length);
+    } else {
+      while (length < to.size() && !held_.contains(++chunk)) length = std::min(to.size(), length + kChunk);
+      if (!ReadUnder(offset, to.first(length))) return false;
+    }
+    to = to.subspan(length);
+    offset += length;
+  }
+  return true;
+}
+
+bool Image::Write(std::uint64_t offset, ByteView from) {
+  if (offset > size_ || from.size() > size_ - offset) return false;
+  while (!from.empty()) {
+    std::uint64_t chunk = offset / kChunk;
+    const std::size_t inside = offset % kChunk;
+    std::size_t length = std::min(from.size(), kChunk - inside);
+    if (MayWriteDirectly(chunk)) {
+      while (length < from.size() && MayWriteDirectly(++chunk)) length = std::min(from.size(), length + kChunk);
+      if (!WriteDirectly(offset, from.first(length))) return false;
+    } else if (!WriteHeld(chunk, inside, from.first(length))) {
+      return false;
+    }
+    from = from.subspan(length);
+    offset += length;
+  }
+  return true;
+}
+
+// Writing what is there already changes nothing.
+bool Image::WriteHeld(std::uint64_t chunk, std::size_t inside, ByteView from) {
+  if (const auto held = held_.find(chunk); held != held_.end()) {
+    std::ranges::copy(from, held->second->begin() + static_cast<std::ptrdiff_t>(inside));
+    return true;
+  }
+  auto copy = std::make_unique<Chunk>();
+  if (!ReadUnder(chunk * kChunk, std::span(*copy).first(ChunkLength(chunk)))) return false;
+  if (std::memcmp(copy->data() + inside, from.data(), from.size()) == 0) return true;
+  std::ranges::copy(from, copy->begin() + static_cast<std::ptrdiff_t>(inside));
+  held_.emplace(chunk, std::move(copy));
+  return true;
+}
+
+void Image::AddHeldTo(JournalWriter& journal, const std::string& name) const {
+  std::vector<std::uint64_t> chunks;
+  for (const auto& [chunk, bytes] : held_) chunks.push_back(chunk);
+  std::ranges::sort(chunks);
+  for (const std::uint64_t chunk : chunks) {
+    journal.Add(name, chunk * kChunk, ByteView(*held_.at(chunk)).first(ChunkLength(chunk)));
+  }
+}
+
+std::unique_ptr<LiveImage> LiveImage::Open(const std::filesystem::path& folder, const std::string& name,
+                                           std::string& error) {
+  auto image = std::make_unique<LiveImage>();
+  image->name_ = name;
+  image->file_ = OpenSized(folder / name, O_RDWR, image->size_, error);
+  if (!image->file_) return nullptr;
+  if (!image->FindFreeChunks(error)) {
+    error = Problem(folder / name, error);
+    return nullptr;
+  }
+  return image;
+}
+
+bool LiveImage::FindFreeChunks(std::string& error) {
+  isFree_.assign(static_cast<std::size_t>((size_ + kChunk - 1) / kChunk), false);
+  Bytes bitmap;
+  std::uint32_t clusterSize = 0;
+  if (const win32::DWORD failure = ntfs::ReadClusterBitmap(*this, bitmap, clusterSize)) {
+    error = VolumeProblem(failure);
+    return false;
+  }
+  for (std::uint64_t chunk = 0; chunk < isFree_.size(); ++chunk) {
+    const std::uint64_t last = (chunk * kChunk + ChunkLength(chunk) - 1) / clusterSize;
+    bool isFree = last / 8 < bitmap.size();
+    for (std::uint64_t cluster = chunk * kChunk / clusterSize; isFree && cluster <= last; ++cluster) {
+      isFree = (bitmap[cluster / 8] >> (cluster % 8) & 1) == 0;
+    }
+    isFree_[chunk] = isFree;
+  }
+  // What the volume does not count as its own (the copy of the boot sector at the end) is nobody's to write directly.
+  const std::uint64_t lastByte = size_ == 0 ? 0 : size_ - 1;
+  if (!isFree_.empty()) isFree_[static_cast<std::size_t>(lastByte / kChunk)] = false;
+  return true;
+}
+
+bool LiveImage::WriteDirectly(std::uint64_t offset, ByteView from) {
+  hasDirectWrites_ = true;
+  return file_.WriteAt(offset, from);
+}
+
+bool LiveImage::SyncDirect() { return !hasDirectWrites_ || fdatasync(file_.get()) == 0; }
+
+bool LiveImage::Committed() {
+  if (!hasDirectWrites_ && held_.empty()) return true;
+  held_.clear();
+  hasDirectWrites_ = false;
+  std::string ignored;
+  return FindFreeChunks(ignored);
+}
+
+std::unique_ptr<FrozenImage> FrozenImage::Open(const std::filesystem::path& folder, const std::string& name,
+                                               std::string& error) {
+  auto image = std::make_unique<FrozenImage>();
+  image->image_ = folder / name;
+  image->file_ = OpenSized(image->image_, O_RDONLY, image->size_, error);
+  if (!image->file_) return nullptr;
+  const std::uint64_t bits = (image->size_ + kChunk - 1) / kChunk;
+  image->committed_.assign(static_cast<std::size_t>((bits / 8 + kChunk) / kChunk * kChunk), 0);
+  if (std::filesystem::exists(AsideOf(image->image_)) && !image->OpenAside(false, error)) return nullptr;
+  image->present_ = image->committed_;
+
+  Bytes bitmap;
+  std::uint32_t clusterSize = 0;
+  if (const win32::DWORD failure = ntfs::ReadClusterBitmap(*image, bitmap, clusterSize)) {
+    error = Problem(image->image_, VolumeProblem(failure));
+    return nullptr;
+  }
+  return image;
+}
+
+bool FrozenImage::OpenAside(bool create, std::string& error) {
+  const std::filesystem::path name = AsideOf(image_);
+  const std::uint64_t wanted = BitsOffset() + committed_.size();
+  std::uint64_t size = 0;
+  aside_ = OpenSized(name, O_RDWR | (create ? O_CREAT : 0), size, error);
+  if (!aside_) return false;
+  if (size == 0) {  // made by a run that did not end
+    if (ftruncate(aside_.get(), static_cast<off_t>(wanted)) == 0) return true;
+    error = Problem(name, strerror(errno));
+    return false;
+  }
+  if (size == wanted && aside_.ReadAt(BitsOffset(), committed_)) return true;
+  error = Problem(name, "does not belong to its image");
+  return false;
+}
+
+bool FrozenImage::ReadUnder(std::uint64_t offset, std::span<std::uint8_t> to) {
+  while (!to.empty()) {
+    const std::size_t length = std::min(to.size(), kChunk - static_cast<std::size_t>(offset % kChunk));
+    const FileDescriptor& from = HasBit(present_, offset / kChunk) ? aside_ : file_;
+    if (!from.ReadAt(offset, to.first(length))) return false;
+    to = to.subspan(length);
+    offset += length;
+  }
+  return true;
+}
+
+bool FrozenImage::WriteDirectly(std::uint64_t offset, ByteView from) {
+  std::string ignored;
+  if (!aside_ && !OpenAside(true, ignored)) return false;
+  hasDirectWrites_ = true;
+  while (!from.empty()) {
+    const std::uint64_t chunk = offset / kChunk;
+    const std::size_t inside = offset % kChunk;
+    const std::size_t length = std::min(from.size(), kChunk - inside);
+    Chunk whole;
+    if (length != ChunkLength(chunk) && !ReadUnder(chunk * kChunk, std::span(whole).first(ChunkLength(chunk))))
+      return false;
+    std::ranges::copy(from.first(length), whole.begin() + static_cast<std::ptrdiff_t>(inside));
+    if (!aside_.WriteAt(chunk * kChunk, ByteView(whole).first(ChunkLength(chunk)))) return false;
+    present_[chunk / 8] = static_cast<std::uint8_t>(present_[chunk / 8] | 1 << (chunk % 8));
+    from = from.subspan(length);
+    offset += length;
+  }
+  return true;
+}
+
+bool FrozenImage::SyncDirect() { return !hasDirectWrites_ || fdatasync(aside_.get()) == 0; }
+
+void FrozenImage::AddTo(JournalWriter& journal) {
+  const std::string name = AsideOf(image_).filename().string();
+  AddHeldTo(journal, name);
+  for (std::size_t at = 0; at < present_.size(); at += kChunk) {
+    const ByteView bits = ByteView(present_).subspan(at, kChunk);
+    if (!std::ranges::equal(bits, ByteView(committed_).subspan(at, kChunk))) journal.Add(name, BitsOffset() + at, bits);
+  }
+}
+
+bool FrozenImage::Committed() {
+  held_.clear();
+  hasDirectWrites_ = false;
+  committed_ = present_;
+  return true;
+}
+
+}  // namespace emulated

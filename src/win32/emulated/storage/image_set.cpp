@@ -1,0 +1,69 @@
+#include "win32/emulated/storage/image_set.h"
+
+#include <sys/file.h>
+
+namespace emulated {
+
+std::unique_ptr<ImageSet> ImageSet::Open(const std::filesystem::path& folder, std::string& error) {
+  FileDescriptor lock(open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  if (!lock) {
+    error = folder.string() + ": " + strerror(errno);
+    return nullptr;
+  }
+  if (flock(lock.get(), LOCK_EX | LOCK_NB) != 0) {
+    error = folder.string() + ": in use by another process";
+    return nullptr;
+  }
+  if (!CompleteJournal(folder, error)) return nullptr;
+  return std::make_unique<ImageFolder>(folder, std::move(lock));
+}
+
+BlockDevice* ImageFolder::OpenImage(const std::string& name, bool frozen, std::string& error) {
+  if (images_.contains(name)) {
+    error = (folder_ / name).string() + ": already open";
+    return nullptr;
+  }
+  std::unique_ptr<Image> image;
+  if (frozen) {
+    image = FrozenImage::Open(folder_, name, error);
+  } else if (DropFrozen(name, error)) {
+    image = LiveImage::Open(folder_, name, error);
+  }
+  if (!image) return nullptr;
+  return images_.emplace(name, std::move(image)).first->second.get();
+}
+
+bool ImageFolder::Commit(std::string& error) {
+  const auto failed = [&](const char* what) {
+    error = folder_.string() + ": " + what + ": " + strerror(errno);
+    return false;
+  };
+  for (const auto& [name, image] : images_) {
+    if (!image->SyncDirect()) return failed("the images cannot be written");
+  }
+  JournalWriter journal(folder_);
+  for (const auto& [name, image] : images_) image->AddTo(journal);
+  if (!journal.IsEmpty()) {
+    if (!journal.Finish()) return failed("the changes cannot be recorded");
+    Report(CommitStep::kJournalWritten);
+    if (!CompleteJournal(folder_, error, true)) return false;
+    Report(CommitStep::kJournalRemoved);
+  }
+  for (const auto& [name, image] : images_) {
+    if (!image->Committed()) return failed("an image cannot be read again");
+  }
+  return true;
+}
+
+bool ImageFolder::DropFrozen(const std::string& name, std::string& error) {
+  if (images_.contains(name)) {
+    error = (folder_ / name).string() + ": is open";
+    return false;
+  }
+  std::error_code failure;
+  std::filesystem::remove(FrozenImage::AsideOf(folder_ / name), failure);
+  if (failure) error = FrozenImage::AsideOf(folder_ / name).string() + ": " + failure.message();
+  return !failure;
+}
+
+}  // namespace emulated

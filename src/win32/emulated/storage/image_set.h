@@ -1,0 +1,128 @@
+// The images of a folder on the host's file system.
+#pragma once
+
+#include <array>
+#include <functional>
+#include <map>
+#include <unordered_map>
+
+#include "win32/emulated/storage/block_device.h"
+#include "win32/emulated/storage/file_descriptor.h"
+#include "win32/emulated/storage/journal.h"
+
+namespace emulated {
+
+// What both kinds of image have: reads and writes by 4 KiB chunks, some of which are held here until the next commit.
+class Image : public BlockDevice {
+ public:
+  static constexpr std::size_t kChunk = 4096;
+
+  std::uint64_t Size() const override { return size_; }
+  bool Read(std::uint64_t offset, std::span<std::uint8_t> to) override;
+  bool Write(std::uint64_t offset, ByteView from) override;
+
+  // What has been written straight to the file is safe there.
+  virtual bool SyncDirect() = 0;
+  // What is to be in the file after the commit.
+  virtual void AddTo(JournalWriter& journal) = 0;
+  // The journal has been carried out.
+  virtual bool Committed() = 0;
+
+ protected:
+  using Chunk = std::array<std::uint8_t, kChunk>;
+
+  // Part of one chunk, none of which is held.
+  virtual bool ReadUnder(std::uint64_t offset, std::span<std::uint8_t> to) = 0;
+  // Whether nothing that counts refers to the place of the chunk, so that it may be written at once.
+  virtual bool MayWriteDirectly(std::uint64_t chunk) const = 0;
+  virtual bool WriteDirectly(std::uint64_t offset, ByteView from) = 0;
+  void AddHeldTo(JournalWriter& journal, const std::string& name) const;
+  std::size_t ChunkLength(std::uint64_t chunk) const;
+
+  std::uint64_t size_ = 0;
+  std::unordered_map<std::uint64_t, std::unique_ptr<Chunk>> held_;
+
+ private:
+  bool WriteHeld(std::uint64_t chunk, std::size_t inside, ByteView from);
+};
+
+// An image that changes at each commit. Clusters that were free after the last one are written directly.
+class LiveImage final : public Image {
+ public:
+  // Null and one line in `error`.
+  static std::unique_ptr<LiveImage> Open(const std::filesystem::path& folder, const std::string& name,
+                                         std::string& error);
+
+  bool SyncDirect() override;
+  void AddTo(JournalWriter& journal) override { AddHeldTo(journal, name_); }
+  bool Committed() override;
+
+ protected:
+  bool ReadUnder(std::uint64_t offset, std::span<std::uint8_t> to) override { return file_.ReadAt(offset, to); }
+  bool MayWriteDirectly(std::uint64_t chunk) const override { return isFree_[chunk]; }
+  bool WriteDirectly(std::uint64_t offset, ByteView from) override;
+
+ private:
+  bool FindFreeChunks(std::string& error);
+
+  std::string name_;
+  FileDescriptor file_;
+  std::vector<bool> isFree_;  // by chunk
+  bool hasDirectWrites_ = false;
+};
+
+// An image that never changes. Chunks that were written lie, at their own offsets, in a sparse file beside it; behind
+// them, from the next chunk border after the image's size on, one bit for each tells that it is there. A chunk that the
+// last commit left absent may be written directly; the bits change by commits only.
+class FrozenImage final : public Image {
+ public:
+  static std::unique_ptr<FrozenImage> Open(const std::filesystem::path& folder, const std::string& name,
+                                           std::string& error);
+  static std::filesystem::path AsideOf(const std::filesystem::path& image) { return image.string() + ".frozen"; }
+
+  bool SyncDirect() override;
+  void AddTo(JournalWriter& journal) override;
+  bool Committed() override;
+
+ protected:
+  bool ReadUnder(std::uint64_t offset, std::span<std::uint8_t> to) override;
+  bool MayWriteDirectly(std::uint64_t chunk) const override { return !HasBit(committed_, chunk); }
+  bool WriteDirectly(std::uint64_t offset, ByteView from) override;
+
+ private:
+  static bool HasBit(const Bytes& bits, std::uint64_t chunk) { return (bits[chunk / 8] >> (chunk % 8) & 1) != 0; }
+  std::uint64_t BitsOffset() const { return (size_ + kChunk - 1) / kChunk * kChunk; }
+  bool OpenAside(bool create, std::string& error);
+
+  std::filesystem::path image_;
+  FileDescriptor file_;
+  FileDescriptor aside_;  // opened when it exists, made by the first write
+  Bytes committed_;       // whole chunks of bits
+  Bytes present_;         // the same as it is now
+  bool hasDirectWrites_ = false;
+};
+
+// The steps of a commit, each reported when it is done.
+enum class CommitStep { kJournalWritten, kJournalRemoved };
+
+class ImageFolder final : public ImageSet {
+ public:
+  ImageFolder(std::filesystem::path folder, FileDescriptor lock) : folder_(std::move(folder)), lock_(std::move(lock)) {}
+
+  BlockDevice* OpenImage(const std::string& name, bool frozen, std::string& error) override;
+  bool Commit(std::string& error) override;
+  bool DropFrozen(const std::string& name, std::string& error) override;
+
+  std::function<void(CommitStep)> onStep;
+
+ private:
+  void Report(CommitStep step) const {
+    if (onStep) onStep(step);
+  }
+
+  std::filesystem::path folder_;
+  FileDescriptor lock_;  // the folder itself
+  std::map<std::string, std::unique_ptr<Image>> images_;
+};
+
+}  // namespace emulated

@@ -1,0 +1,323 @@
+// Directories: looking up, listing, and making, linking, renaming and removing names.
+#include <algorithm>
+
+#include "win32/constants.h"
+#include "win32/emulated/storage/ntfs_attributes.h"
+#include "win32/emulated/storage/ntfs_volume.h"
+
+#include "win32/emulated/storage/ntfs_library.h"
+
+namespace emulated {
+namespace {
+
+constexpr std::size_t kMaximumName = 255;
+constexpr std::uint32_t kMaximumLinks = 1024;
+
+struct Found {
+  FileId id = 0;
+  std::u16string name;
+  bool isShort = false;
+};
+
+int Collect(void* context, const ntfschar* name, const int length, const int type, const s64 /*position*/,
+            const MFT_REF file, const unsigned /*kind*/) {
+  Found found{file, std::u16string(static_cast<std::size_t>(length), u'\0'), type == FILE_NAME_DOS};
+  std::memcpy(found.name.data(), name, found.name.size() * 2);
+  if (found.name != u"." && found.name != u"..") static_cast<std::vector<Found>*>(context)->push_back(std::move(found));
+  return 0;
+}
+
+}  // namespace
+
+std::u16string NtfsVolume::UpCased(std::u16string_view name) const {
+  std::u16string upper(name);
+  for (char16_t& unit : upper) unit = upCase_[unit];
+  return upper;
+}
+
+bool NtfsVolume::IsLegalName(std::u16string_view name) {
+  if (name.empty() || name.size() > kMaximumName || name == u"." || name == u"..") return false;
+  return std::ranges::none_of(name, [](char16_t unit) {
+    return unit < u' ' || std::u16string_view(u"\\/:*?\"<>|").find(unit) != std::u16string_view::npos;
+  });
+}
+
+// The library itself would take a second spelling of a name that is there, even of one of its own files in the root.
+win32::DWORD NtfsVolume::CheckNewName(const Directory& entries, FileId directory, std::u16string_view name) const {
+  static constexpr std::u16string_view kMetafiles[] = {u"$MFT",     u"$MFTMIRR", u"$LOGFILE", u"$VOLUME",
+                                                       u"$ATTRDEF", u"$BITMAP",  u"$BOOT",    u"$BADCLUS",
+                                                       u"$SECURE",  u"$UPCASE",  u"$EXTEND"};
+  if (Find(entries, name)) return win32::ERROR_ALREADY_EXISTS;
+  const bool isReserved = directory == root_ && std::ranges::find(kMetafiles, UpCased(name)) != std::end(kMetafiles);
+  return isReserved ? win32::ERROR_ACCESS_DENIED : 0;
+}
+
+win32::DWORD NtfsVolume::GetDirectory(FileId file, Directory*& directory) {
+  if (const auto known = directories_.find(file); known != directories_.end()) {
+    directory = &known->second;
+    return 0;
+  }
+  Node* node = nullptr;
+  if (const win32::DWORD error = GetNode(file, node)) return error;
+  if (!node->IsDirectory()) return win32::ERROR_DIRECTORY;
+  const ntfs::Inode inode(volume_, file);
+  if (inode.error()) return inode.error();
+  std::vector<Found> found;
+  s64 position = 0;
+  if (ntfs_readdir(inode.get(), &position, &found, Collect) != 0) return ntfs::LastError();
+
+  Directory loaded;
+  std::unordered_map<FileId, std::u16string> shortNames;
+  for (Found& entry : found) {
+    if (entry.isShort) shortNames[entry.id] = entry.name;
+  }
+  for (Found& entry : found) {
+    if (entry.isShort) continue;
+    std::u16string key = UpCased(entry.name);
+    DirectoryEntry shown{std::move(entry.name), {}, entry.id};
+    if (const auto shortName = shortNames.find(entry.id); shortName != shortNames.end()) {
+      shown.shortName = shortName->second;
+      loaded.shortNames[UpCased(shortName->second)] = key;
+    }
+    loaded.entries.emplace(std::move(key), std::move(shown));
+  }
+  entries_ += loaded.entries.size();
+  directory = &directories_.emplace(file, std::move(loaded)).first->second;
+  return 0;
+}
+
+const DirectoryEntry* NtfsVolume::Find(const Directory& directory, std::u16string_view name) const {
+  const std::u16string key = UpCased(name);
+  if (const auto entry = directory.entries.find(key); entry != directory.entries.end()) return &entry->second;
+  const auto shortName = directory.shortNames.find(key);
+  return shortName == directory.shortNames.end() ? nullptr : &directory.entries.at(shortName->second);
+}
+
+void NtfsVolume::Remember(Directory& directory, std::u16string_view name, FileId file) {
+  directory.entries.emplace(UpCased(name), DirectoryEntry{std::u16string(name), {}, file});
+  ++entries_;
+}
+
+void NtfsVolume::Forget(Directory& directory, std::u16string_view name) {
+  const auto entry = directory.entries.find(UpCased(name));
+  if (entry == directory.entries.end()) return;
+  if (!entry->second.shortName.empty()) directory.shortNames.erase(UpCased(entry->second.shortName));
+  directory.entries.erase(entry);
+  --entries_;
+}
+
+win32::DWORD NtfsVolume::Lookup(FileId directory, std::u16string_view name, FileId& file, std::u16string* storedName) {
+  const auto lock = Enter();
+  Directory* entries = nullptr;
+  if (const win32::DWORD error = GetDirectory(directory, entries)) return error;
+  const DirectoryEntry* const entry = Find(*entries, name);
+  if (!entry) return win32::ERROR_FILE_NOT_FOUND;
+  file = entry->id;
+  if (storedName) *storedName = entry->name;
+  return 0;
+}
+
+win32::DWORD NtfsVolume::Stat(FileId file, FileInfo& info) {
+  const auto lock = Enter();
+  Node* node = nullptr;
+  if (const win32::DWORD error = GetNode(file, node)) return error;
+  info = node->info;
+  return 0;
+}
+
+win32::DWORD NtfsVolume::List(FileId directory, std::vector<DirectoryEntry>& entries) {
+  const auto lock = Enter();
+  Directory* known = nullptr;
+  if (const win32::DWORD error = GetDirectory(directory, known)) return error;
+  entries.clear();
+  entries.reserve(known->entries.size());
+  for (const auto& [key, entry] : known->entries) entries.push_back(entry);
+  return 0;
+}
+
+win32::DWORD NtfsVolume::Names(FileId file, std::vector<std::pair<FileId, std::u16string>>& names) {
+  const auto lock = Enter();
+  Node* node = nullptr;
+  if (const win32::DWORD error = GetNode(file, node)) return error;
+  names.clear();
+  if (file == root_) return 0;
+  for (const Name& name : node->names) {
+    if (!name.isShort) names.emplace_back(name.directory, name.name);
+  }
+  return 0;
+}
+
+win32::DWORD NtfsVolume::Create(FileId directory, std::u16string_view name, bool isDirectory, win32::DWORD attributes,
+                                ByteView descriptor, FileTime now, FileId& file) {
+  const auto lock = Enter();
+  if (!IsLegalName(name)) return win32::ERROR_INVALID_NAME;
+  Directory* entries = nullptr;
+  if (const win32::DWORD error = GetDirectory(directory, entries)) return error;
+  if (const win32::DWORD error = CheckNewName(*entries, directory, name)) return error;
+  Node* parent = nullptr;
+  if (const win32::DWORD error = GetNode(directory, parent)) return error;
+  const std::size_t length = DescriptorLength(descriptor);
+  if (length == 0) return win32::ERROR_INVALID_SECURITY_DESCR;
+
+  Node node;
+  node.descriptor =
+      std::make_shared<const Bytes>(descriptor.begin(), descriptor.begin() + static_cast<std::ptrdiff_t>(length));
+  node.info.securityId = KnownId(*node.descriptor);
+  // Until its own descriptor is put down the record bears its parent's.
+  const std::uint32_t storedId = node.info.securityId ? node.info.securityId : parent->info.securityId;
+  if (node.info.securityId) node.descriptor = nullptr;
+
+  ntfs::Inode folder(volume_, directory);
+  if (folder.error()) return folder.error();
+  ntfs::Inode inode(ntfs_create(folder.get(), cpu_to_le32(storedId), ntfs::Units(name), static_cast<u8>(name.size()),
+                                isDirectory ? S_IFDIR : S_IFREG));
+  if (!inode.get()) return ntfs::LastError();
+  node.info.id = file = MK_MREF(inode->mft_no, le16_to_cpu(inode->mrec->sequence_number));
+  if (const win32::DWORD error = inode.CloseIn(folder.get())) return error;
+  if (const win32::DWORD error = folder.Close()) return error;
+
+  node.info.attributes = ShownAttributes((attributes & kSettableAttributes) |
+                                         (isDirectory ? win32::FILE_ATTRIBUTE_DIRECTORY : win32::DWORD{0}));
+  node.info.creation = node.info.lastAccess = node.info.lastWrite = node.info.change = now;
+  node.names.push_back({directory, std::u16string(name), false});
+  if (!isDirectory) node.streams.push_back({});
+  node.dirty = true;
+  Remember(*entries, name, file);
+  if (isDirectory) directories_.emplace(file, Directory{});
+  Node& kept = nodes_.insert_or_assign(file, std::move(node)).first->second;
+  if (const win32::DWORD error = Settle(kept)) {
+    RemoveName(file, directory, name);
+    nodes_.erase(file);
+    directories_.erase(file);
+    return error;
+  }
+  return 0;
+}
+
+// The name into the index and into the record; the caches are the caller's.
+win32::DWORD NtfsVolume::AddName(FileId file, FileId directory, std::u16string_view name) {
+  for (const FileId changed : {file, directory}) {
+    if (const win32::DWORD error = HoldTimes(changed)) return error;
+  }
+  ntfs::Inode inode(volume_, file);
+  if (inode.error()) return inode.error();
+  ntfs::Inode folder(volume_, directory);
+  if (folder.error()) return folder.error();
+  if (ntfs_link(inode.get(), folder.get(), ntfs::Units(name), static_cast<u8>(name.size())) != 0) {
+    const win32::DWORD error = ntfs::LastError();
+    folder.Close();
+    return error;
+  }
+  if (const win32::DWORD error = folder.Close()) return error;
+  return inode.Close();
+}
+
+// `name` as the directory spells it. The caches follow when the last name goes; otherwise they are the caller's.
+win32::DWORD NtfsVolume::RemoveName(FileId file, FileId directory, std::u16string_view name) {
+  if (const win32::DWORD error = HoldTimes(directory)) return error;
+  if (const auto known = nodes_.find(file); known == nodes_.end() || known->second.info.links > 1) {
+    if (const win32::DWORD error = HoldTimes(file)) return error;
+  }
+  ntfs::Inode inode(volume_, file);
+  if (inode.error()) return inode.error();
+  ntfs::Inode folder(volume_, directory);
+  if (folder.error()) return folder.error();
+  const std::u16string spelling(name);  // `name` may be the cache's own
+  if (ntfs_delete(volume_, nullptr, inode.release(), folder.release(), ntfs::Units(spelling),
+                  static_cast<u8>(spelling.size())) != 0) {
+    return ntfs::LastError();
+  }
+  if (const auto entries = directories_.find(directory); entries != directories_.end())
+    Forget(entries->second, spelling);
+  return 0;
+}
+
+// The node anew from its record after a change of its names, with what is held back on top.
+win32::DWORD NtfsVolume::RefreshIfKnown(FileId file) {
+  const auto known = nodes_.find(file);
+  if (known == nodes_.end()) return 0;
+  ntfs::Inode inode(volume_, file);
+  return inode.error() ? inode.error() : Refresh(known->second, inode.get());
+}
+
+win32::DWORD NtfsVolume::Link(FileId file, FileId directory, std::u16string_view name) {
+  const auto lock = Enter();
+  if (!IsLegalName(name)) return win32::ERROR_INVALID_NAME;
+  Directory* entries = nullptr;
+  if (const win32::DWORD error = GetDirectory(directory, entries)) return error;
+  Node* node = nullptr;
+  if (const win32::DWORD error = GetNode(file, node)) return error;
+  if (node->IsDirectory()) return win32::ERROR_ACCESS_DENIED;
+  if (const win32::DWORD error = CheckNewName(*entries, directory, name)) return error;
+  if (node->info.links >= kMaximumLinks) return win32::ERROR_TOO_MANY_LINKS;
+  if (const win32::DWORD error = AddName(file, directory, name)) return error;
+  Remember(*entries, name, file);
+  return RefreshIfKnown(file);
+}
+
+win32::DWORD NtfsVolume::Unlink(FileId directory, std::u16string_view name) {
+  const auto lock = Enter();
+  Directory* entries = nullptr;
+  if (const win32::DWORD error = GetDirectory(directory, entries)) return error;
+  const DirectoryEntry* const entry = Find(*entries, name);
+  if (!entry) return win32::ERROR_FILE_NOT_FOUND;
+  const FileId file = entry->id;
+  if (const auto children = directories_.find(file);
+      children != directories_.end() && !children->second.entries.empty()) {
+    return win32::ERROR_DIR_NOT_EMPTY;
+  }
+  if (const win32::DWORD error = RemoveName(file, directory, entry->name)) return error;
+  const auto node = nodes_.find(file);
+  if (node != nodes_.end() && node->second.info.links > 1) return RefreshIfKnown(file);
+  nodes_.erase(file);
+  directories_.erase(file);
+  return 0;
+}
+
+win32::DWORD NtfsVolume::Rename(FileId fromDirectory, std::u16string_view fromName, FileId toDirectory,
+                                std::u16string_view toName) {
+  const auto lock = Enter();
+  if (!IsLegalName(toName)) return win32::ERROR_INVALID_NAME;
+  Directory* from = nullptr;
+  Directory* to = nullptr;
+  if (const win32::DWORD error = GetDirectory(fromDirectory, from)) return error;
+  if (const win32::DWORD error = GetDirectory(toDirectory, to)) return error;
+  from = &directories_.at(fromDirectory);
+  const DirectoryEntry* const old = Find(*from, fromName);
+  if (!old) return win32::ERROR_FILE_NOT_FOUND;
+  const FileId file = old->id;
+  const std::u16string oldName = old->name;
+  if (file == toDirectory) return win32::ERROR_INVALID_PARAMETER;
+  const DirectoryEntry* const existing = Find(*to, toName);
+  if (existing != old) {
+    if (const win32::DWORD error = CheckNewName(*to, toDirectory, toName)) return error;
+  }
+  if (oldName == toName && fromDirectory == toDirectory) return 0;
+
+  std::u16string intermediate;
+  std::u16string_view current = oldName;
+  if (existing) {
+    // The index takes no second spelling of a name beside the first: by way of a name that nobody has.
+    for (unsigned number = 0; intermediate.empty() || Find(*to, intermediate); ++number) {
+      intermediate = u"$RENAME" + std::u16string(1 + number, u'~');
+    }
+    if (const win32::DWORD error = AddName(file, toDirectory, intermediate)) return error;
+    if (const win32::DWORD error = RemoveName(file, fromDirectory, oldName)) return error;
+    current = intermediate;
+  }
+  win32::DWORD error = AddName(file, toDirectory, toName);
+  if (error != 0 && !existing) return error;
+  // When the new spelling does not fit, back to the old one; when that does not either, the file keeps what it has.
+  const std::u16string_view result = error != 0 ? std::u16string_view(oldName) : toName;
+  if (error != 0 && AddName(file, toDirectory, oldName) != 0) {
+    Remember(*to, current, file);
+    RefreshIfKnown(file);
+    return error;
+  }
+  if (const win32::DWORD failure = RemoveName(file, fromDirectory, current)) return failure;
+  Remember(*to, result, file);
+  if (const win32::DWORD failure = RefreshIfKnown(file)) return failure;
+  return error;
+}
+
+}  // namespace emulated

@@ -1,0 +1,230 @@
+// Data streams.
+#include <algorithm>
+
+#include "win32/constants.h"
+#include "win32/emulated/storage/ntfs_attributes.h"
+#include "win32/emulated/storage/ntfs_volume.h"
+
+#include "win32/emulated/storage/ntfs_library.h"
+
+namespace emulated {
+namespace {
+
+constexpr std::size_t kMaximumStreamName = 255;
+constexpr std::uint64_t kMaximumSize = std::uint64_t{1} << 44;  // 16 TiB, NTFS's own limit with 4 KiB clusters
+
+// The sizes as they are after a change.
+void Measure(const ntfs_attr& attribute, StreamInfo& stream) {
+  stream.size = static_cast<std::uint64_t>(attribute.data_size);
+  const bool hasHoles = (attribute.data_flags & (ATTR_IS_SPARSE | ATTR_COMPRESSION_MASK)) != 0;
+  stream.allocated = !NAttrNonResident(&attribute)
+                         ? ResidentAllocation(stream.size)
+                         : static_cast<std::uint64_t>(hasHoles ? attribute.compressed_size : attribute.allocated_size);
+}
+
+// Without a hole unless the stream is sparse: the library's own extension makes the stream sparse.
+int Resize(ntfs_attr* attribute, std::uint64_t size, bool sparse) {
+  const bool mayHaveHoles = sparse || (attribute->data_flags & ATTR_COMPRESSION_MASK) != 0;
+  return mayHaveHoles ? ntfs_attr_truncate(attribute, static_cast<s64>(size))
+                      : ntfs_attr_truncate_solid(attribute, static_cast<s64>(size));
+}
+
+}  // namespace
+
+StreamInfo* NtfsVolume::FindStream(Node& node, std::u16string_view stream) const {
+  const std::u16string key = UpCased(stream);
+  const auto found = std::ranges::find_if(node.streams, [&](const StreamInfo& known) {
+    return known.name.size() == key.size() && UpCased(known.name) == key;
+  });
+  return found == node.streams.end() ? nullptr : &*found;
+}
+
+win32::DWORD NtfsVolume::Streams(FileId file, std::vector<StreamInfo>& streams) {
+  const auto lock = Enter();
+  Node* node = nullptr;
+  if (const win32::DWORD error = GetNode(file, node)) return error;
+  streams = node->streams;
+  return 0;
+}
+
+win32::DWORD NtfsVolume::CreateStream(FileId file, std::u16string_view stream) {
+  const auto lock = Enter();
+  Node* node = nullptr;
+  if (const win32::DWORD error = GetNode(file, node)) return error;
+  if (FindStream(*node, stream)) return win32::ERROR_ALREADY_EXISTS;
+  if (stream.empty() || stream.size() > kMaximumStreamName ||
+      stream.find_first_of(std::u16string_view(u"\\/:\0", 4)) != stream.npos) {
+    return win32::ERROR_INVALID_NAME;
+  }
+  ntfs::Inode inode(volume_, file);
+  if (inode.error()) return inode.error();
+  if (ntfs_attr_add(inode.get(), AT_DATA, ntfs::Units(stream), static_cast<u8>(stream.size()), nullptr, 0) != 0)
+    return ntfs::LastError();
+  if (const win32::DWORD error = inode.Close()) return error;
+  node->streams.push_back({std::u16string(stream), 0, 0, false});
+  return 0;
+}
+
+win32::DWORD NtfsVolume::RemoveStream(FileId file, std::u16string_view stream) {
+  const auto lock = Enter();
+  Node* node = nullptr;
+  if (const win32::DWORD error = GetNode(file, node)) return error;
+  const StreamInfo* const known = FindStream(*node, stream);
+  if (!known) return win32::ERROR_FILE_NOT_FOUND;
+  if (known->name.empty()) return win32::ERROR_INVALID_PARAMETER;
+  ntfs::Inode inode(volume_, file);
+  if (inode.error()) return inode.error();
+  if (ntfs_attr_remove(inode.get(), AT_DATA, ntfs::Units(known->name), static_cast<u32>(known->name.size())) != 0) {
+    return ntfs::LastError();
+  }
+  node->streams.erase(node->streams.begin() + (known - node->streams.data()));
+  return inode.Close();
+}
+
+win32::DWORD NtfsVolume::StreamSize(FileId file, std::u16string_view stream, std::uint64_t& size) {
+  const auto lock = Enter();
+  Node* node = nullptr;
+  if (const win32::DWORD error = GetNode(file, node)) return error;
+  const StreamInfo* const known = FindStream(*node, stream);
+  if (!known) return win32::ERROR_FILE_NOT_FOUND;
+  size = known->size;
+  return 0;
+}
+
+win32::DWORD NtfsVolume::Read(FileId file, std::u16string_view stream, std::uint64_t offset, std::span<std::uint8_t> to,
+                              std::size_t& done) {
+  const auto lock = Enter();
+  done = 0;
+  Node* node = nullptr;
+  if (const win32::DWORD error = GetNode(file, node)) return error;
+  const StreamInfo* const known = FindStream(*node, stream);
+  if (!known) return win32::ERROR_FILE_NOT_FOUND;
+  if (offset >= known->size || to.empty()) return 0;
+  const auto length = static_cast<std::size_t>(std::min<std::uint64_t>(to.size(), known->size - offset));
+
+  ntfs::Inode inode(volume_, file);
+  if (inode.error()) return inode.error();
+  const ntfs::UniqueAttribute data = ntfs::OpenData(inode.get(), known->name);
+  if (!data) return ntfs::LastError();
+  while (done < length) {
+    const s64 part =
+        ntfs_attr_pread(data.get(), static_cast<s64>(offset + done), static_cast<s64>(length - done), to.data() + done);
+    if (part < 0) return ntfs::LastError();
+    if (part == 0) return win32::ERROR_FILE_CORRUPT;
+    done += static_cast<std::size_t>(part);
+  }
+  return 0;
+}
+
+// Sets the stream to `size` bytes and writes `from`, all or nothing.
+win32::DWORD NtfsVolume::ChangeStream(FileId file, std::u16string_view stream, std::uint64_t size, std::uint64_t offset,
+                                      ByteView from) {
+  Node* node = nullptr;
+  if (const win32::DWORD error = GetNode(file, node)) return error;
+  StreamInfo* const known = FindStream(*node, stream);
+  if (!known) return win32::ERROR_FILE_NOT_FOUND;
+  if (size > kMaximumSize) return win32::ERROR_INVALID_PARAMETER;
+  const std::uint64_t oldSize = known->size;
+  if (size > oldSize && !known->sparse) {
+    if (const win32::DWORD error = MakeRoomFor(size - oldSize)) return error;
+  }
+
+  ntfs::Inode inode(volume_, file);
+  if (inode.error()) return inode.error();
+  win32::DWORD result = 0;
+  ntfs::UniqueAttribute data = ntfs::OpenData(inode.get(), known->name);
+  if (!data) return ntfs::LastError();
+  if (size != oldSize && Resize(data.get(), size, known->sparse) != 0) result = ntfs::LastError();
+  for (std::size_t done = 0; result == 0 && done < from.size();) {
+    const s64 part = ntfs_attr_pwrite(data.get(), static_cast<s64>(offset + done), static_cast<s64>(from.size() - done),
+                                      from.data() + done);
+    if (part <= 0) {
+      result = part < 0 ? ntfs::LastError() : win32::ERROR_DISK_FULL;
+    } else {
+      done += static_cast<std::size_t>(part);
+    }
+  }
+  if ((data->data_flags & ATTR_COMPRESSION_MASK) != 0 && ntfs_attr_pclose(data.get()) != 0 && result == 0)
+    result = ntfs::LastError();
+  if (result != 0 && data->data_size != static_cast<s64>(oldSize)) Resize(data.get(), oldSize, known->sparse);
+  Measure(*data, *known);
+  data.reset();
+
+  const bool isSparse = known->sparse && known->name.empty();
+  if (isSparse && !(inode->flags & FILE_ATTR_SPARSE_FILE)) {
+    inode->flags = static_cast<FILE_ATTR_FLAGS>(
+        inode->flags | FILE_ATTR_SPARSE_FILE);  // the library takes it off when no hole is left
+    NInoSetDirty(inode.get());
+  }
+  if (node->dirty) {
+    ntfs::ClearState(inode->state, NI_FileNameDirty);  // the index follows when the node is put down
+  }
+  if (known->name.empty()) RefreshTotals(*node);
+  const win32::DWORD closed = inode.Close();
+  return result ? result : closed;
+}
+
+win32::DWORD NtfsVolume::Write(FileId file, std::u16string_view stream, std::uint64_t offset, ByteView from) {
+  const auto lock = Enter();
+  Node* node = nullptr;
+  if (const win32::DWORD error = GetNode(file, node)) return error;
+  const StreamInfo* const known = FindStream(*node, stream);
+  if (!known) return win32::ERROR_FILE_NOT_FOUND;
+  if (from.empty()) return 0;
+  if (offset > kMaximumSize || from.size() > kMaximumSize) return win32::ERROR_INVALID_PARAMETER;
+  return ChangeStream(file, stream, std::max(known->size, offset + from.size()), offset, from);
+}
+
+win32::DWORD NtfsVolume::SetStreamSize(FileId file, std::u16string_view stream, std::uint64_t size) {
+  const auto lock = Enter();
+  return ChangeStream(file, stream, size, 0, {});
+}
+
+win32::DWORD NtfsVolume::SetSparse(FileId file, std::u16string_view stream) {
+  const auto lock = Enter();
+  Node* node = nullptr;
+  if (const win32::DWORD error = GetNode(file, node)) return error;
+  StreamInfo* const known = FindStream(*node, stream);
+  if (!known) return win32::ERROR_FILE_NOT_FOUND;
+  if (known->sparse) return 0;
+  known->sparse = true;
+  if (!known->name.empty()) return 0;
+  node->info.attributes = ShownAttributes(node->info.attributes | win32::FILE_ATTRIBUTE_SPARSE_FILE);
+  node->dirty = true;
+  return Settle(*node);
+}
+
+win32::DWORD NtfsVolume::AllocatedRanges(FileId file, std::u16string_view stream, std::vector<StreamRange>& ranges) {
+  const auto lock = Enter();
+  ranges.clear();
+  Node* node = nullptr;
+  if (const win32::DWORD error = GetNode(file, node)) return error;
+  const StreamInfo* const known = FindStream(*node, stream);
+  if (!known) return win32::ERROR_FILE_NOT_FOUND;
+  if (known->size == 0) return 0;
+
+  ntfs::Inode inode(volume_, file);
+  if (inode.error()) return inode.error();
+  const ntfs::UniqueAttribute data = ntfs::OpenData(inode.get(), known->name);
+  if (!data) return ntfs::LastError();
+  if (!NAttrNonResident(data.get()) || (data->data_flags & ATTR_IS_SPARSE) == 0) {
+    ranges.push_back({0, known->size});
+    return 0;
+  }
+  if (ntfs_attr_map_whole_runlist(data.get()) != 0) return ntfs::LastError();
+  for (const runlist_element* run = data->rl; run && run->length != 0; ++run) {
+    if (run->lcn < 0) continue;
+    const std::uint64_t start = static_cast<std::uint64_t>(run->vcn) * volume_->cluster_size;
+    if (start >= known->size) break;
+    const std::uint64_t length =
+        std::min(static_cast<std::uint64_t>(run->length) * volume_->cluster_size, known->size - start);
+    if (!ranges.empty() && ranges.back().offset + ranges.back().length == start) {
+      ranges.back().length += length;
+    } else {
+      ranges.push_back({start, length});
+    }
+  }
+  return 0;
+}
+
+}  // namespace emulated

@@ -1,0 +1,43 @@
+#include "win32/emulated/storage/volume.h"
+
+#include "win32/constants.h"
+
+namespace emulated {
+
+win32::DWORD Volume::LookupPath(std::u16string_view path, FileId& file) {
+  FileId current = Root();
+  while (!path.empty()) {
+    const std::size_t cut = path.find(u'\\');
+    const std::u16string_view name = path.substr(0, cut);
+    path.remove_prefix(cut == path.npos ? path.size() : cut + 1);
+    if (name.empty()) continue;
+    const win32::DWORD error = Lookup(current, name, current, nullptr);
+    if (error == win32::ERROR_FILE_NOT_FOUND || error == win32::ERROR_DIRECTORY) {
+      return path.empty() && error == win32::ERROR_FILE_NOT_FOUND ? error : win32::ERROR_PATH_NOT_FOUND;
+    }
+    if (error != 0) return error;
+  }
+  file = current;
+  return 0;
+}
+
+win32::DWORD ReadWholeFile(Volume& volume, std::u16string_view path, Bytes& content) {
+  FileId file = 0;
+  if (const win32::DWORD error = volume.LookupPath(path, file)) return error;
+  std::uint64_t size = 0;
+  if (const win32::DWORD error = volume.StreamSize(file, {}, size)) return error;
+  if (size > volume.TotalBytes()) return win32::ERROR_FILE_CORRUPT;
+  content.resize(static_cast<std::size_t>(size));
+  std::size_t done = 0;
+  if (const win32::DWORD error = volume.Read(file, {}, 0, content, done)) return error;
+  return done == content.size() ? 0 : win32::ERROR_FILE_CORRUPT;
+}
+
+win32::DWORD WriteWholeFile(Volume& volume, std::u16string_view path, ByteView content) {
+  FileId file = 0;
+  if (const win32::DWORD error = volume.LookupPath(path, file)) return error;
+  if (const win32::DWORD error = volume.SetStreamSize(file, {}, content.size())) return error;
+  return content.empty() ? 0 : volume.Write(file, {}, 0, content);
+}
+
+}  // namespace emulated

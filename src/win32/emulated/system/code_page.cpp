@@ -1,0 +1,112 @@
+// WideCharToMultiByte of win32/system.h, on the host's iconv.
+#include <iconv.h>
+
+#include <cstring>
+#include <string>
+
+#include "win32/emulated/machine.h"
+#include "win32/emulated/text.h"
+#include "win32/system.h"
+
+namespace win32 {
+
+namespace {
+
+constexpr UINT kAnsi = 0;  // CP_ACP
+constexpr UINT kWestern = 1252;
+
+// One direction of iconv, kept open while the code page stays the same.
+class Converter {
+ public:
+  ~Converter() { Close(); }
+
+  bool Use(UINT codePage) {
+    if (open_ && codePage == codePage_) return true;
+    Close();
+    handle_ = iconv_open(("CP" + std::to_string(codePage)).c_str(), "UTF-16LE");
+    open_ = handle_ != reinterpret_cast<iconv_t>(-1);
+    codePage_ = codePage;
+    return open_;
+  }
+
+  // The bytes of one character (one or two units); nothing when the page has none for it.
+  std::string Convert(std::u16string_view character) {
+    char from[4], to[8];
+    std::memcpy(from, character.data(), character.size() * 2);
+    char* source = from;
+    char* target = to;
+    std::size_t left = character.size() * 2, room = sizeof to;
+    const std::size_t result = iconv(handle_, &source, &left, &target, &room);
+    if (result != 0) {  // not convertible, or only to something like it
+      iconv(handle_, nullptr, nullptr, nullptr, nullptr);
+      return {};
+    }
+    return {to, sizeof to - room};
+  }
+
+ private:
+  void Close() {
+    if (open_) iconv_close(handle_);
+    open_ = false;
+  }
+  iconv_t handle_ = nullptr;
+  bool open_ = false;
+  UINT codePage_ = 0;
+};
+
+bool IsPair(std::u16string_view text, std::size_t at) {
+  return text[at] >= 0xD800 && text[at] < 0xDC00 && at + 1 < text.size() && text[at + 1] >= 0xDC00 && text[at + 1] < 0xE000;
+}
+
+// Characters that the page lacks become the default character, one for each unit.
+bool ToCodePage(std::u16string_view text, UINT codePage, const char* defaultCharacter, std::string& bytes, bool& usedDefault) {
+  thread_local Converter converter;
+  if (!converter.Use(codePage)) return false;
+  for (std::size_t i = 0; i < text.size(); ++i) {
+    if (text[i] < 0x80) {
+      bytes += static_cast<char>(text[i]);
+      continue;
+    }
+    const std::size_t units = IsPair(text, i) ? 2 : 1;
+    const std::string converted = converter.Convert(text.substr(i, units));
+    if (converted.empty()) {
+      usedDefault = true;
+      for (std::size_t k = 0; k < units; ++k) bytes += defaultCharacter ? *defaultCharacter : '?';
+    } else {
+      bytes += converted;
+    }
+    i += units - 1;
+  }
+  return true;
+}
+
+}  // namespace
+
+int WideCharToMultiByte(UINT CodePage, DWORD dwFlags, const char16_t* lpWideCharStr, int cchWideChar, char* lpMultiByteStr,
+                        int cbMultiByte, const char* lpDefaultChar, BOOL* lpUsedDefaultChar) {
+  WIN32_CALL(CodePage, dwFlags, cchWideChar, cbMultiByte);
+  if (call.Refused()) return 0;
+  const auto fail = [&](DWORD error) {
+    emulated::SetLastError(error);
+    return call.Return(0);
+  };
+  if (!lpWideCharStr || cchWideChar == 0 || cchWideChar < -1 || cbMultiByte < 0 || (cbMultiByte != 0 && !lpMultiByteStr))
+    return fail(ERROR_INVALID_PARAMETER);
+  if (CodePage == CP_UTF8 && (lpDefaultChar || lpUsedDefaultChar)) return fail(ERROR_INVALID_PARAMETER);
+  // A length of -1 takes the terminator along.
+  const std::u16string_view text = cchWideChar == -1 ? std::u16string_view(lpWideCharStr, std::char_traits<char16_t>::length(lpWideCharStr) + 1)
+                                                     : std::u16string_view(lpWideCharStr, static_cast<std::size_t>(cchWideChar));
+  const UINT page = CodePage == CP_OEMCP ? emulated::Machine::Current().oemCodePage : CodePage == kAnsi ? kWestern : CodePage;
+  std::string bytes;
+  bool usedDefault = false;
+  if (page == CP_UTF8) bytes = emulated::Utf8(text);
+  else if (!ToCodePage(text, page, lpDefaultChar, bytes, usedDefault)) return fail(ERROR_INVALID_PARAMETER);
+  if (lpUsedDefaultChar) *lpUsedDefaultChar = usedDefault ? TRUE : FALSE;
+  const auto size = static_cast<int>(bytes.size());
+  if (cbMultiByte == 0) return call.Return(size);
+  if (cbMultiByte < size) return fail(ERROR_INSUFFICIENT_BUFFER);
+  std::memcpy(lpMultiByteStr, bytes.data(), bytes.size());
+  return call.Return(size);
+}
+
+}  // namespace win32

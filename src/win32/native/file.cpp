@@ -1,0 +1,120 @@
+#include "win32/file.h"
+
+#include "win32/native/cast.h"
+
+namespace win32 {
+
+using native::As;
+using native::Wide;
+
+HANDLE CreateFileW(const char16_t* lpFileName, DWORD dwDesiredAccess, DWORD dwShareMode,
+                   SECURITY_ATTRIBUTES* lpSecurityAttributes, DWORD dwCreationDisposition, DWORD dwFlagsAndAttributes,
+                   HANDLE hTemplateFile) {
+  return ::CreateFileW(Wide(lpFileName), dwDesiredAccess, dwShareMode, As<::SECURITY_ATTRIBUTES>(lpSecurityAttributes),
+                       dwCreationDisposition, dwFlagsAndAttributes, hTemplateFile);
+}
+
+BOOL ReadFile(HANDLE hFile, void* lpBuffer, DWORD nNumberOfBytesToRead, DWORD* lpNumberOfBytesRead,
+              OVERLAPPED* lpOverlapped) {
+  return ::ReadFile(hFile, lpBuffer, nNumberOfBytesToRead, lpNumberOfBytesRead,
+                    reinterpret_cast<::OVERLAPPED*>(lpOverlapped));
+}
+
+BOOL WriteFile(HANDLE hFile, const void* lpBuffer, DWORD nNumberOfBytesToWrite, DWORD* lpNumberOfBytesWritten,
+               OVERLAPPED* lpOverlapped) {
+  return ::WriteFile(hFile, lpBuffer, nNumberOfBytesToWrite, lpNumberOfBytesWritten,
+                     reinterpret_cast<::OVERLAPPED*>(lpOverlapped));
+}
+
+DWORD GetFileSize(HANDLE hFile, DWORD* lpFileSizeHigh) { return ::GetFileSize(hFile, lpFileSizeHigh); }
+
+DWORD SetFilePointer(HANDLE hFile, LONG lDistanceToMove, LONG* lpDistanceToMoveHigh, DWORD dwMoveMethod) {
+  return ::SetFilePointer(hFile, lDistanceToMove, lpDistanceToMoveHigh, dwMoveMethod);
+}
+
+BOOL SetEndOfFile(HANDLE hFile) { return ::SetEndOfFile(hFile); }
+
+BOOL FlushFileBuffers(HANDLE hFile) { return ::FlushFileBuffers(hFile); }
+
+BOOL GetFileTime(HANDLE hFile, FILETIME* lpCreationTime, FILETIME* lpLastAccessTime, FILETIME* lpLastWriteTime) {
+  return ::GetFileTime(hFile, As<::FILETIME>(lpCreationTime), As<::FILETIME>(lpLastAccessTime),
+                       As<::FILETIME>(lpLastWriteTime));
+}
+
+BOOL SetFileTime(HANDLE hFile, const FILETIME* lpCreationTime, const FILETIME* lpLastAccessTime,
+                 const FILETIME* lpLastWriteTime) {
+  return ::SetFileTime(hFile, As<const ::FILETIME>(lpCreationTime), As<const ::FILETIME>(lpLastAccessTime),
+                       As<const ::FILETIME>(lpLastWriteTime));
+}
+
+BOOL GetFileInformationByHandle(HANDLE hFile, BY_HANDLE_FILE_INFORMATION* lpFileInformation) {
+  return ::GetFileInformationByHandle(hFile, As<::BY_HANDLE_FILE_INFORMATION>(lpFileInformation));
+}
+
+DWORD GetFileAttributesW(const char16_t* lpFileName) { return ::GetFileAttributesW(Wide(lpFileName)); }
+
+BOOL SetFileAttributesW(const char16_t* lpFileName, DWORD dwFileAttributes) {
+  return ::SetFileAttributesW(Wide(lpFileName), dwFileAttributes);
+}
+
+BOOL CreateDirectoryW(const char16_t* lpPathName, SECURITY_ATTRIBUTES* lpSecurityAttributes) {
+  return ::CreateDirectoryW(Wide(lpPathName), As<::SECURITY_ATTRIBUTES>(lpSecurityAttributes));
+}
+
+BOOL CreateDirectoryExW(const char16_t* lpTemplateDirectory, const char16_t* lpNewDirectory,
+                        SECURITY_ATTRIBUTES* lpSecurityAttributes) {
+  return ::CreateDirectoryExW(Wide(lpTemplateDirectory), Wide(lpNewDirectory),
+                              As<::SECURITY_ATTRIBUTES>(lpSecurityAttributes));
+}
+
+BOOL RemoveDirectoryW(const char16_t* lpPathName) { return ::RemoveDirectoryW(Wide(lpPathName)); }
+
+BOOL DeleteFileW(const char16_t* lpFileName) { return ::DeleteFileW(Wide(lpFileName)); }
+
+BOOL MoveFileW(const char16_t* lpExistingFileName, const char16_t* lpNewFileName) {
+  return ::MoveFileW(Wide(lpExistingFileName), Wide(lpNewFileName));
+}
+
+BOOL MoveFileExW(const char16_t* lpExistingFileName, const char16_t* lpNewFileName, DWORD dwFlags) {
+  return ::MoveFileExW(Wide(lpExistingFileName), Wide(lpNewFileName), dwFlags);
+}
+
+BOOL CopyFileW(const char16_t* lpExistingFileName, const char16_t* lpNewFileName, BOOL bFailIfExists) {
+  return ::CopyFileW(Wide(lpExistingFileName), Wide(lpNewFileName), bFailIfExists);
+}
+
+BOOL CreateHardLinkW(const char16_t* lpFileName, const char16_t* lpExistingFileName,
+                     SECURITY_ATTRIBUTES* lpSecurityAttributes) {
+  return ::CreateHardLinkW(Wide(lpFileName), Wide(lpExistingFileName), As<::SECURITY_ATTRIBUTES>(lpSecurityAttributes));
+}
+
+BOOL EncryptFileW(const char16_t* lpFileName) { return ::EncryptFileW(Wide(lpFileName)); }
+
+HANDLE FindFirstFileW(const char16_t* lpFileName, WIN32_FIND_DATAW* lpFindFileData) {
+  return ::FindFirstFileW(Wide(lpFileName), As<::WIN32_FIND_DATAW>(lpFindFileData));
+}
+
+BOOL FindNextFileW(HANDLE hFindFile, WIN32_FIND_DATAW* lpFindFileData) {
+  return ::FindNextFileW(hFindFile, As<::WIN32_FIND_DATAW>(lpFindFileData));
+}
+
+BOOL FindClose(HANDLE hFindFile) { return ::FindClose(hFindFile); }
+
+BOOL DeviceIoControl(HANDLE hDevice, DWORD dwIoControlCode, void* lpInBuffer, DWORD nInBufferSize, void* lpOutBuffer,
+                     DWORD nOutBufferSize, DWORD* lpBytesReturned, OVERLAPPED* lpOverlapped) {
+  return ::DeviceIoControl(hDevice, dwIoControlCode, lpInBuffer, nInBufferSize, lpOutBuffer, nOutBufferSize,
+                           lpBytesReturned, reinterpret_cast<::OVERLAPPED*>(lpOverlapped));
+}
+
+BOOL BackupRead(HANDLE hFile, BYTE* lpBuffer, DWORD nNumberOfBytesToRead, DWORD* lpNumberOfBytesRead, BOOL bAbort,
+                BOOL bProcessSecurity, void** lpContext) {
+  return ::BackupRead(hFile, lpBuffer, nNumberOfBytesToRead, lpNumberOfBytesRead, bAbort, bProcessSecurity, lpContext);
+}
+
+BOOL BackupWrite(HANDLE hFile, BYTE* lpBuffer, DWORD nNumberOfBytesToWrite, DWORD* lpNumberOfBytesWritten, BOOL bAbort,
+                 BOOL bProcessSecurity, void** lpContext) {
+  return ::BackupWrite(hFile, lpBuffer, nNumberOfBytesToWrite, lpNumberOfBytesWritten, bAbort, bProcessSecurity,
+                       lpContext);
+}
+
+}  // namespace win32

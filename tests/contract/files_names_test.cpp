@@ -1,0 +1,248 @@
+// Making, removing, moving, copying, linking and finding names.
+#include "contract/files_support.h"
+
+using namespace win32;
+using namespace contract;
+
+namespace {
+
+class FilesNames : public FileTest {};
+
+DWORD MakeError(const std::u16string& path) { return ErrorOf(CreateDirectoryW(path.c_str(), nullptr)); }
+DWORD RemoveError(const std::u16string& path) { return ErrorOf(RemoveDirectoryW(path.c_str())); }
+DWORD DeleteError(const std::u16string& path) { return ErrorOf(DeleteFileW(path.c_str())); }
+DWORD MoveError(const std::u16string& from, const std::u16string& to) { return ErrorOf(MoveFileW(from.c_str(), to.c_str())); }
+DWORD ReplaceError(const std::u16string& from, const std::u16string& to) { return ErrorOf(MoveFileExW(from.c_str(), to.c_str(), MOVEFILE_REPLACE_EXISTING)); }
+DWORD CopyError(const std::u16string& from, const std::u16string& to, BOOL failIfExists = FALSE) { return ErrorOf(CopyFileW(from.c_str(), to.c_str(), failIfExists)); }
+
+TEST_F(FilesNames, MakingDirectories) {
+  const std::u16string directory = Path(u"directory");
+  EXPECT_EQ(MakeError(directory), 0u);
+  EXPECT_EQ(MakeError(directory), ERROR_ALREADY_EXISTS);
+  EXPECT_EQ(MakeError(directory + u"\\"), ERROR_ALREADY_EXISTS);
+  EXPECT_EQ(MakeError(directory + u"\\child\\"), 0u);
+  EXPECT_EQ(MakeError(Path(u"missing\\child")), ERROR_PATH_NOT_FOUND);
+  EXPECT_EQ(MakeError(Path(u"a*b")), ERROR_INVALID_NAME);
+  EXPECT_EQ(MakeError(Path(u"dotted. .")), 0u);
+  EXPECT_EQ(Find(Path(u"dot*")), std::vector<std::u16string>{u"dotted"});
+  Put(Path(u"file"));
+  EXPECT_EQ(MakeError(Path(u"file")), ERROR_ALREADY_EXISTS);
+  EXPECT_EQ(MakeError(Path(u"file\\child")), ERROR_PATH_NOT_FOUND);
+  EXPECT_EQ(MakeError(u"Q:\\x"), ERROR_PATH_NOT_FOUND);
+  EXPECT_EQ(MakeError(u""), ERROR_PATH_NOT_FOUND);
+}
+
+TEST_F(FilesNames, RemovingDirectories) {
+  const std::u16string directory = Path(u"directory"), child = directory + u"\\child";
+  MakeDirectory(directory);
+  Put(child);
+  EXPECT_EQ(RemoveError(directory), ERROR_DIR_NOT_EMPTY);
+  EXPECT_EQ(RemoveError(child), ERROR_DIRECTORY);
+  EXPECT_EQ(RemoveError(Path(u"missing")), ERROR_FILE_NOT_FOUND);
+  EXPECT_EQ(RemoveError(Path(u"missing\\child")), ERROR_PATH_NOT_FOUND);
+  EXPECT_EQ(DeleteError(child), 0u);
+  {
+    const auto open = Open(directory, GENERIC_READ, FILE_SHARE_READ, OPEN_EXISTING, FILE_FLAG_BACKUP_SEMANTICS);
+    EXPECT_EQ(RemoveError(directory), ERROR_SHARING_VIOLATION);
+  }
+  if (!OnWine()) {
+    ASSERT_TRUE(SetFileAttributesW(directory.c_str(), FILE_ATTRIBUTE_READONLY));
+    EXPECT_EQ(RemoveError(directory), ERROR_ACCESS_DENIED);
+    ASSERT_TRUE(SetFileAttributesW(directory.c_str(), FILE_ATTRIBUTE_NORMAL));
+  }
+  EXPECT_EQ(RemoveError(directory), 0u);
+  EXPECT_EQ(AttributesError(directory), ERROR_FILE_NOT_FOUND);
+}
+
+TEST_F(FilesNames, DeletingFiles) {
+  const std::u16string file = Path(u"file");
+  EXPECT_EQ(DeleteError(u""), ERROR_PATH_NOT_FOUND);
+  EXPECT_EQ(DeleteError(file), ERROR_FILE_NOT_FOUND);
+  MakeDirectory(Path(u"directory"));
+  EXPECT_EQ(DeleteError(Path(u"directory")), ERROR_ACCESS_DENIED);
+  Put(file);
+  {
+    const auto open = Open(file, GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE);
+    EXPECT_EQ(DeleteError(file), ERROR_SHARING_VIOLATION);
+  }
+  if (!OnWine()) {
+    ASSERT_TRUE(SetFileAttributesW(file.c_str(), FILE_ATTRIBUTE_READONLY));
+    EXPECT_EQ(DeleteError(file), ERROR_ACCESS_DENIED);
+    ASSERT_TRUE(SetFileAttributesW(file.c_str(), FILE_ATTRIBUTE_NORMAL));
+  }
+  EXPECT_EQ(DeleteError(file), 0u);
+  EXPECT_FALSE(Exists(file));
+}
+
+TEST_F(FilesNames, MovingWithinAVolume) {
+  const std::u16string a = Path(u"a"), b = Path(u"b"), directory = Path(u"directory"), other = Path(u"other");
+  Put(a, "a");
+  Put(b, "b");
+  MakeDirectory(directory);
+  MakeDirectory(other);
+  EXPECT_EQ(MoveError(Path(u"missing"), Path(u"new")), ERROR_FILE_NOT_FOUND);
+  EXPECT_EQ(MoveError(a, Path(u"missing\\new")), ERROR_PATH_NOT_FOUND);
+  EXPECT_EQ(MoveError(a, a), 0u);
+  EXPECT_EQ(MoveError(a, b), ERROR_ALREADY_EXISTS);
+  EXPECT_EQ(MoveError(a, directory), ERROR_ALREADY_EXISTS);
+  EXPECT_EQ(MoveError(directory, other), ERROR_ALREADY_EXISTS);
+  EXPECT_EQ(MoveError(a, directory + u"\\a"), 0u);
+  EXPECT_EQ(MoveError(directory, Path(u"Renamed")), 0u);
+  EXPECT_EQ(Get(Path(u"renamed\\a")), "a");
+  EXPECT_FALSE(Exists(directory + u"\\a"));
+  if (!OnWine()) {
+    EXPECT_EQ(MoveError(Path(u"Renamed"), Path(u"RENAMED")), 0u);
+    EXPECT_EQ(Find(Path(u"r*")), std::vector<std::u16string>{u"RENAMED"});
+    EXPECT_EQ(MoveError(Path(u"renamed"), Path(u"renamed\\below")), ERROR_SHARING_VIOLATION);
+  }
+}
+
+TEST_F(FilesNames, MovingWhatIsOpen) {
+  const std::u16string file = Path(u"file"), directory = Path(u"directory"), child = directory + u"\\child";
+  Put(file);
+  MakeDirectory(directory);
+  Put(child);
+  {
+    const auto open = Open(file, GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE);
+    EXPECT_EQ(MoveError(file, Path(u"new")), ERROR_SHARING_VIOLATION);
+  }
+  {
+    const auto open = Open(file, FILE_READ_ATTRIBUTES, 0);
+    EXPECT_EQ(MoveError(file, Path(u"new")), 0u);
+  }
+  if (!OnWine()) {
+    const auto open = Open(child, GENERIC_READ, kShareAll);
+    EXPECT_EQ(MoveError(directory, Path(u"moved")), ERROR_ACCESS_DENIED);
+  }
+  EXPECT_EQ(MoveError(directory, Path(u"moved")), 0u);
+}
+
+TEST_F(FilesNames, MovingOverAnother) {
+  const std::u16string a = Path(u"a"), b = Path(u"b"), directory = Path(u"directory");
+  Put(a, "a");
+  Put(b, "b");
+  MakeDirectory(directory);
+  EXPECT_EQ(ReplaceError(a, directory), ERROR_ACCESS_DENIED);
+  if (!OnWine()) {
+    const auto open = Open(b, GENERIC_READ, kShareAll);
+    EXPECT_EQ(ReplaceError(a, b), ERROR_ACCESS_DENIED);
+  }
+  EXPECT_EQ(ReplaceError(a, b), 0u);
+  EXPECT_EQ(Get(b), "a");
+  EXPECT_FALSE(Exists(a));
+  EXPECT_EQ(ErrorOf(MoveFileExW(b.c_str(), nullptr, 0)), OnWine() ? GetLastError() : ERROR_INVALID_PARAMETER);
+}
+
+TEST_F(FilesNames, MovingToAnotherVolume) {
+  const std::u16string elsewhere = OtherVolume(), a = Path(u"a"), directory = Path(u"directory");
+  if (elsewhere.empty()) GTEST_SKIP() << "there is no other volume";
+  Put(a, "a");
+  MakeDirectory(directory);
+  EXPECT_EQ(MoveError(directory, elsewhere + u"\\directory"), ERROR_NOT_SAME_DEVICE);
+  EXPECT_EQ(ErrorOf(MoveFileExW(a.c_str(), (elsewhere + u"\\a").c_str(), 0)), ERROR_NOT_SAME_DEVICE);
+  EXPECT_EQ(MoveError(a, elsewhere + u"\\a"), 0u);
+  EXPECT_EQ(Get(elsewhere + u"\\a"), "a");
+  EXPECT_FALSE(Exists(a));
+  EXPECT_EQ(ErrorOf(CreateHardLinkW(a.c_str(), (elsewhere + u"\\a").c_str(), nullptr)), ERROR_NOT_SAME_DEVICE);
+}
+
+TEST_F(FilesNames, Copying) {
+  const std::u16string a = Path(u"a"), b = Path(u"b"), directory = Path(u"directory");
+  Put(a, "a");
+  MakeDirectory(directory);
+  EXPECT_EQ(CopyError(Path(u"missing"), b), ERROR_FILE_NOT_FOUND);
+  EXPECT_EQ(CopyError(directory, b), ERROR_ACCESS_DENIED);
+  EXPECT_EQ(CopyError(a, directory), ERROR_ACCESS_DENIED);
+  EXPECT_EQ(CopyError(a, b), 0u);
+  EXPECT_EQ(Get(b), "a");
+  EXPECT_EQ(CopyError(a, b, TRUE), ERROR_FILE_EXISTS);
+  if (!OnWine()) {
+    EXPECT_EQ(CopyError(a, a), ERROR_SHARING_VIOLATION);
+  }
+  {
+    const auto open = Open(b, GENERIC_READ | GENERIC_WRITE, FILE_SHARE_READ);
+    EXPECT_EQ(CopyError(a, b), ERROR_SHARING_VIOLATION);
+  }
+  EXPECT_EQ(Get(a), "a");
+}
+
+TEST_F(FilesNames, WhatACopyKeeps) {
+  SKIP_ON_WINE("Unix keeps neither streams nor attributes");
+  const std::u16string a = Path(u"a"), b = Path(u"b");
+  Put(a, "a");
+  Put(a + u":s", "stream");
+  ASSERT_TRUE(SetFileAttributesW(a.c_str(), FILE_ATTRIBUTE_READONLY | FILE_ATTRIBUTE_HIDDEN));
+  FILETIME set{0x1000, 0x01C0'0000}, got{};
+  ASSERT_TRUE(SetFileTime(Open(a, FILE_WRITE_ATTRIBUTES, kShareAll).get(), nullptr, nullptr, &set));
+  Put(b + u":old", "goes");
+  EXPECT_EQ(CopyError(a, b), 0u);
+  EXPECT_EQ(Get(b + u":s"), "stream");
+  EXPECT_EQ(OpenError(b + u":old", GENERIC_READ), ERROR_FILE_NOT_FOUND);
+  EXPECT_EQ(GetFileAttributesW(b.c_str()), FILE_ATTRIBUTE_READONLY | FILE_ATTRIBUTE_HIDDEN | FILE_ATTRIBUTE_ARCHIVE);
+  EXPECT_TRUE(GetFileTime(Open(b, GENERIC_READ, kShareAll).get(), nullptr, nullptr, &got));
+  EXPECT_EQ(got.dwHighDateTime, set.dwHighDateTime);
+  EXPECT_EQ(CopyError(a, b), ERROR_ACCESS_DENIED);  // the copy is read-only now
+}
+
+TEST_F(FilesNames, HardLinks) {
+  const std::u16string a = Path(u"a"), b = Path(u"b");
+  Put(a, "a");
+  MakeDirectory(Path(u"directory"));
+  const auto link = [](const std::u16string& path, const std::u16string& existing) { return ErrorOf(CreateHardLinkW(path.c_str(), existing.c_str(), nullptr)); };
+  EXPECT_EQ(link(b, a), 0u);
+  EXPECT_EQ(link(b, a), ERROR_ALREADY_EXISTS);
+  EXPECT_EQ(link(Path(u"c"), Path(u"directory")), ERROR_ACCESS_DENIED);
+  EXPECT_EQ(link(Path(u"c"), Path(u"missing")), ERROR_FILE_NOT_FOUND);
+  Put(b, "changed");
+  EXPECT_EQ(Get(a), "changed");
+  EXPECT_EQ(DeleteError(a), 0u);
+  EXPECT_EQ(Get(b), "changed");
+}
+
+TEST_F(FilesNames, Searching) {
+  const std::u16string directory = Path(u"directory");
+  MakeDirectory(directory);
+  for (const char16_t* const name : {u"b.txt", u"A.TXT", u"noextension", u"x.tar.gz"}) Put(directory + u'\\' + name);
+  using Names = std::vector<std::u16string>;
+  if (!OnWine()) {  // the host's order
+    EXPECT_EQ(Find(directory + u"\\*"), (Names{u".", u"..", u"A.TXT", u"b.txt", u"noextension", u"x.tar.gz"}));
+    EXPECT_EQ(Find(directory + u"\\*.txt"), (Names{u"A.TXT", u"b.txt"}));
+  }
+  EXPECT_EQ(Find(directory + u"\\*.*").size(), 6u);
+  EXPECT_EQ(Find(directory + u"\\?.txt").size(), 2u);
+  EXPECT_EQ(Find(directory + u"\\*."), OnWine() ? Find(directory + u"\\*.") : (Names{u".", u"..", u"noextension"}));
+  EXPECT_EQ(Find(directory + u"\\x.*"), Names{u"x.tar.gz"});
+  EXPECT_EQ(Find(directory + u"\\*.gz"), Names{u"x.tar.gz"});
+  EXPECT_EQ(Find(directory + u"\\a.txt"), Names{u"A.TXT"});
+  EXPECT_EQ(Find(directory), Names{u"directory"});
+
+  EXPECT_EQ(FindError(u"C:\\"), ERROR_FILE_NOT_FOUND);
+  EXPECT_EQ(FindError(directory + u"\\"), ERROR_FILE_NOT_FOUND);
+  EXPECT_EQ(FindError(directory + u"\\no*"), 0u);
+  EXPECT_EQ(FindError(directory + u"\\none*"), ERROR_FILE_NOT_FOUND);
+  EXPECT_EQ(FindError(directory + u"\\missing\\*"), ERROR_PATH_NOT_FOUND);
+  EXPECT_EQ(FindError(directory + u"\\b.txt\\*"), OnWine() ? FindError(directory + u"\\b.txt\\*") : ERROR_DIRECTORY);
+  for (const std::u16string& name : Find(u"C:\\*")) EXPECT_FALSE(name == u"." || name == u"..");
+}
+
+TEST_F(FilesNames, ASearchOutlivesWhatItFinds) {
+  const std::u16string directory = Path(u"directory");
+  MakeDirectory(directory);
+  for (char16_t letter = u'a'; letter <= u'z'; ++letter) Put(directory + u'\\' + letter);
+  WIN32_FIND_DATAW data{};
+  UniqueFind search(FindFirstFileW((directory + u"\\*").c_str(), &data));
+  ASSERT_TRUE(search);
+  int deleted = 0;
+  do {
+    if (data.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) continue;
+    EXPECT_EQ(DeleteError(directory + u'\\' + data.cFileName), 0u);
+    ++deleted;
+  } while (FindNextFileW(search.get(), &data));
+  EXPECT_EQ(deleted, 26);
+  EXPECT_EQ(ErrorOf(FindNextFileW(search.get(), &data)), ERROR_NO_MORE_FILES);
+  search.reset();
+  EXPECT_EQ(RemoveError(directory), 0u);
+  EXPECT_EQ(ErrorOf(FindClose(nullptr)), ERROR_INVALID_HANDLE);
+}
+
+}  // namespace

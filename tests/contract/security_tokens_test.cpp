@@ -1,0 +1,118 @@
+// Tokens, privileges and AccessCheck.
+#include <vector>
+
+#include "contract/fixture.h"
+
+namespace {
+
+using namespace win32;
+
+class Tokens : public contract::FileTest {
+ protected:
+  ~Tokens() override { RevertToSelf(); }
+
+  static UniqueKernelHandle ProcessToken(DWORD access) {
+    UniqueKernelHandle token;
+    EXPECT_TRUE(OpenProcessToken(GetCurrentProcess(), access, token.put()));
+    return token;
+  }
+
+  static DWORD Enable(HANDLE token, const char16_t* privilege, DWORD attributes = SE_PRIVILEGE_ENABLED) {
+    TOKEN_PRIVILEGES wish{1, {{{}, attributes}}};
+    EXPECT_TRUE(LookupPrivilegeValueW(nullptr, privilege, &wish.Privileges[0].Luid));
+    SetLastError(0xDEAD);
+    EXPECT_TRUE(AdjustTokenPrivileges(token, FALSE, &wish, 0, nullptr, nullptr));
+    return GetLastError();
+  }
+};
+
+TEST_F(Tokens, AThreadHasATokenOnlyWhileItImpersonates) {
+  UniqueKernelHandle token;
+  EXPECT_FALSE(OpenThreadToken(GetCurrentThread(), TOKEN_QUERY, FALSE, token.put()));
+  EXPECT_EQ(GetLastError(), ERROR_NO_TOKEN);
+  ASSERT_TRUE(ImpersonateSelf(SECURITY_IMPERSONATION_LEVEL::SecurityImpersonation));
+  EXPECT_TRUE(OpenThreadToken(GetCurrentThread(), TOKEN_QUERY, FALSE, token.put()));
+  EXPECT_TRUE(RevertToSelf());
+  EXPECT_FALSE(OpenThreadToken(GetCurrentThread(), TOKEN_QUERY, FALSE, token.put()));
+}
+
+TEST_F(Tokens, InformationTellsItsSizeFirstAndPointsIntoItsBuffer) {
+  const UniqueKernelHandle token = ProcessToken(TOKEN_QUERY);
+  for (const auto kind : {TOKEN_INFORMATION_CLASS::TokenUser, TOKEN_INFORMATION_CLASS::TokenGroups, TOKEN_INFORMATION_CLASS::TokenPrivileges}) {
+    DWORD needed = 0;
+    EXPECT_FALSE(GetTokenInformation(token.get(), kind, nullptr, 0, &needed));
+    EXPECT_EQ(GetLastError(), ERROR_INSUFFICIENT_BUFFER);
+    std::vector<std::uint64_t> buffer(needed / 8 + 1);
+    ASSERT_TRUE(GetTokenInformation(token.get(), kind, buffer.data(), needed, &needed));
+    if (kind != TOKEN_INFORMATION_CLASS::TokenGroups) continue;
+    const auto* const groups = reinterpret_cast<const TOKEN_GROUPS*>(buffer.data());
+    ASSERT_GT(groups->GroupCount, 0u);
+    const auto* const begin = reinterpret_cast<const BYTE*>(buffer.data());
+    for (DWORD i = 0; i < groups->GroupCount; ++i) {
+      const auto* const sid = static_cast<const BYTE*>(groups->Groups[i].Sid);
+      EXPECT_TRUE(sid > begin && sid < begin + needed && sid[0] == 1);
+    }
+  }
+  EXPECT_FALSE(GetTokenInformation(INVALID_HANDLE_VALUE, TOKEN_INFORMATION_CLASS::TokenUser, nullptr, 0, nullptr));
+}
+
+TEST_F(Tokens, AdjustingSucceedsAndSaysInTheLastErrorWhetherAllWereHeld) {
+  const UniqueKernelHandle token = ProcessToken(TOKEN_QUERY | TOKEN_ADJUST_PRIVILEGES);
+  EXPECT_EQ(Enable(token.get(), u"SeBackupPrivilege"), ERROR_SUCCESS);
+  EXPECT_EQ(Enable(token.get(), u"SeBackupPrivilege", 0), ERROR_SUCCESS);
+  LUID luid;
+  EXPECT_FALSE(LookupPrivilegeValueW(nullptr, u"SeNoSuchPrivilege", &luid));
+  EXPECT_EQ(GetLastError(), ERROR_NO_SUCH_PRIVILEGE);
+  if (!contract::OnWine()) {
+    EXPECT_EQ(Enable(token.get(), u"SeCreateTokenPrivilege"), ERROR_NOT_ALL_ASSIGNED);
+  }
+
+  const UniqueKernelHandle queryOnly = ProcessToken(TOKEN_QUERY);
+  TOKEN_PRIVILEGES none{};
+  EXPECT_FALSE(AdjustTokenPrivileges(queryOnly.get(), FALSE, &none, 0, nullptr, nullptr));
+  EXPECT_EQ(GetLastError(), ERROR_ACCESS_DENIED);
+}
+
+TEST_F(Tokens, MembershipIsOfTheEffectiveToken) {
+  SID_IDENTIFIER_AUTHORITY nt{{0, 0, 0, 0, 0, 5}};
+  UniqueSid administrators, stranger;
+  ASSERT_TRUE(AllocateAndInitializeSid(&nt, 2, SECURITY_BUILTIN_DOMAIN_RID, DOMAIN_ALIAS_RID_ADMINS, 0, 0, 0, 0, 0, 0, administrators.put()));
+  ASSERT_TRUE(AllocateAndInitializeSid(&nt, 5, 21, 1, 2, 3, 4, 0, 0, 0, stranger.put()));
+  BOOL member = FALSE;
+  EXPECT_TRUE(CheckTokenMembership(nullptr, administrators.get(), &member));
+  EXPECT_TRUE(member);
+  EXPECT_TRUE(CheckTokenMembership(nullptr, stranger.get(), &member));
+  EXPECT_FALSE(member);
+}
+
+TEST_F(Tokens, AccessCheckWantsAnImpersonationTokenAndMappedRights) {
+  PSECURITY_DESCRIPTOR parsed = nullptr;
+  ASSERT_TRUE(ConvertStringSecurityDescriptorToSecurityDescriptorW(u"O:SYG:SYD:(A;;FR;;;WD)", 1, &parsed, nullptr));
+  const UniqueLocalMemory descriptor{parsed};
+  GENERIC_MAPPING mapping{FILE_GENERIC_READ, FILE_GENERIC_WRITE, FILE_GENERIC_EXECUTE, FILE_ALL_ACCESS};
+  PRIVILEGE_SET privileges{};
+  DWORD length = sizeof privileges, granted = 0;
+  BOOL allowed = FALSE;
+  const auto check = [&](HANDLE token, DWORD desired) {
+    length = sizeof privileges;
+    return AccessCheck(descriptor.get(), token, desired, &mapping, &privileges, &length, &granted, &allowed);
+  };
+  const UniqueKernelHandle primary = ProcessToken(TOKEN_QUERY);
+  EXPECT_FALSE(check(primary.get(), FILE_READ_DATA));
+  EXPECT_EQ(GetLastError(), ERROR_NO_IMPERSONATION_TOKEN);
+
+  ASSERT_TRUE(ImpersonateSelf(SECURITY_IMPERSONATION_LEVEL::SecurityImpersonation));
+  UniqueKernelHandle token;
+  ASSERT_TRUE(OpenThreadToken(GetCurrentThread(), TOKEN_QUERY, TRUE, token.put()));
+  EXPECT_TRUE(check(token.get(), FILE_READ_DATA));
+  EXPECT_TRUE(allowed);
+  EXPECT_EQ(granted, FILE_READ_DATA);
+  EXPECT_TRUE(check(token.get(), FILE_READ_DATA | FILE_WRITE_DATA));
+  EXPECT_FALSE(allowed);
+  EXPECT_EQ(granted, 0u);
+  EXPECT_EQ(GetLastError(), ERROR_ACCESS_DENIED);
+  EXPECT_FALSE(check(token.get(), GENERIC_READ));
+  EXPECT_EQ(GetLastError(), ERROR_GENERIC_NOT_MAPPED);
+}
+
+}  // namespace

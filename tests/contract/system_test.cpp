@@ -1,0 +1,182 @@
+// Texts, modules, marks and other services of the system.
+#include <thread>
+
+#include "contract/fixture.h"
+
+namespace {
+
+using namespace win32;
+
+class System : public contract::FileTest {};
+
+TEST_F(System, MessagesHaveATextAndEndWithALineBreak) {
+  char16_t* text = nullptr;
+  constexpr DWORD kFlags = FORMAT_MESSAGE_FROM_SYSTEM | FORMAT_MESSAGE_ALLOCATE_BUFFER | FORMAT_MESSAGE_IGNORE_INSERTS;
+  const DWORD length = FormatMessageW(kFlags, nullptr, ERROR_ACCESS_DENIED, 0, reinterpret_cast<char16_t*>(&text), 0);
+  ASSERT_GT(length, 2u);
+  const UniqueLocalMemory owner{text};
+  const std::u16string message(text);
+  EXPECT_EQ(message.size(), length);
+  EXPECT_TRUE(message.ends_with(u".\r\n"));
+  if (!contract::OnWine()) {
+    EXPECT_TRUE(message == u"Access is denied.\r\n");
+  }
+
+  char16_t little[4];
+  EXPECT_EQ(FormatMessageW(FORMAT_MESSAGE_FROM_SYSTEM | FORMAT_MESSAGE_IGNORE_INSERTS, nullptr, ERROR_ACCESS_DENIED, 0, little, 4), 0u);
+  EXPECT_EQ(GetLastError(), ERROR_INSUFFICIENT_BUFFER);
+  EXPECT_EQ(FormatMessageW(FORMAT_MESSAGE_FROM_SYSTEM | FORMAT_MESSAGE_IGNORE_INSERTS, nullptr, 0x2FFFFFFF, 0, little, 4), 0u);
+  EXPECT_EQ(GetLastError(), ERROR_MR_MID_NOT_FOUND);
+}
+
+TEST_F(System, NetworkMessagesAreInTheirOwnLibrary) {
+  SKIP_ON_WINE("it has no netmsg.dll with texts");
+  const UniqueLibrary library{LoadLibraryExW(u"netmsg.dll", nullptr, LOAD_LIBRARY_AS_DATAFILE)};
+  ASSERT_TRUE(library);
+  char16_t text[100];
+  EXPECT_GT(FormatMessageW(FORMAT_MESSAGE_FROM_HMODULE | FORMAT_MESSAGE_IGNORE_INSERTS, library.get(), NERR_NetNameNotFound, 0, text, 100), 0u);
+  EXPECT_TRUE(std::u16string_view(text) == u"This shared resource does not exist.\r\n");
+}
+
+TEST_F(System, ModulesAndEntryPointsAreFoundByName) {
+  const HMODULE kernel = GetModuleHandleW(u"Kernel32.dll");
+  ASSERT_TRUE(kernel);
+  EXPECT_EQ(GetModuleHandleW(u"KERNEL32"), kernel);
+  EXPECT_TRUE(GetProcAddress(kernel, "CreateSymbolicLinkW"));
+  EXPECT_FALSE(GetProcAddress(kernel, "NoSuchFunction"));
+  EXPECT_EQ(GetLastError(), ERROR_PROC_NOT_FOUND);
+  EXPECT_FALSE(LoadLibraryW(u"no such library.dll"));
+  EXPECT_EQ(GetLastError(), ERROR_MOD_NOT_FOUND);
+  const UniqueLibrary loaded{LoadLibraryW(u"kernel32.dll")};
+  EXPECT_EQ(loaded.get(), kernel);
+}
+
+TEST_F(System, TheProgramsPathIsCutWhenThereIsTooLittleRoom) {
+  char16_t path[300], little[5];
+  const DWORD length = GetModuleFileNameW(nullptr, path, 300);
+  ASSERT_GT(length, 5u);
+  EXPECT_EQ(std::u16string_view(path).size(), length);
+  EXPECT_EQ(GetModuleFileNameW(nullptr, little, 5), 5u);
+  EXPECT_EQ(GetLastError(), ERROR_INSUFFICIENT_BUFFER);
+  EXPECT_TRUE(std::u16string_view(little) == std::u16string_view(path).substr(0, 4));
+}
+
+TEST_F(System, MissingResourcesAreToldApart) {
+  EXPECT_FALSE(FindResourceW(nullptr, MakeIntResource(60000), MakeIntResource(60001)));
+  const DWORD error = GetLastError();
+  EXPECT_TRUE(error == ERROR_RESOURCE_TYPE_NOT_FOUND || error == ERROR_RESOURCE_DATA_NOT_FOUND);
+  DWORD handle = 0;
+  EXPECT_EQ(GetFileVersionInfoSizeW(Path(u"missing.exe").c_str(), &handle), 0u);
+}
+
+TEST_F(System, AMutexIsAMarkThatOthersSee) {
+  const UniqueKernelHandle first{CreateMutexW(nullptr, FALSE, u"Local\\contract test mark")};
+  ASSERT_TRUE(first);
+  EXPECT_EQ(GetLastError(), ERROR_SUCCESS);
+  UniqueKernelHandle second{CreateMutexW(nullptr, FALSE, u"contract test mark")};
+  EXPECT_TRUE(second);
+  EXPECT_EQ(GetLastError(), ERROR_ALREADY_EXISTS);
+  second.reset(CreateMutexW(nullptr, FALSE, u"Global\\contract test mark"));
+  EXPECT_TRUE(second);
+  if (!contract::OnWine()) {
+    EXPECT_EQ(GetLastError(), ERROR_SUCCESS);
+  }
+}
+
+TEST_F(System, AMarkGoesWithItsLastHandle) {
+  UniqueKernelHandle first{CreateMutexW(nullptr, FALSE, u"passing mark")}, second{CreateMutexW(nullptr, FALSE, u"passing mark")};
+  first.reset();
+  const UniqueKernelHandle third{CreateMutexW(nullptr, FALSE, u"passing mark")};
+  EXPECT_EQ(GetLastError(), ERROR_ALREADY_EXISTS);
+  second.reset();
+}
+
+TEST_F(System, AMutexOfNullDaclIsForEverybody) {
+  SECURITY_DESCRIPTOR descriptor;
+  ASSERT_TRUE(InitializeSecurityDescriptor(&descriptor, SECURITY_DESCRIPTOR_REVISION));
+  ASSERT_TRUE(SetSecurityDescriptorDacl(&descriptor, TRUE, nullptr, FALSE));
+  SECURITY_ATTRIBUTES attributes{sizeof attributes, &descriptor, FALSE};
+  const UniqueKernelHandle first{CreateMutexW(&attributes, FALSE, u"open mark")}, second{CreateMutexW(nullptr, FALSE, u"open mark")};
+  EXPECT_TRUE(first && second);
+}
+
+TEST_F(System, AClosedHandleIsInvalid) {
+  const HANDLE handle = CreateMutexW(nullptr, FALSE, nullptr);
+  EXPECT_TRUE(CloseHandle(handle));
+  EXPECT_FALSE(CloseHandle(handle));
+  EXPECT_EQ(GetLastError(), ERROR_INVALID_HANDLE);
+}
+
+TEST_F(System, CriticalSectionsAreRecursiveAndExclude) {
+  CRITICAL_SECTION section;
+  InitializeCriticalSection(&section);
+  int counter = 0;
+  const auto work = [&] {
+    for (int i = 0; i < 1000; ++i) {
+      EnterCriticalSection(&section);
+      EnterCriticalSection(&section);
+      ++counter;
+      LeaveCriticalSection(&section);
+      LeaveCriticalSection(&section);
+    }
+  };
+  std::thread other(work);
+  work();
+  other.join();
+  EXPECT_EQ(counter, 2000);
+  DeleteCriticalSection(&section);
+}
+
+TEST_F(System, EnvironmentVariablesAreReplacedAndUnknownOnesStay) {
+  char16_t text[100];
+  const DWORD length = ExpandEnvironmentStringsW(u"%SystemDrive%\\x%no such variable%%systemdrive%", text, 100);
+  const std::u16string expected = u"C:\\x%no such variable%C:";
+  EXPECT_TRUE(std::u16string_view(text) == expected);
+  EXPECT_EQ(length, expected.size() + 1);
+  EXPECT_EQ(ExpandEnvironmentStringsW(u"%SystemDrive%\\abc", text, 3), 7u);
+}
+
+TEST_F(System, TextBecomesBytesOfACodePage) {
+  char bytes[16] = {};
+  BOOL usedDefault = FALSE;
+  EXPECT_EQ(WideCharToMultiByte(437, 0, u"a\u00e9", 2, bytes, 16, nullptr, &usedDefault), 2);
+  EXPECT_EQ(std::string(bytes, 2), "a\x82");
+  EXPECT_FALSE(usedDefault);
+  EXPECT_EQ(WideCharToMultiByte(437, 0, u"\u4e2d", 1, bytes, 16, nullptr, &usedDefault), 1);
+  EXPECT_TRUE(bytes[0] == '?' && usedDefault);
+  EXPECT_EQ(WideCharToMultiByte(CP_UTF8, 0, u"\u00e9", -1, nullptr, 0, nullptr, nullptr), 3);
+  EXPECT_EQ(WideCharToMultiByte(CP_UTF8, 0, u"\u00e9", -1, bytes, 2, nullptr, nullptr), 0);
+  EXPECT_EQ(GetLastError(), ERROR_INSUFFICIENT_BUFFER);
+  EXPECT_EQ(WideCharToMultiByte(CP_UTF8, 0, u"x", 0, bytes, 2, nullptr, nullptr), 0);
+  EXPECT_EQ(GetLastError(), ERROR_INVALID_PARAMETER);
+}
+
+TEST_F(System, TheVersionIsToldInBothSizesOnly) {
+  OSVERSIONINFOEXW version{};
+  for (const DWORD size : {284u, 276u}) {
+    version.dwOSVersionInfoSize = size;
+    EXPECT_TRUE(GetVersionExW(&version));
+    EXPECT_GE(version.dwMajorVersion, 6u);
+    EXPECT_EQ(version.dwPlatformId, VER_PLATFORM_WIN32_NT);
+  }
+  version.dwOSVersionInfoSize = 280;
+  EXPECT_FALSE(GetVersionExW(&version));
+}
+
+TEST_F(System, TheSystemDirectoryIsMeasuredWithItsTerminator) {
+  char16_t path[100];
+  const UINT length = GetSystemDirectoryW(path, 100);
+  EXPECT_EQ(std::u16string_view(path).size(), length);
+  EXPECT_EQ(GetSystemDirectoryW(path, length), length + 1);
+}
+
+TEST_F(System, AThreadsFirstComCallIsTheOneThatCounts) {
+  EXPECT_EQ(CoInitializeEx(nullptr, COINIT_APARTMENTTHREADED), 0);
+  EXPECT_EQ(CoInitializeEx(nullptr, COINIT_APARTMENTTHREADED), 1);
+  CoUninitialize();
+  CoUninitialize();
+  EXPECT_EQ(CoInitializeEx(nullptr, COINIT_APARTMENTTHREADED), 0);
+  CoUninitialize();
+}
+
+}  // namespace

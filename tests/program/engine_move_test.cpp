@@ -1,0 +1,289 @@
+// Deleting and moving trees, and what is left after any failure.
+#include <utility>
+
+#include "fsops/delete_tree.h"
+#include "fsops/move_tree.h"
+#include "redirect/junction.h"
+#include "support/engine.h"
+
+namespace {
+
+using namespace win32;
+using test::Attributes, test::Contents, test::DescribeTree, test::Exists, test::MakeFile, test::MakeFolder;
+
+class Deletes : public test::Engine {};
+
+TEST_F(Deletes, EverythingBelowTheRoot) {
+  MakeFolder(source + u"\\a");
+  MakeFile(source + u"\\a\\readonly", "x", FILE_ATTRIBUTE_READONLY);
+  MakeFolder(source + u"\\locked");
+  ASSERT_TRUE(SetFileAttributesW((source + u"\\locked").c_str(), FILE_ATTRIBUTE_READONLY));
+  EXPECT_EQ(DeleteDirectoryTree(source.c_str(), 0), 1);
+  EXPECT_TRUE(Exists(source + u"\\a\\readonly")) << "best effort leaves it";
+  EXPECT_EQ(DeleteDirectoryTree(source.c_str(), 1), 1);
+  EXPECT_TRUE(Exists(source));
+  EXPECT_TRUE(test::Names(source).empty());
+  EXPECT_EQ(DeleteDirectoryTree(nullptr, 1), 0);
+  EXPECT_EQ(DeleteDirectoryTree(u"C:\\missing", 1), 0);
+}
+
+TEST_F(Deletes, NothingBehindALink) {
+  MakeFile(target + u"\\theirs", "kept");
+  ASSERT_EQ(CreateJunction((source + u"\\j").c_str(), target.c_str()), 1);
+  ASSERT_EQ(CreateSymbolicLinkEntry((source + u"\\d").c_str(), target.c_str(), 0), 1);
+  ASSERT_EQ(CreateSymbolicLinkEntry((source + u"\\f").c_str(), (target + u"\\theirs").c_str(), 0), 1);
+  EXPECT_EQ(DeleteDirectoryTree(source.c_str(), 1), 1);
+  EXPECT_TRUE(test::Names(source).empty());
+  EXPECT_EQ(Contents(target + u"\\theirs"), "kept");
+  ASSERT_EQ(CreateJunction((source + u"\\j").c_str(), target.c_str()), 1);
+  EXPECT_EQ(DeleteDirectoryTree((source + u"\\j").c_str(), 1), 1);
+  EXPECT_FALSE(Exists(source + u"\\j"));
+  EXPECT_EQ(Contents(target + u"\\theirs"), "kept");
+}
+
+TEST_F(Deletes, MountedVolumesAreUnmounted) {
+  Restart({.extraDrives = 1, .volumes = 1});
+  std::u16string volume;
+  for (const auto& mounted : machine->volumes)
+    if (mounted->letter == 0) volume = mounted->guidName;
+  MakeFile(volume + u"theirs", "kept");
+  for (const bool inside : {true, false}) {
+    const std::u16string mount = inside ? source + u"\\mnt" : u"C:\\mount";
+    MakeFolder(mount);
+    ASSERT_TRUE(SetVolumeMountPointW((mount + u"\\").c_str(), volume.c_str()));
+    ASSERT_EQ(Contents(mount + u"\\theirs"), "kept");
+    EXPECT_EQ(DeleteDirectoryTree(inside ? source.c_str() : mount.c_str(), 1), 1);
+    EXPECT_FALSE(Exists(mount + u"\\theirs"));
+    EXPECT_EQ(Contents(volume + u"theirs"), "kept");
+  }
+}
+
+TEST_F(Deletes, AFolderThatIsNotEmptyYetIsTriedAgain) {
+  MakeFolder(source + u"\\a");
+  MakeFile(source + u"\\a\\f", "x");
+  // Held with delete sharing: the name stays until the other process closes it.
+  auto held = HoldOpen(source + u"\\a\\f", GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_DELETE);
+  machine->onSleep = [&](std::uint64_t) { machine->files().CloseForeign(held); };
+  EXPECT_EQ(DeleteDirectoryTree(source.c_str(), 1), 1);
+  EXPECT_EQ(machine->sleptMilliseconds, 5000u);
+  EXPECT_TRUE(Logged(u"Failed to delete directory : C:\\Data\\a. Error: 145. Going to retry after a short while."));
+}
+
+TEST_F(Deletes, WhatIsHeldOpenEndsAStrictRun) {
+  MakeFolder(source + u"\\a");
+  MakeFile(source + u"\\a\\f", "x", FILE_ATTRIBUTE_READONLY);
+  const auto held = HoldOpen(source + u"\\a\\f", GENERIC_READ, FILE_SHARE_READ);
+  EXPECT_EQ(DeleteDirectoryTree(source.c_str(), 0), 1);
+  EXPECT_EQ(DeleteDirectoryTree(source.c_str(), 1), 0);
+  EXPECT_TRUE(Logged(u"Failed to delete File : C:\\Data\\a\\f."));
+  EXPECT_EQ(Attributes(source + u"\\a\\f"), FILE_ATTRIBUTE_READONLY);
+}
+
+TEST_F(Deletes, AtTheNextRestart) {
+  MakeFolder(source + u"\\a");
+  MakeFile(source + u"\\a\\f", "x", FILE_ATTRIBUTE_READONLY);
+  ASSERT_EQ(DeleteDirectoryTreeAtReboot(source.c_str()), 1);
+  EXPECT_TRUE(Exists(source + u"\\a\\f"));
+  auto disks = machine->Snapshot();
+  log.reset();
+  machine.reset();
+  machine = test::BootFrom(std::move(disks));
+  EXPECT_TRUE(Exists(source));
+  EXPECT_FALSE(Exists(source + u"\\a"));
+  EXPECT_EQ(DeleteDirectoryTreeAtReboot(nullptr), 0);
+}
+
+class Moves : public test::Engine {
+ protected:
+  // A small tree with something of everything.
+  void MakeTree() {
+    MakeFolder(source + u"\\sub");
+    MakeFile(source + u"\\sub\\f.txt", "inner");
+    MakeFile(source + u"\\sub\\f.txt:s", "stream");
+    MakeFile(source + u"\\top.txt", "top", FILE_ATTRIBUTE_READONLY | FILE_ATTRIBUTE_HIDDEN);
+    ASSERT_EQ(CreateJunction((source + u"\\j").c_str(), (source + u"\\sub").c_str()), 1);
+    ASSERT_EQ(CreateSymbolicLinkEntry((source + u"\\l").c_str(), (source + u"\\top.txt").c_str(), 0), 1);
+    ASSERT_EQ(CreateSymbolicLinkEntry((source + u"\\dangling").c_str(), u"..\\gone", 0), 1);
+    for (const char16_t* item : {u"\\sub\\f.txt", u"\\top.txt", u"\\sub", u"\\j", u""})
+      test::SetTimes(source + item, static_cast<unsigned>(std::u16string_view(item).size()) + 1);
+  }
+  int Move(bool backup = true) { return MoveDirectoryTree(source, target, backup, 0, 0, 0); }
+  // What the files hold, links by their reparse data, without attributes and times.
+  static std::map<std::u16string, std::string> Holdings(const std::u16string& root) {
+    std::map<std::u16string, std::string> holdings;
+    for (const std::u16string& name : test::Names(root)) holdings[name] = test::Streams(root + name);
+    return holdings;
+  }
+};
+
+TEST_F(Moves, EverythingToTheTarget) {
+  MakeTree();
+  auto before = DescribeTree(source);
+  const std::string root = test::Describe(source);
+  CopyRecord record;
+  ASSERT_EQ(MoveDirectoryTree(source, target, 1, 0, 0, 0, 1, record), 1);
+  EXPECT_TRUE(test::Names(source).empty());
+  auto after = DescribeTree(target);
+  std::u16string text;
+  EXPECT_EQ(GetJunctionTarget((target + u"\\j").c_str(), text), 1);
+  EXPECT_EQ(text, target + u"\\sub");
+  EXPECT_EQ(Contents(target + u"\\l"), "top");
+  for (const char16_t* link : {u"\\j", u"\\l", u"\\dangling"}) {
+    EXPECT_TRUE(after.contains(link));
+    before.erase(link);
+    after.erase(link);
+  }
+  EXPECT_EQ(after, before);
+  EXPECT_EQ(test::Describe(target), root) << "a new target's root is carried as well";
+}
+
+TEST_F(Moves, BackAgainAsItWas) {
+  MakeTree();
+  MakeFile(target + u"\\stood", "here before");
+  const auto before = DescribeTree(source);
+  const auto targetBefore = DescribeTree(target);
+  const std::u16string rootSecurity = test::Security(source);
+  CopyRecord record;
+  ASSERT_EQ(MoveDirectoryTree(source, target, 1, 0, 0, 0, 0, record), 1);
+  ASSERT_TRUE(RemoveDirectoryW(source.c_str()));  // as a junction that cannot be made leaves it
+  ASSERT_EQ(UndoMove(record), 1);
+  EXPECT_EQ(test::Security(source), rootSecurity);
+  auto after = DescribeTree(source);
+  for (const auto& [name, description] : before) {
+    const std::size_t holds = description.find("holds");
+    EXPECT_EQ(after[name].substr(after[name].find("holds")), description.substr(holds)) << "byte for byte, links too";
+  }
+  EXPECT_EQ(after.size(), before.size());
+  EXPECT_EQ(DescribeTree(target), targetBefore);
+}
+
+TEST_F(Moves, AFileThatCannotBeDeletedBringsEverythingBack) {
+  for (const bool backup : {true, false}) {
+    Restart();
+    MakeTree();
+    MakeFolder(source + u"\\a first");
+    MakeFile(source + u"\\a first\\kept.txt", "held open");
+    MakeFile(target + u"\\stood", "here before");
+    const auto before = Holdings(source);
+    const auto targetBefore = DescribeTree(target);
+    const auto held = HoldOpen(source + u"\\a first\\kept.txt", GENERIC_READ, FILE_SHARE_READ);
+    EXPECT_EQ(Move(backup), 0);
+    EXPECT_TRUE(Logged(u"ERROR: An exception occurred while trying to delete directory path = C:\\Data."));
+    EXPECT_EQ(Holdings(source), before) << backup;
+    EXPECT_EQ(DescribeTree(target), targetBefore) << backup;
+  }
+}
+
+TEST_F(Moves, AFailedCopyTakesAwayOnlyItsOwn) {
+  MakeTree();
+  MakeFolder(target + u"\\sub");
+  MakeFile(target + u"\\sub\\stood", "here before");
+  const auto before = Holdings(source);
+  const auto held = HoldOpen(source + u"\\top.txt", GENERIC_WRITE | DELETE, FILE_SHARE_READ);
+  EXPECT_EQ(Move(), 0);
+  EXPECT_EQ(Holdings(source), before);
+  EXPECT_EQ(test::Names(target), (std::vector<std::u16string>{u"\\sub", u"\\sub\\stood"}));
+}
+
+TEST_F(Moves, AFullTargetChangesNothing) {
+  for (int i = 0; i < 5; ++i) MakeFile(source + u"\\" + static_cast<char16_t>(u'0' + i), std::string(8 << 20, 'x'));
+  EXPECT_EQ(Move(), 0);
+  EXPECT_EQ(test::Names(source).size(), 5u);
+  EXPECT_TRUE(test::Names(target).empty());
+}
+
+TEST_F(Moves, WindowsOwnFoldersAreNotMoved) {
+  MakeFolder(source + u"\\sub");
+  MakeFolder(source + u"\\sub\\$Recycle.Bin");
+  MakeFile(source + u"\\sub\\$Recycle.Bin\\f", "x");
+  EXPECT_EQ(Move(), 0);
+  EXPECT_TRUE(Exists(source + u"\\sub\\$Recycle.Bin\\f"));
+  EXPECT_TRUE(test::Names(target).empty());
+}
+
+TEST_F(Moves, ASourceThatIsALinkStays) {
+  MakeFile(target + u"\\f", "x");
+  const std::u16string link = u"C:\\link", other = u"D:\\Other";
+  MakeFolder(other);
+  ASSERT_EQ(CreateSymbolicLinkEntry(link.c_str(), target.c_str(), 0), 1);
+  EXPECT_EQ(MoveDirectoryTree(link, other, 1, 0, 0, 0), 0);
+  EXPECT_TRUE(Exists(link + u"\\f"));
+  ASSERT_EQ(CreateJunction(source.c_str(), target.c_str()), 1);
+  EXPECT_EQ(MoveDirectoryTree(source, other, 1, 0, 0, 0), 0);
+  EXPECT_TRUE(Exists(source + u"\\f"));
+  EXPECT_TRUE(test::Names(other).empty());
+}
+
+TEST_F(Moves, AFileThatCameInTheMeantimeIsNotDeleted) {
+  MakeFile(source + u"\\f", "x");
+  bool made = false;
+  machine->consoleSink = [&](std::string_view) {  // the copy shows its progress
+    if (!std::exchange(made, true)) MakeFile(source + u"\\new", "new");
+  };
+  EXPECT_EQ(Move(), 0);
+  EXPECT_EQ(Contents(source + u"\\new"), "new");
+  EXPECT_EQ(Contents(source + u"\\f"), "x");
+}
+
+TEST_F(Moves, MountedVolumesInsideGoAlongAndOneAsRootIsEmptied) {
+  Restart({.volumes = 1});
+  std::u16string volume;
+  for (const auto& mounted : machine->volumes)
+    if (mounted->letter == 0) volume = mounted->guidName;
+  for (const bool backup : {true, false}) {
+    const std::u16string from = backup ? source : target, to = backup ? target : source;
+    if (backup) {
+      MakeFolder(source + u"\\mnt");
+      ASSERT_TRUE(SetVolumeMountPointW((source + u"\\mnt\\").c_str(), volume.c_str()));
+      MakeFile(source + u"\\mnt\\theirs", "kept");
+    }
+    ASSERT_EQ(MoveDirectoryTree(from, to, backup, 0, 0, 0), 1);
+    EXPECT_FALSE(Exists(from + u"\\mnt"));
+    EXPECT_EQ(Contents(to + u"\\mnt\\theirs"), "kept");
+  }
+  MakeFolder(u"D:\\Plain");
+  ASSERT_EQ(MoveDirectoryTree(source + u"\\mnt", u"D:\\Plain", 1, 0, 0, 0), 1);
+  EXPECT_EQ(Contents(u"D:\\Plain\\theirs"), "kept");
+  EXPECT_FALSE(Exists(volume + u"theirs"));
+}
+
+// The promise that matters most. Whichever call fails, each file is complete at its old place or at its new one; and when the
+// move as a whole failed, the source is as before and nothing of this run is left at the target, unless the log names it.
+TEST_F(Moves, LoseNothingWhicheverCallFails) {
+  for (const bool backup : {true, false}) {
+    for (std::uint64_t nth = 1;; ++nth) {
+      Restart();
+      MakeTree();
+      MakeFile(target + u"\\stood", "here before");
+      const auto before = Holdings(source);
+      machine->gate.FailCall(nth, ERROR_ACCESS_DENIED);
+      const int moved = Move(backup);
+      const bool failed = machine->gate.failures() != 0;
+      machine->gate.ClearFailures();
+      const auto left = Holdings(source), arrived = Holdings(target);
+      EXPECT_EQ(Contents(target + u"\\stood"), "here before") << nth;
+      for (const auto& [name, holds] : before) {
+        const bool atSource = left.contains(name) && left.at(name) == holds;
+        const bool isLink = Attributes(target + name) & FILE_ATTRIBUTE_REPARSE_POINT;
+        const bool atTarget = arrived.contains(name) && (arrived.at(name) == holds || isLink);
+        EXPECT_TRUE(atSource || atTarget) << backup << " call " << nth << " " << std::string(name.begin(), name.end());
+        if (moved) {
+          EXPECT_TRUE(atTarget) << nth;
+        } else if (!atSource) {
+          EXPECT_TRUE(Logged(target + name)) << nth << " not named " << std::string(name.begin(), name.end());
+        }
+      }
+      if (moved) {
+        EXPECT_TRUE(left.empty()) << nth;
+      }
+      if (!failed) {
+        EXPECT_EQ(moved, 1);
+        EXPECT_GT(nth, 200u);
+        break;
+      }
+      if (HasFailure()) break;
+    }
+  }
+}
+
+}  // namespace

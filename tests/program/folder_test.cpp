@@ -1,0 +1,276 @@
+// Folder redirection as an administrator sees it: this machine, this command, and what console, log, registry and disks say.
+#include <gtest/gtest.h>
+
+#include "cli/console.h"
+#include "redirect/folder.h"
+#include "support/program.h"
+#include "support/tree.h"
+#include "win32/emulated/files/file_service.h"
+#include "win32/emulated/registry/registry.h"
+#include "win32/emulated/text.h"
+#include "win32/win32.h"
+#include "workstation/product.h"
+
+namespace {
+
+using test::Contents, test::Exists, test::MakeFile, test::MakeFolder, test::RunProgram;
+
+const std::u16string kRecords = u"HKLM\\SOFTWARE\\Wow6432Node\\Velmora\\Quillbay\\Junctions";
+const std::u16string kLogged = u"Errors logged in C:\\Program Files\\Velmora\\Quillbay\\QBC.log.";
+
+class FolderRedirectionTest : public ::testing::Test {
+ protected:
+  FolderRedirectionTest() { Restart(); }
+
+  void Restart() {
+    machine.reset();
+    machine = test::InstalledMachine();
+    MakeFolder(u"C:\\Data");
+    MakeFolder(u"C:\\Data\\inner");
+    MakeFile(u"C:\\Data\\one.txt", "first");
+    MakeFile(u"C:\\Data\\one.txt:note", "a named stream");
+    MakeFile(u"C:\\Data\\inner\\two.bin", std::string(70000, 'x'), win32::FILE_ATTRIBUTE_READONLY | win32::FILE_ATTRIBUTE_HIDDEN);
+    MakeFolder(u"D:\\Target");
+  }
+  test::RunResult Redirect() { return RunProgram(*machine, {u"/RedirectFolder", u"C:\\Data", u"/loc:D:\\Target"}); }
+  test::RunResult Remove() { return RunProgram(*machine, {u"/RedirectFolder", u"C:\\Data", u"/loc:D:\\Target", u"/d"}); }
+
+  std::u16string Record(const std::u16string& number, const char16_t* value) {
+    const auto found = machine->registry().Query(kRecords + u"\\" + number, value);
+    return found ? found->Text() : u"(none)";
+  }
+  std::size_t RecordCount() { return machine->registry().SubKeys(kRecords).size(); }
+  bool IsJunctionNow(const std::u16string& path) { return (test::Attributes(path) & win32::FILE_ATTRIBUTE_REPARSE_POINT) != 0; }
+
+  // One complete copy of each file, at the old place or at the new one.
+  void ExpectEachFileOnce(const std::string& when) {
+    const std::u16string from = IsJunctionNow(u"C:\\Data") ? u"D:\\Target\\Data" : u"C:\\Data";
+    const auto oneOf = [&](const std::u16string& name) {
+      const std::string old = Contents(from + name);
+      return old == "(none)" ? Contents(u"D:\\Target\\Data" + name) : old;
+    };
+    EXPECT_EQ(oneOf(u"\\one.txt"), "first") << when;
+    EXPECT_EQ(oneOf(u"\\one.txt:note"), "a named stream") << when;
+    EXPECT_EQ(oneOf(u"\\inner\\two.bin"), std::string(70000, 'x')) << when;
+  }
+  void ExpectFailure(const test::RunResult& run, const std::u16string& logged) {
+    EXPECT_EQ(run.exitCode, 1);
+    EXPECT_TRUE(run.said.ends_with(kLogged + u"\nFolder Redirection was unsuccessful.")) << emulated::Utf8(run.said);
+    EXPECT_TRUE(run.Logged(logged)) << emulated::Utf8(run.log);
+    EXPECT_TRUE(run.log.ends_with(u"Folder Redirection was unsuccessful."));
+  }
+
+  std::unique_ptr<emulated::Machine> machine;
+};
+
+TEST_F(FolderRedirectionTest, MovesTheContentsAndLeavesAJunction) {
+  const auto before = test::DescribeTree(u"C:\\Data");
+  const std::u16string security = test::Security(u"C:\\Data");
+  const auto run = Redirect();
+  EXPECT_EQ(run.exitCode, 0) << emulated::Utf8(run.log);
+  EXPECT_TRUE(run.said.ends_with(u"Folder Redirection was successful."));
+  EXPECT_TRUE(run.log.ends_with(u"Folder Redirection was successful."));
+  EXPECT_TRUE(IsJunctionNow(u"C:\\Data"));
+  EXPECT_EQ(test::DescribeTree(u"D:\\Target\\Data"), before);
+  EXPECT_EQ(Contents(u"C:\\Data\\one.txt"), "first");
+  EXPECT_EQ(Record(u"1", u"Source"), u"C:\\Data");
+  EXPECT_EQ(Record(u"1", u"Target"), u"D:\\Target\\Data");
+  EXPECT_EQ(RunProgram(*machine, {u"/RedirectFolder"}).said, u"Source   Target\n\nC:\\Data   D:\\Target\\Data\n");
+
+  const auto again = Redirect();
+  ExpectFailure(again, u"#ERROR: Junction already exists for Source = C:\\Data and Target = D:\\Target\\Data.");
+}
+
+TEST_F(FolderRedirectionTest, IsUndoneByTheSameCommandWithD) {
+  const auto before = test::DescribeTree(u"C:\\Data");
+  const std::string folder = test::Describe(u"C:\\Data");
+  for (const auto* location : {u"/loc:D:\\Target", u"/loc:D:\\Target\\Data"}) {
+    ASSERT_EQ(Redirect().exitCode, 0);
+    const auto run = RunProgram(*machine, {u"/RedirectFolder", u"C:\\Data", location, u"/d"});
+    EXPECT_EQ(run.exitCode, 0) << emulated::Utf8(run.log);
+    EXPECT_TRUE(run.said.ends_with(u"Folder Redirection Removal was successful."));
+    EXPECT_TRUE(run.log.ends_with(u"Folder Redirection Removal was successful."));
+    EXPECT_FALSE(IsJunctionNow(u"C:\\Data"));
+    EXPECT_EQ(test::DescribeTree(u"C:\\Data"), before);
+    EXPECT_EQ(test::Describe(u"C:\\Data"), folder);
+    EXPECT_FALSE(Exists(u"D:\\Target\\Data"));
+    EXPECT_TRUE(Exists(u"D:\\Target"));
+    EXPECT_EQ(RecordCount(), 0u);
+  }
+}
+
+TEST_F(FolderRedirectionTest, TheFolderItselfKeepsItsSecurityAndTimes) {
+  test::SetSecurity(u"C:\\Data", u"D:P(A;OICI;FA;;;BA)(A;OICI;0x1200a9;;;BU)");
+  test::SetTimes(u"C:\\Data", 7);
+  const std::u16string dacl = test::Dacl(u"C:\\Data");
+  const std::string described = test::Describe(u"C:\\Data");
+  ASSERT_EQ(Redirect().exitCode, 0);
+  EXPECT_EQ(test::Dacl(u"D:\\Target\\Data"), dacl);
+  EXPECT_EQ(test::Describe(u"D:\\Target\\Data"), described);
+  ASSERT_EQ(Remove().exitCode, 0);
+  EXPECT_EQ(test::Dacl(u"C:\\Data"), dacl);
+  EXPECT_EQ(test::Describe(u"C:\\Data"), described);
+}
+
+TEST_F(FolderRedirectionTest, DataSurvivesTheRestartOfAFrozenDrive) {
+  ASSERT_EQ(Redirect().exitCode, 0);
+  MakeFile(u"C:\\Data\\later.txt", "written through the junction");
+  machine = test::BootFrom(machine->Snapshot());
+  EXPECT_EQ(Contents(u"D:\\Target\\Data\\later.txt"), "written through the junction");
+  EXPECT_EQ(Contents(u"C:\\Data\\later.txt"), "written through the junction");
+}
+
+TEST_F(FolderRedirectionTest, MergesIntoAFolderThatIsThere) {
+  MakeFolder(u"D:\\Target\\Data");
+  MakeFile(u"D:\\Target\\Data\\theirs.txt", "stays");
+  const auto run = Redirect();
+  EXPECT_EQ(run.exitCode, 0) << emulated::Utf8(run.log);
+  EXPECT_TRUE(run.Said(u"\nThe target folder: \"D:\\Target\\Data\" already exists.\n"));
+  EXPECT_EQ(Contents(u"C:\\Data\\theirs.txt"), "stays");
+  EXPECT_EQ(Contents(u"C:\\Data\\one.txt"), "first");
+}
+
+TEST_F(FolderRedirectionTest, AFailedMergeLeavesWhatStoodThere) {
+  MakeFolder(u"D:\\Target\\Data");
+  MakeFile(u"D:\\Target\\Data\\theirs.txt", "stays");
+  const auto before = test::DescribeTree(u"C:\\Data");
+  machine->gate.FailCall("RegCreateKeyExW", 1, win32::ERROR_ACCESS_DENIED);
+  ExpectFailure(Redirect(), u"#ERROR: Unable to add Junction Point to Registry for Source = C:\\Data and Target = D:\\Target\\Data.");
+  EXPECT_EQ(test::DescribeTree(u"C:\\Data"), before);
+  EXPECT_EQ(test::Names(u"D:\\Target\\Data"), (std::vector<std::u16string>{u"\\theirs.txt"}));
+}
+
+TEST_F(FolderRedirectionTest, RefusesBeforeAnythingChanges) {
+  const auto before = machine->Snapshot();
+  const auto refused = [&](const std::u16string& source, const std::u16string& location, const std::u16string& logged) {
+    ExpectFailure(RunProgram(*machine, {u"/RedirectFolder", source, u"/loc:" + location}), logged);
+    EXPECT_EQ(RecordCount(), 0u);
+    ExpectEachFileOnce("refused");
+  };
+  refused(u"\\\\?\\Volume{11111111-2222-3333-4444-555555555555}\\", u"D:\\T", u"#ERROR: Source Folder can not be Volume path.");
+  refused(u"C:\\Nothing", u"D:\\T", u"#ERROR: PreScanning failed for Source = C:\\Nothing and Target = D:\\T\\Nothing.");
+  refused(u"C:\\Data", u"C:\\", u"Cannot redirect when Source and Target folder are the same.");
+  refused(u"C:\\Data\\..", u"D:\\T", u"#ERROR: The selected folder C:\\Data\\.. is a relative path.");
+  refused(u"C:\\Data", u"C:\\Data\\inner", u"Cannot redirect within the same Source folder.");
+  MakeFolder(u"D:\\Target\\Data");
+  MakeFolder(u"D:\\Target\\Data\\Data");
+  MakeFile(u"D:\\Target\\Data\\Data\\deep.txt", "deep");
+  refused(u"D:\\Target\\Data\\Data", u"D:\\Target", u"Cannot redirect within the same Source folder.");
+  EXPECT_EQ(Contents(u"D:\\Target\\Data\\Data\\deep.txt"), "deep");
+}
+
+TEST_F(FolderRedirectionTest, RefusesARealTargetOf247Characters) {
+  const std::u16string longest = u"D:\\" + std::u16string(246 - 3 - 5, u't');  // with "\Data" 246
+  EXPECT_EQ(RunProgram(*machine, {u"/RedirectFolder", u"C:\\Data", u"/loc:" + longest}).exitCode, 0);
+  ASSERT_EQ(RunProgram(*machine, {u"/RedirectFolder", u"C:\\Data", u"/loc:" + longest, u"/d"}).exitCode, 0);
+  const auto run = RunProgram(*machine, {u"/RedirectFolder", u"C:\\Data", u"/loc:" + longest + u"t"});
+  ExpectFailure(run, u"exceeds the system-defined maximum length of 248 characters. Browse to a different location.");
+  EXPECT_FALSE(Exists(longest + u"t"));
+}
+
+TEST_F(FolderRedirectionTest, ATargetThatIsALinkIsRefused) {
+  // Moved into a link that leads back to where it comes from, the data would be copied onto itself and then deleted.
+  const auto kernel = win32::LoadLibraryW(u"Kernel32.dll");
+  const auto createLink = reinterpret_cast<win32::CreateSymbolicLinkWFunction>(win32::GetProcAddress(kernel, "CreateSymbolicLinkW"));
+  ASSERT_TRUE(createLink(u"D:\\Target\\Data", u"C:\\Data", 1));
+  ExpectFailure(Redirect(), u"#ERROR: The folder D:\\Target\\Data is Symbolic Link.");
+  ExpectEachFileOnce("link");
+}
+
+TEST_F(FolderRedirectionTest, VolumesAreForALaterBuild) {
+  for (const auto* direction : {u"/c", u"/d"}) {
+    const auto run = RunProgram(*machine, {u"/RedirectFolder", u"C:\\Data", u"/vol:\\\\?\\Volume{11111111-2222-3333-4444-555555555555}\\", direction});
+    EXPECT_EQ(run.exitCode, 1);
+    EXPECT_EQ(run.said, u"\nThis build does not have the redirection of a folder to a volume yet.\n");
+    EXPECT_TRUE(run.Logged(u"#ERROR: This build does not have the redirection of a folder to a volume yet."));
+  }
+}
+
+TEST_F(FolderRedirectionTest, NestedRedirectionsKeepWorking) {
+  MakeFolder(u"D:\\Other");
+  ASSERT_EQ(RunProgram(*machine, {u"/RedirectFolder", u"C:\\Data\\inner", u"/loc:D:\\Other"}).exitCode, 0);
+  const auto outer = Redirect();
+  ASSERT_EQ(outer.exitCode, 0) << emulated::Utf8(outer.log);
+  EXPECT_EQ(Record(u"1", u"Source"), u"D:\\Target\\Data\\inner");
+  EXPECT_EQ(Record(u"1", u"Target"), u"D:\\Other\\inner");
+  EXPECT_EQ(Contents(u"C:\\Data\\inner\\two.bin"), std::string(70000, 'x'));
+  ASSERT_EQ(Remove().exitCode, 0);
+  EXPECT_EQ(Record(u"1", u"Source"), u"C:\\Data\\inner");
+  EXPECT_EQ(RunProgram(*machine, {u"/RedirectFolder", u"C:\\Data\\inner", u"/loc:D:\\Other", u"/d"}).exitCode, 0);
+  EXPECT_EQ(Contents(u"C:\\Data\\inner\\two.bin"), std::string(70000, 'x'));
+}
+
+TEST_F(FolderRedirectionTest, AFileInUseStopsTheMoveOfAllAndIsNamed) {
+  const auto before = test::DescribeTree(u"C:\\Data");
+  const auto held = machine->files().OpenForeign(4242, u"C:\\Data\\inner\\two.bin", win32::GENERIC_READ, win32::FILE_SHARE_READ);
+  ASSERT_TRUE(held);
+  const auto run = Redirect();
+  ExpectFailure(run, u"two.bin");
+  EXPECT_EQ(test::DescribeTree(u"C:\\Data"), before);
+  EXPECT_FALSE(Exists(u"D:\\Target\\Data"));
+}
+
+TEST_F(FolderRedirectionTest, RemovalNeedsWhatWasRedirected) {
+  const auto refused = [&](std::initializer_list<std::u16string> words, const std::u16string& logged) {
+    const auto run = RunProgram(*machine, words);
+    EXPECT_EQ(run.exitCode, 1);
+    EXPECT_EQ(run.said, kLogged + u"\nFolder Redirection Removal was not successful.");
+    EXPECT_TRUE(run.Logged(logged)) << emulated::Utf8(run.log);
+    EXPECT_TRUE(run.log.ends_with(u"Folder Redirection Removal was not successful."));
+  };
+  refused({u"/RedirectFolder", u"C:\\No", u"/loc:D:\\Target", u"/d"}, u"#ERROR: Source = C:\\No Path Does Not Exist.");
+  refused({u"/RedirectFolder", u"C:\\Data", u"/loc:D:\\No", u"/d"}, u"#ERROR: Target = D:\\No Path Does Not Exist.");
+  refused({u"/RedirectFolder", u"C:\\Data", u"/loc:D:\\Target", u"/d"},
+          u"#ERROR: Junction doesn't exists for Source = C:\\Data and Target = D:\\Target.");
+}
+
+TEST_F(FolderRedirectionTest, AFailedRemovalPutsTheJunctionBack) {
+  ASSERT_EQ(Redirect().exitCode, 0);
+  const auto expectAsBefore = [&](const test::RunResult& run, const std::u16string& logged) {
+    EXPECT_EQ(run.exitCode, 1);
+    EXPECT_TRUE(run.Logged(logged)) << emulated::Utf8(run.log);
+    EXPECT_TRUE(IsJunctionNow(u"C:\\Data"));
+    EXPECT_EQ(Contents(u"C:\\Data\\one.txt"), "first");
+    EXPECT_EQ(Contents(u"D:\\Target\\Data\\inner\\two.bin"), std::string(70000, 'x'));
+    EXPECT_EQ(RecordCount(), 1u);
+  };
+  const auto held = machine->files().OpenForeign(4242, u"D:\\Target\\Data\\one.txt", win32::GENERIC_READ, win32::FILE_SHARE_READ);
+  expectAsBefore(Remove(), u"#ERROR: PreScanning failed for Source = C:\\Data and Target = D:\\Target\\Data.");
+  machine->files().CloseForeign(held);
+  machine->gate.FailCall("RegDeleteKeyW", 1, win32::ERROR_ACCESS_DENIED);
+  expectAsBefore(Remove(), u"#ERROR: Unable to remove Junction Point from Registry for Source = C:\\Data and Target = D:\\Target\\Data.");
+  EXPECT_EQ(Remove().exitCode, 0);
+}
+
+// Whichever call of the command fails: no file is lost, success means success, and a failure is told.
+class EveryCall : public FolderRedirectionTest {
+ protected:
+  void FailEach(bool removal) {
+    std::uint64_t calls = 0;
+    for (std::uint64_t n = 1; n == 1 || n <= calls; n += kStep) {
+      Restart();
+      if (removal) {
+        ASSERT_EQ(Redirect().exitCode, 0);
+      }
+      machine->gate.ResetCounts();
+      machine->gate.FailCall(n, win32::ERROR_ACCESS_DENIED);
+      const auto run = removal ? Remove() : Redirect();
+      machine->gate.ClearFailures();
+      calls = std::max(calls, machine->gate.Count());
+      const std::string when = (removal ? "removal, call " : "redirection, call ") + std::to_string(n) + ": " + emulated::Utf8(run.log);
+      ExpectEachFileOnce(when);
+      if (run.exitCode == 0) {
+        EXPECT_EQ(RecordCount(), removal ? 0u : 1u) << when;
+        EXPECT_EQ(IsJunctionNow(u"C:\\Data"), !removal) << when;
+      }
+      if (HasFailure()) return;
+    }
+    EXPECT_GT(calls, 100u);
+  }
+  static constexpr std::uint64_t kStep = 1;
+};
+
+TEST_F(EveryCall, OfARedirectionMayFail) { FailEach(false); }
+TEST_F(EveryCall, OfARemovalMayFail) { FailEach(true); }
+
+}  // namespace

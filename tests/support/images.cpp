@@ -1,0 +1,86 @@
+#include "support/images.h"
+
+#include <stdlib.h>
+#include <sys/wait.h>
+
+#include <array>
+#include <cstdio>
+#include <map>
+#include <stdexcept>
+
+namespace test {
+
+std::unique_ptr<emulated::MemoryDevice> FreshNtfs(std::uint64_t megabytes, const std::string& label) {
+  static std::map<std::pair<std::uint64_t, std::string>, std::unique_ptr<emulated::MemoryDevice>> templates;
+  auto& known = templates[{megabytes, label}];
+  if (!known) {
+    const TemporaryFolder folder;
+    FreshNtfsFile(folder / "fresh.ntfs", megabytes, label);
+    known = emulated::MemoryDevice::FromFile(folder / "fresh.ntfs");
+    if (!known) throw std::runtime_error("the formatted image cannot be read");
+  }
+  return known->Clone();
+}
+
+void FreshNtfsFile(const std::filesystem::path& image, std::uint64_t megabytes, const std::string& label) {
+  const std::string file = "'" + image.string() + "'";
+  const CommandResult result = RunCommand("truncate -s " + std::to_string(megabytes) + "M " + file +
+                                          " && PATH=$PATH:/usr/sbin:/sbin mkntfs -F -Q -q -T -L '" + label +
+                                          "' -p 0 -H 0 -S 0 -s 512 -c 4096 " + file);
+  if (result.exitCode != 0) throw std::runtime_error("mkntfs failed: " + result.output);
+}
+
+TemporaryFolder::TemporaryFolder() {
+  std::string name = (std::filesystem::temp_directory_path() / "storage-XXXXXX").string();
+  if (!mkdtemp(name.data())) throw std::runtime_error("no temporary folder");
+  path_ = name;
+}
+
+TemporaryFolder::~TemporaryFolder() {
+  std::error_code ignored;
+  std::filesystem::remove_all(path_, ignored);
+}
+
+CommandResult RunCommand(const std::string& command) {
+  CommandResult result;
+  FILE* const pipe = popen(("( export PATH=$PATH:/usr/sbin:/sbin; " + command + " ) 2>&1").c_str(), "r");
+  if (!pipe) return result;
+  std::array<char, 4096> buffer{};
+  while (const std::size_t length = fread(buffer.data(), 1, buffer.size(), pipe))
+    result.output.append(buffer.data(), length);
+  const int status = pclose(pipe);
+  result.exitCode = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+  return result;
+}
+
+emulated::Bytes NumberedDescriptor(std::uint32_t number) {
+  using emulated::AppendLittleEndian;
+  emulated::Bytes bytes;
+  const auto appendSid = [&bytes](std::initializer_list<std::uint32_t> subAuthorities) {
+    bytes.push_back(1);
+    bytes.push_back(static_cast<std::uint8_t>(subAuthorities.size()));
+    bytes.insert(bytes.end(), {0, 0, 0, 0, 0, 5});
+    for (const std::uint32_t value : subAuthorities) AppendLittleEndian(bytes, value);
+  };
+  constexpr std::uint32_t kHeader = 20, kSystemSid = 12, kAcl = 8;
+  constexpr std::uint16_t kAce = 8 + 8 + 5 * 4;
+  bytes = {1, 0};
+  AppendLittleEndian(bytes, std::uint16_t{0x8004});                              // self-relative, DACL present
+  AppendLittleEndian(bytes, std::uint32_t{kHeader + kAcl + kAce});               // owner
+  AppendLittleEndian(bytes, std::uint32_t{kHeader + kAcl + kAce + kSystemSid});  // group
+  AppendLittleEndian(bytes, std::uint32_t{0});                                   // SACL
+  AppendLittleEndian(bytes, std::uint32_t{kHeader});                             // DACL
+  bytes.insert(bytes.end(), {2, 0});
+  AppendLittleEndian(bytes, static_cast<std::uint16_t>(kAcl + kAce));
+  AppendLittleEndian(bytes, std::uint16_t{1});
+  AppendLittleEndian(bytes, std::uint16_t{0});
+  bytes.insert(bytes.end(), {0, 3});  // ACCESS_ALLOWED_ACE_TYPE, inherited by files and folders
+  AppendLittleEndian(bytes, kAce);
+  AppendLittleEndian(bytes, std::uint32_t{0x001F01FF});
+  appendSid({21, 1, 2, 3, 1000 + number});
+  appendSid({18});
+  appendSid({18});
+  return bytes;
+}
+
+}  // namespace test

@@ -1,0 +1,43 @@
+// NTFS images for tests.
+#pragma once
+
+#include <cstdint>
+#include <filesystem>
+#include <memory>
+#include <string>
+
+#include "win32/emulated/bytes.h"
+#include "win32/emulated/storage/block_device.h"
+
+namespace test {
+
+// A freshly formatted volume of so many megabytes (4 KiB clusters) in memory. mkntfs runs once per size and label.
+std::unique_ptr<emulated::MemoryDevice> FreshNtfs(std::uint64_t megabytes, const std::string& label);
+// The same as a file.
+void FreshNtfsFile(const std::filesystem::path& image, std::uint64_t megabytes, const std::string& label);
+
+// A folder that is gone, with all that is in it, when the test ends.
+class TemporaryFolder {
+ public:
+  TemporaryFolder();
+  TemporaryFolder(const TemporaryFolder&) = delete;
+  TemporaryFolder& operator=(const TemporaryFolder&) = delete;
+  ~TemporaryFolder();
+  const std::filesystem::path& path() const { return path_; }
+  std::filesystem::path operator/(const std::string& name) const { return path_ / name; }
+
+ private:
+  std::filesystem::path path_;
+};
+
+// Runs a shell command; what it prints (both streams), and its exit code.
+struct CommandResult {
+  int exitCode = -1;
+  std::string output;
+};
+CommandResult RunCommand(const std::string& command);
+
+// A valid self-relative descriptor (owner and group SYSTEM, one entry in the DACL) that differs for each number.
+emulated::Bytes NumberedDescriptor(std::uint32_t number);
+
+}  // namespace test

@@ -1,0 +1,73 @@
+#include "support/program.h"
+
+#include <vector>
+
+#include "cli/console.h"
+#include "cli/main.h"
+#include "resources/program_resources.h"
+#include "win32/emulated/console_text.h"
+#include "win32/emulated/text.h"
+
+namespace test {
+
+namespace {
+
+std::u16string WithoutCarriageReturns(std::u16string text) {
+  for (std::size_t at = 0; (at = text.find(u"\r\n", at)) != std::u16string::npos; ++at) text.erase(at, 1);
+  return text;
+}
+
+std::u16string FromLittleEndian(std::string_view bytes) {
+  std::u16string text;
+  for (std::size_t i = 0; i + 1 < bytes.size(); i += 2)
+    text += static_cast<char16_t>(static_cast<unsigned char>(bytes[i]) | static_cast<unsigned char>(bytes[i + 1]) << 8);
+  return text;
+}
+
+// What came to the log file behind its first `before` bytes; its byte-order mark is no text.
+std::string Added(const std::string& bytes, std::size_t before) {
+  const std::size_t from = before == 0 ? 2 : before;
+  return bytes.size() > from ? bytes.substr(from) : std::string();
+}
+
+}  // namespace
+
+void UseProgramModule(emulated::Machine& machine) {
+  if (!machine.module.resources.empty()) return;
+  machine.process.image = u"QBC.exe";
+  machine.module.path = u"C:\\Program Files\\Velmora\\Quillbay\\QBC.exe";
+  for (const ProgramResource& resource : ProgramResources())
+    machine.module.resources.push_back({resource.type, resource.name, resource.language, {resource.data, resource.size}});
+}
+
+std::string LogBytes(emulated::Machine& machine) {
+  emulated::Bytes content;
+  if (emulated::ReadWholeFile(*machine.SystemVolume()->volume, u"\\Program Files\\Velmora\\Quillbay\\QBC.log", content) != 0) return {};
+  return {content.begin(), content.end()};
+}
+
+RunResult RunProgram(emulated::Machine& machine, std::initializer_list<std::u16string> words) {
+  UseProgramModule(machine);
+  const auto token = machine.process.token;
+  machine.process.token = std::make_shared<emulated::Token>(*token);
+  machine.console.clear();
+  const std::size_t logged = LogBytes(machine).size();
+
+  std::vector<std::u16string> arguments{u"QBC.exe"};
+  arguments.insert(arguments.end(), words);
+  std::vector<const char16_t*> pointers;
+  for (const std::u16string& argument : arguments) pointers.push_back(argument.c_str());
+  pointers.push_back(nullptr);
+
+  RunResult result;
+  result.exitCode = QuillbayMain(static_cast<int>(arguments.size()), pointers.data());
+  machine.process.token = token;
+
+  result.console = WithoutCarriageReturns(emulated::Utf16(emulated::OemToUtf8(machine.console, machine.oemCodePage)));
+  const std::u16string banner = LoadResourceString(101);
+  result.said = result.console.starts_with(banner) ? result.console.substr(banner.size()) : result.console;
+  result.log = WithoutCarriageReturns(FromLittleEndian(Added(LogBytes(machine), logged)));
+  return result;
+}
+
+}  // namespace test

@@ -1,0 +1,31 @@
+// The program run as an administrator runs it: a command line in, and what console, log and exit code then say.
+#pragma once
+
+#include <initializer_list>
+#include <string>
+#include <string_view>
+
+#include "support/installed_machine.h"
+
+namespace test {
+
+struct RunResult {
+  int exitCode = -1;
+  std::u16string console;  // all of it, line ends as "\n"
+  std::u16string said;     // the same without the banner
+  std::u16string log;      // what this run added, line ends as "\n", the byte-order mark left out
+
+  bool Said(std::u16string_view text) const { return said.find(text) != std::u16string::npos; }
+  bool Logged(std::u16string_view text) const { return log.find(text) != std::u16string::npos; }
+};
+
+// One run of the program on the machine with these words behind its name. The process's token is as fresh for every run.
+RunResult RunProgram(emulated::Machine& machine, std::initializer_list<std::u16string> words);
+
+// Gives the machine the program's own module with its resources; RunProgram does it, too.
+void UseProgramModule(emulated::Machine& machine);
+
+// The bytes of the log file; empty without one.
+std::string LogBytes(emulated::Machine& machine);
+
+}  // namespace test

@@ -1,0 +1,86 @@
+#!/usr/bin/env python3
+"""check_exe.py QBC.exe: what the file itself must be, whoever runs it. One line a check, then "N passed, N failed"."""
+import pathlib
+import struct
+import sys
+import xml.etree.ElementTree as xml
+
+sys.dont_write_bytecode = True
+HERE = pathlib.Path(__file__).resolve().parent
+sys.path.insert(0, str(HERE.parent.parent / "tools"))
+import make_resources as made  # noqa: E402
+from checks import Checks  # noqa: E402
+from pe import RELOCATIONS, PeFile  # noqa: E402
+
+RESOURCES = HERE.parent.parent / "src" / "resources"
+WINDOWS_DLLS = {"kernel32.dll", "user32.dll", "advapi32.dll", "shell32.dll", "shlwapi.dll", "netapi32.dll", "ole32.dll",
+                "oleaut32.dll", "version.dll", "wininet.dll", "msvcrt.dll"}
+ASM_V3 = "{urn:schemas-microsoft-com:asm.v3}"
+COMPATIBILITY = "{urn:schemas-microsoft-com:compatibility.v1}"
+# The published identifiers of Windows Vista, 7, 8, 8.1 and 10.
+SUPPORTED_WINDOWS = ["{e2011457-1546-43c5-a5fe-008deee3d3f0}", "{35138b9a-5d96-4fbd-8e2d-a2440225f93a}",
+                     "{4a2f28e3-53b9-4441-ba9c-d69d4a4a6e38}", "{1f676c76-80e1-4239-95bb-83d0f6d0da78}",
+                     "{8e0f7a12-bfb3-4fe8-b9a5-48fd50a15a9a}"]
+# Texts that are printed as "<...>Command: %s \n\n  %s" must fit in the 1024 characters of such a message together with
+# what the user typed; console lines keep within this width.
+USAGE_IDS = [104, 106, 108, 110, 112, 114, 116, 118, 120, 122, 188, 189, 190, 192]
+USAGE_LIMIT, COLUMNS, USAGE_INDENT = 850, 78, 3
+
+
+def check_headers(checks, exe):
+    checks.equal("64-bit program for x64", exe.machine, 0x8664)
+    checks.equal("console subsystem", exe.subsystem, 3)
+    for name, bit in (("DYNAMIC_BASE", 0x40), ("HIGH_ENTROPY_VA", 0x20), ("NX_COMPAT", 0x100)):
+        checks.true(f"{name} is set", exe.dll_characteristics & bit)
+    checks.true("relocations are present", exe.directories[RELOCATIONS][1] > 0 and not exe.characteristics & 1)
+    checks.equal("imports Windows' own DLLs only", sorted({name.lower() for name in exe.imports()} - WINDOWS_DLLS), [])
+
+
+def check_manifest(checks, resources):
+    manifests = [data for (kind, _, _), data in resources.items() if kind == made.RT_MANIFEST]
+    checks.equal("one manifest", len(manifests), 1)
+    if not manifests:
+        return
+    root = xml.fromstring(manifests[0])
+    levels = [(e.get("level"), e.get("uiAccess")) for e in root.iter(ASM_V3 + "requestedExecutionLevel")]
+    checks.equal("runs as its invoker", levels, [("asInvoker", "false")])
+    checks.equal("supported Windows", [e.get("Id") for e in root.iter(COMPATIBILITY + "supportedOS")],
+                 SUPPORTED_WINDOWS)
+
+
+def check_version(checks, resources):
+    block = resources.get((made.RT_VERSION, 1, made.VERSION_LANGUAGE), b"")
+    made_block = made.version_block(made.read_version(RESOURCES / "version.txt"))
+    checks.equal("version block is the Linux build's", block, made_block)
+    fixed = block.find(struct.pack("<I", 0xFEEF04BD))
+    versions = struct.unpack_from("<4I", block, fixed + 8) if fixed > 0 else ()
+    checks.equal("file and product version are 2.34.1110.486", versions, (2 << 16 | 34, 1110 << 16 | 486) * 2)
+
+
+def check_strings(checks, resources):
+    strings = made.read_strings(RESOURCES / "strings.txt")
+    in_exe = {(name, language): data for (kind, name, language), data in resources.items() if kind == made.RT_STRING}
+    blocks = {(block, made.STRINGS_LANGUAGE): data for block, data in made.string_blocks(strings).items()}
+    checks.equal("string blocks are the Linux build's", in_exe, blocks)
+    checks.equal("strings 101 to 196 are all there", sorted(strings), list(range(101, 197)))
+    checks.equal("usage texts fit in an error message", [n for n in USAGE_IDS if len(strings[n]) > USAGE_LIMIT], [])
+    wide = [n for n in USAGE_IDS for line in (" " * USAGE_INDENT + strings[n]).split("\n") if len(line) > COLUMNS]
+    checks.equal(f"usage texts keep within {COLUMNS} columns", wide, [])
+    checks.equal("usage texts are no formats", [n for n in USAGE_IDS if "%" in strings[n]], [])
+
+
+def main():
+    if len(sys.argv) != 2:
+        sys.exit(__doc__)
+    exe = PeFile(sys.argv[1])
+    resources = exe.resources()
+    checks = Checks()
+    check_headers(checks, exe)
+    check_manifest(checks, resources)
+    check_version(checks, resources)
+    check_strings(checks, resources)
+    return checks.finish()
+
+
+if __name__ == "__main__":
+    sys.exit(main())

@@ -1,0 +1,98 @@
+"""A throw-away Windows under Wine: its own folder, its own server, nothing left behind."""
+import os
+import pathlib
+import shutil
+import subprocess
+import tempfile
+
+WINE = "/usr/lib/wine/wine64"
+WINESERVER = next((p for p in ("/usr/lib/wine/wineserver64", "/usr/lib/wine/wineserver", "/usr/bin/wineserver")
+                   if os.path.exists(p)), "wineserver")
+
+
+class Result:
+    def __init__(self, code, output, errors):
+        self.code, self.output, self.errors = code, output, errors
+
+    @property
+    def text(self):
+        """Standard output as a console of code page 437 shows it, with plain line ends."""
+        return self.output.decode("cp437").replace("\r\n", "\n")
+
+
+class Prefix:
+    def __enter__(self):
+        self.scratch = pathlib.Path(tempfile.mkdtemp(prefix="qbc-wine-"))
+        (self.scratch / "prefix").mkdir()
+        self.environment = {
+            "HOME": str(self.scratch), "PATH": "/usr/bin:/bin", "LC_ALL": "C.UTF-8",
+            "WINEPREFIX": str(self.scratch / "prefix"), "WINEDEBUG": "-all",
+            "WINEDLLOVERRIDES": "mscoree,mshtml,winedbg.exe,winemenubuilder.exe=",
+        }
+        try:
+            # A server that stays keeps services alive between two runs. It must own none of our pipes.
+            self._host(WINESERVER, "-p")
+            self._host(WINE, "wineboot")
+            if not self.drive_c.is_dir():
+                raise RuntimeError("Wine made no drive C")
+        except BaseException:
+            self.__exit__()
+            raise
+        return self
+
+    def __exit__(self, *_):
+        self._host(WINESERVER, "-k", check=False)
+        shutil.rmtree(self.scratch, ignore_errors=True)
+
+    @property
+    def drive_c(self):
+        return self.scratch / "prefix" / "drive_c"
+
+    def _host(self, *command, check=True):
+        subprocess.run(command, env=self.environment, cwd=self.scratch, check=check, timeout=120,
+                       stdin=subprocess.DEVNULL, stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
+
+    def run(self, program, *arguments, timeout=60):
+        """Runs a Windows program to its end. Output goes through files: what it leaves running holds no pipe."""
+        with tempfile.TemporaryFile(dir=self.scratch) as output, tempfile.TemporaryFile(dir=self.scratch) as errors:
+            try:
+                code = subprocess.run([WINE, str(program), *arguments], env=self.environment, cwd=self.scratch,
+                                      timeout=timeout, stdin=subprocess.DEVNULL, stdout=output,
+                                      stderr=errors).returncode
+            except subprocess.TimeoutExpired:
+                code = f"still running after {timeout} s"
+            output.seek(0)
+            errors.seek(0)
+            return Result(code, output.read(), errors.read())
+
+    def start(self, program, *arguments):
+        """Starts a Windows program that talks through its standard input and output."""
+        return subprocess.Popen([WINE, str(program), *arguments], env=self.environment, cwd=self.scratch,
+                                stdin=subprocess.PIPE, stdout=subprocess.PIPE, stderr=subprocess.DEVNULL)
+
+    # Set-up through Wine's own tools; each must succeed, or the scenario would prove nothing.
+
+    def tool(self, *command):
+        result = self.run(*command)
+        if result.code != 0:
+            raise RuntimeError(f"{' '.join(command)}: {result.code} {result.output!r}")
+        return result
+
+    def set_value(self, key, name, text):
+        self.tool("reg", "add", key, "/v", name, "/t", "REG_SZ", "/d", text, "/f")
+
+    def create_service(self, name, executable):
+        self.tool("sc", "create", name, "binPath=", f'"{executable}"', "start=", "demand")
+
+    def delete_key(self, key):
+        self.tool("reg", "delete", key, "/f")
+
+    def has_key(self, key):
+        return self.run("reg", "query", key).code == 0
+
+    def place(self, source, windows_path):
+        """Copies a file of ours to a path on drive C."""
+        target = self.drive_c / windows_path.removeprefix("C:\\").replace("\\", "/")
+        target.parent.mkdir(parents=True, exist_ok=True)
+        shutil.copy(source, target)
+        return target

@@ -1,0 +1,187 @@
+"""What an administrator sees of QBC.exe: console, exit code, log, registry. Each scenario takes its world."""
+import re
+
+STATUS_KEY = "HKLM\\Software\\Velmora\\Rimehold 6"
+RECORDS_32 = "HKLM\\Software\\Wow6432Node\\Velmora\\Quillbay"
+RECORDS_64 = "HKLM\\Software\\Velmora\\Quillbay"
+SERVICE_FOLDER = "C:\\Program Files\\Velmora\\Quillbay"
+INSTANCE_MUTEX = "Global\\2092F29F_EEFF_48f5_B562_9E33D2E6471A"
+# The commands in the help's order: name (with aliases) and usage text, by string number.
+HELP_ORDER = [(121, 122), (119, 120), (117, 118), (115, 116), (113, 114), (111, 112), (109, 110), (107, 108),
+              (105, 106), (103, 104), (191, 192)]
+LOG_ENTRY = re.compile(r"\[[ \d]\d:[ \d]\d:[ \d]\d:[ \d]{2}\d\]\[P *\d+,T *\d+\] ")
+
+
+class World:
+    def __init__(self, prefix, build, strings, checks):
+        self.prefix, self.build, self.strings, self.checks = prefix, build, strings, checks
+        self.banner = strings[101]
+
+    def qbc(self, *arguments):
+        return self.prefix.run(self.build / "QBC.exe", *arguments)
+
+    def expect(self, name, result, text, code):
+        """One run: all that the console shows, and the exit code."""
+        return self.checks.equal(name, (result.text, result.code), (text, code))
+
+
+def command_line(world):
+    s = world.strings
+    world.expect("no command", world.qbc(), world.banner + "##ERROR: No command is specified.", 1)
+    output = world.qbc().output
+    world.checks.equal("line breaks leave as CR LF", output.count(b"\r\n"), output.count(b"\n"))
+    world.expect("unknown command", world.qbc("/nothing"), world.banner + '##ERROR: Command "/nothing" is invalid.', 1)
+    world.expect("a letter of the OEM code page", world.qbc("/\u00e9t\u00e9"),
+                 world.banner + '##ERROR: Command "/\u00e9t\u00e9" is invalid.', 1)
+    world.expect("one argument too many", world.qbc("/ver", "x"), world.banner +
+                 '##ERROR: Command "/ver" has Improper number of arguments.\n\nCommand: Version \n\n  ' + s[120], 1)
+    error, usage = world.banner + "##ERROR: ", "\n\nCommand: RedirectFolder \n\n  " + s[108]
+    world.expect("switch given twice", world.qbc("/redirectfolder", "C:\\a", "/loc:C:\\b", "/d", "/d"),
+                 error + 'Command "/redirectfolder" has some Invalid Switch.' + usage, 1)
+    world.expect("target without its prefix", world.qbc("/RedirectFolder", "C:\\a", "C:\\b"),
+                 error + 'Command "/RedirectFolder" has some Invalid Arguments.' + usage, 1)
+    world.expect("removal with /NTFS", world.qbc("/RedirectFolder", "C:\\a", "/loc:C:\\b", "/d", "/NTFS"),
+                 world.banner + s[153], 1)
+    for word in ("/Version", "/VER", "xv"):
+        world.expect(f"version as {word}", world.qbc(word), world.banner + "Quillbay 2.34.1110.486\n", 0)
+    help_text = "".join(f"\n\n{n}. Command: {s[name].split(',')[0]}\n   {s[usage]}"
+                        for n, (name, usage) in enumerate(HELP_ORDER, 1))
+    for word in ("/help", "-?"):
+        result = world.qbc(word)
+        world.expect(f"help as {word}", result, world.banner + help_text, 0)
+
+
+def rimehold_status(world):
+    s = world.strings
+    world.expect("status without Rimehold", world.qbc("/GetRHStatus"), world.banner + s[131], 1)
+    for value, message, code in (("frozen", 132, 2), ("FROZEN", 132, 2), ("thawed", 133, 3),
+                                 ("Thawed and Locked", 134, 4), ("maintenance mode", 135, 5), ("Seed", 136, 6),
+                                 ("Applying Batch File", 176, 7), ("Applying Windows Update", 177, 8), ("Thawed Period", 178, 9),
+                                 ("locked", 131, 1)):
+        world.prefix.set_value(STATUS_KEY, "RH Status", value)
+        world.expect(f'status "{value}"', world.qbc("/GetRHStatus"), world.banner + s[message], code)
+    world.prefix.delete_key(STATUS_KEY)
+    other_view = STATUS_KEY.replace("Software", "Software\\Wow6432Node")
+    world.prefix.set_value(other_view, "RH Status", "Frozen")
+    world.expect("status in the 32-bit view does not count", world.qbc("/GetRHStatus"), world.banner + s[131], 1)
+    world.prefix.delete_key(other_view)
+
+
+def log_file(world):
+    checks, drive = world.checks, world.prefix.drive_c
+    log = drive / "Program Files" / "Velmora" / "Quillbay" / "QBC.log"
+    world.qbc("/nothing")
+    checks.equal("no service, no log anywhere", [str(p) for p in drive.rglob("QBC.log")], [])
+
+    world.prefix.place(world.build / "wine" / "service.exe", SERVICE_FOLDER + "\\QuillbayService.exe")
+    world.prefix.create_service("QuillbayService", SERVICE_FOLDER + "\\QuillbayService.exe")
+    world.qbc("/GetRHStatus")
+    if not checks.true("log beside the service's executable", log.is_file()):
+        return
+    first = log.read_bytes()
+    checks.equal("log begins with FF FE and its first entry", first[:8], b"\xff\xfe\r\0\n\0[\0")
+    entries = first[2:].decode("utf-16-le").split("\r\n")
+    checks.true("first entry is the separator", entries[0] == "" and LOG_ENTRY.sub("", entries[1]) == "-" * 34, entries)
+    checks.equal("every line has time, process and thread", [e for e in entries[1:] if not LOG_ENTRY.match(e)], [])
+
+    world.prefix.tool("sc", "start", "QuillbayService")
+    checks.true("the service runs", b"RUNNING" in world.prefix.tool("sc", "query", "QuillbayService").output)
+    world.qbc("/GetRHStatus")
+    second = log.read_bytes()
+    checks.true("a second run appends", second.startswith(first) and len(second) > len(first), second)
+    checks.true("the byte-order mark stands once", "\ufeff" not in second[2:].decode("utf-16-le"))
+    world.prefix.tool("sc", "stop", "QuillbayService")
+
+
+def record_lists(world):
+    p, header = world.prefix, "Source   Target\n\n"
+    for command, list_name in (("/RedirectFolder", "Junctions"), ("/RedirectFile", "FileJunctions")):
+        world.expect(f"{list_name}: an empty list prints nothing", world.qbc(command), world.banner, 0)
+        p.set_value(f"{RECORDS_64}\\{list_name}\\1", "Source", "C:\\other view")
+        p.set_value(f"{RECORDS_64}\\{list_name}\\1", "Target", "T:\\other view")
+        world.expect(f"{list_name}: the 64-bit view does not count", world.qbc(command), world.banner, 0)
+        for number, source, target in ((1, "C:\\b", "T:\\b"), (2, "C:\\a", "T:\\a \u00fc"), (7, "C:\\A", "T:\\upper")):
+            p.set_value(f"{RECORDS_32}\\{list_name}\\{number}", "Source", source)
+            p.set_value(f"{RECORDS_32}\\{list_name}\\{number}", "Target", target)
+        p.set_value(f"{RECORDS_32}\\{list_name}\\8", "Source", "C:\\no target")
+        world.expect(f"{list_name}: the records by source", world.qbc(command), world.banner + header +
+                     "C:\\A   T:\\upper\nC:\\a   T:\\a \u00fc\nC:\\b   T:\\b\n", 0)
+        p.delete_key(f"{RECORDS_32}\\{list_name}")
+        p.delete_key(f"{RECORDS_64}\\{list_name}")
+
+
+def frozen_gate(world):
+    p, s = world.prefix, world.strings
+    arguments = ("/RedirectFolder", "C:\\a", "/loc:C:\\b")
+    p.set_value(STATUS_KEY, "RH Status", "Frozen")
+    refused = world.banner + s[170].replace("%s", arguments[0])
+    checked = world.qbc(*arguments)
+    world.checks.true("Frozen without the service refuses nothing",
+                      checked.text.startswith(world.banner) and s[170][:16] not in checked.text, checked.text)
+    p.place(world.build / "wine" / "service.exe", "C:\\Program Files\\Velmora\\Rimehold\\RHServ.exe")
+    p.create_service("RHServ", "C:\\Program Files\\Velmora\\Rimehold\\RHServ.exe")
+    world.expect("Frozen refuses a folder redirection", world.qbc(*arguments), refused, 0)
+    world.expect("Frozen comes before wrong combinations", world.qbc(*arguments, "/d", "/NTFS"), refused, 0)
+    world.expect("Frozen refuses a registry key", world.qbc("/RedirectRegKey", "HKEY_LOCAL_MACHINE\\SOFTWARE\\Contoso"),
+                 world.banner + s[170].replace("%s", "/RedirectRegKey"), 1)
+    world.expect("Frozen still lists", world.qbc("/RedirectFolder"), world.banner, 0)
+    world.expect("Frozen still tells its status", world.qbc("/GetRHStatus"), world.banner + s[132], 2)
+    p.set_value(STATUS_KEY, "RH Status", "Thawed and Locked")
+    thawed = world.qbc(*arguments)
+    world.checks.true("Thawed and Locked passes the gate",
+                      thawed.text.startswith(world.banner) and s[170][:16] not in thawed.text, thawed.text)
+    p.tool("sc", "delete", "RHServ")
+    p.delete_key(STATUS_KEY)
+
+
+def deny_only_administrator(world):
+    world.prefix.place(world.build / "QBC.exe", "C:\\QBC.exe")
+    for name, switches in (("redirection", ()), ("removal", ("/d",))):
+        result = world.prefix.run(world.build / "wine" / "restricted.exe", "C:\\QBC.exe", "/RedirectFolder",
+                                  "C:\\windows\\temp", "/loc:C:\\target", *switches)
+        world.expect(f"deny-only administrator is refused a {name}", result, world.banner + world.strings[179], 1)
+    world.checks.true("and nothing was made", not (world.prefix.drive_c / "target").exists())
+
+
+def second_instance(world):
+    holder = world.prefix.start(world.build / "wine" / "hold_mutex.exe", INSTANCE_MUTEX)
+    try:
+        world.checks.equal("another process holds the mutex", holder.stdout.readline().strip(), b"held")
+        world.expect("a second instance", world.qbc("/ver"), "QBC: another instance is already running", 1)
+    finally:
+        holder.stdin.close()
+        holder.wait(timeout=30)
+    world.checks.equal("the instance after it runs", world.qbc("/ver").code, 0)
+
+
+def refused_redirection(world):
+    """Wine has no backup streams, so the ordinary move fails at once; it has no junctions, so a move without
+    permissions fails when everything has been moved already. Either way everything must be in place again."""
+    checks, s, drive = world.checks, world.strings, world.prefix.drive_c
+    files = {"one.txt": b"first", "inner/two.bin": bytes(range(256)) * 300, "inner/\u00fc.txt": b""}
+    for name, content in files.items():
+        file = drive / "Data" / name
+        file.parent.mkdir(parents=True, exist_ok=True)
+        file.write_bytes(content)
+    (drive / "Redirected").mkdir()
+    log = drive / "Program Files" / "Velmora" / "Quillbay" / "QBC.log"
+    for case, switches, reason in (("move fails", (), "#ERROR: Unable to move files and folders from"),
+                                   ("junction fails", ("/-NTFS",), "#ERROR: Unable to create junction for")):
+        before = log.stat().st_size
+        result = world.qbc("/RedirectFolder", "C:\\Data", "/loc:C:\\Redirected", *switches)
+        logged = log.read_bytes()[before:].decode("utf-16-le")
+        checks.equal(f"{case}: exit code", result.code, 1)
+        last_lines = s[137].replace("%ls", SERVICE_FOLDER + "\\QBC.log") + "\n" + s[148]
+        checks.true(f"{case}: the console says so", result.text.rstrip().endswith(last_lines), result.text)
+        checks.true(f"{case}: the log says why", reason in logged and s[148] in logged, logged)
+        checks.equal(f"{case}: every file is in place", files_below(drive / "Data"), files)
+        checks.equal(f"{case}: nothing stays at the target", list((drive / "Redirected").rglob("*")), [])
+        checks.true(f"{case}: no record was made", not world.prefix.has_key(f"{RECORDS_32}\\Junctions\\1"))
+
+
+def files_below(folder):
+    return {str(f.relative_to(folder)): f.read_bytes() for f in folder.rglob("*") if f.is_file()}
+
+
+ALL = [command_line, rimehold_status, log_file, record_lists, frozen_gate, deny_only_administrator, second_instance,
+       refused_redirection]

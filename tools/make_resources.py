@@ -1,0 +1,186 @@
+#!/usr/bin/env python3
+"""Makes the program's resources from strings.txt, version.txt and qbc.manifest in the given folder.
+
+make_resources.py rc  FOLDER OUT.rc    resource script for windres (-c 65001); OUT.rc.manifest is written beside it
+make_resources.py cpp FOLDER OUT.cpp   the same RT_STRING blocks and the same RT_VERSION block as C++ data
+"""
+import pathlib
+import re
+import struct
+import sys
+
+RT_STRING = 6
+RT_VERSION = 16
+RT_MANIFEST = 24
+STRINGS_LANGUAGE = 0      # neutral: what the program asks for first
+VERSION_LANGUAGE = 0x409  # as the version's own Translation says
+CODE_PAGE = 1200          # UTF-16
+STRINGS_IN_BLOCK = 16
+UNESCAPED = {"n": "\n", "t": "\t", '"': '"', "\\": "\\"}
+
+
+class SourceError(Exception):
+    pass
+
+
+# ---- Sources
+
+def read_strings(path):
+    """strings.txt as {id: text}."""
+    strings = {}
+    current = None
+    for number, line in enumerate(pathlib.Path(path).read_text(encoding="utf-8").splitlines(), 1):
+        if not line.strip() or line.startswith("#"):
+            continue
+        match = re.fullmatch(r'(\d+)?\s+"((?:[^"\\]|\\.)*)"\s*', line)
+        if not match or (match[1] is None and current is None):
+            raise SourceError(f'{path}:{number}: expected: number "text"')
+        if match[1]:
+            current = int(match[1])
+            if current in strings or not 0 < current < 0xFFF0:
+                raise SourceError(f"{path}:{number}: {current} is used twice or out of range")
+            strings[current] = ""
+        strings[current] += unescape(match[2], f"{path}:{number}")
+    for number, text in strings.items():
+        if not 0 < utf16_units(text) <= 0xFFFF:
+            raise SourceError(f"{path}: {number} is empty or too long")
+    return strings
+
+
+def unescape(text, where):
+    def one(match):
+        if match[1] not in UNESCAPED:
+            raise SourceError(f"{where}: unknown escape {match[0]}")
+        return UNESCAPED[match[1]]
+    return re.sub(r"\\(.)", one, text)
+
+
+def read_version(path):
+    """version.txt as {name: text}, in the file's order."""
+    entries = {}
+    for line in pathlib.Path(path).read_text(encoding="utf-8").splitlines():
+        if line.strip() and not line.startswith("#"):
+            name, _, text = line.partition(" ")
+            entries[name] = text.strip()
+    for name in ("FileVersion", "ProductVersion"):
+        if not re.fullmatch(r"\d+(\.\d+){3}", entries.get(name, "")) or max(numbers(entries[name])) > 0xFFFF:
+            raise SourceError(f"{path}: {name} must be four numbers below 65536")
+    return entries
+
+
+def read_manifest(path, version):
+    return pathlib.Path(path).read_text(encoding="utf-8").replace("@ProductVersion@", version["ProductVersion"])
+
+
+def numbers(dotted):
+    return [int(part) for part in dotted.split(".")]
+
+
+def utf16_units(text):
+    return len(text.encode("utf-16-le")) // 2
+
+
+# ---- Resources as Windows stores them
+
+def string_blocks(strings):
+    """RT_STRING: {block number: bytes}. Block n holds the ids 16(n-1) to 16n-1, each a length and its UTF-16 units."""
+    blocks = {}
+    for block in sorted({number // STRINGS_IN_BLOCK for number in strings}):
+        data = b""
+        for number in range(block * STRINGS_IN_BLOCK, (block + 1) * STRINGS_IN_BLOCK):
+            text = strings.get(number, "").encode("utf-16-le")
+            data += struct.pack("<H", len(text) // 2) + text
+        blocks[block + 1] = data
+    return blocks
+
+
+def padded(data):
+    return data + bytes(-len(data) % 4)
+
+
+def version_node(key, value=b"", value_length=0, is_text=0, children=()):
+    """One VS_VERSIONINFO structure: length, value length, type, key, value and children, each on a 4-byte border."""
+    body = padded(bytes(6) + key.encode("utf-16-le") + b"\0\0") + value
+    for child in children:
+        body = padded(body) + child
+    return struct.pack("<HHH", len(body), value_length, is_text) + body[6:]
+
+
+def version_text(key, text):
+    value = text.encode("utf-16-le") + b"\0\0"
+    return version_node(key, value, len(value) // 2, 1)
+
+
+def version_block(version):
+    """RT_VERSION: the whole VS_VERSIONINFO."""
+    file, product = numbers(version["FileVersion"]), numbers(version["ProductVersion"])
+    fixed = struct.pack("<13I", 0xFEEF04BD, 0x10000,
+                        file[0] << 16 | file[1], file[2] << 16 | file[3],
+                        product[0] << 16 | product[1], product[2] << 16 | product[3],
+                        0x3F, 0, 0x40004, 1, 0, 0, 0)  # mask, flags, VOS_NT_WINDOWS32, VFT_APP, no subtype, no date
+    table = version_node(f"{VERSION_LANGUAGE:04x}{CODE_PAGE:04x}", is_text=1,
+                         children=[version_text(key, text) for key, text in version.items()])
+    translation = version_node("Translation", struct.pack("<HH", VERSION_LANGUAGE, CODE_PAGE), 4)
+    return version_node("VS_VERSION_INFO", fixed, len(fixed), children=[
+        version_node("StringFileInfo", is_text=1, children=[table]),
+        version_node("VarFileInfo", is_text=1, children=[translation])])
+
+
+# ---- Outputs
+
+def rc_text(text):
+    escaped = text.replace("\\", "\\\\").replace('"', '""').replace("\n", "\\n").replace("\t", "\\t")
+    return f'"{escaped}"'
+
+
+def make_rc(strings, version, manifest_name):
+    lines = [f"LANGUAGE {STRINGS_LANGUAGE}, 0", "STRINGTABLE", "BEGIN"]
+    lines += [f"  {number} {rc_text(text)}" for number, text in sorted(strings.items())]
+    lines += ["END", "", f"LANGUAGE {VERSION_LANGUAGE & 0x3FF}, {VERSION_LANGUAGE >> 10}", "1 VERSIONINFO",
+              f"FILEVERSION {','.join(map(str, numbers(version['FileVersion'])))}",
+              f"PRODUCTVERSION {','.join(map(str, numbers(version['ProductVersion'])))}",
+              "FILEFLAGSMASK 0x3f", "FILEFLAGS 0", "FILEOS 0x40004", "FILETYPE 1", "FILESUBTYPE 0",
+              "BEGIN", '  BLOCK "StringFileInfo"', "  BEGIN",
+              f'    BLOCK "{VERSION_LANGUAGE:04x}{CODE_PAGE:04x}"', "    BEGIN"]
+    lines += [f"      VALUE {rc_text(key)}, {rc_text(text)}" for key, text in version.items()]
+    lines += ["    END", "  END", '  BLOCK "VarFileInfo"', "  BEGIN",
+              f'    VALUE "Translation", 0x{VERSION_LANGUAGE:x}, {CODE_PAGE}', "  END", "END", "",
+              f"1 {RT_MANIFEST} {rc_text(manifest_name)}"]
+    return "\n".join(lines) + "\n"
+
+
+def make_cpp(strings, version):
+    resources = [(RT_STRING, number, STRINGS_LANGUAGE, data) for number, data in string_blocks(strings).items()]
+    resources.append((RT_VERSION, 1, VERSION_LANGUAGE, version_block(version)))
+    lines = ['#include "resources/program_resources.h"', "", "namespace {", ""]
+    for type_number, name, _, data in resources:
+        lines.append(f"alignas(4) constexpr unsigned char kResource{type_number}_{name}[] = {{")
+        lines += ["  " + ",".join(map(str, data[i:i + 32])) + "," for i in range(0, len(data), 32)]
+        lines += ["};", ""]
+    lines.append("constexpr ProgramResource kResources[] = {")
+    for type_number, name, language, _ in resources:
+        data = f"kResource{type_number}_{name}"
+        lines.append(f'  {{u"#{type_number}", u"#{name}", {language}, {data}, sizeof {data}}},')
+    lines += ["};", "", "}  // namespace", "",
+              "std::span<const ProgramResource> ProgramResources() { return kResources; }"]
+    return "\n".join(lines) + "\n"
+
+
+def main(arguments):
+    if len(arguments) != 3 or arguments[0] not in ("rc", "cpp"):
+        sys.exit(__doc__)
+    kind, folder, out = arguments[0], pathlib.Path(arguments[1]), pathlib.Path(arguments[2])
+    try:
+        strings, version = read_strings(folder / "strings.txt"), read_version(folder / "version.txt")
+        if kind == "rc":
+            manifest = out.with_name(out.name + ".manifest")
+            manifest.write_text(read_manifest(folder / "qbc.manifest", version), encoding="utf-8")
+            out.write_text(make_rc(strings, version, manifest.name), encoding="utf-8")
+        else:
+            out.write_text(make_cpp(strings, version), encoding="utf-8")
+    except (SourceError, OSError) as error:
+        sys.exit(f"make_resources.py: {error}")
+
+
+if __name__ == "__main__":
+    main(sys.argv[1:])
