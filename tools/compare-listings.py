@@ -88,27 +88,38 @@ def main():
     parser.add_argument("--before-root", default="/Data")
     parser.add_argument("--after-root", default="/Data")
     parser.add_argument("--moved", action="store_true")
+    parser.add_argument("--written", action="append", default=[], metavar="PATH",
+                        help="a file written in between: it may be new, and the times of its folder may differ")
     options = parser.parse_args()
     before = read_listing(options.before, options.before_root)
     after = read_listing(options.after, options.after_root)
 
     wrong, designed, equal = [], {}, 0
     for path in sorted(before.keys() | after.keys()):
+        if path not in before and path in options.written:
+            designed.setdefault("written in between", []).append(path)
+            continue
         if path not in before or path not in after:
             wrong.append(f"{path}: only {'after' if path in after else 'before'}")
             continue
         b, a = split(before[path]), split(after[path])
         differences = []
+        is_link = any("REPARSE_POINT is set" in line for line in b["other"])
+        symbolic = is_link and any("0xa000000c" in line.lower() for line in b["other"])
+        holds_written = any(name.rsplit("/", 1)[0] == path.rstrip("/") for name in options.written)
         if b["security"] != a["security"]:
             b_sd, a_sd = Descriptor(b["security"]), Descriptor(a["security"])
-            if b_sd.without_inheritance() != a_sd.without_inheritance():
+            if symbolic:
+                differences.append("security of a symbolic link that was made anew")
+            elif b_sd.without_inheritance() != a_sd.without_inheritance():
                 wrong.append(f"{path}: security\n  - {b['security'][:160]}\n  + {a['security'][:160]}")
             elif (b_sd.dacl, b_sd.control & 0x1000) != (a_sd.dacl, a_sd.control & 0x1000):
                 differences.append("inherited access entries and the protected flag")
-        is_link = any("REPARSE_POINT is set" in line for line in b["other"])
         if b["times"] != a["times"]:
             if is_link:
                 differences.append("times of a link that was made anew")
+            elif holds_written:
+                differences.append("times of the folder that was written to in between")
             else:
                 wrong.append(f"{path}: times\n  - " + "\n  - ".join(b["times"]) + "\n  + " + "\n  + ".join(a["times"]))
         if b["other"] != a["other"]:

@@ -116,8 +116,7 @@ PathSet NotBroughtBack(const CopyRecord& move, const CopyRecord& back) {
 bool MakeSourceRoot(const CopyRecord& record) {
   if (Exists(record.sourceRoot)) return true;
   if (!win32::CreateDirectoryW(record.sourceRoot.c_str(), nullptr)) return false;
-  const win32::DWORD information = win32::OWNER_SECURITY_INFORMATION | win32::DACL_SECURITY_INFORMATION;
-  if (record.rootSecurity) win32::SetFileSecurityW(record.sourceRoot.c_str(), information, record.rootSecurity.get());
+  WriteSecurityInfo(record.sourceRoot, record.rootSecurity);
   return true;
 }
 

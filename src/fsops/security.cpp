@@ -1,5 +1,6 @@
 #include "fsops/security.h"
 
+#include <cstring>
 #include <exception>
 #include <utility>
 
@@ -205,14 +206,27 @@ int SaveSecurityInfo(const std::u16string& path, SecurityBlock& block) try {
   return 0;
 }
 
+// Windows keeps the mark of an automatically inherited DACL only when the descriptor asks for it; without the mark the entries
+// would no longer follow the folder above.
+int WriteSecurityInfo(const std::u16string& path, const SecurityBlock& block) {
+  if (!block) return 0;
+  constexpr std::size_t kControlOffset = 2;  // of a self-relative descriptor (MS-DTYP 2.4.6)
+  win32::BYTE* const bytes = static_cast<win32::BYTE*>(block.get());
+  win32::WORD control = 0;
+  std::memcpy(&control, bytes + kControlOffset, sizeof control);
+  if ((control & win32::SE_DACL_AUTO_INHERITED) != 0) control |= win32::SE_DACL_AUTO_INHERIT_REQ;
+  std::memcpy(bytes + kControlOffset, &control, sizeof control);
+  return win32::SetFileSecurityW(path.c_str(), kOwnerAndDacl, block.get()) ? 1 : 0;
+}
+
 namespace {
 
-bool RestoreSecurity(const std::u16string& path, void* block) {
+bool RestoreSecurity(const std::u16string& path, const SecurityBlock& block) {
   Trace(u"IN RestoreRemovedSecurityInfo() : %s", path);
-  if (win32::SetFileSecurityW(path.c_str(), kOwnerAndDacl, block)) return true;
+  if (WriteSecurityInfo(path, block)) return true;
   Trace(u"SetFileSecurity() failed for: %s", path);
   win32::Sleep(2000);
-  return win32::PathFileExistsW(path.c_str()) && win32::SetFileSecurityW(path.c_str(), kOwnerAndDacl, block);
+  return win32::PathFileExistsW(path.c_str()) && WriteSecurityInfo(path, block);
 }
 
 }  // namespace
@@ -220,7 +234,7 @@ bool RestoreSecurity(const std::u16string& path, void* block) {
 int RestoreRemovedSecurityInfo(const SavedSecurityMap& saved) try {
   int result = 1;
   for (const auto& [path, block] : saved)
-    if (!RestoreSecurity(path, block.get())) result = 0;
+    if (!RestoreSecurity(path, block)) result = 0;
   return result;
 } catch (const std::exception&) {
   return 0;

@@ -53,5 +53,6 @@ using SecurityBlock = std::unique_ptr<void, HeapBlockDeleter>;
 using SavedSecurityMap = std::map<std::u16string, SecurityBlock>;
 
 int SaveSecurityInfo(const std::u16string& path, SecurityBlock& block);
+int WriteSecurityInfo(const std::u16string& path, const SecurityBlock& block);
 // Writes every saved descriptor back to its path. 1 when all could be written.
 int RestoreRemovedSecurityInfo(const SavedSecurityMap& saved);

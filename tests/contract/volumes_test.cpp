@@ -54,7 +54,9 @@ TEST_F(Volumes, Information) {
   EXPECT_EQ(ErrorOf(GetVolumeInformationW((scratch + u"\\").c_str(), label, 100, nullptr, nullptr, nullptr, nullptr, 0)), ERROR_DIR_NOT_ROOT);
   EXPECT_EQ(ErrorOf(GetVolumeInformationW(scratch.c_str(), label, 100, nullptr, nullptr, nullptr, nullptr, 0)), ERROR_INVALID_NAME);
   EXPECT_NE(ErrorOf(GetVolumeInformationW(u"Q:\\", label, 100, nullptr, nullptr, nullptr, nullptr, 0)), 0u);
-  if (!contract::OnWine()) EXPECT_EQ(std::u16string(system), u"NTFS");
+  if (!contract::OnWine()) {
+    EXPECT_EQ(std::u16string(system), u"NTFS");
+  }
 }
 
 TEST_F(Volumes, FreeSpaceOfAnyFolder) {

@@ -179,7 +179,7 @@ TEST_F(Moves, AFailedCopyTakesAwayOnlyItsOwn) {
   MakeFolder(target + u"\\sub");
   MakeFile(target + u"\\sub\\stood", "here before");
   const auto before = Holdings(source);
-  const auto held = HoldOpen(source + u"\\top.txt", GENERIC_WRITE | DELETE, FILE_SHARE_READ);
+  const auto held = HoldOpen(source + u"\\top.txt", DELETE, FILE_SHARE_READ);
   EXPECT_EQ(Move(), 0);
   EXPECT_EQ(Holdings(source), before);
   EXPECT_EQ(test::Names(target), (std::vector<std::u16string>{u"\\sub", u"\\sub\\stood"}));

@@ -63,7 +63,7 @@ TEST_F(Probes, LogsWhyAServiceCannotBeChanged) {
 }
 
 TEST_F(Probes, StopsAndStartsAnyService) {
-  machine->services().Install(u"Other", u"C:\\Windows\\other.exe", win32::SERVICE_DEMAND_START);
+  machine->services().Install(u"Other", u"C:\\Program Files\\Velmora\\Quillbay\\QuillbayService.exe", win32::SERVICE_DEMAND_START);
   machine->services().Behaviour(u"Other") = {.startMilliseconds = 2500, .stopMilliseconds = 1500, .startError = 0, .acceptsStop = true};
   win32::SetLastError(win32::ERROR_ACCESS_DENIED);  // an older error is not this call's
   EXPECT_TRUE(ControlServiceAndWait(u"Other", kStartService));

@@ -174,7 +174,7 @@ TEST_F(CommandLineTest, SaysWhatThisBuildDoesNotHave) {
 }
 
 TEST_F(CommandLineTest, MediaSharingRestsDuringProfileOperations) {
-  machine->services().Install(u"WMPNetworkSvc", u"C:\\Windows\\wmp.exe", win32::SERVICE_DEMAND_START);
+  machine->services().Install(u"WMPNetworkSvc", u"C:\\Program Files\\Velmora\\Quillbay\\QuillbayService.exe", win32::SERVICE_DEMAND_START);
   std::vector<win32::DWORD> states;
   machine->onSleep = [&](std::uint64_t) { states.push_back(machine->services().State(u"WMPNetworkSvc")); };
   RunProgram(*machine, {u"/RedirectUPDefault", u"/PublicProfile"});

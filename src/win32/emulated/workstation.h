@@ -3,7 +3,7 @@
 //   C.ntfs D.ntfs ... {GUID}.ntfs   raw NTFS images, one a volume
 //   state                           one "key value" a line: frozen IMAGE, user SID, account KIND (see WorkstationState)
 //   *.frozen                        what was written to a frozen image since it was frozen (see ImageSet)
-//   lock, journal                   see ImageSet
+//   journal                         see ImageSet, which also locks the folder itself
 #pragma once
 
 #include <filesystem>

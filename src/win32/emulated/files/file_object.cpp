@@ -77,6 +77,10 @@ bool FileService::IsOpen(const MountedVolume& volume, FileId file) const {
   return std::any_of(opens_.begin(), opens_.end(), [&](const FileObject* open) { return open->volume == &volume && open->file == file; });
 }
 
+bool FileService::IsDeletePending(const MountedVolume& volume, FileId file) const {
+  return std::any_of(opens_.begin(), opens_.end(), [&](const FileObject* open) { return open->deletePending && open->file == file && open->volume == &volume; });
+}
+
 bool FileService::IsOpenBelow(const MountedVolume& volume, FileId directory) {
   return std::any_of(opens_.begin(), opens_.end(), [&](const FileObject* open) {
     if (open->volume != &volume) return false;

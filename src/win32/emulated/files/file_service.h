@@ -101,6 +101,8 @@ class FileService {
   // All opens, of all processes.
   const std::vector<FileObject*>& opens() const { return opens_; }
   bool IsOpen(const MountedVolume& volume, FileId file) const;
+  // The file's name goes with its last open: nobody opens it any more (5).
+  bool IsDeletePending(const MountedVolume& volume, FileId file) const;
   // Something below the directory is open.
   bool IsOpenBelow(const MountedVolume& volume, FileId directory);
 

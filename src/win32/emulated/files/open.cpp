@@ -62,7 +62,6 @@ DWORD FileService::Check(MountedVolume& volume, FileId file, FileId directory, D
 DWORD FileService::ShareConflict(const Location& location, DWORD access, DWORD share) const {
   for (const FileObject* const open : opens_) {
     if (open->file != location.file || open->volume != location.volume) continue;
-    if (open->deletePending) return win32::ERROR_ACCESS_DENIED;
     if (!CountsForSharing(access) || !CountsForSharing(open->granted)) continue;
     if (!EqualNames(*location.volume->volume, open->stream, location.stream)) continue;
     if (Excludes(access, open->share) || Excludes(open->granted, share)) return win32::ERROR_SHARING_VIOLATION;
@@ -115,8 +114,7 @@ DWORD FileService::CreateAt(const Location& location, const OpenRequest& request
   DWORD granted = 0;
   const DWORD right = request.createDirectory ? win32::FILE_APPEND_DATA : win32::FILE_WRITE_DATA;  // FILE_ADD_SUBDIRECTORY, FILE_ADD_FILE
   if (const DWORD error = Check(*location.volume, location.directory, 0, right, HasBackupIntent(request), granted)) return error;
-  for (const FileObject* const open : opens_)
-    if (open->deletePending && open->file == location.directory && open->volume == location.volume) return win32::ERROR_ACCESS_DENIED;
+  if (IsDeletePending(*location.volume, location.directory)) return win32::ERROR_ACCESS_DENIED;
 
   Bytes parent;
   if (const DWORD error = volume.GetSecurity(location.directory, parent)) return error;
@@ -195,6 +193,7 @@ DWORD FileService::Open(const OpenRequest& request, std::shared_ptr<FileObject>&
   // A directory of that name is reported before its existence is: the caller asked for a file.
   if (opensDirectory && !request.createDirectory && !request.wantDirectory && !HasBackupIntent(request))
     return location.trailingBackslash ? win32::ERROR_PATH_NOT_FOUND : win32::ERROR_ACCESS_DENIED;
+  if (IsDeletePending(*location.volume, location.file)) return win32::ERROR_ACCESS_DENIED;
   if (mustBeNew) return request.createDirectory ? win32::ERROR_ALREADY_EXISTS : win32::ERROR_FILE_EXISTS;
   if (request.wantDirectory && !opensDirectory) return win32::ERROR_DIRECTORY;
   const bool overwrite = Overwrites(request.disposition);

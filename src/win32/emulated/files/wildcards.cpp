@@ -20,7 +20,7 @@ std::u16string ToExpression(std::u16string_view pattern) {
     const char16_t next = at + 1 < pattern.size() ? pattern[at + 1] : u'\0';
     if (unit == u'?') expression += kDosQuestion;
     else if (unit == u'.' && (next == u'?' || next == u'*')) expression += kDosDot;
-    else if (unit == u'*' && next == u'.' && at + 2 == pattern.size()) expression += kDosStar;
+    else if (unit == u'*' && next == u'.' && at + 2 == pattern.size()) return expression + kDosStar;
     else expression += unit;
   }
   return expression;
@@ -37,7 +37,8 @@ NamePattern::NamePattern(std::u16string_view pattern, const Volume& volume) : vo
 // Keeps the set of places in the expression that the name so far can have led to.
 bool NamePattern::Matches(std::u16string_view name) const {
   if (expression_ == u"*") return true;
-  const std::size_t end = expression_.size(), lastDot = name.rfind(u'.');
+  // "." and ".." are no names with an extension.
+  const std::size_t end = expression_.size(), lastDot = name == u"." || name == u".." ? std::u16string_view::npos : name.rfind(u'.');
   std::vector<bool> now(end + 1), next(end + 1);
   // What can be passed over without a unit of the name; `atEnd`: none is left.
   const auto spread = [&](std::vector<bool>& places, bool beforeDot, bool atEnd) {

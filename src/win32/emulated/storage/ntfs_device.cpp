@@ -100,6 +100,11 @@ win32::DWORD Mount(DeviceState& state, _ntfs_volume*& volume) {
   std::array<std::uint8_t, 512> boot{};
   if (state.device->Size() < boot.size() || !state.device->Read(0, boot)) return win32::ERROR_UNRECOGNIZED_VOLUME;
   if (std::memcmp(boot.data() + kOemIdOffset, "NTFS    ", 8) != 0) return win32::ERROR_UNRECOGNIZED_VOLUME;
+  // The library would mount an image that was cut short, and meet its end in the middle of the work.
+  constexpr std::size_t kBytesPerSectorOffset = 0x0B, kTotalSectorsOffset = 0x28;
+  const auto bytesPerSector = LoadLittleEndian<std::uint16_t>(boot, kBytesPerSectorOffset);
+  const auto totalSectors = LoadLittleEndian<std::uint64_t>(boot, kTotalSectorsOffset);
+  if (bytesPerSector == 0 || totalSectors > state.device->Size() / bytesPerSector) return win32::ERROR_FILE_CORRUPT;
 
   ntfs_log_set_handler(ntfs_log_handler_null);
   ntfs_device* const device = ntfs_device_alloc("image", 0, &operations, &state);

@@ -1,0 +1,263 @@
+// Junctions, symbolic links and other reparse points.
+#include "contract/files_support.h"
+
+using namespace win32;
+using namespace contract;
+
+namespace {
+
+class FilesReparse : public FileTest {
+ protected:
+  void SetUp() override { SKIP_ON_WINE("Wine has no reparse points"); }
+};
+
+using Bytes = std::vector<std::uint8_t>;
+
+DWORD Get(HANDLE handle, std::size_t room, Bytes& data, DWORD& returned) {
+  data.assign(room, 0xEE);
+  return ErrorOf(DeviceIoControl(handle, FSCTL_GET_REPARSE_POINT, nullptr, 0, room ? data.data() : nullptr, static_cast<DWORD>(room), &returned, nullptr));
+}
+
+// The input of FSCTL_DELETE_REPARSE_POINT: a header of `size` bytes.
+DWORD DeleteReparse(HANDLE handle, std::size_t size, DWORD tag, std::uint16_t length = 0) {
+  Bytes input(std::max<std::size_t>(size, 8));
+  std::memcpy(input.data(), &tag, 4);
+  std::memcpy(input.data() + 4, &length, 2);
+  DWORD returned = 0;
+  return ErrorOf(DeviceIoControl(handle, FSCTL_DELETE_REPARSE_POINT, size ? input.data() : nullptr, static_cast<DWORD>(size), nullptr, 0, &returned, nullptr));
+}
+
+DWORD RemoveError(const std::u16string& path) { return ErrorOf(RemoveDirectoryW(path.c_str())); }
+DWORD DeleteError(const std::u16string& path) { return ErrorOf(DeleteFileW(path.c_str())); }
+DWORD LinkError(const std::u16string& path, const std::u16string& target, DWORD flags = 0) {
+  return CreateSymbolicLink()(path.c_str(), target.c_str(), flags) ? 0 : GetLastError();
+}
+
+TEST_F(FilesReparse, SettingIsRefusedWhereItMustNotBe) {
+  const Bytes data = JunctionData(ObjectName(Path(u"target")));
+  MakeDirectory(Path(u"full"));
+  Put(Path(u"full\\file"));
+  Put(Path(u"file"), "");
+  MakeDirectory(Path(u"empty"));
+  const auto full = Open(Path(u"full"), GENERIC_WRITE, kShareAll, OPEN_EXISTING, kOpenLink);
+  EXPECT_EQ(SetReparse(full.get(), data), ERROR_DIR_NOT_EMPTY);
+  const auto file = Open(Path(u"file"), GENERIC_WRITE, kShareAll, OPEN_EXISTING, kOpenLink);
+  EXPECT_EQ(SetReparse(file.get(), data), ERROR_DIRECTORY);
+  const auto reader = Open(Path(u"empty"), GENERIC_READ, kShareAll, OPEN_EXISTING, kOpenLink);
+  EXPECT_EQ(SetReparse(reader.get(), data), ERROR_ACCESS_DENIED);
+
+  const auto empty = Open(Path(u"empty"), GENERIC_WRITE, kShareAll, OPEN_EXISTING, kOpenLink);
+  Bytes tooLong(16 * 1024 + 1), wrongLength = data, noTag = data, outside = data, noTarget = JunctionData(u"");
+  std::memcpy(tooLong.data(), data.data(), data.size());
+  wrongLength[4] = static_cast<std::uint8_t>(wrongLength[4] + 2);
+  std::memset(noTag.data(), 0, 4);
+  outside[10] = 0xFE;  // the length of the substitute name
+  outside[11] = 0x7F;
+  EXPECT_EQ(SetReparse(empty.get(), tooLong), ERROR_INVALID_REPARSE_DATA);
+  EXPECT_EQ(SetReparse(empty.get(), wrongLength), ERROR_INVALID_REPARSE_DATA);
+  EXPECT_EQ(SetReparse(empty.get(), Bytes(data.begin(), data.begin() + 6)), ERROR_INVALID_REPARSE_DATA);
+  EXPECT_NE(SetReparse(empty.get(), noTag), 0u);
+  EXPECT_EQ(SetReparse(empty.get(), outside), ERROR_INVALID_REPARSE_DATA);
+  EXPECT_EQ(SetReparse(empty.get(), noTarget), ERROR_INVALID_REPARSE_DATA);
+  EXPECT_EQ(GetFileAttributesW(Path(u"empty").c_str()), FILE_ATTRIBUTE_DIRECTORY);
+}
+
+TEST_F(FilesReparse, SettingReadingReplacing) {
+  MakeDirectory(Path(u"junction"));
+  MakeDirectory(Path(u"target"));
+  const auto older = Open(Path(u"junction"), FILE_READ_ATTRIBUTES, kShareAll, OPEN_EXISTING, FILE_FLAG_BACKUP_SEMANTICS);
+  const auto handle = Open(Path(u"junction"), GENERIC_READ | GENERIC_WRITE, kShareAll, OPEN_EXISTING, kOpenLink);
+  Bytes got;
+  DWORD returned = 77;
+  EXPECT_EQ(Get(handle.get(), 1, got, returned), ERROR_NOT_A_REPARSE_POINT);
+  const Bytes first = JunctionData(ObjectName(Path(u"other"))), second = JunctionData(ObjectName(Path(u"target")), Path(u"target"));
+  EXPECT_EQ(SetReparse(handle.get(), first), 0u);
+  EXPECT_EQ(SetReparse(handle.get(), second), 0u);
+  EXPECT_EQ(Get(handle.get(), 0, got, returned), ERROR_INVALID_USER_BUFFER);
+  EXPECT_EQ(Get(handle.get(), 27, got, returned), ERROR_INSUFFICIENT_BUFFER);
+  EXPECT_EQ(returned, 77u);
+  EXPECT_EQ(Get(handle.get(), 28, got, returned), ERROR_MORE_DATA);
+  EXPECT_EQ(returned, 28u);
+  EXPECT_TRUE(std::equal(got.begin(), got.end(), second.begin()));
+  EXPECT_EQ(Get(handle.get(), MAXIMUM_REPARSE_DATA_BUFFER_SIZE, got, returned), 0u);
+  EXPECT_EQ(returned, second.size());
+  got.resize(returned);
+  EXPECT_EQ(got, second);
+
+  BY_HANDLE_FILE_INFORMATION information{};
+  EXPECT_TRUE(GetFileInformationByHandle(older.get(), &information));
+  EXPECT_EQ(information.dwFileAttributes, FILE_ATTRIBUTE_DIRECTORY | FILE_ATTRIBUTE_REPARSE_POINT);
+  EXPECT_EQ(GetFileAttributesW(Path(u"junction").c_str()), FILE_ATTRIBUTE_DIRECTORY | FILE_ATTRIBUTE_REPARSE_POINT);
+  WIN32_FIND_DATAW data{};
+  EXPECT_TRUE(UniqueFind(FindFirstFileW(Path(u"junction").c_str(), &data)));
+  EXPECT_EQ(data.dwReserved0, IO_REPARSE_TAG_MOUNT_POINT);
+  EXPECT_EQ(data.dwFileAttributes, FILE_ATTRIBUTE_DIRECTORY | FILE_ATTRIBUTE_REPARSE_POINT);
+}
+
+TEST_F(FilesReparse, Deleting) {
+  MakeDirectory(Path(u"target"));
+  for (const std::size_t size : {8u, 24u}) {
+    MakeJunction(Path(u"junction"), ObjectName(Path(u"target")));
+    const auto handle = Open(Path(u"junction"), GENERIC_WRITE, 0, OPEN_EXISTING, kOpenLink);
+    EXPECT_EQ(DeleteReparse(handle.get(), 0, IO_REPARSE_TAG_MOUNT_POINT), ERROR_INVALID_USER_BUFFER);
+    EXPECT_EQ(DeleteReparse(handle.get(), 1, IO_REPARSE_TAG_MOUNT_POINT), ERROR_INVALID_REPARSE_DATA);
+    EXPECT_EQ(DeleteReparse(handle.get(), 28, IO_REPARSE_TAG_MOUNT_POINT), ERROR_INVALID_REPARSE_DATA);
+    EXPECT_EQ(DeleteReparse(handle.get(), size, IO_REPARSE_TAG_MOUNT_POINT, 4), ERROR_INVALID_REPARSE_DATA);
+    EXPECT_EQ(DeleteReparse(handle.get(), size, 0), ERROR_REPARSE_TAG_INVALID);
+    EXPECT_EQ(DeleteReparse(handle.get(), size, IO_REPARSE_TAG_SYMLINK), ERROR_REPARSE_TAG_MISMATCH);
+    EXPECT_EQ(DeleteReparse(handle.get(), size, IO_REPARSE_TAG_MOUNT_POINT), 0u);
+    EXPECT_EQ(DeleteReparse(handle.get(), size, IO_REPARSE_TAG_MOUNT_POINT), ERROR_NOT_A_REPARSE_POINT);
+    EXPECT_EQ(GetFileAttributesW(Path(u"junction").c_str()), FILE_ATTRIBUTE_DIRECTORY);
+    EXPECT_TRUE(RemoveDirectoryW(Path(u"junction").c_str()) || handle);
+  }
+}
+
+TEST_F(FilesReparse, PathsGoThroughJunctions) {
+  MakeDirectory(Path(u"target"));
+  Put(Path(u"target\\file"), "through");
+  MakeJunction(Path(u"junction"), ObjectName(Path(u"target")));
+  MakeJunction(Path(u"second"), ObjectName(Path(u"junction")) + u"\\");
+  EXPECT_EQ(contract::Get(Path(u"junction\\file")), "through");
+  EXPECT_EQ(contract::Get(Path(u"second\\FILE")), "through");
+  EXPECT_EQ(Find(Path(u"second\\*")), (std::vector<std::u16string>{u".", u"..", u"file"}));
+  Put(Path(u"junction\\new"));
+  EXPECT_TRUE(Exists(Path(u"target\\new")));
+  // A path that led through it leads elsewhere when the junction does.
+  MakeDirectory(Path(u"other"));
+  const auto handle = Open(Path(u"junction"), GENERIC_WRITE, 0, OPEN_EXISTING, kOpenLink);
+  EXPECT_EQ(SetReparse(handle.get(), JunctionData(ObjectName(Path(u"other")))), 0u);
+  EXPECT_EQ(AttributesError(Path(u"junction\\file")), ERROR_FILE_NOT_FOUND);
+  EXPECT_EQ(AttributesError(Path(u"second\\file")), ERROR_FILE_NOT_FOUND);
+}
+
+TEST_F(FilesReparse, WhereJunctionsMayLead) {
+  const auto error = [&](const std::u16string& path) { return OpenError(path, GENERIC_READ, kShareAll, OPEN_EXISTING, FILE_FLAG_BACKUP_SEMANTICS); };
+  Put(Path(u"file"));
+  MakeJunction(Path(u"dangling"), ObjectName(Path(u"missing")));
+  MakeJunction(Path(u"toFile"), ObjectName(Path(u"file")));
+  MakeJunction(Path(u"toItself"), ObjectName(Path(u"toItself")));
+  MakeJunction(Path(u"noName"), u"foobar");
+  EXPECT_EQ(error(Path(u"dangling")), ERROR_FILE_NOT_FOUND);
+  EXPECT_EQ(error(Path(u"dangling\\child")), ERROR_PATH_NOT_FOUND);
+  EXPECT_EQ(error(Path(u"toFile")), ERROR_DIRECTORY);
+  EXPECT_EQ(error(Path(u"toItself")), ERROR_CANT_RESOLVE_FILENAME);
+  EXPECT_EQ(error(Path(u"noName")), ERROR_INVALID_NAME);
+  for (const char16_t* const name : {u"dangling", u"toFile", u"toItself", u"noName"}) {
+    EXPECT_EQ(ErrorOf(CreateDirectoryW(Path(name).c_str(), nullptr)), ERROR_ALREADY_EXISTS);
+    EXPECT_EQ(OpenError(Path(name), GENERIC_READ, 0, OPEN_EXISTING, kOpenLink), 0u);
+  }
+  Put(Path(u"dangling"), "made at the target");  // the open of a missing target makes it
+  EXPECT_EQ(contract::Get(Path(u"missing")), "made at the target");
+}
+
+TEST_F(FilesReparse, RemovingMovingAndListingLinksLeavesTheTargetAlone) {
+  MakeDirectory(Path(u"target"));
+  Put(Path(u"target\\file"), "stays");
+  MakeJunction(Path(u"junction"), ObjectName(Path(u"target")));
+  EXPECT_EQ(DeleteError(Path(u"junction")), ERROR_ACCESS_DENIED);
+  ASSERT_TRUE(MoveFileW(Path(u"junction").c_str(), Path(u"moved").c_str()));
+  EXPECT_EQ(contract::Get(Path(u"moved\\file")), "stays");
+  EXPECT_EQ(AttributesError(Path(u"junction\\file")), ERROR_PATH_NOT_FOUND);
+  EXPECT_EQ(RemoveError(Path(u"moved")), 0u);
+  EXPECT_EQ(contract::Get(Path(u"target\\file")), "stays");
+}
+
+TEST_F(FilesReparse, SymbolicLinks) {
+  MakeDirectory(Path(u"directory"));
+  Put(Path(u"file"), "target");
+  EXPECT_EQ(LinkError(Path(u"toFile"), Path(u"file")), 0u);
+  EXPECT_EQ(LinkError(Path(u"toFile"), Path(u"file")), ERROR_ALREADY_EXISTS);
+  EXPECT_EQ(LinkError(Path(u"directory\\relative"), u"..\\file"), 0u);
+  EXPECT_EQ(LinkError(Path(u"toDirectory"), u"directory", SYMBOLIC_LINK_FLAG_DIRECTORY), 0u);
+  EXPECT_EQ(LinkError(Path(u"tooHigh"), u"..\\..\\..\\..\\..\\..\\..\\..\\..\\..\\..\\..\\x"), 0u);
+  EXPECT_EQ(contract::Get(Path(u"toFile")), "target");
+  EXPECT_EQ(contract::Get(Path(u"directory\\relative")), "target");
+  EXPECT_EQ(contract::Get(Path(u"toDirectory\\relative")), "target");
+  EXPECT_EQ(OpenError(Path(u"tooHigh"), GENERIC_READ), ERROR_INVALID_REPARSE_DATA);
+  EXPECT_EQ(GetFileAttributesW(Path(u"toDirectory").c_str()), FILE_ATTRIBUTE_DIRECTORY | FILE_ATTRIBUTE_REPARSE_POINT);
+
+  EXPECT_TRUE(SetFileAttributesW(Path(u"toFile").c_str(), FILE_ATTRIBUTE_HIDDEN));
+  EXPECT_TRUE(GetFileAttributesW(Path(u"toFile").c_str()) & FILE_ATTRIBUTE_HIDDEN);
+  EXPECT_FALSE(GetFileAttributesW(Path(u"file").c_str()) & FILE_ATTRIBUTE_HIDDEN);
+  EXPECT_TRUE(CopyFileW(Path(u"toFile").c_str(), Path(u"copy").c_str(), TRUE));
+  EXPECT_EQ(contract::Get(Path(u"copy")), "target");
+  EXPECT_FALSE(GetFileAttributesW(Path(u"copy").c_str()) & FILE_ATTRIBUTE_REPARSE_POINT);
+  EXPECT_EQ(RemoveError(Path(u"toFile")), ERROR_DIRECTORY);
+  EXPECT_EQ(DeleteError(Path(u"toFile")), 0u);
+  EXPECT_EQ(RemoveError(Path(u"toDirectory")), 0u);
+  EXPECT_EQ(contract::Get(Path(u"file")), "target");
+  EXPECT_TRUE(Exists(Path(u"directory")));
+}
+
+TEST_F(FilesReparse, WhatASymbolicLinkHolds) {
+  const auto names = [&](const std::u16string& link, bool& relative) {
+    Bytes data;
+    DWORD returned = 0;
+    EXPECT_EQ(Get(Open(link, GENERIC_READ, kShareAll, OPEN_EXISTING, kOpenLink).get(), 4096, data, returned), 0u);
+    std::uint16_t header[6] = {};
+    std::memcpy(header, data.data() + 8, sizeof header);
+    relative = header[4] != 0;
+    const auto text = [&](std::size_t offset, std::size_t length) {
+      std::u16string name(length / 2, u'\0');
+      std::memcpy(name.data(), data.data() + 20 + offset, length);
+      return name;
+    };
+    return std::pair(text(header[0], header[1]), text(header[2], header[3]));
+  };
+  bool relative = true;
+  EXPECT_EQ(LinkError(Path(u"absolute"), u"C:\\some\\where"), 0u);
+  EXPECT_EQ(names(Path(u"absolute"), relative), (std::pair<std::u16string, std::u16string>(u"\\??\\C:\\some\\where", u"C:\\some\\where")));
+  EXPECT_FALSE(relative);
+  EXPECT_EQ(LinkError(Path(u"relative"), u"..\\some\\where"), 0u);
+  EXPECT_EQ(names(Path(u"relative"), relative), (std::pair<std::u16string, std::u16string>(u"..\\some\\where", u"..\\some\\where")));
+  EXPECT_TRUE(relative);
+}
+
+TEST_F(FilesReparse, UnknownTagsAreNobodysToFollow) {
+  Put(Path(u"file"), "");
+  Bytes data(24 + 4);  // a tag that is not Microsoft's, its GUID, four bytes
+  const DWORD tag = 0x00001234;
+  const std::uint16_t length = 4;
+  std::memcpy(data.data(), &tag, 4);
+  std::memcpy(data.data() + 4, &length, 2);
+  data[8] = 1;
+  const auto handle = Open(Path(u"file"), GENERIC_WRITE | GENERIC_READ, kShareAll, OPEN_EXISTING, kOpenLink);
+  EXPECT_EQ(SetReparse(handle.get(), data), 0u);
+  data[8] = 2;
+  EXPECT_EQ(SetReparse(handle.get(), data), ERROR_REPARSE_ATTRIBUTE_CONFLICT);
+  EXPECT_EQ(OpenError(Path(u"file"), GENERIC_READ), ERROR_CANT_ACCESS_FILE);
+  EXPECT_EQ(OpenError(Path(u"file\\child"), GENERIC_READ), ERROR_CANT_ACCESS_FILE);
+  EXPECT_EQ(OpenError(Path(u"file"), GENERIC_READ, kShareAll, OPEN_EXISTING, kOpenLink), 0u);
+  EXPECT_EQ(DeleteError(Path(u"file")), 0u);
+}
+
+TEST_F(FilesReparse, FinalPaths) {
+  MakeDirectory(Path(u"Target"));
+  MakeJunction(Path(u"Target\\Inner"), ObjectName(Path(u"Target")));
+  MakeJunction(Path(u"junction"), ObjectName(Path(u"Target")));
+  const auto final = [&](const std::u16string& path, DWORD flags) {
+    const auto handle = Open(path, FILE_READ_ATTRIBUTES, kShareAll, OPEN_EXISTING, flags);
+    std::u16string text(512, u'\0');
+    const DWORD needed = GetFinalPathNameByHandle()(handle.get(), nullptr, 0, 0);
+    const DWORD length = GetFinalPathNameByHandle()(handle.get(), text.data(), 512, 0);
+    EXPECT_EQ(needed, length + 1);
+    EXPECT_EQ(GetFinalPathNameByHandle()(handle.get(), text.data(), length, 0), length + 1);
+    text.resize(length);
+    return text;
+  };
+  EXPECT_EQ(final(Path(u"JUNCTION"), FILE_FLAG_BACKUP_SEMANTICS), u"\\\\?\\" + Path(u"Target"));
+  EXPECT_EQ(final(Path(u"junction\\INNER"), kOpenLink), u"\\\\?\\" + Path(u"Target\\Inner"));
+  EXPECT_EQ(final(Path(u"junction\\inner\\inner"), FILE_FLAG_BACKUP_SEMANTICS), u"\\\\?\\" + Path(u"Target"));
+  EXPECT_EQ(GetFinalPathNameByHandle()(INVALID_HANDLE_VALUE, nullptr, 0, 0), 0u);
+  EXPECT_EQ(GetLastError(), ERROR_INVALID_HANDLE);
+}
+
+TEST_F(FilesReparse, SparseFiles) {
+  const auto file = Open(Path(u"file"), GENERIC_WRITE, 0, CREATE_NEW);
+  DWORD returned = 0;
+  EXPECT_TRUE(DeviceIoControl(file.get(), FSCTL_SET_SPARSE, nullptr, 0, nullptr, 0, &returned, nullptr));
+  EXPECT_TRUE(GetFileAttributesW(Path(u"file").c_str()) & FILE_ATTRIBUTE_SPARSE_FILE);
+  EXPECT_EQ(ErrorOf(DeviceIoControl(file.get(), 0x12345, nullptr, 0, nullptr, 0, &returned, nullptr)), ERROR_INVALID_FUNCTION);
+}
+
+}  // namespace

@@ -1,0 +1,246 @@
+// The regf format: what is written is read back, by this code and by others', and damage is told from content.
+#include <gtest/gtest.h>
+
+#include <fstream>
+#include <random>
+
+#include "support/images.h"
+#include "win32/emulated/registry/hive.h"
+#include "win32/emulated/registry/hive_format.h"
+#include "win32/emulated/registry/registry.h"
+#include "win32/emulated/security/access.h"
+#include "win32/emulated/text.h"
+
+namespace {
+
+using namespace emulated;
+
+constexpr FileTime kThen = 133'000'000'000'000'000;
+
+std::shared_ptr<const UpCase> Upper() {
+  static const auto upCase = std::make_shared<const UpCase>();
+  return upCase;
+}
+
+std::shared_ptr<const Bytes> OtherSecurity() {
+  static const auto security = std::make_shared<const Bytes>(DescriptorFromText(u"O:BAG:SYD:(A;;KA;;;BA)").value());
+  return security;
+}
+
+Bytes Pattern(std::size_t size) {
+  Bytes data(size);
+  for (std::size_t i = 0; i < size; ++i) data[i] = static_cast<std::uint8_t>(i * 7 + i / 251);
+  return data;
+}
+
+HiveKey& Add(Hive& hive, HiveKey& parent, std::u16string_view name, std::shared_ptr<const Bytes> security = MachineHiveSecurity()) {
+  return *hive.AddKey(parent, name, std::move(security), false, kThen + static_cast<FileTime>(name.size()));
+}
+
+// One of everything that a hive can hold.
+std::shared_ptr<Hive> FullHive() {
+  const auto hive = NewHive(u"ROOT", MachineHiveSecurity(), Upper(), kThen);
+  HiveKey& values = Add(*hive, *hive->root, u"Values");
+  values.values = {{u"zuletzt", win32::REG_SZ, RegistryText(u"text")}, {u"", win32::REG_SZ, Bytes{'x', 0}}, {u"Größe", 0x12345, {}}, {u"名前", win32::REG_DWORD, {1, 2, 3, 4}}};
+  for (const std::size_t size : {1U, 4U, 5U, 16343U, 16344U, 16345U, 32688U, 32689U, 200'000U})
+    values.values.push_back({u"size " + Utf16(std::to_string(size)), win32::REG_BINARY, Pattern(size)});
+  HiveKey& names = Add(*hive, *hive->root, u"abcd_äöüß", OtherSecurity());
+  names.className = u"Klasse";
+  names.accessBits = 3;
+  Add(*hive, names, u"weird™").virtualization = 0x28;
+  HiveKey& link = Add(*hive, *hive->root, u"Link");
+  link.flags |= kKeySymbolicLink;
+  link.values = {{u"SymbolicLinkValue", win32::REG_LINK, Pattern(20)}};
+  HiveKey& many = Add(*hive, *hive->root, u"Many");
+  for (int i = 0; i < 1200; ++i) Add(*hive, many, u"Key " + Utf16(std::to_string(i * 7919 % 1200)));
+  HiveKey* deep = hive->root.get();
+  for (int i = 0; i < 100; ++i) deep = &Add(*hive, *deep, u"deep");
+  hive->AddKey(*hive->root, u"Volatile", MachineHiveSecurity(), true, kThen);
+  return hive;
+}
+
+void ExpectSame(const HiveKey& a, const HiveKey& b) {
+  EXPECT_EQ(a.name, b.name);
+  EXPECT_EQ(a.flags & ~kKeyCompressedName, b.flags & ~kKeyCompressedName) << Utf8(a.name);
+  EXPECT_EQ(a.lastWrite, b.lastWrite) << Utf8(a.name);
+  EXPECT_EQ(a.className, b.className);
+  EXPECT_EQ(a.accessBits, b.accessBits);
+  EXPECT_EQ(a.virtualization, b.virtualization);
+  EXPECT_EQ(*a.security, *b.security);
+  ASSERT_EQ(a.values.size(), b.values.size()) << Utf8(a.name);
+  for (std::size_t i = 0; i < a.values.size(); ++i) {
+    EXPECT_EQ(a.values[i].name, b.values[i].name);
+    EXPECT_EQ(a.values[i].type, b.values[i].type);
+    EXPECT_TRUE(a.values[i].data == b.values[i].data) << Utf8(a.values[i].name);
+  }
+  ASSERT_EQ(a.children.size(), b.children.size()) << Utf8(a.name);
+  for (std::size_t i = 0; i < a.children.size(); ++i) ExpectSame(*a.children[i], *b.children[i]);
+}
+
+void FixChecksum(Bytes& file) { StoreLittleEndian(std::span(file), regf::kChecksum, regf::Checksum(file.data())); }
+
+std::string ReadError(const Bytes& file) {
+  std::string error;
+  EXPECT_EQ(ReadHive(file, Upper(), error), nullptr);
+  return error;
+}
+
+void Save(const std::filesystem::path& path, const Bytes& content) {
+  std::ofstream(path, std::ios::binary).write(reinterpret_cast<const char*>(content.data()), static_cast<std::streamsize>(content.size()));
+}
+
+TEST(Hive, WhatIsWrittenIsReadBack) {
+  const auto hive = FullHive();
+  const Bytes file = WriteHive(*hive, kThen);
+  hive->RemoveKey(*hive->root->Child(u"VOLATILE"), kThen);
+  hive->root->lastWrite = kThen;
+  std::string error;
+  const auto again = ReadHive(file, Upper(), error);
+  ASSERT_TRUE(again) << error;
+  hive->root->lastWrite = again->root->lastWrite;
+  ExpectSame(*hive->root, *again->root);
+  EXPECT_EQ(again->root->Child(u"VOLATILE"), nullptr);
+
+  // A second writing is the same but for the sequence numbers and what they are summed into.
+  Bytes second = WriteHive(*again, kThen);
+  std::memcpy(second.data() + regf::kPrimarySequence, file.data() + regf::kPrimarySequence, 8);
+  FixChecksum(second);
+  EXPECT_TRUE(second == file);
+}
+
+TEST(Hive, KeepsTheBaseBlocksOwnFields) {
+  Bytes file = BlankHive(u"SYSTEM", kThen);
+  EXPECT_EQ(file.size(), 8192U);
+  for (std::size_t at : {112U, 128U, 148U, 4040U}) file[at] = 0xA5;
+  file[regf::kMinor] = 3;  // the oldest version: no hashes, no segments
+  FixChecksum(file);
+  std::string error;
+  const auto hive = ReadHive(file, Upper(), error);
+  ASSERT_TRUE(hive) << error;
+  hive->root->values.push_back({u"big", win32::REG_BINARY, Pattern(40'000)});
+  const Bytes written = WriteHive(*hive, kThen + 5);
+  for (std::size_t at : {112U, 128U, 148U, 4040U}) EXPECT_EQ(written[at], 0xA5);
+  EXPECT_EQ(written[regf::kMinor], 3);
+  const auto again = ReadHive(written, Upper(), error);
+  ASSERT_TRUE(again) << error;
+  EXPECT_TRUE(again->root->values[0].data == Pattern(40'000));
+}
+
+TEST(Hive, HashesNamesAsWindowsDoes) {
+  EXPECT_EQ(NameHash((*Upper())(u"abcd_äöüß")), 0xCD87D55EU);
+  EXPECT_EQ(NameHash((*Upper())(u"weird™")), 0x6F86A4D5U);
+}
+
+TEST(Hive, RefusesWhatIsDirtyDamagedOrUnknown) {
+  const Bytes good = WriteHive(*FullHive(), kThen);
+  EXPECT_NE(ReadError({}).find("not a registry hive"), std::string::npos);
+  EXPECT_NE(ReadError(Bytes(8192, 'x')).find("not a registry hive"), std::string::npos);
+  Bytes bad = good;
+  bad[regf::kPrimarySequence] ^= 1;
+  EXPECT_NE(ReadError(bad).find("checksum"), std::string::npos);
+  FixChecksum(bad);
+  EXPECT_NE(ReadError(bad).find("dirty"), std::string::npos);
+  bad = good;
+  bad[regf::kMinor] = 9;
+  FixChecksum(bad);
+  EXPECT_NE(ReadError(bad).find("version"), std::string::npos);
+  bad.assign(good.begin(), good.end() - 4096);
+  EXPECT_NE(ReadError(bad).find("shorter"), std::string::npos);
+}
+
+// A key that lists itself, a value that takes another's bytes: a record has one owner.
+TEST(Hive, RefusesRecordsWithTwoOwners) {
+  const auto hive = NewHive(u"ROOT", MachineHiveSecurity(), Upper(), kThen);
+  Add(*hive, *hive->root, u"One");
+  Bytes file = WriteHive(*hive, kThen);
+  const auto root = LoadLittleEndian<std::uint32_t>(file, regf::kRootCell);
+  const auto list = LoadLittleEndian<std::uint32_t>(file, regf::kBaseBlock + root + 4 + regf::kNodeSubKeyList);
+  StoreLittleEndian(std::span(file), regf::kBaseBlock + list + 4 + 4, root);
+  EXPECT_NE(ReadError(file).find("a record of its own"), std::string::npos);
+}
+
+TEST(Hive, SurvivesAnyDamage) {
+  const auto hive = NewHive(u"ROOT", MachineHiveSecurity(), Upper(), kThen);
+  HiveKey& one = Add(*hive, *hive->root, u"One", OtherSecurity());
+  one.className = u"Class";
+  one.values = {{u"big", win32::REG_BINARY, Pattern(17'000)}, {u"small", win32::REG_SZ, RegistryText(u"text")}, {u"n", win32::REG_DWORD, {1, 0, 0, 0}}};
+  for (int i = 0; i < 510; ++i) Add(*hive, i % 100 == 0 ? one : *hive->root, u"k" + Utf16(std::to_string(i)));
+  const Bytes good = WriteHive(*hive, kThen);
+  std::mt19937 random(4711);
+  int read = 0, refused = 0;
+  for (int round = 0; round < 3000; ++round) {
+    Bytes bad = good;
+    for (unsigned changes = 1 + random() % 4; changes != 0; --changes) {
+      const std::size_t at = random() % 8 == 0 ? random() % 512 : regf::kBaseBlock + random() % (bad.size() - regf::kBaseBlock);
+      static constexpr std::uint8_t kNasty[] = {0, 1, 0x7F, 0x80, 0xFF};
+      bad[at] = random() % 2 ? static_cast<std::uint8_t>(random()) : kNasty[random() % 5];
+    }
+    if (random() % 10 == 0) bad.resize(random() % bad.size());
+    if (bad.size() >= regf::kBaseBlock) FixChecksum(bad);
+    std::string error;
+    if (const auto survivor = ReadHive(bad, Upper(), error)) {
+      ++read;
+      ASSERT_TRUE(ReadHive(WriteHive(*survivor, kThen), Upper(), error)) << error;
+    } else {
+      ++refused;
+      ASSERT_FALSE(error.empty());
+      ASSERT_EQ(error.find('\n'), std::string::npos);
+    }
+  }
+  EXPECT_GT(read, 100);
+  EXPECT_GT(refused, 100);
+}
+
+// Other programs' readers see the same keys and values.
+TEST(Hive, IsReadByOthers) {
+  if (test::RunCommand("/usr/bin/python3 -c 'import pyregf'").exitCode != 0) GTEST_SKIP() << "python3-libregf is not installed";
+  test::TemporaryFolder folder;
+  Save(folder / "hive", WriteHive(*FullHive(), kThen));
+  std::ofstream(folder / "list.py") << R"(
+import pyregf, sys, zlib
+def show(key, depth):
+    print(depth, key.name, key.last_written_time is not None, key.number_of_sub_keys)
+    for v in key.values:
+        data = v.data or b''
+        print(depth, '=', v.name, v.type, len(data), zlib.crc32(data))
+    for k in key.sub_keys: show(k, depth + 1)
+f = pyregf.file(); f.open(sys.argv[1])
+show(f.get_root_key(), 0)
+assert f.get_key_by_path('\\Many\\Key 777') is not None
+)";
+  const auto listed = test::RunCommand("PYTHONIOENCODING=utf-8 /usr/bin/python3 " + (folder / "list.py").string() + " " + (folder / "hive").string());
+  ASSERT_EQ(listed.exitCode, 0) << listed.output.substr(0, 2000);
+  for (const auto* const expected : {"1 abcd_äöüß True 1\n", "2 weird™ True 0\n", "1 Many True 1200\n", "2 = size 200000 3 200000 ", "2 = 名前 4 4 ", "100 deep True 0\n"}) {
+    std::string line = expected;
+    if (line.starts_with("2 =")) line[0] = '1';
+    EXPECT_NE(listed.output.find(line), std::string::npos) << line;
+  }
+  EXPECT_EQ(listed.output.find("Volatile"), std::string::npos);
+  const auto xml = test::RunCommand("hivexml " + (folder / "hive").string());
+  if (xml.exitCode == 127) GTEST_SKIP() << "hivexml is not installed";
+  EXPECT_EQ(xml.exitCode, 0) << xml.output.substr(0, 500);
+  EXPECT_NE(xml.output.find("Key 1199"), std::string::npos);
+}
+
+// A hive that another program has changed is read with what it put there.
+TEST(Hive, ReadsWhatAnotherWriterMade) {
+  if (test::RunCommand("command -v hivexsh").exitCode != 0) GTEST_SKIP() << "hivexsh is not installed";
+  test::TemporaryFolder folder;
+  Save(folder / "hive", BlankHive(u"ROOT", kThen));
+  std::ofstream(folder / "script") << "add Zulu\nadd alpha\ncd alpha\nsetval 2\nname\nstring:text\n@\ndword:7\ncommit\nquit\n";
+  const auto ran = test::RunCommand("hivexsh -w -f " + (folder / "script").string() + " " + (folder / "hive").string());
+  ASSERT_EQ(ran.exitCode, 0) << ran.output;
+  std::ifstream file(folder / "hive", std::ios::binary);
+  const Bytes content{std::istreambuf_iterator<char>(file), {}};
+  std::string error;
+  const auto hive = ReadHive(content, Upper(), error);
+  ASSERT_TRUE(hive) << error;
+  ASSERT_EQ(hive->root->children.size(), 2U);
+  HiveKey& alpha = *hive->root->children[0];
+  EXPECT_EQ(alpha.name, u"alpha");
+  ASSERT_TRUE(alpha.Value(u"NAME", *Upper()));
+  EXPECT_EQ(alpha.Value(u"NAME", *Upper())->Text(), u"text");
+  EXPECT_EQ(alpha.Value(u"", *Upper())->data, (Bytes{7, 0, 0, 0}));
+}
+
+}  // namespace
