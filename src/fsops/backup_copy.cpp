@@ -26,8 +26,8 @@ ItemKind ItemKindOf(const std::u16string& source, int isDirectory) {
   const win32::DWORD attributes = win32::GetFileAttributesW(source.c_str());
   return {.isDirectory = isDirectory != 0,
           .isReparsePoint = IsReparsePoint(source) != 0,
-          .isEncrypted = attributes != win32::INVALID_FILE_ATTRIBUTES &&
-                         (attributes & win32::FILE_ATTRIBUTE_ENCRYPTED) != 0};
+          .isEncrypted =
+              attributes != win32::INVALID_FILE_ATTRIBUTES && (attributes & win32::FILE_ATTRIBUTE_ENCRYPTED) != 0};
 }
 
 // To the debugger only.
@@ -36,9 +36,11 @@ void Trace(FormatFor<std::u16string> format, const std::u16string& path) {
   win32::OutputDebugStringW(CutToBuffer(FormatText<std::u16string>(format, path), kTraceBuffer).c_str());
 }
 
-// Makes the directory, or takes the one that is there. A path too long for the plain form is written with "\\?\" from then on.
+// Makes the directory, or takes the one that is there. A path too long for the plain form is written with "\\?\" from
+// then on.
 bool MakeDirectory(std::u16string& path, win32::SECURITY_ATTRIBUTES* attributes) {
-  if (win32::CreateDirectoryW(path.c_str(), attributes) || win32::GetLastError() == win32::ERROR_ALREADY_EXISTS) return true;
+  if (win32::CreateDirectoryW(path.c_str(), attributes) || win32::GetLastError() == win32::ERROR_ALREADY_EXISTS)
+    return true;
   if (HasExtendedPrefix(path)) return false;
   path.insert(0, u"\\\\?\\");
   return win32::CreateDirectoryW(path.c_str(), attributes) || win32::GetLastError() == win32::ERROR_ALREADY_EXISTS;
@@ -53,11 +55,11 @@ bool MakeOpenDirectory(std::u16string& path) {
   return MakeDirectory(path, described ? &attributes : nullptr);
 }
 
-// Opens the item to copy to. A file that was there is emptied: what it held beyond the end of the new contents (all of it,
-// when those are empty and so have no data stream) would otherwise stay.
+// Opens the item to copy to. A file that was there is emptied: what it held beyond the end of the new contents (all of
+// it, when those are empty and so have no data stream) would otherwise stay.
 AccessTimeKeepingFile OpenTarget(const std::u16string& path, win32::DWORD access, ItemKind kind) {
-  AccessTimeKeepingFile file{win32::CreateFileW(path.c_str(), access, win32::FILE_SHARE_READ | win32::FILE_SHARE_WRITE, nullptr,
-                                                win32::OPEN_ALWAYS, OpenFlags(kind.isReparsePoint), nullptr)};
+  AccessTimeKeepingFile file{win32::CreateFileW(path.c_str(), access, win32::FILE_SHARE_READ | win32::FILE_SHARE_WRITE,
+                                                nullptr, win32::OPEN_ALWAYS, OpenFlags(kind.isReparsePoint), nullptr)};
   const bool existed = file && win32::GetLastError() == win32::ERROR_ALREADY_EXISTS;
   if (existed && !kind.isDirectory && !kind.isReparsePoint && !win32::SetEndOfFile(file.get())) file.reset();
   return file;
@@ -107,8 +109,7 @@ int CopyContents(const std::u16string& sourcePath, const std::u16string& targetP
       sourcePath.c_str(), win32::GENERIC_READ | win32::ACCESS_SYSTEM_SECURITY, win32::FILE_SHARE_READ, nullptr,
       win32::OPEN_EXISTING, OpenFlags(kind.isReparsePoint), nullptr)};
   if (!source) return CopyUnopened(sourcePath, targetPath);
-  const win32::DWORD all =
-      win32::GENERIC_ALL | win32::ACCESS_SYSTEM_SECURITY | win32::WRITE_DAC | win32::WRITE_OWNER;
+  const win32::DWORD all = win32::GENERIC_ALL | win32::ACCESS_SYSTEM_SECURITY | win32::WRITE_DAC | win32::WRITE_OWNER;
   const AccessTimeKeepingFile target = OpenTarget(targetPath, all, kind);
   if (!target) {
     Trace(u"#ERROR: BackupCopy: CreateFile() failed for path = %ls", targetPath);
@@ -131,16 +132,17 @@ int CopyFileTimesAndAttributes(const std::u16string& source, const std::u16strin
   const win32::DWORD attributes = win32::GetFileAttributesW(source.c_str());
   win32::FILETIME creation{}, lastAccess{}, lastWrite{};
   {
-    const win32::UniqueFile file{win32::CreateFileW(source.c_str(), win32::GENERIC_READ, win32::FILE_SHARE_READ, nullptr,
-                                                    win32::OPEN_EXISTING, OpenFlags(isReparsePoint), nullptr)};
+    const win32::UniqueFile file{win32::CreateFileW(source.c_str(), win32::GENERIC_READ, win32::FILE_SHARE_READ,
+                                                    nullptr, win32::OPEN_EXISTING, OpenFlags(isReparsePoint), nullptr)};
     if (!file || !win32::GetFileTime(file.get(), &creation, &lastAccess, &lastWrite)) return 0;
   }
   if (attributes == win32::INVALID_FILE_ATTRIBUTES) return 0;
 
   win32::SetFileAttributesW(target.c_str(), win32::FILE_ATTRIBUTE_NORMAL);  // a read-only item can then be opened
   {
-    const win32::UniqueFile file{win32::CreateFileW(target.c_str(), win32::FILE_WRITE_ATTRIBUTES, win32::FILE_SHARE_WRITE,
-                                                    nullptr, win32::OPEN_EXISTING, OpenFlags(isReparsePoint), nullptr)};
+    const win32::UniqueFile file{win32::CreateFileW(target.c_str(), win32::FILE_WRITE_ATTRIBUTES,
+                                                    win32::FILE_SHARE_WRITE, nullptr, win32::OPEN_EXISTING,
+                                                    OpenFlags(isReparsePoint), nullptr)};
     if (!file || !win32::SetFileTime(file.get(), &creation, &lastAccess, &lastWrite)) return 0;
   }
   win32::SetFileAttributesW(target.c_str(), attributes);
@@ -153,7 +155,9 @@ int CopyFileTimesAndAttributes(const std::u16string& source, const std::u16strin
 
 int CopyParentDirectoryTimes(const std::u16string& source, const std::u16string& target) try {
   constexpr std::size_t kAfterDrive = 2;  // "C:\x": the parent is the drive's root
-  const auto rootBackslash = [](const std::u16string& path) { return HasExtendedPrefix(path) ? kAfterDrive + 4 : kAfterDrive; };
+  const auto rootBackslash = [](const std::u16string& path) {
+    return HasExtendedPrefix(path) ? kAfterDrive + 4 : kAfterDrive;
+  };
   const std::size_t sourceCut = source.rfind(u'\\');
   const std::size_t targetCut = target.rfind(u'\\');
   if (sourceCut == std::u16string::npos || targetCut == std::u16string::npos) return 0;
@@ -166,7 +170,8 @@ int CopyParentDirectoryTimes(const std::u16string& source, const std::u16string&
 namespace {
 
 int CopyEncryptedFile(const std::u16string& source, const std::u16string& target) {
-  if (source.size() >= win32::MAX_PATH || target.size() >= win32::MAX_PATH) return 0;  // the shell takes no longer paths
+  if (source.size() >= win32::MAX_PATH || target.size() >= win32::MAX_PATH)
+    return 0;  // the shell takes no longer paths
   const std::u16string from = source + std::u16string(2, u'\0');
   const std::u16string to = target + std::u16string(2, u'\0');
   win32::SHFILEOPSTRUCTW operation{};
@@ -248,7 +253,8 @@ struct StreamHeader {
 // One item on its way from BackupRead to BackupWrite, every stream's header looked at.
 class StreamCopy {
  public:
-  StreamCopy(const AccessTimeKeepingFile& source, const AccessTimeKeepingFile& target) : reader_(source), writer_(target) {}
+  StreamCopy(const AccessTimeKeepingFile& source, const AccessTimeKeepingFile& target)
+      : reader_(source), writer_(target) {}
 
   bool Run() {
     for (;;) {
@@ -303,8 +309,9 @@ class StreamCopy {
 };
 
 bool CopyStreams(const std::u16string& sourcePath, const std::u16string& targetPath, ItemKind kind) {
-  const AccessTimeKeepingFile source{win32::CreateFileW(sourcePath.c_str(), win32::GENERIC_READ, win32::FILE_SHARE_READ, nullptr,
-                                                        win32::OPEN_EXISTING, OpenFlags(kind.isReparsePoint), nullptr)};
+  const AccessTimeKeepingFile source{win32::CreateFileW(sourcePath.c_str(), win32::GENERIC_READ, win32::FILE_SHARE_READ,
+                                                        nullptr, win32::OPEN_EXISTING, OpenFlags(kind.isReparsePoint),
+                                                        nullptr)};
   if (!source) return false;
   const AccessTimeKeepingFile target = OpenTarget(targetPath, win32::GENERIC_ALL, kind);
   return target && StreamCopy(source, target).Run();
@@ -319,7 +326,8 @@ int BackupCopyItemEx(const std::u16string& source, const std::u16string& target,
   std::u16string targetPath = target;
   if (kind.isDirectory && !MakeDirectory(targetPath, nullptr)) return 0;
   if (kind.isReparsePoint) Log(u"BackupCopyEx : %s is reparse point", source);
-  return CopyStreams(source, targetPath, kind) ? CopyFileTimesAndAttributes(source, targetPath, kind.isReparsePoint) : 0;
+  return CopyStreams(source, targetPath, kind) ? CopyFileTimesAndAttributes(source, targetPath, kind.isReparsePoint)
+                                               : 0;
 } catch (const std::exception&) {
   return 0;
 }

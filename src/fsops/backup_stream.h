@@ -1,4 +1,5 @@
-// The two ends of a backup copy: files that keep their last-access time, and the contexts of BackupRead and BackupWrite.
+// The two ends of a backup copy: files that keep their last-access time, and the contexts of BackupRead and
+// BackupWrite.
 #pragma once
 
 #include "win32/file.h"

@@ -25,8 +25,8 @@ struct Look {
   bool Is(win32::DWORD attribute) const { return presence == Presence::Present && (attributes & attribute) != 0; }
 };
 
-// "It is not there" is taken from the error alone: a question that failed for another reason is no answer, and what may be
-// there must neither be taken for new (a roll-back would delete it) nor be passed over.
+// "It is not there" is taken from the error alone: a question that failed for another reason is no answer, and what may
+// be there must neither be taken for new (a roll-back would delete it) nor be passed over.
 Look LookAt(const std::u16string& path) {
   const win32::DWORD attributes = win32::GetFileAttributesW(path.c_str());
   if (attributes != win32::INVALID_FILE_ATTRIBUTES) return {Presence::Present, attributes};
@@ -113,7 +113,7 @@ class TreeCopy {
   std::u16string sourceBase_, targetBase_;
   bool copyFileDenied_ = false;  // the last CopyFileW
   ShareList shares_;
-  std::map<std::u16string, std::size_t> linkItems_;  // path of a link to its place among the items
+  std::map<std::u16string, std::size_t> linkItems_;         // path of a link to its place among the items
   std::map<std::u16string, std::u16string> sharedFolders_;  // entry to target
   // An item of each folder that received something, with its target: its parents' times are brought in line at the end,
   // once for each folder instead of once for each item.
@@ -156,7 +156,8 @@ bool TreeCopy::ListSource(TreeListing& listing) const {
   return false;
 }
 
-// A folder of Windows keeps the folder that holds it from being emptied - except at the root of a volume, which is not to go.
+// A folder of Windows keeps the folder that holds it from being emptied - except at the root of a volume, which is not
+// to go.
 bool TreeCopy::SystemFoldersPermit(const TreeListing& listing) const {
   if (!flags_.refuseSystemFolders || listing.systemFolders.empty()) return true;
   const bool rootOfVolume = IsVolumeMountPoint(record_.sourceRoot.c_str()) != 0;
@@ -177,8 +178,8 @@ std::u16string TreeCopy::TargetOf(const TreeEntry& entry) const {
   return target;
 }
 
-// May the entry be copied onto what is there? Not through a link into somebody else's folder, not onto another kind of item,
-// and a link only in the place of an empty folder.
+// May the entry be copied onto what is there? Not through a link into somebody else's folder, not onto another kind of
+// item, and a link only in the place of an empty folder.
 bool TreeCopy::MayStandOn(const TreeEntry& entry, const std::u16string& target, const Look& look) const {
   if (look.presence != Presence::Present) return look.presence == Presence::Absent;
   if (look.Is(win32::FILE_ATTRIBUTE_DIRECTORY) != entry.IsDirectory()) return false;
@@ -210,8 +211,8 @@ Step TreeCopy::CopyEntry(const TreeEntry& entry) {
   if (look.presence == Presence::Present && flags_.continueOnError && !entry.IsDirectory()) return Step::Next;
   if (source.presence == Presence::Unknown || !MayStandOn(entry, target, look)) return Failed(entry, target);
 
-  const bool becomesLink = entry.IsJunction() && look.presence == Presence::Present &&
-                           !look.Is(win32::FILE_ATTRIBUTE_REPARSE_POINT);
+  const bool becomesLink =
+      entry.IsJunction() && look.presence == Presence::Present && !look.Is(win32::FILE_ATTRIBUTE_REPARSE_POINT);
   CopiedItem& item = AddItem({entry, target, look.presence == Presence::Absent, becomesLink, false});
   // A folder that is still where it came from never lost its security and streams.
   if (restoring_ && entry.IsDirectory() && look.presence == Presence::Present) {
@@ -238,16 +239,17 @@ bool TreeCopy::CopyItem(const TreeEntry& entry, const std::u16string& target, co
   return copied;
 }
 
-// Not for a link: the security functions follow it, and would write the DACL of the folder that it leads to - somebody else's.
-// The link's own came with the backup copy.
+// Not for a link: the security functions follow it, and would write the DACL of the folder that it leads to - somebody
+// else's. The link's own came with the backup copy.
 void TreeCopy::CopyDaclOf(const TreeEntry& entry, const std::u16string& target) const {
   if (entry.IsLink()) return;
   const bool targetIsRoot = EqualPaths(WithoutPrefix(target), targetBase_);
-  CopyDacl(entry.path, target, targetIsRoot && flags_.keepInheritedAces ? 0 : flags_.allowInheritance, flags_.keepInheritedAces);
+  CopyDacl(entry.path, target, targetIsRoot && flags_.keepInheritedAces ? 0 : flags_.allowInheritance,
+           flags_.keepInheritedAces);
 }
 
-// Without backup copies only a file whose copy is refused may fail, except when a tree is brought back: what can be saved then
-// is saved.
+// Without backup copies only a file whose copy is refused may fail, except when a tree is brought back: what can be
+// saved then is saved.
 bool TreeCopy::MayGoOn() const { return flags_.useBackupCopy || restoring_ || copyFileDenied_; }
 
 bool TreeCopy::CopyWithoutBackup(const TreeEntry& entry, const std::u16string& target, const Look& look) {
@@ -290,9 +292,9 @@ Step TreeCopy::ShowProgress(const std::u16string& entry, const std::u16string& t
   return Step::Next;
 }
 
-// Every link arrives: made again with its text (led to the new root where it led to the old one), or else - its target cannot
-// be read, it dangles, its text is too long - carried over byte for byte. A link left out here would be lost for good when
-// the source is emptied.
+// Every link arrives: made again with its text (led to the new root where it led to the old one), or else - its target
+// cannot be read, it dangles, its text is too long - carried over byte for byte. A link left out here would be lost for
+// good when the source is emptied.
 Step TreeCopy::CopyLink(const TreeEntry& link) {
   const std::u16string newLink = TargetOf(link);
   if (link.IsJunction() && IsVolumeMountPoint(link.path.c_str())) return CopyMount(link, newLink);
@@ -306,7 +308,8 @@ Step TreeCopy::CopyLink(const TreeEntry& link) {
   if (item->complete) {
     if (flags_.removeSourceLinks && link.IsJunction()) DeleteJunction(link.path.c_str());
   } else {
-    item->complete = BackupCopyItemEx(link.path, newLink, {.isDirectory = link.IsDirectory(), .isReparsePoint = true}) != 0;
+    item->complete =
+        BackupCopyItemEx(link.path, newLink, {.isDirectory = link.IsDirectory(), .isReparsePoint = true}) != 0;
   }
   if (flags_.useBackupCopy)
     changedFolders_.try_emplace(link.path.substr(0, link.path.rfind(u'\\')), link.path, newLink);
@@ -343,28 +346,32 @@ bool TreeCopy::PrepareSymbolicLink(const TreeEntry& link, const std::u16string& 
 bool TreeCopy::RecreateLink(const TreeEntry& link, const std::u16string& newLink) const {
   std::u16string text;
   const bool isSymbolicLink = link.IsSymbolicLink();
-  if (!(isSymbolicLink ? GetFinalTargetPath(link.path.c_str(), text) : GetJunctionTarget(link.path.c_str(), text))) return false;
+  if (!(isSymbolicLink ? GetFinalTargetPath(link.path.c_str(), text) : GetJunctionTarget(link.path.c_str(), text)))
+    return false;
   if (text.empty()) return false;
   if (!flags_.copyOnly) text = ReplaceFolder(text, sourceBase_, targetBase_);
   if (text.back() == u':') text += u'\\';  // the root of a drive, not the current folder on it
-  if (isSymbolicLink ? CreateSymbolicLinkEntry(newLink.c_str(), text.c_str(), 0) : CreateJunction(newLink.c_str(), text.c_str()))
+  if (isSymbolicLink ? CreateSymbolicLinkEntry(newLink.c_str(), text.c_str(), 0)
+                     : CreateJunction(newLink.c_str(), text.c_str()))
     return true;
   if (isSymbolicLink)
     Log(u"#ERROR: Failed to create a symbolic link %s with target path %s. Error code:%d.", newLink, text,
         win32::GetLastError());
   else
-    Log(u"#ERROR: Failed to create a junction %s with target path %s. Error code:%d.", newLink, text, win32::GetLastError());
+    Log(u"#ERROR: Failed to create a junction %s with target path %s. Error code:%d.", newLink, text,
+        win32::GetLastError());
   return false;
 }
 
-// Before the contents, so that these inherit from it; the times come last. The root of a mounted volume is entered, so its
-// mount folder's reparse point is not what is copied.
+// Before the contents, so that these inherit from it; the times come last. The root of a mounted volume is entered, so
+// its mount folder's reparse point is not what is copied.
 bool TreeCopy::CarryRoot() const {
   if (!flags_.carryRoot || !flags_.useBackupCopy) return true;
   const win32::DWORD attributes = win32::GetFileAttributesW(record_.sourceRoot.c_str());
   const bool encrypted =
       attributes != win32::INVALID_FILE_ATTRIBUTES && (attributes & win32::FILE_ATTRIBUTE_ENCRYPTED) != 0;
-  if (!BackupCopyItem(record_.sourceRoot, record_.targetRoot, {.isDirectory = true, .isEncrypted = encrypted})) return false;
+  if (!BackupCopyItem(record_.sourceRoot, record_.targetRoot, {.isDirectory = true, .isEncrypted = encrypted}))
+    return false;
   CopyDacl(record_.sourceRoot, record_.targetRoot, flags_.allowInheritance, flags_.keepInheritedAces);
   return true;
 }
@@ -391,8 +398,8 @@ int TreeCopy::Run(const std::u16string& sourceRoot, const std::u16string& target
   TreeListing listing;
   if (!ResolveRoots(sourceRoot, targetRoot) || !ListSource(listing)) return 0;
   if (!listing.links.empty() && EqualPaths(Base(listing.links.front().path), sourceBase_)) {
-    // The root itself is a link, and nothing behind it is copied. That is an end for a symbolic link; a junction is none that
-    // anybody should take for a copied tree.
+    // The root itself is a link, and nothing behind it is copied. That is an end for a symbolic link; a junction is
+    // none that anybody should take for a copied tree.
     if (listing.links.front().IsSymbolicLink()) return 1;
     Log(u"#ERROR: The folder %ls is already redirected. Browse to a different location.", record_.sourceRoot);
     return 0;
@@ -413,8 +420,8 @@ int TreeCopy::Run(const std::u16string& sourceRoot, const std::u16string& target
 
 }  // namespace
 
-int CopyTree(const std::u16string& sourceRoot, const std::u16string& targetRoot, const CopyFlags& flags, CopyRecord& record,
-             const TreeListing* only) try {
+int CopyTree(const std::u16string& sourceRoot, const std::u16string& targetRoot, const CopyFlags& flags,
+             CopyRecord& record, const TreeListing* only) try {
   return TreeCopy(flags, record, only).Run(sourceRoot, targetRoot);
 } catch (const std::exception&) {
   return 0;

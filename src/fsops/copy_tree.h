@@ -19,7 +19,8 @@ struct CopyFlags {
   bool keepInheritedAces = false;
   // The target's root was made for this copy: it also gets the source root's descriptor, streams, attributes and times.
   bool carryRoot = false;
-  // Folders of Windows ("$RECYCLE.BIN", ...) in the source are never copied; a copy that is to become a move fails at once.
+  // Folders of Windows ("$RECYCLE.BIN", ...) in the source are never copied; a copy that is to become a move fails at
+  // once.
   bool refuseSystemFolders = false;
 };
 
@@ -44,12 +45,12 @@ struct CopyRecord {
   SecurityBlock rootSecurity;  // of the source's root, as it was before a move
 };
 
-// Copies everything below sourceRoot into targetRoot (both may be volume paths). 1 on success; with continueOnError also
-// when items failed. Nothing is taken back on failure.
+// Copies everything below sourceRoot into targetRoot (both may be volume paths). 1 on success; with continueOnError
+// also when items failed. Nothing is taken back on failure.
 int CopyFiles(const std::u16string& sourceRoot, const std::u16string& targetRoot, int useBackupCopy, int moveShares,
               int removeSourceLinks, int continueOnError, int copyOnly, int allowInheritance, int keepInheritedAces);
 
-// The same, telling what was done. With `only`, not the tree but just these entries of it are brought back to a tree that
-// they came from: with continueOnError, folders that are still there are then left as they are.
-int CopyTree(const std::u16string& sourceRoot, const std::u16string& targetRoot, const CopyFlags& flags, CopyRecord& record,
-             const TreeListing* only = nullptr);
+// The same, telling what was done. With `only`, not the tree but just these entries of it are brought back to a tree
+// that they came from: with continueOnError, folders that are still there are then left as they are.
+int CopyTree(const std::u16string& sourceRoot, const std::u16string& targetRoot, const CopyFlags& flags,
+             CopyRecord& record, const TreeListing* only = nullptr);

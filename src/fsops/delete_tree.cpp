@@ -16,7 +16,8 @@ constexpr win32::DWORD kRetryWait = 5000;  // milliseconds
 // Takes the read-only bit off, and puts the attributes back unless told that the item is gone.
 class ReadOnlyLifted {
  public:
-  explicit ReadOnlyLifted(const std::u16string& path) : path_(path), attributes_(win32::GetFileAttributesW(path.c_str())) {
+  explicit ReadOnlyLifted(const std::u16string& path)
+      : path_(path), attributes_(win32::GetFileAttributesW(path.c_str())) {
     if (attributes_ != win32::INVALID_FILE_ATTRIBUTES)
       win32::SetFileAttributesW(path_.c_str(), attributes_ & ~win32::FILE_ATTRIBUTE_READONLY);
   }
@@ -68,15 +69,14 @@ bool DeleteFileStrictly(const std::u16string& path) {
 bool Remove(const TreeEntry& entry, bool strict) {
   UnmountIfMounted(entry);
   const std::u16string& path = entry.path;
-  if (entry.IsDirectory()) return strict ? RemoveDirectoryStrictly(path) : win32::RemoveDirectoryW(path.c_str()) != win32::FALSE;
+  if (entry.IsDirectory())
+    return strict ? RemoveDirectoryStrictly(path) : win32::RemoveDirectoryW(path.c_str()) != win32::FALSE;
   return strict ? DeleteFileStrictly(path) : win32::DeleteFileW(path.c_str()) != win32::FALSE;
 }
 
 }  // namespace
 
-int DeleteEntry(const TreeEntry& entry) try {
-  return Remove(entry, true) ? 1 : 0;
-} catch (const std::exception&) {
+int DeleteEntry(const TreeEntry& entry) try { return Remove(entry, true) ? 1 : 0; } catch (const std::exception&) {
   return 0;
 }
 

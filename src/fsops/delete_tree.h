@@ -7,8 +7,8 @@
 #include "validate/file_list.h"
 
 // Deletes everything below `root`. stopOnFailure 0: what cannot be deleted is left, the answer is still 1. Otherwise
-// read-only items go too, a directory that is not empty yet is tried again once after five seconds, and the first item that
-// cannot be deleted ends the run with 0. A root that is a link or a mounted volume is itself removed or unmounted.
+// read-only items go too, a directory that is not empty yet is tried again once after five seconds, and the first item
+// that cannot be deleted ends the run with 0. A root that is a link or a mounted volume is itself removed or unmounted.
 int DeleteDirectoryTree(const char16_t* root, int stopOnFailure);
 
 // Has every item below `root` deleted at the next restart. 0 when one could not be registered.

@@ -10,8 +10,8 @@ constexpr std::size_t kHeaderSize = 8;  // tag, length of what follows, reserved
 constexpr win32::DWORD kOpenLink = win32::FILE_FLAG_BACKUP_SEMANTICS | win32::FILE_FLAG_OPEN_REPARSE_POINT;
 
 bool WriteLinkData(const std::u16string& path, std::vector<win32::BYTE> data) {
-  const win32::UniqueFile file{win32::CreateFileW(path.c_str(), win32::GENERIC_WRITE, 0, nullptr, win32::OPEN_EXISTING,
-                                                  kOpenLink, nullptr)};
+  const win32::UniqueFile file{
+      win32::CreateFileW(path.c_str(), win32::GENERIC_WRITE, 0, nullptr, win32::OPEN_EXISTING, kOpenLink, nullptr)};
   win32::DWORD returned = 0;
   return file && win32::DeviceIoControl(file.get(), win32::FSCTL_SET_REPARSE_POINT, data.data(),
                                         static_cast<win32::DWORD>(data.size()), nullptr, 0, &returned, nullptr);
@@ -19,8 +19,8 @@ bool WriteLinkData(const std::u16string& path, std::vector<win32::BYTE> data) {
 
 bool MakeItem(const SavedLink& link) {
   if (link.isDirectory) return win32::CreateDirectoryW(link.source.c_str(), nullptr) != win32::FALSE;
-  const win32::UniqueFile file{win32::CreateFileW(link.source.c_str(), win32::GENERIC_WRITE, 0, nullptr, win32::CREATE_NEW,
-                                                  win32::FILE_ATTRIBUTE_NORMAL, nullptr)};
+  const win32::UniqueFile file{win32::CreateFileW(link.source.c_str(), win32::GENERIC_WRITE, 0, nullptr,
+                                                  win32::CREATE_NEW, win32::FILE_ATTRIBUTE_NORMAL, nullptr)};
   return static_cast<bool>(file);
 }
 

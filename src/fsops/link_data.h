@@ -17,6 +17,6 @@ struct SavedLink {
 // The whole reparse data of the link itself; empty when they cannot be read.
 std::vector<win32::BYTE> ReadLinkData(const std::u16string& path);
 
-// Makes the link at its source again, as it was; nothing is done when it is there unchanged. 0 when it cannot be made, or
-// something else stands there.
+// Makes the link at its source again, as it was; nothing is done when it is there unchanged. 0 when it cannot be made,
+// or something else stands there.
 int RestoreLink(const SavedLink& link);

@@ -51,7 +51,8 @@ bool RestoreLinks(const CopyRecord& record, PathSet& keep) {
     if (RestoreLink(link)) continue;
     // It was made again by its text, or it never changed and could not even be read: then it is not missing.
     const win32::DWORD attributes = win32::GetFileAttributesW(link.source.c_str());
-    if (attributes != win32::INVALID_FILE_ATTRIBUTES && (attributes & win32::FILE_ATTRIBUTE_REPARSE_POINT) != 0) continue;
+    if (attributes != win32::INVALID_FILE_ATTRIBUTES && (attributes & win32::FILE_ATTRIBUTE_REPARSE_POINT) != 0)
+      continue;
     Log(u"#ERROR: Unable to restore link %ls. It stays at %ls.", link.source, link.target);
     keep.insert(link.target);
     all = false;
@@ -112,7 +113,8 @@ PathSet NotBroughtBack(const CopyRecord& move, const CopyRecord& back) {
   return missing;
 }
 
-// The source's root may be gone: a junction that could not be made takes the empty folder with it. False without a root.
+// The source's root may be gone: a junction that could not be made takes the empty folder with it. False without a
+// root.
 bool MakeSourceRoot(const CopyRecord& record) {
   if (Exists(record.sourceRoot)) return true;
   if (!win32::CreateDirectoryW(record.sourceRoot.c_str(), nullptr)) return false;
@@ -137,7 +139,8 @@ int UndoMove(const CopyRecord& record) try {
   const TreeListing copied = CopiedListing(record);
   CopyRecord back;
   if (!MakeSourceRoot(record) || !CopyTree(record.targetRoot, record.sourceRoot, flags, back, &copied)) {
-    Log(u"#ERROR: Unable to move files and folders back to %ls. They stay at %ls.", record.sourceRoot, record.targetRoot);
+    Log(u"#ERROR: Unable to move files and folders back to %ls. They stay at %ls.", record.sourceRoot,
+        record.targetRoot);
     return 0;
   }
   PathSet keep = NotBroughtBack(record, back);

@@ -31,17 +31,16 @@ win32::DWORD SetDacl(std::u16string path, win32::DWORD information, win32::ACL* 
   return win32::SetNamedSecurityInfoW(path.data(), kFile, information, nullptr, nullptr, dacl, nullptr);
 }
 
-// Takes the inherited entries out of the DACL (none with keep); true when there was one. The index moves on after a deletion
-// too, so the entry that takes the place of a deleted one is not looked at: of consecutive inherited entries every second one
-// stays. This is the wanted result.
+// Takes the inherited entries out of the DACL (none with keep); true when there was one. The index moves on after a
+// deletion too, so the entry that takes the place of a deleted one is not looked at: of consecutive inherited entries
+// every second one stays. This is the wanted result.
 bool StripInherited(win32::ACL& dacl, bool keep, const std::u16string& source) {
   bool seen = false;
   for (win32::DWORD index = 0; index < dacl.AceCount; ++index) {
     void* ace = nullptr;
     if (!win32::GetAce(&dacl, index, &ace) || !IsInherited(ace)) continue;
     seen = true;
-    if (!keep && !win32::DeleteAce(&dacl, index))
-      Trace(u"Unable to delete ACE from DACL of = %ls", source);
+    if (!keep && !win32::DeleteAce(&dacl, index)) Trace(u"Unable to delete ACE from DACL of = %ls", source);
   }
   return seen;
 }
@@ -60,11 +59,12 @@ ImpersonatedCaller::~ImpersonatedCaller() {
   if (impersonating_) win32::RevertToSelf();
 }
 
-int CopyDacl(const std::u16string& source, const std::u16string& target, int allowInheritance, int keepInheritedAces) try {
+int CopyDacl(const std::u16string& source, const std::u16string& target, int allowInheritance,
+             int keepInheritedAces) try {
   win32::ACL* dacl = nullptr;
   win32::UniqueLocalMemory descriptor;
-  const win32::DWORD error = win32::GetNamedSecurityInfoW(source.c_str(), kFile, win32::DACL_SECURITY_INFORMATION, nullptr,
-                                                          nullptr, &dacl, nullptr, descriptor.put());
+  const win32::DWORD error = win32::GetNamedSecurityInfoW(source.c_str(), kFile, win32::DACL_SECURITY_INFORMATION,
+                                                          nullptr, nullptr, &dacl, nullptr, descriptor.put());
   if (error != win32::ERROR_SUCCESS) dacl = nullptr;
   const bool sawInherited = dacl && StripInherited(*dacl, keepInheritedAces != 0, source);
   const win32::DWORD protection = allowInheritance && sawInherited ? win32::UNPROTECTED_DACL_SECURITY_INFORMATION
@@ -94,9 +94,10 @@ int GrantEveryoneAndAdministrators(const std::u16string& path) try {
   win32::SID_IDENTIFIER_AUTHORITY world{{0, 0, 0, 0, 0, 1}};
   win32::SID_IDENTIFIER_AUTHORITY nt{{0, 0, 0, 0, 0, 5}};
   win32::UniqueSid everyone, administrators;
-  if (!win32::AllocateAndInitializeSid(&world, 1, win32::SECURITY_WORLD_RID, 0, 0, 0, 0, 0, 0, 0, everyone.put())) return 0;
-  if (!win32::AllocateAndInitializeSid(&nt, 2, win32::SECURITY_BUILTIN_DOMAIN_RID, win32::DOMAIN_ALIAS_RID_ADMINS, 0, 0, 0, 0,
-                                       0, 0, administrators.put()))
+  if (!win32::AllocateAndInitializeSid(&world, 1, win32::SECURITY_WORLD_RID, 0, 0, 0, 0, 0, 0, 0, everyone.put()))
+    return 0;
+  if (!win32::AllocateAndInitializeSid(&nt, 2, win32::SECURITY_BUILTIN_DOMAIN_RID, win32::DOMAIN_ALIAS_RID_ADMINS, 0, 0,
+                                       0, 0, 0, 0, administrators.put()))
     return 0;
 
   win32::EXPLICIT_ACCESS_W entries[] = {
@@ -125,8 +126,8 @@ int HasAccess(win32::HANDLE token, const std::u16string& path, win32::DWORD desi
   win32::UniqueLocalMemory descriptor;
   const win32::DWORD information =
       win32::OWNER_SECURITY_INFORMATION | win32::GROUP_SECURITY_INFORMATION | win32::DACL_SECURITY_INFORMATION;
-  if (win32::GetNamedSecurityInfoW(path.c_str(), kFile, information, nullptr, nullptr, nullptr, nullptr, descriptor.put()) !=
-      win32::ERROR_SUCCESS)
+  if (win32::GetNamedSecurityInfoW(path.c_str(), kFile, information, nullptr, nullptr, nullptr, nullptr,
+                                   descriptor.put()) != win32::ERROR_SUCCESS)
     return 0;
   win32::PRIVILEGE_SET privileges{};
   static_assert(sizeof privileges == 20);
@@ -145,8 +146,8 @@ int IsFileNotLocked(const std::u16string& path) {
   return IsFileNotLocked(path, win32::GetFileAttributesW(path.c_str()));
 }
 
-// Bit 0x8 is no attribute that Windows sets; it is set when the attributes could not be read. A read-only file is therefore
-// asked for write access as well and answers "access denied", which counts as not locked.
+// Bit 0x8 is no attribute that Windows sets; it is set when the attributes could not be read. A read-only file is
+// therefore asked for write access as well and answers "access denied", which counts as not locked.
 int IsFileNotLocked(const std::u16string& path, win32::DWORD attributes) {
   constexpr win32::DWORD kReadAlone = 0x8;
   const win32::DWORD access =
@@ -163,8 +164,8 @@ namespace {
 int ExamineInheritance(const std::u16string& path) {
   win32::ACL* dacl = nullptr;
   win32::UniqueLocalMemory descriptor;
-  if (win32::GetNamedSecurityInfoW(path.c_str(), kFile, win32::DACL_SECURITY_INFORMATION, nullptr, nullptr, &dacl, nullptr,
-                                   descriptor.put()) != win32::ERROR_SUCCESS ||
+  if (win32::GetNamedSecurityInfoW(path.c_str(), kFile, win32::DACL_SECURITY_INFORMATION, nullptr, nullptr, &dacl,
+                                   nullptr, descriptor.put()) != win32::ERROR_SUCCESS ||
       !dacl)
     return 0;
   for (win32::DWORD index = 0; index < dacl->AceCount; ++index) {
@@ -206,8 +207,8 @@ int SaveSecurityInfo(const std::u16string& path, SecurityBlock& block) try {
   return 0;
 }
 
-// Windows keeps the mark of an automatically inherited DACL only when the descriptor asks for it; without the mark the entries
-// would no longer follow the folder above.
+// Windows keeps the mark of an automatically inherited DACL only when the descriptor asks for it; without the mark the
+// entries would no longer follow the folder above.
 int WriteSecurityInfo(const std::u16string& path, const SecurityBlock& block) {
   if (!block) return 0;
   constexpr std::size_t kControlOffset = 2;  // of a self-relative descriptor (MS-DTYP 2.4.6)

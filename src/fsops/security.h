@@ -8,7 +8,8 @@
 #include "win32/constants.h"
 #include "win32/handle.h"
 
-// Read & execute as the rules ask for it: READ_CONTROL, FILE_READ_DATA, FILE_READ_EA, FILE_EXECUTE, FILE_READ_ATTRIBUTES.
+// Read & execute as the rules ask for it: READ_CONTROL, FILE_READ_DATA, FILE_READ_EA, FILE_EXECUTE,
+// FILE_READ_ATTRIBUTES.
 inline constexpr win32::DWORD kReadAndExecute = 0x200A9;
 inline constexpr win32::DWORD kFullControl = win32::FILE_ALL_ACCESS;
 

@@ -31,7 +31,8 @@ int NormalPathToVolumePath(std::u16string& path, std::u16string& out) try {
   const std::size_t backslash = given.find(u'\\');
   if (backslash == std::u16string::npos) return 0;
   std::array<char16_t, 1000> volumeName{};
-  if (!win32::GetVolumeNameForVolumeMountPointW(given.substr(0, backslash + 1).c_str(), volumeName.data(), 1000)) return 0;
+  if (!win32::GetVolumeNameForVolumeMountPointW(given.substr(0, backslash + 1).c_str(), volumeName.data(), 1000))
+    return 0;
   out = volumeName.data() + given.substr(backslash + 1);
   return 1;
 } catch (const std::exception&) {

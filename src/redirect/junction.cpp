@@ -15,8 +15,8 @@
 
 namespace {
 
-constexpr std::size_t kPathBuffer = 260;             // characters of a path buffer, terminator included
-constexpr std::size_t kJunctionBuffer = 540;         // bytes in which a junction's reparse data are built
+constexpr std::size_t kPathBuffer = 260;      // characters of a path buffer, terminator included
+constexpr std::size_t kJunctionBuffer = 540;  // bytes in which a junction's reparse data are built
 constexpr std::u16string_view kNativePrefix = u"\\??\\";
 constexpr win32::DWORD kOpenLinkFlags = win32::FILE_FLAG_BACKUP_SEMANTICS | win32::FILE_FLAG_OPEN_REPARSE_POINT;
 constexpr win32::DWORD kDirectoryLink = win32::FILE_ATTRIBUTE_DIRECTORY | win32::FILE_ATTRIBUTE_REPARSE_POINT;
@@ -36,8 +36,8 @@ struct MountPointNames {
 constexpr std::size_t kPathBufferOffset = sizeof(ReparseHeader) + sizeof(MountPointNames);
 static_assert(sizeof(ReparseHeader) == 8 && kPathBufferOffset == 16);
 
-// A junction's reparse data: the substitute name, then an empty print name, each with its terminator. Both names' lengths
-// leave the terminator out.
+// A junction's reparse data: the substitute name, then an empty print name, each with its terminator. Both names'
+// lengths leave the terminator out.
 std::vector<win32::BYTE> JunctionData(std::u16string_view substituteName) {
   const auto nameBytes = static_cast<win32::WORD>(substituteName.size() * sizeof(char16_t));
   const ReparseHeader header{.ReparseDataLength = static_cast<win32::WORD>(nameBytes + 12)};
@@ -50,7 +50,8 @@ std::vector<win32::BYTE> JunctionData(std::u16string_view substituteName) {
   return data;
 }
 
-// Makes the directory; an existing one will do. What holds it up (a folder that is still being deleted) is often over soon.
+// Makes the directory; an existing one will do. What holds it up (a folder that is still being deleted) is often over
+// soon.
 bool CreateJunctionDirectory(const char16_t* path) {
   for (int attempt = 0; attempt < 2; ++attempt) {
     if (attempt > 0) win32::Sleep(2000);
@@ -59,8 +60,8 @@ bool CreateJunctionDirectory(const char16_t* path) {
   return false;
 }
 
-// The reparse data of an open directory: its tag and, read up to a terminator, the text at the start of the path buffer. The
-// buffer is zeroed and the text is looked for inside it, whatever the lengths in the data say.
+// The reparse data of an open directory: its tag and, read up to a terminator, the text at the start of the path
+// buffer. The buffer is zeroed and the text is looked for inside it, whatever the lengths in the data say.
 bool ReadReparsePoint(const win32::UniqueFile& directory, win32::DWORD& tag, std::u16string& substituteName) {
   std::vector<win32::BYTE> data(win32::MAXIMUM_REPARSE_DATA_BUFFER_SIZE);
   win32::DWORD returned = 0;
@@ -83,8 +84,8 @@ int CreateJunctionAt(const std::u16string& junction, const std::u16string& subst
   if (privilege == PrivilegeResult::NotAdjusted) LogWithSystemError(u"ERROR: Unable to adjust token privileges.");
   if (privilege != PrivilegeResult::Enabled) return 0;
 
-  win32::UniqueFile directory{win32::CreateFileW(junction.c_str(), win32::GENERIC_WRITE, 0, nullptr, win32::OPEN_EXISTING,
-                                                 kOpenLinkFlags, nullptr)};
+  win32::UniqueFile directory{win32::CreateFileW(junction.c_str(), win32::GENERIC_WRITE, 0, nullptr,
+                                                 win32::OPEN_EXISTING, kOpenLinkFlags, nullptr)};
   if (!directory) {
     win32::OutputDebugStringW(
         FormatText(u"#ERROR: CreateJunction: CreateFile() Failed for path = %s", junction).c_str());
@@ -243,8 +244,9 @@ std::u16string FinalPathName(const char16_t* path) {
       win32::GetProcAddress(kernel.get(), "GetFinalPathNameByHandleW"));
   if (!getFinalPathName) return {};
   const win32::DWORD shareAll = win32::FILE_SHARE_READ | win32::FILE_SHARE_WRITE | win32::FILE_SHARE_DELETE;
-  const win32::UniqueFile file{win32::CreateFileW(ExtendedPath(path).c_str(), win32::FILE_READ_ATTRIBUTES, shareAll, nullptr,
-                                                  win32::OPEN_EXISTING, win32::FILE_FLAG_BACKUP_SEMANTICS, nullptr)};
+  const win32::UniqueFile file{win32::CreateFileW(ExtendedPath(path).c_str(), win32::FILE_READ_ATTRIBUTES, shareAll,
+                                                  nullptr, win32::OPEN_EXISTING, win32::FILE_FLAG_BACKUP_SEMANTICS,
+                                                  nullptr)};
   if (!file) return {};
   std::array<char16_t, kPathBuffer> name{};
   const win32::DWORD length = getFinalPathName(file.get(), name.data(), kPathBuffer, 0);
@@ -275,8 +277,8 @@ int CreateSymbolicLinkEntry(const char16_t* link, const char16_t* target, int fo
   if (std::u16string_view(link).size() >= kPathBuffer || std::u16string_view(target).size() >= kPathBuffer) return 0;
   const win32::UniqueLibrary kernel{win32::LoadLibraryW(u"Kernel32.dll")};
   if (!kernel) return 0;
-  const auto createSymbolicLink = reinterpret_cast<win32::CreateSymbolicLinkWFunction>(
-      win32::GetProcAddress(kernel.get(), "CreateSymbolicLinkW"));
+  const auto createSymbolicLink =
+      reinterpret_cast<win32::CreateSymbolicLinkWFunction>(win32::GetProcAddress(kernel.get(), "CreateSymbolicLinkW"));
   if (!createSymbolicLink) return 0;
   const bool toDirectory = !forceFileLink && win32::PathIsDirectoryW(target);
   return createSymbolicLink(link, target, toDirectory ? win32::SYMBOLIC_LINK_FLAG_DIRECTORY : 0) ? 1 : 0;

@@ -7,9 +7,9 @@
 
 #include "win32/handle.h"
 
-// What the file system tells of an item in a find record, and what a link is to this program: the reparse attribute with
-// the tag of a junction (or mounted volume) or of a symbolic link. Other tags (compressed, deduplicated, cloud files) mark
-// ordinary files and folders.
+// What the file system tells of an item in a find record, and what a link is to this program: the reparse attribute
+// with the tag of a junction (or mounted volume) or of a symbolic link. Other tags (compressed, deduplicated, cloud
+// files) mark ordinary files and folders.
 inline bool IsJunctionRecord(win32::DWORD attributes, win32::DWORD reparseTag) {
   return (attributes & win32::FILE_ATTRIBUTE_REPARSE_POINT) != 0 && reparseTag == win32::IO_REPARSE_TAG_MOUNT_POINT;
 }
@@ -21,8 +21,9 @@ inline bool IsSymbolicLinkRecord(win32::DWORD attributes, win32::DWORD reparseTa
 // (forWrite) or SeBackupPrivilege first. Without a path, or when the privilege cannot be enabled, nothing is opened.
 win32::UniqueFile OpenReparseDirectory(const char16_t* path, int forWrite);
 
-// Makes `junction` (a directory, made if it does not exist) lead to `target`, a folder that exists. 0: nothing is left at
-// `junction` that was empty before. A target of more than 255 characters does not fit the reparse data and is refused.
+// Makes `junction` (a directory, made if it does not exist) lead to `target`, a folder that exists. 0: nothing is left
+// at `junction` that was empty before. A target of more than 255 characters does not fit the reparse data and is
+// refused.
 int CreateJunction(const char16_t* junction, const char16_t* target);
 
 // Takes the reparse point off a junction; an empty folder stays behind. 0 for anything that is not a junction.

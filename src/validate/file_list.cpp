@@ -30,8 +30,8 @@ bool IsSystemFolderName(std::u16string_view name) {
   return EqualPaths(name, u"$RECYCLE.BIN") || EqualPaths(name, u"System Volume Information");
 }
 
-// The form in which every call reaches the item. The plain form ends at 259 characters, and it loses a dot or blank at the
-// end of a name. A path under a "\\?\" one keeps the prefix, so the copy and the deletion name the same items.
+// The form in which every call reaches the item. The plain form ends at 259 characters, and it loses a dot or blank at
+// the end of a name. A path under a "\\?\" one keeps the prefix, so the copy and the deletion name the same items.
 std::u16string ReachablePath(std::u16string path) {
   const bool plainFormReaches = path.size() < kMaxPath && path.back() != u'.' && path.back() != u' ';
   if (!plainFormReaches && !HasExtendedPrefix(path)) path.insert(0, u"\\\\?\\");

@@ -15,7 +15,7 @@ struct TreeEntry {
   std::uint64_t size = 0;
 
   bool IsDirectory() const;
-  bool IsJunction() const;      // a mounted volume included
+  bool IsJunction() const;  // a mounted volume included
   bool IsSymbolicLink() const;
   bool IsLink() const { return IsJunction() || IsSymbolicLink(); }
   bool IsReparsePoint() const;  // links and every other tag
@@ -30,7 +30,7 @@ struct TreeListing {
   std::uint64_t TotalSize() const;  // bytes of the files' main streams
 };
 
-// Lists everything below `folder`, which itself is not in the list - unless it is a junction or a symbolic link: then it
-// is the only entry. A mounted volume is entered when it is `folder`, and is a link below it.
-// 0 when any folder could not be read to its end; the listing is not to be used then.
+// Lists everything below `folder`, which itself is not in the list - unless it is a junction or a symbolic link: then
+// it is the only entry. A mounted volume is entered when it is `folder`, and is a link below it. 0 when any folder
+// could not be read to its end; the listing is not to be used then.
 int GetFileList(const std::u16string& folder, TreeListing& listing);

@@ -112,7 +112,9 @@ bool IsOnFixedOrRemovableDrive(const char16_t* path) {
   return type == win32::DRIVE_FIXED || type == win32::DRIVE_REMOVABLE;
 }
 
-bool IsRelativePath(const char16_t* path) { return win32::PathIsRelativeW(TrimAndUnquote(path).c_str()) != win32::FALSE; }
+bool IsRelativePath(const char16_t* path) {
+  return win32::PathIsRelativeW(TrimAndUnquote(path).c_str()) != win32::FALSE;
+}
 
 std::u16string TrimAndUnquote(std::u16string_view path) {
   while (!path.empty() && path.front() == u' ') path.remove_prefix(1);

@@ -9,10 +9,10 @@
 inline constexpr std::size_t kPathLengthLimit = 247;
 
 bool DriveExists(const char16_t* path);
-bool IsDriveRoot(const char16_t* path);        // "C:\" or "C:" of an existing drive
-bool IsNetworkPath(const char16_t* path);      // a UNC path, a path without a drive, or one on a network drive
+bool IsDriveRoot(const char16_t* path);    // "C:\" or "C:" of an existing drive
+bool IsNetworkPath(const char16_t* path);  // a UNC path, a path without a drive, or one on a network drive
 bool IsOnFixedOrRemovableDrive(const char16_t* path);
-bool IsRelativePath(const char16_t* path);     // blanks around it and quotes do not count
+bool IsRelativePath(const char16_t* path);  // blanks around it and quotes do not count
 // The path without the blanks around it and without its quotes.
 std::u16string TrimAndUnquote(std::u16string_view path);
 bool DirectoryExists(const char16_t* path);
@@ -20,8 +20,9 @@ bool DirectoryExists(const char16_t* path);
 // 1 for NTFS, 0 for FAT, -1 for every other file system and when it cannot be told.
 int GetFileSystemType(const char16_t* path);
 
-// 1 refuses the path: a system folder, or with insideProductOnly a folder of Windows or Program Files outside the product's
-// own. Otherwise, unless a quiet flag is set, a folder below Windows or Program Files brings a warning on the console.
+// 1 refuses the path: a system folder, or with insideProductOnly a folder of Windows or Program Files outside the
+// product's own. Otherwise, unless a quiet flag is set, a folder below Windows or Program Files brings a warning on the
+// console.
 int IsSystemFolder(const char16_t* path, int insideProductOnly, int quiet1, int quiet2);
 
 // 1 when a volume is mounted on the folder; its name then goes to volumeName (when given).

@@ -26,7 +26,8 @@ class Scan {
     const bool locked = IsLocked(item);
     const bool accessible = item.IsDirectory() || IsAccessible(item);
     if (locked || !accessible)
-      Log(u"#ERROR: %ls - File or folder is used by another process.  Close any application that might be using the file or "
+      Log(u"#ERROR: %ls - File or folder is used by another process.  Close any application that might be using the "
+          u"file or "
           u"folder and try again.",
           item.path);
   }

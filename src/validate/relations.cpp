@@ -26,8 +26,8 @@ std::u16string FolderForm(std::u16string path) {
   return path;
 }
 
-// Asks about each folder above the path, the nearest first, to the drive's root; true as soon as one answers yes. A path that
-// ends with a backslash is asked about itself first.
+// Asks about each folder above the path, the nearest first, to the drive's root; true as soon as one answers yes. A
+// path that ends with a backslash is asked about itself first.
 bool AnyAncestor(const char16_t* path, const std::function<bool(const std::u16string&)>& ask) {
   std::u16string rest = TrimAndUnquote(path);
   while (rest.find(u'\\') != std::u16string::npos) {
@@ -41,8 +41,8 @@ std::u16string Cleaned(const char16_t* path) { return WithoutTrailingBackslash(T
 
 class Relations {
  public:
-  Relations(const char16_t* source, const char16_t* target, bool skipTarget, bool redirectedProfile, bool excludeMountedVolume,
-            bool quietSystemFolder, LazyListing& sourceTree)
+  Relations(const char16_t* source, const char16_t* target, bool skipTarget, bool redirectedProfile,
+            bool excludeMountedVolume, bool quietSystemFolder, LazyListing& sourceTree)
       : source_(source),
         target_(target),
         skipTarget_(skipTarget),
@@ -59,7 +59,8 @@ class Relations {
     if (hasSource_ && !sourceIsLink) CheckAncestors(source_);
     if (!skipTarget_ && !targetIsLink) CheckAncestors(target_);
     CheckSamePlace();
-    if (!skipTarget_ && !targetIsJunction_ && hasSource_ && !HasEnoughFreeSpace(source_, target_, sourceTree_)) result_ = 0;
+    if (!skipTarget_ && !targetIsJunction_ && hasSource_ && !HasEnoughFreeSpace(source_, target_, sourceTree_))
+      result_ = 0;
     return result_;
   }
 
@@ -93,14 +94,15 @@ class Relations {
 
   void RequireFullControl(const std::u16string& folder) {
     if (HasAccess(ImpersonatedCaller().token(), FolderForm(folder), kFullControl)) return;
-    Log(u"#ERROR: The target folder %ls can not be created. Insufficient permissions. The minimum permissions requirement to "
+    Log(u"#ERROR: The target folder %ls can not be created. Insufficient permissions. The minimum permissions "
+        u"requirement to "
         u"create the target folder is full control.",
         target_);
     result_ = 0;
   }
 
-  // First what it takes to make the target, then what it takes to fill it. For a target that does not exist both fall to its
-  // parent.
+  // First what it takes to make the target, then what it takes to fill it. For a target that does not exist both fall
+  // to its parent.
   void CheckPermissionToCreate() {
     const bool exists = win32::PathFileExistsW(target_) != win32::FALSE;
     std::u16string parent;
@@ -132,12 +134,14 @@ class Relations {
     const std::u16string source = Cleaned(source_), target = Cleaned(target_);
     if (EqualPaths(source, target)) {
       if (sourceIsJunction_) return;
-      Log(u"Checking source folder equals to target.\nSource: %ls Target: %ls #ERROR: Cannot redirect when Source and Target "
+      Log(u"Checking source folder equals to target.\nSource: %ls Target: %ls #ERROR: Cannot redirect when Source and "
+          u"Target "
           u"folder are the same. Browse to a different location.",
           source_, target_);
       result_ = 0;
     } else if (hasSource_ && !target.empty() && TargetIsInside(source)) {
-      Log(u"Checking source folder contained in target.\nSource: %ls Target: %ls #ERROR: Cannot redirect within the same Source "
+      Log(u"Checking source folder contained in target.\nSource: %ls Target: %ls #ERROR: Cannot redirect within the "
+          u"same Source "
           u"folder. Browse to a different location.",
           source_, target_);
       result_ = 0;
@@ -145,9 +149,10 @@ class Relations {
   }
 
   bool TargetIsInside(const std::u16string& source) const {
-    if (AnyAncestor(target_, [&](const std::u16string& ancestor) { return EqualPaths(ancestor, FolderForm(source)); })) return true;
-    // The same folders may go by other names (short names, "C:\Data\..\Data"): Windows says where the nearest folder that exists
-    // really is. Not asked for a mounted volume: what is in it is nowhere else.
+    if (AnyAncestor(target_, [&](const std::u16string& ancestor) { return EqualPaths(ancestor, FolderForm(source)); }))
+      return true;
+    // The same folders may go by other names (short names, "C:\Data\..\Data"): Windows says where the nearest folder
+    // that exists really is. Not asked for a mounted volume: what is in it is nowhere else.
     if (sourceIsJunction_ || IsReparse(source)) return false;
     std::u16string realSource, realTarget;
     if (!win32::PathFileExistsW(source.c_str()) || !GetFinalTargetPath(source.c_str(), realSource)) return false;
@@ -209,8 +214,8 @@ int CheckPathRelations(const char16_t* source, const char16_t* target, int skipT
 int CheckPathRelations(const char16_t* source, const char16_t* target, int skipTarget, int sourceIsRedirectedProfile,
                        int excludeMountedVolume, int quietSystemFolder) {
   LazyListing sourceTree(source);
-  return CheckPathRelations(source, target, skipTarget, sourceIsRedirectedProfile, excludeMountedVolume, quietSystemFolder,
-                            sourceTree);
+  return CheckPathRelations(source, target, skipTarget, sourceIsRedirectedProfile, excludeMountedVolume,
+                            quietSystemFolder, sourceTree);
 }
 
 bool MeasureSource(const char16_t* source, LazyListing& sourceTree, std::uint64_t& bytes) {
@@ -249,7 +254,8 @@ int HasEnoughFreeSpace(const char16_t* source, const char16_t* target, LazyListi
   }
   if (space.available > needed) return 1;
   const bool mounted = IsVolumeMountPoint(place.c_str(), &volumeName) != 0;
-  Log(u"#ERROR: There is not enough free disk space on target %ls. Browse to a different location or delete one or more files "
+  Log(u"#ERROR: There is not enough free disk space on target %ls. Browse to a different location or delete one or "
+      u"more files "
       u"to free disk space, and try again.",
       mounted ? volumeName : std::u16string(target));
   return 0;

@@ -27,5 +27,6 @@ int CheckPathRelations(const char16_t* source, const char16_t* target, int skipT
 int HasEnoughFreeSpace(const char16_t* source, const char16_t* target);
 int HasEnoughFreeSpace(const char16_t* source, const char16_t* target, LazyListing& sourceTree);
 
-// The bytes that the source takes: of the files below it, or of its volume when it is one. False when they cannot be told.
+// The bytes that the source takes: of the files below it, or of its volume when it is one. False when they cannot be
+// told.
 bool MeasureSource(const char16_t* source, LazyListing& sourceTree, std::uint64_t& bytes);

@@ -29,7 +29,8 @@ bool IsNotDriveRelative(const char16_t* path) {
 }
 
 void LogNetworkPath(const char16_t* path) {
-  Log(u"#ERROR: The selected folder %ls is a UNC path representing a network resource. Browse to a different location.", path);
+  Log(u"#ERROR: The selected folder %ls is a UNC path representing a network resource. Browse to a different location.",
+      path);
 }
 void LogRelativePath(const char16_t* path) {
   Log(u"#ERROR: The selected folder %ls is a relative path. Browse to a different location", path);
@@ -78,7 +79,8 @@ bool IsDirectoryOrToBeMade(const char16_t* path, bool mustExist) {
 
 bool IsShortEnough(const char16_t* path) {
   if (std::u16string_view(path).size() < kPathLengthLimit) return true;
-  Log(u"#ERROR: The specified path %ls exceeds the system-defined maximum length of 248 characters. Browse to a different "
+  Log(u"#ERROR: The specified path %ls exceeds the system-defined maximum length of 248 characters. Browse to a "
+      u"different "
       u"location.",
       path);
   return false;
@@ -123,8 +125,8 @@ int ValidateSourcePath(const char16_t* path, int quiet1, int quiet2) try {
     return 0;
   }
   return Exists(path) && IsNotDriveRelative(path) && HasExistingDrive(path) && IsNotDriveRoot(path) && IsOnNtfs(path) &&
-                 IsLocal(path) && IsDirectory(path) && IsShortEnough(path) && IsNotRelative(path) && IsOnUsableDrive(path) &&
-                 !IsSystemFolder(path, 0, quiet1, quiet2)
+                 IsLocal(path) && IsDirectory(path) && IsShortEnough(path) && IsNotRelative(path) &&
+                 IsOnUsableDrive(path) && !IsSystemFolder(path, 0, quiet1, quiet2)
              ? 1
              : 0;
 } catch (const std::exception&) {
@@ -139,29 +141,30 @@ int ValidateTargetPath(const char16_t* path, int mustExist, int allowDriveRoot, 
   const bool must = mustExist != 0;
   return (!must || Exists(path)) && IsNotDriveRelative(path) && HasExistingDrive(path) &&
                  (!must || allowDriveRoot || IsNotDriveRoot(path)) && IsOnNtfs(path) && IsLocal(path) &&
-                 IsDirectoryOrToBeMade(path, must) && IsShortEnough(path) && IsNotRelative(path) && IsOnUsableDrive(path) &&
-                 (!must || !IsSystemFolder(path, allowDriveRoot, quiet1, quiet2))
+                 IsDirectoryOrToBeMade(path, must) && IsShortEnough(path) && IsNotRelative(path) &&
+                 IsOnUsableDrive(path) && (!must || !IsSystemFolder(path, allowDriveRoot, quiet1, quiet2))
              ? 1
              : 0;
 } catch (const std::exception&) {
   return 0;
 }
 
-int ValidateRedirectionPaths(const char16_t* source, const char16_t* target, int prescanFlag, int sourceIsRedirectedProfile,
-                             int excludeMountedVolume, int quietSystemFolder, int stopMediaSharing,
-                             int allowLockedSpecialCase, int targetOnly) try {
+int ValidateRedirectionPaths(const char16_t* source, const char16_t* target, int prescanFlag,
+                             int sourceIsRedirectedProfile, int excludeMountedVolume, int quietSystemFolder,
+                             int stopMediaSharing, int allowLockedSpecialCase, int targetOnly) try {
   if (!targetOnly && !ValidateSourcePath(source, sourceIsRedirectedProfile, quietSystemFolder)) return 0;
 
   LazyListing sourceTree(source);
   const bool targetPassed = ValidateTargetPath(target, 0, 0, 0, 0) != 0;
   int result = targetPassed ? 1 : 0;
-  if (!CheckPathRelations(source, target, !targetPassed, sourceIsRedirectedProfile, excludeMountedVolume, quietSystemFolder,
-                          sourceTree))
+  if (!CheckPathRelations(source, target, !targetPassed, sourceIsRedirectedProfile, excludeMountedVolume,
+                          quietSystemFolder, sourceTree))
     result = 0;
   if (stopMediaSharing && IsServiceRunning(kMediaSharingService))
     ControlServiceAndWait(kMediaSharingService, win32::SERVICE_CONTROL_STOP);
   if (targetOnly && !CheckTargetAccess(target, allowLockedSpecialCase)) result = 0;
-  if (!PreScanListing(source, target, source ? sourceTree.Get() : nullptr, prescanFlag, allowLockedSpecialCase)) result = 0;
+  if (!PreScanListing(source, target, source ? sourceTree.Get() : nullptr, prescanFlag, allowLockedSpecialCase))
+    result = 0;
   return result;
 } catch (const std::exception&) {
   return 0;

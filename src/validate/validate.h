@@ -1,14 +1,14 @@
-// May this folder be redirected to that place? Every operation answers 1 (yes) or 0, and each rule that says no has its line
-// in the log.
+// May this folder be redirected to that place? Every operation answers 1 (yes) or 0, and each rule that says no has its
+// line in the log.
 #pragma once
 
 #include "validate/path_rules.h"
 
-// The whole decision on a source and a target folder, the scan of the source included. All rules on target, relations and
-// contents are tried even after one has failed, so that the log tells everything that is wrong.
-int ValidateRedirectionPaths(const char16_t* source, const char16_t* target, int prescanFlag, int sourceIsRedirectedProfile,
-                             int excludeMountedVolume, int quietSystemFolder, int stopMediaSharing,
-                             int allowLockedSpecialCase, int targetOnly);
+// The whole decision on a source and a target folder, the scan of the source included. All rules on target, relations
+// and contents are tried even after one has failed, so that the log tells everything that is wrong.
+int ValidateRedirectionPaths(const char16_t* source, const char16_t* target, int prescanFlag,
+                             int sourceIsRedirectedProfile, int excludeMountedVolume, int quietSystemFolder,
+                             int stopMediaSharing, int allowLockedSpecialCase, int targetOnly);
 
 // The rules for a source folder alone; the quiet flags are IsSystemFolder's. The first rule that fails ends it.
 int ValidateSourcePath(const char16_t* path, int quiet1, int quiet2);

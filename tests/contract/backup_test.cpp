@@ -19,12 +19,11 @@ struct Stream {
 
 class Backup : public contract::FileTest {
  protected:
-  void SetUp() override {
-    SKIP_ON_WINE("Wine has neither BackupRead nor BackupWrite");
-  }
+  void SetUp() override { SKIP_ON_WINE("Wine has neither BackupRead nor BackupWrite"); }
 
   static UniqueFile Open(const std::u16string& path, DWORD access) {
-    return UniqueFile(CreateFileW(path.c_str(), access, FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr, OPEN_ALWAYS, FILE_FLAG_BACKUP_SEMANTICS, nullptr));
+    return UniqueFile(CreateFileW(path.c_str(), access, FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr, OPEN_ALWAYS,
+                                  FILE_FLAG_BACKUP_SEMANTICS, nullptr));
   }
 
   static void Make(const std::u16string& path, std::string_view content) {
@@ -39,7 +38,8 @@ class Backup : public contract::FileTest {
     std::vector<BYTE> backup(65536);
     void* context = nullptr;
     DWORD read = 0, more = 1;
-    EXPECT_TRUE(BackupRead(file.get(), backup.data(), static_cast<DWORD>(backup.size()), &read, FALSE, security, &context));
+    EXPECT_TRUE(
+        BackupRead(file.get(), backup.data(), static_cast<DWORD>(backup.size()), &read, FALSE, security, &context));
     EXPECT_TRUE(BackupRead(file.get(), backup.data() + read, 100, &more, FALSE, security, &context));
     EXPECT_EQ(more, 0u);
     EXPECT_TRUE(BackupRead(file.get(), nullptr, 0, &more, TRUE, security, &context));
@@ -94,7 +94,8 @@ TEST_F(Backup, WhatIsWrittenReplacesTheData) {
     const UniqueFile copy = Open(Path(u"copy"), GENERIC_WRITE);
     void* context = nullptr;
     DWORD written = 0;
-    EXPECT_TRUE(BackupWrite(copy.get(), backup.data(), static_cast<DWORD>(backup.size()), &written, FALSE, FALSE, &context));
+    EXPECT_TRUE(
+        BackupWrite(copy.get(), backup.data(), static_cast<DWORD>(backup.size()), &written, FALSE, FALSE, &context));
     EXPECT_EQ(written, backup.size());
     EXPECT_TRUE(BackupWrite(copy.get(), nullptr, 0, &written, TRUE, FALSE, &context));
   }

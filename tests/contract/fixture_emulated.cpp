@@ -5,6 +5,7 @@
 #include "contract/fixture.h"
 #include "support/machine.h"
 #include "win32/emulated/files/runtime_bound.h"
+#include "win32/emulated/registry/registry.h"
 
 namespace contract {
 
@@ -12,9 +13,12 @@ namespace {
 
 // Every test that asks for a scratch folder gets a fresh machine.
 emulated::Machine& FreshMachine() {
-  static std::unique_ptr<emulated::Machine> machine;
+  // Made with a machine, so that it is gone at the end before what machines are registered in.
+  static std::unique_ptr<emulated::Machine> machine = test::TestMachine();
   machine.reset();
   machine = test::TestMachine();
+  machine->registry().MountEmpty(u"HKLM\\SOFTWARE");
+  machine->registry().MountEmpty(u"HKU\\" + emulated::SidToText(machine->process.token->user));
   return *machine;
 }
 

@@ -20,12 +20,13 @@ class FileSecurity : public contract::FileTest {
   // The DACL as text; the error when it cannot be read.
   static std::u16string Dacl(const std::u16string& path) {
     PSECURITY_DESCRIPTOR descriptor = nullptr;
-    const DWORD error = GetNamedSecurityInfoW(path.c_str(), SE_OBJECT_TYPE::SE_FILE_OBJECT, DACL_SECURITY_INFORMATION, nullptr, nullptr, nullptr,
-                                              nullptr, &descriptor);
+    const DWORD error = GetNamedSecurityInfoW(path.c_str(), SE_OBJECT_TYPE::SE_FILE_OBJECT, DACL_SECURITY_INFORMATION,
+                                              nullptr, nullptr, nullptr, nullptr, &descriptor);
     if (error != 0) return u"unreadable";
     const UniqueLocalMemory owner{descriptor};
     char16_t* text = nullptr;
-    EXPECT_TRUE(ConvertSecurityDescriptorToStringSecurityDescriptorW(descriptor, 1, DACL_SECURITY_INFORMATION, &text, nullptr));
+    EXPECT_TRUE(
+        ConvertSecurityDescriptorToStringSecurityDescriptorW(descriptor, 1, DACL_SECURITY_INFORMATION, &text, nullptr));
     const UniqueLocalMemory textOwner{text};
     return text;
   }
@@ -38,8 +39,8 @@ class FileSecurity : public contract::FileTest {
     auto* const bytes = static_cast<BYTE*>(descriptor);
     DWORD offset = 0;
     std::memcpy(&offset, bytes + 16, sizeof offset);
-    return SetNamedSecurityInfoW(path.data(), SE_OBJECT_TYPE::SE_FILE_OBJECT, DACL_SECURITY_INFORMATION | more, nullptr, nullptr,
-                                 offset == 0 ? nullptr : reinterpret_cast<ACL*>(bytes + offset), nullptr);
+    return SetNamedSecurityInfoW(path.data(), SE_OBJECT_TYPE::SE_FILE_OBJECT, DACL_SECURITY_INFORMATION | more, nullptr,
+                                 nullptr, offset == 0 ? nullptr : reinterpret_cast<ACL*>(bytes + offset), nullptr);
   }
 };
 
@@ -61,8 +62,9 @@ TEST_F(FileSecurity, InheritedEntriesComeFromTheDirectoryNotFromTheCaller) {
 }
 
 TEST_F(FileSecurity, AChangeReachesEverythingBelowThatIsNotProtected) {
-  const std::u16string top = Directory(u"top"), child = Directory(u"top\\child"), grandchild = Directory(u"top\\child\\grandchild"),
-                       apart = Directory(u"top\\apart"), below = Directory(u"top\\apart\\below");
+  const std::u16string top = Directory(u"top"), child = Directory(u"top\\child"),
+                       grandchild = Directory(u"top\\child\\grandchild"), apart = Directory(u"top\\apart"),
+                       below = Directory(u"top\\apart\\below");
   ASSERT_EQ(SetDacl(apart, u"D:(A;OICI;FA;;;BA)", PROTECTED_DACL_SECURITY_INFORMATION), 0u);
   ASSERT_EQ(SetDacl(child, u"D:(A;;FW;;;SY)"), 0u);
   ASSERT_EQ(SetDacl(top, u"D:(A;OICI;FA;;;BA)(A;CI;FR;;;BU)", PROTECTED_DACL_SECURITY_INFORMATION), 0u);
@@ -74,17 +76,22 @@ TEST_F(FileSecurity, AChangeReachesEverythingBelowThatIsNotProtected) {
 
 TEST_F(FileSecurity, GenericRightsBecomeTheFileSystemsOwn) {
   const std::u16string directory = Directory(u"d");
-  ASSERT_EQ(SetDacl(directory, u"D:(A;;GR;;;WD)(A;OICIIO;GA;;;CO)(A;;GA;;;BA)", PROTECTED_DACL_SECURITY_INFORMATION), 0u);
+  ASSERT_EQ(SetDacl(directory, u"D:(A;;GR;;;WD)(A;OICIIO;GA;;;CO)(A;;GA;;;BA)", PROTECTED_DACL_SECURITY_INFORMATION),
+            0u);
   EXPECT_TRUE(Dacl(directory) == u"D:PAI(A;;FR;;;WD)(A;OICIIO;GA;;;CO)(A;;FA;;;BA)");
 }
 
 TEST_F(FileSecurity, ANullDaclIsWritten) {
   const std::u16string directory = Directory(u"d");
   std::u16string path = directory;
-  ASSERT_EQ(SetNamedSecurityInfoW(path.data(), SE_OBJECT_TYPE::SE_FILE_OBJECT, DACL_SECURITY_INFORMATION, nullptr, nullptr, nullptr, nullptr), 0u);
+  ASSERT_EQ(SetNamedSecurityInfoW(path.data(), SE_OBJECT_TYPE::SE_FILE_OBJECT, DACL_SECURITY_INFORMATION, nullptr,
+                                  nullptr, nullptr, nullptr),
+            0u);
   ACL* dacl = nullptr;
   PSECURITY_DESCRIPTOR descriptor = nullptr;
-  ASSERT_EQ(GetNamedSecurityInfoW(path.c_str(), SE_OBJECT_TYPE::SE_FILE_OBJECT, DACL_SECURITY_INFORMATION, nullptr, nullptr, &dacl, nullptr, &descriptor), 0u);
+  ASSERT_EQ(GetNamedSecurityInfoW(path.c_str(), SE_OBJECT_TYPE::SE_FILE_OBJECT, DACL_SECURITY_INFORMATION, nullptr,
+                                  nullptr, &dacl, nullptr, &descriptor),
+            0u);
   const UniqueLocalMemory owner{descriptor};
   EXPECT_EQ(dacl, nullptr);
 }
@@ -92,7 +99,8 @@ TEST_F(FileSecurity, ANullDaclIsWritten) {
 TEST_F(FileSecurity, ErrorsAreReturned) {
   PSECURITY_DESCRIPTOR descriptor = nullptr;
   const auto read = [&](const std::u16string& path) {
-    return GetNamedSecurityInfoW(path.c_str(), SE_OBJECT_TYPE::SE_FILE_OBJECT, DACL_SECURITY_INFORMATION, nullptr, nullptr, nullptr, nullptr, &descriptor);
+    return GetNamedSecurityInfoW(path.c_str(), SE_OBJECT_TYPE::SE_FILE_OBJECT, DACL_SECURITY_INFORMATION, nullptr,
+                                 nullptr, nullptr, nullptr, &descriptor);
   };
   EXPECT_EQ(read(Path(u"missing")), ERROR_FILE_NOT_FOUND);
   EXPECT_EQ(read(Path(u"missing\\file")), ERROR_PATH_NOT_FOUND);

@@ -38,7 +38,8 @@ TEST_F(Tokens, AThreadHasATokenOnlyWhileItImpersonates) {
 
 TEST_F(Tokens, InformationTellsItsSizeFirstAndPointsIntoItsBuffer) {
   const UniqueKernelHandle token = ProcessToken(TOKEN_QUERY);
-  for (const auto kind : {TOKEN_INFORMATION_CLASS::TokenUser, TOKEN_INFORMATION_CLASS::TokenGroups, TOKEN_INFORMATION_CLASS::TokenPrivileges}) {
+  for (const auto kind : {TOKEN_INFORMATION_CLASS::TokenUser, TOKEN_INFORMATION_CLASS::TokenGroups,
+                          TOKEN_INFORMATION_CLASS::TokenPrivileges}) {
     DWORD needed = 0;
     EXPECT_FALSE(GetTokenInformation(token.get(), kind, nullptr, 0, &needed));
     EXPECT_EQ(GetLastError(), ERROR_INSUFFICIENT_BUFFER);
@@ -76,7 +77,8 @@ TEST_F(Tokens, AdjustingSucceedsAndSaysInTheLastErrorWhetherAllWereHeld) {
 TEST_F(Tokens, MembershipIsOfTheEffectiveToken) {
   SID_IDENTIFIER_AUTHORITY nt{{0, 0, 0, 0, 0, 5}};
   UniqueSid administrators, stranger;
-  ASSERT_TRUE(AllocateAndInitializeSid(&nt, 2, SECURITY_BUILTIN_DOMAIN_RID, DOMAIN_ALIAS_RID_ADMINS, 0, 0, 0, 0, 0, 0, administrators.put()));
+  ASSERT_TRUE(AllocateAndInitializeSid(&nt, 2, SECURITY_BUILTIN_DOMAIN_RID, DOMAIN_ALIAS_RID_ADMINS, 0, 0, 0, 0, 0, 0,
+                                       administrators.put()));
   ASSERT_TRUE(AllocateAndInitializeSid(&nt, 5, 21, 1, 2, 3, 4, 0, 0, 0, stranger.put()));
   BOOL member = FALSE;
   EXPECT_TRUE(CheckTokenMembership(nullptr, administrators.get(), &member));

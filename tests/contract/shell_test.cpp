@@ -13,7 +13,8 @@ using namespace win32;
 class Shell : public contract::FileTest {
  protected:
   static void Make(const std::u16string& path, std::string_view content = "content") {
-    const UniqueFile file{CreateFileW(path.c_str(), GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr)};
+    const UniqueFile file{
+        CreateFileW(path.c_str(), GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr)};
     DWORD written = 0;
     ASSERT_TRUE(file && WriteFile(file.get(), content.data(), static_cast<DWORD>(content.size()), &written, nullptr));
   }
@@ -40,10 +41,12 @@ class Shell : public contract::FileTest {
 TEST_F(Shell, TextOfPaths) {
   EXPECT_TRUE(PathIsUNCW(u"\\\\server\\share") && PathIsUNCW(u"\\\\server") && PathIsUNCW(u"\\\\"));
   EXPECT_TRUE(PathIsUNCW(u"\\\\?\\UNC\\server\\share"));
-  EXPECT_FALSE(PathIsUNCW(u"\\\\?\\C:\\x") || PathIsUNCW(u"C:\\x") || PathIsUNCW(u"\\x") || PathIsUNCW(u"") || PathIsUNCW(nullptr));
+  EXPECT_FALSE(PathIsUNCW(u"\\\\?\\C:\\x") || PathIsUNCW(u"C:\\x") || PathIsUNCW(u"\\x") || PathIsUNCW(u"") ||
+               PathIsUNCW(nullptr));
 
   EXPECT_TRUE(PathIsRelativeW(u"name") && PathIsRelativeW(u"a\\b") && PathIsRelativeW(u"") && PathIsRelativeW(nullptr));
-  EXPECT_FALSE(PathIsRelativeW(u"C:\\x") || PathIsRelativeW(u"C:x") || PathIsRelativeW(u"\\x") || PathIsRelativeW(u"\\\\server"));
+  EXPECT_FALSE(PathIsRelativeW(u"C:\\x") || PathIsRelativeW(u"C:x") || PathIsRelativeW(u"\\x") ||
+               PathIsRelativeW(u"\\\\server"));
 
   EXPECT_EQ(PathGetDriveNumberW(u"A:\\x"), 0);
   EXPECT_EQ(PathGetDriveNumberW(u"z:"), 25);
@@ -92,7 +95,8 @@ TEST_F(Shell, WhatThePathsLeadTo) {
   EXPECT_TRUE(PathFileExistsW(Path(u"file").c_str()));
   EXPECT_FALSE(PathFileExistsW(Path(u"missing").c_str()) || PathFileExistsW(u"") || PathFileExistsW(nullptr));
   EXPECT_TRUE(PathIsDirectoryW(Path(u"").c_str()));
-  EXPECT_FALSE(PathIsDirectoryW(Path(u"file").c_str()) || PathIsDirectoryW(Path(u"missing").c_str()) || PathIsDirectoryW(nullptr));
+  EXPECT_FALSE(PathIsDirectoryW(Path(u"file").c_str()) || PathIsDirectoryW(Path(u"missing").c_str()) ||
+               PathIsDirectoryW(nullptr));
 }
 
 TEST_F(Shell, CreatingADirectoryMakesTheWayToIt) {
@@ -135,7 +139,8 @@ TEST_F(Shell, DeletingDoesNotFollowLinks) {
     const UniqueFile link{CreateFileW(Path(u"tree\\link").c_str(), GENERIC_WRITE, 0, nullptr, OPEN_EXISTING,
                                       FILE_FLAG_BACKUP_SEMANTICS | FILE_FLAG_OPEN_REPARSE_POINT, nullptr)};
     DWORD returned = 0;
-    ASSERT_TRUE(DeviceIoControl(link.get(), FSCTL_SET_REPARSE_POINT, data.data(), static_cast<DWORD>(data.size() * 2), nullptr, 0, &returned, nullptr));
+    ASSERT_TRUE(DeviceIoControl(link.get(), FSCTL_SET_REPARSE_POINT, data.data(), static_cast<DWORD>(data.size() * 2),
+                                nullptr, 0, &returned, nullptr));
   }
   ASSERT_TRUE(PathFileExistsW(Path(u"tree\\link\\file").c_str()));
   EXPECT_EQ(Operate(FO_DELETE, Path(u"tree")), 0);

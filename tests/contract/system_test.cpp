@@ -23,9 +23,13 @@ TEST_F(System, MessagesHaveATextAndEndWithALineBreak) {
   }
 
   char16_t little[4];
-  EXPECT_EQ(FormatMessageW(FORMAT_MESSAGE_FROM_SYSTEM | FORMAT_MESSAGE_IGNORE_INSERTS, nullptr, ERROR_ACCESS_DENIED, 0, little, 4), 0u);
+  EXPECT_EQ(FormatMessageW(FORMAT_MESSAGE_FROM_SYSTEM | FORMAT_MESSAGE_IGNORE_INSERTS, nullptr, ERROR_ACCESS_DENIED, 0,
+                           little, 4),
+            0u);
   EXPECT_EQ(GetLastError(), ERROR_INSUFFICIENT_BUFFER);
-  EXPECT_EQ(FormatMessageW(FORMAT_MESSAGE_FROM_SYSTEM | FORMAT_MESSAGE_IGNORE_INSERTS, nullptr, 0x2FFFFFFF, 0, little, 4), 0u);
+  EXPECT_EQ(
+      FormatMessageW(FORMAT_MESSAGE_FROM_SYSTEM | FORMAT_MESSAGE_IGNORE_INSERTS, nullptr, 0x2FFFFFFF, 0, little, 4),
+      0u);
   EXPECT_EQ(GetLastError(), ERROR_MR_MID_NOT_FOUND);
 }
 
@@ -34,7 +38,9 @@ TEST_F(System, NetworkMessagesAreInTheirOwnLibrary) {
   const UniqueLibrary library{LoadLibraryExW(u"netmsg.dll", nullptr, LOAD_LIBRARY_AS_DATAFILE)};
   ASSERT_TRUE(library);
   char16_t text[100];
-  EXPECT_GT(FormatMessageW(FORMAT_MESSAGE_FROM_HMODULE | FORMAT_MESSAGE_IGNORE_INSERTS, library.get(), NERR_NetNameNotFound, 0, text, 100), 0u);
+  EXPECT_GT(FormatMessageW(FORMAT_MESSAGE_FROM_HMODULE | FORMAT_MESSAGE_IGNORE_INSERTS, library.get(),
+                           NERR_NetNameNotFound, 0, text, 100),
+            0u);
   EXPECT_TRUE(std::u16string_view(text) == u"This shared resource does not exist.\r\n");
 }
 
@@ -58,7 +64,10 @@ TEST_F(System, TheProgramsPathIsCutWhenThereIsTooLittleRoom) {
   EXPECT_EQ(std::u16string_view(path).size(), length);
   EXPECT_EQ(GetModuleFileNameW(nullptr, little, 5), 5u);
   EXPECT_EQ(GetLastError(), ERROR_INSUFFICIENT_BUFFER);
-  EXPECT_TRUE(std::u16string_view(little) == std::u16string_view(path).substr(0, 4));
+  EXPECT_TRUE(std::u16string_view(little, 4) == std::u16string_view(path).substr(0, 4));
+  if (!contract::OnWine()) {  // which leaves the cut text without an end
+    EXPECT_EQ(little[4], u'\0');
+  }
 }
 
 TEST_F(System, MissingResourcesAreToldApart) {
@@ -84,7 +93,8 @@ TEST_F(System, AMutexIsAMarkThatOthersSee) {
 }
 
 TEST_F(System, AMarkGoesWithItsLastHandle) {
-  UniqueKernelHandle first{CreateMutexW(nullptr, FALSE, u"passing mark")}, second{CreateMutexW(nullptr, FALSE, u"passing mark")};
+  UniqueKernelHandle first{CreateMutexW(nullptr, FALSE, u"passing mark")},
+      second{CreateMutexW(nullptr, FALSE, u"passing mark")};
   first.reset();
   const UniqueKernelHandle third{CreateMutexW(nullptr, FALSE, u"passing mark")};
   EXPECT_EQ(GetLastError(), ERROR_ALREADY_EXISTS);
@@ -96,7 +106,8 @@ TEST_F(System, AMutexOfNullDaclIsForEverybody) {
   ASSERT_TRUE(InitializeSecurityDescriptor(&descriptor, SECURITY_DESCRIPTOR_REVISION));
   ASSERT_TRUE(SetSecurityDescriptorDacl(&descriptor, TRUE, nullptr, FALSE));
   SECURITY_ATTRIBUTES attributes{sizeof attributes, &descriptor, FALSE};
-  const UniqueKernelHandle first{CreateMutexW(&attributes, FALSE, u"open mark")}, second{CreateMutexW(nullptr, FALSE, u"open mark")};
+  const UniqueKernelHandle first{CreateMutexW(&attributes, FALSE, u"open mark")},
+      second{CreateMutexW(nullptr, FALSE, u"open mark")};
   EXPECT_TRUE(first && second);
 }
 

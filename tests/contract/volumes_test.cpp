@@ -51,8 +51,11 @@ TEST_F(Volumes, Information) {
   ASSERT_TRUE(GetVolumeInformationW(drive.c_str(), label, 100, &serial, &component, &flags, system, 100));
   EXPECT_EQ(component, 255u);
   EXPECT_TRUE(GetVolumeInformationW(drive.c_str(), nullptr, 0, nullptr, nullptr, nullptr, nullptr, 0));
-  EXPECT_EQ(ErrorOf(GetVolumeInformationW((scratch + u"\\").c_str(), label, 100, nullptr, nullptr, nullptr, nullptr, 0)), ERROR_DIR_NOT_ROOT);
-  EXPECT_EQ(ErrorOf(GetVolumeInformationW(scratch.c_str(), label, 100, nullptr, nullptr, nullptr, nullptr, 0)), ERROR_INVALID_NAME);
+  EXPECT_EQ(
+      ErrorOf(GetVolumeInformationW((scratch + u"\\").c_str(), label, 100, nullptr, nullptr, nullptr, nullptr, 0)),
+      ERROR_DIR_NOT_ROOT);
+  EXPECT_EQ(ErrorOf(GetVolumeInformationW(scratch.c_str(), label, 100, nullptr, nullptr, nullptr, nullptr, 0)),
+            ERROR_INVALID_NAME);
   EXPECT_NE(ErrorOf(GetVolumeInformationW(u"Q:\\", label, 100, nullptr, nullptr, nullptr, nullptr, 0)), 0u);
   if (!contract::OnWine()) {
     EXPECT_EQ(std::u16string(system), u"NTFS");
@@ -65,7 +68,8 @@ TEST_F(Volumes, FreeSpaceOfAnyFolder) {
   EXPECT_LE(available.QuadPart, free.QuadPart);
   EXPECT_LT(free.QuadPart, total.QuadPart);
   EXPECT_TRUE(GetDiskFreeSpaceExW((scratch + u"\\").c_str(), &available, nullptr, nullptr));
-  EXPECT_EQ(ErrorOf(GetDiskFreeSpaceExW((scratch + u"\\missing").c_str(), &available, nullptr, nullptr)), ERROR_PATH_NOT_FOUND);
+  EXPECT_EQ(ErrorOf(GetDiskFreeSpaceExW((scratch + u"\\missing").c_str(), &available, nullptr, nullptr)),
+            ERROR_PATH_NOT_FOUND);
 }
 
 TEST_F(Volumes, NamesOfMountPoints) {
@@ -76,8 +80,10 @@ TEST_F(Volumes, NamesOfMountPoints) {
   EXPECT_EQ(ErrorOf(GetVolumeNameForVolumeMountPointW(drive.c_str(), buffer, 49)), ERROR_FILENAME_EXCED_RANGE);
   EXPECT_EQ(ErrorOf(GetVolumeNameForVolumeMountPointW(drive.substr(0, 2).c_str(), buffer, 50)), ERROR_INVALID_NAME);
   EXPECT_EQ(ErrorOf(GetVolumeNameForVolumeMountPointW(u"Q:\\", buffer, 50)), ERROR_FILE_NOT_FOUND);
-  EXPECT_EQ(ErrorOf(GetVolumeNameForVolumeMountPointW((scratch + u"\\").c_str(), buffer, 50)), ERROR_NOT_A_REPARSE_POINT);
-  EXPECT_EQ(ErrorOf(GetVolumeNameForVolumeMountPointW((scratch + u"\\missing\\").c_str(), buffer, 50)), ERROR_FILE_NOT_FOUND);
+  EXPECT_EQ(ErrorOf(GetVolumeNameForVolumeMountPointW((scratch + u"\\").c_str(), buffer, 50)),
+            ERROR_NOT_A_REPARSE_POINT);
+  EXPECT_EQ(ErrorOf(GetVolumeNameForVolumeMountPointW((scratch + u"\\missing\\").c_str(), buffer, 50)),
+            ERROR_FILE_NOT_FOUND);
 }
 
 TEST_F(Volumes, AreEnumerated) {
@@ -105,9 +111,11 @@ TEST_F(Volumes, PathsOfAVolume) {
   DWORD needed = 0;
   EXPECT_EQ(ErrorOf(GetVolumePathNamesForVolumeNameW(name.c_str(), paths, 2, &needed)), ERROR_MORE_DATA);
   EXPECT_EQ(needed, length);
-  EXPECT_EQ(ErrorOf(GetVolumePathNamesForVolumeNameW(name.substr(0, 48).c_str(), paths, 400, &length)), ERROR_INVALID_NAME);
+  EXPECT_EQ(ErrorOf(GetVolumePathNamesForVolumeNameW(name.substr(0, 48).c_str(), paths, 400, &length)),
+            ERROR_INVALID_NAME);
   EXPECT_EQ(ErrorOf(GetVolumePathNamesForVolumeNameW(u"C:\\", paths, 400, &length)), ERROR_INVALID_NAME);
-  EXPECT_EQ(ErrorOf(GetVolumePathNamesForVolumeNameW(u"\\\\?\\Volume{00000000-00de-c0de-0000-000000000000}\\", paths, 400, &length)),
+  EXPECT_EQ(ErrorOf(GetVolumePathNamesForVolumeNameW(u"\\\\?\\Volume{00000000-00de-c0de-0000-000000000000}\\", paths,
+                                                     400, &length)),
             ERROR_FILE_NOT_FOUND);
 }
 

@@ -31,7 +31,9 @@ class DelayedRenames : public ::testing::Test {
   }
 
   static bool Exists(const char16_t* path) { return GetFileAttributesW(path) != INVALID_FILE_ATTRIBUTES; }
-  static BOOL Delay(const char16_t* from, const char16_t* to, DWORD flags = 0) { return MoveFileExW(from, to, flags | MOVEFILE_DELAY_UNTIL_REBOOT); }
+  static BOOL Delay(const char16_t* from, const char16_t* to, DWORD flags = 0) {
+    return MoveFileExW(from, to, flags | MOVEFILE_DELAY_UNTIL_REBOOT);
+  }
 
   void Restart() {
     machine->objects.CloseAll(machine->process.id);

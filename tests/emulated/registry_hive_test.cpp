@@ -168,7 +168,7 @@ TEST(Hive, SurvivesAnyDamage) {
   const Bytes good = WriteHive(*hive, kThen);
   std::mt19937 random(4711);
   int read = 0, refused = 0;
-  for (int round = 0; round < 3000; ++round) {
+  for (int round = 0; round < 1500; ++round) {
     Bytes bad = good;
     for (unsigned changes = 1 + random() % 4; changes != 0; --changes) {
       const std::size_t at = random() % 8 == 0 ? random() % 512 : regf::kBaseBlock + random() % (bad.size() - regf::kBaseBlock);
@@ -187,8 +187,8 @@ TEST(Hive, SurvivesAnyDamage) {
       ASSERT_EQ(error.find('\n'), std::string::npos);
     }
   }
-  EXPECT_GT(read, 100);
-  EXPECT_GT(refused, 100);
+  EXPECT_GT(read, 50);
+  EXPECT_GT(refused, 50);
 }
 
 // Other programs' readers see the same keys and values.

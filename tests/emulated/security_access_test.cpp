@@ -98,14 +98,16 @@ TEST(SecurityAccess, TheDirectoryLetsDeleteAndLookAtAttributes) {
   const auto token = MakeUserToken(kUser);
   constexpr std::u16string_view kClosed = u"O:SYG:SYD:";
   EXPECT_EQ(Ask(*token, kClosed, win32::DELETE, false, u"O:SYG:SYD:(A;;DT;;;WD)"), win32::DELETE);
-  EXPECT_EQ(Ask(*token, kClosed, win32::FILE_READ_ATTRIBUTES, false, u"O:SYG:SYD:(A;;CC;;;WD)"), win32::FILE_READ_ATTRIBUTES);
+  EXPECT_EQ(Ask(*token, kClosed, win32::FILE_READ_ATTRIBUTES, false, u"O:SYG:SYD:(A;;CC;;;WD)"),
+            win32::FILE_READ_ATTRIBUTES);
   EXPECT_EQ(Ask(*token, kClosed, win32::DELETE, false, u"O:SYG:SYD:(A;;CC;;;WD)"), kDenied);
   EXPECT_EQ(Ask(*token, kClosed, win32::DELETE | kRead, false, u"O:SYG:SYD:(A;;FA;;;WD)"), kDenied);
 }
 
 TEST(SecurityAccess, DamagedDescriptorsAreRefusedEverywhere) {
   const auto token = MakeAdministratorToken(kUser);
-  const Bytes good = Descriptor(u"O:BAG:SYD:PAI(A;OICI;FA;;;BA)(OA;;CR;6da8a4ff-0e52-11d0-a286-00aa003049e2;;AU)S:(AU;SA;FA;;;WD)");
+  const Bytes good =
+      Descriptor(u"O:BAG:SYD:PAI(A;OICI;FA;;;BA)(OA;;CR;6da8a4ff-0e52-11d0-a286-00aa003049e2;;AU)S:(AU;SA;FA;;;WD)");
   unsigned random = 1;
   const auto next = [&] { return (random = random * 1103515245u + 12345u) >> 8; };
   for (int round = 0; round < 20000; ++round) {
@@ -115,11 +117,13 @@ TEST(SecurityAccess, DamagedDescriptorsAreRefusedEverywhere) {
     const Bytes damaged(bad);  // exactly as long as it is: reading beyond its end shows
     win32::DWORD granted = 0;
     const bool sound = IsSoundDescriptor(damaged);
-    const win32::DWORD error = CheckAccess(*token, damaged, win32::MAXIMUM_ALLOWED, kFileMapping, true, ByteView(damaged), granted);
+    const win32::DWORD error =
+        CheckAccess(*token, damaged, win32::MAXIMUM_ALLOWED, kFileMapping, true, ByteView(damaged), granted);
     EXPECT_EQ(error == win32::ERROR_INVALID_SECURITY_DESCR, !sound);
     EXPECT_EQ(MergeDescriptor(good, damaged, win32::DACL_SECURITY_INFORMATION).empty(), !sound);
     EXPECT_EQ(Reinherit(damaged, good, true, kFileMapping).empty(), !sound);
-    DescriptorToText(damaged, win32::OWNER_SECURITY_INFORMATION | win32::DACL_SECURITY_INFORMATION | win32::SACL_SECURITY_INFORMATION);
+    DescriptorToText(damaged, win32::OWNER_SECURITY_INFORMATION | win32::DACL_SECURITY_INFORMATION |
+                                  win32::SACL_SECURITY_INFORMATION);
   }
 }
 

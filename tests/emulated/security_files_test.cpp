@@ -33,21 +33,25 @@ class SecurityFiles : public testing::Test {
 
   static DWORD Read(const char16_t* path, DWORD parts = DACL_SECURITY_INFORMATION) {
     PSECURITY_DESCRIPTOR descriptor = nullptr;
-    const DWORD error = GetNamedSecurityInfoW(path, SE_OBJECT_TYPE::SE_FILE_OBJECT, parts, nullptr, nullptr, nullptr, nullptr, &descriptor);
+    const DWORD error = GetNamedSecurityInfoW(path, SE_OBJECT_TYPE::SE_FILE_OBJECT, parts, nullptr, nullptr, nullptr,
+                                              nullptr, &descriptor);
     const UniqueLocalMemory owner{descriptor};
     return error;
   }
   static DWORD WriteDacl(std::u16string path, std::u16string_view sddl) {
     Bytes descriptor = *emulated::DescriptorFromText(sddl);
     Bytes dacl(emulated::ViewDescriptor(descriptor)->dacl.begin(), emulated::ViewDescriptor(descriptor)->dacl.end());
-    return SetNamedSecurityInfoW(path.data(), SE_OBJECT_TYPE::SE_FILE_OBJECT, DACL_SECURITY_INFORMATION, nullptr, nullptr,
-                                 reinterpret_cast<ACL*>(dacl.data()), nullptr);
+    return SetNamedSecurityInfoW(path.data(), SE_OBJECT_TYPE::SE_FILE_OBJECT, DACL_SECURITY_INFORMATION, nullptr,
+                                 nullptr, reinterpret_cast<ACL*>(dacl.data()), nullptr);
   }
   static DWORD WriteOwner(std::u16string path, std::u16string_view sid) {
     emulated::Sid owner = emulated::SidFromText(sid);
-    return SetNamedSecurityInfoW(path.data(), SE_OBJECT_TYPE::SE_FILE_OBJECT, OWNER_SECURITY_INFORMATION, owner.data(), nullptr, nullptr, nullptr);
+    return SetNamedSecurityInfoW(path.data(), SE_OBJECT_TYPE::SE_FILE_OBJECT, OWNER_SECURITY_INFORMATION, owner.data(),
+                                 nullptr, nullptr, nullptr);
   }
-  static void Enable(std::u16string_view privilege) { emulated::Machine::Current().process.token->EnablePrivilege(privilege, true); }
+  static void Enable(std::u16string_view privilege) {
+    emulated::Machine::Current().process.token->EnablePrivilege(privilege, true);
+  }
 
   std::unique_ptr<emulated::Machine> machine;
 };
@@ -98,17 +102,20 @@ TEST_F(SecurityFiles, TheAuditListNeedsItsPrivilege) {
 }
 
 TEST_F(SecurityFiles, ALinkHasItsOwnDescriptorAndNothingIsPropagatedThroughIt) {
-  for (const char16_t* const path : {u"C:\\top", u"C:\\top\\link", u"C:\\target", u"C:\\target\\inside"}) ASSERT_TRUE(CreateDirectoryW(path, nullptr));
-  const UniqueFile link{CreateFileW(u"C:\\top\\link", GENERIC_WRITE, 0, nullptr, OPEN_EXISTING, FILE_FLAG_BACKUP_SEMANTICS | FILE_FLAG_OPEN_REPARSE_POINT, nullptr)};
+  for (const char16_t* const path : {u"C:\\top", u"C:\\top\\link", u"C:\\target", u"C:\\target\\inside"})
+    ASSERT_TRUE(CreateDirectoryW(path, nullptr));
+  const UniqueFile link{CreateFileW(u"C:\\top\\link", GENERIC_WRITE, 0, nullptr, OPEN_EXISTING,
+                                    FILE_FLAG_BACKUP_SEMANTICS | FILE_FLAG_OPEN_REPARSE_POINT, nullptr)};
   const std::u16string substitute = u"\\??\\C:\\target", print = u"C:\\target";
   Bytes data;
   emulated::AppendLittleEndian(data, std::uint32_t{IO_REPARSE_TAG_MOUNT_POINT});
-  for (const std::size_t word : {8 + (substitute.size() + print.size() + 2) * 2, std::size_t{0}, std::size_t{0}, substitute.size() * 2,
-                                 substitute.size() * 2 + 2, print.size() * 2})
+  for (const std::size_t word : {8 + (substitute.size() + print.size() + 2) * 2, std::size_t{0}, std::size_t{0},
+                                 substitute.size() * 2, substitute.size() * 2 + 2, print.size() * 2})
     emulated::AppendLittleEndian(data, static_cast<std::uint16_t>(word));
   for (const char16_t unit : substitute + u'\0' + print + u'\0') emulated::AppendLittleEndian(data, unit);
   DWORD returned = 0;
-  ASSERT_TRUE(link && DeviceIoControl(link.get(), FSCTL_SET_REPARSE_POINT, data.data(), static_cast<DWORD>(data.size()), nullptr, 0, &returned, nullptr));
+  ASSERT_TRUE(link && DeviceIoControl(link.get(), FSCTL_SET_REPARSE_POINT, data.data(), static_cast<DWORD>(data.size()),
+                                      nullptr, 0, &returned, nullptr));
 
   const std::string inside = Stored(u"\\target\\inside"), target = Stored(u"\\target");
   EXPECT_EQ(WriteDacl(u"C:\\top\\link", u"D:(A;OICI;FR;;;AN)"), 0u);
@@ -122,7 +129,8 @@ TEST_F(SecurityFiles, ALinkHasItsOwnDescriptorAndNothingIsPropagatedThroughIt) {
 }
 
 TEST_F(SecurityFiles, PropagationPassesByWhatTheCallerMayNotChange) {
-  for (const char16_t* const path : {u"C:\\top", u"C:\\top\\closed", u"C:\\top\\open"}) ASSERT_TRUE(CreateDirectoryW(path, nullptr));
+  for (const char16_t* const path : {u"C:\\top", u"C:\\top\\closed", u"C:\\top\\open"})
+    ASSERT_TRUE(CreateDirectoryW(path, nullptr));
   Place(u"\\top\\closed", u"O:SYG:SYD:AI(A;ID;FA;;;SY)");
   EXPECT_EQ(WriteDacl(u"C:\\top", u"D:(A;OICI;FW;;;BG)"), 0u);
   EXPECT_EQ(Stored(u"\\top\\closed"), "O:SYD:AI(A;ID;FA;;;SY)");

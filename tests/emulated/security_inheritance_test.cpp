@@ -14,10 +14,12 @@ std::string Text(ByteView descriptor, win32::DWORD parts = kDacl) { return Utf8(
 
 Bytes Descriptor(std::u16string_view sddl) { return DescriptorFromText(sddl).value_or(Bytes()); }
 
-std::string Inherited(std::u16string_view parent, bool isContainer, std::optional<std::u16string_view> creator = std::nullopt) {
+std::string Inherited(std::u16string_view parent, bool isContainer,
+                      std::optional<std::u16string_view> creator = std::nullopt) {
   const auto token = MakeUserToken(SidFromText(u"S-1-5-21-1-2-3-1001"));
   const Bytes above = Descriptor(parent), own = creator ? Descriptor(*creator) : Bytes();
-  return Text(NewObjectDescriptor(*token, ByteView(above), creator ? std::optional<ByteView>(own) : std::nullopt, isContainer, kFileMapping));
+  return Text(NewObjectDescriptor(*token, ByteView(above), creator ? std::optional<ByteView>(own) : std::nullopt,
+                                  isContainer, kFileMapping));
 }
 
 TEST(SecurityInheritance, FlagsDecideWhoInheritsWhat) {
@@ -30,9 +32,11 @@ TEST(SecurityInheritance, FlagsDecideWhoInheritsWhat) {
       {u"D:(A;OI;FA;;;BA)(A;CI;FR;;;BU)", "D:AI(A;OIIOID;FA;;;BA)(A;CIID;FR;;;BU)", "D:AI(A;ID;FA;;;BA)"},
       {u"D:(A;OICIIO;FA;;;BA)(A;;FA;;;SY)", "D:AI(A;OICIID;FA;;;BA)", "D:AI(A;ID;FA;;;BA)"},
       {u"D:(A;OICINP;FA;;;BA)", "D:AI(A;ID;FA;;;BA)", "D:AI(A;ID;FA;;;BA)"},
-      {u"D:(A;OICIIO;GA;;;CO)", "D:AI(A;ID;FA;;;S-1-5-21-1-2-3-1001)(A;OICIIOID;GA;;;CO)", "D:AI(A;ID;FA;;;S-1-5-21-1-2-3-1001)"},
+      {u"D:(A;OICIIO;GA;;;CO)", "D:AI(A;ID;FA;;;S-1-5-21-1-2-3-1001)(A;OICIIOID;GA;;;CO)",
+       "D:AI(A;ID;FA;;;S-1-5-21-1-2-3-1001)"},
       {u"D:(A;OICIIO;GXGR;;;BU)", "D:AI(A;ID;0x1200a9;;;BU)(A;OICIIOID;GXGR;;;BU)", "D:AI(A;ID;0x1200a9;;;BU)"},
-      {u"D:(A;OI;FA;;;BA)(A;CINP;FR;;;CG)", "D:AI(A;OIIOID;FA;;;BA)(A;ID;FR;;;S-1-5-21-1-2-3-513)", "D:AI(A;ID;FA;;;BA)"},
+      {u"D:(A;OI;FA;;;BA)(A;CINP;FR;;;CG)", "D:AI(A;OIIOID;FA;;;BA)(A;ID;FR;;;S-1-5-21-1-2-3-513)",
+       "D:AI(A;ID;FA;;;BA)"},
   };
   for (const Case& one : cases) {
     EXPECT_EQ(Inherited(one.parent, true), one.directory);
@@ -55,13 +59,15 @@ TEST(SecurityInheritance, AnAdministratorsObjectsBelongToTheGroup) {
   const auto administrator = MakeAdministratorToken(SidFromText(u"S-1-5-21-1-2-3-500"));
   const Bytes parent = Descriptor(u"D:(A;OICI;FA;;;BA)");
   const Bytes made = NewObjectDescriptor(*administrator, ByteView(parent), std::nullopt, false, kFileMapping);
-  EXPECT_EQ(Text(made, win32::OWNER_SECURITY_INFORMATION | win32::GROUP_SECURITY_INFORMATION), "O:BAG:S-1-5-21-1-2-3-513");
+  EXPECT_EQ(Text(made, win32::OWNER_SECURITY_INFORMATION | win32::GROUP_SECURITY_INFORMATION),
+            "O:BAG:S-1-5-21-1-2-3-513");
 }
 
 TEST(SecurityInheritance, AMergeTakesOnlyTheNamedPartsAndTheMarkOnlyOnRequest) {
   const Bytes current = Descriptor(u"O:SYG:SYD:AI(A;ID;FA;;;SY)"), other = Descriptor(u"O:BAG:BAD:PAI(A;;GR;;;WD)");
   constexpr win32::DWORD kAll = win32::OWNER_SECURITY_INFORMATION | win32::GROUP_SECURITY_INFORMATION | kDacl;
-  EXPECT_EQ(Text(MergeDescriptor(current, other, win32::OWNER_SECURITY_INFORMATION), kAll), "O:BAG:SYD:AI(A;ID;FA;;;SY)");
+  EXPECT_EQ(Text(MergeDescriptor(current, other, win32::OWNER_SECURITY_INFORMATION), kAll),
+            "O:BAG:SYD:AI(A;ID;FA;;;SY)");
   EXPECT_EQ(Text(MergeDescriptor(current, other, kDacl), kAll), "O:SYG:SYD:P(A;;FR;;;WD)");
   EXPECT_EQ(Text(MergeDescriptor(current, Descriptor(u"D:ARAI(A;ID;FR;;;WD)"), kDacl), kDacl), "D:AI(A;ID;FR;;;WD)");
 }
@@ -71,7 +77,8 @@ TEST(SecurityInheritance, AnUnsaidProtectionStays) {
   const Bytes written = Descriptor(u"D:(A;;FR;;;WD)");
   const auto dacl = ViewDescriptor(written)->dacl;
   EXPECT_EQ(Text(ApplyDacl(isProtected, dacl, kDacl, ByteView(parent), false, kFileMapping)), "D:PAI(A;;FR;;;WD)");
-  EXPECT_EQ(Text(ApplyDacl(isProtected, dacl, kDacl | win32::UNPROTECTED_DACL_SECURITY_INFORMATION, ByteView(parent), false, kFileMapping)),
+  EXPECT_EQ(Text(ApplyDacl(isProtected, dacl, kDacl | win32::UNPROTECTED_DACL_SECURITY_INFORMATION, ByteView(parent),
+                           false, kFileMapping)),
             "D:AI(A;;FR;;;WD)(A;ID;FA;;;BA)");
 }
 

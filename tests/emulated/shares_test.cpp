@@ -19,7 +19,8 @@ class Shares : public ::testing::Test {
  protected:
   Shares() : machine(test::InstalledMachine()) {}
 
-  DWORD Add(std::u16string name, std::u16string path, DWORD* member = nullptr, PSECURITY_DESCRIPTOR descriptor = nullptr, DWORD type = STYPE_DISKTREE) {
+  DWORD Add(std::u16string name, std::u16string path, DWORD* member = nullptr,
+            PSECURITY_DESCRIPTOR descriptor = nullptr, DWORD type = STYPE_DISKTREE) {
     std::u16string remark = u"a remark";
     SHARE_INFO_502 info{name.data(), type, remark.data(), 0, 10, 0, path.data(), nullptr, 0, descriptor};
     return NetShareAdd(nullptr, 502, reinterpret_cast<BYTE*>(&info), member);
@@ -62,7 +63,8 @@ TEST_F(Shares, AreKeptAsWindowsKeepsThem) {
   const auto value = machine->registry().Query(kShares, u"docs");
   ASSERT_TRUE(value);
   EXPECT_EQ(value->type, REG_MULTI_SZ);
-  EXPECT_EQ(value->data, emulated::RegistryMultiText({u"CSCFlags=0", u"MaxUses=10", u"Path=C:\\Users", u"Permissions=0", u"Remark=a remark", u"ShareName=docs", u"Type=0"}));
+  EXPECT_EQ(value->data, emulated::RegistryMultiText({u"CSCFlags=0", u"MaxUses=10", u"Path=C:\\Users", u"Permissions=0",
+                                                      u"Remark=a remark", u"ShareName=docs", u"Type=0"}));
   const auto security = machine->registry().Query(std::u16string(kShares) + u"\\Security", u"docs");
   ASSERT_TRUE(security);
   EXPECT_EQ(security->type, REG_BINARY);
@@ -131,7 +133,8 @@ TEST_F(Shares, ComeInPartsWhenThereIsLittleRoom) {
 // The value is whatever somebody wrote into the registry.
 TEST_F(Shares, DamagedValuesAreReadAsFarAsTheyGo) {
   machine->registry().Set(kShares, u"odd", REG_MULTI_SZ, emulated::Bytes{'P', 0, 'a', 0, 't', 0, 'h'});
-  machine->registry().Set(kShares, u"number", REG_MULTI_SZ, emulated::RegistryMultiText({u"Type=99999999999", u"Path=C:\\x", u"no equals"}));
+  machine->registry().Set(kShares, u"number", REG_MULTI_SZ,
+                          emulated::RegistryMultiText({u"Type=99999999999", u"Path=C:\\x", u"no equals"}));
   machine->registry().SetText(kShares, u"text", u"Path=C:\\y");
   const auto all = All(502);
   ASSERT_EQ(all.size(), 6u);

@@ -37,7 +37,9 @@ Bytes VersionNode(std::u16string_view key, ByteView value, bool isText, const By
   return node;
 }
 
-ByteView BytesOf(std::u16string_view text) { return {reinterpret_cast<const std::uint8_t*>(text.data()), text.size() * 2}; }
+ByteView BytesOf(std::u16string_view text) {
+  return {reinterpret_cast<const std::uint8_t*>(text.data()), text.size() * 2};
+}
 
 Bytes VersionBlock() {
   VS_FIXEDFILEINFO fixed{};
@@ -136,7 +138,8 @@ TEST_F(SystemServices, DamagedExecutablesAndVersionBlocksAreHarmless) {
 
 TEST_F(SystemServices, ResourcesAreFoundByTypeNameAndLanguage) {
   static constexpr std::uint8_t kNeutral[] = {1}, kGerman[] = {2, 2};
-  machine->module.resources = {{u"#6", u"#1", 0, kNeutral}, {u"#6", u"#2", 0x407, kGerman}, {u"FILE", u"CONFIG", 0x409, kNeutral}};
+  machine->module.resources = {
+      {u"#6", u"#1", 0, kNeutral}, {u"#6", u"#2", 0x407, kGerman}, {u"FILE", u"CONFIG", 0x409, kNeutral}};
   const auto size = [](HRSRC resource) { return SizeofResource(nullptr, resource); };
   const HRSRC german = FindResourceW(nullptr, MakeIntResource(2), MakeIntResource(RT_STRING));
   ASSERT_TRUE(german);
@@ -146,14 +149,17 @@ TEST_F(SystemServices, ResourcesAreFoundByTypeNameAndLanguage) {
   EXPECT_TRUE(FindResourceW(nullptr, u"config", u"file"));
   const auto errorOf = [](HRSRC resource) { return resource ? 0 : GetLastError(); };
   EXPECT_EQ(errorOf(FindResourceW(nullptr, MakeIntResource(1), MakeIntResource(99))), ERROR_RESOURCE_TYPE_NOT_FOUND);
-  EXPECT_EQ(errorOf(FindResourceW(nullptr, MakeIntResource(99), MakeIntResource(RT_STRING))), ERROR_RESOURCE_NAME_NOT_FOUND);
-  EXPECT_EQ(errorOf(FindResourceExW(nullptr, MakeIntResource(RT_STRING), MakeIntResource(2), 0x40C)), ERROR_RESOURCE_LANG_NOT_FOUND);
+  EXPECT_EQ(errorOf(FindResourceW(nullptr, MakeIntResource(99), MakeIntResource(RT_STRING))),
+            ERROR_RESOURCE_NAME_NOT_FOUND);
+  EXPECT_EQ(errorOf(FindResourceExW(nullptr, MakeIntResource(RT_STRING), MakeIntResource(2), 0x40C)),
+            ERROR_RESOURCE_LANG_NOT_FOUND);
   machine->module.resources.clear();
-  EXPECT_EQ(errorOf(FindResourceW(nullptr, MakeIntResource(1), MakeIntResource(RT_STRING))), ERROR_RESOURCE_DATA_NOT_FOUND);
+  EXPECT_EQ(errorOf(FindResourceW(nullptr, MakeIntResource(1), MakeIntResource(RT_STRING))),
+            ERROR_RESOURCE_DATA_NOT_FOUND);
 }
 
 TEST_F(SystemServices, SleepingMovesTheClockAndLocalTimeFollowsIt) {
-  machine->SetNow(132'000'000'000'000'000);  // 2019-04-17 02:40:00 UTC, a Wednesday
+  machine->SetNow(132'000'000'000'000'000);  // 2019-04-17 18:40:00 UTC, a Wednesday
   machine->localTimeOffsetMinutes = 120;
   std::uint64_t slept = 0;
   machine->onSleep = [&](std::uint64_t milliseconds) { slept += milliseconds; };
@@ -162,7 +168,7 @@ TEST_F(SystemServices, SleepingMovesTheClockAndLocalTimeFollowsIt) {
   GetLocalTime(&time);
   EXPECT_EQ(slept, 61'001u);
   EXPECT_EQ(std::tuple(time.wYear, time.wMonth, time.wDay, time.wDayOfWeek), std::tuple(2019, 4, 17, 3));
-  EXPECT_EQ(std::tuple(time.wHour, time.wMinute, time.wSecond, time.wMilliseconds), std::tuple(4, 41, 1, 1));
+  EXPECT_EQ(std::tuple(time.wHour, time.wMinute, time.wSecond, time.wMilliseconds), std::tuple(20, 41, 1, 1));
   machine->SetNow(125'963'423'990'000'000);  // 2000-02-29 23:59:59, the leap day of a century
   machine->localTimeOffsetMinutes = 0;
   GetLocalTime(&time);

@@ -30,7 +30,8 @@ class VolumeMountPoints : public ::testing::Test {
   static std::u16string Paths(const char16_t* volume) {
     char16_t buffer[400];
     DWORD length = 0;
-    if (!GetVolumePathNamesForVolumeNameW(volume, buffer, 400, &length)) return u"error " + std::u16string(1, static_cast<char16_t>(GetLastError()));
+    if (!GetVolumePathNamesForVolumeNameW(volume, buffer, 400, &length))
+      return u"error " + std::u16string(1, static_cast<char16_t>(GetLastError()));
     std::u16string paths(buffer, length);
     for (char16_t& unit : paths)
       if (unit == 0) unit = u'|';
@@ -39,7 +40,8 @@ class VolumeMountPoints : public ::testing::Test {
 
   static std::u16string PathName(const char16_t* path) {
     char16_t buffer[300];
-    return GetVolumePathNameW(path, buffer, 300) ? std::u16string(buffer) : u"error " + std::u16string(1, static_cast<char16_t>(GetLastError()));
+    return GetVolumePathNameW(path, buffer, 300) ? std::u16string(buffer)
+                                                 : u"error " + std::u16string(1, static_cast<char16_t>(GetLastError()));
   }
 
   static DWORD ErrorOf(BOOL result) { return result ? 0 : GetLastError(); }
@@ -68,12 +70,14 @@ TEST_F(VolumeMountPoints, MountedFolderIsFoundAfterMovesAndRestarts) {
   EXPECT_EQ(Paths(kVolume), u"C:\\Moved\\renamed\\||");
   EXPECT_EQ(PathName(u"C:\\Moved\\renamed\\on the volume\\missing"), u"C:\\Moved\\renamed\\");
 
-  EXPECT_EQ(ErrorOf(SetVolumeMountPointW(u"C:\\Moved\\renamed\\", kVolume)), ERROR_DIR_NOT_EMPTY) << "a mounted folder counts as not empty";
+  EXPECT_EQ(ErrorOf(SetVolumeMountPointW(u"C:\\Moved\\renamed\\", kVolume)), ERROR_DIR_NOT_EMPTY)
+      << "a mounted folder counts as not empty";
   EXPECT_EQ(ErrorOf(DeleteVolumeMountPointW(u"C:\\Moved\\renamed\\")), 0u);
   EXPECT_EQ(Paths(kVolume), u"|");
   EXPECT_EQ(ErrorOf(DeleteVolumeMountPointW(u"C:\\Moved\\renamed\\")), ERROR_NOT_A_REPARSE_POINT);
   EXPECT_TRUE(RemoveDirectoryW(u"C:\\Moved\\renamed"));
-  EXPECT_EQ(machine->FindByGuidName(kVolume)->volume->LookupPath(u"\\on the volume", folder), 0u) << "what is on the volume stays";
+  EXPECT_EQ(machine->FindByGuidName(kVolume)->volume->LookupPath(u"\\on the volume", folder), 0u)
+      << "what is on the volume stays";
 }
 
 TEST_F(VolumeMountPoints, ManyReparsePointsDoNotHideAMountedFolder) {
@@ -120,9 +124,23 @@ TEST_F(VolumeMountPoints, WhatCannotBeMounted) {
 
 TEST_F(VolumeMountPoints, JunctionsAreNoMountPoints) {
   char16_t name[50];
-  EXPECT_EQ(ErrorOf(GetVolumeNameForVolumeMountPointW(u"C:\\Documents and Settings\\", name, 50)), ERROR_INVALID_PARAMETER);
+  EXPECT_EQ(ErrorOf(GetVolumeNameForVolumeMountPointW(u"C:\\Documents and Settings\\", name, 50)),
+            ERROR_INVALID_PARAMETER);
   EXPECT_EQ(ErrorOf(DeleteVolumeMountPointW(u"C:\\Documents and Settings\\")), ERROR_INVALID_PARAMETER);
   EXPECT_EQ(GetFileAttributesW(u"C:\\Documents and Settings") & 0x410, 0x410u);
+}
+
+TEST_F(VolumeMountPoints, PathsAreFollowedToTheirVolumes) {
+  EXPECT_EQ(PathName(u"C:\\Documents and Settings\\Public"), u"C:\\");
+  EXPECT_EQ(PathName(u"\\\\?\\D:\\x"), u"\\\\?\\D:\\");
+  EXPECT_EQ(PathName(u"D:x"), u"D:\\");
+  EXPECT_EQ(PathName((kVolume + std::u16string(u"a\\b")).c_str()), kVolume);
+  ASSERT_TRUE(CreateDirectoryW(u"C:\\mnt", nullptr));
+  ASSERT_TRUE(SetVolumeMountPointW(u"C:\\mnt\\", kVolume));
+  ULARGE_INTEGER here{}, there{};
+  ASSERT_TRUE(GetDiskFreeSpaceExW(u"C:\\mnt", nullptr, &here, nullptr));
+  ASSERT_TRUE(GetDiskFreeSpaceExW(kVolume, nullptr, &there, nullptr));
+  EXPECT_EQ(here.QuadPart, there.QuadPart);
 }
 
 // A reparse buffer comes from the disk: no length in it is believed.

@@ -21,7 +21,8 @@ TEST_F(BackupCopies, AFileKeepsStreamsTimesAndAttributes) {
   MakeFile(from, "main contents");
   MakeFile(from + u":notes", "in a stream");
   test::SetTimes(from, 7);
-  ASSERT_TRUE(SetFileAttributesW(from.c_str(), FILE_ATTRIBUTE_READONLY | FILE_ATTRIBUTE_HIDDEN | FILE_ATTRIBUTE_SYSTEM));
+  ASSERT_TRUE(
+      SetFileAttributesW(from.c_str(), FILE_ATTRIBUTE_READONLY | FILE_ATTRIBUTE_HIDDEN | FILE_ATTRIBUTE_SYSTEM));
   const std::string before = Describe(from);
   ASSERT_EQ(BackupCopy(from, to, 0), 1);
   EXPECT_EQ(Describe(to), before);
@@ -79,7 +80,8 @@ TEST_F(BackupCopies, FailuresAreReported) {
       EXPECT_EQ(BackupCopyEx(from, to, 0), 0) << call << nth;
       machine->gate.ClearFailures();
     }
-  EXPECT_NE(machine->debugOutput.find(u"#ERROR: BackupCopy: BackupWrite() failed for path = D:\\Target\\item"), std::u16string::npos);
+  EXPECT_NE(machine->debugOutput.find(u"#ERROR: BackupCopy: BackupWrite() failed for path = D:\\Target\\item"),
+            std::u16string::npos);
 }
 
 TEST_F(BackupCopies, LinksAreCarriedByteForByte) {
@@ -280,7 +282,8 @@ TEST(VolumePaths, AreConvertedBothWays) {
   given = volumePath;
   ASSERT_EQ(VolumePathToNormalPath(given, normalPath), 1);
   EXPECT_EQ(normalPath, u"D:\\a\\b");
-  for (std::u16string bad : {u"", u"nothing", u"\\\\?\\Volume{", u"\\\\?\\Volume{00000000-0000-0000-0000-000000000000}\\"}) {
+  for (std::u16string bad :
+       {u"", u"nothing", u"\\\\?\\Volume{", u"\\\\?\\Volume{00000000-0000-0000-0000-000000000000}\\"}) {
     EXPECT_EQ(VolumePathToNormalPath(bad, normalPath), 0);
     EXPECT_TRUE(bad.empty());
   }

@@ -16,7 +16,8 @@ class Junction : public test::Engine {
                                       FILE_FLAG_BACKUP_SEMANTICS | FILE_FLAG_OPEN_REPARSE_POINT, nullptr)};
     std::vector<BYTE> data(MAXIMUM_REPARSE_DATA_BUFFER_SIZE);
     DWORD size = 0;
-    DeviceIoControl(file.get(), FSCTL_GET_REPARSE_POINT, nullptr, 0, data.data(), MAXIMUM_REPARSE_DATA_BUFFER_SIZE, &size, nullptr);
+    DeviceIoControl(file.get(), FSCTL_GET_REPARSE_POINT, nullptr, 0, data.data(), MAXIMUM_REPARSE_DATA_BUFFER_SIZE,
+                    &size, nullptr);
     data.resize(size);
     return data;
   }

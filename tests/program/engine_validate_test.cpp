@@ -167,7 +167,8 @@ TEST_F(PreScan, NamesEveryItemThatCannotBeMoved) {
   for (const char16_t* line :
        {u"#ERROR: C:\\Data\\secret - Insufficient permissions. The minimum permissions requirement is read & execute.",
         u"#ERROR: C:\\Data\\secret\\f - Insufficient permissions.", u"#INFO: C:\\Data\\busy - File is not accessible.",
-        u"#ERROR: C:\\Data\\busy - File or folder is used by another process.  Close any application that might be using the "
+        u"#ERROR: C:\\Data\\busy - File or folder is used by another process.  Close any application that might be "
+        u"using the "
         u"file or folder and try again."})
     EXPECT_TRUE(Logged(line));
   EXPECT_FALSE(Logged(u"readonly"));

@@ -51,7 +51,7 @@ class FolderRedirectionTest : public ::testing::Test {
     };
     EXPECT_EQ(oneOf(u"\\one.txt"), "first") << when;
     EXPECT_EQ(oneOf(u"\\one.txt:note"), "a named stream") << when;
-    EXPECT_EQ(oneOf(u"\\inner\\two.bin"), std::string(70000, 'x')) << when;
+    EXPECT_TRUE(oneOf(u"\\inner\\two.bin") == std::string(70000, 'x')) << when;
   }
   void ExpectFailure(const test::RunResult& run, const std::u16string& logged) {
     EXPECT_EQ(run.exitCode, 1);
@@ -65,7 +65,6 @@ class FolderRedirectionTest : public ::testing::Test {
 
 TEST_F(FolderRedirectionTest, MovesTheContentsAndLeavesAJunction) {
   const auto before = test::DescribeTree(u"C:\\Data");
-  const std::u16string security = test::Security(u"C:\\Data");
   const auto run = Redirect();
   EXPECT_EQ(run.exitCode, 0) << emulated::Utf8(run.log);
   EXPECT_TRUE(run.said.ends_with(u"Folder Redirection was successful."));
@@ -102,13 +101,15 @@ TEST_F(FolderRedirectionTest, IsUndoneByTheSameCommandWithD) {
 TEST_F(FolderRedirectionTest, TheFolderItselfKeepsItsSecurityAndTimes) {
   test::SetSecurity(u"C:\\Data", u"O:BAD:P(A;OICI;FA;;;BA)(A;OICI;0x1200a9;;;BU)");
   test::SetTimes(u"C:\\Data", 7);
-  const std::u16string dacl = test::Dacl(u"C:\\Data");
+  // The entries: Windows marks a list that it has inheritance worked out for.
+  const auto entries = [](const std::u16string& path) { return test::Dacl(path).substr(test::Dacl(path).find(u'(')); };
+  const std::u16string dacl = entries(u"C:\\Data");
   const std::string described = test::Describe(u"C:\\Data");
   ASSERT_EQ(Redirect().exitCode, 0);
-  EXPECT_EQ(test::Dacl(u"D:\\Target\\Data"), dacl);
+  EXPECT_EQ(entries(u"D:\\Target\\Data"), dacl);
   EXPECT_EQ(test::Describe(u"D:\\Target\\Data"), described);
   ASSERT_EQ(Remove().exitCode, 0);
-  EXPECT_EQ(test::Dacl(u"C:\\Data"), dacl);
+  EXPECT_EQ(entries(u"C:\\Data"), dacl);
   EXPECT_EQ(test::Describe(u"C:\\Data"), described);
 }
 
@@ -252,11 +253,16 @@ class EveryCall : public FolderRedirectionTest {
         ASSERT_EQ(Redirect().exitCode, 0);
       }
       machine->gate.ResetCounts();
+      std::string failed;
+      machine->gate.Observe([&](const char* name, std::uint64_t number) {
+        if (number == n) failed = name;
+      });
       machine->gate.FailCall(n, win32::ERROR_ACCESS_DENIED);
       const auto run = removal ? Remove() : Redirect();
       machine->gate.ClearFailures();
+      machine->gate.Observe({});
       calls = std::max(calls, machine->gate.Count());
-      const std::string when = (removal ? "removal, call " : "redirection, call ") + std::to_string(n) + ": " + emulated::Utf8(run.log);
+      const std::string when = (removal ? "removal, call " : "redirection, call ") + std::to_string(n) + " (" + failed + "): " + emulated::Utf8(run.log);
       ExpectEachFileOnce(when);
       if (run.exitCode == 0) {
         EXPECT_EQ(RecordCount(), removal ? 0u : 1u) << when;

@@ -36,7 +36,8 @@ class Engine : public ::testing::Test {
     const std::string bytes = Contents(LogPath());
     std::u16string text;
     for (std::size_t i = 2; i + 1 < bytes.size(); i += 2)
-      text += static_cast<char16_t>(static_cast<unsigned char>(bytes[i]) | static_cast<unsigned char>(bytes[i + 1]) << 8);
+      text +=
+          static_cast<char16_t>(static_cast<unsigned char>(bytes[i]) | static_cast<unsigned char>(bytes[i + 1]) << 8);
     return text;
   }
   bool Logged(std::u16string_view text) const { return LogText().find(text) != std::u16string::npos; }

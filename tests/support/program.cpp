@@ -1,5 +1,6 @@
 #include "support/program.h"
 
+#include <set>
 #include <vector>
 
 #include "cli/console.h"
@@ -23,6 +24,29 @@ std::u16string FromLittleEndian(std::string_view bytes) {
     text += static_cast<char16_t>(static_cast<unsigned char>(bytes[i]) | static_cast<unsigned char>(bytes[i + 1]) << 8);
   return text;
 }
+
+// The end of a process closes what it left open; the test's own handles are older.
+class ProcessEnd {
+ public:
+  explicit ProcessEnd(emulated::Machine& machine) : machine_(machine), older_(OpenHandles()) {}
+  ~ProcessEnd() {
+    for (const std::uintptr_t handle : OpenHandles())
+      if (!older_.contains(handle)) machine_.objects.Close(reinterpret_cast<win32::HANDLE>(handle), machine_.process.id);
+  }
+  ProcessEnd(const ProcessEnd&) = delete;
+  ProcessEnd& operator=(const ProcessEnd&) = delete;
+
+ private:
+  std::set<std::uintptr_t> OpenHandles() const {
+    std::set<std::uintptr_t> handles;
+    for (const auto& [handle, entry] : machine_.objects.all())
+      if (entry.processId == machine_.process.id) handles.insert(handle);
+    return handles;
+  }
+
+  emulated::Machine& machine_;
+  const std::set<std::uintptr_t> older_;
+};
 
 // What came to the log file behind its first `before` bytes; its byte-order mark is no text.
 std::string Added(const std::string& bytes, std::size_t before) {
@@ -60,7 +84,10 @@ RunResult RunProgram(emulated::Machine& machine, std::initializer_list<std::u16s
   pointers.push_back(nullptr);
 
   RunResult result;
-  result.exitCode = QuillbayMain(static_cast<int>(arguments.size()), pointers.data());
+  {
+    const ProcessEnd process(machine);
+    result.exitCode = QuillbayMain(static_cast<int>(arguments.size()), pointers.data());
+  }
   machine.process.token = token;
 
   result.console = WithoutCarriageReturns(emulated::Utf16(emulated::OemToUtf8(machine.console, machine.oemCodePage)));

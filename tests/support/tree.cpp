@@ -35,11 +35,12 @@ std::uint64_t Number(FILETIME time) { return (std::uint64_t{time.dwHighDateTime}
 
 std::u16string SecurityText(const std::u16string& path, DWORD information) {
   UniqueLocalMemory descriptor, memory;
-  if (GetNamedSecurityInfoW(path.c_str(), SE_OBJECT_TYPE::SE_FILE_OBJECT, information, nullptr, nullptr, nullptr, nullptr,
-                            descriptor.put()) != ERROR_SUCCESS)
+  if (GetNamedSecurityInfoW(path.c_str(), SE_OBJECT_TYPE::SE_FILE_OBJECT, information, nullptr, nullptr, nullptr,
+                            nullptr, descriptor.put()) != ERROR_SUCCESS)
     return u"(none)";
   char16_t* text = nullptr;
-  if (!ConvertSecurityDescriptorToStringSecurityDescriptorW(descriptor.get(), 1, information, &text, nullptr)) return u"(bad)";
+  if (!ConvertSecurityDescriptorToStringSecurityDescriptorW(descriptor.get(), 1, information, &text, nullptr))
+    return u"(bad)";
   memory.reset(text);
   return text;
 }
@@ -95,7 +96,8 @@ bool Exists(const std::u16string& path) { return Attributes(path) != INVALID_FIL
 DWORD Attributes(const std::u16string& path) { return GetFileAttributesW(path.c_str()); }
 
 std::string Contents(const std::u16string& path) {
-  const UniqueFile file{CreateFileW(path.c_str(), GENERIC_READ, kShareAll, nullptr, OPEN_EXISTING, FILE_FLAG_BACKUP_SEMANTICS, nullptr)};
+  const UniqueFile file{
+      CreateFileW(path.c_str(), GENERIC_READ, kShareAll, nullptr, OPEN_EXISTING, FILE_FLAG_BACKUP_SEMANTICS, nullptr)};
   if (!file) return "(none)";
   std::string contents(GetFileSize(file.get(), nullptr), '\0');
   DWORD read = 0;

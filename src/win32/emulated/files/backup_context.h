@@ -24,7 +24,8 @@ class BackupContext : public Object {
 // The context that a call works on. `*slot` null: a new one, put into the slot. 87 for a pointer that is no context of
 // this kind or belongs to another open.
 template <typename Context>
-win32::DWORD EnterBackup(const std::shared_ptr<FileObject>& file, bool processSecurity, void** slot, std::shared_ptr<Context>& context) {
+win32::DWORD EnterBackup(const std::shared_ptr<FileObject>& file, bool processSecurity, void** slot,
+                         std::shared_ptr<Context>& context) {
   ObjectTable& objects = Machine::Current().objects;
   if (!*slot) {
     context = std::make_shared<Context>(file, processSecurity);

@@ -17,8 +17,8 @@ struct BackupStreamHeader {
 
   win32::DWORD id = win32::BACKUP_INVALID;
   win32::DWORD attributes = win32::STREAM_NORMAL_ATTRIBUTE;
-  std::uint64_t size = 0;      // bytes after the name; of a sparse block with the 8 bytes of its offset
-  win32::DWORD nameSize = 0;   // bytes
+  std::uint64_t size = 0;     // bytes after the name; of a sparse block with the 8 bytes of its offset
+  win32::DWORD nameSize = 0;  // bytes
 };
 
 void AppendStreamHeader(Bytes& to, BackupStreamHeader header, std::u16string_view name = {});

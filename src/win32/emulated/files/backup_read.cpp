@@ -35,7 +35,7 @@ class BackupReader : public BackupContext {
   void Put(BackupStreamHeader header, ByteView content);
 
   Stage stage_;
-  Bytes held_;            // a header, and the content of a stream that is not data
+  Bytes held_;             // a header, and the content of a stream that is not data
   std::size_t taken_ = 0;  // of held_
   // Data of the volume that follows held_.
   std::u16string stream_;
@@ -60,7 +60,8 @@ win32::DWORD BackupReader::Read(FileObject& file, std::span<std::uint8_t> to, bo
     } else if (left_ != 0) {
       const std::size_t count = static_cast<std::size_t>(std::min<std::uint64_t>(room.size(), left_));
       std::size_t read = 0;
-      if (const win32::DWORD error = file.volume->volume->Read(file.file, stream_, offset_, room.first(count), read)) return error;
+      if (const win32::DWORD error = file.volume->volume->Read(file.file, stream_, offset_, room.first(count), read))
+        return error;
       file.accessed = true;
       if (read != count) return win32::ERROR_HANDLE_EOF;  // it was cut while we read: its header promised more
       offset_ += count;
@@ -84,12 +85,23 @@ win32::DWORD BackupReader::NextStream(const FileObject& file) {
     const Stage current = stage_;
     if (current != Stage::Streams) stage_ = static_cast<Stage>(static_cast<int>(current) + 1);
     switch (current) {
-      case Stage::Security: error = PutSecurity(file); break;
-      case Stage::ExtendedAttributes: error = PutExtendedAttributes(file); break;
-      case Stage::Streams: error = PutDataStreams(file); break;
-      case Stage::ObjectId: error = PutObjectId(file); break;
-      case Stage::ReparseData: error = PutReparseData(file); break;
-      case Stage::End: break;
+      case Stage::Security:
+        error = PutSecurity(file);
+        break;
+      case Stage::ExtendedAttributes:
+        error = PutExtendedAttributes(file);
+        break;
+      case Stage::Streams:
+        error = PutDataStreams(file);
+        break;
+      case Stage::ObjectId:
+        error = PutObjectId(file);
+        break;
+      case Stage::ReparseData:
+        error = PutReparseData(file);
+        break;
+      case Stage::End:
+        break;
     }
   }
   return error;
@@ -111,7 +123,8 @@ win32::DWORD BackupReader::PutSecurity(const FileObject& file) {
   if (!parts) return win32::ERROR_FILE_CORRUPT;
   if (parts->HasSacl() && !(file.granted & win32::ACCESS_SYSTEM_SECURITY)) {
     parts->sacl = {};
-    parts->control &= static_cast<win32::WORD>(~(win32::SE_SACL_PRESENT | kSaclDefaulted | win32::SE_SACL_AUTO_INHERITED | win32::SE_SACL_PROTECTED));
+    parts->control &= static_cast<win32::WORD>(
+        ~(win32::SE_SACL_PRESENT | kSaclDefaulted | win32::SE_SACL_AUTO_INHERITED | win32::SE_SACL_PROTECTED));
     descriptor = BuildDescriptor(*parts);
   }
   Put({win32::BACKUP_SECURITY_DATA, win32::STREAM_CONTAINS_SECURITY}, descriptor);
@@ -134,7 +147,8 @@ win32::DWORD BackupReader::PutDataStreams(const FileObject& file) {
   }
   if (!listed_) {
     if (const win32::DWORD error = file.volume->volume->Streams(file.file, streams_)) return error;
-    std::stable_partition(streams_.begin(), streams_.end(), [](const StreamInfo& stream) { return stream.name.empty(); });
+    std::stable_partition(streams_.begin(), streams_.end(),
+                          [](const StreamInfo& stream) { return stream.name.empty(); });
     listed_ = true;
   }
   if (nextStream_ == streams_.size()) {
@@ -150,7 +164,8 @@ win32::DWORD BackupReader::PutData(const FileObject& file, const StreamInfo& str
   const bool unnamed = stream.name.empty();
   if (unnamed && stream.size == 0 && !stream.sparse) return 0;
   if (!(file.granted & win32::FILE_READ_DATA)) return win32::ERROR_ACCESS_DENIED;
-  BackupStreamHeader header{unnamed ? win32::BACKUP_DATA : win32::BACKUP_ALTERNATE_DATA, win32::STREAM_NORMAL_ATTRIBUTE, stream.size, 0};
+  BackupStreamHeader header{unnamed ? win32::BACKUP_DATA : win32::BACKUP_ALTERNATE_DATA, win32::STREAM_NORMAL_ATTRIBUTE,
+                            stream.size, 0};
   stream_ = stream.name;
   offset_ = 0;
   left_ = stream.size;
@@ -174,7 +189,8 @@ win32::DWORD BackupReader::PutData(const FileObject& file, const StreamInfo& str
 
 void BackupReader::PutSparseBlock() {
   const StreamRange& block = blocks_[nextBlock_++];
-  AppendStreamHeader(held_, {win32::BACKUP_SPARSE_BLOCK, win32::STREAM_SPARSE_ATTRIBUTE, sizeof(std::uint64_t) + block.length, 0});
+  AppendStreamHeader(
+      held_, {win32::BACKUP_SPARSE_BLOCK, win32::STREAM_SPARSE_ATTRIBUTE, sizeof(std::uint64_t) + block.length, 0});
   AppendLittleEndian(held_, block.offset);
   offset_ = block.offset;
   left_ = block.length;
@@ -214,9 +230,11 @@ BOOL BackupRead(HANDLE hFile, BYTE* lpBuffer, DWORD nNumberOfBytesToRead, DWORD*
   if (!file) return call.Done(ERROR_INVALID_HANDLE);
   if (file->flags & FILE_FLAG_NO_BUFFERING) return call.Done(ERROR_INVALID_PARAMETER);
   std::shared_ptr<emulated::BackupReader> context;
-  if (const DWORD error = emulated::EnterBackup(file, bProcessSecurity != FALSE, lpContext, context)) return call.Done(error);
+  if (const DWORD error = emulated::EnterBackup(file, bProcessSecurity != FALSE, lpContext, context))
+    return call.Done(error);
   std::size_t done = 0;
-  const DWORD error = context->Read(*file, {lpBuffer, nNumberOfBytesToRead}, emulated::Machine::Current().backupReadStopsAtStreams, done);
+  const DWORD error = context->Read(*file, {lpBuffer, nNumberOfBytesToRead},
+                                    emulated::Machine::Current().backupReadStopsAtStreams, done);
   *lpNumberOfBytesRead = static_cast<DWORD>(done);
   return call.Done(error);
 }

@@ -25,9 +25,11 @@ constexpr std::uint64_t kBlockOffset = sizeof(std::uint64_t);
 // through as it comes.
 class BackupWriter : public BackupContext {
  public:
-  BackupWriter(const std::shared_ptr<FileObject>& file, bool processSecurity) : BackupContext(file), processSecurity_(processSecurity) {}
+  BackupWriter(const std::shared_ptr<FileObject>& file, bool processSecurity)
+      : BackupContext(file), processSecurity_(processSecurity) {}
 
-  // `done` counts what was taken. After an error the rest of the backup cannot be understood: every further call fails too.
+  // `done` counts what was taken. After an error the rest of the backup cannot be understood: every further call fails
+  // too.
   DWORD Write(win32::HANDLE handle, FileObject& file, ByteView from, std::size_t& done);
 
  private:
@@ -40,7 +42,10 @@ class BackupWriter : public BackupContext {
   DWORD BeginData(FileObject& file);
   DWORD BeginBlock();
   DWORD Finish(win32::HANDLE handle, FileObject& file);
-  bool IsData() const { return header_.id == win32::BACKUP_DATA || header_.id == win32::BACKUP_ALTERNATE_DATA || header_.id == win32::BACKUP_SPARSE_BLOCK; }
+  bool IsData() const {
+    return header_.id == win32::BACKUP_DATA || header_.id == win32::BACKUP_ALTERNATE_DATA ||
+           header_.id == win32::BACKUP_SPARSE_BLOCK;
+  }
   bool IsSkipped() const {
     return header_.id == win32::BACKUP_PROPERTY_DATA || header_.id == win32::BACKUP_TXFS_DATA ||
            (header_.id == win32::BACKUP_SECURITY_DATA && !processSecurity_);
@@ -50,7 +55,7 @@ class BackupWriter : public BackupContext {
   DWORD failed_ = 0;
   Phase phase_ = Phase::Header;
   BackupStreamHeader header_;
-  Bytes collected_;         // of the header, the name, a block's offset or a content that is put down as one piece
+  Bytes collected_;  // of the header, the name, a block's offset or a content that is put down as one piece
   std::u16string name_;
   std::uint64_t left_ = 0;  // of the content
   // Where data goes.
@@ -63,8 +68,9 @@ class BackupWriter : public BackupContext {
 bool MayMakeOwner(const Token& token, ByteView owner) {
   const auto isOwner = [&](const Sid& sid) { return std::equal(sid.begin(), sid.end(), owner.begin(), owner.end()); };
   return token.PrivilegeEnabled(Privilege::Restore) || isOwner(token.user) ||
-         std::any_of(token.groups.begin(), token.groups.end(),
-                     [&](const TokenGroup& group) { return (group.attributes & win32::SE_GROUP_OWNER) && isOwner(group.sid); });
+         std::any_of(token.groups.begin(), token.groups.end(), [&](const TokenGroup& group) {
+           return (group.attributes & win32::SE_GROUP_OWNER) && isOwner(group.sid);
+         });
 }
 
 // Owner and group, DACL and SACL as far as the handle's rights go.
@@ -107,7 +113,8 @@ DWORD RestoreObjectId(const FileObject& file, ByteView id) {
 // The content is the full path of another name that the open file is to get.
 DWORD RestoreLink(const FileObject& file, ByteView content) {
   std::u16string path;
-  for (std::size_t at = 0; at + 1 < content.size(); at += sizeof(char16_t)) path += LoadLittleEndian<char16_t>(content, at);
+  for (std::size_t at = 0; at + 1 < content.size(); at += sizeof(char16_t))
+    path += LoadLittleEndian<char16_t>(content, at);
   path = path.c_str();  // up to its terminator
   if (path.empty()) return win32::ERROR_INVALID_DATA;
   const std::u16string root = file.volume->guidName.substr(0, file.volume->guidName.size() - 1);
@@ -117,8 +124,8 @@ DWORD RestoreLink(const FileObject& file, ByteView content) {
 
 DWORD RestoreReparseData(win32::HANDLE handle, Bytes& data) {
   DWORD returned = 0;
-  const win32::BOOL set = win32::DeviceIoControl(handle, win32::FSCTL_SET_REPARSE_POINT, data.data(), static_cast<DWORD>(data.size()),
-                                                 nullptr, 0, &returned, nullptr);
+  const win32::BOOL set = win32::DeviceIoControl(handle, win32::FSCTL_SET_REPARSE_POINT, data.data(),
+                                                 static_cast<DWORD>(data.size()), nullptr, 0, &returned, nullptr);
   return set ? 0 : LastError();
 }
 
@@ -140,9 +147,11 @@ DWORD BackupWriter::Step(win32::HANDLE handle, FileObject& file, ByteView from, 
     case Phase::BlockOffset:
       hungry = !Collect(kBlockOffset, from, done);
       return hungry ? 0 : BeginBlock();
-    case Phase::Content: break;
+    case Phase::Content:
+      break;
   }
-  const ByteView here = from.subspan(done, static_cast<std::size_t>(std::min<std::uint64_t>(left_, from.size() - done)));
+  const ByteView here =
+      from.subspan(done, static_cast<std::size_t>(std::min<std::uint64_t>(left_, from.size() - done)));
   if (IsData() && !here.empty()) {
     if (const DWORD error = file.volume->volume->Write(file.file, stream_, offset_, here)) return error;
     Machine::Current().files().NoteWrite(file);
@@ -169,7 +178,8 @@ DWORD BackupWriter::TakeHeader() {
   header_ = LoadStreamHeader(collected_);
   collected_.clear();
   if (header_.id == win32::BACKUP_INVALID || header_.id > win32::BACKUP_TXFS_DATA) return win32::ERROR_INVALID_DATA;
-  if (header_.size > static_cast<std::uint64_t>(std::numeric_limits<std::int64_t>::max())) return win32::ERROR_INVALID_DATA;
+  if (header_.size > static_cast<std::uint64_t>(std::numeric_limits<std::int64_t>::max()))
+    return win32::ERROR_INVALID_DATA;
   if (header_.nameSize % sizeof(char16_t) != 0 || header_.nameSize > kLongestName) return win32::ERROR_INVALID_DATA;
   if (!IsData() && !IsSkipped() && header_.size > kLongestPiece) return win32::ERROR_INVALID_DATA;
   left_ = header_.size;
@@ -179,7 +189,8 @@ DWORD BackupWriter::TakeHeader() {
 
 DWORD BackupWriter::BeginContent(FileObject& file) {
   name_.clear();
-  for (std::size_t at = 0; at < collected_.size(); at += sizeof(char16_t)) name_ += LoadLittleEndian<char16_t>(collected_, at);
+  for (std::size_t at = 0; at < collected_.size(); at += sizeof(char16_t))
+    name_ += LoadLittleEndian<char16_t>(collected_, at);
   collected_.clear();
   phase_ = Phase::Content;
   if (header_.id == win32::BACKUP_SPARSE_BLOCK) {
@@ -242,12 +253,18 @@ DWORD BackupWriter::Finish(win32::HANDLE handle, FileObject& file) {
       Machine::Current().files().NoteWrite(file);
       return 0;
     }
-    case win32::BACKUP_SECURITY_DATA: return RestoreSecurity(file, content);
-    case win32::BACKUP_EA_DATA: return RestoreExtendedAttributes(file, content);
-    case win32::BACKUP_OBJECT_ID: return RestoreObjectId(file, content);
-    case win32::BACKUP_LINK: return RestoreLink(file, content);
-    case win32::BACKUP_REPARSE_DATA: return RestoreReparseData(handle, content);
-    default: return win32::ERROR_INVALID_DATA;
+    case win32::BACKUP_SECURITY_DATA:
+      return RestoreSecurity(file, content);
+    case win32::BACKUP_EA_DATA:
+      return RestoreExtendedAttributes(file, content);
+    case win32::BACKUP_OBJECT_ID:
+      return RestoreObjectId(file, content);
+    case win32::BACKUP_LINK:
+      return RestoreLink(file, content);
+    case win32::BACKUP_REPARSE_DATA:
+      return RestoreReparseData(handle, content);
+    default:
+      return win32::ERROR_INVALID_DATA;
   }
 }
 
@@ -269,7 +286,8 @@ BOOL BackupWrite(HANDLE hFile, BYTE* lpBuffer, DWORD nNumberOfBytesToWrite, DWOR
   if (!file) return call.Done(ERROR_INVALID_HANDLE);
   if (file->flags & FILE_FLAG_NO_BUFFERING) return call.Done(ERROR_INVALID_PARAMETER);
   std::shared_ptr<emulated::BackupWriter> context;
-  if (const DWORD error = emulated::EnterBackup(file, bProcessSecurity != FALSE, lpContext, context)) return call.Done(error);
+  if (const DWORD error = emulated::EnterBackup(file, bProcessSecurity != FALSE, lpContext, context))
+    return call.Done(error);
   std::size_t done = 0;
   const DWORD error = context->Write(hFile, *file, {lpBuffer, nNumberOfBytesToWrite}, done);
   *lpNumberOfBytesWritten = static_cast<DWORD>(done);

@@ -17,7 +17,8 @@ DWORD CopyStream(const Location& from, const Location& to, const StreamInfo& str
     std::size_t read = 0;
     if (const DWORD error = from.volume->volume->Read(from.file, stream.name, offset, piece, read)) return error;
     if (read == 0) return win32::ERROR_HANDLE_EOF;
-    if (const DWORD error = to.volume->volume->Write(to.file, stream.name, offset, ByteView(piece).first(read))) return error;
+    if (const DWORD error = to.volume->volume->Write(to.file, stream.name, offset, ByteView(piece).first(read)))
+      return error;
     offset += read;
   }
   return 0;
@@ -44,7 +45,8 @@ DWORD CopyFromTemplate(const Location& from, const Location& to, DWORD attribute
 namespace win32 {
 
 // A template that is a reparse point is refused: a copy of its name surrogate would be a second mount point or link.
-BOOL CreateDirectoryExW(const char16_t* lpTemplateDirectory, const char16_t* lpNewDirectory, SECURITY_ATTRIBUTES* lpSecurityAttributes) {
+BOOL CreateDirectoryExW(const char16_t* lpTemplateDirectory, const char16_t* lpNewDirectory,
+                        SECURITY_ATTRIBUTES* lpSecurityAttributes) {
   WIN32_CALL(lpTemplateDirectory, lpNewDirectory);
   if (call.Refused()) return FALSE;
   if (!lpTemplateDirectory || !lpNewDirectory) return call.Done(ERROR_PATH_NOT_FOUND);
@@ -58,7 +60,8 @@ BOOL CreateDirectoryExW(const char16_t* lpTemplateDirectory, const char16_t* lpN
   emulated::Location to;
   DWORD error = files.Resolve(lpNewDirectory, false, to);
   // An encrypted directory can only be made where the encrypting file system is (see EncryptFileW).
-  if (error == 0 && (attributes & (FILE_ATTRIBUTE_REPARSE_POINT | FILE_ATTRIBUTE_ENCRYPTED))) error = ERROR_NOT_SUPPORTED;
+  if (error == 0 && (attributes & (FILE_ATTRIBUTE_REPARSE_POINT | FILE_ATTRIBUTE_ENCRYPTED)))
+    error = ERROR_NOT_SUPPORTED;
   if (error == 0) error = emulated::CopyFromTemplate(from, to, attributes);
   if (error != 0) RemoveDirectoryW(lpNewDirectory);
   return call.Done(error);

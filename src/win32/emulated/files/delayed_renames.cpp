@@ -88,7 +88,8 @@ DWORD CarryOut(Machine& machine, std::u16string_view from, std::u16string_view t
 // The caller needs the right to change the value.
 DWORD CheckSessionManager() {
   win32::UniqueKey key;
-  return static_cast<DWORD>(win32::RegOpenKeyExW(win32::HKEY_LOCAL_MACHINE, u"SYSTEM\\CurrentControlSet\\Control\\Session Manager", 0,
+  return static_cast<DWORD>(win32::RegOpenKeyExW(win32::HKEY_LOCAL_MACHINE,
+                                                 u"SYSTEM\\CurrentControlSet\\Control\\Session Manager", 0,
                                                  win32::KEY_QUERY_VALUE | win32::KEY_SET_VALUE, key.put()));
 }
 
@@ -105,7 +106,8 @@ DWORD RegisterDelayedRename(const char16_t* from, const char16_t* to, DWORD flag
   const auto value = machine.registry().Query(kKey, kValue);
   std::vector<std::u16string> texts = value ? LoadTexts(value->data) : std::vector<std::u16string>();
   texts.push_back(NtPath(FullPath(from)));
-  texts.push_back(to && *to ? (flags & win32::MOVEFILE_REPLACE_EXISTING ? u"!" : u"") + NtPath(FullPath(to)) : std::u16string());
+  texts.push_back(to && *to ? (flags & win32::MOVEFILE_REPLACE_EXISTING ? u"!" : u"") + NtPath(FullPath(to))
+                            : std::u16string());
   for (std::u16string& text : {std::ref(texts[texts.size() - 2]), std::ref(texts.back())})
     while (text.size() > 7 && text.back() == u'\\') text.pop_back();
   machine.registry().Set(kKey, kValue, win32::REG_MULTI_SZ, StoreTexts(texts));

@@ -58,11 +58,16 @@ constexpr std::u16string_view kCurrentVersionNt = u"HKLM\\SOFTWARE\\Microsoft\\W
 
 std::optional<std::u16string> SpecialFolder(int csidl) {
   switch (csidl) {
-    case win32::CSIDL_WINDOWS: return RegisteredFolder(kCurrentVersionNt, u"SystemRoot", u"C:\\Windows");
-    case win32::CSIDL_SYSTEM: return RegisteredFolder(kCurrentVersionNt, u"SystemRoot", u"C:\\Windows") + u"\\system32";
-    case win32::CSIDL_PROGRAM_FILES: return RegisteredFolder(kCurrentVersion, u"ProgramFilesDir", u"C:\\Program Files");
-    case win32::CSIDL_PROGRAM_FILESX86: return RegisteredFolder(kCurrentVersion, u"ProgramFilesDir (x86)", u"C:\\Program Files (x86)");
-    default: return std::nullopt;
+    case win32::CSIDL_WINDOWS:
+      return RegisteredFolder(kCurrentVersionNt, u"SystemRoot", u"C:\\Windows");
+    case win32::CSIDL_SYSTEM:
+      return RegisteredFolder(kCurrentVersionNt, u"SystemRoot", u"C:\\Windows") + u"\\system32";
+    case win32::CSIDL_PROGRAM_FILES:
+      return RegisteredFolder(kCurrentVersion, u"ProgramFilesDir", u"C:\\Program Files");
+    case win32::CSIDL_PROGRAM_FILESX86:
+      return RegisteredFolder(kCurrentVersion, u"ProgramFilesDir (x86)", u"C:\\Program Files (x86)");
+    default:
+      return std::nullopt;
   }
 }
 

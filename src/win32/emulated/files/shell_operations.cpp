@@ -57,8 +57,10 @@ DWORD Delete(const Item& item) {
     for (const Item& child : inside)
       if (const DWORD error = Delete(child)) return error;
   }
-  if (item.attributes & win32::FILE_ATTRIBUTE_READONLY) win32::SetFileAttributesW(item.path.c_str(), win32::FILE_ATTRIBUTE_NORMAL);
-  return ErrorUnless(item.IsDirectory() ? win32::RemoveDirectoryW(item.path.c_str()) : win32::DeleteFileW(item.path.c_str()));
+  if (item.attributes & win32::FILE_ATTRIBUTE_READONLY)
+    win32::SetFileAttributesW(item.path.c_str(), win32::FILE_ATTRIBUTE_NORMAL);
+  return ErrorUnless(item.IsDirectory() ? win32::RemoveDirectoryW(item.path.c_str())
+                                        : win32::DeleteFileW(item.path.c_str()));
 }
 
 // A folder is merged into one of the same name, a file put in the place of one.
@@ -83,9 +85,12 @@ DWORD Copy(const Item& item, const std::u16string& target) {
 
 DWORD Move(const Item& item, const std::u16string& target) {
   if (target.size() >= kLongestPath) return DE_PATHTOODEEP;
-  const DWORD error = ErrorUnless(win32::MoveFileExW(item.path.c_str(), target.c_str(), item.IsDirectory() ? 0 : win32::MOVEFILE_REPLACE_EXISTING | win32::MOVEFILE_COPY_ALLOWED));
+  const DWORD error = ErrorUnless(
+      win32::MoveFileExW(item.path.c_str(), target.c_str(),
+                         item.IsDirectory() ? 0 : win32::MOVEFILE_REPLACE_EXISTING | win32::MOVEFILE_COPY_ALLOWED));
   // Another volume, or a folder of that name to merge with: copied and deleted.
-  const bool another = error == win32::ERROR_NOT_SAME_DEVICE || error == win32::ERROR_ALREADY_EXISTS || error == win32::ERROR_ACCESS_DENIED;
+  const bool another = error == win32::ERROR_NOT_SAME_DEVICE || error == win32::ERROR_ALREADY_EXISTS ||
+                       error == win32::ERROR_ACCESS_DENIED;
   if (!item.IsDirectory() || item.IsLink() || !another) return error;
   const DWORD copied = Copy(item, target);
   return copied == 0 ? Delete(item) : copied;
@@ -114,13 +119,15 @@ DWORD Sources(const char16_t* list, std::vector<Item>& items) {
 }
 
 bool IsBelow(const std::u16string& path, const std::u16string& folder) {
-  return path.size() > folder.size() && path[folder.size()] == u'\\' && win32::StrStrIW(path.c_str(), folder.c_str()) == path.c_str();
+  return path.size() > folder.size() && path[folder.size()] == u'\\' &&
+         win32::StrStrIW(path.c_str(), folder.c_str()) == path.c_str();
 }
 
 // Into a folder that is there each source goes by its own name; otherwise the one source gets the name that is given.
 DWORD Transfer(const std::vector<Item>& items, const std::u16string& to, bool move, bool ask) {
   const DWORD there = win32::GetFileAttributesW(to.c_str());
-  const bool into = (there != win32::INVALID_FILE_ATTRIBUTES && (there & win32::FILE_ATTRIBUTE_DIRECTORY)) || items.size() > 1;
+  const bool into =
+      (there != win32::INVALID_FILE_ATTRIBUTES && (there & win32::FILE_ATTRIBUTE_DIRECTORY)) || items.size() > 1;
   const std::u16string folder = into ? to : to.substr(0, to.rfind(u'\\') == std::u16string::npos ? 0 : to.rfind(u'\\'));
   if (folder.size() > 2) {
     const int made = win32::SHCreateDirectoryExW(nullptr, folder.c_str(), nullptr);
@@ -146,20 +153,22 @@ DWORD Operate(const win32::SHFILEOPSTRUCTW& operation) {
   }
   const std::vector<std::u16string> to = Paths(operation.pTo);
   if (to.size() != 1) return win32::ERROR_INVALID_PARAMETER;
-  return Transfer(items, to.front(), operation.wFunc == win32::FO_MOVE, !(operation.fFlags & win32::FOF_NOCONFIRMATION));
+  return Transfer(items, to.front(), operation.wFunc == win32::FO_MOVE,
+                  !(operation.fFlags & win32::FOF_NOCONFIRMATION));
 }
 
 }  // namespace
 
 namespace win32 {
 
-// Nobody sits before the workstation to answer the shell's questions: without FOF_NOCONFIRMATION what it would ask about,
-// a deletion or something in the place of the target, ends as cancelled.
+// Nobody sits before the workstation to answer the shell's questions: without FOF_NOCONFIRMATION what it would ask
+// about, a deletion or something in the place of the target, ends as cancelled.
 int SHFileOperationW(SHFILEOPSTRUCTW* lpFileOp) {
   WIN32_CALL(lpFileOp ? lpFileOp->wFunc : 0, lpFileOp ? lpFileOp->pFrom : nullptr, lpFileOp ? lpFileOp->pTo : nullptr);
   if (call.Refused()) return call.Code<int>(call.error());
   if (!lpFileOp || !lpFileOp->pFrom) return call.Code<int>(ERROR_INVALID_PARAMETER);
-  if (lpFileOp->wFunc != FO_COPY && lpFileOp->wFunc != FO_MOVE && lpFileOp->wFunc != FO_DELETE) return call.Code<int>(ERROR_INVALID_PARAMETER);
+  if (lpFileOp->wFunc != FO_COPY && lpFileOp->wFunc != FO_MOVE && lpFileOp->wFunc != FO_DELETE)
+    return call.Code<int>(ERROR_INVALID_PARAMETER);
   const bool asks = lpFileOp->wFunc == FO_DELETE && !(lpFileOp->fFlags & FOF_NOCONFIRMATION);
   const DWORD error = asks ? ERROR_CANCELLED : Operate(*lpFileOp);
   lpFileOp->fAnyOperationsAborted = error == ERROR_CANCELLED;

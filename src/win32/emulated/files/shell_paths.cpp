@@ -44,7 +44,8 @@ BOOL PathIsUNCW(const char16_t* pszPath) {
   WIN32_CALL(pszPath);
   if (call.Refused() || !pszPath) return FALSE;
   const std::u16string_view path = pszPath;
-  return call.Return<BOOL>(path.starts_with(u"\\\\") && (!path.starts_with(u"\\\\?\\") || StartsWithAsciiNoCase(path, u"\\\\?\\UNC\\")));
+  return call.Return<BOOL>(path.starts_with(u"\\\\") &&
+                           (!path.starts_with(u"\\\\?\\") || StartsWithAsciiNoCase(path, u"\\\\?\\UNC\\")));
 }
 
 // A path is relative unless it begins with a backslash or has a colon behind its first character: C:name is not.

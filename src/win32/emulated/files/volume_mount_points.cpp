@@ -42,7 +42,9 @@ bool MayMount() {
   return Machine::Current().EffectiveToken().Allows(administrators);
 }
 
-bool EndsWithSeparator(std::u16string_view path) { return !path.empty() && (path.back() == u'\\' || path.back() == u'/'); }
+bool EndsWithSeparator(std::u16string_view path) {
+  return !path.empty() && (path.back() == u'\\' || path.back() == u'/');
+}
 
 std::u16string WithoutEndSeparator(std::u16string_view path) {
   while (path.size() > 1 && EndsWithSeparator(path)) path.remove_suffix(1);
@@ -60,8 +62,8 @@ DWORD ReparseDataOf(const std::u16string& folder, Bytes& data) {
   return location.volume->volume->GetReparse(location.file, data);
 }
 
-// The volume that is mounted on a folder. Other than the errors of ReparseDataOf: 87 for a junction or a symbolic link, 2
-// for a volume that is no longer there.
+// The volume that is mounted on a folder. Other than the errors of ReparseDataOf: 87 for a junction or a symbolic link,
+// 2 for a volume that is no longer there.
 DWORD VolumeOnFolder(const std::u16string& folder, MountedVolume*& volume) {
   Bytes data;
   if (const DWORD error = ReparseDataOf(folder, data)) return error;
@@ -84,11 +86,12 @@ DWORD VolumeAtMountPoint(const char16_t* mountPoint, MountedVolume*& volume) {
 // Puts a reparse point on a folder or takes one off, with the checks of DeviceIoControl (rights, emptiness).
 DWORD ControlReparsePoint(const std::u16string& folder, DWORD control, Bytes data) {
   const win32::UniqueFile directory{win32::CreateFileW(
-      folder.c_str(), win32::GENERIC_WRITE, win32::FILE_SHARE_READ | win32::FILE_SHARE_WRITE | win32::FILE_SHARE_DELETE, nullptr,
-      win32::OPEN_EXISTING, win32::FILE_FLAG_BACKUP_SEMANTICS | win32::FILE_FLAG_OPEN_REPARSE_POINT, nullptr)};
+      folder.c_str(), win32::GENERIC_WRITE, win32::FILE_SHARE_READ | win32::FILE_SHARE_WRITE | win32::FILE_SHARE_DELETE,
+      nullptr, win32::OPEN_EXISTING, win32::FILE_FLAG_BACKUP_SEMANTICS | win32::FILE_FLAG_OPEN_REPARSE_POINT, nullptr)};
   if (!directory) return LastError();
   DWORD returned = 0;
-  const win32::BOOL done = win32::DeviceIoControl(directory.get(), control, data.data(), static_cast<DWORD>(data.size()), nullptr, 0, &returned, nullptr);
+  const win32::BOOL done = win32::DeviceIoControl(directory.get(), control, data.data(),
+                                                  static_cast<DWORD>(data.size()), nullptr, 0, &returned, nullptr);
   return done ? 0 : LastError();
 }
 
@@ -161,7 +164,8 @@ DWORD VolumePath(std::u16string_view given, std::u16string& root) {
   std::u16string start = path.substr(0, length);
   if (!EndsWithSeparator(start)) start += u'\\';
   if (!VolumeOfRoot(start)) return win32::ERROR_FILE_NOT_FOUND;
-  for (std::u16string at = WithoutEndSeparator(path); at.size() > length; at = WithoutEndSeparator(at.substr(0, at.rfind(u'\\')))) {
+  for (std::u16string at = WithoutEndSeparator(path); at.size() > length;
+       at = WithoutEndSeparator(at.substr(0, at.rfind(u'\\')))) {
     MountedVolume* mounted = nullptr;
     const DWORD error = VolumeOnFolder(at, mounted);
     if (error == 0) return root = at + u"\\", 0;
@@ -186,7 +190,8 @@ HANDLE FindFirstVolumeW(char16_t* lpszVolumeName, DWORD cchBufferLength) {
   const auto search = std::make_shared<VolumeSearch>();
   for (const auto& mounted : Machine::Current().volumes)
     if (!mounted->guidName.empty()) search->names.push_back(mounted->guidName);
-  if (const DWORD error = NextVolume(*search, lpszVolumeName, cchBufferLength)) return call.Done(error), INVALID_HANDLE_VALUE;
+  if (const DWORD error = NextVolume(*search, lpszVolumeName, cchBufferLength))
+    return call.Done(error), INVALID_HANDLE_VALUE;
   return call.Return(NewHandle(search, 0));
 }
 
@@ -204,7 +209,8 @@ BOOL FindVolumeClose(HANDLE hFindVolume) {
   return call.Done(CloseHandle(hFindVolume) ? DWORD{ERROR_SUCCESS} : LastError());
 }
 
-BOOL GetVolumeNameForVolumeMountPointW(const char16_t* lpszVolumeMountPoint, char16_t* lpszVolumeName, DWORD cchBufferLength) {
+BOOL GetVolumeNameForVolumeMountPointW(const char16_t* lpszVolumeMountPoint, char16_t* lpszVolumeName,
+                                       DWORD cchBufferLength) {
   WIN32_CALL(lpszVolumeMountPoint, cchBufferLength);
   if (call.Refused()) return FALSE;
   if (!lpszVolumeName) return call.Done(ERROR_INVALID_PARAMETER);
@@ -232,7 +238,8 @@ BOOL GetVolumePathNameW(const char16_t* lpszFileName, char16_t* lpszVolumePathNa
 }
 
 // The letter's root first, then the folders. The length counts every end; of no path at all it is 1.
-BOOL GetVolumePathNamesForVolumeNameW(const char16_t* lpszVolumeName, char16_t* lpszVolumePathNames, DWORD cchBufferLength, DWORD* lpcchReturnLength) {
+BOOL GetVolumePathNamesForVolumeNameW(const char16_t* lpszVolumeName, char16_t* lpszVolumePathNames,
+                                      DWORD cchBufferLength, DWORD* lpcchReturnLength) {
   WIN32_CALL(lpszVolumeName, cchBufferLength);
   if (call.Refused()) return FALSE;
   if (!lpszVolumeName || !IsVolumeName(lpszVolumeName)) return call.Done(ERROR_INVALID_NAME);

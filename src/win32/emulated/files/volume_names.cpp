@@ -15,13 +15,16 @@ bool IsLetter(char16_t unit) { return (unit >= u'A' && unit <= u'Z') || (unit >=
 }  // namespace
 
 std::u16string NtPath(std::u16string_view fullPath) {
-  if (fullPath.starts_with(kLiteral)) fullPath.remove_prefix(kLiteral.size());
-  else if (fullPath.starts_with(u"\\\\")) return std::u16string(kNt) + u"UNC" + std::u16string(fullPath.substr(1));
+  if (fullPath.starts_with(kLiteral))
+    fullPath.remove_prefix(kLiteral.size());
+  else if (fullPath.starts_with(u"\\\\"))
+    return std::u16string(kNt) + u"UNC" + std::u16string(fullPath.substr(1));
   return std::u16string(kNt) + std::u16string(fullPath);
 }
 
 bool IsVolumeName(std::u16string_view name) {
-  if (name.size() != kVolumeName || !StartsWithAsciiNoCase(name, u"\\\\?\\Volume{") || name.substr(47) != u"}\\") return false;
+  if (name.size() != kVolumeName || !StartsWithAsciiNoCase(name, u"\\\\?\\Volume{") || name.substr(47) != u"}\\")
+    return false;
   for (std::size_t i = 11; i < 47; ++i) {
     const char16_t unit = name[i];
     const bool dash = i == 19 || i == 24 || i == 29 || i == 34;

@@ -17,17 +17,17 @@ using win32::DWORD;
 
 // What NTFS of this workstation can do, as GetVolumeInformationW says it: all of NTFS 3.1 but compression, quotas,
 // encryption, transactions and the change journal.
-constexpr DWORD kNtfsFlags = 0x1      // FILE_CASE_SENSITIVE_SEARCH
-                             | 0x2    // FILE_CASE_PRESERVED_NAMES
-                             | 0x4    // FILE_UNICODE_ON_DISK
-                             | 0x8    // FILE_PERSISTENT_ACLS
-                             | 0x40   // FILE_SUPPORTS_SPARSE_FILES
-                             | 0x80   // FILE_SUPPORTS_REPARSE_POINTS
-                             | 0x10000    // FILE_SUPPORTS_OBJECT_IDS
-                             | 0x40000    // FILE_NAMED_STREAMS
-                             | 0x400000   // FILE_SUPPORTS_HARD_LINKS
-                             | 0x800000   // FILE_SUPPORTS_EXTENDED_ATTRIBUTES
-                             | 0x1000000; // FILE_SUPPORTS_OPEN_BY_FILE_ID
+constexpr DWORD kNtfsFlags = 0x1           // FILE_CASE_SENSITIVE_SEARCH
+                             | 0x2         // FILE_CASE_PRESERVED_NAMES
+                             | 0x4         // FILE_UNICODE_ON_DISK
+                             | 0x8         // FILE_PERSISTENT_ACLS
+                             | 0x40        // FILE_SUPPORTS_SPARSE_FILES
+                             | 0x80        // FILE_SUPPORTS_REPARSE_POINTS
+                             | 0x10000     // FILE_SUPPORTS_OBJECT_IDS
+                             | 0x40000     // FILE_NAMED_STREAMS
+                             | 0x400000    // FILE_SUPPORTS_HARD_LINKS
+                             | 0x800000    // FILE_SUPPORTS_EXTENDED_ATTRIBUTES
+                             | 0x1000000;  // FILE_SUPPORTS_OPEN_BY_FILE_ID
 constexpr DWORD kFatFlags = 0x2 | 0x4;
 constexpr DWORD kLongestComponent = 255;
 
@@ -36,7 +36,8 @@ std::vector<const MountedVolume*> Drives() {
   std::vector<const MountedVolume*> drives;
   for (const auto& mounted : Machine::Current().volumes)
     if (mounted->letter != 0) drives.push_back(mounted.get());
-  std::sort(drives.begin(), drives.end(), [](const MountedVolume* a, const MountedVolume* b) { return a->letter < b->letter; });
+  std::sort(drives.begin(), drives.end(),
+            [](const MountedVolume* a, const MountedVolume* b) { return a->letter < b->letter; });
   return drives;
 }
 
@@ -107,11 +108,14 @@ DWORD QueryDosDeviceW(const char16_t* lpDeviceName, char16_t* lpTargetPath, DWOR
   if (call.Refused()) return 0;
   std::vector<std::u16string> names;
   for (const auto& mounted : Machine::Current().volumes) {
-    const std::u16string volume = mounted->guidName.size() > 5 ? mounted->guidName.substr(4, mounted->guidName.size() - 5) : std::u16string();
+    const std::u16string volume =
+        mounted->guidName.size() > 5 ? mounted->guidName.substr(4, mounted->guidName.size() - 5) : std::u16string();
     for (const std::u16string& name : {mounted->letter != 0 ? DriveName(*mounted) : std::u16string(), volume}) {
       if (name.empty()) continue;
-      if (!lpDeviceName) names.push_back(name);
-      else if (EqualAsciiNoCase(name, lpDeviceName)) names.push_back(mounted->device);
+      if (!lpDeviceName)
+        names.push_back(name);
+      else if (EqualAsciiNoCase(name, lpDeviceName))
+        names.push_back(mounted->device);
     }
   }
   if (names.empty()) return call.Done(ERROR_FILE_NOT_FOUND), 0;
@@ -133,8 +137,10 @@ BOOL GetVolumeInformationW(const char16_t* lpRootPathName, char16_t* lpVolumeNam
   if (volume->fileSystem.empty()) return call.Done(ERROR_NOT_READY);
   const std::u16string label = volume->volume ? volume->volume->Label() : std::u16string();
   if (lpVolumeNameBuffer && !CopyText(label, lpVolumeNameBuffer, nVolumeNameSize)) return call.Done(ERROR_BAD_LENGTH);
-  if (lpFileSystemNameBuffer && !CopyText(volume->fileSystem, lpFileSystemNameBuffer, nFileSystemNameSize)) return call.Done(ERROR_BAD_LENGTH);
-  if (lpVolumeSerialNumber) *lpVolumeSerialNumber = volume->volume ? static_cast<DWORD>(volume->volume->SerialNumber() & 0xFFFFFFFF) : 0;
+  if (lpFileSystemNameBuffer && !CopyText(volume->fileSystem, lpFileSystemNameBuffer, nFileSystemNameSize))
+    return call.Done(ERROR_BAD_LENGTH);
+  if (lpVolumeSerialNumber)
+    *lpVolumeSerialNumber = volume->volume ? static_cast<DWORD>(volume->volume->SerialNumber() & 0xFFFFFFFF) : 0;
   if (lpMaximumComponentLength) *lpMaximumComponentLength = kLongestComponent;
   if (lpFileSystemFlags) *lpFileSystemFlags = EqualAsciiNoCase(volume->fileSystem, u"NTFS") ? kNtfsFlags : kFatFlags;
   return call.Done(ERROR_SUCCESS);

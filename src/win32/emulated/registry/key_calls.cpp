@@ -139,9 +139,7 @@ DWORD CreateKey(HKEY handle, const char16_t* subKey, const NewKey& request, HKEY
 DWORD DeleteKey(HKEY handle, const char16_t* subKey) {
   if (!subKey) return win32::ERROR_INVALID_PARAMETER;
   KeyArgument parent;
-  const DWORD found = FindKey(handle, parent);
-  if (found == win32::ERROR_KEY_DELETED && IsEmpty(subKey)) return win32::ERROR_SUCCESS;
-  if (found != 0) return found;
+  if (const DWORD error = FindKey(handle, parent)) return error;
   RegistryPlace place;
   if (const DWORD error = FindPlace(parent, subKey, parent.view32, true, place)) return error;
   if (!place.key) return win32::ERROR_FILE_NOT_FOUND;

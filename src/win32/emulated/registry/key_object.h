@@ -29,7 +29,7 @@ struct KeyArgument {
   bool May(win32::ACCESS_MASK rights) const { return (granted & rights) == rights; }
 };
 
-// 0; 6 for no key handle, 2 for a predefined key without a hive, 1018 for a deleted key (then `argument` is set as well).
+// 0; 6 for no key handle, 2 for a predefined key without a hive, 1018 for a deleted key.
 win32::DWORD FindKey(win32::HKEY handle, KeyArgument& argument);
 // The same and `rights` on the handle: 5 without them.
 win32::DWORD FindKey(win32::HKEY handle, win32::ACCESS_MASK rights, KeyArgument& argument);

@@ -46,7 +46,8 @@ win32::ACCESS_MASK GrantedByDirectory(const Token& token, ByteView directory) {
 
 bool IsSoundDescriptor(ByteView descriptor) { return ViewDescriptor(descriptor).has_value(); }
 
-win32::ACCESS_MASK GrantedByDescriptor(const Token& token, const DescriptorView& descriptor, const win32::GENERIC_MAPPING& mapping) {
+win32::ACCESS_MASK GrantedByDescriptor(const Token& token, const DescriptorView& descriptor,
+                                       const win32::GENERIC_MAPPING& mapping) {
   if (!descriptor.HasDacl() || descriptor.dacl.empty()) return mapping.GenericAll;
   const bool isOwner = !descriptor.owner.empty() && token.Allows(descriptor.owner);
   win32::ACCESS_MASK granted = 0, denied = 0;
@@ -65,8 +66,9 @@ win32::ACCESS_MASK GrantedByDescriptor(const Token& token, const DescriptorView&
   return granted & ~kGenericBits & ~ACCESS_SYSTEM_SECURITY;
 }
 
-win32::DWORD CheckAccess(const Token& token, ByteView descriptor, win32::DWORD desired, const win32::GENERIC_MAPPING& mapping,
-                         bool backupIntent, std::optional<ByteView> parent, win32::DWORD& granted) {
+win32::DWORD CheckAccess(const Token& token, ByteView descriptor, win32::DWORD desired,
+                         const win32::GENERIC_MAPPING& mapping, bool backupIntent, std::optional<ByteView> parent,
+                         win32::DWORD& granted) {
   granted = 0;
   const auto view = ViewDescriptor(descriptor);
   if (!view) return win32::ERROR_INVALID_SECURITY_DESCR;

@@ -41,8 +41,10 @@ DWORD ExplicitEntries(const EXPLICIT_ACCESS_W* list, ULONG count, std::vector<Ex
     if (one.Trustee.TrusteeForm != TRUSTEE_FORM::TRUSTEE_IS_SID) return ERROR_NONE_MAPPED;  // no account names here
     const ByteView sid = emulated::SidOf(one.Trustee.ptstrName);
     if (sid.empty()) return ERROR_INVALID_PARAMETER;
-    if (one.grfAccessMode == ACCESS_MODE::NOT_USED_ACCESS || one.grfAccessMode > ACCESS_MODE::REVOKE_ACCESS) return ERROR_INVALID_PARAMETER;
-    entries.push_back({{sid.begin(), sid.end()}, one.grfAccessMode, one.grfAccessPermissions, static_cast<BYTE>(one.grfInheritance)});
+    if (one.grfAccessMode == ACCESS_MODE::NOT_USED_ACCESS || one.grfAccessMode > ACCESS_MODE::REVOKE_ACCESS)
+      return ERROR_INVALID_PARAMETER;
+    entries.push_back(
+        {{sid.begin(), sid.end()}, one.grfAccessMode, one.grfAccessPermissions, static_cast<BYTE>(one.grfInheritance)});
   }
   return ERROR_SUCCESS;
 }
@@ -69,7 +71,8 @@ ACCESS_MASK Combined(const ExplicitEntry& entry, ByteView old) {
   if (entry.mode == ACCESS_MODE::SET_ACCESS) return mask;
   const BYTE type = entry.mode == ACCESS_MODE::DENY_ACCESS ? ACCESS_DENIED_ACE_TYPE : ACCESS_ALLOWED_ACE_TYPE;
   for (const AceView& ace : emulated::Aces(old))
-    if (ace.type == type && !ace.Has(INHERITED_ACE) && (ace.flags & emulated::kInheritanceFlags) == entry.flags && std::ranges::equal(ace.sid, entry.sid))
+    if (ace.type == type && !ace.Has(INHERITED_ACE) && (ace.flags & emulated::kInheritanceFlags) == entry.flags &&
+        std::ranges::equal(ace.sid, entry.sid))
       mask |= ace.mask;
   return mask;
 }
@@ -99,7 +102,8 @@ emulated::Bytes MergedAcl(const std::vector<ExplicitEntry>& entries, ByteView ol
 
 BOOL AllocateAndInitializeSid(SID_IDENTIFIER_AUTHORITY* pIdentifierAuthority, BYTE nSubAuthorityCount,
                               DWORD nSubAuthority0, DWORD nSubAuthority1, DWORD nSubAuthority2, DWORD nSubAuthority3,
-                              DWORD nSubAuthority4, DWORD nSubAuthority5, DWORD nSubAuthority6, DWORD nSubAuthority7, PSID* pSid) {
+                              DWORD nSubAuthority4, DWORD nSubAuthority5, DWORD nSubAuthority6, DWORD nSubAuthority7,
+                              PSID* pSid) {
   WIN32_CALL(nSubAuthorityCount, nSubAuthority0, nSubAuthority1);
   if (call.Refused()) return FALSE;
   constexpr BYTE kMost = 8;
@@ -137,7 +141,8 @@ BOOL InitializeSecurityDescriptor(PSECURITY_DESCRIPTOR pSecurityDescriptor, DWOR
   return call.Done(ERROR_SUCCESS);
 }
 
-BOOL SetSecurityDescriptorDacl(PSECURITY_DESCRIPTOR pSecurityDescriptor, BOOL bDaclPresent, ACL* pDacl, BOOL bDaclDefaulted) {
+BOOL SetSecurityDescriptorDacl(PSECURITY_DESCRIPTOR pSecurityDescriptor, BOOL bDaclPresent, ACL* pDacl,
+                               BOOL bDaclDefaulted) {
   WIN32_CALL(pSecurityDescriptor, bDaclPresent, pDacl, bDaclDefaulted);
   if (call.Refused()) return FALSE;
   auto* const descriptor = static_cast<SECURITY_DESCRIPTOR*>(pSecurityDescriptor);
@@ -176,16 +181,19 @@ BOOL DeleteAce(ACL* pAcl, DWORD dwAceIndex) {
   return call.Done(ERROR_SUCCESS);
 }
 
-DWORD SetEntriesInAclW(ULONG cCountOfExplicitEntries, EXPLICIT_ACCESS_W* pListOfExplicitEntries, ACL* OldAcl, ACL** NewAcl) {
+DWORD SetEntriesInAclW(ULONG cCountOfExplicitEntries, EXPLICIT_ACCESS_W* pListOfExplicitEntries, ACL* OldAcl,
+                       ACL** NewAcl) {
   WIN32_CALL(cCountOfExplicitEntries, OldAcl);
   if (call.Refused()) return call.Code<DWORD>(call.error());
-  if (!NewAcl || (cCountOfExplicitEntries != 0 && !pListOfExplicitEntries)) return call.Code<DWORD>(ERROR_INVALID_PARAMETER);
+  if (!NewAcl || (cCountOfExplicitEntries != 0 && !pListOfExplicitEntries))
+    return call.Code<DWORD>(ERROR_INVALID_PARAMETER);
   *NewAcl = nullptr;
   const auto old = emulated::AclOf(OldAcl);
   if (!old) return call.Code<DWORD>(ERROR_INVALID_ACL);
   if (cCountOfExplicitEntries == 0 && old->empty()) return call.Code<DWORD>(ERROR_SUCCESS);
   std::vector<ExplicitEntry> entries;
-  if (const DWORD error = ExplicitEntries(pListOfExplicitEntries, cCountOfExplicitEntries, entries)) return call.Code<DWORD>(error);
+  if (const DWORD error = ExplicitEntries(pListOfExplicitEntries, cCountOfExplicitEntries, entries))
+    return call.Code<DWORD>(error);
   const emulated::Bytes merged = MergedAcl(entries, *old);
   if (merged.empty()) return call.Code<DWORD>(ERROR_INVALID_ACL);
   *NewAcl = static_cast<ACL*>(emulated::LocalCopy(merged));
@@ -198,8 +206,10 @@ void MapGenericMask(DWORD* AccessMask, GENERIC_MAPPING* GenericMapping) {
   if (AccessMask && GenericMapping) *AccessMask = emulated::MapGeneric(*AccessMask, *GenericMapping);
 }
 
-BOOL ConvertStringSecurityDescriptorToSecurityDescriptorW(const char16_t* StringSecurityDescriptor, DWORD StringSDRevision,
-                                                          PSECURITY_DESCRIPTOR* SecurityDescriptor, ULONG* SecurityDescriptorSize) {
+BOOL ConvertStringSecurityDescriptorToSecurityDescriptorW(const char16_t* StringSecurityDescriptor,
+                                                          DWORD StringSDRevision,
+                                                          PSECURITY_DESCRIPTOR* SecurityDescriptor,
+                                                          ULONG* SecurityDescriptorSize) {
   WIN32_CALL(StringSecurityDescriptor, StringSDRevision);
   if (call.Refused()) return FALSE;
   if (!StringSecurityDescriptor || !SecurityDescriptor) return call.Done(ERROR_INVALID_PARAMETER);
@@ -211,8 +221,9 @@ BOOL ConvertStringSecurityDescriptorToSecurityDescriptorW(const char16_t* String
   return call.Done(*SecurityDescriptor ? ERROR_SUCCESS : ERROR_NOT_ENOUGH_MEMORY);
 }
 
-BOOL ConvertSecurityDescriptorToStringSecurityDescriptorW(PSECURITY_DESCRIPTOR SecurityDescriptor, DWORD RequestedStringSDRevision,
-                                                          DWORD SecurityInformation, char16_t** StringSecurityDescriptor,
+BOOL ConvertSecurityDescriptorToStringSecurityDescriptorW(PSECURITY_DESCRIPTOR SecurityDescriptor,
+                                                          DWORD RequestedStringSDRevision, DWORD SecurityInformation,
+                                                          char16_t** StringSecurityDescriptor,
                                                           ULONG* StringSecurityDescriptorLen) {
   WIN32_CALL(SecurityDescriptor, RequestedStringSDRevision, SecurityInformation);
   if (call.Refused()) return FALSE;
@@ -228,8 +239,8 @@ BOOL ConvertSecurityDescriptorToStringSecurityDescriptorW(PSECURITY_DESCRIPTOR S
                        ((SecurityInformation & SACL_SECURITY_INFORMATION) != 0 && view->HasSacl());
   if (hasPart && text.empty()) return call.Done(ERROR_INVALID_ACL);  // an entry of a type without a text
   const std::size_t bytes = (text.size() + 1) * sizeof(char16_t);
-  *StringSecurityDescriptor = static_cast<char16_t*>(
-      emulated::LocalCopy({reinterpret_cast<const std::uint8_t*>(text.c_str()), bytes}));
+  *StringSecurityDescriptor =
+      static_cast<char16_t*>(emulated::LocalCopy({reinterpret_cast<const std::uint8_t*>(text.c_str()), bytes}));
   if (StringSecurityDescriptorLen) *StringSecurityDescriptorLen = static_cast<ULONG>(text.size() + 1);
   return call.Done(*StringSecurityDescriptor ? ERROR_SUCCESS : ERROR_NOT_ENOUGH_MEMORY);
 }

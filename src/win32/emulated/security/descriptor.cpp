@@ -82,7 +82,9 @@ std::size_t SelfRelativeLength(const std::uint8_t* from, std::size_t limit) {
     length = limit - offset < whole ? 0 : std::max(length, offset + whole);
   };
   const auto sidSize = [](const std::uint8_t* sid) { return 8u + 4u * sid[1]; };
-  const auto aclSize = [](const std::uint8_t* acl) { return std::size_t{LoadLittleEndian<std::uint16_t>({acl, 8}, 2)}; };
+  const auto aclSize = [](const std::uint8_t* acl) {
+    return std::size_t{LoadLittleEndian<std::uint16_t>({acl, 8}, 2)};
+  };
   include(header.owner, 8, sidSize);
   include(header.group, 8, sidSize);
   if ((header.control & win32::SE_SACL_PRESENT) != 0) include(header.sacl, 8, aclSize);

@@ -17,8 +17,8 @@ inline constexpr std::uint8_t kAuditCallbackAce = 13, kAlarmCallbackAce = 14;
 inline constexpr std::uint8_t kMandatoryLabelAce = 17;
 inline constexpr std::uint8_t kAclRevisionDs = 4;  // of an ACL with object entries
 
-inline constexpr std::uint8_t kInheritanceFlags =
-    win32::OBJECT_INHERIT_ACE | win32::CONTAINER_INHERIT_ACE | win32::NO_PROPAGATE_INHERIT_ACE | win32::INHERIT_ONLY_ACE;
+inline constexpr std::uint8_t kInheritanceFlags = win32::OBJECT_INHERIT_ACE | win32::CONTAINER_INHERIT_ACE |
+                                                  win32::NO_PROPAGATE_INHERIT_ACE | win32::INHERIT_ONLY_ACE;
 inline constexpr win32::DWORD kGenericBits =
     win32::GENERIC_READ | win32::GENERIC_WRITE | win32::GENERIC_EXECUTE | win32::GENERIC_ALL;
 

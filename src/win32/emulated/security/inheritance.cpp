@@ -5,7 +5,8 @@
 //  - An entry marked INHERITED_ACE that a program passes is not its to set: unless the DACL is protected such entries
 //    are dropped and computed anew from the parent's inheritable ones. Explicit entries stand before inherited ones.
 //  - A protected DACL inherits nothing. Entries passed with it are all kept and become explicit: INHERITED_ACE goes.
-//  - SE_DACL_AUTO_INHERITED says that inherited entries are told from explicit ones. The named-security functions and the
+//  - SE_DACL_AUTO_INHERITED says that inherited entries are told from explicit ones. The named-security functions and
+//  the
 //    creation of files set it; a plain write of the descriptor (SetFileSecurity, restoring) only where
 //    SE_DACL_AUTO_INHERIT_REQ stands beside it.
 #include "win32/emulated/security/access.h"
@@ -32,11 +33,12 @@ struct AclBits {
 };
 constexpr AclBits kDaclBits{win32::SE_DACL_PRESENT, win32::SE_DACL_DEFAULTED, win32::SE_DACL_AUTO_INHERIT_REQ,
                             win32::SE_DACL_AUTO_INHERITED, win32::SE_DACL_PROTECTED};
-constexpr AclBits kSaclBits{win32::SE_SACL_PRESENT, 0x0020, win32::SE_SACL_AUTO_INHERIT_REQ, win32::SE_SACL_AUTO_INHERITED,
-                            win32::SE_SACL_PROTECTED};
+constexpr AclBits kSaclBits{win32::SE_SACL_PRESENT, 0x0020, win32::SE_SACL_AUTO_INHERIT_REQ,
+                            win32::SE_SACL_AUTO_INHERITED, win32::SE_SACL_PROTECTED};
 
 WORD Without(WORD control, const AclBits& bits) {
-  return static_cast<WORD>(control & ~(bits.present | bits.defaulted | bits.inheritRequest | bits.inherited | bits.isProtected));
+  return static_cast<WORD>(control &
+                           ~(bits.present | bits.defaulted | bits.inheritRequest | bits.inherited | bits.isProtected));
 }
 
 WORD With(WORD control, WORD bits) { return static_cast<WORD>(control | bits); }
@@ -48,9 +50,10 @@ ByteView CreatorFor(ByteView sid, ByteView owner, ByteView group) {
   return {};
 }
 
-// What a child gets from one entry of its parent: an entry that acts on it, one that it only hands on, both in one, or none.
-void InheritEntry(const AceView& ace, ByteView owner, ByteView group, bool isContainer, const win32::GENERIC_MAPPING& mapping,
-                  AclBuilder& child) {
+// What a child gets from one entry of its parent: an entry that acts on it, one that it only hands on, both in one, or
+// none.
+void InheritEntry(const AceView& ace, ByteView owner, ByteView group, bool isContainer,
+                  const win32::GENERIC_MAPPING& mapping, AclBuilder& child) {
   const std::uint8_t others = static_cast<std::uint8_t>(ace.flags & ~kInheritanceFlags);
   const auto flags = [&](unsigned bits) { return static_cast<std::uint8_t>(others | INHERITED_ACE | bits); };
   const bool acts = ace.Has(isContainer ? CONTAINER_INHERIT_ACE : OBJECT_INHERIT_ACE);
@@ -71,19 +74,20 @@ void InheritEntry(const AceView& ace, ByteView owner, ByteView group, bool isCon
   if (handedOn != 0) child.Add(ace, flags(handedOn | INHERIT_ONLY_ACE), ace.mask);
 }
 
-void Inherit(ByteView parentAcl, ByteView owner, ByteView group, bool isContainer, const win32::GENERIC_MAPPING& mapping,
-             AclBuilder& child) {
+void Inherit(ByteView parentAcl, ByteView owner, ByteView group, bool isContainer,
+             const win32::GENERIC_MAPPING& mapping, AclBuilder& child) {
   for (const AceView& ace : Aces(parentAcl)) InheritEntry(ace, owner, group, isContainer, mapping, child);
 }
 
 enum class Inherited { Drop, Keep, MakeExplicit };
 
-// The entries of an ACL that is written to an object. Generic rights become specific ones, except where an entry is only
-// handed on to children, whose kind is not known here.
+// The entries of an ACL that is written to an object. Generic rights become specific ones, except where an entry is
+// only handed on to children, whose kind is not known here.
 void Copy(ByteView acl, Inherited inherited, const win32::GENERIC_MAPPING& mapping, AclBuilder& to) {
   for (const AceView& ace : Aces(acl)) {
     if (inherited == Inherited::Drop && ace.Has(INHERITED_ACE)) continue;
-    const auto flags = static_cast<std::uint8_t>(inherited == Inherited::MakeExplicit ? ace.flags & ~INHERITED_ACE : ace.flags);
+    const auto flags =
+        static_cast<std::uint8_t>(inherited == Inherited::MakeExplicit ? ace.flags & ~INHERITED_ACE : ace.flags);
     to.Add(ace, flags, ace.Has(INHERIT_ONLY_ACE) ? ace.mask : MapGeneric(ace.mask, mapping));
   }
 }
@@ -96,8 +100,8 @@ struct NewAcl {
   WORD control = 0;
 };
 
-NewAcl MakeAcl(const AclBits& bits, WORD ownControl, ByteView ownAcl, ByteView parentAcl, ByteView owner, ByteView group,
-               bool isContainer, const win32::GENERIC_MAPPING& mapping) {
+NewAcl MakeAcl(const AclBits& bits, WORD ownControl, ByteView ownAcl, ByteView parentAcl, ByteView owner,
+               ByteView group, bool isContainer, const win32::GENERIC_MAPPING& mapping) {
   NewAcl made;
   const bool own = (ownControl & bits.present) != 0;
   const bool isProtected = own && (ownControl & bits.isProtected) != 0;
@@ -119,15 +123,16 @@ NewAcl MakeAcl(const AclBits& bits, WORD ownControl, ByteView ownAcl, ByteView p
 
 }  // namespace
 
-Bytes NewObjectDescriptor(const Token& token, std::optional<ByteView> parent, std::optional<ByteView> creator, bool isContainer,
-                          const win32::GENERIC_MAPPING& mapping) {
+Bytes NewObjectDescriptor(const Token& token, std::optional<ByteView> parent, std::optional<ByteView> creator,
+                          bool isContainer, const win32::GENERIC_MAPPING& mapping) {
   const DescriptorView above = parent ? ViewDescriptor(*parent).value_or(DescriptorView{}) : DescriptorView{};
   const DescriptorView own = creator ? ViewDescriptor(*creator).value_or(DescriptorView{}) : DescriptorView{};
   DescriptorView made;
   made.owner = own.owner.empty() ? ByteView(token.owner) : own.owner;
   made.group = own.group.empty() ? ByteView(token.primaryGroup) : own.group;
   NewAcl dacl = MakeAcl(kDaclBits, own.control, own.dacl, above.dacl, made.owner, made.group, isContainer, mapping);
-  const NewAcl sacl = MakeAcl(kSaclBits, own.control, own.sacl, above.sacl, made.owner, made.group, isContainer, mapping);
+  const NewAcl sacl =
+      MakeAcl(kSaclBits, own.control, own.sacl, above.sacl, made.owner, made.group, isContainer, mapping);
   if (!dacl.present && !token.defaultDacl.empty()) {
     AclBuilder defaults;
     Copy(token.defaultDacl, Inherited::MakeExplicit, mapping, defaults);
@@ -140,7 +145,8 @@ Bytes NewObjectDescriptor(const Token& token, std::optional<ByteView> parent, st
   return BuildDescriptor(made);
 }
 
-Bytes MergeDescriptor(ByteView current, ByteView replacement, win32::DWORD information, const win32::GENERIC_MAPPING& mapping) {
+Bytes MergeDescriptor(ByteView current, ByteView replacement, win32::DWORD information,
+                      const win32::GENERIC_MAPPING& mapping) {
   const auto old = ViewDescriptor(current), given = ViewDescriptor(replacement);
   if (!old || !given) return {};
   DescriptorView merged = *old;
@@ -149,7 +155,8 @@ Bytes MergeDescriptor(ByteView current, ByteView replacement, win32::DWORD infor
   if ((information & win32::GROUP_SECURITY_INFORMATION) != 0) merged.group = given->group;
   const auto replace = [&](const AclBits& bits, ByteView from, Bytes& copy, ByteView& to) {
     WORD taken = static_cast<WORD>(given->control & (bits.defaulted | bits.isProtected));
-    if ((given->control & bits.inheritRequest) != 0) taken = With(taken, static_cast<WORD>(given->control & bits.inherited));
+    if ((given->control & bits.inheritRequest) != 0)
+      taken = With(taken, static_cast<WORD>(given->control & bits.inherited));
     merged.control = With(Without(merged.control, bits), With(taken, bits.present));
     to = {};
     if ((given->control & bits.present) == 0 || from.empty()) return true;  // a null ACL
@@ -159,16 +166,19 @@ Bytes MergeDescriptor(ByteView current, ByteView replacement, win32::DWORD infor
     to = copy;
     return !copy.empty();
   };
-  if ((information & win32::DACL_SECURITY_INFORMATION) != 0 && !replace(kDaclBits, given->dacl, dacl, merged.dacl)) return {};
-  if ((information & win32::SACL_SECURITY_INFORMATION) != 0 && !replace(kSaclBits, given->sacl, sacl, merged.sacl)) return {};
-  if ((information & win32::PROTECTED_DACL_SECURITY_INFORMATION) != 0) merged.control = With(merged.control, win32::SE_DACL_PROTECTED);
+  if ((information & win32::DACL_SECURITY_INFORMATION) != 0 && !replace(kDaclBits, given->dacl, dacl, merged.dacl))
+    return {};
+  if ((information & win32::SACL_SECURITY_INFORMATION) != 0 && !replace(kSaclBits, given->sacl, sacl, merged.sacl))
+    return {};
+  if ((information & win32::PROTECTED_DACL_SECURITY_INFORMATION) != 0)
+    merged.control = With(merged.control, win32::SE_DACL_PROTECTED);
   if ((information & win32::UNPROTECTED_DACL_SECURITY_INFORMATION) != 0)
     merged.control = static_cast<WORD>(merged.control & ~win32::SE_DACL_PROTECTED);
   return BuildDescriptor(merged);
 }
 
-Bytes ApplyDacl(ByteView current, std::optional<ByteView> dacl, win32::DWORD information, std::optional<ByteView> parent,
-                bool isContainer, const win32::GENERIC_MAPPING& mapping) {
+Bytes ApplyDacl(ByteView current, std::optional<ByteView> dacl, win32::DWORD information,
+                std::optional<ByteView> parent, bool isContainer, const win32::GENERIC_MAPPING& mapping) {
   const auto old = ViewDescriptor(current);
   const auto above = parent ? ViewDescriptor(*parent) : DescriptorView{};
   if (!old || !above || (dacl && !dacl->empty() && !IsSoundAcl(*dacl))) return {};
@@ -177,7 +187,8 @@ Bytes ApplyDacl(ByteView current, std::optional<ByteView> dacl, win32::DWORD inf
   if ((information & win32::PROTECTED_DACL_SECURITY_INFORMATION) != 0) isProtected = true;
   if ((information & win32::UNPROTECTED_DACL_SECURITY_INFORMATION) != 0) isProtected = false;
   const WORD own = static_cast<WORD>(win32::SE_DACL_PRESENT | (isProtected ? win32::SE_DACL_PROTECTED : 0));
-  const NewAcl made = MakeAcl(kDaclBits, own, dacl.value_or(ByteView()), above->dacl, old->owner, old->group, isContainer, mapping);
+  const NewAcl made =
+      MakeAcl(kDaclBits, own, dacl.value_or(ByteView()), above->dacl, old->owner, old->group, isContainer, mapping);
   if (made.failed) return {};
   DescriptorView changed = *old;
   changed.control = With(Without(old->control, kDaclBits), made.control);

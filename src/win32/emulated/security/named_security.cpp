@@ -43,12 +43,14 @@ DWORD OpenSecured(const char16_t* path, ACCESS_MASK access, SecuredFile& secured
   secured.attributes = location.info.attributes;
   if (const DWORD error = secured.volume->GetSecurity(location.file, secured.descriptor)) return error;
   DWORD granted = 0;
-  return emulated::CheckAccess(machine.EffectiveToken(), secured.descriptor, access, emulated::kFileMapping, false, std::nullopt, granted);
+  return emulated::CheckAccess(machine.EffectiveToken(), secured.descriptor, access, emulated::kFileMapping, false,
+                               std::nullopt, granted);
 }
 
 ACCESS_MASK AccessToRead(DWORD information) {
   ACCESS_MASK access = 0;
-  if ((information & (OWNER_SECURITY_INFORMATION | GROUP_SECURITY_INFORMATION | DACL_SECURITY_INFORMATION)) != 0) access |= READ_CONTROL;
+  if ((information & (OWNER_SECURITY_INFORMATION | GROUP_SECURITY_INFORMATION | DACL_SECURITY_INFORMATION)) != 0)
+    access |= READ_CONTROL;
   if ((information & SACL_SECURITY_INFORMATION) != 0) access |= ACCESS_SYSTEM_SECURITY;
   return access;
 }
@@ -65,8 +67,10 @@ ACCESS_MASK AccessToWrite(DWORD information) {
 Bytes Selected(ByteView descriptor, DWORD information) {
   DescriptorView view = emulated::ViewDescriptor(descriptor).value_or(DescriptorView{});
   constexpr unsigned kOwnerBits = 0x0001, kGroupBits = 0x0002;  // SE_OWNER_DEFAULTED, SE_GROUP_DEFAULTED
-  constexpr unsigned kDaclBits = SE_DACL_PRESENT | SE_DACL_DEFAULTED | SE_DACL_AUTO_INHERIT_REQ | SE_DACL_AUTO_INHERITED | SE_DACL_PROTECTED;
-  constexpr unsigned kSaclBits = SE_SACL_PRESENT | 0x0020u | SE_SACL_AUTO_INHERIT_REQ | SE_SACL_AUTO_INHERITED | SE_SACL_PROTECTED;
+  constexpr unsigned kDaclBits =
+      SE_DACL_PRESENT | SE_DACL_DEFAULTED | SE_DACL_AUTO_INHERIT_REQ | SE_DACL_AUTO_INHERITED | SE_DACL_PROTECTED;
+  constexpr unsigned kSaclBits =
+      SE_SACL_PRESENT | 0x0020u | SE_SACL_AUTO_INHERIT_REQ | SE_SACL_AUTO_INHERITED | SE_SACL_PROTECTED;
   unsigned dropped = 0;
   if ((information & OWNER_SECURITY_INFORMATION) == 0) view.owner = {}, dropped |= kOwnerBits;
   if ((information & GROUP_SECURITY_INFORMATION) == 0) view.group = {}, dropped |= kGroupBits;
@@ -79,7 +83,9 @@ Bytes Selected(ByteView descriptor, DWORD information) {
 // A token may make itself and those of its groups that are marked so the owner, with SeRestorePrivilege anyone.
 bool MayOwn(const emulated::Token& token, ByteView sid) {
   if (token.PrivilegeEnabled(emulated::Privilege::Restore)) return true;
-  const auto equal = [&](const emulated::Sid& own) { return ByteView(own).size() == sid.size() && std::memcmp(own.data(), sid.data(), sid.size()) == 0; };
+  const auto equal = [&](const emulated::Sid& own) {
+    return ByteView(own).size() == sid.size() && std::memcmp(own.data(), sid.data(), sid.size()) == 0;
+  };
   if (equal(token.user)) return true;
   for (const emulated::TokenGroup& group : token.groups)
     if ((group.attributes & SE_GROUP_OWNER) != 0 && equal(group.sid)) return true;
@@ -87,7 +93,8 @@ bool MayOwn(const emulated::Token& token, ByteView sid) {
 }
 
 DWORD CheckNewOwner(DWORD information, ByteView owner, ByteView group) {
-  if ((information & OWNER_SECURITY_INFORMATION) != 0 && (owner.empty() || !MayOwn(Machine::Current().EffectiveToken(), owner)))
+  if ((information & OWNER_SECURITY_INFORMATION) != 0 &&
+      (owner.empty() || !MayOwn(Machine::Current().EffectiveToken(), owner)))
     return ERROR_INVALID_OWNER;
   if ((information & GROUP_SECURITY_INFORMATION) != 0 && group.empty()) return ERROR_INVALID_PRIMARY_GROUP;
   return ERROR_SUCCESS;
@@ -116,13 +123,16 @@ DWORD Propagate(Volume& volume, FileId top, const Bytes& topDescriptor) {
       const auto view = emulated::ViewDescriptor(current);
       if (!view || (view->control & SE_DACL_PROTECTED) != 0) continue;
       DWORD granted = 0;
-      if (emulated::CheckAccess(token, current, READ_CONTROL | WRITE_DAC, emulated::kFileMapping, false, std::nullopt, granted) != 0) continue;
+      if (emulated::CheckAccess(token, current, READ_CONTROL | WRITE_DAC, emulated::kFileMapping, false, std::nullopt,
+                                granted) != 0)
+        continue;
       const bool isDirectory = (info.attributes & FILE_ATTRIBUTE_DIRECTORY) != 0;
       Bytes changed = emulated::Reinherit(current, above, isDirectory, emulated::kFileMapping);
       if (changed.empty()) continue;  // too long for an ACL
       if (changed != current)
         if (const DWORD error = Store(volume, entry.id, changed)) return error;
-      if (isDirectory && (info.attributes & FILE_ATTRIBUTE_REPARSE_POINT) == 0) directories.emplace_back(entry.id, std::move(changed));
+      if (isDirectory && (info.attributes & FILE_ATTRIBUTE_REPARSE_POINT) == 0)
+        directories.emplace_back(entry.id, std::move(changed));
     }
   }
   return ERROR_SUCCESS;
@@ -132,7 +142,8 @@ DWORD Propagate(Volume& volume, FileId top, const Bytes& topDescriptor) {
 DWORD NamedWrite(const SecuredFile& secured, bool isDirectory, DWORD information, ByteView owner, ByteView group,
                  std::optional<ByteView> dacl, ByteView sacl, Bytes& changed) {
   changed = secured.descriptor;
-  const DWORD plainParts = information & (OWNER_SECURITY_INFORMATION | GROUP_SECURITY_INFORMATION | SACL_SECURITY_INFORMATION);
+  const DWORD plainParts =
+      information & (OWNER_SECURITY_INFORMATION | GROUP_SECURITY_INFORMATION | SACL_SECURITY_INFORMATION);
   if (plainParts != 0) {
     const DescriptorView given{SE_SACL_PRESENT, owner, group, sacl, {}};
     changed = emulated::MergeDescriptor(changed, emulated::BuildDescriptor(given), plainParts);
@@ -149,8 +160,9 @@ DWORD NamedWrite(const SecuredFile& secured, bool isDirectory, DWORD information
 
 }  // namespace
 
-DWORD GetNamedSecurityInfoW(const char16_t* pObjectName, SE_OBJECT_TYPE ObjectType, DWORD SecurityInfo, PSID* ppsidOwner,
-                            PSID* ppsidGroup, ACL** ppDacl, ACL** ppSacl, PSECURITY_DESCRIPTOR* ppSecurityDescriptor) {
+DWORD GetNamedSecurityInfoW(const char16_t* pObjectName, SE_OBJECT_TYPE ObjectType, DWORD SecurityInfo,
+                            PSID* ppsidOwner, PSID* ppsidGroup, ACL** ppDacl, ACL** ppSacl,
+                            PSECURITY_DESCRIPTOR* ppSecurityDescriptor) {
   WIN32_CALL(pObjectName, ObjectType, SecurityInfo);
   if (call.Refused()) return call.Code<DWORD>(call.error());
   // Without the descriptor the caller could not free what the other pointers lead into.
@@ -164,7 +176,10 @@ DWORD GetNamedSecurityInfoW(const char16_t* pObjectName, SE_OBJECT_TYPE ObjectTy
   const auto view = emulated::ViewDescriptor({descriptor, selected.size()}).value_or(DescriptorView{});
   // Null for a part that is not there, or was not asked for.
   const auto give = [&](ByteView part, auto** pointer) {
-    if (pointer) *pointer = part.empty() ? nullptr : reinterpret_cast<std::remove_reference_t<decltype(**pointer)>*>(descriptor + (part.data() - descriptor));
+    if (pointer)
+      *pointer = part.empty() ? nullptr
+                              : reinterpret_cast<std::remove_reference_t<decltype(**pointer)>*>(
+                                    descriptor + (part.data() - descriptor));
   };
   const auto giveSid = [&](ByteView part, PSID* pointer) {
     if (pointer) *pointer = part.empty() ? nullptr : descriptor + (part.data() - descriptor);
@@ -195,10 +210,12 @@ DWORD SetNamedSecurityInfoW(char16_t* pObjectName, SE_OBJECT_TYPE ObjectType, DW
   const bool isDirectory = (secured.attributes & FILE_ATTRIBUTE_DIRECTORY) != 0;
 
   Bytes changed;
-  if (const DWORD error = NamedWrite(secured, isDirectory, SecurityInfo, owner, group, dacl, *sacl, changed)) return call.Code<DWORD>(error);
+  if (const DWORD error = NamedWrite(secured, isDirectory, SecurityInfo, owner, group, dacl, *sacl, changed))
+    return call.Code<DWORD>(error);
   if (const DWORD error = Store(*secured.volume, secured.file, changed)) return call.Code<DWORD>(error);
   const bool isLink = (secured.attributes & FILE_ATTRIBUTE_REPARSE_POINT) != 0;
-  const DWORD error = writesDacl && isDirectory && !isLink ? Propagate(*secured.volume, secured.file, changed) : ERROR_SUCCESS;
+  const DWORD error =
+      writesDacl && isDirectory && !isLink ? Propagate(*secured.volume, secured.file, changed) : ERROR_SUCCESS;
   return call.Code<DWORD>(error);
 }
 

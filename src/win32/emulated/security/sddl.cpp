@@ -20,9 +20,10 @@ struct Name {
 
 // In the order in which Windows writes them: from the lowest bit up.
 constexpr Name kRights[] = {
-    {u"CC", 0x1},     {u"DC", 0x2},     {u"LC", 0x4},     {u"SW", 0x8},        {u"RP", 0x10},       {u"WP", 0x20},
-    {u"DT", 0x40},    {u"LO", 0x80},    {u"CR", 0x100},   {u"SD", 0x10000},    {u"RC", 0x20000},    {u"WD", 0x40000},
-    {u"WO", 0x80000}, {u"GA", 0x10000000}, {u"GX", 0x20000000}, {u"GW", 0x40000000}, {u"GR", 0x80000000},
+    {u"CC", 0x1},        {u"DC", 0x2},        {u"LC", 0x4},     {u"SW", 0x8},        {u"RP", 0x10},
+    {u"WP", 0x20},       {u"DT", 0x40},       {u"LO", 0x80},    {u"CR", 0x100},      {u"SD", 0x10000},
+    {u"RC", 0x20000},    {u"WD", 0x40000},    {u"WO", 0x80000}, {u"GA", 0x10000000}, {u"GX", 0x20000000},
+    {u"GW", 0x40000000}, {u"GR", 0x80000000},
 };
 // Names of whole sets of rights. Only the first of two names for the same set is written.
 constexpr Name kRightSets[] = {
@@ -31,13 +32,23 @@ constexpr Name kRightSets[] = {
 };
 constexpr Name kLabelRights[] = {{u"NW", 1}, {u"NR", 2}, {u"NX", 4}};
 constexpr Name kAceTypes[] = {
-    {u"A", win32::ACCESS_ALLOWED_ACE_TYPE}, {u"D", win32::ACCESS_DENIED_ACE_TYPE}, {u"AU", win32::SYSTEM_AUDIT_ACE_TYPE},
-    {u"AL", kSystemAlarmAce},               {u"OA", kAllowedObjectAce},            {u"OD", kDeniedObjectAce},
-    {u"OU", kAuditObjectAce},               {u"OL", kAlarmObjectAce},              {u"ML", kMandatoryLabelAce},
+    {u"A", win32::ACCESS_ALLOWED_ACE_TYPE},
+    {u"D", win32::ACCESS_DENIED_ACE_TYPE},
+    {u"AU", win32::SYSTEM_AUDIT_ACE_TYPE},
+    {u"AL", kSystemAlarmAce},
+    {u"OA", kAllowedObjectAce},
+    {u"OD", kDeniedObjectAce},
+    {u"OU", kAuditObjectAce},
+    {u"OL", kAlarmObjectAce},
+    {u"ML", kMandatoryLabelAce},
 };
 constexpr Name kAceFlags[] = {
-    {u"OI", win32::OBJECT_INHERIT_ACE}, {u"CI", win32::CONTAINER_INHERIT_ACE}, {u"NP", win32::NO_PROPAGATE_INHERIT_ACE},
-    {u"IO", win32::INHERIT_ONLY_ACE},   {u"ID", win32::INHERITED_ACE},         {u"SA", 0x40},
+    {u"OI", win32::OBJECT_INHERIT_ACE},
+    {u"CI", win32::CONTAINER_INHERIT_ACE},
+    {u"NP", win32::NO_PROPAGATE_INHERIT_ACE},
+    {u"IO", win32::INHERIT_ONLY_ACE},
+    {u"ID", win32::INHERITED_ACE},
+    {u"SA", 0x40},
     {u"FA", 0x80},
 };
 
@@ -46,17 +57,17 @@ struct Alias {
   Text sid;
 };
 constexpr Alias kAliases[] = {
-    {u"WD", u"S-1-1-0"},       {u"CO", u"S-1-3-0"},       {u"CG", u"S-1-3-1"},       {u"OW", u"S-1-3-4"},
-    {u"NU", u"S-1-5-2"},       {u"IU", u"S-1-5-4"},       {u"SU", u"S-1-5-6"},       {u"AN", u"S-1-5-7"},
-    {u"ED", u"S-1-5-9"},       {u"PS", u"S-1-5-10"},      {u"AU", u"S-1-5-11"},      {u"RC", u"S-1-5-12"},
-    {u"SY", u"S-1-5-18"},      {u"LS", u"S-1-5-19"},      {u"NS", u"S-1-5-20"},      {u"WR", u"S-1-5-33"},
-    {u"BA", u"S-1-5-32-544"},  {u"BU", u"S-1-5-32-545"},  {u"BG", u"S-1-5-32-546"},  {u"PU", u"S-1-5-32-547"},
-    {u"AO", u"S-1-5-32-548"},  {u"SO", u"S-1-5-32-549"},  {u"PO", u"S-1-5-32-550"},  {u"BO", u"S-1-5-32-551"},
-    {u"RE", u"S-1-5-32-552"},  {u"RU", u"S-1-5-32-554"},  {u"RD", u"S-1-5-32-555"},  {u"NO", u"S-1-5-32-556"},
-    {u"MU", u"S-1-5-32-558"},  {u"LU", u"S-1-5-32-559"},  {u"IS", u"S-1-5-32-568"},  {u"CY", u"S-1-5-32-569"},
-    {u"ER", u"S-1-5-32-573"},  {u"CD", u"S-1-5-32-574"},  {u"HA", u"S-1-5-32-578"},  {u"AA", u"S-1-5-32-579"},
-    {u"RM", u"S-1-5-32-580"},  {u"AC", u"S-1-15-2-1"},    {u"LW", u"S-1-16-4096"},   {u"ME", u"S-1-16-8192"},
-    {u"MP", u"S-1-16-8448"},   {u"HI", u"S-1-16-12288"},  {u"SI", u"S-1-16-16384"},
+    {u"WD", u"S-1-1-0"},      {u"CO", u"S-1-3-0"},      {u"CG", u"S-1-3-1"},      {u"OW", u"S-1-3-4"},
+    {u"NU", u"S-1-5-2"},      {u"IU", u"S-1-5-4"},      {u"SU", u"S-1-5-6"},      {u"AN", u"S-1-5-7"},
+    {u"ED", u"S-1-5-9"},      {u"PS", u"S-1-5-10"},     {u"AU", u"S-1-5-11"},     {u"RC", u"S-1-5-12"},
+    {u"SY", u"S-1-5-18"},     {u"LS", u"S-1-5-19"},     {u"NS", u"S-1-5-20"},     {u"WR", u"S-1-5-33"},
+    {u"BA", u"S-1-5-32-544"}, {u"BU", u"S-1-5-32-545"}, {u"BG", u"S-1-5-32-546"}, {u"PU", u"S-1-5-32-547"},
+    {u"AO", u"S-1-5-32-548"}, {u"SO", u"S-1-5-32-549"}, {u"PO", u"S-1-5-32-550"}, {u"BO", u"S-1-5-32-551"},
+    {u"RE", u"S-1-5-32-552"}, {u"RU", u"S-1-5-32-554"}, {u"RD", u"S-1-5-32-555"}, {u"NO", u"S-1-5-32-556"},
+    {u"MU", u"S-1-5-32-558"}, {u"LU", u"S-1-5-32-559"}, {u"IS", u"S-1-5-32-568"}, {u"CY", u"S-1-5-32-569"},
+    {u"ER", u"S-1-5-32-573"}, {u"CD", u"S-1-5-32-574"}, {u"HA", u"S-1-5-32-578"}, {u"AA", u"S-1-5-32-579"},
+    {u"RM", u"S-1-5-32-580"}, {u"AC", u"S-1-15-2-1"},   {u"LW", u"S-1-16-4096"},  {u"ME", u"S-1-16-8192"},
+    {u"MP", u"S-1-16-8448"},  {u"HI", u"S-1-16-12288"}, {u"SI", u"S-1-16-16384"},
 };
 
 struct KnownSid {
@@ -74,7 +85,8 @@ const std::vector<KnownSid>& KnownSids() {
 
 template <std::size_t N>
 const Name* FindName(const Name (&names)[N], Text text) {
-  const auto* const found = std::find_if(std::begin(names), std::end(names), [&](const Name& name) { return EqualAsciiNoCase(name.text, text); });
+  const auto* const found = std::find_if(std::begin(names), std::end(names),
+                                         [&](const Name& name) { return EqualAsciiNoCase(name.text, text); });
   return found == std::end(names) ? nullptr : found;
 }
 
@@ -112,7 +124,8 @@ std::optional<Sid> TakeSid(Text& text) {
   if (StartsWithAsciiNoCase(text, u"S-")) {
     std::size_t end = 2;
     const auto belongs = [](char16_t unit) {
-      return (unit >= u'0' && unit <= u'9') || (unit >= u'a' && unit <= u'f') || (unit >= u'A' && unit <= u'F') || unit == u'-' || unit == u'x' || unit == u'X';
+      return (unit >= u'0' && unit <= u'9') || (unit >= u'a' && unit <= u'f') || (unit >= u'A' && unit <= u'F') ||
+             unit == u'-' || unit == u'x' || unit == u'X';
     };
     while (end < text.size() && belongs(text[end])) ++end;
     // "O:S-1-5-18D:" : the letter of the next part is a hexadecimal digit, too.
@@ -204,7 +217,8 @@ bool ParseAce(Text text, AclBuilder& acl) {
   Bytes ace{static_cast<std::uint8_t>(type->value), *flags, 0, 0};
   AppendLittleEndian(ace, std::uint32_t{*mask});
   AppendLittleEndian(ace, static_cast<std::uint32_t>((object->empty() ? 0 : 1) | (inheritedObject->empty() ? 0 : 2)));
-  for (const Bytes* const part : {&*object, &*inheritedObject, &*sid}) ace.insert(ace.end(), part->begin(), part->end());
+  for (const Bytes* const part : {&*object, &*inheritedObject, &*sid})
+    ace.insert(ace.end(), part->begin(), part->end());
   StoreLittleEndian(ace, 2, static_cast<std::uint16_t>(ace.size()));
   acl.Add(ace);
   return true;
@@ -228,8 +242,11 @@ bool TakeAcl(Text& text, bool sacl, AclText& parsed) {
       control |= bit;
       return true;
     };
-    if (take(u"NO_ACCESS_CONTROL", 0)) parsed.null = true;
-    else if (!take(u"AR", win32::SE_DACL_AUTO_INHERIT_REQ) && !take(u"AI", win32::SE_DACL_AUTO_INHERITED) && !take(u"P", win32::SE_DACL_PROTECTED)) break;
+    if (take(u"NO_ACCESS_CONTROL", 0))
+      parsed.null = true;
+    else if (!take(u"AR", win32::SE_DACL_AUTO_INHERIT_REQ) && !take(u"AI", win32::SE_DACL_AUTO_INHERITED) &&
+             !take(u"P", win32::SE_DACL_PROTECTED))
+      break;
   }
   AclBuilder acl;
   for (SkipBlanks(text); !text.empty() && text.front() == u'('; SkipBlanks(text)) {
@@ -244,7 +261,8 @@ bool TakeAcl(Text& text, bool sacl, AclText& parsed) {
     if (parsed.bytes.empty()) return false;
   }
   // SE_SACL_PRESENT is four times SE_DACL_PRESENT; the other SACL bits are twice those of the DACL.
-  parsed.control = static_cast<win32::WORD>(!sacl ? control : win32::SE_SACL_PRESENT | (control & ~unsigned{win32::SE_DACL_PRESENT}) << 1);
+  parsed.control = static_cast<win32::WORD>(
+      !sacl ? control : win32::SE_SACL_PRESENT | (control & ~unsigned{win32::SE_DACL_PRESENT}) << 1);
   return true;
 }
 
@@ -292,7 +310,8 @@ std::u16string GuidText(ByteView guid) {
 }
 
 bool AppendAce(const AceView& ace, std::u16string& text) {
-  const auto* const type = std::find_if(std::begin(kAceTypes), std::end(kAceTypes), [&](const Name& name) { return name.value == ace.type; });
+  const auto* const type = std::find_if(std::begin(kAceTypes), std::end(kAceTypes),
+                                        [&](const Name& name) { return name.value == ace.type; });
   if (type == std::end(kAceTypes)) return false;
   std::u16string object, inheritedObject;
   if (ace.type >= kAllowedObjectAce && ace.type <= kAlarmObjectAce) {
@@ -301,8 +320,8 @@ bool AppendAce(const AceView& ace, std::u16string& text) {
     if ((present & 2) != 0) inheritedObject = GuidText(ace.bytes.subspan((present & 1) != 0 ? 28 : 12, 16));
   }
   std::uint32_t left = 0;
-  text += u'(' + std::u16string(type->text) + u';' + NamesOf(kAceFlags, ace.flags, left) + u';' + RightsText(ace.type, ace.mask) +
-          u';' + object + u';' + inheritedObject + u';' + SidName(ace.sid) + u')';
+  text += u'(' + std::u16string(type->text) + u';' + NamesOf(kAceFlags, ace.flags, left) + u';' +
+          RightsText(ace.type, ace.mask) + u';' + object + u';' + inheritedObject + u';' + SidName(ace.sid) + u')';
   return true;
 }
 
@@ -350,11 +369,15 @@ std::u16string DescriptorToText(ByteView descriptor, win32::DWORD information) {
   const auto view = ViewDescriptor(descriptor);
   if (!view) return {};
   std::u16string text;
-  if ((information & win32::OWNER_SECURITY_INFORMATION) != 0 && !view->owner.empty()) text += u"O:" + SidName(view->owner);
-  if ((information & win32::GROUP_SECURITY_INFORMATION) != 0 && !view->group.empty()) text += u"G:" + SidName(view->group);
-  if ((information & win32::DACL_SECURITY_INFORMATION) != 0 && view->HasDacl() && !AppendAcl(u'D', view->control, view->dacl, text))
+  if ((information & win32::OWNER_SECURITY_INFORMATION) != 0 && !view->owner.empty())
+    text += u"O:" + SidName(view->owner);
+  if ((information & win32::GROUP_SECURITY_INFORMATION) != 0 && !view->group.empty())
+    text += u"G:" + SidName(view->group);
+  if ((information & win32::DACL_SECURITY_INFORMATION) != 0 && view->HasDacl() &&
+      !AppendAcl(u'D', view->control, view->dacl, text))
     return {};
-  if ((information & win32::SACL_SECURITY_INFORMATION) != 0 && view->HasSacl() && !AppendAcl(u'S', view->control >> 1u, view->sacl, text))
+  if ((information & win32::SACL_SECURITY_INFORMATION) != 0 && view->HasSacl() &&
+      !AppendAcl(u'S', view->control >> 1u, view->sacl, text))
     return {};
   return text;
 }

@@ -75,7 +75,8 @@ std::u16string SidToText(ByteView sid) {
   std::uint64_t authority = 0;
   for (std::size_t i = 2; i < kFixedPart; ++i) authority = authority << 8 | sid[i];
   char number[24];
-  std::snprintf(number, sizeof number, authority > 0xFFFF'FFFF ? "0x%llx" : "%llu", static_cast<unsigned long long>(authority));
+  std::snprintf(number, sizeof number, authority > 0xFFFF'FFFF ? "0x%llx" : "%llu",
+                static_cast<unsigned long long>(authority));
   std::u16string text = u"S-1-" + Utf16(number);
   for (std::size_t offset = kFixedPart; offset < length; offset += 4)
     text += u'-' + Utf16(std::to_string(LoadLittleEndian<std::uint32_t>(sid, offset)));

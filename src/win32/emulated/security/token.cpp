@@ -22,34 +22,53 @@ using win32::SE_PRIVILEGE_ENABLED_BY_DEFAULT;
 // Windows' privileges by the low part of their LUIDs, from 2 (SE_CREATE_TOKEN_PRIVILEGE) on.
 constexpr win32::DWORD kFirstPrivilege = 2;
 constexpr std::u16string_view kPrivileges[] = {
-    u"SeCreateTokenPrivilege",          u"SeAssignPrimaryTokenPrivilege",
-    u"SeLockMemoryPrivilege",           u"SeIncreaseQuotaPrivilege",
-    u"SeMachineAccountPrivilege",       u"SeTcbPrivilege",
-    u"SeSecurityPrivilege",             u"SeTakeOwnershipPrivilege",
-    u"SeLoadDriverPrivilege",           u"SeSystemProfilePrivilege",
-    u"SeSystemtimePrivilege",           u"SeProfileSingleProcessPrivilege",
-    u"SeIncreaseBasePriorityPrivilege", u"SeCreatePagefilePrivilege",
-    u"SeCreatePermanentPrivilege",      u"SeBackupPrivilege",
-    u"SeRestorePrivilege",              u"SeShutdownPrivilege",
-    u"SeDebugPrivilege",                u"SeAuditPrivilege",
-    u"SeSystemEnvironmentPrivilege",    u"SeChangeNotifyPrivilege",
-    u"SeRemoteShutdownPrivilege",       u"SeUndockPrivilege",
-    u"SeSyncAgentPrivilege",            u"SeEnableDelegationPrivilege",
-    u"SeManageVolumePrivilege",         u"SeImpersonatePrivilege",
-    u"SeCreateGlobalPrivilege",         u"SeTrustedCredManAccessPrivilege",
-    u"SeRelabelPrivilege",              u"SeIncreaseWorkingSetPrivilege",
-    u"SeTimeZonePrivilege",             u"SeCreateSymbolicLinkPrivilege",
+    u"SeCreateTokenPrivilege",
+    u"SeAssignPrimaryTokenPrivilege",
+    u"SeLockMemoryPrivilege",
+    u"SeIncreaseQuotaPrivilege",
+    u"SeMachineAccountPrivilege",
+    u"SeTcbPrivilege",
+    u"SeSecurityPrivilege",
+    u"SeTakeOwnershipPrivilege",
+    u"SeLoadDriverPrivilege",
+    u"SeSystemProfilePrivilege",
+    u"SeSystemtimePrivilege",
+    u"SeProfileSingleProcessPrivilege",
+    u"SeIncreaseBasePriorityPrivilege",
+    u"SeCreatePagefilePrivilege",
+    u"SeCreatePermanentPrivilege",
+    u"SeBackupPrivilege",
+    u"SeRestorePrivilege",
+    u"SeShutdownPrivilege",
+    u"SeDebugPrivilege",
+    u"SeAuditPrivilege",
+    u"SeSystemEnvironmentPrivilege",
+    u"SeChangeNotifyPrivilege",
+    u"SeRemoteShutdownPrivilege",
+    u"SeUndockPrivilege",
+    u"SeSyncAgentPrivilege",
+    u"SeEnableDelegationPrivilege",
+    u"SeManageVolumePrivilege",
+    u"SeImpersonatePrivilege",
+    u"SeCreateGlobalPrivilege",
+    u"SeTrustedCredManAccessPrivilege",
+    u"SeRelabelPrivilege",
+    u"SeIncreaseWorkingSetPrivilege",
+    u"SeTimeZonePrivilege",
+    u"SeCreateSymbolicLinkPrivilege",
     u"SeDelegateSessionUserImpersonatePrivilege",
 };
 
 // What the logon gives to members of Administrators and to everyone else.
-constexpr win32::DWORD kAdministratorPrivileges[] = {5, 8, 9, 10, 11, 12, 13, 14, 15, 17, 18, 19, 20, 22, 23, 24, 25, 28, 29, 30, 33, 34, 35, 36};
+constexpr win32::DWORD kAdministratorPrivileges[] = {5,  8,  9,  10, 11, 12, 13, 14, 15, 17, 18, 19,
+                                                     20, 22, 23, 24, 25, 28, 29, 30, 33, 34, 35, 36};
 constexpr win32::DWORD kUserPrivileges[] = {19, 23, 25, 33, 34};
-constexpr win32::DWORD kSystemPrivileges[] = {2, 3, 4, 5, 7, 8, 9, 10, 11, 12, 13, 14, 15, 16, 17, 18, 19, 20, 21, 22, 23, 25, 28, 29, 30, 31, 32, 33, 34, 35, 36};
+constexpr win32::DWORD kSystemPrivileges[] = {2,  3,  4,  5,  7,  8,  9,  10, 11, 12, 13, 14, 15, 16, 17, 18,
+                                              19, 20, 21, 22, 23, 25, 28, 29, 30, 31, 32, 33, 34, 35, 36};
 
 constexpr win32::DWORD kOn = SE_GROUP_MANDATORY | SE_GROUP_ENABLED_BY_DEFAULT | SE_GROUP_ENABLED;
-constexpr win32::DWORD kIntegrity = 0x60;          // SE_GROUP_INTEGRITY | SE_GROUP_INTEGRITY_ENABLED
-constexpr win32::DWORD kLogonId = 0xC0000000;      // SE_GROUP_LOGON_ID
+constexpr win32::DWORD kIntegrity = 0x60;      // SE_GROUP_INTEGRITY | SE_GROUP_INTEGRITY_ENABLED
+constexpr win32::DWORD kLogonId = 0xC0000000;  // SE_GROUP_LOGON_ID
 constexpr std::u16string_view kAdministrators = u"S-1-5-32-544";
 constexpr std::u16string_view kLocalSystem = u"S-1-5-18";
 
@@ -140,7 +159,8 @@ bool Token::EnablePrivilege(std::u16string_view name, bool enable) {
   if (!PrivilegeLuid(name, luid)) return false;
   for (TokenPrivilege& privilege : privileges) {
     if (privilege.luid.LowPart != luid.LowPart) continue;
-    privilege.attributes = enable ? privilege.attributes | SE_PRIVILEGE_ENABLED : privilege.attributes & ~SE_PRIVILEGE_ENABLED;
+    privilege.attributes =
+        enable ? privilege.attributes | SE_PRIVILEGE_ENABLED : privilege.attributes & ~SE_PRIVILEGE_ENABLED;
     return true;
   }
   return false;
@@ -149,7 +169,8 @@ bool Token::EnablePrivilege(std::u16string_view name, bool enable) {
 bool Token::Allows(ByteView sid) const {
   if (Equal(user, sid)) return true;
   return std::any_of(groups.begin(), groups.end(), [&](const TokenGroup& group) {
-    return (group.attributes & SE_GROUP_ENABLED) != 0 && (group.attributes & SE_GROUP_USE_FOR_DENY_ONLY) == 0 && Equal(group.sid, sid);
+    return (group.attributes & SE_GROUP_ENABLED) != 0 && (group.attributes & SE_GROUP_USE_FOR_DENY_ONLY) == 0 &&
+           Equal(group.sid, sid);
   });
 }
 

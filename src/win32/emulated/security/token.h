@@ -49,13 +49,13 @@ class Token : public Object {
   Sid user;
   std::vector<TokenGroup> groups;
   std::vector<TokenPrivilege> privileges;
-  Sid owner;         // of what this token creates
-  Sid primaryGroup;  // of what this token creates
-  Bytes defaultDacl; // an ACL; may be empty
+  Sid owner;          // of what this token creates
+  Sid primaryGroup;   // of what this token creates
+  Bytes defaultDacl;  // an ACL; may be empty
   bool impersonation = false;
   int impersonationLevel = 0;
 
-  bool HasPrivilege(std::u16string_view name) const;      // held, enabled or not
+  bool HasPrivilege(std::u16string_view name) const;  // held, enabled or not
   bool PrivilegeEnabled(std::u16string_view name) const;
   bool PrivilegeEnabled(Privilege privilege) const;
   bool EnablePrivilege(std::u16string_view name, bool enable);  // false when it is not held

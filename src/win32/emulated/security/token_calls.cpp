@@ -101,9 +101,10 @@ ACCESS_MASK TokenAccess(DWORD desired) {
 
 // Carries one wished privilege over; false when the token does not hold it.
 bool Adjust(Token& token, const LUID_AND_ATTRIBUTES& wish, std::vector<LUID_AND_ATTRIBUTES>& before) {
-  const auto found = std::find_if(token.privileges.begin(), token.privileges.end(), [&](const emulated::TokenPrivilege& privilege) {
-    return privilege.luid.LowPart == wish.Luid.LowPart && privilege.luid.HighPart == wish.Luid.HighPart;
-  });
+  const auto found =
+      std::find_if(token.privileges.begin(), token.privileges.end(), [&](const emulated::TokenPrivilege& privilege) {
+        return privilege.luid.LowPart == wish.Luid.LowPart && privilege.luid.HighPart == wish.Luid.HighPart;
+      });
   if (found == token.privileges.end()) return false;
   const DWORD old = found->attributes;
   if ((wish.Attributes & SE_PRIVILEGE_REMOVED) != 0) {
@@ -150,8 +151,8 @@ BOOL OpenThreadToken(HANDLE ThreadHandle, DWORD DesiredAccess, BOOL OpenAsSelf, 
   return call.Done(ERROR_SUCCESS);
 }
 
-BOOL GetTokenInformation(HANDLE TokenHandle, TOKEN_INFORMATION_CLASS TokenInformationClass, void* TokenInformationBuffer,
-                         DWORD TokenInformationLength, DWORD* ReturnLength) {
+BOOL GetTokenInformation(HANDLE TokenHandle, TOKEN_INFORMATION_CLASS TokenInformationClass,
+                         void* TokenInformationBuffer, DWORD TokenInformationLength, DWORD* ReturnLength) {
   WIN32_CALL(TokenHandle, TokenInformationClass, TokenInformationBuffer, TokenInformationLength);
   if (call.Refused()) return FALSE;
   std::shared_ptr<Token> token;
@@ -159,7 +160,8 @@ BOOL GetTokenInformation(HANDLE TokenHandle, TOKEN_INFORMATION_CLASS TokenInform
   TokenInformation information(*token);
   if (!information.Measure(TokenInformationClass)) return call.Done(ERROR_INVALID_PARAMETER);
   if (ReturnLength) *ReturnLength = information.size();
-  if (!TokenInformationBuffer || TokenInformationLength < information.size()) return call.Done(ERROR_INSUFFICIENT_BUFFER);
+  if (!TokenInformationBuffer || TokenInformationLength < information.size())
+    return call.Done(ERROR_INSUFFICIENT_BUFFER);
   information.Write(static_cast<BYTE*>(TokenInformationBuffer));
   return call.Done(ERROR_SUCCESS);
 }
@@ -173,8 +175,8 @@ BOOL LookupPrivilegeValueW(const char16_t* lpSystemName, const char16_t* lpName,
 }
 
 // TRUE also when the token lacks some of the privileges: then the last error is ERROR_NOT_ALL_ASSIGNED, else it is 0.
-BOOL AdjustTokenPrivileges(HANDLE TokenHandle, BOOL DisableAllPrivileges, TOKEN_PRIVILEGES* NewState, DWORD BufferLength,
-                           TOKEN_PRIVILEGES* PreviousState, DWORD* ReturnLength) {
+BOOL AdjustTokenPrivileges(HANDLE TokenHandle, BOOL DisableAllPrivileges, TOKEN_PRIVILEGES* NewState,
+                           DWORD BufferLength, TOKEN_PRIVILEGES* PreviousState, DWORD* ReturnLength) {
   WIN32_CALL(TokenHandle, DisableAllPrivileges, NewState, BufferLength);
   if (call.Refused()) return FALSE;
   if (!DisableAllPrivileges && !NewState) return call.Done(ERROR_INVALID_PARAMETER);
@@ -188,7 +190,8 @@ BOOL AdjustTokenPrivileges(HANDLE TokenHandle, BOOL DisableAllPrivileges, TOKEN_
   bool all = true;
   for (const LUID_AND_ATTRIBUTES& wish : wished) all = Adjust(*token, wish, before) && all;
   if (PreviousState) {
-    const auto needed = static_cast<DWORD>(offsetof(TOKEN_PRIVILEGES, Privileges) + before.size() * sizeof(LUID_AND_ATTRIBUTES));
+    const auto needed =
+        static_cast<DWORD>(offsetof(TOKEN_PRIVILEGES, Privileges) + before.size() * sizeof(LUID_AND_ATTRIBUTES));
     if (ReturnLength) *ReturnLength = needed;
     if (BufferLength < needed) {
       token->privileges = unchanged;
@@ -239,11 +242,13 @@ BOOL CheckTokenMembership(HANDLE TokenHandle, PSID SidToCheck, BOOL* IsMember) {
 }
 
 // The verdict is in AccessStatus; FALSE means that there could be none. No generic rights in DesiredAccess.
-BOOL AccessCheck(PSECURITY_DESCRIPTOR pSecurityDescriptor, HANDLE ClientToken, DWORD DesiredAccess, GENERIC_MAPPING* GenericMapping,
-                 PRIVILEGE_SET* PrivilegeSet, DWORD* PrivilegeSetLength, DWORD* GrantedAccess, BOOL* AccessStatus) {
+BOOL AccessCheck(PSECURITY_DESCRIPTOR pSecurityDescriptor, HANDLE ClientToken, DWORD DesiredAccess,
+                 GENERIC_MAPPING* GenericMapping, PRIVILEGE_SET* PrivilegeSet, DWORD* PrivilegeSetLength,
+                 DWORD* GrantedAccess, BOOL* AccessStatus) {
   WIN32_CALL(pSecurityDescriptor, ClientToken, DesiredAccess);
   if (call.Refused()) return FALSE;
-  if (!GenericMapping || !PrivilegeSetLength || !GrantedAccess || !AccessStatus) return call.Done(ERROR_INVALID_PARAMETER);
+  if (!GenericMapping || !PrivilegeSetLength || !GrantedAccess || !AccessStatus)
+    return call.Done(ERROR_INVALID_PARAMETER);
   if ((DesiredAccess & emulated::kGenericBits) != 0) return call.Done(ERROR_GENERIC_NOT_MAPPED);
   std::shared_ptr<Token> token;
   if (const DWORD error = TokenOf(ClientToken, TOKEN_QUERY, token)) return call.Done(error);
@@ -259,7 +264,8 @@ BOOL AccessCheck(PSECURITY_DESCRIPTOR pSecurityDescriptor, HANDLE ClientToken, D
   if (!view || view->owner.empty() || view->group.empty()) return call.Done(ERROR_INVALID_SECURITY_DESCR);
 
   DWORD granted = 0;
-  DWORD denied = emulated::CheckAccess(*token, descriptor, DesiredAccess, *GenericMapping, false, std::nullopt, granted);
+  DWORD denied =
+      emulated::CheckAccess(*token, descriptor, DesiredAccess, *GenericMapping, false, std::nullopt, granted);
   if (DesiredAccess == 0) denied = ERROR_ACCESS_DENIED;
   *PrivilegeSet = {};
   *GrantedAccess = denied == 0 ? granted : 0;

@@ -55,11 +55,13 @@ class Converter {
 };
 
 bool IsPair(std::u16string_view text, std::size_t at) {
-  return text[at] >= 0xD800 && text[at] < 0xDC00 && at + 1 < text.size() && text[at + 1] >= 0xDC00 && text[at + 1] < 0xE000;
+  return text[at] >= 0xD800 && text[at] < 0xDC00 && at + 1 < text.size() && text[at + 1] >= 0xDC00 &&
+         text[at + 1] < 0xE000;
 }
 
 // Characters that the page lacks become the default character, one for each unit.
-bool ToCodePage(std::u16string_view text, UINT codePage, const char* defaultCharacter, std::string& bytes, bool& usedDefault) {
+bool ToCodePage(std::u16string_view text, UINT codePage, const char* defaultCharacter, std::string& bytes,
+                bool& usedDefault) {
   thread_local Converter converter;
   if (!converter.Use(codePage)) return false;
   for (std::size_t i = 0; i < text.size(); ++i) {
@@ -82,25 +84,31 @@ bool ToCodePage(std::u16string_view text, UINT codePage, const char* defaultChar
 
 }  // namespace
 
-int WideCharToMultiByte(UINT CodePage, DWORD dwFlags, const char16_t* lpWideCharStr, int cchWideChar, char* lpMultiByteStr,
-                        int cbMultiByte, const char* lpDefaultChar, BOOL* lpUsedDefaultChar) {
+int WideCharToMultiByte(UINT CodePage, DWORD dwFlags, const char16_t* lpWideCharStr, int cchWideChar,
+                        char* lpMultiByteStr, int cbMultiByte, const char* lpDefaultChar, BOOL* lpUsedDefaultChar) {
   WIN32_CALL(CodePage, dwFlags, cchWideChar, cbMultiByte);
   if (call.Refused()) return 0;
   const auto fail = [&](DWORD error) {
     emulated::SetLastError(error);
     return call.Return(0);
   };
-  if (!lpWideCharStr || cchWideChar == 0 || cchWideChar < -1 || cbMultiByte < 0 || (cbMultiByte != 0 && !lpMultiByteStr))
+  if (!lpWideCharStr || cchWideChar == 0 || cchWideChar < -1 || cbMultiByte < 0 ||
+      (cbMultiByte != 0 && !lpMultiByteStr))
     return fail(ERROR_INVALID_PARAMETER);
   if (CodePage == CP_UTF8 && (lpDefaultChar || lpUsedDefaultChar)) return fail(ERROR_INVALID_PARAMETER);
   // A length of -1 takes the terminator along.
-  const std::u16string_view text = cchWideChar == -1 ? std::u16string_view(lpWideCharStr, std::char_traits<char16_t>::length(lpWideCharStr) + 1)
-                                                     : std::u16string_view(lpWideCharStr, static_cast<std::size_t>(cchWideChar));
-  const UINT page = CodePage == CP_OEMCP ? emulated::Machine::Current().oemCodePage : CodePage == kAnsi ? kWestern : CodePage;
+  const std::u16string_view text =
+      cchWideChar == -1 ? std::u16string_view(lpWideCharStr, std::char_traits<char16_t>::length(lpWideCharStr) + 1)
+                        : std::u16string_view(lpWideCharStr, static_cast<std::size_t>(cchWideChar));
+  const UINT page = CodePage == CP_OEMCP ? emulated::Machine::Current().oemCodePage
+                    : CodePage == kAnsi  ? kWestern
+                                         : CodePage;
   std::string bytes;
   bool usedDefault = false;
-  if (page == CP_UTF8) bytes = emulated::Utf8(text);
-  else if (!ToCodePage(text, page, lpDefaultChar, bytes, usedDefault)) return fail(ERROR_INVALID_PARAMETER);
+  if (page == CP_UTF8)
+    bytes = emulated::Utf8(text);
+  else if (!ToCodePage(text, page, lpDefaultChar, bytes, usedDefault))
+    return fail(ERROR_INVALID_PARAMETER);
   if (lpUsedDefaultChar) *lpUsedDefaultChar = usedDefault ? TRUE : FALSE;
   const auto size = static_cast<int>(bytes.size());
   if (cbMultiByte == 0) return call.Return(size);

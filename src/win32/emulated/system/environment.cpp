@@ -49,7 +49,8 @@ u16string Expand(u16string_view text, int depth);
 // The profile folder of the process's user, as the profile list of the registry has it.
 u16string UserProfile(int depth) {
   Machine& machine = Machine::Current();
-  const auto path = machine.registry().Query(u16string(kProfileList) + emulated::SidToText(machine.process.token->user), u"ProfileImagePath");
+  const auto path = machine.registry().Query(u16string(kProfileList) + emulated::SidToText(machine.process.token->user),
+                                             u"ProfileImagePath");
   return path ? Expand(path->Text(), depth + 1) : u16string(u"C:\\Users\\Default");
 }
 
@@ -62,7 +63,8 @@ std::optional<u16string> ValueOf(u16string_view name, int depth) {
     return profile.substr(profile.rfind(u'\\') + 1);
   }
   if (emulated::EqualAsciiNoCase(name, u"COMPUTERNAME")) {
-    const auto computer = Machine::Current().registry().Query(u"HKLM\\SYSTEM\\CurrentControlSet\\Control\\ComputerName\\ComputerName", u"ComputerName");
+    const auto computer = Machine::Current().registry().Query(
+        u"HKLM\\SYSTEM\\CurrentControlSet\\Control\\ComputerName\\ComputerName", u"ComputerName");
     return computer ? computer->Text() : u16string(u"WORKSTATION");
   }
   return std::nullopt;
@@ -120,8 +122,10 @@ DWORD ExpandEnvironmentStringsW(const char16_t* lpSrc, char16_t* lpDst, DWORD nS
   }
   const u16string expanded = Expand(lpSrc, 0);
   const auto needed = static_cast<DWORD>(expanded.size() + 1);
-  if (lpDst && nSize >= needed) std::memcpy(lpDst, expanded.c_str(), needed * sizeof(char16_t));
-  else if (lpDst && nSize > 0) lpDst[0] = u'\0';
+  if (lpDst && nSize >= needed)
+    std::memcpy(lpDst, expanded.c_str(), needed * sizeof(char16_t));
+  else if (lpDst && nSize > 0)
+    lpDst[0] = u'\0';
   return call.Return(needed);
 }
 

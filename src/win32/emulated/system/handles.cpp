@@ -1,4 +1,6 @@
 // Handles, mutexes, the console and the identity of the process, of win32/system.h.
+#include <algorithm>
+
 #include "win32/emulated/machine.h"
 #include "win32/emulated/security/access.h"
 #include "win32/emulated/system/console.h"
@@ -15,7 +17,10 @@ void ConsoleObject::Write(std::string_view bytes) {
 }
 
 void MutexObject::Closed() {
-  if (!name_.empty()) machine_.namedObjects.erase(name_);
+  const auto& foreign = machine_.foreignObjects;
+  const bool othersHoldIt =
+      std::any_of(foreign.begin(), foreign.end(), [&](const auto& object) { return object.get() == this; });
+  if (!name_.empty() && !othersHoldIt) machine_.namedObjects.erase(name_);
 }
 
 }  // namespace emulated
@@ -46,7 +51,8 @@ DWORD OpenExisting(Machine& machine, const std::shared_ptr<emulated::Object>& ob
   if (object && !mutex) return ERROR_INVALID_HANDLE;  // the name belongs to an object of another type
   DWORD granted = kMutexAllAccess;
   if (mutex && !mutex->descriptor().empty()) {
-    const DWORD denied = emulated::CheckAccess(machine.EffectiveToken(), mutex->descriptor(), kMutexAllAccess, kMutexMapping, false, std::nullopt, granted);
+    const DWORD denied = emulated::CheckAccess(machine.EffectiveToken(), mutex->descriptor(), kMutexAllAccess,
+                                               kMutexMapping, false, std::nullopt, granted);
     if (denied != 0) return denied;
   }
   // Its name stays with the other process, so the object of our handle takes none away when it is closed.
@@ -138,7 +144,8 @@ HANDLE GetStdHandle(DWORD nStdHandle) {
   for (const auto& [value, entry] : machine.objects.all())
     if (entry.processId == machine.process.id && dynamic_cast<emulated::ConsoleObject*>(entry.object.get()))
       return call.Return(reinterpret_cast<HANDLE>(value));
-  return call.Return(emulated::NewHandle(std::make_shared<emulated::ConsoleObject>(), FILE_GENERIC_READ | FILE_GENERIC_WRITE));
+  return call.Return(
+      emulated::NewHandle(std::make_shared<emulated::ConsoleObject>(), FILE_GENERIC_READ | FILE_GENERIC_WRITE));
 }
 
 }  // namespace win32

@@ -1,5 +1,5 @@
-// Memory that a call hands to the program, which frees it with LocalFree (or HeapFree): the host's heap, so that what is
-// not freed, or freed twice, shows up in a leak check.
+// Memory that a call hands to the program, which frees it with LocalFree (or HeapFree): the host's heap, so that what
+// is not freed, or freed twice, shows up in a leak check.
 #pragma once
 
 #include <cstdlib>

@@ -29,7 +29,9 @@ HRESULT FromWin32(DWORD error) { return static_cast<HRESULT>(0x80070000u | (erro
 }  // namespace
 
 // Critical sections do not pass the gate: a thread may wait in one, and the gate's lock is not to be held meanwhile.
-void InitializeCriticalSection(CRITICAL_SECTION* lpCriticalSection) { SetMutex(lpCriticalSection, new std::recursive_mutex); }
+void InitializeCriticalSection(CRITICAL_SECTION* lpCriticalSection) {
+  SetMutex(lpCriticalSection, new std::recursive_mutex);
+}
 
 void EnterCriticalSection(CRITICAL_SECTION* lpCriticalSection) { MutexOf(lpCriticalSection)->lock(); }
 

@@ -74,8 +74,10 @@ constexpr Message kSystem[] = {
     {997, u"Overlapped I/O operation is in progress.\r\n"},
     {998, u"Invalid access to memory location.\r\n"},
     {1004, u"Invalid flags.\r\n"},
-    {1005, u"The volume does not contain a recognized file system.\r\nPlease make sure that all required file system drivers are loaded "
-           u"and that the volume is not corrupted.\r\n"},
+    {1005,
+     u"The volume does not contain a recognized file system.\r\nPlease make sure that all required file system drivers "
+     u"are loaded "
+     u"and that the volume is not corrupted.\r\n"},
     {1008, u"An attempt was made to reference a token that does not exist.\r\n"},
     {1010, u"The configuration registry key is invalid.\r\n"},
     {1018, u"Illegal operation attempted on a registry key that has been marked for deletion.\r\n"},
@@ -84,7 +86,9 @@ constexpr Message kSystem[] = {
     {1052, u"The requested control is not valid for this service.\r\n"},
     {1053, u"The service did not respond to the start or control request in a timely fashion.\r\n"},
     {1056, u"An instance of the service is already running.\r\n"},
-    {1058, u"The service cannot be started, either because it is disabled or because it has no enabled devices associated with it.\r\n"},
+    {1058,
+     u"The service cannot be started, either because it is disabled or because it has no enabled devices associated "
+     u"with it.\r\n"},
     {1060, u"The specified service does not exist as an installed service.\r\n"},
     {1061, u"The service cannot accept control messages at this time.\r\n"},
     {1062, u"The service has not been started.\r\n"},
@@ -101,7 +105,9 @@ constexpr Message kSystem[] = {
     {1305, u"The revision level is unknown.\r\n"},
     {1307, u"This security ID may not be assigned as the owner of this object.\r\n"},
     {1308, u"This security ID may not be assigned as the primary group of an object.\r\n"},
-    {1309, u"An attempt has been made to operate on an impersonation token by a thread that is not currently impersonating a client.\r\n"},
+    {1309,
+     u"An attempt has been made to operate on an impersonation token by a thread that is not currently impersonating a "
+     u"client.\r\n"},
     {1313, u"A specified privilege does not exist.\r\n"},
     {1314, u"A required privilege is not held by the client.\r\n"},
     {1332, u"No mapping between account names and security IDs was done.\r\n"},
@@ -109,8 +115,10 @@ constexpr Message kSystem[] = {
     {1337, u"The security ID structure is invalid.\r\n"},
     {1338, u"The security descriptor structure is invalid.\r\n"},
     {1340, u"The inherited access control list (ACL) or access control entry (ACE) could not be built.\r\n"},
-    {1346, u"Either a required impersonation level was not provided, or the provided impersonation level is invalid.\r\n"},
-    {1360, u"Generic access types were contained in an access mask which should already be mapped to nongeneric types.\r\n"},
+    {1346,
+     u"Either a required impersonation level was not provided, or the provided impersonation level is invalid.\r\n"},
+    {1360,
+     u"Generic access types were contained in an access mask which should already be mapped to nongeneric types.\r\n"},
     {1392, u"The file or directory is corrupted and unreadable.\r\n"},
     {1450, u"Insufficient system resources exist to complete the requested service.\r\n"},
     {1460, u"This operation returned because the timeout period expired.\r\n"},
@@ -125,7 +133,8 @@ constexpr Message kSystem[] = {
     {4391, u"The reparse point attribute cannot be set because it conflicts with an existing attribute.\r\n"},
     {4392, u"The data present in the reparse point buffer is invalid.\r\n"},
     {4393, u"The tag present in the reparse point buffer is invalid.\r\n"},
-    {4394, u"There is a mismatch between the tag specified in the request and the tag present in the reparse point.\r\n"},
+    {4394,
+     u"There is a mismatch between the tag specified in the request and the tag present in the reparse point.\r\n"},
 };
 
 constexpr Message kNetwork[] = {
@@ -142,7 +151,9 @@ constexpr Message kNetwork[] = {
 
 template <std::size_t N>
 std::u16string_view Find(const Message (&table)[N], win32::DWORD id) {
-  const auto* const found = std::lower_bound(std::begin(table), std::end(table), id, [](const Message& message, win32::DWORD wanted) { return message.id < wanted; });
+  const auto* const found =
+      std::lower_bound(std::begin(table), std::end(table), id,
+                       [](const Message& message, win32::DWORD wanted) { return message.id < wanted; });
   return found != std::end(table) && found->id == id ? found->text : std::u16string_view();
 }
 

@@ -26,7 +26,8 @@ DWORD FindMessage(DWORD flags, const void* source, DWORD id, std::u16string_view
 
 }  // namespace
 
-DWORD FormatMessageW(DWORD dwFlags, const void* lpSource, DWORD dwMessageId, DWORD dwLanguageId, char16_t* lpBuffer, DWORD nSize) {
+DWORD FormatMessageW(DWORD dwFlags, const void* lpSource, DWORD dwMessageId, DWORD dwLanguageId, char16_t* lpBuffer,
+                     DWORD nSize) {
   WIN32_CALL(dwFlags, lpSource, dwMessageId, dwLanguageId, nSize);
   if (call.Refused()) return 0;
   const auto fail = [&](DWORD error) {

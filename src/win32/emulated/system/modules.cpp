@@ -17,9 +17,10 @@ constexpr std::uintptr_t kSystemBase = 0x7FFA00000000;
 constexpr std::uintptr_t kSystemStep = 0x1000000;
 
 constexpr std::u16string_view kSystemModules[] = {
-    u"ntdll.dll",   u"kernel32.dll", u"kernelbase.dll", u"advapi32.dll", u"user32.dll",  u"shell32.dll", u"ole32.dll",  u"oleaut32.dll",
-    u"shlwapi.dll", u"version.dll",  u"netapi32.dll",   u"netmsg.dll",   u"wininet.dll", u"msxml3.dll",  u"psapi.dll",  u"userenv.dll",
-    u"sechost.dll", u"ws2_32.dll",   u"rpcrt4.dll",     u"gdi32.dll",    u"msvcrt.dll",  u"crypt32.dll", u"wintrust.dll",
+    u"ntdll.dll",   u"kernel32.dll", u"kernelbase.dll", u"advapi32.dll", u"user32.dll",   u"shell32.dll",
+    u"ole32.dll",   u"oleaut32.dll", u"shlwapi.dll",    u"version.dll",  u"netapi32.dll", u"netmsg.dll",
+    u"wininet.dll", u"msxml3.dll",   u"psapi.dll",      u"userenv.dll",  u"sechost.dll",  u"ws2_32.dll",
+    u"rpcrt4.dll",  u"gdi32.dll",    u"msvcrt.dll",     u"crypt32.dll",  u"wintrust.dll",
 };
 
 constexpr std::u16string_view kSystemFolder = u"C:\\Windows\\System32\\";
@@ -35,7 +36,8 @@ win32::HMODULE SystemModule(std::u16string_view name) {
   std::u16string wanted(name);
   if (wanted.find(u'.') == std::u16string::npos) wanted += u".dll";
   for (std::size_t i = 0; i < std::size(kSystemModules); ++i)
-    if (EqualAsciiNoCase(kSystemModules[i], wanted)) return reinterpret_cast<win32::HMODULE>(kSystemBase + i * kSystemStep);
+    if (EqualAsciiNoCase(kSystemModules[i], wanted))
+      return reinterpret_cast<win32::HMODULE>(kSystemBase + i * kSystemStep);
   return nullptr;
 }
 
@@ -46,7 +48,8 @@ std::u16string_view SystemModuleName(win32::HMODULE module) {
   return index < std::size(kSystemModules) ? kSystemModules[index] : std::u16string_view();
 }
 
-const ModuleImage::Resource* FindResource(const ModuleImage& module, std::u16string_view type, std::u16string_view name) {
+const ModuleImage::Resource* FindResource(const ModuleImage& module, std::u16string_view type,
+                                          std::u16string_view name) {
   for (const ModuleImage::Resource& resource : module.resources)
     if (EqualAsciiNoCase(resource.type, type) && EqualAsciiNoCase(resource.name, name)) return &resource;
   return nullptr;
@@ -90,12 +93,14 @@ HMODULE GetModuleHandleW(const char16_t* lpModuleName) {
   if (!lpModuleName) return call.Return(emulated::OwnModule());
   const std::u16string_view path = Machine::Current().module.path;
   const std::u16string_view own = path.substr(path.rfind(u'\\') + 1);
-  if (emulated::EqualAsciiNoCase(lpModuleName, path) || emulated::EqualAsciiNoCase(lpModuleName, own)) return call.Return(emulated::OwnModule());
+  if (emulated::EqualAsciiNoCase(lpModuleName, path) || emulated::EqualAsciiNoCase(lpModuleName, own))
+    return call.Return(emulated::OwnModule());
   const HMODULE module = emulated::SystemModule(lpModuleName);
   return module ? call.Return(module) : Fail(call, HMODULE{nullptr}, ERROR_MOD_NOT_FOUND);
 }
 
-// The length without terminator; nSize and ERROR_INSUFFICIENT_BUFFER, and as much as fits, when there is too little room.
+// The length without terminator; nSize and ERROR_INSUFFICIENT_BUFFER, and as much as fits, when there is too little
+// room.
 DWORD GetModuleFileNameW(HMODULE hModule, char16_t* lpFilename, DWORD nSize) {
   WIN32_CALL(hModule, nSize);
   if (call.Refused()) return 0;
@@ -141,7 +146,8 @@ FARPROC GetProcAddress(HMODULE hModule, const char* lpProcName) {
   WIN32_CALL(hModule, lpProcName);
   if (call.Refused()) return nullptr;
   const bool isOrdinal = reinterpret_cast<std::uintptr_t>(lpProcName) < 0x10000;
-  const Procedure* const procedure = isOrdinal ? nullptr : FindProcedure(emulated::SystemModuleName(hModule), lpProcName);
+  const Procedure* const procedure =
+      isOrdinal ? nullptr : FindProcedure(emulated::SystemModuleName(hModule), lpProcName);
   if (!procedure || Machine::Current().missingProcedures.contains(lpProcName)) {
     emulated::SetLastError(ERROR_PROC_NOT_FOUND);
     return nullptr;

@@ -17,6 +17,7 @@ win32::HMODULE SystemModule(std::u16string_view name);
 std::u16string_view SystemModuleName(win32::HMODULE module);
 
 // A resource by type and name, where a number is written u"#16". Nothing when it is not there.
-const ModuleImage::Resource* FindResource(const ModuleImage& module, std::u16string_view type, std::u16string_view name);
+const ModuleImage::Resource* FindResource(const ModuleImage& module, std::u16string_view type,
+                                          std::u16string_view name);
 
 }  // namespace emulated

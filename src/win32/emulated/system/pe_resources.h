@@ -8,8 +8,8 @@
 
 namespace emulated {
 
-// The first resource of that numeric type, whatever its name and language; a part of `image`. Nothing when there is none,
-// or when the file is not one of the kind or is damaged.
+// The first resource of that numeric type, whatever its name and language; a part of `image`. Nothing when there is
+// none, or when the file is not one of the kind or is damaged.
 std::optional<ByteView> FindPeResource(ByteView image, std::uint16_t type);
 
 }  // namespace emulated

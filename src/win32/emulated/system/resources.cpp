@@ -32,7 +32,8 @@ std::u16string ResourceKey(const char16_t* key) {
 }
 
 // `language` 0 means any, the neutral one first. Else that one only, or the neutral one in its place.
-DWORD FindResource(HMODULE module, const char16_t* typeKey, const char16_t* nameKey, WORD language, const ModuleImage::Resource*& found) {
+DWORD FindResource(HMODULE module, const char16_t* typeKey, const char16_t* nameKey, WORD language,
+                   const ModuleImage::Resource*& found) {
   const auto& resources = Machine::Current().module.resources;
   if (!emulated::IsOwnModule(module) || resources.empty()) return ERROR_RESOURCE_DATA_NOT_FOUND;
   const std::u16string type = ResourceKey(typeKey), name = ResourceKey(nameKey);
@@ -119,7 +120,8 @@ bool ReadNode(ByteView block, std::size_t offset, std::size_t end, VersionNode& 
     node.key += unit;
   }
   at = std::min(Aligned(at + 2), nodeEnd);
-  const std::size_t valueBytes = std::min<std::size_t>(node.isText ? node.valueLength * 2u : node.valueLength, nodeEnd - at);
+  const std::size_t valueBytes =
+      std::min<std::size_t>(node.isText ? node.valueLength * 2u : node.valueLength, nodeEnd - at);
   node.value = block.subspan(at, valueBytes);
   at = std::min(Aligned(at + valueBytes), nodeEnd);
   node.children = block.subspan(at, nodeEnd - at);
@@ -141,7 +143,8 @@ HRSRC FindResourceExW(HMODULE hModule, const char16_t* lpType, const char16_t* l
   WIN32_CALL(hModule, lpType, lpName, wLanguage);
   if (call.Refused()) return nullptr;
   const ModuleImage::Resource* found = nullptr;
-  if (const DWORD error = FindResource(hModule, lpType, lpName, wLanguage, found)) return Fail(call, HRSRC{nullptr}, error);
+  if (const DWORD error = FindResource(hModule, lpType, lpName, wLanguage, found))
+    return Fail(call, HRSRC{nullptr}, error);
   return call.Return(const_cast<HRSRC>(static_cast<const void*>(found)));
 }
 
@@ -193,7 +196,8 @@ BOOL GetFileVersionInfoW(const char16_t* lptstrFilename, DWORD dwHandle, DWORD d
   if (const DWORD error = VersionResource(lptstrFilename, data)) return call.Done(error);
   if (dwLen < data.size()) return call.Done(ERROR_INSUFFICIENT_BUFFER);
   // What a block says of its length is what VerQueryValue may read: never more than what is here.
-  if (data.size() < 6 || emulated::LoadLittleEndian<std::uint16_t>(data, 0) > data.size()) return call.Done(ERROR_RESOURCE_DATA_NOT_FOUND);
+  if (data.size() < 6 || emulated::LoadLittleEndian<std::uint16_t>(data, 0) > data.size())
+    return call.Done(ERROR_RESOURCE_DATA_NOT_FOUND);
   std::memcpy(lpData, data.data(), data.size());
   return call.Done(ERROR_SUCCESS);
 }

@@ -61,7 +61,8 @@ Share FromRegistry(const RegistryValue& value) {
   std::u16string line;
   const auto take = [&] {
     const std::size_t equals = line.find(u'=');
-    const std::u16string key = line.substr(0, equals), text = equals == std::u16string::npos ? std::u16string() : line.substr(equals + 1);
+    const std::u16string key = line.substr(0, equals),
+                         text = equals == std::u16string::npos ? std::u16string() : line.substr(equals + 1);
     if (EqualAsciiNoCase(key, u"Path")) share.path = text;
     if (EqualAsciiNoCase(key, u"Remark")) share.remark = text;
     if (EqualAsciiNoCase(key, u"Type")) share.type = Number(text, share.type);
@@ -71,31 +72,45 @@ Share FromRegistry(const RegistryValue& value) {
   };
   for (std::size_t at = 0; at + 1 < value.data.size(); at += sizeof(char16_t)) {
     const auto unit = LoadLittleEndian<char16_t>(value.data, at);
-    if (unit != 0) line += unit;
-    else take();
+    if (unit != 0)
+      line += unit;
+    else
+      take();
   }
   return share;
 }
 
 void ToRegistry(Registry& registry, const Share& share) {
-  const auto line = [](std::u16string_view key, std::u16string_view text) { return std::u16string(key) + u"=" + std::u16string(text); };
+  const auto line = [](std::u16string_view key, std::u16string_view text) {
+    return std::u16string(key) + u"=" + std::u16string(text);
+  };
   const auto number = [](DWORD value) { return Utf16(std::to_string(value)); };
-  registry.Set(kShares, share.name, win32::REG_MULTI_SZ,
-               RegistryMultiText({line(u"CSCFlags", u"0"), line(u"MaxUses", number(share.maxUses)), line(u"Path", share.path),
-                                  line(u"Permissions", number(share.permissions)), line(u"Remark", share.remark),
-                                  line(u"ShareName", share.name), line(u"Type", number(share.type))}));
-  if (share.descriptor.empty()) registry.DeleteValue(kSecurity, share.name);
-  else registry.Set(kSecurity, share.name, win32::REG_BINARY, share.descriptor);
+  registry.Set(
+      kShares, share.name, win32::REG_MULTI_SZ,
+      RegistryMultiText({line(u"CSCFlags", u"0"), line(u"MaxUses", number(share.maxUses)), line(u"Path", share.path),
+                         line(u"Permissions", number(share.permissions)), line(u"Remark", share.remark),
+                         line(u"ShareName", share.name), line(u"Type", number(share.type))}));
+  if (share.descriptor.empty())
+    registry.DeleteValue(kSecurity, share.name);
+  else
+    registry.Set(kSecurity, share.name, win32::REG_BINARY, share.descriptor);
 }
 
 // The shares that the server makes by itself for administrators.
 std::vector<Share> AdministrativeShares(Machine& machine) {
   const auto root = machine.registry().Query(u"HKLM\\SOFTWARE\\Microsoft\\Windows NT\\CurrentVersion", u"SystemRoot");
-  std::vector<Share> shares = {{u"ADMIN$", u"Remote Admin", root ? root->Text() : u"C:\\Windows", win32::STYPE_SPECIAL, 0, 0xFFFFFFFF, {}},
-                               {u"IPC$", u"Remote IPC", u"", win32::STYPE_SPECIAL | STYPE_IPC, 0, 0xFFFFFFFF, {}}};
+  std::vector<Share> shares = {
+      {u"ADMIN$", u"Remote Admin", root ? root->Text() : u"C:\\Windows", win32::STYPE_SPECIAL, 0, 0xFFFFFFFF, {}},
+      {u"IPC$", u"Remote IPC", u"", win32::STYPE_SPECIAL | STYPE_IPC, 0, 0xFFFFFFFF, {}}};
   for (const auto& mounted : machine.volumes)
     if (mounted->letter != 0 && mounted->driveType == win32::DRIVE_FIXED)
-      shares.push_back({std::u16string(1, mounted->letter) + u"$", u"Default share", std::u16string(1, mounted->letter) + u":\\", win32::STYPE_SPECIAL, 0, 0xFFFFFFFF, {}});
+      shares.push_back({std::u16string(1, mounted->letter) + u"$",
+                        u"Default share",
+                        std::u16string(1, mounted->letter) + u":\\",
+                        win32::STYPE_SPECIAL,
+                        0,
+                        0xFFFFFFFF,
+                        {}});
   return shares;
 }
 
@@ -108,12 +123,14 @@ std::vector<Share> Shares(Machine& machine) {
     if (const auto descriptor = machine.registry().Query(kSecurity, value.name)) share.descriptor = descriptor->data;
     shares.push_back(std::move(share));
   }
-  std::sort(shares.begin(), shares.end(), [](const Share& a, const Share& b) { return LowerAscii(a.name) < LowerAscii(b.name); });
+  std::sort(shares.begin(), shares.end(),
+            [](const Share& a, const Share& b) { return LowerAscii(a.name) < LowerAscii(b.name); });
   return shares;
 }
 
 const Share* FindShare(const std::vector<Share>& shares, std::u16string_view name) {
-  const auto found = std::find_if(shares.begin(), shares.end(), [&](const Share& share) { return EqualAsciiNoCase(share.name, name); });
+  const auto found = std::find_if(shares.begin(), shares.end(),
+                                  [&](const Share& share) { return EqualAsciiNoCase(share.name, name); });
   return found == shares.end() ? nullptr : &*found;
 }
 
@@ -126,7 +143,8 @@ std::set<void*>& Buffers() {
 std::size_t Aligned(std::size_t size) { return (size + 7) & ~std::size_t{7}; }
 
 std::size_t RoomOf(const Share& share, std::size_t record) {
-  return record + 2 * (share.name.size() + share.remark.size() + share.path.size() + 3) + Aligned(share.descriptor.size()) + 8;
+  return record + 2 * (share.name.size() + share.remark.size() + share.path.size() + 3) +
+         Aligned(share.descriptor.size()) + 8;
 }
 
 // One block: the records first, what they point to behind them.
@@ -149,7 +167,8 @@ std::uint8_t* ShareBuffer(std::span<const Share> shares, DWORD level, std::size_
     info.shi502_type = share.type;
     info.shi502_permissions = share.permissions;
     info.shi502_max_uses = share.maxUses;
-    if (level == 502 && !share.descriptor.empty()) info.shi502_security_descriptor = place(share.descriptor.data(), share.descriptor.size());
+    if (level == 502 && !share.descriptor.empty())
+      info.shi502_security_descriptor = place(share.descriptor.data(), share.descriptor.size());
     free = block + Aligned(static_cast<std::size_t>(free - block));
     records.push_back(info);
   }
@@ -187,7 +206,8 @@ DWORD CheckNewShare(const win32::SHARE_INFO_502& info, DWORD& member) {
   const std::u16string_view path = info.shi502_path ? info.shi502_path : u"";
   if (path.size() < 3 || path[1] != u':' || path[2] != u'\\') return win32::ERROR_INVALID_PARAMETER;
   const DWORD attributes = win32::GetFileAttributesW(info.shi502_path);
-  if (attributes == win32::INVALID_FILE_ATTRIBUTES || !(attributes & win32::FILE_ATTRIBUTE_DIRECTORY)) return win32::NERR_UnknownDevDir;
+  if (attributes == win32::INVALID_FILE_ATTRIBUTES || !(attributes & win32::FILE_ATTRIBUTE_DIRECTORY))
+    return win32::NERR_UnknownDevDir;
   member = 0;
   return 0;
 }
@@ -196,7 +216,13 @@ DWORD AddShare(const win32::SHARE_INFO_502& info, DWORD& member) {
   if (const DWORD error = CheckNewShare(info, member)) return error;
   Machine& machine = Machine::Current();
   if (FindShare(Shares(machine), info.shi502_netname)) return win32::NERR_DuplicateShare;
-  Share share{info.shi502_netname, info.shi502_remark ? info.shi502_remark : u"", info.shi502_path, info.shi502_type, info.shi502_permissions, info.shi502_max_uses, {}};
+  Share share{info.shi502_netname,
+              info.shi502_remark ? info.shi502_remark : u"",
+              info.shi502_path,
+              info.shi502_type,
+              info.shi502_permissions,
+              info.shi502_max_uses,
+              {}};
   while (share.path.size() > 3 && share.path.back() == u'\\') share.path.pop_back();
   if (info.shi502_security_descriptor) {
     share.descriptor = SelfRelative(info.shi502_security_descriptor);
@@ -217,7 +243,8 @@ namespace win32 {
 
 using namespace emulated;
 
-DWORD NetShareEnum(char16_t* servername, DWORD level, BYTE** bufptr, DWORD prefmaxlen, DWORD* entriesread, DWORD* totalentries, DWORD* resume_handle) {
+DWORD NetShareEnum(char16_t* servername, DWORD level, BYTE** bufptr, DWORD prefmaxlen, DWORD* entriesread,
+                   DWORD* totalentries, DWORD* resume_handle) {
   WIN32_CALL(servername, level, prefmaxlen);
   if (call.Refused()) return call.Code<DWORD>(call.error());
   if (!bufptr || !entriesread || !totalentries) return call.Code<DWORD>(ERROR_INVALID_PARAMETER);

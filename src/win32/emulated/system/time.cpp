@@ -31,8 +31,14 @@ SYSTEMTIME DateOf(std::int64_t time) {
     if (days < length) break;
     days -= length;
   }
-  return {Word(year),               Word(month + 1),           Word(dayOfWeek),          Word(days + 1),
-          Word(ofDay / 3'600'000), Word(ofDay / 60'000 % 60), Word(ofDay / 1000 % 60), Word(ofDay % 1000)};
+  return {Word(year),
+          Word(month + 1),
+          Word(dayOfWeek),
+          Word(days + 1),
+          Word(ofDay / 3'600'000),
+          Word(ofDay / 60'000 % 60),
+          Word(ofDay / 1000 % 60),
+          Word(ofDay % 1000)};
 }
 
 }  // namespace
