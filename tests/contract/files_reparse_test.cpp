@@ -98,7 +98,7 @@ TEST_F(FilesReparse, Deleting) {
   MakeDirectory(Path(u"target"));
   for (const std::size_t size : {8u, 24u}) {
     MakeJunction(Path(u"junction"), ObjectName(Path(u"target")));
-    const auto handle = Open(Path(u"junction"), GENERIC_WRITE, 0, OPEN_EXISTING, kOpenLink);
+    auto handle = Open(Path(u"junction"), GENERIC_WRITE, 0, OPEN_EXISTING, kOpenLink);
     EXPECT_EQ(DeleteReparse(handle.get(), 0, IO_REPARSE_TAG_MOUNT_POINT), ERROR_INVALID_USER_BUFFER);
     EXPECT_EQ(DeleteReparse(handle.get(), 1, IO_REPARSE_TAG_MOUNT_POINT), ERROR_INVALID_REPARSE_DATA);
     EXPECT_EQ(DeleteReparse(handle.get(), 28, IO_REPARSE_TAG_MOUNT_POINT), ERROR_INVALID_REPARSE_DATA);
@@ -108,7 +108,8 @@ TEST_F(FilesReparse, Deleting) {
     EXPECT_EQ(DeleteReparse(handle.get(), size, IO_REPARSE_TAG_MOUNT_POINT), 0u);
     EXPECT_EQ(DeleteReparse(handle.get(), size, IO_REPARSE_TAG_MOUNT_POINT), ERROR_NOT_A_REPARSE_POINT);
     EXPECT_EQ(GetFileAttributesW(Path(u"junction").c_str()), FILE_ATTRIBUTE_DIRECTORY);
-    EXPECT_TRUE(RemoveDirectoryW(Path(u"junction").c_str()) || handle);
+    handle.reset();
+    EXPECT_EQ(RemoveError(Path(u"junction")), 0u);
   }
 }
 

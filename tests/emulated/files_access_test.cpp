@@ -83,7 +83,7 @@ TEST_F(FilesAccess, BackupAndRestorePrivilegesNeedBothTheFlagAndTheirEnabling) {
   EXPECT_EQ(OpenError(u"C:\\file", GENERIC_WRITE, kShareAll, OPEN_EXISTING, kBackup), ERROR_ACCESS_DENIED);
   EXPECT_EQ(OpenError(u"C:\\d\\new", GENERIC_WRITE, 0, CREATE_NEW, kBackup), ERROR_ACCESS_DENIED);
   Enable(u"SeRestorePrivilege");
-  EXPECT_EQ(OpenError(u"C:\\file", GENERIC_ALL | WRITE_DAC | WRITE_OWNER, kShareAll, OPEN_EXISTING, kBackup), 0u);
+  EXPECT_EQ(OpenError(u"C:\\file", GENERIC_READ | GENERIC_WRITE | WRITE_DAC | WRITE_OWNER | DELETE, kShareAll, OPEN_EXISTING, kBackup), 0u);
   EXPECT_EQ(OpenError(u"C:\\d\\new", GENERIC_WRITE, 0, CREATE_NEW), ERROR_ACCESS_DENIED);
   EXPECT_EQ(OpenError(u"C:\\d\\new", GENERIC_WRITE, 0, CREATE_NEW, kBackup), 0u);
 }

@@ -12,8 +12,9 @@ namespace emulated {
 
 namespace {
 
+// Never destroyed: a machine that is itself a static object may outlive every other one.
 std::vector<Machine*>& Machines() {
-  static std::vector<Machine*> machines;
+  static auto& machines = *new std::vector<Machine*>;
   return machines;
 }
 
