@@ -6,6 +6,7 @@
 #include "cli/not_built.h"
 #include "fsops/backup_copy.h"
 #include "fsops/move_tree.h"
+#include "fsops/security.h"
 #include "log/log.h"
 #include "probes/privileges.h"
 #include "redirect/created_folders.h"
@@ -82,6 +83,7 @@ class FolderRedirection {
   const int copyNtfsPermissions_, copyShares_;
   const CreatedFolders created_;
   CopyRecord moved_;
+  SavedSecurityMap sourceSecurity_;
   std::vector<JunctionRecord> records_;
 };
 
@@ -155,6 +157,7 @@ bool FolderRedirection::MoveContents() {
 }
 
 bool FolderRedirection::LeaveJunction() {
+  SaveSecurityInfo(source_, sourceSecurity_[source_]);
   if (!CreateJunction(source_.c_str(), realTarget_.c_str())) {
     Log(u"#ERROR: Unable to create junction for Source = %ls and Target = %ls.", source_, realTarget_);
     TakeBack(false);
@@ -191,7 +194,8 @@ void FolderRedirection::TakeBack(bool junctionMade) {
 void FolderRedirection::MakeSourceAgain() const {
   if (Exists(source_)) return;
   win32::CreateDirectoryW(source_.c_str(), nullptr);
-  if (copyNtfsPermissions_) BackupCopy(realTarget_, source_, 1);
+  if (copyNtfsPermissions_) BackupCopyItem(realTarget_, source_, {.isDirectory = true});
+  RestoreRemovedSecurityInfo(sourceSecurity_);
 }
 
 // One folder on its way back.

@@ -9,7 +9,9 @@ namespace {
 class FilesData : public FileTest {};
 
 FILETIME Time(std::uint64_t count) { return {static_cast<DWORD>(count & 0xFFFFFFFF), static_cast<DWORD>(count >> 32)}; }
-bool operator==(const FILETIME& a, const FILETIME& b) { return a.dwLowDateTime == b.dwLowDateTime && a.dwHighDateTime == b.dwHighDateTime; }
+bool operator==(const FILETIME& a, const FILETIME& b) {
+  return a.dwLowDateTime == b.dwLowDateTime && a.dwHighDateTime == b.dwHighDateTime;
+}
 
 constexpr std::uint64_t kYear2001 = 126'227'808'000'000'000;
 
@@ -21,11 +23,14 @@ Times TimesOf(HANDLE handle) {
   EXPECT_TRUE(GetFileTime(handle, &times.creation, &times.access, &times.write));
   return times;
 }
-Times TimesOf(const std::u16string& path) { return TimesOf(Open(path, FILE_READ_ATTRIBUTES, kShareAll, OPEN_EXISTING, kOpenLink).get()); }
+Times TimesOf(const std::u16string& path) {
+  return TimesOf(Open(path, FILE_READ_ATTRIBUTES, kShareAll, OPEN_EXISTING, kOpenLink).get());
+}
 
 void SetTimes(const std::u16string& path, std::uint64_t time) {
   const FILETIME all = Time(time);
-  EXPECT_TRUE(SetFileTime(Open(path, FILE_WRITE_ATTRIBUTES, kShareAll, OPEN_EXISTING, kOpenLink).get(), &all, &all, &all));
+  EXPECT_TRUE(
+      SetFileTime(Open(path, FILE_WRITE_ATTRIBUTES, kShareAll, OPEN_EXISTING, kOpenLink).get(), &all, &all, &all));
 }
 
 TEST_F(FilesData, PositionsAndSizes) {
@@ -86,7 +91,8 @@ TEST_F(FilesData, RightsOfTheHandle) {
 TEST_F(FilesData, SettingTimes) {
   const std::u16string path = Path(u"file");
   Put(path);
-  const FILETIME creation = Time(kYear2001), access = Time(kYear2001 + 10'000'000), write = Time(kYear2001 + 20'000'000), leave = Time(0);
+  const FILETIME creation = Time(kYear2001), access = Time(kYear2001 + 10'000'000),
+                 write = Time(kYear2001 + 20'000'000), leave = Time(0);
   {
     const auto file = Open(path, FILE_WRITE_ATTRIBUTES, kShareAll);
     EXPECT_TRUE(SetFileTime(file.get(), &creation, &access, &write));
@@ -129,7 +135,8 @@ TEST_F(FilesData, WritingSetsTheLastWriteTimeUnlessTheHandleKeepsIt) {
 
 TEST_F(FilesData, EntriesThatComeAndGoChangeTheirDirectory) {
   SKIP_ON_WINE("the host's clock is too coarse");
-  const std::u16string directory = Path(u"directory"), file = directory + u"\\file", other = directory + u"\\other", child = directory + u"\\child";
+  const std::u16string directory = Path(u"directory"), file = directory + u"\\file", other = directory + u"\\other",
+                       child = directory + u"\\child";
   MakeDirectory(directory);
   const auto changes = [&](auto&& act) {
     SetTimes(directory, kYear2001);
@@ -156,7 +163,8 @@ TEST_F(FilesData, Attributes) {
   EXPECT_EQ(GetFileAttributesW(directory.c_str()), FILE_ATTRIBUTE_DIRECTORY);
   EXPECT_TRUE(SetFileAttributesW(file.c_str(), FILE_ATTRIBUTE_NORMAL));
   EXPECT_EQ(GetFileAttributesW(file.c_str()), FILE_ATTRIBUTE_NORMAL);
-  EXPECT_TRUE(SetFileAttributesW(file.c_str(), FILE_ATTRIBUTE_HIDDEN | FILE_ATTRIBUTE_SYSTEM | FILE_ATTRIBUTE_DIRECTORY | FILE_ATTRIBUTE_COMPRESSED));
+  EXPECT_TRUE(SetFileAttributesW(file.c_str(), FILE_ATTRIBUTE_HIDDEN | FILE_ATTRIBUTE_SYSTEM |
+                                                   FILE_ATTRIBUTE_DIRECTORY | FILE_ATTRIBUTE_COMPRESSED));
   EXPECT_EQ(GetFileAttributesW(file.c_str()), FILE_ATTRIBUTE_HIDDEN | FILE_ATTRIBUTE_SYSTEM);
   const auto handle = Open(file, GENERIC_WRITE, 0);
   DWORD done = 0;

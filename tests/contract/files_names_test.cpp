@@ -11,9 +11,15 @@ class FilesNames : public FileTest {};
 DWORD MakeError(const std::u16string& path) { return ErrorOf(CreateDirectoryW(path.c_str(), nullptr)); }
 DWORD RemoveError(const std::u16string& path) { return ErrorOf(RemoveDirectoryW(path.c_str())); }
 DWORD DeleteError(const std::u16string& path) { return ErrorOf(DeleteFileW(path.c_str())); }
-DWORD MoveError(const std::u16string& from, const std::u16string& to) { return ErrorOf(MoveFileW(from.c_str(), to.c_str())); }
-DWORD ReplaceError(const std::u16string& from, const std::u16string& to) { return ErrorOf(MoveFileExW(from.c_str(), to.c_str(), MOVEFILE_REPLACE_EXISTING)); }
-DWORD CopyError(const std::u16string& from, const std::u16string& to, BOOL failIfExists = FALSE) { return ErrorOf(CopyFileW(from.c_str(), to.c_str(), failIfExists)); }
+DWORD MoveError(const std::u16string& from, const std::u16string& to) {
+  return ErrorOf(MoveFileW(from.c_str(), to.c_str()));
+}
+DWORD ReplaceError(const std::u16string& from, const std::u16string& to) {
+  return ErrorOf(MoveFileExW(from.c_str(), to.c_str(), MOVEFILE_REPLACE_EXISTING));
+}
+DWORD CopyError(const std::u16string& from, const std::u16string& to, BOOL failIfExists = FALSE) {
+  return ErrorOf(CopyFileW(from.c_str(), to.c_str(), failIfExists));
+}
 
 TEST_F(FilesNames, MakingDirectories) {
   const std::u16string directory = Path(u"directory");
@@ -188,7 +194,9 @@ TEST_F(FilesNames, HardLinks) {
   const std::u16string a = Path(u"a"), b = Path(u"b");
   Put(a, "a");
   MakeDirectory(Path(u"directory"));
-  const auto link = [](const std::u16string& path, const std::u16string& existing) { return ErrorOf(CreateHardLinkW(path.c_str(), existing.c_str(), nullptr)); };
+  const auto link = [](const std::u16string& path, const std::u16string& existing) {
+    return ErrorOf(CreateHardLinkW(path.c_str(), existing.c_str(), nullptr));
+  };
   EXPECT_EQ(link(b, a), 0u);
   EXPECT_EQ(link(b, a), ERROR_ALREADY_EXISTS);
   EXPECT_EQ(link(Path(u"c"), Path(u"directory")), ERROR_ACCESS_DENIED);

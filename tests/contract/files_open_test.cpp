@@ -54,9 +54,11 @@ TEST_F(FilesOpen, AHiddenFileIsNotReplacedByAPlainOne) {
 TEST_F(FilesOpen, DirectoriesOpenWithBackupSemanticsOnly) {
   const std::u16string directory = Path(u"directory");
   MakeDirectory(directory);
-  for (const DWORD disposition : {OPEN_EXISTING, CREATE_ALWAYS, OPEN_ALWAYS}) EXPECT_EQ(OpenError(directory, GENERIC_READ, kShareAll, disposition), ERROR_ACCESS_DENIED);
+  for (const DWORD disposition : {OPEN_EXISTING, CREATE_ALWAYS, OPEN_ALWAYS})
+    EXPECT_EQ(OpenError(directory, GENERIC_READ, kShareAll, disposition), ERROR_ACCESS_DENIED);
   EXPECT_EQ(OpenError(directory, GENERIC_READ, kShareAll, OPEN_EXISTING, FILE_FLAG_BACKUP_SEMANTICS), 0u);
-  EXPECT_EQ(OpenError(directory, GENERIC_READ | GENERIC_WRITE, kShareAll, OPEN_EXISTING, FILE_FLAG_BACKUP_SEMANTICS), 0u);
+  EXPECT_EQ(OpenError(directory, GENERIC_READ | GENERIC_WRITE, kShareAll, OPEN_EXISTING, FILE_FLAG_BACKUP_SEMANTICS),
+            0u);
   EXPECT_EQ(OpenError(directory + u'\\', GENERIC_READ, kShareAll, OPEN_EXISTING, FILE_FLAG_BACKUP_SEMANTICS), 0u);
 
   const auto handle = Open(directory, GENERIC_READ, kShareAll, OPEN_EXISTING, FILE_FLAG_BACKUP_SEMANTICS);
@@ -86,8 +88,10 @@ TEST_F(FilesOpen, ReadOnlyDeniesWriting) {
 }
 
 TEST_F(FilesOpen, NamesThatAreRefused) {
-  for (const char16_t* const name : {u"a*", u"a?", u"a<b", u"a|b", u"a\"b"}) EXPECT_EQ(OpenError(Path(name), GENERIC_WRITE, 0, CREATE_NEW), ERROR_INVALID_NAME);
-  EXPECT_EQ(AttributesError(Path(std::u16string(256, u'x'))), OnWine() ? ERROR_FILE_NOT_FOUND : AttributesError(Path(std::u16string(256, u'x'))));
+  for (const char16_t* const name : {u"a*", u"a?", u"a<b", u"a|b", u"a\"b"})
+    EXPECT_EQ(OpenError(Path(name), GENERIC_WRITE, 0, CREATE_NEW), ERROR_INVALID_NAME);
+  EXPECT_EQ(AttributesError(Path(std::u16string(256, u'x'))),
+            OnWine() ? ERROR_FILE_NOT_FOUND : AttributesError(Path(std::u16string(256, u'x'))));
   EXPECT_EQ(OpenError(u"\\\\?\\" + Path(std::u16string(256, u'x')), GENERIC_READ), ERROR_INVALID_NAME);
   EXPECT_EQ(OpenError(u"c:c:\\x", GENERIC_READ), ERROR_INVALID_NAME);
   EXPECT_EQ(OpenError(u"", GENERIC_READ), ERROR_PATH_NOT_FOUND);
@@ -97,7 +101,8 @@ TEST_F(FilesOpen, NamesThatAreRefused) {
 TEST_F(FilesOpen, PathsAreNormalizedUnlessLiteral) {
   MakeDirectory(Path(u"a"));
   Put(Path(u"a\\File.txt"));
-  for (const char16_t* const name : {u"a/File.txt", u"a\\.\\File.txt", u"a\\b\\..\\File.txt", u"a\\\\File.txt", u"A\\FILE.TXT", u"a\\File.txt.", u"a\\File.txt  ", u"a.\\File.txt"})
+  for (const char16_t* const name : {u"a/File.txt", u"a\\.\\File.txt", u"a\\b\\..\\File.txt", u"a\\\\File.txt",
+                                     u"A\\FILE.TXT", u"a\\File.txt.", u"a\\File.txt  ", u"a.\\File.txt"})
     EXPECT_TRUE(Exists(Path(name))) << testing::PrintToString(std::u16string(name));
   const std::u16string literal = u"\\\\?\\" + Path(u"a");
   EXPECT_TRUE(Exists(literal + u"\\File.txt"));
@@ -127,7 +132,10 @@ TEST_F(FilesOpen, LongPathsNeedThePrefix) {
 TEST_F(FilesOpen, SharingIsCheckedBothWays) {
   const std::u16string file = Path(u"file");
   Put(file);
-  struct Case { DWORD access, share, secondAccess, secondShare; bool opens; };
+  struct Case {
+    DWORD access, share, secondAccess, secondShare;
+    bool opens;
+  };
   const Case cases[] = {
       {GENERIC_READ, FILE_SHARE_READ, GENERIC_READ, FILE_SHARE_READ, true},
       {GENERIC_READ, FILE_SHARE_READ, GENERIC_WRITE, kShareAll, false},
@@ -144,7 +152,8 @@ TEST_F(FilesOpen, SharingIsCheckedBothWays) {
   for (const Case& one : cases) {
     const auto first = Open(file, one.access, one.share);
     ASSERT_TRUE(first);
-    EXPECT_EQ(OpenError(file, one.secondAccess, one.secondShare), one.opens ? 0u : ERROR_SHARING_VIOLATION) << &one - cases;
+    EXPECT_EQ(OpenError(file, one.secondAccess, one.secondShare), one.opens ? 0u : ERROR_SHARING_VIOLATION)
+        << &one - cases;
   }
   EXPECT_EQ(OpenError(file, GENERIC_ALL, 0), 0u);
 }
@@ -176,7 +185,8 @@ TEST_F(FilesOpen, NamedStreams) {
   EXPECT_EQ(Get(file), "main");
   EXPECT_EQ(Get(file + u":S:$DATA"), "stream");
   EXPECT_EQ(Get(file + u"::$DATA"), "main");
-  for (const char16_t* const bad : {u":", u":s:", u":s:$NONEXIST"}) EXPECT_EQ(OpenError(file + bad, GENERIC_READ), ERROR_INVALID_NAME);
+  for (const char16_t* const bad : {u":", u":s:", u":s:$NONEXIST"})
+    EXPECT_EQ(OpenError(file + bad, GENERIC_READ), ERROR_INVALID_NAME);
   {  // sharing is a matter of the stream
     const auto exclusive = Open(file + u":s", GENERIC_READ | GENERIC_WRITE, 0);
     EXPECT_EQ(OpenError(file, GENERIC_WRITE, 0), 0u);

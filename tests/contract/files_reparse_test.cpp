@@ -15,7 +15,8 @@ using Bytes = std::vector<std::uint8_t>;
 
 DWORD Get(HANDLE handle, std::size_t room, Bytes& data, DWORD& returned) {
   data.assign(room, 0xEE);
-  return ErrorOf(DeviceIoControl(handle, FSCTL_GET_REPARSE_POINT, nullptr, 0, room ? data.data() : nullptr, static_cast<DWORD>(room), &returned, nullptr));
+  return ErrorOf(DeviceIoControl(handle, FSCTL_GET_REPARSE_POINT, nullptr, 0, room ? data.data() : nullptr,
+                                 static_cast<DWORD>(room), &returned, nullptr));
 }
 
 // The input of FSCTL_DELETE_REPARSE_POINT: a header of `size` bytes.
@@ -24,7 +25,8 @@ DWORD DeleteReparse(HANDLE handle, std::size_t size, DWORD tag, std::uint16_t le
   std::memcpy(input.data(), &tag, 4);
   std::memcpy(input.data() + 4, &length, 2);
   DWORD returned = 0;
-  return ErrorOf(DeviceIoControl(handle, FSCTL_DELETE_REPARSE_POINT, size ? input.data() : nullptr, static_cast<DWORD>(size), nullptr, 0, &returned, nullptr));
+  return ErrorOf(DeviceIoControl(handle, FSCTL_DELETE_REPARSE_POINT, size ? input.data() : nullptr,
+                                 static_cast<DWORD>(size), nullptr, 0, &returned, nullptr));
 }
 
 DWORD RemoveError(const std::u16string& path) { return ErrorOf(RemoveDirectoryW(path.c_str())); }
@@ -65,12 +67,14 @@ TEST_F(FilesReparse, SettingIsRefusedWhereItMustNotBe) {
 TEST_F(FilesReparse, SettingReadingReplacing) {
   MakeDirectory(Path(u"junction"));
   MakeDirectory(Path(u"target"));
-  const auto older = Open(Path(u"junction"), FILE_READ_ATTRIBUTES, kShareAll, OPEN_EXISTING, FILE_FLAG_BACKUP_SEMANTICS);
+  const auto older =
+      Open(Path(u"junction"), FILE_READ_ATTRIBUTES, kShareAll, OPEN_EXISTING, FILE_FLAG_BACKUP_SEMANTICS);
   const auto handle = Open(Path(u"junction"), GENERIC_READ | GENERIC_WRITE, kShareAll, OPEN_EXISTING, kOpenLink);
   Bytes got;
   DWORD returned = 77;
   EXPECT_EQ(Get(handle.get(), 1, got, returned), ERROR_NOT_A_REPARSE_POINT);
-  const Bytes first = JunctionData(ObjectName(Path(u"other"))), second = JunctionData(ObjectName(Path(u"target")), Path(u"target"));
+  const Bytes first = JunctionData(ObjectName(Path(u"other"))),
+              second = JunctionData(ObjectName(Path(u"target")), Path(u"target"));
   EXPECT_EQ(SetReparse(handle.get(), first), 0u);
   EXPECT_EQ(SetReparse(handle.get(), second), 0u);
   EXPECT_EQ(Get(handle.get(), 0, got, returned), ERROR_INVALID_USER_BUFFER);
@@ -132,7 +136,9 @@ TEST_F(FilesReparse, PathsGoThroughJunctions) {
 }
 
 TEST_F(FilesReparse, WhereJunctionsMayLead) {
-  const auto error = [&](const std::u16string& path) { return OpenError(path, GENERIC_READ, kShareAll, OPEN_EXISTING, FILE_FLAG_BACKUP_SEMANTICS); };
+  const auto error = [&](const std::u16string& path) {
+    return OpenError(path, GENERIC_READ, kShareAll, OPEN_EXISTING, FILE_FLAG_BACKUP_SEMANTICS);
+  };
   Put(Path(u"file"));
   MakeJunction(Path(u"dangling"), ObjectName(Path(u"missing")));
   MakeJunction(Path(u"toFile"), ObjectName(Path(u"file")));
@@ -207,10 +213,12 @@ TEST_F(FilesReparse, WhatASymbolicLinkHolds) {
   };
   bool relative = true;
   EXPECT_EQ(LinkError(Path(u"absolute"), u"C:\\some\\where"), 0u);
-  EXPECT_EQ(names(Path(u"absolute"), relative), (std::pair<std::u16string, std::u16string>(u"\\??\\C:\\some\\where", u"C:\\some\\where")));
+  EXPECT_EQ(names(Path(u"absolute"), relative),
+            (std::pair<std::u16string, std::u16string>(u"\\??\\C:\\some\\where", u"C:\\some\\where")));
   EXPECT_FALSE(relative);
   EXPECT_EQ(LinkError(Path(u"relative"), u"..\\some\\where"), 0u);
-  EXPECT_EQ(names(Path(u"relative"), relative), (std::pair<std::u16string, std::u16string>(u"..\\some\\where", u"..\\some\\where")));
+  EXPECT_EQ(names(Path(u"relative"), relative),
+            (std::pair<std::u16string, std::u16string>(u"..\\some\\where", u"..\\some\\where")));
   EXPECT_TRUE(relative);
 }
 
@@ -258,7 +266,8 @@ TEST_F(FilesReparse, SparseFiles) {
   DWORD returned = 0;
   EXPECT_TRUE(DeviceIoControl(file.get(), FSCTL_SET_SPARSE, nullptr, 0, nullptr, 0, &returned, nullptr));
   EXPECT_TRUE(GetFileAttributesW(Path(u"file").c_str()) & FILE_ATTRIBUTE_SPARSE_FILE);
-  EXPECT_EQ(ErrorOf(DeviceIoControl(file.get(), 0x12345, nullptr, 0, nullptr, 0, &returned, nullptr)), ERROR_INVALID_FUNCTION);
+  EXPECT_EQ(ErrorOf(DeviceIoControl(file.get(), 0x12345, nullptr, 0, nullptr, 0, &returned, nullptr)),
+            ERROR_INVALID_FUNCTION);
 }
 
 }  // namespace

@@ -12,8 +12,8 @@ namespace contract {
 inline constexpr win32::DWORD kShareAll = win32::FILE_SHARE_READ | win32::FILE_SHARE_WRITE | win32::FILE_SHARE_DELETE;
 inline constexpr win32::DWORD kOpenLink = win32::FILE_FLAG_BACKUP_SEMANTICS | win32::FILE_FLAG_OPEN_REPARSE_POINT;
 
-inline win32::UniqueFile Open(const std::u16string& path, win32::DWORD access, win32::DWORD share, win32::DWORD disposition = win32::OPEN_EXISTING,
-                              win32::DWORD flags = 0) {
+inline win32::UniqueFile Open(const std::u16string& path, win32::DWORD access, win32::DWORD share,
+                              win32::DWORD disposition = win32::OPEN_EXISTING, win32::DWORD flags = 0) {
   return win32::UniqueFile(win32::CreateFileW(path.c_str(), access, share, nullptr, disposition, flags, nullptr));
 }
 
@@ -34,7 +34,8 @@ inline void Put(const std::u16string& path, std::string_view content = "content"
   const auto file = Open(path, win32::GENERIC_WRITE, 0, win32::CREATE_ALWAYS);
   ASSERT_TRUE(file) << win32::GetLastError();
   win32::DWORD written = 0;
-  ASSERT_TRUE(win32::WriteFile(file.get(), content.data(), static_cast<win32::DWORD>(content.size()), &written, nullptr));
+  ASSERT_TRUE(
+      win32::WriteFile(file.get(), content.data(), static_cast<win32::DWORD>(content.size()), &written, nullptr));
   ASSERT_EQ(written, content.size());
 }
 
@@ -43,12 +44,15 @@ inline std::string Get(const std::u16string& path) {
   if (!file) return "error " + std::to_string(win32::GetLastError());
   std::string content(65536, '\0');
   win32::DWORD read = 0;
-  if (!win32::ReadFile(file.get(), content.data(), static_cast<win32::DWORD>(content.size()), &read, nullptr)) return "unreadable";
+  if (!win32::ReadFile(file.get(), content.data(), static_cast<win32::DWORD>(content.size()), &read, nullptr))
+    return "unreadable";
   content.resize(read);
   return content;
 }
 
-inline void MakeDirectory(const std::u16string& path) { ASSERT_TRUE(win32::CreateDirectoryW(path.c_str(), nullptr)) << win32::GetLastError(); }
+inline void MakeDirectory(const std::u16string& path) {
+  ASSERT_TRUE(win32::CreateDirectoryW(path.c_str(), nullptr)) << win32::GetLastError();
+}
 
 inline std::u16string Text(const char16_t* text) { return text; }
 
@@ -71,7 +75,8 @@ inline win32::DWORD FindError(const std::u16string& pattern) {
 // Reparse data of a junction, its header included (the substitute and the print name, each with a terminator).
 inline std::vector<std::uint8_t> JunctionData(const std::u16string& substitute, const std::u16string& print = u"") {
   const auto length = [](const std::u16string& text) { return static_cast<std::uint16_t>(text.size() * 2); };
-  std::vector<std::uint16_t> words{0x0003, 0xA000, 0, 0, 0, length(substitute), static_cast<std::uint16_t>(length(substitute) + 2), length(print)};
+  std::vector<std::uint16_t> words{
+      0x0003, 0xA000, 0, 0, 0, length(substitute), static_cast<std::uint16_t>(length(substitute) + 2), length(print)};
   words.insert(words.end(), substitute.begin(), substitute.end());
   words.push_back(0);
   words.insert(words.end(), print.begin(), print.end());
@@ -84,7 +89,8 @@ inline std::vector<std::uint8_t> JunctionData(const std::u16string& substitute, 
 
 inline win32::DWORD SetReparse(win32::HANDLE handle, std::vector<std::uint8_t> data) {
   win32::DWORD returned = 0;
-  return ErrorOf(win32::DeviceIoControl(handle, win32::FSCTL_SET_REPARSE_POINT, data.data(), static_cast<win32::DWORD>(data.size()), nullptr, 0, &returned, nullptr));
+  return ErrorOf(win32::DeviceIoControl(handle, win32::FSCTL_SET_REPARSE_POINT, data.data(),
+                                        static_cast<win32::DWORD>(data.size()), nullptr, 0, &returned, nullptr));
 }
 
 // Makes a junction at `path` (a new folder) to an object name such as u"\\??\\C:\\x".

@@ -29,14 +29,17 @@ std::u16string Scratch() {
   wchar_t temporary[MAX_PATH + 1] = {};
   ::GetTempPathW(MAX_PATH, temporary);
   std::u16string path = Text(temporary) + u"contract-";
-  for (const char digit : std::to_string(::GetCurrentProcessId()) + "-" + std::to_string(++number)) path += static_cast<char16_t>(digit);
+  for (const char digit : std::to_string(::GetCurrentProcessId()) + "-" + std::to_string(++number))
+    path += static_cast<char16_t>(digit);
   ::CreateDirectoryW(reinterpret_cast<const wchar_t*>(path.c_str()), nullptr);
   return path;
 }
 
 std::u16string OtherVolume() { return {}; }
 bool OnWine() { return ::GetProcAddress(::GetModuleHandleW(L"ntdll.dll"), "wine_get_version") != nullptr; }
-win32::CreateSymbolicLinkWFunction CreateSymbolicLink() { return Bound<win32::CreateSymbolicLinkWFunction>("CreateSymbolicLinkW"); }
+win32::CreateSymbolicLinkWFunction CreateSymbolicLink() {
+  return Bound<win32::CreateSymbolicLinkWFunction>("CreateSymbolicLinkW");
+}
 win32::GetFinalPathNameByHandleWFunction GetFinalPathNameByHandle() {
   return Bound<win32::GetFinalPathNameByHandleWFunction>("GetFinalPathNameByHandleW");
 }

@@ -17,7 +17,8 @@ class RegistryKeys : public contract::FileTest {
 
   RegistryKeys() {
     DeleteTree(HKEY_CURRENT_USER, kPath);
-    EXPECT_EQ(RegCreateKeyExW(HKEY_CURRENT_USER, kPath, 0, nullptr, 0, KEY_ALL_ACCESS, nullptr, base.put(), nullptr), 0);
+    EXPECT_EQ(RegCreateKeyExW(HKEY_CURRENT_USER, kPath, 0, nullptr, 0, KEY_ALL_ACCESS, nullptr, base.put(), nullptr),
+              0);
   }
   ~RegistryKeys() override {
     base.reset();
@@ -34,7 +35,9 @@ class RegistryKeys : public contract::FileTest {
   static std::vector<std::u16string> Names(HKEY key) {
     std::vector<std::u16string> names;
     char16_t name[256];
-    for (DWORD i = 0, size = 256; RegEnumKeyExW(key, i, name, &size, nullptr, nullptr, nullptr, nullptr) == 0; ++i, size = 256) names.emplace_back(name, size);
+    for (DWORD i = 0, size = 256; RegEnumKeyExW(key, i, name, &size, nullptr, nullptr, nullptr, nullptr) == 0;
+         ++i, size = 256)
+      names.emplace_back(name, size);
     return names;
   }
   UniqueKey Create(const char16_t* name, DWORD options = 0, DWORD access = KEY_ALL_ACCESS) {
@@ -42,7 +45,9 @@ class RegistryKeys : public contract::FileTest {
     EXPECT_EQ(RegCreateKeyExW(base.get(), name, 0, nullptr, options, access, nullptr, key.put(), nullptr), 0);
     return key;
   }
-  LSTATUS Open(const char16_t* name, UniqueKey& key, DWORD options = 0) { return RegOpenKeyExW(base.get(), name, options, KEY_READ, key.put()); }
+  LSTATUS Open(const char16_t* name, UniqueKey& key, DWORD options = 0) {
+    return RegOpenKeyExW(base.get(), name, options, KEY_READ, key.put());
+  }
 
   UniqueKey base;
 };
@@ -118,7 +123,9 @@ TEST_F(RegistryKeys, InformationHasCountsAndLongestNames) {
   EXPECT_EQ(RegSetValueExW(base.get(), u"longer", 0, REG_BINARY, data, 2), 0);
   DWORD keys = 0, longestKey = 0, values = 0, longestName = 0, longestData = 0, security = 0;
   FILETIME time{};
-  ASSERT_EQ(RegQueryInfoKeyW(base.get(), nullptr, nullptr, nullptr, &keys, &longestKey, nullptr, &values, &longestName, &longestData, &security, &time), 0);
+  ASSERT_EQ(RegQueryInfoKeyW(base.get(), nullptr, nullptr, nullptr, &keys, &longestKey, nullptr, &values, &longestName,
+                             &longestData, &security, &time),
+            0);
   EXPECT_EQ(keys, 2U);
   EXPECT_EQ(longestKey, 5U);
   EXPECT_EQ(values, 2U);
@@ -133,11 +140,15 @@ TEST_F(RegistryKeys, AClassIsKept) {
   ASSERT_EQ(RegCreateKeyExW(base.get(), u"k", 0, className, 0, KEY_ALL_ACCESS, nullptr, key.put(), nullptr), 0);
   char16_t buffer[8] = {};
   DWORD size = 8;
-  ASSERT_EQ(RegQueryInfoKeyW(key.get(), buffer, &size, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr), 0);
+  ASSERT_EQ(RegQueryInfoKeyW(key.get(), buffer, &size, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr,
+                             nullptr, nullptr),
+            0);
   EXPECT_EQ(std::u16string(buffer), u"Class");
   EXPECT_EQ(size, 5U);
   size = 5;
-  EXPECT_EQ(RegQueryInfoKeyW(key.get(), buffer, &size, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr), ERROR_INSUFFICIENT_BUFFER);
+  EXPECT_EQ(RegQueryInfoKeyW(key.get(), buffer, &size, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr,
+                             nullptr, nullptr),
+            ERROR_INSUFFICIENT_BUFFER);
   EXPECT_EQ(size, 5U);
 }
 
@@ -166,21 +177,28 @@ TEST_F(RegistryKeys, AHandleToADeletedKeyIsOfNoUse) {
 TEST_F(RegistryKeys, BelowAVolatileKeyAllAreVolatile) {
   const UniqueKey parent = Create(u"v", REG_OPTION_VOLATILE);
   HKEY key = nullptr;
-  EXPECT_EQ(RegCreateKeyExW(parent.get(), u"c", 0, nullptr, 0, KEY_ALL_ACCESS, nullptr, &key, nullptr), ERROR_CHILD_MUST_BE_VOLATILE);
+  EXPECT_EQ(RegCreateKeyExW(parent.get(), u"c", 0, nullptr, 0, KEY_ALL_ACCESS, nullptr, &key, nullptr),
+            ERROR_CHILD_MUST_BE_VOLATILE);
   UniqueKey child;
-  EXPECT_EQ(RegCreateKeyExW(parent.get(), u"c", 0, nullptr, REG_OPTION_VOLATILE, KEY_ALL_ACCESS, nullptr, child.put(), nullptr), 0);
+  EXPECT_EQ(RegCreateKeyExW(parent.get(), u"c", 0, nullptr, REG_OPTION_VOLATILE, KEY_ALL_ACCESS, nullptr, child.put(),
+                            nullptr),
+            0);
 }
 
 TEST_F(RegistryKeys, LinksLeadElsewhere) {
   SKIP_ON_WINE("the kernel path of HKEY_CURRENT_USER is not known here");
   UniqueKey software;
-  ASSERT_EQ(RegCreateKeyExW(HKEY_LOCAL_MACHINE, u"SOFTWARE\\RegistryContract\\Target\\Child", 0, nullptr, 0, KEY_ALL_ACCESS, nullptr, software.put(), nullptr), 0);
+  ASSERT_EQ(RegCreateKeyExW(HKEY_LOCAL_MACHINE, u"SOFTWARE\\RegistryContract\\Target\\Child", 0, nullptr, 0,
+                            KEY_ALL_ACCESS, nullptr, software.put(), nullptr),
+            0);
   const UniqueKey link = Create(u"link", kOptionCreateLink);
   UniqueKey key;
   EXPECT_EQ(Open(u"link", key), ERROR_FILE_NOT_FOUND);
-  const std::u16string target = u"\\REGISTRY\\Machine\\Software\\RegistryContract\\Target", nowhere = target + u" missing";
+  const std::u16string target = u"\\REGISTRY\\Machine\\Software\\RegistryContract\\Target",
+                       nowhere = target + u" missing";
   const auto setTarget = [&](const std::u16string& to, DWORD type) {
-    return RegSetValueExW(link.get(), u"SymbolicLinkValue", 0, type, reinterpret_cast<const BYTE*>(to.data()), static_cast<DWORD>(to.size() * 2));
+    return RegSetValueExW(link.get(), u"SymbolicLinkValue", 0, type, reinterpret_cast<const BYTE*>(to.data()),
+                          static_cast<DWORD>(to.size() * 2));
   };
   EXPECT_EQ(setTarget(target, REG_SZ), ERROR_ACCESS_DENIED);
   ASSERT_EQ(setTarget(nowhere, REG_LINK), 0);
@@ -190,7 +208,9 @@ TEST_F(RegistryKeys, LinksLeadElsewhere) {
   EXPECT_EQ(Names(key.get()), (std::vector<std::u16string>{u"Child"}));
   EXPECT_EQ(Open(u"link\\Child", key), 0);
   HKEY none = nullptr;
-  EXPECT_EQ(RegCreateKeyExW(base.get(), u"link", 0, nullptr, kOptionCreateLink, KEY_ALL_ACCESS, nullptr, &none, nullptr), ERROR_ALREADY_EXISTS);
+  EXPECT_EQ(
+      RegCreateKeyExW(base.get(), u"link", 0, nullptr, kOptionCreateLink, KEY_ALL_ACCESS, nullptr, &none, nullptr),
+      ERROR_ALREADY_EXISTS);
   // Deleting takes the link, not what it leads to.
   EXPECT_EQ(RegDeleteKeyW(base.get(), u"link"), 0);
   EXPECT_EQ(RegOpenKeyExW(HKEY_LOCAL_MACHINE, u"SOFTWARE\\RegistryContract\\Target\\Child", 0, KEY_READ, key.put()), 0);

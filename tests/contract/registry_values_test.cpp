@@ -31,7 +31,9 @@ class RegistryValues : public contract::FileTest {
   std::vector<std::u16string> Names() {
     std::vector<std::u16string> names;
     char16_t name[64];
-    for (DWORD i = 0, size = 64; RegEnumValueW(key.get(), i, name, &size, nullptr, nullptr, nullptr, nullptr) == 0; ++i, size = 64) names.emplace_back(name, size);
+    for (DWORD i = 0, size = 64; RegEnumValueW(key.get(), i, name, &size, nullptr, nullptr, nullptr, nullptr) == 0;
+         ++i, size = 64)
+      names.emplace_back(name, size);
     return names;
   }
 

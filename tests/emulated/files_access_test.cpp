@@ -36,7 +36,9 @@ class FilesAccess : public testing::Test {
   }
   void Become(std::shared_ptr<emulated::Token> token) { machine_->process.token = std::move(token); }
   void BecomeUser() { Become(emulated::MakeUserToken(emulated::SidFromText(u"S-1-5-21-1-2-3-1001"))); }
-  void Enable(std::u16string_view privilege, bool enable = true) { ASSERT_TRUE(machine_->process.token->EnablePrivilege(privilege, enable)); }
+  void Enable(std::u16string_view privilege, bool enable = true) {
+    ASSERT_TRUE(machine_->process.token->EnablePrivilege(privilege, enable));
+  }
 
   std::unique_ptr<emulated::Machine> machine_;
 };
@@ -83,7 +85,9 @@ TEST_F(FilesAccess, BackupAndRestorePrivilegesNeedBothTheFlagAndTheirEnabling) {
   EXPECT_EQ(OpenError(u"C:\\file", GENERIC_WRITE, kShareAll, OPEN_EXISTING, kBackup), ERROR_ACCESS_DENIED);
   EXPECT_EQ(OpenError(u"C:\\d\\new", GENERIC_WRITE, 0, CREATE_NEW, kBackup), ERROR_ACCESS_DENIED);
   Enable(u"SeRestorePrivilege");
-  EXPECT_EQ(OpenError(u"C:\\file", GENERIC_READ | GENERIC_WRITE | WRITE_DAC | WRITE_OWNER | DELETE, kShareAll, OPEN_EXISTING, kBackup), 0u);
+  EXPECT_EQ(OpenError(u"C:\\file", GENERIC_READ | GENERIC_WRITE | WRITE_DAC | WRITE_OWNER | DELETE, kShareAll,
+                      OPEN_EXISTING, kBackup),
+            0u);
   EXPECT_EQ(OpenError(u"C:\\d\\new", GENERIC_WRITE, 0, CREATE_NEW), ERROR_ACCESS_DENIED);
   EXPECT_EQ(OpenError(u"C:\\d\\new", GENERIC_WRITE, 0, CREATE_NEW, kBackup), 0u);
 }

@@ -33,7 +33,8 @@ Bytes Pattern(std::size_t size) {
   return data;
 }
 
-HiveKey& Add(Hive& hive, HiveKey& parent, std::u16string_view name, std::shared_ptr<const Bytes> security = MachineHiveSecurity()) {
+HiveKey& Add(Hive& hive, HiveKey& parent, std::u16string_view name,
+             std::shared_ptr<const Bytes> security = MachineHiveSecurity()) {
   return *hive.AddKey(parent, name, std::move(security), false, kThen + static_cast<FileTime>(name.size()));
 }
 
@@ -41,7 +42,10 @@ HiveKey& Add(Hive& hive, HiveKey& parent, std::u16string_view name, std::shared_
 std::shared_ptr<Hive> FullHive() {
   const auto hive = NewHive(u"ROOT", MachineHiveSecurity(), Upper(), kThen);
   HiveKey& values = Add(*hive, *hive->root, u"Values");
-  values.values = {{u"zuletzt", win32::REG_SZ, RegistryText(u"text")}, {u"", win32::REG_SZ, Bytes{'x', 0}}, {u"Größe", 0x12345, {}}, {u"名前", win32::REG_DWORD, {1, 2, 3, 4}}};
+  values.values = {{u"zuletzt", win32::REG_SZ, RegistryText(u"text")},
+                   {u"", win32::REG_SZ, Bytes{'x', 0}},
+                   {u"Größe", 0x12345, {}},
+                   {u"名前", win32::REG_DWORD, {1, 2, 3, 4}}};
   for (const std::size_t size : {1U, 4U, 5U, 16343U, 16344U, 16345U, 32688U, 32689U, 200'000U})
     values.values.push_back({u"size " + Utf16(std::to_string(size)), win32::REG_BINARY, Pattern(size)});
   HiveKey& names = Add(*hive, *hive->root, u"abcd_äöüß", OtherSecurity());
@@ -86,7 +90,8 @@ std::string ReadError(const Bytes& file) {
 }
 
 void Save(const std::filesystem::path& path, const Bytes& content) {
-  std::ofstream(path, std::ios::binary).write(reinterpret_cast<const char*>(content.data()), static_cast<std::streamsize>(content.size()));
+  std::ofstream(path, std::ios::binary)
+      .write(reinterpret_cast<const char*>(content.data()), static_cast<std::streamsize>(content.size()));
 }
 
 TEST(Hive, WhatIsWrittenIsReadBack) {
@@ -163,7 +168,9 @@ TEST(Hive, SurvivesAnyDamage) {
   const auto hive = NewHive(u"ROOT", MachineHiveSecurity(), Upper(), kThen);
   HiveKey& one = Add(*hive, *hive->root, u"One", OtherSecurity());
   one.className = u"Class";
-  one.values = {{u"big", win32::REG_BINARY, Pattern(17'000)}, {u"small", win32::REG_SZ, RegistryText(u"text")}, {u"n", win32::REG_DWORD, {1, 0, 0, 0}}};
+  one.values = {{u"big", win32::REG_BINARY, Pattern(17'000)},
+                {u"small", win32::REG_SZ, RegistryText(u"text")},
+                {u"n", win32::REG_DWORD, {1, 0, 0, 0}}};
   for (int i = 0; i < 510; ++i) Add(*hive, i % 100 == 0 ? one : *hive->root, u"k" + Utf16(std::to_string(i)));
   const Bytes good = WriteHive(*hive, kThen);
   std::mt19937 random(4711);
@@ -171,7 +178,8 @@ TEST(Hive, SurvivesAnyDamage) {
   for (int round = 0; round < 1500; ++round) {
     Bytes bad = good;
     for (unsigned changes = 1 + random() % 4; changes != 0; --changes) {
-      const std::size_t at = random() % 8 == 0 ? random() % 512 : regf::kBaseBlock + random() % (bad.size() - regf::kBaseBlock);
+      const std::size_t at =
+          random() % 8 == 0 ? random() % 512 : regf::kBaseBlock + random() % (bad.size() - regf::kBaseBlock);
       static constexpr std::uint8_t kNasty[] = {0, 1, 0x7F, 0x80, 0xFF};
       bad[at] = random() % 2 ? static_cast<std::uint8_t>(random()) : kNasty[random() % 5];
     }
@@ -193,7 +201,8 @@ TEST(Hive, SurvivesAnyDamage) {
 
 // Other programs' readers see the same keys and values.
 TEST(Hive, IsReadByOthers) {
-  if (test::RunCommand("/usr/bin/python3 -c 'import pyregf'").exitCode != 0) GTEST_SKIP() << "python3-libregf is not installed";
+  if (test::RunCommand("/usr/bin/python3 -c 'import pyregf'").exitCode != 0)
+    GTEST_SKIP() << "python3-libregf is not installed";
   test::TemporaryFolder folder;
   Save(folder / "hive", WriteHive(*FullHive(), kThen));
   std::ofstream(folder / "list.py") << R"(
@@ -208,9 +217,11 @@ f = pyregf.file(); f.open(sys.argv[1])
 show(f.get_root_key(), 0)
 assert f.get_key_by_path('\\Many\\Key 777') is not None
 )";
-  const auto listed = test::RunCommand("PYTHONIOENCODING=utf-8 /usr/bin/python3 " + (folder / "list.py").string() + " " + (folder / "hive").string());
+  const auto listed = test::RunCommand("PYTHONIOENCODING=utf-8 /usr/bin/python3 " + (folder / "list.py").string() +
+                                       " " + (folder / "hive").string());
   ASSERT_EQ(listed.exitCode, 0) << listed.output.substr(0, 2000);
-  for (const auto* const expected : {"1 abcd_äöüß True 1\n", "2 weird™ True 0\n", "1 Many True 1200\n", "2 = size 200000 3 200000 ", "2 = 名前 4 4 ", "100 deep True 0\n"}) {
+  for (const auto* const expected : {"1 abcd_äöüß True 1\n", "2 weird™ True 0\n", "1 Many True 1200\n",
+                                     "2 = size 200000 3 200000 ", "2 = 名前 4 4 ", "100 deep True 0\n"}) {
     std::string line = expected;
     if (line.starts_with("2 =")) line[0] = '1';
     EXPECT_NE(listed.output.find(line), std::string::npos) << line;
@@ -227,7 +238,8 @@ TEST(Hive, ReadsWhatAnotherWriterMade) {
   if (test::RunCommand("command -v hivexsh").exitCode != 0) GTEST_SKIP() << "hivexsh is not installed";
   test::TemporaryFolder folder;
   Save(folder / "hive", BlankHive(u"ROOT", kThen));
-  std::ofstream(folder / "script") << "add Zulu\nadd alpha\ncd alpha\nsetval 2\nname\nstring:text\n@\ndword:7\ncommit\nquit\n";
+  std::ofstream(folder / "script")
+      << "add Zulu\nadd alpha\ncd alpha\nsetval 2\nname\nstring:text\n@\ndword:7\ncommit\nquit\n";
   const auto ran = test::RunCommand("hivexsh -w -f " + (folder / "script").string() + " " + (folder / "hive").string());
   ASSERT_EQ(ran.exitCode, 0) << ran.output;
   std::ifstream file(folder / "hive", std::ios::binary);

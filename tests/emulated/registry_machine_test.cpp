@@ -35,7 +35,8 @@ class RegistryMachine : public ::testing::Test {
     return RegSetValueExW(key, name, 0, REG_DWORD, reinterpret_cast<const BYTE*>(&number), sizeof number);
   }
   static DWORD OpenFileError(const char16_t* path) {
-    const UniqueFile file(CreateFileW(path, GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr, OPEN_EXISTING, 0, nullptr));
+    const UniqueFile file(CreateFileW(path, GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE,
+                                      nullptr, OPEN_EXISTING, 0, nullptr));
     return file ? ERROR_SUCCESS : GetLastError();
   }
 
@@ -88,7 +89,9 @@ TEST_F(RegistryMachine, The32BitViewIsWow6432NodeButForSharedKeys) {
   EXPECT_EQ(Open(key.get(), u"Maker", KEY_READ, child), ERROR_FILE_NOT_FOUND);
   EXPECT_EQ(Open(key.get(), u"Maker", KEY_READ | KEY_WOW64_32KEY, child), 0);
   EXPECT_EQ(Open(key.get(), u"", KEY_READ | KEY_WOW64_32KEY | KEY_WOW64_64KEY, child), ERROR_INVALID_PARAMETER);
-  EXPECT_EQ(Open(HKEY_LOCAL_MACHINE, u"SOFTWARE\\Microsoft\\Windows NT\\CurrentVersion\\ProfileList\\S-1-5-18", KEY_READ | KEY_WOW64_32KEY, child), 0);
+  EXPECT_EQ(Open(HKEY_LOCAL_MACHINE, u"SOFTWARE\\Microsoft\\Windows NT\\CurrentVersion\\ProfileList\\S-1-5-18",
+                 KEY_READ | KEY_WOW64_32KEY, child),
+            0);
   EXPECT_EQ(Open(HKEY_LOCAL_MACHINE, u"SYSTEM\\Select", KEY_READ | KEY_WOW64_32KEY, child), 0);
 }
 
@@ -101,17 +104,22 @@ TEST_F(RegistryMachine, AccessFollowsTheKeysDescriptorsAndTheHandlesRights) {
   EXPECT_EQ(RegCreateKeyExW(key.get(), u"New", 0, nullptr, 0, KEY_READ, nullptr, other.put(), nullptr), 0);
   ASSERT_EQ(Open(HKEY_LOCAL_MACHINE, u"SOFTWARE", KEY_SET_VALUE, key), 0);
   EXPECT_EQ(RegQueryValueExW(key.get(), u"n", nullptr, nullptr, nullptr, nullptr), ERROR_ACCESS_DENIED);
-  EXPECT_EQ(RegQueryInfoKeyW(key.get(), nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr), ERROR_ACCESS_DENIED);
+  EXPECT_EQ(RegQueryInfoKeyW(key.get(), nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr,
+                             nullptr, nullptr),
+            ERROR_ACCESS_DENIED);
 
   BecomeUser();
   EXPECT_EQ(Open(HKEY_LOCAL_MACHINE, u"SOFTWARE", KEY_READ, key), 0);
   EXPECT_EQ(Open(HKEY_LOCAL_MACHINE, u"SOFTWARE", KEY_READ | KEY_WRITE, other), ERROR_ACCESS_DENIED);
   EXPECT_EQ(other.get(), nullptr);
-  EXPECT_EQ(RegCreateKeyExW(key.get(), u"Mine", 0, nullptr, 0, KEY_READ, nullptr, other.put(), nullptr), ERROR_ACCESS_DENIED);
+  EXPECT_EQ(RegCreateKeyExW(key.get(), u"Mine", 0, nullptr, 0, KEY_READ, nullptr, other.put(), nullptr),
+            ERROR_ACCESS_DENIED);
   EXPECT_EQ(RegDeleteKeyW(key.get(), u"New"), ERROR_ACCESS_DENIED);
   EXPECT_EQ(SetNumber(HKEY_LOCAL_MACHINE, u"n", 1), ERROR_ACCESS_DENIED);
   // His own hive is his.
-  EXPECT_EQ(RegCreateKeyExW(HKEY_CURRENT_USER, u"Software\\Mine", 0, nullptr, 0, KEY_ALL_ACCESS, nullptr, other.put(), nullptr), 0);
+  EXPECT_EQ(RegCreateKeyExW(HKEY_CURRENT_USER, u"Software\\Mine", 0, nullptr, 0, KEY_ALL_ACCESS, nullptr, other.put(),
+                            nullptr),
+            0);
   EXPECT_EQ(SetNumber(other.get(), u"n", 1), 0);
 }
 
@@ -122,7 +130,9 @@ TEST_F(RegistryMachine, NewKeysInheritAndTakeTheCreatorsDescriptor) {
   const UniqueLocalMemory owner(descriptor);
   const SECURITY_ATTRIBUTES attributes{sizeof attributes, descriptor, FALSE};
   UniqueKey key;
-  ASSERT_EQ(RegCreateKeyExW(HKEY_LOCAL_MACHINE, u"SOFTWARE\\Closed", 0, nullptr, 0, KEY_ALL_ACCESS, &attributes, key.put(), nullptr), 0);
+  ASSERT_EQ(RegCreateKeyExW(HKEY_LOCAL_MACHINE, u"SOFTWARE\\Closed", 0, nullptr, 0, KEY_ALL_ACCESS, &attributes,
+                            key.put(), nullptr),
+            0);
   EXPECT_EQ(SetNumber(key.get(), u"n", 1), 0);  // the creator's handle has what he asked for
   EXPECT_EQ(Open(HKEY_LOCAL_MACHINE, u"SOFTWARE\\Closed", KEY_SET_VALUE, key), ERROR_ACCESS_DENIED);
   EXPECT_EQ(Open(HKEY_LOCAL_MACHINE, u"SOFTWARE\\Closed", KEY_READ, key), 0);
@@ -165,7 +175,8 @@ TEST_F(RegistryMachine, LoadingMakesAMissingHiveAndRefusesADamagedOne) {
   SetNumber(Create(HKEY_LOCAL_MACHINE, u"Fresh\\Key").get(), u"n", 1);
   EXPECT_EQ(RegUnLoadKeyW(HKEY_LOCAL_MACHINE, u"Fresh"), 0);
   {
-    const UniqueFile file(CreateFileW(u"D:\\fresh.dat", GENERIC_READ | GENERIC_WRITE, 0, nullptr, OPEN_EXISTING, 0, nullptr));
+    const UniqueFile file(
+        CreateFileW(u"D:\\fresh.dat", GENERIC_READ | GENERIC_WRITE, 0, nullptr, OPEN_EXISTING, 0, nullptr));
     const DWORD wrong = 0x12345678;
     DWORD done = 0;
     SetFilePointer(file.get(), 4096, nullptr, FILE_BEGIN);
@@ -196,14 +207,18 @@ TEST_F(RegistryMachine, StartsOnlyOnSoundHives) {
     const std::u16string path = std::u16string(u"\\Windows\\System32\\config\\") + hive;
     EXPECT_EQ(emulated::ReadWholeFile(volume, path, content), 0U);
     content[offset] ^= 1;
-    emulated::StoreLittleEndian(std::span(content), emulated::regf::kChecksum, emulated::regf::Checksum(content.data()));
+    emulated::StoreLittleEndian(std::span(content), emulated::regf::kChecksum,
+                                emulated::regf::Checksum(content.data()));
     EXPECT_EQ(emulated::WriteWholeFile(volume, path, content), 0U);
     std::string error;
     EXPECT_FALSE(broken.Boot(error));
     return error;
   };
-  EXPECT_NE(bootAfter(u"SOFTWARE", emulated::regf::kPrimarySequence).find("config\\SOFTWARE on the system volume is dirty"), std::string::npos);
-  EXPECT_NE(bootAfter(u"SYSTEM", emulated::regf::kBaseBlock + 1).find("config\\SYSTEM on the system volume is damaged"), std::string::npos);
+  EXPECT_NE(
+      bootAfter(u"SOFTWARE", emulated::regf::kPrimarySequence).find("config\\SOFTWARE on the system volume is dirty"),
+      std::string::npos);
+  EXPECT_NE(bootAfter(u"SYSTEM", emulated::regf::kBaseBlock + 1).find("config\\SYSTEM on the system volume is damaged"),
+            std::string::npos);
 }
 
 }  // namespace

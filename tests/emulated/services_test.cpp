@@ -11,11 +11,14 @@ namespace {
 using namespace win32;
 
 constexpr std::u16string_view kServices = u"HKLM\\SYSTEM\\CurrentControlSet\\Services\\";
-constexpr DWORD kDuplicateServiceName = 1078, kDependencyFailed = 1068, kDependencyDeleted = 1075, kDependentsRunning = 1051, kCircular = 1059;
+constexpr DWORD kDuplicateServiceName = 1078, kDependencyFailed = 1068, kDependencyDeleted = 1075,
+                kDependentsRunning = 1051, kCircular = 1059;
 
 class Services : public ::testing::Test {
  protected:
-  Services() : machine(test::InstalledMachine({.product = false})) { machine->services().Install(u"Probe", u"%SystemRoot%\\system32\\svchost.exe -k probe", SERVICE_DEMAND_START); }
+  Services() : machine(test::InstalledMachine({.product = false})) {
+    machine->services().Install(u"Probe", u"%SystemRoot%\\system32\\svchost.exe -k probe", SERVICE_DEMAND_START);
+  }
 
   emulated::ServiceManager& services() { return machine->services(); }
   UniqueService Open(const char16_t* name, DWORD access = SERVICE_ALL_ACCESS) {
@@ -24,10 +27,13 @@ class Services : public ::testing::Test {
     return UniqueService(OpenServiceW(manager.get(), name, access));
   }
   // 0 or the last error.
-  DWORD Start(const char16_t* name) { return StartServiceW(Open(name).get(), 0, nullptr) ? ERROR_SUCCESS : GetLastError(); }
+  DWORD Start(const char16_t* name) {
+    return StartServiceW(Open(name).get(), 0, nullptr) ? ERROR_SUCCESS : GetLastError();
+  }
   DWORD Stop(const char16_t* name, SERVICE_STATUS* status = nullptr) {
     SERVICE_STATUS ignored{};
-    return ControlService(Open(name).get(), SERVICE_CONTROL_STOP, status ? status : &ignored) ? ERROR_SUCCESS : GetLastError();
+    return ControlService(Open(name).get(), SERVICE_CONTROL_STOP, status ? status : &ignored) ? ERROR_SUCCESS
+                                                                                              : GetLastError();
   }
   DWORD State(const char16_t* name) {
     SERVICE_STATUS status{};
@@ -35,10 +41,14 @@ class Services : public ::testing::Test {
     return status.dwCurrentState;
   }
   DWORD ChangeStart(SC_HANDLE service, DWORD start) {
-    return ChangeServiceConfigW(service, SERVICE_NO_CHANGE, start, SERVICE_NO_CHANGE, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr) ? ERROR_SUCCESS : GetLastError();
+    return ChangeServiceConfigW(service, SERVICE_NO_CHANGE, start, SERVICE_NO_CHANGE, nullptr, nullptr, nullptr,
+                                nullptr, nullptr, nullptr, nullptr)
+               ? ERROR_SUCCESS
+               : GetLastError();
   }
   void DependOn(std::u16string_view service, std::u16string_view needed) {
-    machine->registry().Set(std::u16string(kServices) + std::u16string(service), u"DependOnService", REG_MULTI_SZ, emulated::RegistryMultiText({std::u16string(needed)}));
+    machine->registry().Set(std::u16string(kServices) + std::u16string(service), u"DependOnService", REG_MULTI_SZ,
+                            emulated::RegistryMultiText({std::u16string(needed)}));
   }
 
   std::unique_ptr<emulated::Machine> machine;
@@ -107,7 +117,9 @@ TEST_F(Services, ConfigurationComesInOneBuffer) {
   EXPECT_EQ(std::u16string(configuration->lpDependencies, 10), std::u16string(u"EventLog\0\0", 10));
   EXPECT_EQ(std::u16string(configuration->lpServiceStartName), u"LocalSystem");
   EXPECT_EQ(std::u16string(configuration->lpDisplayName), u"Probe");
-  for (const char16_t* const text : {configuration->lpBinaryPathName, configuration->lpLoadOrderGroup, configuration->lpDependencies, configuration->lpServiceStartName, configuration->lpDisplayName}) {
+  for (const char16_t* const text :
+       {configuration->lpBinaryPathName, configuration->lpLoadOrderGroup, configuration->lpDependencies,
+        configuration->lpServiceStartName, configuration->lpDisplayName}) {
     EXPECT_GE(reinterpret_cast<const BYTE*>(text), buffer + sizeof *configuration);
     EXPECT_LT(reinterpret_cast<const BYTE*>(text), buffer + needed);
   }
@@ -125,7 +137,10 @@ TEST_F(Services, ChangingLeavesTheRestAndIsCheckedFirst) {
   EXPECT_EQ(ChangeStart(service.get(), 0), ERROR_INVALID_PARAMETER);  // for drivers
   EXPECT_EQ(ChangeStart(service.get(), 5), ERROR_INVALID_PARAMETER);
   const auto rename = [&](const char16_t* displayName) {
-    return ChangeServiceConfigW(service.get(), SERVICE_NO_CHANGE, SERVICE_DISABLED, SERVICE_NO_CHANGE, u"C:\\new.exe", nullptr, nullptr, u"A\0+G\0B\0", nullptr, nullptr, displayName) ? ERROR_SUCCESS : GetLastError();
+    return ChangeServiceConfigW(service.get(), SERVICE_NO_CHANGE, SERVICE_DISABLED, SERVICE_NO_CHANGE, u"C:\\new.exe",
+                                nullptr, nullptr, u"A\0+G\0B\0", nullptr, nullptr, displayName)
+               ? ERROR_SUCCESS
+               : GetLastError();
   };
   EXPECT_EQ(rename(u"Themes"), kDuplicateServiceName);
   EXPECT_EQ(services().Configuration(u"Probe")->start, SERVICE_AUTO_START);

@@ -13,7 +13,8 @@ constexpr std::u16string_view kRootDescriptor = u"O:BAG:BAD:(A;OICI;FA;;;SY)(A;O
 
 void Attach(emulated::Machine& machine, const std::string& image, std::uint64_t megabytes, const std::string& label) {
   emulated::MountedVolume* mounted = nullptr;
-  if (machine.Attach(FreshNtfs(megabytes, label), image, &mounted) != 0) throw std::runtime_error(image + " does not mount");
+  if (machine.Attach(FreshNtfs(megabytes, label), image, &mounted) != 0)
+    throw std::runtime_error(image + " does not mount");
   const auto descriptor = emulated::DescriptorFromText(kRootDescriptor);
   if (!descriptor || mounted->volume->SetSecurity(mounted->volume->Root(), *descriptor) != 0)
     throw std::runtime_error("the root of " + image + " cannot be prepared");

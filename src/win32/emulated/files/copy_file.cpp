@@ -13,8 +13,9 @@ namespace {
 using win32::DWORD;
 
 constexpr std::size_t kPiece = 1024 * 1024;
-constexpr DWORD kCopiedAttributes = win32::FILE_ATTRIBUTE_READONLY | win32::FILE_ATTRIBUTE_HIDDEN | win32::FILE_ATTRIBUTE_SYSTEM |
-                                    win32::FILE_ATTRIBUTE_ARCHIVE | win32::FILE_ATTRIBUTE_TEMPORARY | win32::FILE_ATTRIBUTE_OFFLINE |
+constexpr DWORD kCopiedAttributes = win32::FILE_ATTRIBUTE_READONLY | win32::FILE_ATTRIBUTE_HIDDEN |
+                                    win32::FILE_ATTRIBUTE_SYSTEM | win32::FILE_ATTRIBUTE_ARCHIVE |
+                                    win32::FILE_ATTRIBUTE_TEMPORARY | win32::FILE_ATTRIBUTE_OFFLINE |
                                     win32::FILE_ATTRIBUTE_NOT_CONTENT_INDEXED;
 
 DWORD OpenSource(std::u16string_view path, bool linkItself, std::shared_ptr<FileObject>& source) {
@@ -99,7 +100,8 @@ DWORD CopyWholeFile(std::u16string_view from, std::u16string_view to, bool failI
   const bool isLink = linkItself && (info.attributes & win32::FILE_ATTRIBUTE_REPARSE_POINT);
   if (error == 0) error = isLink ? CopyLink(*source, *target) : CopyContent(*source, *target);
   Volume& volume = *target->volume->volume;
-  if (error == 0) error = volume.SetAttributes(target->file, (info.attributes & kCopiedAttributes) | win32::FILE_ATTRIBUTE_ARCHIVE);
+  if (error == 0)
+    error = volume.SetAttributes(target->file, (info.attributes & kCopiedAttributes) | win32::FILE_ATTRIBUTE_ARCHIVE);
   const FileTime now = Machine::Current().Now();
   if (error == 0) error = volume.SetTimes(target->file, {.lastWrite = info.lastWrite, .change = now});
   target->keepLastWrite = true;

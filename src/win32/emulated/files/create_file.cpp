@@ -37,8 +37,9 @@ FileTime FromFileTime(const win32::FILETIME& time) {
 
 namespace win32 {
 
-HANDLE CreateFileW(const char16_t* lpFileName, DWORD dwDesiredAccess, DWORD dwShareMode, SECURITY_ATTRIBUTES* lpSecurityAttributes,
-                   DWORD dwCreationDisposition, DWORD dwFlagsAndAttributes, HANDLE hTemplateFile) {
+HANDLE CreateFileW(const char16_t* lpFileName, DWORD dwDesiredAccess, DWORD dwShareMode,
+                   SECURITY_ATTRIBUTES* lpSecurityAttributes, DWORD dwCreationDisposition, DWORD dwFlagsAndAttributes,
+                   HANDLE hTemplateFile) {
   WIN32_CALL(lpFileName, dwDesiredAccess, dwShareMode, dwCreationDisposition, dwFlagsAndAttributes);
   if (call.Refused()) return INVALID_HANDLE_VALUE;
   const auto fail = [&](DWORD error) {
@@ -46,9 +47,12 @@ HANDLE CreateFileW(const char16_t* lpFileName, DWORD dwDesiredAccess, DWORD dwSh
     return call.Return(INVALID_HANDLE_VALUE);
   };
   if (!lpFileName) return fail(ERROR_PATH_NOT_FOUND);
-  if (hTemplateFile) return fail(ERROR_NOT_SUPPORTED);  // attributes taken over from another file: nothing here asks for it
-  if (dwCreationDisposition < CREATE_NEW || dwCreationDisposition > TRUNCATE_EXISTING) return fail(ERROR_INVALID_PARAMETER);
-  if (dwCreationDisposition == TRUNCATE_EXISTING && !(dwDesiredAccess & GENERIC_WRITE)) return fail(ERROR_INVALID_PARAMETER);
+  if (hTemplateFile)
+    return fail(ERROR_NOT_SUPPORTED);  // attributes taken over from another file: nothing here asks for it
+  if (dwCreationDisposition < CREATE_NEW || dwCreationDisposition > TRUNCATE_EXISTING)
+    return fail(ERROR_INVALID_PARAMETER);
+  if (dwCreationDisposition == TRUNCATE_EXISTING && !(dwDesiredAccess & GENERIC_WRITE))
+    return fail(ERROR_INVALID_PARAMETER);
   constexpr DWORD kAnyShare = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
   if (dwShareMode & ~kAnyShare) return fail(ERROR_INVALID_PARAMETER);
   std::optional<emulated::Bytes> creator;
@@ -67,7 +71,8 @@ HANDLE CreateFileW(const char16_t* lpFileName, DWORD dwDesiredAccess, DWORD dwSh
   std::shared_ptr<emulated::FileObject> object;
   bool existed = false;
   if (const DWORD error = emulated::Machine::Current().files().Open(request, object, &existed)) return fail(error);
-  if (dwCreationDisposition == CREATE_ALWAYS || dwCreationDisposition == OPEN_ALWAYS) emulated::SetLastError(existed ? ERROR_ALREADY_EXISTS : ERROR_SUCCESS);
+  if (dwCreationDisposition == CREATE_ALWAYS || dwCreationDisposition == OPEN_ALWAYS)
+    emulated::SetLastError(existed ? ERROR_ALREADY_EXISTS : ERROR_SUCCESS);
   const DWORD granted = object->granted;
   return call.Return(emulated::NewHandle(std::move(object), granted));
 }

@@ -32,7 +32,8 @@ DWORD ReadChange(const win32::FILETIME* given, bool& keep, TimeChange& change) {
   return 0;
 }
 
-DWORD SetTimes(FileObject& file, const win32::FILETIME* creation, const win32::FILETIME* access, const win32::FILETIME* write) {
+DWORD SetTimes(FileObject& file, const win32::FILETIME* creation, const win32::FILETIME* access,
+               const win32::FILETIME* write) {
   if (!(file.granted & win32::FILE_WRITE_ATTRIBUTES)) return win32::ERROR_ACCESS_DENIED;
   FileService& files = Machine::Current().files();
   bool keepCreation = false, keepAccess = file.keepLastAccess, keepWrite = file.keepLastWrite;
@@ -61,7 +62,9 @@ DWORD QueryAttributes(std::u16string_view path, DWORD& attributes) {
   }
   if (files.IsDeletePending(*location.volume, location.file)) return win32::ERROR_ACCESS_DENIED;
   DWORD granted = 0;
-  if (const DWORD error = files.Check(*location.volume, location.file, location.directory, win32::FILE_READ_ATTRIBUTES, true, granted)) return error;
+  if (const DWORD error =
+          files.Check(*location.volume, location.file, location.directory, win32::FILE_READ_ATTRIBUTES, true, granted))
+    return error;
   attributes = location.info.attributes;
   return 0;
 }
@@ -76,7 +79,8 @@ DWORD ChangeAttributes(std::u16string_view path, DWORD attributes) {
   std::shared_ptr<FileObject> file;
   if (const DWORD error = files.Open(request, file)) return error;
   if (file->isDirectory && (attributes & win32::FILE_ATTRIBUTE_TEMPORARY)) return win32::ERROR_INVALID_PARAMETER;
-  if (const DWORD error = file->volume->volume->SetAttributes(file->file, attributes & ~win32::FILE_ATTRIBUTE_NORMAL)) return error;
+  if (const DWORD error = file->volume->volume->SetAttributes(file->file, attributes & ~win32::FILE_ATTRIBUTE_NORMAL))
+    return error;
   return file->volume->volume->SetTimes(file->file, {.change = Machine::Current().Now()});
 }
 
@@ -115,7 +119,8 @@ BOOL GetFileTime(HANDLE hFile, FILETIME* lpCreationTime, FILETIME* lpLastAccessT
   return call.Done(0);
 }
 
-BOOL SetFileTime(HANDLE hFile, const FILETIME* lpCreationTime, const FILETIME* lpLastAccessTime, const FILETIME* lpLastWriteTime) {
+BOOL SetFileTime(HANDLE hFile, const FILETIME* lpCreationTime, const FILETIME* lpLastAccessTime,
+                 const FILETIME* lpLastWriteTime) {
   WIN32_CALL(hFile);
   if (call.Refused()) return FALSE;
   const auto file = emulated::FileOf(hFile);

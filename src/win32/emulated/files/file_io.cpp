@@ -54,17 +54,20 @@ DWORD SizeOf(const FileObject& file, std::uint64_t& size) {
 namespace win32 {
 
 // Asynchronous opens do not exist here, so neither do OVERLAPPED requests.
-BOOL ReadFile(HANDLE hFile, void* lpBuffer, DWORD nNumberOfBytesToRead, DWORD* lpNumberOfBytesRead, OVERLAPPED* lpOverlapped) {
+BOOL ReadFile(HANDLE hFile, void* lpBuffer, DWORD nNumberOfBytesToRead, DWORD* lpNumberOfBytesRead,
+              OVERLAPPED* lpOverlapped) {
   WIN32_CALL(hFile, nNumberOfBytesToRead);
   if (call.Refused()) return FALSE;
   if (lpOverlapped || !lpNumberOfBytesRead) return call.Done(ERROR_INVALID_PARAMETER);
   *lpNumberOfBytesRead = 0;
   const auto file = emulated::FileOf(hFile);
   if (!file) return call.Done(ERROR_INVALID_HANDLE);
-  return call.Done(emulated::Read(*file, {static_cast<std::uint8_t*>(lpBuffer), nNumberOfBytesToRead}, *lpNumberOfBytesRead));
+  return call.Done(
+      emulated::Read(*file, {static_cast<std::uint8_t*>(lpBuffer), nNumberOfBytesToRead}, *lpNumberOfBytesRead));
 }
 
-BOOL WriteFile(HANDLE hFile, const void* lpBuffer, DWORD nNumberOfBytesToWrite, DWORD* lpNumberOfBytesWritten, OVERLAPPED* lpOverlapped) {
+BOOL WriteFile(HANDLE hFile, const void* lpBuffer, DWORD nNumberOfBytesToWrite, DWORD* lpNumberOfBytesWritten,
+               OVERLAPPED* lpOverlapped) {
   WIN32_CALL(hFile, nNumberOfBytesToWrite);
   if (call.Refused()) return FALSE;
   if (lpOverlapped || !lpNumberOfBytesWritten) return call.Done(ERROR_INVALID_PARAMETER);
@@ -76,7 +79,8 @@ BOOL WriteFile(HANDLE hFile, const void* lpBuffer, DWORD nNumberOfBytesToWrite, 
   }
   const auto file = emulated::FileOf(hFile);
   if (!file) return call.Done(ERROR_INVALID_HANDLE);
-  return call.Done(emulated::Write(*file, {static_cast<const std::uint8_t*>(lpBuffer), nNumberOfBytesToWrite}, *lpNumberOfBytesWritten));
+  return call.Done(emulated::Write(*file, {static_cast<const std::uint8_t*>(lpBuffer), nNumberOfBytesToWrite},
+                                   *lpNumberOfBytesWritten));
 }
 
 // A directory's size is that of nothing: 0. A low half of all ones is told from a failure by the last error 0.
@@ -116,9 +120,12 @@ DWORD SetFilePointer(HANDLE hFile, LONG lDistanceToMove, LONG* lpDistanceToMoveH
   // With a high half the two are one signed number; without, the low half is signed by itself.
   std::int64_t distance = lDistanceToMove;
   if (lpDistanceToMoveHigh)
-    distance = static_cast<std::int64_t>((static_cast<std::uint64_t>(static_cast<std::uint32_t>(*lpDistanceToMoveHigh)) << 32) | static_cast<std::uint32_t>(lDistanceToMove));
+    distance = static_cast<std::int64_t>(
+        (static_cast<std::uint64_t>(static_cast<std::uint32_t>(*lpDistanceToMoveHigh)) << 32) |
+        static_cast<std::uint32_t>(lDistanceToMove));
   std::int64_t position = 0;
-  if (__builtin_add_overflow(static_cast<std::int64_t>(base), distance, &position)) return fail(ERROR_INVALID_PARAMETER);
+  if (__builtin_add_overflow(static_cast<std::int64_t>(base), distance, &position))
+    return fail(ERROR_INVALID_PARAMETER);
   if (position < 0) return fail(ERROR_NEGATIVE_SEEK);
   if (!lpDistanceToMoveHigh && position > std::int64_t{0xFFFFFFFE}) return fail(ERROR_INVALID_PARAMETER);
   file->position = static_cast<std::uint64_t>(position);

@@ -74,11 +74,14 @@ DWORD FileService::MarkForDeletion(FileObject& object) {
 }
 
 bool FileService::IsOpen(const MountedVolume& volume, FileId file) const {
-  return std::any_of(opens_.begin(), opens_.end(), [&](const FileObject* open) { return open->volume == &volume && open->file == file; });
+  return std::any_of(opens_.begin(), opens_.end(),
+                     [&](const FileObject* open) { return open->volume == &volume && open->file == file; });
 }
 
 bool FileService::IsDeletePending(const MountedVolume& volume, FileId file) const {
-  return std::any_of(opens_.begin(), opens_.end(), [&](const FileObject* open) { return open->deletePending && open->file == file && open->volume == &volume; });
+  return std::any_of(opens_.begin(), opens_.end(), [&](const FileObject* open) {
+    return open->deletePending && open->file == file && open->volume == &volume;
+  });
 }
 
 bool FileService::IsOpenBelow(const MountedVolume& volume, FileId directory) {
@@ -107,7 +110,9 @@ void FileService::NoteWrite(FileObject& object) {
   if (!object.keepChange) times.change = now;
   volume.SetTimes(object.file, times);
   FileInfo info;
-  if (volume.Stat(object.file, info) != 0 || (info.attributes & (win32::FILE_ATTRIBUTE_ARCHIVE | win32::FILE_ATTRIBUTE_DIRECTORY))) return;
+  if (volume.Stat(object.file, info) != 0 ||
+      (info.attributes & (win32::FILE_ATTRIBUTE_ARCHIVE | win32::FILE_ATTRIBUTE_DIRECTORY)))
+    return;
   volume.SetAttributes(object.file, (info.attributes & ~win32::FILE_ATTRIBUTE_NORMAL) | win32::FILE_ATTRIBUTE_ARCHIVE);
 }
 
@@ -118,10 +123,11 @@ void FileService::TouchDirectory(MountedVolume& volume, FileId directory) {
   volume.volume->SetTimes(directory, times);
 }
 
-void FileService::NoteRename(MountedVolume& volume, FileId file, FileId fromDirectory, std::u16string_view fromName, FileId toDirectory,
-                             std::u16string_view toName) {
+void FileService::NoteRename(MountedVolume& volume, FileId file, FileId fromDirectory, std::u16string_view fromName,
+                             FileId toDirectory, std::u16string_view toName) {
   for (FileObject* const open : opens_) {
-    if (open->volume != &volume || open->file != file || open->directory != fromDirectory || open->name != fromName) continue;
+    if (open->volume != &volume || open->file != file || open->directory != fromDirectory || open->name != fromName)
+      continue;
     open->directory = toDirectory;
     open->name = toName;
   }

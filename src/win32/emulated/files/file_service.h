@@ -18,12 +18,12 @@ namespace emulated {
 // Where a path leads, links followed as asked.
 struct Location {
   MountedVolume* volume = nullptr;
-  FileId directory = 0;   // the directory that holds the last component; 0 for the root itself
-  std::u16string name;    // the last component as it was asked for; empty for the root
-  FileId file = 0;        // 0: it does not exist (the directory does)
-  FileInfo info;          // of `file`
-  std::u16string stream;  // after a colon; empty for the unnamed stream
-  bool hasStream = false;         // a colon was there, be it for the unnamed stream
+  FileId directory = 0;    // the directory that holds the last component; 0 for the root itself
+  std::u16string name;     // the last component as it was asked for; empty for the root
+  FileId file = 0;         // 0: it does not exist (the directory does)
+  FileInfo info;           // of `file`
+  std::u16string stream;   // after a colon; empty for the unnamed stream
+  bool hasStream = false;  // a colon was there, be it for the unnamed stream
   bool trailingBackslash = false;
 };
 
@@ -66,12 +66,12 @@ struct OpenRequest {
   win32::DWORD access = 0;   // exactly this; CreateFileW's additional SYNCHRONIZE and FILE_READ_ATTRIBUTES are its own
   win32::DWORD share = 0;
   win32::DWORD disposition = win32::OPEN_EXISTING;
-  win32::DWORD flags = 0;       // FILE_FLAG_*
-  win32::DWORD attributes = 0;  // of a new file
+  win32::DWORD flags = 0;              // FILE_FLAG_*
+  win32::DWORD attributes = 0;         // of a new file
   std::optional<ByteView> descriptor;  // of a new file: the creator's, self-relative
   // Internal openers (the named-security functions, directory calls) say what they need beyond CreateFileW:
-  bool wantDirectory = false;   // 267 for a file
-  bool createDirectory = false; // a new item is a directory
+  bool wantDirectory = false;    // 267 for a file
+  bool createDirectory = false;  // a new item is a directory
 };
 
 class FileService {
@@ -85,14 +85,16 @@ class FileService {
   // CreateFileW without the handle. `existed` tells whether the file was there before.
   win32::DWORD Open(const OpenRequest& request, std::shared_ptr<FileObject>& object, bool* existed = nullptr);
   // Opens what is there at a place that has been resolved. `overwrite`: the open is going to replace the data.
-  win32::DWORD OpenAt(const Location& location, const OpenRequest& request, bool overwrite, std::shared_ptr<FileObject>& object);
+  win32::DWORD OpenAt(const Location& location, const OpenRequest& request, bool overwrite,
+                      std::shared_ptr<FileObject>& object);
   // Makes a file or directory at a resolved place that is free, and opens it.
   win32::DWORD CreateAt(const Location& location, const OpenRequest& request, std::shared_ptr<FileObject>& object);
   // Removes the name of the file that `object` is an open of, when its last open goes.
   win32::DWORD MarkForDeletion(FileObject& object);
 
   // May the effective token have `access` on a file? As for an open with backup semantics when `backupIntent`.
-  win32::DWORD Check(MountedVolume& volume, FileId file, FileId directory, win32::DWORD access, bool backupIntent, win32::DWORD& granted);
+  win32::DWORD Check(MountedVolume& volume, FileId file, FileId directory, win32::DWORD access, bool backupIntent,
+                     win32::DWORD& granted);
 
   // The path of a file within its volume (u"\\Users\\x"), through its first name.
   std::u16string PathInVolume(const MountedVolume& volume, FileId file);
@@ -111,17 +113,18 @@ class FileService {
   // An entry of the directory was made, removed or renamed.
   void TouchDirectory(MountedVolume& volume, FileId directory);
   // An open file has got another name.
-  void NoteRename(MountedVolume& volume, FileId file, FileId fromDirectory, std::u16string_view fromName, FileId toDirectory,
-                  std::u16string_view toName);
-  // Paths lead elsewhere from now on: a directory was renamed or removed, a reparse point or a drive letter came or went.
-  // Whoever changes those without the functions of win32/file.h must say so.
+  void NoteRename(MountedVolume& volume, FileId file, FileId fromDirectory, std::u16string_view fromName,
+                  FileId toDirectory, std::u16string_view toName);
+  // Paths lead elsewhere from now on: a directory was renamed or removed, a reparse point or a drive letter came or
+  // went. Whoever changes those without the functions of win32/file.h must say so.
   void ForgetPaths() { directories_.clear(); }
 
   // Carries out SYSTEM\...\Session Manager\PendingFileRenameOperations and deletes the value. Part of Boot.
   void CarryOutDelayedRenames();
 
   // Another process opens a file of this machine and keeps it open; null when it cannot. Scripted by tests and tools.
-  std::shared_ptr<FileObject> OpenForeign(win32::DWORD processId, std::u16string_view path, win32::DWORD access, win32::DWORD share);
+  std::shared_ptr<FileObject> OpenForeign(win32::DWORD processId, std::u16string_view path, win32::DWORD access,
+                                          win32::DWORD share);
   void CloseForeign(const std::shared_ptr<FileObject>& object);
 
   // Reading changes the last access time; off as on Windows since Vista (NtfsDisableLastAccessUpdate = 1).

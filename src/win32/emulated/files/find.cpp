@@ -57,7 +57,8 @@ DWORD FindObject::Next(win32::WIN32_FIND_DATAW& data) {
     for (const std::size_t end = std::min(entries_.size(), next_ + kReadAhead); next_ < end; ++next_) {
       const DirectoryEntry& entry = entries_[next_];
       FileInfo info;  // an entry that has gone meanwhile is not reported
-      if (directory_->volume->volume->Stat(entry.id, info) == 0) ahead_.push_back(FindData(entry.name, entry.shortName, info));
+      if (directory_->volume->volume->Stat(entry.id, info) == 0)
+        ahead_.push_back(FindData(entry.name, entry.shortName, info));
     }
   }
   data = ahead_[taken_++];
@@ -99,7 +100,8 @@ DWORD MatchingEntries(const FileObject& directory, const NamePattern& pattern, s
     if (pattern.Matches(u"..")) found.push_back({u"..", u"", parent});
   }
   for (DirectoryEntry& entry : all)
-    if (pattern.Matches(entry.name) || (!entry.shortName.empty() && pattern.Matches(entry.shortName))) found.push_back(std::move(entry));
+    if (pattern.Matches(entry.name) || (!entry.shortName.empty() && pattern.Matches(entry.shortName)))
+      found.push_back(std::move(entry));
   return 0;
 }
 
@@ -152,7 +154,8 @@ HANDLE FindFirstFileW(const char16_t* lpFileName, WIN32_FIND_DATAW* lpFindFileDa
   WIN32_CALL(lpFileName);
   if (call.Refused()) return INVALID_HANDLE_VALUE;
   std::shared_ptr<emulated::FindObject> search;
-  const DWORD error = lpFileName && lpFindFileData ? emulated::Find(lpFileName, search, *lpFindFileData) : ERROR_PATH_NOT_FOUND;
+  const DWORD error =
+      lpFileName && lpFindFileData ? emulated::Find(lpFileName, search, *lpFindFileData) : ERROR_PATH_NOT_FOUND;
   if (error != 0) {
     emulated::SetLastError(error);
     return call.Return(INVALID_HANDLE_VALUE);

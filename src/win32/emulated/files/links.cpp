@@ -32,7 +32,8 @@ DWORD MakeHardLink(std::u16string_view path, std::u16string_view existing) {
   if (place.directory == 0 || place.file != 0) return win32::ERROR_ALREADY_EXISTS;
   if (place.hasStream || place.trailingBackslash) return win32::ERROR_INVALID_NAME;
   DWORD granted = 0;
-  if (const DWORD error = files.Check(*place.volume, place.directory, 0, win32::FILE_WRITE_DATA, true, granted)) return error;
+  if (const DWORD error = files.Check(*place.volume, place.directory, 0, win32::FILE_WRITE_DATA, true, granted))
+    return error;
   if (const DWORD error = place.volume->volume->Link(file->file, place.directory, place.name)) return error;
   files.TouchDirectory(*place.volume, place.directory);
   return place.volume->volume->SetTimes(file->file, {.change = Machine::Current().Now()});
@@ -49,7 +50,8 @@ LinkNames NamesOf(std::u16string_view target) {
   const auto isAbsolute = target.size() >= 3 && target[1] == u':' && (target[2] == u'\\' || target[2] == u'/');
   if (IsLiteral(target)) return {u"\\??\\" + std::u16string(target.substr(4)), std::u16string(target), false};
   if (isAbsolute) return {u"\\??\\" + FullPath(target), std::u16string(target), false};
-  if (target.starts_with(u"\\\\")) return {u"\\??\\UNC\\" + std::u16string(target.substr(2)), std::u16string(target), false};
+  if (target.starts_with(u"\\\\"))
+    return {u"\\??\\UNC\\" + std::u16string(target.substr(2)), std::u16string(target), false};
   std::u16string relative(target);
   for (char16_t& unit : relative)
     if (unit == u'/') unit = u'\\';
@@ -95,10 +97,16 @@ DWORD FinalPath(const FileObject& file, DWORD flags, std::u16string& path) {
         return 0;
       }
       [[fallthrough]];  // the volume has no letter: its GUID name is the DOS name
-    case kVolumeNameGuid: path = file.volume->guidName.substr(0, file.volume->guidName.size() - 1) + path; return 0;
-    case kVolumeNameNt: path = file.volume->device + path; return 0;
-    case kVolumeNameNone: return 0;
-    default: return win32::ERROR_INVALID_PARAMETER;
+    case kVolumeNameGuid:
+      path = file.volume->guidName.substr(0, file.volume->guidName.size() - 1) + path;
+      return 0;
+    case kVolumeNameNt:
+      path = file.volume->device + path;
+      return 0;
+    case kVolumeNameNone:
+      return 0;
+    default:
+      return win32::ERROR_INVALID_PARAMETER;
   }
 }
 
@@ -107,7 +115,8 @@ DWORD FinalPath(const FileObject& file, DWORD flags, std::u16string& path) {
 win32::BOOLEAN CreateSymbolicLinkW(const char16_t* lpSymlinkFileName, const char16_t* lpTargetFileName, DWORD dwFlags) {
   WIN32_CALL(lpSymlinkFileName, lpTargetFileName, dwFlags);
   if (call.Refused()) return 0;
-  if (!lpSymlinkFileName || !lpTargetFileName) return static_cast<win32::BOOLEAN>(call.Done(win32::ERROR_PATH_NOT_FOUND));
+  if (!lpSymlinkFileName || !lpTargetFileName)
+    return static_cast<win32::BOOLEAN>(call.Done(win32::ERROR_PATH_NOT_FOUND));
   return static_cast<win32::BOOLEAN>(call.Done(MakeSymbolicLinkFile(lpSymlinkFileName, lpTargetFileName, dwFlags)));
 }
 
@@ -132,7 +141,8 @@ DWORD GetFinalPathNameByHandleW(win32::HANDLE hFile, char16_t* lpszFilePath, DWO
 
 namespace win32 {
 
-BOOL CreateHardLinkW(const char16_t* lpFileName, const char16_t* lpExistingFileName, SECURITY_ATTRIBUTES* lpSecurityAttributes) {
+BOOL CreateHardLinkW(const char16_t* lpFileName, const char16_t* lpExistingFileName,
+                     SECURITY_ATTRIBUTES* lpSecurityAttributes) {
   WIN32_CALL(lpFileName, lpExistingFileName);
   if (call.Refused()) return FALSE;
   if (lpSecurityAttributes) return call.Done(ERROR_INVALID_PARAMETER);

@@ -16,10 +16,12 @@ constexpr DWORD kAnyShare = win32::FILE_SHARE_READ | win32::FILE_SHARE_WRITE | w
 // Makes room for a file or directory that takes the place of a file: the file must be one that may be deleted.
 DWORD RemoveTarget(const Location& target) {
   FileService& files = Machine::Current().files();
-  if (target.info.attributes & (win32::FILE_ATTRIBUTE_DIRECTORY | win32::FILE_ATTRIBUTE_READONLY)) return win32::ERROR_ACCESS_DENIED;
+  if (target.info.attributes & (win32::FILE_ATTRIBUTE_DIRECTORY | win32::FILE_ATTRIBUTE_READONLY))
+    return win32::ERROR_ACCESS_DENIED;
   if (files.IsOpen(*target.volume, target.file)) return win32::ERROR_ACCESS_DENIED;
   DWORD granted = 0;
-  if (const DWORD error = files.Check(*target.volume, target.file, target.directory, win32::DELETE, true, granted)) return error;
+  if (const DWORD error = files.Check(*target.volume, target.file, target.directory, win32::DELETE, true, granted))
+    return error;
   return target.volume->volume->Unlink(target.directory, target.name);
 }
 
@@ -46,7 +48,8 @@ DWORD Rename(FileObject& source, const Location& target, bool replace) {
   if (source.isDirectory && !sameFile)
     if (const DWORD error = MayMoveDirectory(source, target)) return error;
   DWORD granted = 0;
-  const DWORD right = source.isDirectory ? win32::FILE_APPEND_DATA : win32::FILE_WRITE_DATA;  // FILE_ADD_SUBDIRECTORY, FILE_ADD_FILE
+  const DWORD right =
+      source.isDirectory ? win32::FILE_APPEND_DATA : win32::FILE_WRITE_DATA;  // FILE_ADD_SUBDIRECTORY, FILE_ADD_FILE
   if (const DWORD error = files.Check(*target.volume, target.directory, 0, right, true, granted)) return error;
   if (target.file != 0 && !sameFile)
     if (const DWORD error = RemoveTarget(target)) return error;
@@ -54,7 +57,8 @@ DWORD Rename(FileObject& source, const Location& target, bool replace) {
 
   const FileId fromDirectory = source.directory;
   const std::u16string fromName = source.name;
-  if (const DWORD error = target.volume->volume->Rename(fromDirectory, fromName, target.directory, target.name)) return error;
+  if (const DWORD error = target.volume->volume->Rename(fromDirectory, fromName, target.directory, target.name))
+    return error;
   files.NoteRename(*source.volume, source.file, fromDirectory, fromName, target.directory, target.name);
   files.TouchDirectory(*source.volume, fromDirectory);
   if (target.directory != fromDirectory) files.TouchDirectory(*target.volume, target.directory);
@@ -81,7 +85,8 @@ DWORD Move(std::u16string_view from, std::u16string_view to, DWORD flags) {
   if (source->isDirectory || !(flags & win32::MOVEFILE_COPY_ALLOWED)) return win32::ERROR_NOT_SAME_DEVICE;
   if (target.file != 0 && !replace) return win32::ERROR_ALREADY_EXISTS;
   if (const DWORD error = CopyWholeFile(from, to, !replace, true)) return error;
-  // The move has succeeded with the copy; a source that cannot go (it is read-only, say) is cleared of that and tried again.
+  // The move has succeeded with the copy; a source that cannot go (it is read-only, say) is cleared of that and tried
+  // again.
   FileInfo info;
   if (source->volume->volume->Stat(source->file, info) == 0 && (info.attributes & win32::FILE_ATTRIBUTE_READONLY))
     source->volume->volume->SetAttributes(source->file, info.attributes & ~DWORD{win32::FILE_ATTRIBUTE_READONLY});
@@ -99,7 +104,8 @@ BOOL MoveFileExW(const char16_t* lpExistingFileName, const char16_t* lpNewFileNa
   WIN32_CALL(lpExistingFileName, lpNewFileName, dwFlags);
   if (call.Refused()) return FALSE;
   if (!lpExistingFileName) return call.Done(ERROR_PATH_NOT_FOUND);
-  if (dwFlags & MOVEFILE_DELAY_UNTIL_REBOOT) return call.Done(emulated::RegisterDelayedRename(lpExistingFileName, lpNewFileName, dwFlags));
+  if (dwFlags & MOVEFILE_DELAY_UNTIL_REBOOT)
+    return call.Done(emulated::RegisterDelayedRename(lpExistingFileName, lpNewFileName, dwFlags));
   if (!lpNewFileName) return call.Done(ERROR_INVALID_PARAMETER);
   return call.Done(emulated::Move(lpExistingFileName, lpNewFileName, dwFlags));
 }
@@ -107,7 +113,8 @@ BOOL MoveFileExW(const char16_t* lpExistingFileName, const char16_t* lpNewFileNa
 BOOL MoveFileW(const char16_t* lpExistingFileName, const char16_t* lpNewFileName) {
   WIN32_CALL(lpExistingFileName, lpNewFileName);
   if (call.Refused()) return FALSE;
-  return MoveFileExW(lpExistingFileName, lpNewFileName, MOVEFILE_COPY_ALLOWED) ? call.Done(0) : call.Done(emulated::LastError());
+  return MoveFileExW(lpExistingFileName, lpNewFileName, MOVEFILE_COPY_ALLOWED) ? call.Done(0)
+                                                                               : call.Done(emulated::LastError());
 }
 
 }  // namespace win32

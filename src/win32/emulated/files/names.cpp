@@ -38,7 +38,8 @@ DWORD RemoveFile(std::u16string_view path) {
 }
 
 DWORD MakeDirectory(std::u16string_view path, const win32::SECURITY_ATTRIBUTES* security) {
-  if (!IsLiteral(path) && FullPath(path).size() >= win32::MAX_PATH - kRoomForShortName) return win32::ERROR_FILENAME_EXCED_RANGE;
+  if (!IsLiteral(path) && FullPath(path).size() >= win32::MAX_PATH - kRoomForShortName)
+    return win32::ERROR_FILENAME_EXCED_RANGE;
   std::optional<Bytes> creator;
   if (const DWORD error = CreatorDescriptor(security, creator)) return error;
   FileService& files = Machine::Current().files();
@@ -47,7 +48,8 @@ DWORD MakeDirectory(std::u16string_view path, const win32::SECURITY_ATTRIBUTES* 
   if (location.hasStream) return win32::ERROR_DIRECTORY;
   if (location.directory == 0) return win32::ERROR_ACCESS_DENIED;  // the root of a drive
   if (location.file != 0) {
-    return files.IsDeletePending(*location.volume, location.file) ? win32::ERROR_ACCESS_DENIED : win32::ERROR_ALREADY_EXISTS;
+    return files.IsDeletePending(*location.volume, location.file) ? win32::ERROR_ACCESS_DENIED
+                                                                  : win32::ERROR_ALREADY_EXISTS;
   }
   OpenRequest request;
   request.access = win32::FILE_READ_DATA | win32::SYNCHRONIZE;

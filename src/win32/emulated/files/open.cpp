@@ -15,8 +15,9 @@ constexpr DWORD kReading = win32::FILE_READ_DATA | win32::FILE_EXECUTE;
 constexpr DWORD kWriting = win32::FILE_WRITE_DATA | win32::FILE_APPEND_DATA;
 // What a read-only file denies to everybody.
 constexpr DWORD kDeniedByReadOnly = kWriting | win32::FILE_DELETE_CHILD;
-constexpr DWORD kSettable = win32::FILE_ATTRIBUTE_READONLY | win32::FILE_ATTRIBUTE_HIDDEN | win32::FILE_ATTRIBUTE_SYSTEM |
-                            win32::FILE_ATTRIBUTE_ARCHIVE | win32::FILE_ATTRIBUTE_TEMPORARY | win32::FILE_ATTRIBUTE_OFFLINE |
+constexpr DWORD kSettable = win32::FILE_ATTRIBUTE_READONLY | win32::FILE_ATTRIBUTE_HIDDEN |
+                            win32::FILE_ATTRIBUTE_SYSTEM | win32::FILE_ATTRIBUTE_ARCHIVE |
+                            win32::FILE_ATTRIBUTE_TEMPORARY | win32::FILE_ATTRIBUTE_OFFLINE |
                             win32::FILE_ATTRIBUTE_NOT_CONTENT_INDEXED;
 
 DWORD Mapped(DWORD access) {
@@ -24,30 +25,36 @@ DWORD Mapped(DWORD access) {
   if (access & win32::GENERIC_WRITE) access |= kFileMapping.GenericWrite;
   if (access & win32::GENERIC_EXECUTE) access |= kFileMapping.GenericExecute;
   if (access & (win32::GENERIC_ALL | win32::MAXIMUM_ALLOWED)) access |= kFileMapping.GenericAll;
-  return access & ~(win32::GENERIC_READ | win32::GENERIC_WRITE | win32::GENERIC_EXECUTE | win32::GENERIC_ALL | win32::MAXIMUM_ALLOWED);
+  return access & ~(win32::GENERIC_READ | win32::GENERIC_WRITE | win32::GENERIC_EXECUTE | win32::GENERIC_ALL |
+                    win32::MAXIMUM_ALLOWED);
 }
 
 bool HasBackupIntent(const OpenRequest& request) { return (request.flags & win32::FILE_FLAG_BACKUP_SEMANTICS) != 0; }
 
 bool EqualNames(const Volume& volume, std::u16string_view a, std::u16string_view b) {
-  return a.size() == b.size() &&
-         std::equal(a.begin(), a.end(), b.begin(), [&](char16_t x, char16_t y) { return x == y || volume.UpCase(x) == volume.UpCase(y); });
+  return a.size() == b.size() && std::equal(a.begin(), a.end(), b.begin(), [&](char16_t x, char16_t y) {
+           return x == y || volume.UpCase(x) == volume.UpCase(y);
+         });
 }
 
 // Do the rights that one open holds go with what another lets share?
 bool Excludes(DWORD access, DWORD share) {
-  return ((access & kReading) && !(share & win32::FILE_SHARE_READ)) || ((access & kWriting) && !(share & win32::FILE_SHARE_WRITE)) ||
+  return ((access & kReading) && !(share & win32::FILE_SHARE_READ)) ||
+         ((access & kWriting) && !(share & win32::FILE_SHARE_WRITE)) ||
          ((access & win32::DELETE) && !(share & win32::FILE_SHARE_DELETE));
 }
 
 bool CountsForSharing(DWORD access) { return (access & (kReading | kWriting | win32::DELETE)) != 0; }
 
 // The disposition that does not ask whether the file exists.
-bool Overwrites(DWORD disposition) { return disposition == win32::CREATE_ALWAYS || disposition == win32::TRUNCATE_EXISTING; }
+bool Overwrites(DWORD disposition) {
+  return disposition == win32::CREATE_ALWAYS || disposition == win32::TRUNCATE_EXISTING;
+}
 
 }  // namespace
 
-DWORD FileService::Check(MountedVolume& volume, FileId file, FileId directory, DWORD access, bool backupIntent, DWORD& granted) {
+DWORD FileService::Check(MountedVolume& volume, FileId file, FileId directory, DWORD access, bool backupIntent,
+                         DWORD& granted) {
   Bytes descriptor;
   if (const DWORD error = volume.volume->GetSecurity(file, descriptor)) return error;
   Token& token = machine_.EffectiveToken();
@@ -69,20 +76,26 @@ DWORD FileService::ShareConflict(const Location& location, DWORD access, DWORD s
   return 0;
 }
 
-DWORD FileService::OpenAt(const Location& location, const OpenRequest& request, bool overwrite, std::shared_ptr<FileObject>& object) {
+DWORD FileService::OpenAt(const Location& location, const OpenRequest& request, bool overwrite,
+                          std::shared_ptr<FileObject>& object) {
   const FileInfo& info = location.info;
   const bool isDirectory = (info.attributes & win32::FILE_ATTRIBUTE_DIRECTORY) && location.stream.empty();
-  const bool isReadOnly = !(info.attributes & win32::FILE_ATTRIBUTE_DIRECTORY) && (info.attributes & win32::FILE_ATTRIBUTE_READONLY);
+  const bool isReadOnly =
+      !(info.attributes & win32::FILE_ATTRIBUTE_DIRECTORY) && (info.attributes & win32::FILE_ATTRIBUTE_READONLY);
   DWORD access = request.access;
   if (request.flags & win32::FILE_FLAG_DELETE_ON_CLOSE) {
     access |= win32::DELETE;
     if (isReadOnly) return win32::ERROR_ACCESS_DENIED;
   }
-  const DWORD extra = overwrite ? win32::FILE_WRITE_DATA | win32::FILE_WRITE_ATTRIBUTES | win32::FILE_WRITE_EA : DWORD{0};
-  if (isReadOnly && !(access & win32::MAXIMUM_ALLOWED) && (Mapped(access | extra) & kDeniedByReadOnly)) return win32::ERROR_ACCESS_DENIED;
+  const DWORD extra =
+      overwrite ? win32::FILE_WRITE_DATA | win32::FILE_WRITE_ATTRIBUTES | win32::FILE_WRITE_EA : DWORD{0};
+  if (isReadOnly && !(access & win32::MAXIMUM_ALLOWED) && (Mapped(access | extra) & kDeniedByReadOnly))
+    return win32::ERROR_ACCESS_DENIED;
 
   auto opened = std::make_shared<FileObject>();
-  if (const DWORD error = Check(*location.volume, location.file, location.directory, access | extra, HasBackupIntent(request), opened->granted)) return error;
+  if (const DWORD error = Check(*location.volume, location.file, location.directory, access | extra,
+                                HasBackupIntent(request), opened->granted))
+    return error;
   if (isReadOnly) opened->granted &= ~kDeniedByReadOnly;
   if (const DWORD error = ShareConflict(location, opened->granted, request.share)) return error;
   if (extra != 0 && !(access & win32::MAXIMUM_ALLOWED)) opened->granted &= ~extra | Mapped(access);
@@ -92,7 +105,8 @@ DWORD FileService::OpenAt(const Location& location, const OpenRequest& request, 
   opened->directory = location.directory;
   if (location.directory != 0) {
     FileId same = 0;
-    if (const DWORD error = location.volume->volume->Lookup(location.directory, location.name, same, &opened->name)) return error;
+    if (const DWORD error = location.volume->volume->Lookup(location.directory, location.name, same, &opened->name))
+      return error;
   }
   opened->stream = location.stream;
   opened->isDirectory = isDirectory;
@@ -107,22 +121,28 @@ DWORD FileService::OpenAt(const Location& location, const OpenRequest& request, 
 DWORD FileService::CreateAt(const Location& location, const OpenRequest& request, std::shared_ptr<FileObject>& object) {
   if (request.access & win32::ACCESS_SYSTEM_SECURITY) {
     const Token& token = machine_.EffectiveToken();
-    const bool may = token.PrivilegeEnabled(u"SeSecurityPrivilege") || (HasBackupIntent(request) && token.PrivilegeEnabled(u"SeRestorePrivilege"));
+    const bool may = token.PrivilegeEnabled(u"SeSecurityPrivilege") ||
+                     (HasBackupIntent(request) && token.PrivilegeEnabled(u"SeRestorePrivilege"));
     if (!may) return win32::ERROR_PRIVILEGE_NOT_HELD;
   }
   Volume& volume = *location.volume->volume;
   DWORD granted = 0;
-  const DWORD right = request.createDirectory ? win32::FILE_APPEND_DATA : win32::FILE_WRITE_DATA;  // FILE_ADD_SUBDIRECTORY, FILE_ADD_FILE
-  if (const DWORD error = Check(*location.volume, location.directory, 0, right, HasBackupIntent(request), granted)) return error;
+  const DWORD right = request.createDirectory ? win32::FILE_APPEND_DATA
+                                              : win32::FILE_WRITE_DATA;  // FILE_ADD_SUBDIRECTORY, FILE_ADD_FILE
+  if (const DWORD error = Check(*location.volume, location.directory, 0, right, HasBackupIntent(request), granted))
+    return error;
   if (IsDeletePending(*location.volume, location.directory)) return win32::ERROR_ACCESS_DENIED;
 
   Bytes parent;
   if (const DWORD error = volume.GetSecurity(location.directory, parent)) return error;
-  const Bytes descriptor = NewObjectDescriptor(machine_.EffectiveToken(), ByteView(parent), request.descriptor, request.createDirectory, kFileMapping);
+  const Bytes descriptor = NewObjectDescriptor(machine_.EffectiveToken(), ByteView(parent), request.descriptor,
+                                               request.createDirectory, kFileMapping);
   DWORD attributes = request.attributes & kSettable;
   if (!request.createDirectory) attributes |= win32::FILE_ATTRIBUTE_ARCHIVE;
   FileId file = 0;
-  if (const DWORD error = volume.Create(location.directory, location.name, request.createDirectory, attributes, descriptor, machine_.Now(), file)) return error;
+  if (const DWORD error = volume.Create(location.directory, location.name, request.createDirectory, attributes,
+                                        descriptor, machine_.Now(), file))
+    return error;
   TouchDirectory(*location.volume, location.directory);
   if (!location.stream.empty())
     if (const DWORD error = volume.CreateStream(file, location.stream)) return error;
@@ -154,7 +174,9 @@ DWORD FileService::Overwrite(FileObject& object, const FileInfo& info, DWORD att
       if (!stream.name.empty())
         if (const DWORD error = volume.RemoveStream(object.file, stream.name)) return error;
     const DWORD kept = info.attributes & ~win32::FILE_ATTRIBUTE_NORMAL;
-    if (const DWORD error = volume.SetAttributes(object.file, (kept | attributes | win32::FILE_ATTRIBUTE_ARCHIVE) & kSettable)) return error;
+    if (const DWORD error =
+            volume.SetAttributes(object.file, (kept | attributes | win32::FILE_ATTRIBUTE_ARCHIVE) & kSettable))
+      return error;
   }
   if (const DWORD error = volume.SetStreamSize(object.file, object.stream, 0)) return error;
   NoteWrite(object);
@@ -167,7 +189,8 @@ DWORD FileService::Open(const OpenRequest& request, std::shared_ptr<FileObject>&
   const bool followLast = !(request.flags & win32::FILE_FLAG_OPEN_REPARSE_POINT);
   if (const DWORD error = Resolve(request.path, followLast, location)) return error;
   const bool mustBeNew = request.disposition == win32::CREATE_NEW;
-  const bool mayCreate = mustBeNew || request.disposition == win32::CREATE_ALWAYS || request.disposition == win32::OPEN_ALWAYS;
+  const bool mayCreate =
+      mustBeNew || request.disposition == win32::CREATE_ALWAYS || request.disposition == win32::OPEN_ALWAYS;
 
   if (location.file == 0) {
     if (!mayCreate) return win32::ERROR_FILE_NOT_FOUND;
@@ -175,7 +198,8 @@ DWORD FileService::Open(const OpenRequest& request, std::shared_ptr<FileObject>&
     return CreateAt(location, request, object);
   }
   const bool isDirectory = (location.info.attributes & win32::FILE_ATTRIBUTE_DIRECTORY) != 0;
-  if (isDirectory && location.hasStream && location.stream.empty()) return win32::ERROR_ACCESS_DENIED;  // a directory has no unnamed stream
+  if (isDirectory && location.hasStream && location.stream.empty())
+    return win32::ERROR_ACCESS_DENIED;  // a directory has no unnamed stream
   if (!location.stream.empty()) {
     std::uint64_t size = 0;
     const DWORD error = location.volume->volume->StreamSize(location.file, location.stream, size);
@@ -183,7 +207,9 @@ DWORD FileService::Open(const OpenRequest& request, std::shared_ptr<FileObject>&
     if (error != 0) {
       if (!mayCreate) return error;
       DWORD granted = 0;
-      if (const DWORD denied = Check(*location.volume, location.file, location.directory, win32::FILE_WRITE_DATA, HasBackupIntent(request), granted)) return denied;
+      if (const DWORD denied = Check(*location.volume, location.file, location.directory, win32::FILE_WRITE_DATA,
+                                     HasBackupIntent(request), granted))
+        return denied;
       if (const DWORD full = location.volume->volume->CreateStream(location.file, location.stream)) return full;
       return OpenAt(location, request, false, object);
     }
@@ -212,7 +238,8 @@ DWORD FileService::Open(const OpenRequest& request, std::shared_ptr<FileObject>&
   return error;
 }
 
-std::shared_ptr<FileObject> FileService::OpenForeign(DWORD processId, std::u16string_view path, DWORD access, DWORD share) {
+std::shared_ptr<FileObject> FileService::OpenForeign(DWORD processId, std::u16string_view path, DWORD access,
+                                                     DWORD share) {
   std::shared_ptr<FileObject> object;
   OpenRequest request;
   request.path = path;

@@ -66,7 +66,8 @@ class Normalizer {
       full_.resize(std::max<std::size_t>(cut, 3));
       return;
     }
-    if (component.size() >= 2 && component.back() == u'.' && component[component.size() - 2] != u'.') component.remove_suffix(1);
+    if (component.size() >= 2 && component.back() == u'.' && component[component.size() - 2] != u'.')
+      component.remove_suffix(1);
     if (full_.back() != u'\\') full_ += u'\\';
     full_ += component;
   }
@@ -130,7 +131,9 @@ win32::DWORD ParsePath(Machine& machine, std::u16string_view path, ParsedPath& p
   if (IsLiteral(path)) {
     path.remove_prefix(kWin32Prefix.size());
     // Without a backslash it is the device and not its root directory: no volume is opened raw here.
-    if (path.find(u'\\') == std::u16string_view::npos) return StartsWithAsciiNoCase(path, u"Volume{") || HasDrive(path) ? win32::ERROR_NOT_SUPPORTED : win32::ERROR_FILE_NOT_FOUND;
+    if (path.find(u'\\') == std::u16string_view::npos)
+      return StartsWithAsciiNoCase(path, u"Volume{") || HasDrive(path) ? win32::ERROR_NOT_SUPPORTED
+                                                                       : win32::ERROR_FILE_NOT_FOUND;
     return ParseObjectName(machine, path, parsed);
   }
   if (path.starts_with(kDevicePrefix)) {

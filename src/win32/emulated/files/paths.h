@@ -11,8 +11,8 @@ namespace emulated {
 
 struct ParsedPath {
   MountedVolume* volume = nullptr;
-  std::u16string text;                       // what `names` points into
-  std::vector<std::u16string_view> names;    // below the root, in order
+  std::u16string text;                     // what `names` points into
+  std::vector<std::u16string_view> names;  // below the root, in order
   bool trailingBackslash = false;
 };
 

@@ -10,9 +10,9 @@ using win32::DWORD;
 
 constexpr DWORD kMicrosoftBit = 0x80000000;
 constexpr DWORD kHighestReservedTag = 1;
-constexpr DWORD kRelativeLink = 1;                // SYMLINK_FLAG_RELATIVE
-constexpr std::size_t kMountPointNames = 16;      // where the names' buffer begins
-constexpr std::size_t kSymbolicLinkNames = 20;    // 4 bytes of flags come before it
+constexpr DWORD kRelativeLink = 1;              // SYMLINK_FLAG_RELATIVE
+constexpr std::size_t kMountPointNames = 16;    // where the names' buffer begins
+constexpr std::size_t kSymbolicLinkNames = 20;  // 4 bytes of flags come before it
 
 std::u16string TextAt(ByteView bytes, std::size_t offset, std::size_t length) {
   std::u16string text(length / sizeof(char16_t), u'\0');
@@ -37,7 +37,8 @@ DWORD ParseLink(ByteView reparse, LinkTarget& target) {
   const std::size_t names = isSymbolicLink ? kSymbolicLinkNames : kMountPointNames;
   const std::size_t end = kReparseHeader + LoadLittleEndian<std::uint16_t>(reparse, 4);
   if (end > reparse.size() || end < names) return win32::ERROR_INVALID_REPARSE_DATA;
-  const std::size_t offset = LoadLittleEndian<std::uint16_t>(reparse, 8), length = LoadLittleEndian<std::uint16_t>(reparse, 10);
+  const std::size_t offset = LoadLittleEndian<std::uint16_t>(reparse, 8),
+                    length = LoadLittleEndian<std::uint16_t>(reparse, 10);
   if (length % sizeof(char16_t) != 0 || offset + length > end - names) return win32::ERROR_INVALID_REPARSE_DATA;
   target.substituteName = TextAt(reparse, names + offset, length);
   target.relative = isSymbolicLink && (LoadLittleEndian<std::uint32_t>(reparse, 16) & kRelativeLink) != 0;
@@ -63,7 +64,8 @@ Bytes MakeSymbolicLink(std::u16string_view substituteName, std::u16string_view p
 }
 
 DWORD CheckReparseData(ByteView data) {
-  if (data.size() < kReparseHeader || data.size() > win32::MAXIMUM_REPARSE_DATA_BUFFER_SIZE) return win32::ERROR_INVALID_REPARSE_DATA;
+  if (data.size() < kReparseHeader || data.size() > win32::MAXIMUM_REPARSE_DATA_BUFFER_SIZE)
+    return win32::ERROR_INVALID_REPARSE_DATA;
   const auto tag = LoadLittleEndian<std::uint32_t>(data, 0);
   const std::size_t header = IsMicrosoftTag(tag) ? kReparseHeader : kReparseGuidHeader;
   if (data.size() != header + LoadLittleEndian<std::uint16_t>(data, 4)) return win32::ERROR_INVALID_REPARSE_DATA;

@@ -12,8 +12,8 @@ namespace {
 
 using win32::DWORD;
 
-constexpr std::size_t kGuidDataBuffer = 28;        // sizeof(REPARSE_GUID_DATA_BUFFER)
-constexpr DWORD kDirectoryTagBit = 0x10000000;     // a directory with this tag may have entries
+constexpr std::size_t kGuidDataBuffer = 28;     // sizeof(REPARSE_GUID_DATA_BUFFER)
+constexpr DWORD kDirectoryTagBit = 0x10000000;  // a directory with this tag may have entries
 constexpr DWORD kMayWrite = win32::FILE_WRITE_DATA | win32::FILE_WRITE_ATTRIBUTES;
 
 std::uint32_t TagOf(ByteView data) { return LoadLittleEndian<std::uint32_t>(data, 0); }
@@ -22,8 +22,10 @@ std::uint32_t TagOf(ByteView data) { return LoadLittleEndian<std::uint32_t>(data
 DWORD CompareOwners(ByteView present, ByteView given) {
   if (present.size() < kReparseHeader || TagOf(present) != TagOf(given)) return win32::ERROR_REPARSE_TAG_MISMATCH;
   if (IsMicrosoftTag(TagOf(given))) return 0;
-  if (present.size() < kReparseGuidHeader || given.size() < kReparseGuidHeader) return win32::ERROR_REPARSE_ATTRIBUTE_CONFLICT;
-  const bool same = std::equal(present.begin() + kReparseHeader, present.begin() + kReparseGuidHeader, given.begin() + kReparseHeader);
+  if (present.size() < kReparseGuidHeader || given.size() < kReparseGuidHeader)
+    return win32::ERROR_REPARSE_ATTRIBUTE_CONFLICT;
+  const bool same = std::equal(present.begin() + kReparseHeader, present.begin() + kReparseGuidHeader,
+                               given.begin() + kReparseHeader);
   return same ? 0 : DWORD{win32::ERROR_REPARSE_ATTRIBUTE_CONFLICT};
 }
 
@@ -52,7 +54,8 @@ DWORD SetReparsePoint(FileObject& file, ByteView data) {
   if (!(file.granted & kMayWrite)) return win32::ERROR_ACCESS_DENIED;
   if (const DWORD error = CheckReparseData(data)) return error;
   const DWORD tag = TagOf(data);
-  if (tag == win32::IO_REPARSE_TAG_SYMLINK && !Machine::Current().EffectiveToken().HasPrivilege(u"SeCreateSymbolicLinkPrivilege"))
+  if (tag == win32::IO_REPARSE_TAG_SYMLINK &&
+      !Machine::Current().EffectiveToken().HasPrivilege(u"SeCreateSymbolicLinkPrivilege"))
     return win32::ERROR_PRIVILEGE_NOT_HELD;
   Volume& volume = *file.volume->volume;
   Bytes present;
@@ -125,11 +128,20 @@ BOOL DeviceIoControl(HANDLE hDevice, DWORD dwIoControlCode, void* lpInBuffer, DW
   DWORD error = ERROR_INVALID_FUNCTION, returned = 0;
   bool answered = false;
   switch (dwIoControlCode) {
-    case FSCTL_SET_REPARSE_POINT: error = emulated::SetReparsePoint(*file, input); break;
-    case FSCTL_GET_REPARSE_POINT: error = emulated::GetReparsePoint(*file, output, returned, answered); break;
-    case FSCTL_DELETE_REPARSE_POINT: error = emulated::DeleteReparsePoint(*file, input); break;
-    case FSCTL_SET_SPARSE: error = emulated::SetSparse(*file, input); break;
-    default: break;
+    case FSCTL_SET_REPARSE_POINT:
+      error = emulated::SetReparsePoint(*file, input);
+      break;
+    case FSCTL_GET_REPARSE_POINT:
+      error = emulated::GetReparsePoint(*file, output, returned, answered);
+      break;
+    case FSCTL_DELETE_REPARSE_POINT:
+      error = emulated::DeleteReparsePoint(*file, input);
+      break;
+    case FSCTL_SET_SPARSE:
+      error = emulated::SetSparse(*file, input);
+      break;
+    default:
+      break;
   }
   if (lpBytesReturned && (answered || error == 0)) *lpBytesReturned = returned;
   return call.Done(error);

@@ -29,7 +29,8 @@ DWORD SplitStream(std::u16string_view& name, Location& location) {
   } else if (stream.empty()) {
     return win32::ERROR_INVALID_NAME;
   }
-  if (!stream.empty() && !IsLegalComponent(stream) && stream != u"." && stream != u"..") return win32::ERROR_INVALID_NAME;
+  if (!stream.empty() && !IsLegalComponent(stream) && stream != u"." && stream != u"..")
+    return win32::ERROR_INVALID_NAME;
   location.stream = stream;
   location.hasStream = true;
   return 0;
@@ -65,7 +66,7 @@ class Walk {
   FileId current_ = 0;
   std::vector<std::u16string_view> left_;  // the next one last
   std::vector<Step> done_;
-  std::deque<ParsedPath> targets_;         // what names of link targets point into
+  std::deque<ParsedPath> targets_;  // what names of link targets point into
   std::deque<std::u16string> texts_;
   int links_ = 0;
   bool throughMountPoint_ = false;  // the last name is a junction's target
@@ -128,7 +129,9 @@ DWORD Walk::Follow(FileId link) {
   constexpr std::u16string_view kObjects = u"\\??\\";
   if (!target.substituteName.starts_with(kObjects)) return win32::ERROR_INVALID_NAME;
   ParsedPath& path = targets_.emplace_back();
-  if (const DWORD error = ParseObjectName(machine_, std::u16string_view(target.substituteName).substr(kObjects.size()), path)) return error;
+  if (const DWORD error =
+          ParseObjectName(machine_, std::u16string_view(target.substituteName).substr(kObjects.size()), path))
+    return error;
   StartAt(path);
   return 0;
 }
@@ -199,7 +202,8 @@ bool FileService::FindKnownDirectory(std::u16string_view path, Location& locatio
 DWORD FileService::Resolve(std::u16string_view path, bool followLast, Location& location) {
   location = {};
   if (FindKnownDirectory(path, location)) {
-    if (location.file == 0 || !followLast || !(location.info.attributes & win32::FILE_ATTRIBUTE_REPARSE_POINT)) return 0;
+    if (location.file == 0 || !followLast || !(location.info.attributes & win32::FILE_ATTRIBUTE_REPARSE_POINT))
+      return 0;
     location = {};
   }
   ParsedPath parsed;
@@ -211,11 +215,14 @@ DWORD FileService::Resolve(std::u16string_view path, bool followLast, Location& 
   }
   Walk walk(machine_, parsed);
   if (const DWORD error = walk.Go(followLast, location)) return error;
-  if (location.file != 0 && parsed.trailingBackslash && !(location.info.attributes & win32::FILE_ATTRIBUTE_DIRECTORY)) return win32::ERROR_INVALID_NAME;
+  if (location.file != 0 && parsed.trailingBackslash && !(location.info.attributes & win32::FILE_ATTRIBUTE_DIRECTORY))
+    return win32::ERROR_INVALID_NAME;
   const std::u16string_view name = PlainLastName(path);
-  if (!name.empty() && walk.firstDirectory() != 0 && !location.hasStream && location.directory == walk.firstDirectory()) {
+  if (!name.empty() && walk.firstDirectory() != 0 && !location.hasStream &&
+      location.directory == walk.firstDirectory()) {
     if (directories_.size() >= kMostKnownDirectories) directories_.clear();
-    directories_.insert_or_assign(std::u16string(path.substr(0, path.size() - name.size())), DirectoryPlace{location.volume, location.directory});
+    directories_.insert_or_assign(std::u16string(path.substr(0, path.size() - name.size())),
+                                  DirectoryPlace{location.volume, location.directory});
   }
   return 0;
 }

@@ -46,6 +46,8 @@ bool EndsWithSeparator(std::u16string_view path) {
   return !path.empty() && (path.back() == u'\\' || path.back() == u'/');
 }
 
+bool IsLetter(char16_t unit) { return (unit >= u'A' && unit <= u'Z') || (unit >= u'a' && unit <= u'z'); }
+
 std::u16string WithoutEndSeparator(std::u16string_view path) {
   while (path.size() > 1 && EndsWithSeparator(path)) path.remove_suffix(1);
   return std::u16string(path);
@@ -153,17 +155,28 @@ DWORD MountFolders(const MountedVolume& volume, std::vector<std::u16string>& pat
   return 0;
 }
 
+// The root that a path begins with, in the path's own form: C:\ (its letter in upper case), \\?\C:\, a volume name.
+DWORD FirstRoot(std::u16string_view given, std::u16string& path, std::u16string& root) {
+  path = FullPath(given);
+  if (path.starts_with(u"\\??\\")) path = u"C:\\";  // no name of Win32's: a path of the current drive
+  if (given.size() > 1 && given[1] == u':' && !IsLetter(given[0])) return win32::ERROR_FILE_NOT_FOUND;
+  const bool literal = path.starts_with(u"\\\\?\\");
+  if (!literal && given.starts_with(u"\\\\")) return win32::ERROR_INVALID_NAME;  // there is no network
+  const std::u16string_view text = path;
+  root = IsVolumeName(text.substr(0, 49)) ? text.substr(0, 49) : text.substr(0, literal ? 7 : 3);
+  if (!literal && root[0] >= u'a' && root[0] <= u'z') path[0] = root[0] = static_cast<char16_t>(root[0] - 32);
+  bool isRoot = false;
+  if (!EndsWithSeparator(root)) root += u'\\';
+  const MountedVolume* const volume = VolumeOfRoot(root, &isRoot);
+  return volume ? 0 : isRoot ? DWORD{win32::ERROR_FILE_NOT_FOUND} : DWORD{win32::ERROR_INVALID_NAME};
+}
+
 // Where the volume of a path begins, as the path has it; the part that is not there is left off first. A junction or a
 // symbolic link on the way leads to the volume of its target.
 DWORD VolumePath(std::u16string_view given, std::u16string& root) {
-  if (given.starts_with(u"\\\\") && !IsLiteral(given)) return win32::ERROR_BAD_NETPATH;
-  const std::u16string path = FullPath(given);
-  const bool literal = path.starts_with(u"\\\\?\\");
-  const std::size_t drive = literal ? 4 : 0;
-  const std::size_t length = IsVolumeName(std::u16string_view(path).substr(0, 49)) ? 49 : drive + 3;
-  std::u16string start = path.substr(0, length);
-  if (!EndsWithSeparator(start)) start += u'\\';
-  if (!VolumeOfRoot(start)) return win32::ERROR_FILE_NOT_FOUND;
+  std::u16string path;
+  if (const DWORD error = FirstRoot(given, path, root)) return error;
+  const std::size_t length = root.size();
   for (std::u16string at = WithoutEndSeparator(path); at.size() > length;
        at = WithoutEndSeparator(at.substr(0, at.rfind(u'\\')))) {
     MountedVolume* mounted = nullptr;
@@ -173,7 +186,7 @@ DWORD VolumePath(std::u16string_view given, std::u16string& root) {
     if (error == win32::ERROR_INVALID_PARAMETER && Machine::Current().files().Resolve(at, true, target) == 0)
       return root = RootPath(*target.volume), 0;
   }
-  return root = start, 0;
+  return 0;
 }
 
 }  // namespace
@@ -228,9 +241,10 @@ BOOL GetVolumePathNameW(const char16_t* lpszFileName, char16_t* lpszVolumePathNa
   WIN32_CALL(lpszFileName, cchBufferLength);
   if (call.Refused()) return FALSE;
   if (!lpszFileName || !lpszVolumePathName || cchBufferLength == 0) return call.Done(ERROR_INVALID_PARAMETER);
-  if (!*lpszFileName) return call.Done(ERROR_INVALID_NAME);
+  if (!*lpszFileName) return call.Done(ERROR_INVALID_PARAMETER);
   std::u16string root;
   if (const DWORD error = VolumePath(lpszFileName, root)) return call.Done(error);
+  if (cchBufferLength == root.size()) root.pop_back();  // the backslash is left out when it alone has no room
   if (cchBufferLength <= root.size()) return call.Done(ERROR_FILENAME_EXCED_RANGE);
   root.copy(lpszVolumePathName, root.size());
   lpszVolumePathName[root.size()] = 0;

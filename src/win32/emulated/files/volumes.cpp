@@ -130,7 +130,9 @@ BOOL GetVolumeInformationW(const char16_t* lpRootPathName, char16_t* lpVolumeNam
                            char16_t* lpFileSystemNameBuffer, DWORD nFileSystemNameSize) {
   WIN32_CALL(lpRootPathName, nVolumeNameSize, nFileSystemNameSize);
   if (call.Refused()) return FALSE;
-  const std::u16string_view given = lpRootPathName ? lpRootPathName : u"C:\\";
+  std::u16string given = lpRootPathName ? lpRootPathName : u"C:\\";
+  if (given.starts_with(u"\\\\.\\")) given.erase(0, 4);
+  if (given.size() == 2 && given[1] == u':') given += u'\\';  // the drive's current directory, which is its root
   if (given.empty() || (given.back() != u'\\' && given.back() != u'/')) return call.Done(ERROR_INVALID_NAME);
   MountedVolume* volume = nullptr;
   if (const DWORD error = VolumeAtRoot(FullPath(given), volume)) return call.Done(error);

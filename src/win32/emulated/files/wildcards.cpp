@@ -18,10 +18,14 @@ std::u16string ToExpression(std::u16string_view pattern) {
   for (std::size_t at = 0; at < pattern.size(); ++at) {
     const char16_t unit = pattern[at];
     const char16_t next = at + 1 < pattern.size() ? pattern[at + 1] : u'\0';
-    if (unit == u'?') expression += kDosQuestion;
-    else if (unit == u'.' && (next == u'?' || next == u'*')) expression += kDosDot;
-    else if (unit == u'*' && next == u'.' && at + 2 == pattern.size()) return expression + kDosStar;
-    else expression += unit;
+    if (unit == u'?')
+      expression += kDosQuestion;
+    else if (unit == u'.' && (next == u'?' || next == u'*'))
+      expression += kDosDot;
+    else if (unit == u'*' && next == u'.' && at + 2 == pattern.size())
+      return expression + kDosStar;
+    else
+      expression += unit;
   }
   return expression;
 }
@@ -38,14 +42,17 @@ NamePattern::NamePattern(std::u16string_view pattern, const Volume& volume) : vo
 bool NamePattern::Matches(std::u16string_view name) const {
   if (expression_ == u"*") return true;
   // "." and ".." are no names with an extension.
-  const std::size_t end = expression_.size(), lastDot = name == u"." || name == u".." ? std::u16string_view::npos : name.rfind(u'.');
+  const std::size_t end = expression_.size(),
+                    lastDot = name == u"." || name == u".." ? std::u16string_view::npos : name.rfind(u'.');
   std::vector<bool> now(end + 1), next(end + 1);
   // What can be passed over without a unit of the name; `atEnd`: none is left.
   const auto spread = [&](std::vector<bool>& places, bool beforeDot, bool atEnd) {
     for (std::size_t at = 0; at < end; ++at) {
       if (!places[at]) continue;
       const char16_t unit = expression_[at];
-      if (unit == u'*' || unit == kDosStar || (unit == kDosQuestion && (beforeDot || atEnd)) || (unit == kDosDot && atEnd)) places[at + 1] = true;
+      if (unit == u'*' || unit == kDosStar || (unit == kDosQuestion && (beforeDot || atEnd)) ||
+          (unit == kDosDot && atEnd))
+        places[at + 1] = true;
     }
   };
   now[0] = true;
@@ -56,9 +63,13 @@ bool NamePattern::Matches(std::u16string_view name) const {
     for (std::size_t at = 0; at < end; ++at) {
       if (!now[at]) continue;
       const char16_t expected = expression_[at];
-      if (expected == u'*') next[at] = true;
-      else if (expected == kDosStar) next[at] = next[at] || unit != u'.' || i != lastDot;
-      else if (expected == u'?' || (expected == kDosQuestion && unit != u'.') || (expected == kDosDot && unit == u'.') || expected == unit) next[at + 1] = true;
+      if (expected == u'*')
+        next[at] = true;
+      else if (expected == kDosStar)
+        next[at] = next[at] || unit != u'.' || i != lastDot;
+      else if (expected == u'?' || (expected == kDosQuestion && unit != u'.') ||
+               (expected == kDosDot && unit == u'.') || expected == unit)
+        next[at + 1] = true;
     }
     now.swap(next);
   }

@@ -11,14 +11,16 @@ namespace {
 
 char16_t SimpleUpper(char16_t unit) {
   const auto in = [unit](unsigned first, unsigned last) { return unit >= first && unit <= last; };
-  if (in('a', 'z') || (in(0xE0, 0xFE) && unit != 0xF7) || in(0x3B1, 0x3C1) || in(0x3C3, 0x3CB) || in(0x430, 0x44F)) return static_cast<char16_t>(unit - 32);
+  if (in('a', 'z') || (in(0xE0, 0xFE) && unit != 0xF7) || in(0x3B1, 0x3C1) || in(0x3C3, 0x3CB) || in(0x430, 0x44F))
+    return static_cast<char16_t>(unit - 32);
   if (in(0x450, 0x45F)) return static_cast<char16_t>(unit - 80);
   return unit == 0xFF ? u'\x178' : unit;
 }
 
 auto ChildPlace(const HiveKey& key, std::u16string_view upperName) {
-  return std::lower_bound(key.children.begin(), key.children.end(), upperName,
-                          [](const std::shared_ptr<HiveKey>& child, std::u16string_view name) { return child->upperName < name; });
+  return std::lower_bound(
+      key.children.begin(), key.children.end(), upperName,
+      [](const std::shared_ptr<HiveKey>& child, std::u16string_view name) { return child->upperName < name; });
 }
 
 void Detach(HiveKey& key) {
@@ -92,13 +94,15 @@ std::shared_ptr<HiveKey> HiveKey::Child(std::u16string_view upper) const {
 RegistryValue* HiveKey::Value(std::u16string_view valueName, const UpCase& upCase) {
   for (RegistryValue& value : values) {
     if (value.name.size() == valueName.size() &&
-        std::equal(value.name.begin(), value.name.end(), valueName.begin(), [&](char16_t a, char16_t b) { return upCase(a) == upCase(b); }))
+        std::equal(value.name.begin(), value.name.end(), valueName.begin(),
+                   [&](char16_t a, char16_t b) { return upCase(a) == upCase(b); }))
       return &value;
   }
   return nullptr;
 }
 
-std::shared_ptr<HiveKey> Hive::AddKey(HiveKey& parent, std::u16string_view name, std::shared_ptr<const Bytes> security, bool isVolatile, FileTime now) {
+std::shared_ptr<HiveKey> Hive::AddKey(HiveKey& parent, std::u16string_view name, std::shared_ptr<const Bytes> security,
+                                      bool isVolatile, FileTime now) {
   auto key = std::make_shared<HiveKey>();
   key->name = name;
   key->upperName = (*upCase)(name);

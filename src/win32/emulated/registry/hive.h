@@ -51,7 +51,8 @@ inline constexpr std::size_t kLongestValueName = 16383;
 inline constexpr unsigned kDeepestKey = 512;
 
 // Flags of a key node.
-inline constexpr std::uint16_t kKeyVolatile = 0x01, kKeyHiveEntry = 0x04, kKeyNoDelete = 0x08, kKeySymbolicLink = 0x10, kKeyCompressedName = 0x20;
+inline constexpr std::uint16_t kKeyVolatile = 0x01, kKeyHiveEntry = 0x04, kKeyNoDelete = 0x08, kKeySymbolicLink = 0x10,
+                               kKeyCompressedName = 0x20;
 
 struct HiveKey {
   std::u16string name;
@@ -61,8 +62,8 @@ struct HiveKey {
   std::uint8_t virtualization = 0;  // kept: user and virtualization flags
   FileTime lastWrite = 0;
   std::u16string className;
-  std::shared_ptr<const Bytes> security;  // a self-relative descriptor; keys with equal ones may share it
-  std::vector<RegistryValue> values;      // in the order they were set
+  std::shared_ptr<const Bytes> security;           // a self-relative descriptor; keys with equal ones may share it
+  std::vector<RegistryValue> values;               // in the order they were set
   std::vector<std::shared_ptr<HiveKey>> children;  // by upperName
   HiveKey* parent = nullptr;
   Hive* hive = nullptr;           // null once the key is deleted or its hive unloaded
@@ -85,7 +86,8 @@ struct Hive {
   bool dirty = false;
 
   // Adds a key without values; the name must be free. The descriptor is the caller's to choose.
-  std::shared_ptr<HiveKey> AddKey(HiveKey& parent, std::u16string_view name, std::shared_ptr<const Bytes> security, bool isVolatile, FileTime now);
+  std::shared_ptr<HiveKey> AddKey(HiveKey& parent, std::u16string_view name, std::shared_ptr<const Bytes> security,
+                                  bool isVolatile, FileTime now);
   // Takes a key with all below it out of the tree; whoever still holds one of them sees that it is deleted.
   void RemoveKey(HiveKey& key, FileTime now);
   // The key's values or children have changed: time stamps and the need to write.
@@ -95,12 +97,14 @@ struct Hive {
 };
 
 // Reads a hive file. Null and one line in `error` for a file that is damaged in any way, is dirty (its two sequence
-// numbers differ: changes are in log files that nobody replays here) or is of a version that is not known (1.3 to 1.6 are).
+// numbers differ: changes are in log files that nobody replays here) or is of a version that is not known (1.3 to 1.6
+// are).
 std::shared_ptr<Hive> ReadHive(ByteView file, std::shared_ptr<const UpCase> upCase, std::string& error);
 // The hive as a file; volatile keys are left out. The base block's sequence numbers go on.
 Bytes WriteHive(const Hive& hive, FileTime now);
 // An empty hive whose root has this name.
-std::shared_ptr<Hive> NewHive(std::u16string_view rootName, std::shared_ptr<const Bytes> security, std::shared_ptr<const UpCase> upCase, FileTime now);
+std::shared_ptr<Hive> NewHive(std::u16string_view rootName, std::shared_ptr<const Bytes> security,
+                              std::shared_ptr<const UpCase> upCase, FileTime now);
 
 // The hash of an lh list: 37 * hash + upper-case unit.
 std::uint32_t NameHash(std::u16string_view upperName);

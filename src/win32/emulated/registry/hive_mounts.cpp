@@ -76,7 +76,8 @@ DWORD Registry::WriteMount(Mount& mount) {
   const Bytes content = WriteHive(*mount.hive, now);
   if (const DWORD error = volume.Write(file, mount.file->stream, 0, content)) return error;
   if (const DWORD error = volume.SetStreamSize(file, mount.file->stream, content.size())) return error;
-  mount.hive->baseBlock.assign(content.begin(), content.begin() + static_cast<std::ptrdiff_t>(mount.hive->baseBlock.size()));
+  mount.hive->baseBlock.assign(content.begin(),
+                               content.begin() + static_cast<std::ptrdiff_t>(mount.hive->baseBlock.size()));
   mount.hive->dirty = false;
   FileTimes times;
   times.lastWrite = times.change = now;
@@ -106,7 +107,8 @@ DWORD Registry::CheckMountPoint(std::u16string_view mountPath, std::shared_ptr<H
     root = state_->usersRoot;
     name = mountPath.substr(4);
   }
-  if (!root || name.empty() || name.size() > kLongestKeyName || name.find(u'\\') != name.npos) return win32::ERROR_INVALID_PARAMETER;
+  if (!root || name.empty() || name.size() > kLongestKeyName || name.find(u'\\') != name.npos)
+    return win32::ERROR_INVALID_PARAMETER;
   return win32::ERROR_SUCCESS;
 }
 
@@ -133,7 +135,8 @@ DWORD Registry::UnloadHive(std::u16string_view mountPath) {
   if (const DWORD error = CheckMountPoint(mountPath, root, name)) return error;
   const auto point = root->Child(upCase()(name));
   if (!point) return win32::ERROR_FILE_NOT_FOUND;
-  const auto mount = std::find_if(state_->mounts.begin(), state_->mounts.end(), [&](const Mount& candidate) { return candidate.point == point.get(); });
+  const auto mount = std::find_if(state_->mounts.begin(), state_->mounts.end(),
+                                  [&](const Mount& candidate) { return candidate.point == point.get(); });
   if (mount == state_->mounts.end()) return win32::ERROR_INVALID_PARAMETER;
   const auto& handles = state_->machine.objects.all();
   const bool inUse = std::any_of(handles.begin(), handles.end(), [&](const auto& entry) {
@@ -158,16 +161,20 @@ void Registry::MountEmpty(std::u16string_view mountPath) {
   Attach(*root, name, std::move(mount));
 }
 
-bool Registry::LoadSystemHive(std::u16string_view name, std::u16string_view mountPath, bool needed, std::string& error) {
+bool Registry::LoadSystemHive(std::u16string_view name, std::u16string_view mountPath, bool needed,
+                              std::string& error) {
   const std::u16string path = u"\\Windows\\System32\\config\\" + std::u16string(name);
   const MountedVolume& volume = *state_->machine.SystemVolume();
   FileId id = 0;
   const DWORD missing = volume.volume->LookupPath(path, id);
-  if (missing != 0 && !needed && (missing == win32::ERROR_FILE_NOT_FOUND || missing == win32::ERROR_PATH_NOT_FOUND)) return true;
+  if (missing != 0 && !needed && (missing == win32::ERROR_FILE_NOT_FOUND || missing == win32::ERROR_PATH_NOT_FOUND))
+    return true;
   Mount mount;
   std::string why;
   DWORD code = missing;
-  if (code == 0) code = OpenHiveFile(volume.letter != 0 ? volume.letter + (u":" + path) : volume.guidName + path.substr(1), false, mount);
+  if (code == 0)
+    code = OpenHiveFile(volume.letter != 0 ? volume.letter + (u":" + path) : volume.guidName + path.substr(1), false,
+                        mount);
   if (code == 0) code = ReadMount(mount, name, false, why);
   if (code != 0) {
     Release(mount);
@@ -189,8 +196,10 @@ bool Registry::LoadSystemHives(std::string& error) {
     error = "the machine has no system volume to read the registry from";
     return false;
   }
-  const bool loaded = LoadSystemHive(u"SYSTEM", u"HKLM\\SYSTEM", true, error) && LoadSystemHive(u"SOFTWARE", u"HKLM\\SOFTWARE", true, error) &&
-                      LoadSystemHive(u"SAM", u"HKLM\\SAM", false, error) && LoadSystemHive(u"SECURITY", u"HKLM\\SECURITY", false, error) &&
+  const bool loaded = LoadSystemHive(u"SYSTEM", u"HKLM\\SYSTEM", true, error) &&
+                      LoadSystemHive(u"SOFTWARE", u"HKLM\\SOFTWARE", true, error) &&
+                      LoadSystemHive(u"SAM", u"HKLM\\SAM", false, error) &&
+                      LoadSystemHive(u"SECURITY", u"HKLM\\SECURITY", false, error) &&
                       LoadSystemHive(u"DEFAULT", u"HKU\\.DEFAULT", false, error);
   if (loaded) SelectControlSet();
   return loaded;
@@ -198,7 +207,8 @@ bool Registry::LoadSystemHives(std::string& error) {
 
 void Registry::LoadUserHive() {
   const std::u16string sid = SidToText(state_->machine.process.token->user);
-  const auto profile = Query(u"HKLM\\SOFTWARE\\Microsoft\\Windows NT\\CurrentVersion\\ProfileList\\" + sid, u"ProfileImagePath");
+  const auto profile =
+      Query(u"HKLM\\SOFTWARE\\Microsoft\\Windows NT\\CurrentVersion\\ProfileList\\" + sid, u"ProfileImagePath");
   if (!profile || KeyExists(u"HKU\\" + sid)) return;
   const std::u16string file = ExpandSystemVariables(*this, profile->Text()) + u"\\NTUSER.DAT";
   Location location;
@@ -210,7 +220,8 @@ bool Registry::Flush(std::string& error) {
   for (Mount& mount : state_->mounts) {
     if (!mount.hive->dirty || !mount.file) continue;
     if (const DWORD code = WriteMount(mount)) {
-      error = "the registry hive of " + Utf8(mount.point->name) + " could not be written (error " + std::to_string(code) + ")";
+      error = "the registry hive of " + Utf8(mount.point->name) + " could not be written (error " +
+              std::to_string(code) + ")";
       return false;
     }
   }

@@ -45,8 +45,9 @@ class HiveReader {
 
   void CheckBaseBlock();
   void FindCells();
-  // The content of an allocated cell. A cell belongs to one record only, but for security descriptors.
-  ByteView Content(std::uint32_t offset, bool shared = false);
+  // The content of an allocated cell. A cell belongs to one record only; security records, which keys
+  // share, are read once.
+  ByteView Content(std::uint32_t offset);
   static std::u16string Name(ByteView bytes, bool compressed);
   std::shared_ptr<const Bytes> Security(std::uint32_t offset);
   std::shared_ptr<HiveKey> ReadKey(std::uint32_t offset, HiveKey* parent, unsigned depth);
@@ -61,20 +62,23 @@ class HiveReader {
   std::uint32_t minor_ = 0;
   std::shared_ptr<const UpCase> upCase_;
   std::shared_ptr<Hive> hive_;
-  std::vector<Cell> cells_;  // by offset / 8
+  std::vector<Cell> cells_;                                                       // by offset / 8
   std::vector<std::pair<std::uint32_t, std::shared_ptr<const Bytes>>> security_;  // by offset
 };
 
 void HiveReader::CheckBaseBlock() {
   if (file_.size() < kBaseBlock || std::memcmp(file_.data(), "regf", 4) != 0) Fail("is not a registry hive");
-  if (Load<std::uint32_t>(file_, kChecksum) != Checksum(file_.data())) Fail("is damaged: the checksum of its header is wrong");
+  if (Load<std::uint32_t>(file_, kChecksum) != Checksum(file_.data()))
+    Fail("is damaged: the checksum of its header is wrong");
   minor_ = Load<std::uint32_t>(file_, kMinor);
   if (Load<std::uint32_t>(file_, kMajor) != 1 || minor_ < 3 || minor_ > 6) Fail("has a version that is not known");
-  if (Load<std::uint32_t>(file_, kType) != 0 || Load<std::uint32_t>(file_, kFormat) != 1) Fail("is not a primary hive file");
+  if (Load<std::uint32_t>(file_, kType) != 0 || Load<std::uint32_t>(file_, kFormat) != 1)
+    Fail("is not a primary hive file");
   if (Load<std::uint32_t>(file_, kPrimarySequence) != Load<std::uint32_t>(file_, kSecondarySequence))
     Fail("is dirty: changes in its log files have not been put into it");
   const auto size = Load<std::uint32_t>(file_, kBinsSize);
-  if (size == 0 || size % kBinUnit != 0 || size > 0x7FFFF000 || size > file_.size() - kBaseBlock) Fail("is damaged: it is shorter than its header says");
+  if (size == 0 || size % kBinUnit != 0 || size > 0x7FFFF000 || size > file_.size() - kBaseBlock)
+    Fail("is damaged: it is shorter than its header says");
   bins_ = file_.subspan(kBaseBlock, size);
 }
 
@@ -82,11 +86,13 @@ void HiveReader::FindCells() {
   cells_.assign(bins_.size() / 8, Cell::None);
   for (std::size_t bin = 0; bin < bins_.size();) {
     const auto size = Load<std::uint32_t>(bins_, bin + 8);
-    if (std::memcmp(bins_.data() + bin, "hbin", 4) != 0 || Load<std::uint32_t>(bins_, bin + 4) != bin || size == 0 || size % kBinUnit != 0 || size > bins_.size() - bin)
+    if (std::memcmp(bins_.data() + bin, "hbin", 4) != 0 || Load<std::uint32_t>(bins_, bin + 4) != bin || size == 0 ||
+        size % kBinUnit != 0 || size > bins_.size() - bin)
       Fail("is damaged: a bin's header is wrong");
     for (std::size_t cell = bin + kBinHeader; cell < bin + size;) {
       const auto length = Load<std::int32_t>(bins_, cell);
-      const std::size_t bytes = length < 0 ? 0U - static_cast<std::uint32_t>(length) : static_cast<std::uint32_t>(length);
+      const std::size_t bytes =
+          length < 0 ? 0U - static_cast<std::uint32_t>(length) : static_cast<std::uint32_t>(length);
       if (bytes < 8 || bytes % 8 != 0 || bytes > bin + size - cell) Fail("is damaged: a cell's length is wrong");
       cells_[cell / 8] = length < 0 ? Cell::Used : Cell::Free;
       cell += bytes;
@@ -95,10 +101,10 @@ void HiveReader::FindCells() {
   }
 }
 
-ByteView HiveReader::Content(std::uint32_t offset, bool shared) {
+ByteView HiveReader::Content(std::uint32_t offset) {
   if (offset % 8 != 0 || offset / 8 >= cells_.size()) Fail("is damaged: a reference leads nowhere");
   Cell& cell = cells_[offset / 8];
-  if (cell != Cell::Used && !(shared && cell == Cell::Read)) Fail("is damaged: a reference does not lead to a record of its own");
+  if (cell != Cell::Used) Fail("is damaged: a reference does not lead to a record of its own");
   cell = Cell::Read;
   const auto bytes = 0U - static_cast<std::uint32_t>(Load<std::int32_t>(bins_, offset));
   return bins_.subspan(offset + 4, bytes - 4);
@@ -113,10 +119,12 @@ std::u16string HiveReader::Name(ByteView bytes, bool compressed) {
 }
 
 std::shared_ptr<const Bytes> HiveReader::Security(std::uint32_t offset) {
-  const auto known = std::lower_bound(security_.begin(), security_.end(), offset, [](const auto& entry, std::uint32_t at) { return entry.first < at; });
+  const auto known = std::lower_bound(security_.begin(), security_.end(), offset,
+                                      [](const auto& entry, std::uint32_t at) { return entry.first < at; });
   if (known != security_.end() && known->first == offset) return known->second;
   const ByteView cell = Content(offset);
-  if (cell.size() < kSecurityDescriptor || std::memcmp(cell.data(), "sk", 2) != 0) Fail("is damaged: a key has no security record");
+  if (cell.size() < kSecurityDescriptor || std::memcmp(cell.data(), "sk", 2) != 0)
+    Fail("is damaged: a key has no security record");
   const ByteView descriptor = Slice(cell, kSecurityDescriptor, Load<std::uint32_t>(cell, kSecuritySize));
   if (!IsSoundDescriptor(descriptor)) Fail("is damaged: a security descriptor is not sound");
   auto bytes = std::make_shared<const Bytes>(descriptor.begin(), descriptor.end());
@@ -134,7 +142,8 @@ std::shared_ptr<HiveKey> HiveReader::ReadKey(std::uint32_t offset, HiveKey* pare
   key->lastWrite = Load<FileTime>(cell, kNodeTime);
   key->accessBits = Load<std::uint32_t>(cell, kNodeAccess);
   key->virtualization = Load<std::uint8_t>(cell, kNodeVirtualization);
-  key->name = Name(Slice(cell, kNodeName, Load<std::uint16_t>(cell, kNodeNameLength)), (flags & kKeyCompressedName) != 0);
+  key->name =
+      Name(Slice(cell, kNodeName, Load<std::uint16_t>(cell, kNodeNameLength)), (flags & kKeyCompressedName) != 0);
   if (key->name.size() > kLongestKeyName || (parent && (key->name.empty() || key->name.find(u'\\') != key->name.npos)))
     Fail("is damaged: a key's name is impossible");
   key->upperName = (*upCase_)(key->name);
@@ -157,7 +166,8 @@ void HiveReader::ReadValues(HiveKey& key, std::uint32_t count, std::uint32_t lis
     const ByteView cell = Content(LoadLittleEndian<std::uint32_t>(list, i * 4));
     if (cell.size() < kValueName || std::memcmp(cell.data(), "vk", 2) != 0) Fail("is damaged: a value record is none");
     RegistryValue value;
-    value.name = Name(Slice(cell, kValueName, Load<std::uint16_t>(cell, kValueNameLength)), (Load<std::uint16_t>(cell, kValueFlags) & kValueCompressedName) != 0);
+    value.name = Name(Slice(cell, kValueName, Load<std::uint16_t>(cell, kValueNameLength)),
+                      (Load<std::uint16_t>(cell, kValueFlags) & kValueCompressedName) != 0);
     if (value.name.size() > kLongestValueName) Fail("is damaged: a value's name is too long");
     value.type = Load<std::uint32_t>(cell, kValueType);
     const auto size = Load<std::uint32_t>(cell, kValueSize);
@@ -174,7 +184,8 @@ void HiveReader::ReadValues(HiveKey& key, std::uint32_t count, std::uint32_t lis
 
 Bytes HiveReader::Data(std::uint32_t size, std::uint32_t offset) {
   const ByteView cell = Content(offset);
-  if (size > kSegmentData && minor_ >= kMinorWithBigData && cell.size() >= 8 && std::memcmp(cell.data(), "db", 2) == 0) return BigData(cell, size);
+  if (size > kSegmentData && minor_ >= kMinorWithBigData && cell.size() >= 8 && std::memcmp(cell.data(), "db", 2) == 0)
+    return BigData(cell, size);
   const ByteView data = Slice(cell, 0, size);
   return {data.begin(), data.end()};
 }
@@ -182,10 +193,12 @@ Bytes HiveReader::Data(std::uint32_t size, std::uint32_t offset) {
 Bytes HiveReader::BigData(ByteView record, std::uint32_t size) {
   const std::size_t count = Load<std::uint16_t>(record, 2);
   const ByteView list = Content(Load<std::uint32_t>(record, 4));
-  if (count != (size + kSegmentData - 1) / kSegmentData || count > list.size() / 4) Fail("is damaged: a big value's segments do not add up");
+  if (count != (size + kSegmentData - 1) / kSegmentData || count > list.size() / 4)
+    Fail("is damaged: a big value's segments do not add up");
   Bytes data;
   for (std::size_t i = 0; i < count; ++i) {
-    const ByteView segment = Slice(Content(LoadLittleEndian<std::uint32_t>(list, i * 4)), 0, std::min<std::size_t>(kSegmentData, size - data.size()));
+    const ByteView segment = Slice(Content(LoadLittleEndian<std::uint32_t>(list, i * 4)), 0,
+                                   std::min<std::size_t>(kSegmentData, size - data.size()));
     data.insert(data.end(), segment.begin(), segment.end());
   }
   return data;
@@ -196,7 +209,8 @@ void HiveReader::SubKeyOffsets(std::uint32_t listOffset, bool nested, std::vecto
   const std::string_view kind(reinterpret_cast<const char*>(list.data()), 2);
   const std::size_t count = Load<std::uint16_t>(list, 2);
   const std::size_t step = kind == "lf" || kind == "lh" ? 8 : 4;
-  if (kind != "lf" && kind != "lh" && kind != "li" && (kind != "ri" || nested)) Fail("is damaged: a list of keys is none");
+  if (kind != "lf" && kind != "lh" && kind != "li" && (kind != "ri" || nested))
+    Fail("is damaged: a list of keys is none");
   for (std::size_t i = 0; i < count; ++i) {
     const auto element = Load<std::uint32_t>(list, 4 + i * step);
     if (kind == "ri") {
@@ -215,8 +229,10 @@ void HiveReader::ReadChildren(HiveKey& key, std::uint32_t count, std::uint32_t l
   key.children.reserve(offsets.size());
   for (const std::uint32_t offset : offsets) key.children.push_back(ReadKey(offset, &key, depth + 1));
   // Writers with another up-case table leave another order.
-  std::sort(key.children.begin(), key.children.end(), [](const auto& a, const auto& b) { return a->upperName < b->upperName; });
-  const auto twice = std::adjacent_find(key.children.begin(), key.children.end(), [](const auto& a, const auto& b) { return a->upperName == b->upperName; });
+  std::sort(key.children.begin(), key.children.end(),
+            [](const auto& a, const auto& b) { return a->upperName < b->upperName; });
+  const auto twice = std::adjacent_find(key.children.begin(), key.children.end(),
+                                        [](const auto& a, const auto& b) { return a->upperName == b->upperName; });
   if (twice != key.children.end()) Fail("is damaged: two keys have one name");
 }
 

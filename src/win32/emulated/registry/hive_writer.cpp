@@ -56,7 +56,9 @@ class HiveWriter {
   // The content of a cell; not to be held over a Reserve.
   std::span<std::uint8_t> At(Offset offset) { return std::span(bins_).subspan(offset + 4); }
   template <typename T>
-  void Put(Offset offset, std::size_t field, T value) { StoreLittleEndian(At(offset), field, value); }
+  void Put(Offset offset, std::size_t field, T value) {
+    StoreLittleEndian(At(offset), field, value);
+  }
   void PutBytes(Offset offset, std::size_t field, ByteView bytes) {
     if (!bytes.empty()) std::memcpy(At(offset).data() + field, bytes.data(), bytes.size());
   }
@@ -72,7 +74,8 @@ class HiveWriter {
   Offset WriteValues(const HiveKey& key);
   Offset WriteData(ByteView data);
   Offset WriteList(const std::vector<const HiveKey*>& keys, const std::vector<Offset>& offsets);
-  Offset WriteLeaf(const std::vector<const HiveKey*>& keys, const std::vector<Offset>& offsets, std::size_t first, std::size_t count);
+  Offset WriteLeaf(const std::vector<const HiveKey*>& keys, const std::vector<Offset>& offsets, std::size_t first,
+                   std::size_t count);
   Bytes Assemble(const Hive& hive, Offset root, FileTime now) const;
 
   std::uint32_t minor_;
@@ -101,7 +104,8 @@ HiveWriter::Offset HiveWriter::Reserve(std::size_t content) {
 }
 
 void HiveWriter::CloseBin() {
-  if (next_ < binEnd_) StoreLittleEndian<std::int32_t>(bins_, next_, static_cast<std::int32_t>(binEnd_ - next_));  // a free cell
+  if (next_ < binEnd_)
+    StoreLittleEndian<std::int32_t>(bins_, next_, static_cast<std::int32_t>(binEnd_ - next_));  // a free cell
   next_ = binEnd_;
 }
 
@@ -129,7 +133,8 @@ void HiveWriter::WriteDescriptors() {
 void HiveWriter::WriteKey(const HiveKey& key, Offset offset, Offset parent) {
   const Bytes name = NameBytes(key.name);
   PutBytes(offset, 0, Bytes{'n', 'k'});
-  Put<std::uint16_t>(offset, kNodeFlags, static_cast<std::uint16_t>(key.flags | (Compressible(key.name) ? kKeyCompressedName : 0)));
+  Put<std::uint16_t>(offset, kNodeFlags,
+                     static_cast<std::uint16_t>(key.flags | (Compressible(key.name) ? kKeyCompressedName : 0)));
   Put(offset, kNodeTime, key.lastWrite);
   Put(offset, kNodeAccess, key.accessBits);
   Put(offset, kNodeParent, parent);
@@ -184,7 +189,8 @@ HiveWriter::Offset HiveWriter::WriteValues(const HiveKey& key) {
     Put<std::uint16_t>(offset, kValueNameLength, static_cast<std::uint16_t>(name.size()));
     Put<std::uint32_t>(offset, kValueType, value.type);
     // The default value has no name to compress.
-    Put<std::uint16_t>(offset, kValueFlags, !name.empty() && Compressible(value.name) ? kValueCompressedName : std::uint16_t{0});
+    Put<std::uint16_t>(offset, kValueFlags,
+                       !name.empty() && Compressible(value.name) ? kValueCompressedName : std::uint16_t{0});
     PutBytes(offset, kValueName, name);
     const auto size = static_cast<std::uint32_t>(value.data.size());
     if (size <= 4) {
@@ -223,13 +229,15 @@ HiveWriter::Offset HiveWriter::WriteList(const std::vector<const HiveKey*>& keys
   PutBytes(root, 0, Bytes{'r', 'i'});
   Put<std::uint16_t>(root, 2, static_cast<std::uint16_t>(count));
   for (std::size_t i = 0; i < count; ++i) {
-    const Offset leaf = WriteLeaf(keys, offsets, i * kLongestList, std::min(kLongestList, keys.size() - i * kLongestList));
+    const Offset leaf =
+        WriteLeaf(keys, offsets, i * kLongestList, std::min(kLongestList, keys.size() - i * kLongestList));
     Put(root, 4 + i * 4, leaf);
   }
   return root;
 }
 
-HiveWriter::Offset HiveWriter::WriteLeaf(const std::vector<const HiveKey*>& keys, const std::vector<Offset>& offsets, std::size_t first, std::size_t count) {
+HiveWriter::Offset HiveWriter::WriteLeaf(const std::vector<const HiveKey*>& keys, const std::vector<Offset>& offsets,
+                                         std::size_t first, std::size_t count) {
   const bool hashes = minor_ >= kMinorWithHashes;
   const Offset leaf = Reserve(4 + count * 8);
   PutBytes(leaf, 0, hashes ? Bytes{'l', 'h'} : Bytes{'l', 'f'});
@@ -268,7 +276,8 @@ Bytes WriteHive(const Hive& hive, FileTime now) {
   return HiveWriter(LoadLittleEndian<std::uint32_t>(hive.baseBlock, kMinor)).Write(hive, now);
 }
 
-std::shared_ptr<Hive> NewHive(std::u16string_view rootName, std::shared_ptr<const Bytes> security, std::shared_ptr<const UpCase> upCase, FileTime now) {
+std::shared_ptr<Hive> NewHive(std::u16string_view rootName, std::shared_ptr<const Bytes> security,
+                              std::shared_ptr<const UpCase> upCase, FileTime now) {
   auto hive = std::make_shared<Hive>();
   hive->baseBlock.assign(kBaseBlock, 0);
   const std::span block(hive->baseBlock);

@@ -26,7 +26,8 @@ std::u16string PredefinedPath(HKEY handle) {
 }
 
 DWORD CheckKey(const HiveKey& key, DWORD desired, bool backupIntent, win32::ACCESS_MASK& granted) {
-  return CheckAccess(Machine::Current().EffectiveToken(), *key.security, desired, kKeyMapping, backupIntent, std::nullopt, granted);
+  return CheckAccess(Machine::Current().EffectiveToken(), *key.security, desired, kKeyMapping, backupIntent,
+                     std::nullopt, granted);
 }
 
 bool MayOnKey(const HiveKey& key, DWORD rights) {
@@ -54,7 +55,8 @@ DWORD FindPlace(const KeyArgument& parent, const char16_t* subKey, bool view32, 
 DWORD OpenPlace(const RegistryPlace& place, DWORD options, DWORD desired, bool view32, HKEY* result) {
   if (!place.key) return win32::ERROR_FILE_NOT_FOUND;
   win32::ACCESS_MASK granted = 0;
-  if (const DWORD error = CheckKey(*place.key, desired & ~kViewBits, (options & kOptionBackupRestore) != 0, granted)) return error;
+  if (const DWORD error = CheckKey(*place.key, desired & ~kViewBits, (options & kOptionBackupRestore) != 0, granted))
+    return error;
   *result = NewKeyHandle(place.key, place.path, view32, granted);
   return win32::ERROR_SUCCESS;
 }
@@ -71,7 +73,8 @@ DWORD OpenKey(HKEY handle, const char16_t* subKey, DWORD options, DWORD desired,
   }
   const bool view32 = parent.view32 || (desired & win32::KEY_WOW64_32KEY) != 0;
   RegistryPlace place;
-  if (const DWORD error = FindPlace(parent, subKey, view32, (options & win32::REG_OPTION_OPEN_LINK) != 0, place)) return error;
+  if (const DWORD error = FindPlace(parent, subKey, view32, (options & win32::REG_OPTION_OPEN_LINK) != 0, place))
+    return error;
   return OpenPlace(place, options, desired, view32, result);
 }
 
@@ -85,24 +88,32 @@ struct NewKey {
 // Creates what is missing; `place` then leads to the new key.
 DWORD CreateMissing(RegistryPlace& place, const NewKey& request) {
   Machine& machine = Machine::Current();
-  const bool isVolatile = (request.options & win32::REG_OPTION_VOLATILE) != 0, isLink = (request.options & kOptionCreateLink) != 0;
+  const bool isVolatile = (request.options & win32::REG_OPTION_VOLATILE) != 0,
+             isLink = (request.options & kOptionCreateLink) != 0;
   if (!place.deepest->parent && place.deepest->IsVolatile()) return win32::ERROR_INVALID_PARAMETER;
   const auto impossible = [](const std::u16string& name) { return name.size() > kLongestKeyName; };
-  const auto depth = static_cast<std::size_t>(std::count(place.path.begin(), place.path.end(), u'\\')) + place.missing.size();
-  if (std::any_of(place.missing.begin(), place.missing.end(), impossible) || depth > kDeepestKey) return win32::ERROR_INVALID_PARAMETER;
+  const auto depth =
+      static_cast<std::size_t>(std::count(place.path.begin(), place.path.end(), u'\\')) + place.missing.size();
+  if (std::any_of(place.missing.begin(), place.missing.end(), impossible) || depth > kDeepestKey)
+    return win32::ERROR_INVALID_PARAMETER;
   if (place.deepest->IsVolatile() && !isVolatile) return win32::ERROR_CHILD_MUST_BE_VOLATILE;
-  if ((request.desired & win32::ACCESS_SYSTEM_SECURITY) != 0 && !machine.EffectiveToken().PrivilegeEnabled(Privilege::Security))
+  if ((request.desired & win32::ACCESS_SYSTEM_SECURITY) != 0 &&
+      !machine.EffectiveToken().PrivilegeEnabled(Privilege::Security))
     return win32::ERROR_PRIVILEGE_NOT_HELD;
 
   Hive& hive = *place.deepest->hive;
   for (std::size_t i = 0; i < place.missing.size(); ++i) {
     HiveKey& parent = *place.deepest;
     const bool last = i + 1 == place.missing.size();
-    if (!MayOnKey(parent, win32::KEY_CREATE_SUB_KEY | (last && isLink ? win32::KEY_CREATE_LINK : 0))) return win32::ERROR_ACCESS_DENIED;
-    const std::optional<ByteView> creator = last && request.descriptor ? std::optional<ByteView>(*request.descriptor) : std::nullopt;
-    Bytes security = NewObjectDescriptor(machine.EffectiveToken(), ByteView(*parent.security), creator, true, kKeyMapping);
+    if (!MayOnKey(parent, win32::KEY_CREATE_SUB_KEY | (last && isLink ? win32::KEY_CREATE_LINK : 0)))
+      return win32::ERROR_ACCESS_DENIED;
+    const std::optional<ByteView> creator =
+        last && request.descriptor ? std::optional<ByteView>(*request.descriptor) : std::nullopt;
+    Bytes security =
+        NewObjectDescriptor(machine.EffectiveToken(), ByteView(*parent.security), creator, true, kKeyMapping);
     if (security.empty()) return win32::ERROR_INVALID_SECURITY_DESCR;
-    place.deepest = hive.AddKey(parent, place.missing[i], std::make_shared<const Bytes>(std::move(security)), isVolatile, machine.Now());
+    place.deepest = hive.AddKey(parent, place.missing[i], std::make_shared<const Bytes>(std::move(security)),
+                                isVolatile, machine.Now());
     place.path += u"\\" + place.missing[i];
   }
   place.key = place.deepest;
@@ -143,7 +154,8 @@ DWORD DeleteKey(HKEY handle, const char16_t* subKey) {
   RegistryPlace place;
   if (const DWORD error = FindPlace(parent, subKey, parent.view32, true, place)) return error;
   if (!place.key) return win32::ERROR_FILE_NOT_FOUND;
-  const bool isRoot = !place.key->parent || place.path.find(u'\\') == place.path.npos;  // of a hive, or MACHINE and USER
+  const bool isRoot =
+      !place.key->parent || place.path.find(u'\\') == place.path.npos;  // of a hive, or MACHINE and USER
   if (isRoot || !place.key->children.empty() || !MayOnKey(*place.key, win32::DELETE)) return win32::ERROR_ACCESS_DENIED;
   place.key->hive->RemoveKey(*place.key, Machine::Current().Now());
   return win32::ERROR_SUCCESS;
@@ -176,7 +188,8 @@ DWORD FindKey(HKEY handle, KeyArgument& argument) {
   const auto object = ObjectOf<KeyObject>(handle);
   if (!object) return win32::ERROR_INVALID_HANDLE;
   Machine& machine = Machine::Current();
-  argument = {object->key, object->path, object->view32, false, machine.objects.Entry(handle, machine.process.id)->granted};
+  argument = {object->key, object->path, object->view32, false,
+              machine.objects.Entry(handle, machine.process.id)->granted};
   return object->key->hive ? win32::ERROR_SUCCESS : win32::ERROR_KEY_DELETED;
 }
 
@@ -197,13 +210,15 @@ LSTATUS RegOpenKeyExW(HKEY hKey, const char16_t* lpSubKey, DWORD ulOptions, DWOR
   return call.Code(OpenKey(hKey, lpSubKey, ulOptions, samDesired, phkResult));
 }
 
-LSTATUS RegCreateKeyExW(HKEY hKey, const char16_t* lpSubKey, DWORD Reserved, char16_t* lpClass, DWORD dwOptions, DWORD samDesired,
-                        const SECURITY_ATTRIBUTES* lpSecurityAttributes, HKEY* phkResult, DWORD* lpdwDisposition) {
+LSTATUS RegCreateKeyExW(HKEY hKey, const char16_t* lpSubKey, DWORD Reserved, char16_t* lpClass, DWORD dwOptions,
+                        DWORD samDesired, const SECURITY_ATTRIBUTES* lpSecurityAttributes, HKEY* phkResult,
+                        DWORD* lpdwDisposition) {
   WIN32_CALL(hKey, lpSubKey, dwOptions, samDesired);
   if (call.Refused()) return call.Code(call.error());
   if (!phkResult) return call.Code(ERROR_BADKEY);
   constexpr DWORD kOptions = REG_OPTION_VOLATILE | kOptionCreateLink | kOptionBackupRestore | REG_OPTION_OPEN_LINK;
-  if (!lpSubKey || Reserved != 0 || (dwOptions & ~kOptions) != 0 || (samDesired & kViewBits) == kViewBits) return call.Code(ERROR_INVALID_PARAMETER);
+  if (!lpSubKey || Reserved != 0 || (dwOptions & ~kOptions) != 0 || (samDesired & kViewBits) == kViewBits)
+    return call.Code(ERROR_INVALID_PARAMETER);
   *phkResult = nullptr;
   NewKey request{dwOptions, samDesired, lpClass ? lpClass : u"", std::nullopt};
   if (lpSecurityAttributes && lpSecurityAttributes->lpSecurityDescriptor) {
@@ -241,7 +256,9 @@ LSTATUS RegQueryInfoKeyW(HKEY hKey, char16_t* lpClass, DWORD* lpcchClass, DWORD*
     valueName = std::max(valueName, value.name.size());
     data = std::max(data, value.data.size());
   }
-  const auto give = [](DWORD* to, std::size_t number) { if (to) *to = static_cast<DWORD>(number); };
+  const auto give = [](DWORD* to, std::size_t number) {
+    if (to) *to = static_cast<DWORD>(number);
+  };
   give(lpcSubKeys, key.children.size());
   give(lpcbMaxSubKeyLen, subKey);
   give(lpcbMaxClassLen, className);
@@ -255,8 +272,8 @@ LSTATUS RegQueryInfoKeyW(HKEY hKey, char16_t* lpClass, DWORD* lpcchClass, DWORD*
   return call.Code(fits ? ERROR_SUCCESS : ERROR_INSUFFICIENT_BUFFER);
 }
 
-LSTATUS RegEnumKeyExW(HKEY hKey, DWORD dwIndex, char16_t* lpName, DWORD* lpcchName, DWORD* lpReserved, char16_t* lpClass,
-                      DWORD* lpcchClass, FILETIME* lpftLastWriteTime) {
+LSTATUS RegEnumKeyExW(HKEY hKey, DWORD dwIndex, char16_t* lpName, DWORD* lpcchName, DWORD* lpReserved,
+                      char16_t* lpClass, DWORD* lpcchClass, FILETIME* lpftLastWriteTime) {
   WIN32_CALL(hKey, dwIndex);
   if (call.Refused()) return call.Code(call.error());
   if (!lpName || !lpcchName || lpReserved || (lpClass && !lpcchClass)) return call.Code(ERROR_INVALID_PARAMETER);

@@ -19,7 +19,8 @@ constexpr std::u16string_view kLinkValue = u"SymbolicLinkValue";
 
 // What the roots of the name space allow.
 constexpr std::u16string_view kRootDescriptor = u"O:BAG:SYD:(A;CI;KA;;;SY)(A;CI;KA;;;BA)(A;CI;KR;;;WD)(A;CI;KR;;;RC)";
-constexpr std::u16string_view kHiveDescriptor = u"O:BAG:SYD:PAI(A;CI;KA;;;SY)(A;CI;KA;;;BA)(A;CI;KR;;;BU)(A;CIIO;KA;;;CO)";
+constexpr std::u16string_view kHiveDescriptor =
+    u"O:BAG:SYD:PAI(A;CI;KA;;;SY)(A;CI;KA;;;BA)(A;CI;KR;;;BU)(A;CIIO;KA;;;CO)";
 
 std::shared_ptr<const Bytes> SharedDescriptor(std::u16string_view sddl) {
   return std::make_shared<const Bytes>(DescriptorFromText(sddl).value());
@@ -143,7 +144,8 @@ std::shared_ptr<HiveKey> Registry::FindOrCreate(std::u16string_view path) {
   const auto system = MakeSystemToken();
   std::shared_ptr<HiveKey> key = place.deepest;
   for (const std::u16string& name : place.missing) {
-    auto security = std::make_shared<const Bytes>(NewObjectDescriptor(*system, ByteView(*key->security), std::nullopt, true, kKeyMapping));
+    auto security = std::make_shared<const Bytes>(
+        NewObjectDescriptor(*system, ByteView(*key->security), std::nullopt, true, kKeyMapping));
     key = hive->AddKey(*key, name, std::move(security), key->IsVolatile(), state_->machine.Now());
   }
   return key;

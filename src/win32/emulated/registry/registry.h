@@ -20,9 +20,9 @@ class FileObject;  // files/file_service.h
 
 // Where a path of the registry's name space leads.
 struct RegistryPlace {
-  std::shared_ptr<HiveKey> key;         // null: the key does not exist
-  std::u16string path;                  // of what exists, below \REGISTRY, links followed: u"MACHINE\\SOFTWARE\\Microsoft"
-  std::shared_ptr<HiveKey> deepest;     // the last key on the way that exists
+  std::shared_ptr<HiveKey> key;      // null: the key does not exist
+  std::u16string path;               // of what exists, below \REGISTRY, links followed: u"MACHINE\\SOFTWARE\\Microsoft"
+  std::shared_ptr<HiveKey> deepest;  // the last key on the way that exists
   std::vector<std::u16string> missing;  // names below it
 };
 
@@ -34,20 +34,23 @@ class Registry {
   // Loads \Windows\System32\config\SYSTEM, SOFTWARE, SAM, SECURITY, DEFAULT (those that are there) from the system
   // volume. False and one clear line when SYSTEM or SOFTWARE is missing, or any of them is damaged or dirty.
   bool LoadSystemHives(std::string& error);
-  // Loads the NTUSER.DAT of the process's user, as a logon does, when the profile list knows his profile and it is sound.
+  // Loads the NTUSER.DAT of the process's user, as a logon does, when the profile list knows his profile and it is
+  // sound.
   void LoadUserHive();
   // Writes every changed hive back to its file. False: `error`.
   bool Flush(std::string& error);
 
-  // For the machine itself: no access check, no gate. A path is a root and keys: u"HKLM\\SYSTEM\\CurrentControlSet\\Services"
-  // (HKLM, HKU; CurrentControlSet is followed, keys as the 64-bit view shows them).
+  // For the machine itself: no access check, no gate. A path is a root and keys:
+  // u"HKLM\\SYSTEM\\CurrentControlSet\\Services" (HKLM, HKU; CurrentControlSet is followed, keys as the 64-bit view
+  // shows them).
   bool KeyExists(std::u16string_view path);
   std::optional<RegistryValue> Query(std::u16string_view path, std::u16string_view value);
   std::vector<RegistryValue> Values(std::u16string_view path);
   std::vector<std::u16string> SubKeys(std::u16string_view path);
   // Creates the keys. Nothing happens where no hive is mounted.
   void Set(std::u16string_view path, std::u16string_view value, win32::DWORD type, ByteView data);
-  void SetText(std::u16string_view path, std::u16string_view value, std::u16string_view text, win32::DWORD type = win32::REG_SZ);
+  void SetText(std::u16string_view path, std::u16string_view value, std::u16string_view text,
+               win32::DWORD type = win32::REG_SZ);
   void SetDword(std::u16string_view path, std::u16string_view value, win32::DWORD number);
   void CreateKey(std::u16string_view path);
   bool DeleteValue(std::u16string_view path, std::u16string_view value);
@@ -57,8 +60,8 @@ class Registry {
   bool SetSecurity(std::u16string_view path, ByteView descriptor);
 
   // Mounts a hive file as a key of HKLM or HKU and unmounts it: RegLoadKeyW without its checks. A file that is missing
-  // or empty becomes a new hive. 0 or an error code: 5 (the name is in use; a key of the hive is open; one of the system's hives), 32 (the file is
-  // in use), 87, 1009 ERROR_BADDB (damaged or dirty), or what opening the file gives.
+  // or empty becomes a new hive. 0 or an error code: 5 (the name is in use; a key of the hive is open; one of the
+  // system's hives), 32 (the file is in use), 87, 1009 ERROR_BADDB (damaged or dirty), or what opening the file gives.
   win32::DWORD LoadHive(std::u16string_view mountPath, std::u16string_view file);
   win32::DWORD UnloadHive(std::u16string_view mountPath);
   // Mounts an empty hive that lives in memory only. For machines without disks.
@@ -67,7 +70,8 @@ class Registry {
   void SelectControlSet();
 
   // For the functions of win32/registry.h. A path below \REGISTRY (u"USER\\S-1-5-18\\Environment"), redirected for the
-  // 32-bit view where `view32`, links followed (the last one not with `openLink`). 0 (look at `place.key`), or 2 for a link without a proper target.
+  // 32-bit view where `view32`, links followed (the last one not with `openLink`). 0 (look at `place.key`), or 2 for a
+  // link without a proper target.
   win32::DWORD Walk(std::u16string_view path, bool view32, bool openLink, RegistryPlace& place);
   // The key of HKEY_CURRENT_USER: u"USER\\" and the SID of the user who acts, or u"USER\\.DEFAULT" without his hive.
   std::u16string CurrentUserPath();

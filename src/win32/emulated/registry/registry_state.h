@@ -12,10 +12,10 @@ namespace emulated {
 // A hive in its place.
 struct Registry::Mount {
   std::shared_ptr<Hive> hive;
-  HiveKey* point = nullptr;         // the key that it is mounted on
-  std::shared_ptr<FileObject> file; // null for a hive in memory
-  bool system = false;              // loaded by Windows itself: never unloaded
-  win32::HANDLE handle = nullptr;   // the System process's, which keeps the file to itself
+  HiveKey* point = nullptr;          // the key that it is mounted on
+  std::shared_ptr<FileObject> file;  // null for a hive in memory
+  bool system = false;               // loaded by Windows itself: never unloaded
+  win32::HANDLE handle = nullptr;    // the System process's, which keeps the file to itself
 };
 
 struct Registry::State {

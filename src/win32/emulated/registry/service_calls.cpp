@@ -24,9 +24,11 @@ constexpr DWORD kLastErrorControl = 3;
 
 constexpr win32::GENERIC_MAPPING kManagerMapping{0x20014, 0x20022, 0x20009, win32::SC_MANAGER_ALL_ACCESS};
 constexpr win32::GENERIC_MAPPING kServiceMapping{0x2008D, 0x20002, 0x20170, win32::SERVICE_ALL_ACCESS};
-constexpr std::u16string_view kManagerDescriptor = u"O:SYG:SYD:(A;;CC;;;AU)(A;;CCLCRPRC;;;IU)(A;;CCLCRPRC;;;SU)(A;;CCLCRPWPRC;;;SY)(A;;KA;;;BA)";
+constexpr std::u16string_view kManagerDescriptor =
+    u"O:SYG:SYD:(A;;CC;;;AU)(A;;CCLCRPRC;;;IU)(A;;CCLCRPRC;;;SU)(A;;CCLCRPWPRC;;;SY)(A;;KA;;;BA)";
 constexpr std::u16string_view kServiceDescriptor =
-    u"O:SYG:SYD:(A;;CCLCSWRPWPDTLOCRRC;;;SY)(A;;CCDCLCSWRPWPDTLOCRSDRCWDWO;;;BA)(A;;CCLCSWLOCRRC;;;IU)(A;;CCLCSWLOCRRC;;;SU)";
+    u"O:SYG:SYD:(A;;CCLCSWRPWPDTLOCRRC;;;SY)(A;;CCDCLCSWRPWPDTLOCRSDRCWDWO;;;BA)(A;;CCLCSWLOCRRC;;;IU)(A;;CCLCSWLOCRRC;"
+    u";;SU)";
 
 class ServiceManagerObject : public Object {
  public:
@@ -66,16 +68,20 @@ Bytes ServiceSecurity(const std::u16string& name) {
 DWORD OpenManager(const char16_t* machineName, const char16_t* database, DWORD desired, win32::SC_HANDLE& handle) {
   Machine& machine = Machine::Current();
   if (machineName && *machineName) {
-    const auto own = machine.registry().Query(u"HKLM\\SYSTEM\\CurrentControlSet\\Control\\ComputerName\\ComputerName", u"ComputerName");
+    const auto own = machine.registry().Query(u"HKLM\\SYSTEM\\CurrentControlSet\\Control\\ComputerName\\ComputerName",
+                                              u"ComputerName");
     std::u16string_view name = machineName;
     if (name.starts_with(u"\\\\")) name.remove_prefix(2);
-    if (!EqualAsciiNoCase(name, u"localhost") && !(own && EqualAsciiNoCase(name, own->Text()))) return kErrorServerUnavailable;
+    if (!EqualAsciiNoCase(name, u"localhost") && !(own && EqualAsciiNoCase(name, own->Text())))
+      return kErrorServerUnavailable;
   }
   if (database && *database && !EqualAsciiNoCase(database, u"ServicesActive"))
-    return EqualAsciiNoCase(database, u"ServicesFailed") ? win32::ERROR_DATABASE_DOES_NOT_EXIST : win32::ERROR_INVALID_NAME;
+    return EqualAsciiNoCase(database, u"ServicesFailed") ? win32::ERROR_DATABASE_DOES_NOT_EXIST
+                                                         : win32::ERROR_INVALID_NAME;
   win32::ACCESS_MASK granted = 0;
   const Bytes descriptor = DescriptorFromText(kManagerDescriptor).value();
-  if (const DWORD error = Grant(descriptor, desired | win32::SC_MANAGER_CONNECT, kManagerMapping, granted)) return error;
+  if (const DWORD error = Grant(descriptor, desired | win32::SC_MANAGER_CONNECT, kManagerMapping, granted))
+    return error;
   handle = NewHandle(std::make_shared<ServiceManagerObject>(), granted);
   return win32::ERROR_SUCCESS;
 }
@@ -162,7 +168,8 @@ DWORD CheckChange(const std::u16string& name, const ConfigurationChange& change)
   };
   if (changes(change.type) && !isKnown(change.type)) return win32::ERROR_INVALID_PARAMETER;
   // Boot and system start are for drivers.
-  if (changes(change.start) && (change.start > win32::SERVICE_DISABLED || (isProcess && change.start < win32::SERVICE_AUTO_START)))
+  if (changes(change.start) &&
+      (change.start > win32::SERVICE_DISABLED || (isProcess && change.start < win32::SERVICE_AUTO_START)))
     return win32::ERROR_INVALID_PARAMETER;
   if (changes(change.errorControl) && change.errorControl > kLastErrorControl) return win32::ERROR_INVALID_PARAMETER;
   if (change.tag && !(change.group && *change.group)) return win32::ERROR_INVALID_PARAMETER;
@@ -259,7 +266,8 @@ SC_HANDLE OpenSCManagerW(const char16_t* lpMachineName, const char16_t* lpDataba
   WIN32_CALL(lpMachineName, lpDatabaseName, dwDesiredAccess);
   if (call.Refused()) return nullptr;
   SC_HANDLE handle = nullptr;
-  if (const DWORD error = OpenManager(lpMachineName, lpDatabaseName, dwDesiredAccess, handle)) emulated::SetLastError(error);
+  if (const DWORD error = OpenManager(lpMachineName, lpDatabaseName, dwDesiredAccess, handle))
+    emulated::SetLastError(error);
   return call.Return(handle);
 }
 
@@ -267,20 +275,23 @@ SC_HANDLE OpenServiceW(SC_HANDLE hSCManager, const char16_t* lpServiceName, DWOR
   WIN32_CALL(hSCManager, lpServiceName, dwDesiredAccess);
   if (call.Refused()) return nullptr;
   SC_HANDLE handle = nullptr;
-  if (const DWORD error = OpenOneService(hSCManager, lpServiceName, dwDesiredAccess, handle)) emulated::SetLastError(error);
+  if (const DWORD error = OpenOneService(hSCManager, lpServiceName, dwDesiredAccess, handle))
+    emulated::SetLastError(error);
   return call.Return(handle);
 }
 
 BOOL CloseServiceHandle(SC_HANDLE hSCObject) {
   WIN32_CALL(hSCObject);
   if (call.Refused()) return FALSE;
-  if (!ObjectOf<ServiceManagerObject>(hSCObject) && !ObjectOf<ServiceObject>(hSCObject)) return call.Done(ERROR_INVALID_HANDLE);
+  if (!ObjectOf<ServiceManagerObject>(hSCObject) && !ObjectOf<ServiceObject>(hSCObject))
+    return call.Done(ERROR_INVALID_HANDLE);
   Machine& machine = Machine::Current();
   machine.objects.Close(hSCObject, machine.process.id);
   return call.Done(ERROR_SUCCESS);
 }
 
-BOOL QueryServiceConfigW(SC_HANDLE hService, QUERY_SERVICE_CONFIGW* lpServiceConfig, DWORD cbBufSize, DWORD* pcbBytesNeeded) {
+BOOL QueryServiceConfigW(SC_HANDLE hService, QUERY_SERVICE_CONFIGW* lpServiceConfig, DWORD cbBufSize,
+                         DWORD* pcbBytesNeeded) {
   WIN32_CALL(hService, cbBufSize);
   if (call.Refused()) return FALSE;
   DWORD error = 0;
@@ -297,8 +308,9 @@ BOOL ChangeServiceConfigW(SC_HANDLE hService, DWORD dwServiceType, DWORD dwStart
   DWORD error = 0;
   const auto service = FindService(hService, SERVICE_CHANGE_CONFIG, error);
   if (!service) return call.Done(error);
-  const ConfigurationChange change{dwServiceType, dwStartType, dwErrorControl, lpBinaryPathName, lpLoadOrderGroup,
-                                   lpdwTagId, lpDependencies, lpServiceStartName, lpDisplayName};
+  const ConfigurationChange change{dwServiceType,    dwStartType,        dwErrorControl,
+                                   lpBinaryPathName, lpLoadOrderGroup,   lpdwTagId,
+                                   lpDependencies,   lpServiceStartName, lpDisplayName};
   error = CheckChange(service->name, change);
   if (error == 0) Change(service->name, change);
   return call.Done(error);

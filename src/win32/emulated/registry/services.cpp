@@ -26,10 +26,13 @@ bool IsPending(DWORD state) { return state == win32::SERVICE_START_PENDING || st
 
 ServiceManager::ServiceManager(Machine& machine) : machine_(machine) {}
 
-std::u16string ServiceManager::KeyPath(std::u16string_view name) { return std::u16string(kServices) + u"\\" + std::u16string(name); }
+std::u16string ServiceManager::KeyPath(std::u16string_view name) {
+  return std::u16string(kServices) + u"\\" + std::u16string(name);
+}
 
 bool ServiceManager::Exists(std::u16string_view name) {
-  return !name.empty() && name.find(u'\\') == name.npos && machine_.registry().Query(KeyPath(name), u"Type").has_value();
+  return !name.empty() && name.find(u'\\') == name.npos &&
+         machine_.registry().Query(KeyPath(name), u"Type").has_value();
 }
 
 std::optional<ServiceConfiguration> ServiceManager::Configuration(std::u16string_view name) {
@@ -38,19 +41,30 @@ std::optional<ServiceConfiguration> ServiceManager::Configuration(std::u16string
   const std::u16string key = KeyPath(name);
   const auto number = [&](std::u16string_view value) -> DWORD {
     const auto found = registry.Query(key, value);
-    return found && found->type == win32::REG_DWORD && found->data.size() == 4 ? LoadLittleEndian<std::uint32_t>(found->data, 0) : 0;
+    return found && found->type == win32::REG_DWORD && found->data.size() == 4
+               ? LoadLittleEndian<std::uint32_t>(found->data, 0)
+               : 0;
   };
   const auto text = [&](std::u16string_view value, std::u16string_view otherwise) {
     const auto found = registry.Query(key, value);
     if (!found) return std::u16string(otherwise);
     return found->type == win32::REG_EXPAND_SZ ? ExpandSystemVariables(registry, found->Text()) : found->Text();
   };
-  ServiceConfiguration configuration{number(u"Type"), number(u"Start"), number(u"ErrorControl"), number(u"Tag"), text(u"ImagePath", u""),
-                                     text(u"Group", u""), {}, text(u"ObjectName", u""), text(u"DisplayName", name)};
-  if (configuration.account.empty() && (configuration.type & kProcessTypes) != 0) configuration.account = u"LocalSystem";
+  ServiceConfiguration configuration{number(u"Type"),
+                                     number(u"Start"),
+                                     number(u"ErrorControl"),
+                                     number(u"Tag"),
+                                     text(u"ImagePath", u""),
+                                     text(u"Group", u""),
+                                     {},
+                                     text(u"ObjectName", u""),
+                                     text(u"DisplayName", name)};
+  if (configuration.account.empty() && (configuration.type & kProcessTypes) != 0)
+    configuration.account = u"LocalSystem";
   const auto append = [&](std::u16string_view value, std::u16string_view prefix) {
     if (const auto found = registry.Query(key, value))
-      for (const std::u16string& one : MultiText(*found)) configuration.dependencies.push_back(std::u16string(prefix) + one);
+      for (const std::u16string& one : MultiText(*found))
+        configuration.dependencies.push_back(std::u16string(prefix) + one);
   };
   append(u"DependOnService", u"");
   append(u"DependOnGroup", u"+");
@@ -73,7 +87,8 @@ void ServiceManager::StartAutomaticServices() {
   registry.LoadUserHive();
   for (const std::u16string& name : registry.SubKeys(kServices)) {
     const auto configuration = Configuration(name);
-    if (configuration && configuration->start == win32::SERVICE_AUTO_START && (configuration->type & kProcessTypes) != 0 && Behaviour(name).startError == 0)
+    if (configuration && configuration->start == win32::SERVICE_AUTO_START &&
+        (configuration->type & kProcessTypes) != 0 && Behaviour(name).startError == 0)
       Launch(name);
   }
 }
@@ -104,7 +119,8 @@ win32::SERVICE_STATUS ServiceManager::Status(std::u16string_view name) {
   win32::SERVICE_STATUS status{};
   status.dwServiceType = configuration ? configuration->type : win32::SERVICE_WIN32_OWN_PROCESS;
   status.dwCurrentState = running.state;
-  if (running.state == win32::SERVICE_RUNNING && Behaviour(name).acceptsStop) status.dwControlsAccepted = kAcceptStop | kAcceptShutdown;
+  if (running.state == win32::SERVICE_RUNNING && Behaviour(name).acceptsStop)
+    status.dwControlsAccepted = kAcceptStop | kAcceptShutdown;
   if (running.state == win32::SERVICE_STOPPED && !running.everRan) status.dwWin32ExitCode = kErrorNeverStarted;
   if (IsPending(running.state)) {
     status.dwCheckPoint = 1;
@@ -156,7 +172,8 @@ DWORD ServiceManager::Start(std::u16string_view name, unsigned depth) {
     if (error != 0 && error != win32::ERROR_SERVICE_ALREADY_RUNNING) return kErrorDependencyFailed;
   }
   if (const DWORD error = Behaviour(name).startError) return error;
-  if ((configuration->type & kProcessTypes) != 0 && !ProgramExists(configuration->imagePath)) return win32::ERROR_FILE_NOT_FOUND;
+  if ((configuration->type & kProcessTypes) != 0 && !ProgramExists(configuration->imagePath))
+    return win32::ERROR_FILE_NOT_FOUND;
   Launch(name);
   return win32::ERROR_SUCCESS;
 }

@@ -17,7 +17,7 @@ namespace emulated {
 struct ServiceBehaviour {
   std::uint64_t startMilliseconds = 0;  // how long it stays START_PENDING on the virtual clock; UINT64_MAX: for ever
   std::uint64_t stopMilliseconds = 0;
-  win32::DWORD startError = 0;          // StartServiceW fails with this
+  win32::DWORD startError = 0;  // StartServiceW fails with this
   bool acceptsStop = true;
 };
 
@@ -70,7 +70,7 @@ class ServiceManager {
   Running& Current(std::u16string_view name);
 
   Machine& machine_;
-  std::map<std::u16string, Running> running_;     // by lower-case name
+  std::map<std::u16string, Running> running_;  // by lower-case name
   std::map<std::u16string, ServiceBehaviour> behaviours_;
 };
 

@@ -34,31 +34,48 @@ constexpr std::u16string_view kHost = u"%SystemRoot%\\system32\\svchost.exe -k "
 
 void FillServices(Registry& registry, const std::u16string& control) {
   const auto host = [](std::u16string_view group) { return std::u16string(kHost) + std::u16string(group); };
-  const std::u16string network = host(u"NetworkService"), local = host(u"LocalServiceNetworkRestricted"), shared = host(u"netsvcs");
+  const std::u16string network = host(u"NetworkService"), local = host(u"LocalServiceNetworkRestricted"),
+                       shared = host(u"netsvcs");
   const SystemService services[] = {
       {u"EventLog", local, u"Windows Event Log", u"NT AUTHORITY\\LocalService", win32::SERVICE_AUTO_START, kShared, {}},
       {u"LanmanServer", shared, u"Server", u"LocalSystem", win32::SERVICE_AUTO_START, kShared, {}},
-      {u"LanmanWorkstation", network, u"Workstation", u"NT AUTHORITY\\NetworkService", win32::SERVICE_AUTO_START, kShared, {}},
+      {u"LanmanWorkstation",
+       network,
+       u"Workstation",
+       u"NT AUTHORITY\\NetworkService",
+       win32::SERVICE_AUTO_START,
+       kShared,
+       {}},
       {u"ProfSvc", shared, u"User Profile Service", u"LocalSystem", win32::SERVICE_AUTO_START, kShared, {}},
       {u"Schedule", shared, u"Task Scheduler", u"LocalSystem", win32::SERVICE_AUTO_START, kShared, {u"EventLog"}},
       {u"Themes", shared, u"Themes", u"LocalSystem", win32::SERVICE_AUTO_START, kShared, {}},
-      {u"WMPNetworkSvc", u"\"%PROGRAMFILES%\\Windows Media Player\\wmpnetwk.exe\"", u"Windows Media Player Network Sharing Service",
-       u"NT AUTHORITY\\NetworkService", win32::SERVICE_DEMAND_START, win32::SERVICE_WIN32_OWN_PROCESS, {}},
+      {u"WMPNetworkSvc",
+       u"\"%PROGRAMFILES%\\Windows Media Player\\wmpnetwk.exe\"",
+       u"Windows Media Player Network Sharing Service",
+       u"NT AUTHORITY\\NetworkService",
+       win32::SERVICE_DEMAND_START,
+       win32::SERVICE_WIN32_OWN_PROCESS,
+       {}},
   };
   for (const SystemService& service : services) {
     const std::u16string key = control + u"\\Services\\" + std::u16string(service.name);
     registry.SetDword(key, u"Type", service.type);
     registry.SetDword(key, u"Start", service.start);
     registry.SetDword(key, u"ErrorControl", 1);
-    SetTexts(registry, key, {{u"ImagePath", service.imagePath, REG_EXPAND_SZ}, {u"DisplayName", service.displayName}, {u"ObjectName", service.account}});
-    if (!service.needs.empty()) registry.Set(key, u"DependOnService", win32::REG_MULTI_SZ, RegistryMultiText(service.needs));
+    SetTexts(registry, key,
+             {{u"ImagePath", service.imagePath, REG_EXPAND_SZ},
+              {u"DisplayName", service.displayName},
+              {u"ObjectName", service.account}});
+    if (!service.needs.empty())
+      registry.Set(key, u"DependOnService", win32::REG_MULTI_SZ, RegistryMultiText(service.needs));
   }
   registry.CreateKey(control + u"\\Services\\LanmanServer\\Shares\\Security");
 }
 
 std::u16string_view AnsiCodePage(win32::UINT oem) {
   static const std::map<win32::UINT, std::u16string_view> pages = {
-      {737, u"1253"}, {775, u"1257"}, {852, u"1250"}, {857, u"1254"}, {862, u"1255"}, {866, u"1251"}, {874, u"874"}, {932, u"932"}, {936, u"936"}, {949, u"949"}, {950, u"950"}};
+      {737, u"1253"}, {775, u"1257"}, {852, u"1250"}, {857, u"1254"}, {862, u"1255"}, {866, u"1251"},
+      {874, u"874"},  {932, u"932"},  {936, u"936"},  {949, u"949"},  {950, u"950"}};
   const auto page = pages.find(oem);
   return page == pages.end() ? u"1252" : page->second;
 }
@@ -74,12 +91,14 @@ void FillSystem(Registry& registry, const InstallationFacts& facts) {
   registry.SetText(control, u"CurrentUser", u"USERNAME");
   for (const auto* const key : {u"\\ComputerName\\ComputerName", u"\\ComputerName\\ActiveComputerName"})
     registry.SetText(control + key, u"ComputerName", facts.computerName);
-  SetTexts(registry, control + u"\\Nls\\CodePage", {{u"ACP", AnsiCodePage(facts.oemCodePage)}, {u"OEMCP", Utf16(std::to_string(facts.oemCodePage))}});
+  SetTexts(registry, control + u"\\Nls\\CodePage",
+           {{u"ACP", AnsiCodePage(facts.oemCodePage)}, {u"OEMCP", Utf16(std::to_string(facts.oemCodePage))}});
   registry.SetText(control + u"\\ProductOptions", u"ProductType", u"WinNT");
   registry.SetText(control + u"\\Windows", u"Directory", u"%SystemRoot%", REG_EXPAND_SZ);
   registry.SetText(control + u"\\Windows", u"SystemDirectory", u"%SystemRoot%\\system32", REG_EXPAND_SZ);
   registry.SetDword(control + u"\\Windows", u"CSDVersion", 0);
-  registry.Set(control + u"\\Session Manager", u"BootExecute", win32::REG_MULTI_SZ, RegistryMultiText({u"autocheck autochk *"}));
+  registry.Set(control + u"\\Session Manager", u"BootExecute", win32::REG_MULTI_SZ,
+               RegistryMultiText({u"autocheck autochk *"}));
   SetTexts(registry, control + u"\\Session Manager\\Environment",
            {{u"ComSpec", u"%SystemRoot%\\system32\\cmd.exe", REG_EXPAND_SZ},
             {u"OS", u"Windows_NT"},
@@ -95,7 +114,8 @@ void FillSystem(Registry& registry, const InstallationFacts& facts) {
 
 std::u16string ProductName(const InstallationFacts& facts) {
   if (facts.majorVersion >= 10) return u"Windows 10 Pro";
-  static constexpr std::u16string_view names[] = {u"Windows Vista (TM) Business", u"Windows 7 Professional", u"Windows 8 Pro", u"Windows 8.1 Pro"};
+  static constexpr std::u16string_view names[] = {u"Windows Vista (TM) Business", u"Windows 7 Professional",
+                                                  u"Windows 8 Pro", u"Windows 8.1 Pro"};
   return std::u16string(names[std::min<std::size_t>(facts.minorVersion, 3)]);
 }
 
@@ -127,27 +147,45 @@ void FillSoftware(Registry& registry, const InstallationFacts& facts) {
   const std::u16string nt = u"HKLM\\SOFTWARE\\Microsoft\\Windows NT\\CurrentVersion";
   const std::u16string build = Utf16(std::to_string(facts.buildNumber));
   // Windows 10 stayed at 6.3 here.
-  const std::u16string version = facts.majorVersion >= 10 ? u"6.3" : Utf16(std::to_string(facts.majorVersion) + "." + std::to_string(facts.minorVersion));
-  SetTexts(registry, nt, {{u"ProductName", ProductName(facts)}, {u"CurrentVersion", version}, {u"CurrentBuild", build}, {u"CurrentBuildNumber", build},
-                          {u"CurrentType", u"Multiprocessor Free"}, {u"EditionID", u"Professional"}, {u"InstallationType", u"Client"},
-                          {u"PathName", u"C:\\Windows"}, {u"SystemRoot", u"C:\\Windows"}});
+  const std::u16string version =
+      facts.majorVersion >= 10 ? u"6.3"
+                               : Utf16(std::to_string(facts.majorVersion) + "." + std::to_string(facts.minorVersion));
+  SetTexts(registry, nt,
+           {{u"ProductName", ProductName(facts)},
+            {u"CurrentVersion", version},
+            {u"CurrentBuild", build},
+            {u"CurrentBuildNumber", build},
+            {u"CurrentType", u"Multiprocessor Free"},
+            {u"EditionID", u"Professional"},
+            {u"InstallationType", u"Client"},
+            {u"PathName", u"C:\\Windows"},
+            {u"SystemRoot", u"C:\\Windows"}});
   registry.SetDword(nt, u"CurrentMajorVersionNumber", facts.majorVersion);
   registry.SetDword(nt, u"CurrentMinorVersionNumber", facts.minorVersion);
   FillProfileList(registry, facts);
 
   const std::u16string windows = u"HKLM\\SOFTWARE\\Microsoft\\Windows\\CurrentVersion";
-  SetTexts(registry, windows, {{u"ProgramFilesDir", u"C:\\Program Files"}, {u"CommonFilesDir", u"C:\\Program Files\\Common Files"},
-                               {u"ProgramFilesDir (x86)", u"C:\\Program Files (x86)"}, {u"CommonFilesDir (x86)", u"C:\\Program Files (x86)\\Common Files"},
-                               {u"ProgramW6432Dir", u"C:\\Program Files"}, {u"CommonW6432Dir", u"C:\\Program Files\\Common Files"},
-                               {u"ProgramFilesPath", u"%ProgramFiles%", REG_EXPAND_SZ}});
+  SetTexts(registry, windows,
+           {{u"ProgramFilesDir", u"C:\\Program Files"},
+            {u"CommonFilesDir", u"C:\\Program Files\\Common Files"},
+            {u"ProgramFilesDir (x86)", u"C:\\Program Files (x86)"},
+            {u"CommonFilesDir (x86)", u"C:\\Program Files (x86)\\Common Files"},
+            {u"ProgramW6432Dir", u"C:\\Program Files"},
+            {u"CommonW6432Dir", u"C:\\Program Files\\Common Files"},
+            {u"ProgramFilesPath", u"%ProgramFiles%", REG_EXPAND_SZ}});
   SetTexts(registry, windows + u"\\Explorer\\User Shell Folders",
-           {{u"Common AppData", u"%ProgramData%", REG_EXPAND_SZ}, {u"Common Desktop", u"%PUBLIC%\\Desktop", REG_EXPAND_SZ},
+           {{u"Common AppData", u"%ProgramData%", REG_EXPAND_SZ},
+            {u"Common Desktop", u"%PUBLIC%\\Desktop", REG_EXPAND_SZ},
             {u"Common Documents", u"%PUBLIC%\\Documents", REG_EXPAND_SZ}});
   SetTexts(registry, windows + u"\\Explorer\\Shell Folders",
-           {{u"Common AppData", u"C:\\ProgramData"}, {u"Common Desktop", u"C:\\Users\\Public\\Desktop"}, {u"Common Documents", u"C:\\Users\\Public\\Documents"}});
+           {{u"Common AppData", u"C:\\ProgramData"},
+            {u"Common Desktop", u"C:\\Users\\Public\\Desktop"},
+            {u"Common Documents", u"C:\\Users\\Public\\Documents"}});
   SetTexts(registry, u"HKLM\\SOFTWARE\\Wow6432Node\\Microsoft\\Windows\\CurrentVersion",
-           {{u"ProgramFilesDir", u"C:\\Program Files (x86)"}, {u"CommonFilesDir", u"C:\\Program Files (x86)\\Common Files"},
-            {u"ProgramFilesDir (x86)", u"C:\\Program Files (x86)"}, {u"CommonFilesDir (x86)", u"C:\\Program Files (x86)\\Common Files"}});
+           {{u"ProgramFilesDir", u"C:\\Program Files (x86)"},
+            {u"CommonFilesDir", u"C:\\Program Files (x86)\\Common Files"},
+            {u"ProgramFilesDir (x86)", u"C:\\Program Files (x86)"},
+            {u"CommonFilesDir (x86)", u"C:\\Program Files (x86)\\Common Files"}});
   registry.CreateKey(u"HKLM\\SOFTWARE\\Classes");
   registry.CreateKey(u"HKLM\\SOFTWARE\\Policies");
 }
@@ -156,17 +194,24 @@ void FillSoftware(Registry& registry, const InstallationFacts& facts) {
 struct ShellFolder {
   std::u16string_view name, folder;
 };
-constexpr ShellFolder kShellFolders[] = {
-    {u"AppData", u"AppData\\Roaming"},   {u"Desktop", u"Desktop"},     {u"Favorites", u"Favorites"},
-    {u"Local AppData", u"AppData\\Local"}, {u"My Music", u"Music"},      {u"My Pictures", u"Pictures"},
-    {u"My Video", u"Videos"},            {u"Personal", u"Documents"},  {u"{374DE290-123F-4565-9164-39C4925E467B}", u"Downloads"}};
+constexpr ShellFolder kShellFolders[] = {{u"AppData", u"AppData\\Roaming"},
+                                         {u"Desktop", u"Desktop"},
+                                         {u"Favorites", u"Favorites"},
+                                         {u"Local AppData", u"AppData\\Local"},
+                                         {u"My Music", u"Music"},
+                                         {u"My Pictures", u"Pictures"},
+                                         {u"My Video", u"Videos"},
+                                         {u"Personal", u"Documents"},
+                                         {u"{374DE290-123F-4565-9164-39C4925E467B}", u"Downloads"}};
 
 }  // namespace
 
 void FillSystemHives(Registry& registry, const InstallationFacts& facts) {
   FillSystem(registry, facts);
   FillSoftware(registry, facts);
-  SetTexts(registry, u"HKU\\.DEFAULT\\Environment", {{u"TEMP", u"%USERPROFILE%\\AppData\\Local\\Temp", REG_EXPAND_SZ}, {u"TMP", u"%USERPROFILE%\\AppData\\Local\\Temp", REG_EXPAND_SZ}});
+  SetTexts(registry, u"HKU\\.DEFAULT\\Environment",
+           {{u"TEMP", u"%USERPROFILE%\\AppData\\Local\\Temp", REG_EXPAND_SZ},
+            {u"TMP", u"%USERPROFILE%\\AppData\\Local\\Temp", REG_EXPAND_SZ}});
   registry.CreateKey(u"HKU\\.DEFAULT\\Software");
 }
 
@@ -175,7 +220,8 @@ Bytes UserHive(std::u16string_view home, FileTime now, std::u16string_view sid) 
   if (!sid.empty()) sddl += u"(A;CI;KA;;;" + std::u16string(sid) + u")";
   const auto descriptor = DescriptorFromText(sddl);
   const auto security = descriptor ? std::make_shared<const Bytes>(*descriptor) : MachineHiveSecurity();
-  const auto inherited = std::make_shared<const Bytes>(NewObjectDescriptor(*MakeSystemToken(), ByteView(*security), std::nullopt, true, kKeyMapping));
+  const auto inherited = std::make_shared<const Bytes>(
+      NewObjectDescriptor(*MakeSystemToken(), ByteView(*security), std::nullopt, true, kKeyMapping));
   const auto hive = NewHive(u"ROOT", security, std::make_shared<const UpCase>(), now);
   const auto key = [&](std::initializer_list<std::u16string_view> path) {
     std::shared_ptr<HiveKey> at = hive->root;
@@ -193,9 +239,11 @@ Bytes UserHive(std::u16string_view home, FileTime now, std::u16string_view sid) 
   set(*desktop, u"WallpaperStyle", u"10", win32::REG_SZ);
   set(*desktop, u"TileWallpaper", u"0", win32::REG_SZ);
   const auto environment = key({u"Environment"});
-  for (const auto* const name : {u"TEMP", u"TMP"}) set(*environment, name, u"%USERPROFILE%\\AppData\\Local\\Temp", REG_EXPAND_SZ);
+  for (const auto* const name : {u"TEMP", u"TMP"})
+    set(*environment, name, u"%USERPROFILE%\\AppData\\Local\\Temp", REG_EXPAND_SZ);
   const auto shell = key({u"Software", u"Microsoft", u"Windows", u"CurrentVersion", u"Explorer", u"Shell Folders"});
-  const auto userShell = key({u"Software", u"Microsoft", u"Windows", u"CurrentVersion", u"Explorer", u"User Shell Folders"});
+  const auto userShell =
+      key({u"Software", u"Microsoft", u"Windows", u"CurrentVersion", u"Explorer", u"User Shell Folders"});
   for (const ShellFolder& folder : kShellFolders) {
     set(*shell, folder.name, std::u16string(home) + u"\\" + std::u16string(folder.folder), win32::REG_SZ);
     set(*userShell, folder.name, u"%USERPROFILE%\\" + std::u16string(folder.folder), REG_EXPAND_SZ);

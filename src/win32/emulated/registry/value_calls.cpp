@@ -26,14 +26,16 @@ DWORD GiveData(const RegistryValue& value, DWORD* type, win32::BYTE* data, DWORD
   return win32::ERROR_SUCCESS;
 }
 
-// Where a hive is loaded: the name that Registry::LoadHive takes. 87 unless `handle` is a root; 1314 without the privileges.
+// Where a hive is loaded: the name that Registry::LoadHive takes. 87 unless `handle` is a root; 1314 without the
+// privileges.
 DWORD MountPath(win32::HKEY handle, const char16_t* subKey, std::u16string& path) {
   KeyArgument root;
   if (const DWORD error = FindKey(handle, root)) return error;
   const bool machineRoot = root.path == u"MACHINE";
   if (!subKey || !*subKey || (!machineRoot && root.path != u"USER")) return win32::ERROR_INVALID_PARAMETER;
   const Token& token = Machine::Current().EffectiveToken();
-  if (!token.PrivilegeEnabled(Privilege::Backup) || !token.PrivilegeEnabled(Privilege::Restore)) return win32::ERROR_PRIVILEGE_NOT_HELD;
+  if (!token.PrivilegeEnabled(Privilege::Backup) || !token.PrivilegeEnabled(Privilege::Restore))
+    return win32::ERROR_PRIVILEGE_NOT_HELD;
   path = (machineRoot ? u"HKLM\\" : u"HKU\\") + std::u16string(subKey);
   return win32::ERROR_SUCCESS;
 }
@@ -47,7 +49,8 @@ DWORD SetValue(win32::HKEY handle, std::u16string_view name, DWORD type, const w
   HiveKey& key = *argument.key;
   const UpCase& upCase = machine.registry().upCase();
   // A link has its target and nothing else.
-  if (key.IsLink() && (type != win32::REG_LINK || upCase(name) != upCase(kLinkValue))) return win32::ERROR_ACCESS_DENIED;
+  if (key.IsLink() && (type != win32::REG_LINK || upCase(name) != upCase(kLinkValue)))
+    return win32::ERROR_ACCESS_DENIED;
   RegistryValue* value = key.Value(name, upCase);
   if (!value) value = &key.values.emplace_back(RegistryValue{std::u16string(name), type, {}});
   const ByteView bytes(data, size);
@@ -65,7 +68,8 @@ namespace win32 {
 
 using namespace emulated;
 
-LSTATUS RegQueryValueExW(HKEY hKey, const char16_t* lpValueName, DWORD* lpReserved, DWORD* lpType, BYTE* lpData, DWORD* lpcbData) {
+LSTATUS RegQueryValueExW(HKEY hKey, const char16_t* lpValueName, DWORD* lpReserved, DWORD* lpType, BYTE* lpData,
+                         DWORD* lpcbData) {
   WIN32_CALL(hKey, lpValueName);
   if (call.Refused()) return call.Code(call.error());
   if (lpReserved || (lpData && !lpcbData)) return call.Code(ERROR_INVALID_PARAMETER);
@@ -75,8 +79,8 @@ LSTATUS RegQueryValueExW(HKEY hKey, const char16_t* lpValueName, DWORD* lpReserv
   return call.Code(value ? GiveData(*value, lpType, lpData, lpcbData) : ERROR_FILE_NOT_FOUND);
 }
 
-LSTATUS RegEnumValueW(HKEY hKey, DWORD dwIndex, char16_t* lpValueName, DWORD* lpcchValueName, DWORD* lpReserved, DWORD* lpType,
-                      BYTE* lpData, DWORD* lpcbData) {
+LSTATUS RegEnumValueW(HKEY hKey, DWORD dwIndex, char16_t* lpValueName, DWORD* lpcchValueName, DWORD* lpReserved,
+                      DWORD* lpType, BYTE* lpData, DWORD* lpcbData) {
   WIN32_CALL(hKey, dwIndex);
   if (call.Refused()) return call.Code(call.error());
   if (!lpValueName || !lpcchValueName || lpReserved || (lpData && !lpcbData)) return call.Code(ERROR_INVALID_PARAMETER);
@@ -93,10 +97,12 @@ LSTATUS RegEnumValueW(HKEY hKey, DWORD dwIndex, char16_t* lpValueName, DWORD* lp
   return call.Code(GiveData(value, lpType, lpData, lpcbData));
 }
 
-LSTATUS RegSetValueExW(HKEY hKey, const char16_t* lpValueName, DWORD Reserved, DWORD dwType, const BYTE* lpData, DWORD cbData) {
+LSTATUS RegSetValueExW(HKEY hKey, const char16_t* lpValueName, DWORD Reserved, DWORD dwType, const BYTE* lpData,
+                       DWORD cbData) {
   WIN32_CALL(hKey, lpValueName, dwType, cbData);
   if (call.Refused()) return call.Code(call.error());
-  return call.Code(Reserved != 0 ? ERROR_INVALID_PARAMETER : SetValue(hKey, NameOf(lpValueName), dwType, lpData, cbData));
+  return call.Code(Reserved != 0 ? ERROR_INVALID_PARAMETER
+                                 : SetValue(hKey, NameOf(lpValueName), dwType, lpData, cbData));
 }
 
 LSTATUS RegDeleteValueW(HKEY hKey, const char16_t* lpValueName) {

@@ -64,7 +64,8 @@ constexpr std::u16string_view kShared[] = {
 };
 
 // Of the shared Classes these are apart again, in SOFTWARE\Classes\Wow6432Node.
-constexpr std::u16string_view kClassesApart[] = {u"CLSID", u"DirectShow", u"Interface", u"Media Type", u"MediaFoundation"};
+constexpr std::u16string_view kClassesApart[] = {u"CLSID", u"DirectShow", u"Interface", u"Media Type",
+                                                 u"MediaFoundation"};
 
 // `path` is `key` or lies below it.
 bool IsAtOrBelow(std::u16string_view path, std::u16string_view key) {
@@ -93,10 +94,12 @@ std::u16string RedirectForView(std::u16string_view path, bool view32) {
   if (IsAtOrBelow(rest, kShared[0])) {
     std::u16string_view inClasses = Below(rest, kShared[0]);
     if (IsAtOrBelow(inClasses, kNode)) return Join(software, rest);
-    const bool apart = std::any_of(std::begin(kClassesApart), std::end(kClassesApart), [&](std::u16string_view key) { return IsAtOrBelow(inClasses, key); });
+    const bool apart = std::any_of(std::begin(kClassesApart), std::end(kClassesApart),
+                                   [&](std::u16string_view key) { return IsAtOrBelow(inClasses, key); });
     return apart ? Join(Join(Join(software, kShared[0]), kNode), inClasses) : Join(software, rest);
   }
-  const bool shared = std::any_of(std::begin(kShared), std::end(kShared), [&](std::u16string_view key) { return IsAtOrBelow(rest, key); });
+  const bool shared = std::any_of(std::begin(kShared), std::end(kShared),
+                                  [&](std::u16string_view key) { return IsAtOrBelow(rest, key); });
   return shared ? Join(software, rest) : Join(Join(software, kNode), rest);
 }
 
