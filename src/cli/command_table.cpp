@@ -10,8 +10,8 @@ namespace {
 
 constexpr unsigned kHelpEntry = 130;
 
-// A row of the table in numbers of the string table; 0 for no switches. Where Windows is older than Vista the usage and the
-// switches of some commands differ.
+// A row of the table in numbers of the string table; 0 for no switches. Where Windows is older than Vista the usage and
+// the switches of some commands differ.
 struct Row {
   Command command;
   unsigned aliases;
@@ -68,7 +68,8 @@ std::u16string HelpText(const CommandTable& table) {
   int number = 0;
   for (const CommandEntry& entry : table.entries) {
     const std::u16string name = entry.aliases.empty() ? std::u16string() : entry.aliases.front();
-    text += FormatText<int, std::u16string>(TableText(LoadResourceString(kHelpEntry)), ++number, name) + u"\n   " + entry.usage;
+    text += FormatText<int, std::u16string>(TableText(LoadResourceString(kHelpEntry)), ++number, name) + u"\n   " +
+            entry.usage;
   }
   return text;
 }

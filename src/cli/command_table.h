@@ -24,8 +24,8 @@ struct CommandEntry {
   Command command;
   std::vector<std::u16string> aliases;  // the first is the command's name
   std::u16string usage;
-  std::size_t arguments;  // exactly so many,
-  bool mayRunBare;        // or none
+  std::size_t arguments;             // exactly so many,
+  bool mayRunBare;                   // or none
   std::size_t argumentsAndSwitches;  // at most
   std::vector<std::u16string> switches;
 };

@@ -38,10 +38,13 @@ std::u16string StringInBlock(std::string_view block, unsigned position) {
 
 std::string ToOem(std::u16string_view text) {
   const int characters = static_cast<int>(text.size());
-  const int size = win32::WideCharToMultiByte(win32::CP_OEMCP, 0, text.data(), characters, nullptr, 0, nullptr, nullptr);
+  const int size =
+      win32::WideCharToMultiByte(win32::CP_OEMCP, 0, text.data(), characters, nullptr, 0, nullptr, nullptr);
   if (size <= 0) return {};
   std::string bytes(static_cast<std::size_t>(size), '\0');
-  if (win32::WideCharToMultiByte(win32::CP_OEMCP, 0, text.data(), characters, bytes.data(), size, nullptr, nullptr) != size) return {};
+  if (win32::WideCharToMultiByte(win32::CP_OEMCP, 0, text.data(), characters, bytes.data(), size, nullptr, nullptr) !=
+      size)
+    return {};
   return bytes;
 }
 
@@ -77,6 +80,7 @@ bool ConsolePrint(std::u16string_view text) {
   if (bytes.empty()) return false;
   const std::string out = WithCarriageReturns(bytes);
   win32::DWORD written = 0;
-  win32::WriteFile(win32::GetStdHandle(win32::STD_OUTPUT_HANDLE), out.data(), static_cast<win32::DWORD>(out.size()), &written, nullptr);
+  win32::WriteFile(win32::GetStdHandle(win32::STD_OUTPUT_HANDLE), out.data(), static_cast<win32::DWORD>(out.size()),
+                   &written, nullptr);
   return true;
 }

@@ -41,17 +41,28 @@ int AnswerCommandNotBuilt(const Invocation& invocation) {
 
 int Dispatch(const Invocation& invocation) {
   switch (invocation.line.entry->command) {
-    case Command::Help: return RunHelp(invocation);
-    case Command::Version: return RunVersion();
-    case Command::GetRHStatus: return RunGetRHStatus();
-    case Command::CheckForUpdate: return AnswerCommandNotBuilt(invocation);
-    case Command::AutoRedirectUP: return RunAutoRedirectUP(invocation);
-    case Command::RedirectUP: return RunRedirectUP(invocation);
-    case Command::RedirectUPDefault: return RunRedirectUPDefault(invocation);
-    case Command::RedirectFolder: return RunRedirectFolder(invocation);
-    case Command::RedirectRegKeyLocation: return RunRedirectRegKeyLocation(invocation);
-    case Command::RedirectRegKey: return RunRedirectRegKey(invocation);
-    case Command::RedirectFile: return RunRedirectFile(invocation);
+    case Command::Help:
+      return RunHelp(invocation);
+    case Command::Version:
+      return RunVersion();
+    case Command::GetRHStatus:
+      return RunGetRHStatus();
+    case Command::CheckForUpdate:
+      return AnswerCommandNotBuilt(invocation);
+    case Command::AutoRedirectUP:
+      return RunAutoRedirectUP(invocation);
+    case Command::RedirectUP:
+      return RunRedirectUP(invocation);
+    case Command::RedirectUPDefault:
+      return RunRedirectUPDefault(invocation);
+    case Command::RedirectFolder:
+      return RunRedirectFolder(invocation);
+    case Command::RedirectRegKeyLocation:
+      return RunRedirectRegKeyLocation(invocation);
+    case Command::RedirectRegKey:
+      return RunRedirectRegKey(invocation);
+    case Command::RedirectFile:
+      return RunRedirectFile(invocation);
   }
   return 1;
 }

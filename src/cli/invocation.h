@@ -14,7 +14,8 @@ struct Invocation {
   bool Removes() const { return line.Has(u"d"); }
 };
 
-// The gate of every command that changes the system. True, and the console says so, when Rimehold would undo the change.
+// The gate of every command that changes the system. True, and the console says so, when Rimehold would undo the
+// change.
 bool RefusedWhileFrozen(const Invocation& invocation);
 
 // "This build does not have the command ..."; 1.

@@ -15,8 +15,8 @@ constexpr unsigned kBanner = 101;
 constexpr unsigned kErrorPrefix = 102;
 constexpr unsigned kAdministratorsOnly = 163;
 
-// One instance at a time on the whole machine, whoever runs it: the mutex is open to everyone. The handle, kept to the end
-// of the run, is empty when another instance has the mutex or it cannot be made.
+// One instance at a time on the whole machine, whoever runs it: the mutex is open to everyone. The handle, kept to the
+// end of the run, is empty when another instance has the mutex or it cannot be made.
 win32::UniqueKernelHandle TakeInstanceMutex() {
   win32::SECURITY_DESCRIPTOR descriptor{};
   if (!win32::InitializeSecurityDescriptor(&descriptor, win32::SECURITY_DESCRIPTOR_REVISION) ||
@@ -24,7 +24,8 @@ win32::UniqueKernelHandle TakeInstanceMutex() {
     return {};
   win32::SECURITY_ATTRIBUTES attributes{sizeof attributes, &descriptor, win32::FALSE};
   win32::SetLastError(win32::ERROR_SUCCESS);
-  win32::UniqueKernelHandle mutex{win32::CreateMutexW(&attributes, win32::TRUE, u"Global\\2092F29F_EEFF_48f5_B562_9E33D2E6471A")};
+  win32::UniqueKernelHandle mutex{
+      win32::CreateMutexW(&attributes, win32::TRUE, u"Global\\2092F29F_EEFF_48f5_B562_9E33D2E6471A")};
   if (mutex && win32::GetLastError() == win32::ERROR_ALREADY_EXISTS) mutex.reset();
   return mutex;
 }

@@ -1,7 +1,8 @@
 // Windows Media network sharing keeps files of the Default and Public profiles open.
 #pragma once
 
-// While it lives the service stands still: one that runs is stopped and, unless it runs by then, started again at the end.
+// While it lives the service stands still: one that runs is stopped and, unless it runs by then, started again at the
+// end.
 class MediaSharingPause {
  public:
   MediaSharingPause();

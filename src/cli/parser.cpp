@@ -14,7 +14,9 @@ constexpr unsigned kNoCommand = 129;
 constexpr unsigned kInvalidArguments = 173;
 constexpr std::size_t kLocationPrefix = 5;
 
-bool HasLocationPrefix(std::u16string_view word) { return StartsWithPath(word, u"/loc:") || StartsWithPath(word, u"/vol:"); }
+bool HasLocationPrefix(std::u16string_view word) {
+  return StartsWithPath(word, u"/loc:") || StartsWithPath(word, u"/vol:");
+}
 
 const CommandEntry* FindCommand(const CommandTable& table, std::u16string_view word) {
   for (const CommandEntry& entry : table.entries)
@@ -73,15 +75,15 @@ bool TakeLocation(CommandLine& line) {
 }
 
 std::size_t Count(const CommandLine& line, std::u16string_view name) {
-  return static_cast<std::size_t>(
-      std::count_if(line.switches.begin(), line.switches.end(), [&](const std::u16string& given) { return EqualPaths(given, name); }));
+  return static_cast<std::size_t>(std::count_if(line.switches.begin(), line.switches.end(),
+                                                [&](const std::u16string& given) { return EqualPaths(given, name); }));
 }
 
 bool SwitchesAreValid(const CommandLine& line) {
   for (const std::u16string& given : line.switches) {
-    const bool allowed = std::any_of(line.entry->switches.begin(), line.entry->switches.end(), [&](const std::u16string& name) {
-      return EqualPaths(u"/" + given, name) || EqualPaths(given, name);
-    });
+    const bool allowed = std::any_of(
+        line.entry->switches.begin(), line.entry->switches.end(),
+        [&](const std::u16string& name) { return EqualPaths(u"/" + given, name) || EqualPaths(given, name); });
     if (!allowed) return false;
   }
   return Count(line, u"NTFS") + Count(line, u"-NTFS") <= 1 && Count(line, u"Share") + Count(line, u"-Share") <= 1 &&
@@ -90,7 +92,8 @@ bool SwitchesAreValid(const CommandLine& line) {
 
 ParseResult Validate(CommandLine& line) {
   ParseResult result = NumberIsProper(line) ? ParseResult::Good : ParseResult::ImproperNumber;
-  if (result == ParseResult::Good && !line.arguments.empty() && !TakeLocation(line)) result = ParseResult::InvalidArguments;
+  if (result == ParseResult::Good && !line.arguments.empty() && !TakeLocation(line))
+    result = ParseResult::InvalidArguments;
   return SwitchesAreValid(line) ? result : ParseResult::InvalidSwitch;
 }
 
@@ -98,17 +101,19 @@ std::u16string ErrorText(ParseResult result, const CommandEntry& entry, std::u16
   const unsigned id = result == ParseResult::InvalidArguments ? kInvalidArguments
                       : result == ParseResult::InvalidSwitch  ? kInvalidSwitch
                                                               : kImproperNumber;
-  return FormatText<std::u16string_view, std::u16string, std::u16string>(TableText(LoadResourceString(id)), typed, entry.aliases.front(),
-                                                                         entry.usage);
+  return FormatText<std::u16string_view, std::u16string, std::u16string>(TableText(LoadResourceString(id)), typed,
+                                                                         entry.aliases.front(), entry.usage);
 }
 
 }  // namespace
 
 bool CommandLine::Has(std::u16string_view name) const {
-  return std::any_of(switches.begin(), switches.end(), [&](const std::u16string& given) { return EqualPaths(given, name); });
+  return std::any_of(switches.begin(), switches.end(),
+                     [&](const std::u16string& given) { return EqualPaths(given, name); });
 }
 
-ParseResult ParseCommandLine(const CommandTable& table, int argc, const char16_t* const* argv, CommandLine& line, std::u16string& error) {
+ParseResult ParseCommandLine(const CommandTable& table, int argc, const char16_t* const* argv, CommandLine& line,
+                             std::u16string& error) {
   if (argc < 2) {
     error = LoadResourceString(kNoCommand);
     return ParseResult::NoCommand;

@@ -18,4 +18,5 @@ struct CommandLine {
 enum class ParseResult { Good = 0, NoCommand = 1, InvalidArguments = 2, InvalidSwitch = 3, ImproperNumber = 4 };
 
 // Anything but Good: `error` says what is wrong.
-ParseResult ParseCommandLine(const CommandTable& table, int argc, const char16_t* const* argv, CommandLine& line, std::u16string& error);
+ParseResult ParseCommandLine(const CommandTable& table, int argc, const char16_t* const* argv, CommandLine& line,
+                             std::u16string& error);

@@ -39,11 +39,13 @@ bool ProfileSwitchIsMistyped(const Invocation& invocation) {
 
 // Windows before Vista has neither profile.
 bool NamesDefaultOrPublic(const Invocation& invocation) {
-  return invocation.table.vistaOrLater && (invocation.line.Has(u"DefaultProfile") || invocation.line.Has(u"PublicProfile"));
+  return invocation.table.vistaOrLater &&
+         (invocation.line.Has(u"DefaultProfile") || invocation.line.Has(u"PublicProfile"));
 }
 
 std::u16string ProfileName(const Invocation& invocation) {
-  if (NamesDefaultOrPublic(invocation)) return invocation.line.Has(u"DefaultProfile") ? u"DefaultProfile" : u"PublicProfile";
+  if (NamesDefaultOrPublic(invocation))
+    return invocation.line.Has(u"DefaultProfile") ? u"DefaultProfile" : u"PublicProfile";
   return invocation.line.arguments.front();
 }
 
@@ -58,7 +60,8 @@ int RunOnProfile(const Invocation& invocation) {
 bool IsBare(const Invocation& invocation) {
   const std::vector<std::u16string>& switches = invocation.line.switches;
   return invocation.line.arguments.empty() &&
-         std::all_of(switches.begin(), switches.end(), [](const std::u16string& given) { return EqualPaths(given, u"c"); });
+         std::all_of(switches.begin(), switches.end(),
+                     [](const std::u16string& given) { return EqualPaths(given, u"c"); });
 }
 
 bool AutoParametersAreInvalid(const Invocation& invocation) {
@@ -104,8 +107,9 @@ int RunRedirectUP(const Invocation& invocation) {
   if (invocation.line.arguments.empty()) return AnswerCommandNotBuilt(invocation);  // lists the profiles
   if (ProfileSwitchIsMistyped(invocation)) return RefuseParameters(kRedirectUsage);
   if (RefusedWhileFrozen(invocation)) return 0;
-  win32::OutputDebugStringW((u"RedirectUserProfile() User: " + ProfileName(invocation) + u" & TargetDir: " +
-                             invocation.line.arguments.back()).c_str());
+  win32::OutputDebugStringW(
+      (u"RedirectUserProfile() User: " + ProfileName(invocation) + u" & TargetDir: " + invocation.line.arguments.back())
+          .c_str());
   return RunOnProfile(invocation);
 }
 

@@ -32,8 +32,8 @@ int RunRedirectFolder(const Invocation& invocation) {
   if (RefusedWhileFrozen(invocation)) return 0;
   if (RemovesAndHasAnyOf(invocation, {u"NTFS", u"Share", u"-NTFS", u"-Share"})) return RefuseCombination();
   const auto handler = invocation.Removes() ? RemoveFolderRedirection : RedirectFolder;
-  return handler(invocation.line.arguments.front().c_str(), invocation.line.arguments.back().c_str(), invocation.CopyNtfsPermissions(),
-                 invocation.CopyShares());
+  return handler(invocation.line.arguments.front().c_str(), invocation.line.arguments.back().c_str(),
+                 invocation.CopyNtfsPermissions(), invocation.CopyShares());
 }
 
 int RunRedirectFile(const Invocation& invocation) {

@@ -19,12 +19,18 @@ std::u16string SignedDigits(std::int64_t value) {
 
 std::u16string Convert(const Conversion& conversion, const FormatArgument& argument) {
   switch (conversion.letter) {
-    case u'd': return SignedDigits(argument.AsSigned());
-    case u'u': return Digits(argument.AsUnsigned(), 10, false);
-    case u'x': return Digits(argument.AsUnsigned(), 16, false);
-    case u'X': return Digits(argument.AsUnsigned(), 16, true);
-    case u'c': return {static_cast<char16_t>(argument.AsUnsigned())};
-    default: return std::u16string(argument.text());
+    case u'd':
+      return SignedDigits(argument.AsSigned());
+    case u'u':
+      return Digits(argument.AsUnsigned(), 10, false);
+    case u'x':
+      return Digits(argument.AsUnsigned(), 16, false);
+    case u'X':
+      return Digits(argument.AsUnsigned(), 16, true);
+    case u'c':
+      return {static_cast<char16_t>(argument.AsUnsigned())};
+    default:
+      return std::u16string(argument.text());
   }
 }
 
@@ -43,7 +49,8 @@ std::u16string FormatArguments(std::u16string_view format, std::span<const Forma
   std::u16string out;
   std::size_t copied = 0;
   std::size_t used = 0;
-  for (Conversion next = FindConversion(format, 0); next.begin != std::u16string_view::npos; next = FindConversion(format, next.end)) {
+  for (Conversion next = FindConversion(format, 0); next.begin != std::u16string_view::npos;
+       next = FindConversion(format, next.end)) {
     out += format.substr(copied, next.begin - copied);
     copied = next.end;
     if (next.letter == 0) {

@@ -17,7 +17,8 @@ enum class ArgumentKind { Integer, Character, Text };
 template <typename T>
 concept TextArgument = std::convertible_to<const T&, std::u16string_view>;
 template <typename T>
-concept IntegerArgument = std::integral<T> && !std::same_as<T, char16_t> && !std::same_as<T, char> && !std::same_as<T, wchar_t>;
+concept IntegerArgument =
+    std::integral<T> && !std::same_as<T, char16_t> && !std::same_as<T, char> && !std::same_as<T, wchar_t>;
 
 // One argument of a text. Refers to the text it is made from.
 class FormatArgument {
@@ -83,7 +84,8 @@ constexpr Conversion FindConversion(std::u16string_view text, std::size_t from) 
     found.width = found.width * 10 + static_cast<std::size_t>(text[at] - u'0');
   const bool longText = at + 1 < text.size() && text[at] == u'l' && text[at + 1] == u's';
   if (longText) ++at;
-  if (at < text.size() && std::u16string_view(u"duxXsc%").find(text[at]) != std::u16string_view::npos) found.letter = text[at++];
+  if (at < text.size() && std::u16string_view(u"duxXsc%").find(text[at]) != std::u16string_view::npos)
+    found.letter = text[at++];
   found.end = at;
   return found;
 }
@@ -91,7 +93,8 @@ constexpr Conversion FindConversion(std::u16string_view text, std::size_t from) 
 // Whether the conversions of a text are exactly these, in this order.
 constexpr bool FormatMatches(std::u16string_view text, std::span<const ArgumentKind> kinds) {
   std::size_t used = 0;
-  for (Conversion next = FindConversion(text, 0); next.begin != std::u16string_view::npos; next = FindConversion(text, next.end)) {
+  for (Conversion next = FindConversion(text, 0); next.begin != std::u16string_view::npos;
+       next = FindConversion(text, next.end)) {
     if (next.letter == 0) return false;
     if (next.letter == u'%') continue;
     if (used == kinds.size() || kinds[used] != next.Kind()) return false;
@@ -101,8 +104,8 @@ constexpr bool FormatMatches(std::u16string_view text, std::span<const ArgumentK
 }
 
 // A text of the string table, or another that is known only when the program runs. A test holds each one against the
-// arguments it is printed with; should they not match all the same, a conversion without its argument prints nothing and
-// an argument without a conversion is ignored.
+// arguments it is printed with; should they not match all the same, a conversion without its argument prints nothing
+// and an argument without a conversion is ignored.
 struct TableText {
   explicit TableText(std::u16string_view value) : text(value) {}
   std::u16string_view text;

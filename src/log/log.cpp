@@ -26,8 +26,8 @@ std::u16string MessageText(win32::DWORD source, win32::HMODULE module, win32::DW
   return text ? static_cast<const char16_t*>(text) : std::u16string();
 }
 
-// The texts of the network errors, which the system's own table lacks. By its full path: a file of that name in the current
-// folder is nobody's message table.
+// The texts of the network errors, which the system's own table lacks. By its full path: a file of that name in the
+// current folder is nobody's message table.
 win32::UniqueLibrary LoadNetworkMessages() {
   char16_t folder[win32::MAX_PATH] = {};
   const win32::UINT length = win32::GetSystemDirectoryW(folder, win32::MAX_PATH);
@@ -45,7 +45,9 @@ std::u16string SystemErrorText(win32::DWORD error) {
 
 class CriticalSectionLock {
  public:
-  explicit CriticalSectionLock(win32::CRITICAL_SECTION& section) : section_(section) { win32::EnterCriticalSection(&section_); }
+  explicit CriticalSectionLock(win32::CRITICAL_SECTION& section) : section_(section) {
+    win32::EnterCriticalSection(&section_);
+  }
   ~CriticalSectionLock() { win32::LeaveCriticalSection(&section_); }
   CriticalSectionLock(const CriticalSectionLock&) = delete;
   CriticalSectionLock& operator=(const CriticalSectionLock&) = delete;
@@ -96,15 +98,16 @@ void LogFile::WriteText(std::u16string_view text) {
 void LogFile::WritePrefix() {
   if (!timestamps_) return WriteText(u"\r\n");
   win32::GetLocalTime(&time_);
-  CopyTo(prefix_, FormatText(u"\r\n[%2d:%2d:%2d:%3d][P%4d,T%4d] ", time_.wHour, time_.wMinute, time_.wSecond, time_.wMilliseconds,
-                             win32::GetCurrentProcessId(), win32::GetCurrentThreadId()));
+  CopyTo(prefix_, FormatText(u"\r\n[%2d:%2d:%2d:%3d][P%4d,T%4d] ", time_.wHour, time_.wMinute, time_.wSecond,
+                             time_.wMilliseconds, win32::GetCurrentProcessId(), win32::GetCurrentThreadId()));
   WriteText(prefix_);
 }
 
-void LogFile::Write(std::u16string_view format, std::span<const FormatArgument> arguments, bool withSystemError) noexcept {
+void LogFile::Write(std::u16string_view format, std::span<const FormatArgument> arguments,
+                    bool withSystemError) noexcept {
   if (!format.data() || handle_ == win32::INVALID_HANDLE_VALUE) return;
-  // The two writes below may set the last error; the line is about the call that failed before it, and what the caller does
-  // next may be, too.
+  // The two writes below may set the last error; the line is about the call that failed before it, and what the caller
+  // does next may be, too.
   const win32::DWORD error = win32::GetLastError();
   try {
     const CriticalSectionLock locked(lock_);

@@ -1,6 +1,7 @@
 // The log: a UTF-16 text file, "QBC.log", beside the executable of the product's service. Every run appends to it.
 //
-// All failures are silent: without the service, or when the file cannot be opened, nothing is logged and nothing is said.
+// All failures are silent: without the service, or when the file cannot be opened, nothing is logged and nothing is
+// said.
 #pragma once
 
 #include "log/format.h"
@@ -19,8 +20,8 @@ class LogFile {
   static LogFile* Current();
   const char16_t* path() const { return path_; }
 
-  // Writes one line: a line break, the time and the ids of process and thread, the message (cut at 1,023 characters) and,
-  // when asked for, Windows' text for the thread's last error as it is on entry. The last error is left as it was.
+  // Writes one line: a line break, the time and the ids of process and thread, the message (cut at 1,023 characters)
+  // and, when asked for, Windows' text for the thread's last error as it is on entry. The last error is left as it was.
   void Write(std::u16string_view format, std::span<const FormatArgument> arguments, bool withSystemError) noexcept;
 
  private:

@@ -12,13 +12,13 @@ namespace {
 win32::UniqueSid AdministratorsSid() {
   win32::SID_IDENTIFIER_AUTHORITY ntAuthority{{0, 0, 0, 0, 0, 5}};
   win32::UniqueSid sid;
-  win32::AllocateAndInitializeSid(&ntAuthority, 2, win32::SECURITY_BUILTIN_DOMAIN_RID, win32::DOMAIN_ALIAS_RID_ADMINS, 0, 0, 0, 0, 0, 0,
-                                  sid.put());
+  win32::AllocateAndInitializeSid(&ntAuthority, 2, win32::SECURITY_BUILTIN_DOMAIN_RID, win32::DOMAIN_ALIAS_RID_ADMINS,
+                                  0, 0, 0, 0, 0, 0, sid.put());
   return sid;
 }
 
-constexpr std::array kPrivilegeNames{u"SeSecurityPrivilege", u"SeBackupPrivilege", u"SeRestorePrivilege", u"SeDebugPrivilege",
-                                     u"SeTakeOwnershipPrivilege"};
+constexpr std::array kPrivilegeNames{u"SeSecurityPrivilege", u"SeBackupPrivilege", u"SeRestorePrivilege",
+                                     u"SeDebugPrivilege", u"SeTakeOwnershipPrivilege"};
 
 // TOKEN_PRIVILEGES with room for all of them.
 struct AllPrivileges {
@@ -40,7 +40,8 @@ win32::UniqueKernelHandle CallersToken() {
 std::vector<win32::TOKEN_GROUPS> ReadGroups(const win32::UniqueKernelHandle& token) {
   constexpr auto kind = win32::TOKEN_INFORMATION_CLASS::TokenGroups;
   win32::DWORD size = 0;
-  if (win32::GetTokenInformation(token.get(), kind, nullptr, 0, &size) || win32::GetLastError() != win32::ERROR_INSUFFICIENT_BUFFER)
+  if (win32::GetTokenInformation(token.get(), kind, nullptr, 0, &size) ||
+      win32::GetLastError() != win32::ERROR_INSUFFICIENT_BUFFER)
     return {};
   std::vector<win32::TOKEN_GROUPS> groups(size / sizeof(win32::TOKEN_GROUPS) + 1);
   if (!win32::GetTokenInformation(token.get(), kind, groups.data(), size, &size)) return {};
@@ -73,12 +74,15 @@ bool IsMemberOfAdministrators() {
 bool EnablePrivileges() {
   AllPrivileges privileges;
   win32::UniqueKernelHandle token;
-  if (!win32::OpenProcessToken(win32::GetCurrentProcess(), win32::TOKEN_ADJUST_PRIVILEGES | win32::TOKEN_QUERY, token.put())) return false;
+  if (!win32::OpenProcessToken(win32::GetCurrentProcess(), win32::TOKEN_ADJUST_PRIVILEGES | win32::TOKEN_QUERY,
+                               token.put()))
+    return false;
   for (std::size_t i = 0; i < kPrivilegeNames.size(); ++i) {
     privileges.Privileges[i].Attributes = win32::SE_PRIVILEGE_ENABLED;
     if (!win32::LookupPrivilegeValueW(nullptr, kPrivilegeNames[i], &privileges.Privileges[i].Luid)) return false;
   }
-  return win32::AdjustTokenPrivileges(token.get(), win32::FALSE, reinterpret_cast<win32::TOKEN_PRIVILEGES*>(&privileges), sizeof privileges,
+  return win32::AdjustTokenPrivileges(token.get(), win32::FALSE,
+                                      reinterpret_cast<win32::TOKEN_PRIVILEGES*>(&privileges), sizeof privileges,
                                       nullptr, nullptr) != win32::FALSE;
 }
 

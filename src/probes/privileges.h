@@ -9,8 +9,8 @@ bool IsUserAdministrator();
 bool IsMemberOfAdministrators();
 
 // Enables the privileges with which files are read, written and owned past their security: SeSecurityPrivilege,
-// SeBackupPrivilege, SeRestorePrivilege, SeDebugPrivilege, SeTakeOwnershipPrivilege. One that the account lacks does no harm.
-// False when a name is not known or Windows refused the whole request.
+// SeBackupPrivilege, SeRestorePrivilege, SeDebugPrivilege, SeTakeOwnershipPrivilege. One that the account lacks does no
+// harm. False when a name is not known or Windows refused the whole request.
 bool EnablePrivileges();
 
 // Enables one privilege of the process. A privilege that the account lacks counts as Enabled: Windows reports it apart.

@@ -32,20 +32,23 @@ constexpr std::array<Status, 8> kStatuses{{{kFrozen, u"frozen", 132},
 // The status text in the 64-bit view of the registry; empty when it cannot be read.
 std::u16string ReadStatusText() {
   win32::UniqueKey key;
-  if (win32::RegOpenKeyExW(win32::HKEY_LOCAL_MACHINE, u"Software\\Velmora\\Rimehold 6", 0, win32::KEY_READ | win32::KEY_WOW64_64KEY,
-                           key.put()) != 0)
+  if (win32::RegOpenKeyExW(win32::HKEY_LOCAL_MACHINE, u"Software\\Velmora\\Rimehold 6", 0,
+                           win32::KEY_READ | win32::KEY_WOW64_64KEY, key.put()) != 0)
     return {};
   win32::DWORD size = 0;
   if (win32::RegQueryValueExW(key.get(), u"RH Status", nullptr, nullptr, nullptr, &size) != 0) return {};
   std::u16string text(size / sizeof(char16_t), u'\0');
   size = static_cast<win32::DWORD>(text.size() * sizeof(char16_t));
-  if (win32::RegQueryValueExW(key.get(), u"RH Status", nullptr, nullptr, reinterpret_cast<win32::BYTE*>(text.data()), &size) != 0) return {};
+  if (win32::RegQueryValueExW(key.get(), u"RH Status", nullptr, nullptr, reinterpret_cast<win32::BYTE*>(text.data()),
+                              &size) != 0)
+    return {};
   text.resize(size / sizeof(char16_t));
   return text.substr(0, text.find(u'\0'));
 }
 
 bool IsServiceInstalled() {
-  const win32::UniqueService manager{win32::OpenSCManagerW(nullptr, u"ServicesActive", win32::SC_MANAGER_ENUMERATE_SERVICE)};
+  const win32::UniqueService manager{
+      win32::OpenSCManagerW(nullptr, u"ServicesActive", win32::SC_MANAGER_ENUMERATE_SERVICE)};
   return manager && win32::UniqueService{win32::OpenServiceW(manager.get(), kService, win32::GENERIC_READ)};
 }
 

@@ -3,6 +3,6 @@
 
 #include <string>
 
-// The folder of the service's executable with its backslash; empty when the service is not installed, cannot be queried or
-// is registered without a folder.
+// The folder of the service's executable with its backslash; empty when the service is not installed, cannot be queried
+// or is registered without a folder.
 std::u16string ServiceFolder(const char16_t* service);

@@ -22,8 +22,8 @@ OpenedService Open(const char16_t* name, win32::DWORD managerAccess, win32::DWOR
 
 // Changes the start type and nothing else.
 bool SetStartType(const win32::UniqueService& service, win32::DWORD startType) {
-  return win32::ChangeServiceConfigW(service.get(), win32::SERVICE_NO_CHANGE, startType, win32::SERVICE_NO_CHANGE, nullptr, nullptr,
-                                     nullptr, nullptr, nullptr, nullptr, nullptr) != win32::FALSE;
+  return win32::ChangeServiceConfigW(service.get(), win32::SERVICE_NO_CHANGE, startType, win32::SERVICE_NO_CHANGE,
+                                     nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr) != win32::FALSE;
 }
 
 bool LeavesStartPending(const win32::UniqueService& service) {
@@ -41,8 +41,9 @@ void WaitWhilePending(const win32::UniqueService& service) {
   win32::SERVICE_STATUS status{};
   do {
     win32::Sleep(1000);
-  } while (win32::QueryServiceStatus(service.get(), &status) &&
-           (status.dwCurrentState == win32::SERVICE_START_PENDING || status.dwCurrentState == win32::SERVICE_STOP_PENDING));
+  } while (
+      win32::QueryServiceStatus(service.get(), &status) &&
+      (status.dwCurrentState == win32::SERVICE_START_PENDING || status.dwCurrentState == win32::SERVICE_STOP_PENDING));
 }
 
 void ControlAndWait(const char16_t* name, win32::DWORD code) {
@@ -60,7 +61,8 @@ bool IsServiceRunning(const char16_t* name) {
   if (!name) return false;
   const OpenedService opened = Open(name, win32::SC_MANAGER_ENUMERATE_SERVICE, win32::SERVICE_QUERY_STATUS);
   win32::SERVICE_STATUS status{};
-  return opened && win32::QueryServiceStatus(opened.service.get(), &status) && status.dwCurrentState == win32::SERVICE_RUNNING;
+  return opened && win32::QueryServiceStatus(opened.service.get(), &status) &&
+         status.dwCurrentState == win32::SERVICE_RUNNING;
 }
 
 bool ControlServiceAndWait(const char16_t* name, win32::DWORD code) {
@@ -73,7 +75,8 @@ bool ControlServiceAndWait(const char16_t* name, win32::DWORD code) {
 bool StartQuillbayService() {
   const OpenedService opened = Open(kProductService, win32::SC_MANAGER_ALL_ACCESS, win32::SERVICE_ALL_ACCESS);
   if (!opened || !SetStartType(opened.service, win32::SERVICE_AUTO_START)) return false;
-  if (!win32::StartServiceW(opened.service.get(), 0, nullptr) && win32::GetLastError() != win32::ERROR_SERVICE_ALREADY_RUNNING)
+  if (!win32::StartServiceW(opened.service.get(), 0, nullptr) &&
+      win32::GetLastError() != win32::ERROR_SERVICE_ALREADY_RUNNING)
     return false;
   return LeavesStartPending(opened.service);
 }

@@ -13,8 +13,8 @@ bool IsServiceRunning(const char16_t* name);
 // stopping. True when no call left an error: a service that is running already is not "started".
 bool ControlServiceAndWait(const char16_t* name, win32::DWORD code);
 
-// Sets the product's service to automatic start, starts it and waits up to a minute. True when it left the start-pending
-// state.
+// Sets the product's service to automatic start, starts it and waits up to a minute. True when it left the
+// start-pending state.
 bool StartQuillbayService();
 
 // Sets the product's service to manual start; it is neither stopped nor disabled. Logs the outcome.

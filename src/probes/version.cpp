@@ -30,7 +30,8 @@ bool GetProductVersion(ProductVersion& version) {
   win32::UINT rootSize = 0;
   win32::VS_FIXEDFILEINFO fixed{};
   static_assert(sizeof fixed == 52);
-  if (!win32::VerQueryValueW(information.data(), u"\\", &root, &rootSize) || !root || rootSize != sizeof fixed) return false;
+  if (!win32::VerQueryValueW(information.data(), u"\\", &root, &rootSize) || !root || rootSize != sizeof fixed)
+    return false;
   std::memcpy(&fixed, root, sizeof fixed);
 
   version.major = Number(High(fixed.dwProductVersionMS));

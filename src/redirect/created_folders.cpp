@@ -5,7 +5,8 @@
 #include "win32/shell.h"
 
 CreatedFolders::CreatedFolders(std::u16string folder) : folderIsNew_(!win32::PathFileExistsW(folder.c_str())) {
-  for (; !folder.empty() && !win32::PathFileExistsW(folder.c_str()); folder = ParentPath(folder)) missing_.push_back(folder);
+  for (; !folder.empty() && !win32::PathFileExistsW(folder.c_str()); folder = ParentPath(folder))
+    missing_.push_back(folder);
 }
 
 void CreatedFolders::RemoveIfEmpty() const {

@@ -19,5 +19,6 @@ class CreatedFolders {
   bool folderIsNew_;
 };
 
-// Removes an empty folder, a read-only one, too. False when it is not empty or cannot be removed; nothing has changed then.
+// Removes an empty folder, a read-only one, too. False when it is not empty or cannot be removed; nothing has changed
+// then.
 bool RemoveEmptyFolder(const std::u16string& folder);

@@ -107,20 +107,23 @@ bool FolderRedirection::MayRedirect() const {
 
 bool FolderRedirection::TargetMayBeUsed() const {
   if (realTarget_.size() >= kPathLengthLimit) {
-    Log(u"#ERROR: The specified path %ls exceeds the system-defined maximum length of 248 characters. Browse to a different location.",
+    Log(u"#ERROR: The specified path %ls exceeds the system-defined maximum length of 248 characters. Browse to a "
+        u"different location.",
         realTarget_);
     return false;
   }
   if (EqualPaths(source_, realTarget_)) {
-    Log(u"Checking source folder equals to target.\nSource: %ls Target: %ls #ERROR: Cannot redirect when Source and Target folder are "
+    Log(u"Checking source folder equals to target.\nSource: %ls Target: %ls #ERROR: Cannot redirect when Source and "
+        u"Target folder are "
         u"the same. Browse to a different location.",
         source_, realTarget_);
     return false;
   }
-  // A folder below the place that its contents go to: they would be merged into a tree that holds them, and a junction to a
-  // folder above itself has no end.
+  // A folder below the place that its contents go to: they would be merged into a tree that holds them, and a junction
+  // to a folder above itself has no end.
   if (IsSameOrBelow(source_, realTarget_)) {
-    Log(u"Checking source folder contained in target.\nSource: %ls Target: %ls #ERROR: Cannot redirect within the same Source folder. "
+    Log(u"Checking source folder contained in target.\nSource: %ls Target: %ls #ERROR: Cannot redirect within the same "
+        u"Source folder. "
         u"Browse to a different location.",
         source_, realTarget_);
     return false;
@@ -150,7 +153,9 @@ bool FolderRedirection::MakeTarget() const {
 }
 
 bool FolderRedirection::MoveContents() {
-  if (MoveDirectoryTree(source_, realTarget_, copyNtfsPermissions_, copyShares_, 0, 0, created_.IncludesFolder(), moved_)) return true;
+  if (MoveDirectoryTree(source_, realTarget_, copyNtfsPermissions_, copyShares_, 0, 0, created_.IncludesFolder(),
+                        moved_))
+    return true;
   Log(u"#ERROR: Unable to move files and folders from Source = %ls to Target = %ls.", source_, realTarget_);
   created_.RemoveIfEmpty();
   return false;
@@ -177,8 +182,8 @@ bool FolderRedirection::LeaveJunction() {
   return true;
 }
 
-// The target now holds the only copy: it goes only as far as everything is back. The junction goes first, or what is moved
-// back would pass through it to where it comes from.
+// The target now holds the only copy: it goes only as far as everything is back. The junction goes first, or what is
+// moved back would pass through it to where it comes from.
 void FolderRedirection::TakeBack(bool junctionMade) {
   if (junctionMade && !DeleteJunction(source_.c_str())) {
     Log(u"#ERROR: Unable to delete Junction. path = %ls. The files and folders stay in %ls.", source_, realTarget_);
@@ -186,7 +191,8 @@ void FolderRedirection::TakeBack(bool junctionMade) {
   }
   RestoreJunctionRecords(records_);
   MakeSourceAgain();
-  if (!UndoMove(moved_)) Log(u"#ERROR: Unable to move all files and folders back to %ls. The others stay in %ls.", source_, realTarget_);
+  if (!UndoMove(moved_))
+    Log(u"#ERROR: Unable to move all files and folders back to %ls. The others stay in %ls.", source_, realTarget_);
   created_.RemoveIfEmpty();
 }
 
@@ -225,8 +231,8 @@ class FolderRemoval {
   std::u16string junctionTarget_;
 };
 
-// A redirection is undone by the command that made it, so the location may be the folder in which the contents' folder was
-// made as well as that folder itself.
+// A redirection is undone by the command that made it, so the location may be the folder in which the contents' folder
+// was made as well as that folder itself.
 std::u16string FolderRemoval::RecordedTarget(const std::u16string& source, std::u16string target) {
   if (JunctionRegKeyExists(source.c_str(), target.c_str(), 0)) return target;
   std::u16string realTarget = RealTarget(source, target);
@@ -267,7 +273,8 @@ bool FolderRemoval::MoveContentsBack() {
     PutJunctionBack();
     return false;
   }
-  // What stood in the junction's place is an empty folder that only kept the place: the target's root comes back as well.
+  // What stood in the junction's place is an empty folder that only kept the place: the target's root comes back as
+  // well.
   if (!MoveDirectoryTree(target_, source_, copyNtfsPermissions_, copyShares_, 0, 0, 1, moved_)) {
     Log(u"#ERROR: Unable to move files and folders from Source = %ls to Target = %ls.", source_, target_);
     PutJunctionBack();
@@ -285,9 +292,10 @@ bool FolderRemoval::ForgetRecord() {
       Log(u"#ERROR: Unable to move all files and folders back to %ls. The others stay in %ls.", target_, source_);
     return false;
   }
-  // Records of redirections nested in the folder name its old place again. Nothing can be taken back any more, and nothing
-  // is lost should it fail.
-  if (!UpdateJunctionRegKeys(target_.c_str(), source_.c_str(), 0)) Log(u"#ERROR: Unable to update redirected folder path in registry.");
+  // Records of redirections nested in the folder name its old place again. Nothing can be taken back any more, and
+  // nothing is lost should it fail.
+  if (!UpdateJunctionRegKeys(target_.c_str(), source_.c_str(), 0))
+    Log(u"#ERROR: Unable to update redirected folder path in registry.");
   return true;
 }
 
@@ -295,8 +303,8 @@ void FolderRemoval::RemoveEmptyTarget() const {
   if (!RemoveEmptyFolder(target_)) LogWithSystemError(u"#INFO: The folder %ls could not be removed. ", target_);
 }
 
-// To where it led: not always the recorded target, which follows when data moves, while the junction may lead there through
-// another one.
+// To where it led: not always the recorded target, which follows when data moves, while the junction may lead there
+// through another one.
 void FolderRemoval::PutJunctionBack() const {
   if (!CreateJunction(source_.c_str(), junctionTarget_.c_str()))
     Log(u"#ERROR: Unable to create junction for Source = %ls and Target = %ls.", source_, junctionTarget_);
@@ -321,13 +329,15 @@ int RedirectFolder(const char16_t* source, const char16_t* target, int copyNtfsP
   if (IsVolumePath(target)) return AnswerNotBuilt(kVolumeForm);
 
   FolderRedirection redirection(WithoutTrailingBackslash(source), target, copyNtfsPermissions, copyShares);
-  const bool redirected = redirection.MayRedirect() && redirection.MakeTarget() && redirection.MoveContents() && redirection.LeaveJunction();
+  const bool redirected = redirection.MayRedirect() && redirection.MakeTarget() && redirection.MoveContents() &&
+                          redirection.LeaveJunction();
   return redirected ? Succeed(kRedirectionSucceeded) : Fail(kRedirectionFailed);
 } catch (const std::exception&) {
   return Fail(kRedirectionFailed);
 }
 
-int RemoveFolderRedirection(const char16_t* source, const char16_t* target, int copyNtfsPermissions, int copyShares) try {
+int RemoveFolderRedirection(const char16_t* source, const char16_t* target, int copyNtfsPermissions,
+                            int copyShares) try {
   if (!IsAdministrator()) return 1;
   if (!source || !target) {
     Log(u"#ERROR: Target or Source path Missing");
@@ -335,7 +345,8 @@ int RemoveFolderRedirection(const char16_t* source, const char16_t* target, int 
   }
   if (IsVolumePath(source) || IsVolumePath(target)) return AnswerNotBuilt(kVolumeForm);
 
-  FolderRemoval removal(WithoutTrailingBackslash(source), WithoutTrailingBackslash(target), copyNtfsPermissions, copyShares);
+  FolderRemoval removal(WithoutTrailingBackslash(source), WithoutTrailingBackslash(target), copyNtfsPermissions,
+                        copyShares);
   if (!removal.MayRemove() || !removal.TakeJunctionAway() || !removal.MoveContentsBack() || !removal.ForgetRecord())
     return Fail(kRemovalFailed);
   removal.RemoveEmptyTarget();

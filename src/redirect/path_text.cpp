@@ -7,7 +7,9 @@ namespace {
 constexpr std::u16string_view kExtendedPrefix = u"\\\\?\\";
 constexpr std::size_t kMaxPath = 260;
 
-char16_t Lower(char16_t unit) { return unit >= u'A' && unit <= u'Z' ? static_cast<char16_t>(unit + (u'a' - u'A')) : unit; }
+char16_t Lower(char16_t unit) {
+  return unit >= u'A' && unit <= u'Z' ? static_cast<char16_t>(unit + (u'a' - u'A')) : unit;
+}
 
 }  // namespace
 
@@ -18,10 +20,13 @@ std::u16string LowerAscii(std::u16string_view text) {
 }
 
 bool EqualPaths(std::u16string_view a, std::u16string_view b) {
-  return std::equal(a.begin(), a.end(), b.begin(), b.end(), [](char16_t x, char16_t y) { return Lower(x) == Lower(y); });
+  return std::equal(a.begin(), a.end(), b.begin(), b.end(),
+                    [](char16_t x, char16_t y) { return Lower(x) == Lower(y); });
 }
 
-bool StartsWithPath(std::u16string_view text, std::u16string_view start) { return EqualPaths(text.substr(0, start.size()), start); }
+bool StartsWithPath(std::u16string_view text, std::u16string_view start) {
+  return EqualPaths(text.substr(0, start.size()), start);
+}
 
 bool HasExtendedPrefix(std::u16string_view path) { return path.starts_with(kExtendedPrefix); }
 

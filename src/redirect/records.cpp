@@ -42,11 +42,12 @@ std::uint64_t LeadingNumber(std::u16string_view name) {
 std::vector<std::u16string> RecordNames(int isFile) {
   win32::UniqueKey list;
   if (win32::RegOpenKeyExW(win32::HKEY_LOCAL_MACHINE, ListKey(isFile).c_str(), 0,
-                           win32::KEY_QUERY_VALUE | win32::KEY_ENUMERATE_SUB_KEYS | win32::KEY_WOW64_32KEY, list.put()) != 0)
+                           win32::KEY_QUERY_VALUE | win32::KEY_ENUMERATE_SUB_KEYS | win32::KEY_WOW64_32KEY,
+                           list.put()) != 0)
     return {};
   win32::DWORD count = 0;
-  if (win32::RegQueryInfoKeyW(list.get(), nullptr, nullptr, nullptr, &count, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr,
-                              nullptr) != 0)
+  if (win32::RegQueryInfoKeyW(list.get(), nullptr, nullptr, nullptr, &count, nullptr, nullptr, nullptr, nullptr,
+                              nullptr, nullptr, nullptr) != 0)
     return {};
   std::vector<std::u16string> names;
   for (win32::DWORD index = 0; index < count; ++index) {
@@ -73,7 +74,8 @@ int ReadText(const win32::UniqueKey& key, const std::u16string& subkey, const ch
     return 0;
   }
   std::u16string text(size / sizeof(char16_t) + 1, u'\0');
-  if (win32::RegQueryValueExW(key.get(), name, nullptr, &type, reinterpret_cast<win32::BYTE*>(text.data()), &size) != 0) return 0;
+  if (win32::RegQueryValueExW(key.get(), name, nullptr, &type, reinterpret_cast<win32::BYTE*>(text.data()), &size) != 0)
+    return 0;
   text.resize(std::min(text.find(u'\0'), size / sizeof(char16_t)));
   // Cut, a longer path would name some other folder.
   if ((type != win32::REG_SZ && type != win32::REG_EXPAND_SZ) || text.size() >= kBuffer) {
@@ -118,7 +120,9 @@ bool WriteRecord(const win32::UniqueKey& key, std::u16string_view source, std::u
   return true;
 }
 
-std::u16string_view TextOrEmpty(const char16_t* text) { return text ? std::u16string_view(text) : std::u16string_view(); }
+std::u16string_view TextOrEmpty(const char16_t* text) {
+  return text ? std::u16string_view(text) : std::u16string_view();
+}
 
 }  // namespace
 
@@ -144,7 +148,8 @@ int AddJunctionRegKey(const char16_t* source, const char16_t* target, int isFile
   win32::DWORD disposition = win32::REG_CREATED_NEW_KEY;
   // A key that has come to exist meanwhile is somebody else's record.
   if (win32::RegCreateKeyExW(win32::HKEY_LOCAL_MACHINE, subkey.c_str(), 0, nullptr, win32::REG_OPTION_NON_VOLATILE,
-                             win32::KEY_READ | win32::KEY_WRITE | win32::KEY_WOW64_32KEY, nullptr, key.put(), &disposition) != 0 ||
+                             win32::KEY_READ | win32::KEY_WRITE | win32::KEY_WOW64_32KEY, nullptr, key.put(),
+                             &disposition) != 0 ||
       disposition != win32::REG_CREATED_NEW_KEY) {
     DebugOutput(u"#ERROR: AddJunctionRegKey: RegCreateKeyEx() failed for path = %ls", subkey);
     return 0;
@@ -159,8 +164,8 @@ int AddJunctionRegKey(const char16_t* source, const char16_t* target, int isFile
 
 int ReadKeyValues(const std::u16string& subkey, std::u16string& source, std::u16string& target) try {
   win32::UniqueKey key;
-  if (win32::RegOpenKeyExW(win32::HKEY_LOCAL_MACHINE, subkey.c_str(), 0, win32::KEY_QUERY_VALUE | win32::KEY_WOW64_32KEY, key.put()) !=
-      0) {
+  if (win32::RegOpenKeyExW(win32::HKEY_LOCAL_MACHINE, subkey.c_str(), 0,
+                           win32::KEY_QUERY_VALUE | win32::KEY_WOW64_32KEY, key.put()) != 0) {
     DebugOutput(u"#ERROR: ReadKeyValues: RegOpenKeyEx() failed for path = %ls", subkey);
     return 0;
   }
@@ -175,7 +180,8 @@ std::u16string FindJunctionRegKey(const char16_t* source, const char16_t* target
   if (!source || !target) return {};
   for (const std::u16string& subkey : RecordKeys(isFile)) {
     std::u16string recordSource, recordTarget;
-    if (ReadKeyValues(subkey, recordSource, recordTarget) && EqualPaths(recordSource, source) && EqualPaths(recordTarget, target))
+    if (ReadKeyValues(subkey, recordSource, recordTarget) && EqualPaths(recordSource, source) &&
+        EqualPaths(recordTarget, target))
       return subkey;
   }
   return {};

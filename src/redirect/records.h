@@ -1,7 +1,8 @@
 // The record of every redirection in the machine's registry (32-bit view): numbered keys with the values "Source" and
 // "Target" below SOFTWARE\Velmora\Quillbay\Junctions (isFile 0: folders) and ...\FileJunctions (isFile 1: files).
 //
-// Operations answer 1 or 0 and never throw. Failures of the registry go to the debugger; the callers log their own line.
+// Operations answer 1 or 0 and never throw. Failures of the registry go to the debugger; the callers log their own
+// line.
 #pragma once
 
 #include <cstdint>
@@ -9,12 +10,12 @@
 #include <string>
 #include <vector>
 
-// Records a redirection under the number after the largest one in use. 0 for a pair that is recorded already (letter case
-// does not count), for two null paths and when the registry refuses.
+// Records a redirection under the number after the largest one in use. 0 for a pair that is recorded already (letter
+// case does not count), for two null paths and when the registry refuses.
 int AddJunctionRegKey(const char16_t* source, const char16_t* target, int isFile);
 
-// Both values of a record, by its key below HKEY_LOCAL_MACHINE. With or without their terminator; 0 when one is missing, is
-// not a text or does not fit 499 characters.
+// Both values of a record, by its key below HKEY_LOCAL_MACHINE. With or without their terminator; 0 when one is
+// missing, is not a text or does not fit 499 characters.
 int ReadKeyValues(const std::u16string& subkey, std::u16string& source, std::u16string& target);
 
 // The key of the first record of this pair (letter case does not count); empty when there is none.
@@ -27,12 +28,12 @@ int DeleteRegKey(const char16_t* source, const char16_t* target, int isFile);
 // The number for a new record.
 std::uint64_t GetNextJunctionIndex(int isFile);
 
-// Source to target, ordered by source. Records without a source or target are left out; of several with the same source the
-// last counts.
+// Source to target, ordered by source. Records without a source or target are left out; of several with the same source
+// the last counts.
 void GetJunctionRecords(int isFile, std::map<std::u16string, std::u16string>& records);
 
-// Data moved from oldPath to newPath: every record that names oldPath or what lies below it names the new place afterwards.
-// 0 for a null path only.
+// Data moved from oldPath to newPath: every record that names oldPath or what lies below it names the new place
+// afterwards. 0 for a null path only.
 int UpdateJunctionRegKeys(const char16_t* oldPath, const char16_t* newPath, int isFile);
 
 // Prints the records, one a line; nothing at all when there are none. Always 1.

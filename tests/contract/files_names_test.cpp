@@ -34,7 +34,7 @@ TEST_F(FilesNames, MakingDirectories) {
   Put(Path(u"file"));
   EXPECT_EQ(MakeError(Path(u"file")), ERROR_ALREADY_EXISTS);
   EXPECT_EQ(MakeError(Path(u"file\\child")), ERROR_PATH_NOT_FOUND);
-  EXPECT_EQ(MakeError(u"Q:\\x"), ERROR_PATH_NOT_FOUND);
+  EXPECT_EQ(MakeError(u"Q:\\x"), OnWine() ? ERROR_FILE_NOT_FOUND : ERROR_PATH_NOT_FOUND);
   EXPECT_EQ(MakeError(u""), ERROR_PATH_NOT_FOUND);
 }
 
@@ -136,7 +136,9 @@ TEST_F(FilesNames, MovingOverAnother) {
   EXPECT_EQ(ReplaceError(a, b), 0u);
   EXPECT_EQ(Get(b), "a");
   EXPECT_FALSE(Exists(a));
-  EXPECT_EQ(ErrorOf(MoveFileExW(b.c_str(), nullptr, 0)), OnWine() ? GetLastError() : ERROR_INVALID_PARAMETER);
+  if (!OnWine()) {  // Wine deletes the file
+    EXPECT_EQ(ErrorOf(MoveFileExW(b.c_str(), nullptr, 0)), ERROR_INVALID_PARAMETER);
+  }
 }
 
 TEST_F(FilesNames, MovingToAnotherVolume) {
@@ -218,7 +220,10 @@ TEST_F(FilesNames, Searching) {
   }
   EXPECT_EQ(Find(directory + u"\\*.*").size(), 6u);
   EXPECT_EQ(Find(directory + u"\\?.txt").size(), 2u);
-  EXPECT_EQ(Find(directory + u"\\*."), OnWine() ? Find(directory + u"\\*.") : (Names{u".", u"..", u"noextension"}));
+  if (!OnWine()) {
+    EXPECT_EQ(Find(directory + u"\\*."), (Names{u".", u"..", u"noextension"}));
+    EXPECT_EQ(FindError(directory + u"\\b.txt\\*"), ERROR_DIRECTORY);
+  }
   EXPECT_EQ(Find(directory + u"\\x.*"), Names{u"x.tar.gz"});
   EXPECT_EQ(Find(directory + u"\\*.gz"), Names{u"x.tar.gz"});
   EXPECT_EQ(Find(directory + u"\\a.txt"), Names{u"A.TXT"});
@@ -229,7 +234,6 @@ TEST_F(FilesNames, Searching) {
   EXPECT_EQ(FindError(directory + u"\\no*"), 0u);
   EXPECT_EQ(FindError(directory + u"\\none*"), ERROR_FILE_NOT_FOUND);
   EXPECT_EQ(FindError(directory + u"\\missing\\*"), ERROR_PATH_NOT_FOUND);
-  EXPECT_EQ(FindError(directory + u"\\b.txt\\*"), OnWine() ? FindError(directory + u"\\b.txt\\*") : ERROR_DIRECTORY);
   for (const std::u16string& name : Find(u"C:\\*")) EXPECT_FALSE(name == u"." || name == u"..");
 }
 

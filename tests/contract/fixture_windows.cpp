@@ -3,6 +3,9 @@
 #include "contract/fixture.h"
 
 #include <windows.h>
+// windows.h rewrites the names of two of ours.
+#undef CreateSymbolicLink
+#undef GetFinalPathNameByHandle
 
 #include <atomic>
 

@@ -15,8 +15,10 @@ class Console : public ::testing::Test {
 
 TEST_F(Console, LoadsTextsAsTheyAreStored) {
   EXPECT_EQ(LoadResourceString(130), u"\n\n%d. Command: %s");
-  EXPECT_EQ(LoadResourceString(143), u"\n%s\nErrors logged in \"%s\".\nRemoval of the Registry Key Redirection was not successful.\n\n");
-  EXPECT_EQ(LoadResourceString(170), u"\nCan not execute \"%s\" command.Workstation must be Thawed to perform this action.");
+  EXPECT_EQ(LoadResourceString(143),
+            u"\n%s\nErrors logged in \"%s\".\nRemoval of the Registry Key Redirection was not successful.\n\n");
+  EXPECT_EQ(LoadResourceString(170),
+            u"\nCan not execute \"%s\" command.Workstation must be Thawed to perform this action.");
 }
 
 TEST_F(Console, MissingTextsAreEmpty) {

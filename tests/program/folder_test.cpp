@@ -1,4 +1,5 @@
-// Folder redirection as an administrator sees it: this machine, this command, and what console, log, registry and disks say.
+// Folder redirection as an administrator sees it: this machine, this command, and what console, log, registry and disks
+// say.
 #include <gtest/gtest.h>
 
 #include <set>
@@ -32,11 +33,14 @@ class FolderRedirectionTest : public ::testing::Test {
     MakeFolder(u"C:\\Data\\inner");
     MakeFile(u"C:\\Data\\one.txt", "first");
     MakeFile(u"C:\\Data\\one.txt:note", "a named stream");
-    MakeFile(u"C:\\Data\\inner\\two.bin", std::string(70000, 'x'), win32::FILE_ATTRIBUTE_READONLY | win32::FILE_ATTRIBUTE_HIDDEN);
+    MakeFile(u"C:\\Data\\inner\\two.bin", std::string(70000, 'x'),
+             win32::FILE_ATTRIBUTE_READONLY | win32::FILE_ATTRIBUTE_HIDDEN);
     MakeFolder(u"D:\\Target");
   }
   test::RunResult Redirect() { return RunProgram(*machine, {u"/RedirectFolder", u"C:\\Data", u"/loc:D:\\Target"}); }
-  test::RunResult Remove() { return RunProgram(*machine, {u"/RedirectFolder", u"C:\\Data", u"/loc:D:\\Target", u"/d"}); }
+  test::RunResult Remove() {
+    return RunProgram(*machine, {u"/RedirectFolder", u"C:\\Data", u"/loc:D:\\Target", u"/d"});
+  }
 
   std::u16string Record(const std::u16string& number, const char16_t* value) {
     const auto found = machine->registry().Query(kRecords + u"\\" + number, value);
@@ -48,10 +52,12 @@ class FolderRedirectionTest : public ::testing::Test {
     const std::u16string dacl = test::Dacl(path);
     return dacl.substr(std::min(dacl.find(u'('), dacl.size()));
   }
-  bool IsJunctionNow(const std::u16string& path) { return (test::Attributes(path) & win32::FILE_ATTRIBUTE_REPARSE_POINT) != 0; }
+  bool IsJunctionNow(const std::u16string& path) {
+    return (test::Attributes(path) & win32::FILE_ATTRIBUTE_REPARSE_POINT) != 0;
+  }
 
-  // A complete copy of each file, at the old place or at the new one. An administrator with backup privileges looks: a DACL
-  // that could not be copied is not lost data.
+  // A complete copy of each file, at the old place or at the new one. An administrator with backup privileges looks: a
+  // DACL that could not be copied is not lost data.
   void ExpectEachFileOnce(const std::string& when) {
     ASSERT_TRUE(EnablePrivileges());
     const std::u16string from = IsJunctionNow(u"C:\\Data") ? u"D:\\Target\\Data" : u"C:\\Data";
@@ -144,7 +150,9 @@ TEST_F(FolderRedirectionTest, AFailedMergeLeavesWhatStoodThere) {
   MakeFile(u"D:\\Target\\Data\\theirs.txt", "stays");
   const auto before = test::DescribeTree(u"C:\\Data");
   machine->gate.FailCall("RegCreateKeyExW", 1, win32::ERROR_ACCESS_DENIED);
-  ExpectFailure(Redirect(), u"#ERROR: Unable to add Junction Point to Registry for Source = C:\\Data and Target = D:\\Target\\Data.");
+  ExpectFailure(
+      Redirect(),
+      u"#ERROR: Unable to add Junction Point to Registry for Source = C:\\Data and Target = D:\\Target\\Data.");
   EXPECT_EQ(test::DescribeTree(u"C:\\Data"), before);
   EXPECT_EQ(test::Names(u"D:\\Target\\Data"), (std::vector<std::u16string>{u"\\theirs.txt"}));
 }
@@ -165,7 +173,8 @@ TEST_F(FolderRedirectionTest, TheOnlyCopyStaysWhenTheJunctionStays) {
   machine->gate.FailCall("RegCreateKeyExW", 1, win32::ERROR_ACCESS_DENIED);
   machine->gate.FailCallsFrom("DeviceIoControl", 2, win32::ERROR_ACCESS_DENIED);
   const auto run = Redirect();
-  ExpectFailure(run, u"#ERROR: Unable to delete Junction. path = C:\\Data. The files and folders stay in D:\\Target\\Data.");
+  ExpectFailure(run,
+                u"#ERROR: Unable to delete Junction. path = C:\\Data. The files and folders stay in D:\\Target\\Data.");
   EXPECT_EQ(Contents(u"C:\\Data\\one.txt"), "first");
   EXPECT_EQ(Contents(u"D:\\Target\\Data\\one.txt"), "first");
 }
@@ -176,8 +185,10 @@ TEST_F(FolderRedirectionTest, RefusesBeforeAnythingChanges) {
     EXPECT_EQ(RecordCount(), 0u);
     ExpectEachFileOnce("refused");
   };
-  refused(u"\\\\?\\Volume{11111111-2222-3333-4444-555555555555}\\", u"D:\\T", u"#ERROR: Source Folder can not be Volume path.");
-  refused(u"C:\\Nothing", u"D:\\T", u"#ERROR: PreScanning failed for Source = C:\\Nothing and Target = D:\\T\\Nothing.");
+  refused(u"\\\\?\\Volume{11111111-2222-3333-4444-555555555555}\\", u"D:\\T",
+          u"#ERROR: Source Folder can not be Volume path.");
+  refused(u"C:\\Nothing", u"D:\\T",
+          u"#ERROR: PreScanning failed for Source = C:\\Nothing and Target = D:\\T\\Nothing.");
   refused(u"C:\\Data", u"C:\\", u"Cannot redirect when Source and Target folder are the same.");
   refused(u"C:\\Data\\inner\\..", u"D:\\T", u"#ERROR: The selected folder C:\\Data\\inner\\.. is a relative path.");
   refused(u"C:\\Data", u"C:\\Data\\inner", u"Cannot redirect within the same Source folder.");
@@ -200,7 +211,8 @@ TEST_F(FolderRedirectionTest, RefusesARealTargetOf247Characters) {
 TEST_F(FolderRedirectionTest, ATargetThatIsALinkIsRefused) {
   // Moved into a link that leads back to where it comes from, the data would be copied onto itself and then deleted.
   const auto kernel = win32::LoadLibraryW(u"Kernel32.dll");
-  const auto createLink = reinterpret_cast<win32::CreateSymbolicLinkWFunction>(win32::GetProcAddress(kernel, "CreateSymbolicLinkW"));
+  const auto createLink =
+      reinterpret_cast<win32::CreateSymbolicLinkWFunction>(win32::GetProcAddress(kernel, "CreateSymbolicLinkW"));
   ASSERT_TRUE(createLink(u"D:\\Target\\Data", u"C:\\Data", 1));
   ExpectFailure(Redirect(), u"#ERROR: The folder D:\\Target\\Data is Symbolic Link.");
   ExpectEachFileOnce("link");
@@ -208,7 +220,8 @@ TEST_F(FolderRedirectionTest, ATargetThatIsALinkIsRefused) {
 
 TEST_F(FolderRedirectionTest, VolumesAreForALaterBuild) {
   for (const auto* direction : {u"/c", u"/d"}) {
-    const auto run = RunProgram(*machine, {u"/RedirectFolder", u"C:\\Data", u"/vol:\\\\?\\Volume{11111111-2222-3333-4444-555555555555}\\", direction});
+    const auto run = RunProgram(*machine, {u"/RedirectFolder", u"C:\\Data",
+                                           u"/vol:\\\\?\\Volume{11111111-2222-3333-4444-555555555555}\\", direction});
     EXPECT_EQ(run.exitCode, 1);
     EXPECT_EQ(run.said, u"\nThis build does not have the redirection of a folder to a volume yet.\n");
     EXPECT_TRUE(run.Logged(u"#ERROR: This build does not have the redirection of a folder to a volume yet."));
@@ -231,7 +244,8 @@ TEST_F(FolderRedirectionTest, NestedRedirectionsKeepWorking) {
 
 TEST_F(FolderRedirectionTest, AFileInUseStopsTheMoveOfAllAndIsNamed) {
   const auto before = test::DescribeTree(u"C:\\Data");
-  const auto held = machine->files().OpenForeign(4242, u"C:\\Data\\inner\\two.bin", win32::GENERIC_READ, win32::FILE_SHARE_READ);
+  const auto held =
+      machine->files().OpenForeign(4242, u"C:\\Data\\inner\\two.bin", win32::GENERIC_READ, win32::FILE_SHARE_READ);
   ASSERT_TRUE(held);
   const auto run = Redirect();
   ExpectFailure(run, u"two.bin");
@@ -263,18 +277,22 @@ TEST_F(FolderRedirectionTest, AFailedRemovalPutsTheJunctionBack) {
     EXPECT_EQ(Contents(u"D:\\Target\\Data\\inner\\two.bin"), std::string(70000, 'x'));
     EXPECT_EQ(RecordCount(), 1u);
   };
-  const auto held = machine->files().OpenForeign(4242, u"D:\\Target\\Data\\one.txt", win32::GENERIC_READ, win32::FILE_SHARE_READ);
+  const auto held =
+      machine->files().OpenForeign(4242, u"D:\\Target\\Data\\one.txt", win32::GENERIC_READ, win32::FILE_SHARE_READ);
   expectAsBefore(Remove(), u"#ERROR: PreScanning failed for Source = C:\\Data and Target = D:\\Target\\Data.");
   machine->files().CloseForeign(held);
   machine->gate.FailCall("RegDeleteKeyW", 1, win32::ERROR_ACCESS_DENIED);
-  expectAsBefore(Remove(), u"#ERROR: Unable to remove Junction Point from Registry for Source = C:\\Data and Target = D:\\Target\\Data.");
+  expectAsBefore(
+      Remove(),
+      u"#ERROR: Unable to remove Junction Point from Registry for Source = C:\\Data and Target = D:\\Target\\Data.");
   EXPECT_EQ(Remove().exitCode, 0);
 }
 
 // Whichever call of the command fails: no file is lost, success means success, and a failure is told.
 class EveryCall : public FolderRedirectionTest {
  protected:
-  // Runs the command on this machine once as it is and then, each time on the same disks, with another of its calls refused.
+  // Runs the command on this machine once as it is and then, each time on the same disks, with another of its calls
+  // refused.
   template <typename Command>
   void FailEach(Command command, bool redirectedAfterwards) {
     const test::Disks disks = machine->Snapshot();
@@ -302,7 +320,8 @@ class EveryCall : public FolderRedirectionTest {
  private:
   // Loading texts, and a memory block that nobody else would free.
   static bool IsBesideThePoint(const std::string& call) {
-    static const std::set<std::string> names{"FindResourceExW", "LoadResource", "LockResource", "SizeofResource", "NetApiBufferFree"};
+    static const std::set<std::string> names{"FindResourceExW", "LoadResource", "LockResource", "SizeofResource",
+                                             "NetApiBufferFree"};
     return names.contains(call);
   }
 

@@ -17,7 +17,8 @@ TEST(Format, ConvertsAsCDoes) {
   EXPECT_EQ(FormatText(u"%d %d %d", 0, -7, std::int32_t{-2147483647 - 1}), u"0 -7 -2147483648");
   EXPECT_EQ(FormatText(u"%u %x %X", -1, 255, 0xBEEFu), u"4294967295 ff BEEF");
   EXPECT_EQ(FormatText(u"%d", std::uint32_t{0x80070005}), u"-2147024891");  // an HRESULT as C shows it
-  EXPECT_EQ(FormatText(u"%d %u", std::int64_t{-5000000000}, std::uint64_t{18446744073709551615u}), u"-5000000000 18446744073709551615");
+  EXPECT_EQ(FormatText(u"%d %u", std::int64_t{-5000000000}, std::uint64_t{18446744073709551615u}),
+            u"-5000000000 18446744073709551615");
   EXPECT_EQ(FormatText(u"[%2d:%3d:%4d]", 9, 7, 12345), u"[ 9:  7:12345]");
   EXPECT_EQ(FormatText(u"[%02x:%04d:%5s]", 10, -7, u"ab"), u"[0a:-007:   ab]");
   EXPECT_EQ(FormatText(u"%s%ls%c%%", u"a", std::u16string(u"b"), u'c'), u"abc%");
@@ -30,11 +31,13 @@ TEST(Format, NeverTakesAnArgumentForAFormat) {
 }
 
 TEST(Format, HandlesATextThatDoesNotFitItsArguments) {
-  const auto format = [](std::u16string_view text, std::vector<FormatArgument> arguments) { return FormatArguments(text, arguments); };
-  EXPECT_EQ(format(u"a %s b %d c", {u"x"}), u"a x b  c");           // one is missing
-  EXPECT_EQ(format(u"a %s", {u"x", u"y"}), u"a x");                 // one too many
-  EXPECT_EQ(format(u"%s %d", {5, u"x"}), u" ");                     // the wrong kinds
-  EXPECT_EQ(format(u"%q %f %", {u"x"}), u"%q %f %");                // conversions that it does not know
+  const auto format = [](std::u16string_view text, std::vector<FormatArgument> arguments) {
+    return FormatArguments(text, arguments);
+  };
+  EXPECT_EQ(format(u"a %s b %d c", {u"x"}), u"a x b  c");  // one is missing
+  EXPECT_EQ(format(u"a %s", {u"x", u"y"}), u"a x");        // one too many
+  EXPECT_EQ(format(u"%s %d", {5, u"x"}), u" ");            // the wrong kinds
+  EXPECT_EQ(format(u"%q %f %", {u"x"}), u"%q %f %");       // conversions that it does not know
   EXPECT_EQ(format(u"%99999999999d|%l", {1}), u"%99999999999d|%l");
 }
 
@@ -58,7 +61,8 @@ TEST(Format, StringTableFitsItsUses) {
   emulated::Machine machine;
   test::UseProgramModule(machine);
   std::map<unsigned, Kinds> uses{{128, {kText}}, {130, {kInteger, kText}}};
-  for (const unsigned id : {137u, 141u, 142u, 144u, 149u, 151u, 152u, 157u, 159u, 160u, 168u, 170u, 183u, 185u}) uses[id] = {kText};
+  for (const unsigned id : {137u, 141u, 142u, 144u, 149u, 151u, 152u, 157u, 159u, 160u, 168u, 170u, 183u, 185u})
+    uses[id] = {kText};
   for (const unsigned id : {143u, 154u, 155u, 169u}) uses[id] = {kText, kText};
   for (const unsigned id : {126u, 127u, 173u}) uses[id] = {kText, kText, kText};
   for (unsigned id = 101; id <= 196; ++id) {

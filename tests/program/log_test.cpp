@@ -19,7 +19,8 @@ class LogFileTest : public ::testing::Test {
     std::u16string text;
     const std::string bytes = test::LogBytes(*machine);
     for (std::size_t i = 0; i + 1 < bytes.size(); i += 2)
-      text += static_cast<char16_t>(static_cast<unsigned char>(bytes[i]) | static_cast<unsigned char>(bytes[i + 1]) << 8);
+      text +=
+          static_cast<char16_t>(static_cast<unsigned char>(bytes[i]) | static_cast<unsigned char>(bytes[i + 1]) << 8);
     return text;
   }
   std::u16string Prefix() {
@@ -106,7 +107,8 @@ TEST_F(LogFileTest, FindsItsFolderInAnyFormOfTheServicesPath) {
 
 // Whatever fails of it, the log never stops a run.
 TEST_F(LogFileTest, FailuresAreSilent) {
-  for (const auto* call : {"OpenSCManagerW", "OpenServiceW", "QueryServiceConfigW", "CreateFileW", "GetFileSize", "SetFilePointer", "WriteFile"}) {
+  for (const auto* call : {"OpenSCManagerW", "OpenServiceW", "QueryServiceConfigW", "CreateFileW", "GetFileSize",
+                           "SetFilePointer", "WriteFile"}) {
     machine->gate.FailCall(call, 1, win32::ERROR_ACCESS_DENIED);
     const LogFile log;
     Log(u"line");

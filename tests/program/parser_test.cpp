@@ -36,8 +36,8 @@ class Parser : public ::testing::Test {
   std::u16string error;
 };
 
-constexpr auto Good = ParseResult::Good, InvalidArguments = ParseResult::InvalidArguments, InvalidSwitch = ParseResult::InvalidSwitch,
-               ImproperNumber = ParseResult::ImproperNumber;
+constexpr auto Good = ParseResult::Good, InvalidArguments = ParseResult::InvalidArguments,
+               InvalidSwitch = ParseResult::InvalidSwitch, ImproperNumber = ParseResult::ImproperNumber;
 
 TEST_F(Parser, FindsTheCommandWhateverItsFirstCharacter) {
   for (const auto* word : {u"/ver", u"-VER", u"xv", u"/Version"}) EXPECT_EQ(Parsed({word}), Command::Version);
@@ -64,23 +64,25 @@ TEST_F(Parser, TakesWordsApart) {
 
 TEST_F(Parser, CountsArgumentsAndSwitches) {
   Expect({u"/ver", u"x"}, ImproperNumber);
-  EXPECT_EQ(error, FormatText(u"Command \"/ver\" has Improper number of arguments.\n\nCommand: Version \n\n  %ls", LoadResourceString(120)));
+  EXPECT_EQ(error, FormatText(u"Command \"/ver\" has Improper number of arguments.\n\nCommand: Version \n\n  %ls",
+                              LoadResourceString(120)));
   Expect({u"/RedirectFolder", u"C:\\Data"}, ImproperNumber);
   Expect({u"/RedirectFolder", u"C:\\Data", u"C:\\b", u"/loc:D:\\t"}, ImproperNumber);
   Expect({u"/RedirectUP", u"/loc:D:\\t"}, ImproperNumber);
   Expect({u"/RedirectUPDefault"}, ImproperNumber);
   Expect({u"/RedirectFolder", u"a", u"/loc:b", u"/NTFS", u"/Share", u"/c", u"/d"}, Good);
   Expect({u"/AutoRedirectUP", u"/loc:b", u"/c", u"/d", u"/RedirectDefaultAndPublicProfile"}, ImproperNumber);
-  for (const auto* bare : {u"/AutoRedirectUP", u"/RedirectUP", u"/RedirectFolder", u"/RedirectRegKeyLocation", u"/RedirectRegKey",
-                           u"/RedirectFile"})
+  for (const auto* bare : {u"/AutoRedirectUP", u"/RedirectUP", u"/RedirectFolder", u"/RedirectRegKeyLocation",
+                           u"/RedirectRegKey", u"/RedirectFile"})
     Expect({bare}, Good);
   Expect({u"/RedirectFolder", u"/d"}, Good);
 }
 
 TEST_F(Parser, WantsLocationsWhereTheyBelong) {
   Expect({u"/RedirectFolder", u"C:\\Data", u"D:\\Target"}, InvalidArguments);
-  EXPECT_EQ(error, FormatText(u"Command \"/RedirectFolder\" has some Invalid Arguments.\n\nCommand: RedirectFolder \n\n  %ls",
-                              LoadResourceString(108)));
+  EXPECT_EQ(error,
+            FormatText(u"Command \"/RedirectFolder\" has some Invalid Arguments.\n\nCommand: RedirectFolder \n\n  %ls",
+                       LoadResourceString(108)));
   for (const auto* command : {u"/RedirectFolder", u"/RedirectFile", u"/RedirectUP"}) {
     Expect({command, u"/loc:D:\\t", u"C:\\Data"}, InvalidArguments);
     Expect({command, u"/loc:D:\\t", u"/loc:D:\\u"}, InvalidArguments);
@@ -98,8 +100,9 @@ TEST_F(Parser, WantsLocationsWhereTheyBelong) {
 
 TEST_F(Parser, AllowsEachSwitchWhereItMeansSomething) {
   Expect({u"/RedirectFolder", u"C:\\Data", u"/loc:D:\\t", u"/d", u"/D"}, InvalidSwitch);
-  EXPECT_EQ(error, FormatText(u"Command \"/RedirectFolder\" has some Invalid Switch.\n\nCommand: RedirectFolder \n\n  %ls",
-                              LoadResourceString(108)));
+  EXPECT_EQ(error,
+            FormatText(u"Command \"/RedirectFolder\" has some Invalid Switch.\n\nCommand: RedirectFolder \n\n  %ls",
+                       LoadResourceString(108)));
   Expect({u"/RedirectFolder", u"a", u"/loc:b", u"/NTFS", u"/-NTFS"}, InvalidSwitch);
   Expect({u"/RedirectFolder", u"a", u"/loc:b", u"/-Share", u"/-share"}, InvalidSwitch);
   Expect({u"/RedirectRegKey", u"HKEY_X", u"/NTFS"}, InvalidSwitch);
@@ -121,15 +124,18 @@ TEST_F(Parser, KnowsNoDefaultAndPublicProfilesBeforeVista) {
   machine.majorVersion = 5;
   machine.minorVersion = 1;
   Expect({u"/RedirectUPDefault", u"/DefaultProfile"}, InvalidSwitch);
-  EXPECT_EQ(error, FormatText(u"Command \"/RedirectUPDefault\" has some Invalid Switch.\n\nCommand: RedirectUPDefault \n\n  %ls",
-                              LoadResourceString(190)));
+  EXPECT_EQ(
+      error,
+      FormatText(u"Command \"/RedirectUPDefault\" has some Invalid Switch.\n\nCommand: RedirectUPDefault \n\n  %ls",
+                 LoadResourceString(190)));
   Expect({u"/AutoRedirectUP", u"/loc:D:\\t", u"/RedirectDefaultAndPublicProfile"}, InvalidSwitch);
   Expect({u"/AutoRedirectUP", u"/d", u"/c"}, Good);
 }
 
 TEST_F(Parser, HelpNamesEveryCommandInOrder) {
   const std::u16string help = HelpText(BuildCommandTable());
-  EXPECT_TRUE(help.starts_with(u"\n\n1. Command: Help\n   " + LoadResourceString(122) + u"\n\n2. Command: Version\n   "));
+  EXPECT_TRUE(
+      help.starts_with(u"\n\n1. Command: Help\n   " + LoadResourceString(122) + u"\n\n2. Command: Version\n   "));
   EXPECT_TRUE(help.ends_with(u"\n\n11. Command: RedirectFile\n   " + LoadResourceString(192)));
 }
 

@@ -20,7 +20,8 @@ constexpr const char16_t* kProduct = u"QuillbayService";
 class Probes : public ::testing::Test {
  protected:
   std::uint32_t StartType() {
-    const auto value = machine->registry().Query(u"HKLM\\SYSTEM\\CurrentControlSet\\Services\\QuillbayService", u"Start");
+    const auto value =
+        machine->registry().Query(u"HKLM\\SYSTEM\\CurrentControlSet\\Services\\QuillbayService", u"Start");
     return value && value->data.size() == 4 ? emulated::LoadLittleEndian<std::uint32_t>(value->data, 0) : 0;
   }
   std::unique_ptr<emulated::Machine> machine = test::InstalledMachine();
@@ -58,13 +59,16 @@ TEST_F(Probes, LogsWhyAServiceCannotBeChanged) {
   const std::string bytes = test::LogBytes(*machine);
   std::string text;
   for (std::size_t i = 2; i < bytes.size(); i += 2) text += bytes[i];
-  for (const auto* line : {"OpenSCManager failed (5)\n", "OpenService failed (1060)\n", "ChangeServiceConfig failed (5)\n"})
+  for (const auto* line :
+       {"OpenSCManager failed (5)\n", "OpenService failed (1060)\n", "ChangeServiceConfig failed (5)\n"})
     EXPECT_NE(text.find(line), std::string::npos) << line;
 }
 
 TEST_F(Probes, StopsAndStartsAnyService) {
-  machine->services().Install(u"Other", u"C:\\Program Files\\Velmora\\Quillbay\\QuillbayService.exe", win32::SERVICE_DEMAND_START);
-  machine->services().Behaviour(u"Other") = {.startMilliseconds = 2500, .stopMilliseconds = 1500, .startError = 0, .acceptsStop = true};
+  machine->services().Install(u"Other", u"C:\\Program Files\\Velmora\\Quillbay\\QuillbayService.exe",
+                              win32::SERVICE_DEMAND_START);
+  machine->services().Behaviour(u"Other") = {
+      .startMilliseconds = 2500, .stopMilliseconds = 1500, .startError = 0, .acceptsStop = true};
   win32::SetLastError(win32::ERROR_ACCESS_DENIED);  // an older error is not this call's
   EXPECT_TRUE(ControlServiceAndWait(u"Other", kStartService));
   EXPECT_TRUE(IsServiceRunning(u"other"));
@@ -118,7 +122,8 @@ TEST_F(Probes, EnablesAllPrivilegesAtOnceOrNone) {
   EXPECT_FALSE(EnablePrivileges());
   EXPECT_FALSE(token.PrivilegeEnabled(u"SeBackupPrivilege"));
   EXPECT_TRUE(EnablePrivileges());
-  for (const auto* name : {u"SeSecurityPrivilege", u"SeBackupPrivilege", u"SeRestorePrivilege", u"SeDebugPrivilege", u"SeTakeOwnershipPrivilege"})
+  for (const auto* name : {u"SeSecurityPrivilege", u"SeBackupPrivilege", u"SeRestorePrivilege", u"SeDebugPrivilege",
+                           u"SeTakeOwnershipPrivilege"})
     EXPECT_TRUE(token.PrivilegeEnabled(name));
   machine->process.token = emulated::MakeUserToken(emulated::SidFromText(u"S-1-5-21-1-2-3-1001"));
   EXPECT_TRUE(EnablePrivileges());  // what is not held does not make it fail
@@ -149,7 +154,8 @@ TEST_F(Probes, NamesTheVersionOfWindows) {
   EXPECT_EQ(machine->console, "");
   EXPECT_FALSE(IsVistaOrLater());
   EXPECT_FALSE(IsWindows8OrLater());
-  EXPECT_EQ(machine->console, "Failed to get current OS version information.Failed to get current OS version information.");
+  EXPECT_EQ(machine->console,
+            "Failed to get current OS version information.Failed to get current OS version information.");
 }
 
 }  // namespace

@@ -51,7 +51,8 @@ TEST_F(CommandLineTest, RunsOnceAtATime) {
     EXPECT_TRUE(run.Logged(u"QBC: another instance is already running"));
   };
   {
-    const win32::UniqueKernelHandle held{win32::CreateMutexW(nullptr, win32::FALSE, u"Global\\2092F29F_EEFF_48f5_B562_9E33D2E6471A")};
+    const win32::UniqueKernelHandle held{
+        win32::CreateMutexW(nullptr, win32::FALSE, u"Global\\2092F29F_EEFF_48f5_B562_9E33D2E6471A")};
     ASSERT_TRUE(held);
     refused();
   }
@@ -82,9 +83,17 @@ TEST_F(CommandLineTest, ShowsRimeholdsStatus) {
     const char16_t* value;
     int code;
     unsigned message;
-  } const cases[] = {{u"frozen", 2, 132}, {u"FROZEN", 2, 132}, {u"Thawed", 3, 133}, {u"Thawed and Locked", 4, 134},
-                     {u"maintenance mode", 5, 135}, {u"seed", 6, 136}, {u"applying batch file", 7, 176},
-                     {u"Applying Windows Update", 8, 177}, {u"Thawed Period", 9, 178}, {u"locked", 1, 131}, {u"", 1, 131},
+  } const cases[] = {{u"frozen", 2, 132},
+                     {u"FROZEN", 2, 132},
+                     {u"Thawed", 3, 133},
+                     {u"Thawed and Locked", 4, 134},
+                     {u"maintenance mode", 5, 135},
+                     {u"seed", 6, 136},
+                     {u"applying batch file", 7, 176},
+                     {u"Applying Windows Update", 8, 177},
+                     {u"Thawed Period", 9, 178},
+                     {u"locked", 1, 131},
+                     {u"", 1, 131},
                      {u"frozen ", 1, 131}};
   for (const auto& [value, code, message] : cases) {
     machine->registry().SetText(key, u"RH Status", value);
@@ -103,13 +112,15 @@ class FrozenGate : public CommandLineTest {
   void ExpectRefused(std::initializer_list<std::u16string> words, int exitCode) {
     const auto run = RunProgram(*machine, words);
     EXPECT_EQ(run.exitCode, exitCode);
-    EXPECT_EQ(run.said, u"\nCan not execute \"" + *words.begin() + u"\" command.Workstation must be Thawed to perform this action.");
+    EXPECT_EQ(run.said, u"\nCan not execute \"" + *words.begin() +
+                            u"\" command.Workstation must be Thawed to perform this action.");
   }
 };
 
 TEST_F(FrozenGate, RefusesWhateverChangesTheSystem) {
   ExpectRefused({u"/redirectFOLDER", u"C:\\Data", u"/loc:D:\\T"}, 0);
-  ExpectRefused({u"-RedirectFolder", u"C:\\Data", u"/loc:D:\\T", u"/d", u"/NTFS"}, 0);  // before the combination is looked at
+  ExpectRefused({u"-RedirectFolder", u"C:\\Data", u"/loc:D:\\T", u"/d", u"/NTFS"},
+                0);  // before the combination is looked at
   ExpectRefused({u"/RedirectFile", u"C:\\f", u"/loc:D:\\T"}, 0);
   ExpectRefused({u"/RedirectUP", u"Anna", u"/loc:D:\\T"}, 0);
   ExpectRefused({u"/RedirectUPDefault", u"Anna"}, 0);
@@ -126,7 +137,9 @@ TEST_F(FrozenGate, LetsThroughWhatOnlyShows) {
 }
 
 TEST_F(FrozenGate, OpensForEveryOtherStatusAndWithoutTheService) {
-  const auto passes = [&] { return RunProgram(*machine, {u"/RedirectFolder", u"C:\\a", u"/loc:D:\\T", u"/d", u"/NTFS"}).exitCode == 1; };
+  const auto passes = [&] {
+    return RunProgram(*machine, {u"/RedirectFolder", u"C:\\a", u"/loc:D:\\T", u"/d", u"/NTFS"}).exitCode == 1;
+  };
   EXPECT_FALSE(passes());
   for (const auto* status : {u"Thawed", u"Thawed and Locked", u"maintenance mode", u"Thawed Period"}) {
     workstation::InstallRimehold(*machine, status);
@@ -144,11 +157,15 @@ TEST_F(CommandLineTest, RefusesCombinationsThatMakeNoSense) {
     EXPECT_EQ(run.said, said);
   };
   for (const auto* flag : {u"/NTFS", u"/Share", u"/-NTFS", u"/-Share"})
-    expect({u"/RedirectFolder", u"C:\\Data", u"/loc:D:\\T", u"/d", flag}, u"/d switch cannot be combined with /NTFS /Share");
-  expect({u"/RedirectFile", u"C:\\f", u"/loc:D:\\T", u"/d", u"/-NTFS"}, u"/d switch cannot be combined with /NTFS /Share");
-  expect({u"/RedirectRegKeyLocation", u"/loc:D:\\T", u"/d"}, LoadResourceString(105) + u"\n   " + LoadResourceString(106));
-  expect({u"/RedirectRegKey", u"/d"}, u"\nErrors logged in \"C:\\Program Files\\Velmora\\Quillbay\\QBC.log\".\n"
-                                      u"Registry Key Redirection was not successful.\n\n");
+    expect({u"/RedirectFolder", u"C:\\Data", u"/loc:D:\\T", u"/d", flag},
+           u"/d switch cannot be combined with /NTFS /Share");
+  expect({u"/RedirectFile", u"C:\\f", u"/loc:D:\\T", u"/d", u"/-NTFS"},
+         u"/d switch cannot be combined with /NTFS /Share");
+  expect({u"/RedirectRegKeyLocation", u"/loc:D:\\T", u"/d"},
+         LoadResourceString(105) + u"\n   " + LoadResourceString(106));
+  expect({u"/RedirectRegKey", u"/d"},
+         u"\nErrors logged in \"C:\\Program Files\\Velmora\\Quillbay\\QBC.log\".\n"
+         u"Registry Key Redirection was not successful.\n\n");
   const auto invalid = [](unsigned usage) { return u"\nInvalid parameters\n" + LoadResourceString(usage); };
   expect({u"/RedirectUPDefault", u"defaultprofile"}, invalid(110));
   expect({u"/RedirectUPDefault", u"PublicProfile"}, invalid(110));
@@ -174,7 +191,8 @@ TEST_F(CommandLineTest, SaysWhatThisBuildDoesNotHave) {
 }
 
 TEST_F(CommandLineTest, MediaSharingRestsDuringProfileOperations) {
-  machine->services().Install(u"WMPNetworkSvc", u"C:\\Program Files\\Velmora\\Quillbay\\QuillbayService.exe", win32::SERVICE_DEMAND_START);
+  machine->services().Install(u"WMPNetworkSvc", u"C:\\Program Files\\Velmora\\Quillbay\\QuillbayService.exe",
+                              win32::SERVICE_DEMAND_START);
   std::vector<win32::DWORD> states;
   machine->onSleep = [&](std::uint64_t) { states.push_back(machine->services().State(u"WMPNetworkSvc")); };
   RunProgram(*machine, {u"/RedirectUPDefault", u"/PublicProfile"});

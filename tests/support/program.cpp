@@ -31,7 +31,8 @@ class ProcessEnd {
   explicit ProcessEnd(emulated::Machine& machine) : machine_(machine), older_(OpenHandles()) {}
   ~ProcessEnd() {
     for (const std::uintptr_t handle : OpenHandles())
-      if (!older_.contains(handle)) machine_.objects.Close(reinterpret_cast<win32::HANDLE>(handle), machine_.process.id);
+      if (!older_.contains(handle))
+        machine_.objects.Close(reinterpret_cast<win32::HANDLE>(handle), machine_.process.id);
   }
   ProcessEnd(const ProcessEnd&) = delete;
   ProcessEnd& operator=(const ProcessEnd&) = delete;
@@ -61,12 +62,15 @@ void UseProgramModule(emulated::Machine& machine) {
   machine.process.image = u"QBC.exe";
   machine.module.path = u"C:\\Program Files\\Velmora\\Quillbay\\QBC.exe";
   for (const ProgramResource& resource : ProgramResources())
-    machine.module.resources.push_back({resource.type, resource.name, resource.language, {resource.data, resource.size}});
+    machine.module.resources.push_back(
+        {resource.type, resource.name, resource.language, {resource.data, resource.size}});
 }
 
 std::string LogBytes(emulated::Machine& machine) {
   emulated::Bytes content;
-  if (emulated::ReadWholeFile(*machine.SystemVolume()->volume, u"\\Program Files\\Velmora\\Quillbay\\QBC.log", content) != 0) return {};
+  if (emulated::ReadWholeFile(*machine.SystemVolume()->volume, u"\\Program Files\\Velmora\\Quillbay\\QBC.log",
+                              content) != 0)
+    return {};
   return {content.begin(), content.end()};
 }
 

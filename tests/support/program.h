@@ -19,7 +19,8 @@ struct RunResult {
   bool Logged(std::u16string_view text) const { return log.find(text) != std::u16string::npos; }
 };
 
-// One run of the program on the machine with these words behind its name. The process's token is as fresh for every run.
+// One run of the program on the machine with these words behind its name. The process's token is as fresh for every
+// run.
 RunResult RunProgram(emulated::Machine& machine, std::initializer_list<std::u16string> words);
 
 // Gives the machine the program's own module with its resources; RunProgram does it, too.

@@ -13,16 +13,34 @@ using win32::DWORD;
 
 constexpr DWORD kAnyShare = win32::FILE_SHARE_READ | win32::FILE_SHARE_WRITE | win32::FILE_SHARE_DELETE;
 
-// Makes room for a file or directory that takes the place of a file: the file must be one that may be deleted.
-DWORD RemoveTarget(const Location& target) {
+// May something take the place of this file?
+DWORD MayReplace(const Location& target) {
   FileService& files = Machine::Current().files();
   if (target.info.attributes & (win32::FILE_ATTRIBUTE_DIRECTORY | win32::FILE_ATTRIBUTE_READONLY))
     return win32::ERROR_ACCESS_DENIED;
   if (files.IsOpen(*target.volume, target.file)) return win32::ERROR_ACCESS_DENIED;
   DWORD granted = 0;
-  if (const DWORD error = files.Check(*target.volume, target.file, target.directory, win32::DELETE, true, granted))
+  return files.Check(*target.volume, target.file, target.directory, win32::DELETE, true, granted);
+}
+
+// Renames onto a file's name. The file steps aside until the rename has succeeded: a full volume must not cost it.
+DWORD Replace(Volume& volume, FileId fromDirectory, const std::u16string& fromName, const Location& target) {
+  std::u16string aside = u"~replaced-";
+  for (int shift = 60; shift >= 0; shift -= 4) aside += u"0123456789abcdef"[(target.file >> shift) & 0xF];
+  if (const DWORD error = volume.Rename(target.directory, target.name, target.directory, aside)) return error;
+  if (const DWORD error = volume.Rename(fromDirectory, fromName, target.directory, target.name)) {
+    volume.Rename(target.directory, aside, target.directory, target.name);
     return error;
-  return target.volume->volume->Unlink(target.directory, target.name);
+  }
+  return volume.Unlink(target.directory, aside);
+}
+
+// The place names the very entry that is open, be it in another spelling.
+bool IsSameEntry(const FileObject& source, const Location& target) {
+  if (target.file != source.file || target.directory != source.directory) return false;
+  FileId file = 0;
+  std::u16string spelled;
+  return target.volume->volume->Lookup(target.directory, target.name, file, &spelled) == 0 && spelled == source.name;
 }
 
 // A directory cannot go below itself, and not while anything below it is open. The file system opens the directory that
@@ -43,7 +61,7 @@ DWORD MayMoveDirectory(const FileObject& source, const Location& target) {
 DWORD Rename(FileObject& source, const Location& target, bool replace) {
   FileService& files = Machine::Current().files();
   if (source.directory == 0) return win32::ERROR_ACCESS_DENIED;  // the root
-  const bool sameFile = target.file == source.file && target.directory == source.directory;
+  const bool sameFile = IsSameEntry(source, target);
   if (target.file != 0 && !sameFile && !replace) return win32::ERROR_ALREADY_EXISTS;
   if (source.isDirectory && !sameFile)
     if (const DWORD error = MayMoveDirectory(source, target)) return error;
@@ -51,13 +69,16 @@ DWORD Rename(FileObject& source, const Location& target, bool replace) {
   const DWORD right =
       source.isDirectory ? win32::FILE_APPEND_DATA : win32::FILE_WRITE_DATA;  // FILE_ADD_SUBDIRECTORY, FILE_ADD_FILE
   if (const DWORD error = files.Check(*target.volume, target.directory, 0, right, true, granted)) return error;
-  if (target.file != 0 && !sameFile)
-    if (const DWORD error = RemoveTarget(target)) return error;
+  const bool replaces = target.file != 0 && !sameFile;
+  if (replaces)
+    if (const DWORD error = MayReplace(target)) return error;
   if (sameFile && target.name == source.name) return 0;
 
   const FileId fromDirectory = source.directory;
   const std::u16string fromName = source.name;
-  if (const DWORD error = target.volume->volume->Rename(fromDirectory, fromName, target.directory, target.name))
+  Volume& volume = *target.volume->volume;
+  if (const DWORD error = replaces ? Replace(volume, fromDirectory, fromName, target)
+                                   : volume.Rename(fromDirectory, fromName, target.directory, target.name))
     return error;
   files.NoteRename(*source.volume, source.file, fromDirectory, fromName, target.directory, target.name);
   files.TouchDirectory(*source.volume, fromDirectory);
