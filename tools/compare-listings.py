@@ -116,9 +116,7 @@ def main():
             elif (b_sd.dacl, b_sd.control & 0x1000) != (a_sd.dacl, a_sd.control & 0x1000):
                 differences.append("inherited access entries and the protected flag")
         if b["times"] != a["times"]:
-            if is_link:
-                differences.append("times of a link that was made anew")
-            elif holds_written:
+            if holds_written:
                 differences.append("times of the folder that was written to in between")
             else:
                 wrong.append(f"{path}: times\n  - " + "\n  - ".join(b["times"]) + "\n  + " + "\n  + ".join(a["times"]))

@@ -48,14 +48,15 @@ int RunCommand(int argc, const char16_t* const* argv) {
   return Dispatch({table, line, argv[1], JoinLowered(argc, argv)});
 }
 
-int Run(int argc, const char16_t* const* argv) {
+// `instance` is the mutex that keeps other runs out; it is held until the process ends.
+int Run(int argc, const char16_t* const* argv, win32::UniqueKernelHandle& instance) {
   Log(u"----------------------------------");
   if (!IsUserAdministrator()) {
     ConsoleFormatString(kAdministratorsOnly);
     Log(u"QBC: not running as administrator");
     return 1;
   }
-  const win32::UniqueKernelHandle instance = TakeInstanceMutex();
+  instance = TakeInstanceMutex();
   if (!instance) {
     ConsoleFormat(u"QBC: another instance is already running");
     Log(u"QBC: another instance is already running");
@@ -68,9 +69,10 @@ int Run(int argc, const char16_t* const* argv) {
 }  // namespace
 
 int QuillbayMain(int argc, const char16_t* const* argv) {
-  const LogFile log;
+  win32::UniqueKernelHandle instance;  // outlives the log: the next run finds it closed
+  LogFile log;
   try {
-    return Run(argc, argv);
+    return Run(argc, argv, instance);
   } catch (const std::exception&) {
     Log(u"#ERROR: The command ended unexpectedly.");
     return 1;

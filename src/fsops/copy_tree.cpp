@@ -2,6 +2,7 @@
 
 #include <exception>
 #include <map>
+#include <set>
 #include <utility>
 
 #include "cli/console.h"
@@ -89,6 +90,7 @@ class TreeCopy {
   CopiedItem* FindLink(const TreeEntry& entry);
   Step CopyEntry(const TreeEntry& entry);
   bool MayStandOn(const TreeEntry& entry, const std::u16string& target, const Look& look) const;
+  bool IsTaken(const TreeEntry& entry, const std::u16string& target, const Look& look) const;
   bool CopyItem(const TreeEntry& entry, const std::u16string& target, const Look& look);
   bool CopyWithoutBackup(const TreeEntry& entry, const std::u16string& target, const Look& look);
   bool MayGoOn() const;
@@ -113,6 +115,8 @@ class TreeCopy {
   std::u16string sourceBase_, targetBase_;
   bool copyFileDenied_ = false;  // the last CopyFileW
   ShareList shares_;
+  std::set<std::u16string> targets_;  // of this run's items, lower case
+  std::set<std::u16string> madeFolders_;  // source paths of the folders whose copies this run made
   std::map<std::u16string, std::size_t> linkItems_;         // path of a link to its place among the items
   std::map<std::u16string, std::u16string> sharedFolders_;  // entry to target
   // An item of each folder that received something, with its target: its parents' times are brought in line at the end,
@@ -182,13 +186,28 @@ std::u16string TreeCopy::TargetOf(const TreeEntry& entry) const {
 // item, and a link only in the place of an empty folder.
 bool TreeCopy::MayStandOn(const TreeEntry& entry, const std::u16string& target, const Look& look) const {
   if (look.presence != Presence::Present) return look.presence == Presence::Absent;
-  if (look.Is(win32::FILE_ATTRIBUTE_DIRECTORY) != entry.IsDirectory()) return false;
-  const bool targetIsLink = look.Is(win32::FILE_ATTRIBUTE_REPARSE_POINT) &&
-                            (IsSymbolicLink(target.c_str()) || (entry.IsDirectory() && IsJunction(target.c_str(), 0)));
+  if (look.Is(win32::FILE_ATTRIBUTE_DIRECTORY) != entry.IsDirectory() || IsTaken(entry, target, look)) return false;
+  // Not by IsJunction, which cannot read a junction that somebody holds open.
+  const bool targetIsLink = look.Is(win32::FILE_ATTRIBUTE_REPARSE_POINT) && LinkTagAt(target) != 0;
+  if (look.Is(win32::FILE_ATTRIBUTE_REPARSE_POINT) && !restoring_ && IsVolumeMountPoint(target.c_str())) return false;
   return entry.IsLink() ? targetIsLink || IsEmptyFolder(target) : !targetIsLink;
 }
 
+// Is what stands at the target another item than the one of this name? Two items of the source can be one name at the
+// target (letter case there, a short name that the target's volume has just made): the second would overwrite the first,
+// and both would then be deleted at the source.
+bool TreeCopy::IsTaken(const TreeEntry& entry, const std::u16string& target, const Look& look) const {
+  if (flags_.continueOnError || look.presence != Presence::Present) return false;
+  if (targets_.contains(LowerAscii(target)) || madeFolders_.contains(entry.path.substr(0, entry.path.rfind(u'\\'))))
+    return true;
+  win32::WIN32_FIND_DATAW found{};
+  const win32::UniqueFind find{win32::FindFirstFileW(target.c_str(), &found)};
+  return !find || !EqualPaths(found.cFileName, LastComponent(target));
+}
+
 CopiedItem& TreeCopy::AddItem(CopiedItem item) {
+  targets_.insert(LowerAscii(item.target));
+  if (item.created && item.source.IsDirectory()) madeFolders_.insert(item.source.path);
   if (item.source.IsLink()) linkItems_[item.source.path] = record_.items.size();
   return record_.items.emplace_back(std::move(item));
 }
@@ -306,6 +325,8 @@ Step TreeCopy::CopyLink(const TreeEntry& link) {
   record_.links.push_back({link.path, newLink, link.IsDirectory(), ReadLinkData(link.path)});
   item->complete = RecreateLink(link, newLink);
   if (item->complete) {
+    // A junction's came with its backup copy; a symbolic link made by its text is as new as any.
+    if (link.IsSymbolicLink() && flags_.useBackupCopy) CopyFileTimesAndAttributes(link.path, newLink, true);
     if (flags_.removeSourceLinks && link.IsJunction()) DeleteJunction(link.path.c_str());
   } else {
     item->complete =
@@ -320,11 +341,11 @@ Step TreeCopy::CopyLink(const TreeEntry& link) {
 // otherwise the volume is mounted on the copy, or nothing would lead to it any more.
 Step TreeCopy::CopyMount(const TreeEntry& link, const std::u16string& newLink) {
   std::u16string volumeName;
-  if (flags_.useBackupCopy || !FindLink(link) || !IsVolumeMountPoint(link.path.c_str(), &volumeName) ||
-      IsVolumeMountPoint(newLink.c_str()))
+  CopiedItem* const item = FindLink(link);
+  if (!item || !IsVolumeMountPoint(link.path.c_str(), &volumeName) || IsVolumeMountPoint(newLink.c_str()))
     return Step::Next;
-  if (win32::SetVolumeMountPointW((newLink + u'\\').c_str(), volumeName.c_str())) return Step::Next;
-  return Failed(link, newLink);
+  item->complete = win32::SetVolumeMountPointW((newLink + u'\\').c_str(), volumeName.c_str()) != win32::FALSE;
+  return item->complete ? Step::Next : Failed(link, newLink);
 }
 
 // Clears the place of a symbolic link and notes it as an item. A link of that name is overwritten like any file.
@@ -337,7 +358,8 @@ bool TreeCopy::PrepareSymbolicLink(const TreeEntry& link, const std::u16string& 
       return true;
     }
     TreeEntry old{newLink, look.attributes, 0, 0};
-    if (!look.Is(win32::FILE_ATTRIBUTE_REPARSE_POINT) || !DeleteEntry(old)) return false;
+    if (IsTaken(link, newLink, look) || LinkTagAt(newLink) == 0 || IsVolumeMountPoint(newLink.c_str()) || !DeleteEntry(old))
+      return false;
   }
   AddItem({link, newLink, true, false, false});
   return true;
@@ -349,6 +371,8 @@ bool TreeCopy::RecreateLink(const TreeEntry& link, const std::u16string& newLink
   if (!(isSymbolicLink ? GetFinalTargetPath(link.path.c_str(), text) : GetJunctionTarget(link.path.c_str(), text)))
     return false;
   if (text.empty()) return false;
+  // A mount point of a volume that is not there now: its text has lost the backslash that makes it the volume's root.
+  if (text.starts_with(u"Volume{") && text.find(u'\\') == std::u16string::npos) return false;
   if (!flags_.copyOnly) text = ReplaceFolder(text, sourceBase_, targetBase_);
   if (text.back() == u':') text += u'\\';  // the root of a drive, not the current folder on it
   if (isSymbolicLink ? CreateSymbolicLinkEntry(newLink.c_str(), text.c_str(), 0)
@@ -390,7 +414,7 @@ void TreeCopy::MoveShares() {
   for (const auto& [folder, target] : sharedFolders_)
     for (const win32::SHARE_INFO_502* share : shares_.FindByPath(folder)) {
       if (DeleteShare(*share)) record_.deletedShares.push_back({shares_, share});
-      if (flags_.moveShares) AddShare(*share, target);
+      if (flags_.moveShares && AddShare(*share, target)) record_.addedShares.push_back(share->shi502_netname);
     }
 }
 
@@ -407,6 +431,7 @@ int TreeCopy::Run(const std::u16string& sourceRoot, const std::u16string& target
   if (!SystemFoldersPermit(listing)) return 0;
   shares_ = ShareList::Read();
   if (!CarryRoot()) return 0;
+  if (flags_.carryRoot) madeFolders_.insert(std::u16string(WithoutPrefix(record_.sourceRoot)));
   for (const TreeEntry& entry : listing.entries) {
     const Step step = CopyEntry(entry);
     if (step != Step::Next) return step == Step::Ended ? 1 : 0;
@@ -414,7 +439,8 @@ int TreeCopy::Run(const std::u16string& sourceRoot, const std::u16string& target
   for (const TreeEntry& link : listing.links)
     if (CopyLink(link) == Step::Failed) return 0;
   if (!CarryFolderTimes()) return 0;
-  if (!(flags_.copyOnly && flags_.moveShares)) MoveShares();
+  // Of a tree that is brought back, the caller puts the shares right: it knows which were there before.
+  if (!only_ && !(flags_.copyOnly && flags_.moveShares)) MoveShares();
   return 1;
 }
 

@@ -31,6 +31,7 @@ struct CopiedItem {
   bool created = false;     // nothing stood there before
   bool becameLink = false;  // an empty folder stood there and was made the junction
   bool complete = false;    // all of it arrived
+  bool deleted = false;     // the move then deleted it at the source
 };
 
 // What a tree copy did. It is what every roll-back goes by: nothing but what is named here is taken away again, so that
@@ -42,6 +43,7 @@ struct CopyRecord {
   std::vector<CopiedItem> items;  // in the order of the copy: a directory before its contents
   std::vector<SavedLink> links;
   std::vector<DeletedShare> deletedShares;
+  std::vector<std::u16string> addedShares;  // names
   SecurityBlock rootSecurity;  // of the source's root, as it was before a move
 };
 

@@ -36,6 +36,19 @@ void UnmountIfMounted(const TreeEntry& entry) {
   win32::DeleteVolumeMountPointW((entry.path + u'\\').c_str());
 }
 
+// A folder on which a volume is mounted (a drive's root is none). Where it is only to be cleaned up, the volume is not
+// entered. By the attribute: IsJunction cannot read a mount folder that somebody holds open.
+bool IsMountFolder(const char16_t* path) {
+  const win32::DWORD attributes = win32::GetFileAttributesW(path);
+  return attributes != win32::INVALID_FILE_ATTRIBUTES && (attributes & win32::FILE_ATTRIBUTE_REPARSE_POINT) != 0 &&
+         IsVolumeMountPoint(path);
+}
+
+bool Unmount(std::u16string mountFolder) {
+  if (mountFolder.back() != u'\\') mountFolder += u'\\';
+  return win32::DeleteVolumeMountPointW(mountFolder.c_str()) != win32::FALSE;
+}
+
 bool RemoveDirectoryStrictly(const std::u16string& path) {
   if (win32::RemoveDirectoryW(path.c_str())) return true;
   const ReadOnlyLifted lifted(path);
@@ -90,12 +103,7 @@ int DeleteEntries(const std::vector<TreeEntry>& entries, int stopOnFailure) try 
 
 int DeleteDirectoryTree(const char16_t* root, int stopOnFailure) try {
   if (!root || !win32::PathFileExistsW(root)) return 0;
-  if (IsVolumeMountPoint(root) && IsJunction(root, 0)) {
-    // Only the mount folder is to be cleaned up, not the volume.
-    std::u16string mountFolder = root;
-    if (mountFolder.back() != u'\\') mountFolder += u'\\';
-    return win32::DeleteVolumeMountPointW(mountFolder.c_str()) || !stopOnFailure ? 1 : 0;
-  }
+  if (IsMountFolder(root)) return Unmount(root) || !stopOnFailure ? 1 : 0;
   TreeListing listing;
   return GetFileList(root, listing) ? DeleteEntries(listing.entries, stopOnFailure) : 0;
 } catch (const std::exception&) {
@@ -103,6 +111,7 @@ int DeleteDirectoryTree(const char16_t* root, int stopOnFailure) try {
 }
 
 int DeleteDirectoryTreeAtReboot(const char16_t* root) try {
+  if (root && IsMountFolder(root)) return Unmount(root) ? 1 : 0;
   TreeListing listing;
   if (!root || !GetFileList(root, listing)) return 0;
   int result = 1;

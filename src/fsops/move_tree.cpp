@@ -5,6 +5,7 @@
 #include <set>
 #include <vector>
 
+#include "fsops/backup_copy.h"
 #include "fsops/delete_tree.h"
 #include "log/log.h"
 #include "redirect/junction.h"
@@ -37,7 +38,8 @@ bool RemoveCopied(const CopyRecord& record, const PathSet& keep) {
   bool all = true;
   for (const CopiedItem& item : record.items | std::views::reverse) {
     if (kept.contains(item.target)) continue;
-    if (item.becameLink && IsJunction(item.target.c_str(), 0) && !DeleteJunction(item.target.c_str())) all = false;
+    // By the attribute: IsJunction cannot read one that somebody holds open.
+    if (item.becameLink && IsReparsePoint(item.target) && !DeleteJunction(item.target.c_str())) all = false;
     if (item.created && Exists(item.target) && !DeleteEntry(EntryAt(item.target, item.source))) all = false;
   }
   return all;
@@ -48,11 +50,13 @@ bool RemoveCopied(const CopyRecord& record, const PathSet& keep) {
 bool RestoreLinks(const CopyRecord& record, PathSet& keep) {
   bool all = true;
   for (const SavedLink& link : record.links) {
-    if (RestoreLink(link)) continue;
-    // It was made again by its text, or it never changed and could not even be read: then it is not missing.
-    const win32::DWORD attributes = win32::GetFileAttributesW(link.source.c_str());
-    if (attributes != win32::INVALID_FILE_ATTRIBUTES && (attributes & win32::FILE_ATTRIBUTE_REPARSE_POINT) != 0)
+    if (RestoreLink(link)) {
+      keep.erase(link.target);
       continue;
+    }
+    // Its old text could not even be read, so no other was written there. (A link with another text stays at both
+    // places: it may lead to where nothing will be any more.)
+    if (link.reparseData.empty() && IsReparsePoint(link.source)) continue;
     Log(u"#ERROR: Unable to restore link %ls. It stays at %ls.", link.source, link.target);
     keep.insert(link.target);
     all = false;
@@ -72,12 +76,12 @@ void DeleteSharesOf(const std::u16string& folder, CopyRecord& record) {
 }
 
 // Deletes just what was copied: an item that came in the meantime, or was passed over, is in no other place.
-bool EmptySource(const CopyRecord& record) {
-  std::vector<TreeEntry> copied;
-  copied.reserve(record.items.size());
-  for (const CopiedItem& item : record.items)
-    if (item.complete) copied.push_back(item.source);
-  if (!DeleteEntries(copied, 1)) return false;
+bool EmptySource(CopyRecord& record) {
+  for (CopiedItem& item : record.items | std::views::reverse) {
+    if (!item.complete) continue;
+    if (!DeleteEntry(item.source)) return false;
+    item.deleted = true;
+  }
   TreeListing left;
   if (!GetFileList(record.sourceRoot, left)) return false;
   const bool rootOfVolume = IsVolumeMountPoint(record.sourceRoot.c_str()) != 0;  // where Windows keeps its own folders
@@ -96,17 +100,21 @@ TreeListing CopiedListing(const CopyRecord& record) {
 }
 
 // The items of the move that are not complete at the source again; the log names each. A file of which only a part was
-// brought back is taken away again, so that nobody takes it for the whole.
+// brought back is taken away again, so that nobody takes it for the whole. For an item that was deleted it is not enough
+// that something stands in its place: somebody may have put it there since.
 PathSet NotBroughtBack(const CopyRecord& move, const CopyRecord& back) {
-  PathSet incomplete;
+  PathSet incomplete, broughtBack;
   for (const CopiedItem& item : back.items | std::views::reverse)
     if (!item.complete) {
       incomplete.insert(item.source.path);
       if (item.created && Exists(item.target)) DeleteEntry(EntryAt(item.target, item.source));
+    } else {
+      broughtBack.insert(item.source.path);
     }
   PathSet missing;
   for (const CopiedItem& item : move.items)
-    if (item.complete && (incomplete.contains(item.target) || !Exists(item.source.path))) {
+    if (item.complete && (incomplete.contains(item.target) || !Exists(item.source.path) ||
+                          (item.deleted && !broughtBack.contains(item.target)))) {
       Log(u"#ERROR: Unable to move %ls back. It stays at %ls.", item.source.path, item.target);
       missing.insert(item.target);
     }
@@ -147,6 +155,7 @@ int UndoMove(const CopyRecord& record) try {
   RestoreLinks(record, keep);
   const bool removed = RemoveCopied(record, keep);
   if (!removed) LogNotDeleted(record.targetRoot);
+  for (const std::u16string& name : record.addedShares) DeleteShare(name);
   RestoreShares(record);
   return removed && keep.empty() ? 1 : 0;
 } catch (const std::exception&) {

@@ -47,6 +47,8 @@ bool DeleteShare(const win32::SHARE_INFO_502& share) {
   return win32::NetShareDel(nullptr, share.shi502_netname, 0) == win32::NERR_Success;
 }
 
+bool DeleteShare(std::u16string name) { return win32::NetShareDel(nullptr, name.data(), 0) == win32::NERR_Success; }
+
 bool AddShare(const win32::SHARE_INFO_502& share, const std::u16string& folder) {
   std::u16string path = folder;
   win32::SHARE_INFO_502 copy = share;

@@ -28,5 +28,6 @@ struct DeletedShare {
 
 // Deletes the share. The result is for those who want to know.
 bool DeleteShare(const win32::SHARE_INFO_502& share);
+bool DeleteShare(std::u16string name);
 // Adds the share again, with `folder` as its path.
 bool AddShare(const win32::SHARE_INFO_502& share, const std::u16string& folder);

@@ -13,6 +13,7 @@
 #include "redirect/junction.h"
 #include "redirect/path_text.h"
 #include "redirect/records.h"
+#include "validate/file_list.h"
 #include "validate/validate.h"
 #include "win32/win32.h"
 
@@ -71,17 +72,20 @@ class FolderRedirection {
   bool MayRedirect() const;
   bool TargetMayBeUsed() const;
   // Each leaves everything as it was when it answers false, or the log says where the data is.
-  bool MakeTarget() const;
+  bool MakeTarget();
   bool MoveContents();
   bool LeaveJunction();
 
  private:
+  bool TargetIsPlainFolder() const;
   void TakeBack(bool junctionMade);
   void MakeSourceAgain() const;
+  void RemoveTargetIfEmpty() const;
 
   const std::u16string source_, target_, realTarget_;
   const int copyNtfsPermissions_, copyShares_;
   const CreatedFolders created_;
+  bool targetStoodThere_ = false;
   CopyRecord moved_;
   SavedSecurityMap sourceSecurity_;
   std::vector<JunctionRecord> records_;
@@ -92,6 +96,12 @@ bool FolderRedirection::MayRedirect() const {
   for (const std::u16string& path : {source_, target_})
     if (HasDotComponents(path)) {
       Log(u"#ERROR: The selected folder %ls is a relative path. Browse to a different location", path);
+      return false;
+    }
+  // Windows itself would take the odd parts away, but not from the path that a junction holds: it would lead nowhere.
+  for (const std::u16string& path : {source_, target_})
+    if (!IsPlainPath(path)) {
+      Log(u"#ERROR:Invalid path : %ls", path);
       return false;
     }
   if (!FindJunctionRegKey(source_.c_str(), realTarget_.c_str(), 0).empty()) {
@@ -128,8 +138,16 @@ bool FolderRedirection::TargetMayBeUsed() const {
         source_, realTarget_);
     return false;
   }
-  if (!Exists(realTarget_)) return true;
-  if (IsJunction(realTarget_.c_str(), 0)) {
+  return !Exists(realTarget_) || TargetIsPlainFolder();
+}
+
+// An existing real target: a folder, no link, and not the source by another name (a short one, another letter case).
+bool FolderRedirection::TargetIsPlainFolder() const {
+  if (!win32::PathIsDirectoryW(realTarget_.c_str())) {
+    Log(u"#ERROR: The specified path %ls is not a valid directory path.", realTarget_);
+    return false;
+  }
+  if (LinkTagAt(realTarget_) == win32::IO_REPARSE_TAG_MOUNT_POINT || IsJunction(realTarget_.c_str(), 0)) {
     Log(u"#ERROR: The folder %ls is already redirected. Browse to a different location.", realTarget_);
     return false;
   }
@@ -137,12 +155,22 @@ bool FolderRedirection::TargetMayBeUsed() const {
     Log(u"#ERROR: The folder %ls is Symbolic Link. Browse to a different location.", realTarget_);
     return false;
   }
-  return true;
+  std::u16string finalSource, finalTarget;
+  if (!GetFinalTargetPath(source_.c_str(), finalSource) || !GetFinalTargetPath(realTarget_.c_str(), finalTarget)) return false;
+  if (!IsSameOrBelow(finalSource, finalTarget)) return true;
+  Log(u"Checking source folder equals to target.\nSource: %ls Target: %ls #ERROR: Cannot redirect when Source and "
+      u"Target folder are "
+      u"the same. Browse to a different location.",
+      source_, realTarget_);
+  return false;
 }
 
-bool FolderRedirection::MakeTarget() const {
+bool FolderRedirection::MakeTarget() {
   const int result = win32::SHCreateDirectoryExW(nullptr, realTarget_.c_str(), nullptr);
   if (result == static_cast<int>(win32::ERROR_ALREADY_EXISTS) || result == static_cast<int>(win32::ERROR_FILE_EXISTS)) {
+    // It may have come since it was looked for.
+    targetStoodThere_ = true;
+    if (!TargetIsPlainFolder()) return false;
     ConsoleFormatString(kTargetExists, realTarget_);
     return true;
   }
@@ -153,11 +181,10 @@ bool FolderRedirection::MakeTarget() const {
 }
 
 bool FolderRedirection::MoveContents() {
-  if (MoveDirectoryTree(source_, realTarget_, copyNtfsPermissions_, copyShares_, 0, 0, created_.IncludesFolder(),
-                        moved_))
+  if (MoveDirectoryTree(source_, realTarget_, copyNtfsPermissions_, copyShares_, 0, 0, targetStoodThere_ ? 0 : 1, moved_))
     return true;
   Log(u"#ERROR: Unable to move files and folders from Source = %ls to Target = %ls.", source_, realTarget_);
-  created_.RemoveIfEmpty();
+  RemoveTargetIfEmpty();
   return false;
 }
 
@@ -193,7 +220,11 @@ void FolderRedirection::TakeBack(bool junctionMade) {
   MakeSourceAgain();
   if (!UndoMove(moved_))
     Log(u"#ERROR: Unable to move all files and folders back to %ls. The others stay in %ls.", source_, realTarget_);
-  created_.RemoveIfEmpty();
+  RemoveTargetIfEmpty();
+}
+
+void FolderRedirection::RemoveTargetIfEmpty() const {
+  if (!targetStoodThere_) created_.RemoveIfEmpty();
 }
 
 // A junction that could not be made takes the empty folder with it.
@@ -294,9 +325,9 @@ bool FolderRemoval::ForgetRecord() {
   }
   // Records of redirections nested in the folder name its old place again. Nothing can be taken back any more, and
   // nothing is lost should it fail.
-  if (!UpdateJunctionRegKeys(target_.c_str(), source_.c_str(), 0))
-    Log(u"#ERROR: Unable to update redirected folder path in registry.");
-  return true;
+  if (UpdateJunctionRegKeys(target_.c_str(), source_.c_str(), 0)) return true;
+  Log(u"#ERROR: Unable to update redirected folder path in registry.");
+  return false;
 }
 
 void FolderRemoval::RemoveEmptyTarget() const {

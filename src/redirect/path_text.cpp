@@ -67,6 +67,19 @@ bool HasDotComponents(std::u16string_view path) {
   return false;
 }
 
+bool IsPlainPath(std::u16string_view path) {
+  if (path.find(u'/') != path.npos) return false;
+  if (path.starts_with(u"\\\\")) path.remove_prefix(2);
+  if (path.ends_with(u'\\')) path.remove_suffix(1);
+  for (bool more = true; more;) {
+    const std::size_t end = std::min(path.find(u'\\'), path.size());
+    if (end == 0 || path[end - 1] == u'.' || path[end - 1] == u' ') return false;
+    more = end < path.size();
+    path.remove_prefix(std::min(end + 1, path.size()));
+  }
+  return true;
+}
+
 bool IsSameOrBelow(std::u16string_view path, std::u16string_view folder) {
   if (folder.ends_with(u'\\')) folder.remove_suffix(1);
   if (folder.empty() || !StartsWithPath(path, folder)) return false;

@@ -28,6 +28,9 @@ void DebugOutput(FormatFor<Arguments...> format, const Arguments&... arguments) 
 // 2,147,483,647 would be given out twice. 0 for a name that is no number.
 std::uint64_t LeadingNumber(std::u16string_view name) {
   constexpr std::uint64_t kLargest = std::numeric_limits<std::uint64_t>::max() - 1;
+  const auto isSpace = [](char16_t unit) { return unit == u' ' || (unit >= u'\t' && unit <= u'\r'); };
+  while (!name.empty() && isSpace(name.front())) name.remove_prefix(1);
+  if (name.starts_with(u'+')) name.remove_prefix(1);
   std::uint64_t number = 0;
   for (const char16_t unit : name) {
     if (unit < u'0' || unit > u'9') break;
@@ -93,7 +96,8 @@ bool WriteText(const win32::UniqueKey& key, const char16_t* name, std::u16string
 }
 
 void RewriteValue(const std::u16string& subkey, const char16_t* name, const std::u16string& text) {
-  if (text.empty()) return;
+  // A text that no reader takes would lose the record; the old one can still be found.
+  if (text.empty() || text.size() >= kBuffer) return;
   win32::UniqueKey key;
   if (win32::RegCreateKeyExW(win32::HKEY_LOCAL_MACHINE, subkey.c_str(), 0, nullptr, win32::REG_OPTION_NON_VOLATILE,
                              win32::KEY_SET_VALUE | win32::KEY_WOW64_32KEY, nullptr, key.put(), nullptr) == 0)
@@ -229,8 +233,10 @@ void RestoreJunctionRecords(const std::vector<JunctionRecord>& saved) try {
   // The registry keeps what could be written.
 }
 
-void GetJunctionRecords(int isFile, std::map<std::u16string, std::u16string>& records) {
+void GetJunctionRecords(int isFile, std::map<std::u16string, std::u16string>& records) try {
   for (const JunctionRecord& record : SaveJunctionRecords(isFile)) records[record.source] = record.target;
+} catch (const std::exception&) {
+  // The map keeps what could be read.
 }
 
 int UpdateJunctionRegKeys(const char16_t* oldPath, const char16_t* newPath, int isFile) try {

@@ -111,15 +111,22 @@ bool ListFolder(const std::u16string& root, TreeListing& listing) {
   return true;
 }
 
-// The root's own record. A drive's root has none and is no link.
-TreeEntry RootEntry(const std::u16string& folder) {
+// "C:" or a volume's name, without the backslash at its end: such a root has no record of its own and is no link.
+bool IsVolumeRoot(std::u16string_view name) {
+  if (name.starts_with(u"\\\\?\\")) name.remove_prefix(4);
+  return (name.size() == 2 && name[1] == u':') || (name.starts_with(u"Volume{") && name.find(u'\\') == name.npos);
+}
+
+// The root's own record; nothing when it cannot be read, for then nobody knows whether the root is a link.
+std::optional<TreeEntry> RootEntry(const std::u16string& folder) {
   TreeEntry entry;
   entry.path = folder;
   std::u16string name = folder;
   while (!name.empty() && name.back() == u'\\') name.pop_back();
+  if (IsVolumeRoot(name)) return entry;
   win32::WIN32_FIND_DATAW found{};
   const win32::UniqueFind find{win32::FindFirstFileW(name.c_str(), &found)};
-  if (!find) return entry;
+  if (!find) return std::nullopt;
   entry.attributes = found.dwFileAttributes;
   entry.reparseTag = entry.IsReparsePoint() ? found.dwReserved0 : 0;
   return entry;
@@ -127,11 +134,21 @@ TreeEntry RootEntry(const std::u16string& folder) {
 
 }  // namespace
 
+win32::DWORD LinkTagAt(const std::u16string& path) {
+  win32::WIN32_FIND_DATAW found{};
+  const win32::UniqueFind find{win32::FindFirstFileW(path.c_str(), &found)};
+  if (!find || !(found.dwFileAttributes & win32::FILE_ATTRIBUTE_REPARSE_POINT)) return 0;
+  const win32::DWORD tag = found.dwReserved0;
+  return tag == win32::IO_REPARSE_TAG_MOUNT_POINT || tag == win32::IO_REPARSE_TAG_SYMLINK ? tag : 0;
+}
+
 int GetFileList(const std::u16string& folder, TreeListing& listing) try {
   listing = {};
   if (folder.empty()) return 0;
   const std::u16string root = ReachablePath(folder);
-  const TreeEntry entry = RootEntry(root);
+  const std::optional<TreeEntry> read = RootEntry(root);
+  if (!read) return 0;
+  const TreeEntry& entry = *read;
   // The record decides together with IsJunction, which cannot read a junction that somebody holds open.
   const bool isJunction = entry.IsJunction() || (entry.IsReparsePoint() && ::IsJunction(root.c_str(), 0));
   if (entry.IsSymbolicLink() || (isJunction && !IsVolumeMountPoint(root.c_str()))) {

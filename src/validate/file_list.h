@@ -33,4 +33,7 @@ struct TreeListing {
 // Lists everything below `folder`, which itself is not in the list - unless it is a junction or a symbolic link: then
 // it is the only entry. A mounted volume is entered when it is `folder`, and is a link below it. 0 when any folder
 // could not be read to its end; the listing is not to be used then.
+// The reparse tag of a junction, mounted volume or symbolic link, from its find record; 0 for everything else.
+win32::DWORD LinkTagAt(const std::u16string& path);
+
 int GetFileList(const std::u16string& folder, TreeListing& listing);

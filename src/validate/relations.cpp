@@ -56,7 +56,9 @@ class Relations {
     const bool sourceIsLink = hasSource_ && SourceIsLink();
     const bool targetIsLink = !skipTarget_ && TargetIsLink();
     if (!skipTarget_ && !targetIsLink) CheckPermissionToCreate();
-    if (hasSource_ && !sourceIsLink) CheckAncestors(source_);
+    // A target that is a symbolic link leaves only the comparison of the two places.
+    const bool targetIsSymbolicLink = targetIsLink && !targetIsJunction_;
+    if (hasSource_ && !sourceIsLink && !targetIsSymbolicLink) CheckAncestors(source_);
     if (!skipTarget_ && !targetIsLink) CheckAncestors(target_);
     CheckSamePlace();
     if (!skipTarget_ && !targetIsJunction_ && hasSource_ && !HasEnoughFreeSpace(source_, target_, sourceTree_))

@@ -226,6 +226,23 @@ TEST_F(Moves, AFileThatCameInTheMeantimeIsNotDeleted) {
   EXPECT_EQ(Contents(source + u"\\f"), "x");
 }
 
+// A file that was moved and deleted is gone from its old place, whatever somebody else has put there since.
+TEST_F(Moves, ANewFileInTheOldPlaceIsNotTakenForTheMovedOne) {
+  MakeFolder(source + u"\\sub");
+  MakeFile(source + u"\\sub\\f", "ours");
+  // Held with delete sharing, the file goes when it is closed; the folder is waited for, and is not empty even then.
+  auto held = HoldOpen(source + u"\\sub\\f", GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_DELETE);
+  machine->onSleep = [&](std::uint64_t) {
+    machine->onSleep = {};
+    machine->files().CloseForeign(held);
+    MakeFile(source + u"\\sub\\f", "theirs");
+  };
+  EXPECT_EQ(Move(), 0);
+  EXPECT_EQ(Contents(source + u"\\sub\\f"), "theirs");
+  EXPECT_EQ(Contents(target + u"\\sub\\f"), "ours");
+  EXPECT_TRUE(Logged(u"#ERROR: Unable to move C:\\Data\\sub\\f back. It stays at D:\\Target\\sub\\f."));
+}
+
 TEST_F(Moves, MountedVolumesInsideGoAlongAndOneAsRootIsEmptied) {
   Restart({.volumes = 1});
   std::u16string volume;

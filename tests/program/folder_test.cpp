@@ -96,6 +96,34 @@ TEST_F(FolderRedirectionTest, MovesTheContentsAndLeavesAJunction) {
   ExpectFailure(again, u"#ERROR: Junction already exists for Source = C:\\Data and Target = D:\\Target\\Data.");
 }
 
+TEST_F(FolderRedirectionTest, RefusesPathsThatAJunctionCannotHold) {
+  const auto before = test::DescribeTree(u"C:\\Data");
+  struct Case {
+    const char16_t *source, *location, *named;
+  };
+  for (const Case& one : {Case{u"C:/Data", u"/loc:D:\\", u"C:/Data"}, Case{u"C:\\Data.", u"/loc:D:\\", u"C:\\Data."},
+                          Case{u"C:\\Data", u"/loc:D:\\T\\\\", u"D:\\T\\\\"},
+                          Case{u"C:\\Data", u"/loc:D:\\T \\", u"D:\\T \\"}}) {
+    const auto run = RunProgram(*machine, {u"/RedirectFolder", one.source, one.location});
+    ExpectFailure(run, u"#ERROR:Invalid path : " + std::u16string(one.named));
+  }
+  EXPECT_EQ(test::DescribeTree(u"C:\\Data"), before);
+}
+
+TEST_F(FolderRedirectionTest, RefusesATargetThatIsAFileOrTheSourceByAnotherName) {
+  const auto before = test::DescribeTree(u"C:\\Data");
+  ASSERT_TRUE(win32::CreateDirectoryW(u"D:\\T", nullptr));
+  ASSERT_TRUE(win32::CopyFileW(u"C:\\Data\\one.txt", u"D:\\T\\Data", 1));
+  ExpectFailure(RunProgram(*machine, {u"/RedirectFolder", u"C:\\Data", u"/loc:D:\\T"}),
+                u"#ERROR: The specified path D:\\T\\Data is not a valid directory path.");
+  ASSERT_TRUE(win32::CreateDirectoryW(u"C:\\\u00FCbung", nullptr));
+  ASSERT_TRUE(win32::MoveFileW(u"C:\\Data", u"C:\\\u00FCbung\\Data"));
+  const auto run = RunProgram(*machine, {u"/RedirectFolder", u"C:\\\u00FCbung\\Data", u"/loc:C:\\\u00DCBUNG"});
+  EXPECT_EQ(run.exitCode, 1);
+  EXPECT_TRUE(run.Logged(u"Source and Target folder are the same")) << emulated::Utf8(run.log);
+  EXPECT_EQ(test::DescribeTree(u"C:\\\u00FCbung\\Data"), before);
+}
+
 TEST_F(FolderRedirectionTest, IsUndoneByTheSameCommandWithD) {
   const auto before = test::DescribeTree(u"C:\\Data");
   const std::string folder = test::Describe(u"C:\\Data");

@@ -33,20 +33,20 @@ class LogFileTest : public ::testing::Test {
 TEST_F(LogFileTest, BeginsWithAByteOrderMarkAndIsAppendedTo) {
   machine->SetNow(kNineOClock + (5 * 60 + 3) * 10000000LL + 70000);
   {
-    const LogFile log;
+    LogFile log;
     EXPECT_EQ(std::u16string(LogPath()), u"C:\\Program Files\\Velmora\\Quillbay\\QBC.log");
     Log(u"first %d", 1);
   }
   EXPECT_EQ(Text(), u"\uFEFF" + Prefix() + u"first 1");
   {
-    const LogFile log;
+    LogFile log;
     Log(u"second");
   }
   EXPECT_EQ(Text(), u"\uFEFF" + Prefix() + u"first 1" + Prefix() + u"second");
 }
 
 TEST_F(LogFileTest, OthersMayHaveItOpen) {
-  const LogFile log;
+  LogFile log;
   const auto reader = machine->files().OpenForeign(77, LogPath(), win32::GENERIC_READ | win32::GENERIC_WRITE,
                                                    win32::FILE_SHARE_READ | win32::FILE_SHARE_WRITE);
   ASSERT_TRUE(reader);
@@ -56,7 +56,7 @@ TEST_F(LogFileTest, OthersMayHaveItOpen) {
 }
 
 TEST_F(LogFileTest, CutsWhatDoesNotFit) {
-  const LogFile log;
+  LogFile log;
   Log(u"%ls", std::u16string(5000, u'~'));
   Log(u"next");
   const std::u16string text = Text();
@@ -65,7 +65,7 @@ TEST_F(LogFileTest, CutsWhatDoesNotFit) {
 }
 
 TEST_F(LogFileTest, TellsTheErrorOfTheCallThatFailed) {
-  const LogFile log;
+  LogFile log;
   machine->gate.FailCall("GetLocalTime", 1, win32::ERROR_DISK_FULL);  // the log's own calls leave other errors
   win32::SetLastError(win32::ERROR_ACCESS_DENIED);
   LogWithSystemError(u"#ERROR: Failed. ");
@@ -77,7 +77,7 @@ TEST_F(LogFileTest, TellsTheErrorOfTheCallThatFailed) {
 }
 
 TEST_F(LogFileTest, AnErrorWithoutWordsAddsNothing) {
-  const LogFile log;
+  LogFile log;
   win32::SetLastError(0x2FFFFFFF);
   LogWithSystemError(u"no words");
   EXPECT_TRUE(Text().ends_with(u"no words"));
@@ -95,7 +95,7 @@ TEST_F(LogFileTest, IsOffWithoutTheService) {
 TEST_F(LogFileTest, FindsItsFolderInAnyFormOfTheServicesPath) {
   const auto pathWith = [&](std::u16string_view imagePath) {
     machine->services().Install(u"QuillbayService", imagePath, win32::SERVICE_DEMAND_START);
-    const LogFile log;
+    LogFile log;
     return std::u16string(LogPath());
   };
   EXPECT_EQ(pathWith(u"\"C:\\Windows\\Product x\\svc.exe\" -k all"), u"C:\\Windows\\Product x\\QBC.log");
@@ -110,7 +110,7 @@ TEST_F(LogFileTest, FailuresAreSilent) {
   for (const auto* call : {"OpenSCManagerW", "OpenServiceW", "QueryServiceConfigW", "CreateFileW", "GetFileSize",
                            "SetFilePointer", "WriteFile"}) {
     machine->gate.FailCall(call, 1, win32::ERROR_ACCESS_DENIED);
-    const LogFile log;
+    LogFile log;
     Log(u"line");
     machine->gate.ClearFailures();
   }
@@ -119,7 +119,7 @@ TEST_F(LogFileTest, FailuresAreSilent) {
 }
 
 TEST_F(LogFileTest, LoadsNetworkMessagesFromTheSystemFolderOnly) {
-  const LogFile log;
+  LogFile log;
   std::string loaded;
   machine->gate.Trace([&](const std::string& line) {
     if (line.find("LoadLibraryExW") != std::string::npos) loaded += line;

@@ -49,7 +49,7 @@ TEST_F(Probes, GivesUpOnAServiceThatNeverStarts) {
 }
 
 TEST_F(Probes, LogsWhyAServiceCannotBeChanged) {
-  const LogFile log;
+  LogFile log;
   machine->gate.FailCall("OpenSCManagerW", 1, win32::ERROR_ACCESS_DENIED);
   EXPECT_FALSE(DisableQuillbayService());
   machine->gate.FailCall("OpenServiceW", 1, win32::ERROR_SERVICE_DOES_NOT_EXIST);

@@ -125,6 +125,8 @@ TEST_F(FrozenGate, RefusesWhateverChangesTheSystem) {
   ExpectRefused({u"/RedirectUP", u"Anna", u"/loc:D:\\T"}, 0);
   ExpectRefused({u"/RedirectUPDefault", u"Anna"}, 0);
   ExpectRefused({u"/AutoRedirectUP", u"/loc:D:\\T"}, 0);
+  ExpectRefused({u"/AutoRedirectUP", u"/RedirectDefaultAndPublicProfile"}, 0);
+  ExpectRefused({u"/RedirectUPDefault", u"defaultprofile"}, 0);
   ExpectRefused({u"/RedirectRegKeyLocation", u"/loc:D:\\T", u"/d"}, 1);
   ExpectRefused({u"/RedirectRegKey", u"/d"}, 1);
 }

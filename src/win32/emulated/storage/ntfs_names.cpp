@@ -27,6 +27,10 @@ int Collect(void* context, const ntfschar* name, const int length, const int typ
   return 0;
 }
 
+// NTFS may hold names that differ in case only (other systems make them). All are listed; only the first is found by
+// name, as on Windows. The others' keys carry this mark, which no name can hold.
+constexpr char16_t kShadow = u'\0';
+
 }  // namespace
 
 std::u16string NtfsVolume::UpCased(std::u16string_view name) const {
@@ -74,6 +78,7 @@ win32::DWORD NtfsVolume::GetDirectory(FileId file, Directory*& directory) {
   for (Found& entry : found) {
     if (entry.isShort) continue;
     std::u16string key = UpCased(entry.name);
+    while (loaded.entries.contains(key)) key += kShadow;
     DirectoryEntry shown{std::move(entry.name), {}, entry.id};
     if (const auto shortName = shortNames.find(entry.id); shortName != shortNames.end()) {
       shown.shortName = shortName->second;
@@ -104,6 +109,11 @@ void NtfsVolume::Forget(Directory& directory, std::u16string_view name) {
   if (!entry->second.shortName.empty()) directory.shortNames.erase(UpCased(entry->second.shortName));
   directory.entries.erase(entry);
   --entries_;
+  if (auto shadow = directory.entries.extract(UpCased(name) + kShadow)) {
+    shadow.key().pop_back();
+    if (!shadow.mapped().shortName.empty()) directory.shortNames[UpCased(shadow.mapped().shortName)] = shadow.key();
+    directory.entries.insert(std::move(shadow));
+  }
 }
 
 win32::DWORD NtfsVolume::Lookup(FileId directory, std::u16string_view name, FileId& file, std::u16string* storedName) {
