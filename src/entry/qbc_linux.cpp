@@ -28,7 +28,8 @@ int Fail(const std::string& error) {
 // Redirected output gets the console's bytes as they are, as on Windows; a terminal here reads UTF-8.
 void WriteConsole(std::string_view bytes) {
   static const bool terminal = isatty(STDOUT_FILENO) == 1;
-  const std::string shown = terminal ? emulated::OemToUtf8(bytes, emulated::Machine::Current().oemCodePage) : std::string(bytes);
+  const std::string shown =
+      terminal ? emulated::OemToUtf8(bytes, emulated::Machine::Current().oemCodePage) : std::string(bytes);
   std::fwrite(shown.data(), 1, shown.size(), stdout);
 }
 
@@ -36,7 +37,8 @@ void UseProgramModule(emulated::Machine& machine) {
   machine.process.image = u"QBC.exe";
   machine.module.path = u"C:\\Program Files\\Velmora\\Quillbay\\QBC.exe";
   for (const ProgramResource& resource : ProgramResources())
-    machine.module.resources.push_back({resource.type, resource.name, resource.language, {resource.data, resource.size}});
+    machine.module.resources.push_back(
+        {resource.type, resource.name, resource.language, {resource.data, resource.size}});
 }
 
 }  // namespace
@@ -63,7 +65,8 @@ int main(int argc, char** argv) {
 
   const int result = QuillbayMain(argc, pointers.data());
   if (trace && std::strcmp(trace, "count") == 0) {
-    for (const auto& [name, count] : machine.gate.Counts()) std::fprintf(stderr, "%10llu %s\n", static_cast<unsigned long long>(count), name.c_str());
+    for (const auto& [name, count] : machine.gate.Counts())
+      std::fprintf(stderr, "%10llu %s\n", static_cast<unsigned long long>(count), name.c_str());
     std::fprintf(stderr, "%10llu calls\n", static_cast<unsigned long long>(machine.gate.Count()));
   }
   std::fflush(stdout);

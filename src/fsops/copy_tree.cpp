@@ -115,8 +115,8 @@ class TreeCopy {
   std::u16string sourceBase_, targetBase_;
   bool copyFileDenied_ = false;  // the last CopyFileW
   ShareList shares_;
-  std::set<std::u16string> targets_;  // of this run's items, lower case
-  std::set<std::u16string> madeFolders_;  // source paths of the folders whose copies this run made
+  std::set<std::u16string> targets_;                        // of this run's items, lower case
+  std::set<std::u16string> madeFolders_;                    // source paths of the folders whose copies this run made
   std::map<std::u16string, std::size_t> linkItems_;         // path of a link to its place among the items
   std::map<std::u16string, std::u16string> sharedFolders_;  // entry to target
   // An item of each folder that received something, with its target: its parents' times are brought in line at the end,
@@ -194,8 +194,8 @@ bool TreeCopy::MayStandOn(const TreeEntry& entry, const std::u16string& target, 
 }
 
 // Is what stands at the target another item than the one of this name? Two items of the source can be one name at the
-// target (letter case there, a short name that the target's volume has just made): the second would overwrite the first,
-// and both would then be deleted at the source.
+// target (letter case there, a short name that the target's volume has just made): the second would overwrite the
+// first, and both would then be deleted at the source.
 bool TreeCopy::IsTaken(const TreeEntry& entry, const std::u16string& target, const Look& look) const {
   if (flags_.continueOnError || look.presence != Presence::Present) return false;
   if (targets_.contains(LowerAscii(target)) || madeFolders_.contains(entry.path.substr(0, entry.path.rfind(u'\\'))))
@@ -358,7 +358,8 @@ bool TreeCopy::PrepareSymbolicLink(const TreeEntry& link, const std::u16string& 
       return true;
     }
     TreeEntry old{newLink, look.attributes, 0, 0};
-    if (IsTaken(link, newLink, look) || LinkTagAt(newLink) == 0 || IsVolumeMountPoint(newLink.c_str()) || !DeleteEntry(old))
+    if (IsTaken(link, newLink, look) || LinkTagAt(newLink) == 0 || IsVolumeMountPoint(newLink.c_str()) ||
+        !DeleteEntry(old))
       return false;
   }
   AddItem({link, newLink, true, false, false});

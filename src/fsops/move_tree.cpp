@@ -100,8 +100,8 @@ TreeListing CopiedListing(const CopyRecord& record) {
 }
 
 // The items of the move that are not complete at the source again; the log names each. A file of which only a part was
-// brought back is taken away again, so that nobody takes it for the whole. For an item that was deleted it is not enough
-// that something stands in its place: somebody may have put it there since.
+// brought back is taken away again, so that nobody takes it for the whole. For an item that was deleted it is not
+// enough that something stands in its place: somebody may have put it there since.
 PathSet NotBroughtBack(const CopyRecord& move, const CopyRecord& back) {
   PathSet incomplete, broughtBack;
   for (const CopiedItem& item : back.items | std::views::reverse)

@@ -156,7 +156,8 @@ bool FolderRedirection::TargetIsPlainFolder() const {
     return false;
   }
   std::u16string finalSource, finalTarget;
-  if (!GetFinalTargetPath(source_.c_str(), finalSource) || !GetFinalTargetPath(realTarget_.c_str(), finalTarget)) return false;
+  if (!GetFinalTargetPath(source_.c_str(), finalSource) || !GetFinalTargetPath(realTarget_.c_str(), finalTarget))
+    return false;
   if (!IsSameOrBelow(finalSource, finalTarget)) return true;
   Log(u"Checking source folder equals to target.\nSource: %ls Target: %ls #ERROR: Cannot redirect when Source and "
       u"Target folder are "
@@ -181,7 +182,8 @@ bool FolderRedirection::MakeTarget() {
 }
 
 bool FolderRedirection::MoveContents() {
-  if (MoveDirectoryTree(source_, realTarget_, copyNtfsPermissions_, copyShares_, 0, 0, targetStoodThere_ ? 0 : 1, moved_))
+  if (MoveDirectoryTree(source_, realTarget_, copyNtfsPermissions_, copyShares_, 0, 0, targetStoodThere_ ? 0 : 1,
+                        moved_))
     return true;
   Log(u"#ERROR: Unable to move files and folders from Source = %ls to Target = %ls.", source_, realTarget_);
   RemoveTargetIfEmpty();

@@ -24,8 +24,8 @@ std::u16string JoinPath(std::u16string_view folder, std::u16string_view name);
 std::u16string WithoutTrailingBackslash(std::u16string_view path);
 // One of the path's components is "." or "..".
 bool HasDotComponents(std::u16string_view path);
-// Is the path as Windows would write it: backslashes only, each of its components with a name, and none that ends in a dot
-// or a blank? (One backslash may end it.)
+// Is the path as Windows would write it: backslashes only, each of its components with a name, and none that ends in a
+// dot or a blank? (One backslash may end it.)
 bool IsPlainPath(std::u16string_view path);
 
 // The path is `folder` or lies below it: C:\Database is not below C:\Data.

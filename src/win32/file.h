@@ -6,28 +6,33 @@
 namespace win32 {
 
 HANDLE CreateFileW(const char16_t* lpFileName, DWORD dwDesiredAccess, DWORD dwShareMode,
-                   SECURITY_ATTRIBUTES* lpSecurityAttributes, DWORD dwCreationDisposition,
-                   DWORD dwFlagsAndAttributes, HANDLE hTemplateFile);
-BOOL ReadFile(HANDLE hFile, void* lpBuffer, DWORD nNumberOfBytesToRead, DWORD* lpNumberOfBytesRead, OVERLAPPED* lpOverlapped);
-BOOL WriteFile(HANDLE hFile, const void* lpBuffer, DWORD nNumberOfBytesToWrite, DWORD* lpNumberOfBytesWritten, OVERLAPPED* lpOverlapped);
+                   SECURITY_ATTRIBUTES* lpSecurityAttributes, DWORD dwCreationDisposition, DWORD dwFlagsAndAttributes,
+                   HANDLE hTemplateFile);
+BOOL ReadFile(HANDLE hFile, void* lpBuffer, DWORD nNumberOfBytesToRead, DWORD* lpNumberOfBytesRead,
+              OVERLAPPED* lpOverlapped);
+BOOL WriteFile(HANDLE hFile, const void* lpBuffer, DWORD nNumberOfBytesToWrite, DWORD* lpNumberOfBytesWritten,
+               OVERLAPPED* lpOverlapped);
 DWORD GetFileSize(HANDLE hFile, DWORD* lpFileSizeHigh);
 DWORD SetFilePointer(HANDLE hFile, LONG lDistanceToMove, LONG* lpDistanceToMoveHigh, DWORD dwMoveMethod);
 BOOL SetEndOfFile(HANDLE hFile);
 BOOL FlushFileBuffers(HANDLE hFile);
 BOOL GetFileTime(HANDLE hFile, FILETIME* lpCreationTime, FILETIME* lpLastAccessTime, FILETIME* lpLastWriteTime);
-BOOL SetFileTime(HANDLE hFile, const FILETIME* lpCreationTime, const FILETIME* lpLastAccessTime, const FILETIME* lpLastWriteTime);
+BOOL SetFileTime(HANDLE hFile, const FILETIME* lpCreationTime, const FILETIME* lpLastAccessTime,
+                 const FILETIME* lpLastWriteTime);
 BOOL GetFileInformationByHandle(HANDLE hFile, BY_HANDLE_FILE_INFORMATION* lpFileInformation);
 
 DWORD GetFileAttributesW(const char16_t* lpFileName);
 BOOL SetFileAttributesW(const char16_t* lpFileName, DWORD dwFileAttributes);
 BOOL CreateDirectoryW(const char16_t* lpPathName, SECURITY_ATTRIBUTES* lpSecurityAttributes);
-BOOL CreateDirectoryExW(const char16_t* lpTemplateDirectory, const char16_t* lpNewDirectory, SECURITY_ATTRIBUTES* lpSecurityAttributes);
+BOOL CreateDirectoryExW(const char16_t* lpTemplateDirectory, const char16_t* lpNewDirectory,
+                        SECURITY_ATTRIBUTES* lpSecurityAttributes);
 BOOL RemoveDirectoryW(const char16_t* lpPathName);
 BOOL DeleteFileW(const char16_t* lpFileName);
 BOOL MoveFileW(const char16_t* lpExistingFileName, const char16_t* lpNewFileName);
 BOOL MoveFileExW(const char16_t* lpExistingFileName, const char16_t* lpNewFileName, DWORD dwFlags);
 BOOL CopyFileW(const char16_t* lpExistingFileName, const char16_t* lpNewFileName, BOOL bFailIfExists);
-BOOL CreateHardLinkW(const char16_t* lpFileName, const char16_t* lpExistingFileName, SECURITY_ATTRIBUTES* lpSecurityAttributes);
+BOOL CreateHardLinkW(const char16_t* lpFileName, const char16_t* lpExistingFileName,
+                     SECURITY_ATTRIBUTES* lpSecurityAttributes);
 BOOL EncryptFileW(const char16_t* lpFileName);
 
 HANDLE FindFirstFileW(const char16_t* lpFileName, WIN32_FIND_DATAW* lpFindFileData);
@@ -43,8 +48,11 @@ BOOL BackupRead(HANDLE hFile, BYTE* lpBuffer, DWORD nNumberOfBytesToRead, DWORD*
 BOOL BackupWrite(HANDLE hFile, BYTE* lpBuffer, DWORD nNumberOfBytesToWrite, DWORD* lpNumberOfBytesWritten, BOOL bAbort,
                  BOOL bProcessSecurity, void** lpContext);
 
-// CreateSymbolicLinkW and GetFinalPathNameByHandleW are newer than the oldest supported Windows: see GetProcAddress (module.h).
-using CreateSymbolicLinkWFunction = BOOLEAN (*)(const char16_t* lpSymlinkFileName, const char16_t* lpTargetFileName, DWORD dwFlags);
-using GetFinalPathNameByHandleWFunction = DWORD (*)(HANDLE hFile, char16_t* lpszFilePath, DWORD cchFilePath, DWORD dwFlags);
+// CreateSymbolicLinkW and GetFinalPathNameByHandleW are newer than the oldest supported Windows: see GetProcAddress
+// (module.h).
+using CreateSymbolicLinkWFunction = BOOLEAN (*)(const char16_t* lpSymlinkFileName, const char16_t* lpTargetFileName,
+                                                DWORD dwFlags);
+using GetFinalPathNameByHandleWFunction = DWORD (*)(HANDLE hFile, char16_t* lpszFilePath, DWORD cchFilePath,
+                                                    DWORD dwFlags);
 
 }  // namespace win32

@@ -6,7 +6,8 @@
 
 namespace win32 {
 
-DWORD NetShareEnum(char16_t* servername, DWORD level, BYTE** bufptr, DWORD prefmaxlen, DWORD* entriesread, DWORD* totalentries, DWORD* resume_handle);
+DWORD NetShareEnum(char16_t* servername, DWORD level, BYTE** bufptr, DWORD prefmaxlen, DWORD* entriesread,
+                   DWORD* totalentries, DWORD* resume_handle);
 DWORD NetShareAdd(char16_t* servername, DWORD level, BYTE* buf, DWORD* parm_err);
 DWORD NetShareDel(char16_t* servername, char16_t* netname, DWORD reserved);
 DWORD NetApiBufferFree(void* Buffer);

@@ -11,30 +11,35 @@ BOOL OpenThreadToken(HANDLE ThreadHandle, DWORD DesiredAccess, BOOL OpenAsSelf, 
 BOOL GetTokenInformation(HANDLE TokenHandle, TOKEN_INFORMATION_CLASS TokenInformationClass, void* TokenInformation,
                          DWORD TokenInformationLength, DWORD* ReturnLength);
 BOOL LookupPrivilegeValueW(const char16_t* lpSystemName, const char16_t* lpName, LUID* lpLuid);
-BOOL AdjustTokenPrivileges(HANDLE TokenHandle, BOOL DisableAllPrivileges, TOKEN_PRIVILEGES* NewState, DWORD BufferLength,
-                           TOKEN_PRIVILEGES* PreviousState, DWORD* ReturnLength);
+BOOL AdjustTokenPrivileges(HANDLE TokenHandle, BOOL DisableAllPrivileges, TOKEN_PRIVILEGES* NewState,
+                           DWORD BufferLength, TOKEN_PRIVILEGES* PreviousState, DWORD* ReturnLength);
 BOOL ImpersonateSelf(SECURITY_IMPERSONATION_LEVEL ImpersonationLevel);
 BOOL RevertToSelf();
 BOOL CheckTokenMembership(HANDLE TokenHandle, PSID SidToCheck, BOOL* IsMember);
 
 BOOL AllocateAndInitializeSid(SID_IDENTIFIER_AUTHORITY* pIdentifierAuthority, BYTE nSubAuthorityCount,
                               DWORD nSubAuthority0, DWORD nSubAuthority1, DWORD nSubAuthority2, DWORD nSubAuthority3,
-                              DWORD nSubAuthority4, DWORD nSubAuthority5, DWORD nSubAuthority6, DWORD nSubAuthority7, PSID* pSid);
+                              DWORD nSubAuthority4, DWORD nSubAuthority5, DWORD nSubAuthority6, DWORD nSubAuthority7,
+                              PSID* pSid);
 void* FreeSid(PSID pSid);
 BOOL EqualSid(PSID pSid1, PSID pSid2);
 
 BOOL InitializeSecurityDescriptor(PSECURITY_DESCRIPTOR pSecurityDescriptor, DWORD dwRevision);
-BOOL SetSecurityDescriptorDacl(PSECURITY_DESCRIPTOR pSecurityDescriptor, BOOL bDaclPresent, ACL* pDacl, BOOL bDaclDefaulted);
+BOOL SetSecurityDescriptorDacl(PSECURITY_DESCRIPTOR pSecurityDescriptor, BOOL bDaclPresent, ACL* pDacl,
+                               BOOL bDaclDefaulted);
 BOOL GetAce(ACL* pAcl, DWORD dwAceIndex, void** pAce);
 BOOL DeleteAce(ACL* pAcl, DWORD dwAceIndex);
-DWORD SetEntriesInAclW(ULONG cCountOfExplicitEntries, EXPLICIT_ACCESS_W* pListOfExplicitEntries, ACL* OldAcl, ACL** NewAcl);
+DWORD SetEntriesInAclW(ULONG cCountOfExplicitEntries, EXPLICIT_ACCESS_W* pListOfExplicitEntries, ACL* OldAcl,
+                       ACL** NewAcl);
 void MapGenericMask(DWORD* AccessMask, GENERIC_MAPPING* GenericMapping);
-BOOL AccessCheck(PSECURITY_DESCRIPTOR pSecurityDescriptor, HANDLE ClientToken, DWORD DesiredAccess, GENERIC_MAPPING* GenericMapping,
-                 PRIVILEGE_SET* PrivilegeSet, DWORD* PrivilegeSetLength, DWORD* GrantedAccess, BOOL* AccessStatus);
+BOOL AccessCheck(PSECURITY_DESCRIPTOR pSecurityDescriptor, HANDLE ClientToken, DWORD DesiredAccess,
+                 GENERIC_MAPPING* GenericMapping, PRIVILEGE_SET* PrivilegeSet, DWORD* PrivilegeSetLength,
+                 DWORD* GrantedAccess, BOOL* AccessStatus);
 
 // The out pointers may be null; the descriptor is freed with LocalFree.
-DWORD GetNamedSecurityInfoW(const char16_t* pObjectName, SE_OBJECT_TYPE ObjectType, DWORD SecurityInfo, PSID* ppsidOwner,
-                            PSID* ppsidGroup, ACL** ppDacl, ACL** ppSacl, PSECURITY_DESCRIPTOR* ppSecurityDescriptor);
+DWORD GetNamedSecurityInfoW(const char16_t* pObjectName, SE_OBJECT_TYPE ObjectType, DWORD SecurityInfo,
+                            PSID* ppsidOwner, PSID* ppsidGroup, ACL** ppDacl, ACL** ppSacl,
+                            PSECURITY_DESCRIPTOR* ppSecurityDescriptor);
 DWORD SetNamedSecurityInfoW(char16_t* pObjectName, SE_OBJECT_TYPE ObjectType, DWORD SecurityInfo, PSID psidOwner,
                             PSID psidGroup, ACL* pDacl, ACL* pSacl);
 BOOL GetFileSecurityW(const char16_t* lpFileName, DWORD RequestedInformation, PSECURITY_DESCRIPTOR pSecurityDescriptor,
@@ -42,10 +47,13 @@ BOOL GetFileSecurityW(const char16_t* lpFileName, DWORD RequestedInformation, PS
 BOOL SetFileSecurityW(const char16_t* lpFileName, DWORD SecurityInformation, PSECURITY_DESCRIPTOR pSecurityDescriptor);
 
 // The text form of descriptors (SDDL, revision 1). Results are freed with LocalFree.
-BOOL ConvertStringSecurityDescriptorToSecurityDescriptorW(const char16_t* StringSecurityDescriptor, DWORD StringSDRevision,
-                                                          PSECURITY_DESCRIPTOR* SecurityDescriptor, ULONG* SecurityDescriptorSize);
-BOOL ConvertSecurityDescriptorToStringSecurityDescriptorW(PSECURITY_DESCRIPTOR SecurityDescriptor, DWORD RequestedStringSDRevision,
-                                                          DWORD SecurityInformation, char16_t** StringSecurityDescriptor,
+BOOL ConvertStringSecurityDescriptorToSecurityDescriptorW(const char16_t* StringSecurityDescriptor,
+                                                          DWORD StringSDRevision,
+                                                          PSECURITY_DESCRIPTOR* SecurityDescriptor,
+                                                          ULONG* SecurityDescriptorSize);
+BOOL ConvertSecurityDescriptorToStringSecurityDescriptorW(PSECURITY_DESCRIPTOR SecurityDescriptor,
+                                                          DWORD RequestedStringSDRevision, DWORD SecurityInformation,
+                                                          char16_t** StringSecurityDescriptor,
                                                           ULONG* StringSecurityDescriptorLen);
 
 }  // namespace win32

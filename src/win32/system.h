@@ -32,11 +32,11 @@ HLOCAL LocalFree(HLOCAL hMem);
 HRESULT CoInitializeEx(void* pvReserved, DWORD dwCoInit);
 void CoUninitialize();
 
-HANDLE GetStdHandle(DWORD nStdHandle);  // nStdHandle: STD_OUTPUT_HANDLE
+HANDLE GetStdHandle(DWORD nStdHandle);                       // nStdHandle: STD_OUTPUT_HANDLE
 BOOL GetVersionExW(OSVERSIONINFOEXW* lpVersionInformation);  // dwOSVersionInfoSize 284 or 276, see OSVERSIONINFOEXW
 DWORD ExpandEnvironmentStringsW(const char16_t* lpSrc, char16_t* lpDst, DWORD nSize);
-int WideCharToMultiByte(UINT CodePage, DWORD dwFlags, const char16_t* lpWideCharStr, int cchWideChar, char* lpMultiByteStr,
-                        int cbMultiByte, const char* lpDefaultChar, BOOL* lpUsedDefaultChar);
+int WideCharToMultiByte(UINT CodePage, DWORD dwFlags, const char16_t* lpWideCharStr, int cchWideChar,
+                        char* lpMultiByteStr, int cbMultiByte, const char* lpDefaultChar, BOOL* lpUsedDefaultChar);
 UINT GetSystemDirectoryW(char16_t* lpBuffer, UINT uSize);
 
 HMODULE GetModuleHandleW(const char16_t* lpModuleName);
@@ -47,7 +47,9 @@ BOOL FreeLibrary(HMODULE hLibModule);
 FARPROC GetProcAddress(HMODULE hModule, const char* lpProcName);
 
 // A resource's type or name is a text, or a number made into a pointer by MakeIntResource.
-inline const char16_t* MakeIntResource(WORD id) { return reinterpret_cast<const char16_t*>(static_cast<ULONG_PTR>(id)); }
+inline const char16_t* MakeIntResource(WORD id) {
+  return reinterpret_cast<const char16_t*>(static_cast<ULONG_PTR>(id));
+}
 inline constexpr WORD RT_STRING = 6;
 inline constexpr WORD RT_VERSION = 16;
 HRSRC FindResourceW(HMODULE hModule, const char16_t* lpName, const char16_t* lpType);
@@ -61,6 +63,7 @@ BOOL VerQueryValueW(const void* pBlock, const char16_t* lpSubBlock, void** lplpB
 
 // With FORMAT_MESSAGE_ALLOCATE_BUFFER lpBuffer points to a pointer that receives the text, freed with LocalFree.
 // No inserts are taken: the caller passes FORMAT_MESSAGE_IGNORE_INSERTS.
-DWORD FormatMessageW(DWORD dwFlags, const void* lpSource, DWORD dwMessageId, DWORD dwLanguageId, char16_t* lpBuffer, DWORD nSize);
+DWORD FormatMessageW(DWORD dwFlags, const void* lpSource, DWORD dwMessageId, DWORD dwLanguageId, char16_t* lpBuffer,
+                     DWORD nSize);
 
 }  // namespace win32

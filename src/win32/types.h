@@ -11,7 +11,8 @@
 
 namespace win32 {
 
-// Where `long` has 32 bits (Windows) these are Windows' own types, so the native backend passes pointers on as they are.
+// Where `long` has 32 bits (Windows) these are Windows' own types, so the native backend passes pointers on as they
+// are.
 using DWORD = std::conditional_t<sizeof(long) == 4, unsigned long, std::uint32_t>;
 using LONG = std::conditional_t<sizeof(long) == 4, long, std::int32_t>;
 using BYTE = std::uint8_t;
@@ -46,10 +47,14 @@ inline constexpr BOOL TRUE = 1;
 
 inline const HANDLE INVALID_HANDLE_VALUE = reinterpret_cast<HANDLE>(static_cast<LONG_PTR>(-1));
 
-inline const HKEY HKEY_CLASSES_ROOT = reinterpret_cast<HKEY>(static_cast<ULONG_PTR>(static_cast<LONG_PTR>(static_cast<std::int32_t>(0x80000000))));
-inline const HKEY HKEY_CURRENT_USER = reinterpret_cast<HKEY>(static_cast<ULONG_PTR>(static_cast<LONG_PTR>(static_cast<std::int32_t>(0x80000001))));
-inline const HKEY HKEY_LOCAL_MACHINE = reinterpret_cast<HKEY>(static_cast<ULONG_PTR>(static_cast<LONG_PTR>(static_cast<std::int32_t>(0x80000002))));
-inline const HKEY HKEY_USERS = reinterpret_cast<HKEY>(static_cast<ULONG_PTR>(static_cast<LONG_PTR>(static_cast<std::int32_t>(0x80000003))));
+inline const HKEY HKEY_CLASSES_ROOT =
+    reinterpret_cast<HKEY>(static_cast<ULONG_PTR>(static_cast<LONG_PTR>(static_cast<std::int32_t>(0x80000000))));
+inline const HKEY HKEY_CURRENT_USER =
+    reinterpret_cast<HKEY>(static_cast<ULONG_PTR>(static_cast<LONG_PTR>(static_cast<std::int32_t>(0x80000001))));
+inline const HKEY HKEY_LOCAL_MACHINE =
+    reinterpret_cast<HKEY>(static_cast<ULONG_PTR>(static_cast<LONG_PTR>(static_cast<std::int32_t>(0x80000002))));
+inline const HKEY HKEY_USERS =
+    reinterpret_cast<HKEY>(static_cast<ULONG_PTR>(static_cast<LONG_PTR>(static_cast<std::int32_t>(0x80000003))));
 
 struct FILETIME {
   DWORD dwLowDateTime;
@@ -197,11 +202,27 @@ struct SECURITY_DESCRIPTOR {
 
 enum class MULTIPLE_TRUSTEE_OPERATION : int { NO_MULTIPLE_TRUSTEE = 0 };
 enum class TRUSTEE_FORM : int { TRUSTEE_IS_SID = 0, TRUSTEE_IS_NAME = 1 };
-enum class TRUSTEE_TYPE : int { TRUSTEE_IS_UNKNOWN = 0, TRUSTEE_IS_USER = 1, TRUSTEE_IS_GROUP = 2, TRUSTEE_IS_WELL_KNOWN_GROUP = 5 };
-enum class ACCESS_MODE : int { NOT_USED_ACCESS = 0, GRANT_ACCESS = 1, SET_ACCESS = 2, DENY_ACCESS = 3, REVOKE_ACCESS = 4 };
+enum class TRUSTEE_TYPE : int {
+  TRUSTEE_IS_UNKNOWN = 0,
+  TRUSTEE_IS_USER = 1,
+  TRUSTEE_IS_GROUP = 2,
+  TRUSTEE_IS_WELL_KNOWN_GROUP = 5
+};
+enum class ACCESS_MODE : int {
+  NOT_USED_ACCESS = 0,
+  GRANT_ACCESS = 1,
+  SET_ACCESS = 2,
+  DENY_ACCESS = 3,
+  REVOKE_ACCESS = 4
+};
 enum class SE_OBJECT_TYPE : int { SE_FILE_OBJECT = 1, SE_REGISTRY_KEY = 4 };
 enum class TOKEN_INFORMATION_CLASS : int { TokenUser = 1, TokenGroups = 2, TokenPrivileges = 3 };
-enum class SECURITY_IMPERSONATION_LEVEL : int { SecurityAnonymous = 0, SecurityIdentification = 1, SecurityImpersonation = 2, SecurityDelegation = 3 };
+enum class SECURITY_IMPERSONATION_LEVEL : int {
+  SecurityAnonymous = 0,
+  SecurityIdentification = 1,
+  SecurityImpersonation = 2,
+  SecurityDelegation = 3
+};
 
 struct TRUSTEE_W {
   TRUSTEE_W* pMultipleTrustee;

@@ -1,4 +1,5 @@
-// Drives, volumes and mount points. Every function behaves, returns and sets the last error as Windows' own of that name.
+// Drives, volumes and mount points. Every function behaves, returns and sets the last error as Windows' own of that
+// name.
 #pragma once
 
 #include "win32/constants.h"
@@ -17,9 +18,11 @@ BOOL GetDiskFreeSpaceExW(const char16_t* lpDirectoryName, ULARGE_INTEGER* lpFree
 HANDLE FindFirstVolumeW(char16_t* lpszVolumeName, DWORD cchBufferLength);
 BOOL FindNextVolumeW(HANDLE hFindVolume, char16_t* lpszVolumeName, DWORD cchBufferLength);
 BOOL FindVolumeClose(HANDLE hFindVolume);
-BOOL GetVolumeNameForVolumeMountPointW(const char16_t* lpszVolumeMountPoint, char16_t* lpszVolumeName, DWORD cchBufferLength);
+BOOL GetVolumeNameForVolumeMountPointW(const char16_t* lpszVolumeMountPoint, char16_t* lpszVolumeName,
+                                       DWORD cchBufferLength);
 BOOL GetVolumePathNameW(const char16_t* lpszFileName, char16_t* lpszVolumePathName, DWORD cchBufferLength);
-BOOL GetVolumePathNamesForVolumeNameW(const char16_t* lpszVolumeName, char16_t* lpszVolumePathNames, DWORD cchBufferLength, DWORD* lpcchReturnLength);
+BOOL GetVolumePathNamesForVolumeNameW(const char16_t* lpszVolumeName, char16_t* lpszVolumePathNames,
+                                      DWORD cchBufferLength, DWORD* lpcchReturnLength);
 BOOL SetVolumeMountPointW(const char16_t* lpszVolumeMountPoint, const char16_t* lpszVolumeName);
 BOOL DeleteVolumeMountPointW(const char16_t* lpszVolumeMountPoint);
 

@@ -16,7 +16,8 @@ Disks FreshDisks(const MachineFacts& facts) {
   Disks disks;
   disks["C.ntfs"] = FreshNtfs(48, "System");
   disks["D.ntfs"] = FreshNtfs(32, "Data");
-  for (unsigned i = 0; i < facts.extraDrives; ++i) disks[std::string(1, static_cast<char>('E' + i)) + ".ntfs"] = FreshNtfs(16, "Extra");
+  for (unsigned i = 0; i < facts.extraDrives; ++i)
+    disks[std::string(1, static_cast<char>('E' + i)) + ".ntfs"] = FreshNtfs(16, "Extra");
   for (unsigned i = 0; i < facts.volumes; ++i)
     disks["{12345678-0000-4000-8000-00000000000" + std::to_string(i) + "}.ntfs"] = FreshNtfs(16, "Volume");
   return disks;
@@ -39,7 +40,8 @@ Disks InstalledDisks(const MachineFacts& facts) {
   installation.minorVersion = facts.minorVersion;
   installation.profiles = emulated::DefaultProfiles();
   std::string error;
-  if (const auto code = emulated::InstallWindows(*machine, installation)) throw std::runtime_error("Windows cannot be installed: " + std::to_string(code));
+  if (const auto code = emulated::InstallWindows(*machine, installation))
+    throw std::runtime_error("Windows cannot be installed: " + std::to_string(code));
   if (!machine->Boot(error)) throw std::runtime_error(error);
   if (facts.product) workstation::InstallProduct(*machine);
   return machine->Snapshot();

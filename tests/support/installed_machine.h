@@ -1,5 +1,5 @@
-// A booted workstation in memory, as `workstation create` makes one: Windows, profiles, the product's service. Made once
-// in a process; every test gets a copy of the disks.
+// A booted workstation in memory, as `workstation create` makes one: Windows, profiles, the product's service. Made
+// once in a process; every test gets a copy of the disks.
 #pragma once
 
 #include <map>
@@ -12,7 +12,7 @@ namespace test {
 
 struct MachineFacts {
   win32::DWORD majorVersion = 10, minorVersion = 0;
-  bool product = true;     // the product's service is installed
+  bool product = true;       // the product's service is installed
   unsigned extraDrives = 0;  // E:, F:, ... beside C: and D:, 16 MiB each
   unsigned volumes = 0;      // volumes without a letter, 16 MiB each
 };

@@ -10,27 +10,34 @@ namespace workstation {
 const std::vector<Command>& Commands() {
   constexpr std::size_t kAny = std::numeric_limits<std::size_t>::max();
   static const std::vector<Command> commands = {
-      {"create", "FOLDER [--drive L:SIZE]... [--volume SIZE]... [--profile NAME]... [--windows MAJOR.MINOR]", "Makes a workstation: Windows, profiles, the product.", 0, kAny, Create},
+      {"create", "FOLDER [--drive L:SIZE]... [--volume SIZE]... [--profile NAME]... [--windows MAJOR.MINOR]",
+       "Makes a workstation: Windows, profiles, the product.", 0, kAny, Create},
       {"info", "FOLDER", "Volumes, their names, what is frozen, who is logged on.", 0, 0, Info},
-      {"import", "FOLDER IMAGE L:|volume", "Adds a copy of a raw NTFS image as a drive or as a volume without a letter.", 2, 2, Import},
+      {"import", "FOLDER IMAGE L:|volume",
+       "Adds a copy of a raw NTFS image as a drive or as a volume without a letter.", 2, 2, Import},
       {"adopt", "FOLDER IMAGE L:|volume", "The same, moving the image into the folder.", 2, 2, Adopt},
       {"ls", "FOLDER PATH [-R]", "Lists a folder of the machine.", 1, 2, List},
       {"cat", "FOLDER PATH", "Prints a file or a stream (FILE:STREAM).", 1, 1, Cat},
-      {"put", "FOLDER HOSTPATH|- PATH", "Copies a host file or folder tree, or standard input, onto the machine.", 2, 2, Put},
+      {"put", "FOLDER HOSTPATH|- PATH", "Copies a host file or folder tree, or standard input, onto the machine.", 2, 2,
+       Put},
       {"get", "FOLDER PATH HOSTPATH", "Copies a file or folder tree to the host.", 2, 2, Get},
       {"mkdir", "FOLDER PATH", "Makes a folder and those above it.", 1, 1, MakeDirectory},
       {"rm", "FOLDER PATH [-r]", "Removes a file, a link or a folder; never what a link points to.", 1, 2, Remove},
       {"link", "FOLDER junction|symlink|hard PATH TARGET", "Makes a link.", 3, 3, Link},
       {"attrib", "FOLDER PATH +R|-R|+H|-H|+S|-S|+A|-A...", "Sets and clears attributes.", 2, kAny, Attributes},
       {"acl", "FOLDER PATH SDDL", "Sets owner, group and access entries.", 2, 2, SetDescriptor},
-      {"touch", "FOLDER PATH CREATION ACCESS WRITE", "Sets the times (FILETIME counts in decimal, - leaves one).", 4, 4, SetTimes},
+      {"touch", "FOLDER PATH CREATION ACCESS WRITE", "Sets the times (FILETIME counts in decimal, - leaves one).", 4, 4,
+       SetTimes},
       {"stat", "FOLDER PATH", "Attributes, times, owner and access entries, streams, reparse data.", 1, 1, Stat},
       {"reg", "FOLDER query|add|delete|export KEY ... [--32]", "Reads and changes the registry.", 2, kAny, Registry},
       {"service", "FOLDER list|add|set ...", "Lists, adds and changes services.", 1, kAny, Service},
       {"share", "FOLDER list|add|delete ...", "Lists, adds and removes network shares.", 1, kAny, Share},
-      {"freeze", "FOLDER [L:]", "Installs Rimehold where it is missing and freezes the drive (C: unless named).", 0, 1, Freeze},
-      {"thaw", "FOLDER [L:]", "Restarts with the drive thawed: what was written to it since it froze is gone.", 0, 1, Thaw},
-      {"rimehold", "FOLDER STATUS|absent", "Sets the text of Rimehold's status, or removes Rimehold.", 1, 1, ProtectionStatus},
+      {"freeze", "FOLDER [L:]", "Installs Rimehold where it is missing and freezes the drive (C: unless named).", 0, 1,
+       Freeze},
+      {"thaw", "FOLDER [L:]", "Restarts with the drive thawed: what was written to it since it froze is gone.", 0, 1,
+       Thaw},
+      {"rimehold", "FOLDER STATUS|absent", "Sets the text of Rimehold's status, or removes Rimehold.", 1, 1,
+       ProtectionStatus},
       {"restart", "FOLDER", "Restarts: frozen drives forget, delayed renames happen, services start.", 0, 0, Restart},
       {"logon", "FOLDER administrator|filtered|user [SID]", "Says who runs the program from now on.", 1, 2, Logon},
   };
@@ -39,8 +46,8 @@ const std::vector<Command>& Commands() {
 
 void FailWith(std::string_view what, std::uint32_t error) {
   char16_t text[512];
-  const win32::DWORD length = win32::FormatMessageW(win32::FORMAT_MESSAGE_FROM_SYSTEM | win32::FORMAT_MESSAGE_IGNORE_INSERTS, nullptr,
-                                                    error, 0, text, 512);
+  const win32::DWORD length = win32::FormatMessageW(
+      win32::FORMAT_MESSAGE_FROM_SYSTEM | win32::FORMAT_MESSAGE_IGNORE_INSERTS, nullptr, error, 0, text, 512);
   std::string message = emulated::Utf8({text, length});
   while (!message.empty() && (message.back() == '\n' || message.back() == '\r')) message.pop_back();
   throw Failure(std::string(what) + ": " + (message.empty() ? "error" : message) + " (" + std::to_string(error) + ")");
@@ -53,7 +60,8 @@ void OnMachine(const std::filesystem::path& folder, bool save, const std::functi
   emulated::Machine& machine = station->machine();
   // The tool acts as the system itself would, whoever is logged on.
   machine.process.token = emulated::MakeSystemToken();
-  for (const auto* const privilege : {u"SeBackupPrivilege", u"SeRestorePrivilege", u"SeSecurityPrivilege", u"SeTakeOwnershipPrivilege"})
+  for (const auto* const privilege :
+       {u"SeBackupPrivilege", u"SeRestorePrivilege", u"SeSecurityPrivilege", u"SeTakeOwnershipPrivilege"})
     machine.process.token->EnablePrivilege(privilege, true);
   work(machine);
   if (save && !station->Save(error)) throw Failure(error);
@@ -69,14 +77,16 @@ std::uint64_t ParseSize(const std::string& text) {
   }
   const std::string unit = text.substr(used);
   const int shift = unit.empty() ? 0 : unit == "K" ? 10 : unit == "M" ? 20 : unit == "G" ? 30 : -1;
-  if (used == 0 || shift < 0 || size > (std::uint64_t{1} << (44 - shift))) throw Failure("\"" + text + "\" is not a size such as 64M");
+  if (used == 0 || shift < 0 || size > (std::uint64_t{1} << (44 - shift)))
+    throw Failure("\"" + text + "\" is not a size such as 64M");
   return size << shift;
 }
 
 char ParseLetter(const std::string& text) {
   const char upper = text.empty() ? '\0' : static_cast<char>(text[0] & ~0x20);
   const std::string rest = text.empty() ? "" : text.substr(1);
-  if (upper < 'A' || upper > 'Z' || (rest != "" && rest != ":" && rest != ":\\")) throw Failure("\"" + text + "\" is not a drive such as D:");
+  if (upper < 'A' || upper > 'Z' || (rest != "" && rest != ":" && rest != ":\\"))
+    throw Failure("\"" + text + "\" is not a drive such as D:");
   return upper;
 }
 

@@ -28,7 +28,8 @@ constexpr win32::DWORD kShareAll = win32::FILE_SHARE_READ | win32::FILE_SHARE_WR
 [[noreturn]] void FailLast(std::u16string_view path) { FailWith(Utf8(path), win32::GetLastError()); }
 
 UniqueFile OpenForReading(const std::u16string& path) {
-  UniqueFile file{win32::CreateFileW(path.c_str(), win32::GENERIC_READ, kShareAll, nullptr, win32::OPEN_EXISTING, win32::FILE_FLAG_BACKUP_SEMANTICS, nullptr)};
+  UniqueFile file{win32::CreateFileW(path.c_str(), win32::GENERIC_READ, kShareAll, nullptr, win32::OPEN_EXISTING,
+                                     win32::FILE_FLAG_BACKUP_SEMANTICS, nullptr)};
   if (!file) FailLast(path);
   return file;
 }
@@ -38,19 +39,23 @@ void CopyOut(const std::u16string& path, std::ostream& to) {
   std::vector<char> buffer(1 << 20);
   for (;;) {
     win32::DWORD read = 0;
-    if (!win32::ReadFile(file.get(), buffer.data(), static_cast<win32::DWORD>(buffer.size()), &read, nullptr)) FailLast(path);
+    if (!win32::ReadFile(file.get(), buffer.data(), static_cast<win32::DWORD>(buffer.size()), &read, nullptr))
+      FailLast(path);
     if (read == 0) return;
-    if (!to.write(buffer.data(), static_cast<std::streamsize>(read))) throw Failure("the host file could not be written");
+    if (!to.write(buffer.data(), static_cast<std::streamsize>(read)))
+      throw Failure("the host file could not be written");
   }
 }
 
 void CopyIn(std::istream& from, const std::u16string& path) {
-  const UniqueFile file{win32::CreateFileW(path.c_str(), win32::GENERIC_WRITE, 0, nullptr, win32::CREATE_ALWAYS, win32::FILE_FLAG_BACKUP_SEMANTICS, nullptr)};
+  const UniqueFile file{win32::CreateFileW(path.c_str(), win32::GENERIC_WRITE, 0, nullptr, win32::CREATE_ALWAYS,
+                                           win32::FILE_FLAG_BACKUP_SEMANTICS, nullptr)};
   if (!file) FailLast(path);
   std::vector<char> buffer(1 << 20);
   while (from.read(buffer.data(), static_cast<std::streamsize>(buffer.size())), from.gcount() > 0) {
     win32::DWORD written = 0;
-    if (!win32::WriteFile(file.get(), buffer.data(), static_cast<win32::DWORD>(from.gcount()), &written, nullptr)) FailLast(path);
+    if (!win32::WriteFile(file.get(), buffer.data(), static_cast<win32::DWORD>(from.gcount()), &written, nullptr))
+      FailLast(path);
   }
 }
 
@@ -62,7 +67,8 @@ struct Entry {
 std::vector<Entry> Enumerate(const std::u16string& folder) {
   std::vector<Entry> entries;
   win32::WIN32_FIND_DATAW data{};
-  const win32::UniqueFind find{win32::FindFirstFileW((folder + (folder.back() == u'\\' ? u"*" : u"\\*")).c_str(), &data)};
+  const win32::UniqueFind find{
+      win32::FindFirstFileW((folder + (folder.back() == u'\\' ? u"*" : u"\\*")).c_str(), &data)};
   if (!find) {
     if (win32::GetLastError() == win32::ERROR_FILE_NOT_FOUND) return entries;  // an empty root
     FailLast(folder);
@@ -84,8 +90,12 @@ bool IsDirectory(const Entry& entry) { return (entry.data.dwFileAttributes & win
 void ListFolder(const std::u16string& folder, bool recursive, int depth) {
   for (const Entry& entry : Enumerate(folder)) {
     const auto size = (static_cast<unsigned long long>(entry.data.nFileSizeHigh) << 32) | entry.data.nFileSizeLow;
-    const char* const kind = IsLink(entry) ? (entry.data.dwReserved0 == win32::IO_REPARSE_TAG_MOUNT_POINT ? "<JUNCTION>" : "<LINK>") : IsDirectory(entry) ? "<DIR>" : "";
-    std::printf("%10s %14s  %*s%s\n", kind, IsDirectory(entry) ? "" : std::to_string(size).c_str(), depth * 2, "", Utf8(entry.name).c_str());
+    const char* const kind =
+        IsLink(entry)        ? (entry.data.dwReserved0 == win32::IO_REPARSE_TAG_MOUNT_POINT ? "<JUNCTION>" : "<LINK>")
+        : IsDirectory(entry) ? "<DIR>"
+                             : "";
+    std::printf("%10s %14s  %*s%s\n", kind, IsDirectory(entry) ? "" : std::to_string(size).c_str(), depth * 2, "",
+                Utf8(entry.name).c_str());
     if (recursive && IsDirectory(entry) && !IsLink(entry)) ListFolder(Join(folder, entry.name), true, depth + 1);
   }
 }
@@ -96,8 +106,10 @@ win32::FILETIME ToFileTime(std::int64_t time) {
 
 void PutTree(const fs::path& from, const std::u16string& to) {
   if (fs::is_directory(fs::symlink_status(from))) {
-    if (!win32::CreateDirectoryW(to.c_str(), nullptr) && win32::GetLastError() != win32::ERROR_ALREADY_EXISTS) FailLast(to);
-    for (const auto& entry : fs::directory_iterator(from)) PutTree(entry.path(), Join(to, Utf16(entry.path().filename().string())));
+    if (!win32::CreateDirectoryW(to.c_str(), nullptr) && win32::GetLastError() != win32::ERROR_ALREADY_EXISTS)
+      FailLast(to);
+    for (const auto& entry : fs::directory_iterator(from))
+      PutTree(entry.path(), Join(to, Utf16(entry.path().filename().string())));
     return;
   }
   if (!fs::is_regular_file(fs::symlink_status(from))) throw Failure(from.string() + ": is neither a file nor a folder");
@@ -119,7 +131,8 @@ void GetTree(const std::u16string& from, win32::DWORD attributes, const fs::path
 
 void RemoveTree(const std::u16string& path, win32::DWORD attributes, bool recursive) {
   const bool directory = (attributes & win32::FILE_ATTRIBUTE_DIRECTORY) != 0;
-  if (attributes & win32::FILE_ATTRIBUTE_READONLY) win32::SetFileAttributesW(path.c_str(), attributes & ~win32::FILE_ATTRIBUTE_READONLY);
+  if (attributes & win32::FILE_ATTRIBUTE_READONLY)
+    win32::SetFileAttributesW(path.c_str(), attributes & ~win32::FILE_ATTRIBUTE_READONLY);
   if (directory && recursive && (attributes & win32::FILE_ATTRIBUTE_REPARSE_POINT) == 0)
     for (const Entry& entry : Enumerate(path)) RemoveTree(Join(path, entry.name), entry.data.dwFileAttributes, true);
   if (!(directory ? win32::RemoveDirectoryW(path.c_str()) : win32::DeleteFileW(path.c_str()))) FailLast(path);
@@ -137,15 +150,18 @@ void MakeJunction(const std::u16string& path, const std::u16string& target) {
   const auto bytes = [](std::size_t units) { return static_cast<win32::WORD>(units * 2); };
   std::vector<std::uint8_t> data;
   emulated::AppendLittleEndian(data, std::uint32_t{win32::IO_REPARSE_TAG_MOUNT_POINT});
-  for (const win32::WORD field : {bytes(4 + substitute.size() + 1 + target.size() + 1), bytes(0), bytes(0), bytes(substitute.size()), bytes(substitute.size() + 1), bytes(target.size())})
+  for (const win32::WORD field : {bytes(4 + substitute.size() + 1 + target.size() + 1), bytes(0), bytes(0),
+                                  bytes(substitute.size()), bytes(substitute.size() + 1), bytes(target.size())})
     emulated::AppendLittleEndian(data, field);
   for (const std::u16string& name : {substitute, target}) {
     for (const char16_t unit : name) emulated::AppendLittleEndian(data, unit);
     emulated::AppendLittleEndian(data, u'\0');
   }
   const UniqueFile folder{win32::CreateFileW(path.c_str(), win32::GENERIC_WRITE, 0, nullptr, win32::OPEN_EXISTING,
-                                             win32::FILE_FLAG_BACKUP_SEMANTICS | win32::FILE_FLAG_OPEN_REPARSE_POINT, nullptr)};
-  if (!folder || !win32::DeviceIoControl(folder.get(), win32::FSCTL_SET_REPARSE_POINT, data.data(), static_cast<win32::DWORD>(data.size()), nullptr, 0, nullptr, nullptr))
+                                             win32::FILE_FLAG_BACKUP_SEMANTICS | win32::FILE_FLAG_OPEN_REPARSE_POINT,
+                                             nullptr)};
+  if (!folder || !win32::DeviceIoControl(folder.get(), win32::FSCTL_SET_REPARSE_POINT, data.data(),
+                                         static_cast<win32::DWORD>(data.size()), nullptr, 0, nullptr, nullptr))
     FailLast(path);
 }
 
@@ -183,7 +199,8 @@ void MakeDirectory(const fs::path& folder, const Arguments& arguments) {
   OnMachine(folder, true, [&](emulated::Machine&) {
     const std::u16string path = Utf16(arguments[0]);
     const int error = win32::SHCreateDirectoryExW(nullptr, path.c_str(), nullptr);
-    if (error != 0 && error != static_cast<int>(win32::ERROR_ALREADY_EXISTS)) FailWith(arguments[0], static_cast<std::uint32_t>(error));
+    if (error != 0 && error != static_cast<int>(win32::ERROR_ALREADY_EXISTS))
+      FailWith(arguments[0], static_cast<std::uint32_t>(error));
   });
 }
 
@@ -204,7 +221,9 @@ void Link(const fs::path& folder, const Arguments& arguments) {
       if (!win32::CreateHardLinkW(path.c_str(), target.c_str(), nullptr)) FailLast(path);
     } else if (arguments[0] == "symlink") {
       const bool directory = win32::PathIsDirectoryW(target.c_str()) != 0;
-      if (!emulated::CreateSymbolicLinkW(path.c_str(), target.c_str(), directory ? win32::SYMBOLIC_LINK_FLAG_DIRECTORY : 0)) FailLast(path);
+      if (!emulated::CreateSymbolicLinkW(path.c_str(), target.c_str(),
+                                         directory ? win32::SYMBOLIC_LINK_FLAG_DIRECTORY : 0))
+        FailLast(path);
     } else {
       throw Failure("\"" + arguments[0] + "\" is not a kind of link: junction, symlink or hard");
     }
@@ -214,8 +233,9 @@ void Link(const fs::path& folder, const Arguments& arguments) {
 void Attributes(const fs::path& folder, const Arguments& arguments) {
   OnMachine(folder, true, [&](emulated::Machine&) {
     const std::u16string path = Utf16(arguments[0]);
-    win32::DWORD attributes = AttributesOf(path) & (win32::FILE_ATTRIBUTE_READONLY | win32::FILE_ATTRIBUTE_HIDDEN | win32::FILE_ATTRIBUTE_SYSTEM |
-                                                    win32::FILE_ATTRIBUTE_ARCHIVE | win32::FILE_ATTRIBUTE_NOT_CONTENT_INDEXED);
+    win32::DWORD attributes = AttributesOf(path) & (win32::FILE_ATTRIBUTE_READONLY | win32::FILE_ATTRIBUTE_HIDDEN |
+                                                    win32::FILE_ATTRIBUTE_SYSTEM | win32::FILE_ATTRIBUTE_ARCHIVE |
+                                                    win32::FILE_ATTRIBUTE_NOT_CONTENT_INDEXED);
     for (std::size_t i = 1; i < arguments.size(); ++i) {
       const std::string& change = arguments[i];
       const char letter = change.size() == 2 ? change[1] : '\0';
@@ -224,10 +244,12 @@ void Attributes(const fs::path& folder, const Arguments& arguments) {
                                : letter == 'S' ? win32::FILE_ATTRIBUTE_SYSTEM
                                : letter == 'A' ? win32::FILE_ATTRIBUTE_ARCHIVE
                                                : 0;
-      if (bit == 0 || (change[0] != '+' && change[0] != '-')) throw Failure("\"" + change + "\" is not a change such as +R");
+      if (bit == 0 || (change[0] != '+' && change[0] != '-'))
+        throw Failure("\"" + change + "\" is not a change such as +R");
       attributes = change[0] == '+' ? attributes | bit : attributes & ~bit;
     }
-    if (!win32::SetFileAttributesW(path.c_str(), attributes == 0 ? win32::FILE_ATTRIBUTE_NORMAL : attributes)) FailLast(path);
+    if (!win32::SetFileAttributesW(path.c_str(), attributes == 0 ? win32::FILE_ATTRIBUTE_NORMAL : attributes))
+      FailLast(path);
   });
 }
 
@@ -235,7 +257,8 @@ void SetDescriptor(const fs::path& folder, const Arguments& arguments) {
   OnMachine(folder, true, [&](emulated::Machine&) {
     const std::u16string path = Utf16(arguments[0]), sddl = Utf16(arguments[1]);
     win32::UniqueLocalMemory descriptor;
-    if (!win32::ConvertStringSecurityDescriptorToSecurityDescriptorW(sddl.c_str(), 1, descriptor.put(), nullptr)) FailWith(arguments[1], win32::GetLastError());
+    if (!win32::ConvertStringSecurityDescriptorToSecurityDescriptorW(sddl.c_str(), 1, descriptor.put(), nullptr))
+      FailWith(arguments[1], win32::GetLastError());
     win32::DWORD information = 0;
     if (sddl.find(u"O:") != std::u16string::npos) information |= win32::OWNER_SECURITY_INFORMATION;
     if (sddl.find(u"G:") != std::u16string::npos) information |= win32::GROUP_SECURITY_INFORMATION;
@@ -248,8 +271,9 @@ void SetDescriptor(const fs::path& folder, const Arguments& arguments) {
 void SetTimes(const fs::path& folder, const Arguments& arguments) {
   OnMachine(folder, true, [&](emulated::Machine&) {
     const std::u16string path = Utf16(arguments[0]);
-    const UniqueFile file{win32::CreateFileW(path.c_str(), win32::FILE_WRITE_ATTRIBUTES, kShareAll, nullptr, win32::OPEN_EXISTING,
-                                             win32::FILE_FLAG_BACKUP_SEMANTICS | win32::FILE_FLAG_OPEN_REPARSE_POINT, nullptr)};
+    const UniqueFile file{
+        win32::CreateFileW(path.c_str(), win32::FILE_WRITE_ATTRIBUTES, kShareAll, nullptr, win32::OPEN_EXISTING,
+                           win32::FILE_FLAG_BACKUP_SEMANTICS | win32::FILE_FLAG_OPEN_REPARSE_POINT, nullptr)};
     if (!file) FailLast(path);
     win32::FILETIME times[3]{};
     for (std::size_t i = 0; i < 3; ++i) {

@@ -36,7 +36,8 @@ void RunTool(std::vector<std::string> words) {
   posix_spawn_file_actions_addopen(&actions, STDERR_FILENO, "/dev/null", O_WRONLY, 0);
   pid_t child = 0;
   int status = 0;
-  const bool ran = posix_spawnp(&child, argv[0], &actions, nullptr, argv.data(), environ) == 0 && waitpid(child, &status, 0) == child;
+  const bool ran = posix_spawnp(&child, argv[0], &actions, nullptr, argv.data(), environ) == 0 &&
+                   waitpid(child, &status, 0) == child;
   posix_spawn_file_actions_destroy(&actions);
   if (!ran || status != 0)
     throw Failure(words[0] + " failed; is the package ntfs-3g installed, and /usr/sbin on the PATH?");
@@ -48,14 +49,15 @@ void FormatImage(const fs::path& image, std::uint64_t size, const std::string& l
   std::error_code failed;
   fs::resize_file(image, size / 4096 * 4096, failed);
   if (failed) throw Failure(image.string() + ": " + failed.message());
-  RunTool({"mkntfs", "-F", "-Q", "-q", "-L", label, "-p", "0", "-H", "0", "-S", "0", "-s", "512", "-c", "4096", image.string()});
+  RunTool({"mkntfs", "-F", "-Q", "-q", "-L", label, "-p", "0", "-H", "0", "-S", "0", "-s", "512", "-c", "4096",
+           image.string()});
 }
 
 std::string NewGuidImage() {
   std::random_device random;
   char name[48];
-  std::snprintf(name, sizeof name, "{%08x-%04x-4%03x-8%03x-%04x%08x}.ntfs", random(), random() & 0xFFFF, random() & 0xFFF,
-                random() & 0xFFF, random() & 0xFFFF, random());
+  std::snprintf(name, sizeof name, "{%08x-%04x-4%03x-8%03x-%04x%08x}.ntfs", random(), random() & 0xFFFF,
+                random() & 0xFFF, random() & 0xFFF, random() & 0xFFFF, random());
   return name;
 }
 
@@ -70,7 +72,8 @@ void ParseWindows(const std::string& text, emulated::InstallationFacts& facts) {
     const char* text;
     win32::DWORD major, minor, build;
   };
-  static constexpr Release releases[] = {{"6.0", 6, 0, 6002}, {"6.1", 6, 1, 7601}, {"6.2", 6, 2, 9200}, {"6.3", 6, 3, 9600}, {"10.0", 10, 0, 19045}};
+  static constexpr Release releases[] = {
+      {"6.0", 6, 0, 6002}, {"6.1", 6, 1, 7601}, {"6.2", 6, 2, 9200}, {"6.3", 6, 3, 9600}, {"10.0", 10, 0, 19045}};
   for (const Release& release : releases) {
     if (text != release.text) continue;
     facts.majorVersion = release.major;
@@ -104,14 +107,17 @@ Plan ParsePlan(const Arguments& arguments) {
       throw Failure("\"" + option + "\" is not an option of create");
     }
   }
-  const auto drive = [&](char letter) { return std::find_if(plan.drives.begin(), plan.drives.end(), [&](auto& d) { return d.first == letter; }); };
+  const auto drive = [&](char letter) {
+    return std::find_if(plan.drives.begin(), plan.drives.end(), [&](auto& d) { return d.first == letter; });
+  };
   if (drive('C') == plan.drives.end()) plan.drives.insert(plan.drives.begin(), {'C', std::uint64_t{128} << 20});
   if (plan.drives.size() == 1 && plan.volumes.empty()) plan.drives.emplace_back('D', std::uint64_t{128} << 20);
   return plan;
 }
 
 // Windows on the images of the folder where it is missing; data volumes get their roots.
-void Install(const fs::path& folder, const emulated::InstallationFacts& facts, const std::set<std::string>& freshImages) {
+void Install(const fs::path& folder, const emulated::InstallationFacts& facts,
+             const std::set<std::string>& freshImages) {
   std::string error;
   {
     const auto station = emulated::Workstation::OpenUnbooted(folder, error);
@@ -119,7 +125,8 @@ void Install(const fs::path& folder, const emulated::InstallationFacts& facts, c
     emulated::Machine& machine = station->machine();
     for (const auto& mounted : machine.volumes)
       if (freshImages.contains(mounted->image) && mounted->image != "C.ntfs")
-        if (const win32::DWORD code = emulated::PrepareDataVolume(*mounted->volume, machine.Now())) FailWith(mounted->image, code);
+        if (const win32::DWORD code = emulated::PrepareDataVolume(*mounted->volume, machine.Now()))
+          FailWith(mounted->image, code);
     if (const win32::DWORD code = emulated::InstallWindows(machine, facts)) FailWith("C.ntfs", code);
     if (!station->Save(error)) throw Failure(error);
   }
@@ -128,13 +135,15 @@ void Install(const fs::path& folder, const emulated::InstallationFacts& facts, c
 
 void AddImage(const fs::path& folder, const Arguments& arguments, bool move) {
   const fs::path image = arguments[0];
-  const std::string name = arguments[1] == "volume" ? NewGuidImage() : std::string(1, ParseLetter(arguments[1])) + ".ntfs";
+  const std::string name =
+      arguments[1] == "volume" ? NewGuidImage() : std::string(1, ParseLetter(arguments[1])) + ".ntfs";
   std::error_code failed;
   if (!fs::is_regular_file(image, failed)) throw Failure(image.string() + ": no such image");
   if (fs::exists(folder / name, failed)) throw Failure((folder / name).string() + ": there is such a drive already");
   fs::create_directories(folder, failed);
   const bool needsWindows = name == "C.ntfs";
-  if (!needsWindows && !fs::exists(folder / "C.ntfs", failed)) throw Failure(folder.string() + ": a workstation without C: takes no other drives");
+  if (!needsWindows && !fs::exists(folder / "C.ntfs", failed))
+    throw Failure(folder.string() + ": a workstation without C: takes no other drives");
   fs::copy_file(image, folder / name, failed);
   if (failed) throw Failure((folder / name).string() + ": " + failed.message());
   try {
@@ -176,17 +185,21 @@ void Create(const fs::path& folder, const Arguments& arguments) {
 
 void Info(const fs::path& folder, const Arguments&) {
   OnMachine(folder, false, [&](emulated::Machine& machine) {
-    std::printf("Windows %u.%u.%u, OEM code page %u\n", machine.majorVersion, machine.minorVersion, machine.buildNumber, machine.oemCodePage);
+    std::printf("Windows %u.%u.%u, OEM code page %u\n", machine.majorVersion, machine.minorVersion, machine.buildNumber,
+                machine.oemCodePage);
     for (const auto& mounted : machine.volumes)
-      std::printf("%s  %-48s %-24s %-12s %12llu bytes, %12llu free%s\n", mounted->letter ? Utf8({&mounted->letter, 1}).append(":").c_str() : "  ",
-                  Utf8(mounted->guidName).c_str(), Utf8(mounted->device).c_str(), Utf8(mounted->volume->Label()).c_str(),
+      std::printf("%s  %-48s %-24s %-12s %12llu bytes, %12llu free%s\n",
+                  mounted->letter ? Utf8({&mounted->letter, 1}).append(":").c_str() : "  ",
+                  Utf8(mounted->guidName).c_str(), Utf8(mounted->device).c_str(),
+                  Utf8(mounted->volume->Label()).c_str(),
                   static_cast<unsigned long long>(mounted->volume->TotalBytes()),
                   static_cast<unsigned long long>(mounted->volume->FreeBytes()), mounted->frozen ? ", frozen" : "");
   });
   emulated::WorkstationState state;
   std::string error;
   if (!emulated::Workstation::ReadState(folder, state, error)) throw Failure(error);
-  std::printf("Programs run for %s, account %s\n", state.user.empty() ? "the built-in administrator" : state.user.c_str(), state.account.c_str());
+  std::printf("Programs run for %s, account %s\n",
+              state.user.empty() ? "the built-in administrator" : state.user.c_str(), state.account.c_str());
 }
 
 void Import(const fs::path& folder, const Arguments& arguments) { AddImage(folder, arguments, false); }
@@ -208,7 +221,8 @@ void Thaw(const fs::path& folder, const Arguments& arguments) {
   if (!emulated::Workstation::Thaw(folder, image, error)) throw Failure(error);
   emulated::WorkstationState state;
   if (!emulated::Workstation::ReadState(folder, state, error)) throw Failure(error);
-  if (state.frozen.empty()) OnMachine(folder, true, [](emulated::Machine& machine) { InstallRimehold(machine, u"Thawed"); });
+  if (state.frozen.empty())
+    OnMachine(folder, true, [](emulated::Machine& machine) { InstallRimehold(machine, u"Thawed"); });
 }
 
 void ProtectionStatus(const fs::path& folder, const Arguments& arguments) {
@@ -234,7 +248,8 @@ void Logon(const fs::path& folder, const Arguments& arguments) {
     throw Failure("\"" + arguments[0] + "\" is not a kind of account: administrator, filtered or user");
   state.account = arguments[0];
   state.user = arguments.size() > 1 ? arguments[1] : "";
-  if (!state.user.empty() && emulated::SidFromText(Utf16(state.user)).empty()) throw Failure("\"" + state.user + "\" is not a SID");
+  if (!state.user.empty() && emulated::SidFromText(Utf16(state.user)).empty())
+    throw Failure("\"" + state.user + "\" is not a SID");
   if (!emulated::Workstation::WriteState(folder, state, error)) throw Failure(error);
 }
 

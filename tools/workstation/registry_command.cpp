@@ -27,24 +27,29 @@ std::u16string KeyPath(const std::string& text, bool narrow) {
   };
   static constexpr Root roots[] = {{u"HKEY_LOCAL_MACHINE", u"HKLM"}, {u"HKEY_USERS", u"HKU"}};
   for (const Root& root : roots)
-    if (emulated::StartsWithAsciiNoCase(path, root.name)) path = std::u16string(root.shortName) + path.substr(root.name.size());
+    if (emulated::StartsWithAsciiNoCase(path, root.name))
+      path = std::u16string(root.shortName) + path.substr(root.name.size());
   if (!emulated::StartsWithAsciiNoCase(path, u"HKLM") && !emulated::StartsWithAsciiNoCase(path, u"HKU"))
     throw Failure("\"" + text + "\" does not begin with HKLM or HKU");
   constexpr std::u16string_view kSoftware = u"HKLM\\SOFTWARE";
-  if (narrow && emulated::StartsWithAsciiNoCase(path, kSoftware) && (path.size() == kSoftware.size() || path[kSoftware.size()] == u'\\') &&
+  if (narrow && emulated::StartsWithAsciiNoCase(path, kSoftware) &&
+      (path.size() == kSoftware.size() || path[kSoftware.size()] == u'\\') &&
       !emulated::StartsWithAsciiNoCase(path, u"HKLM\\SOFTWARE\\Wow6432Node"))
     path.insert(kSoftware.size(), u"\\Wow6432Node");
   return path;
 }
 
 const char* TypeText(win32::DWORD type) {
-  static constexpr const char* names[] = {"REG_NONE", "REG_SZ", "REG_EXPAND_SZ", "REG_BINARY", "REG_DWORD", "REG_DWORD_BIG_ENDIAN", "REG_LINK", "REG_MULTI_SZ"};
+  static constexpr const char* names[] = {"REG_NONE",   "REG_SZ",      "REG_EXPAND_SZ",
+                                          "REG_BINARY", "REG_DWORD",   "REG_DWORD_BIG_ENDIAN",
+                                          "REG_LINK",   "REG_MULTI_SZ"};
   return type < 8 ? names[type] : type == win32::REG_QWORD ? "REG_QWORD" : "REG_?";
 }
 
 std::string DataText(const RegistryValue& value) {
   char text[16];
-  if (value.type == win32::REG_SZ || value.type == win32::REG_EXPAND_SZ || value.type == win32::REG_LINK) return Utf8(value.Text());
+  if (value.type == win32::REG_SZ || value.type == win32::REG_EXPAND_SZ || value.type == win32::REG_LINK)
+    return Utf8(value.Text());
   if (value.type == win32::REG_DWORD && value.data.size() == 4) {
     std::snprintf(text, sizeof text, "0x%x", emulated::LoadLittleEndian<std::uint32_t>(value.data, 0));
     return text;
@@ -67,7 +72,8 @@ std::string DataText(const RegistryValue& value) {
 void Query(emulated::Registry& registry, const std::u16string& key, bool recursive) {
   std::printf("%s\n", Utf8(key).c_str());
   for (const RegistryValue& value : registry.Values(key))
-    std::printf("    %-24s %-14s %s\n", value.name.empty() ? "(Default)" : Utf8(value.name).c_str(), TypeText(value.type), DataText(value).c_str());
+    std::printf("    %-24s %-14s %s\n", value.name.empty() ? "(Default)" : Utf8(value.name).c_str(),
+                TypeText(value.type), DataText(value).c_str());
   for (const std::u16string& name : registry.SubKeys(key)) {
     if (recursive) {
       Query(registry, key + u"\\" + name, true);
@@ -88,7 +94,8 @@ std::string Escaped(std::u16string_view text) {
 
 // The text format of registration files, version 5 (here in UTF-8, which regedit's own is not).
 void Export(emulated::Registry& registry, const std::u16string& key) {
-  const std::u16string full = key.starts_with(u"HKLM") ? u"HKEY_LOCAL_MACHINE" + key.substr(4) : u"HKEY_USERS" + key.substr(3);
+  const std::u16string full =
+      key.starts_with(u"HKLM") ? u"HKEY_LOCAL_MACHINE" + key.substr(4) : u"HKEY_USERS" + key.substr(3);
   std::printf("\n[%s]\n", Utf8(full).c_str());
   for (const RegistryValue& value : registry.Values(key)) {
     std::printf("%s=", value.name.empty() ? "@" : ("\"" + Escaped(value.name) + "\"").c_str());
@@ -99,8 +106,10 @@ void Export(emulated::Registry& registry, const std::u16string& key) {
     } else if (value.type == win32::REG_DWORD && value.data.size() == 4) {
       std::printf("dword:%08x\n", emulated::LoadLittleEndian<std::uint32_t>(value.data, 0));
     } else {
-      if (value.type == win32::REG_BINARY) std::printf("hex:");
-      else std::printf("hex(%x):", value.type);
+      if (value.type == win32::REG_BINARY)
+        std::printf("hex:");
+      else
+        std::printf("hex(%x):", value.type);
       for (std::size_t i = 0; i < value.data.size(); ++i) std::printf("%s%02x", i ? "," : "", value.data[i]);
       std::printf("\n");
     }
@@ -130,7 +139,8 @@ void Add(emulated::Registry& registry, const std::u16string& key, const Argument
       registry.Set(key, name, win32::REG_MULTI_SZ, emulated::RegistryMultiText(texts));
     } else if (words[1] == "binary" && words[2].size() % 2 == 0) {
       Bytes bytes;
-      for (std::size_t i = 0; i < words[2].size(); i += 2) bytes.push_back(static_cast<std::uint8_t>(std::stoul(words[2].substr(i, 2), nullptr, 16)));
+      for (std::size_t i = 0; i < words[2].size(); i += 2)
+        bytes.push_back(static_cast<std::uint8_t>(std::stoul(words[2].substr(i, 2), nullptr, 16)));
       registry.Set(key, name, win32::REG_BINARY, bytes);
     } else {
       throw Failure("\"" + words[1] + "\" is not a type: sz, expand, dword, multi or binary");
@@ -163,7 +173,8 @@ void Registry(const fs::path& folder, const Arguments& arguments) {
   const std::string verb = words[0];
   const std::u16string key = KeyPath(words[1], view32);
   const Arguments rest(words.begin() + 2, words.end());
-  if (verb != "query" && verb != "export" && verb != "add" && verb != "delete") throw Failure("\"" + verb + "\" is not query, add, delete or export");
+  if (verb != "query" && verb != "export" && verb != "add" && verb != "delete")
+    throw Failure("\"" + verb + "\" is not query, add, delete or export");
   OnMachine(folder, verb == "add" || verb == "delete", [&](emulated::Machine& machine) {
     emulated::Registry& registry = machine.registry();
     if (verb != "add" && !registry.KeyExists(key)) throw Failure(words[1] + ": there is no such key");
@@ -190,13 +201,16 @@ void Service(const fs::path& folder, const Arguments& arguments) {
         if (!machine.services().Exists(name)) continue;
         const std::u16string key = std::u16string(kServices) + u"\\" + name;
         const auto start = machine.registry().Query(key, u"Start"), image = machine.registry().Query(key, u"ImagePath");
-        std::printf("%-24s %-8s start %s  %s\n", Utf8(name).c_str(), machine.services().State(name) == win32::SERVICE_RUNNING ? "running" : "stopped",
+        std::printf("%-24s %-8s start %s  %s\n", Utf8(name).c_str(),
+                    machine.services().State(name) == win32::SERVICE_RUNNING ? "running" : "stopped",
                     start ? DataText(*start).c_str() : "?", image ? Utf8(image->Text()).c_str() : "");
       }
     });
   } else if (verb == "add" && arguments.size() == 4) {
     const win32::DWORD start = StartType(arguments[3]);
-    OnMachine(folder, true, [&](emulated::Machine& machine) { machine.services().Install(Utf16(arguments[1]), Utf16(arguments[2]), start); });
+    OnMachine(folder, true, [&](emulated::Machine& machine) {
+      machine.services().Install(Utf16(arguments[1]), Utf16(arguments[2]), start);
+    });
   } else if (verb == "set" && arguments.size() == 3) {
     const win32::DWORD start = StartType(arguments[2]);
     OnMachine(folder, true, [&](emulated::Machine& machine) {
@@ -214,22 +228,27 @@ void Share(const fs::path& folder, const Arguments& arguments) {
     OnMachine(folder, false, [](emulated::Machine&) {
       win32::BYTE* buffer = nullptr;
       win32::DWORD read = 0, total = 0;
-      if (const win32::DWORD error = win32::NetShareEnum(nullptr, 502, &buffer, win32::MAX_PREFERRED_LENGTH, &read, &total, nullptr)) FailWith("share list", error);
+      if (const win32::DWORD error =
+              win32::NetShareEnum(nullptr, 502, &buffer, win32::MAX_PREFERRED_LENGTH, &read, &total, nullptr))
+        FailWith("share list", error);
       const auto* const shares = reinterpret_cast<const win32::SHARE_INFO_502*>(buffer);
       for (win32::DWORD i = 0; i < read; ++i)
-        std::printf("%-16s %-40s %s\n", Utf8(shares[i].shi502_netname).c_str(), Utf8(shares[i].shi502_path).c_str(), shares[i].shi502_remark ? Utf8(shares[i].shi502_remark).c_str() : "");
+        std::printf("%-16s %-40s %s\n", Utf8(shares[i].shi502_netname).c_str(), Utf8(shares[i].shi502_path).c_str(),
+                    shares[i].shi502_remark ? Utf8(shares[i].shi502_remark).c_str() : "");
       win32::NetApiBufferFree(buffer);
     });
   } else if (verb == "add" && (arguments.size() == 3 || arguments.size() == 4)) {
     OnMachine(folder, true, [&](emulated::Machine&) {
-      std::u16string name = Utf16(arguments[1]), path = Utf16(arguments[2]), remark = arguments.size() == 4 ? Utf16(arguments[3]) : u"";
+      std::u16string name = Utf16(arguments[1]), path = Utf16(arguments[2]),
+                     remark = arguments.size() == 4 ? Utf16(arguments[3]) : u"";
       win32::SHARE_INFO_502 share{};
       share.shi502_netname = name.data();
       share.shi502_type = win32::STYPE_DISKTREE;
       share.shi502_remark = remark.data();
       share.shi502_max_uses = 0xFFFFFFFF;
       share.shi502_path = path.data();
-      if (const win32::DWORD error = win32::NetShareAdd(nullptr, 502, reinterpret_cast<win32::BYTE*>(&share), nullptr)) FailWith(arguments[1], error);
+      if (const win32::DWORD error = win32::NetShareAdd(nullptr, 502, reinterpret_cast<win32::BYTE*>(&share), nullptr))
+        FailWith(arguments[1], error);
     });
   } else if (verb == "delete" && arguments.size() == 2) {
     OnMachine(folder, true, [&](emulated::Machine&) {

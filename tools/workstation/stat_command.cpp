@@ -23,7 +23,8 @@ std::string TimeText(emulated::FileTime time) {
   gmtime_r(&seconds, &parts);
   char text[64];
   const std::size_t length = std::strftime(text, sizeof text, "%Y-%m-%d %H:%M:%S", &parts);
-  std::snprintf(text + length, sizeof text - length, ".%07lld UTC (%lld)", static_cast<long long>(time % 10'000'000), static_cast<long long>(time));
+  std::snprintf(text + length, sizeof text - length, ".%07lld UTC (%lld)", static_cast<long long>(time % 10'000'000),
+                static_cast<long long>(time));
   return text;
 }
 
@@ -32,9 +33,11 @@ std::string AttributeText(win32::DWORD attributes) {
     win32::DWORD bit;
     const char* text;
   };
-  static constexpr Name names[] = {{0x1, "READONLY"}, {0x2, "HIDDEN"}, {0x4, "SYSTEM"}, {0x10, "DIRECTORY"}, {0x20, "ARCHIVE"}, {0x80, "NORMAL"},
-                                   {0x100, "TEMPORARY"}, {0x200, "SPARSE_FILE"}, {0x400, "REPARSE_POINT"}, {0x800, "COMPRESSED"}, {0x1000, "OFFLINE"},
-                                   {0x2000, "NOT_CONTENT_INDEXED"}, {0x4000, "ENCRYPTED"}};
+  static constexpr Name names[] = {{0x1, "READONLY"},     {0x2, "HIDDEN"},        {0x4, "SYSTEM"},
+                                   {0x10, "DIRECTORY"},   {0x20, "ARCHIVE"},      {0x80, "NORMAL"},
+                                   {0x100, "TEMPORARY"},  {0x200, "SPARSE_FILE"}, {0x400, "REPARSE_POINT"},
+                                   {0x800, "COMPRESSED"}, {0x1000, "OFFLINE"},    {0x2000, "NOT_CONTENT_INDEXED"},
+                                   {0x4000, "ENCRYPTED"}};
   std::string text;
   for (const Name& name : names)
     if (attributes & name.bit) text += std::string(text.empty() ? "" : " ") + name.text;
@@ -65,10 +68,15 @@ std::u16string ReparseName(const Bytes& data, std::size_t field, std::size_t buf
 void PrintReparse(const Bytes& data) {
   const auto tag = emulated::LoadLittleEndian<std::uint32_t>(data, 0);
   const bool junction = tag == win32::IO_REPARSE_TAG_MOUNT_POINT, link = tag == win32::IO_REPARSE_TAG_SYMLINK;
-  std::printf("Reparse tag:  0x%08X%s, %zu bytes\n", tag, junction ? " (mount point)" : link ? " (symbolic link)" : "", data.size());
+  std::printf("Reparse tag:  0x%08X%s, %zu bytes\n", tag,
+              junction ? " (mount point)"
+              : link   ? " (symbolic link)"
+                       : "",
+              data.size());
   if (junction || link) {
     const std::size_t buffer = junction ? 16 : 20;
-    std::printf("  substitute: %s\n  print name: %s\n", Utf8(ReparseName(data, 8, buffer)).c_str(), Utf8(ReparseName(data, 12, buffer)).c_str());
+    std::printf("  substitute: %s\n  print name: %s\n", Utf8(ReparseName(data, 8, buffer)).c_str(),
+                Utf8(ReparseName(data, 12, buffer)).c_str());
   }
   std::printf("  bytes:      %s\n", Hex(data, 1024).c_str());
 }
@@ -76,26 +84,32 @@ void PrintReparse(const Bytes& data) {
 void PrintFile(emulated::Volume& volume, emulated::FileId file) {
   emulated::FileInfo info;
   if (const auto error = volume.Stat(file, info)) FailWith("stat", error);
-  std::printf("Record:       %llu, sequence %llu, %u name%s\n", static_cast<unsigned long long>(info.id & 0xFFFFFFFFFFFF),
-              static_cast<unsigned long long>(info.id >> 48), info.links, info.links == 1 ? "" : "s");
+  std::printf("Record:       %llu, sequence %llu, %u name%s\n",
+              static_cast<unsigned long long>(info.id & 0xFFFFFFFFFFFF), static_cast<unsigned long long>(info.id >> 48),
+              info.links, info.links == 1 ? "" : "s");
   std::printf("Attributes:   0x%04X %s\n", info.attributes, AttributeText(info.attributes).c_str());
-  std::printf("Created:      %s\nAccessed:     %s\nWritten:      %s\nChanged:      %s\n", TimeText(info.creation).c_str(),
-              TimeText(info.lastAccess).c_str(), TimeText(info.lastWrite).c_str(), TimeText(info.change).c_str());
+  std::printf("Created:      %s\nAccessed:     %s\nWritten:      %s\nChanged:      %s\n",
+              TimeText(info.creation).c_str(), TimeText(info.lastAccess).c_str(), TimeText(info.lastWrite).c_str(),
+              TimeText(info.change).c_str());
   Bytes descriptor;
   if (const auto error = volume.GetSecurity(file, descriptor)) FailWith("stat", error);
   const auto part = [&](win32::DWORD information) { return Utf8(emulated::DescriptorToText(descriptor, information)); };
   std::printf("Owner, group: %s %s\nAccess:       %s\n", part(win32::OWNER_SECURITY_INFORMATION).c_str(),
               part(win32::GROUP_SECURITY_INFORMATION).c_str(), part(win32::DACL_SECURITY_INFORMATION).c_str());
-  if (const std::string audit = part(win32::SACL_SECURITY_INFORMATION); !audit.empty()) std::printf("Audit:        %s\n", audit.c_str());
+  if (const std::string audit = part(win32::SACL_SECURITY_INFORMATION); !audit.empty())
+    std::printf("Audit:        %s\n", audit.c_str());
   std::vector<emulated::StreamInfo> streams;
   if (volume.Streams(file, streams) == 0)
     for (const auto& stream : streams)
-      std::printf("Stream:       %s %llu bytes, %llu allocated%s\n", stream.name.empty() ? "(data)" : Utf8(stream.name).c_str(),
-                  static_cast<unsigned long long>(stream.size), static_cast<unsigned long long>(stream.allocated), stream.sparse ? ", sparse" : "");
+      std::printf("Stream:       %s %llu bytes, %llu allocated%s\n",
+                  stream.name.empty() ? "(data)" : Utf8(stream.name).c_str(),
+                  static_cast<unsigned long long>(stream.size), static_cast<unsigned long long>(stream.allocated),
+                  stream.sparse ? ", sparse" : "");
   std::vector<emulated::ExtendedAttribute> attributes;
   if (volume.GetExtendedAttributes(file, attributes) == 0)
     for (const auto& attribute : attributes)
-      std::printf("EA:           %s = %s (flags 0x%02X)\n", attribute.name.c_str(), Hex(attribute.value).c_str(), attribute.flags);
+      std::printf("EA:           %s = %s (flags 0x%02X)\n", attribute.name.c_str(), Hex(attribute.value).c_str(),
+                  attribute.flags);
   Bytes data;
   if (volume.GetObjectId(file, data) == 0) std::printf("Object id:    %s\n", Hex(data).c_str());
   if (volume.GetReparse(file, data) == 0 && data.size() >= 8) PrintReparse(data);
@@ -108,7 +122,8 @@ void Stat(const std::filesystem::path& folder, const Arguments& arguments) {
     emulated::Location location;
     const win32::DWORD error = machine.files().Resolve(Utf16(arguments[0]), false, location);
     if (error != 0 || location.file == 0) FailWith(arguments[0], error != 0 ? error : win32::ERROR_FILE_NOT_FOUND);
-    std::printf("Path:         %s (%s)\n", Utf8(machine.files().PathInVolume(*location.volume, location.file)).c_str(), location.volume->image.c_str());
+    std::printf("Path:         %s (%s)\n", Utf8(machine.files().PathInVolume(*location.volume, location.file)).c_str(),
+                location.volume->image.c_str());
     PrintFile(*location.volume->volume, location.file);
   });
 }

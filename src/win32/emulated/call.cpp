@@ -60,7 +60,9 @@ std::vector<std::pair<std::string, std::uint64_t>> Gate::Counts() const {
   std::vector<std::pair<std::string, std::uint64_t>> counts;
   for (std::size_t i = 0; i < counts_.size(); ++i)
     if (counts_[i] != 0) counts.emplace_back(Sites()[i]->name(), counts_[i]);
-  std::sort(counts.begin(), counts.end(), [](const auto& a, const auto& b) { return a.second > b.second || (a.second == b.second && a.first < b.first); });
+  std::sort(counts.begin(), counts.end(), [](const auto& a, const auto& b) {
+    return a.second > b.second || (a.second == b.second && a.first < b.first);
+  });
   return counts;
 }
 
@@ -99,7 +101,8 @@ std::string TraceText(const char* text) { return text ? '"' + std::string(text) 
 
 std::string TraceText(const char16_t* text) {
   // Numbers passed as resource names are small pointers.
-  if (reinterpret_cast<std::uintptr_t>(text) < 0x10000) return text ? '#' + std::to_string(reinterpret_cast<std::uintptr_t>(text)) : "null";
+  if (reinterpret_cast<std::uintptr_t>(text) < 0x10000)
+    return text ? '#' + std::to_string(reinterpret_cast<std::uintptr_t>(text)) : "null";
   std::string utf8 = "\"";
   for (; *text; ++text) {
     char32_t unit = *text;
@@ -143,8 +146,10 @@ Call::~Call() {
     machine.gate.entered_ = false;
     if (tracing_) {
       std::string line = std::string(site_.name()) + '(' + arguments_ + ')';
-      if (error_ != 0) line += " = refused";
-      else if (!result_.empty()) line += " = " + result_;
+      if (error_ != 0)
+        line += " = refused";
+      else if (!result_.empty())
+        line += " = " + result_;
       machine.gate.printer_(line + "  [" + std::to_string(LastError()) + ']');
     }
   }

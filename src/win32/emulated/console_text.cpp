@@ -12,7 +12,8 @@ std::string OemToUtf8(std::string_view bytes, win32::UINT codePage) {
   char* from = input.data();
   char* to = output.data();
   std::size_t left = input.size(), room = output.size();
-  while (left > 0 && iconv(converter, &from, &left, &to, &room) == static_cast<std::size_t>(-1) && left > 0 && room > 0) {
+  while (left > 0 && iconv(converter, &from, &left, &to, &room) == static_cast<std::size_t>(-1) && left > 0 &&
+         room > 0) {
     *to++ = '?';  // a byte that the page leaves undefined
     --room;
     ++from;

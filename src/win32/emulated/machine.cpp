@@ -78,7 +78,8 @@ bool Machine::Boot(std::string& error) {
   AssignNames(*this);
   const auto version = [&](std::u16string_view name, win32::DWORD& number) {
     const auto value = registry_->Query(u"HKLM\\SOFTWARE\\Microsoft\\Windows NT\\CurrentVersion", name);
-    if (value && value->type == win32::REG_DWORD && value->data.size() == 4) number = LoadLittleEndian<std::uint32_t>(value->data, 0);
+    if (value && value->type == win32::REG_DWORD && value->data.size() == 4)
+      number = LoadLittleEndian<std::uint32_t>(value->data, 0);
   };
   version(u"CurrentMajorVersionNumber", majorVersion);
   version(u"CurrentMinorVersionNumber", minorVersion);
@@ -91,8 +92,10 @@ bool Machine::Boot(std::string& error) {
     }
     return number == 0 ? otherwise : number;
   };
-  buildNumber = static_cast<win32::DWORD>(decimal(registry_->Query(u"HKLM\\SOFTWARE\\Microsoft\\Windows NT\\CurrentVersion", u"CurrentBuild"), buildNumber));
-  oemCodePage = static_cast<win32::UINT>(decimal(registry_->Query(u"HKLM\\SYSTEM\\CurrentControlSet\\Control\\Nls\\CodePage", u"OEMCP"), oemCodePage));
+  buildNumber = static_cast<win32::DWORD>(decimal(
+      registry_->Query(u"HKLM\\SOFTWARE\\Microsoft\\Windows NT\\CurrentVersion", u"CurrentBuild"), buildNumber));
+  oemCodePage = static_cast<win32::UINT>(
+      decimal(registry_->Query(u"HKLM\\SYSTEM\\CurrentControlSet\\Control\\Nls\\CodePage", u"OEMCP"), oemCodePage));
   files_->CarryOutDelayedRenames();
   services_->StartAutomaticServices();
   return true;
@@ -115,12 +118,15 @@ std::map<std::string, std::unique_ptr<MemoryDevice>> Machine::Snapshot() {
   std::string error;
   if (!Flush(error)) return images;
   for (const auto& mounted : volumes)
-    if (const auto* const memory = dynamic_cast<const MemoryDevice*>(mounted->deviceData)) images[mounted->image] = memory->Clone();
+    if (const auto* const memory = dynamic_cast<const MemoryDevice*>(mounted->deviceData))
+      images[mounted->image] = memory->Clone();
   return images;
 }
 
 MountedVolume* Machine::FindByLetter(char16_t letter) {
-  const auto upper = [](char16_t unit) { return unit >= u'a' && unit <= u'z' ? static_cast<char16_t>(unit - 32) : unit; };
+  const auto upper = [](char16_t unit) {
+    return unit >= u'a' && unit <= u'z' ? static_cast<char16_t>(unit - 32) : unit;
+  };
   for (const auto& mounted : volumes)
     if (mounted->letter != 0 && upper(mounted->letter) == upper(letter)) return mounted.get();
   return nullptr;

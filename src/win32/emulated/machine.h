@@ -24,16 +24,16 @@
 
 namespace emulated {
 
-class FileService;      // files/file_service.h
-class Registry;         // registry/registry.h
-class ServiceManager;   // registry/services.h
+class FileService;     // files/file_service.h
+class Registry;        // registry/registry.h
+class ServiceManager;  // registry/services.h
 
 // One volume of the machine, as the mount manager and the I/O manager name it.
 struct MountedVolume {
-  std::u16string guidName;  // u"\\\\?\\Volume{...}\\" with its trailing backslash
-  std::u16string device;    // u"\\Device\\HarddiskVolume1"
-  char16_t letter = 0;      // u'C'; 0 without one
-  win32::UINT driveType = 3;          // DRIVE_FIXED
+  std::u16string guidName;    // u"\\\\?\\Volume{...}\\" with its trailing backslash
+  std::u16string device;      // u"\\Device\\HarddiskVolume1"
+  char16_t letter = 0;        // u'C'; 0 without one
+  win32::UINT driveType = 3;  // DRIVE_FIXED
   std::u16string fileSystem = u"NTFS";
   std::unique_ptr<Volume> volume;     // null for a volume that is only known by name (remote, optical, FAT, ...)
   BlockDevice* deviceData = nullptr;  // what `volume` lies on
@@ -54,7 +54,7 @@ struct ModuleImage {
   struct Resource {
     std::u16string type, name;  // a number n is written u"#n"
     win32::WORD language = 0;
-    ByteView data;              // outlives the machine
+    ByteView data;  // outlives the machine
   };
   std::vector<Resource> resources;
 };
@@ -72,8 +72,8 @@ class Machine {
   win32::DWORD Attach(std::unique_ptr<BlockDevice> device, const std::string& image, MountedVolume** added = nullptr);
   win32::DWORD Attach(BlockDevice& device, const std::string& image, MountedVolume** added = nullptr);
   // Starts Windows: the system volume is the one whose image is C.ntfs; drive letters come from its
-  // SYSTEM\MountedDevices (a volume new to it gets the letter of its image name, or none); hives are loaded, services of
-  // automatic start run, delayed renames are carried out. False and one clear line in `error` when it cannot.
+  // SYSTEM\MountedDevices (a volume new to it gets the letter of its image name, or none); hives are loaded, services
+  // of automatic start run, delayed renames are carried out. False and one clear line in `error` when it cannot.
   bool Boot(std::string& error);
   // Writes hives and held-back file-system data down to the devices; the machine goes on running. False: `error`.
   bool Flush(std::string& error);
@@ -110,7 +110,8 @@ class Machine {
   std::uint64_t sleptMilliseconds = 0;
   int localTimeOffsetMinutes = 0;  // local time = UTC + this
 
-  // What the program printed (bytes of the OEM code page) and sent to the debugger. A sink, when set, sees it as it comes.
+  // What the program printed (bytes of the OEM code page) and sent to the debugger. A sink, when set, sees it as it
+  // comes.
   std::string console;
   std::function<void(std::string_view)> consoleSink;
   std::u16string debugOutput;
@@ -120,7 +121,7 @@ class Machine {
   win32::DWORD majorVersion = 10, minorVersion = 0, buildNumber = 19045;
   bool versionQueryFails = false;
   std::set<std::string> missingProcedures;  // what GetProcAddress does not find, as on an older Windows
-  win32::UINT oemCodePage = 437;  // from SYSTEM\...\Nls\CodePage when booted
+  win32::UINT oemCodePage = 437;            // from SYSTEM\...\Nls\CodePage when booted
   // Named objects (mutexes) by name: null object for one that another process holds.
   std::map<std::u16string, std::weak_ptr<Object>> namedObjects;
   std::vector<std::shared_ptr<Object>> foreignObjects;  // keeps scripted named objects alive

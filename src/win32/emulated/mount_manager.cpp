@@ -35,8 +35,9 @@ std::u16string GuidFromIdentity(ByteView identity) {
   const auto signature = LoadLittleEndian<std::uint32_t>(identity, 0);
   const auto offset = LoadLittleEndian<std::uint64_t>(identity, 4);
   char text[48];
-  std::snprintf(text, sizeof text, "{%08x-%04x-%04x-8%03x-%012llx}", signature, static_cast<unsigned>((offset >> 20) & 0xFFFF),
-                0x4000U | static_cast<unsigned>((offset >> 36) & 0xFFF), static_cast<unsigned>((offset >> 48) & 0xFFF),
+  std::snprintf(text, sizeof text, "{%08x-%04x-%04x-8%03x-%012llx}", signature,
+                static_cast<unsigned>((offset >> 20) & 0xFFFF), 0x4000U | static_cast<unsigned>((offset >> 36) & 0xFFF),
+                static_cast<unsigned>((offset >> 48) & 0xFFF),
                 static_cast<unsigned long long>(offset & 0xFFFFFFFFFFFF));
   return Utf16(text);
 }

@@ -16,14 +16,15 @@
 namespace emulated {
 
 struct WorkstationState {
-  std::set<std::string> frozen;          // image names
-  std::string user;                      // SID of the logged-on user; empty: the machine's default administrator
-  std::string account = "administrator"; // or "filtered" (deny-only Administrators), "user"
+  std::set<std::string> frozen;           // image names
+  std::string user;                       // SID of the logged-on user; empty: the machine's default administrator
+  std::string account = "administrator";  // or "filtered" (deny-only Administrators), "user"
 };
 
 class Workstation {
  public:
-  // Opens the folder's images and boots. On failure answers null and sets `error` to one clear line; nothing is written.
+  // Opens the folder's images and boots. On failure answers null and sets `error` to one clear line; nothing is
+  // written.
   static std::unique_ptr<Workstation> Open(const std::filesystem::path& folder, std::string& error);
   // The same without booting: images attached, hives not loaded. For making and adopting machines.
   static std::unique_ptr<Workstation> OpenUnbooted(const std::filesystem::path& folder, std::string& error);

@@ -11,8 +11,8 @@ namespace emulated {
 namespace {
 
 // Puts out the streams of a file one after the other: security, extended attributes, data, named streams, object id,
-// reparse data. Other names of the file are not among them: by the Platform SDK (backing up file links) they are left to
-// the caller, who may hand them to BackupWrite.
+// reparse data. Other names of the file are not among them: by the Platform SDK (backing up file links) they are left
+// to the caller, who may hand them to BackupWrite.
 class BackupReader : public BackupContext {
  public:
   BackupReader(const std::shared_ptr<FileObject>& file, bool processSecurity)

@@ -4,7 +4,8 @@ namespace emulated {
 
 VolumeBuilder::VolumeBuilder(Volume& volume, FileTime now) : volume_(volume), now_(now), system_(MakeSystemToken()) {}
 
-FileId VolumeBuilder::Make(std::u16string_view path, bool isDirectory, std::u16string_view sddl, win32::DWORD attributes, bool& made) {
+FileId VolumeBuilder::Make(std::u16string_view path, bool isDirectory, std::u16string_view sddl,
+                           win32::DWORD attributes, bool& made) {
   made = false;
   if (error_ != 0) return 0;
   FileId file = 0;
@@ -16,8 +17,11 @@ FileId VolumeBuilder::Make(std::u16string_view path, bool isDirectory, std::u16s
   if (const win32::DWORD error = volume_.GetSecurity(directory, parent)) return Fail(error), 0;
   std::optional<Bytes> own;
   if (!sddl.empty() && !(own = DescriptorFromText(sddl))) return Fail(win32::ERROR_INVALID_SECURITY_DESCR), 0;
-  const Bytes descriptor = NewObjectDescriptor(*system_, ByteView(parent), own ? std::optional<ByteView>(*own) : std::nullopt, isDirectory, kFileMapping);
-  if (const win32::DWORD error = volume_.Create(directory, path.substr(cut + 1), isDirectory, attributes, descriptor, now_, file)) return Fail(error), 0;
+  const Bytes descriptor = NewObjectDescriptor(
+      *system_, ByteView(parent), own ? std::optional<ByteView>(*own) : std::nullopt, isDirectory, kFileMapping);
+  if (const win32::DWORD error =
+          volume_.Create(directory, path.substr(cut + 1), isDirectory, attributes, descriptor, now_, file))
+    return Fail(error), 0;
   made = true;
   return file;
 }
@@ -27,13 +31,15 @@ FileId VolumeBuilder::Directory(std::u16string_view path, std::u16string_view sd
   return Make(path, true, sddl, attributes, made);
 }
 
-void VolumeBuilder::File(std::u16string_view path, ByteView content, std::u16string_view sddl, win32::DWORD attributes) {
+void VolumeBuilder::File(std::u16string_view path, ByteView content, std::u16string_view sddl,
+                         win32::DWORD attributes) {
   bool made = false;
   const FileId file = Make(path, false, sddl, attributes | win32::FILE_ATTRIBUTE_ARCHIVE, made);
   if (made && !content.empty()) Fail(volume_.Write(file, {}, 0, content));
 }
 
-void VolumeBuilder::Junction(std::u16string_view path, std::u16string_view target, std::u16string_view sddl, win32::DWORD attributes) {
+void VolumeBuilder::Junction(std::u16string_view path, std::u16string_view target, std::u16string_view sddl,
+                             win32::DWORD attributes) {
   bool made = false;
   const FileId file = Make(path, true, sddl, attributes, made);
   if (!made) return;

@@ -21,12 +21,16 @@ class VolumeBuilder {
   // The file with this content, made or left alone when it exists.
   void File(std::u16string_view path, ByteView content, std::u16string_view sddl = {}, win32::DWORD attributes = 0);
   // A junction (an empty folder with a mount-point reparse point) to an absolute path such as u"C:\\Users".
-  void Junction(std::u16string_view path, std::u16string_view target, std::u16string_view sddl = {}, win32::DWORD attributes = 0);
+  void Junction(std::u16string_view path, std::u16string_view target, std::u16string_view sddl = {},
+                win32::DWORD attributes = 0);
   void SetSecurity(std::u16string_view path, std::u16string_view sddl);
 
  private:
-  FileId Make(std::u16string_view path, bool isDirectory, std::u16string_view sddl, win32::DWORD attributes, bool& made);
-  void Fail(win32::DWORD error) { if (error_ == 0) error_ = error; }
+  FileId Make(std::u16string_view path, bool isDirectory, std::u16string_view sddl, win32::DWORD attributes,
+              bool& made);
+  void Fail(win32::DWORD error) {
+    if (error_ == 0) error_ = error;
+  }
 
   Volume& volume_;
   FileTime now_;

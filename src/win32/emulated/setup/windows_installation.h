@@ -20,7 +20,8 @@ struct InstallationFacts {
   std::vector<ProfileFacts> profiles;
 };
 
-// Puts what is missing on the system volume (C.ntfs) of a machine that has not been booted: what is there stays. 0 or an error.
+// Puts what is missing on the system volume (C.ntfs) of a machine that has not been booted: what is there stays. 0 or
+// an error.
 win32::DWORD InstallWindows(Machine& machine, const InstallationFacts& facts);
 
 // The descriptor that a freshly formatted drive's root has on Windows, and "System Volume Information" below it.

@@ -27,15 +27,16 @@ using FileTime = std::int64_t;
 
 struct FileInfo {
   FileId id = 0;
-  win32::DWORD attributes = 0;  // FILE_ATTRIBUTE_*, with DIRECTORY, REPARSE_POINT, SPARSE_FILE; NORMAL when nothing else
+  win32::DWORD attributes =
+      0;  // FILE_ATTRIBUTE_*, with DIRECTORY, REPARSE_POINT, SPARSE_FILE; NORMAL when nothing else
   win32::DWORD reparseTag = 0;  // when attributes has REPARSE_POINT
   FileTime creation = 0;
   FileTime lastAccess = 0;
   FileTime lastWrite = 0;
   FileTime change = 0;
-  std::uint64_t size = 0;       // of the unnamed data stream; 0 for a directory
+  std::uint64_t size = 0;  // of the unnamed data stream; 0 for a directory
   std::uint64_t allocated = 0;
-  std::uint32_t links = 1;      // names, short names not counted
+  std::uint32_t links = 1;       // names, short names not counted
   std::uint32_t securityId = 0;  // 0 when the descriptor has no number (a new one has none until it is put down)
 };
 
@@ -99,7 +100,8 @@ class Volume {
   // Removes one name; the file goes with its last one. 145 ERROR_DIR_NOT_EMPTY.
   virtual win32::DWORD Unlink(FileId directory, std::u16string_view name) = 0;
   // The new name must be free, or be another spelling of the old one in the same directory.
-  virtual win32::DWORD Rename(FileId fromDirectory, std::u16string_view fromName, FileId toDirectory, std::u16string_view toName) = 0;
+  virtual win32::DWORD Rename(FileId fromDirectory, std::u16string_view fromName, FileId toDirectory,
+                              std::u16string_view toName) = 0;
 
   // Data streams; an empty name is the unnamed one. 2 when the stream does not exist.
   virtual win32::DWORD Streams(FileId file, std::vector<StreamInfo>& streams) = 0;
@@ -107,7 +109,8 @@ class Volume {
   virtual win32::DWORD RemoveStream(FileId file, std::u16string_view stream) = 0;
   virtual win32::DWORD StreamSize(FileId file, std::u16string_view stream, std::uint64_t& size) = 0;
   // `done` is less than asked for only at the end of the stream.
-  virtual win32::DWORD Read(FileId file, std::u16string_view stream, std::uint64_t offset, std::span<std::uint8_t> to, std::size_t& done) = 0;
+  virtual win32::DWORD Read(FileId file, std::u16string_view stream, std::uint64_t offset, std::span<std::uint8_t> to,
+                            std::size_t& done) = 0;
   // Extends the stream as needed; the gap reads as zeros (a hole only in a sparse stream). 112 when the volume is full:
   // then nothing of this write is counted as done.
   virtual win32::DWORD Write(FileId file, std::u16string_view stream, std::uint64_t offset, ByteView from) = 0;
@@ -117,7 +120,8 @@ class Volume {
   // What of the stream is allocated, in order, without overlap.
   virtual win32::DWORD AllocatedRanges(FileId file, std::u16string_view stream, std::vector<StreamRange>& ranges) = 0;
 
-  // Only the bits that a program may set are taken (READONLY, HIDDEN, SYSTEM, ARCHIVE, TEMPORARY, OFFLINE, NOT_CONTENT_INDEXED).
+  // Only the bits that a program may set are taken (READONLY, HIDDEN, SYSTEM, ARCHIVE, TEMPORARY, OFFLINE,
+  // NOT_CONTENT_INDEXED).
   virtual win32::DWORD SetAttributes(FileId file, win32::DWORD attributes) = 0;
   virtual win32::DWORD SetTimes(FileId file, const FileTimes& times) = 0;
   virtual win32::DWORD GetSecurity(FileId file, Bytes& descriptor) = 0;
@@ -128,8 +132,10 @@ class Volume {
   virtual win32::DWORD RemoveReparse(FileId file) = 0;
   // Every file that has reparse data, by tag.
   virtual win32::DWORD ReparsePoints(std::vector<FileId>& files) = 0;
-  virtual win32::DWORD GetExtendedAttributes(FileId file, std::vector<ExtendedAttribute>& attributes) = 0;  // none: 0 and empty
-  virtual win32::DWORD SetExtendedAttributes(FileId file, const std::vector<ExtendedAttribute>& attributes) = 0;  // all of them
+  virtual win32::DWORD GetExtendedAttributes(FileId file,
+                                             std::vector<ExtendedAttribute>& attributes) = 0;  // none: 0 and empty
+  virtual win32::DWORD SetExtendedAttributes(FileId file,
+                                             const std::vector<ExtendedAttribute>& attributes) = 0;  // all of them
   // Object id and the three birth ids, 64 bytes. 2 when there is none; 183 when another file has the id.
   virtual win32::DWORD GetObjectId(FileId file, Bytes& id) = 0;
   virtual win32::DWORD SetObjectId(FileId file, ByteView id) = 0;
