@@ -166,8 +166,11 @@ int IsSystemFolder(const char16_t* path, int insideProductOnly, int quiet1, int 
 }
 
 int IsVolumeMountPoint(const char16_t* folder, std::u16string* volumeName) try {
-  if (!folder || !*folder) return 0;
+  if (!folder) return 0;
   std::u16string path = folder;
+  // A drive's root names a volume, too, but nothing is mounted on a folder there.
+  constexpr std::size_t kShortestFolder = 4;  // "C:\x"
+  if (path.size() < kShortestFolder) return 0;
   if (path.back() != u'\\') path += u'\\';
   std::array<char16_t, kPathBuffer> name{};
   if (!win32::GetVolumeNameForVolumeMountPointW(ExtendedPath(path).c_str(), name.data(), kPathBuffer)) return 0;

@@ -217,6 +217,11 @@ TEST_F(FolderRedirectionTest, RefusesBeforeAnythingChanges) {
           u"#ERROR: Source Folder can not be Volume path.");
   refused(u"C:\\Nothing", u"D:\\T",
           u"#ERROR: PreScanning failed for Source = C:\\Nothing and Target = D:\\T\\Nothing.");
+  refused(u"C:\\", u"D:\\T",
+          u"#ERROR: C:\\ - A folder is required for folder redirection. Browse to a different location.");
+  refused(u"C:\\Data\\one.txt", u"D:\\T",
+          u"#ERROR: The specified path C:\\Data\\one.txt is not a valid directory path.");
+  refused(u"Data", u"D:\\T", u"#ERROR: The selected folder Data is a relative path. Browse to a different location");
   refused(u"C:\\Data", u"C:\\", u"Cannot redirect when Source and Target folder are the same.");
   refused(u"C:\\Data\\inner\\..", u"D:\\T", u"#ERROR: The selected folder C:\\Data\\inner\\.. is a relative path.");
   refused(u"C:\\Data", u"C:\\Data\\inner", u"Cannot redirect within the same Source folder.");
