@@ -4,7 +4,7 @@
 #include "win32/file.h"
 #include "win32/shell.h"
 
-CreatedFolders::CreatedFolders(std::u16string folder) : folderIsNew_(!win32::PathFileExistsW(folder.c_str())) {
+CreatedFolders::CreatedFolders(std::u16string folder) {
   for (; !folder.empty() && !win32::PathFileExistsW(folder.c_str()); folder = ParentPath(folder))
     missing_.push_back(folder);
 }

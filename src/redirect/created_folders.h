@@ -9,14 +9,11 @@ class CreatedFolders {
   // Looks which of `folder` and the folders above it do not exist yet. Before they are made.
   explicit CreatedFolders(std::u16string folder);
 
-  // The folder itself did not exist.
-  bool IncludesFolder() const { return folderIsNew_; }
   // Takes them away again, as far as they are empty.
   void RemoveIfEmpty() const;
 
  private:
   std::vector<std::u16string> missing_;  // the deepest first
-  bool folderIsNew_;
 };
 
 // Removes an empty folder, a read-only one, too. False when it is not empty or cannot be removed; nothing has changed

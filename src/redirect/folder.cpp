@@ -57,6 +57,12 @@ std::u16string RealTarget(const std::u16string& source, const std::u16string& ta
 
 bool Exists(const std::u16string& path) { return win32::PathFileExistsW(path.c_str()) != win32::FALSE; }
 
+void LogSamePlace(const std::u16string& source, const std::u16string& target) {
+  Log(u"Checking source folder equals to target.\nSource: %ls Target: %ls #ERROR: Cannot redirect when Source and Target "
+      u"folder are the same. Browse to a different location.",
+      source, target);
+}
+
 // One folder on its way to its new place.
 class FolderRedirection {
  public:
@@ -123,10 +129,7 @@ bool FolderRedirection::TargetMayBeUsed() const {
     return false;
   }
   if (EqualPaths(source_, realTarget_)) {
-    Log(u"Checking source folder equals to target.\nSource: %ls Target: %ls #ERROR: Cannot redirect when Source and "
-        u"Target folder are "
-        u"the same. Browse to a different location.",
-        source_, realTarget_);
+    LogSamePlace(source_, realTarget_);
     return false;
   }
   // A folder below the place that its contents go to: they would be merged into a tree that holds them, and a junction
@@ -159,10 +162,7 @@ bool FolderRedirection::TargetIsPlainFolder() const {
   if (!GetFinalTargetPath(source_.c_str(), finalSource) || !GetFinalTargetPath(realTarget_.c_str(), finalTarget))
     return false;
   if (!IsSameOrBelow(finalSource, finalTarget)) return true;
-  Log(u"Checking source folder equals to target.\nSource: %ls Target: %ls #ERROR: Cannot redirect when Source and "
-      u"Target folder are "
-      u"the same. Browse to a different location.",
-      source_, realTarget_);
+  LogSamePlace(source_, realTarget_);
   return false;
 }
 
