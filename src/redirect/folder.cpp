@@ -58,7 +58,8 @@ std::u16string RealTarget(const std::u16string& source, const std::u16string& ta
 bool Exists(const std::u16string& path) { return win32::PathFileExistsW(path.c_str()) != win32::FALSE; }
 
 void LogSamePlace(const std::u16string& source, const std::u16string& target) {
-  Log(u"Checking source folder equals to target.\nSource: %ls Target: %ls #ERROR: Cannot redirect when Source and Target "
+  Log(u"Checking source folder equals to target.\nSource: %ls Target: %ls #ERROR: Cannot redirect when Source and "
+      u"Target "
       u"folder are the same. Browse to a different location.",
       source, target);
 }
