@@ -5,9 +5,9 @@
 #include "cli/console.h"
 #include "cli/invocation.h"
 #include "cli/media_sharing.h"
+#include "fsops/mounted_folder.h"
 #include "log/log.h"
 #include "redirect/path_text.h"
-#include "validate/path_rules.h"
 #include "win32/system.h"
 
 namespace {

@@ -8,12 +8,12 @@
 #include "cli/console.h"
 #include "fsops/backup_copy.h"
 #include "fsops/delete_tree.h"
+#include "fsops/mounted_folder.h"
 #include "fsops/security.h"
 #include "fsops/volume_paths.h"
 #include "log/log.h"
 #include "redirect/junction.h"
 #include "redirect/path_text.h"
-#include "validate/path_rules.h"
 #include "win32/win32.h"
 
 namespace {
@@ -344,7 +344,7 @@ Step TreeCopy::CopyMount(const TreeEntry& link, const std::u16string& newLink) {
   CopiedItem* const item = FindLink(link);
   if (!item || !IsVolumeMountPoint(link.path.c_str(), &volumeName) || IsVolumeMountPoint(newLink.c_str()))
     return Step::Next;
-  item->complete = win32::SetVolumeMountPointW((newLink + u'\\').c_str(), volumeName.c_str()) != win32::FALSE;
+  item->complete = MountVolume(newLink, volumeName);
   return item->complete ? Step::Next : Failed(link, newLink);
 }
 

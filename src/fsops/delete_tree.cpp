@@ -3,10 +3,10 @@
 #include <exception>
 #include <ranges>
 
+#include "fsops/mounted_folder.h"
 #include "log/log.h"
 #include "redirect/junction.h"
 #include "redirect/path_text.h"
-#include "validate/path_rules.h"
 #include "win32/win32.h"
 
 namespace {
@@ -33,7 +33,7 @@ class ReadOnlyLifted {
 // A mounted volume is somebody's data: only its mount is taken off, so that the folder under it can go.
 void UnmountIfMounted(const TreeEntry& entry) {
   if (!entry.IsJunction() || !IsVolumeMountPoint(entry.path.c_str())) return;
-  win32::DeleteVolumeMountPointW((entry.path + u'\\').c_str());
+  UnmountVolume(entry.path);
 }
 
 // A folder on which a volume is mounted (a drive's root is none). Where it is only to be cleaned up, the volume is not
@@ -42,11 +42,6 @@ bool IsMountFolder(const char16_t* path) {
   const win32::DWORD attributes = win32::GetFileAttributesW(path);
   return attributes != win32::INVALID_FILE_ATTRIBUTES && (attributes & win32::FILE_ATTRIBUTE_REPARSE_POINT) != 0 &&
          IsVolumeMountPoint(path);
-}
-
-bool Unmount(std::u16string mountFolder) {
-  if (mountFolder.back() != u'\\') mountFolder += u'\\';
-  return win32::DeleteVolumeMountPointW(mountFolder.c_str()) != win32::FALSE;
 }
 
 bool RemoveDirectoryStrictly(const std::u16string& path) {
@@ -103,7 +98,7 @@ int DeleteEntries(const std::vector<TreeEntry>& entries, int stopOnFailure) try 
 
 int DeleteDirectoryTree(const char16_t* root, int stopOnFailure) try {
   if (!root || !win32::PathFileExistsW(root)) return 0;
-  if (IsMountFolder(root)) return Unmount(root) || !stopOnFailure ? 1 : 0;
+  if (IsMountFolder(root)) return UnmountVolume(root) || !stopOnFailure ? 1 : 0;
   TreeListing listing;
   return GetFileList(root, listing) ? DeleteEntries(listing.entries, stopOnFailure) : 0;
 } catch (const std::exception&) {
@@ -111,7 +106,7 @@ int DeleteDirectoryTree(const char16_t* root, int stopOnFailure) try {
 }
 
 int DeleteDirectoryTreeAtReboot(const char16_t* root) try {
-  if (root && IsMountFolder(root)) return Unmount(root) ? 1 : 0;
+  if (root && IsMountFolder(root)) return UnmountVolume(root) ? 1 : 0;
   TreeListing listing;
   if (!root || !GetFileList(root, listing)) return 0;
   int result = 1;

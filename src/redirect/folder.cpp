@@ -5,6 +5,7 @@
 #include "cli/console.h"
 #include "cli/not_built.h"
 #include "fsops/backup_copy.h"
+#include "fsops/mounted_folder.h"
 #include "fsops/move_tree.h"
 #include "fsops/security.h"
 #include "log/log.h"

@@ -6,11 +6,11 @@
 #include <string_view>
 #include <vector>
 
+#include "fsops/mounted_folder.h"
 #include "log/format.h"
 #include "log/log.h"
 #include "probes/privileges.h"
 #include "redirect/path_text.h"
-#include "validate/path_rules.h"
 #include "win32/win32.h"
 
 namespace {

@@ -5,6 +5,7 @@
 #include <string_view>
 #include <utility>
 
+#include "fsops/mounted_folder.h"
 #include "redirect/junction.h"
 #include "redirect/path_text.h"
 #include "validate/path_rules.h"

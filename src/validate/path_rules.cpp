@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "cli/console.h"
+#include "fsops/mounted_folder.h"
 #include "log/log.h"
 #include "redirect/path_text.h"
 #include "win32/win32.h"
@@ -124,11 +125,6 @@ std::u16string TrimAndUnquote(std::u16string_view path) {
   return text.c_str();  // unquoting shortens the text in its place
 }
 
-bool DirectoryExists(const char16_t* path) {
-  const win32::DWORD attributes = win32::GetFileAttributesW(path);
-  return attributes != win32::INVALID_FILE_ATTRIBUTES && (attributes & win32::FILE_ATTRIBUTE_DIRECTORY) != 0;
-}
-
 int GetFileSystemType(const char16_t* path) {
   std::u16string root = path;
   if (!IsVolumePath(path)) {
@@ -163,26 +159,6 @@ int IsSystemFolder(const char16_t* path, int insideProductOnly, int quiet1, int 
   }
   if (!quiet1 && !quiet2) ConsolePrint(LoadResourceString(belowWindows ? kWindowsFolderWarning : kProgramFilesWarning));
   return 0;
-}
-
-int IsVolumeMountPoint(const char16_t* folder, std::u16string* volumeName) try {
-  if (!folder) return 0;
-  std::u16string path = folder;
-  // A drive's root names a volume, too, but nothing is mounted on a folder there.
-  constexpr std::size_t kShortestFolder = 4;  // "C:\x"
-  if (path.size() < kShortestFolder) return 0;
-  if (path.back() != u'\\') path += u'\\';
-  std::array<char16_t, kPathBuffer> name{};
-  if (!win32::GetVolumeNameForVolumeMountPointW(ExtendedPath(path).c_str(), name.data(), kPathBuffer)) return 0;
-  if (volumeName) *volumeName = name.data();
-  return 1;
-} catch (const std::exception&) {
-  return 0;
-}
-
-bool IsVolumePath(const char16_t* path) {
-  constexpr std::u16string_view kStart = u"\\\\?\\Volume{";
-  return path && StartsWithPath(path, kStart);
 }
 
 int GetParentDirPath(const char16_t* path, std::u16string& parent) try {

@@ -15,7 +15,6 @@ bool IsOnFixedOrRemovableDrive(const char16_t* path);
 bool IsRelativePath(const char16_t* path);  // blanks around it and quotes do not count
 // The path without the blanks around it and without its quotes.
 std::u16string TrimAndUnquote(std::u16string_view path);
-bool DirectoryExists(const char16_t* path);
 
 // 1 for NTFS, 0 for FAT, -1 for every other file system and when it cannot be told.
 int GetFileSystemType(const char16_t* path);
@@ -24,11 +23,6 @@ int GetFileSystemType(const char16_t* path);
 // product's own. Otherwise, unless a quiet flag is set, a folder below Windows or Program Files brings a warning on the
 // console.
 int IsSystemFolder(const char16_t* path, int insideProductOnly, int quiet1, int quiet2);
-
-// 1 when a volume is mounted on the folder; its name then goes to volumeName (when given).
-int IsVolumeMountPoint(const char16_t* folder, std::u16string* volumeName = nullptr);
-// The path names a volume by its GUID: it begins with "\\?\Volume{".
-bool IsVolumePath(const char16_t* path);
 
 // The path cut at its last backslash; 0 when it has none.
 int GetParentDirPath(const char16_t* path, std::u16string& parent);

@@ -3,6 +3,7 @@
 #include <exception>
 #include <functional>
 
+#include "fsops/mounted_folder.h"
 #include "fsops/security.h"
 #include "log/log.h"
 #include "redirect/junction.h"

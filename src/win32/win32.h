@@ -4,6 +4,8 @@
 #include "win32/file.h"
 #include "win32/handle.h"
 #include "win32/net.h"
+#include "win32/ntdll.h"
+#include "win32/process.h"
 #include "win32/registry.h"
 #include "win32/security.h"
 #include "win32/service.h"

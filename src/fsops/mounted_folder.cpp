@@ -1,0 +1,52 @@
+#include "fsops/mounted_folder.h"
+
+#include <array>
+#include <exception>
+#include <string_view>
+
+#include "redirect/path_text.h"
+#include "win32/win32.h"
+
+namespace {
+
+// As the mount manager's calls want it.
+std::u16string WithTrailingBackslash(std::u16string path) {
+  if (path.empty() || path.back() != u'\\') path += u'\\';
+  return path;
+}
+
+}  // namespace
+
+bool DirectoryExists(const char16_t* path) {
+  const win32::DWORD attributes = win32::GetFileAttributesW(path);
+  return attributes != win32::INVALID_FILE_ATTRIBUTES && (attributes & win32::FILE_ATTRIBUTE_DIRECTORY) != 0;
+}
+
+bool IsVolumePath(const char16_t* path) {
+  constexpr std::u16string_view kStart = u"\\\\?\\Volume{";
+  return path && StartsWithPath(path, kStart);
+}
+
+int IsVolumeMountPoint(const char16_t* folder, std::u16string* volumeName) try {
+  if (!folder) return 0;
+  // A drive's root names a volume, too, but nothing is mounted on a folder there.
+  constexpr std::size_t kShortestFolder = 4;  // "C:\x"
+  if (std::u16string_view(folder).size() < kShortestFolder) return 0;
+  constexpr win32::DWORD kNameBuffer = 260;
+  std::array<char16_t, kNameBuffer> name{};
+  const std::u16string path = ExtendedPath(WithTrailingBackslash(folder));
+  if (!win32::GetVolumeNameForVolumeMountPointW(path.c_str(), name.data(), kNameBuffer)) return 0;
+  if (volumeName) *volumeName = name.data();
+  return 1;
+} catch (const std::exception&) {
+  return 0;
+}
+
+bool MountVolume(const std::u16string& folder, const std::u16string& volume) {
+  return win32::SetVolumeMountPointW(WithTrailingBackslash(folder).c_str(), WithTrailingBackslash(volume).c_str()) !=
+         win32::FALSE;
+}
+
+bool UnmountVolume(const std::u16string& folder) {
+  return win32::DeleteVolumeMountPointW(WithTrailingBackslash(folder).c_str()) != win32::FALSE;
+}
