@@ -1,12 +1,16 @@
 # The Linux world: the emulated workstation, qbc on it, the workstation tool and the tests.
 find_package(PkgConfig REQUIRED)
 pkg_check_modules(NTFS3G REQUIRED IMPORTED_TARGET libntfs-3g)
+pkg_check_modules(CURL REQUIRED IMPORTED_TARGET libcurl)
+pkg_check_modules(LIBXML2 REQUIRED IMPORTED_TARGET libxml-2.0)
 find_package(GTest REQUIRED)
 find_package(Threads REQUIRED)
 
 file(GLOB emulated_sources CONFIGURE_DEPENDS src/win32/emulated/*.cpp src/win32/emulated/*/*.cpp)
 add_library(emulated STATIC ${emulated_sources})
-target_link_libraries(emulated PUBLIC quillbay_options PRIVATE PkgConfig::NTFS3G Threads::Threads)
+target_link_libraries(emulated
+  PUBLIC quillbay_options
+  PRIVATE PkgConfig::NTFS3G PkgConfig::CURL PkgConfig::LIBXML2 Threads::Threads)
 
 add_executable(qbc src/entry/qbc_linux.cpp)
 target_link_libraries(qbc PRIVATE program program_resources emulated)
@@ -41,4 +45,6 @@ target_link_libraries(program_tests PRIVATE program program_resources emulated)
 # For bench/run, by hand.
 add_executable(make_tree bench/make_tree.cpp)
 target_link_libraries(make_tree PRIVATE emulated)
-set_target_properties(make_tree PROPERTIES RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR})
+add_executable(prescan bench/prescan.cpp)
+target_link_libraries(prescan PRIVATE program program_resources emulated)
+set_target_properties(make_tree prescan PROPERTIES RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR})

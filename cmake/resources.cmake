@@ -1,8 +1,9 @@
-# The program's resources: strings.txt, version.txt and the manifest, written once in src/resources.
+# The program's resources: strings.txt, version.txt, ServiceConfig.xml and the manifest, written once in src/resources.
 find_package(Python3 REQUIRED COMPONENTS Interpreter)
 
 set(resource_folder ${CMAKE_SOURCE_DIR}/src/resources)
-set(resource_sources ${resource_folder}/strings.txt ${resource_folder}/version.txt ${resource_folder}/qbc.manifest)
+set(resource_sources ${resource_folder}/strings.txt ${resource_folder}/version.txt
+    ${resource_folder}/ServiceConfig.xml ${resource_folder}/qbc.manifest)
 set(make_resources ${Python3_EXECUTABLE} -B ${CMAKE_SOURCE_DIR}/tools/make_resources.py)
 set(resource_inputs ${CMAKE_SOURCE_DIR}/tools/make_resources.py ${resource_sources})
 
@@ -12,6 +13,7 @@ if(WIN32)
   add_custom_command(
     OUTPUT ${program_resources}
     BYPRODUCTS ${CMAKE_BINARY_DIR}/resources.rc ${CMAKE_BINARY_DIR}/resources.rc.manifest
+               ${CMAKE_BINARY_DIR}/resources.rc.config
     COMMAND ${make_resources} rc ${resource_folder} ${CMAKE_BINARY_DIR}/resources.rc
     COMMAND ${CMAKE_RC_COMPILER} -c 65001 -I ${CMAKE_BINARY_DIR} ${CMAKE_BINARY_DIR}/resources.rc
             -O coff ${program_resources}

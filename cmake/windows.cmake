@@ -14,7 +14,7 @@ file(GLOB native_sources CONFIGURE_DEPENDS src/win32/native/*.cpp)
 add_library(native STATIC ${native_sources})
 target_link_libraries(native
   PUBLIC quillbay_options
-  PRIVATE advapi32 shell32 shlwapi netapi32 ole32 version)
+  PRIVATE advapi32 shell32 shlwapi netapi32 ole32 oleaut32 uuid version wininet)
 
 add_executable(QBC src/entry/QBC.cpp ${program_resources})
 set_source_files_properties(${program_resources} PROPERTIES EXTERNAL_OBJECT ON GENERATED ON)
@@ -36,7 +36,7 @@ target_link_libraries(contract_tests PRIVATE native gtest)
 set_target_properties(contract_tests PROPERTIES RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR})
 
 # What the scenarios under Wine need beside QBC.exe: tests/wine/run finds them in this folder.
-foreach(helper service restricted hold_mutex)
+foreach(helper service restricted hold_mutex hold_open hold_pipe)
   add_executable(${helper} tests/wine/${helper}.cpp)
   target_link_libraries(${helper} PRIVATE quillbay_options)
   set_target_properties(${helper} PROPERTIES RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/wine)

@@ -1,8 +1,9 @@
 #!/usr/bin/env python3
-"""Makes the program's resources from strings.txt, version.txt and qbc.manifest in the given folder.
+"""Makes the program's resources from strings.txt, version.txt, ServiceConfig.xml and qbc.manifest in the given folder.
 
-make_resources.py rc  FOLDER OUT.rc    resource script for windres (-c 65001); OUT.rc.manifest is written beside it
-make_resources.py cpp FOLDER OUT.cpp   the same RT_STRING blocks and the same RT_VERSION block as C++ data
+make_resources.py rc  FOLDER OUT.rc    resource script for windres (-c 65001); OUT.rc.manifest and OUT.rc.config are
+                                       written beside it
+make_resources.py cpp FOLDER OUT.cpp   the same string blocks, version block and configuration file as C++ data
 """
 import pathlib
 import re
@@ -12,7 +13,9 @@ import sys
 RT_STRING = 6
 RT_VERSION = 16
 RT_MANIFEST = 24
+CONFIG_TYPE, CONFIG_ID = "BINARY", 102  # the default configuration file
 STRINGS_LANGUAGE = 0      # neutral: what the program asks for first
+CONFIG_LANGUAGE = 0
 VERSION_LANGUAGE = 0x409  # as the version's own Translation says
 CODE_PAGE = 1200          # UTF-16
 STRINGS_IN_BLOCK = 16
@@ -70,6 +73,12 @@ def read_version(path):
 
 def read_manifest(path, version):
     return pathlib.Path(path).read_text(encoding="utf-8").replace("@ProductVersion@", version["ProductVersion"])
+
+
+def read_config(path, version):
+    """ServiceConfig.xml as the file is on disk: UTF-16LE with a byte-order mark, lines ended by CR LF."""
+    text = pathlib.Path(path).read_text(encoding="utf-8").replace("@ProductVersion@", version["ProductVersion"])
+    return b"\xff\xfe" + text.replace("\n", "\r\n").encode("utf-16-le")
 
 
 def numbers(dotted):
@@ -133,10 +142,11 @@ def rc_text(text):
     return f'"{escaped}"'
 
 
-def make_rc(strings, version, manifest_name):
+def make_rc(strings, version, config_name, manifest_name):
     lines = [f"LANGUAGE {STRINGS_LANGUAGE}, 0", "STRINGTABLE", "BEGIN"]
     lines += [f"  {number} {rc_text(text)}" for number, text in sorted(strings.items())]
-    lines += ["END", "", f"LANGUAGE {VERSION_LANGUAGE & 0x3FF}, {VERSION_LANGUAGE >> 10}", "1 VERSIONINFO",
+    lines += ["END", "", f"LANGUAGE {CONFIG_LANGUAGE}, 0", f"{CONFIG_ID} {CONFIG_TYPE} {rc_text(config_name)}"]
+    lines += ["", f"LANGUAGE {VERSION_LANGUAGE & 0x3FF}, {VERSION_LANGUAGE >> 10}", "1 VERSIONINFO",
               f"FILEVERSION {','.join(map(str, numbers(version['FileVersion'])))}",
               f"PRODUCTVERSION {','.join(map(str, numbers(version['ProductVersion'])))}",
               "FILEFLAGSMASK 0x3f", "FILEFLAGS 0", "FILEOS 0x40004", "FILETYPE 1", "FILESUBTYPE 0",
@@ -149,18 +159,23 @@ def make_rc(strings, version, manifest_name):
     return "\n".join(lines) + "\n"
 
 
-def make_cpp(strings, version):
-    resources = [(RT_STRING, number, STRINGS_LANGUAGE, data) for number, data in string_blocks(strings).items()]
-    resources.append((RT_VERSION, 1, VERSION_LANGUAGE, version_block(version)))
+def resource_name(kind, name):
+    return f"kResource{kind.lstrip('#')}_{name}"
+
+
+def make_cpp(strings, version, config):
+    resources = [(f"#{RT_STRING}", number, STRINGS_LANGUAGE, data) for number, data in string_blocks(strings).items()]
+    resources.append((f"#{RT_VERSION}", 1, VERSION_LANGUAGE, version_block(version)))
+    resources.append((CONFIG_TYPE, CONFIG_ID, CONFIG_LANGUAGE, config))
     lines = ['#include "resources/program_resources.h"', "", "namespace {", ""]
-    for type_number, name, _, data in resources:
-        lines.append(f"alignas(4) constexpr unsigned char kResource{type_number}_{name}[] = {{")
+    for kind, name, _, data in resources:
+        lines.append(f"alignas(4) constexpr unsigned char {resource_name(kind, name)}[] = {{")
         lines += ["  " + ",".join(map(str, data[i:i + 32])) + "," for i in range(0, len(data), 32)]
         lines += ["};", ""]
     lines.append("constexpr ProgramResource kResources[] = {")
-    for type_number, name, language, _ in resources:
-        data = f"kResource{type_number}_{name}"
-        lines.append(f'  {{u"#{type_number}", u"#{name}", {language}, {data}, sizeof {data}}},')
+    for kind, name, language, _ in resources:
+        data = resource_name(kind, name)
+        lines.append(f'  {{u"{kind}", u"#{name}", {language}, {data}, sizeof {data}}},')
     lines += ["};", "", "}  // namespace", "",
               "std::span<const ProgramResource> ProgramResources() { return kResources; }"]
     return "\n".join(lines) + "\n"
@@ -172,12 +187,15 @@ def main(arguments):
     kind, folder, out = arguments[0], pathlib.Path(arguments[1]), pathlib.Path(arguments[2])
     try:
         strings, version = read_strings(folder / "strings.txt"), read_version(folder / "version.txt")
+        config = read_config(folder / "ServiceConfig.xml", version)
         if kind == "rc":
+            config_file = out.with_name(out.name + ".config")
+            config_file.write_bytes(config)
             manifest = out.with_name(out.name + ".manifest")
             manifest.write_text(read_manifest(folder / "qbc.manifest", version), encoding="utf-8")
-            out.write_text(make_rc(strings, version, manifest.name), encoding="utf-8")
+            out.write_text(make_rc(strings, version, config_file.name, manifest.name), encoding="utf-8")
         else:
-            out.write_text(make_cpp(strings, version), encoding="utf-8")
+            out.write_text(make_cpp(strings, version, config), encoding="utf-8")
     except (SourceError, OSError) as error:
         sys.exit(f"make_resources.py: {error}")
 

@@ -2,6 +2,7 @@
 #include "cli/invocation.h"
 #include "cli/not_built.h"
 #include "probes/rimehold_status.h"
+#include "probes/update_check.h"
 #include "probes/version.h"
 
 namespace {
@@ -27,6 +28,13 @@ int RunGetRHStatus() {
   return status;
 }
 
+int RunCheckForUpdate() {
+  std::u16string message;
+  const int result = CheckForUpdate(message);
+  ConsolePrint(message);
+  return result;
+}
+
 }  // namespace
 
 bool RefusedWhileFrozen(const Invocation& invocation) {
@@ -48,7 +56,7 @@ int Dispatch(const Invocation& invocation) {
     case Command::GetRHStatus:
       return RunGetRHStatus();
     case Command::CheckForUpdate:
-      return AnswerCommandNotBuilt(invocation);
+      return RunCheckForUpdate();
     case Command::AutoRedirectUP:
       return RunAutoRedirectUP(invocation);
     case Command::RedirectUP:

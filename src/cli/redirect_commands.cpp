@@ -4,6 +4,7 @@
 
 #include "cli/console.h"
 #include "cli/invocation.h"
+#include "redirect/file.h"
 #include "redirect/folder.h"
 #include "redirect/records.h"
 
@@ -40,5 +41,8 @@ int RunRedirectFile(const Invocation& invocation) {
   if (invocation.line.arguments.empty()) return List(1);
   if (RefusedWhileFrozen(invocation)) return 0;
   if (RemovesAndHasAnyOf(invocation, {u"NTFS", u"-NTFS"})) return RefuseCombination();
-  return AnswerCommandNotBuilt(invocation);
+  const char16_t* const source = invocation.line.arguments.front().c_str();
+  const char16_t* const target = invocation.line.arguments.back().c_str();
+  return invocation.Removes() ? RemoveFileRedirection(source, target)
+                              : RedirectFile(source, target, invocation.CopyNtfsPermissions());
 }

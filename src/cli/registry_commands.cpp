@@ -3,6 +3,8 @@
 #include "cli/console.h"
 #include "cli/invocation.h"
 #include "log/log.h"
+#include "regredirect/location.h"
+#include "regredirect/registry_keys.h"
 
 namespace {
 
@@ -14,24 +16,25 @@ constexpr unsigned kKeyRedirectionFailed = 168;
 
 int RunRedirectRegKeyLocation(const Invocation& invocation) {
   const bool locationGiven = !invocation.line.arguments.empty();
-  if (!locationGiven && !invocation.Removes()) return AnswerCommandNotBuilt(invocation);  // shows the location
+  if (!locationGiven && !invocation.Removes()) return PrintRegKeyLocation();
   if (RefusedWhileFrozen(invocation)) return 1;
   if (locationGiven && invocation.Removes()) {
     Log(u"Remove Redirect Registry Key was not successful.\nUsage:\n");
     ConsolePrint(LoadResourceString(kLocationName) + u"\n   " + LoadResourceString(kLocationUsage));
     return 1;
   }
-  return AnswerCommandNotBuilt(invocation);
+  return locationGiven ? SetRegKeyLocation(invocation.line.arguments.front().c_str()) : RemoveRegKeyLocation();
 }
 
 int RunRedirectRegKey(const Invocation& invocation) {
   const bool keyGiven = !invocation.line.arguments.empty();
-  if (!keyGiven && !invocation.Removes()) return AnswerCommandNotBuilt(invocation);  // lists the keys
+  if (!keyGiven && !invocation.Removes()) return PrintRedirectedRegKeys();
   if (RefusedWhileFrozen(invocation)) return 1;
   if (!keyGiven) {
     Log(u"Please specify registry key to be removed.\n Registry Key Redirection was not successful.\n");
     ConsoleFormatString(kKeyRedirectionFailed, LogPath());
     return 1;
   }
-  return AnswerCommandNotBuilt(invocation);
+  const char16_t* const key = invocation.line.arguments.front().c_str();
+  return invocation.Removes() ? RemoveRedirectedRegKey(key) : AddRedirectedRegKey(key);
 }

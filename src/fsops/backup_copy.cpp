@@ -5,6 +5,7 @@
 #include <memory>
 
 #include "fsops/backup_stream.h"
+#include "fsops/folder_itself.h"
 #include "log/format.h"
 #include "log/log.h"
 #include "redirect/junction.h"
@@ -14,6 +15,7 @@
 namespace {
 
 constexpr win32::DWORD kBufferSize = 0x100000;
+constexpr win32::DWORD kShareReadWrite = win32::FILE_SHARE_READ | win32::FILE_SHARE_WRITE;
 constexpr win32::DWORD kSmallestChunk = 20;  // a stream's header without a name
 
 std::unique_ptr<win32::BYTE[]> CopyBuffer() { return std::make_unique_for_overwrite<win32::BYTE[]>(kBufferSize); }
@@ -58,8 +60,8 @@ bool MakeOpenDirectory(std::u16string& path) {
 // Opens the item to copy to. A file that was there is emptied: what it held beyond the end of the new contents (all of
 // it, when those are empty and so have no data stream) would otherwise stay.
 AccessTimeKeepingFile OpenTarget(const std::u16string& path, win32::DWORD access, ItemKind kind) {
-  AccessTimeKeepingFile file{win32::CreateFileW(path.c_str(), access, win32::FILE_SHARE_READ | win32::FILE_SHARE_WRITE,
-                                                nullptr, win32::OPEN_ALWAYS, OpenFlags(kind.isReparsePoint), nullptr)};
+  AccessTimeKeepingFile file{win32::CreateFileW(path.c_str(), access, kShareReadWrite, nullptr, win32::OPEN_ALWAYS,
+                                                OpenFlags(kind.isReparsePoint), nullptr)};
   const bool existed = file && win32::GetLastError() == win32::ERROR_ALREADY_EXISTS;
   if (existed && !kind.isDirectory && !kind.isReparsePoint && !win32::SetEndOfFile(file.get())) file.reset();
   return file;
@@ -253,8 +255,8 @@ struct StreamHeader {
 // One item on its way from BackupRead to BackupWrite, every stream's header looked at.
 class StreamCopy {
  public:
-  StreamCopy(const AccessTimeKeepingFile& source, const AccessTimeKeepingFile& target)
-      : reader_(source), writer_(target) {}
+  StreamCopy(const AccessTimeKeepingFile& source, const AccessTimeKeepingFile& target, bool withReparseData = true)
+      : reader_(source), writer_(target), withReparseData_(withReparseData) {}
 
   bool Run() {
     for (;;) {
@@ -262,8 +264,13 @@ class StreamCopy {
       // A read that fails is a failure even if it brought no byte: it does not say that this is the end.
       if (!reader_.Read(buffer_.get(), StreamHeader::kSize, read)) return false;
       if (read == 0) return writer_.Write(buffer_.get(), 0);
-      if (read != StreamHeader::kSize || !writer_.Write(buffer_.get(), read)) return false;
-      if (!CopyBody(StreamHeader::From(buffer_.get()))) return false;
+      if (read != StreamHeader::kSize) return false;
+      const StreamHeader header = StreamHeader::From(buffer_.get());
+      if (header.id == win32::BACKUP_REPARSE_DATA && !withReparseData_) {
+        if (!Skip(header.size)) return false;
+      } else if (!writer_.Write(buffer_.get(), read) || !CopyBody(header)) {
+        return false;
+      }
     }
   }
 
@@ -288,6 +295,10 @@ class StreamCopy {
     }
   }
 
+  bool Skip(std::uint64_t size) {
+    win32::DWORD read = 0;
+    return size <= kBufferSize && reader_.Read(buffer_.get(), static_cast<win32::DWORD>(size), read) && read == size;
+  }
   bool CopyPiece(win32::DWORD size) {
     win32::DWORD read = 0;
     return reader_.Read(buffer_.get(), size, read) && read == size && writer_.Write(buffer_.get(), size);
@@ -306,6 +317,7 @@ class StreamCopy {
   std::unique_ptr<win32::BYTE[]> buffer_ = CopyBuffer();
   BackupReader reader_;
   BackupWriter writer_;
+  const bool withReparseData_;
 };
 
 bool CopyStreams(const std::u16string& sourcePath, const std::u16string& targetPath, ItemKind kind) {
@@ -328,6 +340,28 @@ int BackupCopyItemEx(const std::u16string& source, const std::u16string& target,
   if (kind.isReparsePoint) Log(u"BackupCopyEx : %s is reparse point", source);
   return CopyStreams(source, targetPath, kind) ? CopyFileTimesAndAttributes(source, targetPath, kind.isReparsePoint)
                                                : 0;
+} catch (const std::exception&) {
+  return 0;
+}
+
+int BackupCopyFolderItself(const std::u16string& source, const std::u16string& target) try {
+  {
+    const win32::DWORD read = win32::GENERIC_READ | win32::ACCESS_SYSTEM_SECURITY;
+    const win32::DWORD all = win32::GENERIC_ALL | win32::ACCESS_SYSTEM_SECURITY | win32::WRITE_DAC | win32::WRITE_OWNER;
+    const AccessTimeKeepingFile from{win32::CreateFileW(source.c_str(), read, win32::FILE_SHARE_READ, nullptr,
+                                                        win32::OPEN_EXISTING, OpenFlags(true), nullptr)};
+    const AccessTimeKeepingFile to{win32::CreateFileW(target.c_str(), all, kShareReadWrite, nullptr,
+                                                      win32::OPEN_EXISTING, OpenFlags(true), nullptr)};
+    if (!from || !to || !StreamCopy(from, to, /*withReparseData=*/false).Run()) return 0;
+  }
+  const win32::DWORD attributes = win32::GetFileAttributesW(source.c_str());
+  if (attributes == win32::INVALID_FILE_ATTRIBUTES) return 0;
+  if ((attributes & win32::FILE_ATTRIBUTE_ENCRYPTED) != 0 && !win32::EncryptFileW(target.c_str())) return 0;
+  // The streams brought the descriptor without the mark of an inherited DACL.
+  const FolderDescriptor descriptor = ReadDescriptor(source);
+  return !descriptor.empty() && WriteDescriptor(target, descriptor) && CopyFileTimesAndAttributes(source, target, true)
+             ? 1
+             : 0;
 } catch (const std::exception&) {
   return 0;
 }

@@ -25,6 +25,11 @@ int BackupCopyItem(const std::u16string& source, const std::u16string& target, I
 int BackupCopyEx(const std::u16string& source, const std::u16string& target, int isDirectory);
 int BackupCopyItemEx(const std::u16string& source, const std::u16string& target, ItemKind kind);
 
+// Copies what a folder has of its own to another one that exists: security, named streams, extended attributes,
+// attributes, times. Neither what it contains nor its reparse data: of a folder with a volume mounted on it, the folder
+// is copied and not the mount.
+int BackupCopyFolderItself(const std::u16string& source, const std::u16string& target);
+
 // What an encrypted item needs instead of a backup copy.
 enum class EncryptedCopy : int { Copied = 0, Failed = 1, NotEncrypted = 2 };
 EncryptedCopy CopyEncryptedItem(const std::u16string& source, const std::u16string& target, int isDirectory);

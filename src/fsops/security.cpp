@@ -207,16 +207,18 @@ int SaveSecurityInfo(const std::u16string& path, SecurityBlock& block) try {
   return 0;
 }
 
-// Windows keeps the mark of an automatically inherited DACL only when the descriptor asks for it; without the mark the
-// entries would no longer follow the folder above.
-int WriteSecurityInfo(const std::u16string& path, const SecurityBlock& block) {
-  if (!block) return 0;
+void KeepInheritanceMark(void* descriptor) {
   constexpr std::size_t kControlOffset = 2;  // of a self-relative descriptor (MS-DTYP 2.4.6)
-  win32::BYTE* const bytes = static_cast<win32::BYTE*>(block.get());
+  win32::BYTE* const bytes = static_cast<win32::BYTE*>(descriptor);
   win32::WORD control = 0;
   std::memcpy(&control, bytes + kControlOffset, sizeof control);
   if ((control & win32::SE_DACL_AUTO_INHERITED) != 0) control |= win32::SE_DACL_AUTO_INHERIT_REQ;
   std::memcpy(bytes + kControlOffset, &control, sizeof control);
+}
+
+int WriteSecurityInfo(const std::u16string& path, const SecurityBlock& block) {
+  if (!block) return 0;
+  KeepInheritanceMark(block.get());
   return win32::SetFileSecurityW(path.c_str(), kOwnerAndDacl, block.get()) ? 1 : 0;
 }
 

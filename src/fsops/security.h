@@ -53,6 +53,11 @@ struct HeapBlockDeleter {
 using SecurityBlock = std::unique_ptr<void, HeapBlockDeleter>;
 using SavedSecurityMap = std::map<std::u16string, SecurityBlock>;
 
+// Has Windows keep the mark of an automatically inherited DACL in the self-relative descriptor that is to be written
+// (without being asked, it drops it, and the entries would no longer follow the folder above). The block is that of a
+// whole descriptor.
+void KeepInheritanceMark(void* descriptor);
+
 int SaveSecurityInfo(const std::u16string& path, SecurityBlock& block);
 int WriteSecurityInfo(const std::u16string& path, const SecurityBlock& block);
 // Writes every saved descriptor back to its path. 1 when all could be written.

@@ -1,9 +1,137 @@
 #include "probes/locked_handles.h"
 
-// The walk over the system's handle table is not in this build. Nothing is reported as found; a file in use is still
-// found by the scan itself, which opens every file for itself alone. Only a folder that another process holds open goes
-// unnoticed until it is moved, and the move is then taken back.
-int GetLockedFilesAndFoldersList(const char16_t* /*firstPath*/, const char16_t* /*secondPath*/, LockedPaths& locked) {
+#include <algorithm>
+#include <exception>
+#include <string_view>
+
+#include "log/format.h"
+#include "probes/drive_map.h"
+#include "probes/handle_list.h"
+#include "probes/handle_names.h"
+#include "probes/nt_dll.h"
+#include "probes/system_process_information.h"
+#include "redirect/path_text.h"
+#include "win32/system.h"
+
+namespace {
+
+void Trace(const char16_t* text) { win32::OutputDebugStringW(text); }
+
+std::u16string lastLockingProcess;
+
+constexpr const char16_t* kNoPath = u"***_Invalid_Path_***";  // the name of nothing
+
+std::u16string QueryPath(const char16_t* path) {
+  std::u16string_view text = path && *path ? path : kNoPath;
+  if (HasExtendedPrefix(text)) text.remove_prefix(4);  // the drive-letter paths of the walk have none
+  return std::u16string(text);
+}
+
+// Disks, network drives and the product's own volumes.
+bool IsOnKnownDevice(const std::u16string& nativeName) {
+  for (const std::u16string_view device :
+       {u"\\device\\harddisk", u"\\device\\lanmanredirector", u"\\device\\krmdevice"})
+    if (StartsWithPath(nativeName, device)) return true;
+  return false;
+}
+
+// One walk over the handle table.
+class Walk {
+ public:
+  Walk(const char16_t* firstPath, const char16_t* secondPath, LockedPaths& locked)
+      : firstPath_(QueryPath(firstPath)), secondPath_(QueryPath(secondPath)), locked_(locked) {}
+
+  void Run() {
+    if (!INtDll::Get().Bind() || !processes_.Refresh() || !handles_.Read()) return;
+    for (const HandleRecord& record : handles_.handles())
+      if (HasRoom()) Examine(record);
+  }
+
+ private:
+  bool HasRoom() const { return locked_.count < LockedPaths::kCapacity; }
+
+  void Examine(const HandleRecord& record) {
+    const std::u16string process = processes_.ImageName(record.processId);
+    constexpr win32::DWORD kWindowsNT4 = 4;
+    if (INtDll::Get().majorVersion == kWindowsNT4 && EqualPaths(process, u"services.exe")) return;
+    std::u16string name, path;
+    if (!GetObjectName(HandleOf(record), fileType_, name, record.processId) || name.empty()) return;
+    name = drives_.WithDeviceName(name);
+    if (!IsOnKnownDevice(name) || !drives_.GetFsFileName(name, path)) return;
+    if (!IsSameOrBelow(path, firstPath_) && !IsSameOrBelow(path, secondPath_)) return;
+    lastLockingProcess = process;
+    Record(path);
+  }
+
+  void Record(const std::u16string& path) {
+    char16_t* const slot = locked_.At(locked_.count);
+    const std::size_t length = std::min<std::size_t>(path.size(), LockedPaths::kPathCharacters - 1);
+    path.copy(slot, length);
+    slot[length] = u'\0';
+    ++locked_.count;
+  }
+
+  static int FileType() {
+    int number = 0;
+    GetObjectTypeNumber(u"File", number);
+    return number;
+  }
+
+  const std::u16string firstPath_, secondPath_;
+  LockedPaths& locked_;
+  const int fileType_ = FileType();
+  const DriveMap drives_;
+  SystemProcessInformation processes_;
+  HandleList handles_{HandleFilter{}};
+};
+
+win32::LONG ExceptionHandler(win32::DWORD code) {
+  Trace(u"\n ===>>> In ExceptionHandler:: Caught exception");
+  switch (code) {
+    case win32::EXCEPTION_ACCESS_VIOLATION:
+      Trace(u"\n EXCEPTION_ACCESS_VIOLATION");
+      break;
+    case win32::EXCEPTION_STACK_OVERFLOW:
+      Trace(u"\n EXCEPTION_STACK_OVERFLOW");
+      break;
+    case win32::EXCEPTION_BREAKPOINT:
+      Trace(u"\n EXCEPTION_BREAKPOINT");
+      break;
+    case win32::EXCEPTION_ARRAY_BOUNDS_EXCEEDED:
+      Trace(u"\n EXCEPTION_ARRAY_BOUNDS_EXCEEDED");
+      break;
+    default:
+      Trace(FormatText(u"\n UNKNOWN_EXCEPTION. Error Code: %d", code).c_str());
+  }
+  return win32::EXCEPTION_EXECUTE_HANDLER;
+}
+
+// The walk's buffers belong to `walk`, outside of the call that an exception may end.
+void GetLockedFilesList(Walk& walk) {
+  Trace(u"\n Inside unmanaged GetLockedFilesList()");
+  if (!win32::CallWithExceptionFilter([](void* context) { static_cast<Walk*>(context)->Run(); }, &walk,
+                                      ExceptionHandler))
+    Trace(u"\n Exception in unmanaged GetLockedFilesList()");
+  Trace(u"\n Outside unmanaged GetLockedFilesList()");
+}
+
+}  // namespace
+
+int GetLockedFilesAndFoldersList(const char16_t* firstPath, const char16_t* secondPath, LockedPaths& locked) {
+  Trace(u"\n Start of unmanaged GetLockedFilesAndFoldersList()");
   locked.count = 0;
+  lastLockingProcess.clear();
+  try {
+    Trace(u"\n Unmanaged GetLockedFilesAndFoldersList():: Before GetLockedFilesList()");
+    Walk walk(firstPath, secondPath, locked);
+    GetLockedFilesList(walk);
+    Trace(u"\n Unmanaged GetLockedFilesAndFoldersList():: After GetLockedFilesList()");
+    Trace(u"\n Unmanaged GetLockedFilesAndFoldersList():: Added empty record");  // traced although none is added
+  } catch (const std::exception&) {
+    Trace(u"\n Exception in GetLockedFilesAndFoldersList()");
+  }
+  Trace(u"\n End of unmanaged GetLockedFilesAndFoldersList()");
   return 0;
 }
+
+const std::u16string& LastLockingProcess() { return lastLockingProcess; }

@@ -5,8 +5,6 @@
 
 namespace {
 
-constexpr const char16_t* kProductService = u"QuillbayService";
-
 struct OpenedService {
   win32::UniqueService manager;
   win32::UniqueService service;
@@ -73,7 +71,7 @@ bool ControlServiceAndWait(const char16_t* name, win32::DWORD code) {
 }
 
 bool StartQuillbayService() {
-  const OpenedService opened = Open(kProductService, win32::SC_MANAGER_ALL_ACCESS, win32::SERVICE_ALL_ACCESS);
+  const OpenedService opened = Open(kQuillbayService, win32::SC_MANAGER_ALL_ACCESS, win32::SERVICE_ALL_ACCESS);
   if (!opened || !SetStartType(opened.service, win32::SERVICE_AUTO_START)) return false;
   if (!win32::StartServiceW(opened.service.get(), 0, nullptr) &&
       win32::GetLastError() != win32::ERROR_SERVICE_ALREADY_RUNNING)
@@ -87,7 +85,8 @@ bool DisableQuillbayService() {
     Log(u"OpenSCManager failed (%d)\n", win32::GetLastError());
     return false;
   }
-  const win32::UniqueService service{win32::OpenServiceW(manager.get(), kProductService, win32::SERVICE_CHANGE_CONFIG)};
+  const win32::UniqueService service{
+      win32::OpenServiceW(manager.get(), kQuillbayService, win32::SERVICE_CHANGE_CONFIG)};
   if (!service) {
     Log(u"OpenService failed (%d)\n", win32::GetLastError());
     return false;

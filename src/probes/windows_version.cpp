@@ -75,3 +75,8 @@ int GetWindowsVersionCode() {
     if (entry.nt == nt && entry.major == version->major && entry.minor == version->minor) return entry.code;
   return 0;
 }
+
+win32::DWORD GetWindowsMajorVersion() {
+  const auto version = Query();
+  return version ? version->major : 0;
+}

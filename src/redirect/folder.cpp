@@ -3,15 +3,18 @@
 #include <exception>
 
 #include "cli/console.h"
-#include "cli/not_built.h"
 #include "fsops/backup_copy.h"
 #include "fsops/mounted_folder.h"
 #include "fsops/move_tree.h"
 #include "fsops/security.h"
+#include "fsops/volume_paths.h"
 #include "log/log.h"
 #include "probes/privileges.h"
 #include "redirect/created_folders.h"
+#include "redirect/folder_on_volume.h"
+#include "redirect/folder_steps.h"
 #include "redirect/junction.h"
+#include "redirect/outcome.h"
 #include "redirect/path_text.h"
 #include "redirect/records.h"
 #include "validate/file_list.h"
@@ -20,30 +23,11 @@
 
 namespace {
 
-constexpr unsigned kErrorsLoggedIn = 137;
 constexpr unsigned kRemovalFailed = 139;
 constexpr unsigned kRemovalSucceeded = 140;
 constexpr unsigned kRedirectionSucceeded = 147;
 constexpr unsigned kRedirectionFailed = 148;
 constexpr unsigned kAdministratorsOnly = 179;
-constexpr unsigned kTargetExists = 183;
-constexpr const char16_t* kVolumeForm = u"the redirection of a folder to a volume";
-
-// The end of a command that succeeded or failed, on the console and in the log.
-int Succeed(unsigned result) {
-  const std::u16string text = LoadResourceString(result);
-  ConsolePrint(text);
-  Log(u"%ls", text);
-  return 0;
-}
-
-int Fail(unsigned result) {
-  const std::u16string text = LoadResourceString(result);
-  ConsoleFormatString(kErrorsLoggedIn, LogPath());
-  ConsoleFormat(u"\n%ls", text);
-  Log(u"%ls", text);
-  return 1;
-}
 
 bool IsAdministrator() {
   if (IsMemberOfAdministrators()) return true;
@@ -55,8 +39,6 @@ bool IsAdministrator() {
 std::u16string RealTarget(const std::u16string& source, const std::u16string& target) {
   return source.find(u'\\') == std::u16string::npos ? target : JoinPath(target, LastComponent(source));
 }
-
-bool Exists(const std::u16string& path) { return win32::PathFileExistsW(path.c_str()) != win32::FALSE; }
 
 void LogSamePlace(const std::u16string& source, const std::u16string& target) {
   Log(u"Checking source folder equals to target.\nSource: %ls Target: %ls #ERROR: Cannot redirect when Source and "
@@ -100,18 +82,7 @@ class FolderRedirection {
 };
 
 bool FolderRedirection::MayRedirect() const {
-  // With "..", the last component would not be the folder's name, and a folder inside another would not look like it.
-  for (const std::u16string& path : {source_, target_})
-    if (HasDotComponents(path)) {
-      Log(u"#ERROR: The selected folder %ls is a relative path. Browse to a different location", path);
-      return false;
-    }
-  // Windows itself would take the odd parts away, but not from the path that a junction holds: it would lead nowhere.
-  for (const std::u16string& path : {source_, target_})
-    if (!IsPlainPath(path)) {
-      Log(u"#ERROR:Invalid path : %ls", path);
-      return false;
-    }
+  if (!IsUsablePath(source_) || !IsUsablePath(target_)) return false;
   if (!FindJunctionRegKey(source_.c_str(), realTarget_.c_str(), 0).empty()) {
     Log(u"#ERROR: Junction already exists for Source = %ls and Target = %ls.", source_, realTarget_);
     return false;
@@ -143,7 +114,7 @@ bool FolderRedirection::TargetMayBeUsed() const {
         source_, realTarget_);
     return false;
   }
-  return !Exists(realTarget_) || TargetIsPlainFolder();
+  return !PathExists(realTarget_) || TargetIsPlainFolder();
 }
 
 // An existing real target: a folder, no link, and not the source by another name (a short one, another letter case).
@@ -169,25 +140,25 @@ bool FolderRedirection::TargetIsPlainFolder() const {
 }
 
 bool FolderRedirection::MakeTarget() {
-  const int result = win32::SHCreateDirectoryExW(nullptr, realTarget_.c_str(), nullptr);
-  if (result == static_cast<int>(win32::ERROR_ALREADY_EXISTS) || result == static_cast<int>(win32::ERROR_FILE_EXISTS)) {
-    // It may have come since it was looked for.
-    targetStoodThere_ = true;
-    if (!TargetIsPlainFolder()) return false;
-    ConsoleFormatString(kTargetExists, realTarget_);
-    return true;
+  const FolderMade made = MakeFolder(realTarget_);
+  if (made == FolderMade::Failed) {
+    Log(u"#ERROR: Failed To Create Target Folder: %ls", realTarget_);
+    created_.RemoveIfEmpty();
+    return false;
   }
-  if (result == static_cast<int>(win32::ERROR_SUCCESS)) return true;
-  Log(u"#ERROR: Failed To Create Target Folder: %ls", realTarget_);
-  created_.RemoveIfEmpty();
-  return false;
+  targetStoodThere_ = made == FolderMade::StoodThere;
+  if (!targetStoodThere_) return true;
+  // It may have come since it was looked for.
+  if (!TargetIsPlainFolder()) return false;
+  SayThatTargetExists(realTarget_);
+  return true;
 }
 
 bool FolderRedirection::MoveContents() {
   if (MoveDirectoryTree(source_, realTarget_, copyNtfsPermissions_, copyShares_, 0, 0, targetStoodThere_ ? 0 : 1,
                         moved_))
     return true;
-  Log(u"#ERROR: Unable to move files and folders from Source = %ls to Target = %ls.", source_, realTarget_);
+  LogMoveFailed(source_, realTarget_);
   RemoveTargetIfEmpty();
   return false;
 }
@@ -233,7 +204,7 @@ void FolderRedirection::RemoveTargetIfEmpty() const {
 
 // A junction that could not be made takes the empty folder with it.
 void FolderRedirection::MakeSourceAgain() const {
-  if (Exists(source_)) return;
+  if (PathExists(source_)) return;
   win32::CreateDirectoryW(source_.c_str(), nullptr);
   if (copyNtfsPermissions_) BackupCopyItem(realTarget_, source_, {.isDirectory = true});
   RestoreRemovedSecurityInfo(sourceSecurity_);
@@ -275,11 +246,11 @@ std::u16string FolderRemoval::RecordedTarget(const std::u16string& source, std::
 }
 
 bool FolderRemoval::MayRemove() const {
-  if (!Exists(source_)) {
+  if (!PathExists(source_)) {
     Log(u"#ERROR: Source = %ls Path Does Not Exist.", source_);
     return false;
   }
-  if (!Exists(target_)) {
+  if (!PathExists(target_)) {
     Log(u"#ERROR: Target = %ls Path Does Not Exist.", target_);
     return false;
   }
@@ -311,7 +282,7 @@ bool FolderRemoval::MoveContentsBack() {
   // What stood in the junction's place is an empty folder that only kept the place: the target's root comes back as
   // well.
   if (!MoveDirectoryTree(target_, source_, copyNtfsPermissions_, copyShares_, 0, 0, 1, moved_)) {
-    Log(u"#ERROR: Unable to move files and folders from Source = %ls to Target = %ls.", source_, target_);
+    LogMoveFailed(source_, target_);
     PutJunctionBack();
     return false;
   }
@@ -345,6 +316,31 @@ void FolderRemoval::PutJunctionBack() const {
     Log(u"#ERROR: Unable to create junction for Source = %ls and Target = %ls.", source_, junctionTarget_);
 }
 
+bool RedirectFolderToFolder(const std::u16string& source, const char16_t* target, int copyNtfsPermissions,
+                            int copyShares) {
+  FolderRedirection redirection(source, target, copyNtfsPermissions, copyShares);
+  return redirection.MayRedirect() && redirection.MakeTarget() && redirection.MoveContents() &&
+         redirection.LeaveJunction();
+}
+
+bool RemoveFolderFromFolder(const std::u16string& source, const std::u16string& target, int copyNtfsPermissions,
+                            int copyShares) {
+  FolderRemoval removal(source, target, copyNtfsPermissions, copyShares);
+  if (!removal.MayRemove() || !removal.TakeJunctionAway() || !removal.MoveContentsBack() || !removal.ForgetRecord())
+    return false;
+  removal.RemoveEmptyTarget();
+  return true;
+}
+
+// A path by a volume's name becomes the one by the folder or letter that it is mounted on.
+bool ToNormalPath(std::u16string& path) {
+  if (!IsVolumePath(path.c_str())) return true;
+  std::u16string given = path;
+  if (VolumePathToNormalPath(given, path)) return true;
+  Log(u"#ERROR: Volume Path to Normal Path Conversion Failed.");
+  return false;
+}
+
 }  // namespace
 
 int RedirectFolder(const char16_t* source, const char16_t* target, int copyNtfsPermissions, int copyShares) try {
@@ -361,11 +357,10 @@ int RedirectFolder(const char16_t* source, const char16_t* target, int copyNtfsP
     Log(u"#ERROR: The folder %ls is already redirected. Browse to a different location.", source);
     return Fail(kRedirectionFailed);
   }
-  if (IsVolumePath(target)) return AnswerNotBuilt(kVolumeForm);
-
-  FolderRedirection redirection(WithoutTrailingBackslash(source), target, copyNtfsPermissions, copyShares);
-  const bool redirected = redirection.MayRedirect() && redirection.MakeTarget() && redirection.MoveContents() &&
-                          redirection.LeaveJunction();
+  const std::u16string folder = WithoutTrailingBackslash(source);
+  const bool redirected = IsVolumePath(target)
+                              ? RedirectFolderOntoVolume(folder, target, copyNtfsPermissions, copyShares)
+                              : RedirectFolderToFolder(folder, target, copyNtfsPermissions, copyShares);
   return redirected ? Succeed(kRedirectionSucceeded) : Fail(kRedirectionFailed);
 } catch (const std::exception&) {
   return Fail(kRedirectionFailed);
@@ -378,14 +373,15 @@ int RemoveFolderRedirection(const char16_t* source, const char16_t* target, int 
     Log(u"#ERROR: Target or Source path Missing");
     return 1;
   }
-  if (IsVolumePath(source) || IsVolumePath(target)) return AnswerNotBuilt(kVolumeForm);
-
-  FolderRemoval removal(WithoutTrailingBackslash(source), WithoutTrailingBackslash(target), copyNtfsPermissions,
-                        copyShares);
-  if (!removal.MayRemove() || !removal.TakeJunctionAway() || !removal.MoveContentsBack() || !removal.ForgetRecord())
-    return Fail(kRemovalFailed);
-  removal.RemoveEmptyTarget();
-  return Succeed(kRemovalSucceeded);
+  std::u16string folder = source, location = target, volume;
+  if (!ToNormalPath(folder)) return Fail(kRemovalFailed);
+  folder = WithoutTrailingBackslash(folder);
+  bool removed = false;
+  if (IsVolumeMountedAt(folder, location, volume))
+    removed = RemoveFolderFromVolume(folder, location, volume, copyNtfsPermissions, copyShares);
+  else if (ToNormalPath(location))
+    removed = RemoveFolderFromFolder(folder, WithoutTrailingBackslash(location), copyNtfsPermissions, copyShares);
+  return removed ? Succeed(kRemovalSucceeded) : Fail(kRemovalFailed);
 } catch (const std::exception&) {
   return Fail(kRemovalFailed);
 }

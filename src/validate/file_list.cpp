@@ -8,7 +8,6 @@
 #include "fsops/mounted_folder.h"
 #include "redirect/junction.h"
 #include "redirect/path_text.h"
-#include "validate/path_rules.h"
 #include "win32/win32.h"
 
 bool TreeEntry::IsDirectory() const { return (attributes & win32::FILE_ATTRIBUTE_DIRECTORY) != 0; }
@@ -161,4 +160,11 @@ int GetFileList(const std::u16string& folder, TreeListing& listing) try {
   return ListFolder(root, listing) ? 1 : 0;
 } catch (const std::exception&) {
   return 0;
+}
+
+LazyListing::LazyListing(const char16_t* root) : root_(root ? root : u"") {}
+
+const TreeListing* LazyListing::Get() {
+  if (state_ == State::NotRead) state_ = GetFileList(root_, listing_) ? State::Read : State::Failed;
+  return state_ == State::Read ? &listing_ : nullptr;
 }

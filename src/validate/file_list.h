@@ -33,7 +33,20 @@ struct TreeListing {
 // Lists everything below `folder`, which itself is not in the list - unless it is a junction or a symbolic link: then
 // it is the only entry. A mounted volume is entered when it is `folder`, and is a link below it. 0 when any folder
 // could not be read to its end; the listing is not to be used then.
+int GetFileList(const std::u16string& folder, TreeListing& listing);
+
+// A tree that is listed when it is first asked for, and once: the free-space rule and the scan read the same listing.
+class LazyListing {
+ public:
+  explicit LazyListing(const char16_t* root);
+  // Null when the tree cannot be listed.
+  const TreeListing* Get();
+
+ private:
+  std::u16string root_;
+  TreeListing listing_;
+  enum class State { NotRead, Read, Failed } state_ = State::NotRead;
+};
+
 // The reparse tag of a junction, mounted volume or symbolic link, from its find record; 0 for everything else.
 win32::DWORD LinkTagAt(const std::u16string& path);
-
-int GetFileList(const std::u16string& folder, TreeListing& listing);

@@ -9,6 +9,7 @@
 #include "cli/console.h"
 #include "fsops/mounted_folder.h"
 #include "log/log.h"
+#include "redirect/junction.h"
 #include "redirect/path_text.h"
 #include "win32/win32.h"
 
@@ -18,8 +19,9 @@ constexpr std::size_t kPathBuffer = 260;
 constexpr unsigned kWindowsFolderWarning = 180;
 constexpr unsigned kProgramFilesWarning = 181;
 
-// "c:\" for the path's drive; empty without a drive letter.
+// "c:\" for the path's drive; empty without a drive letter, and no system error then: Windows gives none.
 std::u16string DriveRoot(const char16_t* path) {
+  win32::SetLastError(win32::ERROR_SUCCESS);
   const int number = win32::PathGetDriveNumberW(path);
   if (number < 0) return {};
   return {static_cast<char16_t>(u'a' + number), u':', u'\\'};
@@ -58,10 +60,21 @@ std::u16string SpecialFolder(int csidl) {
 }
 
 // A folder that Windows does not name is contained in nothing and equal to nothing.
-bool Contains(const char16_t* path, const std::u16string& folder) {
-  return !folder.empty() && win32::StrStrIW(path, folder.c_str()) != nullptr;
+bool Contains(const std::u16string& path, const std::u16string& folder) {
+  return !folder.empty() && win32::StrStrIW(path.c_str(), folder.c_str()) != nullptr;
 }
-bool Is(const char16_t* path, const std::u16string& folder) { return !folder.empty() && EqualPaths(path, folder); }
+bool Is(const std::u16string& path, const std::u16string& folder) {
+  return !folder.empty() && EqualPaths(path, folder);
+}
+
+// The path without what makes no other folder of it: "\\?\", a backslash at the end, short names.
+std::u16string PlainName(const char16_t* path) {
+  std::u16string_view name = path;
+  if (HasExtendedPrefix(name)) name.remove_prefix(4);
+  std::u16string plain = WithoutTrailingBackslash(name), real;
+  const bool hasShortNames = plain.find(u'~') != std::u16string::npos;
+  return hasShortNames && GetFinalTargetPath(path, real) ? real : plain;
+}
 
 }  // namespace
 
@@ -89,11 +102,10 @@ bool DriveExists(const char16_t* path) {
 }
 
 bool IsDriveRoot(const char16_t* path) {
-  std::vector<std::u16string> drives;
-  LogicalDrives(drives);
-  for (const std::u16string& drive : drives)
-    if (EqualPaths(drive, path) || EqualPaths(drive.substr(0, 2), path)) return true;
-  return false;
+  std::u16string_view root = path;
+  if (HasExtendedPrefix(root)) root.remove_prefix(4);
+  if (root.ends_with(u'\\')) root.remove_suffix(1);
+  return root.size() == 2 && root[1] == u':' && win32::PathGetDriveNumberW(path) >= 0;
 }
 
 bool IsNetworkPath(const char16_t* path) {
@@ -125,12 +137,17 @@ std::u16string TrimAndUnquote(std::u16string_view path) {
   return text.c_str();  // unquoting shortens the text in its place
 }
 
+std::u16string FolderForm(std::u16string path) {
+  if (path.ends_with(u':')) path += u'\\';
+  return path;
+}
+
 int GetFileSystemType(const char16_t* path) {
   std::u16string root = path;
   if (!IsVolumePath(path)) {
     root = DriveRoot(path);
     if (root.empty()) {
-      LogNoDriveNumber(path);
+      Log(u"#ERROR: Unable to get Drive Number for path  = %ls.", path);
       return -1;
     }
   }
@@ -140,25 +157,28 @@ int GetFileSystemType(const char16_t* path) {
   return EqualPaths(fileSystem, u"NTFS") ? 1 : EqualPaths(fileSystem, u"FAT") ? 0 : -1;
 }
 
-int IsSystemFolder(const char16_t* path, int insideProductOnly, int quiet1, int quiet2) {
+int IsSystemFolder(const char16_t* path, int insideProductOnly, int quiet1, int quiet2) try {
   const std::u16string system = SpecialFolder(win32::CSIDL_SYSTEM);
   const std::u16string windows = SpecialFolder(win32::CSIDL_WINDOWS);
   const std::u16string programs = SpecialFolder(win32::CSIDL_PROGRAM_FILES);
   const std::u16string programsX86 = SpecialFolder(win32::CSIDL_PROGRAM_FILESX86);
-  if (Contains(path, system) || Is(path, windows) || Is(path, programs) || Is(path, programsX86)) {
+  const std::u16string name = PlainName(path);
+  if (Contains(name, system) || Is(name, windows) || Is(name, programs) || Is(name, programsX86)) {
     Log(u"#ERROR: %ls - Cannot redirect from or to Windows system folders. Browse to a different location.", path);
     return 1;
   }
-  const bool belowWindows = Contains(path, windows);
-  if (!belowWindows && !Contains(path, programs) && !Contains(path, programsX86)) return 0;
+  const bool belowWindows = Contains(name, windows);
+  if (!belowWindows && !Contains(name, programs) && !Contains(name, programsX86)) return 0;
   if (insideProductOnly) {
     const auto product = [](const std::u16string& folder) {
       return folder.empty() ? folder : folder + u"\\Velmora\\Rimehold";
     };
-    return Contains(path, product(programs)) || Contains(path, product(programsX86)) ? 0 : 1;
+    return Contains(name, product(programs)) || Contains(name, product(programsX86)) ? 0 : 1;
   }
   if (!quiet1 && !quiet2) ConsolePrint(LoadResourceString(belowWindows ? kWindowsFolderWarning : kProgramFilesWarning));
   return 0;
+} catch (const std::exception&) {
+  return 1;
 }
 
 int GetParentDirPath(const char16_t* path, std::u16string& parent) try {

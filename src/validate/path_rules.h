@@ -1,4 +1,4 @@
-// The rules for one path: each is a question to Windows. What a refusal is called is in validate.cpp.
+// What the rules ask Windows about one path. What a refusal is called is in single_path.cpp.
 #pragma once
 
 #include <cstddef>
@@ -9,12 +9,15 @@
 inline constexpr std::size_t kPathLengthLimit = 247;
 
 bool DriveExists(const char16_t* path);
-bool IsDriveRoot(const char16_t* path);    // "C:\" or "C:" of an existing drive
+bool IsDriveRoot(
+    const char16_t* path);  // "C:\" or "C:", with "\\?\" before it or without, whether there is such a drive or not
 bool IsNetworkPath(const char16_t* path);  // a UNC path, a path without a drive, or one on a network drive
 bool IsOnFixedOrRemovableDrive(const char16_t* path);
 bool IsRelativePath(const char16_t* path);  // blanks around it and quotes do not count
 // The path without the blanks around it and without its quotes.
 std::u16string TrimAndUnquote(std::u16string_view path);
+// A folder that a path was cut to, as Windows is asked about it: the bare "D:" would mean the drive's current folder.
+std::u16string FolderForm(std::u16string path);
 
 // 1 for NTFS, 0 for FAT, -1 for every other file system and when it cannot be told.
 int GetFileSystemType(const char16_t* path);

@@ -1,6 +1,8 @@
 #include "validate/prescan.h"
 
 #include <exception>
+#include <string_view>
+#include <unordered_set>
 
 #include "fsops/security.h"
 #include "log/log.h"
@@ -16,10 +18,26 @@ struct Counters {
   int notAccessible = 0;
 };
 
+// The locked paths, found without going through them for each item. Both an item and a locked path may have the "\\?\"
+// of long paths, or not.
+class LockedSet {
+ public:
+  explicit LockedSet(const LockedPaths* locked) {
+    for (int index = 0; locked && index < locked->count; ++index) keys_.insert(Key(locked->At(index)));
+  }
+  bool Holds(std::u16string_view path) const { return !keys_.empty() && keys_.contains(Key(path)); }
+
+ private:
+  static std::u16string Key(std::u16string_view path) {
+    if (HasExtendedPrefix(path)) path.remove_prefix(4);
+    return LowerAscii(path);
+  }
+  std::unordered_set<std::u16string> keys_;
+};
+
 class Scan {
  public:
-  Scan(bool checkLocks, bool allowSpecialCase, const LockedPaths& locked)
-      : checkLocks_(checkLocks), allowSpecialCase_(allowSpecialCase), locked_(locked) {}
+  Scan(const LockedPaths* locked, bool allowSpecialCase) : locked_(locked), allowSpecialCase_(allowSpecialCase) {}
 
   void Examine(const TreeEntry& item) {
     CheckAccess(item);
@@ -27,8 +45,7 @@ class Scan {
     const bool accessible = item.IsDirectory() || IsAccessible(item);
     if (locked || !accessible)
       Log(u"#ERROR: %ls - File or folder is used by another process.  Close any application that might be using the "
-          u"file or "
-          u"folder and try again.",
+          u"file or folder and try again.",
           item.path);
   }
   bool Passed() const { return counters_.notReadable + counters_.locked + counters_.notAccessible == 0; }
@@ -44,15 +61,8 @@ class Scan {
     ++counters_.notReadable;
   }
 
-  bool IsInLockedList(const TreeEntry& item) const {
-    if (!checkLocks_) return false;
-    for (int index = 0; index < locked_.count; ++index)
-      if (EqualPaths(item.path, locked_.At(index))) return true;
-    return false;
-  }
-
   bool IsLocked(const TreeEntry& item) {
-    if (!IsInLockedList(item)) return false;
+    if (!locked_.Holds(item.path)) return false;
     if (allowSpecialCase_ && item.IsDirectory()) {
       Log(u"#INFO: %ls - Folder locked but allowing it anyways (special case).", item.path);
       return false;
@@ -69,14 +79,21 @@ class Scan {
     return false;
   }
 
-  const bool checkLocks_;
+  const LockedSet locked_;
   const bool allowSpecialCase_;
-  const LockedPaths& locked_;
   const ImpersonatedCaller caller_;  // one token for the whole scan
   Counters counters_;
 };
 
 }  // namespace
+
+int PreScanListing(const TreeListing& listing, const LockedPaths* locked, int allowSpecialCase) try {
+  Scan scan(locked, allowSpecialCase != 0);
+  for (const TreeEntry& item : listing.entries) scan.Examine(item);
+  return scan.Passed() ? 1 : 0;
+} catch (const std::exception&) {
+  return 0;
+}
 
 int PreScanListing(const char16_t* source, const char16_t* target, const TreeListing* listing, int checkLocks,
                    int allowSpecialCase) try {
@@ -84,15 +101,14 @@ int PreScanListing(const char16_t* source, const char16_t* target, const TreeLis
     Log(u"#ERROR: Source path is missing.");
     return 0;
   }
-  LockedPaths locked;
   if (!listing) {
     Log(u"#ERROR: Unable to get list of files for path = %ls.", source);
     return 0;
   }
-  if (checkLocks) GetLockedFilesAndFoldersList(source, target, locked);
-  Scan scan(checkLocks != 0, allowSpecialCase != 0, locked);
-  for (const TreeEntry& item : listing->entries) scan.Examine(item);
-  return scan.Passed() ? 1 : 0;
+  if (!checkLocks) return PreScanListing(*listing, nullptr, allowSpecialCase);
+  LockedPaths locked;
+  GetLockedFilesAndFoldersList(source, target, locked);
+  return PreScanListing(*listing, &locked, allowSpecialCase);
 } catch (const std::exception&) {
   return 0;
 }

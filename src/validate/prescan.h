@@ -11,3 +11,7 @@ int PreScanSource(const char16_t* source, const char16_t* target, int checkLocks
 // The same on a listing of the source that was made before (null: it could not be made).
 int PreScanListing(const char16_t* source, const char16_t* target, const TreeListing* listing, int checkLocks,
                    int allowSpecialCase);
+
+struct LockedPaths;
+// The examination itself, against paths that are known to be locked (null: nobody was asked).
+int PreScanListing(const TreeListing& listing, const LockedPaths* locked, int allowSpecialCase);

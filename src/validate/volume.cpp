@@ -1,8 +1,10 @@
+// The rules for a volume that is to be mounted in a folder's place.
 #include <array>
 #include <exception>
 
 #include "log/log.h"
 #include "redirect/path_text.h"
+#include "validate/free_space.h"
 #include "validate/prescan.h"
 #include "validate/relations.h"
 #include "validate/validate.h"
@@ -33,7 +35,7 @@ bool IsMounted(const char16_t* volume) {
   return win32::GetLastError() == win32::ERROR_MORE_DATA;
 }
 
-// Only "access denied" counts as not writable.
+// Only "access denied" counts as not writable. A file of the probe's name is emptied and deleted.
 bool IsWritable(const char16_t* volume) {
   const std::u16string probe = std::u16string(volume) + u"temp.check";
   win32::UniqueFile file{win32::CreateFileW(probe.c_str(), win32::GENERIC_READ | win32::GENERIC_WRITE, 0, nullptr,
@@ -43,6 +45,21 @@ bool IsWritable(const char16_t* volume) {
   win32::DeleteFileW(probe.c_str());
   return true;
 }
+
+bool IsNtfs(const char16_t* volume) { return GetFileSystemType(volume) == 1; }
+bool IsNotMounted(const char16_t* volume) { return !IsMounted(volume); }
+
+struct VolumeRule {
+  bool (*holds)(const char16_t* volume);
+  FormatFor<const char16_t*> line;  // when it does not hold
+};
+
+// All are tried; nothing can be asked of a volume that does not exist.
+constexpr VolumeRule kRules[] = {
+    {IsNtfs, u"#ERROR: Volume %ls must be a NTFS formatted volume. Browse to a different location."},
+    {IsNotMounted, u"#ERROR: The selected volume %ls already mounted."},
+    {IsWritable, u"#ERROR: The selected volume %ls doesn't have write permission."},
+};
 
 bool HasRoomFor(const char16_t* source, const char16_t* volume, LazyListing& sourceTree) {
   std::uint64_t size = 0;
@@ -62,16 +79,9 @@ int ValidateVolume(const char16_t* volume) try {
     return 0;
   }
   int result = 1;
-  if (GetFileSystemType(volume) != 1) {
-    Log(u"#ERROR: Volume %ls must be a NTFS formatted volume. Browse to a different location.", volume);
-    result = 0;
-  }
-  if (IsMounted(volume)) {
-    Log(u"#ERROR: The selected volume %ls already mounted.", volume);
-    result = 0;
-  }
-  if (!IsWritable(volume)) {
-    Log(u"#ERROR: The selected volume %ls doesn't have write permission.", volume);
+  for (const VolumeRule& rule : kRules) {
+    if (rule.holds(volume)) continue;
+    Log(rule.line, volume);
     result = 0;
   }
   return result;

@@ -39,6 +39,14 @@ HANDLE FindFirstFileW(const char16_t* lpFileName, WIN32_FIND_DATAW* lpFindFileDa
 BOOL FindNextFileW(HANDLE hFindFile, WIN32_FIND_DATAW* lpFindFileData);
 BOOL FindClose(HANDLE hFindFile);
 
+// Sections of files: flProtect PAGE_READWRITE, dwDesiredAccess FILE_MAP_READ and FILE_MAP_WRITE, no name. A section
+// larger than the file makes the file as large.
+HANDLE CreateFileMappingW(HANDLE hFile, SECURITY_ATTRIBUTES* lpFileMappingAttributes, DWORD flProtect,
+                          DWORD dwMaximumSizeHigh, DWORD dwMaximumSizeLow, const char16_t* lpName);
+void* MapViewOfFile(HANDLE hFileMappingObject, DWORD dwDesiredAccess, DWORD dwFileOffsetHigh, DWORD dwFileOffsetLow,
+                    SIZE_T dwNumberOfBytesToMap);
+BOOL UnmapViewOfFile(const void* lpBaseAddress);
+
 // The control codes that both backends know: the three FSCTL_*_REPARSE_POINT and FSCTL_SET_SPARSE.
 BOOL DeviceIoControl(HANDLE hDevice, DWORD dwIoControlCode, void* lpInBuffer, DWORD nInBufferSize, void* lpOutBuffer,
                      DWORD nOutBufferSize, DWORD* lpBytesReturned, OVERLAPPED* lpOverlapped);

@@ -4,6 +4,7 @@
 #include <utility>
 
 #include "win32/file.h"
+#include "win32/internet.h"
 #include "win32/registry.h"
 #include "win32/security.h"
 #include "win32/service.h"
@@ -92,6 +93,13 @@ struct LocalMemoryTraits {
   static void Close(Type handle) { LocalFree(handle); }
 };
 
+struct InternetHandleTraits {
+  using Type = HINTERNET;
+  static Type None() { return nullptr; }
+  static bool IsValid(Type handle) { return handle != nullptr; }
+  static void Close(Type handle) { InternetCloseHandle(handle); }
+};
+
 struct SidTraits {
   using Type = PSID;
   static Type None() { return nullptr; }
@@ -106,6 +114,7 @@ using UniqueKey = UniqueHandle<KeyHandleTraits>;
 using UniqueService = UniqueHandle<ServiceHandleTraits>;
 using UniqueLibrary = UniqueHandle<LibraryTraits>;
 using UniqueLocalMemory = UniqueHandle<LocalMemoryTraits>;
+using UniqueInternet = UniqueHandle<InternetHandleTraits>;
 using UniqueSid = UniqueHandle<SidTraits>;
 
 }  // namespace win32

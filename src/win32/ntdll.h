@@ -67,7 +67,7 @@ struct SYSTEM_PROCESS_INFORMATION {
   DWORD HandleCount;
   DWORD SessionId;
   ULONG_PTR UniqueProcessKey;
-  BYTE Reserved2[152];  // sizes of memory and counts of input and output
+  BYTE Reserved2[144];  // sizes of memory and counts of input and output: 256 bytes in all
 };
 
 struct PROCESS_BASIC_INFORMATION {

@@ -31,6 +31,10 @@ BOOL LocalUnlock(HLOCAL hMem);
 HLOCAL LocalFree(HLOCAL hMem);
 HRESULT CoInitializeEx(void* pvReserved, DWORD dwCoInit);
 void CoUninitialize();
+HRESULT CoCreateGuid(GUID* pguid);
+// "{00000000-0000-0000-0000-000000000000}", digits and capitals; the number of characters with the terminator, 0 when
+// they do not fit.
+int StringFromGUID2(const GUID& rguid, char16_t* lpsz, int cchMax);
 
 HANDLE GetStdHandle(DWORD nStdHandle);                       // nStdHandle: STD_OUTPUT_HANDLE
 BOOL GetVersionExW(OSVERSIONINFOEXW* lpVersionInformation);  // dwOSVersionInfoSize 284 or 276, see OSVERSIONINFOEXW

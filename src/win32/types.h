@@ -73,6 +73,13 @@ union ULARGE_INTEGER {
   ULONGLONG QuadPart;
 };
 
+struct GUID {
+  DWORD Data1;
+  WORD Data2;
+  WORD Data3;
+  BYTE Data4[8];
+};
+
 struct LUID {
   DWORD LowPart;
   LONG HighPart;

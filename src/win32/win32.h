@@ -3,6 +3,7 @@
 
 #include "win32/file.h"
 #include "win32/handle.h"
+#include "win32/internet.h"
 #include "win32/net.h"
 #include "win32/ntdll.h"
 #include "win32/process.h"
@@ -12,3 +13,4 @@
 #include "win32/shell.h"
 #include "win32/system.h"
 #include "win32/volume.h"
+#include "win32/xml.h"

@@ -127,6 +127,17 @@ TEST_F(FilesAccess, SymbolicLinksNeedTheirPrivilege) {
   EXPECT_EQ(contract::AttributesError(u"C:\\two"), ERROR_FILE_NOT_FOUND);
 }
 
+TEST_F(FilesAccess, ALinkBetweenTwoRootsDoesNotMakeThemOne) {
+  ASSERT_TRUE(CreateDirectoryW(u"D:\\Other", nullptr));
+  ASSERT_TRUE(CreateDirectoryW(u"C:\\Beside", nullptr));
+  ASSERT_TRUE(emulated::CreateSymbolicLinkW(u"C:\\link", u"D:\\Other", SYMBOLIC_LINK_FLAG_DIRECTORY));
+  const UniqueFile through{
+      CreateFileW(u"C:\\link", GENERIC_READ, 7, nullptr, OPEN_EXISTING, FILE_FLAG_BACKUP_SEMANTICS, nullptr)};
+  EXPECT_TRUE(through);
+  EXPECT_NE(GetFileAttributesW(u"C:\\Beside"), INVALID_FILE_ATTRIBUTES);
+  EXPECT_EQ(GetFileAttributesW(u"C:\\Other"), INVALID_FILE_ATTRIBUTES);
+}
+
 TEST_F(FilesAccess, OtherProcessesKeepFilesOpen) {
   contract::Put(u"C:\\file");
   constexpr DWORD kOther = 0x500;

@@ -2,11 +2,10 @@
 // say.
 #include <gtest/gtest.h>
 
-#include <set>
-
 #include "cli/console.h"
 #include "probes/privileges.h"
 #include "redirect/folder.h"
+#include "support/every_call.h"
 #include "support/program.h"
 #include "support/tree.h"
 #include "win32/emulated/files/file_service.h"
@@ -101,9 +100,9 @@ TEST_F(FolderRedirectionTest, RefusesPathsThatAJunctionCannotHold) {
   struct Case {
     const char16_t *source, *location, *named;
   };
-  for (const Case& one : {Case{u"C:/Data", u"/loc:D:\\", u"C:/Data"}, Case{u"C:\\Data.", u"/loc:D:\\", u"C:\\Data."},
-                          Case{u"C:\\Data", u"/loc:D:\\T\\\\", u"D:\\T\\\\"},
-                          Case{u"C:\\Data", u"/loc:D:\\T \\", u"D:\\T \\"}}) {
+  for (const Case& one :
+       {Case{u"C:/Data", u"/loc:D:\\", u"C:/Data"}, Case{u"C:\\Data.", u"/loc:D:\\", u"C:\\Data."},
+        Case{u"C:\\Data", u"/loc:D:\\T\\\\", u"D:\\T\\\\"}, Case{u"C:\\Data", u"/loc:D:\\T \\", u"D:\\T \\"}}) {
     const auto run = RunProgram(*machine, {u"/RedirectFolder", one.source, one.location});
     ExpectFailure(run, u"#ERROR:Invalid path : " + std::u16string(one.named));
   }
@@ -251,41 +250,6 @@ TEST_F(FolderRedirectionTest, ATargetThatIsALinkIsRefused) {
   ExpectEachFileOnce("link");
 }
 
-TEST_F(FolderRedirectionTest, VolumesAreForALaterBuild) {
-  for (const auto* direction : {u"/c", u"/d"}) {
-    const auto run = RunProgram(*machine, {u"/RedirectFolder", u"C:\\Data",
-                                           u"/vol:\\\\?\\Volume{11111111-2222-3333-4444-555555555555}\\", direction});
-    EXPECT_EQ(run.exitCode, 1);
-    EXPECT_EQ(run.said, u"\nThis build does not have the redirection of a folder to a volume yet.\n");
-    EXPECT_TRUE(run.Logged(u"#ERROR: This build does not have the redirection of a folder to a volume yet."));
-  }
-}
-
-TEST_F(FolderRedirectionTest, NestedRedirectionsKeepWorking) {
-  MakeFolder(u"D:\\Other");
-  ASSERT_EQ(RunProgram(*machine, {u"/RedirectFolder", u"C:\\Data\\inner", u"/loc:D:\\Other"}).exitCode, 0);
-  const auto outer = Redirect();
-  ASSERT_EQ(outer.exitCode, 0) << emulated::Utf8(outer.log);
-  EXPECT_EQ(Record(u"1", u"Source"), u"D:\\Target\\Data\\inner");
-  EXPECT_EQ(Record(u"1", u"Target"), u"D:\\Other\\inner");
-  EXPECT_EQ(Contents(u"C:\\Data\\inner\\two.bin"), std::string(70000, 'x'));
-  ASSERT_EQ(Remove().exitCode, 0);
-  EXPECT_EQ(Record(u"1", u"Source"), u"C:\\Data\\inner");
-  EXPECT_EQ(RunProgram(*machine, {u"/RedirectFolder", u"C:\\Data\\inner", u"/loc:D:\\Other", u"/d"}).exitCode, 0);
-  EXPECT_EQ(Contents(u"C:\\Data\\inner\\two.bin"), std::string(70000, 'x'));
-}
-
-TEST_F(FolderRedirectionTest, AFileInUseStopsTheMoveOfAllAndIsNamed) {
-  const auto before = test::DescribeTree(u"C:\\Data");
-  const auto held =
-      machine->files().OpenForeign(4242, u"C:\\Data\\inner\\two.bin", win32::GENERIC_READ, win32::FILE_SHARE_READ);
-  ASSERT_TRUE(held);
-  const auto run = Redirect();
-  ExpectFailure(run, u"two.bin");
-  EXPECT_EQ(test::DescribeTree(u"C:\\Data"), before);
-  EXPECT_FALSE(Exists(u"D:\\Target\\Data"));
-}
-
 TEST_F(FolderRedirectionTest, RemovalNeedsWhatWasRedirected) {
   const auto refused = [&](std::initializer_list<std::u16string> words, const std::u16string& logged) {
     const auto run = RunProgram(*machine, words);
@@ -324,47 +288,16 @@ TEST_F(FolderRedirectionTest, AFailedRemovalPutsTheJunctionBack) {
 // Whichever call of the command fails: no file is lost, success means success, and a failure is told.
 class EveryCall : public FolderRedirectionTest {
  protected:
-  // Runs the command on this machine once as it is and then, each time on the same disks, with another of its calls
-  // refused.
   template <typename Command>
   void FailEach(Command command, bool redirectedAfterwards) {
-    const test::Disks disks = machine->Snapshot();
-    const std::vector<std::string> calls = CallsOf(command);
-    ASSERT_GT(calls.size(), 100u);
-    for (std::size_t i = 0; i < calls.size() && !HasFailure(); ++i) {
-      if (IsBesideThePoint(calls[i])) continue;
-      test::Disks copies;
-      for (const auto& [name, device] : disks) copies[name] = device->Clone();
-      machine.reset();
-      machine = test::BootFrom(std::move(copies));
-      machine->gate.FailCall(i + 1, win32::ERROR_ACCESS_DENIED);
-      const test::RunResult run = command();
-      machine->gate.ClearFailures();
-      const std::string when = calls[i] + ", call " + std::to_string(i + 1) + ": " + emulated::Utf8(run.log);
+    test::WithEachCallRefused(machine, command, [&](const test::RunResult& run, const std::string& when) {
       ExpectEachFileOnce(when);
       ASSERT_TRUE(run.exitCode == 0 || run.exitCode == 1) << when;
       if (run.exitCode == 0) {
         EXPECT_EQ(IsJunctionNow(u"C:\\Data"), redirectedAfterwards) << when;
         EXPECT_EQ(RecordCount(), redirectedAfterwards ? 1u : 0u) << when;
       }
-    }
-  }
-
- private:
-  // Loading texts, and a memory block that nobody else would free.
-  static bool IsBesideThePoint(const std::string& call) {
-    static const std::set<std::string> names{"FindResourceExW", "LoadResource", "LockResource", "SizeofResource",
-                                             "NetApiBufferFree"};
-    return names.contains(call);
-  }
-
-  template <typename Command>
-  std::vector<std::string> CallsOf(Command command) {
-    std::vector<std::string> calls;
-    machine->gate.Observe([&](const char* name, std::uint64_t) { calls.emplace_back(name); });
-    EXPECT_EQ(command().exitCode, 0);
-    machine->gate.Observe({});
-    return calls;
+    });
   }
 };
 

@@ -57,6 +57,25 @@ def check_version(checks, resources):
     checks.equal("file and product version are 2.34.1110.486", versions, (2 << 16 | 34, 1110 << 16 | 486) * 2)
 
 
+def check_default_config(checks, resources):
+    in_exe = {key: data for key, data in resources.items() if key[0] == made.CONFIG_TYPE}
+    config = made.read_config(RESOURCES / "ServiceConfig.xml", made.read_version(RESOURCES / "version.txt"))
+    checks.equal("default configuration file is the Linux build's", in_exe,
+                 {(made.CONFIG_TYPE, made.CONFIG_ID, made.CONFIG_LANGUAGE): config})
+    checks.equal("default configuration file is UTF-16LE with CR LF and tabs",
+                 (config[:2], b"\n" in config.replace("\r\n".encode("utf-16-le"), b""), "  " in config.decode("utf-16")),
+                 (b"\xff\xfe", False, False))
+    root = xml.fromstring(config)
+    texts = [[(section.tag, child.tag, child.text) for child in section] for section in root]
+    checks.equal("default configuration file holds the defaults", (root.tag, sum(texts, [])), ("VelmoraQuillbayConfig", [
+        ("Meta", "ProductVersion", "2.34.1110.486"), ("Meta", "ConfigVersion", "1"),
+        ("UserProfileRedirection", "ProfileStatus", "0"),
+        ("UserProfileRedirection", "DefaultNewUserProfileDirectory", "\n\t\t"),
+        ("UserProfileRedirection", "DefaultProfilePath", None),
+        ("OutDir", "Status", "0"), ("OutDir", "Type", "AbsoluteDir"), ("OutDir", "BaseDir", "\n\t\t"),
+        ("OutDir", "SubDir", "Quillbay\\RegistryData")]))
+
+
 def check_strings(checks, resources):
     strings = made.read_strings(RESOURCES / "strings.txt")
     in_exe = {(name, language): data for (kind, name, language), data in resources.items() if kind == made.RT_STRING}
@@ -79,6 +98,7 @@ def main():
     check_manifest(checks, resources)
     check_version(checks, resources)
     check_strings(checks, resources)
+    check_default_config(checks, resources)
     return checks.finish()
 
 

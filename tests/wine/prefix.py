@@ -90,9 +90,16 @@ class Prefix:
     def has_key(self, key):
         return self.run("reg", "query", key).code == 0
 
+    def host_path(self, windows_path):
+        """Where a path of drive C lies."""
+        return self.drive_c / windows_path.removeprefix("C:\\").replace("\\", "/")
+
+    def has_file(self, windows_path):
+        return self.host_path(windows_path).is_file()
+
     def place(self, source, windows_path):
         """Copies a file of ours to a path on drive C."""
-        target = self.drive_c / windows_path.removeprefix("C:\\").replace("\\", "/")
+        target = self.host_path(windows_path)
         target.parent.mkdir(parents=True, exist_ok=True)
         shutil.copy(source, target)
         return target

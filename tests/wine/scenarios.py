@@ -1,10 +1,12 @@
 """What an administrator sees of QBC.exe: console, exit code, log, registry. Each scenario takes its world."""
+import contextlib
 import re
 
 STATUS_KEY = "HKLM\\Software\\Velmora\\Rimehold 6"
 RECORDS_32 = "HKLM\\Software\\Wow6432Node\\Velmora\\Quillbay"
 RECORDS_64 = "HKLM\\Software\\Velmora\\Quillbay"
 SERVICE_FOLDER = "C:\\Program Files\\Velmora\\Quillbay"
+SERVICE = SERVICE_FOLDER + "\\QuillbayService.exe"
 INSTANCE_MUTEX = "Global\\2092F29F_EEFF_48f5_B562_9E33D2E6471A"
 # The commands in the help's order: name (with aliases) and usage text, by string number.
 HELP_ORDER = [(121, 122), (119, 120), (117, 118), (115, 116), (113, 114), (111, 112), (109, 110), (107, 108),
@@ -19,6 +21,36 @@ class World:
 
     def qbc(self, *arguments):
         return self.prefix.run(self.build / "QBC.exe", *arguments)
+
+    @property
+    def log(self):
+        return self.prefix.drive_c / "Program Files" / "Velmora" / "Quillbay" / "QBC.log"
+
+    def install_service(self):
+        """The service, which says where the log lies, unless an earlier scenario has put it there."""
+        if not self.prefix.has_file(SERVICE):
+            self.prefix.place(self.build / "wine" / "service.exe", SERVICE)
+            self.prefix.create_service("QuillbayService", SERVICE)
+
+    def qbc_logged(self, *arguments):
+        """One run: its result and the text that it added to the log."""
+        before = self.log.stat().st_size if self.log.is_file() else 0
+        result = self.qbc(*arguments)
+        added = self.log.read_bytes()[before:].decode("utf-16-le") if self.log.is_file() else ""
+        return result, added.removeprefix("\ufeff")
+
+    @contextlib.contextmanager
+    def helper(self, name, *arguments):
+        """A small program that says "held" and holds what it is told to until we let go of it."""
+        process = self.prefix.start(self.build / "wine" / name, *arguments)
+        try:
+            if process.stdout.readline().strip() != b"held":
+                raise RuntimeError(f"{name} {' '.join(arguments)} holds nothing")
+            yield
+        finally:
+            process.stdin.close()
+            process.wait(timeout=30)
+            process.stdout.close()
 
     def expect(self, name, result, text, code):
         """One run: all that the console shows, and the exit code."""
@@ -68,13 +100,11 @@ def rimehold_status(world):
 
 
 def log_file(world):
-    checks, drive = world.checks, world.prefix.drive_c
-    log = drive / "Program Files" / "Velmora" / "Quillbay" / "QBC.log"
+    checks, drive, log = world.checks, world.prefix.drive_c, world.log
     world.qbc("/nothing")
     checks.equal("no service, no log anywhere", [str(p) for p in drive.rglob("QBC.log")], [])
 
-    world.prefix.place(world.build / "wine" / "service.exe", SERVICE_FOLDER + "\\QuillbayService.exe")
-    world.prefix.create_service("QuillbayService", SERVICE_FOLDER + "\\QuillbayService.exe")
+    world.install_service()
     world.qbc("/GetRHStatus")
     if not checks.true("log beside the service's executable", log.is_file()):
         return
@@ -144,13 +174,8 @@ def deny_only_administrator(world):
 
 
 def second_instance(world):
-    holder = world.prefix.start(world.build / "wine" / "hold_mutex.exe", INSTANCE_MUTEX)
-    try:
-        world.checks.equal("another process holds the mutex", holder.stdout.readline().strip(), b"held")
+    with world.helper("hold_mutex.exe", INSTANCE_MUTEX):
         world.expect("a second instance", world.qbc("/ver"), "QBC: another instance is already running", 1)
-    finally:
-        holder.stdin.close()
-        holder.wait(timeout=30)
     world.checks.equal("the instance after it runs", world.qbc("/ver").code, 0)
 
 
@@ -164,12 +189,10 @@ def refused_redirection(world):
         file.parent.mkdir(parents=True, exist_ok=True)
         file.write_bytes(content)
     (drive / "Redirected").mkdir()
-    log = drive / "Program Files" / "Velmora" / "Quillbay" / "QBC.log"
+    world.install_service()
     for case, switches, reason in (("move fails", (), "#ERROR: Unable to move files and folders from"),
                                    ("junction fails", ("/-NTFS",), "#ERROR: Unable to create junction for")):
-        before = log.stat().st_size
-        result = world.qbc("/RedirectFolder", "C:\\Data", "/loc:C:\\Redirected", *switches)
-        logged = log.read_bytes()[before:].decode("utf-16-le")
+        result, logged = world.qbc_logged("/RedirectFolder", "C:\\Data", "/loc:C:\\Redirected", *switches)
         checks.equal(f"{case}: exit code", result.code, 1)
         last_lines = s[137].replace("%ls", SERVICE_FOLDER + "\\QBC.log") + "\n" + s[148]
         checks.true(f"{case}: the console says so", result.text.rstrip().endswith(last_lines), result.text)
@@ -179,9 +202,56 @@ def refused_redirection(world):
         checks.true(f"{case}: no record was made", not world.prefix.has_key(f"{RECORDS_32}\\Junctions\\1"))
 
 
+USED = ("#ERROR: %s - File or folder is used by another process.  Close any application that might be using the file or "
+        "folder and try again.")
+LOCKED = "#INFO: %s - File or Folder is locked."
+NOT_ACCESSIBLE = "#INFO: %s - File is not accessible."
+
+
+def redirect_work(world):
+    """One redirection of C:\\Work: exit code, what the log says of its items, whether it gives the reason, and whether
+    everything is where it was."""
+    work = world.prefix.drive_c / "Work"
+    before = files_below(work)
+    result, logged = world.qbc_logged("/RedirectFolder", "C:\\Work", "/loc:C:\\Elsewhere")
+    lines = [LOG_ENTRY.sub("", line) for line in logged.split("\r\n")]
+    # Wine names the entries of a folder in an order of its own.
+    items = sorted(line for line in lines if re.match(r"#\w+: C:\\Work\\\S+ - ", line))
+    reason = "#ERROR: PreScanning failed for Source = C:\\Work and Target = C:\\Elsewhere\\Work." in lines
+    unchanged = files_below(work) == before and not (world.prefix.drive_c / "Elsewhere" / "Work").exists()
+    return result.code, items, reason, unchanged
+
+
+def files_in_use(world):
+    """Other programs hold files and folders open: each of them is named, and nothing moves."""
+    world.install_service()
+    for name in ("held.txt", "shared.txt", "looked_at.txt", "free.txt", "open/inner.txt"):
+        file = world.prefix.drive_c / "Work" / name
+        file.parent.mkdir(parents=True, exist_ok=True)
+        file.write_text(name)
+    (world.prefix.drive_c / "Elsewhere").mkdir()
+    held, shared, looked_at, folder = (f"C:\\Work\\{name}" for name in ("held.txt", "shared.txt", "looked_at.txt", "open"))
+
+    def refused_for(*lines):
+        return 1, sorted(lines), True, True
+    one = [text % held for text in (LOCKED, NOT_ACCESSIBLE, USED)]
+    with world.helper("hold_open.exe", held, "read", "none"):
+        world.checks.equal("a file held without sharing", redirect_work(world), refused_for(*one))
+        # On Windows the name query of this pipe never comes back; whatever happens, the answer stays the same.
+        with world.helper("hold_pipe.exe"):
+            wrong = [answer for answer in (redirect_work(world) for _ in range(20)) if answer != refused_for(*one)]
+        world.checks.equal("20 times beside a pipe on which a read waits", wrong, [])
+        with world.helper("hold_open.exe", shared, "write", "rwd"), \
+             world.helper("hold_open.exe", looked_at, "attributes", "rwd"), \
+             world.helper("hold_open.exe", folder, "attributes", "rwd"):
+            world.checks.equal("all that is in use", redirect_work(world), refused_for(
+                *one, *(text % shared for text in (LOCKED, NOT_ACCESSIBLE, USED)),
+                *(text % path for path in (looked_at, folder) for text in (LOCKED, USED))))
+
+
 def files_below(folder):
     return {str(f.relative_to(folder)): f.read_bytes() for f in folder.rglob("*") if f.is_file()}
 
 
 ALL = [command_line, rimehold_status, log_file, record_lists, frozen_gate, deny_only_administrator, second_instance,
-       refused_redirection]
+       refused_redirection, files_in_use]

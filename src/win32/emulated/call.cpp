@@ -4,7 +4,9 @@
 #include <cstdio>
 #include <mutex>
 
+#include "win32/constants.h"
 #include "win32/emulated/machine.h"
+#include "win32/emulated/system/threads.h"
 
 namespace emulated {
 
@@ -45,6 +47,10 @@ void Gate::FailCallsFrom(std::string_view name, std::uint64_t nth, win32::DWORD 
   planned_.push_back({std::string(name), Count(name) + nth, true, error});
 }
 
+void Gate::RaiseInCall(std::string_view name, std::uint64_t nth, win32::DWORD exceptionCode) {
+  planned_.push_back({std::string(name), Count(name) + nth, false, exceptionCode, true});
+}
+
 void Gate::ClearFailures() { planned_.clear(); }
 
 std::uint64_t Gate::Count(std::string_view name) const {
@@ -81,6 +87,7 @@ win32::DWORD Gate::Enter(const CallSite& site) {
     const std::uint64_t number = plan.name.empty() ? total_ : Count(plan.name);
     if (number == plan.number || (plan.onwards && number > plan.number)) {
       ++failures_;
+      if (plan.raises) throw StructuredException{plan.error};
       return plan.error;
     }
   }
@@ -128,32 +135,44 @@ std::string TraceText(const char16_t* text) {
   return utf8 + '"';
 }
 
-Call::Call(const CallSite& site) : site_(site) {
-  Machine& machine = Machine::Current();
-  machine.lock.lock();
-  Gate& gate = machine.gate;
-  outermost_ = !gate.entered_;
-  if (!outermost_) return;
-  error_ = gate.Enter(site);
-  gate.entered_ = true;
-  tracing_ = static_cast<bool>(gate.printer_);
-  if (error_ != 0) SetLastError(error_);
+Call::Call(const CallSite& site) : site_(site), machine_(Machine::Current()) {
+  std::unique_lock lock(machine_.lock);
+  Gate& gate = machine_.gate;
+  const bool ending = CallingThreadIsEnding();
+  outermost_ = !gate.entered_ && !ending;
+  if (ending) error_ = win32::ERROR_ACCESS_DENIED;
+  if (outermost_) {
+    error_ = gate.Enter(site);
+    gate.entered_ = true;
+    tracing_ = static_cast<bool>(gate.printer_);
+    if (error_ != 0) SetLastError(error_);
+  }
+  lock.release();
 }
 
 Call::~Call() {
-  Machine& machine = Machine::Current();
   if (outermost_) {
-    machine.gate.entered_ = false;
+    machine_.gate.entered_ = false;
     if (tracing_) {
       std::string line = std::string(site_.name()) + '(' + arguments_ + ')';
       if (error_ != 0)
         line += " = refused";
       else if (!result_.empty())
         line += " = " + result_;
-      machine.gate.printer_(line + "  [" + std::to_string(LastError()) + ']');
+      machine_.gate.printer_(line + "  [" + std::to_string(LastError()) + ']');
     }
   }
-  machine.lock.unlock();
+  machine_.lock.unlock();
+}
+
+Call::Pause::Pause(Call& call) : machine_(call.machine_) {
+  machine_.gate.entered_ = false;
+  machine_.lock.unlock();
+}
+
+Call::Pause::~Pause() {
+  machine_.lock.lock();
+  machine_.gate.entered_ = true;
 }
 
 win32::BOOL Call::Done(win32::DWORD error) {

@@ -22,6 +22,8 @@
 
 namespace emulated {
 
+class Machine;
+
 // One function of the interface; made once, on its first call.
 class CallSite {
  public:
@@ -44,6 +46,8 @@ class Gate {
   void FailCall(std::string_view name, std::uint64_t nth, win32::DWORD error);
   // Makes every further call of the name fail, from the nth on.
   void FailCallsFrom(std::string_view name, std::uint64_t nth, win32::DWORD error);
+  // Makes the nth call of the name (from now on) raise a structured exception (see CallWithExceptionFilter) instead.
+  void RaiseInCall(std::string_view name, std::uint64_t nth, win32::DWORD exceptionCode);
   void ClearFailures();
   // How many planned failures have happened.
   std::uint64_t failures() const { return failures_; }
@@ -67,8 +71,9 @@ class Gate {
     std::uint64_t number;
     bool onwards;
     win32::DWORD error;
+    bool raises = false;  // `error` is the code of a structured exception
   };
-  // Counts the call; the error that it is to fail with, or 0.
+  // Counts the call; the error that it is to fail with, or 0. Throws StructuredException where one is planned.
   win32::DWORD Enter(const CallSite& site);
 
   std::vector<std::uint64_t> counts_;
@@ -80,22 +85,39 @@ class Gate {
   Printer printer_;
 };
 
+// A structured exception on its way. Only CallWithExceptionFilter catches it; where there is none, the program ends, as
+// on Windows. On its way up it runs destructors, which on Windows it does not.
+struct StructuredException {
+  win32::DWORD code;
+};
+
 // How arguments look in a trace.
 std::string TraceText(const char16_t* text);
 std::string TraceText(const char* text);
 std::string TraceText(const void* pointer);
 std::string TraceText(std::uint64_t number);
 template <typename T>
-std::string TraceText(T value)
-  requires(std::is_integral_v<T> || std::is_enum_v<T>)
-{
+std::string TraceText(T value) requires(std::is_integral_v<T> || std::is_enum_v<T>) {
   return TraceText(static_cast<std::uint64_t>(value));
 }
 
 // One call on its way through the gate. A call that is made inside another (the emulated Windows calling itself) passes
-// freely: it is neither counted nor failed nor traced.
+// freely: it is neither counted nor failed nor traced. A thread that is being ended makes no call any more: whatever
+// its frames' destructors call is refused, and not counted either.
 class Call {
  public:
+  // While it lives, the call waits and other threads may make calls.
+  class Pause {
+   public:
+    explicit Pause(Call& call);
+    ~Pause();
+    Pause(const Pause&) = delete;
+    Pause& operator=(const Pause&) = delete;
+
+   private:
+    Machine& machine_;
+  };
+
   template <typename... Arguments>
   explicit Call(const CallSite& site, const Arguments&... arguments) : Call(site) {
     if (tracing_) ((arguments_ += arguments_.empty() ? TraceText(arguments) : ", " + TraceText(arguments)), ...);
@@ -128,6 +150,7 @@ class Call {
   void Result(std::string text) { result_ = std::move(text); }
 
   const CallSite& site_;
+  Machine& machine_;
   bool outermost_;
   bool tracing_ = false;
   win32::DWORD error_ = 0;
@@ -135,12 +158,16 @@ class Call {
   std::string result_;
 };
 
+// The id of the program's thread that is calling: kFirstThreadId, or one that CreateThread gave. For observers.
+inline constexpr win32::DWORD kFirstThreadId = 0x1C8;
+win32::DWORD CallingThreadId();
+
 // The calling thread's last error.
 win32::DWORD LastError();
 void SetLastError(win32::DWORD error);
 
 }  // namespace emulated
 
-#define WIN32_CALL(...)                            \
+#define WIN32_CALL(...)                             \
   static const ::emulated::CallSite site{__func__}; \
   ::emulated::Call call { site __VA_OPT__(, ) __VA_ARGS__ }

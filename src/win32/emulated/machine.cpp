@@ -6,6 +6,7 @@
 #include "win32/emulated/mount_manager.h"
 #include "win32/emulated/registry/registry.h"
 #include "win32/emulated/registry/services.h"
+#include "win32/emulated/system/threads.h"
 #include "win32/emulated/text.h"
 
 namespace emulated {
@@ -33,12 +34,14 @@ Machine::Machine()
     : now_(HostTime()),
       files_(std::make_unique<FileService>(*this)),
       registry_(std::make_unique<Registry>(*this)),
-      services_(std::make_unique<ServiceManager>(*this)) {
+      services_(std::make_unique<ServiceManager>(*this)),
+      threads_(std::make_unique<Threads>(*this)) {
   Machines().push_back(this);
   process = {0x1A4, u"program.exe", MakeAdministratorToken(SidFromText(kDefaultUser))};
 }
 
 Machine::~Machine() {
+  threads_->EndAll();
   objects.CloseAll(process.id);
   for (const Process& other : others) objects.CloseAll(other.id);
   foreignObjects.clear();

@@ -5,6 +5,7 @@
 #pragma once
 
 #include <cstdint>
+#include <cstdlib>
 #include <filesystem>
 #include <functional>
 #include <map>
@@ -27,6 +28,7 @@ namespace emulated {
 class FileService;     // files/file_service.h
 class Registry;        // registry/registry.h
 class ServiceManager;  // registry/services.h
+class Threads;         // system/threads.h
 
 // One volume of the machine, as the mount manager and the I/O manager name it.
 struct MountedVolume {
@@ -41,11 +43,12 @@ struct MountedVolume {
   bool frozen = false;
 };
 
-// A process of the machine: ours (the program) or a scripted one that holds files open.
+// A process of the machine: ours (the program) or a scripted one that holds files open (system/processes.h).
 struct Process {
   win32::DWORD id = 0;
   std::u16string image;  // u"QBC.exe"
   std::shared_ptr<Token> token;
+  bool isProtected = false;  // nobody may open it
 };
 
 // The program's own module: where it lies and what its resources are.
@@ -92,11 +95,14 @@ class Machine {
   FileService& files() { return *files_; }
   Registry& registry() { return *registry_; }
   ServiceManager& services() { return *services_; }
+  Threads& threads() { return *threads_; }
 
   // The process that the calls come from, and the others.
   Process process;
   std::vector<Process> others;
-  std::shared_ptr<Token> threadToken;  // while impersonating
+  // Called after each query for the table of all handles: scripted processes open, close and end behind it.
+  std::function<void()> onHandleTableRead;
+  std::shared_ptr<Token> threadToken;  // of the running thread, while it impersonates
   // The token that decides: the thread's when impersonating, else the process's.
   Token& EffectiveToken() { return threadToken ? *threadToken : *process.token; }
   ModuleImage module;
@@ -127,6 +133,8 @@ class Machine {
   std::vector<std::shared_ptr<Object>> foreignObjects;  // keeps scripted named objects alive
   // BackupRead stops at stream borders (see the architecture document) instead of filling the buffer across them.
   bool backupReadStopsAtStreams = false;
+  // What VirtualAlloc gave and VirtualFree has not taken back, by address.
+  std::map<const void*, std::unique_ptr<void, decltype(&std::free)>> virtualMemory;
 
  private:
   friend class Call;
@@ -135,6 +143,7 @@ class Machine {
   std::unique_ptr<FileService> files_;
   std::unique_ptr<Registry> registry_;
   std::unique_ptr<ServiceManager> services_;
+  std::unique_ptr<Threads> threads_;
 };
 
 // A handle value of the current process, or an object by handle.

@@ -3,8 +3,10 @@
 namespace emulated {
 
 win32::HANDLE ObjectTable::Insert(std::shared_ptr<Object> object, win32::DWORD processId, win32::ACCESS_MASK granted) {
+  while (entries_.contains(next_)) next_ += kStep;
   const std::uintptr_t value = next_;
-  next_ += 4;  // as on Windows the two low bits stay free
+  next_ += kStep;
+  if (next_ > 0xFFFC && entries_.size() < kFew) next_ = kFirst;
   ++object->handles_;
   entries_.emplace(value, HandleEntry{std::move(object), processId, granted});
   return reinterpret_cast<win32::HANDLE>(value);

@@ -100,6 +100,19 @@ BOOL FindNextFileW(HANDLE hFindFile, WIN32_FIND_DATAW* lpFindFileData) {
 
 BOOL FindClose(HANDLE hFindFile) { return ::FindClose(hFindFile); }
 
+HANDLE CreateFileMappingW(HANDLE hFile, SECURITY_ATTRIBUTES* lpFileMappingAttributes, DWORD flProtect,
+                          DWORD dwMaximumSizeHigh, DWORD dwMaximumSizeLow, const char16_t* lpName) {
+  return ::CreateFileMappingW(hFile, As<::SECURITY_ATTRIBUTES>(lpFileMappingAttributes), flProtect, dwMaximumSizeHigh,
+                              dwMaximumSizeLow, Wide(lpName));
+}
+
+void* MapViewOfFile(HANDLE hFileMappingObject, DWORD dwDesiredAccess, DWORD dwFileOffsetHigh, DWORD dwFileOffsetLow,
+                    SIZE_T dwNumberOfBytesToMap) {
+  return ::MapViewOfFile(hFileMappingObject, dwDesiredAccess, dwFileOffsetHigh, dwFileOffsetLow, dwNumberOfBytesToMap);
+}
+
+BOOL UnmapViewOfFile(const void* lpBaseAddress) { return ::UnmapViewOfFile(lpBaseAddress); }
+
 BOOL DeviceIoControl(HANDLE hDevice, DWORD dwIoControlCode, void* lpInBuffer, DWORD nInBufferSize, void* lpOutBuffer,
                      DWORD nOutBufferSize, DWORD* lpBytesReturned, OVERLAPPED* lpOverlapped) {
   return ::DeviceIoControl(hDevice, dwIoControlCode, lpInBuffer, nInBufferSize, lpOutBuffer, nOutBufferSize,

@@ -10,6 +10,9 @@ namespace {
 #undef WIN32_CONSTANT
 [[maybe_unused]] constexpr win32::WORD ours_RT_STRING = win32::RT_STRING;
 [[maybe_unused]] constexpr win32::WORD ours_RT_VERSION = win32::RT_VERSION;
+[[maybe_unused]] constexpr win32::NTSTATUS ours_STATUS_SUCCESS = win32::STATUS_SUCCESS;
+[[maybe_unused]] constexpr win32::NTSTATUS ours_STATUS_BUFFER_OVERFLOW = win32::STATUS_BUFFER_OVERFLOW;
+[[maybe_unused]] constexpr win32::NTSTATUS ours_STATUS_INFO_LENGTH_MISMATCH = win32::STATUS_INFO_LENGTH_MISMATCH;
 }  // namespace
 
 #include "win32/native/cast.h"
@@ -19,7 +22,11 @@ namespace {
 #include <objbase.h>
 #include <shellapi.h>
 #include <shlobj.h>
+#include <wininet.h>
 #include <winioctl.h>
+#include <winternl.h>
+
+#include <ntstatus.h>
 
 #define WIN32_CONSTANT(type, name, value) static_assert(ours_##name == static_cast<type>(name), #name);
 #include "win32/constants.inc"
@@ -81,6 +88,12 @@ SAME_SIZE(LARGE_INTEGER)
 SAME_MEMBER(LARGE_INTEGER, QuadPart)
 SAME_SIZE(ULARGE_INTEGER)
 SAME_MEMBER(ULARGE_INTEGER, QuadPart)
+
+SAME_SIZE(GUID)
+SAME_MEMBER(GUID, Data1)
+SAME_MEMBER(GUID, Data2)
+SAME_MEMBER(GUID, Data3)
+SAME_MEMBER(GUID, Data4)
 
 SAME_SIZE(LUID)
 SAME_MEMBER(LUID, LowPart)
@@ -295,3 +308,51 @@ SAME_ENUMERATOR(SECURITY_IMPERSONATION_LEVEL, SecurityAnonymous)
 SAME_ENUMERATOR(SECURITY_IMPERSONATION_LEVEL, SecurityIdentification)
 SAME_ENUMERATOR(SECURITY_IMPERSONATION_LEVEL, SecurityImpersonation)
 SAME_ENUMERATOR(SECURITY_IMPERSONATION_LEVEL, SecurityDelegation)
+
+// ntdll's.
+SAME_TYPE(NTSTATUS)
+static_assert(ours_STATUS_SUCCESS == STATUS_SUCCESS);
+static_assert(ours_STATUS_BUFFER_OVERFLOW == STATUS_BUFFER_OVERFLOW);
+static_assert(ours_STATUS_INFO_LENGTH_MISMATCH == STATUS_INFO_LENGTH_MISMATCH);
+static_assert(win32::SystemProcessInformationClass == ::SystemProcessInformation);
+static_assert(win32::SystemHandleInformationClass == ::SystemHandleInformation);
+static_assert(win32::ObjectNameInformation == static_cast<int>(::ObjectNameInformation));
+static_assert(win32::ObjectTypeInformation == static_cast<int>(::ObjectTypeInformation));
+static_assert(win32::FileNameInformation == static_cast<int>(::FileNameInformation));
+static_assert(win32::ProcessBasicInformation == static_cast<int>(::ProcessBasicInformation));
+
+SAME_SIZE(UNICODE_STRING)
+SAME_MEMBER(UNICODE_STRING, Length)
+SAME_MEMBER(UNICODE_STRING, MaximumLength)
+SAME_MEMBER(UNICODE_STRING, Buffer)
+
+SAME_SIZE(IO_STATUS_BLOCK)
+SAME_MEMBER(IO_STATUS_BLOCK, Status)
+SAME_MEMBER(IO_STATUS_BLOCK, Pointer)
+SAME_MEMBER(IO_STATUS_BLOCK, Information)
+
+SAME_SIZE(FILE_NAME_INFORMATION)
+SAME_MEMBER(FILE_NAME_INFORMATION, FileNameLength)
+SAME_MEMBER(FILE_NAME_INFORMATION, FileName)
+
+SAME_SIZE(PROCESS_BASIC_INFORMATION)
+SAME_MEMBER(PROCESS_BASIC_INFORMATION, ExitStatus)
+SAME_MEMBER(PROCESS_BASIC_INFORMATION, PebBaseAddress)
+SAME_MEMBER(PROCESS_BASIC_INFORMATION, AffinityMask)
+SAME_MEMBER(PROCESS_BASIC_INFORMATION, BasePriority)
+SAME_MEMBER(PROCESS_BASIC_INFORMATION, UniqueProcessId)
+SAME_MEMBER(PROCESS_BASIC_INFORMATION, InheritedFromUniqueProcessId)
+
+// The headers at hand have these two, if at all, with a 32-bit build's members: the numbers are those of the 64-bit
+// system's records.
+static_assert(sizeof(win32::SYSTEM_HANDLE_TABLE_ENTRY_INFO) == 24);
+static_assert(offsetof(win32::SYSTEM_HANDLE_TABLE_ENTRY_INFO, ObjectTypeIndex) == 4);
+static_assert(offsetof(win32::SYSTEM_HANDLE_TABLE_ENTRY_INFO, HandleValue) == 6);
+static_assert(offsetof(win32::SYSTEM_HANDLE_TABLE_ENTRY_INFO, Object) == 8);
+static_assert(offsetof(win32::SYSTEM_HANDLE_TABLE_ENTRY_INFO, GrantedAccess) == 16);
+static_assert(offsetof(win32::SYSTEM_HANDLE_INFORMATION, Handles) == 8);
+static_assert(sizeof(win32::SYSTEM_PROCESS_INFORMATION) == 256);
+static_assert(offsetof(win32::SYSTEM_PROCESS_INFORMATION, ImageName) == 56);
+static_assert(offsetof(win32::SYSTEM_PROCESS_INFORMATION, UniqueProcessId) == 80);
+static_assert(offsetof(win32::SYSTEM_PROCESS_INFORMATION, HandleCount) == 96);
+static_assert(offsetof(win32::SYSTEM_PROCESS_INFORMATION, UniqueProcessKey) == 104);

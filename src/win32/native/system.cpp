@@ -75,6 +75,12 @@ HRESULT CoInitializeEx(void* pvReserved, DWORD dwCoInit) { return ::CoInitialize
 
 void CoUninitialize() { ::CoUninitialize(); }
 
+HRESULT CoCreateGuid(GUID* pguid) { return ::CoCreateGuid(As<::GUID>(pguid)); }
+
+int StringFromGUID2(const GUID& rguid, char16_t* lpsz, int cchMax) {
+  return ::StringFromGUID2(*As<const ::GUID>(&rguid), Wide(lpsz), cchMax);
+}
+
 HANDLE GetStdHandle(DWORD nStdHandle) { return ::GetStdHandle(nStdHandle); }
 
 BOOL GetVersionExW(OSVERSIONINFOEXW* lpVersionInformation) {

@@ -18,6 +18,8 @@ void FileObject::Closed() {
   if (FileService* const service = std::exchange(service_, nullptr)) service->CloseObject(*this);
 }
 
+std::u16string FileObject::NameOnDevice() const { return service_ ? service_->PathInVolume(*this) : std::u16string(); }
+
 void FileService::Register(const std::shared_ptr<FileObject>& object) {
   object->service_ = this;
   object->processId = machine_.process.id;

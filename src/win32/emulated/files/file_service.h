@@ -31,10 +31,11 @@ class FileService;
 
 // One open of a file: what the handles made by one CreateFileW name. The share modes stand until the last handle goes;
 // an open without a handle (an internal one) ends with its last reference.
-class FileObject : public Object {
+class FileObject : public OpenedFile {
  public:
   ~FileObject() override { Closed(); }
-  const char16_t* TypeName() const override { return u"File"; }
+  std::u16string Device() const override { return volume->device; }
+  std::u16string NameOnDevice() const override;  // empty once it is closed
   void Closed() override;
 
   MountedVolume* volume = nullptr;
@@ -122,7 +123,8 @@ class FileService {
   // Carries out SYSTEM\...\Session Manager\PendingFileRenameOperations and deletes the value. Part of Boot.
   void CarryOutDelayedRenames();
 
-  // Another process opens a file of this machine and keeps it open; null when it cannot. Scripted by tests and tools.
+  // Another process opens a file of this machine and keeps it open; null when it cannot. Scripted by tests and tools;
+  // see system/processes.h for what else other processes do.
   std::shared_ptr<FileObject> OpenForeign(win32::DWORD processId, std::u16string_view path, win32::DWORD access,
                                           win32::DWORD share);
   void CloseForeign(const std::shared_ptr<FileObject>& object);

@@ -32,11 +32,12 @@ win32::WIN32_FIND_DATAW FindData(std::u16string_view name, std::u16string_view s
 }
 
 // A running search. The names are those of its beginning; what there is to say of each is read a little ahead.
-class FindObject : public Object {
+class FindObject : public OpenedFile {
  public:
   FindObject(std::shared_ptr<FileObject> directory, std::vector<DirectoryEntry> entries)
       : directory_(std::move(directory)), entries_(std::move(entries)) {}
-  const char16_t* TypeName() const override { return u"File"; }
+  std::u16string Device() const override { return directory_->Device(); }
+  std::u16string NameOnDevice() const override { return directory_->NameOnDevice(); }
   void Closed() override { directory_.reset(); }
   // 18 at the end.
   DWORD Next(win32::WIN32_FIND_DATAW& data);

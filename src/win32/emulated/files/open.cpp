@@ -4,6 +4,7 @@
 #include "win32/emulated/files/file_service.h"
 #include "win32/emulated/files/paths.h"
 #include "win32/emulated/security/access.h"
+#include "win32/emulated/system/processes.h"
 
 namespace emulated {
 
@@ -248,6 +249,7 @@ std::shared_ptr<FileObject> FileService::OpenForeign(DWORD processId, std::u16st
   request.flags = win32::FILE_FLAG_BACKUP_SEMANTICS;
   if (Open(request, object) != 0) return nullptr;
   object->processId = processId;
+  AddProcess(machine_, processId);
   machine_.objects.Insert(object, processId, object->granted);
   return object;
 }

@@ -43,8 +43,11 @@ class Walk {
 
   // Goes on to the last name, or past it when `followLast` and it is a link that is followed.
   DWORD Go(bool followLast, Location& location);
-  // The directory that held the last name of the path itself, before a link in it was followed.
-  FileId firstDirectory() const { return firstDirectory_; }
+  // Is this the directory that held the last name of the path itself, before a link in it was followed? (File ids are
+  // a volume's own: all roots have the same.)
+  bool EndedIn(const MountedVolume* volume, FileId directory) const {
+    return directory != 0 && volume == firstVolume_ && directory == firstDirectory_;
+  }
 
  private:
   struct Step {
@@ -70,6 +73,7 @@ class Walk {
   std::deque<std::u16string> texts_;
   int links_ = 0;
   bool throughMountPoint_ = false;  // the last name is a junction's target
+  const MountedVolume* firstVolume_ = nullptr;
   FileId firstDirectory_ = 0;
 };
 
@@ -79,7 +83,10 @@ DWORD Walk::Go(bool followLast, Location& location) {
     left_.pop_back();
     const bool last = left_.empty();
     if (!IsLegalComponent(name)) return win32::ERROR_INVALID_NAME;
-    if (last && firstDirectory_ == 0) firstDirectory_ = current_;
+    if (last && firstDirectory_ == 0) {
+      firstVolume_ = volume_;
+      firstDirectory_ = current_;
+    }
     FileId child = 0;
     const DWORD error = volume_->volume->Lookup(current_, name, child, nullptr);
     if (error == win32::ERROR_FILE_NOT_FOUND && last) {
@@ -218,8 +225,7 @@ DWORD FileService::Resolve(std::u16string_view path, bool followLast, Location& 
   if (location.file != 0 && parsed.trailingBackslash && !(location.info.attributes & win32::FILE_ATTRIBUTE_DIRECTORY))
     return win32::ERROR_INVALID_NAME;
   const std::u16string_view name = PlainLastName(path);
-  if (!name.empty() && walk.firstDirectory() != 0 && !location.hasStream &&
-      location.directory == walk.firstDirectory()) {
+  if (!name.empty() && !location.hasStream && walk.EndedIn(location.volume, location.directory)) {
     if (directories_.size() >= kMostKnownDirectories) directories_.clear();
     directories_.insert_or_assign(std::u16string(path.substr(0, path.size() - name.size())),
                                   DirectoryPlace{location.volume, location.directory});

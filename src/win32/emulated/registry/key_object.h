@@ -12,6 +12,7 @@ namespace emulated {
 class KeyObject : public Object {
  public:
   const char16_t* TypeName() const override { return u"Key"; }
+  std::u16string NativeName() const override { return path.empty() ? u"\\REGISTRY" : u"\\REGISTRY\\" + path; }
 
   std::shared_ptr<HiveKey> key;
   std::u16string path;  // below \REGISTRY

@@ -7,9 +7,10 @@
 
 namespace emulated {
 
-class ConsoleObject : public Object {
+class ConsoleObject : public OpenedFile {
  public:
-  const char16_t* TypeName() const override { return u"File"; }  // as on Windows: the console device is a file
+  std::u16string Device() const override { return u"\\Device\\ConDrv"; }
+  std::u16string NameOnDevice() const override { return u"\\Output"; }
   // Bytes of the OEM code page: kept in Machine::console and shown to its sink.
   void Write(std::string_view bytes);
 };

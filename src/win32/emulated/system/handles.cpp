@@ -16,6 +16,13 @@ void ConsoleObject::Write(std::string_view bytes) {
   if (machine.consoleSink) machine.consoleSink(bytes);
 }
 
+std::u16string MutexObject::NativeName() const {
+  if (name_.empty()) return {};
+  constexpr std::u16string_view kGlobal = u"Global\\";
+  if (name_.starts_with(kGlobal)) return u"\\BaseNamedObjects\\" + name_.substr(kGlobal.size());
+  return u"\\Sessions\\1\\BaseNamedObjects\\" + name_;
+}
+
 void MutexObject::Closed() {
   const auto& foreign = machine_.foreignObjects;
   const bool othersHoldIt =
@@ -34,7 +41,6 @@ using emulated::MutexObject;
 
 const HANDLE kCurrentProcess = reinterpret_cast<HANDLE>(LONG_PTR{-1});
 const HANDLE kCurrentThread = reinterpret_cast<HANDLE>(LONG_PTR{-2});
-constexpr DWORD kThreadId = 0x1C8;
 constexpr ACCESS_MASK kMutexAllAccess = 0x1F0001;
 constexpr GENERIC_MAPPING kMutexMapping{0x20001, 0x20000, 0x120000, kMutexAllAccess};
 
@@ -121,7 +127,7 @@ DWORD GetCurrentProcessId() {
 
 DWORD GetCurrentThreadId() {
   WIN32_CALL();
-  return call.Return(kThreadId);
+  return call.Return(emulated::CallingThreadId());
 }
 
 void OutputDebugStringW(const char16_t* lpOutputString) {

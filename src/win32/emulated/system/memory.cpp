@@ -1,4 +1,4 @@
-// Critical sections, heaps and COM's apartment, of win32/system.h.
+// Critical sections and heaps, of win32/system.h.
 #include <cstdlib>
 #include <cstring>
 #include <mutex>
@@ -21,10 +21,6 @@ void SetMutex(CRITICAL_SECTION* section, std::recursive_mutex* mutex) {
 }
 
 int heap;  // its address is the process heap's handle
-thread_local int apartments = 0;
-
-constexpr HRESULT kOk = 0, kFalse = 1;
-HRESULT FromWin32(DWORD error) { return static_cast<HRESULT>(0x80070000u | (error & 0xFFFFu)); }
 
 }  // namespace
 
@@ -81,17 +77,6 @@ HLOCAL LocalFree(HLOCAL hMem) {
   std::free(hMem);
   if (call.Refused()) return hMem;
   return call.Return(HLOCAL{nullptr});
-}
-
-HRESULT CoInitializeEx(void* pvReserved, DWORD dwCoInit) {
-  WIN32_CALL(pvReserved, dwCoInit);
-  if (call.Refused()) return FromWin32(call.error());
-  return call.Return(apartments++ == 0 ? kOk : kFalse);
-}
-
-void CoUninitialize() {
-  WIN32_CALL();
-  if (apartments > 0) --apartments;
 }
 
 }  // namespace win32

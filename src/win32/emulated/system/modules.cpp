@@ -4,6 +4,7 @@
 #include <iterator>
 
 #include "win32/emulated/files/runtime_bound.h"
+#include "win32/emulated/system/native_queries.h"
 #include "win32/emulated/text.h"
 #include "win32/system.h"
 
@@ -79,6 +80,11 @@ const Procedure* FindProcedure(std::u16string_view module, std::string_view name
   static const Procedure procedures[] = {
       {u"kernel32.dll", "CreateSymbolicLinkW", reinterpret_cast<FARPROC>(&emulated::CreateSymbolicLinkW)},
       {u"kernel32.dll", "GetFinalPathNameByHandleW", reinterpret_cast<FARPROC>(&emulated::GetFinalPathNameByHandleW)},
+      {u"ntdll.dll", "NtQuerySystemInformation", reinterpret_cast<FARPROC>(&emulated::NtQuerySystemInformation)},
+      {u"ntdll.dll", "NtQueryObject", reinterpret_cast<FARPROC>(&emulated::NtQueryObject)},
+      {u"ntdll.dll", "NtQueryInformationThread", reinterpret_cast<FARPROC>(&emulated::NtQueryInformationThread)},
+      {u"ntdll.dll", "NtQueryInformationFile", reinterpret_cast<FARPROC>(&emulated::NtQueryInformationFile)},
+      {u"ntdll.dll", "NtQueryInformationProcess", reinterpret_cast<FARPROC>(&emulated::NtQueryInformationProcess)},
   };
   for (const Procedure& procedure : procedures)
     if (procedure.name == name && emulated::EqualAsciiNoCase(procedure.module, module)) return &procedure;

@@ -15,6 +15,7 @@ class MutexObject : public Object {
   MutexObject(Machine& machine, std::u16string name, Bytes descriptor)
       : machine_(machine), name_(std::move(name)), descriptor_(std::move(descriptor)) {}
   const char16_t* TypeName() const override { return u"Mutant"; }
+  std::u16string NativeName() const override;
   void Closed() override;  // the name goes with the last handle
   // Who may open it; empty: everybody.
   const Bytes& descriptor() const { return descriptor_; }

@@ -2,6 +2,7 @@
 #include <thread>
 
 #include "win32/emulated/machine.h"
+#include "win32/emulated/system/threads.h"
 #include "win32/system.h"
 
 namespace win32 {
@@ -47,7 +48,8 @@ void Sleep(DWORD dwMilliseconds) {
   {
     WIN32_CALL(dwMilliseconds);
     if (call.Refused()) return;
-    emulated::Machine::Current().Advance(dwMilliseconds);
+    emulated::Machine::Current().threads().Wait(
+        call, [] { return false; }, dwMilliseconds);
   }
   std::this_thread::yield();  // what the program waits for may be another thread of its own
 }

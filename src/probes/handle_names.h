@@ -1,0 +1,26 @@
+// What the handles of other processes name.
+#pragma once
+
+#include <string>
+
+#include "probes/handle_list.h"
+
+// The record's handle, as its own process knows it.
+win32::HANDLE HandleOf(const HandleRecord& record);
+
+// All of these answer 1 or 0 and fail while INtDll is not bound; a handle is one of that process.
+
+// The name of the handle's type as this Windows calls it: "File", "Key", ...
+int GetObjectTypeName(win32::HANDLE handle, win32::DWORD processId, std::u16string& name);
+
+// The number under which the product knows a type (not this Windows's own number). Names are compared to the letter.
+int GetObjectTypeNumber(const std::u16string& typeName, int& number);
+
+// The object's full native name ("\Device\HarddiskVolume3\Users\a\file.txt"), of a process "PID: 0x1C8". Empty for an
+// object without a name, and for a file whose name query did not come back.
+int GetObjectName(win32::HANDLE handle, int typeNumber, std::u16string& name, win32::DWORD processId);
+
+// The name of a file within its volume ("\Users\a\file.txt"). The question can block without end (a synchronous pipe
+// that waits for data), so a thread of its own asks it and is ended after 100 ms. Answers 1 also then, with an empty
+// name and gaveUp set: the handle is not to be asked anything else.
+int GetFileObjectName(win32::HANDLE handle, std::u16string& name, win32::DWORD processId, bool* gaveUp = nullptr);

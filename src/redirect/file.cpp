@@ -1,0 +1,349 @@
+#include "redirect/file.h"
+
+#include <exception>
+#include <optional>
+#include <utility>
+#include <vector>
+
+#include "cli/console.h"
+#include "fsops/backup_copy.h"
+#include "fsops/mounted_folder.h"
+#include "fsops/security.h"
+#include "log/log.h"
+#include "probes/privileges.h"
+#include "redirect/created_folders.h"
+#include "redirect/file_copy.h"
+#include "redirect/file_rules.h"
+#include "redirect/folder_steps.h"
+#include "redirect/junction.h"
+#include "redirect/outcome.h"
+#include "redirect/path_text.h"
+#include "redirect/records.h"
+#include "redirect/service_pause.h"
+#include "win32/win32.h"
+
+namespace {
+
+constexpr unsigned kAdministratorsOnly = 179;
+constexpr unsigned kRedirectionSucceeded = 193;
+constexpr unsigned kRedirectionFailed = 194;
+constexpr unsigned kRemovalSucceeded = 195;
+constexpr unsigned kRemovalFailed = 196;
+
+bool IsAdministrator() {
+  if (IsUserAdministrator()) return true;
+  ConsolePrint(LoadResourceString(kAdministratorsOnly));
+  return false;
+}
+
+void LogCopyFailed(const std::u16string& source, const std::u16string& target) {
+  Log(u"#ERROR: Unable to copy file from Source = %ls and Target = %ls. Error: %d", source, target,
+      win32::GetLastError());
+}
+
+void LogMetadataFailed(const std::u16string& from, const std::u16string& to) {
+  LogWithSystemError(u"#ERROR: Unable to copy times, attributes and permissions from %ls to %ls. ", from, to);
+}
+
+// One file on its way to its new place.
+class FileRedirection {
+ public:
+  FileRedirection(const FilePlaces& places, int copyNtfsPermissions)
+      : places_(places),
+        copyNtfsPermissions_(copyNtfsPermissions),
+        created_(places_.folder),
+        replaced_(places_.realTarget) {}
+
+  // The steps in their order. After one that answers false, TakeBack is due.
+  bool MakeTargetFolder() const;
+  bool HoldSource();
+  bool Copy();
+  bool LeaveLink();
+  bool Record();
+
+  // The file is at its new place for good.
+  void Complete() { replaced_.Remove(); }
+  // Everything as it was, or the log says where the file is.
+  void TakeBack();
+
+ private:
+  bool RemoveSource();
+  bool CopyBack() const;
+
+  const FilePlaces& places_;
+  const int copyNtfsPermissions_;
+  const CreatedFolders created_;
+  KeptAside replaced_;
+  HeldFile source_;
+  SecurityBlock sourceSecurity_;
+  std::vector<JunctionRecord> records_;
+  // What has been done.
+  bool copied_ = false, sourceRemoved_ = false, linkMade_ = false;
+};
+
+bool FileRedirection::MakeTargetFolder() const {
+  const auto result = static_cast<win32::DWORD>(win32::SHCreateDirectoryExW(nullptr, places_.folder.c_str(), nullptr));
+  if (DirectoryExists(places_.folder.c_str())) return true;
+  Log(u"#ERROR: Target directory '%ls' doesn't exists. Error: %d", places_.folder,
+      result != win32::ERROR_SUCCESS ? result : win32::GetLastError());
+  return false;
+}
+
+// From here on nobody writes to the source until it is removed: the copy cannot be older than what is deleted.
+bool FileRedirection::HoldSource() {
+  if (IsInUse(places_.source) || AreOneFile(places_)) return false;
+  if (!source_.Hold(places_.source)) {
+    LogCopyFailed(places_.source, places_.realTarget);
+    return false;
+  }
+  if (source_.facts().names > 1)
+    Log(u"#INFO: The file %ls has %u names. The others keep the file as it is now.", places_.source,
+        source_.facts().names);
+  return true;
+}
+
+bool FileRedirection::Copy() {
+  copied_ = replaced_.Keep() && CopyContents(places_.source, places_.realTarget);
+  if (!copied_) {
+    LogCopyFailed(places_.source, places_.realTarget);
+    return false;
+  }
+  if (CopyFileTimesAndAttributes(places_.source, places_.realTarget) &&
+      (!copyNtfsPermissions_ || CopyOwnerAndDacl(places_.source, places_.realTarget)))
+    return true;
+  LogMetadataFailed(places_.source, places_.realTarget);
+  return false;
+}
+
+bool FileRedirection::LeaveLink() {
+  if (RemoveSource() && CreateSymbolicLinkEntry(places_.source.c_str(), places_.realTarget.c_str(), 1)) {
+    linkMade_ = true;
+    return true;
+  }
+  Log(u"#ERROR: Unable to create junction for Source = %ls and Target = %ls.", places_.source, places_.realTarget);
+  return false;
+}
+
+bool FileRedirection::RemoveSource() {
+  if (!SaveSecurityInfo(places_.source, sourceSecurity_)) return false;
+  Log(u"#INFO: The file %ls is now in %ls.", places_.source, places_.realTarget);
+  sourceRemoved_ = RemoveFile(places_.source);
+  source_.LetGo();
+  if (sourceRemoved_) WaitUntilGone(places_.source);
+  return sourceRemoved_;
+}
+
+// Other records that name the source follow the file; the one of this pair, left by an earlier run, is right already.
+bool FileRedirection::Record() {
+  std::vector<JunctionRecord> own;
+  records_ = SaveJunctionRecords(1);
+  for (const JunctionRecord& record : records_)
+    if (EqualPaths(record.source, places_.source) && EqualPaths(record.target, places_.realTarget))
+      own.push_back(record);
+  if (!UpdateJunctionRegKeys(places_.source.c_str(), places_.realTarget.c_str(), 1)) {
+    Log(u"#ERROR: Unable to update redirected folder path in registry.");
+    return false;
+  }
+  RestoreJunctionRecords(own);
+  if (!own.empty()) {
+    Log(u"ERROR: Source and Target Path already exists in Registry.");
+    return true;
+  }
+  if (AddJunctionRegKey(places_.source.c_str(), places_.realTarget.c_str(), 1)) return true;
+  Log(u"#ERROR: Unable to add Junction Point to Registry for Source = %ls and Target = %ls.", places_.source,
+      places_.realTarget);
+  return false;
+}
+
+// The link goes first, or the file would be copied through it onto itself. The copy goes only when the source stands.
+void FileRedirection::TakeBack() {
+  source_.LetGo();
+  if (linkMade_) {
+    if (!RemoveFile(places_.source)) {
+      LogWithSystemError(u"#ERROR: Unable to delete Symbolic Link %ls. The file stays in %ls. ", places_.source,
+                         places_.realTarget);
+      return;
+    }
+    WaitUntilGone(places_.source);
+    RestoreJunctionRecords(records_);
+  }
+  if (sourceRemoved_ && !CopyBack()) return;
+  if (copied_ && !RemoveFile(places_.realTarget))
+    LogWithSystemError(u"#INFO: The file %ls could not be removed. ", places_.realTarget);
+  replaced_.PutBack();
+  created_.RemoveIfEmpty();
+}
+
+bool FileRedirection::CopyBack() const {
+  if (!CopyContents(places_.realTarget, places_.source)) {
+    Log(u"#ERROR: Unable to copy back file from Source = %ls and Target = %ls. Error: %d", places_.source,
+        places_.realTarget, win32::GetLastError());
+    Log(u"#ERROR: The file stays in %ls.", places_.realTarget);
+    return false;
+  }
+  const bool sameTimes = CopyFileTimesAndAttributes(places_.realTarget, places_.source) != 0;
+  if (!WriteSecurityInfo(places_.source, sourceSecurity_) || !sameTimes)
+    LogMetadataFailed(places_.realTarget, places_.source);
+  return true;
+}
+
+// One file on its way back.
+class FileRemoval {
+ public:
+  FileRemoval(const char16_t* source, const char16_t* target) : source_(source), target_(RealTarget(source_, target)) {}
+
+  // Nothing has changed when one of these says no.
+  bool MayRemove() const;
+  bool HoldTarget();
+  // After one that answers false, PutLinkBack is due.
+  bool CopyBack();
+  bool ForgetRecord() const;
+  void PutLinkBack() const;
+
+ private:
+  static std::u16string RealTarget(const std::u16string& source, std::u16string target);
+  bool LinkLeadsToTarget() const;
+
+  const std::u16string source_, target_;
+  HeldFile held_;
+  // What has been done.
+  bool linkRemoved_ = false, isBack_ = false;
+};
+
+// The file as it is recorded or named; otherwise the given path is that of the folder.
+std::u16string FileRemoval::RealTarget(const std::u16string& source, std::u16string target) {
+  if (JunctionRegKeyExists(source.c_str(), target.c_str(), 1)) return target;
+  const bool namesFile = EqualPaths(LastComponent(source), LastComponent(target));
+  return namesFile && !DirectoryExists(target.c_str()) ? target : JoinPath(target, LastComponent(source));
+}
+
+// A link that somebody has made anew since leads elsewhere, and is not this program's.
+bool FileRemoval::LinkLeadsToTarget() const {
+  const std::optional<FileFacts> reached = FactsOf(source_, LastLink::Followed);
+  const std::optional<FileFacts> target = FactsOf(target_, LastLink::Followed);
+  return reached && target && reached->IsSameFileAs(*target);
+}
+
+bool FileRemoval::MayRemove() const {
+  if (!PathExists(source_)) {
+    Log(u"#ERROR: Source = %ls Path Does Not Exist.", source_);
+    return false;
+  }
+  if (!PathExists(target_)) {
+    Log(u"#ERROR: Target = %ls Path Does Not Exist.", target_);
+    return false;
+  }
+  if (!IsSymbolicLink(source_.c_str())) {
+    Log(u"#ERROR: Symbolic Link doesn't exists for Source = %ls.", source_);
+    return false;
+  }
+  if (FindJunctionRegKey(source_.c_str(), target_.c_str(), 1).empty() || !LinkLeadsToTarget()) {
+    Log(u"#ERROR: Symbolic Link wasn't created by Quillbay for Source = %ls and Target = %ls.", source_, target_);
+    return false;
+  }
+  return true;
+}
+
+// Who has the file open for writing would go on writing to what is deleted.
+bool FileRemoval::HoldTarget() {
+  if (held_.Hold(target_)) return true;
+  const win32::DWORD error = win32::GetLastError();
+  if (error == win32::ERROR_SHARING_VIOLATION || error == win32::ERROR_LOCK_VIOLATION)
+    Log(u"#ERROR: (Target) %ls - File is locked.", target_);
+  else
+    LogCopyFailed(source_, target_);
+  return false;
+}
+
+bool FileRemoval::CopyBack() {
+  Log(u"#INFO: The file %ls is in %ls until it is back in its place.", source_, target_);
+  linkRemoved_ = RemoveFile(source_);
+  if (linkRemoved_) WaitUntilGone(source_);
+  isBack_ = linkRemoved_ && CopyContents(target_, source_);
+  if (!isBack_) {
+    LogCopyFailed(source_, target_);
+    return false;
+  }
+  if (!CopyFileTimesAndAttributes(target_, source_) || !CopyOwnerAndDacl(target_, source_)) {
+    LogMetadataFailed(target_, source_);
+    return false;
+  }
+  Log(u"#INFO: The file %ls is back in its place.", source_);
+  if (!RemoveFile(target_)) LogWithSystemError(u"#INFO: The file %ls could not be removed. ", target_);
+  held_.LetGo();
+  return true;
+}
+
+bool FileRemoval::ForgetRecord() const {
+  if (!DeleteRegKey(source_.c_str(), target_.c_str(), 1)) {
+    Log(u"#ERROR: Unable to remove Symbolic Link from Registry for Source = %ls and Target = %ls.", source_, target_);
+    return false;
+  }
+  if (UpdateJunctionRegKeys(target_.c_str(), source_.c_str(), 1)) return true;
+  Log(u"#ERROR: Unable to update redirected file path in registry.");
+  return false;
+}
+
+// A file that is complete at its old place is never deleted for a link.
+void FileRemoval::PutLinkBack() const {
+  if (!linkRemoved_ || (!isBack_ && CreateSymbolicLinkEntry(source_.c_str(), target_.c_str(), 1))) return;
+  Log(u"#ERROR: Unable to re-create symlink for Source = %ls and Target = %ls.", source_, target_);
+  Log(u"#INFO: The file is complete in %ls.", isBack_ ? source_ : target_);
+}
+
+bool RedirectFileToFolder(const FilePlaces& places, int copyNtfsPermissions, ServicePause& service) {
+  if (!MayBeRedirected(places)) return false;
+  FileRedirection redirection(places, copyNtfsPermissions);
+  bool redirected = redirection.MakeTargetFolder() && MayGoThere(places);
+  if (redirected) {
+    service.Begin();
+    redirected = redirection.HoldSource() && redirection.Copy() && redirection.LeaveLink() && redirection.Record();
+  }
+  if (redirected)
+    redirection.Complete();
+  else
+    redirection.TakeBack();
+  return redirected;
+}
+
+bool RemoveFileFromFolder(const char16_t* source, const char16_t* target, ServicePause& service) {
+  FileRemoval removal(source, target);
+  if (!removal.MayRemove()) return false;
+  service.Begin();
+  if (!removal.HoldTarget()) return false;
+  if (removal.CopyBack() && removal.ForgetRecord()) return true;
+  removal.PutLinkBack();
+  return false;
+}
+
+}  // namespace
+
+int RedirectFile(const char16_t* source, const char16_t* target, int copyNtfsPermissions) try {
+  if (!IsAdministrator()) return 1;
+  if (!source || !target) {
+    Log(u"#ERROR: Target or Source path is missing.");
+    return 1;
+  }
+  ServicePause service;
+  return RedirectFileToFolder({source, target}, copyNtfsPermissions, service) ? Succeed(kRedirectionSucceeded)
+                                                                              : Fail(kRedirectionFailed);
+} catch (const std::exception&) {
+  return Fail(kRedirectionFailed);
+}
+
+int RemoveFileRedirection(const char16_t* source, const char16_t* target) try {
+  Log(u"RemoveFileRedirection - ENTER");
+  if (!IsAdministrator()) return 1;
+  if (!source || !target) {
+    Log(u"#ERROR: Target or Source path Missing");
+    return 1;
+  }
+  ServicePause service;
+  const int result = RemoveFileFromFolder(source, target, service) ? Succeed(kRemovalSucceeded) : Fail(kRemovalFailed);
+  service.End();
+  StopServiceWithoutWork();
+  Log(u"RemoveFileRedirection - EXIT");
+  return result;
+} catch (const std::exception&) {
+  return Fail(kRemovalFailed);
+}

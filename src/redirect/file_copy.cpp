@@ -1,0 +1,134 @@
+#include "redirect/file_copy.h"
+
+#include "fsops/security.h"
+#include "log/log.h"
+#include "win32/win32.h"
+
+namespace {
+
+constexpr win32::DWORD kShareAll = win32::FILE_SHARE_READ | win32::FILE_SHARE_WRITE | win32::FILE_SHARE_DELETE;
+constexpr int kAsideNames = 99;
+
+std::uint64_t Joined(win32::DWORD high, win32::DWORD low) { return std::uint64_t{high} << 32 | low; }
+
+std::optional<FileFacts> FactsOf(const win32::UniqueFile& file) {
+  win32::BY_HANDLE_FILE_INFORMATION information{};
+  if (!file || !win32::GetFileInformationByHandle(file.get(), &information)) return std::nullopt;
+  return FileFacts{.volume = information.dwVolumeSerialNumber,
+                   .index = Joined(information.nFileIndexHigh, information.nFileIndexLow),
+                   .size = Joined(information.nFileSizeHigh, information.nFileSizeLow),
+                   .names = information.nNumberOfLinks};
+}
+
+// The source is deleted on the strength of the copy, so the copy must outlast a power failure in the next moment.
+bool IsOnDisk(const std::u16string& path, std::uint64_t size) {
+  const win32::UniqueFile file{win32::CreateFileW(path.c_str(), win32::GENERIC_READ | win32::GENERIC_WRITE,
+                                                  win32::FILE_SHARE_READ, nullptr, win32::OPEN_EXISTING, 0, nullptr)};
+  const std::optional<FileFacts> facts = FactsOf(file);
+  if (!facts || !win32::FlushFileBuffers(file.get())) return false;
+  if (facts->size == size) return true;
+  win32::SetLastError(win32::ERROR_HANDLE_EOF);
+  return false;
+}
+
+}  // namespace
+
+std::optional<FileFacts> FactsOf(const std::u16string& path, LastLink link) {
+  const win32::DWORD flags =
+      win32::FILE_FLAG_BACKUP_SEMANTICS | (link == LastLink::Itself ? win32::FILE_FLAG_OPEN_REPARSE_POINT : 0);
+  return FactsOf(win32::UniqueFile{win32::CreateFileW(path.c_str(), win32::FILE_READ_ATTRIBUTES, kShareAll, nullptr,
+                                                      win32::OPEN_EXISTING, flags, nullptr)});
+}
+
+bool HeldFile::Hold(const std::u16string& path) {
+  file_.reset(win32::CreateFileW(path.c_str(), win32::GENERIC_READ, win32::FILE_SHARE_READ | win32::FILE_SHARE_DELETE,
+                                 nullptr, win32::OPEN_EXISTING, 0, nullptr));
+  const std::optional<FileFacts> facts = FactsOf(file_);
+  if (!facts) {
+    const win32::DWORD error = win32::GetLastError();
+    file_.reset();
+    win32::SetLastError(error);
+    return false;
+  }
+  facts_ = *facts;
+  return true;
+}
+
+bool CopyContents(const std::u16string& from, const std::u16string& to) {
+  const std::optional<FileFacts> source = FactsOf(from);
+  // What is to be overwritten has been put aside before; what came since is somebody else's.
+  if (!source || !win32::CopyFileW(from.c_str(), to.c_str(), win32::TRUE)) return false;
+  if (win32::SetFileAttributesW(to.c_str(), win32::FILE_ATTRIBUTE_NORMAL) && IsOnDisk(to, source->size)) return true;
+  const win32::DWORD error = win32::GetLastError();
+  RemoveFile(to);
+  win32::SetLastError(error);
+  return false;
+}
+
+bool CopyOwnerAndDacl(const std::u16string& from, const std::u16string& to) {
+  SecurityBlock block;
+  if (!SaveSecurityInfo(from, block)) return false;
+  return WriteSecurityInfo(to, block) || CopyDacl(from, to, /*allowInheritance=*/0, /*keepInheritedAces=*/1);
+}
+
+bool RemoveFile(const std::u16string& path) {
+  const win32::DWORD attributes = win32::GetFileAttributesW(path.c_str());
+  const bool readOnly =
+      attributes != win32::INVALID_FILE_ATTRIBUTES && (attributes & win32::FILE_ATTRIBUTE_READONLY) != 0;
+  if (readOnly) win32::SetFileAttributesW(path.c_str(), attributes & ~win32::FILE_ATTRIBUTE_READONLY);
+  if (win32::DeleteFileW(path.c_str())) return true;
+  const win32::DWORD error = win32::GetLastError();
+  if (readOnly) win32::SetFileAttributesW(path.c_str(), attributes);
+  win32::SetLastError(error);
+  return false;
+}
+
+void WaitUntilGone(const std::u16string& path) {
+  constexpr int kTries = 5;
+  for (int attempt = 1; attempt <= kTries; ++attempt) {
+    if (win32::GetFileAttributesW(path.c_str()) == win32::INVALID_FILE_ATTRIBUTES &&
+        win32::GetLastError() == win32::ERROR_FILE_NOT_FOUND)
+      return;
+    win32::Sleep(1000);
+  }
+}
+
+bool KeptAside::Keep() {
+  const win32::DWORD attributes = win32::GetFileAttributesW(path_.c_str());
+  if (attributes == win32::INVALID_FILE_ATTRIBUTES) {
+    const win32::DWORD error = win32::GetLastError();
+    return error == win32::ERROR_FILE_NOT_FOUND || error == win32::ERROR_PATH_NOT_FOUND;
+  }
+  // CopyFileW does not overwrite these either.
+  constexpr win32::DWORD kNotReplaced =
+      win32::FILE_ATTRIBUTE_DIRECTORY | win32::FILE_ATTRIBUTE_HIDDEN | win32::FILE_ATTRIBUTE_READONLY;
+  if ((attributes & kNotReplaced) != 0) {
+    win32::SetLastError(win32::ERROR_ACCESS_DENIED);
+    return false;
+  }
+  // A name that is taken holds what an interrupted run has kept.
+  for (int number = 1; number <= kAsideNames; ++number) {
+    const std::u16string aside = FormatText(u"%ls.kept%d", path_, number);
+    if (win32::MoveFileW(path_.c_str(), aside.c_str())) {
+      aside_ = aside;
+      Log(u"#INFO: The file %ls is kept as %ls until it can be replaced.", path_, aside_);
+      return true;
+    }
+    const win32::DWORD error = win32::GetLastError();
+    if (error != win32::ERROR_ALREADY_EXISTS && error != win32::ERROR_FILE_EXISTS) return false;
+  }
+  return false;
+}
+
+void KeptAside::PutBack() {
+  if (aside_.empty()) return;
+  if (!win32::MoveFileW(aside_.c_str(), path_.c_str()))
+    LogWithSystemError(u"#ERROR: Unable to put the file %ls back. It stays in %ls. ", path_, aside_);
+  aside_.clear();
+}
+
+void KeptAside::Remove() {
+  if (aside_.empty()) return;
+  if (!RemoveFile(aside_)) LogWithSystemError(u"#INFO: The file %ls could not be removed. ", aside_);
+  aside_.clear();
+}

@@ -1,0 +1,69 @@
+// One file on its way from one place to another: held against changes, copied whole, removed.
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+
+#include "win32/handle.h"
+
+// What tells one file from another, and how much there is of it.
+struct FileFacts {
+  win32::DWORD volume = 0;
+  std::uint64_t index = 0;
+  std::uint64_t size = 0;  // bytes of the main stream
+  win32::DWORD names = 0;  // hard links
+
+  bool IsSameFileAs(const FileFacts& other) const { return volume == other.volume && index == other.index; }
+};
+enum class LastLink { Itself, Followed };
+// Nothing, and the last error, when the file cannot be opened. Nobody's open of the file is in the way.
+std::optional<FileFacts> FactsOf(const std::u16string& path, LastLink link = LastLink::Itself);
+
+// A file that nobody can write to while it is held. It can be read, renamed and deleted; deleted, its name is free when
+// it is let go.
+class HeldFile {
+ public:
+  // False with the last error: a sharing violation when somebody has it open for writing.
+  bool Hold(const std::u16string& path);
+  void LetGo() { file_.reset(); }
+  const FileFacts& facts() const { return facts_; }
+
+ private:
+  win32::UniqueFile file_;
+  FileFacts facts_;
+};
+
+// Copies a file - data, named streams, attributes, written time - to a place that is free. True only when the copy is
+// as long as the file and on the disk; otherwise nothing that was made stays, and the last error says why. The copy is
+// not read-only or hidden yet: times and attributes are to follow (CopyFileTimesAndAttributes).
+bool CopyContents(const std::u16string& from, const std::u16string& to);
+
+// Gives a file another one's owner and access entries, inherited ones as they are: at its new place it is open to the
+// same users. An owner that cannot be given stays as it is. False: the file has the access entries that it had.
+bool CopyOwnerAndDacl(const std::u16string& from, const std::u16string& to);
+
+// DeleteFileW, of a read-only file and of a symbolic link itself, too. False with the last error: nothing has changed.
+bool RemoveFile(const std::u16string& path);
+
+// A file that somebody has open keeps its name after it was deleted until he lets it go. Waits for that, some seconds
+// at the most.
+void WaitUntilGone(const std::u16string& path);
+
+// What stands in the place that a file goes to, kept beside it under another name until the file is there for good.
+class KeptAside {
+ public:
+  explicit KeptAside(std::u16string path) : path_(std::move(path)) {}
+
+  // True when the place is free now. Otherwise, with the last error, nothing has changed: a folder, a hidden or a
+  // read-only file is not replaced.
+  bool Keep();
+  // Back to its place, which is free again; when it cannot go there, the log says where it is.
+  void PutBack();
+  // It is not wanted any more.
+  void Remove();
+
+ private:
+  const std::u16string path_;
+  std::u16string aside_;  // empty when nothing is kept
+};

@@ -1,0 +1,195 @@
+#include "redirect/file_rules.h"
+
+#include <utility>
+
+#include "fsops/security.h"
+#include "log/log.h"
+#include "probes/locked_handles.h"
+#include "redirect/file_copy.h"
+#include "redirect/folder_steps.h"
+#include "redirect/junction.h"
+#include "redirect/path_text.h"
+#include "validate/path_rules.h"
+#include "win32/win32.h"
+
+namespace {
+
+// A path that means the same wherever it is written, in a link above all, and that names a file and no stream of one.
+bool IsFullFilePath(const std::u16string& path) {
+  if (!IsUsablePath(path)) return false;
+  if (IsRelativePath(path.c_str())) {
+    Log(u"#ERROR: The selected folder %ls is a relative path. Browse to a different location", path);
+    return false;
+  }
+  const std::size_t drive = HasExtendedPrefix(path) ? 4 : 0;
+  const bool afterDrive = path.size() > drive + 2 && path[drive + 1] == u':' && path[drive + 2] != u'\\';
+  if (!afterDrive && path.find(u':', drive + 2) == std::u16string::npos) return true;
+  Log(u"#ERROR:Invalid path : %ls", path);
+  return false;
+}
+
+bool IsShortEnough(const std::u16string& path) {
+  if (path.size() < kPathLengthLimit) return true;
+  Log(u"#ERROR: The specified path '%ls' exceeds the system-defined maximum length of 248 characters. Browse to a "
+      u"different location.",
+      path);
+  return false;
+}
+
+void LogSamePlace(const FilePlaces& places) {
+  Log(u"Checking source folder equals to target.\nSource: %ls Target: %ls #ERROR: Cannot redirect when Source and "
+      u"Target folder are the same. Browse to a different location.",
+      places.source, places.realTarget);
+}
+
+bool SourceIsNoLink(const FilePlaces& places) {
+  if (!IsSymbolicLink(places.source.c_str())) return true;
+  std::u16string leadsTo;
+  GetFinalTargetPath(places.source.c_str(), leadsTo);
+  Log(u"#ERROR: Symbolic Link already exists for Source = %ls and Target = %ls.", places.source, leadsTo);
+  return false;
+}
+
+bool SourceIsFilePath(const std::u16string& source) {
+  if (!win32::PathIsDirectoryW(source.c_str())) return true;
+  Log(u"#ERROR: Source path '%ls' should be a file path.", source);
+  return false;
+}
+
+bool SourceIsNotTarget(const FilePlaces& places) {
+  if (!EqualPaths(places.source, places.realTarget)) return true;
+  LogSamePlace(places);
+  return false;
+}
+
+bool TargetIsNoLink(const FilePlaces& places) {
+  if (!IsSymbolicLink(places.realTarget.c_str())) return true;
+  Log(u"#ERROR: The target file '%ls' is already a Symbolic Link. Browse to a different location.", places.realTarget);
+  return false;
+}
+
+bool SourceExists(const std::u16string& source) {
+  if (PathExists(source)) return true;
+  Log(u"#ERROR: Source file '%ls' doesn't exists. Error: %d", source, win32::GetLastError());
+  return false;
+}
+
+bool AreOnNtfs(const FilePlaces& places) {
+  if (GetFileSystemType(places.source.c_str()) != 1) {
+    Log(u"#ERROR: Source '%ls' must be a NTFS formatted volume. Browse to a different location.", places.source);
+    return false;
+  }
+  if (GetFileSystemType(places.folder.c_str()) == 1) return true;
+  Log(u"#ERROR: Target '%ls' must be a NTFS formatted volume. Browse to a different location.", places.folder);
+  return false;
+}
+
+// The relations of source and target. All rules are tried, so that the log tells everything that is wrong.
+bool TargetGrantsFullControl(const FilePlaces& places) {
+  const std::u16string& asked = PathExists(places.realTarget) ? places.realTarget : places.folder;
+  if (HasAccess(ImpersonatedCaller().token(), asked, kFullControl)) return true;
+  Log(u"#ERROR: The target folder %ls can not be created. Insufficient permissions. The minimum permissions "
+      u"requirement to create the target folder is full control.",
+      places.realTarget);
+  return false;
+}
+
+bool SourceHasNoLinkAbove(const std::u16string& source) {
+  for (std::u16string folder = ParentPath(source); folder.find(u'\\') != std::u16string::npos;
+       folder = ParentPath(folder))
+    if (IsSymbolicLink(folder.c_str())) {
+      Log(u"#ERROR: The parent folder of %ls is Symbolic Link. Browse to a different location.", source);
+      return false;
+    }
+  return true;
+}
+
+bool TargetIsNotInsideSourceFolder(const FilePlaces& places) {
+  if (!IsSameOrBelow(places.folder, ParentPath(places.source))) return true;
+  Log(u"Checking source folder contained in target.\nSource: %ls Target: %ls #ERROR: Cannot redirect within the same "
+      u"Source folder. Browse to a different location.",
+      places.source, places.realTarget);
+  return false;
+}
+
+bool TargetHasRoom(const FilePlaces& places) {
+  const std::optional<FileFacts> facts = FactsOf(places.source);
+  if (!facts) {
+    Log(u"#ERROR: Failed to obtain size of %ls", places.source);
+    return false;
+  }
+  if (!PathExists(places.realTarget))
+    Log(u"#INFO: Target %ls doesn't exists so checking free space using parent directory %ls", places.realTarget,
+        places.folder);
+  win32::ULARGE_INTEGER available{}, total{}, free{};
+  if (win32::GetDiskFreeSpaceExW(places.folder.c_str(), &available, &total, &free) && available.QuadPart > facts->size)
+    return true;
+  Log(u"#ERROR: There is not enough free disk space on target %ls. Browse to a different location or delete one or "
+      u"more files to free disk space, and try again.",
+      places.realTarget);
+  return false;
+}
+
+bool AreFitForEachOther(const FilePlaces& places) {
+  bool fit = TargetGrantsFullControl(places);
+  if (!SourceHasNoLinkAbove(places.source)) fit = false;
+  if (!TargetIsNotInsideSourceFolder(places)) fit = false;
+  if (!TargetHasRoom(places)) fit = false;
+  return fit;
+}
+
+bool MayBeRead(const FilePlaces& places) {
+  const ImpersonatedCaller caller;
+  if (!HasAccess(caller.token(), places.source, kReadAndExecute)) {
+    Log(u"#ERROR: (Source) %ls - Insufficient permissions. The minimum permissions requirement is read & execute.",
+        places.source);
+    return false;
+  }
+  if (HasAccess(caller.token(), places.folder, kReadAndExecute)) return true;
+  Log(u"#ERROR: (Target) %ls - Insufficient permissions. The minimum permissions requirement is read & execute.",
+      places.folder);
+  return false;
+}
+
+bool IsListedAsOpen(const std::u16string& source) {
+  LockedPaths locked;
+  GetLockedFilesAndFoldersList(source.c_str(), nullptr, locked);
+  for (int index = 0; index < locked.count; ++index)
+    if (EqualPaths(locked.At(index), source)) return true;
+  return false;
+}
+
+}  // namespace
+
+FilePlaces::FilePlaces(std::u16string file, std::u16string targetFolder)
+    : source(std::move(file)), folder(std::move(targetFolder)), realTarget(JoinPath(folder, LastComponent(source))) {}
+
+bool MayBeRedirected(const FilePlaces& places) {
+  return IsFullFilePath(places.source) && IsFullFilePath(places.folder) && SourceIsNoLink(places) &&
+         IsShortEnough(places.source) && SourceIsFilePath(places.source) && SourceIsNotTarget(places) &&
+         TargetIsNoLink(places) && SourceExists(places.source) && IsShortEnough(places.realTarget) && AreOnNtfs(places);
+}
+
+bool MayGoThere(const FilePlaces& places) { return AreFitForEachOther(places) && MayBeRead(places); }
+
+// The list of open handles is not complete; the exclusive open finds what it lacks.
+bool IsInUse(const std::u16string& source) {
+  if (!IsListedAsOpen(source) && IsFileNotLocked(source)) return false;
+  Log(u"#ERROR: (Source) %ls - File is locked.", source);
+  return true;
+}
+
+bool AreOneFile(const FilePlaces& places) {
+  const std::optional<FileFacts> target = FactsOf(places.realTarget);
+  if (!target) {
+    const win32::DWORD error = win32::GetLastError();
+    if (error == win32::ERROR_FILE_NOT_FOUND) return false;
+    Log(u"#ERROR: Unable to copy file from Source = %ls and Target = %ls. Error: %d", places.source, places.realTarget,
+        error);
+    return true;
+  }
+  const std::optional<FileFacts> source = FactsOf(places.source);
+  if (source && !source->IsSameFileAs(*target)) return false;
+  LogSamePlace(places);
+  return true;
+}

@@ -1,0 +1,26 @@
+// May this file be redirected to that folder? Every operation answers yes or no; each rule that says no has its line in
+// the log, and nothing has changed.
+#pragma once
+
+#include <string>
+
+struct FilePlaces {
+  FilePlaces(std::u16string file, std::u16string targetFolder);
+
+  const std::u16string source;      // the file as it is known
+  const std::u16string folder;      // where it goes
+  const std::u16string realTarget;  // the file there
+};
+
+// What can be told before the target folder is there: the paths, the source, an earlier redirection.
+bool MayBeRedirected(const FilePlaces& places);
+
+// Source and target to each other, and the access to both. The target folder exists.
+bool MayGoThere(const FilePlaces& places);
+
+// Somebody has the source open.
+bool IsInUse(const std::u16string& source);
+
+// Both names lead to one file (a junction on the way, a short name, a second name of the file), or that cannot be told.
+// True has its line in the log.
+bool AreOneFile(const FilePlaces& places);

@@ -1,0 +1,372 @@
+#include "redirect/folder_on_volume.h"
+
+#include "fsops/backup_copy.h"
+#include "fsops/folder_itself.h"
+#include "fsops/mounted_folder.h"
+#include "fsops/move_tree.h"
+#include "log/log.h"
+#include "redirect/created_folders.h"
+#include "redirect/folder_steps.h"
+#include "redirect/path_text.h"
+#include "redirect/records.h"
+#include "redirect/volume_root.h"
+#include "validate/validate.h"
+#include "win32/win32.h"
+
+namespace {
+
+constexpr const char16_t* kMountSuffix = u".mount";
+
+bool IsMountedOn(const std::u16string& folder, const std::u16string& volume) {
+  std::u16string mounted;
+  return IsVolumeMountPoint(folder.c_str(), &mounted) && EqualPaths(mounted, volume);
+}
+
+// A folder, and no link.
+bool IsPlainFolder(const std::u16string& path) {
+  const win32::DWORD attributes = win32::GetFileAttributesW(path.c_str());
+  return attributes != win32::INVALID_FILE_ATTRIBUTES && (attributes & win32::FILE_ATTRIBUTE_DIRECTORY) != 0 &&
+         (attributes & win32::FILE_ATTRIBUTE_REPARSE_POINT) == 0;
+}
+
+bool IsEmptyPlainFolder(const std::u16string& path) {
+  TreeListing listing;
+  return IsPlainFolder(path) && GetFileList(path, listing) && listing.entries.empty() && listing.systemFolders.empty();
+}
+
+// The folder beside the source through which contents and source change places. One that was there before is somebody
+// else's: it is used, but never removed, and gets its own security, attributes and times back.
+class SideFolder {
+ public:
+  explicit SideFolder(const std::u16string& source) : path_(source + kMountSuffix) {}
+  const std::u16string& path() const { return path_; }
+  bool stoodThere() const { return stoodThere_; }
+
+  // False: nothing was made.
+  bool Make() {
+    const FolderMade made = MakeFolder(path_);
+    stoodThere_ = made == FolderMade::StoodThere;
+    return made != FolderMade::Failed && (!stoodThere_ || (IsPlainFolder(path_) && before_.Save(path_)));
+  }
+  void TakeAway() const {
+    if (stoodThere_)
+      before_.Restore();
+    else if (PathExists(path_))
+      RemoveEmptyFolder(path_);
+  }
+
+ private:
+  const std::u16string path_;
+  bool stoodThere_ = false;
+  SavedFolder before_;
+};
+
+// Makes the folder at `path` if it is gone, and gives it what `like` has of its own.
+bool MakeFolderLike(const std::u16string& path, const std::u16string& like) {
+  return PathExists(path) || (win32::CreateDirectoryW(path.c_str(), nullptr) && BackupCopyFolderItself(like, path));
+}
+
+bool Rename(const std::u16string& from, const std::u16string& to) {
+  if (win32::MoveFileW(from.c_str(), to.c_str())) return true;
+  LogWithSystemError(u"#ERROR: Unable to rename folder %ls. ", from);
+  return false;
+}
+
+// One folder on its way onto a volume.
+class FolderOntoVolume {
+ public:
+  FolderOntoVolume(const std::u16string& source, const std::u16string& volume, int copyNtfsPermissions, int copyShares)
+      : source_(source),
+        volume_(volume),
+        mountFolder_(source),
+        copyNtfsPermissions_(copyNtfsPermissions),
+        copyShares_(copyShares) {}
+
+  // Nothing has changed when this says no.
+  bool MayRedirect() const;
+  // Each leaves everything as it was when it answers false, or the log says where the data is.
+  bool MountBesideSource();
+  bool MakeTarget();
+  bool MoveContents();
+  bool PutInPlaceOfSource();
+  bool Record();
+
+ private:
+  const std::u16string& realTarget() const { return mountFolder_.path(); }
+  bool LendSecurity() const;
+  void TakeBack();
+  void Unmount() const;
+  void TellWhatStayed() const;
+
+  const std::u16string source_, volume_;
+  SideFolder mountFolder_;
+  const int copyNtfsPermissions_, copyShares_;
+  CopyRecord moved_;
+};
+
+bool FolderOntoVolume::MayRedirect() const {
+  if (!IsUsablePath(source_) || !ValidateVolumeRedirection(source_.c_str(), volume_.c_str())) return false;
+  for (const std::u16string& target : {volume_, realTarget()})
+    if (!FindJunctionRegKey(source_.c_str(), target.c_str(), 0).empty()) {
+      Log(u"#ERROR: Junction already exists for Source = %ls and Target = %ls.", source_, target);
+      return false;
+    }
+  if (realTarget().size() < kPathLengthLimit) return true;
+  Log(u"#ERROR: The specified path %ls exceeds the system-defined maximum length of 248 characters. Browse to a "
+      u"different location.",
+      realTarget());
+  return false;
+}
+
+// The mount folder becomes what the source is before the volume is mounted on it; the mount changes its times.
+bool FolderOntoVolume::MountBesideSource() {
+  if (!mountFolder_.Make()) {
+    Log(u"#ERROR: Failed To Create Target Folder: %ls", realTarget());
+    return false;
+  }
+  const bool usable = !mountFolder_.stoodThere() || IsEmptyPlainFolder(realTarget());
+  if (usable && BackupCopyFolderItself(source_, realTarget()) && MountVolume(realTarget(), volume_) &&
+      IsMountedOn(realTarget(), volume_) && CopyFileTimesAndAttributes(source_, realTarget(), true))
+    return true;
+  Log(u"#ERROR: Failed to Mount Volume on Target Folder: %ls", realTarget());
+  Unmount();
+  return false;
+}
+
+// Everything that is copied to the volume inherits from its root: what in the source was open only to those whom the
+// folder above lets in must not be open to whoever may read the volume.
+bool FolderOntoVolume::LendSecurity() const {
+  return copyNtfsPermissions_ ? LendSecurityToRoot(source_, volume_) : GiveRootItsOwnSecurity(volume_);
+}
+
+// The mount folder exists, so this only tells that contents may be merged into what is on the volume.
+bool FolderOntoVolume::MakeTarget() {
+  if (MakeFolder(realTarget()) == FolderMade::StoodThere) {
+    SayThatTargetExists(realTarget());
+    return true;
+  }
+  Log(u"#ERROR: Failed To Create Target Folder: %ls", realTarget());
+  Unmount();
+  return false;
+}
+
+bool FolderOntoVolume::MoveContents() {
+  if (LendSecurity() && MoveDirectoryTree(source_, realTarget(), copyNtfsPermissions_, copyShares_, /*copyOnly=*/1, 0,
+                                          /*targetIsNew=*/0, moved_))
+    return true;
+  LogMoveFailed(source_, realTarget());
+  TellWhatStayed();
+  Unmount();
+  return false;
+}
+
+bool FolderOntoVolume::PutInPlaceOfSource() {
+  if (RemoveEmptyFolder(source_)) {
+    if (Rename(realTarget(), source_)) return true;
+  } else {
+    LogWithSystemError(u"#ERROR: Unable to remove folder %ls. ", source_);
+  }
+  TakeBack();
+  return false;
+}
+
+bool FolderOntoVolume::Record() {
+  if (AddJunctionRegKey(source_.c_str(), volume_.c_str(), 0)) return true;
+  Log(u"#ERROR: Unable to add Junction Point to Registry for Source = %ls and Target = %ls.", source_, realTarget());
+  if (Rename(source_, realTarget()))
+    TakeBack();
+  else
+    Log(u"#ERROR: The files and folders stay on volume %ls, which is mounted at %ls.", volume_, source_);
+  return false;
+}
+
+// The volume, mounted beside the source, holds the only copy.
+void FolderOntoVolume::TakeBack() {
+  if (!MakeFolderLike(source_, realTarget())) Log(u"#ERROR: Failed To create directory = %ls.", source_);
+  if (!UndoMove(moved_)) TellWhatStayed();
+  Unmount();
+}
+
+// What a roll-back could not bring back is reached by the volume's name only, once it is mounted no more.
+void FolderOntoVolume::TellWhatStayed() const {
+  for (const CopiedItem& item : moved_.items)
+    if (item.complete && PathExists(item.target) && (item.created || !PathExists(item.source.path))) {
+      Log(u"#ERROR: Unable to move all files and folders back to %ls. The others stay on volume %ls.", source_,
+          volume_);
+      return;
+    }
+}
+
+// Only what the mount folder leads to is taken off it, never deleted.
+void FolderOntoVolume::Unmount() const {
+  GiveRootItsOwnSecurity(volume_);
+  if (IsMountedOn(realTarget(), volume_)) {
+    // Emptied and filled again, the source has other times than it had.
+    if (PathExists(source_)) CopyFileTimesAndAttributes(realTarget(), source_, true);
+    if (!UnmountVolume(realTarget()))
+      LogWithSystemError(u"#ERROR: Unable to unmount the volume from folder %ls. ", realTarget());
+  }
+  mountFolder_.TakeAway();
+}
+
+// One folder on its way back from a volume.
+class FolderFromVolume {
+ public:
+  FolderFromVolume(const std::u16string& source, const std::u16string& target, const std::u16string& volume,
+                   int copyNtfsPermissions, int copyShares)
+      : source_(source),
+        target_(target),
+        volume_(volume),
+        newFolder_(source),
+        copyNtfsPermissions_(copyNtfsPermissions),
+        copyShares_(copyShares) {}
+
+  // Nothing has changed when this says no.
+  bool MayRemove();
+  // Each leaves the redirection as it was when it answers false, or the log says where the data is.
+  bool MakeFolderBesideSource();
+  bool MoveContentsBack();
+  bool ForgetRecord();
+  bool PutInPlaceOfMount();
+
+ private:
+  bool FindRecord();
+  bool Exchange();
+  void TakeBack();
+
+  const std::u16string source_, target_, volume_;
+  std::u16string recordedTarget_;
+  SideFolder newFolder_;
+  const int copyNtfsPermissions_, copyShares_;
+  FolderDescriptor ownDescriptor_;  // of the folder under the mount
+  CopyRecord moved_;
+};
+
+// The record names the volume as the command that made it did.
+bool FolderFromVolume::FindRecord() {
+  for (const std::u16string& target : {target_, volume_, WithoutTrailingBackslash(volume_)})
+    if (JunctionRegKeyExists(source_.c_str(), target.c_str(), 0)) {
+      recordedTarget_ = target;
+      return true;
+    }
+  return false;
+}
+
+bool FolderFromVolume::MayRemove() {
+  if (!PathExists(source_)) {
+    Log(u"#ERROR: Source = %ls Path Does Not Exist.", source_);
+    return false;
+  }
+  if (!FindRecord()) {
+    Log(u"#ERROR: Junction doesn't exists for Source = %ls and Target = %ls.", source_, target_);
+    return false;
+  }
+  if (ValidateRedirectionPaths(source_.c_str(), newFolder_.path().c_str(), 1, 1, 0, 0, 0, 0, 0)) return true;
+  Log(u"#ERROR: PreScanning failed for Source = %ls and Target = %ls.", source_, target_);
+  return false;
+}
+
+// The new folder becomes what the folder under the mount is, before anything inherits from it. Of the root it takes the
+// owner and the entries, and those only if they were changed while they were what users saw of the folder.
+bool FolderFromVolume::MakeFolderBesideSource() {
+  if (!newFolder_.Make()) {
+    Log(u"#ERROR: Failed To Create Target Folder: %ls", newFolder_.path());
+    return false;
+  }
+  if (newFolder_.stoodThere()) SayThatTargetExists(newFolder_.path());
+  ownDescriptor_ = ReadDescriptor(source_);
+  if (!ownDescriptor_.empty() && BackupCopyFolderItself(source_, newFolder_.path())) {
+    const FolderDescriptor changed = ChangedRootSecurity(newFolder_.path(), volume_);
+    if (changed.empty() || WriteDescriptor(newFolder_.path(), changed)) return true;
+  }
+  LogMoveFailed(source_, newFolder_.path());
+  newFolder_.TakeAway();
+  return false;
+}
+
+bool FolderFromVolume::MoveContentsBack() {
+  if (MoveDirectoryTree(source_, newFolder_.path(), copyNtfsPermissions_, copyShares_, /*copyOnly=*/1, 0,
+                        /*targetIsNew=*/0, moved_))
+    return true;
+  LogMoveFailed(source_, newFolder_.path());
+  newFolder_.TakeAway();
+  return false;
+}
+
+bool FolderFromVolume::ForgetRecord() {
+  if (DeleteRegKey(source_.c_str(), recordedTarget_.c_str(), 0)) return true;
+  Log(u"#ERROR: Unable to remove Junction Point from Registry for Source = %ls and Target = %ls.", source_, target_);
+  TakeBack();
+  return false;
+}
+
+bool FolderFromVolume::PutInPlaceOfMount() {
+  if (!Exchange()) {
+    TakeBack();
+    return false;
+  }
+  GiveRootItsOwnSecurity(volume_);  // the volume is empty: should it fail, the log tells
+  return true;
+}
+
+bool FolderFromVolume::Exchange() {
+  if (!CopyFileTimesAndAttributes(source_, newFolder_.path(), true)) return false;
+  if (!UnmountVolume(source_)) {
+    LogWithSystemError(u"#ERROR: Unable to unmount the volume from folder %ls. ", source_);
+    return false;
+  }
+  if (!RemoveEmptyFolder(source_)) {
+    LogWithSystemError(u"#ERROR: Unable to remove folder %ls. ", source_);
+    return false;
+  }
+  return Rename(newFolder_.path(), source_);
+}
+
+// The new folder holds the only copy. It goes back through the mount, so that has to be there first.
+void FolderFromVolume::TakeBack() {
+  const std::u16string& newFolder = newFolder_.path();
+  const bool gone = !PathExists(source_);
+  if (!MakeFolderLike(source_, newFolder) || (gone && !WriteDescriptor(source_, ownDescriptor_)) ||
+      (!IsMountedOn(source_, volume_) && !MountVolume(source_, volume_))) {
+    Log(u"#ERROR: Unable to mount volume %ls on folder %ls. The files and folders stay in %ls.", volume_, source_,
+        newFolder);
+    return;
+  }
+  if (!CopyFileTimesAndAttributes(newFolder, source_, true))
+    Log(u"#ERROR: Unable to copy the times of folder %ls.", newFolder);
+  if (!UndoMove(moved_))
+    Log(u"#ERROR: Unable to move all files and folders back to %ls. The others stay in %ls.", source_, newFolder);
+  if (!JunctionRegKeyExists(source_.c_str(), recordedTarget_.c_str(), 0) &&
+      !AddJunctionRegKey(source_.c_str(), recordedTarget_.c_str(), 0))
+    Log(u"#ERROR: Unable to add Junction Point to Registry for Source = %ls and Target = %ls.", source_,
+        recordedTarget_);
+  newFolder_.TakeAway();
+}
+
+}  // namespace
+
+bool RedirectFolderOntoVolume(const std::u16string& source, const std::u16string& volume, int copyNtfsPermissions,
+                              int copyShares) {
+  FolderOntoVolume redirection(source, volume, copyNtfsPermissions, copyShares);
+  return redirection.MayRedirect() && redirection.MountBesideSource() && redirection.MakeTarget() &&
+         redirection.MoveContents() && redirection.PutInPlaceOfSource() && redirection.Record();
+}
+
+bool IsVolumeMountedAt(const std::u16string& source, const std::u16string& target, std::u16string& volume) {
+  std::u16string mounted, named;
+  if (!IsVolumeMountPoint(source.c_str(), &mounted)) return false;
+  if (IsVolumePath(target.c_str()))
+    named = target.ends_with(u'\\') ? target : target + u"\\";
+  else if (!IsVolumeMountPoint(target.c_str(), &named))
+    return false;
+  if (!EqualPaths(named, mounted)) return false;
+  volume = mounted;
+  return true;
+}
+
+bool RemoveFolderFromVolume(const std::u16string& source, const std::u16string& target, const std::u16string& volume,
+                            int copyNtfsPermissions, int copyShares) {
+  FolderFromVolume removal(source, target, volume, copyNtfsPermissions, copyShares);
+  return removal.MayRemove() && removal.MakeFolderBesideSource() && removal.MoveContentsBack() &&
+         removal.ForgetRecord() && removal.PutInPlaceOfMount();
+}

@@ -1,0 +1,135 @@
+#include "redirect/volume_root.h"
+
+#include <algorithm>
+#include <cstring>
+
+#include "log/log.h"
+#include "win32/win32.h"
+
+namespace {
+
+constexpr const char16_t* kRootsKey = u"SOFTWARE\\Velmora\\Quillbay\\VolumeRoots";
+constexpr win32::DWORD kOwnerAndDacl = win32::OWNER_SECURITY_INFORMATION | win32::DACL_SECURITY_INFORMATION;
+constexpr win32::DWORD kAllParts = kOwnerAndDacl | win32::GROUP_SECURITY_INFORMATION;
+
+// Empty when it is no descriptor.
+std::u16string TextOf(FolderDescriptor descriptor, win32::DWORD parts) {
+  char16_t* text = nullptr;
+  if (descriptor.empty() ||
+      !win32::ConvertSecurityDescriptorToStringSecurityDescriptorW(descriptor.data(), 1, parts, &text, nullptr))
+    return {};
+  const win32::UniqueLocalMemory memory{text};
+  return text;
+}
+
+FolderDescriptor FromText(const std::u16string& text) {
+  win32::UniqueLocalMemory memory;
+  win32::ULONG size = 0;
+  if (!win32::ConvertStringSecurityDescriptorToSecurityDescriptorW(text.c_str(), 1, memory.put(), &size)) return {};
+  const auto* const bytes = static_cast<const win32::BYTE*>(memory.get());
+  return {bytes, bytes + size};
+}
+
+// Owner and entries, without what Windows notes about how the DACL came to be.
+std::u16string Meaning(const FolderDescriptor& descriptor) {
+  std::u16string text = TextOf(descriptor, kOwnerAndDacl);
+  const std::size_t dacl = text.find(u"D:");
+  if (dacl == std::u16string::npos) return text;
+  return text.erase(dacl + 2, std::min(text.find(u'(', dacl), text.size()) - dacl - 2);
+}
+
+// As a root can have it: there is nothing above that it could inherit from, so the entries are all its own.
+FolderDescriptor AsOfRoot(FolderDescriptor descriptor) {
+  constexpr std::size_t kControlOffset = 2, kDaclOffset = 16;  // of a self-relative descriptor (MS-DTYP 2.4.6)
+  if (descriptor.size() < kDaclOffset + sizeof(win32::DWORD)) return {};
+  win32::WORD control = 0;
+  std::memcpy(&control, descriptor.data() + kControlOffset, sizeof control);
+  control |= win32::SE_DACL_PROTECTED;
+  std::memcpy(descriptor.data() + kControlOffset, &control, sizeof control);
+  win32::DWORD daclAt = 0;
+  std::memcpy(&daclAt, descriptor.data() + kDaclOffset, sizeof daclAt);
+  if (daclAt == 0) return descriptor;  // everybody may do everything
+  if (daclAt > descriptor.size() - sizeof(win32::ACL)) return {};
+  auto* const dacl = reinterpret_cast<win32::ACL*>(descriptor.data() + daclAt);
+  for (win32::DWORD index = 0; index < dacl->AceCount; ++index) {
+    void* ace = nullptr;
+    if (!win32::GetAce(dacl, index, &ace)) return {};
+    win32::BYTE& flags = static_cast<win32::ACE_HEADER*>(ace)->AceFlags;
+    flags = static_cast<win32::BYTE>(flags & ~win32::INHERITED_ACE);
+  }
+  return descriptor;
+}
+
+enum class Memory { None, Kept, Unreadable };
+
+// What is remembered of a volume's root.
+Memory Recall(const std::u16string& volume, FolderDescriptor& descriptor) {
+  win32::UniqueKey key;
+  win32::LSTATUS error = win32::RegOpenKeyExW(win32::HKEY_LOCAL_MACHINE, kRootsKey, 0,
+                                              win32::KEY_QUERY_VALUE | win32::KEY_WOW64_32KEY, key.put());
+  win32::DWORD type = 0, size = 0;
+  if (error == 0) error = win32::RegQueryValueExW(key.get(), volume.c_str(), nullptr, &type, nullptr, &size);
+  if (error == win32::LSTATUS{win32::ERROR_FILE_NOT_FOUND}) return Memory::None;
+  if (error != 0 || type != win32::REG_SZ) return Memory::Unreadable;
+  std::u16string text(size / sizeof(char16_t), u'\0');
+  size = static_cast<win32::DWORD>(text.size() * sizeof(char16_t));
+  if (win32::RegQueryValueExW(key.get(), volume.c_str(), nullptr, &type, reinterpret_cast<win32::BYTE*>(text.data()),
+                              &size) != 0)
+    return Memory::Unreadable;
+  text.resize(std::min(text.find(u'\0'), text.size()));
+  descriptor = FromText(text);
+  return descriptor.empty() ? Memory::Unreadable : Memory::Kept;
+}
+
+bool Remember(const std::u16string& volume, const FolderDescriptor& descriptor) {
+  const std::u16string text = TextOf(descriptor, kAllParts);
+  win32::UniqueKey key;
+  return !text.empty() &&
+         win32::RegCreateKeyExW(win32::HKEY_LOCAL_MACHINE, kRootsKey, 0, nullptr, win32::REG_OPTION_NON_VOLATILE,
+                                win32::KEY_SET_VALUE | win32::KEY_WOW64_32KEY, nullptr, key.put(), nullptr) == 0 &&
+         win32::RegSetValueExW(key.get(), volume.c_str(), 0, win32::REG_SZ,
+                               reinterpret_cast<const win32::BYTE*>(text.c_str()),
+                               static_cast<win32::DWORD>((text.size() + 1) * sizeof(char16_t))) == 0;
+}
+
+bool Forget(const std::u16string& volume) {
+  win32::UniqueKey key;
+  return win32::RegOpenKeyExW(win32::HKEY_LOCAL_MACHINE, kRootsKey, 0, win32::KEY_SET_VALUE | win32::KEY_WOW64_32KEY,
+                              key.put()) == 0 &&
+         win32::RegDeleteValueW(key.get(), volume.c_str()) == 0;
+}
+
+}  // namespace
+
+bool LendSecurityToRoot(const std::u16string& folder, const std::u16string& volume) {
+  const FolderDescriptor lent = AsOfRoot(ReadDescriptor(folder));
+  FolderDescriptor own;
+  const Memory memory = Recall(volume, own);
+  if (lent.empty() || memory == Memory::Unreadable) return false;
+  // A run that was cut off may have lent it one before: the root's own is then the one that is remembered.
+  if (memory == Memory::None && !Remember(volume, ReadDescriptor(volume))) return false;
+  if (WriteDescriptor(volume, lent)) return true;
+  GiveRootItsOwnSecurity(volume);
+  return false;
+}
+
+bool GiveRootItsOwnSecurity(const std::u16string& volume) {
+  FolderDescriptor own;
+  const Memory memory = Recall(volume, own);
+  if (memory == Memory::None) return true;
+  if (memory == Memory::Unreadable || !WriteDescriptor(volume, own)) {
+    Log(u"#ERROR: Unable to restore the security of volume %ls.", volume);
+    return false;
+  }
+  if (!Forget(volume)) Log(u"#INFO: Unable to remove what is remembered of the security of volume %ls.", volume);
+  return true;
+}
+
+FolderDescriptor ChangedRootSecurity(const std::u16string& folder, const std::u16string& volume) {
+  FolderDescriptor own;
+  if (Recall(volume, own) != Memory::Kept) return {};
+  const FolderDescriptor lent = AsOfRoot(ReadDescriptor(folder));
+  FolderDescriptor present = ReadDescriptor(volume);
+  if (lent.empty() || present.empty() || Meaning(lent) == Meaning(present)) return {};
+  return present;
+}

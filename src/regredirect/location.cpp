@@ -1,0 +1,184 @@
+#include "regredirect/location.h"
+
+#include <exception>
+#include <string>
+#include <string_view>
+
+#include "cli/console.h"
+#include "fsops/mounted_folder.h"
+#include "log/log.h"
+#include "probes/privileges.h"
+#include "probes/rimehold_status.h"
+#include "probes/services.h"
+#include "redirect/created_folders.h"
+#include "redirect/path_text.h"
+#include "regredirect/configuration.h"
+#include "regredirect/registry_data.h"
+#include "regredirect/service_config.h"
+#include "validate/validate.h"
+#include "win32/win32.h"
+
+namespace {
+
+constexpr unsigned kSetAdministratorsOnly = 145;
+constexpr unsigned kRemovalFailed = 154;
+constexpr unsigned kSettingFailed = 155;
+constexpr unsigned kRemovalAdministratorsOnly = 156;
+constexpr unsigned kLocationSet = 157;
+constexpr unsigned kLocationRemoved = 160;
+constexpr unsigned kProfilesNeedIt = 171;
+
+// A volume without a letter becomes a location by being mounted on a folder. What was made for that is taken away again
+// unless the location is kept.
+class VolumeOnFolder {
+ public:
+  VolumeOnFolder() = default;
+  VolumeOnFolder(const VolumeOnFolder&) = delete;
+  VolumeOnFolder& operator=(const VolumeOnFolder&) = delete;
+  ~VolumeOnFolder() {
+    if (kept_ || folder_.empty()) return;
+    if (mounted_ && !UnmountVolume(folder_))
+      LogWithSystemError(u"#ERROR: Failed to unmount the volume from the folder %ls. ", folder_);
+    else
+      created_.RemoveIfEmpty();
+  }
+
+  bool Mount(const std::u16string& volume) {
+    std::u16string folder;
+    if (!GetRegRedirectPath(folder)) {
+      Log(u"#ERROR: Unable to get mount volume path.");
+      return false;
+    }
+    created_ = CreatedFolders(folder);
+    folder_ = folder;
+    const auto result = static_cast<win32::DWORD>(win32::SHCreateDirectoryExW(nullptr, folder_.c_str(), nullptr));
+    if (result != win32::ERROR_SUCCESS && result != win32::ERROR_ALREADY_EXISTS && result != win32::ERROR_FILE_EXISTS) {
+      Log(u"#ERROR: Failed To Create Target Folder: %ls", folder_);
+      return false;
+    }
+    mounted_ = MountVolume(folder_, volume);
+    if (!mounted_) Log(u"#ERROR: Failed to Mount Volume on Target Folder: %ls", folder_);
+    return mounted_;
+  }
+  void Keep() { kept_ = true; }
+  const std::u16string& folder() const { return folder_; }
+
+ private:
+  std::u16string folder_;
+  CreatedFolders created_{{}};
+  bool mounted_ = false, kept_ = false;
+};
+
+// "\\?\Volume{", to the letter.
+bool NamesVolume(std::u16string_view location) { return location.starts_with(u"\\\\?\\Volume{"); }
+
+// Everything up to the saved file. The location that was recorded before goes to `oldLocation`.
+bool Set(const std::u16string& location, CQBConfig& config, VolumeOnFolder& mount, std::u16string& oldLocation) {
+  int status = 0;
+  if (!config.Init() || !ReadLocation(config, status, oldLocation)) return false;
+  if (status != 0) {
+    Log(u"#ERROR: Registry Key Redirection location already set. To set new location,please remove existing location");
+    return false;
+  }
+  const bool onVolume = NamesVolume(location);
+  if (onVolume && !mount.Mount(location)) return false;
+  const std::u16string& folder = onVolume ? mount.folder() : location;
+  constexpr int kMustExist = 1, kProductFolderOnly = 1;
+  return ValidateTargetPath(folder.c_str(), kMustExist, kProductFolderOnly, 0, 0) && config.SetOutDir(true, folder) &&
+         SaveConfiguration(config);
+}
+
+// The folder that SetRegKeyLocation mounts volumes on. A mount point of somebody else's stays.
+bool IsOwnMountFolder(const std::u16string& folder) {
+  std::u16string own;
+  return IsVolumeMountPoint(folder.c_str()) && GetRegRedirectPath(own) && EqualPaths(folder, own);
+}
+
+enum class Removal { Done, Failed, ProfilesNeedIt };
+
+// Everything up to the saved file. The location that was recorded goes to `oldLocation`.
+Removal Remove(CQBConfig& config, std::u16string& oldLocation) {
+  const auto fail = [](const char16_t* reason) {
+    Log(u"%ls", reason);
+    return Removal::Failed;
+  };
+  std::u16string profileStatus;
+  if (!config.Init() || !config.GetUserProfileRedirection(nullptr, &profileStatus, nullptr))
+    return fail(u"#ERROR: Failed to obtain profile information from config file.");
+  if (profileStatus == u"1") {
+    Log(u"#ERROR: Redirect new user profile redirection is enabled.");
+    return Removal::ProfilesNeedIt;
+  }
+  int status = 0;
+  if (!config.GetOutDir(status, oldLocation) || oldLocation.empty())
+    return fail(u"#ERROR: Redirect Registry key location already empty.");
+  if (!config.SetOutDir(false) || !SaveConfiguration(config))
+    return fail(u"#ERROR: Unable to set Registry Redirect Location in config file.");
+  return Removal::Done;
+}
+
+// The service keeps nothing there any more. None of this is checked: the location is removed.
+void LeaveLocation(const std::u16string& location) {
+  if (IsOwnMountFolder(location) && UnmountVolume(location)) RemoveEmptyFolder(location);
+  DisableQuillbayService();
+  ControlServiceAndWait(kQuillbayService, win32::SERVICE_CONTROL_STOP);
+  CleanRegistryData(location);
+}
+
+int SayRemovalFailed(const std::u16string& location) {
+  ConsoleFormatString(kRemovalFailed, LogPath(), location);
+  return 1;
+}
+
+}  // namespace
+
+int SetRegKeyLocation(const char16_t* location) try {
+  if (!location || !*location) return 1;
+  CQBConfig config;
+  if (!IsMemberOfAdministrators()) return SayAdministratorsOnly(kSetAdministratorsOnly);
+  VolumeOnFolder mount;
+  std::u16string oldLocation;
+  if (!Set(location, config, mount, oldLocation)) {
+    ConsoleFormatString(kSettingFailed, LogPath(), location);
+    return 1;
+  }
+  mount.Keep();
+  CleanRegistryData(oldLocation);
+  StartQuillbayService();
+  ConsoleFormatString(kLocationSet, location);
+  return 0;
+} catch (const std::exception&) {
+  ConsoleFormatString(kSettingFailed, LogPath(), location);
+  return 1;
+}
+
+int RemoveRegKeyLocation() try {
+  CQBConfig config;
+  if (!IsMemberOfAdministrators()) return SayAdministratorsOnly(kRemovalAdministratorsOnly);
+  std::u16string oldLocation;
+  switch (Remove(config, oldLocation)) {
+    case Removal::ProfilesNeedIt:
+      ConsolePrint(LoadResourceString(kProfilesNeedIt));
+      return 1;
+    case Removal::Failed:
+      return SayRemovalFailed(oldLocation);
+    case Removal::Done:
+      break;
+  }
+  LeaveLocation(oldLocation);
+  ConsoleFormatString(kLocationRemoved, oldLocation);
+  return 0;
+} catch (const std::exception&) {
+  return SayRemovalFailed({});
+}
+
+int PrintRegKeyLocation() try {
+  CQBConfig config;
+  int status = 0;
+  std::u16string location;
+  if (!config.Init() || !config.GetOutDir(status, location)) return 1;
+  ConsoleFormat(u"\n\n%ls\n\n", location);
+  return 0;
+} catch (const std::exception&) {
+  return 1;
+}

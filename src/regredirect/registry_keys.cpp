@@ -1,0 +1,164 @@
+#include "regredirect/registry_keys.h"
+
+#include <algorithm>
+#include <exception>
+#include <string_view>
+#include <vector>
+
+#include "cli/console.h"
+#include "log/log.h"
+#include "probes/privileges.h"
+#include "probes/services.h"
+#include "redirect/path_text.h"
+#include "regredirect/configuration.h"
+#include "regredirect/service_config.h"
+#include "win32/win32.h"
+
+namespace {
+
+constexpr unsigned kRemovalFailed = 143;
+constexpr unsigned kKeyRemoved = 144;
+constexpr unsigned kAdministratorsOnly = 145;
+constexpr unsigned kKeyAdded = 159;
+constexpr unsigned kAddingFailedWithoutName = 168;
+constexpr unsigned kAddingFailed = 169;
+constexpr unsigned kKeyNotAllowed = 185;
+
+int SayAddingFailed(const std::u16string& name) {
+  if (name.empty())
+    ConsoleFormatString(kAddingFailedWithoutName, LogPath());
+  else
+    ConsoleFormatString(kAddingFailed, name, LogPath());
+  return 1;
+}
+
+bool IsMonitored(const CQBConfig& config, const std::u16string& name) {
+  return std::ranges::any_of(config.MonitoredKeys(), [&](const std::u16string& key) { return EqualPaths(key, name); });
+}
+
+// May the key join those that the file lists?
+bool MayBeAdded(const CQBConfig& config, const std::u16string& name) {
+  int status = 0;
+  std::u16string location, parent;
+  if (!config.GetOutDir(status, location) || status == 0) {
+    Log(u"#ERROR: redirect location not set (redirection disabled).");
+    return false;
+  }
+  if (IsMonitored(config, name)) {
+    Log(u"#ERROR: Registry key already present in list.");
+    return false;
+  }
+  if (config.HasParentKey(name, &parent)) {
+    Log(u"#ERROR: parent key already present: %s", parent);
+    return false;
+  }
+  return true;
+}
+
+// The monitored keys below `name` are preserved with it from now on and need no entries of their own. The profile list
+// key, written just so, keeps its entry: it is looked for under that name.
+bool AbsorbChildren(CQBConfig& config, const std::u16string& name) {
+  std::vector<std::u16string> children;
+  if (!config.GetChildKeys(name, children)) return true;
+  for (const std::u16string& child : children) Log(u"%ls", child);
+  // An entry is removed in all its spellings at once, so beside the exact one another spelling stays as well.
+  std::vector<std::u16string> settled;
+  if (std::ranges::find(children, kProfileListKey) != children.end()) settled.emplace_back(kProfileListKey);
+  for (const std::u16string& child : children) {
+    if (std::ranges::any_of(settled, [&](const std::u16string& done) { return EqualPaths(done, child); })) continue;
+    if (!config.RemoveRegKey(child)) return false;
+    settled.push_back(child);
+  }
+  return true;
+}
+
+bool Add(CQBConfig& config, const std::u16string& name) {
+  if (!config.Init() || !MayBeAdded(config, name)) return false;
+  return AbsorbChildren(config, name) && config.AddRegKey(name) && SaveConfiguration(config);
+}
+
+bool Remove(CQBConfig& config, const std::u16string& name) {
+  if (!config.Init()) return false;
+  int status = 0;
+  std::u16string location, profileStatus;
+  if (!config.GetOutDir(status, location) || status == 0) {
+    Log(u"#ERROR: Registry key redirection is disabled.");
+    return false;
+  }
+  if (EqualPaths(name, kProfileListKey) && config.GetUserProfileRedirection(nullptr, &profileStatus, nullptr) &&
+      profileStatus == u"1") {
+    Log(u"#ERROR: This registry key is required for redirecting new user profiles automatically.");
+    return false;
+  }
+  return config.RemoveRegKey(name) && SaveConfiguration(config);
+}
+
+}  // namespace
+
+bool IsValidRegistryPath(const std::u16string& name) {
+  constexpr std::u16string_view kHive = u"HKEY_LOCAL_MACHINE\\";
+  if (!StartsWithPath(name, kHive)) return false;
+  win32::UniqueKey key;
+  const win32::LSTATUS result =
+      win32::RegOpenKeyExW(win32::HKEY_LOCAL_MACHINE, name.c_str() + kHive.size(), 0, win32::KEY_READ, key.put());
+  return result == win32::LSTATUS{win32::ERROR_SUCCESS} || result == win32::LSTATUS{win32::ERROR_ACCESS_DENIED};
+}
+
+bool IsAllowedRegistryKey(const std::u16string& name) {
+  for (const std::u16string_view refused :
+       {u"HKEY_LOCAL_MACHINE\\SOFTWARE", u"HKEY_LOCAL_MACHINE\\SOFTWARE\\", u"HKEY_LOCAL_MACHINE\\SOFTWARE\\Microsoft",
+        u"HKEY_LOCAL_MACHINE\\SOFTWARE\\Microsoft\\"})
+    if (EqualPaths(name, refused)) return false;
+  return true;
+}
+
+int AddRedirectedRegKey(const char16_t* key) try {
+  const std::u16string name = key ? key : u"";
+  CQBConfig config;
+  if (!IsMemberOfAdministrators()) return SayAdministratorsOnly(kAdministratorsOnly);
+  if (name.empty()) {
+    Log(u"#ERROR: Input path not specified.");
+    return SayAddingFailed(name);
+  }
+  if (!IsValidRegistryPath(name)) {
+    Log(u"#ERROR: Invalid Registry path: %s", name);
+    return SayAddingFailed(name);
+  }
+  if (!IsAllowedRegistryKey(name)) {
+    Log(u"#ERROR: Redirection of %s key is not allowed.", name);
+    ConsoleFormatString(kKeyNotAllowed, name);
+    return 1;
+  }
+  if (!Add(config, name)) return SayAddingFailed(name);
+  StartQuillbayService();
+  ConsoleFormatString(kKeyAdded, name);
+  return 0;
+} catch (const std::exception&) {
+  return SayAddingFailed(key ? key : u"");
+}
+
+int RemoveRedirectedRegKey(const char16_t* name) try {
+  if (!name || !*name) return 1;
+  CQBConfig config;
+  if (!IsMemberOfAdministrators()) return SayAdministratorsOnly(kAdministratorsOnly);
+  if (!Remove(config, name)) {
+    ConsoleFormatString(kRemovalFailed, name, LogPath());
+    return 1;
+  }
+  ConsoleFormatString(kKeyRemoved, name);
+  return 0;
+} catch (const std::exception&) {
+  ConsoleFormatString(kRemovalFailed, name, LogPath());
+  return 1;
+}
+
+int PrintRedirectedRegKeys() try {
+  CQBConfig config;
+  if (!config.Init()) return 1;
+  ConsolePrint(u"\n\n");
+  for (const std::u16string& key : config.MonitoredKeys()) ConsoleFormat(u"%ls\n", key);
+  ConsolePrint(u"\n");
+  return 0;
+} catch (const std::exception&) {
+  return 1;
+}

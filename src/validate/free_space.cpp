@@ -1,0 +1,87 @@
+#include "validate/free_space.h"
+
+#include <exception>
+#include <string>
+
+#include "fsops/mounted_folder.h"
+#include "log/log.h"
+#include "validate/path_rules.h"
+#include "win32/win32.h"
+
+namespace {
+
+struct Space {
+  std::uint64_t available = 0;  // to the caller
+  std::uint64_t total = 0;
+  std::uint64_t free = 0;
+};
+
+bool DiskSpace(const std::u16string& path, Space& space) {
+  win32::ULARGE_INTEGER available{}, total{}, free{};
+  if (!win32::GetDiskFreeSpaceExW(path.c_str(), &available, &total, &free)) return false;
+  space = {available.QuadPart, total.QuadPart, free.QuadPart};
+  return true;
+}
+
+bool IsVolume(const char16_t* path) { return IsVolumeMountPoint(path) || IsVolumePath(path); }
+
+bool MeasureVolume(const char16_t* path, std::uint64_t& bytes) {
+  Space space;
+  if (!DiskSpace(path, space)) return false;
+  bytes = space.total - space.free;
+  return true;
+}
+
+bool MeasureTree(LazyListing& tree, std::uint64_t& bytes) {
+  const TreeListing* const listing = tree.Get();
+  if (listing) bytes = listing->TotalSize();
+  return listing != nullptr;
+}
+
+// A target that is yet to be made takes its room where the folder above it is.
+std::u16string WhereToLook(const char16_t* target) {
+  std::u16string parent;
+  if (win32::PathFileExistsW(target) || !GetParentDirPath(target, parent)) return target;
+  Log(u"#INFO: Target %ls doesn't exists so checking free space using parent directory %ls", target, parent);
+  return FolderForm(parent);
+}
+
+}  // namespace
+
+bool MeasureSource(const char16_t* source, LazyListing& sourceTree, std::uint64_t& bytes) {
+  if (IsVolume(source) ? MeasureVolume(source, bytes) : MeasureTree(sourceTree, bytes)) return true;
+  Log(u"#ERROR: Failed to obtain size of %ls", source);
+  return false;
+}
+
+int HasEnoughFreeSpace(const char16_t* source, const char16_t* target, LazyListing& sourceTree) try {
+  if (!source || !target) {
+    Log(u"#ERROR: Source Or Target path is missing.");
+    return 0;
+  }
+  std::uint64_t needed = 0;
+  if (!MeasureSource(source, sourceTree, needed)) return 0;
+
+  const std::u16string place = WhereToLook(target);
+  Space space;  // for an ordinary folder that Windows cannot answer for, nothing counts as free
+  if (!DiskSpace(place, space) && IsVolume(place.c_str())) {
+    Log(u"#ERROR: Failed to obtain available free space on : %ls", place);
+    return 0;
+  }
+  if (space.available > needed) return 1;
+  std::u16string name = target;
+  IsVolumeMountPoint(target, &name);
+  Log(u"#ERROR: There is not enough free disk space on target %ls. Browse to a different location or delete one or "
+      u"more files to free disk space, and try again.",
+      name);
+  return 0;
+} catch (const std::exception&) {
+  return 0;
+}
+
+int HasEnoughFreeSpace(const char16_t* source, const char16_t* target) try {
+  LazyListing sourceTree(source);
+  return HasEnoughFreeSpace(source, target, sourceTree);
+} catch (const std::exception&) {
+  return 0;
+}

@@ -1,0 +1,123 @@
+// The rules for a source or a target folder by itself. The table is their order.
+#include <exception>
+#include <string_view>
+
+#include "log/log.h"
+#include "validate/validate.h"
+#include "win32/win32.h"
+
+namespace {
+
+using PathLine = FormatFor<const char16_t*>;
+
+constexpr PathLine kNetworkPath =
+    u"#ERROR: The selected folder %ls is a UNC path representing a network resource. Browse to a different location.";
+constexpr PathLine kRelativePath =
+    u"#ERROR: The selected folder %ls is a relative path. Browse to a different location";
+
+bool Exists(const char16_t* path) { return win32::PathFileExistsW(path) != win32::FALSE; }
+
+bool IsNotDriveRelative(const char16_t* path) {
+  const std::u16string_view text = path;
+  return text.size() < 2 || text[1] != u':' || text.size() == 2 || text[2] == u'\\';
+}
+
+// A path without a drive letter never gets as far as the rules that would name what it is, so its kind is told here.
+void LogWhyThereIsNoDrive(const char16_t* path) {
+  if (win32::PathIsUNCW(path))
+    Log(kNetworkPath, path);
+  else if (win32::PathGetDriveNumberW(path) < 0 && IsRelativePath(path))
+    Log(kRelativePath, path);
+}
+
+bool IsNotDriveRoot(const char16_t* path) { return !IsDriveRoot(path); }
+bool IsOnNtfs(const char16_t* path) { return GetFileSystemType(path) == 1; }
+bool IsNotNetworkPath(const char16_t* path) { return !IsNetworkPath(path); }
+bool IsDirectory(const char16_t* path) { return win32::PathIsDirectoryW(path) != win32::FALSE; }
+
+bool IsDirectoryOrFree(const char16_t* path) {
+  if (Exists(path)) return IsDirectory(path);
+  Log(u"#INFO: The selected target folder %ls does not exist. Ignoring PathIsDirectory validation.", path);
+  return true;
+}
+
+bool IsShortEnough(const char16_t* path) { return std::u16string_view(path).size() < kPathLengthLimit; }
+bool IsNotRelative(const char16_t* path) { return !IsRelativePath(path); }
+
+// To which paths a rule applies.
+enum class Of {
+  Every,
+  Existing,        // that must be there
+  ExistingFolder,  // that must be there and must not be a drive's root
+  New,             // that need not be there
+};
+
+struct PathRule {
+  bool (*holds)(const char16_t* path);
+  Of paths;
+  PathLine line;  // when it does not hold
+  bool withSystemError = false;
+  void (*moreToSay)(const char16_t* path) = nullptr;
+};
+
+constexpr PathRule kRules[] = {
+    {Exists, Of::Existing, u"#ERROR: The selected folder %ls does not exist.", true},
+    {IsNotDriveRelative, Of::Every, u"#ERROR:Invalid path : %ls"},
+    {DriveExists, Of::Every, u"#ERROR: %ls - The specified drive does not exists.", false, LogWhyThereIsNoDrive},
+    {IsNotDriveRoot, Of::ExistingFolder,
+     u"#ERROR: %ls - A folder is required for folder redirection. Browse to a different location."},
+    {IsOnNtfs, Of::Every, u"#ERROR: Folder %ls must be on NTFS formatted volume. Browse to a different location."},
+    {IsNotNetworkPath, Of::Every, kNetworkPath},
+    {IsDirectory, Of::Existing, u"#ERROR: The specified path %ls is not a valid directory path."},
+    {IsDirectoryOrFree, Of::New, u"#ERROR: The specified path %ls is not a valid directory path."},
+    {IsShortEnough, Of::Every,
+     u"#ERROR: The specified path %ls exceeds the system-defined maximum length of 248 characters. Browse to a "
+     u"different location."},
+    {IsNotRelative, Of::Every, kRelativePath},
+    {IsOnFixedOrRemovableDrive, Of::Every,
+     u"#ERROR: Folder %ls must be on fixed or removable drive. Browse to a different location."},
+};
+
+bool Holds(const PathRule& rule, const char16_t* path) {
+  if (rule.holds(path)) return true;
+  if (rule.withSystemError)
+    LogWithSystemError(rule.line, path);
+  else
+    Log(rule.line, path);
+  if (rule.moreToSay) rule.moreToSay(path);
+  return false;
+}
+
+bool Applies(Of paths, bool mustExist, bool allowDriveRoot) {
+  switch (paths) {
+    case Of::Existing:
+      return mustExist;
+    case Of::ExistingFolder:
+      return mustExist && !allowDriveRoot;
+    case Of::New:
+      return !mustExist;
+    case Of::Every:
+      break;
+  }
+  return true;
+}
+
+}  // namespace
+
+// The rules about Windows' own folders come last, and only for a path that must be there.
+int ValidateTargetPath(const char16_t* path, int mustExist, int allowDriveRoot, int quiet1, int quiet2) try {
+  if (!path) {
+    Log(u"#ERROR: Input path missing.");
+    return 0;
+  }
+  for (const PathRule& rule : kRules)
+    if (Applies(rule.paths, mustExist != 0, allowDriveRoot != 0) && !Holds(rule, path)) return 0;
+  return mustExist && IsSystemFolder(path, allowDriveRoot, quiet1, quiet2) ? 0 : 1;
+} catch (const std::exception&) {
+  return 0;
+}
+
+// A source must be there, and a drive is no folder.
+int ValidateSourcePath(const char16_t* path, int quiet1, int quiet2) {
+  return ValidateTargetPath(path, 1, 0, quiet1, quiet2);
+}

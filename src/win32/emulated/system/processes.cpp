@@ -1,0 +1,135 @@
+// Other processes and handles of theirs: the scripting, and the calls of win32/process.h that reach for them.
+#include "win32/emulated/system/processes.h"
+
+#include <algorithm>
+#include <optional>
+
+#include "win32/emulated/security/access.h"
+#include "win32/emulated/system/threads.h"
+#include "win32/process.h"
+
+namespace emulated {
+
+const Process* FindProcess(const Machine& machine, win32::DWORD id) {
+  if (id == machine.process.id) return &machine.process;
+  const auto found =
+      std::find_if(machine.others.begin(), machine.others.end(), [&](const Process& other) { return other.id == id; });
+  return found == machine.others.end() ? nullptr : &*found;
+}
+
+Process& AddProcess(Machine& machine, win32::DWORD id, std::u16string_view image) {
+  for (Process& other : machine.others)
+    if (other.id == id) return other;
+  return machine.others.emplace_back(Process{id, std::u16string(image), MakeSystemToken()});
+}
+
+void EndProcess(Machine& machine, win32::DWORD id) {
+  machine.objects.CloseAll(id);
+  std::erase_if(machine.others, [&](const Process& other) { return other.id == id; });
+}
+
+win32::HANDLE OpenInProcess(Machine& machine, win32::DWORD id, std::shared_ptr<Object> object,
+                            win32::ACCESS_MASK granted) {
+  AddProcess(machine, id);
+  return machine.objects.Insert(std::move(object), id, granted);
+}
+
+DeviceFile::DeviceFile(std::u16string_view name, bool nameQueryHangs) : nameQueryHangs_(nameQueryHangs) {
+  const std::size_t folder = name.find(u'\\', 1);  // behind \Device
+  const std::size_t end = folder == name.npos ? name.size() : std::min(name.find(u'\\', folder + 1), name.size());
+  device_ = name.substr(0, end);
+  name_ = name.substr(end);
+}
+
+}  // namespace emulated
+
+namespace win32 {
+
+namespace {
+
+using emulated::Machine;
+using emulated::ProcessObject;
+
+const HANDLE kCurrentProcess = reinterpret_cast<HANDLE>(LONG_PTR{-1});
+const HANDLE kCurrentThread = reinterpret_cast<HANDLE>(LONG_PTR{-2});
+constexpr ACCESS_MASK kProcessAllAccess = 0x1FFFFF, kThreadAllAccess = 0x1FFFFF;
+constexpr GENERIC_MAPPING kProcessMapping{0x20410, 0x20BEA, 0x121001, kProcessAllAccess};
+constexpr DWORD kCloseSource = 1, kSameAccess = DUPLICATE_SAME_ACCESS;
+
+ACCESS_MASK Mapped(ACCESS_MASK access, const GENERIC_MAPPING& mapping) {
+  if (access & GENERIC_READ) access |= mapping.GenericRead;
+  if (access & GENERIC_WRITE) access |= mapping.GenericWrite;
+  if (access & GENERIC_EXECUTE) access |= mapping.GenericExecute;
+  if (access & (GENERIC_ALL | MAXIMUM_ALLOWED)) access |= mapping.GenericAll;
+  return access & 0x01FFFFFF;
+}
+
+// Administrators, who may debug, and a process's own user open it.
+bool MayOpen(Machine& machine, const emulated::Process& process) {
+  if (process.id == machine.process.id) return true;
+  if (process.isProtected) return false;
+  static const emulated::Sid administrators = emulated::SidFromText(u"S-1-5-32-544");
+  const emulated::Token& token = machine.EffectiveToken();
+  return token.Allows(administrators) || token.PrivilegeEnabled(u"SeDebugPrivilege") ||
+         (process.token && process.token->user == token.user);
+}
+
+// The process that a handle with PROCESS_DUP_HANDLE names. 0, 5 or 6.
+DWORD ProcessToReach(Machine& machine, HANDLE handle, DWORD& id) {
+  id = machine.process.id;
+  if (handle == kCurrentProcess) return ERROR_SUCCESS;
+  const auto process = emulated::ObjectOf<ProcessObject>(handle);
+  if (!process) return ERROR_INVALID_HANDLE;
+  if (!(machine.objects.Entry(handle, machine.process.id)->granted & PROCESS_DUP_HANDLE)) return ERROR_ACCESS_DENIED;
+  id = process->id();
+  return emulated::FindProcess(machine, id) ? ERROR_SUCCESS : ERROR_ACCESS_DENIED;  // one that has ended
+}
+
+// What a handle of a process names; the two that every process has for itself as well.
+std::optional<emulated::HandleEntry> EntryOf(Machine& machine, HANDLE handle, DWORD processId) {
+  if (handle == kCurrentProcess)
+    return emulated::HandleEntry{std::make_shared<ProcessObject>(processId), processId, kProcessAllAccess};
+  if (handle == kCurrentThread && processId == machine.process.id)
+    return emulated::HandleEntry{machine.threads().Calling(), processId, kThreadAllAccess};
+  const emulated::HandleEntry* const entry = machine.objects.Entry(handle, processId);
+  return entry ? std::optional(*entry) : std::nullopt;
+}
+
+}  // namespace
+
+HANDLE OpenProcess(DWORD dwDesiredAccess, BOOL bInheritHandle, DWORD dwProcessId) {
+  WIN32_CALL(dwDesiredAccess, bInheritHandle, dwProcessId);
+  if (call.Refused()) return nullptr;
+  Machine& machine = Machine::Current();
+  const emulated::Process* const process = emulated::FindProcess(machine, dwProcessId);
+  if (!process || !MayOpen(machine, *process)) {
+    emulated::SetLastError(process ? ERROR_ACCESS_DENIED : ERROR_INVALID_PARAMETER);
+    return call.Return(HANDLE{nullptr});
+  }
+  return call.Return(
+      emulated::NewHandle(std::make_shared<ProcessObject>(dwProcessId), Mapped(dwDesiredAccess, kProcessMapping)));
+}
+
+// Rights that the source handle does not have are refused (5): no object of this machine is asked for them anew.
+BOOL DuplicateHandle(HANDLE hSourceProcessHandle, HANDLE hSourceHandle, HANDLE hTargetProcessHandle,
+                     HANDLE* lpTargetHandle, DWORD dwDesiredAccess, BOOL bInheritHandle, DWORD dwOptions) {
+  WIN32_CALL(hSourceProcessHandle, hSourceHandle, hTargetProcessHandle, dwDesiredAccess, bInheritHandle, dwOptions);
+  if (call.Refused()) return FALSE;
+  if (lpTargetHandle) *lpTargetHandle = nullptr;
+  Machine& machine = Machine::Current();
+  DWORD source = 0, target = 0;
+  if (const DWORD error = ProcessToReach(machine, hSourceProcessHandle, source)) return call.Done(error);
+  const auto entry = EntryOf(machine, hSourceHandle, source);
+  if (!entry) return call.Done(ERROR_INVALID_HANDLE);
+  if (lpTargetHandle) {
+    if (const DWORD error = ProcessToReach(machine, hTargetProcessHandle, target)) return call.Done(error);
+    const ACCESS_MASK access =
+        dwOptions & kSameAccess ? entry->granted : Mapped(dwDesiredAccess, emulated::kFileMapping);
+    if (access & ~entry->granted) return call.Done(ERROR_ACCESS_DENIED);
+    *lpTargetHandle = machine.objects.Insert(entry->object, target, access);
+  }
+  if (dwOptions & kCloseSource) machine.objects.Close(hSourceHandle, source);
+  return call.Done(ERROR_SUCCESS);
+}
+
+}  // namespace win32

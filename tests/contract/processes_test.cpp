@@ -1,0 +1,391 @@
+// Other processes' handles, threads, virtual memory, structured exceptions, and ntdll's queries.
+#include <algorithm>
+#include <cstring>
+#include <stdexcept>
+#include <vector>
+
+#include "contract/files_support.h"
+
+namespace {
+
+using namespace win32;
+
+constexpr NTSTATUS kInvalidHandle = static_cast<NTSTATUS>(0xC0000008);
+constexpr NTSTATUS kObjectTypeMismatch = static_cast<NTSTATUS>(0xC0000024);
+
+template <typename Function>
+Function Entry(const char* name) {
+  const auto found = GetProcAddress(GetModuleHandleW(u"ntdll.dll"), name);
+  Function function = nullptr;
+  std::memcpy(&function, &found, sizeof function);
+  return function;
+}
+
+// Room for a query's answer, aligned as records need it.
+struct Buffer {
+  explicit Buffer(std::size_t bytes) : words((bytes + 7) / 8), size(static_cast<ULONG>(bytes)) {}
+  template <typename T>
+  T& As(std::size_t offset = 0) {
+    return *reinterpret_cast<T*>(reinterpret_cast<std::uint8_t*>(words.data()) + offset);
+  }
+  void* data() { return words.data(); }
+  std::vector<std::uint64_t> words;
+  ULONG size;
+};
+
+std::u16string Text(const UNICODE_STRING& string) {
+  return string.Buffer ? std::u16string(string.Buffer, string.Length / 2) : std::u16string();
+}
+
+class Processes : public contract::FileTest {
+ protected:
+  const NtQuerySystemInformationFunction querySystem =
+      Entry<NtQuerySystemInformationFunction>("NtQuerySystemInformation");
+  const NtQueryObjectFunction queryObject = Entry<NtQueryObjectFunction>("NtQueryObject");
+  const NtQueryInformationFileFunction queryFile = Entry<NtQueryInformationFileFunction>("NtQueryInformationFile");
+  const NtQueryInformationProcessFunction queryProcess =
+      Entry<NtQueryInformationProcessFunction>("NtQueryInformationProcess");
+  const NtQueryInformationThreadFunction queryThread =
+      Entry<NtQueryInformationThreadFunction>("NtQueryInformationThread");
+
+  // The whole answer of a query of the system, which may grow between two calls.
+  Buffer Ask(int informationClass) {
+    ULONG needed = 64;
+    for (;;) {
+      Buffer buffer(needed);
+      needed = 0;
+      const NTSTATUS status = querySystem(informationClass, buffer.data(), buffer.size, &needed);
+      if (status == STATUS_SUCCESS) return buffer;
+      EXPECT_EQ(status, STATUS_INFO_LENGTH_MISMATCH);
+      EXPECT_GT(needed, buffer.size);
+      if (needed <= buffer.size) return buffer;
+      needed += 256;
+    }
+  }
+
+  std::u16string ObjectText(HANDLE handle, int informationClass) {
+    Buffer buffer(2048);
+    EXPECT_EQ(queryObject(handle, informationClass, buffer.data(), buffer.size, nullptr), STATUS_SUCCESS);
+    return Text(buffer.As<UNICODE_STRING>());
+  }
+
+  // "\folder\file" of the file's path.
+  std::u16string WithoutDrive(const std::u16string& name) { return Path(name).substr(2); }
+};
+
+TEST_F(Processes, TheHandleTableListsOurOpenFiles) {
+  contract::Put(Path(u"file"));
+  const auto file = contract::Open(Path(u"file"), GENERIC_READ, contract::kShareAll);
+  const UniqueKernelHandle mutex{CreateMutexW(nullptr, FALSE, nullptr)};
+  Buffer table = Ask(SystemHandleInformationClass);
+  auto& header = table.As<SYSTEM_HANDLE_INFORMATION>();
+  ASSERT_LE(8 + header.NumberOfHandles * sizeof(SYSTEM_HANDLE_TABLE_ENTRY_INFO), table.size);
+  const SYSTEM_HANDLE_TABLE_ENTRY_INFO *ofFile = nullptr, *ofMutex = nullptr;
+  for (DWORD i = 0; i < header.NumberOfHandles; ++i) {
+    const SYSTEM_HANDLE_TABLE_ENTRY_INFO& record = header.Handles[i];
+    if (record.UniqueProcessId != static_cast<WORD>(GetCurrentProcessId())) continue;
+    if (record.HandleValue == reinterpret_cast<ULONG_PTR>(file.get())) ofFile = &record;
+    if (record.HandleValue == reinterpret_cast<ULONG_PTR>(mutex.get())) ofMutex = &record;
+  }
+  ASSERT_TRUE(ofFile && ofMutex);
+  EXPECT_NE(ofFile->GrantedAccess & FILE_READ_DATA, 0u);
+  if (contract::OnWine()) return;  // which leaves the types' numbers and the objects' addresses out
+  EXPECT_NE(ofFile->ObjectTypeIndex, ofMutex->ObjectTypeIndex);
+  EXPECT_NE(ofFile->Object, ofMutex->Object);
+}
+
+TEST_F(Processes, TheProcessListHasOurProcess) {
+  Buffer list = Ask(SystemProcessInformationClass);
+  bool found = false;
+  for (std::size_t offset = 0;;) {
+    ASSERT_LE(offset + sizeof(SYSTEM_PROCESS_INFORMATION), list.size);
+    const auto& record = list.As<SYSTEM_PROCESS_INFORMATION>(offset);
+    const auto name = reinterpret_cast<std::uint8_t*>(record.ImageName.Buffer);
+    const auto begin = reinterpret_cast<std::uint8_t*>(list.data());
+    EXPECT_TRUE(!name || (name > begin && name + record.ImageName.Length <= begin + list.size));
+    if (record.UniqueProcessId == reinterpret_cast<HANDLE>(ULONG_PTR{GetCurrentProcessId()})) {
+      found = true;
+      EXPECT_TRUE(Text(record.ImageName).ends_with(u".exe"));
+      EXPECT_GE(record.NumberOfThreads, 1u);
+    }
+    if (record.NextEntryOffset == 0) break;
+    offset += record.NextEntryOffset;
+  }
+  EXPECT_TRUE(found);
+}
+
+TEST_F(Processes, QueriesOfTheSystemTellHowMuchRoomTheyNeed) {
+  const UniqueKernelHandle one{CreateMutexW(nullptr, FALSE, nullptr)}, another{CreateMutexW(nullptr, FALSE, nullptr)};
+  for (const int informationClass : {SystemProcessInformationClass, SystemHandleInformationClass}) {
+    Buffer little(40);
+    ULONG needed = 0;
+    EXPECT_EQ(querySystem(informationClass, little.data(), little.size, &needed), STATUS_INFO_LENGTH_MISMATCH);
+    EXPECT_GT(needed, little.size);
+  }
+  EXPECT_FALSE(NT_SUCCESS(querySystem(9999, nullptr, 0, nullptr)));
+}
+
+TEST_F(Processes, AFilesNameIsToldWithItsDeviceOrWithout) {
+  contract::Put(Path(u"file"));
+  contract::MakeDirectory(Path(u"folder"));
+  const auto file = contract::Open(Path(u"file"), GENERIC_READ, contract::kShareAll);
+  const auto folder =
+      contract::Open(Path(u"folder"), GENERIC_READ, contract::kShareAll, OPEN_EXISTING, FILE_FLAG_BACKUP_SEMANTICS);
+  char16_t device[300] = {};
+  ASSERT_NE(QueryDosDeviceW(u"C:", device, 300), 0u);
+  for (const auto& [handle, name] : {std::pair{file.get(), u"file"}, {folder.get(), u"folder"}}) {
+    EXPECT_TRUE(ObjectText(handle, ObjectTypeInformation) == u"File");
+    const std::u16string full = contract::OnWine() ? u"\\??\\" + Path(name) : device + WithoutDrive(name);
+    EXPECT_TRUE(ObjectText(handle, ObjectNameInformation) == full);
+
+    Buffer buffer(4096);
+    IO_STATUS_BLOCK status{};
+    ASSERT_EQ(queryFile(handle, &status, buffer.data(), buffer.size, FileNameInformation), STATUS_SUCCESS);
+    const auto& answer = buffer.As<FILE_NAME_INFORMATION>();
+    EXPECT_TRUE(std::u16string(answer.FileName, answer.FileNameLength / 2) == WithoutDrive(name));
+    EXPECT_EQ(status.Information, 4 + answer.FileNameLength);
+  }
+}
+
+TEST_F(Processes, ANameWithoutRoomIsToldInPartOrNotAtAll) {
+  contract::Put(Path(u"file"));
+  const auto file = contract::Open(Path(u"file"), GENERIC_READ, contract::kShareAll);
+  const UniqueKernelHandle named{CreateMutexW(nullptr, FALSE, u"contract test named")};
+  const auto full = static_cast<ULONG>(16 + (ObjectText(file.get(), ObjectNameInformation).size() + 1) * 2);
+  Buffer buffer(4096);
+  ULONG needed = 0;
+  EXPECT_EQ(queryObject(file.get(), ObjectNameInformation, buffer.data(), 0, &needed), STATUS_INFO_LENGTH_MISMATCH);
+  EXPECT_EQ(needed, full);
+  EXPECT_EQ(queryObject(file.get(), ObjectNameInformation, buffer.data(), 16, &needed), STATUS_BUFFER_OVERFLOW);
+  EXPECT_EQ(needed, full);
+  EXPECT_EQ(queryObject(named.get(), ObjectNameInformation, buffer.data(), 16, &needed), STATUS_INFO_LENGTH_MISMATCH);
+  EXPECT_GT(needed, 16u);
+  EXPECT_EQ(queryObject(named.get(), ObjectTypeInformation, buffer.data(), 0, &needed), STATUS_INFO_LENGTH_MISMATCH);
+  EXPECT_GT(needed, 16u);
+
+  IO_STATUS_BLOCK status{};
+  EXPECT_EQ(queryFile(file.get(), &status, buffer.data(), 4, FileNameInformation), STATUS_INFO_LENGTH_MISMATCH);
+  EXPECT_EQ(queryFile(file.get(), &status, buffer.data(), 10, FileNameInformation), STATUS_BUFFER_OVERFLOW);
+  EXPECT_EQ(buffer.As<FILE_NAME_INFORMATION>().FileNameLength, WithoutDrive(u"file").size() * 2);
+}
+
+TEST_F(Processes, WhatHasNoNameIsAnsweredWithNone) {
+  const UniqueKernelHandle mutex{CreateMutexW(nullptr, FALSE, nullptr)};
+  Buffer buffer(256);
+  ASSERT_EQ(queryObject(mutex.get(), ObjectNameInformation, buffer.data(), buffer.size, nullptr), STATUS_SUCCESS);
+  EXPECT_EQ(buffer.As<UNICODE_STRING>().Length, 0);
+  EXPECT_EQ(buffer.As<UNICODE_STRING>().Buffer, nullptr);
+  EXPECT_TRUE(ObjectText(mutex.get(), ObjectTypeInformation) == u"Mutant");
+}
+
+TEST_F(Processes, QueriesRefuseWhatTheyAreNotFor) {
+  const UniqueKernelHandle mutex{CreateMutexW(nullptr, FALSE, nullptr)};
+  const HANDLE nothing = reinterpret_cast<HANDLE>(ULONG_PTR{0xF000});
+  Buffer buffer(256);
+  IO_STATUS_BLOCK status{};
+  SetLastError(4711);
+  EXPECT_EQ(queryObject(nothing, ObjectNameInformation, buffer.data(), buffer.size, nullptr), kInvalidHandle);
+  EXPECT_EQ(queryFile(nothing, &status, buffer.data(), buffer.size, FileNameInformation), kInvalidHandle);
+  EXPECT_EQ(queryFile(mutex.get(), &status, buffer.data(), buffer.size, FileNameInformation), kObjectTypeMismatch);
+  EXPECT_FALSE(NT_SUCCESS(queryThread(GetCurrentThread(), 9999, buffer.data(), buffer.size, nullptr)));
+  EXPECT_EQ(queryProcess(GetCurrentProcess(), ProcessBasicInformation, buffer.data(), 8, nullptr),
+            STATUS_INFO_LENGTH_MISMATCH);
+  EXPECT_EQ(GetLastError(), 4711u);
+}
+
+TEST_F(Processes, OurProcessCanBeOpenedByItsId) {
+  const DWORD id = GetCurrentProcessId();
+  const UniqueKernelHandle process{OpenProcess(PROCESS_QUERY_INFORMATION | PROCESS_DUP_HANDLE, FALSE, id)};
+  ASSERT_TRUE(process);
+  PROCESS_BASIC_INFORMATION information{};
+  ASSERT_EQ(queryProcess(process.get(), ProcessBasicInformation, &information, sizeof information, nullptr),
+            STATUS_SUCCESS);
+  EXPECT_EQ(information.UniqueProcessId, id);
+  EXPECT_TRUE(ObjectText(process.get(), ObjectTypeInformation) == u"Process");
+  EXPECT_EQ(WaitForSingleObject(process.get(), 0), WAIT_FAILED);  // not opened for that
+  EXPECT_EQ(GetLastError(), ERROR_ACCESS_DENIED);
+  for (const DWORD unknown : {0u, 0x7FFFFFF0u}) {
+    EXPECT_FALSE(OpenProcess(PROCESS_DUP_HANDLE, FALSE, unknown));
+    EXPECT_EQ(GetLastError(), ERROR_INVALID_PARAMETER);
+  }
+}
+
+TEST_F(Processes, ADuplicateIsTheSameOpenFile) {
+  contract::Put(Path(u"file"), "0123456789");
+  auto file = contract::Open(Path(u"file"), GENERIC_READ, 0);
+  const UniqueKernelHandle process{OpenProcess(PROCESS_DUP_HANDLE, FALSE, GetCurrentProcessId())};
+  UniqueFile duplicate;
+  ASSERT_TRUE(DuplicateHandle(process.get(), file.get(), GetCurrentProcess(), duplicate.put(), 0, FALSE,
+                              DUPLICATE_SAME_ACCESS));
+  EXPECT_NE(duplicate.get(), file.get());
+  char first[4] = {}, second[4] = {};
+  DWORD read = 0;
+  EXPECT_TRUE(ReadFile(file.get(), first, 3, &read, nullptr));
+  EXPECT_TRUE(ReadFile(duplicate.get(), second, 3, &read, nullptr));
+  EXPECT_STREQ(second, "345");  // the position is shared
+  file.reset();
+  EXPECT_EQ(contract::OpenError(Path(u"file"), GENERIC_READ), ERROR_SHARING_VIOLATION);
+  duplicate.reset();
+  EXPECT_EQ(contract::OpenError(Path(u"file"), GENERIC_READ), 0u);
+
+  HANDLE none = nullptr;
+  EXPECT_FALSE(DuplicateHandle(process.get(), reinterpret_cast<HANDLE>(ULONG_PTR{0xF000}), GetCurrentProcess(), &none,
+                               0, FALSE, DUPLICATE_SAME_ACCESS));
+  EXPECT_EQ(GetLastError(), ERROR_INVALID_HANDLE);
+}
+
+TEST_F(Processes, AThreadRunsAndIsAwaited) {
+  struct Context {
+    DWORD id = 0, lastError = 0;
+  } context;
+  SetLastError(4711);
+  DWORD id = 0;
+  const UniqueKernelHandle thread{CreateThread(
+      nullptr, 0,
+      [](void* parameter) -> DWORD {
+        static_cast<Context*>(parameter)->lastError = GetLastError();
+        SetLastError(42);
+        static_cast<Context*>(parameter)->id = GetCurrentThreadId();
+        return 7;
+      },
+      &context, 0, &id)};
+  ASSERT_TRUE(thread);
+  EXPECT_EQ(WaitForSingleObject(thread.get(), 10'000), WAIT_OBJECT_0);
+  EXPECT_EQ(WaitForSingleObject(thread.get(), INFINITE), WAIT_OBJECT_0);  // it stays so
+  EXPECT_EQ(context.id, id);
+  EXPECT_NE(id, GetCurrentThreadId());
+  EXPECT_EQ(context.lastError, 0u);  // each thread has its own
+  EXPECT_EQ(GetLastError(), 4711u);
+}
+
+TEST_F(Processes, ThreadsThatSleepTakeTheirTime) {
+  const auto sleeper = [](void* parameter) -> DWORD {
+    Sleep(*static_cast<DWORD*>(parameter));
+    return 0;
+  };
+  DWORD little = 20, much = 60'000;
+  const UniqueKernelHandle brief{CreateThread(nullptr, 0, sleeper, &little, 0, nullptr)},
+      lasting{CreateThread(nullptr, 0, sleeper, &much, 0, nullptr)};
+  EXPECT_EQ(WaitForSingleObject(lasting.get(), 100), WAIT_TIMEOUT);
+  EXPECT_EQ(WaitForSingleObject(brief.get(), 10'000), WAIT_OBJECT_0);
+  EXPECT_TRUE(TerminateThread(lasting.get(), 0));
+  EXPECT_EQ(WaitForSingleObject(lasting.get(), 10'000), WAIT_OBJECT_0);
+}
+
+TEST_F(Processes, ASuspendedThreadStandsStill) {
+  DWORD steps = 0;
+  const UniqueKernelHandle thread{CreateThread(
+      nullptr, 0,
+      [](void* parameter) -> DWORD {
+        Sleep(200);
+        *static_cast<volatile DWORD*>(parameter) = 1;
+        return 0;
+      },
+      &steps, 0, nullptr)};
+  EXPECT_EQ(WaitForSingleObject(thread.get(), 0), WAIT_TIMEOUT);
+  EXPECT_EQ(SuspendThread(thread.get()), 0u);
+  EXPECT_EQ(SuspendThread(thread.get()), 1u);
+  EXPECT_EQ(WaitForSingleObject(thread.get(), 400), WAIT_TIMEOUT);
+  EXPECT_EQ(steps, 0u);
+  EXPECT_EQ(ResumeThread(thread.get()), 2u);
+  EXPECT_EQ(ResumeThread(thread.get()), 1u);
+  EXPECT_EQ(WaitForSingleObject(thread.get(), 10'000), WAIT_OBJECT_0);
+  EXPECT_EQ(steps, 1u);
+  EXPECT_EQ(SuspendThread(thread.get()), 0xFFFFFFFFu);
+}
+
+TEST_F(Processes, VirtualMemoryIsEmptyAndGivenBack) {
+  auto* const memory =
+      static_cast<std::uint8_t*>(VirtualAlloc(nullptr, 65'536, MEM_COMMIT | MEM_RESERVE, PAGE_READWRITE));
+  ASSERT_TRUE(memory);
+  EXPECT_EQ(reinterpret_cast<ULONG_PTR>(memory) % 4096, 0u);
+  EXPECT_EQ(std::count(memory, memory + 65'536, 0), 65'536);
+  memory[65'535] = 1;
+  EXPECT_FALSE(VirtualFree(memory, 65'536, MEM_RELEASE));  // the size must be 0
+  EXPECT_EQ(GetLastError(), ERROR_INVALID_PARAMETER);
+  EXPECT_TRUE(VirtualFree(memory, 0, MEM_RELEASE));
+  EXPECT_FALSE(VirtualAlloc(nullptr, 0, MEM_COMMIT | MEM_RESERVE, PAGE_READWRITE));
+  EXPECT_EQ(GetLastError(), ERROR_INVALID_PARAMETER);
+}
+
+// What the filter was asked about.
+DWORD askedAbout = 0;
+LONG Handle(DWORD code) {
+  askedAbout = code;
+  return EXCEPTION_EXECUTE_HANDLER;
+}
+
+TEST_F(Processes, ACallWithoutExceptionIsLeftAlone) {
+  int value = 0;
+  askedAbout = 0;
+  EXPECT_TRUE(CallWithExceptionFilter([](void* context) { *static_cast<int*>(context) = 5; }, &value, Handle));
+  EXPECT_EQ(value, 5);
+  // C++ exceptions are the program's own affair.
+  EXPECT_THROW(CallWithExceptionFilter([](void*) { throw std::runtime_error("x"); }, nullptr, Handle),
+               std::runtime_error);
+  EXPECT_THROW(CallWithExceptionFilter(
+                   [](void*) {
+                     try {
+                       throw 1;
+                     } catch (int) {
+                       throw std::runtime_error("x");
+                     }
+                   },
+                   nullptr, Handle),
+               std::runtime_error);
+  EXPECT_EQ(askedAbout, 0u);
+}
+
+#ifdef _WIN32
+
+LONG PassOn(DWORD code) {
+  askedAbout = code;
+  return EXCEPTION_CONTINUE_SEARCH;
+}
+
+void Fault(void* /*context*/) {
+  const volatile std::uintptr_t address = 0x10;  // nothing is ever there, which the compiler need not know
+  *reinterpret_cast<volatile int*>(address) = 1;
+}
+void Break(void* /*context*/) { __asm__ volatile("int3"); }
+// The fault lies some frames below, in one that has been given nonvolatile registers to use.
+[[gnu::noinline]] int Deep(volatile int* numbers, int depth) {
+  if (depth == 0) Fault(nullptr);
+  return depth == 0 ? 0 : numbers[depth] + Deep(numbers, depth - 1) * numbers[depth - 1];
+}
+
+TEST_F(Processes, AnAccessViolationGoesToTheFilter) {
+  // Kept in nonvolatile registers over the call, if the compiler has its way.
+  volatile int seed = 3;
+  const int a = seed, b = seed * 2, c = seed * 3, d = seed * 4, e = seed * 5;
+  const double x = seed * 0.5, y = seed * 0.25;
+  for (int round = 0; round < 3; ++round) {
+    askedAbout = 0;
+    EXPECT_FALSE(CallWithExceptionFilter(Fault, nullptr, Handle));
+    EXPECT_EQ(askedAbout, EXCEPTION_ACCESS_VIOLATION);
+    EXPECT_FALSE(CallWithExceptionFilter(
+        [](void*) {
+          volatile int numbers[20] = {};
+          numbers[0] = Deep(numbers, 19);
+        },
+        nullptr, Handle));
+    EXPECT_FALSE(CallWithExceptionFilter(Break, nullptr, Handle));
+    EXPECT_EQ(askedAbout, EXCEPTION_BREAKPOINT);
+    EXPECT_EQ(a + b + c + d + e, 45);
+    EXPECT_EQ(x + y, 2.25);
+  }
+}
+
+TEST_F(Processes, AnExceptionThatAFilterPassesOnGoesToTheNextOne) {
+  const auto inner = [](void* context) {
+    CallWithExceptionFilter(Fault, nullptr, PassOn);
+    *static_cast<bool*>(context) = true;
+  };
+  bool wentOn = false;
+  EXPECT_FALSE(CallWithExceptionFilter(inner, &wentOn, Handle));
+  EXPECT_FALSE(wentOn);
+}
+
+#endif
+
+}  // namespace

@@ -1,0 +1,233 @@
+// A folder redirected onto a volume, and back, as an administrator sees it.
+#include "program/folder_on_volume.h"
+
+#include <set>
+
+#include "fsops/mounted_folder.h"
+#include "probes/privileges.h"
+#include "redirect/junction.h"
+
+namespace {
+
+using emulated::Utf8;
+using test::Contents, test::Exists, test::MakeFile, test::MakeFolder, test::RunProgram;
+
+TEST_F(FolderOnVolume, GoesThereAndBackWithEverything) {
+  MakeFolder(u"C:\\Data\\closed");
+  test::SetSecurity(u"C:\\Data\\closed", u"O:BAD:P(A;OICI;FA;;;BA)");
+  MakeFolder(u"C:\\Elsewhere");
+  MakeFile(u"C:\\Elsewhere\\there.txt", "there");
+  ASSERT_TRUE(EnablePrivileges());
+  ASSERT_TRUE(CreateJunction(u"C:\\Data\\out", u"C:\\Elsewhere"));
+  ASSERT_TRUE(CreateJunction(u"C:\\Data\\in", u"C:\\Data\\inner"));
+  ASSERT_TRUE(CreateSymbolicLinkEntry(u"C:\\Data\\link.txt", u"C:\\Data\\one.txt", 1));
+  const std::u16string deep = u"\\\\?\\C:\\Data\\" + std::u16string(120, u'a');
+  MakeFolder(deep);
+  MakeFolder(deep + u"\\" + std::u16string(120, u'b'));
+  const std::u16string file = deep + u"\\" + std::u16string(120, u'b') + u"\\" + std::u16string(120, u'c');
+  MakeFile(file, "deep");
+  test::SetTimes(u"C:\\Data\\inner", 9);
+  test::SetTimes(u"C:\\Data", 7);
+  const auto before = Shown();
+  const auto access = AccessOfAll();
+  const std::string folder = test::Describe(u"C:\\Data");
+
+  const auto run = Redirect();
+  EXPECT_EQ(run.exitCode, 0) << Utf8(run.log);
+  EXPECT_TRUE(run.Said(u"\nThe target folder: \"C:\\Data.mount\" already exists.\n")) << Utf8(run.said);
+  EXPECT_TRUE(run.said.ends_with(u"Folder Redirection was successful."));
+  EXPECT_TRUE(run.log.ends_with(u"Folder Redirection was successful."));
+  ExpectRedirected();
+  EXPECT_EQ(Record(u"Source"), u"C:\\Data");
+  EXPECT_EQ(Record(u"Target"), kVolume);
+  std::u16string mounted;
+  EXPECT_TRUE(GetJunctionTarget(u"C:\\Data", mounted));
+  EXPECT_EQ(mounted + u"\\", kVolume.substr(4));
+  EXPECT_EQ(Contents(kVolume + u"one.txt:note"), "a named stream");
+  EXPECT_EQ(Shown(), before);
+  EXPECT_EQ(AccessOfAll(), access);
+  EXPECT_EQ(Access(kVolume), access.at(u"")) << "what users see of the folder";
+  EXPECT_EQ(Contents(u"C:\\Data\\out\\there.txt"), "there");
+  EXPECT_EQ(Contents(file), "deep");
+  ExpectFailure(Redirect(), u"#ERROR: The folder C:\\Data is already redirected. Browse to a different location.");
+
+  const auto back = Remove();
+  EXPECT_EQ(back.exitCode, 0) << Utf8(back.log);
+  EXPECT_TRUE(back.said.ends_with(u"Folder Redirection Removal was successful."));
+  EXPECT_TRUE(back.log.ends_with(u"Folder Redirection Removal was successful."));
+  ExpectPlain();
+  EXPECT_EQ(Shown(), before);
+  EXPECT_EQ(test::Describe(u"C:\\Data"), folder);
+  EXPECT_EQ(AccessOfAll(), access);
+  EXPECT_EQ(Contents(file), "deep");
+  EXPECT_EQ(test::Names(kVolume.substr(0, kVolume.size() - 1)), (std::vector<std::u16string>{u"\\$RECYCLE.BIN"}));
+}
+
+TEST_F(FolderOnVolume, SurvivesARestartAndIsRemovedByAnyNameOfTheVolume) {
+  for (const std::u16string& target :
+       {u"/vol:" + kVolume.substr(0, kVolume.size() - 1), u"/vol:" + kVolume, std::u16string(u"/loc:C:\\Data")}) {
+    const auto before = Shown();
+    ASSERT_EQ(Redirect().exitCode, 0);
+    machine = test::BootFrom(machine->Snapshot());
+    ExpectRedirected();
+    const auto run = RunProgram(*machine, {u"/RedirectFolder", u"C:\\Data", target, u"/d"});
+    EXPECT_EQ(run.exitCode, 0) << Utf8(target) << Utf8(run.log);
+    ExpectPlain();
+    EXPECT_EQ(Shown(), before);
+  }
+  EXPECT_EQ(Redirect().exitCode, 0);
+  EXPECT_EQ(RunProgram(*machine, {u"/RedirectFolder", kVolume, u"/vol:" + kVolume, u"/d"}).exitCode, 0);
+  ExpectPlain();
+}
+
+TEST_F(FolderOnVolume, InheritedAccessIsNoWiderOnTheVolumeAndFollowsTheFolderAgainAfterwards) {
+  MakeFolder(u"C:\\Closed");
+  test::SetSecurity(u"C:\\Closed", u"O:BAD:P(A;OICI;FA;;;BA)(A;OICI;FA;;;SY)");
+  MakeFolder(u"C:\\Closed\\Data");
+  MakeFile(u"C:\\Closed\\Data\\secret.txt", "secret");
+  const std::u16string folder = test::Security(u"C:\\Closed\\Data");
+  const std::u16string secret = Access(u"C:\\Closed\\Data\\secret.txt");
+  ASSERT_EQ(RunProgram(*machine, {u"/RedirectFolder", u"C:\\Closed\\Data", u"/vol:" + kVolume}).exitCode, 0);
+  EXPECT_EQ(Access(u"C:\\Closed\\Data\\secret.txt"), secret);
+  EXPECT_EQ(Access(kVolume), u"O:BA(A;OICI;FA;;;BA)(A;OICI;FA;;;SY)");
+  ASSERT_EQ(RunProgram(*machine, {u"/RedirectFolder", u"C:\\Closed\\Data", u"/vol:" + kVolume, u"/d"}).exitCode, 0);
+  EXPECT_EQ(test::Security(u"C:\\Closed\\Data"), folder) << "with the marks of inheritance";
+  EXPECT_EQ(Access(u"C:\\Closed\\Data\\secret.txt"), secret);
+  EXPECT_EQ(Access(kVolume), rootAccess);
+}
+
+TEST_F(FolderOnVolume, AccessThatWasChangedMeanwhileStays) {
+  ASSERT_EQ(Redirect().exitCode, 0);
+  test::SetSecurity(kVolume, u"O:BAD:P(A;OICI;FA;;;BA)(A;OICI;FA;;;SY)");
+  ASSERT_EQ(Remove().exitCode, 0);
+  ExpectPlain();
+  EXPECT_TRUE(test::Dacl(u"C:\\Data").ends_with(u"(A;OICI;FA;;;BA)(A;OICI;FA;;;SY)")) << Utf8(test::Dacl(u"C:\\Data"));
+}
+
+TEST_F(FolderOnVolume, WithoutPermissionsTheRootKeepsItsOwn) {
+  const std::u16string folder = Access(u"C:\\Data");
+  const auto run = RunProgram(*machine, {u"/RedirectFolder", u"C:\\Data", u"/vol:" + kVolume, u"/-NTFS"});
+  ASSERT_EQ(run.exitCode, 0) << Utf8(run.log);
+  EXPECT_EQ(Access(kVolume), rootAccess);
+  ASSERT_EQ(Remove().exitCode, 0);
+  ExpectPlain();
+  EXPECT_EQ(Access(u"C:\\Data"), folder);
+  EXPECT_EQ(Contents(u"C:\\Data:label"), "of the folder");
+  EXPECT_EQ(Contents(u"C:\\Data\\inner\\two.bin"), std::string(70000, 'x'));
+}
+
+TEST_F(FolderOnVolume, WhatIsOnTheVolumeAppearsInTheFolder) {
+  MakeFile(kVolume + u"theirs.txt", "theirs");
+  MakeFile(kVolume + u"one.txt", "older");
+  MakeFile(kVolume + u"$RECYCLE.BIN\\bin.txt", "thrown away");
+  const std::u16string theirs = Access(kVolume + u"theirs.txt");
+  const auto run = Redirect();
+  ASSERT_EQ(run.exitCode, 0) << Utf8(run.log);
+  EXPECT_EQ(Contents(u"C:\\Data\\theirs.txt"), "theirs");
+  EXPECT_EQ(Access(u"C:\\Data\\theirs.txt"), theirs);
+  EXPECT_EQ(Contents(u"C:\\Data\\one.txt"), "first") << "as in a folder that stands there";
+  const auto back = Remove();
+  ASSERT_EQ(back.exitCode, 0) << Utf8(back.log);
+  ExpectPlain();
+  EXPECT_EQ(Contents(u"C:\\Data\\theirs.txt"), "theirs");
+  EXPECT_EQ(Contents(kVolume + u"$RECYCLE.BIN\\bin.txt"), "thrown away");
+  EXPECT_FALSE(Exists(u"C:\\Data\\$RECYCLE.BIN"));
+  EXPECT_FALSE(Exists(kVolume + u"theirs.txt"));
+}
+
+TEST_F(FolderOnVolume, TheRootsAttributesAreNotTheFolders) {
+  ASSERT_TRUE(win32::SetFileAttributesW(kVolume.c_str(), win32::FILE_ATTRIBUTE_HIDDEN | win32::FILE_ATTRIBUTE_SYSTEM));
+  const win32::DWORD attributes = test::Attributes(u"C:\\Data");
+  ASSERT_EQ(Redirect().exitCode, 0);
+  EXPECT_EQ(test::Attributes(u"C:\\Data"), attributes | win32::FILE_ATTRIBUTE_REPARSE_POINT);
+  ASSERT_EQ(Remove().exitCode, 0);
+  EXPECT_EQ(test::Attributes(u"C:\\Data"), attributes);
+}
+
+TEST_F(FolderOnVolume, RefusesBeforeAnythingChanges) {
+  const auto refused = [&](const std::u16string& source, const std::u16string& volume, const std::u16string& logged) {
+    ExpectFailure(RunProgram(*machine, {u"/RedirectFolder", source, u"/vol:" + volume}), logged);
+    ExpectPlain(Utf8(source + u" " + volume));
+  };
+  refused(kVolume, kVolume, u"#ERROR: Source Folder can not be Volume path.");
+  const std::u16string unknown = u"\\\\?\\Volume{99999999-0000-4000-8000-000000000000}\\";
+  refused(u"C:\\Data", unknown, u"#ERROR: The selected volume " + unknown + u" does not exist.");
+  refused(u"C:\\No", kVolume, u"#ERROR: The selected folder C:\\No does not exist.");
+  refused(u"C:\\Data\\inner\\..", kVolume, u"is a relative path.");
+  // With ".mount" 247 characters and 246.
+  const std::u16string longest = u"C:\\" + std::u16string(246 - 6 - 3, u'd');
+  MakeFolder(longest + u"d");
+  refused(longest + u"d", kVolume, u"exceeds the system-defined maximum length of 248 characters.");
+  MakeFolder(longest);
+  EXPECT_EQ(RunProgram(*machine, {u"/RedirectFolder", longest, u"/vol:" + kVolume}).exitCode, 0);
+  EXPECT_EQ(RunProgram(*machine, {u"/RedirectFolder", longest, u"/vol:" + kVolume, u"/d"}).exitCode, 0);
+  MakeFolder(u"D:\\Mounted");
+  ASSERT_TRUE(MountVolume(u"D:\\Mounted", kVolume));
+  ExpectFailure(Redirect(), u"#ERROR: The selected volume " + kVolume + u" already mounted.");
+  EXPECT_EQ(MountPaths(), u"D:\\Mounted\\|");
+  EXPECT_EQ(Contents(u"C:\\Data\\one.txt"), "first");
+}
+
+TEST_F(FolderOnVolume, RemovalNeedsWhatWasRedirected) {
+  const auto refused = [&](const std::u16string& source, const std::u16string& logged) {
+    const auto run = RunProgram(*machine, {u"/RedirectFolder", source, u"/vol:" + kVolume, u"/d"});
+    EXPECT_EQ(run.exitCode, 1);
+    EXPECT_EQ(run.said, kLogged + u"\nFolder Redirection Removal was not successful.");
+    EXPECT_TRUE(run.Logged(logged)) << Utf8(run.log);
+  };
+  refused(u"C:\\Data", u"#ERROR: Volume Path to Normal Path Conversion Failed.");
+  MakeFolder(u"D:\\Mounted");
+  ASSERT_TRUE(MountVolume(u"D:\\Mounted", kVolume));
+  refused(u"D:\\Mounted", u"#ERROR: Junction doesn't exists for Source = D:\\Mounted and Target = " + kVolume + u".");
+  EXPECT_EQ(MountPaths(), u"D:\\Mounted\\|");
+}
+
+TEST_F(FolderOnVolume, NestedRedirectionsKeepWorking) {
+  MakeFolder(u"D:\\Other");
+  ASSERT_EQ(RunProgram(*machine, {u"/RedirectFolder", u"C:\\Data\\inner", u"/loc:D:\\Other"}).exitCode, 0);
+  ASSERT_EQ(Redirect().exitCode, 0);
+  EXPECT_EQ(Record(u"Source"), u"C:\\Data\\inner");
+  EXPECT_EQ(Contents(u"C:\\Data\\inner\\two.bin"), std::string(70000, 'x'));
+  ASSERT_EQ(Remove().exitCode, 0);
+  EXPECT_EQ(Contents(u"C:\\Data\\inner\\two.bin"), std::string(70000, 'x'));
+  EXPECT_EQ(RunProgram(*machine, {u"/RedirectFolder", u"C:\\Data\\inner", u"/loc:D:\\Other", u"/d"}).exitCode, 0);
+  ExpectPlain();
+  EXPECT_EQ(Contents(u"C:\\Data\\inner\\two.bin"), std::string(70000, 'x'));
+}
+
+TEST_F(FolderOnVolume, SharesStayUnlessTheyAreNotWanted) {
+  const auto share = [](std::u16string name, std::u16string path) {
+    win32::SHARE_INFO_502 info{};
+    info.shi502_netname = name.data();
+    info.shi502_path = path.data();
+    info.shi502_max_uses = static_cast<win32::DWORD>(-1);
+    win32::DWORD wrong = 0;
+    ASSERT_EQ(win32::NetShareAdd(nullptr, 502, reinterpret_cast<win32::BYTE*>(&info), &wrong), 0u);
+  };
+  const auto shares = [] {
+    std::set<std::u16string> found;
+    win32::BYTE* block = nullptr;
+    win32::DWORD count = 0, total = 0;
+    win32::NetShareEnum(nullptr, 502, &block, win32::MAX_PREFERRED_LENGTH, &count, &total, nullptr);
+    for (win32::DWORD i = 0; i < count; ++i) {
+      const auto& info = reinterpret_cast<const win32::SHARE_INFO_502*>(block)[i];
+      if (std::u16string(info.shi502_path).starts_with(u"C:\\Data")) found.insert(info.shi502_path);
+    }
+    win32::NetApiBufferFree(block);
+    return found;
+  };
+  share(u"data", u"C:\\Data");
+  share(u"inner", u"C:\\Data\\inner");
+  const std::set<std::u16string> both{u"C:\\Data", u"C:\\Data\\inner"};
+  ASSERT_EQ(Redirect().exitCode, 0);
+  EXPECT_EQ(shares(), both);
+  ASSERT_EQ(Remove().exitCode, 0);
+  EXPECT_EQ(shares(), both);
+  machine->gate.FailCall("MoveFileW", 1, win32::ERROR_ACCESS_DENIED);
+  EXPECT_EQ(RunProgram(*machine, {u"/RedirectFolder", u"C:\\Data", u"/vol:" + kVolume, u"/-Share"}).exitCode, 1);
+  EXPECT_EQ(shares(), both) << "taken back";
+  ASSERT_EQ(RunProgram(*machine, {u"/RedirectFolder", u"C:\\Data", u"/vol:" + kVolume, u"/-Share"}).exitCode, 0);
+  EXPECT_EQ(shares(), std::set<std::u16string>{});
+}
+
+}  // namespace

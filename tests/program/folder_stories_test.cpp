@@ -1,0 +1,247 @@
+// Days in the life of a workstation: several redirections that touch each other, and folders that are shared.
+#include <vector>
+
+#include "program/folder_stories.h"
+
+namespace {
+
+using emulated::Utf8;
+using test::Attributes, test::Contents, test::DescribeTree, test::Exists, test::FolderStories, test::MakeFile,
+    test::MakeFolder, test::Records, test::RunResult;
+
+// A folder in a folder in a folder, each of which can be redirected; the innermost one has a place of its own on D:,
+// the middle one on E:, the outermost one on D: again.
+class Nested : public FolderStories {
+ protected:
+  Nested() {
+    for (const auto* folder : {u"C:\\Work", u"C:\\Work\\Team", u"C:\\Work\\Team\\Plans", u"D:\\Plans here",
+                               u"D:\\Work here", u"E:\\Team here"})
+      MakeFolder(folder);
+    MakeFile(u"C:\\Work\\w.txt", "work");
+    MakeFile(u"C:\\Work\\Team\\t.txt", "team");
+    MakeFile(u"C:\\Work\\Team\\Plans\\p.txt", "plans");
+    before = DescribeTree(u"C:\\Work");
+  }
+  void RedirectInnermost() { Redirect(u"C:\\Work\\Team\\Plans", u"D:\\Plans here"); }
+  void RedirectMiddle() { Redirect(u"C:\\Work\\Team", u"E:\\Team here"); }
+  void RedirectOutermost() { Redirect(u"C:\\Work", u"D:\\Work here"); }
+  void RedirectAll() {
+    RedirectInnermost();
+    RedirectMiddle();
+    RedirectOutermost();
+  }
+
+  // Whatever has been redirected: users find every file under the name that it always had, and may write there.
+  void ExpectUsersNoticeNothing() {
+    EXPECT_EQ(Contents(u"C:\\Work\\w.txt"), "work");
+    EXPECT_EQ(Contents(u"C:\\Work\\Team\\t.txt"), "team");
+    EXPECT_EQ(Contents(u"C:\\Work\\Team\\Plans\\p.txt"), "plans");
+    MakeFile(u"C:\\Work\\Team\\Plans\\written.txt", "through all of them");
+    EXPECT_EQ(Contents(u"C:\\Work\\Team\\Plans\\written.txt"), "through all of them");
+    ASSERT_TRUE(win32::DeleteFileW(u"C:\\Work\\Team\\Plans\\written.txt"));
+  }
+  void ExpectAllAsBefore() {
+    EXPECT_EQ(AllRecords(), Records());
+    // Writing through the folders has left its mark on their times.
+    EXPECT_EQ(test::Names(u"C:\\Work"), Names(before));
+    for (const auto& [path, description] : before)
+      if (!(Attributes(u"C:\\Work" + path) & win32::FILE_ATTRIBUTE_DIRECTORY)) {
+        EXPECT_EQ(test::Describe(u"C:\\Work" + path), description) << Utf8(path);
+      }
+    for (const auto* place : {u"D:\\Plans here", u"D:\\Work here", u"E:\\Team here"})
+      EXPECT_TRUE(test::Names(place).empty()) << Utf8(place);
+  }
+  static std::vector<std::u16string> Names(const test::Tree& tree) {
+    std::vector<std::u16string> names;
+    for (const auto& [path, description] : tree) names.push_back(path);
+    return names;
+  }
+
+  test::Tree before;
+};
+
+TEST_F(Nested, ARedirectedFolderMovesWithTheFolderAroundIt) {
+  RedirectInnermost();
+  RedirectMiddle();
+  EXPECT_EQ(AllRecords(), (Records{{u"1", {u"E:\\Team here\\Team\\Plans", u"D:\\Plans here\\Plans"}},
+                                   {u"2", {u"C:\\Work\\Team", u"E:\\Team here\\Team"}}}));
+  EXPECT_TRUE(IsLink(u"E:\\Team here\\Team\\Plans"));
+  ExpectUsersNoticeNothing();
+  RedirectOutermost();
+  EXPECT_EQ(AllRecords(), (Records{{u"1", {u"E:\\Team here\\Team\\Plans", u"D:\\Plans here\\Plans"}},
+                                   {u"2", {u"D:\\Work here\\Work\\Team", u"E:\\Team here\\Team"}},
+                                   {u"3", {u"C:\\Work", u"D:\\Work here\\Work"}}}));
+  ExpectUsersNoticeNothing();
+  EXPECT_EQ(Contents(u"D:\\Plans here\\Plans\\p.txt"), "plans");
+  EXPECT_EQ(Contents(u"E:\\Team here\\Team\\t.txt"), "team");
+  EXPECT_EQ(Contents(u"D:\\Work here\\Work\\w.txt"), "work");
+}
+
+TEST_F(Nested, TheLastRedirectionIsTakenBackFirst) {
+  RedirectAll();
+  Remove(u"C:\\Work", u"D:\\Work here");
+  EXPECT_EQ(AllRecords(), (Records{{u"1", {u"E:\\Team here\\Team\\Plans", u"D:\\Plans here\\Plans"}},
+                                   {u"2", {u"C:\\Work\\Team", u"E:\\Team here\\Team"}}}));
+  ExpectUsersNoticeNothing();
+  Remove(u"C:\\Work\\Team", u"E:\\Team here");
+  EXPECT_EQ(AllRecords(), (Records{{u"1", {u"C:\\Work\\Team\\Plans", u"D:\\Plans here\\Plans"}}}));
+  ExpectUsersNoticeNothing();
+  Remove(u"C:\\Work\\Team\\Plans", u"D:\\Plans here");
+  ExpectAllAsBefore();
+}
+
+// The records name the folders where they are now; the list shows these names, and they are what the removal takes.
+TEST_F(Nested, TheFirstRedirectionIsTakenBackFirst) {
+  RedirectAll();
+  const RunResult byOldName = Run({u"/RedirectFolder", u"C:\\Work\\Team\\Plans", u"/loc:D:\\Plans here", u"/d"});
+  EXPECT_EQ(byOldName.exitCode, 1);
+  EXPECT_TRUE(
+      byOldName.Logged(u"#ERROR: Junction doesn't exists for Source = C:\\Work\\Team\\Plans and Target = "
+                       u"D:\\Plans here."));
+  Remove(u"E:\\Team here\\Team\\Plans", u"D:\\Plans here");
+  EXPECT_EQ(AllRecords(), (Records{{u"2", {u"D:\\Work here\\Work\\Team", u"E:\\Team here\\Team"}},
+                                   {u"3", {u"C:\\Work", u"D:\\Work here\\Work"}}}));
+  ExpectUsersNoticeNothing();
+  Remove(u"D:\\Work here\\Work\\Team", u"E:\\Team here");
+  EXPECT_EQ(AllRecords(), (Records{{u"3", {u"C:\\Work", u"D:\\Work here\\Work"}}}));
+  ExpectUsersNoticeNothing();
+  Remove(u"C:\\Work", u"D:\\Work here");
+  ExpectAllAsBefore();
+}
+
+TEST_F(Nested, TheMiddleRedirectionIsTakenBackFirst) {
+  RedirectAll();
+  Remove(u"D:\\Work here\\Work\\Team", u"E:\\Team here");
+  EXPECT_EQ(AllRecords(), (Records{{u"1", {u"D:\\Work here\\Work\\Team\\Plans", u"D:\\Plans here\\Plans"}},
+                                   {u"3", {u"C:\\Work", u"D:\\Work here\\Work"}}}));
+  ExpectUsersNoticeNothing();
+  Remove(u"C:\\Work", u"D:\\Work here");
+  EXPECT_EQ(AllRecords(), (Records{{u"1", {u"C:\\Work\\Team\\Plans", u"D:\\Plans here\\Plans"}}}));
+  ExpectUsersNoticeNothing();
+  Remove(u"C:\\Work\\Team\\Plans", u"D:\\Plans here");
+  ExpectAllAsBefore();
+}
+
+// The other way in: the folder inside is redirected, where it now is, after the one around it.
+TEST_F(Nested, AFolderInsideARedirectedOneIsRedirectedFromItsNewPlace) {
+  RedirectOutermost();
+  Redirect(u"D:\\Work here\\Work\\Team", u"E:\\Team here");
+  ExpectUsersNoticeNothing();
+  Remove(u"C:\\Work", u"D:\\Work here");
+  EXPECT_EQ(AllRecords(), (Records{{u"2", {u"C:\\Work\\Team", u"E:\\Team here\\Team"}}}));
+  ExpectUsersNoticeNothing();
+  Remove(u"C:\\Work\\Team", u"E:\\Team here");
+  ExpectAllAsBefore();
+}
+
+// The place where redirected data lies is itself redirected: now the records' targets follow.
+TEST_F(Nested, TheTargetOfARedirectionMovesOn) {
+  RedirectOutermost();
+  Redirect(u"D:\\Work here", u"E:\\");
+  EXPECT_EQ(AllRecords(),
+            (Records{{u"1", {u"C:\\Work", u"E:\\Work here\\Work"}}, {u"2", {u"D:\\Work here", u"E:\\Work here"}}}));
+  ExpectUsersNoticeNothing();
+  Remove(u"C:\\Work", u"E:\\Work here");
+  EXPECT_EQ(Contents(u"C:\\Work\\Team\\Plans\\p.txt"), "plans");
+  Remove(u"D:\\Work here", u"E:\\");
+  ExpectAllAsBefore();
+}
+
+// A nested redirection whose outer move fails at its very end is as it was, its record included.
+TEST_F(Nested, AFailedMoveOfTheOuterFolderLeavesTheInnerRedirectionAlone) {
+  RedirectInnermost();
+  const Records records = AllRecords();
+  machine->gate.FailCall("RegCreateKeyExW", 2, win32::ERROR_ACCESS_DENIED);  // the first is the rewriting of record 1
+  const RunResult run = Run({u"/RedirectFolder", u"C:\\Work", u"/loc:D:\\Work here"});
+  machine->gate.ClearFailures();
+  EXPECT_EQ(run.exitCode, 1);
+  EXPECT_TRUE(run.Logged(u"#ERROR: Unable to add Junction Point to Registry")) << Utf8(run.log);
+  EXPECT_EQ(AllRecords(), records);
+  EXPECT_FALSE(IsLink(u"C:\\Work"));
+  EXPECT_TRUE(IsLink(u"C:\\Work\\Team\\Plans"));
+  ExpectUsersNoticeNothing();
+  Remove(u"C:\\Work\\Team\\Plans", u"D:\\Plans here");
+  ExpectAllAsBefore();
+}
+
+// Three shared folders: the one that is redirected, one in it, one far down in it with two shares.
+class Shared : public FolderStories {
+ protected:
+  using Shares = std::map<std::u16string, std::u16string>;
+
+  Shared() {
+    for (const auto* folder : {u"C:\\Data", u"C:\\Data\\Public", u"C:\\Data\\a", u"C:\\Data\\a\\b",
+                               u"C:\\Data\\a\\b\\Deep", u"C:\\Database", u"D:\\Target"})
+      MakeFolder(folder);
+    MakeFile(u"C:\\Data\\a\\b\\Deep\\f.txt", "far down");
+    Share(u"root", u"C:\\Data");
+    Share(u"public", u"C:\\Data\\Public");
+    Share(u"deep", u"C:\\Data\\a\\b\\Deep");
+    Share(u"deep2", u"c:\\data\\A\\B\\deep");
+    Share(u"neighbour", u"C:\\Database");
+  }
+  static void Share(std::u16string name, std::u16string path) {
+    std::u16string remark = u"remark of " + name;
+    win32::SHARE_INFO_502 info{};
+    info.shi502_netname = name.data();
+    info.shi502_type = win32::STYPE_DISKTREE;
+    info.shi502_remark = remark.data();
+    info.shi502_max_uses = 7;
+    info.shi502_path = path.data();
+    ASSERT_EQ(win32::NetShareAdd(nullptr, 502, reinterpret_cast<win32::BYTE*>(&info), nullptr), win32::NERR_Success);
+  }
+  // Name and path of every share that this test made and that kept all else it was given.
+  static Shares All() {
+    win32::BYTE* block = nullptr;
+    win32::DWORD count = 0, total = 0;
+    win32::NetShareEnum(nullptr, 502, &block, win32::MAX_PREFERRED_LENGTH, &count, &total, nullptr);
+    Shares shares;
+    for (win32::DWORD i = 0; i < count; ++i) {
+      const auto& share = reinterpret_cast<const win32::SHARE_INFO_502*>(block)[i];
+      if (share.shi502_max_uses == 7 && share.shi502_remark == u"remark of " + std::u16string(share.shi502_netname))
+        shares[share.shi502_netname] = share.shi502_path;
+    }
+    win32::NetApiBufferFree(block);
+    return shares;
+  }
+};
+
+// The share of the folder itself goes on naming the old place, which leads to the data; those below it name the new
+// one.
+TEST_F(Shared, SharesFollowTheDataThereAndBack) {
+  const Shares before = All();
+  Redirect(u"C:\\Data", u"D:\\Target");
+  EXPECT_EQ(All(), (Shares{{u"root", u"C:\\Data"},
+                           {u"public", u"D:\\Target\\Data\\Public"},
+                           {u"deep", u"D:\\Target\\Data\\a\\b\\Deep"},
+                           {u"deep2", u"D:\\Target\\Data\\a\\b\\Deep"},
+                           {u"neighbour", u"C:\\Database"}}));
+  for (const auto& [name, path] : All()) EXPECT_TRUE(Exists(path)) << Utf8(name);
+  Remove(u"C:\\Data", u"D:\\Target");
+  Shares after = before;
+  after[u"deep2"] = u"C:\\Data\\a\\b\\Deep";  // the folder's own spelling
+  EXPECT_EQ(All(), after);
+}
+
+TEST_F(Shared, SharesAreGoneWithTheSwitchForIt) {
+  const RunResult run = Run({u"/RedirectFolder", u"C:\\Data", u"/loc:D:\\Target", u"/-Share"});
+  ASSERT_EQ(run.exitCode, 0) << Utf8(run.log);
+  EXPECT_EQ(All(), (Shares{{u"neighbour", u"C:\\Database"}}));
+  Share(u"later", u"D:\\Target\\Data\\a");
+  Remove(u"C:\\Data", u"D:\\Target");
+  EXPECT_EQ(All(), (Shares{{u"neighbour", u"C:\\Database"}, {u"later", u"C:\\Data\\a"}}));
+}
+
+TEST_F(Shared, AMoveThatFailsAtItsEndPutsTheSharesBack) {
+  const Shares before = All();
+  for (const auto* choice : {u"/Share", u"/-Share"}) {
+    machine->gate.FailCall("RegCreateKeyExW", 1, win32::ERROR_ACCESS_DENIED);
+    const RunResult run = Run({u"/RedirectFolder", u"C:\\Data", u"/loc:D:\\Target", choice});
+    machine->gate.ClearFailures();
+    EXPECT_EQ(run.exitCode, 1);
+    EXPECT_TRUE(run.Logged(u"#ERROR: Unable to add Junction Point to Registry")) << Utf8(run.log);
+    EXPECT_EQ(All(), before) << Utf8(choice);
+  }
+}
+
+}  // namespace

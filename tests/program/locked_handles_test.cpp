@@ -1,0 +1,268 @@
+// Which files do other processes hold open? The walk over the handle table, on machines where it meets everything that
+// a busy workstation has.
+#include <set>
+
+#include "probes/drive_map.h"
+#include "probes/handle_names.h"
+#include "probes/locked_handles.h"
+#include "probes/nt_dll.h"
+#include "probes/system_process_information.h"
+#include "support/engine.h"
+#include "win32/emulated/system/native_queries.h"
+#include "win32/emulated/system/processes.h"
+#include "win32/emulated/system/threads.h"
+
+namespace {
+
+using namespace win32;
+using test::MakeFile, test::MakeFolder;
+using Paths = std::vector<std::u16string>;
+
+class LockedHandles : public test::Engine {
+ protected:
+  LockedHandles() { INtDll::Get().Unbind(); }
+
+  Paths Walk(const char16_t* first, const char16_t* second = nullptr) {
+    machine->debugOutput.clear();
+    LockedPaths locked;
+    EXPECT_EQ(GetLockedFilesAndFoldersList(first, second, locked), 0);
+    Paths paths;
+    for (int index = 0; index < locked.count; ++index) paths.emplace_back(locked.At(index));
+    return paths;
+  }
+  bool Traced(std::u16string_view text) const { return machine->debugOutput.find(text) != std::u16string::npos; }
+  std::shared_ptr<emulated::FileObject> Held(const std::u16string& path) {
+    return HoldOpen(path, GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE);
+  }
+  void HoldOnDevice(const std::u16string& name, bool hangs = false) {
+    emulated::OpenInProcess(*machine, 4242, std::make_shared<emulated::DeviceFile>(name, hangs), FILE_GENERIC_READ);
+  }
+  // A letter that leads to a device which is no disk of this machine.
+  void MapDrive(char16_t letter, const std::u16string& device) {
+    auto drive = std::make_unique<emulated::MountedVolume>();
+    drive->letter = letter;
+    drive->device = device;
+    drive->driveType = DRIVE_REMOTE;
+    machine->volumes.push_back(std::move(drive));
+  }
+};
+
+TEST_F(LockedHandles, FilesAndFoldersBelowThePathsInTheOrderOfTheTable) {
+  MakeFolder(source + u"\\Sub");
+  MakeFile(source + u"\\Sub\\b", "x");
+  MakeFile(source + u"\\a", "x");
+  MakeFile(target + u"\\t", "x");
+  MakeFolder(u"C:\\Database");
+  MakeFile(u"C:\\Database\\f", "x");
+  const auto held = {Held(source + u"\\Sub\\b"), Held(u"C:\\Database\\f"), Held(target + u"\\t"),
+                     Held(source + u"\\Sub"),    Held(source + u"\\a"),    Held(source)};
+  const Paths all{u"C:\\Data\\Sub\\b", u"D:\\Target\\t", u"C:\\Data\\Sub", u"C:\\Data\\a", u"C:\\Data"};
+  EXPECT_EQ(Walk(u"c:\\DATA", u"D:\\Target\\"), all);
+  EXPECT_EQ(Walk(nullptr, u"\\\\?\\D:\\Target"), Paths{u"D:\\Target\\t"});
+  EXPECT_EQ(Walk(u"C:\\Data\\Sub", u"C:\\Data\\Sub"), (Paths{u"C:\\Data\\Sub\\b", u"C:\\Data\\Sub"})) << "named once";
+  EXPECT_EQ(Walk(nullptr, u""), Paths{}) << "no path is no path at all, not every one";
+  const UniqueFile own{CreateFileW((source + u"\\a").c_str(), GENERIC_READ, 7, nullptr, OPEN_EXISTING, 0, nullptr)};
+  EXPECT_EQ(Walk((source + u"\\a").c_str()), (Paths{u"C:\\Data\\a", u"C:\\Data\\a"})) << "the program's own count, too";
+  EXPECT_EQ(held.size(), 6u);
+}
+
+TEST_F(LockedHandles, ADeviceWhoseNameBeginsLikeAnothersIsNotTheOther) {
+  MakeFile(source + u"\\f", "x");
+  const auto held = Held(source + u"\\f");
+  std::u16string device = machine->FindByLetter(u'C')->device;
+  device.pop_back();  // without its number: a prefix of it
+  MapDrive(u'B', device);
+  EXPECT_EQ(Walk(u"C:\\Data"), Paths{u"C:\\Data\\f"});
+}
+
+TEST_F(LockedHandles, TracesEachStep) {
+  EXPECT_EQ(Walk(u"C:\\Data"), Paths{});
+  std::size_t at = 0;
+  for (const std::u16string_view text :
+       {u"\n Start of unmanaged GetLockedFilesAndFoldersList()",
+        u"\n Unmanaged GetLockedFilesAndFoldersList():: Before GetLockedFilesList()",
+        u"\n Inside unmanaged GetLockedFilesList()", u"\n Outside unmanaged GetLockedFilesList()",
+        u"\n Unmanaged GetLockedFilesAndFoldersList():: After GetLockedFilesList()",
+        u"\n Unmanaged GetLockedFilesAndFoldersList():: Added empty record",
+        u"\n End of unmanaged GetLockedFilesAndFoldersList()"}) {
+    const std::size_t found = machine->debugOutput.find(text, at);
+    ASSERT_NE(found, std::u16string::npos);
+    at = found + text.size();
+  }
+}
+
+TEST_F(LockedHandles, NetworkDrivesAndMappedDevicesCountWhereALetterLeadsToThem) {
+  MapDrive(u'Z', u"\\Device\\LanmanRedirector\\server\\share");
+  MapDrive(u'K', u"\\Device\\KrmDevice3");
+  MapDrive(u'X', u"\\Device\\CdRom0");
+  HoldOnDevice(u"\\Device\\LanmanRedirector\\server\\share\\dir\\f");
+  HoldOnDevice(u"\\Device\\LanmanRedirector\\server\\share2\\f");
+  HoldOnDevice(u"\\Device\\KrmDevice3\\g");
+  HoldOnDevice(u"\\Device\\CdRom0\\h");
+  emulated::OpenInProcess(*machine, 4242, std::make_shared<emulated::NamedObject>(u"Event", u"\\Device\\KrmDevice3\\e"),
+                          0x1F0003);
+  EXPECT_EQ(Walk(u"Z:\\dir", u"K:\\"), (Paths{u"Z:\\dir\\f", u"K:\\g"}));
+  EXPECT_TRUE(Traced(u"\n GetFsFileName Failed.... :( \n")) << "share2 has no letter";
+  EXPECT_EQ(Walk(u"X:\\"), Paths{}) << "not a device that counts";
+}
+
+TEST_F(LockedHandles, AHandleThatDoesNotAnswerIsGivenUpAndTheWalkGoesOn) {
+  MakeFile(source + u"\\before", "x");
+  MakeFile(source + u"\\after", "x");
+  const auto before = Held(source + u"\\before");
+  HoldOnDevice(u"\\Device\\NamedPipe\\busy", true);
+  HoldOnDevice(u"\\Device\\HarddiskVolume1\\Data\\never", true);
+  const auto after = Held(source + u"\\after");
+  const std::size_t handles = machine->objects.all().size();
+  std::set<std::string> byWorkers;
+  machine->gate.Observe([&](const char* name, std::uint64_t) {
+    if (emulated::CallingThreadId() != emulated::kFirstThreadId) byWorkers.insert(name);
+  });
+  const auto start = machine->Now();
+  for (int round = 0; round < 20; ++round)
+    ASSERT_EQ(Walk(u"C:\\Data"), (Paths{u"C:\\Data\\before", u"C:\\Data\\after"}));
+  machine->gate.Observe(nullptr);
+  EXPECT_EQ(machine->Now() - start, 20u * 2 * 100 * 10'000) << "100 ms for each of the two";
+  EXPECT_EQ(byWorkers, std::set<std::string>{"NtQueryInformationFile"});
+  EXPECT_EQ(machine->threads().count(), 0u);
+  EXPECT_EQ(machine->objects.all().size(), handles) << "every duplicate is closed";
+}
+
+TEST_F(LockedHandles, TheMachineChangesDuringTheWalk) {
+  MakeFile(source + u"\\f", "x");
+  const auto held = Held(source + u"\\f");
+  emulated::AddProcess(*machine, 5000, u"short.exe");
+  emulated::OpenInProcess(*machine, 5000, std::make_shared<emulated::DeviceFile>(u"\\Device\\HarddiskVolume1\\Data\\g"),
+                          FILE_GENERIC_READ);
+  machine->onHandleTableRead = [&] { emulated::EndProcess(*machine, 5000); };
+  EXPECT_EQ(Walk(u"C:\\Data"), Paths{u"C:\\Data\\f"}) << "a process that ends takes its handles along";
+  // More handles than the first buffer has room for; then more than the second, too.
+  const auto open = [&](int count) {
+    for (int i = 0; i < count; ++i) HoldOnDevice(u"\\Device\\Other\\x");
+  };
+  machine->onHandleTableRead = nullptr;
+  open(600);
+  EXPECT_EQ(Walk(u"C:\\Data"), Paths{u"C:\\Data\\f"});
+  machine->onHandleTableRead = [&] { open(5); };
+  EXPECT_EQ(Walk(u"C:\\Data"), Paths{u"C:\\Data\\f"}) << "a few more fit";
+  machine->onHandleTableRead = [&] { open(50); };
+  EXPECT_EQ(Walk(u"C:\\Data"), Paths{}) << "many more do not, and the walk tells nothing";
+}
+
+TEST_F(LockedHandles, AProtectedProcessKeepsItsSecretsAndAFullListEndsTheWalk) {
+  MakeFile(source + u"\\f", "x");
+  const auto held = Held(source + u"\\f");
+  auto& secret = emulated::AddProcess(*machine, 6000, u"secret.exe");
+  emulated::OpenInProcess(*machine, 6000, std::make_shared<emulated::DeviceFile>(u"\\Device\\HarddiskVolume1\\Data\\g"),
+                          FILE_GENERIC_READ);
+  secret.isProtected = true;
+  EXPECT_EQ(Walk(u"C:\\Data"), Paths{u"C:\\Data\\f"});
+
+  // Slots are never written beyond the last.
+  const auto many = std::make_shared<emulated::DeviceFile>(u"\\Device\\HarddiskVolume1\\Data\\many");
+  for (int i = 0; i < LockedPaths::kCapacity + 50; ++i)
+    emulated::OpenInProcess(*machine, 4242, many, FILE_GENERIC_READ);
+  EXPECT_EQ(Walk(u"C:\\Data").size(), std::size_t{LockedPaths::kCapacity});
+}
+
+TEST_F(LockedHandles, WithoutItsEntryPointsOrTablesItTellsNothing) {
+  MakeFile(source + u"\\f", "x");
+  const auto held = Held(source + u"\\f");
+  for (const char* name : {"NtQuerySystemInformation", "NtQueryObject", "NtQueryInformationThread",
+                           "NtQueryInformationFile", "NtQueryInformationProcess"}) {
+    machine->missingProcedures = {name};
+    EXPECT_EQ(Walk(u"C:\\Data"), Paths{}) << name;
+    EXPECT_FALSE(INtDll::Get().IsBound());
+    std::u16string text;
+    EXPECT_EQ(GetObjectTypeName(GetCurrentProcess(), GetCurrentProcessId(), text), 0);
+    EXPECT_EQ(GetFileObjectName(GetCurrentProcess(), text, GetCurrentProcessId()), 0);
+  }
+  machine->missingProcedures.clear();
+  EXPECT_EQ(Walk(u"C:\\Data"), Paths{u"C:\\Data\\f"});
+  // A list of processes of more than 65,536 bytes.
+  for (DWORD id = 10'000; id < 10'400; ++id) emulated::AddProcess(*machine, id, u"one_of_many_services.exe");
+  SystemProcessInformation processes;
+  EXPECT_FALSE(processes.Refresh());
+  EXPECT_EQ(Walk(u"C:\\Data"), Paths{});
+}
+
+TEST_F(LockedHandles, AnExceptionEndsTheWalkWithWhatItHas) {
+  MakeFile(source + u"\\a", "x");
+  MakeFile(source + u"\\b", "x");
+  const auto first = Held(source + u"\\a"), second = Held(source + u"\\b");
+  ASSERT_EQ(Walk(u"C:\\Data").size(), 2u);
+  machine->gate.ResetCounts();
+  Walk(u"C:\\Data");
+  const std::uint64_t queries = machine->gate.Count("NtQueryObject");
+  const std::pair<DWORD, std::u16string_view> codes[] = {
+      {EXCEPTION_ACCESS_VIOLATION, u"\n EXCEPTION_ACCESS_VIOLATION"},
+      {EXCEPTION_STACK_OVERFLOW, u"\n EXCEPTION_STACK_OVERFLOW"},
+      {EXCEPTION_BREAKPOINT, u"\n EXCEPTION_BREAKPOINT"},
+      {EXCEPTION_ARRAY_BOUNDS_EXCEEDED, u"\n EXCEPTION_ARRAY_BOUNDS_EXCEEDED"},
+      {7, u"\n UNKNOWN_EXCEPTION. Error Code: 7"}};
+  for (const auto& [code, text] : codes) {
+    machine->gate.RaiseInCall("NtQueryObject", queries - 1, code);  // the name of the second file
+    EXPECT_EQ(Walk(u"C:\\Data"), Paths{u"C:\\Data\\a"});
+    EXPECT_TRUE(Traced(std::u16string(u"\n ===>>> In ExceptionHandler:: Caught exception") + std::u16string(text) +
+                       u"\n Exception in unmanaged GetLockedFilesList()\n Outside unmanaged GetLockedFilesList()\n "
+                       u"Unmanaged GetLockedFilesAndFoldersList():: After GetLockedFilesList()"));
+    machine->gate.ClearFailures();
+  }
+  EXPECT_EQ(Walk(u"C:\\Data").size(), 2u);
+}
+
+TEST_F(LockedHandles, AFailureOfAnyCallCostsNoMoreThanTheAnswer) {
+  MakeFile(source + u"\\a", "x");
+  const auto held = Held(source + u"\\a");
+  HoldOnDevice(u"\\Device\\NamedPipe\\busy", true);
+  machine->gate.ResetCounts();
+  ASSERT_EQ(Walk(u"C:\\Data"), Paths{u"C:\\Data\\a"});
+  const std::uint64_t calls = machine->gate.Count();
+  for (std::uint64_t nth = 1; nth <= calls; ++nth) {
+    INtDll::Get().Unbind();
+    const std::size_t handles = machine->objects.all().size();
+    std::uint64_t made = 0;
+    std::string failed;
+    machine->gate.Observe([&](const char* name, std::uint64_t) {
+      if (++made == nth) failed = name;
+    });
+    machine->gate.FailCall(nth, ERROR_NOT_ENOUGH_MEMORY);
+    for (const std::u16string& path : Walk(u"C:\\Data")) EXPECT_EQ(path, u"C:\\Data\\a");
+    machine->gate.ClearFailures();
+    machine->gate.Observe(nullptr);
+    EXPECT_EQ(machine->objects.all().size(), handles + (failed == "CloseHandle" ? 1 : 0)) << failed;
+  }
+}
+
+TEST_F(LockedHandles, NamesOfHandles) {
+  std::u16string name;
+  int number = 0;
+  EXPECT_EQ(GetObjectTypeNumber(u"File", number), 1);
+  EXPECT_EQ(number, 26);
+  EXPECT_EQ(GetObjectTypeNumber(u"Key", number), 1);
+  EXPECT_EQ(number, 18);
+  EXPECT_EQ(GetObjectTypeNumber(u"file", number), 0);
+  ASSERT_TRUE(INtDll::Get().Bind());
+  const DWORD own = GetCurrentProcessId();
+  emulated::AddProcess(*machine, 0x1A2B);
+  const UniqueKernelHandle process{OpenProcess(PROCESS_QUERY_INFORMATION, FALSE, 0x1A2B)};
+  ASSERT_TRUE(process);
+  EXPECT_EQ(GetObjectTypeName(process.get(), own, name), 1);
+  EXPECT_EQ(name, u"Process");
+  EXPECT_EQ(GetObjectName(process.get(), 5, name, own), 1);
+  EXPECT_EQ(name, u"PID: 0x1A2B");
+  const HANDLE event = emulated::OpenInProcess(
+      *machine, 0x1A2B, std::make_shared<emulated::NamedObject>(u"Event", u"\\BaseNamedObjects\\e"), 0x1F0003);
+  EXPECT_EQ(GetObjectName(event, 8, name, 0x1A2B), 1);
+  EXPECT_EQ(name, u"\\BaseNamedObjects\\e");
+  EXPECT_EQ(GetObjectName(event, 8, name, own), 0) << "a handle of another process means nothing here";
+  EXPECT_EQ(GetFileObjectName(nullptr, name, own), 1);
+  EXPECT_EQ(name, u"");
+  EXPECT_EQ(GetFileObjectName(event, name, 77), 0) << "no such process";
+  MakeFile(source + u"\\f", "x");
+  const UniqueFile file{CreateFileW((source + u"\\f").c_str(), GENERIC_READ, 7, nullptr, OPEN_EXISTING, 0, nullptr)};
+  EXPECT_EQ(GetFileObjectName(file.get(), name, own), 1);
+  EXPECT_EQ(name, u"\\Data\\f");
+}
+
+}  // namespace

@@ -1,0 +1,286 @@
+// The rules for one path: each alone, and each before the next.
+#include "program/validation.h"
+#include "redirect/junction.h"
+#include "validate/path_rules.h"
+
+namespace {
+
+using namespace win32;
+using test::Lines, test::MakeFile, test::MakeFolder;
+
+const std::u16string kNoDriveNumber = u"#ERROR: Unable to get Drive Number for path  = ";
+const std::u16string kSuccess = u"The operation completed successfully.";
+
+Lines Missing(const std::u16string& path) {
+  return {u"#ERROR: The selected folder " + path + u" does not exist.The system cannot find the file specified."};
+}
+Lines Invalid(const std::u16string& path) { return {u"#ERROR:Invalid path : " + path}; }
+Lines NoDrive(const std::u16string& path) { return {u"#ERROR: " + path + u" - The specified drive does not exists."}; }
+Lines DrivesUntold(const std::u16string& path) {
+  return {u"#ERROR: Unable to get Logical Drive Strings.", NoDrive(path).front()};
+}
+Lines Root(const std::u16string& path) {
+  return {u"#ERROR: " + path + u" - A folder is required for folder redirection. Browse to a different location."};
+}
+Lines NotNtfs(const std::u16string& path) {
+  return {u"#ERROR: Folder " + path + u" must be on NTFS formatted volume. Browse to a different location."};
+}
+Lines Network(const std::u16string& path) {
+  return {u"#ERROR: The selected folder " + path +
+          u" is a UNC path representing a network resource. Browse to a different location."};
+}
+Lines NoDirectory(const std::u16string& path) {
+  return {u"#ERROR: The specified path " + path + u" is not a valid directory path."};
+}
+Lines TooLong(const std::u16string& path) {
+  return {u"#ERROR: The specified path " + path +
+          u" exceeds the system-defined maximum length of 248 characters. Browse to a different location."};
+}
+Lines WrongDrive(const std::u16string& path) {
+  return {u"#ERROR: Folder " + path + u" must be on fixed or removable drive. Browse to a different location."};
+}
+Lines System(const std::u16string& path) {
+  return {u"#ERROR: " + path +
+          u" - Cannot redirect from or to Windows system folders. Browse to a different location."};
+}
+// A path without a drive letter: asked twice (environment names may hide the letter), then named for what it is.
+Lines Driveless(const std::u16string& path, const Lines& kind) {
+  Lines lines = {kNoDriveNumber + path + u"." + kSuccess, kNoDriveNumber + path + u"." + kSuccess,
+                 NoDrive(path).front()};
+  lines.insert(lines.end(), kind.begin(), kind.end());
+  return lines;
+}
+Lines Relative(const std::u16string& path) {
+  return {u"#ERROR: The selected folder " + path + u" is a relative path. Browse to a different location"};
+}
+
+// A path of so many characters below a drive's root, in components that a directory can hold.
+std::u16string PathOf(std::size_t length, char16_t letter) {
+  std::u16string path = {letter, u':'};
+  while (path.size() + 101 < length) path += u"\\" + std::u16string(100, u'a');
+  return path += u"\\" + std::u16string(length - path.size() - 1, u'b');
+}
+
+class PathRules : public test::ValidationTest {
+ protected:
+  PathRules() : ValidationTest({.extraDrives = 1}) {}
+
+  struct Case {
+    std::u16string path;
+    Lines lines;
+  };
+  void ExpectForSources(const std::vector<Case>& cases) {
+    for (const Case& each : cases)
+      EXPECT_LINES(Refusal([&] { return ValidateSourcePath(each.path.c_str(), 0, 0); }), each.lines);
+  }
+  void ExpectForTargets(const std::vector<Case>& cases, int mustExist = 0, int allowDriveRoot = 0) {
+    for (const Case& each : cases)
+      EXPECT_LINES(Refusal([&] { return ValidateTargetPath(each.path.c_str(), mustExist, allowDriveRoot, 0, 0); }),
+                   each.lines);
+  }
+  // With Windows unable to name the drives at the first question, which is the rule about the drive's.
+  void ExpectWithoutDrives(const std::u16string& path, const Lines& lines) {
+    machine->gate.FailCall("GetLogicalDriveStringsW", 1, ERROR_ACCESS_DENIED);
+    EXPECT_LINES(Refusal([&] { return ValidateSourcePath(path.c_str(), 0, 0); }), lines);
+    machine->gate.ClearFailures();
+  }
+};
+
+TEST_F(PathRules, ForSourcesOneByOne) {
+  MakeFile(u"C:\\file", "x");
+  MakeFolder(u"E:\\x");
+  ExpectForSources({{u"C:\\Data", passed},
+                    {u"c:\\dATA\\", passed},
+                    {u"\\\\?\\C:\\Data", passed},
+                    {u"C:\\Data ", passed},
+                    {u"C:\\missing", Missing(u"C:\\missing")},
+                    {u"Q:\\x",
+                     {u"#ERROR: The selected folder Q:\\x does not exist.The system cannot find the path "
+                      u"specified."}},
+                    {u"C:Data", Invalid(u"C:Data")},
+                    {u"C:/Data", Invalid(u"C:/Data")},
+                    {u"C:\\", Root(u"C:\\")},
+                    {u"c:", Root(u"c:")},
+                    {u"\\\\?\\C:\\", Root(u"\\\\?\\C:\\")},
+                    {u"C:\\file", NoDirectory(u"C:\\file")},
+                    {u"C:\\Windows", System(u"C:\\Windows")}});
+  ExpectWithoutDrives(u"C:\\Data", DrivesUntold(u"C:\\Data"));
+  EXPECT_LINES(Refusal([] { return ValidateSourcePath(nullptr, 0, 0); }), Lines{u"#ERROR: Input path missing."});
+  for (const char16_t* fileSystem : {u"FAT", u"FAT32", u"exFAT", u"CDFS", u"NTFS5"}) {
+    Drive(u'E').fileSystem = fileSystem;
+    ExpectForSources({{u"E:\\x", NotNtfs(u"E:\\x")}});
+  }
+  Drive(u'E').fileSystem = u"ntfs";
+  const std::pair<UINT, Lines> types[] = {{DRIVE_FIXED, passed},
+                                          {DRIVE_REMOVABLE, passed},
+                                          {DRIVE_REMOTE, Network(u"E:\\x")},
+                                          {DRIVE_CDROM, WrongDrive(u"E:\\x")},
+                                          {DRIVE_RAMDISK, WrongDrive(u"E:\\x")},
+                                          {DRIVE_UNKNOWN, WrongDrive(u"E:\\x")}};
+  for (const auto& [type, lines] : types) {
+    Drive(u'E').driveType = type;
+    ExpectForSources({{u"E:\\x", lines}});
+  }
+}
+
+// A path that breaks two rules shows the line of the first.
+TEST_F(PathRules, ForSourcesInTheirOrder) {
+  ExpectForSources({{u"C:missing", Missing(u"C:missing")}});
+  ExpectWithoutDrives(u"C:Data", Invalid(u"C:Data"));
+  ExpectWithoutDrives(u"C:\\", DrivesUntold(u"C:\\"));
+  MakeFile(u"E:\\file", "x");
+  MakeFolder(u"E:\\Windows");
+  const std::u16string longFile = PathOf(247, u'C'), longFolder = PathOf(247, u'E');
+  for (const std::u16string& path : {longFile, longFolder}) {
+    MakeFolder(path.substr(0, 103));
+    MakeFolder(path.substr(0, 204));
+  }
+  MakeFile(longFile, "x");
+  MakeFolder(u"\\\\?\\" + longFolder);
+  Drive(u'E').fileSystem = u"FAT32";
+  ExpectForSources({{u"E:\\", Root(u"E:\\")}});
+  Drive(u'E').driveType = DRIVE_REMOTE;
+  ExpectForSources({{u"E:\\file", NotNtfs(u"E:\\file")}});
+  Drive(u'E').fileSystem = u"NTFS";
+  ExpectForSources({{u"E:\\file", Network(u"E:\\file")}, {longFile, NoDirectory(longFile)}});
+  Drive(u'E').driveType = DRIVE_CDROM;
+  ExpectForSources({{longFolder, TooLong(longFolder)}});
+  Drive(u'C').driveType = DRIVE_CDROM;
+  ExpectForSources({{u"C:\\Windows", WrongDrive(u"C:\\Windows")}});
+}
+
+TEST_F(PathRules, LengthsCountToTheCharacter) {
+  MakeFolder(PathOf(247, u'C').substr(0, 103));
+  MakeFolder(PathOf(247, u'C').substr(0, 204));
+  for (const std::size_t length : {std::size_t{246}, std::size_t{247}}) {
+    const std::u16string path = PathOf(length, u'C');
+    ExpectForTargets({{path, length == 246 ? passed : TooLong(path)}});
+    MakeFolder(u"\\\\?\\" + path);
+    ExpectForSources({{path, length == 246 ? passed : TooLong(path)}});
+  }
+  const std::u16string extended = u"\\\\?\\" + PathOf(243, u'C');
+  ExpectForTargets({{extended, TooLong(extended)}});
+}
+
+TEST_F(PathRules, ForTargets) {
+  MakeFile(u"D:\\file", "x");
+  AddDrive(u'F', DRIVE_REMOVABLE, u"NTFS");
+  AddDrive(u'G', DRIVE_REMOTE, u"NTFS");
+  AddDrive(u'H', DRIVE_CDROM, u"CDFS");
+  AddDrive(u'I', DRIVE_CDROM, u"NTFS");
+  AddDrive(u'J', DRIVE_FIXED, u"FAT");
+  AddDrive(u'K', DRIVE_REMOVABLE, u"exFAT");
+  AddDrive(u'L', DRIVE_REMOVABLE, u"");  // no medium
+  AddDrive(u'M', DRIVE_REMOTE, u"FAT32");
+  const std::u16string longPath = PathOf(247, u'I');
+  ExpectForTargets({{u"D:\\Target", passed},
+                    {u"d:\\target\\", passed},
+                    {u"D:\\New", passed},
+                    {u"D:\\New \\", passed},
+                    {u"D:\\", passed},
+                    {u"D:", passed},
+                    {u"C:\\Windows", passed},
+                    {u"F:\\x", passed},
+                    {u"D:New", Invalid(u"D:New")},
+                    {u"Q:New", Invalid(u"Q:New")},
+                    {u"Q:\\x", NoDrive(u"Q:\\x")},
+                    {u"\\\\?\\Q:\\x", NoDrive(u"\\\\?\\Q:\\x")},
+                    {u"G:\\x", Network(u"G:\\x")},
+                    {u"H:\\x", NotNtfs(u"H:\\x")},
+                    {u"I:\\x", WrongDrive(u"I:\\x")},
+                    {longPath, TooLong(longPath)},
+                    {u"J:\\x", NotNtfs(u"J:\\x")},
+                    {u"K:\\x", NotNtfs(u"K:\\x")},
+                    {u"L:\\x", NotNtfs(u"L:\\x")},
+                    {u"M:\\x", NotNtfs(u"M:\\x")},
+                    {u"D:\\file", NoDirectory(u"D:\\file")},
+                    {u"\\\\server\\share", Driveless(u"\\\\server\\share", Network(u"\\\\server\\share"))},
+                    {u"\\\\?\\UNC\\server\\share\\x",
+                     Driveless(u"\\\\?\\UNC\\server\\share\\x", Network(u"\\\\?\\UNC\\server\\share\\x"))},
+                    {u"\\\\.\\C:\\x", Driveless(u"\\\\.\\C:\\x", Network(u"\\\\.\\C:\\x"))},
+                    {u"folder\\new", Driveless(u"folder\\new", Relative(u"folder\\new"))},
+                    {u"  folder", Driveless(u"  folder", Relative(u"  folder"))},
+                    {u"", Driveless(u"", Relative(u""))},
+                    {u"\\new", Driveless(u"\\new", {})},
+                    {u" D:\\New", Driveless(u" D:\\New", {})},
+                    {u"\"D:\\New\"", Driveless(u"\"D:\\New\"", {})}});
+  EXPECT_LINES(
+      LinesOf([] { ValidateTargetPath(u"D:\\New", 0, 0, 0, 0); }),
+      Lines{u"#INFO: The selected target folder D:\\New does not exist. Ignoring PathIsDirectory validation."});
+  EXPECT_LINES(Refusal([] { return ValidateTargetPath(nullptr, 0, 0, 0, 0); }), Lines{u"#ERROR: Input path missing."});
+  // The letter may be in an environment name, but a file system has only what begins with a letter.
+  const std::u16string named = u"%SystemDrive%\\New";
+  ExpectForTargets(
+      {{named, {kNoDriveNumber + named + u"." + kSuccess, kNoDriveNumber + named + u".", NotNtfs(named).front()}}});
+}
+
+TEST_F(PathRules, ForTargetsThatMustExist) {
+  ExpectForTargets({{u"D:\\Target", passed},
+                    {u"D:\\New", Missing(u"D:\\New")},
+                    {u"D:\\", Root(u"D:\\")},
+                    {u"C:\\Windows", System(u"C:\\Windows")},
+                    {u"C:\\Program Files\\Velmora", passed}},
+                   1);
+  // With drives allowed, only the product's own folders are let through among Windows' and the programs'.
+  ExpectForTargets({{u"D:\\", passed},
+                    {u"C:\\Program Files\\Velmora", {}},
+                    {u"C:\\Windows\\System32", System(u"C:\\Windows\\System32")}},
+                   1, 1);
+}
+
+TEST_F(PathRules, WindowsOwnFoldersWarnOrRefuse) {
+  const std::string windows =
+      "Redirecting sub-folders of Windows could lead to incorrect functionality of Windows. "
+      "Ensure Windows works correctly on a Frozen computer once this folder is Thawed.\n";
+  const std::string programs =
+      "Redirecting sub-folders of Program Files could lead to incorrect behavior of some "
+      "programs. Ensure this program works correctly on a Frozen computer once this folder is "
+      "Thawed.\n";
+  const std::string none;
+  struct {
+    const char16_t* path;
+    int insideProductOnly, quiet1, quiet2;
+    int refused;
+    bool logged;
+    std::string console;
+  } const cases[] = {
+      {u"C:\\Data", 0, 0, 0, 0, false, none},
+      {u"C:\\Data", 1, 0, 0, 0, false, none},
+      {u"c:\\WINDOWS", 0, 0, 0, 1, true, none},
+      {u"C:\\Windows\\", 0, 0, 0, 1, true, none},
+      {u"\\\\?\\C:\\Windows", 0, 0, 0, 1, true, none},
+      {u"C:\\Windows\\SYSTEM32", 0, 1, 1, 1, true, none},
+      {u"C:\\Windows\\System32\\drivers", 1, 0, 0, 1, true, none},
+      {u"C:\\Program Files", 0, 0, 0, 1, true, none},
+      {u"C:\\PROGRA~1", 0, 0, 0, 1, true, none},
+      {u"C:\\PROGRA~1\\App~", 0, 0, 0, 0, false, programs},
+      {u"C:\\Data~", 0, 0, 0, 0, false, none},
+      {u"c:\\program files (X86)", 0, 0, 0, 1, true, none},
+      {u"C:\\Windows\\Fonts", 0, 0, 0, 0, false, windows},
+      {u"C:\\Windows\\Fonts", 0, 1, 0, 0, false, none},
+      {u"C:\\Windows\\Fonts", 0, 0, 1, 0, false, none},
+      {u"C:\\Windows\\Fonts", 1, 0, 0, 1, false, none},
+      {u"C:\\Program Files\\App", 0, 0, 0, 0, false, programs},
+      {u"C:\\Program Files (x86)\\App", 0, 0, 0, 0, false, programs},
+      {u"C:\\Program Files\\App", 1, 0, 0, 1, false, none},
+      {u"C:\\Program Files\\Velmora\\Rimehold\\x", 1, 0, 0, 0, false, none},
+      {u"C:\\program files (x86)\\velmora\\rimehold", 1, 0, 0, 0, false, none},
+  };
+  // The machine makes no short names; a junction that looks like one leads to the same folder.
+  MakeFolder(u"C:\\Data~");
+  MakeFolder(u"C:\\Program Files\\App~");
+  ASSERT_EQ(CreateJunction(u"C:\\PROGRA~1", u"C:\\Program Files"), 1);
+  for (const auto& each : cases) {
+    machine->console.clear();
+    int refused = -1;
+    const Lines lines =
+        LinesOf([&] { refused = IsSystemFolder(each.path, each.insideProductOnly, each.quiet1, each.quiet2); });
+    std::string console = machine->console;
+    std::erase(console, '\r');
+    EXPECT_EQ(refused, each.refused) << emulated::Utf8(each.path);
+    EXPECT_EQ(test::Shown(lines), test::Shown(each.logged ? System(each.path) : Lines{}));
+    EXPECT_EQ(console, each.console) << emulated::Utf8(each.path);
+  }
+}
+
+}  // namespace

@@ -1,0 +1,188 @@
+// The scan of a source: what it names, in which order, and what it lets through.
+#include "validate/prescan.h"
+
+#include "probes/locked_handles.h"
+#include "program/validation.h"
+#include "redirect/junction.h"
+#include "redirect/path_text.h"
+
+namespace {
+
+using namespace win32;
+using test::Lines, test::MakeFile, test::MakeFolder;
+
+std::u16string Unreadable(const std::u16string& path) {
+  return u"#ERROR: " + path + u" - Insufficient permissions. The minimum permissions requirement is read & execute.";
+}
+std::u16string UnreadableButAllowed(const std::u16string& path) {
+  return u"#INFO: " + path + u" - Insufficient permissions but allowing it anyways (special case).";
+}
+std::u16string Locked(const std::u16string& path) { return u"#INFO: " + path + u" - File or Folder is locked."; }
+std::u16string LockedButAllowed(const std::u16string& path) {
+  return u"#INFO: " + path + u" - Folder locked but allowing it anyways (special case).";
+}
+std::u16string NotAccessible(const std::u16string& path) { return u"#INFO: " + path + u" - File is not accessible."; }
+std::u16string InUse(const std::u16string& path) {
+  return u"#ERROR: " + path +
+         u" - File or folder is used by another process.  Close any application that might be using the file or folder "
+         u"and try again.";
+}
+
+LockedPaths LockedList(const Lines& paths) {
+  LockedPaths locked;
+  for (const std::u16string& path : paths)
+    path.copy(locked.paths.get() + std::ptrdiff_t{locked.count++} * LockedPaths::kPathCharacters, path.size());
+  return locked;
+}
+
+class PreScan : public test::ValidationTest {
+ protected:
+  // Everything that the scan of C:\Data logs, and what it answers, against paths that are locked.
+  void ExpectScan(const Lines& locked, int allowSpecialCase, int result, const Lines& expected) {
+    TreeListing listing;
+    ASSERT_EQ(GetFileList(source, listing), 1);
+    const LockedPaths list = LockedList(locked);
+    int answer = -1;
+    const Lines lines = LinesOf([&] { answer = PreScanListing(listing, &list, allowSpecialCase); });
+    EXPECT_EQ(answer, result);
+    EXPECT_EQ(test::Shown(lines), test::Shown(expected));
+  }
+  void DenyAll(const std::u16string& path) { test::SetSecurity(path, u"O:BAD:P(A;;FA;;;SY)"); }
+};
+
+TEST_F(PreScan, NamesEachItemInTheOrderOfTheTree) {
+  const std::u16string a = source + u"\\a", b = source + u"\\b", bf = b + u"\\f", c = source + u"\\c",
+                       d = source + u"\\d", readOnly = source + u"\\readonly";
+  for (const std::u16string& folder : {b, d}) MakeFolder(folder);
+  for (const std::u16string& file : {a, bf, c}) MakeFile(file, "x");
+  MakeFile(readOnly, "x", FILE_ATTRIBUTE_READONLY);
+  ExpectScan({}, 0, 1, {});
+  // Refused, listed as locked, held open: every test of an item speaks, one line says what to do. What the user may not
+  // open at all is not found to be in use.
+  for (const std::u16string& item : {b, bf}) DenyAll(item);
+  const auto held = HoldOpen(c, GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE);
+  const Lines locked = {c, bf, u"C:\\elsewhere", a, b, source};
+  const Lines ofC = {Locked(c), NotAccessible(c), InUse(c)};
+  ExpectScan(locked, 0, 0,
+             {Locked(a), InUse(a), Unreadable(b), Locked(b), InUse(b), Unreadable(bf), Locked(bf), InUse(bf), ofC[0],
+              ofC[1], ofC[2]});
+  // The special case is for folders alone.
+  ExpectScan(locked, 1, 0,
+             {Locked(a), InUse(a), UnreadableButAllowed(b), LockedButAllowed(b), Unreadable(bf), Locked(bf), InUse(bf),
+              ofC[0], ofC[1], ofC[2]});
+  ExpectScan({b, d}, 1, 0,
+             {UnreadableButAllowed(b), LockedButAllowed(b), Unreadable(bf), ofC[1], ofC[2], LockedButAllowed(d)});
+}
+
+TEST_F(PreScan, EachCounterAloneMakesItNo) {
+  const std::u16string folder = source + u"\\folder", file = source + u"\\file";
+  MakeFolder(folder);
+  MakeFile(file, "x");
+  ExpectScan({folder}, 0, 0, {Locked(folder), InUse(folder)});
+  ExpectScan({folder}, 1, 1, {LockedButAllowed(folder)});
+  ExpectScan({file}, 1, 0, {Locked(file), InUse(file)});
+  DenyAll(folder);
+  ExpectScan({}, 0, 0, {Unreadable(folder)});
+  ExpectScan({}, 1, 1, {UnreadableButAllowed(folder)});
+  test::SetSecurity(folder, u"O:BAD:P(A;;0x1200a9;;;BA)");
+  ExpectScan({}, 0, 1, {});
+  test::SetSecurity(folder, u"O:BAD:P(A;;0x120089;;;BA)");  // no execute
+  ExpectScan({}, 0, 0, {Unreadable(folder)});
+  test::SetSecurity(folder, u"O:BAD:P(A;;FA;;;BA)");
+}
+
+TEST_F(PreScan, ComparesAsPathsAreCompared) {
+  const std::u16string item = source + u"\\Caf\u00e9";
+  MakeFile(item, "x");
+  ExpectScan({u"c:\\DATA\\cAF\u00e9"}, 0, 0, {Locked(item), InUse(item)});
+  ExpectScan({u"\\\\?\\C:\\Data\\Caf\u00e9"}, 0, 0, {Locked(item), InUse(item)});
+  ExpectScan({u"C:\\Data\\Caf\u00c9", u"C:\\Data\\Caf", u"C:\\Data\\Caf\u00e9\\", u""}, 0, 1, {});
+  ASSERT_TRUE(DeleteFileW(item.c_str()));
+  // Where the plain form does not reach, the listing has the long one.
+  std::u16string deep = source;
+  for (const char16_t name : {u'a', u'b', u'c'}) {
+    deep += u"\\" + std::u16string(100, name);
+    MakeFolder(u"\\\\?\\" + deep);
+  }
+  ExpectScan({LowerAscii(deep)}, 0, 0, {Locked(u"\\\\?\\" + deep), InUse(u"\\\\?\\" + deep)});
+}
+
+// Many items against a full list: each locked one is named once, in the order of the items and not of the list.
+TEST_F(PreScan, FindsAllOfAFullList) {
+  Lines files, locked, expected;
+  for (int i = 0; i < 2500; ++i) {
+    std::u16string number = emulated::Utf16(std::to_string(10000 + i));
+    files.push_back(source + u"\\f" + number);
+    MakeFile(files.back(), "");
+    if (i % 5 != 0) continue;
+    locked.push_back(LowerAscii(files.back()));
+    expected.push_back(Locked(files.back()));
+    expected.push_back(InUse(files.back()));
+  }
+  for (int i = 0; locked.size() < LockedPaths::kCapacity; ++i)
+    locked.push_back(u"D:\\other\\f" + emulated::Utf16(std::to_string(i)));
+  std::reverse(locked.begin(), locked.end());
+  ExpectScan(locked, 0, 0, expected);
+}
+
+TEST_F(PreScan, FindsFilesInUse) {
+  MakeFile(source + u"\\busy", "x");
+  MakeFile(source + u"\\free", "x");
+  SetLastError(ERROR_SHARING_VIOLATION);  // of some call before
+  EXPECT_LINES(Refusal([&] { return PreScanSource(source.c_str(), nullptr, 1, 0); }), passed);
+  const auto held = HoldOpen(source + u"\\busy", GENERIC_READ, 0);
+  EXPECT_LINES(LinesOf([&] { EXPECT_EQ(PreScanSource(source.c_str(), nullptr, 0, 1), 0); }),
+               Lines{NotAccessible(source + u"\\busy"), InUse(source + u"\\busy")});
+  machine->files().CloseForeign(held);
+  for (const DWORD error : {ERROR_SHARING_VIOLATION, ERROR_LOCK_VIOLATION, ERROR_ACCESS_DENIED}) {
+    TreeListing listing;
+    ASSERT_EQ(GetFileList(source, listing), 1);
+    const Lines lines = LinesOf([&] {
+      machine->gate.FailCall("CreateFileW", 1, error);
+      PreScanListing(listing, nullptr, 0);
+    });
+    const bool inUse = error != ERROR_ACCESS_DENIED;
+    EXPECT_LINES(lines, inUse ? Lines{NotAccessible(source + u"\\busy"), InUse(source + u"\\busy")} : Lines{});
+  }
+}
+
+TEST_F(PreScan, PassesEmptyTreesAndWindowsOwnFolders) {
+  EXPECT_LINES(Refusal([&] { return PreScanSource(source.c_str(), nullptr, 1, 0); }), passed);
+  EXPECT_LINES(Refusal([] { return PreScanSource(nullptr, nullptr, 1, 0); }),
+               Lines{u"#ERROR: Source path is missing."});
+  EXPECT_LINES(Refusal([] { return PreScanSource(u"C:\\missing", nullptr, 1, 0); }),
+               Lines{u"#ERROR: Unable to get list of files for path = C:\\missing."});
+  MakeFolder(source + u"\\sub");
+  std::vector<std::shared_ptr<emulated::FileObject>> held;
+  for (const char16_t* name : {u"\\$recycle.bin", u"\\sub\\System Volume Information"}) {
+    MakeFolder(source + name);
+    MakeFile(source + name + u"\\busy", "x");
+    held.push_back(HoldOpen(source + name + u"\\busy", GENERIC_READ, 0));
+    DenyAll(source + name);
+  }
+  EXPECT_LINES(Refusal([&] { return PreScanSource(source.c_str(), nullptr, 1, 0); }), passed);
+}
+
+TEST_F(PreScan, LinksAreListedButNotEntered) {
+  MakeFile(target + u"\\busy", "x");
+  ASSERT_EQ(CreateJunction((source + u"\\j").c_str(), target.c_str()), 1);
+  ASSERT_EQ(CreateSymbolicLinkEntry((source + u"\\s").c_str(), target.c_str(), 0), 1);
+  MakeFolder(source + u"\\d");
+  MakeFile(source + u"\\d\\f", "x");
+  const auto held = HoldOpen(target + u"\\busy", GENERIC_READ, 0);
+  const std::u16string link = source + u"\\s";
+  EXPECT_LINES(LinesOf([&] { EXPECT_EQ(PreScanSource(source.c_str(), nullptr, 1, 0), 1); }),
+               Lines{u"IsSymbolicLink()::The specified directory or file " + link + u" is symbolic link"});
+  ExpectScan({source + u"\\j"}, 0, 0, {Locked(source + u"\\j"), InUse(source + u"\\j")});
+  TreeListing listing;
+  ASSERT_EQ(GetFileList(source, listing), 1);
+  EXPECT_EQ(listing.entries.size(), 4u);
+  EXPECT_EQ(listing.links.size(), 2u);
+  for (const char* call : {"FindFirstFileW", "FindNextFileW"}) {
+    machine->gate.FailCall(call, 3, ERROR_ACCESS_DENIED);
+    EXPECT_EQ(GetFileList(source, listing), 0) << "a listing that breaks off is none";
+    machine->gate.ClearFailures();
+  }
+}
+
+}  // namespace

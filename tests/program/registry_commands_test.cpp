@@ -1,0 +1,363 @@
+// Registry redirection as an administrator sees it: where the data goes, which keys are preserved, what the service
+// does.
+#include <gtest/gtest.h>
+
+#include <iostream>
+#include <map>
+#include <optional>
+#include <set>
+#include <tuple>
+
+#include "regredirect/registry_keys.h"
+#include "regredirect/service_config.h"
+#include "support/every_call.h"
+#include "support/program.h"
+#include "support/tree.h"
+#include "win32/emulated/registry/registry.h"
+#include "win32/emulated/registry/services.h"
+#include "win32/emulated/text.h"
+#include "win32/win32.h"
+#include "workstation/product.h"
+
+namespace {
+
+using test::Contents, test::Exists, test::MakeFile, test::MakeFolder, test::RunProgram, test::RunResult;
+
+const std::u16string kService = u"QuillbayService";
+const std::u16string kConfig = u"C:\\Program Files\\Velmora\\Quillbay\\ServiceConfig.xml";
+const std::u16string kLog = u"C:\\Program Files\\Velmora\\Quillbay\\QBC.log";
+const std::u16string kSoftware = u"HKEY_LOCAL_MACHINE\\SOFTWARE\\";
+const std::u16string kProfiles = kProfileListKey;
+
+class RegistryCommands : public ::testing::Test {
+ protected:
+  RegistryCommands() {
+    Restart();
+    MakeFolder(u"D:\\Registry");
+    for (const char16_t* key : {u"A", u"A\\B", u"A\\B\\C", u"AB"})
+      machine->registry().SetText(u"HKLM\\SOFTWARE\\" + std::u16string(key), u"x", u"1");
+    machine->registry().SetText(u"HKLM\\SOFTWARE\\Microsoft\\Windows NT\\CurrentVersion\\Winlogon", u"x", u"1");
+  }
+  void Restart(const test::MachineFacts& facts = {}) {
+    machine.reset();
+    machine = test::InstalledMachine(facts);
+    test::UseProgramModule(*machine);
+    machine->services().SetState(kService, win32::SERVICE_STOPPED);
+  }
+
+  RunResult Location(std::initializer_list<std::u16string> words) {
+    std::vector<std::u16string> all{u"/RedirectRegKeyLocation"};
+    all.insert(all.end(), words);
+    return all.size() == 1 ? RunProgram(*machine, {all[0]}) : RunProgram(*machine, {all[0], all[1]});
+  }
+  RunResult SetLocation(const std::u16string& location = u"D:\\Registry") { return Location({u"/loc:" + location}); }
+  RunResult Add(const std::u16string& key) { return RunProgram(*machine, {u"/RedirectRegKey", key}); }
+  RunResult Remove(const std::u16string& key) { return RunProgram(*machine, {u"/RedirectRegKey", key, u"/d"}); }
+
+  // What the file holds, as its own class reads it.
+  std::vector<std::u16string> Keys() {
+    CQBConfig config;
+    EXPECT_EQ(config.Init(), 1);
+    return config.MonitoredKeys();
+  }
+  std::pair<int, std::u16string> LocationInFile() {
+    CQBConfig config;
+    int status = -2;
+    std::u16string folder;
+    EXPECT_EQ(config.Init() && config.GetOutDir(status, folder), 1);
+    return {status, folder};
+  }
+  void SetProfileStatus(const char16_t* status) {
+    CQBConfig config;
+    ASSERT_TRUE(config.Init() && config.SetUserProfileRedirection(status, nullptr, nullptr) && config.Save());
+  }
+  win32::DWORD StartType() { return machine->services().Configuration(kService)->start; }
+  bool Runs() { return machine->services().State(kService) == win32::SERVICE_RUNNING; }
+
+  std::unique_ptr<emulated::Machine> machine;
+};
+
+TEST_F(RegistryCommands, ALocationIsSetShownAndRemoved) {
+  RunResult run = SetLocation();
+  EXPECT_EQ(run.exitCode, 0);
+  EXPECT_EQ(run.said, u"\nRedirect Registry Key Thawed location - D:\\Registry successful.\n\n");
+  EXPECT_EQ(LocationInFile(), std::pair(1, std::u16string(u"D:\\Registry")));
+  EXPECT_TRUE(Runs());
+  EXPECT_EQ(StartType(), win32::SERVICE_AUTO_START);
+  run = Location({});
+  EXPECT_EQ(run.said, u"\n\nD:\\Registry\n\n");
+  EXPECT_EQ(run.exitCode, 0);
+
+  const std::string before = Contents(kConfig);
+  run = SetLocation(u"D:\\");
+  EXPECT_EQ(run.exitCode, 1);
+  EXPECT_EQ(run.said, u"\nErrors logged in \"" + kLog +
+                          u"\".\nRedirect registry key thawed location - D:\\ is not successful.\n\n");
+  EXPECT_TRUE(run.Logged(
+      u"#ERROR: Registry Key Redirection location already set. To set new location,please remove existing location"));
+  EXPECT_EQ(Contents(kConfig), before);
+
+  // The service's data there go with it, but neither its logs nor what is nobody's business.
+  const std::u16string data = u"D:\\Registry\\Quillbay\\RegistryData";
+  for (const std::u16string& folder :
+       {std::u16string(u"D:\\Registry\\Quillbay"), data, data + u"\\Sub", data + u"\\KeyToDelete"})
+    MakeFolder(folder);
+  for (const char16_t* name : {u"1.bak", u"QUILLBAY.log", u"OutOfDiskSpace.txt", u"quillbayservice.LOG", u"Sub\\kept"})
+    MakeFile(data + u"\\" + name, "x");
+  run = Location({u"/d"});
+  EXPECT_EQ(run.exitCode, 0);
+  EXPECT_EQ(run.said, u"\nRedirect registry key thawed location - D:\\Registry has been removed.\n\n");
+  EXPECT_TRUE(run.Logged(u"Service disabled successfully.\n"));
+  EXPECT_EQ(LocationInFile(), std::pair(0, std::u16string()));
+  EXPECT_FALSE(Runs());
+  EXPECT_EQ(StartType(), win32::SERVICE_DEMAND_START);
+  EXPECT_EQ(test::Names(data), (std::vector<std::u16string>{u"\\OutOfDiskSpace.txt", u"\\QUILLBAY.log", u"\\Sub",
+                                                            u"\\Sub\\kept", u"\\quillbayservice.LOG"}));
+  run = Location({u"/d"});
+  EXPECT_EQ(run.exitCode, 1);
+  EXPECT_TRUE(run.Logged(u"#ERROR: Redirect Registry key location already empty."));
+  EXPECT_TRUE(run.Said(u"Redirect registry key thawed location -  can not be removed.\nCheck location and try again."));
+}
+
+TEST_F(RegistryCommands, DataOfAnotherAreNotReachedThroughALink) {
+  SetLocation();
+  MakeFolder(u"D:\\Registry\\Quillbay");
+  MakeFolder(u"D:\\Precious");
+  MakeFile(u"D:\\Precious\\file", "x");
+  MakeFolder(u"D:\\Registry\\Quillbay\\RegistryData");
+  ASSERT_EQ(RunProgram(*machine, {u"/RedirectFolder", u"D:\\Registry\\Quillbay\\RegistryData", u"/loc:D:\\Precious"})
+                .exitCode,
+            0);
+  MakeFile(u"D:\\Precious\\RegistryData\\file", "x");
+  EXPECT_EQ(Location({u"/d"}).exitCode, 0);
+  EXPECT_EQ(Contents(u"D:\\Precious\\RegistryData\\file"), "x");
+}
+
+TEST_F(RegistryCommands, WhatIsNoLocation) {
+  machine->FindByLetter(u'D')->fileSystem = u"FAT32";
+  const auto refused = [&](const std::u16string& location, const std::u16string& line) {
+    const RunResult run = SetLocation(location);
+    EXPECT_EQ(run.exitCode, 1) << emulated::Utf8(location);
+    EXPECT_TRUE(run.Logged(line)) << emulated::Utf8(run.log);
+    EXPECT_TRUE(run.Said(u"location - " + location + u" is not successful.")) << emulated::Utf8(run.said);
+    EXPECT_EQ(LocationInFile().first, 0);
+  };
+  refused(u"C:\\Nowhere", u"#ERROR: The selected folder C:\\Nowhere does not exist.");
+  refused(u"D:\\Registry",
+          u"#ERROR: Folder D:\\Registry must be on NTFS formatted volume. Browse to a different location.");
+  refused(u"C:\\Windows", u"#ERROR: C:\\Windows - Cannot redirect from or to Windows system folders.");
+  MakeFile(u"C:\\file", "x");
+  refused(u"C:\\file", u"#ERROR: The specified path C:\\file is not a valid directory path.");
+  std::u16string longest = u"C:\\" + std::u16string(120, u'a');
+  MakeFolder(longest);
+  longest += u"\\" + std::u16string(246 - longest.size() - 1, u'b');
+  MakeFolder(longest);
+  MakeFolder(u"\\\\?\\" + longest + u"b");
+  refused(longest + u"b", u"exceeds the system-defined maximum length of 248 characters.");
+  EXPECT_EQ(SetLocation(longest).exitCode, 0);
+  // A drive's root will do; so will Rimehold's own folder, but nobody else's below Program Files.
+  EXPECT_EQ(Location({u"/d"}).exitCode, 0);
+  EXPECT_EQ(SetLocation(u"C:\\Program Files\\Velmora").exitCode, 1);
+  EXPECT_EQ(SetLocation(u"C:\\").exitCode, 0);
+}
+
+TEST_F(RegistryCommands, AVolumeBecomesALocationBesideRimehold) {
+  Restart({.volumes = 1});
+  workstation::InstallRimehold(*machine, u"Thawed");
+  std::u16string volume;
+  for (const auto& mounted : machine->volumes)
+    if (mounted->letter == 0) volume = mounted->guidName;
+  const std::u16string folder = u"C:\\Program Files (x86)\\Velmora\\Rimehold\\RegRedirect";
+  const RunResult run = RunProgram(*machine, {u"/RedirectRegKeyLocation", u"/vol:" + volume});
+  EXPECT_EQ(run.exitCode, 0) << emulated::Utf8(run.log);
+  EXPECT_EQ(LocationInFile(), std::pair(1, folder));
+  MakeFile(folder + u"\\kept", "on the volume");
+  EXPECT_EQ(Contents(volume + u"kept"), "on the volume");
+  EXPECT_EQ(Location({u"/d"}).exitCode, 0);
+  EXPECT_FALSE(Exists(folder)) << "unmounted and removed";
+  EXPECT_EQ(Contents(volume + u"kept"), "on the volume");
+
+  // A later failure takes the mount back, and only what this run made.
+  MakeFolder(folder);
+  machine->gate.FailCall("SetEndOfFile", 1, win32::ERROR_WRITE_PROTECT);
+  EXPECT_EQ(RunProgram(*machine, {u"/RedirectRegKeyLocation", u"/vol:" + volume}).exitCode, 1);
+  EXPECT_TRUE(Exists(folder));
+  EXPECT_TRUE(test::Names(folder).empty()) << "no longer mounted";
+  workstation::RemoveRimehold(*machine);
+  const RunResult without = RunProgram(*machine, {u"/RedirectRegKeyLocation", u"/vol:" + volume});
+  EXPECT_EQ(without.exitCode, 1);
+  EXPECT_TRUE(without.Logged(u"#ERROR: Unable to get mount volume path."));
+}
+
+TEST_F(RegistryCommands, KeysAreAddedListedAndRemoved) {
+  RunResult run = Add(kSoftware + u"A");
+  EXPECT_EQ(run.exitCode, 1);
+  EXPECT_TRUE(run.Logged(u"#ERROR: redirect location not set (redirection disabled)."));
+  EXPECT_TRUE(Remove(kSoftware + u"A").Logged(u"#ERROR: Registry key redirection is disabled."));
+  SetLocation();
+  machine->services().SetState(kService, win32::SERVICE_STOPPED);
+  run = Add(u"hkey_local_machine\\software\\A\\B");
+  EXPECT_EQ(run.exitCode, 0);
+  EXPECT_EQ(run.said, u"\nhkey_local_machine\\software\\A\\B  Redirect Registry Key was successful.\n\n");
+  EXPECT_TRUE(Runs());
+  EXPECT_EQ(Add(kSoftware + u"AB").exitCode, 0);
+  run = RunProgram(*machine, {u"/RedirectRegKey"});
+  EXPECT_EQ(run.exitCode, 0);
+  EXPECT_EQ(run.said, u"\n\nHKEY_LOCAL_MACHINE\\software\\A\\B\nHKEY_LOCAL_MACHINE\\SOFTWARE\\AB\n\n");
+
+  run = Add(kSoftware + u"a\\b");
+  EXPECT_TRUE(run.Logged(u"#ERROR: Registry key already present in list."));
+  EXPECT_EQ(run.said, u"\n" + kSoftware + u"a\\b\nErrors logged in \"" + kLog +
+                          u"\".\nRegistry Key Redirection was not successful.\n\n");
+  EXPECT_TRUE(
+      Add(kSoftware + u"A\\B\\C").Logged(u"#ERROR: parent key already present: HKEY_LOCAL_MACHINE\\software\\A\\B"));
+  run = Add(kSoftware + u"A");
+  EXPECT_TRUE(run.Logged(u"HKEY_LOCAL_MACHINE\\software\\A\\B"));
+  EXPECT_EQ(Keys(), (std::vector<std::u16string>{kSoftware + u"AB", kSoftware + u"A"}))
+      << "the parent absorbs its child";
+
+  run = Remove(kSoftware + u"ab");
+  EXPECT_EQ(run.exitCode, 0);
+  EXPECT_EQ(run.said, u"\n" + kSoftware + u"ab Removal of the Redirect Registry Key was successful.\n\n");
+  const std::string before = Contents(kConfig);
+  run = Remove(kSoftware + u"ab");
+  EXPECT_EQ(run.exitCode, 1);
+  EXPECT_TRUE(run.Logged(u"key path not found in list :- " + kSoftware + u"ab"));
+  EXPECT_EQ(run.said, u"\n" + kSoftware + u"ab\nErrors logged in \"" + kLog +
+                          u"\".\nRemoval of the Registry Key Redirection was not successful.\n\n");
+  EXPECT_EQ(Contents(kConfig), before);
+  EXPECT_EQ(Keys(), std::vector<std::u16string>{kSoftware + u"A"});
+}
+
+TEST_F(RegistryCommands, WhichKeysMayBeAdded) {
+  SetLocation();
+  for (const std::u16string& key :
+       {kSoftware + u"Nowhere", std::u16string(u"HKEY_LOCAL_MACHINE"), std::u16string(u"HKLM\\SOFTWARE\\A"),
+        std::u16string(u"HKEY_LOCAL_MACHINEX\\SOFTWARE\\A"), std::u16string(u"HKEY_CURRENT_USER\\A")}) {
+    const RunResult run = Add(key);
+    EXPECT_EQ(run.exitCode, 1);
+    EXPECT_TRUE(run.Logged(u"#ERROR: Invalid Registry path: " + key)) << emulated::Utf8(key);
+  }
+  for (const char16_t* key :
+       {u"hkey_local_machine\\software", u"HKEY_LOCAL_MACHINE\\SOFTWARE\\", u"HKEY_LOCAL_MACHINE\\Software\\MICROSOFT",
+        u"HKEY_LOCAL_MACHINE\\SOFTWARE\\Microsoft\\"}) {
+    const RunResult run = Add(key);
+    EXPECT_EQ(run.exitCode, 1);
+    EXPECT_EQ(run.said, u"#ERROR: Redirection of " + std::u16string(key) + u" key is not allowed.\n");
+  }
+  EXPECT_TRUE(Keys().empty());
+  EXPECT_EQ(Add(kSoftware + u"Microsoft\\Windows NT").exitCode, 0);
+  EXPECT_TRUE(IsAllowedRegistryKey(u"HKEY_LOCAL_MACHINE\\"));
+  machine->gate.FailCallsFrom("RegOpenKeyExW", 1, win32::ERROR_ACCESS_DENIED);
+  EXPECT_TRUE(IsValidRegistryPath(kSoftware + u"A")) << "a key closed to the user is there";
+  machine->gate.ClearFailures();
+}
+
+TEST_F(RegistryCommands, TheProfileListKeyKeepsItsEntryWhenWrittenJustSo) {
+  SetLocation();
+  const std::u16string parent = kSoftware + u"Microsoft\\Windows NT\\CurrentVersion";
+  ASSERT_EQ(Add(kProfiles).exitCode, 0);
+  ASSERT_EQ(Add(parent + u"\\Winlogon").exitCode, 0);
+  ASSERT_EQ(Add(parent).exitCode, 0);
+  EXPECT_EQ(Keys(), (std::vector<std::u16string>{kProfiles, parent}));
+  SetProfileStatus(u"1");
+  const RunResult run = Remove(kProfiles);
+  EXPECT_EQ(run.exitCode, 1);
+  EXPECT_TRUE(run.Logged(u"#ERROR: This registry key is required for redirecting new user profiles automatically."));
+  SetProfileStatus(u"0");
+  EXPECT_EQ(Remove(kProfiles).exitCode, 0);
+  ASSERT_EQ(Remove(parent).exitCode, 0);
+  ASSERT_EQ(Add(kSoftware + u"microsoft\\Windows NT\\CurrentVersion\\ProfileList").exitCode, 0);
+  ASSERT_EQ(Add(parent).exitCode, 0);
+  EXPECT_EQ(Keys(), std::vector<std::u16string>{parent}) << "in other letters it is a child like any";
+}
+
+TEST_F(RegistryCommands, TheLocationStaysWhileNewProfilesNeedIt) {
+  SetLocation();
+  SetProfileStatus(u"1");
+  const RunResult run = Location({u"/d"});
+  EXPECT_EQ(run.exitCode, 1);
+  EXPECT_EQ(run.said,
+            u"\n\nAutomatic user profile redirection is enabled. Automactic User Profile redirection must be disabled "
+            u"before you can remove Redirect Registry key Location.\n");
+  EXPECT_TRUE(run.Logged(u"#ERROR: Redirect new user profile redirection is enabled."));
+  EXPECT_EQ(LocationInFile().first, 1);
+  EXPECT_TRUE(Runs());
+}
+
+TEST_F(RegistryCommands, AreForAdministratorsAndNotWhileFrozen) {
+  workstation::InstallRimehold(*machine, u"Frozen");
+  for (const RunResult& run : {SetLocation(), Location({u"/d"}), Add(kSoftware + u"A"), Remove(kSoftware + u"A")}) {
+    EXPECT_EQ(run.exitCode, 1);
+    EXPECT_TRUE(run.Said(u"Workstation must be Thawed to perform this action."));
+  }
+  EXPECT_FALSE(Exists(kConfig));
+}
+
+// What a refused call leaves of the file, and whether the console told the truth about it.
+class RegistryCommandsRefusedCalls : public RegistryCommands {
+ protected:
+  using Content = std::tuple<int, std::u16string, std::vector<std::u16string>>;
+  Content InFile() {
+    const auto [status, folder] = LocationInFile();
+    return {status, folder, Keys()};
+  }
+
+  template <typename Command>
+  void Check(Command command, std::u16string_view success) {
+    Add(kSoftware + u"AB");
+    Keys();  // there is a file from the beginning
+    const std::string before = Contents(kConfig);
+    std::optional<Content> after;
+    std::map<std::string, int> outcomes;
+    std::set<std::string> replacing;
+    const auto run = [&] {
+      const RunResult result = command();
+      if (!after) after = InFile();
+      return result;
+    };
+    test::WithEachCallRefused(machine, run, [&](const RunResult& result, const std::string& when) {
+      const std::string now = Contents(kConfig);
+      const bool old = now == before;
+      const bool complete = now.ends_with(std::string(">\0\r\0\n\0", 6));
+      const bool isNew = !old && complete && InFile() == *after;
+      EXPECT_TRUE(result.exitCode == 0 || !result.Said(success)) << when;
+      const std::string call = when.substr(0, when.find(','));
+      EXPECT_TRUE((result.exitCode == 0) == isNew || kReplacing.contains(call)) << when;
+      EXPECT_TRUE(complete) << when;
+      const std::string file = old ? "old" : isNew ? "new" : "the default";
+      if (!old && !isNew) replacing.insert(call);
+      ++outcomes[(result.exitCode == 0 ? "success, " : "failure, ") + file];
+    });
+    for (const auto& [outcome, count] : outcomes) std::cout << outcome << ": " << count << "\n";
+    // A file that is not found or cannot be read is replaced by the default.
+    for (const std::string& call : replacing) EXPECT_TRUE(kReplacing.contains(call)) << call;
+    EXPECT_GT(outcomes["failure, old"], 0);
+  }
+  static inline const std::set<std::string> kReplacing{
+      "PathFileExistsW",        "CreateFileW", "SetFilePointer", "GetFileSize", "ReadFile", "CreateInstance",
+      "put_preserveWhiteSpace", "loadXML",     "CoInitializeEx"};
+};
+
+TEST_F(RegistryCommandsRefusedCalls, OfSettingALocation) {
+  SetLocation();
+  Add(kSoftware + u"A");
+  Location({u"/d"});
+  Check([&] { return SetLocation(); }, u"D:\\Registry successful");
+}
+TEST_F(RegistryCommandsRefusedCalls, OfRemovingALocation) {
+  SetLocation();
+  Check([&] { return Location({u"/d"}); }, u"has been removed");
+}
+TEST_F(RegistryCommandsRefusedCalls, OfAddingAKey) {
+  SetLocation();
+  Add(kSoftware + u"A\\B");
+  Check([&] { return Add(kSoftware + u"A"); }, u"Redirect Registry Key was successful");
+}
+TEST_F(RegistryCommandsRefusedCalls, OfRemovingAKey) {
+  SetLocation();
+  Add(kSoftware + u"A");
+  Check([&] { return Remove(kSoftware + u"A"); }, u"Removal of the Redirect Registry Key was successful");
+}
+
+}  // namespace

@@ -1,0 +1,238 @@
+// The update check against a server that answers well, badly, too much or not at all.
+#include "probes/update_check.h"
+
+#include <gtest/gtest.h>
+
+#include "cli/console.h"
+#include "support/http_server.h"
+#include "support/program.h"
+#include "win32/constants.h"
+#include "win32/emulated/system/internet_transfer.h"
+#include "win32/emulated/text.h"
+
+namespace {
+
+using test::HttpReply;
+using test::HttpServer;
+
+constexpr const char* kLatestMarker = "<RESULT>LATEST</RESULT>";
+constexpr const char* kUpdateMarker = "<RESULT>UPDATE</RESULT>";
+constexpr std::size_t kMebibyte = 1024 * 1024;
+
+class UpdateCheck : public ::testing::Test {
+ protected:
+  UpdateCheck() { test::UseProgramModule(*machine); }
+  ~UpdateCheck() override { emulated::HttpTransfer::SetPatience(std::chrono::seconds(30)); }
+
+  // The check as the program makes it. Whatever it finds, the message is the code's, and nothing stays open.
+  int Check() {
+    const std::size_t open = machine->objects.all().size();
+    std::u16string message;
+    const int code = CheckForUpdate(message);
+    EXPECT_EQ(message, LoadResourceString(code == 0 ? 165 : code == 1 ? 164 : 166));
+    EXPECT_EQ(machine->objects.all().size(), open);
+    return code;
+  }
+  int CheckWith(std::string_view body, std::string_view status = "200 OK") {
+    const HttpServer server(HttpReply(status, body));
+    return Check();
+  }
+
+  std::unique_ptr<emulated::Machine> machine = test::InstalledMachine();
+};
+
+std::string Utf16Bytes(std::string_view text) {
+  std::string bytes;
+  for (const char letter : text) bytes += {letter, '\0'};
+  return bytes;
+}
+
+TEST_F(UpdateCheck, SendsTheDocumentAsTheServerKnowsIt) {
+  const std::string expected =
+      "<?xml version=\"1.0\" encoding=\"utf-8\" ?>"
+      "									<velmoraupdate version=\"1\">"
+      "									<response>XML</response>"
+      "									<testing>LIVE</testing>"
+      "									<email>updates@velmora.example</email>"
+      "									<language>en</language>"
+      "									<product>"
+      "										  <productcode>QBS</productcode> "
+      "										  <releasetype>Full</releasetype> "
+      "										  <majorversion>2</majorversion> "
+      "										  <minorversion>34</minorversion> "
+      "										  <hotfixversion>1110</hotfixversion> "
+      "										  <build>486</build> "
+      "										  "
+      "<versionnumber>2.34.1110.486</versionnumber> "
+      "										  <daysremain>0</daysremain>"
+      "									</product>"
+      "									</velmoraupdate>";
+  HttpServer server(HttpReply("200 OK", kLatestMarker));
+  EXPECT_EQ(Check(), 0);
+  ASSERT_EQ(server.Bodies().size(), 1u);
+  EXPECT_EQ(server.Bodies()[0], Utf16Bytes(expected));
+
+  const std::string head = server.Heads()[0];
+  const std::string host = emulated::Utf8(UpdateServer());
+  EXPECT_TRUE(head.starts_with("POST http://" + host + "/CheckFileXml.aspx HTTP/1.1\r\n")) << head;
+  for (const std::string& line : {"Host: " + host, std::string("User-Agent: Update Agent"),
+                                  std::string("Content-Type: text/html; charset=utf-16"),
+                                  "Content-Length: " + std::to_string(2 * expected.size())})
+    EXPECT_NE(head.find("\r\n" + line + "\r\n"), std::string::npos) << line << "\n" << head;
+  for (const char* name : {"\r\nAccept:", "\r\nExpect:", "\r\nReferer:", "\r\nAuthorization:"})
+    EXPECT_EQ(head.find(name), std::string::npos) << head;
+}
+
+TEST_F(UpdateCheck, TheCommandPrintsTheAnswerAndExitsWithIt) {
+  struct {
+    const char* body;
+    int code;
+    unsigned message;
+  } const cases[] = {{kLatestMarker, 0, 165}, {kUpdateMarker, 1, 164}, {"", 2, 166}};
+  for (const auto& [body, code, message] : cases) {
+    const HttpServer server(HttpReply("200 OK", body));
+    const auto run = test::RunProgram(*machine, {u"/CheckForUpdate"});
+    EXPECT_EQ(run.exitCode, code);
+    EXPECT_EQ(run.said, LoadResourceString(message));
+  }
+}
+
+TEST_F(UpdateCheck, LooksForTheMarkersInAnyCase) {
+  EXPECT_EQ(CheckWith("<?xml version=\"1.0\"?><r><Result>latest</Result></r>"), 0);
+  EXPECT_EQ(CheckWith("<r><result>Update</result></r>"), 1);
+  EXPECT_EQ(CheckWith(std::string(kUpdateMarker) + kLatestMarker), 0);
+  EXPECT_EQ(CheckWith("<RESULT> LATEST</RESULT>"), 2);
+  EXPECT_EQ(CheckWith("<RESULT>LATEST"), 2);
+  EXPECT_EQ(CheckWith(""), 2);
+}
+
+TEST_F(UpdateCheck, OnlyAPlain200IsAnAnswer) {
+  for (const char* status : {"500 Internal Server Error", "404 Not Found", "201 Created", "204 No Content", "401 No"})
+    EXPECT_EQ(CheckWith(kLatestMarker, status), 2) << status;
+  // A redirection is not gone after.
+  for (const char* status : {"301 Moved", "302 Found", "307 Temporary Redirect"}) {
+    HttpServer server([&](HttpServer::Exchange& exchange) {
+      const bool first = exchange.head.find("CheckFileXml.aspx") != std::string::npos;
+      exchange.Send(HttpReply(first ? status : "200 OK", kLatestMarker,
+                              first ? "Location: http://elsewhere.example/answer\r\n" : ""));
+    });
+    EXPECT_EQ(Check(), 2) << status;
+    EXPECT_EQ(server.Heads().size(), 1u);
+  }
+  // An interim answer is none yet.
+  const HttpServer server("HTTP/1.1 100 Continue\r\n\r\n" + HttpReply("200 OK", kUpdateMarker));
+  EXPECT_EQ(Check(), 1);
+}
+
+TEST_F(UpdateCheck, PiecesMakeOneReply) {
+  for (const unsigned before : {0u, 1000u, 1001u, 1010u, 1023u, 1024u, 1025u, 4090u})
+    EXPECT_EQ(CheckWith(std::string(before, ' ') + kLatestMarker + std::string(3000, 'x')), 0) << before;
+  const HttpServer slow([](HttpServer::Exchange& exchange) {
+    exchange.Send("HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\n9\r\n<result>u\r\n");
+    std::this_thread::sleep_for(std::chrono::milliseconds(100));
+    exchange.Send("e\r\npdate</result>\r\n0\r\n\r\n");
+  });
+  EXPECT_EQ(Check(), 1);
+}
+
+TEST_F(UpdateCheck, AZeroEndsItsPieceOnly) {
+  const std::string zero(1, '\0');
+  EXPECT_EQ(CheckWith(zero + kLatestMarker), 2);
+  EXPECT_EQ(CheckWith(zero + std::string(1023, 'x') + kLatestMarker), 0);
+  EXPECT_EQ(CheckWith("<RESULT>UP" + zero + std::string(1013, 'x') + "DATE</RESULT>"), 1);
+}
+
+TEST_F(UpdateCheck, AReplyThatIsTooLongIsNone) {
+  const std::string marker = kLatestMarker;
+  EXPECT_EQ(CheckWith(marker + std::string(kMebibyte - marker.size(), 'x')), 0);
+  EXPECT_EQ(CheckWith(marker + std::string(kMebibyte - marker.size() + 1, 'x')), 2);
+  // Without an end, or one that is far away: little more is taken than what counts and what is on its way.
+  for (const char* length : {"", "Content-Length: 104857600\r\n"}) {
+    for (const char filling : {'x', '\0'}) {
+      HttpServer server([&](HttpServer::Exchange& exchange) {
+        exchange.Send("HTTP/1.1 200 OK\r\n" + std::string(length) + "\r\n" + kLatestMarker);
+        const std::string block(65536, filling);
+        for (int i = 0; i < 1600 && exchange.Send(block); ++i) continue;
+      });
+      EXPECT_EQ(Check(), 2);
+      server.Heads();
+      EXPECT_LT(server.sent(), 40 * kMebibyte);
+    }
+  }
+}
+
+TEST_F(UpdateCheck, AConnectionThatFailsIsNoAnswer) {
+  const std::string begun = "HTTP/1.1 200 OK\r\nContent-Length: 5000\r\n\r\n" + std::string(2000, ' ') + kLatestMarker;
+  {
+    const HttpServer cut(begun);
+    EXPECT_EQ(Check(), 2);
+  }
+  {
+    const HttpServer reset([&](HttpServer::Exchange& exchange) {
+      exchange.Send(begun);
+      exchange.Reset();
+    });
+    EXPECT_EQ(Check(), 2);
+  }
+  for (const char* reply : {"", "HTTP/1.1 200", "HTTP/1.1 200 OK\r\nContent-Length: 0\r\n", "<RESULT>LATEST</RESULT>",
+                            "SSH-2.0-server\r\n"}) {
+    const HttpServer server{std::string(reply)};
+    EXPECT_EQ(Check(), 2) << reply;
+  }
+  const HttpServer headersForEver([](HttpServer::Exchange& exchange) {
+    exchange.Send("HTTP/1.1 200 OK\r\n");
+    while (exchange.Send("X-More: and more\r\n")) continue;
+  });
+  EXPECT_EQ(Check(), 2);
+}
+
+TEST_F(UpdateCheck, SilenceAndAbsenceAreNoAnswer) {
+  emulated::HttpTransfer::SetPatience(std::chrono::milliseconds(200));
+  {
+    const HttpServer silent([](HttpServer::Exchange& exchange) { exchange.WaitForClient(); });
+    EXPECT_EQ(Check(), 2);
+  }
+  {
+    const HttpServer stopsHalfWay([](HttpServer::Exchange& exchange) {
+      exchange.Send("HTTP/1.1 200 OK\r\nContent-Length: 5000\r\n\r\n" + std::string(kLatestMarker));
+      exchange.WaitForClient();
+    });
+    EXPECT_EQ(Check(), 2);
+  }
+  EXPECT_EQ(Check(), 2);  // the last server's port is closed
+}
+
+TEST_F(UpdateCheck, WithoutAVersionNothingIsSent) {
+  HttpServer server(HttpReply("200 OK", kLatestMarker));
+  for (auto* const call : {"GetModuleFileNameW", "GetFileVersionInfoSizeW", "GetFileVersionInfoW", "VerQueryValueW"}) {
+    machine->gate.FailCall(call, 1, win32::ERROR_RESOURCE_DATA_NOT_FOUND);
+    const auto run = test::RunProgram(*machine, {u"/CheckForUpdate"});
+    EXPECT_EQ(run.exitCode, 2);
+    EXPECT_EQ(run.said, LoadResourceString(166));
+    EXPECT_TRUE(run.Logged(u"Product Version extraction failed. Please check the file version."));
+    machine->gate.ClearFailures();
+  }
+  EXPECT_TRUE(server.Heads().empty());
+  EXPECT_EQ(Check(), 0);
+}
+
+TEST_F(UpdateCheck, AnyCallMayFail) {
+  const HttpServer server(HttpReply("200 OK", kLatestMarker + std::string(3000, 'x')));
+  std::u16string message;
+  machine->gate.ResetCounts();
+  ASSERT_EQ(CheckForUpdate(message), 0);
+  for (auto* const call : {"InternetOpenW", "InternetConnectW", "HttpOpenRequestW", "HttpSendRequestW",
+                           "HttpQueryInfoW", "InternetReadFile"}) {
+    machine->gate.ResetCounts();
+    EXPECT_EQ(Check(), 0);
+    const std::uint64_t count = machine->gate.Count(call);
+    EXPECT_GT(count, 0u) << call;
+    for (std::uint64_t nth = 1; nth <= count; ++nth) {
+      machine->gate.FailCall(call, nth, win32::ERROR_INTERNET_CONNECTION_RESET);
+      EXPECT_EQ(Check(), 2) << call << ' ' << nth;
+      machine->gate.ClearFailures();
+    }
+  }
+}
+
+}  // namespace

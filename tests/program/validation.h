@@ -1,0 +1,98 @@
+// What the tests of the rules share: folders of every kind, drives of every type, and the lines that a decision logs.
+#pragma once
+
+#include <functional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "support/engine.h"
+#include "support/program.h"
+#include "validate/relations.h"
+#include "validate/validate.h"
+#include "win32/emulated/text.h"
+
+namespace test {
+
+using Lines = std::vector<std::u16string>;
+
+// The flags of ValidateRedirectionPaths; as they are, a folder redirection's.
+struct Flags {
+  int prescan = 1;
+  int redirectedProfile = 0;
+  int excludeMountedVolume = 0;
+  int quietSystemFolder = 0;
+  int stopMediaSharing = 0;
+  int allowLockedSpecialCase = 0;
+  int targetOnly = 0;
+};
+
+class ValidationTest : public Engine {
+ protected:
+  explicit ValidationTest(const MachineFacts& facts = {}) : Engine(facts) { UseProgramModule(*machine); }
+
+  // The messages that an action logs, whole, without their times. Windows' text for an error is the end of its message.
+  Lines LinesOf(const std::function<void()>& action) {
+    const std::size_t before = LogText().size();
+    action();
+    const std::u16string text = LogText().substr(before);
+    Lines lines;
+    constexpr std::u16string_view kStart = u"\r\n[", kPrefixEnd = u"] ";
+    for (std::size_t at = text.find(kStart); at != std::u16string::npos;) {
+      const std::size_t next = text.find(kStart, at + kStart.size());
+      std::u16string line = text.substr(at, next - at);
+      line.erase(0, line.find(kPrefixEnd) + kPrefixEnd.size());
+      while (line.ends_with(u'\n') || line.ends_with(u'\r')) line.pop_back();
+      lines.push_back(std::move(line));
+      at = next;
+    }
+    return lines;
+  }
+  static Lines ErrorsIn(const Lines& lines) {
+    Lines errors;
+    for (const std::u16string& line : lines)
+      if (line.find(u"#ERROR") != std::u16string::npos) errors.push_back(line);
+    return errors;
+  }
+  // The error lines of a decision that says no; "(passed)" of one that says yes, before whatever it logged.
+  Lines Refusal(const std::function<int()>& decide) {
+    int result = -1;
+    Lines errors = ErrorsIn(LinesOf([&] { result = decide(); }));
+    if (result != 0) errors.insert(errors.begin(), u"(passed)");
+    return errors;
+  }
+  Lines Refusal(const char16_t* from, const char16_t* to, const Flags& flags = {}) {
+    return Refusal([&] {
+      return ValidateRedirectionPaths(from, to, flags.prescan, flags.redirectedProfile, flags.excludeMountedVolume,
+                                      flags.quietSystemFolder, flags.stopMediaSharing, flags.allowLockedSpecialCase,
+                                      flags.targetOnly);
+    });
+  }
+
+  // A drive that is known by name alone.
+  void AddDrive(char16_t letter, win32::UINT type, const std::u16string& fileSystem) {
+    auto drive = std::make_unique<emulated::MountedVolume>();
+    drive->letter = letter;
+    drive->driveType = type;
+    drive->fileSystem = fileSystem;
+    machine->volumes.push_back(std::move(drive));
+  }
+  emulated::MountedVolume& Drive(char16_t letter) { return *machine->FindByLetter(letter); }
+
+  const Lines passed = {u"(passed)"};
+};
+
+// For the message of a test that fails.
+inline std::string Shown(const Lines& lines) {
+  std::string all;
+  for (const std::u16string& line : lines) all += emulated::Utf8(line) + "\n";
+  return all;
+}
+
+}  // namespace test
+
+#define EXPECT_LINES(actual, ...)                                            \
+  do {                                                                       \
+    const ::test::Lines actualLines = (actual), expectedLines = __VA_ARGS__; \
+    EXPECT_EQ(::test::Shown(actualLines), ::test::Shown(expectedLines));     \
+  } while (false)

@@ -1,0 +1,47 @@
+// One command after another with another of its calls refused, each time on the same disks.
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <memory>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "support/program.h"
+#include "win32/emulated/text.h"
+#include "win32/win32.h"
+
+namespace test {
+
+// Loading texts, and a memory block that nobody else would free.
+inline bool IsBesideThePoint(const std::string& call) {
+  static const std::set<std::string> names{"FindResourceExW", "LoadResource", "LockResource", "SizeofResource",
+                                           "NetApiBufferFree"};
+  return names.contains(call);
+}
+
+// Runs the command once as it is, then with each of its calls refused in turn; `examine` looks at the machine after
+// each run and gets the run and a text that tells which. Ends at the first failure of the test.
+template <typename Command, typename Examine>
+void WithEachCallRefused(std::unique_ptr<emulated::Machine>& machine, Command command, Examine examine) {
+  const Disks disks = machine->Snapshot();
+  std::vector<std::string> calls;
+  machine->gate.Observe([&](const char* name, std::uint64_t) { calls.emplace_back(name); });
+  EXPECT_EQ(command().exitCode, 0);
+  machine->gate.Observe({});
+  ASSERT_GT(calls.size(), 100u);
+  for (std::size_t i = 0; i < calls.size() && !::testing::Test::HasFailure(); ++i) {
+    if (IsBesideThePoint(calls[i])) continue;
+    Disks copies;
+    for (const auto& [name, device] : disks) copies[name] = device->Clone();
+    machine.reset();
+    machine = BootFrom(std::move(copies));
+    machine->gate.FailCall(i + 1, win32::ERROR_ACCESS_DENIED);
+    const RunResult run = command();
+    machine->gate.ClearFailures();
+    examine(run, calls[i] + ", call " + std::to_string(i + 1) + ": " + emulated::Utf8(run.log));
+  }
+}
+
+}  // namespace test

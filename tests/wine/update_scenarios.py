@@ -1,0 +1,134 @@
+"""The update check of QBC.exe, as it leaves the machine: a real server stands in as the proxy that is set up."""
+import http.server
+import socket
+import threading
+import time
+
+SETTINGS = "HKCU\\Software\\Microsoft\\Windows\\CurrentVersion\\Internet Settings"
+LATEST, UPDATE = b"<RESULT>LATEST</RESULT>", b"<RESULT>UPDATE</RESULT>"
+NINE, TEN = "\t" * 9, "\t" * 10 + "  "
+DOCUMENT = ('<?xml version="1.0" encoding="utf-8" ?>'
+            + NINE + '<velmoraupdate version="1">'
+            + NINE + "<response>XML</response>"
+            + NINE + "<testing>LIVE</testing>"
+            + NINE + "<email>updates@velmora.example</email>"
+            + NINE + "<language>en</language>"
+            + NINE + "<product>"
+            + TEN + "<productcode>QBS</productcode> "
+            + TEN + "<releasetype>Full</releasetype> "
+            + TEN + "<majorversion>2</majorversion> "
+            + TEN + "<minorversion>34</minorversion> "
+            + TEN + "<hotfixversion>1110</hotfixversion> "
+            + TEN + "<build>486</build> "
+            + TEN + "<versionnumber>2.34.1110.486</versionnumber> "
+            + TEN + "<daysremain>0</daysremain>"
+            + NINE + "</product>"
+            + NINE + "</velmoraupdate>")
+
+
+class Handler(http.server.BaseHTTPRequestHandler):
+    protocol_version = "HTTP/1.1"
+
+    def do_POST(self):
+        body = self.rfile.read(int(self.headers.get("Content-Length", 0)))
+        self.server.requests.append((self.path, self.headers, body))
+        self.close_connection = True
+        try:
+            self.server.answer(self.wfile)
+        except OSError:
+            pass  # the client has had enough
+
+    do_GET = do_POST
+
+    def log_message(self, *_):
+        pass
+
+
+class Server:
+    """Answers every request with `answer`, a function of the stream to the client, while the context lasts."""
+
+    def __init__(self, answer):
+        self.server = http.server.ThreadingHTTPServer(("127.0.0.1", 0), Handler)
+        self.server.daemon_threads = True
+        self.server.block_on_close = False
+        self.server.requests, self.server.answer = [], answer
+        self.port, self.requests = self.server.server_address[1], self.server.requests
+
+    def __enter__(self):
+        threading.Thread(target=self.server.serve_forever, args=(0.05,), daemon=True).start()
+        return self
+
+    def __exit__(self, *_):
+        self.server.shutdown()
+        self.server.server_close()
+
+
+def reply(body, status="200 OK", headers=""):
+    head = f"HTTP/1.1 {status}\r\nContent-Length: {len(body)}\r\n{headers}\r\n".encode()
+    return lambda stream: stream.write(head + body)
+
+
+def stream_of(head, first, count):
+    """A reply of `count` blocks of 64 KiB behind its first bytes."""
+    def answer(stream):
+        stream.write(f"HTTP/1.1 200 OK\r\n{head}\r\n".encode() + first)
+        for _ in range(count):
+            stream.write(b"x" * 65536)
+    return answer
+
+
+def slowly(stream):
+    stream.write(b"HTTP/1.1 200 OK\r\nContent-Length: 23\r\n\r\n" + UPDATE[:11])
+    stream.flush()
+    time.sleep(0.3)
+    stream.write(UPDATE[11:])
+
+
+def set_proxy(world, port):
+    world.prefix.tool("reg", "add", SETTINGS, "/v", "ProxyEnable", "/t", "REG_DWORD", "/d", "1", "/f")
+    world.prefix.set_value(SETTINGS, "ProxyServer", f"127.0.0.1:{port}")
+
+
+def check_request(checks, request):
+    path, headers, body = request
+    checks.true("the path on the server", path.startswith("http://") and path.endswith("/CheckFileXml.aspx"), path)
+    checks.equal("the document, byte by byte", body, DOCUMENT.encode("utf-16-le"))
+    checks.equal("its type", headers["Content-Type"], "text/html; charset=utf-16")
+    checks.equal("its length", headers["Content-Length"], str(2 * len(DOCUMENT)))
+    checks.equal("the agent", headers["User-Agent"], "Update Agent")
+    checks.equal("what is not said", [headers[n] for n in ("Accept", "Referer", "Authorization")], [None] * 3)
+
+
+def update_check(world):
+    messages = {0: world.strings[165], 1: world.strings[164], 2: world.strings[166]}
+    padded = LATEST + b"x" * (1024 * 1024 - len(LATEST))
+    elsewhere = "Location: http://elsewhere.example/answer\r\n"
+    cases = [("latest", reply(LATEST), 0), ("newer", reply(b"<r>" + UPDATE + b"</r>"), 1),
+             ("latest in small letters", reply(LATEST.lower()), 0), ("both markers", reply(UPDATE + LATEST), 0),
+             ("neither marker", reply(b"<RESULT>OTHER</RESULT>"), 2), ("empty", reply(b""), 2),
+             ("500", reply(LATEST, "500 Internal Server Error"), 2), ("302", reply(LATEST, "302 Found", elsewhere), 2),
+             ("marker across two pieces", reply(b" " * 1010 + LATEST), 0), ("a reply in two parts", slowly, 1),
+             ("a zero within a piece", reply(b"\0" + LATEST), 2), ("1 MiB", reply(padded), 0),
+             ("more than 1 MiB", reply(padded + b"x"), 2),
+             ("100 MiB", stream_of("Content-Length: 104857600\r\n", LATEST, 1599), 2),
+             ("a reply without end", stream_of("", LATEST, 100000), 2),
+             ("cut off in the headers", lambda stream: stream.write(b"HTTP/1.1 200 OK\r\nContent-"), 2),
+             ("cut off at once", lambda stream: None, 2),
+             ("cut off in the reply", lambda stream: stream.write(
+                 b"HTTP/1.1 200 OK\r\nContent-Length: 5000\r\n\r\n<RESULT>LATE"), 2)]
+    for name, answer, code in cases:
+        with Server(answer) as server:
+            set_proxy(world, server.port)
+            world.expect(f"update check: {name}", world.qbc("/CheckForUpdate"), world.banner + messages[code], code)
+            if name == "latest":
+                check_request(world.checks, server.requests[0])
+            if name == "302":
+                world.checks.equal("a redirection is not followed", len(server.requests), 1)
+    with socket.socket() as unused:
+        unused.bind(("127.0.0.1", 0))
+        set_proxy(world, unused.getsockname()[1])
+        world.expect("update check: nobody there", world.qbc("/CheckForUpdate"), world.banner + messages[2], 2)
+    world.prefix.tool("reg", "add", SETTINGS, "/v", "ProxyEnable", "/t", "REG_DWORD", "/d", "0", "/f")
+
+
+ALL = [update_check]
