@@ -98,15 +98,15 @@ int SetAutoRedirection(const Invocation& invocation) {
 
 int RunAutoRedirectUP(const Invocation& invocation) {
   if (IsBare(invocation)) return AnswerCommandNotBuilt(invocation);  // shows the location
-  if (RefusedWhileFrozen(invocation)) return 0;
   if (AutoParametersAreInvalid(invocation)) return RefuseParameters(kAutoUsage);
+  if (RefusedWhileFrozen(invocation)) return 0;
   return invocation.Removes() ? RemoveAutoRedirection(invocation) : SetAutoRedirection(invocation);
 }
 
 int RunRedirectUP(const Invocation& invocation) {
   if (invocation.line.arguments.empty()) return AnswerCommandNotBuilt(invocation);  // lists the profiles
-  if (RefusedWhileFrozen(invocation)) return 0;
   if (ProfileSwitchIsMistyped(invocation)) return RefuseParameters(kRedirectUsage);
+  if (RefusedWhileFrozen(invocation)) return 0;
   win32::OutputDebugStringW(
       (u"RedirectUserProfile() User: " + ProfileName(invocation) + u" & TargetDir: " + invocation.line.arguments.back())
           .c_str());
@@ -114,7 +114,7 @@ int RunRedirectUP(const Invocation& invocation) {
 }
 
 int RunRedirectUPDefault(const Invocation& invocation) {
-  if (RefusedWhileFrozen(invocation)) return 0;
   if (ProfileSwitchIsMistyped(invocation)) return RefuseParameters(kDefaultUsage);
+  if (RefusedWhileFrozen(invocation)) return 0;
   return RunOnProfile(invocation);
 }

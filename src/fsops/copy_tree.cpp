@@ -311,9 +311,10 @@ Step TreeCopy::ShowProgress(const std::u16string& entry, const std::u16string& t
   return Step::Next;
 }
 
-// Every link arrives: made again with its text (led to the new root where it led to the old one), or else - its target
-// cannot be read, it dangles, its text is too long - carried over byte for byte. A link left out here would be lost for
-// good when the source is emptied.
+// Every link arrives: made again with its text (led to the new root where it led to the old one), or else - it dangles,
+// it leads to a network share - carried over byte for byte. A link left out here would be lost for good when the source
+// is emptied, and one that leads to where nothing will be any more is no better. In a tree that is brought back, links
+// get their old data in the end.
 Step TreeCopy::CopyLink(const TreeEntry& link) {
   const std::u16string newLink = TargetOf(link);
   if (link.IsJunction() && IsVolumeMountPoint(link.path.c_str())) return CopyMount(link, newLink);
@@ -323,12 +324,15 @@ Step TreeCopy::CopyLink(const TreeEntry& link) {
   if (skip || !item) return Step::Next;
 
   record_.links.push_back({link.path, newLink, link.IsDirectory(), ReadLinkData(link.path)});
-  item->complete = RecreateLink(link, newLink);
+  // A symbolic link that is to keep its text keeps all of it: what it finally leads to may have another name than the
+  // one that it bears (a volume with a letter and a folder), which need not last.
+  item->complete = !(flags_.copyOnly && link.IsSymbolicLink()) && RecreateLink(link, newLink);
   if (item->complete) {
     // A junction's came with its backup copy; a symbolic link made by its text is as new as any.
     if (link.IsSymbolicLink() && flags_.useBackupCopy) CopyFileTimesAndAttributes(link.path, newLink, true);
     if (flags_.removeSourceLinks && link.IsJunction()) DeleteJunction(link.path.c_str());
-  } else {
+  } else if (flags_.copyOnly || restoring_ ||
+             !MustChangeWithTree(link.path, record_.links.back().reparseData, sourceBase_)) {
     item->complete =
         BackupCopyItemEx(link.path, newLink, {.isDirectory = link.IsDirectory(), .isReparsePoint = true}) != 0;
   }
@@ -437,8 +441,10 @@ int TreeCopy::Run(const std::u16string& sourceRoot, const std::u16string& target
     const Step step = CopyEntry(entry);
     if (step != Step::Next) return step == Step::Ended ? 1 : 0;
   }
-  for (const TreeEntry& link : listing.links)
-    if (CopyLink(link) == Step::Failed) return 0;
+  // Symbolic links first: they may lead through junctions, which are taken off at the source.
+  for (const bool symbolic : {true, false})
+    for (const TreeEntry& link : listing.links)
+      if (link.IsSymbolicLink() == symbolic && CopyLink(link) == Step::Failed) return 0;
   if (!CarryFolderTimes()) return 0;
   // Of a tree that is brought back, the caller puts the shares right: it knows which were there before.
   if (!only_ && !(flags_.copyOnly && flags_.moveShares)) MoveShares();

@@ -17,6 +17,12 @@ struct SavedLink {
 // The whole reparse data of the link itself; empty when they cannot be read.
 std::vector<win32::BYTE> ReadLinkData(const std::u16string& path);
 
+// A tree with the root `root` moves: would `link` in it, byte for byte the same, lead to where nothing is any more? By
+// its data it leads into the tree with a full path, or out of it with a relative one, and to something that exists.
+// Nobody can tell of data that could not be read (empty): true.
+bool MustChangeWithTree(const std::u16string& link, const std::vector<win32::BYTE>& reparseData,
+                        const std::u16string& root);
+
 // Makes the link at its source again, as it was; nothing is done when it is there unchanged. 0 when it cannot be made,
 // or something else stands there.
 int RestoreLink(const SavedLink& link);

@@ -1,7 +1,14 @@
 #include "fsops/shares.h"
 
+#include "log/log.h"
 #include "redirect/path_text.h"
 #include "win32/win32.h"
+
+namespace {
+
+constexpr win32::DWORD kServerNotStarted = 2114;  // NERR_ServerNotStarted
+
+}  // namespace
 
 // One block of shares as NetShareEnum gave it.
 struct ShareList::Buffer {
@@ -30,6 +37,7 @@ ShareList ShareList::Read() {
     if (hasShares) list.buffers_.back()->count = count;
     if (count == 0) break;  // nothing came, so the same question would be asked for ever
   }
+  list.whole_ = result == win32::NERR_Success || result == kServerNotStarted;
   return list;
 }
 
@@ -56,4 +64,20 @@ bool AddShare(const win32::SHARE_INFO_502& share, const std::u16string& folder) 
   win32::DWORD wrongParameter = 0;
   return win32::NetShareAdd(nullptr, 502, static_cast<win32::BYTE*>(static_cast<void*>(&copy)), &wrongParameter) ==
          win32::NERR_Success;
+}
+
+bool MoveShares(const std::u16string& folder, const std::u16string& newFolder) {
+  const ShareList shares = ShareList::Read();
+  bool all = shares.IsWhole();
+  if (!all) Log(u"#ERROR: Unable to read the network shares of folder %ls.", folder);
+  for (const win32::SHARE_INFO_502* share : shares.FindByPath(folder)) {
+    if (DeleteShare(*share)) {
+      if (AddShare(*share, newFolder)) continue;
+      if (!AddShare(*share, share->shi502_path))
+        Log(u"#ERROR: Unable to add network share %ls again.", share->shi502_netname);
+    }
+    Log(u"#ERROR: Unable to move network share %ls from %ls to %ls.", share->shi502_netname, folder, newFolder);
+    all = false;
+  }
+  return all;
 }

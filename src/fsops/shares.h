@@ -12,12 +12,15 @@
 class ShareList {
  public:
   static ShareList Read();
+  // Nothing was kept back. Without a server there are no shares.
+  bool IsWhole() const { return whole_; }
   // Every share of the folder; null-free.
   std::vector<const win32::SHARE_INFO_502*> FindByPath(std::u16string_view folder) const;
 
  private:
   struct Buffer;
   std::vector<std::shared_ptr<Buffer>> buffers_;
+  bool whole_ = false;
 };
 
 // A share that was deleted, kept so that it can be put back.
@@ -31,3 +34,7 @@ bool DeleteShare(const win32::SHARE_INFO_502& share);
 bool DeleteShare(std::u16string name);
 // Adds the share again, with `folder` as its path.
 bool AddShare(const win32::SHARE_INFO_502& share, const std::u16string& folder);
+
+// Gives every share of `folder` the path `newFolder`; all else that it has stays. False when one is still at `folder`,
+// or may be, or is gone; the log names it.
+bool MoveShares(const std::u16string& folder, const std::u16string& newFolder);

@@ -1,10 +1,12 @@
 #include "probes/handle_names.h"
 
+#include <algorithm>
 #include <array>
 #include <atomic>
 #include <cstring>
 #include <memory>
-#include <vector>
+#include <stdexcept>
+#include <utility>
 
 #include "log/format.h"
 #include "probes/nt_dll.h"
@@ -63,75 +65,132 @@ class OwnHandle {
   win32::HANDLE handle_ = nullptr;
 };
 
+// The UNICODE_STRING at the beginning of an answer, whose characters lie in the same buffer.
+std::u16string TextAt(const win32::BYTE* buffer) {
+  win32::UNICODE_STRING found{};
+  std::memcpy(&found, buffer, sizeof found);
+  return found.Buffer ? std::u16string(found.Buffer, found.Length / sizeof(char16_t)) : std::u16string();
+}
+
 // Asks NtQueryObject for a class whose answer begins with a UNICODE_STRING. The size is asked for first; without an
-// answer to that it is `otherwise`.
+// answer to that - older systems answer no more than the string's own size - it is `otherwise`.
 bool QueryText(win32::HANDLE handle, int informationClass, win32::ULONG otherwise, std::u16string& text) {
   const INtDll& ntDll = INtDll::Get();
   win32::ULONG size = 0;
   ntDll.NtQueryObject(handle, informationClass, nullptr, 0, &size);
-  if (size == 0) size = otherwise;
+  if (size <= sizeof(win32::UNICODE_STRING)) size = otherwise;
   if (size < sizeof(win32::UNICODE_STRING)) return false;
   const auto buffer = std::make_unique<win32::BYTE[]>(size);
   if (!win32::NT_SUCCESS(ntDll.NtQueryObject(handle, informationClass, buffer.get(), size, &size))) return false;
-  win32::UNICODE_STRING found{};
-  std::memcpy(&found, buffer.get(), sizeof found);
-  text.clear();
-  if (found.Buffer) text.assign(found.Buffer, found.Length / sizeof(char16_t));
+  text = TextAt(buffer.get());
   return true;
 }
 
-// One question for a file's name. The thread that asks it may be ended at any moment, so it touches nothing but this.
+constexpr win32::NTSTATUS kNoAnswer = static_cast<win32::NTSTATUS>(0xC0000001);  // STATUS_UNSUCCESSFUL
+
+// The questions for one file's name. The thread that asks them may be ended at any moment of its asking, so it touches
+// nothing but its calls and this.
 struct NameQuery {
-  enum State { NotYetAsked, Asking, Answered };
+  enum State { NotYetAsked, Asking, Answered, GivenUp };
 
-  win32::NtQueryInformationFileFunction ask;
-  win32::HANDLE file;
-  std::atomic<int> state = NotYetAsked;
-  win32::NTSTATUS status = 0;
-  win32::IO_STATUS_BLOCK io{};
-  alignas(win32::FILE_NAME_INFORMATION) std::array<win32::BYTE, 4096> buffer{};
+  NameQuery(win32::HANDLE handle, bool alsoNative) : file(handle), native(alsoNative) {}
 
-  std::u16string Name() const {
+  // On the thread. Where the caller has given up, the thread must not reach its end any more: exiting, it would hold
+  // the loader's lock, which nobody would give back if it were ended there.
+  void Ask() {
+    int expected = NotYetAsked;
+    if (!state.compare_exchange_strong(expected, Asking)) return;  // given up before it was asked; nobody ends it
+    status = askFile(file, &io, nameInVolume.data(), Size(nameInVolume), win32::FileNameInformation);
+    // The volume's own name answered, so the full one will, too. It is as long, but for the device in front.
+    if (native && status == win32::STATUS_SUCCESS)
+      nativeStatus = askObject(file, win32::ObjectNameInformation, nativeName.data(), Size(nativeName), nullptr);
+    expected = Asking;
+    if (state.compare_exchange_strong(expected, Answered)) return;
+    for (;;) win32::Sleep(win32::INFINITE);
+  }
+
+  std::u16string NameInVolume() const {
     win32::DWORD length = 0;
-    std::memcpy(&length, buffer.data(), sizeof length);
+    std::memcpy(&length, nameInVolume.data(), sizeof length);
     constexpr std::size_t kBegin = offsetof(win32::FILE_NAME_INFORMATION, FileName);
-    std::u16string name(std::min<std::size_t>(length, buffer.size() - kBegin) / sizeof(char16_t), u'\0');
-    std::memcpy(name.data(), buffer.data() + kBegin, name.size() * sizeof(char16_t));
+    std::u16string name(std::min<std::size_t>(length, nameInVolume.size() - kBegin) / sizeof(char16_t), u'\0');
+    std::memcpy(name.data(), nameInVolume.data() + kBegin, name.size() * sizeof(char16_t));
     return name;
+  }
+
+  const win32::NtQueryInformationFileFunction askFile = INtDll::Get().NtQueryInformationFile;
+  const win32::NtQueryObjectFunction askObject = INtDll::Get().NtQueryObject;
+  const win32::HANDLE file;
+  const bool native;
+  std::atomic<int> state = NotYetAsked;
+  win32::NTSTATUS status = kNoAnswer, nativeStatus = kNoAnswer;
+  win32::IO_STATUS_BLOCK io{};
+  NameQuery* nextAbandoned = nullptr;
+  alignas(8) std::array<win32::BYTE, 4096> nameInVolume{};
+  alignas(8) std::array<win32::BYTE, 8192> nativeName{};
+
+ private:
+  template <std::size_t size>
+  static constexpr win32::ULONG Size(const std::array<win32::BYTE, size>&) {
+    return size;
   }
 };
 
-win32::DWORD AskName(void* parameter) {
-  NameQuery& query = *static_cast<NameQuery*>(parameter);
-  query.state = NameQuery::Asking;
-  query.status = query.ask(query.file, &query.io, query.buffer.data(), static_cast<win32::ULONG>(query.buffer.size()),
-                           win32::FileNameInformation);
-  query.state = NameQuery::Answered;
+win32::DWORD AskNames(void* parameter) {
+  static_cast<NameQuery*>(parameter)->Ask();
   return 0;
 }
 
-// Waits for the answer; false when it does not come and the thread has been ended. It is ended nowhere but in its
-// question: while it starts and while it exits it may hold the loader's lock, which nobody would give back, and then it
-// needs nothing but time.
-bool WaitForAnswer(win32::HANDLE thread, const NameQuery& query) {
+// Windows starts no threads: something holds them up, and no handle can be asked.
+struct NoThreadStarts : std::runtime_error {
+  NoThreadStarts() : std::runtime_error("no thread starts") {}
+};
+
+// Waits for the answers; false when they do not come: then the thread, which asks for them still, has been ended.
+bool WaitForAnswers(win32::HANDLE thread, NameQuery& query) {
   constexpr win32::DWORD kPatience = 100;  // milliseconds
-  for (;;) {
+  constexpr int kRoundsToStart = 50;
+  for (int round = 0; round < kRoundsToStart; ++round) {
     const win32::DWORD waited = win32::WaitForSingleObject(thread, kPatience);
-    if (waited == win32::WAIT_OBJECT_0) return true;
-    if (waited != win32::WAIT_TIMEOUT || win32::SuspendThread(thread) == win32::WAIT_FAILED) return false;
-    if (query.state == NameQuery::Asking) {
+    int state = NameQuery::Asking;
+    if (query.state.compare_exchange_strong(state, NameQuery::GivenUp)) {
       win32::TerminateThread(thread, 0);
       return false;
     }
-    win32::ResumeThread(thread);
+    if (state == NameQuery::Answered) return true;  // whether or not the thread has come to its end
+    if (waited != win32::WAIT_TIMEOUT) break;       // it ended without asking, or the wait failed
   }
+  int state = NameQuery::NotYetAsked;
+  if (query.state.compare_exchange_strong(state, NameQuery::GivenUp)) throw NoThreadStarts();
+  return state == NameQuery::Answered;
 }
 
-// The system may still write an answer where it was asked to after the thread is gone, so that memory is given up, too.
-void Abandon(std::unique_ptr<NameQuery> query) {
-  static auto& abandoned = *new std::vector<std::unique_ptr<NameQuery>>;  // outlives everything
-  abandoned.push_back(std::move(query));
-}
+// A query is not freed while a thread, or the system on its behalf, may still write to it.
+class SharedQuery {
+ public:
+  SharedQuery(win32::HANDLE file, bool native) : query_(new NameQuery(file, native)) {}
+  SharedQuery(const SharedQuery&) = delete;
+  SharedQuery& operator=(const SharedQuery&) = delete;
+  ~SharedQuery() {
+    if (started_ && query_->state != NameQuery::Answered)
+      query_->nextAbandoned = std::exchange(abandoned_, query_);
+    else
+      delete query_;
+  }
+  NameQuery* operator->() { return query_; }
+
+  // False when the answers did not come.
+  bool Run() {
+    const win32::UniqueKernelHandle thread(win32::CreateThread(nullptr, 0, AskNames, query_, 0, nullptr));
+    started_ = static_cast<bool>(thread);
+    return started_ && WaitForAnswers(thread.get(), *query_);
+  }
+
+ private:
+  static inline NameQuery* abandoned_ = nullptr;  // for good
+  NameQuery* const query_;
+  bool started_ = false;
+};
 
 }  // namespace
 
@@ -159,14 +218,15 @@ int GetObjectName(win32::HANDLE handle, int typeNumber, std::u16string& name, wi
   name.clear();
   const INtDll& ntDll = INtDll::Get();
   if (!ntDll.IsBound()) return 0;
-  if (typeNumber == kFileType) {
-    bool gaveUp = false;
-    std::u16string nameInVolume;
-    if (!GetFileObjectName(handle, nameInVolume, processId, &gaveUp)) return 0;
-    if (gaveUp) return 1;
-  }
   const OwnHandle own(handle, processId);
   if (!own.get()) return 0;
+  if (typeNumber == kFileType) {
+    SharedQuery query(own.get(), true);
+    if (!query.Run()) return 1;
+    if (query->status != win32::STATUS_SUCCESS || !win32::NT_SUCCESS(query->nativeStatus)) return 0;
+    name = TextAt(query->nativeName.data());
+    return 1;
+  }
   if (typeNumber == kProcessType) {
     win32::PROCESS_BASIC_INFORMATION basic{};
     if (!win32::NT_SUCCESS(
@@ -179,29 +239,15 @@ int GetObjectName(win32::HANDLE handle, int typeNumber, std::u16string& name, wi
   return QueryText(own.get(), win32::ObjectNameInformation, kUnknownSize, name) ? 1 : 0;
 }
 
-int GetFileObjectName(win32::HANDLE handle, std::u16string& name, win32::DWORD processId, bool* gaveUp) {
+int GetFileObjectName(win32::HANDLE handle, std::u16string& name, win32::DWORD processId) {
   name.clear();
-  if (gaveUp) *gaveUp = false;
-  const INtDll& ntDll = INtDll::Get();
-  if (!ntDll.IsBound()) return 0;
-  const auto giveUp = [&] {
-    if (gaveUp) *gaveUp = true;
-    return 1;
-  };
-  if (!handle || processId == 0) return giveUp();
+  if (!INtDll::Get().IsBound()) return 0;
+  if (!handle || processId == 0) return 1;
   const OwnHandle own(handle, processId);
   if (!own.get()) return 0;
-
-  auto query = std::make_unique<NameQuery>();
-  query->ask = ntDll.NtQueryInformationFile;
-  query->file = own.get();
-  const win32::UniqueKernelHandle thread(win32::CreateThread(nullptr, 0, AskName, query.get(), 0, nullptr));
-  if (!thread) return giveUp();
-  if (!WaitForAnswer(thread.get(), *query)) {
-    Abandon(std::move(query));
-    return giveUp();
-  }
+  SharedQuery query(own.get(), false);
+  if (!query.Run()) return 1;
   if (query->status != win32::STATUS_SUCCESS) return 0;
-  name = query->Name();
+  name = query->NameInVolume();
   return 1;
 }

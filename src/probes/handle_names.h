@@ -16,11 +16,13 @@ int GetObjectTypeName(win32::HANDLE handle, win32::DWORD processId, std::u16stri
 // The number under which the product knows a type (not this Windows's own number). Names are compared to the letter.
 int GetObjectTypeNumber(const std::u16string& typeName, int& number);
 
+// A file's name can take for ever to come (a synchronous pipe that waits for data), so a thread of its own asks for it,
+// which is ended after 100 ms; the handle then has an empty name and is asked nothing more. Where Windows starts no
+// thread within 5 seconds, both throw std::runtime_error: no further handle is worth asking.
+
 // The object's full native name ("\Device\HarddiskVolume3\Users\a\file.txt"), of a process "PID: 0x1C8". Empty for an
-// object without a name, and for a file whose name query did not come back.
+// object without a name. A file is asked for its name within the volume first: that tells whether it answers.
 int GetObjectName(win32::HANDLE handle, int typeNumber, std::u16string& name, win32::DWORD processId);
 
-// The name of a file within its volume ("\Users\a\file.txt"). The question can block without end (a synchronous pipe
-// that waits for data), so a thread of its own asks it and is ended after 100 ms. Answers 1 also then, with an empty
-// name and gaveUp set: the handle is not to be asked anything else.
-int GetFileObjectName(win32::HANDLE handle, std::u16string& name, win32::DWORD processId, bool* gaveUp = nullptr);
+// The name of a file within its volume ("\Users\a\file.txt"). Empty, too, for a null handle and process 0.
+int GetFileObjectName(win32::HANDLE handle, std::u16string& name, win32::DWORD processId);

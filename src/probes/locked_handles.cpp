@@ -22,9 +22,8 @@ std::u16string lastLockingProcess;
 constexpr const char16_t* kNoPath = u"***_Invalid_Path_***";  // the name of nothing
 
 std::u16string QueryPath(const char16_t* path) {
-  std::u16string_view text = path && *path ? path : kNoPath;
-  if (HasExtendedPrefix(text)) text.remove_prefix(4);  // the drive-letter paths of the walk have none
-  return std::u16string(text);
+  // The walk's own drive-letter paths have no prefix.
+  return std::u16string(WithoutExtendedPrefix(path && *path ? path : kNoPath));
 }
 
 // Disks, network drives and the product's own volumes.

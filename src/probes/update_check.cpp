@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <exception>
 #include <string_view>
 
 #include "cli/console.h"
@@ -62,11 +63,27 @@ bool SendUpdateRequest(const win32::UniqueInternet& request, const ProductVersio
                                  static_cast<win32::DWORD>(document.size() * sizeof(char16_t))) != win32::FALSE;
 }
 
+// What the reply's headers say. False with the last error.
+bool QueryHeader(const win32::UniqueInternet& request, win32::DWORD level, std::u16string& text) {
+  std::array<char16_t, 32> buffer{};
+  win32::DWORD size = sizeof buffer;
+  if (!win32::HttpQueryInfoW(request.get(), level, buffer.data(), &size, nullptr)) return false;
+  text.assign(buffer.data(), size / sizeof(char16_t));
+  return true;
+}
+
 bool IsAccepted(const win32::UniqueInternet& request) {
-  std::array<char16_t, 16> status{};
-  win32::DWORD size = sizeof status;
-  if (!win32::HttpQueryInfoW(request.get(), win32::HTTP_QUERY_STATUS_CODE, status.data(), &size, nullptr)) return false;
-  return std::u16string_view(status.data(), size / sizeof(char16_t)) == u"200";
+  std::u16string status;
+  return QueryHeader(request, win32::HTTP_QUERY_STATUS_CODE, status) && status == u"200";
+}
+
+// The library takes a connection that ends early for the end of the reply. A reply that tells its length is held to it;
+// of another (chunked, or up to the connection's end) nobody can tell.
+bool IsComplete(const win32::UniqueInternet& request, std::size_t bytes) {
+  std::u16string length;
+  if (!QueryHeader(request, win32::HTTP_QUERY_CONTENT_LENGTH, length))
+    return win32::GetLastError() == win32::ERROR_HTTP_HEADER_NOT_FOUND;
+  return length == FormatText(u"%u", static_cast<win32::DWORD>(bytes));
 }
 
 // The whole reply. False when reading fails or does not come to an end.
@@ -77,7 +94,7 @@ bool ReadReply(const win32::UniqueInternet& request, std::string& reply) {
     std::array<char, kPiece + 1> piece{};
     win32::DWORD read = 0;
     if (!win32::InternetReadFile(request.get(), piece.data(), kPiece, &read)) return false;
-    if (read == 0) return true;
+    if (read == 0) return IsComplete(request, total);
     total += read;
     if (total > kLongestReply) return false;
     reply += piece.data();  // the reply is text: a zero ends its piece
@@ -120,7 +137,11 @@ int AskServer() {
 const char16_t* UpdateServer() { return kServer; }
 
 int CheckForUpdate(std::u16string& message) {
-  const int result = AskServer();
+  int result = kFailed;
+  try {
+    result = AskServer();
+  } catch (const std::exception&) {  // an exit code of 1 would say that there is a newer version
+  }
   message = LoadResourceString(result == kLatest        ? kLatestMessage
                                : result == kNewerExists ? kNewerExistsMessage
                                                         : kFailedMessage);

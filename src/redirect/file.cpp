@@ -6,11 +6,9 @@
 #include <vector>
 
 #include "cli/console.h"
-#include "fsops/backup_copy.h"
 #include "fsops/mounted_folder.h"
 #include "fsops/security.h"
 #include "log/log.h"
-#include "probes/privileges.h"
 #include "redirect/created_folders.h"
 #include "redirect/file_copy.h"
 #include "redirect/file_rules.h"
@@ -24,17 +22,10 @@
 
 namespace {
 
-constexpr unsigned kAdministratorsOnly = 179;
 constexpr unsigned kRedirectionSucceeded = 193;
 constexpr unsigned kRedirectionFailed = 194;
 constexpr unsigned kRemovalSucceeded = 195;
 constexpr unsigned kRemovalFailed = 196;
-
-bool IsAdministrator() {
-  if (IsUserAdministrator()) return true;
-  ConsolePrint(LoadResourceString(kAdministratorsOnly));
-  return false;
-}
 
 void LogCopyFailed(const std::u16string& source, const std::u16string& target) {
   Log(u"#ERROR: Unable to copy file from Source = %ls and Target = %ls. Error: %d", source, target,
@@ -61,14 +52,16 @@ class FileRedirection {
   bool LeaveLink();
   bool Record();
 
-  // The file is at its new place for good.
-  void Complete() { replaced_.Remove(); }
+  // The file is at its new place for good. What a redirection of before had led to there is somebody's only copy, more
+  // of this very file, it may be, than the source held.
+  void Complete() { targetWasRecorded_ ? replaced_.Leave() : replaced_.Remove(); }
   // Everything as it was, or the log says where the file is.
   void TakeBack();
 
  private:
   bool RemoveSource();
-  bool CopyBack() const;
+  bool CopyBack();
+  bool PutBack(CopyBeside& back);
 
   const FilePlaces& places_;
   const int copyNtfsPermissions_;
@@ -79,6 +72,7 @@ class FileRedirection {
   std::vector<JunctionRecord> records_;
   // What has been done.
   bool copied_ = false, sourceRemoved_ = false, linkMade_ = false;
+  bool targetWasRecorded_ = false;
 };
 
 bool FileRedirection::MakeTargetFolder() const {
@@ -108,7 +102,7 @@ bool FileRedirection::Copy() {
     LogCopyFailed(places_.source, places_.realTarget);
     return false;
   }
-  if (CopyFileTimesAndAttributes(places_.source, places_.realTarget) &&
+  if (CopyTimesAndAttributes(places_.source, places_.realTarget) &&
       (!copyNtfsPermissions_ || CopyOwnerAndDacl(places_.source, places_.realTarget)))
     return true;
   LogMetadataFailed(places_.source, places_.realTarget);
@@ -135,17 +129,15 @@ bool FileRedirection::RemoveSource() {
 
 // Other records that name the source follow the file; the one of this pair, left by an earlier run, is right already.
 bool FileRedirection::Record() {
-  std::vector<JunctionRecord> own;
-  records_ = SaveJunctionRecords(1);
-  for (const JunctionRecord& record : records_)
-    if (EqualPaths(record.source, places_.source) && EqualPaths(record.target, places_.realTarget))
-      own.push_back(record);
-  if (!UpdateJunctionRegKeys(places_.source.c_str(), places_.realTarget.c_str(), 1)) {
+  const bool allTold = ReadJunctionRecords(1, records_);
+  if (!allTold ||
+      !UpdateOtherJunctionRecords(places_.source, places_.realTarget, 1, {{}, places_.source, places_.realTarget})) {
     Log(u"#ERROR: Unable to update redirected folder path in registry.");
     return false;
   }
-  RestoreJunctionRecords(own);
-  if (!own.empty()) {
+  for (const JunctionRecord& record : records_)
+    if (EqualPaths(record.target, places_.realTarget)) targetWasRecorded_ = true;
+  if (JunctionRegKeyExists(places_.source.c_str(), places_.realTarget.c_str(), 1)) {
     Log(u"ERROR: Source and Target Path already exists in Registry.");
     return true;
   }
@@ -155,42 +147,61 @@ bool FileRedirection::Record() {
   return false;
 }
 
-// The link goes first, or the file would be copied through it onto itself. The copy goes only when the source stands.
+// The copy at the target goes only when the source stands.
 void FileRedirection::TakeBack() {
   source_.LetGo();
-  if (linkMade_) {
-    if (!RemoveFile(places_.source)) {
-      LogWithSystemError(u"#ERROR: Unable to delete Symbolic Link %ls. The file stays in %ls. ", places_.source,
-                         places_.realTarget);
-      return;
-    }
-    WaitUntilGone(places_.source);
-    RestoreJunctionRecords(records_);
+  if (sourceRemoved_ && !CopyBack()) {
+    Log(u"#ERROR: The file stays in %ls.", places_.realTarget);
+    return;
   }
-  if (sourceRemoved_ && !CopyBack()) return;
+  if (linkMade_ && !RestoreJunctionRecords(records_))
+    Log(u"#ERROR: Unable to update redirected folder path in registry.");
   if (copied_ && !RemoveFile(places_.realTarget))
     LogWithSystemError(u"#INFO: The file %ls could not be removed. ", places_.realTarget);
   replaced_.PutBack();
   created_.RemoveIfEmpty();
 }
 
-bool FileRedirection::CopyBack() const {
-  if (!CopyContents(places_.realTarget, places_.source)) {
-    Log(u"#ERROR: Unable to copy back file from Source = %ls and Target = %ls. Error: %d", places_.source,
-        places_.realTarget, win32::GetLastError());
-    Log(u"#ERROR: The file stays in %ls.", places_.realTarget);
+// A link that was made stands until the whole file is beside it.
+bool FileRedirection::CopyBack() {
+  CopyBeside back(places_.source);
+  const bool made = back.Make(places_.realTarget);
+  if (made) {
+    const bool sameTimes = CopyTimesAndAttributes(places_.realTarget, back.path());
+    if (!WriteSecurityInfo(back.path(), sourceSecurity_) || !sameTimes)
+      LogMetadataFailed(places_.realTarget, places_.source);
+    if (PutBack(back)) {
+      // What a power failure could still take from the source stays at the target.
+      if (!back.IsOnDisk()) {
+        LogWithSystemError(u"#INFO: The file %ls could not be removed. ", places_.realTarget);
+        copied_ = false;
+      }
+      return true;
+    }
+  }
+  const win32::DWORD error = win32::GetLastError();
+  if (made) back.Remove();
+  Log(u"#ERROR: Unable to copy back file from Source = %ls and Target = %ls. Error: %d", places_.source,
+      places_.realTarget, error);
+  return false;
+}
+
+bool FileRedirection::PutBack(CopyBeside& back) {
+  if (linkMade_ && !RemoveFile(places_.source)) {
+    const win32::DWORD error = win32::GetLastError();
+    LogWithSystemError(u"#ERROR: Unable to delete Symbolic Link %ls. ", places_.source);
+    win32::SetLastError(error);
     return false;
   }
-  const bool sameTimes = CopyFileTimesAndAttributes(places_.realTarget, places_.source) != 0;
-  if (!WriteSecurityInfo(places_.source, sourceSecurity_) || !sameTimes)
-    LogMetadataFailed(places_.realTarget, places_.source);
-  return true;
+  if (linkMade_) WaitUntilGone(places_.source);
+  return back.PutInPlace();
 }
 
 // One file on its way back.
 class FileRemoval {
  public:
-  FileRemoval(const char16_t* source, const char16_t* target) : source_(source), target_(RealTarget(source_, target)) {}
+  FileRemoval(const char16_t* source, const char16_t* target)
+      : source_(AsStored(source)), target_(RealTarget(source_, target)) {}
 
   // Nothing has changed when one of these says no.
   bool MayRemove() const;
@@ -203,6 +214,8 @@ class FileRemoval {
  private:
   static std::u16string RealTarget(const std::u16string& source, std::u16string target);
   bool LinkLeadsToTarget() const;
+  bool LeadsThroughNoOther() const;
+  bool ReplaceLink(CopyBeside& back);
 
   const std::u16string source_, target_;
   HeldFile held_;
@@ -241,6 +254,21 @@ bool FileRemoval::MayRemove() const {
     Log(u"#ERROR: Symbolic Link wasn't created by Quillbay for Source = %ls and Target = %ls.", source_, target_);
     return false;
   }
+  return LeadsThroughNoOther();
+}
+
+// Of a file that was redirected and then redirected on from there, the last redirection is removed first: the link in
+// the middle would lead nowhere, and nothing could bring it back in order.
+bool FileRemoval::LeadsThroughNoOther() const {
+  const std::u16string leadsTo = SymbolicLinkText(source_);
+  for (const JunctionRecord& record : SaveJunctionRecords(1)) {
+    const bool between = EqualPaths(record.source, leadsTo) || EqualPaths(record.source, target_);
+    if (!between || EqualPaths(record.source, source_) || !IsSymbolicLink(record.source.c_str())) continue;
+    Log(u"#ERROR: Symbolic Link %ls leads through another redirection, Source = %ls and Target = %ls. Remove that one "
+        u"first.",
+        source_, record.source, record.target);
+    return false;
+  }
   return true;
 }
 
@@ -257,21 +285,34 @@ bool FileRemoval::HoldTarget() {
 
 bool FileRemoval::CopyBack() {
   Log(u"#INFO: The file %ls is in %ls until it is back in its place.", source_, target_);
-  linkRemoved_ = RemoveFile(source_);
-  if (linkRemoved_) WaitUntilGone(source_);
-  isBack_ = linkRemoved_ && CopyContents(target_, source_);
-  if (!isBack_) {
+  CopyBeside back(source_);
+  if (!back.Make(target_)) {
     LogCopyFailed(source_, target_);
     return false;
   }
-  if (!CopyFileTimesAndAttributes(target_, source_) || !CopyOwnerAndDacl(target_, source_)) {
+  if (!CopyTimesAndAttributes(target_, back.path()) || !CopyOwnerAndDacl(target_, back.path())) {
     LogMetadataFailed(target_, source_);
+    back.Remove();
+    return false;
+  }
+  if (!ReplaceLink(back)) {
+    LogCopyFailed(source_, target_);
+    back.Remove();
     return false;
   }
   Log(u"#INFO: The file %ls is back in its place.", source_);
-  if (!RemoveFile(target_)) LogWithSystemError(u"#INFO: The file %ls could not be removed. ", target_);
+  if (!back.IsOnDisk() || !RemoveFile(target_))
+    LogWithSystemError(u"#INFO: The file %ls could not be removed. ", target_);
   held_.LetGo();
   return true;
+}
+
+bool FileRemoval::ReplaceLink(CopyBeside& back) {
+  linkRemoved_ = RemoveFile(source_);
+  if (!linkRemoved_) return false;
+  WaitUntilGone(source_);
+  isBack_ = back.PutInPlace();
+  return isBack_;
 }
 
 bool FileRemoval::ForgetRecord() const {
@@ -279,7 +320,7 @@ bool FileRemoval::ForgetRecord() const {
     Log(u"#ERROR: Unable to remove Symbolic Link from Registry for Source = %ls and Target = %ls.", source_, target_);
     return false;
   }
-  if (UpdateJunctionRegKeys(target_.c_str(), source_.c_str(), 1)) return true;
+  if (UpdateOtherJunctionRecords(target_, source_, 1, {{}, source_, target_})) return true;
   Log(u"#ERROR: Unable to update redirected file path in registry.");
   return false;
 }

@@ -2,7 +2,8 @@
 //
 // A run that is cut off leaves the file complete at its old place or at the new one; between the two there may be
 // neither file nor link at the old place. The log names the new place before the old one is touched. What a redirected
-// file was to replace is then beside it, with ".kept1" (or the next free number) behind its name.
+// file was to replace is then beside it, with ".kept1" (or the next free number) behind its name; on the way back,
+// ".copy1" marks a copy that is not in its place yet, and may be unfinished.
 #pragma once
 
 // Moves the file `source` into the folder `target`, leaves a symbolic link and records the pair. A file of its name in

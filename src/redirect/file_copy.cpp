@@ -1,5 +1,6 @@
 #include "redirect/file_copy.h"
 
+#include "fsops/backup_copy.h"
 #include "fsops/security.h"
 #include "log/log.h"
 #include "win32/win32.h"
@@ -7,7 +8,7 @@
 namespace {
 
 constexpr win32::DWORD kShareAll = win32::FILE_SHARE_READ | win32::FILE_SHARE_WRITE | win32::FILE_SHARE_DELETE;
-constexpr int kAsideNames = 99;
+constexpr int kFreeNames = 99;  // tried one after the other
 
 std::uint64_t Joined(win32::DWORD high, win32::DWORD low) { return std::uint64_t{high} << 32 | low; }
 
@@ -18,6 +19,12 @@ std::optional<FileFacts> FactsOf(const win32::UniqueFile& file) {
                    .index = Joined(information.nFileIndexHigh, information.nFileIndexLow),
                    .size = Joined(information.nFileSizeHigh, information.nFileSizeLow),
                    .names = information.nNumberOfLinks};
+}
+
+// Why the last call failed.
+bool NameIsTaken() {
+  const win32::DWORD error = win32::GetLastError();
+  return error == win32::ERROR_ALREADY_EXISTS || error == win32::ERROR_FILE_EXISTS;
 }
 
 // The source is deleted on the strength of the copy, so the copy must outlast a power failure in the next moment.
@@ -65,6 +72,17 @@ bool CopyContents(const std::u16string& from, const std::u16string& to) {
   return false;
 }
 
+bool CopyTimesAndAttributes(const std::u16string& from, const std::u16string& to) {
+  constexpr win32::DWORD kCompared = win32::FILE_ATTRIBUTE_READONLY | win32::FILE_ATTRIBUTE_HIDDEN |
+                                     win32::FILE_ATTRIBUTE_SYSTEM | win32::FILE_ATTRIBUTE_ARCHIVE |
+                                     win32::FILE_ATTRIBUTE_NOT_CONTENT_INDEXED;
+  if (!CopyFileTimesAndAttributes(from, to)) return false;
+  const win32::DWORD wanted = win32::GetFileAttributesW(from.c_str());
+  const win32::DWORD given = win32::GetFileAttributesW(to.c_str());
+  return wanted != win32::INVALID_FILE_ATTRIBUTES && given != win32::INVALID_FILE_ATTRIBUTES &&
+         (wanted & kCompared) == (given & kCompared);
+}
+
 bool CopyOwnerAndDacl(const std::u16string& from, const std::u16string& to) {
   SecurityBlock block;
   if (!SaveSecurityInfo(from, block)) return false;
@@ -93,6 +111,29 @@ void WaitUntilGone(const std::u16string& path) {
   }
 }
 
+bool CopyBeside::Make(const std::u16string& from) {
+  for (int number = 1; number <= kFreeNames; ++number) {
+    path_ = FormatText(u"%ls.copy%d", place_, number);
+    if (CopyContents(from, path_)) {
+      file_.reset(win32::CreateFileW(path_.c_str(), win32::GENERIC_WRITE, kShareAll, nullptr, win32::OPEN_EXISTING, 0,
+                                     nullptr));
+      return true;
+    }
+    // What an interrupted run has left has the name.
+    if (!NameIsTaken()) return false;
+  }
+  return false;
+}
+
+bool CopyBeside::PutInPlace() { return win32::MoveFileW(path_.c_str(), place_.c_str()) != win32::FALSE; }
+
+bool CopyBeside::IsOnDisk() const { return file_ && win32::FlushFileBuffers(file_.get()) != win32::FALSE; }
+
+void CopyBeside::Remove() {
+  file_.reset();
+  if (!RemoveFile(path_)) LogWithSystemError(u"#INFO: The file %ls could not be removed. ", path_);
+}
+
 bool KeptAside::Keep() {
   const win32::DWORD attributes = win32::GetFileAttributesW(path_.c_str());
   if (attributes == win32::INVALID_FILE_ATTRIBUTES) {
@@ -107,15 +148,14 @@ bool KeptAside::Keep() {
     return false;
   }
   // A name that is taken holds what an interrupted run has kept.
-  for (int number = 1; number <= kAsideNames; ++number) {
+  for (int number = 1; number <= kFreeNames; ++number) {
     const std::u16string aside = FormatText(u"%ls.kept%d", path_, number);
     if (win32::MoveFileW(path_.c_str(), aside.c_str())) {
       aside_ = aside;
       Log(u"#INFO: The file %ls is kept as %ls until it can be replaced.", path_, aside_);
       return true;
     }
-    const win32::DWORD error = win32::GetLastError();
-    if (error != win32::ERROR_ALREADY_EXISTS && error != win32::ERROR_FILE_EXISTS) return false;
+    if (!NameIsTaken()) return false;
   }
   return false;
 }
@@ -130,5 +170,10 @@ void KeptAside::PutBack() {
 void KeptAside::Remove() {
   if (aside_.empty()) return;
   if (!RemoveFile(aside_)) LogWithSystemError(u"#INFO: The file %ls could not be removed. ", aside_);
+  aside_.clear();
+}
+
+void KeptAside::Leave() {
+  if (!aside_.empty()) Log(u"#INFO: The file that was %ls before stays in %ls.", path_, aside_);
   aside_.clear();
 }

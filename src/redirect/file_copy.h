@@ -36,8 +36,11 @@ class HeldFile {
 
 // Copies a file - data, named streams, attributes, written time - to a place that is free. True only when the copy is
 // as long as the file and on the disk; otherwise nothing that was made stays, and the last error says why. The copy is
-// not read-only or hidden yet: times and attributes are to follow (CopyFileTimesAndAttributes).
+// not read-only or hidden yet: times and attributes are to follow (CopyTimesAndAttributes).
 bool CopyContents(const std::u16string& from, const std::u16string& to);
+
+// CopyFileTimesAndAttributes, and whether the attributes are there now. False: not all of them could be given.
+bool CopyTimesAndAttributes(const std::u16string& from, const std::u16string& to);
 
 // Gives a file another one's owner and access entries, inherited ones as they are: at its new place it is open to the
 // same users. An owner that cannot be given stays as it is. False: the file has the access entries that it had.
@@ -49,6 +52,28 @@ bool RemoveFile(const std::u16string& path);
 // A file that somebody has open keeps its name after it was deleted until he lets it go. Waits for that, some seconds
 // at the most.
 void WaitUntilGone(const std::u16string& path);
+
+// A file's copy on its way to a place: whole under a free name beside it first ("NAME.copy1"), then put there in one
+// step. Wherever the run is cut off, no unfinished file ever stands in the place itself.
+class CopyBeside {
+ public:
+  explicit CopyBeside(std::u16string place) : place_(std::move(place)) {}
+
+  // As CopyContents.
+  bool Make(const std::u16string& from);
+  const std::u16string& path() const { return path_; }
+  // To its place, which is free. False with the last error: it is where it was.
+  bool PutInPlace();
+  // Would it be in its place after a power failure, too?
+  bool IsOnDisk() const;
+  // It is not wanted any more.
+  void Remove();
+
+ private:
+  const std::u16string place_;
+  std::u16string path_;
+  win32::UniqueFile file_;  // open from before it may become read-only
+};
 
 // What stands in the place that a file goes to, kept beside it under another name until the file is there for good.
 class KeptAside {
@@ -62,6 +87,8 @@ class KeptAside {
   void PutBack();
   // It is not wanted any more.
   void Remove();
+  // It may be wanted: it stays, and the log says where.
+  void Leave();
 
  private:
   const std::u16string path_;

@@ -4,10 +4,17 @@
 
 #include <string>
 
-struct FilePlaces {
-  FilePlaces(std::u16string file, std::u16string targetFolder);
+// The path with its last component as the disk has it: the command may have written it in another letter case or as a
+// short name. A path that nothing is found by stays as it is, and so does one that the rules refuse.
+std::u16string AsStored(const std::u16string& path);
 
-  const std::u16string source;      // the file as it is known
+// The full path that a symbolic link holds, be there something or not; empty when it is relative or cannot be read.
+std::u16string SymbolicLinkText(const std::u16string& link);
+
+struct FilePlaces {
+  FilePlaces(const std::u16string& file, std::u16string targetFolder);
+
+  const std::u16string source;      // the file, its name as it is stored
   const std::u16string folder;      // where it goes
   const std::u16string realTarget;  // the file there
 };

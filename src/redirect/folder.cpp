@@ -2,16 +2,15 @@
 
 #include <exception>
 
-#include "cli/console.h"
 #include "fsops/backup_copy.h"
 #include "fsops/mounted_folder.h"
 #include "fsops/move_tree.h"
 #include "fsops/security.h"
 #include "fsops/volume_paths.h"
 #include "log/log.h"
-#include "probes/privileges.h"
 #include "redirect/created_folders.h"
 #include "redirect/folder_on_volume.h"
+#include "redirect/folder_removal.h"
 #include "redirect/folder_steps.h"
 #include "redirect/junction.h"
 #include "redirect/outcome.h"
@@ -27,18 +26,6 @@ constexpr unsigned kRemovalFailed = 139;
 constexpr unsigned kRemovalSucceeded = 140;
 constexpr unsigned kRedirectionSucceeded = 147;
 constexpr unsigned kRedirectionFailed = 148;
-constexpr unsigned kAdministratorsOnly = 179;
-
-bool IsAdministrator() {
-  if (IsMemberOfAdministrators()) return true;
-  ConsolePrint(LoadResourceString(kAdministratorsOnly));
-  return false;
-}
-
-// Where the contents of `source` go: a folder of its name below the target.
-std::u16string RealTarget(const std::u16string& source, const std::u16string& target) {
-  return source.find(u'\\') == std::u16string::npos ? target : JoinPath(target, LastComponent(source));
-}
 
 void LogSamePlace(const std::u16string& source, const std::u16string& target) {
   Log(u"Checking source folder equals to target.\nSource: %ls Target: %ls #ERROR: Cannot redirect when Source and "
@@ -53,7 +40,7 @@ class FolderRedirection {
   FolderRedirection(std::u16string source, std::u16string target, int copyNtfsPermissions, int copyShares)
       : source_(std::move(source)),
         target_(std::move(target)),
-        realTarget_(RealTarget(source_, target_)),
+        realTarget_(RealTargetOf(source_, target_)),
         copyNtfsPermissions_(copyNtfsPermissions),
         copyShares_(copyShares),
         created_(realTarget_) {}
@@ -85,10 +72,12 @@ bool FolderRedirection::MayRedirect() const {
   if (!IsUsablePath(source_) || !IsUsablePath(target_)) return false;
   if (!FindJunctionRegKey(source_.c_str(), realTarget_.c_str(), 0).empty()) {
     Log(u"#ERROR: Junction already exists for Source = %ls and Target = %ls.", source_, realTarget_);
+    TellIfRemovalWasCutOff(source_, realTarget_);
     return false;
   }
   if (!ValidateRedirectionPaths(source_.c_str(), target_.c_str(), 1, 0, 0, 0, 0, 0, 0)) {
     Log(u"#ERROR: PreScanning failed for Source = %ls and Target = %ls.", source_, realTarget_);
+    TellIfRedirectionWasCutOff(source_, realTarget_);
     return false;
   }
   return TargetMayBeUsed();
@@ -170,9 +159,14 @@ bool FolderRedirection::LeaveJunction() {
     TakeBack(false);
     return false;
   }
-  records_ = SaveJunctionRecords(0);
-  if (!UpdateJunctionRegKeys(source_.c_str(), realTarget_.c_str(), 0)) {
+  // Records that could not all be read could not all be put back.
+  if (!ReadJunctionRecords(0, records_)) {
     Log(u"#ERROR: Unable to update redirected folder path in registry.");
+    TakeBack(true);
+    return false;
+  }
+  std::vector<JunctionRecord> updated;
+  if (!UpdateRecords(source_, realTarget_, updated)) {
     TakeBack(true);
     return false;
   }
@@ -191,7 +185,7 @@ void FolderRedirection::TakeBack(bool junctionMade) {
     Log(u"#ERROR: Unable to delete Junction. path = %ls. The files and folders stay in %ls.", source_, realTarget_);
     return;
   }
-  RestoreJunctionRecords(records_);
+  if (!RestoreJunctionRecords(records_)) Log(u"#ERROR: Unable to update redirected folder path in registry.");
   MakeSourceAgain();
   if (!UndoMove(moved_))
     Log(u"#ERROR: Unable to move all files and folders back to %ls. The others stay in %ls.", source_, realTarget_);
@@ -210,126 +204,13 @@ void FolderRedirection::MakeSourceAgain() const {
   RestoreRemovedSecurityInfo(sourceSecurity_);
 }
 
-// One folder on its way back.
-class FolderRemoval {
- public:
-  FolderRemoval(std::u16string source, std::u16string target, int copyNtfsPermissions, int copyShares)
-      : source_(std::move(source)),
-        target_(RecordedTarget(source_, std::move(target))),
-        copyNtfsPermissions_(copyNtfsPermissions),
-        copyShares_(copyShares) {}
-
-  // Nothing has changed when this says no.
-  bool MayRemove() const;
-  // Each leaves the redirection as it was when it answers false, or the log says what could not be put back.
-  bool TakeJunctionAway();
-  bool MoveContentsBack();
-  bool ForgetRecord();
-  void RemoveEmptyTarget() const;
-
- private:
-  static std::u16string RecordedTarget(const std::u16string& source, std::u16string target);
-  void PutJunctionBack() const;
-
-  const std::u16string source_, target_;
-  const int copyNtfsPermissions_, copyShares_;
-  CopyRecord moved_;
-  std::u16string junctionTarget_;
-};
-
-// A redirection is undone by the command that made it, so the location may be the folder in which the contents' folder
-// was made as well as that folder itself.
-std::u16string FolderRemoval::RecordedTarget(const std::u16string& source, std::u16string target) {
-  if (JunctionRegKeyExists(source.c_str(), target.c_str(), 0)) return target;
-  std::u16string realTarget = RealTarget(source, target);
-  return JunctionRegKeyExists(source.c_str(), realTarget.c_str(), 0) ? realTarget : target;
-}
-
-bool FolderRemoval::MayRemove() const {
-  if (!PathExists(source_)) {
-    Log(u"#ERROR: Source = %ls Path Does Not Exist.", source_);
-    return false;
-  }
-  if (!PathExists(target_)) {
-    Log(u"#ERROR: Target = %ls Path Does Not Exist.", target_);
-    return false;
-  }
-  if (!JunctionRegKeyExists(source_.c_str(), target_.c_str(), 0)) {
-    Log(u"#ERROR: Junction doesn't exists for Source = %ls and Target = %ls.", source_, target_);
-    return false;
-  }
-  return true;
-}
-
-bool FolderRemoval::TakeJunctionAway() {
-  if (!GetJunctionTarget(source_.c_str(), junctionTarget_)) {
-    Log(u"#ERROR: Unable to get Junction Target Path.");
-    return false;
-  }
-  if (!DeleteJunction(source_.c_str())) {
-    Log(u"#ERROR: Unable to delete Junction. path = %ls.", source_);
-    return false;
-  }
-  return true;
-}
-
-bool FolderRemoval::MoveContentsBack() {
-  if (!ValidateRedirectionPaths(target_.c_str(), source_.c_str(), 1, 1, 0, 0, 0, 0, 0)) {
-    Log(u"#ERROR: PreScanning failed for Source = %ls and Target = %ls.", source_, target_);
-    PutJunctionBack();
-    return false;
-  }
-  // What stood in the junction's place is an empty folder that only kept the place: the target's root comes back as
-  // well.
-  if (!MoveDirectoryTree(target_, source_, copyNtfsPermissions_, copyShares_, 0, 0, 1, moved_)) {
-    LogMoveFailed(source_, target_);
-    PutJunctionBack();
-    return false;
-  }
-  return true;
-}
-
-bool FolderRemoval::ForgetRecord() {
-  if (!DeleteRegKey(source_.c_str(), target_.c_str(), 0)) {
-    Log(u"#ERROR: Unable to remove Junction Point from Registry for Source = %ls and Target = %ls.", source_, target_);
-    if (UndoMove(moved_))
-      PutJunctionBack();
-    else
-      Log(u"#ERROR: Unable to move all files and folders back to %ls. The others stay in %ls.", target_, source_);
-    return false;
-  }
-  // Records of redirections nested in the folder name its old place again. Nothing can be taken back any more, and
-  // nothing is lost should it fail.
-  if (UpdateJunctionRegKeys(target_.c_str(), source_.c_str(), 0)) return true;
-  Log(u"#ERROR: Unable to update redirected folder path in registry.");
-  return false;
-}
-
-void FolderRemoval::RemoveEmptyTarget() const {
-  if (!RemoveEmptyFolder(target_)) LogWithSystemError(u"#INFO: The folder %ls could not be removed. ", target_);
-}
-
-// To where it led: not always the recorded target, which follows when data moves, while the junction may lead there
-// through another one.
-void FolderRemoval::PutJunctionBack() const {
-  if (!CreateJunction(source_.c_str(), junctionTarget_.c_str()))
-    Log(u"#ERROR: Unable to create junction for Source = %ls and Target = %ls.", source_, junctionTarget_);
-}
-
 bool RedirectFolderToFolder(const std::u16string& source, const char16_t* target, int copyNtfsPermissions,
                             int copyShares) {
-  FolderRedirection redirection(source, target, copyNtfsPermissions, copyShares);
+  // A target that is yet to be made has its parent above its own name, not above the backslash behind it.
+  const std::u16string folder = IsPlainPath(target) ? WithoutTrailingBackslash(target) : std::u16string(target);
+  FolderRedirection redirection(source, folder, copyNtfsPermissions, copyShares);
   return redirection.MayRedirect() && redirection.MakeTarget() && redirection.MoveContents() &&
          redirection.LeaveJunction();
-}
-
-bool RemoveFolderFromFolder(const std::u16string& source, const std::u16string& target, int copyNtfsPermissions,
-                            int copyShares) {
-  FolderRemoval removal(source, target, copyNtfsPermissions, copyShares);
-  if (!removal.MayRemove() || !removal.TakeJunctionAway() || !removal.MoveContentsBack() || !removal.ForgetRecord())
-    return false;
-  removal.RemoveEmptyTarget();
-  return true;
 }
 
 // A path by a volume's name becomes the one by the folder or letter that it is mounted on.

@@ -9,57 +9,17 @@
 #include "redirect/folder_steps.h"
 #include "redirect/path_text.h"
 #include "redirect/records.h"
+#include "redirect/side_folder.h"
 #include "redirect/volume_root.h"
 #include "validate/validate.h"
 #include "win32/win32.h"
 
 namespace {
 
-constexpr const char16_t* kMountSuffix = u".mount";
-
 bool IsMountedOn(const std::u16string& folder, const std::u16string& volume) {
   std::u16string mounted;
   return IsVolumeMountPoint(folder.c_str(), &mounted) && EqualPaths(mounted, volume);
 }
-
-// A folder, and no link.
-bool IsPlainFolder(const std::u16string& path) {
-  const win32::DWORD attributes = win32::GetFileAttributesW(path.c_str());
-  return attributes != win32::INVALID_FILE_ATTRIBUTES && (attributes & win32::FILE_ATTRIBUTE_DIRECTORY) != 0 &&
-         (attributes & win32::FILE_ATTRIBUTE_REPARSE_POINT) == 0;
-}
-
-bool IsEmptyPlainFolder(const std::u16string& path) {
-  TreeListing listing;
-  return IsPlainFolder(path) && GetFileList(path, listing) && listing.entries.empty() && listing.systemFolders.empty();
-}
-
-// The folder beside the source through which contents and source change places. One that was there before is somebody
-// else's: it is used, but never removed, and gets its own security, attributes and times back.
-class SideFolder {
- public:
-  explicit SideFolder(const std::u16string& source) : path_(source + kMountSuffix) {}
-  const std::u16string& path() const { return path_; }
-  bool stoodThere() const { return stoodThere_; }
-
-  // False: nothing was made.
-  bool Make() {
-    const FolderMade made = MakeFolder(path_);
-    stoodThere_ = made == FolderMade::StoodThere;
-    return made != FolderMade::Failed && (!stoodThere_ || (IsPlainFolder(path_) && before_.Save(path_)));
-  }
-  void TakeAway() const {
-    if (stoodThere_)
-      before_.Restore();
-    else if (PathExists(path_))
-      RemoveEmptyFolder(path_);
-  }
-
- private:
-  const std::u16string path_;
-  bool stoodThere_ = false;
-  SavedFolder before_;
-};
 
 // Makes the folder at `path` if it is gone, and gives it what `like` has of its own.
 bool MakeFolderLike(const std::u16string& path, const std::u16string& like) {
@@ -70,6 +30,13 @@ bool Rename(const std::u16string& from, const std::u16string& to) {
   if (win32::MoveFileW(from.c_str(), to.c_str())) return true;
   LogWithSystemError(u"#ERROR: Unable to rename folder %ls. ", from);
   return false;
+}
+
+// A command that was cut off left some of the contents in the side folder, or on the volume that is mounted there.
+void LogInterrupted(const std::u16string& source, const std::u16string& sideFolder) {
+  Log(u"#INFO: A redirection of %ls, or its removal, was interrupted. What is missing there is in %ls. See \"After a "
+      u"power failure, volume form\" in what-is-refused.md.",
+      source, sideFolder);
 }
 
 // One folder on its way onto a volume.
@@ -93,6 +60,8 @@ class FolderOntoVolume {
 
  private:
   const std::u16string& realTarget() const { return mountFolder_.path(); }
+  std::u16string RecordedTarget() const;
+  void LogIfInterrupted() const;
   bool LendSecurity() const;
   void TakeBack();
   void Unmount() const;
@@ -104,18 +73,35 @@ class FolderOntoVolume {
   CopyRecord moved_;
 };
 
+// A pair that is recorded is refused before the volume is examined: that tries whether it can be written to.
 bool FolderOntoVolume::MayRedirect() const {
-  if (!IsUsablePath(source_) || !ValidateVolumeRedirection(source_.c_str(), volume_.c_str())) return false;
-  for (const std::u16string& target : {volume_, realTarget()})
-    if (!FindJunctionRegKey(source_.c_str(), target.c_str(), 0).empty()) {
-      Log(u"#ERROR: Junction already exists for Source = %ls and Target = %ls.", source_, target);
-      return false;
-    }
+  if (!IsUsablePath(source_)) return false;
+  if (const std::u16string recorded = RecordedTarget(); !recorded.empty()) {
+    if (ValidateSourcePath(source_.c_str(), 0, 0))
+      Log(u"#ERROR: Junction already exists for Source = %ls and Target = %ls.", source_, recorded);
+    return false;
+  }
+  if (!ValidateVolumeRedirection(source_.c_str(), volume_.c_str())) {
+    LogIfInterrupted();
+    return false;
+  }
   if (realTarget().size() < kPathLengthLimit) return true;
   Log(u"#ERROR: The specified path %ls exceeds the system-defined maximum length of 248 characters. Browse to a "
       u"different location.",
       realTarget());
   return false;
+}
+
+// Empty when none is.
+std::u16string FolderOntoVolume::RecordedTarget() const {
+  for (const std::u16string& target : {volume_, realTarget()})
+    if (JunctionRegKeyExists(source_.c_str(), target.c_str(), 0)) return target;
+  return {};
+}
+
+void FolderOntoVolume::LogIfInterrupted() const {
+  if (IsMountedOn(realTarget(), volume_) || mountFolder_.IsBeingFilledFrom(volume_))
+    LogInterrupted(source_, realTarget());
 }
 
 // The mount folder becomes what the source is before the volume is mounted on it; the mount changes its times.
@@ -125,6 +111,10 @@ bool FolderOntoVolume::MountBesideSource() {
     return false;
   }
   const bool usable = !mountFolder_.stoodThere() || IsEmptyPlainFolder(realTarget());
+  if (usable)
+    mountFolder_.ForgetFilling();  // noted by a removal that was cut off at its very end: nothing is in the folder
+  else
+    LogIfInterrupted();
   if (usable && BackupCopyFolderItself(source_, realTarget()) && MountVolume(realTarget(), volume_) &&
       IsMountedOn(realTarget(), volume_) && CopyFileTimesAndAttributes(source_, realTarget(), true))
     return true;
@@ -162,7 +152,7 @@ bool FolderOntoVolume::MoveContents() {
 
 bool FolderOntoVolume::PutInPlaceOfSource() {
   if (RemoveEmptyFolder(source_)) {
-    if (Rename(realTarget(), source_)) return true;
+    if (Rename(realTarget(), mountFolder_.place())) return true;
   } else {
     LogWithSystemError(u"#ERROR: Unable to remove folder %ls. ", source_);
   }
@@ -182,7 +172,7 @@ bool FolderOntoVolume::Record() {
 
 // The volume, mounted beside the source, holds the only copy.
 void FolderOntoVolume::TakeBack() {
-  if (!MakeFolderLike(source_, realTarget())) Log(u"#ERROR: Failed To create directory = %ls.", source_);
+  if (!MakeFolderLike(mountFolder_.place(), realTarget())) Log(u"#ERROR: Failed To create directory = %ls.", source_);
   if (!UndoMove(moved_)) TellWhatStayed();
   Unmount();
 }
@@ -231,6 +221,8 @@ class FolderFromVolume {
 
  private:
   bool FindRecord();
+  bool SideFolderIsFree() const;
+  void Abandon() const;
   bool Exchange();
   void TakeBack();
 
@@ -259,11 +251,23 @@ bool FolderFromVolume::MayRemove() {
   }
   if (!FindRecord()) {
     Log(u"#ERROR: Junction doesn't exists for Source = %ls and Target = %ls.", source_, target_);
+    if (newFolder_.IsBeingFilledFrom(volume_)) LogInterrupted(source_, newFolder_.path());
+    return false;
+  }
+  if (!SideFolderIsFree()) {
+    Log(u"#ERROR: The folder %ls already exists and is not empty. Rename it, and remove the redirection again.",
+        newFolder_.path());
     return false;
   }
   if (ValidateRedirectionPaths(source_.c_str(), newFolder_.path().c_str(), 1, 1, 0, 0, 0, 0, 0)) return true;
   Log(u"#ERROR: PreScanning failed for Source = %ls and Target = %ls.", source_, target_);
   return false;
+}
+
+// Contents are merged only into what an earlier removal, one that was cut off, left there.
+bool FolderFromVolume::SideFolderIsFree() const {
+  const std::u16string& path = newFolder_.path();
+  return !PathExists(path) || IsEmptyPlainFolder(path) || newFolder_.IsBeingFilledFrom(volume_);
 }
 
 // The new folder becomes what the folder under the mount is, before anything inherits from it. Of the root it takes the
@@ -275,13 +279,20 @@ bool FolderFromVolume::MakeFolderBesideSource() {
   }
   if (newFolder_.stoodThere()) SayThatTargetExists(newFolder_.path());
   ownDescriptor_ = ReadDescriptor(source_);
-  if (!ownDescriptor_.empty() && BackupCopyFolderItself(source_, newFolder_.path())) {
+  if (newFolder_.NoteFillingFrom(volume_) && !ownDescriptor_.empty() &&
+      BackupCopyFolderItself(source_, newFolder_.path())) {
     const FolderDescriptor changed = ChangedRootSecurity(newFolder_.path(), volume_);
     if (changed.empty() || WriteDescriptor(newFolder_.path(), changed)) return true;
   }
   LogMoveFailed(source_, newFolder_.path());
-  newFolder_.TakeAway();
+  Abandon();
   return false;
+}
+
+// What could not be brought back onto the volume stays in the folder, for the next removal to go on with.
+void FolderFromVolume::Abandon() const {
+  newFolder_.TakeAway();
+  if (!PathExists(newFolder_.path()) || IsEmptyPlainFolder(newFolder_.path())) newFolder_.ForgetFilling();
 }
 
 bool FolderFromVolume::MoveContentsBack() {
@@ -289,7 +300,7 @@ bool FolderFromVolume::MoveContentsBack() {
                         /*targetIsNew=*/0, moved_))
     return true;
   LogMoveFailed(source_, newFolder_.path());
-  newFolder_.TakeAway();
+  Abandon();
   return false;
 }
 
@@ -305,6 +316,7 @@ bool FolderFromVolume::PutInPlaceOfMount() {
     TakeBack();
     return false;
   }
+  newFolder_.ForgetFilling();
   GiveRootItsOwnSecurity(volume_);  // the volume is empty: should it fail, the log tells
   return true;
 }
@@ -319,14 +331,14 @@ bool FolderFromVolume::Exchange() {
     LogWithSystemError(u"#ERROR: Unable to remove folder %ls. ", source_);
     return false;
   }
-  return Rename(newFolder_.path(), source_);
+  return Rename(newFolder_.path(), newFolder_.place());
 }
 
 // The new folder holds the only copy. It goes back through the mount, so that has to be there first.
 void FolderFromVolume::TakeBack() {
   const std::u16string& newFolder = newFolder_.path();
   const bool gone = !PathExists(source_);
-  if (!MakeFolderLike(source_, newFolder) || (gone && !WriteDescriptor(source_, ownDescriptor_)) ||
+  if (!MakeFolderLike(newFolder_.place(), newFolder) || (gone && !WriteDescriptor(source_, ownDescriptor_)) ||
       (!IsMountedOn(source_, volume_) && !MountVolume(source_, volume_))) {
     Log(u"#ERROR: Unable to mount volume %ls on folder %ls. The files and folders stay in %ls.", volume_, source_,
         newFolder);
@@ -340,7 +352,7 @@ void FolderFromVolume::TakeBack() {
       !AddJunctionRegKey(source_.c_str(), recordedTarget_.c_str(), 0))
     Log(u"#ERROR: Unable to add Junction Point to Registry for Source = %ls and Target = %ls.", source_,
         recordedTarget_);
-  newFolder_.TakeAway();
+  Abandon();
 }
 
 }  // namespace

@@ -2,12 +2,23 @@
 
 #include "cli/console.h"
 #include "log/log.h"
+#include "redirect/junction.h"
 #include "redirect/path_text.h"
 #include "win32/win32.h"
 
 namespace {
 
 constexpr unsigned kTargetExists = 183;
+constexpr std::u16string_view kSeeManual = u"See \"After a power failure, folder form\" in what-is-refused.md.";
+
+// A folder that is there: is it a reparse point, or an ordinary one?
+enum class FolderKind { None, Ordinary, ReparsePoint };
+FolderKind KindOf(const std::u16string& path) {
+  const win32::DWORD attributes = win32::GetFileAttributesW(path.c_str());
+  if (attributes == win32::INVALID_FILE_ATTRIBUTES || !(attributes & win32::FILE_ATTRIBUTE_DIRECTORY))
+    return FolderKind::None;
+  return attributes & win32::FILE_ATTRIBUTE_REPARSE_POINT ? FolderKind::ReparsePoint : FolderKind::Ordinary;
+}
 
 }  // namespace
 
@@ -43,4 +54,43 @@ void SayThatTargetExists(const std::u16string& target) { ConsoleFormatString(kTa
 
 void LogMoveFailed(const std::u16string& source, const std::u16string& target) {
   Log(u"#ERROR: Unable to move files and folders from Source = %ls to Target = %ls.", source, target);
+}
+
+std::u16string RealTargetOf(const std::u16string& source, const std::u16string& target) {
+  return source.find(u'\\') == std::u16string::npos ? target : JoinPath(target, LastComponent(source));
+}
+
+bool UpdateRecords(const std::u16string& oldPath, const std::u16string& newPath, std::vector<JunctionRecord>& records) {
+  bool all = UpdateJunctionRegKeys(oldPath.c_str(), newPath.c_str(), 0) != 0;
+  if (!ReadJunctionRecords(0, records)) all = false;
+  for (const JunctionRecord& record : records) {
+    if (!IsSameOrBelow(record.source, oldPath) && !IsSameOrBelow(record.target, oldPath)) continue;
+    Log(u"#INFO: The record of Source = %ls and Target = %ls names a folder that is now in %ls.", record.source,
+        record.target, newPath);
+    all = false;
+  }
+  if (!all) Log(u"#ERROR: Unable to update redirected folder path in registry.");
+  return all;
+}
+
+void TellIfRemovalWasCutOff(const std::u16string& source, const std::u16string& target) {
+  if (KindOf(source) != FolderKind::Ordinary) return;
+  Log(u"#INFO: The folder %ls is no junction, although its redirection is recorded: its removal was cut off, or "
+      u"somebody has put a folder in the junction's place. Its files and folders are in it, in %ls, or partly in both; "
+      u"nothing has been changed now. %ls",
+      source, target, kSeeManual);
+}
+
+void TellIfRedirectionWasCutOff(const std::u16string& source, const std::u16string& target) {
+  std::u16string text;
+  if (KindOf(source) != FolderKind::ReparsePoint || IsSymbolicLink(source.c_str()) ||
+      !GetJunctionTarget(source.c_str(), text) || !EqualPaths(text, target))
+    return;
+  for (const JunctionRecord& record : SaveJunctionRecords(0))
+    if (EqualPaths(record.source, source)) return;
+  Log(u"#INFO: The folder %ls is a junction to %ls, but no redirection is recorded: it was cut off at its very end. "
+      u"All "
+      u"files and folders are in the second folder; nothing has been changed now. To go on, put an empty folder in the "
+      u"junction's place (rmdir, mkdir) and run the redirection again. %ls",
+      source, target, kSeeManual);
 }

@@ -2,6 +2,9 @@
 #pragma once
 
 #include <string>
+#include <vector>
+
+#include "redirect/records.h"
 
 // May the path stand in a redirection as it is written? No "." or "..", no odd separators or blanks; a refusal has its
 // line in the log.
@@ -19,3 +22,16 @@ FolderMade MakeFolder(const std::u16string& folder);
 void SayThatTargetExists(const std::u16string& target);
 
 void LogMoveFailed(const std::u16string& source, const std::u16string& target);
+
+// Where the contents of `source` go: a folder of its name below the target.
+std::u16string RealTargetOf(const std::u16string& source, const std::u16string& target);
+
+// Data moved from oldPath to newPath: the folders' records follow, and are read again into `records`. False when one
+// still names the old place, or the registry does not tell; the log names it.
+bool UpdateRecords(const std::u16string& oldPath, const std::u16string& newPath, std::vector<JunctionRecord>& records);
+
+// Of a redirection that is recorded: when `source` is an ordinary folder, the log tells that the way back was cut off
+// (a power failure), and what to do.
+void TellIfRemovalWasCutOff(const std::u16string& source, const std::u16string& target);
+// When `source` is a junction to `target` that no record names, the log tells the same of the way there.
+void TellIfRedirectionWasCutOff(const std::u16string& source, const std::u16string& target);

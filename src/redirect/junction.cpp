@@ -18,6 +18,7 @@ namespace {
 constexpr std::size_t kPathBuffer = 260;      // characters of a path buffer, terminator included
 constexpr std::size_t kJunctionBuffer = 540;  // bytes in which a junction's reparse data are built
 constexpr std::u16string_view kNativePrefix = u"\\??\\";
+constexpr std::u16string_view kVolumeName = u"\\??\\Volume{";  // begins what a mounted volume's folder holds
 constexpr win32::DWORD kOpenLinkFlags = win32::FILE_FLAG_BACKUP_SEMANTICS | win32::FILE_FLAG_OPEN_REPARSE_POINT;
 constexpr win32::DWORD kDirectoryLink = win32::FILE_ATTRIBUTE_DIRECTORY | win32::FILE_ATTRIBUTE_REPARSE_POINT;
 
@@ -75,6 +76,22 @@ bool ReadReparsePoint(const win32::UniqueFile& directory, win32::DWORD& tag, std
   return true;
 }
 
+bool WriteReparsePoint(const win32::UniqueFile& directory, std::u16string_view substituteName) {
+  std::vector<win32::BYTE> data = JunctionData(substituteName);
+  win32::DWORD returned = 0;
+  return win32::DeviceIoControl(directory.get(), win32::FSCTL_SET_REPARSE_POINT, data.data(),
+                                static_cast<win32::DWORD>(data.size()), nullptr, 0, &returned, nullptr) != win32::FALSE;
+}
+
+// The name under which a junction holds its target; empty, with the last error, when that is too long for it.
+std::u16string SubstituteName(const char16_t* target) {
+  static_assert((kPathBuffer - 1) * sizeof(char16_t) + 20 <= kJunctionBuffer);
+  const std::u16string name = std::u16string(kNativePrefix) + target;
+  if (name.size() < kPathBuffer) return name;
+  win32::SetLastError(win32::ERROR_FILENAME_EXCED_RANGE);
+  return {};
+}
+
 int CreateJunctionAt(const std::u16string& junction, const std::u16string& substituteName) {
   if (!CreateJunctionDirectory(junction.c_str())) {
     LogWithSystemError(u"#ERROR: Failed To create directory = %ls.", junction);
@@ -91,11 +108,7 @@ int CreateJunctionAt(const std::u16string& junction, const std::u16string& subst
         FormatText(u"#ERROR: CreateJunction: CreateFile() Failed for path = %s", junction).c_str());
     return 0;
   }
-  std::vector<win32::BYTE> data = JunctionData(substituteName);
-  win32::DWORD returned = 0;
-  if (win32::DeviceIoControl(directory.get(), win32::FSCTL_SET_REPARSE_POINT, data.data(),
-                             static_cast<win32::DWORD>(data.size()), nullptr, 0, &returned, nullptr))
-    return 1;
+  if (WriteReparsePoint(directory, substituteName)) return 1;
   const win32::DWORD error = win32::GetLastError();
   directory.reset();
   win32::RemoveDirectoryW(junction.c_str());  // refused, without harm, for a folder that is not empty
@@ -118,13 +131,33 @@ int CreateJunction(const char16_t* junction, const char16_t* target) try {
     Log(u"ERROR: Source or target path is missing.");
     return 0;
   }
-  const std::u16string substituteName = std::u16string(kNativePrefix) + target;
-  if (substituteName.size() >= kPathBuffer) {
-    win32::SetLastError(win32::ERROR_FILENAME_EXCED_RANGE);
+  const std::u16string substituteName = SubstituteName(target);
+  return substituteName.empty() ? 0 : CreateJunctionAt(ExtendedPath(junction), substituteName);
+} catch (const std::exception&) {
+  return 0;
+}
+
+int ChangeJunctionTarget(const char16_t* junction, const char16_t* target) try {
+  if (!junction || !target) {
+    Log(u"ERROR: Source or target path is missing.");
     return 0;
   }
-  static_assert((kPathBuffer - 1) * sizeof(char16_t) + 20 <= kJunctionBuffer);
-  return CreateJunctionAt(ExtendedPath(junction), substituteName);
+  const std::u16string substituteName = SubstituteName(target);
+  if (substituteName.empty()) return 0;
+  const win32::UniqueFile directory = OpenReparseDirectory(junction, 1);
+  if (!directory) {
+    LogWithSystemError(u"#ERROR: Failed to open directory for path = %ls.", junction);
+    return 0;
+  }
+  win32::DWORD tag = 0;
+  std::u16string name;
+  win32::FILETIME creation, lastAccess, lastWrite;
+  if (!ReadReparsePoint(directory, tag, name) || tag != win32::IO_REPARSE_TAG_MOUNT_POINT ||
+      name.starts_with(kVolumeName) || !win32::GetFileTime(directory.get(), &creation, &lastAccess, &lastWrite) ||
+      !WriteReparsePoint(directory, substituteName))
+    return 0;
+  win32::SetFileTime(directory.get(), &creation, &lastAccess, &lastWrite);
+  return 1;
 } catch (const std::exception&) {
   return 0;
 }

@@ -26,6 +26,10 @@ win32::UniqueFile OpenReparseDirectory(const char16_t* path, int forWrite);
 // refused.
 int CreateJunction(const char16_t* junction, const char16_t* target);
 
+// Has a junction lead to another folder; its security, attributes and times stay. 0: it leads where it led. (What is no
+// junction, or a mounted volume's folder, stays as it is.)
+int ChangeJunctionTarget(const char16_t* junction, const char16_t* target);
+
 // Takes the reparse point off a junction; an empty folder stays behind. 0 for anything that is not a junction.
 int DeleteJunction(const char16_t* path);
 

@@ -2,12 +2,20 @@
 
 #include "cli/console.h"
 #include "log/log.h"
+#include "probes/privileges.h"
 
 namespace {
 
 constexpr unsigned kErrorsLoggedIn = 137;
+constexpr unsigned kAdministratorsOnly = 179;
 
 }  // namespace
+
+bool IsAdministrator() {
+  if (IsMemberOfAdministrators()) return true;
+  ConsolePrint(LoadResourceString(kAdministratorsOnly));
+  return false;
+}
 
 int Succeed(unsigned text) {
   const std::u16string said = LoadResourceString(text);

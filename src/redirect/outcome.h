@@ -1,5 +1,9 @@
-// The end of a command that redirects something or takes a redirection away, as console and log tell it.
+// The beginning and the end of a command that redirects something or takes a redirection away, as console and log tell
+// it.
 #pragma once
+
+// Is the caller an administrator in effect? The console tells one who is not.
+bool IsAdministrator();
 
 // Says the text with this number on the console and in the log; 0, the exit code.
 int Succeed(unsigned text);

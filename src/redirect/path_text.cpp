@@ -30,6 +30,10 @@ bool StartsWithPath(std::u16string_view text, std::u16string_view start) {
 
 bool HasExtendedPrefix(std::u16string_view path) { return path.starts_with(kExtendedPrefix); }
 
+std::u16string_view WithoutExtendedPrefix(std::u16string_view path) {
+  return HasExtendedPrefix(path) ? path.substr(kExtendedPrefix.size()) : path;
+}
+
 std::u16string ExtendedPath(std::u16string_view path) {
   std::u16string extended(path);
   if (path.size() >= kMaxPath && !HasExtendedPrefix(path)) extended.insert(0, kExtendedPrefix);

@@ -11,6 +11,8 @@ bool StartsWithPath(std::u16string_view text, std::u16string_view start);
 
 // The path begins with "\\?\".
 bool HasExtendedPrefix(std::u16string_view path);
+// The path without "\\?\".
+std::u16string_view WithoutExtendedPrefix(std::u16string_view path);
 // The path as file-system calls take it: "\\?\" goes in front of one of 260 characters or more that does not have it.
 std::u16string ExtendedPath(std::u16string_view path);
 

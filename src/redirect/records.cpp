@@ -41,52 +41,75 @@ std::uint64_t LeadingNumber(std::u16string_view name) {
   return number;
 }
 
+// What the registry told: NotThere is an answer (no such key or value, or no text in it), Refused is none.
+enum class Answer { Told, NotThere, Refused };
+
+Answer AnswerOf(win32::LSTATUS result) {
+  if (result == 0) return Answer::Told;
+  return result == static_cast<win32::LSTATUS>(win32::ERROR_FILE_NOT_FOUND) ? Answer::NotThere : Answer::Refused;
+}
+
 // The names of a list's records in the registry's order.
-std::vector<std::u16string> RecordNames(int isFile) {
+struct RecordNames {
+  std::vector<std::u16string> names;
+  bool all = true;  // none was kept back
+};
+
+RecordNames ReadRecordNames(int isFile) {
   win32::UniqueKey list;
-  if (win32::RegOpenKeyExW(win32::HKEY_LOCAL_MACHINE, ListKey(isFile).c_str(), 0,
-                           win32::KEY_QUERY_VALUE | win32::KEY_ENUMERATE_SUB_KEYS | win32::KEY_WOW64_32KEY,
-                           list.put()) != 0)
-    return {};
+  const Answer opened = AnswerOf(win32::RegOpenKeyExW(
+      win32::HKEY_LOCAL_MACHINE, ListKey(isFile).c_str(), 0,
+      win32::KEY_QUERY_VALUE | win32::KEY_ENUMERATE_SUB_KEYS | win32::KEY_WOW64_32KEY, list.put()));
+  if (opened != Answer::Told) return {{}, opened == Answer::NotThere};
   win32::DWORD count = 0;
   if (win32::RegQueryInfoKeyW(list.get(), nullptr, nullptr, nullptr, &count, nullptr, nullptr, nullptr, nullptr,
                               nullptr, nullptr, nullptr) != 0)
-    return {};
-  std::vector<std::u16string> names;
+    return {{}, false};
+  RecordNames read;
   for (win32::DWORD index = 0; index < count; ++index) {
     std::array<char16_t, kBuffer> name{};
     win32::DWORD length = kBuffer;
     if (win32::RegEnumKeyExW(list.get(), index, name.data(), &length, nullptr, nullptr, nullptr, nullptr) == 0)
-      names.emplace_back(name.data(), std::min<std::size_t>(length, kBuffer - 1));
+      read.names.emplace_back(name.data(), std::min<std::size_t>(length, kBuffer - 1));
+    else
+      read.all = false;
   }
-  return names;
+  return read;
 }
 
-std::vector<std::u16string> RecordKeys(int isFile) {
-  std::vector<std::u16string> keys = RecordNames(isFile);
-  for (std::u16string& key : keys) key = ListKey(isFile) + u"\\" + key;
-  return keys;
-}
+std::u16string RecordKey(int isFile, const std::u16string& name) { return ListKey(isFile) + u"\\" + name; }
 
 // A text value up to its terminator, if it has one.
-int ReadText(const win32::UniqueKey& key, const std::u16string& subkey, const char16_t* name, std::u16string& out) {
+Answer ReadText(const win32::UniqueKey& key, const std::u16string& subkey, const char16_t* name, std::u16string& out) {
   win32::DWORD type = 0;
   win32::DWORD size = 0;
-  if (win32::RegQueryValueExW(key.get(), name, nullptr, &type, nullptr, &size) != 0) {
+  const Answer sized = AnswerOf(win32::RegQueryValueExW(key.get(), name, nullptr, &type, nullptr, &size));
+  if (sized != Answer::Told) {
     DebugOutput(u"#ERROR: ReadKeyValues: RegQueryValueEx() failed for path = %ls", name);
-    return 0;
+    return sized;
   }
   std::u16string text(size / sizeof(char16_t) + 1, u'\0');
   if (win32::RegQueryValueExW(key.get(), name, nullptr, &type, reinterpret_cast<win32::BYTE*>(text.data()), &size) != 0)
-    return 0;
+    return Answer::Refused;
   text.resize(std::min(text.find(u'\0'), size / sizeof(char16_t)));
   // Cut, a longer path would name some other folder.
   if ((type != win32::REG_SZ && type != win32::REG_EXPAND_SZ) || text.size() >= kBuffer) {
     DebugOutput(u"#ERROR: ReadKeyValues: no path in %ls of %ls", name, subkey);
-    return 0;
+    return Answer::NotThere;
   }
   out = text;
-  return 1;
+  return Answer::Told;
+}
+
+Answer ReadRecord(const std::u16string& subkey, std::u16string& source, std::u16string& target) {
+  win32::UniqueKey key;
+  const Answer opened = AnswerOf(win32::RegOpenKeyExW(win32::HKEY_LOCAL_MACHINE, subkey.c_str(), 0,
+                                                      win32::KEY_QUERY_VALUE | win32::KEY_WOW64_32KEY, key.put()));
+  if (opened != Answer::Told) {
+    DebugOutput(u"#ERROR: ReadKeyValues: RegOpenKeyEx() failed for path = %ls", subkey);
+    return opened;
+  }
+  return std::max(ReadText(key, subkey, u"Source", source), ReadText(key, subkey, u"Target", target));
 }
 
 // Without a terminator: the product's other components store and expect the bare characters.
@@ -95,13 +118,21 @@ bool WriteText(const win32::UniqueKey& key, const char16_t* name, std::u16string
                                static_cast<win32::DWORD>(text.size() * sizeof(char16_t))) == 0;
 }
 
-void RewriteValue(const std::u16string& subkey, const char16_t* name, const std::u16string& text) {
+bool RewriteValue(const std::u16string& subkey, const char16_t* name, const std::u16string& text) {
   // A text that no reader takes would lose the record; the old one can still be found.
-  if (text.empty() || text.size() >= kBuffer) return;
+  if (text.empty() || text.size() >= kBuffer) return false;
   win32::UniqueKey key;
-  if (win32::RegCreateKeyExW(win32::HKEY_LOCAL_MACHINE, subkey.c_str(), 0, nullptr, win32::REG_OPTION_NON_VOLATILE,
-                             win32::KEY_SET_VALUE | win32::KEY_WOW64_32KEY, nullptr, key.put(), nullptr) == 0)
-    WriteText(key, name, text);
+  return win32::RegCreateKeyExW(win32::HKEY_LOCAL_MACHINE, subkey.c_str(), 0, nullptr, win32::REG_OPTION_NON_VOLATILE,
+                                win32::KEY_SET_VALUE | win32::KEY_WOW64_32KEY, nullptr, key.put(), nullptr) == 0 &&
+         WriteText(key, name, text);
+}
+
+// Has a record name newPath where it names oldPath or what lies below it.
+void RewriteRecord(const JunctionRecord& record, std::u16string_view oldPath, std::u16string_view newPath) {
+  const std::u16string source = ReplaceFolder(record.source, oldPath, newPath);
+  const std::u16string target = ReplaceFolder(record.target, oldPath, newPath);
+  if (source != record.source) RewriteValue(record.subkey, u"Source", source);
+  if (target != record.target) RewriteValue(record.subkey, u"Target", target);
 }
 
 // RegDeleteKeyW knows no view: the 32-bit one is reached by its place in the 64-bit one.
@@ -132,7 +163,7 @@ std::u16string_view TextOrEmpty(const char16_t* text) {
 
 std::uint64_t GetNextJunctionIndex(int isFile) try {
   std::uint64_t largest = 0;
-  for (const std::u16string& name : RecordNames(isFile)) largest = std::max(largest, LeadingNumber(name));
+  for (const std::u16string& name : ReadRecordNames(isFile).names) largest = std::max(largest, LeadingNumber(name));
   return largest + 1;
 } catch (const std::exception&) {
   return 1;
@@ -167,22 +198,15 @@ int AddJunctionRegKey(const char16_t* source, const char16_t* target, int isFile
 }
 
 int ReadKeyValues(const std::u16string& subkey, std::u16string& source, std::u16string& target) try {
-  win32::UniqueKey key;
-  if (win32::RegOpenKeyExW(win32::HKEY_LOCAL_MACHINE, subkey.c_str(), 0,
-                           win32::KEY_QUERY_VALUE | win32::KEY_WOW64_32KEY, key.put()) != 0) {
-    DebugOutput(u"#ERROR: ReadKeyValues: RegOpenKeyEx() failed for path = %ls", subkey);
-    return 0;
-  }
-  const int sourceRead = ReadText(key, subkey, u"Source", source);
-  const int targetRead = ReadText(key, subkey, u"Target", target);
-  return sourceRead && targetRead ? 1 : 0;
+  return ReadRecord(subkey, source, target) == Answer::Told ? 1 : 0;
 } catch (const std::exception&) {
   return 0;
 }
 
 std::u16string FindJunctionRegKey(const char16_t* source, const char16_t* target, int isFile) try {
   if (!source || !target) return {};
-  for (const std::u16string& subkey : RecordKeys(isFile)) {
+  for (const std::u16string& name : ReadRecordNames(isFile).names) {
+    const std::u16string subkey = RecordKey(isFile, name);
     std::u16string recordSource, recordTarget;
     if (ReadKeyValues(subkey, recordSource, recordTarget) && EqualPaths(recordSource, source) &&
         EqualPaths(recordTarget, target))
@@ -210,27 +234,45 @@ int DeleteRegKey(const char16_t* source, const char16_t* target, int isFile) try
   return 0;
 }
 
-std::vector<JunctionRecord> SaveJunctionRecords(int isFile) try {
-  std::vector<JunctionRecord> records;
-  for (const std::u16string& subkey : RecordKeys(isFile)) {
-    JunctionRecord record{subkey, {}, {}};
-    if (ReadKeyValues(subkey, record.source, record.target) && !record.source.empty() && !record.target.empty())
+bool ReadJunctionRecords(int isFile, std::vector<JunctionRecord>& records) try {
+  records.clear();
+  const RecordNames list = ReadRecordNames(isFile);
+  bool all = list.all;
+  for (const std::u16string& name : list.names) {
+    JunctionRecord record{RecordKey(isFile, name), {}, {}};
+    const Answer answer = ReadRecord(record.subkey, record.source, record.target);
+    if (answer == Answer::Refused) all = false;
+    if (answer == Answer::Told && !record.source.empty() && !record.target.empty())
       records.push_back(std::move(record));
   }
-  return records;
+  return all;
 } catch (const std::exception&) {
-  return {};
+  return false;
 }
 
-void RestoreJunctionRecords(const std::vector<JunctionRecord>& saved) try {
+std::vector<JunctionRecord> SaveJunctionRecords(int isFile) {
+  std::vector<JunctionRecord> records;
+  ReadJunctionRecords(isFile, records);
+  return records;
+}
+
+bool RestoreJunctionRecords(const std::vector<JunctionRecord>& saved) try {
+  bool all = true;
   for (const JunctionRecord& record : saved) {
     std::u16string source, target;
-    if (!ReadKeyValues(record.subkey, source, target)) continue;
-    if (source != record.source) RewriteValue(record.subkey, u"Source", record.source);
-    if (target != record.target) RewriteValue(record.subkey, u"Target", record.target);
+    const Answer answer = ReadRecord(record.subkey, source, target);
+    if (answer == Answer::NotThere) {
+      all = false;
+      continue;
+    }
+    // What is kept back is written, too: it may hold the new path.
+    const bool told = answer == Answer::Told;
+    if (!(told && source == record.source) && !RewriteValue(record.subkey, u"Source", record.source)) all = false;
+    if (!(told && target == record.target) && !RewriteValue(record.subkey, u"Target", record.target)) all = false;
   }
+  return all;
 } catch (const std::exception&) {
-  // The registry keeps what could be written.
+  return false;
 }
 
 void GetJunctionRecords(int isFile, std::map<std::u16string, std::u16string>& records) try {
@@ -241,12 +283,7 @@ void GetJunctionRecords(int isFile, std::map<std::u16string, std::u16string>& re
 
 int UpdateJunctionRegKeys(const char16_t* oldPath, const char16_t* newPath, int isFile) try {
   if (!oldPath || !newPath) return 0;
-  for (const JunctionRecord& record : SaveJunctionRecords(isFile)) {
-    const std::u16string source = ReplaceFolder(record.source, oldPath, newPath);
-    const std::u16string target = ReplaceFolder(record.target, oldPath, newPath);
-    if (source != record.source) RewriteValue(record.subkey, u"Source", source);
-    if (target != record.target) RewriteValue(record.subkey, u"Target", target);
-  }
+  for (const JunctionRecord& record : SaveJunctionRecords(isFile)) RewriteRecord(record, oldPath, newPath);
   return 1;
 } catch (const std::exception&) {
   return 0;
@@ -261,4 +298,21 @@ int ListJunctions(int isFile) try {
   return 1;
 } catch (const std::exception&) {
   return 0;
+}
+
+bool UpdateOtherJunctionRecords(const std::u16string& oldPath, const std::u16string& newPath, int isFile,
+                                const JunctionRecord& own) try {
+  const auto isOther = [&](const JunctionRecord& record) {
+    return !EqualPaths(record.source, own.source) || !EqualPaths(record.target, own.target);
+  };
+  std::vector<JunctionRecord> records;
+  bool all = ReadJunctionRecords(isFile, records);
+  for (const JunctionRecord& record : records)
+    if (isOther(record)) RewriteRecord(record, oldPath, newPath);
+  if (!ReadJunctionRecords(isFile, records)) all = false;
+  return all && std::ranges::none_of(records, [&](const JunctionRecord& record) {
+           return isOther(record) && (IsSameOrBelow(record.source, oldPath) || IsSameOrBelow(record.target, oldPath));
+         });
+} catch (const std::exception&) {
+  return false;
 }

@@ -43,5 +43,14 @@ int ListJunctions(int isFile);
 struct JunctionRecord {
   std::u16string subkey, source, target;
 };
+// All that have a source and a target. False when the registry did not tell all of them; those that it told are there.
+bool ReadJunctionRecords(int isFile, std::vector<JunctionRecord>& records);
+// The same for those to whom a list in part will do.
 std::vector<JunctionRecord> SaveJunctionRecords(int isFile);
-void RestoreJunctionRecords(const std::vector<JunctionRecord>& saved);
+// False when one of them does not hold again what it held.
+bool RestoreJunctionRecords(const std::vector<JunctionRecord>& saved);
+
+// UpdateJunctionRegKeys for all records but those of the pair `own` (its subkey does not matter), and a look whether
+// they say so now. False: one of them may still name oldPath.
+bool UpdateOtherJunctionRecords(const std::u16string& oldPath, const std::u16string& newPath, int isFile,
+                                const JunctionRecord& own);

@@ -5,8 +5,6 @@
 
 #include "regredirect/service_config.h"
 
-// The state of the location: 0 while none is set. False, and the log says so, when the file lacks it.
-bool ReadLocation(const CQBConfig& config, int& status, std::u16string& location);
 // Writes the file. A failure has its line in the log.
 bool SaveConfiguration(CQBConfig& config);
 

@@ -73,19 +73,27 @@ class VolumeOnFolder {
 bool NamesVolume(std::u16string_view location) { return location.starts_with(u"\\\\?\\Volume{"); }
 
 // Everything up to the saved file. The location that was recorded before goes to `oldLocation`.
-bool Set(const std::u16string& location, CQBConfig& config, VolumeOnFolder& mount, std::u16string& oldLocation) {
+bool Set(const std::u16string& location, CQBConfig& config, std::u16string& oldLocation) {
   int status = 0;
-  if (!config.Init() || !ReadLocation(config, status, oldLocation)) return false;
+  if (!config.Init()) return false;
+  if (!config.GetOutDir(status, oldLocation)) {
+    Log(u"#ERROR: Unable to get Registry Redirect Location from config file.");
+    return false;
+  }
   if (status != 0) {
     Log(u"#ERROR: Registry Key Redirection location already set. To set new location,please remove existing location");
     return false;
   }
+  VolumeOnFolder mount;
   const bool onVolume = NamesVolume(location);
   if (onVolume && !mount.Mount(location)) return false;
   const std::u16string& folder = onVolume ? mount.folder() : location;
   constexpr int kMustExist = 1, kProductFolderOnly = 1;
-  return ValidateTargetPath(folder.c_str(), kMustExist, kProductFolderOnly, 0, 0) && config.SetOutDir(true, folder) &&
-         SaveConfiguration(config);
+  if (!ValidateTargetPath(folder.c_str(), kMustExist, kProductFolderOnly, 0, 0) || !config.SetOutDir(true, folder) ||
+      !SaveConfiguration(config))
+    return false;
+  mount.Keep();
+  return true;
 }
 
 // The folder that SetRegKeyLocation mounts volumes on. A mount point of somebody else's stays.
@@ -136,13 +144,11 @@ int SetRegKeyLocation(const char16_t* location) try {
   if (!location || !*location) return 1;
   CQBConfig config;
   if (!IsMemberOfAdministrators()) return SayAdministratorsOnly(kSetAdministratorsOnly);
-  VolumeOnFolder mount;
   std::u16string oldLocation;
-  if (!Set(location, config, mount, oldLocation)) {
+  if (!Set(location, config, oldLocation)) {
     ConsoleFormatString(kSettingFailed, LogPath(), location);
     return 1;
   }
-  mount.Keep();
   CleanRegistryData(oldLocation);
   StartQuillbayService();
   ConsoleFormatString(kLocationSet, location);

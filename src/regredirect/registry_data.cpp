@@ -8,7 +8,6 @@
 #include "fsops/mounted_folder.h"
 #include "probes/rimehold_status.h"
 #include "redirect/path_text.h"
-#include "validate/file_list.h"
 #include "win32/win32.h"
 
 namespace {
@@ -33,16 +32,31 @@ std::vector<std::u16string> DataFiles(const std::u16string& folder) {
   return files;
 }
 
-// Whoever may write to the location could have put a link there that leads to other people's files.
-bool IsLink(const std::u16string& folder) { return LinkTagAt(ExtendedPath(folder)) != 0; }
+// Whoever may write to the location could put a link there that leads to other people's files. While this is held the
+// folder is neither renamed nor made a link: that would need to open it for writing or for deletion.
+win32::UniqueFile HoldPlainFolder(const std::u16string& folder) {
+  win32::UniqueFile held{win32::CreateFileW(
+      ExtendedPath(folder).c_str(), win32::GENERIC_READ, win32::FILE_SHARE_READ, nullptr, win32::OPEN_EXISTING,
+      win32::FILE_FLAG_BACKUP_SEMANTICS | win32::FILE_FLAG_OPEN_REPARSE_POINT, nullptr)};
+  win32::BY_HANDLE_FILE_INFORMATION facts{};
+  constexpr win32::DWORD kMask = win32::FILE_ATTRIBUTE_DIRECTORY | win32::FILE_ATTRIBUTE_REPARSE_POINT;
+  if (held && (!win32::GetFileInformationByHandle(held.get(), &facts) ||
+               (facts.dwFileAttributes & kMask) != win32::FILE_ATTRIBUTE_DIRECTORY))
+    held.reset();
+  return held;
+}
 
 }  // namespace
 
 void CleanRegistryData(const std::u16string& location) try {
   const std::u16string product = JoinPath(location, u"Quillbay"), data = JoinPath(product, u"RegistryData");
   if (location.empty() || IsRimeholdFrozen() || !DirectoryExists(ExtendedPath(product).c_str())) return;
-  if (IsLink(product) || IsLink(data)) return;
-  for (const std::u16string& file : DataFiles(data)) win32::DeleteFileW(ExtendedPath(file).c_str());
+  {
+    const win32::UniqueFile outer = HoldPlainFolder(product), inner = HoldPlainFolder(data);
+    if (!outer) return;
+    if (inner)
+      for (const std::u16string& file : DataFiles(data)) win32::DeleteFileW(ExtendedPath(file).c_str());
+  }
   for (const std::u16string& folder : {JoinPath(data, u"KeyToDelete"), data, product})
     win32::RemoveDirectoryW(ExtendedPath(folder).c_str());
 } catch (const std::exception&) {

@@ -66,7 +66,10 @@ bool AbsorbChildren(CQBConfig& config, const std::u16string& name) {
   if (std::ranges::find(children, kProfileListKey) != children.end()) settled.emplace_back(kProfileListKey);
   for (const std::u16string& child : children) {
     if (std::ranges::any_of(settled, [&](const std::u16string& done) { return EqualPaths(done, child); })) continue;
-    if (!config.RemoveRegKey(child)) return false;
+    if (!config.RemoveRegKey(child)) {
+      Log(u"#ERROR: Unable to remove child key from config file: %ls", child);
+      return false;
+    }
     settled.push_back(child);
   }
   return true;
@@ -85,10 +88,15 @@ bool Remove(CQBConfig& config, const std::u16string& name) {
     Log(u"#ERROR: Registry key redirection is disabled.");
     return false;
   }
-  if (EqualPaths(name, kProfileListKey) && config.GetUserProfileRedirection(nullptr, &profileStatus, nullptr) &&
-      profileStatus == u"1") {
-    Log(u"#ERROR: This registry key is required for redirecting new user profiles automatically.");
-    return false;
+  if (EqualPaths(name, kProfileListKey)) {
+    if (!config.GetUserProfileRedirection(nullptr, &profileStatus, nullptr)) {
+      Log(u"#ERROR: Failed to obtain profile information from config file.");
+      return false;
+    }
+    if (profileStatus == u"1") {
+      Log(u"#ERROR: This registry key is required for redirecting new user profiles automatically.");
+      return false;
+    }
   }
   return config.RemoveRegKey(name) && SaveConfiguration(config);
 }
@@ -154,11 +162,11 @@ int RemoveRedirectedRegKey(const char16_t* name) try {
 
 int PrintRedirectedRegKeys() try {
   CQBConfig config;
-  if (!config.Init()) return 1;
+  const bool read = config.Init() != 0;
   ConsolePrint(u"\n\n");
   for (const std::u16string& key : config.MonitoredKeys()) ConsoleFormat(u"%ls\n", key);
   ConsolePrint(u"\n");
-  return 0;
+  return read ? 0 : 1;
 } catch (const std::exception&) {
   return 1;
 }

@@ -165,6 +165,14 @@ int CQBConfig::CreateDefaultConfig(const std::u16string& path) {
   if (document.CreateInstance() != win32::S_OK) return 0;
 
   if (!WriteDefaultConfigFile(path)) return 0;
+  if (CompleteDefaultConfig(path, profiles)) return 1;
+  // Nobody would complete it later. Without it, the next run makes it anew.
+  win32::DeleteFileW(path.c_str());
+  return 0;
+}
+
+// Puts into the default that has just been written what only this machine knows.
+int CQBConfig::CompleteDefaultConfig(const std::u16string& path, const std::u16string& profiles) {
   CQBConfig config{std::u16string_view(path)};
   if (!config.Parse() || !config.ReadContent()) return 0;
   if (!config.SetUserProfileRedirection(nullptr, nullptr, profiles.c_str())) return 0;

@@ -74,6 +74,7 @@ class CQBConfig {
   explicit CQBConfig(std::u16string_view path);
 
   static int CreateDefaultConfig(const std::u16string& path);
+  static int CompleteDefaultConfig(const std::u16string& path, const std::u16string& profiles);
   int Parse();
   int ReadContent();
   int ReadMonitoredKeys();

@@ -88,7 +88,6 @@ std::optional<std::u16string> TakeEntry(const OpenFolder& folder, TreeListing& l
   }
   listing.entries.push_back(entry);
   if (entry.IsLink()) {
-    if (entry.IsSymbolicLink()) ::IsSymbolicLink(entry.path.c_str());  // for its line in the log
     listing.links.push_back(std::move(entry));
     return std::nullopt;
   }
@@ -142,7 +141,15 @@ win32::DWORD LinkTagAt(const std::u16string& path) {
   return tag == win32::IO_REPARSE_TAG_MOUNT_POINT || tag == win32::IO_REPARSE_TAG_SYMLINK ? tag : 0;
 }
 
-int GetFileList(const std::u16string& folder, TreeListing& listing) try {
+namespace {
+
+// Tells the log of every symbolic link in the listing.
+void LogLinks(const TreeListing& listing) {
+  for (const TreeEntry& link : listing.links)
+    if (link.IsSymbolicLink()) IsSymbolicLink(link.path.c_str());
+}
+
+int List(const std::u16string& folder, TreeListing& listing) try {
   listing = {};
   if (folder.empty()) return 0;
   const std::u16string root = ReachablePath(folder);
@@ -152,9 +159,13 @@ int GetFileList(const std::u16string& folder, TreeListing& listing) try {
   // The record decides together with IsJunction, which cannot read a junction that somebody holds open.
   const bool isJunction = entry.IsJunction() || (entry.IsReparsePoint() && ::IsJunction(root.c_str(), 0));
   if (entry.IsSymbolicLink() || (isJunction && !IsVolumeMountPoint(root.c_str()))) {
-    if (entry.IsSymbolicLink()) ::IsSymbolicLink(root.c_str());
     listing.entries.push_back(entry);
     listing.links.push_back(entry);
+    return 1;
+  }
+  // Not even when it is asked for by its own name: whoever moves it must be told that it is not to be moved.
+  if (IsSystemFolderName(LastComponent(WithoutTrailingBackslash(folder)))) {
+    listing.systemFolders.push_back(root);
     return 1;
   }
   return ListFolder(root, listing) ? 1 : 0;
@@ -162,9 +173,23 @@ int GetFileList(const std::u16string& folder, TreeListing& listing) try {
   return 0;
 }
 
+}  // namespace
+
+int GetFileList(const std::u16string& folder, TreeListing& listing) {
+  const int listed = List(folder, listing);
+  LogLinks(listing);
+  return listed;
+}
+
 LazyListing::LazyListing(const char16_t* root) : root_(root ? root : u"") {}
 
 const TreeListing* LazyListing::Get() {
-  if (state_ == State::NotRead) state_ = GetFileList(root_, listing_) ? State::Read : State::Failed;
+  if (state_ == State::NotRead) state_ = List(root_, listing_) ? State::Read : State::Failed;
   return state_ == State::Read ? &listing_ : nullptr;
+}
+
+const TreeListing* LazyListing::GetAndLog() {
+  const TreeListing* const listing = Get();
+  if (listing) LogLinks(*listing);
+  return listing;
 }

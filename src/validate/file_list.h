@@ -39,8 +39,10 @@ int GetFileList(const std::u16string& folder, TreeListing& listing);
 class LazyListing {
  public:
   explicit LazyListing(const char16_t* root);
-  // Null when the tree cannot be listed.
+  // Null when the tree cannot be listed. The log is told nothing of the links in it.
   const TreeListing* Get();
+  // The same, and the log is told as GetFileList tells it.
+  const TreeListing* GetAndLog();
 
  private:
   std::u16string root_;

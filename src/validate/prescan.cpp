@@ -28,10 +28,7 @@ class LockedSet {
   bool Holds(std::u16string_view path) const { return !keys_.empty() && keys_.contains(Key(path)); }
 
  private:
-  static std::u16string Key(std::u16string_view path) {
-    if (HasExtendedPrefix(path)) path.remove_prefix(4);
-    return LowerAscii(path);
-  }
+  static std::u16string Key(std::u16string_view path) { return LowerAscii(WithoutExtendedPrefix(path)); }
   std::unordered_set<std::u16string> keys_;
 };
 

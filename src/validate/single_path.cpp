@@ -19,7 +19,7 @@ bool Exists(const char16_t* path) { return win32::PathFileExistsW(path) != win32
 
 bool IsNotDriveRelative(const char16_t* path) {
   const std::u16string_view text = path;
-  return text.size() < 2 || text[1] != u':' || text.size() == 2 || text[2] == u'\\';
+  return text.size() < 2 || text[1] != u':' || text.substr(2).starts_with(u'\\');
 }
 
 // A path without a drive letter never gets as far as the rules that would name what it is, so its kind is told here.

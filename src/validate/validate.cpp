@@ -49,7 +49,7 @@ int ValidateRedirectionPaths(const char16_t* source, const char16_t* target, int
     result = 0;
   if (stopMediaSharing) StopMediaSharing();
   if (targetOnly && !CheckTargetAccess(target, allowLockedSpecialCase != 0)) result = 0;
-  if (!PreScanListing(source, target, source ? sourceTree.Get() : nullptr, prescanFlag, allowLockedSpecialCase))
+  if (!PreScanListing(source, target, source ? sourceTree.GetAndLog() : nullptr, prescanFlag, allowLockedSpecialCase))
     result = 0;
   return result;
 } catch (const std::exception&) {

@@ -35,11 +35,19 @@ bool IsMounted(const char16_t* volume) {
   return win32::GetLastError() == win32::ERROR_MORE_DATA;
 }
 
-// Only "access denied" counts as not writable. A file of the probe's name is emptied and deleted.
+win32::UniqueFile OpenProbe(const std::u16string& path, win32::DWORD disposition) {
+  return win32::UniqueFile{win32::CreateFileW(path.c_str(), win32::GENERIC_READ | win32::GENERIC_WRITE, 0, nullptr,
+                                              disposition, win32::FILE_ATTRIBUTE_NORMAL, nullptr)};
+}
+
+// Only "access denied" counts as not writable. A file of the probe's name that is there is somebody's: it is opened,
+// and left as it is.
 bool IsWritable(const char16_t* volume) {
   const std::u16string probe = std::u16string(volume) + u"temp.check";
-  win32::UniqueFile file{win32::CreateFileW(probe.c_str(), win32::GENERIC_READ | win32::GENERIC_WRITE, 0, nullptr,
-                                            win32::CREATE_ALWAYS, win32::FILE_ATTRIBUTE_NORMAL, nullptr)};
+  if (OpenProbe(probe, win32::OPEN_EXISTING)) return true;
+  if (const win32::DWORD error = win32::GetLastError(); error != win32::ERROR_FILE_NOT_FOUND)
+    return error != win32::ERROR_ACCESS_DENIED;
+  win32::UniqueFile file = OpenProbe(probe, win32::CREATE_NEW);
   if (!file) return win32::GetLastError() != win32::ERROR_ACCESS_DENIED;
   file.reset();
   win32::DeleteFileW(probe.c_str());
@@ -96,7 +104,7 @@ int ValidateVolumeRedirection(const char16_t* source, const char16_t* volume) tr
   int result = volumePassed ? 1 : 0;
   if (!CheckPathRelations(source, u"", 1, 0, 0, 0, sourceTree)) result = 0;
   if (volumePassed && !HasRoomFor(source, volume, sourceTree)) result = 0;
-  if (!PreScanListing(source, nullptr, sourceTree.Get(), 1, 0)) result = 0;
+  if (!PreScanListing(source, nullptr, sourceTree.GetAndLog(), 1, 0)) result = 0;
   return result;
 } catch (const std::exception&) {
   return 0;

@@ -15,10 +15,6 @@ using LPTHREAD_START_ROUTINE = DWORD (*)(void* lpThreadParameter);
 HANDLE CreateThread(SECURITY_ATTRIBUTES* lpThreadAttributes, SIZE_T dwStackSize, LPTHREAD_START_ROUTINE lpStartAddress,
                     void* lpParameter, DWORD dwCreationFlags, DWORD* lpThreadId);
 BOOL TerminateThread(HANDLE hThread, DWORD dwExitCode);
-// The thread's suspend count before the call, or 0xFFFFFFFF with the last error. A suspended thread runs no code of its
-// own; a system call that it is in goes on waiting.
-DWORD SuspendThread(HANDLE hThread);
-DWORD ResumeThread(HANDLE hThread);
 // Of a thread, a process or a mutex: WAIT_OBJECT_0, WAIT_TIMEOUT, or WAIT_FAILED with the last error.
 DWORD WaitForSingleObject(HANDLE hHandle, DWORD dwMilliseconds);
 

@@ -272,28 +272,6 @@ TEST_F(Processes, ThreadsThatSleepTakeTheirTime) {
   EXPECT_EQ(WaitForSingleObject(lasting.get(), 10'000), WAIT_OBJECT_0);
 }
 
-TEST_F(Processes, ASuspendedThreadStandsStill) {
-  DWORD steps = 0;
-  const UniqueKernelHandle thread{CreateThread(
-      nullptr, 0,
-      [](void* parameter) -> DWORD {
-        Sleep(200);
-        *static_cast<volatile DWORD*>(parameter) = 1;
-        return 0;
-      },
-      &steps, 0, nullptr)};
-  EXPECT_EQ(WaitForSingleObject(thread.get(), 0), WAIT_TIMEOUT);
-  EXPECT_EQ(SuspendThread(thread.get()), 0u);
-  EXPECT_EQ(SuspendThread(thread.get()), 1u);
-  EXPECT_EQ(WaitForSingleObject(thread.get(), 400), WAIT_TIMEOUT);
-  EXPECT_EQ(steps, 0u);
-  EXPECT_EQ(ResumeThread(thread.get()), 2u);
-  EXPECT_EQ(ResumeThread(thread.get()), 1u);
-  EXPECT_EQ(WaitForSingleObject(thread.get(), 10'000), WAIT_OBJECT_0);
-  EXPECT_EQ(steps, 1u);
-  EXPECT_EQ(SuspendThread(thread.get()), 0xFFFFFFFFu);
-}
-
 TEST_F(Processes, VirtualMemoryIsEmptyAndGivenBack) {
   auto* const memory =
       static_cast<std::uint8_t*>(VirtualAlloc(nullptr, 65'536, MEM_COMMIT | MEM_RESERVE, PAGE_READWRITE));

@@ -158,6 +158,49 @@ TEST_F(Moves, BackAgainAsItWas) {
   EXPECT_EQ(DescribeTree(target), targetBefore);
 }
 
+// A link into the tree must lead to the tree's new place; as it was, it would lead nowhere once the old one is gone.
+TEST_F(Moves, ALinkIntoTheTreeThatCannotBeLedToItsNewPlaceStopsTheMove) {
+  const std::u16string junction = source + u"\\j";
+  const std::u16string longName = std::u16string(120, u'm') + u"\\" + std::u16string(125, u'n');
+  MakeFolder(source + u"\\" + longName.substr(0, 120));
+  MakeFolder(u"\\\\?\\" + source + u"\\" + longName);
+  // 254 characters fit a junction, and 256 at the target do not.
+  ASSERT_EQ(CreateJunction(junction.c_str(), (source + u"\\" + longName).c_str()), 1);
+  const auto before = Holdings(source);
+  EXPECT_EQ(Move(), 0);
+  EXPECT_EQ(Holdings(source), before);
+  EXPECT_TRUE(test::Names(target).empty());
+}
+
+// What needs no other text arrives even when the link cannot be made by it.
+TEST_F(Moves, LinksThatLeadElsewhereOrNowhereAreCarriedOver) {
+  MakeFolder(u"C:\\Elsewhere");
+  MakeFile(u"C:\\Elsewhere\\f", "theirs");
+  MakeFolder(source + u"\\sub");
+  MakeFile(source + u"\\sub\\near", "near");
+  ASSERT_EQ(CreateSymbolicLinkEntry((source + u"\\out").c_str(), u"C:\\Elsewhere\\f", 0), 1);
+  ASSERT_EQ(CreateSymbolicLinkEntry((source + u"\\relative").c_str(), u"sub\\..\\sub\\near", 0), 1);
+  ASSERT_EQ(CreateSymbolicLinkEntry((source + u"\\dangling").c_str(), (source + u"\\gone").c_str(), 0), 1);
+  ASSERT_EQ(CreateSymbolicLinkEntry((source + u"\\upwards").c_str(), u"..\\gone", 0), 1);
+  ASSERT_EQ(CreateSymbolicLinkEntry((source + u"\\share").c_str(), u"\\\\server\\share\\f", 0), 1);
+  const auto before = Holdings(source);
+  machine->gate.FailCallsFrom("GetProcAddress", 1, ERROR_PROC_NOT_FOUND);
+  ASSERT_EQ(Move(), 1);
+  EXPECT_EQ(Holdings(target), before);
+  EXPECT_EQ(Contents(target + u"\\out"), "theirs");
+  EXPECT_EQ(Contents(target + u"\\relative"), "near");
+}
+
+// The junction is taken off at the source before the symbolic link through it is looked at, if links go by their names.
+TEST_F(Moves, ASymbolicLinkThroughAJunctionOfTheTreeFollows) {
+  MakeFolder(source + u"\\sub");
+  MakeFile(source + u"\\sub\\f", "f");
+  ASSERT_EQ(CreateJunction((source + u"\\a").c_str(), (source + u"\\sub").c_str()), 1);
+  ASSERT_EQ(CreateSymbolicLinkEntry((source + u"\\b").c_str(), (source + u"\\a\\f").c_str(), 0), 1);
+  ASSERT_EQ(Move(), 1);
+  EXPECT_EQ(Contents(target + u"\\b"), "f");
+}
+
 TEST_F(Moves, AFileThatCannotBeDeletedBringsEverythingBack) {
   for (const bool backup : {true, false}) {
     Restart();
@@ -290,6 +333,12 @@ class Failures : public Moves {
     const auto left = Holdings(source), arrived = Holdings(target);
     EXPECT_EQ(Contents(target + u"\\stood"), "here before") << where;
     EXPECT_TRUE(!moved || left.empty()) << where;
+    if (moved) {
+      std::u16string text;
+      EXPECT_EQ(GetJunctionTarget((target + u"\\j").c_str(), text), 1) << where;
+      EXPECT_EQ(text, target + u"\\sub") << where;
+      EXPECT_EQ(Contents(target + u"\\l"), "top") << where;
+    }
     for (const auto& [name, holds] : before_) {
       const std::string item = where + " " + std::string(name.begin(), name.end());
       const bool isLink = (Attributes(target + name) & FILE_ATTRIBUTE_REPARSE_POINT) != 0;  // its text may have changed

@@ -3,6 +3,8 @@
 
 #include <gtest/gtest.h>
 
+#include <map>
+
 #include "probes/privileges.h"
 #include "probes/services.h"
 #include "support/program.h"
@@ -51,6 +53,13 @@ class FileRedirection : public ::testing::Test {
   std::u16string Record(const std::u16string& number, const char16_t* value) {
     const auto found = machine->registry().Query(kRecords + u"\\" + number, value);
     return found ? found->Text() : u"(none)";
+  }
+  // All records, source and target.
+  std::multimap<std::u16string, std::u16string> Records() {
+    std::multimap<std::u16string, std::u16string> records;
+    for (const std::u16string& number : machine->registry().SubKeys(kRecords))
+      records.emplace(Record(number, u"Source"), Record(number, u"Target"));
+    return records;
   }
   std::size_t RecordCount() { return machine->registry().SubKeys(kRecords).size(); }
   bool ServiceRuns() { return machine->services().State(kQuillbayService) == win32::SERVICE_RUNNING; }

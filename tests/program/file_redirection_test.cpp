@@ -102,6 +102,8 @@ TEST_F(FileRedirectionTest, RefusesPathsThatAreNotThoseOfAFileAndAFolder) {
   refused(kSource, u"Target", u"#ERROR: The selected folder Target is a relative path.");
   refused(kSource + u":note", u"D:\\Target", u"#ERROR:Invalid path : C:\\Data\\file.txt:note");
   refused(u"C:file.txt", u"D:\\Target", u"#ERROR:Invalid path : C:file.txt");
+  refused(u"C:\\Data\\f*.txt", u"D:\\Target", u"#ERROR: Source file 'C:\\Data\\f*.txt' doesn't exists. Error: ");
+  refused(kSource, u"D:", u"#ERROR:Invalid path : D:");
   refused(kSource, u"\\\\server\\share",
           u"#ERROR: Target '\\\\server\\share' must be a NTFS formatted volume. Browse to a different location.");
   refused(kSource, u"C:\\data",
@@ -217,6 +219,63 @@ TEST_F(FileRedirectionTest, RecordsFollowAFileThatMovesOn) {
   ExpectAtHome();
 }
 
+TEST_F(FileRedirectionTest, RecordsThatDoNotFollowAreAFailure) {
+  const std::u16string third = u"C:\\Third\\file.txt";
+  const std::u16string location = u"/loc:C:\\Third";
+  MakeFolder(u"C:\\Third");
+  ASSERT_EQ(Redirect().exitCode, 0);
+  machine->gate.FailCall("RegSetValueExW", 1, win32::ERROR_ACCESS_DENIED);
+  ExpectFailure(Redirect(kTarget, u"C:\\Third"), u"#ERROR: Unable to update redirected folder path in registry.");
+  ExpectRedirected();
+  EXPECT_FALSE(Exists(third));
+
+  ASSERT_EQ(Redirect(kTarget, u"C:\\Third").exitCode, 0);
+  machine->gate.FailCall("RegSetValueExW", 1, win32::ERROR_ACCESS_DENIED);
+  const auto removed = RunProgram(*machine, {u"/RedirectFile", kTarget, location, u"/d"});
+  ExpectRemovalFailure(removed, u"#ERROR: Unable to update redirected file path in registry.");
+  EXPECT_TRUE(removed.Logged(u"#INFO: The file is complete in " + kTarget + u"."));
+  EXPECT_TRUE(Contents(kTarget) == kText);
+  // Redirected once more and removed, all is in order again.
+  ASSERT_EQ(Redirect(kTarget, u"C:\\Third").exitCode, 0);
+  ASSERT_EQ(RunProgram(*machine, {u"/RedirectFile", kTarget, location, u"/d"}).exitCode, 0);
+  ASSERT_EQ(Remove().exitCode, 0);
+  ExpectAtHome();
+}
+
+TEST_F(FileRedirectionTest, AFileThatAnotherLinkLedToIsKept) {
+  MakeFolder(u"C:\\Second");
+  MakeFile(u"C:\\Second\\file.txt", "second");
+  ASSERT_EQ(Redirect().exitCode, 0);
+  const auto run = Redirect(u"C:\\Second\\file.txt");
+  EXPECT_EQ(run.exitCode, 0);
+  EXPECT_TRUE(run.Logged(u"#INFO: The file that was " + kTarget + u" before stays in " + kTarget + u".kept1."));
+  EXPECT_EQ(Contents(kTarget), "second");
+  EXPECT_TRUE(Contents(kTarget + u".kept1") == kText);
+}
+
+TEST_F(FileRedirectionTest, TheLastOfTwoRedirectionsIsRemovedFirst) {
+  MakeFolder(u"C:\\Third");
+  ASSERT_EQ(Redirect().exitCode, 0);
+  ASSERT_EQ(Redirect(kTarget, u"C:\\Third").exitCode, 0);
+  const auto records = Records();
+  ExpectRemovalFailure(Remove(u"C:\\Third"), u"#ERROR: Symbolic Link " + kSource +
+                                                 u" leads through another redirection, Source = " + kTarget +
+                                                 u" and Target = C:\\Third\\file.txt. Remove that one first.");
+  EXPECT_TRUE(IsLink(kSource) && IsLink(kTarget));
+  EXPECT_EQ(Records(), records);
+}
+
+TEST_F(FileRedirectionTest, AFileKeepsItsNameHoweverItIsTyped) {
+  ASSERT_EQ(Redirect(u"c:\\data\\FILE.TXT").exitCode, 0);
+  EXPECT_EQ(test::Names(u"D:\\Target"), std::vector<std::u16string>{u"\\file.txt"});
+  EXPECT_EQ(Record(u"1", u"Source"), u"c:\\data\\file.txt");
+  EXPECT_EQ(Record(u"1", u"Target"), kTarget);
+  EXPECT_EQ(RunProgram(*machine, {u"/RedirectFile", u"C:\\DATA\\File.Txt", u"/loc:d:\\target", u"/d"}).exitCode, 0);
+  ExpectAtHome();
+  EXPECT_EQ(test::Names(u"C:\\Data"), std::vector<std::u16string>{u"\\file.txt"});
+  EXPECT_EQ(RecordCount(), 0u);
+}
+
 TEST_F(FileRedirectionTest, RemovesOnlyItsOwnLinks) {
   ExpectRemovalFailure(Remove(u"D:\\No"), u"#ERROR: Target = D:\\No\\file.txt Path Does Not Exist.");
   MakeFile(kTarget, "theirs");
@@ -257,6 +316,23 @@ TEST_F(FileRedirectionTest, AFailureIsTakenBackOrToldWhereTheFileIs) {
   EXPECT_TRUE(Contents(kTarget) == kText);
   EXPECT_FALSE(Exists(kSource));
   EXPECT_TRUE(ServiceRuns());
+
+  // A link that was made already stands as long as the file cannot take its place.
+  ASSERT_TRUE(win32::MoveFileExW(kTarget.c_str(), kSource.c_str(), win32::MOVEFILE_COPY_ALLOWED));
+  for (const char* call : {"DeleteFileW", "MoveFileW"}) {
+    machine->gate.FailCall("RegCreateKeyExW", 1, win32::ERROR_ACCESS_DENIED);
+    machine->gate.FailCall(call, std::string_view(call) == "DeleteFileW" ? 2 : 1, win32::ERROR_ACCESS_DENIED);
+    const auto linked = Redirect();
+    ExpectFailure(linked, u"#ERROR: The file stays in " + kTarget + u".");
+    EXPECT_TRUE(linked.Logged(u". Error: 5"));
+    EXPECT_EQ(IsLink(kSource), std::string_view(call) == "DeleteFileW");
+    EXPECT_TRUE(Contents(kTarget) == kText);
+    EXPECT_FALSE(Exists(kSource + u".copy1"));
+    machine->gate.ClearFailures();
+    ASSERT_TRUE(EnablePrivileges());
+    if (IsLink(kSource)) ASSERT_TRUE(win32::DeleteFileW(kSource.c_str()));
+    ASSERT_TRUE(win32::MoveFileExW(kTarget.c_str(), kSource.c_str(), win32::MOVEFILE_COPY_ALLOWED));
+  }
 }
 
 TEST_F(FileRedirectionTest, AFailedRemovalPutsTheLinkBackUnlessTheFileIsHome) {

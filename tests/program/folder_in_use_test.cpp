@@ -112,13 +112,16 @@ TEST_F(InUse, EverythingInTheWayIsNamedInOneRun) {
 // A program waits at its pipe, so whoever asks for the name of that handle waits as well. The answers about all the
 // others come nevertheless, and before long.
 TEST_F(InUse, AHandleThatHangsChangesNothing) {
-  emulated::OpenInProcess(*machine, kWord, std::make_shared<emulated::DeviceFile>(u"\\Device\\NamedPipe\\first", true),
-                          win32::GENERIC_READ);
+  emulated::OpenInProcess(
+      *machine, kWord,
+      std::make_shared<emulated::DeviceFile>(u"\\Device\\NamedPipe\\first", std::vector{emulated::kForEver}),
+      win32::GENERIC_READ);
   HoldAll();
   KeepFromAdministrators();
-  emulated::OpenInProcess(*machine, kBackupAgent,
-                          std::make_shared<emulated::DeviceFile>(u"\\Device\\NamedPipe\\last", true),
-                          win32::GENERIC_READ);
+  emulated::OpenInProcess(
+      *machine, kBackupAgent,
+      std::make_shared<emulated::DeviceFile>(u"\\Device\\NamedPipe\\last", std::vector{emulated::kForEver}),
+      win32::GENERIC_READ);
   const emulated::FileTime started = machine->Now();
   ExpectAllIsNamedAndNothingMoved(Redirect());
   const auto waited = (machine->Now() - started) / 10'000;

@@ -16,6 +16,7 @@
 inline const std::u16string kVolume = u"\\\\?\\Volume{12345678-0000-4000-8000-000000000000}\\";
 inline const std::u16string kRecords = u"HKLM\\SOFTWARE\\Wow6432Node\\Velmora\\Quillbay\\Junctions";
 inline const std::u16string kRoots = u"HKLM\\SOFTWARE\\Wow6432Node\\Velmora\\Quillbay\\VolumeRoots";
+inline const std::u16string kRemovals = u"HKLM\\SOFTWARE\\Wow6432Node\\Velmora\\Quillbay\\VolumeRemovals";
 inline const std::u16string kLogged = u"Errors logged in C:\\Program Files\\Velmora\\Quillbay\\QBC.log.";
 
 class FolderOnVolume : public ::testing::Test {

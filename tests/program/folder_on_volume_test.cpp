@@ -9,6 +9,7 @@
 
 namespace {
 
+using namespace std::string_literals;
 using emulated::Utf8;
 using test::Contents, test::Exists, test::MakeFile, test::MakeFolder, test::RunProgram;
 
@@ -78,6 +79,61 @@ TEST_F(FolderOnVolume, SurvivesARestartAndIsRemovedByAnyNameOfTheVolume) {
   EXPECT_EQ(Redirect().exitCode, 0);
   EXPECT_EQ(RunProgram(*machine, {u"/RedirectFolder", kVolume, u"/vol:" + kVolume, u"/d"}).exitCode, 0);
   ExpectPlain();
+}
+
+TEST_F(FolderOnVolume, SymbolicLinksKeepTheirTextWhateverLetterTheVolumeHas) {
+  ASSERT_TRUE(EnablePrivileges());
+  ASSERT_TRUE(CreateSymbolicLinkEntry(u"C:\\Data\\link.txt", u"C:\\Data\\one.txt", 1));
+  ASSERT_TRUE(CreateSymbolicLinkEntry(u"C:\\Data\\near.txt", u"one.txt", 1));
+  ASSERT_TRUE(CreateSymbolicLinkEntry(u"C:\\Data\\folder", u"C:\\Data\\inner", 0));
+  const auto before = Shown();
+  for (const auto* const permissions : {u"/NTFS", u"/-NTFS"}) {
+    ASSERT_EQ(RunProgram(*machine, {u"/RedirectFolder", u"C:\\Data", u"/vol:" + kVolume, permissions}).exitCode, 0);
+    EXPECT_EQ(test::Streams(u"C:\\Data\\link.txt").find("F:"), std::string::npos);
+    ASSERT_TRUE(win32::SetVolumeMountPointW(u"F:\\", kVolume.c_str()));
+    const auto run = Remove();
+    ASSERT_EQ(run.exitCode, 0) << Utf8(run.log);
+    for (const std::u16string& link : {u"\\link.txt"s, u"\\near.txt"s, u"\\folder"s})
+      EXPECT_EQ(Shown()[link], before.at(link)) << Utf8(link);
+    EXPECT_EQ(Contents(u"C:\\Data\\link.txt"), "first");
+    ASSERT_TRUE(win32::DeleteVolumeMountPointW(u"F:\\"));
+  }
+}
+
+TEST_F(FolderOnVolume, TheNameStaysAsItIsOnTheDisk) {
+  const auto name = [] {
+    win32::WIN32_FIND_DATAW found{};
+    const win32::UniqueFind find{win32::FindFirstFileW(u"C:\\Data", &found)};
+    return std::u16string(found.cFileName);
+  };
+  ASSERT_EQ(RunProgram(*machine, {u"/RedirectFolder", u"c:\\DATA", u"/vol:" + kVolume}).exitCode, 0);
+  EXPECT_EQ(Utf8(name()), "Data");
+  EXPECT_EQ(Record(u"Source"), u"c:\\DATA");
+  ASSERT_EQ(RunProgram(*machine, {u"/RedirectFolder", u"c:\\data", u"/vol:" + kVolume, u"/d"}).exitCode, 0);
+  EXPECT_EQ(Utf8(name()), "Data");
+  machine->gate.FailCall("RegCreateKeyExW", 2, win32::ERROR_ACCESS_DENIED);  // the record: the folder is made again
+  EXPECT_EQ(RunProgram(*machine, {u"/RedirectFolder", u"c:\\DATA", u"/vol:" + kVolume}).exitCode, 1);
+  EXPECT_EQ(Utf8(name()), "Data");
+  ExpectPlain();
+}
+
+// It is recorded, so nothing is tried out on the volume; mounted again, it can be removed.
+TEST_F(FolderOnVolume, AVolumeThatWasUnmountedByHandIsLeftAlone) {
+  ASSERT_EQ(Redirect().exitCode, 0);
+  ASSERT_TRUE(win32::DeleteVolumeMountPointW(u"C:\\Data\\"));
+  bool probed = false;
+  MakeFile(kVolume + u"temp.check", "theirs");
+  machine->gate.Observe(
+      [&](const char* name, std::uint64_t) { probed |= std::string_view(name) == "FindFirstVolumeW"; });
+  ExpectFailure(Redirect(), u"#ERROR: Junction already exists for Source = C:\\Data and Target = " + kVolume + u".");
+  machine->gate.Observe({});
+  EXPECT_FALSE(probed);
+  EXPECT_EQ(Contents(kVolume + u"temp.check"), "theirs");
+  EXPECT_TRUE(Remove().Logged(u"#ERROR: Volume Path to Normal Path Conversion Failed."));
+  ASSERT_TRUE(win32::SetVolumeMountPointW(u"C:\\Data\\", kVolume.c_str()));
+  EXPECT_EQ(Remove().exitCode, 0);
+  ExpectPlain();
+  EXPECT_EQ(Contents(u"C:\\Data\\one.txt"), "first");
 }
 
 TEST_F(FolderOnVolume, InheritedAccessIsNoWiderOnTheVolumeAndFollowsTheFolderAgainAfterwards) {

@@ -1,6 +1,7 @@
 // Days in the life of a workstation: several redirections that touch each other, and folders that are shared.
 #include <vector>
 
+#include "fsops/folder_itself.h"
 #include "program/folder_stories.h"
 
 namespace {
@@ -50,6 +51,11 @@ class Nested : public FolderStories {
       }
     for (const auto* place : {u"D:\\Plans here", u"D:\\Work here", u"E:\\Team here"})
       EXPECT_TRUE(test::Names(place).empty()) << Utf8(place);
+  }
+  // Attributes and times of a junction itself.
+  static std::string JunctionFacts(const std::u16string& path) {
+    const std::string described = test::Describe(path);
+    return described.substr(0, described.find(" holds "));
   }
   static std::vector<std::u16string> Names(const test::Tree& tree) {
     std::vector<std::u16string> names;
@@ -147,6 +153,91 @@ TEST_F(Nested, TheTargetOfARedirectionMovesOn) {
   ExpectAllAsBefore();
 }
 
+// Another folder's contents lie in a redirected one's: its junction is led to where they now are, and stays itself.
+TEST_F(Nested, AJunctionIntoTheTargetFollowsTheRemoval) {
+  RedirectOutermost();
+  MakeFolder(u"E:\\Foo");
+  MakeFile(u"E:\\Foo\\f.txt", "foo");
+  test::SetSecurity(u"E:\\Foo", u"O:BAD:P(A;OICI;FA;;;BA)(A;OICI;0x1200a9;;;BU)");
+  Redirect(u"E:\\Foo", u"D:\\Work here\\Work");
+  ASSERT_TRUE(win32::SetFileAttributesW(u"E:\\Foo", win32::FILE_ATTRIBUTE_HIDDEN));
+  test::SetTimes(u"E:\\Foo", 9);
+  const FolderDescriptor security = ReadDescriptor(u"E:\\Foo");
+  const std::string facts = JunctionFacts(u"E:\\Foo");
+  Remove(u"C:\\Work", u"D:\\Work here");
+  EXPECT_EQ(AllRecords(), (Records{{u"2", {u"E:\\Foo", u"C:\\Work\\Foo"}}}));
+  EXPECT_TRUE(IsLink(u"E:\\Foo"));
+  EXPECT_EQ(Contents(u"E:\\Foo\\f.txt"), "foo");
+  EXPECT_EQ(ReadDescriptor(u"E:\\Foo"), security);
+  EXPECT_EQ(JunctionFacts(u"E:\\Foo"), facts);
+  Remove(u"E:\\Foo", u"C:\\Work");
+  EXPECT_EQ(Contents(u"E:\\Foo\\f.txt"), "foo");
+  ExpectAllAsBefore();
+}
+
+// The same where the target has moved on meanwhile, and both junctions lead there through the one in its old place.
+TEST_F(Nested, AJunctionIntoATargetThatMovedOnFollowsTheRemoval) {
+  RedirectOutermost();
+  MakeFolder(u"E:\\Foo");
+  MakeFile(u"E:\\Foo\\f.txt", "foo");
+  Redirect(u"E:\\Foo", u"D:\\Work here\\Work");
+  Redirect(u"D:\\Work here", u"E:\\");
+  Remove(u"C:\\Work", u"E:\\Work here");
+  EXPECT_EQ(AllRecords(),
+            (Records{{u"2", {u"E:\\Foo", u"C:\\Work\\Foo"}}, {u"3", {u"D:\\Work here", u"E:\\Work here"}}}));
+  EXPECT_EQ(Contents(u"E:\\Foo\\f.txt"), "foo");
+  Remove(u"E:\\Foo", u"C:\\Work");
+  Remove(u"D:\\Work here", u"E:\\");
+  ExpectAllAsBefore();
+}
+
+// What is redirected is back in any case; what could not follow is told, and the rest follows.
+TEST_F(Nested, WhatCannotFollowTheRemovalIsTold) {
+  RedirectOutermost();
+  for (const auto* folder : {u"E:\\Foo", u"E:\\Goo"}) {
+    MakeFolder(folder);
+    MakeFile(folder + std::u16string(u"\\f.txt"), "foo");
+    Redirect(folder, u"D:\\Work here\\Work");
+  }
+  win32::UniqueFile held{
+      win32::CreateFileW(u"E:\\Foo", win32::GENERIC_READ, win32::FILE_SHARE_READ, nullptr, win32::OPEN_EXISTING,
+                         win32::FILE_FLAG_BACKUP_SEMANTICS | win32::FILE_FLAG_OPEN_REPARSE_POINT, nullptr)};
+  machine->gate.FailCall("RegCreateKeyExW", 2, win32::ERROR_ACCESS_DENIED);
+  const RunResult run = Run({u"/RedirectFolder", u"C:\\Work", u"/loc:D:\\Work here", u"/d"});
+  machine->gate.ClearFailures();
+  held.reset();
+  EXPECT_EQ(run.exitCode, 1);
+  EXPECT_TRUE(run.Logged(u"#ERROR: Unable to create junction for Source = E:\\Foo and Target = C:\\Work\\Foo."))
+      << Utf8(run.log);
+  EXPECT_TRUE(
+      run.Logged(u"#INFO: The record of Source = E:\\Goo and Target = D:\\Work here\\Work\\Goo names a folder "
+                 u"that is now in C:\\Work."))
+      << Utf8(run.log);
+  EXPECT_TRUE(run.Logged(u"#ERROR: Unable to update redirected folder path in registry.")) << Utf8(run.log);
+  EXPECT_TRUE(run.Logged(u"#INFO: The files and folders are back in C:\\Work"));
+  EXPECT_FALSE(IsLink(u"C:\\Work"));
+  EXPECT_FALSE(Exists(u"D:\\Work here\\Work"));
+  EXPECT_EQ(Contents(u"E:\\Goo\\f.txt"), "foo");
+  EXPECT_EQ(Contents(u"C:\\Work\\Foo\\f.txt"), "foo");
+  EXPECT_TRUE(IsLink(u"E:\\Foo"));
+  ExpectUsersNoticeNothing();
+}
+
+// A record that cannot follow takes the redirection back: it would name a folder that is gone.
+TEST_F(Nested, ARecordThatCannotFollowTakesTheMoveBack) {
+  RedirectInnermost();
+  const Records records = AllRecords();
+  machine->gate.FailCall("RegCreateKeyExW", 1, win32::ERROR_ACCESS_DENIED);
+  const RunResult run = Run({u"/RedirectFolder", u"C:\\Work", u"/loc:D:\\Work here"});
+  machine->gate.ClearFailures();
+  EXPECT_EQ(run.exitCode, 1);
+  EXPECT_TRUE(run.Logged(u"#ERROR: Unable to update redirected folder path in registry.")) << Utf8(run.log);
+  EXPECT_EQ(AllRecords(), records);
+  EXPECT_FALSE(IsLink(u"C:\\Work"));
+  Remove(u"C:\\Work\\Team\\Plans", u"D:\\Plans here");
+  ExpectAllAsBefore();
+}
+
 // A nested redirection whose outer move fails at its very end is as it was, its record included.
 TEST_F(Nested, AFailedMoveOfTheOuterFolderLeavesTheInnerRedirectionAlone) {
   RedirectInnermost();
@@ -221,6 +312,35 @@ TEST_F(Shared, SharesFollowTheDataThereAndBack) {
   Shares after = before;
   after[u"deep2"] = u"C:\\Data\\a\\b\\Deep";  // the folder's own spelling
   EXPECT_EQ(All(), after);
+}
+
+// The folder that held the contents goes, so its own share follows them.
+TEST_F(Shared, AShareOfTheTargetFollowsTheRemoval) {
+  Redirect(u"C:\\Data", u"D:\\Target");
+  Share(u"target", u"d:\\target\\DATA");
+  Remove(u"C:\\Data", u"D:\\Target");
+  EXPECT_EQ(All()[u"target"], u"C:\\Data");
+  EXPECT_EQ(All()[u"root"], u"C:\\Data");
+  EXPECT_FALSE(Exists(u"D:\\Target\\Data"));
+}
+
+TEST_F(Shared, AShareThatCannotFollowKeepsItsFolder) {
+  const auto remove = [&] { return Run({u"/RedirectFolder", u"C:\\Data", u"/loc:D:\\Target", u"/d"}); };
+  // Each share inside is deleted and added, then comes the one of the folder itself.
+  for (const auto& [call, number] : {std::pair("NetShareAdd", 4), {"NetShareDel", 4}}) {
+    Redirect(u"C:\\Data", u"D:\\Target");
+    if (!All().contains(u"target")) Share(u"target", u"D:\\Target\\Data");
+    machine->gate.FailCall(call, static_cast<std::uint64_t>(number), win32::ERROR_ACCESS_DENIED);
+    const RunResult run = remove();
+    machine->gate.ClearFailures();
+    EXPECT_EQ(run.exitCode, 1) << call;
+    EXPECT_TRUE(run.Logged(u"#ERROR: Unable to move network share target from D:\\Target\\Data to C:\\Data."))
+        << Utf8(run.log);
+    EXPECT_EQ(All()[u"target"], u"D:\\Target\\Data") << call;
+    EXPECT_TRUE(Exists(u"D:\\Target\\Data")) << call;
+    EXPECT_EQ(Contents(u"C:\\Data\\a\\b\\Deep\\f.txt"), "far down");
+    EXPECT_EQ(AllRecords(), Records());
+  }
 }
 
 TEST_F(Shared, SharesAreGoneWithTheSwitchForIt) {

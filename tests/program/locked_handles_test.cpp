@@ -1,5 +1,6 @@
 // Which files do other processes hold open? The walk over the handle table, on machines where it meets everything that
 // a busy workstation has.
+#include <algorithm>
 #include <set>
 
 #include "probes/drive_map.h"
@@ -18,6 +19,8 @@ using namespace win32;
 using test::MakeFile, test::MakeFolder;
 using Paths = std::vector<std::u16string>;
 
+const std::vector<std::uint64_t> kHangs{emulated::kForEver};
+
 class LockedHandles : public test::Engine {
  protected:
   LockedHandles() { INtDll::Get().Unbind(); }
@@ -34,8 +37,9 @@ class LockedHandles : public test::Engine {
   std::shared_ptr<emulated::FileObject> Held(const std::u16string& path) {
     return HoldOpen(path, GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE);
   }
-  void HoldOnDevice(const std::u16string& name, bool hangs = false) {
-    emulated::OpenInProcess(*machine, 4242, std::make_shared<emulated::DeviceFile>(name, hangs), FILE_GENERIC_READ);
+  void HoldOnDevice(const std::u16string& name, std::vector<std::uint64_t> nameQueryDelays = {}) {
+    emulated::OpenInProcess(*machine, 4242, std::make_shared<emulated::DeviceFile>(name, std::move(nameQueryDelays)),
+                            FILE_GENERIC_READ);
   }
   // A letter that leads to a device which is no disk of this machine.
   void MapDrive(char16_t letter, const std::u16string& device) {
@@ -110,8 +114,8 @@ TEST_F(LockedHandles, AHandleThatDoesNotAnswerIsGivenUpAndTheWalkGoesOn) {
   MakeFile(source + u"\\before", "x");
   MakeFile(source + u"\\after", "x");
   const auto before = Held(source + u"\\before");
-  HoldOnDevice(u"\\Device\\NamedPipe\\busy", true);
-  HoldOnDevice(u"\\Device\\HarddiskVolume1\\Data\\never", true);
+  HoldOnDevice(u"\\Device\\NamedPipe\\busy", kHangs);
+  HoldOnDevice(u"\\Device\\HarddiskVolume1\\Data\\never", kHangs);
   const auto after = Held(source + u"\\after");
   const std::size_t handles = machine->objects.all().size();
   std::set<std::string> byWorkers;
@@ -123,9 +127,78 @@ TEST_F(LockedHandles, AHandleThatDoesNotAnswerIsGivenUpAndTheWalkGoesOn) {
     ASSERT_EQ(Walk(u"C:\\Data"), (Paths{u"C:\\Data\\before", u"C:\\Data\\after"}));
   machine->gate.Observe(nullptr);
   EXPECT_EQ(machine->Now() - start, 20u * 2 * 100 * 10'000) << "100 ms for each of the two";
-  EXPECT_EQ(byWorkers, std::set<std::string>{"NtQueryInformationFile"});
+  EXPECT_EQ(byWorkers, (std::set<std::string>{"NtQueryInformationFile", "NtQueryObject"}));
   EXPECT_EQ(machine->threads().count(), 0u);
   EXPECT_EQ(machine->objects.all().size(), handles) << "every duplicate is closed";
+}
+
+// Data arrives in the pipe and its owner waits again: the first answer promises nothing for the next question.
+TEST_F(LockedHandles, AHandleMayHangAtAnyQuestion) {
+  MakeFile(source + u"\\after", "x");
+  HoldOnDevice(u"\\Device\\HarddiskVolume1\\Data\\pipe", {0, emulated::kForEver});
+  HoldOnDevice(u"\\Device\\HarddiskVolume1\\Data\\slow", {90, 0});
+  const auto after = Held(source + u"\\after");
+  EXPECT_EQ(Walk(u"C:\\Data"), (Paths{u"C:\\Data\\slow", u"C:\\Data\\after"}));
+  EXPECT_FALSE(Traced(u"Exception"));
+  EXPECT_EQ(machine->threads().count(), 0u);
+}
+
+// A thread that starts or exits may hold the loader's lock: it is not ended there, however long that takes.
+TEST_F(LockedHandles, AThreadIsEndedInItsQuestionAndNowhereElse) {
+  MakeFile(source + u"\\f", "x");
+  const auto held = Held(source + u"\\f");
+  machine->threads().startDelay = 450;
+  EXPECT_EQ(Walk(u"C:\\Data"), Paths{u"C:\\Data\\f"}) << "late, but it comes";
+  HoldOnDevice(u"\\Device\\NamedPipe\\busy", kHangs);
+  machine->gate.ResetCounts();
+  std::set<DWORD> asked;
+  machine->gate.Observe([&](const char*, std::uint64_t) {
+    if (emulated::CallingThreadId() != emulated::kFirstThreadId) asked.insert(emulated::CallingThreadId());
+  });
+  EXPECT_EQ(Walk(u"C:\\Data"), Paths{u"C:\\Data\\f"});
+  machine->gate.Observe(nullptr);
+  EXPECT_EQ(machine->gate.Count("TerminateThread"), 1u);
+  EXPECT_EQ(asked.size(), machine->gate.Count("CreateThread"));
+
+  // Where none starts at all, the walk ends with what it has, and no thread that comes too late asks anything.
+  machine->threads().startDelay = 60'000;
+  machine->gate.ResetCounts();
+  EXPECT_EQ(Walk(u"C:\\Data"), Paths{});
+  EXPECT_TRUE(Traced(u"\n Exception in GetLockedFilesAndFoldersList()\n End of unmanaged"));
+  EXPECT_FALSE(Traced(u"After GetLockedFilesList()"));
+  Sleep(120'000);
+  EXPECT_EQ(machine->threads().count(), 0u);
+  EXPECT_EQ(machine->gate.Count("TerminateThread") + machine->gate.Count("NtQueryInformationFile"), 0u);
+}
+
+TEST_F(LockedHandles, OldWindowsHasHandlesThatAreNotAskedAbout) {
+  MakeFile(source + u"\\f", "x");
+  emulated::AddProcess(*machine, 2, u"old.exe");
+  const auto held = machine->files().OpenForeign(2, source + u"\\f", GENERIC_READ, 7);
+  ASSERT_TRUE(INtDll::Get().Bind());
+  HandleList all{HandleFilter{.byType = false}},
+      ours{HandleFilter{.processId = GetCurrentProcessId(), .byType = false}};
+  const auto has = [&](DWORD processId, BYTE type) {
+    EXPECT_TRUE(all.Read() && ours.Read());
+    for (const HandleRecord& record : ours.handles()) EXPECT_EQ(record.processId, GetCurrentProcessId());
+    return std::ranges::any_of(all.handles(), [&](const HandleRecord& record) {
+      return record.processId == processId && record.typeNumber == type;
+    });
+  };
+  constexpr BYTE kEvent = 16, kFile = 37;
+  emulated::OpenInProcess(*machine, 2, std::make_shared<emulated::NamedObject>(u"Event", u""), 0x1F0003);
+  EXPECT_TRUE(has(2, kEvent));
+  INtDll::Get().majorVersion = 4;
+  EXPECT_FALSE(has(2, kEvent));
+  EXPECT_TRUE(has(2, kFile));
+}
+
+TEST_F(LockedHandles, PathsAreCutToTheirSlots) {
+  HoldOnDevice(u"\\Device\\HarddiskVolume1\\Data\\" + std::u16string(2035, u'x'));
+  HoldOnDevice(u"\\Device\\HarddiskVolume1\\Data\\" + std::u16string(2045, u'x'));
+  const Paths paths = Walk(u"C:\\Data");
+  ASSERT_EQ(paths.size(), 1u) << "the second is longer than a name may be";
+  EXPECT_EQ(paths.front().size(), 8u + 2035u);
 }
 
 TEST_F(LockedHandles, TheMachineChangesDuringTheWalk) {
@@ -193,7 +266,7 @@ TEST_F(LockedHandles, AnExceptionEndsTheWalkWithWhatItHas) {
   ASSERT_EQ(Walk(u"C:\\Data").size(), 2u);
   machine->gate.ResetCounts();
   Walk(u"C:\\Data");
-  const std::uint64_t queries = machine->gate.Count("NtQueryObject");
+  const std::uint64_t opened = machine->gate.Count("OpenProcess");
   const std::pair<DWORD, std::u16string_view> codes[] = {
       {EXCEPTION_ACCESS_VIOLATION, u"\n EXCEPTION_ACCESS_VIOLATION"},
       {EXCEPTION_STACK_OVERFLOW, u"\n EXCEPTION_STACK_OVERFLOW"},
@@ -201,7 +274,7 @@ TEST_F(LockedHandles, AnExceptionEndsTheWalkWithWhatItHas) {
       {EXCEPTION_ARRAY_BOUNDS_EXCEEDED, u"\n EXCEPTION_ARRAY_BOUNDS_EXCEEDED"},
       {7, u"\n UNKNOWN_EXCEPTION. Error Code: 7"}};
   for (const auto& [code, text] : codes) {
-    machine->gate.RaiseInCall("NtQueryObject", queries - 1, code);  // the name of the second file
+    machine->gate.RaiseInCall("OpenProcess", opened, code);  // for the name of the second file
     EXPECT_EQ(Walk(u"C:\\Data"), Paths{u"C:\\Data\\a"});
     EXPECT_TRUE(Traced(std::u16string(u"\n ===>>> In ExceptionHandler:: Caught exception") + std::u16string(text) +
                        u"\n Exception in unmanaged GetLockedFilesList()\n Outside unmanaged GetLockedFilesList()\n "
@@ -214,7 +287,7 @@ TEST_F(LockedHandles, AnExceptionEndsTheWalkWithWhatItHas) {
 TEST_F(LockedHandles, AFailureOfAnyCallCostsNoMoreThanTheAnswer) {
   MakeFile(source + u"\\a", "x");
   const auto held = Held(source + u"\\a");
-  HoldOnDevice(u"\\Device\\NamedPipe\\busy", true);
+  HoldOnDevice(u"\\Device\\NamedPipe\\busy", kHangs);
   machine->gate.ResetCounts();
   ASSERT_EQ(Walk(u"C:\\Data"), Paths{u"C:\\Data\\a"});
   const std::uint64_t calls = machine->gate.Count();

@@ -100,7 +100,7 @@ TEST_F(PathRules, ForSourcesOneByOne) {
                     {u"C:Data", Invalid(u"C:Data")},
                     {u"C:/Data", Invalid(u"C:/Data")},
                     {u"C:\\", Root(u"C:\\")},
-                    {u"c:", Root(u"c:")},
+                    {u"c:", Invalid(u"c:")},
                     {u"\\\\?\\C:\\", Root(u"\\\\?\\C:\\")},
                     {u"C:\\file", NoDirectory(u"C:\\file")},
                     {u"C:\\Windows", System(u"C:\\Windows")}});
@@ -178,7 +178,7 @@ TEST_F(PathRules, ForTargets) {
                     {u"D:\\New", passed},
                     {u"D:\\New \\", passed},
                     {u"D:\\", passed},
-                    {u"D:", passed},
+                    {u"D:", Invalid(u"D:")},
                     {u"C:\\Windows", passed},
                     {u"F:\\x", passed},
                     {u"D:New", Invalid(u"D:New")},

@@ -15,6 +15,7 @@
 #include "support/tree.h"
 #include "win32/emulated/registry/registry.h"
 #include "win32/emulated/registry/services.h"
+#include "win32/emulated/security/token.h"
 #include "win32/emulated/text.h"
 #include "win32/win32.h"
 #include "workstation/product.h"
@@ -129,8 +130,34 @@ TEST_F(RegistryCommands, DataOfAnotherAreNotReachedThroughALink) {
                 .exitCode,
             0);
   MakeFile(u"D:\\Precious\\RegistryData\\file", "x");
+  machine->gate.FailCall("FindFirstFileW", 2, win32::ERROR_ACCESS_DENIED);  // what a folder is, cannot be told
   EXPECT_EQ(Location({u"/d"}).exitCode, 0);
   EXPECT_EQ(Contents(u"D:\\Precious\\RegistryData\\file"), "x");
+}
+
+TEST_F(RegistryCommands, AnEmptiedPlaceIsTakenAway) {
+  SetLocation();
+  for (const char16_t* folder : {u"", u"\\RegistryData", u"\\RegistryData\\KeyToDelete"})
+    MakeFolder(u"D:\\Registry\\Quillbay" + std::u16string(folder));
+  MakeFile(u"D:\\Registry\\Quillbay\\RegistryData\\1.bak", "x");
+  EXPECT_EQ(Location({u"/d"}).exitCode, 0);
+  EXPECT_TRUE(test::Names(u"D:\\Registry").empty());
+}
+
+TEST_F(RegistryCommands, AreForElevatedAdministrators) {
+  SetLocation();
+  machine->process.token = emulated::MakeFilteredAdministratorToken(emulated::SidFromText(u"S-1-5-21-1-2-3-1001"));
+  const std::string before = Contents(kConfig);
+  const std::u16string set = u"\n\nRegistry Redirection requires administrator privileges to run.\n\n";
+  const std::u16string remove = u"\n\nRemove Registry Redirection requires administrator privileges to run.\n\n";
+  const std::pair<RunResult, std::u16string> runs[] = {{SetLocation(u"D:\\"), set},
+                                                       {Location({u"/d"}), remove},
+                                                       {Add(kSoftware + u"A"), set},
+                                                       {Remove(kSoftware + u"A"), set}};
+  for (const auto& [run, said] : runs) {
+    EXPECT_EQ(run.exitCode, 1);
+    EXPECT_EQ(run.said, said);
+  }
 }
 
 TEST_F(RegistryCommands, WhatIsNoLocation) {
@@ -285,7 +312,7 @@ TEST_F(RegistryCommands, TheLocationStaysWhileNewProfilesNeedIt) {
   EXPECT_TRUE(Runs());
 }
 
-TEST_F(RegistryCommands, AreForAdministratorsAndNotWhileFrozen) {
+TEST_F(RegistryCommands, AreRefusedWhileFrozen) {
   workstation::InstallRimehold(*machine, u"Frozen");
   for (const RunResult& run : {SetLocation(), Location({u"/d"}), Add(kSoftware + u"A"), Remove(kSoftware + u"A")}) {
     EXPECT_EQ(run.exitCode, 1);

@@ -125,8 +125,8 @@ TEST_F(FrozenGate, RefusesWhateverChangesTheSystem) {
   ExpectRefused({u"/RedirectUP", u"Anna", u"/loc:D:\\T"}, 0);
   ExpectRefused({u"/RedirectUPDefault", u"Anna"}, 0);
   ExpectRefused({u"/AutoRedirectUP", u"/loc:D:\\T"}, 0);
-  ExpectRefused({u"/AutoRedirectUP", u"/RedirectDefaultAndPublicProfile"}, 0);
-  ExpectRefused({u"/RedirectUPDefault", u"defaultprofile"}, 0);
+  // But not before the parameters of the commands on profiles are looked at.
+  EXPECT_EQ(RunProgram(*machine, {u"/RedirectUPDefault", u"defaultprofile"}).exitCode, 1);
   ExpectRefused({u"/RedirectRegKeyLocation", u"/loc:D:\\T", u"/d"}, 1);
   ExpectRefused({u"/RedirectRegKey", u"/d"}, 1);
 }

@@ -1,6 +1,7 @@
 // The whole decision on a source and a target: which rules are still tried after one has failed, and what the flags of
 // profile operations change.
 #include "program/validation.h"
+#include "redirect/junction.h"
 #include "win32/emulated/registry/services.h"
 
 namespace {
@@ -32,6 +33,28 @@ TEST_F(RedirectionPaths, AnOrdinaryFolderMayGo) {
                      u"#ERROR: Unable to get File Attributes for path = D:\\NewThe system cannot find the file "
                      u"specified.",
                      u"#INFO: Target D:\\New doesn't exists so checking free space using parent directory D:"});
+}
+
+TEST_F(RedirectionPaths, EveryFlagReachesItsRule) {
+  ASSERT_EQ(CreateSymbolicLinkEntry(u"C:\\link", source.c_str(), 0), 1);
+  const Lines symbolic{u"#ERROR: The folder C:\\link is Symbolic Link. Browse to a different location."};
+  EXPECT_LINES(Refusal(u"C:\\link", target.c_str()), symbolic);
+  EXPECT_LINES(Refusal(u"C:\\link", target.c_str(), {.quietSystemFolder = 1}), passed);
+  EXPECT_LINES(Refusal(u"C:\\link", target.c_str(), {.redirectedProfile = 1}), passed);
+
+  MakeFolder(source + u"\\closed");
+  test::SetSecurity(source + u"\\closed", u"O:SYD:P(A;;FA;;;SY)");
+  EXPECT_LINES(Refusal(source.c_str(), target.c_str()), Lines{u"#ERROR: C:\\Data\\closed" + kUnreadable});
+  EXPECT_LINES(Refusal(source.c_str(), target.c_str(), {.allowLockedSpecialCase = 1}), passed);
+
+  // What is open is asked below both places, and only when the scan is to look for it.
+  machine->gate.ResetCounts();
+  Refusal(source.c_str(), target.c_str(), {.prescan = 0});
+  EXPECT_EQ(machine->gate.Count("NtQuerySystemInformation"), 0u);
+  MakeFolder(source + u"\\held");
+  const auto held = HoldOpen(source + u"\\held", GENERIC_READ, 7);
+  EXPECT_LINES(Refusal(source.c_str(), target.c_str(), {.allowLockedSpecialCase = 1}), passed);
+  EXPECT_LINES(Refusal(source.c_str(), target.c_str(), {.prescan = 0, .allowLockedSpecialCase = 1}), passed);
 }
 
 TEST_F(RedirectionPaths, AFailedSourceEndsItAndAFailedTargetDoesNot) {

@@ -91,6 +91,28 @@ TEST_F(VolumeRules, AllAreTriedInTheirOrder) {
                                                      u" is already redirected. Browse to a different location."});
 }
 
+// With a volume that nothing is wrong with, each of the others decides alone.
+TEST_F(VolumeRules, TheSourceAloneIsRefusedToo) {
+  const auto inUse = [](const std::u16string& path) {
+    return Lines{
+        u"#ERROR: " + path +
+        u" - File or folder is used by another process.  Close any application that might be using the file or "
+        u"folder and try again."};
+  };
+  ASSERT_EQ(CreateJunction(u"C:\\above", u"C:\\Users"), 1);
+  const std::u16string below = u"C:\\above\\anna";
+  EXPECT_LINES(RefusedMove(below.c_str()), Lines{u"#ERROR: The parent folder of " + below +
+                                                 u" is already redirected. Browse to a different location."});
+  MakeFile(source + u"\\busy", "x");
+  const auto file = HoldOpen(source + u"\\busy", GENERIC_READ, 0);
+  EXPECT_LINES(RefusedMove(source.c_str()), inUse(source + u"\\busy"));
+  machine->files().CloseForeign(file);
+  EXPECT_LINES(RefusedMove(source.c_str()), passed);
+  MakeFolder(source + u"\\held");
+  const auto folder = HoldOpen(source + u"\\held", GENERIC_READ, 7);
+  EXPECT_LINES(RefusedMove(source.c_str()), inUse(source + u"\\held"));  // that only the handle table tells
+}
+
 TEST_F(VolumeRules, TheSourceMayFillTheVolumeToTheLastByte) {
   EXPECT_LINES(RefusedMove(source.c_str()), passed);
   ULARGE_INTEGER room{};
@@ -105,17 +127,26 @@ TEST_F(VolumeRules, TheSourceMayFillTheVolumeToTheLastByte) {
     EXPECT_LINES(RefusedMove(source.c_str()),
                  more == 0 ? passed : Lines{u"#ERROR: Volume " + volume + u" doesn't have enough free disk space."});
   }
+  // A volume that failed is not measured.
+  machine->FindByGuidName(volume)->fileSystem = u"FAT32";
+  EXPECT_LINES(RefusedMove(source.c_str()), Lines{notNtfs});
 }
 
 TEST_F(VolumeRules, TheProbeLeavesNothing) {
   EXPECT_LINES(RefusedVolume(volume), passed);
   EXPECT_FALSE(test::Exists(volume + u"temp.check"));
-  MakeFile(volume + u"temp.check", "old");
-  EXPECT_LINES(RefusedVolume(volume), passed);
-  EXPECT_FALSE(test::Exists(volume + u"temp.check")) << "a file of that name is overwritten";
-  MakeFile(volume + u"temp.check", "old", FILE_ATTRIBUTE_HIDDEN);
+  // A file of that name is somebody's.
+  for (const DWORD attributes : {DWORD{FILE_ATTRIBUTE_ARCHIVE}, DWORD{FILE_ATTRIBUTE_HIDDEN | FILE_ATTRIBUTE_SYSTEM}}) {
+    MakeFile(volume + u"temp.check", "theirs", attributes);
+    const std::string before = test::Describe(volume + u"temp.check");
+    EXPECT_LINES(RefusedVolume(volume), passed);
+    EXPECT_EQ(test::Describe(volume + u"temp.check"), before);
+    EXPECT_EQ(Contents(volume + u"temp.check"), "theirs");
+    ASSERT_TRUE(DeleteFileW((volume + u"temp.check").c_str()));
+  }
+  MakeFile(volume + u"temp.check", "theirs", FILE_ATTRIBUTE_READONLY);
   EXPECT_LINES(RefusedVolume(volume), Lines{notWritable});
-  EXPECT_EQ(Contents(volume + u"temp.check"), "old");
+  EXPECT_EQ(Contents(volume + u"temp.check"), "theirs");
 }
 
 }  // namespace

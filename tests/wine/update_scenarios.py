@@ -115,7 +115,7 @@ def update_check(world):
              ("cut off in the headers", lambda stream: stream.write(b"HTTP/1.1 200 OK\r\nContent-"), 2),
              ("cut off at once", lambda stream: None, 2),
              ("cut off in the reply", lambda stream: stream.write(
-                 b"HTTP/1.1 200 OK\r\nContent-Length: 5000\r\n\r\n<RESULT>LATE"), 2)]
+                 b"HTTP/1.1 200 OK\r\nContent-Length: 5000\r\n\r\n" + LATEST), 2)]
     for name, answer, code in cases:
         with Server(answer) as server:
             set_proxy(world, server.port)

@@ -33,8 +33,8 @@ class OpenedFile : public Object {
   const char16_t* TypeName() const override { return u"File"; }
   virtual std::u16string Device() const = 0;        // u"\\Device\\HarddiskVolume1"
   virtual std::u16string NameOnDevice() const = 0;  // u"\\Users\\x"
-  // The file is busy for ever, and whoever asks its name waits for it.
-  virtual bool NameQueryHangs() const { return false; }
+  // How many milliseconds the file is busy, while whoever asks its name waits for it.
+  virtual std::uint64_t NameQueryDelay() const { return 0; }
   std::u16string NativeName() const final { return Device() + NameOnDevice(); }
 };
 

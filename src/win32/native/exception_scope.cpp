@@ -2,6 +2,8 @@
 // scope table is written in assembly; __C_specific_handler, which Windows' own __try uses, does the rest.
 #include "win32/process.h"
 
+#include <malloc.h>
+
 extern "C" win32::BOOL Win32CallInExceptionScope(void (*call)(void* context), void* context,
                                                  win32::LONG (*filter)(win32::DWORD exceptionCode));
 
@@ -117,7 +119,10 @@ Win32CallInExceptionScope:
 namespace win32 {
 
 BOOL CallWithExceptionFilter(void (*call)(void* context), void* context, LONG (*filter)(DWORD exceptionCode)) {
-  return Win32CallInExceptionScope(call, context, filter);
+  if (Win32CallInExceptionScope(call, context, filter)) return TRUE;
+  // After a stack overflow: without its guard page the stack's next one would end the process. Otherwise nothing.
+  _resetstkoflw();
+  return FALSE;
 }
 
 }  // namespace win32

@@ -25,10 +25,6 @@ HANDLE CreateThread(SECURITY_ATTRIBUTES* lpThreadAttributes, SIZE_T dwStackSize,
 
 BOOL TerminateThread(HANDLE hThread, DWORD dwExitCode) { return ::TerminateThread(hThread, dwExitCode); }
 
-DWORD SuspendThread(HANDLE hThread) { return ::SuspendThread(hThread); }
-
-DWORD ResumeThread(HANDLE hThread) { return ::ResumeThread(hThread); }
-
 DWORD WaitForSingleObject(HANDLE hHandle, DWORD dwMilliseconds) {
   return ::WaitForSingleObject(hHandle, dwMilliseconds);
 }

@@ -109,12 +109,15 @@ DWORD SendRequest(win32::HINTERNET handle, const char16_t* headers, DWORD header
   return request->transfer.emplace(std::move(sent)).Send();
 }
 
-DWORD QueryStatus(win32::HINTERNET handle, DWORD level, void* buffer, DWORD* length) {
+DWORD QueryInfo(win32::HINTERNET handle, DWORD level, void* buffer, DWORD* length) {
   DWORD error = 0;
   const auto request = FindSent(handle, error);
   if (!request) return error;
-  if (level != win32::HTTP_QUERY_STATUS_CODE || !length) return win32::ERROR_INVALID_PARAMETER;
-  const std::u16string text = Utf16(std::to_string(request->transfer->Status()));
+  const bool status = level == win32::HTTP_QUERY_STATUS_CODE;
+  if ((!status && level != win32::HTTP_QUERY_CONTENT_LENGTH) || !length) return win32::ERROR_INVALID_PARAMETER;
+  const std::int64_t number = status ? request->transfer->Status() : request->transfer->ContentLength();
+  if (number < 0) return win32::ERROR_HTTP_HEADER_NOT_FOUND;
+  const std::u16string text = Utf16(std::to_string(number));
   const auto textSize = static_cast<DWORD>(text.size() * sizeof(char16_t));
   const auto needed = static_cast<DWORD>(textSize + sizeof(char16_t));
   const bool fits = buffer && *length >= needed;
@@ -202,7 +205,7 @@ BOOL HttpSendRequestW(HINTERNET hRequest, const char16_t* lpszHeaders, DWORD dwH
 BOOL HttpQueryInfoW(HINTERNET hRequest, DWORD dwInfoLevel, void* lpBuffer, DWORD* lpdwBufferLength, DWORD* lpdwIndex) {
   WIN32_CALL(hRequest, dwInfoLevel, lpBuffer, lpdwBufferLength, lpdwIndex);
   if (call.Refused()) return FALSE;
-  return call.Done(emulated::QueryStatus(hRequest, dwInfoLevel, lpBuffer, lpdwBufferLength));
+  return call.Done(emulated::QueryInfo(hRequest, dwInfoLevel, lpBuffer, lpdwBufferLength));
 }
 
 BOOL InternetReadFile(HINTERNET hFile, void* lpBuffer, DWORD dwNumberOfBytesToRead, DWORD* lpdwNumberOfBytesRead) {

@@ -140,6 +140,12 @@ win32::DWORD HttpTransfer::Send() {
   return win32::ERROR_SUCCESS;
 }
 
+std::int64_t HttpTransfer::ContentLength() const {
+  curl_off_t length = -1;
+  curl_easy_getinfo(curl_->easy, CURLINFO_CONTENT_LENGTH_DOWNLOAD_T, &length);
+  return length;
+}
+
 win32::DWORD HttpTransfer::Read(std::size_t wanted, Bytes& taken) {
   room_ = wanted;
   lastSign_ = steady_clock::now();

@@ -34,6 +34,8 @@ class HttpTransfer {
   win32::DWORD Send();
   // The reply's status, after Send; 0 before.
   long Status() const { return status_; }
+  // The bytes that the reply's body has, as the server told, after Send; -1 when it did not.
+  std::int64_t ContentLength() const;
   // Takes as many bytes of the body as asked for; fewer only at its end, none behind it. A connection that fails shows
   // after the bytes that came before.
   win32::DWORD Read(std::size_t wanted, Bytes& taken);

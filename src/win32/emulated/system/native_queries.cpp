@@ -94,12 +94,14 @@ std::u16string NameOf(const Object& object) {
   return name;
 }
 
-// A file that is busy for ever keeps whoever asks its name.
-void HangOn(Call& call, const Object& object) {
+// A file that is busy keeps whoever asks its name.
+void WaitUntilFree(Call& call, const Object& object) {
   const auto* const file = dynamic_cast<const OpenedFile*>(&object);
-  if (file && file->NameQueryHangs())
-    Machine::Current().threads().Wait(
-        call, [] { return false; }, win32::INFINITE);
+  const std::uint64_t delay = file ? file->NameQueryDelay() : 0;
+  if (delay == 0) return;
+  const DWORD milliseconds = delay < win32::INFINITE ? static_cast<DWORD>(delay) : win32::INFINITE;
+  Machine::Current().threads().Wait(
+      call, [] { return false; }, milliseconds);
 }
 
 struct ListedProcess {
@@ -172,7 +174,7 @@ NTSTATUS QueryHandles(BYTE* buffer, ULONG length, ULONG& needed) {
   const auto count = static_cast<ULONG>(records.size());
   std::memset(buffer, 0, kHeader);
   std::memcpy(buffer, &count, sizeof count);
-  std::memcpy(buffer + kHeader, records.data(), size - kHeader);
+  if (!records.empty()) std::memcpy(buffer + kHeader, records.data(), size - kHeader);
   return STATUS_SUCCESS;
 }
 
@@ -249,7 +251,7 @@ NTSTATUS NtQueryObject(HANDLE Handle, int ObjectInformationClass, void* ObjectIn
   win32::ACCESS_MASK granted = 0;
   const auto object = ObjectBehind(Handle, granted);
   if (!object) return call.Return(kInvalidHandle);
-  if (name) HangOn(call, *object);
+  if (name) WaitUntilFree(call, *object);
   ULONG needed = 0;
   auto* const buffer = static_cast<BYTE*>(ObjectInformation);
   const NTSTATUS status = name ? QueryName(*object, buffer, ObjectInformationLength, needed)
@@ -271,7 +273,7 @@ NTSTATUS NtQueryInformationFile(HANDLE FileHandle, win32::IO_STATUS_BLOCK* IoSta
   const auto* const file = dynamic_cast<const OpenedFile*>(object.get());
   if (!file) return call.Return(kObjectTypeMismatch);
   if (!FileInformation || !IoStatusBlock) return call.Return(kAccessViolation);
-  HangOn(call, *object);
+  WaitUntilFree(call, *object);
   // As much of the name as there is room for, and the length of all of it.
   const std::u16string name = file->NameOnDevice();
   const auto bytes = static_cast<ULONG>(name.size() * sizeof(char16_t));

@@ -34,7 +34,12 @@ win32::HANDLE OpenInProcess(Machine& machine, win32::DWORD id, std::shared_ptr<O
   return machine.objects.Insert(std::move(object), id, granted);
 }
 
-DeviceFile::DeviceFile(std::u16string_view name, bool nameQueryHangs) : nameQueryHangs_(nameQueryHangs) {
+std::uint64_t DeviceFile::NameQueryDelay() const {
+  return delays_.empty() ? 0 : delays_[std::min(asked_++, delays_.size() - 1)];
+}
+
+DeviceFile::DeviceFile(std::u16string_view name, std::vector<std::uint64_t> nameQueryDelays)
+    : delays_(std::move(nameQueryDelays)) {
   const std::size_t folder = name.find(u'\\', 1);  // behind \Device
   const std::size_t end = folder == name.npos ? name.size() : std::min(name.find(u'\\', folder + 1), name.size());
   device_ = name.substr(0, end);

@@ -33,17 +33,20 @@ class NamedObject : public Object {
 
 // A file on a device that is no volume of this machine, by its full name:
 // u"\\Device\\LanmanRedirector\\server\\share\\x", u"\\Device\\NamedPipe\\y". For a drive letter that leads to the
-// device, add a MountedVolume without a volume.
+// device, add a MountedVolume without a volume. Its delays are those of the questions for its name, in their order; the
+// last one is that of all further questions, too.
+inline constexpr std::uint64_t kForEver = UINT64_MAX;
 class DeviceFile : public OpenedFile {
  public:
-  explicit DeviceFile(std::u16string_view name, bool nameQueryHangs = false);
+  explicit DeviceFile(std::u16string_view name, std::vector<std::uint64_t> nameQueryDelays = {});
   std::u16string Device() const override { return device_; }
   std::u16string NameOnDevice() const override { return name_; }
-  bool NameQueryHangs() const override { return nameQueryHangs_; }
+  std::uint64_t NameQueryDelay() const override;
 
  private:
   std::u16string device_, name_;
-  bool nameQueryHangs_;
+  std::vector<std::uint64_t> delays_;
+  mutable std::size_t asked_ = 0;
 };
 
 // What a handle of a process (OpenProcess) names.

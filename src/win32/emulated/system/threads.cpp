@@ -35,6 +35,10 @@ std::shared_ptr<ThreadObject> Threads::Create(win32::LPTHREAD_START_ROUTINE star
   nextId_ += 4;
   thread->start_ = start;
   thread->parameter_ = parameter;
+  if (startDelay != 0) {
+    thread->wake_ = machine_.Now() + startDelay * kPerMillisecond;
+    thread->ready_ = [this, wake = *thread->wake_] { return machine_.Now() >= wake; };
+  }
   threads_.push_back(thread);
   return thread;
 }
@@ -73,9 +77,8 @@ void Threads::Run(const std::shared_ptr<ThreadObject>& thread) {
 
 void Threads::RunAllThatCan() {
   for (;;) {
-    const auto next = std::find_if(threads_.begin(), threads_.end(), [](const auto& thread) {
-      return thread->suspended == 0 && (!thread->ready_ || thread->ready_());
-    });
+    const auto next = std::find_if(threads_.begin(), threads_.end(),
+                                   [](const auto& thread) { return !thread->ready_ || thread->ready_(); });
     if (next == threads_.end()) return;
     Run(std::shared_ptr(*next));
   }
@@ -84,7 +87,7 @@ void Threads::RunAllThatCan() {
 std::optional<FileTime> Threads::NextWake() const {
   std::optional<FileTime> next;
   for (const auto& thread : threads_)
-    if (thread->suspended == 0 && thread->wake_ && (!next || *thread->wake_ < *next)) next = thread->wake_;
+    if (thread->wake_ && (!next || *thread->wake_ < *next)) next = thread->wake_;
   return next;
 }
 
@@ -155,9 +158,7 @@ using emulated::Machine;
 using emulated::ThreadObject;
 
 constexpr ACCESS_MASK kThreadAllAccess = 0x1FFFFF;
-constexpr ACCESS_MASK kThreadTerminate = 0x0001, kThreadSuspendResume = 0x0002;
-constexpr DWORD kMaximumSuspendCount = 127, kFailed = 0xFFFFFFFF;
-constexpr DWORD kSignalRefused = 156;  // ERROR_SIGNAL_REFUSED
+constexpr ACCESS_MASK kThreadTerminate = 0x0001;
 const HANDLE kCurrentProcess = reinterpret_cast<HANDLE>(LONG_PTR{-1});
 const HANDLE kCurrentThread = reinterpret_cast<HANDLE>(LONG_PTR{-2});
 
@@ -207,36 +208,6 @@ BOOL TerminateThread(HANDLE hThread, DWORD dwExitCode) {
   if (const DWORD error = ThreadOf(hThread, kThreadTerminate, thread)) return call.Done(error);
   Machine::Current().threads().End(call, thread, dwExitCode);
   return call.Done(ERROR_SUCCESS);
-}
-
-DWORD SuspendThread(HANDLE hThread) {
-  WIN32_CALL(hThread);
-  if (call.Refused()) return kFailed;
-  std::shared_ptr<ThreadObject> thread;
-  DWORD error = ThreadOf(hThread, kThreadSuspendResume, thread);
-  if (error == 0 && thread->ended) error = ERROR_ACCESS_DENIED;
-  if (error == 0 && thread->suspended == kMaximumSuspendCount) error = kSignalRefused;
-  if (error != 0) {
-    emulated::SetLastError(error);
-    return call.Return(kFailed);
-  }
-  const DWORD before = thread->suspended++;
-  emulated::Threads& threads = Machine::Current().threads();
-  if (thread == threads.Calling())
-    threads.Wait(
-        call, [&] { return thread->suspended == 0; }, INFINITE);
-  return call.Return(before);
-}
-
-DWORD ResumeThread(HANDLE hThread) {
-  WIN32_CALL(hThread);
-  if (call.Refused()) return kFailed;
-  std::shared_ptr<ThreadObject> thread;
-  if (const DWORD error = ThreadOf(hThread, kThreadSuspendResume, thread)) {
-    emulated::SetLastError(error);
-    return call.Return(kFailed);
-  }
-  return call.Return(thread->suspended == 0 ? DWORD{0} : thread->suspended--);
 }
 
 DWORD WaitForSingleObject(HANDLE hHandle, DWORD dwMilliseconds) {

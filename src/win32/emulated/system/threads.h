@@ -24,7 +24,6 @@ class ThreadObject : public Object {
   const win32::DWORD id;
   win32::DWORD exitCode = win32::STILL_ACTIVE;
   bool ended = false;
-  win32::DWORD suspended = 0;  // how often; it does not run meanwhile
 
  private:
   friend class Threads;
@@ -56,6 +55,9 @@ class Threads {
   void EndAll();
   // Threads that have not ended, without the first.
   std::size_t count() const { return threads_.size(); }
+
+  // How many milliseconds a new thread takes to its first instruction, on a machine that is busy.
+  FileTime startDelay = 0;
 
  private:
   void RunAllThatCan();

@@ -1,0 +1,183 @@
+#include "redirect/folder_removal.h"
+
+#include <map>
+#include <utility>
+#include <vector>
+
+#include "fsops/move_tree.h"
+#include "fsops/shares.h"
+#include "log/log.h"
+#include "redirect/created_folders.h"
+#include "redirect/folder_steps.h"
+#include "redirect/junction.h"
+#include "redirect/path_text.h"
+#include "redirect/records.h"
+#include "validate/validate.h"
+#include "win32/win32.h"
+
+namespace {
+
+// One folder on its way back.
+class FolderRemoval {
+ public:
+  FolderRemoval(std::u16string source, std::u16string target, int copyNtfsPermissions, int copyShares)
+      : source_(std::move(source)),
+        target_(RecordedTarget(source_, std::move(target))),
+        copyNtfsPermissions_(copyNtfsPermissions),
+        copyShares_(copyShares) {}
+
+  // Nothing has changed when this says no.
+  bool MayRemove() const;
+  // Each leaves the redirection as it was when it answers false, or the log says what could not be put back.
+  bool TakeJunctionAway();
+  bool MoveContentsBack();
+  bool ForgetRecord();
+
+  // The rest, once the redirection is no more. What one of these cannot do stays undone, and the log names it.
+  // Redirections inside this one follow: their records, and the junctions that led into the target.
+  bool UpdateNested() const;
+  // The shares of the folder that is about to go.
+  bool MoveSharesOfTarget() const;
+  void RemoveEmptyTarget() const;
+
+ private:
+  static std::u16string RecordedTarget(const std::u16string& source, std::u16string target);
+  void PutJunctionBack() const;
+  bool LeadBack(const std::u16string& junction) const;
+
+  const std::u16string source_, target_;
+  const int copyNtfsPermissions_, copyShares_;
+  CopyRecord moved_;
+  std::u16string junctionTarget_;
+};
+
+// A redirection is undone by the command that made it, so the location may be the folder in which the contents' folder
+// was made as well as that folder itself.
+std::u16string FolderRemoval::RecordedTarget(const std::u16string& source, std::u16string target) {
+  if (JunctionRegKeyExists(source.c_str(), target.c_str(), 0)) return target;
+  std::u16string realTarget = RealTargetOf(source, target);
+  return JunctionRegKeyExists(source.c_str(), realTarget.c_str(), 0) ? realTarget : target;
+}
+
+bool FolderRemoval::MayRemove() const {
+  if (!PathExists(source_)) {
+    Log(u"#ERROR: Source = %ls Path Does Not Exist.", source_);
+    return false;
+  }
+  if (!PathExists(target_)) {
+    Log(u"#ERROR: Target = %ls Path Does Not Exist.", target_);
+    return false;
+  }
+  if (!JunctionRegKeyExists(source_.c_str(), target_.c_str(), 0)) {
+    Log(u"#ERROR: Junction doesn't exists for Source = %ls and Target = %ls.", source_, target_);
+    return false;
+  }
+  return true;
+}
+
+bool FolderRemoval::TakeJunctionAway() {
+  if (!GetJunctionTarget(source_.c_str(), junctionTarget_)) {
+    Log(u"#ERROR: Unable to get Junction Target Path.");
+    TellIfRemovalWasCutOff(source_, target_);
+    return false;
+  }
+  if (!DeleteJunction(source_.c_str())) {
+    Log(u"#ERROR: Unable to delete Junction. path = %ls.", source_);
+    return false;
+  }
+  return true;
+}
+
+bool FolderRemoval::MoveContentsBack() {
+  if (!ValidateRedirectionPaths(target_.c_str(), source_.c_str(), 1, 1, 0, 0, 0, 0, 0)) {
+    Log(u"#ERROR: PreScanning failed for Source = %ls and Target = %ls.", source_, target_);
+    PutJunctionBack();
+    return false;
+  }
+  // What stood in the junction's place is an empty folder that only kept the place: the target's root comes back as
+  // well.
+  if (!MoveDirectoryTree(target_, source_, copyNtfsPermissions_, copyShares_, 0, 0, 1, moved_)) {
+    LogMoveFailed(source_, target_);
+    PutJunctionBack();
+    return false;
+  }
+  return true;
+}
+
+bool FolderRemoval::ForgetRecord() {
+  if (!DeleteRegKey(source_.c_str(), target_.c_str(), 0)) {
+    Log(u"#ERROR: Unable to remove Junction Point from Registry for Source = %ls and Target = %ls.", source_, target_);
+    if (UndoMove(moved_))
+      PutJunctionBack();
+    else
+      Log(u"#ERROR: Unable to move all files and folders back to %ls. The others stay in %ls.", target_, source_);
+    return false;
+  }
+  return true;
+}
+
+// The records are read before and after they are rewritten: what one reading does not tell, the other may.
+bool FolderRemoval::UpdateNested() const {
+  std::map<std::u16string, std::u16string> junctions;
+  const auto note = [&](const std::vector<JunctionRecord>& records) {
+    for (const JunctionRecord& record : records)
+      if (IsSameOrBelow(record.target, target_) || IsSameOrBelow(record.target, source_))
+        junctions[ReplaceFolder(record.source, target_, source_)] = ReplaceFolder(record.target, target_, source_);
+  };
+  std::vector<JunctionRecord> records = SaveJunctionRecords(0);
+  note(records);
+  bool all = UpdateRecords(target_, source_, records);
+  note(records);
+  for (const auto& [junction, contents] : junctions)
+    if (!LeadBack(junction)) {
+      Log(u"#ERROR: Unable to create junction for Source = %ls and Target = %ls.", junction, contents);
+      all = false;
+    }
+  return all;
+}
+
+// The junction of another redirection, whose contents lie in this one's, led into the target, or to where the junction
+// at the source led: nothing is there any more.
+bool FolderRemoval::LeadBack(const std::u16string& junction) const {
+  const win32::DWORD attributes = win32::GetFileAttributesW(junction.c_str());
+  if (attributes == win32::INVALID_FILE_ATTRIBUTES) {
+    const win32::DWORD error = win32::GetLastError();
+    return error == win32::ERROR_FILE_NOT_FOUND || error == win32::ERROR_PATH_NOT_FOUND;
+  }
+  if (!(attributes & win32::FILE_ATTRIBUTE_REPARSE_POINT)) return true;
+  std::u16string text;
+  if (!GetJunctionTarget(junction.c_str(), text)) return false;
+  for (const std::u16string& emptied : {target_, junctionTarget_})
+    if (IsSameOrBelow(text, emptied))
+      return ChangeJunctionTarget(junction.c_str(), ReplaceFolder(text, emptied, source_).c_str()) != 0;
+  return true;
+}
+
+bool FolderRemoval::MoveSharesOfTarget() const { return !copyShares_ || MoveShares(target_, source_); }
+
+void FolderRemoval::RemoveEmptyTarget() const {
+  if (!RemoveEmptyFolder(target_)) LogWithSystemError(u"#INFO: The folder %ls could not be removed. ", target_);
+}
+
+// To where it led: not always the recorded target, which follows when data moves, while the junction may lead there
+// through another one.
+void FolderRemoval::PutJunctionBack() const {
+  if (!CreateJunction(source_.c_str(), junctionTarget_.c_str()))
+    Log(u"#ERROR: Unable to create junction for Source = %ls and Target = %ls.", source_, junctionTarget_);
+}
+
+}  // namespace
+
+bool RemoveFolderFromFolder(const std::u16string& source, const std::u16string& target, int copyNtfsPermissions,
+                            int copyShares) {
+  FolderRemoval removal(source, target, copyNtfsPermissions, copyShares);
+  if (!removal.MayRemove() || !removal.TakeJunctionAway() || !removal.MoveContentsBack() || !removal.ForgetRecord())
+    return false;
+  const bool nestedUpdated = removal.UpdateNested();
+  // A share of the folder keeps the folder.
+  const bool sharesMoved = removal.MoveSharesOfTarget();
+  if (sharesMoved) removal.RemoveEmptyTarget();
+  if (nestedUpdated && sharesMoved) return true;
+  Log(u"#INFO: The files and folders are back in %ls, and the redirection is no longer recorded.", source);
+  return false;
+}

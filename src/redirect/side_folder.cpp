@@ -1,0 +1,80 @@
+#include "redirect/side_folder.h"
+
+#include <algorithm>
+#include <array>
+
+#include "log/log.h"
+#include "redirect/created_folders.h"
+#include "redirect/folder_steps.h"
+#include "redirect/path_text.h"
+#include "validate/file_list.h"
+#include "win32/win32.h"
+
+namespace {
+
+constexpr const char16_t* kMountSuffix = u".mount";
+constexpr const char16_t* kRemovalsKey = u"SOFTWARE\\Velmora\\Quillbay\\VolumeRemovals";
+
+bool IsPlainFolder(const std::u16string& path) {
+  const win32::DWORD attributes = win32::GetFileAttributesW(path.c_str());
+  return attributes != win32::INVALID_FILE_ATTRIBUTES && (attributes & win32::FILE_ATTRIBUTE_DIRECTORY) != 0 &&
+         (attributes & win32::FILE_ATTRIBUTE_REPARSE_POINT) == 0;
+}
+
+std::u16string AsOnDisk(const std::u16string& path) {
+  win32::WIN32_FIND_DATAW found{};
+  const win32::UniqueFind find{win32::FindFirstFileW(path.c_str(), &found)};
+  return find ? JoinPath(ParentPath(path), found.cFileName) : path;
+}
+
+}  // namespace
+
+bool IsEmptyPlainFolder(const std::u16string& path) {
+  TreeListing listing;
+  return IsPlainFolder(path) && GetFileList(path, listing) && listing.entries.empty() && listing.systemFolders.empty();
+}
+
+SideFolder::SideFolder(const std::u16string& source) : place_(AsOnDisk(source)), path_(place_ + kMountSuffix) {}
+
+bool SideFolder::Make() {
+  const FolderMade made = MakeFolder(path_);
+  stoodThere_ = made == FolderMade::StoodThere;
+  return made != FolderMade::Failed && (!stoodThere_ || (IsPlainFolder(path_) && before_.Save(path_)));
+}
+
+void SideFolder::TakeAway() const {
+  if (stoodThere_)
+    before_.Restore();
+  else if (PathExists(path_))
+    RemoveEmptyFolder(path_);
+}
+
+bool SideFolder::IsBeingFilledFrom(const std::u16string& volume) const {
+  win32::UniqueKey key;
+  if (win32::RegOpenKeyExW(win32::HKEY_LOCAL_MACHINE, kRemovalsKey, 0, win32::KEY_QUERY_VALUE | win32::KEY_WOW64_32KEY,
+                           key.put()) != 0)
+    return false;
+  std::array<char16_t, win32::MAX_PATH> noted{};  // a volume's name and its terminator are far shorter
+  win32::DWORD type = 0, size = sizeof noted - sizeof(char16_t);
+  return win32::RegQueryValueExW(key.get(), path_.c_str(), nullptr, &type, reinterpret_cast<win32::BYTE*>(noted.data()),
+                                 &size) == 0 &&
+         type == win32::REG_SZ && EqualPaths(noted.data(), volume);
+}
+
+bool SideFolder::NoteFillingFrom(const std::u16string& volume) const {
+  win32::UniqueKey key;
+  return win32::RegCreateKeyExW(win32::HKEY_LOCAL_MACHINE, kRemovalsKey, 0, nullptr, win32::REG_OPTION_NON_VOLATILE,
+                                win32::KEY_SET_VALUE | win32::KEY_WOW64_32KEY, nullptr, key.put(), nullptr) == 0 &&
+         win32::RegSetValueExW(key.get(), path_.c_str(), 0, win32::REG_SZ,
+                               reinterpret_cast<const win32::BYTE*>(volume.c_str()),
+                               static_cast<win32::DWORD>((volume.size() + 1) * sizeof(char16_t))) == 0;
+}
+
+void SideFolder::ForgetFilling() const {
+  win32::UniqueKey key;
+  win32::LSTATUS error = win32::RegOpenKeyExW(win32::HKEY_LOCAL_MACHINE, kRemovalsKey, 0,
+                                              win32::KEY_SET_VALUE | win32::KEY_WOW64_32KEY, key.put());
+  if (error == 0) error = win32::RegDeleteValueW(key.get(), path_.c_str());
+  if (error != 0 && error != win32::LSTATUS{win32::ERROR_FILE_NOT_FOUND})
+    Log(u"#INFO: Unable to remove the note that folder %ls is being filled.", path_);
+}

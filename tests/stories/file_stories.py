@@ -1,0 +1,139 @@
+"""File redirection as an administrator works with it. Where a world makes no symbolic links, its part is what is
+refused, what the service does meanwhile, and that nothing is lost."""
+from config_file import ConfigFile
+from registry_stories import start_over
+from world import LOG
+
+FILE = "/RedirectFile"
+DONE, FAILED, BACK, NOT_BACK = 193, 194, 195, 196
+RECORDS = "HKLM\\SOFTWARE\\Wow6432Node\\Velmora\\Quillbay\\FileJunctions"
+PAPERS, LIST, KEPT = "C:\\Papers", "C:\\Papers\\list.txt", "C:\\Kept"
+SWITCHED_OFF = ["RemoveFileRedirection - IsRegistryRedirectionEnabled: 0 and IsFileRedirectionEnabled: 0 ",
+                "RemoveFileRedirection - Going to stop Quillbay Service", "Service disabled successfully."]
+SWITCHED_ON = ["RemoveFileRedirection - IsRegistryRedirectionEnabled: 1 and IsFileRedirectionEnabled: 0 "]
+
+
+def failed(world, number):
+    return world.text(137, LOG) + "\n" + world.strings[number]
+
+
+def refused(world, name, source, target, *entries):
+    world.expect(name, (FILE, source, "/loc:" + target), failed(world, FAILED), 1, [*entries, world.strings[FAILED]])
+
+
+def what_is_no_file_to_redirect(world):
+    start_over(world)
+    world.write(LIST, b"content")
+    other = "Browse to a different location."
+    long_name = "C:\\Papers\\" + "x" * 100 + "\\" + "y" * 136
+    assert len(long_name) == 247
+    world.write(long_name, b"long")
+    refused(world, "a missing file", PAPERS + "\\none", KEPT,
+            f"#ERROR: Source file '{PAPERS}\\none' doesn't exists. Error: 2")
+    refused(world, "a folder", PAPERS, KEPT, f"#ERROR: Source path '{PAPERS}' should be a file path.")
+    refused(world, "onto itself", LIST, PAPERS, "Checking source folder equals to target.\n"
+            f"Source: {LIST} Target: {LIST} #ERROR: Cannot redirect when Source and Target folder are the same. "
+            + other)
+    refused(world, "a path of 247 characters", long_name, KEPT, f"#ERROR: The specified path '{long_name}' exceeds the "
+            f"system-defined maximum length of 248 characters. {other}")
+    refused(world, "into its folder", LIST, PAPERS + "\\inner", "Checking source folder contained in target.\nSource: "
+            f"{LIST} Target: {PAPERS}\\inner\\list.txt #ERROR: Cannot redirect within the same Source folder. {other}",
+            f"#INFO: Target {PAPERS}\\inner\\list.txt doesn't exists so checking free space using parent directory "
+            f"{PAPERS}\\inner")
+    world.expect("/d with /NTFS", (FILE, LIST, "/loc:" + KEPT, "/d", "/NTFS"), world.strings[153], 1)
+    world.checks.equal("everything is where it was",
+                       (world.names(PAPERS), world.read(LIST), world.read(long_name), world.names(KEPT)),
+                       (["list.txt", "x" * 100], b"content", b"long", None))
+    world.expect("nothing is listed", (FILE,), "", 0)
+
+
+def file_moved_and_back(world):
+    start_over(world)
+    ConfigFile(world, "C:\\Keys", "1").put()
+    content, kept = bytes(range(256)) * 1000, "C:\\Kept there"
+    copy = kept + "\\list.txt"
+    world.write(LIST, content)
+    if not world.makes_links:
+        world.run(FILE, LIST, "/loc:" + kept)
+        found = [data for data in (world.read(LIST), world.read(copy)) if data is not None]
+        world.checks.true("the file is complete at its old place or its new one",
+                          found and all(data == content for data in found), found)
+        return
+    is_link = f"IsSymbolicLink()::The specified directory or file {LIST} is symbolic link"
+    world.write(copy, b"a file of this name is overwritten")
+    world.expect("redirect", (FILE, LIST, "/loc:" + kept), world.strings[DONE], 0,
+                 [f"#INFO: The file {copy} is kept as {copy}.kept1 until it can be replaced.",
+                  f"#INFO: The file {LIST} is now in {copy}.", world.strings[DONE]])
+    world.checks.equal("one file under two paths", (world.read(LIST), world.read(copy), world.names(kept)),
+                       (content, content, ["list.txt"]))
+    world.expect("list", (FILE,), world.strings[167] + f"{LIST}   {copy}\n", 0)
+    refused(world, "a second time", LIST, "C:\\Elsewhere", is_link,
+            f"#ERROR: Symbolic Link already exists for Source = {LIST} and Target = {copy}.")
+    world.expect("bring back", (FILE, LIST, "/loc:" + kept, "/d"), world.strings[BACK], 0,
+                 ["RemoveFileRedirection - ENTER", is_link,
+                  f"#INFO: The file {LIST} is in {copy} until it is back in its place.",
+                  f"#INFO: The file {LIST} is back in its place.", world.strings[BACK], *SWITCHED_ON,
+                  "RemoveFileRedirection - EXIT"])
+    world.checks.equal("one file at its old place", (world.read(LIST), world.names(kept)), (content, []))
+    world.expect("nothing is listed", (FILE,), "", 0)
+
+
+def a_file_in_use(world):
+    """The service may be the one who holds the file, so it is stopped before the last look, and started again."""
+    if not world.has_other_programs:
+        return
+    start_over(world)
+    world.write(LIST, b"content")
+    world.start_service()
+    world.checks.equal("the service was started by hand", world.service(), ("running", "demand"))
+    with world.held(LIST):
+        refused(world, "a file in use", LIST, KEPT,
+                f"#INFO: Target {KEPT}\\list.txt doesn't exists so checking free space using parent directory {KEPT}",
+                f"#ERROR: (Source) {LIST} - File is locked.")
+    world.checks.equal("the program started it again, as it starts a service", world.service(), ("running", "auto"))
+    world.checks.equal("the file is where it was", (world.read(LIST), world.names(KEPT)), (b"content", None))
+
+
+def what_is_not_brought_back(world):
+    """Each refusal ends with a look at what the service has to do."""
+    start_over(world)
+    world.write(LIST, b"content")
+    world.write(KEPT + "\\list.txt", b"another")
+    location = ConfigFile(world, "C:\\Keys", "1")
+
+    def not_back(name, source, target, error, *end):
+        world.expect(name, (FILE, source, "/loc:" + target, "/d"), failed(world, NOT_BACK), 1,
+                     ["RemoveFileRedirection - ENTER", error, world.strings[NOT_BACK], *end,
+                      "RemoveFileRedirection - EXIT"])
+
+    location.put()
+    world.set_service("auto")
+    missing, no_link = PAPERS + "\\none", f"#ERROR: Symbolic Link doesn't exists for Source = {LIST}."
+    not_back("a file that is no link", LIST, KEPT, no_link, *SWITCHED_ON)
+    not_back("a missing file", missing, KEPT, f"#ERROR: Source = {missing} Path Does Not Exist.", *SWITCHED_ON)
+    not_back("a missing target", LIST, "C:\\nowhere", "#ERROR: Target = C:\\nowhere\\list.txt Path Does Not Exist.",
+             *SWITCHED_ON)
+    world.checks.equal("with a location for registry keys the service goes on", world.service(), ("running", "auto"))
+    location.status, location.base_dir = "0", ""
+    location.put()
+    not_back("without a location", LIST, KEPT, no_link, *SWITCHED_OFF)
+    world.checks.equal("the service is stopped for good", world.service(), ("stopped", "demand"))
+    location.matches("the configuration is only read")
+    world.checks.equal("both files are as they were", (world.read(LIST), world.read(KEPT + "\\list.txt")),
+                       (b"content", b"another"))
+
+
+def records_listed(world):
+    for number, source, target in (("1", "C:\\b", "T:\\b"), ("20", "C:\\a \u00fc", "T:\\%s%n"),
+                                   ("3", "C:\\A", "T:\\\u4e2d")):
+        world.set_value(f"{RECORDS}\\{number}", "Source", source)
+        world.set_value(f"{RECORDS}\\{number}", "Target", target)
+    world.set_value(f"{RECORDS}\\4", "Source", "C:\\no target")
+    world.set_value(f"{RECORDS}\\5", "Target", "T:\\no source")
+    world.expect("the records by source", (FILE,), world.strings[167] +
+                 "C:\\A   T:\\?\nC:\\a \u00fc   T:\\%s%n\nC:\\b   T:\\b\n", 0)
+    world.delete_key(RECORDS)
+    world.expect("no records", (FILE,), "", 0)
+
+
+ALL = [what_is_no_file_to_redirect, a_file_in_use, what_is_not_brought_back, records_listed, file_moved_and_back]

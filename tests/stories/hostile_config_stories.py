@@ -1,0 +1,144 @@
+"""A service configuration that is damaged or made to do harm: it is replaced by the default or refused, and nothing
+else happens."""
+import random
+
+from config_file import HIVE, ConfigFile
+from registry_stories import KEY, LOCATION, NOT_GONE, NOT_SET, start_over
+from world import CONFIG, LOG
+
+REPLACED = "CQBConfig::Init: failed to load config file; Default config created"
+SECRET = "C:\\secret.txt"
+
+
+def utf16(text):
+    return b"\xff\xfe" + text.encode("utf-16-le", "surrogatepass")
+
+
+def document(inner, head=""):
+    return utf16(f'<?xml version="1.0" encoding="utf-16"?>{head}<VelmoraQuillbayConfig>{inner}</VelmoraQuillbayConfig>')
+
+
+def with_doctype(world, definitions, text):
+    """A sound file whose location is `text`, behind a document type definition."""
+    sound = ConfigFile(world, "@", "1").data().decode("utf-16").replace("@", text)
+    head, rest = sound.split("?>\r\n", 1)
+    return utf16(f"{head}?>\r\n<!DOCTYPE VelmoraQuillbayConfig [{definitions}]>{rest}")
+
+
+def entity_bomb(world, levels=9):
+    definitions = "<!ENTITY e0 'ha'>" + "".join(
+        f"<!ENTITY e{n} '{f'&e{n - 1};' * 10}'>" for n in range(1, levels + 1))
+    return with_doctype(world, definitions, f"&e{levels};")
+
+
+def unreadable_files(world):
+    sound = ConfigFile(world, "C:\\Keys", "1").data()
+    cases = [("empty", b""), ("one byte", b"\xff"), ("four bytes", b"\xff\xfe<\0"), ("six bytes", b"\xff\xfe<\0a\0"),
+             ("UTF-8 with a UTF-16 declaration", sound.decode("utf-16").encode()),
+             ("UTF-8 with its mark", b"\xef\xbb\xbf" + sound.decode("utf-16").encode()),
+             ("UTF-16 the other way round", sound.decode("utf-16").encode("utf-16-be")),
+             ("cut in the middle", sound[:len(sound) // 4 * 2]), ("an odd number of bytes less", sound[:-41]),
+             ("a zero inside", sound[:400] + b"\0\0" + sound[402:]), ("half a pair", document("<a>\ud800</a>")),
+             ("two roots", sound + sound[2:]), ("only white space", utf16(" \r\n" * 1000)),
+             ("random bytes", b"\xff\xfe" + random.Random(5).randbytes(1 << 20)), ("zeros", bytes(1 << 16)),
+             ("a hundred thousand elements in each other", document("<a>" * 100_000 + "</a>" * 100_000)),
+             ("4 MiB of one tag's beginning", utf16("<a " + "b" * (2 << 20)))]
+    start_over(world)
+    default = ConfigFile(world)
+    for name, data in cases:
+        world.write(CONFIG, data)
+        world.expect(name, (KEY,), "\n\n\n", 0, [REPLACED])
+        default.matches(name)
+    world.write(CONFIG, b"")
+    world.make_folder("C:\\Keys")
+    world.expect("a location is set in place of an unreadable file", (LOCATION, "/loc:C:\\Keys"),
+                 world.text(157, "C:\\Keys"), 0, [REPLACED])
+    default.status, default.base_dir = "1", "C:\\Keys"
+    default.matches("set")
+
+
+def entities(world):
+    """A document type is a reason to replace the file. Whatever a reader makes of it, no other file gets into it."""
+    start_over(world)
+    world.write(SECRET, b"the secret")
+    outside = '<!ENTITY e SYSTEM "file:///C:/secret.txt">'
+    for name, data in (("an entity bomb", entity_bomb(world)), ("a small one", entity_bomb(world, 2)),
+                       ("another file", with_doctype(world, outside, "&e;")),
+                       ("a definition elsewhere",
+                        with_doctype(world, outside.replace("ENTITY", "ENTITY %") + " %e;", "C:\\Keys"))):
+        world.write(CONFIG, data)
+        if world.xml_knows_limits:
+            world.expect(name, (KEY,), "\n\n\n", 0, [REPLACED])
+            ConfigFile(world).matches(name)
+        else:
+            shown = world.run(LOCATION)
+            world.checks.true(f"{name} does no harm", shown.code in (0, 1) and len(shown.text) < 1000 and
+                              "the secret" not in shown.text, f"{shown.code} {shown.text[:300]!r} {shown.entries}")
+
+
+def missing_elements(world):
+    start_over(world)
+    world.make_folder("C:\\Keys")
+    sound = ConfigFile(world, "C:\\Keys", "1").data().decode("utf-16")
+    unread = "#ERROR: Unable to get Registry Redirect Location from config file."
+
+    def without(*names):
+        text = sound
+        for name in names:
+            start, end = text.index(f"<{name}>"), text.index(f"</{name}>") + len(name) + 3
+            text = text[:start] + text[end:]
+        return utf16(text)
+
+    for name in ("OutDir", "Status", "BaseDir"):
+        data = without(name)
+        world.write(CONFIG, data)
+        world.expect(f"no {name}: show", (LOCATION,), "", 1)
+        world.expect(f"no {name}: set", (LOCATION, "/loc:C:\\Keys"), world.text(NOT_SET, LOG, "C:\\Keys"), 1, [unread])
+        world.expect(f"no {name}: remove", (LOCATION, "/d"), world.text(NOT_GONE, LOG, ""), 1,
+                     ["#ERROR: Redirect Registry key location already empty."])
+        world.checks.equal(f"no {name}: the file is as it was", world.read(CONFIG), data)
+    data = without("UserProfileRedirection")
+    world.write(CONFIG, data)
+    world.expect("nothing of profiles: remove", (LOCATION, "/d"), world.text(NOT_GONE, LOG, ""), 1,
+                 ["#ERROR: Failed to obtain profile information from config file."])
+    world.checks.equal("nothing of profiles: the file is as it was", world.read(CONFIG), data)
+    world.write(CONFIG, utf16("<other/>"))
+    world.expect("another document: list", (KEY,), "\n\n\n", 0)
+    keys = "".join(f"<RegKey>{inner}</RegKey>" for inner in (
+        "", "<BaseKey>B</BaseKey>", "<RegKeyPath>P</RegKeyPath>",
+        "<RegKeyPath>%s%n</RegKeyPath><BaseKey>%ls</BaseKey>"))
+    world.write(CONFIG, document(f"<RegistryKeysToMonitor>{keys}</RegistryKeysToMonitor>"))
+    world.expect("keys without a name", (KEY,), "\n\n%ls\\%s%n\n\n", 0)
+
+
+def large_files(world):
+    """What is only large is read whole and kept whole."""
+    start_over(world, "SOFTWARE\\Contoso")
+    many = ConfigFile(world, "C:\\%s%n" + "x" * 60_000, "1")
+    many.keys = [[f"SOFTWARE\\Key {n}", f"{n}.bak"] for n in range(5000)]
+    many.put()
+    world.expect("a location of 60000 characters", (LOCATION,), f"\n\n{many.base_dir}\n\n", 0)
+    world.expect("5000 keys are listed", (KEY,), "\n\n" + "".join(f"{HIVE}\\{key}\n" for key, _ in many.keys) + "\n", 0)
+    many.add("SOFTWARE\\Contoso")
+    added = world.run(KEY, f"{HIVE}\\SOFTWARE\\Contoso")
+    world.checks.equal("one more is added", added.code, 0)
+    many.matches("5001 keys")
+    config = ConfigFile(world, "C:\\Keys", "1")
+    config.put()
+    comment = ("<!--" + "x" * (4 << 20) + "-->\r\n").encode("utf-16-le")
+    world.write(CONFIG, world.read(CONFIG) + comment)
+    world.checks.equal("a key beside 8 MiB of comment", world.run(KEY, f"{HIVE}\\SOFTWARE\\Contoso").code, 0)
+    world.checks.true("the comment is kept", (world.read(CONFIG) or b"").endswith(comment))
+
+
+def a_folder_of_its_name(world):
+    start_over(world)
+    world.make_folder(CONFIG)
+    failed = "CQBConfig::Init: failed to load config file; Create default config failed"
+    world.expect("list", (KEY,), "\n\n\n", 1, [failed])
+    world.expect("set", (LOCATION, "/loc:C:\\Keys"), world.text(NOT_SET, LOG, "C:\\Keys"), 1, [failed])
+    world.checks.equal("the folder is as it was", world.names(CONFIG), [])
+    world.remove_folder(CONFIG)
+
+
+ALL = [unreadable_files, entities, missing_elements, large_files, a_folder_of_its_name]

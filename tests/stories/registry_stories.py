@@ -1,0 +1,282 @@
+"""Registry redirection as an administrator works with it. Each story takes its world."""
+from config_file import HIVE, UNTOUCHED, ConfigFile
+from world import CONFIG, LOG, SERVICE_FOLDER
+
+LOCATION, KEY = "/RedirectRegKeyLocation", "/RedirectRegKey"
+PROFILE_LIST = "SOFTWARE\\Microsoft\\Windows NT\\CurrentVersion\\ProfileList"
+ADDED, NOT_ADDED, REMOVED, NOT_REMOVED = 159, 169, 144, 143
+SET, NOT_SET, GONE, NOT_GONE = 157, 155, 160, 154
+CREATED = "CQBConfig::Init: could not find config file. Default config created."
+DISABLED = "Service disabled successfully."
+NO_LOCATION = "#ERROR: Redirect Registry key location already empty."
+
+
+def start_over(world, *keys):
+    """No file, the service stopped, these keys in the registry."""
+    if world.read(CONFIG) is not None:
+        world.remove(CONFIG)
+    world.set_service("demand")
+    for key in keys:
+        world.set_value(f"HKLM\\{key}", "value", "x")
+
+
+def set_location(world, folder, *entries):
+    world.expect(f"set {folder}", (LOCATION, "/loc:" + folder), world.text(SET, folder), 0, entries)
+
+
+def refuse_location(world, name, location, *entries):
+    world.expect(f"{name} is no location", (LOCATION, "/loc:" + location), world.text(NOT_SET, LOG, location), 1,
+                 entries)
+
+
+def add(world, key):
+    world.expect(f"add {key}", (KEY, f"{HIVE}\\{key}"), world.text(ADDED, f"{HIVE}\\{key}"), 0)
+
+
+def refuse(world, name, key, *entries):
+    world.expect(name, (KEY, key), world.text(NOT_ADDED, key, LOG), 1, entries)
+
+
+def location_set_shown_removed(world):
+    start_over(world)
+    config = ConfigFile(world)
+    # The line break inside the element is two characters in the file and one in the text.
+    world.expect("a new file has no location", (LOCATION,), "\n\n" + UNTOUCHED.replace("\r", "") + "\n\n", 0, [CREATED])
+    config.matches("made anew")
+    folder = "C:\\Keys & Data"
+    world.make_folder(folder)
+    set_location(world, folder)
+    config.status, config.base_dir = "1", folder
+    config.matches("set")
+    world.checks.equal("the service runs, from now on by itself", world.service(), ("running", "auto"))
+    world.expect("show", (LOCATION,), f"\n\n{folder}\n\n", 0)
+    refuse_location(world, "a second one", "C:\\Users", "#ERROR: Registry Key Redirection location already set. To set "
+                    "new location,please remove existing location")
+    world.expect("a location cannot come with /d", (LOCATION, "/loc:" + folder, "/d"),
+                 f"{world.strings[105]}\n   {world.strings[106]}", 1,
+                 ["Remove Redirect Registry Key was not successful.\nUsage:"])
+    config.matches("after refusals")
+
+    data = folder + "\\Quillbay\\RegistryData"
+    for name in ("a.bak", "b.bak", "quillbay.LOG", "OutOfDiskSpace.txt", "deeper\\c.bak"):
+        world.write(f"{data}\\{name}", b"data")
+    world.make_folder(data + "\\KeyToDelete")
+    world.expect("remove", (LOCATION, "/d"), world.text(GONE, folder), 0, [DISABLED])
+    config.status, config.base_dir = "0", ""
+    config.matches("removed")
+    world.checks.equal("the service stands still", world.service(), ("stopped", "demand"))
+    world.checks.equal("its data are gone, its logs and what is not its own stay",
+                       (world.names(data), world.names(data + "\\deeper")),
+                       (["OutOfDiskSpace.txt", "deeper", "quillbay.LOG"], ["c.bak"]))
+    world.expect("show none", (LOCATION,), "\n\n\n\n", 0)
+    world.expect("remove again", (LOCATION, "/d"), world.text(NOT_GONE, LOG, ""), 1, [NO_LOCATION])
+    config.matches("removed once")
+
+    start_over(world)
+    world.expect("a new file's blank location can be removed", (LOCATION, "/d"),
+                 world.text(GONE, UNTOUCHED.replace("\r", "")), 0, [CREATED, DISABLED])
+    config.matches("blank one removed")
+
+
+def what_is_no_location(world):
+    start_over(world)
+    config = ConfigFile(world)
+    world.make_folder("C:\\" + "x" * 100 + "\\" + "y" * 141)
+    world.make_folder("C:\\" + "x" * 100 + "\\" + "y" * 142)
+    at_most = "C:\\" + "x" * 100 + "\\" + "y" * 142
+    assert len(at_most) == 246
+    world.make_folder(at_most + "z")
+    world.write("C:\\a file", b"")
+    refuse_location(world, "a missing folder", "C:\\nowhere", CREATED,
+                    "#ERROR: The selected folder C:\\nowhere does not exist....")
+    refuse_location(world, "a file", "C:\\a file",
+                    "#ERROR: The specified path C:\\a file is not a valid directory path.")
+    refuse_location(world, "a drive without a folder", "C:Users", "#ERROR:Invalid path : C:Users")
+    refuse_location(world, "a path of 247 characters", at_most + "z", "#ERROR: The specified path "
+                    f"{at_most}z exceeds the system-defined maximum length of 248 characters. Browse to a different "
+                    "location.")
+    refuse_location(world, "Windows' folder", "C:\\Windows", "#ERROR: C:\\Windows - Cannot redirect from or to Windows "
+                    "system folders. Browse to a different location.")
+    refuse_location(world, "a program's folder", SERVICE_FOLDER)  # which the log does not explain
+    config.matches("after refusals")
+    world.checks.equal("the service was let alone", world.service(), ("stopped", "demand"))
+    set_location(world, at_most)
+    config.status, config.base_dir = "1", at_most
+    config.matches("246 characters")
+
+
+def location_on_a_volume(world):
+    start_over(world)
+    config, volume = ConfigFile(world), world.volume()
+    folder = world.rimehold_folder + "\\RegRedirect"
+    refuse_location(world, "a volume without Rimehold", volume, CREATED, "#ERROR: Unable to get mount volume path.")
+    world.set_rimehold("Thawed")
+    before = world.names(world.rimehold_folder)
+    if world.mounts_volumes:
+        set_location(world, volume)
+        config.status, config.base_dir = "1", folder
+        config.matches("on a volume")
+        world.write(folder + "\\Quillbay\\RegistryData\\a.bak", b"data")
+        world.expect("remove", (LOCATION, "/d"), world.text(GONE, folder), 0, [DISABLED])
+        config.status, config.base_dir = "0", ""
+    else:
+        refuse_location(world, "a volume that cannot be mounted", volume,
+                        f"#ERROR: Failed to Mount Volume on Target Folder: {folder}")
+    config.matches("without the volume")
+    world.checks.equal("the folder for the mount is gone", world.names(world.rimehold_folder), before)
+    world.set_rimehold(None)
+
+
+def keys_added_listed_removed(world):
+    inner = ["SOFTWARE\\Contoso", "SOFTWARE\\Contoso\\A", "SOFTWARE\\Contoso\\A\\B", "SOFTWARE\\Contoso\\AB"]
+    winlogon = PROFILE_LIST.replace("ProfileList", "Winlogon")
+    start_over(world, *inner, "SOFTWARE\\Contoso\\C", winlogon, PROFILE_LIST + "\\S-1-0")
+    config = ConfigFile(world)
+
+    def listed(name):
+        keys = "".join(f"{HIVE}\\{key}\n" for key, _ in config.keys or [])
+        world.expect(f"list {name}", (KEY,), f"\n\n{keys}\n", 0)
+        config.matches(name)
+
+    def remove(key, as_typed=None):
+        world.expect(f"remove {key}", (KEY, as_typed or f"{HIVE}\\{key}", "/d"),
+                     world.text(REMOVED, as_typed or f"{HIVE}\\{key}"), 0)
+        config.drop(key)
+
+    def refuse_removal(name, key, entry):
+        world.expect(name, (KEY, f"{HIVE}\\{key}", "/d"), world.text(NOT_REMOVED, f"{HIVE}\\{key}", LOG), 1, [entry])
+
+    refuse(world, "no key without a location", f"{HIVE}\\{inner[1]}", CREATED,
+           "#ERROR: redirect location not set (redirection disabled).")
+    refuse_removal("nor is one removed", inner[1], "#ERROR: Registry key redirection is disabled.")
+    world.make_folder("C:\\Keys")
+    set_location(world, "C:\\Keys")
+    config.status, config.base_dir = "1", "C:\\Keys"
+    listed("no keys")
+
+    world.set_service("demand")
+    for key in (inner[2], inner[3]):
+        add(world, key)
+        config.add(key)
+    listed("two keys")
+    world.checks.equal("a new key starts the service", world.service(), ("running", "auto"))
+    world.set_service("demand")
+    refuse(world, "the same key", f"{HIVE.lower()}\\{inner[2].upper()}",
+           "#ERROR: Registry key already present in list.")
+    refuse_removal("an unknown key is not removed", inner[1], f"key path not found in list :- {HIVE}\\{inner[1]}")
+    for key in ("HKLM\\" + inner[1], HIVE, f"{HIVE}X\\{inner[1]}", f"{HIVE}\\SOFTWARE\\Nowhere"):
+        refuse(world, f"{key} is no key", key, f"#ERROR: Invalid Registry path: {key}")
+    for path in ("SOFTWARE", "software\\", "SOFTWARE\\microsoft", "SOFTWARE\\Microsoft\\"):
+        key = f"{HIVE}\\{path}"
+        world.expect(f"{key} is not allowed", (KEY, key), world.text(185, key), 1,
+                     [f"#ERROR: Redirection of {key} key is not allowed."])
+    world.expect("/d without a key", (KEY, "/d"), world.text(168, LOG), 1,
+                 ["Please specify registry key to be removed.\n Registry Key Redirection was not successful."])
+    listed("after refusals")
+    world.checks.equal("refusals start no service", world.service(), ("stopped", "demand"))
+
+    # A parent takes the place of the keys below it, and only of these.
+    world.expect("a parent", (KEY, f"{HIVE}\\{inner[1]}"), world.text(ADDED, f"{HIVE}\\{inner[1]}"), 0,
+                 [f"{HIVE}\\{inner[2]}"])
+    config.drop(inner[2])
+    config.add(inner[1])
+    listed("parent and its like")
+    refuse(world, "a child of it", f"{HIVE}\\{inner[2].lower()}",
+           f"#ERROR: parent key already present: {HIVE}\\{inner[1]}")
+    remove(inner[3], f"{HIVE.lower()}\\{inner[3].upper()}")
+    remove(inner[1])
+    listed("all removed")
+
+    # The key of the profiles keeps its entry, when it is written just so.
+    for key in (winlogon, PROFILE_LIST):
+        add(world, key)
+        config.add(key)
+    parent = PROFILE_LIST.removesuffix("\\ProfileList")
+    world.expect("a parent of the profile list", (KEY, f"{HIVE}\\{parent}"), world.text(ADDED, f"{HIVE}\\{parent}"), 0,
+                 [f"{HIVE}\\{winlogon}", f"{HIVE}\\{PROFILE_LIST}"])
+    config.drop(winlogon)
+    config.add(parent)
+    listed("the profile list below its parent")
+    for key in (parent, PROFILE_LIST):
+        remove(key)
+    add(world, PROFILE_LIST.lower())
+    world.expect("its parent again", (KEY, f"{HIVE}\\{parent}"), world.text(ADDED, f"{HIVE}\\{parent}"), 0,
+                 [f"{HIVE}\\{PROFILE_LIST.lower()}"])
+    config.add(parent)
+    listed("the profile list in other letters")
+
+    # A removed location takes no key from the list.
+    world.expect("the location goes", (LOCATION, "/d"), world.text(GONE, "C:\\Keys"), 0, [DISABLED])
+    config.status, config.base_dir = "0", ""
+    listed("the location gone")
+    set_location(world, "C:\\Keys")
+    config.status, config.base_dir = "1", "C:\\Keys"
+    listed("the location back")
+    world.set_service("demand")
+    remove(parent)
+    world.checks.equal("a removed key leaves the service alone", world.service(), ("stopped", "demand"))
+
+
+def profiles_need_the_location(world):
+    start_over(world)
+    config = ConfigFile(world, "C:\\Keys", "1", "1")
+    world.make_folder("C:\\Keys")
+    config.keys = [[PROFILE_LIST, "0123ABCD-00EF-4567-89AB-0CDEF0123456.bak"], ["SOFTWARE\\Contoso", "other.bak"]]
+    config.put()
+    before, name = world.read(CONFIG), f"{HIVE}\\{PROFILE_LIST.upper()}"
+    world.expect("the location stays", (LOCATION, "/d"), world.strings[171], 1,
+                 ["#ERROR: Redirect new user profile redirection is enabled."])
+    world.expect("their key stays", (KEY, name, "/d"), world.text(NOT_REMOVED, name, LOG), 1,
+                 ["#ERROR: This registry key is required for redirecting new user profiles automatically."])
+    world.checks.equal("nothing was written", world.read(CONFIG), before)
+    world.expect("another key goes", (KEY, f"{HIVE}\\SOFTWARE\\Contoso", "/d"),
+                 world.text(REMOVED, f"{HIVE}\\SOFTWARE\\Contoso"), 0)
+    config.drop("SOFTWARE\\Contoso")
+    config.matches("the profiles' key alone")
+
+
+def frozen(world):
+    start_over(world, "SOFTWARE\\Contoso")
+    config = ConfigFile(world, "C:\\Keys", "1")
+    config.put()
+    before = world.read(CONFIG)
+    world.set_rimehold("Frozen")
+    for words in ((LOCATION, "/loc:C:\\Keys"), (LOCATION, "/d"), (KEY, f"{HIVE}\\SOFTWARE\\Contoso"),
+                  (KEY, f"{HIVE}\\SOFTWARE\\Contoso", "/d"), (KEY, "/d")):
+        world.expect(f"Frozen refuses {' '.join(words)}", words, world.text(170, words[0]), 1)
+    world.expect("Frozen shows the location", (LOCATION,), "\n\nC:\\Keys\n\n", 0)
+    world.expect("Frozen lists keys", (KEY,), "\n\n\n", 0)
+    world.checks.equal("nothing was done", (world.read(CONFIG), world.service()), (before, ("stopped", "demand")))
+    world.set_rimehold(None)
+
+
+def twenty_edits(world):
+    """The same twenty edits in every world: they end in the same bytes but for the names of the backup files."""
+    keys = [f"SOFTWARE\\Contoso\\Edit {n} \u00e9 & <{'x' * (n % 5)}> '\u4e2d\U0001f600'" for n in range(14)]
+    start_over(world, *keys)
+    config, place = ConfigFile(world), "C:\\Kept (\u00e9) & more"
+    world.make_folder(place)
+    edits = []
+    for edit in range(20):
+        if edit in (0, 11):
+            result = world.run(LOCATION, "/loc:" + place)
+            config.status, config.base_dir = "1", place
+        elif edit == 10:
+            result = world.run(LOCATION, "/d")
+            config.status, config.base_dir = "0", ""
+        elif edit % 5 == 4:
+            key = config.keys[edit % len(config.keys)][0]
+            result = world.run(KEY, f"{HIVE.lower()}\\{key.replace('SOFTWARE', 'Software')}", "/d")
+            config.drop(key)
+        else:
+            key = keys.pop(0)
+            result = world.run(KEY, f"{HIVE}\\{key}")
+            config.add(key)
+        edits.append(result.code)
+        config.matches(f"edit {edit + 1}")
+        config.reads_back(f"edit {edit + 1}")
+    world.checks.equal("all edits were done", edits, [0] * 20)
+
+
+ALL = [location_set_shown_removed, what_is_no_location, location_on_a_volume, keys_added_listed_removed,
+       profiles_need_the_location, frozen, twenty_edits]

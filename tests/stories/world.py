@@ -1,0 +1,124 @@
+"""What a story may do to a machine, and see of it. Two worlds tell the stories: the workstation (qbc on Linux) and Wine
+(QBC.exe). Each is a World with the operations that raise NotImplementedError here."""
+import re
+
+SERVICE_FOLDER = "C:\\Program Files\\Velmora\\Quillbay"
+CONFIG = SERVICE_FOLDER + "\\ServiceConfig.xml"
+LOG = SERVICE_FOLDER + "\\QBC.log"
+LOG_ENTRY = re.compile(r"\r\n\[[ \d]\d:[ \d]\d:[ \d]\d:[ \d]{2}\d\]\[P *\d+,T *\d+\] ")
+
+
+class Run:
+    """One run of the program: what the console showed behind the banner, the exit code, the entries of the log."""
+
+    def __init__(self, text, code, entries):
+        self.text, self.code, self.entries = text, code, entries
+
+
+class World:
+    # The folder of Rimehold's service, once it is there.
+    rimehold_folder = None
+    # Can a symbolic link be made, and a volume be mounted on a folder?
+    makes_links = mounts_volumes = True
+    # Do other programs and services run on between two runs?
+    has_other_programs = False
+    # What the declaration says beside the version once the file has been saved.
+    saved_encoding = ""
+    # Does the XML reader refuse what only costs memory and time?
+    xml_knows_limits = True
+
+    def __init__(self, strings, checks):
+        self.strings, self.checks = strings, checks
+
+    def run(self, *arguments):
+        """The program with these arguments."""
+        before = len(self.read(LOG) or b"")
+        output, code = self.start(*arguments)
+        added = (self.read(LOG) or b"")[before:].decode("utf-16-le").removeprefix("\ufeff")
+        entries = [entry.rstrip("\r\n") for entry in LOG_ENTRY.split(added)[1:]]
+        text = output.decode("cp437").replace("\r\n", "\n")
+        banner = self.strings[101]
+        if not text.startswith(banner) or entries[:1] != ["-" * 34]:
+            raise RuntimeError(f"{arguments}: console {text!r}, exit code {code}, log {entries}")
+        return Run(text.removeprefix(banner), code, entries[1:])
+
+    def expect(self, name, arguments, text, code, entries=()):
+        """One run and all that it says. An entry that ends with "..." stands for every entry that begins so: what
+        Windows adds to it is the machine's own wording."""
+        run = self.run(*arguments)
+        said = [entry[:len(expected) - 3] + "..." if expected.endswith("...") else entry
+                for entry, expected in zip(run.entries, entries)] + run.entries[len(entries):]
+        return self.checks.equal(name, (run.text, run.code, said), (text, code, list(entries)))
+
+    def text(self, number, *values):
+        """A text of the string table with its values put in."""
+        text = self.strings[number]
+        for value in values:
+            text = re.sub("%l?s", lambda _: value, text, count=1)
+        return text
+
+    def start(self, *arguments):
+        """Runs the program: the bytes of its output, and its exit code."""
+        raise NotImplementedError
+
+    # Files of drive C.
+
+    def read(self, path):
+        """The bytes of a file; None where there is none."""
+        raise NotImplementedError
+
+    def write(self, path, data):
+        """Makes a file with these bytes, its folders with it, or replaces what it held."""
+        raise NotImplementedError
+
+    def remove(self, path):
+        raise NotImplementedError
+
+    def make_folder(self, path):
+        raise NotImplementedError
+
+    def remove_folder(self, path):
+        """Removes a folder that is empty."""
+        raise NotImplementedError
+
+    def names(self, path):
+        """The sorted names in a folder; None where there is none."""
+        raise NotImplementedError
+
+    # The registry: keys as "HKLM\\SOFTWARE\\...", in the view of 64-bit programs.
+
+    def set_value(self, key, name, text):
+        """Sets a text value, and makes its key."""
+        raise NotImplementedError
+
+    def delete_key(self, key):
+        raise NotImplementedError
+
+    def has_key(self, key):
+        raise NotImplementedError
+
+    # What else is on the machine.
+
+    def set_service(self, start):
+        """Gives QuillbayService this start type ("auto" or "demand") and stops it where it does not start itself."""
+        raise NotImplementedError
+
+    def service(self):
+        """The state and the start type of QuillbayService, as in ("running", "auto")."""
+        raise NotImplementedError
+
+    def start_service(self):
+        """Starts QuillbayService, whatever its start type. Only with other programs."""
+        raise NotImplementedError
+
+    def held(self, path):
+        """A context in which another program has the file open and shares it with nobody. Only with other programs."""
+        raise NotImplementedError
+
+    def set_rimehold(self, status):
+        """Rimehold is on the machine with this status; it is not with None."""
+        raise NotImplementedError
+
+    def volume(self):
+        """The name of a volume without a drive letter."""
+        raise NotImplementedError
