@@ -2,6 +2,7 @@
 // does.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <iostream>
 #include <map>
 #include <optional>
@@ -331,7 +332,7 @@ class RegistryCommandsRefusedCalls : public RegistryCommands {
   }
 
   template <typename Command>
-  void Check(Command command, std::u16string_view success) {
+  void Check(Command command, std::u16string_view success, const char16_t* mountFolder = nullptr) {
     Add(kSoftware + u"AB");
     Keys();  // there is a file from the beginning
     const std::string before = Contents(kConfig);
@@ -354,12 +355,17 @@ class RegistryCommandsRefusedCalls : public RegistryCommands {
       EXPECT_TRUE(complete) << when;
       const std::string file = old ? "old" : isNew ? "new" : "the default";
       if (!old && !isNew) replacing.insert(call);
-      ++outcomes[(result.exitCode == 0 ? "success, " : "failure, ") + file];
+      // The machine has just started: only a command that succeeded has done anything to the service.
+      EXPECT_TRUE(result.exitCode == 0 || Runs() == (StartType() == win32::SERVICE_AUTO_START)) << when;
+      EXPECT_TRUE(!mountFolder || Exists(mountFolder) == (result.exitCode == 0)) << when;
+      ++outcomes[(result.exitCode == 0 ? "success, " : "failure, ") + file +
+                 (Runs() ? ", service runs" : ", service stands")];
     });
     for (const auto& [outcome, count] : outcomes) std::cout << outcome << ": " << count << "\n";
     // A file that is not found or cannot be read is replaced by the default.
     for (const std::string& call : replacing) EXPECT_TRUE(kReplacing.contains(call)) << call;
-    EXPECT_GT(outcomes["failure, old"], 0);
+    EXPECT_GT(
+        std::ranges::count_if(outcomes, [](const auto& entry) { return entry.first.starts_with("failure, old"); }), 0);
   }
   static inline const std::set<std::string> kReplacing{
       "PathFileExistsW",        "CreateFileW", "SetFilePointer", "GetFileSize", "ReadFile", "CreateInstance",
@@ -371,6 +377,19 @@ TEST_F(RegistryCommandsRefusedCalls, OfSettingALocation) {
   Add(kSoftware + u"A");
   Location({u"/d"});
   Check([&] { return SetLocation(); }, u"D:\\Registry successful");
+}
+TEST_F(RegistryCommandsRefusedCalls, OfSettingALocationOnAVolume) {
+  Restart({.volumes = 1});
+  workstation::InstallRimehold(*machine, u"Thawed");
+  std::u16string volume;
+  for (const auto& mounted : machine->volumes)
+    if (mounted->letter == 0) volume = mounted->guidName;
+  Location({u"/d"});  // so that the service does not run
+  Check(
+      [&] {
+        return RunProgram(*machine, {u"/RedirectRegKeyLocation", u"/vol:" + volume});
+      },
+      volume + u" successful", u"C:\\Program Files (x86)\\Velmora\\Rimehold\\RegRedirect");
 }
 TEST_F(RegistryCommandsRefusedCalls, OfRemovingALocation) {
   SetLocation();
