@@ -238,14 +238,7 @@ bool FileRemoval::LinkLeadsToTarget() const {
 }
 
 bool FileRemoval::MayRemove() const {
-  if (!PathExists(source_)) {
-    Log(u"#ERROR: Source = %ls Path Does Not Exist.", source_);
-    return false;
-  }
-  if (!PathExists(target_)) {
-    Log(u"#ERROR: Target = %ls Path Does Not Exist.", target_);
-    return false;
-  }
+  if (!AreThere(source_, target_)) return false;
   if (!IsSymbolicLink(source_.c_str())) {
     Log(u"#ERROR: Symbolic Link doesn't exists for Source = %ls.", source_);
     return false;

@@ -60,14 +60,7 @@ std::u16string FolderRemoval::RecordedTarget(const std::u16string& source, std::
 }
 
 bool FolderRemoval::MayRemove() const {
-  if (!PathExists(source_)) {
-    Log(u"#ERROR: Source = %ls Path Does Not Exist.", source_);
-    return false;
-  }
-  if (!PathExists(target_)) {
-    Log(u"#ERROR: Target = %ls Path Does Not Exist.", target_);
-    return false;
-  }
+  if (!AreThere(source_, target_)) return false;
   if (!JunctionRegKeyExists(source_.c_str(), target_.c_str(), 0)) {
     Log(u"#ERROR: Junction doesn't exists for Source = %ls and Target = %ls.", source_, target_);
     return false;

@@ -38,6 +38,16 @@ bool IsUsablePath(const std::u16string& path) {
 
 bool PathExists(const std::u16string& path) { return win32::PathFileExistsW(path.c_str()) != win32::FALSE; }
 
+bool AreThere(const std::u16string& source, const std::u16string& target) {
+  if (!PathExists(source)) {
+    Log(u"#ERROR: Source = %ls Path Does Not Exist.", source);
+    return false;
+  }
+  if (PathExists(target)) return true;
+  Log(u"#ERROR: Target = %ls Path Does Not Exist.", target);
+  return false;
+}
+
 FolderMade MakeFolder(const std::u16string& folder) {
   switch (static_cast<win32::DWORD>(win32::SHCreateDirectoryExW(nullptr, folder.c_str(), nullptr))) {
     case win32::ERROR_SUCCESS:

@@ -12,6 +12,8 @@ bool IsUsablePath(const std::u16string& path);
 
 // PathFileExistsW.
 bool PathExists(const std::u16string& path);
+// Are both ends of a redirection that is to be removed there? The first that is not has its line in the log.
+bool AreThere(const std::u16string& source, const std::u16string& target);
 
 // How a folder came to be there.
 enum class FolderMade { New, StoodThere, Failed };
