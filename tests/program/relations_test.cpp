@@ -125,6 +125,17 @@ TEST_F(Relations, LinksOfProfiles) {
          {.redirectedProfile = 1, .excludeMountedVolume = 1});
 }
 
+// Rights, links above and room are not asked of a target that is a junction, nor links above of a source that is a
+// link.
+TEST_F(Relations, WhatIsALinkIsNotExaminedFurther) {
+  MakeFolder(u"D:\\closed");
+  test::SetSecurity(u"D:\\closed", u"O:SYD:P(A;OICI;FRFX;;;BA)(A;OICI;FA;;;SY)");
+  ASSERT_EQ(CreateJunction(u"C:\\Links\\closed", u"D:\\closed"), 1);
+  ASSERT_EQ(CreateSymbolicLinkEntry(u"C:\\Links\\junction\\link", target.c_str(), 0), 1);
+  Expect({{source, u"C:\\Links\\closed", {Redirected(u"C:\\Links\\closed")}},
+          {u"C:\\Links\\junction\\link", target, {Symbolic(u"C:\\Links\\junction\\link")}}});
+}
+
 TEST_F(Relations, EveryRuleSpeaksInItsOrder) {
   ASSERT_EQ(CreateJunction(u"D:\\Other\\inner", u"D:\\Target"), 1);
   MakeFolder(u"D:\\Target\\deep");
