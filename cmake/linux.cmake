@@ -12,7 +12,8 @@ target_link_libraries(emulated
   PUBLIC quillbay_options
   PRIVATE PkgConfig::NTFS3G PkgConfig::CURL PkgConfig::LIBXML2 Threads::Threads)
 
-add_executable(qbc src/entry/qbc_linux.cpp)
+add_executable(qbc src/entry/qbc_linux.cpp tools/workstation/quillbay_service.cpp)
+target_include_directories(qbc PRIVATE tools)
 target_link_libraries(qbc PRIVATE program program_resources emulated)
 
 file(GLOB workstation_sources CONFIGURE_DEPENDS tools/workstation/*.cpp)
@@ -26,9 +27,13 @@ set_target_properties(qbc workstation PROPERTIES RUNTIME_OUTPUT_DIRECTORY ${CMAK
 
 enable_testing()
 list(FILTER support_sources EXCLUDE REGEX "tests/support/program[^/]*$")
-add_library(test_support STATIC ${support_sources} tools/workstation/product.cpp)
+add_library(test_support STATIC
+  ${support_sources} tools/workstation/product.cpp tools/workstation/quillbay_service.cpp)
 target_include_directories(test_support PUBLIC tests tools)
 target_link_libraries(test_support PUBLIC emulated)
+include(cmake/drivers.cmake)
+add_dependencies(test_support drivers)
+target_compile_definitions(test_support PRIVATE TEST_DRIVERS="${driver_folder}")
 file(GLOB program_support_sources CONFIGURE_DEPENDS tests/support/program*.cpp)
 foreach(suite contract emulated program)
   file(GLOB suite_sources CONFIGURE_DEPENDS tests/${suite}/*.cpp)

@@ -14,7 +14,7 @@ file(GLOB native_sources CONFIGURE_DEPENDS src/win32/native/*.cpp)
 add_library(native STATIC ${native_sources})
 target_link_libraries(native
   PUBLIC quillbay_options
-  PRIVATE advapi32 shell32 shlwapi netapi32 ole32 oleaut32 uuid version wininet)
+  PRIVATE advapi32 shell32 shlwapi netapi32 ole32 oleaut32 uuid version wininet wtsapi32)
 
 add_executable(QBC src/entry/QBC.cpp ${program_resources})
 set_source_files_properties(${program_resources} PROPERTIES EXTERNAL_OBJECT ON GENERATED ON)
@@ -41,3 +41,7 @@ foreach(helper service restricted hold_mutex hold_open hold_pipe)
   target_link_libraries(${helper} PRIVATE quillbay_options)
   set_target_properties(${helper} PROPERTIES RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/wine)
 endforeach()
+# The program's request to the service, without a command around it.
+add_executable(account_pictures tests/wine/account_pictures.cpp)
+target_link_libraries(account_pictures PRIVATE program native)
+set_target_properties(account_pictures PROPERTIES RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/wine)

@@ -89,14 +89,14 @@ def main():
     parser.add_argument("--after-root", default="/Data")
     parser.add_argument("--moved", action="store_true")
     parser.add_argument("--written", action="append", default=[], metavar="PATH",
-                        help="a file written in between: it may be new, and the times of its folder may differ")
+                        help="a file written in between: it may be new or changed, and the times of its folder may differ")
     options = parser.parse_args()
     before = read_listing(options.before, options.before_root)
     after = read_listing(options.after, options.after_root)
 
     wrong, designed, equal = [], {}, 0
     for path in sorted(before.keys() | after.keys()):
-        if path not in before and path in options.written:
+        if path in options.written and path in after:
             designed.setdefault("written in between", []).append(path)
             continue
         if path not in before or path not in after:

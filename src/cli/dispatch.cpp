@@ -1,6 +1,5 @@
 #include "cli/console.h"
 #include "cli/invocation.h"
-#include "cli/not_built.h"
 #include "probes/rimehold_status.h"
 #include "probes/update_check.h"
 #include "probes/version.h"
@@ -41,10 +40,6 @@ bool RefusedWhileFrozen(const Invocation& invocation) {
   if (!IsRimeholdFrozen()) return false;
   ConsoleFormatString(kMustBeThawed, invocation.typedCommand);
   return true;
-}
-
-int AnswerCommandNotBuilt(const Invocation& invocation) {
-  return AnswerNotBuilt(u"the command \"" + invocation.typedCommand + u"\"");
 }
 
 int Dispatch(const Invocation& invocation) {

@@ -18,9 +18,6 @@ struct Invocation {
 // change.
 bool RefusedWhileFrozen(const Invocation& invocation);
 
-// "This build does not have the command ..."; 1.
-int AnswerCommandNotBuilt(const Invocation& invocation);
-
 // The commands on user profiles (profile_commands.cpp), registry keys (registry_commands.cpp), folders and files
 // (redirect_commands.cpp). Each answers the exit code.
 int RunAutoRedirectUP(const Invocation& invocation);

@@ -7,6 +7,10 @@
 #include "cli/media_sharing.h"
 #include "fsops/mounted_folder.h"
 #include "log/log.h"
+#include "profiles/automatic.h"
+#include "profiles/profile_listing.h"
+#include "profiles/shared_profiles.h"
+#include "profiles/user_profile.h"
 #include "redirect/path_text.h"
 #include "win32/system.h"
 
@@ -49,11 +53,9 @@ std::u16string ProfileName(const Invocation& invocation) {
   return invocation.line.arguments.front();
 }
 
-// The operations on the Default and Public profiles, and the automatic ones, run while media sharing stands still.
-int RunOnProfile(const Invocation& invocation) {
-  if (!NamesDefaultOrPublic(invocation)) return AnswerCommandNotBuilt(invocation);
-  const MediaSharingPause pause;
-  return AnswerCommandNotBuilt(invocation);
+SharedProfiles NamedProfiles(const Invocation& invocation) {
+  return {.defaultProfile = invocation.line.Has(u"DefaultProfile"),
+          .publicProfile = invocation.line.Has(u"PublicProfile")};
 }
 
 // Neither arguments nor switches; /c, which means nothing, is none.
@@ -71,24 +73,25 @@ bool AutoParametersAreInvalid(const Invocation& invocation) {
   return noLocation || SwitchIsMistyped(invocation, kBothProfiles);
 }
 
-int RemoveAutoRedirection(const Invocation& invocation) {
+int RunRemoval(const Invocation& invocation) {
   const MediaSharingPause pause;
-  if (invocation.line.arguments.empty()) return AnswerCommandNotBuilt(invocation);
+  if (invocation.line.arguments.empty()) return RemoveAutoRedirection();
   Log(u"Remove Auto redirect newly created user profiles is not successful.\nUsage:\n");
   ConsolePrint(LoadResourceString(kAutoName) + u"\n   " + LoadResourceString(kAutoUsage));
   return 1;
 }
 
-int SetAutoRedirection(const Invocation& invocation) {
+int RunSetting(const Invocation& invocation) {
   win32::OutputDebugStringW(u"Before AutoRedirectNewUserProfile");
-  if (IsVolumePath(invocation.line.arguments.front().c_str())) {
+  const char16_t* const location = invocation.line.arguments.front().c_str();
+  if (IsVolumePath(location)) {
     ConsolePrint(u"AutoRedirectNewUserProfile cannot be done on volume.");
     return 0;
   }
   int result = 0;
   {
     const MediaSharingPause pause;
-    result = AnswerCommandNotBuilt(invocation);
+    result = SetAutoRedirection(location, !invocation.table.vistaOrLater || invocation.line.Has(kBothProfiles));
   }
   win32::OutputDebugStringW(u"After AutoRedirectNewUserProfile");
   return result;
@@ -97,24 +100,35 @@ int SetAutoRedirection(const Invocation& invocation) {
 }  // namespace
 
 int RunAutoRedirectUP(const Invocation& invocation) {
-  if (IsBare(invocation)) return AnswerCommandNotBuilt(invocation);  // shows the location
+  if (IsBare(invocation)) return ShowAutoRedirection();
   if (AutoParametersAreInvalid(invocation)) return RefuseParameters(kAutoUsage);
   if (RefusedWhileFrozen(invocation)) return 0;
-  return invocation.Removes() ? RemoveAutoRedirection(invocation) : SetAutoRedirection(invocation);
+  return invocation.Removes() ? RunRemoval(invocation) : RunSetting(invocation);
 }
 
 int RunRedirectUP(const Invocation& invocation) {
-  if (invocation.line.arguments.empty()) return AnswerCommandNotBuilt(invocation);  // lists the profiles
+  if (invocation.line.arguments.empty()) return ListRedirectedProfiles() ? 0 : 1;
   if (ProfileSwitchIsMistyped(invocation)) return RefuseParameters(kRedirectUsage);
   if (RefusedWhileFrozen(invocation)) return 0;
   win32::OutputDebugStringW(
       (u"RedirectUserProfile() User: " + ProfileName(invocation) + u" & TargetDir: " + invocation.line.arguments.back())
           .c_str());
-  return RunOnProfile(invocation);
+  const char16_t* const location = invocation.line.arguments.back().c_str();
+  if (!NamesDefaultOrPublic(invocation))
+    return RedirectUserProfile(invocation.line.arguments.front().c_str(), location, invocation.CopyNtfsPermissions(),
+                               invocation.CopyShares(), 0);
+  const MediaSharingPause pause;
+  return RedirectSharedProfiles(NamedProfiles(invocation), location, invocation.CopyNtfsPermissions(),
+                                invocation.CopyShares());
 }
 
 int RunRedirectUPDefault(const Invocation& invocation) {
   if (ProfileSwitchIsMistyped(invocation)) return RefuseParameters(kDefaultUsage);
   if (RefusedWhileFrozen(invocation)) return 0;
-  return RunOnProfile(invocation);
+  if (!NamesDefaultOrPublic(invocation))
+    return RedirectUserProfileToDefault(invocation.line.arguments.front().c_str(), invocation.CopyNtfsPermissions(),
+                                        invocation.CopyShares());
+  const MediaSharingPause pause;
+  return RedirectSharedProfilesToDefault(NamedProfiles(invocation), invocation.CopyNtfsPermissions(),
+                                         invocation.CopyShares());
 }

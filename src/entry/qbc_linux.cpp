@@ -15,6 +15,7 @@
 #include "win32/emulated/machine.h"
 #include "win32/emulated/text.h"
 #include "win32/emulated/workstation.h"
+#include "workstation/quillbay_service.h"
 
 namespace {
 
@@ -52,6 +53,7 @@ int main(int argc, char** argv) {
   if (!station) return Fail(error);
   emulated::Machine& machine = station->machine();
   UseProgramModule(machine);
+  workstation::RunQuillbayService(machine);
   machine.consoleSink = WriteConsole;
   const char* const trace = std::getenv("QBC_TRACE");
   if (trace && std::strcmp(trace, "1") == 0)

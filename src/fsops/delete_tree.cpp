@@ -108,9 +108,14 @@ int DeleteDirectoryTree(const char16_t* root, int stopOnFailure) try {
 int DeleteDirectoryTreeAtReboot(const char16_t* root) try {
   if (root && IsMountFolder(root)) return UnmountVolume(root) ? 1 : 0;
   TreeListing listing;
-  if (!root || !GetFileList(root, listing)) return 0;
+  return root && GetFileList(root, listing) ? DeleteEntriesAtReboot(listing.entries) : 0;
+} catch (const std::exception&) {
+  return 0;
+}
+
+int DeleteEntriesAtReboot(const std::vector<TreeEntry>& entries) try {
   int result = 1;
-  for (const TreeEntry& entry : listing.entries | std::views::reverse) {
+  for (const TreeEntry& entry : entries | std::views::reverse) {
     const ReadOnlyLifted lifted(entry.path);
     if (win32::MoveFileExW(entry.path.c_str(), nullptr, win32::MOVEFILE_DELAY_UNTIL_REBOOT)) continue;
     lifted.PutBack();

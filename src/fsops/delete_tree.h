@@ -14,6 +14,9 @@ int DeleteDirectoryTree(const char16_t* root, int stopOnFailure);
 // Has every item below `root` deleted at the next restart. 0 when one could not be registered.
 int DeleteDirectoryTreeAtReboot(const char16_t* root);
 
+// The same for the entries of a listing. Windows then passes over a folder that is not empty.
+int DeleteEntriesAtReboot(const std::vector<TreeEntry>& entries);
+
 // Deletes the entries of a listing, the last first, as DeleteDirectoryTree does.
 int DeleteEntries(const std::vector<TreeEntry>& entries, int stopOnFailure);
 // Deletes one file, link or empty directory, read-only or not, as stopOnFailure does. 0 when it cannot.

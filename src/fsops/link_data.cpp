@@ -43,6 +43,7 @@ bool MakeItem(const SavedLink& link) {
 }
 
 struct LinkText {
+  bool symbolic = false;
   std::u16string path;    // empty when the data are not those of a junction or symbolic link
   bool relative = false;  // to the folder that the link is in, or ("\\x") to its volume
 };
@@ -56,6 +57,7 @@ LinkText TextOfLink(const std::vector<win32::BYTE>& reparseData) {
   const std::size_t size = NumberAt<win32::WORD>(reparseData, kHeaderSize + sizeof(win32::WORD));
   if (begin + size > reparseData.size()) return {};
   LinkText text;
+  text.symbolic = symbolic;
   text.path.resize(size / sizeof(char16_t));
   std::memcpy(text.path.data(), reparseData.data() + begin, text.path.size() * sizeof(char16_t));
   text.relative = symbolic && (NumberAt<win32::DWORD>(reparseData, kMountPointNames) & kRelative) != 0;
@@ -115,6 +117,11 @@ bool MustChangeWithTree(const std::u16string& link, const std::vector<win32::BYT
   const bool moves = text.relative ? LeavesTree(std::u16string_view(link).substr(rootSize), text.path)
                                    : IsSameOrBelow(text.path, root);
   return moves && !LeadsNowhere(link);
+}
+
+std::u16string SymbolicLinkText(const std::u16string& link) {
+  const LinkText text = TextOfLink(ReadLinkData(link));
+  return text.symbolic && !text.relative ? text.path : std::u16string();
 }
 
 int RestoreLink(const SavedLink& link) try {

@@ -17,6 +17,10 @@ struct SavedLink {
 // The whole reparse data of the link itself; empty when they cannot be read.
 std::vector<win32::BYTE> ReadLinkData(const std::u16string& path);
 
+// The full path that a symbolic link holds, be there something or not; empty when it is relative, cannot be read, or is
+// that of another kind of item.
+std::u16string SymbolicLinkText(const std::u16string& link);
+
 // A tree with the root `root` moves: would `link` in it, byte for byte the same, lead to where nothing is any more? By
 // its data it leads into the tree with a full path, or out of it with a relative one, and to something that exists.
 // Nobody can tell of data that could not be read (empty): true.

@@ -224,20 +224,30 @@ int WriteSecurityInfo(const std::u16string& path, const SecurityBlock& block) {
 
 namespace {
 
+// Whoever may not write the descriptor opens the item up first. What no longer exists has none to get back.
 bool RestoreSecurity(const std::u16string& path, const SecurityBlock& block) {
   Trace(u"IN RestoreRemovedSecurityInfo() : %s", path);
   if (WriteSecurityInfo(path, block)) return true;
   Trace(u"SetFileSecurity() failed for: %s", path);
   win32::Sleep(2000);
-  return win32::PathFileExistsW(path.c_str()) && WriteSecurityInfo(path, block);
+  if (!win32::PathFileExistsW(path.c_str())) return true;
+  return WriteSecurityInfo(path, block) || (GrantEveryoneAndAdministrators(path) && WriteSecurityInfo(path, block));
+}
+
+// The path of an item that moved with its tree. A name that only "\\?\" reaches keeps it.
+std::u16string PathAfterMove(const std::u16string& path, std::u16string_view source, std::u16string_view target) {
+  std::u16string moved = ReplaceFolder(WithoutExtendedPrefix(path), source, target);
+  if (HasExtendedPrefix(path)) moved.insert(0, u"\\\\?\\");
+  return ExtendedPath(moved);
 }
 
 }  // namespace
 
-int RestoreRemovedSecurityInfo(const SavedSecurityMap& saved) try {
+int RestoreRemovedSecurityInfo(const SavedSecurityMap& saved, const char16_t* source, const char16_t* target) try {
   int result = 1;
   for (const auto& [path, block] : saved)
-    if (!RestoreSecurity(path, block)) result = 0;
+    if (!RestoreSecurity(source && target ? PathAfterMove(path, source, target) : ExtendedPath(path), block))
+      result = 0;
   return result;
 } catch (const std::exception&) {
   return 0;

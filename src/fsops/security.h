@@ -60,5 +60,7 @@ void KeepInheritanceMark(void* descriptor);
 
 int SaveSecurityInfo(const std::u16string& path, SecurityBlock& block);
 int WriteSecurityInfo(const std::u16string& path, const SecurityBlock& block);
-// Writes every saved descriptor back to its path. 1 when all could be written.
-int RestoreRemovedSecurityInfo(const SavedSecurityMap& saved);
+// Writes every saved descriptor back: to its path or, when the items have moved from `source` to `target` since, to its
+// path there. 0 only when an item that exists was left without its descriptor.
+int RestoreRemovedSecurityInfo(const SavedSecurityMap& saved, const char16_t* source = nullptr,
+                               const char16_t* target = nullptr);

@@ -1,10 +1,9 @@
 #include "probes/version.h"
 
 #include <array>
-#include <cstring>
-#include <vector>
 
 #include "log/format.h"
+#include "probes/file_version.h"
 #include "win32/system.h"
 
 namespace {
@@ -19,20 +18,8 @@ bool GetProductVersion(ProductVersion& version) {
   std::array<char16_t, win32::MAX_PATH> path{};
   const win32::DWORD length = win32::GetModuleFileNameW(nullptr, path.data(), win32::MAX_PATH);
   if (length == 0 || length >= win32::MAX_PATH) return false;
-
-  win32::DWORD ignored = 0;
-  const win32::DWORD size = win32::GetFileVersionInfoSizeW(path.data(), &ignored);
-  if (size == 0) return false;
-  std::vector<win32::BYTE> information(size);
-  if (!win32::GetFileVersionInfoW(path.data(), 0, size, information.data())) return false;
-
-  void* root = nullptr;
-  win32::UINT rootSize = 0;
   win32::VS_FIXEDFILEINFO fixed{};
-  static_assert(sizeof fixed == 52);
-  if (!win32::VerQueryValueW(information.data(), u"\\", &root, &rootSize) || !root || rootSize != sizeof fixed)
-    return false;
-  std::memcpy(&fixed, root, sizeof fixed);
+  if (!ReadFixedFileInfo(path.data(), fixed)) return false;
 
   version.major = Number(High(fixed.dwProductVersionMS));
   version.minor = Number(Low(fixed.dwProductVersionMS));

@@ -6,8 +6,10 @@
 #include <vector>
 
 #include "cli/console.h"
+#include "fsops/link_data.h"
 #include "fsops/mounted_folder.h"
 #include "fsops/security.h"
+#include "fsops/stored_name.h"
 #include "log/log.h"
 #include "redirect/created_folders.h"
 #include "redirect/file_copy.h"

@@ -1,11 +1,9 @@
 #include "redirect/file_rules.h"
 
-#include <cstring>
 #include <utility>
-#include <vector>
 
-#include "fsops/link_data.h"
 #include "fsops/security.h"
+#include "fsops/stored_name.h"
 #include "log/log.h"
 #include "probes/locked_handles.h"
 #include "redirect/file_copy.h"
@@ -165,37 +163,6 @@ bool IsListedAsOpen(const std::u16string& source) {
 }
 
 }  // namespace
-
-std::u16string AsStored(const std::u16string& path) {
-  const std::u16string name = LastComponent(path);
-  const bool isFilePath = name.size() < path.size() && name.find_first_of(u"*?:") == std::u16string::npos &&
-                          IsPlainPath(path) && !HasDotComponents(path);
-  if (name.empty() || !isFilePath) return path;
-  win32::WIN32_FIND_DATAW found{};
-  const win32::UniqueFind find{win32::FindFirstFileW(path.c_str(), &found)};
-  return find ? JoinPath(ParentPath(path), found.cFileName) : path;
-}
-
-std::u16string SymbolicLinkText(const std::u16string& link) {
-  // MS-FSCC 2.1.2.4
-  struct {
-    win32::DWORD tag;
-    win32::WORD length, reserved, textOffset, textSize, printOffset, printSize;
-    win32::DWORD flags;
-  } head{};
-  constexpr win32::DWORD kRelative = 1;  // SYMLINK_FLAG_RELATIVE
-  constexpr std::u16string_view kNativePrefix = u"\\??\\";
-  const std::vector<win32::BYTE> data = ReadLinkData(link);
-  if (data.size() < sizeof head) return {};
-  std::memcpy(&head, data.data(), sizeof head);
-  if (head.tag != win32::IO_REPARSE_TAG_SYMLINK || (head.flags & kRelative) != 0 ||
-      sizeof head + head.textOffset + head.textSize > data.size())
-    return {};
-  std::u16string text(head.textSize / sizeof(char16_t), u'\0');
-  std::memcpy(text.data(), data.data() + sizeof head + head.textOffset, text.size() * sizeof(char16_t));
-  if (text.starts_with(kNativePrefix)) text.erase(0, kNativePrefix.size());
-  return text;
-}
 
 FilePlaces::FilePlaces(const std::u16string& file, std::u16string targetFolder)
     : source(AsStored(file)), folder(std::move(targetFolder)), realTarget(JoinPath(folder, LastComponent(source))) {}

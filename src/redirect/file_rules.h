@@ -4,13 +4,6 @@
 
 #include <string>
 
-// The path with its last component as the disk has it: the command may have written it in another letter case or as a
-// short name. A path that nothing is found by stays as it is, and so does one that the rules refuse.
-std::u16string AsStored(const std::u16string& path);
-
-// The full path that a symbolic link holds, be there something or not; empty when it is relative or cannot be read.
-std::u16string SymbolicLinkText(const std::u16string& link);
-
 struct FilePlaces {
   FilePlaces(const std::u16string& file, std::u16string targetFolder);
 

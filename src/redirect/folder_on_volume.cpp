@@ -16,22 +16,6 @@
 
 namespace {
 
-bool IsMountedOn(const std::u16string& folder, const std::u16string& volume) {
-  std::u16string mounted;
-  return IsVolumeMountPoint(folder.c_str(), &mounted) && EqualPaths(mounted, volume);
-}
-
-// Makes the folder at `path` if it is gone, and gives it what `like` has of its own.
-bool MakeFolderLike(const std::u16string& path, const std::u16string& like) {
-  return PathExists(path) || (win32::CreateDirectoryW(path.c_str(), nullptr) && BackupCopyFolderItself(like, path));
-}
-
-bool Rename(const std::u16string& from, const std::u16string& to) {
-  if (win32::MoveFileW(from.c_str(), to.c_str())) return true;
-  LogWithSystemError(u"#ERROR: Unable to rename folder %ls. ", from);
-  return false;
-}
-
 // A command that was cut off left some of the contents in the side folder, or on the volume that is mounted there.
 void LogInterrupted(const std::u16string& source, const std::u16string& sideFolder) {
   Log(u"#INFO: A redirection of %ls, or its removal, was interrupted. What is missing there is in %ls. See \"After a "

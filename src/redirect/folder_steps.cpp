@@ -1,6 +1,8 @@
 #include "redirect/folder_steps.h"
 
 #include "cli/console.h"
+#include "fsops/backup_copy.h"
+#include "fsops/mounted_folder.h"
 #include "log/log.h"
 #include "redirect/junction.h"
 #include "redirect/path_text.h"
@@ -58,6 +60,21 @@ FolderMade MakeFolder(const std::u16string& folder) {
     default:
       return FolderMade::Failed;
   }
+}
+
+bool MakeFolderLike(const std::u16string& path, const std::u16string& like) {
+  return PathExists(path) || (win32::CreateDirectoryW(path.c_str(), nullptr) && BackupCopyFolderItself(like, path));
+}
+
+bool Rename(const std::u16string& from, const std::u16string& to) {
+  if (win32::MoveFileW(from.c_str(), to.c_str())) return true;
+  LogWithSystemError(u"#ERROR: Unable to rename folder %ls. ", from);
+  return false;
+}
+
+bool IsMountedOn(const std::u16string& folder, const std::u16string& volume) {
+  std::u16string mounted;
+  return IsVolumeMountPoint(folder.c_str(), &mounted) && EqualPaths(mounted, volume);
 }
 
 void SayThatTargetExists(const std::u16string& target) { ConsoleFormatString(kTargetExists, target); }

@@ -20,6 +20,13 @@ enum class FolderMade { New, StoodThere, Failed };
 // SHCreateDirectoryExW. Nothing is said about a failure.
 FolderMade MakeFolder(const std::u16string& folder);
 
+// Makes the folder at `path` if it is gone, and gives it what `like` has of its own.
+bool MakeFolderLike(const std::u16string& path, const std::u16string& like);
+// MoveFileW; a failure has its line in the log.
+bool Rename(const std::u16string& from, const std::u16string& to);
+// Is it this volume ("\\?\Volume{...}\") that is mounted on the folder?
+bool IsMountedOn(const std::u16string& folder, const std::u16string& volume);
+
 // Tells on the console that the target folder exists already: contents are merged into it.
 void SayThatTargetExists(const std::u16string& target);
 

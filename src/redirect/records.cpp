@@ -169,6 +169,18 @@ std::uint64_t GetNextJunctionIndex(int isFile) try {
   return 1;
 }
 
+std::uint64_t NumberOf(const JunctionRecord& record) { return LeadingNumber(LastComponent(record.subkey)); }
+
+// A list that is not there yet is made with its first record.
+bool CanAddJunctionRegKey(int isFile) try {
+  win32::UniqueKey list;
+  return AnswerOf(win32::RegOpenKeyExW(win32::HKEY_LOCAL_MACHINE, ListKey(isFile).c_str(), 0,
+                                       win32::KEY_READ | win32::KEY_WRITE | win32::KEY_WOW64_32KEY, list.put())) !=
+         Answer::Refused;
+} catch (const std::exception&) {
+  return false;
+}
+
 int AddJunctionRegKey(const char16_t* source, const char16_t* target, int isFile) try {
   if (!source && !target) {
     Log(u"ERROR: Source or target path missing.");

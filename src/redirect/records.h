@@ -25,6 +25,9 @@ int JunctionRegKeyExists(const char16_t* source, const char16_t* target, int isF
 // Deletes the pair's record. 0 when there is none (logged) or the registry refuses.
 int DeleteRegKey(const char16_t* source, const char16_t* target, int isFile);
 
+// Could a record be added? Nothing is changed.
+bool CanAddJunctionRegKey(int isFile);
+
 // The number for a new record.
 std::uint64_t GetNextJunctionIndex(int isFile);
 
@@ -43,6 +46,8 @@ int ListJunctions(int isFile);
 struct JunctionRecord {
   std::u16string subkey, source, target;
 };
+// The record's number: of two, the later one has the larger.
+std::uint64_t NumberOf(const JunctionRecord& record);
 // All that have a source and a target. False when the registry did not tell all of them; those that it told are there.
 bool ReadJunctionRecords(int isFile, std::vector<JunctionRecord>& records);
 // The same for those to whom a list in part will do.

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <array>
 
+#include "fsops/stored_name.h"
 #include "log/log.h"
 #include "redirect/created_folders.h"
 #include "redirect/folder_steps.h"
@@ -21,12 +22,6 @@ bool IsPlainFolder(const std::u16string& path) {
          (attributes & win32::FILE_ATTRIBUTE_REPARSE_POINT) == 0;
 }
 
-std::u16string AsOnDisk(const std::u16string& path) {
-  win32::WIN32_FIND_DATAW found{};
-  const win32::UniqueFind find{win32::FindFirstFileW(path.c_str(), &found)};
-  return find ? JoinPath(ParentPath(path), found.cFileName) : path;
-}
-
 }  // namespace
 
 bool IsEmptyPlainFolder(const std::u16string& path) {
@@ -34,7 +29,7 @@ bool IsEmptyPlainFolder(const std::u16string& path) {
   return IsPlainFolder(path) && GetFileList(path, listing) && listing.entries.empty() && listing.systemFolders.empty();
 }
 
-SideFolder::SideFolder(const std::u16string& source) : place_(AsOnDisk(source)), path_(place_ + kMountSuffix) {}
+SideFolder::SideFolder(const std::u16string& source) : place_(AsStored(source)), path_(place_ + kMountSuffix) {}
 
 bool SideFolder::Make() {
   const FolderMade made = MakeFolder(path_);

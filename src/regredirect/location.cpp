@@ -125,14 +125,6 @@ Removal Remove(CQBConfig& config, std::u16string& oldLocation) {
   return Removal::Done;
 }
 
-// The service keeps nothing there any more. None of this is checked: the location is removed.
-void LeaveLocation(const std::u16string& location) {
-  if (IsOwnMountFolder(location) && UnmountVolume(location)) RemoveEmptyFolder(location);
-  DisableQuillbayService();
-  ControlServiceAndWait(kQuillbayService, win32::SERVICE_CONTROL_STOP);
-  CleanRegistryData(location);
-}
-
 int SayRemovalFailed(const std::u16string& location) {
   ConsoleFormatString(kRemovalFailed, LogPath(), location);
   return 1;
@@ -158,6 +150,13 @@ int SetRegKeyLocation(const char16_t* location) try {
   return 1;
 }
 
+void LeaveRegKeyLocation(const std::u16string& location) {
+  if (IsOwnMountFolder(location) && UnmountVolume(location)) RemoveEmptyFolder(location);
+  DisableQuillbayService();
+  ControlServiceAndWait(kQuillbayService, win32::SERVICE_CONTROL_STOP);
+  CleanRegistryData(location);
+}
+
 int RemoveRegKeyLocation() try {
   CQBConfig config;
   if (!IsMemberOfAdministrators()) return SayAdministratorsOnly(kRemovalAdministratorsOnly);
@@ -171,7 +170,7 @@ int RemoveRegKeyLocation() try {
     case Removal::Done:
       break;
   }
-  LeaveLocation(oldLocation);
+  LeaveRegKeyLocation(oldLocation);
   ConsoleFormatString(kLocationRemoved, oldLocation);
   return 0;
 } catch (const std::exception&) {

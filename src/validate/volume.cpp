@@ -69,6 +69,13 @@ constexpr VolumeRule kRules[] = {
     {IsWritable, u"#ERROR: The selected volume %ls doesn't have write permission."},
 };
 
+bool Exists(const char16_t* volume) {
+  if (!volume) return false;
+  if (VolumeExists(volume)) return true;
+  Log(u"#ERROR: The selected volume %ls does not exist.", volume);
+  return false;
+}
+
 bool HasRoomFor(const char16_t* source, const char16_t* volume, LazyListing& sourceTree) {
   std::uint64_t size = 0;
   if (!MeasureSource(source, sourceTree, size)) return false;
@@ -80,12 +87,18 @@ bool HasRoomFor(const char16_t* source, const char16_t* volume, LazyListing& sou
 
 }  // namespace
 
+int ValidateVolumeFormat(const char16_t* volume) try {
+  if (!Exists(volume)) return 0;
+  const VolumeRule& ntfs = kRules[0];
+  if (ntfs.holds(volume)) return 1;
+  Log(ntfs.line, volume);
+  return 0;
+} catch (const std::exception&) {
+  return 0;
+}
+
 int ValidateVolume(const char16_t* volume) try {
-  if (!volume) return 0;
-  if (!VolumeExists(volume)) {
-    Log(u"#ERROR: The selected volume %ls does not exist.", volume);
-    return 0;
-  }
+  if (!Exists(volume)) return 0;
   int result = 1;
   for (const VolumeRule& rule : kRules) {
     if (rule.holds(volume)) continue;

@@ -47,6 +47,9 @@ void* MapViewOfFile(HANDLE hFileMappingObject, DWORD dwDesiredAccess, DWORD dwFi
                     SIZE_T dwNumberOfBytesToMap);
 BOOL UnmapViewOfFile(const void* lpBaseAddress);
 
+// Waits until the server of a pipe ("\\.\pipe\...") has an instance free for a client.
+BOOL WaitNamedPipeW(const char16_t* lpNamedPipeName, DWORD nTimeOut);
+
 // The control codes that both backends know: the three FSCTL_*_REPARSE_POINT and FSCTL_SET_SPARSE.
 BOOL DeviceIoControl(HANDLE hDevice, DWORD dwIoControlCode, void* lpInBuffer, DWORD nInBufferSize, void* lpOutBuffer,
                      DWORD nOutBufferSize, DWORD* lpBytesReturned, OVERLAPPED* lpOverlapped);

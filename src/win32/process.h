@@ -10,6 +10,19 @@ HANDLE OpenProcess(DWORD dwDesiredAccess, BOOL bInheritHandle, DWORD dwProcessId
 BOOL DuplicateHandle(HANDLE hSourceProcessHandle, HANDLE hSourceHandle, HANDLE hTargetProcessHandle,
                      HANDLE* lpTargetHandle, DWORD dwDesiredAccess, BOOL bInheritHandle, DWORD dwOptions);
 
+// The processes of all sessions as the terminal service tells them. A process that it cannot look into has no SID
+// (null).
+struct WTS_PROCESS_INFOW {
+  DWORD SessionId;
+  DWORD ProcessId;
+  char16_t* pProcessName;
+  PSID pUserSid;
+};
+inline constexpr HANDLE WTS_CURRENT_SERVER_HANDLE = nullptr;
+BOOL WTSEnumerateProcessesW(HANDLE hServer, DWORD Reserved, DWORD Version, WTS_PROCESS_INFOW** ppProcessInfo,
+                            DWORD* pCount);  // Reserved 0, Version 1
+void WTSFreeMemory(void* pMemory);
+
 using LPTHREAD_START_ROUTINE = DWORD (*)(void* lpThreadParameter);
 // lpThreadAttributes: null. dwCreationFlags: 0. lpThreadId may be null.
 HANDLE CreateThread(SECURITY_ATTRIBUTES* lpThreadAttributes, SIZE_T dwStackSize, LPTHREAD_START_ROUTINE lpStartAddress,

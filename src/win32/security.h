@@ -23,6 +23,14 @@ BOOL AllocateAndInitializeSid(SID_IDENTIFIER_AUTHORITY* pIdentifierAuthority, BY
                               PSID* pSid);
 void* FreeSid(PSID pSid);
 BOOL EqualSid(PSID pSid1, PSID pSid2);
+BOOL ConvertSidToStringSidW(PSID Sid, char16_t** StringSid);        // LocalFree frees it
+BOOL ConvertStringSidToSidW(const char16_t* StringSid, PSID* Sid);  // the same
+
+// Accounts of this machine and of its domain. peUse may also be a value that SID_NAME_USE does not name.
+BOOL LookupAccountNameW(const char16_t* lpSystemName, const char16_t* lpAccountName, PSID Sid, DWORD* cbSid,
+                        char16_t* ReferencedDomainName, DWORD* cchReferencedDomainName, SID_NAME_USE* peUse);
+BOOL LookupAccountSidW(const char16_t* lpSystemName, PSID Sid, char16_t* Name, DWORD* cchName,
+                       char16_t* ReferencedDomainName, DWORD* cchReferencedDomainName, SID_NAME_USE* peUse);
 
 BOOL InitializeSecurityDescriptor(PSECURITY_DESCRIPTOR pSecurityDescriptor, DWORD dwRevision);
 BOOL SetSecurityDescriptorDacl(PSECURITY_DESCRIPTOR pSecurityDescriptor, BOOL bDaclPresent, ACL* pDacl,

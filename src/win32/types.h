@@ -149,6 +149,9 @@ struct TOKEN_GROUPS {
   SID_AND_ATTRIBUTES Groups[1];
 };
 
+// What kind of account a name or SID belongs to.
+enum class SID_NAME_USE : int { SidTypeUser = 1, SidTypeGroup = 2, SidTypeDomain = 3, SidTypeAlias = 4 };
+
 struct TOKEN_USER {
   SID_AND_ATTRIBUTES User;
 };

@@ -204,4 +204,12 @@ TEST_F(FilesOpen, NamedStreams) {
   EXPECT_EQ(ErrorOf(CreateDirectoryW(Path(u"new:s").c_str(), nullptr)), ERROR_DIRECTORY);
 }
 
+TEST_F(FilesOpen, APipeThatNobodyServesIsNotThere) {
+  const char16_t* const pipe = u"\\\\.\\pipe\\nobody serves this";
+  EXPECT_EQ(CreateFileW(pipe, GENERIC_WRITE, 0, nullptr, OPEN_EXISTING, 0, nullptr), INVALID_HANDLE_VALUE);
+  EXPECT_EQ(GetLastError(), ERROR_FILE_NOT_FOUND);
+  EXPECT_FALSE(WaitNamedPipeW(pipe, 20000));
+  EXPECT_EQ(GetLastError(), ERROR_FILE_NOT_FOUND);
+}
+
 }  // namespace

@@ -114,6 +114,27 @@ TEST_F(Processes, TheProcessListHasOurProcess) {
   EXPECT_TRUE(found);
 }
 
+TEST_F(Processes, TheTerminalServiceTellsWhoseOurProcessIs) {
+  WTS_PROCESS_INFOW* list = nullptr;
+  DWORD count = 0;
+  ASSERT_TRUE(WTSEnumerateProcessesW(WTS_CURRENT_SERVER_HANDLE, 0, 1, &list, &count));
+  const std::vector<WTS_PROCESS_INFOW> records(list, list + count);
+  const auto own = std::find_if(records.begin(), records.end(),
+                                [](const auto& record) { return record.ProcessId == GetCurrentProcessId(); });
+  ASSERT_NE(own, records.end());
+  EXPECT_TRUE(std::u16string_view(own->pProcessName).ends_with(u".exe"));
+  UniqueKernelHandle token;
+  ASSERT_TRUE(OpenProcessToken(GetCurrentProcess(), TOKEN_QUERY, token.put()));
+  Buffer user(256);
+  DWORD size = 0;
+  ASSERT_TRUE(GetTokenInformation(token.get(), TOKEN_INFORMATION_CLASS::TokenUser, user.data(), user.size, &size));
+  ASSERT_TRUE(own->pUserSid);
+  EXPECT_TRUE(EqualSid(own->pUserSid, user.As<TOKEN_USER>().User.Sid));
+  WTSFreeMemory(list);
+  EXPECT_FALSE(WTSEnumerateProcessesW(WTS_CURRENT_SERVER_HANDLE, 1, 1, &list, &count));
+  EXPECT_EQ(GetLastError(), ERROR_INVALID_PARAMETER);
+}
+
 TEST_F(Processes, QueriesOfTheSystemTellHowMuchRoomTheyNeed) {
   const UniqueKernelHandle one{CreateMutexW(nullptr, FALSE, nullptr)}, another{CreateMutexW(nullptr, FALSE, nullptr)};
   for (const int informationClass : {SystemProcessInformationClass, SystemHandleInformationClass}) {

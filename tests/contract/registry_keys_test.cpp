@@ -113,6 +113,12 @@ TEST_F(RegistryKeys, EnumerationCountsWithoutTheTerminator) {
   EXPECT_EQ(size, 4U);
   size = 8;
   EXPECT_EQ(RegEnumKeyExW(base.get(), 1, name, &size, nullptr, nullptr, nullptr, nullptr), ERROR_NO_MORE_ITEMS);
+
+  EXPECT_EQ(RegEnumKeyW(base.get(), 0, name, 4), ERROR_MORE_DATA);
+  name[0] = u'#';
+  EXPECT_EQ(RegEnumKeyW(base.get(), 0, name, 5), 0);
+  EXPECT_EQ(std::u16string(name), u"four");
+  EXPECT_EQ(RegEnumKeyW(base.get(), 1, name, 8), ERROR_NO_MORE_ITEMS);
 }
 
 TEST_F(RegistryKeys, InformationHasCountsAndLongestNames) {

@@ -184,6 +184,15 @@ TEST_F(SystemServices, TheConsoleKeepsTheBytesOfItsPage) {
   EXPECT_EQ(WideCharToMultiByte(CP_OEMCP, 0, u"\u0416\u0159", 2, bytes, 4, nullptr, nullptr), 2);
   EXPECT_EQ(std::string(bytes, 2), "\x86?");
 
+  machine->ansiCodePage = 1250;
+  BOOL replaced = TRUE;
+  EXPECT_EQ(WideCharToMultiByte(CP_ACP, 0, u"\u0159", 1, bytes, 4, nullptr, &replaced), 1);
+  EXPECT_EQ(bytes[0], '\xF8');
+  EXPECT_FALSE(replaced);
+  EXPECT_EQ(WideCharToMultiByte(CP_ACP, 0, u"\u0416", 1, bytes, 4, "_", &replaced), 1);
+  EXPECT_EQ(bytes[0], '_');
+  EXPECT_TRUE(replaced);
+
   const HANDLE output = GetStdHandle(STD_OUTPUT_HANDLE);
   EXPECT_EQ(GetStdHandle(STD_OUTPUT_HANDLE), output);
   DWORD written = 0;

@@ -137,7 +137,10 @@ def own_times(listing, root):
 def below_root(image):
     """What a volume holds but for NTFS' own files, as The Sleuth Kit lists it."""
     lines = run("fls", "-r", "-u", "-p", "-f", "ntfs", image).stdout.decode(errors="replace").splitlines()
-    names = [line.split("\t", 1)[1] for line in lines if "\t" in line]
+    # fls also takes what an index has behind its last entry for a name, as long as nothing else was written there.
+    unused = {line.split(b"|")[0].decode() for line in run("ils", "-A", "-f", "ntfs", image).stdout.splitlines()}
+    names = [line.split("\t", 1)[1] for line in lines
+             if "\t" in line and line.split("\t", 1)[0].split()[-1].split("-")[0] not in unused]
     # "/." stands for a folder itself, where a named stream of it is listed.
     return sorted(name for name in names
                   if not name.startswith(("$", "System Volume Information")) and "/.:" not in name)

@@ -177,17 +177,6 @@ TEST_F(CommandLineTest, RefusesCombinationsThatMakeNoSense) {
   expect({u"/AutoRedirectUP", u"/d", u"/RedirectDefaultAndPublicProfile"}, invalid(114));
 }
 
-TEST_F(CommandLineTest, SaysWhatThisBuildDoesNotHave) {
-  for (const std::initializer_list<std::u16string>& words : {std::initializer_list<std::u16string>{u"/RedirectUP"},
-                                                             {u"/RedirectUPDefault", u"Anna"},
-                                                             {u"/AutoRedirectUP", u"/c"}}) {
-    const auto run = RunProgram(*machine, words);
-    EXPECT_EQ(run.exitCode, 1);
-    EXPECT_EQ(run.said, u"\nThis build does not have the command \"" + *words.begin() + u"\" yet.\n");
-    EXPECT_TRUE(run.Logged(u"#ERROR: This build does not have the command"));
-  }
-}
-
 TEST_F(CommandLineTest, MediaSharingRestsDuringProfileOperations) {
   machine->services().Install(u"WMPNetworkSvc", u"C:\\Program Files\\Velmora\\Quillbay\\QuillbayService.exe",
                               win32::SERVICE_DEMAND_START);

@@ -80,12 +80,12 @@ TEST_F(VolumeRules, AllAreTriedInTheirOrder) {
   // A volume that fails is not measured, but the source is examined.
   MakeFile(source + u"\\busy", "x");
   const auto held = HoldOpen(source + u"\\busy", GENERIC_READ, 0);
-  ASSERT_EQ(CreateJunction(u"C:\\Data\\above", u"C:\\Users"), 1);
+  ASSERT_EQ(CreateJunction(u"C:\\Data\\above", u"C:\\Windows"), 1);
   EXPECT_LINES(RefusedMove(source.c_str()),
                Lines{notNtfs, mounted, notWritable,
                      u"#ERROR: C:\\Data\\busy - File or folder is used by another process.  Close any application that "
                      u"might be using the file or folder and try again."});
-  const std::u16string below = u"C:\\Data\\above\\anna";
+  const std::u16string below = u"C:\\Data\\above\\Logs";
   EXPECT_LINES(RefusedMove(below.c_str()), Lines{notNtfs, mounted, notWritable,
                                                  u"#ERROR: The parent folder of " + below +
                                                      u" is already redirected. Browse to a different location."});
@@ -99,8 +99,8 @@ TEST_F(VolumeRules, TheSourceAloneIsRefusedToo) {
         u" - File or folder is used by another process.  Close any application that might be using the file or "
         u"folder and try again."};
   };
-  ASSERT_EQ(CreateJunction(u"C:\\above", u"C:\\Users"), 1);
-  const std::u16string below = u"C:\\above\\anna";
+  ASSERT_EQ(CreateJunction(u"C:\\above", u"C:\\Windows"), 1);
+  const std::u16string below = u"C:\\above\\Logs";
   EXPECT_LINES(RefusedMove(below.c_str()), Lines{u"#ERROR: The parent folder of " + below +
                                                  u" is already redirected. Browse to a different location."});
   MakeFile(source + u"\\busy", "x");

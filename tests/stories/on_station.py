@@ -7,6 +7,7 @@ sys.path.insert(0, str(TOP / "tools"))
 import file_stories  # noqa: E402
 import hostile_config_stories  # noqa: E402
 import make_resources  # noqa: E402
+import profile_stories  # noqa: E402
 import registry_stories  # noqa: E402
 from station import CheckFailed  # noqa: E402
 from station_world import StationWorld  # noqa: E402
@@ -30,11 +31,11 @@ class Checks:
 
 
 def check_stories(build, scratch, said):
-    """Registry and file redirection, told as under Wine."""
+    """Registry and file redirection and what is refused of profiles, told as under Wine."""
     checks = Checks()
     strings = make_resources.read_strings(TOP / "src" / "resources" / "strings.txt")
     world = StationWorld(build, f"{scratch}/machine", strings, checks)
-    for module in (registry_stories, hostile_config_stories, file_stories):
+    for module in (registry_stories, hostile_config_stories, file_stories, profile_stories):
         for story in module.ALL:
             before = checks.passed
             story(world)

@@ -3,6 +3,7 @@ import functools
 
 import file_stories
 import hostile_config_stories
+import profile_stories
 import registry_stories
 from wine_world import WineWorld
 
@@ -19,4 +20,4 @@ def _scenario(story):
     return scenario
 
 
-ALL = [_scenario(story) for module in (registry_stories, hostile_config_stories, file_stories) for story in module.ALL]
+ALL = [_scenario(story) for module in (registry_stories, hostile_config_stories, file_stories, profile_stories) for story in module.ALL]

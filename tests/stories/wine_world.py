@@ -34,13 +34,7 @@ class WineWorld(World):
         return executable
 
     def _create_service(self, folder, name, start):
-        executable = self._place_service(folder, name)
-        self.prefix.tool("sc", "create", name, "binPath=", f'"{executable}"', "start=", start)
-
-    def _remove_service(self, name):
-        if self.prefix.run("sc", "query", name).code == 0:
-            self.prefix.run("sc", "stop", name)
-            self.prefix.tool("sc", "delete", name)
+        self.prefix.create_service(name, self._place_service(folder, name), start)
 
     def start(self, *arguments):
         result = self.prefix.run(self.build / "QBC.exe", *arguments)
@@ -79,7 +73,7 @@ class WineWorld(World):
 
     def set_service(self, start):
         # Wine's sc cannot change a start type, so the service is made anew.
-        self._remove_service(SERVICE)
+        self.prefix.delete_service(SERVICE)
         self._create_service(SERVICE_FOLDER, SERVICE, start)
         if start == "auto":
             self.start_service()
@@ -93,7 +87,7 @@ class WineWorld(World):
                 {"0x2": "auto", "0x3": "demand", "0x4": "disabled"}[start])
 
     def start_service(self):
-        self.prefix.tool("sc", "start", SERVICE)
+        self.prefix.start_service(SERVICE)
 
     @contextlib.contextmanager
     def held(self, path):
@@ -109,7 +103,7 @@ class WineWorld(World):
 
     def set_rimehold(self, status):
         if status is None:
-            self._remove_service(RIMEHOLD)
+            self.prefix.delete_service(RIMEHOLD)
             self.prefix.delete_key(RIMEHOLD_STATUS)
             shutil.rmtree(self.prefix.host_path(self.rimehold_folder))
         else:

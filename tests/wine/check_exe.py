@@ -14,7 +14,7 @@ from pe import RELOCATIONS, PeFile  # noqa: E402
 
 RESOURCES = HERE.parent.parent / "src" / "resources"
 WINDOWS_DLLS = {"kernel32.dll", "user32.dll", "advapi32.dll", "shell32.dll", "shlwapi.dll", "netapi32.dll", "ole32.dll",
-                "oleaut32.dll", "version.dll", "wininet.dll", "msvcrt.dll"}
+                "oleaut32.dll", "version.dll", "wininet.dll", "wtsapi32.dll", "msvcrt.dll"}
 ASM_V3 = "{urn:schemas-microsoft-com:asm.v3}"
 COMPATIBILITY = "{urn:schemas-microsoft-com:compatibility.v1}"
 # The published identifiers of Windows Vista, 7, 8, 8.1 and 10.

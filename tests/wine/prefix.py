@@ -4,10 +4,12 @@ import pathlib
 import shutil
 import subprocess
 import tempfile
+import time
 
 WINE = "/usr/lib/wine/wine64"
 WINESERVER = next((p for p in ("/usr/lib/wine/wineserver64", "/usr/lib/wine/wineserver", "/usr/bin/wineserver")
                    if os.path.exists(p)), "wineserver")
+PATIENCE = 20  # seconds for what Wine's service manager refuses for a moment
 
 
 class Result:
@@ -81,8 +83,40 @@ class Prefix:
     def set_value(self, key, name, text):
         self.tool("reg", "add", key, "/v", name, "/t", "REG_SZ", "/d", text, "/f")
 
-    def create_service(self, name, executable):
-        self.tool("sc", "create", name, "binPath=", f'"{executable}"', "start=", "demand")
+    def create_service(self, name, executable, start="demand"):
+        self._until_it_works("sc", "create", name, "binPath=", f'"{executable}"', "start=", start)
+
+    def start_service(self, name):
+        """Waits out the moments in which Wine refuses a start: right after a stop the service is STOPPED already while
+        its process, which the service manager still knows, is on its way out; a loaded machine takes seconds for it."""
+        self._until_it_works("sc", "start", name)
+        self._await_state(name, "RUNNING")
+
+    def stop_service(self, name):
+        self._await_state(name, "STOPPED", "stop")  # one that is just starting takes no stop yet
+
+    def delete_service(self, name):
+        """Stops it if it runs and removes it, if it is there. Wine keeps the entry of a service that is still ending."""
+        if self.run("sc", "query", name).code == 0:
+            self.stop_service(name)
+            self._until_it_works("sc", "delete", name)
+
+    def _await_state(self, name, state, control=None):
+        """Asks until the service is in the state; sends it the control meanwhile."""
+        deadline = time.monotonic() + PATIENCE
+        while state not in (found := self.run("sc", "query", name).text):
+            if time.monotonic() > deadline:
+                raise RuntimeError(f"{name} is not {state}: {found}")
+            if control:
+                self.run("sc", control, name)
+            time.sleep(0.1)
+
+    def _until_it_works(self, *command):
+        deadline = time.monotonic() + PATIENCE
+        while (result := self.run(*command)).code != 0:
+            if time.monotonic() > deadline:
+                raise RuntimeError(f"{' '.join(command)}: {result.code} {result.output!r}")
+            time.sleep(0.2)
 
     def delete_key(self, key):
         self.tool("reg", "delete", key, "/f")

@@ -114,7 +114,7 @@ def log_file(world):
     checks.true("first entry is the separator", entries[0] == "" and LOG_ENTRY.sub("", entries[1]) == "-" * 34, entries)
     checks.equal("every line has time, process and thread", [e for e in entries[1:] if not LOG_ENTRY.match(e)], [])
 
-    world.prefix.tool("sc", "start", "QuillbayService")
+    world.prefix.start_service("QuillbayService")
     checks.true("the service runs", b"RUNNING" in world.prefix.tool("sc", "query", "QuillbayService").output)
     world.qbc("/GetRHStatus")
     second = log.read_bytes()

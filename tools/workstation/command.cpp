@@ -40,6 +40,9 @@ const std::vector<Command>& Commands() {
        ProtectionStatus},
       {"restart", "FOLDER", "Restarts: frozen drives forget, delayed renames happen, services start.", 0, 0, Restart},
       {"logon", "FOLDER administrator|filtered|user [SID]", "Says who runs the program from now on.", 1, 2, Logon},
+      {"profile", "FOLDER list | FOLDER add NAME|DOMAIN\\NAME",
+       "Lists the profiles; has an account log on for the first time, which makes its profile.", 1, 2, Profile},
+      {"session", "FOLDER begin|end USER|SID", "Logs a user on at the desktop, or off.", 2, 2, Session},
   };
   return commands;
 }

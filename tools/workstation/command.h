@@ -28,7 +28,7 @@ struct Command {
   std::string_view name;
   std::string_view synopsis;  // behind the name
   std::string_view purpose;
-  std::size_t least, most;    // arguments behind DIR
+  std::size_t least, most;  // arguments behind DIR
   void (*run)(const std::filesystem::path& folder, const Arguments& arguments);
 };
 
@@ -41,6 +41,12 @@ void OnMachine(const std::filesystem::path& folder, bool save, const std::functi
 std::uint64_t ParseSize(const std::string& text);
 // "C", "C:" or "C:\\" -> 'C'.
 char ParseLetter(const std::string& text);
+
+// "anna", "CORP\\maria" in its two parts; false for what no account can be called.
+bool SplitAccountName(const std::string& text, std::string& domain, std::string& name);
+// The account of a domain, made in `state` when it is new. Each domain has a SID of its own.
+emulated::DomainAccount DomainAccountFor(emulated::WorkstationState& state, const std::string& domain,
+                                         const std::string& name);
 
 // The commands, by file.
 void Create(const std::filesystem::path&, const Arguments&);
@@ -64,6 +70,9 @@ void Attributes(const std::filesystem::path&, const Arguments&);
 void SetDescriptor(const std::filesystem::path&, const Arguments&);
 void SetTimes(const std::filesystem::path&, const Arguments&);
 void Stat(const std::filesystem::path&, const Arguments&);
+
+void Profile(const std::filesystem::path&, const Arguments&);
+void Session(const std::filesystem::path&, const Arguments&);
 
 void Registry(const std::filesystem::path&, const Arguments&);
 void Service(const std::filesystem::path&, const Arguments&);

@@ -65,7 +65,25 @@ struct Plan {
   std::vector<std::pair<char, std::uint64_t>> drives;
   std::vector<std::uint64_t> volumes;
   emulated::InstallationFacts facts;
+  emulated::WorkstationState state;
 };
+
+// A profile of this machine's account, or of a domain's. The first one has a wallpaper of its own.
+void PlanProfile(const std::string& user, Plan& plan) {
+  std::string domain, name;
+  if (!SplitAccountName(user, domain, name)) throw Failure("\"" + user + "\" is not a user's name");
+  auto& profiles = plan.facts.profiles;
+  emulated::ProfileFacts profile{
+      Utf16(name), std::u16string(emulated::kMachineSid) + u"-" + Utf16(std::to_string(1000 + profiles.size())),
+      profiles.size() == 1};
+  if (!domain.empty()) profile.sid = emulated::SidToText(DomainAccountFor(plan.state, domain, name).sid);
+  const bool taken = std::any_of(profiles.begin(), profiles.end(), [&](const emulated::ProfileFacts& other) {
+    return emulated::EqualAsciiNoCase(other.name, profile.name);
+  });
+  if (taken && domain.empty()) throw Failure("\"" + user + "\": there is such a profile already");
+  if (taken) profile.name += u"." + Utf16(domain);
+  profiles.push_back(std::move(profile));
+}
 
 void ParseWindows(const std::string& text, emulated::InstallationFacts& facts) {
   struct Release {
@@ -99,8 +117,7 @@ Plan ParsePlan(const Arguments& arguments) {
       plan.volumes.push_back(ParseSize(value));
     } else if (option == "--profile") {
       if (!std::exchange(ownProfiles, true)) plan.facts.profiles.resize(1);  // the administrator's stays
-      const std::string rid = std::to_string(1000 + plan.facts.profiles.size());
-      plan.facts.profiles.push_back({Utf16(value), u"S-1-5-21-1004336348-1177238915-682003330-" + Utf16(rid)});
+      PlanProfile(value, plan);
     } else if (option == "--windows") {
       ParseWindows(value, plan.facts);
     } else {
@@ -180,6 +197,8 @@ void Create(const fs::path& folder, const Arguments& arguments) {
     images.insert(name);
     FormatImage(folder / name, size, "Volume");
   }
+  std::string error;
+  if (!emulated::Workstation::WriteState(folder, plan.state, error)) throw Failure(error);
   Install(folder, plan.facts, images);
 }
 
@@ -200,6 +219,7 @@ void Info(const fs::path& folder, const Arguments&) {
   if (!emulated::Workstation::ReadState(folder, state, error)) throw Failure(error);
   std::printf("Programs run for %s, account %s\n",
               state.user.empty() ? "the built-in administrator" : state.user.c_str(), state.account.c_str());
+  for (const std::string& session : state.sessions) std::printf("Logged on as well: %s\n", session.c_str());
 }
 
 void Import(const fs::path& folder, const Arguments& arguments) { AddImage(folder, arguments, false); }

@@ -6,6 +6,7 @@
 #include "win32/emulated/mount_manager.h"
 #include "win32/emulated/registry/registry.h"
 #include "win32/emulated/registry/services.h"
+#include "win32/emulated/system/pipes.h"
 #include "win32/emulated/system/threads.h"
 #include "win32/emulated/text.h"
 
@@ -33,6 +34,7 @@ constexpr std::u16string_view kDefaultUser = u"S-1-5-21-1004336348-1177238915-68
 Machine::Machine()
     : now_(HostTime()),
       files_(std::make_unique<FileService>(*this)),
+      pipes_(std::make_unique<NamedPipes>(*this)),
       registry_(std::make_unique<Registry>(*this)),
       services_(std::make_unique<ServiceManager>(*this)),
       threads_(std::make_unique<Threads>(*this)) {
@@ -97,8 +99,12 @@ bool Machine::Boot(std::string& error) {
   };
   buildNumber = static_cast<win32::DWORD>(decimal(
       registry_->Query(u"HKLM\\SOFTWARE\\Microsoft\\Windows NT\\CurrentVersion", u"CurrentBuild"), buildNumber));
-  oemCodePage = static_cast<win32::UINT>(
-      decimal(registry_->Query(u"HKLM\\SYSTEM\\CurrentControlSet\\Control\\Nls\\CodePage", u"OEMCP"), oemCodePage));
+  const auto codePage = [&](std::u16string_view name, win32::UINT& number) {
+    number = static_cast<win32::UINT>(
+        decimal(registry_->Query(u"HKLM\\SYSTEM\\CurrentControlSet\\Control\\Nls\\CodePage", name), number));
+  };
+  codePage(u"OEMCP", oemCodePage);
+  codePage(u"ACP", ansiCodePage);
   files_->CarryOutDelayedRenames();
   services_->StartAutomaticServices();
   return true;

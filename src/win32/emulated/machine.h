@@ -26,6 +26,7 @@
 namespace emulated {
 
 class FileService;     // files/file_service.h
+class NamedPipes;      // system/pipes.h
 class Registry;        // registry/registry.h
 class ServiceManager;  // registry/services.h
 class Threads;         // system/threads.h
@@ -49,6 +50,14 @@ struct Process {
   std::u16string image;  // u"QBC.exe"
   std::shared_ptr<Token> token;
   bool isProtected = false;  // nobody may open it
+};
+
+// A user account of the domain that the machine is in (or of one that it trusts), as a domain controller tells it. The
+// machine's own accounts are in its SAM hive (security/accounts.h).
+struct DomainAccount {
+  std::u16string domain, dnsDomain;  // u"CORP", u"corp.example"
+  std::u16string name;
+  Sid sid;
 };
 
 // The program's own module: where it lies and what its resources are.
@@ -93,6 +102,7 @@ class Machine {
   MountedVolume* SystemVolume();
 
   FileService& files() { return *files_; }
+  NamedPipes& pipes() { return *pipes_; }
   Registry& registry() { return *registry_; }
   ServiceManager& services() { return *services_; }
   Threads& threads() { return *threads_; }
@@ -106,6 +116,7 @@ class Machine {
   // The token that decides: the thread's when impersonating, else the process's.
   Token& EffectiveToken() { return threadToken ? *threadToken : *process.token; }
   ModuleImage module;
+  std::vector<DomainAccount> domainAccounts;  // empty also while no domain controller answers
 
   // The wall clock, FILETIME count UTC; Sleep moves it on. Starts at the host's time unless a test sets it.
   FileTime Now() const { return now_; }
@@ -128,6 +139,7 @@ class Machine {
   bool versionQueryFails = false;
   std::set<std::string> missingProcedures;  // what GetProcAddress does not find, as on an older Windows
   win32::UINT oemCodePage = 437;            // from SYSTEM\...\Nls\CodePage when booted
+  win32::UINT ansiCodePage = 1252;          // the same
   // Named objects (mutexes) by name: null object for one that another process holds.
   std::map<std::u16string, std::weak_ptr<Object>> namedObjects;
   std::vector<std::shared_ptr<Object>> foreignObjects;  // keeps scripted named objects alive
@@ -141,6 +153,7 @@ class Machine {
   FileTime now_;
   std::vector<std::unique_ptr<BlockDevice>> owned_;
   std::unique_ptr<FileService> files_;
+  std::unique_ptr<NamedPipes> pipes_;
   std::unique_ptr<Registry> registry_;
   std::unique_ptr<ServiceManager> services_;
   std::unique_ptr<Threads> threads_;

@@ -2,8 +2,10 @@
 
 #include <algorithm>
 #include <fstream>
+#include <sstream>
 #include <system_error>
 
+#include "win32/emulated/system/logon.h"
 #include "win32/emulated/text.h"
 
 namespace emulated {
@@ -18,6 +20,22 @@ std::shared_ptr<Token> TokenFor(const WorkstationState& state, const Sid& defaul
   if (state.account == "filtered") return MakeFilteredAdministratorToken(user);
   if (state.account == "user") return MakeUserToken(user);
   return MakeAdministratorToken(user);
+}
+
+// "SID DOMAIN DNSDOMAIN NAME": names may have spaces in them, domains not.
+bool ReadDomainAccount(const std::string& text, WorkstationState& state) {
+  std::istringstream line(text);
+  std::string sid, domain, dnsDomain, name;
+  if (!(line >> sid >> domain >> dnsDomain) || !std::getline(line >> std::ws, name)) return false;
+  DomainAccount account{Utf16(domain), Utf16(dnsDomain), Utf16(name), SidFromText(Utf16(sid))};
+  if (account.sid.empty()) return false;
+  state.domainAccounts.push_back(std::move(account));
+  return true;
+}
+
+std::string DomainAccountLine(const DomainAccount& account) {
+  return Utf8(SidToText(account.sid)) + ' ' + Utf8(account.domain) + ' ' + Utf8(account.dnsDomain) + ' ' +
+         Utf8(account.name);
 }
 
 }  // namespace
@@ -46,7 +64,9 @@ bool Workstation::ReadState(const fs::path& folder, WorkstationState& state, std
       state.user = value;
     } else if (key == "account" && (value == "administrator" || value == "filtered" || value == "user")) {
       state.account = value;
-    } else {
+    } else if (key == "session" && !SidFromText(Utf16(value)).empty()) {
+      state.sessions.insert(value);
+    } else if (key != "domain-account" || !ReadDomainAccount(value, state)) {
       error = (folder / "state").string() + ": \"" + key + ' ' + value + "\" is not understood";
       return false;
     }
@@ -61,6 +81,9 @@ bool Workstation::WriteState(const fs::path& folder, const WorkstationState& sta
     for (const std::string& image : state.frozen) file << "frozen " << image << '\n';
     if (!state.user.empty()) file << "user " << state.user << '\n';
     file << "account " << state.account << '\n';
+    for (const std::string& session : state.sessions) file << "session " << session << '\n';
+    for (const DomainAccount& account : state.domainAccounts)
+      file << "domain-account " << DomainAccountLine(account) << '\n';
     if (!file.flush()) {
       error = next.string() + ": cannot be written";
       return false;
@@ -96,6 +119,7 @@ std::unique_ptr<Workstation> Workstation::OpenUnbooted(const fs::path& folder, s
   station->machine_ = std::make_unique<Machine>();
   Machine& machine = *station->machine_;
   machine.process.token = TokenFor(station->state_, machine.process.token->user);
+  machine.domainAccounts = station->state_.domainAccounts;
   for (const std::string& name : names) {
     const bool frozen = station->state_.frozen.contains(name);
     BlockDevice* const device = station->images_->OpenImage(name, frozen, error);
@@ -117,6 +141,8 @@ std::unique_ptr<Workstation> Workstation::Open(const fs::path& folder, std::stri
     error = folder.string() + ": " + error;
     return nullptr;
   }
+  LogOn(*station->machine_, SidToText(station->machine_->process.token->user));
+  for (const std::string& session : station->state_.sessions) LogOn(*station->machine_, Utf16(session));
   return station;
 }
 
@@ -154,6 +180,10 @@ bool Workstation::Restart(const fs::path& folder, std::string& error) {
     if (!images) return false;
     for (const std::string& image : state.frozen)
       if (!images->DropFrozen(image, error)) return false;
+  }
+  if (!state.sessions.empty()) {
+    state.sessions.clear();
+    if (!WriteState(folder, state, error)) return false;
   }
   const auto station = Open(folder, error);
   return station && station->Save(error);

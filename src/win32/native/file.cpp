@@ -113,6 +113,10 @@ void* MapViewOfFile(HANDLE hFileMappingObject, DWORD dwDesiredAccess, DWORD dwFi
 
 BOOL UnmapViewOfFile(const void* lpBaseAddress) { return ::UnmapViewOfFile(lpBaseAddress); }
 
+BOOL WaitNamedPipeW(const char16_t* lpNamedPipeName, DWORD nTimeOut) {
+  return ::WaitNamedPipeW(Wide(lpNamedPipeName), nTimeOut);
+}
+
 BOOL DeviceIoControl(HANDLE hDevice, DWORD dwIoControlCode, void* lpInBuffer, DWORD nInBufferSize, void* lpOutBuffer,
                      DWORD nOutBufferSize, DWORD* lpBytesReturned, OVERLAPPED* lpOverlapped) {
   return ::DeviceIoControl(hDevice, dwIoControlCode, lpInBuffer, nInBufferSize, lpOutBuffer, nOutBufferSize,

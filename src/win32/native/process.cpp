@@ -2,6 +2,8 @@
 
 #include "win32/native/cast.h"
 
+#include <wtsapi32.h>
+
 namespace win32 {
 
 using native::As;
@@ -15,6 +17,13 @@ BOOL DuplicateHandle(HANDLE hSourceProcessHandle, HANDLE hSourceHandle, HANDLE h
   return ::DuplicateHandle(hSourceProcessHandle, hSourceHandle, hTargetProcessHandle, lpTargetHandle, dwDesiredAccess,
                            bInheritHandle, dwOptions);
 }
+
+BOOL WTSEnumerateProcessesW(HANDLE hServer, DWORD Reserved, DWORD Version, WTS_PROCESS_INFOW** ppProcessInfo,
+                            DWORD* pCount) {
+  return ::WTSEnumerateProcessesW(hServer, Reserved, Version, As<::PWTS_PROCESS_INFOW>(ppProcessInfo), pCount);
+}
+
+void WTSFreeMemory(void* pMemory) { ::WTSFreeMemory(pMemory); }
 
 // On x64 there is one calling convention only, so the start routine is called as it is.
 HANDLE CreateThread(SECURITY_ATTRIBUTES* lpThreadAttributes, SIZE_T dwStackSize, LPTHREAD_START_ROUTINE lpStartAddress,

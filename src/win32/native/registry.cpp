@@ -42,6 +42,10 @@ LSTATUS RegEnumKeyExW(HKEY hKey, DWORD dwIndex, char16_t* lpName, DWORD* lpcchNa
                          As<::FILETIME>(lpftLastWriteTime));
 }
 
+LSTATUS RegEnumKeyW(HKEY hKey, DWORD dwIndex, char16_t* lpName, DWORD cchName) {
+  return ::RegEnumKeyW(Key(hKey), dwIndex, Wide(lpName), cchName);
+}
+
 LSTATUS RegEnumValueW(HKEY hKey, DWORD dwIndex, char16_t* lpValueName, DWORD* lpcchValueName, DWORD* lpReserved,
                       DWORD* lpType, BYTE* lpData, DWORD* lpcbData) {
   return ::RegEnumValueW(Key(hKey), dwIndex, Wide(lpValueName), lpcchValueName, lpReserved, lpType, lpData, lpcbData);

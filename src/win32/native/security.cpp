@@ -57,6 +57,26 @@ void* FreeSid(PSID pSid) { return ::FreeSid(pSid); }
 
 BOOL EqualSid(PSID pSid1, PSID pSid2) { return ::EqualSid(pSid1, pSid2); }
 
+BOOL ConvertSidToStringSidW(PSID Sid, char16_t** StringSid) {
+  return ::ConvertSidToStringSidW(Sid, As<::LPWSTR>(StringSid));
+}
+
+BOOL ConvertStringSidToSidW(const char16_t* StringSid, PSID* Sid) {
+  return ::ConvertStringSidToSidW(Wide(StringSid), Sid);
+}
+
+BOOL LookupAccountNameW(const char16_t* lpSystemName, const char16_t* lpAccountName, PSID Sid, DWORD* cbSid,
+                        char16_t* ReferencedDomainName, DWORD* cchReferencedDomainName, SID_NAME_USE* peUse) {
+  return ::LookupAccountNameW(Wide(lpSystemName), Wide(lpAccountName), Sid, cbSid, Wide(ReferencedDomainName),
+                              cchReferencedDomainName, As<::SID_NAME_USE>(peUse));
+}
+
+BOOL LookupAccountSidW(const char16_t* lpSystemName, PSID Sid, char16_t* Name, DWORD* cchName,
+                       char16_t* ReferencedDomainName, DWORD* cchReferencedDomainName, SID_NAME_USE* peUse) {
+  return ::LookupAccountSidW(Wide(lpSystemName), Sid, Wide(Name), cchName, Wide(ReferencedDomainName),
+                             cchReferencedDomainName, As<::SID_NAME_USE>(peUse));
+}
+
 BOOL InitializeSecurityDescriptor(PSECURITY_DESCRIPTOR pSecurityDescriptor, DWORD dwRevision) {
   return ::InitializeSecurityDescriptor(pSecurityDescriptor, dwRevision);
 }

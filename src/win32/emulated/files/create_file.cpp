@@ -2,6 +2,7 @@
 #include "win32/emulated/call.h"
 #include "win32/emulated/files/file_service.h"
 #include "win32/emulated/security/descriptor.h"
+#include "win32/emulated/system/pipes.h"
 #include "win32/file.h"
 
 namespace emulated {
@@ -57,6 +58,14 @@ HANDLE CreateFileW(const char16_t* lpFileName, DWORD dwDesiredAccess, DWORD dwSh
   if (dwShareMode & ~kAnyShare) return fail(ERROR_INVALID_PARAMETER);
   std::optional<emulated::Bytes> creator;
   if (const DWORD error = emulated::CreatorDescriptor(lpSecurityAttributes, creator)) return fail(error);
+
+  if (std::u16string_view pipe; emulated::NamedPipes::IsPipePath(lpFileName, pipe)) {
+    std::shared_ptr<emulated::Object> client;
+    ACCESS_MASK granted = 0;
+    const DWORD error =
+        emulated::Machine::Current().pipes().Open(pipe, dwDesiredAccess, dwCreationDisposition, client, granted);
+    return error ? fail(error) : call.Return(emulated::NewHandle(std::move(client), granted));
+  }
 
   constexpr DWORD kAttributes = 0xFFFF;
   emulated::OpenRequest request;

@@ -4,6 +4,7 @@
 #include "win32/emulated/call.h"
 #include "win32/emulated/files/file_service.h"
 #include "win32/emulated/system/console.h"
+#include "win32/emulated/system/pipes.h"
 #include "win32/file.h"
 
 namespace emulated {
@@ -76,6 +77,11 @@ BOOL WriteFile(HANDLE hFile, const void* lpBuffer, DWORD nNumberOfBytesToWrite, 
     console->Write({static_cast<const char*>(lpBuffer), nNumberOfBytesToWrite});
     *lpNumberOfBytesWritten = nNumberOfBytesToWrite;
     return call.Done(0);
+  }
+  if (const auto pipe = emulated::ObjectOf<emulated::PipeClient>(hFile)) {
+    const DWORD error = pipe->Write({static_cast<const std::uint8_t*>(lpBuffer), nNumberOfBytesToWrite});
+    if (error == 0) *lpNumberOfBytesWritten = nNumberOfBytesToWrite;
+    return call.Done(error);
   }
   const auto file = emulated::FileOf(hFile);
   if (!file) return call.Done(ERROR_INVALID_HANDLE);

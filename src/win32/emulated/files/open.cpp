@@ -188,7 +188,16 @@ DWORD FileService::Open(const OpenRequest& request, std::shared_ptr<FileObject>&
   if (existed) *existed = false;
   Location location;
   const bool followLast = !(request.flags & win32::FILE_FLAG_OPEN_REPARSE_POINT);
-  if (const DWORD error = Resolve(request.path, followLast, location)) return error;
+  if (const DWORD error = Resolve(request.path, false, location)) return error;
+  if (followLast && location.file != 0 && (location.info.attributes & win32::FILE_ATTRIBUTE_REPARSE_POINT)) {
+    // Who may not list a link does not list through it either; names behind it are reached all the same.
+    DWORD granted = 0;
+    if (Mapped(request.access & ~win32::MAXIMUM_ALLOWED) & win32::FILE_READ_DATA)
+      if (const DWORD error = Check(*location.volume, location.file, location.directory, win32::FILE_READ_DATA,
+                                    HasBackupIntent(request), granted))
+        return error;
+    if (const DWORD error = Resolve(request.path, true, location)) return error;
+  }
   const bool mustBeNew = request.disposition == win32::CREATE_NEW;
   const bool mayCreate =
       mustBeNew || request.disposition == win32::CREATE_ALWAYS || request.disposition == win32::OPEN_ALWAYS;

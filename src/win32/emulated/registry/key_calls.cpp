@@ -289,6 +289,13 @@ LSTATUS RegEnumKeyExW(HKEY hKey, DWORD dwIndex, char16_t* lpName, DWORD* lpcchNa
   return call.Code(ERROR_SUCCESS);
 }
 
+LSTATUS RegEnumKeyW(HKEY hKey, DWORD dwIndex, char16_t* lpName, DWORD cchName) {
+  WIN32_CALL(hKey, dwIndex);
+  if (call.Refused()) return call.Code(call.error());
+  return call.Code(
+      static_cast<DWORD>(RegEnumKeyExW(hKey, dwIndex, lpName, &cchName, nullptr, nullptr, nullptr, nullptr)));
+}
+
 LSTATUS RegDeleteKeyW(HKEY hKey, const char16_t* lpSubKey) {
   WIN32_CALL(hKey, lpSubKey);
   if (call.Refused()) return call.Code(call.error());

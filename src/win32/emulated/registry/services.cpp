@@ -1,6 +1,7 @@
 #include "win32/emulated/registry/services.h"
 
 #include <algorithm>
+#include <utility>
 
 #include "win32/emulated/files/file_service.h"
 #include "win32/emulated/registry/registry.h"
@@ -100,15 +101,31 @@ ServiceManager::Running& ServiceManager::Current(std::u16string_view name) {
     const ServiceBehaviour& behaviour = Behaviour(name);
     const std::uint64_t takes = starting ? behaviour.startMilliseconds : behaviour.stopMilliseconds;
     if (takes != UINT64_MAX && static_cast<std::uint64_t>(machine_.Now() - running.since) / 10'000 >= takes)
-      running.state = starting ? win32::SERVICE_RUNNING : win32::SERVICE_STOPPED;
+      Become(name, running, starting ? win32::SERVICE_RUNNING : win32::SERVICE_STOPPED);
   }
   return running;
 }
 
 DWORD ServiceManager::State(std::u16string_view name) { return Current(name).state; }
 
+void ServiceManager::Settle() {
+  for (const auto& [name, running] : running_) Current(name);
+}
+
+void ServiceManager::Become(std::u16string_view name, Running& running, DWORD state) {
+  const DWORD before = std::exchange(running.state, state);
+  if (before == state) return;
+  // A copy: what is called may script the service anew.
+  const ServiceBehaviour behaviour = Behaviour(name);
+  if (state == win32::SERVICE_RUNNING && behaviour.onStart) behaviour.onStart();
+  if (state == win32::SERVICE_STOPPED && behaviour.onStop) behaviour.onStop();
+}
+
 void ServiceManager::SetState(std::u16string_view name, DWORD state) {
-  running_[LowerAscii(name)] = {state, machine_.Now(), true};
+  Running& running = running_[LowerAscii(name)];
+  running.since = machine_.Now();
+  running.everRan = true;
+  Become(name, running, state);
 }
 
 ServiceBehaviour& ServiceManager::Behaviour(std::u16string_view name) { return behaviours_[LowerAscii(name)]; }

@@ -19,6 +19,9 @@ struct ServiceBehaviour {
   std::uint64_t stopMilliseconds = 0;
   win32::DWORD startError = 0;  // StartServiceW fails with this
   bool acceptsStop = true;
+  // Called when the service has become RUNNING or STOPPED: what its program does then. A service that is running when
+  // this is set has come up before.
+  std::function<void()> onStart = nullptr, onStop = nullptr;
 };
 
 struct ServiceConfiguration {
@@ -41,6 +44,8 @@ class ServiceManager {
   win32::DWORD State(std::u16string_view name);  // SERVICE_STOPPED ... by the clock of the machine
   void SetState(std::u16string_view name, win32::DWORD state);
   ServiceBehaviour& Behaviour(std::u16string_view name);
+  // Services whose time of starting or stopping is over by the clock become RUNNING or STOPPED.
+  void Settle();
   // Adds or replaces a service's configuration in the registry.
   void Install(std::u16string_view name, std::u16string_view imagePath, win32::DWORD startType);
 
@@ -68,6 +73,7 @@ class ServiceManager {
   void Launch(std::u16string_view name);
   bool ProgramExists(const std::u16string& commandLine);
   Running& Current(std::u16string_view name);
+  void Become(std::u16string_view name, Running& running, win32::DWORD state);
 
   Machine& machine_;
   std::map<std::u16string, Running> running_;  // by lower-case name

@@ -120,27 +120,16 @@ std::u16string ProductName(const InstallationFacts& facts) {
 }
 
 void FillProfileList(Registry& registry, const InstallationFacts& facts) {
-  const std::u16string list = u"HKLM\\SOFTWARE\\Microsoft\\Windows NT\\CurrentVersion\\ProfileList";
-  SetTexts(registry, list,
+  SetTexts(registry, kProfileList,
            {{u"Default", u"%SystemDrive%\\Users\\Default", REG_EXPAND_SZ},
             {u"ProfilesDirectory", u"%SystemDrive%\\Users", REG_EXPAND_SZ},
             {u"ProgramData", u"%SystemDrive%\\ProgramData", REG_EXPAND_SZ},
             {u"Public", u"%SystemDrive%\\Users\\Public", REG_EXPAND_SZ}});
-  struct Entry {
-    std::u16string sid, path;
-    DWORD flags;
-  };
-  std::vector<Entry> entries = {{u"S-1-5-18", u"%systemroot%\\system32\\config\\systemprofile", 12},
-                                {u"S-1-5-19", u"%systemroot%\\ServiceProfiles\\LocalService", 0},
-                                {u"S-1-5-20", u"%systemroot%\\ServiceProfiles\\NetworkService", 0}};
-  for (const ProfileFacts& profile : facts.profiles) entries.push_back({profile.sid, u"C:\\Users\\" + profile.name, 0});
-  for (const Entry& entry : entries) {
-    const std::u16string key = list + u"\\" + entry.sid;
-    registry.SetText(key, u"ProfileImagePath", entry.path, REG_EXPAND_SZ);
-    registry.SetDword(key, u"Flags", entry.flags);
-    registry.SetDword(key, u"State", 0);
-    if (const Sid sid = SidFromText(entry.sid); !sid.empty()) registry.Set(key, u"Sid", win32::REG_BINARY, sid);
-  }
+  RecordProfile(registry, u"S-1-5-18", u"%systemroot%\\system32\\config\\systemprofile", 12);
+  RecordProfile(registry, u"S-1-5-19", u"%systemroot%\\ServiceProfiles\\LocalService", 0);
+  RecordProfile(registry, u"S-1-5-20", u"%systemroot%\\ServiceProfiles\\NetworkService", 0);
+  for (const ProfileFacts& profile : facts.profiles)
+    RecordProfile(registry, profile.sid, u"C:\\Users\\" + profile.name, 0);
 }
 
 void FillSoftware(Registry& registry, const InstallationFacts& facts) {
@@ -206,6 +195,14 @@ constexpr ShellFolder kShellFolders[] = {{u"AppData", u"AppData\\Roaming"},
 
 }  // namespace
 
+void RecordProfile(Registry& registry, std::u16string_view sid, std::u16string_view folder, DWORD flags) {
+  const std::u16string key = std::u16string(kProfileList) + u"\\" + std::u16string(sid);
+  registry.SetText(key, u"ProfileImagePath", folder, REG_EXPAND_SZ);
+  registry.SetDword(key, u"Flags", flags);
+  registry.SetDword(key, u"State", 0);
+  if (const Sid binary = SidFromText(sid); !binary.empty()) registry.Set(key, u"Sid", win32::REG_BINARY, binary);
+}
+
 void FillSystemHives(Registry& registry, const InstallationFacts& facts) {
   FillSystem(registry, facts);
   FillSoftware(registry, facts);
@@ -215,7 +212,7 @@ void FillSystemHives(Registry& registry, const InstallationFacts& facts) {
   registry.CreateKey(u"HKU\\.DEFAULT\\Software");
 }
 
-Bytes UserHive(std::u16string_view home, FileTime now, std::u16string_view sid) {
+Bytes UserHive(std::u16string_view home, FileTime now, std::u16string_view sid, std::u16string_view wallpaper) {
   std::u16string sddl = u"O:BAG:SYD:PAI(A;CI;KA;;;SY)(A;CI;KA;;;BA)(A;CI;KR;;;RC)";
   if (!sid.empty()) sddl += u"(A;CI;KA;;;" + std::u16string(sid) + u")";
   const auto descriptor = DescriptorFromText(sddl);
@@ -235,7 +232,7 @@ Bytes UserHive(std::u16string_view home, FileTime now, std::u16string_view sid) 
     to.values.push_back({std::u16string(name), type, RegistryText(text)});
   };
   const auto desktop = key({u"Control Panel", u"Desktop"});
-  set(*desktop, u"WallPaper", u"C:\\Windows\\Web\\Wallpaper\\Windows\\img0.jpg", win32::REG_SZ);
+  set(*desktop, u"WallPaper", wallpaper.empty() ? kWindowsWallpaper : wallpaper, win32::REG_SZ);
   set(*desktop, u"WallpaperStyle", u"10", win32::REG_SZ);
   set(*desktop, u"TileWallpaper", u"0", win32::REG_SZ);
   const auto environment = key({u"Environment"});

@@ -18,6 +18,8 @@ inline constexpr win32::GENERIC_MAPPING kKeyMapping{0x20019, 0x20006, 0x20019, 0
 // malformed text; an empty text for a descriptor that is not sound or has an entry of a type without a text.
 std::optional<Bytes> DescriptorFromText(std::u16string_view sddl);
 std::u16string DescriptorToText(ByteView descriptor, win32::DWORD information);
+// What SDDL takes for a SID: S-1-... or a name of two letters ("BA"). Empty for a malformed text.
+Sid SidFromSddl(std::u16string_view text);
 // Every offset, length and count in it lies inside it.
 bool IsSoundDescriptor(ByteView descriptor);
 

@@ -342,6 +342,11 @@ bool AppendAcl(char16_t letter, unsigned control, ByteView acl, std::u16string& 
 
 }  // namespace
 
+Sid SidFromSddl(std::u16string_view text) {
+  const auto sid = TakeSid(text);
+  return sid && text.empty() ? *sid : Sid();
+}
+
 std::optional<Bytes> DescriptorFromText(std::u16string_view sddl) {
   Sid owner, group;
   AclText dacl, sacl;

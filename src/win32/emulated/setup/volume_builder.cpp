@@ -1,5 +1,7 @@
 #include "win32/emulated/setup/volume_builder.h"
 
+#include "win32/emulated/files/reparse.h"
+
 namespace emulated {
 
 VolumeBuilder::VolumeBuilder(Volume& volume, FileTime now) : volume_(volume), now_(now), system_(MakeSystemToken()) {}
@@ -58,6 +60,13 @@ void VolumeBuilder::Junction(std::u16string_view path, std::u16string_view targe
   for (const char16_t unit : target) AppendLittleEndian(data, unit);
   AppendLittleEndian(data, u'\0');
   Fail(volume_.SetReparse(file, data));
+}
+
+void VolumeBuilder::FolderLink(std::u16string_view path, std::u16string_view target, std::u16string_view sddl,
+                               win32::DWORD attributes) {
+  bool made = false;
+  const FileId file = Make(path, true, sddl, attributes, made);
+  if (made) Fail(volume_.SetReparse(file, MakeSymbolicLink(u"\\??\\" + std::u16string(target), target, false)));
 }
 
 void VolumeBuilder::SetSecurity(std::u16string_view path, std::u16string_view sddl) {

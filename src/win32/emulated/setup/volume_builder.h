@@ -23,6 +23,9 @@ class VolumeBuilder {
   // A junction (an empty folder with a mount-point reparse point) to an absolute path such as u"C:\\Users".
   void Junction(std::u16string_view path, std::u16string_view target, std::u16string_view sddl = {},
                 win32::DWORD attributes = 0);
+  // A symbolic link to a folder by its absolute path.
+  void FolderLink(std::u16string_view path, std::u16string_view target, std::u16string_view sddl,
+                  win32::DWORD attributes);
   void SetSecurity(std::u16string_view path, std::u16string_view sddl);
 
  private:

@@ -2,6 +2,9 @@
 
 #include "win32/emulated/registry/registry.h"
 #include "win32/emulated/registry/system_hives.h"
+#include "win32/emulated/security/accounts.h"
+#include "win32/emulated/setup/account_pictures.h"
+#include "win32/emulated/setup/user_profile.h"
 #include "win32/emulated/setup/volume_builder.h"
 #include "win32/emulated/text.h"
 
@@ -26,12 +29,9 @@ constexpr std::u16string_view kConfiguration = u"O:SYG:SYD:PAI(A;OICI;FA;;;SY)(A
 constexpr std::u16string_view kUsers =
     u"O:SYG:SYD:PAI(A;OICI;FA;;;SY)(A;OICI;FA;;;BA)(A;;0x1200a9;;;BU)(A;OICIIO;GXGR;;;BU)(A;;0x1200a9;;;WD)(A;OICIIO;"
     u"GXGR;;;WD)";
+constexpr std::u16string_view kEverybodyReads = u"O:SYG:SYD:PAI(A;;0x1200a9;;;WD)(A;;FA;;;SY)(A;;FA;;;BA)";
 constexpr std::u16string_view kProgramData =
     u"O:SYG:SYD:PAI(A;OICI;FA;;;SY)(A;OICI;FA;;;BA)(A;OICIIO;GA;;;CO)(A;OICI;0x1200a9;;;BU)(A;CI;DCLCRPCR;;;BU)";
-
-std::u16string ProfileDescriptor(const std::u16string& sid) {
-  return u"O:SYG:SYD:P(A;OICI;FA;;;SY)(A;OICI;FA;;;BA)(A;OICI;FA;;;" + sid + u")";
-}
 
 ByteView AsBytes(std::string_view text) { return {reinterpret_cast<const std::uint8_t*>(text.data()), text.size()}; }
 
@@ -57,30 +57,71 @@ void MakeFolders(VolumeBuilder& build) {
        {u"\\Windows\\System32\\svchost.exe", u"\\Program Files\\Windows Media Player\\wmpnetwk.exe"})
     build.File(program, AsBytes("A program of this machine. It runs only as a record of the service manager.\r\n"));
   build.Directory(u"\\Users", kUsers, FILE_ATTRIBUTE_READONLY);
-  build.Junction(u"\\Documents and Settings", u"C:\\Users",
-                 u"O:SYG:SYD:PAI(D;;CC;;;WD)(A;;0x1200a9;;;WD)(A;;FA;;;SY)(A;;FA;;;BA)",
-                 FILE_ATTRIBUTE_HIDDEN | FILE_ATTRIBUTE_SYSTEM);
+  MakeSystemLink(build, u"\\Documents and Settings", u"C:\\Users");
 }
 
-void MakeProfile(VolumeBuilder& build, const ProfileFacts& profile, FileTime now) {
-  const std::u16string home = u"\\Users\\" + profile.name;
-  build.Directory(home, profile.sid.empty() ? std::u16string() : ProfileDescriptor(profile.sid));
-  for (const auto* const folder : {u"AppData", u"AppData\\Local", u"AppData\\Local\\Temp", u"AppData\\LocalLow",
-                                   u"AppData\\Roaming", u"AppData\\Roaming\\Microsoft"})
-    build.Directory(home + u"\\" + folder, {}, folder == std::u16string_view(u"AppData") ? FILE_ATTRIBUTE_HIDDEN : 0);
+// The links in \ProgramData, once the profile of all users.
+void MakeProgramDataLinks(VolumeBuilder& build) {
   for (const auto* const folder :
-       {u"Contacts", u"Desktop", u"Documents", u"Downloads", u"Favorites", u"Music", u"Pictures", u"Videos"})
-    build.Directory(home + u"\\" + folder, {}, FILE_ATTRIBUTE_READONLY);
-  build.File(home + u"\\NTUSER.DAT", UserHive(u"C:" + home, now, profile.sid), {}, FILE_ATTRIBUTE_HIDDEN);
+       {u"\\ProgramData\\Microsoft", u"\\ProgramData\\Microsoft\\Windows",
+        u"\\ProgramData\\Microsoft\\Windows\\Start Menu", u"\\ProgramData\\Microsoft\\Windows\\Templates"})
+    build.Directory(folder);
+  MakeSystemLink(build, u"\\ProgramData\\Application Data", u"C:\\ProgramData");
+  MakeSystemLink(build, u"\\ProgramData\\Desktop", u"C:\\Users\\Public\\Desktop");
+  MakeSystemLink(build, u"\\ProgramData\\Documents", u"C:\\Users\\Public\\Documents");
+  MakeSystemLink(build, u"\\ProgramData\\Start Menu", u"C:\\ProgramData\\Microsoft\\Windows\\Start Menu");
+  MakeSystemLink(build, u"\\ProgramData\\Templates", u"C:\\ProgramData\\Microsoft\\Windows\\Templates");
 }
+
+void MakeProfiles(VolumeBuilder& build, const InstallationFacts& facts, FileTime now) {
+  const WindowsVersion windows{facts.majorVersion, facts.minorVersion};
+  const auto place = [](std::u16string_view name) {
+    const std::u16string folder = u"\\Users\\" + std::u16string(name);
+    return ProfilePlace{folder, u"C:" + folder};
+  };
+  build.Directory(u"\\Users\\Default", {}, FILE_ATTRIBUTE_HIDDEN | FILE_ATTRIBUTE_READONLY);
+  MakeDefaultProfile(build, place(u"Default"), windows, now);
+  build.Directory(u"\\Users\\Public",
+                  u"O:BAG:SYD:PAI(A;OICI;FA;;;BA)(A;OICI;FA;;;SY)(A;OICI;0x1301bf;;;IU)(A;OICI;0x1301bf;;;SU)",
+                  FILE_ATTRIBUTE_READONLY);
+  MakePublicProfile(build, place(u"Public"), windows);
+  MakeSystemLink(build, u"\\Users\\Default User", u"C:\\Users\\Default");
+  build.FolderLink(u"\\Users\\All Users", u"C:\\ProgramData", kEverybodyReads,
+                   FILE_ATTRIBUTE_HIDDEN | FILE_ATTRIBUTE_SYSTEM);
+  build.File(u"\\Users\\desktop.ini", IniText(u"\r\n[.ShellClassInfo]\r\n"), {},
+             FILE_ATTRIBUTE_HIDDEN | FILE_ATTRIBUTE_SYSTEM);
+  for (const auto* const folder :
+       {u"\\Windows\\Web", u"\\Windows\\Web\\Wallpaper", u"\\Windows\\Web\\Wallpaper\\Windows"})
+    build.Directory(folder);
+  constexpr unsigned kWidthOfScreen = 1024;
+  build.File(kWindowsWallpaper.substr(2), PictureFile(kWidthOfScreen));
+  for (const ProfileFacts& profile : facts.profiles) {
+    build.Directory(place(profile.name).inVolume, ProfileDescriptor(profile.sid));
+    MakeUserProfile(build, place(profile.name), windows, now, profile.sid, profile.ownWallpaper);
+  }
+}
+
+// The accounts of the machine in its SAM: those of the profiles, and the two that every machine has.
+void MakeAccounts(Machine& machine, const InstallationFacts& facts) {
+  constexpr win32::DWORD kAdministrator = 500, kGuest = 501;
+  const Sid own = SidFromText(kMachineSid);
+  SetMachineSid(machine, own);
+  for (const ProfileFacts& profile : facts.profiles) {
+    const Sid sid = SidFromText(profile.sid);
+    if (DomainOf(sid) == own)
+      AddLocalAccount(machine, profile.name, LoadLittleEndian<std::uint32_t>(sid, sid.size() - 4));
+  }
+  AddLocalAccount(machine, u"Administrator", kAdministrator);
+  AddLocalAccount(machine, u"Guest", kGuest);
+}
+
+bool IsBuiltInAdministrator(const ProfileFacts& profile) { return profile.sid.ends_with(u"-500"); }
 
 }  // namespace
 
 std::vector<ProfileFacts> DefaultProfiles() {
-  constexpr std::u16string_view kComputer = u"S-1-5-21-1004336348-1177238915-682003330-";
-  return {{u"Administrator", std::u16string(kComputer) + u"500"},
-          {u"anna", std::u16string(kComputer) + u"1001"},
-          {u"jan", std::u16string(kComputer) + u"1002"}};
+  const std::u16string machine(kMachineSid);
+  return {{u"Administrator", machine + u"-500"}, {u"anna", machine + u"-1001", true}, {u"jan", machine + u"-1002"}};
 }
 
 win32::DWORD InstallWindows(Machine& machine, const InstallationFacts& facts) {
@@ -90,17 +131,20 @@ win32::DWORD InstallWindows(Machine& machine, const InstallationFacts& facts) {
   MakeFolders(build);
   for (const auto* const hive : {u"SYSTEM", u"SOFTWARE", u"SAM", u"SECURITY", u"DEFAULT"})
     build.File(std::u16string(u"\\Windows\\System32\\config\\") + hive, BlankHive(hive, machine.Now()));
-  MakeProfile(build, {u"Default", {}}, machine.Now());
-  build.Directory(u"\\Users\\Public",
-                  u"O:BAG:SYD:PAI(A;OICI;FA;;;BA)(A;OICI;FA;;;SY)(A;OICI;0x1301bf;;;IU)(A;OICI;0x1301bf;;;SU)");
-  for (const auto* const folder : {u"Desktop", u"Documents", u"Downloads", u"Music", u"Pictures", u"Videos"})
-    build.Directory(std::u16string(u"\\Users\\Public\\") + folder, {}, FILE_ATTRIBUTE_READONLY);
-  for (const ProfileFacts& profile : facts.profiles) MakeProfile(build, profile, machine.Now());
+  MakeProgramDataLinks(build);
+  MakeProfiles(build, facts, machine.Now());
   if (build.error() != 0) return build.error();
 
   std::string error;
   if (!machine.registry().LoadSystemHives(error)) return win32::ERROR_FILE_CORRUPT;
-  if (!machine.registry().KeyExists(u"HKLM\\SYSTEM\\Select")) FillSystemHives(machine.registry(), facts);
+  if (!machine.registry().KeyExists(u"HKLM\\SYSTEM\\Select")) {
+    FillSystemHives(machine.registry(), facts);
+    MakeAccounts(machine, facts);
+    if (WindowsVersion{facts.majorVersion, facts.minorVersion}.AtLeast(6, 2))
+      for (const ProfileFacts& profile : facts.profiles)
+        if (!IsBuiltInAdministrator(profile)) MakeAccountPictures(build, machine.registry(), profile.sid);
+    if (build.error() != 0) return build.error();
+  }
   return machine.registry().Flush(error) ? 0 : win32::ERROR_FILE_CORRUPT;
 }
 

@@ -11,6 +11,7 @@ namespace emulated {
 struct ProfileFacts {
   std::u16string name;  // the folder below \Users
   std::u16string sid;
+  bool ownWallpaper = false;  // the desktop shows a picture that lies in the profile
 };
 
 struct InstallationFacts {
@@ -20,6 +21,9 @@ struct InstallationFacts {
   std::vector<ProfileFacts> profiles;
 };
 
+// What the SIDs of the machine's own accounts begin with.
+inline constexpr std::u16string_view kMachineSid = u"S-1-5-21-1004336348-1177238915-682003330";
+
 // Puts what is missing on the system volume (C.ntfs) of a machine that has not been booted: what is there stays. 0 or
 // an error.
 win32::DWORD InstallWindows(Machine& machine, const InstallationFacts& facts);
@@ -27,7 +31,8 @@ win32::DWORD InstallWindows(Machine& machine, const InstallationFacts& facts);
 // The descriptor that a freshly formatted drive's root has on Windows, and "System Volume Information" below it.
 win32::DWORD PrepareDataVolume(Volume& volume, FileTime now);
 
-// The profiles that a machine is made with when nobody says otherwise.
+// The profiles that a machine is made with when nobody says otherwise: Administrator, anna (whose wallpaper is her own)
+// and jan.
 std::vector<ProfileFacts> DefaultProfiles();
 
 }  // namespace emulated

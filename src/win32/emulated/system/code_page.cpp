@@ -12,9 +12,6 @@ namespace win32 {
 
 namespace {
 
-constexpr UINT kAnsi = 0;  // CP_ACP
-constexpr UINT kWestern = 1252;
-
 // One direction of iconv, kept open while the code page stays the same.
 class Converter {
  public:
@@ -59,6 +56,16 @@ bool IsPair(std::u16string_view text, std::size_t at) {
          text[at + 1] < 0xE000;
 }
 
+bool HasLoneSurrogate(std::u16string_view text) {
+  for (std::size_t i = 0; i < text.size(); ++i) {
+    if (IsPair(text, i))
+      ++i;
+    else if (text[i] >= 0xD800 && text[i] < 0xE000)
+      return true;
+  }
+  return false;
+}
+
 // Characters that the page lacks become the default character, one for each unit.
 bool ToCodePage(std::u16string_view text, UINT codePage, const char* defaultCharacter, std::string& bytes,
                 bool& usedDefault) {
@@ -95,20 +102,24 @@ int WideCharToMultiByte(UINT CodePage, DWORD dwFlags, const char16_t* lpWideChar
   if (!lpWideCharStr || cchWideChar == 0 || cchWideChar < -1 || cbMultiByte < 0 ||
       (cbMultiByte != 0 && !lpMultiByteStr))
     return fail(ERROR_INVALID_PARAMETER);
-  if (CodePage == CP_UTF8 && (lpDefaultChar || lpUsedDefaultChar)) return fail(ERROR_INVALID_PARAMETER);
   // A length of -1 takes the terminator along.
   const std::u16string_view text =
       cchWideChar == -1 ? std::u16string_view(lpWideCharStr, std::char_traits<char16_t>::length(lpWideCharStr) + 1)
                         : std::u16string_view(lpWideCharStr, static_cast<std::size_t>(cchWideChar));
-  const UINT page = CodePage == CP_OEMCP ? emulated::Machine::Current().oemCodePage
-                    : CodePage == kAnsi  ? kWestern
-                                         : CodePage;
+  const emulated::Machine& machine = emulated::Machine::Current();
+  const UINT page = CodePage == CP_OEMCP ? machine.oemCodePage : CodePage == CP_ACP ? machine.ansiCodePage : CodePage;
+  if (page == CP_UTF8 && (lpDefaultChar || lpUsedDefaultChar)) return fail(ERROR_INVALID_PARAMETER);
+  // Characters that the page has only something like are never converted here, asked for or not.
+  if ((dwFlags & ~(page == CP_UTF8 ? WC_ERR_INVALID_CHARS : WC_NO_BEST_FIT_CHARS)) != 0)
+    return fail(ERROR_INVALID_FLAGS);
   std::string bytes;
   bool usedDefault = false;
-  if (page == CP_UTF8)
+  if (page == CP_UTF8) {
+    if ((dwFlags & WC_ERR_INVALID_CHARS) != 0 && HasLoneSurrogate(text)) return fail(ERROR_NO_UNICODE_TRANSLATION);
     bytes = emulated::Utf8(text);
-  else if (!ToCodePage(text, page, lpDefaultChar, bytes, usedDefault))
+  } else if (!ToCodePage(text, page, lpDefaultChar, bytes, usedDefault)) {
     return fail(ERROR_INVALID_PARAMETER);
+  }
   if (lpUsedDefaultChar) *lpUsedDefaultChar = usedDefault ? TRUE : FALSE;
   const auto size = static_cast<int>(bytes.size());
   if (cbMultiByte == 0) return call.Return(size);

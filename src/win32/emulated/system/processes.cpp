@@ -2,6 +2,8 @@
 #include "win32/emulated/system/processes.h"
 
 #include <algorithm>
+#include <cstdlib>
+#include <cstring>
 #include <optional>
 
 #include "win32/emulated/security/access.h"
@@ -79,6 +81,47 @@ bool MayOpen(Machine& machine, const emulated::Process& process) {
          (process.token && process.token->user == token.user);
 }
 
+// The owner of a process as far as the caller may know it.
+emulated::Sid SidToTell(Machine& machine, const emulated::Process& process) {
+  return process.token && MayOpen(machine, process) ? process.token->user : emulated::Sid();
+}
+
+// Records with their names and SIDs behind them, in one block as WTSFreeMemory frees it.
+class ProcessList {
+ public:
+  void Add(const emulated::Process& process, emulated::Sid sid) {
+    texts_ += (process.image.size() + 1) * sizeof(char16_t);
+    sids_ += sid.size();
+    processes_.emplace_back(&process, std::move(sid));
+  }
+
+  // Null when there is no memory.
+  WTS_PROCESS_INFOW* Take(DWORD& count) const {
+    const std::size_t records = processes_.size() * sizeof(WTS_PROCESS_INFOW);
+    auto* const block = static_cast<BYTE*>(std::malloc(records + sids_ + texts_));
+    if (!block) return nullptr;
+    auto* const first = reinterpret_cast<WTS_PROCESS_INFOW*>(block);
+    BYTE* sid = block + records;  // their lengths are multiples of four, so the texts lie well behind them
+    BYTE* text = sid + sids_;
+    for (std::size_t i = 0; i < processes_.size(); ++i) {
+      const auto& [process, owner] = processes_[i];
+      const std::size_t length = (process->image.size() + 1) * sizeof(char16_t);
+      first[i] = {process->id == 0 ? 0u : 1u, process->id, reinterpret_cast<char16_t*>(text),
+                  owner.empty() ? nullptr : sid};
+      std::memcpy(text, process->image.c_str(), length);
+      if (!owner.empty()) std::memcpy(sid, owner.data(), owner.size());
+      text += length;
+      sid += owner.size();
+    }
+    count = static_cast<DWORD>(processes_.size());
+    return first;
+  }
+
+ private:
+  std::vector<std::pair<const emulated::Process*, emulated::Sid>> processes_;
+  std::size_t texts_ = 0, sids_ = 0;
+};
+
 // The process that a handle with PROCESS_DUP_HANDLE names. 0, 5 or 6.
 DWORD ProcessToReach(Machine& machine, HANDLE handle, DWORD& id) {
   id = machine.process.id;
@@ -113,6 +156,29 @@ HANDLE OpenProcess(DWORD dwDesiredAccess, BOOL bInheritHandle, DWORD dwProcessId
   }
   return call.Return(
       emulated::NewHandle(std::make_shared<ProcessObject>(dwProcessId), Mapped(dwDesiredAccess, kProcessMapping)));
+}
+
+// Who may not open a process is not told whose it is. The idle process has neither a name nor an owner.
+BOOL WTSEnumerateProcessesW(HANDLE hServer, DWORD Reserved, DWORD Version, WTS_PROCESS_INFOW** ppProcessInfo,
+                            DWORD* pCount) {
+  WIN32_CALL(hServer, Reserved, Version);
+  if (call.Refused()) return FALSE;
+  if (Reserved != 0 || Version != 1 || !ppProcessInfo || !pCount) return call.Done(ERROR_INVALID_PARAMETER);
+  if (hServer != WTS_CURRENT_SERVER_HANDLE) return call.Done(ERROR_INVALID_HANDLE);
+  Machine& machine = Machine::Current();
+  const emulated::Process idle;
+  ProcessList list;
+  list.Add(idle, {});
+  list.Add(machine.process, SidToTell(machine, machine.process));
+  for (const emulated::Process& other : machine.others) list.Add(other, SidToTell(machine, other));
+  *ppProcessInfo = list.Take(*pCount);
+  return call.Done(*ppProcessInfo ? ERROR_SUCCESS : ERROR_NOT_ENOUGH_MEMORY);
+}
+
+// A refused call frees all the same, as LocalFree does.
+void WTSFreeMemory(void* pMemory) {
+  WIN32_CALL(pMemory);
+  std::free(pMemory);
 }
 
 // Rights that the source handle does not have are refused (5): no object of this machine is asked for them anew.

@@ -1,0 +1,291 @@
+#include "profiles/automatic.h"
+
+#include <algorithm>
+#include <exception>
+#include <string>
+
+#include "cli/console.h"
+#include "fsops/mounted_folder.h"
+#include "log/log.h"
+#include "probes/services.h"
+#include "profiles/keelroom_rule.h"
+#include "profiles/recorded_home.h"
+#include "profiles/shared_profiles_rules.h"
+#include "profiles/shared_profiles_steps.h"
+#include "redirect/outcome.h"
+#include "redirect/path_text.h"
+#include "regredirect/configuration.h"
+#include "regredirect/location.h"
+#include "regredirect/registry_keys.h"
+#include "regredirect/service_config.h"
+#include "win32/win32.h"
+
+namespace {
+
+constexpr unsigned kErrorsLoggedIn = 137;
+constexpr unsigned kLocationIs = 141;
+constexpr unsigned kSet = 149;
+constexpr unsigned kSettingFailed = 150;
+constexpr unsigned kRemoved = 151;
+constexpr unsigned kRemovalFailed = 152;
+constexpr unsigned kIsOff = 161;
+constexpr unsigned kIsOnAlready = 172;
+constexpr unsigned kRemovalOnVolumeBegins = 174;
+constexpr unsigned kRemovalOnVolumeFailed = 175;
+
+constexpr CarriedAlong kEverything{.ntfsPermissions = true, .shares = true};
+
+// What a command came to, when not everything is done.
+enum class Outcome { Done, Failed, Refused };  // Refused: the console has been told why
+
+std::u16string TextWith(unsigned text, const std::u16string& location) {
+  return FormatText<std::u16string>(TableText(LoadResourceString(text)), location);
+}
+
+int SayDone(unsigned text, const std::u16string& location) {
+  const std::u16string said = TextWith(text, location);
+  ConsolePrint(said);
+  Log(u"%ls", said);
+  return 0;
+}
+
+bool ReadSection(CQBConfig& config, std::u16string& location, bool& isOn) {
+  std::u16string status;
+  if (!config.Init()) {
+    Log(u"#ERROR: Failed to read config file.");
+    return false;
+  }
+  if (!config.GetUserProfileRedirection(&location, &status, nullptr)) {
+    Log(u"#ERROR: Failed to obtain information from config file.");
+    return false;
+  }
+  isOn = status == u"1";
+  return true;
+}
+
+// The configuration may have been lost and made anew while new profiles were created elsewhere.
+void TellIfProfilesGoElsewhere() {
+  ProfileFolderValue directory;
+  const bool read = ReadProfileFolder(ProfileFolder::ProfilesDirectory, directory);
+  char16_t drive[win32::MAX_PATH] = {};
+  const win32::DWORD size = win32::ExpandEnvironmentStringsW(u"%SystemDrive%", drive, win32::MAX_PATH);
+  if (!read || size == 0 || size > win32::MAX_PATH || IsSameOrBelow(directory.folder, drive)) return;
+  Log(u"#INFO: The configuration file does not say so, but new user profiles are created in %ls (ProfilesDirectory in "
+      u"the profile list).",
+      directory.folder);
+}
+
+bool IsMonitored(const CQBConfig& config) {
+  return std::ranges::any_of(config.MonitoredKeys(),
+                             [](const std::u16string& key) { return EqualPaths(key, kProfileListKey); });
+}
+
+// What new accounts leave in the profile list must survive as their profiles do.
+bool WriteSection(CQBConfig& config, const std::u16string& location, const std::u16string& home) {
+  int status = 0;
+  std::u16string registryLocation;
+  if (config.SetUserProfileRedirection(u"1", location.c_str(), home.c_str()) &&
+      (IsMonitored(config) || config.AddRegKey(kProfileListKey)) && config.GetOutDir(status, registryLocation) &&
+      (status != 0 || config.SetOutDir(true, location)))
+    return true;
+  Log(u"#ERROR: Unable to set the location of new user profiles in config file.");
+  return false;
+}
+
+Outcome Set(const std::u16string& location, bool withSharedProfiles) {
+  CQBConfig config;
+  std::u16string present;
+  bool isOn = false;
+  if (!ReadSection(config, present, isOn)) return Outcome::Failed;
+  if (isOn) {
+    Log(u"#ERROR: New user profiles are created in %ls already.", present);
+    ConsolePrint(LoadResourceString(kIsOnAlready));
+    return Outcome::Refused;
+  }
+  ProfileFolderValue home;
+  if (!ReadProfileFolder(ProfileFolder::ProfilesDirectory, home)) {
+    Log(u"#ERROR: Unable to read the profile list.");
+    return Outcome::Failed;
+  }
+  if (IsOnOldKeelroom(location) || !MayHoldProfiles(location, home.folder, false)) return Outcome::Failed;
+  const RestartOwed owed = SayIfRestartIsOwed({location});
+  if (owed != RestartOwed::No) return owed == RestartOwed::Yes ? Outcome::Refused : Outcome::Failed;
+
+  const SharedProfiles named = withSharedProfiles ? kBothProfiles : SharedProfiles{};
+  ProfilesLocation folder(location);
+  ProfileCopies copies;
+  if (!PlanCopies(named, location, home.folder, true, kEverything, copies) || !MayBeCopied(copies, location))
+    return Outcome::Failed;
+
+  ProfileFolderChange directory(ProfileFolder::ProfilesDirectory, home);
+  if (!folder.Make(home.folder) || !CopyAndMakeLive(copies) || !directory.Set(location) ||
+      !WriteSection(config, location, home.folder) || !SaveConfiguration(config))
+    return Outcome::Failed;
+  directory.Keep();
+  for (const auto& copy : copies) copy->Keep();
+  folder.Keep();
+  // What the service does with a request cannot be taken back.
+  FollowPublicProfile(copies);
+  StartQuillbayService();
+  return Outcome::Done;
+}
+
+// One removal, from the configuration that is to be read to the location that is left.
+class Removal {
+ public:
+  Outcome Run();
+  // As far as it could be read.
+  const std::u16string& location() const { return location_; }
+  bool onVolume() const { return onVolume_; }
+
+ private:
+  Outcome MayRemove();
+  bool BringBack();
+  bool EraseSection(const std::u16string& home);
+  void LeaveLocation(bool restartOwed) const;
+
+  CQBConfig config_;
+  std::u16string location_;
+  bool onVolume_ = false, leavesRegistryLocation_ = false;
+};
+
+Outcome Removal::Run() {
+  const Outcome asked = MayRemove();
+  if (asked != Outcome::Done) return asked;
+  return BringBack() ? Outcome::Done : Outcome::Failed;
+}
+
+Outcome Removal::MayRemove() {
+  bool isOn = false;
+  if (!ReadSection(config_, location_, isOn)) return Outcome::Failed;
+  if (!isOn) {
+    Log(u"#ERROR: New user profiles are not redirected.");
+    TellIfProfilesGoElsewhere();
+    ConsolePrint(LoadResourceString(kIsOff));
+    return Outcome::Refused;
+  }
+  onVolume_ = IsVolumeMountPoint(location_.c_str()) != 0;
+  std::vector<std::u16string> places;
+  for (const ProfileFolder which : {ProfileFolder::Default, ProfileFolder::Public}) {
+    ProfileFolderValue value;
+    if (!ReadProfileFolder(which, value)) {
+      Log(u"#ERROR: Unable to read the profile list.");
+      return Outcome::Failed;
+    }
+    places.push_back(JoinPath(location_, LastComponent(value.folder)));
+  }
+  const RestartOwed owed = SayIfRestartIsOwed(places);
+  if (owed != RestartOwed::No) return owed == RestartOwed::Yes ? Outcome::Refused : Outcome::Failed;
+  if (onVolume_) ConsolePrint(LoadResourceString(kRemovalOnVolumeBegins));
+  return Outcome::Done;
+}
+
+bool Removal::BringBack() {
+  const std::u16string home = RecordedProfilesFolder(config_);
+  if (home.empty()) {
+    Log(u"#ERROR: Failed to obtain information from config file.");
+    return false;
+  }
+  ProfileFolderValue present;
+  ProfileReturns returns;
+  if (!ReadProfileFolder(ProfileFolder::ProfilesDirectory, present)) {
+    Log(u"#ERROR: Unable to read the profile list.");
+    return false;
+  }
+  if (!IsPlainFolder(home) || !PlanReturns(kBothProfiles, home, kEverything, returns)) return false;
+  ProfileFolderChange directory(ProfileFolder::ProfilesDirectory, present);
+  if (!CopyBackAndMakeLive(returns) || !directory.Set(home) || !EraseSection(home) || !SaveConfiguration(config_))
+    return false;
+  directory.Keep();
+  for (const auto& back : returns) back->Keep();
+  FollowPublicProfile(returns);
+  LeaveLocation(DeleteCopies(returns));
+  return true;
+}
+
+bool Removal::EraseSection(const std::u16string& home) {
+  int status = 0;
+  std::u16string registryLocation;
+  if (config_.SetUserProfileRedirection(u"0", u"", home.c_str()) &&
+      (!IsMonitored(config_) || config_.RemoveRegKey(kProfileListKey)) && config_.GetOutDir(status, registryLocation)) {
+    leavesRegistryLocation_ = status != 0 && EqualPaths(registryLocation, location_) && config_.MonitoredKeys().empty();
+    if (!leavesRegistryLocation_ || config_.SetOutDir(false)) return true;
+  }
+  Log(u"#ERROR: Unable to remove the location of new user profiles from config file.");
+  return false;
+}
+
+// Profiles that were made there stay, and the location with them.
+void Removal::LeaveLocation(bool restartOwed) const {
+  if (leavesRegistryLocation_) LeaveRegKeyLocation(location_);
+  if (location_.empty() || IsVolumeMountPoint(location_.c_str()) || RemoveEmptyFolder(location_) || !restartOwed)
+    return;
+  // Windows passes over it then if it is not empty.
+  win32::MoveFileExW(location_.c_str(), nullptr, win32::MOVEFILE_DELAY_UNTIL_REBOOT);
+}
+
+int SayRemovalFailed(const Removal& removal) {
+  ConsoleFormatString(kErrorsLoggedIn, LogPath());
+  const std::u16string said = removal.onVolume() ? LoadResourceString(kRemovalOnVolumeFailed)
+                                                 : u"\n" + TextWith(kRemovalFailed, removal.location());
+  ConsolePrint(said);
+  Log(u"%ls", said);
+  return 1;
+}
+
+}  // namespace
+
+int SetAutoRedirection(const char16_t* location, bool withSharedProfiles) try {
+  if (!IsAdministrator()) return 1;
+  if (!location || !*location) {
+    Log(u"#ERROR: Input path missing.");
+    return Fail(kSettingFailed);
+  }
+  const std::u16string folder = WithoutTrailingBackslash(location);
+  switch (Set(folder, withSharedProfiles)) {
+    case Outcome::Done:
+      return SayDone(kSet, folder);
+    case Outcome::Refused:
+      return 1;
+    case Outcome::Failed:
+      break;
+  }
+  return Fail(kSettingFailed);
+} catch (const std::exception&) {
+  return Fail(kSettingFailed);
+}
+
+int RemoveAutoRedirection() try {
+  if (!IsAdministrator()) return 1;
+  Removal removal;
+  try {
+    switch (removal.Run()) {
+      case Outcome::Done:
+        return SayDone(kRemoved, removal.location());
+      case Outcome::Refused:
+        return 1;
+      case Outcome::Failed:
+        break;
+    }
+  } catch (const std::exception&) {
+  }
+  return SayRemovalFailed(removal);
+} catch (const std::exception&) {
+  return 1;
+}
+
+int ShowAutoRedirection() try {
+  CQBConfig config;
+  std::u16string location;
+  bool isOn = false;
+  if (!ReadSection(config, location, isOn)) return 1;
+  if (isOn) {
+    ConsolePrint(TextWith(kLocationIs, location));
+    return 0;
+  }
+  TellIfProfilesGoElsewhere();
+  ConsolePrint(LoadResourceString(kIsOff));
+  return 0;
+} catch (const std::exception&) {
+  return 1;
+}

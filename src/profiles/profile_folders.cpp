@@ -1,0 +1,93 @@
+#include "profiles/profile_folders.h"
+
+#include <exception>
+#include <utility>
+
+#include "log/log.h"
+#include "profiles/profile_list.h"
+#include "profiles/registry_text.h"
+#include "redirect/path_text.h"
+#include "win32/win32.h"
+
+namespace {
+
+constexpr const char16_t* kSystemDrive = u"%SystemDrive%";
+
+const char16_t* NameOf(ProfileFolder which) {
+  switch (which) {
+    case ProfileFolder::Default:
+      return u"Default";
+    case ProfileFolder::Public:
+      return u"Public";
+    case ProfileFolder::ProfilesDirectory:
+      break;
+  }
+  return u"ProfilesDirectory";
+}
+
+win32::UniqueKey OpenProfileList(win32::ACCESS_MASK access) {
+  win32::UniqueKey key;
+  if (win32::RegOpenKeyExW(win32::HKEY_LOCAL_MACHINE, kProfileListPath, 0, access, key.put()) != win32::ERROR_SUCCESS)
+    key.reset();
+  return key;
+}
+
+bool WriteValue(ProfileFolder which, const RegistryValue& value) {
+  const win32::UniqueKey key = OpenProfileList(win32::KEY_SET_VALUE);
+  return key && WriteRegistryValue(key.get(), NameOf(which), value) == win32::ERROR_SUCCESS;
+}
+
+}  // namespace
+
+bool ReadProfileFolder(ProfileFolder which, ProfileFolderValue& value) try {
+  const win32::UniqueKey key = OpenProfileList(win32::KEY_QUERY_VALUE);
+  RegistryValue read;
+  if (!key || ReadRegistryValue(key.get(), NameOf(which), read) != win32::ERROR_SUCCESS) return false;
+  value = {WithoutTrailingBackslash(ExpandedText(read)), read.type, read.data};
+  return !value.folder.empty();
+} catch (const std::exception&) {
+  return false;
+}
+
+bool WriteProfileFolder(ProfileFolder which, const std::u16string& folder) try {
+  ProfileFolderValue present;
+  if (!ReadProfileFolder(which, present)) return false;
+  RegistryValue value = TextValue(folder, present.type);
+  if (present.type == win32::REG_EXPAND_SZ) {
+    const std::u16string drive = ExpandedText(TextValue(kSystemDrive, win32::REG_EXPAND_SZ));
+    if (drive.empty()) return false;
+    if (StartsWithPath(folder, drive + u'\\'))
+      value = TextValue(std::u16string(kSystemDrive) + folder.substr(drive.size()), win32::REG_EXPAND_SZ);
+  }
+  // A folder with a name like "%TEMP%" would become another one.
+  return EqualPaths(ExpandedText(value), folder) && WriteValue(which, value);
+} catch (const std::exception&) {
+  return false;
+}
+
+bool RestoreProfileFolder(ProfileFolder which, const ProfileFolderValue& value) try {
+  return WriteValue(which, {value.type, value.data});
+} catch (const std::exception&) {
+  return false;
+}
+
+ProfileFolderChange::ProfileFolderChange(ProfileFolder which, ProfileFolderValue before)
+    : which_(which), before_(std::move(before)) {}
+
+ProfileFolderChange::~ProfileFolderChange() { TakeBack(); }
+
+bool ProfileFolderChange::Set(const std::u16string& folder) {
+  changed_ = WriteProfileFolder(which_, folder);
+  if (!changed_) Log(u"#ERROR: Unable to update the profile list: %ls cannot name %ls.", NameOf(which_), folder);
+  return changed_;
+}
+
+bool ProfileFolderChange::TakeBack() {
+  if (!changed_) return true;
+  if (!RestoreProfileFolder(which_, before_)) {
+    Log(u"#ERROR: Unable to update the profile list: %ls cannot name %ls again.", NameOf(which_), before_.folder);
+    return false;
+  }
+  changed_ = false;
+  return true;
+}

@@ -1,0 +1,167 @@
+#include "profiles/profile_list.h"
+
+#include <array>
+#include <exception>
+#include <optional>
+#include <utility>
+
+#include "profiles/profile_folders.h"
+#include "profiles/registry_text.h"
+#include "profiles/user_accounts.h"
+#include "redirect/path_text.h"
+#include "win32/win32.h"
+
+namespace {
+
+constexpr const char16_t* kImagePath = u"ProfileImagePath";
+constexpr std::u16string_view kDefaultProfile = u"DefaultProfile";
+constexpr std::u16string_view kPublicProfile = u"PublicProfile";
+
+// Accounts of this machine and of domains, and those of a directory in the cloud. Services have others, and a key that
+// Windows set aside ends with more than the SID.
+bool IsSidOfPerson(std::u16string_view sid) {
+  if (!StartsWithPath(sid, u"S-1-5-21-") && !StartsWithPath(sid, u"S-1-12-1-")) return false;
+  return sid.substr(1).find_first_not_of(u"0123456789-") == sid.npos;
+}
+
+win32::LSTATUS OpenKeyOf(const std::u16string& sid, win32::DWORD access, win32::UniqueKey& key) {
+  return win32::RegOpenKeyExW(win32::HKEY_LOCAL_MACHINE, (kProfileListPath + (u"\\" + sid)).c_str(), 0, access,
+                              key.put());
+}
+
+win32::LSTATUS ReadImagePath(const std::u16string& sid, RegistryValue& value) {
+  win32::UniqueKey key;
+  const win32::LSTATUS opened = OpenKeyOf(sid, win32::KEY_QUERY_VALUE, key);
+  return opened == 0 ? ReadRegistryValue(key.get(), kImagePath, value) : opened;
+}
+
+bool IsHiveLoaded(const std::u16string& sid) {
+  win32::UniqueKey key;
+  const win32::LSTATUS opened =
+      win32::RegOpenKeyExW(win32::HKEY_USERS, sid.c_str(), 0, win32::KEY_QUERY_VALUE, key.put());
+  return opened == 0 || opened == win32::LSTATUS{win32::ERROR_ACCESS_DENIED};
+}
+
+int HiveStateOf(const UserProfile& profile) {
+  if (IsHiveLoaded(profile.sid)) return kHiveLoaded;
+  const std::u16string hive = JoinPath(profile.folder, u"NTUSER.DAT");
+  return win32::GetFileAttributesW(hive.c_str()) != win32::INVALID_FILE_ATTRIBUTES ? kHiveNotLoaded : kHiveMissing;
+}
+
+enum class Found { Profile, None, Unknown };
+
+// The profile of a SID; None when there is no such key, or it names no folder.
+Found ReadProfile(const std::u16string& sid, UserProfile& profile) {
+  RegistryValue value;
+  const win32::LSTATUS result = ReadImagePath(sid, value);
+  if (result == win32::LSTATUS{win32::ERROR_FILE_NOT_FOUND}) return Found::None;
+  if (result != 0) return Found::Unknown;
+  profile.sid = sid;
+  profile.folder = WithoutTrailingBackslash(ExpandedText(value));
+  if (profile.folder.empty()) return IsText(value) && !RawText(value).empty() ? Found::Unknown : Found::None;
+  profile.hiveState = HiveStateOf(profile);
+  return Found::Profile;
+}
+
+// False when the registry did not tell all of them.
+bool ReadSids(std::vector<std::u16string>& sids) {
+  win32::UniqueKey list;
+  if (win32::RegOpenKeyExW(win32::HKEY_LOCAL_MACHINE, kProfileListPath, 0,
+                           win32::KEY_QUERY_VALUE | win32::KEY_ENUMERATE_SUB_KEYS, list.put()) != 0)
+    return false;
+  constexpr win32::DWORD kLongestKeyName = 256;  // terminator included
+  for (win32::DWORD index = 0;; ++index) {
+    std::array<char16_t, kLongestKeyName> name{};
+    const win32::LSTATUS result = win32::RegEnumKeyW(list.get(), index, name.data(), kLongestKeyName);
+    if (result == win32::LSTATUS{win32::ERROR_NO_MORE_ITEMS}) return true;
+    if (result != 0) return false;
+    if (IsSidOfPerson(name.data())) sids.emplace_back(name.data());
+  }
+}
+
+// The profile of an account that nobody knows any more, by the name of its folder.
+int FindByFolderName(const std::u16string& name, UserProfile& profile) {
+  std::vector<UserProfile> profiles;
+  if (!ReadUserProfiles(profiles)) return 0;
+  int found = 0;
+  for (UserProfile& candidate : profiles)
+    if (EqualPaths(LastComponent(candidate.folder), name)) {
+      ++found;
+      profile = std::move(candidate);
+    }
+  return found == 1 ? 1 : 0;
+}
+
+int GetSharedProfile(ProfileFolder which, UserProfile& profile) {
+  ProfileFolderValue value;
+  if (!ReadProfileFolder(which, value)) return 0;
+  profile = {{}, value.folder, kHiveOfNobody};
+  return 1;
+}
+
+bool WriteImagePath(const std::u16string& sid, const RegistryValue& value) {
+  win32::UniqueKey key;
+  return OpenKeyOf(sid, win32::KEY_SET_VALUE, key) == 0 && WriteRegistryValue(key.get(), kImagePath, value) == 0;
+}
+
+}  // namespace
+
+int GetUserProfile(const std::u16string& user, UserProfile& profile) try {
+  if (user.empty()) return 0;
+  if (EqualPaths(user, kDefaultProfile)) return GetSharedProfile(ProfileFolder::Default, profile);
+  if (EqualPaths(user, kPublicProfile)) return GetSharedProfile(ProfileFolder::Public, profile);
+  const std::u16string sid = SidOfAccount(user);
+  if (sid.empty()) return FindByFolderName(user, profile);
+  return IsSidOfPerson(sid) && ReadProfile(sid, profile) == Found::Profile ? 1 : 0;
+} catch (const std::exception&) {
+  return 0;
+}
+
+int SetProfileImagePath(const std::u16string& sid, const std::u16string& folder) try {
+  RegistryValue present;
+  if (sid.empty() || folder.empty() || ReadImagePath(sid, present) != 0 || !IsText(present)) return 0;
+  const RegistryValue value = TextValue(folder, present.type);
+  // A folder with a name like "%TEMP%" would become another one.
+  return ExpandedText(value) == folder && WriteImagePath(sid, value) ? 1 : 0;
+} catch (const std::exception&) {
+  return 0;
+}
+
+bool CanSetProfileImagePath(const std::u16string& sid) try {
+  RegistryValue present;
+  win32::UniqueKey key;
+  return !sid.empty() && ReadImagePath(sid, present) == 0 && IsText(present) &&
+         OpenKeyOf(sid, win32::KEY_SET_VALUE, key) == 0;
+} catch (const std::exception&) {
+  return false;
+}
+
+bool ReadProfileImagePath(const std::u16string& sid, ProfileImagePathValue& value) try {
+  RegistryValue read;
+  if (sid.empty() || ReadImagePath(sid, read) != 0) return false;
+  value = {read.type, std::move(read.data)};
+  return true;
+} catch (const std::exception&) {
+  return false;
+}
+
+bool RestoreProfileImagePath(const std::u16string& sid, const ProfileImagePathValue& value) try {
+  return !sid.empty() && WriteImagePath(sid, {value.type, value.data});
+} catch (const std::exception&) {
+  return false;
+}
+
+bool ReadUserProfiles(std::vector<UserProfile>& profiles) try {
+  profiles.clear();
+  std::vector<std::u16string> sids;
+  if (!ReadSids(sids)) return false;
+  for (const std::u16string& sid : sids) {
+    UserProfile profile;
+    const Found found = ReadProfile(sid, profile);
+    if (found == Found::Unknown) return false;
+    if (found == Found::Profile) profiles.push_back(std::move(profile));
+  }
+  return true;
+} catch (const std::exception&) {
+  return false;
+}

@@ -1,0 +1,157 @@
+#include "profiles/profile_move.h"
+
+#include <algorithm>
+#include <exception>
+#include <vector>
+
+#include "fsops/mounted_folder.h"
+#include "fsops/move_tree.h"
+#include "log/log.h"
+#include "profiles/profile_folders.h"
+#include "redirect/created_folders.h"
+#include "redirect/folder_steps.h"
+#include "redirect/path_text.h"
+#include "validate/closed_items.h"
+#include "validate/validate.h"
+#include "win32/win32.h"
+
+namespace {
+
+// The folder with the hive is the one that Windows can log the user on with.
+bool HoldsHive(const std::u16string& folder) { return PathExists(JoinPath(folder, u"NTUSER.DAT")); }
+
+// A command that was cut off while the two folders changed places left the profile beside its own.
+void TellIfCutOff(const std::u16string& folder) {
+  if (PathExists(folder)) return;
+  for (const char16_t* const suffix : {u".mount", u".temp"})
+    if (const std::u16string beside = folder + suffix; PathExists(beside))
+      Log(u"#INFO: A redirection of the User Profile %ls was interrupted. The profile is in %ls: rename this folder to "
+          u"the first one.",
+          folder, beside);
+}
+
+}  // namespace
+
+ProfileMove::ProfileMove(const UserProfile& profile, const std::u16string& target, const ProfileMoveFlags& flags)
+    : profile_(profile),
+      target_(target),
+      flags_(flags),
+      place_(profile.folder, target),
+      records_(profile, place_.path()) {}
+
+bool ProfileMove::Run() {
+  try {
+    if (IsAllowed() && place_.Mount() && List() && place_.Make() && MayMove() &&
+        place_.BecomeLikeProfile(!flags_.copyNtfsPermissions) && MoveContents() && Follow() && RestoreSecurity() &&
+        place_.TakeFormerPlace()) {
+      contentsMoved_ = false;  // nothing to take back any more
+      Finish();
+      return true;
+    }
+  } catch (const std::exception&) {
+    Log(u"#ERROR: The User Profile %ls could not be moved to %ls.", profile_.folder, place_.path());
+  }
+  TakeBack();
+  return false;
+}
+
+// What can be told before anything is made.
+bool ProfileMove::IsAllowed() const {
+  if (!IsUsablePath(profile_.folder) || (!place_.IsVolume() && !IsUsablePath(target_))) return false;
+  if (place_.path().size() < kPathLengthLimit) return IsNobodyElses();
+  Log(u"#ERROR: The specified path %ls exceeds the system-defined maximum length of 248 characters. Browse to a "
+      u"different location.",
+      place_.path());
+  return false;
+}
+
+// Two profiles in one folder would overwrite each other.
+bool ProfileMove::IsNobodyElses() const {
+  std::vector<UserProfile> others;
+  if (!ReadUserProfiles(others)) {
+    Log(u"#ERROR: Failed to obtain User Profile Information.");
+    return false;
+  }
+  for (const ProfileFolder which : {ProfileFolder::Default, ProfileFolder::Public})
+    if (ProfileFolderValue shared; ReadProfileFolder(which, shared)) others.push_back({{}, shared.folder, {}});
+  for (const UserProfile& other : others) {
+    if (EqualPaths(other.sid, profile_.sid)) continue;
+    const bool isThere = IsSameOrBelow(place_.path(), other.folder) || IsSameOrBelow(other.folder, place_.path());
+    if (!isThere && !IsSameOrBelow(other.folder, profile_.folder)) continue;
+    Log(u"#ERROR: The folder %ls holds another User Profile. Browse to a different location.", other.folder);
+    return false;
+  }
+  return true;
+}
+
+bool ProfileMove::List() {
+  const ImpersonatedCaller caller;
+  TreeListing listing;
+  if (GetFileList(profile_.folder, listing, caller.token(), savedSecurity_)) return true;
+  Log(u"#ERROR: Unable to get list of files for path = %ls.", profile_.folder);
+  TellIfCutOff(profile_.folder);
+  return false;
+}
+
+// What could refuse once the contents have moved is asked now.
+bool ProfileMove::MayMove() {
+  if (!ValidateRedirectionPaths(profile_.folder.c_str(), place_.path().c_str(), 1, 0, place_.IsVolume(),
+                                flags_.backToDefault, 1, 0, 0)) {
+    Log(u"#ERROR: PreScanning failed for Source = %ls and Target = %ls.", profile_.folder, place_.path());
+    return false;
+  }
+  return place_.KeepsPath() || records_.CanFollow();
+}
+
+bool ProfileMove::MoveContents() {
+  if (place_.StoodThere() || place_.IsVolume()) SayThatTargetExists(place_.path());
+  Log(u"#INFO: Going to move files and folders from Source = %ls to Target = %ls.", profile_.folder, place_.path());
+  contentsMoved_ = MoveDirectoryTree(profile_.folder, place_.path(), flags_.copyNtfsPermissions, flags_.moveShares,
+                                     place_.KeepsPath(), 1, /*targetIsNew=*/0, moved_) != 0;
+  if (!contentsMoved_) LogMoveFailed(profile_.folder, place_.path());
+  return contentsMoved_;
+}
+
+bool ProfileMove::Follow() { return place_.KeepsPath() || records_.Follow(); }
+
+bool ProfileMove::RestoreSecurity() const {
+  if (RestoreRemovedSecurityInfo(savedSecurity_, profile_.folder.c_str(), place_.path().c_str())) return true;
+  Log(u"#ERROR: Unable to restore access rights to file and folder in Target Path = %ls.", place_.path());
+  return false;
+}
+
+// What is left to do when the profile is in its place. Should one of these fail, the log tells.
+void ProfileMove::Finish() const {
+  if (!place_.KeepsPath() && flags_.moveShares) MoveShares(profile_.folder, place_.path());
+  place_.LeaveFormerVolume();
+  // Of a profile that is home again nothing need stay elsewhere.
+  if (flags_.backToDefault && !place_.KeepsPath()) RemoveEmptyFolder(profile_.folder);
+}
+
+// What could not be brought back stays where the log says that it is: a volume that holds it stays mounted there.
+void ProfileMove::TakeBack() noexcept try {
+  if (contentsMoved_) records_.TakeBack();
+  if (contentsMoved_ && place_.MakeFormerFolderAgain()) UndoMove(moved_);
+  RestoreRemovedSecurityInfo(savedSecurity_);
+  const bool stayed = SomethingStayed();
+  if (stayed) {
+    RestoreRemovedSecurityInfo(savedSecurity_, profile_.folder.c_str(), place_.path().c_str());
+    Log(u"#ERROR: The User Profile, or a part of it, stays in %ls.", place_.path());
+  }
+  if (stayed && HoldsHive(place_.path()) && !HoldsHive(profile_.folder))
+    records_.NameNewFolder();
+  else if (contentsMoved_)
+    records_.NameOldFolder();
+  if (!stayed) place_.TakeAway();
+  if (!stayed && !HoldsHive(profile_.folder) && HoldsHive(place_.path()))
+    Log(u"#INFO: A redirection of the User Profile %ls was interrupted. What is missing there is in %ls.",
+        profile_.folder, place_.path());
+} catch (const std::exception&) {
+  Log(u"#ERROR: The User Profile is in %ls, in %ls, or partly in both.", profile_.folder, place_.path());
+}
+
+bool ProfileMove::SomethingStayed() const {
+  return std::ranges::any_of(moved_.items, [](const CopiedItem& item) {
+    return item.complete && !PathExists(item.source.path) && PathExists(item.target);
+  });
+}

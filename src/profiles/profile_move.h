@@ -1,0 +1,46 @@
+// One user's profile on its way to another place, and back again when something fails. docs/profiles.md has the order
+// of the steps and what each failure leaves.
+#pragma once
+
+#include <string>
+
+#include "fsops/copy_tree.h"
+#include "profiles/profile_list.h"
+#include "profiles/profile_place.h"
+#include "profiles/profile_records.h"
+
+struct ProfileMoveFlags {
+  int copyNtfsPermissions = 0;
+  int moveShares = 0;
+  int backToDefault = 0;
+};
+
+class ProfileMove {
+ public:
+  ProfileMove(const UserProfile& profile, const std::u16string& target, const ProfileMoveFlags& flags);
+
+  // False: everything is as it was, or the log says where the profile is.
+  bool Run();
+
+ private:
+  bool IsAllowed() const;
+  bool IsNobodyElses() const;
+  bool List();
+  bool MayMove();
+  bool MoveContents();
+  bool Follow();
+  bool RestoreSecurity() const;
+  void Finish() const;
+
+  void TakeBack() noexcept;
+  bool SomethingStayed() const;
+
+  const UserProfile profile_;
+  const std::u16string target_;
+  const ProfileMoveFlags flags_;
+  ProfilePlace place_;
+  ProfileRecords records_;
+  SavedSecurityMap savedSecurity_;
+  CopyRecord moved_;
+  bool contentsMoved_ = false;
+};

@@ -1,0 +1,161 @@
+#include "profiles/profile_place.h"
+
+#include <array>
+
+#include "fsops/backup_copy.h"
+#include "fsops/mounted_folder.h"
+#include "fsops/security.h"
+#include "fsops/stored_name.h"
+#include "log/log.h"
+#include "redirect/folder_steps.h"
+#include "redirect/path_text.h"
+#include "redirect/side_folder.h"
+#include "redirect/volume_root.h"
+#include "validate/validate.h"
+#include "win32/win32.h"
+
+namespace {
+
+constexpr std::u16string_view kMountSuffix = u".mount";
+constexpr std::u16string_view kTemporarySuffix = u".temp";
+
+std::u16string MountedVolume(const std::u16string& folder) {
+  std::u16string volume;
+  return IsVolumeMountPoint(folder.c_str(), &volume) ? volume : std::u16string();
+}
+
+// Empty when Windows does not tell.
+std::u16string VolumeThatHolds(const std::u16string& folder) {
+  constexpr win32::DWORD kBuffer = 261;
+  std::array<char16_t, kBuffer> root{}, name{};
+  if (!win32::GetVolumePathNameW(folder.c_str(), root.data(), kBuffer) ||
+      !win32::GetVolumeNameForVolumeMountPointW(root.data(), name.data(), kBuffer))
+    return {};
+  return name.data();
+}
+
+void LogNotUnmounted(const std::u16string& folder) {
+  LogWithSystemError(u"#ERROR: Unable to unmount the volume from folder %ls. ", folder);
+}
+
+}  // namespace
+
+ProfilePlace::ProfilePlace(const std::u16string& folder, const std::u16string& target)
+    : folder_(folder),
+      volume_(IsVolumePath(target.c_str()) ? target + (target.ends_with(u'\\') ? u"" : u"\\") : std::u16string()),
+      formerVolume_(MountedVolume(folder)),
+      place_(AsStored(folder)),
+      keepsPath_(IsVolume() || (!formerVolume_.empty() && EqualPaths(RealTargetOf(folder, target), folder))),
+      path_(!keepsPath_ ? RealTargetOf(folder, target)
+                        : folder + std::u16string(IsVolume() ? kMountSuffix : kTemporarySuffix)),
+      created_(path_) {}
+
+// What lies on the profile's own volume would be moved into itself.
+bool ProfilePlace::IsVolumeOfProfile() const {
+  const std::u16string holder = VolumeThatHolds(folder_);
+  if (!holder.empty() && !EqualPaths(holder, volume_)) return false;
+  Log(u"#ERROR: The selected volume %ls already mounted.", volume_);
+  return true;
+}
+
+// A run that was cut off may have left the volume mounted there: then this one goes on with what that began.
+bool ProfilePlace::Mount() {
+  if (!IsVolume()) return true;
+  if (!ValidateVolumeFormat(volume_.c_str()) || IsVolumeOfProfile()) return false;
+  stoodThere_ = PathExists(path_);
+  const bool mountedBefore = stoodThere_ && IsMountedOn(path_, volume_);
+  if (mountedBefore) return true;
+  if (MakeFolder(path_) != FolderMade::Failed) mountedHere_ = MountVolume(path_, volume_);
+  if (mountedHere_ && IsMountedOn(path_, volume_)) return true;
+  Log(u"#ERROR: Failed to Mount Volume on Target Folder: %ls", path_);
+  return false;
+}
+
+bool ProfilePlace::Make() {
+  const FolderMade made = MakeFolder(path_);
+  if (!IsVolume()) stoodThere_ = made == FolderMade::StoodThere;
+  if (made != FolderMade::Failed && (!stoodThere_ || before_.Save(path_))) {
+    OpenLeftFolder();
+    return true;
+  }
+  Log(u"#ERROR: Failed To Create Target Folder: %ls", path_);
+  return false;
+}
+
+// An empty folder that a profile has left lets in whom the profile lets in, and that may be nobody but its user.
+void ProfilePlace::OpenLeftFolder() const {
+  if (stoodThere_ && IsEmptyPlainFolder(path_) && !HasAccess(ImpersonatedCaller().token(), path_, kFullControl))
+    GrantEveryoneAndAdministrators(path_);
+}
+
+bool ProfilePlace::BecomeLikeProfile(bool descriptorOnly) {
+  descriptor_ = ReadDescriptor(folder_);
+  if (!formerVolume_.empty()) {
+    // Of the folder itself nobody saw more than the root of the volume.
+    FolderDescriptor changed = ChangedRootSecurity(folder_, formerVolume_);
+    if (!changed.empty()) descriptor_ = std::move(changed);
+  }
+  const bool wholly = keepsPath_ || (!stoodThere_ && !descriptorOnly);
+  if (!descriptor_.empty() && (!wholly || BackupCopyFolderItself(folder_, path_)) &&
+      WriteDescriptor(path_, descriptor_)) {
+    if (!IsVolume()) return true;
+    lent_ = LendSecurityToRoot(path_, volume_);
+    if (lent_) return true;
+  }
+  Log(u"#ERROR: Unable to give the folder %ls the security of %ls.", path_, folder_);
+  return false;
+}
+
+bool ProfilePlace::TakeFormerPlace() {
+  if (!keepsPath_) return true;
+  if (!IsVolume() && !CopyFileTimesAndAttributes(folder_, path_, true)) {
+    Log(u"#ERROR: Unable to copy the times of folder %ls.", folder_);
+    return false;
+  }
+  if (!formerVolume_.empty() && !UnmountVolume(folder_)) {
+    LogNotUnmounted(folder_);
+    return false;
+  }
+  if (!RemoveEmptyFolder(folder_)) {
+    LogWithSystemError(u"#ERROR: Unable to remove folder %ls. ", folder_);
+    return false;
+  }
+  return RenameToFormerPlace();
+}
+
+// Renamed or not at all. The shell, asked to move what cannot be renamed, would copy it item by item: without its
+// security, and off the volume that is mounted there.
+bool ProfilePlace::RenameToFormerPlace() const {
+  if (win32::MoveFileW(path_.c_str(), place_.c_str())) return true;
+  win32::OutputDebugStringW(u"****Move File Failed...trying to rename again.");
+  win32::Sleep(2000);
+  return Rename(path_, place_);
+}
+
+bool ProfilePlace::MakeFormerFolderAgain() const {
+  if (!keepsPath_) return true;
+  const bool made = PathExists(folder_) || (MakeFolderLike(place_, path_) && WriteDescriptor(place_, descriptor_));
+  if (made && (formerVolume_.empty() || IsMountedOn(folder_, formerVolume_) || MountVolume(folder_, formerVolume_)))
+    return true;
+  Log(u"#ERROR: Unable to make folder %ls again.", folder_);
+  return false;
+}
+
+void ProfilePlace::Unmount() const {
+  if (lent_) GiveRootItsOwnSecurity(volume_);
+  if (mountedHere_ && IsMountedOn(path_, volume_) && !UnmountVolume(path_)) LogNotUnmounted(path_);
+}
+
+void ProfilePlace::TakeAway() const {
+  if (IsVolume()) Unmount();
+  if (!stoodThere_)
+    created_.RemoveIfEmpty();
+  else if (!before_.Restore())
+    Log(u"#ERROR: Unable to restore the security, attributes and times of folder %ls.", path_);
+}
+
+void ProfilePlace::LeaveFormerVolume() const {
+  if (formerVolume_.empty()) return;
+  GiveRootItsOwnSecurity(formerVolume_);
+  if (!keepsPath_ && !UnmountVolume(folder_)) LogNotUnmounted(folder_);
+}

@@ -1,0 +1,58 @@
+// The folder that a user's profile moves to.
+//
+// With a volume as the target, the volume is mounted beside the profile folder ("C:\Users\anna.mount"). A profile that
+// goes back to the very folder on which its volume is mounted is gathered beside it ("C:\Users\anna.temp"). Both take
+// the former folder's place in the end: the profile keeps its path.
+#pragma once
+
+#include <string>
+
+#include "fsops/folder_itself.h"
+#include "redirect/created_folders.h"
+
+class ProfilePlace {
+ public:
+  // `target`: the folder in which the profile's own is made, or a volume's name.
+  ProfilePlace(const std::u16string& folder, const std::u16string& target);
+
+  const std::u16string& path() const { return path_; }
+  bool IsVolume() const { return !volume_.empty(); }
+  bool KeepsPath() const { return keepsPath_; }
+  bool StoodThere() const { return stoodThere_; }
+
+  // Each answers false when it failed (logged); TakeAway then puts right what was done.
+  bool Mount();  // nothing to do without a volume
+  bool Make();
+  // The place gets the profile folder's own descriptor, before anything in it inherits; on a volume the root gets it,
+  // too. A new folder gets all else that the profile folder has of its own (streams, attributes, times), unless
+  // descriptorOnly; one that is to take the former folder's place gets it in any case.
+  bool BecomeLikeProfile(bool descriptorOnly);
+
+  // Takes the former folder's place; nothing to do where the path changes. False (logged): the former folder may be
+  // gone, and the contents are still at path().
+  bool TakeFormerPlace();
+  // Makes the former folder again as far as that took it away. False (logged): contents cannot go back there.
+  bool MakeFormerFolderAgain() const;
+
+  // The profile is not here: away with what was made, as far as nothing is in it.
+  void TakeAway() const;
+  // The profile has arrived: the volume that it has left, if any, is mounted at its former folder no more.
+  void LeaveFormerVolume() const;
+
+ private:
+  bool IsVolumeOfProfile() const;
+  void OpenLeftFolder() const;
+  bool RenameToFormerPlace() const;
+  void Unmount() const;
+
+  const std::u16string folder_;
+  const std::u16string volume_;        // the target; empty when it is a folder
+  const std::u16string formerVolume_;  // mounted at the profile folder; empty when none is
+  const std::u16string place_;         // the former folder as the disk writes it
+  const bool keepsPath_;
+  const std::u16string path_;
+  const CreatedFolders created_;
+  bool stoodThere_ = false, mountedHere_ = false, lent_ = false;
+  SavedFolder before_;
+  FolderDescriptor descriptor_;  // the profile folder's own
+};

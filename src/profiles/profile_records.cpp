@@ -1,0 +1,164 @@
+#include "profiles/profile_records.h"
+
+#include <algorithm>
+#include <utility>
+
+#include "log/log.h"
+#include "profiles/user_hive.h"
+#include "redirect/junction.h"
+#include "redirect/path_text.h"
+#include "win32/win32.h"
+
+namespace {
+
+constexpr std::size_t kLongestJunctionTarget = 255;
+
+void LogImagePathNotWritten() { Log(u"#ERROR: Unable to update user profile path in registry."); }
+void LogRecordsNotWritten() { Log(u"#ERROR: Unable to update redirected folder path in registry."); }
+
+void LogNoJunction(const std::u16string& junction, const std::u16string& target) {
+  Log(u"#ERROR: Unable to create junction for Source = %ls and Target = %ls.", junction, target);
+}
+
+// A link, or what may be one: an answer that failed is none.
+bool MayBeLink(const std::u16string& path) {
+  const win32::DWORD attributes = win32::GetFileAttributesW(path.c_str());
+  if (attributes != win32::INVALID_FILE_ATTRIBUTES) return (attributes & win32::FILE_ATTRIBUTE_REPARSE_POINT) != 0;
+  const win32::DWORD error = win32::GetLastError();
+  return error != win32::ERROR_FILE_NOT_FOUND && error != win32::ERROR_PATH_NOT_FOUND;
+}
+
+// One more try: a profile that its record does not lead to is worth the second.
+template <typename Write>
+bool Insist(Write write) {
+  if (write()) return true;
+  win32::Sleep(1000);
+  return write();
+}
+
+}  // namespace
+
+bool ProfileRecords::IsInProfile(const std::u16string& path) const { return IsSameOrBelow(path, profile_.folder); }
+
+bool ProfileRecords::CanFollow() {
+  if (!CanSetProfileImagePath(profile_.sid) || !ReadProfileImagePath(profile_.sid, imagePath_)) {
+    LogImagePathNotWritten();
+    return false;
+  }
+  if (!ReadJunctionRecords(0, folders_) || !ReadJunctionRecords(1, files_) || !CanAddJunctionRegKey(0)) {
+    LogRecordsNotWritten();
+    return false;
+  }
+  return FindJunctions() && NoFileLinksLeadIn();
+}
+
+// Links in the profile itself move with it.
+bool ProfileRecords::FindJunctions() {
+  for (const JunctionRecord& record : folders_) {
+    if (!IsInProfile(record.target) || IsInProfile(record.source) || !MayBeLink(record.source)) continue;
+    Junction junction{record.source, {}, {}};
+    if (!GetJunctionTarget(record.source.c_str(), junction.oldTarget)) {
+      Log(u"#ERROR: Unable to get Junction Target Path.");
+      return false;
+    }
+    if (!IsInProfile(junction.oldTarget)) continue;
+    junction.newTarget = ReplaceFolder(junction.oldTarget, profile_.folder, newFolder_);
+    if (junction.newTarget.size() > kLongestJunctionTarget) {
+      LogNoJunction(junction.path, junction.newTarget);
+      return false;
+    }
+    junctions_.push_back(std::move(junction));
+  }
+  return true;
+}
+
+// A symbolic link cannot be led elsewhere in one step; while it is made again, the file would have no name outside.
+bool ProfileRecords::NoFileLinksLeadIn() const {
+  for (const JunctionRecord& record : files_)
+    if (IsInProfile(record.target) && !IsInProfile(record.source) && MayBeLink(record.source)) {
+      Log(u"#ERROR: The file %ls is redirected into the User Profile, to %ls. Remove this redirection first.",
+          record.source, record.target);
+      return false;
+    }
+  return true;
+}
+
+// When the profile goes back to where a move has brought it from: the record of that move, and those of moves since.
+std::vector<JunctionRecord> ProfileRecords::RecordsOfWayHere() const {
+  const auto wayHere = std::ranges::find_if(folders_, [&](const JunctionRecord& record) {
+    return EqualPaths(record.source, newFolder_) && EqualPaths(record.target, profile_.folder);
+  });
+  if (wayHere == folders_.end()) return {};
+  std::vector<JunctionRecord> records;
+  for (const JunctionRecord& record : folders_)
+    if (&record == &*wayHere || (EqualPaths(record.target, profile_.folder) && NumberOf(record) > NumberOf(*wayHere) &&
+                                 !MayBeLink(record.source)))
+      records.push_back(record);
+  return records;
+}
+
+// Its own records first: as they stand, not rewritten with those that follow.
+bool ProfileRecords::RecordPair() {
+  const std::u16string& folder = profile_.folder;
+  const std::vector<JunctionRecord> wayHere = RecordsOfWayHere();
+  for (const JunctionRecord& record : wayHere) {
+    if (!DeleteRegKey(record.source.c_str(), record.target.c_str(), 0)) return false;
+    deleted_.push_back(record);
+  }
+  if (!wayHere.empty() || JunctionRegKeyExists(folder.c_str(), newFolder_.c_str(), 0)) return true;
+  pairAdded_ = AddJunctionRegKey(folder.c_str(), newFolder_.c_str(), 0) != 0;
+  return pairAdded_;
+}
+
+bool ProfileRecords::Follow() {
+  const std::u16string& folder = profile_.folder;
+  if (!SetProfileImagePath(profile_.sid, newFolder_)) {
+    LogImagePathNotWritten();
+    return false;
+  }
+  recordsChanged_ = true;
+  if (!RecordPair() || !UpdateOtherJunctionRecords(folder, newFolder_, 0, {{}, folder, newFolder_}) ||
+      !UpdateOtherJunctionRecords(folder, newFolder_, 1, {})) {
+    LogRecordsNotWritten();
+    return false;
+  }
+  for (Junction& junction : junctions_) {
+    junction.changed = ChangeJunctionTarget(junction.path.c_str(), junction.newTarget.c_str()) != 0;
+    if (junction.changed) continue;
+    LogNoJunction(junction.path, junction.newTarget);
+    return false;
+  }
+  // A picture that is not found is no reason to take a profile back; the log tells.
+  wallpaperChanged_ = RewriteWallpaper({profile_.sid, newFolder_, profile_.hiveState}, folder, newFolder_) != 0;
+  return true;
+}
+
+void ProfileRecords::TakeBack() {
+  const std::u16string& folder = profile_.folder;
+  if (std::exchange(wallpaperChanged_, false))
+    RewriteWallpaper({profile_.sid, newFolder_, profile_.hiveState}, newFolder_, folder);
+  for (Junction& junction : junctions_)
+    if (std::exchange(junction.changed, false) &&
+        !ChangeJunctionTarget(junction.path.c_str(), junction.oldTarget.c_str()))
+      LogNoJunction(junction.path, junction.oldTarget);
+  if (!std::exchange(recordsChanged_, false)) return;
+  bool all = !pairAdded_ || DeleteRegKey(folder.c_str(), newFolder_.c_str(), 0);
+  for (const JunctionRecord& record : deleted_) {
+    if (!AddJunctionRegKey(record.source.c_str(), record.target.c_str(), 0)) all = false;
+    std::erase_if(folders_, [&](const JunctionRecord& saved) { return saved.subkey == record.subkey; });
+  }
+  const bool foldersBack = RestoreJunctionRecords(folders_), filesBack = RestoreJunctionRecords(files_);
+  if (!all || !foldersBack || !filesBack) LogRecordsNotWritten();
+}
+
+void ProfileRecords::NameOldFolder() {
+  if (imagePath_.data.empty() || Insist([&] { return RestoreProfileImagePath(profile_.sid, imagePath_); })) return;
+  LogImagePathNotWritten();
+  Log(u"#ERROR: It must name the folder that holds the profile: %ls.", profile_.folder);
+}
+
+void ProfileRecords::NameNewFolder() {
+  if (Insist([&] { return SetProfileImagePath(profile_.sid, newFolder_) != 0; })) return;
+  LogImagePathNotWritten();
+  Log(u"#ERROR: It must name the folder that holds the profile: %ls.", newFolder_);
+}

@@ -1,0 +1,12 @@
+// The profiles folder that the product's configuration recorded: where profiles come back to.
+#pragma once
+
+#include <string>
+
+class CQBConfig;
+
+// "DefaultProfilePath" of a loaded configuration, without blanks around it; empty when it has none.
+std::u16string RecordedProfilesFolder(const CQBConfig& config);
+
+// The same of the configuration on the disk. False (logged) when it cannot be read, or has none.
+bool ReadRecordedProfilesFolder(std::u16string& folder);

@@ -1,0 +1,65 @@
+#include "profiles/registry_text.h"
+
+#include <algorithm>
+#include <cstring>
+
+#include "win32/win32.h"
+
+namespace {
+
+// Empty when Windows cannot tell.
+std::u16string Expand(const std::u16string& text) {
+  std::u16string expanded(win32::MAX_PATH, u'\0');
+  for (int attempt = 0; attempt < 2; ++attempt) {
+    const auto room = static_cast<win32::DWORD>(expanded.size());
+    const win32::DWORD size = win32::ExpandEnvironmentStringsW(text.c_str(), expanded.data(), room);
+    if (size == 0) return {};
+    if (size <= room) return expanded.c_str();  // the terminator is counted
+    expanded.resize(size);
+  }
+  return {};
+}
+
+}  // namespace
+
+// The value may grow between asking for its size and reading it: one more try at the new size.
+win32::LSTATUS ReadRegistryValue(win32::HKEY key, const char16_t* name, RegistryValue& value) {
+  win32::DWORD size = 0;
+  win32::LSTATUS result = win32::RegQueryValueExW(key, name, nullptr, &value.type, nullptr, &size);
+  for (int attempt = 0; attempt < 2 && result == 0; ++attempt) {
+    value.data.assign(std::max<win32::DWORD>(size, 1), 0);
+    result = win32::RegQueryValueExW(key, name, nullptr, &value.type, value.data.data(), &size);
+    if (result == 0) {
+      value.data.resize(size);
+      return 0;
+    }
+    if (result == win32::LSTATUS{win32::ERROR_MORE_DATA} && attempt == 0) result = 0;
+  }
+  return result;
+}
+
+win32::LSTATUS WriteRegistryValue(win32::HKEY key, const char16_t* name, const RegistryValue& value) {
+  return win32::RegSetValueExW(key, name, 0, value.type, value.data.data(),
+                               static_cast<win32::DWORD>(value.data.size()));
+}
+
+bool IsText(const RegistryValue& value) { return value.type == win32::REG_SZ || value.type == win32::REG_EXPAND_SZ; }
+
+std::u16string RawText(const RegistryValue& value) {
+  if (!IsText(value)) return {};
+  std::u16string text(value.data.size() / sizeof(char16_t), u'\0');
+  std::memcpy(text.data(), value.data.data(), text.size() * sizeof(char16_t));
+  text.resize(std::min(text.find(u'\0'), text.size()));
+  return text;
+}
+
+std::u16string ExpandedText(const RegistryValue& value) {
+  const std::u16string text = RawText(value);
+  return value.type == win32::REG_EXPAND_SZ && !text.empty() ? Expand(text) : text;
+}
+
+RegistryValue TextValue(const std::u16string& text, win32::DWORD type) {
+  RegistryValue value{type, std::vector<win32::BYTE>((text.size() + 1) * sizeof(char16_t))};
+  std::memcpy(value.data.data(), text.c_str(), value.data.size());
+  return value;
+}

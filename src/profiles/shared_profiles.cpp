@@ -1,0 +1,81 @@
+#include "profiles/shared_profiles.h"
+
+#include <exception>
+#include <string>
+
+#include "log/log.h"
+#include "profiles/keelroom_rule.h"
+#include "profiles/recorded_home.h"
+#include "profiles/shared_profiles_rules.h"
+#include "profiles/shared_profiles_steps.h"
+#include "redirect/outcome.h"
+#include "redirect/path_text.h"
+
+namespace {
+
+constexpr unsigned kSucceeded = 138;
+constexpr unsigned kFailed = 146;
+
+// Everything that may refuse; nothing has changed then.
+bool MayRedirect(SharedProfiles which, const std::u16string& location, const std::u16string& home, CarriedAlong carried,
+                 ProfileCopies& copies) {
+  if (IsOnOldKeelroom(location) || !MayHoldProfiles(location, home, true) ||
+      !PlanCopies(which, location, home, false, carried, copies))
+    return false;
+  std::vector<std::u16string> places;
+  for (const auto& copy : copies) places.push_back(copy->copy());
+  return SayIfRestartIsOwed(places) == RestartOwed::No && MayBeCopied(copies, location);
+}
+
+bool Redirect(SharedProfiles which, const std::u16string& location, CarriedAlong carried) {
+  std::u16string home;
+  if (!ReadRecordedProfilesFolder(home)) return false;
+  ProfilesLocation folder(location);
+  ProfileCopies copies;
+  if (!MayRedirect(which, location, home, carried, copies) || !folder.Make(home) || !CopyAndMakeLive(copies))
+    return false;
+  for (const auto& copy : copies) copy->Keep();
+  folder.Keep();
+  FollowPublicProfile(copies);
+  return true;
+}
+
+bool BringBack(SharedProfiles which, CarriedAlong carried) {
+  std::u16string home;
+  ProfileReturns returns;
+  if (!ReadRecordedProfilesFolder(home) || !PlanReturns(which, home, carried, returns)) return false;
+  if (returns.empty()) {
+    Log(u"#ERROR: No profile that was named is redirected.");
+    return false;
+  }
+  std::vector<std::u16string> places;
+  for (const auto& back : returns) places.push_back(back->copy());
+  if (SayIfRestartIsOwed(places) != RestartOwed::No || !CopyBackAndMakeLive(returns)) return false;
+  for (const auto& back : returns) back->Keep();
+  FollowPublicProfile(returns);
+  DeleteCopies(returns);
+  return true;
+}
+
+}  // namespace
+
+int RedirectSharedProfiles(SharedProfiles which, const char16_t* location, int copyNtfsPermissions,
+                           int moveShares) try {
+  if (!IsAdministrator()) return 1;
+  if (!location || !*location) {
+    Log(u"#ERROR: Input path missing.");
+    return Fail(kFailed);
+  }
+  const CarriedAlong carried{.ntfsPermissions = copyNtfsPermissions != 0, .shares = moveShares != 0};
+  return Redirect(which, WithoutTrailingBackslash(location), carried) ? Succeed(kSucceeded) : Fail(kFailed);
+} catch (const std::exception&) {
+  return Fail(kFailed);
+}
+
+int RedirectSharedProfilesToDefault(SharedProfiles which, int copyNtfsPermissions, int moveShares) try {
+  if (!IsAdministrator()) return 1;
+  const CarriedAlong carried{.ntfsPermissions = copyNtfsPermissions != 0, .shares = moveShares != 0};
+  return BringBack(which, carried) ? Succeed(kSucceeded) : Fail(kFailed);
+} catch (const std::exception&) {
+  return Fail(kFailed);
+}

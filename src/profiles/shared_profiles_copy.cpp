@@ -1,0 +1,138 @@
+#include "profiles/shared_profiles_copy.h"
+
+#include <exception>
+
+#include "fsops/move_tree.h"
+#include "fsops/shares.h"
+#include "log/log.h"
+#include "profiles/shared_profiles_rules.h"
+#include "redirect/folder_steps.h"
+#include "redirect/path_text.h"
+
+ProfilesLocation::ProfilesLocation(const std::u16string& folder) : folder_(folder), created_(folder) {}
+
+ProfilesLocation::~ProfilesLocation() {
+  if (!kept_) created_.RemoveIfEmpty();
+}
+
+bool ProfilesLocation::Make(const std::u16string& home) {
+  switch (MakeFolder(folder_)) {
+    case FolderMade::StoodThere:
+      return true;
+    case FolderMade::New:
+      if (WriteDescriptor(folder_, ReadDescriptor(home))) return true;
+      LogWithSystemError(u"#ERROR: Unable to give the folder %ls the access rights of %ls. ", folder_, home);
+      return false;
+    case FolderMade::Failed:
+      break;
+  }
+  Log(u"#ERROR: Failed To Create Target Folder: %ls", folder_);
+  return false;
+}
+
+bool FollowingShares::Move(const std::u16string& from, const std::u16string& to, const TreeListing& listing) {
+  const ShareList shares = ShareList::Read();
+  if (!shares.IsWhole()) {
+    Log(u"#ERROR: Unable to read the network shares of folder %ls.", from);
+    return false;
+  }
+  const auto move = [&](const std::u16string& folder) {
+    if (shares.FindByPath(folder).empty()) return true;
+    moved_.emplace_back(folder, ReplaceFolder(folder, from, to));
+    return MoveShares(folder, moved_.back().second);
+  };
+  if (!move(from)) return false;
+  for (const TreeEntry& entry : listing.entries)
+    if (entry.IsDirectory() && !entry.IsLink() && !move(std::u16string(WithoutExtendedPrefix(entry.path))))
+      return false;
+  return true;
+}
+
+void FollowingShares::TakeBack() {
+  for (; !moved_.empty(); moved_.pop_back()) MoveShares(moved_.back().second, moved_.back().first);
+}
+
+bool FollowingRecords::Move(const std::u16string& from, const std::u16string& to) {
+  std::vector<JunctionRecord> moved;
+  for (const int isFile : {0, 1}) {
+    std::vector<JunctionRecord> records;
+    if (!ReadJunctionRecords(isFile, records)) {
+      Log(u"#ERROR: Unable to update redirected folder path in registry.");
+      return false;
+    }
+    for (JunctionRecord& record : records) {
+      if (!IsSameOrBelow(record.source, from)) continue;
+      saved_.push_back(record);
+      record.source = ReplaceFolder(record.source, from, to);
+      moved.push_back(std::move(record));
+    }
+  }
+  if (RestoreJunctionRecords(moved)) return true;
+  Log(u"#ERROR: Unable to update redirected folder path in registry.");
+  return false;
+}
+
+void FollowingRecords::TakeBack() {
+  if (!RestoreJunctionRecords(saved_)) Log(u"#ERROR: Unable to update redirected folder path in registry.");
+  saved_.clear();
+}
+
+SharedProfileCopy::SharedProfileCopy(ProfileFolder which, const ProfileFolderValue& value, std::u16string copy,
+                                     CarriedAlong carried)
+    : which_(which), copy_(std::move(copy)), carried_(carried), created_(copy_), change_(which, value) {}
+
+bool SharedProfileCopy::MakeRoot() {
+  begun_ = true;
+  const FolderMade made = MakeFolder(copy_);
+  stoodThere_ = made == FolderMade::StoodThere;
+  if (made == FolderMade::Failed) Log(u"#ERROR: Failed To Create Target Folder: %ls", copy_);
+  if (!stoodThere_) return made == FolderMade::New;
+  // It may have come, or been filled, since it was looked at.
+  if (!IsFree(copy_)) return false;
+  if (emptyFolder_.Save(copy_)) return true;
+  LogWithSystemError(u"#ERROR: Unable to read the attributes of the folder %ls. ", copy_);
+  return false;
+}
+
+bool SharedProfileCopy::Copy() {
+  const CopyFlags flags{.useBackupCopy = carried_.ntfsPermissions,
+                        .allowInheritance = true,
+                        .keepInheritedAces = true,
+                        .carryRoot = true};
+  Log(u"#INFO: Going to copy files and folders from Source = %ls to Target = %ls.", original(), copy_);
+  if (!MakeRoot()) return false;
+  if (!GetFileList(original(), listing_)) {
+    Log(u"#ERROR: There was an error during path validation. Error message: Unable to get list of files for path = "
+        u"%ls.",
+        original());
+    return false;
+  }
+  // Of a listing, the copy leaves the shares alone: they stay with the live profile.
+  if (CopyTree(original(), copy_, flags, record_, &listing_)) return true;
+  Log(u"#ERROR: Unable to copy files and folders from Source = %ls to Target = %ls.", original(), copy_);
+  return false;
+}
+
+bool SharedProfileCopy::MakeLive() {
+  return (!carried_.shares || shares_.Move(original(), copy_, listing_)) && records_.Move(original(), copy_) &&
+         change_.Set(copy_);
+}
+
+void SharedProfileCopy::Keep() {
+  change_.Keep();
+  begun_ = false;
+}
+
+// While the profile list still names the copy, users work in it: it stays.
+void SharedProfileCopy::TakeBack() try {
+  if (!begun_ || !change_.TakeBack()) return;
+  begun_ = false;
+  records_.TakeBack();
+  shares_.TakeBack();
+  if (!RemoveCopiedItems(record_)) Log(u"#ERROR: Unable to delete all of the copy %ls.", copy_);
+  if (!stoodThere_)
+    created_.RemoveIfEmpty();
+  else if (!emptyFolder_.Restore())
+    Log(u"#ERROR: Unable to restore access rights to file and folder in Target Path = %ls.", copy_);
+} catch (const std::exception&) {
+}

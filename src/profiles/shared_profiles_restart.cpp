@@ -1,0 +1,63 @@
+#include "profiles/shared_profiles_restart.h"
+
+#include <cstring>
+#include <exception>
+#include <string_view>
+
+#include "log/log.h"
+#include "redirect/path_text.h"
+#include "win32/win32.h"
+
+namespace {
+
+constexpr const char16_t* kSessionManager = u"SYSTEM\\CurrentControlSet\\Control\\Session Manager";
+constexpr const char16_t* kOperations = u"PendingFileRenameOperations";
+
+// All texts of the value, one behind the other, each with its zero. False when the registry does not tell.
+bool ReadOperations(std::u16string& texts) {
+  win32::UniqueKey key;
+  if (win32::RegOpenKeyExW(win32::HKEY_LOCAL_MACHINE, kSessionManager, 0, win32::KEY_QUERY_VALUE, key.put()) !=
+      win32::ERROR_SUCCESS)
+    return false;
+  win32::DWORD type = win32::REG_NONE, size = 0;
+  win32::LSTATUS result = win32::RegQueryValueExW(key.get(), kOperations, nullptr, &type, nullptr, &size);
+  if (result == win32::ERROR_FILE_NOT_FOUND) return true;
+  if (result != win32::ERROR_SUCCESS) return false;
+  std::vector<win32::BYTE> data(size);
+  result = win32::RegQueryValueExW(key.get(), kOperations, nullptr, &type, data.data(), &size);
+  if (result != win32::ERROR_SUCCESS) return false;
+  texts.resize(size / sizeof(char16_t));
+  std::memcpy(texts.data(), data.data(), texts.size() * sizeof(char16_t));
+  return true;
+}
+
+// "\??\C:\x", in front of a target also "!" (it may be replaced), as an ordinary path.
+std::u16string_view PathOf(std::u16string_view text) {
+  constexpr std::u16string_view kNativePrefix = u"\\??\\";
+  if (text.starts_with(u'!')) text.remove_prefix(1);
+  if (text.starts_with(kNativePrefix)) text.remove_prefix(kNativePrefix.size());
+  return text;
+}
+
+}  // namespace
+
+RestartOwed IsRestartOwed(const std::vector<std::u16string>& places) try {
+  std::u16string texts;
+  if (!ReadOperations(texts)) {
+    Log(u"#ERROR: Unable to read what is to be deleted and renamed at the next restart.");
+    return RestartOwed::Unknown;
+  }
+  for (std::u16string_view rest = texts; !rest.empty();) {
+    const std::u16string_view text = rest.substr(0, rest.find(u'\0'));
+    const std::u16string path(PathOf(text));
+    for (const std::u16string& place : places)
+      if (IsSameOrBelow(path, place)) {
+        Log(u"#ERROR: %ls is to be deleted or renamed at the next restart. Restart your computer first.", path);
+        return RestartOwed::Yes;
+      }
+    rest.remove_prefix(text.size() < rest.size() ? text.size() + 1 : rest.size());
+  }
+  return RestartOwed::No;
+} catch (const std::exception&) {
+  return RestartOwed::Unknown;
+}

@@ -1,0 +1,142 @@
+#include "profiles/shared_profiles_rules.h"
+
+#include "fsops/mounted_folder.h"
+#include "log/log.h"
+#include "redirect/folder_steps.h"
+#include "redirect/junction.h"
+#include "redirect/path_text.h"
+#include "redirect/records.h"
+#include "validate/file_list.h"
+#include "validate/free_space.h"
+#include "validate/path_rules.h"
+#include "validate/relations.h"
+#include "validate/validate.h"
+#include "win32/win32.h"
+
+namespace {
+
+// The nearest folder of the path that exists, the path itself first.
+std::u16string NearestFolder(std::u16string path) {
+  while (!path.empty() && !PathExists(FolderForm(path))) path = ParentPath(path);
+  return FolderForm(path);
+}
+
+// The path by the names that its existing part really has; as it is when Windows does not tell.
+std::u16string RealPath(const std::u16string& path) {
+  const std::u16string nearest = NearestFolder(path);
+  std::u16string real;
+  if (nearest.empty() || !GetFinalTargetPath(nearest.c_str(), real)) return path;
+  const std::u16string rest = path.size() > nearest.size() ? path.substr(nearest.size()) : std::u16string();
+  return rest.empty() ? real : WithoutTrailingBackslash(real) + (rest.starts_with(u'\\') ? u"" : u"\\") + rest;
+}
+
+bool AreApart(const std::u16string& location, const std::u16string& home) {
+  return !IsSameOrBelow(location, home) && !IsSameOrBelow(home, location);
+}
+
+bool IsApartFromHome(const std::u16string& location, const std::u16string& home) {
+  if (AreApart(location, home) && AreApart(RealPath(location), RealPath(home))) return true;
+  // A drive's root holds the profiles folder of that drive, and much else.
+  if (IsDriveRoot(location.c_str()))
+    Log(u"#ERROR: %ls - A folder is required for folder redirection. Browse to a different location.", location);
+  else
+    Log(u"#ERROR: The location %ls is the profiles folder %ls, lies in it or holds it. Browse to a different location.",
+        location, home);
+  return false;
+}
+
+// Copies that were put into one of these profiles would be copied with it some day.
+bool IsOutsideSharedProfiles(const std::u16string& location) {
+  for (const ProfileFolder which : {ProfileFolder::Default, ProfileFolder::Public}) {
+    ProfileFolderValue value;
+    if (!ReadProfileFolder(which, value)) {
+      Log(u"#ERROR: Unable to read the profile list.");
+      return false;
+    }
+    if (!IsSameOrBelow(location, value.folder)) continue;
+    Log(u"#ERROR: The location %ls lies in the profile %ls. Browse to a different location.", location, value.folder);
+    return false;
+  }
+  return true;
+}
+
+}  // namespace
+
+bool MayHoldProfiles(const std::u16string& location, const std::u16string& home, bool allowDriveRoot) {
+  if (!IsUsablePath(location)) return false;
+  const bool asRoot = allowDriveRoot && IsDriveRoot(location.c_str());
+  const int mustExist = !asRoot && PathExists(location) ? 1 : 0;
+  // Without a source, just the rules for the target are asked.
+  return ValidateTargetPath(location.c_str(), mustExist, 0, 0, 0) && IsApartFromHome(location, home) &&
+         IsOutsideSharedProfiles(location) && CheckPathRelations(u"", location.c_str(), 0, 0, 1, 0);
+}
+
+bool IsPlainFolder(const std::u16string& folder) {
+  if (!DirectoryExists(folder.c_str())) {
+    Log(u"#ERROR: The specified path %ls is not a valid directory path.", folder);
+    return false;
+  }
+  // A folder on which a volume is mounted holds what the volume holds.
+  if (IsVolumeMountPoint(folder.c_str()) || LinkTagAt(folder) == 0) return true;
+  Log(u"#ERROR: The folder %ls is already redirected. Browse to a different location.", folder);
+  return false;
+}
+
+bool HoldsRedirectedData(const std::u16string& folder) {
+  for (const int isFile : {0, 1}) {
+    std::vector<JunctionRecord> records;
+    if (!ReadJunctionRecords(isFile, records)) {
+      Log(u"#ERROR: Unable to read the redirected folders and files in registry.");
+      return true;
+    }
+    for (const JunctionRecord& record : records) {
+      if (!IsSameOrBelow(record.target, folder)) continue;
+      Log(u"#ERROR: The profile %ls holds what %ls is redirected to. Remove that redirection first.", folder,
+          record.source);
+      return true;
+    }
+  }
+  return false;
+}
+
+bool IsAbsent(const std::u16string& path) {
+  if (win32::GetFileAttributesW(path.c_str()) != win32::INVALID_FILE_ATTRIBUTES) return false;
+  const win32::DWORD error = win32::GetLastError();
+  return error == win32::ERROR_FILE_NOT_FOUND || error == win32::ERROR_PATH_NOT_FOUND;
+}
+
+bool IsFree(const std::u16string& folder) {
+  if (folder.size() >= kPathLengthLimit) {
+    Log(u"#ERROR: The specified path %ls exceeds the system-defined maximum length of 248 characters. Browse to a "
+        u"different location.",
+        folder);
+    return false;
+  }
+  if (IsAbsent(folder)) return true;
+  if (!IsPlainFolder(folder)) return false;
+  TreeListing listing;
+  if (GetFileList(folder, listing) && listing.entries.empty() && listing.systemFolders.empty()) return true;
+  Log(u"#ERROR: The folder %ls is there already and is not empty. Browse to a different location.", folder);
+  return false;
+}
+
+bool HasRoomFor(const std::vector<std::u16string>& trees, const std::u16string& location) {
+  std::uint64_t needed = 0;
+  for (const std::u16string& tree : trees) {
+    LazyListing listing(tree.c_str());
+    std::uint64_t bytes = 0;
+    if (!MeasureSource(tree.c_str(), listing, bytes)) return false;
+    needed += bytes;
+  }
+  win32::ULARGE_INTEGER available{}, total{}, free{};
+  const std::u16string place = NearestFolder(location);
+  if (!win32::GetDiskFreeSpaceExW(place.c_str(), &available, &total, &free)) {
+    LogWithSystemError(u"#ERROR: Failed to obtain available free space on : %ls", place);
+    return false;
+  }
+  if (available.QuadPart > needed) return true;
+  Log(u"#ERROR: There is not enough free disk space on target %ls. Browse to a different location or delete one or "
+      u"more files to free disk space, and try again.",
+      location);
+  return false;
+}

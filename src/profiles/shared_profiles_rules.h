@@ -1,0 +1,27 @@
+// May profiles go to this place? Each operation that says no has its line in the log, and none changes anything.
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "profiles/profile_folders.h"
+
+// A place for profiles by the rules for a target folder, which is apart from `home`, the folder that holds the profiles
+// now. A drive's root will do where allowDriveRoot says so.
+bool MayHoldProfiles(const std::u16string& location, const std::u16string& home, bool allowDriveRoot);
+
+// Is there a folder here that is no link?
+bool IsPlainFolder(const std::u16string& folder);
+
+// Do the contents of a folder or file that is redirected lie in here? They are one with a link elsewhere, and a copy of
+// them would be nobody's. True also when the records cannot be read.
+bool HoldsRedirectedData(const std::u16string& folder);
+
+// Windows says that nothing is there. (Where it says nothing, something may be.)
+bool IsAbsent(const std::u16string& path);
+
+// The place for a copy is missing, or an empty folder.
+bool IsFree(const std::u16string& folder);
+
+// Has the volume of `location` room for all these trees together?
+bool HasRoomFor(const std::vector<std::u16string>& trees, const std::u16string& location);

@@ -1,0 +1,123 @@
+#include "profiles/shared_profiles_steps.h"
+
+#include <algorithm>
+
+#include "cli/console.h"
+#include "log/log.h"
+#include "probes/windows_version.h"
+#include "profiles/account_pictures.h"
+#include "profiles/shared_profiles_rules.h"
+#include "redirect/path_text.h"
+
+namespace {
+
+constexpr unsigned kRestartFirst = 162;
+
+std::vector<ProfileFolder> ListOf(SharedProfiles which) {
+  std::vector<ProfileFolder> list;
+  if (which.defaultProfile) list.push_back(ProfileFolder::Default);
+  if (which.publicProfile) list.push_back(ProfileFolder::Public);
+  return list;
+}
+
+bool Read(ProfileFolder which, ProfileFolderValue& value) {
+  if (ReadProfileFolder(which, value)) return true;
+  Log(u"#ERROR: Unable to read the profile list.");
+  return false;
+}
+
+bool IsIn(const std::u16string& folder, const std::u16string& parent) {
+  return EqualPaths(folder, JoinPath(parent, LastComponent(folder)));
+}
+
+void MoveAccountPictures(std::u16string from, std::u16string to) {
+  if (!IsWindows8OrLater()) {
+    Log(u"#INFO: No need to update profile image file paths for Public User in OSes < Windows 8.");
+    return;
+  }
+  Log(u"#INFO: Going to update profile image file paths for Public User.");
+  UpdateUserAccountImagesIfRequiredSvc(from, to);
+}
+
+}  // namespace
+
+bool PlanCopies(SharedProfiles which, const std::u16string& location, const std::u16string& home, bool skipThere,
+                CarriedAlong carried, ProfileCopies& copies) {
+  for (const ProfileFolder folder : ListOf(which)) {
+    ProfileFolderValue value;
+    if (!Read(folder, value)) return false;
+    if (skipThere && IsIn(value.folder, location)) {
+      Log(u"#INFO: The profile %ls is there already.", value.folder);
+      continue;
+    }
+    if (!IsIn(value.folder, home)) {
+      Log(u"#ERROR: The profile %ls is redirected already: it is not in %ls.", value.folder, home);
+      return false;
+    }
+    copies.push_back(
+        std::make_unique<SharedProfileCopy>(folder, value, JoinPath(location, LastComponent(value.folder)), carried));
+  }
+  return true;
+}
+
+bool MayBeCopied(const ProfileCopies& copies, const std::u16string& location) {
+  std::vector<std::u16string> trees;
+  for (const auto& copy : copies) {
+    if (!IsPlainFolder(copy->original()) || HoldsRedirectedData(copy->original()) || !IsFree(copy->copy()))
+      return false;
+    trees.push_back(copy->original());
+  }
+  return trees.empty() || HasRoomFor(trees, location);
+}
+
+bool CopyAndMakeLive(const ProfileCopies& copies) {
+  return std::ranges::all_of(copies, [](const auto& copy) { return copy->Copy(); }) &&
+         std::ranges::all_of(copies, [](const auto& copy) { return copy->MakeLive(); });
+}
+
+bool PlanReturns(SharedProfiles which, const std::u16string& home, CarriedAlong carried, ProfileReturns& returns) {
+  for (const ProfileFolder folder : ListOf(which)) {
+    ProfileFolderValue value;
+    if (!Read(folder, value)) return false;
+    if (IsIn(value.folder, home)) {
+      Log(u"#INFO: The profile %ls is not redirected.", value.folder);
+      continue;
+    }
+    const std::u16string original = JoinPath(home, LastComponent(value.folder));
+    if (IsSameOrBelow(original, value.folder) || IsSameOrBelow(value.folder, original)) {
+      Log(u"#ERROR: The profile %ls cannot be brought back to %ls: one lies in the other.", value.folder, original);
+      return false;
+    }
+    if (HoldsRedirectedData(value.folder)) return false;
+    returns.push_back(std::make_unique<SharedProfileReturn>(folder, value, original, carried));
+  }
+  return true;
+}
+
+bool CopyBackAndMakeLive(const ProfileReturns& returns) {
+  return std::ranges::all_of(returns, [](const auto& back) { return back->CopyBack(); }) &&
+         std::ranges::all_of(returns, [](const auto& back) { return back->MakeLive(); });
+}
+
+bool DeleteCopies(const ProfileReturns& returns) {
+  bool restartOwed = false;
+  for (const auto& back : returns)
+    if (back->DeleteCopy()) restartOwed = true;
+  return restartOwed;
+}
+
+void FollowPublicProfile(const ProfileCopies& copies) {
+  for (const auto& copy : copies)
+    if (copy->which() == ProfileFolder::Public) MoveAccountPictures(copy->original(), copy->copy());
+}
+
+void FollowPublicProfile(const ProfileReturns& returns) {
+  for (const auto& back : returns)
+    if (back->which() == ProfileFolder::Public) MoveAccountPictures(back->copy(), back->original());
+}
+
+RestartOwed SayIfRestartIsOwed(const std::vector<std::u16string>& places) {
+  const RestartOwed owed = IsRestartOwed(places);
+  if (owed == RestartOwed::Yes) ConsolePrint(LoadResourceString(kRestartFirst));
+  return owed;
+}

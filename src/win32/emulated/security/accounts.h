@@ -1,0 +1,46 @@
+// Whose SID is whose: well-known and built-in accounts, this machine's own (in its SAM hive, where Windows keeps them)
+// and those of domains (Machine::domainAccounts).
+#pragma once
+
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "win32/emulated/machine.h"
+
+namespace emulated {
+
+struct Account {
+  std::u16string domain;  // the machine's name for its own; u"NT AUTHORITY", u"BUILTIN"; empty for u"Everyone"
+  std::u16string name;    // empty for a domain itself
+  Sid sid;
+  int use = 0;  // SID_NAME_USE
+};
+
+// The name that the machine started with; empty without a registry.
+std::u16string ComputerName(Machine& machine);
+
+// NAME, DOMAIN\NAME (the domain's short or its DNS name) or NAME@DNSDOMAIN, in any letter case.
+std::optional<Account> FindAccount(Machine& machine, std::u16string_view name);
+std::optional<Account> FindAccount(Machine& machine, ByteView sid);
+
+// The machine's own accounts. Nothing on a machine whose SAM holds none (one made before, or without hives).
+// The SID that those of all its accounts begin with; empty when the SAM does not tell it.
+Sid MachineSid(Machine& machine);
+// Makes `sid` (S-1-5-21-x-y-z) the machine's; part of an installation. Nothing happens where it has one.
+void SetMachineSid(Machine& machine, ByteView sid);
+struct LocalAccount {
+  std::u16string name;
+  win32::DWORD rid = 0;
+};
+std::vector<LocalAccount> LocalAccounts(Machine& machine);
+// False when the name or the number is taken, or there is no machine SID.
+bool AddLocalAccount(Machine& machine, std::u16string_view name, win32::DWORD rid);
+bool RemoveLocalAccount(Machine& machine, std::u16string_view name);
+
+// The SID's last number taken off, or put behind it.
+Sid DomainOf(ByteView account);
+Sid WithRid(ByteView domain, win32::DWORD rid);
+
+}  // namespace emulated

@@ -1,0 +1,254 @@
+"""User profiles moved, moved back, and created elsewhere from the start, as independent readers of NTFS and of hives see
+them."""
+import os
+import re
+
+from hives import PROFILE_LIST, Hive, image_path, software
+from station import Mounted, Station, below_root, compare, hive_record, own_security, require, run
+from trees import SYSTEM, descriptor, set_attribute, sid
+
+COMPUTER = (21, 1004336348, 1177238915, 682003330)
+ANNA = "S-1-5-21-1004336348-1177238915-682003330-1001"
+DONE, UNDONE = b"Redirect user profile was successful.", b"Redirect user profile was unsuccessful."
+DESKTOP = "Control Panel\\Desktop"
+
+
+def fill_profile(home):
+    """What a user leaves in her profile, two items of it closed to administrators."""
+    hers = sid(5, *COMPUTER, 1001)
+    private = descriptor([(0x03, 0x1F01FF, hers)], 0x9004, owner=hers, group=hers)
+    os.makedirs(f"{home}/Documents/Diary/2026")
+    for name, content in (("Documents/letter.txt", b"Dear Jan"), ("Documents/Diary/2026/today.txt", b"nobody's business"),
+                          ("Desktop/\u00fcbersicht.txt", b"names beyond ASCII"), ("Downloads/large.bin", os.urandom(300_000))):
+        with open(f"{home}/{name}", "wb") as file:
+            file.write(content)
+    set_attribute(f"{home}/Documents/letter.txt", "user.Zone", b"[ZoneTransfer]\r\nZoneId=3\r\n")
+    for name in ("Documents/Diary/2026/today.txt", "Documents/Diary/2026", "Documents/Diary"):
+        set_attribute(f"{home}/{name}", "system.ntfs_acl", private)
+    set_attribute(f"{home}/Documents/letter.txt", "system.ntfs_acl",
+                  descriptor([(0x10, 0x1F01FF, SYSTEM), (0x10, 0x1F01FF, hers)], 0x8404, owner=hers, group=hers))
+
+
+def junctions(station, letter, folder):
+    """Where each junction of a tree leads, and its own access entries (that of Everyone first), as wimlib reads them."""
+    listing = station.listing(letter, folder, os.path.join(station.folder, "..", "links"))
+    with open(listing, encoding="utf-8", errors="surrogateescape") as file:
+        parts = re.split(r"^Full Path\s*= ", file.read(), flags=re.M)[1:]
+    paths = [part.split("\n")[0].strip('"') for part in parts if "0xa0000003" in part.lower()]
+    found = {}
+    for path in paths:
+        data = run("ntfscat", "-f", "-a", "0xC0", station.image(letter), path).stdout
+        length = int.from_bytes(data[10:12], "little")
+        target = data[16:16 + length].decode("utf-16-le").removeprefix("\\??\\")
+        security = own_security(listing, path)
+        found[path.removeprefix(folder + "/")] = (target, security[4][0] if security[4] else None)
+    return found
+
+
+def require_private(station, letter, folder, scratch):
+    """Only the user, SYSTEM and Administrators are let in, and nothing comes from above."""
+    control, owner, _, _, dacl = own_security(station.listing(letter, folder, f"{scratch}/private"), folder)
+    allowed = {entry[2][8:] for entry in dacl}
+    expected = {sid(5, *COMPUTER, 1001).hex(), SYSTEM.hex(), sid(5, 32, 544).hex()}
+    require(control & 0x1000 and allowed == expected and all(entry[0] == 0 for entry in dacl),
+            f"{folder} is open to {allowed} (control {control:#x})")
+
+
+def check_profile_moved_and_back(build, scratch, said):
+    """anna's profile to D:\\Profiles and home again, named in another letter case."""
+    station = Station(build, f"{scratch}/machine")
+    station("create", "--drive", "C:64M", "--drive", "D:64M")
+    with Mounted(station.image("C")) as mounted:
+        fill_profile(f"{mounted}/Users/anna")
+    before = station.listing("C", "/Users/anna", f"{scratch}/before")
+    links = junctions(station, "C", "/Users/anna")
+    require(len(links) >= 10 and all(entry and entry[0] == 1 for _, entry in links.values()),
+            f"the profile was made without compatibility junctions that deny: {links}")
+    hive_before = Hive(station, "C", "Users/anna/NTUSER.DAT", scratch).everything()
+    registry_before = software(station, scratch).everything()
+
+    station("session", "begin", "anna")
+    refused = station.qbc("/RedirectUP", "anna", "/loc:D:\\Profiles", ok=(1,)).stdout
+    station("session", "end", "anna")
+    require(UNDONE in refused and "Profiles" not in " ".join(below_root(station.image("D"))), f"logged on: {refused!r}")
+    require(compare(before, station.listing("C", "/Users/anna", f"{scratch}/still"), "/Users/anna", "/Users/anna", False),
+            "a refusal has changed the profile")
+
+    for target in ("/loc:D:\\Profiles\\", "/loc:D:\\Profiles"):
+        done = station.qbc("/RedirectUP", "ANNA", target).stdout
+        require(DONE in done, f"{target}: {done!r}")
+        station.require_sound("C", "D")
+        found = image_path(station, scratch, ANNA)
+        require(found == ("expand", "D:\\Profiles\\anna"), f"hivexml reads ProfileImagePath as {found}")
+        require(hive_record(station, scratch) == [("1", "C:\\Users\\anna", "D:\\Profiles\\anna")], "the record")
+        moved = station.listing("D", "/Profiles/anna", f"{scratch}/moved")
+        require_private(station, "D", "/Profiles/anna", scratch)
+        there = junctions(station, "D", "/Profiles/anna")
+        follow = {name: (target.replace("C:\\Users\\anna", "D:\\Profiles\\anna"), entry) for name, (target, entry) in links.items()}
+        require(there == follow, f"the compatibility junctions are\n{there}\nand not\n{follow}")
+        hive = Hive(station, "D", "Profiles/anna/NTUSER.DAT", scratch)
+        wallpaper = hive.values(DESKTOP)["WallPaper"]
+        require(wallpaper[1].startswith("D:\\Profiles\\anna\\"), f"the wallpaper is {wallpaper}")
+        changed = {k for k, v in hive.everything().items() if hive_before.get(k) != v}
+        require(len(changed) == 1 and hive.everything().keys() == hive_before.keys(), f"changed in the hive: {changed}")
+        left = [name for name in below_root(station.image("C")) if name.startswith("Users/anna/")]
+        require(left == [], f"C: still holds {left}")
+        listed = station.qbc("/RedirectUP").stdout.decode()
+        require(listed.endswith("anna   D:\\Profiles\\anna\r\n"), f"the list is {listed!r}")
+        if target.endswith("\\"):
+            said(*compare(before, moved, "/Users/anna", "/Profiles/anna", True, ["/NTUSER.DAT"]))
+            outlives_a_restart(station)
+        done = station.qbc("/RedirectUPDefault", "Anna").stdout
+        require(DONE in done, f"home again: {done!r}")
+        station.require_sound("C", "D")
+
+    after = station.listing("C", "/Users/anna", f"{scratch}/after")
+    said(*compare(before, after, "/Users/anna", "/Users/anna", False, ["/Documents/kept.txt", "/NTUSER.DAT"]))
+    require(junctions(station, "C", "/Users/anna") == links, "the compatibility junctions did not come home")
+    require_private(station, "C", "/Users/anna", scratch)
+    require(Hive(station, "C", "Users/anna/NTUSER.DAT", scratch).everything() == hive_before, "the hive is not as it was")
+    now = software(station, scratch).everything()
+    differ = {k for k in now.keys() | registry_before.keys() if now.get(k) != registry_before.get(k)}
+    require(all("Velmora" in k for k in differ), f"the registry is not as it was: {differ}")
+    require(hive_record(station, scratch) == [], "the record is still there")
+    require(not [n for n in below_root(station.image("D")) if n.startswith("Profiles/anna")], "D: still holds the profile")
+    said(f"{len(links)} compatibility junctions deny Everyone before, there and after; hivexml reads the wallpaper and "
+         "ProfileImagePath at each place")
+
+
+def outlives_a_restart(station):
+    """What it is all for."""
+    station("freeze")
+    station("put", "-", "D:\\Profiles\\anna\\Documents\\kept.txt", input=b"written while C: was frozen")
+    station("restart")
+    kept = station("cat", "D:\\Profiles\\anna\\Documents\\kept.txt").stdout
+    require(kept == b"written while C: was frozen", "the profile has lost a file at the restart")
+    frozen = station.qbc("/RedirectUPDefault", "anna").stdout
+    require(DONE not in frozen, "a frozen workstation was changed")
+    station("thaw")
+
+
+def check_profile_on_volume(build, scratch, said):
+    """Onto a volume by its GUID: the profile keeps its path; home again through the mounted volume."""
+    station = Station(build, f"{scratch}/machine")
+    station("create", "--drive", "C:64M", "--drive", "D:16M", "--volume", "48M")
+    guid = station.volume_without_letter()
+    with Mounted(station.image("C")) as mounted:
+        fill_profile(f"{mounted}/Users/anna")
+    before = station.listing("C", "/Users/anna", f"{scratch}/before")
+    links = junctions(station, "C", "/Users/anna")
+    root_before = own_security(station.listing(guid, "/", f"{scratch}/root"), "/")
+    done = station.qbc("/RedirectUP", "anna", f"/vol:\\\\?\\Volume{guid}\\").stdout
+    require(DONE in done, repr(done))
+    station.require_sound("C", guid)
+    require(image_path(station, scratch, ANNA) == ("expand", "C:\\Users\\anna"), "ProfileImagePath has changed")
+    reparse = run("ntfscat", "-f", "-a", "0xC0", station.image("C"), "Users/anna").stdout
+    require(f"Volume{guid}".encode("utf-16-le") in reparse, "C:\\Users\\anna is no mount point of the volume")
+    require("Documents/letter.txt" in " ".join(below_root(station.image(guid))), "the volume does not hold the profile")
+    require(station("cat", "C:\\Users\\anna\\Documents\\letter.txt").stdout == b"Dear Jan", "the old path does not lead there")
+    require(junctions(station, guid, "").keys() == links.keys(), "the compatibility junctions are not on the volume")
+    require_private(station, guid, "/", scratch)
+    require("anna   C:\\Users\\anna\r\n" in station.qbc("/RedirectUP").stdout.decode(), "the list does not show the profile")
+    station("restart")
+    done = station.qbc("/RedirectUPDefault", "anna").stdout
+    require(DONE in done, repr(done))
+    station.require_sound("C", guid)
+    after = station.listing("C", "/Users/anna", f"{scratch}/after")
+    said(*compare(before, after, "/Users/anna", "/Users/anna", False))
+    require(junctions(station, "C", "/Users/anna") == links, "the compatibility junctions did not come home")
+    left = [name for name in below_root(station.image("C")) if ".mount" in name or ".temp" in name]
+    require(left == [], f"C: holds {left}")
+    require(below_root(station.image(guid)) == [], "the volume still holds the profile")
+    root_after = own_security(station.listing(guid, "/", f"{scratch}/root"), "/")
+    require(root_after == root_before, "the root of the volume did not get its own security back")
+
+
+def check_profile_windows_and_keelroom(build, scratch, said):
+    """What the console says of Windows' versions and of Keelroom's, and what is refused."""
+    driver = "C:\\Windows\\System32\\drivers\\Keeldisk.sys"
+    parameters = "HKLM\\SYSTEM\\CurrentControlSet\\Services\\Keeldisk\\Parameters\\One"
+    metro, old = b"temporarily make some Metro apps unusable", b"old version of Rimehold Keelroom. Please"
+    for version, warns in (("6.0", False), ("6.1", False), ("6.2", True), ("6.3", True), ("10.0", True)):
+        station = Station(build, f"{scratch}/{version}")
+        station("create", "--drive", "C:48M", "--drive", "D:32M", "--windows", version)
+        done = station.qbc("/RedirectUP", "jan", "/loc:D:\\P").stdout
+        require(DONE in done and (metro in done) == warns, f"{version}: {done!r}")
+        require(DONE in station.qbc("/RedirectUPDefault", "jan").stdout, f"{version}: not home again")
+        station("reg", "add", parameters, "MountAs", "sz", "D:")
+        station("put", f"{build}/drivers/keeldisk-8.32.sys", driver)
+        refused = version == "10.0"
+        done = station.qbc("/RedirectUP", "jan", "/loc:d:\\P", ok=(1,) if refused else (0,)).stdout
+        require((UNDONE if refused else DONE) in done and (old in done) == (warns and not refused), f"{version}, old: {done!r}")
+        if refused:
+            require(image_path(station, scratch, ANNA[:-1] + "2")[1] == "C:\\Users\\jan", "a refusal has changed the record")
+        else:
+            station.qbc("/RedirectUPDefault", "jan")
+        station("rm", driver)
+        station("put", f"{build}/drivers/keeldisk-8.33.sys", driver)
+        done = station.qbc("/RedirectUP", "jan", "/loc:D:\\P").stdout
+        require(DONE in done and metro not in done and old not in done, f"{version}, new: {done!r}")
+        station.require_sound("C", "D")
+        said(f"Windows {version}: without Keelroom {'warned' if warns else 'silent'}, old Keelroom "
+             f"{'refused' if refused else 'warned' if warns else 'silent'}, new Keelroom silent")
+
+
+def profile_values(station, scratch):
+    values = software(station, scratch).values(PROFILE_LIST)
+    return {name: values[name] for name in ("ProfilesDirectory", "Default", "Public")}
+
+
+def check_new_profiles(build, scratch, said):
+    """Automatic redirection with Default and Public: set, a new account, removed; every value as before."""
+    station = Station(build, f"{scratch}/machine")
+    station("create", "--drive", "C:64M", "--drive", "D:64M")
+    station("put", "-", "C:\\Users\\Public\\Documents\\shared.txt", input=b"before")
+    trees = {name: station.listing("C", f"/Users/{name}", f"{scratch}/{name}") for name in ("Default", "Public")}
+    values = profile_values(station, scratch)
+    registry = software(station, scratch).everything()
+    pictures = {k: v for k, v in registry.items() if "AccountPicture" in k and v}
+    require(pictures, "the workstation has no account pictures")
+    require(b"not enabled" in station.qbc("/AutoRedirectUP").stdout, "on from the start")
+
+    done = station.qbc("/AutoRedirectUP", "/loc:D:\\Profiles", "/RedirectDefaultAndPublicProfile").stdout.decode()
+    require("Newly created user profile location - D:\\Profiles" in done, done)
+    station.require_sound("C", "D")
+    expected = {"ProfilesDirectory": ("expand", "D:\\Profiles"), "Default": ("expand", "D:\\Profiles\\Default"),
+                "Public": ("expand", "D:\\Profiles\\Public")}
+    require(profile_values(station, scratch) == expected, f"hivexml reads {profile_values(station, scratch)}")
+    for name in ("Default", "Public"):
+        there = station.listing("D", f"/Profiles/{name}", f"{scratch}/there")
+        said(*compare(trees[name], there, f"/Users/{name}", f"/Profiles/{name}", True))
+    now = software(station, scratch).everything()
+    moved = {k: v[1] for k, v in now.items() if k in pictures and "\\Public\\" in pictures[k][1]}
+    require(moved and all(v.startswith("D:\\Profiles\\Public\\AccountPictures\\") for v in moved.values()), f"{moved}")
+    require(station("service", "list").stdout.decode().split("QuillbayService")[1].split()[0] == "running", "the service")
+    again = station.qbc("/AutoRedirectUP", "/loc:D:\\Other", "/RedirectDefaultAndPublicProfile", ok=(1,)).stdout
+    require(b"already enabled" in again, f"{again!r}")
+    require(b"location = D:\\Profiles" in station.qbc("/AutoRedirectUP").stdout, "not shown")
+
+    station("profile", "add", "bob")
+    bob = next(line for line in station("profile", "list").stdout.decode().splitlines() if "bob" in line)
+    bob_sid = re.search(r"S-1-5-21-[\d-]+", bob).group()
+    require(image_path(station, scratch, bob_sid)[1] == "D:\\Profiles\\bob", f"bob's profile: {bob}")
+    require("bob   D:\\Profiles\\bob" in station.qbc("/RedirectUP").stdout.decode(), "bob is not listed")
+    station("put", "-", "D:\\Profiles\\Public\\Documents\\later.txt", input=b"written to the new place")
+    require(DONE in station.qbc("/RedirectUPDefault", "bob").stdout, "bob does not come to C:")
+    require(image_path(station, scratch, bob_sid)[1] == "C:\\Users\\bob", "bob's record")
+
+    done = station.qbc("/AutoRedirectUP", "/d").stdout.decode()
+    require("Newly created user profile location at D:\\Profiles has been removed." in done, done)
+    station.require_sound("C", "D")
+    require(profile_values(station, scratch) == values, f"hivexml reads {profile_values(station, scratch)}")
+    require(station("cat", "C:\\Users\\Public\\Documents\\later.txt").stdout == b"written to the new place",
+            "what was written to the new place is lost")
+    after = station.listing("C", "/Users/Public", f"{scratch}/after")
+    compare(trees["Public"], after, "/Users/Public", "/Users/Public", False, ["/Documents/later.txt"])
+    compare(trees["Default"], station.listing("C", "/Users/Default", f"{scratch}/after"), "/Users/Default", "/Users/Default", False)
+    left = [name for name in below_root(station.image("D")) if name.startswith("Profiles")]
+    require(left == [], f"D: holds {left}")
+    now = software(station, scratch).everything()
+    differ = {k for k in now.keys() | registry.keys() if now.get(k) != registry.get(k)}
+    require(all("Velmora" in k or bob_sid in k for k in differ), f"the registry is not as it was: {differ}")
+    require(b"not enabled" in station.qbc("/AutoRedirectUP").stdout, "still on")
+    require(b"ProfileList" not in station.qbc("/RedirectRegKey").stdout, "the key is still monitored")
+    said(f"{len(moved)} paths of account pictures followed and came back; a new account's profile was made on D: and moved home")

@@ -1,0 +1,193 @@
+// Whose profile is whose, and which moves are refused: the complete log of each, and nothing has changed.
+#include <algorithm>
+
+#include "program/profile_stories.h"
+#include "profiles/profile_list.h"
+#include "profiles/user_accounts.h"
+#include "support/keelroom.h"
+
+namespace {
+
+using emulated::Utf8;
+using test::Exists, test::MakeFile, test::MakeFolder, test::RunResult;
+
+constexpr const char16_t* kSidOfMaria = u"S-1-5-21-77-88-99-1105";
+
+class ProfileRules : public test::ProfileStories {
+ protected:
+  // A key of the profile list.
+  void AddProfile(const std::u16string& sid, const std::u16string& folder) {
+    machine->registry().SetText(test::kProfileList + u"\\" + sid, u"ProfileImagePath", folder, win32::REG_EXPAND_SZ);
+  }
+  void AddMaria() {
+    machine->domainAccounts = {{u"CORP", u"corp.example", u"maria", emulated::SidFromText(kSidOfMaria)}};
+    MakeFolder(u"C:\\Users\\maria.CORP");
+    AddProfile(kSidOfMaria, u"%SystemDrive%\\Users\\maria.CORP\\");
+  }
+  void ExpectRefused(const RunResult& run, std::vector<std::u16string> log) {
+    log.insert(log.begin(), u"----------------------------------");
+    log.emplace_back(u"Redirect user profile was unsuccessful.");
+    EXPECT_EQ(run.exitCode, 1);
+    EXPECT_TRUE(
+        run.said.ends_with(u"Errors logged in C:\\Program Files\\Velmora\\Quillbay\\QBC.log.\n"
+                           u"Redirect user profile was unsuccessful."))
+        << Utf8(run.said);
+    EXPECT_EQ(Messages(run), log) << test::Text(Messages(run));
+  }
+};
+
+TEST_F(ProfileRules, FindTheProfileOfAUser) {
+  AddMaria();
+  const std::u16string machineSid = test::kSidOfAnna.substr(0, test::kSidOfAnna.rfind(u'-'));
+  AddProfile(machineSid + u"-2001", u"C:\\Users\\Gone User");  // an account that is no more
+  AddProfile(machineSid + u"-2002", u"C:\\Users\\twice");      // two of one name
+  AddProfile(machineSid + u"-2003", u"D:\\Other\\TWICE");
+  AddProfile(machineSid + u"-2004.bak", u"C:\\Users\\aside");  // set aside by Windows
+  AddProfile(u"S-1-12-1-11-22-33-44", u"C:\\Users\\cloud");
+  const std::vector<std::tuple<std::u16string, std::u16string, std::u16string, int>> cases = {
+      {u"anna", test::kSidOfAnna, u"C:\\Users\\anna", kHiveNotLoaded},
+      {u"AnNa", test::kSidOfAnna, u"C:\\Users\\anna", kHiveNotLoaded},
+      {u"CORP\\maria", kSidOfMaria, u"C:\\Users\\maria.CORP", kHiveMissing},
+      {u"maria@corp.example", kSidOfMaria, u"C:\\Users\\maria.CORP", kHiveMissing},
+      {u"gone user", machineSid + u"-2001", u"C:\\Users\\Gone User", kHiveMissing},
+      {u"cloud", u"S-1-12-1-11-22-33-44", u"C:\\Users\\cloud", kHiveMissing},
+      {u"Administrator", machineSid + u"-500", u"C:\\Users\\Administrator", kHiveLoaded},
+      {u"defaultprofile", u"", u"C:\\Users\\Default", kHiveOfNobody},
+      {u"PublicProfile", u"", u"C:\\Users\\Public", kHiveOfNobody}};
+  for (const auto& [name, sid, folder, hiveState] : cases) {
+    UserProfile profile;
+    ASSERT_EQ(GetUserProfile(name, profile), 1) << Utf8(name);
+    EXPECT_EQ(profile.sid, sid) << Utf8(name);
+    EXPECT_EQ(profile.folder, folder) << Utf8(name);
+    EXPECT_EQ(profile.hiveState, hiveState) << Utf8(name);
+  }
+  for (const auto* name :
+       {u"", u"nobody", u"twice", u"aside", u"systemprofile", u"LocalService", u"SYSTEM", u"Users"}) {
+    UserProfile profile;
+    EXPECT_EQ(GetUserProfile(name, profile), 0) << Utf8(name);
+  }
+}
+
+TEST_F(ProfileRules, AUserIsLoggedOnWhileHisShellRuns) {
+  EXPECT_FALSE(IsUserLoggedOn(u"anna"));
+  StartProcess(u"notepad.exe", test::kSidOfAnna);
+  EXPECT_FALSE(IsUserLoggedOn(u"anna"));
+  for (const bool closed : {false, true}) {
+    emulated::EndProcess(*machine, 5000);
+    StartProcess(u"EXPLORER.EXE", test::kSidOfAnna, closed);
+    EXPECT_EQ(IsUserLoggedOn(u"anna"), !closed);  // nobody tells the owner of a closed one
+    EXPECT_FALSE(IsUserLoggedOn(u"jan"));
+  }
+}
+
+TEST_F(ProfileRules, NameEachReasonInTheLog) {
+  const std::u16string unsafe = u"#ERROR: PreScanning failed for Source = C:\\Users\\anna and Target = ";
+  struct Case {
+    const char* name;
+    std::u16string user, location;
+    std::vector<std::u16string> log;
+  };
+  MakeFile(u"D:\\file", "x");
+  StartProcess(u"Explorer.exe", test::kSidOfJan);
+  const std::u16string longFolder = u"D:\\" + std::u16string(240, u'x');
+  const std::u16string systemVolume = machine->volumes.front()->guidName;
+  const std::vector<Case> cases = {
+      {"nobody", u"nobody", u"D:\\P", {u"#ERROR: Failed to obtain User Profile Information. User: nobody"}},
+      {"logged on", u"jan", u"D:\\P", {u"#ERROR: Cannot redirect logged in user = jan."}},
+      {"no such volume",
+       u"anna",
+       u"\\\\?\\Volume{00000000-0000-0000-0000-000000000000}\\",
+       {u"#ERROR: The selected volume \\\\?\\Volume{00000000-0000-0000-0000-000000000000}\\ does not exist."}},
+      {"the profile's own volume",
+       u"anna",
+       systemVolume,
+       {u"#ERROR: The selected volume " + systemVolume + u" already mounted."}},
+      {"too long",
+       u"anna",
+       longFolder,
+       {u"#ERROR: The specified path " + longFolder +
+        u"\\anna exceeds the system-defined maximum length of 248 characters. Browse to a different location."}},
+      {"dots",
+       u"anna",
+       u"D:\\x\\..\\P",
+       {u"#ERROR: The selected folder D:\\x\\..\\P is a relative path. Browse to a different location"}},
+      {"another profile",
+       u"anna",
+       u"C:\\Users\\jan",
+       {u"#ERROR: The folder C:\\Users\\jan holds another User Profile. Browse to a different location."}},
+      {"where it is",
+       u"anna",
+       u"C:\\Users\\",
+       {u"Checking source folder equals to target./Source: C:\\Users\\anna Target: C:\\Users\\anna #ERROR: Cannot "
+        u"redirect when Source and Target folder are the same. Browse to a different location.",
+        unsafe + u"C:\\Users\\anna."}},
+      {"a file is in the way", u"anna", u"D:\\file", {u"#ERROR: Failed To Create Target Folder: D:\\file\\anna"}},
+  };
+  const Items before = AllOf(u"C:\\Users\\anna");
+  for (const Case& one : cases) {
+    SCOPED_TRACE(one.name);
+    ExpectRefused(Move(one.user, one.location), one.log);
+    EXPECT_FALSE(Exists(u"D:\\P") || Exists(longFolder) || Exists(u"C:\\Users\\anna.mount"));
+  }
+  ExpectSame(AllOf(u"C:\\Users\\anna"), before);
+  EXPECT_EQ(ImagePath(test::kSidOfAnna), u"C:\\Users\\anna");
+}
+
+TEST_F(ProfileRules, WhatCouldNotFollowIsAskedBeforeTheMove) {
+  const Items before = AllOf(u"C:\\Users\\anna");
+  MakeFile(u"D:\\list.txt", "list");
+  ASSERT_EQ(Run({u"/RedirectFile", u"D:\\list.txt", u"/loc:C:\\Users\\anna"}).exitCode, 0);
+  const RunResult run = Move(u"anna", u"D:\\P");
+  ASSERT_EQ(run.exitCode, 1);
+  EXPECT_TRUE(
+      run.Logged(u"#ERROR: The file D:\\list.txt is redirected into the User Profile, to "
+                 u"C:\\Users\\anna\\list.txt. Remove this redirection first."));
+  EXPECT_EQ(test::Contents(u"D:\\list.txt"), "list");
+  ASSERT_EQ(Run({u"/RedirectFile", u"D:\\list.txt", u"/loc:C:\\Users\\anna", u"/d"}).exitCode, 0);
+  EXPECT_FALSE(Exists(u"D:\\P"));
+  Items now = AllOf(u"C:\\Users\\anna");
+  ExpectSame(now, before);
+}
+
+// The answers of Windows' version and of Keelroom, and what the console then says first.
+TEST(ProfileOnKeelroom, OldDriversAreRefusedOrWarnedOf) {
+  const std::u16string apps =
+      u"Please note that redirecting a User Profile may temporarily make some Metro apps unusable. You will have to "
+      u"log-off and log-in again before you can use those Metro Apps.";
+  const std::u16string old =
+      u"This computer has old version of Rimehold Keelroom. Please, update to the latest version of Rimehold before "
+      u"redirecting User Profile. Redirecting User Profile to old version of Keelroom will make some Metro Apps "
+      u"unusable.";
+  const std::u16string refusal =
+      u"#ERROR: Cannot redirect User Profile to old version of Rimehold Keelroom on Windows 10. Please, update to the "
+      u"latest version of Rimehold before redirecting User Profile.";
+  struct Case {
+    win32::DWORD major, minor;
+    std::string_view driver;  // of Keelroom on D:; empty for none
+    std::u16string said;      // at the beginning
+    bool refused;
+  };
+  const std::vector<Case> cases = {{6, 0, "", {}, false},      {6, 1, "8.32", {}, false}, {6, 2, "", apps, false},
+                                   {6, 2, "8.32", old, false}, {6, 2, "8.33", {}, false}, {6, 3, "8.32", old, false},
+                                   {6, 3, "", apps, false},    {10, 0, "", apps, false},  {10, 0, "8.32", {}, true},
+                                   {10, 0, "9.0", {}, false}};
+  for (const Case& one : cases) {
+    SCOPED_TRACE(std::to_string(one.major) + "." + std::to_string(one.minor) + " " + std::string(one.driver));
+    const auto machine = test::InstalledMachine({.majorVersion = one.major, .minorVersion = one.minor});
+    if (!one.driver.empty()) {
+      test::InstallKeeldisk(*machine, one.driver);
+      test::AddKeelroomVolume(*machine, u"Volume1", u"D:");
+    }
+    const RunResult run = test::RunProgram(*machine, {u"/RedirectUP", u"anna", u"/loc:d:\\Profiles"});
+    EXPECT_EQ(run.exitCode, one.refused ? 1 : 0) << Utf8(run.log);
+    EXPECT_EQ(run.Logged(refusal), one.refused);
+    EXPECT_EQ(run.Said(apps), one.said == apps);
+    EXPECT_EQ(run.Said(old), one.said == old);
+    EXPECT_TRUE(one.said.empty() || run.said.starts_with(one.said)) << Utf8(run.said);
+    const RunResult back = test::RunProgram(*machine, {u"/RedirectUPDefault", u"anna"});
+    EXPECT_FALSE(back.Said(apps) || back.Said(old) || back.Logged(refusal));
+    EXPECT_EQ(back.exitCode, one.refused ? 1 : 0) << Utf8(back.log);  // refused: it has never left
+  }
+}
+
+}  // namespace

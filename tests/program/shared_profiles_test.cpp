@@ -1,0 +1,290 @@
+// The Default and Public profiles redirected by themselves; and whichever call of a command fails: each file of the two
+// profiles is complete where Windows' profile list says, and the command tells the truth.
+#include "program/shared_profiles.h"
+
+#include <iostream>
+
+#include "fsops/delete_tree.h"
+#include "redirect/created_folders.h"
+#include "support/every_call.h"
+#include "support/keelroom.h"
+
+namespace {
+
+using emulated::Utf8;
+using test::Contents, test::Exists, test::MakeFile, test::MakeFolder, test::RunProgram, test::RunResult;
+
+const std::u16string kPlace = u"D:\\Profiles";
+
+class SharedProfilesCommands : public test::SharedProfilesTest {
+ protected:
+  static void Share(std::u16string name, std::u16string path) {
+    win32::SHARE_INFO_502 info{};
+    info.shi502_netname = name.data();
+    info.shi502_type = win32::STYPE_DISKTREE;
+    info.shi502_max_uses = 7;
+    info.shi502_path = path.data();
+    ASSERT_EQ(win32::NetShareAdd(nullptr, 502, reinterpret_cast<win32::BYTE*>(&info), nullptr), win32::NERR_Success);
+  }
+  static std::map<std::u16string, std::u16string> Shares() {
+    std::map<std::u16string, std::u16string> shares;
+    win32::BYTE* block = nullptr;
+    win32::DWORD count = 0, total = 0;
+    win32::NetShareEnum(nullptr, 502, &block, win32::MAX_PREFERRED_LENGTH, &count, &total, nullptr);
+    for (win32::DWORD i = 0; i < count; ++i) {
+      const auto& share = reinterpret_cast<const win32::SHARE_INFO_502*>(block)[i];
+      if (share.shi502_max_uses == 7) shares[share.shi502_netname] = share.shi502_path;
+    }
+    win32::NetApiBufferFree(block);
+    return shares;
+  }
+};
+
+TEST_F(SharedProfilesCommands, GoAndComeBack) {
+  Share(u"public", kPublic);
+  Share(u"papers", kPublic + u"\\Documents");
+  const auto shares = Shares();
+  const Values values = ProfileValues();
+  const Files ofPublic = FilesOf(kPublic), ofDefault = FilesOf(kDefault);
+  RunResult run = Redirect(u"PublicProfile", kPlace);
+  ASSERT_EQ(run.exitCode, 0) << Utf8(run.log);
+  EXPECT_TRUE(run.said.ends_with(u"Redirect user profile was successful.")) << Utf8(run.said);
+  EXPECT_EQ(Value(u"Public"), kPlace + u"\\Public");
+  EXPECT_EQ(Value(u"Default"), u"%SystemDrive%\\Users\\Default");
+  EXPECT_EQ(Config().status, u"0");
+  EXPECT_EQ(Shares(), (std::map<std::u16string, std::u16string>{{u"public", kPlace + u"\\Public"},
+                                                                {u"papers", kPlace + u"\\Public\\Documents"}}));
+  run = Redirect(u"PublicProfile", u"D:\\Other");
+  EXPECT_EQ(run.exitCode, 1);
+  EXPECT_TRUE(run.said.ends_with(kErrors + u"\nRedirect user profile was unsuccessful."));
+  EXPECT_TRUE(run.Logged(u"is redirected already: it is not in C:\\Users."));
+  EXPECT_TRUE(Redirect(u"DefaultProfile", kPlace + u"\\Public\\x").Logged(u" lies in the profile "));
+  ASSERT_EQ(Redirect(u"DefaultProfile", kPlace).exitCode, 0);
+  EXPECT_EQ(FilesOf(kPlace + u"\\Default"), ofDefault);
+  ASSERT_EQ(BringBack(u"PublicProfile").exitCode, 0);
+  EXPECT_EQ(FilesOf(kPublic), ofPublic);
+  EXPECT_FALSE(Exists(kPlace + u"\\Public"));
+  EXPECT_EQ(Shares(), shares);
+  run = BringBack(u"PublicProfile");
+  EXPECT_EQ(run.exitCode, 1);
+  EXPECT_TRUE(run.Logged(u"#ERROR: No profile that was named is redirected."));
+  ASSERT_EQ(BringBack(u"DefaultProfile").exitCode, 0);
+  EXPECT_EQ(ProfileValues(), values);
+
+  // Without security and shares, at a drive's root, and with a value that replaces no variables.
+  const std::u16string text = u"C:\\Users\\Public";
+  machine->registry().SetText(kList, u"Public", text, win32::REG_SZ);
+  const Values plain = ProfileValues();
+  ASSERT_EQ(RunProgram(*machine, {u"/RedirectUP", u"/PublicProfile", u"/loc:D:\\", u"/-NTFS", u"/-Share"}).exitCode, 0);
+  EXPECT_EQ(Value(u"Public"), u"D:\\Public");
+  EXPECT_EQ(Shares(), shares);
+  MakeFile(u"D:\\Public\\Documents\\added.txt", "added");
+  run = RunProgram(*machine, {u"/RedirectUPDefault", u"/PublicProfile", u"/-NTFS", u"/-Share"});
+  ASSERT_EQ(run.exitCode, 0) << Utf8(run.log);
+  EXPECT_EQ(ProfileValues(), plain);
+  EXPECT_EQ(FilesOf(kPublic).size(), ofPublic.size() + 1);
+  EXPECT_FALSE(Exists(u"D:\\Public"));
+
+  // The place of the copy is gone for good: the old folder is all that there is.
+  ASSERT_EQ(Redirect(u"DefaultProfile", kPlace).exitCode, 0);
+  ASSERT_TRUE(win32::MoveFileW(kPlace.c_str(), u"D:\\Lost"));
+  run = BringBack(u"DefaultProfile");
+  EXPECT_EQ(run.exitCode, 0);
+  EXPECT_TRUE(
+      run.Logged(u"#INFO: The folder D:\\Profiles\\Default is not there any more. Nothing comes back from it."));
+  EXPECT_EQ(FilesOf(kDefault), ofDefault);
+}
+
+TEST_F(SharedProfilesCommands, DoNotGoToAnOldKeelroomOnWindows10) {
+  test::AddKeelroomVolume(*machine, u"Volume1", u"D:");
+  for (const RunResult& run : {Redirect(u"DefaultProfile", kPlace), SetWithBoth(kPlace)}) {
+    EXPECT_EQ(run.exitCode, 1);
+    EXPECT_TRUE(
+        run.Logged(u"#ERROR: Cannot redirect User Profile to old version of Rimehold Keelroom on Windows 10. "
+                   u"Please, update to the latest version of Rimehold before redirecting User Profile."));
+  }
+  EXPECT_FALSE(Exists(kPlace));
+}
+
+// Folders of Public that are redirected themselves, and other folders whose contents lie in it.
+TEST_F(SharedProfilesCommands, RedirectedFoldersInThemFollow) {
+  const auto redirect = [&](const std::u16string& source, const std::u16string& target, bool back) {
+    return back ? RunProgram(*machine, {u"/RedirectFolder", source, u"/loc:" + target, u"/d"})
+                : RunProgram(*machine, {u"/RedirectFolder", source, u"/loc:" + target});
+  };
+  MakeFolder(kPublic + u"\\Papers");
+  MakeFile(kPublic + u"\\Papers\\sheet.txt", "paper");
+  ASSERT_EQ(redirect(kPublic + u"\\Papers", u"D:\\", false).exitCode, 0);
+  MakeFolder(u"D:\\Data");
+  ASSERT_EQ(redirect(u"D:\\Data", kPublic, false).exitCode, 0);
+  RunResult run = Redirect(u"PublicProfile", kPlace);
+  EXPECT_EQ(run.exitCode, 1);
+  EXPECT_TRUE(
+      run.Logged(u"#ERROR: The profile C:\\Users\\Public holds what D:\\Data is redirected to. Remove that "
+                 u"redirection first."));
+  ASSERT_EQ(redirect(u"D:\\Data", kPublic, true).exitCode, 0);
+  run = Redirect(u"PublicProfile", kPlace);
+  ASSERT_EQ(run.exitCode, 0) << Utf8(run.log);
+  EXPECT_EQ(LinkTarget(kPlace + u"\\Public\\Papers"), u"D:\\Papers");
+  run = redirect(kPlace + u"\\Public\\Papers", u"D:\\", true);
+  ASSERT_EQ(run.exitCode, 0) << Utf8(run.log);
+  EXPECT_EQ(Contents(kPlace + u"\\Public\\Papers\\sheet.txt"), "paper");
+  run = BringBack(u"PublicProfile");
+  ASSERT_EQ(run.exitCode, 0) << Utf8(run.log);
+  EXPECT_EQ(Contents(kPublic + u"\\Papers\\sheet.txt"), "paper");
+  EXPECT_EQ(LinkTarget(kPublic + u"\\Papers (old)"), u"D:\\Papers");
+  EXPECT_FALSE(Exists(kPlace + u"\\Public"));
+}
+
+TEST_F(SharedProfilesCommands, VolumesThatAreMountedInThemAreNotEntered) {
+  Restart({.volumes = 1});
+  std::u16string volume;
+  for (const auto& mounted : machine->volumes)
+    if (mounted->letter == 0) volume = mounted->guidName;
+  MakeFolder(kPublic + u"\\Shelf");
+  ASSERT_TRUE(win32::SetVolumeMountPointW((kPublic + u"\\Shelf\\").c_str(), volume.c_str()));
+  MakeFile(kPublic + u"\\Shelf\\book.txt", "on the volume");
+  ASSERT_EQ(Redirect(u"PublicProfile", kPlace).exitCode, 0);
+  EXPECT_EQ(Contents(kPlace + u"\\Public\\Shelf\\book.txt"), "on the volume");
+  for (const bool fails : {true, false}) {
+    if (fails) machine->gate.FailCall("RegSetValueExW", 1, win32::ERROR_ACCESS_DENIED);
+    const RunResult run = BringBack(u"PublicProfile");
+    EXPECT_EQ(run.exitCode, fails ? 1 : 0) << Utf8(run.log);
+    EXPECT_EQ(Contents(kPublic + u"\\Shelf\\book.txt"), "on the volume");
+    EXPECT_EQ(Exists(kPlace + u"\\Public\\Shelf\\book.txt"), fails);
+  }
+  EXPECT_EQ(Contents(volume + u"book.txt"), "on the volume");
+}
+
+TEST_F(SharedProfilesCommands, FilesThatChangeWhileTheyComeBackStay) {
+  ASSERT_EQ(Redirect(u"PublicProfile", kPlace).exitCode, 0);
+  // Between the copy back and the deletion of the copy, while the service is asked to follow.
+  bool done = false;
+  machine->onSleep = [&](std::uint64_t) {
+    if (std::exchange(done, true)) return;
+    MakeFile(kPlace + u"\\Public\\Documents\\report.txt", "late");
+    MakeFile(kPlace + u"\\Public\\Documents\\late.txt", "late, too");
+  };
+  const RunResult run = BringBack(u"PublicProfile");
+  machine->onSleep = {};
+  ASSERT_EQ(run.exitCode, 0) << Utf8(run.log);
+  ASSERT_TRUE(done);
+  EXPECT_TRUE(run.Logged(u"report.txt was changed after it had been copied back. It stays."));
+  EXPECT_TRUE(run.Logged(u"#INFO: The folder D:\\Profiles\\Public is not empty. It stays."));
+  EXPECT_EQ(Contents(kPublic + u"\\Documents\\report.txt"), "first");
+  EXPECT_EQ(FilesOf(kPlace + u"\\Public").size(), 2u);
+  EXPECT_EQ(Contents(kPlace + u"\\Public\\Documents\\late.txt"), "late, too");
+}
+
+// A command, with each of its calls refused.
+class SharedProfilesEveryCall : public test::SharedProfilesTest {
+ protected:
+  // Of what a profile holds by the dozen, one of each kind is enough.
+  SharedProfilesEveryCall() {
+    const auto remove = [](const std::u16string& path) {
+      if (!Exists(path)) return;
+      if (!IsJunction(path.c_str(), 0)) DeleteDirectoryTree(path.c_str(), 1);
+      EXPECT_TRUE(RemoveEmptyFolder(path)) << Utf8(path);
+    };
+    for (const auto* name : {u"AppData\\Local",
+                             u"AppData\\Roaming\\Microsoft",
+                             u"Application Data",
+                             u"Cookies",
+                             u"Local Settings",
+                             u"My Documents",
+                             u"NetHood",
+                             u"PrintHood",
+                             u"Recent",
+                             u"SendTo",
+                             u"Start Menu",
+                             u"Templates",
+                             u"Documents",
+                             u"Contacts",
+                             u"Desktop",
+                             u"Downloads",
+                             u"Favorites",
+                             u"Links",
+                             u"Music",
+                             u"Pictures",
+                             u"Saved Games",
+                             u"Videos"})
+      remove(kDefault + u"\\" + name);
+    for (const auto* name : {u"Desktop", u"Downloads", u"Libraries", u"Pictures", u"Videos", u"AccountPictures",
+                             u"Documents\\My Music", u"Documents\\My Pictures", u"Documents\\My Videos"})
+      remove(kPublic + u"\\" + name);
+    MakeFolder(kPublic + u"\\AccountPictures");
+  }
+
+  std::u16string FolderOf(const char16_t* name) {
+    const std::u16string value = Value(name), drive = u"%SystemDrive%";
+    return value.starts_with(drive) ? u"C:" + value.substr(drive.size()) : value;
+  }
+
+  template <typename Command>
+  void FailEach(Command command) {
+    const Values values = ProfileValues();
+    const Configuration config = Config();
+    const Files ofDefault = FilesOf(FolderOf(u"Default")), ofPublic = FilesOf(FolderOf(u"Public"));
+    std::optional<std::pair<Values, Configuration>> after;
+    const auto run = [&] {
+      const RunResult result = command();
+      if (!after) after = {ProfileValues(), Config()};
+      return result;
+    };
+    std::map<std::string, int> outcomes;
+    int calls = 0;
+    test::WithEachCallRefused(machine, run, [&](const RunResult& result, const std::string& when) {
+      ++calls;
+      const std::string call = when.substr(0, when.find(','));
+      const bool isOld = ProfileValues() == values, isNew = ProfileValues() == after->first;
+      const Configuration now = Config();
+      // A file that cannot be read is replaced by the default, by the class that reads it.
+      const bool replaced = now != config && now != after->second && result.exitCode == 1;
+      EXPECT_TRUE(isOld || isNew) << when;
+      EXPECT_EQ(isNew, result.exitCode == 0) << when;
+      EXPECT_TRUE(replaced ? kReplacing.contains(call) : now == (isNew ? after->second : config)) << when;
+      for (const auto* success : {u"user profile was successful.", u"profile location - ",
+                                  u"Newly created user profile location at D:\\Profiles "
+                                  u"has been removed."})
+        EXPECT_TRUE(result.exitCode == 0 || !result.Said(success)) << when;
+      EXPECT_EQ(FilesOf(FolderOf(u"Default")), ofDefault) << when;
+      EXPECT_EQ(FilesOf(FolderOf(u"Public")), ofPublic) << when;
+      EXPECT_TRUE(result.exitCode == 0 || !result.log.empty()) << when;
+      const bool left =
+          goesOut == (result.exitCode == 1) && (Exists(kPlace + u"\\Default") || Exists(kPlace + u"\\Public"));
+      EXPECT_TRUE(!left || result.Logged(u"Unable to delete all of the copy") || result.Logged(u" It stays.") ||
+                  result.Logged(u"at the next restart"))
+          << when;
+      ++outcomes[std::string(result.exitCode == 0 ? "success" : "failure") + (replaced ? ", default file" : "") +
+                 (left ? ", something of the copy left" : "")];
+    });
+    std::cout << calls << " calls refused\n";
+    for (const auto& [outcome, count] : outcomes) std::cout << outcome << ": " << count << "\n";
+  }
+  static inline const std::set<std::string> kReplacing{
+      "PathFileExistsW",        "CreateFileW", "SetFilePointer", "GetFileSize", "ReadFile", "CreateInstance",
+      "put_preserveWhiteSpace", "loadXML",     "CoInitializeEx"};
+  bool goesOut = true;
+};
+
+TEST_F(SharedProfilesEveryCall, OfSettingAutomaticRedirection) {
+  FailEach([&] { return SetWithBoth(kPlace); });
+}
+TEST_F(SharedProfilesEveryCall, OfRemovingAutomaticRedirection) {
+  ASSERT_EQ(SetWithBoth(kPlace).exitCode, 0);
+  goesOut = false;
+  FailEach([&] { return Remove(); });
+}
+TEST_F(SharedProfilesEveryCall, OfRedirectingTheDefaultProfile) {
+  FailEach([&] { return Redirect(u"DefaultProfile", kPlace); });
+}
+TEST_F(SharedProfilesEveryCall, OfBringingThePublicProfileBack) {
+  ASSERT_EQ(Redirect(u"PublicProfile", kPlace).exitCode, 0);
+  MakeFile(kPlace + u"\\Public\\Documents\\added.txt", "added");
+  MakeFile(kPlace + u"\\Public\\Documents\\report.txt", "second");
+  MakeFile(kPlace + u"\\Public\\Documents\\report.txt:note", "second, too");
+  goesOut = false;
+  FailEach([&] { return BringBack(u"PublicProfile"); });
+}
+
+}  // namespace
