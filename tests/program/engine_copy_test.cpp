@@ -4,6 +4,7 @@
 #include "fsops/security.h"
 #include "fsops/volume_paths.h"
 #include "redirect/junction.h"
+#include "support/shares.h"
 #include "support/engine.h"
 
 namespace {
@@ -237,40 +238,18 @@ TEST_F(TreeCopies, LongPathsAreCopied) {
   EXPECT_EQ(Contents(u"D:\\Target\\dot"), "its twin");
 }
 
-class SharedTrees : public TreeCopies {
- protected:
-  static void Share(std::u16string name, std::u16string path) {
-    SHARE_INFO_502 info{};
-    info.shi502_netname = name.data();
-    info.shi502_path = path.data();
-    info.shi502_max_uses = 7;
-    ASSERT_EQ(NetShareAdd(nullptr, 502, reinterpret_cast<BYTE*>(&info), nullptr), NERR_Success);
-  }
-  // The path of the share, or nothing.
-  static std::u16string SharedPath(std::u16string_view name) {
-    BYTE* block = nullptr;
-    DWORD count = 0, total = 0;
-    NetShareEnum(nullptr, 502, &block, MAX_PREFERRED_LENGTH, &count, &total, nullptr);
-    std::u16string path;
-    for (DWORD i = 0; i < count; ++i) {
-      const auto& share = reinterpret_cast<const SHARE_INFO_502*>(block)[i];
-      if (share.shi502_netname == name && share.shi502_max_uses == 7) path = share.shi502_path;
-    }
-    NetApiBufferFree(block);
-    return path;
-  }
-};
+using SharedTrees = TreeCopies;
 
 TEST_F(SharedTrees, SharesFollowOrGoOrStay) {
   MakeFolder(source + u"\\pub");
-  Share(u"public", u"c:\\data\\PUB");
+  test::Share(u"public", u"c:\\data\\PUB");
   ASSERT_EQ(Copy({.useBackupCopy = true, .moveShares = true, .copyOnly = true, .allowInheritance = true}), 1);
-  EXPECT_EQ(SharedPath(u"public"), u"c:\\data\\PUB");
+  EXPECT_EQ(test::Shares()[u"public"], u"c:\\data\\PUB");
   ASSERT_EQ(Copy({.useBackupCopy = true, .moveShares = true, .allowInheritance = true}), 1);
-  EXPECT_EQ(SharedPath(u"public"), u"D:\\Target\\pub");
-  Share(u"again", u"C:\\Data\\pub");
+  EXPECT_EQ(test::Shares()[u"public"], u"D:\\Target\\pub");
+  test::Share(u"again", u"C:\\Data\\pub");
   ASSERT_EQ(Copy({.useBackupCopy = true, .allowInheritance = true}), 1);
-  EXPECT_EQ(SharedPath(u"again"), u"");
+  EXPECT_EQ(test::Shares()[u"again"], u"");
 }
 
 TEST(VolumePaths, AreConvertedBothWays) {

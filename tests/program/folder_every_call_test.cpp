@@ -8,6 +8,7 @@
 #include "probes/privileges.h"
 #include "program/folder_stories.h"
 #include "redirect/junction.h"
+#include "support/shares.h"
 #include "support/every_call.h"
 
 namespace {
@@ -40,29 +41,10 @@ class EveryCall : public FolderStories {
     MakeFile(u"E:\\Foo\\f.txt", "foo");
     Redirect(u"C:\\Data\\nested", u"D:\\");
     EXPECT_TRUE(CreateJunction(u"C:\\Data\\link", u"C:\\Data\\inner"));
-    Share(u"inner", u"C:\\Data\\inner");
+    test::Share(u"inner", u"C:\\Data\\inner");
   }
 
-  static void Share(std::u16string name, std::u16string path) {
-    win32::SHARE_INFO_502 info{};
-    info.shi502_netname = name.data();
-    info.shi502_type = win32::STYPE_DISKTREE;
-    info.shi502_max_uses = 7;
-    info.shi502_path = path.data();
-    ASSERT_EQ(win32::NetShareAdd(nullptr, 502, reinterpret_cast<win32::BYTE*>(&info), nullptr), win32::NERR_Success);
-  }
-  State Now() const {
-    State state{IsLink(u"C:\\Data"), AllRecords(), {}};
-    win32::BYTE* block = nullptr;
-    win32::DWORD count = 0, total = 0;
-    win32::NetShareEnum(nullptr, 502, &block, win32::MAX_PREFERRED_LENGTH, &count, &total, nullptr);
-    for (win32::DWORD i = 0; i < count; ++i) {
-      const auto& share = reinterpret_cast<const win32::SHARE_INFO_502*>(block)[i];
-      if (share.shi502_max_uses == 7) state.shares[share.shi502_netname] = share.shi502_path;
-    }
-    win32::NetApiBufferFree(block);
-    return state;
-  }
+  State Now() const { return {IsLink(u"C:\\Data"), AllRecords(), test::Shares()}; }
   static std::string Text(const State& state) {
     std::string text = state.isLink ? "a junction;" : "a folder;";
     for (const auto& [number, record] : state.records)
@@ -128,7 +110,7 @@ class EveryCall : public FolderStories {
 };
 
 TEST_F(EveryCall, OfARedirectionMayFail) {
-  Share(u"root", u"C:\\Data");
+  test::Share(u"root", u"C:\\Data");
   Redirect(u"E:\\Foo", u"C:\\Data");
   expected = {true,
               {{u"1", {u"D:\\Target\\Data\\nested", u"D:\\nested"}},
@@ -145,7 +127,7 @@ TEST_F(EveryCall, OfARedirectionMayFail) {
 TEST_F(EveryCall, OfARemovalMayFail) {
   Redirect(u"C:\\Data", u"D:\\Target");
   Redirect(u"E:\\Foo", u"D:\\Target\\Data");
-  Share(u"root", u"D:\\Target\\Data");
+  test::Share(u"root", u"D:\\Target\\Data");
   expected = {false, {{u"1", {u"C:\\Data\\nested", u"D:\\nested"}}, {u"3", {u"E:\\Foo", u"C:\\Data\\Foo"}}}, {}};
   FailEach(
       [this] {

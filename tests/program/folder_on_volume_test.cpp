@@ -1,4 +1,5 @@
 // A folder redirected onto a volume, and back, as an administrator sees it.
+#include "support/shares.h"
 #include "program/folder_on_volume.h"
 
 #include <set>
@@ -252,38 +253,18 @@ TEST_F(FolderOnVolume, NestedRedirectionsKeepWorking) {
 }
 
 TEST_F(FolderOnVolume, SharesStayUnlessTheyAreNotWanted) {
-  const auto share = [](std::u16string name, std::u16string path) {
-    win32::SHARE_INFO_502 info{};
-    info.shi502_netname = name.data();
-    info.shi502_path = path.data();
-    info.shi502_max_uses = static_cast<win32::DWORD>(-1);
-    win32::DWORD wrong = 0;
-    ASSERT_EQ(win32::NetShareAdd(nullptr, 502, reinterpret_cast<win32::BYTE*>(&info), &wrong), 0u);
-  };
-  const auto shares = [] {
-    std::set<std::u16string> found;
-    win32::BYTE* block = nullptr;
-    win32::DWORD count = 0, total = 0;
-    win32::NetShareEnum(nullptr, 502, &block, win32::MAX_PREFERRED_LENGTH, &count, &total, nullptr);
-    for (win32::DWORD i = 0; i < count; ++i) {
-      const auto& info = reinterpret_cast<const win32::SHARE_INFO_502*>(block)[i];
-      if (std::u16string(info.shi502_path).starts_with(u"C:\\Data")) found.insert(info.shi502_path);
-    }
-    win32::NetApiBufferFree(block);
-    return found;
-  };
-  share(u"data", u"C:\\Data");
-  share(u"inner", u"C:\\Data\\inner");
-  const std::set<std::u16string> both{u"C:\\Data", u"C:\\Data\\inner"};
+  test::Share(u"data", u"C:\\Data");
+  test::Share(u"inner", u"C:\\Data\\inner");
+  const auto both = test::Shares();
   ASSERT_EQ(Redirect().exitCode, 0);
-  EXPECT_EQ(shares(), both);
+  EXPECT_EQ(test::Shares(), both);
   ASSERT_EQ(Remove().exitCode, 0);
-  EXPECT_EQ(shares(), both);
+  EXPECT_EQ(test::Shares(), both);
   machine->gate.FailCall("MoveFileW", 1, win32::ERROR_ACCESS_DENIED);
   EXPECT_EQ(RunProgram(*machine, {u"/RedirectFolder", u"C:\\Data", u"/vol:" + kVolume, u"/-Share"}).exitCode, 1);
-  EXPECT_EQ(shares(), both) << "taken back";
+  EXPECT_EQ(test::Shares(), both) << "taken back";
   ASSERT_EQ(RunProgram(*machine, {u"/RedirectFolder", u"C:\\Data", u"/vol:" + kVolume, u"/-Share"}).exitCode, 0);
-  EXPECT_EQ(shares(), std::set<std::u16string>{});
+  EXPECT_TRUE(test::Shares().empty());
 }
 
 }  // namespace

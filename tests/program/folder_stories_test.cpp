@@ -2,6 +2,7 @@
 #include <vector>
 
 #include "fsops/folder_itself.h"
+#include "support/shares.h"
 #include "program/folder_stories.h"
 
 namespace {
@@ -265,62 +266,38 @@ class Shared : public FolderStories {
                                u"C:\\Data\\a\\b\\Deep", u"C:\\Database", u"D:\\Target"})
       MakeFolder(folder);
     MakeFile(u"C:\\Data\\a\\b\\Deep\\f.txt", "far down");
-    Share(u"root", u"C:\\Data");
-    Share(u"public", u"C:\\Data\\Public");
-    Share(u"deep", u"C:\\Data\\a\\b\\Deep");
-    Share(u"deep2", u"c:\\data\\A\\B\\deep");
-    Share(u"neighbour", u"C:\\Database");
-  }
-  static void Share(std::u16string name, std::u16string path) {
-    std::u16string remark = u"remark of " + name;
-    win32::SHARE_INFO_502 info{};
-    info.shi502_netname = name.data();
-    info.shi502_type = win32::STYPE_DISKTREE;
-    info.shi502_remark = remark.data();
-    info.shi502_max_uses = 7;
-    info.shi502_path = path.data();
-    ASSERT_EQ(win32::NetShareAdd(nullptr, 502, reinterpret_cast<win32::BYTE*>(&info), nullptr), win32::NERR_Success);
-  }
-  // Name and path of every share that this test made and that kept all else it was given.
-  static Shares All() {
-    win32::BYTE* block = nullptr;
-    win32::DWORD count = 0, total = 0;
-    win32::NetShareEnum(nullptr, 502, &block, win32::MAX_PREFERRED_LENGTH, &count, &total, nullptr);
-    Shares shares;
-    for (win32::DWORD i = 0; i < count; ++i) {
-      const auto& share = reinterpret_cast<const win32::SHARE_INFO_502*>(block)[i];
-      if (share.shi502_max_uses == 7 && share.shi502_remark == u"remark of " + std::u16string(share.shi502_netname))
-        shares[share.shi502_netname] = share.shi502_path;
-    }
-    win32::NetApiBufferFree(block);
-    return shares;
+    test::Share(u"root", u"C:\\Data");
+    test::Share(u"public", u"C:\\Data\\Public");
+    test::Share(u"deep", u"C:\\Data\\a\\b\\Deep");
+    test::Share(u"deep2", u"c:\\data\\A\\B\\deep");
+    test::Share(u"neighbour", u"C:\\Database");
   }
 };
 
 // The share of the folder itself goes on naming the old place, which leads to the data; those below it name the new
 // one.
 TEST_F(Shared, SharesFollowTheDataThereAndBack) {
-  const Shares before = All();
+  const Shares before = test::Shares();
   Redirect(u"C:\\Data", u"D:\\Target");
-  EXPECT_EQ(All(), (Shares{{u"root", u"C:\\Data"},
-                           {u"public", u"D:\\Target\\Data\\Public"},
-                           {u"deep", u"D:\\Target\\Data\\a\\b\\Deep"},
-                           {u"deep2", u"D:\\Target\\Data\\a\\b\\Deep"},
-                           {u"neighbour", u"C:\\Database"}}));
-  for (const auto& [name, path] : All()) EXPECT_TRUE(Exists(path)) << Utf8(name);
+  EXPECT_EQ(test::Shares(), (Shares{{u"root", u"C:\\Data"},
+                                    {u"public", u"D:\\Target\\Data\\Public"},
+                                    {u"deep", u"D:\\Target\\Data\\a\\b\\Deep"},
+                                    {u"deep2", u"D:\\Target\\Data\\a\\b\\Deep"},
+                                    {u"neighbour", u"C:\\Database"}}));
+  for (const auto& [name, path] : test::Shares()) EXPECT_TRUE(Exists(path)) << Utf8(name);
   Remove(u"C:\\Data", u"D:\\Target");
   Shares after = before;
   after[u"deep2"] = u"C:\\Data\\a\\b\\Deep";  // the folder's own spelling
-  EXPECT_EQ(All(), after);
+  EXPECT_EQ(test::Shares(), after);
 }
 
 // The folder that held the contents goes, so its own share follows them.
 TEST_F(Shared, AShareOfTheTargetFollowsTheRemoval) {
   Redirect(u"C:\\Data", u"D:\\Target");
-  Share(u"target", u"d:\\target\\DATA");
+  test::Share(u"target", u"d:\\target\\DATA");
   Remove(u"C:\\Data", u"D:\\Target");
-  EXPECT_EQ(All()[u"target"], u"C:\\Data");
-  EXPECT_EQ(All()[u"root"], u"C:\\Data");
+  EXPECT_EQ(test::Shares()[u"target"], u"C:\\Data");
+  EXPECT_EQ(test::Shares()[u"root"], u"C:\\Data");
   EXPECT_FALSE(Exists(u"D:\\Target\\Data"));
 }
 
@@ -329,14 +306,14 @@ TEST_F(Shared, AShareThatCannotFollowKeepsItsFolder) {
   // Each share inside is deleted and added, then comes the one of the folder itself.
   for (const auto& [call, number] : {std::pair("NetShareAdd", 4), {"NetShareDel", 4}}) {
     Redirect(u"C:\\Data", u"D:\\Target");
-    if (!All().contains(u"target")) Share(u"target", u"D:\\Target\\Data");
+    if (!test::Shares().contains(u"target")) test::Share(u"target", u"D:\\Target\\Data");
     machine->gate.FailCall(call, static_cast<std::uint64_t>(number), win32::ERROR_ACCESS_DENIED);
     const RunResult run = remove();
     machine->gate.ClearFailures();
     EXPECT_EQ(run.exitCode, 1) << call;
     EXPECT_TRUE(run.Logged(u"#ERROR: Unable to move network share target from D:\\Target\\Data to C:\\Data."))
         << Utf8(run.log);
-    EXPECT_EQ(All()[u"target"], u"D:\\Target\\Data") << call;
+    EXPECT_EQ(test::Shares()[u"target"], u"D:\\Target\\Data") << call;
     EXPECT_TRUE(Exists(u"D:\\Target\\Data")) << call;
     EXPECT_EQ(Contents(u"C:\\Data\\a\\b\\Deep\\f.txt"), "far down");
     EXPECT_EQ(AllRecords(), Records());
@@ -346,21 +323,21 @@ TEST_F(Shared, AShareThatCannotFollowKeepsItsFolder) {
 TEST_F(Shared, SharesAreGoneWithTheSwitchForIt) {
   const RunResult run = Run({u"/RedirectFolder", u"C:\\Data", u"/loc:D:\\Target", u"/-Share"});
   ASSERT_EQ(run.exitCode, 0) << Utf8(run.log);
-  EXPECT_EQ(All(), (Shares{{u"neighbour", u"C:\\Database"}}));
-  Share(u"later", u"D:\\Target\\Data\\a");
+  EXPECT_EQ(test::Shares(), (Shares{{u"neighbour", u"C:\\Database"}}));
+  test::Share(u"later", u"D:\\Target\\Data\\a");
   Remove(u"C:\\Data", u"D:\\Target");
-  EXPECT_EQ(All(), (Shares{{u"neighbour", u"C:\\Database"}, {u"later", u"C:\\Data\\a"}}));
+  EXPECT_EQ(test::Shares(), (Shares{{u"neighbour", u"C:\\Database"}, {u"later", u"C:\\Data\\a"}}));
 }
 
 TEST_F(Shared, AMoveThatFailsAtItsEndPutsTheSharesBack) {
-  const Shares before = All();
+  const Shares before = test::Shares();
   for (const auto* choice : {u"/Share", u"/-Share"}) {
     machine->gate.FailCall("RegCreateKeyExW", 1, win32::ERROR_ACCESS_DENIED);
     const RunResult run = Run({u"/RedirectFolder", u"C:\\Data", u"/loc:D:\\Target", choice});
     machine->gate.ClearFailures();
     EXPECT_EQ(run.exitCode, 1);
     EXPECT_TRUE(run.Logged(u"#ERROR: Unable to add Junction Point to Registry")) << Utf8(run.log);
-    EXPECT_EQ(All(), before) << Utf8(choice);
+    EXPECT_EQ(test::Shares(), before) << Utf8(choice);
   }
 }
 

@@ -1,4 +1,5 @@
 // A user's profile moved to another place and back.
+#include "support/shares.h"
 #include "program/profile_stories.h"
 
 #include "profiles/user_hive.h"
@@ -130,32 +131,13 @@ TEST_F(Profile, TakesRedirectionsAlong) {
 }
 
 TEST_F(Profile, TakesItsSharesAlong) {
-  const auto pathOf = [](std::u16string name) {
-    win32::BYTE* block = nullptr;
-    win32::DWORD count = 0, total = 0;
-    win32::NetShareEnum(nullptr, 502, &block, win32::MAX_PREFERRED_LENGTH, &count, &total, nullptr);
-    std::u16string path = u"(none)";
-    for (win32::DWORD i = 0; i < count; ++i)
-      if (const auto& share = reinterpret_cast<const win32::SHARE_INFO_502*>(block)[i]; name == share.shi502_netname)
-        path = share.shi502_path;
-    win32::NetApiBufferFree(block);
-    return path;
-  };
-  for (auto [name, path] : {std::pair<std::u16string, std::u16string>{u"all", u"C:\\Users\\anna"},
-                            {u"docs", u"C:\\Users\\anna\\Documents"}}) {
-    win32::SHARE_INFO_502 info{};
-    info.shi502_netname = name.data();
-    info.shi502_type = win32::STYPE_DISKTREE;
-    info.shi502_max_uses = 7;
-    info.shi502_path = path.data();
-    ASSERT_EQ(win32::NetShareAdd(nullptr, 502, reinterpret_cast<win32::BYTE*>(&info), nullptr), win32::NERR_Success);
-  }
+  test::Share(u"all", u"C:\\Users\\anna");
+  test::Share(u"docs", u"C:\\Users\\anna\\Documents");
   ASSERT_EQ(Move(u"anna", u"D:\\P").exitCode, 0);
-  EXPECT_EQ(pathOf(u"all"), u"D:\\P\\anna");
-  EXPECT_EQ(pathOf(u"docs"), u"D:\\P\\anna\\Documents");
+  using Paths = std::map<std::u16string, std::u16string>;
+  EXPECT_EQ(test::Shares(), (Paths{{u"all", u"D:\\P\\anna"}, {u"docs", u"D:\\P\\anna\\Documents"}}));
   ASSERT_EQ(Run({u"/RedirectUPDefault", u"anna", u"/-Share"}).exitCode, 0);
-  EXPECT_EQ(pathOf(u"all"), u"(none)");
-  EXPECT_EQ(pathOf(u"docs"), u"(none)");
+  EXPECT_EQ(test::Shares(), Paths{});
 }
 
 // What the administrator may not read arrives with just the security that it had, also where it had come from when the
@@ -172,7 +154,8 @@ TEST_F(Profile, KeepsItsSecretsSecret) {
   test::SetSecurity(root, u"O:" + sid + u"D:P(A;OICI;FA;;;SY)(A;OICI;FA;;;" + sid + u")");
   ASSERT_EQ(Move(u"anna", u"D:\\P").exitCode, 0);
   ASSERT_EQ(MoveHome(u"anna").exitCode, 0);
-  ASSERT_TRUE(win32::RemoveDirectoryW(u"D:\\P\\anna") && win32::RemoveDirectoryW(u"D:\\P"));
+  EXPECT_FALSE(Exists(u"D:\\P\\anna"));
+  EXPECT_TRUE(win32::RemoveDirectoryW(u"D:\\P"));
   const Items before = AllOf(root);
   const std::u16string descriptor = Security(root);
   ASSERT_NE(before.at(u"\\vault\\a.txt").find("(A;ID;FA;;;S-1-5-21"), std::string::npos)

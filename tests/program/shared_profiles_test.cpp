@@ -6,39 +6,19 @@
 
 #include "fsops/delete_tree.h"
 #include "redirect/created_folders.h"
+#include "support/shares.h"
 #include "support/every_call.h"
 #include "support/keelroom.h"
 
 namespace {
 
 using emulated::Utf8;
-using test::Contents, test::Exists, test::MakeFile, test::MakeFolder, test::RunProgram, test::RunResult;
+using test::Contents, test::Exists, test::MakeFile, test::MakeFolder, test::RunProgram, test::RunResult, test::Share,
+    test::Shares;
 
 const std::u16string kPlace = u"D:\\Profiles";
 
-class SharedProfilesCommands : public test::SharedProfilesTest {
- protected:
-  static void Share(std::u16string name, std::u16string path) {
-    win32::SHARE_INFO_502 info{};
-    info.shi502_netname = name.data();
-    info.shi502_type = win32::STYPE_DISKTREE;
-    info.shi502_max_uses = 7;
-    info.shi502_path = path.data();
-    ASSERT_EQ(win32::NetShareAdd(nullptr, 502, reinterpret_cast<win32::BYTE*>(&info), nullptr), win32::NERR_Success);
-  }
-  static std::map<std::u16string, std::u16string> Shares() {
-    std::map<std::u16string, std::u16string> shares;
-    win32::BYTE* block = nullptr;
-    win32::DWORD count = 0, total = 0;
-    win32::NetShareEnum(nullptr, 502, &block, win32::MAX_PREFERRED_LENGTH, &count, &total, nullptr);
-    for (win32::DWORD i = 0; i < count; ++i) {
-      const auto& share = reinterpret_cast<const win32::SHARE_INFO_502*>(block)[i];
-      if (share.shi502_max_uses == 7) shares[share.shi502_netname] = share.shi502_path;
-    }
-    win32::NetApiBufferFree(block);
-    return shares;
-  }
-};
+class SharedProfilesCommands : public test::SharedProfilesTest {};
 
 TEST_F(SharedProfilesCommands, GoAndComeBack) {
   Share(u"public", kPublic);

@@ -7,6 +7,7 @@ from world import LOG
 UP, HOME, AUTO = "/RedirectUP", "/RedirectUPDefault", "/AutoRedirectUP"
 METRO = ("Please note that redirecting a User Profile may temporarily make some Metro apps unusable. You will have to "
          "log-off and log-in again before you can use those Metro Apps.")
+PROFILE_LIST = "HKLM\\SOFTWARE\\Microsoft\\Windows NT\\CurrentVersion\\ProfileList"
 NOBODY = "nobody of this name"
 
 
@@ -52,4 +53,31 @@ def new_profiles_are_where_they_were(world):
     start_over(world)
 
 
-ALL = [words_that_are_no_switches, nobodys_profile, new_profiles_are_where_they_were]
+def annas_profile(world):
+    """There and home again; in a world that keeps no descriptors it must refuse, and leave everything in its place."""
+    start_over(world)
+    ConfigFile(world).put()
+    home, there, letter = "C:\\Users\\anna", "C:\\Profiles kept", "\\Documents\\letter.txt"
+    if world.names(home) is None:
+        world.set_value(PROFILE_LIST + "\\S-1-5-21-1004336348-1177238915-682003330-1001", "ProfileImagePath", home)
+    world.write(home + letter, b"Dear Jan")
+    run = world.run(UP, "ANNA", "/loc:" + there)
+    if not world.keeps_descriptors:
+        said = run.text.replace(METRO, "").lstrip("\n")
+        no_security = f"#ERROR: Unable to give the folder {there}\\anna the security of {home}."
+        world.checks.equal("refused", (said, run.code, run.entries), (failed(world, 146), 1, [no_security, world.strings[146]]))
+        world.checks.equal("nothing has changed", (world.read(home + letter), world.names(there)), (b"Dear Jan", None))
+        world.expect("nobody is listed", (UP,), "", 0)
+        return
+    world.checks.equal("moved", (run.text.endswith(world.strings[138]), run.code, run.entries[-1]),
+                       (True, 0, world.strings[138]))
+    world.checks.equal("it is at its new place", (world.read(there + "\\anna" + letter), world.names(home)), (b"Dear Jan", []))
+    world.expect("listed", (UP,), f"User   Profile folder\n\nanna   {there}\\anna\n", 0)
+    run = world.run(HOME, "anna")
+    world.checks.equal("home again", (run.code, run.entries[-1], world.read(home + letter), world.names(there)),
+                       (0, world.strings[138], b"Dear Jan", []))
+    world.expect("nobody is listed", (UP,), "", 0)
+
+
+ALL = [words_that_are_no_switches, nobodys_profile, annas_profile,
+       new_profiles_are_where_they_were]

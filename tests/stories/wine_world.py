@@ -12,7 +12,7 @@ PROFILE_LIST = "HKLM\\Software\\Microsoft\\Windows NT\\CurrentVersion\\ProfileLi
 class WineWorld(World):
     rimehold_folder = "C:\\Program Files\\Velmora\\Rimehold"
     has_other_programs = True
-    makes_links = mounts_volumes = False
+    makes_links = mounts_volumes = keeps_descriptors = False
     saved_encoding = ' encoding="utf-16"'  # MSXML takes it out of the declaration, Wine's reader leaves it in
     xml_knows_limits = False
 

@@ -20,6 +20,8 @@ class World:
     rimehold_folder = None
     # Can a symbolic link be made, and a volume be mounted on a folder?
     makes_links = mounts_volumes = True
+    # Has a folder the whole descriptor that it was given?
+    keeps_descriptors = True
     # Do other programs and services run on between two runs?
     has_other_programs = False
     # What the declaration says beside the version once the file has been saved.
