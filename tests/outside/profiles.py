@@ -9,6 +9,7 @@ from trees import SYSTEM, descriptor, set_attribute, sid
 
 COMPUTER = (21, 1004336348, 1177238915, 682003330)
 ANNA = "S-1-5-21-1004336348-1177238915-682003330-1001"
+JAN = ANNA[:-1] + "2"
 DONE, UNDONE = b"Redirect user profile was successful.", b"Redirect user profile was unsuccessful."
 DESKTOP = "Control Panel\\Desktop"
 
@@ -45,11 +46,11 @@ def junctions(station, letter, folder):
     return found
 
 
-def require_private(station, letter, folder, scratch):
+def require_private(station, letter, folder, scratch, user=1001):
     """Only the user, SYSTEM and Administrators are let in, and nothing comes from above."""
     control, owner, _, _, dacl = own_security(station.listing(letter, folder, f"{scratch}/private"), folder)
     allowed = {entry[2][8:] for entry in dacl}
-    expected = {sid(5, *COMPUTER, 1001).hex(), SYSTEM.hex(), sid(5, 32, 544).hex()}
+    expected = {sid(5, *COMPUTER, user).hex(), SYSTEM.hex(), sid(5, 32, 544).hex()}
     require(control & 0x1000 and allowed == expected and all(entry[0] == 0 for entry in dacl),
             f"{folder} is open to {allowed} (control {control:#x})")
 
@@ -180,7 +181,7 @@ def check_profile_windows_and_keelroom(build, scratch, said):
         done = station.qbc("/RedirectUP", "jan", "/loc:d:\\P", ok=(1,) if refused else (0,)).stdout
         require((UNDONE if refused else DONE) in done and (old in done) == (warns and not refused), f"{version}, old: {done!r}")
         if refused:
-            require(image_path(station, scratch, ANNA[:-1] + "2")[1] == "C:\\Users\\jan", "a refusal has changed the record")
+            require(image_path(station, scratch, JAN)[1] == "C:\\Users\\jan", "a refusal has changed the record")
         else:
             station.qbc("/RedirectUPDefault", "jan")
         station("rm", driver)
@@ -190,6 +191,28 @@ def check_profile_windows_and_keelroom(build, scratch, said):
         station.require_sound("C", "D")
         said(f"Windows {version}: without Keelroom {'warned' if warns else 'silent'}, old Keelroom "
              f"{'refused' if refused else 'warned' if warns else 'silent'}, new Keelroom silent")
+
+
+def check_profile_to_folder_that_exists(build, scratch, said):
+    """A target folder with something in it and a descriptor of its own, while media sharing runs."""
+    station = Station(build, f"{scratch}/machine")
+    station("create", "--drive", "C:64M", "--drive", "D:32M")
+    station("mkdir", "D:\\Profiles\\jan\\Documents")
+    station("put", "-", "D:\\Profiles\\jan\\Documents\\older.txt", input=b"was there before")
+    station("service", "set", "WMPNetworkSvc", "auto")
+    done = run(f"{build}/qbc", "/RedirectUP", "jan", "/loc:D:\\Profiles",
+               env={**os.environ, "QBC_WORKSTATION": station.folder, "QBC_TRACE": "1"})
+    require(b'The target folder: "D:\\Profiles\\jan" already exists.' in done.stdout and DONE in done.stdout, repr(done.stdout))
+    station.require_sound("C", "D")
+    services = re.findall(r"^(ControlService|StartServiceW)\(.*", done.stderr.decode(errors="replace"), re.M)
+    require(services == ["ControlService", "StartServiceW"], f"media sharing was asked to {services}")
+    require(station("cat", "D:\\Profiles\\jan\\Documents\\older.txt").stdout == b"was there before", "the older file is gone")
+    require_private(station, "D", "/Profiles/jan", scratch, 1002)
+    require(image_path(station, scratch, JAN)[1] == "D:\\Profiles\\jan", "the record")
+    station.qbc("/RedirectUPDefault", "jan")
+    home = below_root(station.image("C"))
+    require("Users/jan/Documents/older.txt" in home and "Users/jan/NTUSER.DAT" in home, "what was merged did not come home")
+    said("merged with what was there; the profile's own descriptor arrived; media sharing was stopped and started again")
 
 
 def profile_values(station, scratch):
