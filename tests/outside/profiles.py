@@ -56,7 +56,7 @@ def require_private(station, letter, folder, scratch, user=1001):
 
 
 def check_profile_moved_and_back(build, scratch, said):
-    """anna's profile to D:\\Profiles and home again, named in another letter case."""
+    """anna's profile to D:\\Profiles and home again, named in another letter case; the last time without her files' security."""
     station = Station(build, f"{scratch}/machine")
     station("create", "--drive", "C:64M", "--drive", "D:64M")
     with Mounted(station.image("C")) as mounted:
@@ -75,35 +75,37 @@ def check_profile_moved_and_back(build, scratch, said):
     require(compare(before, station.listing("C", "/Users/anna", f"{scratch}/still"), "/Users/anna", "/Users/anna", False),
             "a refusal has changed the profile")
 
-    for target in ("/loc:D:\\Profiles\\", "/loc:D:\\Profiles"):
-        done = station.qbc("/RedirectUP", "ANNA", target).stdout
+    for target, *switches in (("/loc:D:\\Profiles\\",), ("/loc:D:\\Profiles",), ("/loc:d:\\profiles", "/-NTFS")):
+        done = station.qbc("/RedirectUP", "ANNA", target, *switches).stdout
         require(DONE in done, f"{target}: {done!r}")
+        place = target.removeprefix("/loc:").rstrip("\\") + "\\anna"
         station.require_sound("C", "D")
         found = image_path(station, scratch, ANNA)
-        require(found == ("expand", "D:\\Profiles\\anna"), f"hivexml reads ProfileImagePath as {found}")
-        require(hive_record(station, scratch) == [("1", "C:\\Users\\anna", "D:\\Profiles\\anna")], "the record")
+        require(found == ("expand", place), f"hivexml reads ProfileImagePath as {found}")
+        require(hive_record(station, scratch) == [("1", "C:\\Users\\anna", place)], "the record")
         moved = station.listing("D", "/Profiles/anna", f"{scratch}/moved")
         require_private(station, "D", "/Profiles/anna", scratch)
         there = junctions(station, "D", "/Profiles/anna")
-        follow = {name: (target.replace("C:\\Users\\anna", "D:\\Profiles\\anna"), entry) for name, (target, entry) in links.items()}
+        follow = {name: (leads.replace("C:\\Users\\anna", place), entry) for name, (leads, entry) in links.items()}
         require(there == follow, f"the compatibility junctions are\n{there}\nand not\n{follow}")
         hive = Hive(station, "D", "Profiles/anna/NTUSER.DAT", scratch)
         wallpaper = hive.values(DESKTOP)["WallPaper"]
-        require(wallpaper[1].startswith("D:\\Profiles\\anna\\"), f"the wallpaper is {wallpaper}")
+        require(wallpaper[1].startswith(place + "\\"), f"the wallpaper is {wallpaper}")
         changed = {k for k, v in hive.everything().items() if hive_before.get(k) != v}
         require(len(changed) == 1 and hive.everything().keys() == hive_before.keys(), f"changed in the hive: {changed}")
         left = [name for name in below_root(station.image("C")) if name.startswith("Users/anna/")]
         require(left == [], f"C: still holds {left}")
         listed = station.qbc("/RedirectUP").stdout.decode()
-        require(listed.endswith("anna   D:\\Profiles\\anna\r\n"), f"the list is {listed!r}")
+        require(listed.endswith(f"anna   {place}\r\n"), f"the list is {listed!r}")
         if target.endswith("\\"):
             said(*compare(before, moved, "/Users/anna", "/Profiles/anna", True, ["/NTUSER.DAT"]))
             outlives_a_restart(station)
         done = station.qbc("/RedirectUPDefault", "Anna").stdout
         require(DONE in done, f"home again: {done!r}")
         station.require_sound("C", "D")
+        if not switches:
+            after = station.listing("C", "/Users/anna", f"{scratch}/after")
 
-    after = station.listing("C", "/Users/anna", f"{scratch}/after")
     said(*compare(before, after, "/Users/anna", "/Users/anna", False, ["/Documents/kept.txt", "/NTUSER.DAT"]))
     require(junctions(station, "C", "/Users/anna") == links, "the compatibility junctions did not come home")
     require_private(station, "C", "/Users/anna", scratch)
