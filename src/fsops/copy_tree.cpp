@@ -8,6 +8,7 @@
 #include "cli/console.h"
 #include "fsops/backup_copy.h"
 #include "fsops/delete_tree.h"
+#include "fsops/file_facts.h"
 #include "fsops/mounted_folder.h"
 #include "fsops/security.h"
 #include "fsops/volume_paths.h"
@@ -48,6 +49,15 @@ std::u16string Base(std::u16string_view root) {
 bool IsEmptyFolder(const std::u16string& path) {
   TreeListing listing;
   return GetFileList(path, listing) && listing.entries.empty() && listing.systemFolders.empty();
+}
+
+// What is written into a file of several names (hard links) is written to all of them, and the others may lie where the
+// user who made this one may not write.
+bool HasOtherNames(const std::u16string& file) {
+  const std::optional<FileFacts> facts = FactsOf(file);
+  if (facts && facts->names == 1) return false;
+  Log(u"#ERROR: The file %ls is not overwritten: it has other names (hard links), or that cannot be told.", file);
+  return true;
 }
 
 // Takes the read-only bit off a target that was there before, and gives it its attributes back at the end.
@@ -190,7 +200,8 @@ bool TreeCopy::MayStandOn(const TreeEntry& entry, const std::u16string& target, 
   // Not by IsJunction, which cannot read a junction that somebody holds open.
   const bool targetIsLink = look.Is(win32::FILE_ATTRIBUTE_REPARSE_POINT) && LinkTagAt(target) != 0;
   if (look.Is(win32::FILE_ATTRIBUTE_REPARSE_POINT) && !restoring_ && IsVolumeMountPoint(target.c_str())) return false;
-  return entry.IsLink() ? targetIsLink || IsEmptyFolder(target) : !targetIsLink;
+  if (entry.IsLink()) return targetIsLink || IsEmptyFolder(target);
+  return !targetIsLink && (entry.IsDirectory() || !HasOtherNames(target));
 }
 
 // Is what stands at the target another item than the one of this name? Two items of the source can be one name at the

@@ -1,24 +1,10 @@
 // One file on its way from one place to another: held against changes, copied whole, removed.
 #pragma once
 
-#include <cstdint>
-#include <optional>
 #include <string>
 
+#include "fsops/file_facts.h"
 #include "win32/handle.h"
-
-// What tells one file from another, and how much there is of it.
-struct FileFacts {
-  win32::DWORD volume = 0;
-  std::uint64_t index = 0;
-  std::uint64_t size = 0;  // bytes of the main stream
-  win32::DWORD names = 0;  // hard links
-
-  bool IsSameFileAs(const FileFacts& other) const { return volume == other.volume && index == other.index; }
-};
-enum class LastLink { Itself, Followed };
-// Nothing, and the last error, when the file cannot be opened. Nobody's open of the file is in the way.
-std::optional<FileFacts> FactsOf(const std::u16string& path, LastLink link = LastLink::Itself);
 
 // A file that nobody can write to while it is held. It can be read, renamed and deleted; deleted, its name is free when
 // it is let go.

@@ -187,6 +187,11 @@ TEST_F(TreeCopies, NothingIsWrittenThroughALinkAtTheTarget) {
   ASSERT_EQ(CreateJunction((target + u"\\sub").c_str(), u"D:\\Foreign"), 1);
   EXPECT_EQ(Copy(moving), 0);
   EXPECT_EQ(Contents(u"D:\\Foreign\\f.txt"), "theirs");
+  // A hard link leads elsewhere just as well.
+  ASSERT_TRUE(DeleteJunction((target + u"\\sub").c_str()));
+  ASSERT_TRUE(CreateHardLinkW((target + u"\\sub\\f.txt").c_str(), u"D:\\Foreign\\f.txt", nullptr));
+  for (const bool backup : {true, false}) EXPECT_EQ(Copy({.useBackupCopy = backup, .allowInheritance = true}), 0);
+  EXPECT_EQ(Contents(u"D:\\Foreign\\f.txt"), "theirs");
 }
 
 TEST_F(TreeCopies, ReadOnlyTargetsAreWrittenAndReadOnlyAgain) {

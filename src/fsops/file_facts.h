@@ -1,0 +1,22 @@
+// Which file is it? What tells one from another, whatever names lead to it.
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+
+#include "win32/handle.h"
+
+// What tells one file from another, and how much there is of it.
+struct FileFacts {
+  win32::DWORD volume = 0;
+  std::uint64_t index = 0;
+  std::uint64_t size = 0;  // bytes of the main stream
+  win32::DWORD names = 0;  // hard links
+
+  bool IsSameFileAs(const FileFacts& other) const { return volume == other.volume && index == other.index; }
+};
+enum class LastLink { Itself, Followed };
+// Nothing, and the last error, when the file cannot be opened. Nobody's open of the file is in the way.
+std::optional<FileFacts> FactsOf(const std::u16string& path, LastLink link = LastLink::Itself);
+std::optional<FileFacts> FactsOf(const win32::UniqueFile& file);
