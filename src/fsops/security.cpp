@@ -224,21 +224,46 @@ int WriteSecurityInfo(const std::u16string& path, const SecurityBlock& block) {
 
 namespace {
 
-// Whoever may not write the descriptor opens the item up first. What no longer exists has none to get back.
-bool RestoreSecurity(const std::u16string& path, const SecurityBlock& block) {
-  Trace(u"IN RestoreRemovedSecurityInfo() : %s", path);
-  if (WriteSecurityInfo(path, block)) return true;
-  Trace(u"SetFileSecurity() failed for: %s", path);
-  win32::Sleep(2000);
-  if (!win32::PathFileExistsW(path.c_str())) return true;
-  return WriteSecurityInfo(path, block) || (GrantEveryoneAndAdministrators(path) && WriteSecurityInfo(path, block));
+// By the error alone: a question that failed for another reason is no answer.
+bool IsGone(const std::u16string& path) {
+  if (win32::GetFileAttributesW(path.c_str()) != win32::INVALID_FILE_ATTRIBUTES) return false;
+  const win32::DWORD error = win32::GetLastError();
+  return error == win32::ERROR_FILE_NOT_FOUND || error == win32::ERROR_PATH_NOT_FOUND;
 }
 
-// The path of an item that moved with its tree. A name that only "\\?\" reaches keeps it.
+enum class Restored { Yes, Gone, No };
+
+// Whoever may not write the descriptor opens the item up first. What no longer exists has none to get back.
+Restored RestoreSecurity(const std::u16string& path, const SecurityBlock& block) {
+  Trace(u"IN RestoreRemovedSecurityInfo() : %s", path);
+  if (WriteSecurityInfo(path, block)) return Restored::Yes;
+  Trace(u"SetFileSecurity() failed for: %s", path);
+  win32::Sleep(2000);
+  if (IsGone(path)) return Restored::Gone;
+  const bool written =
+      WriteSecurityInfo(path, block) || (GrantEveryoneAndAdministrators(path) && WriteSecurityInfo(path, block));
+  return written ? Restored::Yes : Restored::No;
+}
+
+// The path of an item that moved with its tree; empty for one that is not in it. A name that only "\\?\" reaches keeps
+// it.
 std::u16string PathAfterMove(const std::u16string& path, std::u16string_view source, std::u16string_view target) {
-  std::u16string moved = ReplaceFolder(WithoutExtendedPrefix(path), source, target);
-  if (HasExtendedPrefix(path)) moved.insert(0, u"\\\\?\\");
+  const std::u16string_view plain = WithoutExtendedPrefix(path), from = WithoutExtendedPrefix(source);
+  if (!IsSameOrBelow(plain, from)) return {};
+  std::u16string moved = ReplaceFolder(plain, from, WithoutExtendedPrefix(target));
+  if (HasExtendedPrefix(path) || HasExtendedPrefix(target)) moved.insert(0, u"\\\\?\\");
   return ExtendedPath(moved);
+}
+
+// An item that did not move is written where it stayed. One that has vanished from both places is open nowhere; of one
+// whose new place is unknown nobody can tell that.
+bool RestoreMoved(const std::u16string& path, const SecurityBlock& block, std::u16string_view source,
+                  std::u16string_view target) {
+  const std::u16string moved = PathAfterMove(path, source, target), stayed = ExtendedPath(path);
+  if (!moved.empty())
+    if (const Restored there = RestoreSecurity(moved, block); there != Restored::Gone) return there == Restored::Yes;
+  const Restored here = IsGone(stayed) ? Restored::Gone : RestoreSecurity(stayed, block);
+  return here == Restored::Yes || (here == Restored::Gone && !moved.empty());
 }
 
 }  // namespace
@@ -246,7 +271,8 @@ std::u16string PathAfterMove(const std::u16string& path, std::u16string_view sou
 int RestoreRemovedSecurityInfo(const SavedSecurityMap& saved, const char16_t* source, const char16_t* target) try {
   int result = 1;
   for (const auto& [path, block] : saved)
-    if (!RestoreSecurity(source && target ? PathAfterMove(path, source, target) : ExtendedPath(path), block))
+    if (source && target ? !RestoreMoved(path, block, source, target)
+                         : RestoreSecurity(ExtendedPath(path), block) == Restored::No)
       result = 0;
   return result;
 } catch (const std::exception&) {

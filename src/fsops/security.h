@@ -60,7 +60,10 @@ void KeepInheritanceMark(void* descriptor);
 
 int SaveSecurityInfo(const std::u16string& path, SecurityBlock& block);
 int WriteSecurityInfo(const std::u16string& path, const SecurityBlock& block);
-// Writes every saved descriptor back: to its path or, when the items have moved from `source` to `target` since, to its
-// path there. 0 only when an item that exists was left without its descriptor.
+// Writes every saved descriptor back: to its path or, when the tree has moved from `source` to `target` since (each
+// with or without "\\?\"), to its path there, or to the old one where it did not move. An item that has vanished, from
+// both places, is no failure: somebody deleted it meanwhile, and nothing is open any more. 0 when one was left without
+// its descriptor, or may have been: Windows does not tell whether it is there, or it has vanished and is not below
+// `source`, so that nobody knows its new place.
 int RestoreRemovedSecurityInfo(const SavedSecurityMap& saved, const char16_t* source = nullptr,
                                const char16_t* target = nullptr);

@@ -38,3 +38,12 @@ int NormalPathToVolumePath(std::u16string& path, std::u16string& out) try {
 } catch (const std::exception&) {
   return 0;
 }
+
+std::u16string VolumeThatHolds(const std::u16string& path) {
+  constexpr win32::DWORD kBuffer = 261;
+  std::array<char16_t, kBuffer> root{}, name{};
+  if (!win32::GetVolumePathNameW(path.c_str(), root.data(), kBuffer) ||
+      !win32::GetVolumeNameForVolumeMountPointW(root.data(), name.data(), kBuffer))
+    return {};
+  return name.data();
+}

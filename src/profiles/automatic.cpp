@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <exception>
+#include <optional>
 #include <string>
 
 #include "cli/console.h"
@@ -9,7 +10,9 @@
 #include "log/log.h"
 #include "probes/services.h"
 #include "profiles/keelroom_rule.h"
+#include "profiles/real_path.h"
 #include "profiles/recorded_home.h"
+#include "profiles/redirection_notes.h"
 #include "profiles/shared_profiles_rules.h"
 #include "profiles/shared_profiles_steps.h"
 #include "redirect/outcome.h"
@@ -63,16 +66,21 @@ bool ReadSection(CQBConfig& config, std::u16string& location, bool& isOn) {
   return true;
 }
 
-// The configuration may have been lost and made anew while new profiles were created elsewhere.
+// The configuration may have been lost and made anew while new profiles were created elsewhere, or a run was cut off.
 void TellIfProfilesGoElsewhere() {
   ProfileFolderValue directory;
-  const bool read = ReadProfileFolder(ProfileFolder::ProfilesDirectory, directory);
+  std::optional<NewProfilesNote> note;
+  if (!ReadProfileFolder(ProfileFolder::ProfilesDirectory, directory)) return;
+  const bool isNoted = ReadNote(note) && note && EqualPaths(note->location, directory.folder);
   char16_t drive[win32::MAX_PATH] = {};
   const win32::DWORD size = win32::ExpandEnvironmentStringsW(u"%SystemDrive%", drive, win32::MAX_PATH);
-  if (!read || size == 0 || size > win32::MAX_PATH || IsSameOrBelow(directory.folder, drive)) return;
+  if (!isNoted && (size == 0 || size > win32::MAX_PATH || IsSameOrBelow(directory.folder, drive))) return;
   Log(u"#INFO: The configuration file does not say so, but new user profiles are created in %ls (ProfilesDirectory in "
       u"the profile list).",
       directory.folder);
+  if (isNoted)
+    Log(u"#INFO: To have them created in %ls again, redirect them to %ls once more, then remove that.", note->home,
+        note->location);
 }
 
 bool IsMonitored(const CQBConfig& config) {
@@ -80,15 +88,65 @@ bool IsMonitored(const CQBConfig& config) {
                              [](const std::u16string& key) { return EqualPaths(key, kProfileListKey); });
 }
 
-// What new accounts leave in the profile list must survive as their profiles do.
-bool WriteSection(CQBConfig& config, const std::u16string& location, const std::u16string& home) {
+// What new accounts leave in the profile list must survive as their profiles do. Finds what the configuration lacks for
+// that, which is then ours.
+bool FindWhatIsMissing(const CQBConfig& config, NewProfilesNote& note) {
   int status = 0;
   std::u16string registryLocation;
-  if (config.SetUserProfileRedirection(u"1", location.c_str(), home.c_str()) &&
-      (IsMonitored(config) || config.AddRegKey(kProfileListKey)) && config.GetOutDir(status, registryLocation) &&
-      (status != 0 || config.SetOutDir(true, location)))
+  if (!config.GetOutDir(status, registryLocation)) {
+    Log(u"#ERROR: Unable to get Registry Redirect Location from config file.");
+    return false;
+  }
+  note.setsRegistryLocation = status == 0;
+  note.monitorsProfileList = !IsMonitored(config) && !config.HasParentKey(kProfileListKey);
+  return true;
+}
+
+bool WriteSection(CQBConfig& config, const NewProfilesNote& note) {
+  if (config.SetUserProfileRedirection(u"1", note.location.c_str(), note.home.c_str()) &&
+      (!note.monitorsProfileList || config.AddRegKey(kProfileListKey)) &&
+      (!note.setsRegistryLocation || config.SetOutDir(true, note.location)))
     return true;
   Log(u"#ERROR: Unable to set the location of new user profiles in config file.");
+  return false;
+}
+
+// The note on new profiles, dropped again unless it is kept, or still tells the truth.
+class NoteInForce {
+ public:
+  NoteInForce() = default;
+  NoteInForce(const NoteInForce&) = delete;
+  NoteInForce& operator=(const NoteInForce&) = delete;
+  ~NoteInForce() {
+    ProfileFolderValue directory;
+    if (location_.empty() || !ReadProfileFolder(ProfileFolder::ProfilesDirectory, directory) ||
+        EqualPaths(directory.folder, location_))
+      return;
+    DropNote(ProfileFolder::ProfilesDirectory);
+  }
+
+  bool Write(const NewProfilesNote& note) {
+    location_ = note.location;
+    return WriteNote(note);
+  }
+  void Keep() { location_.clear(); }
+
+ private:
+  std::u16string location_;
+};
+
+// The profiles folder before new profiles went elsewhere, as far as is known: `present` itself, or what was noted when
+// a setting began that the configuration does not know of. That one may be gone on with, but to no other place.
+bool FindHome(const std::u16string& present, const std::u16string& location, std::u16string& home) {
+  std::optional<NewProfilesNote> note;
+  if (!ReadNote(note)) return false;
+  home = present;
+  if (!note || !EqualPaths(note->location, present)) return true;
+  home = note->home;
+  if (EqualPaths(location, present)) return IsPlainFolder(home);
+  Log(u"#ERROR: New user profiles are created in %ls already, which the configuration file does not say. Redirect them "
+      u"to that folder once more, then remove that.",
+      present);
   return false;
 }
 
@@ -102,26 +160,32 @@ Outcome Set(const std::u16string& location, bool withSharedProfiles) {
     ConsolePrint(LoadResourceString(kIsOnAlready));
     return Outcome::Refused;
   }
-  ProfileFolderValue home;
-  if (!ReadProfileFolder(ProfileFolder::ProfilesDirectory, home)) {
+  ProfileFolderValue before;
+  if (!ReadProfileFolder(ProfileFolder::ProfilesDirectory, before)) {
     Log(u"#ERROR: Unable to read the profile list.");
     return Outcome::Failed;
   }
-  if (IsOnOldKeelroom(location) || !MayHoldProfiles(location, home.folder, false)) return Outcome::Failed;
+  NewProfilesNote note{.home = {}, .location = location};
+  if (!FindHome(before.folder, location, note.home) || !MayHoldProfiles(location, note.home, false) ||
+      IsOnOldKeelroom(location))
+    return Outcome::Failed;
   const RestartOwed owed = SayIfRestartIsOwed({location});
   if (owed != RestartOwed::No) return owed == RestartOwed::Yes ? Outcome::Refused : Outcome::Failed;
 
   const SharedProfiles named = withSharedProfiles ? kBothProfiles : SharedProfiles{};
   ProfilesLocation folder(location);
   ProfileCopies copies;
-  if (!PlanCopies(named, location, home.folder, true, kEverything, copies) || !MayBeCopied(copies, location))
+  if (!PlanCopies(named, location, note.home, true, kEverything, copies) || !MayBeCopied(copies, location) ||
+      !FindWhatIsMissing(config, note))
     return Outcome::Failed;
 
-  ProfileFolderChange directory(ProfileFolder::ProfilesDirectory, home);
-  if (!folder.Make(home.folder) || !CopyAndMakeLive(copies) || !directory.Set(location) ||
-      !WriteSection(config, location, home.folder) || !SaveConfiguration(config))
+  NoteInForce noted;  // until the value is back
+  ProfileFolderChange directory(ProfileFolder::ProfilesDirectory, before);
+  if (!folder.Make(note.home) || !CopyAndMakeLive(copies) || !noted.Write(note) || !directory.Set(location) ||
+      !WriteSection(config, note) || !SaveConfiguration(config))
     return Outcome::Failed;
   directory.Keep();
+  noted.Keep();
   for (const auto& copy : copies) copy->Keep();
   folder.Keep();
   // What the service does with a request cannot be taken back.
@@ -146,7 +210,8 @@ class Removal {
 
   CQBConfig config_;
   std::u16string location_;
-  bool onVolume_ = false, leavesRegistryLocation_ = false;
+  std::optional<NewProfilesNote> note_;  // of this location
+  bool onVolume_ = false, leavesRegistryLocation_ = false, holdsRegistryLocation_ = false;
 };
 
 Outcome Removal::Run() {
@@ -165,6 +230,8 @@ Outcome Removal::MayRemove() {
     return Outcome::Refused;
   }
   onVolume_ = IsVolumeMountPoint(location_.c_str()) != 0;
+  if (!ReadNote(note_)) return Outcome::Failed;
+  if (note_ && !EqualPaths(note_->location, location_)) note_.reset();
   std::vector<std::u16string> places;
   for (const ProfileFolder which : {ProfileFolder::Default, ProfileFolder::Public}) {
     ProfileFolderValue value;
@@ -192,42 +259,58 @@ bool Removal::BringBack() {
     Log(u"#ERROR: Unable to read the profile list.");
     return false;
   }
-  if (!IsPlainFolder(home) || !PlanReturns(kBothProfiles, home, kEverything, returns)) return false;
+  if (!IsPlainFolder(home) || !PlanReturns(kBothProfiles, home, note_ ? u"" : location_, kEverything, returns))
+    return false;
   ProfileFolderChange directory(ProfileFolder::ProfilesDirectory, present);
   if (!CopyBackAndMakeLive(returns) || !directory.Set(home) || !EraseSection(home) || !SaveConfiguration(config_))
     return false;
   directory.Keep();
+  DropNote(ProfileFolder::ProfilesDirectory);
   for (const auto& back : returns) back->Keep();
   FollowPublicProfile(returns);
   LeaveLocation(DeleteCopies(returns));
   return true;
 }
 
+// The monitored key and the location for registry data go as far as they came with the location.
 bool Removal::EraseSection(const std::u16string& home) {
   int status = 0;
   std::u16string registryLocation;
+  const bool leavesKey = note_ && note_->monitorsProfileList && IsMonitored(config_);
   if (config_.SetUserProfileRedirection(u"0", u"", home.c_str()) &&
-      (!IsMonitored(config_) || config_.RemoveRegKey(kProfileListKey)) && config_.GetOutDir(status, registryLocation)) {
-    leavesRegistryLocation_ = status != 0 && EqualPaths(registryLocation, location_) && config_.MonitoredKeys().empty();
+      (!leavesKey || config_.RemoveRegKey(kProfileListKey)) && config_.GetOutDir(status, registryLocation)) {
+    leavesRegistryLocation_ = note_ && note_->setsRegistryLocation && status != 0 &&
+                              EqualPaths(registryLocation, location_) && config_.MonitoredKeys().empty();
+    holdsRegistryLocation_ =
+        status != 0 && !leavesRegistryLocation_ && IsReallySameOrBelow(registryLocation, location_);
+    if (!note_)
+      Log(u"#INFO: Nothing is noted of what came with %ls. The monitored registry keys and the location for registry "
+          u"data stay.",
+          location_);
     if (!leavesRegistryLocation_ || config_.SetOutDir(false)) return true;
   }
   Log(u"#ERROR: Unable to remove the location of new user profiles from config file.");
   return false;
 }
 
-// Profiles that were made there stay, and the location with them.
+// Profiles that were made there stay, and the location with them. So does one that keeps registry data.
 void Removal::LeaveLocation(bool restartOwed) const {
   if (leavesRegistryLocation_) LeaveRegKeyLocation(location_);
-  if (location_.empty() || IsVolumeMountPoint(location_.c_str()) || RemoveEmptyFolder(location_) || !restartOwed)
+  if (location_.empty() || holdsRegistryLocation_ || IsVolumeMountPoint(location_.c_str()) ||
+      RemoveEmptyFolder(location_) || !restartOwed)
     return;
   // Windows passes over it then if it is not empty.
   win32::MoveFileExW(location_.c_str(), nullptr, win32::MOVEFILE_DELAY_UNTIL_REBOOT);
 }
 
 int SayRemovalFailed(const Removal& removal) {
-  ConsoleFormatString(kErrorsLoggedIn, LogPath());
-  const std::u16string said = removal.onVolume() ? LoadResourceString(kRemovalOnVolumeFailed)
-                                                 : u"\n" + TextWith(kRemovalFailed, removal.location());
+  std::u16string location = removal.location();
+  // Without a configuration, Windows says where new profiles are.
+  if (ProfileFolderValue directory; location.empty() && ReadProfileFolder(ProfileFolder::ProfilesDirectory, directory))
+    location = directory.folder;
+  if (*LogPath()) ConsoleFormatString(kErrorsLoggedIn, LogPath());
+  const std::u16string said =
+      removal.onVolume() ? LoadResourceString(kRemovalOnVolumeFailed) : u"\n" + TextWith(kRemovalFailed, location);
   ConsolePrint(said);
   Log(u"%ls", said);
   return 1;

@@ -3,6 +3,6 @@
 
 #include <string_view>
 
-// Is this Windows 10 and the location, by its drive letter, on a Keelroom volume whose driver is too old? True has its
-// line in the log.
+// Is this Windows 10 and the location, by the drive letter of the path or of where it really leads, on a Keelroom
+// volume whose driver is too old? True has its line in the log.
 bool IsOnOldKeelroom(std::u16string_view location);

@@ -44,8 +44,7 @@ bool IsHiveLoaded(const std::u16string& sid) {
 
 int HiveStateOf(const UserProfile& profile) {
   if (IsHiveLoaded(profile.sid)) return kHiveLoaded;
-  const std::u16string hive = JoinPath(profile.folder, u"NTUSER.DAT");
-  return win32::GetFileAttributesW(hive.c_str()) != win32::INVALID_FILE_ATTRIBUTES ? kHiveNotLoaded : kHiveMissing;
+  return HasLoadableHive(profile.folder) ? kHiveNotLoaded : kHiveMissing;
 }
 
 enum class Found { Profile, None, Unknown };
@@ -99,12 +98,27 @@ int GetSharedProfile(ProfileFolder which, UserProfile& profile) {
   return 1;
 }
 
+// The value that names the folder; false when there is none that would be read as it.
+bool MakeImagePath(const std::u16string& sid, const std::u16string& folder, RegistryValue& value) {
+  RegistryValue present;
+  if (sid.empty() || folder.empty() || ReadImagePath(sid, present) != 0 || !IsText(present)) return false;
+  value = TextValue(folder, present.type);
+  // A folder with a name like "%TEMP%" would become another one.
+  return ExpandedText(value) == folder;
+}
+
 bool WriteImagePath(const std::u16string& sid, const RegistryValue& value) {
   win32::UniqueKey key;
   return OpenKeyOf(sid, win32::KEY_SET_VALUE, key) == 0 && WriteRegistryValue(key.get(), kImagePath, value) == 0;
 }
 
 }  // namespace
+
+bool HasLoadableHive(const std::u16string& folder) {
+  constexpr win32::DWORD kNoOrdinaryFile = win32::FILE_ATTRIBUTE_DIRECTORY | win32::FILE_ATTRIBUTE_REPARSE_POINT;
+  const win32::DWORD attributes = win32::GetFileAttributesW(JoinPath(folder, u"NTUSER.DAT").c_str());
+  return attributes != win32::INVALID_FILE_ATTRIBUTES && (attributes & kNoOrdinaryFile) == 0;
+}
 
 int GetUserProfile(const std::u16string& user, UserProfile& profile) try {
   if (user.empty()) return 0;
@@ -118,20 +132,16 @@ int GetUserProfile(const std::u16string& user, UserProfile& profile) try {
 }
 
 int SetProfileImagePath(const std::u16string& sid, const std::u16string& folder) try {
-  RegistryValue present;
-  if (sid.empty() || folder.empty() || ReadImagePath(sid, present) != 0 || !IsText(present)) return 0;
-  const RegistryValue value = TextValue(folder, present.type);
-  // A folder with a name like "%TEMP%" would become another one.
-  return ExpandedText(value) == folder && WriteImagePath(sid, value) ? 1 : 0;
+  RegistryValue value;
+  return MakeImagePath(sid, folder, value) && WriteImagePath(sid, value) ? 1 : 0;
 } catch (const std::exception&) {
   return 0;
 }
 
-bool CanSetProfileImagePath(const std::u16string& sid) try {
-  RegistryValue present;
+bool CanSetProfileImagePath(const std::u16string& sid, const std::u16string& folder) try {
+  RegistryValue value;
   win32::UniqueKey key;
-  return !sid.empty() && ReadImagePath(sid, present) == 0 && IsText(present) &&
-         OpenKeyOf(sid, win32::KEY_SET_VALUE, key) == 0;
+  return MakeImagePath(sid, folder, value) && OpenKeyOf(sid, win32::KEY_SET_VALUE, key) == 0;
 } catch (const std::exception&) {
   return false;
 }

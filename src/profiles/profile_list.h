@@ -12,7 +12,7 @@ inline constexpr const char16_t* kProfileListPath = u"SOFTWARE\\Microsoft\\Windo
 // What can be done with the hive of a profile. Below 0 it is not to be touched.
 inline constexpr int kHiveNotLoaded = 0;
 inline constexpr int kHiveLoaded = 1;     // below HKEY_USERS, by the user's SID
-inline constexpr int kHiveMissing = -1;   // there is no NTUSER.DAT
+inline constexpr int kHiveMissing = -1;   // see HasLoadableHive
 inline constexpr int kHiveOfNobody = -2;  // the Default and the Public profile
 
 struct UserProfile {
@@ -21,14 +21,19 @@ struct UserProfile {
   int hiveState = kHiveMissing;
 };
 
+// Is there a hive in the profile folder? NTUSER.DAT must be an ordinary file: a link could lead to any file, and
+// loading a hive changes it with rights that its user does not have.
+bool HasLoadableHive(const std::u16string& folder);
+
 // The profile of a user, by an account's name or, when there is no such account, by the last component of exactly one
 // profile folder; the words "DefaultProfile" and "PublicProfile" name these two. 0 when there is none.
 int GetUserProfile(const std::u16string& user, UserProfile& profile);
 
-// Writes the folder as the user's ProfileImagePath; the value keeps its type. 0 when it cannot be written.
+// Writes the folder as the user's ProfileImagePath, without variables; the value keeps its type. 0 when it cannot be
+// written, or would be read as another folder.
 int SetProfileImagePath(const std::u16string& sid, const std::u16string& folder);
-// Can it be written? Nothing is changed.
-bool CanSetProfileImagePath(const std::u16string& sid);
+// Would SetProfileImagePath write this folder? Nothing is changed.
+bool CanSetProfileImagePath(const std::u16string& sid, const std::u16string& folder);
 
 // The value as it stands, byte for byte, to put it back.
 struct ProfileImagePathValue {

@@ -8,6 +8,7 @@
 #include "fsops/move_tree.h"
 #include "log/log.h"
 #include "profiles/profile_folders.h"
+#include "profiles/real_path.h"
 #include "redirect/created_folders.h"
 #include "redirect/folder_steps.h"
 #include "redirect/path_text.h"
@@ -19,6 +20,11 @@ namespace {
 
 // The folder with the hive is the one that Windows can log the user on with.
 bool HoldsHive(const std::u16string& folder) { return PathExists(JoinPath(folder, u"NTUSER.DAT")); }
+
+// A profile may be recorded with "\\?\", which is no part of a path on a drive.
+std::u16string DriveForm(const std::u16string& folder) {
+  return IsVolumePath(folder.c_str()) ? folder : std::u16string(WithoutExtendedPrefix(folder));
+}
 
 // A command that was cut off while the two folders changed places left the profile beside its own.
 void TellIfCutOff(const std::u16string& folder) {
@@ -41,7 +47,8 @@ ProfileMove::ProfileMove(const UserProfile& profile, const std::u16string& targe
 
 bool ProfileMove::Run() {
   try {
-    if (IsAllowed() && place_.Mount() && List() && place_.Make() && MayMove() &&
+    // What a volume holds is told by the folder that it is mounted on.
+    if (IsAllowed() && place_.Mount() && IsNobodyElses() && List() && place_.Make() && MayMove() &&
         place_.BecomeLikeProfile(!flags_.copyNtfsPermissions) && MoveContents() && Follow() && RestoreSecurity() &&
         place_.TakeFormerPlace()) {
       contentsMoved_ = false;  // nothing to take back any more
@@ -57,15 +64,15 @@ bool ProfileMove::Run() {
 
 // What can be told before anything is made.
 bool ProfileMove::IsAllowed() const {
-  if (!IsUsablePath(profile_.folder) || (!place_.IsVolume() && !IsUsablePath(target_))) return false;
-  if (place_.path().size() < kPathLengthLimit) return IsNobodyElses();
+  if (!IsOrdinaryPath(profile_.folder) || (!place_.IsVolume() && !IsOrdinaryPath(target_))) return false;
+  if (place_.path().size() < kPathLengthLimit) return true;
   Log(u"#ERROR: The specified path %ls exceeds the system-defined maximum length of 248 characters. Browse to a "
       u"different location.",
       place_.path());
   return false;
 }
 
-// Two profiles in one folder would overwrite each other.
+// Two profiles in one folder would overwrite each other, and one that holds another would take it along.
 bool ProfileMove::IsNobodyElses() const {
   std::vector<UserProfile> others;
   if (!ReadUserProfiles(others)) {
@@ -76,8 +83,8 @@ bool ProfileMove::IsNobodyElses() const {
     if (ProfileFolderValue shared; ReadProfileFolder(which, shared)) others.push_back({{}, shared.folder, {}});
   for (const UserProfile& other : others) {
     if (EqualPaths(other.sid, profile_.sid)) continue;
-    const bool isThere = IsSameOrBelow(place_.path(), other.folder) || IsSameOrBelow(other.folder, place_.path());
-    if (!isThere && !IsSameOrBelow(other.folder, profile_.folder)) continue;
+    const std::u16string folder = DriveForm(other.folder);
+    if (AreApart(place_.path(), folder) && AreApart(profile_.folder, folder)) continue;
     Log(u"#ERROR: The folder %ls holds another User Profile. Browse to a different location.", other.folder);
     return false;
   }

@@ -1,15 +1,11 @@
 #include "profiles/profile_place.h"
 
-#include <array>
-
 #include "fsops/backup_copy.h"
 #include "fsops/mounted_folder.h"
 #include "fsops/security.h"
-#include "fsops/stored_name.h"
 #include "log/log.h"
 #include "redirect/folder_steps.h"
 #include "redirect/path_text.h"
-#include "redirect/side_folder.h"
 #include "redirect/volume_root.h"
 #include "validate/validate.h"
 #include "win32/win32.h"
@@ -24,16 +20,6 @@ std::u16string MountedVolume(const std::u16string& folder) {
   return IsVolumeMountPoint(folder.c_str(), &volume) ? volume : std::u16string();
 }
 
-// Empty when Windows does not tell.
-std::u16string VolumeThatHolds(const std::u16string& folder) {
-  constexpr win32::DWORD kBuffer = 261;
-  std::array<char16_t, kBuffer> root{}, name{};
-  if (!win32::GetVolumePathNameW(folder.c_str(), root.data(), kBuffer) ||
-      !win32::GetVolumeNameForVolumeMountPointW(root.data(), name.data(), kBuffer))
-    return {};
-  return name.data();
-}
-
 void LogNotUnmounted(const std::u16string& folder) {
   LogWithSystemError(u"#ERROR: Unable to unmount the volume from folder %ls. ", folder);
 }
@@ -44,28 +30,27 @@ ProfilePlace::ProfilePlace(const std::u16string& folder, const std::u16string& t
     : folder_(folder),
       volume_(IsVolumePath(target.c_str()) ? target + (target.ends_with(u'\\') ? u"" : u"\\") : std::u16string()),
       formerVolume_(MountedVolume(folder)),
-      place_(AsStored(folder)),
+      side_(folder, IsVolume() ? kMountSuffix : kTemporarySuffix),
       keepsPath_(IsVolume() || (!formerVolume_.empty() && EqualPaths(RealTargetOf(folder, target), folder))),
-      path_(!keepsPath_ ? RealTargetOf(folder, target)
-                        : folder + std::u16string(IsVolume() ? kMountSuffix : kTemporarySuffix)),
+      path_(keepsPath_ ? side_.path() : RealTargetOf(folder, target)),
       created_(path_) {}
 
-// What lies on the profile's own volume would be moved into itself.
-bool ProfilePlace::IsVolumeOfProfile() const {
-  const std::u16string holder = VolumeThatHolds(folder_);
-  if (!holder.empty() && !EqualPaths(holder, volume_)) return false;
-  Log(u"#ERROR: The selected volume %ls already mounted.", volume_);
-  return true;
+bool ProfilePlace::Mount() {
+  if (IsVolume()) return MountBesideProfile();
+  // Everything in the place becomes the profile's.
+  if (!IsGathered() || side_.IsFreeFor(formerVolume_)) return true;
+  Log(u"#ERROR: The folder %ls already exists and is not empty. Rename it, and remove the redirection again.", path_);
+  return false;
 }
 
 // A run that was cut off may have left the volume mounted there: then this one goes on with what that began.
-bool ProfilePlace::Mount() {
-  if (!IsVolume()) return true;
-  if (!ValidateVolumeFormat(volume_.c_str()) || IsVolumeOfProfile()) return false;
+bool ProfilePlace::MountBesideProfile() {
+  if (!ValidateProfileVolume(volume_.c_str(), path_.c_str())) return false;
   stoodThere_ = PathExists(path_);
   const bool mountedBefore = stoodThere_ && IsMountedOn(path_, volume_);
   if (mountedBefore) return true;
-  if (MakeFolder(path_) != FolderMade::Failed) mountedHere_ = MountVolume(path_, volume_);
+  const bool usable = !stoodThere_ || IsEmptyPlainFolder(path_);
+  if (usable && MakeFolder(path_) != FolderMade::Failed) mountedHere_ = MountVolume(path_, volume_);
   if (mountedHere_ && IsMountedOn(path_, volume_)) return true;
   Log(u"#ERROR: Failed to Mount Volume on Target Folder: %ls", path_);
   return false;
@@ -74,7 +59,8 @@ bool ProfilePlace::Mount() {
 bool ProfilePlace::Make() {
   const FolderMade made = MakeFolder(path_);
   if (!IsVolume()) stoodThere_ = made == FolderMade::StoodThere;
-  if (made != FolderMade::Failed && (!stoodThere_ || before_.Save(path_))) {
+  if (made != FolderMade::Failed && (!stoodThere_ || before_.Save(path_)) &&
+      (!IsGathered() || side_.NoteFillingFrom(formerVolume_))) {
     OpenLeftFolder();
     return true;
   }
@@ -126,15 +112,16 @@ bool ProfilePlace::TakeFormerPlace() {
 // Renamed or not at all. The shell, asked to move what cannot be renamed, would copy it item by item: without its
 // security, and off the volume that is mounted there.
 bool ProfilePlace::RenameToFormerPlace() const {
-  if (win32::MoveFileW(path_.c_str(), place_.c_str())) return true;
+  if (win32::MoveFileW(path_.c_str(), side_.place().c_str())) return true;
   win32::OutputDebugStringW(u"****Move File Failed...trying to rename again.");
   win32::Sleep(2000);
-  return Rename(path_, place_);
+  return Rename(path_, side_.place());
 }
 
 bool ProfilePlace::MakeFormerFolderAgain() const {
   if (!keepsPath_) return true;
-  const bool made = PathExists(folder_) || (MakeFolderLike(place_, path_) && WriteDescriptor(place_, descriptor_));
+  const bool made =
+      PathExists(folder_) || (MakeFolderLike(side_.place(), path_) && WriteDescriptor(side_.place(), descriptor_));
   if (made && (formerVolume_.empty() || IsMountedOn(folder_, formerVolume_) || MountVolume(folder_, formerVolume_)))
     return true;
   Log(u"#ERROR: Unable to make folder %ls again.", folder_);
@@ -152,10 +139,12 @@ void ProfilePlace::TakeAway() const {
     created_.RemoveIfEmpty();
   else if (!before_.Restore())
     Log(u"#ERROR: Unable to restore the security, attributes and times of folder %ls.", path_);
+  if (IsGathered() && (!PathExists(path_) || IsEmptyPlainFolder(path_))) side_.ForgetFilling();
 }
 
 void ProfilePlace::LeaveFormerVolume() const {
   if (formerVolume_.empty()) return;
+  if (IsGathered()) side_.ForgetFilling();
   GiveRootItsOwnSecurity(formerVolume_);
   if (!keepsPath_ && !UnmountVolume(folder_)) LogNotUnmounted(folder_);
 }

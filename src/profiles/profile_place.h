@@ -9,6 +9,7 @@
 
 #include "fsops/folder_itself.h"
 #include "redirect/created_folders.h"
+#include "redirect/side_folder.h"
 
 class ProfilePlace {
  public:
@@ -21,7 +22,9 @@ class ProfilePlace {
   bool StoodThere() const { return stoodThere_; }
 
   // Each answers false when it failed (logged); TakeAway then puts right what was done.
-  bool Mount();  // nothing to do without a volume
+  // Without a volume it only asks whether the place is free: one beside the profile may hold nothing but what a run
+  // that was cut off left there.
+  bool Mount();
   bool Make();
   // The place gets the profile folder's own descriptor, before anything in it inherits; on a volume the root gets it,
   // too. A new folder gets all else that the profile folder has of its own (streams, attributes, times), unless
@@ -40,7 +43,9 @@ class ProfilePlace {
   void LeaveFormerVolume() const;
 
  private:
-  bool IsVolumeOfProfile() const;
+  // The profile is gathered beside the folder that its volume is mounted on.
+  bool IsGathered() const { return keepsPath_ && !IsVolume(); }
+  bool MountBesideProfile();
   void OpenLeftFolder() const;
   bool RenameToFormerPlace() const;
   void Unmount() const;
@@ -48,7 +53,7 @@ class ProfilePlace {
   const std::u16string folder_;
   const std::u16string volume_;        // the target; empty when it is a folder
   const std::u16string formerVolume_;  // mounted at the profile folder; empty when none is
-  const std::u16string place_;         // the former folder as the disk writes it
+  const SideFolder side_;              // where the folder is to change places with another one
   const bool keepsPath_;
   const std::u16string path_;
   const CreatedFolders created_;

@@ -41,7 +41,7 @@ bool Insist(Write write) {
 bool ProfileRecords::IsInProfile(const std::u16string& path) const { return IsSameOrBelow(path, profile_.folder); }
 
 bool ProfileRecords::CanFollow() {
-  if (!CanSetProfileImagePath(profile_.sid) || !ReadProfileImagePath(profile_.sid, imagePath_)) {
+  if (!CanSetProfileImagePath(profile_.sid, newFolder_) || !ReadProfileImagePath(profile_.sid, imagePath_)) {
     LogImagePathNotWritten();
     return false;
   }

@@ -1,16 +1,30 @@
 #include "profiles/recorded_home.h"
 
+#include <optional>
+
 #include "log/log.h"
+#include "profiles/redirection_notes.h"
 #include "redirect/path_text.h"
 #include "regredirect/service_config.h"
+
+namespace {
+
+std::u16string WithoutBlanks(const std::u16string& text) {
+  constexpr std::u16string_view kBlanks = u" \t\r\n";
+  const std::size_t begin = text.find_first_not_of(kBlanks);
+  return begin == std::u16string::npos ? std::u16string()
+                                       : text.substr(begin, text.find_last_not_of(kBlanks) - begin + 1);
+}
+
+}  // namespace
 
 std::u16string RecordedProfilesFolder(const CQBConfig& config) {
   std::u16string folder;
   if (!config.GetUserProfileRedirection(nullptr, nullptr, &folder)) return {};
-  constexpr std::u16string_view kBlanks = u" \t\r\n";
-  const std::size_t begin = folder.find_first_not_of(kBlanks);
-  if (begin == std::u16string::npos) return {};
-  return WithoutTrailingBackslash(folder.substr(begin, folder.find_last_not_of(kBlanks) - begin + 1));
+  folder = WithoutTrailingBackslash(WithoutBlanks(folder));
+  std::optional<NewProfilesNote> note;
+  if (ReadNote(note) && note && (folder.empty() || EqualPaths(folder, note->location))) return note->home;
+  return folder;
 }
 
 bool ReadRecordedProfilesFolder(std::u16string& folder) {

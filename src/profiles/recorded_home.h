@@ -5,7 +5,8 @@
 
 class CQBConfig;
 
-// "DefaultProfilePath" of a loaded configuration, without blanks around it; empty when it has none.
+// "DefaultProfilePath" of a loaded configuration, without blanks around it. Where it has none, or one that was made
+// anew while new profiles went elsewhere names that place, the folder that was noted then. Empty when nothing tells.
 std::u16string RecordedProfilesFolder(const CQBConfig& config);
 
 // The same of the configuration on the disk. False (logged) when it cannot be read, or has none.

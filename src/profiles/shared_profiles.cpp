@@ -1,15 +1,18 @@
 #include "profiles/shared_profiles.h"
 
 #include <exception>
+#include <optional>
 #include <string>
 
 #include "log/log.h"
 #include "profiles/keelroom_rule.h"
 #include "profiles/recorded_home.h"
+#include "profiles/redirection_notes.h"
 #include "profiles/shared_profiles_rules.h"
 #include "profiles/shared_profiles_steps.h"
 #include "redirect/outcome.h"
 #include "redirect/path_text.h"
+#include "regredirect/service_config.h"
 
 namespace {
 
@@ -19,7 +22,7 @@ constexpr unsigned kFailed = 146;
 // Everything that may refuse; nothing has changed then.
 bool MayRedirect(SharedProfiles which, const std::u16string& location, const std::u16string& home, CarriedAlong carried,
                  ProfileCopies& copies) {
-  if (IsOnOldKeelroom(location) || !MayHoldProfiles(location, home, true) ||
+  if (!MayHoldProfiles(location, home, true) || IsOnOldKeelroom(location) ||
       !PlanCopies(which, location, home, false, carried, copies))
     return false;
   std::vector<std::u16string> places;
@@ -40,10 +43,26 @@ bool Redirect(SharedProfiles which, const std::u16string& location, CarriedAlong
   return true;
 }
 
+// Where new profiles are created by the configuration, although nothing is noted of it; empty when that is not so.
+bool ReadLocationWithoutNote(std::u16string& location) {
+  std::optional<NewProfilesNote> note;
+  std::u16string status;
+  CQBConfig config;
+  if (!ReadNote(note)) return false;
+  if (!config.Init() || !config.GetUserProfileRedirection(&location, &status, nullptr)) {
+    Log(u"#ERROR: Failed to obtain information from config file.");
+    return false;
+  }
+  if (status != u"1" || (note && EqualPaths(note->location, location))) location.clear();
+  return true;
+}
+
 bool BringBack(SharedProfiles which, CarriedAlong carried) {
-  std::u16string home;
+  std::u16string home, location;
   ProfileReturns returns;
-  if (!ReadRecordedProfilesFolder(home) || !PlanReturns(which, home, carried, returns)) return false;
+  if (!ReadRecordedProfilesFolder(home) || !ReadLocationWithoutNote(location) ||
+      !PlanReturns(which, home, location, carried, returns))
+    return false;
   if (returns.empty()) {
     Log(u"#ERROR: No profile that was named is redirected.");
     return false;

@@ -4,7 +4,9 @@
 
 #include "fsops/move_tree.h"
 #include "fsops/shares.h"
+#include "fsops/volume_paths.h"
 #include "log/log.h"
+#include "profiles/redirection_notes.h"
 #include "profiles/shared_profiles_rules.h"
 #include "redirect/folder_steps.h"
 #include "redirect/path_text.h"
@@ -114,8 +116,10 @@ bool SharedProfileCopy::Copy() {
 }
 
 bool SharedProfileCopy::MakeLive() {
-  return (!carried_.shares || shares_.Move(original(), copy_, listing_)) && records_.Move(original(), copy_) &&
-         change_.Set(copy_);
+  if ((carried_.shares && !shares_.Move(original(), copy_, listing_)) || !records_.Move(original(), copy_))
+    return false;
+  noted_ = true;
+  return WriteNote(which_, {original(), copy_, VolumeThatHolds(copy_)}) && change_.Set(copy_);
 }
 
 void SharedProfileCopy::Keep() {
@@ -127,6 +131,7 @@ void SharedProfileCopy::Keep() {
 void SharedProfileCopy::TakeBack() try {
   if (!begun_ || !change_.TakeBack()) return;
   begun_ = false;
+  if (noted_) DropNote(which_);
   records_.TakeBack();
   shares_.TakeBack();
   if (!RemoveCopiedItems(record_)) Log(u"#ERROR: Unable to delete all of the copy %ls.", copy_);

@@ -84,7 +84,7 @@ class SharedProfileCopy {
   const std::u16string copy_;
   const CarriedAlong carried_;
   const CreatedFolders created_;
-  bool begun_ = false, stoodThere_ = false;
+  bool begun_ = false, stoodThere_ = false, noted_ = false;
   SavedFolder emptyFolder_;  // the folder that stood there, as it was
   TreeListing listing_;
   CopyRecord record_;

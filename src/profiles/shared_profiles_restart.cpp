@@ -5,6 +5,7 @@
 #include <string_view>
 
 #include "log/log.h"
+#include "profiles/real_path.h"
 #include "redirect/path_text.h"
 #include "win32/win32.h"
 
@@ -32,11 +33,11 @@ bool ReadOperations(std::u16string& texts) {
 }
 
 // "\??\C:\x", in front of a target also "!" (it may be replaced), as an ordinary path.
-std::u16string_view PathOf(std::u16string_view text) {
-  constexpr std::u16string_view kNativePrefix = u"\\??\\";
+std::u16string PathOf(std::u16string_view text) {
+  constexpr std::u16string_view kNativePrefix = u"\\??\\", kVolume = u"Volume{";
   if (text.starts_with(u'!')) text.remove_prefix(1);
   if (text.starts_with(kNativePrefix)) text.remove_prefix(kNativePrefix.size());
-  return text;
+  return (StartsWithPath(text, kVolume) ? u"\\\\?\\" : u"") + std::u16string(text);
 }
 
 }  // namespace
@@ -49,9 +50,9 @@ RestartOwed IsRestartOwed(const std::vector<std::u16string>& places) try {
   }
   for (std::u16string_view rest = texts; !rest.empty();) {
     const std::u16string_view text = rest.substr(0, rest.find(u'\0'));
-    const std::u16string path(PathOf(text));
+    const std::u16string path = PathOf(text);
     for (const std::u16string& place : places)
-      if (IsSameOrBelow(path, place)) {
+      if (IsReallySameOrBelow(path, place)) {
         Log(u"#ERROR: %ls is to be deleted or renamed at the next restart. Restart your computer first.", path);
         return RestartOwed::Yes;
       }

@@ -2,9 +2,14 @@
 
 #include <algorithm>
 #include <exception>
+#include <optional>
 #include <ranges>
+#include <set>
 
+#include "fsops/backup_copy.h"
 #include "fsops/delete_tree.h"
+#include "fsops/file_facts.h"
+#include "fsops/folder_itself.h"
 #include "fsops/mounted_folder.h"
 #include "fsops/move_tree.h"
 #include "log/log.h"
@@ -15,9 +20,6 @@
 #include "win32/win32.h"
 
 namespace {
-
-constexpr win32::DWORD kHinders =
-    win32::FILE_ATTRIBUTE_READONLY | win32::FILE_ATTRIBUTE_HIDDEN | win32::FILE_ATTRIBUTE_SYSTEM;
 
 struct ItemFacts {
   bool found = false;
@@ -54,16 +56,20 @@ std::u16string Below(const std::u16string& path, const std::u16string& root, con
   return HasExtendedPrefix(path) ? u"\\\\?\\" + moved : ExtendedPath(moved);
 }
 
-// "C:\x\letter.doc" as "C:\x\letter (old).doc", or "(old 2)" and so on: a name that is free below `root` and
-// below `otherRoot`. Empty when all these are taken.
+// "C:\x\letter.doc" as "C:\x\letter (old).doc", or "(old 2)" and so on, a long name cut: one that is free below `root`
+// and below `otherRoot`. Empty when all these are taken.
 std::u16string NameAside(const std::u16string& path, const std::u16string& root, const std::u16string& otherRoot) {
   const std::size_t name = path.rfind(u'\\') + 1;
   const std::size_t dot = path.rfind(u'.');
   const std::size_t end = dot == std::u16string::npos || dot <= name ? path.size() : dot;
   constexpr char16_t kTries = u'9';
+  constexpr std::size_t kLongestName = 255;
   for (char16_t number = u'1'; number <= kTries; ++number) {
     const std::u16string mark = number == u'1' ? std::u16string(u" (old)") : std::u16string(u" (old ") + number + u')';
-    std::u16string aside = path.substr(0, end) + mark + path.substr(end);
+    const std::size_t others = mark.size() + path.size() - end;
+    if (others >= kLongestName) return {};
+    const std::u16string start = path.substr(0, name) + path.substr(name, std::min(end - name, kLongestName - others));
+    std::u16string aside(ExtendedPath(start + mark + path.substr(end)));
     if (IsAbsent(aside) && IsAbsent(Below(aside, root, otherRoot))) return aside;
   }
   return {};
@@ -71,25 +77,38 @@ std::u16string NameAside(const std::u16string& path, const std::u16string& root,
 
 }  // namespace
 
-SharedProfileReturn::SharedProfileReturn(ProfileFolder which, const ProfileFolderValue& value, std::u16string original,
+SharedProfileReturn::SharedProfileReturn(ProfileFolder which, const ProfileFolderValue& value, SharedProfileNote note,
                                          CarriedAlong carried)
-    : which_(which), original_(std::move(original)), carried_(carried), created_(original_), change_(which, value) {}
+    : which_(which), note_(std::move(note)), carried_(carried), created_(note_.original), change_(which, value) {}
 
 bool SharedProfileReturn::MakeRoot() {
-  const FolderMade made = MakeFolder(original_);
-  if (made == FolderMade::StoodThere) return IsPlainFolder(original_);
+  const FolderMade made = MakeFolder(original());
+  if (made == FolderMade::StoodThere) return IsPlainFolder(original());
   madeRoot_ = made == FolderMade::New;
-  if (!madeRoot_) Log(u"#ERROR: Failed To Create Target Folder: %ls", original_);
+  if (!madeRoot_) Log(u"#ERROR: Failed To Create Target Folder: %ls", original());
   return madeRoot_;
+}
+
+// Somebody may have deleted it; a drive that is not connected still has it. False: logged.
+bool SharedProfileReturn::FindCopy(bool& isThere) const {
+  isThere = !IsAbsent(copy());
+  if (isThere) return true;
+  if (IsVolumeThere(copy(), note_.volume)) {
+    Log(u"#INFO: The folder %ls is not there any more. Nothing comes back from it.", copy());
+    return true;
+  }
+  Log(u"#ERROR: The volume with the folder %ls is not there. Connect it, and try again. (If it is lost for good, make "
+      u"an empty folder of that name first.)",
+      copy());
+  return false;
 }
 
 bool SharedProfileReturn::CopyBack() {
   begun_ = true;
-  if (IsAbsent(copy())) {
-    Log(u"#INFO: The folder %ls is not there any more. Nothing comes back from it.", copy());
-    return IsPlainFolder(original_);
-  }
-  Log(u"#INFO: Going to copy files and folders from Source = %ls to Target = %ls.", copy(), original_);
+  bool isThere = false;
+  if (!FindCopy(isThere)) return false;
+  if (!isThere) return IsPlainFolder(original());
+  Log(u"#INFO: Going to copy files and folders from Source = %ls to Target = %ls.", copy(), original());
   if (!IsPlainFolder(copy()) || !MakeRoot()) return false;
   if (!GetFileList(copy(), listing_)) {
     Log(u"#ERROR: There was an error during path validation. Error message: Unable to get list of files for path = "
@@ -98,24 +117,23 @@ bool SharedProfileReturn::CopyBack() {
     return false;
   }
   if (!SetAside()) return false;
-  LiftAttributes();
   const CopyFlags flags{.useBackupCopy = carried_.ntfsPermissions,
                         .allowInheritance = true,
                         .keepInheritedAces = true,
                         .carryRoot = madeRoot_};
-  if (!CopyTree(copy(), original_, flags, record_, &listing_)) {
-    Log(u"#ERROR: Unable to copy files and folders from Source = %ls to Target = %ls.", copy(), original_);
+  if (!CopyTree(copy(), original(), flags, record_, &listing_)) {
+    Log(u"#ERROR: Unable to copy files and folders from Source = %ls to Target = %ls.", copy(), original());
     return false;
   }
-  CarryAttributes();
-  return true;
+  return carried_.ntfsPermissions || CarryDescriptors();
 }
 
-// Nothing that came to the old folder while the copy was the live profile is overwritten: programs that knew it may
-// have gone on writing there. What is in the way, or newer than what comes back, is kept beside it.
+// No file in the old folder is written into: it may have other names (hard links), where whoever made this one may not
+// write. So each is put out of the way first. Programs that knew the old folder may have gone on writing there: what is
+// newer than what comes back, or of another kind, is kept beside it.
 bool SharedProfileReturn::SetAside() {
   for (const TreeEntry& entry : listing_.entries) {
-    const std::u16string path = Below(entry.path, copy(), original_);
+    const std::u16string path = Below(entry.path, copy(), original());
     ItemFacts old, live;
     if (!ReadFacts(path, old) || !ReadFacts(entry.path, live)) {
       LogWithSystemError(u"#ERROR: Unable to compare %ls with %ls. ", entry.path, path);
@@ -127,15 +145,22 @@ bool SharedProfileReturn::SetAside() {
     if (unmounted) continue;
     const bool mounted = old.IsLink() && IsVolumeMountPoint(path.c_str());
     const bool sameKind = !mounted && old.IsDirectory() == entry.IsDirectory() && old.IsLink() == entry.IsLink();
-    if (sameKind && (!IsPlainFile(entry) || old.lastWrite <= live.lastWrite)) continue;
-    const std::u16string aside = NameAside(path, original_, copy());
-    if (aside.empty() || !win32::MoveFileW(path.c_str(), aside.c_str())) {
-      LogWithSystemError(u"#ERROR: %ls stands where %ls is to come back, and cannot be renamed. ", path, entry.path);
-      return false;
-    }
-    Log(u"#INFO: %ls is newer than %ls, or of another kind. It is kept as %ls.", path, entry.path, aside);
-    aside_.emplace_back(path, aside);
+    if (sameKind && entry.IsDirectory()) continue;
+    const bool isReplaced = sameKind && (entry.IsLink() || old.lastWrite <= live.lastWrite);
+    if (!MoveAside(entry, {path, {}, old.attributes, old.reparseTag, isReplaced})) return false;
   }
+  return true;
+}
+
+bool SharedProfileReturn::MoveAside(const TreeEntry& live, Aside old) {
+  old.name = NameAside(old.path, original(), copy());
+  if (old.name.empty() || !win32::MoveFileW(old.path.c_str(), old.name.c_str())) {
+    LogWithSystemError(u"#ERROR: %ls stands where %ls is to come back, and cannot be renamed. ", old.path, live.path);
+    return false;
+  }
+  if (!old.isReplaced)
+    Log(u"#INFO: %ls is newer than %ls, or of another kind. It is kept as %ls.", old.path, live.path, old.name);
+  aside_.push_back(std::move(old));
   return true;
 }
 
@@ -154,31 +179,53 @@ bool SharedProfileReturn::UnmountSame(const std::u16string& path, const std::u16
   return unmounted;
 }
 
-// What a copy onto a file would be refused for, or leave as it was.
-void SharedProfileReturn::LiftAttributes() {
-  for (const TreeEntry& entry : listing_.entries) {
-    if (!IsPlainFile(entry)) continue;
-    std::u16string old = Below(entry.path, copy(), original_);
-    const win32::DWORD attributes = win32::GetFileAttributesW(old.c_str());
-    if (attributes == win32::INVALID_FILE_ATTRIBUTES || !(attributes & kHinders)) continue;
-    if (win32::SetFileAttributesW(old.c_str(), attributes & ~kHinders)) lifted_.push_back({std::move(old), attributes});
+// Files that come back without their own security keep that of the files that they replace.
+bool SharedProfileReturn::CarryDescriptors() const {
+  for (const Aside& old : aside_) {
+    if (!old.isReplaced || IsAbsent(old.path)) continue;
+    const win32::DWORD attributes = win32::GetFileAttributesW(old.path.c_str());
+    const bool isReadOnly =
+        attributes != win32::INVALID_FILE_ATTRIBUTES && (attributes & win32::FILE_ATTRIBUTE_READONLY) != 0;
+    if (isReadOnly) win32::SetFileAttributesW(old.path.c_str(), attributes & ~win32::FILE_ATTRIBUTE_READONLY);
+    const bool written = WriteDescriptor(old.path, ReadDescriptor(old.name));
+    if (isReadOnly) win32::SetFileAttributesW(old.path.c_str(), attributes);
+    if (written) continue;
+    LogWithSystemError(u"#ERROR: Unable to give the file %ls the access rights that it had. ", old.path);
+    return false;
   }
+  return true;
 }
 
-void SharedProfileReturn::CarryAttributes() const {
-  for (const FoundFile& file : lifted_) {
-    const win32::DWORD live = win32::GetFileAttributesW(Below(file.path, original_, copy()).c_str());
-    win32::SetFileAttributesW(file.path.c_str(), live == win32::INVALID_FILE_ATTRIBUTES ? file.attributes : live);
+// Of a file with other names just this one goes; to clear its read-only mark would clear it there, too.
+void SharedProfileReturn::DropReplaced() {
+  for (const Aside& old : aside_) {
+    if (!old.isReplaced) continue;
+    bool done = false;
+    if (IsAbsent(old.path)) {  // what was to replace it was deleted in the copy just then
+      done = win32::MoveFileW(old.name.c_str(), old.path.c_str());
+    } else {
+      const std::optional<FileFacts> facts = FactsOf(old.name);
+      done = facts && facts->names == 1 ? DeleteEntry({old.name, old.attributes, old.reparseTag, 0}) != 0
+                                        : win32::DeleteFileW(old.name.c_str()) != 0;
+    }
+    if (!done) LogWithSystemError(u"#INFO: The former file %ls stays as %ls. ", old.path, old.name);
   }
+  // The folders came back with their times; what went from them since has changed those again.
+  std::set<std::u16string> folders;
+  for (const Aside& old : aside_)
+    if (carried_.ntfsPermissions && old.isReplaced && folders.insert(ParentPath(old.path)).second)
+      CopyParentDirectoryTimes(Below(old.path, original(), copy()), old.path);
+  aside_.clear();
 }
 
 bool SharedProfileReturn::MakeLive() {
-  return (!carried_.shares || shares_.Move(copy(), original_, listing_)) && records_.Move(copy(), original_) &&
-         change_.Set(original_);
+  return (!carried_.shares || shares_.Move(copy(), original(), listing_)) && records_.Move(copy(), original()) &&
+         change_.Set(original());
 }
 
 void SharedProfileReturn::Keep() {
   change_.Keep();
+  DropNote(which_);
   begun_ = false;
 }
 
@@ -188,15 +235,15 @@ void SharedProfileReturn::TakeBack() try {
   begun_ = false;
   records_.TakeBack();
   shares_.TakeBack();
-  if (!RemoveCopiedItems(record_)) Log(u"#ERROR: Unable to delete all that was copied to %ls.", original_);
+  if (!RemoveCopiedItems(record_)) Log(u"#ERROR: Unable to delete all that was copied to %ls.", original());
   if (madeRoot_) created_.RemoveIfEmpty();
   for (const auto& [folder, volume] : unmounted_)
     if (!IsVolumeMountPoint(folder.c_str()) && !MountVolume(folder, volume))
       LogWithSystemError(u"#ERROR: Failed to Mount Volume on Target Folder: %ls", folder);
-  for (const FoundFile& file : lifted_) win32::SetFileAttributesW(file.path.c_str(), file.attributes);
-  // Where a copy that is not the live one is in the way, the file keeps the name that the log tells.
-  for (const auto& [path, aside] : aside_)
-    if (IsAbsent(path)) win32::MoveFileW(aside.c_str(), path.c_str());
+  // Where a copy that is not the live one is in the way, the file keeps its other name.
+  for (const Aside& old : aside_ | std::views::reverse)
+    if (!IsAbsent(old.path) || !win32::MoveFileW(old.name.c_str(), old.path.c_str()))
+      Log(u"#ERROR: Unable to rename %ls to %ls again.", old.name, old.path);
 } catch (const std::exception&) {
 }
 
@@ -222,6 +269,7 @@ void SharedProfileReturn::DeleteItem(const CopiedItem& item, std::vector<TreeEnt
 }
 
 bool SharedProfileReturn::DeleteCopy() {
+  DropReplaced();
   if (IsAbsent(copy())) return false;
   std::vector<TreeEntry> inUse;  // a folder behind its contents
   for (const CopiedItem& item : record_.items | std::views::reverse)

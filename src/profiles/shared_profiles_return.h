@@ -6,12 +6,13 @@
 #include <utility>
 #include <vector>
 
+#include "profiles/redirection_notes.h"
 #include "profiles/shared_profiles_copy.h"
 
 class SharedProfileReturn {
  public:
-  // `value` names the copy; `original` is the folder that the profile goes back to.
-  SharedProfileReturn(ProfileFolder which, const ProfileFolderValue& value, std::u16string original,
+  // `value` names the copy, as `note` does, which also tells where the profile goes back to.
+  SharedProfileReturn(ProfileFolder which, const ProfileFolderValue& value, SharedProfileNote note,
                       CarriedAlong carried);
   ~SharedProfileReturn() { TakeBack(); }
   SharedProfileReturn(const SharedProfileReturn&) = delete;
@@ -21,37 +22,42 @@ class SharedProfileReturn {
   bool CopyBack();
   bool MakeLive();
   void Keep();
-  // After Keep. Deletes of the copy what came back, and its folders as far as they are empty then; what is in use goes
-  // at the next restart. What was changed or added since stays, and the log names it. True when a restart is owed.
+  // After Keep. Deletes what was replaced in the old folder, then of the copy what came back, and its folders as far as
+  // they are empty then; what is in use goes at the next restart. What was changed or added since stays, and the log
+  // names it. True when a restart is owed.
   bool DeleteCopy();
 
   ProfileFolder which() const { return which_; }
-  const std::u16string& original() const { return original_; }
+  const std::u16string& original() const { return note_.original; }
   const std::u16string& copy() const { return change_.before().folder; }
 
  private:
-  struct FoundFile {
+  // What stood in the way of something that comes back.
+  struct Aside {
     std::u16string path;
-    win32::DWORD attributes;
+    std::u16string name;  // the path that it has now
+    win32::DWORD attributes = 0, reparseTag = 0;
+    bool isReplaced = false;  // it goes when all is done; otherwise it is kept
   };
 
   bool MakeRoot();
+  bool FindCopy(bool& isThere) const;
   bool SetAside();
+  bool MoveAside(const TreeEntry& live, Aside old);
   bool UnmountSame(const std::u16string& path, const std::u16string& live, bool& unmounted);
-  void LiftAttributes();
-  void CarryAttributes() const;
+  bool CarryDescriptors() const;
+  void DropReplaced();
   void TakeBack();
   void DeleteItem(const CopiedItem& item, std::vector<TreeEntry>& inUse) const;
 
   const ProfileFolder which_;
-  const std::u16string original_;
+  const SharedProfileNote note_;
   const CarriedAlong carried_;
   const CreatedFolders created_;
   bool begun_ = false, madeRoot_ = false;
-  TreeListing listing_;                                               // of the copy
-  std::vector<std::pair<std::u16string, std::u16string>> aside_;      // a path, the one that it got
+  TreeListing listing_;  // of the copy
+  std::vector<Aside> aside_;
   std::vector<std::pair<std::u16string, std::u16string>> unmounted_;  // a folder, the volume
-  std::vector<FoundFile> lifted_;
   CopyRecord record_;
   FollowingShares shares_;
   FollowingRecords records_;

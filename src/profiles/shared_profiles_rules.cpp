@@ -1,7 +1,9 @@
 #include "profiles/shared_profiles_rules.h"
 
 #include "fsops/mounted_folder.h"
+#include "fsops/volume_paths.h"
 #include "log/log.h"
+#include "profiles/real_path.h"
 #include "redirect/folder_steps.h"
 #include "redirect/junction.h"
 #include "redirect/path_text.h"
@@ -15,27 +17,8 @@
 
 namespace {
 
-// The nearest folder of the path that exists, the path itself first.
-std::u16string NearestFolder(std::u16string path) {
-  while (!path.empty() && !PathExists(FolderForm(path))) path = ParentPath(path);
-  return FolderForm(path);
-}
-
-// The path by the names that its existing part really has; as it is when Windows does not tell.
-std::u16string RealPath(const std::u16string& path) {
-  const std::u16string nearest = NearestFolder(path);
-  std::u16string real;
-  if (nearest.empty() || !GetFinalTargetPath(nearest.c_str(), real)) return path;
-  const std::u16string rest = path.size() > nearest.size() ? path.substr(nearest.size()) : std::u16string();
-  return rest.empty() ? real : WithoutTrailingBackslash(real) + (rest.starts_with(u'\\') ? u"" : u"\\") + rest;
-}
-
-bool AreApart(const std::u16string& location, const std::u16string& home) {
-  return !IsSameOrBelow(location, home) && !IsSameOrBelow(home, location);
-}
-
 bool IsApartFromHome(const std::u16string& location, const std::u16string& home) {
-  if (AreApart(location, home) && AreApart(RealPath(location), RealPath(home))) return true;
+  if (AreApart(location, home)) return true;
   // A drive's root holds the profiles folder of that drive, and much else.
   if (IsDriveRoot(location.c_str()))
     Log(u"#ERROR: %ls - A folder is required for folder redirection. Browse to a different location.", location);
@@ -53,22 +36,43 @@ bool IsOutsideSharedProfiles(const std::u16string& location) {
       Log(u"#ERROR: Unable to read the profile list.");
       return false;
     }
-    if (!IsSameOrBelow(location, value.folder)) continue;
+    if (!IsReallySameOrBelow(location, value.folder)) continue;
     Log(u"#ERROR: The location %ls lies in the profile %ls. Browse to a different location.", location, value.folder);
     return false;
   }
   return true;
 }
 
+// Windows empties these when it likes, or lets nobody in.
+bool IsOutsideSystemFolders(const std::u16string& location) {
+  for (const std::u16string& path : {location, RealPath(location)})
+    for (std::u16string folder = path; !folder.empty(); folder = ParentPath(folder))
+      if (const std::u16string name = LastComponent(folder);
+          EqualPaths(name, u"$RECYCLE.BIN") || EqualPaths(name, u"System Volume Information")) {
+        Log(u"#ERROR: %ls - Cannot redirect from or to Windows system folders. Browse to a different location.",
+            location);
+        return false;
+      }
+  return true;
+}
+
 }  // namespace
 
 bool MayHoldProfiles(const std::u16string& location, const std::u16string& home, bool allowDriveRoot) {
-  if (!IsUsablePath(location)) return false;
+  if (!IsOrdinaryPath(location)) return false;
   const bool asRoot = allowDriveRoot && IsDriveRoot(location.c_str());
   const int mustExist = !asRoot && PathExists(location) ? 1 : 0;
   // Without a source, just the rules for the target are asked.
-  return ValidateTargetPath(location.c_str(), mustExist, 0, 0, 0) && IsApartFromHome(location, home) &&
-         IsOutsideSharedProfiles(location) && CheckPathRelations(u"", location.c_str(), 0, 0, 1, 0);
+  return ValidateTargetPath(location.c_str(), mustExist, 0, 0, 0) && IsOutsideSystemFolders(location) &&
+         IsApartFromHome(location, home) && IsOutsideSharedProfiles(location) &&
+         CheckPathRelations(u"", location.c_str(), 0, 0, 1, 0);
+}
+
+bool IsVolumeThere(const std::u16string& folder, const std::u16string& volume) {
+  const std::u16string present = VolumeThatHolds(folder);
+  // A folder keeps its mount when the volume has gone.
+  return !present.empty() && (volume.empty() || EqualPaths(present, volume)) &&
+         win32::GetVolumeInformationW(present.c_str(), nullptr, 0, nullptr, nullptr, nullptr, nullptr, 0);
 }
 
 bool IsPlainFolder(const std::u16string& folder) {

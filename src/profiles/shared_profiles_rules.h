@@ -10,6 +10,9 @@
 // now. A drive's root will do where allowDriveRoot says so.
 bool MayHoldProfiles(const std::u16string& location, const std::u16string& home, bool allowDriveRoot);
 
+// Is the volume there that held this folder? `volume`: its name, where it was noted; otherwise the folder's path tells.
+bool IsVolumeThere(const std::u16string& folder, const std::u16string& volume);
+
 // Is there a folder here that is no link?
 bool IsPlainFolder(const std::u16string& folder);
 

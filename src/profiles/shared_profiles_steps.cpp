@@ -6,6 +6,8 @@
 #include "log/log.h"
 #include "probes/windows_version.h"
 #include "profiles/account_pictures.h"
+#include "profiles/real_path.h"
+#include "profiles/redirection_notes.h"
 #include "profiles/shared_profiles_rules.h"
 #include "redirect/path_text.h"
 
@@ -75,21 +77,29 @@ bool CopyAndMakeLive(const ProfileCopies& copies) {
          std::ranges::all_of(copies, [](const auto& copy) { return copy->MakeLive(); });
 }
 
-bool PlanReturns(SharedProfiles which, const std::u16string& home, CarriedAlong carried, ProfileReturns& returns) {
+bool PlanReturns(SharedProfiles which, const std::u16string& home, const std::u16string& location, CarriedAlong carried,
+                 ProfileReturns& returns) {
   for (const ProfileFolder folder : ListOf(which)) {
     ProfileFolderValue value;
-    if (!Read(folder, value)) return false;
-    if (IsIn(value.folder, home)) {
+    std::optional<SharedProfileNote> note;
+    if (!Read(folder, value) || !ReadNote(folder, note)) return false;
+    if (note && !EqualPaths(note->copy, value.folder)) note.reset();
+    if (!note && IsIn(value.folder, home)) {
       Log(u"#INFO: The profile %ls is not redirected.", value.folder);
       continue;
     }
-    const std::u16string original = JoinPath(home, LastComponent(value.folder));
-    if (IsSameOrBelow(original, value.folder) || IsSameOrBelow(value.folder, original)) {
-      Log(u"#ERROR: The profile %ls cannot be brought back to %ls: one lies in the other.", value.folder, original);
+    if (!note && (location.empty() || !IsIn(value.folder, location))) {
+      Log(u"#INFO: Nothing is noted of a redirection of the profile %ls. It stays there.", value.folder);
+      continue;
+    }
+    if (!note) note = {JoinPath(home, LastComponent(value.folder)), value.folder, {}};
+    if (!AreApart(note->original, value.folder)) {
+      Log(u"#ERROR: The profile %ls cannot be brought back to %ls: one lies in the other.", value.folder,
+          note->original);
       return false;
     }
     if (HoldsRedirectedData(value.folder)) return false;
-    returns.push_back(std::make_unique<SharedProfileReturn>(folder, value, original, carried));
+    returns.push_back(std::make_unique<SharedProfileReturn>(folder, value, *note, carried));
   }
   return true;
 }

@@ -28,8 +28,10 @@ bool MayBeCopied(const ProfileCopies& copies, const std::u16string& location);
 // Copies them, then has the profile list name the copies.
 bool CopyAndMakeLive(const ProfileCopies& copies);
 
-// Those of the profiles that are not in `home`, on their way back.
-bool PlanReturns(SharedProfiles which, const std::u16string& home, CarriedAlong carried, ProfileReturns& returns);
+// Those of the profiles that were redirected from here, on their way back to where they were. `location`: where one of
+// which nothing is noted counts as redirected, too, from `home`; may be empty.
+bool PlanReturns(SharedProfiles which, const std::u16string& home, const std::u16string& location, CarriedAlong carried,
+                 ProfileReturns& returns);
 bool CopyBackAndMakeLive(const ProfileReturns& returns);
 // After they are kept. True when a restart is owed.
 bool DeleteCopies(const ProfileReturns& returns);

@@ -34,8 +34,7 @@ class LoadedHive {
   explicit LoadedHive(const std::u16string& folder) : file_(JoinPath(folder, u"ntuser.dat")) {
     EnableHivePrivileges();
     // A file that is not there would be made.
-    loaded_ = win32::PathFileExistsW(file_.c_str()) &&
-              win32::RegLoadKeyW(win32::HKEY_USERS, kTemporaryKey, file_.c_str()) == 0;
+    loaded_ = HasLoadableHive(folder) && win32::RegLoadKeyW(win32::HKEY_USERS, kTemporaryKey, file_.c_str()) == 0;
     if (!loaded_) Log(u"#ERROR: Unable to load the user's registry file %ls.", file_);
   }
   ~LoadedHive() { TakeOff(); }

@@ -2,6 +2,7 @@
 
 #include <exception>
 #include <string>
+#include <vector>
 
 #include "cli/console.h"
 #include "fsops/mounted_folder.h"
@@ -11,12 +12,15 @@
 #include "probes/services.h"
 #include "probes/windows_version.h"
 #include "profiles/keelroom_rule.h"
+#include "profiles/profile_folders.h"
 #include "profiles/profile_move.h"
 #include "profiles/recorded_home.h"
 #include "profiles/user_accounts.h"
 #include "profiles/user_hive.h"
+#include "redirect/folder_steps.h"
 #include "redirect/outcome.h"
 #include "redirect/path_text.h"
+#include "redirect/side_folder.h"
 
 namespace {
 
@@ -59,15 +63,91 @@ void WarnOfModernApps(char16_t drive) {
   ConsolePrint(u"\n");  // or the first item of the copy would stand in the same line
 }
 
-// A profile that is recorded by a volume's name is moved by the folder that the volume is mounted on.
-bool ToNormalPath(std::u16string& folder) {
-  if (!IsVolumePath(folder.c_str())) return true;
-  std::u16string given = folder, normal;
+void LogImagePathNotWritten() { Log(u"#ERROR: Unable to update user profile path in registry."); }
+
+// ProfileImagePath of a profile that is recorded by a volume's name. It is moved by the folder that the volume is
+// mounted on, and keeps that path when it comes home: the volume's name would then lead to an empty volume. So the
+// value gets the normal path, which names the same folder, for as long as the move takes, and for good when it
+// succeeds.
+class NormalImagePath {
+ public:
+  explicit NormalImagePath(UserProfile& profile) : profile_(profile) {}
+  ~NormalImagePath() {
+    if (!kept_) TakeBack();
+  }
+  NormalImagePath(const NormalImagePath&) = delete;
+  NormalImagePath& operator=(const NormalImagePath&) = delete;
+
+  // The profile's folder is a normal path afterwards. False (logged): nothing has changed.
+  bool Write();
+  void Keep() { kept_ = true; }
+
+ private:
+  void TakeBack() const;
+
+  UserProfile& profile_;
+  ProfileImagePathValue before_, written_;
+  bool kept_ = false;
+};
+
+bool NormalImagePath::Write() {
+  if (!IsVolumePath(profile_.folder.c_str())) return true;
+  std::u16string given = profile_.folder, normal;
   if (!VolumePathToNormalPath(given, normal)) {
     Log(u"#ERROR: Volume Path to Normal Path Conversion Failed.");
     return false;
   }
-  folder = WithoutTrailingBackslash(normal);
+  profile_.folder = WithoutTrailingBackslash(normal);
+  if (ReadProfileImagePath(profile_.sid, before_) && SetProfileImagePath(profile_.sid, profile_.folder)) {
+    if (ReadProfileImagePath(profile_.sid, written_)) return true;
+    RestoreProfileImagePath(profile_.sid, before_);  // the one name is as good as the other
+  }
+  LogImagePathNotWritten();
+  return false;
+}
+
+// A move that could not be taken back has the value name another folder.
+void NormalImagePath::TakeBack() const {
+  ProfileImagePathValue now;
+  if (written_.data.empty() || !ReadProfileImagePath(profile_.sid, now) || now.data != written_.data) return;
+  if (!RestoreProfileImagePath(profile_.sid, before_)) LogImagePathNotWritten();
+}
+
+// Whatever lies on the profile's volume comes along when the profile leaves it, so no other profile may be there, by
+// whatever path.
+bool IsAloneOnItsVolume(const UserProfile& profile) {
+  std::u16string volume;
+  if (!IsVolumeMountPoint(profile.folder.c_str(), &volume)) return true;
+  std::vector<UserProfile> others;
+  if (!ReadUserProfiles(others)) {
+    Log(u"#ERROR: Failed to obtain User Profile Information.");
+    return false;
+  }
+  for (const ProfileFolder which : {ProfileFolder::Default, ProfileFolder::Public})
+    if (ProfileFolderValue shared; ReadProfileFolder(which, shared)) others.push_back({{}, shared.folder, {}});
+  for (const UserProfile& other : others) {
+    if (EqualPaths(other.sid, profile.sid) || !PathExists(other.folder)) continue;
+    const std::u16string holder = VolumeThatHolds(other.folder);
+    if (!holder.empty() && !EqualPaths(holder, volume)) continue;
+    Log(u"#ERROR: The volume of the User Profile %ls holds another User Profile: %ls. Move that one first.",
+        profile.folder, other.folder);
+    return false;
+  }
+  return true;
+}
+
+// A command that was cut off just before the two folders changed places left an empty folder in the profile's place. A
+// move onto the volume that is mounted beside it can still be gone on with.
+bool IsInItsFolder(const std::u16string& folder, const char16_t* target) {
+  if (!IsEmptyPlainFolder(folder)) return true;
+  for (const char16_t* const suffix : {u".mount", u".temp"}) {
+    const std::u16string beside = folder + suffix;
+    if (!HasLoadableHive(beside) || (IsVolumePath(target) && IsVolumeMountPoint(beside.c_str()))) continue;
+    Log(u"#INFO: A redirection of the User Profile %ls was interrupted. The profile is in %ls: this folder belongs in "
+        u"the place of the first one, which is empty.",
+        folder, beside);
+    return false;
+  }
   return true;
 }
 
@@ -96,9 +176,13 @@ int RedirectUserProfile(const char16_t* user, const char16_t* target, int copyNt
   const MediaSharingAsFound mediaSharing;
   UserProfile profile;
   if (!FindProfile(user, profile)) return Fail(kFailed);
-  if (!ToNormalPath(profile.folder)) return 1;
+  NormalImagePath imagePath(profile);
+  if (!imagePath.Write()) return 1;
+  if (!IsInItsFolder(profile.folder, target) || !IsAloneOnItsVolume(profile)) return Fail(kFailed);
   ProfileMove move(profile, target, {copyNtfsPermissions, moveShares, backToDefault});
-  return move.Run() ? Succeed(kSucceeded) : Fail(kFailed);
+  if (!move.Run()) return Fail(kFailed);
+  imagePath.Keep();
+  return Succeed(kSucceeded);
 } catch (const std::exception&) {
   return Fail(kFailed);
 }

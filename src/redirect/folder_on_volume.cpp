@@ -205,7 +205,6 @@ class FolderFromVolume {
 
  private:
   bool FindRecord();
-  bool SideFolderIsFree() const;
   void Abandon() const;
   bool Exchange();
   void TakeBack();
@@ -238,7 +237,8 @@ bool FolderFromVolume::MayRemove() {
     if (newFolder_.IsBeingFilledFrom(volume_)) LogInterrupted(source_, newFolder_.path());
     return false;
   }
-  if (!SideFolderIsFree()) {
+  // Contents are merged only into what an earlier removal, one that was cut off, left there.
+  if (!newFolder_.IsFreeFor(volume_)) {
     Log(u"#ERROR: The folder %ls already exists and is not empty. Rename it, and remove the redirection again.",
         newFolder_.path());
     return false;
@@ -246,12 +246,6 @@ bool FolderFromVolume::MayRemove() {
   if (ValidateRedirectionPaths(source_.c_str(), newFolder_.path().c_str(), 1, 1, 0, 0, 0, 0, 0)) return true;
   Log(u"#ERROR: PreScanning failed for Source = %ls and Target = %ls.", source_, target_);
   return false;
-}
-
-// Contents are merged only into what an earlier removal, one that was cut off, left there.
-bool FolderFromVolume::SideFolderIsFree() const {
-  const std::u16string& path = newFolder_.path();
-  return !PathExists(path) || IsEmptyPlainFolder(path) || newFolder_.IsBeingFilledFrom(volume_);
 }
 
 // The new folder becomes what the folder under the mount is, before anything inherits from it. Of the root it takes the

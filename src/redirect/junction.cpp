@@ -269,8 +269,11 @@ int GetJunctionTarget(const char16_t* path, std::u16string& target) try {
 
 namespace {
 
+// What a volume is called in a final path.
+constexpr win32::DWORD kByLetter = 0, kByVolumeName = 1;
+
 // The name of the opened file that `path` leads to; empty when Windows cannot tell it.
-std::u16string FinalPathName(const char16_t* path) {
+std::u16string FinalPathName(const char16_t* path, win32::DWORD form, win32::DWORD room) {
   const win32::UniqueLibrary kernel{win32::LoadLibraryW(u"Kernel32.dll")};
   if (!kernel) return {};
   const auto getFinalPathName = reinterpret_cast<win32::GetFinalPathNameByHandleWFunction>(
@@ -281,25 +284,40 @@ std::u16string FinalPathName(const char16_t* path) {
                                                   nullptr, win32::OPEN_EXISTING, win32::FILE_FLAG_BACKUP_SEMANTICS,
                                                   nullptr)};
   if (!file) return {};
-  std::array<char16_t, kPathBuffer> name{};
-  const win32::DWORD length = getFinalPathName(file.get(), name.data(), kPathBuffer, 0);
-  return length < kPathBuffer ? std::u16string(name.data(), length) : std::u16string();
+  std::u16string name(room, u'\0');
+  const win32::DWORD length = getFinalPathName(file.get(), name.data(), room, form);
+  return length < room ? name.substr(0, length) : std::u16string();
 }
 
 }  // namespace
 
-int GetFinalTargetPath(const char16_t* path, std::u16string& target) try {
-  std::u16string name = path ? FinalPathName(path) : std::u16string();
+int FindFinalTargetPath(const char16_t* path, std::u16string& target) try {
+  std::u16string name = path ? FinalPathName(path, kByLetter, kPathBuffer) : std::u16string();
   const bool longEnough = name.size() > kNativePrefix.size();
   if (name.starts_with(kNativePrefix) || name.starts_with(u"\\\\?\\")) name.erase(0, kNativePrefix.size());
   if (!name.empty() && name.back() == u'\\') name.pop_back();
   // Without a drive letter (a network share, a volume that has none) what is left behind the prefix is no path at all.
-  if (!longEnough || name.size() < 2 || name[1] != u':') {
-    Log(u"#ERROR: Unable to obtain a valid target path");
-    return 0;
-  }
+  if (!longEnough || name.size() < 2 || name[1] != u':') return 0;
   target = name;
   return 1;
+} catch (const std::exception&) {
+  return 0;
+}
+
+int FindFinalVolumePath(const char16_t* path, std::u16string& target) try {
+  constexpr win32::DWORD kRoom = 1024;  // the name of a volume is longer than its letter
+  const std::u16string name = path ? FinalPathName(path, kByVolumeName, kRoom) : std::u16string();
+  if (!IsVolumePath(name.c_str())) return 0;
+  target = name;
+  return 1;
+} catch (const std::exception&) {
+  return 0;
+}
+
+int GetFinalTargetPath(const char16_t* path, std::u16string& target) try {
+  if (FindFinalTargetPath(path, target)) return 1;
+  Log(u"#ERROR: Unable to obtain a valid target path");
+  return 0;
 } catch (const std::exception&) {
   return 0;
 }

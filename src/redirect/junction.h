@@ -45,6 +45,10 @@ int GetJunctionTarget(const char16_t* path, std::u16string& target);
 
 // The drive-letter path (at most 259 characters) of what is reached when every link in `path` is followed.
 int GetFinalTargetPath(const char16_t* path, std::u16string& target);
+// The same, for who can do without: the log does not tell that there is no such path.
+int FindFinalTargetPath(const char16_t* path, std::u16string& target);
+// The same below the name of the volume ("\\?\Volume{...}\x"), which every local volume has, and just one.
+int FindFinalVolumePath(const char16_t* path, std::u16string& target);
 
 // Makes a symbolic link: to a directory when the target is one and forceFileLink is 0, else to a file. Logs nothing.
 int CreateSymbolicLinkEntry(const char16_t* link, const char16_t* target, int forceFileLink);

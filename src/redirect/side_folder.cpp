@@ -13,7 +13,6 @@
 
 namespace {
 
-constexpr const char16_t* kMountSuffix = u".mount";
 constexpr const char16_t* kRemovalsKey = u"SOFTWARE\\Velmora\\Quillbay\\VolumeRemovals";
 
 bool IsPlainFolder(const std::u16string& path) {
@@ -29,7 +28,8 @@ bool IsEmptyPlainFolder(const std::u16string& path) {
   return IsPlainFolder(path) && GetFileList(path, listing) && listing.entries.empty() && listing.systemFolders.empty();
 }
 
-SideFolder::SideFolder(const std::u16string& source) : place_(AsStored(source)), path_(place_ + kMountSuffix) {}
+SideFolder::SideFolder(const std::u16string& source, std::u16string_view suffix)
+    : place_(AsStored(source)), path_(place_ + std::u16string(suffix)) {}
 
 bool SideFolder::Make() {
   const FolderMade made = MakeFolder(path_);
@@ -42,6 +42,10 @@ void SideFolder::TakeAway() const {
     before_.Restore();
   else if (PathExists(path_))
     RemoveEmptyFolder(path_);
+}
+
+bool SideFolder::IsFreeFor(const std::u16string& volume) const {
+  return !PathExists(path_) || IsEmptyPlainFolder(path_) || IsBeingFilledFrom(volume);
 }
 
 bool SideFolder::IsBeingFilledFrom(const std::u16string& volume) const {

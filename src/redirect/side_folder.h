@@ -1,8 +1,9 @@
 // The folder beside a redirected folder ("C:\Data.mount" for "C:\Data") through which the folder and its mounted volume
-// change places.
+// change places. A profile that comes home from a volume passes through "C:\Users\anna.temp".
 #pragma once
 
 #include <string>
+#include <string_view>
 
 #include "fsops/folder_itself.h"
 
@@ -17,7 +18,7 @@ bool IsEmptyPlainFolder(const std::u16string& path);
 // somebody else's.
 class SideFolder {
  public:
-  explicit SideFolder(const std::u16string& source);
+  explicit SideFolder(const std::u16string& source, std::u16string_view suffix = u".mount");
   const std::u16string& path() const { return path_; }
   // The source's path, its last component in the letter case of the disk: the command may have written it otherwise.
   const std::u16string& place() const { return place_; }
@@ -28,6 +29,8 @@ class SideFolder {
   // Gives it back as it was, or removes it; what is in it stays.
   void TakeAway() const;
 
+  // Nothing is there, or nothing in it, or what is there was left by a removal from `volume` that was cut off.
+  bool IsFreeFor(const std::u16string& volume) const;
   // Is there a removal from `volume` that began to fill the folder, and did not come to its end?
   bool IsBeingFilledFrom(const std::u16string& volume) const;
   // A removal begins. False: nothing is noted.

@@ -1,10 +1,15 @@
 #include "validate/closed_items.h"
 
+#include <algorithm>
 #include <cstring>
 #include <exception>
+#include <optional>
+#include <span>
 #include <utility>
 
+#include "fsops/file_facts.h"
 #include "fsops/folder_itself.h"
+#include "log/log.h"
 #include "redirect/path_text.h"
 #include "win32/win32.h"
 
@@ -30,13 +35,30 @@ bool SaveOnce(const std::u16string& path, SavedSecurityMap& saved) {
   return true;
 }
 
-// An opened folder has other entries for what is below it to inherit. Its contents stand right behind it in the list.
-bool SaveBelow(const std::vector<TreeEntry>& entries, std::size_t folder, SavedSecurityMap& saved) {
-  const std::u16string_view above = WithoutExtendedPrefix(entries[folder].path);
-  for (std::size_t i = folder + 1; i < entries.size() && IsSameOrBelow(WithoutExtendedPrefix(entries[i].path), above);
-       ++i)
-    if (!SaveOnce(entries[i].path, saved)) return false;
-  return true;
+// The other names of a file would stay open when it has moved away: its old descriptor is then on the copy alone.
+bool HasOneName(const TreeEntry& entry) {
+  if (entry.IsDirectory()) return true;
+  const std::optional<FileFacts> facts = FactsOf(entry.path, LastLink::Itself);
+  if (facts && facts->names > 1)
+    Log(u"#ERROR: The file %ls has several names (hard links), and administrators may not read it. Let them read it, "
+        u"or remove its other names, and try again.",
+        entry.path);
+  return facts && facts->names <= 1;
+}
+
+// The index behind the item's contents, which stand right behind it in the list.
+std::size_t EndOfTree(const std::vector<TreeEntry>& entries, std::size_t item) {
+  const std::u16string_view above = WithoutExtendedPrefix(entries[item].path);
+  std::size_t end = item + 1;
+  while (end < entries.size() && IsSameOrBelow(WithoutExtendedPrefix(entries[end].path), above)) ++end;
+  return end;
+}
+
+// An opened folder has other entries for what is below it to inherit. Nothing is saved unless all of it may be: what is
+// saved may have to be opened just to be written back.
+bool SaveTree(std::span<const TreeEntry> tree, SavedSecurityMap& saved) {
+  return std::ranges::all_of(tree, HasOneName) &&
+         std::ranges::all_of(tree, [&](const TreeEntry& entry) { return SaveOnce(entry.path, saved); });
 }
 
 }  // namespace
@@ -44,13 +66,16 @@ bool SaveBelow(const std::vector<TreeEntry>& entries, std::size_t folder, SavedS
 int GetFileList(const std::u16string& folder, TreeListing& listing, win32::HANDLE token, SavedSecurityMap& saved) try {
   if (!GetFileList(folder, listing)) return 0;
   const std::vector<TreeEntry>& entries = listing.entries;
+  std::size_t savedUpTo = 0;  // with a folder that was opened
   for (std::size_t i = 0; i < entries.size(); ++i) {
     const TreeEntry& entry = entries[i];
     const bool readable = HasAccess(token, entry.path, kReadAndExecute) != 0;
-    if ((entry.IsLink() || !readable) && !SaveOnce(entry.path, saved)) return 0;
-    if (readable) continue;
-    if (entry.IsDirectory() && !entry.IsLink() && !SaveBelow(entries, i, saved)) return 0;
-    GrantEveryoneAndAdministrators(entry.path);  // where that is refused, the scan of the tree says so
+    if (!readable && i >= savedUpTo) {
+      savedUpTo = EndOfTree(entries, i);
+      if (!SaveTree(std::span(entries).subspan(i, savedUpTo - i), saved)) return 0;
+    }
+    if (entry.IsLink() && !SaveOnce(entry.path, saved)) return 0;
+    if (!readable) GrantEveryoneAndAdministrators(entry.path);  // where that is refused, the scan of the tree says so
   }
   return 1;
 } catch (const std::exception&) {

@@ -141,14 +141,15 @@ class Relations {
   }
 
   // The same folders may go by other names (short names, "C:\Data\..\Data"): Windows says where the nearest folder that
-  // exists really is. Not asked for a mounted volume: what is in it is nowhere else.
+  // exists really is. Not asked for a mounted volume: what is in it is nowhere else. What is on a volume without a
+  // letter has no other name.
   bool IsInsideInTruth() const {
     const std::u16string source = Cleaned(source_);
     if (sourceIsJunction_ || IsReparsePoint(source) || !Exists(source)) return false;
     std::u16string nearest = Cleaned(target_), realSource, realTarget;
     const auto isThere = [&](const std::u16string& folder) { return Exists(nearest = folder); };
     if (!Exists(nearest) && !AnyAncestor(target_, isThere)) return false;
-    return GetFinalTargetPath(source.c_str(), realSource) && GetFinalTargetPath(nearest.c_str(), realTarget) &&
+    return FindFinalTargetPath(source.c_str(), realSource) && FindFinalTargetPath(nearest.c_str(), realTarget) &&
            IsSameOrBelow(realTarget, realSource);
   }
 

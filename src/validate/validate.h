@@ -19,7 +19,8 @@ int ValidateTargetPath(const char16_t* path, int mustExist, int allowDriveRoot, 
 // The decision on a source folder and a volume, named by its GUID, that is to be mounted in the folder's place.
 int ValidateVolumeRedirection(const char16_t* source, const char16_t* volume);
 
-// The volume exists and is NTFS.
-int ValidateVolumeFormat(const char16_t* volume);
+// The volume exists, is NTFS, and is mounted nowhere but on that folder, if at all. What Windows does not tell counts
+// as a mount: a profile would mingle with what is on the volume.
+int ValidateProfileVolume(const char16_t* volume, const char16_t* mountFolder);
 // The volume exists, is NTFS, is not mounted anywhere and can be written to.
 int ValidateVolume(const char16_t* volume);

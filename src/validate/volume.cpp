@@ -1,7 +1,9 @@
 // The rules for a volume that is to be mounted in a folder's place.
 #include <array>
 #include <exception>
+#include <string_view>
 
+#include "fsops/mounted_folder.h"
 #include "log/log.h"
 #include "redirect/path_text.h"
 #include "validate/free_space.h"
@@ -27,12 +29,25 @@ bool VolumeExists(const char16_t* volume) {
   return false;
 }
 
-bool IsMounted(const char16_t* volume) {
+// On how many letters and folders the volume is mounted.
+enum class Mounts { None, One, Several, Unknown };
+Mounts MountsOf(const char16_t* volume) {
   constexpr win32::DWORD kPathBuffer = 261;
   std::array<char16_t, kPathBuffer> paths{};
   win32::DWORD length = 0;
-  if (win32::GetVolumePathNamesForVolumeNameW(volume, paths.data(), kPathBuffer, &length)) return length != 1;
-  return win32::GetLastError() == win32::ERROR_MORE_DATA;
+  if (!win32::GetVolumePathNamesForVolumeNameW(volume, paths.data(), kPathBuffer, &length))
+    return win32::GetLastError() == win32::ERROR_MORE_DATA ? Mounts::Several : Mounts::Unknown;
+  if (length == 1) return Mounts::None;
+  const std::size_t first = std::u16string_view(paths.data()).size();
+  return paths[first + 1] == u'\0' ? Mounts::One : Mounts::Several;
+}
+
+// The folder may go by several names, so its volume is asked for and not the volume's path compared.
+bool IsMountedElsewhere(const char16_t* volume, const char16_t* folder) {
+  const Mounts mounts = MountsOf(volume);
+  if (mounts != Mounts::One) return mounts != Mounts::None;
+  std::u16string mounted;
+  return !IsVolumeMountPoint(folder, &mounted) || !EqualPaths(mounted, volume);
 }
 
 win32::UniqueFile OpenProbe(const std::u16string& path, win32::DWORD disposition) {
@@ -55,17 +70,25 @@ bool IsWritable(const char16_t* volume) {
 }
 
 bool IsNtfs(const char16_t* volume) { return GetFileSystemType(volume) == 1; }
-bool IsNotMounted(const char16_t* volume) { return !IsMounted(volume); }
+bool IsNotMounted(const char16_t* volume) {
+  const Mounts mounts = MountsOf(volume);
+  return mounts == Mounts::None || mounts == Mounts::Unknown;
+}
+
+using VolumeLine = FormatFor<const char16_t*>;
+
+constexpr VolumeLine kNotNtfs = u"#ERROR: Volume %ls must be a NTFS formatted volume. Browse to a different location.";
+constexpr VolumeLine kMounted = u"#ERROR: The selected volume %ls already mounted.";
 
 struct VolumeRule {
   bool (*holds)(const char16_t* volume);
-  FormatFor<const char16_t*> line;  // when it does not hold
+  VolumeLine line;  // when it does not hold
 };
 
 // All are tried; nothing can be asked of a volume that does not exist.
 constexpr VolumeRule kRules[] = {
-    {IsNtfs, u"#ERROR: Volume %ls must be a NTFS formatted volume. Browse to a different location."},
-    {IsNotMounted, u"#ERROR: The selected volume %ls already mounted."},
+    {IsNtfs, kNotNtfs},
+    {IsNotMounted, kMounted},
     {IsWritable, u"#ERROR: The selected volume %ls doesn't have write permission."},
 };
 
@@ -87,11 +110,14 @@ bool HasRoomFor(const char16_t* source, const char16_t* volume, LazyListing& sou
 
 }  // namespace
 
-int ValidateVolumeFormat(const char16_t* volume) try {
+int ValidateProfileVolume(const char16_t* volume, const char16_t* mountFolder) try {
   if (!Exists(volume)) return 0;
-  const VolumeRule& ntfs = kRules[0];
-  if (ntfs.holds(volume)) return 1;
-  Log(ntfs.line, volume);
+  if (!IsNtfs(volume)) {
+    Log(kNotNtfs, volume);
+    return 0;
+  }
+  if (!IsMountedElsewhere(volume, mountFolder)) return 1;
+  Log(kMounted, volume);
   return 0;
 } catch (const std::exception&) {
   return 0;

@@ -20,6 +20,7 @@ class Accounts : public ::testing::Test {
         {u"CORP", u"corp.example", u"maria", emulated::SidFromText(kMaria)},
         {u"CORP", u"corp.example", u"anna", emulated::SidFromText(u"S-1-5-21-100-200-300-1102")}};
     emulated::AddLocalAccount(*machine, u"Anna Berg", 1007);
+    emulated::AddLocalAccount(*machine, u"\u00FCnal", 1008);
   }
 
   // "SID domain use", or the error.
@@ -58,6 +59,9 @@ TEST_F(Accounts, AreFoundByTheFormsOfNameThatWindowsTakes) {
                {u"ANNA", own + "-1001 WORKSTATION 1"},
                {u"anna berg", own + "-1007 WORKSTATION 1"},
                {u"Workstation\\Anna Berg", own + "-1007 WORKSTATION 1"},
+               {u"\u00DCNAL", own + "-1008 WORKSTATION 1"},
+               {u"workstation\\\u00FCNaL", own + "-1008 WORKSTATION 1"},
+               {u"unal", unknown},
                {u"Administrator", own + "-500 WORKSTATION 1"},
                {u"Guest", own + "-501 WORKSTATION 1"},
                {u"WORKSTATION", own + " WORKSTATION 3"},
@@ -94,6 +98,9 @@ TEST_F(Accounts, AreNamedByTheirSids) {
   machine = test::BootFrom(machine->Snapshot());
   EXPECT_EQ(BySid(u"S-1-5-21-1004336348-1177238915-682003330-1007"), "WORKSTATION\\Anna Berg 1");
   EXPECT_EQ(BySid(kMaria), "1332") << "no domain controller answers";
+  EXPECT_FALSE(emulated::AddLocalAccount(*machine, u"\u00DCnal", 1009)) << "that is another's name";
+  EXPECT_TRUE(emulated::IsDisabled(*machine, emulated::SidFromText(u"S-1-5-21-1004336348-1177238915-682003330-501")));
+  EXPECT_FALSE(emulated::IsDisabled(*machine, emulated::SidFromText(u"S-1-5-21-1004336348-1177238915-682003330-500")));
   EXPECT_TRUE(emulated::RemoveLocalAccount(*machine, u"Anna Berg"));
   EXPECT_EQ(BySid(u"S-1-5-21-1004336348-1177238915-682003330-1007"), "1332");
 }

@@ -251,10 +251,27 @@ def check_new_profiles(build, scratch, said):
     require(b"already enabled" in again, f"{again!r}")
     require(b"location = D:\\Profiles" in station.qbc("/AutoRedirectUP").stdout, "not shown")
 
+    with Mounted(station.image("D")) as mounted:
+        run("hivexsh", "-w", f"{mounted}/Profiles/Default/NTUSER.DAT",
+            input=b"cd Software\nadd Contoso\ncd Contoso\nsetval 1\nGreeting\nstring:hello\ncommit\n")
     station("profile", "add", "bob")
     bob = next(line for line in station("profile", "list").stdout.decode().splitlines() if "bob" in line)
     bob_sid = re.search(r"S-1-5-21-[\d-]+", bob).group()
     require(image_path(station, scratch, bob_sid)[1] == "D:\\Profiles\\bob", f"bob's profile: {bob}")
+    hive = Hive(station, "D", "Profiles/bob/NTUSER.DAT", scratch)
+    require(hive.values("Software\\Contoso")["Greeting"][1] == "hello", "bob did not get what the default profile's hive says")
+    desktop = hive.values("Software\\Microsoft\\Windows\\CurrentVersion\\Explorer\\Shell Folders")["Desktop"]
+    require(desktop[1] == "D:\\Profiles\\bob\\Desktop", f"bob's desktop is {desktop}")
+
+    def pictures_of_bob():
+        found = software(station, scratch).values(f"Microsoft\\Windows\\CurrentVersion\\AccountPicture\\Users\\{bob_sid}")
+        require(len(found) == 8, f"bob's pictures are {found}")
+        return [text for _, text in found.values()]
+
+    in_public = pictures_of_bob()
+    for picture in in_public:
+        require(picture.startswith(f"D:\\Profiles\\Public\\AccountPictures\\{bob_sid}\\"), f"a picture of bob's is {picture}")
+        require(station("cat", picture).stdout.startswith(b"\xff\xd8"), f"{picture} is no picture")
     require("bob   D:\\Profiles\\bob" in station.qbc("/RedirectUP").stdout.decode(), "bob is not listed")
     station("put", "-", "D:\\Profiles\\Public\\Documents\\later.txt", input=b"written to the new place")
     require(DONE in station.qbc("/RedirectUPDefault", "bob").stdout, "bob does not come to C:")
@@ -267,8 +284,16 @@ def check_new_profiles(build, scratch, said):
     require(station("cat", "C:\\Users\\Public\\Documents\\later.txt").stdout == b"written to the new place",
             "what was written to the new place is lost")
     after = station.listing("C", "/Users/Public", f"{scratch}/after")
-    compare(trees["Public"], after, "/Users/Public", "/Users/Public", False, ["/Documents/later.txt"])
-    compare(trees["Default"], station.listing("C", "/Users/Default", f"{scratch}/after"), "/Users/Default", "/Users/Default", False)
+    home = [picture.replace("D:\\Profiles\\", "C:\\Users\\") for picture in in_public]
+    require(pictures_of_bob() == home, f"bob's pictures are {pictures_of_bob()}")
+    his = [picture.removeprefix("C:\\Users\\Public").replace("\\", "/") for picture in home]
+    # A file that comes back is made anew, which its folder's times show.
+    files = [name.removeprefix("Users/Public") for name in below_root(station.image("C")) if name.startswith("Users/Public/")]
+    into = {os.path.dirname(name).rstrip("/") + "/(any)" for name in files}
+    compare(trees["Public"], after, "/Users/Public", "/Users/Public", False,
+            ["/Documents/later.txt", os.path.dirname(his[0]), *his, *into])
+    compare(trees["Default"], station.listing("C", "/Users/Default", f"{scratch}/after"), "/Users/Default", "/Users/Default",
+            False, ["/NTUSER.DAT"])
     left = [name for name in below_root(station.image("D")) if name.startswith("Profiles")]
     require(left == [], f"D: holds {left}")
     now = software(station, scratch).everything()
@@ -276,4 +301,5 @@ def check_new_profiles(build, scratch, said):
     require(all("Velmora" in k or bob_sid in k for k in differ), f"the registry is not as it was: {differ}")
     require(b"not enabled" in station.qbc("/AutoRedirectUP").stdout, "still on")
     require(b"ProfileList" not in station.qbc("/RedirectRegKey").stdout, "the key is still monitored")
-    said(f"{len(moved)} paths of account pictures followed and came back; a new account's profile was made on D: and moved home")
+    said(f"{len(moved)} paths of account pictures followed and came back, and so did those of a new account; its profile was "
+         "made on D: of what the default profile held by then, and moved home")

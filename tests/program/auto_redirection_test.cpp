@@ -1,6 +1,7 @@
 // Automatic redirection of new user profiles: set, used, shown, removed, refused.
 #include "program/shared_profiles.h"
 
+#include "fsops/mounted_folder.h"
 #include "support/every_call.h"
 #include "win32/emulated/files/file_service.h"
 #include "workstation/product.h"
@@ -17,7 +18,7 @@ class AutoRedirection : public test::SharedProfilesTest {};
 
 // What everything is before and after the story.
 TEST_F(AutoRedirection, TheWholeStory) {
-  for (const auto& [major, minor] : {std::pair{10u, 0u}, {6u, 2u}, {6u, 1u}}) {
+  for (const auto& [major, minor] : {std::pair{10u, 0u}, {6u, 3u}, {6u, 2u}, {6u, 1u}, {6u, 0u}}) {
     SCOPED_TRACE(std::to_string(major) + "." + std::to_string(minor));
     Restart({.majorVersion = major, .minorVersion = minor});
     const Values values = ProfileValues();
@@ -45,9 +46,10 @@ TEST_F(AutoRedirection, TheWholeStory) {
                                           {kPlace + u"\\Default\\Old Data", kDefault + u"\\Old Data"}})
       EXPECT_EQ(ReadDescriptor(place), ReadDescriptor(original)) << Utf8(place);
     EXPECT_EQ(run.Logged(u"#INFO: Going to update profile image file paths for Public User."),
-              major == 10 || minor == 2);
+              major == 10 || minor >= 2);
     EXPECT_EQ(run.Logged(u"#INFO: No need to update profile image file paths for Public User in OSes < Windows 8."),
-              minor == 1);
+              major == 6 && minor < 2);
+    EXPECT_EQ(Notes(), (Lines{u"NewProfiles", u"Default", u"Public"}));
     EXPECT_TRUE(ServiceRuns());
     EXPECT_EQ(RunProgram(*machine, {u"/AutoRedirectUP"}).said,
               u"\nNewly created user profile location = D:\\Profiles\n");
@@ -91,6 +93,7 @@ TEST_F(AutoRedirection, TheWholeStory) {
     EXPECT_EQ(LinkTarget(kDefault + u"\\Old Data"), kDefault + u"\\AppData\\Roaming");
     EXPECT_EQ(LinkTarget(kPublic + u"\\Documents\\Old Music"), kPublic + u"\\Music");
     EXPECT_EQ(test::Names(kPlace), (Lines{u"\\bert", u"\\bert\\mine.txt"}));
+    EXPECT_EQ(Notes(), Lines{});
     EXPECT_FALSE(ServiceRuns()) << "the registry's location went, too";
     run = Remove();
     EXPECT_EQ(run.exitCode, 1);
@@ -167,6 +170,16 @@ TEST_F(AutoRedirection, IsRefused) {
       {u"C:\\Windows",
        {u"#ERROR: C:\\Windows - Cannot redirect from or to Windows system folders. Browse to a different location.",
         failed}},
+      {u"D:\\System Volume Information\\x",
+       {u"#ERROR: D:\\System Volume Information\\x - Cannot redirect from or to Windows system folders. Browse to a "
+        u"different location.",
+        failed}},
+      {u"D:\\$Recycle.Bin",
+       {u"#ERROR: D:\\$Recycle.Bin - Cannot redirect from or to Windows system folders. Browse to a different "
+        u"location.",
+        failed}},
+      {u"\\\\?\\D:\\Owed", {u"#ERROR:Invalid path : \\\\?\\D:\\Owed", failed}},
+      {u"\\\\.\\D:\\Owed", {u"#ERROR:Invalid path : \\\\.\\D:\\Owed", failed}},
       {u"D:\\Full",
        {u"#ERROR: The folder D:\\Full\\Public is there already and is not empty. Browse to a different location.",
         failed}},
@@ -236,49 +249,57 @@ TEST_F(AutoRedirection, ACopyInUseGoesAtTheNextRestart) {
   ASSERT_EQ(SetWithBoth(kPlace).exitCode, 0);
 }
 
-TEST_F(AutoRedirection, ADamagedConfigurationOverwritesNothing) {
-  ASSERT_EQ(SetWithBoth(kPlace).exitCode, 0);
-  {
-    CQBConfig config;
-    ASSERT_TRUE(config.Init() && config.SetUserProfileRedirection(nullptr, nullptr, u" ") && config.Save());
-  }
-  const Values values = ProfileValues();
-  RunResult run = Remove();
-  EXPECT_EQ(run.exitCode, 1);
-  EXPECT_EQ(run.said, kErrors +
-                          u"\nNewly created user profile location at D:\\Profiles can not be removed.  Check location "
-                          u"and try again.");
-  EXPECT_TRUE(run.Logged(u"#ERROR: Failed to obtain information from config file."));
-  EXPECT_EQ(BringBack(u"PublicProfile").exitCode, 1);
-  EXPECT_EQ(ProfileValues(), values);
-
-  MakeFile(kConfig, "damaged");
-  run = Remove();
-  EXPECT_EQ(run.exitCode, 1);
-  EXPECT_TRUE(run.Said(u"Automatic user profile redirection is not enabled."));
-  EXPECT_TRUE(run.Logged(u"new user profiles are created in D:\\Profiles (ProfilesDirectory in the profile list)."));
-  EXPECT_EQ(SetWithBoth(kPlace).exitCode, 1);
-  EXPECT_EQ(ProfileValues(), values);
-  EXPECT_EQ(FilesOf(kPlace + u"\\Public"), FilesOf(kPublic));
-}
-
 TEST_F(AutoRedirection, OnAMountedVolumeWhichStaysMounted) {
   Restart({.volumes = 1});
   std::u16string volume;
   for (const auto& mounted : machine->volumes)
     if (mounted->letter == 0) volume = mounted->guidName;
   MakeFolder(kPlace);
-  ASSERT_TRUE(win32::SetVolumeMountPointW((kPlace + u"\\").c_str(), volume.c_str()));
-  const Values values = ProfileValues();
+  MakeFolder(u"D:\\Another way");
+  const auto mount = [&](const std::u16string& folder) {
+    return win32::SetVolumeMountPointW((folder + u"\\").c_str(), volume.c_str()) != 0;
+  };
+  ASSERT_TRUE(mount(kPlace));
+  const Values before = ProfileValues();
+  const Configuration configuration = Config();
   RunResult run = SetWithBoth(kPlace);
   ASSERT_EQ(run.exitCode, 0) << Utf8(run.log);
   EXPECT_EQ(FilesOf(kPlace + u"\\Public"), FilesOf(kPublic));
-  const auto held = machine->files().OpenForeign(4242, kPublic + u"\\Documents\\report.txt", win32::GENERIC_READ, 0);
+  {
+    const auto held = machine->files().OpenForeign(4242, kPublic + u"\\Documents\\report.txt", win32::GENERIC_READ, 0);
+    run = Remove();
+    EXPECT_EQ(run.exitCode, 1);
+    EXPECT_EQ(run.said.substr(0, run.said.find(u"D:\\")),
+              u"\nRemove Auto Redirect User Profile On Volume will begin...");
+    EXPECT_TRUE(run.said.ends_with(kErrors + u"\nRemove Auto Redirect User Profile is unsuccessful."));
+    machine->files().CloseForeign(held);
+    EXPECT_EQ(Value(u"Public"), kPlace + u"\\Public");
+  }
+  // Unmounted, it looks as if the copies had been deleted.
+  MakeFile(kPlace + u"\\Public\\Documents\\added.txt", "added");
+  ASSERT_TRUE(win32::DeleteVolumeMountPointW((kPlace + u"\\").c_str()));
+  const Values values = ProfileValues();
+  for (const RunResult& refused : {Remove(), BringBack(u"PublicProfile")}) {
+    EXPECT_EQ(refused.exitCode, 1);
+    EXPECT_TRUE(refused.Logged(u"#ERROR: The volume with the folder D:\\Profiles\\")) << Utf8(refused.log);
+    EXPECT_EQ(ProfileValues(), values);
+  }
+  ASSERT_TRUE(mount(kPlace));
   run = Remove();
-  EXPECT_EQ(run.exitCode, 1);
-  EXPECT_EQ(run.said.substr(0, run.said.find(u"D:\\")), u"\nRemove Auto Redirect User Profile On Volume will begin...");
-  EXPECT_TRUE(run.said.ends_with(kErrors + u"\nRemove Auto Redirect User Profile is unsuccessful."));
-  EXPECT_EQ(Value(u"Public"), kPlace + u"\\Public");
+  ASSERT_EQ(run.exitCode, 0) << Utf8(run.log);
+  EXPECT_TRUE(run.said.starts_with(u"\nRemove Auto Redirect User Profile On Volume will begin..."));
+  EXPECT_TRUE(run.said.ends_with(u"Newly created user profile location at D:\\Profiles has been removed."));
+  EXPECT_EQ(ProfileValues(), before);
+  EXPECT_EQ(Config(), configuration);
+  EXPECT_TRUE(IsVolumeMountPoint(kPlace.c_str()));
+  EXPECT_EQ(Contents(kPublic + u"\\Documents\\added.txt"), "added");
+  EXPECT_FALSE(Exists(kPlace + u"\\Public"));
+
+  // What is to be deleted at the next restart is named by the other folder that the volume is mounted on.
+  ASSERT_TRUE(mount(u"D:\\Another way"));
+  machine->registry().Set(u"HKLM\\SYSTEM\\CurrentControlSet\\Control\\Session Manager", u"PendingFileRenameOperations",
+                          win32::REG_MULTI_SZ, emulated::RegistryMultiText({u"\\??\\D:\\Another way\\Public", u""}));
+  EXPECT_TRUE(SetWithBoth(kPlace).Said(u"Your computer needs to be restarted"));
 }
 
 }  // namespace

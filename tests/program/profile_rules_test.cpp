@@ -1,15 +1,17 @@
 // Whose profile is whose, and which moves are refused: the complete log of each, and nothing has changed.
 #include <algorithm>
 
+#include "fsops/folder_itself.h"
 #include "program/profile_stories.h"
 #include "profiles/profile_list.h"
 #include "profiles/user_accounts.h"
+#include "profiles/user_hive.h"
 #include "support/keelroom.h"
 
 namespace {
 
 using emulated::Utf8;
-using test::Exists, test::MakeFile, test::MakeFolder, test::RunResult;
+using test::Exists, test::MakeFile, test::MakeFolder, test::RunResult, test::Security;
 
 constexpr const char16_t* kSidOfMaria = u"S-1-5-21-77-88-99-1105";
 
@@ -111,6 +113,7 @@ TEST_F(ProfileRules, NameEachReasonInTheLog) {
        u"anna",
        u"D:\\x\\..\\P",
        {u"#ERROR: The selected folder D:\\x\\..\\P is a relative path. Browse to a different location"}},
+      {"the name of a device", u"anna", u"\\\\?\\C:\\Users\\jan", {u"#ERROR:Invalid path : \\\\?\\C:\\Users\\jan"}},
       {"another profile",
        u"anna",
        u"C:\\Users\\jan",
@@ -133,6 +136,88 @@ TEST_F(ProfileRules, NameEachReasonInTheLog) {
   EXPECT_EQ(ImagePath(test::kSidOfAnna), u"C:\\Users\\anna");
 }
 
+// Whatever leads to it: the text of the path tells only some of the ways into another's profile.
+TEST_F(ProfileRules, NoProfileMixesWithAnother) {
+  const std::u16string sid = test::kSidOfAnna + u"7";
+  MakeFolder(u"C:\\Users\\A long name");
+  for (const auto* folder : {u"C:\\Mounted", u"C:\\Again"}) {
+    MakeFolder(folder);
+    ASSERT_TRUE(win32::SetVolumeMountPointW((folder + std::u16string(u"\\")).c_str(), test::kVolume.c_str()));
+  }
+  MakeFolder(u"C:\\Mounted\\x");
+  ASSERT_TRUE(CreateJunction(u"D:\\Way", u"C:\\Users"));
+  struct Case {
+    std::u16string user, profile, location, other;  // `profile`: the folder of one more user
+  };
+  const std::vector<Case> cases = {
+      {u"anna", u"C:\\Users\\A long name", u"D:\\Way\\A long name", u"C:\\Users\\A long name"},
+      {u"anna", u"C:\\Mounted\\x", u"C:\\Again\\x\\y", u"C:\\Mounted\\x"},
+      {u"anna", u"\\\\?\\C:\\Mounted\\x", u"C:\\Again\\x", u"\\\\?\\C:\\Mounted\\x"},
+      {u"Documents", u"C:\\Users\\jan\\Documents", u"D:\\P", u"C:\\Users\\jan"},
+      {u"jan", u"C:\\Users\\jan\\Documents", u"D:\\P", u"C:\\Users\\jan\\Documents"},
+      {u"Documents", u"D:\\Way\\jan\\Documents", u"D:\\P", u"C:\\Users\\jan"},
+  };
+  const Items anna = AllOf(u"C:\\Users\\anna"), jan = AllOf(u"C:\\Users\\jan");
+  for (const Case& one : cases) {
+    SCOPED_TRACE(Utf8(one.user + u" " + one.profile + u" " + one.location));
+    AddProfile(sid, one.profile);
+    ExpectRefused(Move(one.user, one.location), {u"#ERROR: The folder " + one.other +
+                                                 u" holds another User Profile. Browse to a different location."});
+    ExpectSame(AllOf(u"C:\\Users\\anna"), anna);
+    ExpectSame(AllOf(u"C:\\Users\\jan"), jan);
+    EXPECT_FALSE(Exists(u"D:\\P") || Exists(u"C:\\Users\\anna.mount"));
+  }
+  AddProfile(sid, u"\\\\?\\C:\\Users\\A long name");
+  ExpectRefused(Move(u"A long name", u"D:\\P"), {u"#ERROR:Invalid path : \\\\?\\C:\\Users\\A long name"});
+}
+
+// Loading it would change the file that it leads to, and the user says where that is.
+TEST_F(ProfileRules, AHiveThatIsALinkIsNotTouched) {
+  const std::u16string hive = u"C:\\Users\\anna\\NTUSER.DAT", wallpaper = u"C:\\Users\\anna\\x.jpg";
+  Wallpaper(u"C:\\Users\\jan", wallpaper);
+  win32::SetFileAttributesW(hive.c_str(), win32::FILE_ATTRIBUTE_NORMAL);
+  ASSERT_TRUE(win32::MoveFileW(hive.c_str(), u"C:\\Users\\anna\\saved.dat"));
+  for (const bool isFolder : {true, false}) {
+    if (isFolder)
+      MakeFolder(hive);
+    else
+      ASSERT_TRUE(CreateSymbolicLinkEntry(hive.c_str(), u"C:\\Users\\jan\\NTUSER.DAT", 1));
+    UserProfile profile;
+    ASSERT_EQ(GetUserProfile(u"anna", profile), 1);
+    EXPECT_EQ(profile.hiveState, kHiveMissing);
+    profile.hiveState = kHiveNotLoaded;  // it has become one since
+    EXPECT_EQ(RewriteWallpaper(profile, u"C:\\Users\\anna", u"D:\\P\\anna"), 0);
+    ASSERT_TRUE(!isFolder || win32::RemoveDirectoryW(hive.c_str()));
+  }
+  EXPECT_EQ(Move(u"anna", u"D:\\P").exitCode, 0);
+  EXPECT_EQ(Wallpaper(u"C:\\Users\\jan"), wallpaper);
+}
+
+// Under its other name, the file would be open to everybody for good.
+TEST_F(ProfileRules, AClosedFileWithSeveralNamesStays) {
+  const std::u16string vault = u"C:\\Users\\anna\\vault", mine = vault + u"\\mine.txt", other = u"C:\\Kept\\other.txt";
+  MakeFolder(vault);
+  MakeFile(mine, "mine");
+  MakeFolder(u"C:\\Kept");
+  ASSERT_TRUE(win32::CreateHardLinkW(other.c_str(), mine.c_str(), nullptr));
+  for (const auto* closed : {u"C:\\Users\\anna\\vault\\mine.txt", u"C:\\Users\\anna\\vault"}) {
+    SCOPED_TRACE(Utf8(closed));
+    const FolderDescriptor open = ReadDescriptor(closed);
+    test::SetSecurity(closed, u"O:" + test::kSidOfAnna + u"D:P(A;OICI;FA;;;" + test::kSidOfAnna + u")");
+    const Items before = AllOf(u"C:\\Users\\anna");
+    const std::u16string outside = Security(other);
+    ExpectRefused(Move(u"anna", u"D:\\P"),
+                  {u"#ERROR: The file " + mine +
+                       u" has several names (hard links), and administrators may not read it. Let them read it, or "
+                       u"remove its other names, and try again.",
+                   u"#ERROR: Unable to get list of files for path = C:\\Users\\anna."});
+    ExpectSame(AllOf(u"C:\\Users\\anna"), before);
+    EXPECT_EQ(Security(other), outside);
+    ASSERT_TRUE(WriteDescriptor(closed, open));
+  }
+  EXPECT_EQ(Move(u"anna", u"D:\\P").exitCode, 0);
+}
+
 TEST_F(ProfileRules, WhatCouldNotFollowIsAskedBeforeTheMove) {
   const Items before = AllOf(u"C:\\Users\\anna");
   MakeFile(u"D:\\list.txt", "list");
@@ -145,6 +230,9 @@ TEST_F(ProfileRules, WhatCouldNotFollowIsAskedBeforeTheMove) {
   EXPECT_EQ(test::Contents(u"D:\\list.txt"), "list");
   ASSERT_EQ(Run({u"/RedirectFile", u"D:\\list.txt", u"/loc:C:\\Users\\anna", u"/d"}).exitCode, 0);
   EXPECT_FALSE(Exists(u"D:\\P"));
+  // Read from the registry, it would be another folder.
+  ExpectRefused(Move(u"anna", u"D:\\%TEMP%"), {u"#ERROR: Unable to update user profile path in registry."});
+  EXPECT_FALSE(Exists(u"D:\\%TEMP%"));
   Items now = AllOf(u"C:\\Users\\anna");
   ExpectSame(now, before);
 }

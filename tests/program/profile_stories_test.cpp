@@ -79,7 +79,9 @@ TEST_F(Profile, OfEveryKindOfNameMoves) {
     SCOPED_TRACE(Utf8(one.user));
     if (one.sid != test::kSidOfJan) {
       MakeFolder(one.folder);
-      machine->registry().SetText(test::kProfileList + u"\\" + one.sid, u"ProfileImagePath", one.folder, win32::REG_SZ);
+      const std::u16string path = one.sid == maria ? u"%SystemDrive%" + one.folder.substr(2) : one.folder;
+      machine->registry().SetText(test::kProfileList + u"\\" + one.sid, u"ProfileImagePath", path,
+                                  one.sid == maria ? win32::REG_EXPAND_SZ : win32::REG_SZ);
     }
     MakeFile(one.folder + u"\\mine.txt", "mine");
     const RunResult there = Move(one.user, one.location);
@@ -95,7 +97,8 @@ TEST_F(Profile, OfEveryKindOfNameMoves) {
     ASSERT_EQ(back.exitCode, 0) << Utf8(back.log);
     EXPECT_EQ(test::Contents(one.folder + u"\\mine.txt"), "mine");
     const auto value = machine->registry().Query(test::kProfileList + u"\\" + one.sid, u"ProfileImagePath");
-    EXPECT_EQ(value->type, one.sid == test::kSidOfJan ? win32::REG_EXPAND_SZ : win32::REG_SZ);
+    EXPECT_EQ(value->type, one.sid == berg ? win32::REG_SZ : win32::REG_EXPAND_SZ);
+    EXPECT_EQ(value->Text(), one.folder) << "as Windows writes it: without variables";
   }
   EXPECT_EQ(Run({u"/RedirectUP"}).said, u"");
   EXPECT_EQ(AllRecords(), Pairs{});

@@ -146,6 +146,14 @@ class SharedProfilesTest : public ::testing::Test {
     }
     return lines;
   }
+  // What is noted of profiles that are redirected, each with its name.
+  static constexpr const char16_t* kNotes = u"HKLM\\SOFTWARE\\WOW6432Node\\Velmora\\Quillbay\\ProfileRedirection";
+  std::vector<std::u16string> Notes() {
+    std::vector<std::u16string> names;
+    for (const char16_t* name : {u"NewProfiles", u"Default", u"Public"})
+      if (machine->registry().Query(kNotes, name)) names.emplace_back(name);
+    return names;
+  }
   bool ServiceRuns() { return machine->services().State(u"QuillbayService") == win32::SERVICE_RUNNING; }
 
   std::unique_ptr<emulated::Machine> machine;

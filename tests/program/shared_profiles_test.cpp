@@ -13,8 +13,8 @@
 namespace {
 
 using emulated::Utf8;
-using test::Contents, test::Exists, test::MakeFile, test::MakeFolder, test::RunProgram, test::RunResult, test::Share,
-    test::Shares;
+using test::Contents, test::Exists, test::MakeFile, test::MakeFolder, test::RunProgram, test::RunResult,
+    test::SetSecurity, test::Share, test::Shares;
 
 const std::u16string kPlace = u"D:\\Profiles";
 
@@ -41,8 +41,11 @@ TEST_F(SharedProfilesCommands, GoAndComeBack) {
   EXPECT_TRUE(Redirect(u"DefaultProfile", kPlace + u"\\Public\\x").Logged(u" lies in the profile "));
   ASSERT_EQ(Redirect(u"DefaultProfile", kPlace).exitCode, 0);
   EXPECT_EQ(FilesOf(kPlace + u"\\Default"), ofDefault);
+  machine->Advance(60000);
+  const std::string documents = test::Describe(kPlace + u"\\Public\\Documents");
   ASSERT_EQ(BringBack(u"PublicProfile").exitCode, 0);
   EXPECT_EQ(FilesOf(kPublic), ofPublic);
+  EXPECT_EQ(test::Describe(kPublic + u"\\Documents"), documents);
   EXPECT_FALSE(Exists(kPlace + u"\\Public"));
   EXPECT_EQ(Shares(), shares);
   run = BringBack(u"PublicProfile");
@@ -73,6 +76,76 @@ TEST_F(SharedProfilesCommands, GoAndComeBack) {
   EXPECT_TRUE(
       run.Logged(u"#INFO: The folder D:\\Profiles\\Default is not there any more. Nothing comes back from it."));
   EXPECT_EQ(FilesOf(kDefault), ofDefault);
+}
+
+// A name in Public may belong to a file elsewhere, which whoever made the name may not write.
+TEST_F(SharedProfilesCommands, WriteIntoNoFileOfSeveralNames) {
+  const std::u16string documents = kPublic + u"\\Documents\\", copies = kPlace + u"\\Public\\Documents\\";
+  const std::u16string open = u"O:BAG:BAD:PAI(A;;FA;;;SY)(A;;FA;;;BA)(A;;FA;;;BU)";
+  for (const bool withSecurity : {true, false}) {
+    SCOPED_TRACE(withSecurity);
+    Restart();
+    MakeFolder(u"C:\\Closed");
+    MakeFile(u"C:\\Closed\\secret.txt", "the machine's");
+    SetSecurity(u"C:\\Closed\\secret.txt", u"O:SYG:SYD:PAI(A;;FA;;;SY)(A;;FA;;;BA)");
+    MakeFile(u"C:\\Closed\\fixed.txt", "fixed", win32::FILE_ATTRIBUTE_READONLY);
+    MakeFile(documents + u"one.txt", "two names");
+    MakeFile(documents + u"guarded.txt", "guarded");
+    MakeFile(documents + std::u16string(200, u'n') + u".txt", "a long name");
+    SetSecurity(documents + u"guarded.txt", u"O:BAG:BAD:PAI(A;;FA;;;SY)(A;;FA;;;BA)");
+    for (const auto& [name, file] : {std::pair{u"bait.txt", u"C:\\Closed\\secret.txt"},
+                                     {u"fixed link.txt", u"C:\\Closed\\fixed.txt"},
+                                     {u"other.txt", u"C:\\Users\\Public\\Documents\\one.txt"}})
+      ASSERT_TRUE(win32::CreateHardLinkW((documents + name).c_str(), file, nullptr));
+    const test::Tree closed = test::DescribeTree(u"C:\\Closed");
+    const std::u16string secret = test::Security(u"C:\\Closed\\secret.txt");
+    const auto entries = [&] {  // who may do what, without how that came to be
+      const std::u16string security = test::Security(documents + u"guarded.txt");
+      return security.substr(security.find(u'('));
+    };
+    const std::u16string guarded = entries();
+    const Files old = FilesOf(kPublic);
+
+    const std::u16string flag = withSecurity ? u"/NTFS" : u"/-NTFS";
+    ASSERT_EQ(RunProgram(*machine, {u"/RedirectUP", u"/PublicProfile", u"/loc:" + kPlace, flag}).exitCode, 0);
+    SetSecurity(copies + u"bait.txt", open);
+    MakeFile(copies + u"bait.txt", "the user's");
+    MakeFile(copies + u"one.txt", "edited");
+    machine->gate.FailCall("RegSetValueExW", 1, win32::ERROR_ACCESS_DENIED);
+    EXPECT_EQ(BringBack(u"PublicProfile").exitCode, 1);
+    machine->gate.ClearFailures();
+    EXPECT_EQ(FilesOf(kPublic), old) << "the old folder is as it was";
+    const RunResult run = RunProgram(*machine, {u"/RedirectUPDefault", u"/PublicProfile", flag});
+    ASSERT_EQ(run.exitCode, 0) << Utf8(run.log);
+    EXPECT_EQ(test::Security(u"C:\\Closed\\secret.txt"), secret);
+    EXPECT_EQ(test::Contents(u"C:\\Closed\\secret.txt"), "the machine's");
+    EXPECT_EQ(test::DescribeTree(u"C:\\Closed"), closed);
+    EXPECT_EQ(entries(), guarded);
+    Files expected = old;
+    expected[u"\\Documents\\bait.txt"] = "the user's";
+    expected[u"\\Documents\\one.txt"] = "edited";
+    // Its other name would lose the read-only mark with this one.
+    expected[u"\\Documents\\fixed link (old).txt"] = "fixed";
+    EXPECT_EQ(FilesOf(kPublic), expected);
+  }
+}
+
+TEST_F(SharedProfilesCommands, ComeBackFromADriveOnlyWhenItIsThere) {
+  Restart({.extraDrives = 1});
+  ASSERT_EQ(Redirect(u"PublicProfile", u"E:\\Profiles").exitCode, 0);
+  MakeFile(u"E:\\Profiles\\Public\\added.txt", "added");
+  std::u16string volume;
+  for (const auto& mounted : machine->volumes)
+    if (mounted->letter == u'E') volume = mounted->guidName;
+  ASSERT_TRUE(win32::DeleteVolumeMountPointW(u"E:\\"));
+  const Values values = ProfileValues();
+  const RunResult run = BringBack(u"PublicProfile");
+  EXPECT_EQ(run.exitCode, 1);
+  EXPECT_TRUE(run.Logged(u"#ERROR: The volume with the folder E:\\Profiles\\Public is not there. Connect it"));
+  EXPECT_EQ(ProfileValues(), values);
+  ASSERT_TRUE(win32::SetVolumeMountPointW(u"E:\\", volume.c_str()));
+  ASSERT_EQ(BringBack(u"PublicProfile").exitCode, 0);
+  EXPECT_EQ(Contents(kPublic + u"\\added.txt"), "added");
 }
 
 TEST_F(SharedProfilesCommands, DoNotGoToAnOldKeelroomOnWindows10) {
@@ -227,8 +300,17 @@ class SharedProfilesEveryCall : public test::SharedProfilesTest {
                                   u"Newly created user profile location at D:\\Profiles "
                                   u"has been removed."})
         EXPECT_TRUE(result.exitCode == 0 || !result.Said(success)) << when;
-      EXPECT_EQ(FilesOf(FolderOf(u"Default")), ofDefault) << when;
-      EXPECT_EQ(FilesOf(FolderOf(u"Public")), ofPublic) << when;
+      for (const auto& [name, files] : {std::pair{u"Default", &ofDefault}, {u"Public", &ofPublic}}) {
+        Files found = FilesOf(FolderOf(name));
+        if (result.Logged(u"#INFO: The former file "))
+          std::erase_if(found, [](const auto& file) { return file.first.find(u" (old)") != std::u16string::npos; });
+        EXPECT_EQ(found, *files) << when;
+        // Whatever happens, what leads home is noted.
+        const bool isAway = !FolderOf(name).starts_with(u"C:\\Users");
+        EXPECT_TRUE(!isAway || machine->registry().Query(kNotes, name)) << when;
+      }
+      EXPECT_TRUE(FolderOf(u"ProfilesDirectory") == u"C:\\Users" || machine->registry().Query(kNotes, u"NewProfiles"))
+          << when;
       EXPECT_TRUE(result.exitCode == 0 || !result.log.empty()) << when;
       const bool left =
           goesOut == (result.exitCode == 1) && (Exists(kPlace + u"\\Default") || Exists(kPlace + u"\\Public"));
@@ -257,6 +339,14 @@ TEST_F(SharedProfilesEveryCall, OfRemovingAutomaticRedirection) {
 }
 TEST_F(SharedProfilesEveryCall, OfRedirectingTheDefaultProfile) {
   FailEach([&] { return Redirect(u"DefaultProfile", kPlace); });
+}
+TEST_F(SharedProfilesEveryCall, OfRedirectingThePublicProfile) {
+  FailEach([&] { return Redirect(u"PublicProfile", kPlace); });
+}
+TEST_F(SharedProfilesEveryCall, OfBringingTheDefaultProfileBack) {
+  ASSERT_EQ(Redirect(u"DefaultProfile", kPlace).exitCode, 0);
+  goesOut = false;
+  FailEach([&] { return BringBack(u"DefaultProfile"); });
 }
 TEST_F(SharedProfilesEveryCall, OfBringingThePublicProfileBack) {
   ASSERT_EQ(Redirect(u"PublicProfile", kPlace).exitCode, 0);

@@ -178,16 +178,36 @@ TEST_F(CommandLineTest, RefusesCombinationsThatMakeNoSense) {
 }
 
 TEST_F(CommandLineTest, MediaSharingRestsDuringProfileOperations) {
+  test::UseProgramModule(*machine);
   machine->services().Install(u"WMPNetworkSvc", u"C:\\Program Files\\Velmora\\Quillbay\\QuillbayService.exe",
                               win32::SERVICE_DEMAND_START);
-  std::vector<win32::DWORD> states;
-  machine->onSleep = [&](std::uint64_t) { states.push_back(machine->services().State(u"WMPNetworkSvc")); };
-  RunProgram(*machine, {u"/RedirectUPDefault", u"/PublicProfile"});
-  EXPECT_TRUE(states.empty());  // it did not run
+  const auto state = [&] { return machine->services().State(u"WMPNetworkSvc"); };
+  const std::initializer_list<std::u16string> commands[] = {
+      {u"/RedirectUP", u"/PublicProfile", u"/loc:D:\\Profiles"},
+      {u"/RedirectUPDefault", u"/PublicProfile"},
+      {u"/AutoRedirectUP", u"/loc:D:\\Profiles", u"/RedirectDefaultAndPublicProfile"},
+      {u"/AutoRedirectUP", u"/d"}};
+  for (const bool runs : {true, false}) {
+    const win32::DWORD before = runs ? win32::SERVICE_RUNNING : win32::SERVICE_STOPPED;
+    machine->services().SetState(u"WMPNetworkSvc", before);
+    for (const auto& command : commands) {
+      int copied = 0, disturbed = 0;
+      machine->gate.Observe([&](std::string_view call, std::uint64_t) {
+        if (call != "BackupWrite") return;
+        ++copied;
+        if (state() != win32::SERVICE_STOPPED) ++disturbed;
+      });
+      EXPECT_EQ(RunProgram(*machine, command).exitCode, 0);
+      machine->gate.Observe({});
+      EXPECT_GT(copied, 0);
+      EXPECT_EQ(disturbed, 0);
+      EXPECT_EQ(state(), before);
+    }
+  }
+  // A command that is refused starts it again, too.
   machine->services().SetState(u"WMPNetworkSvc", win32::SERVICE_RUNNING);
-  RunProgram(*machine, {u"/RedirectUPDefault", u"/PublicProfile"});
-  EXPECT_EQ(states, (std::vector<win32::DWORD>{win32::SERVICE_STOPPED, win32::SERVICE_RUNNING}));
-  EXPECT_EQ(machine->services().State(u"WMPNetworkSvc"), win32::SERVICE_RUNNING);
+  EXPECT_EQ(RunProgram(*machine, {u"/RedirectUPDefault", u"/PublicProfile"}).exitCode, 1);
+  EXPECT_EQ(state(), win32::SERVICE_RUNNING);
 }
 
 }  // namespace

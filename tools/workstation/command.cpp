@@ -57,6 +57,11 @@ void FailWith(std::string_view what, std::uint32_t error) {
 }
 
 void OnMachine(const std::filesystem::path& folder, bool save, const std::function<void(emulated::Machine&)>& work) {
+  OnStation(folder, save, [&](emulated::Workstation& station) { work(station.machine()); });
+}
+
+void OnStation(const std::filesystem::path& folder, bool save,
+               const std::function<void(emulated::Workstation&)>& work) {
   std::string error;
   const auto station = emulated::Workstation::Open(folder, error);
   if (!station) throw Failure(error);
@@ -66,8 +71,8 @@ void OnMachine(const std::filesystem::path& folder, bool save, const std::functi
   for (const auto* const privilege :
        {u"SeBackupPrivilege", u"SeRestorePrivilege", u"SeSecurityPrivilege", u"SeTakeOwnershipPrivilege"})
     machine.process.token->EnablePrivilege(privilege, true);
-  work(machine);
-  if (save && !station->Save(error)) throw Failure(error);
+  work(*station);
+  if (!(save ? station->Save(error) : station->SaveState(error))) throw Failure(error);
 }
 
 std::uint64_t ParseSize(const std::string& text) {

@@ -10,6 +10,7 @@
 #include <string_view>
 #include <vector>
 
+#include "win32/emulated/registry/hive.h"
 #include "win32/emulated/workstation.h"
 
 namespace workstation {
@@ -37,16 +38,25 @@ const std::vector<Command>& Commands();
 // Runs `work` on the booted machine; with `save` what it changed is put down when it returns.
 void OnMachine(const std::filesystem::path& folder, bool save, const std::function<void(emulated::Machine&)>& work);
 
+// The same with the folder's state at hand: what `work` changes in it is put down as well, also without `save`, which
+// is about the images.
+void OnStation(const std::filesystem::path& folder, bool save, const std::function<void(emulated::Workstation&)>& work);
+
 // "64M", "2G", "512K" or bytes.
 std::uint64_t ParseSize(const std::string& text);
 // "C", "C:" or "C:\\" -> 'C'.
 char ParseLetter(const std::string& text);
 
-// "anna", "CORP\\maria" in its two parts; false for what no account can be called.
-bool SplitAccountName(const std::string& text, std::string& domain, std::string& name);
+// "anna", "CORP\\maria" in its two parts. Fails for what no account, or no folder of one, can be called.
+struct AccountName {
+  std::string domain, name;
+};
+AccountName ParseAccountName(const std::string& text);
+// Fails for the names of accounts, groups and folders that every Windows has.
+void RefuseNameOfWindows(const std::string& name);
 // The account of a domain, made in `state` when it is new. Each domain has a SID of its own.
-emulated::DomainAccount DomainAccountFor(emulated::WorkstationState& state, const std::string& domain,
-                                         const std::string& name);
+emulated::DomainAccount DomainAccountFor(emulated::WorkstationState& state, const AccountName& account,
+                                         const emulated::UpCase& upCase);
 
 // The commands, by file.
 void Create(const std::filesystem::path&, const Arguments&);

@@ -70,18 +70,24 @@ struct Plan {
 
 // A profile of this machine's account, or of a domain's. The first one has a wallpaper of its own.
 void PlanProfile(const std::string& user, Plan& plan) {
-  std::string domain, name;
-  if (!SplitAccountName(user, domain, name)) throw Failure("\"" + user + "\" is not a user's name");
+  const emulated::UpCase upCase;
+  const AccountName account = ParseAccountName(user);
+  RefuseNameOfWindows(account.name);
   auto& profiles = plan.facts.profiles;
   emulated::ProfileFacts profile{
-      Utf16(name), std::u16string(emulated::kMachineSid) + u"-" + Utf16(std::to_string(1000 + profiles.size())),
+      Utf16(account.name), std::u16string(emulated::kMachineSid) + u"-" + Utf16(std::to_string(1000 + profiles.size())),
       profiles.size() == 1};
-  if (!domain.empty()) profile.sid = emulated::SidToText(DomainAccountFor(plan.state, domain, name).sid);
-  const bool taken = std::any_of(profiles.begin(), profiles.end(), [&](const emulated::ProfileFacts& other) {
-    return emulated::EqualAsciiNoCase(other.name, profile.name);
-  });
-  if (taken && domain.empty()) throw Failure("\"" + user + "\": there is such a profile already");
-  if (taken) profile.name += u"." + Utf16(domain);
+  const std::u16string computer = upCase(plan.facts.computerName);
+  const bool isLocal = account.domain.empty() || upCase(Utf16(account.domain)) == computer;
+  if (isLocal && upCase(profile.name) == computer) throw Failure("\"" + user + "\" is the machine's own name");
+  if (!isLocal) profile.sid = emulated::SidToText(DomainAccountFor(plan.state, account, upCase).sid);
+  const auto taken = [&] {
+    return std::any_of(profiles.begin(), profiles.end(), [&](const emulated::ProfileFacts& other) {
+      return upCase(other.name) == upCase(profile.name) || other.sid == profile.sid;
+    });
+  };
+  if (taken() && !isLocal) profile.name += u"." + Utf16(account.domain);
+  if (taken()) throw Failure("\"" + user + "\": there is such a profile already");
   profiles.push_back(std::move(profile));
 }
 
@@ -203,7 +209,8 @@ void Create(const fs::path& folder, const Arguments& arguments) {
 }
 
 void Info(const fs::path& folder, const Arguments&) {
-  OnMachine(folder, false, [&](emulated::Machine& machine) {
+  OnStation(folder, false, [](emulated::Workstation& station) {
+    emulated::Machine& machine = station.machine();
     std::printf("Windows %u.%u.%u, OEM code page %u\n", machine.majorVersion, machine.minorVersion, machine.buildNumber,
                 machine.oemCodePage);
     for (const auto& mounted : machine.volumes)
@@ -213,13 +220,11 @@ void Info(const fs::path& folder, const Arguments&) {
                   Utf8(mounted->volume->Label()).c_str(),
                   static_cast<unsigned long long>(mounted->volume->TotalBytes()),
                   static_cast<unsigned long long>(mounted->volume->FreeBytes()), mounted->frozen ? ", frozen" : "");
+    const emulated::WorkstationState& state = station.state();
+    std::printf("Programs run for %s, account %s\n",
+                state.user.empty() ? "the built-in administrator" : state.user.c_str(), state.account.c_str());
+    for (const std::string& session : state.sessions) std::printf("Logged on as well: %s\n", session.c_str());
   });
-  emulated::WorkstationState state;
-  std::string error;
-  if (!emulated::Workstation::ReadState(folder, state, error)) throw Failure(error);
-  std::printf("Programs run for %s, account %s\n",
-              state.user.empty() ? "the built-in administrator" : state.user.c_str(), state.account.c_str());
-  for (const std::string& session : state.sessions) std::printf("Logged on as well: %s\n", session.c_str());
 }
 
 void Import(const fs::path& folder, const Arguments& arguments) { AddImage(folder, arguments, false); }
@@ -261,16 +266,16 @@ void Restart(const fs::path& folder, const Arguments&) {
 }
 
 void Logon(const fs::path& folder, const Arguments& arguments) {
-  emulated::WorkstationState state;
-  std::string error;
-  if (!emulated::Workstation::ReadState(folder, state, error)) throw Failure(error);
   if (arguments[0] != "administrator" && arguments[0] != "filtered" && arguments[0] != "user")
     throw Failure("\"" + arguments[0] + "\" is not a kind of account: administrator, filtered or user");
-  state.account = arguments[0];
-  state.user = arguments.size() > 1 ? arguments[1] : "";
-  if (!state.user.empty() && emulated::SidFromText(Utf16(state.user)).empty())
-    throw Failure("\"" + state.user + "\" is not a SID");
-  if (!emulated::Workstation::WriteState(folder, state, error)) throw Failure(error);
+  const std::string user = arguments.size() > 1 ? arguments[1] : "";
+  if (!user.empty() && emulated::SidFromText(Utf16(user)).empty()) throw Failure("\"" + user + "\" is not a SID");
+  std::string error;
+  const auto change = [&](emulated::WorkstationState& state) {
+    state.account = arguments[0];
+    state.user = user;
+  };
+  if (!emulated::Workstation::ChangeState(folder, change, error)) throw Failure(error);
 }
 
 }  // namespace workstation

@@ -22,19 +22,8 @@ using emulated::Utf8;
 namespace {
 
 constexpr win32::DWORD kFirstUser = 1001;
+constexpr win32::DWORD kBadDatabase = 1009;  // ERROR_BADDB
 constexpr int kUser = static_cast<int>(win32::SID_NAME_USE::SidTypeUser);
-
-emulated::WorkstationState ReadState(const fs::path& folder) {
-  emulated::WorkstationState state;
-  std::string error;
-  if (!emulated::Workstation::ReadState(folder, state, error)) throw Failure(error);
-  return state;
-}
-
-void WriteState(const fs::path& folder, const emulated::WorkstationState& state) {
-  std::string error;
-  if (!emulated::Workstation::WriteState(folder, state, error)) throw Failure(error);
-}
 
 win32::DWORD RidOf(const Sid& sid) { return emulated::LoadLittleEndian<std::uint32_t>(sid, sid.size() - 4); }
 
@@ -64,11 +53,28 @@ void ListProfiles(emulated::Machine& machine) {
   }
 }
 
+// What a path may not have, and a name neither.
+constexpr std::string_view kNotInNames = "\"/\\[]:;|=,+*?<>@";
+constexpr std::size_t kLongestName = 20;
+
+// A file of this name cannot be made: "CON", "com1.txt".
+bool IsDeviceName(std::string_view name) {
+  std::u16string base = emulated::LowerAscii(Utf16(name.substr(0, name.find('.'))));
+  base.resize(base.find_last_not_of(u' ') + 1);
+  for (const auto* const device : {u"con", u"prn", u"aux", u"nul", u"conin$", u"conout$"})
+    if (base == device) return true;
+  const bool isPort = base.starts_with(u"com") || base.starts_with(u"lpt");
+  return isPort && base.size() == 4 && base[3] >= u'1' && base[3] <= u'9';
+}
+
 // An account of this machine, made when there is none of that name.
 Account LocalAccountFor(emulated::Machine& machine, const std::string& name) {
-  const auto known = emulated::FindAccount(machine, std::u16string_view(Utf16(name)));
-  if (known && known->use == kUser) return *known;
-  if (known) throw Failure("\"" + name + "\" is the name of something else");
+  const auto known = emulated::FindAccount(machine, emulated::ComputerName(machine) + u"\\" + Utf16(name));
+  if (known) return *known;
+  RefuseNameOfWindows(name);
+  const emulated::UpCase& upCase = machine.registry().upCase();
+  if (upCase(Utf16(name)) == upCase(emulated::ComputerName(machine)))
+    throw Failure("\"" + name + "\" is the machine's own name");
   win32::DWORD rid = kFirstUser;
   for (const emulated::LocalAccount& account : emulated::LocalAccounts(machine)) rid = std::max(rid, account.rid + 1);
   if (!emulated::AddLocalAccount(machine, Utf16(name), rid))
@@ -83,63 +89,89 @@ std::string SidOfUser(emulated::Machine& machine, const std::string& user) {
   return Utf8(emulated::SidToText(account->sid));
 }
 
-}  // namespace
-
-bool SplitAccountName(const std::string& text, std::string& domain, std::string& name) {
-  const std::size_t cut = text.find('\\');
-  domain = cut == text.npos ? "" : text.substr(0, cut);
-  name = cut == text.npos ? text : text.substr(cut + 1);
-  const bool isDomain = cut == text.npos || (!domain.empty() && domain.find(' ') == domain.npos);
-  return isDomain && !name.empty() && name.find_first_of("\"/\\[]:;|=,+*?<>@") == name.npos;
+[[noreturn]] void FailFirstLogon(const std::string& user, win32::DWORD error) {
+  if (error == win32::ERROR_FILE_NOT_FOUND) throw Failure(user + ": the default profile has no NTUSER.DAT");
+  if (error == kBadDatabase) throw Failure(user + ": the default profile's NTUSER.DAT is damaged or dirty");
+  FailWith(user, error);
 }
 
-emulated::DomainAccount DomainAccountFor(emulated::WorkstationState& state, const std::string& domain,
-                                         const std::string& name) {
-  const std::u16string domainName = Utf16(domain), accountName = Utf16(name);
-  Sid domainSid = DomainSidFor(domainName);
+}  // namespace
+
+AccountName ParseAccountName(const std::string& text) {
+  const std::size_t cut = text.find('\\');
+  AccountName account{cut == text.npos ? "" : text.substr(0, cut), cut == text.npos ? text : text.substr(cut + 1)};
+  const std::string& name = account.name;
+  const auto isControl = [](unsigned char byte) { return byte < 0x20; };
+  if ((cut != text.npos && (account.domain.empty() || account.domain.find(' ') != text.npos)) || name.empty() ||
+      name.find_first_of(kNotInNames) != name.npos || std::any_of(name.begin(), name.end(), isControl) ||
+      name.front() == ' ' || name.back() == ' ' || name.back() == '.')
+    throw Failure("\"" + text + "\" is not a user's name");
+  if (Utf16(name).size() > kLongestName)
+    throw Failure("\"" + text + "\": a user's name has " + std::to_string(kLongestName) + " characters at most");
+  if (!account.domain.empty() && emulated::IsNameOfTheSystem(Utf16(account.domain)))
+    throw Failure("\"" + text + "\": Windows' own \"" + account.domain + "\" has no users");
+  if (IsDeviceName(name)) throw Failure("\"" + text + "\": no folder can have the name of a device");
+  return account;
+}
+
+void RefuseNameOfWindows(const std::string& name) {
+  const std::u16string text = Utf16(name);
+  constexpr std::u16string_view kNames[] = {u"Public",        u"Default",      u"Default User",  u"All Users",
+                                            u"desktop.ini",   u"Guest",        u"Administrator", u"DefaultAccount",
+                                            u"systemprofile", u"LocalService", u"NetworkService"};
+  const bool isFolder = std::any_of(std::begin(kNames), std::end(kNames),
+                                    [&](std::u16string_view known) { return emulated::EqualAsciiNoCase(known, text); });
+  if (isFolder || emulated::IsNameOfTheSystem(text))
+    throw Failure("\"" + name + "\" is a name of Windows' own; no user can have it here");
+}
+
+emulated::DomainAccount DomainAccountFor(emulated::WorkstationState& state, const AccountName& account,
+                                         const emulated::UpCase& upCase) {
+  const std::u16string domain = Utf16(account.domain), name = Utf16(account.name);
+  Sid domainSid = DomainSidFor(domain);
   win32::DWORD rid = kFirstUser + 100;
-  for (const emulated::DomainAccount& account : state.domainAccounts) {
-    if (!emulated::EqualAsciiNoCase(account.domain, domainName)) continue;
-    if (emulated::EqualAsciiNoCase(account.name, accountName)) return account;
-    domainSid = emulated::DomainOf(account.sid);
-    rid = std::max(rid, RidOf(account.sid) + 1);
+  for (const emulated::DomainAccount& known : state.domainAccounts) {
+    if (upCase(known.domain) != upCase(domain)) continue;
+    if (upCase(known.name) == upCase(name)) return known;
+    domainSid = emulated::DomainOf(known.sid);
+    rid = std::max(rid, RidOf(known.sid) + 1);
   }
-  return state.domainAccounts.emplace_back(emulated::DomainAccount{
-      domainName, emulated::LowerAscii(domainName) + u".example", accountName, emulated::WithRid(domainSid, rid)});
+  return state.domainAccounts.emplace_back(emulated::DomainAccount{domain, emulated::LowerAscii(domain) + u".example",
+                                                                   name, emulated::WithRid(domainSid, rid)});
 }
 
 void Profile(const fs::path& folder, const Arguments& arguments) {
   if (arguments[0] == "list" && arguments.size() == 1) return OnMachine(folder, false, ListProfiles);
-  std::string domain, name;
   if (arguments[0] != "add" || arguments.size() != 2) throw Failure("profile takes list, or add NAME");
-  if (!SplitAccountName(arguments[1], domain, name)) throw Failure("\"" + arguments[1] + "\" is not a user's name");
-  emulated::WorkstationState state = ReadState(folder);
-  OnMachine(folder, true, [&](emulated::Machine& machine) {
-    Account account;
-    if (domain.empty() || emulated::EqualAsciiNoCase(Utf16(domain), emulated::ComputerName(machine))) {
-      account = LocalAccountFor(machine, name);
+  const std::string& user = arguments[1];
+  const AccountName wanted = ParseAccountName(user);
+  Account account;
+  std::u16string made;
+  OnStation(folder, true, [&](emulated::Workstation& station) {
+    emulated::Machine& machine = station.machine();
+    const emulated::UpCase& upCase = machine.registry().upCase();
+    if (wanted.domain.empty() || upCase(Utf16(wanted.domain)) == upCase(emulated::ComputerName(machine))) {
+      account = LocalAccountFor(machine, wanted.name);
     } else {
-      const emulated::DomainAccount known = DomainAccountFor(state, domain, name);
+      const emulated::DomainAccount known = DomainAccountFor(station.state(), wanted, upCase);
       account = {known.domain, known.name, known.sid, kUser};
     }
-    std::u16string made;
-    if (const win32::DWORD error = emulated::CreateUserProfile(machine, account, made)) FailWith(arguments[1], error);
-    std::printf("%s %s\n", Utf8(emulated::SidToText(account.sid)).c_str(), Utf8(made).c_str());
+    if (emulated::IsDisabled(machine, account.sid)) throw Failure(user + ": the account is disabled");
+    if (const win32::DWORD error = emulated::CreateUserProfile(machine, account, made)) FailFirstLogon(user, error);
   });
-  WriteState(folder, state);
+  std::printf("%s %s\n", Utf8(emulated::SidToText(account.sid)).c_str(), Utf8(made).c_str());
 }
 
 void Session(const fs::path& folder, const Arguments& arguments) {
   if (arguments[0] != "begin" && arguments[0] != "end") throw Failure("session takes begin USER or end USER");
-  std::string sid;
-  OnMachine(folder, false, [&](emulated::Machine& machine) { sid = SidOfUser(machine, arguments[1]); });
-  emulated::WorkstationState state = ReadState(folder);
-  if (arguments[0] == "begin") {
-    state.sessions.insert(sid);
-  } else if (state.sessions.erase(sid) == 0) {
-    throw Failure("\"" + arguments[1] + "\" has no session");
-  }
-  WriteState(folder, state);
+  OnStation(folder, false, [&](emulated::Workstation& station) {
+    const std::string sid = SidOfUser(station.machine(), arguments[1]);
+    if (arguments[0] == "begin") {
+      station.state().sessions.insert(sid);
+    } else if (station.state().sessions.erase(sid) == 0) {
+      throw Failure("\"" + arguments[1] + "\" has no session");
+    }
+  });
 }
 
 }  // namespace workstation

@@ -38,6 +38,19 @@ std::string DomainAccountLine(const DomainAccount& account) {
          Utf8(account.name);
 }
 
+std::string StateText(const WorkstationState& state) {
+  std::string text;
+  const auto line = [&text](std::string_view key, const std::string& value) {
+    text.append(key).append(" ").append(value).append("\n");
+  };
+  for (const std::string& image : state.frozen) line("frozen", image);
+  if (!state.user.empty()) line("user", state.user);
+  line("account", state.account);
+  for (const std::string& session : state.sessions) line("session", session);
+  for (const DomainAccount& account : state.domainAccounts) line("domain-account", DomainAccountLine(account));
+  return text;
+}
+
 }  // namespace
 
 std::vector<std::string> Workstation::Images(const fs::path& folder) {
@@ -78,12 +91,7 @@ bool Workstation::WriteState(const fs::path& folder, const WorkstationState& sta
   const fs::path next = folder / "state.new";
   {
     std::ofstream file(next, std::ios::trunc);
-    for (const std::string& image : state.frozen) file << "frozen " << image << '\n';
-    if (!state.user.empty()) file << "user " << state.user << '\n';
-    file << "account " << state.account << '\n';
-    for (const std::string& session : state.sessions) file << "session " << session << '\n';
-    for (const DomainAccount& account : state.domainAccounts)
-      file << "domain-account " << DomainAccountLine(account) << '\n';
+    file << StateText(state);
     if (!file.flush()) {
       error = next.string() + ": cannot be written";
       return false;
@@ -107,15 +115,16 @@ std::unique_ptr<Workstation> Workstation::OpenUnbooted(const fs::path& folder, s
     error = (folder / "C.ntfs").string() + ": missing (the image of the system volume)";
     return nullptr;
   }
-  if (!ReadState(folder, station->state_, error)) return nullptr;
+  station->images_ = ImageSet::Open(folder, error);
+  if (!station->images_ || !ReadState(folder, station->state_, error)) return nullptr;
+  station->folder_ = folder;
+  station->savedState_ = StateText(station->state_);
   for (const std::string& image : station->state_.frozen) {
     if (std::find(names.begin(), names.end(), image) == names.end()) {
       error = (folder / image).string() + ": missing (the folder's state says that it is frozen)";
       return nullptr;
     }
   }
-  station->images_ = ImageSet::Open(folder, error);
-  if (!station->images_) return nullptr;
   station->machine_ = std::make_unique<Machine>();
   Machine& machine = *station->machine_;
   machine.process.token = TokenFor(station->state_, machine.process.token->user);
@@ -148,42 +157,55 @@ std::unique_ptr<Workstation> Workstation::Open(const fs::path& folder, std::stri
 
 bool Workstation::Save(std::string& error) {
   machine_->objects.CloseAll(machine_->process.id);
-  return machine_->Flush(error) && images_->Commit(error);
+  return machine_->Flush(error) && SaveState(error) && images_->Commit(error);
+}
+
+bool Workstation::SaveState(std::string& error) {
+  const std::string text = StateText(state_);
+  if (text == savedState_) return true;
+  if (!WriteState(folder_, state_, error)) return false;
+  savedState_ = text;
+  return true;
+}
+
+bool Workstation::ChangeState(const fs::path& folder, const std::function<void(WorkstationState&)>& change,
+                              std::string& error) {
+  WorkstationState state;
+  const auto locked = ImageSet::Open(folder, error);
+  if (!locked || !ReadState(folder, state, error)) return false;
+  change(state);
+  return WriteState(folder, state, error);
 }
 
 bool Workstation::Freeze(const fs::path& folder, const std::string& image, std::string& error) {
-  WorkstationState state;
   std::error_code failed;
   if (!fs::exists(folder / image, failed)) {
     error = (folder / image).string() + ": missing";
     return false;
   }
-  if (!ReadState(folder, state, error)) return false;
-  state.frozen.insert(image);
-  return WriteState(folder, state, error);
+  return ChangeState(
+      folder, [&](WorkstationState& state) { state.frozen.insert(image); }, error);
 }
 
 bool Workstation::Thaw(const fs::path& folder, const std::string& image, std::string& error) {
   WorkstationState state;
-  if (!ReadState(folder, state, error)) return false;
   const auto images = ImageSet::Open(folder, error);
-  if (!images || !images->DropFrozen(image, error)) return false;
+  if (!images || !ReadState(folder, state, error) || !images->DropFrozen(image, error)) return false;
   state.frozen.erase(image);
   return WriteState(folder, state, error);
 }
 
 bool Workstation::Restart(const fs::path& folder, std::string& error) {
-  WorkstationState state;
-  if (!ReadState(folder, state, error)) return false;
   {
+    WorkstationState state;
     const auto images = ImageSet::Open(folder, error);
-    if (!images) return false;
+    if (!images || !ReadState(folder, state, error)) return false;
     for (const std::string& image : state.frozen)
       if (!images->DropFrozen(image, error)) return false;
-  }
-  if (!state.sessions.empty()) {
-    state.sessions.clear();
-    if (!WriteState(folder, state, error)) return false;
+    if (!state.sessions.empty()) {
+      state.sessions.clear();
+      if (!WriteState(folder, state, error)) return false;
+    }
   }
   const auto station = Open(folder, error);
   return station && station->Save(error);

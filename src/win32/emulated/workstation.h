@@ -8,6 +8,7 @@
 #pragma once
 
 #include <filesystem>
+#include <functional>
 #include <memory>
 #include <set>
 #include <string>
@@ -33,15 +34,24 @@ class Workstation {
   static std::unique_ptr<Workstation> OpenUnbooted(const std::filesystem::path& folder, std::string& error);
 
   Machine& machine() { return *machine_; }
-  const WorkstationState& state() const { return state_; }
-  // The running program ends (its handles are closed) and everything it changed is put down, all images together.
+  // What was changed in it is put down by the next save.
+  WorkstationState& state() { return state_; }
+  // The running program ends (its handles are closed) and everything it changed is put down: the state, when it
+  // changed, then all images together. When a save ends between the two, accounts of domains are known that nothing on
+  // the images belongs to yet, and the same change can be made again.
   bool Save(std::string& error);
+  // The state alone; what changed on the images is dropped.
+  bool SaveState(std::string& error);
 
-  // Work on a folder that is not open. Freezing keeps what is on the image; thawing and restarting forget what was
-  // written to frozen images since. A restart ends all sessions.
+  // Work on a folder that is not open; it is locked meanwhile. Freezing keeps what is on the image; thawing and
+  // restarting forget what was written to frozen images since. A restart ends all sessions.
   static bool Freeze(const std::filesystem::path& folder, const std::string& image, std::string& error);
   static bool Thaw(const std::filesystem::path& folder, const std::string& image, std::string& error);
   static bool Restart(const std::filesystem::path& folder, std::string& error);
+  // Reads the state, has it changed and writes it. When `change` throws nothing is written.
+  static bool ChangeState(const std::filesystem::path& folder, const std::function<void(WorkstationState&)>& change,
+                          std::string& error);
+  // For a folder that nobody else works on.
   static bool ReadState(const std::filesystem::path& folder, WorkstationState& state, std::string& error);
   static bool WriteState(const std::filesystem::path& folder, const WorkstationState& state, std::string& error);
   // The images of the folder by name, the system volume first.
@@ -49,7 +59,9 @@ class Workstation {
 
  private:
   Workstation() = default;
+  std::filesystem::path folder_;
   WorkstationState state_;
+  std::string savedState_;  // the text of the state as the folder has it
   std::unique_ptr<ImageSet> images_;
   std::unique_ptr<Machine> machine_;  // after images_: its volumes flush into them
 };

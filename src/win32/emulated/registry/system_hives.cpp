@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <map>
 
-#include "win32/emulated/security/access.h"
+#include "win32/emulated/security/token.h"
 #include "win32/emulated/text.h"
 
 namespace emulated {
@@ -179,20 +179,6 @@ void FillSoftware(Registry& registry, const InstallationFacts& facts) {
   registry.CreateKey(u"HKLM\\SOFTWARE\\Policies");
 }
 
-// The folders of a profile, by the names that the shell's keys have for them.
-struct ShellFolder {
-  std::u16string_view name, folder;
-};
-constexpr ShellFolder kShellFolders[] = {{u"AppData", u"AppData\\Roaming"},
-                                         {u"Desktop", u"Desktop"},
-                                         {u"Favorites", u"Favorites"},
-                                         {u"Local AppData", u"AppData\\Local"},
-                                         {u"My Music", u"Music"},
-                                         {u"My Pictures", u"Pictures"},
-                                         {u"My Video", u"Videos"},
-                                         {u"Personal", u"Documents"},
-                                         {u"{374DE290-123F-4565-9164-39C4925E467B}", u"Downloads"}};
-
 }  // namespace
 
 void RecordProfile(Registry& registry, std::u16string_view sid, std::u16string_view folder, DWORD flags) {
@@ -210,42 +196,6 @@ void FillSystemHives(Registry& registry, const InstallationFacts& facts) {
            {{u"TEMP", u"%USERPROFILE%\\AppData\\Local\\Temp", REG_EXPAND_SZ},
             {u"TMP", u"%USERPROFILE%\\AppData\\Local\\Temp", REG_EXPAND_SZ}});
   registry.CreateKey(u"HKU\\.DEFAULT\\Software");
-}
-
-Bytes UserHive(std::u16string_view home, FileTime now, std::u16string_view sid, std::u16string_view wallpaper) {
-  std::u16string sddl = u"O:BAG:SYD:PAI(A;CI;KA;;;SY)(A;CI;KA;;;BA)(A;CI;KR;;;RC)";
-  if (!sid.empty()) sddl += u"(A;CI;KA;;;" + std::u16string(sid) + u")";
-  const auto descriptor = DescriptorFromText(sddl);
-  const auto security = descriptor ? std::make_shared<const Bytes>(*descriptor) : MachineHiveSecurity();
-  const auto inherited = std::make_shared<const Bytes>(
-      NewObjectDescriptor(*MakeSystemToken(), ByteView(*security), std::nullopt, true, kKeyMapping));
-  const auto hive = NewHive(u"ROOT", security, std::make_shared<const UpCase>(), now);
-  const auto key = [&](std::initializer_list<std::u16string_view> path) {
-    std::shared_ptr<HiveKey> at = hive->root;
-    for (const std::u16string_view name : path) {
-      auto child = at->Child((*hive->upCase)(name));
-      at = child ? child : hive->AddKey(*at, name, inherited, false, now);
-    }
-    return at;
-  };
-  const auto set = [](HiveKey& to, std::u16string_view name, std::u16string_view text, DWORD type) {
-    to.values.push_back({std::u16string(name), type, RegistryText(text)});
-  };
-  const auto desktop = key({u"Control Panel", u"Desktop"});
-  set(*desktop, u"WallPaper", wallpaper.empty() ? kWindowsWallpaper : wallpaper, win32::REG_SZ);
-  set(*desktop, u"WallpaperStyle", u"10", win32::REG_SZ);
-  set(*desktop, u"TileWallpaper", u"0", win32::REG_SZ);
-  const auto environment = key({u"Environment"});
-  for (const auto* const name : {u"TEMP", u"TMP"})
-    set(*environment, name, u"%USERPROFILE%\\AppData\\Local\\Temp", REG_EXPAND_SZ);
-  const auto shell = key({u"Software", u"Microsoft", u"Windows", u"CurrentVersion", u"Explorer", u"Shell Folders"});
-  const auto userShell =
-      key({u"Software", u"Microsoft", u"Windows", u"CurrentVersion", u"Explorer", u"User Shell Folders"});
-  for (const ShellFolder& folder : kShellFolders) {
-    set(*shell, folder.name, std::u16string(home) + u"\\" + std::u16string(folder.folder), win32::REG_SZ);
-    set(*userShell, folder.name, u"%USERPROFILE%\\" + std::u16string(folder.folder), REG_EXPAND_SZ);
-  }
-  return WriteHive(*hive, now);
 }
 
 }  // namespace emulated

@@ -16,13 +16,4 @@ inline constexpr std::u16string_view kProfileList =
     u"HKLM\\SOFTWARE\\Microsoft\\Windows NT\\CurrentVersion\\ProfileList";
 void RecordProfile(Registry& registry, std::u16string_view sid, std::u16string_view folder, win32::DWORD flags);
 
-// A user's NTUSER.DAT; `home` is his profile folder (u"C:\\Users\\anna"). His SID gives him full access to it; without
-// one (the default profile) only the system and the administrators have it. His desktop shows the file `wallpaper`, or
-// Windows' own.
-Bytes UserHive(std::u16string_view home, FileTime now, std::u16string_view sid = {},
-               std::u16string_view wallpaper = {});
-
-// Windows' own wallpaper.
-inline constexpr std::u16string_view kWindowsWallpaper = u"C:\\Windows\\Web\\Wallpaper\\Windows\\img0.jpg";
-
 }  // namespace emulated

@@ -92,17 +92,44 @@ Bytes UserVariableData(std::u16string_view name) {
   return data;
 }
 
-// A user's value F: of its 80 bytes, the number and the flags of a normal account whose password does not expire.
-Bytes UserFixedData(DWORD rid) {
-  constexpr std::size_t kSize = 80, kRid = 0x30, kGroup = 0x34, kFlags = 0x38;
-  constexpr DWORD kUsersGroup = 513, kNormalAccount = 0x10, kPasswordStays = 0x200;
+constexpr std::size_t kFlagsOfUser = 0x38;  // in a user's value F
+
+// A user's value F: of its 80 bytes, the number and the flags.
+Bytes UserFixedData(DWORD rid, DWORD flags) {
+  constexpr std::size_t kSize = 80, kRid = 0x30, kGroup = 0x34;
+  constexpr DWORD kUsersGroup = 513, kGuestsGroup = 514, kGuest = 501;
   Bytes data(kSize);
   data[0] = 2;  // the format
   StoreLittleEndian(data, kRid, rid);
-  StoreLittleEndian(data, kGroup, kUsersGroup);
-  StoreLittleEndian(data, kFlags, kNormalAccount | kPasswordStays);
+  StoreLittleEndian(data, kGroup, rid == kGuest ? kGuestsGroup : kUsersGroup);
+  StoreLittleEndian(data, kFlagsOfUser, flags);
   return data;
 }
+
+// The groups that every machine has: their names, as those of users, with the number as the type of the default value.
+void MakeBuiltinDomain(Registry& registry) {
+  const std::u16string aliases = u"HKLM\\SAM\\SAM\\Domains\\Builtin\\Aliases";
+  for (const KnownAccount& known : kKnownAccounts) {
+    if (known.use != kAlias) continue;
+    const Sid sid = SidFromText(known.sid);
+    const auto rid = LoadLittleEndian<std::uint32_t>(sid, sid.size() - kSubAuthority);
+    registry.CreateKey(aliases + u"\\" + EightDigits(rid));
+    registry.Set(aliases + u"\\Names\\" + std::u16string(known.name), {}, rid, {});
+  }
+}
+
+// Names are told apart as those of files and keys are: in upper case, by the machine's table.
+class NameEquality {
+ public:
+  explicit NameEquality(Machine& machine) : upCase_(machine.registry().upCase()) {}
+  bool operator()(std::u16string_view a, std::u16string_view b) const {
+    return a.size() == b.size() && std::equal(a.begin(), a.end(), b.begin(),
+                                              [this](char16_t x, char16_t y) { return upCase_(x) == upCase_(y); });
+  }
+
+ private:
+  const UpCase& upCase_;
+};
 
 }  // namespace
 
@@ -145,6 +172,7 @@ void SetMachineSid(Machine& machine, ByteView sid) {
     registry.SetSecurity(u"HKLM\\SAM\\SAM", *security);
   registry.Set(kAccountDomain, u"V", win32::REG_BINARY, sid.last(kMachineIdentifier));
   registry.CreateKey(std::u16string(kAccountDomain) + u"\\Users\\Names");
+  MakeBuiltinDomain(registry);
 }
 
 std::vector<LocalAccount> LocalAccounts(Machine& machine) {
@@ -157,15 +185,23 @@ std::vector<LocalAccount> LocalAccounts(Machine& machine) {
   return accounts;
 }
 
-bool AddLocalAccount(Machine& machine, std::u16string_view name, DWORD rid) {
+bool AddLocalAccount(Machine& machine, std::u16string_view name, DWORD rid, DWORD flags) {
   Registry& registry = machine.registry();
   if (name.empty() || MachineSid(machine).empty() || registry.KeyExists(NameKey(name)) ||
       registry.KeyExists(UserKey(rid)))
     return false;
   registry.Set(NameKey(name), {}, rid, {});
-  registry.Set(UserKey(rid), u"F", win32::REG_BINARY, UserFixedData(rid));
+  registry.Set(UserKey(rid), u"F", win32::REG_BINARY, UserFixedData(rid, flags));
   registry.Set(UserKey(rid), u"V", win32::REG_BINARY, UserVariableData(name));
   return true;
+}
+
+bool IsDisabled(Machine& machine, ByteView account) {
+  if (account.size() < kSubAuthority || DomainOf(account) != MachineSid(machine)) return false;
+  const auto rid = LoadLittleEndian<std::uint32_t>(account, account.size() - kSubAuthority);
+  const auto data = machine.registry().Query(UserKey(rid), u"F");
+  return data && data->data.size() >= kFlagsOfUser + sizeof(DWORD) &&
+         (LoadLittleEndian<std::uint32_t>(data->data, kFlagsOfUser) & kAccountDisabled) != 0;
 }
 
 bool RemoveLocalAccount(Machine& machine, std::u16string_view name) {
@@ -175,7 +211,14 @@ bool RemoveLocalAccount(Machine& machine, std::u16string_view name) {
   return machine.registry().DeleteTree(NameKey(name));
 }
 
+bool IsNameOfTheSystem(std::u16string_view name) {
+  return std::any_of(std::begin(kKnownAccounts), std::end(kKnownAccounts), [&](const KnownAccount& known) {
+    return EqualAsciiNoCase(known.name, name) || EqualAsciiNoCase(known.domain, name);
+  });
+}
+
 std::optional<Account> FindAccount(Machine& machine, std::u16string_view name) {
+  const NameEquality equal(machine);
   std::u16string_view domain;
   bool qualified = false;
   if (const std::size_t cut = name.find(u'\\'); cut != name.npos) {
@@ -184,22 +227,20 @@ std::optional<Account> FindAccount(Machine& machine, std::u16string_view name) {
     qualified = true;
   } else if (const std::size_t at = name.rfind(u'@'); at != name.npos) {
     for (const DomainAccount& account : machine.domainAccounts)
-      if (EqualAsciiNoCase(account.dnsDomain, name.substr(at + 1)) &&
-          EqualAsciiNoCase(account.name, name.substr(0, at)))
+      if (equal(account.dnsDomain, name.substr(at + 1)) && equal(account.name, name.substr(0, at)))
         return InDomain(account);
   }
   const auto isIn = [&](const Account& account) {
-    if (!qualified || EqualAsciiNoCase(account.domain, domain)) return true;
+    if (!qualified || equal(account.domain, domain)) return true;
     return std::any_of(machine.domainAccounts.begin(), machine.domainAccounts.end(), [&](const DomainAccount& other) {
-      return EqualAsciiNoCase(other.dnsDomain, domain) && other.sid == account.sid;
+      return equal(other.dnsDomain, domain) && other.sid == account.sid;
     });
   };
   // No name at all is that of the built-in domain; a domain's own name means the domain.
   if (name.empty() && !qualified) name = u"BUILTIN";
   for (const Account& account : AllAccounts(machine)) {
     const bool isDomain = account.use == kDomain;
-    if (isDomain ? !qualified && EqualAsciiNoCase(account.domain, name)
-                 : EqualAsciiNoCase(account.name, name) && isIn(account))
+    if (isDomain ? !qualified && equal(account.domain, name) : equal(account.name, name) && isIn(account))
       return account;
   }
   return std::nullopt;
@@ -226,7 +267,7 @@ constexpr DWORD kServerUnavailable = 1722;  // RPC_S_SERVER_UNAVAILABLE
 bool IsThisSystem(Machine& machine, const char16_t* name) {
   if (!name || !*name) return true;
   const std::u16string_view plain = std::u16string_view(name).starts_with(u"\\\\") ? name + 2 : name;
-  return emulated::EqualAsciiNoCase(plain, emulated::ComputerName(machine));
+  return emulated::NameEquality(machine)(plain, emulated::ComputerName(machine));
 }
 
 // A buffer of the caller's for a text: `length` is its size in units, and afterwards what is in it, or what it needs.

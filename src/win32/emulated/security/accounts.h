@@ -21,6 +21,9 @@ struct Account {
 // The name that the machine started with; empty without a registry.
 std::u16string ComputerName(Machine& machine);
 
+// Whether an account or a domain of every Windows has this name: no user can have it.
+bool IsNameOfTheSystem(std::u16string_view name);
+
 // NAME, DOMAIN\NAME (the domain's short or its DNS name) or NAME@DNSDOMAIN, in any letter case.
 std::optional<Account> FindAccount(Machine& machine, std::u16string_view name);
 std::optional<Account> FindAccount(Machine& machine, ByteView sid);
@@ -35,8 +38,14 @@ struct LocalAccount {
   win32::DWORD rid = 0;
 };
 std::vector<LocalAccount> LocalAccounts(Machine& machine);
+// What the SAM says of an account.
+inline constexpr win32::DWORD kAccountDisabled = 0x1, kNoPasswordNeeded = 0x4, kNormalAccount = 0x10,
+                              kPasswordStays = 0x200;
 // False when the name or the number is taken, or there is no machine SID.
-bool AddLocalAccount(Machine& machine, std::u16string_view name, win32::DWORD rid);
+bool AddLocalAccount(Machine& machine, std::u16string_view name, win32::DWORD rid,
+                     win32::DWORD flags = kNormalAccount | kPasswordStays);
+// Whether nobody may log on as this account of the machine's own. False for any other SID.
+bool IsDisabled(Machine& machine, ByteView account);
 bool RemoveLocalAccount(Machine& machine, std::u16string_view name);
 
 // The SID's last number taken off, or put behind it.

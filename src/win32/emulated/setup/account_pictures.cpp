@@ -7,7 +7,6 @@ namespace emulated {
 namespace {
 
 constexpr unsigned kSides[] = {32, 40, 48, 96, 192, 200, 240, 448};
-constexpr std::u16string_view kFolder = u"\\Users\\Public\\AccountPictures";
 
 // Sizes in a JPEG file have their high byte first.
 void AppendSize(Bytes& to, std::size_t size) {
@@ -56,9 +55,11 @@ Bytes PictureFile(unsigned side) {
   return file;
 }
 
-void MakeAccountPictures(VolumeBuilder& build, Registry& registry, std::u16string_view sid) {
-  const std::u16string folder = std::u16string(kFolder) + u"\\" + std::u16string(sid);
-  build.Directory(folder, {}, win32::FILE_ATTRIBUTE_HIDDEN);
+void MakeAccountPictures(VolumeBuilder& build, const ProfilePlace& publicProfile, Registry& registry,
+                         std::u16string_view sid) {
+  const std::u16string folder = u"\\AccountPictures\\" + std::u16string(sid);
+  MakePicturesFolder(build, publicProfile);
+  build.Directory(publicProfile.inVolume + folder, {}, win32::FILE_ATTRIBUTE_HIDDEN);
   // One name for the set, which is another for each account.
   std::u16string digits(sid.substr(sid.rfind(u'-') + 1));
   digits.insert(0, digits.size() < 12 ? 12 - digits.size() : 0, u'0');
@@ -68,8 +69,8 @@ void MakeAccountPictures(VolumeBuilder& build, Registry& registry, std::u16strin
   for (const unsigned side : kSides) {
     const std::u16string size = Utf16(std::to_string(side));
     const std::u16string file = set + u"-Image" + size + u".jpg";
-    build.File(file, PictureFile(side));
-    registry.SetText(key, u"Image" + size, u"C:" + file);
+    build.File(publicProfile.inVolume + file, PictureFile(side));
+    registry.SetText(key, u"Image" + size, publicProfile.path + file);
   }
 }
 

@@ -4,6 +4,8 @@
 #include "win32/emulated/files/reparse.h"
 #include "win32/emulated/registry/registry.h"
 #include "win32/emulated/registry/system_hives.h"
+#include "win32/emulated/setup/account_pictures.h"
+#include "win32/emulated/setup/user_hive.h"
 #include "win32/emulated/setup/user_profile.h"
 #include "win32/emulated/text.h"
 
@@ -13,16 +15,27 @@ namespace {
 
 using win32::DWORD;
 
+constexpr DWORD kBadDatabase = 1009;  // ERROR_BADDB
 constexpr std::u16string_view kObjectPrefix = u"\\??\\";
 
 // A folder that the profile list names.
 DWORD FindProfileFolder(Machine& machine, std::u16string_view value, std::u16string& path, Location& location) {
   const auto text = machine.registry().Query(kProfileList, value);
-  if (!text) return win32::ERROR_FILE_NOT_FOUND;
+  if (!text) return win32::ERROR_PATH_NOT_FOUND;
   path = ExpandSystemVariables(machine.registry(), text->Text());
   while (!path.empty() && path.back() == u'\\') path.pop_back();
   if (const DWORD error = machine.files().Resolve(path, true, location)) return error;
   return location.file == 0 ? DWORD{win32::ERROR_PATH_NOT_FOUND} : DWORD{win32::ERROR_SUCCESS};
+}
+
+DWORD ReadWhole(Volume& volume, FileId file, Bytes& content) {
+  FileInfo info;
+  if (const DWORD error = volume.Stat(file, info)) return error;
+  content.resize(static_cast<std::size_t>(info.size));
+  std::size_t done = 0;
+  const DWORD error = volume.Read(file, {}, 0, content, done);
+  content.resize(done);
+  return error;
 }
 
 // Copies what is in one folder into another: data, attributes and links; owners and access come from the new place.
@@ -49,9 +62,8 @@ class ProfileCopy {
       return Folder(file, target);
     }
     if (StartsWithAsciiNoCase(name, u"ntuser.")) return win32::ERROR_SUCCESS;  // each user's own
-    Bytes content(static_cast<std::size_t>(info.size));
-    std::size_t done = 0;
-    if (const DWORD error = source_.Read(file, {}, 0, content, done)) return error;
+    Bytes content;
+    if (const DWORD error = ReadWhole(source_, file, content)) return error;
     build_.File(target, content, {}, info.attributes);
     return build_.error();
   }
@@ -92,29 +104,64 @@ std::u16string FreeName(Volume& volume, const std::u16string& directory, const A
   return name;
 }
 
+// The hive that the new user's settings begin as.
+DWORD ReadDefaultHive(Machine& machine, const std::u16string& defaultProfile, std::u16string_view home,
+                      std::u16string_view sid, Bytes& hive) {
+  Location location;
+  if (const DWORD error = machine.files().Resolve(defaultProfile + u"\\NTUSER.DAT", true, location)) return error;
+  if (location.file == 0) return win32::ERROR_FILE_NOT_FOUND;
+  Bytes content;
+  if (const DWORD error = ReadWhole(*location.volume->volume, location.file, content)) return error;
+  auto made = UserHiveFromDefault(content, machine.registry().upCase(), home, sid, machine.Now());
+  if (!made) return kBadDatabase;
+  hive = std::move(*made);
+  return win32::ERROR_SUCCESS;
+}
+
+std::u16string PathInVolume(Machine& machine, const Location& location) {
+  std::u16string path = machine.files().PathInVolume(*location.volume, location.file);
+  if (path == u"\\") path.clear();
+  return path;
+}
+
+// In the profile that all users share, wherever it is; where there is none, there are no pictures.
+DWORD MakePictures(Machine& machine, std::u16string_view sid) {
+  std::u16string path;
+  Location location;
+  if (FindProfileFolder(machine, u"Public", path, location) != 0) return win32::ERROR_SUCCESS;
+  VolumeBuilder build(*location.volume->volume, machine.Now());
+  MakeAccountPictures(build, {PathInVolume(machine, location), path}, machine.registry(), sid);
+  return build.error();
+}
+
 }  // namespace
 
 DWORD CreateUserProfile(Machine& machine, const Account& account, std::u16string& folder) {
   const std::u16string sid = SidToText(account.sid);
+  const WindowsVersion windows{machine.majorVersion, machine.minorVersion};
   if (machine.registry().KeyExists(std::u16string(kProfileList) + u"\\" + sid)) return win32::ERROR_ALREADY_EXISTS;
   std::u16string directory, source;
   Location parent, original;
   if (const DWORD error = FindProfileFolder(machine, u"ProfilesDirectory", directory, parent)) return error;
   if (const DWORD error = FindProfileFolder(machine, u"Default", source, original)) return error;
 
-  std::u16string inVolume = machine.files().PathInVolume(*parent.volume, parent.file);
-  if (inVolume == u"\\") inVolume.clear();
+  const std::u16string inVolume = PathInVolume(machine, parent);
   Volume& volume = *parent.volume->volume;
   const std::u16string name = FreeName(volume, inVolume, account);
   const ProfilePlace place{inVolume + u"\\" + name, directory + u"\\" + name};
+  Bytes hive;
+  if (const DWORD error = ReadDefaultHive(machine, source, place.path, sid, hive)) return error;
   VolumeBuilder build(volume, machine.Now());
   build.Directory(place.inVolume, ProfileDescriptor(sid));
   ProfileCopy copy(*original.volume->volume, source, place.path, build);
-  const DWORD copied = build.error() != 0 ? build.error() : copy.Folder(original.file, place.inVolume);
-  if (copied == 0)
-    MakeUserProfile(build, place, {machine.majorVersion, machine.minorVersion}, machine.Now(), sid, false);
+  DWORD error = build.error() != 0 ? build.error() : copy.Folder(original.file, place.inVolume);
+  if (error == 0) {
+    MakeUserProfile(build, place, windows, machine.Now(), sid, hive, false);
+    error = build.error();
+  }
+  if (error == 0 && windows.AtLeast(6, 2)) error = MakePictures(machine, sid);
   machine.files().ForgetPaths();
-  if (copied != 0 || build.error() != 0) return copied != 0 ? copied : build.error();
+  if (error != 0) return error;
   RecordProfile(machine.registry(), sid, place.path, 0);
   folder = place.path;
   return win32::ERROR_SUCCESS;

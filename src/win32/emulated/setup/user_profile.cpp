@@ -1,7 +1,7 @@
 #include "win32/emulated/setup/user_profile.h"
 
-#include "win32/emulated/registry/system_hives.h"
 #include "win32/emulated/setup/account_pictures.h"
+#include "win32/emulated/setup/user_hive.h"
 #include "win32/emulated/text.h"
 
 namespace emulated {
@@ -108,7 +108,10 @@ void MakeDesktopIni(VolumeBuilder& build, std::u16string_view folder, int name) 
              {}, kHiddenSystem);
 }
 
-constexpr int kFirstFolderName = 21769;  // the texts of shell32.dll that name these folders
+// The texts of shell32.dll that name these folders.
+constexpr int kFirstFolderName = 21769, kPicturesFolderName = 21777;
+
+constexpr std::u16string_view kClasses = u"AppData\\Local\\Microsoft\\Windows\\UsrClass.dat";
 
 }  // namespace
 
@@ -138,7 +141,7 @@ void MakeDefaultProfile(VolumeBuilder& build, const ProfilePlace& place, Windows
 }
 
 void MakeUserProfile(VolumeBuilder& build, const ProfilePlace& place, WindowsVersion windows, FileTime now,
-                     std::u16string_view sid, bool ownWallpaper) {
+                     std::u16string_view sid, ByteView hive, bool ownWallpaper) {
   MakeFolders(build, place, windows);
   build.Directory(Join(place.inVolume, u"AppData\\LocalLow"), {}, FILE_ATTRIBUTE_NOT_CONTENT_INDEXED);
   build.Directory(Join(place.inVolume, u"AppData\\Roaming\\Microsoft\\Windows\\Themes"));
@@ -152,12 +155,18 @@ void MakeUserProfile(VolumeBuilder& build, const ProfilePlace& place, WindowsVer
   constexpr unsigned kWidthOfScreen = 1024;
   if (ownWallpaper) build.File(place.inVolume + std::u16string(kOwnWallpaper), PictureFile(kWidthOfScreen));
 
-  const std::u16string wallpaper = ownWallpaper ? place.path + std::u16string(kOwnWallpaper) : std::u16string();
-  build.File(Join(place.inVolume, u"NTUSER.DAT"), UserHive(place.path, now, sid, wallpaper), {},
-             FILE_ATTRIBUTE_HIDDEN | FILE_ATTRIBUTE_NOT_CONTENT_INDEXED);
+  build.File(Join(place.inVolume, u"NTUSER.DAT"), hive, {}, FILE_ATTRIBUTE_HIDDEN | FILE_ATTRIBUTE_NOT_CONTENT_INDEXED);
+  build.File(Join(place.inVolume, kClasses), ClassesHive(sid, now), {}, kHiddenSystem);
   for (const auto* const log : {u"ntuser.dat.LOG1", u"ntuser.dat.LOG2"})
     build.File(Join(place.inVolume, log), {}, {}, kHiddenSystem);
   build.File(Join(place.inVolume, u"ntuser.ini"), IniText(u"[General]"), {}, kHiddenSystem);
+}
+
+void MakeServiceProfile(VolumeBuilder& build, const ProfilePlace& place, FileTime now, std::u16string_view sid) {
+  build.Directory(Join(place.inVolume, u"AppData"), {}, FILE_ATTRIBUTE_HIDDEN | FILE_ATTRIBUTE_NOT_CONTENT_INDEXED);
+  for (const auto* const folder : {u"AppData\\Local", u"AppData\\Local\\Temp", u"AppData\\Roaming"})
+    build.Directory(Join(place.inVolume, folder));
+  build.File(Join(place.inVolume, u"NTUSER.DAT"), UserHive(place.path, now, sid), {}, FILE_ATTRIBUTE_HIDDEN);
 }
 
 void MakePublicProfile(VolumeBuilder& build, const ProfilePlace& place, WindowsVersion windows) {
@@ -171,10 +180,13 @@ void MakePublicProfile(VolumeBuilder& build, const ProfilePlace& place, WindowsV
   MakeDesktopIni(build, place.inVolume, name++);
   for (const Link& link : kDocumentLinks)
     MakeSystemLink(build, Join(place.inVolume, link.name), Join(place.path, link.target));
-  if (!windows.AtLeast(6, 2)) return;
-  const std::u16string pictures = Join(place.inVolume, u"AccountPictures");
+  if (windows.AtLeast(6, 2)) MakePicturesFolder(build, place);
+}
+
+void MakePicturesFolder(VolumeBuilder& build, const ProfilePlace& publicProfile) {
+  const std::u16string pictures = Join(publicProfile.inVolume, u"AccountPictures");
   build.Directory(pictures, {}, FILE_ATTRIBUTE_HIDDEN | FILE_ATTRIBUTE_READONLY);
-  MakeDesktopIni(build, pictures, name);
+  MakeDesktopIni(build, pictures, kPicturesFolderName);
 }
 
 }  // namespace emulated

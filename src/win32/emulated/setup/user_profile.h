@@ -5,7 +5,6 @@
 #include <string_view>
 
 #include "win32/emulated/setup/volume_builder.h"
-#include "win32/emulated/setup/windows_installation.h"
 
 namespace emulated {
 
@@ -18,19 +17,26 @@ struct ProfilePlace {
 // The descriptor of a user's profile folder: he, the system and the administrators have all rights, nobody else any.
 std::u16string ProfileDescriptor(std::u16string_view sid);
 
-// Each makes what is missing of a profile below a folder that exists; what is there stays.
-// The profile that new ones are copied from. `windows` is the version as 10.0 in two numbers.
+// Two numbers, as in 10.0.
 struct WindowsVersion {
   win32::DWORD major = 10, minor = 0;
   bool AtLeast(win32::DWORD otherMajor, win32::DWORD otherMinor) const {
     return major > otherMajor || (major == otherMajor && minor >= otherMinor);
   }
 };
+
+// Each makes what is missing of a profile below a folder that exists; what is there stays.
+// The profile that new ones are copied from.
 void MakeDefaultProfile(VolumeBuilder& build, const ProfilePlace& place, WindowsVersion windows, FileTime now);
-// A user's, his hive included. With `ownWallpaper` his desktop shows a picture in his profile, else Windows' own.
+// A user's; `hive` is his NTUSER.DAT. With `ownWallpaper` the picture that it names is made, too.
 void MakeUserProfile(VolumeBuilder& build, const ProfilePlace& place, WindowsVersion windows, FileTime now,
-                     std::u16string_view sid, bool ownWallpaper);
+                     std::u16string_view sid, ByteView hive, bool ownWallpaper);
+// That of an account that services run for: no links, and nothing that the shell shows.
+void MakeServiceProfile(VolumeBuilder& build, const ProfilePlace& place, FileTime now, std::u16string_view sid);
 void MakePublicProfile(VolumeBuilder& build, const ProfilePlace& place, WindowsVersion windows);
+
+// The folder of account pictures in the Public profile, from Windows 8 on.
+void MakePicturesFolder(VolumeBuilder& build, const ProfilePlace& publicProfile);
 
 // A compatibility link, hidden, that nobody may list: one of the system's own, which lets everybody read its
 // attributes, or one in a user's profile, which inherits from there.

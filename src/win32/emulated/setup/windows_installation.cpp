@@ -4,6 +4,7 @@
 #include "win32/emulated/registry/system_hives.h"
 #include "win32/emulated/security/accounts.h"
 #include "win32/emulated/setup/account_pictures.h"
+#include "win32/emulated/setup/user_hive.h"
 #include "win32/emulated/setup/user_profile.h"
 #include "win32/emulated/setup/volume_builder.h"
 #include "win32/emulated/text.h"
@@ -73,18 +74,35 @@ void MakeProgramDataLinks(VolumeBuilder& build) {
   MakeSystemLink(build, u"\\ProgramData\\Templates", u"C:\\ProgramData\\Microsoft\\Windows\\Templates");
 }
 
+ProfilePlace PlaceOf(std::u16string_view name) {
+  const std::u16string folder = u"\\Users\\" + std::u16string(name);
+  return {folder, u"C:" + folder};
+}
+
+// Those of the accounts that services run for, where the profile list names them.
+void MakeServiceProfiles(VolumeBuilder& build, FileTime now) {
+  struct ServiceProfile {
+    std::u16string_view sid, folder;
+  };
+  constexpr ServiceProfile profiles[] = {{u"S-1-5-18", u"\\Windows\\System32\\config\\systemprofile"},
+                                         {u"S-1-5-19", u"\\Windows\\ServiceProfiles\\LocalService"},
+                                         {u"S-1-5-20", u"\\Windows\\ServiceProfiles\\NetworkService"}};
+  build.Directory(u"\\Windows\\ServiceProfiles");
+  for (const ServiceProfile& profile : profiles) {
+    const std::u16string folder(profile.folder);
+    build.Directory(folder, ProfileDescriptor(profile.sid));
+    MakeServiceProfile(build, {folder, u"C:" + folder}, now, profile.sid);
+  }
+}
+
 void MakeProfiles(VolumeBuilder& build, const InstallationFacts& facts, FileTime now) {
   const WindowsVersion windows{facts.majorVersion, facts.minorVersion};
-  const auto place = [](std::u16string_view name) {
-    const std::u16string folder = u"\\Users\\" + std::u16string(name);
-    return ProfilePlace{folder, u"C:" + folder};
-  };
   build.Directory(u"\\Users\\Default", {}, FILE_ATTRIBUTE_HIDDEN | FILE_ATTRIBUTE_READONLY);
-  MakeDefaultProfile(build, place(u"Default"), windows, now);
+  MakeDefaultProfile(build, PlaceOf(u"Default"), windows, now);
   build.Directory(u"\\Users\\Public",
                   u"O:BAG:SYD:PAI(A;OICI;FA;;;BA)(A;OICI;FA;;;SY)(A;OICI;0x1301bf;;;IU)(A;OICI;0x1301bf;;;SU)",
                   FILE_ATTRIBUTE_READONLY);
-  MakePublicProfile(build, place(u"Public"), windows);
+  MakePublicProfile(build, PlaceOf(u"Public"), windows);
   MakeSystemLink(build, u"\\Users\\Default User", u"C:\\Users\\Default");
   build.FolderLink(u"\\Users\\All Users", u"C:\\ProgramData", kEverybodyReads,
                    FILE_ATTRIBUTE_HIDDEN | FILE_ATTRIBUTE_SYSTEM);
@@ -96,9 +114,14 @@ void MakeProfiles(VolumeBuilder& build, const InstallationFacts& facts, FileTime
   constexpr unsigned kWidthOfScreen = 1024;
   build.File(kWindowsWallpaper.substr(2), PictureFile(kWidthOfScreen));
   for (const ProfileFacts& profile : facts.profiles) {
-    build.Directory(place(profile.name).inVolume, ProfileDescriptor(profile.sid));
-    MakeUserProfile(build, place(profile.name), windows, now, profile.sid, profile.ownWallpaper);
+    const ProfilePlace place = PlaceOf(profile.name);
+    build.Directory(place.inVolume, ProfileDescriptor(profile.sid));
+    const std::u16string wallpaper =
+        profile.ownWallpaper ? place.path + std::u16string(kOwnWallpaper) : std::u16string();
+    MakeUserProfile(build, place, windows, now, profile.sid, UserHive(place.path, now, profile.sid, wallpaper),
+                    profile.ownWallpaper);
   }
+  MakeServiceProfiles(build, now);
 }
 
 // The accounts of the machine in its SAM: those of the profiles, and the two that every machine has.
@@ -112,7 +135,7 @@ void MakeAccounts(Machine& machine, const InstallationFacts& facts) {
       AddLocalAccount(machine, profile.name, LoadLittleEndian<std::uint32_t>(sid, sid.size() - 4));
   }
   AddLocalAccount(machine, u"Administrator", kAdministrator);
-  AddLocalAccount(machine, u"Guest", kGuest);
+  AddLocalAccount(machine, u"Guest", kGuest, kAccountDisabled | kNoPasswordNeeded | kNormalAccount | kPasswordStays);
 }
 
 bool IsBuiltInAdministrator(const ProfileFacts& profile) { return profile.sid.ends_with(u"-500"); }
@@ -142,7 +165,8 @@ win32::DWORD InstallWindows(Machine& machine, const InstallationFacts& facts) {
     MakeAccounts(machine, facts);
     if (WindowsVersion{facts.majorVersion, facts.minorVersion}.AtLeast(6, 2))
       for (const ProfileFacts& profile : facts.profiles)
-        if (!IsBuiltInAdministrator(profile)) MakeAccountPictures(build, machine.registry(), profile.sid);
+        if (!IsBuiltInAdministrator(profile))
+          MakeAccountPictures(build, PlaceOf(u"Public"), machine.registry(), profile.sid);
     if (build.error() != 0) return build.error();
   }
   return machine.registry().Flush(error) ? 0 : win32::ERROR_FILE_CORRUPT;

@@ -1,0 +1,49 @@
+#include "profiles/real_path.h"
+
+#include "fsops/mounted_folder.h"
+#include "log/log.h"
+#include "redirect/folder_steps.h"
+#include "redirect/junction.h"
+#include "redirect/path_text.h"
+#include "validate/path_rules.h"
+
+bool IsOrdinaryPath(const std::u16string& path) {
+  for (const char16_t* const prefix : {u"\\\\?\\", u"\\\\.\\", u"\\??\\"})
+    if (path.starts_with(prefix)) {
+      Log(u"#ERROR:Invalid path : %ls", path);
+      return false;
+    }
+  return IsUsablePath(path);
+}
+
+std::u16string NearestFolder(std::u16string path) {
+  while (!path.empty() && !PathExists(FolderForm(path))) path = ParentPath(path);
+  return FolderForm(path);
+}
+
+namespace {
+
+// The path by what `find` says of its existing part.
+std::u16string Resolved(const std::u16string& path, int (*find)(const char16_t* path, std::u16string& target)) {
+  const bool onDrive = path.size() > 1 && path[1] == u':';
+  if (!onDrive && !IsVolumePath(path.c_str())) return path;
+  const std::u16string nearest = NearestFolder(path);
+  std::u16string real;
+  if (nearest.empty() || !find(nearest.c_str(), real)) return path;
+  const std::u16string rest = path.size() > nearest.size() ? path.substr(nearest.size()) : std::u16string();
+  return rest.empty() ? real : WithoutTrailingBackslash(real) + (rest.starts_with(u'\\') ? u"" : u"\\") + rest;
+}
+
+}  // namespace
+
+std::u16string RealPath(const std::u16string& path) { return Resolved(path, FindFinalTargetPath); }
+
+// By the names of volumes: one without a letter may be mounted on several folders.
+bool IsReallySameOrBelow(const std::u16string& path, const std::u16string& folder) {
+  return IsSameOrBelow(path, folder) ||
+         IsSameOrBelow(Resolved(path, FindFinalVolumePath), Resolved(folder, FindFinalVolumePath));
+}
+
+bool AreApart(const std::u16string& a, const std::u16string& b) {
+  return !IsReallySameOrBelow(a, b) && !IsReallySameOrBelow(b, a);
+}

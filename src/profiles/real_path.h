@@ -1,0 +1,21 @@
+// Where paths really lead: one folder can be named in many ways - by a junction above it, a short name, a second
+// folder that its volume is mounted on.
+#pragma once
+
+#include <string>
+
+// May a profile be there by the way that the path is written? False has its line in the log. The names of devices,
+// "\\?\C:" among them, would be other places than those that all the rules speak of.
+bool IsOrdinaryPath(const std::u16string& path);
+
+// The nearest folder of the path that exists, the path itself first; empty when there is none.
+std::u16string NearestFolder(std::u16string path);
+
+// The path by the names that its existing part really has. As it is when it does not begin with a drive or a volume's
+// name, and when Windows does not tell.
+std::u16string RealPath(const std::u16string& path);
+
+// IsSameOrBelow, by the paths as they are written or as they really are.
+bool IsReallySameOrBelow(const std::u16string& path, const std::u16string& folder);
+// Neither is the other, lies in it or holds it: by the paths as they are written and as they really are.
+bool AreApart(const std::u16string& a, const std::u16string& b);
