@@ -47,9 +47,9 @@ def new_profiles_are_where_they_were(world):
     config.matches("nothing of this is noted")
     on = ConfigFile(world, profile_status="1")
     on.put()
-    world.expect("on already", (AUTO, "/loc:C:\\Elsewhere"), world.strings[172], 1,
+    world.expect("on already", (AUTO, "/loc:C:\\Nowhere"), world.strings[172], 1,
                  ["#ERROR: New user profiles are created in ..."])
-    world.checks.equal("no folder was made for them", world.names("C:\\Elsewhere"), None)
+    world.checks.equal("no folder was made for them", world.names("C:\\Nowhere"), None)
     start_over(world)
 
 
