@@ -84,7 +84,10 @@ bool ProfileMove::IsNobodyElses() const {
   for (const UserProfile& other : others) {
     if (EqualPaths(other.sid, profile_.sid)) continue;
     const std::u16string folder = DriveForm(other.folder);
-    if (AreApart(place_.path(), folder) && AreApart(profile_.folder, folder)) continue;
+    // An entry without a hive, above this profile, is what is left of one.
+    const bool isLeftover = other.hiveState == kHiveMissing && !EqualPaths(folder, profile_.folder) &&
+                            IsReallySameOrBelow(profile_.folder, folder);
+    if (AreApart(place_.path(), folder) && (isLeftover || AreApart(profile_.folder, folder))) continue;
     Log(u"#ERROR: The folder %ls holds another User Profile. Browse to a different location.", other.folder);
     return false;
   }

@@ -132,6 +132,7 @@ bool SharedProfileReturn::CopyBack() {
 // write. So each is put out of the way first. Programs that knew the old folder may have gone on writing there: what is
 // newer than what comes back, or of another kind, is kept beside it.
 bool SharedProfileReturn::SetAside() {
+  const bool roomForBoth = HasRoomForBoth();
   for (const TreeEntry& entry : listing_.entries) {
     const std::u16string path = Below(entry.path, copy(), original());
     ItemFacts old, live;
@@ -147,9 +148,25 @@ bool SharedProfileReturn::SetAside() {
     const bool sameKind = !mounted && old.IsDirectory() == entry.IsDirectory() && old.IsLink() == entry.IsLink();
     if (sameKind && entry.IsDirectory()) continue;
     const bool isReplaced = sameKind && (entry.IsLink() || old.lastWrite <= live.lastWrite);
+    if (isReplaced && !roomForBoth && DropBeforehand(entry, path)) continue;
     if (!MoveAside(entry, {path, {}, old.attributes, old.reparseTag, isReplaced})) return false;
   }
   return true;
+}
+
+// For all that comes back beside all that it replaces.
+bool SharedProfileReturn::HasRoomForBoth() const {
+  win32::ULARGE_INTEGER available{}, total{}, free{};
+  return !win32::GetDiskFreeSpaceExW(original().c_str(), &available, &total, &free) ||
+         available.QuadPart > listing_.TotalSize();
+}
+
+// The copy holds what is live. An old file that is no newer goes before that comes, though a failure cannot bring it
+// back - but not one whose access rights its successor is to get.
+bool SharedProfileReturn::DropBeforehand(const TreeEntry& live, const std::u16string& old) const {
+  if (!IsPlainFile(live) || !carried_.ntfsPermissions) return false;
+  const std::optional<FileFacts> facts = FactsOf(old);
+  return facts && facts->names == 1 && DeleteEntry({old, live.attributes, 0, 0});
 }
 
 bool SharedProfileReturn::MoveAside(const TreeEntry& live, Aside old) {

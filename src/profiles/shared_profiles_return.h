@@ -43,6 +43,8 @@ class SharedProfileReturn {
   bool MakeRoot();
   bool FindCopy(bool& isThere) const;
   bool SetAside();
+  bool HasRoomForBoth() const;
+  bool DropBeforehand(const TreeEntry& live, const std::u16string& old) const;
   bool MoveAside(const TreeEntry& live, Aside old);
   bool UnmountSame(const std::u16string& path, const std::u16string& live, bool& unmounted);
   bool CarryDescriptors() const;

@@ -39,9 +39,11 @@ bool SaveOnce(const std::u16string& path, SavedSecurityMap& saved) {
 bool HasOneName(const TreeEntry& entry) {
   if (entry.IsDirectory()) return true;
   const std::optional<FileFacts> facts = FactsOf(entry.path, LastLink::Itself);
-  if (facts && facts->names > 1)
-    Log(u"#ERROR: The file %ls has several names (hard links), and administrators may not read it. Let them read it, "
-        u"or remove its other names, and try again.",
+  if (!facts)
+    LogWithSystemError(u"#ERROR: Unable to tell how many names the file %ls has. ", entry.path);
+  else if (facts->names > 1)
+    Log(u"#ERROR: The file %ls has several names (hard links), and administrators may not read it or a folder that it "
+        u"is in. Let them read both, or remove its other names, and try again.",
         entry.path);
   return facts && facts->names <= 1;
 }

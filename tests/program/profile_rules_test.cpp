@@ -169,6 +169,8 @@ TEST_F(ProfileRules, NoProfileMixesWithAnother) {
   }
   AddProfile(sid, u"\\\\?\\C:\\Users\\A long name");
   ExpectRefused(Move(u"A long name", u"D:\\P"), {u"#ERROR:Invalid path : \\\\?\\C:\\Users\\A long name"});
+  AddProfile(sid, u"C:\\Users");  // what is left of a profile, without a hive, hinders nobody
+  EXPECT_EQ(Move(u"anna", u"D:\\P").exitCode, 0);
 }
 
 // Loading it would change the file that it leads to, and the user says where that is.
@@ -208,8 +210,8 @@ TEST_F(ProfileRules, AClosedFileWithSeveralNamesStays) {
     const std::u16string outside = Security(other);
     ExpectRefused(Move(u"anna", u"D:\\P"),
                   {u"#ERROR: The file " + mine +
-                       u" has several names (hard links), and administrators may not read it. Let them read it, or "
-                       u"remove its other names, and try again.",
+                       u" has several names (hard links), and administrators may not read it or a folder "
+                       u"that it is in. Let them read both, or remove its other names, and try again.",
                    u"#ERROR: Unable to get list of files for path = C:\\Users\\anna."});
     ExpectSame(AllOf(u"C:\\Users\\anna"), before);
     EXPECT_EQ(Security(other), outside);

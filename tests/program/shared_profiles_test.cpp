@@ -148,6 +148,19 @@ TEST_F(SharedProfilesCommands, ComeBackFromADriveOnlyWhenItIsThere) {
   EXPECT_EQ(Contents(kPublic + u"\\added.txt"), "added");
 }
 
+TEST_F(SharedProfilesCommands, ComeBackWithoutRoomForOldAndNew) {
+  const std::string film(26 << 20, 'f');
+  MakeFile(kPublic + u"\\film.avi", film);
+  win32::ULARGE_INTEGER available{};
+  ASSERT_EQ(Redirect(u"PublicProfile", kPlace).exitCode, 0);
+  ASSERT_TRUE(win32::GetDiskFreeSpaceExW(u"C:\\", &available, nullptr, nullptr));
+  ASSERT_LT(available.QuadPart, film.size());
+  const RunResult run = BringBack(u"PublicProfile");
+  EXPECT_EQ(run.exitCode, 0) << Utf8(run.log);
+  EXPECT_TRUE(Contents(kPublic + u"\\film.avi") == film);
+  EXPECT_FALSE(Exists(kPlace + u"\\Public"));
+}
+
 TEST_F(SharedProfilesCommands, DoNotGoToAnOldKeelroomOnWindows10) {
   test::AddKeelroomVolume(*machine, u"Volume1", u"D:");
   for (const RunResult& run : {Redirect(u"DefaultProfile", kPlace), SetWithBoth(kPlace)}) {
