@@ -10,6 +10,7 @@ WINE = "/usr/lib/wine/wine64"
 WINESERVER = next((p for p in ("/usr/lib/wine/wineserver64", "/usr/lib/wine/wineserver", "/usr/bin/wineserver")
                    if os.path.exists(p)), "wineserver")
 PATIENCE = 20  # seconds for what Wine's service manager refuses for a moment
+TRIES = 4  # of a program of Wine's own
 
 
 class Result:
@@ -75,10 +76,14 @@ class Prefix:
     # Set-up through Wine's own tools; each must succeed, or the scenario would prove nothing.
 
     def tool(self, *command):
-        result = self.run(*command)
-        if result.code != 0:
-            raise RuntimeError(f"{' '.join(command)}: {result.code} {result.output!r}")
-        return result
+        """On a busy machine a program of Wine's own now and then ends with 1 and has done nothing. What these steps ask
+        for may be asked for again."""
+        for _ in range(TRIES):
+            result = self.run(*command)
+            if result.code == 0:
+                return result
+            time.sleep(0.5)
+        raise RuntimeError(f"{' '.join(command)}: {result.code} {result.output!r} {result.errors!r}")
 
     def set_value(self, key, name, text):
         self.tool("reg", "add", key, "/v", name, "/t", "REG_SZ", "/d", text, "/f")
@@ -115,11 +120,12 @@ class Prefix:
         deadline = time.monotonic() + PATIENCE
         while (result := self.run(*command)).code != 0:
             if time.monotonic() > deadline:
-                raise RuntimeError(f"{' '.join(command)}: {result.code} {result.output!r}")
+                raise RuntimeError(f"{' '.join(command)}: {result.code} {result.output!r} {result.errors!r}")
             time.sleep(0.2)
 
     def delete_key(self, key):
-        self.tool("reg", "delete", key, "/f")
+        if self.has_key(key):
+            self.tool("reg", "delete", key, "/f")
 
     def has_key(self, key):
         return self.run("reg", "query", key).code == 0
