@@ -5,6 +5,7 @@
 #include <optional>
 #include <utility>
 
+#include "log/log.h"
 #include "profiles/profile_folders.h"
 #include "profiles/registry_text.h"
 #include "profiles/user_accounts.h"
@@ -174,4 +175,15 @@ bool ReadUserProfiles(std::vector<UserProfile>& profiles) try {
   return true;
 } catch (const std::exception&) {
   return false;
+}
+
+bool ReadOtherProfiles(const UserProfile& profile, std::vector<UserProfile>& others) {
+  if (!ReadUserProfiles(others)) {
+    Log(u"#ERROR: Failed to obtain User Profile Information.");
+    return false;
+  }
+  std::erase_if(others, [&](const UserProfile& other) { return EqualPaths(other.sid, profile.sid); });
+  for (const ProfileFolder which : {ProfileFolder::Default, ProfileFolder::Public})
+    if (ProfileFolderValue shared; ReadProfileFolder(which, shared)) others.push_back({{}, shared.folder, {}});
+  return true;
 }

@@ -46,3 +46,7 @@ bool RestoreProfileImagePath(const std::u16string& sid, const ProfileImagePathVa
 // The profiles of people (no services, none that Windows has set aside), in the order of their SIDs. False when the
 // registry did not tell all of them.
 bool ReadUserProfiles(std::vector<UserProfile>& profiles);
+
+// Everybody else's profiles, Default and Public (without a SID) among them. False (logged) when the registry did not
+// tell all of those of people.
+bool ReadOtherProfiles(const UserProfile& profile, std::vector<UserProfile>& others);

@@ -75,14 +75,8 @@ bool ProfileMove::IsAllowed() const {
 // Two profiles in one folder would overwrite each other, and one that holds another would take it along.
 bool ProfileMove::IsNobodyElses() const {
   std::vector<UserProfile> others;
-  if (!ReadUserProfiles(others)) {
-    Log(u"#ERROR: Failed to obtain User Profile Information.");
-    return false;
-  }
-  for (const ProfileFolder which : {ProfileFolder::Default, ProfileFolder::Public})
-    if (ProfileFolderValue shared; ReadProfileFolder(which, shared)) others.push_back({{}, shared.folder, {}});
+  if (!ReadOtherProfiles(profile_, others)) return false;
   for (const UserProfile& other : others) {
-    if (EqualPaths(other.sid, profile_.sid)) continue;
     const std::u16string folder = DriveForm(other.folder);
     // An entry without a hive, above this profile, is what is left of one.
     const bool isLeftover = other.hiveState == kHiveMissing && !EqualPaths(folder, profile_.folder) &&

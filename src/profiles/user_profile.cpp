@@ -119,14 +119,9 @@ bool IsAloneOnItsVolume(const UserProfile& profile) {
   std::u16string volume;
   if (!IsVolumeMountPoint(profile.folder.c_str(), &volume)) return true;
   std::vector<UserProfile> others;
-  if (!ReadUserProfiles(others)) {
-    Log(u"#ERROR: Failed to obtain User Profile Information.");
-    return false;
-  }
-  for (const ProfileFolder which : {ProfileFolder::Default, ProfileFolder::Public})
-    if (ProfileFolderValue shared; ReadProfileFolder(which, shared)) others.push_back({{}, shared.folder, {}});
+  if (!ReadOtherProfiles(profile, others)) return false;
   for (const UserProfile& other : others) {
-    if (EqualPaths(other.sid, profile.sid) || !PathExists(other.folder)) continue;
+    if (!PathExists(other.folder)) continue;
     const std::u16string holder = VolumeThatHolds(other.folder);
     if (!holder.empty() && !EqualPaths(holder, volume)) continue;
     Log(u"#ERROR: The volume of the User Profile %ls holds another User Profile: %ls. Move that one first.",
