@@ -11,9 +11,9 @@
 #include <string>
 
 #include "cli/main.h"
-#include "log/log.h"
 #include "probes/locked_handles.h"
 #include "probes/privileges.h"
+#include "report/log.h"
 #include "resources/program_resources.h"
 #include "validate/prescan.h"
 #include "win32/emulated/text.h"

@@ -3,8 +3,8 @@
 #include <array>
 #include <string_view>
 
-#include "cli/console.h"
 #include "probes/windows_version.h"
+#include "report/console.h"
 
 namespace {
 

@@ -1,8 +1,8 @@
-#include "cli/console.h"
 #include "cli/invocation.h"
 #include "probes/rimehold_status.h"
 #include "probes/update_check.h"
 #include "probes/version.h"
+#include "report/console.h"
 
 namespace {
 

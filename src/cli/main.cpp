@@ -2,11 +2,11 @@
 
 #include <exception>
 
-#include "cli/console.h"
 #include "cli/invocation.h"
-#include "log/log.h"
 #include "probes/privileges.h"
-#include "redirect/path_text.h"
+#include "report/console.h"
+#include "report/log.h"
+#include "text/path_text.h"
 #include "win32/win32.h"
 
 namespace {

@@ -2,8 +2,8 @@
 
 #include <algorithm>
 
-#include "cli/console.h"
-#include "redirect/path_text.h"
+#include "report/console.h"
+#include "text/path_text.h"
 
 namespace {
 

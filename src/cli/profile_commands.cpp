@@ -2,16 +2,16 @@
 
 #include <algorithm>
 
-#include "cli/console.h"
 #include "cli/invocation.h"
-#include "cli/media_sharing.h"
-#include "fsops/mounted_folder.h"
-#include "log/log.h"
+#include "links/mounted_folder.h"
+#include "probes/media_sharing.h"
 #include "profiles/automatic.h"
 #include "profiles/profile_listing.h"
 #include "profiles/shared_profiles.h"
 #include "profiles/user_profile.h"
-#include "redirect/path_text.h"
+#include "report/console.h"
+#include "report/log.h"
+#include "text/path_text.h"
 #include "win32/system.h"
 
 namespace {

@@ -2,11 +2,11 @@
 
 #include <initializer_list>
 
-#include "cli/console.h"
 #include "cli/invocation.h"
+#include "records/records.h"
 #include "redirect/file.h"
 #include "redirect/folder.h"
-#include "redirect/records.h"
+#include "report/console.h"
 
 namespace {
 

@@ -1,10 +1,10 @@
 // RedirectRegKeyLocation and RedirectRegKey. Both start out from exit code 1, also when the gate refuses them.
 
-#include "cli/console.h"
 #include "cli/invocation.h"
-#include "log/log.h"
 #include "regredirect/location.h"
 #include "regredirect/registry_keys.h"
+#include "report/console.h"
+#include "report/log.h"
 
 namespace {
 

@@ -6,10 +6,10 @@
 
 #include "fsops/backup_stream.h"
 #include "fsops/folder_itself.h"
-#include "log/format.h"
-#include "log/log.h"
-#include "redirect/junction.h"
-#include "redirect/path_text.h"
+#include "links/junction.h"
+#include "report/log.h"
+#include "text/format.h"
+#include "text/path_text.h"
 #include "win32/win32.h"
 
 namespace {

@@ -5,16 +5,16 @@
 #include <set>
 #include <utility>
 
-#include "cli/console.h"
 #include "fsops/backup_copy.h"
 #include "fsops/delete_tree.h"
 #include "fsops/file_facts.h"
-#include "fsops/mounted_folder.h"
 #include "fsops/security.h"
-#include "fsops/volume_paths.h"
-#include "log/log.h"
-#include "redirect/junction.h"
-#include "redirect/path_text.h"
+#include "links/junction.h"
+#include "links/mounted_folder.h"
+#include "links/volume_paths.h"
+#include "report/console.h"
+#include "report/log.h"
+#include "text/path_text.h"
 #include "win32/win32.h"
 
 namespace {

@@ -4,10 +4,10 @@
 #include <string>
 #include <vector>
 
-#include "fsops/link_data.h"
+#include "fsops/file_list.h"
 #include "fsops/security.h"
 #include "fsops/shares.h"
-#include "validate/file_list.h"
+#include "links/link_data.h"
 
 struct CopyFlags {
   bool useBackupCopy = false;      // items keep security, streams, times; else CreateDirectoryW and CopyFileW

@@ -3,10 +3,10 @@
 #include <exception>
 #include <ranges>
 
-#include "fsops/mounted_folder.h"
-#include "log/log.h"
-#include "redirect/junction.h"
-#include "redirect/path_text.h"
+#include "links/junction.h"
+#include "links/mounted_folder.h"
+#include "report/log.h"
+#include "text/path_text.h"
 #include "win32/win32.h"
 
 namespace {

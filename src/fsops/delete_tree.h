@@ -4,7 +4,7 @@
 #include <string>
 #include <vector>
 
-#include "validate/file_list.h"
+#include "fsops/file_list.h"
 
 // Deletes everything below `root`. stopOnFailure 0: what cannot be deleted is left, the answer is still 1. Otherwise
 // read-only items go too, a directory that is not empty yet is tried again once after five seconds, and the first item

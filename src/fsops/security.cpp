@@ -4,9 +4,9 @@
 #include <exception>
 #include <utility>
 
-#include "log/format.h"
-#include "log/log.h"
-#include "redirect/path_text.h"
+#include "report/log.h"
+#include "text/format.h"
+#include "text/path_text.h"
 #include "win32/win32.h"
 
 namespace {

@@ -1,7 +1,7 @@
 #include "fsops/shares.h"
 
-#include "log/log.h"
-#include "redirect/path_text.h"
+#include "report/log.h"
+#include "text/path_text.h"
 #include "win32/win32.h"
 
 namespace {

@@ -1,6 +1,6 @@
 #include "fsops/stored_name.h"
 
-#include "redirect/path_text.h"
+#include "text/path_text.h"
 #include "win32/file.h"
 #include "win32/handle.h"
 

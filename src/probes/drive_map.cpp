@@ -3,7 +3,7 @@
 #include <array>
 #include <string_view>
 
-#include "redirect/path_text.h"
+#include "text/path_text.h"
 #include "win32/system.h"
 #include "win32/volume.h"
 

@@ -8,8 +8,8 @@
 #include <stdexcept>
 #include <utility>
 
-#include "log/format.h"
 #include "probes/nt_dll.h"
+#include "text/format.h"
 #include "win32/handle.h"
 #include "win32/process.h"
 

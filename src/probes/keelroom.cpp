@@ -4,9 +4,9 @@
 #include <array>
 #include <map>
 
-#include "log/log.h"
 #include "probes/file_version.h"
-#include "redirect/path_text.h"
+#include "report/log.h"
+#include "text/path_text.h"
 #include "win32/handle.h"
 #include "win32/shell.h"
 

@@ -4,13 +4,13 @@
 #include <exception>
 #include <string_view>
 
-#include "log/format.h"
 #include "probes/drive_map.h"
 #include "probes/handle_list.h"
 #include "probes/handle_names.h"
 #include "probes/nt_dll.h"
 #include "probes/system_process_information.h"
-#include "redirect/path_text.h"
+#include "text/format.h"
+#include "text/path_text.h"
 #include "win32/system.h"
 
 namespace {

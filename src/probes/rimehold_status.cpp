@@ -3,9 +3,9 @@
 #include <array>
 #include <string_view>
 
-#include "cli/console.h"
-#include "probes/service_path.h"
-#include "redirect/path_text.h"
+#include "report/console.h"
+#include "report/service_path.h"
+#include "text/path_text.h"
 #include "win32/handle.h"
 
 namespace {

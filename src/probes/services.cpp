@@ -1,6 +1,6 @@
 #include "probes/services.h"
 
-#include "log/log.h"
+#include "report/log.h"
 #include "win32/handle.h"
 
 namespace {

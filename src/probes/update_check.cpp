@@ -5,9 +5,9 @@
 #include <exception>
 #include <string_view>
 
-#include "cli/console.h"
-#include "log/log.h"
 #include "probes/version.h"
+#include "report/console.h"
+#include "report/log.h"
 #include "win32/handle.h"
 #include "win32/internet.h"
 

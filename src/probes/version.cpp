@@ -2,8 +2,8 @@
 
 #include <array>
 
-#include "log/format.h"
 #include "probes/file_version.h"
+#include "text/format.h"
 #include "win32/system.h"
 
 namespace {

@@ -3,7 +3,7 @@
 #include <array>
 #include <optional>
 
-#include "cli/console.h"
+#include "report/console.h"
 #include "win32/system.h"
 
 namespace {

@@ -5,11 +5,11 @@
 #include <optional>
 #include <utility>
 
-#include "cli/console.h"
-#include "fsops/mounted_folder.h"
-#include "log/format.h"
+#include "configuration/service_config.h"
+#include "links/mounted_folder.h"
 #include "probes/services.h"
-#include "regredirect/service_config.h"
+#include "report/console.h"
+#include "text/format.h"
 #include "win32/handle.h"
 
 namespace {

@@ -5,22 +5,22 @@
 #include <optional>
 #include <string>
 
-#include "cli/console.h"
-#include "fsops/mounted_folder.h"
-#include "log/log.h"
+#include "configuration/configuration.h"
+#include "configuration/service_config.h"
+#include "links/mounted_folder.h"
+#include "links/real_path.h"
 #include "probes/services.h"
 #include "profiles/keelroom_rule.h"
-#include "profiles/real_path.h"
 #include "profiles/recorded_home.h"
 #include "profiles/redirection_notes.h"
 #include "profiles/shared_profiles_rules.h"
 #include "profiles/shared_profiles_steps.h"
-#include "redirect/outcome.h"
-#include "redirect/path_text.h"
-#include "regredirect/configuration.h"
 #include "regredirect/location.h"
 #include "regredirect/registry_keys.h"
-#include "regredirect/service_config.h"
+#include "report/console.h"
+#include "report/log.h"
+#include "report/outcome.h"
+#include "text/path_text.h"
 #include "win32/win32.h"
 
 namespace {

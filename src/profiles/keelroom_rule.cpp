@@ -1,9 +1,9 @@
 #include "profiles/keelroom_rule.h"
 
-#include "log/log.h"
+#include "links/real_path.h"
 #include "probes/keelroom.h"
 #include "probes/windows_version.h"
-#include "profiles/real_path.h"
+#include "report/log.h"
 
 bool IsOnOldKeelroom(std::u16string_view location) {
   if (location.empty() || !IsWindows10()) return false;

@@ -3,10 +3,10 @@
 #include <exception>
 #include <utility>
 
-#include "log/log.h"
 #include "profiles/profile_list.h"
-#include "profiles/registry_text.h"
-#include "redirect/path_text.h"
+#include "records/registry_text.h"
+#include "report/log.h"
+#include "text/path_text.h"
 #include "win32/win32.h"
 
 namespace {

@@ -5,11 +5,11 @@
 #include <optional>
 #include <utility>
 
-#include "log/log.h"
 #include "profiles/profile_folders.h"
-#include "profiles/registry_text.h"
 #include "profiles/user_accounts.h"
-#include "redirect/path_text.h"
+#include "records/registry_text.h"
+#include "report/log.h"
+#include "text/path_text.h"
 #include "win32/win32.h"
 
 namespace {

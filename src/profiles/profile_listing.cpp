@@ -6,13 +6,13 @@
 #include <utility>
 #include <vector>
 
-#include "cli/console.h"
-#include "fsops/mounted_folder.h"
-#include "log/log.h"
+#include "links/mounted_folder.h"
 #include "profiles/profile_list.h"
 #include "profiles/recorded_home.h"
 #include "profiles/user_accounts.h"
-#include "redirect/path_text.h"
+#include "report/console.h"
+#include "report/log.h"
+#include "text/path_text.h"
 
 namespace {
 

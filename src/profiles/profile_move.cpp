@@ -4,14 +4,14 @@
 #include <exception>
 #include <vector>
 
-#include "fsops/mounted_folder.h"
+#include "fsops/created_folders.h"
 #include "fsops/move_tree.h"
-#include "log/log.h"
+#include "links/mounted_folder.h"
+#include "links/real_path.h"
 #include "profiles/profile_folders.h"
-#include "profiles/real_path.h"
-#include "redirect/created_folders.h"
 #include "redirect/folder_steps.h"
-#include "redirect/path_text.h"
+#include "report/log.h"
+#include "text/path_text.h"
 #include "validate/closed_items.h"
 #include "validate/validate.h"
 #include "win32/win32.h"

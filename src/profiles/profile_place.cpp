@@ -1,12 +1,12 @@
 #include "profiles/profile_place.h"
 
 #include "fsops/backup_copy.h"
-#include "fsops/mounted_folder.h"
 #include "fsops/security.h"
-#include "log/log.h"
+#include "fsops/volume_root.h"
+#include "links/mounted_folder.h"
 #include "redirect/folder_steps.h"
-#include "redirect/path_text.h"
-#include "redirect/volume_root.h"
+#include "report/log.h"
+#include "text/path_text.h"
 #include "validate/validate.h"
 #include "win32/win32.h"
 

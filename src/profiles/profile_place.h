@@ -7,9 +7,9 @@
 
 #include <string>
 
+#include "fsops/created_folders.h"
 #include "fsops/folder_itself.h"
-#include "redirect/created_folders.h"
-#include "redirect/side_folder.h"
+#include "fsops/side_folder.h"
 
 class ProfilePlace {
  public:

@@ -3,10 +3,10 @@
 #include <algorithm>
 #include <utility>
 
-#include "log/log.h"
+#include "links/junction.h"
 #include "profiles/user_hive.h"
-#include "redirect/junction.h"
-#include "redirect/path_text.h"
+#include "report/log.h"
+#include "text/path_text.h"
 #include "win32/win32.h"
 
 namespace {

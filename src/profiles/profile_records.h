@@ -6,7 +6,7 @@
 #include <vector>
 
 #include "profiles/profile_list.h"
-#include "redirect/records.h"
+#include "records/records.h"
 
 class ProfileRecords {
  public:

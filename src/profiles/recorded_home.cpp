@@ -2,10 +2,10 @@
 
 #include <optional>
 
-#include "log/log.h"
+#include "configuration/service_config.h"
 #include "profiles/redirection_notes.h"
-#include "redirect/path_text.h"
-#include "regredirect/service_config.h"
+#include "report/log.h"
+#include "text/path_text.h"
 
 namespace {
 

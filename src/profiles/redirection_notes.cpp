@@ -6,8 +6,8 @@
 #include <string_view>
 #include <vector>
 
-#include "log/log.h"
-#include "profiles/registry_text.h"
+#include "records/registry_text.h"
+#include "report/log.h"
 #include "win32/win32.h"
 
 namespace {

@@ -4,15 +4,15 @@
 #include <optional>
 #include <string>
 
-#include "log/log.h"
+#include "configuration/service_config.h"
 #include "profiles/keelroom_rule.h"
 #include "profiles/recorded_home.h"
 #include "profiles/redirection_notes.h"
 #include "profiles/shared_profiles_rules.h"
 #include "profiles/shared_profiles_steps.h"
-#include "redirect/outcome.h"
-#include "redirect/path_text.h"
-#include "regredirect/service_config.h"
+#include "report/log.h"
+#include "report/outcome.h"
+#include "text/path_text.h"
 
 namespace {
 

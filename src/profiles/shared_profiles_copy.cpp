@@ -4,12 +4,12 @@
 
 #include "fsops/move_tree.h"
 #include "fsops/shares.h"
-#include "fsops/volume_paths.h"
-#include "log/log.h"
+#include "links/volume_paths.h"
 #include "profiles/redirection_notes.h"
 #include "profiles/shared_profiles_rules.h"
 #include "redirect/folder_steps.h"
-#include "redirect/path_text.h"
+#include "report/log.h"
+#include "text/path_text.h"
 
 ProfilesLocation::ProfilesLocation(const std::u16string& folder) : folder_(folder), created_(folder) {}
 

@@ -7,10 +7,10 @@
 #include <vector>
 
 #include "fsops/copy_tree.h"
+#include "fsops/created_folders.h"
 #include "fsops/folder_itself.h"
 #include "profiles/profile_folders.h"
-#include "redirect/created_folders.h"
-#include "redirect/records.h"
+#include "records/records.h"
 
 // What goes along with the files.
 struct CarriedAlong {

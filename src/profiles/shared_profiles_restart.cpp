@@ -4,9 +4,9 @@
 #include <exception>
 #include <string_view>
 
-#include "log/log.h"
-#include "profiles/real_path.h"
-#include "redirect/path_text.h"
+#include "links/real_path.h"
+#include "report/log.h"
+#include "text/path_text.h"
 #include "win32/win32.h"
 
 namespace {

@@ -10,13 +10,13 @@
 #include "fsops/delete_tree.h"
 #include "fsops/file_facts.h"
 #include "fsops/folder_itself.h"
-#include "fsops/mounted_folder.h"
 #include "fsops/move_tree.h"
-#include "log/log.h"
+#include "links/junction.h"
+#include "links/mounted_folder.h"
 #include "profiles/shared_profiles_rules.h"
 #include "redirect/folder_steps.h"
-#include "redirect/junction.h"
-#include "redirect/path_text.h"
+#include "report/log.h"
+#include "text/path_text.h"
 #include "win32/win32.h"
 
 namespace {

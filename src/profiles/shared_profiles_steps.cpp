@@ -2,14 +2,14 @@
 
 #include <algorithm>
 
-#include "cli/console.h"
-#include "log/log.h"
+#include "links/real_path.h"
 #include "probes/windows_version.h"
 #include "profiles/account_pictures.h"
-#include "profiles/real_path.h"
 #include "profiles/redirection_notes.h"
 #include "profiles/shared_profiles_rules.h"
-#include "redirect/path_text.h"
+#include "report/console.h"
+#include "report/log.h"
+#include "text/path_text.h"
 
 namespace {
 

@@ -4,7 +4,7 @@
 #include <vector>
 
 #include "profiles/profile_list.h"
-#include "redirect/path_text.h"
+#include "text/path_text.h"
 #include "win32/win32.h"
 
 namespace {

@@ -2,10 +2,10 @@
 
 #include <exception>
 
-#include "log/log.h"
 #include "probes/privileges.h"
-#include "profiles/registry_text.h"
-#include "redirect/path_text.h"
+#include "records/registry_text.h"
+#include "report/log.h"
+#include "text/path_text.h"
 #include "win32/win32.h"
 
 namespace {

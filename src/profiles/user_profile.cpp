@@ -4,10 +4,9 @@
 #include <string>
 #include <vector>
 
-#include "cli/console.h"
-#include "fsops/mounted_folder.h"
-#include "fsops/volume_paths.h"
-#include "log/log.h"
+#include "fsops/side_folder.h"
+#include "links/mounted_folder.h"
+#include "links/volume_paths.h"
 #include "probes/keelroom.h"
 #include "probes/services.h"
 #include "probes/windows_version.h"
@@ -18,9 +17,10 @@
 #include "profiles/user_accounts.h"
 #include "profiles/user_hive.h"
 #include "redirect/folder_steps.h"
-#include "redirect/outcome.h"
-#include "redirect/path_text.h"
-#include "redirect/side_folder.h"
+#include "report/console.h"
+#include "report/log.h"
+#include "report/outcome.h"
+#include "text/path_text.h"
 
 namespace {
 

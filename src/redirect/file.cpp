@@ -5,21 +5,21 @@
 #include <utility>
 #include <vector>
 
-#include "cli/console.h"
-#include "fsops/link_data.h"
-#include "fsops/mounted_folder.h"
+#include "fsops/created_folders.h"
 #include "fsops/security.h"
 #include "fsops/stored_name.h"
-#include "log/log.h"
-#include "redirect/created_folders.h"
+#include "links/junction.h"
+#include "links/link_data.h"
+#include "links/mounted_folder.h"
+#include "records/records.h"
 #include "redirect/file_copy.h"
 #include "redirect/file_rules.h"
 #include "redirect/folder_steps.h"
-#include "redirect/junction.h"
-#include "redirect/outcome.h"
-#include "redirect/path_text.h"
-#include "redirect/records.h"
 #include "redirect/service_pause.h"
+#include "report/console.h"
+#include "report/log.h"
+#include "report/outcome.h"
+#include "text/path_text.h"
 #include "win32/win32.h"
 
 namespace {

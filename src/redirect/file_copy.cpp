@@ -2,7 +2,7 @@
 
 #include "fsops/backup_copy.h"
 #include "fsops/security.h"
-#include "log/log.h"
+#include "report/log.h"
 #include "win32/win32.h"
 
 namespace {

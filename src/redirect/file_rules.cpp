@@ -4,12 +4,12 @@
 
 #include "fsops/security.h"
 #include "fsops/stored_name.h"
-#include "log/log.h"
+#include "links/junction.h"
 #include "probes/locked_handles.h"
 #include "redirect/file_copy.h"
 #include "redirect/folder_steps.h"
-#include "redirect/junction.h"
-#include "redirect/path_text.h"
+#include "report/log.h"
+#include "text/path_text.h"
 #include "validate/path_rules.h"
 #include "win32/win32.h"
 

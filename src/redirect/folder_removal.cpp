@@ -4,14 +4,14 @@
 #include <utility>
 #include <vector>
 
+#include "fsops/created_folders.h"
 #include "fsops/move_tree.h"
 #include "fsops/shares.h"
-#include "log/log.h"
-#include "redirect/created_folders.h"
+#include "links/junction.h"
+#include "records/records.h"
 #include "redirect/folder_steps.h"
-#include "redirect/junction.h"
-#include "redirect/path_text.h"
-#include "redirect/records.h"
+#include "report/log.h"
+#include "text/path_text.h"
 #include "validate/validate.h"
 #include "win32/win32.h"
 

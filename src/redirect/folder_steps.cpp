@@ -1,11 +1,11 @@
 #include "redirect/folder_steps.h"
 
-#include "cli/console.h"
 #include "fsops/backup_copy.h"
-#include "fsops/mounted_folder.h"
-#include "log/log.h"
-#include "redirect/junction.h"
-#include "redirect/path_text.h"
+#include "links/junction.h"
+#include "links/mounted_folder.h"
+#include "report/console.h"
+#include "report/log.h"
+#include "text/path_text.h"
 #include "win32/win32.h"
 
 namespace {

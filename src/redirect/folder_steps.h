@@ -4,7 +4,7 @@
 #include <string>
 #include <vector>
 
-#include "redirect/records.h"
+#include "records/records.h"
 
 // May the path stand in a redirection as it is written? No "." or "..", no odd separators or blanks; a refusal has its
 // line in the log.

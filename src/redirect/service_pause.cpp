@@ -1,9 +1,9 @@
 #include "redirect/service_pause.h"
 
-#include "log/log.h"
+#include "configuration/service_config.h"
+#include "configuration/service_config_file.h"
 #include "probes/services.h"
-#include "regredirect/service_config.h"
-#include "regredirect/service_config_file.h"
+#include "report/log.h"
 #include "win32/win32.h"
 
 namespace {

@@ -4,17 +4,17 @@
 #include <string>
 #include <string_view>
 
-#include "cli/console.h"
-#include "fsops/mounted_folder.h"
-#include "log/log.h"
+#include "configuration/configuration.h"
+#include "configuration/service_config.h"
+#include "fsops/created_folders.h"
+#include "links/mounted_folder.h"
 #include "probes/privileges.h"
 #include "probes/rimehold_status.h"
 #include "probes/services.h"
-#include "redirect/created_folders.h"
-#include "redirect/path_text.h"
-#include "regredirect/configuration.h"
 #include "regredirect/registry_data.h"
-#include "regredirect/service_config.h"
+#include "report/console.h"
+#include "report/log.h"
+#include "text/path_text.h"
 #include "validate/validate.h"
 #include "win32/win32.h"
 

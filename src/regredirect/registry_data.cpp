@@ -5,9 +5,9 @@
 #include <string_view>
 #include <vector>
 
-#include "fsops/mounted_folder.h"
+#include "links/mounted_folder.h"
 #include "probes/rimehold_status.h"
-#include "redirect/path_text.h"
+#include "text/path_text.h"
 #include "win32/win32.h"
 
 namespace {

@@ -5,13 +5,13 @@
 #include <string_view>
 #include <vector>
 
-#include "cli/console.h"
-#include "log/log.h"
+#include "configuration/configuration.h"
+#include "configuration/service_config.h"
 #include "probes/privileges.h"
 #include "probes/services.h"
-#include "redirect/path_text.h"
-#include "regredirect/configuration.h"
-#include "regredirect/service_config.h"
+#include "report/console.h"
+#include "report/log.h"
+#include "text/path_text.h"
 #include "win32/win32.h"
 
 namespace {

@@ -9,8 +9,8 @@
 
 #include "fsops/file_facts.h"
 #include "fsops/folder_itself.h"
-#include "log/log.h"
-#include "redirect/path_text.h"
+#include "report/log.h"
+#include "text/path_text.h"
 #include "win32/win32.h"
 
 namespace {

@@ -1,8 +1,8 @@
 // The listing of a tree in which an administrator may not read everything.
 #pragma once
 
+#include "fsops/file_list.h"
 #include "fsops/security.h"
-#include "validate/file_list.h"
 
 // GetFileList for a tree that an administrator moves, whoever it belongs to. Every item - links themselves included -
 // that `token` may not read & execute has its descriptor saved and is opened up. So that nothing is lost, what lies

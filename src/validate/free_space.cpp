@@ -3,8 +3,8 @@
 #include <exception>
 #include <string>
 
-#include "fsops/mounted_folder.h"
-#include "log/log.h"
+#include "links/mounted_folder.h"
+#include "report/log.h"
 #include "validate/path_rules.h"
 #include "win32/win32.h"
 

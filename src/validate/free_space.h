@@ -3,7 +3,7 @@
 
 #include <cstdint>
 
-#include "validate/file_list.h"
+#include "fsops/file_list.h"
 
 // 1 when the volume of the target (of the folder above it, when it does not exist) has more free bytes than the source
 // needs. 0 is logged. The last form takes the source's listing from the caller.

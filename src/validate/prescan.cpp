@@ -5,9 +5,9 @@
 #include <unordered_set>
 
 #include "fsops/security.h"
-#include "log/log.h"
 #include "probes/locked_handles.h"
-#include "redirect/path_text.h"
+#include "report/log.h"
+#include "text/path_text.h"
 #include "win32/win32.h"
 
 namespace {

@@ -1,7 +1,7 @@
 // The scan of a source tree before it is moved.
 #pragma once
 
-#include "validate/file_list.h"
+#include "fsops/file_list.h"
 
 // Examines every item below `source`: may the user read it, and does nobody else use it? 1 when every item passed. Each
 // item that did not has its lines in the log. `target` may be null. checkLocks: also ask which items processes hold

@@ -4,9 +4,9 @@
 #include <functional>
 
 #include "fsops/security.h"
-#include "log/log.h"
-#include "redirect/junction.h"
-#include "redirect/path_text.h"
+#include "links/junction.h"
+#include "report/log.h"
+#include "text/path_text.h"
 #include "validate/path_rules.h"
 #include "win32/win32.h"
 

@@ -1,7 +1,7 @@
 // The rules for a source and a target together.
 #pragma once
 
-#include "validate/file_list.h"
+#include "fsops/file_list.h"
 #include "validate/free_space.h"
 
 // 1 when source and target may stand in a redirection to each other. skipTarget leaves out the rules that look at the

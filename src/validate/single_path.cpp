@@ -2,7 +2,7 @@
 #include <exception>
 #include <string_view>
 
-#include "log/log.h"
+#include "report/log.h"
 #include "validate/validate.h"
 #include "win32/win32.h"
 

@@ -3,8 +3,8 @@
 #include <exception>
 
 #include "fsops/security.h"
-#include "log/log.h"
 #include "probes/services.h"
+#include "report/log.h"
 #include "validate/prescan.h"
 #include "validate/relations.h"
 #include "win32/win32.h"

@@ -3,9 +3,9 @@
 #include <exception>
 #include <string_view>
 
-#include "fsops/mounted_folder.h"
-#include "log/log.h"
-#include "redirect/path_text.h"
+#include "links/mounted_folder.h"
+#include "report/log.h"
+#include "text/path_text.h"
 #include "validate/free_space.h"
 #include "validate/prescan.h"
 #include "validate/relations.h"

@@ -6,7 +6,7 @@
 #include <algorithm>
 #include <limits>
 
-#include "regredirect/service_config.h"
+#include "configuration/service_config.h"
 #include "support/program.h"
 #include "support/tree.h"
 #include "win32/emulated/registry/services.h"

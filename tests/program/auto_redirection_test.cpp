@@ -1,10 +1,10 @@
 // Automatic redirection of new user profiles: set, used, shown, removed, refused.
 #include "program/shared_profiles.h"
 
-#include "fsops/mounted_folder.h"
+#include "links/mounted_folder.h"
 #include "support/every_call.h"
-#include "win32/emulated/files/file_service.h"
 #include "workstation/product.h"
+#include "win32/emulated/files/file_service.h"
 
 namespace {
 

@@ -1,7 +1,7 @@
 // Texts of the string table, and their way to the console.
 #include <gtest/gtest.h>
 
-#include "cli/console.h"
+#include "report/console.h"
 #include "support/program.h"
 #include "win32/system.h"
 

@@ -2,10 +2,10 @@
 #include "fsops/backup_copy.h"
 #include "fsops/copy_tree.h"
 #include "fsops/security.h"
-#include "fsops/volume_paths.h"
-#include "redirect/junction.h"
-#include "support/shares.h"
+#include "links/junction.h"
+#include "links/volume_paths.h"
 #include "support/engine.h"
+#include "support/shares.h"
 
 namespace {
 

@@ -1,7 +1,7 @@
 // Junctions and symbolic links.
 #include <cstring>
 
-#include "redirect/junction.h"
+#include "links/junction.h"
 #include "support/engine.h"
 
 namespace {

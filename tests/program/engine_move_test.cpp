@@ -4,7 +4,7 @@
 
 #include "fsops/delete_tree.h"
 #include "fsops/move_tree.h"
-#include "redirect/junction.h"
+#include "links/junction.h"
 #include "support/engine.h"
 
 namespace {

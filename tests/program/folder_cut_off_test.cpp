@@ -6,12 +6,12 @@
 #include <utility>
 #include <vector>
 
+#include "links/junction.h"
+#include "records/records.h"
 #include "support/program.h"
 #include "support/tree.h"
 #include "win32/emulated/text.h"
 #include "win32/win32.h"
-#include "redirect/junction.h"
-#include "redirect/records.h"
 
 namespace {
 

@@ -5,11 +5,11 @@
 #include <string>
 #include <vector>
 
+#include "links/junction.h"
 #include "probes/privileges.h"
 #include "program/folder_stories.h"
-#include "redirect/junction.h"
-#include "support/shares.h"
 #include "support/every_call.h"
+#include "support/shares.h"
 
 namespace {
 

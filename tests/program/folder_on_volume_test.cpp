@@ -1,12 +1,12 @@
 // A folder redirected onto a volume, and back, as an administrator sees it.
-#include "support/shares.h"
 #include "program/folder_on_volume.h"
+#include "support/shares.h"
 
 #include <set>
 
-#include "fsops/mounted_folder.h"
+#include "links/junction.h"
+#include "links/mounted_folder.h"
 #include "probes/privileges.h"
-#include "redirect/junction.h"
 
 namespace {
 

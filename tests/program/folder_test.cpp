@@ -2,17 +2,17 @@
 // say.
 #include <gtest/gtest.h>
 
-#include "cli/console.h"
 #include "probes/privileges.h"
 #include "redirect/folder.h"
+#include "report/console.h"
 #include "support/program.h"
 #include "support/tree.h"
+#include "workstation/product.h"
 #include "win32/emulated/files/file_service.h"
 #include "win32/emulated/registry/registry.h"
 #include "win32/emulated/security/token.h"
 #include "win32/emulated/text.h"
 #include "win32/win32.h"
-#include "workstation/product.h"
 
 namespace {
 

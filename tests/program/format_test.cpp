@@ -3,9 +3,9 @@
 
 #include <map>
 
-#include "cli/console.h"
-#include "log/format.h"
+#include "report/console.h"
 #include "support/program.h"
+#include "text/format.h"
 
 namespace {
 

@@ -1,5 +1,5 @@
 // Is there room for the source, to the byte.
-#include "redirect/junction.h"
+#include "links/junction.h"
 #include "program/validation.h"
 #include "win32/handle.h"
 

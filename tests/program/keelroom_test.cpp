@@ -6,7 +6,7 @@
 #include <algorithm>
 #include <array>
 
-#include "log/log.h"
+#include "report/log.h"
 #include "support/keelroom.h"
 #include "support/program.h"
 #include "win32/emulated/registry/registry.h"

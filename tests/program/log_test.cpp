@@ -3,7 +3,7 @@
 
 #include <algorithm>
 
-#include "log/log.h"
+#include "report/log.h"
 #include "support/program.h"
 #include "win32/emulated/files/file_service.h"
 #include "win32/emulated/registry/services.h"

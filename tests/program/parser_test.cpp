@@ -1,10 +1,10 @@
 // The command line against the command table.
 #include <gtest/gtest.h>
 
-#include "cli/console.h"
 #include "cli/parser.h"
-#include "log/format.h"
+#include "report/console.h"
 #include "support/program.h"
+#include "text/format.h"
 
 namespace {
 

@@ -1,6 +1,6 @@
 // The rules for one path: each alone, and each before the next.
+#include "links/junction.h"
 #include "program/validation.h"
-#include "redirect/junction.h"
 #include "validate/path_rules.h"
 
 namespace {

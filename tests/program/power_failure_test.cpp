@@ -9,8 +9,8 @@
 
 #include <gtest/gtest.h>
 
-#include "fsops/mounted_folder.h"
-#include "redirect/records.h"
+#include "links/mounted_folder.h"
+#include "records/records.h"
 #include "support/installed_machine.h"
 #include "support/program.h"
 #include "support/tree.h"

@@ -11,11 +11,11 @@
 #include <utility>
 #include <vector>
 
+#include "links/junction.h"
 #include "probes/privileges.h"
-#include "redirect/junction.h"
-#include "redirect/path_text.h"
 #include "support/program.h"
 #include "support/tree.h"
+#include "text/path_text.h"
 #include "win32/emulated/registry/registry.h"
 #include "win32/emulated/security/access.h"
 #include "win32/emulated/system/processes.h"

@@ -1,9 +1,9 @@
 // The registry's record of redirections.
 #include <gtest/gtest.h>
 
-#include "redirect/records.h"
-#include "redirect/path_text.h"
+#include "records/records.h"
 #include "support/program.h"
+#include "text/path_text.h"
 #include "win32/emulated/registry/registry.h"
 
 namespace {

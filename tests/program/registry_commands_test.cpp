@@ -9,17 +9,17 @@
 #include <set>
 #include <tuple>
 
+#include "configuration/service_config.h"
 #include "regredirect/registry_keys.h"
-#include "regredirect/service_config.h"
 #include "support/every_call.h"
 #include "support/program.h"
 #include "support/tree.h"
+#include "workstation/product.h"
 #include "win32/emulated/registry/registry.h"
 #include "win32/emulated/registry/services.h"
 #include "win32/emulated/security/token.h"
 #include "win32/emulated/text.h"
 #include "win32/win32.h"
-#include "workstation/product.h"
 
 namespace {
 

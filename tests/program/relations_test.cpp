@@ -1,5 +1,5 @@
 // The rules for a source and a target together: each alone, in their order, and what the flags change.
-#include "redirect/junction.h"
+#include "links/junction.h"
 #include "program/validation.h"
 
 namespace {

@@ -1,7 +1,7 @@
 // The service's configuration file, and what the program does to it.
 #include <set>
 
-#include "regredirect/service_config.h"
+#include "configuration/service_config.h"
 #include "resources/program_resources.h"
 #include "support/engine.h"
 #include "support/program.h"

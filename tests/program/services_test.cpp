@@ -7,11 +7,11 @@
 #include "probes/rimehold_status.h"
 #include "probes/services.h"
 #include "probes/windows_version.h"
-#include "log/log.h"
+#include "report/log.h"
 #include "support/program.h"
+#include "workstation/product.h"
 #include "win32/emulated/registry/registry.h"
 #include "win32/emulated/registry/services.h"
-#include "workstation/product.h"
 
 namespace {
 

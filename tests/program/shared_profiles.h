@@ -10,11 +10,11 @@
 #include <tuple>
 #include <vector>
 
+#include "configuration/service_config.h"
 #include "fsops/folder_itself.h"
+#include "links/junction.h"
 #include "probes/privileges.h"
-#include "redirect/junction.h"
 #include "regredirect/registry_keys.h"
-#include "regredirect/service_config.h"
 #include "support/program.h"
 #include "support/tree.h"
 #include "win32/emulated/registry/hive.h"

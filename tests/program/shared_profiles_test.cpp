@@ -4,11 +4,11 @@
 
 #include <iostream>
 
+#include "fsops/created_folders.h"
 #include "fsops/delete_tree.h"
-#include "redirect/created_folders.h"
-#include "support/shares.h"
 #include "support/every_call.h"
 #include "support/keelroom.h"
+#include "support/shares.h"
 
 namespace {
 

@@ -3,12 +3,12 @@
 
 #include <algorithm>
 
-#include "cli/console.h"
+#include "report/console.h"
 #include "support/program.h"
+#include "workstation/product.h"
 #include "win32/emulated/registry/registry.h"
 #include "win32/emulated/registry/services.h"
 #include "win32/handle.h"
-#include "workstation/product.h"
 
 namespace {
 

@@ -3,7 +3,7 @@
 
 #include <gtest/gtest.h>
 
-#include "cli/console.h"
+#include "report/console.h"
 #include "support/http_server.h"
 #include "support/program.h"
 #include "win32/constants.h"

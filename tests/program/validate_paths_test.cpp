@@ -1,7 +1,7 @@
 // The whole decision on a source and a target: which rules are still tried after one has failed, and what the flags of
 // profile operations change.
+#include "links/junction.h"
 #include "program/validation.h"
-#include "redirect/junction.h"
 #include "win32/emulated/registry/services.h"
 
 namespace {

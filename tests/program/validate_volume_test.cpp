@@ -1,5 +1,5 @@
 // The rules for a volume that is to be mounted in a folder's place.
-#include "redirect/junction.h"
+#include "links/junction.h"
 #include "program/validation.h"
 #include "win32/handle.h"
 

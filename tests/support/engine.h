@@ -6,8 +6,8 @@
 #include <memory>
 #include <optional>
 
-#include "log/log.h"
 #include "probes/privileges.h"
+#include "report/log.h"
 #include "support/installed_machine.h"
 #include "support/tree.h"
 #include "win32/emulated/files/file_service.h"

@@ -3,8 +3,8 @@
 #include <set>
 #include <vector>
 
-#include "cli/console.h"
 #include "cli/main.h"
+#include "report/console.h"
 #include "resources/program_resources.h"
 #include "win32/emulated/console_text.h"
 #include "win32/emulated/text.h"

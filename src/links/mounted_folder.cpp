@@ -1,10 +1,10 @@
-#include "fsops/mounted_folder.h"
+#include "links/mounted_folder.h"
 
 #include <array>
 #include <exception>
 #include <string_view>
 
-#include "redirect/path_text.h"
+#include "text/path_text.h"
 #include "win32/win32.h"
 
 namespace {

@@ -1,4 +1,4 @@
-#include "fsops/volume_paths.h"
+#include "links/volume_paths.h"
 
 #include <array>
 #include <exception>

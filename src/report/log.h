@@ -4,7 +4,7 @@
 // said.
 #pragma once
 
-#include "log/format.h"
+#include "text/format.h"
 #include "win32/file.h"
 #include "win32/system.h"
 

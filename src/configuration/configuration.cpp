@@ -1,7 +1,7 @@
-#include "regredirect/configuration.h"
+#include "configuration/configuration.h"
 
-#include "cli/console.h"
-#include "log/log.h"
+#include "report/console.h"
+#include "report/log.h"
 
 bool SaveConfiguration(CQBConfig& config) {
   if (config.Save()) return true;

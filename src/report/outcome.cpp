@@ -1,8 +1,8 @@
-#include "redirect/outcome.h"
+#include "report/outcome.h"
 
-#include "cli/console.h"
-#include "log/log.h"
 #include "probes/privileges.h"
+#include "report/console.h"
+#include "report/log.h"
 
 namespace {
 

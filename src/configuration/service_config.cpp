@@ -1,14 +1,14 @@
-#include "regredirect/service_config.h"
+#include "configuration/service_config.h"
 
 #include <algorithm>
 #include <array>
 #include <exception>
 #include <iterator>
 
-#include "log/log.h"
-#include "probes/service_path.h"
-#include "redirect/path_text.h"
-#include "regredirect/service_config_file.h"
+#include "configuration/service_config_file.h"
+#include "report/log.h"
+#include "report/service_path.h"
+#include "text/path_text.h"
 #include "win32/shell.h"
 #include "win32/system.h"
 

@@ -1,13 +1,13 @@
-#include "redirect/records.h"
+#include "records/records.h"
 
 #include <algorithm>
 #include <array>
 #include <exception>
 #include <limits>
 
-#include "cli/console.h"
-#include "log/log.h"
-#include "redirect/path_text.h"
+#include "report/console.h"
+#include "report/log.h"
+#include "text/path_text.h"
 #include "win32/handle.h"
 
 namespace {

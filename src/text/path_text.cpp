@@ -1,4 +1,4 @@
-#include "redirect/path_text.h"
+#include "text/path_text.h"
 
 #include <algorithm>
 

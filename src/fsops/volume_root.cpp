@@ -1,9 +1,9 @@
-#include "redirect/volume_root.h"
+#include "fsops/volume_root.h"
 
 #include <algorithm>
 #include <cstring>
 
-#include "log/log.h"
+#include "report/log.h"
 #include "win32/win32.h"
 
 namespace {

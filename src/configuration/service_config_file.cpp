@@ -1,4 +1,4 @@
-#include "regredirect/service_config_file.h"
+#include "configuration/service_config_file.h"
 
 #include <algorithm>
 #include <array>
@@ -7,7 +7,7 @@
 #include <span>
 #include <vector>
 
-#include "redirect/path_text.h"
+#include "text/path_text.h"
 #include "win32/handle.h"
 #include "win32/shell.h"
 

@@ -1,9 +1,9 @@
-#include "log/log.h"
+#include "report/log.h"
 
 #include <algorithm>
 #include <exception>
 
-#include "probes/service_path.h"
+#include "report/service_path.h"
 #include "win32/handle.h"
 
 namespace {

@@ -1,14 +1,14 @@
-#include "redirect/side_folder.h"
+#include "fsops/side_folder.h"
 
 #include <algorithm>
 #include <array>
 
+#include "fsops/created_folders.h"
+#include "fsops/file_list.h"
 #include "fsops/stored_name.h"
-#include "log/log.h"
-#include "redirect/created_folders.h"
 #include "redirect/folder_steps.h"
-#include "redirect/path_text.h"
-#include "validate/file_list.h"
+#include "report/log.h"
+#include "text/path_text.h"
 #include "win32/win32.h"
 
 namespace {

@@ -3,7 +3,7 @@
 
 #include <string>
 
-#include "regredirect/service_config.h"
+#include "configuration/service_config.h"
 
 // Writes the file. A failure has its line in the log.
 bool SaveConfiguration(CQBConfig& config);

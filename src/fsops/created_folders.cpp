@@ -1,6 +1,6 @@
-#include "redirect/created_folders.h"
+#include "fsops/created_folders.h"
 
-#include "redirect/path_text.h"
+#include "text/path_text.h"
 #include "win32/file.h"
 #include "win32/shell.h"
 

@@ -1,10 +1,10 @@
-#include "profiles/real_path.h"
+#include "links/real_path.h"
 
-#include "fsops/mounted_folder.h"
-#include "log/log.h"
+#include "links/junction.h"
+#include "links/mounted_folder.h"
 #include "redirect/folder_steps.h"
-#include "redirect/junction.h"
-#include "redirect/path_text.h"
+#include "report/log.h"
+#include "text/path_text.h"
 #include "validate/path_rules.h"
 
 bool IsOrdinaryPath(const std::u16string& path) {

@@ -1,13 +1,13 @@
-#include "validate/file_list.h"
+#include "fsops/file_list.h"
 
 #include <exception>
 #include <optional>
 #include <string_view>
 #include <utility>
 
-#include "fsops/mounted_folder.h"
-#include "redirect/junction.h"
-#include "redirect/path_text.h"
+#include "links/junction.h"
+#include "links/mounted_folder.h"
+#include "text/path_text.h"
 #include "win32/win32.h"
 
 bool TreeEntry::IsDirectory() const { return (attributes & win32::FILE_ATTRIBUTE_DIRECTORY) != 0; }

@@ -1,4 +1,4 @@
-#include "cli/media_sharing.h"
+#include "probes/media_sharing.h"
 
 #include "probes/services.h"
 

@@ -1,4 +1,4 @@
-#include "probes/service_path.h"
+#include "report/service_path.h"
 
 #include <vector>
 

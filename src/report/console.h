@@ -1,7 +1,7 @@
 // What the program says on the console: texts of the string table and a few fixed ones, in the console's OEM code page.
 #pragma once
 
-#include "log/format.h"
+#include "text/format.h"
 
 // The text with this number; empty when there is none.
 std::u16string LoadResourceString(unsigned id);

@@ -1,4 +1,4 @@
-#include "profiles/registry_text.h"
+#include "records/registry_text.h"
 
 #include <algorithm>
 #include <cstring>

@@ -1,11 +1,11 @@
-#include "fsops/link_data.h"
+#include "links/link_data.h"
 
 #include <algorithm>
 #include <cstring>
 #include <exception>
 #include <string_view>
 
-#include "redirect/path_text.h"
+#include "text/path_text.h"
 #include "win32/win32.h"
 
 namespace {

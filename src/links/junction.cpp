@@ -1,4 +1,4 @@
-#include "redirect/junction.h"
+#include "links/junction.h"
 
 #include <array>
 #include <cstring>
@@ -6,11 +6,11 @@
 #include <string_view>
 #include <vector>
 
-#include "fsops/mounted_folder.h"
-#include "log/format.h"
-#include "log/log.h"
+#include "links/mounted_folder.h"
 #include "probes/privileges.h"
-#include "redirect/path_text.h"
+#include "report/log.h"
+#include "text/format.h"
+#include "text/path_text.h"
 #include "win32/win32.h"
 
 namespace {
