@@ -131,18 +131,6 @@ std::optional<TreeEntry> RootEntry(const std::u16string& folder) {
   return entry;
 }
 
-}  // namespace
-
-win32::DWORD LinkTagAt(const std::u16string& path) {
-  win32::WIN32_FIND_DATAW found{};
-  const win32::UniqueFind find{win32::FindFirstFileW(path.c_str(), &found)};
-  if (!find || !(found.dwFileAttributes & win32::FILE_ATTRIBUTE_REPARSE_POINT)) return 0;
-  const win32::DWORD tag = found.dwReserved0;
-  return tag == win32::IO_REPARSE_TAG_MOUNT_POINT || tag == win32::IO_REPARSE_TAG_SYMLINK ? tag : 0;
-}
-
-namespace {
-
 // Tells the log of every symbolic link in the listing.
 void LogLinks(const TreeListing& listing) {
   for (const TreeEntry& link : listing.links)

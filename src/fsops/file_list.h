@@ -49,6 +49,3 @@ class LazyListing {
   TreeListing listing_;
   enum class State { NotRead, Read, Failed } state_ = State::NotRead;
 };
-
-// The reparse tag of a junction, mounted volume or symbolic link, from its find record; 0 for everything else.
-win32::DWORD LinkTagAt(const std::u16string& path);

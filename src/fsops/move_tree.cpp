@@ -7,6 +7,7 @@
 
 #include "fsops/backup_copy.h"
 #include "fsops/delete_tree.h"
+#include "fsops/file_list.h"
 #include "links/junction.h"
 #include "links/mounted_folder.h"
 #include "report/log.h"

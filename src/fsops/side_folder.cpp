@@ -5,8 +5,9 @@
 
 #include "fsops/created_folders.h"
 #include "fsops/file_list.h"
+#include "fsops/folders.h"
 #include "fsops/stored_name.h"
-#include "redirect/folder_steps.h"
+#include "links/presence.h"
 #include "report/log.h"
 #include "text/path_text.h"
 #include "win32/win32.h"

@@ -228,6 +228,14 @@ int IsSymbolicLink(const char16_t* path) try {
   return 0;
 }
 
+win32::DWORD LinkTagAt(const std::u16string& path) {
+  win32::WIN32_FIND_DATAW found{};
+  const win32::UniqueFind find{win32::FindFirstFileW(path.c_str(), &found)};
+  if (!find || !(found.dwFileAttributes & win32::FILE_ATTRIBUTE_REPARSE_POINT)) return 0;
+  const win32::DWORD tag = found.dwReserved0;
+  return tag == win32::IO_REPARSE_TAG_MOUNT_POINT || tag == win32::IO_REPARSE_TAG_SYMLINK ? tag : 0;
+}
+
 int GetJunctionTarget(const char16_t* path, std::u16string& target) try {
   if (!path) {
     Log(u"#ERROR: Directory Path is Missing.");

@@ -40,6 +40,9 @@ int IsJunction(const char16_t* path, int excludeMountedVolume);
 // 1 for a symbolic link to a file or to a directory.
 int IsSymbolicLink(const char16_t* path);
 
+// The reparse tag of a junction, mounted volume or symbolic link, from its find record; 0 for everything else.
+win32::DWORD LinkTagAt(const std::u16string& path);
+
 // Where a junction leads, as its reparse data say (at most 259 characters).
 int GetJunctionTarget(const char16_t* path, std::u16string& target);
 

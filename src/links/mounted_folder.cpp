@@ -17,11 +17,6 @@ std::u16string WithTrailingBackslash(std::u16string path) {
 
 }  // namespace
 
-bool DirectoryExists(const char16_t* path) {
-  const win32::DWORD attributes = win32::GetFileAttributesW(path);
-  return attributes != win32::INVALID_FILE_ATTRIBUTES && (attributes & win32::FILE_ATTRIBUTE_DIRECTORY) != 0;
-}
-
 bool IsVolumePath(const char16_t* path) {
   constexpr std::u16string_view kStart = u"\\\\?\\Volume{";
   return path && StartsWithPath(path, kStart);
@@ -49,4 +44,9 @@ bool MountVolume(const std::u16string& folder, const std::u16string& volume) {
 
 bool UnmountVolume(const std::u16string& folder) {
   return win32::DeleteVolumeMountPointW(WithTrailingBackslash(folder).c_str()) != win32::FALSE;
+}
+
+bool IsMountedOn(const std::u16string& folder, const std::u16string& volume) {
+  std::u16string mounted;
+  return IsVolumeMountPoint(folder.c_str(), &mounted) && EqualPaths(mounted, volume);
 }

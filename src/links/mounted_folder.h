@@ -3,9 +3,6 @@
 
 #include <string>
 
-// A folder is there, whatever it leads to.
-bool DirectoryExists(const char16_t* path);
-
 // The path names a volume by its GUID: it begins with "\\?\Volume{".
 bool IsVolumePath(const char16_t* path);
 
@@ -18,3 +15,6 @@ int IsVolumeMountPoint(const char16_t* folder, std::u16string* volumeName = null
 bool MountVolume(const std::u16string& folder, const std::u16string& volume);
 // Takes the mounted volume off; the folder under it, empty, stays. False with the last error: it is still mounted.
 bool UnmountVolume(const std::u16string& folder);
+
+// Is it this volume ("\\?\Volume{...}\") that is mounted on the folder?
+bool IsMountedOn(const std::u16string& folder, const std::u16string& volume);

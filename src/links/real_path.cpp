@@ -2,19 +2,8 @@
 
 #include "links/junction.h"
 #include "links/mounted_folder.h"
-#include "redirect/folder_steps.h"
-#include "report/log.h"
+#include "links/presence.h"
 #include "text/path_text.h"
-#include "validate/path_rules.h"
-
-bool IsOrdinaryPath(const std::u16string& path) {
-  for (const char16_t* const prefix : {u"\\\\?\\", u"\\\\.\\", u"\\??\\"})
-    if (path.starts_with(prefix)) {
-      Log(u"#ERROR:Invalid path : %ls", path);
-      return false;
-    }
-  return IsUsablePath(path);
-}
 
 std::u16string NearestFolder(std::u16string path) {
   while (!path.empty() && !PathExists(FolderForm(path))) path = ParentPath(path);

@@ -4,10 +4,6 @@
 
 #include <string>
 
-// May a profile be there by the way that the path is written? False has its line in the log. The names of devices,
-// "\\?\C:" among them, would be other places than those that all the rules speak of.
-bool IsOrdinaryPath(const std::u16string& path);
-
 // The nearest folder of the path that exists, the path itself first; empty when there is none.
 std::u16string NearestFolder(std::u16string path);
 

@@ -4,9 +4,12 @@
 #include <cstddef>
 #include <vector>
 
+#include "report/console.h"
 #include "win32/handle.h"
 
 namespace {
+
+constexpr unsigned kAdministratorsOnly = 179;
 
 // S-1-5-32-544, the built-in Administrators group. Empty when it cannot be made.
 win32::UniqueSid AdministratorsSid() {
@@ -95,4 +98,10 @@ PrivilegeResult EnablePrivilege(const char16_t* name) {
   return win32::AdjustTokenPrivileges(token.get(), win32::FALSE, &privileges, sizeof privileges, nullptr, nullptr)
              ? PrivilegeResult::Enabled
              : PrivilegeResult::NotAdjusted;
+}
+
+bool IsAdministrator() {
+  if (IsMemberOfAdministrators()) return true;
+  ConsolePrint(LoadResourceString(kAdministratorsOnly));
+  return false;
 }

@@ -16,3 +16,5 @@ bool EnablePrivileges();
 // Enables one privilege of the process. A privilege that the account lacks counts as Enabled: Windows reports it apart.
 enum class PrivilegeResult { Enabled, NotFound, NotAdjusted };
 PrivilegeResult EnablePrivilege(const char16_t* name);
+// Is the caller an administrator in effect? The console tells one who is not.
+bool IsAdministrator();

@@ -6,7 +6,7 @@
 #include <utility>
 
 #include "configuration/service_config.h"
-#include "links/mounted_folder.h"
+#include "links/presence.h"
 #include "probes/services.h"
 #include "report/console.h"
 #include "text/format.h"

@@ -9,6 +9,7 @@
 #include "configuration/service_config.h"
 #include "links/mounted_folder.h"
 #include "links/real_path.h"
+#include "probes/privileges.h"
 #include "probes/services.h"
 #include "profiles/keelroom_rule.h"
 #include "profiles/recorded_home.h"

@@ -5,14 +5,17 @@
 #include <vector>
 
 #include "fsops/created_folders.h"
+#include "fsops/file_list.h"
 #include "fsops/move_tree.h"
 #include "links/mounted_folder.h"
+#include "links/presence.h"
 #include "links/real_path.h"
 #include "profiles/profile_folders.h"
-#include "redirect/folder_steps.h"
+#include "report/lines.h"
 #include "report/log.h"
 #include "text/path_text.h"
 #include "validate/closed_items.h"
+#include "validate/path_rules.h"
 #include "validate/validate.h"
 #include "win32/win32.h"
 

@@ -1,10 +1,11 @@
 #include "profiles/profile_place.h"
 
 #include "fsops/backup_copy.h"
+#include "fsops/folders.h"
 #include "fsops/security.h"
 #include "fsops/volume_root.h"
 #include "links/mounted_folder.h"
-#include "redirect/folder_steps.h"
+#include "links/presence.h"
 #include "report/log.h"
 #include "text/path_text.h"
 #include "validate/validate.h"

@@ -5,6 +5,7 @@
 #include <string>
 
 #include "configuration/service_config.h"
+#include "probes/privileges.h"
 #include "profiles/keelroom_rule.h"
 #include "profiles/recorded_home.h"
 #include "profiles/redirection_notes.h"

@@ -2,12 +2,13 @@
 
 #include <exception>
 
+#include "fsops/file_list.h"
+#include "fsops/folders.h"
 #include "fsops/move_tree.h"
 #include "fsops/shares.h"
 #include "links/volume_paths.h"
 #include "profiles/redirection_notes.h"
 #include "profiles/shared_profiles_rules.h"
-#include "redirect/folder_steps.h"
 #include "report/log.h"
 #include "text/path_text.h"
 

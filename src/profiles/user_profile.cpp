@@ -6,8 +6,10 @@
 
 #include "fsops/side_folder.h"
 #include "links/mounted_folder.h"
+#include "links/presence.h"
 #include "links/volume_paths.h"
 #include "probes/keelroom.h"
+#include "probes/privileges.h"
 #include "probes/services.h"
 #include "probes/windows_version.h"
 #include "profiles/keelroom_rule.h"
@@ -16,7 +18,6 @@
 #include "profiles/recorded_home.h"
 #include "profiles/user_accounts.h"
 #include "profiles/user_hive.h"
-#include "redirect/folder_steps.h"
 #include "report/console.h"
 #include "report/log.h"
 #include "report/outcome.h"

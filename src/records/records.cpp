@@ -328,3 +328,16 @@ bool UpdateOtherJunctionRecords(const std::u16string& oldPath, const std::u16str
 } catch (const std::exception&) {
   return false;
 }
+
+bool UpdateRecords(const std::u16string& oldPath, const std::u16string& newPath, std::vector<JunctionRecord>& records) {
+  bool all = UpdateJunctionRegKeys(oldPath.c_str(), newPath.c_str(), 0) != 0;
+  if (!ReadJunctionRecords(0, records)) all = false;
+  for (const JunctionRecord& record : records) {
+    if (!IsSameOrBelow(record.source, oldPath) && !IsSameOrBelow(record.target, oldPath)) continue;
+    Log(u"#INFO: The record of Source = %ls and Target = %ls names a folder that is now in %ls.", record.source,
+        record.target, newPath);
+    all = false;
+  }
+  if (!all) Log(u"#ERROR: Unable to update redirected folder path in registry.");
+  return all;
+}

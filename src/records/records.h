@@ -59,3 +59,7 @@ bool RestoreJunctionRecords(const std::vector<JunctionRecord>& saved);
 // they say so now. False: one of them may still name oldPath.
 bool UpdateOtherJunctionRecords(const std::u16string& oldPath, const std::u16string& newPath, int isFile,
                                 const JunctionRecord& own);
+
+// Data moved from oldPath to newPath: the folders' records follow, and are read again into `records`. False when one
+// still names the old place, or the registry does not tell; the log names it.
+bool UpdateRecords(const std::u16string& oldPath, const std::u16string& newPath, std::vector<JunctionRecord>& records);

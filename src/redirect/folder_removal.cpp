@@ -10,6 +10,7 @@
 #include "links/junction.h"
 #include "records/records.h"
 #include "redirect/folder_steps.h"
+#include "report/lines.h"
 #include "report/log.h"
 #include "text/path_text.h"
 #include "validate/validate.h"

@@ -5,7 +5,7 @@
 #include <string_view>
 #include <vector>
 
-#include "links/mounted_folder.h"
+#include "links/presence.h"
 #include "probes/rimehold_status.h"
 #include "text/path_text.h"
 #include "win32/win32.h"

@@ -2,9 +2,6 @@
 // it.
 #pragma once
 
-// Is the caller an administrator in effect? The console tells one who is not.
-bool IsAdministrator();
-
 // Says the text with this number on the console and in the log; 0, the exit code.
 int Succeed(unsigned text);
 

@@ -61,6 +61,11 @@ std::u16string WithoutTrailingBackslash(std::u16string_view path) {
   return std::u16string(path);
 }
 
+std::u16string FolderForm(std::u16string path) {
+  if (path.ends_with(u':')) path += u'\\';
+  return path;
+}
+
 bool HasDotComponents(std::u16string_view path) {
   while (!path.empty()) {
     const std::size_t end = std::min(path.find_first_of(u"\\/"), path.size());
@@ -96,4 +101,8 @@ std::u16string ReplaceFolder(std::u16string_view path, std::u16string_view oldFo
   std::u16string_view rest = path.substr(oldFolder.size());
   if (newFolder.ends_with(u'\\') && rest.starts_with(u'\\')) rest.remove_prefix(1);
   return std::u16string(newFolder) += rest;
+}
+
+std::u16string RealTargetOf(const std::u16string& source, const std::u16string& target) {
+  return source.find(u'\\') == std::u16string::npos ? target : JoinPath(target, LastComponent(source));
 }

@@ -24,6 +24,8 @@ std::u16string LastComponent(std::u16string_view path);
 std::u16string JoinPath(std::u16string_view folder, std::u16string_view name);
 // The path without the backslashes at its end; a drive's root ("C:\") keeps its own.
 std::u16string WithoutTrailingBackslash(std::u16string_view path);
+// A folder that a path was cut to, as Windows is asked about it: the bare "D:" would mean the drive's current folder.
+std::u16string FolderForm(std::u16string path);
 // One of the path's components is "." or "..".
 bool HasDotComponents(std::u16string_view path);
 // Is the path as Windows would write it: backslashes only, each of its components with a name, and none that ends in a
@@ -34,3 +36,5 @@ bool IsPlainPath(std::u16string_view path);
 bool IsSameOrBelow(std::u16string_view path, std::u16string_view folder);
 // With newFolder in the place of oldFolder when the path is oldFolder or lies below it; otherwise as it is.
 std::u16string ReplaceFolder(std::u16string_view path, std::u16string_view oldFolder, std::u16string_view newFolder);
+// Where the contents of `source` go: a folder of its name below the target.
+std::u16string RealTargetOf(const std::u16string& source, const std::u16string& target);

@@ -5,6 +5,7 @@
 
 #include "links/mounted_folder.h"
 #include "report/log.h"
+#include "text/path_text.h"
 #include "validate/path_rules.h"
 #include "win32/win32.h"
 

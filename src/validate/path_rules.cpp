@@ -125,6 +125,29 @@ bool IsOnFixedOrRemovableDrive(const char16_t* path) {
   return type == win32::DRIVE_FIXED || type == win32::DRIVE_REMOVABLE;
 }
 
+bool IsUsablePath(const std::u16string& path) {
+  // With "..", the last component would not be the folder's name, and a folder inside another would not look like it.
+  if (HasDotComponents(path)) {
+    Log(u"#ERROR: The selected folder %ls is a relative path. Browse to a different location", path);
+    return false;
+  }
+  // Windows itself would take the odd parts away, but not from the path that a junction holds: it would lead nowhere.
+  if (!IsPlainPath(path)) {
+    Log(u"#ERROR:Invalid path : %ls", path);
+    return false;
+  }
+  return true;
+}
+
+bool IsOrdinaryPath(const std::u16string& path) {
+  for (const char16_t* const prefix : {u"\\\\?\\", u"\\\\.\\", u"\\??\\"})
+    if (path.starts_with(prefix)) {
+      Log(u"#ERROR:Invalid path : %ls", path);
+      return false;
+    }
+  return IsUsablePath(path);
+}
+
 bool IsRelativePath(const char16_t* path) {
   return win32::PathIsRelativeW(TrimAndUnquote(path).c_str()) != win32::FALSE;
 }
@@ -135,11 +158,6 @@ std::u16string TrimAndUnquote(std::u16string_view path) {
   std::u16string text(path);
   win32::PathUnquoteSpacesW(text.data());
   return text.c_str();  // unquoting shortens the text in its place
-}
-
-std::u16string FolderForm(std::u16string path) {
-  if (path.ends_with(u':')) path += u'\\';
-  return path;
 }
 
 int GetFileSystemType(const char16_t* path) {

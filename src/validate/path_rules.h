@@ -16,8 +16,12 @@ bool IsOnFixedOrRemovableDrive(const char16_t* path);
 bool IsRelativePath(const char16_t* path);  // blanks around it and quotes do not count
 // The path without the blanks around it and without its quotes.
 std::u16string TrimAndUnquote(std::u16string_view path);
-// A folder that a path was cut to, as Windows is asked about it: the bare "D:" would mean the drive's current folder.
-std::u16string FolderForm(std::u16string path);
+// May the path stand in a redirection as it is written? No "." or "..", no odd separators or blanks; a refusal has its
+// line in the log.
+bool IsUsablePath(const std::u16string& path);
+// The same for a profile. The names of devices, "\\?\C:" among them, would be other places than those that all the
+// rules speak of.
+bool IsOrdinaryPath(const std::u16string& path);
 
 // 1 for NTFS, 0 for FAT, -1 for every other file system and when it cannot be told.
 int GetFileSystemType(const char16_t* path);

@@ -2,6 +2,7 @@
 
 #include <exception>
 
+#include "fsops/file_list.h"
 #include "fsops/security.h"
 #include "probes/services.h"
 #include "report/log.h"

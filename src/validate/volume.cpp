@@ -3,6 +3,7 @@
 #include <exception>
 #include <string_view>
 
+#include "fsops/file_list.h"
 #include "links/mounted_folder.h"
 #include "report/log.h"
 #include "text/path_text.h"
