@@ -19,18 +19,6 @@ std::uint64_t NameHash(std::string_view name) {
   return hash;
 }
 
-// u"{01234567-89AB-CDEF-0123-456789ABCDEF}"
-bool IsGuidText(std::u16string_view text) {
-  if (text.size() != 38 || text.front() != u'{' || text.back() != u'}') return false;
-  for (std::size_t i = 1; i < 37; ++i) {
-    const char16_t unit = text[i];
-    const bool dash = i == 9 || i == 14 || i == 19 || i == 24;
-    const bool hex = (unit >= u'0' && unit <= u'9') || (unit >= u'A' && unit <= u'F') || (unit >= u'a' && unit <= u'f');
-    if (dash ? unit != u'-' : !hex) return false;
-  }
-  return true;
-}
-
 std::u16string GuidFromIdentity(ByteView identity) {
   const auto signature = LoadLittleEndian<std::uint32_t>(identity, 0);
   const auto offset = LoadLittleEndian<std::uint64_t>(identity, 4);

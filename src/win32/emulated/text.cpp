@@ -82,4 +82,15 @@ bool StartsWithAsciiNoCase(std::u16string_view text, std::u16string_view prefix)
   return text.size() >= prefix.size() && EqualAsciiNoCase(text.substr(0, prefix.size()), prefix);
 }
 
+bool IsGuidText(std::u16string_view text) {
+  if (text.size() != 38 || text.front() != u'{' || text.back() != u'}') return false;
+  for (std::size_t i = 1; i < 37; ++i) {
+    const char16_t unit = text[i];
+    const bool dash = i == 9 || i == 14 || i == 19 || i == 24;
+    const bool hex = (unit >= u'0' && unit <= u'9') || (unit >= u'A' && unit <= u'F') || (unit >= u'a' && unit <= u'f');
+    if (dash ? unit != u'-' : !hex) return false;
+  }
+  return true;
+}
+
 }  // namespace emulated

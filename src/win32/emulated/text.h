@@ -15,4 +15,7 @@ std::u16string LowerAscii(std::u16string_view text);
 bool EqualAsciiNoCase(std::u16string_view a, std::u16string_view b);
 bool StartsWithAsciiNoCase(std::u16string_view text, std::u16string_view prefix);
 
+// u"{01234567-89AB-CDEF-0123-456789ABCDEF}", in letters of either case.
+bool IsGuidText(std::u16string_view text);
+
 }  // namespace emulated

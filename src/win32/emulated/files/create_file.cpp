@@ -54,8 +54,7 @@ HANDLE CreateFileW(const char16_t* lpFileName, DWORD dwDesiredAccess, DWORD dwSh
     return fail(ERROR_INVALID_PARAMETER);
   if (dwCreationDisposition == TRUNCATE_EXISTING && !(dwDesiredAccess & GENERIC_WRITE))
     return fail(ERROR_INVALID_PARAMETER);
-  constexpr DWORD kAnyShare = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
-  if (dwShareMode & ~kAnyShare) return fail(ERROR_INVALID_PARAMETER);
+  if (dwShareMode & ~emulated::kAnyShare) return fail(ERROR_INVALID_PARAMETER);
   std::optional<emulated::Bytes> creator;
   if (const DWORD error = emulated::CreatorDescriptor(lpSecurityAttributes, creator)) return fail(error);
 

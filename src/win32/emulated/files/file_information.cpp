@@ -9,8 +9,6 @@ namespace {
 
 using win32::DWORD;
 
-constexpr DWORD kAnyShare = win32::FILE_SHARE_READ | win32::FILE_SHARE_WRITE | win32::FILE_SHARE_DELETE;
-
 // What one FILETIME of SetFileTime asks for.
 struct TimeChange {
   FileTime time = 0;  // 0: leave it
@@ -71,13 +69,8 @@ DWORD QueryAttributes(std::u16string_view path, DWORD& attributes) {
 
 DWORD ChangeAttributes(std::u16string_view path, DWORD attributes) {
   FileService& files = Machine::Current().files();
-  OpenRequest request;
-  request.path = path;
-  request.access = win32::FILE_WRITE_ATTRIBUTES | win32::SYNCHRONIZE;
-  request.share = kAnyShare;
-  request.flags = win32::FILE_FLAG_BACKUP_SEMANTICS | win32::FILE_FLAG_OPEN_REPARSE_POINT;
   std::shared_ptr<FileObject> file;
-  if (const DWORD error = files.Open(request, file)) return error;
+  if (const DWORD error = files.OpenItself(path, win32::FILE_WRITE_ATTRIBUTES, file)) return error;
   if (file->isDirectory && (attributes & win32::FILE_ATTRIBUTE_TEMPORARY)) return win32::ERROR_INVALID_PARAMETER;
   if (const DWORD error = file->volume->volume->SetAttributes(file->file, attributes & ~win32::FILE_ATTRIBUTE_NORMAL))
     return error;

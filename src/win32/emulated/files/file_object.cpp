@@ -20,10 +20,18 @@ void FileObject::Closed() {
 
 std::u16string FileObject::NameOnDevice() const { return service_ ? service_->PathInVolume(*this) : std::u16string(); }
 
-void FileService::Register(const std::shared_ptr<FileObject>& object) {
+std::shared_ptr<FileObject> FileService::Register(std::shared_ptr<FileObject> object, const Location& location,
+                                                  const OpenRequest& request) {
+  object->volume = location.volume;
+  object->directory = location.directory;
+  object->stream = location.stream;
+  object->share = request.share;
+  object->flags = request.flags;
+  object->deleteOnClose = (request.flags & win32::FILE_FLAG_DELETE_ON_CLOSE) != 0;
   object->service_ = this;
   object->processId = machine_.process.id;
   opens_.push_back(object.get());
+  return object;
 }
 
 void FileService::CloseObject(FileObject& object) {

@@ -62,6 +62,8 @@ class FileObject : public OpenedFile {
   FileTime writeNoted_ = 0;
 };
 
+inline constexpr win32::DWORD kAnyShare = win32::FILE_SHARE_READ | win32::FILE_SHARE_WRITE | win32::FILE_SHARE_DELETE;
+
 struct OpenRequest {
   std::u16string_view path;  // as a Win32 program gives it
   win32::DWORD access = 0;   // exactly this; CreateFileW's additional SYNCHRONIZE and FILE_READ_ATTRIBUTES are its own
@@ -85,6 +87,10 @@ class FileService {
   win32::DWORD Resolve(std::u16string_view path, bool followLast, Location& location);
   // CreateFileW without the handle. `existed` tells whether the file was there before.
   win32::DWORD Open(const OpenRequest& request, std::shared_ptr<FileObject>& object, bool* existed = nullptr);
+  // Opens the item itself, be it a link or a directory, as the system's own calls do: privileges count as for a backup,
+  // and everybody may share it.
+  win32::DWORD OpenItself(std::u16string_view path, win32::DWORD access, std::shared_ptr<FileObject>& object,
+                          bool wantDirectory = false);
   // Opens what is there at a place that has been resolved. `overwrite`: the open is going to replace the data.
   win32::DWORD OpenAt(const Location& location, const OpenRequest& request, bool overwrite,
                       std::shared_ptr<FileObject>& object);
@@ -146,7 +152,9 @@ class FileService {
   bool FindKnownDirectory(std::u16string_view path, Location& location);
   win32::DWORD ShareConflict(const Location& location, win32::DWORD access, win32::DWORD share) const;
   win32::DWORD Overwrite(FileObject& object, const FileInfo& info, win32::DWORD attributes);
-  void Register(const std::shared_ptr<FileObject>& object);
+  // Counts the new open among all; what the place and the request say of it is put into it.
+  std::shared_ptr<FileObject> Register(std::shared_ptr<FileObject> object, const Location& location,
+                                       const OpenRequest& request);
   void CloseObject(FileObject& object);
   void RemoveName(FileObject& object);
 

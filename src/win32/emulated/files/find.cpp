@@ -13,7 +13,6 @@ namespace {
 
 using win32::DWORD;
 
-constexpr DWORD kAnyShare = win32::FILE_SHARE_READ | win32::FILE_SHARE_WRITE | win32::FILE_SHARE_DELETE;
 // As many entries are read ahead as a buffer of the directory query would hold, about.
 constexpr std::size_t kReadAhead = 32;
 

@@ -12,19 +12,13 @@ namespace {
 
 using win32::DWORD;
 
-constexpr DWORD kAnyShare = win32::FILE_SHARE_READ | win32::FILE_SHARE_WRITE | win32::FILE_SHARE_DELETE;
 constexpr DWORD kAllowUnprivileged = 2;  // SYMBOLIC_LINK_FLAG_ALLOW_UNPRIVILEGED_CREATE: counts in developer mode only
 
 // The new name stands for the link itself when `existing` is one.
 DWORD MakeHardLink(std::u16string_view path, std::u16string_view existing) {
   FileService& files = Machine::Current().files();
-  OpenRequest request;
-  request.path = existing;
-  request.access = win32::FILE_WRITE_ATTRIBUTES | win32::SYNCHRONIZE;
-  request.share = kAnyShare;
-  request.flags = win32::FILE_FLAG_BACKUP_SEMANTICS | win32::FILE_FLAG_OPEN_REPARSE_POINT;
   std::shared_ptr<FileObject> file;
-  if (const DWORD error = files.Open(request, file)) return error;
+  if (const DWORD error = files.OpenItself(existing, win32::FILE_WRITE_ATTRIBUTES, file)) return error;
   if (file->isDirectory) return win32::ERROR_ACCESS_DENIED;
   Location place;
   if (const DWORD error = files.Resolve(path, false, place)) return error;

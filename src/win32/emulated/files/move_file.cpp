@@ -11,8 +11,6 @@ namespace {
 
 using win32::DWORD;
 
-constexpr DWORD kAnyShare = win32::FILE_SHARE_READ | win32::FILE_SHARE_WRITE | win32::FILE_SHARE_DELETE;
-
 // May something take the place of this file?
 DWORD MayReplace(const Location& target) {
   FileService& files = Machine::Current().files();
@@ -89,13 +87,8 @@ DWORD Rename(FileObject& source, const Location& target, bool replace) {
 
 DWORD Move(std::u16string_view from, std::u16string_view to, DWORD flags) {
   FileService& files = Machine::Current().files();
-  OpenRequest request;
-  request.path = from;
-  request.access = win32::DELETE | win32::SYNCHRONIZE | win32::FILE_READ_ATTRIBUTES;
-  request.share = kAnyShare;
-  request.flags = win32::FILE_FLAG_BACKUP_SEMANTICS | win32::FILE_FLAG_OPEN_REPARSE_POINT;
   std::shared_ptr<FileObject> source;
-  if (const DWORD error = files.Open(request, source)) return error;
+  if (const DWORD error = files.OpenItself(from, win32::DELETE | win32::FILE_READ_ATTRIBUTES, source)) return error;
   Location target;
   if (const DWORD error = files.Resolve(to, false, target)) return error;
   if (target.hasStream || !source->stream.empty()) return win32::ERROR_INVALID_NAME;

@@ -10,29 +10,19 @@ namespace {
 
 using win32::DWORD;
 
-constexpr DWORD kAnyShare = win32::FILE_SHARE_READ | win32::FILE_SHARE_WRITE | win32::FILE_SHARE_DELETE;
 constexpr std::size_t kRoomForShortName = 12;  // a directory's path leaves room for "\FILENAME.EXT" below it
 
-// Opens the name itself for its removal; privileges count as they do for a backup.
-DWORD OpenToDelete(std::u16string_view path, bool directory, std::shared_ptr<FileObject>& object) {
-  OpenRequest request;
-  request.path = path;
-  request.access = win32::DELETE | win32::SYNCHRONIZE | win32::FILE_READ_ATTRIBUTES;
-  request.share = kAnyShare;
-  request.flags = win32::FILE_FLAG_BACKUP_SEMANTICS | win32::FILE_FLAG_OPEN_REPARSE_POINT;
-  request.wantDirectory = directory;
-  return Machine::Current().files().Open(request, object);
-}
+constexpr DWORD kToDelete = win32::DELETE | win32::FILE_READ_ATTRIBUTES;
 
 DWORD RemoveDirectory(std::u16string_view path) {
   std::shared_ptr<FileObject> directory;
-  if (const DWORD error = OpenToDelete(path, true, directory)) return error;
+  if (const DWORD error = Machine::Current().files().OpenItself(path, kToDelete, directory, true)) return error;
   return Machine::Current().files().MarkForDeletion(*directory);
 }
 
 DWORD RemoveFile(std::u16string_view path) {
   std::shared_ptr<FileObject> file;
-  if (const DWORD error = OpenToDelete(path, false, file)) return error;
+  if (const DWORD error = Machine::Current().files().OpenItself(path, kToDelete, file)) return error;
   if (file->isDirectory) return win32::ERROR_ACCESS_DENIED;
   return Machine::Current().files().MarkForDeletion(*file);
 }

@@ -77,6 +77,17 @@ DWORD FileService::ShareConflict(const Location& location, DWORD access, DWORD s
   return 0;
 }
 
+DWORD FileService::OpenItself(std::u16string_view path, DWORD access, std::shared_ptr<FileObject>& object,
+                              bool wantDirectory) {
+  OpenRequest request;
+  request.path = path;
+  request.access = access | win32::SYNCHRONIZE;
+  request.share = kAnyShare;
+  request.flags = win32::FILE_FLAG_BACKUP_SEMANTICS | win32::FILE_FLAG_OPEN_REPARSE_POINT;
+  request.wantDirectory = wantDirectory;
+  return Open(request, object);
+}
+
 DWORD FileService::OpenAt(const Location& location, const OpenRequest& request, bool overwrite,
                           std::shared_ptr<FileObject>& object) {
   const FileInfo& info = location.info;
@@ -101,21 +112,14 @@ DWORD FileService::OpenAt(const Location& location, const OpenRequest& request, 
   if (const DWORD error = ShareConflict(location, opened->granted, request.share)) return error;
   if (extra != 0 && !(access & win32::MAXIMUM_ALLOWED)) opened->granted &= ~extra | Mapped(access);
 
-  opened->volume = location.volume;
   opened->file = location.file;
-  opened->directory = location.directory;
   if (location.directory != 0) {
     FileId same = 0;
     if (const DWORD error = location.volume->volume->Lookup(location.directory, location.name, same, &opened->name))
       return error;
   }
-  opened->stream = location.stream;
   opened->isDirectory = isDirectory;
-  opened->share = request.share;
-  opened->flags = request.flags;
-  opened->deleteOnClose = (request.flags & win32::FILE_FLAG_DELETE_ON_CLOSE) != 0;
-  Register(opened);
-  object = std::move(opened);
+  object = Register(std::move(opened), location, request);
   return 0;
 }
 
@@ -151,17 +155,10 @@ DWORD FileService::CreateAt(const Location& location, const OpenRequest& request
   // Who makes a file has whatever it asked for: the new descriptor is for those who come later.
   auto opened = std::make_shared<FileObject>();
   opened->granted = Mapped(request.access);
-  opened->volume = location.volume;
   opened->file = file;
-  opened->directory = location.directory;
   opened->name = location.name;
-  opened->stream = location.stream;
   opened->isDirectory = request.createDirectory && location.stream.empty();
-  opened->share = request.share;
-  opened->flags = request.flags;
-  opened->deleteOnClose = (request.flags & win32::FILE_FLAG_DELETE_ON_CLOSE) != 0;
-  Register(opened);
-  object = std::move(opened);
+  object = Register(std::move(opened), location, request);
   return 0;
 }
 

@@ -8,7 +8,6 @@ namespace emulated {
 namespace {
 
 constexpr std::u16string_view kLiteral = u"\\\\?\\", kNt = u"\\??\\";
-constexpr std::size_t kVolumeName = 49;  // \\?\Volume{GUID}\ .
 
 bool IsLetter(char16_t unit) { return (unit >= u'A' && unit <= u'Z') || (unit >= u'a' && unit <= u'z'); }
 
@@ -23,15 +22,9 @@ std::u16string NtPath(std::u16string_view fullPath) {
 }
 
 bool IsVolumeName(std::u16string_view name) {
-  if (name.size() != kVolumeName || !StartsWithAsciiNoCase(name, u"\\\\?\\Volume{") || name.substr(47) != u"}\\")
-    return false;
-  for (std::size_t i = 11; i < 47; ++i) {
-    const char16_t unit = name[i];
-    const bool dash = i == 19 || i == 24 || i == 29 || i == 34;
-    const bool hex = (unit >= u'0' && unit <= u'9') || (unit >= u'A' && unit <= u'F') || (unit >= u'a' && unit <= u'f');
-    if (dash ? unit != u'-' : !hex) return false;
-  }
-  return true;
+  constexpr std::u16string_view kStart = u"\\\\?\\Volume";
+  return StartsWithAsciiNoCase(name, kStart) && name.ends_with(u'\\') &&
+         IsGuidText(name.substr(kStart.size(), name.size() - kStart.size() - 1));
 }
 
 std::u16string RootPath(const MountedVolume& volume) {

@@ -3,6 +3,7 @@
 
 #include "win32/emulated/machine.h"
 #include "win32/emulated/security/access.h"
+#include "win32/emulated/system/pseudo_handles.h"
 #include "win32/security.h"
 
 namespace win32 {
@@ -13,9 +14,6 @@ using emulated::Bytes;
 using emulated::ByteView;
 using emulated::Machine;
 using emulated::Token;
-
-const HANDLE kCurrentProcess = reinterpret_cast<HANDLE>(LONG_PTR{-1});
-const HANDLE kCurrentThread = reinterpret_cast<HANDLE>(LONG_PTR{-2});
 
 // What TOKEN_USER, TOKEN_GROUPS and TOKEN_PRIVILEGES consist of: SIDs first measured, then put behind the structures.
 class TokenInformation {

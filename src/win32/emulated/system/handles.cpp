@@ -5,6 +5,7 @@
 #include "win32/emulated/security/access.h"
 #include "win32/emulated/system/console.h"
 #include "win32/emulated/system/mutex.h"
+#include "win32/emulated/system/pseudo_handles.h"
 #include "win32/emulated/text.h"
 #include "win32/system.h"
 
@@ -39,8 +40,6 @@ namespace {
 using emulated::Machine;
 using emulated::MutexObject;
 
-const HANDLE kCurrentProcess = reinterpret_cast<HANDLE>(LONG_PTR{-1});
-const HANDLE kCurrentThread = reinterpret_cast<HANDLE>(LONG_PTR{-2});
 constexpr ACCESS_MASK kMutexAllAccess = 0x1F0001;
 constexpr GENERIC_MAPPING kMutexMapping{0x20001, 0x20000, 0x120000, kMutexAllAccess};
 

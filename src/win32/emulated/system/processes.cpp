@@ -7,6 +7,7 @@
 #include <optional>
 
 #include "win32/emulated/security/access.h"
+#include "win32/emulated/system/pseudo_handles.h"
 #include "win32/emulated/system/threads.h"
 #include "win32/process.h"
 
@@ -57,8 +58,6 @@ namespace {
 using emulated::Machine;
 using emulated::ProcessObject;
 
-const HANDLE kCurrentProcess = reinterpret_cast<HANDLE>(LONG_PTR{-1});
-const HANDLE kCurrentThread = reinterpret_cast<HANDLE>(LONG_PTR{-2});
 constexpr ACCESS_MASK kProcessAllAccess = 0x1FFFFF, kThreadAllAccess = 0x1FFFFF;
 constexpr GENERIC_MAPPING kProcessMapping{0x20410, 0x20BEA, 0x121001, kProcessAllAccess};
 constexpr DWORD kCloseSource = 1, kSameAccess = DUPLICATE_SAME_ACCESS;

@@ -6,6 +6,7 @@
 
 #include "win32/emulated/system/mutex.h"
 #include "win32/emulated/system/processes.h"
+#include "win32/emulated/system/pseudo_handles.h"
 #include "win32/system.h"
 
 namespace emulated {
@@ -159,8 +160,6 @@ using emulated::ThreadObject;
 
 constexpr ACCESS_MASK kThreadAllAccess = 0x1FFFFF;
 constexpr ACCESS_MASK kThreadTerminate = 0x0001;
-const HANDLE kCurrentProcess = reinterpret_cast<HANDLE>(LONG_PTR{-1});
-const HANDLE kCurrentThread = reinterpret_cast<HANDLE>(LONG_PTR{-2});
 
 // The thread of a handle with the right. 0, 5 or 6.
 DWORD ThreadOf(HANDLE handle, ACCESS_MASK right, std::shared_ptr<ThreadObject>& thread) {
