@@ -89,17 +89,8 @@ class WineWorld(World):
     def start_service(self):
         self.prefix.start_service(SERVICE)
 
-    @contextlib.contextmanager
     def held(self, path):
-        process = self.prefix.start(self.build / "wine" / "hold_open.exe", path, "read", "none")
-        try:
-            if process.stdout.readline().strip() != b"held":
-                raise RuntimeError(f"nobody holds {path}")
-            yield
-        finally:
-            process.stdin.close()
-            process.wait(timeout=30)
-            process.stdout.close()
+        return self.prefix.holding(self.build / "wine" / "hold_open.exe", path, "read", "none")
 
     def set_rimehold(self, status):
         if status is None:

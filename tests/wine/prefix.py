@@ -1,4 +1,5 @@
 """A throw-away Windows under Wine: its own folder, its own server, nothing left behind."""
+import contextlib
 import os
 import pathlib
 import shutil
@@ -85,6 +86,19 @@ class Prefix:
         """Starts a Windows program that talks through its standard input and output."""
         return subprocess.Popen([WINE, str(program), *arguments], env=self.environment, cwd=self.scratch,
                                 stdin=subprocess.PIPE, stdout=subprocess.PIPE, stderr=subprocess.DEVNULL)
+
+    @contextlib.contextmanager
+    def holding(self, program, *arguments):
+        """A small program of ours that says "held" and holds what it is told to until the end of the block."""
+        process = self.start(program, *arguments)
+        try:
+            if process.stdout.readline().strip() != b"held":
+                raise RuntimeError(f"{program} {' '.join(arguments)} holds nothing")
+            yield
+        finally:
+            process.stdin.close()
+            process.wait(timeout=30)
+            process.stdout.close()
 
     # Set-up through Wine's own tools; each must succeed, or the scenario would prove nothing.
 

@@ -1,5 +1,4 @@
 """What an administrator sees of QBC.exe: console, exit code, log, registry. Each scenario takes its world."""
-import contextlib
 import re
 
 STATUS_KEY = "HKLM\\Software\\Velmora\\Rimehold 6"
@@ -39,18 +38,8 @@ class World:
         added = self.log.read_bytes()[before:].decode("utf-16-le") if self.log.is_file() else ""
         return result, added.removeprefix("\ufeff")
 
-    @contextlib.contextmanager
     def helper(self, name, *arguments):
-        """A small program that says "held" and holds what it is told to until we let go of it."""
-        process = self.prefix.start(self.build / "wine" / name, *arguments)
-        try:
-            if process.stdout.readline().strip() != b"held":
-                raise RuntimeError(f"{name} {' '.join(arguments)} holds nothing")
-            yield
-        finally:
-            process.stdin.close()
-            process.wait(timeout=30)
-            process.stdout.close()
+        return self.prefix.holding(self.build / "wine" / name, *arguments)
 
     def expect(self, name, result, text, code):
         """One run: all that the console shows, and the exit code."""
