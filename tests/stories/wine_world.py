@@ -1,5 +1,4 @@
 """The stories' world in a Wine prefix, with a real service program."""
-import contextlib
 import shutil
 
 from world import SERVICE_FOLDER, World
