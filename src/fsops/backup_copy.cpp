@@ -44,7 +44,7 @@ bool MakeDirectory(std::u16string& path, win32::SECURITY_ATTRIBUTES* attributes)
   if (win32::CreateDirectoryW(path.c_str(), attributes) || win32::GetLastError() == win32::ERROR_ALREADY_EXISTS)
     return true;
   if (HasExtendedPrefix(path)) return false;
-  path.insert(0, u"\\\\?\\");
+  path = WithExtendedPrefix(path);
   return win32::CreateDirectoryW(path.c_str(), attributes) || win32::GetLastError() == win32::ERROR_ALREADY_EXISTS;
 }
 
@@ -97,7 +97,7 @@ int CopyChunks(const AccessTimeKeepingFile& source, const AccessTimeKeepingFile&
 int CopyUnopened(const std::u16string& source, const std::u16string& target) {
   const win32::DWORD error = win32::GetLastError();
   const bool notFound = error == win32::ERROR_FILE_NOT_FOUND || error == win32::ERROR_PATH_NOT_FOUND;
-  if (notFound && IsJunction(source.c_str(), 0)) {
+  if (notFound && IsJunction(source.c_str())) {
     const win32::DWORD attributes = win32::GetFileAttributesW(source.c_str());
     if (attributes != win32::INVALID_FILE_ATTRIBUTES) win32::SetFileAttributesW(target.c_str(), attributes);
     return 1;

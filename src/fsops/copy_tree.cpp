@@ -11,6 +11,7 @@
 #include "fsops/security.h"
 #include "links/junction.h"
 #include "links/mounted_folder.h"
+#include "links/real_path.h"
 #include "links/volume_paths.h"
 #include "report/console.h"
 #include "report/log.h"
@@ -37,11 +38,9 @@ Look LookAt(const std::u16string& path) {
   return {absent ? Presence::Absent : Presence::Unknown, 0};
 }
 
-std::u16string_view WithoutPrefix(std::u16string_view path) { return HasExtendedPrefix(path) ? path.substr(4) : path; }
-
 // A root in the form in which paths below it begin: no prefix, no backslash at the end.
 std::u16string Base(std::u16string_view root) {
-  root = WithoutPrefix(root);
+  root = WithoutExtendedPrefix(root);
   while (!root.empty() && root.back() == u'\\') root.remove_suffix(1);
   return std::u16string(root);
 }
@@ -176,7 +175,7 @@ bool TreeCopy::SystemFoldersPermit(const TreeListing& listing) const {
   if (!flags_.refuseSystemFolders || listing.systemFolders.empty()) return true;
   const bool rootOfVolume = IsVolumeMountPoint(record_.sourceRoot.c_str()) != 0;
   for (const std::u16string& folder : listing.systemFolders) {
-    const std::u16string_view path = WithoutPrefix(folder);
+    const std::u16string_view path = WithoutExtendedPrefix(folder);
     if (rootOfVolume && path.rfind(u'\\') == sourceBase_.size()) continue;
     Log(u"#ERROR: The folder %ls belongs to Windows and cannot be moved.", folder);
     return false;
@@ -186,9 +185,9 @@ bool TreeCopy::SystemFoldersPermit(const TreeListing& listing) const {
 
 std::u16string TreeCopy::TargetOf(const TreeEntry& entry) const {
   std::u16string target = targetBase_;
-  target += WithoutPrefix(entry.path).substr(sourceBase_.size());
+  target += WithoutExtendedPrefix(entry.path).substr(sourceBase_.size());
   // An entry that was reached by "\\?\" only (its name ends with a dot, say) is made in the same way.
-  if (target.size() >= win32::MAX_PATH || HasExtendedPrefix(entry.path)) target.insert(0, u"\\\\?\\");
+  if (target.size() >= win32::MAX_PATH || HasExtendedPrefix(entry.path)) return WithExtendedPrefix(target);
   return target;
 }
 
@@ -252,8 +251,8 @@ Step TreeCopy::CopyEntry(const TreeEntry& entry) {
     item.complete = CopyItem(entry, target, look);
     if (!item.complete && (Failed(entry, target) == Step::Failed || !MayGoOn())) return Step::Failed;
   }
-  if (entry.IsDirectory() && !shares_.FindByPath(WithoutPrefix(entry.path)).empty())
-    sharedFolders_.emplace(WithoutPrefix(entry.path), WithoutPrefix(target));
+  if (entry.IsDirectory() && !shares_.FindByPath(WithoutExtendedPrefix(entry.path)).empty())
+    sharedFolders_.emplace(WithoutExtendedPrefix(entry.path), WithoutExtendedPrefix(target));
   return ShowProgress(entry.path, target);
 }
 
@@ -273,7 +272,7 @@ bool TreeCopy::CopyItem(const TreeEntry& entry, const std::u16string& target, co
 // else's. The link's own came with the backup copy.
 void TreeCopy::CopyDaclOf(const TreeEntry& entry, const std::u16string& target) const {
   if (entry.IsLink()) return;
-  const bool targetIsRoot = EqualPaths(WithoutPrefix(target), targetBase_);
+  const bool targetIsRoot = EqualPaths(WithoutExtendedPrefix(target), targetBase_);
   CopyDacl(entry.path, target, targetIsRoot && flags_.keepInheritedAces ? 0 : flags_.allowInheritance,
            flags_.keepInheritedAces);
 }
@@ -288,7 +287,7 @@ bool TreeCopy::CopyWithoutBackup(const TreeEntry& entry, const std::u16string& t
   if (entry.IsDirectory()) {
     // CreateDirectoryW's plain form ends earlier than that of other calls.
     if (look.presence == Presence::Absent && !win32::CreateDirectoryW(target.c_str(), nullptr) &&
-        (HasExtendedPrefix(target) || !win32::CreateDirectoryW((u"\\\\?\\" + target).c_str(), nullptr))) {
+        (HasExtendedPrefix(target) || !win32::CreateDirectoryW(WithExtendedPrefix(target).c_str(), nullptr))) {
       Log(u"#ERROR: Unable to create target directory for path %ls.", target);
       return false;
     }
@@ -391,7 +390,7 @@ bool TreeCopy::RecreateLink(const TreeEntry& link, const std::u16string& newLink
   if (text.starts_with(u"Volume{") && text.find(u'\\') == std::u16string::npos) return false;
   if (!flags_.copyOnly) text = ReplaceFolder(text, sourceBase_, targetBase_);
   if (text.back() == u':') text += u'\\';  // the root of a drive, not the current folder on it
-  if (isSymbolicLink ? CreateSymbolicLinkEntry(newLink.c_str(), text.c_str(), 0)
+  if (isSymbolicLink ? CreateSymbolicLinkEntry(newLink.c_str(), text.c_str())
                      : CreateJunction(newLink.c_str(), text.c_str()))
     return true;
   if (isSymbolicLink)
@@ -447,7 +446,7 @@ int TreeCopy::Run(const std::u16string& sourceRoot, const std::u16string& target
   if (!SystemFoldersPermit(listing)) return 0;
   shares_ = ShareList::Read();
   if (!CarryRoot()) return 0;
-  if (flags_.carryRoot) madeFolders_.insert(std::u16string(WithoutPrefix(record_.sourceRoot)));
+  if (flags_.carryRoot) madeFolders_.insert(std::u16string(WithoutExtendedPrefix(record_.sourceRoot)));
   for (const TreeEntry& entry : listing.entries) {
     const Step step = CopyEntry(entry);
     if (step != Step::Next) return step == Step::Ended ? 1 : 0;

@@ -23,7 +23,6 @@ std::uint64_t TreeListing::TotalSize() const {
 
 namespace {
 
-constexpr std::size_t kMaxPath = win32::MAX_PATH;  // terminator included
 constexpr std::u16string_view kEverything = u"\\*.*";
 
 bool IsSystemFolderName(std::u16string_view name) {
@@ -33,9 +32,8 @@ bool IsSystemFolderName(std::u16string_view name) {
 // The form in which every call reaches the item. The plain form ends at 259 characters, and it loses a dot or blank at
 // the end of a name. A path under a "\\?\" one keeps the prefix, so the copy and the deletion name the same items.
 std::u16string ReachablePath(std::u16string path) {
-  const bool plainFormReaches = path.size() < kMaxPath && path.back() != u'.' && path.back() != u' ';
-  if (!plainFormReaches && !HasExtendedPrefix(path)) path.insert(0, u"\\\\?\\");
-  return path;
+  const bool plainFormReaches = path.size() < win32::MAX_PATH && path.back() != u'.' && path.back() != u' ';
+  return plainFormReaches ? path : WithExtendedPrefix(path);
 }
 
 TreeEntry EntryOf(const std::u16string& folder, const win32::WIN32_FIND_DATAW& found) {
@@ -64,9 +62,8 @@ bool Open(const std::u16string& path, OpenFolder& folder) {
   std::u16string pattern = path;
   while (!pattern.empty() && pattern.back() == u'\\') pattern.pop_back();
   pattern += kEverything;
-  if (pattern.size() >= kMaxPath && !HasExtendedPrefix(pattern)) pattern.insert(0, u"\\\\?\\");
   folder.path = path;
-  folder.find.reset(win32::FindFirstFileW(pattern.c_str(), &folder.found));
+  folder.find.reset(win32::FindFirstFileW(ExtendedPath(pattern).c_str(), &folder.found));
   folder.hasEntry = static_cast<bool>(folder.find);
   // Only a drive's root can be without any entry.
   return folder.hasEntry || win32::GetLastError() == win32::ERROR_FILE_NOT_FOUND;
@@ -112,7 +109,7 @@ bool ListFolder(const std::u16string& root, TreeListing& listing) {
 
 // "C:" or a volume's name, without the backslash at its end: such a root has no record of its own and is no link.
 bool IsVolumeRoot(std::u16string_view name) {
-  if (name.starts_with(u"\\\\?\\")) name.remove_prefix(4);
+  name = WithoutExtendedPrefix(name);
   return (name.size() == 2 && name[1] == u':') || (name.starts_with(u"Volume{") && name.find(u'\\') == name.npos);
 }
 
@@ -145,7 +142,7 @@ int List(const std::u16string& folder, TreeListing& listing) try {
   if (!read) return 0;
   const TreeEntry& entry = *read;
   // The record decides together with IsJunction, which cannot read a junction that somebody holds open.
-  const bool isJunction = entry.IsJunction() || (entry.IsReparsePoint() && ::IsJunction(root.c_str(), 0));
+  const bool isJunction = entry.IsJunction() || (entry.IsReparsePoint() && ::IsJunction(root.c_str()));
   if (entry.IsSymbolicLink() || (isJunction && !IsVolumeMountPoint(root.c_str()))) {
     listing.entries.push_back(entry);
     listing.links.push_back(entry);

@@ -250,9 +250,8 @@ Restored RestoreSecurity(const std::u16string& path, const SecurityBlock& block)
 std::u16string PathAfterMove(const std::u16string& path, std::u16string_view source, std::u16string_view target) {
   const std::u16string_view plain = WithoutExtendedPrefix(path), from = WithoutExtendedPrefix(source);
   if (!IsSameOrBelow(plain, from)) return {};
-  std::u16string moved = ReplaceFolder(plain, from, WithoutExtendedPrefix(target));
-  if (HasExtendedPrefix(path) || HasExtendedPrefix(target)) moved.insert(0, u"\\\\?\\");
-  return ExtendedPath(moved);
+  const std::u16string moved = ReplaceFolder(plain, from, WithoutExtendedPrefix(target));
+  return HasExtendedPrefix(path) || HasExtendedPrefix(target) ? WithExtendedPrefix(moved) : ExtendedPath(moved);
 }
 
 // An item that did not move is written where it stayed. One that has vanished from both places is open nowhere; of one

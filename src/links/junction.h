@@ -17,13 +17,16 @@ inline bool IsSymbolicLinkRecord(win32::DWORD attributes, win32::DWORD reparseTa
   return (attributes & win32::FILE_ATTRIBUTE_REPARSE_POINT) != 0 && reparseTag == win32::IO_REPARSE_TAG_SYMLINK;
 }
 
+struct ReparseOpenOptions {
+  bool forWrite = false;  // read and written; else only read
+};
 // Opens a directory itself, not what its reparse point leads to, for this caller alone. Enables SeRestorePrivilege
 // (forWrite) or SeBackupPrivilege first. Without a path, or when the privilege cannot be enabled, nothing is opened.
-win32::UniqueFile OpenReparseDirectory(const char16_t* path, int forWrite);
+win32::UniqueFile OpenReparseDirectory(const char16_t* path, const ReparseOpenOptions& options = {});
 
-// Makes `junction` (a directory, made if it does not exist) lead to `target`, a folder that exists. 0: nothing is left
-// at `junction` that was empty before. A target of more than 255 characters does not fit the reparse data and is
-// refused.
+// Makes `junction` (a directory, made if it does not exist) lead to `target`, a folder that exists. A target of more
+// than 255 characters does not fit the reparse data and is refused. On failure a folder that could be opened and is
+// empty is removed, even one that stood there before; one that could not be opened stays.
 int CreateJunction(const char16_t* junction, const char16_t* target);
 
 // Has a junction lead to another folder; its security, attributes and times stay. 0: it leads where it led. (What is no
@@ -33,9 +36,12 @@ int ChangeJunctionTarget(const char16_t* junction, const char16_t* target);
 // Takes the reparse point off a junction; an empty folder stays behind. 0 for anything that is not a junction.
 int DeleteJunction(const char16_t* path);
 
-// 1 for a directory with a mount-point reparse point. Folders on which a volume is mounted count unless
-// excludeMountedVolume is set. A junction that somebody else holds open cannot be read and answers 0.
-int IsJunction(const char16_t* path, int excludeMountedVolume);
+struct JunctionTestOptions {
+  bool excludeMountedVolume = false;  // a folder on which a volume is mounted does not count
+};
+// 1 for a directory with a mount-point reparse point. A junction that somebody else holds open cannot be read and
+// answers 0.
+int IsJunction(const char16_t* path, const JunctionTestOptions& options = {});
 
 // 1 for a symbolic link to a file or to a directory.
 int IsSymbolicLink(const char16_t* path);
@@ -46,12 +52,8 @@ win32::DWORD LinkTagAt(const std::u16string& path);
 // Where a junction leads, as its reparse data say (at most 259 characters).
 int GetJunctionTarget(const char16_t* path, std::u16string& target);
 
-// The drive-letter path (at most 259 characters) of what is reached when every link in `path` is followed.
-int GetFinalTargetPath(const char16_t* path, std::u16string& target);
-// The same, for who can do without: the log does not tell that there is no such path.
-int FindFinalTargetPath(const char16_t* path, std::u16string& target);
-// The same below the name of the volume ("\\?\Volume{...}\x"), which every local volume has, and just one.
-int FindFinalVolumePath(const char16_t* path, std::u16string& target);
-
-// Makes a symbolic link: to a directory when the target is one and forceFileLink is 0, else to a file. Logs nothing.
-int CreateSymbolicLinkEntry(const char16_t* link, const char16_t* target, int forceFileLink);
+struct SymbolicLinkOptions {
+  bool forceFileLink = false;  // a link to a file, whatever the target is
+};
+// Makes a symbolic link: to a directory when the target is one, else to a file. Logs nothing.
+int CreateSymbolicLinkEntry(const char16_t* link, const char16_t* target, const SymbolicLinkOptions& options = {});

@@ -1,7 +1,6 @@
 #include "links/link_data.h"
 
 #include <algorithm>
-#include <cstring>
 #include <exception>
 #include <string_view>
 
@@ -10,29 +9,10 @@
 
 namespace {
 
-constexpr std::size_t kHeaderSize = 8;  // tag, length of what follows, reserved
-constexpr win32::DWORD kOpenLink = win32::FILE_FLAG_BACKUP_SEMANTICS | win32::FILE_FLAG_OPEN_REPARSE_POINT;
-
-// Of both kinds of link (MS-FSCC 2.1.2.4, 2.1.2.5): the head, the substitute name's offset and length, the print
-// name's, of a symbolic link its flags, then the names.
-constexpr std::size_t kMountPointNames = 16, kSymbolicLinkNames = 20;
-constexpr win32::DWORD kRelative = 1;  // SYMLINK_FLAG_RELATIVE
-constexpr std::u16string_view kNativePrefix = u"\\??\\";
-
-// 0 when the data end before it.
-template <typename Number>
-Number NumberAt(const std::vector<win32::BYTE>& data, std::size_t offset) {
-  Number number = 0;
-  if (offset + sizeof number <= data.size()) std::memcpy(&number, data.data() + offset, sizeof number);
-  return number;
-}
-
-bool WriteLinkData(const std::u16string& path, std::vector<win32::BYTE> data) {
-  const win32::UniqueFile file{
-      win32::CreateFileW(path.c_str(), win32::GENERIC_WRITE, 0, nullptr, win32::OPEN_EXISTING, kOpenLink, nullptr)};
-  win32::DWORD returned = 0;
-  return file && win32::DeviceIoControl(file.get(), win32::FSCTL_SET_REPARSE_POINT, data.data(),
-                                        static_cast<win32::DWORD>(data.size()), nullptr, 0, &returned, nullptr);
+bool WriteLinkData(const std::u16string& path, const ReparseData& data) {
+  const win32::UniqueFile file{win32::CreateFileW(path.c_str(), win32::GENERIC_WRITE, 0, nullptr, win32::OPEN_EXISTING,
+                                                  kOpenLinkFlags, nullptr)};
+  return file && WriteReparseData(file, data);
 }
 
 bool MakeItem(const SavedLink& link) {
@@ -40,29 +20,6 @@ bool MakeItem(const SavedLink& link) {
   const win32::UniqueFile file{win32::CreateFileW(link.source.c_str(), win32::GENERIC_WRITE, 0, nullptr,
                                                   win32::CREATE_NEW, win32::FILE_ATTRIBUTE_NORMAL, nullptr)};
   return static_cast<bool>(file);
-}
-
-struct LinkText {
-  bool symbolic = false;
-  std::u16string path;    // empty when the data are not those of a junction or symbolic link
-  bool relative = false;  // to the folder that the link is in, or ("\\x") to its volume
-};
-
-LinkText TextOfLink(const std::vector<win32::BYTE>& reparseData) {
-  const auto tag = NumberAt<win32::DWORD>(reparseData, 0);
-  const bool symbolic = tag == win32::IO_REPARSE_TAG_SYMLINK;
-  if (!symbolic && tag != win32::IO_REPARSE_TAG_MOUNT_POINT) return {};
-  const std::size_t begin =
-      (symbolic ? kSymbolicLinkNames : kMountPointNames) + NumberAt<win32::WORD>(reparseData, kHeaderSize);
-  const std::size_t size = NumberAt<win32::WORD>(reparseData, kHeaderSize + sizeof(win32::WORD));
-  if (begin + size > reparseData.size()) return {};
-  LinkText text;
-  text.symbolic = symbolic;
-  text.path.resize(size / sizeof(char16_t));
-  std::memcpy(text.path.data(), reparseData.data() + begin, text.path.size() * sizeof(char16_t));
-  text.relative = symbolic && (NumberAt<win32::DWORD>(reparseData, kMountPointNames) & kRelative) != 0;
-  if (!text.relative && text.path.starts_with(kNativePrefix)) text.path.erase(0, kNativePrefix.size());
-  return text;
 }
 
 // Does a link at `link` (a path below a tree's root) lead out of the tree by its relative text?
@@ -95,27 +52,21 @@ bool LeadsNowhere(const std::u16string& link) {
 
 }  // namespace
 
-std::vector<win32::BYTE> ReadLinkData(const std::u16string& path) {
+ReparseData ReadLinkData(const std::u16string& path) {
   const win32::DWORD shareAll = win32::FILE_SHARE_READ | win32::FILE_SHARE_WRITE | win32::FILE_SHARE_DELETE;
   const win32::UniqueFile file{win32::CreateFileW(path.c_str(), win32::FILE_READ_ATTRIBUTES, shareAll, nullptr,
-                                                  win32::OPEN_EXISTING, kOpenLink, nullptr)};
-  std::vector<win32::BYTE> data(win32::MAXIMUM_REPARSE_DATA_BUFFER_SIZE);
-  win32::DWORD size = 0;
-  if (!file || !win32::DeviceIoControl(file.get(), win32::FSCTL_GET_REPARSE_POINT, nullptr, 0, data.data(),
-                                       win32::MAXIMUM_REPARSE_DATA_BUFFER_SIZE, &size, nullptr))
-    return {};
-  if (size < kHeaderSize || size > data.size()) return {};
-  data.resize(size);
+                                                  win32::OPEN_EXISTING, kOpenLinkFlags, nullptr)};
+  ReparseData data;
+  if (!file || !ReadReparseData(file, data)) return {};
   return data;
 }
 
-bool MustChangeWithTree(const std::u16string& link, const std::vector<win32::BYTE>& reparseData,
-                        const std::u16string& root) {
+bool MustChangeWithTree(const std::u16string& link, const ReparseData& reparseData, const std::u16string& root) {
   if (reparseData.empty()) return true;
   const LinkText text = TextOfLink(reparseData);
-  const std::size_t rootSize = root.size() + (HasExtendedPrefix(link) && !HasExtendedPrefix(root) ? 4 : 0);
-  const bool moves = text.relative ? LeavesTree(std::u16string_view(link).substr(rootSize), text.path)
-                                   : IsSameOrBelow(text.path, root);
+  const bool moves = text.relative
+                         ? LeavesTree(WithoutExtendedPrefix(link).substr(WithoutExtendedPrefix(root).size()), text.path)
+                         : IsSameOrBelow(text.path, root);
   return moves && !LeadsNowhere(link);
 }
 

@@ -2,20 +2,19 @@
 #pragma once
 
 #include <string>
-#include <vector>
 
-#include "win32/types.h"
+#include "links/reparse_data.h"
 
 // A link of a copied tree as it was at the source.
 struct SavedLink {
   std::u16string source;
   std::u16string target;  // where the copy is
   bool isDirectory = false;
-  std::vector<win32::BYTE> reparseData;
+  ReparseData reparseData;
 };
 
 // The whole reparse data of the link itself; empty when they cannot be read.
-std::vector<win32::BYTE> ReadLinkData(const std::u16string& path);
+ReparseData ReadLinkData(const std::u16string& path);
 
 // The full path that a symbolic link holds, be there something or not; empty when it is relative, cannot be read, or is
 // that of another kind of item.
@@ -24,8 +23,7 @@ std::u16string SymbolicLinkText(const std::u16string& link);
 // A tree with the root `root` moves: would `link` in it, byte for byte the same, lead to where nothing is any more? By
 // its data it leads into the tree with a full path, or out of it with a relative one, and to something that exists.
 // Nobody can tell of data that could not be read (empty): true.
-bool MustChangeWithTree(const std::u16string& link, const std::vector<win32::BYTE>& reparseData,
-                        const std::u16string& root);
+bool MustChangeWithTree(const std::u16string& link, const ReparseData& reparseData, const std::u16string& root);
 
 // Makes the link at its source again, as it was; nothing is done when it is there unchanged. 0 when it cannot be made,
 // or something else stands there.

@@ -1,16 +1,46 @@
 #include "links/real_path.h"
 
-#include "links/junction.h"
+#include <exception>
+
 #include "links/mounted_folder.h"
 #include "links/presence.h"
+#include "links/reparse_data.h"
+#include "report/log.h"
 #include "text/path_text.h"
-
-std::u16string NearestFolder(std::u16string path) {
-  while (!path.empty() && !PathExists(FolderForm(path))) path = ParentPath(path);
-  return FolderForm(path);
-}
+#include "win32/win32.h"
 
 namespace {
+
+// What a volume is called in a final path.
+constexpr win32::DWORD kByLetter = 0, kByVolumeName = 1;
+
+// The name of the opened file that `path` leads to; empty when Windows cannot tell it.
+std::u16string FinalPathName(const char16_t* path, win32::DWORD form, win32::DWORD room) {
+  const win32::UniqueLibrary kernel{win32::LoadLibraryW(u"Kernel32.dll")};
+  if (!kernel) return {};
+  const auto getFinalPathName = reinterpret_cast<win32::GetFinalPathNameByHandleWFunction>(
+      win32::GetProcAddress(kernel.get(), "GetFinalPathNameByHandleW"));
+  if (!getFinalPathName) return {};
+  const win32::DWORD shareAll = win32::FILE_SHARE_READ | win32::FILE_SHARE_WRITE | win32::FILE_SHARE_DELETE;
+  const win32::UniqueFile file{win32::CreateFileW(ExtendedPath(path).c_str(), win32::FILE_READ_ATTRIBUTES, shareAll,
+                                                  nullptr, win32::OPEN_EXISTING, win32::FILE_FLAG_BACKUP_SEMANTICS,
+                                                  nullptr)};
+  if (!file) return {};
+  std::u16string name(room, u'\0');
+  const win32::DWORD length = getFinalPathName(file.get(), name.data(), room, form);
+  return length < room ? name.substr(0, length) : std::u16string();
+}
+
+// Below the name of the volume ("\\?\Volume{...}\x"), which every local volume has, and just one.
+int FindFinalVolumePath(const char16_t* path, std::u16string& target) try {
+  constexpr win32::DWORD kRoom = 1024;  // the name of a volume is longer than its letter
+  const std::u16string name = path ? FinalPathName(path, kByVolumeName, kRoom) : std::u16string();
+  if (!IsVolumePath(name.c_str())) return 0;
+  target = name;
+  return 1;
+} catch (const std::exception&) {
+  return 0;
+}
 
 // The path by what `find` says of its existing part.
 std::u16string Resolved(const std::u16string& path, int (*find)(const char16_t* path, std::u16string& target)) {
@@ -24,6 +54,32 @@ std::u16string Resolved(const std::u16string& path, int (*find)(const char16_t* 
 }
 
 }  // namespace
+
+std::u16string NearestFolder(std::u16string path) {
+  while (!path.empty() && !PathExists(FolderForm(path))) path = ParentPath(path);
+  return FolderForm(path);
+}
+
+int FindFinalTargetPath(const char16_t* path, std::u16string& target) try {
+  std::u16string name = path ? FinalPathName(path, kByLetter, win32::MAX_PATH) : std::u16string();
+  const bool longEnough = name.size() > kNativePrefix.size();
+  if (name.starts_with(kNativePrefix) || HasExtendedPrefix(name)) name.erase(0, kNativePrefix.size());
+  if (!name.empty() && name.back() == u'\\') name.pop_back();
+  // Without a drive letter (a network share, a volume that has none) what is left behind the prefix is no path at all.
+  if (!longEnough || name.size() < 2 || name[1] != u':') return 0;
+  target = name;
+  return 1;
+} catch (const std::exception&) {
+  return 0;
+}
+
+int GetFinalTargetPath(const char16_t* path, std::u16string& target) try {
+  if (FindFinalTargetPath(path, target)) return 1;
+  Log(u"#ERROR: Unable to obtain a valid target path");
+  return 0;
+} catch (const std::exception&) {
+  return 0;
+}
 
 std::u16string RealPath(const std::u16string& path) { return Resolved(path, FindFinalTargetPath); }
 

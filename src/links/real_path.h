@@ -7,6 +7,12 @@
 // The nearest folder of the path that exists, the path itself first; empty when there is none.
 std::u16string NearestFolder(std::u16string path);
 
+// The drive-letter path (at most 259 characters) of what is reached when every link in `path` is followed. 1, or 0 with
+// a line in the log when there is none.
+int GetFinalTargetPath(const char16_t* path, std::u16string& target);
+// The same, for who can do without: the log is told nothing.
+int FindFinalTargetPath(const char16_t* path, std::u16string& target);
+
 // The path by the names that its existing part really has. As it is when it does not begin with a drive or a volume's
 // name, and when Windows does not tell.
 std::u16string RealPath(const std::u16string& path);

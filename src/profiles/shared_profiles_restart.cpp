@@ -5,6 +5,7 @@
 #include <string_view>
 
 #include "links/real_path.h"
+#include "links/reparse_data.h"
 #include "report/log.h"
 #include "text/path_text.h"
 #include "win32/win32.h"
@@ -34,10 +35,10 @@ bool ReadOperations(std::u16string& texts) {
 
 // "\??\C:\x", in front of a target also "!" (it may be replaced), as an ordinary path.
 std::u16string PathOf(std::u16string_view text) {
-  constexpr std::u16string_view kNativePrefix = u"\\??\\", kVolume = u"Volume{";
+  constexpr std::u16string_view kVolume = u"Volume{";
   if (text.starts_with(u'!')) text.remove_prefix(1);
   if (text.starts_with(kNativePrefix)) text.remove_prefix(kNativePrefix.size());
-  return (StartsWithPath(text, kVolume) ? u"\\\\?\\" : u"") + std::u16string(text);
+  return StartsWithPath(text, kVolume) ? WithExtendedPrefix(text) : std::u16string(text);
 }
 
 }  // namespace

@@ -54,7 +54,7 @@ bool IsPlainFile(const TreeEntry& entry) { return !entry.IsDirectory() && !entry
 // The path below another root; one that needs "\\?\" keeps it.
 std::u16string Below(const std::u16string& path, const std::u16string& root, const std::u16string& newRoot) {
   const std::u16string moved = ReplaceFolder(WithoutExtendedPrefix(path), root, newRoot);
-  return HasExtendedPrefix(path) ? u"\\\\?\\" + moved : ExtendedPath(moved);
+  return HasExtendedPrefix(path) ? WithExtendedPrefix(moved) : ExtendedPath(moved);
 }
 
 // "C:\x\letter.doc" as "C:\x\letter (old).doc", or "(old 2)" and so on, a long name cut: one that is free below `root`

@@ -113,7 +113,8 @@ bool FileRedirection::Copy() {
 }
 
 bool FileRedirection::LeaveLink() {
-  if (RemoveSource() && CreateSymbolicLinkEntry(places_.source.c_str(), places_.realTarget.c_str(), 1)) {
+  if (RemoveSource() &&
+      CreateSymbolicLinkEntry(places_.source.c_str(), places_.realTarget.c_str(), {.forceFileLink = true})) {
     linkMade_ = true;
     return true;
   }
@@ -323,7 +324,8 @@ bool FileRemoval::ForgetRecord() const {
 
 // A file that is complete at its old place is never deleted for a link.
 void FileRemoval::PutLinkBack() const {
-  if (!linkRemoved_ || (!isBack_ && CreateSymbolicLinkEntry(source_.c_str(), target_.c_str(), 1))) return;
+  if (!linkRemoved_ || (!isBack_ && CreateSymbolicLinkEntry(source_.c_str(), target_.c_str(), {.forceFileLink = true})))
+    return;
   Log(u"#ERROR: Unable to re-create symlink for Source = %ls and Target = %ls.", source_, target_);
   Log(u"#INFO: The file is complete in %ls.", isBack_ ? source_ : target_);
 }

@@ -6,6 +6,7 @@
 #include "fsops/stored_name.h"
 #include "links/junction.h"
 #include "links/presence.h"
+#include "links/real_path.h"
 #include "probes/locked_handles.h"
 #include "redirect/file_copy.h"
 #include "report/log.h"

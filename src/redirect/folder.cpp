@@ -10,6 +10,7 @@
 #include "links/junction.h"
 #include "links/mounted_folder.h"
 #include "links/presence.h"
+#include "links/real_path.h"
 #include "links/volume_paths.h"
 #include "probes/privileges.h"
 #include "records/records.h"
@@ -116,7 +117,7 @@ bool FolderRedirection::TargetIsPlainFolder() const {
     Log(u"#ERROR: The specified path %ls is not a valid directory path.", realTarget_);
     return false;
   }
-  if (LinkTagAt(realTarget_) == win32::IO_REPARSE_TAG_MOUNT_POINT || IsJunction(realTarget_.c_str(), 0)) {
+  if (LinkTagAt(realTarget_) == win32::IO_REPARSE_TAG_MOUNT_POINT || IsJunction(realTarget_.c_str())) {
     Log(u"#ERROR: The folder %ls is already redirected. Browse to a different location.", realTarget_);
     return false;
   }

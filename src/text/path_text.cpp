@@ -34,10 +34,12 @@ std::u16string_view WithoutExtendedPrefix(std::u16string_view path) {
   return HasExtendedPrefix(path) ? path.substr(kExtendedPrefix.size()) : path;
 }
 
+std::u16string WithExtendedPrefix(std::u16string_view path) {
+  return std::u16string(kExtendedPrefix) += WithoutExtendedPrefix(path);
+}
+
 std::u16string ExtendedPath(std::u16string_view path) {
-  std::u16string extended(path);
-  if (path.size() >= kMaxPath && !HasExtendedPrefix(path)) extended.insert(0, kExtendedPrefix);
-  return extended;
+  return path.size() < kMaxPath ? std::u16string(path) : WithExtendedPrefix(path);
 }
 
 std::u16string ParentPath(std::u16string_view path) {

@@ -13,6 +13,8 @@ bool StartsWithPath(std::u16string_view text, std::u16string_view start);
 bool HasExtendedPrefix(std::u16string_view path);
 // The path without "\\?\".
 std::u16string_view WithoutExtendedPrefix(std::u16string_view path);
+// The path with one "\\?\" in front.
+std::u16string WithExtendedPrefix(std::u16string_view path);
 // The path as file-system calls take it: "\\?\" goes in front of one of 260 characters or more that does not have it.
 std::u16string ExtendedPath(std::u16string_view path);
 

@@ -6,8 +6,8 @@
 #include <string_view>
 #include <vector>
 
-#include "links/junction.h"
 #include "links/mounted_folder.h"
+#include "links/real_path.h"
 #include "report/console.h"
 #include "report/log.h"
 #include "text/path_text.h"
@@ -69,9 +69,7 @@ bool Is(const std::u16string& path, const std::u16string& folder) {
 
 // The path without what makes no other folder of it: "\\?\", a backslash at the end, short names.
 std::u16string PlainName(const char16_t* path) {
-  std::u16string_view name = path;
-  if (HasExtendedPrefix(name)) name.remove_prefix(4);
-  std::u16string plain = WithoutTrailingBackslash(name), real;
+  std::u16string plain = WithoutTrailingBackslash(WithoutExtendedPrefix(path)), real;
   const bool hasShortNames = plain.find(u'~') != std::u16string::npos;
   return hasShortNames && GetFinalTargetPath(path, real) ? real : plain;
 }
@@ -102,8 +100,7 @@ bool DriveExists(const char16_t* path) {
 }
 
 bool IsDriveRoot(const char16_t* path) {
-  std::u16string_view root = path;
-  if (HasExtendedPrefix(root)) root.remove_prefix(4);
+  std::u16string_view root = WithoutExtendedPrefix(path);
   if (root.ends_with(u'\\')) root.remove_suffix(1);
   return root.size() == 2 && root[1] == u':' && win32::PathGetDriveNumberW(path) >= 0;
 }

@@ -5,6 +5,7 @@
 
 #include "fsops/security.h"
 #include "links/junction.h"
+#include "links/real_path.h"
 #include "report/log.h"
 #include "text/path_text.h"
 #include "validate/path_rules.h"
@@ -72,7 +73,7 @@ class Relations {
   }
 
   // In a profile operation a folder with a volume mounted on it is a folder, and symbolic links are let through.
-  bool IsRedirected(const char16_t* path) const { return IsJunction(path, profile_ ? 1 : 0) != 0; }
+  bool IsRedirected(const char16_t* path) const { return IsJunction(path, {.excludeMountedVolume = profile_}) != 0; }
 
   void SourceIsNoLink() {
     sourceIsJunction_ = IsRedirected(source_);
@@ -81,7 +82,8 @@ class Relations {
   }
 
   void TargetIsNoLink() {
-    targetIsJunction_ = IsJunction(target_, !redirectedProfile_ && excludeMountedVolume_ ? 1 : 0) != 0;
+    targetIsJunction_ =
+        IsJunction(target_, {.excludeMountedVolume = !redirectedProfile_ && excludeMountedVolume_}) != 0;
     targetIsSymbolicLink_ = !targetIsJunction_ && !redirectedProfile_ && IsSymbolicLink(target_);
     if (targetIsJunction_) Refuse(kIsRedirected, target_);
     if (targetIsSymbolicLink_) Refuse(kIsSymbolicLink, target_);

@@ -3,6 +3,7 @@
 #include "fsops/copy_tree.h"
 #include "fsops/security.h"
 #include "links/junction.h"
+#include "links/real_path.h"
 #include "links/volume_paths.h"
 #include "support/engine.h"
 #include "support/shares.h"
@@ -86,7 +87,7 @@ TEST_F(BackupCopies, FailuresAreReported) {
 }
 
 TEST_F(BackupCopies, LinksAreCarriedByteForByte) {
-  ASSERT_EQ(CreateSymbolicLinkEntry(from.c_str(), u"C:\\nowhere", 0), 1);
+  ASSERT_EQ(CreateSymbolicLinkEntry(from.c_str(), u"C:\\nowhere"), 1);
   ASSERT_EQ(BackupCopy(from, to, 0), 1);
   EXPECT_EQ(test::Streams(to), test::Streams(from));
   EXPECT_TRUE(Logged(u"BackupCopyEx : C:\\Data\\item is reparse point"));
@@ -158,9 +159,9 @@ TEST_F(TreeCopies, LinksInsideLeadIntoTheCopyAndLinksOutsideStay) {
   const std::u16string elsewhere = test::Security(u"C:\\Elsewhere");
   ASSERT_EQ(CreateJunction((source + u"\\in").c_str(), (source + u"\\real").c_str()), 1);
   ASSERT_EQ(CreateJunction((source + u"\\out").c_str(), u"C:\\Elsewhere"), 1);
-  ASSERT_EQ(CreateSymbolicLinkEntry((source + u"\\file").c_str(), (source + u"\\real\\f.txt").c_str(), 0), 1);
-  ASSERT_EQ(CreateSymbolicLinkEntry((source + u"\\folder").c_str(), (source + u"\\real").c_str(), 0), 1);
-  ASSERT_EQ(CreateSymbolicLinkEntry((source + u"\\dangling").c_str(), u"C:\\nowhere", 0), 1);
+  ASSERT_EQ(CreateSymbolicLinkEntry((source + u"\\file").c_str(), (source + u"\\real\\f.txt").c_str()), 1);
+  ASSERT_EQ(CreateSymbolicLinkEntry((source + u"\\folder").c_str(), (source + u"\\real").c_str()), 1);
+  ASSERT_EQ(CreateSymbolicLinkEntry((source + u"\\dangling").c_str(), u"C:\\nowhere"), 1);
   const std::string dangling = test::Streams(source + u"\\dangling");
 
   ASSERT_EQ(Copy(moving), 1);
@@ -174,7 +175,7 @@ TEST_F(TreeCopies, LinksInsideLeadIntoTheCopyAndLinksOutsideStay) {
   EXPECT_EQ(IsSymbolicLink((target + u"\\folder").c_str()), 1);
   EXPECT_EQ(test::Streams(target + u"\\dangling"), dangling) << "carried, not lost";
   EXPECT_FALSE(Exists(target + u"\\out\\out")) << "not entered";
-  EXPECT_EQ(IsJunction((source + u"\\out").c_str(), 0), 0) << "taken off at the source";
+  EXPECT_EQ(IsJunction((source + u"\\out").c_str()), 0) << "taken off at the source";
   EXPECT_EQ(Contents(u"C:\\Elsewhere\\other.txt"), "theirs");
   EXPECT_EQ(test::Security(u"C:\\Elsewhere"), elsewhere);
 }

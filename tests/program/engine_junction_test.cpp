@@ -2,6 +2,7 @@
 #include <cstring>
 
 #include "links/junction.h"
+#include "links/real_path.h"
 #include "support/engine.h"
 
 namespace {
@@ -41,8 +42,8 @@ TEST_F(Junction, LeadsToItsTargetAndBecomesAFolderAgain) {
   MakeFile(target + u"\\x.txt", "there");
   ASSERT_EQ(CreateJunction(junction.c_str(), (target + u"\\").c_str()), 1);
   EXPECT_EQ(test::Contents(junction + u"\\x.txt"), "there");
-  EXPECT_EQ(IsJunction(junction.c_str(), 0), 1);
-  EXPECT_EQ(IsJunction(junction.c_str(), 1), 1);
+  EXPECT_EQ(IsJunction(junction.c_str()), 1);
+  EXPECT_EQ(IsJunction(junction.c_str(), {.excludeMountedVolume = true}), 1);
   EXPECT_EQ(IsSymbolicLink(junction.c_str()), 0);
   std::u16string found;
   EXPECT_EQ(GetJunctionTarget(junction.c_str(), found), 1);
@@ -95,7 +96,7 @@ TEST_F(Junction, HeldOpenBySomebodyElseIsNotRead) {
   const UniqueFile held{CreateFileW(junction.c_str(), GENERIC_READ, 7, nullptr, OPEN_EXISTING,
                                     FILE_FLAG_BACKUP_SEMANTICS | FILE_FLAG_OPEN_REPARSE_POINT, nullptr)};
   ASSERT_TRUE(held);
-  EXPECT_EQ(IsJunction(junction.c_str(), 0), 0);
+  EXPECT_EQ(IsJunction(junction.c_str()), 0);
   EXPECT_EQ(DeleteJunction(junction.c_str()), 0);
 }
 
@@ -103,9 +104,9 @@ TEST_F(Junction, NullPathsAreNamedInTheLog) {
   std::u16string found;
   EXPECT_EQ(CreateJunction(nullptr, u"D:\\T"), 0);
   EXPECT_EQ(DeleteJunction(nullptr), 0);
-  EXPECT_EQ(IsJunction(nullptr, 0), 0);
+  EXPECT_EQ(IsJunction(nullptr), 0);
   EXPECT_EQ(GetJunctionTarget(nullptr, found), 0);
-  EXPECT_FALSE(OpenReparseDirectory(nullptr, 0));
+  EXPECT_FALSE(OpenReparseDirectory(nullptr));
   for (const char16_t* line : {u"ERROR: Source or target path is missing.", u"#ERROR: Directory is Path Missing.",
                                u"#ERROR: Directoy path is missing.", u"#ERROR: Directory Path is Missing."})
     EXPECT_TRUE(Logged(line));
@@ -119,7 +120,7 @@ TEST_F(Junction, PathsTooLongForThePlainFormAreReached) {
   }
   const std::u16string link = deep + u"\\link";
   ASSERT_EQ(CreateJunction(link.c_str(), target.c_str()), 1);
-  EXPECT_EQ(IsJunction(link.substr(4).c_str(), 0), 1);
+  EXPECT_EQ(IsJunction(link.substr(4).c_str()), 1);
   std::u16string found;
   EXPECT_EQ(GetJunctionTarget(link.substr(4).c_str(), found), 1);
   EXPECT_EQ(DeleteJunction(link.substr(4).c_str()), 1);
@@ -128,13 +129,13 @@ TEST_F(Junction, PathsTooLongForThePlainFormAreReached) {
 TEST_F(Junction, SymbolicLinksAreToldFromJunctions) {
   MakeFile(target + u"\\file.txt", "data");
   const std::u16string fileLink = u"C:\\Data\\file", folderLink = u"C:\\Data\\folder", forced = u"C:\\Data\\forced";
-  ASSERT_EQ(CreateSymbolicLinkEntry(fileLink.c_str(), (target + u"\\file.txt").c_str(), 0), 1);
-  ASSERT_EQ(CreateSymbolicLinkEntry(folderLink.c_str(), target.c_str(), 0), 1);
-  ASSERT_EQ(CreateSymbolicLinkEntry(forced.c_str(), target.c_str(), 1), 1);
+  ASSERT_EQ(CreateSymbolicLinkEntry(fileLink.c_str(), (target + u"\\file.txt").c_str()), 1);
+  ASSERT_EQ(CreateSymbolicLinkEntry(folderLink.c_str(), target.c_str()), 1);
+  ASSERT_EQ(CreateSymbolicLinkEntry(forced.c_str(), target.c_str(), {.forceFileLink = true}), 1);
   EXPECT_EQ(IsSymbolicLink(fileLink.c_str()), 1);
   EXPECT_EQ(IsSymbolicLink(folderLink.c_str()), 1);
   EXPECT_TRUE(Logged(u"IsSymbolicLink()::The specified directory or file C:\\Data\\folder is symbolic link"));
-  EXPECT_EQ(IsJunction(folderLink.c_str(), 0), 0);
+  EXPECT_EQ(IsJunction(folderLink.c_str()), 0);
   EXPECT_NE(test::Attributes(folderLink) & FILE_ATTRIBUTE_DIRECTORY, 0u);
   EXPECT_EQ(test::Attributes(forced) & FILE_ATTRIBUTE_DIRECTORY, 0u);
   EXPECT_EQ(test::Contents(fileLink), "data");
@@ -153,8 +154,8 @@ TEST_F(Junction, MountedVolumesCountUnlessExcluded) {
   for (const auto& mounted : machine->volumes)
     if (mounted->letter == 0) volume = mounted->guidName;
   ASSERT_TRUE(SetVolumeMountPointW(u"C:\\Data\\mnt\\", volume.c_str())) << GetLastError();
-  EXPECT_EQ(IsJunction(u"C:\\Data\\mnt", 0), 1);
-  EXPECT_EQ(IsJunction(u"C:\\Data\\mnt", 1), 0);
+  EXPECT_EQ(IsJunction(u"C:\\Data\\mnt"), 1);
+  EXPECT_EQ(IsJunction(u"C:\\Data\\mnt", {.excludeMountedVolume = true}), 0);
 }
 
 }  // namespace

@@ -31,8 +31,8 @@ TEST_F(Deletes, EverythingBelowTheRoot) {
 TEST_F(Deletes, NothingBehindALink) {
   MakeFile(target + u"\\theirs", "kept");
   ASSERT_EQ(CreateJunction((source + u"\\j").c_str(), target.c_str()), 1);
-  ASSERT_EQ(CreateSymbolicLinkEntry((source + u"\\d").c_str(), target.c_str(), 0), 1);
-  ASSERT_EQ(CreateSymbolicLinkEntry((source + u"\\f").c_str(), (target + u"\\theirs").c_str(), 0), 1);
+  ASSERT_EQ(CreateSymbolicLinkEntry((source + u"\\d").c_str(), target.c_str()), 1);
+  ASSERT_EQ(CreateSymbolicLinkEntry((source + u"\\f").c_str(), (target + u"\\theirs").c_str()), 1);
   EXPECT_EQ(DeleteDirectoryTree(source.c_str(), 1), 1);
   EXPECT_TRUE(test::Names(source).empty());
   EXPECT_EQ(Contents(target + u"\\theirs"), "kept");
@@ -103,8 +103,8 @@ class Moves : public test::Engine {
     MakeFile(source + u"\\sub\\f.txt:s", "stream");
     MakeFile(source + u"\\top.txt", "top", FILE_ATTRIBUTE_READONLY | FILE_ATTRIBUTE_HIDDEN);
     ASSERT_EQ(CreateJunction((source + u"\\j").c_str(), (source + u"\\sub").c_str()), 1);
-    ASSERT_EQ(CreateSymbolicLinkEntry((source + u"\\l").c_str(), (source + u"\\top.txt").c_str(), 0), 1);
-    ASSERT_EQ(CreateSymbolicLinkEntry((source + u"\\dangling").c_str(), u"..\\gone", 0), 1);
+    ASSERT_EQ(CreateSymbolicLinkEntry((source + u"\\l").c_str(), (source + u"\\top.txt").c_str()), 1);
+    ASSERT_EQ(CreateSymbolicLinkEntry((source + u"\\dangling").c_str(), u"..\\gone"), 1);
     for (const char16_t* item : {u"\\sub\\f.txt", u"\\top.txt", u"\\sub", u"\\j", u""})
       test::SetTimes(source + item, static_cast<unsigned>(std::u16string_view(item).size()) + 1);
   }
@@ -178,11 +178,11 @@ TEST_F(Moves, LinksThatLeadElsewhereOrNowhereAreCarriedOver) {
   MakeFile(u"C:\\Elsewhere\\f", "theirs");
   MakeFolder(source + u"\\sub");
   MakeFile(source + u"\\sub\\near", "near");
-  ASSERT_EQ(CreateSymbolicLinkEntry((source + u"\\out").c_str(), u"C:\\Elsewhere\\f", 0), 1);
-  ASSERT_EQ(CreateSymbolicLinkEntry((source + u"\\relative").c_str(), u"sub\\..\\sub\\near", 0), 1);
-  ASSERT_EQ(CreateSymbolicLinkEntry((source + u"\\dangling").c_str(), (source + u"\\gone").c_str(), 0), 1);
-  ASSERT_EQ(CreateSymbolicLinkEntry((source + u"\\upwards").c_str(), u"..\\gone", 0), 1);
-  ASSERT_EQ(CreateSymbolicLinkEntry((source + u"\\share").c_str(), u"\\\\server\\share\\f", 0), 1);
+  ASSERT_EQ(CreateSymbolicLinkEntry((source + u"\\out").c_str(), u"C:\\Elsewhere\\f"), 1);
+  ASSERT_EQ(CreateSymbolicLinkEntry((source + u"\\relative").c_str(), u"sub\\..\\sub\\near"), 1);
+  ASSERT_EQ(CreateSymbolicLinkEntry((source + u"\\dangling").c_str(), (source + u"\\gone").c_str()), 1);
+  ASSERT_EQ(CreateSymbolicLinkEntry((source + u"\\upwards").c_str(), u"..\\gone"), 1);
+  ASSERT_EQ(CreateSymbolicLinkEntry((source + u"\\share").c_str(), u"\\\\server\\share\\f"), 1);
   const auto before = Holdings(source);
   machine->gate.FailCallsFrom("GetProcAddress", 1, ERROR_PROC_NOT_FOUND);
   ASSERT_EQ(Move(), 1);
@@ -196,7 +196,7 @@ TEST_F(Moves, ASymbolicLinkThroughAJunctionOfTheTreeFollows) {
   MakeFolder(source + u"\\sub");
   MakeFile(source + u"\\sub\\f", "f");
   ASSERT_EQ(CreateJunction((source + u"\\a").c_str(), (source + u"\\sub").c_str()), 1);
-  ASSERT_EQ(CreateSymbolicLinkEntry((source + u"\\b").c_str(), (source + u"\\a\\f").c_str(), 0), 1);
+  ASSERT_EQ(CreateSymbolicLinkEntry((source + u"\\b").c_str(), (source + u"\\a\\f").c_str()), 1);
   ASSERT_EQ(Move(), 1);
   EXPECT_EQ(Contents(target + u"\\b"), "f");
 }
@@ -249,7 +249,7 @@ TEST_F(Moves, ASourceThatIsALinkStays) {
   MakeFile(target + u"\\f", "x");
   const std::u16string link = u"C:\\link", other = u"D:\\Other";
   MakeFolder(other);
-  ASSERT_EQ(CreateSymbolicLinkEntry(link.c_str(), target.c_str(), 0), 1);
+  ASSERT_EQ(CreateSymbolicLinkEntry(link.c_str(), target.c_str()), 1);
   EXPECT_EQ(MoveDirectoryTree(link, other, 1, 0, 0, 0), 0);
   EXPECT_TRUE(Exists(link + u"\\f"));
   ASSERT_EQ(CreateJunction(source.c_str(), target.c_str()), 1);

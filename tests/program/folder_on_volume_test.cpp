@@ -22,7 +22,7 @@ TEST_F(FolderOnVolume, GoesThereAndBackWithEverything) {
   ASSERT_TRUE(EnablePrivileges());
   ASSERT_TRUE(CreateJunction(u"C:\\Data\\out", u"C:\\Elsewhere"));
   ASSERT_TRUE(CreateJunction(u"C:\\Data\\in", u"C:\\Data\\inner"));
-  ASSERT_TRUE(CreateSymbolicLinkEntry(u"C:\\Data\\link.txt", u"C:\\Data\\one.txt", 1));
+  ASSERT_TRUE(CreateSymbolicLinkEntry(u"C:\\Data\\link.txt", u"C:\\Data\\one.txt", {.forceFileLink = true}));
   const std::u16string deep = u"\\\\?\\C:\\Data\\" + std::u16string(120, u'a');
   MakeFolder(deep);
   MakeFolder(deep + u"\\" + std::u16string(120, u'b'));
@@ -84,9 +84,9 @@ TEST_F(FolderOnVolume, SurvivesARestartAndIsRemovedByAnyNameOfTheVolume) {
 
 TEST_F(FolderOnVolume, SymbolicLinksKeepTheirTextWhateverLetterTheVolumeHas) {
   ASSERT_TRUE(EnablePrivileges());
-  ASSERT_TRUE(CreateSymbolicLinkEntry(u"C:\\Data\\link.txt", u"C:\\Data\\one.txt", 1));
-  ASSERT_TRUE(CreateSymbolicLinkEntry(u"C:\\Data\\near.txt", u"one.txt", 1));
-  ASSERT_TRUE(CreateSymbolicLinkEntry(u"C:\\Data\\folder", u"C:\\Data\\inner", 0));
+  ASSERT_TRUE(CreateSymbolicLinkEntry(u"C:\\Data\\link.txt", u"C:\\Data\\one.txt", {.forceFileLink = true}));
+  ASSERT_TRUE(CreateSymbolicLinkEntry(u"C:\\Data\\near.txt", u"one.txt", {.forceFileLink = true}));
+  ASSERT_TRUE(CreateSymbolicLinkEntry(u"C:\\Data\\folder", u"C:\\Data\\inner"));
   const auto before = Shown();
   for (const auto* const permissions : {u"/NTFS", u"/-NTFS"}) {
     ASSERT_EQ(RunProgram(*machine, {u"/RedirectFolder", u"C:\\Data", u"/vol:" + kVolume, permissions}).exitCode, 0);

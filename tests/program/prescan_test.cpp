@@ -166,7 +166,7 @@ TEST_F(PreScan, PassesEmptyTreesAndWindowsOwnFolders) {
 TEST_F(PreScan, LinksAreListedButNotEntered) {
   MakeFile(target + u"\\busy", "x");
   ASSERT_EQ(CreateJunction((source + u"\\j").c_str(), target.c_str()), 1);
-  ASSERT_EQ(CreateSymbolicLinkEntry((source + u"\\s").c_str(), target.c_str(), 0), 1);
+  ASSERT_EQ(CreateSymbolicLinkEntry((source + u"\\s").c_str(), target.c_str()), 1);
   MakeFolder(source + u"\\d");
   MakeFile(source + u"\\d\\f", "x");
   const auto held = HoldOpen(target + u"\\busy", GENERIC_READ, 0);

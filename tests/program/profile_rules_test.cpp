@@ -183,7 +183,7 @@ TEST_F(ProfileRules, AHiveThatIsALinkIsNotTouched) {
     if (isFolder)
       MakeFolder(hive);
     else
-      ASSERT_TRUE(CreateSymbolicLinkEntry(hive.c_str(), u"C:\\Users\\jan\\NTUSER.DAT", 1));
+      ASSERT_TRUE(CreateSymbolicLinkEntry(hive.c_str(), u"C:\\Users\\jan\\NTUSER.DAT", {.forceFileLink = true}));
     UserProfile profile;
     ASSERT_EQ(GetUserProfile(u"anna", profile), 1);
     EXPECT_EQ(profile.hiveState, kHiveMissing);

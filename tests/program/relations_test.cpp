@@ -54,7 +54,7 @@ class Relations : public test::ValidationTest {
     EXPECT_TRUE(SetVolumeMountPointW(u"C:\\Links\\mounted\\", volume.c_str()));
     MakeFolder(u"C:\\Links\\mounted\\sub");
     EXPECT_EQ(CreateJunction(u"C:\\Links\\junction", u"D:\\Other"), 1);
-    EXPECT_EQ(CreateSymbolicLinkEntry(u"C:\\Links\\symbolic", u"D:\\Other", 0), 1);
+    EXPECT_EQ(CreateSymbolicLinkEntry(u"C:\\Links\\symbolic", u"D:\\Other"), 1);
   }
 
   struct Case {
@@ -128,7 +128,7 @@ TEST_F(Relations, WhatIsALinkIsNotExaminedFurther) {
   MakeFolder(u"D:\\closed");
   test::SetSecurity(u"D:\\closed", u"O:SYD:P(A;OICI;FRFX;;;BA)(A;OICI;FA;;;SY)");
   ASSERT_EQ(CreateJunction(u"C:\\Links\\closed", u"D:\\closed"), 1);
-  ASSERT_EQ(CreateSymbolicLinkEntry(u"C:\\Links\\junction\\link", target.c_str(), 0), 1);
+  ASSERT_EQ(CreateSymbolicLinkEntry(u"C:\\Links\\junction\\link", target.c_str()), 1);
   Expect({{source, u"C:\\Links\\closed", {Redirected(u"C:\\Links\\closed")}},
           {u"C:\\Links\\junction\\link", target, {Symbolic(u"C:\\Links\\junction\\link")}}});
 }

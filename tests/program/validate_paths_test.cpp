@@ -36,7 +36,7 @@ TEST_F(RedirectionPaths, AnOrdinaryFolderMayGo) {
 }
 
 TEST_F(RedirectionPaths, EveryFlagReachesItsRule) {
-  ASSERT_EQ(CreateSymbolicLinkEntry(u"C:\\link", source.c_str(), 0), 1);
+  ASSERT_EQ(CreateSymbolicLinkEntry(u"C:\\link", source.c_str()), 1);
   const Lines symbolic{u"#ERROR: The folder C:\\link is Symbolic Link. Browse to a different location."};
   EXPECT_LINES(Refusal(u"C:\\link", target.c_str()), symbolic);
   EXPECT_LINES(Refusal(u"C:\\link", target.c_str(), {.quietSystemFolder = 1}), passed);
