@@ -73,11 +73,11 @@ int Locks() {
   const auto start = Clock::now();
   if (!GetFileList(u"C:\\Tree", listing)) return Fail("C:\\Tree cannot be listed");
   const auto listed = Clock::now();
-  bool passed = PreScanListing(listing, &none, 0) != 0;  // fills the caches
+  bool passed = PreScanListing(listing, &none, false) != 0;  // fills the caches
   const auto warm = Clock::now();
-  passed = PreScanListing(listing, &none, 0) && passed;
+  passed = PreScanListing(listing, &none, false) && passed;
   const auto alone = Clock::now();
-  passed = PreScanListing(listing, &full, 0) && passed;
+  passed = PreScanListing(listing, &full, false) && passed;
   const auto against = Clock::now();
   if (!passed) return Fail("the scan has failed");
   std::printf("%.3f %.3f %.3f\n", Seconds(start, listed), Seconds(warm, alone), Seconds(alone, against));

@@ -166,14 +166,12 @@ int GetFileList(const std::u16string& folder, TreeListing& listing) {
   return listed;
 }
 
-LazyListing::LazyListing(const char16_t* root) : root_(root ? root : u"") {}
-
-const TreeListing* LazyListing::Get() {
-  if (state_ == State::NotRead) state_ = List(root_, listing_) ? State::Read : State::Failed;
+const TreeListing* FolderTree::Get() const {
+  if (state_ == State::NotRead) state_ = path_ && List(path_, listing_) ? State::Read : State::Failed;
   return state_ == State::Read ? &listing_ : nullptr;
 }
 
-const TreeListing* LazyListing::GetAndLog() {
+const TreeListing* FolderTree::GetAndLog() const {
   const TreeListing* const listing = Get();
   if (listing) LogLinks(*listing);
   return listing;

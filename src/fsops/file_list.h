@@ -35,17 +35,20 @@ struct TreeListing {
 // could not be read to its end; the listing is not to be used then.
 int GetFileList(const std::u16string& folder, TreeListing& listing);
 
-// A tree that is listed when it is first asked for, and once: the free-space rule and the scan read the same listing.
-class LazyListing {
+// A folder by its path, and what is below it: that is listed when it is first asked for, and once, so the rules that
+// are given the same FolderTree read the same listing. A path will do where only one of them is asked. The path's text
+// is the caller's.
+class FolderTree {
  public:
-  explicit LazyListing(const char16_t* root);
+  FolderTree(const char16_t* path) : path_(path) {}
+  const char16_t* path() const { return path_; }
   // Null when the tree cannot be listed. The log is told nothing of the links in it.
-  const TreeListing* Get();
+  const TreeListing* Get() const;
   // The same, and the log is told as GetFileList tells it.
-  const TreeListing* GetAndLog();
+  const TreeListing* GetAndLog() const;
 
  private:
-  std::u16string root_;
-  TreeListing listing_;
-  enum class State { NotRead, Read, Failed } state_ = State::NotRead;
+  const char16_t* const path_;
+  mutable TreeListing listing_;
+  mutable enum class State { NotRead, Read, Failed } state_ = State::NotRead;
 };

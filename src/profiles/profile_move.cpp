@@ -102,8 +102,10 @@ bool ProfileMove::List() {
 
 // What could refuse once the contents have moved is asked now.
 bool ProfileMove::MayMove() {
-  if (!ValidateRedirectionPaths(profile_.folder.c_str(), place_.path().c_str(), 1, 0, place_.IsVolume(),
-                                flags_.backToDefault, 1, 0, 0)) {
+  if (!ValidateRedirectionPaths(profile_.folder.c_str(), place_.path().c_str(),
+                                {.excludeMountedVolume = place_.IsVolume(),
+                                 .quietSystemFolder = flags_.backToDefault != 0,
+                                 .stopMediaSharing = true})) {
     Log(u"#ERROR: PreScanning failed for Source = %ls and Target = %ls.", profile_.folder, place_.path());
     return false;
   }

@@ -61,11 +61,11 @@ bool IsOutsideSystemFolders(const std::u16string& location) {
 bool MayHoldProfiles(const std::u16string& location, const std::u16string& home, bool allowDriveRoot) {
   if (!IsOrdinaryPath(location)) return false;
   const bool asRoot = allowDriveRoot && IsDriveRoot(location.c_str());
-  const int mustExist = !asRoot && PathExists(location) ? 1 : 0;
+  const bool mustExist = !asRoot && PathExists(location);
   // Without a source, just the rules for the target are asked.
-  return ValidateTargetPath(location.c_str(), mustExist, 0, 0, 0) && IsOutsideSystemFolders(location) &&
+  return ValidateTargetPath(location.c_str(), {.mustExist = mustExist}) && IsOutsideSystemFolders(location) &&
          IsApartFromHome(location, home) && IsOutsideSharedProfiles(location) &&
-         CheckPathRelations(u"", location.c_str(), 0, 0, 1, 0);
+         CheckPathRelations(u"", location.c_str(), {.excludeMountedVolume = true});
 }
 
 bool IsVolumeThere(const std::u16string& folder, const std::u16string& volume) {
@@ -127,9 +127,8 @@ bool IsFree(const std::u16string& folder) {
 bool HasRoomFor(const std::vector<std::u16string>& trees, const std::u16string& location) {
   std::uint64_t needed = 0;
   for (const std::u16string& tree : trees) {
-    LazyListing listing(tree.c_str());
     std::uint64_t bytes = 0;
-    if (!MeasureSource(tree.c_str(), listing, bytes)) return false;
+    if (!MeasureSource(tree.c_str(), bytes)) return false;
     needed += bytes;
   }
   win32::ULARGE_INTEGER available{}, total{}, free{};

@@ -80,7 +80,7 @@ bool FolderRedirection::MayRedirect() const {
     TellIfRemovalWasCutOff(source_, realTarget_);
     return false;
   }
-  if (!ValidateRedirectionPaths(source_.c_str(), target_.c_str(), 1, 0, 0, 0, 0, 0, 0)) {
+  if (!ValidateRedirectionPaths(source_.c_str(), target_.c_str())) {
     Log(u"#ERROR: PreScanning failed for Source = %ls and Target = %ls.", source_, realTarget_);
     TellIfRedirectionWasCutOff(source_, realTarget_);
     return false;

@@ -64,7 +64,7 @@ class FolderOntoVolume {
 bool FolderOntoVolume::MayRedirect() const {
   if (!IsUsablePath(source_)) return false;
   if (const std::u16string recorded = RecordedTarget(); !recorded.empty()) {
-    if (ValidateSourcePath(source_.c_str(), 0, 0))
+    if (ValidateSourcePath(source_.c_str()))
       Log(u"#ERROR: Junction already exists for Source = %ls and Target = %ls.", source_, recorded);
     return false;
   }
@@ -246,7 +246,8 @@ bool FolderFromVolume::MayRemove() {
         newFolder_.path());
     return false;
   }
-  if (ValidateRedirectionPaths(source_.c_str(), newFolder_.path().c_str(), 1, 1, 0, 0, 0, 0, 0)) return true;
+  if (ValidateRedirectionPaths(source_.c_str(), newFolder_.path().c_str(), {.sourceIsRedirectedProfile = true}))
+    return true;
   Log(u"#ERROR: PreScanning failed for Source = %ls and Target = %ls.", source_, target_);
   return false;
 }

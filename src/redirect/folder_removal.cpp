@@ -83,7 +83,7 @@ bool FolderRemoval::TakeJunctionAway() {
 }
 
 bool FolderRemoval::MoveContentsBack() {
-  if (!ValidateRedirectionPaths(target_.c_str(), source_.c_str(), 1, 1, 0, 0, 0, 0, 0)) {
+  if (!ValidateRedirectionPaths(target_.c_str(), source_.c_str(), {.sourceIsRedirectedProfile = true})) {
     Log(u"#ERROR: PreScanning failed for Source = %ls and Target = %ls.", source_, target_);
     PutJunctionBack();
     return false;

@@ -88,9 +88,9 @@ bool Set(const std::u16string& location, CQBConfig& config, std::u16string& oldL
   const bool onVolume = NamesVolume(location);
   if (onVolume && !mount.Mount(location)) return false;
   const std::u16string& folder = onVolume ? mount.folder() : location;
-  constexpr int kMustExist = 1, kProductFolderOnly = 1;
-  if (!ValidateTargetPath(folder.c_str(), kMustExist, kProductFolderOnly, 0, 0) || !config.SetOutDir(true, folder) ||
-      !SaveConfiguration(config))
+  constexpr TargetPathOptions kOptions{
+      .mustExist = true, .allowDriveRoot = true, .systemFolder = {.insideProductOnly = true}};
+  if (!ValidateTargetPath(folder.c_str(), kOptions) || !config.SetOutDir(true, folder) || !SaveConfiguration(config))
     return false;
   mount.Keep();
   return true;

@@ -33,7 +33,7 @@ bool MeasureVolume(const char16_t* path, std::uint64_t& bytes) {
   return true;
 }
 
-bool MeasureTree(LazyListing& tree, std::uint64_t& bytes) {
+bool MeasureTree(const FolderTree& tree, std::uint64_t& bytes) {
   const TreeListing* const listing = tree.Get();
   if (listing) bytes = listing->TotalSize();
   return listing != nullptr;
@@ -49,19 +49,19 @@ std::u16string WhereToLook(const char16_t* target) {
 
 }  // namespace
 
-bool MeasureSource(const char16_t* source, LazyListing& sourceTree, std::uint64_t& bytes) {
-  if (IsVolume(source) ? MeasureVolume(source, bytes) : MeasureTree(sourceTree, bytes)) return true;
-  Log(u"#ERROR: Failed to obtain size of %ls", source);
+bool MeasureSource(const FolderTree& source, std::uint64_t& bytes) {
+  if (IsVolume(source.path()) ? MeasureVolume(source.path(), bytes) : MeasureTree(source, bytes)) return true;
+  Log(u"#ERROR: Failed to obtain size of %ls", source.path());
   return false;
 }
 
-int HasEnoughFreeSpace(const char16_t* source, const char16_t* target, LazyListing& sourceTree) try {
-  if (!source || !target) {
+int HasEnoughFreeSpace(const FolderTree& source, const char16_t* target) try {
+  if (!source.path() || !target) {
     Log(u"#ERROR: Source Or Target path is missing.");
     return 0;
   }
   std::uint64_t needed = 0;
-  if (!MeasureSource(source, sourceTree, needed)) return 0;
+  if (!MeasureSource(source, needed)) return 0;
 
   const std::u16string place = WhereToLook(target);
   Space space;  // for an ordinary folder that Windows cannot answer for, nothing counts as free
@@ -76,13 +76,6 @@ int HasEnoughFreeSpace(const char16_t* source, const char16_t* target, LazyListi
       u"more files to free disk space, and try again.",
       name);
   return 0;
-} catch (const std::exception&) {
-  return 0;
-}
-
-int HasEnoughFreeSpace(const char16_t* source, const char16_t* target) try {
-  LazyListing sourceTree(source);
-  return HasEnoughFreeSpace(source, target, sourceTree);
 } catch (const std::exception&) {
   return 0;
 }

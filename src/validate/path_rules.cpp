@@ -172,7 +172,7 @@ int GetFileSystemType(const char16_t* path) {
   return EqualPaths(fileSystem, u"NTFS") ? 1 : EqualPaths(fileSystem, u"FAT") ? 0 : -1;
 }
 
-int IsSystemFolder(const char16_t* path, int insideProductOnly, int quiet1, int quiet2) try {
+int IsSystemFolder(const char16_t* path, const SystemFolderOptions& options) try {
   const std::u16string system = SpecialFolder(win32::CSIDL_SYSTEM);
   const std::u16string windows = SpecialFolder(win32::CSIDL_WINDOWS);
   const std::u16string programs = SpecialFolder(win32::CSIDL_PROGRAM_FILES);
@@ -184,13 +184,13 @@ int IsSystemFolder(const char16_t* path, int insideProductOnly, int quiet1, int 
   }
   const bool belowWindows = Contains(name, windows);
   if (!belowWindows && !Contains(name, programs) && !Contains(name, programsX86)) return 0;
-  if (insideProductOnly) {
+  if (options.insideProductOnly) {
     const auto product = [](const std::u16string& folder) {
       return folder.empty() ? folder : folder + u"\\Velmora\\Rimehold";
     };
     return Contains(name, product(programs)) || Contains(name, product(programsX86)) ? 0 : 1;
   }
-  if (!quiet1 && !quiet2) ConsolePrint(LoadResourceString(belowWindows ? kWindowsFolderWarning : kProgramFilesWarning));
+  if (!options.quiet) ConsolePrint(LoadResourceString(belowWindows ? kWindowsFolderWarning : kProgramFilesWarning));
   return 0;
 } catch (const std::exception&) {
   return 1;

@@ -9,8 +9,8 @@
 inline constexpr std::size_t kPathLengthLimit = 247;
 
 bool DriveExists(const char16_t* path);
-bool IsDriveRoot(
-    const char16_t* path);  // "C:\" or "C:", with "\\?\" before it or without, whether there is such a drive or not
+// "C:\" or "C:", with "\\?\" before it or without, whether there is such a drive or not.
+bool IsDriveRoot(const char16_t* path);
 bool IsNetworkPath(const char16_t* path);  // a UNC path, a path without a drive, or one on a network drive
 bool IsOnFixedOrRemovableDrive(const char16_t* path);
 bool IsRelativePath(const char16_t* path);  // blanks around it and quotes do not count
@@ -26,10 +26,12 @@ bool IsOrdinaryPath(const std::u16string& path);
 // 1 for NTFS, 0 for FAT, -1 for every other file system and when it cannot be told.
 int GetFileSystemType(const char16_t* path);
 
-// 1 refuses the path: a system folder, or with insideProductOnly a folder of Windows or Program Files outside the
-// product's own. Otherwise, unless a quiet flag is set, a folder below Windows or Program Files brings a warning on the
-// console.
-int IsSystemFolder(const char16_t* path, int insideProductOnly, int quiet1, int quiet2);
+struct SystemFolderOptions {
+  bool insideProductOnly = false;  // of Windows and Program Files, let through the product's own folders alone
+  bool quiet = false;              // no warning on the console about a folder below them
+};
+// 1 refuses the path: it is a system folder, or not one of the product's own where only those are let through.
+int IsSystemFolder(const char16_t* path, const SystemFolderOptions& options);
 
 // The path cut at its last backslash; 0 when it has none.
 int GetParentDirPath(const char16_t* path, std::u16string& parent);

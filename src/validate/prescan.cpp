@@ -84,36 +84,28 @@ class Scan {
 
 }  // namespace
 
-int PreScanListing(const TreeListing& listing, const LockedPaths* locked, int allowSpecialCase) try {
-  Scan scan(locked, allowSpecialCase != 0);
+int PreScanListing(const TreeListing& listing, const LockedPaths* locked, bool allowSpecialCase) try {
+  Scan scan(locked, allowSpecialCase);
   for (const TreeEntry& item : listing.entries) scan.Examine(item);
   return scan.Passed() ? 1 : 0;
 } catch (const std::exception&) {
   return 0;
 }
 
-int PreScanListing(const char16_t* source, const char16_t* target, const TreeListing* listing, int checkLocks,
-                   int allowSpecialCase) try {
-  if (!source) {
+int PreScanSource(const FolderTree& source, const char16_t* target, const PreScanOptions& options) try {
+  if (!source.path()) {
     Log(u"#ERROR: Source path is missing.");
     return 0;
   }
+  const TreeListing* const listing = source.GetAndLog();
   if (!listing) {
-    Log(u"#ERROR: Unable to get list of files for path = %ls.", source);
+    Log(u"#ERROR: Unable to get list of files for path = %ls.", source.path());
     return 0;
   }
-  if (!checkLocks) return PreScanListing(*listing, nullptr, allowSpecialCase);
+  if (!options.checkLocks) return PreScanListing(*listing, nullptr, options.allowSpecialCase);
   LockedPaths locked;
-  GetLockedFilesAndFoldersList(source, target, locked);
-  return PreScanListing(*listing, &locked, allowSpecialCase);
-} catch (const std::exception&) {
-  return 0;
-}
-
-int PreScanSource(const char16_t* source, const char16_t* target, int checkLocks, int allowSpecialCase) try {
-  TreeListing listing;
-  const bool listed = source && GetFileList(source, listing);
-  return PreScanListing(source, target, listed ? &listing : nullptr, checkLocks, allowSpecialCase);
+  GetLockedFilesAndFoldersList(source.path(), target, locked);
+  return PreScanListing(*listing, &locked, options.allowSpecialCase);
 } catch (const std::exception&) {
   return 0;
 }

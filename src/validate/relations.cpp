@@ -8,6 +8,7 @@
 #include "links/real_path.h"
 #include "report/log.h"
 #include "text/path_text.h"
+#include "validate/free_space.h"
 #include "validate/path_rules.h"
 #include "win32/win32.h"
 
@@ -41,28 +42,20 @@ bool IsReparsePoint(const std::u16string& path) {
 
 class Relations {
  public:
-  Relations(const char16_t* source, const char16_t* target, bool skipTarget, bool redirectedProfile,
-            bool excludeMountedVolume, bool quietSystemFolder, LazyListing& sourceTree)
-      : source_(source),
-        target_(target),
-        skipTarget_(skipTarget),
-        redirectedProfile_(redirectedProfile),
-        excludeMountedVolume_(excludeMountedVolume),
-        profile_(redirectedProfile || quietSystemFolder),
-        hasSource_(*source != u'\0'),
-        sourceTree_(sourceTree) {}
+  Relations(const FolderTree& source, const char16_t* target, const RelationOptions& options)
+      : sourceTree_(source), source_(source.path()), target_(target), options_(options) {}
 
   // The rules in their order. A target that is a symbolic link leaves only the last three.
   int Check() {
     if (hasSource_) SourceIsNoLink();
-    if (!skipTarget_) TargetIsNoLink();
-    const bool examineTarget = !skipTarget_ && !targetIsJunction_ && !targetIsSymbolicLink_;
+    if (!options_.skipTarget) TargetIsNoLink();
+    const bool examineTarget = !options_.skipTarget && !targetIsJunction_ && !targetIsSymbolicLink_;
     if (examineTarget) TargetCanBeMade();
     if (hasSource_ && !sourceIsLink_ && !targetIsSymbolicLink_) HasNoLinkAbove(source_);
     if (examineTarget) HasNoLinkAbove(target_);
     SourceIsNotTarget();
     if (hasSource_ && !areSame_) TargetIsNotInsideSource();
-    if (!skipTarget_ && !targetIsJunction_ && hasSource_) TargetHasRoom();
+    if (!options_.skipTarget && !targetIsJunction_ && hasSource_) TargetHasRoom();
     return result_;
   }
 
@@ -82,9 +75,9 @@ class Relations {
   }
 
   void TargetIsNoLink() {
-    targetIsJunction_ =
-        IsJunction(target_, {.excludeMountedVolume = !redirectedProfile_ && excludeMountedVolume_}) != 0;
-    targetIsSymbolicLink_ = !targetIsJunction_ && !redirectedProfile_ && IsSymbolicLink(target_);
+    const bool comesBack = options_.sourceIsRedirectedProfile;
+    targetIsJunction_ = IsJunction(target_, {.excludeMountedVolume = !comesBack && options_.excludeMountedVolume}) != 0;
+    targetIsSymbolicLink_ = !targetIsJunction_ && !comesBack && IsSymbolicLink(target_);
     if (targetIsJunction_) Refuse(kIsRedirected, target_);
     if (targetIsSymbolicLink_) Refuse(kIsSymbolicLink, target_);
   }
@@ -156,15 +149,15 @@ class Relations {
   }
 
   void TargetHasRoom() {
-    if (!HasEnoughFreeSpace(source_, target_, sourceTree_)) result_ = 0;
+    if (!HasEnoughFreeSpace(sourceTree_, target_)) result_ = 0;
   }
 
+  const FolderTree& sourceTree_;
   const char16_t* const source_;
   const char16_t* const target_;
-  const bool skipTarget_, redirectedProfile_, excludeMountedVolume_;
-  const bool profile_;
-  const bool hasSource_;
-  LazyListing& sourceTree_;
+  const RelationOptions options_;
+  const bool profile_ = options_.sourceIsRedirectedProfile || options_.quietSystemFolder;
+  const bool hasSource_ = *source_ != u'\0';
   // What the rules have found out.
   bool sourceIsJunction_ = false, sourceIsLink_ = false;
   bool targetIsJunction_ = false, targetIsSymbolicLink_ = false;
@@ -174,24 +167,12 @@ class Relations {
 
 }  // namespace
 
-int CheckPathRelations(const char16_t* source, const char16_t* target, int skipTarget, int sourceIsRedirectedProfile,
-                       int excludeMountedVolume, int quietSystemFolder, LazyListing& sourceTree) try {
-  if (!source || !target) {
+int CheckPathRelations(const FolderTree& source, const char16_t* target, const RelationOptions& options) try {
+  if (!source.path() || !target) {
     Log(u"#ERROR: There was an error during path validation. Error message: Source Or Target path missing.");
     return 0;
   }
-  return Relations(source, target, skipTarget != 0, sourceIsRedirectedProfile != 0, excludeMountedVolume != 0,
-                   quietSystemFolder != 0, sourceTree)
-      .Check();
-} catch (const std::exception&) {
-  return 0;
-}
-
-int CheckPathRelations(const char16_t* source, const char16_t* target, int skipTarget, int sourceIsRedirectedProfile,
-                       int excludeMountedVolume, int quietSystemFolder) try {
-  LazyListing sourceTree(source);
-  return CheckPathRelations(source, target, skipTarget, sourceIsRedirectedProfile, excludeMountedVolume,
-                            quietSystemFolder, sourceTree);
+  return Relations(source, target, options).Check();
 } catch (const std::exception&) {
   return 0;
 }

@@ -2,11 +2,14 @@
 #pragma once
 
 #include "fsops/file_list.h"
-#include "validate/free_space.h"
 
-// 1 when source and target may stand in a redirection to each other. skipTarget leaves out the rules that look at the
-// target itself. The last form takes the source's listing from the caller.
-int CheckPathRelations(const char16_t* source, const char16_t* target, int skipTarget, int sourceIsRedirectedProfile,
-                       int excludeMountedVolume, int quietSystemFolder);
-int CheckPathRelations(const char16_t* source, const char16_t* target, int skipTarget, int sourceIsRedirectedProfile,
-                       int excludeMountedVolume, int quietSystemFolder, LazyListing& sourceTree);
+struct RelationOptions {
+  bool skipTarget = false;  // leaves out the rules that look at the target itself
+  // With either of these, symbolic links are let through, and a folder with a volume mounted on it is no link; only the
+  // first lets a symbolic link be the target itself.
+  bool sourceIsRedirectedProfile = false;
+  bool quietSystemFolder = false;
+  bool excludeMountedVolume = false;  // a volume may be mounted on the target, unless the first of those is set
+};
+// 1 when source and target may stand in a redirection to each other.
+int CheckPathRelations(const FolderTree& source, const char16_t* target, const RelationOptions& options);

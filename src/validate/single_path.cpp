@@ -88,14 +88,14 @@ bool Holds(const PathRule& rule, const char16_t* path) {
   return false;
 }
 
-bool Applies(Of paths, bool mustExist, bool allowDriveRoot) {
+bool Applies(Of paths, const TargetPathOptions& options) {
   switch (paths) {
     case Of::Existing:
-      return mustExist;
+      return options.mustExist;
     case Of::ExistingFolder:
-      return mustExist && !allowDriveRoot;
+      return options.mustExist && !options.allowDriveRoot;
     case Of::New:
-      return !mustExist;
+      return !options.mustExist;
     case Of::Every:
       break;
   }
@@ -105,19 +105,19 @@ bool Applies(Of paths, bool mustExist, bool allowDriveRoot) {
 }  // namespace
 
 // The rules about Windows' own folders come last, and only for a path that must be there.
-int ValidateTargetPath(const char16_t* path, int mustExist, int allowDriveRoot, int quiet1, int quiet2) try {
+int ValidateTargetPath(const char16_t* path, const TargetPathOptions& options) try {
   if (!path) {
     Log(u"#ERROR: Input path missing.");
     return 0;
   }
   for (const PathRule& rule : kRules)
-    if (Applies(rule.paths, mustExist != 0, allowDriveRoot != 0) && !Holds(rule, path)) return 0;
-  return mustExist && IsSystemFolder(path, allowDriveRoot, quiet1, quiet2) ? 0 : 1;
+    if (Applies(rule.paths, options) && !Holds(rule, path)) return 0;
+  return options.mustExist && IsSystemFolder(path, options.systemFolder) ? 0 : 1;
 } catch (const std::exception&) {
   return 0;
 }
 
 // A source must be there, and a drive is no folder.
-int ValidateSourcePath(const char16_t* path, int quiet1, int quiet2) {
-  return ValidateTargetPath(path, 1, 0, quiet1, quiet2);
+int ValidateSourcePath(const char16_t* path, const SystemFolderOptions& options) {
+  return ValidateTargetPath(path, {.mustExist = true, .systemFolder = options});
 }

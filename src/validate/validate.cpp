@@ -37,22 +37,25 @@ bool CheckTargetAccess(const char16_t* target, bool allowLockedSpecialCase) {
 
 }  // namespace
 
-int ValidateRedirectionPaths(const char16_t* source, const char16_t* target, int prescanFlag,
-                             int sourceIsRedirectedProfile, int excludeMountedVolume, int quietSystemFolder,
-                             int stopMediaSharing, int allowLockedSpecialCase, int targetOnly) try {
-  if (!targetOnly && !ValidateSourcePath(source, sourceIsRedirectedProfile, quietSystemFolder)) return 0;
+int ValidateRedirectionPaths(const char16_t* source, const char16_t* target, const RedirectionOptions& options) try {
+  const bool quiet = options.sourceIsRedirectedProfile || options.quietSystemFolder;
+  if (!options.targetOnly && !ValidateSourcePath(source, {.quiet = quiet})) return 0;
 
-  LazyListing sourceTree(source);
-  const bool targetPassed = ValidateTargetPath(target, 0, 0, 0, 0) != 0;
-  int result = targetPassed ? 1 : 0;
-  if (!CheckPathRelations(source, target, !targetPassed, sourceIsRedirectedProfile, excludeMountedVolume,
-                          quietSystemFolder, sourceTree))
-    result = 0;
-  if (stopMediaSharing) StopMediaSharing();
-  if (targetOnly && !CheckTargetAccess(target, allowLockedSpecialCase != 0)) result = 0;
-  if (!PreScanListing(source, target, source ? sourceTree.GetAndLog() : nullptr, prescanFlag, allowLockedSpecialCase))
-    result = 0;
-  return result;
+  const FolderTree sourceTree(source);
+  const bool targetPassed = ValidateTargetPath(target) != 0;
+  bool passed = targetPassed;
+  if (!CheckPathRelations(sourceTree, target,
+                          {.skipTarget = !targetPassed,
+                           .sourceIsRedirectedProfile = options.sourceIsRedirectedProfile,
+                           .quietSystemFolder = options.quietSystemFolder,
+                           .excludeMountedVolume = options.excludeMountedVolume}))
+    passed = false;
+  if (options.stopMediaSharing) StopMediaSharing();
+  if (options.targetOnly && !CheckTargetAccess(target, options.allowLockedSpecialCase)) passed = false;
+  if (!PreScanSource(sourceTree, target,
+                     {.checkLocks = options.prescan, .allowSpecialCase = options.allowLockedSpecialCase}))
+    passed = false;
+  return passed ? 1 : 0;
 } catch (const std::exception&) {
   return 0;
 }

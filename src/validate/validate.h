@@ -4,17 +4,30 @@
 
 #include "validate/path_rules.h"
 
+// As they stand, those of a folder that is redirected.
+struct RedirectionOptions {
+  bool prescan = true;                     // the scan asks which items processes hold open
+  bool sourceIsRedirectedProfile = false;  // see RelationOptions, as the next two; no warning about system folders
+  bool excludeMountedVolume = false;
+  bool quietSystemFolder = false;       // no warning about system folders, either
+  bool stopMediaSharing = false;        // which holds files of profiles open
+  bool allowLockedSpecialCase = false;  // see PreScanOptions
+  bool targetOnly = false;              // the source stays as it is: not its own rules, but access to the target
+};
 // The whole decision on a source and a target folder, the scan of the source included. All rules on target, relations
 // and contents are tried even after one has failed, so that the log tells everything that is wrong.
-int ValidateRedirectionPaths(const char16_t* source, const char16_t* target, int prescanFlag,
-                             int sourceIsRedirectedProfile, int excludeMountedVolume, int quietSystemFolder,
-                             int stopMediaSharing, int allowLockedSpecialCase, int targetOnly);
+int ValidateRedirectionPaths(const char16_t* source, const char16_t* target, const RedirectionOptions& options = {});
 
-// The rules for a source folder alone; the quiet flags are IsSystemFolder's. The first rule that fails ends it.
-int ValidateSourcePath(const char16_t* path, int quiet1, int quiet2);
+// The rules for a source folder alone. The first rule that fails ends it.
+int ValidateSourcePath(const char16_t* path, const SystemFolderOptions& options = {});
 
-// The rules for a target folder alone. allowDriveRoot is also IsSystemFolder's insideProductOnly.
-int ValidateTargetPath(const char16_t* path, int mustExist, int allowDriveRoot, int quiet1, int quiet2);
+struct TargetPathOptions {
+  bool mustExist = false;
+  bool allowDriveRoot = false;            // of those that must exist
+  SystemFolderOptions systemFolder = {};  // asked of those that must exist
+};
+// The rules for a target folder alone. The first rule that fails ends it.
+int ValidateTargetPath(const char16_t* path, const TargetPathOptions& options = {});
 
 // The decision on a source folder and a volume, named by its GUID, that is to be mounted in the folder's place.
 int ValidateVolumeRedirection(const char16_t* source, const char16_t* volume);

@@ -100,9 +100,9 @@ bool Exists(const char16_t* volume) {
   return false;
 }
 
-bool HasRoomFor(const char16_t* source, const char16_t* volume, LazyListing& sourceTree) {
+bool HasRoomFor(const FolderTree& source, const char16_t* volume) {
   std::uint64_t size = 0;
-  if (!MeasureSource(source, sourceTree, size)) return false;
+  if (!MeasureSource(source, size)) return false;
   win32::ULARGE_INTEGER available{};
   if (win32::GetDiskFreeSpaceExW(volume, &available, nullptr, nullptr) && size <= available.QuadPart) return true;
   Log(u"#ERROR: Volume %ls doesn't have enough free disk space.", volume);
@@ -138,14 +138,14 @@ int ValidateVolume(const char16_t* volume) try {
 }
 
 int ValidateVolumeRedirection(const char16_t* source, const char16_t* volume) try {
-  if (!ValidateSourcePath(source, 0, 0)) return 0;
-  LazyListing sourceTree(source);
+  if (!ValidateSourcePath(source)) return 0;
+  const FolderTree sourceTree(source);
   const bool volumePassed = ValidateVolume(volume) != 0;
-  int result = volumePassed ? 1 : 0;
-  if (!CheckPathRelations(source, u"", 1, 0, 0, 0, sourceTree)) result = 0;
-  if (volumePassed && !HasRoomFor(source, volume, sourceTree)) result = 0;
-  if (!PreScanListing(source, nullptr, sourceTree.GetAndLog(), 1, 0)) result = 0;
-  return result;
+  bool passed = volumePassed;
+  if (!CheckPathRelations(sourceTree, u"", {.skipTarget = true})) passed = false;
+  if (volumePassed && !HasRoomFor(sourceTree, volume)) passed = false;
+  if (!PreScanSource(sourceTree, nullptr, {.checkLocks = true})) passed = false;
+  return passed ? 1 : 0;
 } catch (const std::exception&) {
   return 0;
 }

@@ -1,6 +1,7 @@
 // Is there room for the source, to the byte.
 #include "links/junction.h"
 #include "program/validation.h"
+#include "validate/free_space.h"
 #include "win32/handle.h"
 
 namespace {

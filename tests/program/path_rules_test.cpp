@@ -71,17 +71,16 @@ class PathRules : public test::ValidationTest {
   };
   void ExpectForSources(const std::vector<Case>& cases) {
     for (const Case& each : cases)
-      EXPECT_LINES(Refusal([&] { return ValidateSourcePath(each.path.c_str(), 0, 0); }), each.lines);
+      EXPECT_LINES(Refusal([&] { return ValidateSourcePath(each.path.c_str()); }), each.lines);
   }
-  void ExpectForTargets(const std::vector<Case>& cases, int mustExist = 0, int allowDriveRoot = 0) {
+  void ExpectForTargets(const std::vector<Case>& cases, const TargetPathOptions& options = {}) {
     for (const Case& each : cases)
-      EXPECT_LINES(Refusal([&] { return ValidateTargetPath(each.path.c_str(), mustExist, allowDriveRoot, 0, 0); }),
-                   each.lines);
+      EXPECT_LINES(Refusal([&] { return ValidateTargetPath(each.path.c_str(), options); }), each.lines);
   }
   // With Windows unable to name the drives at the first question, which is the rule about the drive's.
   void ExpectWithoutDrives(const std::u16string& path, const Lines& lines) {
     machine->gate.FailCall("GetLogicalDriveStringsW", 1, ERROR_ACCESS_DENIED);
-    EXPECT_LINES(Refusal([&] { return ValidateSourcePath(path.c_str(), 0, 0); }), lines);
+    EXPECT_LINES(Refusal([&] { return ValidateSourcePath(path.c_str()); }), lines);
     machine->gate.ClearFailures();
   }
 };
@@ -105,7 +104,7 @@ TEST_F(PathRules, ForSourcesOneByOne) {
                     {u"C:\\file", NoDirectory(u"C:\\file")},
                     {u"C:\\Windows", System(u"C:\\Windows")}});
   ExpectWithoutDrives(u"C:\\Data", DrivesUntold(u"C:\\Data"));
-  EXPECT_LINES(Refusal([] { return ValidateSourcePath(nullptr, 0, 0); }), Lines{u"#ERROR: Input path missing."});
+  EXPECT_LINES(Refusal([] { return ValidateSourcePath(nullptr); }), Lines{u"#ERROR: Input path missing."});
   for (const char16_t* fileSystem : {u"FAT", u"FAT32", u"exFAT", u"CDFS", u"NTFS5"}) {
     Drive(u'E').fileSystem = fileSystem;
     ExpectForSources({{u"E:\\x", NotNtfs(u"E:\\x")}});
@@ -205,9 +204,9 @@ TEST_F(PathRules, ForTargets) {
                     {u" D:\\New", Driveless(u" D:\\New", {})},
                     {u"\"D:\\New\"", Driveless(u"\"D:\\New\"", {})}});
   EXPECT_LINES(
-      LinesOf([] { ValidateTargetPath(u"D:\\New", 0, 0, 0, 0); }),
+      LinesOf([] { ValidateTargetPath(u"D:\\New"); }),
       Lines{u"#INFO: The selected target folder D:\\New does not exist. Ignoring PathIsDirectory validation."});
-  EXPECT_LINES(Refusal([] { return ValidateTargetPath(nullptr, 0, 0, 0, 0); }), Lines{u"#ERROR: Input path missing."});
+  EXPECT_LINES(Refusal([] { return ValidateTargetPath(nullptr); }), Lines{u"#ERROR: Input path missing."});
   // The letter may be in an environment name, but a file system has only what begins with a letter.
   const std::u16string named = u"%SystemDrive%\\New";
   ExpectForTargets(
@@ -220,12 +219,12 @@ TEST_F(PathRules, ForTargetsThatMustExist) {
                     {u"D:\\", Root(u"D:\\")},
                     {u"C:\\Windows", System(u"C:\\Windows")},
                     {u"C:\\Program Files\\Velmora", passed}},
-                   1);
+                   {.mustExist = true});
   // With drives allowed, only the product's own folders are let through among Windows' and the programs'.
   ExpectForTargets({{u"D:\\", passed},
                     {u"C:\\Program Files\\Velmora", {}},
                     {u"C:\\Windows\\System32", System(u"C:\\Windows\\System32")}},
-                   1, 1);
+                   {.mustExist = true, .allowDriveRoot = true, .systemFolder = {.insideProductOnly = true}});
 }
 
 TEST_F(PathRules, WindowsOwnFoldersWarnOrRefuse) {
@@ -239,32 +238,31 @@ TEST_F(PathRules, WindowsOwnFoldersWarnOrRefuse) {
   const std::string none;
   struct {
     const char16_t* path;
-    int insideProductOnly, quiet1, quiet2;
+    SystemFolderOptions options;
     int refused;
     bool logged;
     std::string console;
   } const cases[] = {
-      {u"C:\\Data", 0, 0, 0, 0, false, none},
-      {u"C:\\Data", 1, 0, 0, 0, false, none},
-      {u"c:\\WINDOWS", 0, 0, 0, 1, true, none},
-      {u"C:\\Windows\\", 0, 0, 0, 1, true, none},
-      {u"\\\\?\\C:\\Windows", 0, 0, 0, 1, true, none},
-      {u"C:\\Windows\\SYSTEM32", 0, 1, 1, 1, true, none},
-      {u"C:\\Windows\\System32\\drivers", 1, 0, 0, 1, true, none},
-      {u"C:\\Program Files", 0, 0, 0, 1, true, none},
-      {u"C:\\PROGRA~1", 0, 0, 0, 1, true, none},
-      {u"C:\\PROGRA~1\\App~", 0, 0, 0, 0, false, programs},
-      {u"C:\\Data~", 0, 0, 0, 0, false, none},
-      {u"c:\\program files (X86)", 0, 0, 0, 1, true, none},
-      {u"C:\\Windows\\Fonts", 0, 0, 0, 0, false, windows},
-      {u"C:\\Windows\\Fonts", 0, 1, 0, 0, false, none},
-      {u"C:\\Windows\\Fonts", 0, 0, 1, 0, false, none},
-      {u"C:\\Windows\\Fonts", 1, 0, 0, 1, false, none},
-      {u"C:\\Program Files\\App", 0, 0, 0, 0, false, programs},
-      {u"C:\\Program Files (x86)\\App", 0, 0, 0, 0, false, programs},
-      {u"C:\\Program Files\\App", 1, 0, 0, 1, false, none},
-      {u"C:\\Program Files\\Velmora\\Rimehold\\x", 1, 0, 0, 0, false, none},
-      {u"C:\\program files (x86)\\velmora\\rimehold", 1, 0, 0, 0, false, none},
+      {u"C:\\Data", {}, 0, false, none},
+      {u"C:\\Data", {.insideProductOnly = true}, 0, false, none},
+      {u"c:\\WINDOWS", {}, 1, true, none},
+      {u"C:\\Windows\\", {}, 1, true, none},
+      {u"\\\\?\\C:\\Windows", {}, 1, true, none},
+      {u"C:\\Windows\\SYSTEM32", {.quiet = true}, 1, true, none},
+      {u"C:\\Windows\\System32\\drivers", {.insideProductOnly = true}, 1, true, none},
+      {u"C:\\Program Files", {}, 1, true, none},
+      {u"C:\\PROGRA~1", {}, 1, true, none},
+      {u"C:\\PROGRA~1\\App~", {}, 0, false, programs},
+      {u"C:\\Data~", {}, 0, false, none},
+      {u"c:\\program files (X86)", {}, 1, true, none},
+      {u"C:\\Windows\\Fonts", {}, 0, false, windows},
+      {u"C:\\Windows\\Fonts", {.quiet = true}, 0, false, none},
+      {u"C:\\Windows\\Fonts", {.insideProductOnly = true}, 1, false, none},
+      {u"C:\\Program Files\\App", {}, 0, false, programs},
+      {u"C:\\Program Files (x86)\\App", {}, 0, false, programs},
+      {u"C:\\Program Files\\App", {.insideProductOnly = true}, 1, false, none},
+      {u"C:\\Program Files\\Velmora\\Rimehold\\x", {.insideProductOnly = true}, 0, false, none},
+      {u"C:\\program files (x86)\\velmora\\rimehold", {.insideProductOnly = true}, 0, false, none},
   };
   // The machine makes no short names; a junction that looks like one leads to the same folder.
   MakeFolder(u"C:\\Data~");
@@ -273,8 +271,7 @@ TEST_F(PathRules, WindowsOwnFoldersWarnOrRefuse) {
   for (const auto& each : cases) {
     machine->console.clear();
     int refused = -1;
-    const Lines lines =
-        LinesOf([&] { refused = IsSystemFolder(each.path, each.insideProductOnly, each.quiet1, each.quiet2); });
+    const Lines lines = LinesOf([&] { refused = IsSystemFolder(each.path, each.options); });
     std::string console = machine->console;
     std::erase(console, '\r');
     EXPECT_EQ(refused, each.refused) << emulated::Utf8(each.path);

@@ -38,7 +38,7 @@ LockedPaths LockedList(const Lines& paths) {
 class PreScan : public test::ValidationTest {
  protected:
   // Everything that the scan of C:\Data logs, and what it answers, against paths that are locked.
-  void ExpectScan(const Lines& locked, int allowSpecialCase, int result, const Lines& expected) {
+  void ExpectScan(const Lines& locked, bool allowSpecialCase, int result, const Lines& expected) {
     TreeListing listing;
     ASSERT_EQ(GetFileList(source, listing), 1);
     const LockedPaths list = LockedList(locked);
@@ -56,21 +56,21 @@ TEST_F(PreScan, NamesEachItemInTheOrderOfTheTree) {
   for (const std::u16string& folder : {b, d}) MakeFolder(folder);
   for (const std::u16string& file : {a, bf, c}) MakeFile(file, "x");
   MakeFile(readOnly, "x", FILE_ATTRIBUTE_READONLY);
-  ExpectScan({}, 0, 1, {});
+  ExpectScan({}, false, 1, {});
   // Refused, listed as locked, held open: every test of an item speaks, one line says what to do. What the user may not
   // open at all is not found to be in use.
   for (const std::u16string& item : {b, bf}) DenyAll(item);
   const auto held = HoldOpen(c, GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE);
   const Lines locked = {c, bf, u"C:\\elsewhere", a, b, source};
   const Lines ofC = {Locked(c), NotAccessible(c), InUse(c)};
-  ExpectScan(locked, 0, 0,
+  ExpectScan(locked, false, 0,
              {Locked(a), InUse(a), Unreadable(b), Locked(b), InUse(b), Unreadable(bf), Locked(bf), InUse(bf), ofC[0],
               ofC[1], ofC[2]});
   // The special case is for folders alone.
-  ExpectScan(locked, 1, 0,
+  ExpectScan(locked, true, 0,
              {Locked(a), InUse(a), UnreadableButAllowed(b), LockedButAllowed(b), Unreadable(bf), Locked(bf), InUse(bf),
               ofC[0], ofC[1], ofC[2]});
-  ExpectScan({b, d}, 1, 0,
+  ExpectScan({b, d}, true, 0,
              {UnreadableButAllowed(b), LockedButAllowed(b), Unreadable(bf), ofC[1], ofC[2], LockedButAllowed(d)});
 }
 
@@ -78,25 +78,25 @@ TEST_F(PreScan, EachCounterAloneMakesItNo) {
   const std::u16string folder = source + u"\\folder", file = source + u"\\file";
   MakeFolder(folder);
   MakeFile(file, "x");
-  ExpectScan({folder}, 0, 0, {Locked(folder), InUse(folder)});
-  ExpectScan({folder}, 1, 1, {LockedButAllowed(folder)});
-  ExpectScan({file}, 1, 0, {Locked(file), InUse(file)});
+  ExpectScan({folder}, false, 0, {Locked(folder), InUse(folder)});
+  ExpectScan({folder}, true, 1, {LockedButAllowed(folder)});
+  ExpectScan({file}, true, 0, {Locked(file), InUse(file)});
   DenyAll(folder);
-  ExpectScan({}, 0, 0, {Unreadable(folder)});
-  ExpectScan({}, 1, 1, {UnreadableButAllowed(folder)});
+  ExpectScan({}, false, 0, {Unreadable(folder)});
+  ExpectScan({}, true, 1, {UnreadableButAllowed(folder)});
   test::SetSecurity(folder, u"O:BAD:P(A;;0x1200a9;;;BA)");
-  ExpectScan({}, 0, 1, {});
+  ExpectScan({}, false, 1, {});
   test::SetSecurity(folder, u"O:BAD:P(A;;0x120089;;;BA)");  // no execute
-  ExpectScan({}, 0, 0, {Unreadable(folder)});
+  ExpectScan({}, false, 0, {Unreadable(folder)});
   test::SetSecurity(folder, u"O:BAD:P(A;;FA;;;BA)");
 }
 
 TEST_F(PreScan, ComparesAsPathsAreCompared) {
   const std::u16string item = source + u"\\Caf\u00e9";
   MakeFile(item, "x");
-  ExpectScan({u"c:\\DATA\\cAF\u00e9"}, 0, 0, {Locked(item), InUse(item)});
-  ExpectScan({u"\\\\?\\C:\\Data\\Caf\u00e9"}, 0, 0, {Locked(item), InUse(item)});
-  ExpectScan({u"C:\\Data\\Caf\u00c9", u"C:\\Data\\Caf", u"C:\\Data\\Caf\u00e9\\", u""}, 0, 1, {});
+  ExpectScan({u"c:\\DATA\\cAF\u00e9"}, false, 0, {Locked(item), InUse(item)});
+  ExpectScan({u"\\\\?\\C:\\Data\\Caf\u00e9"}, false, 0, {Locked(item), InUse(item)});
+  ExpectScan({u"C:\\Data\\Caf\u00c9", u"C:\\Data\\Caf", u"C:\\Data\\Caf\u00e9\\", u""}, false, 1, {});
   ASSERT_TRUE(DeleteFileW(item.c_str()));
   // Where the plain form does not reach, the listing has the long one.
   std::u16string deep = source;
@@ -104,7 +104,7 @@ TEST_F(PreScan, ComparesAsPathsAreCompared) {
     deep += u"\\" + std::u16string(100, name);
     MakeFolder(u"\\\\?\\" + deep);
   }
-  ExpectScan({LowerAscii(deep)}, 0, 0, {Locked(u"\\\\?\\" + deep), InUse(u"\\\\?\\" + deep)});
+  ExpectScan({LowerAscii(deep)}, false, 0, {Locked(u"\\\\?\\" + deep), InUse(u"\\\\?\\" + deep)});
 }
 
 // Many items against a full list: each locked one is named once, in the order of the items and not of the list.
@@ -122,16 +122,16 @@ TEST_F(PreScan, FindsAllOfAFullList) {
   for (int i = 0; locked.size() < LockedPaths::kCapacity; ++i)
     locked.push_back(u"D:\\other\\f" + emulated::Utf16(std::to_string(i)));
   std::reverse(locked.begin(), locked.end());
-  ExpectScan(locked, 0, 0, expected);
+  ExpectScan(locked, false, 0, expected);
 }
 
 TEST_F(PreScan, FindsFilesInUse) {
   MakeFile(source + u"\\busy", "x");
   MakeFile(source + u"\\free", "x");
   SetLastError(ERROR_SHARING_VIOLATION);  // of some call before
-  EXPECT_LINES(Refusal([&] { return PreScanSource(source.c_str(), nullptr, 1, 0); }), passed);
+  EXPECT_LINES(Refusal([&] { return PreScanSource(source.c_str(), nullptr, {.checkLocks = true}); }), passed);
   const auto held = HoldOpen(source + u"\\busy", GENERIC_READ, 0);
-  EXPECT_LINES(LinesOf([&] { EXPECT_EQ(PreScanSource(source.c_str(), nullptr, 0, 1), 0); }),
+  EXPECT_LINES(LinesOf([&] { EXPECT_EQ(PreScanSource(source.c_str(), nullptr, {.allowSpecialCase = true}), 0); }),
                Lines{NotAccessible(source + u"\\busy"), InUse(source + u"\\busy")});
   machine->files().CloseForeign(held);
   for (const DWORD error : {ERROR_SHARING_VIOLATION, ERROR_LOCK_VIOLATION, ERROR_ACCESS_DENIED}) {
@@ -139,7 +139,7 @@ TEST_F(PreScan, FindsFilesInUse) {
     ASSERT_EQ(GetFileList(source, listing), 1);
     const Lines lines = LinesOf([&] {
       machine->gate.FailCall("CreateFileW", 1, error);
-      PreScanListing(listing, nullptr, 0);
+      PreScanListing(listing, nullptr, false);
     });
     const bool inUse = error != ERROR_ACCESS_DENIED;
     EXPECT_LINES(lines, inUse ? Lines{NotAccessible(source + u"\\busy"), InUse(source + u"\\busy")} : Lines{});
@@ -147,10 +147,10 @@ TEST_F(PreScan, FindsFilesInUse) {
 }
 
 TEST_F(PreScan, PassesEmptyTreesAndWindowsOwnFolders) {
-  EXPECT_LINES(Refusal([&] { return PreScanSource(source.c_str(), nullptr, 1, 0); }), passed);
-  EXPECT_LINES(Refusal([] { return PreScanSource(nullptr, nullptr, 1, 0); }),
+  EXPECT_LINES(Refusal([&] { return PreScanSource(source.c_str(), nullptr, {.checkLocks = true}); }), passed);
+  EXPECT_LINES(Refusal([] { return PreScanSource(nullptr, nullptr, {.checkLocks = true}); }),
                Lines{u"#ERROR: Source path is missing."});
-  EXPECT_LINES(Refusal([] { return PreScanSource(u"C:\\missing", nullptr, 1, 0); }),
+  EXPECT_LINES(Refusal([] { return PreScanSource(u"C:\\missing", nullptr, {.checkLocks = true}); }),
                Lines{u"#ERROR: Unable to get list of files for path = C:\\missing."});
   MakeFolder(source + u"\\sub");
   std::vector<std::shared_ptr<emulated::FileObject>> held;
@@ -160,7 +160,7 @@ TEST_F(PreScan, PassesEmptyTreesAndWindowsOwnFolders) {
     held.push_back(HoldOpen(source + name + u"\\busy", GENERIC_READ, 0));
     DenyAll(source + name);
   }
-  EXPECT_LINES(Refusal([&] { return PreScanSource(source.c_str(), nullptr, 1, 0); }), passed);
+  EXPECT_LINES(Refusal([&] { return PreScanSource(source.c_str(), nullptr, {.checkLocks = true}); }), passed);
 }
 
 TEST_F(PreScan, LinksAreListedButNotEntered) {
@@ -171,9 +171,9 @@ TEST_F(PreScan, LinksAreListedButNotEntered) {
   MakeFile(source + u"\\d\\f", "x");
   const auto held = HoldOpen(target + u"\\busy", GENERIC_READ, 0);
   const std::u16string link = source + u"\\s";
-  EXPECT_LINES(LinesOf([&] { EXPECT_EQ(PreScanSource(source.c_str(), nullptr, 1, 0), 1); }),
+  EXPECT_LINES(LinesOf([&] { EXPECT_EQ(PreScanSource(source.c_str(), nullptr, {.checkLocks = true}), 1); }),
                Lines{u"IsSymbolicLink()::The specified directory or file " + link + u" is symbolic link"});
-  ExpectScan({source + u"\\j"}, 0, 0, {Locked(source + u"\\j"), InUse(source + u"\\j")});
+  ExpectScan({source + u"\\j"}, false, 0, {Locked(source + u"\\j"), InUse(source + u"\\j")});
   TreeListing listing;
   ASSERT_EQ(GetFileList(source, listing), 1);
   EXPECT_EQ(listing.entries.size(), 4u);

@@ -60,14 +60,13 @@ class Relations : public test::ValidationTest {
   struct Case {
     std::u16string source, target;
     Lines lines;
-    int skipTarget = 0;
+    bool skipTarget = false;
   };
-  void Expect(const std::vector<Case>& cases, const test::Flags& flags = {}) {
+  void Expect(const std::vector<Case>& cases, RelationOptions options = {}) {
     for (const Case& each : cases) {
-      const Lines lines = Refusal([&] {
-        return CheckPathRelations(each.source.c_str(), each.target.c_str(), each.skipTarget, flags.redirectedProfile,
-                                  flags.excludeMountedVolume, flags.quietSystemFolder);
-      });
+      options.skipTarget = each.skipTarget;
+      const Lines lines =
+          Refusal([&] { return CheckPathRelations(each.source.c_str(), each.target.c_str(), options); });
       EXPECT_EQ(test::Shown(lines), test::Shown(each.lines))
           << emulated::Utf8(each.source) << " to " << emulated::Utf8(each.target);
     }
@@ -98,7 +97,8 @@ TEST_F(Relations, LinksOnEitherSide) {
 
 // In a profile operation symbolic links are let through, and a mounted volume is a folder like any other.
 TEST_F(Relations, LinksOfProfiles) {
-  for (const test::Flags& flags : {test::Flags{.redirectedProfile = 1}, test::Flags{.quietSystemFolder = 1}})
+  for (const RelationOptions& options :
+       {RelationOptions{.sourceIsRedirectedProfile = true}, RelationOptions{.quietSystemFolder = true}})
     Expect({{u"C:\\Links\\junction", target, {Redirected(u"C:\\Links\\junction")}},
             {u"C:\\Links\\symbolic", target, passed},
             {u"C:\\Links\\mounted", target, passed},
@@ -110,16 +110,16 @@ TEST_F(Relations, LinksOfProfiles) {
             {source, u"C:\\Links\\junction\\sub", {BelowRedirected(u"C:\\Links\\junction\\sub")}},
             {source, u"C:\\Links\\symbolic\\sub", passed},
             {source, u"C:\\Links\\mounted\\sub", passed}},
-           flags);
-  Expect({{source, u"C:\\Links\\symbolic", passed}}, {.redirectedProfile = 1});
-  Expect({{source, u"C:\\Links\\symbolic", {Symbolic(u"C:\\Links\\symbolic")}}}, {.quietSystemFolder = 1});
+           options);
+  Expect({{source, u"C:\\Links\\symbolic", passed}}, {.sourceIsRedirectedProfile = true});
+  Expect({{source, u"C:\\Links\\symbolic", {Symbolic(u"C:\\Links\\symbolic")}}}, {.quietSystemFolder = true});
   // excludeMountedVolume is about the target alone, and not about one that comes back from a redirection.
   Expect({{source, u"C:\\Links\\mounted", passed},
           {u"C:\\Links\\mounted", target, {Redirected(u"C:\\Links\\mounted")}},
           {source, u"C:\\Links\\mounted\\sub", {BelowRedirected(u"C:\\Links\\mounted\\sub")}}},
-         {.excludeMountedVolume = 1});
+         {.excludeMountedVolume = true});
   Expect({{source, u"C:\\Links\\mounted", {Redirected(u"C:\\Links\\mounted")}}},
-         {.redirectedProfile = 1, .excludeMountedVolume = 1});
+         {.sourceIsRedirectedProfile = true, .excludeMountedVolume = true});
 }
 
 // Rights, links above and room are not asked of a target that is a junction, nor links above of a source that is a
@@ -154,16 +154,16 @@ TEST_F(Relations, EveryRuleSpeaksInItsOrder) {
           // A target that is a symbolic link ends the questions about what is above, of the source as well.
           {u"C:\\Links\\junction\\sub", u"C:\\Links\\symbolic", {Symbolic(u"C:\\Links\\symbolic")}}});
   // Without the target's rules, those of the source and of the two places are left.
-  Expect({{u"C:\\Links\\junction\\sub", u"C:\\Links\\junction", {BelowRedirected(u"C:\\Links\\junction\\sub")}, 1},
-          {source, u"C:\\Links\\junction\\sub", passed, 1},
-          {source, source, {Same(source, source)}, 1},
-          {source, u"c:\\data\\x", {Inside(source, u"c:\\data\\x")}, 1},
-          {source, u"", passed, 1},
+  Expect({{u"C:\\Links\\junction\\sub", u"C:\\Links\\junction", {BelowRedirected(u"C:\\Links\\junction\\sub")}, true},
+          {source, u"C:\\Links\\junction\\sub", passed, true},
+          {source, source, {Same(source, source)}, true},
+          {source, u"c:\\data\\x", {Inside(source, u"c:\\data\\x")}, true},
+          {source, u"", passed, true},
           {u"", target, passed}});
   for (const auto& [from, to] :
        {std::pair<const char16_t*, const char16_t*>{nullptr, u"D:\\Target"}, {u"C:\\Data", nullptr}})
     EXPECT_LINES(
-        Refusal([&, from = from, to = to] { return CheckPathRelations(from, to, 0, 0, 0, 0); }),
+        Refusal([&, from = from, to = to] { return CheckPathRelations(from, to, {}); }),
         Lines{u"#ERROR: There was an error during path validation. Error message: Source Or Target path missing."});
 }
 
@@ -189,23 +189,23 @@ TEST_F(Relations, TheTwoPlaces) {
   MakeFolder(u"C:\\Data\\inner");
   MakeFolder(u"C:\\Database");
   const std::u16string longPath = source + u"\\" + std::u16string(120, u'a') + u"\\" + std::u16string(150, u'b');
-  Expect({{source, u"c:\\DATA", {Same(source, u"c:\\DATA")}, 1},
-          {u"C:\\Data\\", u"C:\\Data", {Same(u"C:\\Data\\", u"C:\\Data")}, 1},
+  Expect({{source, u"c:\\DATA", {Same(source, u"c:\\DATA")}, true},
+          {u"C:\\Data\\", u"C:\\Data", {Same(u"C:\\Data\\", u"C:\\Data")}, true},
           {u"\"C:\\Data\"",
            u" C:\\Data\\x ",
            {u"#ERROR: Unable to get File Attributes for path = \"C:\\Data\"The system cannot find the path specified.",
             Inside(u"\"C:\\Data\"", u" C:\\Data\\x ")},
            1},
-          {source, u"C:\\Data\\", {Inside(source, u"C:\\Data\\")}, 1},
-          {source, u"C:\\DATA\\missing\\x", {Inside(source, u"C:\\DATA\\missing\\x")}, 1},
-          {source, longPath, {Inside(source, longPath)}, 1},
-          {source, u"C:\\Windows\\..\\Data\\x", {Inside(source, u"C:\\Windows\\..\\Data\\x")}, 1},
-          {source, u"\\\\?\\C:\\Data\\inner", {Inside(source, u"\\\\?\\C:\\Data\\inner")}, 1},
-          {u"C:\\", u"c:\\Data\\x", {Inside(u"C:\\", u"c:\\Data\\x")}, 1},
-          {u"C:", u"C:\\Data", {Inside(u"C:", u"C:\\Data")}, 1},
-          {source, u"C:\\Database", passed, 1},
-          {source, u"C:\\Database\\x", passed, 1},
-          {source, u"\\\\server\\share\\Data", passed, 1},
+          {source, u"C:\\Data\\", {Inside(source, u"C:\\Data\\")}, true},
+          {source, u"C:\\DATA\\missing\\x", {Inside(source, u"C:\\DATA\\missing\\x")}, true},
+          {source, longPath, {Inside(source, longPath)}, true},
+          {source, u"C:\\Windows\\..\\Data\\x", {Inside(source, u"C:\\Windows\\..\\Data\\x")}, true},
+          {source, u"\\\\?\\C:\\Data\\inner", {Inside(source, u"\\\\?\\C:\\Data\\inner")}, true},
+          {u"C:\\", u"c:\\Data\\x", {Inside(u"C:\\", u"c:\\Data\\x")}, true},
+          {u"C:", u"C:\\Data", {Inside(u"C:", u"C:\\Data")}, true},
+          {source, u"C:\\Database", passed, true},
+          {source, u"C:\\Database\\x", passed, true},
+          {source, u"\\\\server\\share\\Data", passed, true},
           {u"C:\\Data\\inner", source, passed}});
 }
 

@@ -7,7 +7,7 @@
 namespace {
 
 using namespace win32;
-using test::Flags, test::Lines, test::MakeFile, test::MakeFolder;
+using test::Lines, test::MakeFile, test::MakeFolder;
 
 const std::u16string kNoPaths =
     u"#ERROR: There was an error during path validation. Error message: Source Or Target path missing.";
@@ -19,8 +19,8 @@ const std::u16string kInUse =
 
 class RedirectionPaths : public test::ValidationTest {
  protected:
-  Lines Logged(const char16_t* from, const char16_t* to, const Flags& flags = {}) {
-    return LinesOf([&] { Refusal(from, to, flags); });
+  Lines Logged(const char16_t* from, const char16_t* to, const RedirectionOptions& options = {}) {
+    return LinesOf([&] { Refusal(from, to, options); });
   }
 };
 
@@ -39,22 +39,22 @@ TEST_F(RedirectionPaths, EveryFlagReachesItsRule) {
   ASSERT_EQ(CreateSymbolicLinkEntry(u"C:\\link", source.c_str()), 1);
   const Lines symbolic{u"#ERROR: The folder C:\\link is Symbolic Link. Browse to a different location."};
   EXPECT_LINES(Refusal(u"C:\\link", target.c_str()), symbolic);
-  EXPECT_LINES(Refusal(u"C:\\link", target.c_str(), {.quietSystemFolder = 1}), passed);
-  EXPECT_LINES(Refusal(u"C:\\link", target.c_str(), {.redirectedProfile = 1}), passed);
+  EXPECT_LINES(Refusal(u"C:\\link", target.c_str(), {.quietSystemFolder = true}), passed);
+  EXPECT_LINES(Refusal(u"C:\\link", target.c_str(), {.sourceIsRedirectedProfile = true}), passed);
 
   MakeFolder(source + u"\\closed");
   test::SetSecurity(source + u"\\closed", u"O:SYD:P(A;;FA;;;SY)");
   EXPECT_LINES(Refusal(source.c_str(), target.c_str()), Lines{u"#ERROR: C:\\Data\\closed" + kUnreadable});
-  EXPECT_LINES(Refusal(source.c_str(), target.c_str(), {.allowLockedSpecialCase = 1}), passed);
+  EXPECT_LINES(Refusal(source.c_str(), target.c_str(), {.allowLockedSpecialCase = true}), passed);
 
   // What is open is asked below both places, and only when the scan is to look for it.
   machine->gate.ResetCounts();
-  Refusal(source.c_str(), target.c_str(), {.prescan = 0});
+  Refusal(source.c_str(), target.c_str(), {.prescan = false});
   EXPECT_EQ(machine->gate.Count("NtQuerySystemInformation"), 0u);
   MakeFolder(source + u"\\held");
   const auto held = HoldOpen(source + u"\\held", GENERIC_READ, 7);
-  EXPECT_LINES(Refusal(source.c_str(), target.c_str(), {.allowLockedSpecialCase = 1}), passed);
-  EXPECT_LINES(Refusal(source.c_str(), target.c_str(), {.prescan = 0, .allowLockedSpecialCase = 1}), passed);
+  EXPECT_LINES(Refusal(source.c_str(), target.c_str(), {.allowLockedSpecialCase = true}), passed);
+  EXPECT_LINES(Refusal(source.c_str(), target.c_str(), {.prescan = false, .allowLockedSpecialCase = true}), passed);
 }
 
 TEST_F(RedirectionPaths, AFailedSourceEndsItAndAFailedTargetDoesNot) {
@@ -63,7 +63,7 @@ TEST_F(RedirectionPaths, AFailedSourceEndsItAndAFailedTargetDoesNot) {
   const auto held = HoldOpen(source + u"\\busy", GENERIC_READ, 0);
   EXPECT_LINES(Refusal(u"C:\\", u"D:\\file"),
                Lines{u"#ERROR: C:\\ - A folder is required for folder redirection. Browse to a different location."});
-  const Flags opensOnly{.prescan = 0};  // nobody is asked for the handles of others
+  const RedirectionOptions opensOnly{.prescan = false};  // nobody is asked for the handles of others
   const Lines busy = {u"#INFO: C:\\Data\\busy - File is not accessible.", u"#ERROR: C:\\Data\\busy" + kInUse};
   EXPECT_LINES(Logged(source.c_str(), target.c_str(), opensOnly), busy);
   EXPECT_LINES(Logged(source.c_str(), u"D:\\file", opensOnly),
@@ -80,7 +80,7 @@ TEST_F(RedirectionPaths, AFailedSourceEndsItAndAFailedTargetDoesNot) {
 }
 
 TEST_F(RedirectionPaths, TheTargetAloneIsReadWhenAskedFor) {
-  const Flags targetOnly{.targetOnly = 1}, special{.allowLockedSpecialCase = 1, .targetOnly = 1};
+  const RedirectionOptions targetOnly{.targetOnly = true}, special{.allowLockedSpecialCase = true, .targetOnly = true};
   MakeFolder(u"D:\\closed");
   MakeFile(u"D:\\file", "x");
   test::SetSecurity(u"D:\\closed", u"O:SYD:P(A;OICI;0x1F01DF;;;BA)(A;OICI;FA;;;SY)");  // all but execute
@@ -111,20 +111,21 @@ TEST_F(RedirectionPaths, MediaSharingStopsWhenAskedFor) {
   machine->services().SetState(u"WMPNetworkSvc", SERVICE_RUNNING);
   Refusal(source.c_str(), target.c_str());
   EXPECT_EQ(machine->services().State(u"WMPNetworkSvc"), SERVICE_RUNNING);
-  Refusal(u"C:\\missing", target.c_str(), {.stopMediaSharing = 1});
+  Refusal(u"C:\\missing", target.c_str(), {.stopMediaSharing = true});
   EXPECT_EQ(machine->services().State(u"WMPNetworkSvc"), SERVICE_RUNNING);
-  Refusal(source.c_str(), u"Q:\\x", {.stopMediaSharing = 1});
+  Refusal(source.c_str(), u"Q:\\x", {.stopMediaSharing = true});
   EXPECT_EQ(machine->services().State(u"WMPNetworkSvc"), SERVICE_STOPPED) << "whatever the target";
-  EXPECT_LINES(Refusal(source.c_str(), target.c_str(), {.stopMediaSharing = 1}), passed);
+  EXPECT_LINES(Refusal(source.c_str(), target.c_str(), {.stopMediaSharing = true}), passed);
 }
 
 // The quiet flags reach the rule about Windows' own folders.
 TEST_F(RedirectionPaths, ProfilesAreNotWarnedAbout) {
   MakeFolder(u"C:\\Windows\\Profiles");
-  for (const Flags& flags : {Flags{}, Flags{.redirectedProfile = 1}, Flags{.quietSystemFolder = 1}}) {
+  for (const RedirectionOptions& options : {RedirectionOptions{}, RedirectionOptions{.sourceIsRedirectedProfile = true},
+                                            RedirectionOptions{.quietSystemFolder = true}}) {
     machine->console.clear();
-    EXPECT_LINES(Refusal(u"C:\\Windows\\Profiles", target.c_str(), flags), passed);
-    EXPECT_EQ(machine->console.empty(), flags.redirectedProfile || flags.quietSystemFolder);
+    EXPECT_LINES(Refusal(u"C:\\Windows\\Profiles", target.c_str(), options), passed);
+    EXPECT_EQ(machine->console.empty(), options.sourceIsRedirectedProfile || options.quietSystemFolder);
   }
 }
 

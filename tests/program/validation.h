@@ -16,17 +16,6 @@ namespace test {
 
 using Lines = std::vector<std::u16string>;
 
-// The flags of ValidateRedirectionPaths; as they are, a folder redirection's.
-struct Flags {
-  int prescan = 1;
-  int redirectedProfile = 0;
-  int excludeMountedVolume = 0;
-  int quietSystemFolder = 0;
-  int stopMediaSharing = 0;
-  int allowLockedSpecialCase = 0;
-  int targetOnly = 0;
-};
-
 class ValidationTest : public Engine {
  protected:
   explicit ValidationTest(const MachineFacts& facts = {}) : Engine(facts) { UseProgramModule(*machine); }
@@ -61,12 +50,8 @@ class ValidationTest : public Engine {
     if (result != 0) errors.insert(errors.begin(), u"(passed)");
     return errors;
   }
-  Lines Refusal(const char16_t* from, const char16_t* to, const Flags& flags = {}) {
-    return Refusal([&] {
-      return ValidateRedirectionPaths(from, to, flags.prescan, flags.redirectedProfile, flags.excludeMountedVolume,
-                                      flags.quietSystemFolder, flags.stopMediaSharing, flags.allowLockedSpecialCase,
-                                      flags.targetOnly);
-    });
+  Lines Refusal(const char16_t* from, const char16_t* to, const RedirectionOptions& options = {}) {
+    return Refusal([&] { return ValidateRedirectionPaths(from, to, options); });
   }
 
   // A drive that is known by name alone.
