@@ -6,6 +6,7 @@
 #include <iterator>
 
 #include "configuration/service_config_file.h"
+#include "links/presence.h"
 #include "report/log.h"
 #include "report/service_path.h"
 #include "text/path_text.h"
@@ -104,7 +105,7 @@ int CQBConfig::GetConfigFilePath(std::u16string& path) try {
 int CQBConfig::Init() try {
   if (document_) return 0;
   loaded_ = 0;
-  if (!win32::PathFileExistsW(path_.c_str())) {
+  if (!PathExists(path_)) {
     if (!CreateDefaultConfig(path_)) {
       Log(u"CQBConfig::Init: could not find config file. Create default config failed");
       return 0;

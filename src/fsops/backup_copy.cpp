@@ -7,6 +7,7 @@
 #include "fsops/backup_stream.h"
 #include "fsops/folder_itself.h"
 #include "links/junction.h"
+#include "links/presence.h"
 #include "report/log.h"
 #include "text/format.h"
 #include "text/path_text.h"
@@ -25,11 +26,8 @@ win32::DWORD OpenFlags(bool isReparsePoint) {
 }
 
 ItemKind ItemKindOf(const std::u16string& source, int isDirectory) {
-  const win32::DWORD attributes = win32::GetFileAttributesW(source.c_str());
-  return {.isDirectory = isDirectory != 0,
-          .isReparsePoint = IsReparsePoint(source) != 0,
-          .isEncrypted =
-              attributes != win32::INVALID_FILE_ATTRIBUTES && (attributes & win32::FILE_ATTRIBUTE_ENCRYPTED) != 0};
+  const bool isEncrypted = LookAt(source).IsEncrypted();
+  return {.isDirectory = isDirectory != 0, .isReparsePoint = IsReparsePoint(source), .isEncrypted = isEncrypted};
 }
 
 // To the debugger only.
@@ -95,11 +93,8 @@ int CopyChunks(const AccessTimeKeepingFile& source, const AccessTimeKeepingFile&
 
 // A junction that leads nowhere can refuse to be opened: then the target gets its attributes and is done.
 int CopyUnopened(const std::u16string& source, const std::u16string& target) {
-  const win32::DWORD error = win32::GetLastError();
-  const bool notFound = error == win32::ERROR_FILE_NOT_FOUND || error == win32::ERROR_PATH_NOT_FOUND;
-  if (notFound && IsJunction(source.c_str())) {
-    const win32::DWORD attributes = win32::GetFileAttributesW(source.c_str());
-    if (attributes != win32::INVALID_FILE_ATTRIBUTES) win32::SetFileAttributesW(target.c_str(), attributes);
+  if (MeansGone(win32::GetLastError()) && IsJunction(source.c_str())) {
+    if (const Look look = LookAt(source); look.IsThere()) win32::SetFileAttributesW(target.c_str(), look.attributes);
     return 1;
   }
   Trace(u"#ERROR: BackupCopy: CreateFile() failed for path = %ls", source);
@@ -124,21 +119,15 @@ int CopyContents(const std::u16string& sourcePath, const std::u16string& targetP
 
 }  // namespace
 
-int IsReparsePoint(const std::u16string& path) {
-  win32::WIN32_FIND_DATAW found{};
-  const win32::UniqueFind find{win32::FindFirstFileW(path.c_str(), &found)};
-  return find && (found.dwFileAttributes & win32::FILE_ATTRIBUTE_REPARSE_POINT) != 0 ? 1 : 0;
-}
-
 int CopyFileTimesAndAttributes(const std::u16string& source, const std::u16string& target, bool isReparsePoint) {
-  const win32::DWORD attributes = win32::GetFileAttributesW(source.c_str());
+  const Look look = LookAt(source);
   win32::FILETIME creation{}, lastAccess{}, lastWrite{};
   {
     const win32::UniqueFile file{win32::CreateFileW(source.c_str(), win32::GENERIC_READ, win32::FILE_SHARE_READ,
                                                     nullptr, win32::OPEN_EXISTING, OpenFlags(isReparsePoint), nullptr)};
     if (!file || !win32::GetFileTime(file.get(), &creation, &lastAccess, &lastWrite)) return 0;
   }
-  if (attributes == win32::INVALID_FILE_ATTRIBUTES) return 0;
+  if (!look.IsThere()) return 0;
 
   win32::SetFileAttributesW(target.c_str(), win32::FILE_ATTRIBUTE_NORMAL);  // a read-only item can then be opened
   {
@@ -147,12 +136,12 @@ int CopyFileTimesAndAttributes(const std::u16string& source, const std::u16strin
                                                     OpenFlags(isReparsePoint), nullptr)};
     if (!file || !win32::SetFileTime(file.get(), &creation, &lastAccess, &lastWrite)) return 0;
   }
-  win32::SetFileAttributesW(target.c_str(), attributes);
+  win32::SetFileAttributesW(target.c_str(), look.attributes);
   return 1;
 }
 
 int CopyFileTimesAndAttributes(const std::u16string& source, const std::u16string& target) {
-  return CopyFileTimesAndAttributes(source, target, IsReparsePoint(source) != 0);
+  return CopyFileTimesAndAttributes(source, target, IsReparsePoint(source));
 }
 
 int CopyParentDirectoryTimes(const std::u16string& source, const std::u16string& target) try {
@@ -201,9 +190,7 @@ EncryptedCopy CopyIfEncrypted(const std::u16string& source, const std::u16string
 }  // namespace
 
 EncryptedCopy CopyEncryptedItem(const std::u16string& source, const std::u16string& target, int isDirectory) try {
-  const win32::DWORD attributes = win32::GetFileAttributesW(source.c_str());
-  const bool encrypted =
-      attributes != win32::INVALID_FILE_ATTRIBUTES && (attributes & win32::FILE_ATTRIBUTE_ENCRYPTED) != 0;
+  const bool encrypted = LookAt(source).IsEncrypted();
   return CopyIfEncrypted(source, target, {.isDirectory = isDirectory != 0, .isEncrypted = encrypted});
 } catch (const std::exception&) {
   return EncryptedCopy::Failed;
@@ -354,9 +341,8 @@ int BackupCopyFolderItself(const std::u16string& source, const std::u16string& t
                                                       win32::OPEN_EXISTING, OpenFlags(true), nullptr)};
     if (!from || !to || !StreamCopy(from, to, /*withReparseData=*/false).Run()) return 0;
   }
-  const win32::DWORD attributes = win32::GetFileAttributesW(source.c_str());
-  if (attributes == win32::INVALID_FILE_ATTRIBUTES) return 0;
-  if ((attributes & win32::FILE_ATTRIBUTE_ENCRYPTED) != 0 && !win32::EncryptFileW(target.c_str())) return 0;
+  const Look look = LookAt(source);
+  if (!look.IsThere() || (look.IsEncrypted() && !win32::EncryptFileW(target.c_str()))) return 0;
   // The streams brought the descriptor without the mark of an inherited DACL.
   const FolderDescriptor descriptor = ReadDescriptor(source);
   return !descriptor.empty() && WriteDescriptor(target, descriptor) && CopyFileTimesAndAttributes(source, target, true)

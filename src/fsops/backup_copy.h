@@ -38,6 +38,3 @@ int CopyFileTimesAndAttributes(const std::u16string& source, const std::u16strin
 int CopyFileTimesAndAttributes(const std::u16string& source, const std::u16string& target, bool isReparsePoint);
 // The same for the folders that hold the two items; nothing to do, and 1, when one of them is a drive's root.
 int CopyParentDirectoryTimes(const std::u16string& source, const std::u16string& target);
-
-// Does the path's last component carry a reparse point?
-int IsReparsePoint(const std::u16string& path);

@@ -11,6 +11,7 @@
 #include "fsops/security.h"
 #include "links/junction.h"
 #include "links/mounted_folder.h"
+#include "links/presence.h"
 #include "links/real_path.h"
 #include "links/volume_paths.h"
 #include "report/console.h"
@@ -20,34 +21,11 @@
 
 namespace {
 
-enum class Presence { Present, Absent, Unknown };
-
-struct Look {
-  Presence presence = Presence::Unknown;
-  win32::DWORD attributes = 0;
-  bool Is(win32::DWORD attribute) const { return presence == Presence::Present && (attributes & attribute) != 0; }
-};
-
-// "It is not there" is taken from the error alone: a question that failed for another reason is no answer, and what may
-// be there must neither be taken for new (a roll-back would delete it) nor be passed over.
-Look LookAt(const std::u16string& path) {
-  const win32::DWORD attributes = win32::GetFileAttributesW(path.c_str());
-  if (attributes != win32::INVALID_FILE_ATTRIBUTES) return {Presence::Present, attributes};
-  const win32::DWORD error = win32::GetLastError();
-  const bool absent = error == win32::ERROR_FILE_NOT_FOUND || error == win32::ERROR_PATH_NOT_FOUND;
-  return {absent ? Presence::Absent : Presence::Unknown, 0};
-}
-
 // A root in the form in which paths below it begin: no prefix, no backslash at the end.
 std::u16string Base(std::u16string_view root) {
   root = WithoutExtendedPrefix(root);
   while (!root.empty() && root.back() == u'\\') root.remove_suffix(1);
   return std::u16string(root);
-}
-
-bool IsEmptyFolder(const std::u16string& path) {
-  TreeListing listing;
-  return GetFileList(path, listing) && listing.entries.empty() && listing.systemFolders.empty();
 }
 
 // What is written into a file of several names (hard links) is written to all of them, and the others may lie where the
@@ -63,11 +41,11 @@ bool HasOtherNames(const std::u16string& file) {
 class TargetAttributes {
  public:
   TargetAttributes(const std::u16string& path, const Look& look) : path_(path), look_(look) {
-    if (look_.Is(win32::FILE_ATTRIBUTE_READONLY))
+    if (look_.Has(win32::FILE_ATTRIBUTE_READONLY))
       win32::SetFileAttributesW(path_.c_str(), look_.attributes & ~win32::FILE_ATTRIBUTE_READONLY);
   }
   ~TargetAttributes() {
-    if (look_.presence == Presence::Present) win32::SetFileAttributesW(path_.c_str(), look_.attributes);
+    if (look_.IsThere()) win32::SetFileAttributesW(path_.c_str(), look_.attributes);
   }
   TargetAttributes(const TargetAttributes&) = delete;
   TargetAttributes& operator=(const TargetAttributes&) = delete;
@@ -194,11 +172,11 @@ std::u16string TreeCopy::TargetOf(const TreeEntry& entry) const {
 // May the entry be copied onto what is there? Not through a link into somebody else's folder, not onto another kind of
 // item, and a link only in the place of an empty folder.
 bool TreeCopy::MayStandOn(const TreeEntry& entry, const std::u16string& target, const Look& look) const {
-  if (look.presence != Presence::Present) return look.presence == Presence::Absent;
-  if (look.Is(win32::FILE_ATTRIBUTE_DIRECTORY) != entry.IsDirectory() || IsTaken(entry, target, look)) return false;
+  if (!look.IsThere()) return look.IsGone();
+  if (look.IsDirectory() != entry.IsDirectory() || IsTaken(entry, target, look)) return false;
   // Not by IsJunction, which cannot read a junction that somebody holds open.
-  const bool targetIsLink = look.Is(win32::FILE_ATTRIBUTE_REPARSE_POINT) && LinkTagAt(target) != 0;
-  if (look.Is(win32::FILE_ATTRIBUTE_REPARSE_POINT) && !restoring_ && IsVolumeMountPoint(target.c_str())) return false;
+  const bool targetIsLink = look.IsReparsePoint() && LinkTagAt(target) != 0;
+  if (look.IsReparsePoint() && !restoring_ && IsVolumeMountPoint(target.c_str())) return false;
   if (entry.IsLink()) return targetIsLink || IsEmptyFolder(target);
   return !targetIsLink && (entry.IsDirectory() || !HasOtherNames(target));
 }
@@ -207,7 +185,7 @@ bool TreeCopy::MayStandOn(const TreeEntry& entry, const std::u16string& target, 
 // target (letter case there, a short name that the target's volume has just made): the second would overwrite the
 // first, and both would then be deleted at the source.
 bool TreeCopy::IsTaken(const TreeEntry& entry, const std::u16string& target, const Look& look) const {
-  if (flags_.continueOnError || look.presence != Presence::Present) return false;
+  if (flags_.continueOnError || !look.IsThere()) return false;
   if (targets_.contains(LowerAscii(target)) || madeFolders_.contains(entry.path.substr(0, entry.path.rfind(u'\\'))))
     return true;
   win32::WIN32_FIND_DATAW found{};
@@ -229,7 +207,7 @@ CopiedItem* TreeCopy::FindLink(const TreeEntry& entry) {
 
 Step TreeCopy::CopyEntry(const TreeEntry& entry) {
   const Look source = LookAt(entry.path);
-  if (source.presence == Presence::Absent) return Step::Next;
+  if (source.IsGone()) return Step::Next;
   if (entry.IsSymbolicLink()) {  // made again with the links
     IsSymbolicLink(entry.path.c_str());
     return Step::Next;
@@ -237,14 +215,13 @@ Step TreeCopy::CopyEntry(const TreeEntry& entry) {
 
   const std::u16string target = TargetOf(entry);
   const Look look = LookAt(target);
-  if (look.presence == Presence::Present && flags_.continueOnError && !entry.IsDirectory()) return Step::Next;
-  if (source.presence == Presence::Unknown || !MayStandOn(entry, target, look)) return Failed(entry, target);
+  if (look.IsThere() && flags_.continueOnError && !entry.IsDirectory()) return Step::Next;
+  if (source.presence == Presence::NotTold || !MayStandOn(entry, target, look)) return Failed(entry, target);
 
-  const bool becomesLink =
-      entry.IsJunction() && look.presence == Presence::Present && !look.Is(win32::FILE_ATTRIBUTE_REPARSE_POINT);
-  CopiedItem& item = AddItem({entry, target, look.presence == Presence::Absent, becomesLink, false});
+  const bool becomesLink = entry.IsJunction() && look.IsThere() && !look.IsReparsePoint();
+  CopiedItem& item = AddItem({entry, target, look.IsGone(), becomesLink, false});
   // A folder that is still where it came from never lost its security and streams.
-  if (restoring_ && entry.IsDirectory() && look.presence == Presence::Present) {
+  if (restoring_ && entry.IsDirectory() && look.IsThere()) {
     item.complete = true;
   } else {
     const TargetAttributes attributes(target, look);
@@ -261,7 +238,7 @@ bool TreeCopy::CopyItem(const TreeEntry& entry, const std::u16string& target, co
   const bool copied = BackupCopyItem(entry.path, target,
                                      {.isDirectory = entry.IsDirectory(),
                                       .isReparsePoint = entry.IsReparsePoint(),
-                                      .isEncrypted = (entry.attributes & win32::FILE_ATTRIBUTE_ENCRYPTED) != 0}) != 0;
+                                      .isEncrypted = entry.IsEncrypted()}) != 0;
   if (!copied && !flags_.continueOnError) return false;
   CopyDaclOf(entry, target);
   changedFolders_.try_emplace(entry.path.substr(0, entry.path.rfind(u'\\')), entry.path, target);
@@ -283,10 +260,10 @@ bool TreeCopy::MayGoOn() const { return flags_.useBackupCopy || restoring_ || co
 
 bool TreeCopy::CopyWithoutBackup(const TreeEntry& entry, const std::u16string& target, const Look& look) {
   copyFileDenied_ = false;
-  const win32::DWORD attributes = win32::GetFileAttributesW(entry.path.c_str());
+  const Look source = LookAt(entry.path);
   if (entry.IsDirectory()) {
     // CreateDirectoryW's plain form ends earlier than that of other calls.
-    if (look.presence == Presence::Absent && !win32::CreateDirectoryW(target.c_str(), nullptr) &&
+    if (look.IsGone() && !win32::CreateDirectoryW(target.c_str(), nullptr) &&
         (HasExtendedPrefix(target) || !win32::CreateDirectoryW(WithExtendedPrefix(target).c_str(), nullptr))) {
       Log(u"#ERROR: Unable to create target directory for path %ls.", target);
       return false;
@@ -301,7 +278,7 @@ bool TreeCopy::CopyWithoutBackup(const TreeEntry& entry, const std::u16string& t
     copyFileDenied_ = win32::GetLastError() == win32::ERROR_ACCESS_DENIED;
     return false;
   }
-  if (attributes != win32::INVALID_FILE_ATTRIBUTES) win32::SetFileAttributesW(target.c_str(), attributes);
+  if (source.IsThere()) win32::SetFileAttributesW(target.c_str(), source.attributes);
   CopyFileTimesAndAttributes(entry.path, target, entry.IsReparsePoint());
   return true;
 }
@@ -365,8 +342,8 @@ Step TreeCopy::CopyMount(const TreeEntry& link, const std::u16string& newLink) {
 // Clears the place of a symbolic link and notes it as an item. A link of that name is overwritten like any file.
 bool TreeCopy::PrepareSymbolicLink(const TreeEntry& link, const std::u16string& newLink, bool& skip) {
   const Look look = LookAt(newLink);
-  if (look.presence == Presence::Unknown) return false;
-  if (look.presence == Presence::Present) {
+  if (look.presence == Presence::NotTold) return false;
+  if (look.IsThere()) {
     if (flags_.continueOnError) {
       skip = true;
       return true;
@@ -406,9 +383,7 @@ bool TreeCopy::RecreateLink(const TreeEntry& link, const std::u16string& newLink
 // its mount folder's reparse point is not what is copied.
 bool TreeCopy::CarryRoot() const {
   if (!flags_.carryRoot || !flags_.useBackupCopy) return true;
-  const win32::DWORD attributes = win32::GetFileAttributesW(record_.sourceRoot.c_str());
-  const bool encrypted =
-      attributes != win32::INVALID_FILE_ATTRIBUTES && (attributes & win32::FILE_ATTRIBUTE_ENCRYPTED) != 0;
+  const bool encrypted = LookAt(record_.sourceRoot).IsEncrypted();
   if (!BackupCopyItem(record_.sourceRoot, record_.targetRoot, {.isDirectory = true, .isEncrypted = encrypted}))
     return false;
   CopyDacl(record_.sourceRoot, record_.targetRoot, flags_.allowInheritance, flags_.keepInheritedAces);

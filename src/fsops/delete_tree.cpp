@@ -5,6 +5,7 @@
 
 #include "links/junction.h"
 #include "links/mounted_folder.h"
+#include "links/presence.h"
 #include "report/log.h"
 #include "text/path_text.h"
 #include "win32/win32.h"
@@ -38,11 +39,7 @@ void UnmountIfMounted(const TreeEntry& entry) {
 
 // A folder on which a volume is mounted (a drive's root is none). Where it is only to be cleaned up, the volume is not
 // entered. By the attribute: IsJunction cannot read a mount folder that somebody holds open.
-bool IsMountFolder(const char16_t* path) {
-  const win32::DWORD attributes = win32::GetFileAttributesW(path);
-  return attributes != win32::INVALID_FILE_ATTRIBUTES && (attributes & win32::FILE_ATTRIBUTE_REPARSE_POINT) != 0 &&
-         IsVolumeMountPoint(path);
-}
+bool IsMountFolder(const char16_t* path) { return LookAt(path).IsReparsePoint() && IsVolumeMountPoint(path); }
 
 bool RemoveDirectoryStrictly(const std::u16string& path) {
   if (win32::RemoveDirectoryW(path.c_str())) return true;
@@ -97,7 +94,7 @@ int DeleteEntries(const std::vector<TreeEntry>& entries, int stopOnFailure) try 
 }
 
 int DeleteDirectoryTree(const char16_t* root, int stopOnFailure) try {
-  if (!root || !win32::PathFileExistsW(root)) return 0;
+  if (!root || !PathExists(root)) return 0;
   if (IsMountFolder(root)) return UnmountVolume(root) || !stopOnFailure ? 1 : 0;
   TreeListing listing;
   return GetFileList(root, listing) ? DeleteEntries(listing.entries, stopOnFailure) : 0;

@@ -12,6 +12,7 @@
 
 bool TreeEntry::IsDirectory() const { return (attributes & win32::FILE_ATTRIBUTE_DIRECTORY) != 0; }
 bool TreeEntry::IsReparsePoint() const { return (attributes & win32::FILE_ATTRIBUTE_REPARSE_POINT) != 0; }
+bool TreeEntry::IsEncrypted() const { return (attributes & win32::FILE_ATTRIBUTE_ENCRYPTED) != 0; }
 bool TreeEntry::IsJunction() const { return IsDirectory() && IsJunctionRecord(attributes, reparseTag); }
 bool TreeEntry::IsSymbolicLink() const { return IsSymbolicLinkRecord(attributes, reparseTag); }
 
@@ -164,6 +165,11 @@ int GetFileList(const std::u16string& folder, TreeListing& listing) {
   const int listed = List(folder, listing);
   LogLinks(listing);
   return listed;
+}
+
+bool IsEmptyFolder(const std::u16string& folder) {
+  TreeListing listing;
+  return GetFileList(folder, listing) && listing.entries.empty() && listing.systemFolders.empty();
 }
 
 const TreeListing* FolderTree::Get() const {

@@ -19,6 +19,7 @@ struct TreeEntry {
   bool IsSymbolicLink() const;
   bool IsLink() const { return IsJunction() || IsSymbolicLink(); }
   bool IsReparsePoint() const;  // links and every other tag
+  bool IsEncrypted() const;
 };
 
 struct TreeListing {
@@ -34,6 +35,9 @@ struct TreeListing {
 // it is the only entry. A mounted volume is entered when it is `folder`, and is a link below it. 0 when any folder
 // could not be read to its end; the listing is not to be used then.
 int GetFileList(const std::u16string& folder, TreeListing& listing);
+
+// Nothing at all is in the folder. False also when it cannot be listed, and for a link.
+bool IsEmptyFolder(const std::u16string& folder);
 
 // A folder by its path, and what is below it: that is listed when it is first asked for, and once, so the rules that
 // are given the same FolderTree read the same listing. A path will do where only one of them is asked. The path's text

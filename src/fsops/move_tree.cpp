@@ -10,6 +10,7 @@
 #include "fsops/file_list.h"
 #include "links/junction.h"
 #include "links/mounted_folder.h"
+#include "links/presence.h"
 #include "report/log.h"
 #include "text/path_text.h"
 #include "win32/win32.h"
@@ -20,10 +21,6 @@ using PathSet = std::set<std::u16string>;
 
 void LogNotDeleted(const std::u16string& path) {
   Log(u"ERROR: An exception occurred while trying to delete directory path = %ls.", path);
-}
-
-bool Exists(const std::u16string& path) {
-  return win32::GetFileAttributesW(path.c_str()) != win32::INVALID_FILE_ATTRIBUTES;
 }
 
 TreeEntry EntryAt(const std::u16string& path, const TreeEntry& original) {
@@ -41,7 +38,7 @@ bool RemoveCopied(const CopyRecord& record, const PathSet& keep) {
     if (kept.contains(item.target)) continue;
     // By the attribute: IsJunction cannot read one that somebody holds open.
     if (item.becameLink && IsReparsePoint(item.target) && !DeleteJunction(item.target.c_str())) all = false;
-    if (item.created && Exists(item.target) && !DeleteEntry(EntryAt(item.target, item.source))) all = false;
+    if (item.created && LookAt(item.target).IsThere() && !DeleteEntry(EntryAt(item.target, item.source))) all = false;
   }
   return all;
 }
@@ -108,13 +105,13 @@ PathSet NotBroughtBack(const CopyRecord& move, const CopyRecord& back) {
   for (const CopiedItem& item : back.items | std::views::reverse)
     if (!item.complete) {
       incomplete.insert(item.source.path);
-      if (item.created && Exists(item.target)) DeleteEntry(EntryAt(item.target, item.source));
+      if (item.created && LookAt(item.target).IsThere()) DeleteEntry(EntryAt(item.target, item.source));
     } else {
       broughtBack.insert(item.source.path);
     }
   PathSet missing;
   for (const CopiedItem& item : move.items)
-    if (item.complete && (incomplete.contains(item.target) || !Exists(item.source.path) ||
+    if (item.complete && (incomplete.contains(item.target) || !LookAt(item.source.path).IsThere() ||
                           (item.deleted && !broughtBack.contains(item.target)))) {
       Log(u"#ERROR: Unable to move %ls back. It stays at %ls.", item.source.path, item.target);
       missing.insert(item.target);
@@ -125,7 +122,7 @@ PathSet NotBroughtBack(const CopyRecord& move, const CopyRecord& back) {
 // The source's root may be gone: a junction that could not be made takes the empty folder with it. False without a
 // root.
 bool MakeSourceRoot(const CopyRecord& record) {
-  if (Exists(record.sourceRoot)) return true;
+  if (LookAt(record.sourceRoot).IsThere()) return true;
   if (!win32::CreateDirectoryW(record.sourceRoot.c_str(), nullptr)) return false;
   WriteSecurityInfo(record.sourceRoot, record.rootSecurity);
   return true;

@@ -4,6 +4,7 @@
 #include <exception>
 #include <utility>
 
+#include "links/presence.h"
 #include "report/log.h"
 #include "text/format.h"
 #include "text/path_text.h"
@@ -223,13 +224,6 @@ int WriteSecurityInfo(const std::u16string& path, const SecurityBlock& block) {
 }
 
 namespace {
-
-// By the error alone: a question that failed for another reason is no answer.
-bool IsGone(const std::u16string& path) {
-  if (win32::GetFileAttributesW(path.c_str()) != win32::INVALID_FILE_ATTRIBUTES) return false;
-  const win32::DWORD error = win32::GetLastError();
-  return error == win32::ERROR_FILE_NOT_FOUND || error == win32::ERROR_PATH_NOT_FOUND;
-}
 
 enum class Restored { Yes, Gone, No };
 

@@ -16,18 +16,9 @@ namespace {
 
 constexpr const char16_t* kRemovalsKey = u"SOFTWARE\\Velmora\\Quillbay\\VolumeRemovals";
 
-bool IsPlainFolder(const std::u16string& path) {
-  const win32::DWORD attributes = win32::GetFileAttributesW(path.c_str());
-  return attributes != win32::INVALID_FILE_ATTRIBUTES && (attributes & win32::FILE_ATTRIBUTE_DIRECTORY) != 0 &&
-         (attributes & win32::FILE_ATTRIBUTE_REPARSE_POINT) == 0;
-}
-
 }  // namespace
 
-bool IsEmptyPlainFolder(const std::u16string& path) {
-  TreeListing listing;
-  return IsPlainFolder(path) && GetFileList(path, listing) && listing.entries.empty() && listing.systemFolders.empty();
-}
+bool IsEmptyPlainFolder(const std::u16string& path) { return LookAt(path).IsPlainDirectory() && IsEmptyFolder(path); }
 
 SideFolder::SideFolder(const std::u16string& source, std::u16string_view suffix)
     : place_(AsStored(source)), path_(place_ + std::u16string(suffix)) {}
@@ -35,7 +26,7 @@ SideFolder::SideFolder(const std::u16string& source, std::u16string_view suffix)
 bool SideFolder::Make() {
   const FolderMade made = MakeFolder(path_);
   stoodThere_ = made == FolderMade::StoodThere;
-  return made != FolderMade::Failed && (!stoodThere_ || (IsPlainFolder(path_) && before_.Save(path_)));
+  return made != FolderMade::Failed && (!stoodThere_ || (LookAt(path_).IsPlainDirectory() && before_.Save(path_)));
 }
 
 void SideFolder::TakeAway() const {

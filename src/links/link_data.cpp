@@ -4,6 +4,7 @@
 #include <exception>
 #include <string_view>
 
+#include "links/presence.h"
 #include "text/path_text.h"
 #include "win32/win32.h"
 
@@ -46,8 +47,7 @@ bool LeadsNowhere(const std::u16string& link) {
                                                   win32::OPEN_EXISTING, win32::FILE_FLAG_BACKUP_SEMANTICS, nullptr)};
   if (file) return false;
   const win32::DWORD error = win32::GetLastError();
-  return error == win32::ERROR_FILE_NOT_FOUND || error == win32::ERROR_PATH_NOT_FOUND ||
-         error == win32::ERROR_CANT_RESOLVE_FILENAME;
+  return MeansGone(error) || error == win32::ERROR_CANT_RESOLVE_FILENAME;
 }
 
 }  // namespace
@@ -77,11 +77,9 @@ std::u16string SymbolicLinkText(const std::u16string& link) {
 
 int RestoreLink(const SavedLink& link) try {
   if (link.reparseData.empty()) return 0;
-  const win32::DWORD attributes = win32::GetFileAttributesW(link.source.c_str());
-  if (attributes == win32::INVALID_FILE_ATTRIBUTES && !MakeItem(link)) return 0;
-  const bool isReparsePoint =
-      attributes != win32::INVALID_FILE_ATTRIBUTES && (attributes & win32::FILE_ATTRIBUTE_REPARSE_POINT) != 0;
-  if (isReparsePoint && ReadLinkData(link.source) == link.reparseData) return 1;
+  const Look look = LookAt(link.source);
+  if (!look.IsThere() && !MakeItem(link)) return 0;
+  if (look.IsReparsePoint() && ReadLinkData(link.source) == link.reparseData) return 1;
   // Refused by Windows for a folder or file that has contents.
   return WriteLinkData(link.source, link.reparseData) ? 1 : 0;
 } catch (const std::exception&) {

@@ -2,9 +2,20 @@
 
 #include "win32/win32.h"
 
+Look LookAt(const std::u16string& path) {
+  const win32::DWORD attributes = win32::GetFileAttributesW(path.c_str());
+  if (attributes != win32::INVALID_FILE_ATTRIBUTES) return {Presence::There, attributes};
+  return {MeansGone(win32::GetLastError()) ? Presence::Gone : Presence::NotTold, 0};
+}
+
+bool DirectoryExists(const std::u16string& path) { return LookAt(path).IsDirectory(); }
+
+bool IsGone(const std::u16string& path) { return LookAt(path).IsGone(); }
+
 bool PathExists(const std::u16string& path) { return win32::PathFileExistsW(path.c_str()) != win32::FALSE; }
 
-bool DirectoryExists(const char16_t* path) {
-  const win32::DWORD attributes = win32::GetFileAttributesW(path);
-  return attributes != win32::INVALID_FILE_ATTRIBUTES && (attributes & win32::FILE_ATTRIBUTE_DIRECTORY) != 0;
+bool IsReparsePoint(const std::u16string& path) {
+  win32::WIN32_FIND_DATAW found{};
+  const win32::UniqueFind find{win32::FindFirstFileW(path.c_str(), &found)};
+  return find && (found.dwFileAttributes & win32::FILE_ATTRIBUTE_REPARSE_POINT) != 0;
 }

@@ -131,7 +131,7 @@ bool UpdateUserAccountImagesIfRequiredSvc(std::u16string& from, std::u16string& 
   const std::u16string oldProfile = std::exchange(from, {});
   const std::u16string newProfile = std::exchange(to, {});
   const std::u16string pictures = oldProfile + u"\\AccountPictures";
-  if (!DirectoryExists(pictures.c_str())) {
+  if (!DirectoryExists(pictures)) {
     Trace(u"Start UpdateUserAccountImagesIfRequiredSvc(). Cannot find AccountPictures folder at: " + pictures);
     win32::Sleep(30000);
     return true;

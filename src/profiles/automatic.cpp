@@ -144,7 +144,7 @@ bool FindHome(const std::u16string& present, const std::u16string& location, std
   home = present;
   if (!note || !EqualPaths(note->location, present)) return true;
   home = note->home;
-  if (EqualPaths(location, present)) return IsPlainFolder(home);
+  if (EqualPaths(location, present)) return IsFolderAndNoLink(home);
   Log(u"#ERROR: New user profiles are created in %ls already, which the configuration file does not say. Redirect them "
       u"to that folder once more, then remove that.",
       present);
@@ -260,7 +260,7 @@ bool Removal::BringBack() {
     Log(u"#ERROR: Unable to read the profile list.");
     return false;
   }
-  if (!IsPlainFolder(home) || !PlanReturns(kBothProfiles, home, note_ ? u"" : location_, kEverything, returns))
+  if (!IsFolderAndNoLink(home) || !PlanReturns(kBothProfiles, home, note_ ? u"" : location_, kEverything, returns))
     return false;
   ProfileFolderChange directory(ProfileFolder::ProfilesDirectory, present);
   if (!CopyBackAndMakeLive(returns) || !directory.Set(home) || !EraseSection(home) || !SaveConfiguration(config_))

@@ -5,6 +5,7 @@
 #include <optional>
 #include <utility>
 
+#include "links/presence.h"
 #include "profiles/profile_folders.h"
 #include "profiles/user_accounts.h"
 #include "records/registry_text.h"
@@ -115,11 +116,7 @@ bool WriteImagePath(const std::u16string& sid, const RegistryValue& value) {
 
 }  // namespace
 
-bool HasLoadableHive(const std::u16string& folder) {
-  constexpr win32::DWORD kNoOrdinaryFile = win32::FILE_ATTRIBUTE_DIRECTORY | win32::FILE_ATTRIBUTE_REPARSE_POINT;
-  const win32::DWORD attributes = win32::GetFileAttributesW(JoinPath(folder, u"NTUSER.DAT").c_str());
-  return attributes != win32::INVALID_FILE_ATTRIBUTES && (attributes & kNoOrdinaryFile) == 0;
-}
+bool HasLoadableHive(const std::u16string& folder) { return LookAt(JoinPath(folder, u"NTUSER.DAT")).IsPlainFile(); }
 
 int GetUserProfile(const std::u16string& user, UserProfile& profile) try {
   if (user.empty()) return 0;

@@ -4,6 +4,7 @@
 #include <utility>
 
 #include "links/junction.h"
+#include "links/presence.h"
 #include "profiles/user_hive.h"
 #include "report/log.h"
 #include "text/path_text.h"
@@ -22,10 +23,8 @@ void LogNoJunction(const std::u16string& junction, const std::u16string& target)
 
 // A link, or what may be one: an answer that failed is none.
 bool MayBeLink(const std::u16string& path) {
-  const win32::DWORD attributes = win32::GetFileAttributesW(path.c_str());
-  if (attributes != win32::INVALID_FILE_ATTRIBUTES) return (attributes & win32::FILE_ATTRIBUTE_REPARSE_POINT) != 0;
-  const win32::DWORD error = win32::GetLastError();
-  return error != win32::ERROR_FILE_NOT_FOUND && error != win32::ERROR_PATH_NOT_FOUND;
+  const Look look = LookAt(path);
+  return look.presence == Presence::NotTold || look.IsReparsePoint();
 }
 
 // One more try: a profile that its record does not lead to is worth the second.

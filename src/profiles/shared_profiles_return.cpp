@@ -15,6 +15,7 @@
 #include "fsops/move_tree.h"
 #include "links/junction.h"
 #include "links/mounted_folder.h"
+#include "links/presence.h"
 #include "profiles/shared_profiles_rules.h"
 #include "report/log.h"
 #include "text/path_text.h"
@@ -39,10 +40,7 @@ bool ReadFacts(const std::u16string& path, ItemFacts& facts) {
   win32::WIN32_FIND_DATAW found{};
   const win32::UniqueFind find{win32::FindFirstFileW(path.c_str(), &found)};
   facts = {};
-  if (!find) {
-    const win32::DWORD error = win32::GetLastError();
-    return error == win32::ERROR_FILE_NOT_FOUND || error == win32::ERROR_PATH_NOT_FOUND;
-  }
+  if (!find) return MeansGone(win32::GetLastError());
   facts = {true, found.dwFileAttributes, found.dwReserved0,
            std::uint64_t{found.nFileSizeHigh} << 32 | found.nFileSizeLow,
            std::uint64_t{found.ftLastWriteTime.dwHighDateTime} << 32 | found.ftLastWriteTime.dwLowDateTime};
@@ -71,7 +69,7 @@ std::u16string NameAside(const std::u16string& path, const std::u16string& root,
     if (others >= kLongestName) return {};
     const std::u16string start = path.substr(0, name) + path.substr(name, std::min(end - name, kLongestName - others));
     std::u16string aside(ExtendedPath(start + mark + path.substr(end)));
-    if (IsAbsent(aside) && IsAbsent(Below(aside, root, otherRoot))) return aside;
+    if (IsGone(aside) && IsGone(Below(aside, root, otherRoot))) return aside;
   }
   return {};
 }
@@ -84,7 +82,7 @@ SharedProfileReturn::SharedProfileReturn(ProfileFolder which, const ProfileFolde
 
 bool SharedProfileReturn::MakeRoot() {
   const FolderMade made = MakeFolder(original());
-  if (made == FolderMade::StoodThere) return IsPlainFolder(original());
+  if (made == FolderMade::StoodThere) return IsFolderAndNoLink(original());
   madeRoot_ = made == FolderMade::New;
   if (!madeRoot_) Log(u"#ERROR: Failed To Create Target Folder: %ls", original());
   return madeRoot_;
@@ -92,7 +90,7 @@ bool SharedProfileReturn::MakeRoot() {
 
 // Somebody may have deleted it; a drive that is not connected still has it. False: logged.
 bool SharedProfileReturn::FindCopy(bool& isThere) const {
-  isThere = !IsAbsent(copy());
+  isThere = !IsGone(copy());
   if (isThere) return true;
   if (IsVolumeThere(copy(), note_.volume)) {
     Log(u"#INFO: The folder %ls is not there any more. Nothing comes back from it.", copy());
@@ -108,9 +106,9 @@ bool SharedProfileReturn::CopyBack() {
   begun_ = true;
   bool isThere = false;
   if (!FindCopy(isThere)) return false;
-  if (!isThere) return IsPlainFolder(original());
+  if (!isThere) return IsFolderAndNoLink(original());
   Log(u"#INFO: Going to copy files and folders from Source = %ls to Target = %ls.", copy(), original());
-  if (!IsPlainFolder(copy()) || !MakeRoot()) return false;
+  if (!IsFolderAndNoLink(copy()) || !MakeRoot()) return false;
   if (!GetFileList(copy(), listing_)) {
     Log(u"#ERROR: There was an error during path validation. Error message: Unable to get list of files for path = "
         u"%ls.",
@@ -200,10 +198,9 @@ bool SharedProfileReturn::UnmountSame(const std::u16string& path, const std::u16
 // Files that come back without their own security keep that of the files that they replace.
 bool SharedProfileReturn::CarryDescriptors() const {
   for (const Aside& old : aside_) {
-    if (!old.isReplaced || IsAbsent(old.path)) continue;
-    const win32::DWORD attributes = win32::GetFileAttributesW(old.path.c_str());
-    const bool isReadOnly =
-        attributes != win32::INVALID_FILE_ATTRIBUTES && (attributes & win32::FILE_ATTRIBUTE_READONLY) != 0;
+    if (!old.isReplaced || IsGone(old.path)) continue;
+    const win32::DWORD attributes = LookAt(old.path).attributes;
+    const bool isReadOnly = (attributes & win32::FILE_ATTRIBUTE_READONLY) != 0;
     if (isReadOnly) win32::SetFileAttributesW(old.path.c_str(), attributes & ~win32::FILE_ATTRIBUTE_READONLY);
     const bool written = WriteDescriptor(old.path, ReadDescriptor(old.name));
     if (isReadOnly) win32::SetFileAttributesW(old.path.c_str(), attributes);
@@ -219,7 +216,7 @@ void SharedProfileReturn::DropReplaced() {
   for (const Aside& old : aside_) {
     if (!old.isReplaced) continue;
     bool done = false;
-    if (IsAbsent(old.path)) {  // what was to replace it was deleted in the copy just then
+    if (IsGone(old.path)) {  // what was to replace it was deleted in the copy just then
       done = win32::MoveFileW(old.name.c_str(), old.path.c_str());
     } else {
       const std::optional<FileFacts> facts = FactsOf(old.name);
@@ -260,7 +257,7 @@ void SharedProfileReturn::TakeBack() try {
       LogWithSystemError(u"#ERROR: Failed to Mount Volume on Target Folder: %ls", folder);
   // Where a copy that is not the live one is in the way, the file keeps its other name.
   for (const Aside& old : aside_ | std::views::reverse)
-    if (!IsAbsent(old.path) || !win32::MoveFileW(old.name.c_str(), old.path.c_str()))
+    if (!IsGone(old.path) || !win32::MoveFileW(old.name.c_str(), old.path.c_str()))
       Log(u"#ERROR: Unable to rename %ls to %ls again.", old.name, old.path);
 } catch (const std::exception&) {
 }
@@ -288,7 +285,7 @@ void SharedProfileReturn::DeleteItem(const CopiedItem& item, std::vector<TreeEnt
 
 bool SharedProfileReturn::DeleteCopy() {
   DropReplaced();
-  if (IsAbsent(copy())) return false;
+  if (IsGone(copy())) return false;
   std::vector<TreeEntry> inUse;  // a folder behind its contents
   for (const CopiedItem& item : record_.items | std::views::reverse)
     if (item.complete) DeleteItem(item, inUse);

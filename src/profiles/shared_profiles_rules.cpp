@@ -75,8 +75,8 @@ bool IsVolumeThere(const std::u16string& folder, const std::u16string& volume) {
          win32::GetVolumeInformationW(present.c_str(), nullptr, 0, nullptr, nullptr, nullptr, nullptr, 0);
 }
 
-bool IsPlainFolder(const std::u16string& folder) {
-  if (!DirectoryExists(folder.c_str())) {
+bool IsFolderAndNoLink(const std::u16string& folder) {
+  if (!DirectoryExists(folder)) {
     Log(u"#ERROR: The specified path %ls is not a valid directory path.", folder);
     return false;
   }
@@ -103,12 +103,6 @@ bool HoldsRedirectedData(const std::u16string& folder) {
   return false;
 }
 
-bool IsAbsent(const std::u16string& path) {
-  if (win32::GetFileAttributesW(path.c_str()) != win32::INVALID_FILE_ATTRIBUTES) return false;
-  const win32::DWORD error = win32::GetLastError();
-  return error == win32::ERROR_FILE_NOT_FOUND || error == win32::ERROR_PATH_NOT_FOUND;
-}
-
 bool IsFree(const std::u16string& folder) {
   if (folder.size() >= kPathLengthLimit) {
     Log(u"#ERROR: The specified path %ls exceeds the system-defined maximum length of 248 characters. Browse to a "
@@ -116,10 +110,9 @@ bool IsFree(const std::u16string& folder) {
         folder);
     return false;
   }
-  if (IsAbsent(folder)) return true;
-  if (!IsPlainFolder(folder)) return false;
-  TreeListing listing;
-  if (GetFileList(folder, listing) && listing.entries.empty() && listing.systemFolders.empty()) return true;
+  if (IsGone(folder)) return true;
+  if (!IsFolderAndNoLink(folder)) return false;
+  if (IsEmptyFolder(folder)) return true;
   Log(u"#ERROR: The folder %ls is there already and is not empty. Browse to a different location.", folder);
   return false;
 }

@@ -14,14 +14,11 @@ bool MayHoldProfiles(const std::u16string& location, const std::u16string& home,
 bool IsVolumeThere(const std::u16string& folder, const std::u16string& volume);
 
 // Is there a folder here that is no link?
-bool IsPlainFolder(const std::u16string& folder);
+bool IsFolderAndNoLink(const std::u16string& folder);
 
 // Do the contents of a folder or file that is redirected lie in here? They are one with a link elsewhere, and a copy of
 // them would be nobody's. True also when the records cannot be read.
 bool HoldsRedirectedData(const std::u16string& folder);
-
-// Windows says that nothing is there. (Where it says nothing, something may be.)
-bool IsAbsent(const std::u16string& path);
 
 // The place for a copy is missing, or an empty folder.
 bool IsFree(const std::u16string& folder);

@@ -65,7 +65,7 @@ bool PlanCopies(SharedProfiles which, const std::u16string& location, const std:
 bool MayBeCopied(const ProfileCopies& copies, const std::u16string& location) {
   std::vector<std::u16string> trees;
   for (const auto& copy : copies) {
-    if (!IsPlainFolder(copy->original()) || HoldsRedirectedData(copy->original()) || !IsFree(copy->copy()))
+    if (!IsFolderAndNoLink(copy->original()) || HoldsRedirectedData(copy->original()) || !IsFree(copy->copy()))
       return false;
     trees.push_back(copy->original());
   }

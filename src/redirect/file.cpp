@@ -80,7 +80,7 @@ class FileRedirection {
 
 bool FileRedirection::MakeTargetFolder() const {
   const auto result = static_cast<win32::DWORD>(win32::SHCreateDirectoryExW(nullptr, places_.folder.c_str(), nullptr));
-  if (DirectoryExists(places_.folder.c_str())) return true;
+  if (DirectoryExists(places_.folder)) return true;
   Log(u"#ERROR: Target directory '%ls' doesn't exists. Error: %d", places_.folder,
       result != win32::ERROR_SUCCESS ? result : win32::GetLastError());
   return false;
@@ -231,7 +231,7 @@ class FileRemoval {
 std::u16string FileRemoval::RealTarget(const std::u16string& source, std::u16string target) {
   if (JunctionRegKeyExists(source.c_str(), target.c_str(), 1)) return target;
   const bool namesFile = EqualPaths(LastComponent(source), LastComponent(target));
-  return namesFile && !DirectoryExists(target.c_str()) ? target : JoinPath(target, LastComponent(source));
+  return namesFile && !DirectoryExists(target) ? target : JoinPath(target, LastComponent(source));
 }
 
 // A link that somebody has made anew since leads elsewhere, and is not this program's.

@@ -2,6 +2,7 @@
 
 #include "fsops/backup_copy.h"
 #include "fsops/security.h"
+#include "links/presence.h"
 #include "report/log.h"
 #include "win32/win32.h"
 
@@ -59,10 +60,8 @@ bool CopyTimesAndAttributes(const std::u16string& from, const std::u16string& to
                                      win32::FILE_ATTRIBUTE_SYSTEM | win32::FILE_ATTRIBUTE_ARCHIVE |
                                      win32::FILE_ATTRIBUTE_NOT_CONTENT_INDEXED;
   if (!CopyFileTimesAndAttributes(from, to)) return false;
-  const win32::DWORD wanted = win32::GetFileAttributesW(from.c_str());
-  const win32::DWORD given = win32::GetFileAttributesW(to.c_str());
-  return wanted != win32::INVALID_FILE_ATTRIBUTES && given != win32::INVALID_FILE_ATTRIBUTES &&
-         (wanted & kCompared) == (given & kCompared);
+  const Look wanted = LookAt(from), given = LookAt(to);
+  return wanted.IsThere() && given.IsThere() && (wanted.attributes & kCompared) == (given.attributes & kCompared);
 }
 
 bool CopyOwnerAndDacl(const std::u16string& from, const std::u16string& to) {
@@ -72,13 +71,12 @@ bool CopyOwnerAndDacl(const std::u16string& from, const std::u16string& to) {
 }
 
 bool RemoveFile(const std::u16string& path) {
-  const win32::DWORD attributes = win32::GetFileAttributesW(path.c_str());
-  const bool readOnly =
-      attributes != win32::INVALID_FILE_ATTRIBUTES && (attributes & win32::FILE_ATTRIBUTE_READONLY) != 0;
-  if (readOnly) win32::SetFileAttributesW(path.c_str(), attributes & ~win32::FILE_ATTRIBUTE_READONLY);
+  const Look look = LookAt(path);
+  const bool readOnly = look.Has(win32::FILE_ATTRIBUTE_READONLY);
+  if (readOnly) win32::SetFileAttributesW(path.c_str(), look.attributes & ~win32::FILE_ATTRIBUTE_READONLY);
   if (win32::DeleteFileW(path.c_str())) return true;
   const win32::DWORD error = win32::GetLastError();
-  if (readOnly) win32::SetFileAttributesW(path.c_str(), attributes);
+  if (readOnly) win32::SetFileAttributesW(path.c_str(), look.attributes);
   win32::SetLastError(error);
   return false;
 }
@@ -117,15 +115,12 @@ void CopyBeside::Remove() {
 }
 
 bool KeptAside::Keep() {
-  const win32::DWORD attributes = win32::GetFileAttributesW(path_.c_str());
-  if (attributes == win32::INVALID_FILE_ATTRIBUTES) {
-    const win32::DWORD error = win32::GetLastError();
-    return error == win32::ERROR_FILE_NOT_FOUND || error == win32::ERROR_PATH_NOT_FOUND;
-  }
+  const Look look = LookAt(path_);
+  if (!look.IsThere()) return look.IsGone();
   // CopyFileW does not overwrite these either.
   constexpr win32::DWORD kNotReplaced =
       win32::FILE_ATTRIBUTE_DIRECTORY | win32::FILE_ATTRIBUTE_HIDDEN | win32::FILE_ATTRIBUTE_READONLY;
-  if ((attributes & kNotReplaced) != 0) {
+  if (look.Has(kNotReplaced)) {
     win32::SetLastError(win32::ERROR_ACCESS_DENIED);
     return false;
   }

@@ -8,6 +8,7 @@
 #include "fsops/move_tree.h"
 #include "fsops/shares.h"
 #include "links/junction.h"
+#include "links/presence.h"
 #include "records/records.h"
 #include "redirect/folder_steps.h"
 #include "report/lines.h"
@@ -133,12 +134,9 @@ bool FolderRemoval::UpdateNested() const {
 // The junction of another redirection, whose contents lie in this one's, led into the target, or to where the junction
 // at the source led: nothing is there any more.
 bool FolderRemoval::LeadBack(const std::u16string& junction) const {
-  const win32::DWORD attributes = win32::GetFileAttributesW(junction.c_str());
-  if (attributes == win32::INVALID_FILE_ATTRIBUTES) {
-    const win32::DWORD error = win32::GetLastError();
-    return error == win32::ERROR_FILE_NOT_FOUND || error == win32::ERROR_PATH_NOT_FOUND;
-  }
-  if (!(attributes & win32::FILE_ATTRIBUTE_REPARSE_POINT)) return true;
+  const Look look = LookAt(junction);
+  if (!look.IsThere()) return look.IsGone();
+  if (!look.IsReparsePoint()) return true;
   std::u16string text;
   if (!GetJunctionTarget(junction.c_str(), text)) return false;
   for (const std::u16string& emptied : {target_, junctionTarget_})

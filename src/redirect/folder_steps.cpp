@@ -13,15 +13,6 @@ namespace {
 constexpr unsigned kTargetExists = 183;
 constexpr std::u16string_view kSeeManual = u"See \"After a power failure, folder form\" in what-is-refused.md.";
 
-// A folder that is there: is it a reparse point, or an ordinary one?
-enum class FolderKind { None, Ordinary, ReparsePoint };
-FolderKind KindOf(const std::u16string& path) {
-  const win32::DWORD attributes = win32::GetFileAttributesW(path.c_str());
-  if (attributes == win32::INVALID_FILE_ATTRIBUTES || !(attributes & win32::FILE_ATTRIBUTE_DIRECTORY))
-    return FolderKind::None;
-  return attributes & win32::FILE_ATTRIBUTE_REPARSE_POINT ? FolderKind::ReparsePoint : FolderKind::Ordinary;
-}
-
 }  // namespace
 
 bool AreThere(const std::u16string& source, const std::u16string& target) {
@@ -35,7 +26,7 @@ bool AreThere(const std::u16string& source, const std::u16string& target) {
 }
 
 void TellIfRemovalWasCutOff(const std::u16string& source, const std::u16string& target) {
-  if (KindOf(source) != FolderKind::Ordinary) return;
+  if (!LookAt(source).IsPlainDirectory()) return;
   Log(u"#INFO: The folder %ls is no junction, although its redirection is recorded: its removal was cut off, or "
       u"somebody has put a folder in the junction's place. Its files and folders are in it, in %ls, or partly in both; "
       u"nothing has been changed now. %ls",
@@ -44,7 +35,8 @@ void TellIfRemovalWasCutOff(const std::u16string& source, const std::u16string& 
 
 void TellIfRedirectionWasCutOff(const std::u16string& source, const std::u16string& target) {
   std::u16string text;
-  if (KindOf(source) != FolderKind::ReparsePoint || IsSymbolicLink(source.c_str()) ||
+  const Look look = LookAt(source);
+  if (!look.IsDirectory() || !look.IsReparsePoint() || IsSymbolicLink(source.c_str()) ||
       !GetJunctionTarget(source.c_str(), text) || !EqualPaths(text, target))
     return;
   for (const JunctionRecord& record : SaveJunctionRecords(0))

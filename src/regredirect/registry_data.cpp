@@ -50,7 +50,7 @@ win32::UniqueFile HoldPlainFolder(const std::u16string& folder) {
 
 void CleanRegistryData(const std::u16string& location) try {
   const std::u16string product = JoinPath(location, u"Quillbay"), data = JoinPath(product, u"RegistryData");
-  if (location.empty() || IsRimeholdFrozen() || !DirectoryExists(ExtendedPath(product).c_str())) return;
+  if (location.empty() || IsRimeholdFrozen() || !DirectoryExists(ExtendedPath(product))) return;
   {
     const win32::UniqueFile outer = HoldPlainFolder(product), inner = HoldPlainFolder(data);
     if (!outer) return;

@@ -4,6 +4,7 @@
 #include <string>
 
 #include "links/mounted_folder.h"
+#include "links/presence.h"
 #include "report/log.h"
 #include "text/path_text.h"
 #include "validate/path_rules.h"
@@ -42,7 +43,7 @@ bool MeasureTree(const FolderTree& tree, std::uint64_t& bytes) {
 // A target that is yet to be made takes its room where the folder above it is.
 std::u16string WhereToLook(const char16_t* target) {
   std::u16string parent;
-  if (win32::PathFileExistsW(target) || !GetParentDirPath(target, parent)) return target;
+  if (PathExists(target) || !GetParentDirPath(target, parent)) return target;
   Log(u"#INFO: Target %ls doesn't exists so checking free space using parent directory %ls", target, parent);
   return FolderForm(parent);
 }

@@ -5,6 +5,7 @@
 
 #include "fsops/security.h"
 #include "links/junction.h"
+#include "links/presence.h"
 #include "links/real_path.h"
 #include "report/log.h"
 #include "text/path_text.h"
@@ -32,13 +33,6 @@ bool AnyAncestor(const char16_t* path, const std::function<bool(const std::u16st
 }
 
 std::u16string Cleaned(const char16_t* path) { return WithoutTrailingBackslash(TrimAndUnquote(path)); }
-
-bool Exists(const std::u16string& path) { return win32::PathFileExistsW(path.c_str()) != win32::FALSE; }
-
-bool IsReparsePoint(const std::u16string& path) {
-  const win32::DWORD attributes = win32::GetFileAttributesW(path.c_str());
-  return attributes != win32::INVALID_FILE_ATTRIBUTES && (attributes & win32::FILE_ATTRIBUTE_REPARSE_POINT) != 0;
-}
 
 class Relations {
  public:
@@ -93,7 +87,7 @@ class Relations {
   // First what it takes to make the target, then what it takes to fill it. For a target that does not exist both fall
   // to its parent.
   void TargetCanBeMade() {
-    if (Exists(target_)) return RequireFullControl(target_);
+    if (PathExists(target_)) return RequireFullControl(target_);
     std::u16string parent;
     if (!GetParentDirPath(target_, parent)) {
       Refuse(u"#ERROR: Unable to get Parent Directory for path = %ls.", target_);
@@ -140,10 +134,10 @@ class Relations {
   // letter has no other name.
   bool IsInsideInTruth() const {
     const std::u16string source = Cleaned(source_);
-    if (sourceIsJunction_ || IsReparsePoint(source) || !Exists(source)) return false;
+    if (sourceIsJunction_ || LookAt(source).IsReparsePoint() || !PathExists(source)) return false;
     std::u16string nearest = Cleaned(target_), realSource, realTarget;
-    const auto isThere = [&](const std::u16string& folder) { return Exists(nearest = folder); };
-    if (!Exists(nearest) && !AnyAncestor(target_, isThere)) return false;
+    const auto isThere = [&](const std::u16string& folder) { return PathExists(nearest = folder); };
+    if (!PathExists(nearest) && !AnyAncestor(target_, isThere)) return false;
     return FindFinalTargetPath(source.c_str(), realSource) && FindFinalTargetPath(nearest.c_str(), realTarget) &&
            IsSameOrBelow(realTarget, realSource);
   }

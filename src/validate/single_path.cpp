@@ -2,6 +2,7 @@
 #include <exception>
 #include <string_view>
 
+#include "links/presence.h"
 #include "report/log.h"
 #include "validate/validate.h"
 #include "win32/win32.h"
@@ -14,8 +15,6 @@ constexpr PathLine kNetworkPath =
     u"#ERROR: The selected folder %ls is a UNC path representing a network resource. Browse to a different location.";
 constexpr PathLine kRelativePath =
     u"#ERROR: The selected folder %ls is a relative path. Browse to a different location";
-
-bool Exists(const char16_t* path) { return win32::PathFileExistsW(path) != win32::FALSE; }
 
 bool IsNotDriveRelative(const char16_t* path) {
   const std::u16string_view text = path;
@@ -36,7 +35,7 @@ bool IsNotNetworkPath(const char16_t* path) { return !IsNetworkPath(path); }
 bool IsDirectory(const char16_t* path) { return win32::PathIsDirectoryW(path) != win32::FALSE; }
 
 bool IsDirectoryOrFree(const char16_t* path) {
-  if (Exists(path)) return IsDirectory(path);
+  if (PathExists(path)) return IsDirectory(path);
   Log(u"#INFO: The selected target folder %ls does not exist. Ignoring PathIsDirectory validation.", path);
   return true;
 }
@@ -61,7 +60,8 @@ struct PathRule {
 };
 
 constexpr PathRule kRules[] = {
-    {Exists, Of::Existing, u"#ERROR: The selected folder %ls does not exist.", true},
+    {[](const char16_t* path) { return PathExists(path); }, Of::Existing,
+     u"#ERROR: The selected folder %ls does not exist.", true},
     {IsNotDriveRelative, Of::Every, u"#ERROR:Invalid path : %ls"},
     {DriveExists, Of::Every, u"#ERROR: %ls - The specified drive does not exists.", false, LogWhyThereIsNoDrive},
     {IsNotDriveRoot, Of::ExistingFolder,

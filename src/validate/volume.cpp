@@ -19,7 +19,7 @@ struct FindVolumeTraits : win32::FileHandleTraits {
   static void Close(Type handle) { win32::FindVolumeClose(handle); }
 };
 
-bool VolumeExists(const char16_t* volume) {
+bool IsListed(const char16_t* volume) {
   constexpr win32::DWORD kNameBuffer = 260;
   std::array<char16_t, kNameBuffer> name{};
   const win32::UniqueHandle<FindVolumeTraits> find{win32::FindFirstVolumeW(name.data(), kNameBuffer)};
@@ -93,9 +93,10 @@ constexpr VolumeRule kRules[] = {
     {IsWritable, u"#ERROR: The selected volume %ls doesn't have write permission."},
 };
 
-bool Exists(const char16_t* volume) {
+// The log tells of one that does not.
+bool VolumeExists(const char16_t* volume) {
   if (!volume) return false;
-  if (VolumeExists(volume)) return true;
+  if (IsListed(volume)) return true;
   Log(u"#ERROR: The selected volume %ls does not exist.", volume);
   return false;
 }
@@ -112,7 +113,7 @@ bool HasRoomFor(const FolderTree& source, const char16_t* volume) {
 }  // namespace
 
 int ValidateProfileVolume(const char16_t* volume, const char16_t* mountFolder) try {
-  if (!Exists(volume)) return 0;
+  if (!VolumeExists(volume)) return 0;
   if (!IsNtfs(volume)) {
     Log(kNotNtfs, volume);
     return 0;
@@ -125,7 +126,7 @@ int ValidateProfileVolume(const char16_t* volume, const char16_t* mountFolder) t
 }
 
 int ValidateVolume(const char16_t* volume) try {
-  if (!Exists(volume)) return 0;
+  if (!VolumeExists(volume)) return 0;
   int result = 1;
   for (const VolumeRule& rule : kRules) {
     if (rule.holds(volume)) continue;
