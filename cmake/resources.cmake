@@ -7,6 +7,17 @@ set(resource_sources ${resource_folder}/strings.txt ${resource_folder}/version.t
 set(make_resources ${Python3_EXECUTABLE} -B ${CMAKE_SOURCE_DIR}/tools/make_resources.py)
 set(resource_inputs ${CMAKE_SOURCE_DIR}/tools/make_resources.py ${resource_sources})
 
+# The numbers of the strings by name, for the program's text.
+set(string_ids ${CMAKE_BINARY_DIR}/generated/resources/string_ids.h)
+add_custom_command(
+  OUTPUT ${string_ids}
+  COMMAND ${make_resources} ids ${resource_folder} ${string_ids}
+  DEPENDS ${CMAKE_SOURCE_DIR}/tools/make_resources.py ${resource_folder}/strings.txt
+  VERBATIM)
+file(MAKE_DIRECTORY ${CMAKE_BINARY_DIR}/generated/resources)
+target_sources(program PRIVATE ${string_ids})
+target_include_directories(program PUBLIC ${CMAKE_BINARY_DIR}/generated)
+
 if(WIN32)
   # An object for QBC.exe. The resource compiler is called by hand: the script is UTF-8.
   set(program_resources ${CMAKE_BINARY_DIR}/resources.o)

@@ -4,6 +4,7 @@
 make_resources.py rc  FOLDER OUT.rc    resource script for windres (-c 65001); OUT.rc.manifest and OUT.rc.config are
                                        written beside it
 make_resources.py cpp FOLDER OUT.cpp   the same string blocks, version block and configuration file as C++ data
+make_resources.py ids FOLDER OUT.h     the names of the strings
 """
 import pathlib
 import re
@@ -30,24 +31,29 @@ class SourceError(Exception):
 
 def read_strings(path):
     """strings.txt as {id: text}."""
-    strings = {}
+    return read_string_table(path)[0]
+
+
+def read_string_table(path):
+    """strings.txt as {id: text} and {id: name}."""
+    strings, names = {}, {}
     current = None
     for number, line in enumerate(pathlib.Path(path).read_text(encoding="utf-8").splitlines(), 1):
         if not line.strip() or line.startswith("#"):
             continue
-        match = re.fullmatch(r'(\d+)?\s+"((?:[^"\\]|\\.)*)"\s*', line)
+        match = re.fullmatch(r'(?:(\d+) ([A-Za-z]+))?(?:\s+"((?:[^"\\]|\\.)*)")?\s*', line)
         if not match or (match[1] is None and current is None):
-            raise SourceError(f'{path}:{number}: expected: number "text"')
+            raise SourceError(f'{path}:{number}: expected: number name "text"')
         if match[1]:
             current = int(match[1])
             if current in strings or not 0 < current < 0xFFF0:
                 raise SourceError(f"{path}:{number}: {current} is used twice or out of range")
-            strings[current] = ""
-        strings[current] += unescape(match[2], f"{path}:{number}")
+            strings[current], names[current] = "", match[2]
+        strings[current] += unescape(match[3] or "", f"{path}:{number}")
     for number, text in strings.items():
         if not 0 < utf16_units(text) <= 0xFFFF:
             raise SourceError(f"{path}: {number} is empty or too long")
-    return strings
+    return strings, names
 
 
 def unescape(text, where):
@@ -181,12 +187,18 @@ def make_cpp(strings, version, config):
     return "\n".join(lines) + "\n"
 
 
+def make_ids(names):
+    lines = ["// The texts of the string table, by name.", "#pragma once", "", "enum class StringId : unsigned {"]
+    lines += [f"  {name} = {number}," for number, name in sorted(names.items())]
+    return "\n".join(lines) + "\n};\n"
+
+
 def main(arguments):
-    if len(arguments) != 3 or arguments[0] not in ("rc", "cpp"):
+    if len(arguments) != 3 or arguments[0] not in ("rc", "cpp", "ids"):
         sys.exit(__doc__)
     kind, folder, out = arguments[0], pathlib.Path(arguments[1]), pathlib.Path(arguments[2])
     try:
-        strings, version = read_strings(folder / "strings.txt"), read_version(folder / "version.txt")
+        (strings, names), version = read_string_table(folder / "strings.txt"), read_version(folder / "version.txt")
         config = read_config(folder / "ServiceConfig.xml", version)
         if kind == "rc":
             config_file = out.with_name(out.name + ".config")
@@ -194,6 +206,8 @@ def main(arguments):
             manifest = out.with_name(out.name + ".manifest")
             manifest.write_text(read_manifest(folder / "qbc.manifest", version), encoding="utf-8")
             out.write_text(make_rc(strings, version, config_file.name, manifest.name), encoding="utf-8")
+        elif kind == "ids":
+            out.write_text(make_ids(names), encoding="utf-8")
         else:
             out.write_text(make_cpp(strings, version, config), encoding="utf-8")
     except (SourceError, OSError) as error:

@@ -8,30 +8,35 @@
 
 namespace {
 
-constexpr unsigned kHelpEntry = 130;
+using enum StringId;
 
-// A row of the table in numbers of the string table; 0 for no switches. Where Windows is older than Vista the usage and
-// the switches of some commands differ.
+constexpr StringId kNone{};
+
+// A row of the table. Where Windows is older than Vista the usage and the switches of some commands differ.
 struct Row {
   Command command;
-  unsigned aliases;
-  unsigned usage, olderUsage;
+  StringId aliases, usage;
   std::size_t arguments, argumentsAndSwitches;
-  unsigned switches, olderSwitches;
   bool mayRunBare;
+  StringId switches = kNone;
+  StringId olderUsage = usage, olderSwitches = switches;
 };
 constexpr std::array<Row, 11> kRows{{
-    {Command::Help, 121, 122, 122, 0, 0, 0, 0, false},
-    {Command::Version, 119, 120, 120, 0, 0, 0, 0, false},
-    {Command::GetRHStatus, 117, 118, 118, 0, 0, 0, 0, false},
-    {Command::CheckForUpdate, 115, 116, 116, 0, 0, 0, 0, false},
-    {Command::AutoRedirectUP, 113, 114, 188, 1, 3, 186, 125, true},
-    {Command::RedirectUP, 111, 112, 189, 2, 5, 187, 123, true},
-    {Command::RedirectUPDefault, 109, 110, 190, 1, 4, 187, 123, false},
-    {Command::RedirectFolder, 107, 108, 108, 2, 6, 124, 124, true},
-    {Command::RedirectRegKeyLocation, 105, 106, 106, 1, 3, 125, 125, true},
-    {Command::RedirectRegKey, 103, 104, 104, 1, 3, 125, 125, true},
-    {Command::RedirectFile, 191, 192, 192, 2, 6, 124, 124, true},
+    {Command::Help, HelpName, HelpUsage, 0, 0, false},
+    {Command::Version, VersionName, VersionUsage, 0, 0, false},
+    {Command::GetRHStatus, GetRHStatusName, GetRHStatusUsage, 0, 0, false},
+    {Command::CheckForUpdate, CheckForUpdateName, CheckForUpdateUsage, 0, 0, false},
+    {Command::AutoRedirectUP, AutoRedirectUPName, AutoRedirectUPUsage, 1, 3, true, AutoRedirectUPSwitches,
+     AutoRedirectUPUsageBeforeVista, RemovalSwitches},
+    {Command::RedirectUP, RedirectUPName, RedirectUPUsage, 2, 5, true, ProfileSwitches, RedirectUPUsageBeforeVista,
+     ProfileSwitchesBeforeVista},
+    {Command::RedirectUPDefault, RedirectUPDefaultName, RedirectUPDefaultUsage, 1, 4, false, ProfileSwitches,
+     RedirectUPDefaultUsageBeforeVista, ProfileSwitchesBeforeVista},
+    {Command::RedirectFolder, RedirectFolderName, RedirectFolderUsage, 2, 6, true, FolderSwitches},
+    {Command::RedirectRegKeyLocation, RedirectRegKeyLocationName, RedirectRegKeyLocationUsage, 1, 3, true,
+     RemovalSwitches},
+    {Command::RedirectRegKey, RedirectRegKeyName, RedirectRegKeyUsage, 1, 3, true, RemovalSwitches},
+    {Command::RedirectFile, RedirectFileName, RedirectFileUsage, 2, 6, true, FolderSwitches},
 }};
 
 std::vector<std::u16string> SplitAtCommas(std::u16string_view text) {
@@ -45,14 +50,14 @@ std::vector<std::u16string> SplitAtCommas(std::u16string_view text) {
 }
 
 CommandEntry MakeEntry(const Row& row, bool vistaOrLater) {
-  const unsigned switches = vistaOrLater ? row.switches : row.olderSwitches;
+  const StringId switches = vistaOrLater ? row.switches : row.olderSwitches;
   return {.command = row.command,
           .aliases = SplitAtCommas(LoadResourceString(row.aliases)),
           .usage = LoadResourceString(vistaOrLater ? row.usage : row.olderUsage),
           .arguments = row.arguments,
           .mayRunBare = row.mayRunBare,
           .argumentsAndSwitches = row.argumentsAndSwitches,
-          .switches = switches == 0 ? std::vector<std::u16string>() : SplitAtCommas(LoadResourceString(switches))};
+          .switches = switches == kNone ? std::vector<std::u16string>() : SplitAtCommas(LoadResourceString(switches))};
 }
 
 }  // namespace
@@ -68,8 +73,7 @@ std::u16string HelpText(const CommandTable& table) {
   int number = 0;
   for (const CommandEntry& entry : table.entries) {
     const std::u16string name = entry.aliases.empty() ? std::u16string() : entry.aliases.front();
-    text += FormatText<int, std::u16string>(TableText(LoadResourceString(kHelpEntry)), ++number, name) + u"\n   " +
-            entry.usage;
+    text += FormatString(HelpEntry, ++number, name) + u"\n   " + entry.usage;
   }
   return text;
 }

@@ -6,8 +6,6 @@
 
 namespace {
 
-constexpr unsigned kMustBeThawed = 170;
-
 int RunHelp(const Invocation& invocation) {
   ConsolePrint(HelpText(invocation.table));
   return 0;
@@ -20,16 +18,10 @@ int RunVersion() {
   return 0;
 }
 
-int RunGetRHStatus() {
+// A question whose answer is a message and an exit code.
+int RunQuestion(int (*ask)(std::u16string& message)) {
   std::u16string message;
-  const int status = GetRHStatus(message);
-  ConsolePrint(message);
-  return status;
-}
-
-int RunCheckForUpdate() {
-  std::u16string message;
-  const int result = CheckForUpdate(message);
+  const int result = ask(message);
   ConsolePrint(message);
   return result;
 }
@@ -38,8 +30,13 @@ int RunCheckForUpdate() {
 
 bool RefusedWhileFrozen(const Invocation& invocation) {
   if (!IsRimeholdFrozen()) return false;
-  ConsoleFormatString(kMustBeThawed, invocation.typedCommand);
+  Say(StringId::MustBeThawed, invocation.typedCommand);
   return true;
+}
+
+int SayUsage(StringId name, StringId usage) {
+  ConsolePrint(LoadResourceString(name) + u"\n   " + LoadResourceString(usage));
+  return 1;
 }
 
 int Dispatch(const Invocation& invocation) {
@@ -49,9 +46,9 @@ int Dispatch(const Invocation& invocation) {
     case Command::Version:
       return RunVersion();
     case Command::GetRHStatus:
-      return RunGetRHStatus();
+      return RunQuestion(GetRHStatus);
     case Command::CheckForUpdate:
-      return RunCheckForUpdate();
+      return RunQuestion(CheckForUpdate);
     case Command::AutoRedirectUP:
       return RunAutoRedirectUP(invocation);
     case Command::RedirectUP:

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "cli/parser.h"
+#include "resources/string_ids.h"
 
 struct Invocation {
   const CommandTable& table;
@@ -17,6 +18,9 @@ struct Invocation {
 // The gate of every command that changes the system. True, and the console says so, when Rimehold would undo the
 // change.
 bool RefusedWhileFrozen(const Invocation& invocation);
+
+// Says how a command is used that was not used so; 1, the exit code.
+int SayUsage(StringId name, StringId usage);
 
 // The commands on user profiles (profile_commands.cpp), registry keys (registry_commands.cpp), folders and files
 // (redirect_commands.cpp). Each answers the exit code.

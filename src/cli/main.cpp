@@ -11,10 +11,6 @@
 
 namespace {
 
-constexpr unsigned kBanner = 101;
-constexpr unsigned kErrorPrefix = 102;
-constexpr unsigned kAdministratorsOnly = 163;
-
 // One instance at a time on the whole machine, whoever runs it: the mutex is open to everyone. The handle, kept to the
 // end of the run, is empty when another instance has the mutex or it cannot be made.
 win32::UniqueKernelHandle TakeInstanceMutex() {
@@ -38,11 +34,11 @@ std::u16string JoinLowered(int argc, const char16_t* const* argv) {
 
 int RunCommand(int argc, const char16_t* const* argv) {
   const CommandTable table = BuildCommandTable();
-  ConsolePrint(LoadResourceString(kBanner));
+  Say(StringId::Banner);
   CommandLine line;
   std::u16string error;
   if (ParseCommandLine(table, argc, argv, line, error) != ParseResult::Good) {
-    ConsolePrint(LoadResourceString(kErrorPrefix) + error);
+    ConsolePrint(LoadResourceString(StringId::ErrorPrefix) + error);
     return 1;
   }
   return Dispatch({table, line, argv[1], JoinLowered(argc, argv)});
@@ -52,7 +48,7 @@ int RunCommand(int argc, const char16_t* const* argv) {
 int Run(int argc, const char16_t* const* argv, win32::UniqueKernelHandle& instance) {
   Log(u"----------------------------------");
   if (!IsUserAdministrator()) {
-    ConsoleFormatString(kAdministratorsOnly);
+    Say(StringId::StartNeedsAdministrator);
     Log(u"QBC: not running as administrator");
     return 1;
   }

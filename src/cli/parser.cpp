@@ -7,11 +7,6 @@
 
 namespace {
 
-constexpr unsigned kImproperNumber = 126;
-constexpr unsigned kInvalidSwitch = 127;
-constexpr unsigned kInvalidCommand = 128;
-constexpr unsigned kNoCommand = 129;
-constexpr unsigned kInvalidArguments = 173;
 constexpr std::size_t kLocationPrefix = 5;
 
 bool HasLocationPrefix(std::u16string_view word) {
@@ -98,11 +93,10 @@ ParseResult Validate(CommandLine& line) {
 }
 
 std::u16string ErrorText(ParseResult result, const CommandEntry& entry, std::u16string_view typed) {
-  const unsigned id = result == ParseResult::InvalidArguments ? kInvalidArguments
-                      : result == ParseResult::InvalidSwitch  ? kInvalidSwitch
-                                                              : kImproperNumber;
-  return FormatText<std::u16string_view, std::u16string, std::u16string>(TableText(LoadResourceString(id)), typed,
-                                                                         entry.aliases.front(), entry.usage);
+  const StringId id = result == ParseResult::InvalidArguments ? StringId::InvalidArguments
+                      : result == ParseResult::InvalidSwitch  ? StringId::InvalidSwitch
+                                                              : StringId::ImproperNumber;
+  return FormatString(id, typed, entry.aliases.front(), entry.usage);
 }
 
 }  // namespace
@@ -115,15 +109,14 @@ bool CommandLine::Has(std::u16string_view name) const {
 ParseResult ParseCommandLine(const CommandTable& table, int argc, const char16_t* const* argv, CommandLine& line,
                              std::u16string& error) {
   if (argc < 2) {
-    error = LoadResourceString(kNoCommand);
+    error = LoadResourceString(StringId::NoCommand);
     return ParseResult::NoCommand;
   }
   const std::u16string_view typed = argv[1];
   // The first character is not looked at: "/ver", "-ver" and "xver" are the same.
-  line.word = typed.substr(std::min<std::size_t>(1, typed.size()));
-  line.entry = typed.size() >= 2 ? FindCommand(table, line.word) : nullptr;
+  line.entry = typed.size() >= 2 ? FindCommand(table, typed.substr(1)) : nullptr;
   if (!line.entry) {
-    error = FormatText<std::u16string_view>(TableText(LoadResourceString(kInvalidCommand)), typed);
+    error = FormatString(StringId::InvalidCommand, typed);
     return ParseResult::NoCommand;
   }
   Split(argc, argv, line);

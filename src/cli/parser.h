@@ -7,7 +7,6 @@
 
 struct CommandLine {
   const CommandEntry* entry = nullptr;
-  std::u16string word;                    // argv[1] without its first character
   std::vector<std::u16string> arguments;  // in order; a location without its "/loc:" or "/vol:"
   std::vector<std::u16string> switches;   // without their "/"
 

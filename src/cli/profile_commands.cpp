@@ -16,13 +16,9 @@
 
 namespace {
 
-constexpr unsigned kDefaultUsage = 110;
-constexpr unsigned kRedirectUsage = 112;
-constexpr unsigned kAutoName = 113;
-constexpr unsigned kAutoUsage = 114;
 constexpr std::u16string_view kBothProfiles = u"RedirectDefaultAndPublicProfile";
 
-int RefuseParameters(unsigned usage) {
+int RefuseParameters(StringId usage) {
   ConsoleFormat(u"\nInvalid parameters\n%s", LoadResourceString(usage));
   return 1;
 }
@@ -77,8 +73,7 @@ int RunRemoval(const Invocation& invocation) {
   const MediaSharingPause pause;
   if (invocation.line.arguments.empty()) return RemoveAutoRedirection();
   Log(u"Remove Auto redirect newly created user profiles is not successful.\nUsage:\n");
-  ConsolePrint(LoadResourceString(kAutoName) + u"\n   " + LoadResourceString(kAutoUsage));
-  return 1;
+  return SayUsage(StringId::AutoRedirectUPName, StringId::AutoRedirectUPUsage);
 }
 
 int RunSetting(const Invocation& invocation) {
@@ -101,14 +96,14 @@ int RunSetting(const Invocation& invocation) {
 
 int RunAutoRedirectUP(const Invocation& invocation) {
   if (IsBare(invocation)) return ShowAutoRedirection();
-  if (AutoParametersAreInvalid(invocation)) return RefuseParameters(kAutoUsage);
+  if (AutoParametersAreInvalid(invocation)) return RefuseParameters(StringId::AutoRedirectUPUsage);
   if (RefusedWhileFrozen(invocation)) return 0;
   return invocation.Removes() ? RunRemoval(invocation) : RunSetting(invocation);
 }
 
 int RunRedirectUP(const Invocation& invocation) {
   if (invocation.line.arguments.empty()) return ListRedirectedProfiles() ? 0 : 1;
-  if (ProfileSwitchIsMistyped(invocation)) return RefuseParameters(kRedirectUsage);
+  if (ProfileSwitchIsMistyped(invocation)) return RefuseParameters(StringId::RedirectUPUsage);
   if (RefusedWhileFrozen(invocation)) return 0;
   win32::OutputDebugStringW(
       (u"RedirectUserProfile() User: " + ProfileName(invocation) + u" & TargetDir: " + invocation.line.arguments.back())
@@ -123,7 +118,7 @@ int RunRedirectUP(const Invocation& invocation) {
 }
 
 int RunRedirectUPDefault(const Invocation& invocation) {
-  if (ProfileSwitchIsMistyped(invocation)) return RefuseParameters(kDefaultUsage);
+  if (ProfileSwitchIsMistyped(invocation)) return RefuseParameters(StringId::RedirectUPDefaultUsage);
   if (RefusedWhileFrozen(invocation)) return 0;
   if (!NamesDefaultOrPublic(invocation))
     return RedirectUserProfileToDefault(invocation.line.arguments.front().c_str(), invocation.CopyNtfsPermissions(),

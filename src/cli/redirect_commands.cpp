@@ -6,11 +6,9 @@
 #include "records/records.h"
 #include "redirect/file.h"
 #include "redirect/folder.h"
-#include "report/console.h"
+#include "report/outcome.h"
 
 namespace {
-
-constexpr unsigned kRemovalStandsAlone = 153;
 
 int List(int isFile) { return ListJunctions(isFile) ? 0 : 1; }
 
@@ -21,17 +19,13 @@ bool RemovesAndHasAnyOf(const Invocation& invocation, std::initializer_list<std:
   return false;
 }
 
-int RefuseCombination() {
-  ConsoleFormatString(kRemovalStandsAlone);
-  return 1;
-}
-
 }  // namespace
 
 int RunRedirectFolder(const Invocation& invocation) {
   if (invocation.line.arguments.empty()) return List(0);
   if (RefusedWhileFrozen(invocation)) return 0;
-  if (RemovesAndHasAnyOf(invocation, {u"NTFS", u"Share", u"-NTFS", u"-Share"})) return RefuseCombination();
+  if (RemovesAndHasAnyOf(invocation, {u"NTFS", u"Share", u"-NTFS", u"-Share"}))
+    return SayFailure(StringId::RemovalStandsAlone);
   const auto handler = invocation.Removes() ? RemoveFolderRedirection : RedirectFolder;
   return handler(invocation.line.arguments.front().c_str(), invocation.line.arguments.back().c_str(),
                  invocation.CopyNtfsPermissions(), invocation.CopyShares());
@@ -40,7 +34,7 @@ int RunRedirectFolder(const Invocation& invocation) {
 int RunRedirectFile(const Invocation& invocation) {
   if (invocation.line.arguments.empty()) return List(1);
   if (RefusedWhileFrozen(invocation)) return 0;
-  if (RemovesAndHasAnyOf(invocation, {u"NTFS", u"-NTFS"})) return RefuseCombination();
+  if (RemovesAndHasAnyOf(invocation, {u"NTFS", u"-NTFS"})) return SayFailure(StringId::RemovalStandsAlone);
   const char16_t* const source = invocation.line.arguments.front().c_str();
   const char16_t* const target = invocation.line.arguments.back().c_str();
   return invocation.Removes() ? RemoveFileRedirection(source, target)

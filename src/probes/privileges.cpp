@@ -9,8 +9,6 @@
 
 namespace {
 
-constexpr unsigned kAdministratorsOnly = 179;
-
 // S-1-5-32-544, the built-in Administrators group. Empty when it cannot be made.
 win32::UniqueSid AdministratorsSid() {
   win32::SID_IDENTIFIER_AUTHORITY ntAuthority{{0, 0, 0, 0, 0, 5}};
@@ -100,8 +98,8 @@ PrivilegeResult EnablePrivilege(const char16_t* name) {
              : PrivilegeResult::NotAdjusted;
 }
 
-bool IsAdministrator() {
+bool IsAdministrator(StringId refusal) {
   if (IsMemberOfAdministrators()) return true;
-  ConsolePrint(LoadResourceString(kAdministratorsOnly));
+  Say(refusal);
   return false;
 }

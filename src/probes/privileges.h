@@ -1,6 +1,8 @@
 // Who runs the program, and with which privileges.
 #pragma once
 
+#include "resources/string_ids.h"
+
 // True when the token (the thread's, else the process's) lists the Administrators group, whatever its attributes: a
 // deny-only entry of a token that is not elevated counts, too. The test of the start-up.
 bool IsUserAdministrator();
@@ -16,5 +18,5 @@ bool EnablePrivileges();
 // Enables one privilege of the process. A privilege that the account lacks counts as Enabled: Windows reports it apart.
 enum class PrivilegeResult { Enabled, NotFound, NotAdjusted };
 PrivilegeResult EnablePrivilege(const char16_t* name);
-// Is the caller an administrator in effect? The console tells one who is not.
-bool IsAdministrator();
+// Is the caller an administrator in effect? The console tells one who is not, with this text.
+bool IsAdministrator(StringId refusal = StringId::NeedsAdministrator);

@@ -13,21 +13,20 @@ namespace {
 constexpr const char16_t* kService = u"RHServ";
 constexpr int kNotInstalled = 1;
 constexpr int kFrozen = 2;
-constexpr unsigned kNotInstalledMessage = 131;
 
 struct Status {
   int code;
   std::u16string_view value;
-  unsigned message;
+  StringId message;
 };
-constexpr std::array<Status, 8> kStatuses{{{kFrozen, u"frozen", 132},
-                                           {3, u"thawed", 133},
-                                           {4, u"thawed and locked", 134},
-                                           {5, u"maintenance mode", 135},
-                                           {6, u"seed", 136},
-                                           {7, u"Applying Batch File", 176},
-                                           {8, u"Applying Windows Update", 177},
-                                           {9, u"Thawed Period", 178}}};
+constexpr std::array<Status, 8> kStatuses{{{kFrozen, u"frozen", StringId::RimeholdFrozen},
+                                           {3, u"thawed", StringId::RimeholdThawed},
+                                           {4, u"thawed and locked", StringId::RimeholdThawedAndLocked},
+                                           {5, u"maintenance mode", StringId::RimeholdMaintenance},
+                                           {6, u"seed", StringId::RimeholdSeed},
+                                           {7, u"Applying Batch File", StringId::RimeholdBatchFile},
+                                           {8, u"Applying Windows Update", StringId::RimeholdWindowsUpdate},
+                                           {9, u"Thawed Period", StringId::RimeholdThawedPeriod}}};
 
 // The status text in the 64-bit view of the registry; empty when it cannot be read.
 std::u16string ReadStatusText() {
@@ -61,7 +60,7 @@ int GetRHStatus(std::u16string& message) {
     message = LoadResourceString(status.message);
     return status.code;
   }
-  message = LoadResourceString(kNotInstalledMessage);
+  message = LoadResourceString(StringId::RimeholdNotInstalled);
   return kNotInstalled;
 }
 

@@ -19,9 +19,6 @@ constexpr char16_t kContact[] = u"updates@velmora.example";
 constexpr int kLatest = 0;
 constexpr int kNewerExists = 1;
 constexpr int kFailed = 2;
-constexpr unsigned kNewerExistsMessage = 164;
-constexpr unsigned kLatestMessage = 165;
-constexpr unsigned kFailedMessage = 166;
 
 // The server knows this text as it stands: tabs and blanks, no line breaks. Nine tabs stand before each tag of the
 // outer levels, the closing ones too; ten tabs and two blanks before each element of the product, and a blank behind
@@ -142,8 +139,8 @@ int CheckForUpdate(std::u16string& message) {
     result = AskServer();
   } catch (const std::exception&) {  // an exit code of 1 would say that there is a newer version
   }
-  message = LoadResourceString(result == kLatest        ? kLatestMessage
-                               : result == kNewerExists ? kNewerExistsMessage
-                                                        : kFailedMessage);
+  message = LoadResourceString(result == kLatest        ? StringId::LatestVersion
+                               : result == kNewerExists ? StringId::NewerVersionExists
+                                                        : StringId::UpdateCheckFailed);
   return result;
 }

@@ -18,7 +18,6 @@
 #include "profiles/shared_profiles_steps.h"
 #include "regredirect/location.h"
 #include "regredirect/registry_keys.h"
-#include "report/console.h"
 #include "report/log.h"
 #include "report/outcome.h"
 #include "text/path_text.h"
@@ -26,32 +25,10 @@
 
 namespace {
 
-constexpr unsigned kErrorsLoggedIn = 137;
-constexpr unsigned kLocationIs = 141;
-constexpr unsigned kSet = 149;
-constexpr unsigned kSettingFailed = 150;
-constexpr unsigned kRemoved = 151;
-constexpr unsigned kRemovalFailed = 152;
-constexpr unsigned kIsOff = 161;
-constexpr unsigned kIsOnAlready = 172;
-constexpr unsigned kRemovalOnVolumeBegins = 174;
-constexpr unsigned kRemovalOnVolumeFailed = 175;
-
 constexpr CarriedAlong kEverything{.ntfsPermissions = true, .shares = true};
 
 // What a command came to, when not everything is done.
 enum class Outcome { Done, Failed, Refused };  // Refused: the console has been told why
-
-std::u16string TextWith(unsigned text, const std::u16string& location) {
-  return FormatText<std::u16string>(TableText(LoadResourceString(text)), location);
-}
-
-int SayDone(unsigned text, const std::u16string& location) {
-  const std::u16string said = TextWith(text, location);
-  ConsolePrint(said);
-  Log(u"%ls", said);
-  return 0;
-}
 
 bool ReadSection(CQBConfig& config, std::u16string& location, bool& isOn) {
   std::u16string status;
@@ -158,7 +135,7 @@ Outcome Set(const std::u16string& location, bool withSharedProfiles) {
   if (!ReadSection(config, present, isOn)) return Outcome::Failed;
   if (isOn) {
     Log(u"#ERROR: New user profiles are created in %ls already.", present);
-    ConsolePrint(LoadResourceString(kIsOnAlready));
+    Say(StringId::NewProfilesRedirectedAlready);
     return Outcome::Refused;
   }
   ProfileFolderValue before;
@@ -227,7 +204,7 @@ Outcome Removal::MayRemove() {
   if (!isOn) {
     Log(u"#ERROR: New user profiles are not redirected.");
     TellIfProfilesGoElsewhere();
-    ConsolePrint(LoadResourceString(kIsOff));
+    Say(StringId::NewProfilesNotRedirected);
     return Outcome::Refused;
   }
   onVolume_ = IsVolumeMountPoint(location_.c_str()) != 0;
@@ -244,7 +221,7 @@ Outcome Removal::MayRemove() {
   }
   const RestartOwed owed = SayIfRestartIsOwed(places);
   if (owed != RestartOwed::No) return owed == RestartOwed::Yes ? Outcome::Refused : Outcome::Failed;
-  if (onVolume_) ConsolePrint(LoadResourceString(kRemovalOnVolumeBegins));
+  if (onVolume_) Say(StringId::VolumeRemovalBegins);
   return Outcome::Done;
 }
 
@@ -309,9 +286,9 @@ int SayRemovalFailed(const Removal& removal) {
   // Without a configuration, Windows says where new profiles are.
   if (ProfileFolderValue directory; location.empty() && ReadProfileFolder(ProfileFolder::ProfilesDirectory, directory))
     location = directory.folder;
-  if (*LogPath()) ConsoleFormatString(kErrorsLoggedIn, LogPath());
-  const std::u16string said =
-      removal.onVolume() ? LoadResourceString(kRemovalOnVolumeFailed) : u"\n" + TextWith(kRemovalFailed, location);
+  if (*LogPath()) Say(StringId::ErrorsLoggedIn, LogPath());
+  const std::u16string said = removal.onVolume() ? LoadResourceString(StringId::VolumeRemovalFailed)
+                                                 : u"\n" + FormatString(StringId::NewProfilesRemovalFailed, location);
   ConsolePrint(said);
   Log(u"%ls", said);
   return 1;
@@ -323,20 +300,20 @@ int SetAutoRedirection(const char16_t* location, bool withSharedProfiles) try {
   if (!IsAdministrator()) return 1;
   if (!location || !*location) {
     Log(u"#ERROR: Input path missing.");
-    return Fail(kSettingFailed);
+    return Fail(StringId::NewProfilesRedirectionFailed);
   }
   const std::u16string folder = WithoutTrailingBackslash(location);
   switch (Set(folder, withSharedProfiles)) {
     case Outcome::Done:
-      return SayDone(kSet, folder);
+      return Succeed(StringId::NewProfilesRedirected, folder);
     case Outcome::Refused:
       return 1;
     case Outcome::Failed:
       break;
   }
-  return Fail(kSettingFailed);
+  return Fail(StringId::NewProfilesRedirectionFailed);
 } catch (const std::exception&) {
-  return Fail(kSettingFailed);
+  return Fail(StringId::NewProfilesRedirectionFailed);
 }
 
 int RemoveAutoRedirection() try {
@@ -345,7 +322,7 @@ int RemoveAutoRedirection() try {
   try {
     switch (removal.Run()) {
       case Outcome::Done:
-        return SayDone(kRemoved, removal.location());
+        return Succeed(StringId::NewProfilesRemovalDone, removal.location());
       case Outcome::Refused:
         return 1;
       case Outcome::Failed:
@@ -364,11 +341,11 @@ int ShowAutoRedirection() try {
   bool isOn = false;
   if (!ReadSection(config, location, isOn)) return 1;
   if (isOn) {
-    ConsolePrint(TextWith(kLocationIs, location));
+    Say(StringId::NewProfilesLocationIs, location);
     return 0;
   }
   TellIfProfilesGoElsewhere();
-  ConsolePrint(LoadResourceString(kIsOff));
+  Say(StringId::NewProfilesNotRedirected);
   return 0;
 } catch (const std::exception&) {
   return 1;

@@ -17,9 +17,6 @@
 
 namespace {
 
-constexpr unsigned kSucceeded = 138;
-constexpr unsigned kFailed = 146;
-
 // Everything that may refuse; nothing has changed then.
 bool MayRedirect(SharedProfiles which, const std::u16string& location, const std::u16string& home, CarriedAlong carried,
                  ProfileCopies& copies) {
@@ -84,18 +81,19 @@ int RedirectSharedProfiles(SharedProfiles which, const char16_t* location, int c
   if (!IsAdministrator()) return 1;
   if (!location || !*location) {
     Log(u"#ERROR: Input path missing.");
-    return Fail(kFailed);
+    return Fail(StringId::ProfileRedirectionFailed);
   }
   const CarriedAlong carried{.ntfsPermissions = copyNtfsPermissions != 0, .shares = moveShares != 0};
-  return Redirect(which, WithoutTrailingBackslash(location), carried) ? Succeed(kSucceeded) : Fail(kFailed);
+  return Redirect(which, WithoutTrailingBackslash(location), carried) ? Succeed(StringId::ProfileRedirected)
+                                                                      : Fail(StringId::ProfileRedirectionFailed);
 } catch (const std::exception&) {
-  return Fail(kFailed);
+  return Fail(StringId::ProfileRedirectionFailed);
 }
 
 int RedirectSharedProfilesToDefault(SharedProfiles which, int copyNtfsPermissions, int moveShares) try {
   if (!IsAdministrator()) return 1;
   const CarriedAlong carried{.ntfsPermissions = copyNtfsPermissions != 0, .shares = moveShares != 0};
-  return BringBack(which, carried) ? Succeed(kSucceeded) : Fail(kFailed);
+  return BringBack(which, carried) ? Succeed(StringId::ProfileRedirected) : Fail(StringId::ProfileRedirectionFailed);
 } catch (const std::exception&) {
-  return Fail(kFailed);
+  return Fail(StringId::ProfileRedirectionFailed);
 }

@@ -13,8 +13,6 @@
 
 namespace {
 
-constexpr unsigned kRestartFirst = 162;
-
 std::vector<ProfileFolder> ListOf(SharedProfiles which) {
   std::vector<ProfileFolder> list;
   if (which.defaultProfile) list.push_back(ProfileFolder::Default);
@@ -128,6 +126,6 @@ void FollowPublicProfile(const ProfileReturns& returns) {
 
 RestartOwed SayIfRestartIsOwed(const std::vector<std::u16string>& places) {
   const RestartOwed owed = IsRestartOwed(places);
-  if (owed == RestartOwed::Yes) ConsolePrint(LoadResourceString(kRestartFirst));
+  if (owed == RestartOwed::Yes) Say(StringId::RestartFirst);
   return owed;
 }

@@ -25,9 +25,6 @@
 
 namespace {
 
-constexpr unsigned kSucceeded = 138;
-constexpr unsigned kFailed = 146;
-
 // Media sharing is stopped while a profile is examined; one that ran before runs again afterwards.
 class MediaSharingAsFound {
  public:
@@ -165,22 +162,23 @@ int RedirectUserProfile(const char16_t* user, const char16_t* target, int copyNt
   if (!IsAdministrator()) return 1;
   if (!user || !target) return 1;
   if (!backToDefault) {
-    if (IsOnOldKeelroom(target)) return Fail(kFailed);
+    if (IsOnOldKeelroom(target)) return Fail(StringId::ProfileRedirectionFailed);
     WarnOfModernApps(*target);
   }
   UnloadForgottenHive();
   const MediaSharingAsFound mediaSharing;
   UserProfile profile;
-  if (!FindProfile(user, profile)) return Fail(kFailed);
+  if (!FindProfile(user, profile)) return Fail(StringId::ProfileRedirectionFailed);
   NormalImagePath imagePath(profile);
   if (!imagePath.Write()) return 1;
-  if (!IsInItsFolder(profile.folder, target) || !IsAloneOnItsVolume(profile)) return Fail(kFailed);
+  if (!IsInItsFolder(profile.folder, target) || !IsAloneOnItsVolume(profile))
+    return Fail(StringId::ProfileRedirectionFailed);
   ProfileMove move(profile, target, {copyNtfsPermissions, moveShares, backToDefault});
-  if (!move.Run()) return Fail(kFailed);
+  if (!move.Run()) return Fail(StringId::ProfileRedirectionFailed);
   imagePath.Keep();
-  return Succeed(kSucceeded);
+  return Succeed(StringId::ProfileRedirected);
 } catch (const std::exception&) {
-  return Fail(kFailed);
+  return Fail(StringId::ProfileRedirectionFailed);
 }
 
 int RedirectUserProfileToDefault(const char16_t* user, int copyNtfsPermissions, int moveShares) try {

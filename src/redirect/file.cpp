@@ -25,11 +25,6 @@
 
 namespace {
 
-constexpr unsigned kRedirectionSucceeded = 193;
-constexpr unsigned kRedirectionFailed = 194;
-constexpr unsigned kRemovalSucceeded = 195;
-constexpr unsigned kRemovalFailed = 196;
-
 void LogCopyFailed(const std::u16string& source, const std::u16string& target) {
   Log(u"#ERROR: Unable to copy file from Source = %ls and Target = %ls. Error: %d", source, target,
       win32::GetLastError());
@@ -364,10 +359,10 @@ int RedirectFile(const char16_t* source, const char16_t* target, int copyNtfsPer
     return 1;
   }
   ServicePause service;
-  return RedirectFileToFolder({source, target}, copyNtfsPermissions, service) ? Succeed(kRedirectionSucceeded)
-                                                                              : Fail(kRedirectionFailed);
+  return RedirectFileToFolder({source, target}, copyNtfsPermissions, service) ? Succeed(StringId::FileRedirected)
+                                                                              : Fail(StringId::FileRedirectionFailed);
 } catch (const std::exception&) {
-  return Fail(kRedirectionFailed);
+  return Fail(StringId::FileRedirectionFailed);
 }
 
 int RemoveFileRedirection(const char16_t* source, const char16_t* target) try {
@@ -378,11 +373,12 @@ int RemoveFileRedirection(const char16_t* source, const char16_t* target) try {
     return 1;
   }
   ServicePause service;
-  const int result = RemoveFileFromFolder(source, target, service) ? Succeed(kRemovalSucceeded) : Fail(kRemovalFailed);
+  const int result = RemoveFileFromFolder(source, target, service) ? Succeed(StringId::FileRemovalDone)
+                                                                   : Fail(StringId::FileRemovalFailed);
   service.End();
   StopServiceWithoutWork();
   Log(u"RemoveFileRedirection - EXIT");
   return result;
 } catch (const std::exception&) {
-  return Fail(kRemovalFailed);
+  return Fail(StringId::FileRemovalFailed);
 }

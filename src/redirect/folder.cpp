@@ -27,11 +27,6 @@
 
 namespace {
 
-constexpr unsigned kRemovalFailed = 139;
-constexpr unsigned kRemovalSucceeded = 140;
-constexpr unsigned kRedirectionSucceeded = 147;
-constexpr unsigned kRedirectionFailed = 148;
-
 void LogSamePlace(const std::u16string& source, const std::u16string& target) {
   Log(u"Checking source folder equals to target.\nSource: %ls Target: %ls #ERROR: Cannot redirect when Source and "
       u"Target "
@@ -237,19 +232,19 @@ int RedirectFolder(const char16_t* source, const char16_t* target, int copyNtfsP
   }
   if (IsVolumePath(source)) {
     Log(u"#ERROR: Source Folder can not be Volume path.");
-    return Fail(kRedirectionFailed);
+    return Fail(StringId::FolderRedirectionFailed);
   }
   if (IsVolumeMountPoint(source)) {
     Log(u"#ERROR: The folder %ls is already redirected. Browse to a different location.", source);
-    return Fail(kRedirectionFailed);
+    return Fail(StringId::FolderRedirectionFailed);
   }
   const std::u16string folder = WithoutTrailingBackslash(source);
   const bool redirected = IsVolumePath(target)
                               ? RedirectFolderOntoVolume(folder, target, copyNtfsPermissions, copyShares)
                               : RedirectFolderToFolder(folder, target, copyNtfsPermissions, copyShares);
-  return redirected ? Succeed(kRedirectionSucceeded) : Fail(kRedirectionFailed);
+  return redirected ? Succeed(StringId::FolderRedirected) : Fail(StringId::FolderRedirectionFailed);
 } catch (const std::exception&) {
-  return Fail(kRedirectionFailed);
+  return Fail(StringId::FolderRedirectionFailed);
 }
 
 int RemoveFolderRedirection(const char16_t* source, const char16_t* target, int copyNtfsPermissions,
@@ -260,14 +255,14 @@ int RemoveFolderRedirection(const char16_t* source, const char16_t* target, int 
     return 1;
   }
   std::u16string folder = source, location = target, volume;
-  if (!ToNormalPath(folder)) return Fail(kRemovalFailed);
+  if (!ToNormalPath(folder)) return Fail(StringId::FolderRemovalFailed);
   folder = WithoutTrailingBackslash(folder);
   bool removed = false;
   if (IsVolumeMountedAt(folder, location, volume))
     removed = RemoveFolderFromVolume(folder, location, volume, copyNtfsPermissions, copyShares);
   else if (ToNormalPath(location))
     removed = RemoveFolderFromFolder(folder, WithoutTrailingBackslash(location), copyNtfsPermissions, copyShares);
-  return removed ? Succeed(kRemovalSucceeded) : Fail(kRemovalFailed);
+  return removed ? Succeed(StringId::FolderRemovalDone) : Fail(StringId::FolderRemovalFailed);
 } catch (const std::exception&) {
-  return Fail(kRemovalFailed);
+  return Fail(StringId::FolderRemovalFailed);
 }

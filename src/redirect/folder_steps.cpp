@@ -3,14 +3,12 @@
 #include "fsops/backup_copy.h"
 #include "links/junction.h"
 #include "links/presence.h"
-#include "report/console.h"
 #include "report/log.h"
 #include "text/path_text.h"
 #include "win32/win32.h"
 
 namespace {
 
-constexpr unsigned kTargetExists = 183;
 constexpr std::u16string_view kSeeManual = u"See \"After a power failure, folder form\" in what-is-refused.md.";
 
 }  // namespace

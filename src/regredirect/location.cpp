@@ -12,21 +12,13 @@
 #include "probes/rimehold_status.h"
 #include "probes/services.h"
 #include "regredirect/registry_data.h"
-#include "report/console.h"
 #include "report/log.h"
+#include "report/outcome.h"
 #include "text/path_text.h"
 #include "validate/validate.h"
 #include "win32/win32.h"
 
 namespace {
-
-constexpr unsigned kSetAdministratorsOnly = 145;
-constexpr unsigned kRemovalFailed = 154;
-constexpr unsigned kSettingFailed = 155;
-constexpr unsigned kRemovalAdministratorsOnly = 156;
-constexpr unsigned kLocationSet = 157;
-constexpr unsigned kLocationRemoved = 160;
-constexpr unsigned kProfilesNeedIt = 171;
 
 // A volume without a letter becomes a location by being mounted on a folder. What was made for that is taken away again
 // unless the location is kept.
@@ -125,29 +117,20 @@ Removal Remove(CQBConfig& config, std::u16string& oldLocation) {
   return Removal::Done;
 }
 
-int SayRemovalFailed(const std::u16string& location) {
-  ConsoleFormatString(kRemovalFailed, LogPath(), location);
-  return 1;
-}
-
 }  // namespace
 
 int SetRegKeyLocation(const char16_t* location) try {
   if (!location || !*location) return 1;
   CQBConfig config;
-  if (!IsMemberOfAdministrators()) return SayAdministratorsOnly(kSetAdministratorsOnly);
+  if (!IsAdministrator(StringId::RegKeyNeedsAdministrator)) return 1;
   std::u16string oldLocation;
-  if (!Set(location, config, oldLocation)) {
-    ConsoleFormatString(kSettingFailed, LogPath(), location);
-    return 1;
-  }
+  if (!Set(location, config, oldLocation)) return SayFailure(StringId::RegKeyLocationFailed, LogPath(), location);
   CleanRegistryData(oldLocation);
   StartQuillbayService();
-  ConsoleFormatString(kLocationSet, location);
+  Say(StringId::RegKeyLocationSet, location);
   return 0;
 } catch (const std::exception&) {
-  ConsoleFormatString(kSettingFailed, LogPath(), location);
-  return 1;
+  return SayFailure(StringId::RegKeyLocationFailed, LogPath(), location);
 }
 
 void LeaveRegKeyLocation(const std::u16string& location) {
@@ -159,22 +142,21 @@ void LeaveRegKeyLocation(const std::u16string& location) {
 
 int RemoveRegKeyLocation() try {
   CQBConfig config;
-  if (!IsMemberOfAdministrators()) return SayAdministratorsOnly(kRemovalAdministratorsOnly);
+  if (!IsAdministrator(StringId::RegKeyRemovalNeedsAdministrator)) return 1;
   std::u16string oldLocation;
   switch (Remove(config, oldLocation)) {
     case Removal::ProfilesNeedIt:
-      ConsolePrint(LoadResourceString(kProfilesNeedIt));
-      return 1;
+      return SayFailure(StringId::NewProfilesNeedRegKeyLocation);
     case Removal::Failed:
-      return SayRemovalFailed(oldLocation);
+      return SayFailure(StringId::RegKeyLocationRemovalFailed, LogPath(), oldLocation);
     case Removal::Done:
       break;
   }
   LeaveRegKeyLocation(oldLocation);
-  ConsoleFormatString(kLocationRemoved, oldLocation);
+  Say(StringId::RegKeyLocationRemovalDone, oldLocation);
   return 0;
 } catch (const std::exception&) {
-  return SayRemovalFailed({});
+  return SayFailure(StringId::RegKeyLocationRemovalFailed, LogPath(), u"");
 }
 
 int PrintRegKeyLocation() try {

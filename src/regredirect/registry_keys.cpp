@@ -9,27 +9,16 @@
 #include "configuration/service_config.h"
 #include "probes/privileges.h"
 #include "probes/services.h"
-#include "report/console.h"
 #include "report/log.h"
+#include "report/outcome.h"
 #include "text/path_text.h"
 #include "win32/win32.h"
 
 namespace {
 
-constexpr unsigned kRemovalFailed = 143;
-constexpr unsigned kKeyRemoved = 144;
-constexpr unsigned kAdministratorsOnly = 145;
-constexpr unsigned kKeyAdded = 159;
-constexpr unsigned kAddingFailedWithoutName = 168;
-constexpr unsigned kAddingFailed = 169;
-constexpr unsigned kKeyNotAllowed = 185;
-
 int SayAddingFailed(const std::u16string& name) {
-  if (name.empty())
-    ConsoleFormatString(kAddingFailedWithoutName, LogPath());
-  else
-    ConsoleFormatString(kAddingFailed, name, LogPath());
-  return 1;
+  return name.empty() ? SayFailure(StringId::RegKeyFailedUnnamed, LogPath())
+                      : SayFailure(StringId::RegKeyFailed, name, LogPath());
 }
 
 bool IsMonitored(const CQBConfig& config, const std::u16string& name) {
@@ -123,7 +112,7 @@ bool IsAllowedRegistryKey(const std::u16string& name) {
 int AddRedirectedRegKey(const char16_t* key) try {
   const std::u16string name = key ? key : u"";
   CQBConfig config;
-  if (!IsMemberOfAdministrators()) return SayAdministratorsOnly(kAdministratorsOnly);
+  if (!IsAdministrator(StringId::RegKeyNeedsAdministrator)) return 1;
   if (name.empty()) {
     Log(u"#ERROR: Input path not specified.");
     return SayAddingFailed(name);
@@ -134,12 +123,11 @@ int AddRedirectedRegKey(const char16_t* key) try {
   }
   if (!IsAllowedRegistryKey(name)) {
     Log(u"#ERROR: Redirection of %s key is not allowed.", name);
-    ConsoleFormatString(kKeyNotAllowed, name);
-    return 1;
+    return SayFailure(StringId::RegKeyNotAllowed, name);
   }
   if (!Add(config, name)) return SayAddingFailed(name);
   StartQuillbayService();
-  ConsoleFormatString(kKeyAdded, name);
+  Say(StringId::RegKeyRedirected, name);
   return 0;
 } catch (const std::exception&) {
   return SayAddingFailed(key ? key : u"");
@@ -148,16 +136,12 @@ int AddRedirectedRegKey(const char16_t* key) try {
 int RemoveRedirectedRegKey(const char16_t* name) try {
   if (!name || !*name) return 1;
   CQBConfig config;
-  if (!IsMemberOfAdministrators()) return SayAdministratorsOnly(kAdministratorsOnly);
-  if (!Remove(config, name)) {
-    ConsoleFormatString(kRemovalFailed, name, LogPath());
-    return 1;
-  }
-  ConsoleFormatString(kKeyRemoved, name);
+  if (!IsAdministrator(StringId::RegKeyNeedsAdministrator)) return 1;
+  if (!Remove(config, name)) return SayFailure(StringId::RegKeyRemovalFailed, name, LogPath());
+  Say(StringId::RegKeyRemovalDone, name);
   return 0;
 } catch (const std::exception&) {
-  ConsoleFormatString(kRemovalFailed, name, LogPath());
-  return 1;
+  return SayFailure(StringId::RegKeyRemovalFailed, name, LogPath());
 }
 
 int PrintRedirectedRegKeys() try {

@@ -60,7 +60,8 @@ std::string WithCarriageReturns(const std::string& bytes) {
 
 }  // namespace
 
-std::u16string LoadResourceString(unsigned id) {
+std::u16string LoadResourceString(StringId text) {
+  const auto id = static_cast<unsigned>(text);
   if (id >= kStringIdLimit - kStringsInBlock) {
     win32::SetLastError(win32::ERROR_RESOURCE_NAME_NOT_FOUND);
     return {};

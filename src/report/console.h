@@ -1,10 +1,16 @@
 // What the program says on the console: texts of the string table and a few fixed ones, in the console's OEM code page.
 #pragma once
 
+#include "resources/string_ids.h"
 #include "text/format.h"
 
-// The text with this number; empty when there is none.
-std::u16string LoadResourceString(unsigned id);
+// A text of the string table; empty when there is none.
+std::u16string LoadResourceString(StringId id);
+// The same with its arguments put in.
+template <typename... Arguments>
+std::u16string FormatString(StringId id, const Arguments&... arguments) {
+  return FormatText<Arguments...>(TableText(LoadResourceString(id)), arguments...);
+}
 
 // Writes a text to the standard output. A line break leaves as carriage return and line feed, as the text streams of C
 // write it on Windows. Characters that the OEM code page lacks become its replacement characters.
@@ -16,8 +22,8 @@ bool ConsoleFormat(FormatFor<Arguments...> format, const Arguments&... arguments
   return ConsolePrint(FormatText<Arguments...>(format, arguments...));
 }
 
-// The text with this number and its arguments.
+// A text of the string table with its arguments.
 template <typename... Arguments>
-bool ConsoleFormatString(unsigned id, const Arguments&... arguments) {
-  return ConsolePrint(FormatText<Arguments...>(TableText(LoadResourceString(id)), arguments...));
+void Say(StringId id, const Arguments&... arguments) {
+  ConsolePrint(FormatString(id, arguments...));
 }

@@ -1,24 +1,16 @@
 #include "report/outcome.h"
 
-#include "report/console.h"
 #include "report/log.h"
 
-namespace {
-
-constexpr unsigned kErrorsLoggedIn = 137;
-
-}  // namespace
-
-int Succeed(unsigned text) {
-  const std::u16string said = LoadResourceString(text);
-  ConsolePrint(said);
-  Log(u"%ls", said);
+int Succeed(const std::u16string& text) {
+  ConsolePrint(text);
+  Log(u"%ls", text);
   return 0;
 }
 
-int Fail(unsigned text) {
-  const std::u16string said = LoadResourceString(text);
-  ConsoleFormatString(kErrorsLoggedIn, LogPath());
+int Fail(StringId id) {
+  const std::u16string said = LoadResourceString(id);
+  Say(StringId::ErrorsLoggedIn, LogPath());
   ConsoleFormat(u"\n%ls", said);
   Log(u"%ls", said);
   return 1;

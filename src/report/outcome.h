@@ -2,8 +2,21 @@
 // it.
 #pragma once
 
-// Says the text with this number on the console and in the log; 0, the exit code.
-int Succeed(unsigned text);
+#include "report/console.h"
+
+// Says the text on the console and in the log; 0, the exit code.
+int Succeed(const std::u16string& text);
+template <typename... Arguments>
+int Succeed(StringId id, const Arguments&... arguments) {
+  return Succeed(FormatString(id, arguments...));
+}
 
 // Says where the errors are logged, then the text, which the log gets, too; 1, the exit code.
-int Fail(unsigned text);
+int Fail(StringId id);
+
+// Says the text with its arguments on the console only; 1, the exit code.
+template <typename... Arguments>
+int SayFailure(StringId id, const Arguments&... arguments) {
+  Say(id, arguments...);
+  return 1;
+}

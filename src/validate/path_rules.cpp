@@ -16,8 +16,6 @@
 namespace {
 
 constexpr std::size_t kPathBuffer = 260;
-constexpr unsigned kWindowsFolderWarning = 180;
-constexpr unsigned kProgramFilesWarning = 181;
 
 // "c:\" for the path's drive; empty without a drive letter, and no system error then: Windows gives none.
 std::u16string DriveRoot(const char16_t* path) {
@@ -190,7 +188,7 @@ int IsSystemFolder(const char16_t* path, const SystemFolderOptions& options) try
     };
     return Contains(name, product(programs)) || Contains(name, product(programsX86)) ? 0 : 1;
   }
-  if (!options.quiet) ConsolePrint(LoadResourceString(belowWindows ? kWindowsFolderWarning : kProgramFilesWarning));
+  if (!options.quiet) Say(belowWindows ? StringId::BelowWindows : StringId::BelowProgramFiles);
   return 0;
 } catch (const std::exception&) {
   return 1;

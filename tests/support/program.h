@@ -5,7 +5,11 @@
 #include <string>
 #include <string_view>
 
+#include "report/console.h"
 #include "support/installed_machine.h"
+
+// The tests name the texts of the string table by their numbers.
+inline std::u16string LoadResourceString(unsigned id) { return LoadResourceString(StringId{id}); }
 
 namespace test {
 
