@@ -15,6 +15,7 @@
 #include "links/real_path.h"
 #include "links/volume_paths.h"
 #include "report/console.h"
+#include "report/lines.h"
 #include "report/log.h"
 #include "text/path_text.h"
 #include "win32/win32.h"
@@ -142,8 +143,7 @@ bool TreeCopy::ListSource(TreeListing& listing) const {
     return true;
   }
   if (GetFileList(record_.sourceRoot, listing)) return true;
-  Log(u"#ERROR: There was an error during path validation. Error message: Unable to get list of files for path = %ls.",
-      record_.sourceRoot);
+  Log(line::kNoListingForCopy, record_.sourceRoot);
   return false;
 }
 
@@ -394,7 +394,7 @@ bool TreeCopy::CarryFolderTimes() const {
   bool all = true;
   for (const auto& [folder, item] : changedFolders_)
     if (!CopyParentDirectoryTimes(item.first, item.second)) {
-      Log(u"#ERROR: Unable to copy the times of folder %ls.", folder);
+      Log(line::kTimesNotCopied, folder);
       all = false;
     }
   return all || flags_.continueOnError;
@@ -415,7 +415,7 @@ int TreeCopy::Run(const std::u16string& sourceRoot, const std::u16string& target
     // The root itself is a link, and nothing behind it is copied. That is an end for a symbolic link; a junction is
     // none that anybody should take for a copied tree.
     if (listing.links.front().IsSymbolicLink()) return 1;
-    Log(u"#ERROR: The folder %ls is already redirected. Browse to a different location.", record_.sourceRoot);
+    Log(line::kRedirectedAlready, record_.sourceRoot);
     return 0;
   }
   if (!SystemFoldersPermit(listing)) return 0;

@@ -1,5 +1,6 @@
 #include "fsops/shares.h"
 
+#include "report/lines.h"
 #include "report/log.h"
 #include "text/path_text.h"
 #include "win32/win32.h"
@@ -69,7 +70,7 @@ bool AddShare(const win32::SHARE_INFO_502& share, const std::u16string& folder) 
 bool MoveShares(const std::u16string& folder, const std::u16string& newFolder) {
   const ShareList shares = ShareList::Read();
   bool all = shares.IsWhole();
-  if (!all) Log(u"#ERROR: Unable to read the network shares of folder %ls.", folder);
+  if (!all) Log(line::kSharesNotRead, folder);
   for (const win32::SHARE_INFO_502* share : shares.FindByPath(folder)) {
     if (DeleteShare(*share)) {
       if (AddShare(*share, newFolder)) continue;

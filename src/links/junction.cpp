@@ -6,6 +6,7 @@
 #include "links/mounted_folder.h"
 #include "links/reparse_data.h"
 #include "probes/privileges.h"
+#include "report/lines.h"
 #include "report/log.h"
 #include "text/format.h"
 #include "text/path_text.h"
@@ -36,7 +37,7 @@ std::u16string SubstituteName(const char16_t* target) {
 
 int CreateJunctionAt(const std::u16string& junction, const std::u16string& substituteName) {
   if (!CreateJunctionDirectory(junction.c_str())) {
-    LogWithSystemError(u"#ERROR: Failed To create directory = %ls.", junction);
+    LogWithSystemError(line::kDirectoryNotCreated, junction);
     return 0;
   }
   const PrivilegeResult privilege = EnablePrivilege(u"SeRestorePrivilege");

@@ -18,6 +18,7 @@
 #include "profiles/shared_profiles_steps.h"
 #include "regredirect/location.h"
 #include "regredirect/registry_keys.h"
+#include "report/lines.h"
 #include "report/log.h"
 #include "report/outcome.h"
 #include "text/path_text.h"
@@ -33,11 +34,11 @@ enum class Outcome { Done, Failed, Refused };  // Refused: the console has been 
 bool ReadSection(CQBConfig& config, std::u16string& location, bool& isOn) {
   std::u16string status;
   if (!config.Init()) {
-    Log(u"#ERROR: Failed to read config file.");
+    Log(line::kConfigNotRead);
     return false;
   }
   if (!config.GetUserProfileRedirection(&location, &status, nullptr)) {
-    Log(u"#ERROR: Failed to obtain information from config file.");
+    Log(line::kConfigLacksInformation);
     return false;
   }
   isOn = status == u"1";
@@ -72,7 +73,7 @@ bool FindWhatIsMissing(const CQBConfig& config, NewProfilesNote& note) {
   int status = 0;
   std::u16string registryLocation;
   if (!config.GetOutDir(status, registryLocation)) {
-    Log(u"#ERROR: Unable to get Registry Redirect Location from config file.");
+    Log(line::kConfigLacksRegistryLocation);
     return false;
   }
   note.setsRegistryLocation = status == 0;
@@ -139,10 +140,7 @@ Outcome Set(const std::u16string& location, bool withSharedProfiles) {
     return Outcome::Refused;
   }
   ProfileFolderValue before;
-  if (!ReadProfileFolder(ProfileFolder::ProfilesDirectory, before)) {
-    Log(u"#ERROR: Unable to read the profile list.");
-    return Outcome::Failed;
-  }
+  if (!RequireProfileFolder(ProfileFolder::ProfilesDirectory, before)) return Outcome::Failed;
   NewProfilesNote note{.home = {}, .location = location};
   if (!FindHome(before.folder, location, note.home) || !MayHoldProfiles(location, note.home, false) ||
       IsOnOldKeelroom(location))
@@ -213,10 +211,7 @@ Outcome Removal::MayRemove() {
   std::vector<std::u16string> places;
   for (const ProfileFolder which : {ProfileFolder::Default, ProfileFolder::Public}) {
     ProfileFolderValue value;
-    if (!ReadProfileFolder(which, value)) {
-      Log(u"#ERROR: Unable to read the profile list.");
-      return Outcome::Failed;
-    }
+    if (!RequireProfileFolder(which, value)) return Outcome::Failed;
     places.push_back(JoinPath(location_, LastComponent(value.folder)));
   }
   const RestartOwed owed = SayIfRestartIsOwed(places);
@@ -228,15 +223,12 @@ Outcome Removal::MayRemove() {
 bool Removal::BringBack() {
   const std::u16string home = RecordedProfilesFolder(config_);
   if (home.empty()) {
-    Log(u"#ERROR: Failed to obtain information from config file.");
+    Log(line::kConfigLacksInformation);
     return false;
   }
   ProfileFolderValue present;
   ProfileReturns returns;
-  if (!ReadProfileFolder(ProfileFolder::ProfilesDirectory, present)) {
-    Log(u"#ERROR: Unable to read the profile list.");
-    return false;
-  }
+  if (!RequireProfileFolder(ProfileFolder::ProfilesDirectory, present)) return false;
   if (!IsFolderAndNoLink(home) || !PlanReturns(kBothProfiles, home, note_ ? u"" : location_, kEverything, returns))
     return false;
   ProfileFolderChange directory(ProfileFolder::ProfilesDirectory, present);
@@ -299,7 +291,7 @@ int SayRemovalFailed(const Removal& removal) {
 int SetAutoRedirection(const char16_t* location, bool withSharedProfiles) try {
   if (!IsAdministrator()) return 1;
   if (!location || !*location) {
-    Log(u"#ERROR: Input path missing.");
+    Log(line::kInputPathMissing);
     return Fail(StringId::NewProfilesRedirectionFailed);
   }
   const std::u16string folder = WithoutTrailingBackslash(location);

@@ -49,6 +49,12 @@ bool ReadProfileFolder(ProfileFolder which, ProfileFolderValue& value) try {
   return false;
 }
 
+bool RequireProfileFolder(ProfileFolder which, ProfileFolderValue& value) {
+  if (ReadProfileFolder(which, value)) return true;
+  Log(u"#ERROR: Unable to read the profile list.");
+  return false;
+}
+
 bool WriteProfileFolder(ProfileFolder which, const std::u16string& folder) try {
   ProfileFolderValue present;
   if (!ReadProfileFolder(which, present)) return false;

@@ -18,6 +18,8 @@ struct ProfileFolderValue {
 
 // False when the value is missing, no text, or empty.
 bool ReadProfileFolder(ProfileFolder which, ProfileFolderValue& value);
+// The same for whom there is no going on without it: a failure has its line in the log.
+bool RequireProfileFolder(ProfileFolder which, ProfileFolderValue& value);
 // Has the value name this folder; it keeps its type. A folder on the system drive is written with %SystemDrive% where
 // the type replaces variables. False: as it was.
 bool WriteProfileFolder(ProfileFolder which, const std::u16string& folder);

@@ -9,6 +9,7 @@
 #include "profiles/profile_folders.h"
 #include "profiles/user_accounts.h"
 #include "records/registry_text.h"
+#include "report/lines.h"
 #include "report/log.h"
 #include "text/path_text.h"
 #include "win32/win32.h"
@@ -176,7 +177,7 @@ bool ReadUserProfiles(std::vector<UserProfile>& profiles) try {
 
 bool ReadOtherProfiles(const UserProfile& profile, std::vector<UserProfile>& others) {
   if (!ReadUserProfiles(others)) {
-    Log(u"#ERROR: Failed to obtain User Profile Information.");
+    Log(line::kProfilesNotRead);
     return false;
   }
   std::erase_if(others, [&](const UserProfile& other) { return EqualPaths(other.sid, profile.sid); });

@@ -11,6 +11,7 @@
 #include "profiles/recorded_home.h"
 #include "profiles/user_accounts.h"
 #include "report/console.h"
+#include "report/lines.h"
 #include "report/log.h"
 #include "text/path_text.h"
 
@@ -29,7 +30,7 @@ int ListRedirectedProfiles() try {
   if (!ReadRecordedProfilesFolder(home)) return 0;
   std::vector<UserProfile> profiles;
   if (!ReadUserProfiles(profiles)) {
-    Log(u"#ERROR: Failed to obtain User Profile Information.");
+    Log(line::kProfilesNotRead);
     return 0;
   }
   std::vector<Line> lines;

@@ -11,6 +11,7 @@
 #include "links/presence.h"
 #include "links/real_path.h"
 #include "profiles/profile_folders.h"
+#include "report/console.h"
 #include "report/lines.h"
 #include "report/log.h"
 #include "text/path_text.h"
@@ -67,12 +68,8 @@ bool ProfileMove::Run() {
 
 // What can be told before anything is made.
 bool ProfileMove::IsAllowed() const {
-  if (!IsOrdinaryPath(profile_.folder) || (!place_.IsVolume() && !IsOrdinaryPath(target_))) return false;
-  if (place_.path().size() < kPathLengthLimit) return true;
-  Log(u"#ERROR: The specified path %ls exceeds the system-defined maximum length of 248 characters. Browse to a "
-      u"different location.",
-      place_.path());
-  return false;
+  return IsOrdinaryPath(profile_.folder) && (place_.IsVolume() || IsOrdinaryPath(target_)) &&
+         HasAllowedLength(place_.path());
 }
 
 // Two profiles in one folder would overwrite each other, and one that holds another would take it along.
@@ -95,7 +92,7 @@ bool ProfileMove::List() {
   const ImpersonatedCaller caller;
   TreeListing listing;
   if (GetFileList(profile_.folder, listing, caller.token(), savedSecurity_)) return true;
-  Log(u"#ERROR: Unable to get list of files for path = %ls.", profile_.folder);
+  Log(line::kNoListing, profile_.folder);
   TellIfCutOff(profile_.folder);
   return false;
 }
@@ -106,18 +103,18 @@ bool ProfileMove::MayMove() {
                                 {.excludeMountedVolume = place_.IsVolume(),
                                  .quietSystemFolder = flags_.backToDefault != 0,
                                  .stopMediaSharing = true})) {
-    Log(u"#ERROR: PreScanning failed for Source = %ls and Target = %ls.", profile_.folder, place_.path());
+    Log(line::kPreScanningFailed, profile_.folder, place_.path());
     return false;
   }
   return place_.KeepsPath() || records_.CanFollow();
 }
 
 bool ProfileMove::MoveContents() {
-  if (place_.StoodThere() || place_.IsVolume()) SayThatTargetExists(place_.path());
+  if (place_.StoodThere() || place_.IsVolume()) Say(StringId::TargetExists, place_.path());
   Log(u"#INFO: Going to move files and folders from Source = %ls to Target = %ls.", profile_.folder, place_.path());
   contentsMoved_ = MoveDirectoryTree(profile_.folder, place_.path(), flags_.copyNtfsPermissions, flags_.moveShares,
                                      place_.KeepsPath(), 1, /*targetIsNew=*/0, moved_) != 0;
-  if (!contentsMoved_) LogMoveFailed(profile_.folder, place_.path());
+  if (!contentsMoved_) Log(line::kMoveFailed, profile_.folder, place_.path());
   return contentsMoved_;
 }
 
@@ -125,7 +122,7 @@ bool ProfileMove::Follow() { return place_.KeepsPath() || records_.Follow(); }
 
 bool ProfileMove::RestoreSecurity() const {
   if (RestoreRemovedSecurityInfo(savedSecurity_, profile_.folder.c_str(), place_.path().c_str())) return true;
-  Log(u"#ERROR: Unable to restore access rights to file and folder in Target Path = %ls.", place_.path());
+  Log(line::kSecurityNotRestored, place_.path());
   return false;
 }
 

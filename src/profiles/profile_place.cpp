@@ -6,6 +6,7 @@
 #include "fsops/volume_root.h"
 #include "links/mounted_folder.h"
 #include "links/presence.h"
+#include "report/lines.h"
 #include "report/log.h"
 #include "text/path_text.h"
 #include "validate/validate.h"
@@ -19,10 +20,6 @@ constexpr std::u16string_view kTemporarySuffix = u".temp";
 std::u16string MountedVolume(const std::u16string& folder) {
   std::u16string volume;
   return IsVolumeMountPoint(folder.c_str(), &volume) ? volume : std::u16string();
-}
-
-void LogNotUnmounted(const std::u16string& folder) {
-  LogWithSystemError(u"#ERROR: Unable to unmount the volume from folder %ls. ", folder);
 }
 
 }  // namespace
@@ -40,7 +37,7 @@ bool ProfilePlace::Mount() {
   if (IsVolume()) return MountBesideProfile();
   // Everything in the place becomes the profile's.
   if (!IsGathered() || side_.IsFreeFor(formerVolume_)) return true;
-  Log(u"#ERROR: The folder %ls already exists and is not empty. Rename it, and remove the redirection again.", path_);
+  Log(line::kNotEmpty, path_);
   return false;
 }
 
@@ -53,7 +50,7 @@ bool ProfilePlace::MountBesideProfile() {
   const bool usable = !stoodThere_ || IsEmptyPlainFolder(path_);
   if (usable && MakeFolder(path_) != FolderMade::Failed) mountedHere_ = MountVolume(path_, volume_);
   if (mountedHere_ && IsMountedOn(path_, volume_)) return true;
-  Log(u"#ERROR: Failed to Mount Volume on Target Folder: %ls", path_);
+  Log(line::kVolumeNotMounted, path_);
   return false;
 }
 
@@ -65,7 +62,7 @@ bool ProfilePlace::Make() {
     OpenLeftFolder();
     return true;
   }
-  Log(u"#ERROR: Failed To Create Target Folder: %ls", path_);
+  Log(line::kTargetFolderNotCreated, path_);
   return false;
 }
 
@@ -96,15 +93,15 @@ bool ProfilePlace::BecomeLikeProfile(bool descriptorOnly) {
 bool ProfilePlace::TakeFormerPlace() {
   if (!keepsPath_) return true;
   if (!IsVolume() && !CopyFileTimesAndAttributes(folder_, path_, true)) {
-    Log(u"#ERROR: Unable to copy the times of folder %ls.", folder_);
+    Log(line::kTimesNotCopied, folder_);
     return false;
   }
   if (!formerVolume_.empty() && !UnmountVolume(folder_)) {
-    LogNotUnmounted(folder_);
+    LogWithSystemError(line::kVolumeNotUnmounted, folder_);
     return false;
   }
   if (!RemoveEmptyFolder(folder_)) {
-    LogWithSystemError(u"#ERROR: Unable to remove folder %ls. ", folder_);
+    LogWithSystemError(line::kFolderNotRemoved, folder_);
     return false;
   }
   return RenameToFormerPlace();
@@ -131,7 +128,8 @@ bool ProfilePlace::MakeFormerFolderAgain() const {
 
 void ProfilePlace::Unmount() const {
   if (lent_) GiveRootItsOwnSecurity(volume_);
-  if (mountedHere_ && IsMountedOn(path_, volume_) && !UnmountVolume(path_)) LogNotUnmounted(path_);
+  if (mountedHere_ && IsMountedOn(path_, volume_) && !UnmountVolume(path_))
+    LogWithSystemError(line::kVolumeNotUnmounted, path_);
 }
 
 void ProfilePlace::TakeAway() const {
@@ -147,5 +145,5 @@ void ProfilePlace::LeaveFormerVolume() const {
   if (formerVolume_.empty()) return;
   if (IsGathered()) side_.ForgetFilling();
   GiveRootItsOwnSecurity(formerVolume_);
-  if (!keepsPath_ && !UnmountVolume(folder_)) LogNotUnmounted(folder_);
+  if (!keepsPath_ && !UnmountVolume(folder_)) LogWithSystemError(line::kVolumeNotUnmounted, folder_);
 }

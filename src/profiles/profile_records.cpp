@@ -6,6 +6,7 @@
 #include "links/junction.h"
 #include "links/presence.h"
 #include "profiles/user_hive.h"
+#include "report/lines.h"
 #include "report/log.h"
 #include "text/path_text.h"
 #include "win32/win32.h"
@@ -14,11 +15,9 @@ namespace {
 
 constexpr std::size_t kLongestJunctionTarget = 255;
 
-void LogImagePathNotWritten() { Log(u"#ERROR: Unable to update user profile path in registry."); }
-void LogRecordsNotWritten() { Log(u"#ERROR: Unable to update redirected folder path in registry."); }
-
-void LogNoJunction(const std::u16string& junction, const std::u16string& target) {
-  Log(u"#ERROR: Unable to create junction for Source = %ls and Target = %ls.", junction, target);
+void LogProfilePathMustName(const std::u16string& folder) {
+  Log(line::kProfilePathNotUpdated);
+  Log(u"#ERROR: It must name the folder that holds the profile: %ls.", folder);
 }
 
 // A link, or what may be one: an answer that failed is none.
@@ -41,11 +40,11 @@ bool ProfileRecords::IsInProfile(const std::u16string& path) const { return IsSa
 
 bool ProfileRecords::CanFollow() {
   if (!CanSetProfileImagePath(profile_.sid, newFolder_) || !ReadProfileImagePath(profile_.sid, imagePath_)) {
-    LogImagePathNotWritten();
+    Log(line::kProfilePathNotUpdated);
     return false;
   }
   if (!ReadJunctionRecords(0, folders_) || !ReadJunctionRecords(1, files_) || !CanAddJunctionRegKey(0)) {
-    LogRecordsNotWritten();
+    Log(line::kRecordsNotUpdated);
     return false;
   }
   return FindJunctions() && NoFileLinksLeadIn();
@@ -57,13 +56,13 @@ bool ProfileRecords::FindJunctions() {
     if (!IsInProfile(record.target) || IsInProfile(record.source) || !MayBeLink(record.source)) continue;
     Junction junction{record.source, {}, {}};
     if (!GetJunctionTarget(record.source.c_str(), junction.oldTarget)) {
-      Log(u"#ERROR: Unable to get Junction Target Path.");
+      Log(line::kJunctionTargetUnknown);
       return false;
     }
     if (!IsInProfile(junction.oldTarget)) continue;
     junction.newTarget = ReplaceFolder(junction.oldTarget, profile_.folder, newFolder_);
     if (junction.newTarget.size() > kLongestJunctionTarget) {
-      LogNoJunction(junction.path, junction.newTarget);
+      Log(line::kJunctionNotCreated, junction.path, junction.newTarget);
       return false;
     }
     junctions_.push_back(std::move(junction));
@@ -112,19 +111,19 @@ bool ProfileRecords::RecordPair() {
 bool ProfileRecords::Follow() {
   const std::u16string& folder = profile_.folder;
   if (!SetProfileImagePath(profile_.sid, newFolder_)) {
-    LogImagePathNotWritten();
+    Log(line::kProfilePathNotUpdated);
     return false;
   }
   recordsChanged_ = true;
   if (!RecordPair() || !UpdateOtherJunctionRecords(folder, newFolder_, 0, {{}, folder, newFolder_}) ||
       !UpdateOtherJunctionRecords(folder, newFolder_, 1, {})) {
-    LogRecordsNotWritten();
+    Log(line::kRecordsNotUpdated);
     return false;
   }
   for (Junction& junction : junctions_) {
     junction.changed = ChangeJunctionTarget(junction.path.c_str(), junction.newTarget.c_str()) != 0;
     if (junction.changed) continue;
-    LogNoJunction(junction.path, junction.newTarget);
+    Log(line::kJunctionNotCreated, junction.path, junction.newTarget);
     return false;
   }
   // A picture that is not found is no reason to take a profile back; the log tells.
@@ -139,7 +138,7 @@ void ProfileRecords::TakeBack() {
   for (Junction& junction : junctions_)
     if (std::exchange(junction.changed, false) &&
         !ChangeJunctionTarget(junction.path.c_str(), junction.oldTarget.c_str()))
-      LogNoJunction(junction.path, junction.oldTarget);
+      Log(line::kJunctionNotCreated, junction.path, junction.oldTarget);
   if (!std::exchange(recordsChanged_, false)) return;
   bool all = !pairAdded_ || DeleteRegKey(folder.c_str(), newFolder_.c_str(), 0);
   for (const JunctionRecord& record : deleted_) {
@@ -147,17 +146,15 @@ void ProfileRecords::TakeBack() {
     std::erase_if(folders_, [&](const JunctionRecord& saved) { return saved.subkey == record.subkey; });
   }
   const bool foldersBack = RestoreJunctionRecords(folders_), filesBack = RestoreJunctionRecords(files_);
-  if (!all || !foldersBack || !filesBack) LogRecordsNotWritten();
+  if (!all || !foldersBack || !filesBack) Log(line::kRecordsNotUpdated);
 }
 
 void ProfileRecords::NameOldFolder() {
   if (imagePath_.data.empty() || Insist([&] { return RestoreProfileImagePath(profile_.sid, imagePath_); })) return;
-  LogImagePathNotWritten();
-  Log(u"#ERROR: It must name the folder that holds the profile: %ls.", profile_.folder);
+  LogProfilePathMustName(profile_.folder);
 }
 
 void ProfileRecords::NameNewFolder() {
   if (Insist([&] { return SetProfileImagePath(profile_.sid, newFolder_) != 0; })) return;
-  LogImagePathNotWritten();
-  Log(u"#ERROR: It must name the folder that holds the profile: %ls.", newFolder_);
+  LogProfilePathMustName(newFolder_);
 }

@@ -4,6 +4,7 @@
 
 #include "configuration/service_config.h"
 #include "profiles/redirection_notes.h"
+#include "report/lines.h"
 #include "report/log.h"
 #include "text/path_text.h"
 
@@ -30,10 +31,10 @@ std::u16string RecordedProfilesFolder(const CQBConfig& config) {
 bool ReadRecordedProfilesFolder(std::u16string& folder) {
   CQBConfig config;
   if (!config.Init()) {
-    Log(u"#ERROR: Failed to read config file.");
+    Log(line::kConfigNotRead);
     return false;
   }
   folder = RecordedProfilesFolder(config);
-  if (folder.empty()) Log(u"#ERROR: Failed to obtain information from config file.");
+  if (folder.empty()) Log(line::kConfigLacksInformation);
   return !folder.empty();
 }

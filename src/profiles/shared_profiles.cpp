@@ -11,6 +11,7 @@
 #include "profiles/redirection_notes.h"
 #include "profiles/shared_profiles_rules.h"
 #include "profiles/shared_profiles_steps.h"
+#include "report/lines.h"
 #include "report/log.h"
 #include "report/outcome.h"
 #include "text/path_text.h"
@@ -48,7 +49,7 @@ bool ReadLocationWithoutNote(std::u16string& location) {
   CQBConfig config;
   if (!ReadNote(note)) return false;
   if (!config.Init() || !config.GetUserProfileRedirection(&location, &status, nullptr)) {
-    Log(u"#ERROR: Failed to obtain information from config file.");
+    Log(line::kConfigLacksInformation);
     return false;
   }
   if (status != u"1" || (note && EqualPaths(note->location, location))) location.clear();
@@ -80,7 +81,7 @@ int RedirectSharedProfiles(SharedProfiles which, const char16_t* location, int c
                            int moveShares) try {
   if (!IsAdministrator()) return 1;
   if (!location || !*location) {
-    Log(u"#ERROR: Input path missing.");
+    Log(line::kInputPathMissing);
     return Fail(StringId::ProfileRedirectionFailed);
   }
   const CarriedAlong carried{.ntfsPermissions = copyNtfsPermissions != 0, .shares = moveShares != 0};

@@ -9,6 +9,7 @@
 #include "links/volume_paths.h"
 #include "profiles/redirection_notes.h"
 #include "profiles/shared_profiles_rules.h"
+#include "report/lines.h"
 #include "report/log.h"
 #include "text/path_text.h"
 
@@ -29,14 +30,14 @@ bool ProfilesLocation::Make(const std::u16string& home) {
     case FolderMade::Failed:
       break;
   }
-  Log(u"#ERROR: Failed To Create Target Folder: %ls", folder_);
+  Log(line::kTargetFolderNotCreated, folder_);
   return false;
 }
 
 bool FollowingShares::Move(const std::u16string& from, const std::u16string& to, const TreeListing& listing) {
   const ShareList shares = ShareList::Read();
   if (!shares.IsWhole()) {
-    Log(u"#ERROR: Unable to read the network shares of folder %ls.", from);
+    Log(line::kSharesNotRead, from);
     return false;
   }
   const auto move = [&](const std::u16string& folder) {
@@ -60,7 +61,7 @@ bool FollowingRecords::Move(const std::u16string& from, const std::u16string& to
   for (const int isFile : {0, 1}) {
     std::vector<JunctionRecord> records;
     if (!ReadJunctionRecords(isFile, records)) {
-      Log(u"#ERROR: Unable to update redirected folder path in registry.");
+      Log(line::kRecordsNotUpdated);
       return false;
     }
     for (JunctionRecord& record : records) {
@@ -71,12 +72,12 @@ bool FollowingRecords::Move(const std::u16string& from, const std::u16string& to
     }
   }
   if (RestoreJunctionRecords(moved)) return true;
-  Log(u"#ERROR: Unable to update redirected folder path in registry.");
+  Log(line::kRecordsNotUpdated);
   return false;
 }
 
 void FollowingRecords::TakeBack() {
-  if (!RestoreJunctionRecords(saved_)) Log(u"#ERROR: Unable to update redirected folder path in registry.");
+  if (!RestoreJunctionRecords(saved_)) Log(line::kRecordsNotUpdated);
   saved_.clear();
 }
 
@@ -88,7 +89,7 @@ bool SharedProfileCopy::MakeRoot() {
   begun_ = true;
   const FolderMade made = MakeFolder(copy_);
   stoodThere_ = made == FolderMade::StoodThere;
-  if (made == FolderMade::Failed) Log(u"#ERROR: Failed To Create Target Folder: %ls", copy_);
+  if (made == FolderMade::Failed) Log(line::kTargetFolderNotCreated, copy_);
   if (!stoodThere_) return made == FolderMade::New;
   // It may have come, or been filled, since it was looked at.
   if (!IsFree(copy_)) return false;
@@ -102,17 +103,15 @@ bool SharedProfileCopy::Copy() {
                         .allowInheritance = true,
                         .keepInheritedAces = true,
                         .carryRoot = true};
-  Log(u"#INFO: Going to copy files and folders from Source = %ls to Target = %ls.", original(), copy_);
+  Log(line::kGoingToCopy, original(), copy_);
   if (!MakeRoot()) return false;
   if (!GetFileList(original(), listing_)) {
-    Log(u"#ERROR: There was an error during path validation. Error message: Unable to get list of files for path = "
-        u"%ls.",
-        original());
+    Log(line::kNoListingForCopy, original());
     return false;
   }
   // Of a listing, the copy leaves the shares alone: they stay with the live profile.
   if (CopyTree(original(), copy_, flags, record_, &listing_)) return true;
-  Log(u"#ERROR: Unable to copy files and folders from Source = %ls to Target = %ls.", original(), copy_);
+  Log(line::kCopyFailed, original(), copy_);
   return false;
 }
 
@@ -139,6 +138,6 @@ void SharedProfileCopy::TakeBack() try {
   if (!stoodThere_)
     created_.RemoveIfEmpty();
   else if (!emptyFolder_.Restore())
-    Log(u"#ERROR: Unable to restore access rights to file and folder in Target Path = %ls.", copy_);
+    Log(line::kSecurityNotRestored, copy_);
 } catch (const std::exception&) {
 }

@@ -17,6 +17,7 @@
 #include "links/mounted_folder.h"
 #include "links/presence.h"
 #include "profiles/shared_profiles_rules.h"
+#include "report/lines.h"
 #include "report/log.h"
 #include "text/path_text.h"
 #include "win32/win32.h"
@@ -84,7 +85,7 @@ bool SharedProfileReturn::MakeRoot() {
   const FolderMade made = MakeFolder(original());
   if (made == FolderMade::StoodThere) return IsFolderAndNoLink(original());
   madeRoot_ = made == FolderMade::New;
-  if (!madeRoot_) Log(u"#ERROR: Failed To Create Target Folder: %ls", original());
+  if (!madeRoot_) Log(line::kTargetFolderNotCreated, original());
   return madeRoot_;
 }
 
@@ -107,12 +108,10 @@ bool SharedProfileReturn::CopyBack() {
   bool isThere = false;
   if (!FindCopy(isThere)) return false;
   if (!isThere) return IsFolderAndNoLink(original());
-  Log(u"#INFO: Going to copy files and folders from Source = %ls to Target = %ls.", copy(), original());
+  Log(line::kGoingToCopy, copy(), original());
   if (!IsFolderAndNoLink(copy()) || !MakeRoot()) return false;
   if (!GetFileList(copy(), listing_)) {
-    Log(u"#ERROR: There was an error during path validation. Error message: Unable to get list of files for path = "
-        u"%ls.",
-        copy());
+    Log(line::kNoListingForCopy, copy());
     return false;
   }
   if (!SetAside()) return false;
@@ -121,7 +120,7 @@ bool SharedProfileReturn::CopyBack() {
                         .keepInheritedAces = true,
                         .carryRoot = madeRoot_};
   if (!CopyTree(copy(), original(), flags, record_, &listing_)) {
-    Log(u"#ERROR: Unable to copy files and folders from Source = %ls to Target = %ls.", copy(), original());
+    Log(line::kCopyFailed, copy(), original());
     return false;
   }
   return carried_.ntfsPermissions || CarryDescriptors();
@@ -191,7 +190,7 @@ bool SharedProfileReturn::UnmountSame(const std::u16string& path, const std::u16
   if (unmounted)
     unmounted_.emplace_back(path, volume);
   else
-    LogWithSystemError(u"#ERROR: Failed to unmount the volume from the folder %ls. ", path);
+    LogWithSystemError(line::kMountNotTakenBack, path);
   return unmounted;
 }
 
@@ -254,7 +253,7 @@ void SharedProfileReturn::TakeBack() try {
   if (madeRoot_) created_.RemoveIfEmpty();
   for (const auto& [folder, volume] : unmounted_)
     if (!IsVolumeMountPoint(folder.c_str()) && !MountVolume(folder, volume))
-      LogWithSystemError(u"#ERROR: Failed to Mount Volume on Target Folder: %ls", folder);
+      LogWithSystemError(line::kVolumeNotMounted, folder);
   // Where a copy that is not the live one is in the way, the file keeps its other name.
   for (const Aside& old : aside_ | std::views::reverse)
     if (!IsGone(old.path) || !win32::MoveFileW(old.name.c_str(), old.path.c_str()))

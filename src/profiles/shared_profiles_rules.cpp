@@ -7,6 +7,7 @@
 #include "links/real_path.h"
 #include "links/volume_paths.h"
 #include "records/records.h"
+#include "report/lines.h"
 #include "report/log.h"
 #include "text/path_text.h"
 #include "validate/free_space.h"
@@ -21,7 +22,7 @@ bool IsApartFromHome(const std::u16string& location, const std::u16string& home)
   if (AreApart(location, home)) return true;
   // A drive's root holds the profiles folder of that drive, and much else.
   if (IsDriveRoot(location.c_str()))
-    Log(u"#ERROR: %ls - A folder is required for folder redirection. Browse to a different location.", location);
+    Log(line::kFolderRequired, location);
   else
     Log(u"#ERROR: The location %ls is the profiles folder %ls, lies in it or holds it. Browse to a different location.",
         location, home);
@@ -32,10 +33,7 @@ bool IsApartFromHome(const std::u16string& location, const std::u16string& home)
 bool IsOutsideSharedProfiles(const std::u16string& location) {
   for (const ProfileFolder which : {ProfileFolder::Default, ProfileFolder::Public}) {
     ProfileFolderValue value;
-    if (!ReadProfileFolder(which, value)) {
-      Log(u"#ERROR: Unable to read the profile list.");
-      return false;
-    }
+    if (!RequireProfileFolder(which, value)) return false;
     if (!IsReallySameOrBelow(location, value.folder)) continue;
     Log(u"#ERROR: The location %ls lies in the profile %ls. Browse to a different location.", location, value.folder);
     return false;
@@ -49,8 +47,7 @@ bool IsOutsideSystemFolders(const std::u16string& location) {
     for (std::u16string folder = path; !folder.empty(); folder = ParentPath(folder))
       if (const std::u16string name = LastComponent(folder);
           EqualPaths(name, u"$RECYCLE.BIN") || EqualPaths(name, u"System Volume Information")) {
-        Log(u"#ERROR: %ls - Cannot redirect from or to Windows system folders. Browse to a different location.",
-            location);
+        Log(line::kSystemFolder, location);
         return false;
       }
   return true;
@@ -77,12 +74,12 @@ bool IsVolumeThere(const std::u16string& folder, const std::u16string& volume) {
 
 bool IsFolderAndNoLink(const std::u16string& folder) {
   if (!DirectoryExists(folder)) {
-    Log(u"#ERROR: The specified path %ls is not a valid directory path.", folder);
+    Log(line::kNotADirectory, folder);
     return false;
   }
   // A folder on which a volume is mounted holds what the volume holds.
   if (IsVolumeMountPoint(folder.c_str()) || LinkTagAt(folder) == 0) return true;
-  Log(u"#ERROR: The folder %ls is already redirected. Browse to a different location.", folder);
+  Log(line::kRedirectedAlready, folder);
   return false;
 }
 
@@ -104,12 +101,7 @@ bool HoldsRedirectedData(const std::u16string& folder) {
 }
 
 bool IsFree(const std::u16string& folder) {
-  if (folder.size() >= kPathLengthLimit) {
-    Log(u"#ERROR: The specified path %ls exceeds the system-defined maximum length of 248 characters. Browse to a "
-        u"different location.",
-        folder);
-    return false;
-  }
+  if (!HasAllowedLength(folder)) return false;
   if (IsGone(folder)) return true;
   if (!IsFolderAndNoLink(folder)) return false;
   if (IsEmptyFolder(folder)) return true;
@@ -127,12 +119,10 @@ bool HasRoomFor(const std::vector<std::u16string>& trees, const std::u16string& 
   win32::ULARGE_INTEGER available{}, total{}, free{};
   const std::u16string place = NearestFolder(location);
   if (!win32::GetDiskFreeSpaceExW(place.c_str(), &available, &total, &free)) {
-    LogWithSystemError(u"#ERROR: Failed to obtain available free space on : %ls", place);
+    LogWithSystemError(line::kFreeSpaceUnknown, place);
     return false;
   }
   if (available.QuadPart > needed) return true;
-  Log(u"#ERROR: There is not enough free disk space on target %ls. Browse to a different location or delete one or "
-      u"more files to free disk space, and try again.",
-      location);
+  Log(line::kNotEnoughSpace, location);
   return false;
 }

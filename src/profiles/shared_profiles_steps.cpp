@@ -20,12 +20,6 @@ std::vector<ProfileFolder> ListOf(SharedProfiles which) {
   return list;
 }
 
-bool Read(ProfileFolder which, ProfileFolderValue& value) {
-  if (ReadProfileFolder(which, value)) return true;
-  Log(u"#ERROR: Unable to read the profile list.");
-  return false;
-}
-
 bool IsIn(const std::u16string& folder, const std::u16string& parent) {
   return EqualPaths(folder, JoinPath(parent, LastComponent(folder)));
 }
@@ -45,7 +39,7 @@ bool PlanCopies(SharedProfiles which, const std::u16string& location, const std:
                 CarriedAlong carried, ProfileCopies& copies) {
   for (const ProfileFolder folder : ListOf(which)) {
     ProfileFolderValue value;
-    if (!Read(folder, value)) return false;
+    if (!RequireProfileFolder(folder, value)) return false;
     if (skipThere && IsIn(value.folder, location)) {
       Log(u"#INFO: The profile %ls is there already.", value.folder);
       continue;
@@ -80,7 +74,7 @@ bool PlanReturns(SharedProfiles which, const std::u16string& home, const std::u1
   for (const ProfileFolder folder : ListOf(which)) {
     ProfileFolderValue value;
     std::optional<SharedProfileNote> note;
-    if (!Read(folder, value) || !ReadNote(folder, note)) return false;
+    if (!RequireProfileFolder(folder, value) || !ReadNote(folder, note)) return false;
     if (note && !EqualPaths(note->copy, value.folder)) note.reset();
     if (!note && IsIn(value.folder, home)) {
       Log(u"#INFO: The profile %ls is not redirected.", value.folder);

@@ -19,6 +19,7 @@
 #include "profiles/user_accounts.h"
 #include "profiles/user_hive.h"
 #include "report/console.h"
+#include "report/lines.h"
 #include "report/log.h"
 #include "report/outcome.h"
 #include "text/path_text.h"
@@ -61,8 +62,6 @@ void WarnOfModernApps(char16_t drive) {
   ConsolePrint(u"\n");  // or the first item of the copy would stand in the same line
 }
 
-void LogImagePathNotWritten() { Log(u"#ERROR: Unable to update user profile path in registry."); }
-
 // ProfileImagePath of a profile that is recorded by a volume's name. It is moved by the folder that the volume is
 // mounted on, and keeps that path when it comes home: the volume's name would then lead to an empty volume. So the
 // value gets the normal path, which names the same folder, for as long as the move takes, and for good when it
@@ -92,7 +91,7 @@ bool NormalImagePath::Write() {
   if (!IsVolumePath(profile_.folder.c_str())) return true;
   std::u16string given = profile_.folder, normal;
   if (!VolumePathToNormalPath(given, normal)) {
-    Log(u"#ERROR: Volume Path to Normal Path Conversion Failed.");
+    Log(line::kNoNormalPath);
     return false;
   }
   profile_.folder = WithoutTrailingBackslash(normal);
@@ -100,7 +99,7 @@ bool NormalImagePath::Write() {
     if (ReadProfileImagePath(profile_.sid, written_)) return true;
     RestoreProfileImagePath(profile_.sid, before_);  // the one name is as good as the other
   }
-  LogImagePathNotWritten();
+  Log(line::kProfilePathNotUpdated);
   return false;
 }
 
@@ -108,7 +107,7 @@ bool NormalImagePath::Write() {
 void NormalImagePath::TakeBack() const {
   ProfileImagePathValue now;
   if (written_.data.empty() || !ReadProfileImagePath(profile_.sid, now) || now.data != written_.data) return;
-  if (!RestoreProfileImagePath(profile_.sid, before_)) LogImagePathNotWritten();
+  if (!RestoreProfileImagePath(profile_.sid, before_)) Log(line::kProfilePathNotUpdated);
 }
 
 // Whatever lies on the profile's volume comes along when the profile leaves it, so no other profile may be there, by

@@ -6,6 +6,7 @@
 #include <limits>
 
 #include "report/console.h"
+#include "report/lines.h"
 #include "report/log.h"
 #include "text/path_text.h"
 #include "win32/handle.h"
@@ -338,6 +339,6 @@ bool UpdateRecords(const std::u16string& oldPath, const std::u16string& newPath,
         record.target, newPath);
     all = false;
   }
-  if (!all) Log(u"#ERROR: Unable to update redirected folder path in registry.");
+  if (!all) Log(line::kRecordsNotUpdated);
   return all;
 }

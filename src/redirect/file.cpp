@@ -18,17 +18,13 @@
 #include "redirect/folder_steps.h"
 #include "redirect/service_pause.h"
 #include "report/console.h"
+#include "report/lines.h"
 #include "report/log.h"
 #include "report/outcome.h"
 #include "text/path_text.h"
 #include "win32/win32.h"
 
 namespace {
-
-void LogCopyFailed(const std::u16string& source, const std::u16string& target) {
-  Log(u"#ERROR: Unable to copy file from Source = %ls and Target = %ls. Error: %d", source, target,
-      win32::GetLastError());
-}
 
 void LogMetadataFailed(const std::u16string& from, const std::u16string& to) {
   LogWithSystemError(u"#ERROR: Unable to copy times, attributes and permissions from %ls to %ls. ", from, to);
@@ -52,7 +48,12 @@ class FileRedirection {
 
   // The file is at its new place for good. What a redirection of before had led to there is somebody's only copy, more
   // of this very file, it may be, than the source held.
-  void Complete() { targetWasRecorded_ ? replaced_.Leave() : replaced_.Remove(); }
+  void Complete() {
+    if (targetWasRecorded_)
+      replaced_.Leave();
+    else
+      replaced_.Remove();
+  }
   // Everything as it was, or the log says where the file is.
   void TakeBack();
 
@@ -113,7 +114,7 @@ bool FileRedirection::LeaveLink() {
     linkMade_ = true;
     return true;
   }
-  Log(u"#ERROR: Unable to create junction for Source = %ls and Target = %ls.", places_.source, places_.realTarget);
+  Log(line::kJunctionNotCreated, places_.source, places_.realTarget);
   return false;
 }
 
@@ -131,7 +132,7 @@ bool FileRedirection::Record() {
   const bool allTold = ReadJunctionRecords(1, records_);
   if (!allTold ||
       !UpdateOtherJunctionRecords(places_.source, places_.realTarget, 1, {{}, places_.source, places_.realTarget})) {
-    Log(u"#ERROR: Unable to update redirected folder path in registry.");
+    Log(line::kRecordsNotUpdated);
     return false;
   }
   for (const JunctionRecord& record : records_)
@@ -141,8 +142,7 @@ bool FileRedirection::Record() {
     return true;
   }
   if (AddJunctionRegKey(places_.source.c_str(), places_.realTarget.c_str(), 1)) return true;
-  Log(u"#ERROR: Unable to add Junction Point to Registry for Source = %ls and Target = %ls.", places_.source,
-      places_.realTarget);
+  Log(line::kRecordNotAdded, places_.source, places_.realTarget);
   return false;
 }
 
@@ -153,10 +153,8 @@ void FileRedirection::TakeBack() {
     Log(u"#ERROR: The file stays in %ls.", places_.realTarget);
     return;
   }
-  if (linkMade_ && !RestoreJunctionRecords(records_))
-    Log(u"#ERROR: Unable to update redirected folder path in registry.");
-  if (copied_ && !RemoveFile(places_.realTarget))
-    LogWithSystemError(u"#INFO: The file %ls could not be removed. ", places_.realTarget);
+  if (linkMade_ && !RestoreJunctionRecords(records_)) Log(line::kRecordsNotUpdated);
+  if (copied_ && !RemoveFile(places_.realTarget)) LogWithSystemError(line::kFileNotRemoved, places_.realTarget);
   replaced_.PutBack();
   created_.RemoveIfEmpty();
 }
@@ -172,7 +170,7 @@ bool FileRedirection::CopyBack() {
     if (PutBack(back)) {
       // What a power failure could still take from the source stays at the target.
       if (!back.IsOnDisk()) {
-        LogWithSystemError(u"#INFO: The file %ls could not be removed. ", places_.realTarget);
+        LogWithSystemError(line::kFileNotRemoved, places_.realTarget);
         copied_ = false;
       }
       return true;
@@ -293,8 +291,7 @@ bool FileRemoval::CopyBack() {
     return false;
   }
   Log(u"#INFO: The file %ls is back in its place.", source_);
-  if (!back.IsOnDisk() || !RemoveFile(target_))
-    LogWithSystemError(u"#INFO: The file %ls could not be removed. ", target_);
+  if (!back.IsOnDisk() || !RemoveFile(target_)) LogWithSystemError(line::kFileNotRemoved, target_);
   held_.LetGo();
   return true;
 }
@@ -355,7 +352,7 @@ bool RemoveFileFromFolder(const char16_t* source, const char16_t* target, Servic
 int RedirectFile(const char16_t* source, const char16_t* target, int copyNtfsPermissions) try {
   if (!IsAdministrator()) return 1;
   if (!source || !target) {
-    Log(u"#ERROR: Target or Source path is missing.");
+    Log(line::kPathMissing);
     return 1;
   }
   ServicePause service;
@@ -369,7 +366,7 @@ int RemoveFileRedirection(const char16_t* source, const char16_t* target) try {
   Log(u"RemoveFileRedirection - ENTER");
   if (!IsAdministrator()) return 1;
   if (!source || !target) {
-    Log(u"#ERROR: Target or Source path Missing");
+    Log(line::kPathMissingForRemoval);
     return 1;
   }
   ServicePause service;

@@ -3,6 +3,7 @@
 #include "fsops/backup_copy.h"
 #include "fsops/security.h"
 #include "links/presence.h"
+#include "report/lines.h"
 #include "report/log.h"
 #include "win32/win32.h"
 
@@ -111,7 +112,7 @@ bool CopyBeside::IsOnDisk() const { return file_ && win32::FlushFileBuffers(file
 
 void CopyBeside::Remove() {
   file_.reset();
-  if (!RemoveFile(path_)) LogWithSystemError(u"#INFO: The file %ls could not be removed. ", path_);
+  if (!RemoveFile(path_)) LogWithSystemError(line::kFileNotRemoved, path_);
 }
 
 bool KeptAside::Keep() {
@@ -146,7 +147,7 @@ void KeptAside::PutBack() {
 
 void KeptAside::Remove() {
   if (aside_.empty()) return;
-  if (!RemoveFile(aside_)) LogWithSystemError(u"#INFO: The file %ls could not be removed. ", aside_);
+  if (!RemoveFile(aside_)) LogWithSystemError(line::kFileNotRemoved, aside_);
   aside_.clear();
 }
 

@@ -9,6 +9,7 @@
 #include "links/real_path.h"
 #include "probes/locked_handles.h"
 #include "redirect/file_copy.h"
+#include "report/lines.h"
 #include "report/log.h"
 #include "text/path_text.h"
 #include "validate/path_rules.h"
@@ -20,7 +21,7 @@ namespace {
 bool IsFullFilePath(const std::u16string& path) {
   if (!IsUsablePath(path)) return false;
   if (IsRelativePath(path.c_str())) {
-    Log(u"#ERROR: The selected folder %ls is a relative path. Browse to a different location", path);
+    Log(line::kRelativePath, path);
     return false;
   }
   const std::size_t drive = HasExtendedPrefix(path) ? 4 : 0;
@@ -28,7 +29,7 @@ bool IsFullFilePath(const std::u16string& path) {
   const bool driveRelative =
       path.size() >= drive + 2 && path[drive + 1] == u':' && (path.size() == drive + 2 || path[drive + 2] != u'\\');
   if (!driveRelative && path.find(u':', drive + 2) == std::u16string::npos) return true;
-  Log(u"#ERROR:Invalid path : %ls", path);
+  Log(line::kInvalidPath, path);
   return false;
 }
 
@@ -38,12 +39,6 @@ bool IsShortEnough(const std::u16string& path) {
       u"different location.",
       path);
   return false;
-}
-
-void LogSamePlace(const FilePlaces& places) {
-  Log(u"Checking source folder equals to target.\nSource: %ls Target: %ls #ERROR: Cannot redirect when Source and "
-      u"Target folder are the same. Browse to a different location.",
-      places.source, places.realTarget);
 }
 
 bool SourceIsNoLink(const FilePlaces& places) {
@@ -62,7 +57,7 @@ bool SourceIsFilePath(const std::u16string& source) {
 
 bool SourceIsNotTarget(const FilePlaces& places) {
   if (!EqualPaths(places.source, places.realTarget)) return true;
-  LogSamePlace(places);
+  Log(line::kSamePlace, places.source, places.realTarget);
   return false;
 }
 
@@ -92,9 +87,7 @@ bool AreOnNtfs(const FilePlaces& places) {
 bool TargetGrantsFullControl(const FilePlaces& places) {
   const std::u16string& asked = PathExists(places.realTarget) ? places.realTarget : places.folder;
   if (HasAccess(ImpersonatedCaller().token(), asked, kFullControl)) return true;
-  Log(u"#ERROR: The target folder %ls can not be created. Insufficient permissions. The minimum permissions "
-      u"requirement to create the target folder is full control.",
-      places.realTarget);
+  Log(line::kTargetNotPermitted, places.realTarget);
   return false;
 }
 
@@ -102,7 +95,7 @@ bool SourceHasNoLinkAbove(const std::u16string& source) {
   for (std::u16string folder = ParentPath(source); folder.find(u'\\') != std::u16string::npos;
        folder = ParentPath(folder))
     if (IsSymbolicLink(folder.c_str())) {
-      Log(u"#ERROR: The parent folder of %ls is Symbolic Link. Browse to a different location.", source);
+      Log(line::kParentIsSymbolicLink, source);
       return false;
     }
   return true;
@@ -110,27 +103,21 @@ bool SourceHasNoLinkAbove(const std::u16string& source) {
 
 bool TargetIsNotInsideSourceFolder(const FilePlaces& places) {
   if (!IsSameOrBelow(places.folder, ParentPath(places.source))) return true;
-  Log(u"Checking source folder contained in target.\nSource: %ls Target: %ls #ERROR: Cannot redirect within the same "
-      u"Source folder. Browse to a different location.",
-      places.source, places.realTarget);
+  Log(line::kInsideSource, places.source, places.realTarget);
   return false;
 }
 
 bool TargetHasRoom(const FilePlaces& places) {
   const std::optional<FileFacts> facts = FactsOf(places.source);
   if (!facts) {
-    Log(u"#ERROR: Failed to obtain size of %ls", places.source);
+    Log(line::kSizeUnknown, places.source);
     return false;
   }
-  if (!PathExists(places.realTarget))
-    Log(u"#INFO: Target %ls doesn't exists so checking free space using parent directory %ls", places.realTarget,
-        places.folder);
+  if (!PathExists(places.realTarget)) Log(line::kSpaceOfParent, places.realTarget, places.folder);
   win32::ULARGE_INTEGER available{}, total{}, free{};
   if (win32::GetDiskFreeSpaceExW(places.folder.c_str(), &available, &total, &free) && available.QuadPart > facts->size)
     return true;
-  Log(u"#ERROR: There is not enough free disk space on target %ls. Browse to a different location or delete one or "
-      u"more files to free disk space, and try again.",
-      places.realTarget);
+  Log(line::kNotEnoughSpace, places.realTarget);
   return false;
 }
 
@@ -165,6 +152,11 @@ bool IsListedAsOpen(const std::u16string& source) {
 
 }  // namespace
 
+void LogCopyFailed(const std::u16string& source, const std::u16string& target) {
+  Log(u"#ERROR: Unable to copy file from Source = %ls and Target = %ls. Error: %d", source, target,
+      win32::GetLastError());
+}
+
 FilePlaces::FilePlaces(const std::u16string& file, std::u16string targetFolder)
     : source(AsStored(file)), folder(std::move(targetFolder)), realTarget(JoinPath(folder, LastComponent(source))) {}
 
@@ -186,14 +178,12 @@ bool IsInUse(const std::u16string& source) {
 bool AreOneFile(const FilePlaces& places) {
   const std::optional<FileFacts> target = FactsOf(places.realTarget);
   if (!target) {
-    const win32::DWORD error = win32::GetLastError();
-    if (error == win32::ERROR_FILE_NOT_FOUND) return false;
-    Log(u"#ERROR: Unable to copy file from Source = %ls and Target = %ls. Error: %d", places.source, places.realTarget,
-        error);
+    if (win32::GetLastError() == win32::ERROR_FILE_NOT_FOUND) return false;
+    LogCopyFailed(places.source, places.realTarget);
     return true;
   }
   const std::optional<FileFacts> source = FactsOf(places.source);
   if (source && !source->IsSameFileAs(*target)) return false;
-  LogSamePlace(places);
+  Log(line::kSamePlace, places.source, places.realTarget);
   return true;
 }

@@ -18,6 +18,9 @@ bool MayBeRedirected(const FilePlaces& places);
 // Source and target to each other, and the access to both. The target folder exists.
 bool MayGoThere(const FilePlaces& places);
 
+// With the last error.
+void LogCopyFailed(const std::u16string& source, const std::u16string& target);
+
 // Somebody has the source open.
 bool IsInUse(const std::u16string& source);
 

@@ -27,13 +27,6 @@
 
 namespace {
 
-void LogSamePlace(const std::u16string& source, const std::u16string& target) {
-  Log(u"Checking source folder equals to target.\nSource: %ls Target: %ls #ERROR: Cannot redirect when Source and "
-      u"Target "
-      u"folder are the same. Browse to a different location.",
-      source, target);
-}
-
 // One folder on its way to its new place.
 class FolderRedirection {
  public:
@@ -71,12 +64,12 @@ class FolderRedirection {
 bool FolderRedirection::MayRedirect() const {
   if (!IsUsablePath(source_) || !IsUsablePath(target_)) return false;
   if (!FindJunctionRegKey(source_.c_str(), realTarget_.c_str(), 0).empty()) {
-    Log(u"#ERROR: Junction already exists for Source = %ls and Target = %ls.", source_, realTarget_);
+    Log(line::kJunctionExists, source_, realTarget_);
     TellIfRemovalWasCutOff(source_, realTarget_);
     return false;
   }
   if (!ValidateRedirectionPaths(source_.c_str(), target_.c_str())) {
-    Log(u"#ERROR: PreScanning failed for Source = %ls and Target = %ls.", source_, realTarget_);
+    Log(line::kPreScanningFailed, source_, realTarget_);
     TellIfRedirectionWasCutOff(source_, realTarget_);
     return false;
   }
@@ -84,23 +77,15 @@ bool FolderRedirection::MayRedirect() const {
 }
 
 bool FolderRedirection::TargetMayBeUsed() const {
-  if (realTarget_.size() >= kPathLengthLimit) {
-    Log(u"#ERROR: The specified path %ls exceeds the system-defined maximum length of 248 characters. Browse to a "
-        u"different location.",
-        realTarget_);
-    return false;
-  }
+  if (!HasAllowedLength(realTarget_)) return false;
   if (EqualPaths(source_, realTarget_)) {
-    LogSamePlace(source_, realTarget_);
+    Log(line::kSamePlace, source_, realTarget_);
     return false;
   }
   // A folder below the place that its contents go to: they would be merged into a tree that holds them, and a junction
   // to a folder above itself has no end.
   if (IsSameOrBelow(source_, realTarget_)) {
-    Log(u"Checking source folder contained in target.\nSource: %ls Target: %ls #ERROR: Cannot redirect within the same "
-        u"Source folder. "
-        u"Browse to a different location.",
-        source_, realTarget_);
+    Log(line::kInsideSource, source_, realTarget_);
     return false;
   }
   return !PathExists(realTarget_) || TargetIsPlainFolder();
@@ -109,29 +94,29 @@ bool FolderRedirection::TargetMayBeUsed() const {
 // An existing real target: a folder, no link, and not the source by another name (a short one, another letter case).
 bool FolderRedirection::TargetIsPlainFolder() const {
   if (!win32::PathIsDirectoryW(realTarget_.c_str())) {
-    Log(u"#ERROR: The specified path %ls is not a valid directory path.", realTarget_);
+    Log(line::kNotADirectory, realTarget_);
     return false;
   }
   if (LinkTagAt(realTarget_) == win32::IO_REPARSE_TAG_MOUNT_POINT || IsJunction(realTarget_.c_str())) {
-    Log(u"#ERROR: The folder %ls is already redirected. Browse to a different location.", realTarget_);
+    Log(line::kRedirectedAlready, realTarget_);
     return false;
   }
   if (IsSymbolicLink(realTarget_.c_str())) {
-    Log(u"#ERROR: The folder %ls is Symbolic Link. Browse to a different location.", realTarget_);
+    Log(line::kSymbolicLink, realTarget_);
     return false;
   }
   std::u16string finalSource, finalTarget;
   if (!GetFinalTargetPath(source_.c_str(), finalSource) || !GetFinalTargetPath(realTarget_.c_str(), finalTarget))
     return false;
   if (!IsSameOrBelow(finalSource, finalTarget)) return true;
-  LogSamePlace(source_, realTarget_);
+  Log(line::kSamePlace, source_, realTarget_);
   return false;
 }
 
 bool FolderRedirection::MakeTarget() {
   const FolderMade made = MakeFolder(realTarget_);
   if (made == FolderMade::Failed) {
-    Log(u"#ERROR: Failed To Create Target Folder: %ls", realTarget_);
+    Log(line::kTargetFolderNotCreated, realTarget_);
     created_.RemoveIfEmpty();
     return false;
   }
@@ -139,7 +124,7 @@ bool FolderRedirection::MakeTarget() {
   if (!targetStoodThere_) return true;
   // It may have come since it was looked for.
   if (!TargetIsPlainFolder()) return false;
-  SayThatTargetExists(realTarget_);
+  Say(StringId::TargetExists, realTarget_);
   return true;
 }
 
@@ -147,7 +132,7 @@ bool FolderRedirection::MoveContents() {
   if (MoveDirectoryTree(source_, realTarget_, copyNtfsPermissions_, copyShares_, 0, 0, targetStoodThere_ ? 0 : 1,
                         moved_))
     return true;
-  LogMoveFailed(source_, realTarget_);
+  Log(line::kMoveFailed, source_, realTarget_);
   RemoveTargetIfEmpty();
   return false;
 }
@@ -155,13 +140,13 @@ bool FolderRedirection::MoveContents() {
 bool FolderRedirection::LeaveJunction() {
   SaveSecurityInfo(source_, sourceSecurity_[source_]);
   if (!CreateJunction(source_.c_str(), realTarget_.c_str())) {
-    Log(u"#ERROR: Unable to create junction for Source = %ls and Target = %ls.", source_, realTarget_);
+    Log(line::kJunctionNotCreated, source_, realTarget_);
     TakeBack(false);
     return false;
   }
   // Records that could not all be read could not all be put back.
   if (!ReadJunctionRecords(0, records_)) {
-    Log(u"#ERROR: Unable to update redirected folder path in registry.");
+    Log(line::kRecordsNotUpdated);
     TakeBack(true);
     return false;
   }
@@ -171,7 +156,7 @@ bool FolderRedirection::LeaveJunction() {
     return false;
   }
   if (!AddJunctionRegKey(source_.c_str(), realTarget_.c_str(), 0)) {
-    Log(u"#ERROR: Unable to add Junction Point to Registry for Source = %ls and Target = %ls.", source_, realTarget_);
+    Log(line::kRecordNotAdded, source_, realTarget_);
     TakeBack(true);
     return false;
   }
@@ -185,10 +170,9 @@ void FolderRedirection::TakeBack(bool junctionMade) {
     Log(u"#ERROR: Unable to delete Junction. path = %ls. The files and folders stay in %ls.", source_, realTarget_);
     return;
   }
-  if (!RestoreJunctionRecords(records_)) Log(u"#ERROR: Unable to update redirected folder path in registry.");
+  if (!RestoreJunctionRecords(records_)) Log(line::kRecordsNotUpdated);
   MakeSourceAgain();
-  if (!UndoMove(moved_))
-    Log(u"#ERROR: Unable to move all files and folders back to %ls. The others stay in %ls.", source_, realTarget_);
+  if (!UndoMove(moved_)) Log(line::kOthersStay, source_, realTarget_);
   RemoveTargetIfEmpty();
 }
 
@@ -218,7 +202,7 @@ bool ToNormalPath(std::u16string& path) {
   if (!IsVolumePath(path.c_str())) return true;
   std::u16string given = path;
   if (VolumePathToNormalPath(given, path)) return true;
-  Log(u"#ERROR: Volume Path to Normal Path Conversion Failed.");
+  Log(line::kNoNormalPath);
   return false;
 }
 
@@ -227,7 +211,7 @@ bool ToNormalPath(std::u16string& path) {
 int RedirectFolder(const char16_t* source, const char16_t* target, int copyNtfsPermissions, int copyShares) try {
   if (!IsAdministrator()) return 1;
   if (!source || !target) {
-    Log(u"#ERROR: Target or Source path is missing.");
+    Log(line::kPathMissing);
     return 1;
   }
   if (IsVolumePath(source)) {
@@ -235,7 +219,7 @@ int RedirectFolder(const char16_t* source, const char16_t* target, int copyNtfsP
     return Fail(StringId::FolderRedirectionFailed);
   }
   if (IsVolumeMountPoint(source)) {
-    Log(u"#ERROR: The folder %ls is already redirected. Browse to a different location.", source);
+    Log(line::kRedirectedAlready, source);
     return Fail(StringId::FolderRedirectionFailed);
   }
   const std::u16string folder = WithoutTrailingBackslash(source);
@@ -251,7 +235,7 @@ int RemoveFolderRedirection(const char16_t* source, const char16_t* target, int 
                             int copyShares) try {
   if (!IsAdministrator()) return 1;
   if (!source || !target) {
-    Log(u"#ERROR: Target or Source path Missing");
+    Log(line::kPathMissingForRemoval);
     return 1;
   }
   std::u16string folder = source, location = target, volume;

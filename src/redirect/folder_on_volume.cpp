@@ -10,6 +10,7 @@
 #include "links/mounted_folder.h"
 #include "links/presence.h"
 #include "records/records.h"
+#include "report/console.h"
 #include "report/lines.h"
 #include "report/log.h"
 #include "text/path_text.h"
@@ -64,19 +65,14 @@ class FolderOntoVolume {
 bool FolderOntoVolume::MayRedirect() const {
   if (!IsUsablePath(source_)) return false;
   if (const std::u16string recorded = RecordedTarget(); !recorded.empty()) {
-    if (ValidateSourcePath(source_.c_str()))
-      Log(u"#ERROR: Junction already exists for Source = %ls and Target = %ls.", source_, recorded);
+    if (ValidateSourcePath(source_.c_str())) Log(line::kJunctionExists, source_, recorded);
     return false;
   }
   if (!ValidateVolumeRedirection(source_.c_str(), volume_.c_str())) {
     LogIfInterrupted();
     return false;
   }
-  if (realTarget().size() < kPathLengthLimit) return true;
-  Log(u"#ERROR: The specified path %ls exceeds the system-defined maximum length of 248 characters. Browse to a "
-      u"different location.",
-      realTarget());
-  return false;
+  return HasAllowedLength(realTarget());
 }
 
 // Empty when none is.
@@ -94,7 +90,7 @@ void FolderOntoVolume::LogIfInterrupted() const {
 // The mount folder becomes what the source is before the volume is mounted on it; the mount changes its times.
 bool FolderOntoVolume::MountBesideSource() {
   if (!mountFolder_.Make()) {
-    Log(u"#ERROR: Failed To Create Target Folder: %ls", realTarget());
+    Log(line::kTargetFolderNotCreated, realTarget());
     return false;
   }
   const bool usable = !mountFolder_.stoodThere() || IsEmptyPlainFolder(realTarget());
@@ -105,7 +101,7 @@ bool FolderOntoVolume::MountBesideSource() {
   if (usable && BackupCopyFolderItself(source_, realTarget()) && MountVolume(realTarget(), volume_) &&
       IsMountedOn(realTarget(), volume_) && CopyFileTimesAndAttributes(source_, realTarget(), true))
     return true;
-  Log(u"#ERROR: Failed to Mount Volume on Target Folder: %ls", realTarget());
+  Log(line::kVolumeNotMounted, realTarget());
   Unmount();
   return false;
 }
@@ -119,10 +115,10 @@ bool FolderOntoVolume::LendSecurity() const {
 // The mount folder exists, so this only tells that contents may be merged into what is on the volume.
 bool FolderOntoVolume::MakeTarget() {
   if (MakeFolder(realTarget()) == FolderMade::StoodThere) {
-    SayThatTargetExists(realTarget());
+    Say(StringId::TargetExists, realTarget());
     return true;
   }
-  Log(u"#ERROR: Failed To Create Target Folder: %ls", realTarget());
+  Log(line::kTargetFolderNotCreated, realTarget());
   Unmount();
   return false;
 }
@@ -131,7 +127,7 @@ bool FolderOntoVolume::MoveContents() {
   if (LendSecurity() && MoveDirectoryTree(source_, realTarget(), copyNtfsPermissions_, copyShares_, /*copyOnly=*/1, 0,
                                           /*targetIsNew=*/0, moved_))
     return true;
-  LogMoveFailed(source_, realTarget());
+  Log(line::kMoveFailed, source_, realTarget());
   TellWhatStayed();
   Unmount();
   return false;
@@ -141,7 +137,7 @@ bool FolderOntoVolume::PutInPlaceOfSource() {
   if (RemoveEmptyFolder(source_)) {
     if (Rename(realTarget(), mountFolder_.place())) return true;
   } else {
-    LogWithSystemError(u"#ERROR: Unable to remove folder %ls. ", source_);
+    LogWithSystemError(line::kFolderNotRemoved, source_);
   }
   TakeBack();
   return false;
@@ -149,7 +145,7 @@ bool FolderOntoVolume::PutInPlaceOfSource() {
 
 bool FolderOntoVolume::Record() {
   if (AddJunctionRegKey(source_.c_str(), volume_.c_str(), 0)) return true;
-  Log(u"#ERROR: Unable to add Junction Point to Registry for Source = %ls and Target = %ls.", source_, realTarget());
+  Log(line::kRecordNotAdded, source_, realTarget());
   if (Rename(source_, realTarget()))
     TakeBack();
   else
@@ -159,7 +155,7 @@ bool FolderOntoVolume::Record() {
 
 // The volume, mounted beside the source, holds the only copy.
 void FolderOntoVolume::TakeBack() {
-  if (!MakeFolderLike(mountFolder_.place(), realTarget())) Log(u"#ERROR: Failed To create directory = %ls.", source_);
+  if (!MakeFolderLike(mountFolder_.place(), realTarget())) Log(line::kDirectoryNotCreated, source_);
   if (!UndoMove(moved_)) TellWhatStayed();
   Unmount();
 }
@@ -180,8 +176,7 @@ void FolderOntoVolume::Unmount() const {
   if (IsMountedOn(realTarget(), volume_)) {
     // Emptied and filled again, the source has other times than it had.
     if (PathExists(source_)) CopyFileTimesAndAttributes(realTarget(), source_, true);
-    if (!UnmountVolume(realTarget()))
-      LogWithSystemError(u"#ERROR: Unable to unmount the volume from folder %ls. ", realTarget());
+    if (!UnmountVolume(realTarget())) LogWithSystemError(line::kVolumeNotUnmounted, realTarget());
   }
   mountFolder_.TakeAway();
 }
@@ -232,23 +227,22 @@ bool FolderFromVolume::FindRecord() {
 
 bool FolderFromVolume::MayRemove() {
   if (!PathExists(source_)) {
-    Log(u"#ERROR: Source = %ls Path Does Not Exist.", source_);
+    Log(line::kSourceDoesNotExist, source_);
     return false;
   }
   if (!FindRecord()) {
-    Log(u"#ERROR: Junction doesn't exists for Source = %ls and Target = %ls.", source_, target_);
+    Log(line::kNoJunction, source_, target_);
     if (newFolder_.IsBeingFilledFrom(volume_)) LogInterrupted(source_, newFolder_.path());
     return false;
   }
   // Contents are merged only into what an earlier removal, one that was cut off, left there.
   if (!newFolder_.IsFreeFor(volume_)) {
-    Log(u"#ERROR: The folder %ls already exists and is not empty. Rename it, and remove the redirection again.",
-        newFolder_.path());
+    Log(line::kNotEmpty, newFolder_.path());
     return false;
   }
   if (ValidateRedirectionPaths(source_.c_str(), newFolder_.path().c_str(), {.sourceIsRedirectedProfile = true}))
     return true;
-  Log(u"#ERROR: PreScanning failed for Source = %ls and Target = %ls.", source_, target_);
+  Log(line::kPreScanningFailed, source_, target_);
   return false;
 }
 
@@ -256,17 +250,17 @@ bool FolderFromVolume::MayRemove() {
 // owner and the entries, and those only if they were changed while they were what users saw of the folder.
 bool FolderFromVolume::MakeFolderBesideSource() {
   if (!newFolder_.Make()) {
-    Log(u"#ERROR: Failed To Create Target Folder: %ls", newFolder_.path());
+    Log(line::kTargetFolderNotCreated, newFolder_.path());
     return false;
   }
-  if (newFolder_.stoodThere()) SayThatTargetExists(newFolder_.path());
+  if (newFolder_.stoodThere()) Say(StringId::TargetExists, newFolder_.path());
   ownDescriptor_ = ReadDescriptor(source_);
   if (newFolder_.NoteFillingFrom(volume_) && !ownDescriptor_.empty() &&
       BackupCopyFolderItself(source_, newFolder_.path())) {
     const FolderDescriptor changed = ChangedRootSecurity(newFolder_.path(), volume_);
     if (changed.empty() || WriteDescriptor(newFolder_.path(), changed)) return true;
   }
-  LogMoveFailed(source_, newFolder_.path());
+  Log(line::kMoveFailed, source_, newFolder_.path());
   Abandon();
   return false;
 }
@@ -281,14 +275,14 @@ bool FolderFromVolume::MoveContentsBack() {
   if (MoveDirectoryTree(source_, newFolder_.path(), copyNtfsPermissions_, copyShares_, /*copyOnly=*/1, 0,
                         /*targetIsNew=*/0, moved_))
     return true;
-  LogMoveFailed(source_, newFolder_.path());
+  Log(line::kMoveFailed, source_, newFolder_.path());
   Abandon();
   return false;
 }
 
 bool FolderFromVolume::ForgetRecord() {
   if (DeleteRegKey(source_.c_str(), recordedTarget_.c_str(), 0)) return true;
-  Log(u"#ERROR: Unable to remove Junction Point from Registry for Source = %ls and Target = %ls.", source_, target_);
+  Log(line::kRecordNotRemoved, source_, target_);
   TakeBack();
   return false;
 }
@@ -306,11 +300,11 @@ bool FolderFromVolume::PutInPlaceOfMount() {
 bool FolderFromVolume::Exchange() {
   if (!CopyFileTimesAndAttributes(source_, newFolder_.path(), true)) return false;
   if (!UnmountVolume(source_)) {
-    LogWithSystemError(u"#ERROR: Unable to unmount the volume from folder %ls. ", source_);
+    LogWithSystemError(line::kVolumeNotUnmounted, source_);
     return false;
   }
   if (!RemoveEmptyFolder(source_)) {
-    LogWithSystemError(u"#ERROR: Unable to remove folder %ls. ", source_);
+    LogWithSystemError(line::kFolderNotRemoved, source_);
     return false;
   }
   return Rename(newFolder_.path(), newFolder_.place());
@@ -326,14 +320,11 @@ void FolderFromVolume::TakeBack() {
         newFolder);
     return;
   }
-  if (!CopyFileTimesAndAttributes(newFolder, source_, true))
-    Log(u"#ERROR: Unable to copy the times of folder %ls.", newFolder);
-  if (!UndoMove(moved_))
-    Log(u"#ERROR: Unable to move all files and folders back to %ls. The others stay in %ls.", source_, newFolder);
+  if (!CopyFileTimesAndAttributes(newFolder, source_, true)) Log(line::kTimesNotCopied, newFolder);
+  if (!UndoMove(moved_)) Log(line::kOthersStay, source_, newFolder);
   if (!JunctionRegKeyExists(source_.c_str(), recordedTarget_.c_str(), 0) &&
       !AddJunctionRegKey(source_.c_str(), recordedTarget_.c_str(), 0))
-    Log(u"#ERROR: Unable to add Junction Point to Registry for Source = %ls and Target = %ls.", source_,
-        recordedTarget_);
+    Log(line::kRecordNotAdded, source_, recordedTarget_);
   Abandon();
 }
 

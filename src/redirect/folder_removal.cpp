@@ -64,7 +64,7 @@ std::u16string FolderRemoval::RecordedTarget(const std::u16string& source, std::
 bool FolderRemoval::MayRemove() const {
   if (!AreThere(source_, target_)) return false;
   if (!JunctionRegKeyExists(source_.c_str(), target_.c_str(), 0)) {
-    Log(u"#ERROR: Junction doesn't exists for Source = %ls and Target = %ls.", source_, target_);
+    Log(line::kNoJunction, source_, target_);
     return false;
   }
   return true;
@@ -72,7 +72,7 @@ bool FolderRemoval::MayRemove() const {
 
 bool FolderRemoval::TakeJunctionAway() {
   if (!GetJunctionTarget(source_.c_str(), junctionTarget_)) {
-    Log(u"#ERROR: Unable to get Junction Target Path.");
+    Log(line::kJunctionTargetUnknown);
     TellIfRemovalWasCutOff(source_, target_);
     return false;
   }
@@ -85,14 +85,14 @@ bool FolderRemoval::TakeJunctionAway() {
 
 bool FolderRemoval::MoveContentsBack() {
   if (!ValidateRedirectionPaths(target_.c_str(), source_.c_str(), {.sourceIsRedirectedProfile = true})) {
-    Log(u"#ERROR: PreScanning failed for Source = %ls and Target = %ls.", source_, target_);
+    Log(line::kPreScanningFailed, source_, target_);
     PutJunctionBack();
     return false;
   }
   // What stood in the junction's place is an empty folder that only kept the place: the target's root comes back as
   // well.
   if (!MoveDirectoryTree(target_, source_, copyNtfsPermissions_, copyShares_, 0, 0, 1, moved_)) {
-    LogMoveFailed(source_, target_);
+    Log(line::kMoveFailed, source_, target_);
     PutJunctionBack();
     return false;
   }
@@ -101,11 +101,11 @@ bool FolderRemoval::MoveContentsBack() {
 
 bool FolderRemoval::ForgetRecord() {
   if (!DeleteRegKey(source_.c_str(), target_.c_str(), 0)) {
-    Log(u"#ERROR: Unable to remove Junction Point from Registry for Source = %ls and Target = %ls.", source_, target_);
+    Log(line::kRecordNotRemoved, source_, target_);
     if (UndoMove(moved_))
       PutJunctionBack();
     else
-      Log(u"#ERROR: Unable to move all files and folders back to %ls. The others stay in %ls.", target_, source_);
+      Log(line::kOthersStay, target_, source_);
     return false;
   }
   return true;
@@ -125,7 +125,7 @@ bool FolderRemoval::UpdateNested() const {
   note(records);
   for (const auto& [junction, contents] : junctions)
     if (!LeadBack(junction)) {
-      Log(u"#ERROR: Unable to create junction for Source = %ls and Target = %ls.", junction, contents);
+      Log(line::kJunctionNotCreated, junction, contents);
       all = false;
     }
   return all;
@@ -155,7 +155,7 @@ void FolderRemoval::RemoveEmptyTarget() const {
 // through another one.
 void FolderRemoval::PutJunctionBack() const {
   if (!CreateJunction(source_.c_str(), junctionTarget_.c_str()))
-    Log(u"#ERROR: Unable to create junction for Source = %ls and Target = %ls.", source_, junctionTarget_);
+    Log(line::kJunctionNotCreated, source_, junctionTarget_);
 }
 
 }  // namespace

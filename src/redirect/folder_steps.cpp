@@ -3,6 +3,7 @@
 #include "fsops/backup_copy.h"
 #include "links/junction.h"
 #include "links/presence.h"
+#include "report/lines.h"
 #include "report/log.h"
 #include "text/path_text.h"
 #include "win32/win32.h"
@@ -15,7 +16,7 @@ constexpr std::u16string_view kSeeManual = u"See \"After a power failure, folder
 
 bool AreThere(const std::u16string& source, const std::u16string& target) {
   if (!PathExists(source)) {
-    Log(u"#ERROR: Source = %ls Path Does Not Exist.", source);
+    Log(line::kSourceDoesNotExist, source);
     return false;
   }
   if (PathExists(target)) return true;
@@ -40,8 +41,7 @@ void TellIfRedirectionWasCutOff(const std::u16string& source, const std::u16stri
   for (const JunctionRecord& record : SaveJunctionRecords(0))
     if (EqualPaths(record.source, source)) return;
   Log(u"#INFO: The folder %ls is a junction to %ls, but no redirection is recorded: it was cut off at its very end. "
-      u"All "
-      u"files and folders are in the second folder; nothing has been changed now. To go on, put an empty folder in the "
-      u"junction's place (rmdir, mkdir) and run the redirection again. %ls",
+      u"All files and folders are in the second folder; nothing has been changed now. To go on, put an empty folder in "
+      u"the junction's place (rmdir, mkdir) and run the redirection again. %ls",
       source, target, kSeeManual);
 }

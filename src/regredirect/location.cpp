@@ -12,6 +12,7 @@
 #include "probes/rimehold_status.h"
 #include "probes/services.h"
 #include "regredirect/registry_data.h"
+#include "report/lines.h"
 #include "report/log.h"
 #include "report/outcome.h"
 #include "text/path_text.h"
@@ -30,7 +31,7 @@ class VolumeOnFolder {
   ~VolumeOnFolder() {
     if (kept_ || folder_.empty()) return;
     if (mounted_ && !UnmountVolume(folder_))
-      LogWithSystemError(u"#ERROR: Failed to unmount the volume from the folder %ls. ", folder_);
+      LogWithSystemError(line::kMountNotTakenBack, folder_);
     else
       created_.RemoveIfEmpty();
   }
@@ -45,11 +46,11 @@ class VolumeOnFolder {
     folder_ = folder;
     const auto result = static_cast<win32::DWORD>(win32::SHCreateDirectoryExW(nullptr, folder_.c_str(), nullptr));
     if (result != win32::ERROR_SUCCESS && result != win32::ERROR_ALREADY_EXISTS && result != win32::ERROR_FILE_EXISTS) {
-      Log(u"#ERROR: Failed To Create Target Folder: %ls", folder_);
+      Log(line::kTargetFolderNotCreated, folder_);
       return false;
     }
     mounted_ = MountVolume(folder_, volume);
-    if (!mounted_) Log(u"#ERROR: Failed to Mount Volume on Target Folder: %ls", folder_);
+    if (!mounted_) Log(line::kVolumeNotMounted, folder_);
     return mounted_;
   }
   void Keep() { kept_ = true; }
@@ -69,7 +70,7 @@ bool Set(const std::u16string& location, CQBConfig& config, std::u16string& oldL
   int status = 0;
   if (!config.Init()) return false;
   if (!config.GetOutDir(status, oldLocation)) {
-    Log(u"#ERROR: Unable to get Registry Redirect Location from config file.");
+    Log(line::kConfigLacksRegistryLocation);
     return false;
   }
   if (status != 0) {
@@ -104,7 +105,7 @@ Removal Remove(CQBConfig& config, std::u16string& oldLocation) {
   };
   std::u16string profileStatus;
   if (!config.Init() || !config.GetUserProfileRedirection(nullptr, &profileStatus, nullptr))
-    return fail(u"#ERROR: Failed to obtain profile information from config file.");
+    return fail(line::kConfigLacksProfiles);
   if (profileStatus == u"1") {
     Log(u"#ERROR: Redirect new user profile redirection is enabled.");
     return Removal::ProfilesNeedIt;

@@ -9,6 +9,7 @@
 #include "configuration/service_config.h"
 #include "probes/privileges.h"
 #include "probes/services.h"
+#include "report/lines.h"
 #include "report/log.h"
 #include "report/outcome.h"
 #include "text/path_text.h"
@@ -79,7 +80,7 @@ bool Remove(CQBConfig& config, const std::u16string& name) {
   }
   if (EqualPaths(name, kProfileListKey)) {
     if (!config.GetUserProfileRedirection(nullptr, &profileStatus, nullptr)) {
-      Log(u"#ERROR: Failed to obtain profile information from config file.");
+      Log(line::kConfigLacksProfiles);
       return false;
     }
     if (profileStatus == u"1") {

@@ -5,6 +5,7 @@
 
 #include "links/mounted_folder.h"
 #include "links/presence.h"
+#include "report/lines.h"
 #include "report/log.h"
 #include "text/path_text.h"
 #include "validate/path_rules.h"
@@ -44,7 +45,7 @@ bool MeasureTree(const FolderTree& tree, std::uint64_t& bytes) {
 std::u16string WhereToLook(const char16_t* target) {
   std::u16string parent;
   if (PathExists(target) || !GetParentDirPath(target, parent)) return target;
-  Log(u"#INFO: Target %ls doesn't exists so checking free space using parent directory %ls", target, parent);
+  Log(line::kSpaceOfParent, target, parent);
   return FolderForm(parent);
 }
 
@@ -52,7 +53,7 @@ std::u16string WhereToLook(const char16_t* target) {
 
 bool MeasureSource(const FolderTree& source, std::uint64_t& bytes) {
   if (IsVolume(source.path()) ? MeasureVolume(source.path(), bytes) : MeasureTree(source, bytes)) return true;
-  Log(u"#ERROR: Failed to obtain size of %ls", source.path());
+  Log(line::kSizeUnknown, source.path());
   return false;
 }
 
@@ -67,15 +68,13 @@ int HasEnoughFreeSpace(const FolderTree& source, const char16_t* target) try {
   const std::u16string place = WhereToLook(target);
   Space space;  // for an ordinary folder that Windows cannot answer for, nothing counts as free
   if (!DiskSpace(place, space) && IsVolume(place.c_str())) {
-    Log(u"#ERROR: Failed to obtain available free space on : %ls", place);
+    Log(line::kFreeSpaceUnknown, place);
     return 0;
   }
   if (space.available > needed) return 1;
   std::u16string name = target;
   IsVolumeMountPoint(target, &name);
-  Log(u"#ERROR: There is not enough free disk space on target %ls. Browse to a different location or delete one or "
-      u"more files to free disk space, and try again.",
-      name);
+  Log(line::kNotEnoughSpace, name);
   return 0;
 } catch (const std::exception&) {
   return 0;

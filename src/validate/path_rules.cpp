@@ -9,6 +9,7 @@
 #include "links/mounted_folder.h"
 #include "links/real_path.h"
 #include "report/console.h"
+#include "report/lines.h"
 #include "report/log.h"
 #include "text/path_text.h"
 #include "win32/win32.h"
@@ -123,21 +124,27 @@ bool IsOnFixedOrRemovableDrive(const char16_t* path) {
 bool IsUsablePath(const std::u16string& path) {
   // With "..", the last component would not be the folder's name, and a folder inside another would not look like it.
   if (HasDotComponents(path)) {
-    Log(u"#ERROR: The selected folder %ls is a relative path. Browse to a different location", path);
+    Log(line::kRelativePath, path);
     return false;
   }
   // Windows itself would take the odd parts away, but not from the path that a junction holds: it would lead nowhere.
   if (!IsPlainPath(path)) {
-    Log(u"#ERROR:Invalid path : %ls", path);
+    Log(line::kInvalidPath, path);
     return false;
   }
   return true;
 }
 
+bool HasAllowedLength(const std::u16string& path) {
+  if (path.size() < kPathLengthLimit) return true;
+  Log(line::kPathTooLong, path);
+  return false;
+}
+
 bool IsOrdinaryPath(const std::u16string& path) {
   for (const char16_t* const prefix : {u"\\\\?\\", u"\\\\.\\", u"\\??\\"})
     if (path.starts_with(prefix)) {
-      Log(u"#ERROR:Invalid path : %ls", path);
+      Log(line::kInvalidPath, path);
       return false;
     }
   return IsUsablePath(path);
@@ -177,7 +184,7 @@ int IsSystemFolder(const char16_t* path, const SystemFolderOptions& options) try
   const std::u16string programsX86 = SpecialFolder(win32::CSIDL_PROGRAM_FILESX86);
   const std::u16string name = PlainName(path);
   if (Contains(name, system) || Is(name, windows) || Is(name, programs) || Is(name, programsX86)) {
-    Log(u"#ERROR: %ls - Cannot redirect from or to Windows system folders. Browse to a different location.", path);
+    Log(line::kSystemFolder, path);
     return 1;
   }
   const bool belowWindows = Contains(name, windows);

@@ -6,6 +6,7 @@
 
 #include "fsops/security.h"
 #include "probes/locked_handles.h"
+#include "report/lines.h"
 #include "report/log.h"
 #include "text/path_text.h"
 #include "win32/win32.h"
@@ -99,7 +100,7 @@ int PreScanSource(const FolderTree& source, const char16_t* target, const PreSca
   }
   const TreeListing* const listing = source.GetAndLog();
   if (!listing) {
-    Log(u"#ERROR: Unable to get list of files for path = %ls.", source.path());
+    Log(line::kNoListing, source.path());
     return 0;
   }
   if (!options.checkLocks) return PreScanListing(*listing, nullptr, options.allowSpecialCase);

@@ -7,6 +7,7 @@
 #include "links/junction.h"
 #include "links/presence.h"
 #include "links/real_path.h"
+#include "report/lines.h"
 #include "report/log.h"
 #include "text/path_text.h"
 #include "validate/free_space.h"
@@ -16,9 +17,6 @@
 namespace {
 
 using PathLine = FormatFor<const char16_t*>;
-
-constexpr PathLine kIsRedirected = u"#ERROR: The folder %ls is already redirected. Browse to a different location.";
-constexpr PathLine kIsSymbolicLink = u"#ERROR: The folder %ls is Symbolic Link. Browse to a different location.";
 
 // Asks about each folder above the path, the nearest first, to the drive's root; true as soon as one answers yes. A
 // path that ends with a backslash is asked about itself first.
@@ -65,23 +63,23 @@ class Relations {
   void SourceIsNoLink() {
     sourceIsJunction_ = IsRedirected(source_);
     sourceIsLink_ = sourceIsJunction_ || (!profile_ && IsSymbolicLink(source_));
-    if (sourceIsLink_) Refuse(sourceIsJunction_ ? kIsRedirected : kIsSymbolicLink, source_);
+    if (sourceIsJunction_)
+      Refuse(line::kRedirectedAlready, source_);
+    else if (sourceIsLink_)
+      Refuse(line::kSymbolicLink, source_);
   }
 
   void TargetIsNoLink() {
     const bool comesBack = options_.sourceIsRedirectedProfile;
     targetIsJunction_ = IsJunction(target_, {.excludeMountedVolume = !comesBack && options_.excludeMountedVolume}) != 0;
     targetIsSymbolicLink_ = !targetIsJunction_ && !comesBack && IsSymbolicLink(target_);
-    if (targetIsJunction_) Refuse(kIsRedirected, target_);
-    if (targetIsSymbolicLink_) Refuse(kIsSymbolicLink, target_);
+    if (targetIsJunction_) Refuse(line::kRedirectedAlready, target_);
+    if (targetIsSymbolicLink_) Refuse(line::kSymbolicLink, target_);
   }
 
   void RequireFullControl(const std::u16string& folder) {
     if (HasAccess(ImpersonatedCaller().token(), FolderForm(folder), kFullControl)) return;
-    Refuse(
-        u"#ERROR: The target folder %ls can not be created. Insufficient permissions. The minimum permissions "
-        u"requirement to create the target folder is full control.",
-        target_);
+    Refuse(line::kTargetNotPermitted, target_);
   }
 
   // First what it takes to make the target, then what it takes to fill it. For a target that does not exist both fall
@@ -103,24 +101,20 @@ class Relations {
       Refuse(u"#ERROR: The parent folder of %ls is already redirected. Browse to a different location.", path);
     if (profile_) return;
     if (AnyAncestor(path, [](const std::u16string& folder) { return IsSymbolicLink(folder.c_str()) != 0; }))
-      Refuse(u"#ERROR: The parent folder of %ls is Symbolic Link. Browse to a different location.", path);
+      Refuse(line::kParentIsSymbolicLink, path);
   }
 
   // A backslash at the end of the source makes it no other folder. A junction may stand where its contents go back to.
   void SourceIsNotTarget() {
     areSame_ = EqualPaths(source_, target_) || (hasSource_ && EqualPaths(Cleaned(source_), target_));
     if (!areSame_ || sourceIsJunction_) return;
-    Log(u"Checking source folder equals to target.\nSource: %ls Target: %ls #ERROR: Cannot redirect when Source and "
-        u"Target folder are the same. Browse to a different location.",
-        source_, target_);
+    Log(line::kSamePlace, source_, target_);
     result_ = 0;
   }
 
   void TargetIsNotInsideSource() {
     if (*target_ == u'\0' || (!IsInsideByName() && !IsInsideInTruth())) return;
-    Log(u"Checking source folder contained in target.\nSource: %ls Target: %ls #ERROR: Cannot redirect within the same "
-        u"Source folder. Browse to a different location.",
-        source_, target_);
+    Log(line::kInsideSource, source_, target_);
     result_ = 0;
   }
 

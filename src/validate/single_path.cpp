@@ -3,6 +3,7 @@
 #include <string_view>
 
 #include "links/presence.h"
+#include "report/lines.h"
 #include "report/log.h"
 #include "validate/validate.h"
 #include "win32/win32.h"
@@ -13,8 +14,6 @@ using PathLine = FormatFor<const char16_t*>;
 
 constexpr PathLine kNetworkPath =
     u"#ERROR: The selected folder %ls is a UNC path representing a network resource. Browse to a different location.";
-constexpr PathLine kRelativePath =
-    u"#ERROR: The selected folder %ls is a relative path. Browse to a different location";
 
 bool IsNotDriveRelative(const char16_t* path) {
   const std::u16string_view text = path;
@@ -26,7 +25,7 @@ void LogWhyThereIsNoDrive(const char16_t* path) {
   if (win32::PathIsUNCW(path))
     Log(kNetworkPath, path);
   else if (win32::PathGetDriveNumberW(path) < 0 && IsRelativePath(path))
-    Log(kRelativePath, path);
+    Log(line::kRelativePath, path);
 }
 
 bool IsNotDriveRoot(const char16_t* path) { return !IsDriveRoot(path); }
@@ -62,18 +61,15 @@ struct PathRule {
 constexpr PathRule kRules[] = {
     {[](const char16_t* path) { return PathExists(path); }, Of::Existing,
      u"#ERROR: The selected folder %ls does not exist.", true},
-    {IsNotDriveRelative, Of::Every, u"#ERROR:Invalid path : %ls"},
+    {IsNotDriveRelative, Of::Every, line::kInvalidPath},
     {DriveExists, Of::Every, u"#ERROR: %ls - The specified drive does not exists.", false, LogWhyThereIsNoDrive},
-    {IsNotDriveRoot, Of::ExistingFolder,
-     u"#ERROR: %ls - A folder is required for folder redirection. Browse to a different location."},
+    {IsNotDriveRoot, Of::ExistingFolder, line::kFolderRequired},
     {IsOnNtfs, Of::Every, u"#ERROR: Folder %ls must be on NTFS formatted volume. Browse to a different location."},
     {IsNotNetworkPath, Of::Every, kNetworkPath},
-    {IsDirectory, Of::Existing, u"#ERROR: The specified path %ls is not a valid directory path."},
-    {IsDirectoryOrFree, Of::New, u"#ERROR: The specified path %ls is not a valid directory path."},
-    {IsShortEnough, Of::Every,
-     u"#ERROR: The specified path %ls exceeds the system-defined maximum length of 248 characters. Browse to a "
-     u"different location."},
-    {IsNotRelative, Of::Every, kRelativePath},
+    {IsDirectory, Of::Existing, line::kNotADirectory},
+    {IsDirectoryOrFree, Of::New, line::kNotADirectory},
+    {IsShortEnough, Of::Every, line::kPathTooLong},
+    {IsNotRelative, Of::Every, line::kRelativePath},
     {IsOnFixedOrRemovableDrive, Of::Every,
      u"#ERROR: Folder %ls must be on fixed or removable drive. Browse to a different location."},
 };
@@ -107,7 +103,7 @@ bool Applies(Of paths, const TargetPathOptions& options) {
 // The rules about Windows' own folders come last, and only for a path that must be there.
 int ValidateTargetPath(const char16_t* path, const TargetPathOptions& options) try {
   if (!path) {
-    Log(u"#ERROR: Input path missing.");
+    Log(line::kInputPathMissing);
     return 0;
   }
   for (const PathRule& rule : kRules)

@@ -76,8 +76,7 @@ constexpr Message kSystem[] = {
     {1004, u"Invalid flags.\r\n"},
     {1005,
      u"The volume does not contain a recognized file system.\r\nPlease make sure that all required file system drivers "
-     u"are loaded "
-     u"and that the volume is not corrupted.\r\n"},
+     u"are loaded and that the volume is not corrupted.\r\n"},
     {1008, u"An attempt was made to reference a token that does not exist.\r\n"},
     {1010, u"The configuration registry key is invalid.\r\n"},
     {1018, u"Illegal operation attempted on a registry key that has been marked for deletion.\r\n"},
