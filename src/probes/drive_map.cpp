@@ -1,7 +1,6 @@
 #include "probes/drive_map.h"
 
 #include <array>
-#include <string_view>
 
 #include "text/path_text.h"
 #include "win32/system.h"
@@ -25,13 +24,4 @@ int DriveMap::GetFsFileName(const std::u16string& devicePath, std::u16string& pa
     }
   win32::OutputDebugStringW(u"\n GetFsFileName Failed.... :( \n");
   return 0;
-}
-
-std::u16string DriveMap::WithDeviceName(const std::u16string& nativeName) const {
-  constexpr std::u16string_view kDosDevices = u"\\??\\";
-  for (const auto& [letter, device] : devices_) {
-    const std::u16string drive = std::u16string(kDosDevices) + letter + u":";
-    if (IsSameOrBelow(nativeName, drive)) return device + nativeName.substr(drive.size());
-  }
-  return nativeName;
 }

@@ -14,9 +14,6 @@ class DriveMap {
   // device.
   int GetFsFileName(const std::u16string& devicePath, std::u16string& path) const;
 
-  // Wine names files by their drives ("\??\C:\Users") where Windows names the device: the same with the device's name.
-  std::u16string WithDeviceName(const std::u16string& nativeName) const;
-
  private:
   std::vector<std::pair<char16_t, std::u16string>> devices_;
 };

@@ -29,6 +29,17 @@ bool QueryTable(SystemMemory& table) {
   return table.data() && query();
 }
 
+bool IsFile(const HandleRecord& record) {
+  // Handles of this kind cannot be asked about before Windows 2000.
+  constexpr win32::DWORD kFirstSafeVersion = 5, kUnsafeProcess = 2;
+  constexpr win32::BYTE kUnsafeType = 0x10;
+  if (INtDll::Get().majorVersion < kFirstSafeVersion && record.processId == kUnsafeProcess &&
+      record.typeNumber == kUnsafeType)
+    return false;
+  std::u16string typeName;
+  return GetObjectTypeName(HandleOf(record), record.processId, typeName) && typeName == u"File";
+}
+
 }  // namespace
 
 bool HandleList::Read() {
@@ -43,20 +54,7 @@ bool HandleList::Read() {
   for (std::size_t index = 0; index < count; ++index) {
     HandleRecord record;
     std::memcpy(&record, table.data() + kFirst + index * sizeof record, sizeof record);
-    if (Passes(record)) handles_.push_back(record);
+    if (IsFile(record)) handles_.push_back(record);
   }
   return true;
-}
-
-bool HandleList::Passes(const HandleRecord& record) const {
-  // Handles of this kind cannot be asked about before Windows 2000.
-  constexpr win32::DWORD kFirstSafeVersion = 5, kUnsafeProcess = 2;
-  constexpr win32::BYTE kUnsafeType = 0x10;
-  if (INtDll::Get().majorVersion < kFirstSafeVersion && record.processId == kUnsafeProcess &&
-      record.typeNumber == kUnsafeType)
-    return false;
-  if (filter_.processId != HandleFilter::kEveryProcess && record.processId != filter_.processId) return false;
-  if (!filter_.byType) return true;
-  std::u16string typeName;
-  return GetObjectTypeName(HandleOf(record), record.processId, typeName) && typeName == filter_.typeName;
 }

@@ -1,7 +1,6 @@
-// The system's handle table, or what a filter lets through of it.
+// The handles of files in the system's handle table.
 #pragma once
 
-#include <string>
 #include <vector>
 
 #include "win32/ntdll.h"
@@ -19,26 +18,14 @@ struct HandleRecord {
 };
 static_assert(sizeof(HandleRecord) == 24);
 
-struct HandleFilter {
-  static constexpr win32::DWORD kEveryProcess = 0xFFFFFFFF;
-  win32::DWORD processId = kEveryProcess;
-  bool byType = true;
-  std::u16string typeName = u"File";
-};
-
 class HandleList {
  public:
-  explicit HandleList(HandleFilter filter) : filter_(std::move(filter)) {}
-
   // Reads the table. False when INtDll is not bound or the table cannot be had, which is tried twice: with 8,192 bytes,
   // then with 256 more than the system asked for.
   bool Read();
-  // The handles that passed the filter, in the table's order.
+  // Those of every process, in the table's order.
   const std::vector<HandleRecord>& handles() const { return handles_; }
 
  private:
-  bool Passes(const HandleRecord& record) const;
-
-  const HandleFilter filter_;
   std::vector<HandleRecord> handles_;
 };

@@ -93,7 +93,7 @@ constexpr win32::NTSTATUS kNoAnswer = static_cast<win32::NTSTATUS>(0xC0000001); 
 struct NameQuery {
   enum State { NotYetAsked, Asking, Answered, GivenUp };
 
-  NameQuery(win32::HANDLE handle, bool alsoNative) : file(handle), native(alsoNative) {}
+  explicit NameQuery(win32::HANDLE handle) : file(handle) {}
 
   // On the thread. Where the caller has given up, the thread must not reach its end any more: exiting, it would hold
   // the loader's lock, which nobody would give back if it were ended there.
@@ -102,26 +102,16 @@ struct NameQuery {
     if (!state.compare_exchange_strong(expected, Asking)) return;  // given up before it was asked; nobody ends it
     status = askFile(file, &io, nameInVolume.data(), Size(nameInVolume), win32::FileNameInformation);
     // The volume's own name answered, so the full one will, too. It is as long, but for the device in front.
-    if (native && status == win32::STATUS_SUCCESS)
+    if (status == win32::STATUS_SUCCESS)
       nativeStatus = askObject(file, win32::ObjectNameInformation, nativeName.data(), Size(nativeName), nullptr);
     expected = Asking;
     if (state.compare_exchange_strong(expected, Answered)) return;
     for (;;) win32::Sleep(win32::INFINITE);
   }
 
-  std::u16string NameInVolume() const {
-    win32::DWORD length = 0;
-    std::memcpy(&length, nameInVolume.data(), sizeof length);
-    constexpr std::size_t kBegin = offsetof(win32::FILE_NAME_INFORMATION, FileName);
-    std::u16string name(std::min<std::size_t>(length, nameInVolume.size() - kBegin) / sizeof(char16_t), u'\0');
-    std::memcpy(name.data(), nameInVolume.data() + kBegin, name.size() * sizeof(char16_t));
-    return name;
-  }
-
   const win32::NtQueryInformationFileFunction askFile = INtDll::Get().NtQueryInformationFile;
   const win32::NtQueryObjectFunction askObject = INtDll::Get().NtQueryObject;
   const win32::HANDLE file;
-  const bool native;
   std::atomic<int> state = NotYetAsked;
   win32::NTSTATUS status = kNoAnswer, nativeStatus = kNoAnswer;
   win32::IO_STATUS_BLOCK io{};
@@ -168,7 +158,7 @@ bool WaitForAnswers(win32::HANDLE thread, NameQuery& query) {
 // A query is not freed while a thread, or the system on its behalf, may still write to it.
 class SharedQuery {
  public:
-  SharedQuery(win32::HANDLE file, bool native) : query_(new NameQuery(file, native)) {}
+  explicit SharedQuery(win32::HANDLE file) : query_(new NameQuery(file)) {}
   SharedQuery(const SharedQuery&) = delete;
   SharedQuery& operator=(const SharedQuery&) = delete;
   ~SharedQuery() {
@@ -215,18 +205,12 @@ int GetObjectTypeNumber(const std::u16string& typeName, int& number) {
 }
 
 int GetObjectName(win32::HANDLE handle, int typeNumber, std::u16string& name, win32::DWORD processId) {
+  if (typeNumber == kFileType) return GetFileObjectName(handle, name, processId);
   name.clear();
   const INtDll& ntDll = INtDll::Get();
   if (!ntDll.IsBound()) return 0;
   const OwnHandle own(handle, processId);
   if (!own.get()) return 0;
-  if (typeNumber == kFileType) {
-    SharedQuery query(own.get(), true);
-    if (!query.Run()) return 1;
-    if (query->status != win32::STATUS_SUCCESS || !win32::NT_SUCCESS(query->nativeStatus)) return 0;
-    name = TextAt(query->nativeName.data());
-    return 1;
-  }
   if (typeNumber == kProcessType) {
     win32::PROCESS_BASIC_INFORMATION basic{};
     if (!win32::NT_SUCCESS(
@@ -245,9 +229,9 @@ int GetFileObjectName(win32::HANDLE handle, std::u16string& name, win32::DWORD p
   if (!handle || processId == 0) return 1;
   const OwnHandle own(handle, processId);
   if (!own.get()) return 0;
-  SharedQuery query(own.get(), false);
+  SharedQuery query(own.get());
   if (!query.Run()) return 1;
-  if (query->status != win32::STATUS_SUCCESS) return 0;
-  name = query->NameInVolume();
+  if (query->status != win32::STATUS_SUCCESS || !win32::NT_SUCCESS(query->nativeStatus)) return 0;
+  name = TextAt(query->nativeName.data());
   return 1;
 }

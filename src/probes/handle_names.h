@@ -20,9 +20,9 @@ int GetObjectTypeNumber(const std::u16string& typeName, int& number);
 // which is ended after 100 ms; the handle then has an empty name and is asked nothing more. Where Windows starts no
 // thread within 5 seconds, both throw std::runtime_error: no further handle is worth asking.
 
-// The object's full native name ("\Device\HarddiskVolume3\Users\a\file.txt"), of a process "PID: 0x1C8". Empty for an
-// object without a name. A file is asked for its name within the volume first: that tells whether it answers.
+// The object's full native name, of a process "PID: 0x1C8". Empty for an object without a name.
 int GetObjectName(win32::HANDLE handle, int typeNumber, std::u16string& name, win32::DWORD processId);
 
-// The name of a file within its volume ("\Users\a\file.txt"). Empty, too, for a null handle and process 0.
+// The same of a file ("\Device\HarddiskVolume3\Users\a\file.txt"). Empty, too, for a null handle and process 0. The
+// file is asked for its name within the volume first: that tells whether it answers.
 int GetFileObjectName(win32::HANDLE handle, std::u16string& name, win32::DWORD processId);

@@ -17,8 +17,6 @@ namespace {
 
 void Trace(const char16_t* text) { win32::OutputDebugStringW(text); }
 
-std::u16string lastLockingProcess;
-
 constexpr const char16_t* kNoPath = u"***_Invalid_Path_***";  // the name of nothing
 
 std::u16string QueryPath(const char16_t* path) {
@@ -50,15 +48,14 @@ class Walk {
   bool HasRoom() const { return locked_.count < LockedPaths::kCapacity; }
 
   void Examine(const HandleRecord& record) {
-    const std::u16string process = processes_.ImageName(record.processId);
     constexpr win32::DWORD kWindowsNT4 = 4;
-    if (INtDll::Get().majorVersion == kWindowsNT4 && EqualPaths(process, u"services.exe")) return;
+    if (INtDll::Get().majorVersion == kWindowsNT4 &&
+        EqualPaths(processes_.ImageName(record.processId), u"services.exe"))
+      return;
     std::u16string name, path;
     if (!GetObjectName(HandleOf(record), fileType_, name, record.processId) || name.empty()) return;
-    name = drives_.WithDeviceName(name);
     if (!IsOnKnownDevice(name) || !drives_.GetFsFileName(name, path)) return;
     if (!IsSameOrBelow(path, firstPath_) && !IsSameOrBelow(path, secondPath_)) return;
-    lastLockingProcess = process;
     Record(path);
   }
 
@@ -81,7 +78,7 @@ class Walk {
   const int fileType_ = FileType();
   const DriveMap drives_;
   SystemProcessInformation processes_;
-  HandleList handles_{HandleFilter{}};
+  HandleList handles_;
 };
 
 win32::LONG ExceptionHandler(win32::DWORD code) {
@@ -105,7 +102,9 @@ win32::LONG ExceptionHandler(win32::DWORD code) {
   return win32::EXCEPTION_EXECUTE_HANDLER;
 }
 
-// The walk's buffers belong to `walk`, outside of the call that an exception may end.
+// What an exception ends is left without its destructors. The snapshot of the processes and the list of handles belong
+// to `walk` and are freed; the handle table while it is read, a duplicated handle and a question for a name stay until
+// the program ends.
 void GetLockedFilesList(Walk& walk) {
   Trace(u"\n Inside unmanaged GetLockedFilesList()");
   if (!win32::CallWithExceptionFilter([](void* context) { static_cast<Walk*>(context)->Run(); }, &walk,
@@ -119,7 +118,6 @@ void GetLockedFilesList(Walk& walk) {
 int GetLockedFilesAndFoldersList(const char16_t* firstPath, const char16_t* secondPath, LockedPaths& locked) {
   Trace(u"\n Start of unmanaged GetLockedFilesAndFoldersList()");
   locked.count = 0;
-  lastLockingProcess.clear();
   try {
     Trace(u"\n Unmanaged GetLockedFilesAndFoldersList():: Before GetLockedFilesList()");
     Walk walk(firstPath, secondPath, locked);
@@ -132,5 +130,3 @@ int GetLockedFilesAndFoldersList(const char16_t* firstPath, const char16_t* seco
   Trace(u"\n End of unmanaged GetLockedFilesAndFoldersList()");
   return 0;
 }
-
-const std::u16string& LastLockingProcess() { return lastLockingProcess; }

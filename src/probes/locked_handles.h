@@ -5,7 +5,6 @@
 
 #include <cstddef>
 #include <memory>
-#include <string>
 
 // Room for the answer, made once for a scan: 1,000 paths of 2,048 characters each, terminator included.
 struct LockedPaths {
@@ -21,7 +20,3 @@ struct LockedPaths {
 // Fills in the open files and folders at or below the two paths (either may be null), as drive-letter paths in the
 // order of the handle table, no more than there is room for. Always answers 0.
 int GetLockedFilesAndFoldersList(const char16_t* firstPath, const char16_t* secondPath, LockedPaths& locked);
-
-// The image name of the process that held the last path of the last walk; empty when it was not in the snapshot of the
-// processes.
-const std::u16string& LastLockingProcess();

@@ -12,8 +12,6 @@ class INtDll {
   // Looks the entry points up unless that has succeeded before. False when one is missing: none is to be called then.
   bool Bind();
   bool IsBound() const { return bound_; }
-  // As at the start of the process.
-  void Unbind() { *this = INtDll(); }
 
   win32::NtQuerySystemInformationFunction NtQuerySystemInformation = nullptr;
   win32::NtQueryObjectFunction NtQueryObject = nullptr;

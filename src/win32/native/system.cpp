@@ -2,6 +2,8 @@
 
 #include <bit>
 
+#include "win32/native/wine.h"
+
 #include "win32/native/cast.h"
 
 #include <objbase.h>
@@ -116,7 +118,8 @@ BOOL FreeLibrary(HMODULE hLibModule) { return ::FreeLibrary(Module(hLibModule));
 FARPROC GetProcAddress(HMODULE hModule, const char* lpProcName) {
   // Windows' type for "some function" returns INT_PTR, ours nothing: neither is the function's own, which the caller
   // names.
-  return std::bit_cast<FARPROC>(::GetProcAddress(Module(hModule), lpProcName));
+  return native::AsOnWindows(hModule, lpProcName,
+                             std::bit_cast<FARPROC>(::GetProcAddress(Module(hModule), lpProcName)));
 }
 
 HRSRC FindResourceW(HMODULE hModule, const char16_t* lpName, const char16_t* lpType) {
