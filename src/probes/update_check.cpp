@@ -131,8 +131,6 @@ int AskServer() {
 
 }  // namespace
 
-const char16_t* UpdateServer() { return kServer; }
-
 int CheckForUpdate(std::u16string& message) {
   int result = kFailed;
   try {

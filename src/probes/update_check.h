@@ -6,6 +6,3 @@
 // Asks the update server. 0: this is the latest version; 1: there is a newer one; 2: the check failed, for whatever
 // reason. The message says which. Waits as long as the system's time-outs let it.
 int CheckForUpdate(std::u16string& message);
-
-// The server that is asked (the build's QBC_UPDATE_HOST).
-const char16_t* UpdateServer();

@@ -20,6 +20,7 @@
 #include "report/lines.h"
 #include "report/log.h"
 #include "text/path_text.h"
+#include "validate/free_space.h"
 #include "win32/win32.h"
 
 namespace {
@@ -154,9 +155,8 @@ bool SharedProfileReturn::SetAside() {
 
 // For all that comes back beside all that it replaces.
 bool SharedProfileReturn::HasRoomForBoth() const {
-  win32::ULARGE_INTEGER available{}, total{}, free{};
-  return !win32::GetDiskFreeSpaceExW(original().c_str(), &available, &total, &free) ||
-         available.QuadPart > listing_.TotalSize();
+  const std::optional<std::uint64_t> available = AvailableBytes(original());
+  return !available || *available > listing_.TotalSize();
 }
 
 // The copy holds what is live. An old file that is no newer goes before that comes, though a failure cannot bring it

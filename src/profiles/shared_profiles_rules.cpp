@@ -116,13 +116,13 @@ bool HasRoomFor(const std::vector<std::u16string>& trees, const std::u16string& 
     if (!MeasureSource(tree.c_str(), bytes)) return false;
     needed += bytes;
   }
-  win32::ULARGE_INTEGER available{}, total{}, free{};
   const std::u16string place = NearestFolder(location);
-  if (!win32::GetDiskFreeSpaceExW(place.c_str(), &available, &total, &free)) {
+  const std::optional<std::uint64_t> available = AvailableBytes(place);
+  if (!available) {
     LogWithSystemError(line::kFreeSpaceUnknown, place);
     return false;
   }
-  if (available.QuadPart > needed) return true;
+  if (*available > needed) return true;
   Log(line::kNotEnoughSpace, location);
   return false;
 }

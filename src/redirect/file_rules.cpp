@@ -12,7 +12,9 @@
 #include "report/lines.h"
 #include "report/log.h"
 #include "text/path_text.h"
+#include "validate/free_space.h"
 #include "validate/path_rules.h"
+#include "validate/relations.h"
 #include "win32/win32.h"
 
 namespace {
@@ -86,9 +88,7 @@ bool AreOnNtfs(const FilePlaces& places) {
 // The relations of source and target. All rules are tried, so that the log tells everything that is wrong.
 bool TargetGrantsFullControl(const FilePlaces& places) {
   const std::u16string& asked = PathExists(places.realTarget) ? places.realTarget : places.folder;
-  if (HasAccess(ImpersonatedCaller().token(), asked, kFullControl)) return true;
-  Log(line::kTargetNotPermitted, places.realTarget);
-  return false;
+  return GrantsFullControl(asked, places.realTarget.c_str());
 }
 
 bool SourceHasNoLinkAbove(const std::u16string& source) {
@@ -114,9 +114,8 @@ bool TargetHasRoom(const FilePlaces& places) {
     return false;
   }
   if (!PathExists(places.realTarget)) Log(line::kSpaceOfParent, places.realTarget, places.folder);
-  win32::ULARGE_INTEGER available{}, total{}, free{};
-  if (win32::GetDiskFreeSpaceExW(places.folder.c_str(), &available, &total, &free) && available.QuadPart > facts->size)
-    return true;
+  const std::optional<std::uint64_t> available = AvailableBytes(places.folder);
+  if (available && *available > facts->size) return true;
   Log(line::kNotEnoughSpace, places.realTarget);
   return false;
 }

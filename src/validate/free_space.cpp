@@ -13,25 +13,12 @@
 
 namespace {
 
-struct Space {
-  std::uint64_t available = 0;  // to the caller
-  std::uint64_t total = 0;
-  std::uint64_t free = 0;
-};
-
-bool DiskSpace(const std::u16string& path, Space& space) {
-  win32::ULARGE_INTEGER available{}, total{}, free{};
-  if (!win32::GetDiskFreeSpaceExW(path.c_str(), &available, &total, &free)) return false;
-  space = {available.QuadPart, total.QuadPart, free.QuadPart};
-  return true;
-}
-
 bool IsVolume(const char16_t* path) { return IsVolumeMountPoint(path) || IsVolumePath(path); }
 
 bool MeasureVolume(const char16_t* path, std::uint64_t& bytes) {
-  Space space;
-  if (!DiskSpace(path, space)) return false;
-  bytes = space.total - space.free;
+  win32::ULARGE_INTEGER total{}, free{};
+  if (!win32::GetDiskFreeSpaceExW(path, nullptr, &total, &free)) return false;
+  bytes = total.QuadPart - free.QuadPart;
   return true;
 }
 
@@ -51,6 +38,12 @@ std::u16string WhereToLook(const char16_t* target) {
 
 }  // namespace
 
+std::optional<std::uint64_t> AvailableBytes(const std::u16string& folder) {
+  win32::ULARGE_INTEGER available{};
+  if (!win32::GetDiskFreeSpaceExW(folder.c_str(), &available, nullptr, nullptr)) return std::nullopt;
+  return available.QuadPart;
+}
+
 bool MeasureSource(const FolderTree& source, std::uint64_t& bytes) {
   if (IsVolume(source.path()) ? MeasureVolume(source.path(), bytes) : MeasureTree(source, bytes)) return true;
   Log(line::kSizeUnknown, source.path());
@@ -66,12 +59,12 @@ int HasEnoughFreeSpace(const FolderTree& source, const char16_t* target) try {
   if (!MeasureSource(source, needed)) return 0;
 
   const std::u16string place = WhereToLook(target);
-  Space space;  // for an ordinary folder that Windows cannot answer for, nothing counts as free
-  if (!DiskSpace(place, space) && IsVolume(place.c_str())) {
+  const std::optional<std::uint64_t> available = AvailableBytes(place);
+  if (!available && IsVolume(place.c_str())) {
     Log(line::kFreeSpaceUnknown, place);
     return 0;
   }
-  if (space.available > needed) return 1;
+  if (available && *available > needed) return 1;
   std::u16string name = target;
   IsVolumeMountPoint(target, &name);
   Log(line::kNotEnoughSpace, name);

@@ -2,12 +2,17 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 
 #include "fsops/file_list.h"
 
 // 1 when the volume of the target (of the folder above it, when it does not exist) has more free bytes than the source
 // needs. 0 is logged.
 int HasEnoughFreeSpace(const FolderTree& source, const char16_t* target);
+
+// The bytes that the caller may still fill where the folder is. Nothing when Windows does not tell; the last error says
+// why.
+std::optional<std::uint64_t> AvailableBytes(const std::u16string& folder);
 
 // The bytes that the source takes: of the files below it, or of its volume when it is one. False (logged) when they
 // cannot be told.

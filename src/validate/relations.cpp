@@ -78,8 +78,7 @@ class Relations {
   }
 
   void RequireFullControl(const std::u16string& folder) {
-    if (HasAccess(ImpersonatedCaller().token(), FolderForm(folder), kFullControl)) return;
-    Refuse(line::kTargetNotPermitted, target_);
+    if (!GrantsFullControl(folder, target_)) result_ = 0;
   }
 
   // First what it takes to make the target, then what it takes to fill it. For a target that does not exist both fall
@@ -163,4 +162,10 @@ int CheckPathRelations(const FolderTree& source, const char16_t* target, const R
   return Relations(source, target, options).Check();
 } catch (const std::exception&) {
   return 0;
+}
+
+bool GrantsFullControl(const std::u16string& folder, const char16_t* target) {
+  if (HasAccess(ImpersonatedCaller().token(), FolderForm(folder), kFullControl)) return true;
+  Log(line::kTargetNotPermitted, target);
+  return false;
 }

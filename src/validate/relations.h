@@ -13,3 +13,7 @@ struct RelationOptions {
 };
 // 1 when source and target may stand in a redirection to each other.
 int CheckPathRelations(const FolderTree& source, const char16_t* target, const RelationOptions& options);
+
+// May the user do everything in the folder, so that the target can be made there or filled? A refusal has its line in
+// the log.
+bool GrantsFullControl(const std::u16string& folder, const char16_t* target);

@@ -104,8 +104,8 @@ bool VolumeExists(const char16_t* volume) {
 bool HasRoomFor(const FolderTree& source, const char16_t* volume) {
   std::uint64_t size = 0;
   if (!MeasureSource(source, size)) return false;
-  win32::ULARGE_INTEGER available{};
-  if (win32::GetDiskFreeSpaceExW(volume, &available, nullptr, nullptr) && size <= available.QuadPart) return true;
+  const std::optional<std::uint64_t> available = AvailableBytes(volume);
+  if (available && size <= *available) return true;
   Log(u"#ERROR: Volume %ls doesn't have enough free disk space.", volume);
   return false;
 }

@@ -73,7 +73,7 @@ TEST_F(UpdateCheck, SendsTheDocumentAsTheServerKnowsIt) {
   EXPECT_EQ(server.Bodies()[0], Utf16Bytes(expected));
 
   const std::string head = server.Heads()[0];
-  const std::string host = emulated::Utf8(UpdateServer());
+  const std::string host = emulated::Utf8(QBC_UPDATE_HOST);
   EXPECT_TRUE(head.starts_with("POST http://" + host + "/CheckFileXml.aspx HTTP/1.1\r\n")) << head;
   for (const std::string& line : {"Host: " + host, std::string("User-Agent: Update Agent"),
                                   std::string("Content-Type: text/html; charset=utf-16"),
