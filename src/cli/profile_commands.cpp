@@ -4,7 +4,7 @@
 
 #include "cli/invocation.h"
 #include "links/mounted_folder.h"
-#include "probes/media_sharing.h"
+#include "probes/service_pause.h"
 #include "profiles/automatic.h"
 #include "profiles/profile_listing.h"
 #include "profiles/shared_profiles.h"
@@ -70,7 +70,8 @@ bool AutoParametersAreInvalid(const Invocation& invocation) {
 }
 
 int RunRemoval(const Invocation& invocation) {
-  const MediaSharingPause pause;
+  ServicePause mediaSharing(ServicePause::kMediaSharing);
+  mediaSharing.Begin();
   if (invocation.line.arguments.empty()) return RemoveAutoRedirection();
   Log(u"Remove Auto redirect newly created user profiles is not successful.\nUsage:\n");
   return SayUsage(StringId::AutoRedirectUPName, StringId::AutoRedirectUPUsage);
@@ -85,7 +86,8 @@ int RunSetting(const Invocation& invocation) {
   }
   int result = 0;
   {
-    const MediaSharingPause pause;
+    ServicePause mediaSharing(ServicePause::kMediaSharing);
+    mediaSharing.Begin();
     result = SetAutoRedirection(location, !invocation.table.vistaOrLater || invocation.line.Has(kBothProfiles));
   }
   win32::OutputDebugStringW(u"After AutoRedirectNewUserProfile");
@@ -112,7 +114,8 @@ int RunRedirectUP(const Invocation& invocation) {
   if (!NamesDefaultOrPublic(invocation))
     return RedirectUserProfile(invocation.line.arguments.front().c_str(), location, invocation.CopyNtfsPermissions(),
                                invocation.CopyShares(), 0);
-  const MediaSharingPause pause;
+  ServicePause mediaSharing(ServicePause::kMediaSharing);
+  mediaSharing.Begin();
   return RedirectSharedProfiles(NamedProfiles(invocation), location, invocation.CopyNtfsPermissions(),
                                 invocation.CopyShares());
 }
@@ -123,7 +126,8 @@ int RunRedirectUPDefault(const Invocation& invocation) {
   if (!NamesDefaultOrPublic(invocation))
     return RedirectUserProfileToDefault(invocation.line.arguments.front().c_str(), invocation.CopyNtfsPermissions(),
                                         invocation.CopyShares());
-  const MediaSharingPause pause;
+  ServicePause mediaSharing(ServicePause::kMediaSharing);
+  mediaSharing.Begin();
   return RedirectSharedProfilesToDefault(NamedProfiles(invocation), invocation.CopyNtfsPermissions(),
                                          invocation.CopyShares());
 }

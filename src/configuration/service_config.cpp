@@ -53,13 +53,6 @@ win32::HRESULT ReadKeyName(const win32::XmlNode& element, std::u16string& baseKe
   return read == win32::S_OK ? ReadChildText(element, u"RegKeyPath", keyPath) : read;
 }
 
-// The path below the hive of a full key name; false for a name of another hive or of none.
-bool SplitKeyName(const std::u16string& name, std::u16string& keyPath) {
-  if (!StartsWithPath(name, std::u16string(kBaseKey) + u'\\')) return false;
-  keyPath = name.substr(kBaseKey.size() + 1);
-  return true;
-}
-
 bool IsBelow(const std::u16string& name, const std::u16string& key) { return StartsWithPath(name, key + u'\\'); }
 
 // A name that no other backup file has; empty when none can be made.
@@ -74,17 +67,15 @@ std::u16string NewBackupFileName() {
 
 }  // namespace
 
+bool SplitKeyName(const std::u16string& name, std::u16string& keyPath) {
+  if (!StartsWithPath(name, std::u16string(kBaseKey) + u'\\')) return false;
+  keyPath = name.substr(kBaseKey.size() + 1);
+  return true;
+}
+
 CQBConfig::CQBConfig() : CQBConfig(std::u16string_view()) { GetConfigFilePath(path_); }
 
-CQBConfig::CQBConfig(std::u16string_view path) : path_(path) {
-  const win32::HRESULT result = win32::CoInitializeEx(nullptr, win32::COINIT_APARTMENTTHREADED);
-  comInitialized_ = result == win32::S_OK || result == win32::S_FALSE;
-}
-
-CQBConfig::~CQBConfig() {
-  Close();  // while COM is there
-  if (comInitialized_) win32::CoUninitialize();
-}
+CQBConfig::CQBConfig(std::u16string_view path) : path_(path) {}
 
 void CQBConfig::Close() {
   path_.clear();
@@ -122,6 +113,10 @@ int CQBConfig::Init() try {
   }
   return ReadContent();
 } catch (const std::exception&) {
+  return 0;
+}
+
+int CQBConfig::Load() try { return !document_ && Parse() ? ReadContent() : 0; } catch (const std::exception&) {
   return 0;
 }
 
@@ -175,8 +170,7 @@ int CQBConfig::CreateDefaultConfig(const std::u16string& path) {
 // Puts into the default that has just been written what only this machine knows.
 int CQBConfig::CompleteDefaultConfig(const std::u16string& path, const std::u16string& profiles) {
   CQBConfig config{std::u16string_view(path)};
-  if (!config.Parse() || !config.ReadContent()) return 0;
-  if (!config.SetUserProfileRedirection(nullptr, nullptr, profiles.c_str())) return 0;
+  if (!config.Load() || !config.SetUserProfileRedirection(nullptr, nullptr, profiles.c_str())) return 0;
   if (config.Save()) return 1;
   LogWithSystemError(u"CQBConfig::Save: failed to save config file:\n");
   return 0;
@@ -191,18 +185,36 @@ int CQBConfig::Save() try {
   return 0;
 }
 
+bool CQBConfig::ReadOutDirStatus(win32::XmlNode& section, std::u16string& status) const {
+  return FindChild(root_, kOutDir, section) && GetChildText(section, u"Status", status);
+}
+
 int CQBConfig::IsOutDirEnabled() const try {
   win32::XmlNode section;
   std::u16string status;
-  return FindChild(root_, kOutDir, section) && GetChildText(section, u"Status", status) && status == u"1" ? 1 : 0;
+  return ReadOutDirStatus(section, status) && status == u"1" ? 1 : 0;
 } catch (const std::exception&) {
   return 0;
+}
+
+bool CQBConfig::TellsOutDir() const try {
+  win32::XmlNode section;
+  std::u16string status;
+  return ReadOutDirStatus(section, status);
+} catch (const std::exception&) {
+  return false;
+}
+
+bool CQBConfig::IsOutDirSet() const {
+  int status = 0;
+  std::u16string location;
+  return GetOutDir(status, location) && status != 0;
 }
 
 int CQBConfig::GetOutDir(int& status, std::u16string& baseDir, std::u16string* type, std::u16string* subDir) const try {
   win32::XmlNode section;
   std::u16string text;
-  if (!FindChild(root_, kOutDir, section) || !GetChildText(section, u"Status", text)) return 0;
+  if (!ReadOutDirStatus(section, text)) return 0;
   const int order = text.compare(u"0");
   status = order == 0 ? 0 : order < 0 ? -1 : 1;
   if (!GetChildText(section, u"BaseDir", baseDir)) return 0;
@@ -295,6 +307,10 @@ int CQBConfig::RemoveElements(const std::u16string& keyPath) {
     result = 1;
   }
   return result;
+}
+
+bool CQBConfig::IsMonitored(const std::u16string& name) const {
+  return std::ranges::any_of(monitoredKeys_, [&](const std::u16string& key) { return EqualPaths(key, name); });
 }
 
 int CQBConfig::GetChildKeys(const std::u16string& name, std::vector<std::u16string>& children) const try {

@@ -14,7 +14,12 @@
 #include <string_view>
 #include <vector>
 
+#include "win32/handle.h"
 #include "win32/xml.h"
+
+// The path of a key below its hive; false when its name does not begin with "HKEY_LOCAL_MACHINE\" (in any case of
+// letters).
+bool SplitKeyName(const std::u16string& name, std::u16string& keyPath);
 
 // One loaded copy of the file. Operations answer 1 for success and 0 for failure, and fail on an object that is not
 // loaded. An element that an operation needs and the file lacks makes it fail; only AddRegKey creates elements.
@@ -22,23 +27,27 @@ class CQBConfig {
  public:
   // Initialises COM for the thread and finds the file; without the service its path stays empty.
   CQBConfig();
-  ~CQBConfig();
   CQBConfig(const CQBConfig&) = delete;
   CQBConfig& operator=(const CQBConfig&) = delete;
 
   // Loads the file; a missing or unreadable one is first replaced by the default (logged). 0 on an object that is
   // loaded already, which stays as it is.
   int Init();
+  // Init for a look alone: nothing is put in place of a file that is missing or cannot be read, and nothing logged.
+  int Load();
   // Writes the document to the file, in place. A failure (not logged) leaves the last error of the call that failed;
   // docs/service-config.md says what the file holds then.
   int Save();
   // Forgets the path and the document.
   void Close();
-  bool IsLoaded() const { return loaded_ != 0; }
   const std::u16string& path() const { return path_; }
 
   // 1 when a registry redirection location is set (`OutDir/Status` is exactly "1").
   int IsOutDirEnabled() const;
+  // Is there the text that IsOutDirEnabled looks at?
+  bool TellsOutDir() const;
+  // GetOutDir's status for those who do not ask where: it can be read, and is not 0.
+  bool IsOutDirSet() const;
   // status: 0 when the text is "0", otherwise -1 or 1, as the text compares with it. type, subDir: may be null. Stops
   // at the first element that is missing.
   int GetOutDir(int& status, std::u16string& baseDir, std::u16string* type = nullptr,
@@ -62,6 +71,7 @@ class CQBConfig {
   // Logs a name that is not in the list.
   int RemoveRegKey(const std::u16string& name);
   // Appends the monitored keys below `name`; 1 when there is one.
+  bool IsMonitored(const std::u16string& name) const;  // letter case does not count
   int GetChildKeys(const std::u16string& name, std::vector<std::u16string>& children) const;
   // 1 when `name` lies below a monitored key, which `parent` (may be null) receives.
   int HasParentKey(const std::u16string& name, std::u16string* parent = nullptr) const;
@@ -75,12 +85,13 @@ class CQBConfig {
 
   static int CreateDefaultConfig(const std::u16string& path);
   static int CompleteDefaultConfig(const std::u16string& path, const std::u16string& profiles);
+  bool ReadOutDirStatus(win32::XmlNode& section, std::u16string& status) const;
   int Parse();
   int ReadContent();
   int ReadMonitoredKeys();
   int RemoveElements(const std::u16string& keyPath);
 
-  bool comInitialized_ = false;
+  const win32::ComApartment apartment_;  // outlives what follows
   int loaded_ = 0;
   std::u16string path_;
   std::vector<std::u16string> monitoredKeys_;

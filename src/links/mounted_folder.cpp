@@ -9,6 +9,8 @@
 
 namespace {
 
+constexpr std::u16string_view kVolumeStart = u"\\\\?\\Volume{";
+
 // As the mount manager's calls want it.
 std::u16string WithTrailingBackslash(std::u16string path) {
   if (path.empty() || path.back() != u'\\') path += u'\\';
@@ -17,10 +19,9 @@ std::u16string WithTrailingBackslash(std::u16string path) {
 
 }  // namespace
 
-bool IsVolumePath(const char16_t* path) {
-  constexpr std::u16string_view kStart = u"\\\\?\\Volume{";
-  return path && StartsWithPath(path, kStart);
-}
+bool IsVolumePath(const char16_t* path) { return path && StartsWithPath(path, kVolumeStart); }
+
+bool IsExactVolumePath(std::u16string_view path) { return path.starts_with(kVolumeStart); }
 
 int IsVolumeMountPoint(const char16_t* folder, std::u16string* volumeName) try {
   if (!folder) return 0;

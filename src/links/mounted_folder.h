@@ -2,9 +2,12 @@
 #pragma once
 
 #include <string>
+#include <string_view>
 
-// The path names a volume by its GUID: it begins with "\\?\Volume{".
+// The path names a volume by its GUID: it begins with "\\?\Volume{", in any case of letters.
 bool IsVolumePath(const char16_t* path);
+// The same to the letter, for who takes every other spelling for a folder.
+bool IsExactVolumePath(std::u16string_view path);
 
 // 1 when a volume is mounted on the folder; its name ("\\?\Volume{...}\") then goes to volumeName (when given). A path
 // of fewer than 4 characters, a drive's root, never is.

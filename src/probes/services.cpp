@@ -70,6 +70,12 @@ bool ControlServiceAndWait(const char16_t* name, win32::DWORD code) {
   return win32::GetLastError() == win32::ERROR_SUCCESS;
 }
 
+bool StopServiceIfRunning(const char16_t* name) {
+  if (!IsServiceRunning(name)) return false;
+  ControlServiceAndWait(name, win32::SERVICE_CONTROL_STOP);
+  return true;
+}
+
 bool StartQuillbayService() {
   const OpenedService opened = Open(kQuillbayService, win32::SC_MANAGER_ALL_ACCESS, win32::SERVICE_ALL_ACCESS);
   if (!opened || !SetStartType(opened.service, win32::SERVICE_AUTO_START)) return false;
@@ -98,4 +104,9 @@ bool DisableQuillbayService() {
   }
   Log(u"Service disabled successfully.\n");
   return true;
+}
+
+void RetireQuillbayService() {
+  DisableQuillbayService();
+  ControlServiceAndWait(kQuillbayService, win32::SERVICE_CONTROL_STOP);
 }

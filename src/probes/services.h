@@ -14,9 +14,14 @@ bool IsServiceRunning(const char16_t* name);
 // stopping. True when no call left an error: a service that is running already is not "started".
 bool ControlServiceAndWait(const char16_t* name, win32::DWORD code);
 
+// Stops the service if it runs. Answers whether it did.
+bool StopServiceIfRunning(const char16_t* name);
+
 // Sets the product's service to automatic start, starts it and waits up to a minute. True when it left the
 // start-pending state.
 bool StartQuillbayService();
 
 // Sets the product's service to manual start; it is neither stopped nor disabled. Logs the outcome.
 bool DisableQuillbayService();
+// The same, and stops it: there is no work for it any more.
+void RetireQuillbayService();

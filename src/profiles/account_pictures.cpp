@@ -109,9 +109,7 @@ bool SendRecord(const Record& record) {
 
 bool IsRegistryLocationSet() {
   CQBConfig config;
-  int status = 0;
-  std::u16string location;
-  return config.Init() && config.GetOutDir(status, location) && status != 0;
+  return config.Init() && config.IsOutDirSet();
 }
 
 // It is started again only where it has work to do: registry data are redirected.

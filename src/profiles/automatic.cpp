@@ -62,11 +62,6 @@ void TellIfProfilesGoElsewhere() {
         note->location);
 }
 
-bool IsMonitored(const CQBConfig& config) {
-  return std::ranges::any_of(config.MonitoredKeys(),
-                             [](const std::u16string& key) { return EqualPaths(key, kProfileListKey); });
-}
-
 // What new accounts leave in the profile list must survive as their profiles do. Finds what the configuration lacks for
 // that, which is then ours.
 bool FindWhatIsMissing(const CQBConfig& config, NewProfilesNote& note) {
@@ -77,7 +72,7 @@ bool FindWhatIsMissing(const CQBConfig& config, NewProfilesNote& note) {
     return false;
   }
   note.setsRegistryLocation = status == 0;
-  note.monitorsProfileList = !IsMonitored(config) && !config.HasParentKey(kProfileListKey);
+  note.monitorsProfileList = !config.IsMonitored(kProfileListKey) && !config.HasParentKey(kProfileListKey);
   return true;
 }
 
@@ -246,7 +241,7 @@ bool Removal::BringBack() {
 bool Removal::EraseSection(const std::u16string& home) {
   int status = 0;
   std::u16string registryLocation;
-  const bool leavesKey = note_ && note_->monitorsProfileList && IsMonitored(config_);
+  const bool leavesKey = note_ && note_->monitorsProfileList && config_.IsMonitored(kProfileListKey);
   if (config_.SetUserProfileRedirection(u"0", u"", home.c_str()) &&
       (!leavesKey || config_.RemoveRegKey(kProfileListKey)) && config_.GetOutDir(status, registryLocation)) {
     leavesRegistryLocation_ = note_ && note_->setsRegistryLocation && status != 0 &&

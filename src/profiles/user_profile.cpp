@@ -10,7 +10,7 @@
 #include "links/volume_paths.h"
 #include "probes/keelroom.h"
 #include "probes/privileges.h"
-#include "probes/services.h"
+#include "probes/service_pause.h"
 #include "probes/windows_version.h"
 #include "profiles/keelroom_rule.h"
 #include "profiles/profile_folders.h"
@@ -25,21 +25,6 @@
 #include "text/path_text.h"
 
 namespace {
-
-// Media sharing is stopped while a profile is examined; one that ran before runs again afterwards.
-class MediaSharingAsFound {
- public:
-  MediaSharingAsFound() : wasRunning_(IsServiceRunning(kMediaSharingService)) {}
-  ~MediaSharingAsFound() {
-    if (wasRunning_ && !IsServiceRunning(kMediaSharingService))
-      ControlServiceAndWait(kMediaSharingService, kStartService);
-  }
-  MediaSharingAsFound(const MediaSharingAsFound&) = delete;
-  MediaSharingAsFound& operator=(const MediaSharingAsFound&) = delete;
-
- private:
-  const bool wasRunning_;
-};
 
 bool HasModernApps() {
   const int version = GetWindowsVersionCode();
@@ -165,7 +150,8 @@ int RedirectUserProfile(const char16_t* user, const char16_t* target, int copyNt
     WarnOfModernApps(*target);
   }
   UnloadForgottenHive();
-  const MediaSharingAsFound mediaSharing;
+  ServicePause mediaSharing(ServicePause::kMediaSharing);
+  mediaSharing.Expect();  // it is stopped when the profile is examined
   UserProfile profile;
   if (!FindProfile(user, profile)) return Fail(StringId::ProfileRedirectionFailed);
   NormalImagePath imagePath(profile);

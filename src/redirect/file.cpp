@@ -12,11 +12,12 @@
 #include "links/link_data.h"
 #include "links/presence.h"
 #include "probes/privileges.h"
+#include "probes/service_pause.h"
 #include "records/records.h"
 #include "redirect/file_copy.h"
 #include "redirect/file_rules.h"
 #include "redirect/folder_steps.h"
-#include "redirect/service_pause.h"
+#include "redirect/idle_service.h"
 #include "report/console.h"
 #include "report/lines.h"
 #include "report/log.h"
@@ -355,7 +356,7 @@ int RedirectFile(const char16_t* source, const char16_t* target, int copyNtfsPer
     Log(line::kPathMissing);
     return 1;
   }
-  ServicePause service;
+  ServicePause service(ServicePause::kQuillbay);
   return RedirectFileToFolder({source, target}, copyNtfsPermissions, service) ? Succeed(StringId::FileRedirected)
                                                                               : Fail(StringId::FileRedirectionFailed);
 } catch (const std::exception&) {
@@ -369,7 +370,7 @@ int RemoveFileRedirection(const char16_t* source, const char16_t* target) try {
     Log(line::kPathMissingForRemoval);
     return 1;
   }
-  ServicePause service;
+  ServicePause service(ServicePause::kQuillbay);
   const int result = RemoveFileFromFolder(source, target, service) ? Succeed(StringId::FileRemovalDone)
                                                                    : Fail(StringId::FileRemovalFailed);
   service.End();

@@ -62,9 +62,6 @@ class VolumeOnFolder {
   bool mounted_ = false, kept_ = false;
 };
 
-// "\\?\Volume{", to the letter.
-bool NamesVolume(std::u16string_view location) { return location.starts_with(u"\\\\?\\Volume{"); }
-
 // Everything up to the saved file. The location that was recorded before goes to `oldLocation`.
 bool Set(const std::u16string& location, CQBConfig& config, std::u16string& oldLocation) {
   int status = 0;
@@ -78,7 +75,7 @@ bool Set(const std::u16string& location, CQBConfig& config, std::u16string& oldL
     return false;
   }
   VolumeOnFolder mount;
-  const bool onVolume = NamesVolume(location);
+  const bool onVolume = IsExactVolumePath(location);
   if (onVolume && !mount.Mount(location)) return false;
   const std::u16string& folder = onVolume ? mount.folder() : location;
   constexpr TargetPathOptions kOptions{
@@ -136,8 +133,7 @@ int SetRegKeyLocation(const char16_t* location) try {
 
 void LeaveRegKeyLocation(const std::u16string& location) {
   if (IsOwnMountFolder(location) && UnmountVolume(location)) RemoveEmptyFolder(location);
-  DisableQuillbayService();
-  ControlServiceAndWait(kQuillbayService, win32::SERVICE_CONTROL_STOP);
+  RetireQuillbayService();
   CleanRegistryData(location);
 }
 

@@ -33,7 +33,9 @@ std::vector<std::u16string> DataFiles(const std::u16string& folder) {
 }
 
 // Whoever may write to the location could put a link there that leads to other people's files. While this is held the
-// folder is neither renamed nor made a link: that would need to open it for writing or for deletion.
+// folder is neither renamed nor deleted, and nobody opens it for FILE_WRITE_DATA. Sharing does not keep off a handle
+// with FILE_WRITE_ATTRIBUTES alone, by which a folder is made a link as well; what keeps that off is that Windows
+// refuses it for a folder with contents. Who may also delete all that is in it is not held off.
 win32::UniqueFile HoldPlainFolder(const std::u16string& folder) {
   win32::UniqueFile held{win32::CreateFileW(
       ExtendedPath(folder).c_str(), win32::GENERIC_READ, win32::FILE_SHARE_READ, nullptr, win32::OPEN_EXISTING,

@@ -22,19 +22,14 @@ int SayAddingFailed(const std::u16string& name) {
                       : SayFailure(StringId::RegKeyFailed, name, LogPath());
 }
 
-bool IsMonitored(const CQBConfig& config, const std::u16string& name) {
-  return std::ranges::any_of(config.MonitoredKeys(), [&](const std::u16string& key) { return EqualPaths(key, name); });
-}
-
 // May the key join those that the file lists?
 bool MayBeAdded(const CQBConfig& config, const std::u16string& name) {
-  int status = 0;
-  std::u16string location, parent;
-  if (!config.GetOutDir(status, location) || status == 0) {
+  std::u16string parent;
+  if (!config.IsOutDirSet()) {
     Log(u"#ERROR: redirect location not set (redirection disabled).");
     return false;
   }
-  if (IsMonitored(config, name)) {
+  if (config.IsMonitored(name)) {
     Log(u"#ERROR: Registry key already present in list.");
     return false;
   }
@@ -72,9 +67,8 @@ bool Add(CQBConfig& config, const std::u16string& name) {
 
 bool Remove(CQBConfig& config, const std::u16string& name) {
   if (!config.Init()) return false;
-  int status = 0;
-  std::u16string location, profileStatus;
-  if (!config.GetOutDir(status, location) || status == 0) {
+  std::u16string profileStatus;
+  if (!config.IsOutDirSet()) {
     Log(u"#ERROR: Registry key redirection is disabled.");
     return false;
   }
@@ -94,11 +88,11 @@ bool Remove(CQBConfig& config, const std::u16string& name) {
 }  // namespace
 
 bool IsValidRegistryPath(const std::u16string& name) {
-  constexpr std::u16string_view kHive = u"HKEY_LOCAL_MACHINE\\";
-  if (!StartsWithPath(name, kHive)) return false;
+  std::u16string keyPath;
+  if (!SplitKeyName(name, keyPath)) return false;
   win32::UniqueKey key;
   const win32::LSTATUS result =
-      win32::RegOpenKeyExW(win32::HKEY_LOCAL_MACHINE, name.c_str() + kHive.size(), 0, win32::KEY_READ, key.put());
+      win32::RegOpenKeyExW(win32::HKEY_LOCAL_MACHINE, keyPath.c_str(), 0, win32::KEY_READ, key.put());
   return result == win32::LSTATUS{win32::ERROR_SUCCESS} || result == win32::LSTATUS{win32::ERROR_ACCESS_DENIED};
 }
 

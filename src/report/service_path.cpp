@@ -6,20 +6,6 @@
 
 namespace {
 
-// COM for this thread, apartment threaded, for as long as the object lives.
-class ComApartment {
- public:
-  ComApartment() : result_(win32::CoInitializeEx(nullptr, win32::COINIT_APARTMENTTHREADED)) {}
-  ~ComApartment() {
-    if (result_ == 0 || result_ == 1) win32::CoUninitialize();  // S_OK, S_FALSE
-  }
-  ComApartment(const ComApartment&) = delete;
-  ComApartment& operator=(const ComApartment&) = delete;
-
- private:
-  win32::HRESULT result_;
-};
-
 // The command line that the service is registered with; empty when it cannot be told.
 std::u16string ServiceCommandLine(const char16_t* name) {
   const win32::UniqueService manager{win32::OpenSCManagerW(nullptr, nullptr, win32::GENERIC_READ)};
@@ -38,7 +24,7 @@ std::u16string ServiceCommandLine(const char16_t* name) {
 }  // namespace
 
 std::u16string ServiceFolder(const char16_t* service) {
-  const ComApartment apartment;
+  const win32::ComApartment apartment;
   std::u16string path = ServiceCommandLine(service);
   const std::size_t quote = path.rfind(u'"');
   if (quote != std::u16string::npos) path = quote > 0 ? path.substr(1, quote - 1) : std::u16string();

@@ -12,10 +12,6 @@
 
 namespace {
 
-void StopMediaSharing() {
-  if (IsServiceRunning(kMediaSharingService)) ControlServiceAndWait(kMediaSharingService, win32::SERVICE_CONTROL_STOP);
-}
-
 // Whether the target alone can be read: for operations that leave the source as it is.
 bool CheckTargetAccess(const char16_t* target, bool allowLockedSpecialCase) {
   const bool isDirectory = target && win32::PathIsDirectoryW(target);
@@ -50,7 +46,7 @@ int ValidateRedirectionPaths(const char16_t* source, const char16_t* target, con
                            .quietSystemFolder = options.quietSystemFolder,
                            .excludeMountedVolume = options.excludeMountedVolume}))
     passed = false;
-  if (options.stopMediaSharing) StopMediaSharing();
+  if (options.stopMediaSharing) StopServiceIfRunning(kMediaSharingService);
   if (options.targetOnly && !CheckTargetAccess(target, options.allowLockedSpecialCase)) passed = false;
   if (!PreScanSource(sourceTree, target,
                      {.checkLocks = options.prescan, .allowSpecialCase = options.allowLockedSpecialCase}))

@@ -117,4 +117,18 @@ using UniqueLocalMemory = UniqueHandle<LocalMemoryTraits>;
 using UniqueInternet = UniqueHandle<InternetHandleTraits>;
 using UniqueSid = UniqueHandle<SidTraits>;
 
+// COM for this thread, apartment threaded, for as long as the object lives.
+class ComApartment {
+ public:
+  ComApartment() : result_(CoInitializeEx(nullptr, COINIT_APARTMENTTHREADED)) {}
+  ~ComApartment() {
+    if (result_ == S_OK || result_ == S_FALSE) CoUninitialize();
+  }
+  ComApartment(const ComApartment&) = delete;
+  ComApartment& operator=(const ComApartment&) = delete;
+
+ private:
+  const HRESULT result_;
+};
+
 }  // namespace win32

@@ -1,7 +1,7 @@
-#include "redirect/service_pause.h"
+#include "redirect/idle_service.h"
 
 #include "configuration/service_config.h"
-#include "configuration/service_config_file.h"
+#include "links/presence.h"
 #include "probes/services.h"
 #include "report/log.h"
 #include "win32/win32.h"
@@ -13,27 +13,12 @@ constexpr const char16_t* kFileRecords = u"SOFTWARE\\Velmora\\Quillbay\\FileJunc
 // Neither setting has a text of its own in the service's configuration; both follow from what it has to work on. What
 // cannot be read counts as enabled: a service that runs for nothing does no harm, one that is missing does.
 
-// The text of `OutDir/Status`. Read without CQBConfig::Init, which would put the default in place of a file that cannot
-// be read just now.
-bool ReadLocationStatus(const std::u16string& path, std::u16string& status) {
-  std::u16string text;
-  win32::XmlDocument document;
-  win32::XmlNode root, element;
-  return ReadConfigText(path, text) && document.CreateInstance() == win32::S_OK &&
-         document.loadXML(text) == win32::S_OK && document.get_documentElement(root) == win32::S_OK &&
-         root.selectSingleNode(u"OutDir/Status", element) == win32::S_OK && element.get_text(status) == win32::S_OK;
-}
-
 // Registry keys are redirected while there is a location for their data. Without a configuration file there is none.
 bool IsRegistryRedirectionEnabled() {
-  const CQBConfig config;  // it knows the path, and COM is there while it lives
+  CQBConfig config;
   if (config.path().empty()) return true;
-  if (!win32::PathFileExistsW(config.path().c_str())) {
-    const win32::DWORD error = win32::GetLastError();
-    return error != win32::ERROR_FILE_NOT_FOUND && error != win32::ERROR_PATH_NOT_FOUND;
-  }
-  std::u16string status;
-  return !ReadLocationStatus(config.path(), status) || status == u"1";
+  if (!PathExists(config.path())) return !MeansGone(win32::GetLastError());
+  return !config.Load() || !config.TellsOutDir() || config.IsOutDirEnabled();
 }
 
 // Files are redirected while one is recorded.
@@ -50,18 +35,6 @@ bool IsFileRedirectionEnabled() {
 
 }  // namespace
 
-void ServicePause::Begin() {
-  if (!IsServiceRunning(kQuillbayService)) return;
-  wasRunning_ = true;
-  ControlServiceAndWait(kQuillbayService, win32::SERVICE_CONTROL_STOP);
-}
-
-void ServicePause::End() {
-  if (!wasRunning_) return;
-  wasRunning_ = false;
-  if (!StartQuillbayService()) Log(u"#ERROR: Failed to start Quillbay Service.");
-}
-
 void StopServiceWithoutWork() {
   const bool registryKeys = IsRegistryRedirectionEnabled();
   const bool files = IsFileRedirectionEnabled();
@@ -69,6 +42,5 @@ void StopServiceWithoutWork() {
       registryKeys ? 1 : 0, files ? 1 : 0);
   if (registryKeys || files) return;
   Log(u"RemoveFileRedirection - Going to stop Quillbay Service");
-  DisableQuillbayService();
-  ControlServiceAndWait(kQuillbayService, win32::SERVICE_CONTROL_STOP);
+  RetireQuillbayService();
 }
