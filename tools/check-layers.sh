@@ -1,22 +1,31 @@
 #!/usr/bin/env bash
-# The program stands on the Windows interface, and the emulated workstation knows nothing of the program: what is
-# included, and what is named, decides.
-set -eu
+# The floors of the house: a folder of src/ includes only folders that stand earlier in this list, and itself. Each breach
+# is named with both files. Beside the order: only entry/ knows in which of the two worlds the program runs, and the
+# Windows interface does not name the program.
+set -eu -o pipefail
 cd "$(dirname "$0")/.."
+floors=(win32 text resources report probes links fsops validate records configuration redirect regredirect profiles cli entry)
 bad=0
 complain() { printf '%s:\n%s\n' "$1" "$2" >&2; bad=1; }
+sources() { find "$@" -name '*.h' -o -name '*.cpp' -o -name '*.inc'; }
 
-program=(src/cli src/log src/resources src/validate src/redirect src/fsops src/profiles src/regredirect src/probes)
-found=$(grep -rnE '#include +["<](win32/(native|emulated)|windows\.h|unistd\.h|sys/|fcntl\.h)' "${program[@]}" --include='*.h' --include='*.cpp' || true)
+# Input lines: FILE:LINE:#include "INCLUDED". Only entry/ may include what no folder of src/ has (the tools' parts of a
+# workstation).
+found=$(sources src | xargs grep -nE '^ *# *include +"' | awk -F: -v list="${floors[*]}" '
+  BEGIN { count = split(list, names, " "); for (i = 1; i <= count; ++i) floor[names[i]] = i }
+  {
+    split($1, from, "/"); split($3, quoted, "\""); split(quoted[2], to, "/")
+    if (!(from[2] in floor)) print $1 ": src/" from[2] " is not in the list of floors"
+    else if (!(to[1] in floor)) { if (from[2] != "entry") print $1 ":" $2 " includes " quoted[2] ", which is no file of a floor" }
+    else if (floor[to[1]] > floor[from[2]]) print $1 ":" $2 " includes src/" quoted[2] ", which stands above it"
+  }')
+[ -z "$found" ] || complain 'Includes against the order of the floors' "$found"
+
+above=("${floors[@]:1}")
+found=$(sources "${above[@]/#/src/}" | grep -v '^src/entry/' |
+  xargs grep -nE '^ *# *include +(["<]win32/(native|emulated)|<(windows\.h|unistd\.h|sys/|fcntl\.h))' || true)
 [ -z "$found" ] || complain 'The program includes what lies below the Windows interface' "$found"
 
-found=$(grep -rnEi 'quillbay|rimehold|keelroom|velmora' src/win32 --include='*.h' --include='*.cpp' --include='*.inc' || true)
+found=$(sources src/win32 | xargs grep -nEi 'quillbay|rimehold|keelroom|velmora' || true)
 [ -z "$found" ] || complain 'The Windows interface names the program' "$found"
-
-found=$(grep -rnE '#include +"(cli|log|resources|validate|redirect|fsops|profiles|regredirect|probes)/' src/win32 || true)
-[ -z "$found" ] || complain 'The Windows interface includes the program' "$found"
-
-# Engines do not call commands.
-found=$(grep -rnE '#include +"(cli/(main|dispatch|parser|command_table)|redirect/(folder|file)|regredirect/(location|registry_keys)|profiles/)' src/fsops src/validate src/probes src/log || true)
-[ -z "$found" ] || complain 'An engine includes a command' "$found"
 exit $bad
