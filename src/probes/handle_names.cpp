@@ -17,33 +17,33 @@ namespace {
 
 constexpr int kProcessType = 5;
 constexpr int kFileType = 26;
-constexpr std::array<const char16_t*, 27> kTypeNames{u"",
-                                                     u"",
-                                                     u"Directory",
-                                                     u"SymbolicLink",
-                                                     u"Token",
-                                                     u"Process",
-                                                     u"Thread",
-                                                     u"Unknown7",
-                                                     u"Event",
-                                                     u"EventPair",
-                                                     u"Mutant",
-                                                     u"Unknown11",
-                                                     u"Semaphore",
-                                                     u"Timer",
-                                                     u"Profile",
-                                                     u"WindowStation",
-                                                     u"Desktop",
-                                                     u"Section",
-                                                     u"Key",
-                                                     u"Port",
-                                                     u"WaitablePort",
-                                                     u"Unknown21",
-                                                     u"Unknown22",
-                                                     u"Unknown23",
-                                                     u"Unknown24",
-                                                     u"IoCompletion",
-                                                     u"File"};
+constexpr const char16_t* kTypeNames[] = {u"",
+                                          u"",
+                                          u"Directory",
+                                          u"SymbolicLink",
+                                          u"Token",
+                                          u"Process",
+                                          u"Thread",
+                                          u"Unknown7",
+                                          u"Event",
+                                          u"EventPair",
+                                          u"Mutant",
+                                          u"Unknown11",
+                                          u"Semaphore",
+                                          u"Timer",
+                                          u"Profile",
+                                          u"WindowStation",
+                                          u"Desktop",
+                                          u"Section",
+                                          u"Key",
+                                          u"Port",
+                                          u"WaitablePort",
+                                          u"Unknown21",
+                                          u"Unknown22",
+                                          u"Unknown23",
+                                          u"Unknown24",
+                                          u"IoCompletion",
+                                          u"File"};
 
 // A handle of any process as one of ours: a foreign one is duplicated, and closed again.
 class OwnHandle {
@@ -196,7 +196,7 @@ int GetObjectTypeName(win32::HANDLE handle, win32::DWORD processId, std::u16stri
 }
 
 int GetObjectTypeNumber(const std::u16string& typeName, int& number) {
-  for (std::size_t at = 1; at < kTypeNames.size(); ++at)
+  for (std::size_t at = 1; at < std::size(kTypeNames); ++at)
     if (typeName == kTypeNames[at]) {
       number = static_cast<int>(at);
       return 1;

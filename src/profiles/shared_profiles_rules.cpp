@@ -112,9 +112,9 @@ bool IsFree(const std::u16string& folder) {
 bool HasRoomFor(const std::vector<std::u16string>& trees, const std::u16string& location) {
   std::uint64_t needed = 0;
   for (const std::u16string& tree : trees) {
-    std::uint64_t bytes = 0;
-    if (!MeasureSource(tree.c_str(), bytes)) return false;
-    needed += bytes;
+    const std::optional<std::uint64_t> bytes = MeasureSource(tree.c_str());
+    if (!bytes) return false;
+    needed += *bytes;
   }
   const std::u16string place = NearestFolder(location);
   const std::optional<std::uint64_t> available = AvailableBytes(place);

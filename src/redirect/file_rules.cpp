@@ -76,11 +76,11 @@ bool SourceExists(const std::u16string& source) {
 }
 
 bool AreOnNtfs(const FilePlaces& places) {
-  if (GetFileSystemType(places.source.c_str()) != 1) {
+  if (!IsOnNtfs(places.source.c_str())) {
     Log(u"#ERROR: Source '%ls' must be a NTFS formatted volume. Browse to a different location.", places.source);
     return false;
   }
-  if (GetFileSystemType(places.folder.c_str()) == 1) return true;
+  if (IsOnNtfs(places.folder.c_str())) return true;
   Log(u"#ERROR: Target '%ls' must be a NTFS formatted volume. Browse to a different location.", places.folder);
   return false;
 }

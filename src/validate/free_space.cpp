@@ -15,17 +15,10 @@ namespace {
 
 bool IsVolume(const char16_t* path) { return IsVolumeMountPoint(path) || IsVolumePath(path); }
 
-bool MeasureVolume(const char16_t* path, std::uint64_t& bytes) {
+std::optional<std::uint64_t> UsedBytes(const char16_t* volume) {
   win32::ULARGE_INTEGER total{}, free{};
-  if (!win32::GetDiskFreeSpaceExW(path, nullptr, &total, &free)) return false;
-  bytes = total.QuadPart - free.QuadPart;
-  return true;
-}
-
-bool MeasureTree(const FolderTree& tree, std::uint64_t& bytes) {
-  const TreeListing* const listing = tree.Get();
-  if (listing) bytes = listing->TotalSize();
-  return listing != nullptr;
+  if (!win32::GetDiskFreeSpaceExW(volume, nullptr, &total, &free)) return std::nullopt;
+  return total.QuadPart - free.QuadPart;
 }
 
 // A target that is yet to be made takes its room where the folder above it is.
@@ -44,10 +37,14 @@ std::optional<std::uint64_t> AvailableBytes(const std::u16string& folder) {
   return available.QuadPart;
 }
 
-bool MeasureSource(const FolderTree& source, std::uint64_t& bytes) {
-  if (IsVolume(source.path()) ? MeasureVolume(source.path(), bytes) : MeasureTree(source, bytes)) return true;
-  Log(line::kSizeUnknown, source.path());
-  return false;
+std::optional<std::uint64_t> MeasureSource(const FolderTree& source) {
+  std::optional<std::uint64_t> bytes;
+  if (IsVolume(source.path()))
+    bytes = UsedBytes(source.path());
+  else if (const TreeListing* const listing = source.Get())
+    bytes = listing->TotalSize();
+  if (!bytes) Log(line::kSizeUnknown, source.path());
+  return bytes;
 }
 
 int HasEnoughFreeSpace(const FolderTree& source, const char16_t* target) try {
@@ -55,8 +52,8 @@ int HasEnoughFreeSpace(const FolderTree& source, const char16_t* target) try {
     Log(u"#ERROR: Source Or Target path is missing.");
     return 0;
   }
-  std::uint64_t needed = 0;
-  if (!MeasureSource(source, needed)) return 0;
+  const std::optional<std::uint64_t> needed = MeasureSource(source);
+  if (!needed) return 0;
 
   const std::u16string place = WhereToLook(target);
   const std::optional<std::uint64_t> available = AvailableBytes(place);
@@ -64,7 +61,7 @@ int HasEnoughFreeSpace(const FolderTree& source, const char16_t* target) try {
     Log(line::kFreeSpaceUnknown, place);
     return 0;
   }
-  if (available && *available > needed) return 1;
+  if (available && *available > *needed) return 1;
   std::u16string name = target;
   IsVolumeMountPoint(target, &name);
   Log(line::kNotEnoughSpace, name);

@@ -14,6 +14,6 @@ int HasEnoughFreeSpace(const FolderTree& source, const char16_t* target);
 // why.
 std::optional<std::uint64_t> AvailableBytes(const std::u16string& folder);
 
-// The bytes that the source takes: of the files below it, or of its volume when it is one. False (logged) when they
+// The bytes that the source takes: of the files below it, or of its volume when it is one. Nothing (logged) when they
 // cannot be told.
-bool MeasureSource(const FolderTree& source, std::uint64_t& bytes);
+std::optional<std::uint64_t> MeasureSource(const FolderTree& source);

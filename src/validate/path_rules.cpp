@@ -162,19 +162,19 @@ std::u16string TrimAndUnquote(std::u16string_view path) {
   return text.c_str();  // unquoting shortens the text in its place
 }
 
-int GetFileSystemType(const char16_t* path) {
+bool IsOnNtfs(const char16_t* path) {
   std::u16string root = path;
   if (!IsVolumePath(path)) {
     root = DriveRoot(path);
     if (root.empty()) {
       Log(u"#ERROR: Unable to get Drive Number for path  = %ls.", path);
-      return -1;
+      return false;
     }
   }
   std::array<char16_t, 261> name{};
-  if (!win32::GetVolumeInformationW(root.c_str(), nullptr, 0, nullptr, nullptr, nullptr, name.data(), 261)) return -1;
-  const std::u16string_view fileSystem = name.data();
-  return EqualPaths(fileSystem, u"NTFS") ? 1 : EqualPaths(fileSystem, u"FAT") ? 0 : -1;
+  if (!win32::GetVolumeInformationW(root.c_str(), nullptr, 0, nullptr, nullptr, nullptr, name.data(), 261))
+    return false;
+  return EqualPaths(name.data(), u"NTFS");
 }
 
 int IsSystemFolder(const char16_t* path, const SystemFolderOptions& options) try {

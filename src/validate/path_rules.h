@@ -25,8 +25,8 @@ bool HasAllowedLength(const std::u16string& path);
 // rules speak of.
 bool IsOrdinaryPath(const std::u16string& path);
 
-// 1 for NTFS, 0 for FAT, -1 for every other file system and when it cannot be told.
-int GetFileSystemType(const char16_t* path);
+// The path's drive, or the volume that it is, has the file system NTFS. False also when that cannot be told.
+bool IsOnNtfs(const char16_t* path);
 
 struct SystemFolderOptions {
   bool insideProductOnly = false;  // of Windows and Program Files, let through the product's own folders alone

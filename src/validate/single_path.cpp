@@ -29,7 +29,6 @@ void LogWhyThereIsNoDrive(const char16_t* path) {
 }
 
 bool IsNotDriveRoot(const char16_t* path) { return !IsDriveRoot(path); }
-bool IsOnNtfs(const char16_t* path) { return GetFileSystemType(path) == 1; }
 bool IsNotNetworkPath(const char16_t* path) { return !IsNetworkPath(path); }
 bool IsDirectory(const char16_t* path) { return win32::PathIsDirectoryW(path) != win32::FALSE; }
 

@@ -70,7 +70,6 @@ bool IsWritable(const char16_t* volume) {
   return true;
 }
 
-bool IsNtfs(const char16_t* volume) { return GetFileSystemType(volume) == 1; }
 bool IsNotMounted(const char16_t* volume) {
   const Mounts mounts = MountsOf(volume);
   return mounts == Mounts::None || mounts == Mounts::Unknown;
@@ -88,7 +87,7 @@ struct VolumeRule {
 
 // All are tried; nothing can be asked of a volume that does not exist.
 constexpr VolumeRule kRules[] = {
-    {IsNtfs, kNotNtfs},
+    {IsOnNtfs, kNotNtfs},
     {IsNotMounted, kMounted},
     {IsWritable, u"#ERROR: The selected volume %ls doesn't have write permission."},
 };
@@ -102,10 +101,10 @@ bool VolumeExists(const char16_t* volume) {
 }
 
 bool HasRoomFor(const FolderTree& source, const char16_t* volume) {
-  std::uint64_t size = 0;
-  if (!MeasureSource(source, size)) return false;
+  const std::optional<std::uint64_t> size = MeasureSource(source);
+  if (!size) return false;
   const std::optional<std::uint64_t> available = AvailableBytes(volume);
-  if (available && size <= *available) return true;
+  if (available && *size <= *available) return true;
   Log(u"#ERROR: Volume %ls doesn't have enough free disk space.", volume);
   return false;
 }
@@ -114,7 +113,7 @@ bool HasRoomFor(const FolderTree& source, const char16_t* volume) {
 
 int ValidateProfileVolume(const char16_t* volume, const char16_t* mountFolder) try {
   if (!VolumeExists(volume)) return 0;
-  if (!IsNtfs(volume)) {
+  if (!IsOnNtfs(volume)) {
     Log(kNotNtfs, volume);
     return 0;
   }
