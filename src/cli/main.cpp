@@ -6,7 +6,7 @@
 #include "probes/privileges.h"
 #include "report/console.h"
 #include "report/log.h"
-#include "text/path_text.h"
+#include "text/ascii_case.h"
 #include "win32/win32.h"
 
 namespace {

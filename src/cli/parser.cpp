@@ -3,20 +3,19 @@
 #include <algorithm>
 
 #include "report/console.h"
-#include "text/path_text.h"
+#include "text/ascii_case.h"
 
 namespace {
 
 constexpr std::size_t kLocationPrefix = 5;
 
 bool HasLocationPrefix(std::u16string_view word) {
-  return StartsWithPath(word, u"/loc:") || StartsWithPath(word, u"/vol:");
+  return StartsWithIgnoringAsciiCase(word, u"/loc:") || StartsWithIgnoringAsciiCase(word, u"/vol:");
 }
 
 const CommandEntry* FindCommand(const CommandTable& table, std::u16string_view word) {
   for (const CommandEntry& entry : table.entries)
-    for (const std::u16string& alias : entry.aliases)
-      if (EqualPaths(word, alias)) return &entry;
+    if (ContainsIgnoringAsciiCase(entry.aliases, word)) return &entry;
   return nullptr;
 }
 
@@ -69,17 +68,15 @@ bool TakeLocation(CommandLine& line) {
   }
 }
 
-std::size_t Count(const CommandLine& line, std::u16string_view name) {
-  return static_cast<std::size_t>(std::count_if(line.switches.begin(), line.switches.end(),
-                                                [&](const std::u16string& given) { return EqualPaths(given, name); }));
+auto Count(const CommandLine& line, std::u16string_view name) {
+  return std::ranges::count_if(line.switches,
+                               [&](const std::u16string& given) { return EqualIgnoringAsciiCase(given, name); });
 }
 
 bool SwitchesAreValid(const CommandLine& line) {
   for (const std::u16string& given : line.switches) {
-    const bool allowed = std::any_of(
-        line.entry->switches.begin(), line.entry->switches.end(),
-        [&](const std::u16string& name) { return EqualPaths(u"/" + given, name) || EqualPaths(given, name); });
-    if (!allowed) return false;
+    const std::vector<std::u16string>& allowed = line.entry->switches;
+    if (!ContainsIgnoringAsciiCase(allowed, given) && !ContainsIgnoringAsciiCase(allowed, u"/" + given)) return false;
   }
   return Count(line, u"NTFS") + Count(line, u"-NTFS") <= 1 && Count(line, u"Share") + Count(line, u"-Share") <= 1 &&
          Count(line, u"c") <= 1 && Count(line, u"d") <= 1;
@@ -101,10 +98,7 @@ std::u16string ErrorText(ParseResult result, const CommandEntry& entry, std::u16
 
 }  // namespace
 
-bool CommandLine::Has(std::u16string_view name) const {
-  return std::any_of(switches.begin(), switches.end(),
-                     [&](const std::u16string& given) { return EqualPaths(given, name); });
-}
+bool CommandLine::Has(std::u16string_view name) const { return ContainsIgnoringAsciiCase(switches, name); }
 
 ParseResult ParseCommandLine(const CommandTable& table, int argc, const char16_t* const* argv, CommandLine& line,
                              std::u16string& error) {

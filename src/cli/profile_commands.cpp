@@ -11,7 +11,7 @@
 #include "profiles/user_profile.h"
 #include "report/console.h"
 #include "report/log.h"
-#include "text/path_text.h"
+#include "text/ascii_case.h"
 #include "win32/system.h"
 
 namespace {
@@ -59,7 +59,7 @@ bool IsBare(const Invocation& invocation) {
   const std::vector<std::u16string>& switches = invocation.line.switches;
   return invocation.line.arguments.empty() &&
          std::all_of(switches.begin(), switches.end(),
-                     [](const std::u16string& given) { return EqualPaths(given, u"c"); });
+                     [](const std::u16string& given) { return EqualIgnoringAsciiCase(given, u"c"); });
 }
 
 bool AutoParametersAreInvalid(const Invocation& invocation) {

@@ -9,7 +9,7 @@
 #include "links/presence.h"
 #include "report/log.h"
 #include "report/service_path.h"
-#include "text/path_text.h"
+#include "text/ascii_case.h"
 #include "win32/shell.h"
 #include "win32/system.h"
 
@@ -53,7 +53,9 @@ win32::HRESULT ReadKeyName(const win32::XmlNode& element, std::u16string& baseKe
   return read == win32::S_OK ? ReadChildText(element, u"RegKeyPath", keyPath) : read;
 }
 
-bool IsBelow(const std::u16string& name, const std::u16string& key) { return StartsWithPath(name, key + u'\\'); }
+bool IsBelow(const std::u16string& name, const std::u16string& key) {
+  return StartsWithIgnoringAsciiCase(name, key + u'\\');
+}
 
 // A name that no other backup file has; empty when none can be made.
 std::u16string NewBackupFileName() {
@@ -68,7 +70,7 @@ std::u16string NewBackupFileName() {
 }  // namespace
 
 bool SplitKeyName(const std::u16string& name, std::u16string& keyPath) {
-  if (!StartsWithPath(name, std::u16string(kBaseKey) + u'\\')) return false;
+  if (!StartsWithIgnoringAsciiCase(name, std::u16string(kBaseKey) + u'\\')) return false;
   keyPath = name.substr(kBaseKey.size() + 1);
   return true;
 }
@@ -281,7 +283,7 @@ int CQBConfig::RemoveRegKey(const std::u16string& name) try {
   std::u16string keyPath;
   if (!root_ || !SplitKeyName(name, keyPath)) return 0;
   const auto entry = std::find_if(monitoredKeys_.begin(), monitoredKeys_.end(),
-                                  [&name](const std::u16string& key) { return EqualPaths(key, name); });
+                                  [&name](const std::u16string& key) { return EqualIgnoringAsciiCase(key, name); });
   if (entry == monitoredKeys_.end()) {
     Log(u"key path not found in list :- %s", name);
     return 0;
@@ -301,7 +303,9 @@ int CQBConfig::RemoveElements(const std::u16string& keyPath) {
     std::u16string itsBaseKey, itsKeyPath;
     const win32::HRESULT read = ReadKeyName(element, itsBaseKey, itsKeyPath);
     if (read < 0) return 0;
-    if (read != win32::S_OK || !EqualPaths(itsBaseKey, kBaseKey) || !EqualPaths(itsKeyPath, keyPath)) continue;
+    if (read != win32::S_OK || !EqualIgnoringAsciiCase(itsBaseKey, kBaseKey) ||
+        !EqualIgnoringAsciiCase(itsKeyPath, keyPath))
+      continue;
     win32::XmlNode list;
     if (element.get_parentNode(list) != win32::S_OK || list.removeChild(element) != win32::S_OK) return 0;
     result = 1;
@@ -310,7 +314,7 @@ int CQBConfig::RemoveElements(const std::u16string& keyPath) {
 }
 
 bool CQBConfig::IsMonitored(const std::u16string& name) const {
-  return std::ranges::any_of(monitoredKeys_, [&](const std::u16string& key) { return EqualPaths(key, name); });
+  return ContainsIgnoringAsciiCase(monitoredKeys_, name);
 }
 
 int CQBConfig::GetChildKeys(const std::u16string& name, std::vector<std::u16string>& children) const try {

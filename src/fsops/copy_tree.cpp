@@ -17,6 +17,7 @@
 #include "report/console.h"
 #include "report/lines.h"
 #include "report/log.h"
+#include "text/ascii_case.h"
 #include "text/path_text.h"
 #include "win32/win32.h"
 

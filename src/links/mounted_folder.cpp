@@ -4,6 +4,7 @@
 #include <exception>
 #include <string_view>
 
+#include "text/ascii_case.h"
 #include "text/path_text.h"
 #include "win32/win32.h"
 
@@ -19,7 +20,7 @@ std::u16string WithTrailingBackslash(std::u16string path) {
 
 }  // namespace
 
-bool IsVolumePath(const char16_t* path) { return path && StartsWithPath(path, kVolumeStart); }
+bool IsVolumePath(const char16_t* path) { return path && StartsWithIgnoringAsciiCase(path, kVolumeStart); }
 
 bool IsExactVolumePath(std::u16string_view path) { return path.starts_with(kVolumeStart); }
 

@@ -9,6 +9,7 @@
 #include "probes/handle_names.h"
 #include "probes/nt_dll.h"
 #include "probes/system_process_information.h"
+#include "text/ascii_case.h"
 #include "text/format.h"
 #include "text/path_text.h"
 #include "win32/system.h"
@@ -28,7 +29,7 @@ std::u16string QueryPath(const char16_t* path) {
 bool IsOnKnownDevice(const std::u16string& nativeName) {
   for (const std::u16string_view device :
        {u"\\device\\harddisk", u"\\device\\lanmanredirector", u"\\device\\krmdevice"})
-    if (StartsWithPath(nativeName, device)) return true;
+    if (StartsWithIgnoringAsciiCase(nativeName, device)) return true;
   return false;
 }
 
@@ -50,7 +51,7 @@ class Walk {
   void Examine(const HandleRecord& record) {
     constexpr win32::DWORD kWindowsNT4 = 4;
     if (INtDll::Get().majorVersion == kWindowsNT4 &&
-        EqualPaths(processes_.ImageName(record.processId), u"services.exe"))
+        EqualIgnoringAsciiCase(processes_.ImageName(record.processId), u"services.exe"))
       return;
     std::u16string name, path;
     if (!GetObjectName(HandleOf(record), fileType_, name, record.processId) || name.empty()) return;

@@ -5,7 +5,7 @@
 
 #include "report/console.h"
 #include "report/service_path.h"
-#include "text/path_text.h"
+#include "text/ascii_case.h"
 #include "win32/handle.h"
 
 namespace {
@@ -56,7 +56,7 @@ bool IsServiceInstalled() {
 int GetRHStatus(std::u16string& message) {
   const std::u16string text = ReadStatusText();
   for (const Status& status : kStatuses) {
-    if (!EqualPaths(text, status.value)) continue;
+    if (!EqualIgnoringAsciiCase(text, status.value)) continue;
     message = LoadResourceString(status.message);
     return status.code;
   }

@@ -1,6 +1,5 @@
 #include "profiles/automatic.h"
 
-#include <algorithm>
 #include <exception>
 #include <optional>
 #include <string>

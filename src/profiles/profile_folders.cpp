@@ -6,6 +6,7 @@
 #include "profiles/profile_list.h"
 #include "records/registry_text.h"
 #include "report/log.h"
+#include "text/ascii_case.h"
 #include "text/path_text.h"
 #include "win32/win32.h"
 
@@ -62,7 +63,7 @@ bool WriteProfileFolder(ProfileFolder which, const std::u16string& folder) try {
   if (present.type == win32::REG_EXPAND_SZ) {
     const std::u16string drive = ExpandedText(TextValue(kSystemDrive, win32::REG_EXPAND_SZ));
     if (drive.empty()) return false;
-    if (StartsWithPath(folder, drive + u'\\'))
+    if (StartsWithIgnoringAsciiCase(folder, drive + u'\\'))
       value = TextValue(std::u16string(kSystemDrive) + folder.substr(drive.size()), win32::REG_EXPAND_SZ);
   }
   // A folder with a name like "%TEMP%" would become another one.

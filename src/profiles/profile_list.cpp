@@ -11,6 +11,7 @@
 #include "records/registry_text.h"
 #include "report/lines.h"
 #include "report/log.h"
+#include "text/ascii_case.h"
 #include "text/path_text.h"
 #include "win32/win32.h"
 
@@ -23,7 +24,7 @@ constexpr std::u16string_view kPublicProfile = u"PublicProfile";
 // Accounts of this machine and of domains, and those of a directory in the cloud. Services have others, and a key that
 // Windows set aside ends with more than the SID.
 bool IsSidOfPerson(std::u16string_view sid) {
-  if (!StartsWithPath(sid, u"S-1-5-21-") && !StartsWithPath(sid, u"S-1-12-1-")) return false;
+  if (!StartsWithIgnoringAsciiCase(sid, u"S-1-5-21-") && !StartsWithIgnoringAsciiCase(sid, u"S-1-12-1-")) return false;
   return sid.substr(1).find_first_not_of(u"0123456789-") == sid.npos;
 }
 
@@ -121,8 +122,8 @@ bool HasLoadableHive(const std::u16string& folder) { return LookAt(JoinPath(fold
 
 int GetUserProfile(const std::u16string& user, UserProfile& profile) try {
   if (user.empty()) return 0;
-  if (EqualPaths(user, kDefaultProfile)) return GetSharedProfile(ProfileFolder::Default, profile);
-  if (EqualPaths(user, kPublicProfile)) return GetSharedProfile(ProfileFolder::Public, profile);
+  if (EqualIgnoringAsciiCase(user, kDefaultProfile)) return GetSharedProfile(ProfileFolder::Default, profile);
+  if (EqualIgnoringAsciiCase(user, kPublicProfile)) return GetSharedProfile(ProfileFolder::Public, profile);
   const std::u16string sid = SidOfAccount(user);
   if (sid.empty()) return FindByFolderName(user, profile);
   return IsSidOfPerson(sid) && ReadProfile(sid, profile) == Found::Profile ? 1 : 0;
@@ -180,7 +181,7 @@ bool ReadOtherProfiles(const UserProfile& profile, std::vector<UserProfile>& oth
     Log(line::kProfilesNotRead);
     return false;
   }
-  std::erase_if(others, [&](const UserProfile& other) { return EqualPaths(other.sid, profile.sid); });
+  std::erase_if(others, [&](const UserProfile& other) { return EqualIgnoringAsciiCase(other.sid, profile.sid); });
   for (const ProfileFolder which : {ProfileFolder::Default, ProfileFolder::Public})
     if (ProfileFolderValue shared; ReadProfileFolder(which, shared)) others.push_back({{}, shared.folder, {}});
   return true;

@@ -7,6 +7,7 @@
 #include "links/real_path.h"
 #include "links/reparse_data.h"
 #include "report/log.h"
+#include "text/ascii_case.h"
 #include "text/path_text.h"
 #include "win32/win32.h"
 
@@ -38,7 +39,7 @@ std::u16string PathOf(std::u16string_view text) {
   constexpr std::u16string_view kVolume = u"Volume{";
   if (text.starts_with(u'!')) text.remove_prefix(1);
   if (text.starts_with(kNativePrefix)) text.remove_prefix(kNativePrefix.size());
-  return StartsWithPath(text, kVolume) ? WithExtendedPrefix(text) : std::u16string(text);
+  return StartsWithIgnoringAsciiCase(text, kVolume) ? WithExtendedPrefix(text) : std::u16string(text);
 }
 
 }  // namespace

@@ -4,7 +4,7 @@
 #include <vector>
 
 #include "profiles/profile_list.h"
-#include "text/path_text.h"
+#include "text/ascii_case.h"
 #include "win32/win32.h"
 
 namespace {
@@ -91,9 +91,9 @@ bool IsUserLoggedOn(const std::u16string& user) try {
   const std::u16string sid = GetUserProfile(user, profile) ? profile.sid : SidOfAccount(user);
   if (sid.empty()) return false;
   for (const win32::WTS_PROCESS_INFOW& process : ProcessList()) {
-    if (!process.pProcessName || !EqualPaths(process.pProcessName, kShell)) continue;
+    if (!process.pProcessName || !EqualIgnoringAsciiCase(process.pProcessName, kShell)) continue;
     const std::u16string owner = process.pUserSid ? TextOfSid(process.pUserSid) : OwnerByToken(process.ProcessId);
-    if (EqualPaths(owner, sid)) return true;
+    if (EqualIgnoringAsciiCase(owner, sid)) return true;
   }
   return false;
 } catch (const std::exception&) {

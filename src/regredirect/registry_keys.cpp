@@ -12,7 +12,7 @@
 #include "report/lines.h"
 #include "report/log.h"
 #include "report/outcome.h"
-#include "text/path_text.h"
+#include "text/ascii_case.h"
 #include "win32/win32.h"
 
 namespace {
@@ -50,7 +50,7 @@ bool AbsorbChildren(CQBConfig& config, const std::u16string& name) {
   std::vector<std::u16string> settled;
   if (std::ranges::find(children, kProfileListKey) != children.end()) settled.emplace_back(kProfileListKey);
   for (const std::u16string& child : children) {
-    if (std::ranges::any_of(settled, [&](const std::u16string& done) { return EqualPaths(done, child); })) continue;
+    if (ContainsIgnoringAsciiCase(settled, child)) continue;
     if (!config.RemoveRegKey(child)) {
       Log(u"#ERROR: Unable to remove child key from config file: %ls", child);
       return false;
@@ -72,7 +72,7 @@ bool Remove(CQBConfig& config, const std::u16string& name) {
     Log(u"#ERROR: Registry key redirection is disabled.");
     return false;
   }
-  if (EqualPaths(name, kProfileListKey)) {
+  if (EqualIgnoringAsciiCase(name, kProfileListKey)) {
     if (!config.GetUserProfileRedirection(nullptr, &profileStatus, nullptr)) {
       Log(line::kConfigLacksProfiles);
       return false;
@@ -100,7 +100,7 @@ bool IsAllowedRegistryKey(const std::u16string& name) {
   for (const std::u16string_view refused :
        {u"HKEY_LOCAL_MACHINE\\SOFTWARE", u"HKEY_LOCAL_MACHINE\\SOFTWARE\\", u"HKEY_LOCAL_MACHINE\\SOFTWARE\\Microsoft",
         u"HKEY_LOCAL_MACHINE\\SOFTWARE\\Microsoft\\"})
-    if (EqualPaths(name, refused)) return false;
+    if (EqualIgnoringAsciiCase(name, refused)) return false;
   return true;
 }
 

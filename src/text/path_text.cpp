@@ -2,31 +2,16 @@
 
 #include <algorithm>
 
+#include "text/ascii_case.h"
+
 namespace {
 
 constexpr std::u16string_view kExtendedPrefix = u"\\\\?\\";
 constexpr std::size_t kMaxPath = 260;
 
-char16_t Lower(char16_t unit) {
-  return unit >= u'A' && unit <= u'Z' ? static_cast<char16_t>(unit + (u'a' - u'A')) : unit;
-}
-
 }  // namespace
 
-std::u16string LowerAscii(std::u16string_view text) {
-  std::u16string lowered(text);
-  std::transform(lowered.begin(), lowered.end(), lowered.begin(), Lower);
-  return lowered;
-}
-
-bool EqualPaths(std::u16string_view a, std::u16string_view b) {
-  return std::equal(a.begin(), a.end(), b.begin(), b.end(),
-                    [](char16_t x, char16_t y) { return Lower(x) == Lower(y); });
-}
-
-bool StartsWithPath(std::u16string_view text, std::u16string_view start) {
-  return EqualPaths(text.substr(0, start.size()), start);
-}
+bool EqualPaths(std::u16string_view a, std::u16string_view b) { return EqualIgnoringAsciiCase(a, b); }
 
 bool HasExtendedPrefix(std::u16string_view path) { return path.starts_with(kExtendedPrefix); }
 
@@ -93,7 +78,7 @@ bool IsPlainPath(std::u16string_view path) {
 
 bool IsSameOrBelow(std::u16string_view path, std::u16string_view folder) {
   if (folder.ends_with(u'\\')) folder.remove_suffix(1);
-  if (folder.empty() || !StartsWithPath(path, folder)) return false;
+  if (folder.empty() || !StartsWithIgnoringAsciiCase(path, folder)) return false;
   return path.size() == folder.size() || path[folder.size()] == u'\\';
 }
 

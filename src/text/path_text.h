@@ -1,13 +1,12 @@
-// Paths as texts: comparing, cutting, replacing. Case is folded for the letters A to Z only.
+// Paths as texts: comparing, cutting, replacing.
 #pragma once
 
 #include <string>
 #include <string_view>
 
-std::u16string LowerAscii(std::u16string_view text);
-// Equal but for the case of A to Z; for paths, names and switches alike.
+// Do the texts name the same path, or part of one? Only A to Z are folded. A volume folds more letters, by a table of
+// its own: two texts that differ here may still name one item, but equal ones never name two.
 bool EqualPaths(std::u16string_view a, std::u16string_view b);
-bool StartsWithPath(std::u16string_view text, std::u16string_view start);
 
 // The path begins with "\\?\".
 bool HasExtendedPrefix(std::u16string_view path);

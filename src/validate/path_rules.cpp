@@ -11,6 +11,7 @@
 #include "report/console.h"
 #include "report/lines.h"
 #include "report/log.h"
+#include "text/ascii_case.h"
 #include "text/path_text.h"
 #include "win32/win32.h"
 
@@ -174,7 +175,7 @@ bool IsOnNtfs(const char16_t* path) {
   std::array<char16_t, 261> name{};
   if (!win32::GetVolumeInformationW(root.c_str(), nullptr, 0, nullptr, nullptr, nullptr, name.data(), 261))
     return false;
-  return EqualPaths(name.data(), u"NTFS");
+  return EqualIgnoringAsciiCase(name.data(), u"NTFS");
 }
 
 int IsSystemFolder(const char16_t* path, const SystemFolderOptions& options) try {

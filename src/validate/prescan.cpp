@@ -8,6 +8,7 @@
 #include "probes/locked_handles.h"
 #include "report/lines.h"
 #include "report/log.h"
+#include "text/ascii_case.h"
 #include "text/path_text.h"
 #include "win32/win32.h"
 

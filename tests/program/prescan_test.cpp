@@ -4,7 +4,7 @@
 #include "links/junction.h"
 #include "probes/locked_handles.h"
 #include "program/validation.h"
-#include "text/path_text.h"
+#include "text/ascii_case.h"
 
 namespace {
 
