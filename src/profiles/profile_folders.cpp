@@ -4,7 +4,6 @@
 #include <utility>
 
 #include "profiles/profile_list.h"
-#include "records/registry_text.h"
 #include "report/log.h"
 #include "text/ascii_case.h"
 #include "text/path_text.h"
@@ -26,25 +25,14 @@ const char16_t* NameOf(ProfileFolder which) {
   return u"ProfilesDirectory";
 }
 
-win32::UniqueKey OpenProfileList(win32::ACCESS_MASK access) {
-  win32::UniqueKey key;
-  if (win32::RegOpenKeyExW(win32::HKEY_LOCAL_MACHINE, kProfileListPath, 0, access, key.put()) != win32::ERROR_SUCCESS)
-    key.reset();
-  return key;
-}
-
-bool WriteValue(ProfileFolder which, const RegistryValue& value) {
-  const win32::UniqueKey key = OpenProfileList(win32::KEY_SET_VALUE);
-  return key && WriteRegistryValue(key.get(), NameOf(which), value) == win32::ERROR_SUCCESS;
-}
-
 }  // namespace
 
 bool ReadProfileFolder(ProfileFolder which, ProfileFolderValue& value) try {
-  const win32::UniqueKey key = OpenProfileList(win32::KEY_QUERY_VALUE);
-  RegistryValue read;
-  if (!key || ReadRegistryValue(key.get(), NameOf(which), read) != win32::ERROR_SUCCESS) return false;
-  value = {WithoutTrailingBackslash(ExpandedText(read)), read.type, read.data};
+  win32::UniqueKey key;
+  if (win32::RegOpenKeyExW(win32::HKEY_LOCAL_MACHINE, kProfileListPath, 0, win32::KEY_QUERY_VALUE, key.put()) != 0 ||
+      ReadRegistryValue(key.get(), NameOf(which), value) != 0)
+    return false;
+  value.folder = WithoutTrailingBackslash(ExpandedText(value));
   return !value.folder.empty();
 } catch (const std::exception&) {
   return false;
@@ -67,13 +55,13 @@ bool WriteProfileFolder(ProfileFolder which, const std::u16string& folder) try {
       value = TextValue(std::u16string(kSystemDrive) + folder.substr(drive.size()), win32::REG_EXPAND_SZ);
   }
   // A folder with a name like "%TEMP%" would become another one.
-  return EqualPaths(ExpandedText(value), folder) && WriteValue(which, value);
+  return EqualPaths(ExpandedText(value), folder) && RestoreProfileFolder(which, value);
 } catch (const std::exception&) {
   return false;
 }
 
-bool RestoreProfileFolder(ProfileFolder which, const ProfileFolderValue& value) try {
-  return WriteValue(which, {value.type, value.data});
+bool RestoreProfileFolder(ProfileFolder which, const RegistryValue& value) try {
+  return WriteMachineValue(kProfileListPath, NameOf(which), value) == win32::ERROR_SUCCESS;
 } catch (const std::exception&) {
   return false;
 }

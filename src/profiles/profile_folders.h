@@ -3,17 +3,14 @@
 #pragma once
 
 #include <string>
-#include <vector>
 
-#include "win32/constants.h"
+#include "records/registry_text.h"
 
 enum class ProfileFolder { ProfilesDirectory, Default, Public };
 
 // One of the values as it stands.
-struct ProfileFolderValue {
+struct ProfileFolderValue : RegistryValue {
   std::u16string folder;  // variables replaced, without a backslash at the end
-  win32::DWORD type = 0;
-  std::vector<win32::BYTE> data;
 };
 
 // False when the value is missing, no text, or empty.
@@ -24,7 +21,7 @@ bool RequireProfileFolder(ProfileFolder which, ProfileFolderValue& value);
 // the type replaces variables. False: as it was.
 bool WriteProfileFolder(ProfileFolder which, const std::u16string& folder);
 // Puts a value back byte for byte.
-bool RestoreProfileFolder(ProfileFolder which, const ProfileFolderValue& value);
+bool RestoreProfileFolder(ProfileFolder which, const RegistryValue& value);
 
 // One of the values changed for as long as nobody says that it stays so.
 class ProfileFolderChange {

@@ -8,7 +8,6 @@
 #include "links/presence.h"
 #include "profiles/profile_folders.h"
 #include "profiles/user_accounts.h"
-#include "records/registry_text.h"
 #include "report/lines.h"
 #include "report/log.h"
 #include "text/ascii_case.h"
@@ -18,8 +17,6 @@
 namespace {
 
 constexpr const char16_t* kImagePath = u"ProfileImagePath";
-constexpr std::u16string_view kDefaultProfile = u"DefaultProfile";
-constexpr std::u16string_view kPublicProfile = u"PublicProfile";
 
 // Accounts of this machine and of domains, and those of a directory in the cloud. Services have others, and a key that
 // Windows set aside ends with more than the SID.
@@ -28,16 +25,7 @@ bool IsSidOfPerson(std::u16string_view sid) {
   return sid.substr(1).find_first_not_of(u"0123456789-") == sid.npos;
 }
 
-win32::LSTATUS OpenKeyOf(const std::u16string& sid, win32::DWORD access, win32::UniqueKey& key) {
-  return win32::RegOpenKeyExW(win32::HKEY_LOCAL_MACHINE, (kProfileListPath + (u"\\" + sid)).c_str(), 0, access,
-                              key.put());
-}
-
-win32::LSTATUS ReadImagePath(const std::u16string& sid, RegistryValue& value) {
-  win32::UniqueKey key;
-  const win32::LSTATUS opened = OpenKeyOf(sid, win32::KEY_QUERY_VALUE, key);
-  return opened == 0 ? ReadRegistryValue(key.get(), kImagePath, value) : opened;
-}
+std::u16string KeyOf(const std::u16string& sid) { return kProfileListPath + (u"\\" + sid); }
 
 bool IsHiveLoaded(const std::u16string& sid) {
   win32::UniqueKey key;
@@ -56,7 +44,7 @@ enum class Found { Profile, None, Unknown };
 // The profile of a SID; None when there is no such key, or it names no folder.
 Found ReadProfile(const std::u16string& sid, UserProfile& profile) {
   RegistryValue value;
-  const win32::LSTATUS result = ReadImagePath(sid, value);
+  const win32::LSTATUS result = ReadMachineValue(KeyOf(sid), kImagePath, value);
   if (result == win32::LSTATUS{win32::ERROR_FILE_NOT_FOUND}) return Found::None;
   if (result != 0) return Found::Unknown;
   profile.sid = sid;
@@ -95,25 +83,14 @@ int FindByFolderName(const std::u16string& name, UserProfile& profile) {
   return found == 1 ? 1 : 0;
 }
 
-int GetSharedProfile(ProfileFolder which, UserProfile& profile) {
-  ProfileFolderValue value;
-  if (!ReadProfileFolder(which, value)) return 0;
-  profile = {{}, value.folder, kHiveOfNobody};
-  return 1;
-}
-
 // The value that names the folder; false when there is none that would be read as it.
 bool MakeImagePath(const std::u16string& sid, const std::u16string& folder, RegistryValue& value) {
   RegistryValue present;
-  if (sid.empty() || folder.empty() || ReadImagePath(sid, present) != 0 || !IsText(present)) return false;
+  if (sid.empty() || folder.empty() || ReadMachineValue(KeyOf(sid), kImagePath, present) != 0 || !IsText(present))
+    return false;
   value = TextValue(folder, present.type);
   // A folder with a name like "%TEMP%" would become another one.
   return ExpandedText(value) == folder;
-}
-
-bool WriteImagePath(const std::u16string& sid, const RegistryValue& value) {
-  win32::UniqueKey key;
-  return OpenKeyOf(sid, win32::KEY_SET_VALUE, key) == 0 && WriteRegistryValue(key.get(), kImagePath, value) == 0;
 }
 
 }  // namespace
@@ -122,8 +99,6 @@ bool HasLoadableHive(const std::u16string& folder) { return LookAt(JoinPath(fold
 
 int GetUserProfile(const std::u16string& user, UserProfile& profile) try {
   if (user.empty()) return 0;
-  if (EqualIgnoringAsciiCase(user, kDefaultProfile)) return GetSharedProfile(ProfileFolder::Default, profile);
-  if (EqualIgnoringAsciiCase(user, kPublicProfile)) return GetSharedProfile(ProfileFolder::Public, profile);
   const std::u16string sid = SidOfAccount(user);
   if (sid.empty()) return FindByFolderName(user, profile);
   return IsSidOfPerson(sid) && ReadProfile(sid, profile) == Found::Profile ? 1 : 0;
@@ -133,7 +108,7 @@ int GetUserProfile(const std::u16string& user, UserProfile& profile) try {
 
 int SetProfileImagePath(const std::u16string& sid, const std::u16string& folder) try {
   RegistryValue value;
-  return MakeImagePath(sid, folder, value) && WriteImagePath(sid, value) ? 1 : 0;
+  return MakeImagePath(sid, folder, value) && WriteMachineValue(KeyOf(sid), kImagePath, value) == 0 ? 1 : 0;
 } catch (const std::exception&) {
   return 0;
 }
@@ -141,22 +116,20 @@ int SetProfileImagePath(const std::u16string& sid, const std::u16string& folder)
 bool CanSetProfileImagePath(const std::u16string& sid, const std::u16string& folder) try {
   RegistryValue value;
   win32::UniqueKey key;
-  return MakeImagePath(sid, folder, value) && OpenKeyOf(sid, win32::KEY_SET_VALUE, key) == 0;
+  return MakeImagePath(sid, folder, value) &&
+         win32::RegOpenKeyExW(win32::HKEY_LOCAL_MACHINE, KeyOf(sid).c_str(), 0, win32::KEY_SET_VALUE, key.put()) == 0;
 } catch (const std::exception&) {
   return false;
 }
 
-bool ReadProfileImagePath(const std::u16string& sid, ProfileImagePathValue& value) try {
-  RegistryValue read;
-  if (sid.empty() || ReadImagePath(sid, read) != 0) return false;
-  value = {read.type, std::move(read.data)};
-  return true;
+bool ReadProfileImagePath(const std::u16string& sid, RegistryValue& value) try {
+  return !sid.empty() && ReadMachineValue(KeyOf(sid), kImagePath, value) == 0;
 } catch (const std::exception&) {
   return false;
 }
 
-bool RestoreProfileImagePath(const std::u16string& sid, const ProfileImagePathValue& value) try {
-  return !sid.empty() && WriteImagePath(sid, {value.type, value.data});
+bool RestoreProfileImagePath(const std::u16string& sid, const RegistryValue& value) try {
+  return !sid.empty() && WriteMachineValue(KeyOf(sid), kImagePath, value) == 0;
 } catch (const std::exception&) {
   return false;
 }

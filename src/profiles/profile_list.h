@@ -5,15 +5,14 @@
 #include <string>
 #include <vector>
 
-#include "win32/constants.h"
+#include "records/registry_text.h"
 
 inline constexpr const char16_t* kProfileListPath = u"SOFTWARE\\Microsoft\\Windows NT\\CurrentVersion\\ProfileList";
 
 // What can be done with the hive of a profile. Below 0 it is not to be touched.
 inline constexpr int kHiveNotLoaded = 0;
-inline constexpr int kHiveLoaded = 1;     // below HKEY_USERS, by the user's SID
-inline constexpr int kHiveMissing = -1;   // see HasLoadableHive
-inline constexpr int kHiveOfNobody = -2;  // the Default and the Public profile
+inline constexpr int kHiveLoaded = 1;    // below HKEY_USERS, by the user's SID
+inline constexpr int kHiveMissing = -1;  // see HasLoadableHive
 
 struct UserProfile {
   std::u16string sid;     // "S-1-5-21-..."; empty for Default and Public
@@ -26,7 +25,7 @@ struct UserProfile {
 bool HasLoadableHive(const std::u16string& folder);
 
 // The profile of a user, by an account's name or, when there is no such account, by the last component of exactly one
-// profile folder; the words "DefaultProfile" and "PublicProfile" name these two. 0 when there is none.
+// profile folder. 0 when there is none.
 int GetUserProfile(const std::u16string& user, UserProfile& profile);
 
 // Writes the folder as the user's ProfileImagePath, without variables; the value keeps its type. 0 when it cannot be
@@ -36,12 +35,8 @@ int SetProfileImagePath(const std::u16string& sid, const std::u16string& folder)
 bool CanSetProfileImagePath(const std::u16string& sid, const std::u16string& folder);
 
 // The value as it stands, byte for byte, to put it back.
-struct ProfileImagePathValue {
-  win32::DWORD type = 0;
-  std::vector<win32::BYTE> data;
-};
-bool ReadProfileImagePath(const std::u16string& sid, ProfileImagePathValue& value);
-bool RestoreProfileImagePath(const std::u16string& sid, const ProfileImagePathValue& value);
+bool ReadProfileImagePath(const std::u16string& sid, RegistryValue& value);
+bool RestoreProfileImagePath(const std::u16string& sid, const RegistryValue& value);
 
 // The profiles of people (no services, none that Windows has set aside), in the order of their SIDs. False when the
 // registry did not tell all of them.

@@ -39,7 +39,7 @@ class ProfileRecords {
 
   const UserProfile profile_;
   const std::u16string newFolder_;
-  ProfileImagePathValue imagePath_;
+  RegistryValue imagePath_;
   std::vector<JunctionRecord> folders_, files_;
   std::vector<JunctionRecord> deleted_;
   std::vector<Junction> junctions_;

@@ -53,11 +53,8 @@ RegistryValue ValueOf(const Texts& texts) {
 
 bool Read(ProfileFolder which, Texts& texts) {
   texts.clear();
-  win32::UniqueKey key;
   RegistryValue value;
-  win32::LSTATUS error = win32::RegOpenKeyExW(win32::HKEY_LOCAL_MACHINE, kNotesKey, 0,
-                                              win32::KEY_QUERY_VALUE | win32::KEY_WOW64_32KEY, key.put());
-  if (error == 0) error = ReadRegistryValue(key.get(), NameOf(which), value);
+  const win32::LSTATUS error = ReadMachineValue(kNotesKey, NameOf(which), value, win32::KEY_WOW64_32KEY);
   if (error == win32::LSTATUS{win32::ERROR_FILE_NOT_FOUND}) return true;
   if (error == 0) {
     texts = TextsOf(value);

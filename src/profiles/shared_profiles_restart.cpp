@@ -6,6 +6,7 @@
 
 #include "links/real_path.h"
 #include "links/reparse_data.h"
+#include "records/registry_text.h"
 #include "report/log.h"
 #include "text/ascii_case.h"
 #include "text/path_text.h"
@@ -19,18 +20,14 @@ constexpr const char16_t* kOperations = u"PendingFileRenameOperations";
 // All texts of the value, one behind the other, each with its zero. False when the registry does not tell.
 bool ReadOperations(std::u16string& texts) {
   win32::UniqueKey key;
-  if (win32::RegOpenKeyExW(win32::HKEY_LOCAL_MACHINE, kSessionManager, 0, win32::KEY_QUERY_VALUE, key.put()) !=
-      win32::ERROR_SUCCESS)
-    return false;
-  win32::DWORD type = win32::REG_NONE, size = 0;
-  win32::LSTATUS result = win32::RegQueryValueExW(key.get(), kOperations, nullptr, &type, nullptr, &size);
-  if (result == win32::ERROR_FILE_NOT_FOUND) return true;
-  if (result != win32::ERROR_SUCCESS) return false;
-  std::vector<win32::BYTE> data(size);
-  result = win32::RegQueryValueExW(key.get(), kOperations, nullptr, &type, data.data(), &size);
-  if (result != win32::ERROR_SUCCESS) return false;
-  texts.resize(size / sizeof(char16_t));
-  std::memcpy(texts.data(), data.data(), texts.size() * sizeof(char16_t));
+  if (win32::RegOpenKeyExW(win32::HKEY_LOCAL_MACHINE, kSessionManager, 0, win32::KEY_QUERY_VALUE, key.put()) != 0)
+    return false;  // a machine without this key is none whose restart could be foretold
+  RegistryValue value;
+  const win32::LSTATUS result = ReadRegistryValue(key.get(), kOperations, value);
+  if (result == win32::LSTATUS{win32::ERROR_FILE_NOT_FOUND}) return true;
+  if (result != 0) return false;
+  texts.resize(value.data.size() / sizeof(char16_t));
+  std::memcpy(texts.data(), value.data.data(), texts.size() * sizeof(char16_t));
   return true;
 }
 

@@ -68,7 +68,7 @@ class NormalImagePath {
   void TakeBack() const;
 
   UserProfile& profile_;
-  ProfileImagePathValue before_, written_;
+  RegistryValue before_, written_;
   bool kept_ = false;
 };
 
@@ -90,7 +90,7 @@ bool NormalImagePath::Write() {
 
 // A move that could not be taken back has the value name another folder.
 void NormalImagePath::TakeBack() const {
-  ProfileImagePathValue now;
+  RegistryValue now;
   if (written_.data.empty() || !ReadProfileImagePath(profile_.sid, now) || now.data != written_.data) return;
   if (!RestoreProfileImagePath(profile_.sid, before_)) Log(line::kProfilePathNotUpdated);
 }

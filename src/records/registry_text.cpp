@@ -43,6 +43,21 @@ win32::LSTATUS WriteRegistryValue(win32::HKEY key, const char16_t* name, const R
                                static_cast<win32::DWORD>(value.data.size()));
 }
 
+win32::LSTATUS ReadMachineValue(const std::u16string& key, const char16_t* name, RegistryValue& value,
+                                win32::ACCESS_MASK view) {
+  win32::UniqueKey opened;
+  const win32::LSTATUS result =
+      win32::RegOpenKeyExW(win32::HKEY_LOCAL_MACHINE, key.c_str(), 0, win32::KEY_QUERY_VALUE | view, opened.put());
+  return result == 0 ? ReadRegistryValue(opened.get(), name, value) : result;
+}
+
+win32::LSTATUS WriteMachineValue(const std::u16string& key, const char16_t* name, const RegistryValue& value) {
+  win32::UniqueKey opened;
+  const win32::LSTATUS result =
+      win32::RegOpenKeyExW(win32::HKEY_LOCAL_MACHINE, key.c_str(), 0, win32::KEY_SET_VALUE, opened.put());
+  return result == 0 ? WriteRegistryValue(opened.get(), name, value) : result;
+}
+
 bool IsText(const RegistryValue& value) { return value.type == win32::REG_SZ || value.type == win32::REG_EXPAND_SZ; }
 
 std::u16string RawText(const RegistryValue& value) {

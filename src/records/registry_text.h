@@ -1,4 +1,4 @@
-// Texts in the registry that name folders and pictures of users.
+// Values in the registry, above all texts that name folders and pictures of users.
 #pragma once
 
 #include <string>
@@ -15,6 +15,11 @@ struct RegistryValue {
 // The error of the registry: ERROR_FILE_NOT_FOUND when there is no such value.
 win32::LSTATUS ReadRegistryValue(win32::HKEY key, const char16_t* name, RegistryValue& value);
 win32::LSTATUS WriteRegistryValue(win32::HKEY key, const char16_t* name, const RegistryValue& value);
+// The same of a key below HKEY_LOCAL_MACHINE, which is not made where it is missing: ERROR_FILE_NOT_FOUND then, too.
+// view: KEY_WOW64_32KEY, KEY_WOW64_64KEY, or the program's own.
+win32::LSTATUS ReadMachineValue(const std::u16string& key, const char16_t* name, RegistryValue& value,
+                                win32::ACCESS_MASK view = 0);
+win32::LSTATUS WriteMachineValue(const std::u16string& key, const char16_t* name, const RegistryValue& value);
 
 bool IsText(const RegistryValue& value);  // REG_SZ or REG_EXPAND_SZ
 // Its text up to the terminator, if it has one; with its variables as they are.

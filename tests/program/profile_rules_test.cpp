@@ -53,9 +53,7 @@ TEST_F(ProfileRules, FindTheProfileOfAUser) {
       {u"maria@corp.example", kSidOfMaria, u"C:\\Users\\maria.CORP", kHiveMissing},
       {u"gone user", machineSid + u"-2001", u"C:\\Users\\Gone User", kHiveMissing},
       {u"cloud", u"S-1-12-1-11-22-33-44", u"C:\\Users\\cloud", kHiveMissing},
-      {u"Administrator", machineSid + u"-500", u"C:\\Users\\Administrator", kHiveLoaded},
-      {u"defaultprofile", u"", u"C:\\Users\\Default", kHiveOfNobody},
-      {u"PublicProfile", u"", u"C:\\Users\\Public", kHiveOfNobody}};
+      {u"Administrator", machineSid + u"-500", u"C:\\Users\\Administrator", kHiveLoaded}};
   for (const auto& [name, sid, folder, hiveState] : cases) {
     UserProfile profile;
     ASSERT_EQ(GetUserProfile(name, profile), 1) << Utf8(name);
@@ -63,8 +61,8 @@ TEST_F(ProfileRules, FindTheProfileOfAUser) {
     EXPECT_EQ(profile.folder, folder) << Utf8(name);
     EXPECT_EQ(profile.hiveState, hiveState) << Utf8(name);
   }
-  for (const auto* name :
-       {u"", u"nobody", u"twice", u"aside", u"systemprofile", u"LocalService", u"SYSTEM", u"Users"}) {
+  for (const auto* name : {u"", u"nobody", u"DefaultProfile", u"twice", u"aside", u"systemprofile", u"LocalService",
+                           u"SYSTEM", u"Users"}) {
     UserProfile profile;
     EXPECT_EQ(GetUserProfile(name, profile), 0) << Utf8(name);
   }
