@@ -2,6 +2,7 @@
 #pragma once
 
 #include "cli/parser.h"
+#include "fsops/carried_along.h"
 #include "resources/string_ids.h"
 
 struct Invocation {
@@ -10,8 +11,7 @@ struct Invocation {
   std::u16string typedCommand;  // argv[1]
   std::u16string lowered;       // all words, joined by blanks, in lower case
 
-  bool CopyNtfsPermissions() const { return !line.Has(u"-NTFS"); }
-  bool CopyShares() const { return !line.Has(u"-Share"); }
+  CarriedAlong Carried() const { return {.ntfsPermissions = !line.Has(u"-NTFS"), .shares = !line.Has(u"-Share")}; }
   bool Removes() const { return line.Has(u"d"); }
 };
 

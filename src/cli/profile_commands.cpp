@@ -112,22 +112,18 @@ int RunRedirectUP(const Invocation& invocation) {
           .c_str());
   const char16_t* const location = invocation.line.arguments.back().c_str();
   if (!NamesDefaultOrPublic(invocation))
-    return RedirectUserProfile(invocation.line.arguments.front().c_str(), location, invocation.CopyNtfsPermissions(),
-                               invocation.CopyShares(), 0);
+    return RedirectUserProfile(invocation.line.arguments.front().c_str(), location, {.carried = invocation.Carried()});
   ServicePause mediaSharing(ServicePause::kMediaSharing);
   mediaSharing.Begin();
-  return RedirectSharedProfiles(NamedProfiles(invocation), location, invocation.CopyNtfsPermissions(),
-                                invocation.CopyShares());
+  return RedirectSharedProfiles(NamedProfiles(invocation), location, invocation.Carried());
 }
 
 int RunRedirectUPDefault(const Invocation& invocation) {
   if (ProfileSwitchIsMistyped(invocation)) return RefuseParameters(StringId::RedirectUPDefaultUsage);
   if (RefusedWhileFrozen(invocation)) return 0;
   if (!NamesDefaultOrPublic(invocation))
-    return RedirectUserProfileToDefault(invocation.line.arguments.front().c_str(), invocation.CopyNtfsPermissions(),
-                                        invocation.CopyShares());
+    return RedirectUserProfileToDefault(invocation.line.arguments.front().c_str(), invocation.Carried());
   ServicePause mediaSharing(ServicePause::kMediaSharing);
   mediaSharing.Begin();
-  return RedirectSharedProfilesToDefault(NamedProfiles(invocation), invocation.CopyNtfsPermissions(),
-                                         invocation.CopyShares());
+  return RedirectSharedProfilesToDefault(NamedProfiles(invocation), invocation.Carried());
 }

@@ -28,7 +28,7 @@ int RunRedirectFolder(const Invocation& invocation) {
     return SayFailure(StringId::RemovalStandsAlone);
   const auto handler = invocation.Removes() ? RemoveFolderRedirection : RedirectFolder;
   return handler(invocation.line.arguments.front().c_str(), invocation.line.arguments.back().c_str(),
-                 invocation.CopyNtfsPermissions(), invocation.CopyShares());
+                 invocation.Carried());
 }
 
 int RunRedirectFile(const Invocation& invocation) {
@@ -38,5 +38,5 @@ int RunRedirectFile(const Invocation& invocation) {
   const char16_t* const source = invocation.line.arguments.front().c_str();
   const char16_t* const target = invocation.line.arguments.back().c_str();
   return invocation.Removes() ? RemoveFileRedirection(source, target)
-                              : RedirectFile(source, target, invocation.CopyNtfsPermissions());
+                              : RedirectFile(source, target, invocation.Carried().ntfsPermissions);
 }

@@ -17,7 +17,6 @@ namespace {
 
 constexpr win32::DWORD kBufferSize = 0x100000;
 constexpr win32::DWORD kShareReadWrite = win32::FILE_SHARE_READ | win32::FILE_SHARE_WRITE;
-constexpr win32::DWORD kSmallestChunk = 20;  // a stream's header without a name
 
 std::unique_ptr<win32::BYTE[]> CopyBuffer() { return std::make_unique_for_overwrite<win32::BYTE[]>(kBufferSize); }
 
@@ -25,9 +24,16 @@ win32::DWORD OpenFlags(bool isReparsePoint) {
   return win32::FILE_FLAG_BACKUP_SEMANTICS | (isReparsePoint ? win32::FILE_FLAG_OPEN_REPARSE_POINT : 0);
 }
 
-ItemKind ItemKindOf(const std::u16string& source, int isDirectory) {
-  const bool isEncrypted = LookAt(source).IsEncrypted();
-  return {.isDirectory = isDirectory != 0, .isReparsePoint = IsReparsePoint(source), .isEncrypted = isEncrypted};
+struct ItemKind {
+  bool isDirectory;
+  bool isReparsePoint;
+  bool isEncrypted;
+};
+
+ItemKind KindOf(const std::u16string& source, const BackupCopyOptions& options) {
+  const bool isEncrypted = options.isEncrypted ? *options.isEncrypted : LookAt(source).IsEncrypted();
+  const bool isReparsePoint = options.isReparsePoint ? *options.isReparsePoint : IsReparsePoint(source);
+  return {options.isDirectory, isReparsePoint, isEncrypted};
 }
 
 // To the debugger only.
@@ -114,51 +120,8 @@ int CopyContents(const std::u16string& sourcePath, const std::u16string& targetP
   }
   const win32::DWORD size = win32::GetFileSize(source.get(), nullptr);
   if (size == win32::INVALID_FILE_SIZE) return 0;
-  return CopyChunks(source, target, std::clamp(size, kSmallestChunk, kBufferSize), sourcePath, targetPath);
+  return CopyChunks(source, target, std::clamp(size, kStreamHeaderSize, kBufferSize), sourcePath, targetPath);
 }
-
-}  // namespace
-
-int CopyFileTimesAndAttributes(const std::u16string& source, const std::u16string& target, bool isReparsePoint) {
-  const Look look = LookAt(source);
-  win32::FILETIME creation{}, lastAccess{}, lastWrite{};
-  {
-    const win32::UniqueFile file{win32::CreateFileW(source.c_str(), win32::GENERIC_READ, win32::FILE_SHARE_READ,
-                                                    nullptr, win32::OPEN_EXISTING, OpenFlags(isReparsePoint), nullptr)};
-    if (!file || !win32::GetFileTime(file.get(), &creation, &lastAccess, &lastWrite)) return 0;
-  }
-  if (!look.IsThere()) return 0;
-
-  win32::SetFileAttributesW(target.c_str(), win32::FILE_ATTRIBUTE_NORMAL);  // a read-only item can then be opened
-  {
-    const win32::UniqueFile file{win32::CreateFileW(target.c_str(), win32::FILE_WRITE_ATTRIBUTES,
-                                                    win32::FILE_SHARE_WRITE, nullptr, win32::OPEN_EXISTING,
-                                                    OpenFlags(isReparsePoint), nullptr)};
-    if (!file || !win32::SetFileTime(file.get(), &creation, &lastAccess, &lastWrite)) return 0;
-  }
-  win32::SetFileAttributesW(target.c_str(), look.attributes);
-  return 1;
-}
-
-int CopyFileTimesAndAttributes(const std::u16string& source, const std::u16string& target) {
-  return CopyFileTimesAndAttributes(source, target, IsReparsePoint(source));
-}
-
-int CopyParentDirectoryTimes(const std::u16string& source, const std::u16string& target) try {
-  constexpr std::size_t kAfterDrive = 2;  // "C:\x": the parent is the drive's root
-  const auto rootBackslash = [](const std::u16string& path) {
-    return HasExtendedPrefix(path) ? kAfterDrive + 4 : kAfterDrive;
-  };
-  const std::size_t sourceCut = source.rfind(u'\\');
-  const std::size_t targetCut = target.rfind(u'\\');
-  if (sourceCut == std::u16string::npos || targetCut == std::u16string::npos) return 0;
-  if (sourceCut == rootBackslash(source) || targetCut == rootBackslash(target)) return 1;
-  return CopyFileTimesAndAttributes(source.substr(0, sourceCut), target.substr(0, targetCut));
-} catch (const std::exception&) {
-  return 0;
-}
-
-namespace {
 
 int CopyEncryptedFile(const std::u16string& source, const std::u16string& target) {
   if (source.size() >= win32::MAX_PATH || target.size() >= win32::MAX_PATH)
@@ -181,63 +144,14 @@ int CopyEncryptedDirectory(const std::u16string& source, const std::u16string& t
   return 1;
 }
 
-EncryptedCopy CopyIfEncrypted(const std::u16string& source, const std::u16string& target, ItemKind kind) {
+// What an encrypted item needs instead of a backup copy.
+enum class EncryptedCopy { Copied, Failed, NotEncrypted };
+
+EncryptedCopy CopyEncryptedItem(const std::u16string& source, const std::u16string& target, ItemKind kind) {
   if (!kind.isEncrypted) return EncryptedCopy::NotEncrypted;
   const int copied = kind.isDirectory ? CopyEncryptedDirectory(source, target) : CopyEncryptedFile(source, target);
   return copied ? EncryptedCopy::Copied : EncryptedCopy::Failed;
 }
-
-}  // namespace
-
-EncryptedCopy CopyEncryptedItem(const std::u16string& source, const std::u16string& target, int isDirectory) try {
-  const bool encrypted = LookAt(source).IsEncrypted();
-  return CopyIfEncrypted(source, target, {.isDirectory = isDirectory != 0, .isEncrypted = encrypted});
-} catch (const std::exception&) {
-  return EncryptedCopy::Failed;
-}
-
-int BackupCopyItem(const std::u16string& source, const std::u16string& target, ItemKind kind) try {
-  if (kind.isReparsePoint && !kind.isDirectory) return BackupCopyItemEx(source, target, kind);
-  const EncryptedCopy encrypted = CopyIfEncrypted(source, target, kind);
-  if (encrypted != EncryptedCopy::NotEncrypted) return encrypted == EncryptedCopy::Copied ? 1 : 0;
-
-  std::u16string targetPath = target;
-  if (kind.isDirectory && !MakeOpenDirectory(targetPath)) {
-    Log(u"ERROR: Failed To create directory = %ls.", targetPath);
-    return 0;
-  }
-  if (!CopyContents(source, targetPath, kind)) return 0;
-  return CopyFileTimesAndAttributes(source, targetPath, kind.isReparsePoint);
-} catch (const std::exception&) {
-  // Nothing says how far the copy came, and an incomplete copy must not count as done.
-  return 0;
-}
-
-int BackupCopy(const std::u16string& source, const std::u16string& target, int isDirectory) {
-  if (!BackupCopyItem(source, target, ItemKindOf(source, isDirectory))) return 0;
-  return CopyParentDirectoryTimes(source, target);
-}
-
-namespace {
-
-// The fixed part of a stream's header as it comes (WIN32_STREAM_ID without the name).
-struct StreamHeader {
-  win32::DWORD id;
-  win32::DWORD attributes;
-  std::uint64_t size;
-  win32::DWORD nameSize;
-
-  static constexpr win32::DWORD kSize = 20;
-  static StreamHeader From(const win32::BYTE* bytes) {
-    const auto number = [bytes](std::size_t offset, std::size_t length) {
-      std::uint64_t value = 0;
-      for (std::size_t i = length; i-- > 0;) value = (value << 8) | bytes[offset + i];
-      return value;
-    };
-    return {static_cast<win32::DWORD>(number(0, 4)), static_cast<win32::DWORD>(number(4, 4)), number(8, 8),
-            static_cast<win32::DWORD>(number(16, 4))};
-  }
-};
 
 // One item on its way from BackupRead to BackupWrite, every stream's header looked at.
 class StreamCopy {
@@ -249,12 +163,12 @@ class StreamCopy {
     for (;;) {
       win32::DWORD read = 0;
       // A read that fails is a failure even if it brought no byte: it does not say that this is the end.
-      if (!reader_.Read(buffer_.get(), StreamHeader::kSize, read)) return false;
+      if (!reader_.Read(buffer_.get(), kStreamHeaderSize, read)) return false;
       if (read == 0) return writer_.Write(buffer_.get(), 0);
-      if (read != StreamHeader::kSize) return false;
-      const StreamHeader header = StreamHeader::From(buffer_.get());
-      if (header.id == win32::BACKUP_REPARSE_DATA && !withReparseData_) {
-        if (!Skip(header.size)) return false;
+      if (read != kStreamHeaderSize) return false;
+      const win32::WIN32_STREAM_ID header = StreamHeaderAt(buffer_.get());
+      if (header.dwStreamId == win32::BACKUP_REPARSE_DATA && !withReparseData_) {
+        if (!Skip(SizeOf(header))) return false;
       } else if (!writer_.Write(buffer_.get(), read) || !CopyBody(header)) {
         return false;
       }
@@ -262,23 +176,24 @@ class StreamCopy {
   }
 
  private:
-  bool CopyBody(const StreamHeader& header) {
-    if ((header.attributes & win32::STREAM_MODIFIED_WHEN_READ) != 0) return false;
-    if (header.size > static_cast<std::uint64_t>(INT64_MAX)) return false;
-    switch (header.id) {
+  bool CopyBody(const win32::WIN32_STREAM_ID& header) {
+    if ((header.dwStreamAttributes & win32::STREAM_MODIFIED_WHEN_READ) != 0) return false;
+    const std::uint64_t size = SizeOf(header);
+    if (size > static_cast<std::uint64_t>(INT64_MAX)) return false;
+    switch (header.dwStreamId) {
       case win32::BACKUP_INVALID:
       case win32::BACKUP_LINK:
         return false;
       case win32::BACKUP_SECURITY_DATA:
       case win32::BACKUP_OBJECT_ID:
       case win32::BACKUP_REPARSE_DATA:
-        return CopyWhole(header.size);
+        return CopyWhole(size);
       case win32::BACKUP_SPARSE_BLOCK:
-        return CopyPieces(header.size);  // whole when it fits the buffer
+        return CopyPieces(size);  // whole when it fits the buffer
       case win32::BACKUP_ALTERNATE_DATA:
-        return CopyWhole(header.nameSize) && CopyPieces(header.size);
+        return CopyWhole(header.dwStreamNameSize) && CopyPieces(size);
       default:
-        return CopyPieces(header.nameSize + header.size);
+        return CopyPieces(header.dwStreamNameSize + size);
     }
   }
 
@@ -316,19 +231,48 @@ bool CopyStreams(const std::u16string& sourcePath, const std::u16string& targetP
   return target && StreamCopy(source, target).Run();
 }
 
-}  // namespace
-
-int BackupCopyItemEx(const std::u16string& source, const std::u16string& target, ItemKind kind) try {
-  const EncryptedCopy encrypted = CopyIfEncrypted(source, target, kind);
+int CopyByStreams(const std::u16string& source, const std::u16string& target, ItemKind kind) {
+  const EncryptedCopy encrypted = CopyEncryptedItem(source, target, kind);
   if (encrypted != EncryptedCopy::NotEncrypted) return encrypted == EncryptedCopy::Copied ? 1 : 0;
 
   std::u16string targetPath = target;
   if (kind.isDirectory && !MakeDirectory(targetPath, nullptr)) return 0;
   if (kind.isReparsePoint) Log(u"BackupCopyEx : %s is reparse point", source);
-  return CopyStreams(source, targetPath, kind) ? CopyFileTimesAndAttributes(source, targetPath, kind.isReparsePoint)
-                                               : 0;
+  if (!CopyStreams(source, targetPath, kind)) return 0;
+  return CopyFileTimesAndAttributes(source, targetPath, {.isReparsePoint = kind.isReparsePoint});
+}
+
+int CopyByChunks(const std::u16string& source, const std::u16string& target, ItemKind kind) {
+  if (kind.isReparsePoint && !kind.isDirectory) return CopyByStreams(source, target, kind);
+  const EncryptedCopy encrypted = CopyEncryptedItem(source, target, kind);
+  if (encrypted != EncryptedCopy::NotEncrypted) return encrypted == EncryptedCopy::Copied ? 1 : 0;
+
+  std::u16string targetPath = target;
+  if (kind.isDirectory && !MakeOpenDirectory(targetPath)) {
+    Log(u"ERROR: Failed To create directory = %ls.", targetPath);
+    return 0;
+  }
+  if (!CopyContents(source, targetPath, kind)) return 0;
+  return CopyFileTimesAndAttributes(source, targetPath, {.isReparsePoint = kind.isReparsePoint});
+}
+
+int CopyItem(int (*copy)(const std::u16string&, const std::u16string&, ItemKind), const std::u16string& source,
+             const std::u16string& target, const BackupCopyOptions& options) try {
+  if (!copy(source, target, KindOf(source, options))) return 0;
+  return options.leaveParentTimes ? 1 : CopyParentDirectoryTimes(source, target);
 } catch (const std::exception&) {
+  // Nothing says how far the copy came, and an incomplete copy must not count as done.
   return 0;
+}
+
+}  // namespace
+
+int BackupCopy(const std::u16string& source, const std::u16string& target, const BackupCopyOptions& options) {
+  return CopyItem(CopyByChunks, source, target, options);
+}
+
+int BackupCopyEx(const std::u16string& source, const std::u16string& target, const BackupCopyOptions& options) {
+  return CopyItem(CopyByStreams, source, target, options);
 }
 
 int BackupCopyFolderItself(const std::u16string& source, const std::u16string& target) try {
@@ -345,14 +289,46 @@ int BackupCopyFolderItself(const std::u16string& source, const std::u16string& t
   if (!look.IsThere() || (look.IsEncrypted() && !win32::EncryptFileW(target.c_str()))) return 0;
   // The streams brought the descriptor without the mark of an inherited DACL.
   const FolderDescriptor descriptor = ReadDescriptor(source);
-  return !descriptor.empty() && WriteDescriptor(target, descriptor) && CopyFileTimesAndAttributes(source, target, true)
+  return !descriptor.empty() && WriteDescriptor(target, descriptor) &&
+                 CopyFileTimesAndAttributes(source, target, {.isReparsePoint = true})
              ? 1
              : 0;
 } catch (const std::exception&) {
   return 0;
 }
 
-int BackupCopyEx(const std::u16string& source, const std::u16string& target, int isDirectory) {
-  if (!BackupCopyItemEx(source, target, ItemKindOf(source, isDirectory))) return 0;
-  return CopyParentDirectoryTimes(source, target);
+int CopyFileTimesAndAttributes(const std::u16string& source, const std::u16string& target,
+                               const TimesCopyOptions& options) {
+  const bool isReparsePoint = options.isReparsePoint ? *options.isReparsePoint : IsReparsePoint(source);
+  const Look look = LookAt(source);
+  win32::FILETIME creation{}, lastAccess{}, lastWrite{};
+  {
+    const win32::UniqueFile file{win32::CreateFileW(source.c_str(), win32::GENERIC_READ, win32::FILE_SHARE_READ,
+                                                    nullptr, win32::OPEN_EXISTING, OpenFlags(isReparsePoint), nullptr)};
+    if (!file || !win32::GetFileTime(file.get(), &creation, &lastAccess, &lastWrite)) return 0;
+  }
+  if (!look.IsThere()) return 0;
+
+  win32::SetFileAttributesW(target.c_str(), win32::FILE_ATTRIBUTE_NORMAL);  // a read-only item can then be opened
+  {
+    const win32::UniqueFile file{win32::CreateFileW(target.c_str(), win32::FILE_WRITE_ATTRIBUTES,
+                                                    win32::FILE_SHARE_WRITE, nullptr, win32::OPEN_EXISTING,
+                                                    OpenFlags(isReparsePoint), nullptr)};
+    if (!file || !win32::SetFileTime(file.get(), &creation, &lastAccess, &lastWrite)) return 0;
+  }
+  win32::SetFileAttributesW(target.c_str(), look.attributes);
+  return 1;
+}
+
+int CopyParentDirectoryTimes(const std::u16string& source, const std::u16string& target) try {
+  const auto isInDriveRoot = [](const std::u16string& path) {
+    return WithoutExtendedPrefix(path).rfind(u'\\') == 2;  // "C:\x"
+  };
+  const std::size_t sourceCut = source.rfind(u'\\');
+  const std::size_t targetCut = target.rfind(u'\\');
+  if (sourceCut == std::u16string::npos || targetCut == std::u16string::npos) return 0;
+  if (isInDriveRoot(source) || isInDriveRoot(target)) return 1;
+  return CopyFileTimesAndAttributes(source.substr(0, sourceCut), target.substr(0, targetCut));
+} catch (const std::exception&) {
+  return 0;
 }

@@ -1,6 +1,10 @@
-// The two ends of a backup copy: files that keep their last-access time, and the contexts of BackupRead and
-// BackupWrite.
+// The two ends of a backup copy: files that keep their last-access time, the contexts of BackupRead and BackupWrite,
+// and the header of a stream.
 #pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <cstring>
 
 #include "win32/file.h"
 #include "win32/handle.h"
@@ -14,6 +18,19 @@ struct AccessTimeKeepingTraits : win32::FileHandleTraits {
   }
 };
 using AccessTimeKeepingFile = win32::UniqueHandle<AccessTimeKeepingTraits>;
+
+// The header of a stream without its name.
+inline constexpr win32::DWORD kStreamHeaderSize = 20;
+static_assert(offsetof(win32::WIN32_STREAM_ID, cStreamName) == kStreamHeaderSize);
+
+inline win32::WIN32_STREAM_ID StreamHeaderAt(const win32::BYTE* bytes) {
+  win32::WIN32_STREAM_ID header{};
+  std::memcpy(&header, bytes, kStreamHeaderSize);
+  return header;
+}
+inline std::uint64_t SizeOf(const win32::WIN32_STREAM_ID& header) {
+  return static_cast<std::uint64_t>(header.Size.QuadPart);
+}
 
 // A backup being read from, or written to, an open file. The file outlives it.
 class BackupReader {

@@ -6,6 +6,7 @@
 #include <utility>
 
 #include "fsops/backup_copy.h"
+#include "fsops/copy_roots.h"
 #include "fsops/delete_tree.h"
 #include "fsops/file_facts.h"
 #include "fsops/security.h"
@@ -13,8 +14,6 @@
 #include "links/mounted_folder.h"
 #include "links/presence.h"
 #include "links/real_path.h"
-#include "links/volume_paths.h"
-#include "report/console.h"
 #include "report/lines.h"
 #include "report/log.h"
 #include "text/ascii_case.h"
@@ -23,18 +22,11 @@
 
 namespace {
 
-// A root in the form in which paths below it begin: no prefix, no backslash at the end.
-std::u16string Base(std::u16string_view root) {
-  root = WithoutExtendedPrefix(root);
-  while (!root.empty() && root.back() == u'\\') root.remove_suffix(1);
-  return std::u16string(root);
-}
-
 // What is written into a file of several names (hard links) is written to all of them, and the others may lie where the
 // user who made this one may not write.
 bool HasOtherNames(const std::u16string& file) {
   const std::optional<FileFacts> facts = FactsOf(file);
-  if (facts && facts->names == 1) return false;
+  if (facts && facts->linkCount == 1) return false;
   Log(u"#ERROR: The file %ls is not overwritten: it has other names (hard links), or that cannot be told.", file);
   return true;
 }
@@ -62,18 +54,16 @@ enum class Step { Next, Failed, Ended };
 
 class TreeCopy {
  public:
-  TreeCopy(const CopyFlags& flags, CopyRecord& record, const TreeListing* only)
-      : flags_(flags), record_(record), restoring_(only != nullptr && flags.continueOnError), only_(only) {
+  TreeCopy(const CopyFlags& flags, CopyRecord& record, const std::optional<CopySelection>& selection)
+      : flags_(flags), record_(record), selection_(selection), bringsBack_(selection && selection->bringsBack) {
     record_.flags = flags;
   }
 
   int Run(const std::u16string& sourceRoot, const std::u16string& targetRoot);
 
  private:
-  bool ResolveRoots(const std::u16string& sourceRoot, const std::u16string& targetRoot);
   bool ListSource(TreeListing& listing) const;
   bool SystemFoldersPermit(const TreeListing& listing) const;
-  std::u16string TargetOf(const TreeEntry& entry) const;
 
   CopiedItem& AddItem(CopiedItem item);
   CopiedItem* FindLink(const TreeEntry& entry);
@@ -84,7 +74,6 @@ class TreeCopy {
   bool CopyWithoutBackup(const TreeEntry& entry, const std::u16string& target, const Look& look);
   bool MayGoOn() const;
   void CopyDaclOf(const TreeEntry& entry, const std::u16string& target) const;
-  Step ShowProgress(const std::u16string& entry, const std::u16string& target) const;
 
   Step CopyLink(const TreeEntry& link);
   Step CopyMount(const TreeEntry& link, const std::u16string& newLink);
@@ -98,10 +87,9 @@ class TreeCopy {
 
   const CopyFlags flags_;
   CopyRecord& record_;
-  const bool restoring_;  // entries are brought back to where they came from
-  const TreeListing* only_;
-  bool sourceWasVolumePath_ = false, targetWasVolumePath_ = false;
-  std::u16string sourceBase_, targetBase_;
+  const std::optional<CopySelection> selection_;
+  const bool bringsBack_;
+  CopyRoots roots_;
   bool copyFileDenied_ = false;  // the last CopyFileW
   ShareList shares_;
   std::set<std::u16string> targets_;                        // of this run's items, lower case
@@ -118,29 +106,9 @@ Step TreeCopy::Failed(const TreeEntry& entry, const std::u16string& target) cons
   return flags_.continueOnError ? Step::Next : Step::Failed;
 }
 
-bool TreeCopy::ResolveRoots(const std::u16string& sourceRoot, const std::u16string& targetRoot) {
-  record_.sourceRoot = sourceRoot;
-  record_.targetRoot = targetRoot;
-  sourceWasVolumePath_ = IsVolumePath(sourceRoot.c_str());
-  targetWasVolumePath_ = IsVolumePath(targetRoot.c_str());
-  std::u16string given = sourceRoot;
-  if (sourceWasVolumePath_ && !VolumePathToNormalPath(given, record_.sourceRoot)) {
-    Log(u"#ERROR: Source Volume Path to Normal Path Conversion Failed.");
-    return false;
-  }
-  given = targetRoot;
-  if (targetWasVolumePath_ && !VolumePathToNormalPath(given, record_.targetRoot)) {
-    Log(u"#ERROR: Destination Volume Path to Normal Path Conversion Failed.");
-    return false;
-  }
-  sourceBase_ = Base(record_.sourceRoot);
-  targetBase_ = Base(record_.targetRoot);
-  return true;
-}
-
 bool TreeCopy::ListSource(TreeListing& listing) const {
-  if (only_) {
-    listing = *only_;
+  if (selection_) {
+    listing = selection_->listing;
     return true;
   }
   if (GetFileList(record_.sourceRoot, listing)) return true;
@@ -155,19 +123,11 @@ bool TreeCopy::SystemFoldersPermit(const TreeListing& listing) const {
   const bool rootOfVolume = IsVolumeMountPoint(record_.sourceRoot.c_str()) != 0;
   for (const std::u16string& folder : listing.systemFolders) {
     const std::u16string_view path = WithoutExtendedPrefix(folder);
-    if (rootOfVolume && path.rfind(u'\\') == sourceBase_.size()) continue;
+    if (rootOfVolume && path.rfind(u'\\') == roots_.sourceBase().size()) continue;
     Log(u"#ERROR: The folder %ls belongs to Windows and cannot be moved.", folder);
     return false;
   }
   return true;
-}
-
-std::u16string TreeCopy::TargetOf(const TreeEntry& entry) const {
-  std::u16string target = targetBase_;
-  target += WithoutExtendedPrefix(entry.path).substr(sourceBase_.size());
-  // An entry that was reached by "\\?\" only (its name ends with a dot, say) is made in the same way.
-  if (target.size() >= win32::MAX_PATH || HasExtendedPrefix(entry.path)) return WithExtendedPrefix(target);
-  return target;
 }
 
 // May the entry be copied onto what is there? Not through a link into somebody else's folder, not onto another kind of
@@ -177,7 +137,7 @@ bool TreeCopy::MayStandOn(const TreeEntry& entry, const std::u16string& target, 
   if (look.IsDirectory() != entry.IsDirectory() || IsTaken(entry, target, look)) return false;
   // Not by IsJunction, which cannot read a junction that somebody holds open.
   const bool targetIsLink = look.IsReparsePoint() && LinkTagAt(target) != 0;
-  if (look.IsReparsePoint() && !restoring_ && IsVolumeMountPoint(target.c_str())) return false;
+  if (look.IsReparsePoint() && !bringsBack_ && IsVolumeMountPoint(target.c_str())) return false;
   if (entry.IsLink()) return targetIsLink || IsEmptyFolder(target);
   return !targetIsLink && (entry.IsDirectory() || !HasOtherNames(target));
 }
@@ -214,7 +174,7 @@ Step TreeCopy::CopyEntry(const TreeEntry& entry) {
     return Step::Next;
   }
 
-  const std::u16string target = TargetOf(entry);
+  const std::u16string target = roots_.TargetOf(entry.path);
   const Look look = LookAt(target);
   if (look.IsThere() && flags_.continueOnError && !entry.IsDirectory()) return Step::Next;
   if (source.presence == Presence::NotTold || !MayStandOn(entry, target, look)) return Failed(entry, target);
@@ -222,7 +182,7 @@ Step TreeCopy::CopyEntry(const TreeEntry& entry) {
   const bool becomesLink = entry.IsJunction() && look.IsThere() && !look.IsReparsePoint();
   CopiedItem& item = AddItem({entry, target, look.IsGone(), becomesLink, false});
   // A folder that is still where it came from never lost its security and streams.
-  if (restoring_ && entry.IsDirectory() && look.IsThere()) {
+  if (bringsBack_ && entry.IsDirectory() && look.IsThere()) {
     item.complete = true;
   } else {
     const TargetAttributes attributes(target, look);
@@ -231,33 +191,34 @@ Step TreeCopy::CopyEntry(const TreeEntry& entry) {
   }
   if (entry.IsDirectory() && !shares_.FindByPath(WithoutExtendedPrefix(entry.path)).empty())
     sharedFolders_.emplace(WithoutExtendedPrefix(entry.path), WithoutExtendedPrefix(target));
-  return ShowProgress(entry.path, target);
+  return roots_.ShowProgress(entry.path, target) ? Step::Next : Step::Ended;
 }
 
 bool TreeCopy::CopyItem(const TreeEntry& entry, const std::u16string& target, const Look& look) {
   if (!flags_.useBackupCopy) return CopyWithoutBackup(entry, target, look);
-  const bool copied = BackupCopyItem(entry.path, target,
-                                     {.isDirectory = entry.IsDirectory(),
-                                      .isReparsePoint = entry.IsReparsePoint(),
-                                      .isEncrypted = entry.IsEncrypted()}) != 0;
+  const bool copied = BackupCopy(entry.path, target,
+                                 {.isDirectory = entry.IsDirectory(),
+                                  .isReparsePoint = entry.IsReparsePoint(),
+                                  .isEncrypted = entry.IsEncrypted(),
+                                  .leaveParentTimes = true}) != 0;
   if (!copied && !flags_.continueOnError) return false;
   CopyDaclOf(entry, target);
   changedFolders_.try_emplace(entry.path.substr(0, entry.path.rfind(u'\\')), entry.path, target);
   return copied;
 }
 
-// Not for a link: the security functions follow it, and would write the DACL of the folder that it leads to - somebody
-// else's. The link's own came with the backup copy.
+// Not for a link: its own DACL came with the backup copy.
 void TreeCopy::CopyDaclOf(const TreeEntry& entry, const std::u16string& target) const {
   if (entry.IsLink()) return;
-  const bool targetIsRoot = EqualPaths(WithoutExtendedPrefix(target), targetBase_);
-  CopyDacl(entry.path, target, targetIsRoot && flags_.keepInheritedAces ? 0 : flags_.allowInheritance,
-           flags_.keepInheritedAces);
+  const bool rootKeepsAces = flags_.keepInheritedAces && roots_.IsTarget(target);
+  CopyDacl(
+      entry.path, target,
+      {.allowInheritance = flags_.allowInheritance && !rootKeepsAces, .keepInheritedAces = flags_.keepInheritedAces});
 }
 
 // Without backup copies only a file whose copy is refused may fail, except when a tree is brought back: what can be
 // saved then is saved.
-bool TreeCopy::MayGoOn() const { return flags_.useBackupCopy || restoring_ || copyFileDenied_; }
+bool TreeCopy::MayGoOn() const { return flags_.useBackupCopy || bringsBack_ || copyFileDenied_; }
 
 bool TreeCopy::CopyWithoutBackup(const TreeEntry& entry, const std::u16string& target, const Look& look) {
   copyFileDenied_ = false;
@@ -271,7 +232,7 @@ bool TreeCopy::CopyWithoutBackup(const TreeEntry& entry, const std::u16string& t
     }
   } else if (entry.IsReparsePoint()) {
     Log(u"CopyFiles(). It's a reparse point: %ls.", entry.path);
-    if (!BackupCopyEx(entry.path, target, 0)) {
+    if (!BackupCopyEx(entry.path, target)) {
       Log(u"CopyFiles(). BackupCopyEx failed for: %ls.", entry.path);
       return false;
     }
@@ -280,23 +241,8 @@ bool TreeCopy::CopyWithoutBackup(const TreeEntry& entry, const std::u16string& t
     return false;
   }
   if (source.IsThere()) win32::SetFileAttributesW(target.c_str(), source.attributes);
-  CopyFileTimesAndAttributes(entry.path, target, entry.IsReparsePoint());
+  CopyFileTimesAndAttributes(entry.path, target, {.isReparsePoint = entry.IsReparsePoint()});
   return true;
-}
-
-Step TreeCopy::ShowProgress(const std::u16string& entry, const std::u16string& target) const {
-  std::u16string shownEntry = entry, shownTarget = target, given = entry;
-  if (sourceWasVolumePath_ && !NormalPathToVolumePath(given, shownEntry)) {
-    Log(u"#ERROR: Source Volume Path to Normal Path Conversion Failed.");
-    return Step::Ended;
-  }
-  given = target;
-  if (targetWasVolumePath_ && !NormalPathToVolumePath(given, shownTarget)) {
-    Log(u"#ERROR: Destination Volume Path to Normal Path Conversion Failed.");
-    return Step::Ended;
-  }
-  ConsoleFormat(u"%ls -> %ls\n", shownEntry, shownTarget);
-  return Step::Next;
 }
 
 // Every link arrives: made again with its text (led to the new root where it led to the old one), or else - it dangles,
@@ -304,7 +250,7 @@ Step TreeCopy::ShowProgress(const std::u16string& entry, const std::u16string& t
 // is emptied, and one that leads to where nothing will be any more is no better. In a tree that is brought back, links
 // get their old data in the end.
 Step TreeCopy::CopyLink(const TreeEntry& link) {
-  const std::u16string newLink = TargetOf(link);
+  const std::u16string newLink = roots_.TargetOf(link.path);
   if (link.IsJunction() && IsVolumeMountPoint(link.path.c_str())) return CopyMount(link, newLink);
   bool skip = false;
   if (link.IsSymbolicLink() && !PrepareSymbolicLink(link, newLink, skip)) return Failed(link, newLink);
@@ -317,12 +263,16 @@ Step TreeCopy::CopyLink(const TreeEntry& link) {
   item->complete = !(flags_.copyOnly && link.IsSymbolicLink()) && RecreateLink(link, newLink);
   if (item->complete) {
     // A junction's came with its backup copy; a symbolic link made by its text is as new as any.
-    if (link.IsSymbolicLink() && flags_.useBackupCopy) CopyFileTimesAndAttributes(link.path, newLink, true);
+    if (link.IsSymbolicLink() && flags_.useBackupCopy)
+      CopyFileTimesAndAttributes(link.path, newLink, {.isReparsePoint = true});
     if (flags_.removeSourceLinks && link.IsJunction()) DeleteJunction(link.path.c_str());
-  } else if (flags_.copyOnly || restoring_ ||
-             !MustChangeWithTree(link.path, record_.links.back().reparseData, sourceBase_)) {
-    item->complete =
-        BackupCopyItemEx(link.path, newLink, {.isDirectory = link.IsDirectory(), .isReparsePoint = true}) != 0;
+  } else if (flags_.copyOnly || bringsBack_ ||
+             !MustChangeWithTree(link.path, record_.links.back().reparseData, roots_.sourceBase())) {
+    item->complete = BackupCopyEx(link.path, newLink,
+                                  {.isDirectory = link.IsDirectory(),
+                                   .isReparsePoint = true,
+                                   .isEncrypted = false,
+                                   .leaveParentTimes = true}) != 0;
   }
   if (flags_.useBackupCopy)
     changedFolders_.try_emplace(link.path.substr(0, link.path.rfind(u'\\')), link.path, newLink);
@@ -366,7 +316,7 @@ bool TreeCopy::RecreateLink(const TreeEntry& link, const std::u16string& newLink
   if (text.empty()) return false;
   // A mount point of a volume that is not there now: its text has lost the backslash that makes it the volume's root.
   if (text.starts_with(u"Volume{") && text.find(u'\\') == std::u16string::npos) return false;
-  if (!flags_.copyOnly) text = ReplaceFolder(text, sourceBase_, targetBase_);
+  if (!flags_.copyOnly) text = ReplaceFolder(text, roots_.sourceBase(), roots_.targetBase());
   if (text.back() == u':') text += u'\\';  // the root of a drive, not the current folder on it
   if (isSymbolicLink ? CreateSymbolicLinkEntry(newLink.c_str(), text.c_str())
                      : CreateJunction(newLink.c_str(), text.c_str()))
@@ -385,9 +335,11 @@ bool TreeCopy::RecreateLink(const TreeEntry& link, const std::u16string& newLink
 bool TreeCopy::CarryRoot() const {
   if (!flags_.carryRoot || !flags_.useBackupCopy) return true;
   const bool encrypted = LookAt(record_.sourceRoot).IsEncrypted();
-  if (!BackupCopyItem(record_.sourceRoot, record_.targetRoot, {.isDirectory = true, .isEncrypted = encrypted}))
+  if (!BackupCopy(record_.sourceRoot, record_.targetRoot,
+                  {.isDirectory = true, .isReparsePoint = false, .isEncrypted = encrypted, .leaveParentTimes = true}))
     return false;
-  CopyDacl(record_.sourceRoot, record_.targetRoot, flags_.allowInheritance, flags_.keepInheritedAces);
+  CopyDacl(record_.sourceRoot, record_.targetRoot,
+           {.allowInheritance = flags_.allowInheritance, .keepInheritedAces = flags_.keepInheritedAces});
   return true;
 }
 
@@ -411,8 +363,11 @@ void TreeCopy::MoveShares() {
 
 int TreeCopy::Run(const std::u16string& sourceRoot, const std::u16string& targetRoot) {
   TreeListing listing;
-  if (!ResolveRoots(sourceRoot, targetRoot) || !ListSource(listing)) return 0;
-  if (!listing.links.empty() && EqualPaths(Base(listing.links.front().path), sourceBase_)) {
+  if (!roots_.Resolve(sourceRoot, targetRoot)) return 0;
+  record_.sourceRoot = roots_.source();
+  record_.targetRoot = roots_.target();
+  if (!ListSource(listing)) return 0;
+  if (!listing.links.empty() && roots_.IsSource(listing.links.front().path)) {
     // The root itself is a link, and nothing behind it is copied. That is an end for a symbolic link; a junction is
     // none that anybody should take for a copied tree.
     if (listing.links.front().IsSymbolicLink()) return 1;
@@ -433,28 +388,15 @@ int TreeCopy::Run(const std::u16string& sourceRoot, const std::u16string& target
       if (link.IsSymbolicLink() == symbolic && CopyLink(link) == Step::Failed) return 0;
   if (!CarryFolderTimes()) return 0;
   // Of a tree that is brought back, the caller puts the shares right: it knows which were there before.
-  if (!only_ && !(flags_.copyOnly && flags_.moveShares)) MoveShares();
+  if (!selection_ && !(flags_.copyOnly && flags_.moveShares)) MoveShares();
   return 1;
 }
 
 }  // namespace
 
-int CopyTree(const std::u16string& sourceRoot, const std::u16string& targetRoot, const CopyFlags& flags,
-             CopyRecord& record, const TreeListing* only) try {
-  return TreeCopy(flags, record, only).Run(sourceRoot, targetRoot);
+int CopyFiles(const std::u16string& sourceRoot, const std::u16string& targetRoot, const CopyFlags& flags,
+              CopyRecord& record, const std::optional<CopySelection>& selection) try {
+  return TreeCopy(flags, record, selection).Run(sourceRoot, targetRoot);
 } catch (const std::exception&) {
   return 0;
-}
-
-int CopyFiles(const std::u16string& sourceRoot, const std::u16string& targetRoot, int useBackupCopy, int moveShares,
-              int removeSourceLinks, int continueOnError, int copyOnly, int allowInheritance, int keepInheritedAces) {
-  const CopyFlags flags{.useBackupCopy = useBackupCopy != 0,
-                        .moveShares = moveShares != 0,
-                        .removeSourceLinks = removeSourceLinks != 0,
-                        .continueOnError = continueOnError != 0,
-                        .copyOnly = copyOnly != 0,
-                        .allowInheritance = allowInheritance != 0,
-                        .keepInheritedAces = keepInheritedAces != 0};
-  CopyRecord record;
-  return CopyTree(sourceRoot, targetRoot, flags, record);
 }

@@ -1,11 +1,11 @@
 // The copy of a whole tree.
 #pragma once
 
+#include <optional>
 #include <string>
 #include <vector>
 
 #include "fsops/file_list.h"
-#include "fsops/security.h"
 #include "fsops/shares.h"
 #include "links/link_data.h"
 
@@ -44,15 +44,15 @@ struct CopyRecord {
   std::vector<SavedLink> links;
   std::vector<DeletedShare> deletedShares;
   std::vector<std::u16string> addedShares;  // names
-  SecurityBlock rootSecurity;  // of the source's root, as it was before a move
 };
 
-// Copies everything below sourceRoot into targetRoot (both may be volume paths). 1 on success; with continueOnError
-// also when items failed. Nothing is taken back on failure.
-int CopyFiles(const std::u16string& sourceRoot, const std::u16string& targetRoot, int useBackupCopy, int moveShares,
-              int removeSourceLinks, int continueOnError, int copyOnly, int allowInheritance, int keepInheritedAces);
+// Not the whole source, but just these entries of it. Their shares are left alone.
+struct CopySelection {
+  const TreeListing& listing;
+  bool bringsBack = false;  // to the tree that they came from: folders that are still there are left as they are
+};
 
-// The same, telling what was done. With `only`, not the tree but just these entries of it are brought back to a tree
-// that they came from: with continueOnError, folders that are still there are then left as they are.
-int CopyTree(const std::u16string& sourceRoot, const std::u16string& targetRoot, const CopyFlags& flags,
-             CopyRecord& record, const TreeListing* only = nullptr);
+// Copies what is below sourceRoot into targetRoot (both may be volume paths). 1 on success; with continueOnError also
+// when items failed. Nothing is taken back on failure; `record`, empty before, says what was done.
+int CopyFiles(const std::u16string& sourceRoot, const std::u16string& targetRoot, const CopyFlags& flags,
+              CopyRecord& record, const std::optional<CopySelection>& selection = std::nullopt);

@@ -14,7 +14,7 @@ namespace {
 
 constexpr win32::DWORD kRetryWait = 5000;  // milliseconds
 
-// Takes the read-only bit off, and puts the attributes back unless told that the item is gone.
+// Takes the read-only bit off an item that is to go. PutBack, for one that does not, gives it its attributes again.
 class ReadOnlyLifted {
  public:
   explicit ReadOnlyLifted(const std::u16string& path)
@@ -59,15 +59,8 @@ bool DeleteFileStrictly(const std::u16string& path) {
   if (win32::DeleteFileW(path.c_str())) return true;
   const ReadOnlyLifted lifted(path);
   if (win32::DeleteFileW(path.c_str())) return true;
-  const bool hasLongerForm = path.size() >= win32::MAX_PATH && path.find(u"\\\\?\\") == std::u16string::npos;
-  if (!hasLongerForm) {
-    lifted.PutBack();
-    Log(u"Failed to delete File : %ls.", path);
-    return false;
-  }
-  if (win32::DeleteFileW((u"\\\\?\\" + path).c_str())) return true;
-  Log(u"Failed to delete File : %ls. Error: %d", path, win32::GetLastError());
   lifted.PutBack();
+  Log(u"Failed to delete File : %ls.", path);
   return false;
 }
 
@@ -85,19 +78,14 @@ int DeleteEntry(const TreeEntry& entry) try { return Remove(entry, true) ? 1 : 0
   return 0;
 }
 
-int DeleteEntries(const std::vector<TreeEntry>& entries, int stopOnFailure) try {
-  for (const TreeEntry& entry : entries | std::views::reverse)
-    if (!Remove(entry, stopOnFailure != 0) && stopOnFailure) return 0;
-  return 1;
-} catch (const std::exception&) {
-  return 0;
-}
-
-int DeleteDirectoryTree(const char16_t* root, int stopOnFailure) try {
+int DeleteDirectoryTree(const char16_t* root, const DeleteOptions& options) try {
   if (!root || !PathExists(root)) return 0;
-  if (IsMountFolder(root)) return UnmountVolume(root) || !stopOnFailure ? 1 : 0;
+  if (IsMountFolder(root)) return UnmountVolume(root) || !options.stopOnFailure ? 1 : 0;
   TreeListing listing;
-  return GetFileList(root, listing) ? DeleteEntries(listing.entries, stopOnFailure) : 0;
+  if (!GetFileList(root, listing)) return 0;
+  for (const TreeEntry& entry : listing.entries | std::views::reverse)
+    if (!Remove(entry, options.stopOnFailure) && options.stopOnFailure) return 0;
+  return 1;
 } catch (const std::exception&) {
   return 0;
 }

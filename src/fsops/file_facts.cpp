@@ -16,7 +16,7 @@ std::optional<FileFacts> FactsOf(const win32::UniqueFile& file) {
   return FileFacts{.volume = information.dwVolumeSerialNumber,
                    .index = Joined(information.nFileIndexHigh, information.nFileIndexLow),
                    .size = Joined(information.nFileSizeHigh, information.nFileSizeLow),
-                   .names = information.nNumberOfLinks};
+                   .linkCount = information.nNumberOfLinks};
 }
 
 std::optional<FileFacts> FactsOf(const std::u16string& path, LastLink link) {

@@ -11,8 +11,8 @@
 struct FileFacts {
   win32::DWORD volume = 0;
   std::uint64_t index = 0;
-  std::uint64_t size = 0;  // bytes of the main stream
-  win32::DWORD names = 0;  // hard links
+  std::uint64_t size = 0;      // bytes of the main stream
+  win32::DWORD linkCount = 0;  // hard links: its names
 
   bool IsSameFileAs(const FileFacts& other) const { return volume == other.volume && index == other.index; }
 };

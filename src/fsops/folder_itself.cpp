@@ -5,28 +5,18 @@
 
 #include "fsops/backup_stream.h"
 #include "fsops/security.h"
+#include "links/reparse_data.h"
 #include "win32/win32.h"
 
 namespace {
 
-constexpr win32::DWORD kHeaderSize = 20;              // WIN32_STREAM_ID without a name
 constexpr win32::DWORD kLargestDescriptor = 0x40000;  // four parts of at most 64 KiB each
 constexpr win32::DWORD kSmallestDescriptor = 20;      // its fixed part
 
-struct SecurityStreamHeader {
-  win32::DWORD dwStreamId = win32::BACKUP_SECURITY_DATA;
-  win32::DWORD dwStreamAttributes = win32::STREAM_CONTAINS_SECURITY;
-  win32::DWORD SizeLow = 0;
-  win32::DWORD SizeHigh = 0;
-  win32::DWORD dwStreamNameSize = 0;
-};
-static_assert(sizeof(SecurityStreamHeader) == kHeaderSize);
-
 AccessTimeKeepingFile OpenFolderItself(const std::u16string& folder, win32::DWORD access) {
   constexpr win32::DWORD kShareAll = win32::FILE_SHARE_READ | win32::FILE_SHARE_WRITE | win32::FILE_SHARE_DELETE;
-  constexpr win32::DWORD kItself = win32::FILE_FLAG_BACKUP_SEMANTICS | win32::FILE_FLAG_OPEN_REPARSE_POINT;
   return AccessTimeKeepingFile{
-      win32::CreateFileW(folder.c_str(), access, kShareAll, nullptr, win32::OPEN_EXISTING, kItself, nullptr)};
+      win32::CreateFileW(folder.c_str(), access, kShareAll, nullptr, win32::OPEN_EXISTING, kOpenLinkFlags, nullptr)};
 }
 
 }  // namespace
@@ -36,16 +26,16 @@ FolderDescriptor ReadDescriptor(const std::u16string& folder) {
   const AccessTimeKeepingFile file = OpenFolderItself(folder, win32::GENERIC_READ);
   if (!file) return {};
   BackupReader reader(file);
-  SecurityStreamHeader header;
-  win32::BYTE bytes[kHeaderSize];
+  win32::BYTE bytes[kStreamHeaderSize];
   win32::DWORD read = 0;
-  if (!reader.Read(bytes, kHeaderSize, read) || read != kHeaderSize) return {};
-  std::memcpy(&header, bytes, kHeaderSize);
-  if (header.dwStreamId != win32::BACKUP_SECURITY_DATA || header.SizeHigh != 0 || header.dwStreamNameSize != 0 ||
-      header.SizeLow < kSmallestDescriptor || header.SizeLow > kLargestDescriptor)
+  if (!reader.Read(bytes, kStreamHeaderSize, read) || read != kStreamHeaderSize) return {};
+  const win32::WIN32_STREAM_ID header = StreamHeaderAt(bytes);
+  if (header.dwStreamId != win32::BACKUP_SECURITY_DATA || header.dwStreamNameSize != 0 ||
+      SizeOf(header) < kSmallestDescriptor || SizeOf(header) > kLargestDescriptor)
     return {};
-  FolderDescriptor descriptor(header.SizeLow);
-  if (!reader.Read(descriptor.data(), header.SizeLow, read) || read != header.SizeLow) return {};
+  FolderDescriptor descriptor(SizeOf(header));
+  const auto size = static_cast<win32::DWORD>(descriptor.size());
+  if (!reader.Read(descriptor.data(), size, read) || read != size) return {};
   return descriptor;
 }
 
@@ -55,11 +45,13 @@ bool WriteDescriptor(const std::u16string& folder, FolderDescriptor descriptor) 
       OpenFolderItself(folder, win32::GENERIC_WRITE | win32::WRITE_DAC | win32::WRITE_OWNER);
   if (!file) return false;
   KeepInheritanceMark(descriptor.data());
-  SecurityStreamHeader header;
-  header.SizeLow = static_cast<win32::DWORD>(descriptor.size());
-  std::vector<win32::BYTE> stream(kHeaderSize + descriptor.size());
-  std::memcpy(stream.data(), &header, kHeaderSize);
-  std::ranges::copy(descriptor, stream.begin() + kHeaderSize);
+  win32::WIN32_STREAM_ID header{};
+  header.dwStreamId = win32::BACKUP_SECURITY_DATA;
+  header.dwStreamAttributes = win32::STREAM_CONTAINS_SECURITY;
+  header.Size.QuadPart = static_cast<std::int64_t>(descriptor.size());
+  std::vector<win32::BYTE> stream(kStreamHeaderSize + descriptor.size());
+  std::memcpy(stream.data(), &header, kStreamHeaderSize);
+  std::ranges::copy(descriptor, stream.begin() + kStreamHeaderSize);
   return BackupWriter(file).Write(stream.data(), static_cast<win32::DWORD>(stream.size()));
 }
 

@@ -3,6 +3,7 @@
 #include "fsops/backup_copy.h"
 #include "links/presence.h"
 #include "report/log.h"
+#include "text/path_text.h"
 #include "win32/win32.h"
 
 FolderMade MakeFolder(const std::u16string& folder) {
@@ -24,5 +25,24 @@ bool MakeFolderLike(const std::u16string& path, const std::u16string& like) {
 bool Rename(const std::u16string& from, const std::u16string& to) {
   if (win32::MoveFileW(from.c_str(), to.c_str())) return true;
   LogWithSystemError(u"#ERROR: Unable to rename folder %ls. ", from);
+  return false;
+}
+
+CreatedFolders::CreatedFolders(std::u16string folder) {
+  for (; !folder.empty() && !PathExists(folder); folder = ParentPath(folder)) missing_.push_back(folder);
+}
+
+void CreatedFolders::RemoveIfEmpty() const {
+  for (const std::u16string& folder : missing_)
+    if (PathExists(folder) && !RemoveEmptyFolder(folder)) return;
+}
+
+bool RemoveEmptyFolder(const std::u16string& folder) {
+  if (win32::RemoveDirectoryW(folder.c_str())) return true;
+  const Look look = LookAt(folder);
+  if (!look.Has(win32::FILE_ATTRIBUTE_READONLY)) return false;
+  win32::SetFileAttributesW(folder.c_str(), look.attributes & ~win32::FILE_ATTRIBUTE_READONLY);
+  if (win32::RemoveDirectoryW(folder.c_str())) return true;
+  win32::SetFileAttributesW(folder.c_str(), look.attributes);
   return false;
 }

@@ -1,7 +1,8 @@
-// Folders that are made and renamed on the way of a redirection.
+// Folders that are made, renamed and removed on the way of a redirection.
 #pragma once
 
 #include <string>
+#include <vector>
 
 // How a folder came to be there.
 enum class FolderMade { New, StoodThere, Failed };
@@ -12,3 +13,20 @@ FolderMade MakeFolder(const std::u16string& folder);
 bool MakeFolderLike(const std::u16string& path, const std::u16string& like);
 // MoveFileW; a failure has its line in the log.
 bool Rename(const std::u16string& from, const std::u16string& to);
+
+// The folders that a command made on its way to a target.
+class CreatedFolders {
+ public:
+  // Looks which of `folder` and the folders above it do not exist yet. Before they are made.
+  explicit CreatedFolders(std::u16string folder);
+
+  // Takes them away again, as far as they are empty.
+  void RemoveIfEmpty() const;
+
+ private:
+  std::vector<std::u16string> missing_;  // the deepest first
+};
+
+// Removes an empty folder, a read-only one, too. False when it is not empty or cannot be removed; nothing has changed
+// then.
+bool RemoveEmptyFolder(const std::u16string& folder);

@@ -121,9 +121,10 @@ PathSet NotBroughtBack(const CopyRecord& move, const CopyRecord& back) {
 
 // The source's root may be gone: a junction that could not be made takes the empty folder with it. False without a
 // root.
-bool MakeSourceRoot(const CopyRecord& record) {
+bool MakeSourceRoot(const MoveRecord& record) {
   if (LookAt(record.sourceRoot).IsThere()) return true;
-  if (!win32::CreateDirectoryW(record.sourceRoot.c_str(), nullptr)) return false;
+  if (!win32::CreateDirectoryW(record.sourceRoot.c_str(), nullptr))
+    return win32::GetLastError() == win32::ERROR_ALREADY_EXISTS;  // only the question had failed
   WriteSecurityInfo(record.sourceRoot, record.rootSecurity);
   return true;
 }
@@ -136,7 +137,8 @@ int RemoveCopiedItems(const CopyRecord& record) try {
   return 0;
 }
 
-int UndoMove(const CopyRecord& record) try {
+int UndoMove(MoveRecord& record) try {
+  record.outcome = MoveOutcome::Split;
   const CopyFlags flags{.useBackupCopy = record.flags.useBackupCopy,
                         .moveShares = record.flags.moveShares,
                         .removeSourceLinks = true,
@@ -144,7 +146,8 @@ int UndoMove(const CopyRecord& record) try {
                         .allowInheritance = true};
   const TreeListing copied = CopiedListing(record);
   CopyRecord back;
-  if (!MakeSourceRoot(record) || !CopyTree(record.targetRoot, record.sourceRoot, flags, back, &copied)) {
+  if (!MakeSourceRoot(record) || !CopyFiles(record.targetRoot, record.sourceRoot, flags, back,
+                                            CopySelection{.listing = copied, .bringsBack = true})) {
     Log(u"#ERROR: Unable to move files and folders back to %ls. They stay at %ls.", record.sourceRoot,
         record.targetRoot);
     return 0;
@@ -155,44 +158,48 @@ int UndoMove(const CopyRecord& record) try {
   if (!removed) LogNotDeleted(record.targetRoot);
   for (const std::u16string& name : record.addedShares) DeleteShare(name);
   RestoreShares(record);
-  return removed && keep.empty() ? 1 : 0;
+  if (!removed || !keep.empty()) return 0;
+  record.outcome = MoveOutcome::Undone;
+  return 1;
 } catch (const std::exception&) {
   return 0;
 }
 
-int MoveDirectoryTree(const std::u16string& source, const std::u16string& target, int useBackupCopy, int moveShares,
-                      int copyOnly, int keepInheritedAces, int targetIsNew, CopyRecord& record) try {
-  const CopyFlags flags{.useBackupCopy = useBackupCopy != 0,
-                        .moveShares = moveShares != 0,
-                        .removeSourceLinks = true,
-                        .copyOnly = copyOnly != 0,
-                        .allowInheritance = true,
-                        .keepInheritedAces = keepInheritedAces != 0,
-                        .carryRoot = targetIsNew != 0,
-                        .refuseSystemFolders = true};
+int MoveDirectoryTree(const std::u16string& source, const std::u16string& target, const MoveFlags& flags,
+                      MoveRecord& record) try {
   record = {};
   SaveSecurityInfo(source, record.rootSecurity);
-  if (!CopyTree(source, target, flags, record)) {
+  record.outcome = MoveOutcome::Split;
+  if (!CopyFiles(source, target,
+                 {.useBackupCopy = flags.useBackupCopy,
+                  .moveShares = flags.moveShares,
+                  .removeSourceLinks = true,
+                  .copyOnly = flags.copyOnly,
+                  .allowInheritance = true,
+                  .keepInheritedAces = flags.keepInheritedAces,
+                  .carryRoot = flags.targetIsNew,
+                  .refuseSystemFolders = true},
+                 record)) {
     PathSet keep;
     const bool linksRestored = RestoreLinks(record, keep);
-    if (!RemoveCopied(record, keep) || !linksRestored) LogNotDeleted(target);
+    if (RemoveCopied(record, keep) && linksRestored)
+      record.outcome = MoveOutcome::NothingDone;
+    else
+      LogNotDeleted(target);
     return 0;
   }
-  if (!moveShares) DeleteSharesOf(record.sourceRoot, record);
-  if (source.empty())
-    Log(u"#ERROR: IsSymbolicLink()::Directoy path is missing.");
-  else if (IsSymbolicLink(source.c_str()))
+  if (!flags.moveShares) DeleteSharesOf(record.sourceRoot, record);
+  if (IsSymbolicLink(source.c_str())) {  // nothing behind it was copied
+    record.outcome = MoveOutcome::NothingDone;
     return 0;
-  if (EmptySource(record)) return 1;
+  }
+  if (EmptySource(record)) {
+    record.outcome = MoveOutcome::Moved;
+    return 1;
+  }
   LogNotDeleted(source);
   UndoMove(record);
   return 0;
 } catch (const std::exception&) {
   return 0;
-}
-
-int MoveDirectoryTree(const std::u16string& source, const std::u16string& target, int useBackupCopy, int moveShares,
-                      int copyOnly, int keepInheritedAces) {
-  CopyRecord record;
-  return MoveDirectoryTree(source, target, useBackupCopy, moveShares, copyOnly, keepInheritedAces, 0, record);
 }

@@ -7,21 +7,41 @@
 #include <string>
 
 #include "fsops/copy_tree.h"
+#include "fsops/security.h"
 
-// Moves everything below `source` into `target`, which exists. 1 when all was copied and the source is empty.
-int MoveDirectoryTree(const std::u16string& source, const std::u16string& target, int useBackupCopy, int moveShares,
-                      int copyOnly, int keepInheritedAces);
+struct MoveFlags {
+  bool useBackupCopy = false;  // as of a copy
+  bool moveShares = false;
+  bool copyOnly = false;
+  bool keepInheritedAces = false;
+  // The caller has just made the target: with useBackupCopy it also gets the descriptor, streams, attributes and times
+  // of the source itself.
+  bool targetIsNew = false;
+};
 
-// The same for a caller who may have to take a successful move back. targetIsNew: the caller has just made `target`, so
-// with useBackupCopy it also gets the descriptor, streams, attributes and times of `source` itself.
-int MoveDirectoryTree(const std::u16string& source, const std::u16string& target, int useBackupCopy, int moveShares,
-                      int copyOnly, int keepInheritedAces, int targetIsNew, CopyRecord& record);
+enum class MoveOutcome {
+  NothingDone,  // the source was not touched, and nothing of the move is left at the target
+  Undone,       // the source is as it was again
+  Split,        // items may be at either place, or copies could not be removed from the target; the log names them
+  Moved,
+};
+
+// What a move did, for a caller who may have to take it back.
+struct MoveRecord : CopyRecord {
+  SecurityBlock rootSecurity;  // of the source's root, as it was before
+  MoveOutcome outcome = MoveOutcome::NothingDone;
+};
+
+// Moves everything below `source` into `target`, which exists. 1 when all was copied and the source is empty; else 0,
+// and the record's outcome says how the two were left.
+int MoveDirectoryTree(const std::u16string& source, const std::u16string& target, const MoveFlags& flags,
+                      MoveRecord& record);
 
 // Takes back a move (a successful one included): what is missing at the source is copied back, links get their old
 // reparse data, and what the move made in the target is removed - except what could not be brought back, which the log
 // names. What stood in the target before the move stays. 1 when everything is back. The source must be an ordinary
 // folder, or gone.
-int UndoMove(const CopyRecord& record);
+int UndoMove(MoveRecord& record);
 
 // Removes from the target what a copy made there: links, files, then the directories that are empty. 0 when some
 // stayed.

@@ -60,16 +60,16 @@ ImpersonatedCaller::~ImpersonatedCaller() {
   if (impersonating_) win32::RevertToSelf();
 }
 
-int CopyDacl(const std::u16string& source, const std::u16string& target, int allowInheritance,
-             int keepInheritedAces) try {
+int CopyDacl(const std::u16string& source, const std::u16string& target, const DaclCopyOptions& options) try {
   win32::ACL* dacl = nullptr;
   win32::UniqueLocalMemory descriptor;
   const win32::DWORD error = win32::GetNamedSecurityInfoW(source.c_str(), kFile, win32::DACL_SECURITY_INFORMATION,
                                                           nullptr, nullptr, &dacl, nullptr, descriptor.put());
   if (error != win32::ERROR_SUCCESS) dacl = nullptr;
-  const bool sawInherited = dacl && StripInherited(*dacl, keepInheritedAces != 0, source);
-  const win32::DWORD protection = allowInheritance && sawInherited ? win32::UNPROTECTED_DACL_SECURITY_INFORMATION
-                                                                   : win32::PROTECTED_DACL_SECURITY_INFORMATION;
+  const bool sawInherited = dacl && StripInherited(*dacl, options.keepInheritedAces, source);
+  const win32::DWORD protection = options.allowInheritance && sawInherited
+                                      ? win32::UNPROTECTED_DACL_SECURITY_INFORMATION
+                                      : win32::PROTECTED_DACL_SECURITY_INFORMATION;
   return SetDacl(target, win32::DACL_SECURITY_INFORMATION | protection, dacl) == win32::ERROR_SUCCESS ? 1 : 0;
 } catch (const std::exception&) {
   return 0;
@@ -198,6 +198,7 @@ int SaveSecurityInfo(const std::u16string& path, SecurityBlock& block) try {
     SecurityBlock candidate{win32::HeapAlloc(win32::GetProcessHeap(), win32::HEAP_ZERO_MEMORY, size)};
     if (!candidate) return 0;
     if (win32::GetFileSecurityW(path.c_str(), kOwnerAndDacl, candidate.get(), size, &size)) {
+      KeepInheritanceMark(candidate.get());
       block = std::move(candidate);
       return 1;
     }
@@ -218,9 +219,7 @@ void KeepInheritanceMark(void* descriptor) {
 }
 
 int WriteSecurityInfo(const std::u16string& path, const SecurityBlock& block) {
-  if (!block) return 0;
-  KeepInheritanceMark(block.get());
-  return win32::SetFileSecurityW(path.c_str(), kOwnerAndDacl, block.get()) ? 1 : 0;
+  return block && win32::SetFileSecurityW(path.c_str(), kOwnerAndDacl, block.get()) ? 1 : 0;
 }
 
 namespace {

@@ -28,9 +28,13 @@ class ImpersonatedCaller {
   bool impersonating_ = false;
 };
 
-// Writes the source's DACL, less its inherited entries (all kept with keepInheritedAces), to the target. Of consecutive
-// inherited entries every second one stays.
-int CopyDacl(const std::u16string& source, const std::u16string& target, int allowInheritance, int keepInheritedAces);
+struct DaclCopyOptions {
+  bool allowInheritance = false;   // of a source with inherited entries, the target inherits from its own folder
+  bool keepInheritedAces = false;  // inherited entries are copied, too
+};
+// Writes the source's DACL, less its inherited entries, to the target. Of consecutive inherited entries every second
+// one stays.
+int CopyDacl(const std::u16string& source, const std::u16string& target, const DaclCopyOptions& options);
 
 // Everyone may read, Administrators may do everything; takes the ownership for the Administrators when that is refused.
 int GrantEveryoneAndAdministrators(const std::u16string& path);
@@ -42,11 +46,13 @@ int HasAccess(win32::HANDLE token, const std::u16string& path, win32::DWORD desi
 int IsFileNotLocked(const std::u16string& path);
 int IsFileNotLocked(const std::u16string& path, win32::DWORD attributes);
 
-// Path to answer; each path is examined once.
+// Does the DACL hold an inherited entry? Each path is examined once and then answered from the cache: for who works
+// through a tree and comes back to the same folders.
 using InheritanceCache = std::map<std::u16string, int>;
 int HaveInheritedPermissions(InheritanceCache& cache, const std::u16string& path);
 
-// A self-relative descriptor (owner and DACL) in a block of the process heap.
+// A self-relative descriptor (owner and DACL) in a block of the process heap, ready to be written back: it has been
+// through KeepInheritanceMark.
 struct HeapBlockDeleter {
   void operator()(void* block) const;
 };

@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <array>
 
-#include "fsops/created_folders.h"
 #include "fsops/file_list.h"
 #include "fsops/folders.h"
 #include "fsops/stored_name.h"

@@ -4,7 +4,7 @@
 #include <exception>
 #include <vector>
 
-#include "fsops/created_folders.h"
+#include "fsops/folders.h"
 #include "fsops/file_list.h"
 #include "fsops/move_tree.h"
 #include "links/mounted_folder.h"
@@ -53,7 +53,7 @@ bool ProfileMove::Run() {
   try {
     // What a volume holds is told by the folder that it is mounted on.
     if (IsAllowed() && place_.Mount() && IsNobodyElses() && List() && place_.Make() && MayMove() &&
-        place_.BecomeLikeProfile(!flags_.copyNtfsPermissions) && MoveContents() && Follow() && RestoreSecurity() &&
+        place_.BecomeLikeProfile(!flags_.carried.ntfsPermissions) && MoveContents() && Follow() && RestoreSecurity() &&
         place_.TakeFormerPlace()) {
       contentsMoved_ = false;  // nothing to take back any more
       Finish();
@@ -101,7 +101,7 @@ bool ProfileMove::List() {
 bool ProfileMove::MayMove() {
   if (!ValidateRedirectionPaths(profile_.folder.c_str(), place_.path().c_str(),
                                 {.excludeMountedVolume = place_.IsVolume(),
-                                 .quietSystemFolder = flags_.backToDefault != 0,
+                                 .quietSystemFolder = flags_.backToDefault,
                                  .stopMediaSharing = true})) {
     Log(line::kPreScanningFailed, profile_.folder, place_.path());
     return false;
@@ -112,8 +112,12 @@ bool ProfileMove::MayMove() {
 bool ProfileMove::MoveContents() {
   if (place_.StoodThere() || place_.IsVolume()) Say(StringId::TargetExists, place_.path());
   Log(u"#INFO: Going to move files and folders from Source = %ls to Target = %ls.", profile_.folder, place_.path());
-  contentsMoved_ = MoveDirectoryTree(profile_.folder, place_.path(), flags_.copyNtfsPermissions, flags_.moveShares,
-                                     place_.KeepsPath(), 1, /*targetIsNew=*/0, moved_) != 0;
+  contentsMoved_ = MoveDirectoryTree(profile_.folder, place_.path(),
+                                     {.useBackupCopy = flags_.carried.ntfsPermissions,
+                                      .moveShares = flags_.carried.shares,
+                                      .copyOnly = place_.KeepsPath(),
+                                      .keepInheritedAces = true},
+                                     moved_) != 0;
   if (!contentsMoved_) Log(line::kMoveFailed, profile_.folder, place_.path());
   return contentsMoved_;
 }
@@ -128,7 +132,7 @@ bool ProfileMove::RestoreSecurity() const {
 
 // What is left to do when the profile is in its place. Should one of these fail, the log tells.
 void ProfileMove::Finish() const {
-  if (!place_.KeepsPath() && flags_.moveShares) MoveShares(profile_.folder, place_.path());
+  if (!place_.KeepsPath() && flags_.carried.shares) MoveShares(profile_.folder, place_.path());
   place_.LeaveFormerVolume();
   // Of a profile that is home again nothing need stay elsewhere.
   if (flags_.backToDefault && !place_.KeepsPath()) RemoveEmptyFolder(profile_.folder);
@@ -157,6 +161,7 @@ void ProfileMove::TakeBack() noexcept try {
 }
 
 bool ProfileMove::SomethingStayed() const {
+  if (moved_.outcome == MoveOutcome::NothingDone || moved_.outcome == MoveOutcome::Undone) return false;
   return std::ranges::any_of(moved_.items, [](const CopiedItem& item) {
     return item.complete && !PathExists(item.source.path) && PathExists(item.target);
   });

@@ -4,16 +4,11 @@
 
 #include <string>
 
-#include "fsops/copy_tree.h"
+#include "fsops/move_tree.h"
 #include "profiles/profile_list.h"
 #include "profiles/profile_place.h"
 #include "profiles/profile_records.h"
-
-struct ProfileMoveFlags {
-  int copyNtfsPermissions = 0;
-  int moveShares = 0;
-  int backToDefault = 0;
-};
+#include "profiles/user_profile.h"
 
 class ProfileMove {
  public:
@@ -41,6 +36,6 @@ class ProfileMove {
   ProfilePlace place_;
   ProfileRecords records_;
   SavedSecurityMap savedSecurity_;
-  CopyRecord moved_;
+  MoveRecord moved_;
   bool contentsMoved_ = false;
 };

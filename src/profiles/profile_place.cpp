@@ -92,7 +92,7 @@ bool ProfilePlace::BecomeLikeProfile(bool descriptorOnly) {
 
 bool ProfilePlace::TakeFormerPlace() {
   if (!keepsPath_) return true;
-  if (!IsVolume() && !CopyFileTimesAndAttributes(folder_, path_, true)) {
+  if (!IsVolume() && !CopyFileTimesAndAttributes(folder_, path_, {.isReparsePoint = true})) {
     Log(line::kTimesNotCopied, folder_);
     return false;
   }

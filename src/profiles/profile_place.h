@@ -7,7 +7,7 @@
 
 #include <string>
 
-#include "fsops/created_folders.h"
+#include "fsops/folders.h"
 #include "fsops/folder_itself.h"
 #include "fsops/side_folder.h"
 

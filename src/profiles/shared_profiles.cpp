@@ -77,23 +77,20 @@ bool BringBack(SharedProfiles which, CarriedAlong carried) {
 
 }  // namespace
 
-int RedirectSharedProfiles(SharedProfiles which, const char16_t* location, int copyNtfsPermissions,
-                           int moveShares) try {
+int RedirectSharedProfiles(SharedProfiles which, const char16_t* location, CarriedAlong carried) try {
   if (!IsAdministrator()) return 1;
   if (!location || !*location) {
     Log(line::kInputPathMissing);
     return Fail(StringId::ProfileRedirectionFailed);
   }
-  const CarriedAlong carried{.ntfsPermissions = copyNtfsPermissions != 0, .shares = moveShares != 0};
   return Redirect(which, WithoutTrailingBackslash(location), carried) ? Succeed(StringId::ProfileRedirected)
                                                                       : Fail(StringId::ProfileRedirectionFailed);
 } catch (const std::exception&) {
   return Fail(StringId::ProfileRedirectionFailed);
 }
 
-int RedirectSharedProfilesToDefault(SharedProfiles which, int copyNtfsPermissions, int moveShares) try {
+int RedirectSharedProfilesToDefault(SharedProfiles which, CarriedAlong carried) try {
   if (!IsAdministrator()) return 1;
-  const CarriedAlong carried{.ntfsPermissions = copyNtfsPermissions != 0, .shares = moveShares != 0};
   return BringBack(which, carried) ? Succeed(StringId::ProfileRedirected) : Fail(StringId::ProfileRedirectionFailed);
 } catch (const std::exception&) {
   return Fail(StringId::ProfileRedirectionFailed);

@@ -1,6 +1,7 @@
 // The Default and Public profiles: copied to another place, as they are in use, and brought back.
 #pragma once
 
+#include "fsops/carried_along.h"
 #include "profiles/profile_folders.h"
 
 // Which of the two a command names.
@@ -11,8 +12,8 @@ struct SharedProfiles {
 
 // Copies each to `location`\<its folder's name> and has Windows' profile list name the copy. 0 on success, 1 otherwise;
 // console and log say which.
-int RedirectSharedProfiles(SharedProfiles which, const char16_t* location, int copyNtfsPermissions, int moveShares);
+int RedirectSharedProfiles(SharedProfiles which, const char16_t* location, CarriedAlong carried);
 
 // Brings each back to where it was before, with what was written there meanwhile, and removes the copies, now or at the
 // next restart. Results as above.
-int RedirectSharedProfilesToDefault(SharedProfiles which, int copyNtfsPermissions, int moveShares);
+int RedirectSharedProfilesToDefault(SharedProfiles which, CarriedAlong carried);

@@ -109,8 +109,8 @@ bool SharedProfileCopy::Copy() {
     Log(line::kNoListingForCopy, original());
     return false;
   }
-  // Of a listing, the copy leaves the shares alone: they stay with the live profile.
-  if (CopyTree(original(), copy_, flags, record_, &listing_)) return true;
+  // Of a selection, the copy leaves the shares alone: they stay with the live profile.
+  if (CopyFiles(original(), copy_, flags, record_, CopySelection{.listing = listing_})) return true;
   Log(line::kCopyFailed, original(), copy_);
   return false;
 }

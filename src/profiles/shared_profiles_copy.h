@@ -6,17 +6,12 @@
 #include <utility>
 #include <vector>
 
+#include "fsops/carried_along.h"
 #include "fsops/copy_tree.h"
-#include "fsops/created_folders.h"
+#include "fsops/folders.h"
 #include "fsops/folder_itself.h"
 #include "profiles/profile_folders.h"
 #include "records/records.h"
-
-// What goes along with the files.
-struct CarriedAlong {
-  bool ntfsPermissions = true;  // with security, streams and times
-  bool shares = true;           // network shares follow
-};
 
 // The folder that the profiles go to.
 class ProfilesLocation {

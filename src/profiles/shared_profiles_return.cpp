@@ -120,7 +120,7 @@ bool SharedProfileReturn::CopyBack() {
                         .allowInheritance = true,
                         .keepInheritedAces = true,
                         .carryRoot = madeRoot_};
-  if (!CopyTree(copy(), original(), flags, record_, &listing_)) {
+  if (!CopyFiles(copy(), original(), flags, record_, CopySelection{.listing = listing_})) {
     Log(line::kCopyFailed, copy(), original());
     return false;
   }
@@ -164,7 +164,7 @@ bool SharedProfileReturn::HasRoomForBoth() const {
 bool SharedProfileReturn::DropBeforehand(const TreeEntry& live, const std::u16string& old) const {
   if (!IsPlainFile(live) || !carried_.ntfsPermissions) return false;
   const std::optional<FileFacts> facts = FactsOf(old);
-  return facts && facts->names == 1 && DeleteEntry({old, live.attributes, 0, 0});
+  return facts && facts->linkCount == 1 && DeleteEntry({old, live.attributes, 0, 0});
 }
 
 bool SharedProfileReturn::MoveAside(const TreeEntry& live, Aside old) {
@@ -219,8 +219,8 @@ void SharedProfileReturn::DropReplaced() {
       done = win32::MoveFileW(old.name.c_str(), old.path.c_str());
     } else {
       const std::optional<FileFacts> facts = FactsOf(old.name);
-      done = facts && facts->names == 1 ? DeleteEntry({old.name, old.attributes, old.reparseTag, 0}) != 0
-                                        : win32::DeleteFileW(old.name.c_str()) != 0;
+      done = facts && facts->linkCount == 1 ? DeleteEntry({old.name, old.attributes, old.reparseTag, 0}) != 0
+                                            : win32::DeleteFileW(old.name.c_str()) != 0;
     }
     if (!done) LogWithSystemError(u"#INFO: The former file %ls stays as %ls. ", old.path, old.name);
   }

@@ -141,11 +141,10 @@ bool FindProfile(const std::u16string& user, UserProfile& profile) {
 
 }  // namespace
 
-int RedirectUserProfile(const char16_t* user, const char16_t* target, int copyNtfsPermissions, int moveShares,
-                        int backToDefault) try {
+int RedirectUserProfile(const char16_t* user, const char16_t* target, const ProfileMoveFlags& flags) try {
   if (!IsAdministrator()) return 1;
   if (!user || !target) return 1;
-  if (!backToDefault) {
+  if (!flags.backToDefault) {
     if (IsOnOldKeelroom(target)) return Fail(StringId::ProfileRedirectionFailed);
     WarnOfModernApps(*target);
   }
@@ -158,7 +157,7 @@ int RedirectUserProfile(const char16_t* user, const char16_t* target, int copyNt
   if (!imagePath.Write()) return 1;
   if (!IsInItsFolder(profile.folder, target) || !IsAloneOnItsVolume(profile))
     return Fail(StringId::ProfileRedirectionFailed);
-  ProfileMove move(profile, target, {copyNtfsPermissions, moveShares, backToDefault});
+  ProfileMove move(profile, target, flags);
   if (!move.Run()) return Fail(StringId::ProfileRedirectionFailed);
   imagePath.Keep();
   return Succeed(StringId::ProfileRedirected);
@@ -166,10 +165,10 @@ int RedirectUserProfile(const char16_t* user, const char16_t* target, int copyNt
   return Fail(StringId::ProfileRedirectionFailed);
 }
 
-int RedirectUserProfileToDefault(const char16_t* user, int copyNtfsPermissions, int moveShares) try {
+int RedirectUserProfileToDefault(const char16_t* user, CarriedAlong carried) try {
   std::u16string home;
   if (!IsAdministrator() || !ReadRecordedProfilesFolder(home)) return 1;
-  return RedirectUserProfile(user, home.c_str(), copyNtfsPermissions, moveShares, 1);
+  return RedirectUserProfile(user, home.c_str(), {.carried = carried, .backToDefault = true});
 } catch (const std::exception&) {
   return 1;
 }

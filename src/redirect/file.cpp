@@ -5,7 +5,7 @@
 #include <utility>
 #include <vector>
 
-#include "fsops/created_folders.h"
+#include "fsops/folders.h"
 #include "fsops/security.h"
 #include "fsops/stored_name.h"
 #include "links/junction.h"
@@ -90,9 +90,9 @@ bool FileRedirection::HoldSource() {
     LogCopyFailed(places_.source, places_.realTarget);
     return false;
   }
-  if (source_.facts().names > 1)
+  if (source_.facts().linkCount > 1)
     Log(u"#INFO: The file %ls has %u names. The others keep the file as it is now.", places_.source,
-        source_.facts().names);
+        source_.facts().linkCount);
   return true;
 }
 

@@ -68,7 +68,7 @@ bool CopyTimesAndAttributes(const std::u16string& from, const std::u16string& to
 bool CopyOwnerAndDacl(const std::u16string& from, const std::u16string& to) {
   SecurityBlock block;
   if (!SaveSecurityInfo(from, block)) return false;
-  return WriteSecurityInfo(to, block) || CopyDacl(from, to, /*allowInheritance=*/0, /*keepInheritedAces=*/1);
+  return WriteSecurityInfo(to, block) || CopyDacl(from, to, {.keepInheritedAces = true});
 }
 
 bool RemoveFile(const std::u16string& path) {

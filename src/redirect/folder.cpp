@@ -3,7 +3,6 @@
 #include <exception>
 
 #include "fsops/backup_copy.h"
-#include "fsops/created_folders.h"
 #include "fsops/folders.h"
 #include "fsops/move_tree.h"
 #include "fsops/security.h"
@@ -30,12 +29,11 @@ namespace {
 // One folder on its way to its new place.
 class FolderRedirection {
  public:
-  FolderRedirection(std::u16string source, std::u16string target, int copyNtfsPermissions, int copyShares)
+  FolderRedirection(std::u16string source, std::u16string target, CarriedAlong carried)
       : source_(std::move(source)),
         target_(std::move(target)),
         realTarget_(RealTargetOf(source_, target_)),
-        copyNtfsPermissions_(copyNtfsPermissions),
-        copyShares_(copyShares),
+        carried_(carried),
         created_(realTarget_) {}
 
   // Nothing has changed when one of these says no.
@@ -53,10 +51,10 @@ class FolderRedirection {
   void RemoveTargetIfEmpty() const;
 
   const std::u16string source_, target_, realTarget_;
-  const int copyNtfsPermissions_, copyShares_;
+  const CarriedAlong carried_;
   const CreatedFolders created_;
   bool targetStoodThere_ = false;
-  CopyRecord moved_;
+  MoveRecord moved_;
   SavedSecurityMap sourceSecurity_;
   std::vector<JunctionRecord> records_;
 };
@@ -129,8 +127,10 @@ bool FolderRedirection::MakeTarget() {
 }
 
 bool FolderRedirection::MoveContents() {
-  if (MoveDirectoryTree(source_, realTarget_, copyNtfsPermissions_, copyShares_, 0, 0, targetStoodThere_ ? 0 : 1,
-                        moved_))
+  if (MoveDirectoryTree(
+          source_, realTarget_,
+          {.useBackupCopy = carried_.ntfsPermissions, .moveShares = carried_.shares, .targetIsNew = !targetStoodThere_},
+          moved_))
     return true;
   Log(line::kMoveFailed, source_, realTarget_);
   RemoveTargetIfEmpty();
@@ -184,15 +184,16 @@ void FolderRedirection::RemoveTargetIfEmpty() const {
 void FolderRedirection::MakeSourceAgain() const {
   if (PathExists(source_)) return;
   win32::CreateDirectoryW(source_.c_str(), nullptr);
-  if (copyNtfsPermissions_) BackupCopyItem(realTarget_, source_, {.isDirectory = true});
+  if (carried_.ntfsPermissions)
+    BackupCopy(realTarget_, source_,
+               {.isDirectory = true, .isReparsePoint = false, .isEncrypted = false, .leaveParentTimes = true});
   RestoreRemovedSecurityInfo(sourceSecurity_);
 }
 
-bool RedirectFolderToFolder(const std::u16string& source, const char16_t* target, int copyNtfsPermissions,
-                            int copyShares) {
+bool RedirectFolderToFolder(const std::u16string& source, const char16_t* target, CarriedAlong carried) {
   // A target that is yet to be made has its parent above its own name, not above the backslash behind it.
   const std::u16string folder = IsPlainPath(target) ? WithoutTrailingBackslash(target) : std::u16string(target);
-  FolderRedirection redirection(source, folder, copyNtfsPermissions, copyShares);
+  FolderRedirection redirection(source, folder, carried);
   return redirection.MayRedirect() && redirection.MakeTarget() && redirection.MoveContents() &&
          redirection.LeaveJunction();
 }
@@ -208,7 +209,7 @@ bool ToNormalPath(std::u16string& path) {
 
 }  // namespace
 
-int RedirectFolder(const char16_t* source, const char16_t* target, int copyNtfsPermissions, int copyShares) try {
+int RedirectFolder(const char16_t* source, const char16_t* target, CarriedAlong carried) try {
   if (!IsAdministrator()) return 1;
   if (!source || !target) {
     Log(line::kPathMissing);
@@ -223,16 +224,14 @@ int RedirectFolder(const char16_t* source, const char16_t* target, int copyNtfsP
     return Fail(StringId::FolderRedirectionFailed);
   }
   const std::u16string folder = WithoutTrailingBackslash(source);
-  const bool redirected = IsVolumePath(target)
-                              ? RedirectFolderOntoVolume(folder, target, copyNtfsPermissions, copyShares)
-                              : RedirectFolderToFolder(folder, target, copyNtfsPermissions, copyShares);
+  const bool redirected = IsVolumePath(target) ? RedirectFolderOntoVolume(folder, target, carried)
+                                               : RedirectFolderToFolder(folder, target, carried);
   return redirected ? Succeed(StringId::FolderRedirected) : Fail(StringId::FolderRedirectionFailed);
 } catch (const std::exception&) {
   return Fail(StringId::FolderRedirectionFailed);
 }
 
-int RemoveFolderRedirection(const char16_t* source, const char16_t* target, int copyNtfsPermissions,
-                            int copyShares) try {
+int RemoveFolderRedirection(const char16_t* source, const char16_t* target, CarriedAlong carried) try {
   if (!IsAdministrator()) return 1;
   if (!source || !target) {
     Log(line::kPathMissingForRemoval);
@@ -243,9 +242,9 @@ int RemoveFolderRedirection(const char16_t* source, const char16_t* target, int 
   folder = WithoutTrailingBackslash(folder);
   bool removed = false;
   if (IsVolumeMountedAt(folder, location, volume))
-    removed = RemoveFolderFromVolume(folder, location, volume, copyNtfsPermissions, copyShares);
+    removed = RemoveFolderFromVolume(folder, location, volume, carried);
   else if (ToNormalPath(location))
-    removed = RemoveFolderFromFolder(folder, WithoutTrailingBackslash(location), copyNtfsPermissions, copyShares);
+    removed = RemoveFolderFromFolder(folder, WithoutTrailingBackslash(location), carried);
   return removed ? Succeed(StringId::FolderRemovalDone) : Fail(StringId::FolderRemovalFailed);
 } catch (const std::exception&) {
   return Fail(StringId::FolderRemovalFailed);

@@ -1,7 +1,6 @@
 #include "redirect/folder_on_volume.h"
 
 #include "fsops/backup_copy.h"
-#include "fsops/created_folders.h"
 #include "fsops/folder_itself.h"
 #include "fsops/folders.h"
 #include "fsops/move_tree.h"
@@ -30,12 +29,8 @@ void LogInterrupted(const std::u16string& source, const std::u16string& sideFold
 // One folder on its way onto a volume.
 class FolderOntoVolume {
  public:
-  FolderOntoVolume(const std::u16string& source, const std::u16string& volume, int copyNtfsPermissions, int copyShares)
-      : source_(source),
-        volume_(volume),
-        mountFolder_(source),
-        copyNtfsPermissions_(copyNtfsPermissions),
-        copyShares_(copyShares) {}
+  FolderOntoVolume(const std::u16string& source, const std::u16string& volume, CarriedAlong carried)
+      : source_(source), volume_(volume), mountFolder_(source), carried_(carried) {}
 
   // Nothing has changed when this says no.
   bool MayRedirect() const;
@@ -57,8 +52,8 @@ class FolderOntoVolume {
 
   const std::u16string source_, volume_;
   SideFolder mountFolder_;
-  const int copyNtfsPermissions_, copyShares_;
-  CopyRecord moved_;
+  const CarriedAlong carried_;
+  MoveRecord moved_;
 };
 
 // A pair that is recorded is refused before the volume is examined: that tries whether it can be written to.
@@ -99,7 +94,7 @@ bool FolderOntoVolume::MountBesideSource() {
   else
     LogIfInterrupted();
   if (usable && BackupCopyFolderItself(source_, realTarget()) && MountVolume(realTarget(), volume_) &&
-      IsMountedOn(realTarget(), volume_) && CopyFileTimesAndAttributes(source_, realTarget(), true))
+      IsMountedOn(realTarget(), volume_) && CopyFileTimesAndAttributes(source_, realTarget(), {.isReparsePoint = true}))
     return true;
   Log(line::kVolumeNotMounted, realTarget());
   Unmount();
@@ -109,7 +104,7 @@ bool FolderOntoVolume::MountBesideSource() {
 // Everything that is copied to the volume inherits from its root: what in the source was open only to those whom the
 // folder above lets in must not be open to whoever may read the volume.
 bool FolderOntoVolume::LendSecurity() const {
-  return copyNtfsPermissions_ ? LendSecurityToRoot(source_, volume_) : GiveRootItsOwnSecurity(volume_);
+  return carried_.ntfsPermissions ? LendSecurityToRoot(source_, volume_) : GiveRootItsOwnSecurity(volume_);
 }
 
 // The mount folder exists, so this only tells that contents may be merged into what is on the volume.
@@ -124,8 +119,10 @@ bool FolderOntoVolume::MakeTarget() {
 }
 
 bool FolderOntoVolume::MoveContents() {
-  if (LendSecurity() && MoveDirectoryTree(source_, realTarget(), copyNtfsPermissions_, copyShares_, /*copyOnly=*/1, 0,
-                                          /*targetIsNew=*/0, moved_))
+  if (LendSecurity() &&
+      MoveDirectoryTree(source_, realTarget(),
+                        {.useBackupCopy = carried_.ntfsPermissions, .moveShares = carried_.shares, .copyOnly = true},
+                        moved_))
     return true;
   Log(line::kMoveFailed, source_, realTarget());
   TellWhatStayed();
@@ -162,6 +159,7 @@ void FolderOntoVolume::TakeBack() {
 
 // What a roll-back could not bring back is reached by the volume's name only, once it is mounted no more.
 void FolderOntoVolume::TellWhatStayed() const {
+  if (moved_.outcome != MoveOutcome::Split) return;
   for (const CopiedItem& item : moved_.items)
     if (item.complete && PathExists(item.target) && (item.created || !PathExists(item.source.path))) {
       Log(u"#ERROR: Unable to move all files and folders back to %ls. The others stay on volume %ls.", source_,
@@ -175,7 +173,7 @@ void FolderOntoVolume::Unmount() const {
   GiveRootItsOwnSecurity(volume_);
   if (IsMountedOn(realTarget(), volume_)) {
     // Emptied and filled again, the source has other times than it had.
-    if (PathExists(source_)) CopyFileTimesAndAttributes(realTarget(), source_, true);
+    if (PathExists(source_)) CopyFileTimesAndAttributes(realTarget(), source_, {.isReparsePoint = true});
     if (!UnmountVolume(realTarget())) LogWithSystemError(line::kVolumeNotUnmounted, realTarget());
   }
   mountFolder_.TakeAway();
@@ -185,13 +183,8 @@ void FolderOntoVolume::Unmount() const {
 class FolderFromVolume {
  public:
   FolderFromVolume(const std::u16string& source, const std::u16string& target, const std::u16string& volume,
-                   int copyNtfsPermissions, int copyShares)
-      : source_(source),
-        target_(target),
-        volume_(volume),
-        newFolder_(source),
-        copyNtfsPermissions_(copyNtfsPermissions),
-        copyShares_(copyShares) {}
+                   CarriedAlong carried)
+      : source_(source), target_(target), volume_(volume), newFolder_(source), carried_(carried) {}
 
   // Nothing has changed when this says no.
   bool MayRemove();
@@ -210,9 +203,9 @@ class FolderFromVolume {
   const std::u16string source_, target_, volume_;
   std::u16string recordedTarget_;
   SideFolder newFolder_;
-  const int copyNtfsPermissions_, copyShares_;
+  const CarriedAlong carried_;
   FolderDescriptor ownDescriptor_;  // of the folder under the mount
-  CopyRecord moved_;
+  MoveRecord moved_;
 };
 
 // The record names the volume as the command that made it did.
@@ -272,8 +265,9 @@ void FolderFromVolume::Abandon() const {
 }
 
 bool FolderFromVolume::MoveContentsBack() {
-  if (MoveDirectoryTree(source_, newFolder_.path(), copyNtfsPermissions_, copyShares_, /*copyOnly=*/1, 0,
-                        /*targetIsNew=*/0, moved_))
+  if (MoveDirectoryTree(source_, newFolder_.path(),
+                        {.useBackupCopy = carried_.ntfsPermissions, .moveShares = carried_.shares, .copyOnly = true},
+                        moved_))
     return true;
   Log(line::kMoveFailed, source_, newFolder_.path());
   Abandon();
@@ -298,7 +292,7 @@ bool FolderFromVolume::PutInPlaceOfMount() {
 }
 
 bool FolderFromVolume::Exchange() {
-  if (!CopyFileTimesAndAttributes(source_, newFolder_.path(), true)) return false;
+  if (!CopyFileTimesAndAttributes(source_, newFolder_.path(), {.isReparsePoint = true})) return false;
   if (!UnmountVolume(source_)) {
     LogWithSystemError(line::kVolumeNotUnmounted, source_);
     return false;
@@ -320,7 +314,7 @@ void FolderFromVolume::TakeBack() {
         newFolder);
     return;
   }
-  if (!CopyFileTimesAndAttributes(newFolder, source_, true)) Log(line::kTimesNotCopied, newFolder);
+  if (!CopyFileTimesAndAttributes(newFolder, source_, {.isReparsePoint = true})) Log(line::kTimesNotCopied, newFolder);
   if (!UndoMove(moved_)) Log(line::kOthersStay, source_, newFolder);
   if (!JunctionRegKeyExists(source_.c_str(), recordedTarget_.c_str(), 0) &&
       !AddJunctionRegKey(source_.c_str(), recordedTarget_.c_str(), 0))
@@ -330,9 +324,8 @@ void FolderFromVolume::TakeBack() {
 
 }  // namespace
 
-bool RedirectFolderOntoVolume(const std::u16string& source, const std::u16string& volume, int copyNtfsPermissions,
-                              int copyShares) {
-  FolderOntoVolume redirection(source, volume, copyNtfsPermissions, copyShares);
+bool RedirectFolderOntoVolume(const std::u16string& source, const std::u16string& volume, CarriedAlong carried) {
+  FolderOntoVolume redirection(source, volume, carried);
   return redirection.MayRedirect() && redirection.MountBesideSource() && redirection.MakeTarget() &&
          redirection.MoveContents() && redirection.PutInPlaceOfSource() && redirection.Record();
 }
@@ -350,8 +343,8 @@ bool IsVolumeMountedAt(const std::u16string& source, const std::u16string& targe
 }
 
 bool RemoveFolderFromVolume(const std::u16string& source, const std::u16string& target, const std::u16string& volume,
-                            int copyNtfsPermissions, int copyShares) {
-  FolderFromVolume removal(source, target, volume, copyNtfsPermissions, copyShares);
+                            CarriedAlong carried) {
+  FolderFromVolume removal(source, target, volume, carried);
   return removal.MayRemove() && removal.MakeFolderBesideSource() && removal.MoveContentsBack() &&
          removal.ForgetRecord() && removal.PutInPlaceOfMount();
 }

@@ -4,7 +4,7 @@
 #include <utility>
 #include <vector>
 
-#include "fsops/created_folders.h"
+#include "fsops/folders.h"
 #include "fsops/move_tree.h"
 #include "fsops/shares.h"
 #include "links/junction.h"
@@ -22,11 +22,8 @@ namespace {
 // One folder on its way back.
 class FolderRemoval {
  public:
-  FolderRemoval(std::u16string source, std::u16string target, int copyNtfsPermissions, int copyShares)
-      : source_(std::move(source)),
-        target_(RecordedTarget(source_, std::move(target))),
-        copyNtfsPermissions_(copyNtfsPermissions),
-        copyShares_(copyShares) {}
+  FolderRemoval(std::u16string source, std::u16string target, CarriedAlong carried)
+      : source_(std::move(source)), target_(RecordedTarget(source_, std::move(target))), carried_(carried) {}
 
   // Nothing has changed when this says no.
   bool MayRemove() const;
@@ -48,8 +45,8 @@ class FolderRemoval {
   bool LeadBack(const std::u16string& junction) const;
 
   const std::u16string source_, target_;
-  const int copyNtfsPermissions_, copyShares_;
-  CopyRecord moved_;
+  const CarriedAlong carried_;
+  MoveRecord moved_;
   std::u16string junctionTarget_;
 };
 
@@ -91,7 +88,9 @@ bool FolderRemoval::MoveContentsBack() {
   }
   // What stood in the junction's place is an empty folder that only kept the place: the target's root comes back as
   // well.
-  if (!MoveDirectoryTree(target_, source_, copyNtfsPermissions_, copyShares_, 0, 0, 1, moved_)) {
+  if (!MoveDirectoryTree(
+          target_, source_,
+          {.useBackupCopy = carried_.ntfsPermissions, .moveShares = carried_.shares, .targetIsNew = true}, moved_)) {
     Log(line::kMoveFailed, source_, target_);
     PutJunctionBack();
     return false;
@@ -145,7 +144,7 @@ bool FolderRemoval::LeadBack(const std::u16string& junction) const {
   return true;
 }
 
-bool FolderRemoval::MoveSharesOfTarget() const { return !copyShares_ || MoveShares(target_, source_); }
+bool FolderRemoval::MoveSharesOfTarget() const { return !carried_.shares || MoveShares(target_, source_); }
 
 void FolderRemoval::RemoveEmptyTarget() const {
   if (!RemoveEmptyFolder(target_)) LogWithSystemError(u"#INFO: The folder %ls could not be removed. ", target_);
@@ -160,9 +159,8 @@ void FolderRemoval::PutJunctionBack() const {
 
 }  // namespace
 
-bool RemoveFolderFromFolder(const std::u16string& source, const std::u16string& target, int copyNtfsPermissions,
-                            int copyShares) {
-  FolderRemoval removal(source, target, copyNtfsPermissions, copyShares);
+bool RemoveFolderFromFolder(const std::u16string& source, const std::u16string& target, CarriedAlong carried) {
+  FolderRemoval removal(source, target, carried);
   if (!removal.MayRemove() || !removal.TakeJunctionAway() || !removal.MoveContentsBack() || !removal.ForgetRecord())
     return false;
   const bool nestedUpdated = removal.UpdateNested();

@@ -6,7 +6,7 @@
 
 #include "configuration/configuration.h"
 #include "configuration/service_config.h"
-#include "fsops/created_folders.h"
+#include "fsops/folders.h"
 #include "links/mounted_folder.h"
 #include "probes/privileges.h"
 #include "probes/rimehold_status.h"

@@ -22,6 +22,7 @@ int SaveAsBackup(const std::u16string& path, SecurityBlock& block) {
   SecurityBlock copy{win32::HeapAlloc(win32::GetProcessHeap(), win32::HEAP_ZERO_MEMORY, descriptor.size())};
   if (!copy) return 0;
   std::memcpy(copy.get(), descriptor.data(), descriptor.size());
+  KeepInheritanceMark(copy.get());
   block = std::move(copy);
   return 1;
 }
@@ -41,11 +42,11 @@ bool HasOneName(const TreeEntry& entry) {
   const std::optional<FileFacts> facts = FactsOf(entry.path, LastLink::Itself);
   if (!facts)
     LogWithSystemError(u"#ERROR: Unable to tell how many names the file %ls has. ", entry.path);
-  else if (facts->names > 1)
+  else if (facts->linkCount > 1)
     Log(u"#ERROR: The file %ls has several names (hard links), and administrators may not read it or a folder that it "
         u"is in. Let them read both, or remove its other names, and try again.",
         entry.path);
-  return facts && facts->names <= 1;
+  return facts && facts->linkCount <= 1;
 }
 
 // The index behind the item's contents, which stand right behind it in the list.

@@ -26,7 +26,7 @@ TEST_F(BackupCopies, AFileKeepsStreamsTimesAndAttributes) {
   ASSERT_TRUE(
       SetFileAttributesW(from.c_str(), FILE_ATTRIBUTE_READONLY | FILE_ATTRIBUTE_HIDDEN | FILE_ATTRIBUTE_SYSTEM));
   const std::string before = Describe(from);
-  ASSERT_EQ(BackupCopy(from, to, 0), 1);
+  ASSERT_EQ(BackupCopy(from, to), 1);
   EXPECT_EQ(Describe(to), before);
   EXPECT_EQ(Describe(from), before);
   EXPECT_EQ(Contents(to + u":notes"), "in a stream");
@@ -37,9 +37,9 @@ TEST_F(BackupCopies, EverySizeArrivesWhole) {
     std::string contents(size, '\0');
     for (std::size_t i = 0; i < size; ++i) contents[i] = static_cast<char>(i * 7 + i / 251);
     MakeFile(from, contents);
-    ASSERT_EQ(BackupCopy(from, to, 0), 1) << size;
+    ASSERT_EQ(BackupCopy(from, to), 1) << size;
     EXPECT_TRUE(Contents(to) == contents) << size;
-    ASSERT_EQ(BackupCopyEx(from, to + u"ex", 0), 1) << size;
+    ASSERT_EQ(BackupCopyEx(from, to + u"ex"), 1) << size;
     EXPECT_TRUE(Contents(to + u"ex") == contents) << size;
   }
 }
@@ -47,10 +47,10 @@ TEST_F(BackupCopies, EverySizeArrivesWhole) {
 TEST_F(BackupCopies, AnExistingFileIsOverwrittenToItsEnd) {
   MakeFile(to, "an older and much longer text");
   MakeFile(from, "new");
-  ASSERT_EQ(BackupCopy(from, to, 0), 1);
+  ASSERT_EQ(BackupCopy(from, to), 1);
   EXPECT_EQ(Contents(to), "new");
   MakeFile(from, "");
-  ASSERT_EQ(BackupCopy(from, to, 0), 1);
+  ASSERT_EQ(BackupCopy(from, to), 1);
   EXPECT_EQ(Contents(to), "");
 }
 
@@ -60,7 +60,7 @@ TEST_F(BackupCopies, AFolderKeepsItsSecurity) {
   test::SetSecurity(from, u"O:SYD:P(A;OICI;FA;;;BA)(A;;FR;;;WD)");
   test::SetTimes(from, 3);
   const std::string before = Describe(from);
-  ASSERT_EQ(BackupCopy(from, to, 1), 1);
+  ASSERT_EQ(BackupCopy(from, to, {.isDirectory = true}), 1);
   EXPECT_EQ(Describe(to), before);
   EXPECT_EQ(test::Security(to), test::Security(from));
 }
@@ -69,7 +69,7 @@ TEST_F(BackupCopies, AFolderKeepsItsSecurity) {
 TEST_F(BackupCopies, ACopyThatEndsTooEarlyFails) {
   MakeFile(from, std::string(5000, 'x'));
   machine->backupReadStopsAtStreams = true;
-  EXPECT_EQ(BackupCopy(from, to, 0), 0);
+  EXPECT_EQ(BackupCopy(from, to), 0);
 }
 
 TEST_F(BackupCopies, FailuresAreReported) {
@@ -77,9 +77,9 @@ TEST_F(BackupCopies, FailuresAreReported) {
   for (const char* call : {"BackupRead", "BackupWrite"})
     for (const unsigned nth : {1u, 2u, 3u}) {
       machine->gate.FailCall(call, nth, ERROR_DISK_FULL);
-      EXPECT_EQ(BackupCopy(from, to, 0), 0) << call << nth;
+      EXPECT_EQ(BackupCopy(from, to), 0) << call << nth;
       machine->gate.FailCall(call, nth, ERROR_DISK_FULL);
-      EXPECT_EQ(BackupCopyEx(from, to, 0), 0) << call << nth;
+      EXPECT_EQ(BackupCopyEx(from, to), 0) << call << nth;
       machine->gate.ClearFailures();
     }
   EXPECT_NE(machine->debugOutput.find(u"#ERROR: BackupCopy: BackupWrite() failed for path = D:\\Target\\item"),
@@ -88,7 +88,7 @@ TEST_F(BackupCopies, FailuresAreReported) {
 
 TEST_F(BackupCopies, LinksAreCarriedByteForByte) {
   ASSERT_EQ(CreateSymbolicLinkEntry(from.c_str(), u"C:\\nowhere"), 1);
-  ASSERT_EQ(BackupCopy(from, to, 0), 1);
+  ASSERT_EQ(BackupCopy(from, to), 1);
   EXPECT_EQ(test::Streams(to), test::Streams(from));
   EXPECT_TRUE(Logged(u"BackupCopyEx : C:\\Data\\item is reparse point"));
 }
@@ -96,11 +96,11 @@ TEST_F(BackupCopies, LinksAreCarriedByteForByte) {
 TEST_F(BackupCopies, ParentTimesFollowUnlessItIsADriveRoot) {
   MakeFile(from, "x");
   test::SetTimes(source, 5);
-  ASSERT_EQ(BackupCopy(from, to, 0), 1);
+  ASSERT_EQ(BackupCopy(from, to), 1);
   EXPECT_EQ(Describe(target), Describe(source));
   MakeFile(u"C:\\atroot", "x");
   const std::string before = Describe(target);
-  ASSERT_EQ(BackupCopy(u"C:\\atroot", target + u"\\fromroot", 0), 1);
+  ASSERT_EQ(BackupCopy(u"C:\\atroot", target + u"\\fromroot"), 1);
   EXPECT_EQ(CopyParentDirectoryTimes(u"nobackslash", u"D:\\x\\y"), 0);
 }
 
@@ -108,7 +108,7 @@ class TreeCopies : public test::Engine {
  protected:
   int Copy(const CopyFlags& flags) {
     record = {};
-    return CopyTree(source, target, flags, record);
+    return CopyFiles(source, target, flags, record);
   }
   const CopyFlags moving{.useBackupCopy = true, .removeSourceLinks = true, .allowInheritance = true};
   CopyRecord record;
@@ -133,7 +133,7 @@ TEST_F(TreeCopies, WholeTreesArriveAsTheyAre) {
 TEST_F(TreeCopies, InheritedEntriesAreLeftOutButForEverySecond) {
   MakeFile(source + u"\\f", "x");
   test::SetSecurity(source + u"\\f", u"O:BAD:AI(A;;FA;;;BA)(A;ID;FA;;;SY)(A;ID;FR;;;WD)(A;ID;FR;;;BU)");
-  ASSERT_EQ(CopyDacl(source + u"\\f", source, 0, 0), 1);
+  ASSERT_EQ(CopyDacl(source + u"\\f", source, {}), 1);
   const std::u16string dacl = test::Dacl(source);
   EXPECT_NE(dacl.find(u"(A;;FA;;;BA)"), std::u16string::npos) << "explicit entries stay";
   EXPECT_EQ(dacl.find(u"SY)"), std::u16string::npos);
@@ -146,7 +146,7 @@ TEST_F(TreeCopies, ASourceWithoutReadableDaclOpensTheTarget) {
   MakeFile(source + u"\\f", "x");
   MakeFile(target + u"\\f", "x");
   machine->gate.FailCall("GetNamedSecurityInfoW", 1, ERROR_ACCESS_DENIED);
-  ASSERT_EQ(CopyDacl(source + u"\\f", target + u"\\f", 1, 0), 1);
+  ASSERT_EQ(CopyDacl(source + u"\\f", target + u"\\f", {.allowInheritance = true}), 1);
   EXPECT_NE(test::Dacl(target + u"\\f").find(u"NO_ACCESS_CONTROL"), std::u16string::npos) << "a null DACL";
 }
 

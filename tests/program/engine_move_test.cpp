@@ -19,13 +19,13 @@ TEST_F(Deletes, EverythingBelowTheRoot) {
   MakeFile(source + u"\\a\\readonly", "x", FILE_ATTRIBUTE_READONLY);
   MakeFolder(source + u"\\locked");
   ASSERT_TRUE(SetFileAttributesW((source + u"\\locked").c_str(), FILE_ATTRIBUTE_READONLY));
-  EXPECT_EQ(DeleteDirectoryTree(source.c_str(), 0), 1);
+  EXPECT_EQ(DeleteDirectoryTree(source.c_str()), 1);
   EXPECT_TRUE(Exists(source + u"\\a\\readonly")) << "best effort leaves it";
-  EXPECT_EQ(DeleteDirectoryTree(source.c_str(), 1), 1);
+  EXPECT_EQ(DeleteDirectoryTree(source.c_str(), {.stopOnFailure = true}), 1);
   EXPECT_TRUE(Exists(source));
   EXPECT_TRUE(test::Names(source).empty());
-  EXPECT_EQ(DeleteDirectoryTree(nullptr, 1), 0);
-  EXPECT_EQ(DeleteDirectoryTree(u"C:\\missing", 1), 0);
+  EXPECT_EQ(DeleteDirectoryTree(nullptr, {.stopOnFailure = true}), 0);
+  EXPECT_EQ(DeleteDirectoryTree(u"C:\\missing", {.stopOnFailure = true}), 0);
 }
 
 TEST_F(Deletes, NothingBehindALink) {
@@ -33,11 +33,11 @@ TEST_F(Deletes, NothingBehindALink) {
   ASSERT_EQ(CreateJunction((source + u"\\j").c_str(), target.c_str()), 1);
   ASSERT_EQ(CreateSymbolicLinkEntry((source + u"\\d").c_str(), target.c_str()), 1);
   ASSERT_EQ(CreateSymbolicLinkEntry((source + u"\\f").c_str(), (target + u"\\theirs").c_str()), 1);
-  EXPECT_EQ(DeleteDirectoryTree(source.c_str(), 1), 1);
+  EXPECT_EQ(DeleteDirectoryTree(source.c_str(), {.stopOnFailure = true}), 1);
   EXPECT_TRUE(test::Names(source).empty());
   EXPECT_EQ(Contents(target + u"\\theirs"), "kept");
   ASSERT_EQ(CreateJunction((source + u"\\j").c_str(), target.c_str()), 1);
-  EXPECT_EQ(DeleteDirectoryTree((source + u"\\j").c_str(), 1), 1);
+  EXPECT_EQ(DeleteDirectoryTree((source + u"\\j").c_str(), {.stopOnFailure = true}), 1);
   EXPECT_FALSE(Exists(source + u"\\j"));
   EXPECT_EQ(Contents(target + u"\\theirs"), "kept");
 }
@@ -53,7 +53,7 @@ TEST_F(Deletes, MountedVolumesAreUnmounted) {
     MakeFolder(mount);
     ASSERT_TRUE(SetVolumeMountPointW((mount + u"\\").c_str(), volume.c_str()));
     ASSERT_EQ(Contents(mount + u"\\theirs"), "kept");
-    EXPECT_EQ(DeleteDirectoryTree(inside ? source.c_str() : mount.c_str(), 1), 1);
+    EXPECT_EQ(DeleteDirectoryTree(inside ? source.c_str() : mount.c_str(), {.stopOnFailure = true}), 1);
     EXPECT_FALSE(Exists(mount + u"\\theirs"));
     EXPECT_EQ(Contents(volume + u"theirs"), "kept");
   }
@@ -65,7 +65,7 @@ TEST_F(Deletes, AFolderThatIsNotEmptyYetIsTriedAgain) {
   // Held with delete sharing: the name stays until the other process closes it.
   auto held = HoldOpen(source + u"\\a\\f", GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_DELETE);
   machine->onSleep = [&](std::uint64_t) { machine->files().CloseForeign(held); };
-  EXPECT_EQ(DeleteDirectoryTree(source.c_str(), 1), 1);
+  EXPECT_EQ(DeleteDirectoryTree(source.c_str(), {.stopOnFailure = true}), 1);
   EXPECT_EQ(machine->sleptMilliseconds, 5000u);
   EXPECT_TRUE(Logged(u"Failed to delete directory : C:\\Data\\a. Error: 145. Going to retry after a short while."));
 }
@@ -74,8 +74,8 @@ TEST_F(Deletes, WhatIsHeldOpenEndsAStrictRun) {
   MakeFolder(source + u"\\a");
   MakeFile(source + u"\\a\\f", "x", FILE_ATTRIBUTE_READONLY);
   const auto held = HoldOpen(source + u"\\a\\f", GENERIC_READ, FILE_SHARE_READ);
-  EXPECT_EQ(DeleteDirectoryTree(source.c_str(), 0), 1);
-  EXPECT_EQ(DeleteDirectoryTree(source.c_str(), 1), 0);
+  EXPECT_EQ(DeleteDirectoryTree(source.c_str()), 1);
+  EXPECT_EQ(DeleteDirectoryTree(source.c_str(), {.stopOnFailure = true}), 0);
   EXPECT_TRUE(Logged(u"Failed to delete File : C:\\Data\\a\\f."));
   EXPECT_EQ(Attributes(source + u"\\a\\f"), FILE_ATTRIBUTE_READONLY);
 }
@@ -108,7 +108,11 @@ class Moves : public test::Engine {
     for (const char16_t* item : {u"\\sub\\f.txt", u"\\top.txt", u"\\sub", u"\\j", u""})
       test::SetTimes(source + item, static_cast<unsigned>(std::u16string_view(item).size()) + 1);
   }
-  int Move(bool backup = true) { return MoveDirectoryTree(source, target, backup, 0, 0, 0); }
+  static int Move(const std::u16string& from, const std::u16string& to, bool backup = true) {
+    MoveRecord record;
+    return MoveDirectoryTree(from, to, {.useBackupCopy = backup}, record);
+  }
+  int Move(bool backup = true) { return Move(source, target, backup); }
   // What the files hold, links by their reparse data, without attributes and times.
   static std::map<std::u16string, std::string> Holdings(const std::u16string& root) {
     std::map<std::u16string, std::string> holdings;
@@ -121,8 +125,8 @@ TEST_F(Moves, EverythingToTheTarget) {
   MakeTree();
   auto before = DescribeTree(source);
   const std::string root = test::Describe(source);
-  CopyRecord record;
-  ASSERT_EQ(MoveDirectoryTree(source, target, 1, 0, 0, 0, 1, record), 1);
+  MoveRecord record;
+  ASSERT_EQ(MoveDirectoryTree(source, target, {.useBackupCopy = true, .targetIsNew = true}, record), 1);
   EXPECT_TRUE(test::Names(source).empty());
   auto after = DescribeTree(target);
   std::u16string text;
@@ -144,8 +148,8 @@ TEST_F(Moves, BackAgainAsItWas) {
   const auto before = DescribeTree(source);
   const auto targetBefore = DescribeTree(target);
   const std::u16string rootSecurity = test::Security(source);
-  CopyRecord record;
-  ASSERT_EQ(MoveDirectoryTree(source, target, 1, 0, 0, 0, 0, record), 1);
+  MoveRecord record;
+  ASSERT_EQ(MoveDirectoryTree(source, target, {.useBackupCopy = true}, record), 1);
   ASSERT_TRUE(RemoveDirectoryW(source.c_str()));  // as a junction that cannot be made leaves it
   ASSERT_EQ(UndoMove(record), 1);
   EXPECT_EQ(test::Security(source), rootSecurity);
@@ -250,10 +254,10 @@ TEST_F(Moves, ASourceThatIsALinkStays) {
   const std::u16string link = u"C:\\link", other = u"D:\\Other";
   MakeFolder(other);
   ASSERT_EQ(CreateSymbolicLinkEntry(link.c_str(), target.c_str()), 1);
-  EXPECT_EQ(MoveDirectoryTree(link, other, 1, 0, 0, 0), 0);
+  EXPECT_EQ(Move(link, other), 0);
   EXPECT_TRUE(Exists(link + u"\\f"));
   ASSERT_EQ(CreateJunction(source.c_str(), target.c_str()), 1);
-  EXPECT_EQ(MoveDirectoryTree(source, other, 1, 0, 0, 0), 0);
+  EXPECT_EQ(Move(source, other), 0);
   EXPECT_TRUE(Exists(source + u"\\f"));
   EXPECT_TRUE(test::Names(other).empty());
 }
@@ -298,12 +302,12 @@ TEST_F(Moves, MountedVolumesInsideGoAlongAndOneAsRootIsEmptied) {
       ASSERT_TRUE(SetVolumeMountPointW((source + u"\\mnt\\").c_str(), volume.c_str()));
       MakeFile(source + u"\\mnt\\theirs", "kept");
     }
-    ASSERT_EQ(MoveDirectoryTree(from, to, backup, 0, 0, 0), 1);
+    ASSERT_EQ(Move(from, to, backup), 1);
     EXPECT_FALSE(Exists(from + u"\\mnt"));
     EXPECT_EQ(Contents(to + u"\\mnt\\theirs"), "kept");
   }
   MakeFolder(u"D:\\Plain");
-  ASSERT_EQ(MoveDirectoryTree(source + u"\\mnt", u"D:\\Plain", 1, 0, 0, 0), 1);
+  ASSERT_EQ(Move(source + u"\\mnt", u"D:\\Plain"), 1);
   EXPECT_EQ(Contents(u"D:\\Plain\\theirs"), "kept");
   EXPECT_FALSE(Exists(volume + u"theirs"));
 }

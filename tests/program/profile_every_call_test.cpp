@@ -69,7 +69,7 @@ class ProfileCalls : public test::ProfileStories {
   }
   static void Remove(const std::u16string& item) {
     const win32::DWORD attributes = test::Attributes(item);
-    if (!(attributes & win32::FILE_ATTRIBUTE_REPARSE_POINT)) DeleteDirectoryTree(item.c_str(), 1);
+    if (!(attributes & win32::FILE_ATTRIBUTE_REPARSE_POINT)) DeleteDirectoryTree(item.c_str(), {.stopOnFailure = true});
     win32::SetFileAttributesW(item.c_str(), win32::FILE_ATTRIBUTE_NORMAL);
     EXPECT_TRUE(win32::RemoveDirectoryW(item.c_str())) << Utf8(item);
   }

@@ -4,7 +4,7 @@
 
 #include <iostream>
 
-#include "fsops/created_folders.h"
+#include "fsops/folders.h"
 #include "fsops/delete_tree.h"
 #include "support/every_call.h"
 #include "support/keelroom.h"
@@ -249,7 +249,7 @@ class SharedProfilesEveryCall : public test::SharedProfilesTest {
   SharedProfilesEveryCall() {
     const auto remove = [](const std::u16string& path) {
       if (!Exists(path)) return;
-      if (!IsJunction(path.c_str())) DeleteDirectoryTree(path.c_str(), 1);
+      if (!IsJunction(path.c_str())) DeleteDirectoryTree(path.c_str(), {.stopOnFailure = true});
       EXPECT_TRUE(RemoveEmptyFolder(path)) << Utf8(path);
     };
     for (const auto* name : {u"AppData\\Local",

@@ -1,0 +1,63 @@
+#include "fsops/copy_roots.h"
+
+#include "links/mounted_folder.h"
+#include "links/volume_paths.h"
+#include "report/console.h"
+#include "report/log.h"
+#include "text/path_text.h"
+#include "win32/constants.h"
+
+namespace {
+
+std::u16string Base(std::u16string_view root) {
+  root = WithoutExtendedPrefix(root);
+  while (!root.empty() && root.back() == u'\\') root.remove_suffix(1);
+  return std::u16string(root);
+}
+
+using Conversion = int (*)(std::u16string& path, std::u16string& out);
+
+bool ConvertBoth(Conversion convert, bool source, std::u16string& sourcePath, bool target, std::u16string& targetPath) {
+  std::u16string given = sourcePath;
+  if (source && !convert(given, sourcePath)) {
+    Log(u"#ERROR: Source Volume Path to Normal Path Conversion Failed.");
+    return false;
+  }
+  given = targetPath;
+  if (target && !convert(given, targetPath)) {
+    Log(u"#ERROR: Destination Volume Path to Normal Path Conversion Failed.");
+    return false;
+  }
+  return true;
+}
+
+}  // namespace
+
+bool CopyRoots::Resolve(const std::u16string& source, const std::u16string& target) {
+  source_ = source;
+  target_ = target;
+  sourceWasVolumePath_ = IsVolumePath(source.c_str());
+  targetWasVolumePath_ = IsVolumePath(target.c_str());
+  if (!ConvertBoth(VolumePathToNormalPath, sourceWasVolumePath_, source_, targetWasVolumePath_, target_)) return false;
+  sourceBase_ = Base(source_);
+  targetBase_ = Base(target_);
+  return true;
+}
+
+bool CopyRoots::IsSource(std::u16string_view path) const { return EqualPaths(Base(path), sourceBase_); }
+bool CopyRoots::IsTarget(std::u16string_view path) const { return EqualPaths(Base(path), targetBase_); }
+
+std::u16string CopyRoots::TargetOf(const std::u16string& path) const {
+  std::u16string target = targetBase_;
+  target += WithoutExtendedPrefix(path).substr(sourceBase_.size());
+  // What was reached by "\\?\" only (its name ends with a dot, say) is made in the same way.
+  return HasExtendedPrefix(path) ? WithExtendedPrefix(target) : ExtendedPath(target);
+}
+
+bool CopyRoots::ShowProgress(const std::u16string& path, const std::u16string& target) const {
+  std::u16string shownPath = path, shownTarget = target;
+  if (!ConvertBoth(NormalPathToVolumePath, sourceWasVolumePath_, shownPath, targetWasVolumePath_, shownTarget))
+    return false;
+  ConsoleFormat(u"%ls -> %ls\n", shownPath, shownTarget);
+  return true;
+}
