@@ -10,7 +10,7 @@
 #include <unistd.h>
 
 #include "cli/main.h"
-#include "resources/program_resources.h"
+#include "entry/program_module.h"
 #include "win32/emulated/console_text.h"
 #include "win32/emulated/machine.h"
 #include "win32/emulated/text.h"
@@ -32,14 +32,6 @@ void WriteConsole(std::string_view bytes) {
   const std::string shown =
       terminal ? emulated::OemToUtf8(bytes, emulated::Machine::Current().oemCodePage) : std::string(bytes);
   std::fwrite(shown.data(), 1, shown.size(), stdout);
-}
-
-void UseProgramModule(emulated::Machine& machine) {
-  machine.process.image = u"QBC.exe";
-  machine.module.path = u"C:\\Program Files\\Velmora\\Quillbay\\QBC.exe";
-  for (const ProgramResource& resource : ProgramResources())
-    machine.module.resources.push_back(
-        {resource.type, resource.name, resource.language, {resource.data, resource.size}});
 }
 
 }  // namespace

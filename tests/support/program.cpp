@@ -5,7 +5,6 @@
 
 #include "cli/main.h"
 #include "report/console.h"
-#include "resources/program_resources.h"
 #include "win32/emulated/console_text.h"
 #include "win32/emulated/text.h"
 
@@ -56,15 +55,6 @@ std::string Added(const std::string& bytes, std::size_t before) {
 }
 
 }  // namespace
-
-void UseProgramModule(emulated::Machine& machine) {
-  if (!machine.module.resources.empty()) return;
-  machine.process.image = u"QBC.exe";
-  machine.module.path = u"C:\\Program Files\\Velmora\\Quillbay\\QBC.exe";
-  for (const ProgramResource& resource : ProgramResources())
-    machine.module.resources.push_back(
-        {resource.type, resource.name, resource.language, {resource.data, resource.size}});
-}
 
 std::string LogBytes(emulated::Machine& machine) {
   emulated::Bytes content;

@@ -5,6 +5,7 @@
 #include <string>
 #include <string_view>
 
+#include "entry/program_module.h"
 #include "report/console.h"
 #include "support/installed_machine.h"
 
@@ -28,7 +29,7 @@ struct RunResult {
 RunResult RunProgram(emulated::Machine& machine, std::initializer_list<std::u16string> words);
 
 // Gives the machine the program's own module with its resources; RunProgram does it, too.
-void UseProgramModule(emulated::Machine& machine);
+using ::UseProgramModule;
 
 // The bytes of the log file; empty without one.
 std::string LogBytes(emulated::Machine& machine);
