@@ -54,8 +54,9 @@ int Run(int argc, const char16_t* const* argv, win32::UniqueKernelHandle& instan
   }
   instance = TakeInstanceMutex();
   if (!instance) {
-    ConsoleFormat(u"QBC: another instance is already running");
-    Log(u"QBC: another instance is already running");
+    static constexpr char16_t kAnotherRuns[] = u"QBC: another instance is already running";
+    ConsolePrint(kAnotherRuns);
+    Log(kAnotherRuns);
     return 1;
   }
   EnablePrivileges();  // what is missing shows where it is needed

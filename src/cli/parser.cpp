@@ -30,10 +30,8 @@ void Split(int argc, const char16_t* const* argv, CommandLine& line) {
 }
 
 std::size_t RequiredArguments(const CommandLine& line) {
-  // The switches name the profile in the user's stead.
-  const bool profileNamed = line.Has(u"DefaultProfile") || line.Has(u"PublicProfile");
-  if (profileNamed && line.entry->command == Command::RedirectUP) return 1;
-  if (profileNamed && line.entry->command == Command::RedirectUPDefault) return 0;
+  if (line.NamesDefaultOrPublic() && line.entry->command == Command::RedirectUP) return 1;
+  if (line.NamesDefaultOrPublic() && line.entry->command == Command::RedirectUPDefault) return 0;
   return line.entry->arguments;
 }
 

@@ -5,6 +5,10 @@
 
 #include "cli/command_table.h"
 
+// The switches that name a profile in a user's stead.
+inline constexpr std::u16string_view kDefaultProfile = u"DefaultProfile";
+inline constexpr std::u16string_view kPublicProfile = u"PublicProfile";
+
 struct CommandLine {
   const CommandEntry* entry = nullptr;
   std::vector<std::u16string> arguments;  // in order; a location without its "/loc:" or "/vol:"
@@ -12,6 +16,7 @@ struct CommandLine {
 
   // Case does not count.
   bool Has(std::u16string_view name) const;
+  bool NamesDefaultOrPublic() const { return Has(kDefaultProfile) || Has(kPublicProfile); }
 };
 
 enum class ParseResult { Good = 0, NoCommand = 1, InvalidArguments = 2, InvalidSwitch = 3, ImproperNumber = 4 };

@@ -34,24 +34,21 @@ bool SwitchIsMistyped(const Invocation& invocation, std::u16string_view name) {
 
 bool ProfileSwitchIsMistyped(const Invocation& invocation) {
   return invocation.table.vistaOrLater &&
-         (SwitchIsMistyped(invocation, u"DefaultProfile") || SwitchIsMistyped(invocation, u"PublicProfile"));
+         (SwitchIsMistyped(invocation, kDefaultProfile) || SwitchIsMistyped(invocation, kPublicProfile));
 }
 
 // Windows before Vista has neither profile.
 bool NamesDefaultOrPublic(const Invocation& invocation) {
-  return invocation.table.vistaOrLater &&
-         (invocation.line.Has(u"DefaultProfile") || invocation.line.Has(u"PublicProfile"));
+  return invocation.table.vistaOrLater && invocation.line.NamesDefaultOrPublic();
 }
 
 std::u16string ProfileName(const Invocation& invocation) {
-  if (NamesDefaultOrPublic(invocation))
-    return invocation.line.Has(u"DefaultProfile") ? u"DefaultProfile" : u"PublicProfile";
-  return invocation.line.arguments.front();
+  if (!NamesDefaultOrPublic(invocation)) return invocation.line.arguments.front();
+  return std::u16string(invocation.line.Has(kDefaultProfile) ? kDefaultProfile : kPublicProfile);
 }
 
 SharedProfiles NamedProfiles(const Invocation& invocation) {
-  return {.defaultProfile = invocation.line.Has(u"DefaultProfile"),
-          .publicProfile = invocation.line.Has(u"PublicProfile")};
+  return {.defaultProfile = invocation.line.Has(kDefaultProfile), .publicProfile = invocation.line.Has(kPublicProfile)};
 }
 
 // Neither arguments nor switches; /c, which means nothing, is none.

@@ -22,13 +22,13 @@ std::uint64_t TreeListing::TotalSize() const {
   return total;
 }
 
-namespace {
-
-constexpr std::u16string_view kEverything = u"\\*.*";
-
 bool IsSystemFolderName(std::u16string_view name) {
   return EqualPaths(name, u"$RECYCLE.BIN") || EqualPaths(name, u"System Volume Information");
 }
+
+namespace {
+
+constexpr std::u16string_view kEverything = u"\\*.*";
 
 // The form in which every call reaches the item. The plain form ends at 259 characters, and it loses a dot or blank at
 // the end of a name. A path under a "\\?\" one keeps the prefix, so the copy and the deletion name the same items.

@@ -22,10 +22,13 @@ struct TreeEntry {
   bool IsEncrypted() const;
 };
 
+// "$RECYCLE.BIN" or "System Volume Information".
+bool IsSystemFolderName(std::u16string_view name);
+
 struct TreeListing {
   std::vector<TreeEntry> entries;  // a directory before its contents; links are here too, never what lies behind them
   std::vector<TreeEntry> links;
-  // The "$RECYCLE.BIN" and "System Volume Information" folders met: they belong to Windows and are not in the listing.
+  // The folders of such names that were met: they belong to Windows and are not in the listing.
   std::vector<std::u16string> systemFolders;
 
   std::uint64_t TotalSize() const;  // bytes of the files' main streams

@@ -45,8 +45,7 @@ bool IsOutsideSharedProfiles(const std::u16string& location) {
 bool IsOutsideSystemFolders(const std::u16string& location) {
   for (const std::u16string& path : {location, RealPath(location)})
     for (std::u16string folder = path; !folder.empty(); folder = ParentPath(folder))
-      if (const std::u16string name = LastComponent(folder);
-          EqualPaths(name, u"$RECYCLE.BIN") || EqualPaths(name, u"System Volume Information")) {
+      if (IsSystemFolderName(LastComponent(folder))) {
         Log(line::kSystemFolder, location);
         return false;
       }

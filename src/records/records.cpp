@@ -188,7 +188,7 @@ int AddJunctionRegKey(const char16_t* source, const char16_t* target, int isFile
     return 0;
   }
   if (JunctionRegKeyExists(source, target, isFile)) {
-    Log(u"ERROR: Source and Target Path already exists in Registry.");
+    Log(line::kRecordExists);
     return 0;
   }
   const std::u16string subkey = FormatText(u"%ls\\%u", ListKey(isFile), GetNextJunctionIndex(isFile));

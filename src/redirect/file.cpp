@@ -139,7 +139,7 @@ bool FileRedirection::Record() {
   for (const JunctionRecord& record : records_)
     if (EqualPaths(record.target, places_.realTarget)) targetWasRecorded_ = true;
   if (JunctionRegKeyExists(places_.source.c_str(), places_.realTarget.c_str(), 1)) {
-    Log(u"ERROR: Source and Target Path already exists in Registry.");
+    Log(line::kRecordExists);
     return true;
   }
   if (AddJunctionRegKey(places_.source.c_str(), places_.realTarget.c_str(), 1)) return true;

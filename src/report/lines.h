@@ -78,6 +78,7 @@ inline constexpr char16_t kNoJunction[] = u"#ERROR: Junction doesn't exists for 
 inline constexpr char16_t kJunctionTargetUnknown[] = u"#ERROR: Unable to get Junction Target Path.";
 inline constexpr char16_t kJunctionNotCreated[] =
     u"#ERROR: Unable to create junction for Source = %ls and Target = %ls.";
+inline constexpr char16_t kRecordExists[] = u"ERROR: Source and Target Path already exists in Registry.";
 inline constexpr char16_t kRecordNotAdded[] =
     u"#ERROR: Unable to add Junction Point to Registry for Source = %ls and Target = %ls.";
 inline constexpr char16_t kRecordNotRemoved[] =
