@@ -5,8 +5,8 @@
 
 #include "fsops/file_list.h"
 #include "fsops/folders.h"
-#include "fsops/stored_name.h"
 #include "links/presence.h"
+#include "links/real_path.h"
 #include "report/log.h"
 #include "text/path_text.h"
 #include "win32/win32.h"

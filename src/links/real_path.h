@@ -21,3 +21,7 @@ std::u16string RealPath(const std::u16string& path);
 bool IsReallySameOrBelow(const std::u16string& path, const std::u16string& folder);
 // Neither is the other, lies in it or holds it: by the paths as they are written and as they really are.
 bool AreApart(const std::u16string& a, const std::u16string& b);
+
+// The path with its last component as the disk has it: the command may have written it in another letter case or as a
+// short name. A path that nothing is found by stays as it is, and so does one that Windows would not write so.
+std::u16string AsStored(const std::u16string& path);

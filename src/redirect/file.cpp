@@ -7,10 +7,10 @@
 
 #include "fsops/folders.h"
 #include "fsops/security.h"
-#include "fsops/stored_name.h"
 #include "links/junction.h"
 #include "links/link_data.h"
 #include "links/presence.h"
+#include "links/real_path.h"
 #include "probes/privileges.h"
 #include "probes/service_pause.h"
 #include "records/records.h"

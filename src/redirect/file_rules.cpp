@@ -3,7 +3,6 @@
 #include <utility>
 
 #include "fsops/security.h"
-#include "fsops/stored_name.h"
 #include "links/junction.h"
 #include "links/presence.h"
 #include "links/real_path.h"
