@@ -14,6 +14,7 @@ add_custom_command(
   COMMAND ${make_resources} ids ${resource_folder} ${string_ids}
   DEPENDS ${CMAKE_SOURCE_DIR}/tools/make_resources.py ${resource_folder}/strings.txt
   VERBATIM)
+add_custom_target(generated_headers DEPENDS ${string_ids})
 file(MAKE_DIRECTORY ${CMAKE_BINARY_DIR}/generated/resources)
 target_sources(program PRIVATE ${string_ids})
 target_include_directories(program PUBLIC ${CMAKE_BINARY_DIR}/generated)

@@ -5,21 +5,61 @@
 
 #include <array>
 #include <cstdio>
-#include <map>
+#include <cstdlib>
 #include <stdexcept>
 
 namespace test {
 
+namespace {
+
+// Empty when the folder does not hold them.
+Disks DisksIn(const std::filesystem::path& folder) {
+  Disks disks;
+  std::error_code missing;
+  for (const auto& file : std::filesystem::directory_iterator(folder, missing)) {
+    auto device = emulated::MemoryDevice::FromFile(file.path());
+    if (!device) throw std::runtime_error(file.path().string() + " cannot be read");
+    disks[file.path().filename()] = std::move(device);
+  }
+  return disks;
+}
+
+// Whole or not at all, whoever else does the same meanwhile.
+void Keep(const Disks& disks, const std::filesystem::path& folder) {
+  std::filesystem::create_directories(folder.parent_path());
+  const TemporaryFolder ours(folder.parent_path());
+  for (const auto& [name, device] : disks)
+    if (!device->SaveTo(ours / name)) throw std::runtime_error((ours / name).string() + " cannot be written");
+  std::error_code keptByAnother;
+  std::filesystem::rename(ours.path(), folder, keptByAnother);
+}
+
+}  // namespace
+
+Disks KeptDisks(const std::string& name, const std::function<Disks()>& make) {
+  static std::map<std::string, Disks> known;
+  Disks& disks = known[name];
+  const char* const kept = std::getenv("QBC_TEST_DISKS");
+  if (disks.empty() && kept) disks = DisksIn(std::filesystem::path(kept) / name);
+  if (disks.empty()) {
+    disks = make();
+    if (kept) Keep(disks, std::filesystem::path(kept) / name);
+  }
+  Disks copies;
+  for (const auto& [image, device] : disks) copies[image] = device->Clone();
+  return copies;
+}
+
 std::unique_ptr<emulated::MemoryDevice> FreshNtfs(std::uint64_t megabytes, const std::string& label) {
-  static std::map<std::pair<std::uint64_t, std::string>, std::unique_ptr<emulated::MemoryDevice>> templates;
-  auto& known = templates[{megabytes, label}];
-  if (!known) {
+  Disks disks = KeptDisks("fresh-" + std::to_string(megabytes) + "-" + label, [&] {
     const TemporaryFolder folder;
     FreshNtfsFile(folder / "fresh.ntfs", megabytes, label);
-    known = emulated::MemoryDevice::FromFile(folder / "fresh.ntfs");
-    if (!known) throw std::runtime_error("the formatted image cannot be read");
-  }
-  return known->Clone();
+    Disks made;
+    made["fresh.ntfs"] = emulated::MemoryDevice::FromFile(folder / "fresh.ntfs");
+    if (!made["fresh.ntfs"]) throw std::runtime_error("the formatted image cannot be read");
+    return made;
+  });
+  return std::move(disks.at("fresh.ntfs"));
 }
 
 void FreshNtfsFile(const std::filesystem::path& image, std::uint64_t megabytes, const std::string& label) {
@@ -30,8 +70,8 @@ void FreshNtfsFile(const std::filesystem::path& image, std::uint64_t megabytes, 
   if (result.exitCode != 0) throw std::runtime_error("mkntfs failed: " + result.output);
 }
 
-TemporaryFolder::TemporaryFolder() {
-  std::string name = (std::filesystem::temp_directory_path() / "storage-XXXXXX").string();
+TemporaryFolder::TemporaryFolder(const std::filesystem::path& parent) {
+  std::string name = (parent / "storage-XXXXXX").string();
   if (!mkdtemp(name.data())) throw std::runtime_error("no temporary folder");
   path_ = name;
 }

@@ -3,6 +3,8 @@
 
 #include <cstdint>
 #include <filesystem>
+#include <functional>
+#include <map>
 #include <memory>
 #include <string>
 
@@ -10,6 +12,13 @@
 #include "win32/emulated/storage/block_device.h"
 
 namespace test {
+
+// Images in memory by the names of their files.
+using Disks = std::map<std::string, std::unique_ptr<emulated::MemoryDevice>>;
+
+// Copies of the disks of that name. They are made once in a process; and once in a run of ctest, where each test is a
+// process: the environment variable QBC_TEST_DISKS names the folder in which they are kept for the others.
+Disks KeptDisks(const std::string& name, const std::function<Disks()>& make);
 
 // A freshly formatted volume of so many megabytes (4 KiB clusters) in memory. mkntfs runs once per size and label.
 std::unique_ptr<emulated::MemoryDevice> FreshNtfs(std::uint64_t megabytes, const std::string& label);
@@ -19,7 +28,7 @@ void FreshNtfsFile(const std::filesystem::path& image, std::uint64_t megabytes, 
 // A folder that is gone, with all that is in it, when the test ends.
 class TemporaryFolder {
  public:
-  TemporaryFolder();
+  explicit TemporaryFolder(const std::filesystem::path& parent = std::filesystem::temp_directory_path());
   TemporaryFolder(const TemporaryFolder&) = delete;
   TemporaryFolder& operator=(const TemporaryFolder&) = delete;
   ~TemporaryFolder();

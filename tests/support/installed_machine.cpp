@@ -1,9 +1,8 @@
 #include "support/installed_machine.h"
 
 #include <stdexcept>
-#include <tuple>
+#include <string>
 
-#include "support/images.h"
 #include "win32/emulated/registry/registry.h"
 #include "win32/emulated/setup/windows_installation.h"
 #include "workstation/product.h"
@@ -57,13 +56,11 @@ std::unique_ptr<emulated::Machine> BootFrom(Disks disks) {
 }
 
 std::unique_ptr<emulated::Machine> InstalledMachine(const MachineFacts& facts) {
-  using Key = std::tuple<win32::DWORD, win32::DWORD, bool, unsigned, unsigned>;
-  static std::map<Key, Disks> templates;
-  const Key key{facts.majorVersion, facts.minorVersion, facts.product, facts.extraDrives, facts.volumes};
-  if (!templates.contains(key)) templates[key] = InstalledDisks(facts);
-  Disks copies;
-  for (const auto& [name, device] : templates[key]) copies[name] = device->Clone();
-  return BootFrom(std::move(copies));
+  std::string name = "installed";
+  for (const unsigned fact : {unsigned{facts.majorVersion}, unsigned{facts.minorVersion}, unsigned{facts.product},
+                              facts.extraDrives, facts.volumes})
+    name += "-" + std::to_string(fact);
+  return BootFrom(KeptDisks(name, [&] { return InstalledDisks(facts); }));
 }
 
 }  // namespace test

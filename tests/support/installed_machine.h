@@ -2,10 +2,9 @@
 // once in a process; every test gets a copy of the disks.
 #pragma once
 
-#include <map>
 #include <memory>
-#include <string>
 
+#include "support/images.h"
 #include "win32/emulated/machine.h"
 
 namespace test {
@@ -16,8 +15,6 @@ struct MachineFacts {
   unsigned extraDrives = 0;  // E:, F:, ... beside C: and D:, 16 MiB each
   unsigned volumes = 0;      // volumes without a letter, 16 MiB each
 };
-
-using Disks = std::map<std::string, std::unique_ptr<emulated::MemoryDevice>>;
 
 // A machine with C: (48 MiB) and D: (32 MiB), run by an elevated administrator.
 std::unique_ptr<emulated::Machine> InstalledMachine(const MachineFacts& facts = {});
