@@ -1,8 +1,8 @@
 #include "fsops/delete_tree.h"
 
 #include <exception>
-#include <ranges>
 
+#include "fsops/backwards.h"
 #include "links/junction.h"
 #include "links/mounted_folder.h"
 #include "links/presence.h"
@@ -83,7 +83,7 @@ int DeleteDirectoryTree(const char16_t* root, const DeleteOptions& options) try 
   if (IsMountFolder(root)) return UnmountVolume(root) || !options.stopOnFailure ? 1 : 0;
   TreeListing listing;
   if (!GetFileList(root, listing)) return 0;
-  for (const TreeEntry& entry : listing.entries | std::views::reverse)
+  for (const TreeEntry& entry : Backwards(listing.entries))
     if (!Remove(entry, options.stopOnFailure) && options.stopOnFailure) return 0;
   return 1;
 } catch (const std::exception&) {
@@ -100,7 +100,7 @@ int DeleteDirectoryTreeAtReboot(const char16_t* root) try {
 
 int DeleteEntriesAtReboot(const std::vector<TreeEntry>& entries) try {
   int result = 1;
-  for (const TreeEntry& entry : entries | std::views::reverse) {
+  for (const TreeEntry& entry : Backwards(entries)) {
     const ReadOnlyLifted lifted(entry.path);
     if (win32::MoveFileExW(entry.path.c_str(), nullptr, win32::MOVEFILE_DELAY_UNTIL_REBOOT)) continue;
     lifted.PutBack();

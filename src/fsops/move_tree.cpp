@@ -1,11 +1,11 @@
 #include "fsops/move_tree.h"
 
 #include <exception>
-#include <ranges>
 #include <set>
 #include <vector>
 
 #include "fsops/backup_copy.h"
+#include "fsops/backwards.h"
 #include "fsops/delete_tree.h"
 #include "fsops/file_list.h"
 #include "links/junction.h"
@@ -34,7 +34,7 @@ bool RemoveCopied(const CopyRecord& record, const PathSet& keep) {
     for (; kept.insert(path).second; path.erase(path.rfind(u'\\')))
       if (path.rfind(u'\\') == std::u16string::npos) break;
   bool all = true;
-  for (const CopiedItem& item : record.items | std::views::reverse) {
+  for (const CopiedItem& item : Backwards(record.items)) {
     if (kept.contains(item.target)) continue;
     // By the attribute: IsJunction cannot read one that somebody holds open.
     if (item.becameLink && IsReparsePoint(item.target) && !DeleteJunction(item.target.c_str())) all = false;
@@ -75,7 +75,7 @@ void DeleteSharesOf(const std::u16string& folder, CopyRecord& record) {
 
 // Deletes just what was copied: an item that came in the meantime, or was passed over, is in no other place.
 bool EmptySource(CopyRecord& record) {
-  for (CopiedItem& item : record.items | std::views::reverse) {
+  for (CopiedItem& item : Backwards(record.items)) {
     if (!item.complete) continue;
     if (!DeleteEntry(item.source)) return false;
     item.deleted = true;
@@ -102,7 +102,7 @@ TreeListing CopiedListing(const CopyRecord& record) {
 // enough that something stands in its place: somebody may have put it there since.
 PathSet NotBroughtBack(const CopyRecord& move, const CopyRecord& back) {
   PathSet incomplete, broughtBack;
-  for (const CopiedItem& item : back.items | std::views::reverse)
+  for (const CopiedItem& item : Backwards(back.items))
     if (!item.complete) {
       incomplete.insert(item.source.path);
       if (item.created && LookAt(item.target).IsThere()) DeleteEntry(EntryAt(item.target, item.source));

@@ -3,10 +3,10 @@
 #include <algorithm>
 #include <exception>
 #include <optional>
-#include <ranges>
 #include <set>
 
 #include "fsops/backup_copy.h"
+#include "fsops/backwards.h"
 #include "fsops/delete_tree.h"
 #include "fsops/file_facts.h"
 #include "fsops/file_list.h"
@@ -255,7 +255,7 @@ void SharedProfileReturn::TakeBack() try {
     if (!IsVolumeMountPoint(folder.c_str()) && !MountVolume(folder, volume))
       LogWithSystemError(line::kVolumeNotMounted, folder);
   // Where a copy that is not the live one is in the way, the file keeps its other name.
-  for (const Aside& old : aside_ | std::views::reverse)
+  for (const Aside& old : Backwards(aside_))
     if (!IsGone(old.path) || !win32::MoveFileW(old.name.c_str(), old.path.c_str()))
       Log(u"#ERROR: Unable to rename %ls to %ls again.", old.name, old.path);
 } catch (const std::exception&) {
@@ -286,7 +286,7 @@ bool SharedProfileReturn::DeleteCopy() {
   DropReplaced();
   if (IsGone(copy())) return false;
   std::vector<TreeEntry> inUse;  // a folder behind its contents
-  for (const CopiedItem& item : record_.items | std::views::reverse)
+  for (const CopiedItem& item : Backwards(record_.items))
     if (item.complete) DeleteItem(item, inUse);
   if (IsVolumeMountPoint(copy().c_str()) || RemoveEmptyFolder(copy())) return false;
   if (inUse.empty()) {

@@ -14,9 +14,9 @@ BOOL PathUnquoteSpacesW(char16_t* lpsz);
 char16_t* PathFindFileNameW(const char16_t* pszPath);
 char16_t* StrStrIW(const char16_t* pszFirst, const char16_t* pszSrch);
 
-int SHCreateDirectory(HWND hwnd, const char16_t* pszPath);  // an error code
+int SHCreateDirectory(HWND hwnd, const char16_t* pszPath);                                     // an error code
 int SHCreateDirectoryExW(HWND hwnd, const char16_t* pszPath, const SECURITY_ATTRIBUTES* psa);  // an error code
-int SHFileOperationW(SHFILEOPSTRUCTW* lpFileOp);  // 0 on success
+int SHFileOperationW(SHFILEOPSTRUCTW* lpFileOp);                                               // 0 on success
 BOOL SHGetSpecialFolderPathW(HWND hwnd, char16_t* pszPath, int csidl, BOOL fCreate);
 
 }  // namespace win32

@@ -53,22 +53,36 @@ inline void ClearState(unsigned long& state, unsigned bit) { state &= ~(1UL << b
 // The Win32 error for a failure that the library reports as an errno value.
 inline win32::DWORD ErrorFrom(int error) {
   switch (error) {
-    case ENOENT: return win32::ERROR_FILE_NOT_FOUND;
-    case EEXIST: return win32::ERROR_ALREADY_EXISTS;
+    case ENOENT:
+      return win32::ERROR_FILE_NOT_FOUND;
+    case EEXIST:
+      return win32::ERROR_ALREADY_EXISTS;
     case ENOSPC:
-    case EFBIG: return win32::ERROR_DISK_FULL;
-    case ENOTEMPTY: return win32::ERROR_DIR_NOT_EMPTY;
-    case EINVAL: return win32::ERROR_INVALID_PARAMETER;
+    case EFBIG:
+      return win32::ERROR_DISK_FULL;
+    case ENOTEMPTY:
+      return win32::ERROR_DIR_NOT_EMPTY;
+    case EINVAL:
+      return win32::ERROR_INVALID_PARAMETER;
     case EACCES:
-    case EPERM: return win32::ERROR_ACCESS_DENIED;
-    case ENOMEM: return win32::ERROR_NOT_ENOUGH_MEMORY;
-    case ENAMETOOLONG: return win32::ERROR_INVALID_NAME;
-    case EMLINK: return win32::ERROR_TOO_MANY_LINKS;
-    case EROFS: return win32::ERROR_WRITE_PROTECT;
-    case EOPNOTSUPP: return win32::ERROR_NOT_SUPPORTED;
-    case ENOTDIR: return win32::ERROR_DIRECTORY;
-    case EIO: return win32::ERROR_FILE_CORRUPT;
-    default: return win32::ERROR_IO_DEVICE;
+    case EPERM:
+      return win32::ERROR_ACCESS_DENIED;
+    case ENOMEM:
+      return win32::ERROR_NOT_ENOUGH_MEMORY;
+    case ENAMETOOLONG:
+      return win32::ERROR_INVALID_NAME;
+    case EMLINK:
+      return win32::ERROR_TOO_MANY_LINKS;
+    case EROFS:
+      return win32::ERROR_WRITE_PROTECT;
+    case EOPNOTSUPP:
+      return win32::ERROR_NOT_SUPPORTED;
+    case ENOTDIR:
+      return win32::ERROR_DIRECTORY;
+    case EIO:
+      return win32::ERROR_FILE_CORRUPT;
+    default:
+      return win32::ERROR_IO_DEVICE;
   }
 }
 
