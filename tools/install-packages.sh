@@ -4,6 +4,7 @@ set -eu
 
 packages=(
   cmake ninja-build g++ pkg-config python3
+  clang-format-14 clang-tidy-14    # tools/check-style
   ntfs-3g ntfs-3g-dev              # the workstation's volumes; mkntfs; independent readers
   libcurl4-openssl-dev             # the workstation's network
   libxml2-dev                      # the workstation's XML documents
