@@ -68,9 +68,9 @@ endforeach()
 target_sources(program_tests PRIVATE ${program_support_sources})
 target_link_libraries(program_tests PRIVATE program program_resources emulated)
 
-# For bench/run, by hand.
-add_executable(make_tree bench/make_tree.cpp)
+# For bench/run, which builds them.
+add_executable(make_tree EXCLUDE_FROM_ALL bench/make_tree.cpp)
 target_link_libraries(make_tree PRIVATE emulated)
-add_executable(prescan bench/prescan.cpp)
+add_executable(prescan EXCLUDE_FROM_ALL bench/prescan.cpp)
 target_link_libraries(prescan PRIVATE program program_resources emulated)
 set_target_properties(make_tree prescan PROPERTIES RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR})

@@ -21,7 +21,7 @@ namespace {
 struct Line {
   std::u16string key;  // what it is sorted by
   std::u16string name, folder;
-  auto operator<=>(const Line&) const = default;
+  auto operator<=>(const Line&) const = default;  // NOLINT(modernize-use-nullptr): none is missing
 };
 
 }  // namespace

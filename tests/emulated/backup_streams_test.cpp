@@ -242,7 +242,7 @@ TEST_F(BackupStreams, OrderAndHeaders) {
 }
 
 TEST_F(BackupStreams, ShapesOfSparseFiles) {
-  const auto shape = [&](std::uint64_t size, std::vector<emulated::StreamRange> written) {
+  const auto shape = [&](std::uint64_t size, const std::vector<emulated::StreamRange>& written) {
     const emulated::FileId file = Make(u'C', u"sparse");
     EXPECT_EQ(volume(u'C').SetSparse(file, u""), 0u);
     EXPECT_EQ(volume(u'C').SetStreamSize(file, u"", size), 0u);

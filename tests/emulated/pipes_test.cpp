@@ -141,8 +141,7 @@ TEST_F(Pipes, TheServiceRewritesThePathsOfPicturesAndNothingElse) {
                                         "",
                                         "UpdateImgPath|",
                                         request + "|E:\\",
-                                        "UpdateImgPath|C:\\Users\\\xD6"
-                                        "ffentlich|",
+                                        std::string("UpdateImgPath|C:\\Users\\\xD6") + "ffentlich|",
                                         "updateimgpath" + request.substr(13),
                                         std::string(3000, '\xFF')};
   for (const std::string& record : others) EXPECT_EQ(send(record, record.size() < 2048), unchanged) << record;

@@ -90,13 +90,13 @@ TEST_F(Profiles, HaveLinksThatAllLeadToFoldersOfTheSameProfile) {
       {u"C:\\Users\\anna", 16}, {u"C:\\Users\\Default", 16}, {u"C:\\Users\\Public", 3}};
   for (const auto& [home, expected] : profiles) {
     int links = 0;
-    ForEachLink(home, [&](const std::u16string& path) {
+    ForEachLink(home, [&, below = std::u16string(home) + u"\\"](const std::u16string& path) {
       ++links;
       emulated::Location target;
       ASSERT_EQ(machine->files().Resolve(path, true, target), 0U);
       ASSERT_NE(target.file, 0U) << emulated::Utf8(path);
       const std::u16string leads = u"C:" + machine->files().PathInVolume(*target.volume, target.file);
-      EXPECT_TRUE(leads.starts_with(std::u16string(home) + u"\\")) << emulated::Utf8(path + u" to " + leads);
+      EXPECT_TRUE(leads.starts_with(below)) << emulated::Utf8(path + u" to " + leads);
     });
     EXPECT_EQ(links, expected) << emulated::Utf8(home);
   }
@@ -118,7 +118,8 @@ TEST_F(Profiles, OfAFirstLogonAreCopiesOfTheDefaultProfileWhereTheListSays) {
   const std::u16string list = u"HKLM\\SOFTWARE\\Microsoft\\Windows NT\\CurrentVersion\\ProfileList";
   ASSERT_TRUE(CreateDirectoryW(u"D:\\Profiles", nullptr));
   UniqueFile(
-      CreateFileW(u"C:\\Users\\Default\\Desktop\\welcome.txt", GENERIC_WRITE, 0, nullptr, CREATE_NEW, 0, nullptr));
+      CreateFileW(u"C:\\Users\\Default\\Desktop\\welcome.txt", GENERIC_WRITE, 0, nullptr, CREATE_NEW, 0, nullptr))
+      .reset();
   registry.SetText(list, u"ProfilesDirectory", u"D:\\Profiles", REG_EXPAND_SZ);
   // What is set for new users is in the default profile's hive; one key of it is for administrators alone.
   const std::u16string shell = u"\\Software\\Microsoft\\Windows\\CurrentVersion\\Explorer\\";
@@ -173,7 +174,7 @@ TEST_F(Profiles, AreNotMadeWithoutTheHiveOfTheDefaultProfile) {
   std::u16string folder;
   ASSERT_TRUE(DeleteFileW(hive.c_str()));
   EXPECT_EQ(emulated::CreateUserProfile(*machine, petra, folder), ERROR_FILE_NOT_FOUND);
-  UniqueFile(CreateFileW(hive.c_str(), GENERIC_WRITE, 0, nullptr, CREATE_NEW, 0, nullptr));
+  UniqueFile(CreateFileW(hive.c_str(), GENERIC_WRITE, 0, nullptr, CREATE_NEW, 0, nullptr)).reset();
   EXPECT_EQ(emulated::CreateUserProfile(*machine, petra, folder), 1009U) << "an empty file is no hive";
   EXPECT_FALSE(Exists(u"C:\\Users\\petra"));
 }

@@ -201,7 +201,7 @@ TEST_F(SystemServices, TheConsoleKeepsTheBytesOfItsPage) {
 }
 
 TEST_F(SystemServices, AnotherProcessesMarkMayBeClosedToUs) {
-  const auto mark = [&](std::u16string name, std::u16string_view sddl) {
+  const auto mark = [&](const std::u16string& name, std::u16string_view sddl) {
     const auto mutex = std::make_shared<emulated::MutexObject>(*machine, name, *emulated::DescriptorFromText(sddl));
     machine->foreignObjects.push_back(mutex);
     machine->namedObjects[name] = mutex;

@@ -210,9 +210,9 @@ TEST_F(AccountPictures, EndsWhereNobodyListens) {
       {"2-(hPipe != INVALID_HANDLE_VALUE)", "Failed to write on pipe", 2},
   };
   for (const auto& [at, last, expectedOpens] : cases) {
-    onLine = [&](const std::string& line) {
-      serves = std::string_view(at) != "Going to start QBService...";
-      if (line == at) vanish();
+    onLine = [&, moment = std::string_view(at)](const std::string& line) {
+      serves = moment != "Going to start QBService...";
+      if (line == moment) vanish();
     };
     EXPECT_FALSE(Update()) << at;
     EXPECT_EQ(happened.back(), last) << at;

@@ -40,10 +40,10 @@ class PowerFailure : public testing::Test {
   static void ExpectFiles(const std::vector<std::u16string>& places, const std::string& when) {
     for (const auto* const privilege : {u"SeBackupPrivilege", u"SeRestorePrivilege"})
       emulated::Machine::Current().process.token->EnablePrivilege(privilege, true);
-    for (const auto& [name, contents] : Files()) {
-      const bool found =
-          std::ranges::any_of(places, [&](const std::u16string& place) { return Contents(place + name) == contents; });
-      EXPECT_TRUE(found) << when << ": " << emulated::Utf8(name);
+    for (const auto& file : Files()) {
+      const bool found = std::ranges::any_of(
+          places, [&](const std::u16string& place) { return Contents(place + file.first) == file.second; });
+      EXPECT_TRUE(found) << when << ": " << emulated::Utf8(file.first);
     }
   }
 

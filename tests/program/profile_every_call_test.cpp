@@ -154,9 +154,10 @@ class ProfileCalls : public test::ProfileStories {
   }
   void ExpectFilesIn(const std::vector<std::u16string>& folders, const std::string& when) {
     EnablePrivileges();
-    for (const auto& [name, contents] : Files())
-      EXPECT_TRUE(std::ranges::any_of(folders, [&](const auto& folder) { return Contents(folder + name) == contents; }))
-          << Utf8(name) << " is lost: " << when;
+    for (const auto& file : Files())
+      EXPECT_TRUE(std::ranges::any_of(folders,
+                                      [&](const auto& folder) { return Contents(folder + file.first) == file.second; }))
+          << Utf8(file.first) << " is lost: " << when;
   }
   // A key that could not be closed keeps it loaded to the end of the program; the next run unloads it.
   void ExpectHiveUnloaded(const RunResult& run, const std::string& when) {
@@ -307,9 +308,9 @@ TEST_F(ProfileCalls, LoseNothingWhenThePowerFails) {
   };
   const std::vector<Way> ways = {{u"D:\\Profiles", {home, u"D:\\Profiles\\anna"}},
                                  {test::kVolume, {home, home + u".mount", home + u".temp", root}}};
-  for (const auto& [location, folders] : ways)
+  for (const Way& way : ways)
     for (const bool isWayHome : {false, true}) {
-      const auto command = [&] { return isWayHome ? MoveHome(u"anna") : Move(u"anna", location); };
+      const auto command = [&] { return isWayHome ? MoveHome(u"anna") : Move(u"anna", way.location); };
       std::vector<test::Disks> stops;
       machine->gate.Observe([&](const char*, std::uint64_t number) {
         if (number % kStep == 0) stops.push_back(machine->Snapshot());
@@ -322,11 +323,11 @@ TEST_F(ProfileCalls, LoseNothingWhenThePowerFails) {
         machine.reset();
         machine = test::BootFrom(std::move(stops[stop]));
         const std::string where = "stopped at call " + std::to_string((stop + 1) * kStep);
-        ExpectFilesIn(folders, where);
+        ExpectFilesIn(way.folders, where);
         const RunResult run = command();
-        ++outcomes[ExpectRightOutcome(run, folders, where + ", then " + Utf8(run.log))];
+        ++outcomes[ExpectRightOutcome(run, way.folders, where + ", then " + Utf8(run.log))];
       }
-      std::cout << Utf8(location) << (isWayHome ? ", home: " : ": ") << stops.size() << " stops\n";
+      std::cout << Utf8(way.location) << (isWayHome ? ", home: " : ": ") << stops.size() << " stops\n";
       for (const auto& [outcome, count] : outcomes) std::cout << "  " << count << " " << outcome << "\n";
       EXPECT_GT(outcomes["gone on with"], static_cast<int>(stops.size()) / 2);
       machine.reset();

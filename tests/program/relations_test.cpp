@@ -5,7 +5,7 @@
 namespace {
 
 using namespace win32;
-using test::Lines, test::MakeFile, test::MakeFolder;
+using test::Lines, test::MakeFolder;
 
 std::u16string Redirected(const std::u16string& path) {
   return u"#ERROR: The folder " + path + u" is already redirected. Browse to a different location.";

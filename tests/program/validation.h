@@ -76,8 +76,8 @@ inline std::string Shown(const Lines& lines) {
 
 }  // namespace test
 
-#define EXPECT_LINES(actual, ...)                                            \
-  do {                                                                       \
-    const ::test::Lines actualLines = (actual), expectedLines = __VA_ARGS__; \
-    EXPECT_EQ(::test::Shown(actualLines), ::test::Shown(expectedLines));     \
+#define EXPECT_LINES(actual, ...)                                              \
+  do {                                                                         \
+    const ::test::Lines &actualLines = (actual), &expectedLines = __VA_ARGS__; \
+    EXPECT_EQ(::test::Shown(actualLines), ::test::Shown(expectedLines));       \
   } while (false)

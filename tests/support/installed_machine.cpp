@@ -22,7 +22,7 @@ Disks FreshDisks(const MachineFacts& facts) {
   return disks;
 }
 
-std::unique_ptr<emulated::Machine> Attached(Disks disks) {
+std::unique_ptr<emulated::Machine> Attached(Disks&& disks) {
   auto machine = std::make_unique<emulated::Machine>();
   for (auto& [name, device] : disks)
     if (machine->Attach(std::move(device), name) != 0) throw std::runtime_error(name + " does not mount");

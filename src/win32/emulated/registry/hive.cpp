@@ -124,7 +124,8 @@ void Hive::RemoveKey(HiveKey& key, FileTime now) {
   if (!key.IsVolatile()) dirty = true;
   parent->lastWrite = now;
   const auto place = ChildPlace(*parent, key.upperName);
-  const std::shared_ptr<HiveKey> kept = *place;  // `key` may live in this list alone
+  // `key` may live in this list alone.
+  const std::shared_ptr<HiveKey> kept = *place;  // NOLINT(performance-unnecessary-copy-initialization)
   parent->children.erase(place);
   Detach(*kept);
 }

@@ -1,6 +1,7 @@
 // WideCharToMultiByte of win32/system.h, on the host's iconv.
 #include <iconv.h>
 
+#include <algorithm>
 #include <cstring>
 #include <string>
 
@@ -124,7 +125,7 @@ int WideCharToMultiByte(UINT CodePage, DWORD dwFlags, const char16_t* lpWideChar
   const auto size = static_cast<int>(bytes.size());
   if (cbMultiByte == 0) return call.Return(size);
   if (cbMultiByte < size) return fail(ERROR_INSUFFICIENT_BUFFER);
-  std::memcpy(lpMultiByteStr, bytes.data(), bytes.size());
+  std::ranges::copy(bytes, lpMultiByteStr);
   return call.Return(size);
 }
 

@@ -23,7 +23,7 @@ const xmlChar* Chars(const std::string& text) { return reinterpret_cast<const xm
 std::string_view View(const xmlChar* text) { return text ? reinterpret_cast<const char*>(text) : std::string_view(); }
 
 // Whatever is wrong is told by the result; nothing goes to the host's stderr.
-void Silence(void*, const char*, ...) {}
+void Silence(void*, const char*, ...) {}  // NOLINT(cert-dcl50-cpp): as libxml2 calls it
 
 // Definitions can grow without bound when they are used, and name files and addresses: a document has none.
 void RefuseDefinition(void* context, const xmlChar*, const xmlChar*, const xmlChar*) {
