@@ -1,5 +1,6 @@
 // RedirectFolder and RedirectFile.
 
+#include <algorithm>
 #include <initializer_list>
 
 #include "cli/invocation.h"
@@ -13,10 +14,8 @@ namespace {
 int List(int isFile) { return ListJunctions(isFile) ? 0 : 1; }
 
 bool RemovesAndHasAnyOf(const Invocation& invocation, std::initializer_list<std::u16string_view> switches) {
-  if (!invocation.Removes()) return false;
-  for (const std::u16string_view name : switches)
-    if (invocation.line.Has(name)) return true;
-  return false;
+  return invocation.Removes() &&
+         std::ranges::any_of(switches, [&](std::u16string_view name) { return invocation.line.Has(name); });
 }
 
 }  // namespace

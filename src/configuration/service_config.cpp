@@ -118,10 +118,6 @@ int CQBConfig::Init() try {
   return 0;
 }
 
-int CQBConfig::Load() try { return !document_ && Parse() ? ReadContent() : 0; } catch (const std::exception&) {
-  return 0;
-}
-
 // Reads the file into a new document. Without one, nothing is held.
 int CQBConfig::Parse() {
   std::u16string text;
@@ -172,10 +168,10 @@ int CQBConfig::CreateDefaultConfig(const std::u16string& path) {
 // Puts into the default that has just been written what only this machine knows.
 int CQBConfig::CompleteDefaultConfig(const std::u16string& path, const std::u16string& profiles) {
   CQBConfig config{std::u16string_view(path)};
-  if (!config.Load() || !config.SetUserProfileRedirection(nullptr, nullptr, profiles.c_str())) return 0;
-  if (config.Save()) return 1;
-  LogWithSystemError(u"CQBConfig::Save: failed to save config file:\n");
-  return 0;
+  return config.Parse() && config.ReadContent() &&
+                 config.SetUserProfileRedirection(nullptr, nullptr, profiles.c_str()) && SaveConfiguration(config)
+             ? 1
+             : 0;
 }
 
 int CQBConfig::Save() try {
@@ -187,24 +183,27 @@ int CQBConfig::Save() try {
   return 0;
 }
 
-bool CQBConfig::ReadOutDirStatus(win32::XmlNode& section, std::u16string& status) const {
-  return FindChild(root_, kOutDir, section) && GetChildText(section, u"Status", status);
+bool SaveConfiguration(CQBConfig& config) {
+  if (config.Save()) return true;
+  LogWithSystemError(u"CQBConfig::Save: failed to save config file:\n");
+  return false;
+}
+
+bool CQBConfig::PeekOutDirStatus(std::u16string& status) const {
+  std::u16string text;
+  win32::XmlDocument document;
+  win32::XmlNode root;
+  return ReadConfigText(path_, text) && document.CreateInstance() == win32::S_OK &&
+         document.loadXML(text) == win32::S_OK && document.get_documentElement(root) == win32::S_OK &&
+         GetChildText(root, u"OutDir/Status", status);
 }
 
 int CQBConfig::IsOutDirEnabled() const try {
   win32::XmlNode section;
   std::u16string status;
-  return ReadOutDirStatus(section, status) && status == u"1" ? 1 : 0;
+  return FindChild(root_, kOutDir, section) && GetChildText(section, u"Status", status) && status == u"1" ? 1 : 0;
 } catch (const std::exception&) {
   return 0;
-}
-
-bool CQBConfig::TellsOutDir() const try {
-  win32::XmlNode section;
-  std::u16string status;
-  return ReadOutDirStatus(section, status);
-} catch (const std::exception&) {
-  return false;
 }
 
 bool CQBConfig::IsOutDirSet() const {
@@ -216,7 +215,7 @@ bool CQBConfig::IsOutDirSet() const {
 int CQBConfig::GetOutDir(int& status, std::u16string& baseDir, std::u16string* type, std::u16string* subDir) const try {
   win32::XmlNode section;
   std::u16string text;
-  if (!ReadOutDirStatus(section, text)) return 0;
+  if (!FindChild(root_, kOutDir, section) || !GetChildText(section, u"Status", text)) return 0;
   const int order = text.compare(u"0");
   status = order == 0 ? 0 : order < 0 ? -1 : 1;
   if (!GetChildText(section, u"BaseDir", baseDir)) return 0;

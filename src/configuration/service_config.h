@@ -33,8 +33,9 @@ class CQBConfig {
   // Loads the file; a missing or unreadable one is first replaced by the default (logged). 0 on an object that is
   // loaded already, which stays as it is.
   int Init();
-  // Init for a look alone: nothing is put in place of a file that is missing or cannot be read, and nothing logged.
-  int Load();
+  // The text of `OutDir/Status` in the file, loaded or not: a look that puts nothing in place of a file that is missing
+  // or cannot be read. Blanks around the text do not count. False when the file does not tell.
+  bool PeekOutDirStatus(std::u16string& status) const;
   // Writes the document to the file, in place. A failure (not logged) leaves the last error of the call that failed;
   // docs/service-config.md says what the file holds then.
   int Save();
@@ -44,8 +45,6 @@ class CQBConfig {
 
   // 1 when a registry redirection location is set (`OutDir/Status` is exactly "1").
   int IsOutDirEnabled() const;
-  // Is there the text that IsOutDirEnabled looks at?
-  bool TellsOutDir() const;
   // GetOutDir's status for those who do not ask where: it can be read, and is not 0.
   bool IsOutDirSet() const;
   // status: 0 when the text is "0", otherwise -1 or 1, as the text compares with it. type, subDir: may be null. Stops
@@ -70,8 +69,8 @@ class CQBConfig {
   // Takes the first equal entry (but for the case of A to Z) off the list and every such element out of the document.
   // Logs a name that is not in the list.
   int RemoveRegKey(const std::u16string& name);
-  // Appends the monitored keys below `name`; 1 when there is one.
   bool IsMonitored(const std::u16string& name) const;  // letter case does not count
+  // Appends the monitored keys below `name`; 1 when there is one.
   int GetChildKeys(const std::u16string& name, std::vector<std::u16string>& children) const;
   // 1 when `name` lies below a monitored key, which `parent` (may be null) receives.
   int HasParentKey(const std::u16string& name, std::u16string* parent = nullptr) const;
@@ -85,7 +84,6 @@ class CQBConfig {
 
   static int CreateDefaultConfig(const std::u16string& path);
   static int CompleteDefaultConfig(const std::u16string& path, const std::u16string& profiles);
-  bool ReadOutDirStatus(win32::XmlNode& section, std::u16string& status) const;
   int Parse();
   int ReadContent();
   int ReadMonitoredKeys();
@@ -98,3 +96,6 @@ class CQBConfig {
   win32::XmlDocument document_;
   win32::XmlNode root_;
 };
+
+// CQBConfig::Save; a failure has its line in the log.
+bool SaveConfiguration(CQBConfig& config);

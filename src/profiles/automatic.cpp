@@ -4,7 +4,6 @@
 #include <optional>
 #include <string>
 
-#include "configuration/configuration.h"
 #include "configuration/service_config.h"
 #include "links/mounted_folder.h"
 #include "links/real_path.h"
@@ -289,15 +288,10 @@ int SetAutoRedirection(const char16_t* location, bool withSharedProfiles) try {
     return Fail(StringId::NewProfilesRedirectionFailed);
   }
   const std::u16string folder = WithoutTrailingBackslash(location);
-  switch (Set(folder, withSharedProfiles)) {
-    case Outcome::Done:
-      return Succeed(StringId::NewProfilesRedirected, folder);
-    case Outcome::Refused:
-      return 1;
-    case Outcome::Failed:
-      break;
-  }
-  return Fail(StringId::NewProfilesRedirectionFailed);
+  const Outcome outcome = Set(folder, withSharedProfiles);
+  if (outcome == Outcome::Refused) return 1;
+  return outcome == Outcome::Done ? Succeed(StringId::NewProfilesRedirected, folder)
+                                  : Fail(StringId::NewProfilesRedirectionFailed);
 } catch (const std::exception&) {
   return Fail(StringId::NewProfilesRedirectionFailed);
 }
@@ -306,14 +300,9 @@ int RemoveAutoRedirection() try {
   if (!IsAdministrator()) return 1;
   Removal removal;
   try {
-    switch (removal.Run()) {
-      case Outcome::Done:
-        return Succeed(StringId::NewProfilesRemovalDone, removal.location());
-      case Outcome::Refused:
-        return 1;
-      case Outcome::Failed:
-        break;
-    }
+    const Outcome outcome = removal.Run();
+    if (outcome == Outcome::Refused) return 1;
+    if (outcome == Outcome::Done) return Succeed(StringId::NewProfilesRemovalDone, removal.location());
   } catch (const std::exception&) {
   }
   return SayRemovalFailed(removal);

@@ -14,15 +14,8 @@ namespace {
 constexpr const char16_t* kSystemDrive = u"%SystemDrive%";
 
 const char16_t* NameOf(ProfileFolder which) {
-  switch (which) {
-    case ProfileFolder::Default:
-      return u"Default";
-    case ProfileFolder::Public:
-      return u"Public";
-    case ProfileFolder::ProfilesDirectory:
-      break;
-  }
-  return u"ProfilesDirectory";
+  if (which == ProfileFolder::ProfilesDirectory) return u"ProfilesDirectory";
+  return which == ProfileFolder::Default ? u"Default" : u"Public";
 }
 
 }  // namespace
@@ -61,7 +54,7 @@ bool WriteProfileFolder(ProfileFolder which, const std::u16string& folder) try {
 }
 
 bool RestoreProfileFolder(ProfileFolder which, const RegistryValue& value) try {
-  return WriteMachineValue(kProfileListPath, NameOf(which), value) == win32::ERROR_SUCCESS;
+  return WriteMachineValue(kProfileListPath, NameOf(which), value) == 0;
 } catch (const std::exception&) {
   return false;
 }

@@ -2,7 +2,6 @@
 
 #include <array>
 #include <exception>
-#include <optional>
 #include <utility>
 
 #include "links/presence.h"

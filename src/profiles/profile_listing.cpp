@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <exception>
 #include <string>
-#include <utility>
 #include <vector>
 
 #include "links/mounted_folder.h"

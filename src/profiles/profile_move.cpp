@@ -18,7 +18,6 @@
 #include "validate/closed_items.h"
 #include "validate/path_rules.h"
 #include "validate/validate.h"
-#include "win32/win32.h"
 
 namespace {
 

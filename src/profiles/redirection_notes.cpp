@@ -1,7 +1,6 @@
 #include "profiles/redirection_notes.h"
 
 #include <algorithm>
-#include <cstring>
 #include <exception>
 #include <string_view>
 #include <vector>
@@ -18,23 +17,15 @@ constexpr const char16_t* kMonitoredKey = u"MonitoredKey";
 using Texts = std::vector<std::u16string>;
 
 const char16_t* NameOf(ProfileFolder which) {
-  switch (which) {
-    case ProfileFolder::Default:
-      return u"Default";
-    case ProfileFolder::Public:
-      return u"Public";
-    case ProfileFolder::ProfilesDirectory:
-      break;
-  }
-  return u"NewProfiles";
+  if (which == ProfileFolder::ProfilesDirectory) return u"NewProfiles";
+  return which == ProfileFolder::Default ? u"Default" : u"Public";
 }
 
 // The texts up to the first empty one. Those of another type are none.
 Texts TextsOf(const RegistryValue& value) {
   Texts texts;
   if (value.type != win32::REG_MULTI_SZ) return texts;
-  std::u16string all(value.data.size() / sizeof(char16_t), u'\0');
-  std::memcpy(all.data(), value.data.data(), all.size() * sizeof(char16_t));
+  const std::u16string all = UnitsOf(value);
   for (std::u16string_view rest = all; !rest.empty() && rest.front() != u'\0';) {
     const std::size_t end = std::min(rest.find(u'\0'), rest.size());
     texts.emplace_back(rest.substr(0, end));

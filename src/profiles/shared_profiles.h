@@ -2,7 +2,6 @@
 #pragma once
 
 #include "fsops/carried_along.h"
-#include "profiles/profile_folders.h"
 
 // Which of the two a command names.
 struct SharedProfiles {

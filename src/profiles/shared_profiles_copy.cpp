@@ -20,17 +20,13 @@ ProfilesLocation::~ProfilesLocation() {
 }
 
 bool ProfilesLocation::Make(const std::u16string& home) {
-  switch (MakeFolder(folder_)) {
-    case FolderMade::StoodThere:
-      return true;
-    case FolderMade::New:
-      if (WriteDescriptor(folder_, ReadDescriptor(home))) return true;
-      LogWithSystemError(u"#ERROR: Unable to give the folder %ls the access rights of %ls. ", folder_, home);
-      return false;
-    case FolderMade::Failed:
-      break;
+  const FolderMade made = MakeFolder(folder_);
+  if (made == FolderMade::Failed) {
+    Log(line::kTargetFolderNotCreated, folder_);
+    return false;
   }
-  Log(line::kTargetFolderNotCreated, folder_);
+  if (made == FolderMade::StoodThere || WriteDescriptor(folder_, ReadDescriptor(home))) return true;
+  LogWithSystemError(u"#ERROR: Unable to give the folder %ls the access rights of %ls. ", folder_, home);
   return false;
 }
 

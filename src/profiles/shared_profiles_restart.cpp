@@ -1,6 +1,5 @@
 #include "profiles/shared_profiles_restart.h"
 
-#include <cstring>
 #include <exception>
 #include <string_view>
 
@@ -26,8 +25,7 @@ bool ReadOperations(std::u16string& texts) {
   const win32::LSTATUS result = ReadRegistryValue(key.get(), kOperations, value);
   if (result == win32::LSTATUS{win32::ERROR_FILE_NOT_FOUND}) return true;
   if (result != 0) return false;
-  texts.resize(value.data.size() / sizeof(char16_t));
-  std::memcpy(texts.data(), value.data.data(), texts.size() * sizeof(char16_t));
+  texts = UnitsOf(value);
   return true;
 }
 

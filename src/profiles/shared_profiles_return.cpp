@@ -25,16 +25,9 @@
 
 namespace {
 
-struct ItemFacts {
+struct ItemFacts : TreeEntry {
   bool found = false;
-  win32::DWORD attributes = 0;
-  win32::DWORD reparseTag = 0;
-  std::uint64_t size = 0, lastWrite = 0;
-
-  bool IsDirectory() const { return (attributes & win32::FILE_ATTRIBUTE_DIRECTORY) != 0; }
-  bool IsLink() const {
-    return IsJunctionRecord(attributes, reparseTag) || IsSymbolicLinkRecord(attributes, reparseTag);
-  }
+  std::uint64_t lastWrite = 0;
 };
 
 // False when Windows does not tell, not even that nothing is there.
@@ -43,9 +36,10 @@ bool ReadFacts(const std::u16string& path, ItemFacts& facts) {
   const win32::UniqueFind find{win32::FindFirstFileW(path.c_str(), &found)};
   facts = {};
   if (!find) return MeansGone(win32::GetLastError());
-  facts = {true, found.dwFileAttributes, found.dwReserved0,
-           std::uint64_t{found.nFileSizeHigh} << 32 | found.nFileSizeLow,
-           std::uint64_t{found.ftLastWriteTime.dwHighDateTime} << 32 | found.ftLastWriteTime.dwLowDateTime};
+  facts = {
+      {path, found.dwFileAttributes, found.dwReserved0, std::uint64_t{found.nFileSizeHigh} << 32 | found.nFileSizeLow},
+      true,
+      std::uint64_t{found.ftLastWriteTime.dwHighDateTime} << 32 | found.ftLastWriteTime.dwLowDateTime};
   return true;
 }
 
@@ -198,11 +192,11 @@ bool SharedProfileReturn::UnmountSame(const std::u16string& path, const std::u16
 bool SharedProfileReturn::CarryDescriptors() const {
   for (const Aside& old : aside_) {
     if (!old.isReplaced || IsGone(old.path)) continue;
-    const win32::DWORD attributes = LookAt(old.path).attributes;
-    const bool isReadOnly = (attributes & win32::FILE_ATTRIBUTE_READONLY) != 0;
-    if (isReadOnly) win32::SetFileAttributesW(old.path.c_str(), attributes & ~win32::FILE_ATTRIBUTE_READONLY);
+    const Look look = LookAt(old.path);
+    const bool isReadOnly = look.Has(win32::FILE_ATTRIBUTE_READONLY);
+    if (isReadOnly) win32::SetFileAttributesW(old.path.c_str(), look.attributes & ~win32::FILE_ATTRIBUTE_READONLY);
     const bool written = WriteDescriptor(old.path, ReadDescriptor(old.name));
-    if (isReadOnly) win32::SetFileAttributesW(old.path.c_str(), attributes);
+    if (isReadOnly) win32::SetFileAttributesW(old.path.c_str(), look.attributes);
     if (written) continue;
     LogWithSystemError(u"#ERROR: Unable to give the file %ls the access rights that it had. ", old.path);
     return false;

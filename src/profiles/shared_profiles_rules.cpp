@@ -6,6 +6,7 @@
 #include "links/presence.h"
 #include "links/real_path.h"
 #include "links/volume_paths.h"
+#include "profiles/profile_folders.h"
 #include "records/records.h"
 #include "report/lines.h"
 #include "report/log.h"

@@ -4,8 +4,6 @@
 #include <string>
 #include <vector>
 
-#include "profiles/profile_folders.h"
-
 // A place for profiles by the rules for a target folder, which is apart from `home`, the folder that holds the profiles
 // now. A drive's root will do where allowDriveRoot says so.
 bool MayHoldProfiles(const std::u16string& location, const std::u16string& home, bool allowDriveRoot);

@@ -10,8 +10,6 @@
 #include "profiles/shared_profiles_restart.h"
 #include "profiles/shared_profiles_return.h"
 
-class CQBConfig;
-
 inline constexpr SharedProfiles kBothProfiles{.defaultProfile = true, .publicProfile = true};
 
 using ProfileCopies = std::vector<std::unique_ptr<SharedProfileCopy>>;

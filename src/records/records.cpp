@@ -50,6 +50,11 @@ Answer AnswerOf(win32::LSTATUS result) {
   return result == static_cast<win32::LSTATUS>(win32::ERROR_FILE_NOT_FOUND) ? Answer::NotThere : Answer::Refused;
 }
 
+bool CountRecords(const win32::UniqueKey& list, win32::DWORD& count) {
+  return win32::RegQueryInfoKeyW(list.get(), nullptr, nullptr, nullptr, &count, nullptr, nullptr, nullptr, nullptr,
+                                 nullptr, nullptr, nullptr) == 0;
+}
+
 // The names of a list's records in the registry's order.
 struct RecordNames {
   std::vector<std::u16string> names;
@@ -63,9 +68,7 @@ RecordNames ReadRecordNames(int isFile) {
       win32::KEY_QUERY_VALUE | win32::KEY_ENUMERATE_SUB_KEYS | win32::KEY_WOW64_32KEY, list.put()));
   if (opened != Answer::Told) return {{}, opened == Answer::NotThere};
   win32::DWORD count = 0;
-  if (win32::RegQueryInfoKeyW(list.get(), nullptr, nullptr, nullptr, &count, nullptr, nullptr, nullptr, nullptr,
-                              nullptr, nullptr, nullptr) != 0)
-    return {{}, false};
+  if (!CountRecords(list, count)) return {{}, false};
   RecordNames read;
   for (win32::DWORD index = 0; index < count; ++index) {
     std::array<char16_t, kBuffer> name{};
@@ -171,6 +174,14 @@ std::uint64_t GetNextJunctionIndex(int isFile) try {
 }
 
 std::uint64_t NumberOf(const JunctionRecord& record) { return LeadingNumber(LastComponent(record.subkey)); }
+
+bool MayHaveJunctionRecords(int isFile) {
+  win32::UniqueKey list;
+  const Answer opened = AnswerOf(win32::RegOpenKeyExW(win32::HKEY_LOCAL_MACHINE, ListKey(isFile).c_str(), 0,
+                                                      win32::KEY_QUERY_VALUE | win32::KEY_WOW64_32KEY, list.put()));
+  win32::DWORD count = 0;
+  return opened == Answer::Told ? !CountRecords(list, count) || count != 0 : opened == Answer::Refused;
+}
 
 // A list that is not there yet is made with its first record.
 bool CanAddJunctionRegKey(int isFile) try {

@@ -25,6 +25,9 @@ int JunctionRegKeyExists(const char16_t* source, const char16_t* target, int isF
 // Deletes the pair's record. 0 when there is none (logged) or the registry refuses.
 int DeleteRegKey(const char16_t* source, const char16_t* target, int isFile);
 
+// Is there any record? True also when the registry does not tell.
+bool MayHaveJunctionRecords(int isFile);
+
 // Could a record be added? Nothing is changed.
 bool CanAddJunctionRegKey(int isFile);
 

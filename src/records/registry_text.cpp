@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <utility>
 
 #include "win32/win32.h"
 
@@ -24,13 +25,15 @@ std::u16string Expand(const std::u16string& text) {
 
 // The value may grow between asking for its size and reading it: one more try at the new size.
 win32::LSTATUS ReadRegistryValue(win32::HKEY key, const char16_t* name, RegistryValue& value) {
+  RegistryValue read;
   win32::DWORD size = 0;
-  win32::LSTATUS result = win32::RegQueryValueExW(key, name, nullptr, &value.type, nullptr, &size);
+  win32::LSTATUS result = win32::RegQueryValueExW(key, name, nullptr, &read.type, nullptr, &size);
   for (int attempt = 0; attempt < 2 && result == 0; ++attempt) {
-    value.data.assign(std::max<win32::DWORD>(size, 1), 0);
-    result = win32::RegQueryValueExW(key, name, nullptr, &value.type, value.data.data(), &size);
+    read.data.assign(std::max<win32::DWORD>(size, 1), 0);
+    result = win32::RegQueryValueExW(key, name, nullptr, &read.type, read.data.data(), &size);
     if (result == 0) {
-      value.data.resize(size);
+      read.data.resize(size);
+      value = std::move(read);
       return 0;
     }
     if (result == win32::LSTATUS{win32::ERROR_MORE_DATA} && attempt == 0) result = 0;
@@ -60,10 +63,15 @@ win32::LSTATUS WriteMachineValue(const std::u16string& key, const char16_t* name
 
 bool IsText(const RegistryValue& value) { return value.type == win32::REG_SZ || value.type == win32::REG_EXPAND_SZ; }
 
+std::u16string UnitsOf(const RegistryValue& value) {
+  std::u16string units(value.data.size() / sizeof(char16_t), u'\0');
+  std::memcpy(units.data(), value.data.data(), units.size() * sizeof(char16_t));
+  return units;
+}
+
 std::u16string RawText(const RegistryValue& value) {
   if (!IsText(value)) return {};
-  std::u16string text(value.data.size() / sizeof(char16_t), u'\0');
-  std::memcpy(text.data(), value.data.data(), text.size() * sizeof(char16_t));
+  std::u16string text = UnitsOf(value);
   text.resize(std::min(text.find(u'\0'), text.size()));
   return text;
 }

@@ -2,7 +2,6 @@
 
 #include <exception>
 #include <optional>
-#include <utility>
 #include <vector>
 
 #include "fsops/folders.h"
@@ -11,14 +10,12 @@
 #include "links/link_data.h"
 #include "links/presence.h"
 #include "links/real_path.h"
-#include "probes/privileges.h"
 #include "probes/service_pause.h"
 #include "records/records.h"
 #include "redirect/file_copy.h"
 #include "redirect/file_rules.h"
 #include "redirect/folder_steps.h"
 #include "redirect/idle_service.h"
-#include "report/console.h"
 #include "report/lines.h"
 #include "report/log.h"
 #include "report/outcome.h"
@@ -351,11 +348,7 @@ bool RemoveFileFromFolder(const char16_t* source, const char16_t* target, Servic
 }  // namespace
 
 int RedirectFile(const char16_t* source, const char16_t* target, int copyNtfsPermissions) try {
-  if (!IsAdministrator()) return 1;
-  if (!source || !target) {
-    Log(line::kPathMissing);
-    return 1;
-  }
+  if (!MayBegin(source, target, line::kPathMissing)) return 1;
   ServicePause service(ServicePause::kQuillbay);
   return RedirectFileToFolder({source, target}, copyNtfsPermissions, service) ? Succeed(StringId::FileRedirected)
                                                                               : Fail(StringId::FileRedirectionFailed);
@@ -365,11 +358,7 @@ int RedirectFile(const char16_t* source, const char16_t* target, int copyNtfsPer
 
 int RemoveFileRedirection(const char16_t* source, const char16_t* target) try {
   Log(u"RemoveFileRedirection - ENTER");
-  if (!IsAdministrator()) return 1;
-  if (!source || !target) {
-    Log(line::kPathMissingForRemoval);
-    return 1;
-  }
+  if (!MayBegin(source, target, line::kPathMissingForRemoval)) return 1;
   ServicePause service(ServicePause::kQuillbay);
   const int result = RemoveFileFromFolder(source, target, service) ? Succeed(StringId::FileRemovalDone)
                                                                    : Fail(StringId::FileRemovalFailed);

@@ -11,7 +11,6 @@
 #include "links/presence.h"
 #include "links/real_path.h"
 #include "links/volume_paths.h"
-#include "probes/privileges.h"
 #include "records/records.h"
 #include "redirect/folder_on_volume.h"
 #include "redirect/folder_removal.h"
@@ -210,11 +209,7 @@ bool ToNormalPath(std::u16string& path) {
 }  // namespace
 
 int RedirectFolder(const char16_t* source, const char16_t* target, CarriedAlong carried) try {
-  if (!IsAdministrator()) return 1;
-  if (!source || !target) {
-    Log(line::kPathMissing);
-    return 1;
-  }
+  if (!MayBegin(source, target, line::kPathMissing)) return 1;
   if (IsVolumePath(source)) {
     Log(u"#ERROR: Source Folder can not be Volume path.");
     return Fail(StringId::FolderRedirectionFailed);
@@ -232,11 +227,7 @@ int RedirectFolder(const char16_t* source, const char16_t* target, CarriedAlong 
 }
 
 int RemoveFolderRedirection(const char16_t* source, const char16_t* target, CarriedAlong carried) try {
-  if (!IsAdministrator()) return 1;
-  if (!source || !target) {
-    Log(line::kPathMissingForRemoval);
-    return 1;
-  }
+  if (!MayBegin(source, target, line::kPathMissingForRemoval)) return 1;
   std::u16string folder = source, location = target, volume;
   if (!ToNormalPath(folder)) return Fail(StringId::FolderRemovalFailed);
   folder = WithoutTrailingBackslash(folder);

@@ -15,7 +15,6 @@
 #include "text/path_text.h"
 #include "validate/path_rules.h"
 #include "validate/validate.h"
-#include "win32/win32.h"
 
 namespace {
 

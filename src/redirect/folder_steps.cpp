@@ -1,18 +1,25 @@
 #include "redirect/folder_steps.h"
 
-#include "fsops/backup_copy.h"
 #include "links/junction.h"
 #include "links/presence.h"
+#include "probes/privileges.h"
+#include "records/records.h"
 #include "report/lines.h"
 #include "report/log.h"
 #include "text/path_text.h"
-#include "win32/win32.h"
 
 namespace {
 
 constexpr std::u16string_view kSeeManual = u"See \"After a power failure, folder form\" in what-is-refused.md.";
 
 }  // namespace
+
+bool MayBegin(const char16_t* source, const char16_t* target, const char16_t* pathMissing) {
+  if (!IsAdministrator()) return false;
+  if (source && target) return true;
+  Log(u"%ls", pathMissing);
+  return false;
+}
 
 bool AreThere(const std::u16string& source, const std::u16string& target) {
   if (!PathExists(source)) {

@@ -3,7 +3,9 @@
 
 #include <string>
 
-#include "records/records.h"
+// What every command on a redirection asks first: is the caller an administrator (the console says when not), and are
+// both paths given (if not, the log gets `pathMissing`)?
+bool MayBegin(const char16_t* source, const char16_t* target, const char16_t* pathMissing);
 
 // Are both ends of a redirection that is to be removed there? The first that is not has its line in the log.
 bool AreThere(const std::u16string& source, const std::u16string& target);

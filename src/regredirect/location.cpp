@@ -2,9 +2,7 @@
 
 #include <exception>
 #include <string>
-#include <string_view>
 
-#include "configuration/configuration.h"
 #include "configuration/service_config.h"
 #include "fsops/folders.h"
 #include "links/mounted_folder.h"
@@ -44,8 +42,7 @@ class VolumeOnFolder {
     }
     created_ = CreatedFolders(folder);
     folder_ = folder;
-    const auto result = static_cast<win32::DWORD>(win32::SHCreateDirectoryExW(nullptr, folder_.c_str(), nullptr));
-    if (result != win32::ERROR_SUCCESS && result != win32::ERROR_ALREADY_EXISTS && result != win32::ERROR_FILE_EXISTS) {
+    if (MakeFolder(folder_) == FolderMade::Failed) {
       Log(line::kTargetFolderNotCreated, folder_);
       return false;
     }
@@ -141,14 +138,9 @@ int RemoveRegKeyLocation() try {
   CQBConfig config;
   if (!IsAdministrator(StringId::RegKeyRemovalNeedsAdministrator)) return 1;
   std::u16string oldLocation;
-  switch (Remove(config, oldLocation)) {
-    case Removal::ProfilesNeedIt:
-      return SayFailure(StringId::NewProfilesNeedRegKeyLocation);
-    case Removal::Failed:
-      return SayFailure(StringId::RegKeyLocationRemovalFailed, LogPath(), oldLocation);
-    case Removal::Done:
-      break;
-  }
+  const Removal result = Remove(config, oldLocation);
+  if (result == Removal::ProfilesNeedIt) return SayFailure(StringId::NewProfilesNeedRegKeyLocation);
+  if (result == Removal::Failed) return SayFailure(StringId::RegKeyLocationRemovalFailed, LogPath(), oldLocation);
   LeaveRegKeyLocation(oldLocation);
   Say(StringId::RegKeyLocationRemovalDone, oldLocation);
   return 0;

@@ -1,6 +1,5 @@
 #include "regredirect/registry_data.h"
 
-#include <array>
 #include <exception>
 #include <string_view>
 #include <vector>

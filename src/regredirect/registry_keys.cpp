@@ -5,7 +5,6 @@
 #include <string_view>
 #include <vector>
 
-#include "configuration/configuration.h"
 #include "configuration/service_config.h"
 #include "probes/privileges.h"
 #include "probes/services.h"

@@ -352,6 +352,10 @@ TEST_F(FileRedirectionTest, AConfigurationThatCannotBeReadStopsNoService) {
   EXPECT_TRUE(Remove().Logged(u"IsRegistryRedirectionEnabled: 1 and IsFileRedirectionEnabled: 0 "));
   EXPECT_TRUE(ServiceRuns());
   EXPECT_EQ(Contents(kConfig), "no XML at all");
+
+  const std::u16string statusAlone = u"\uFEFF<Config><OutDir/><OutDir><Status>0</Status></OutDir></Config>";
+  MakeFile(kConfig, {reinterpret_cast<const char*>(statusAlone.data()), statusAlone.size() * sizeof(char16_t)});
+  EXPECT_TRUE(Remove().Logged(u"IsRegistryRedirectionEnabled: 0 and IsFileRedirectionEnabled: 0 "));
 }
 
 }  // namespace
