@@ -171,8 +171,8 @@ int MoveDirectoryTree(const std::u16string& source, const std::u16string& target
   SaveSecurityInfo(source, record.rootSecurity);
   record.outcome = MoveOutcome::Split;
   if (!CopyFiles(source, target,
-                 {.useBackupCopy = flags.useBackupCopy,
-                  .moveShares = flags.moveShares,
+                 {.useBackupCopy = flags.carried.ntfsPermissions,
+                  .moveShares = flags.carried.shares,
                   .removeSourceLinks = true,
                   .copyOnly = flags.copyOnly,
                   .allowInheritance = true,
@@ -188,7 +188,7 @@ int MoveDirectoryTree(const std::u16string& source, const std::u16string& target
       LogNotDeleted(target);
     return 0;
   }
-  if (!flags.moveShares) DeleteSharesOf(record.sourceRoot, record);
+  if (!flags.carried.shares) DeleteSharesOf(record.sourceRoot, record);
   if (IsSymbolicLink(source.c_str())) {  // nothing behind it was copied
     record.outcome = MoveOutcome::NothingDone;
     return 0;

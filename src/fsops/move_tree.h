@@ -6,16 +6,16 @@
 
 #include <string>
 
+#include "fsops/carried_along.h"
 #include "fsops/copy_tree.h"
 #include "fsops/security.h"
 
 struct MoveFlags {
-  bool useBackupCopy = false;  // as of a copy
-  bool moveShares = false;
-  bool copyOnly = false;
-  bool keepInheritedAces = false;
-  // The caller has just made the target: with useBackupCopy it also gets the descriptor, streams, attributes and times
-  // of the source itself.
+  CarriedAlong carried = {};
+  bool copyOnly = false;           // as of a copy
+  bool keepInheritedAces = false;  // as of a copy
+  // The caller has just made the target: with ntfsPermissions it also gets the descriptor, streams, attributes and
+  // times of the source itself.
   bool targetIsNew = false;
 };
 

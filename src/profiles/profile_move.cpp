@@ -111,12 +111,8 @@ bool ProfileMove::MayMove() {
 bool ProfileMove::MoveContents() {
   if (place_.StoodThere() || place_.IsVolume()) Say(StringId::TargetExists, place_.path());
   Log(u"#INFO: Going to move files and folders from Source = %ls to Target = %ls.", profile_.folder, place_.path());
-  contentsMoved_ = MoveDirectoryTree(profile_.folder, place_.path(),
-                                     {.useBackupCopy = flags_.carried.ntfsPermissions,
-                                      .moveShares = flags_.carried.shares,
-                                      .copyOnly = place_.KeepsPath(),
-                                      .keepInheritedAces = true},
-                                     moved_) != 0;
+  const MoveFlags flags{.carried = flags_.carried, .copyOnly = place_.KeepsPath(), .keepInheritedAces = true};
+  contentsMoved_ = MoveDirectoryTree(profile_.folder, place_.path(), flags, moved_) != 0;
   if (!contentsMoved_) Log(line::kMoveFailed, profile_.folder, place_.path());
   return contentsMoved_;
 }

@@ -126,10 +126,7 @@ bool FolderRedirection::MakeTarget() {
 }
 
 bool FolderRedirection::MoveContents() {
-  if (MoveDirectoryTree(
-          source_, realTarget_,
-          {.useBackupCopy = carried_.ntfsPermissions, .moveShares = carried_.shares, .targetIsNew = !targetStoodThere_},
-          moved_))
+  if (MoveDirectoryTree(source_, realTarget_, {.carried = carried_, .targetIsNew = !targetStoodThere_}, moved_))
     return true;
   Log(line::kMoveFailed, source_, realTarget_);
   RemoveTargetIfEmpty();

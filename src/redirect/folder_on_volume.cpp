@@ -118,10 +118,7 @@ bool FolderOntoVolume::MakeTarget() {
 }
 
 bool FolderOntoVolume::MoveContents() {
-  if (LendSecurity() &&
-      MoveDirectoryTree(source_, realTarget(),
-                        {.useBackupCopy = carried_.ntfsPermissions, .moveShares = carried_.shares, .copyOnly = true},
-                        moved_))
+  if (LendSecurity() && MoveDirectoryTree(source_, realTarget(), {.carried = carried_, .copyOnly = true}, moved_))
     return true;
   Log(line::kMoveFailed, source_, realTarget());
   TellWhatStayed();
@@ -264,10 +261,7 @@ void FolderFromVolume::Abandon() const {
 }
 
 bool FolderFromVolume::MoveContentsBack() {
-  if (MoveDirectoryTree(source_, newFolder_.path(),
-                        {.useBackupCopy = carried_.ntfsPermissions, .moveShares = carried_.shares, .copyOnly = true},
-                        moved_))
-    return true;
+  if (MoveDirectoryTree(source_, newFolder_.path(), {.carried = carried_, .copyOnly = true}, moved_)) return true;
   Log(line::kMoveFailed, source_, newFolder_.path());
   Abandon();
   return false;

@@ -87,9 +87,7 @@ bool FolderRemoval::MoveContentsBack() {
   }
   // What stood in the junction's place is an empty folder that only kept the place: the target's root comes back as
   // well.
-  if (!MoveDirectoryTree(
-          target_, source_,
-          {.useBackupCopy = carried_.ntfsPermissions, .moveShares = carried_.shares, .targetIsNew = true}, moved_)) {
+  if (!MoveDirectoryTree(target_, source_, {.carried = carried_, .targetIsNew = true}, moved_)) {
     Log(line::kMoveFailed, source_, target_);
     PutJunctionBack();
     return false;

@@ -51,3 +51,15 @@ void LogWithSystemError(FormatFor<Arguments...> format, const Arguments&... argu
   const std::array<FormatArgument, sizeof...(Arguments)> list{FormatArgument(arguments)...};
   if (LogFile* const log = LogFile::Current()) log->Write(format.text(), list, true);
 }
+
+// Log and LogWithSystemError for an operation that fails with this line: false.
+template <typename... Arguments>
+bool LogFailure(FormatFor<Arguments...> format, const Arguments&... arguments) {
+  Log<Arguments...>(format, arguments...);
+  return false;
+}
+template <typename... Arguments>
+bool LogSystemFailure(FormatFor<Arguments...> format, const Arguments&... arguments) {
+  LogWithSystemError<Arguments...>(format, arguments...);
+  return false;
+}

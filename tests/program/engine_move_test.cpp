@@ -110,7 +110,7 @@ class Moves : public test::Engine {
   }
   static int Move(const std::u16string& from, const std::u16string& to, bool backup = true) {
     MoveRecord record;
-    return MoveDirectoryTree(from, to, {.useBackupCopy = backup}, record);
+    return MoveDirectoryTree(from, to, {.carried = {.ntfsPermissions = backup, .shares = false}}, record);
   }
   int Move(bool backup = true) { return Move(source, target, backup); }
   // What the files hold, links by their reparse data, without attributes and times.
@@ -126,7 +126,7 @@ TEST_F(Moves, EverythingToTheTarget) {
   auto before = DescribeTree(source);
   const std::string root = test::Describe(source);
   MoveRecord record;
-  ASSERT_EQ(MoveDirectoryTree(source, target, {.useBackupCopy = true, .targetIsNew = true}, record), 1);
+  ASSERT_EQ(MoveDirectoryTree(source, target, {.carried = {.shares = false}, .targetIsNew = true}, record), 1);
   EXPECT_TRUE(test::Names(source).empty());
   auto after = DescribeTree(target);
   std::u16string text;
@@ -149,7 +149,7 @@ TEST_F(Moves, BackAgainAsItWas) {
   const auto targetBefore = DescribeTree(target);
   const std::u16string rootSecurity = test::Security(source);
   MoveRecord record;
-  ASSERT_EQ(MoveDirectoryTree(source, target, {.useBackupCopy = true}, record), 1);
+  ASSERT_EQ(MoveDirectoryTree(source, target, {.carried = {.shares = false}}, record), 1);
   ASSERT_TRUE(RemoveDirectoryW(source.c_str()));  // as a junction that cannot be made leaves it
   ASSERT_EQ(UndoMove(record), 1);
   EXPECT_EQ(test::Security(source), rootSecurity);
