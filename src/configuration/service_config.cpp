@@ -185,8 +185,7 @@ int CQBConfig::Save() try {
 
 bool SaveConfiguration(CQBConfig& config) {
   if (config.Save()) return true;
-  LogWithSystemError(u"CQBConfig::Save: failed to save config file:\n");
-  return false;
+  return LogSystemFailure(u"CQBConfig::Save: failed to save config file:\n");
 }
 
 bool CQBConfig::PeekOutDirStatus(std::u16string& status) const {

@@ -31,14 +31,8 @@ enum class Outcome { Done, Failed, Refused };  // Refused: the console has been 
 
 bool ReadSection(CQBConfig& config, std::u16string& location, bool& isOn) {
   std::u16string status;
-  if (!config.Init()) {
-    Log(line::kConfigNotRead);
-    return false;
-  }
-  if (!config.GetUserProfileRedirection(&location, &status, nullptr)) {
-    Log(line::kConfigLacksInformation);
-    return false;
-  }
+  if (!config.Init()) return LogFailure(line::kConfigNotRead);
+  if (!config.GetUserProfileRedirection(&location, &status, nullptr)) return LogFailure(line::kConfigLacksInformation);
   isOn = status == u"1";
   return true;
 }
@@ -65,10 +59,7 @@ void TellIfProfilesGoElsewhere() {
 bool FindWhatIsMissing(const CQBConfig& config, NewProfilesNote& note) {
   int status = 0;
   std::u16string registryLocation;
-  if (!config.GetOutDir(status, registryLocation)) {
-    Log(line::kConfigLacksRegistryLocation);
-    return false;
-  }
+  if (!config.GetOutDir(status, registryLocation)) return LogFailure(line::kConfigLacksRegistryLocation);
   note.setsRegistryLocation = status == 0;
   note.monitorsProfileList = !config.IsMonitored(kProfileListKey) && !config.HasParentKey(kProfileListKey);
   return true;
@@ -79,8 +70,7 @@ bool WriteSection(CQBConfig& config, const NewProfilesNote& note) {
       (!note.monitorsProfileList || config.AddRegKey(kProfileListKey)) &&
       (!note.setsRegistryLocation || config.SetOutDir(true, note.location)))
     return true;
-  Log(u"#ERROR: Unable to set the location of new user profiles in config file.");
-  return false;
+  return LogFailure(u"#ERROR: Unable to set the location of new user profiles in config file.");
 }
 
 // The note on new profiles, dropped again unless it is kept, or still tells the truth.
@@ -116,10 +106,10 @@ bool FindHome(const std::u16string& present, const std::u16string& location, std
   if (!note || !EqualPaths(note->location, present)) return true;
   home = note->home;
   if (EqualPaths(location, present)) return IsFolderAndNoLink(home);
-  Log(u"#ERROR: New user profiles are created in %ls already, which the configuration file does not say. Redirect them "
+  return LogFailure(
+      u"#ERROR: New user profiles are created in %ls already, which the configuration file does not say. Redirect them "
       u"to that folder once more, then remove that.",
       present);
-  return false;
 }
 
 Outcome Set(const std::u16string& location, bool withSharedProfiles) {
@@ -215,10 +205,7 @@ Outcome Removal::MayRemove() {
 
 bool Removal::BringBack() {
   const std::u16string home = RecordedProfilesFolder(config_);
-  if (home.empty()) {
-    Log(line::kConfigLacksInformation);
-    return false;
-  }
+  if (home.empty()) return LogFailure(line::kConfigLacksInformation);
   ProfileFolderValue present;
   ProfileReturns returns;
   if (!RequireProfileFolder(ProfileFolder::ProfilesDirectory, present)) return false;
@@ -252,8 +239,7 @@ bool Removal::EraseSection(const std::u16string& home) {
           location_);
     if (!leavesRegistryLocation_ || config_.SetOutDir(false)) return true;
   }
-  Log(u"#ERROR: Unable to remove the location of new user profiles from config file.");
-  return false;
+  return LogFailure(u"#ERROR: Unable to remove the location of new user profiles from config file.");
 }
 
 // Profiles that were made there stay, and the location with them. So does one that keeps registry data.

@@ -33,8 +33,7 @@ bool ReadProfileFolder(ProfileFolder which, ProfileFolderValue& value) try {
 
 bool RequireProfileFolder(ProfileFolder which, ProfileFolderValue& value) {
   if (ReadProfileFolder(which, value)) return true;
-  Log(u"#ERROR: Unable to read the profile list.");
-  return false;
+  return LogFailure(u"#ERROR: Unable to read the profile list.");
 }
 
 bool WriteProfileFolder(ProfileFolder which, const std::u16string& folder) try {
@@ -72,10 +71,9 @@ bool ProfileFolderChange::Set(const std::u16string& folder) {
 
 bool ProfileFolderChange::TakeBack() {
   if (!changed_) return true;
-  if (!RestoreProfileFolder(which_, before_)) {
-    Log(u"#ERROR: Unable to update the profile list: %ls cannot name %ls again.", NameOf(which_), before_.folder);
-    return false;
-  }
+  if (!RestoreProfileFolder(which_, before_))
+    return LogFailure(u"#ERROR: Unable to update the profile list: %ls cannot name %ls again.", NameOf(which_),
+                      before_.folder);
   changed_ = false;
   return true;
 }

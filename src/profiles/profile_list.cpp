@@ -149,10 +149,7 @@ bool ReadUserProfiles(std::vector<UserProfile>& profiles) try {
 }
 
 bool ReadOtherProfiles(const UserProfile& profile, std::vector<UserProfile>& others) {
-  if (!ReadUserProfiles(others)) {
-    Log(line::kProfilesNotRead);
-    return false;
-  }
+  if (!ReadUserProfiles(others)) return LogFailure(line::kProfilesNotRead);
   std::erase_if(others, [&](const UserProfile& other) { return EqualIgnoringAsciiCase(other.sid, profile.sid); });
   for (const ProfileFolder which : {ProfileFolder::Default, ProfileFolder::Public})
     if (ProfileFolderValue shared; ReadProfileFolder(which, shared)) others.push_back({{}, shared.folder, {}});

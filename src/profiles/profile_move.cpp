@@ -81,8 +81,8 @@ bool ProfileMove::IsNobodyElses() const {
     const bool isLeftover = other.hiveState == kHiveMissing && !EqualPaths(folder, profile_.folder) &&
                             IsReallySameOrBelow(profile_.folder, folder);
     if (AreApart(place_.path(), folder) && (isLeftover || AreApart(profile_.folder, folder))) continue;
-    Log(u"#ERROR: The folder %ls holds another User Profile. Browse to a different location.", other.folder);
-    return false;
+    return LogFailure(u"#ERROR: The folder %ls holds another User Profile. Browse to a different location.",
+                      other.folder);
   }
   return true;
 }
@@ -102,8 +102,7 @@ bool ProfileMove::MayMove() {
                                 {.excludeMountedVolume = place_.IsVolume(),
                                  .quietSystemFolder = flags_.backToDefault,
                                  .stopMediaSharing = true})) {
-    Log(line::kPreScanningFailed, profile_.folder, place_.path());
-    return false;
+    return LogFailure(line::kPreScanningFailed, profile_.folder, place_.path());
   }
   return place_.KeepsPath() || records_.CanFollow();
 }
@@ -121,8 +120,7 @@ bool ProfileMove::Follow() { return place_.KeepsPath() || records_.Follow(); }
 
 bool ProfileMove::RestoreSecurity() const {
   if (RestoreRemovedSecurityInfo(savedSecurity_, profile_.folder.c_str(), place_.path().c_str())) return true;
-  Log(line::kSecurityNotRestored, place_.path());
-  return false;
+  return LogFailure(line::kSecurityNotRestored, place_.path());
 }
 
 // What is left to do when the profile is in its place. Should one of these fail, the log tells.

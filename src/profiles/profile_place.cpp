@@ -37,8 +37,7 @@ bool ProfilePlace::Mount() {
   if (IsVolume()) return MountBesideProfile();
   // Everything in the place becomes the profile's.
   if (!IsGathered() || side_.IsFreeFor(formerVolume_)) return true;
-  Log(line::kNotEmpty, path_);
-  return false;
+  return LogFailure(line::kNotEmpty, path_);
 }
 
 // A run that was cut off may have left the volume mounted there: then this one goes on with what that began.
@@ -50,8 +49,7 @@ bool ProfilePlace::MountBesideProfile() {
   const bool usable = !stoodThere_ || IsEmptyPlainFolder(path_);
   if (usable && MakeFolder(path_) != FolderMade::Failed) mountedHere_ = MountVolume(path_, volume_);
   if (mountedHere_ && IsMountedOn(path_, volume_)) return true;
-  Log(line::kVolumeNotMounted, path_);
-  return false;
+  return LogFailure(line::kVolumeNotMounted, path_);
 }
 
 bool ProfilePlace::Make() {
@@ -62,8 +60,7 @@ bool ProfilePlace::Make() {
     OpenLeftFolder();
     return true;
   }
-  Log(line::kTargetFolderNotCreated, path_);
-  return false;
+  return LogFailure(line::kTargetFolderNotCreated, path_);
 }
 
 // An empty folder that a profile has left lets in whom the profile lets in, and that may be nobody but its user.
@@ -86,24 +83,16 @@ bool ProfilePlace::BecomeLikeProfile(bool descriptorOnly) {
     lent_ = LendSecurityToRoot(path_, volume_);
     if (lent_) return true;
   }
-  Log(u"#ERROR: Unable to give the folder %ls the security of %ls.", path_, folder_);
-  return false;
+  return LogFailure(u"#ERROR: Unable to give the folder %ls the security of %ls.", path_, folder_);
 }
 
 bool ProfilePlace::TakeFormerPlace() {
   if (!keepsPath_) return true;
   if (!IsVolume() && !CopyFileTimesAndAttributes(folder_, path_, {.isReparsePoint = true})) {
-    Log(line::kTimesNotCopied, folder_);
-    return false;
+    return LogFailure(line::kTimesNotCopied, folder_);
   }
-  if (!formerVolume_.empty() && !UnmountVolume(folder_)) {
-    LogWithSystemError(line::kVolumeNotUnmounted, folder_);
-    return false;
-  }
-  if (!RemoveEmptyFolder(folder_)) {
-    LogWithSystemError(line::kFolderNotRemoved, folder_);
-    return false;
-  }
+  if (!formerVolume_.empty() && !UnmountVolume(folder_)) return LogSystemFailure(line::kVolumeNotUnmounted, folder_);
+  if (!RemoveEmptyFolder(folder_)) return LogSystemFailure(line::kFolderNotRemoved, folder_);
   return RenameToFormerPlace();
 }
 
@@ -122,8 +111,7 @@ bool ProfilePlace::MakeFormerFolderAgain() const {
       PathExists(folder_) || (MakeFolderLike(side_.place(), path_) && WriteDescriptor(side_.place(), descriptor_));
   if (made && (formerVolume_.empty() || IsMountedOn(folder_, formerVolume_) || MountVolume(folder_, formerVolume_)))
     return true;
-  Log(u"#ERROR: Unable to make folder %ls again.", folder_);
-  return false;
+  return LogFailure(u"#ERROR: Unable to make folder %ls again.", folder_);
 }
 
 void ProfilePlace::Unmount() const {

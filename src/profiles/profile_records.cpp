@@ -39,14 +39,10 @@ bool Insist(Write write) {
 bool ProfileRecords::IsInProfile(const std::u16string& path) const { return IsSameOrBelow(path, profile_.folder); }
 
 bool ProfileRecords::CanFollow() {
-  if (!CanSetProfileImagePath(profile_.sid, newFolder_) || !ReadProfileImagePath(profile_.sid, imagePath_)) {
-    Log(line::kProfilePathNotUpdated);
-    return false;
-  }
-  if (!ReadJunctionRecords(0, folders_) || !ReadJunctionRecords(1, files_) || !CanAddJunctionRegKey(0)) {
-    Log(line::kRecordsNotUpdated);
-    return false;
-  }
+  if (!CanSetProfileImagePath(profile_.sid, newFolder_) || !ReadProfileImagePath(profile_.sid, imagePath_))
+    return LogFailure(line::kProfilePathNotUpdated);
+  if (!ReadJunctionRecords(0, folders_) || !ReadJunctionRecords(1, files_) || !CanAddJunctionRegKey(0))
+    return LogFailure(line::kRecordsNotUpdated);
   return FindJunctions() && NoFileLinksLeadIn();
 }
 
@@ -55,16 +51,11 @@ bool ProfileRecords::FindJunctions() {
   for (const JunctionRecord& record : folders_) {
     if (!IsInProfile(record.target) || IsInProfile(record.source) || !MayBeLink(record.source)) continue;
     Junction junction{record.source, {}, {}};
-    if (!GetJunctionTarget(record.source.c_str(), junction.oldTarget)) {
-      Log(line::kJunctionTargetUnknown);
-      return false;
-    }
+    if (!GetJunctionTarget(record.source.c_str(), junction.oldTarget)) return LogFailure(line::kJunctionTargetUnknown);
     if (!IsInProfile(junction.oldTarget)) continue;
     junction.newTarget = ReplaceFolder(junction.oldTarget, profile_.folder, newFolder_);
-    if (junction.newTarget.size() > kLongestJunctionTarget) {
-      Log(line::kJunctionNotCreated, junction.path, junction.newTarget);
-      return false;
-    }
+    if (junction.newTarget.size() > kLongestJunctionTarget)
+      return LogFailure(line::kJunctionNotCreated, junction.path, junction.newTarget);
     junctions_.push_back(std::move(junction));
   }
   return true;
@@ -73,11 +64,10 @@ bool ProfileRecords::FindJunctions() {
 // A symbolic link cannot be led elsewhere in one step; while it is made again, the file would have no name outside.
 bool ProfileRecords::NoFileLinksLeadIn() const {
   for (const JunctionRecord& record : files_)
-    if (IsInProfile(record.target) && !IsInProfile(record.source) && MayBeLink(record.source)) {
-      Log(u"#ERROR: The file %ls is redirected into the User Profile, to %ls. Remove this redirection first.",
+    if (IsInProfile(record.target) && !IsInProfile(record.source) && MayBeLink(record.source))
+      return LogFailure(
+          u"#ERROR: The file %ls is redirected into the User Profile, to %ls. Remove this redirection first.",
           record.source, record.target);
-      return false;
-    }
   return true;
 }
 
@@ -110,21 +100,16 @@ bool ProfileRecords::RecordPair() {
 
 bool ProfileRecords::Follow() {
   const std::u16string& folder = profile_.folder;
-  if (!SetProfileImagePath(profile_.sid, newFolder_)) {
-    Log(line::kProfilePathNotUpdated);
-    return false;
-  }
+  if (!SetProfileImagePath(profile_.sid, newFolder_)) return LogFailure(line::kProfilePathNotUpdated);
   recordsChanged_ = true;
   if (!RecordPair() || !UpdateOtherJunctionRecords(folder, newFolder_, 0, {{}, folder, newFolder_}) ||
       !UpdateOtherJunctionRecords(folder, newFolder_, 1, {})) {
-    Log(line::kRecordsNotUpdated);
-    return false;
+    return LogFailure(line::kRecordsNotUpdated);
   }
   for (Junction& junction : junctions_) {
     junction.changed = ChangeJunctionTarget(junction.path.c_str(), junction.newTarget.c_str()) != 0;
     if (junction.changed) continue;
-    Log(line::kJunctionNotCreated, junction.path, junction.newTarget);
-    return false;
+    return LogFailure(line::kJunctionNotCreated, junction.path, junction.newTarget);
   }
   // A picture that is not found is no reason to take a profile back; the log tells.
   wallpaperChanged_ = RewriteWallpaper({profile_.sid, newFolder_, profile_.hiveState}, folder, newFolder_) != 0;

@@ -30,10 +30,7 @@ std::u16string RecordedProfilesFolder(const CQBConfig& config) {
 
 bool ReadRecordedProfilesFolder(std::u16string& folder) {
   CQBConfig config;
-  if (!config.Init()) {
-    Log(line::kConfigNotRead);
-    return false;
-  }
+  if (!config.Init()) return LogFailure(line::kConfigNotRead);
   folder = RecordedProfilesFolder(config);
   if (folder.empty()) Log(line::kConfigLacksInformation);
   return !folder.empty();

@@ -51,8 +51,7 @@ bool Read(ProfileFolder which, Texts& texts) {
     texts = TextsOf(value);
     return true;
   }
-  Log(u"#ERROR: Unable to read what is noted of redirected profiles in registry.");
-  return false;
+  return LogFailure(u"#ERROR: Unable to read what is noted of redirected profiles in registry.");
 }
 
 bool Write(ProfileFolder which, const Texts& texts) {
@@ -61,8 +60,7 @@ bool Write(ProfileFolder which, const Texts& texts) {
                              win32::KEY_SET_VALUE | win32::KEY_WOW64_32KEY, nullptr, key.put(), nullptr) == 0 &&
       WriteRegistryValue(key.get(), NameOf(which), ValueOf(texts)) == 0)
     return true;
-  Log(u"#ERROR: Unable to note in registry where profiles are redirected to.");
-  return false;
+  return LogFailure(u"#ERROR: Unable to note in registry where profiles are redirected to.");
 }
 
 }  // namespace

@@ -48,10 +48,8 @@ bool ReadLocationWithoutNote(std::u16string& location) {
   std::u16string status;
   CQBConfig config;
   if (!ReadNote(note)) return false;
-  if (!config.Init() || !config.GetUserProfileRedirection(&location, &status, nullptr)) {
-    Log(line::kConfigLacksInformation);
-    return false;
-  }
+  if (!config.Init() || !config.GetUserProfileRedirection(&location, &status, nullptr))
+    return LogFailure(line::kConfigLacksInformation);
   if (status != u"1" || (note && EqualPaths(note->location, location))) location.clear();
   return true;
 }
@@ -62,10 +60,7 @@ bool BringBack(SharedProfiles which, CarriedAlong carried) {
   if (!ReadRecordedProfilesFolder(home) || !ReadLocationWithoutNote(location) ||
       !PlanReturns(which, home, location, carried, returns))
     return false;
-  if (returns.empty()) {
-    Log(u"#ERROR: No profile that was named is redirected.");
-    return false;
-  }
+  if (returns.empty()) return LogFailure(u"#ERROR: No profile that was named is redirected.");
   std::vector<std::u16string> places;
   for (const auto& back : returns) places.push_back(back->copy());
   if (SayIfRestartIsOwed(places) != RestartOwed::No || !CopyBackAndMakeLive(returns)) return false;

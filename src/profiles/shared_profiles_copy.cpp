@@ -21,21 +21,14 @@ ProfilesLocation::~ProfilesLocation() {
 
 bool ProfilesLocation::Make(const std::u16string& home) {
   const FolderMade made = MakeFolder(folder_);
-  if (made == FolderMade::Failed) {
-    Log(line::kTargetFolderNotCreated, folder_);
-    return false;
-  }
+  if (made == FolderMade::Failed) return LogFailure(line::kTargetFolderNotCreated, folder_);
   if (made == FolderMade::StoodThere || WriteDescriptor(folder_, ReadDescriptor(home))) return true;
-  LogWithSystemError(u"#ERROR: Unable to give the folder %ls the access rights of %ls. ", folder_, home);
-  return false;
+  return LogSystemFailure(u"#ERROR: Unable to give the folder %ls the access rights of %ls. ", folder_, home);
 }
 
 bool FollowingShares::Move(const std::u16string& from, const std::u16string& to, const TreeListing& listing) {
   const ShareList shares = ShareList::Read();
-  if (!shares.IsWhole()) {
-    Log(line::kSharesNotRead, from);
-    return false;
-  }
+  if (!shares.IsWhole()) return LogFailure(line::kSharesNotRead, from);
   const auto move = [&](const std::u16string& folder) {
     if (shares.FindByPath(folder).empty()) return true;
     moved_.emplace_back(folder, ReplaceFolder(folder, from, to));
@@ -56,10 +49,7 @@ bool FollowingRecords::Move(const std::u16string& from, const std::u16string& to
   std::vector<JunctionRecord> moved;
   for (const int isFile : {0, 1}) {
     std::vector<JunctionRecord> records;
-    if (!ReadJunctionRecords(isFile, records)) {
-      Log(line::kRecordsNotUpdated);
-      return false;
-    }
+    if (!ReadJunctionRecords(isFile, records)) return LogFailure(line::kRecordsNotUpdated);
     for (JunctionRecord& record : records) {
       if (!IsSameOrBelow(record.source, from)) continue;
       saved_.push_back(record);
@@ -68,8 +58,7 @@ bool FollowingRecords::Move(const std::u16string& from, const std::u16string& to
     }
   }
   if (RestoreJunctionRecords(moved)) return true;
-  Log(line::kRecordsNotUpdated);
-  return false;
+  return LogFailure(line::kRecordsNotUpdated);
 }
 
 void FollowingRecords::TakeBack() {
@@ -90,8 +79,7 @@ bool SharedProfileCopy::MakeRoot() {
   // It may have come, or been filled, since it was looked at.
   if (!IsFree(copy_)) return false;
   if (emptyFolder_.Save(copy_)) return true;
-  LogWithSystemError(u"#ERROR: Unable to read the attributes of the folder %ls. ", copy_);
-  return false;
+  return LogSystemFailure(u"#ERROR: Unable to read the attributes of the folder %ls. ", copy_);
 }
 
 bool SharedProfileCopy::Copy() {
@@ -101,14 +89,10 @@ bool SharedProfileCopy::Copy() {
                         .carryRoot = true};
   Log(line::kGoingToCopy, original(), copy_);
   if (!MakeRoot()) return false;
-  if (!GetFileList(original(), listing_)) {
-    Log(line::kNoListingForCopy, original());
-    return false;
-  }
+  if (!GetFileList(original(), listing_)) return LogFailure(line::kNoListingForCopy, original());
   // Of a selection, the copy leaves the shares alone: they stay with the live profile.
   if (CopyFiles(original(), copy_, flags, record_, CopySelection{.listing = listing_})) return true;
-  Log(line::kCopyFailed, original(), copy_);
-  return false;
+  return LogFailure(line::kCopyFailed, original(), copy_);
 }
 
 bool SharedProfileCopy::MakeLive() {

@@ -92,10 +92,10 @@ bool SharedProfileReturn::FindCopy(bool& isThere) const {
     Log(u"#INFO: The folder %ls is not there any more. Nothing comes back from it.", copy());
     return true;
   }
-  Log(u"#ERROR: The volume with the folder %ls is not there. Connect it, and try again. (If it is lost for good, make "
+  return LogFailure(
+      u"#ERROR: The volume with the folder %ls is not there. Connect it, and try again. (If it is lost for good, make "
       u"an empty folder of that name first.)",
       copy());
-  return false;
 }
 
 bool SharedProfileReturn::CopyBack() {
@@ -105,18 +105,14 @@ bool SharedProfileReturn::CopyBack() {
   if (!isThere) return IsFolderAndNoLink(original());
   Log(line::kGoingToCopy, copy(), original());
   if (!IsFolderAndNoLink(copy()) || !MakeRoot()) return false;
-  if (!GetFileList(copy(), listing_)) {
-    Log(line::kNoListingForCopy, copy());
-    return false;
-  }
+  if (!GetFileList(copy(), listing_)) return LogFailure(line::kNoListingForCopy, copy());
   if (!SetAside()) return false;
   const CopyFlags flags{.useBackupCopy = carried_.ntfsPermissions,
                         .allowInheritance = true,
                         .keepInheritedAces = true,
                         .carryRoot = madeRoot_};
   if (!CopyFiles(copy(), original(), flags, record_, CopySelection{.listing = listing_})) {
-    Log(line::kCopyFailed, copy(), original());
-    return false;
+    return LogFailure(line::kCopyFailed, copy(), original());
   }
   return carried_.ntfsPermissions || CarryDescriptors();
 }
@@ -129,10 +125,8 @@ bool SharedProfileReturn::SetAside() {
   for (const TreeEntry& entry : listing_.entries) {
     const std::u16string path = Below(entry.path, copy(), original());
     ItemFacts old, live;
-    if (!ReadFacts(path, old) || !ReadFacts(entry.path, live)) {
-      LogWithSystemError(u"#ERROR: Unable to compare %ls with %ls. ", entry.path, path);
-      return false;
-    }
+    if (!ReadFacts(path, old) || !ReadFacts(entry.path, live))
+      return LogSystemFailure(u"#ERROR: Unable to compare %ls with %ls. ", entry.path, path);
     if (!old.found || !live.found) continue;
     bool unmounted = false;
     if (old.IsLink() && !UnmountSame(path, entry.path, unmounted)) return false;
@@ -163,10 +157,9 @@ bool SharedProfileReturn::DropBeforehand(const TreeEntry& live, const std::u16st
 
 bool SharedProfileReturn::MoveAside(const TreeEntry& live, Aside old) {
   old.name = NameAside(old.path, original(), copy());
-  if (old.name.empty() || !win32::MoveFileW(old.path.c_str(), old.name.c_str())) {
-    LogWithSystemError(u"#ERROR: %ls stands where %ls is to come back, and cannot be renamed. ", old.path, live.path);
-    return false;
-  }
+  if (old.name.empty() || !win32::MoveFileW(old.path.c_str(), old.name.c_str()))
+    return LogSystemFailure(u"#ERROR: %ls stands where %ls is to come back, and cannot be renamed. ", old.path,
+                            live.path);
   if (!old.isReplaced)
     Log(u"#INFO: %ls is newer than %ls, or of another kind. It is kept as %ls.", old.path, live.path, old.name);
   aside_.push_back(std::move(old));
@@ -198,8 +191,7 @@ bool SharedProfileReturn::CarryDescriptors() const {
     const bool written = WriteDescriptor(old.path, ReadDescriptor(old.name));
     if (isReadOnly) win32::SetFileAttributesW(old.path.c_str(), look.attributes);
     if (written) continue;
-    LogWithSystemError(u"#ERROR: Unable to give the file %ls the access rights that it had. ", old.path);
-    return false;
+    return LogSystemFailure(u"#ERROR: Unable to give the file %ls the access rights that it had. ", old.path);
   }
   return true;
 }

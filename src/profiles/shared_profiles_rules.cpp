@@ -36,8 +36,8 @@ bool IsOutsideSharedProfiles(const std::u16string& location) {
     ProfileFolderValue value;
     if (!RequireProfileFolder(which, value)) return false;
     if (!IsReallySameOrBelow(location, value.folder)) continue;
-    Log(u"#ERROR: The location %ls lies in the profile %ls. Browse to a different location.", location, value.folder);
-    return false;
+    return LogFailure(u"#ERROR: The location %ls lies in the profile %ls. Browse to a different location.", location,
+                      value.folder);
   }
   return true;
 }
@@ -46,10 +46,7 @@ bool IsOutsideSharedProfiles(const std::u16string& location) {
 bool IsOutsideSystemFolders(const std::u16string& location) {
   for (const std::u16string& path : {location, RealPath(location)})
     for (std::u16string folder = path; !folder.empty(); folder = ParentPath(folder))
-      if (IsSystemFolderName(LastComponent(folder))) {
-        Log(line::kSystemFolder, location);
-        return false;
-      }
+      if (IsSystemFolderName(LastComponent(folder))) return LogFailure(line::kSystemFolder, location);
   return true;
 }
 
@@ -73,14 +70,10 @@ bool IsVolumeThere(const std::u16string& folder, const std::u16string& volume) {
 }
 
 bool IsFolderAndNoLink(const std::u16string& folder) {
-  if (!DirectoryExists(folder)) {
-    Log(line::kNotADirectory, folder);
-    return false;
-  }
+  if (!DirectoryExists(folder)) return LogFailure(line::kNotADirectory, folder);
   // A folder on which a volume is mounted holds what the volume holds.
   if (IsVolumeMountPoint(folder.c_str()) || LinkTagAt(folder) == 0) return true;
-  Log(line::kRedirectedAlready, folder);
-  return false;
+  return LogFailure(line::kRedirectedAlready, folder);
 }
 
 bool HoldsRedirectedData(const std::u16string& folder) {
@@ -105,8 +98,8 @@ bool IsFree(const std::u16string& folder) {
   if (IsGone(folder)) return true;
   if (!IsFolderAndNoLink(folder)) return false;
   if (IsEmptyFolder(folder)) return true;
-  Log(u"#ERROR: The folder %ls is there already and is not empty. Browse to a different location.", folder);
-  return false;
+  return LogFailure(u"#ERROR: The folder %ls is there already and is not empty. Browse to a different location.",
+                    folder);
 }
 
 bool HasRoomFor(const std::vector<std::u16string>& trees, const std::u16string& location) {
@@ -118,11 +111,7 @@ bool HasRoomFor(const std::vector<std::u16string>& trees, const std::u16string& 
   }
   const std::u16string place = NearestFolder(location);
   const std::optional<std::uint64_t> available = AvailableBytes(place);
-  if (!available) {
-    LogWithSystemError(line::kFreeSpaceUnknown, place);
-    return false;
-  }
+  if (!available) return LogSystemFailure(line::kFreeSpaceUnknown, place);
   if (*available > needed) return true;
-  Log(line::kNotEnoughSpace, location);
-  return false;
+  return LogFailure(line::kNotEnoughSpace, location);
 }

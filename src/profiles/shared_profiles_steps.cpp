@@ -44,10 +44,8 @@ bool PlanCopies(SharedProfiles which, const std::u16string& location, const std:
       Log(u"#INFO: The profile %ls is there already.", value.folder);
       continue;
     }
-    if (!IsIn(value.folder, home)) {
-      Log(u"#ERROR: The profile %ls is redirected already: it is not in %ls.", value.folder, home);
-      return false;
-    }
+    if (!IsIn(value.folder, home))
+      return LogFailure(u"#ERROR: The profile %ls is redirected already: it is not in %ls.", value.folder, home);
     copies.push_back(
         std::make_unique<SharedProfileCopy>(folder, value, JoinPath(location, LastComponent(value.folder)), carried));
   }
@@ -85,11 +83,9 @@ bool PlanReturns(SharedProfiles which, const std::u16string& home, const std::u1
       continue;
     }
     if (!note) note = {JoinPath(home, LastComponent(value.folder)), value.folder, {}};
-    if (!AreApart(note->original, value.folder)) {
-      Log(u"#ERROR: The profile %ls cannot be brought back to %ls: one lies in the other.", value.folder,
-          note->original);
-      return false;
-    }
+    if (!AreApart(note->original, value.folder))
+      return LogFailure(u"#ERROR: The profile %ls cannot be brought back to %ls: one lies in the other.", value.folder,
+                        note->original);
     if (HoldsRedirectedData(value.folder)) return false;
     returns.push_back(std::make_unique<SharedProfileReturn>(folder, value, *note, carried));
   }

@@ -47,8 +47,7 @@ class LoadedHive {
     if (!loaded_) return true;
     loaded_ = false;
     if (Unload()) return true;
-    Log(u"#ERROR: Unable to unload the user's registry file %ls.", file_);
-    return false;
+    return LogFailure(u"#ERROR: Unable to unload the user's registry file %ls.", file_);
   }
 
  private:
@@ -70,8 +69,7 @@ bool RewriteBelow(const std::u16string& hive, const std::u16string& oldFolder, c
     result = WriteRegistryValue(desktop.get(), kWallpaper, TextValue(replaced, value.type));
   }
   if (result == 0) return true;
-  Log(u"#ERROR: Unable to update the desktop wallpaper path in the user's registry.");
-  return false;
+  return LogFailure(u"#ERROR: Unable to update the desktop wallpaper path in the user's registry.");
 }
 
 }  // namespace

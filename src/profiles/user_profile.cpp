@@ -75,17 +75,13 @@ class NormalImagePath {
 bool NormalImagePath::Write() {
   if (!IsVolumePath(profile_.folder.c_str())) return true;
   std::u16string given = profile_.folder, normal;
-  if (!VolumePathToNormalPath(given, normal)) {
-    Log(line::kNoNormalPath);
-    return false;
-  }
+  if (!VolumePathToNormalPath(given, normal)) return LogFailure(line::kNoNormalPath);
   profile_.folder = WithoutTrailingBackslash(normal);
   if (ReadProfileImagePath(profile_.sid, before_) && SetProfileImagePath(profile_.sid, profile_.folder)) {
     if (ReadProfileImagePath(profile_.sid, written_)) return true;
     RestoreProfileImagePath(profile_.sid, before_);  // the one name is as good as the other
   }
-  Log(line::kProfilePathNotUpdated);
-  return false;
+  return LogFailure(line::kProfilePathNotUpdated);
 }
 
 // A move that could not be taken back has the value name another folder.
@@ -106,9 +102,9 @@ bool IsAloneOnItsVolume(const UserProfile& profile) {
     if (!PathExists(other.folder)) continue;
     const std::u16string holder = VolumeThatHolds(other.folder);
     if (!holder.empty() && !EqualPaths(holder, volume)) continue;
-    Log(u"#ERROR: The volume of the User Profile %ls holds another User Profile: %ls. Move that one first.",
+    return LogFailure(
+        u"#ERROR: The volume of the User Profile %ls holds another User Profile: %ls. Move that one first.",
         profile.folder, other.folder);
-    return false;
   }
   return true;
 }
@@ -120,23 +116,19 @@ bool IsInItsFolder(const std::u16string& folder, const char16_t* target) {
   for (const char16_t* const suffix : {u".mount", u".temp"}) {
     const std::u16string beside = folder + suffix;
     if (!HasLoadableHive(beside) || (IsVolumePath(target) && IsVolumeMountPoint(beside.c_str()))) continue;
-    Log(u"#INFO: A redirection of the User Profile %ls was interrupted. The profile is in %ls: this folder belongs in "
+    return LogFailure(
+        u"#INFO: A redirection of the User Profile %ls was interrupted. The profile is in %ls: this folder belongs in "
         u"the place of the first one, which is empty.",
         folder, beside);
-    return false;
   }
   return true;
 }
 
 bool FindProfile(const std::u16string& user, UserProfile& profile) {
-  if (IsUserLoggedOn(user)) {
-    Log(u"#ERROR: Cannot redirect logged in user = %ls.", user);
-    return false;
-  }
+  if (IsUserLoggedOn(user)) return LogFailure(u"#ERROR: Cannot redirect logged in user = %ls.", user);
   // Without a SID it is nobody's.
   if (GetUserProfile(user, profile) && !profile.sid.empty()) return true;
-  Log(u"#ERROR: Failed to obtain User Profile Information. User: %s", user);
-  return false;
+  return LogFailure(u"#ERROR: Failed to obtain User Profile Information. User: %s", user);
 }
 
 }  // namespace

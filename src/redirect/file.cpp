@@ -75,9 +75,8 @@ class FileRedirection {
 bool FileRedirection::MakeTargetFolder() const {
   const auto result = static_cast<win32::DWORD>(win32::SHCreateDirectoryExW(nullptr, places_.folder.c_str(), nullptr));
   if (DirectoryExists(places_.folder)) return true;
-  Log(u"#ERROR: Target directory '%ls' doesn't exists. Error: %d", places_.folder,
-      result != win32::ERROR_SUCCESS ? result : win32::GetLastError());
-  return false;
+  return LogFailure(u"#ERROR: Target directory '%ls' doesn't exists. Error: %d", places_.folder,
+                    result != win32::ERROR_SUCCESS ? result : win32::GetLastError());
 }
 
 // From here on nobody writes to the source until it is removed: the copy cannot be older than what is deleted.
@@ -112,8 +111,7 @@ bool FileRedirection::LeaveLink() {
     linkMade_ = true;
     return true;
   }
-  Log(line::kJunctionNotCreated, places_.source, places_.realTarget);
-  return false;
+  return LogFailure(line::kJunctionNotCreated, places_.source, places_.realTarget);
 }
 
 bool FileRedirection::RemoveSource() {
@@ -130,8 +128,7 @@ bool FileRedirection::Record() {
   const bool allTold = ReadJunctionRecords(1, records_);
   if (!allTold ||
       !UpdateOtherJunctionRecords(places_.source, places_.realTarget, 1, {{}, places_.source, places_.realTarget})) {
-    Log(line::kRecordsNotUpdated);
-    return false;
+    return LogFailure(line::kRecordsNotUpdated);
   }
   for (const JunctionRecord& record : records_)
     if (EqualPaths(record.target, places_.realTarget)) targetWasRecorded_ = true;
@@ -140,8 +137,7 @@ bool FileRedirection::Record() {
     return true;
   }
   if (AddJunctionRegKey(places_.source.c_str(), places_.realTarget.c_str(), 1)) return true;
-  Log(line::kRecordNotAdded, places_.source, places_.realTarget);
-  return false;
+  return LogFailure(line::kRecordNotAdded, places_.source, places_.realTarget);
 }
 
 // The copy at the target goes only when the source stands.
@@ -176,9 +172,8 @@ bool FileRedirection::CopyBack() {
   }
   const win32::DWORD error = win32::GetLastError();
   if (made) back.Remove();
-  Log(u"#ERROR: Unable to copy back file from Source = %ls and Target = %ls. Error: %d", places_.source,
-      places_.realTarget, error);
-  return false;
+  return LogFailure(u"#ERROR: Unable to copy back file from Source = %ls and Target = %ls. Error: %d", places_.source,
+                    places_.realTarget, error);
 }
 
 bool FileRedirection::PutBack(CopyBeside& back) {
@@ -234,14 +229,11 @@ bool FileRemoval::LinkLeadsToTarget() const {
 
 bool FileRemoval::MayRemove() const {
   if (!AreThere(source_, target_)) return false;
-  if (!IsSymbolicLink(source_.c_str())) {
-    Log(u"#ERROR: Symbolic Link doesn't exists for Source = %ls.", source_);
-    return false;
-  }
-  if (FindJunctionRegKey(source_.c_str(), target_.c_str(), 1).empty() || !LinkLeadsToTarget()) {
-    Log(u"#ERROR: Symbolic Link wasn't created by Quillbay for Source = %ls and Target = %ls.", source_, target_);
-    return false;
-  }
+  if (!IsSymbolicLink(source_.c_str()))
+    return LogFailure(u"#ERROR: Symbolic Link doesn't exists for Source = %ls.", source_);
+  if (FindJunctionRegKey(source_.c_str(), target_.c_str(), 1).empty() || !LinkLeadsToTarget())
+    return LogFailure(u"#ERROR: Symbolic Link wasn't created by Quillbay for Source = %ls and Target = %ls.", source_,
+                      target_);
   return LeadsThroughNoOther();
 }
 
@@ -252,10 +244,10 @@ bool FileRemoval::LeadsThroughNoOther() const {
   for (const JunctionRecord& record : SaveJunctionRecords(1)) {
     const bool between = EqualPaths(record.source, leadsTo) || EqualPaths(record.source, target_);
     if (!between || EqualPaths(record.source, source_) || !IsSymbolicLink(record.source.c_str())) continue;
-    Log(u"#ERROR: Symbolic Link %ls leads through another redirection, Source = %ls and Target = %ls. Remove that one "
+    return LogFailure(
+        u"#ERROR: Symbolic Link %ls leads through another redirection, Source = %ls and Target = %ls. Remove that one "
         u"first.",
         source_, record.source, record.target);
-    return false;
   }
   return true;
 }
@@ -303,13 +295,11 @@ bool FileRemoval::ReplaceLink(CopyBeside& back) {
 }
 
 bool FileRemoval::ForgetRecord() const {
-  if (!DeleteRegKey(source_.c_str(), target_.c_str(), 1)) {
-    Log(u"#ERROR: Unable to remove Symbolic Link from Registry for Source = %ls and Target = %ls.", source_, target_);
-    return false;
-  }
+  if (!DeleteRegKey(source_.c_str(), target_.c_str(), 1))
+    return LogFailure(u"#ERROR: Unable to remove Symbolic Link from Registry for Source = %ls and Target = %ls.",
+                      source_, target_);
   if (UpdateOtherJunctionRecords(target_, source_, 1, {{}, source_, target_})) return true;
-  Log(u"#ERROR: Unable to update redirected file path in registry.");
-  return false;
+  return LogFailure(u"#ERROR: Unable to update redirected file path in registry.");
 }
 
 // A file that is complete at its old place is never deleted for a link.

@@ -21,67 +21,58 @@ namespace {
 // A path that means the same wherever it is written, in a link above all, and that names a file and no stream of one.
 bool IsFullFilePath(const std::u16string& path) {
   if (!IsUsablePath(path)) return false;
-  if (IsRelativePath(path.c_str())) {
-    Log(line::kRelativePath, path);
-    return false;
-  }
+  if (IsRelativePath(path.c_str())) return LogFailure(line::kRelativePath, path);
   const std::size_t drive = HasExtendedPrefix(path) ? 4 : 0;
   // "D:" is the current folder of D:, whichever that is.
   const bool driveRelative =
       path.size() >= drive + 2 && path[drive + 1] == u':' && (path.size() == drive + 2 || path[drive + 2] != u'\\');
   if (!driveRelative && path.find(u':', drive + 2) == std::u16string::npos) return true;
-  Log(line::kInvalidPath, path);
-  return false;
+  return LogFailure(line::kInvalidPath, path);
 }
 
 bool IsShortEnough(const std::u16string& path) {
   if (path.size() < kPathLengthLimit) return true;
-  Log(u"#ERROR: The specified path '%ls' exceeds the system-defined maximum length of 248 characters. Browse to a "
+  return LogFailure(
+      u"#ERROR: The specified path '%ls' exceeds the system-defined maximum length of 248 characters. Browse to a "
       u"different location.",
       path);
-  return false;
 }
 
 bool SourceIsNoLink(const FilePlaces& places) {
   if (!IsSymbolicLink(places.source.c_str())) return true;
   std::u16string leadsTo;
   GetFinalTargetPath(places.source.c_str(), leadsTo);
-  Log(u"#ERROR: Symbolic Link already exists for Source = %ls and Target = %ls.", places.source, leadsTo);
-  return false;
+  return LogFailure(u"#ERROR: Symbolic Link already exists for Source = %ls and Target = %ls.", places.source, leadsTo);
 }
 
 bool SourceIsFilePath(const std::u16string& source) {
   if (!win32::PathIsDirectoryW(source.c_str())) return true;
-  Log(u"#ERROR: Source path '%ls' should be a file path.", source);
-  return false;
+  return LogFailure(u"#ERROR: Source path '%ls' should be a file path.", source);
 }
 
 bool SourceIsNotTarget(const FilePlaces& places) {
   if (!EqualPaths(places.source, places.realTarget)) return true;
-  Log(line::kSamePlace, places.source, places.realTarget);
-  return false;
+  return LogFailure(line::kSamePlace, places.source, places.realTarget);
 }
 
 bool TargetIsNoLink(const FilePlaces& places) {
   if (!IsSymbolicLink(places.realTarget.c_str())) return true;
-  Log(u"#ERROR: The target file '%ls' is already a Symbolic Link. Browse to a different location.", places.realTarget);
-  return false;
+  return LogFailure(u"#ERROR: The target file '%ls' is already a Symbolic Link. Browse to a different location.",
+                    places.realTarget);
 }
 
 bool SourceExists(const std::u16string& source) {
   if (PathExists(source)) return true;
-  Log(u"#ERROR: Source file '%ls' doesn't exists. Error: %d", source, win32::GetLastError());
-  return false;
+  return LogFailure(u"#ERROR: Source file '%ls' doesn't exists. Error: %d", source, win32::GetLastError());
 }
 
 bool AreOnNtfs(const FilePlaces& places) {
-  if (!IsOnNtfs(places.source.c_str())) {
-    Log(u"#ERROR: Source '%ls' must be a NTFS formatted volume. Browse to a different location.", places.source);
-    return false;
-  }
+  if (!IsOnNtfs(places.source.c_str()))
+    return LogFailure(u"#ERROR: Source '%ls' must be a NTFS formatted volume. Browse to a different location.",
+                      places.source);
   if (IsOnNtfs(places.folder.c_str())) return true;
-  Log(u"#ERROR: Target '%ls' must be a NTFS formatted volume. Browse to a different location.", places.folder);
-  return false;
+  return LogFailure(u"#ERROR: Target '%ls' must be a NTFS formatted volume. Browse to a different location.",
+                    places.folder);
 }
 
 // The relations of source and target. All rules are tried, so that the log tells everything that is wrong.
@@ -93,30 +84,22 @@ bool TargetGrantsFullControl(const FilePlaces& places) {
 bool SourceHasNoLinkAbove(const std::u16string& source) {
   for (std::u16string folder = ParentPath(source); folder.find(u'\\') != std::u16string::npos;
        folder = ParentPath(folder))
-    if (IsSymbolicLink(folder.c_str())) {
-      Log(line::kParentIsSymbolicLink, source);
-      return false;
-    }
+    if (IsSymbolicLink(folder.c_str())) return LogFailure(line::kParentIsSymbolicLink, source);
   return true;
 }
 
 bool TargetIsNotInsideSourceFolder(const FilePlaces& places) {
   if (!IsSameOrBelow(places.folder, ParentPath(places.source))) return true;
-  Log(line::kInsideSource, places.source, places.realTarget);
-  return false;
+  return LogFailure(line::kInsideSource, places.source, places.realTarget);
 }
 
 bool TargetHasRoom(const FilePlaces& places) {
   const std::optional<FileFacts> facts = FactsOf(places.source);
-  if (!facts) {
-    Log(line::kSizeUnknown, places.source);
-    return false;
-  }
+  if (!facts) return LogFailure(line::kSizeUnknown, places.source);
   if (!PathExists(places.realTarget)) Log(line::kSpaceOfParent, places.realTarget, places.folder);
   const std::optional<std::uint64_t> available = AvailableBytes(places.folder);
   if (available && *available > facts->size) return true;
-  Log(line::kNotEnoughSpace, places.realTarget);
-  return false;
+  return LogFailure(line::kNotEnoughSpace, places.realTarget);
 }
 
 bool AreFitForEachOther(const FilePlaces& places) {
@@ -129,15 +112,14 @@ bool AreFitForEachOther(const FilePlaces& places) {
 
 bool MayBeRead(const FilePlaces& places) {
   const ImpersonatedCaller caller;
-  if (!HasAccess(caller.token(), places.source, kReadAndExecute)) {
-    Log(u"#ERROR: (Source) %ls - Insufficient permissions. The minimum permissions requirement is read & execute.",
+  if (!HasAccess(caller.token(), places.source, kReadAndExecute))
+    return LogFailure(
+        u"#ERROR: (Source) %ls - Insufficient permissions. The minimum permissions requirement is read & execute.",
         places.source);
-    return false;
-  }
   if (HasAccess(caller.token(), places.folder, kReadAndExecute)) return true;
-  Log(u"#ERROR: (Target) %ls - Insufficient permissions. The minimum permissions requirement is read & execute.",
+  return LogFailure(
+      u"#ERROR: (Target) %ls - Insufficient permissions. The minimum permissions requirement is read & execute.",
       places.folder);
-  return false;
 }
 
 bool IsListedAsOpen(const std::u16string& source) {

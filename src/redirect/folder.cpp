@@ -75,39 +75,24 @@ bool FolderRedirection::MayRedirect() const {
 
 bool FolderRedirection::TargetMayBeUsed() const {
   if (!HasAllowedLength(realTarget_)) return false;
-  if (EqualPaths(source_, realTarget_)) {
-    Log(line::kSamePlace, source_, realTarget_);
-    return false;
-  }
+  if (EqualPaths(source_, realTarget_)) return LogFailure(line::kSamePlace, source_, realTarget_);
   // A folder below the place that its contents go to: they would be merged into a tree that holds them, and a junction
   // to a folder above itself has no end.
-  if (IsSameOrBelow(source_, realTarget_)) {
-    Log(line::kInsideSource, source_, realTarget_);
-    return false;
-  }
+  if (IsSameOrBelow(source_, realTarget_)) return LogFailure(line::kInsideSource, source_, realTarget_);
   return !PathExists(realTarget_) || TargetIsPlainFolder();
 }
 
 // An existing real target: a folder, no link, and not the source by another name (a short one, another letter case).
 bool FolderRedirection::TargetIsPlainFolder() const {
-  if (!win32::PathIsDirectoryW(realTarget_.c_str())) {
-    Log(line::kNotADirectory, realTarget_);
-    return false;
-  }
-  if (LinkTagAt(realTarget_) == win32::IO_REPARSE_TAG_MOUNT_POINT || IsJunction(realTarget_.c_str())) {
-    Log(line::kRedirectedAlready, realTarget_);
-    return false;
-  }
-  if (IsSymbolicLink(realTarget_.c_str())) {
-    Log(line::kSymbolicLink, realTarget_);
-    return false;
-  }
+  if (!win32::PathIsDirectoryW(realTarget_.c_str())) return LogFailure(line::kNotADirectory, realTarget_);
+  if (LinkTagAt(realTarget_) == win32::IO_REPARSE_TAG_MOUNT_POINT || IsJunction(realTarget_.c_str()))
+    return LogFailure(line::kRedirectedAlready, realTarget_);
+  if (IsSymbolicLink(realTarget_.c_str())) return LogFailure(line::kSymbolicLink, realTarget_);
   std::u16string finalSource, finalTarget;
   if (!GetFinalTargetPath(source_.c_str(), finalSource) || !GetFinalTargetPath(realTarget_.c_str(), finalTarget))
     return false;
   if (!IsSameOrBelow(finalSource, finalTarget)) return true;
-  Log(line::kSamePlace, source_, realTarget_);
-  return false;
+  return LogFailure(line::kSamePlace, source_, realTarget_);
 }
 
 bool FolderRedirection::MakeTarget() {
@@ -199,8 +184,7 @@ bool ToNormalPath(std::u16string& path) {
   if (!IsVolumePath(path.c_str())) return true;
   std::u16string given = path;
   if (VolumePathToNormalPath(given, path)) return true;
-  Log(line::kNoNormalPath);
-  return false;
+  return LogFailure(line::kNoNormalPath);
 }
 
 }  // namespace

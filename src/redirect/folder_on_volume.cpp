@@ -83,10 +83,7 @@ void FolderOntoVolume::LogIfInterrupted() const {
 
 // The mount folder becomes what the source is before the volume is mounted on it; the mount changes its times.
 bool FolderOntoVolume::MountBesideSource() {
-  if (!mountFolder_.Make()) {
-    Log(line::kTargetFolderNotCreated, realTarget());
-    return false;
-  }
+  if (!mountFolder_.Make()) return LogFailure(line::kTargetFolderNotCreated, realTarget());
   const bool usable = !mountFolder_.stoodThere() || IsEmptyPlainFolder(realTarget());
   if (usable)
     mountFolder_.ForgetFilling();  // noted by a removal that was cut off at its very end: nothing is in the folder
@@ -215,33 +212,23 @@ bool FolderFromVolume::FindRecord() {
 }
 
 bool FolderFromVolume::MayRemove() {
-  if (!PathExists(source_)) {
-    Log(line::kSourceDoesNotExist, source_);
-    return false;
-  }
+  if (!PathExists(source_)) return LogFailure(line::kSourceDoesNotExist, source_);
   if (!FindRecord()) {
     Log(line::kNoJunction, source_, target_);
     if (newFolder_.IsBeingFilledFrom(volume_)) LogInterrupted(source_, newFolder_.path());
     return false;
   }
   // Contents are merged only into what an earlier removal, one that was cut off, left there.
-  if (!newFolder_.IsFreeFor(volume_)) {
-    Log(line::kNotEmpty, newFolder_.path());
-    return false;
-  }
+  if (!newFolder_.IsFreeFor(volume_)) return LogFailure(line::kNotEmpty, newFolder_.path());
   if (ValidateRedirectionPaths(source_.c_str(), newFolder_.path().c_str(), {.sourceIsRedirectedProfile = true}))
     return true;
-  Log(line::kPreScanningFailed, source_, target_);
-  return false;
+  return LogFailure(line::kPreScanningFailed, source_, target_);
 }
 
 // The new folder becomes what the folder under the mount is, before anything inherits from it. Of the root it takes the
 // owner and the entries, and those only if they were changed while they were what users saw of the folder.
 bool FolderFromVolume::MakeFolderBesideSource() {
-  if (!newFolder_.Make()) {
-    Log(line::kTargetFolderNotCreated, newFolder_.path());
-    return false;
-  }
+  if (!newFolder_.Make()) return LogFailure(line::kTargetFolderNotCreated, newFolder_.path());
   if (newFolder_.stoodThere()) Say(StringId::TargetExists, newFolder_.path());
   ownDescriptor_ = ReadDescriptor(source_);
   if (newFolder_.NoteFillingFrom(volume_) && !ownDescriptor_.empty() &&
@@ -286,14 +273,8 @@ bool FolderFromVolume::PutInPlaceOfMount() {
 
 bool FolderFromVolume::Exchange() {
   if (!CopyFileTimesAndAttributes(source_, newFolder_.path(), {.isReparsePoint = true})) return false;
-  if (!UnmountVolume(source_)) {
-    LogWithSystemError(line::kVolumeNotUnmounted, source_);
-    return false;
-  }
-  if (!RemoveEmptyFolder(source_)) {
-    LogWithSystemError(line::kFolderNotRemoved, source_);
-    return false;
-  }
+  if (!UnmountVolume(source_)) return LogSystemFailure(line::kVolumeNotUnmounted, source_);
+  if (!RemoveEmptyFolder(source_)) return LogSystemFailure(line::kFolderNotRemoved, source_);
   return Rename(newFolder_.path(), newFolder_.place());
 }
 

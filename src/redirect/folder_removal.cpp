@@ -59,10 +59,8 @@ std::u16string FolderRemoval::RecordedTarget(const std::u16string& source, std::
 
 bool FolderRemoval::MayRemove() const {
   if (!AreThere(source_, target_)) return false;
-  if (!JunctionRegKeyExists(source_.c_str(), target_.c_str(), 0)) {
-    Log(line::kNoJunction, source_, target_);
-    return false;
-  }
+  if (!JunctionRegKeyExists(source_.c_str(), target_.c_str(), 0))
+    return LogFailure(line::kNoJunction, source_, target_);
   return true;
 }
 
@@ -72,10 +70,7 @@ bool FolderRemoval::TakeJunctionAway() {
     TellIfRemovalWasCutOff(source_, target_);
     return false;
   }
-  if (!DeleteJunction(source_.c_str())) {
-    Log(u"#ERROR: Unable to delete Junction. path = %ls.", source_);
-    return false;
-  }
+  if (!DeleteJunction(source_.c_str())) return LogFailure(u"#ERROR: Unable to delete Junction. path = %ls.", source_);
   return true;
 }
 
@@ -165,6 +160,6 @@ bool RemoveFolderFromFolder(const std::u16string& source, const std::u16string& 
   const bool sharesMoved = removal.MoveSharesOfTarget();
   if (sharesMoved) removal.RemoveEmptyTarget();
   if (nestedUpdated && sharesMoved) return true;
-  Log(u"#INFO: The files and folders are back in %ls, and the redirection is no longer recorded.", source);
-  return false;
+  return LogFailure(u"#INFO: The files and folders are back in %ls, and the redirection is no longer recorded.",
+                    source);
 }

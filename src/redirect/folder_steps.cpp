@@ -17,18 +17,13 @@ constexpr std::u16string_view kSeeManual = u"See \"After a power failure, folder
 bool MayBegin(const char16_t* source, const char16_t* target, const char16_t* pathMissing) {
   if (!IsAdministrator()) return false;
   if (source && target) return true;
-  Log(u"%ls", pathMissing);
-  return false;
+  return LogFailure(u"%ls", pathMissing);
 }
 
 bool AreThere(const std::u16string& source, const std::u16string& target) {
-  if (!PathExists(source)) {
-    Log(line::kSourceDoesNotExist, source);
-    return false;
-  }
+  if (!PathExists(source)) return LogFailure(line::kSourceDoesNotExist, source);
   if (PathExists(target)) return true;
-  Log(u"#ERROR: Target = %ls Path Does Not Exist.", target);
-  return false;
+  return LogFailure(u"#ERROR: Target = %ls Path Does Not Exist.", target);
 }
 
 void TellIfRemovalWasCutOff(const std::u16string& source, const std::u16string& target) {

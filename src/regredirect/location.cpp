@@ -36,16 +36,10 @@ class VolumeOnFolder {
 
   bool Mount(const std::u16string& volume) {
     std::u16string folder;
-    if (!GetRegRedirectPath(folder)) {
-      Log(u"#ERROR: Unable to get mount volume path.");
-      return false;
-    }
+    if (!GetRegRedirectPath(folder)) return LogFailure(u"#ERROR: Unable to get mount volume path.");
     created_ = CreatedFolders(folder);
     folder_ = folder;
-    if (MakeFolder(folder_) == FolderMade::Failed) {
-      Log(line::kTargetFolderNotCreated, folder_);
-      return false;
-    }
+    if (MakeFolder(folder_) == FolderMade::Failed) return LogFailure(line::kTargetFolderNotCreated, folder_);
     mounted_ = MountVolume(folder_, volume);
     if (!mounted_) Log(line::kVolumeNotMounted, folder_);
     return mounted_;
@@ -63,14 +57,10 @@ class VolumeOnFolder {
 bool Set(const std::u16string& location, CQBConfig& config, std::u16string& oldLocation) {
   int status = 0;
   if (!config.Init()) return false;
-  if (!config.GetOutDir(status, oldLocation)) {
-    Log(line::kConfigLacksRegistryLocation);
-    return false;
-  }
-  if (status != 0) {
-    Log(u"#ERROR: Registry Key Redirection location already set. To set new location,please remove existing location");
-    return false;
-  }
+  if (!config.GetOutDir(status, oldLocation)) return LogFailure(line::kConfigLacksRegistryLocation);
+  if (status != 0)
+    return LogFailure(
+        u"#ERROR: Registry Key Redirection location already set. To set new location,please remove existing location");
   VolumeOnFolder mount;
   const bool onVolume = IsExactVolumePath(location);
   if (onVolume && !mount.Mount(location)) return false;

@@ -24,18 +24,9 @@ int SayAddingFailed(const std::u16string& name) {
 // May the key join those that the file lists?
 bool MayBeAdded(const CQBConfig& config, const std::u16string& name) {
   std::u16string parent;
-  if (!config.IsOutDirSet()) {
-    Log(u"#ERROR: redirect location not set (redirection disabled).");
-    return false;
-  }
-  if (config.IsMonitored(name)) {
-    Log(u"#ERROR: Registry key already present in list.");
-    return false;
-  }
-  if (config.HasParentKey(name, &parent)) {
-    Log(u"#ERROR: parent key already present: %s", parent);
-    return false;
-  }
+  if (!config.IsOutDirSet()) return LogFailure(u"#ERROR: redirect location not set (redirection disabled).");
+  if (config.IsMonitored(name)) return LogFailure(u"#ERROR: Registry key already present in list.");
+  if (config.HasParentKey(name, &parent)) return LogFailure(u"#ERROR: parent key already present: %s", parent);
   return true;
 }
 
@@ -50,10 +41,8 @@ bool AbsorbChildren(CQBConfig& config, const std::u16string& name) {
   if (std::ranges::find(children, kProfileListKey) != children.end()) settled.emplace_back(kProfileListKey);
   for (const std::u16string& child : children) {
     if (ContainsIgnoringAsciiCase(settled, child)) continue;
-    if (!config.RemoveRegKey(child)) {
-      Log(u"#ERROR: Unable to remove child key from config file: %ls", child);
-      return false;
-    }
+    if (!config.RemoveRegKey(child))
+      return LogFailure(u"#ERROR: Unable to remove child key from config file: %ls", child);
     settled.push_back(child);
   }
   return true;
@@ -67,19 +56,12 @@ bool Add(CQBConfig& config, const std::u16string& name) {
 bool Remove(CQBConfig& config, const std::u16string& name) {
   if (!config.Init()) return false;
   std::u16string profileStatus;
-  if (!config.IsOutDirSet()) {
-    Log(u"#ERROR: Registry key redirection is disabled.");
-    return false;
-  }
+  if (!config.IsOutDirSet()) return LogFailure(u"#ERROR: Registry key redirection is disabled.");
   if (EqualIgnoringAsciiCase(name, kProfileListKey)) {
-    if (!config.GetUserProfileRedirection(nullptr, &profileStatus, nullptr)) {
-      Log(line::kConfigLacksProfiles);
-      return false;
-    }
-    if (profileStatus == u"1") {
-      Log(u"#ERROR: This registry key is required for redirecting new user profiles automatically.");
-      return false;
-    }
+    if (!config.GetUserProfileRedirection(nullptr, &profileStatus, nullptr))
+      return LogFailure(line::kConfigLacksProfiles);
+    if (profileStatus == u"1")
+      return LogFailure(u"#ERROR: This registry key is required for redirecting new user profiles automatically.");
   }
   return config.RemoveRegKey(name) && SaveConfiguration(config);
 }
