@@ -1,12 +1,12 @@
 #include "configuration/service_config_file.h"
 
-#include <algorithm>
 #include <array>
 #include <cstring>
 #include <limits>
 #include <span>
 #include <vector>
 
+#include "records/registry_text.h"
 #include "text/path_text.h"
 #include "win32/handle.h"
 #include "win32/shell.h"
@@ -117,8 +117,7 @@ bool WriteDefaultConfigFile(const std::u16string& path) {
 
 bool ReadProfilesDirectory(std::u16string& directory) {
   win32::UniqueKey key;
-  if (win32::RegOpenKeyExW(win32::HKEY_LOCAL_MACHINE, u"SOFTWARE\\Microsoft\\Windows NT\\CurrentVersion\\ProfileList",
-                           0, win32::KEY_QUERY_VALUE, key.put()) != win32::ERROR_SUCCESS)
+  if (win32::RegOpenKeyExW(win32::HKEY_LOCAL_MACHINE, kProfileListPath, 0, win32::KEY_QUERY_VALUE, key.put()) != 0)
     return false;
   std::array<char16_t, kPathBuffer + 1> value{};  // a value may be stored without its terminator
   win32::DWORD type = win32::REG_NONE;

@@ -3,7 +3,6 @@
 #include <exception>
 #include <utility>
 
-#include "profiles/profile_list.h"
 #include "report/log.h"
 #include "text/ascii_case.h"
 #include "text/path_text.h"

@@ -7,8 +7,6 @@
 
 #include "records/registry_text.h"
 
-inline constexpr const char16_t* kProfileListPath = u"SOFTWARE\\Microsoft\\Windows NT\\CurrentVersion\\ProfileList";
-
 // What can be done with the hive of a profile. Below 0 it is not to be touched.
 inline constexpr int kHiveNotLoaded = 0;
 inline constexpr int kHiveLoaded = 1;    // below HKEY_USERS, by the user's SID

@@ -6,6 +6,9 @@
 
 #include "win32/types.h"
 
+// Windows' profile list, below HKEY_LOCAL_MACHINE.
+inline constexpr const char16_t* kProfileListPath = u"SOFTWARE\\Microsoft\\Windows NT\\CurrentVersion\\ProfileList";
+
 // A value as it stands, byte for byte.
 struct RegistryValue {
   win32::DWORD type = 0;
