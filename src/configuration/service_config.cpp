@@ -88,7 +88,7 @@ void CQBConfig::Close() {
 }
 
 int CQBConfig::GetConfigFilePath(std::u16string& path) try {
-  const std::u16string folder = ServiceFolder(u"QuillbayService");
+  const std::u16string folder = ServiceFolder(kQuillbayService);
   path = folder.empty() ? std::u16string() : folder + u"ServiceConfig.xml";
   return folder.empty() ? 0 : 1;
 } catch (const std::exception&) {

@@ -8,6 +8,7 @@
 #include "fsops/folder_itself.h"
 #include "links/junction.h"
 #include "links/presence.h"
+#include "links/reparse_data.h"
 #include "report/log.h"
 #include "text/format.h"
 #include "text/path_text.h"
@@ -17,11 +18,14 @@ namespace {
 
 constexpr win32::DWORD kBufferSize = 0x100000;
 constexpr win32::DWORD kShareReadWrite = win32::FILE_SHARE_READ | win32::FILE_SHARE_WRITE;
+constexpr win32::DWORD kReadAll = win32::GENERIC_READ | win32::ACCESS_SYSTEM_SECURITY;
+constexpr win32::DWORD kWriteAll =
+    win32::GENERIC_ALL | win32::ACCESS_SYSTEM_SECURITY | win32::WRITE_DAC | win32::WRITE_OWNER;
 
 std::unique_ptr<win32::BYTE[]> CopyBuffer() { return std::make_unique_for_overwrite<win32::BYTE[]>(kBufferSize); }
 
 win32::DWORD OpenFlags(bool isReparsePoint) {
-  return win32::FILE_FLAG_BACKUP_SEMANTICS | (isReparsePoint ? win32::FILE_FLAG_OPEN_REPARSE_POINT : 0);
+  return isReparsePoint ? kOpenLinkFlags : win32::FILE_FLAG_BACKUP_SEMANTICS;
 }
 
 struct ItemKind {
@@ -61,6 +65,11 @@ bool MakeOpenDirectory(std::u16string& path) {
   return MakeDirectory(path, described ? &attributes : nullptr);
 }
 
+AccessTimeKeepingFile OpenSource(const std::u16string& path, win32::DWORD access, bool isReparsePoint) {
+  return AccessTimeKeepingFile{win32::CreateFileW(path.c_str(), access, win32::FILE_SHARE_READ, nullptr,
+                                                  win32::OPEN_EXISTING, OpenFlags(isReparsePoint), nullptr)};
+}
+
 // Opens the item to copy to. A file that was there is emptied: what it held beyond the end of the new contents (all of
 // it, when those are empty and so have no data stream) would otherwise stay.
 AccessTimeKeepingFile OpenTarget(const std::u16string& path, win32::DWORD access, ItemKind kind) {
@@ -71,61 +80,58 @@ AccessTimeKeepingFile OpenTarget(const std::u16string& path, win32::DWORD access
   return file;
 }
 
+constexpr char16_t kReadFailed[] = u"#ERROR: BackupCopy: BackupRead() failed for path = %ls";
+
 // Copies in chunks until the first short read. Then nothing may be left: if BackupRead stopped at the end of a stream
 // instead of at the end of all, the copy is not complete and has failed.
-int CopyChunks(const AccessTimeKeepingFile& source, const AccessTimeKeepingFile& target, win32::DWORD chunk,
-               const std::u16string& sourcePath, const std::u16string& targetPath) {
+bool CopyChunks(const AccessTimeKeepingFile& source, const AccessTimeKeepingFile& target, win32::DWORD chunk,
+                const std::u16string& sourcePath, const std::u16string& targetPath) {
   const std::unique_ptr<win32::BYTE[]> buffer = CopyBuffer();
   BackupReader reader(source);
   BackupWriter writer(target);
   win32::DWORD read = chunk;
   while (read == chunk) {
     if (!reader.Read(buffer.get(), chunk, read)) {
-      Trace(u"#ERROR: BackupCopy: BackupRead() failed for path = %ls", sourcePath);
-      return 0;
+      Trace(kReadFailed, sourcePath);
+      return false;
     }
     if (!writer.Write(buffer.get(), read)) {
       Trace(u"#ERROR: BackupCopy: BackupWrite() failed for path = %ls", targetPath);
-      return 0;
+      return false;
     }
   }
   win32::DWORD left = 0;
-  if (read != 0 && (!reader.Read(buffer.get(), chunk, left) || left != 0)) {
-    Trace(u"#ERROR: BackupCopy: BackupRead() failed for path = %ls", sourcePath);
-    return 0;
-  }
-  return 1;
+  if (read == 0 || (reader.Read(buffer.get(), chunk, left) && left == 0)) return true;
+  Trace(kReadFailed, sourcePath);
+  return false;
 }
 
 // A junction that leads nowhere can refuse to be opened: then the target gets its attributes and is done.
-int CopyUnopened(const std::u16string& source, const std::u16string& target) {
+bool CopyUnopened(const std::u16string& source, const std::u16string& target) {
   if (MeansGone(win32::GetLastError()) && IsJunction(source.c_str())) {
     if (const Look look = LookAt(source); look.IsThere()) win32::SetFileAttributesW(target.c_str(), look.attributes);
-    return 1;
+    return true;
   }
   Trace(u"#ERROR: BackupCopy: CreateFile() failed for path = %ls", source);
-  return 0;
+  return false;
 }
 
-int CopyContents(const std::u16string& sourcePath, const std::u16string& targetPath, ItemKind kind) {
-  const AccessTimeKeepingFile source{win32::CreateFileW(
-      sourcePath.c_str(), win32::GENERIC_READ | win32::ACCESS_SYSTEM_SECURITY, win32::FILE_SHARE_READ, nullptr,
-      win32::OPEN_EXISTING, OpenFlags(kind.isReparsePoint), nullptr)};
+bool CopyContents(const std::u16string& sourcePath, const std::u16string& targetPath, ItemKind kind) {
+  const AccessTimeKeepingFile source = OpenSource(sourcePath, kReadAll, kind.isReparsePoint);
   if (!source) return CopyUnopened(sourcePath, targetPath);
-  const win32::DWORD all = win32::GENERIC_ALL | win32::ACCESS_SYSTEM_SECURITY | win32::WRITE_DAC | win32::WRITE_OWNER;
-  const AccessTimeKeepingFile target = OpenTarget(targetPath, all, kind);
+  const AccessTimeKeepingFile target = OpenTarget(targetPath, kWriteAll, kind);
   if (!target) {
     Trace(u"#ERROR: BackupCopy: CreateFile() failed for path = %ls", targetPath);
-    return 0;
+    return false;
   }
   const win32::DWORD size = win32::GetFileSize(source.get(), nullptr);
-  if (size == win32::INVALID_FILE_SIZE) return 0;
+  if (size == win32::INVALID_FILE_SIZE) return false;
   return CopyChunks(source, target, std::clamp(size, kStreamHeaderSize, kBufferSize), sourcePath, targetPath);
 }
 
-int CopyEncryptedFile(const std::u16string& source, const std::u16string& target) {
+bool CopyEncryptedFile(const std::u16string& source, const std::u16string& target) {
   if (source.size() >= win32::MAX_PATH || target.size() >= win32::MAX_PATH)
-    return 0;  // the shell takes no longer paths
+    return false;  // the shell takes no longer paths
   const std::u16string from = source + std::u16string(2, u'\0');
   const std::u16string to = target + std::u16string(2, u'\0');
   win32::SHFILEOPSTRUCTW operation{};
@@ -133,24 +139,15 @@ int CopyEncryptedFile(const std::u16string& source, const std::u16string& target
   operation.pFrom = from.c_str();
   operation.pTo = to.c_str();
   operation.fFlags = win32::FOF_SILENT | win32::FOF_NOCONFIRMATION;
-  if (win32::SHFileOperationW(&operation) != 0 || operation.fAnyOperationsAborted) return 0;
-  return CopyFileTimesAndAttributes(source, target) && CopyParentDirectoryTimes(source, target) ? 1 : 0;
+  return win32::SHFileOperationW(&operation) == 0 && !operation.fAnyOperationsAborted &&
+         CopyFileTimesAndAttributes(source, target) && CopyParentDirectoryTimes(source, target);
 }
 
-int CopyEncryptedDirectory(const std::u16string& source, const std::u16string& target) {
-  if (win32::CreateDirectoryExW(source.c_str(), target.c_str(), nullptr)) return 1;
-  if (win32::GetLastError() != win32::ERROR_ALREADY_EXISTS) return 0;
+bool CopyEncryptedDirectory(const std::u16string& source, const std::u16string& target) {
+  if (win32::CreateDirectoryExW(source.c_str(), target.c_str(), nullptr)) return true;
+  if (win32::GetLastError() != win32::ERROR_ALREADY_EXISTS) return false;
   win32::EncryptFileW(target.c_str());
-  return 1;
-}
-
-// What an encrypted item needs instead of a backup copy.
-enum class EncryptedCopy { Copied, Failed, NotEncrypted };
-
-EncryptedCopy CopyEncryptedItem(const std::u16string& source, const std::u16string& target, ItemKind kind) {
-  if (!kind.isEncrypted) return EncryptedCopy::NotEncrypted;
-  const int copied = kind.isDirectory ? CopyEncryptedDirectory(source, target) : CopyEncryptedFile(source, target);
-  return copied ? EncryptedCopy::Copied : EncryptedCopy::Failed;
+  return true;
 }
 
 // One item on its way from BackupRead to BackupWrite, every stream's header looked at.
@@ -222,43 +219,34 @@ class StreamCopy {
   const bool withReparseData_;
 };
 
-bool CopyStreams(const std::u16string& sourcePath, const std::u16string& targetPath, ItemKind kind) {
-  const AccessTimeKeepingFile source{win32::CreateFileW(sourcePath.c_str(), win32::GENERIC_READ, win32::FILE_SHARE_READ,
-                                                        nullptr, win32::OPEN_EXISTING, OpenFlags(kind.isReparsePoint),
-                                                        nullptr)};
+// These two make a directory first, whose path may then begin with "\\?\".
+bool CopyByStreams(const std::u16string& sourcePath, std::u16string& targetPath, ItemKind kind) {
+  if (kind.isDirectory && !MakeDirectory(targetPath, nullptr)) return false;
+  if (kind.isReparsePoint) Log(u"BackupCopyEx : %s is reparse point", sourcePath);
+  const AccessTimeKeepingFile source = OpenSource(sourcePath, win32::GENERIC_READ, kind.isReparsePoint);
   if (!source) return false;
   const AccessTimeKeepingFile target = OpenTarget(targetPath, win32::GENERIC_ALL, kind);
   return target && StreamCopy(source, target).Run();
 }
 
-int CopyByStreams(const std::u16string& source, const std::u16string& target, ItemKind kind) {
-  const EncryptedCopy encrypted = CopyEncryptedItem(source, target, kind);
-  if (encrypted != EncryptedCopy::NotEncrypted) return encrypted == EncryptedCopy::Copied ? 1 : 0;
-
-  std::u16string targetPath = target;
-  if (kind.isDirectory && !MakeDirectory(targetPath, nullptr)) return 0;
-  if (kind.isReparsePoint) Log(u"BackupCopyEx : %s is reparse point", source);
-  if (!CopyStreams(source, targetPath, kind)) return 0;
-  return CopyFileTimesAndAttributes(source, targetPath, {.isReparsePoint = kind.isReparsePoint});
-}
-
-int CopyByChunks(const std::u16string& source, const std::u16string& target, ItemKind kind) {
+bool CopyByChunks(const std::u16string& source, std::u16string& target, ItemKind kind) {
   if (kind.isReparsePoint && !kind.isDirectory) return CopyByStreams(source, target, kind);
-  const EncryptedCopy encrypted = CopyEncryptedItem(source, target, kind);
-  if (encrypted != EncryptedCopy::NotEncrypted) return encrypted == EncryptedCopy::Copied ? 1 : 0;
-
-  std::u16string targetPath = target;
-  if (kind.isDirectory && !MakeOpenDirectory(targetPath)) {
-    Log(u"ERROR: Failed To create directory = %ls.", targetPath);
-    return 0;
-  }
-  if (!CopyContents(source, targetPath, kind)) return 0;
-  return CopyFileTimesAndAttributes(source, targetPath, {.isReparsePoint = kind.isReparsePoint});
+  if (!kind.isDirectory || MakeOpenDirectory(target)) return CopyContents(source, target, kind);
+  Log(u"ERROR: Failed To create directory = %ls.", target);
+  return false;
 }
 
-int CopyItem(int (*copy)(const std::u16string&, const std::u16string&, ItemKind), const std::u16string& source,
+int CopyItem(bool (*copy)(const std::u16string&, std::u16string&, ItemKind), const std::u16string& source,
              const std::u16string& target, const BackupCopyOptions& options) try {
-  if (!copy(source, target, KindOf(source, options))) return 0;
+  const ItemKind kind = KindOf(source, options);
+  if (kind.isEncrypted) {
+    if (!(kind.isDirectory ? CopyEncryptedDirectory(source, target) : CopyEncryptedFile(source, target))) return 0;
+  } else {
+    std::u16string reached = target;
+    if (!copy(source, reached, kind) ||
+        !CopyFileTimesAndAttributes(source, reached, {.isReparsePoint = kind.isReparsePoint}))
+      return 0;
+  }
   return options.leaveParentTimes ? 1 : CopyParentDirectoryTimes(source, target);
 } catch (const std::exception&) {
   // Nothing says how far the copy came, and an incomplete copy must not count as done.
@@ -277,12 +265,9 @@ int BackupCopyEx(const std::u16string& source, const std::u16string& target, con
 
 int BackupCopyFolderItself(const std::u16string& source, const std::u16string& target) try {
   {
-    const win32::DWORD read = win32::GENERIC_READ | win32::ACCESS_SYSTEM_SECURITY;
-    const win32::DWORD all = win32::GENERIC_ALL | win32::ACCESS_SYSTEM_SECURITY | win32::WRITE_DAC | win32::WRITE_OWNER;
-    const AccessTimeKeepingFile from{win32::CreateFileW(source.c_str(), read, win32::FILE_SHARE_READ, nullptr,
-                                                        win32::OPEN_EXISTING, OpenFlags(true), nullptr)};
-    const AccessTimeKeepingFile to{win32::CreateFileW(target.c_str(), all, kShareReadWrite, nullptr,
-                                                      win32::OPEN_EXISTING, OpenFlags(true), nullptr)};
+    const AccessTimeKeepingFile from = OpenSource(source, kReadAll, true);
+    const AccessTimeKeepingFile to{win32::CreateFileW(target.c_str(), kWriteAll, kShareReadWrite, nullptr,
+                                                      win32::OPEN_EXISTING, kOpenLinkFlags, nullptr)};
     if (!from || !to || !StreamCopy(from, to, /*withReparseData=*/false).Run()) return 0;
   }
   const Look look = LookAt(source);

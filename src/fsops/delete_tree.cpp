@@ -31,12 +31,6 @@ class ReadOnlyLifted {
   const win32::DWORD attributes_;
 };
 
-// A mounted volume is somebody's data: only its mount is taken off, so that the folder under it can go.
-void UnmountIfMounted(const TreeEntry& entry) {
-  if (!entry.IsJunction() || !IsVolumeMountPoint(entry.path.c_str())) return;
-  UnmountVolume(entry.path);
-}
-
 // A folder on which a volume is mounted (a drive's root is none). Where it is only to be cleaned up, the volume is not
 // entered. By the attribute: IsJunction cannot read a mount folder that somebody holds open.
 bool IsMountFolder(const char16_t* path) { return LookAt(path).IsReparsePoint() && IsVolumeMountPoint(path); }
@@ -65,8 +59,9 @@ bool DeleteFileStrictly(const std::u16string& path) {
 }
 
 bool Remove(const TreeEntry& entry, bool strict) {
-  UnmountIfMounted(entry);
   const std::u16string& path = entry.path;
+  // A mounted volume is somebody's data: only its mount is taken off, so that the folder under it can go.
+  if (entry.IsJunction() && IsVolumeMountPoint(path.c_str())) UnmountVolume(path);
   if (entry.IsDirectory())
     return strict ? RemoveDirectoryStrictly(path) : win32::RemoveDirectoryW(path.c_str()) != win32::FALSE;
   return strict ? DeleteFileStrictly(path) : win32::DeleteFileW(path.c_str()) != win32::FALSE;

@@ -1,11 +1,11 @@
-// Which file is it? What tells one from another, whatever names lead to it.
+// Which file is it, whatever names lead to it?
 #pragma once
 
 #include <cstdint>
 #include <optional>
 #include <string>
 
-#include "win32/handle.h"
+#include "links/presence.h"
 
 // What tells one file from another, and how much there is of it.
 struct FileFacts {
@@ -16,7 +16,6 @@ struct FileFacts {
 
   bool IsSameFileAs(const FileFacts& other) const { return volume == other.volume && index == other.index; }
 };
-enum class LastLink { Itself, Followed };
 // Nothing, and the last error, when the file cannot be opened. Nobody's open of the file is in the way.
 std::optional<FileFacts> FactsOf(const std::u16string& path, LastLink link = LastLink::Itself);
 std::optional<FileFacts> FactsOf(const win32::UniqueFile& file);

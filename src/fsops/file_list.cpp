@@ -28,8 +28,6 @@ bool IsSystemFolderName(std::u16string_view name) {
 
 namespace {
 
-constexpr std::u16string_view kEverything = u"\\*.*";
-
 // The form in which every call reaches the item. The plain form ends at 259 characters, and it loses a dot or blank at
 // the end of a name. A path under a "\\?\" one keeps the prefix, so the copy and the deletion name the same items.
 std::u16string ReachablePath(std::u16string path) {
@@ -39,10 +37,7 @@ std::u16string ReachablePath(std::u16string path) {
 
 TreeEntry EntryOf(const std::u16string& folder, const win32::WIN32_FIND_DATAW& found) {
   TreeEntry entry;
-  entry.path = folder;
-  if (entry.path.empty() || entry.path.back() != u'\\') entry.path += u'\\';
-  entry.path += found.cFileName;
-  entry.path = ReachablePath(std::move(entry.path));
+  entry.path = ReachablePath(JoinPath(folder, found.cFileName));
   entry.attributes = found.dwFileAttributes;
   entry.reparseTag = entry.IsReparsePoint() ? found.dwReserved0 : 0;
   if (!entry.IsDirectory()) entry.size = (std::uint64_t{found.nFileSizeHigh} << 32) | found.nFileSizeLow;
@@ -62,7 +57,7 @@ struct OpenFolder {
 bool Open(const std::u16string& path, OpenFolder& folder) {
   std::u16string pattern = path;
   while (!pattern.empty() && pattern.back() == u'\\') pattern.pop_back();
-  pattern += kEverything;
+  pattern += u"\\*.*";
   folder.path = path;
   folder.find.reset(win32::FindFirstFileW(ExtendedPath(pattern).c_str(), &folder.found));
   folder.hasEntry = static_cast<bool>(folder.find);

@@ -5,6 +5,7 @@
 
 #include "fsops/backup_stream.h"
 #include "fsops/security.h"
+#include "links/presence.h"
 #include "links/reparse_data.h"
 #include "win32/win32.h"
 
@@ -14,7 +15,6 @@ constexpr win32::DWORD kLargestDescriptor = 0x40000;  // four parts of at most 6
 constexpr win32::DWORD kSmallestDescriptor = 20;      // its fixed part
 
 AccessTimeKeepingFile OpenFolderItself(const std::u16string& folder, win32::DWORD access) {
-  constexpr win32::DWORD kShareAll = win32::FILE_SHARE_READ | win32::FILE_SHARE_WRITE | win32::FILE_SHARE_DELETE;
   return AccessTimeKeepingFile{
       win32::CreateFileW(folder.c_str(), access, kShareAll, nullptr, win32::OPEN_EXISTING, kOpenLinkFlags, nullptr)};
 }

@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "links/presence.h"
+#include "probes/privileges.h"
 #include "report/log.h"
 #include "text/format.h"
 #include "text/path_text.h"
@@ -21,12 +22,9 @@ void Trace(FormatFor<std::u16string> format, const std::u16string& path) {
   win32::OutputDebugStringW(CutToBuffer(FormatText<std::u16string>(format, path), kTraceBuffer).c_str());
 }
 
-win32::GENERIC_MAPPING FileMapping() {
-  return {win32::FILE_GENERIC_READ, win32::FILE_GENERIC_WRITE, win32::FILE_GENERIC_EXECUTE, win32::FILE_ALL_ACCESS};
+bool IsInherited(void* ace) {
+  return (static_cast<const win32::ACE_HEADER*>(ace)->AceFlags & win32::INHERITED_ACE) != 0;
 }
-
-const win32::ACE_HEADER& HeaderOf(void* ace) { return *static_cast<const win32::ACE_HEADER*>(ace); }
-bool IsInherited(void* ace) { return (HeaderOf(ace).AceFlags & win32::INHERITED_ACE) != 0; }
 
 win32::DWORD SetDacl(std::u16string path, win32::DWORD information, win32::ACL* dacl) {
   return win32::SetNamedSecurityInfoW(path.data(), kFile, information, nullptr, nullptr, dacl, nullptr);
@@ -44,6 +42,68 @@ bool StripInherited(win32::ACL& dacl, bool keep, const std::u16string& source) {
     if (!keep && !win32::DeleteAce(&dacl, index)) Trace(u"Unable to delete ACE from DACL of = %ls", source);
   }
   return seen;
+}
+
+win32::EXPLICIT_ACCESS_W Entry(win32::PSID sid, win32::TRUSTEE_TYPE type, win32::DWORD access) {
+  win32::EXPLICIT_ACCESS_W entry{};
+  entry.grfAccessPermissions = access;
+  entry.grfAccessMode = win32::ACCESS_MODE::SET_ACCESS;
+  entry.grfInheritance = win32::NO_INHERITANCE;
+  entry.Trustee.TrusteeForm = win32::TRUSTEE_FORM::TRUSTEE_IS_SID;
+  entry.Trustee.TrusteeType = type;
+  entry.Trustee.ptstrName = static_cast<char16_t*>(sid);
+  return entry;
+}
+
+int ExamineInheritance(const std::u16string& path) {
+  win32::ACL* dacl = nullptr;
+  win32::UniqueLocalMemory descriptor;
+  if (win32::GetNamedSecurityInfoW(path.c_str(), kFile, win32::DACL_SECURITY_INFORMATION, nullptr, nullptr, &dacl,
+                                   nullptr, descriptor.put()) != win32::ERROR_SUCCESS ||
+      !dacl)
+    return 0;
+  for (win32::DWORD index = 0; index < dacl->AceCount; ++index) {
+    void* ace = nullptr;
+    if (!win32::GetAce(dacl, index, &ace))
+      Log(u"#### HaveInheritedPermissions(). Failed to get ACE from DACL of (index: %d)= %ls", index, path);
+    else if (IsInherited(ace))
+      return 1;
+  }
+  return 0;
+}
+
+enum class Restored { Yes, Gone, No };
+
+// Whoever may not write the descriptor opens the item up first. What no longer exists has none to get back.
+Restored RestoreSecurity(const std::u16string& path, const SecurityBlock& block) {
+  Trace(u"IN RestoreRemovedSecurityInfo() : %s", path);
+  if (WriteSecurityInfo(path, block)) return Restored::Yes;
+  Trace(u"SetFileSecurity() failed for: %s", path);
+  win32::Sleep(2000);
+  if (IsGone(path)) return Restored::Gone;
+  const bool written =
+      WriteSecurityInfo(path, block) || (GrantEveryoneAndAdministrators(path) && WriteSecurityInfo(path, block));
+  return written ? Restored::Yes : Restored::No;
+}
+
+// The path of an item that moved with its tree; empty for one that is not in it. A name that only "\\?\" reaches keeps
+// it.
+std::u16string PathAfterMove(const std::u16string& path, std::u16string_view source, std::u16string_view target) {
+  const std::u16string_view plain = WithoutExtendedPrefix(path), from = WithoutExtendedPrefix(source);
+  if (!IsSameOrBelow(plain, from)) return {};
+  const std::u16string moved = ReplaceFolder(plain, from, WithoutExtendedPrefix(target));
+  return HasExtendedPrefix(path) || HasExtendedPrefix(target) ? WithExtendedPrefix(moved) : ExtendedPath(moved);
+}
+
+// An item that did not move is written where it stayed. One that has vanished from both places is open nowhere; of one
+// whose new place is unknown nobody can tell that.
+bool RestoreMoved(const std::u16string& path, const SecurityBlock& block, std::u16string_view source,
+                  std::u16string_view target) {
+  const std::u16string moved = PathAfterMove(path, source, target), stayed = ExtendedPath(path);
+  if (!moved.empty())
+    if (const Restored there = RestoreSecurity(moved, block); there != Restored::Gone) return there == Restored::Yes;
+  const Restored here = IsGone(stayed) ? Restored::Gone : RestoreSecurity(stayed, block);
+  return here == Restored::Yes || (here == Restored::Gone && !moved.empty());
 }
 
 }  // namespace
@@ -75,31 +135,14 @@ int CopyDacl(const std::u16string& source, const std::u16string& target, const D
   return 0;
 }
 
-namespace {
-
-win32::EXPLICIT_ACCESS_W Entry(win32::PSID sid, win32::TRUSTEE_TYPE type, win32::DWORD access) {
-  win32::EXPLICIT_ACCESS_W entry{};
-  entry.grfAccessPermissions = access;
-  entry.grfAccessMode = win32::ACCESS_MODE::SET_ACCESS;
-  entry.grfInheritance = win32::NO_INHERITANCE;
-  entry.Trustee.TrusteeForm = win32::TRUSTEE_FORM::TRUSTEE_IS_SID;
-  entry.Trustee.TrusteeType = type;
-  entry.Trustee.ptstrName = static_cast<char16_t*>(sid);
-  return entry;
-}
-
-}  // namespace
-
 // The reasons why it failed are nobody's to see: the callers only ask whether it worked.
 int GrantEveryoneAndAdministrators(const std::u16string& path) try {
   win32::SID_IDENTIFIER_AUTHORITY world{{0, 0, 0, 0, 0, 1}};
-  win32::SID_IDENTIFIER_AUTHORITY nt{{0, 0, 0, 0, 0, 5}};
-  win32::UniqueSid everyone, administrators;
+  win32::UniqueSid everyone;
   if (!win32::AllocateAndInitializeSid(&world, 1, win32::SECURITY_WORLD_RID, 0, 0, 0, 0, 0, 0, 0, everyone.put()))
     return 0;
-  if (!win32::AllocateAndInitializeSid(&nt, 2, win32::SECURITY_BUILTIN_DOMAIN_RID, win32::DOMAIN_ALIAS_RID_ADMINS, 0, 0,
-                                       0, 0, 0, 0, administrators.put()))
-    return 0;
+  const win32::UniqueSid administrators = AdministratorsSid();
+  if (!administrators) return 0;
 
   win32::EXPLICIT_ACCESS_W entries[] = {
       Entry(everyone.get(), win32::TRUSTEE_TYPE::TRUSTEE_IS_WELL_KNOWN_GROUP, win32::GENERIC_READ),
@@ -122,7 +165,8 @@ int GrantEveryoneAndAdministrators(const std::u16string& path) try {
 }
 
 int HasAccess(win32::HANDLE token, const std::u16string& path, win32::DWORD desiredAccess) try {
-  win32::GENERIC_MAPPING mapping = FileMapping();
+  win32::GENERIC_MAPPING mapping{win32::FILE_GENERIC_READ, win32::FILE_GENERIC_WRITE, win32::FILE_GENERIC_EXECUTE,
+                                 win32::FILE_ALL_ACCESS};
   win32::MapGenericMask(&desiredAccess, &mapping);
   win32::UniqueLocalMemory descriptor;
   const win32::DWORD information =
@@ -159,27 +203,6 @@ int IsFileNotLocked(const std::u16string& path, win32::DWORD attributes) {
   const win32::DWORD error = win32::GetLastError();
   return error == win32::ERROR_SHARING_VIOLATION || error == win32::ERROR_LOCK_VIOLATION ? 0 : 1;
 }
-
-namespace {
-
-int ExamineInheritance(const std::u16string& path) {
-  win32::ACL* dacl = nullptr;
-  win32::UniqueLocalMemory descriptor;
-  if (win32::GetNamedSecurityInfoW(path.c_str(), kFile, win32::DACL_SECURITY_INFORMATION, nullptr, nullptr, &dacl,
-                                   nullptr, descriptor.put()) != win32::ERROR_SUCCESS ||
-      !dacl)
-    return 0;
-  for (win32::DWORD index = 0; index < dacl->AceCount; ++index) {
-    void* ace = nullptr;
-    if (!win32::GetAce(dacl, index, &ace))
-      Log(u"#### HaveInheritedPermissions(). Failed to get ACE from DACL of (index: %d)= %ls", index, path);
-    else if (IsInherited(ace))
-      return 1;
-  }
-  return 0;
-}
-
-}  // namespace
 
 int HaveInheritedPermissions(InheritanceCache& cache, const std::u16string& path) try {
   const auto known = cache.find(path);
@@ -221,44 +244,6 @@ void KeepInheritanceMark(void* descriptor) {
 int WriteSecurityInfo(const std::u16string& path, const SecurityBlock& block) {
   return block && win32::SetFileSecurityW(path.c_str(), kOwnerAndDacl, block.get()) ? 1 : 0;
 }
-
-namespace {
-
-enum class Restored { Yes, Gone, No };
-
-// Whoever may not write the descriptor opens the item up first. What no longer exists has none to get back.
-Restored RestoreSecurity(const std::u16string& path, const SecurityBlock& block) {
-  Trace(u"IN RestoreRemovedSecurityInfo() : %s", path);
-  if (WriteSecurityInfo(path, block)) return Restored::Yes;
-  Trace(u"SetFileSecurity() failed for: %s", path);
-  win32::Sleep(2000);
-  if (IsGone(path)) return Restored::Gone;
-  const bool written =
-      WriteSecurityInfo(path, block) || (GrantEveryoneAndAdministrators(path) && WriteSecurityInfo(path, block));
-  return written ? Restored::Yes : Restored::No;
-}
-
-// The path of an item that moved with its tree; empty for one that is not in it. A name that only "\\?\" reaches keeps
-// it.
-std::u16string PathAfterMove(const std::u16string& path, std::u16string_view source, std::u16string_view target) {
-  const std::u16string_view plain = WithoutExtendedPrefix(path), from = WithoutExtendedPrefix(source);
-  if (!IsSameOrBelow(plain, from)) return {};
-  const std::u16string moved = ReplaceFolder(plain, from, WithoutExtendedPrefix(target));
-  return HasExtendedPrefix(path) || HasExtendedPrefix(target) ? WithExtendedPrefix(moved) : ExtendedPath(moved);
-}
-
-// An item that did not move is written where it stayed. One that has vanished from both places is open nowhere; of one
-// whose new place is unknown nobody can tell that.
-bool RestoreMoved(const std::u16string& path, const SecurityBlock& block, std::u16string_view source,
-                  std::u16string_view target) {
-  const std::u16string moved = PathAfterMove(path, source, target), stayed = ExtendedPath(path);
-  if (!moved.empty())
-    if (const Restored there = RestoreSecurity(moved, block); there != Restored::Gone) return there == Restored::Yes;
-  const Restored here = IsGone(stayed) ? Restored::Gone : RestoreSecurity(stayed, block);
-  return here == Restored::Yes || (here == Restored::Gone && !moved.empty());
-}
-
-}  // namespace
 
 int RestoreRemovedSecurityInfo(const SavedSecurityMap& saved, const char16_t* source, const char16_t* target) try {
   int result = 1;

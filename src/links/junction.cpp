@@ -15,7 +15,22 @@
 namespace {
 
 constexpr std::u16string_view kVolumeName = u"\\??\\Volume{";  // begins what a mounted volume's folder holds
-constexpr win32::DWORD kDirectoryLink = win32::FILE_ATTRIBUTE_DIRECTORY | win32::FILE_ATTRIBUTE_REPARSE_POINT;
+
+bool IsDirectoryLink(win32::DWORD attributes) {
+  constexpr win32::DWORD kBoth = win32::FILE_ATTRIBUTE_DIRECTORY | win32::FILE_ATTRIBUTE_REPARSE_POINT;
+  return (attributes & kBoth) == kBoth;
+}
+
+// OpenReparseDirectory; the log tells of a failure, by the name that the caller was given.
+win32::UniqueFile OpenOrLog(const char16_t* path, const char16_t* given, const ReparseOpenOptions& options = {}) {
+  win32::UniqueFile directory = OpenReparseDirectory(path, options);
+  if (!directory) LogWithSystemError(u"#ERROR: Failed to open directory for path = %ls.", given);
+  return directory;
+}
+
+bool ReadMountPoint(const win32::UniqueFile& directory, ReparseData& data) {
+  return ReadReparseData(directory, data) && TagOf(data) == win32::IO_REPARSE_TAG_MOUNT_POINT;
+}
 
 // Makes the directory; an existing one will do. What holds it up (a folder that is still being deleted) is often over
 // soon.
@@ -27,8 +42,13 @@ bool CreateJunctionDirectory(const char16_t* path) {
   return false;
 }
 
-// The name under which a junction holds its target; empty, with the last error, when that is too long for it.
-std::u16string SubstituteName(const char16_t* target) {
+// The name under which a junction holds its target. Empty without either path (the log tells), and, with the last
+// error, when the target is too long for it.
+std::u16string SubstituteName(const char16_t* junction, const char16_t* target) {
+  if (!junction || !target) {
+    Log(u"ERROR: Source or target path is missing.");
+    return {};
+  }
   const std::u16string name = std::u16string(kNativePrefix) + target;
   if (name.size() < win32::MAX_PATH) return name;
   win32::SetLastError(win32::ERROR_FILENAME_EXCED_RANGE);
@@ -71,32 +91,19 @@ win32::UniqueFile OpenReparseDirectory(const char16_t* path, const ReparseOpenOp
 }
 
 int CreateJunction(const char16_t* junction, const char16_t* target) try {
-  if (!junction || !target) {
-    Log(u"ERROR: Source or target path is missing.");
-    return 0;
-  }
-  const std::u16string substituteName = SubstituteName(target);
+  const std::u16string substituteName = SubstituteName(junction, target);
   return substituteName.empty() ? 0 : CreateJunctionAt(ExtendedPath(junction), substituteName);
 } catch (const std::exception&) {
   return 0;
 }
 
 int ChangeJunctionTarget(const char16_t* junction, const char16_t* target) try {
-  if (!junction || !target) {
-    Log(u"ERROR: Source or target path is missing.");
-    return 0;
-  }
-  const std::u16string substituteName = SubstituteName(target);
+  const std::u16string substituteName = SubstituteName(junction, target);
   if (substituteName.empty()) return 0;
-  const win32::UniqueFile directory = OpenReparseDirectory(junction, {.forWrite = true});
-  if (!directory) {
-    LogWithSystemError(u"#ERROR: Failed to open directory for path = %ls.", junction);
-    return 0;
-  }
+  const win32::UniqueFile directory = OpenOrLog(junction, junction, {.forWrite = true});
   ReparseData data;
   win32::FILETIME creation, lastAccess, lastWrite;
-  if (!ReadReparseData(directory, data) || TagOf(data) != win32::IO_REPARSE_TAG_MOUNT_POINT ||
-      MountPointName(data).starts_with(kVolumeName) ||
+  if (!directory || !ReadMountPoint(directory, data) || MountPointName(data).starts_with(kVolumeName) ||
       !win32::GetFileTime(directory.get(), &creation, &lastAccess, &lastWrite) ||
       !WriteReparseData(directory, MountPointData(substituteName)))
     return 0;
@@ -115,12 +122,8 @@ int DeleteJunction(const char16_t* path) try {
     if (!IsSymbolicLink(path)) Log(u"#ERROR: Path %ls is not junction.", path);
     return 0;
   }
-  const win32::UniqueFile directory = OpenReparseDirectory(path, {.forWrite = true});
-  if (!directory) {
-    LogWithSystemError(u"#ERROR: Failed to open directory for path = %ls.", path);
-    return 0;
-  }
-  return DeleteReparseData(directory, win32::IO_REPARSE_TAG_MOUNT_POINT) ? 1 : 0;
+  const win32::UniqueFile directory = OpenOrLog(path, path, {.forWrite = true});
+  return directory && DeleteReparseData(directory, win32::IO_REPARSE_TAG_MOUNT_POINT) ? 1 : 0;
 } catch (const std::exception&) {
   return 0;
 }
@@ -142,15 +145,11 @@ int IsJunction(const char16_t* path, const JunctionTestOptions& options) try {
     LogWithSystemError(u"#ERROR: Unable to get File Attributes for path = %ls", path);
     return 0;
   }
-  if ((attributes & kDirectoryLink) != kDirectoryLink) return 0;
+  if (!IsDirectoryLink(attributes)) return 0;
 
-  const win32::UniqueFile directory = OpenReparseDirectory(reached.c_str());
-  if (!directory) {
-    LogWithSystemError(u"#ERROR: Failed to open directory for path = %ls.", path);
-    return 0;
-  }
+  const win32::UniqueFile directory = OpenOrLog(reached.c_str(), path);
   ReparseData data;
-  return ReadReparseData(directory, data) && TagOf(data) == win32::IO_REPARSE_TAG_MOUNT_POINT ? 1 : 0;
+  return directory && ReadMountPoint(directory, data) ? 1 : 0;
 } catch (const std::exception&) {
   return 0;
 }
@@ -184,15 +183,12 @@ int GetJunctionTarget(const char16_t* path, std::u16string& target) try {
     LogWithSystemError(u"#ERROR: Unable to get File Attributes for path = %ls", path);
     return 0;
   }
-  if ((attributes & kDirectoryLink) != kDirectoryLink) {
+  if (!IsDirectoryLink(attributes)) {
     Log(u"#ERROR: Not a directory or no reparse point.");
     return 0;
   }
-  const win32::UniqueFile directory = OpenReparseDirectory(path);
-  if (!directory) {
-    LogWithSystemError(u"#ERROR: Failed to open directory for path = %ls.", path);
-    return 0;
-  }
+  const win32::UniqueFile directory = OpenOrLog(path, path);
+  if (!directory) return 0;
   ReparseData data;
   if (!ReadReparseData(directory, data)) {
     Log(u"#ERROR: Unable to perform DeviceIoControl operation.");

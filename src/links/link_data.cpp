@@ -42,10 +42,7 @@ bool LeavesTree(std::u16string_view link, std::u16string_view text) {
 
 // The link is there, and what it leads to is not.
 bool LeadsNowhere(const std::u16string& link) {
-  const win32::DWORD shareAll = win32::FILE_SHARE_READ | win32::FILE_SHARE_WRITE | win32::FILE_SHARE_DELETE;
-  const win32::UniqueFile file{win32::CreateFileW(link.c_str(), win32::FILE_READ_ATTRIBUTES, shareAll, nullptr,
-                                                  win32::OPEN_EXISTING, win32::FILE_FLAG_BACKUP_SEMANTICS, nullptr)};
-  if (file) return false;
+  if (OpenForAttributes(link, LastLink::Followed)) return false;
   const win32::DWORD error = win32::GetLastError();
   return MeansGone(error) || error == win32::ERROR_CANT_RESOLVE_FILENAME;
 }
@@ -53,12 +50,9 @@ bool LeadsNowhere(const std::u16string& link) {
 }  // namespace
 
 ReparseData ReadLinkData(const std::u16string& path) {
-  const win32::DWORD shareAll = win32::FILE_SHARE_READ | win32::FILE_SHARE_WRITE | win32::FILE_SHARE_DELETE;
-  const win32::UniqueFile file{win32::CreateFileW(path.c_str(), win32::FILE_READ_ATTRIBUTES, shareAll, nullptr,
-                                                  win32::OPEN_EXISTING, kOpenLinkFlags, nullptr)};
+  const win32::UniqueFile file = OpenForAttributes(path, LastLink::Itself);
   ReparseData data;
-  if (!file || !ReadReparseData(file, data)) return {};
-  return data;
+  return file && ReadReparseData(file, data) ? data : ReparseData();
 }
 
 bool MustChangeWithTree(const std::u16string& link, const ReparseData& reparseData, const std::u16string& root) {

@@ -1,5 +1,6 @@
 #include "links/presence.h"
 
+#include "links/reparse_data.h"
 #include "win32/win32.h"
 
 Look LookAt(const std::u16string& path) {
@@ -13,6 +14,12 @@ bool DirectoryExists(const std::u16string& path) { return LookAt(path).IsDirecto
 bool IsGone(const std::u16string& path) { return LookAt(path).IsGone(); }
 
 bool PathExists(const std::u16string& path) { return win32::PathFileExistsW(path.c_str()) != win32::FALSE; }
+
+win32::UniqueFile OpenForAttributes(const std::u16string& path, LastLink link) {
+  const win32::DWORD flags = link == LastLink::Itself ? kOpenLinkFlags : win32::FILE_FLAG_BACKUP_SEMANTICS;
+  return win32::UniqueFile{win32::CreateFileW(path.c_str(), win32::FILE_READ_ATTRIBUTES, kShareAll, nullptr,
+                                              win32::OPEN_EXISTING, flags, nullptr)};
+}
 
 bool IsReparsePoint(const std::u16string& path) {
   win32::WIN32_FIND_DATAW found{};

@@ -5,7 +5,7 @@
 #include <string>
 
 #include "win32/constants.h"
-#include "win32/types.h"
+#include "win32/handle.h"
 
 // "It is not there" is taken from the error alone: a question that failed for another reason is no answer, and what may
 // be there must neither be taken for new (a roll-back would delete it) nor be passed over.
@@ -38,5 +38,12 @@ bool IsGone(const std::u16string& path);           // LookAt says so
 
 // PathFileExistsW. False also where Windows does not tell; the last error says why.
 bool PathExists(const std::u16string& path);
+// FILE_SHARE_*: nobody is kept out.
+inline constexpr win32::DWORD kShareAll = win32::FILE_SHARE_READ | win32::FILE_SHARE_WRITE | win32::FILE_SHARE_DELETE;
+enum class LastLink { Itself, Followed };
+// Opens what stands there for its attributes alone, so that nobody's open of it is in the way. Empty with the last
+// error.
+win32::UniqueFile OpenForAttributes(const std::u16string& path, LastLink link);
+
 // FindFirstFileW: the last component carries a reparse point. False where nothing is found.
 bool IsReparsePoint(const std::u16string& path);

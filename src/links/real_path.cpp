@@ -21,10 +21,7 @@ std::u16string FinalPathName(const char16_t* path, win32::DWORD form, win32::DWO
   const auto getFinalPathName = reinterpret_cast<win32::GetFinalPathNameByHandleWFunction>(
       win32::GetProcAddress(kernel.get(), "GetFinalPathNameByHandleW"));
   if (!getFinalPathName) return {};
-  const win32::DWORD shareAll = win32::FILE_SHARE_READ | win32::FILE_SHARE_WRITE | win32::FILE_SHARE_DELETE;
-  const win32::UniqueFile file{win32::CreateFileW(ExtendedPath(path).c_str(), win32::FILE_READ_ATTRIBUTES, shareAll,
-                                                  nullptr, win32::OPEN_EXISTING, win32::FILE_FLAG_BACKUP_SEMANTICS,
-                                                  nullptr)};
+  const win32::UniqueFile file = OpenForAttributes(ExtendedPath(path), LastLink::Followed);
   if (!file) return {};
   std::u16string name(room, u'\0');
   const win32::DWORD length = getFinalPathName(file.get(), name.data(), room, form);

@@ -17,33 +17,14 @@ namespace {
 
 constexpr int kProcessType = 5;
 constexpr int kFileType = 26;
-constexpr const char16_t* kTypeNames[] = {u"",
-                                          u"",
-                                          u"Directory",
-                                          u"SymbolicLink",
-                                          u"Token",
-                                          u"Process",
-                                          u"Thread",
-                                          u"Unknown7",
-                                          u"Event",
-                                          u"EventPair",
-                                          u"Mutant",
-                                          u"Unknown11",
-                                          u"Semaphore",
-                                          u"Timer",
-                                          u"Profile",
-                                          u"WindowStation",
-                                          u"Desktop",
-                                          u"Section",
-                                          u"Key",
-                                          u"Port",
-                                          u"WaitablePort",
-                                          u"Unknown21",
-                                          u"Unknown22",
-                                          u"Unknown23",
-                                          u"Unknown24",
-                                          u"IoCompletion",
-                                          u"File"};
+// By their numbers, from 0.
+// clang-format off
+constexpr const char16_t* kTypeNames[] = {
+    u"", u"", u"Directory", u"SymbolicLink", u"Token",
+    u"Process", u"Thread", u"Unknown7", u"Event", u"EventPair", u"Mutant", u"Unknown11",
+    u"Semaphore", u"Timer", u"Profile", u"WindowStation", u"Desktop", u"Section", u"Key", u"Port",
+    u"WaitablePort", u"Unknown21", u"Unknown22", u"Unknown23", u"Unknown24", u"IoCompletion", u"File"};
+// clang-format on
 
 // A handle of any process as one of ours: a foreign one is duplicated, and closed again.
 class OwnHandle {

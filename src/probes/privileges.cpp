@@ -5,18 +5,8 @@
 #include <vector>
 
 #include "report/console.h"
-#include "win32/handle.h"
 
 namespace {
-
-// S-1-5-32-544, the built-in Administrators group. Empty when it cannot be made.
-win32::UniqueSid AdministratorsSid() {
-  win32::SID_IDENTIFIER_AUTHORITY ntAuthority{{0, 0, 0, 0, 0, 5}};
-  win32::UniqueSid sid;
-  win32::AllocateAndInitializeSid(&ntAuthority, 2, win32::SECURITY_BUILTIN_DOMAIN_RID, win32::DOMAIN_ALIAS_RID_ADMINS,
-                                  0, 0, 0, 0, 0, 0, sid.put());
-  return sid;
-}
 
 constexpr std::array kPrivilegeNames{u"SeSecurityPrivilege", u"SeBackupPrivilege", u"SeRestorePrivilege",
                                      u"SeDebugPrivilege", u"SeTakeOwnershipPrivilege"};
@@ -50,6 +40,14 @@ std::vector<win32::TOKEN_GROUPS> ReadGroups(const win32::UniqueKernelHandle& tok
 }
 
 }  // namespace
+
+win32::UniqueSid AdministratorsSid() {
+  win32::SID_IDENTIFIER_AUTHORITY ntAuthority{{0, 0, 0, 0, 0, 5}};
+  win32::UniqueSid sid;
+  win32::AllocateAndInitializeSid(&ntAuthority, 2, win32::SECURITY_BUILTIN_DOMAIN_RID, win32::DOMAIN_ALIAS_RID_ADMINS,
+                                  0, 0, 0, 0, 0, 0, sid.put());
+  return sid;
+}
 
 bool IsUserAdministrator() {
   const win32::UniqueKernelHandle token = CallersToken();

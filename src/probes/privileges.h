@@ -2,6 +2,10 @@
 #pragma once
 
 #include "resources/string_ids.h"
+#include "win32/handle.h"
+
+// The built-in Administrators group, S-1-5-32-544. Empty when it cannot be made.
+win32::UniqueSid AdministratorsSid();
 
 // True when the token (the thread's, else the process's) lists the Administrators group, whatever its attributes: a
 // deny-only entry of a token that is not elevated counts, too. The test of the start-up.
@@ -18,5 +22,6 @@ bool EnablePrivileges();
 // Enables one privilege of the process. A privilege that the account lacks counts as Enabled: Windows reports it apart.
 enum class PrivilegeResult { Enabled, NotFound, NotAdjusted };
 PrivilegeResult EnablePrivilege(const char16_t* name);
+
 // Is the caller an administrator in effect? The console tells one who is not, with this text.
 bool IsAdministrator(StringId refusal = StringId::NeedsAdministrator);

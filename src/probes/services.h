@@ -1,10 +1,10 @@
 // Services: is one running, start and stop one, and the start type of the product's own.
 #pragma once
 
+#include "report/service_path.h"
 #include "win32/constants.h"
 
 inline constexpr const char16_t* kMediaSharingService = u"WMPNetworkSvc";
-inline constexpr const char16_t* kQuillbayService = u"QuillbayService";
 inline constexpr win32::DWORD kStartService = 101;  // for ControlServiceAndWait, beside the codes of ControlService
 
 // True only for a service in the state SERVICE_RUNNING; false for a null name and every failure.

@@ -9,7 +9,6 @@
 
 namespace {
 
-constexpr win32::DWORD kShareAll = win32::FILE_SHARE_READ | win32::FILE_SHARE_WRITE | win32::FILE_SHARE_DELETE;
 constexpr int kFreeNames = 99;  // tried one after the other
 
 // Why the last call failed.

@@ -59,7 +59,7 @@ class CriticalSectionLock {
 // A path that does not fit the buffer would be cut to some other file's.
 // Empty where there is none to be had: then the whole run goes without a log.
 std::u16string FindLogPath() try {
-  const std::u16string folder = ServiceFolder(u"QuillbayService");
+  const std::u16string folder = ServiceFolder(kQuillbayService);
   const std::u16string path = folder + u"QBC.log";
   return folder.empty() || path.size() >= win32::MAX_PATH ? std::u16string() : path;
 } catch (const std::exception&) {

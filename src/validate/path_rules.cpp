@@ -18,6 +18,7 @@
 namespace {
 
 constexpr std::size_t kPathBuffer = 260;
+constexpr char16_t kNoDriveNumber[] = u"#ERROR: Unable to get Drive Number for path  = %ls.";
 
 // "c:\" for the path's drive; empty without a drive letter, and no system error then: Windows gives none.
 std::u16string DriveRoot(const char16_t* path) {
@@ -50,10 +51,6 @@ win32::UINT DriveTypeOf(const std::u16string& root) {
   return win32::DRIVE_NO_ROOT_DIR;
 }
 
-void LogNoDriveNumber(const std::u16string& path) {
-  LogWithSystemError(u"#ERROR: Unable to get Drive Number for path  = %ls.", path);
-}
-
 std::u16string SpecialFolder(int csidl) {
   std::array<char16_t, kPathBuffer> path{};
   return win32::SHGetSpecialFolderPathW(nullptr, path.data(), csidl, win32::FALSE) ? path.data() : std::u16string();
@@ -79,13 +76,13 @@ std::u16string PlainName(const char16_t* path) {
 bool DriveExists(const char16_t* path) {
   std::u16string root = DriveRoot(path);
   if (root.empty()) {
-    LogNoDriveNumber(path);
+    LogWithSystemError(kNoDriveNumber, path);
     std::array<char16_t, kPathBuffer> expanded{};
     const win32::DWORD length = win32::ExpandEnvironmentStringsW(path, expanded.data(), kPathBuffer);
     if (length == 0 || length > kPathBuffer) expanded[0] = u'\0';
     root = DriveRoot(expanded.data());
     if (root.empty()) {
-      LogNoDriveNumber(expanded.data());
+      LogWithSystemError(kNoDriveNumber, expanded.data());
       return false;
     }
   }
@@ -94,9 +91,7 @@ bool DriveExists(const char16_t* path) {
     Log(u"#ERROR: Unable to get Logical Drive Strings.");
     return false;
   }
-  for (const std::u16string& drive : drives)
-    if (EqualPaths(drive, root)) return true;
-  return false;
+  return std::ranges::any_of(drives, [&](const std::u16string& drive) { return EqualPaths(drive, root); });
 }
 
 bool IsDriveRoot(const char16_t* path) {
@@ -109,7 +104,7 @@ bool IsNetworkPath(const char16_t* path) {
   if (win32::PathIsUNCW(path)) return true;
   const std::u16string root = DriveRoot(path);
   if (root.empty()) {
-    LogNoDriveNumber(path);
+    LogWithSystemError(kNoDriveNumber, path);
     LogWithSystemError(u"#ERROR: Unable to get Drive Name for path = %ls drive =%ls\n", path, root);
     return true;
   }
@@ -168,7 +163,7 @@ bool IsOnNtfs(const char16_t* path) {
   if (!IsVolumePath(path)) {
     root = DriveRoot(path);
     if (root.empty()) {
-      Log(u"#ERROR: Unable to get Drive Number for path  = %ls.", path);
+      Log(kNoDriveNumber, path);
       return false;
     }
   }

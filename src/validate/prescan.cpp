@@ -14,12 +14,6 @@
 
 namespace {
 
-struct Counters {
-  int notReadable = 0;
-  int locked = 0;
-  int notAccessible = 0;
-};
-
 // The locked paths, found without going through them for each item. Both an item and a locked path may have the "\\?\"
 // of long paths, or not.
 class LockedSet {
@@ -47,7 +41,7 @@ class Scan {
           u"file or folder and try again.",
           item.path);
   }
-  bool Passed() const { return counters_.notReadable + counters_.locked + counters_.notAccessible == 0; }
+  bool Passed() const { return passed_; }
 
  private:
   void CheckAccess(const TreeEntry& item) {
@@ -57,7 +51,7 @@ class Scan {
       return;
     }
     Log(u"#ERROR: %ls - Insufficient permissions. The minimum permissions requirement is read & execute.", item.path);
-    ++counters_.notReadable;
+    passed_ = false;
   }
 
   bool IsLocked(const TreeEntry& item) {
@@ -67,21 +61,21 @@ class Scan {
       return false;
     }
     Log(u"#INFO: %ls - File or Folder is locked.", item.path);
-    ++counters_.locked;
+    passed_ = false;
     return true;
   }
 
   bool IsAccessible(const TreeEntry& item) {
     if (IsFileNotLocked(item.path, item.attributes)) return true;
     Log(u"#INFO: %ls - File is not accessible.", item.path);
-    ++counters_.notAccessible;
+    passed_ = false;
     return false;
   }
 
   const LockedSet locked_;
   const bool allowSpecialCase_;
   const ImpersonatedCaller caller_;  // one token for the whole scan
-  Counters counters_;
+  bool passed_ = true;
 };
 
 }  // namespace
