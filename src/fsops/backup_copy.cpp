@@ -165,7 +165,7 @@ class StreamCopy {
       if (read != kStreamHeaderSize) return false;
       const win32::WIN32_STREAM_ID header = StreamHeaderAt(buffer_.get());
       if (header.dwStreamId == win32::BACKUP_REPARSE_DATA && !withReparseData_) {
-        if (!Skip(SizeOf(header))) return false;
+        if (!ReadPiece(SizeOf(header))) return false;
       } else if (!writer_.Write(buffer_.get(), read) || !CopyBody(header)) {
         return false;
       }
@@ -194,20 +194,16 @@ class StreamCopy {
     }
   }
 
-  bool Skip(std::uint64_t size) {
+  bool ReadPiece(std::uint64_t size) {
     win32::DWORD read = 0;
     return size <= kBufferSize && reader_.Read(buffer_.get(), static_cast<win32::DWORD>(size), read) && read == size;
-  }
-  bool CopyPiece(win32::DWORD size) {
-    win32::DWORD read = 0;
-    return reader_.Read(buffer_.get(), size, read) && read == size && writer_.Write(buffer_.get(), size);
   }
   // What is one unit to Windows and always small; more than the buffer holds is no such thing.
   bool CopyWhole(std::uint64_t size) { return size <= kBufferSize && CopyPieces(size); }
   bool CopyPieces(std::uint64_t size) {
     while (size > 0) {
       const auto piece = static_cast<win32::DWORD>(std::min<std::uint64_t>(size, kBufferSize));
-      if (!CopyPiece(piece)) return false;
+      if (!ReadPiece(piece) || !writer_.Write(buffer_.get(), piece)) return false;
       size -= piece;
     }
     return true;

@@ -62,7 +62,6 @@ class TreeCopy {
   int Run(const std::u16string& sourceRoot, const std::u16string& targetRoot);
 
  private:
-  bool ListSource(TreeListing& listing) const;
   bool SystemFoldersPermit(const TreeListing& listing) const;
 
   CopiedItem& AddItem(CopiedItem item);
@@ -72,8 +71,6 @@ class TreeCopy {
   bool IsTaken(const TreeEntry& entry, const std::u16string& target, const Look& look) const;
   bool CopyItem(const TreeEntry& entry, const std::u16string& target, const Look& look);
   bool CopyWithoutBackup(const TreeEntry& entry, const std::u16string& target, const Look& look);
-  bool MayGoOn() const;
-  void CopyDaclOf(const TreeEntry& entry, const std::u16string& target) const;
 
   Step CopyLink(const TreeEntry& link);
   Step CopyMount(const TreeEntry& link, const std::u16string& newLink);
@@ -104,16 +101,6 @@ class TreeCopy {
 Step TreeCopy::Failed(const TreeEntry& entry, const std::u16string& target) const {
   Log(u"#ERROR: Unable to copy from Source = %ls to Target = %ls.", entry.path, target);
   return flags_.continueOnError ? Step::Next : Step::Failed;
-}
-
-bool TreeCopy::ListSource(TreeListing& listing) const {
-  if (selection_) {
-    listing = selection_->listing;
-    return true;
-  }
-  if (GetFileList(record_.sourceRoot, listing)) return true;
-  Log(line::kNoListingForCopy, record_.sourceRoot);
-  return false;
 }
 
 // A folder of Windows keeps the folder that holds it from being emptied - except at the root of a volume, which is not
@@ -147,8 +134,7 @@ bool TreeCopy::MayStandOn(const TreeEntry& entry, const std::u16string& target, 
 // first, and both would then be deleted at the source.
 bool TreeCopy::IsTaken(const TreeEntry& entry, const std::u16string& target, const Look& look) const {
   if (flags_.continueOnError || !look.IsThere()) return false;
-  if (targets_.contains(LowerAscii(target)) || madeFolders_.contains(entry.path.substr(0, entry.path.rfind(u'\\'))))
-    return true;
+  if (targets_.contains(LowerAscii(target)) || madeFolders_.contains(ParentPath(entry.path))) return true;
   win32::WIN32_FIND_DATAW found{};
   const win32::UniqueFind find{win32::FindFirstFileW(target.c_str(), &found)};
   return !find || !EqualPaths(found.cFileName, LastComponent(target));
@@ -187,7 +173,10 @@ Step TreeCopy::CopyEntry(const TreeEntry& entry) {
   } else {
     const TargetAttributes attributes(target, look);
     item.complete = CopyItem(entry, target, look);
-    if (!item.complete && (Failed(entry, target) == Step::Failed || !MayGoOn())) return Step::Failed;
+    // Without backup copies only a file whose copy is refused may fail, except when a tree is brought back: what can be
+    // saved then is saved.
+    const auto mayFail = [&] { return flags_.useBackupCopy || bringsBack_ || copyFileDenied_; };
+    if (!item.complete && (Failed(entry, target) == Step::Failed || !mayFail())) return Step::Failed;
   }
   if (entry.IsDirectory() && !shares_.FindByPath(WithoutExtendedPrefix(entry.path)).empty())
     sharedFolders_.emplace(WithoutExtendedPrefix(entry.path), WithoutExtendedPrefix(target));
@@ -202,23 +191,15 @@ bool TreeCopy::CopyItem(const TreeEntry& entry, const std::u16string& target, co
                                   .isEncrypted = entry.IsEncrypted(),
                                   .leaveParentTimes = true}) != 0;
   if (!copied && !flags_.continueOnError) return false;
-  CopyDaclOf(entry, target);
-  changedFolders_.try_emplace(entry.path.substr(0, entry.path.rfind(u'\\')), entry.path, target);
+  if (!entry.IsLink()) {  // a link's own DACL came with the backup copy
+    const bool rootKeepsAces = flags_.keepInheritedAces && roots_.IsTarget(target);
+    CopyDacl(
+        entry.path, target,
+        {.allowInheritance = flags_.allowInheritance && !rootKeepsAces, .keepInheritedAces = flags_.keepInheritedAces});
+  }
+  changedFolders_.try_emplace(ParentPath(entry.path), entry.path, target);
   return copied;
 }
-
-// Not for a link: its own DACL came with the backup copy.
-void TreeCopy::CopyDaclOf(const TreeEntry& entry, const std::u16string& target) const {
-  if (entry.IsLink()) return;
-  const bool rootKeepsAces = flags_.keepInheritedAces && roots_.IsTarget(target);
-  CopyDacl(
-      entry.path, target,
-      {.allowInheritance = flags_.allowInheritance && !rootKeepsAces, .keepInheritedAces = flags_.keepInheritedAces});
-}
-
-// Without backup copies only a file whose copy is refused may fail, except when a tree is brought back: what can be
-// saved then is saved.
-bool TreeCopy::MayGoOn() const { return flags_.useBackupCopy || bringsBack_ || copyFileDenied_; }
 
 bool TreeCopy::CopyWithoutBackup(const TreeEntry& entry, const std::u16string& target, const Look& look) {
   copyFileDenied_ = false;
@@ -274,8 +255,7 @@ Step TreeCopy::CopyLink(const TreeEntry& link) {
                                    .isEncrypted = false,
                                    .leaveParentTimes = true}) != 0;
   }
-  if (flags_.useBackupCopy)
-    changedFolders_.try_emplace(link.path.substr(0, link.path.rfind(u'\\')), link.path, newLink);
+  if (flags_.useBackupCopy) changedFolders_.try_emplace(ParentPath(link.path), link.path, newLink);
   return item->complete ? Step::Next : Failed(link, newLink);
 }
 
@@ -321,12 +301,8 @@ bool TreeCopy::RecreateLink(const TreeEntry& link, const std::u16string& newLink
   if (isSymbolicLink ? CreateSymbolicLinkEntry(newLink.c_str(), text.c_str())
                      : CreateJunction(newLink.c_str(), text.c_str()))
     return true;
-  if (isSymbolicLink)
-    Log(u"#ERROR: Failed to create a symbolic link %s with target path %s. Error code:%d.", newLink, text,
-        win32::GetLastError());
-  else
-    Log(u"#ERROR: Failed to create a junction %s with target path %s. Error code:%d.", newLink, text,
-        win32::GetLastError());
+  Log(u"#ERROR: Failed to create a %s %s with target path %s. Error code:%d.",
+      isSymbolicLink ? u"symbolic link" : u"junction", newLink, text, win32::GetLastError());
   return false;
 }
 
@@ -366,7 +342,12 @@ int TreeCopy::Run(const std::u16string& sourceRoot, const std::u16string& target
   if (!roots_.Resolve(sourceRoot, targetRoot)) return 0;
   record_.sourceRoot = roots_.source();
   record_.targetRoot = roots_.target();
-  if (!ListSource(listing)) return 0;
+  if (selection_) {
+    listing = selection_->listing;
+  } else if (!GetFileList(record_.sourceRoot, listing)) {
+    Log(line::kNoListingForCopy, record_.sourceRoot);
+    return 0;
+  }
   if (!listing.links.empty() && roots_.IsSource(listing.links.front().path)) {
     // The root itself is a link, and nothing behind it is copied. That is an end for a symbolic link; a junction is
     // none that anybody should take for a copied tree.

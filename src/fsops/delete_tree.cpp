@@ -3,11 +3,9 @@
 #include <exception>
 
 #include "fsops/backwards.h"
-#include "links/junction.h"
 #include "links/mounted_folder.h"
 #include "links/presence.h"
 #include "report/log.h"
-#include "text/path_text.h"
 #include "win32/win32.h"
 
 namespace {

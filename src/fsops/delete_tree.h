@@ -1,7 +1,6 @@
 // The deletion of a tree's contents. Links are removed as links, mounted volumes are unmounted; neither is entered.
 #pragma once
 
-#include <string>
 #include <vector>
 
 #include "fsops/file_list.h"

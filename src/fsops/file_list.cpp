@@ -5,16 +5,9 @@
 #include <string_view>
 #include <utility>
 
-#include "links/junction.h"
 #include "links/mounted_folder.h"
 #include "text/path_text.h"
 #include "win32/win32.h"
-
-bool TreeEntry::IsDirectory() const { return (attributes & win32::FILE_ATTRIBUTE_DIRECTORY) != 0; }
-bool TreeEntry::IsReparsePoint() const { return (attributes & win32::FILE_ATTRIBUTE_REPARSE_POINT) != 0; }
-bool TreeEntry::IsEncrypted() const { return (attributes & win32::FILE_ATTRIBUTE_ENCRYPTED) != 0; }
-bool TreeEntry::IsJunction() const { return IsDirectory() && IsJunctionRecord(attributes, reparseTag); }
-bool TreeEntry::IsSymbolicLink() const { return IsSymbolicLinkRecord(attributes, reparseTag); }
 
 std::uint64_t TreeListing::TotalSize() const {
   std::uint64_t total = 0;

@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "win32/types.h"
+#include "links/junction.h"
 
 // One file or folder of a tree, as the find record showed it.
 struct TreeEntry {
@@ -14,12 +14,13 @@ struct TreeEntry {
   win32::DWORD reparseTag = 0;
   std::uint64_t size = 0;
 
-  bool IsDirectory() const;
-  bool IsJunction() const;  // a mounted volume included
-  bool IsSymbolicLink() const;
+  bool Has(win32::DWORD attribute) const { return (attributes & attribute) != 0; }
+  bool IsDirectory() const { return Has(win32::FILE_ATTRIBUTE_DIRECTORY); }
+  bool IsReparsePoint() const { return Has(win32::FILE_ATTRIBUTE_REPARSE_POINT); }  // links and every other tag
+  bool IsEncrypted() const { return Has(win32::FILE_ATTRIBUTE_ENCRYPTED); }
+  bool IsJunction() const { return IsDirectory() && IsJunctionRecord(attributes, reparseTag); }  // or a mounted volume
+  bool IsSymbolicLink() const { return IsSymbolicLinkRecord(attributes, reparseTag); }
   bool IsLink() const { return IsJunction() || IsSymbolicLink(); }
-  bool IsReparsePoint() const;  // links and every other tag
-  bool IsEncrypted() const;
 };
 
 // "$RECYCLE.BIN" or "System Volume Information".

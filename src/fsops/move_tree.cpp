@@ -2,9 +2,7 @@
 
 #include <exception>
 #include <set>
-#include <vector>
 
-#include "fsops/backup_copy.h"
 #include "fsops/backwards.h"
 #include "fsops/delete_tree.h"
 #include "fsops/file_list.h"
@@ -12,7 +10,6 @@
 #include "links/mounted_folder.h"
 #include "links/presence.h"
 #include "report/log.h"
-#include "text/path_text.h"
 #include "win32/win32.h"
 
 namespace {
@@ -60,11 +57,6 @@ bool RestoreLinks(const CopyRecord& record, PathSet& keep) {
     all = false;
   }
   return all;
-}
-
-void RestoreShares(const CopyRecord& record) {
-  for (const DeletedShare& deleted : record.deletedShares)
-    AddShare(*deleted.share, deleted.share->shi502_path);  // refused, without harm, for a share that is there again
 }
 
 void DeleteSharesOf(const std::u16string& folder, CopyRecord& record) {
@@ -157,7 +149,8 @@ int UndoMove(MoveRecord& record) try {
   const bool removed = RemoveCopied(record, keep);
   if (!removed) LogNotDeleted(record.targetRoot);
   for (const std::u16string& name : record.addedShares) DeleteShare(name);
-  RestoreShares(record);
+  for (const DeletedShare& deleted : record.deletedShares)
+    AddShare(*deleted.share, deleted.share->shi502_path);  // refused, without harm, for a share that is there again
   if (!removed || !keep.empty()) return 0;
   record.outcome = MoveOutcome::Undone;
   return 1;

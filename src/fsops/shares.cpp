@@ -5,12 +5,6 @@
 #include "text/path_text.h"
 #include "win32/win32.h"
 
-namespace {
-
-constexpr win32::DWORD kServerNotStarted = 2114;  // NERR_ServerNotStarted
-
-}  // namespace
-
 // One block of shares as NetShareEnum gave it.
 struct ShareList::Buffer {
   explicit Buffer(win32::BYTE* block) : data(block) {}
@@ -26,6 +20,7 @@ struct ShareList::Buffer {
 };
 
 ShareList ShareList::Read() {
+  constexpr win32::DWORD kServerNotStarted = 2114;  // NERR_ServerNotStarted
   ShareList list;
   win32::DWORD resume = 0;
   win32::DWORD result = win32::ERROR_MORE_DATA;

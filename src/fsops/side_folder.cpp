@@ -1,6 +1,5 @@
 #include "fsops/side_folder.h"
 
-#include <algorithm>
 #include <array>
 
 #include "fsops/file_list.h"

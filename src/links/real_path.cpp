@@ -70,11 +70,9 @@ int FindFinalTargetPath(const char16_t* path, std::u16string& target) try {
   return 0;
 }
 
-int GetFinalTargetPath(const char16_t* path, std::u16string& target) try {
+int GetFinalTargetPath(const char16_t* path, std::u16string& target) {
   if (FindFinalTargetPath(path, target)) return 1;
   Log(u"#ERROR: Unable to obtain a valid target path");
-  return 0;
-} catch (const std::exception&) {
   return 0;
 }
 

@@ -1,6 +1,5 @@
 #include "probes/handle_names.h"
 
-#include <algorithm>
 #include <array>
 #include <atomic>
 #include <cstring>

@@ -84,22 +84,16 @@ class Walk {
 
 win32::LONG ExceptionHandler(win32::DWORD code) {
   Trace(u"\n ===>>> In ExceptionHandler:: Caught exception");
-  switch (code) {
-    case win32::EXCEPTION_ACCESS_VIOLATION:
-      Trace(u"\n EXCEPTION_ACCESS_VIOLATION");
-      break;
-    case win32::EXCEPTION_STACK_OVERFLOW:
-      Trace(u"\n EXCEPTION_STACK_OVERFLOW");
-      break;
-    case win32::EXCEPTION_BREAKPOINT:
-      Trace(u"\n EXCEPTION_BREAKPOINT");
-      break;
-    case win32::EXCEPTION_ARRAY_BOUNDS_EXCEEDED:
-      Trace(u"\n EXCEPTION_ARRAY_BOUNDS_EXCEEDED");
-      break;
-    default:
-      Trace(FormatText(u"\n UNKNOWN_EXCEPTION. Error Code: %d", code).c_str());
-  }
+  if (code == win32::EXCEPTION_ACCESS_VIOLATION)
+    Trace(u"\n EXCEPTION_ACCESS_VIOLATION");
+  else if (code == win32::EXCEPTION_STACK_OVERFLOW)
+    Trace(u"\n EXCEPTION_STACK_OVERFLOW");
+  else if (code == win32::EXCEPTION_BREAKPOINT)
+    Trace(u"\n EXCEPTION_BREAKPOINT");
+  else if (code == win32::EXCEPTION_ARRAY_BOUNDS_EXCEEDED)
+    Trace(u"\n EXCEPTION_ARRAY_BOUNDS_EXCEEDED");
+  else
+    Trace(FormatText(u"\n UNKNOWN_EXCEPTION. Error Code: %d", code).c_str());
   return win32::EXCEPTION_EXECUTE_HANDLER;
 }
 

@@ -53,6 +53,12 @@ void ControlAndWait(const char16_t* name, win32::DWORD code) {
   if (accepted) WaitWhilePending(opened.service);
 }
 
+// False. The line has the last error's number.
+bool LogFailure(FormatFor<win32::DWORD> line) {
+  Log(line, win32::GetLastError());
+  return false;
+}
+
 }  // namespace
 
 bool IsServiceRunning(const char16_t* name) {
@@ -87,21 +93,12 @@ bool StartQuillbayService() {
 
 bool DisableQuillbayService() {
   const win32::UniqueService manager{win32::OpenSCManagerW(nullptr, nullptr, win32::SC_MANAGER_ALL_ACCESS)};
-  if (!manager) {
-    Log(u"OpenSCManager failed (%d)\n", win32::GetLastError());
-    return false;
-  }
+  if (!manager) return LogFailure(u"OpenSCManager failed (%d)\n");
   const win32::UniqueService service{
       win32::OpenServiceW(manager.get(), kQuillbayService, win32::SERVICE_CHANGE_CONFIG)};
-  if (!service) {
-    Log(u"OpenService failed (%d)\n", win32::GetLastError());
-    return false;
-  }
+  if (!service) return LogFailure(u"OpenService failed (%d)\n");
   // Manual, although the line says "disabled": the service can still be started, by StartQuillbayService above all.
-  if (!SetStartType(service, win32::SERVICE_DEMAND_START)) {
-    Log(u"ChangeServiceConfig failed (%d)\n", win32::GetLastError());
-    return false;
-  }
+  if (!SetStartType(service, win32::SERVICE_DEMAND_START)) return LogFailure(u"ChangeServiceConfig failed (%d)\n");
   Log(u"Service disabled successfully.\n");
   return true;
 }

@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <array>
 #include <exception>
-#include <string_view>
 
 #include "probes/version.h"
 #include "report/console.h"

@@ -159,13 +159,10 @@ std::u16string TrimAndUnquote(std::u16string_view path) {
 }
 
 bool IsOnNtfs(const char16_t* path) {
-  std::u16string root = path;
-  if (!IsVolumePath(path)) {
-    root = DriveRoot(path);
-    if (root.empty()) {
-      Log(kNoDriveNumber, path);
-      return false;
-    }
+  const std::u16string root = IsVolumePath(path) ? path : DriveRoot(path);
+  if (root.empty()) {
+    Log(kNoDriveNumber, path);
+    return false;
   }
   std::array<char16_t, 261> name{};
   if (!win32::GetVolumeInformationW(root.c_str(), nullptr, 0, nullptr, nullptr, nullptr, name.data(), 261))

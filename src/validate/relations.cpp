@@ -47,7 +47,8 @@ class Relations {
     if (examineTarget) HasNoLinkAbove(target_);
     SourceIsNotTarget();
     if (hasSource_ && !areSame_) TargetIsNotInsideSource();
-    if (!options_.skipTarget && !targetIsJunction_ && hasSource_) TargetHasRoom();
+    if (!options_.skipTarget && !targetIsJunction_ && hasSource_ && !HasEnoughFreeSpace(sourceTree_, target_))
+      result_ = 0;
     return result_;
   }
 
@@ -133,10 +134,6 @@ class Relations {
     if (!PathExists(nearest) && !AnyAncestor(target_, isThere)) return false;
     return FindFinalTargetPath(source.c_str(), realSource) && FindFinalTargetPath(nearest.c_str(), realTarget) &&
            IsSameOrBelow(realTarget, realSource);
-  }
-
-  void TargetHasRoom() {
-    if (!HasEnoughFreeSpace(sourceTree_, target_)) result_ = 0;
   }
 
   const FolderTree& sourceTree_;
