@@ -228,8 +228,7 @@ bool CopyByStreams(const std::u16string& sourcePath, std::u16string& targetPath,
 bool CopyByChunks(const std::u16string& source, std::u16string& target, ItemKind kind) {
   if (kind.isReparsePoint && !kind.isDirectory) return CopyByStreams(source, target, kind);
   if (!kind.isDirectory || MakeOpenDirectory(target)) return CopyContents(source, target, kind);
-  Log(u"ERROR: Failed To create directory = %ls.", target);
-  return false;
+  return LogFailure(u"ERROR: Failed To create directory = %ls.", target);
 }
 
 int CopyItem(bool (*copy)(const std::u16string&, std::u16string&, ItemKind), const std::u16string& source,

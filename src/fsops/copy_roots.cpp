@@ -19,15 +19,11 @@ using Conversion = int (*)(std::u16string& path, std::u16string& out);
 
 bool ConvertBoth(Conversion convert, bool source, std::u16string& sourcePath, bool target, std::u16string& targetPath) {
   std::u16string given = sourcePath;
-  if (source && !convert(given, sourcePath)) {
-    Log(u"#ERROR: Source Volume Path to Normal Path Conversion Failed.");
-    return false;
-  }
+  if (source && !convert(given, sourcePath))
+    return LogFailure(u"#ERROR: Source Volume Path to Normal Path Conversion Failed.");
   given = targetPath;
-  if (target && !convert(given, targetPath)) {
-    Log(u"#ERROR: Destination Volume Path to Normal Path Conversion Failed.");
-    return false;
-  }
+  if (target && !convert(given, targetPath))
+    return LogFailure(u"#ERROR: Destination Volume Path to Normal Path Conversion Failed.");
   return true;
 }
 

@@ -111,8 +111,7 @@ bool TreeCopy::SystemFoldersPermit(const TreeListing& listing) const {
   for (const std::u16string& folder : listing.systemFolders) {
     const std::u16string_view path = WithoutExtendedPrefix(folder);
     if (rootOfVolume && path.rfind(u'\\') == roots_.sourceBase().size()) continue;
-    Log(u"#ERROR: The folder %ls belongs to Windows and cannot be moved.", folder);
-    return false;
+    return LogFailure(u"#ERROR: The folder %ls belongs to Windows and cannot be moved.", folder);
   }
   return true;
 }
@@ -207,16 +206,11 @@ bool TreeCopy::CopyWithoutBackup(const TreeEntry& entry, const std::u16string& t
   if (entry.IsDirectory()) {
     // CreateDirectoryW's plain form ends earlier than that of other calls.
     if (look.IsGone() && !win32::CreateDirectoryW(target.c_str(), nullptr) &&
-        (HasExtendedPrefix(target) || !win32::CreateDirectoryW(WithExtendedPrefix(target).c_str(), nullptr))) {
-      Log(u"#ERROR: Unable to create target directory for path %ls.", target);
-      return false;
-    }
+        (HasExtendedPrefix(target) || !win32::CreateDirectoryW(WithExtendedPrefix(target).c_str(), nullptr)))
+      return LogFailure(u"#ERROR: Unable to create target directory for path %ls.", target);
   } else if (entry.IsReparsePoint()) {
     Log(u"CopyFiles(). It's a reparse point: %ls.", entry.path);
-    if (!BackupCopyEx(entry.path, target)) {
-      Log(u"CopyFiles(). BackupCopyEx failed for: %ls.", entry.path);
-      return false;
-    }
+    if (!BackupCopyEx(entry.path, target)) return LogFailure(u"CopyFiles(). BackupCopyEx failed for: %ls.", entry.path);
   } else if (!win32::CopyFileW(entry.path.c_str(), target.c_str(), win32::FALSE)) {
     copyFileDenied_ = win32::GetLastError() == win32::ERROR_ACCESS_DENIED;
     return false;
@@ -301,9 +295,8 @@ bool TreeCopy::RecreateLink(const TreeEntry& link, const std::u16string& newLink
   if (isSymbolicLink ? CreateSymbolicLinkEntry(newLink.c_str(), text.c_str())
                      : CreateJunction(newLink.c_str(), text.c_str()))
     return true;
-  Log(u"#ERROR: Failed to create a %s %s with target path %s. Error code:%d.",
-      isSymbolicLink ? u"symbolic link" : u"junction", newLink, text, win32::GetLastError());
-  return false;
+  return LogFailure(u"#ERROR: Failed to create a %s %s with target path %s. Error code:%d.",
+                    isSymbolicLink ? u"symbolic link" : u"junction", newLink, text, win32::GetLastError());
 }
 
 // Before the contents, so that these inherit from it; the times come last. The root of a mounted volume is entered, so
@@ -342,18 +335,15 @@ int TreeCopy::Run(const std::u16string& sourceRoot, const std::u16string& target
   if (!roots_.Resolve(sourceRoot, targetRoot)) return 0;
   record_.sourceRoot = roots_.source();
   record_.targetRoot = roots_.target();
-  if (selection_) {
+  if (selection_)
     listing = selection_->listing;
-  } else if (!GetFileList(record_.sourceRoot, listing)) {
-    Log(line::kNoListingForCopy, record_.sourceRoot);
-    return 0;
-  }
+  else if (!GetFileList(record_.sourceRoot, listing))
+    return LogFailure(line::kNoListingForCopy, record_.sourceRoot);
   if (!listing.links.empty() && roots_.IsSource(listing.links.front().path)) {
     // The root itself is a link, and nothing behind it is copied. That is an end for a symbolic link; a junction is
     // none that anybody should take for a copied tree.
     if (listing.links.front().IsSymbolicLink()) return 1;
-    Log(line::kRedirectedAlready, record_.sourceRoot);
-    return 0;
+    return LogFailure(line::kRedirectedAlready, record_.sourceRoot);
   }
   if (!SystemFoldersPermit(listing)) return 0;
   shares_ = ShareList::Read();

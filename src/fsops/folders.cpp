@@ -24,8 +24,7 @@ bool MakeFolderLike(const std::u16string& path, const std::u16string& like) {
 
 bool Rename(const std::u16string& from, const std::u16string& to) {
   if (win32::MoveFileW(from.c_str(), to.c_str())) return true;
-  LogWithSystemError(u"#ERROR: Unable to rename folder %ls. ", from);
-  return false;
+  return LogSystemFailure(u"#ERROR: Unable to rename folder %ls. ", from);
 }
 
 CreatedFolders::CreatedFolders(std::u16string folder) {

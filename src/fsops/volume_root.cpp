@@ -117,10 +117,8 @@ bool GiveRootItsOwnSecurity(const std::u16string& volume) {
   FolderDescriptor own;
   const Memory memory = Recall(volume, own);
   if (memory == Memory::None) return true;
-  if (memory == Memory::Unreadable || !WriteDescriptor(volume, own)) {
-    Log(u"#ERROR: Unable to restore the security of volume %ls.", volume);
-    return false;
-  }
+  if (memory == Memory::Unreadable || !WriteDescriptor(volume, own))
+    return LogFailure(u"#ERROR: Unable to restore the security of volume %ls.", volume);
   if (!Forget(volume)) Log(u"#INFO: Unable to remove what is remembered of the security of volume %ls.", volume);
   return true;
 }

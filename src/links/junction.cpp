@@ -56,10 +56,7 @@ std::u16string SubstituteName(const char16_t* junction, const char16_t* target) 
 }
 
 int CreateJunctionAt(const std::u16string& junction, const std::u16string& substituteName) {
-  if (!CreateJunctionDirectory(junction.c_str())) {
-    LogWithSystemError(line::kDirectoryNotCreated, junction);
-    return 0;
-  }
+  if (!CreateJunctionDirectory(junction.c_str())) return LogSystemFailure(line::kDirectoryNotCreated, junction);
   const PrivilegeResult privilege = EnablePrivilege(u"SeRestorePrivilege");
   if (privilege == PrivilegeResult::NotAdjusted) LogWithSystemError(u"ERROR: Unable to adjust token privileges.");
   if (privilege != PrivilegeResult::Enabled) return 0;
@@ -114,10 +111,7 @@ int ChangeJunctionTarget(const char16_t* junction, const char16_t* target) try {
 }
 
 int DeleteJunction(const char16_t* path) try {
-  if (!path) {
-    Log(u"#ERROR: Directory is Path Missing.");
-    return 0;
-  }
+  if (!path) return LogFailure(u"#ERROR: Directory is Path Missing.");
   if (!IsJunction(path)) {
     if (!IsSymbolicLink(path)) Log(u"#ERROR: Path %ls is not junction.", path);
     return 0;
@@ -129,10 +123,7 @@ int DeleteJunction(const char16_t* path) try {
 }
 
 int IsJunction(const char16_t* path, const JunctionTestOptions& options) try {
-  if (!path) {
-    Log(u"#ERROR: Directoy path is missing.");
-    return 0;
-  }
+  if (!path) return LogFailure(u"#ERROR: Directoy path is missing.");
   if (options.excludeMountedVolume && IsVolumeMountPoint(path)) return 0;
 
   std::u16string reached = path;
@@ -141,10 +132,8 @@ int IsJunction(const char16_t* path, const JunctionTestOptions& options) try {
     reached = WithExtendedPrefix(path);
     attributes = win32::GetFileAttributesW(reached.c_str());
   }
-  if (attributes == win32::INVALID_FILE_ATTRIBUTES) {
-    LogWithSystemError(u"#ERROR: Unable to get File Attributes for path = %ls", path);
-    return 0;
-  }
+  if (attributes == win32::INVALID_FILE_ATTRIBUTES)
+    return LogSystemFailure(u"#ERROR: Unable to get File Attributes for path = %ls", path);
   if (!IsDirectoryLink(attributes)) return 0;
 
   const win32::UniqueFile directory = OpenOrLog(reached.c_str(), path);
@@ -174,37 +163,24 @@ win32::DWORD LinkTagAt(const std::u16string& path) {
 }
 
 int GetJunctionTarget(const char16_t* path, std::u16string& target) try {
-  if (!path) {
-    Log(u"#ERROR: Directory Path is Missing.");
-    return 0;
-  }
+  if (!path) return LogFailure(u"#ERROR: Directory Path is Missing.");
   const win32::DWORD attributes = win32::GetFileAttributesW(ExtendedPath(path).c_str());
-  if (attributes == win32::INVALID_FILE_ATTRIBUTES) {
-    LogWithSystemError(u"#ERROR: Unable to get File Attributes for path = %ls", path);
-    return 0;
-  }
-  if (!IsDirectoryLink(attributes)) {
-    Log(u"#ERROR: Not a directory or no reparse point.");
-    return 0;
-  }
+  if (attributes == win32::INVALID_FILE_ATTRIBUTES)
+    return LogSystemFailure(u"#ERROR: Unable to get File Attributes for path = %ls", path);
+  if (!IsDirectoryLink(attributes)) return LogFailure(u"#ERROR: Not a directory or no reparse point.");
   const win32::UniqueFile directory = OpenOrLog(path, path);
   if (!directory) return 0;
   ReparseData data;
-  if (!ReadReparseData(directory, data)) {
-    Log(u"#ERROR: Unable to perform DeviceIoControl operation.");
-    return 0;
-  }
+  if (!ReadReparseData(directory, data)) return LogFailure(u"#ERROR: Unable to perform DeviceIoControl operation.");
   const win32::DWORD tag = TagOf(data);
   const std::u16string name = MountPointName(data);
   std::u16string text = name;
   if (text.starts_with(kNativePrefix)) text.erase(0, kNativePrefix.size());
   if (!text.empty() && text.back() == u'\\') text.pop_back();
   // A longer target would be cut to some other folder's path.
-  if (tag != win32::IO_REPARSE_TAG_MOUNT_POINT || name.size() <= kNativePrefix.size() ||
-      text.size() >= win32::MAX_PATH) {
-    Log(u"#ERROR: Unable to obtain a valid target path\nReparseBuffer.ReparseTag = %d\npszTemp= %s", tag, name);
-    return 0;
-  }
+  if (tag != win32::IO_REPARSE_TAG_MOUNT_POINT || name.size() <= kNativePrefix.size() || text.size() >= win32::MAX_PATH)
+    return LogFailure(u"#ERROR: Unable to obtain a valid target path\nReparseBuffer.ReparseTag = %d\npszTemp= %s", tag,
+                      name);
   target = text;
   return 1;
 } catch (const std::exception&) {

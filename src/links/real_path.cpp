@@ -72,8 +72,7 @@ int FindFinalTargetPath(const char16_t* path, std::u16string& target) try {
 
 int GetFinalTargetPath(const char16_t* path, std::u16string& target) {
   if (FindFinalTargetPath(path, target)) return 1;
-  Log(u"#ERROR: Unable to obtain a valid target path");
-  return 0;
+  return LogFailure(u"#ERROR: Unable to obtain a valid target path");
 }
 
 std::u16string RealPath(const std::u16string& path) { return Resolved(path, FindFinalTargetPath); }

@@ -118,9 +118,7 @@ int IsNewKeelroomVersion() {
   const std::u16string path = std::u16string(system.data()) + u"\\drivers\\Keeldisk.sys";
   if (!win32::PathFileExistsW(path.c_str())) return 0;
   FileVersionRecord version;
-  if (!GetFileVersionRecord(path, version)) {
-    Log(u"#ERROR: Failed to find the version of Keeldisk driver at %s", path);
-    return 0;
-  }
+  if (!GetFileVersionRecord(path, version))
+    return LogFailure(u"#ERROR: Failed to find the version of Keeldisk driver at %s", path);
   return version.major > kMajor || (version.major == kMajor && version.minor >= kMinor);
 }

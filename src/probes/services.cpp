@@ -53,12 +53,6 @@ void ControlAndWait(const char16_t* name, win32::DWORD code) {
   if (accepted) WaitWhilePending(opened.service);
 }
 
-// False. The line has the last error's number.
-bool LogFailure(FormatFor<win32::DWORD> line) {
-  Log(line, win32::GetLastError());
-  return false;
-}
-
 }  // namespace
 
 bool IsServiceRunning(const char16_t* name) {
@@ -93,12 +87,13 @@ bool StartQuillbayService() {
 
 bool DisableQuillbayService() {
   const win32::UniqueService manager{win32::OpenSCManagerW(nullptr, nullptr, win32::SC_MANAGER_ALL_ACCESS)};
-  if (!manager) return LogFailure(u"OpenSCManager failed (%d)\n");
+  if (!manager) return LogFailure(u"OpenSCManager failed (%d)\n", win32::GetLastError());
   const win32::UniqueService service{
       win32::OpenServiceW(manager.get(), kQuillbayService, win32::SERVICE_CHANGE_CONFIG)};
-  if (!service) return LogFailure(u"OpenService failed (%d)\n");
+  if (!service) return LogFailure(u"OpenService failed (%d)\n", win32::GetLastError());
   // Manual, although the line says "disabled": the service can still be started, by StartQuillbayService above all.
-  if (!SetStartType(service, win32::SERVICE_DEMAND_START)) return LogFailure(u"ChangeServiceConfig failed (%d)\n");
+  if (!SetStartType(service, win32::SERVICE_DEMAND_START))
+    return LogFailure(u"ChangeServiceConfig failed (%d)\n", win32::GetLastError());
   Log(u"Service disabled successfully.\n");
   return true;
 }

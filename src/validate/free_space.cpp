@@ -48,24 +48,17 @@ std::optional<std::uint64_t> MeasureSource(const FolderTree& source) {
 }
 
 int HasEnoughFreeSpace(const FolderTree& source, const char16_t* target) try {
-  if (!source.path() || !target) {
-    Log(u"#ERROR: Source Or Target path is missing.");
-    return 0;
-  }
+  if (!source.path() || !target) return LogFailure(u"#ERROR: Source Or Target path is missing.");
   const std::optional<std::uint64_t> needed = MeasureSource(source);
   if (!needed) return 0;
 
   const std::u16string place = WhereToLook(target);
   const std::optional<std::uint64_t> available = AvailableBytes(place);
-  if (!available && IsVolume(place.c_str())) {
-    Log(line::kFreeSpaceUnknown, place);
-    return 0;
-  }
+  if (!available && IsVolume(place.c_str())) return LogFailure(line::kFreeSpaceUnknown, place);
   if (available && *available > *needed) return 1;
   std::u16string name = target;
   IsVolumeMountPoint(target, &name);
-  Log(line::kNotEnoughSpace, name);
-  return 0;
+  return LogFailure(line::kNotEnoughSpace, name);
 } catch (const std::exception&) {
   return 0;
 }

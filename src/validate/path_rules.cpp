@@ -81,16 +81,10 @@ bool DriveExists(const char16_t* path) {
     const win32::DWORD length = win32::ExpandEnvironmentStringsW(path, expanded.data(), kPathBuffer);
     if (length == 0 || length > kPathBuffer) expanded[0] = u'\0';
     root = DriveRoot(expanded.data());
-    if (root.empty()) {
-      LogWithSystemError(kNoDriveNumber, expanded.data());
-      return false;
-    }
+    if (root.empty()) return LogSystemFailure(kNoDriveNumber, expanded.data());
   }
   std::vector<std::u16string> drives;
-  if (!LogicalDrives(drives)) {
-    Log(u"#ERROR: Unable to get Logical Drive Strings.");
-    return false;
-  }
+  if (!LogicalDrives(drives)) return LogFailure(u"#ERROR: Unable to get Logical Drive Strings.");
   return std::ranges::any_of(drives, [&](const std::u16string& drive) { return EqualPaths(drive, root); });
 }
 
@@ -119,30 +113,20 @@ bool IsOnFixedOrRemovableDrive(const char16_t* path) {
 
 bool IsUsablePath(const std::u16string& path) {
   // With "..", the last component would not be the folder's name, and a folder inside another would not look like it.
-  if (HasDotComponents(path)) {
-    Log(line::kRelativePath, path);
-    return false;
-  }
+  if (HasDotComponents(path)) return LogFailure(line::kRelativePath, path);
   // Windows itself would take the odd parts away, but not from the path that a junction holds: it would lead nowhere.
-  if (!IsPlainPath(path)) {
-    Log(line::kInvalidPath, path);
-    return false;
-  }
+  if (!IsPlainPath(path)) return LogFailure(line::kInvalidPath, path);
   return true;
 }
 
 bool HasAllowedLength(const std::u16string& path) {
   if (path.size() < kPathLengthLimit) return true;
-  Log(line::kPathTooLong, path);
-  return false;
+  return LogFailure(line::kPathTooLong, path);
 }
 
 bool IsOrdinaryPath(const std::u16string& path) {
   for (const char16_t* const prefix : {u"\\\\?\\", u"\\\\.\\", u"\\??\\"})
-    if (path.starts_with(prefix)) {
-      Log(line::kInvalidPath, path);
-      return false;
-    }
+    if (path.starts_with(prefix)) return LogFailure(line::kInvalidPath, path);
   return IsUsablePath(path);
 }
 
@@ -160,10 +144,7 @@ std::u16string TrimAndUnquote(std::u16string_view path) {
 
 bool IsOnNtfs(const char16_t* path) {
   const std::u16string root = IsVolumePath(path) ? path : DriveRoot(path);
-  if (root.empty()) {
-    Log(kNoDriveNumber, path);
-    return false;
-  }
+  if (root.empty()) return LogFailure(kNoDriveNumber, path);
   std::array<char16_t, 261> name{};
   if (!win32::GetVolumeInformationW(root.c_str(), nullptr, 0, nullptr, nullptr, nullptr, name.data(), 261))
     return false;
@@ -202,6 +183,5 @@ int GetParentDirPath(const char16_t* path, std::u16string& parent) try {
   parent = whole.substr(0, backslash);
   return 1;
 } catch (const std::exception&) {
-  Log(u"#ERROR: GetParentDirPath: Buffer Memory allocation failed");
-  return 0;
+  return LogFailure(u"#ERROR: GetParentDirPath: Buffer Memory allocation failed");
 }

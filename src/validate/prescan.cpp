@@ -89,15 +89,9 @@ int PreScanListing(const TreeListing& listing, const LockedPaths* locked, bool a
 }
 
 int PreScanSource(const FolderTree& source, const char16_t* target, const PreScanOptions& options) try {
-  if (!source.path()) {
-    Log(u"#ERROR: Source path is missing.");
-    return 0;
-  }
+  if (!source.path()) return LogFailure(u"#ERROR: Source path is missing.");
   const TreeListing* const listing = source.GetAndLog();
-  if (!listing) {
-    Log(line::kNoListing, source.path());
-    return 0;
-  }
+  if (!listing) return LogFailure(line::kNoListing, source.path());
   if (!options.checkLocks) return PreScanListing(*listing, nullptr, options.allowSpecialCase);
   LockedPaths locked;
   GetLockedFilesAndFoldersList(source.path(), target, locked);

@@ -152,10 +152,9 @@ class Relations {
 }  // namespace
 
 int CheckPathRelations(const FolderTree& source, const char16_t* target, const RelationOptions& options) try {
-  if (!source.path() || !target) {
-    Log(u"#ERROR: There was an error during path validation. Error message: Source Or Target path missing.");
-    return 0;
-  }
+  if (!source.path() || !target)
+    return LogFailure(
+        u"#ERROR: There was an error during path validation. Error message: Source Or Target path missing.");
   return Relations(source, target, options).Check();
 } catch (const std::exception&) {
   return 0;
@@ -163,6 +162,5 @@ int CheckPathRelations(const FolderTree& source, const char16_t* target, const R
 
 bool GrantsFullControl(const std::u16string& folder, const char16_t* target) {
   if (HasAccess(ImpersonatedCaller().token(), FolderForm(folder), kFullControl)) return true;
-  Log(line::kTargetNotPermitted, target);
-  return false;
+  return LogFailure(line::kTargetNotPermitted, target);
 }

@@ -101,10 +101,7 @@ bool Applies(Of paths, const TargetPathOptions& options) {
 
 // The rules about Windows' own folders come last, and only for a path that must be there.
 int ValidateTargetPath(const char16_t* path, const TargetPathOptions& options) try {
-  if (!path) {
-    Log(line::kInputPathMissing);
-    return 0;
-  }
+  if (!path) return LogFailure(line::kInputPathMissing);
   for (const PathRule& rule : kRules)
     if (Applies(rule.paths, options) && !Holds(rule, path)) return 0;
   return options.mustExist && IsSystemFolder(path, options.systemFolder) ? 0 : 1;

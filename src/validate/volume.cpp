@@ -96,8 +96,7 @@ constexpr VolumeRule kRules[] = {
 bool VolumeExists(const char16_t* volume) {
   if (!volume) return false;
   if (IsListed(volume)) return true;
-  Log(u"#ERROR: The selected volume %ls does not exist.", volume);
-  return false;
+  return LogFailure(u"#ERROR: The selected volume %ls does not exist.", volume);
 }
 
 bool HasRoomFor(const FolderTree& source, const char16_t* volume) {
@@ -105,21 +104,16 @@ bool HasRoomFor(const FolderTree& source, const char16_t* volume) {
   if (!size) return false;
   const std::optional<std::uint64_t> available = AvailableBytes(volume);
   if (available && *size <= *available) return true;
-  Log(u"#ERROR: Volume %ls doesn't have enough free disk space.", volume);
-  return false;
+  return LogFailure(u"#ERROR: Volume %ls doesn't have enough free disk space.", volume);
 }
 
 }  // namespace
 
 int ValidateProfileVolume(const char16_t* volume, const char16_t* mountFolder) try {
   if (!VolumeExists(volume)) return 0;
-  if (!IsOnNtfs(volume)) {
-    Log(kNotNtfs, volume);
-    return 0;
-  }
+  if (!IsOnNtfs(volume)) return LogFailure(kNotNtfs, volume);
   if (!IsMountedElsewhere(volume, mountFolder)) return 1;
-  Log(kMounted, volume);
-  return 0;
+  return LogFailure(kMounted, volume);
 } catch (const std::exception&) {
   return 0;
 }
