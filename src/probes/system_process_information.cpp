@@ -18,7 +18,6 @@ constexpr std::size_t kProcessIdOffset = 76;
 
 bool SystemProcessInformation::Refresh() {
   processes_.clear();
-  current_ = nullptr;
   const INtDll& ntDll = INtDll::Get();
   if (!ntDll.IsBound() || !buffer_.data()) return false;
   if (!win32::NT_SUCCESS(ntDll.NtQuerySystemInformation(win32::SystemProcessInformationClass, buffer_.data(),
@@ -30,7 +29,6 @@ bool SystemProcessInformation::Refresh() {
     win32::DWORD id = 0;
     std::memcpy(&id, at + kProcessIdOffset, sizeof id);
     processes_[id] = record;
-    if (id == win32::GetCurrentProcessId()) current_ = record;
     if (record->NextEntryOffset == 0) break;
     offset += record->NextEntryOffset;
   }

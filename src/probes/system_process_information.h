@@ -17,13 +17,10 @@ class SystemProcessInformation {
 
   // The name of the image that the process runs; empty for a process that is not in the snapshot.
   std::u16string ImageName(win32::DWORD processId) const;
-  // The record of the process that asks; null when it was not recognised.
-  const win32::SYSTEM_PROCESS_INFORMATION* current() const { return current_; }
 
  private:
   static constexpr win32::DWORD kBufferSize = 65536;
 
   SystemMemory buffer_;
   std::map<win32::DWORD, const win32::SYSTEM_PROCESS_INFORMATION*> processes_;
-  const win32::SYSTEM_PROCESS_INFORMATION* current_ = nullptr;
 };
