@@ -19,11 +19,11 @@ std::u16string TrimAndUnquote(std::u16string_view path);
 // May the path stand in a redirection as it is written? No "." or "..", no odd separators or blanks; a refusal has its
 // line in the log.
 bool IsUsablePath(const std::u16string& path);
-// Is the path shorter than kPathLengthLimit? A refusal has its line in the log.
-bool HasAllowedLength(const std::u16string& path);
 // The same for a profile. The names of devices, "\\?\C:" among them, would be other places than those that all the
 // rules speak of.
 bool IsOrdinaryPath(const std::u16string& path);
+// Is the path shorter than kPathLengthLimit? A refusal has its line in the log.
+bool HasAllowedLength(const std::u16string& path);
 
 // The path's drive, or the volume that it is, has the file system NTFS. False also when that cannot be told.
 bool IsOnNtfs(const char16_t* path);
