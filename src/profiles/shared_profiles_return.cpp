@@ -57,10 +57,10 @@ std::u16string NameAside(const std::u16string& path, const std::u16string& root,
   const std::size_t name = path.rfind(u'\\') + 1;
   const std::size_t dot = path.rfind(u'.');
   const std::size_t end = dot == std::u16string::npos || dot <= name ? path.size() : dot;
-  constexpr char16_t kTries = u'9';
+  constexpr int kTries = 9;
   constexpr std::size_t kLongestName = 255;
-  for (char16_t number = u'1'; number <= kTries; ++number) {
-    const std::u16string mark = number == u'1' ? std::u16string(u" (old)") : std::u16string(u" (old ") + number + u')';
+  for (int number = 1; number <= kTries; ++number) {
+    const std::u16string mark = number == 1 ? u" (old)" : FormatText(u" (old %d)", number);
     const std::size_t others = mark.size() + path.size() - end;
     if (others >= kLongestName) return {};
     const std::u16string start = path.substr(0, name) + path.substr(name, std::min(end - name, kLongestName - others));
