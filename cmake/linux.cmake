@@ -48,7 +48,8 @@ include(GoogleTest)
 set(test_disks ${CMAKE_BINARY_DIR}/test_disks)
 add_test(NAME test_disks COMMAND ${CMAKE_COMMAND} -E rm -rf ${test_disks})
 set_tests_properties(test_disks PROPERTIES FIXTURES_SETUP test_disks)
-# The sanitizers look at memory, not at outcomes, and take several times as long: there not every call is refused.
+# The sanitizers look at memory, not at outcomes, and take several times as long: there not every call is refused, and
+# what a power failure leaves is not looked at (CMakePresets.json).
 set(every_call 1)
 if(QBC_SANITIZE)
   set(every_call 11)
