@@ -33,6 +33,10 @@ add_executable(contract_tests tests/wine/contract_main.cpp tests/wine/native_bor
 target_include_directories(contract_tests SYSTEM PRIVATE ${gtest_includes})
 target_include_directories(contract_tests PRIVATE tests)
 target_link_libraries(contract_tests PRIVATE native gtest)
+# As on Linux: the tests' own text only has to be compiled quickly.
+target_compile_options(contract_tests PRIVATE -O0)
+target_compile_options(gtest PRIVATE -O0)
+target_precompile_headers(contract_tests PRIVATE <gtest/gtest.h>)
 set_target_properties(contract_tests PROPERTIES RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR})
 
 # What the scenarios under Wine need beside QBC.exe: tests/wine/run finds them in this folder.
