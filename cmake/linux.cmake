@@ -48,8 +48,8 @@ include(GoogleTest)
 set(test_disks ${CMAKE_BINARY_DIR}/test_disks)
 add_test(NAME test_disks COMMAND ${CMAKE_COMMAND} -E rm -rf ${test_disks})
 set_tests_properties(test_disks PROPERTIES FIXTURES_SETUP test_disks)
-# The sanitizers look at memory, not at outcomes, and take several times as long: there not every call is refused, and
-# what a power failure leaves is not looked at (CMakePresets.json).
+# The sanitizers look at memory, not at outcomes, and take several times as long: there not every call is refused, or
+# the last before the power fails; but for engine_move_test.cpp.
 set(every_call 1)
 if(QBC_SANITIZE)
   set(every_call 11)
@@ -64,6 +64,7 @@ foreach(suite contract emulated program)
   target_link_libraries(${suite}_tests PRIVATE test_support GTest::gtest GTest::gtest_main)
   # What takes time in a test is the code that it calls: its own text only has to be compiled quickly.
   target_compile_options(${suite}_tests PRIVATE -O0 -g1)
+  set_target_properties(${suite}_tests PROPERTIES QBC_IS_TEST ON)
   if(suite STREQUAL "contract")
     target_precompile_headers(${suite}_tests PRIVATE <gtest/gtest.h> ${common_headers})
   else()

@@ -4,6 +4,7 @@
 #include <set>
 
 #include "program/file_redirection.h"
+#include "support/every_call.h"
 
 namespace {
 
@@ -106,7 +107,7 @@ class EveryCallOfAFile : public test::FileRedirection {
     const test::Disks disks = machine->Snapshot();
     const std::vector<std::string> calls = CallsOf(words);
     ASSERT_GT(calls.size(), 100u);
-    for (std::size_t i = 0; i < calls.size() && !HasFailure(); ++i) {
+    for (std::size_t i = 0; i < calls.size() && !HasFailure(); i += test::CallsInOneStep()) {
       static const std::set<std::string> kTexts{"FindResourceExW", "LoadResource", "LockResource", "SizeofResource"};
       if (kTexts.contains(calls[i])) continue;
       Restart(disks);
@@ -127,6 +128,7 @@ class EveryCallOfAFile : public test::FileRedirection {
   void StopAtEach(Words words, bool replacing) {
     std::vector<std::pair<std::string, test::Disks>> moments;
     machine->gate.Observe([&](const char* name, std::uint64_t number) {
+      if (number % test::CallsInOneStep() != 0) return;
       moments.emplace_back(std::to_string(number) + " " + name, machine->Snapshot());
     });
     EXPECT_EQ(RunProgram(*machine, words).exitCode, 0);

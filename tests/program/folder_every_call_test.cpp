@@ -86,7 +86,7 @@ class EveryCall : public FolderStories {
   template <typename Command>
   void FailEach(Command command, const std::u16string& place, const std::u16string& other) {
     const State before = Now();
-    std::size_t succeeded = 0, asBefore = 0;
+    int succeeded = 0, asBefore = 0;
     test::WithEachCallRefused(machine, command, [&](const RunResult& run, const std::string& when) {
       ASSERT_TRUE(run.exitCode == 0 || run.exitCode == 1) << when;
       const State now = Now();
@@ -102,8 +102,8 @@ class EveryCall : public FolderStories {
         EXPECT_TRUE(same || Tells(run)) << Text(now) << when;
       }
     });
-    EXPECT_GT(asBefore, 300 / test::CallsInOneStep());
-    EXPECT_GT(succeeded, 300 / test::CallsInOneStep());
+    EXPECT_GT(asBefore, test::OfTheRuns(300));
+    EXPECT_GT(succeeded, test::OfTheRuns(300));
   }
 
   State expected;

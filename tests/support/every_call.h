@@ -24,11 +24,13 @@ inline bool IsBesideThePoint(const std::string& call) {
 }
 
 // Where a run costs several times as much - under the sanitizers, which look at memory and not at outcomes - the
-// environment variable QBC_EVERY_CALL=N has only every N-th call refused.
+// environment variable QBC_EVERY_CALL=N has only every N-th call refused, or be the last before the power fails.
 inline std::size_t CallsInOneStep() {
   const char* const step = std::getenv("QBC_EVERY_CALL");
   return step ? std::max<std::size_t>(std::strtoul(step, nullptr, 10), 1) : 1;
 }
+// So many of the runs, when there is one for every call.
+inline int OfTheRuns(int count) { return count / static_cast<int>(CallsInOneStep()); }
 
 // Runs the command as it is, then with each of its calls refused in turn; `examine` looks at the machine after each run
 // and gets the run and a text that tells which. Ends at the first failure of the test.
