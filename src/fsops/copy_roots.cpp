@@ -41,7 +41,6 @@ bool CopyRoots::Resolve(const std::u16string& source, const std::u16string& targ
 }
 
 bool CopyRoots::IsSource(std::u16string_view path) const { return EqualPaths(Base(path), sourceBase_); }
-bool CopyRoots::IsTarget(std::u16string_view path) const { return EqualPaths(Base(path), targetBase_); }
 
 std::u16string CopyRoots::TargetOf(const std::u16string& path) const {
   std::u16string target = targetBase_;

@@ -15,7 +15,6 @@ class CopyRoots {
   const std::u16string& sourceBase() const { return sourceBase_; }
   const std::u16string& targetBase() const { return targetBase_; }
   bool IsSource(std::u16string_view path) const;
-  bool IsTarget(std::u16string_view path) const;
 
   // Where the item of the source goes.
   std::u16string TargetOf(const std::u16string& path) const;

@@ -190,12 +190,9 @@ bool TreeCopy::CopyItem(const TreeEntry& entry, const std::u16string& target, co
                                   .isEncrypted = entry.IsEncrypted(),
                                   .leaveParentTimes = true}) != 0;
   if (!copied && !flags_.continueOnError) return false;
-  if (!entry.IsLink()) {  // a link's own DACL came with the backup copy
-    const bool rootKeepsAces = flags_.keepInheritedAces && roots_.IsTarget(target);
-    CopyDacl(
-        entry.path, target,
-        {.allowInheritance = flags_.allowInheritance && !rootKeepsAces, .keepInheritedAces = flags_.keepInheritedAces});
-  }
+  if (!entry.IsLink())  // a link's own DACL came with the backup copy
+    CopyDacl(entry.path, target,
+             {.allowInheritance = flags_.allowInheritance, .keepInheritedAces = flags_.keepInheritedAces});
   changedFolders_.try_emplace(ParentPath(entry.path), entry.path, target);
   return copied;
 }
@@ -302,14 +299,20 @@ bool TreeCopy::RecreateLink(const TreeEntry& link, const std::u16string& newLink
 // Before the contents, so that these inherit from it; the times come last. The root of a mounted volume is entered, so
 // its mount folder's reparse point is not what is copied.
 bool TreeCopy::CarryRoot() const {
-  if (!flags_.carryRoot || !flags_.useBackupCopy) return true;
-  const bool encrypted = LookAt(record_.sourceRoot).IsEncrypted();
-  if (!BackupCopy(record_.sourceRoot, record_.targetRoot,
-                  {.isDirectory = true, .isReparsePoint = false, .isEncrypted = encrypted, .leaveParentTimes = true}))
+  if (!flags_.carryRoot || (!flags_.useBackupCopy && !flags_.keepInheritedAces)) return true;
+  const std::u16string &source = record_.sourceRoot, &target = record_.targetRoot;
+  if (flags_.useBackupCopy &&
+      !BackupCopy(source, target,
+                  {.isDirectory = true,
+                   .isReparsePoint = false,
+                   .isEncrypted = LookAt(source).IsEncrypted(),
+                   .leaveParentTimes = true}))
     return false;
-  CopyDacl(record_.sourceRoot, record_.targetRoot,
-           {.allowInheritance = flags_.allowInheritance, .keepInheritedAces = flags_.keepInheritedAces});
-  return true;
+  // A root that keeps its entries is protected: what the folder above the copy lets in is not let in here.
+  const bool copied = CopyDacl(source, target,
+                               {.allowInheritance = flags_.allowInheritance && !flags_.keepInheritedAces,
+                                .keepInheritedAces = flags_.keepInheritedAces}) != 0;
+  return copied || !flags_.keepInheritedAces;
 }
 
 bool TreeCopy::CarryFolderTimes() const {

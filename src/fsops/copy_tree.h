@@ -17,7 +17,9 @@ struct CopyFlags {
   bool copyOnly = false;           // links keep their text; with moveShares, shares are left alone
   bool allowInheritance = false;
   bool keepInheritedAces = false;
-  // The target's root was made for this copy: it also gets the source root's descriptor, streams, attributes and times.
+  // The target's root was made for this copy: with useBackupCopy it also gets the source root's descriptor, streams,
+  // attributes and times. With keepInheritedAces it gets the source root's DACL in any case, all entries as its own, and
+  // is protected against the folder above.
   bool carryRoot = false;
   // Folders of Windows ("$RECYCLE.BIN", ...) in the source are never copied; a copy that is to become a move fails at
   // once.

@@ -55,6 +55,27 @@ bool WriteDescriptor(const std::u16string& folder, FolderDescriptor descriptor) 
   return BackupWriter(file).Write(stream.data(), static_cast<win32::DWORD>(stream.size()));
 }
 
+FolderDescriptor ProtectedDescriptor(FolderDescriptor descriptor) {
+  constexpr std::size_t kControlOffset = 2, kDaclOffset = 16;  // of a self-relative descriptor (MS-DTYP 2.4.6)
+  if (descriptor.size() < kSmallestDescriptor) return {};
+  win32::WORD control = 0;
+  std::memcpy(&control, descriptor.data() + kControlOffset, sizeof control);
+  control |= win32::SE_DACL_PROTECTED;
+  std::memcpy(descriptor.data() + kControlOffset, &control, sizeof control);
+  win32::DWORD daclAt = 0;
+  std::memcpy(&daclAt, descriptor.data() + kDaclOffset, sizeof daclAt);
+  if (daclAt == 0) return descriptor;  // everybody may do everything
+  if (daclAt > descriptor.size() - sizeof(win32::ACL)) return {};
+  auto* const dacl = reinterpret_cast<win32::ACL*>(descriptor.data() + daclAt);
+  for (win32::DWORD index = 0; index < dacl->AceCount; ++index) {
+    void* ace = nullptr;
+    if (!win32::GetAce(dacl, index, &ace)) return {};
+    win32::BYTE& flags = static_cast<win32::ACE_HEADER*>(ace)->AceFlags;
+    flags = static_cast<win32::BYTE>(flags & ~win32::INHERITED_ACE);
+  }
+  return descriptor;
+}
+
 bool SavedFolder::Save(const std::u16string& folder) {
   descriptor_ = ReadDescriptor(folder);
   attributes_ = win32::GetFileAttributesW(folder.c_str());

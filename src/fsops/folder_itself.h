@@ -15,6 +15,10 @@ FolderDescriptor ReadDescriptor(const std::u16string& folder);
 // Writes it as it is: nothing is inherited anew, here or below. False when it cannot be written.
 bool WriteDescriptor(const std::u16string& folder, FolderDescriptor descriptor);
 
+// The descriptor with all its entries its own, the inherited ones too, and protected: nothing in it depends on the
+// folder above any more. Empty when it is none.
+FolderDescriptor ProtectedDescriptor(FolderDescriptor descriptor);
+
 // A folder's descriptor, attributes and times, to give them back.
 class SavedFolder {
  public:

@@ -1,7 +1,6 @@
 #include "fsops/volume_root.h"
 
 #include <algorithm>
-#include <cstring>
 
 #include "report/log.h"
 #include "win32/win32.h"
@@ -36,28 +35,6 @@ std::u16string Meaning(const FolderDescriptor& descriptor) {
   const std::size_t dacl = text.find(u"D:");
   if (dacl == std::u16string::npos) return text;
   return text.erase(dacl + 2, std::min(text.find(u'(', dacl), text.size()) - dacl - 2);
-}
-
-// As a root can have it: there is nothing above that it could inherit from, so the entries are all its own.
-FolderDescriptor AsOfRoot(FolderDescriptor descriptor) {
-  constexpr std::size_t kControlOffset = 2, kDaclOffset = 16;  // of a self-relative descriptor (MS-DTYP 2.4.6)
-  if (descriptor.size() < kDaclOffset + sizeof(win32::DWORD)) return {};
-  win32::WORD control = 0;
-  std::memcpy(&control, descriptor.data() + kControlOffset, sizeof control);
-  control |= win32::SE_DACL_PROTECTED;
-  std::memcpy(descriptor.data() + kControlOffset, &control, sizeof control);
-  win32::DWORD daclAt = 0;
-  std::memcpy(&daclAt, descriptor.data() + kDaclOffset, sizeof daclAt);
-  if (daclAt == 0) return descriptor;  // everybody may do everything
-  if (daclAt > descriptor.size() - sizeof(win32::ACL)) return {};
-  auto* const dacl = reinterpret_cast<win32::ACL*>(descriptor.data() + daclAt);
-  for (win32::DWORD index = 0; index < dacl->AceCount; ++index) {
-    void* ace = nullptr;
-    if (!win32::GetAce(dacl, index, &ace)) return {};
-    win32::BYTE& flags = static_cast<win32::ACE_HEADER*>(ace)->AceFlags;
-    flags = static_cast<win32::BYTE>(flags & ~win32::INHERITED_ACE);
-  }
-  return descriptor;
 }
 
 enum class Memory { None, Kept, Unreadable };
@@ -101,8 +78,9 @@ bool Forget(const std::u16string& volume) {
 
 }  // namespace
 
+// As a root can have it: there is nothing above that it could inherit from.
 bool LendSecurityToRoot(const std::u16string& folder, const std::u16string& volume) {
-  const FolderDescriptor lent = AsOfRoot(ReadDescriptor(folder));
+  const FolderDescriptor lent = ProtectedDescriptor(ReadDescriptor(folder));
   FolderDescriptor own;
   const Memory memory = Recall(volume, own);
   if (lent.empty() || memory == Memory::Unreadable) return false;
@@ -126,7 +104,7 @@ bool GiveRootItsOwnSecurity(const std::u16string& volume) {
 FolderDescriptor ChangedRootSecurity(const std::u16string& folder, const std::u16string& volume) {
   FolderDescriptor own;
   if (Recall(volume, own) != Memory::Kept) return {};
-  const FolderDescriptor lent = AsOfRoot(ReadDescriptor(folder));
+  const FolderDescriptor lent = ProtectedDescriptor(ReadDescriptor(folder));
   FolderDescriptor present = ReadDescriptor(volume);
   if (lent.empty() || present.empty() || Meaning(lent) == Meaning(present)) return {};
   return present;

@@ -78,6 +78,30 @@ TEST_F(SharedProfilesCommands, GoAndComeBack) {
   EXPECT_EQ(FilesOf(kDefault), ofDefault);
 }
 
+// Every user may write to D:, and to what somebody makes there; nobody but administrators may change what new profiles
+// are made from.
+TEST_F(SharedProfilesCommands, TakeNoEntriesFromTheFolderAboveThem) {
+  for (const auto* flag : {u"/NTFS", u"/-NTFS"})
+    for (const auto* place : {u"D:", u"D:\\Made"}) {
+      SCOPED_TRACE(Utf8(flag) + " " + Utf8(place));
+      Restart();
+      if (!Exists(place)) MakeFolder(place);
+      for (const auto* name : {u"Default", u"Public"}) {
+        const std::u16string copy = std::u16string(place) + u"\\" + name;
+        ASSERT_EQ(RunProgram(*machine, {u"/RedirectUP", u"/" + std::u16string(name) + u"Profile",
+                                        u"/loc:" + std::u16string(place) + u"\\", flag})
+                      .exitCode,
+                  0);
+        EXPECT_TRUE(test::Dacl(copy).starts_with(u"D:P")) << Utf8(test::Dacl(copy));
+        const bool isPublic = copy.ends_with(u"Public");
+        for (const std::u16string& item : test::Names(copy))
+          EXPECT_EQ(test::Dacl(copy + item).find(u";AU)"), std::u16string::npos) << Utf8(item);
+        const std::u16string file = copy + (isPublic ? u"\\Documents\\report.txt" : u"\\NTUSER.DAT");
+        EXPECT_EQ(test::Dacl(file).find(u"0x1301bf;;;IU)") != std::u16string::npos, isPublic) << Utf8(test::Dacl(file));
+      }
+    }
+}
+
 // A name in Public may belong to a file elsewhere, which whoever made the name may not write.
 TEST_F(SharedProfilesCommands, WriteIntoNoFileOfSeveralNames) {
   const std::u16string documents = kPublic + u"\\Documents\\", copies = kPlace + u"\\Public\\Documents\\";
