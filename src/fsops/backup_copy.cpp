@@ -34,11 +34,18 @@ struct ItemKind {
   bool isEncrypted;
 };
 
-ItemKind KindOf(const std::u16string& source, const BackupCopyOptions& options) {
-  const bool isEncrypted = options.isEncrypted ? *options.isEncrypted : LookAt(source).IsEncrypted();
+// Nothing when Windows does not tell: an item that may be encrypted is not copied as if it were not.
+std::optional<ItemKind> KindOf(const std::u16string& source, const BackupCopyOptions& options) {
+  std::optional<bool> isEncrypted = options.isEncrypted;
+  if (const Look look = isEncrypted ? Look() : LookAt(source); look.IsThere()) isEncrypted = look.IsEncrypted();
+  if (!isEncrypted) return std::nullopt;
   const bool isReparsePoint = options.isReparsePoint ? *options.isReparsePoint : IsReparsePoint(source);
-  return {options.isDirectory, isReparsePoint, isEncrypted};
+  return ItemKind{options.isDirectory, isReparsePoint, *isEncrypted};
 }
+
+// AttributesAlone: there is nothing else to copy, and no more to be done.
+enum class Copied { Failed, Streams, AttributesAlone };
+Copied StreamsCopied(bool copied) { return copied ? Copied::Streams : Copied::Failed; }
 
 // To the debugger only.
 void Trace(FormatFor<std::u16string> format, const std::u16string& path) {
@@ -87,8 +94,8 @@ constexpr char16_t kReadFailed[] = u"#ERROR: BackupCopy: BackupRead() failed for
 bool CopyChunks(const AccessTimeKeepingFile& source, const AccessTimeKeepingFile& target, win32::DWORD chunk,
                 const std::u16string& sourcePath, const std::u16string& targetPath) {
   const std::unique_ptr<win32::BYTE[]> buffer = CopyBuffer();
-  BackupReader reader(source);
   BackupWriter writer(target);
+  BackupReader reader(source);  // its end comes first
   win32::DWORD read = chunk;
   while (read == chunk) {
     if (!reader.Read(buffer.get(), chunk, read)) {
@@ -107,26 +114,27 @@ bool CopyChunks(const AccessTimeKeepingFile& source, const AccessTimeKeepingFile
 }
 
 // A junction that leads nowhere can refuse to be opened: then the target gets its attributes and is done.
-bool CopyUnopened(const std::u16string& source, const std::u16string& target) {
+Copied CopyUnopened(const std::u16string& source, const std::u16string& target) {
   if (MeansGone(win32::GetLastError()) && IsJunction(source.c_str())) {
     if (const Look look = LookAt(source); look.IsThere()) win32::SetFileAttributesW(target.c_str(), look.attributes);
-    return true;
+    return Copied::AttributesAlone;
   }
   Trace(u"#ERROR: BackupCopy: CreateFile() failed for path = %ls", source);
-  return false;
+  return Copied::Failed;
 }
 
-bool CopyContents(const std::u16string& sourcePath, const std::u16string& targetPath, ItemKind kind) {
+Copied CopyContents(const std::u16string& sourcePath, const std::u16string& targetPath, ItemKind kind) {
   const AccessTimeKeepingFile source = OpenSource(sourcePath, kReadAll, kind.isReparsePoint);
   if (!source) return CopyUnopened(sourcePath, targetPath);
   const AccessTimeKeepingFile target = OpenTarget(targetPath, kWriteAll, kind);
   if (!target) {
     Trace(u"#ERROR: BackupCopy: CreateFile() failed for path = %ls", targetPath);
-    return false;
+    return Copied::Failed;
   }
   const win32::DWORD size = win32::GetFileSize(source.get(), nullptr);
-  if (size == win32::INVALID_FILE_SIZE) return false;
-  return CopyChunks(source, target, std::clamp(size, kStreamHeaderSize, kBufferSize), sourcePath, targetPath);
+  return StreamsCopied(
+      size != win32::INVALID_FILE_SIZE &&
+      CopyChunks(source, target, std::clamp(size, kStreamHeaderSize, kBufferSize), sourcePath, targetPath));
 }
 
 bool CopyEncryptedFile(const std::u16string& source, const std::u16string& target) {
@@ -154,7 +162,7 @@ bool CopyEncryptedDirectory(const std::u16string& source, const std::u16string& 
 class StreamCopy {
  public:
   StreamCopy(const AccessTimeKeepingFile& source, const AccessTimeKeepingFile& target, bool withReparseData = true)
-      : reader_(source), writer_(target), withReparseData_(withReparseData) {}
+      : writer_(target), reader_(source), withReparseData_(withReparseData) {}
 
   bool Run() {
     for (;;) {
@@ -210,36 +218,39 @@ class StreamCopy {
   }
 
   std::unique_ptr<win32::BYTE[]> buffer_ = CopyBuffer();
-  BackupReader reader_;
   BackupWriter writer_;
+  BackupReader reader_;  // its end comes first
   const bool withReparseData_;
 };
 
 // These two make a directory first, whose path may then begin with "\\?\".
-bool CopyByStreams(const std::u16string& sourcePath, std::u16string& targetPath, ItemKind kind) {
-  if (kind.isDirectory && !MakeDirectory(targetPath, nullptr)) return false;
+Copied CopyByStreams(const std::u16string& sourcePath, std::u16string& targetPath, ItemKind kind) {
+  if (kind.isDirectory && !MakeDirectory(targetPath, nullptr)) return Copied::Failed;
   if (kind.isReparsePoint) Log(u"BackupCopyEx : %s is reparse point", sourcePath);
   const AccessTimeKeepingFile source = OpenSource(sourcePath, win32::GENERIC_READ, kind.isReparsePoint);
-  if (!source) return false;
+  if (!source) return Copied::Failed;
   const AccessTimeKeepingFile target = OpenTarget(targetPath, win32::GENERIC_ALL, kind);
-  return target && StreamCopy(source, target).Run();
+  return StreamsCopied(target && StreamCopy(source, target).Run());
 }
 
-bool CopyByChunks(const std::u16string& source, std::u16string& target, ItemKind kind) {
+Copied CopyByChunks(const std::u16string& source, std::u16string& target, ItemKind kind) {
   if (kind.isReparsePoint && !kind.isDirectory) return CopyByStreams(source, target, kind);
   if (!kind.isDirectory || MakeOpenDirectory(target)) return CopyContents(source, target, kind);
-  return LogFailure(u"ERROR: Failed To create directory = %ls.", target);
+  return StreamsCopied(LogFailure(u"ERROR: Failed To create directory = %ls.", target));
 }
 
-int CopyItem(bool (*copy)(const std::u16string&, std::u16string&, ItemKind), const std::u16string& source,
+int CopyItem(Copied (*copy)(const std::u16string&, std::u16string&, ItemKind), const std::u16string& source,
              const std::u16string& target, const BackupCopyOptions& options) try {
-  const ItemKind kind = KindOf(source, options);
-  if (kind.isEncrypted) {
-    if (!(kind.isDirectory ? CopyEncryptedDirectory(source, target) : CopyEncryptedFile(source, target))) return 0;
+  const std::optional<ItemKind> kind = KindOf(source, options);
+  if (!kind) return 0;
+  if (kind->isEncrypted) {
+    if (!(kind->isDirectory ? CopyEncryptedDirectory(source, target) : CopyEncryptedFile(source, target))) return 0;
   } else {
     std::u16string reached = target;
-    if (!copy(source, reached, kind) ||
-        !CopyFileTimesAndAttributes(source, reached, {.isReparsePoint = kind.isReparsePoint}))
+    const Copied copied = copy(source, reached, *kind);
+    if (copied == Copied::AttributesAlone) return 1;
+    if (copied == Copied::Failed ||
+        !CopyFileTimesAndAttributes(source, reached, {.isReparsePoint = kind->isReparsePoint}))
       return 0;
   }
   return options.leaveParentTimes ? 1 : CopyParentDirectoryTimes(source, target);

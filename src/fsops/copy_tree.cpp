@@ -1,5 +1,6 @@
 #include "fsops/copy_tree.h"
 
+#include <algorithm>
 #include <exception>
 #include <map>
 #include <set>
@@ -29,6 +30,15 @@ bool HasOtherNames(const std::u16string& file) {
   if (facts && facts->linkCount == 1) return false;
   Log(u"#ERROR: The file %ls is not overwritten: it has other names (hard links), or that cannot be told.", file);
   return true;
+}
+
+// Can the file system take the two for one name? It folds more letters than A to Z; the others have no case here.
+bool MayBeOneName(std::u16string_view a, std::u16string_view b) {
+  constexpr char16_t kBeyondAscii = 0x80;
+  return std::ranges::equal(a, b, [](char16_t one, char16_t other) {
+    return one >= kBeyondAscii || other >= kBeyondAscii ||
+           EqualIgnoringAsciiCase(std::u16string_view(&one, 1), std::u16string_view(&other, 1));
+  });
 }
 
 // Takes the read-only bit off a target that was there before, and gives it its attributes back at the end.
@@ -67,8 +77,12 @@ class TreeCopy {
   CopiedItem& AddItem(CopiedItem item);
   CopiedItem* FindLink(const TreeEntry& entry);
   Step CopyEntry(const TreeEntry& entry);
+  bool SaveRoots();
+  bool SaveSource(const TreeEntry& entry);
+  bool SaveStanding(const TreeEntry& entry, const std::u16string& target, const Look& look);
   bool MayStandOn(const TreeEntry& entry, const std::u16string& target, const Look& look) const;
   bool IsTaken(const TreeEntry& entry, const std::u16string& target, const Look& look) const;
+  bool IsOther(const std::u16string& target) const;
   bool CopyItem(const TreeEntry& entry, const std::u16string& target, const Look& look);
   bool CopyWithoutBackup(const TreeEntry& entry, const std::u16string& target, const Look& look);
 
@@ -77,6 +91,7 @@ class TreeCopy {
   bool PrepareSymbolicLink(const TreeEntry& link, const std::u16string& newLink, bool& skip);
   bool RecreateLink(const TreeEntry& link, const std::u16string& newLink) const;
 
+  DaclCopy CarryDacl(const std::u16string& source, const std::u16string& target, bool allowInheritance) const;
   bool CarryRoot() const;
   bool CarryFolderTimes() const;
   void MoveShares();
@@ -89,9 +104,10 @@ class TreeCopy {
   CopyRoots roots_;
   bool copyFileDenied_ = false;  // the last CopyFileW
   ShareList shares_;
-  std::set<std::u16string> targets_;                        // of this run's items, lower case
-  std::set<std::u16string> madeFolders_;                    // source paths of the folders whose copies this run made
-  std::map<std::u16string, std::size_t> linkItems_;         // path of a link to its place among the items
+  std::set<std::u16string> targets_;                 // of this run's items, lower case, also as the disk has them
+  std::set<std::u16string> madeFolders_;             // source paths of the folders whose copies this run made
+  std::set<std::u16string> mergedFolders_;           // of those whose copies stood there; all below is saved
+  std::map<std::u16string, std::size_t> linkItems_;  // path of a link to its place among the items
   std::map<std::u16string, std::u16string> sharedFolders_;  // entry to target
   // An item of each folder that received something, with its target: its parents' times are brought in line at the end,
   // once for each folder instead of once for each item.
@@ -133,14 +149,22 @@ bool TreeCopy::MayStandOn(const TreeEntry& entry, const std::u16string& target, 
 // first, and both would then be deleted at the source.
 bool TreeCopy::IsTaken(const TreeEntry& entry, const std::u16string& target, const Look& look) const {
   if (flags_.continueOnError || !look.IsThere()) return false;
-  if (targets_.contains(LowerAscii(target)) || madeFolders_.contains(ParentPath(entry.path))) return true;
+  if (!madeFolders_.contains(ParentPath(entry.path)) && !IsOther(target)) return false;
+  Log(u"#ERROR: %ls cannot become %ls: another item has that name there.", entry.path, target);
+  return true;
+}
+
+bool TreeCopy::IsOther(const std::u16string& target) const {
   win32::WIN32_FIND_DATAW found{};
   const win32::UniqueFind find{win32::FindFirstFileW(target.c_str(), &found)};
-  return !find || !EqualPaths(found.cFileName, LastComponent(target));
+  if (!find || targets_.contains(LowerAscii(JoinPath(ParentPath(target), found.cFileName)))) return true;
+  const std::u16string name = LastComponent(target);
+  return !MayBeOneName(found.cFileName, name) && MayBeOneName(found.cAlternateFileName, name);
 }
 
 CopiedItem& TreeCopy::AddItem(CopiedItem item) {
   targets_.insert(LowerAscii(item.target));
+  if (!item.created) targets_.insert(LowerAscii(AsStored(item.target)));
   if (item.created && item.source.IsDirectory()) madeFolders_.insert(item.source.path);
   if (item.source.IsLink()) linkItems_[item.source.path] = record_.items.size();
   return record_.items.emplace_back(std::move(item));
@@ -151,9 +175,35 @@ CopiedItem* TreeCopy::FindLink(const TreeEntry& entry) {
   return found == linkItems_.end() ? nullptr : &record_.items[found->second];
 }
 
+// Of a tree that is moved, whatever does not stay where it is in the source. Files only when they are deleted: nothing
+// of them changes before.
+bool TreeCopy::SaveSource(const TreeEntry& entry) {
+  return !flags_.removeSourceLinks || bringsBack_ || !(entry.IsDirectory() || entry.IsLink()) ||
+         record_.source.SaveFolder(entry.path);
+}
+
+// A folder or link that stands at the target, before anything of it changes. Its new access list will be handed down to
+// all that inherits from the folder.
+bool TreeCopy::SaveStanding(const TreeEntry& entry, const std::u16string& target, const Look& look) {
+  if (!look.IsThere() || bringsBack_ || !(look.IsDirectory() || look.IsReparsePoint())) return true;
+  if (look.IsReparsePoint())
+    record_.stoodLinks.push_back({target, target, look.IsDirectory(), ReadLinkData(target)});
+  else if (flags_.useBackupCopy && !entry.IsLink() && mergedFolders_.insert(entry.path).second &&
+           !mergedFolders_.contains(ParentPath(entry.path)) && !record_.stood.SaveDescriptorsBelow(target))
+    return false;
+  return record_.stood.SaveFolder(target);
+}
+
+// The roots themselves: what becomes of their contents changes their times, and more of a root that is carried.
+bool TreeCopy::SaveRoots() {
+  return (!flags_.removeSourceLinks || bringsBack_ || record_.source.SaveFolder(record_.sourceRoot)) &&
+         (bringsBack_ || IsGone(record_.targetRoot) || record_.stood.SaveFolder(record_.targetRoot));
+}
+
 Step TreeCopy::CopyEntry(const TreeEntry& entry) {
   const Look source = LookAt(entry.path);
   if (source.IsGone()) return Step::Next;
+  if (!SaveSource(entry)) return Failed(entry, roots_.TargetOf(entry.path));
   if (entry.IsSymbolicLink()) {  // made again with the links
     IsSymbolicLink(entry.path.c_str());
     return Step::Next;
@@ -162,7 +212,8 @@ Step TreeCopy::CopyEntry(const TreeEntry& entry) {
   const std::u16string target = roots_.TargetOf(entry.path);
   const Look look = LookAt(target);
   if (look.IsThere() && flags_.continueOnError && !entry.IsDirectory()) return Step::Next;
-  if (source.presence == Presence::NotTold || !MayStandOn(entry, target, look)) return Failed(entry, target);
+  if (source.presence == Presence::NotTold || !MayStandOn(entry, target, look) || !SaveStanding(entry, target, look))
+    return Failed(entry, target);
 
   const bool becomesLink = entry.IsJunction() && look.IsThere() && !look.IsReparsePoint();
   CopiedItem& item = AddItem({entry, target, look.IsGone(), becomesLink, false});
@@ -190,10 +241,18 @@ bool TreeCopy::CopyItem(const TreeEntry& entry, const std::u16string& target, co
                                   .isEncrypted = entry.IsEncrypted(),
                                   .leaveParentTimes = true}) != 0;
   if (!copied && !flags_.continueOnError) return false;
-  if (!entry.IsLink())  // a link's own DACL came with the backup copy
-    CopyDacl(entry.path, target,
-             {.allowInheritance = flags_.allowInheritance, .keepInheritedAces = flags_.keepInheritedAces});
+  // A link's own DACL came with the backup copy, as one that cannot be written; what is brought back gets the one that
+  // it had.
+  if (!entry.IsLink() && !bringsBack_ && CarryDacl(entry.path, target, flags_.allowInheritance) == DaclCopy::NotRead)
+    return false;
   changedFolders_.try_emplace(ParentPath(entry.path), entry.path, target);
+  return copied;
+}
+
+DaclCopy TreeCopy::CarryDacl(const std::u16string& source, const std::u16string& target, bool allowInheritance) const {
+  const DaclCopy copied = CopyReadableDacl(
+      source, target, {.allowInheritance = allowInheritance, .keepInheritedAces = flags_.keepInheritedAces});
+  if (copied == DaclCopy::NotRead) LogWithSystemError(u"#ERROR: Unable to read the access rights of %ls. ", source);
   return copied;
 }
 
@@ -272,7 +331,7 @@ bool TreeCopy::PrepareSymbolicLink(const TreeEntry& link, const std::u16string& 
     }
     TreeEntry old{newLink, look.attributes, 0, 0};
     if (IsTaken(link, newLink, look) || LinkTagAt(newLink) == 0 || IsVolumeMountPoint(newLink.c_str()) ||
-        !DeleteEntry(old))
+        !SaveStanding(link, newLink, look) || !DeleteEntry(old))
       return false;
   }
   AddItem({link, newLink, true, false, false});
@@ -302,17 +361,11 @@ bool TreeCopy::CarryRoot() const {
   if (!flags_.carryRoot || (!flags_.useBackupCopy && !flags_.keepInheritedAces)) return true;
   const std::u16string &source = record_.sourceRoot, &target = record_.targetRoot;
   if (flags_.useBackupCopy &&
-      !BackupCopy(source, target,
-                  {.isDirectory = true,
-                   .isReparsePoint = false,
-                   .isEncrypted = LookAt(source).IsEncrypted(),
-                   .leaveParentTimes = true}))
+      !BackupCopy(source, target, {.isDirectory = true, .isReparsePoint = false, .leaveParentTimes = true}))
     return false;
   // A root that keeps its entries is protected: what the folder above the copy lets in is not let in here.
-  const bool copied = CopyDacl(source, target,
-                               {.allowInheritance = flags_.allowInheritance && !flags_.keepInheritedAces,
-                                .keepInheritedAces = flags_.keepInheritedAces}) != 0;
-  return copied || !flags_.keepInheritedAces;
+  const DaclCopy copied = CarryDacl(source, target, flags_.allowInheritance && !flags_.keepInheritedAces);
+  return copied == DaclCopy::Written || (copied == DaclCopy::NotWritten && !flags_.keepInheritedAces);
 }
 
 bool TreeCopy::CarryFolderTimes() const {
@@ -350,7 +403,7 @@ int TreeCopy::Run(const std::u16string& sourceRoot, const std::u16string& target
   }
   if (!SystemFoldersPermit(listing)) return 0;
   shares_ = ShareList::Read();
-  if (!CarryRoot()) return 0;
+  if (!SaveRoots() || !CarryRoot()) return 0;
   if (flags_.carryRoot) madeFolders_.insert(std::u16string(WithoutExtendedPrefix(record_.sourceRoot)));
   for (const TreeEntry& entry : listing.entries) {
     const Step step = CopyEntry(entry);

@@ -25,6 +25,7 @@ TreeEntry EntryAt(const std::u16string& path, const TreeEntry& original) {
 }
 
 // Removes what a copy made at the target, the last first, except the paths of `keep` and the folders that hold them.
+// What stood there is then as it was.
 bool RemoveCopied(const CopyRecord& record, const PathSet& keep) {
   PathSet kept;
   for (std::u16string path : keep)
@@ -37,6 +38,12 @@ bool RemoveCopied(const CopyRecord& record, const PathSet& keep) {
     if (item.becameLink && IsReparsePoint(item.target) && !DeleteJunction(item.target.c_str())) all = false;
     if (item.created && LookAt(item.target).IsThere() && !DeleteEntry(EntryAt(item.target, item.source))) all = false;
   }
+  for (const SavedLink& link : record.stoodLinks)
+    if (!keep.contains(link.source) && !RestoreLink(link)) {
+      Log(u"#ERROR: Unable to restore link %ls.", link.source);
+      all = false;
+    }
+  record.stood.PutBack(keep);
   return all;
 }
 
@@ -69,7 +76,9 @@ void DeleteSharesOf(const std::u16string& folder, CopyRecord& record) {
 bool EmptySource(CopyRecord& record) {
   for (CopiedItem& item : Backwards(record.items)) {
     if (!item.complete) continue;
-    if (!DeleteEntry(item.source)) return false;
+    // Of folders and links it was saved before.
+    const bool isFile = !item.source.IsDirectory() && !item.source.IsLink();
+    if ((isFile && !record.source.SaveDescriptor(item.source.path)) || !DeleteEntry(item.source)) return false;
     item.deleted = true;
   }
   TreeListing left;
@@ -117,8 +126,29 @@ bool MakeSourceRoot(const MoveRecord& record) {
   if (LookAt(record.sourceRoot).IsThere()) return true;
   if (!win32::CreateDirectoryW(record.sourceRoot.c_str(), nullptr))
     return win32::GetLastError() == win32::ERROR_ALREADY_EXISTS;  // only the question had failed
-  WriteSecurityInfo(record.sourceRoot, record.rootSecurity);
+  if (const SavedFolder* const root = record.source.Find(record.sourceRoot)) root->Restore();
   return true;
+}
+
+// What is back has all that it had. What stands in the place of an item that stays at the target is somebody else's.
+void PutSourceBack(const CopyRecord& record, const PathSet& keep) {
+  PathSet others;
+  for (const CopiedItem& item : record.items)
+    if (keep.contains(item.target)) others.insert(item.source.path);
+  record.source.PutBack(others);
+}
+
+// Strangers' items in a folder inherit from its access list.
+void TellReplacedAccessLists(const CopyRecord& record) {
+  for (const auto& [folder, before] : record.stood.folders()) {
+    SavedFolder now;
+    if (!record.flags.useBackupCopy || !LookAt(folder).IsPlainDirectory() || !now.Save(folder) ||
+        HaveSameDacl(before.descriptor(), now.descriptor()))
+      continue;
+    Log(u"#INFO: The folder %ls was there already. Its access list was replaced by that of the folder that was merged "
+        u"into it.",
+        folder);
+  }
 }
 
 }  // namespace
@@ -147,6 +177,7 @@ int UndoMove(MoveRecord& record) try {
   PathSet keep = NotBroughtBack(record, back);
   RestoreLinks(record, keep);
   const bool removed = RemoveCopied(record, keep);
+  PutSourceBack(record, keep);
   if (!removed) LogNotDeleted(record.targetRoot);
   for (const std::u16string& name : record.addedShares) DeleteShare(name);
   for (const DeletedShare& deleted : record.deletedShares)
@@ -161,7 +192,6 @@ int UndoMove(MoveRecord& record) try {
 int MoveDirectoryTree(const std::u16string& source, const std::u16string& target, const MoveFlags& flags,
                       MoveRecord& record) try {
   record = {};
-  SaveSecurityInfo(source, record.rootSecurity);
   record.outcome = MoveOutcome::Split;
   if (!CopyFiles(source, target,
                  {.useBackupCopy = flags.carried.ntfsPermissions,
@@ -175,7 +205,9 @@ int MoveDirectoryTree(const std::u16string& source, const std::u16string& target
                  record)) {
     PathSet keep;
     const bool linksRestored = RestoreLinks(record, keep);
-    if (RemoveCopied(record, keep) && linksRestored)
+    const bool removed = RemoveCopied(record, keep);
+    PutSourceBack(record, keep);
+    if (removed && linksRestored)
       record.outcome = MoveOutcome::NothingDone;
     else
       LogNotDeleted(target);
@@ -188,6 +220,7 @@ int MoveDirectoryTree(const std::u16string& source, const std::u16string& target
   }
   if (EmptySource(record)) {
     record.outcome = MoveOutcome::Moved;
+    TellReplacedAccessLists(record);
     return 1;
   }
   LogNotDeleted(source);

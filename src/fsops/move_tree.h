@@ -8,7 +8,6 @@
 
 #include "fsops/carried_along.h"
 #include "fsops/copy_tree.h"
-#include "fsops/security.h"
 
 struct MoveFlags {
   CarriedAlong carried = {};
@@ -28,21 +27,20 @@ enum class MoveOutcome {
 
 // What a move did, for a caller who may have to take it back.
 struct MoveRecord : CopyRecord {
-  SecurityBlock rootSecurity;  // of the source's root, as it was before
   MoveOutcome outcome = MoveOutcome::NothingDone;
 };
 
-// Moves everything below `source` into `target`, which exists. 1 when all was copied and the source is empty; else 0,
-// and the record's outcome says how the two were left.
+// Moves everything below `source` into `target`, which exists. 1 when all was copied and the source is empty (the log
+// names each folder there whose access list was replaced); else 0, and the record's outcome says how the two were left.
 int MoveDirectoryTree(const std::u16string& source, const std::u16string& target, const MoveFlags& flags,
                       MoveRecord& record);
 
 // Takes back a move (a successful one included): what is missing at the source is copied back, links get their old
 // reparse data, and what the move made in the target is removed - except what could not be brought back, which the log
-// names. What stood in the target before the move stays. 1 when everything is back. The source must be an ordinary
-// folder, or gone.
+// names. What stood in the target before the move stays, its folders as they were. All that is back has the security,
+// streams, attributes and times that it had. 1 when everything is back. The source must be an ordinary folder, or gone.
 int UndoMove(MoveRecord& record);
 
-// Removes from the target what a copy made there: links, files, then the directories that are empty. 0 when some
-// stayed.
+// Removes from the target what a copy made there: links, files, then the directories that are empty. Folders that stood
+// there are as they were again. 0 when some stayed.
 int RemoveCopiedItems(const CopyRecord& record);

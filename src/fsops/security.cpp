@@ -6,6 +6,7 @@
 
 #include "links/presence.h"
 #include "probes/privileges.h"
+#include "report/lines.h"
 #include "report/log.h"
 #include "text/format.h"
 #include "text/path_text.h"
@@ -74,16 +75,16 @@ int ExamineInheritance(const std::u16string& path) {
 
 enum class Restored { Yes, Gone, No };
 
-// Whoever may not write the descriptor opens the item up first. What no longer exists has none to get back.
+// What no longer exists has none to get back.
 Restored RestoreSecurity(const std::u16string& path, const SecurityBlock& block) {
   Trace(u"IN RestoreRemovedSecurityInfo() : %s", path);
   if (WriteSecurityInfo(path, block)) return Restored::Yes;
   Trace(u"SetFileSecurity() failed for: %s", path);
   win32::Sleep(2000);
   if (IsGone(path)) return Restored::Gone;
-  const bool written =
-      WriteSecurityInfo(path, block) || (GrantEveryoneAndAdministrators(path) && WriteSecurityInfo(path, block));
-  return written ? Restored::Yes : Restored::No;
+  if (WriteSecurityInfo(path, block)) return Restored::Yes;
+  LogWithSystemError(line::kDescriptorNotRestored, path);
+  return Restored::No;
 }
 
 // The path of an item that moved with its tree; empty for one that is not in it. A name that only "\\?\" reaches keeps
@@ -120,19 +121,33 @@ ImpersonatedCaller::~ImpersonatedCaller() {
   if (impersonating_) win32::RevertToSelf();
 }
 
-int CopyDacl(const std::u16string& source, const std::u16string& target, const DaclCopyOptions& options) try {
+int CopyDacl(const std::u16string& source, const std::u16string& target, const DaclCopyOptions& options) {
+  const DaclCopy copied = CopyReadableDacl(source, target, options);
+  if (copied != DaclCopy::NotRead) return copied == DaclCopy::Written ? 1 : 0;
+  return SetDacl(target, win32::DACL_SECURITY_INFORMATION | win32::PROTECTED_DACL_SECURITY_INFORMATION, nullptr) ==
+                 win32::ERROR_SUCCESS
+             ? 1
+             : 0;
+}
+
+DaclCopy CopyReadableDacl(const std::u16string& source, const std::u16string& target,
+                          const DaclCopyOptions& options) try {
   win32::ACL* dacl = nullptr;
   win32::UniqueLocalMemory descriptor;
-  const win32::DWORD error = win32::GetNamedSecurityInfoW(source.c_str(), kFile, win32::DACL_SECURITY_INFORMATION,
-                                                          nullptr, nullptr, &dacl, nullptr, descriptor.put());
-  if (error != win32::ERROR_SUCCESS) dacl = nullptr;
+  if (const win32::DWORD error = win32::GetNamedSecurityInfoW(source.c_str(), kFile, win32::DACL_SECURITY_INFORMATION,
+                                                              nullptr, nullptr, &dacl, nullptr, descriptor.put());
+      error != win32::ERROR_SUCCESS) {
+    win32::SetLastError(error);
+    return DaclCopy::NotRead;
+  }
   const bool sawInherited = dacl && StripInherited(*dacl, options.keepInheritedAces, source);
   const win32::DWORD protection = options.allowInheritance && sawInherited
                                       ? win32::UNPROTECTED_DACL_SECURITY_INFORMATION
                                       : win32::PROTECTED_DACL_SECURITY_INFORMATION;
-  return SetDacl(target, win32::DACL_SECURITY_INFORMATION | protection, dacl) == win32::ERROR_SUCCESS ? 1 : 0;
+  const win32::DWORD error = SetDacl(target, win32::DACL_SECURITY_INFORMATION | protection, dacl);
+  return error == win32::ERROR_SUCCESS ? DaclCopy::Written : DaclCopy::NotWritten;
 } catch (const std::exception&) {
-  return 0;
+  return DaclCopy::NotWritten;
 }
 
 // The reasons why it failed are nobody's to see: the callers only ask whether it worked.
@@ -238,6 +253,7 @@ void KeepInheritanceMark(void* descriptor) {
   win32::WORD control = 0;
   std::memcpy(&control, bytes + kControlOffset, sizeof control);
   if ((control & win32::SE_DACL_AUTO_INHERITED) != 0) control |= win32::SE_DACL_AUTO_INHERIT_REQ;
+  if ((control & win32::SE_SACL_AUTO_INHERITED) != 0) control |= win32::SE_SACL_AUTO_INHERIT_REQ;
   std::memcpy(bytes + kControlOffset, &control, sizeof control);
 }
 

@@ -33,8 +33,11 @@ struct DaclCopyOptions {
   bool keepInheritedAces = false;  // inherited entries are copied, too
 };
 // Writes the source's DACL, less its inherited entries, to the target. Of consecutive inherited entries every second
-// one stays.
+// one stays. A source whose DACL cannot be read opens the target to everybody.
 int CopyDacl(const std::u16string& source, const std::u16string& target, const DaclCopyOptions& options);
+// The same, but nothing is written when the source's DACL cannot be read.
+enum class DaclCopy { Written, NotRead, NotWritten };
+DaclCopy CopyReadableDacl(const std::u16string& source, const std::u16string& target, const DaclCopyOptions& options);
 
 // Everyone may read, Administrators may do everything; takes the ownership for the Administrators when that is refused.
 int GrantEveryoneAndAdministrators(const std::u16string& path);
@@ -59,17 +62,17 @@ struct HeapBlockDeleter {
 using SecurityBlock = std::unique_ptr<void, HeapBlockDeleter>;
 using SavedSecurityMap = std::map<std::u16string, SecurityBlock>;
 
-// Has Windows keep the mark of an automatically inherited DACL in the self-relative descriptor that is to be written
+// Has Windows keep the marks of automatically inherited lists in the self-relative descriptor that is to be written
 // (without being asked, it drops it, and the entries would no longer follow the folder above). The block is that of a
 // whole descriptor.
 void KeepInheritanceMark(void* descriptor);
 
 int SaveSecurityInfo(const std::u16string& path, SecurityBlock& block);
 int WriteSecurityInfo(const std::u16string& path, const SecurityBlock& block);
-// Writes every saved descriptor back: to its path or, when the tree has moved from `source` to `target` since (each
-// with or without "\\?\"), to its path there, or to the old one where it did not move. An item that has vanished, from
-// both places, is no failure: somebody deleted it meanwhile, and nothing is open any more. 0 when one was left without
-// its descriptor, or may have been: Windows does not tell whether it is there, or it has vanished and is not below
-// `source`, so that nobody knows its new place.
+// Writes every saved descriptor back, once, and after two seconds once more: to its path or, when the tree has moved
+// from `source` to `target` since (each with or without "\\?\"), to its path there, or to the old one where it did not
+// move. An item that has vanished, from both places, is no failure: somebody deleted it meanwhile, and nothing is open
+// any more. 0 when one was left without its descriptor (the log names it), or may have been: Windows does not tell
+// whether it is there, or it has vanished and is not below `source`, so that nobody knows its new place.
 int RestoreRemovedSecurityInfo(const SavedSecurityMap& saved, const char16_t* source = nullptr,
                                const char16_t* target = nullptr);

@@ -5,6 +5,7 @@
 #include <string>
 
 #include "fsops/move_tree.h"
+#include "fsops/security.h"
 #include "profiles/profile_list.h"
 #include "profiles/profile_place.h"
 #include "profiles/profile_records.h"

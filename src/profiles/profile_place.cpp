@@ -125,7 +125,7 @@ void ProfilePlace::TakeAway() const {
   if (!stoodThere_)
     created_.RemoveIfEmpty();
   else if (!before_.Restore())
-    Log(u"#ERROR: Unable to restore the security, attributes and times of folder %ls.", path_);
+    Log(line::kItselfNotRestored, path_);
   if (IsGathered() && (!PathExists(path_) || IsEmptyPlainFolder(path_))) side_.ForgetFilling();
 }
 

@@ -67,7 +67,7 @@ bool CopyTimesAndAttributes(const std::u16string& from, const std::u16string& to
 bool CopyOwnerAndDacl(const std::u16string& from, const std::u16string& to) {
   SecurityBlock block;
   if (!SaveSecurityInfo(from, block)) return false;
-  return WriteSecurityInfo(to, block) || CopyDacl(from, to, {.keepInheritedAces = true});
+  return WriteSecurityInfo(to, block) || CopyReadableDacl(from, to, {.keepInheritedAces = true}) == DaclCopy::Written;
 }
 
 bool RemoveFile(const std::u16string& path) {

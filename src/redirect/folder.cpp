@@ -2,10 +2,8 @@
 
 #include <exception>
 
-#include "fsops/backup_copy.h"
 #include "fsops/folders.h"
 #include "fsops/move_tree.h"
-#include "fsops/security.h"
 #include "links/junction.h"
 #include "links/mounted_folder.h"
 #include "links/presence.h"
@@ -46,7 +44,6 @@ class FolderRedirection {
  private:
   bool TargetIsPlainFolder() const;
   void TakeBack(bool junctionMade);
-  void MakeSourceAgain() const;
   void RemoveTargetIfEmpty() const;
 
   const std::u16string source_, target_, realTarget_;
@@ -54,7 +51,6 @@ class FolderRedirection {
   const CreatedFolders created_;
   bool targetStoodThere_ = false;
   MoveRecord moved_;
-  SavedSecurityMap sourceSecurity_;
   std::vector<JunctionRecord> records_;
 };
 
@@ -119,7 +115,6 @@ bool FolderRedirection::MoveContents() {
 }
 
 bool FolderRedirection::LeaveJunction() {
-  SaveSecurityInfo(source_, sourceSecurity_[source_]);
   if (!CreateJunction(source_.c_str(), realTarget_.c_str())) {
     Log(line::kJunctionNotCreated, source_, realTarget_);
     TakeBack(false);
@@ -152,23 +147,12 @@ void FolderRedirection::TakeBack(bool junctionMade) {
     return;
   }
   if (!RestoreJunctionRecords(records_)) Log(line::kRecordsNotUpdated);
-  MakeSourceAgain();
   if (!UndoMove(moved_)) Log(line::kOthersStay, source_, realTarget_);
   RemoveTargetIfEmpty();
 }
 
 void FolderRedirection::RemoveTargetIfEmpty() const {
   if (!targetStoodThere_) created_.RemoveIfEmpty();
-}
-
-// A junction that could not be made takes the empty folder with it.
-void FolderRedirection::MakeSourceAgain() const {
-  if (PathExists(source_)) return;
-  win32::CreateDirectoryW(source_.c_str(), nullptr);
-  if (carried_.ntfsPermissions)
-    BackupCopy(realTarget_, source_,
-               {.isDirectory = true, .isReparsePoint = false, .isEncrypted = false, .leaveParentTimes = true});
-  RestoreRemovedSecurityInfo(sourceSecurity_);
 }
 
 bool RedirectFolderToFolder(const std::u16string& source, const char16_t* target, CarriedAlong carried) {

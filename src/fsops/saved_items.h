@@ -1,0 +1,39 @@
+// What the items of a tree were like before a run changed them, to give it back when the run fails.
+#pragma once
+
+#include <map>
+#include <set>
+#include <string>
+
+#include "fsops/folder_itself.h"
+
+// Can be moved, not copied.
+class SavedItems {
+ public:
+  SavedItems() = default;
+  SavedItems(SavedItems&&) = default;
+  SavedItems& operator=(SavedItems&&) = default;
+
+  // A folder, or a link itself: all that it has of its own. The first time counts.
+  // These answer false, with a line in the log, when something cannot be read.
+  bool SaveFolder(const std::u16string& folder);
+  // Owner, group, access list and audit entries of any item. The first time counts.
+  bool SaveDescriptor(const std::u16string& item);
+  // The same of everything below a folder, which is not entered by links.
+  bool SaveDescriptorsBelow(const std::u16string& folder);
+
+  // Null when that folder was not saved.
+  const SavedFolder* Find(const std::u16string& folder) const;
+  const std::map<std::u16string, SavedFolder>& folders() const { return folders_; }
+
+  using Paths = std::set<std::u16string>;
+  // Gives back to each item that is there what it had; those of `except` are left as they are. The log names each for
+  // which that could not be done.
+  void PutBack(const Paths& except = {}) const;
+
+ private:
+  std::map<std::u16string, SavedFolder> folders_;
+  // Most items of a tree have one of a few descriptors.
+  std::set<FolderDescriptor> descriptors_;
+  std::map<std::u16string, const FolderDescriptor*> items_;
+};
