@@ -130,12 +130,15 @@ bool MakeSourceRoot(const MoveRecord& record) {
   return true;
 }
 
-// What is back has all that it had. What stands in the place of an item that stays at the target is somebody else's.
-void PutSourceBack(const CopyRecord& record, const PathSet& keep) {
+// What is back has all that it had, and so has what came back only in part and could not be removed. Anything else in
+// the place of an item that stays at the target is somebody else's.
+void PutSourceBack(const CopyRecord& move, const CopyRecord& back, const PathSet& keep) {
   PathSet others;
-  for (const CopiedItem& item : record.items)
+  for (const CopiedItem& item : move.items)
     if (keep.contains(item.target)) others.insert(item.source.path);
-  record.source.PutBack(others);
+  for (const CopiedItem& item : back.items)
+    if (item.created) others.erase(item.target);
+  move.source.PutBack(others);
 }
 
 // Strangers' items in a folder inherit from its access list.
@@ -177,7 +180,7 @@ int UndoMove(MoveRecord& record) try {
   PathSet keep = NotBroughtBack(record, back);
   RestoreLinks(record, keep);
   const bool removed = RemoveCopied(record, keep);
-  PutSourceBack(record, keep);
+  PutSourceBack(record, back, keep);
   if (!removed) LogNotDeleted(record.targetRoot);
   for (const std::u16string& name : record.addedShares) DeleteShare(name);
   for (const DeletedShare& deleted : record.deletedShares)
@@ -206,7 +209,7 @@ int MoveDirectoryTree(const std::u16string& source, const std::u16string& target
     PathSet keep;
     const bool linksRestored = RestoreLinks(record, keep);
     const bool removed = RemoveCopied(record, keep);
-    PutSourceBack(record, keep);
+    PutSourceBack(record, {}, keep);
     if (removed && linksRestored)
       record.outcome = MoveOutcome::NothingDone;
     else

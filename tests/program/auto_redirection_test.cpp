@@ -44,7 +44,7 @@ TEST_F(AutoRedirection, TheWholeStory) {
                                           {kPlace + u"\\Default", kDefault},
                                           {kPlace + u"\\Public", kPublic},
                                           {kPlace + u"\\Default\\Old Data", kDefault + u"\\Old Data"}})
-      EXPECT_EQ(ReadDescriptor(place), ReadDescriptor(original)) << Utf8(place);
+      EXPECT_EQ(ReadDescriptor(place), ProtectedDescriptor(ReadDescriptor(original))) << Utf8(place);
     EXPECT_EQ(run.Logged(u"#INFO: Going to update profile image file paths for Public User."),
               major == 10 || minor >= 2);
     EXPECT_EQ(run.Logged(u"#INFO: No need to update profile image file paths for Public User in OSes < Windows 8."),
