@@ -1,5 +1,6 @@
 #include "links/real_path.h"
 
+#include <algorithm>
 #include <exception>
 
 #include "links/mounted_folder.h"
@@ -37,6 +38,18 @@ int FindFinalVolumePath(const char16_t* path, std::u16string& target) try {
   return 1;
 } catch (const std::exception&) {
   return 0;
+}
+
+// Of "C:\", with "\\?\" before it or without; 0 for what does not begin so.
+std::size_t RootLength(std::u16string_view path) {
+  const std::size_t letter = HasExtendedPrefix(path) ? 4 : 0;
+  return path.size() > letter + 2 && path[letter + 1] == u':' && path[letter + 2] == u'\\' ? letter + 3 : 0;
+}
+
+std::u16string WithLetterInCapitals(std::u16string root) {
+  char16_t& letter = root[root.size() - 3];
+  if (letter >= u'a' && letter <= u'z') letter = static_cast<char16_t>(letter - (u'a' - u'A'));
+  return root;
 }
 
 // The path by what `find` says of its existing part.
@@ -77,10 +90,10 @@ int GetFinalTargetPath(const char16_t* path, std::u16string& target) {
 
 std::u16string RealPath(const std::u16string& path) { return Resolved(path, FindFinalTargetPath); }
 
-// By the names of volumes: one without a letter may be mounted on several folders.
+std::u16string RealVolumePath(const std::u16string& path) { return Resolved(path, FindFinalVolumePath); }
+
 bool IsReallySameOrBelow(const std::u16string& path, const std::u16string& folder) {
-  return IsSameOrBelow(path, folder) ||
-         IsSameOrBelow(Resolved(path, FindFinalVolumePath), Resolved(folder, FindFinalVolumePath));
+  return IsSameOrBelow(path, folder) || IsSameOrBelow(RealVolumePath(path), RealVolumePath(folder));
 }
 
 bool AreApart(const std::u16string& a, const std::u16string& b) {
@@ -88,11 +101,20 @@ bool AreApart(const std::u16string& a, const std::u16string& b) {
 }
 
 std::u16string AsStored(const std::u16string& path) {
-  const std::u16string name = LastComponent(path);
-  const bool isPlain = name.size() < path.size() && name.find_first_of(u"*?:") == std::u16string::npos &&
-                       IsPlainPath(path) && !HasDotComponents(path);
-  if (name.empty() || !isPlain) return path;
-  win32::WIN32_FIND_DATAW found{};
-  const win32::UniqueFind find{win32::FindFirstFileW(path.c_str(), &found)};
-  return find ? JoinPath(ParentPath(path), found.cFileName) : path;
+  const std::size_t root = RootLength(path);
+  const std::u16string_view names = std::u16string_view(path).substr(root);
+  if (root == 0 || !IsPlainPath(path) || HasDotComponents(path) || names.find_first_of(u"*?:") != names.npos)
+    return path;
+  std::u16string stored = WithLetterInCapitals(path.substr(0, root));
+  for (std::size_t at = root; at < path.size();) {
+    const std::size_t end = std::min(path.find(u'\\', at), path.size());
+    win32::WIN32_FIND_DATAW found{};
+    const win32::UniqueFind find{
+        win32::FindFirstFileW(ExtendedPath(stored + path.substr(at, end - at)).c_str(), &found)};
+    if (!find && MeansGone(win32::GetLastError())) return stored + path.substr(at);
+    stored += find ? found.cFileName : path.substr(at, end - at);
+    if (end < path.size()) stored += u'\\';
+    at = end + 1;
+  }
+  return stored;
 }

@@ -17,11 +17,16 @@ int FindFinalTargetPath(const char16_t* path, std::u16string& target);
 // name, and when Windows does not tell.
 std::u16string RealPath(const std::u16string& path);
 
+// The same with the name of the volume ("\\?\Volume{...}\x") for what it is mounted on: a volume may be mounted on
+// several folders, and has one name.
+std::u16string RealVolumePath(const std::u16string& path);
+
 // IsSameOrBelow, by the paths as they are written or as they really are.
 bool IsReallySameOrBelow(const std::u16string& path, const std::u16string& folder);
 // Neither is the other, lies in it or holds it: by the paths as they are written and as they really are.
 bool AreApart(const std::u16string& a, const std::u16string& b);
 
-// The path with its last component as the disk has it: the command may have written it in another letter case or as a
-// short name. A path that nothing is found by stays as it is, and so does one that Windows would not write so.
+// The path with every component that exists as the disk has it: the command may have written it in another letter case
+// or as a short name. Links are not followed. What the disk does not tell stays as it is, and so does a path that
+// Windows would not write so, or that does not begin with a drive.
 std::u16string AsStored(const std::u16string& path);

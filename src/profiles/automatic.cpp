@@ -20,6 +20,7 @@
 #include "report/log.h"
 #include "report/outcome.h"
 #include "text/path_text.h"
+#include "validate/relations.h"
 #include "win32/win32.h"
 
 namespace {
@@ -137,6 +138,7 @@ Outcome Set(const std::u16string& location, bool withSharedProfiles) {
   if (!PlanCopies(named, location, note.home, true, kEverything, copies) || !MayBeCopied(copies, location) ||
       !FindWhatIsMissing(config, note))
     return Outcome::Failed;
+  TellIfOnOneVolume(note.home, location);
 
   NoteInForce noted;  // until the value is back
   ProfileFolderChange directory(ProfileFolder::ProfilesDirectory, before);
@@ -273,7 +275,7 @@ int SetAutoRedirection(const char16_t* location, bool withSharedProfiles) try {
     Log(line::kInputPathMissing);
     return Fail(StringId::NewProfilesRedirectionFailed);
   }
-  const std::u16string folder = WithoutTrailingBackslash(location);
+  const std::u16string folder = AsStored(WithoutTrailingBackslash(location));
   const Outcome outcome = Set(folder, withSharedProfiles);
   if (outcome == Outcome::Refused) return 1;
   return outcome == Outcome::Done ? Succeed(StringId::NewProfilesRedirected, folder)

@@ -1,12 +1,13 @@
 #include "profiles/profile_list.h"
 
-#include <array>
 #include <exception>
 #include <utility>
 
+#include "links/mounted_folder.h"
 #include "links/presence.h"
 #include "profiles/profile_folders.h"
 #include "profiles/user_accounts.h"
+#include "records/profile_keys.h"
 #include "report/lines.h"
 #include "report/log.h"
 #include "text/ascii_case.h"
@@ -14,17 +15,6 @@
 #include "win32/win32.h"
 
 namespace {
-
-constexpr const char16_t* kImagePath = u"ProfileImagePath";
-
-// Accounts of this machine and of domains, and those of a directory in the cloud. Services have others, and a key that
-// Windows set aside ends with more than the SID.
-bool IsSidOfPerson(std::u16string_view sid) {
-  if (!StartsWithIgnoringAsciiCase(sid, u"S-1-5-21-") && !StartsWithIgnoringAsciiCase(sid, u"S-1-12-1-")) return false;
-  return sid.substr(1).find_first_not_of(u"0123456789-") == sid.npos;
-}
-
-std::u16string KeyOf(const std::u16string& sid) { return kProfileListPath + (u"\\" + sid); }
 
 bool IsHiveLoaded(const std::u16string& sid) {
   win32::UniqueKey key;
@@ -43,7 +33,7 @@ enum class Found { Profile, None, Unknown };
 // The profile of a SID; None when there is no such key, or it names no folder.
 Found ReadProfile(const std::u16string& sid, UserProfile& profile) {
   RegistryValue value;
-  const win32::LSTATUS result = ReadMachineValue(KeyOf(sid), kImagePath, value);
+  const win32::LSTATUS result = ReadMachineValue(ProfileKeyOf(sid), kProfileImagePath, value);
   if (result == win32::LSTATUS{win32::ERROR_FILE_NOT_FOUND}) return Found::None;
   if (result != 0) return Found::Unknown;
   profile.sid = sid;
@@ -51,22 +41,6 @@ Found ReadProfile(const std::u16string& sid, UserProfile& profile) {
   if (profile.folder.empty()) return IsText(value) && !RawText(value).empty() ? Found::Unknown : Found::None;
   profile.hiveState = HiveStateOf(profile);
   return Found::Profile;
-}
-
-// False when the registry did not tell all of them.
-bool ReadSids(std::vector<std::u16string>& sids) {
-  win32::UniqueKey list;
-  if (win32::RegOpenKeyExW(win32::HKEY_LOCAL_MACHINE, kProfileListPath, 0,
-                           win32::KEY_QUERY_VALUE | win32::KEY_ENUMERATE_SUB_KEYS, list.put()) != 0)
-    return false;
-  constexpr win32::DWORD kLongestKeyName = 256;  // terminator included
-  for (win32::DWORD index = 0;; ++index) {
-    std::array<char16_t, kLongestKeyName> name{};
-    const win32::LSTATUS result = win32::RegEnumKeyW(list.get(), index, name.data(), kLongestKeyName);
-    if (result == win32::LSTATUS{win32::ERROR_NO_MORE_ITEMS}) return true;
-    if (result != 0) return false;
-    if (IsSidOfPerson(name.data())) sids.emplace_back(name.data());
-  }
 }
 
 // The profile of an account that nobody knows any more, by the name of its folder.
@@ -85,7 +59,8 @@ int FindByFolderName(const std::u16string& name, UserProfile& profile) {
 // The value that names the folder; false when there is none that would be read as it.
 bool MakeImagePath(const std::u16string& sid, const std::u16string& folder, RegistryValue& value) {
   RegistryValue present;
-  if (sid.empty() || folder.empty() || ReadMachineValue(KeyOf(sid), kImagePath, present) != 0 || !IsText(present))
+  if (sid.empty() || folder.empty() || ReadMachineValue(ProfileKeyOf(sid), kProfileImagePath, present) != 0 ||
+      !IsText(present))
     return false;
   value = TextValue(folder, present.type);
   // A folder with a name like "%TEMP%" would become another one.
@@ -107,7 +82,8 @@ int GetUserProfile(const std::u16string& user, UserProfile& profile) try {
 
 int SetProfileImagePath(const std::u16string& sid, const std::u16string& folder) try {
   RegistryValue value;
-  return MakeImagePath(sid, folder, value) && WriteMachineValue(KeyOf(sid), kImagePath, value) == 0 ? 1 : 0;
+  return MakeImagePath(sid, folder, value) && WriteMachineValue(ProfileKeyOf(sid), kProfileImagePath, value) == 0 ? 1
+                                                                                                                  : 0;
 } catch (const std::exception&) {
   return 0;
 }
@@ -115,20 +91,20 @@ int SetProfileImagePath(const std::u16string& sid, const std::u16string& folder)
 bool CanSetProfileImagePath(const std::u16string& sid, const std::u16string& folder) try {
   RegistryValue value;
   win32::UniqueKey key;
-  return MakeImagePath(sid, folder, value) &&
-         win32::RegOpenKeyExW(win32::HKEY_LOCAL_MACHINE, KeyOf(sid).c_str(), 0, win32::KEY_SET_VALUE, key.put()) == 0;
+  return MakeImagePath(sid, folder, value) && win32::RegOpenKeyExW(win32::HKEY_LOCAL_MACHINE, ProfileKeyOf(sid).c_str(),
+                                                                   0, win32::KEY_SET_VALUE, key.put()) == 0;
 } catch (const std::exception&) {
   return false;
 }
 
 bool ReadProfileImagePath(const std::u16string& sid, RegistryValue& value) try {
-  return !sid.empty() && ReadMachineValue(KeyOf(sid), kImagePath, value) == 0;
+  return !sid.empty() && ReadMachineValue(ProfileKeyOf(sid), kProfileImagePath, value) == 0;
 } catch (const std::exception&) {
   return false;
 }
 
 bool RestoreProfileImagePath(const std::u16string& sid, const RegistryValue& value) try {
-  return !sid.empty() && WriteMachineValue(KeyOf(sid), kImagePath, value) == 0;
+  return !sid.empty() && WriteMachineValue(ProfileKeyOf(sid), kProfileImagePath, value) == 0;
 } catch (const std::exception&) {
   return false;
 }
@@ -136,7 +112,7 @@ bool RestoreProfileImagePath(const std::u16string& sid, const RegistryValue& val
 bool ReadUserProfiles(std::vector<UserProfile>& profiles) try {
   profiles.clear();
   std::vector<std::u16string> sids;
-  if (!ReadSids(sids)) return false;
+  if (!ReadSidsOfPeople(sids)) return false;
   for (const std::u16string& sid : sids) {
     UserProfile profile;
     const Found found = ReadProfile(sid, profile);
@@ -154,4 +130,8 @@ bool ReadOtherProfiles(const UserProfile& profile, std::vector<UserProfile>& oth
   for (const ProfileFolder which : {ProfileFolder::Default, ProfileFolder::Public})
     if (ProfileFolderValue shared; ReadProfileFolder(which, shared)) others.push_back({{}, shared.folder, {}});
   return true;
+}
+
+std::u16string DriveForm(const std::u16string& folder) {
+  return IsVolumePath(folder.c_str()) ? folder : std::u16string(WithoutExtendedPrefix(folder));
 }

@@ -43,3 +43,6 @@ bool ReadUserProfiles(std::vector<UserProfile>& profiles);
 // Everybody else's profiles, Default and Public (without a SID) among them. False (logged) when the registry did not
 // tell all of those of people.
 bool ReadOtherProfiles(const UserProfile& profile, std::vector<UserProfile>& others);
+
+// A profile may be recorded with "\\?\", which is no part of a path on a drive: the folder without it.
+std::u16string DriveForm(const std::u16string& folder);

@@ -11,23 +11,20 @@
 #include "links/presence.h"
 #include "links/real_path.h"
 #include "profiles/profile_folders.h"
+#include "records/redirected_places.h"
 #include "report/console.h"
 #include "report/lines.h"
 #include "report/log.h"
 #include "text/path_text.h"
 #include "validate/closed_items.h"
 #include "validate/path_rules.h"
+#include "validate/relations.h"
 #include "validate/validate.h"
 
 namespace {
 
 // The folder with the hive is the one that Windows can log the user on with.
 bool HoldsHive(const std::u16string& folder) { return PathExists(JoinPath(folder, u"NTUSER.DAT")); }
-
-// A profile may be recorded with "\\?\", which is no part of a path on a drive.
-std::u16string DriveForm(const std::u16string& folder) {
-  return IsVolumePath(folder.c_str()) ? folder : std::u16string(WithoutExtendedPrefix(folder));
-}
 
 // A command that was cut off while the two folders changed places left the profile beside its own.
 void TellIfCutOff(const std::u16string& folder) {
@@ -51,9 +48,9 @@ ProfileMove::ProfileMove(const UserProfile& profile, const std::u16string& targe
 bool ProfileMove::Run() {
   try {
     // What a volume holds is told by the folder that it is mounted on.
-    if (IsAllowed() && place_.Mount() && IsNobodyElses() && List() && place_.Make() && MayMove() &&
-        place_.BecomeLikeProfile(!flags_.carried.ntfsPermissions) && MoveContents() && Follow() && RestoreSecurity() &&
-        place_.TakeFormerPlace()) {
+    if (IsAllowed() && IsNoRedirectedData() && place_.Mount() && IsNobodyElses() && List() && place_.Make() &&
+        MayMove() && place_.BecomeLikeProfile(!flags_.carried.ntfsPermissions) && MoveContents() && Follow() &&
+        RestoreSecurity() && place_.TakeFormerPlace()) {
       contentsMoved_ = false;  // nothing to take back any more
       Finish();
       return true;
@@ -67,8 +64,18 @@ bool ProfileMove::Run() {
 
 // What can be told before anything is made.
 bool ProfileMove::IsAllowed() const {
-  return IsOrdinaryPath(profile_.folder) && (place_.IsVolume() || IsOrdinaryPath(target_)) &&
-         HasAllowedLength(place_.path());
+  if (!IsOrdinaryPath(profile_.folder) || !(place_.IsVolume() || IsOrdinaryPath(target_)) ||
+      !HasAllowedLength(place_.path()))
+    return false;
+  // The way home would be refused from there.
+  return place_.IsVolume() ||
+         (!IsSystemFolder(place_.path().c_str(), {.quiet = true}) && IsOutsideSystemFolders(place_.path()));
+}
+
+// Nothing of it is another redirection's.
+bool ProfileMove::IsNoRedirectedData() const {
+  if (!MayProfileLeave(profile_.folder) || !MayComeTo(profile_.folder, place_.path(), Comes::Profile)) return false;
+  return !place_.IsVolume() || MayComeTo(profile_.folder, target_, Comes::Profile);
 }
 
 // Two profiles in one folder would overwrite each other, and one that holds another would take it along.
@@ -104,7 +111,9 @@ bool ProfileMove::MayMove() {
                                  .stopMediaSharing = true})) {
     return LogFailure(line::kPreScanningFailed, profile_.folder, place_.path());
   }
-  return place_.KeepsPath() || records_.CanFollow();
+  if (!place_.KeepsPath() && !records_.CanFollow()) return false;
+  if (!place_.KeepsPath() && !flags_.backToDefault) TellIfOnOneVolume(profile_.folder, place_.path());
+  return true;
 }
 
 bool ProfileMove::MoveContents() {

@@ -20,6 +20,7 @@ class ProfileMove {
 
  private:
   bool IsAllowed() const;
+  bool IsNoRedirectedData() const;
   bool IsNobodyElses() const;
   bool List();
   bool MayMove();

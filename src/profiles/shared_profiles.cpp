@@ -5,6 +5,7 @@
 #include <string>
 
 #include "configuration/service_config.h"
+#include "links/real_path.h"
 #include "probes/privileges.h"
 #include "profiles/keelroom_rule.h"
 #include "profiles/recorded_home.h"
@@ -15,6 +16,7 @@
 #include "report/log.h"
 #include "report/outcome.h"
 #include "text/path_text.h"
+#include "validate/relations.h"
 
 namespace {
 
@@ -26,7 +28,9 @@ bool MayRedirect(SharedProfiles which, const std::u16string& location, const std
     return false;
   std::vector<std::u16string> places;
   for (const auto& copy : copies) places.push_back(copy->copy());
-  return SayIfRestartIsOwed(places) == RestartOwed::No && MayBeCopied(copies, location);
+  if (SayIfRestartIsOwed(places) != RestartOwed::No || !MayBeCopied(copies, location)) return false;
+  TellIfOnOneVolume(home, location);
+  return true;
 }
 
 bool Redirect(SharedProfiles which, const std::u16string& location, CarriedAlong carried) {
@@ -78,8 +82,9 @@ int RedirectSharedProfiles(SharedProfiles which, const char16_t* location, Carri
     Log(line::kInputPathMissing);
     return Fail(StringId::ProfileRedirectionFailed);
   }
-  return Redirect(which, WithoutTrailingBackslash(location), carried) ? Succeed(StringId::ProfileRedirected)
-                                                                      : Fail(StringId::ProfileRedirectionFailed);
+  return Redirect(which, AsStored(WithoutTrailingBackslash(location)), carried)
+             ? Succeed(StringId::ProfileRedirected)
+             : Fail(StringId::ProfileRedirectionFailed);
 } catch (const std::exception&) {
   return Fail(StringId::ProfileRedirectionFailed);
 }

@@ -7,7 +7,8 @@
 #include "links/real_path.h"
 #include "links/volume_paths.h"
 #include "profiles/profile_folders.h"
-#include "records/records.h"
+#include "profiles/profile_list.h"
+#include "records/redirected_places.h"
 #include "report/lines.h"
 #include "report/log.h"
 #include "text/path_text.h"
@@ -30,23 +31,17 @@ bool IsApartFromHome(const std::u16string& location, const std::u16string& home)
   return false;
 }
 
-// Copies that were put into one of these profiles would be copied with it some day.
-bool IsOutsideSharedProfiles(const std::u16string& location) {
-  for (const ProfileFolder which : {ProfileFolder::Default, ProfileFolder::Public}) {
-    ProfileFolderValue value;
-    if (!RequireProfileFolder(which, value)) return false;
-    if (!IsReallySameOrBelow(location, value.folder)) continue;
+// What were put into a profile would go wherever that goes.
+bool IsOutsideProfiles(const std::u16string& location) {
+  std::vector<UserProfile> profiles;
+  if (!ReadOtherProfiles({}, profiles)) return false;
+  for (const ProfileFolder which : {ProfileFolder::Default, ProfileFolder::Public})
+    if (ProfileFolderValue value; !RequireProfileFolder(which, value)) return false;
+  for (const UserProfile& profile : profiles) {
+    if (!IsReallySameOrBelow(location, DriveForm(profile.folder))) continue;
     return LogFailure(u"#ERROR: The location %ls lies in the profile %ls. Browse to a different location.", location,
-                      value.folder);
+                      profile.folder);
   }
-  return true;
-}
-
-// Windows empties these when it likes, or lets nobody in.
-bool IsOutsideSystemFolders(const std::u16string& location) {
-  for (const std::u16string& path : {location, RealPath(location)})
-    for (std::u16string folder = path; !folder.empty(); folder = ParentPath(folder))
-      if (IsSystemFolderName(LastComponent(folder))) return LogFailure(line::kSystemFolder, location);
   return true;
 }
 
@@ -57,9 +52,11 @@ bool MayHoldProfiles(const std::u16string& location, const std::u16string& home,
   const bool asRoot = allowDriveRoot && IsDriveRoot(location.c_str());
   const bool mustExist = !asRoot && PathExists(location);
   // Without a source, just the rules for the target are asked.
-  return ValidateTargetPath(location.c_str(), {.mustExist = mustExist}) && IsOutsideSystemFolders(location) &&
-         IsApartFromHome(location, home) && IsOutsideSharedProfiles(location) &&
-         CheckPathRelations(u"", location.c_str(), {.excludeMountedVolume = true});
+  return ValidateTargetPath(location.c_str(), {.mustExist = mustExist}) &&
+         (mustExist || !IsSystemFolder(location.c_str(), {.quiet = true})) && IsOutsideSystemFolders(location) &&
+         IsApartFromHome(location, home) && IsOutsideProfiles(location) &&
+         CheckPathRelations(u"", location.c_str(), {.excludeMountedVolume = true}) &&
+         MayComeTo(home, location, Comes::Profiles);
 }
 
 bool IsVolumeThere(const std::u16string& folder, const std::u16string& volume) {

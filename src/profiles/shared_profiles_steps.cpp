@@ -7,6 +7,7 @@
 #include "profiles/account_pictures.h"
 #include "profiles/redirection_notes.h"
 #include "profiles/shared_profiles_rules.h"
+#include "records/redirected_places.h"
 #include "report/console.h"
 #include "report/log.h"
 #include "text/path_text.h"
@@ -55,7 +56,8 @@ bool PlanCopies(SharedProfiles which, const std::u16string& location, const std:
 bool MayBeCopied(const ProfileCopies& copies, const std::u16string& location) {
   std::vector<std::u16string> trees;
   for (const auto& copy : copies) {
-    if (!IsFolderAndNoLink(copy->original()) || HoldsRedirectedData(copy->original()) || !IsFree(copy->copy()))
+    if (!IsFolderAndNoLink(copy->original()) || HoldsRedirectedData(copy->original()) || !IsFree(copy->copy()) ||
+        !MayComeTo(copy->original(), copy->copy(), Comes::Profile))
       return false;
     trees.push_back(copy->original());
   }

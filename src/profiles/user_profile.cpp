@@ -7,6 +7,7 @@
 #include "fsops/side_folder.h"
 #include "links/mounted_folder.h"
 #include "links/presence.h"
+#include "links/real_path.h"
 #include "links/volume_paths.h"
 #include "probes/keelroom.h"
 #include "probes/privileges.h"
@@ -149,7 +150,8 @@ int RedirectUserProfile(const char16_t* user, const char16_t* target, const Prof
   if (!imagePath.Write()) return 1;
   if (!IsInItsFolder(profile.folder, target) || !IsAloneOnItsVolume(profile))
     return Fail(StringId::ProfileRedirectionFailed);
-  ProfileMove move(profile, target, flags);
+  profile.folder = AsStored(profile.folder);
+  ProfileMove move(profile, AsStored(target), flags);
   if (!move.Run()) return Fail(StringId::ProfileRedirectionFailed);
   imagePath.Keep();
   return Succeed(StringId::ProfileRedirected);

@@ -83,8 +83,9 @@ RecordNames ReadRecordNames(int isFile) {
 
 std::u16string RecordKey(int isFile, const std::u16string& name) { return ListKey(isFile) + u"\\" + name; }
 
-// A text value up to its terminator, if it has one.
+// A text value up to its terminator, if it has one; empty unless it is told.
 Answer ReadText(const win32::UniqueKey& key, const std::u16string& subkey, const char16_t* name, std::u16string& out) {
+  out.clear();
   win32::DWORD type = 0;
   win32::DWORD size = 0;
   const Answer sized = AnswerOf(win32::RegQueryValueExW(key.get(), name, nullptr, &type, nullptr, &size));
@@ -106,6 +107,8 @@ Answer ReadText(const win32::UniqueKey& key, const std::u16string& subkey, const
 }
 
 Answer ReadRecord(const std::u16string& subkey, std::u16string& source, std::u16string& target) {
+  source.clear();
+  target.clear();
   win32::UniqueKey key;
   const Answer opened = AnswerOf(win32::RegOpenKeyExW(win32::HKEY_LOCAL_MACHINE, subkey.c_str(), 0,
                                                       win32::KEY_QUERY_VALUE | win32::KEY_WOW64_32KEY, key.put()));
@@ -113,7 +116,9 @@ Answer ReadRecord(const std::u16string& subkey, std::u16string& source, std::u16
     DebugOutput(u"#ERROR: ReadKeyValues: RegOpenKeyEx() failed for path = %ls", subkey);
     return opened;
   }
-  return std::max(ReadText(key, subkey, u"Source", source), ReadText(key, subkey, u"Target", target));
+  const Answer sourceAnswer = ReadText(key, subkey, u"Source", source);
+  const Answer targetAnswer = ReadText(key, subkey, u"Target", target);
+  return std::max(sourceAnswer, targetAnswer);
 }
 
 // Without a terminator: the product's other components store and expect the bare characters.

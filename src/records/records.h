@@ -15,7 +15,7 @@
 int AddJunctionRegKey(const char16_t* source, const char16_t* target, int isFile);
 
 // Both values of a record, by its key below HKEY_LOCAL_MACHINE. With or without their terminator; 0 when one is
-// missing, is not a text or does not fit 499 characters.
+// missing, is not a text or does not fit 499 characters: that one is empty then.
 int ReadKeyValues(const std::u16string& subkey, std::u16string& source, std::u16string& target);
 
 // The key of the first record of this pair (letter case does not count); empty when there is none.

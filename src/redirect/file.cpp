@@ -12,6 +12,7 @@
 #include "links/real_path.h"
 #include "probes/service_pause.h"
 #include "records/records.h"
+#include "records/redirected_places.h"
 #include "redirect/file_copy.h"
 #include "redirect/file_rules.h"
 #include "redirect/folder_steps.h"
@@ -190,8 +191,9 @@ bool FileRedirection::PutBack(CopyBeside& back) {
 // One file on its way back.
 class FileRemoval {
  public:
-  FileRemoval(const char16_t* source, const char16_t* target)
-      : source_(AsStored(source)), target_(RealTarget(source_, target)) {}
+  // The pair as it is recorded; where it is not, as the command names it.
+  explicit FileRemoval(const JunctionRecord& pair)
+      : pair_(pair), source_(AsStored(pair.source)), target_(pair.target) {}
 
   // Nothing has changed when one of these says no.
   bool MayRemove() const;
@@ -202,23 +204,16 @@ class FileRemoval {
   void PutLinkBack() const;
 
  private:
-  static std::u16string RealTarget(const std::u16string& source, std::u16string target);
   bool LinkLeadsToTarget() const;
   bool LeadsThroughNoOther() const;
   bool ReplaceLink(CopyBeside& back);
 
+  const JunctionRecord pair_;
   const std::u16string source_, target_;
   HeldFile held_;
   // What has been done.
   bool linkRemoved_ = false, isBack_ = false;
 };
-
-// The file as it is recorded or named; otherwise the given path is that of the folder.
-std::u16string FileRemoval::RealTarget(const std::u16string& source, std::u16string target) {
-  if (JunctionRegKeyExists(source.c_str(), target.c_str(), 1)) return target;
-  const bool namesFile = EqualPaths(LastComponent(source), LastComponent(target));
-  return namesFile && !DirectoryExists(target) ? target : JoinPath(target, LastComponent(source));
-}
 
 // A link that somebody has made anew since leads elsewhere, and is not this program's.
 bool FileRemoval::LinkLeadsToTarget() const {
@@ -231,7 +226,7 @@ bool FileRemoval::MayRemove() const {
   if (!AreThere(source_, target_)) return false;
   if (!IsSymbolicLink(source_.c_str()))
     return LogFailure(u"#ERROR: Symbolic Link doesn't exists for Source = %ls.", source_);
-  if (FindJunctionRegKey(source_.c_str(), target_.c_str(), 1).empty() || !LinkLeadsToTarget())
+  if (FindJunctionRegKey(pair_.source.c_str(), target_.c_str(), 1).empty() || !LinkLeadsToTarget())
     return LogFailure(u"#ERROR: Symbolic Link wasn't created by Quillbay for Source = %ls and Target = %ls.", source_,
                       target_);
   return LeadsThroughNoOther();
@@ -295,10 +290,10 @@ bool FileRemoval::ReplaceLink(CopyBeside& back) {
 }
 
 bool FileRemoval::ForgetRecord() const {
-  if (!DeleteRegKey(source_.c_str(), target_.c_str(), 1))
+  if (!DeleteRegKey(pair_.source.c_str(), target_.c_str(), 1))
     return LogFailure(u"#ERROR: Unable to remove Symbolic Link from Registry for Source = %ls and Target = %ls.",
                       source_, target_);
-  if (UpdateOtherJunctionRecords(target_, source_, 1, {{}, source_, target_})) return true;
+  if (UpdateOtherJunctionRecords(target_, source_, 1, pair_)) return true;
   return LogFailure(u"#ERROR: Unable to update redirected file path in registry.");
 }
 
@@ -325,14 +320,33 @@ bool RedirectFileToFolder(const FilePlaces& places, int copyNtfsPermissions, Ser
   return redirected;
 }
 
+// The given target is the file as it is recorded or named; otherwise it is the folder.
+JunctionRecord PairOf(const std::u16string& source, const std::u16string& target) {
+  if (const std::optional<JunctionRecord> record = FindRecord(source, target, 1)) return *record;
+  const bool namesFile = EqualPaths(LastComponent(source), LastComponent(target));
+  return {{}, source, namesFile && !DirectoryExists(target) ? target : JoinPath(target, LastComponent(source))};
+}
+
 bool RemoveFileFromFolder(const char16_t* source, const char16_t* target, ServicePause& service) {
-  FileRemoval removal(source, target);
+  FileRemoval removal(PairOf(AsStored(source), target));
   if (!removal.MayRemove()) return false;
   service.Begin();
   if (!removal.HoldTarget()) return false;
   if (removal.CopyBack() && removal.ForgetRecord()) return true;
   removal.PutLinkBack();
   return false;
+}
+
+int RemoveFileAndSay(const char16_t* source, const char16_t* target) try {
+  if (!MayBegin(source, target, line::kPathMissingForRemoval)) return 1;
+  ServicePause service(ServicePause::kQuillbay);
+  const int result = RemoveFileFromFolder(source, target, service) ? Succeed(StringId::FileRemovalDone)
+                                                                   : Fail(StringId::FileRemovalFailed);
+  service.End();
+  StopServiceWithoutWork();
+  return result;
+} catch (const std::exception&) {
+  return Fail(StringId::FileRemovalFailed);
 }
 
 }  // namespace
@@ -346,16 +360,9 @@ int RedirectFile(const char16_t* source, const char16_t* target, int copyNtfsPer
   return Fail(StringId::FileRedirectionFailed);
 }
 
-int RemoveFileRedirection(const char16_t* source, const char16_t* target) try {
+int RemoveFileRedirection(const char16_t* source, const char16_t* target) {
   Log(u"RemoveFileRedirection - ENTER");
-  if (!MayBegin(source, target, line::kPathMissingForRemoval)) return 1;
-  ServicePause service(ServicePause::kQuillbay);
-  const int result = RemoveFileFromFolder(source, target, service) ? Succeed(StringId::FileRemovalDone)
-                                                                   : Fail(StringId::FileRemovalFailed);
-  service.End();
-  StopServiceWithoutWork();
+  const int result = RemoveFileAndSay(source, target);
   Log(u"RemoveFileRedirection - EXIT");
   return result;
-} catch (const std::exception&) {
-  return Fail(StringId::FileRemovalFailed);
 }

@@ -1,12 +1,11 @@
 #include "redirect/file_rules.h"
 
-#include <utility>
-
 #include "fsops/security.h"
 #include "links/junction.h"
 #include "links/presence.h"
 #include "links/real_path.h"
 #include "probes/locked_handles.h"
+#include "records/redirected_places.h"
 #include "redirect/file_copy.h"
 #include "report/lines.h"
 #include "report/log.h"
@@ -137,16 +136,22 @@ void LogCopyFailed(const std::u16string& source, const std::u16string& target) {
       win32::GetLastError());
 }
 
-FilePlaces::FilePlaces(const std::u16string& file, std::u16string targetFolder)
-    : source(AsStored(file)), folder(std::move(targetFolder)), realTarget(JoinPath(folder, LastComponent(source))) {}
+FilePlaces::FilePlaces(const std::u16string& file, const std::u16string& targetFolder)
+    : source(AsStored(file)), folder(AsStored(targetFolder)), realTarget(JoinPath(folder, LastComponent(source))) {}
 
 bool MayBeRedirected(const FilePlaces& places) {
   return IsFullFilePath(places.source) && IsFullFilePath(places.folder) && SourceIsNoLink(places) &&
          IsShortEnough(places.source) && SourceIsFilePath(places.source) && SourceIsNotTarget(places) &&
-         TargetIsNoLink(places) && SourceExists(places.source) && IsShortEnough(places.realTarget) && AreOnNtfs(places);
+         TargetIsNoLink(places) && SourceExists(places.source) && IsShortEnough(places.realTarget) &&
+         AreOnNtfs(places) && MayComeTo(places.source, places.realTarget, Comes::File) &&
+         IsOutsideSystemFolders(places.folder);
 }
 
-bool MayGoThere(const FilePlaces& places) { return AreFitForEachOther(places) && MayBeRead(places); }
+bool MayGoThere(const FilePlaces& places) {
+  if (!AreFitForEachOther(places) || !MayBeRead(places)) return false;
+  TellIfOnOneVolume(places.source, places.folder);
+  return true;
+}
 
 // The list of open handles is not complete; the exclusive open finds what it lacks.
 bool IsInUse(const std::u16string& source) {

@@ -4,10 +4,11 @@
 
 #include <string>
 
+// The paths as the disk has them.
 struct FilePlaces {
-  FilePlaces(const std::u16string& file, std::u16string targetFolder);
+  FilePlaces(const std::u16string& file, const std::u16string& targetFolder);
 
-  const std::u16string source;      // the file, its name as it is stored
+  const std::u16string source;      // the file
   const std::u16string folder;      // where it goes
   const std::u16string realTarget;  // the file there
 };

@@ -10,6 +10,7 @@
 #include "links/real_path.h"
 #include "links/volume_paths.h"
 #include "records/records.h"
+#include "records/redirected_places.h"
 #include "redirect/folder_on_volume.h"
 #include "redirect/folder_removal.h"
 #include "redirect/folder_steps.h"
@@ -18,6 +19,7 @@
 #include "report/outcome.h"
 #include "text/path_text.h"
 #include "validate/path_rules.h"
+#include "validate/relations.h"
 #include "validate/validate.h"
 #include "win32/win32.h"
 
@@ -29,7 +31,7 @@ class FolderRedirection {
   FolderRedirection(std::u16string source, std::u16string target, CarriedAlong carried)
       : source_(std::move(source)),
         target_(std::move(target)),
-        realTarget_(RealTargetOf(source_, target_)),
+        realTarget_(AsStored(RealTargetOf(source_, target_))),
         carried_(carried),
         created_(realTarget_) {}
 
@@ -43,6 +45,7 @@ class FolderRedirection {
 
  private:
   bool TargetIsPlainFolder() const;
+  bool MayComeBack() const;
   void TakeBack(bool junctionMade);
   void RemoveTargetIfEmpty() const;
 
@@ -66,7 +69,16 @@ bool FolderRedirection::MayRedirect() const {
     TellIfRedirectionWasCutOff(source_, realTarget_);
     return false;
   }
-  return TargetMayBeUsed();
+  if (!MayLeave(source_) || !TargetMayBeUsed() || !MayComeTo(source_, realTarget_, Comes::Folder) || !MayComeBack())
+    return false;
+  TellIfOnOneVolume(source_, realTarget_);
+  return true;
+}
+
+// The removal asks the contents' folder as a source, and the right to fill the place that they left.
+bool FolderRedirection::MayComeBack() const {
+  return !IsSystemFolder(realTarget_.c_str(), {.quiet = true}) && IsOutsideSystemFolders(realTarget_) &&
+         MayBeBroughtBack(source_, source_);
 }
 
 bool FolderRedirection::TargetMayBeUsed() const {
@@ -158,7 +170,7 @@ void FolderRedirection::RemoveTargetIfEmpty() const {
 bool RedirectFolderToFolder(const std::u16string& source, const char16_t* target, CarriedAlong carried) {
   // A target that is yet to be made has its parent above its own name, not above the backslash behind it.
   const std::u16string folder = IsPlainPath(target) ? WithoutTrailingBackslash(target) : std::u16string(target);
-  FolderRedirection redirection(source, folder, carried);
+  FolderRedirection redirection(source, AsStored(folder), carried);
   return redirection.MayRedirect() && redirection.MakeTarget() && redirection.MoveContents() &&
          redirection.LeaveJunction();
 }
@@ -183,7 +195,7 @@ int RedirectFolder(const char16_t* source, const char16_t* target, CarriedAlong 
     Log(line::kRedirectedAlready, source);
     return Fail(StringId::FolderRedirectionFailed);
   }
-  const std::u16string folder = WithoutTrailingBackslash(source);
+  const std::u16string folder = AsStored(WithoutTrailingBackslash(source));
   const bool redirected = IsVolumePath(target) ? RedirectFolderOntoVolume(folder, target, carried)
                                                : RedirectFolderToFolder(folder, target, carried);
   return redirected ? Succeed(StringId::FolderRedirected) : Fail(StringId::FolderRedirectionFailed);

@@ -1,5 +1,7 @@
 #include "redirect/folder_on_volume.h"
 
+#include <optional>
+
 #include "fsops/backup_copy.h"
 #include "fsops/folder_itself.h"
 #include "fsops/folders.h"
@@ -9,6 +11,8 @@
 #include "links/mounted_folder.h"
 #include "links/presence.h"
 #include "records/records.h"
+#include "records/redirected_places.h"
+#include "redirect/folder_steps.h"
 #include "report/console.h"
 #include "report/lines.h"
 #include "report/log.h"
@@ -66,7 +70,8 @@ bool FolderOntoVolume::MayRedirect() const {
     LogIfInterrupted();
     return false;
   }
-  return HasAllowedLength(realTarget());
+  return HasAllowedLength(realTarget()) && MayLeave(source_) && MayComeTo(source_, volume_, Comes::Folder) &&
+         MayComeTo(source_, realTarget(), Comes::Folder) && MayBeBroughtBack(source_, ParentPath(source_));
 }
 
 // Empty when none is.
@@ -194,7 +199,7 @@ class FolderFromVolume {
   void TakeBack();
 
   const std::u16string source_, target_, volume_;
-  std::u16string recordedTarget_;
+  std::u16string recordedSource_, recordedTarget_;
   SideFolder newFolder_;
   const CarriedAlong carried_;
   FolderDescriptor ownDescriptor_;  // of the folder under the mount
@@ -204,8 +209,9 @@ class FolderFromVolume {
 // The record names the volume as the command that made it did.
 bool FolderFromVolume::FindRecord() {
   for (const std::u16string& target : {target_, volume_, WithoutTrailingBackslash(volume_)})
-    if (JunctionRegKeyExists(source_.c_str(), target.c_str(), 0)) {
-      recordedTarget_ = target;
+    if (const std::optional<JunctionRecord> record = ::FindRecord(source_, target, 0)) {
+      recordedSource_ = record->source;
+      recordedTarget_ = record->target;
       return true;
     }
   return false;
@@ -255,7 +261,7 @@ bool FolderFromVolume::MoveContentsBack() {
 }
 
 bool FolderFromVolume::ForgetRecord() {
-  if (DeleteRegKey(source_.c_str(), recordedTarget_.c_str(), 0)) return true;
+  if (DeleteRegKey(recordedSource_.c_str(), recordedTarget_.c_str(), 0)) return true;
   Log(line::kRecordNotRemoved, source_, target_);
   TakeBack();
   return false;
@@ -290,8 +296,8 @@ void FolderFromVolume::TakeBack() {
   }
   if (!CopyFileTimesAndAttributes(newFolder, source_, {.isReparsePoint = true})) Log(line::kTimesNotCopied, newFolder);
   if (!UndoMove(moved_)) Log(line::kOthersStay, source_, newFolder);
-  if (!JunctionRegKeyExists(source_.c_str(), recordedTarget_.c_str(), 0) &&
-      !AddJunctionRegKey(source_.c_str(), recordedTarget_.c_str(), 0))
+  if (!JunctionRegKeyExists(recordedSource_.c_str(), recordedTarget_.c_str(), 0) &&
+      !AddJunctionRegKey(recordedSource_.c_str(), recordedTarget_.c_str(), 0))
     Log(line::kRecordNotAdded, source_, recordedTarget_);
   Abandon();
 }

@@ -1,6 +1,7 @@
 #include "redirect/folder_removal.h"
 
 #include <map>
+#include <optional>
 #include <utility>
 #include <vector>
 
@@ -10,10 +11,12 @@
 #include "links/junction.h"
 #include "links/presence.h"
 #include "records/records.h"
+#include "records/redirected_places.h"
 #include "redirect/folder_steps.h"
 #include "report/lines.h"
 #include "report/log.h"
 #include "text/path_text.h"
+#include "validate/path_rules.h"
 #include "validate/validate.h"
 
 namespace {
@@ -21,8 +24,12 @@ namespace {
 // One folder on its way back.
 class FolderRemoval {
  public:
-  FolderRemoval(std::u16string source, std::u16string target, CarriedAlong carried)
-      : source_(std::move(source)), target_(RecordedTarget(source_, std::move(target))), carried_(carried) {}
+  // `record` as it is found; without one, the pair as the command names it.
+  FolderRemoval(JunctionRecord record, CarriedAlong carried)
+      : source_(std::move(record.source)),
+        target_(std::move(record.target)),
+        isRecorded_(!record.subkey.empty()),
+        carried_(carried) {}
 
   // Nothing has changed when this says no.
   bool MayRemove() const;
@@ -39,29 +46,26 @@ class FolderRemoval {
   void RemoveEmptyTarget() const;
 
  private:
-  static std::u16string RecordedTarget(const std::u16string& source, std::u16string target);
   void PutJunctionBack() const;
   bool LeadBack(const std::u16string& junction) const;
 
   const std::u16string source_, target_;
+  const bool isRecorded_;
   const CarriedAlong carried_;
   MoveRecord moved_;
   std::u16string junctionTarget_;
 };
 
-// A redirection is undone by the command that made it, so the location may be the folder in which the contents' folder
-// was made as well as that folder itself.
-std::u16string FolderRemoval::RecordedTarget(const std::u16string& source, std::u16string target) {
-  if (JunctionRegKeyExists(source.c_str(), target.c_str(), 0)) return target;
-  std::u16string realTarget = RealTargetOf(source, target);
-  return JunctionRegKeyExists(source.c_str(), realTarget.c_str(), 0) ? realTarget : target;
-}
-
 bool FolderRemoval::MayRemove() const {
-  if (!AreThere(source_, target_)) return false;
-  if (!JunctionRegKeyExists(source_.c_str(), target_.c_str(), 0))
-    return LogFailure(line::kNoJunction, source_, target_);
-  return true;
+  if (!AreThere(source_, target_)) {
+    if (isRecorded_ && IsGone(source_)) TellIfRemovalWasCutOff(source_, target_);
+    return false;
+  }
+  if (isRecorded_) return NoFileLinksLeadInto(target_);
+  Log(line::kNoJunction, source_, target_);
+  for (const std::u16string& path : {source_, target_})
+    if (IsExtendedDrivePath(path)) Log(line::kInvalidPath, path);
+  return false;
 }
 
 bool FolderRemoval::TakeJunctionAway() {
@@ -114,6 +118,8 @@ bool FolderRemoval::UpdateNested() const {
   note(records);
   bool all = UpdateRecords(target_, source_, records);
   note(records);
+  // A file that was redirected from within, by this path.
+  if (!UpdateOtherJunctionRecords(target_, source_, 1, {})) all = LogFailure(line::kRecordsNotUpdated);
   for (const auto& [junction, contents] : junctions)
     if (!LeadBack(junction)) {
       Log(line::kJunctionNotCreated, junction, contents);
@@ -152,7 +158,9 @@ void FolderRemoval::PutJunctionBack() const {
 }  // namespace
 
 bool RemoveFolderFromFolder(const std::u16string& source, const std::u16string& target, CarriedAlong carried) {
-  FolderRemoval removal(source, target, carried);
+  // The location may be the folder in which the contents' folder was made as well as that folder itself.
+  const std::optional<JunctionRecord> record = FindRecord(source, target, 0);
+  FolderRemoval removal(record ? *record : JunctionRecord{{}, source, target}, carried);
   if (!removal.MayRemove() || !removal.TakeJunctionAway() || !removal.MoveContentsBack() || !removal.ForgetRecord())
     return false;
   const bool nestedUpdated = removal.UpdateNested();

@@ -1,8 +1,10 @@
 #include "redirect/folder_steps.h"
 
+#include "fsops/security.h"
 #include "links/junction.h"
 #include "links/presence.h"
 #include "probes/privileges.h"
+#include "records/profile_keys.h"
 #include "records/records.h"
 #include "report/lines.h"
 #include "report/log.h"
@@ -26,7 +28,20 @@ bool AreThere(const std::u16string& source, const std::u16string& target) {
   return LogFailure(u"#ERROR: Target = %ls Path Does Not Exist.", target);
 }
 
+bool MayBeBroughtBack(const std::u16string& source, const std::u16string& folder) {
+  if (HasAccess(ImpersonatedCaller().token(), FolderForm(folder), kFullControl)) return true;
+  return LogFailure(
+      u"#ERROR: %ls could not be brought back. Insufficient permissions. The minimum permissions requirement on %ls is "
+      u"full control.",
+      source, folder);
+}
+
 void TellIfRemovalWasCutOff(const std::u16string& source, const std::u16string& target) {
+  if (!LookAt(source).IsReparsePoint() && IsProfileFolder(target)) {
+    Log(u"#INFO: The folder %ls is the place of the User Profile in %ls. RedirectUPDefault brings it back.", source,
+        target);
+    return;
+  }
   if (!LookAt(source).IsPlainDirectory()) return;
   Log(u"#INFO: The folder %ls is no junction, although its redirection is recorded: its removal was cut off, or "
       u"somebody has put a folder in the junction's place. Its files and folders are in it, in %ls, or partly in both; "

@@ -14,6 +14,7 @@
 #include "report/log.h"
 #include "report/outcome.h"
 #include "text/path_text.h"
+#include "validate/path_rules.h"
 #include "validate/validate.h"
 #include "win32/win32.h"
 
@@ -63,6 +64,7 @@ bool Set(const std::u16string& location, CQBConfig& config, std::u16string& oldL
         u"#ERROR: Registry Key Redirection location already set. To set new location,please remove existing location");
   VolumeOnFolder mount;
   const bool onVolume = IsExactVolumePath(location);
+  if (!onVolume && IsExtendedDrivePath(location)) return LogFailure(line::kInvalidPath, location);
   if (onVolume && !mount.Mount(location)) return false;
   const std::u16string& folder = onVolume ? mount.folder() : location;
   constexpr TargetPathOptions kOptions{

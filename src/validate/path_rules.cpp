@@ -6,6 +6,7 @@
 #include <string_view>
 #include <vector>
 
+#include "fsops/file_list.h"
 #include "links/mounted_folder.h"
 #include "links/real_path.h"
 #include "report/console.h"
@@ -51,17 +52,15 @@ win32::UINT DriveTypeOf(const std::u16string& root) {
   return win32::DRIVE_NO_ROOT_DIR;
 }
 
-std::u16string SpecialFolder(int csidl) {
+// False when Windows does not name it.
+bool SpecialFolder(int csidl, std::u16string& folder) {
   std::array<char16_t, kPathBuffer> path{};
-  return win32::SHGetSpecialFolderPathW(nullptr, path.data(), csidl, win32::FALSE) ? path.data() : std::u16string();
+  if (win32::SHGetSpecialFolderPathW(nullptr, path.data(), csidl, win32::FALSE)) folder = path.data();
+  return !folder.empty();
 }
 
-// A folder that Windows does not name is contained in nothing and equal to nothing.
 bool Contains(const std::u16string& path, const std::u16string& folder) {
-  return !folder.empty() && win32::StrStrIW(path.c_str(), folder.c_str()) != nullptr;
-}
-bool Is(const std::u16string& path, const std::u16string& folder) {
-  return !folder.empty() && EqualPaths(path, folder);
+  return win32::StrStrIW(path.c_str(), folder.c_str()) != nullptr;
 }
 
 // The path without what makes no other folder of it: "\\?\", a backslash at the end, short names.
@@ -111,7 +110,12 @@ bool IsOnFixedOrRemovableDrive(const char16_t* path) {
   return type == win32::DRIVE_FIXED || type == win32::DRIVE_REMOVABLE;
 }
 
+bool IsExtendedDrivePath(std::u16string_view path) {
+  return HasExtendedPrefix(path) && WithoutExtendedPrefix(path).substr(0, 2).ends_with(u':');
+}
+
 bool IsUsablePath(const std::u16string& path) {
+  if (IsExtendedDrivePath(path)) return LogFailure(line::kInvalidPath, path);
   // With "..", the last component would not be the folder's name, and a folder inside another would not look like it.
   if (HasDotComponents(path)) return LogFailure(line::kRelativePath, path);
   // Windows itself would take the odd parts away, but not from the path that a junction holds: it would lead nowhere.
@@ -152,27 +156,36 @@ bool IsOnNtfs(const char16_t* path) {
 }
 
 int IsSystemFolder(const char16_t* path, const SystemFolderOptions& options) try {
-  const std::u16string system = SpecialFolder(win32::CSIDL_SYSTEM);
-  const std::u16string windows = SpecialFolder(win32::CSIDL_WINDOWS);
-  const std::u16string programs = SpecialFolder(win32::CSIDL_PROGRAM_FILES);
-  const std::u16string programsX86 = SpecialFolder(win32::CSIDL_PROGRAM_FILESX86);
+  std::u16string system, windows, programs, programsX86;
+  if (!SpecialFolder(win32::CSIDL_SYSTEM, system) || !SpecialFolder(win32::CSIDL_WINDOWS, windows) ||
+      !SpecialFolder(win32::CSIDL_PROGRAM_FILES, programs) ||
+      !SpecialFolder(win32::CSIDL_PROGRAM_FILESX86, programsX86)) {
+    Log(u"#ERROR: Unable to tell the Windows system folders, of which %ls may be one.", path);
+    return 1;
+  }
   const std::u16string name = PlainName(path);
-  if (Contains(name, system) || Is(name, windows) || Is(name, programs) || Is(name, programsX86)) {
+  if (Contains(name, system) || EqualPaths(name, windows) || EqualPaths(name, programs) ||
+      EqualPaths(name, programsX86)) {
     Log(line::kSystemFolder, path);
     return 1;
   }
   const bool belowWindows = Contains(name, windows);
   if (!belowWindows && !Contains(name, programs) && !Contains(name, programsX86)) return 0;
   if (options.insideProductOnly) {
-    const auto product = [](const std::u16string& folder) {
-      return folder.empty() ? folder : folder + u"\\Velmora\\Rimehold";
-    };
+    const auto product = [](const std::u16string& folder) { return folder + u"\\Velmora\\Rimehold"; };
     return Contains(name, product(programs)) || Contains(name, product(programsX86)) ? 0 : 1;
   }
   if (!options.quiet) Say(belowWindows ? StringId::BelowWindows : StringId::BelowProgramFiles);
   return 0;
 } catch (const std::exception&) {
   return 1;
+}
+
+bool IsOutsideSystemFolders(const std::u16string& path) {
+  for (const std::u16string& name : {path, RealPath(path)})
+    for (std::u16string folder = name; !folder.empty(); folder = ParentPath(folder))
+      if (IsSystemFolderName(LastComponent(folder))) return LogFailure(line::kSystemFolder, path);
+  return true;
 }
 
 int GetParentDirPath(const char16_t* path, std::u16string& parent) try {

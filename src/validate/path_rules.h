@@ -16,8 +16,10 @@ bool IsOnFixedOrRemovableDrive(const char16_t* path);
 bool IsRelativePath(const char16_t* path);  // blanks around it and quotes do not count
 // The path without the blanks around it and without its quotes.
 std::u16string TrimAndUnquote(std::u16string_view path);
-// May the path stand in a redirection as it is written? No "." or "..", no odd separators or blanks; a refusal has its
-// line in the log.
+// The path begins with "\\?\" and a drive. A link could not lead to what is so named, and no rule would see what it is.
+bool IsExtendedDrivePath(std::u16string_view path);
+// May the path stand in a redirection as it is written? No "." or "..", no odd separators or blanks, no "\\?\C:"; a
+// refusal has its line in the log.
 bool IsUsablePath(const std::u16string& path);
 // The same for a profile. The names of devices, "\\?\C:" among them, would be other places than those that all the
 // rules speak of.
@@ -32,8 +34,13 @@ struct SystemFolderOptions {
   bool insideProductOnly = false;  // of Windows and Program Files, let through the product's own folders alone
   bool quiet = false;              // no warning on the console about a folder below them
 };
-// 1 refuses the path: it is a system folder, or not one of the product's own where only those are let through.
-int IsSystemFolder(const char16_t* path, const SystemFolderOptions& options);
+// 1 refuses the path: it is a system folder, or not one of the product's own where only those are let through, or
+// Windows does not say which are its own.
+int IsSystemFolder(const char16_t* path, const SystemFolderOptions& options = {});
+
+// Neither "$RECYCLE.BIN" nor "System Volume Information" is above the path, as it is written or really is: Windows
+// empties these when it likes, or lets nobody in. A refusal has its line in the log.
+bool IsOutsideSystemFolders(const std::u16string& path);
 
 // The path cut at its last backslash; 0 when it has none.
 int GetParentDirPath(const char16_t* path, std::u16string& parent);

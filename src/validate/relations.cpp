@@ -7,6 +7,7 @@
 #include "links/junction.h"
 #include "links/presence.h"
 #include "links/real_path.h"
+#include "links/volume_paths.h"
 #include "report/lines.h"
 #include "report/log.h"
 #include "text/path_text.h"
@@ -163,4 +164,11 @@ int CheckPathRelations(const FolderTree& source, const char16_t* target, const R
 bool GrantsFullControl(const std::u16string& folder, const char16_t* target) {
   if (HasAccess(ImpersonatedCaller().token(), FolderForm(folder), kFullControl)) return true;
   return LogFailure(line::kTargetNotPermitted, target);
+}
+
+void TellIfOnOneVolume(const std::u16string& source, const std::u16string& target) {
+  const std::u16string volume = VolumeThatHolds(source);
+  if (volume.empty() || !EqualPaths(volume, VolumeThatHolds(target))) return;
+  Log(u"#INFO: %ls is on the same volume as %ls: what is discarded there at a restart is discarded at both places.",
+      target, source);
 }

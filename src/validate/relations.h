@@ -17,3 +17,7 @@ int CheckPathRelations(const FolderTree& source, const char16_t* target, const R
 // May the user do everything in the folder, so that the target can be made there or filled? A refusal has its line in
 // the log.
 bool GrantsFullControl(const std::u16string& folder, const char16_t* target);
+
+// Tells the log when both places are on one volume: whatever takes the changes away from the one takes them away from
+// the other. No refusal.
+void TellIfOnOneVolume(const std::u16string& source, const std::u16string& target);

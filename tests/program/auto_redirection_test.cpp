@@ -153,15 +153,21 @@ TEST_F(AutoRedirection, IsRefused) {
   machine->registry().Set(
       u"HKLM\\SYSTEM\\CurrentControlSet\\Control\\Session Manager", u"PendingFileRenameOperations", win32::REG_MULTI_SZ,
       emulated::RegistryMultiText({u"\\??\\C:\\other", u"\\??\\C:\\x", u"!\\??\\d:\\OWED\\Public"}));
+  ASSERT_EQ(RunProgram(*machine, {u"/RedirectUP", u"anna", u"/loc:D:\\"}).exitCode, 0);
+  MakeFolder(u"C:\\x");
+  ASSERT_EQ(RunProgram(*machine, {u"/RedirectFolder", u"C:\\x", u"/loc:D:\\Kept"}).exitCode, 0);
+  MakeFolder(u"D:\\Kept\\x\\y");
   const Values values = ProfileValues();
   const std::string config = Contents(kConfig);
   const test::Tree disk = test::DescribeTree(u"D:");
   const std::u16string failed = u"Automatically redirect newly created user profiles is not successful.";
   const std::u16string inHome =
       u" is the profiles folder C:\\Users, lies in it or holds it. Browse to a different location.";
+  const std::u16string another = u" belongs to another redirection, Source = ",
+                       remove = u". Remove that one first, or browse to a different location.";
   const std::pair<std::u16string, Lines> refusals[] = {
       {u"C:\\Users", {u"#ERROR: The location C:\\Users" + inHome, failed}},
-      {u"c:\\users\\x\\", {u"#ERROR: The location c:\\users\\x" + inHome, failed}},
+      {u"c:\\users\\x\\", {u"#ERROR: The location C:\\Users\\x" + inHome, failed}},
       {u"C:\\",
        {u"#ERROR: C:\\ - A folder is required for folder redirection. Browse to a different location.", failed}},
       {u"D:\\a\\..\\b",
@@ -170,12 +176,20 @@ TEST_F(AutoRedirection, IsRefused) {
       {u"C:\\Windows",
        {u"#ERROR: C:\\Windows - Cannot redirect from or to Windows system folders. Browse to a different location.",
         failed}},
+      {u"C:\\Windows\\System32\\x",
+       {u"#ERROR: C:\\Windows\\System32\\x - Cannot redirect from or to Windows system folders. Browse to a different "
+        u"location.",
+        failed}},
+      {u"D:\\anna\\x",
+       {u"#ERROR: The location D:\\anna\\x lies in the profile D:\\anna. Browse to a different location.", failed}},
+      {u"D:\\Kept\\x\\y",
+       {u"#ERROR: The place D:\\Kept\\x\\y" + another + u"C:\\x and Target = D:\\Kept\\x" + remove, failed}},
       {u"D:\\System Volume Information\\x",
        {u"#ERROR: D:\\System Volume Information\\x - Cannot redirect from or to Windows system folders. Browse to a "
         u"different location.",
         failed}},
       {u"D:\\$Recycle.Bin",
-       {u"#ERROR: D:\\$Recycle.Bin - Cannot redirect from or to Windows system folders. Browse to a different "
+       {u"#ERROR: D:\\$RECYCLE.BIN - Cannot redirect from or to Windows system folders. Browse to a different "
         u"location.",
         failed}},
       {u"\\\\?\\D:\\Owed", {u"#ERROR:Invalid path : \\\\?\\D:\\Owed", failed}},

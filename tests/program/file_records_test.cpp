@@ -1,9 +1,9 @@
-// Redirected files that were recorded before: again, on to a third place, and by another file of the name.
+// Redirected files that were recorded before: again, and on to a third place.
 #include "program/file_redirection.h"
 
 namespace {
 
-using test::Contents, test::Exists, test::MakeFile, test::MakeFolder, test::RunProgram;
+using test::Contents, test::Exists, test::MakeFolder, test::RunProgram;
 using test::kSource, test::kTarget, test::kText;
 
 class FileRecordsTest : public test::FileRedirection {};
@@ -52,17 +52,6 @@ TEST_F(FileRecordsTest, RecordsThatDoNotFollowAreAFailure) {
   ASSERT_EQ(RunProgram(*machine, {u"/RedirectFile", kTarget, location, u"/d"}).exitCode, 0);
   ASSERT_EQ(Remove().exitCode, 0);
   ExpectAtHome();
-}
-
-TEST_F(FileRecordsTest, AFileThatAnotherLinkLedToIsKept) {
-  MakeFolder(u"C:\\Second");
-  MakeFile(u"C:\\Second\\file.txt", "second");
-  ASSERT_EQ(Redirect().exitCode, 0);
-  const auto run = Redirect(u"C:\\Second\\file.txt");
-  EXPECT_EQ(run.exitCode, 0);
-  EXPECT_TRUE(run.Logged(u"#INFO: The file that was " + kTarget + u" before stays in " + kTarget + u".kept1."));
-  EXPECT_EQ(Contents(kTarget), "second");
-  EXPECT_TRUE(Contents(kTarget + u".kept1") == kText);
 }
 
 TEST_F(FileRecordsTest, TheLastOfTwoRedirectionsIsRemovedFirst) {

@@ -109,7 +109,7 @@ TEST_F(FolderOnVolume, TheNameStaysAsItIsOnTheDisk) {
   };
   ASSERT_EQ(RunProgram(*machine, {u"/RedirectFolder", u"c:\\DATA", u"/vol:" + kVolume}).exitCode, 0);
   EXPECT_EQ(Utf8(name()), "Data");
-  EXPECT_EQ(Record(u"Source"), u"c:\\DATA");
+  EXPECT_EQ(Record(u"Source"), u"C:\\Data");
   ASSERT_EQ(RunProgram(*machine, {u"/RedirectFolder", u"c:\\data", u"/vol:" + kVolume, u"/d"}).exitCode, 0);
   EXPECT_EQ(Utf8(name()), "Data");
   machine->gate.FailCall("RegCreateKeyExW", 2, win32::ERROR_ACCESS_DENIED);  // the record: the folder is made again

@@ -278,6 +278,11 @@ TEST_F(PathRules, WindowsOwnFoldersWarnOrRefuse) {
     EXPECT_EQ(test::Shown(lines), test::Shown(each.logged ? System(each.path) : Lines{}));
     EXPECT_EQ(console, each.console) << emulated::Utf8(each.path);
   }
+  for (const std::uint64_t question : {1u, 2u, 3u, 4u}) {  // which are Windows' own is not told
+    machine->gate.FailCall("SHGetSpecialFolderPathW", question, ERROR_ACCESS_DENIED);
+    EXPECT_EQ(IsSystemFolder(u"C:\\Data"), 1);
+    machine->gate.ClearFailures();
+  }
 }
 
 }  // namespace

@@ -88,6 +88,8 @@ TEST_F(ProfileRules, NameEachReasonInTheLog) {
     std::vector<std::u16string> log;
   };
   MakeFile(u"D:\\file", "x");
+  MakeFolder(u"C:\\x");
+  ASSERT_EQ(Run({u"/RedirectFolder", u"C:\\x", u"/loc:D:\\Kept"}).exitCode, 0);
   StartProcess(u"Explorer.exe", test::kSidOfJan);
   const std::u16string longFolder = u"D:\\" + std::u16string(240, u'x');
   const std::u16string systemVolume = machine->volumes.front()->guidName;
@@ -122,6 +124,17 @@ TEST_F(ProfileRules, NameEachReasonInTheLog) {
        {u"Checking source folder equals to target./Source: C:\\Users\\anna Target: C:\\Users\\anna #ERROR: Cannot "
         u"redirect when Source and Target folder are the same. Browse to a different location.",
         unsafe + u"C:\\Users\\anna."}},
+      {"Windows' own folder",
+       u"anna",
+       u"C:\\Windows\\System32",
+       {u"#ERROR: C:\\Windows\\System32\\anna - Cannot redirect from or to Windows system folders. Browse to a "
+        u"different "
+        u"location."}},
+      {"another's contents",
+       u"anna",
+       u"D:\\Kept\\x",
+       {u"#ERROR: The place D:\\Kept\\x\\anna belongs to another redirection, Source = C:\\x and Target = D:\\Kept\\x. "
+        u"Remove that one first, or browse to a different location."}},
       {"a file is in the way", u"anna", u"D:\\file", {u"#ERROR: Failed To Create Target Folder: D:\\file\\anna"}},
   };
   const Items before = AllOf(u"C:\\Users\\anna");

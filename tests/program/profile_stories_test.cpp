@@ -29,6 +29,8 @@ TEST_F(Profile, GoesToAFolderAndComesHome) {
   EXPECT_TRUE(test::Names(u"C:\\Users\\anna").empty());
   EXPECT_EQ(Security(u"C:\\Users\\anna"), descriptor);
 
+  for (const auto* undo : {u"/d", u"/c"})
+    EXPECT_TRUE(Run({u"/RedirectFolder", u"C:\\Users\\anna", u"/loc:D:\\Profiles", undo}).Logged(u"RedirectUPDefault"));
   const RunResult back = MoveHome(u"ANNA");
   ASSERT_EQ(back.exitCode, 0) << Utf8(back.console) << Utf8(back.log);
   EXPECT_TRUE(back.Said(u"\nThe target folder: \"C:\\Users\\anna\" already exists.\n")) << Utf8(back.said);

@@ -69,6 +69,13 @@ TEST_F(Records, ReadsValuesWithAndWithoutTerminatorButNoOthers) {
   const emulated::Bytes odd{'C', 0, ':', 0, '\\', 0, 'o', 0, 'x'};
   machine->registry().Set(kFolders + u"\\4", u"Source", win32::REG_SZ, odd);
   machine->registry().SetText(kFolders + u"\\4", u"Target", u"D:\\odd");
+  for (const auto& [question, left] : {std::pair(1, Pair(u"", u"D:\\a")), {3, Pair(u"C:\\a", u"")}}) {
+    Pair read(u"before", u"before");
+    machine->gate.FailCall("RegQueryValueExW", static_cast<std::uint64_t>(question), win32::ERROR_ACCESS_DENIED);
+    EXPECT_EQ(ReadKeyValues(u"SOFTWARE\\Velmora\\Quillbay\\Junctions\\1", read.first, read.second), 0);
+    EXPECT_EQ(read, left) << question;
+    machine->gate.ClearFailures();
+  }
   std::map<std::u16string, std::u16string> records;
   GetJunctionRecords(0, records);
   EXPECT_EQ(records, (std::map<std::u16string, std::u16string>{{u"C:\\a", u"D:\\a"}, {u"C:\\o", u"D:\\odd"}}));
