@@ -100,6 +100,19 @@ bool AreApart(const std::u16string& a, const std::u16string& b) {
   return !IsReallySameOrBelow(a, b) && !IsReallySameOrBelow(b, a);
 }
 
+std::u16string RealPlace(const std::u16string& path) {
+  const std::u16string folder = ParentPath(path);
+  return folder.empty() ? RealVolumePath(FolderForm(path))
+                        : JoinPath(RealVolumePath(FolderForm(folder)), LastComponent(path));
+}
+
+std::optional<std::u16string> BehindFolder(const std::u16string& path, const std::u16string& folder) {
+  const std::u16string real = WithoutTrailingBackslash(RealVolumePath(folder));
+  for (std::u16string step = WithoutTrailingBackslash(path); !step.empty(); step = ParentPath(step))
+    if (EqualPaths(WithoutTrailingBackslash(RealPlace(step)), real)) return path.substr(step.size());
+  return std::nullopt;
+}
+
 std::u16string AsStored(const std::u16string& path) {
   const std::size_t root = RootLength(path);
   const std::u16string_view names = std::u16string_view(path).substr(root);

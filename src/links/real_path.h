@@ -2,6 +2,7 @@
 // folder that its volume is mounted on.
 #pragma once
 
+#include <optional>
 #include <string>
 
 // The nearest folder of the path that exists, the path itself first; empty when there is none.
@@ -25,6 +26,13 @@ std::u16string RealVolumePath(const std::u16string& path);
 bool IsReallySameOrBelow(const std::u16string& path, const std::u16string& folder);
 // Neither is the other, lies in it or holds it: by the paths as they are written and as they really are.
 bool AreApart(const std::u16string& a, const std::u16string& b);
+
+// What of `path` is behind `folder`, empty or from a backslash on, when it goes by the folder's own name: nothing when
+// it does not, also when a link on the way leads into the folder or past it.
+std::optional<std::u16string> BehindFolder(const std::u16string& path, const std::u16string& folder);
+// Where the item itself is, be it a link: the real path of the folder that it is in, by the name of the volume, and its
+// name.
+std::u16string RealPlace(const std::u16string& path);
 
 // The path with every component that exists as the disk has it: the command may have written it in another letter case
 // or as a short name. Links are not followed. What the disk does not tell stays as it is, and so does a path that

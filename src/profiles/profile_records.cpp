@@ -1,10 +1,13 @@
 #include "profiles/profile_records.h"
 
 #include <algorithm>
+#include <optional>
 #include <utility>
 
 #include "links/junction.h"
+#include "links/link_data.h"
 #include "links/presence.h"
+#include "links/real_path.h"
 #include "profiles/user_hive.h"
 #include "report/lines.h"
 #include "report/log.h"
@@ -49,11 +52,13 @@ bool ProfileRecords::CanFollow() {
 // Links in the profile itself move with it.
 bool ProfileRecords::FindJunctions() {
   for (const JunctionRecord& record : folders_) {
-    if (!IsInProfile(record.target) || IsInProfile(record.source) || !MayBeLink(record.source)) continue;
-    Junction junction{record.source, {}, {}};
-    if (!GetJunctionTarget(record.source.c_str(), junction.oldTarget)) return LogFailure(line::kJunctionTargetUnknown);
-    if (!IsInProfile(junction.oldTarget)) continue;
-    junction.newTarget = ReplaceFolder(junction.oldTarget, profile_.folder, newFolder_);
+    if (IsInProfile(record.source) || !MayBeLink(record.source)) continue;
+    Junction junction{record.source, TextOfLink(ReadLinkData(record.source)).path, {}};
+    // By its record it may lead elsewhere, and still go by the profile on its way.
+    if (junction.oldTarget.empty() && IsInProfile(record.target)) return LogFailure(line::kJunctionTargetUnknown);
+    const std::optional<std::u16string> rest = BehindFolder(junction.oldTarget, profile_.folder);
+    if (!rest) continue;
+    junction.newTarget = newFolder_ + *rest;
     if (junction.newTarget.size() > kLongestJunctionTarget)
       return LogFailure(line::kJunctionNotCreated, junction.path, junction.newTarget);
     junctions_.push_back(std::move(junction));
@@ -64,7 +69,9 @@ bool ProfileRecords::FindJunctions() {
 // A symbolic link cannot be led elsewhere in one step; while it is made again, the file would have no name outside.
 bool ProfileRecords::NoFileLinksLeadIn() const {
   for (const JunctionRecord& record : files_)
-    if (IsInProfile(record.target) && !IsInProfile(record.source) && MayBeLink(record.source))
+    if (!IsInProfile(record.source) && MayBeLink(record.source) &&
+        (BehindFolder(record.target, profile_.folder) ||
+         BehindFolder(SymbolicLinkText(record.source), profile_.folder)))
       return LogFailure(
           u"#ERROR: The file %ls is redirected into the User Profile, to %ls. Remove this redirection first.",
           record.source, record.target);

@@ -81,7 +81,7 @@ bool HoldsRedirectedData(const std::u16string& folder) {
       return true;
     }
     for (const JunctionRecord& record : records) {
-      if (!IsSameOrBelow(record.target, folder)) continue;
+      if (!IsReallySameOrBelow(record.target, folder)) continue;
       Log(u"#ERROR: The profile %ls holds what %ls is redirected to. Remove that redirection first.", folder,
           record.source);
       return true;

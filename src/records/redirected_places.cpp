@@ -1,6 +1,5 @@
 #include "records/redirected_places.h"
 
-#include <algorithm>
 #include <utility>
 #include <vector>
 
@@ -19,10 +18,7 @@ struct Place {
   // Of what is reached there.
   static Place Reached(const std::u16string& path) { return {path, RealVolumePath(path)}; }
   // Of a link itself.
-  static Place Link(const std::u16string& path) {
-    const std::u16string folder = ParentPath(path);
-    return {path, folder.empty() ? path : JoinPath(RealVolumePath(FolderForm(folder)), LastComponent(path))};
-  }
+  static Place Link(const std::u16string& path) { return {path, RealPlace(path)}; }
 
   bool Is(const Place& other) const { return EqualPaths(text, other.text) || EqualPaths(real, other.real); }
   bool IsIn(const Place& other) const {  // or the same
@@ -68,8 +64,8 @@ class Coming {
   Coming(const std::u16string& source, const std::u16string& place, Comes what)
       : source_(Place::Reached(source)), place_(Place::Reached(WithoutTrailingBackslash(place))), what_(what) {}
 
-  bool Disturbs(const Redirection& other, const std::vector<Redirection>& all) const {
-    const bool touches = TakesSource(other) || (other.IsInEffect() && (TakesTarget(other, all) || LiesInPlace(other)));
+  bool Disturbs(const Redirection& other) const {
+    const bool touches = TakesSource(other) || (other.IsInEffect() && (TakesTarget(other) || LiesInPlace(other)));
     return touches && !IsOwn(other);
   }
 
@@ -88,16 +84,11 @@ class Coming {
     return place_.IsIn(other.source) && !other.IsLinkThere() && other.atSource.IsThere() && other.IsInEffect();
   }
   // A new folder among contents goes home with them, and its record follows: but not from a volume.
-  bool TakesTarget(const Redirection& other, const std::vector<Redirection>& all) const {
+  bool TakesTarget(const Redirection& other) const {
     if (!place_.IsIn(other.target)) return false;
     if (other.isFile || place_.Is(other.target)) return true;
-    if (what_ == Comes::File) return IsSameOrBelow(place_.text, other.record.target) || !GoesByLink(all);
+    if (what_ == Comes::File) return BehindFolder(place_.text, other.record.target).has_value();
     return what_ != Comes::Folder || other.IsOnVolume() || !IsGone(place_.text);
-  }
-  bool GoesByLink(const std::vector<Redirection>& all) const {
-    return std::ranges::any_of(all, [&](const Redirection& one) {
-      return !one.isFile && one.IsLinkThere() && IsSameOrBelow(place_.text, one.record.source);
-    });
   }
   bool LiesInPlace(const Redirection& other) const {
     if (what_ == Comes::Profiles) return false;
@@ -113,9 +104,9 @@ bool MayLeaveUnless(const std::u16string& folder, bool (*keeps)(const Redirectio
   if (!ReadRedirections(all)) return false;
   const Place place = Place::Reached(folder);
   for (const Redirection& other : all)
-    if (!other.isFile && keeps(other, place))
+    if (keeps(other, place))
       return LogFailure(
-          u"#ERROR: The folder %ls belongs to another redirection, Source = %ls and Target = %ls. Remove that one "
+          u"#ERROR: %ls belongs to another redirection, Source = %ls and Target = %ls. Remove that one "
           u"first.",
           folder, other.record.source, other.record.target);
   return true;
@@ -133,7 +124,7 @@ bool MayComeTo(const std::u16string& source, const std::u16string& place, Comes 
   if (!ReadRedirections(all)) return false;
   const Coming coming(source, place, what);
   for (const Redirection& other : all)
-    if (coming.Disturbs(other, all))
+    if (coming.Disturbs(other))
       return LogFailure(
           u"#ERROR: The place %ls belongs to another redirection, Source = %ls and Target = %ls. Remove that one "
           u"first, "
@@ -144,6 +135,7 @@ bool MayComeTo(const std::u16string& source, const std::u16string& place, Comes 
 
 bool MayLeave(const std::u16string& source) {
   return MayLeaveUnless(source, [](const Redirection& other, const Place& folder) {
+    if (other.isFile) return false;
     if (folder.Is(other.target)) return !other.atSource.IsGone();
     if (folder.Is(other.source)) return other.IsInEffect();
     // By another path to the volume than the one by which its records name what is on it.
@@ -153,20 +145,14 @@ bool MayLeave(const std::u16string& source) {
 
 bool MayProfileLeave(const std::u16string& folder) {
   return MayLeaveUnless(folder, [](const Redirection& other, const Place& profile) {
-    return profile.Is(other.target) && other.IsLinkThere();
+    return !other.isFile && profile.Is(other.target) && other.IsLinkThere();
   });
 }
 
-bool NoFileLinksLeadInto(const std::u16string& folder) {
-  std::vector<JunctionRecord> files;
-  if (!ReadJunctionRecords(1, files))
-    return LogFailure(u"#ERROR: Unable to read the redirected folders and files in registry.");
-  for (const JunctionRecord& record : files)
-    if (IsSameOrBelow(record.target, folder) && !IsGone(record.source))
-      return LogFailure(
-          u"#ERROR: The file %ls is redirected into the folder %ls, to %ls. Remove this redirection first.",
-          record.source, folder, record.target);
-  return true;
+bool MayFileLeave(const std::u16string& file) {
+  return MayLeaveUnless(file, [](const Redirection& other, const Place& source) {
+    return other.isFile && source.Is(other.target) && other.IsLinkThere();
+  });
 }
 
 std::optional<JunctionRecord> FindRecord(const std::u16string& source, const std::u16string& location, int isFile) {

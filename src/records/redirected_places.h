@@ -30,10 +30,8 @@ bool MayComeTo(const std::u16string& source, const std::u16string& place, Comes 
 bool MayLeave(const std::u16string& source);
 // The same of a user's profile, which moves on from where it was moved to.
 bool MayProfileLeave(const std::u16string& folder);
-
-// No link of a file outside leads into `folder` by its path. A folder that goes home takes such a file along, and the
-// link would lead nowhere.
-bool NoFileLinksLeadInto(const std::u16string& folder);
+// And of a file.
+bool MayFileLeave(const std::u16string& file);
 
 // The record of a redirection as a command names it: by its target, or by the folder in which that was made; however it
 // is spelled.

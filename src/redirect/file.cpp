@@ -237,7 +237,9 @@ bool FileRemoval::MayRemove() const {
 bool FileRemoval::LeadsThroughNoOther() const {
   const std::u16string leadsTo = SymbolicLinkText(source_);
   for (const JunctionRecord& record : SaveJunctionRecords(1)) {
-    const bool between = EqualPaths(record.source, leadsTo) || EqualPaths(record.source, target_);
+    // The link may lead to the end of the way by now: it is made anew when the folder around it moves.
+    const bool isLater = EqualPaths(record.target, target_) && NumberOf(record) > NumberOf(pair_);
+    const bool between = EqualPaths(record.source, leadsTo) || EqualPaths(record.source, target_) || isLater;
     if (!between || EqualPaths(record.source, source_) || !IsSymbolicLink(record.source.c_str())) continue;
     return LogFailure(
         u"#ERROR: Symbolic Link %ls leads through another redirection, Source = %ls and Target = %ls. Remove that one "

@@ -143,7 +143,7 @@ bool MayBeRedirected(const FilePlaces& places) {
   return IsFullFilePath(places.source) && IsFullFilePath(places.folder) && SourceIsNoLink(places) &&
          IsShortEnough(places.source) && SourceIsFilePath(places.source) && SourceIsNotTarget(places) &&
          TargetIsNoLink(places) && SourceExists(places.source) && IsShortEnough(places.realTarget) &&
-         AreOnNtfs(places) && MayComeTo(places.source, places.realTarget, Comes::File) &&
+         AreOnNtfs(places) && MayFileLeave(places.source) && MayComeTo(places.source, places.realTarget, Comes::File) &&
          IsOutsideSystemFolders(places.folder);
 }
 

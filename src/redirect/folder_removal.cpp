@@ -1,6 +1,5 @@
 #include "redirect/folder_removal.h"
 
-#include <map>
 #include <optional>
 #include <utility>
 #include <vector>
@@ -10,6 +9,7 @@
 #include "fsops/shares.h"
 #include "links/junction.h"
 #include "links/presence.h"
+#include "records/folder_followers.h"
 #include "records/records.h"
 #include "records/redirected_places.h"
 #include "redirect/folder_steps.h"
@@ -29,10 +29,11 @@ class FolderRemoval {
       : source_(std::move(record.source)),
         target_(std::move(record.target)),
         isRecorded_(!record.subkey.empty()),
+        followers_(target_, source_),
         carried_(carried) {}
 
   // Nothing has changed when this says no.
-  bool MayRemove() const;
+  bool MayRemove();
   // Each leaves the redirection as it was when it answers false, or the log says what could not be put back.
   bool TakeJunctionAway();
   bool MoveContentsBack();
@@ -47,21 +48,21 @@ class FolderRemoval {
 
  private:
   void PutJunctionBack() const;
-  bool LeadBack(const std::u16string& junction) const;
 
   const std::u16string source_, target_;
   const bool isRecorded_;
+  FolderFollowers followers_;
   const CarriedAlong carried_;
   MoveRecord moved_;
   std::u16string junctionTarget_;
 };
 
-bool FolderRemoval::MayRemove() const {
+bool FolderRemoval::MayRemove() {
   if (!AreThere(source_, target_)) {
     if (isRecorded_ && IsGone(source_)) TellIfRemovalWasCutOff(source_, target_);
     return false;
   }
-  if (isRecorded_) return NoFileLinksLeadInto(target_);
+  if (isRecorded_) return followers_.Note();
   Log(line::kNoJunction, source_, target_);
   for (const std::u16string& path : {source_, target_})
     if (IsExtendedDrivePath(path)) Log(line::kInvalidPath, path);
@@ -106,40 +107,10 @@ bool FolderRemoval::ForgetRecord() {
   return true;
 }
 
-// The records are read before and after they are rewritten: what one reading does not tell, the other may.
 bool FolderRemoval::UpdateNested() const {
-  std::map<std::u16string, std::u16string> junctions;
-  const auto note = [&](const std::vector<JunctionRecord>& records) {
-    for (const JunctionRecord& record : records)
-      if (IsSameOrBelow(record.target, target_) || IsSameOrBelow(record.target, source_))
-        junctions[ReplaceFolder(record.source, target_, source_)] = ReplaceFolder(record.target, target_, source_);
-  };
-  std::vector<JunctionRecord> records = SaveJunctionRecords(0);
-  note(records);
-  bool all = UpdateRecords(target_, source_, records);
-  note(records);
-  // A file that was redirected from within, by this path.
-  if (!UpdateOtherJunctionRecords(target_, source_, 1, {})) all = LogFailure(line::kRecordsNotUpdated);
-  for (const auto& [junction, contents] : junctions)
-    if (!LeadBack(junction)) {
-      Log(line::kJunctionNotCreated, junction, contents);
-      all = false;
-    }
-  return all;
-}
-
-// The junction of another redirection, whose contents lie in this one's, led into the target, or to where the junction
-// at the source led: nothing is there any more.
-bool FolderRemoval::LeadBack(const std::u16string& junction) const {
-  const Look look = LookAt(junction);
-  if (!look.IsThere()) return look.IsGone();
-  if (!look.IsReparsePoint()) return true;
-  std::u16string text;
-  if (!GetJunctionTarget(junction.c_str(), text)) return false;
-  for (const std::u16string& emptied : {target_, junctionTarget_})
-    if (IsSameOrBelow(text, emptied))
-      return ChangeJunctionTarget(junction.c_str(), ReplaceFolder(text, emptied, source_).c_str()) != 0;
-  return true;
+  std::vector<JunctionRecord> records;
+  const bool recordsUpdated = UpdateRecords(target_, source_, records);
+  return followers_.Lead() && recordsUpdated;
 }
 
 bool FolderRemoval::MoveSharesOfTarget() const { return !carried_.shares || MoveShares(target_, source_); }

@@ -1,10 +1,11 @@
-// Redirected files that were recorded before: again, and on to a third place.
+// Redirected files that were recorded before: again, and from where they went.
 #include "program/file_redirection.h"
+#include "records/records.h"
 
 namespace {
 
-using test::Contents, test::Exists, test::MakeFolder, test::RunProgram;
-using test::kSource, test::kTarget, test::kText;
+using test::Contents, test::MakeFolder, test::RunProgram;
+using test::kRecords, test::kSource, test::kTarget, test::kText;
 
 class FileRecordsTest : public test::FileRedirection {};
 
@@ -19,51 +20,33 @@ TEST_F(FileRecordsTest, APairThatIsRecordedAlreadyIsNoFailure) {
   ExpectRedirected();
 }
 
-TEST_F(FileRecordsTest, RecordsFollowAFileThatMovesOn) {
+// Neither goes on from there; of two that an earlier version made, the last is removed first.
+TEST_F(FileRecordsTest, ARedirectedFileGoesNoFurther) {
+  const std::u16string third = u"C:\\Third\\file.txt";
   MakeFolder(u"C:\\Third");
   ASSERT_EQ(Redirect().exitCode, 0);
-  ASSERT_EQ(Redirect(kTarget, u"C:\\Third").exitCode, 0);
-  EXPECT_EQ(Record(u"1", u"Target"), u"C:\\Third\\file.txt");
-  EXPECT_TRUE(Contents(kSource) == kText);
+  ExpectFailure(Redirect(kTarget, u"C:\\Third"), u"#ERROR: " + kTarget + u" belongs to another redirection, Source = " +
+                                                     kSource + u" and Target = " + kTarget +
+                                                     u". Remove that one first.");
+  ExpectRedirected();
+
+  ASSERT_TRUE(win32::MoveFileExW(kTarget.c_str(), third.c_str(), win32::MOVEFILE_COPY_ALLOWED));
+  MakeLink(kTarget, third);
+  machine->registry().SetText(kRecords + u"\\1", u"Target", third);
+  ASSERT_EQ(AddJunctionRegKey(kTarget.c_str(), third.c_str(), 1), 1);
+  const auto refuse = [&] {
+    ExpectRemovalFailure(Remove(u"C:\\Third"), u"#ERROR: Symbolic Link " + kSource +
+                                                   u" leads through another redirection, Source = " + kTarget +
+                                                   u" and Target = " + third + u". Remove that one first.");
+    EXPECT_TRUE(IsLink(kSource) && IsLink(kTarget));
+  };
+  refuse();
+  ASSERT_TRUE(win32::DeleteFileW(kSource.c_str()));
+  MakeLink(kSource, third);  // past the second one, as it is when the folder around it was moved since
+  refuse();
   ASSERT_EQ(RunProgram(*machine, {u"/RedirectFile", kTarget, u"/loc:C:\\Third", u"/d"}).exitCode, 0);
   EXPECT_EQ(Record(u"1", u"Target"), kTarget);
-  ASSERT_EQ(Remove().exitCode, 0);
-  ExpectAtHome();
-}
-
-TEST_F(FileRecordsTest, RecordsThatDoNotFollowAreAFailure) {
-  const std::u16string third = u"C:\\Third\\file.txt";
-  const std::u16string location = u"/loc:C:\\Third";
-  MakeFolder(u"C:\\Third");
-  ASSERT_EQ(Redirect().exitCode, 0);
-  machine->gate.FailCall("RegSetValueExW", 1, win32::ERROR_ACCESS_DENIED);
-  ExpectFailure(Redirect(kTarget, u"C:\\Third"), u"#ERROR: Unable to update redirected folder path in registry.");
-  ExpectRedirected();
-  EXPECT_FALSE(Exists(third));
-
-  ASSERT_EQ(Redirect(kTarget, u"C:\\Third").exitCode, 0);
-  machine->gate.FailCall("RegSetValueExW", 1, win32::ERROR_ACCESS_DENIED);
-  const auto removed = RunProgram(*machine, {u"/RedirectFile", kTarget, location, u"/d"});
-  ExpectRemovalFailure(removed, u"#ERROR: Unable to update redirected file path in registry.");
-  EXPECT_TRUE(removed.Logged(u"#INFO: The file is complete in " + kTarget + u"."));
   EXPECT_TRUE(Contents(kTarget) == kText);
-  // Redirected once more and removed, all is in order again.
-  ASSERT_EQ(Redirect(kTarget, u"C:\\Third").exitCode, 0);
-  ASSERT_EQ(RunProgram(*machine, {u"/RedirectFile", kTarget, location, u"/d"}).exitCode, 0);
-  ASSERT_EQ(Remove().exitCode, 0);
-  ExpectAtHome();
-}
-
-TEST_F(FileRecordsTest, TheLastOfTwoRedirectionsIsRemovedFirst) {
-  MakeFolder(u"C:\\Third");
-  ASSERT_EQ(Redirect().exitCode, 0);
-  ASSERT_EQ(Redirect(kTarget, u"C:\\Third").exitCode, 0);
-  const auto records = Records();
-  ExpectRemovalFailure(Remove(u"C:\\Third"), u"#ERROR: Symbolic Link " + kSource +
-                                                 u" leads through another redirection, Source = " + kTarget +
-                                                 u" and Target = C:\\Third\\file.txt. Remove that one first.");
-  EXPECT_TRUE(IsLink(kSource) && IsLink(kTarget));
-  EXPECT_EQ(Records(), records);
 }
 
 }  // namespace

@@ -106,8 +106,8 @@ TEST_F(Places, OfAnotherRedirectionAreRefused) {
 
 // What lies beside and among them, and the folders around them, go and come as before; and the records follow.
 TEST_F(Places, BesideAndAroundOthersGoOn) {
-  Redirect(u"C:\\B\\New", u"D:\\T\\Data");
-  Redirect(u"D:\\T\\Data\\Sub", u"E:\\");
+  Redirect(u"C:\\B\\New", u"D:\\T\\Data\\Sub");
+  Redirect(u"D:\\T\\Data\\Sub", u"E:\\");                                // by whose junction C:\B\New leads there
   ASSERT_EQ(RedirectFile(u"C:\\B\\f.txt", u"C:\\A\\Data").exitCode, 0);  // by the junction
   ASSERT_EQ(RedirectFile(u"D:\\T\\Data\\x.txt", u"E:\\").exitCode, 0);   // from within
   Redirect(u"D:\\T", u"E:\\On");
@@ -123,7 +123,7 @@ TEST_F(Places, BesideAndAroundOthersGoOn) {
   Remove(u"C:\\A\\Data", u"D:\\T");
   expectAll();
   Remove(u"C:\\A\\Data\\Sub", u"E:\\");
-  Remove(u"C:\\B\\New", u"C:\\A\\Data");
+  Remove(u"C:\\B\\New", u"C:\\A\\Data\\Sub");
   for (const auto& [file, location] : {std::pair(u"C:\\A\\Data\\x.txt", u"/loc:E:\\"),
                                        {u"C:\\B\\f.txt", u"/loc:C:\\A\\Data"},
                                        {u"C:\\F\\f.txt", u"/loc:D:\\Files"}}) {
@@ -133,15 +133,20 @@ TEST_F(Places, BesideAndAroundOthersGoOn) {
   }
   expectAll();
   EXPECT_EQ(AllRecords().size(), 1u);  // the volume's
+}
 
-  // A link that an earlier version led into what it holds keeps that there.
-  Redirect(u"C:\\A\\Data", u"D:\\T");
-  ASSERT_EQ(AddJunctionRegKey(u"C:\\B\\f.txt", u"D:\\T\\Data\\x.txt", 1), 1);
+// The link of a file cannot be led elsewhere in one step. Made anew, it has the path by which its file was reached.
+TEST_F(Places, AFileThatIsReachedThroughAnotherGoesHomeFirst) {
+  Redirect(u"D:\\Files", u"D:\\T\\Data");
+  Redirect(u"C:\\F", u"E:\\");
   const RunResult run = Run({u"/RedirectFolder", u"C:\\A\\Data", u"/loc:D:\\T", u"/d"});
   EXPECT_EQ(run.exitCode, 1);
-  EXPECT_TRUE(run.Logged(u"#ERROR: The file C:\\B\\f.txt is redirected into the folder D:\\T\\Data, to"))
+  EXPECT_TRUE(run.Logged(u"#ERROR: The file C:\\F\\f.txt is redirected into the folder D:\\T\\Data, to "))
       << Utf8(run.log);
   EXPECT_TRUE(IsLink(u"C:\\A\\Data"));
+  EXPECT_EQ(Run({u"/RedirectFile", u"C:\\F\\f.txt", u"/loc:D:\\Files", u"/d"}).exitCode, 0);
+  Remove(u"C:\\A\\Data", u"D:\\T");
+  EXPECT_EQ(Contents(u"C:\\F\\f.txt"), "F's");
 }
 
 // What the disk does not tell apart: recorded is its own spelling, and any will do to undo it.
