@@ -91,6 +91,7 @@ class TreeCopy {
   bool PrepareSymbolicLink(const TreeEntry& link, const std::u16string& newLink, bool& skip);
   bool RecreateLink(const TreeEntry& link, const std::u16string& newLink) const;
 
+  void BringTimesAndAttributes(const TreeEntry& entry, const std::u16string& target) const;
   DaclCopy CarryDacl(const std::u16string& source, const std::u16string& target, bool allowInheritance) const;
   bool CarryRoot() const;
   bool CarryFolderTimes() const;
@@ -103,6 +104,7 @@ class TreeCopy {
   const bool bringsBack_;
   CopyRoots roots_;
   bool copyFileDenied_ = false;  // the last CopyFileW
+  bool timesCopied_ = true;      // of the last item without a backup copy
   ShareList shares_;
   std::set<std::u16string> targets_;                 // of this run's items, lower case, also as the disk has them
   std::set<std::u16string> madeFolders_;             // source paths of the folders whose copies this run made
@@ -185,12 +187,18 @@ bool TreeCopy::SaveSource(const TreeEntry& entry) {
 // A folder or link that stands at the target, before anything of it changes. Its new access list will be handed down to
 // all that inherits from the folder.
 bool TreeCopy::SaveStanding(const TreeEntry& entry, const std::u16string& target, const Look& look) {
-  if (!look.IsThere() || bringsBack_ || !(look.IsDirectory() || look.IsReparsePoint())) return true;
-  if (look.IsReparsePoint())
-    record_.stoodLinks.push_back({target, target, look.IsDirectory(), ReadLinkData(target)});
-  else if (flags_.useBackupCopy && !entry.IsLink() && mergedFolders_.insert(entry.path).second &&
-           !mergedFolders_.contains(ParentPath(entry.path)) && !record_.stood.SaveDescriptorsBelow(target))
-    return false;
+  const bool isLink = look.IsReparsePoint() && LinkTagAt(target) != 0;
+  if (!look.IsThere() || bringsBack_ || !(look.IsDirectory() || isLink)) return true;
+  if (isLink) {
+    SavedLink link{target, target, look.IsDirectory(), ReadLinkData(target)};
+    if (link.reparseData.empty()) return false;
+    record_.stoodLinks.push_back(std::move(link));
+  } else if (flags_.useBackupCopy && !entry.IsLink()) {
+    // With a folder above, all of it was saved.
+    const bool isSaved = mergedFolders_.contains(ParentPath(entry.path));
+    if (!isSaved && !record_.stood.SaveDescriptorsBelow(target)) return false;
+    mergedFolders_.insert(entry.path);
+  }
   return record_.stood.SaveFolder(target);
 }
 
@@ -223,6 +231,7 @@ Step TreeCopy::CopyEntry(const TreeEntry& entry) {
   } else {
     const TargetAttributes attributes(target, look);
     item.complete = CopyItem(entry, target, look);
+    if (item.complete && bringsBack_) BringTimesAndAttributes(entry, target);
     // Without backup copies only a file whose copy is refused may fail, except when a tree is brought back: what can be
     // saved then is saved.
     const auto mayFail = [&] { return flags_.useBackupCopy || bringsBack_ || copyFileDenied_; };
@@ -249,6 +258,14 @@ bool TreeCopy::CopyItem(const TreeEntry& entry, const std::u16string& target, co
   return copied;
 }
 
+// Of an item that is brought back this is the last chance.
+void TreeCopy::BringTimesAndAttributes(const TreeEntry& entry, const std::u16string& target) const {
+  if (entry.IsDirectory() || entry.IsLink()) return;  // they get what was saved
+  const Look arrived = LookAt(target);
+  if (!timesCopied_ || !arrived.IsThere() || arrived.attributes != LookAt(entry.path).attributes)
+    CopyFileTimesAndAttributes(entry.path, target, {.isReparsePoint = entry.IsReparsePoint()});
+}
+
 DaclCopy TreeCopy::CarryDacl(const std::u16string& source, const std::u16string& target, bool allowInheritance) const {
   const DaclCopy copied = CopyReadableDacl(
       source, target, {.allowInheritance = allowInheritance, .keepInheritedAces = flags_.keepInheritedAces});
@@ -272,7 +289,7 @@ bool TreeCopy::CopyWithoutBackup(const TreeEntry& entry, const std::u16string& t
     return false;
   }
   if (source.IsThere()) win32::SetFileAttributesW(target.c_str(), source.attributes);
-  CopyFileTimesAndAttributes(entry.path, target, {.isReparsePoint = entry.IsReparsePoint()});
+  timesCopied_ = CopyFileTimesAndAttributes(entry.path, target, {.isReparsePoint = entry.IsReparsePoint()}) != 0;
   return true;
 }
 

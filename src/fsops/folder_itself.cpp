@@ -109,15 +109,19 @@ FolderDescriptor ProtectedDescriptor(FolderDescriptor descriptor) {
 }
 
 bool HaveSameDacl(const FolderDescriptor& a, const FolderDescriptor& b) {
-  const auto text = [](FolderDescriptor descriptor) {
+  const auto textOf = [](FolderDescriptor descriptor) {
     char16_t* sddl = nullptr;
     if (!win32::ConvertSecurityDescriptorToStringSecurityDescriptorW(descriptor.data(), 1,
                                                                      win32::DACL_SECURITY_INFORMATION, &sddl, nullptr))
       return std::u16string();
     const win32::UniqueLocalMemory memory{sddl};
-    return std::u16string(sddl);
+    std::u16string text = sddl;
+    // How the list came to be is no part of it.
+    for (const char16_t* mark : {u"AI", u"AR"})
+      if (const std::size_t at = text.find(mark); at < text.find(u'(')) text.erase(at, 2);
+    return text;
   };
-  return text(a) == text(b);
+  return textOf(a) == textOf(b);
 }
 
 bool SavedFolder::Read(const std::u16string& folder, Streams& streams) {
@@ -138,6 +142,7 @@ bool SavedFolder::Read(const std::u16string& folder, Streams& streams) {
       return !streams.descriptor.empty();
     }
     const win32::WIN32_STREAM_ID header = StreamHeaderAt(bytes.data() + start);
+    if (header.dwStreamId == win32::BACKUP_DATA && SizeOf(header) != 0) return false;  // a file, and no link
     std::uint64_t left = SizeOf(header) + header.dwStreamNameSize;
     while (left > 0) {
       const auto piece = static_cast<win32::DWORD>(std::min<std::uint64_t>(left, kPiece));
@@ -155,7 +160,7 @@ bool SavedFolder::Read(const std::u16string& folder, Streams& streams) {
       std::u16string name(header.dwStreamNameSize / sizeof(char16_t), u'\0');
       std::memcpy(name.data(), body, name.size() * sizeof(char16_t));
       streams.names.push_back(std::move(name));
-    } else if (header.dwStreamId == win32::BACKUP_REPARSE_DATA) {
+    } else if (header.dwStreamId == win32::BACKUP_REPARSE_DATA || header.dwStreamId == win32::BACKUP_DATA) {
       bytes.resize(start);
     }
   }

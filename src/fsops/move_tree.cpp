@@ -73,7 +73,7 @@ void DeleteSharesOf(const std::u16string& folder, CopyRecord& record) {
 }
 
 // Deletes just what was copied: an item that came in the meantime, or was passed over, is in no other place.
-bool EmptySource(CopyRecord& record) {
+bool EmptySource(CopyRecord& record) try {
   for (CopiedItem& item : Backwards(record.items)) {
     if (!item.complete) continue;
     // Of folders and links it was saved before.
@@ -85,6 +85,8 @@ bool EmptySource(CopyRecord& record) {
   if (!GetFileList(record.sourceRoot, left)) return false;
   const bool rootOfVolume = IsVolumeMountPoint(record.sourceRoot.c_str()) != 0;  // where Windows keeps its own folders
   return left.entries.empty() && (left.systemFolders.empty() || rootOfVolume);
+} catch (const std::exception&) {
+  return false;  // what was deleted is noted
 }
 
 // What a move copied, as a listing of the target.
@@ -141,20 +143,20 @@ void PutSourceBack(const CopyRecord& move, const CopyRecord& back, const PathSet
   move.source.PutBack(others);
 }
 
-// Strangers' items in a folder inherit from its access list.
-void TellReplacedAccessLists(const CopyRecord& record) {
+}  // namespace
+
+void TellReplacedAccessLists(const CopyRecord& record) try {
   for (const auto& [folder, before] : record.stood.folders()) {
     SavedFolder now;
-    if (!record.flags.useBackupCopy || !LookAt(folder).IsPlainDirectory() || !now.Save(folder) ||
-        HaveSameDacl(before.descriptor(), now.descriptor()))
+    if (!record.flags.useBackupCopy || folder == record.targetRoot || !LookAt(folder).IsPlainDirectory() ||
+        !now.Save(folder) || HaveSameDacl(before.descriptor(), now.descriptor()))
       continue;
     Log(u"#INFO: The folder %ls was there already. Its access list was replaced by that of the folder that was merged "
         u"into it.",
         folder);
   }
+} catch (const std::exception&) {
 }
-
-}  // namespace
 
 int RemoveCopiedItems(const CopyRecord& record) try {
   return RemoveCopied(record, {}) ? 1 : 0;

@@ -44,3 +44,7 @@ int UndoMove(MoveRecord& record);
 // Removes from the target what a copy made there: links, files, then the directories that are empty. Folders that stood
 // there are as they were again. 0 when some stayed.
 int RemoveCopiedItems(const CopyRecord& record);
+
+// For a copy that is there to stay: the log names each folder that stood in the target and has another access list now.
+// Strangers' items in it inherit from that. (A move tells it itself.)
+void TellReplacedAccessLists(const CopyRecord& record);

@@ -224,6 +224,7 @@ bool SharedProfileReturn::MakeLive() {
 }
 
 void SharedProfileReturn::Keep() {
+  TellReplacedAccessLists(record_);
   change_.Keep();
   DropNote(which_);
   begun_ = false;

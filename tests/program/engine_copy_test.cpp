@@ -86,6 +86,28 @@ TEST_F(BackupCopies, FailuresAreReported) {
             std::u16string::npos);
 }
 
+TEST_F(BackupCopies, WhatCannotBeReadIsNotTakenForPlain) {
+  MakeFile(from, "may be encrypted");
+  machine->gate.FailCallsFrom("GetFileAttributesW", 1, ERROR_ACCESS_DENIED);
+  EXPECT_EQ(BackupCopy(from, to), 0);
+  machine->gate.ClearFailures();
+  EXPECT_FALSE(Exists(to));
+  // A junction that leads nowhere and cannot be opened counts as copied.
+  const std::u16string junction = source + u"\\j";
+  ASSERT_EQ(CreateJunction(junction.c_str(), u"C:\\nowhere"), 1);
+  machine->gate.FailCall("CreateFileW", 1, ERROR_PATH_NOT_FOUND);
+  EXPECT_EQ(BackupCopy(junction, to, {.isDirectory = true}), 1);
+  EXPECT_TRUE(Exists(to));
+  std::vector<std::string> calls;
+  machine->gate.Observe([&](const char* name, std::uint64_t) {
+    if (std::string_view(name).starts_with("Backup")) calls.emplace_back(name);
+  });
+  EXPECT_EQ(BackupCopy(from, to + u"2"), 1);
+  machine->gate.Observe({});
+  ASSERT_GE(calls.size(), 4u);
+  EXPECT_EQ(calls[calls.size() - 2] + " " + calls.back(), "BackupRead BackupWrite") << "the reading is given up first";
+}
+
 TEST_F(BackupCopies, LinksAreCarriedByteForByte) {
   ASSERT_EQ(CreateSymbolicLinkEntry(from.c_str(), u"C:\\nowhere"), 1);
   ASSERT_EQ(BackupCopy(from, to), 1);
@@ -142,12 +164,19 @@ TEST_F(TreeCopies, InheritedEntriesAreLeftOutButForEverySecond) {
   EXPECT_NE(dacl.find(u"D:P"), std::u16string::npos);
 }
 
-TEST_F(TreeCopies, ASourceWithoutReadableDaclOpensTheTarget) {
+TEST_F(TreeCopies, ASourceWithoutReadableDaclOpensTheTargetOfCopyDaclAlone) {
   MakeFile(source + u"\\f", "x");
   MakeFile(target + u"\\f", "x");
   machine->gate.FailCall("GetNamedSecurityInfoW", 1, ERROR_ACCESS_DENIED);
   ASSERT_EQ(CopyDacl(source + u"\\f", target + u"\\f", {.allowInheritance = true}), 1);
   EXPECT_NE(test::Dacl(target + u"\\f").find(u"NO_ACCESS_CONTROL"), std::u16string::npos) << "a null DACL";
+  // In a tree, such an item is not copied.
+  ASSERT_TRUE(DeleteFileW((target + u"\\f").c_str()));
+  machine->gate.FailCallsFrom("GetNamedSecurityInfoW", 1, ERROR_ACCESS_DENIED);
+  EXPECT_EQ(Copy(moving), 0);
+  machine->gate.ClearFailures();
+  EXPECT_EQ(test::Dacl(target + u"\\f").find(u"NO_ACCESS_CONTROL"), std::u16string::npos);
+  EXPECT_TRUE(Logged(u"#ERROR: Unable to read the access rights of C:\\Data\\f. Access is denied."));
 }
 
 TEST_F(TreeCopies, LinksInsideLeadIntoTheCopyAndLinksOutsideStay) {

@@ -6,6 +6,7 @@
 #include "fsops/move_tree.h"
 #include "links/junction.h"
 #include "support/engine.h"
+#include "win32/emulated/text.h"
 
 namespace {
 
@@ -249,6 +250,17 @@ TEST_F(Moves, WindowsOwnFoldersAreNotMoved) {
   EXPECT_TRUE(test::Names(target).empty());
 }
 
+// The file system knows the case of more letters than A to Z.
+TEST_F(Moves, NamesThatAreOneToTheFileSystemAreMerged) {
+  MakeFolder(source + u"\\\u00FCbung");
+  MakeFile(source + u"\\\u00FCbung\\\u00E4.txt", "new");
+  MakeFolder(target + u"\\\u00DCBUNG");
+  MakeFile(target + u"\\\u00DCBUNG\\\u00C4.txt", "old");
+  EXPECT_EQ(Move(), 1);
+  EXPECT_EQ(test::Names(target), (std::vector<std::u16string>{u"\\\u00DCBUNG", u"\\\u00DCBUNG\\\u00C4.txt"}));
+  EXPECT_EQ(Contents(target + u"\\\u00FCbung\\\u00E4.txt"), "new");
+}
+
 TEST_F(Moves, ASourceThatIsALinkStays) {
   MakeFile(target + u"\\f", "x");
   const std::u16string link = u"C:\\link", other = u"D:\\Other";
@@ -313,15 +325,46 @@ TEST_F(Moves, MountedVolumesInsideGoAlongAndOneAsRootIsEmptied) {
 }
 
 // The promise that matters most: after anything, each file is complete at its old place or at its new one; the log
-// names what could not be brought back.
+// names what could not be brought back. And folders and links of both places have what they had, as has what strangers
+// keep in them: the tree is merged into one with a folder and links of the same names.
 class Failures : public Moves {
  protected:
+  // By its path: what it is and has, and whose it is.
+  using States = std::map<std::u16string, std::string>;
+
   void Prepare() {
     held_.reset();
     Restart();
     MakeTree();
+    MakeFile(source + u":note", "of the folder");
+    MakeFile(source + u"\\sub:note", "of a folder in it");
+    test::SetSecurity(source, u"O:SYD:P(A;OICI;FA;;;BA)(A;OICI;FA;;;SY)(A;OICI;0x1200a9;;;BU)");
+    test::SetSecurity(source + u"\\sub", u"O:SYD:PAI(A;OICI;FA;;;BA)(A;OICI;FA;;;SY)(A;OICI;FA;;;WD)");
+    test::SetSecurity(source + u"\\top.txt", u"O:SYD:(A;;FA;;;BA)(A;;FR;;;SY)");
     MakeFile(target + u"\\stood", "here before");
+    MakeFolder(target + u"\\sub");
+    MakeFile(target + u"\\sub:theirs", "of the folder that stood there");
+    test::SetSecurity(target + u"\\sub", u"O:BAD:PAI(A;OICI;FA;;;BA)(A;OICI;FA;;;SY)");
+    MakeFolder(target + u"\\sub\\deep");
+    MakeFile(target + u"\\sub\\deep\\private.txt", "nobody else's");
+    MakeFolder(u"D:\\Elsewhere");
+    ASSERT_EQ(CreateJunction((target + u"\\j").c_str(), u"D:\\Elsewhere"), 1);
+    ASSERT_EQ(CreateSymbolicLinkEntry((target + u"\\l").c_str(), (target + u"\\stood").c_str()), 1);
+    ASSERT_TRUE(SetFileAttributesW((target + u"\\sub").c_str(), FILE_ATTRIBUTE_HIDDEN));
+    for (const std::u16string& item : {target + u"\\sub\\deep", target + u"\\sub", target + u"\\j", target, source})
+      test::SetTimes(item, static_cast<unsigned>(item.size()) + 40);
     before_ = Holdings(source);
+    states_ = Now();
+  }
+  States Now() const {
+    States states;
+    for (const std::u16string& root : {source, target}) {
+      std::vector<std::u16string> items = test::Names(root);
+      items.emplace_back();
+      for (const std::u16string& item : items)
+        states[root + item] = test::Describe(root + item) + " " + emulated::Utf8(test::Security(root + item));
+    }
+    return states;
   }
   // Looks at what is on the disks, whatever handle could not be closed.
   void Check(int moved, const std::string& where) {
@@ -336,6 +379,7 @@ class Failures : public Moves {
     EnablePrivileges();
     const auto left = Holdings(source), arrived = Holdings(target);
     EXPECT_EQ(Contents(target + u"\\stood"), "here before") << where;
+    EXPECT_EQ(Contents(target + u"\\sub\\deep\\private.txt"), "nobody else's") << where;
     EXPECT_TRUE(!moved || left.empty()) << where;
     if (moved) {
       std::u16string text;
@@ -345,61 +389,94 @@ class Failures : public Moves {
     }
     for (const auto& [name, holds] : before_) {
       const std::string item = where + " " + std::string(name.begin(), name.end());
-      const bool isLink = (Attributes(target + name) & FILE_ATTRIBUTE_REPARSE_POINT) != 0;  // its text may have changed
+      // A link's text may have changed, and a folder that stood there has streams of its own.
+      const bool isOther = (Attributes(target + name) & (FILE_ATTRIBUTE_REPARSE_POINT | FILE_ATTRIBUTE_DIRECTORY)) != 0;
       const bool atSource = left.contains(name) && left.at(name) == holds;
-      const bool atTarget = arrived.contains(name) && (arrived.at(name) == holds || isLink);
+      const bool atTarget = arrived.contains(name) && (arrived.at(name) == holds || isOther);
       EXPECT_TRUE(atSource || atTarget) << item;
       if (!moved && !atSource) {
-        EXPECT_NE(lines.find(target + name), std::u16string::npos) << item << " is not named";
+        EXPECT_TRUE(lines.find(target + name) != std::u16string::npos ||
+                    lines.find(u"They stay at " + target) != std::u16string::npos)
+            << item << " is not named";
       }
     }
+    if (moved || lines.find(u"They stay at " + target) != std::u16string::npos) return;
+    const States now = Now();
+    for (const auto& [path, state] : states_) {
+      if (lines.find(path + u".") != std::u16string::npos) continue;
+      const auto found = now.find(path);
+      EXPECT_EQ(found == now.end() ? "missing" : found->second, state) << where << " " << emulated::Utf8(path);
+    }
+    EXPECT_TRUE(now != states_ || Move()) << where << ", and once more";
   }
   // The calls of one run, by name.
   std::vector<std::string> Calls(const std::function<void()>& run) {
     std::vector<std::string> calls;
     machine->gate.Observe([&](const char* name, std::uint64_t) { calls.emplace_back(name); });
     run();
+    machine->gate.Observe({});
     return calls;
   }
   // Memory that is not freed loses nobody's files, and the leak checker would have its say.
   static bool OnlyFrees(const std::string& call) { return call == "NetApiBufferFree" || call == "LocalFree"; }
 
+  // `prepare`, then `run` with each of its calls refused, which answers whether all has moved.
+  void FailEach(const std::string& what, const std::function<void()>& prepare, const std::function<int()>& run,
+                std::size_t from = 0, std::size_t step = 1) {
+    prepare();
+    int moved = 0;
+    const auto calls = Calls([&] { moved = run(); });
+    Check(moved, what + ", no failure");
+    EXPECT_GT(calls.size(), 200u);
+    for (std::size_t i = from * calls.size() / 3; i < calls.size() && !HasFailure(); i += step) {
+      if (OnlyFrees(calls[i])) continue;
+      prepare();
+      machine->gate.FailCall(i + 1, ERROR_ACCESS_DENIED);
+      moved = run();
+      Check(moved, what + ", call " + std::to_string(i + 1) + " " + calls[i]);
+    }
+  }
+
   std::map<std::u16string, std::string> before_;
+  States states_;
   std::shared_ptr<emulated::FileObject> held_;
 };
 
 TEST_F(Failures, OfAnyCallLoseNothing) {
-  for (const bool backup : {true, false}) {
-    Prepare();
-    const auto calls = Calls([&] { EXPECT_EQ(Move(backup), 1); });
-    Check(1, "no failure");
-    EXPECT_GT(calls.size(), 200u);
-    for (std::size_t i = 0; i < calls.size() && !HasFailure(); ++i) {
-      if (OnlyFrees(calls[i])) continue;
-      Prepare();
-      machine->gate.FailCall(i + 1, ERROR_ACCESS_DENIED);
-      const int moved = Move(backup);
-      Check(moved, (backup ? "backup, call " : "plain, call ") + std::to_string(i + 1) + " " + calls[i]);
-    }
-  }
+  for (const bool backup : {true, false})
+    FailEach(
+        backup ? "backup" : "plain", [&] { Prepare(); }, [&] { return Move(backup); });
 }
 
 // A source that cannot be emptied is brought back; then that fails, too.
 TEST_F(Failures, OfTheWayBackLoseNothing) {
   constexpr std::size_t kStep = 5;  // every fifth call is enough to see each kind of call fail
-  const auto prepare = [&] {
-    Prepare();
-    held_ = HoldOpen(source + u"\\sub\\f.txt", GENERIC_READ, FILE_SHARE_READ);
-  };
-  prepare();
-  const auto calls = Calls([&] { EXPECT_EQ(Move(), 0); });
-  Check(0, "no second failure");
-  for (std::size_t i = calls.size() / 3; i < calls.size() && !HasFailure(); i += kStep) {
-    if (OnlyFrees(calls[i])) continue;
-    prepare();
-    machine->gate.FailCall(i + 1, ERROR_ACCESS_DENIED);
-    const int moved = Move();
-    Check(moved, "call " + std::to_string(i + 1) + " " + calls[i]);
+  for (const bool backup : {true, false})
+    FailEach(
+        backup ? "backup" : "plain",
+        [&] {
+          Prepare();
+          held_ = HoldOpen(source + u"\\sub\\f.txt", GENERIC_READ, FILE_SHARE_READ);
+        },
+        [&] { return Move(backup); }, 1, kStep);
+}
+
+// The last step of a command has failed, and has taken the emptied folder with it.
+TEST_F(Failures, OfTakingAFinishedMoveBackLoseNothing) {
+  for (const bool backup : {true, false}) {
+    MoveRecord record;
+    FailEach(
+        backup ? "backup" : "plain",
+        [&] {
+          Prepare();
+          ASSERT_EQ(
+              MoveDirectoryTree(source, target, {.carried = {.ntfsPermissions = backup, .shares = false}}, record), 1);
+          ASSERT_TRUE(RemoveDirectoryW(source.c_str()));
+        },
+        [&] {
+          UndoMove(record);
+          return 0;
+        });
   }
 }
 

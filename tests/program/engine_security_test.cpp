@@ -23,9 +23,17 @@ TEST_F(SavedSecurity, OpensUpAndPutsBack) {
   EXPECT_EQ(HasAccess(ImpersonatedCaller().token(), file, kReadAndExecute), 1);
   ASSERT_EQ(RestoreRemovedSecurityInfo(saved), 1);
   EXPECT_EQ(test::Security(file), before);
+  // Written once, and once more; nothing is opened any further for that.
+  for (const int refusals : {1, 2}) {
+    for (int call = 1; call <= refusals; ++call)
+      machine->gate.FailCall("SetFileSecurityW", static_cast<unsigned>(call), ERROR_ACCESS_DENIED);
+    EXPECT_EQ(RestoreRemovedSecurityInfo(saved), refusals == 1 ? 1 : 0);
+    EXPECT_EQ(test::Security(file), before);
+    EXPECT_EQ(Logged(u"#ERROR: Unable to restore the access rights of C:\\Data\\f. Access is denied."), refusals == 2);
+  }
   ASSERT_TRUE(DeleteFileW(file.c_str()));
   EXPECT_EQ(RestoreRemovedSecurityInfo(saved), 1);  // nothing is left that could get it
-  EXPECT_EQ(machine->sleptMilliseconds, 2000u);
+  EXPECT_EQ(machine->sleptMilliseconds, 6000u);
 }
 
 // However the two places are written, and wherever the item is by now.
