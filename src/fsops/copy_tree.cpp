@@ -41,6 +41,15 @@ bool MayBeOneName(std::u16string_view a, std::u16string_view b) {
   });
 }
 
+// By the find record: IsJunction cannot read a junction that somebody holds open. Nothing when it is not told.
+std::optional<bool> IsLinkAt(const std::u16string& path) {
+  win32::WIN32_FIND_DATAW found{};
+  const win32::UniqueFind find{win32::FindFirstFileW(path.c_str(), &found)};
+  if (!find) return std::nullopt;
+  return IsJunctionRecord(found.dwFileAttributes, found.dwReserved0) ||
+         IsSymbolicLinkRecord(found.dwFileAttributes, found.dwReserved0);
+}
+
 // Takes the read-only bit off a target that was there before, and gives it its attributes back at the end.
 class TargetAttributes {
  public:
@@ -91,7 +100,6 @@ class TreeCopy {
   bool PrepareSymbolicLink(const TreeEntry& link, const std::u16string& newLink, bool& skip);
   bool RecreateLink(const TreeEntry& link, const std::u16string& newLink) const;
 
-  void BringTimesAndAttributes(const TreeEntry& entry, const std::u16string& target) const;
   DaclCopy CarryDacl(const std::u16string& source, const std::u16string& target, bool allowInheritance) const;
   bool CarryRoot() const;
   bool CarryFolderTimes() const;
@@ -104,7 +112,6 @@ class TreeCopy {
   const bool bringsBack_;
   CopyRoots roots_;
   bool copyFileDenied_ = false;  // the last CopyFileW
-  bool timesCopied_ = true;      // of the last item without a backup copy
   ShareList shares_;
   std::set<std::u16string> targets_;                 // of this run's items, lower case, also as the disk has them
   std::set<std::u16string> madeFolders_;             // source paths of the folders whose copies this run made
@@ -139,8 +146,9 @@ bool TreeCopy::SystemFoldersPermit(const TreeListing& listing) const {
 bool TreeCopy::MayStandOn(const TreeEntry& entry, const std::u16string& target, const Look& look) const {
   if (!look.IsThere()) return look.IsGone();
   if (look.IsDirectory() != entry.IsDirectory() || IsTaken(entry, target, look)) return false;
-  // Not by IsJunction, which cannot read a junction that somebody holds open.
-  const bool targetIsLink = look.IsReparsePoint() && LinkTagAt(target) != 0;
+  const std::optional<bool> isLink = look.IsReparsePoint() ? IsLinkAt(target) : false;
+  if (!isLink) return false;
+  const bool targetIsLink = *isLink;
   if (look.IsReparsePoint() && !bringsBack_ && IsVolumeMountPoint(target.c_str())) return false;
   if (entry.IsLink()) return targetIsLink || IsEmptyFolder(target);
   return !targetIsLink && (entry.IsDirectory() || !HasOtherNames(target));
@@ -187,7 +195,7 @@ bool TreeCopy::SaveSource(const TreeEntry& entry) {
 // A folder or link that stands at the target, before anything of it changes. Its new access list will be handed down to
 // all that inherits from the folder.
 bool TreeCopy::SaveStanding(const TreeEntry& entry, const std::u16string& target, const Look& look) {
-  const bool isLink = look.IsReparsePoint() && LinkTagAt(target) != 0;
+  const bool isLink = look.IsReparsePoint() && entry.IsLink();  // nothing else may stand on a link
   if (!look.IsThere() || bringsBack_ || !(look.IsDirectory() || isLink)) return true;
   if (isLink) {
     SavedLink link{target, target, look.IsDirectory(), ReadLinkData(target)};
@@ -231,7 +239,6 @@ Step TreeCopy::CopyEntry(const TreeEntry& entry) {
   } else {
     const TargetAttributes attributes(target, look);
     item.complete = CopyItem(entry, target, look);
-    if (item.complete && bringsBack_) BringTimesAndAttributes(entry, target);
     // Without backup copies only a file whose copy is refused may fail, except when a tree is brought back: what can be
     // saved then is saved.
     const auto mayFail = [&] { return flags_.useBackupCopy || bringsBack_ || copyFileDenied_; };
@@ -258,14 +265,6 @@ bool TreeCopy::CopyItem(const TreeEntry& entry, const std::u16string& target, co
   return copied;
 }
 
-// Of an item that is brought back this is the last chance.
-void TreeCopy::BringTimesAndAttributes(const TreeEntry& entry, const std::u16string& target) const {
-  if (entry.IsDirectory() || entry.IsLink()) return;  // they get what was saved
-  const Look arrived = LookAt(target);
-  if (!timesCopied_ || !arrived.IsThere() || arrived.attributes != LookAt(entry.path).attributes)
-    CopyFileTimesAndAttributes(entry.path, target, {.isReparsePoint = entry.IsReparsePoint()});
-}
-
 DaclCopy TreeCopy::CarryDacl(const std::u16string& source, const std::u16string& target, bool allowInheritance) const {
   const DaclCopy copied = CopyReadableDacl(
       source, target, {.allowInheritance = allowInheritance, .keepInheritedAces = flags_.keepInheritedAces});
@@ -289,7 +288,7 @@ bool TreeCopy::CopyWithoutBackup(const TreeEntry& entry, const std::u16string& t
     return false;
   }
   if (source.IsThere()) win32::SetFileAttributesW(target.c_str(), source.attributes);
-  timesCopied_ = CopyFileTimesAndAttributes(entry.path, target, {.isReparsePoint = entry.IsReparsePoint()}) != 0;
+  CopyFileTimesAndAttributes(entry.path, target, {.isReparsePoint = entry.IsReparsePoint()});
   return true;
 }
 

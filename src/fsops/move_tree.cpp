@@ -78,7 +78,7 @@ bool EmptySource(CopyRecord& record) try {
     if (!item.complete) continue;
     // Of folders and links it was saved before.
     const bool isFile = !item.source.IsDirectory() && !item.source.IsLink();
-    if ((isFile && !record.source.SaveDescriptor(item.source.path)) || !DeleteEntry(item.source)) return false;
+    if ((isFile && !record.source.SaveFile(item.source.path)) || !DeleteEntry(item.source)) return false;
     item.deleted = true;
   }
   TreeListing left;

@@ -4,6 +4,7 @@
 #include "fsops/file_list.h"
 #include "fsops/security.h"
 #include "links/presence.h"
+#include "links/reparse_data.h"
 #include "report/lines.h"
 #include "report/log.h"
 #include "win32/win32.h"
@@ -22,7 +23,21 @@ bool SavedItems::SaveDescriptor(const std::u16string& item) {
   FolderDescriptor descriptor = ReadWholeDescriptor(item);
   if (descriptor.empty()) descriptor = ReadDescriptor(item);
   if (descriptor.empty()) return LogSystemFailure(u"#ERROR: Unable to read the security of %ls. ", item);
-  items_[item] = &*descriptors_.insert(std::move(descriptor)).first;
+  items_[item].descriptor = &*descriptors_.insert(std::move(descriptor)).first;
+  return true;
+}
+
+bool SavedItems::SaveFile(const std::u16string& file) {
+  if (!SaveDescriptor(file)) return false;
+  const win32::UniqueFile opened = OpenForAttributes(file, LastLink::Itself);
+  win32::BY_HANDLE_FILE_INFORMATION information{};
+  if (!opened || !win32::GetFileInformationByHandle(opened.get(), &information))
+    return LogSystemFailure(u"#ERROR: Unable to read the attributes and times of %ls. ", file);
+  Item& item = items_[file];
+  item.attributes = information.dwFileAttributes;
+  item.creation = information.ftCreationTime;
+  item.lastAccess = information.ftLastAccessTime;
+  item.lastWrite = information.ftLastWriteTime;
   return true;
 }
 
@@ -39,13 +54,27 @@ const SavedFolder* SavedItems::Find(const std::u16string& folder) const {
   return found == folders_.end() ? nullptr : &found->second;
 }
 
+bool SavedItems::PutBack(const std::u16string& path, const Item& item) {
+  const bool secured = WriteWholeDescriptor(path, *item.descriptor) || WriteDescriptor(path, *item.descriptor);
+  if (item.attributes == win32::INVALID_FILE_ATTRIBUTES) return secured;
+  const bool attributed = win32::SetFileAttributesW(path.c_str(), item.attributes) != win32::FALSE;
+  const win32::UniqueFile file{win32::CreateFileW(path.c_str(), win32::FILE_WRITE_ATTRIBUTES, kShareAll, nullptr,
+                                                  win32::OPEN_EXISTING, kOpenLinkFlags, nullptr)};
+  return file && win32::SetFileTime(file.get(), &item.creation, &item.lastAccess, &item.lastWrite) && secured &&
+         attributed;
+}
+
 // The items' descriptors last: a folder below one whose access list was replaced was saved with what it had inherited
 // from that.
 void SavedItems::PutBack(const Paths& except) const {
   const auto isWanted = [&](const std::u16string& path) { return !except.contains(path) && !IsGone(path); };
+  for (const auto& [path, item] : items_)
+    if (item.attributes != win32::INVALID_FILE_ATTRIBUTES && isWanted(path) && !PutBack(path, item) &&
+        !PutBack(path, item))
+      Log(line::kItselfNotRestored, path);
   for (const auto& [folder, saved] : Backwards(folders_))
     if (isWanted(folder) && !saved.Restore()) Log(line::kItselfNotRestored, folder);
-  for (const auto& [item, descriptor] : items_)
-    if (isWanted(item) && !WriteWholeDescriptor(item, *descriptor) && !WriteDescriptor(item, *descriptor))
-      LogWithSystemError(line::kDescriptorNotRestored, item);
+  for (const auto& [path, item] : items_)
+    if (item.attributes == win32::INVALID_FILE_ATTRIBUTES && isWanted(path) && !PutBack(path, item))
+      LogWithSystemError(line::kDescriptorNotRestored, path);
 }

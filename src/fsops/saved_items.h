@@ -6,6 +6,7 @@
 #include <string>
 
 #include "fsops/folder_itself.h"
+#include "win32/constants.h"
 
 // Can be moved, not copied.
 class SavedItems {
@@ -17,9 +18,9 @@ class SavedItems {
   // A folder, or a link itself: all that it has of its own. The first time counts.
   // These answer false, with a line in the log, when something cannot be read.
   bool SaveFolder(const std::u16string& folder);
-  // Owner, group, access list and audit entries of any item. The first time counts.
-  bool SaveDescriptor(const std::u16string& item);
-  // The same of everything below a folder, which is not entered by links.
+  // A file: owner, group, access list, audit entries, attributes and times.
+  bool SaveFile(const std::u16string& file);
+  // Of everything below a folder, which is not entered by links: owner, group, access list and audit entries.
   bool SaveDescriptorsBelow(const std::u16string& folder);
 
   // Null when that folder was not saved.
@@ -32,8 +33,16 @@ class SavedItems {
   void PutBack(const Paths& except = {}) const;
 
  private:
+  struct Item {
+    const FolderDescriptor* descriptor = nullptr;
+    win32::DWORD attributes = win32::INVALID_FILE_ATTRIBUTES;  // not saved
+    win32::FILETIME creation{}, lastAccess{}, lastWrite{};
+  };
+  bool SaveDescriptor(const std::u16string& item);
+  static bool PutBack(const std::u16string& path, const Item& item);
+
   std::map<std::u16string, SavedFolder> folders_;
   // Most items of a tree have one of a few descriptors.
   std::set<FolderDescriptor> descriptors_;
-  std::map<std::u16string, const FolderDescriptor*> items_;
+  std::map<std::u16string, Item> items_;
 };

@@ -66,7 +66,7 @@ inline constexpr char16_t kTimesNotCopied[] = u"#ERROR: Unable to copy the times
 inline constexpr char16_t kSecurityNotRestored[] =
     u"#ERROR: Unable to restore access rights to file and folder in Target Path = %ls.";
 inline constexpr char16_t kItselfNotRestored[] =
-    u"#ERROR: Unable to restore the security, attributes and times of folder %ls.";
+    u"#ERROR: Unable to restore the security, attributes and times of %ls.";
 inline constexpr char16_t kDescriptorNotRestored[] = u"#ERROR: Unable to restore the access rights of %ls. ";
 inline constexpr char16_t kSharesNotRead[] = u"#ERROR: Unable to read the network shares of folder %ls.";
 inline constexpr char16_t kFileNotRemoved[] = u"#INFO: The file %ls could not be removed. ";
