@@ -3,6 +3,7 @@
 #include "probes/update_check.h"
 #include "probes/version.h"
 #include "report/console.h"
+#include "report/service_path.h"
 
 namespace {
 
@@ -23,6 +24,17 @@ int RunQuestion(int (*ask)(std::u16string& message)) {
   std::u16string message;
   const int result = ask(message);
   ConsolePrint(message);
+  return result;
+}
+
+// What became of a command that needs the configuration. Where the service is missing, the log, which would say so, is,
+// too.
+int WithReason(int result) {
+  if (result != 0 && ServiceFolder(kQuillbayService).empty())
+    ConsolePrint(
+        u"\nThe service QuillbayService is not installed, or its folder cannot be told: there is neither a "
+        u"configuration "
+        u"nor a log.\n");
   return result;
 }
 
@@ -50,7 +62,7 @@ int Dispatch(const Invocation& invocation) {
     case Command::CheckForUpdate:
       return RunQuestion(CheckForUpdate);
     case Command::AutoRedirectUP:
-      return RunAutoRedirectUP(invocation);
+      return WithReason(RunAutoRedirectUP(invocation));
     case Command::RedirectUP:
       return RunRedirectUP(invocation);
     case Command::RedirectUPDefault:
@@ -58,9 +70,9 @@ int Dispatch(const Invocation& invocation) {
     case Command::RedirectFolder:
       return RunRedirectFolder(invocation);
     case Command::RedirectRegKeyLocation:
-      return RunRedirectRegKeyLocation(invocation);
+      return WithReason(RunRedirectRegKeyLocation(invocation));
     case Command::RedirectRegKey:
-      return RunRedirectRegKey(invocation);
+      return WithReason(RunRedirectRegKey(invocation));
     case Command::RedirectFile:
       return RunRedirectFile(invocation);
   }

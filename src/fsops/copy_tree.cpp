@@ -280,6 +280,9 @@ bool TreeCopy::CopyWithoutBackup(const TreeEntry& entry, const std::u16string& t
     if (look.IsGone() && !win32::CreateDirectoryW(target.c_str(), nullptr) &&
         (HasExtendedPrefix(target) || !win32::CreateDirectoryW(WithExtendedPrefix(target).c_str(), nullptr)))
       return LogFailure(u"#ERROR: Unable to create target directory for path %ls.", target);
+    if (flags_.folderAccessLists && look.IsGone() && !entry.IsLink() &&
+        CarryDacl(entry.path, target, flags_.allowInheritance) != DaclCopy::Written)
+      return false;
   } else if (entry.IsReparsePoint()) {
     Log(u"CopyFiles(). It's a reparse point: %ls.", entry.path);
     if (!BackupCopyEx(entry.path, target)) return LogFailure(u"CopyFiles(). BackupCopyEx failed for: %ls.", entry.path);

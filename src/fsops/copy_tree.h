@@ -20,6 +20,8 @@ struct CopyFlags {
   bool copyOnly = false;         // links keep their text; with moveShares, shares are left alone
   bool allowInheritance = false;
   bool keepInheritedAces = false;
+  // Without useBackupCopy: folders that the copy makes get the access lists of theirs, as CopyDacl carries them.
+  bool folderAccessLists = false;
   // The target's root was made for this copy: with useBackupCopy it also gets the source root's descriptor, streams,
   // attributes and times. With keepInheritedAces it gets the source root's DACL in any case, all entries as its own,
   // and is protected against the folder above.

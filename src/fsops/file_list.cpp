@@ -81,8 +81,9 @@ std::optional<std::u16string> TakeEntry(const OpenFolder& folder, TreeListing& l
 }
 
 // Depth first, in the order in which the file system names the entries. Not recursive: a tree may be thousands deep.
-bool ListFolder(const std::u16string& root, TreeListing& listing) {
+bool ListFolder(const std::u16string& root, TreeListing& listing, const EnterFolder& mayEnter) {
   std::vector<OpenFolder> open(1);
+  if (mayEnter && !mayEnter(root)) return true;
   if (!Open(root, open.back())) return false;
   while (!open.empty()) {
     if (!open.back().hasEntry) {
@@ -91,7 +92,8 @@ bool ListFolder(const std::u16string& root, TreeListing& listing) {
     }
     const std::optional<std::u16string> enter = TakeEntry(open.back(), listing);
     if (!Advance(open.back())) return false;
-    if (enter && !Open(*enter, open.emplace_back())) return false;
+    if (!enter || (mayEnter && !mayEnter(*enter))) continue;
+    if (!Open(*enter, open.emplace_back())) return false;
   }
   return true;
 }
@@ -123,7 +125,7 @@ void LogLinks(const TreeListing& listing) {
     if (link.IsSymbolicLink()) IsSymbolicLink(link.path.c_str());
 }
 
-int List(const std::u16string& folder, TreeListing& listing) try {
+int List(const std::u16string& folder, TreeListing& listing, const EnterFolder& mayEnter = {}) try {
   listing = {};
   if (folder.empty()) return 0;
   const std::u16string root = ReachablePath(folder);
@@ -142,15 +144,17 @@ int List(const std::u16string& folder, TreeListing& listing) try {
     listing.systemFolders.push_back(root);
     return 1;
   }
-  return ListFolder(root, listing) ? 1 : 0;
+  return ListFolder(root, listing, mayEnter) ? 1 : 0;
 } catch (const std::exception&) {
   return 0;
 }
 
 }  // namespace
 
-int GetFileList(const std::u16string& folder, TreeListing& listing) {
-  const int listed = List(folder, listing);
+int GetFileList(const std::u16string& folder, TreeListing& listing) { return GetFileList(folder, listing, nullptr); }
+
+int GetFileList(const std::u16string& folder, TreeListing& listing, const EnterFolder& enter) {
+  const int listed = List(folder, listing, enter);
   LogLinks(listing);
   return listed;
 }

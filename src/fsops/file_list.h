@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -39,6 +40,9 @@ struct TreeListing {
 // it is the only entry. A mounted volume is entered when it is `folder`, and is a link below it. 0 when any folder
 // could not be read to its end; the listing is not to be used then.
 int GetFileList(const std::u16string& folder, TreeListing& listing);
+// The same; `enter` is asked before a folder is listed (`folder` is the first), and passes over what is in it with no.
+using EnterFolder = std::function<bool(const std::u16string& path)>;
+int GetFileList(const std::u16string& folder, TreeListing& listing, const EnterFolder& enter);
 
 // Nothing at all is in the folder. False also when it cannot be listed, and for a link.
 bool IsEmptyFolder(const std::u16string& folder);

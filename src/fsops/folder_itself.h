@@ -3,12 +3,8 @@
 #pragma once
 
 #include <string>
-#include <vector>
 
-#include "win32/types.h"
-
-// A self-relative security descriptor: owner, group and DACL.
-using FolderDescriptor = std::vector<win32::BYTE>;
+#include "fsops/descriptor.h"
 
 // The descriptor of the folder (or of a volume's root, by the volume's name); empty when it cannot be read.
 FolderDescriptor ReadDescriptor(const std::u16string& folder);
@@ -37,6 +33,8 @@ class SavedFolder {
   // Back to the folder that it was read from; nothing is done when none was. Streams that it has got since go. False
   // when something could not be written.
   bool Restore() const;
+  // Empty when nothing was read.
+  const FolderDescriptor& descriptor() const { return descriptor_; }
 
  private:
   // Streams of a backup.

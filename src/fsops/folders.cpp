@@ -6,8 +6,10 @@
 #include "text/path_text.h"
 #include "win32/win32.h"
 
-FolderMade MakeFolder(const std::u16string& folder) {
-  switch (static_cast<win32::DWORD>(win32::SHCreateDirectoryExW(nullptr, folder.c_str(), nullptr))) {
+FolderMade MakeFolder(const std::u16string& folder, FolderDescriptor descriptor) {
+  win32::SECURITY_ATTRIBUTES attributes{sizeof attributes, descriptor.data(), win32::FALSE};
+  switch (static_cast<win32::DWORD>(
+      win32::SHCreateDirectoryExW(nullptr, folder.c_str(), descriptor.empty() ? nullptr : &attributes))) {
     case win32::ERROR_SUCCESS:
       return FolderMade::New;
     case win32::ERROR_ALREADY_EXISTS:

@@ -4,10 +4,12 @@
 #include <string>
 #include <vector>
 
+#include "fsops/descriptor.h"
+
 // How a folder came to be there.
 enum class FolderMade { New, StoodThere, Failed };
-// SHCreateDirectoryExW. Nothing is said about a failure.
-FolderMade MakeFolder(const std::u16string& folder);
+// SHCreateDirectoryExW. Nothing is said about a failure. descriptor: what it is made with; empty for none of its own.
+FolderMade MakeFolder(const std::u16string& folder, FolderDescriptor descriptor = {});
 
 // Makes the folder at `path` if it is gone, and gives it what `like` has of its own.
 bool MakeFolderLike(const std::u16string& path, const std::u16string& like);

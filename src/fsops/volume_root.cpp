@@ -8,34 +8,8 @@
 namespace {
 
 constexpr const char16_t* kRootsKey = u"SOFTWARE\\Velmora\\Quillbay\\VolumeRoots";
-constexpr win32::DWORD kOwnerAndDacl = win32::OWNER_SECURITY_INFORMATION | win32::DACL_SECURITY_INFORMATION;
-constexpr win32::DWORD kAllParts = kOwnerAndDacl | win32::GROUP_SECURITY_INFORMATION;
-
-// Empty when it is no descriptor.
-std::u16string TextOf(FolderDescriptor descriptor, win32::DWORD parts) {
-  char16_t* text = nullptr;
-  if (descriptor.empty() ||
-      !win32::ConvertSecurityDescriptorToStringSecurityDescriptorW(descriptor.data(), 1, parts, &text, nullptr))
-    return {};
-  const win32::UniqueLocalMemory memory{text};
-  return text;
-}
-
-FolderDescriptor FromText(const std::u16string& text) {
-  win32::UniqueLocalMemory memory;
-  win32::ULONG size = 0;
-  if (!win32::ConvertStringSecurityDescriptorToSecurityDescriptorW(text.c_str(), 1, memory.put(), &size)) return {};
-  const auto* const bytes = static_cast<const win32::BYTE*>(memory.get());
-  return {bytes, bytes + size};
-}
-
-// Owner and entries, without what Windows notes about how the DACL came to be.
-std::u16string Meaning(const FolderDescriptor& descriptor) {
-  std::u16string text = TextOf(descriptor, kOwnerAndDacl);
-  const std::size_t dacl = text.find(u"D:");
-  if (dacl == std::u16string::npos) return text;
-  return text.erase(dacl + 2, std::min(text.find(u'(', dacl), text.size()) - dacl - 2);
-}
+constexpr win32::DWORD kAllParts =
+    win32::OWNER_SECURITY_INFORMATION | win32::GROUP_SECURITY_INFORMATION | win32::DACL_SECURITY_INFORMATION;
 
 enum class Memory { None, Kept, Unreadable };
 
@@ -54,12 +28,12 @@ Memory Recall(const std::u16string& volume, FolderDescriptor& descriptor) {
                               &size) != 0)
     return Memory::Unreadable;
   text.resize(std::min(text.find(u'\0'), text.size()));
-  descriptor = FromText(text);
+  descriptor = DescriptorFromText(text);
   return descriptor.empty() ? Memory::Unreadable : Memory::Kept;
 }
 
 bool Remember(const std::u16string& volume, const FolderDescriptor& descriptor) {
-  const std::u16string text = TextOf(descriptor, kAllParts);
+  const std::u16string text = DescriptorText(descriptor, kAllParts);
   win32::UniqueKey key;
   return !text.empty() &&
          win32::RegCreateKeyExW(win32::HKEY_LOCAL_MACHINE, kRootsKey, 0, nullptr, win32::REG_OPTION_NON_VOLATILE,
@@ -106,6 +80,6 @@ FolderDescriptor ChangedRootSecurity(const std::u16string& folder, const std::u1
   if (Recall(volume, own) != Memory::Kept) return {};
   const FolderDescriptor lent = ProtectedDescriptor(ReadDescriptor(folder));
   FolderDescriptor present = ReadDescriptor(volume);
-  if (lent.empty() || present.empty() || Meaning(lent) == Meaning(present)) return {};
+  if (lent.empty() || present.empty() || SayTheSame(lent, present)) return {};
   return present;
 }

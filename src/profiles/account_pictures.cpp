@@ -66,9 +66,10 @@ bool RestartService() {
   return wasRunning;
 }
 
+// Any process may have made a pipe of that name. It may learn who asks, but not act in his name.
 win32::UniqueFile OpenPipe() {
-  return win32::UniqueFile{
-      win32::CreateFileW(kPipe, win32::GENERIC_WRITE, 0, nullptr, win32::OPEN_EXISTING, 0, nullptr)};
+  return win32::UniqueFile{win32::CreateFileW(kPipe, win32::GENERIC_WRITE, 0, nullptr, win32::OPEN_EXISTING,
+                                              win32::SECURITY_SQOS_PRESENT | win32::SECURITY_IDENTIFICATION, nullptr)};
 }
 
 // The second connection that comes about; the first is thrown away. A pipe that stays busy is waited for in passes,

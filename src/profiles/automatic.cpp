@@ -10,6 +10,7 @@
 #include "probes/privileges.h"
 #include "probes/services.h"
 #include "profiles/keelroom_rule.h"
+#include "profiles/profiles_location.h"
 #include "profiles/recorded_home.h"
 #include "profiles/redirection_notes.h"
 #include "profiles/shared_profiles_rules.h"
@@ -219,6 +220,7 @@ bool Removal::BringBack() {
   directory.Keep();
   DropNote(ProfileFolder::ProfilesDirectory);
   for (const auto& back : returns) back->Keep();
+  LeaveCopies(returns);
   FollowPublicProfile(returns);
   LeaveLocation(DeleteCopies(returns));
   return true;
@@ -259,7 +261,7 @@ int SayRemovalFailed(const Removal& removal) {
   // Without a configuration, Windows says where new profiles are.
   if (ProfileFolderValue directory; location.empty() && ReadProfileFolder(ProfileFolder::ProfilesDirectory, directory))
     location = directory.folder;
-  if (*LogPath()) Say(StringId::ErrorsLoggedIn, LogPath());
+  Say(StringId::ErrorsLoggedIn, LogPath());
   const std::u16string said = removal.onVolume() ? LoadResourceString(StringId::VolumeRemovalFailed)
                                                  : u"\n" + FormatString(StringId::NewProfilesRemovalFailed, location);
   ConsolePrint(said);

@@ -49,8 +49,8 @@ bool ProfileMove::Run() {
   try {
     // What a volume holds is told by the folder that it is mounted on.
     if (IsAllowed() && IsNoRedirectedData() && place_.Mount() && IsNobodyElses() && List() && place_.Make() &&
-        MayMove() && place_.BecomeLikeProfile(!flags_.carried.ntfsPermissions) && MoveContents() && Follow() &&
-        RestoreSecurity() && place_.TakeFormerPlace()) {
+        MayMove() && place_.BecomeLikeProfile(!flags_.carried.ntfsPermissions, flags_.backToDefault) &&
+        MoveContents() && Follow() && RestoreSecurity() && place_.TakeFormerPlace()) {
       contentsMoved_ = false;  // nothing to take back any more
       Finish();
       return true;
@@ -65,7 +65,7 @@ bool ProfileMove::Run() {
 // What can be told before anything is made.
 bool ProfileMove::IsAllowed() const {
   if (!IsOrdinaryPath(profile_.folder) || !(place_.IsVolume() || IsOrdinaryPath(target_)) ||
-      !HasAllowedLength(place_.path()))
+      !HasAllowedLength(place_.path()) || !IsOnADrive())
     return false;
   // The way home would be refused from there.
   return place_.IsVolume() ||
@@ -76,6 +76,14 @@ bool ProfileMove::IsAllowed() const {
 bool ProfileMove::IsNoRedirectedData() const {
   if (!MayProfileLeave(profile_.folder) || !MayComeTo(profile_.folder, place_.path(), Comes::Profile)) return false;
   return !place_.IsVolume() || MayComeTo(profile_.folder, target_, Comes::Profile);
+}
+
+// A network path, or a relative one, could not even be made; the rules say what it is.
+bool ProfileMove::IsOnADrive() const {
+  const std::u16string& path = place_.path();
+  if (place_.IsVolume() || (path.size() > 2 && path[1] == u':' && path[2] == u'\\')) return true;
+  ValidateTargetPath(path.c_str());
+  return LogFailure(line::kPreScanningFailed, profile_.folder, path);
 }
 
 // Two profiles in one folder would overwrite each other, and one that holds another would take it along.
@@ -111,7 +119,9 @@ bool ProfileMove::MayMove() {
                                  .stopMediaSharing = true})) {
     return LogFailure(line::kPreScanningFailed, profile_.folder, place_.path());
   }
-  if (!place_.KeepsPath() && !records_.CanFollow()) return false;
+  if (!place_.HoldsNothingOfOthers(profile_.sid, flags_.carried.ntfsPermissions) ||
+      (!place_.KeepsPath() && !records_.CanFollow()))
+    return false;
   if (!place_.KeepsPath() && !flags_.backToDefault) TellIfOnOneVolume(profile_.folder, place_.path());
   return true;
 }
@@ -134,6 +144,7 @@ bool ProfileMove::RestoreSecurity() const {
 
 // What is left to do when the profile is in its place. Should one of these fail, the log tells.
 void ProfileMove::Finish() const {
+  place_.CloseWhatStoodThere();
   if (!place_.KeepsPath() && flags_.carried.shares) MoveShares(profile_.folder, place_.path());
   place_.LeaveFormerVolume();
   // Of a profile that is home again nothing need stay elsewhere.

@@ -21,6 +21,7 @@ class ProfileMove {
  private:
   bool IsAllowed() const;
   bool IsNoRedirectedData() const;
+  bool IsOnADrive() const;
   bool IsNobodyElses() const;
   bool List();
   bool MayMove();

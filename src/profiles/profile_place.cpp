@@ -6,6 +6,8 @@
 #include "fsops/volume_root.h"
 #include "links/mounted_folder.h"
 #include "links/presence.h"
+#include "profiles/profiles_location.h"
+#include "profiles/recorded_home.h"
 #include "report/lines.h"
 #include "report/log.h"
 #include "text/path_text.h"
@@ -53,7 +55,11 @@ bool ProfilePlace::MountBesideProfile() {
 }
 
 bool ProfilePlace::Make() {
-  const FolderMade made = MakeFolder(path_);
+  std::u16string home;
+  if (!keepsPath_ && (!ReadProfilesHome(home) || !MakeProfilesLocation(ParentPath(path_), home))) return false;
+  // With it from the beginning: nobody gets hold of the folder while it is open to him.
+  const FolderMade made =
+      MakeFolder(path_, keepsPath_ ? FolderDescriptor() : ProtectedDescriptor(ReadDescriptor(folder_)));
   if (!IsVolume()) stoodThere_ = made == FolderMade::StoodThere;
   if (made != FolderMade::Failed && (!stoodThere_ || before_.Save(path_)) &&
       (!IsGathered() || side_.NoteFillingFrom(formerVolume_))) {
@@ -69,12 +75,21 @@ void ProfilePlace::OpenLeftFolder() const {
     GrantEveryoneAndAdministrators(path_);
 }
 
-bool ProfilePlace::BecomeLikeProfile(bool descriptorOnly) {
+bool ProfilePlace::HoldsNothingOfOthers(const std::u16string& user, bool ntfsPermissions) {
+  return keepsPath_ || !stoodThere_ || standing_.Examine(path_, folder_, user, ntfsPermissions);
+}
+
+bool ProfilePlace::BecomeLikeProfile(bool descriptorOnly, bool isHome) {
   descriptor_ = ReadDescriptor(folder_);
   if (!formerVolume_.empty()) {
     // Of the folder itself nobody saw more than the root of the volume.
     FolderDescriptor changed = ChangedRootSecurity(folder_, formerVolume_);
     if (!changed.empty()) descriptor_ = std::move(changed);
+  }
+  if (!keepsPath_) {
+    descriptor_ = ProtectedDescriptor(descriptor_);
+    const FolderDescriptor& own = before_.descriptor();
+    if (isHome && SayTheSame(ProtectedDescriptor(own), descriptor_)) descriptor_ = own;
   }
   const bool wholly = keepsPath_ || (!stoodThere_ && !descriptorOnly);
   if (!descriptor_.empty() && (!wholly || BackupCopyFolderItself(folder_, path_)) &&

@@ -10,6 +10,7 @@
 #include "fsops/folders.h"
 #include "fsops/folder_itself.h"
 #include "fsops/side_folder.h"
+#include "profiles/standing_items.h"
 
 class ProfilePlace {
  public:
@@ -25,11 +26,16 @@ class ProfilePlace {
   // Without a volume it only asks whether the place is free: one beside the profile may hold nothing but what a run
   // that was cut off left there.
   bool Mount();
+  // The folder that holds the place is made with it, as private as Windows' own profiles folder.
   bool Make();
+  // Nobody but administrators, the system and the user (his SID) may have a hand in what stands in the place already.
+  // ntfsPermissions: what the profile has, too, gets the profile's security.
+  bool HoldsNothingOfOthers(const std::u16string& user, bool ntfsPermissions);
   // The place gets the profile folder's own descriptor, before anything in it inherits; on a volume the root gets it,
-  // too. A new folder gets all else that the profile folder has of its own (streams, attributes, times), unless
+  // too. In a new place nothing of it comes from the folder above; one at home that says the same keeps what it has. A
+  // new folder gets all else that the profile folder has of its own (streams, attributes, times), unless
   // descriptorOnly; one that is to take the former folder's place gets it in any case.
-  bool BecomeLikeProfile(bool descriptorOnly);
+  bool BecomeLikeProfile(bool descriptorOnly, bool isHome);
 
   // Takes the former folder's place; nothing to do where the path changes. False (logged): the former folder may be
   // gone, and the contents are still at path().
@@ -39,6 +45,8 @@ class ProfilePlace {
 
   // The profile is not here: away with what was made, as far as nothing is in it.
   void TakeAway() const;
+  // The profile has arrived: what stood in the place inherits from it.
+  void CloseWhatStoodThere() const { standing_.InheritAnew(); }
   // The profile has arrived: the volume that it has left, if any, is mounted at its former folder no more.
   void LeaveFormerVolume() const;
 
@@ -59,5 +67,6 @@ class ProfilePlace {
   const CreatedFolders created_;
   bool stoodThere_ = false, mountedHere_ = false, lent_ = false;
   SavedFolder before_;
+  StandingItems standing_;
   FolderDescriptor descriptor_;  // the profile folder's own
 };

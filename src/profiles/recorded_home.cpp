@@ -30,8 +30,17 @@ std::u16string RecordedProfilesFolder(const CQBConfig& config) {
 
 bool ReadRecordedProfilesFolder(std::u16string& folder) {
   CQBConfig config;
+  if (config.path().empty()) return ReadProfilesHome(folder);
   if (!config.Init()) return LogFailure(line::kConfigNotRead);
   folder = RecordedProfilesFolder(config);
   if (folder.empty()) Log(line::kConfigLacksInformation);
   return !folder.empty();
+}
+
+bool ReadProfilesHome(std::u16string& folder) {
+  ProfileFolderValue directory;
+  std::optional<NewProfilesNote> note;
+  if (!RequireProfileFolder(ProfileFolder::ProfilesDirectory, directory) || !ReadNote(note)) return false;
+  folder = note && EqualPaths(note->location, directory.folder) ? note->home : directory.folder;
+  return true;
 }

@@ -8,6 +8,7 @@
 #include "links/real_path.h"
 #include "probes/privileges.h"
 #include "profiles/keelroom_rule.h"
+#include "profiles/profiles_location.h"
 #include "profiles/recorded_home.h"
 #include "profiles/redirection_notes.h"
 #include "profiles/shared_profiles_rules.h"
@@ -69,6 +70,7 @@ bool BringBack(SharedProfiles which, CarriedAlong carried) {
   for (const auto& back : returns) places.push_back(back->copy());
   if (SayIfRestartIsOwed(places) != RestartOwed::No || !CopyBackAndMakeLive(returns)) return false;
   for (const auto& back : returns) back->Keep();
+  LeaveCopies(returns);
   FollowPublicProfile(returns);
   DeleteCopies(returns);
   return true;

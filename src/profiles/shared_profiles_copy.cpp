@@ -13,17 +13,9 @@
 #include "report/log.h"
 #include "text/path_text.h"
 
-ProfilesLocation::ProfilesLocation(const std::u16string& folder) : folder_(folder), created_(folder) {}
-
-ProfilesLocation::~ProfilesLocation() {
-  if (!kept_) created_.RemoveIfEmpty();
-}
-
-bool ProfilesLocation::Make(const std::u16string& home) {
-  const FolderMade made = MakeFolder(folder_);
-  if (made == FolderMade::Failed) return LogFailure(line::kTargetFolderNotCreated, folder_);
-  if (made == FolderMade::StoodThere || WriteDescriptor(folder_, ReadDescriptor(home))) return true;
-  return LogSystemFailure(u"#ERROR: Unable to give the folder %ls the access rights of %ls. ", folder_, home);
+std::u16string PathBelow(const std::u16string& path, const std::u16string& root, const std::u16string& newRoot) {
+  const std::u16string moved = ReplaceFolder(WithoutExtendedPrefix(path), root, newRoot);
+  return HasExtendedPrefix(path) ? WithExtendedPrefix(moved) : ExtendedPath(moved);
 }
 
 bool FollowingShares::Move(const std::u16string& from, const std::u16string& to, const TreeListing& listing) {
@@ -72,27 +64,45 @@ SharedProfileCopy::SharedProfileCopy(ProfileFolder which, const ProfileFolderVal
 
 bool SharedProfileCopy::MakeRoot() {
   begun_ = true;
-  const FolderMade made = MakeFolder(copy_);
+  // Its own from the beginning, whoever may write where it lies.
+  const FolderDescriptor descriptor = ProtectedDescriptor(ReadDescriptor(original()));
+  if (descriptor.empty())
+    return LogSystemFailure(u"#ERROR: Unable to give the folder %ls the access rights of %ls. ", copy_, original());
+  const FolderMade made = MakeFolder(copy_, descriptor);
   stoodThere_ = made == FolderMade::StoodThere;
   if (made == FolderMade::Failed) Log(line::kTargetFolderNotCreated, copy_);
-  if (!stoodThere_) return made == FolderMade::New;
+  if (made == FolderMade::Failed) return false;
+  if (stoodThere_ && !emptyFolder_.Save(copy_))
+    return LogSystemFailure(u"#ERROR: Unable to read the attributes of the folder %ls. ", copy_);
+  if (!WriteDescriptor(copy_, descriptor))
+    return LogSystemFailure(u"#ERROR: Unable to give the folder %ls the access rights of %ls. ", copy_, original());
   // It may have come, or been filled, since it was looked at.
-  if (!IsFree(copy_)) return false;
-  if (emptyFolder_.Save(copy_)) return true;
-  return LogSystemFailure(u"#ERROR: Unable to read the attributes of the folder %ls. ", copy_);
+  return !stoodThere_ || IsFree(copy_);
 }
 
-bool SharedProfileCopy::Copy() {
+bool SharedProfileCopy::CopyContents() {
   const CopyFlags flags{.useBackupCopy = carried_.ntfsPermissions,
                         .allowInheritance = true,
                         .keepInheritedAces = true,
+                        .folderAccessLists = true,
                         .carryRoot = true};
   Log(line::kGoingToCopy, original(), copy_);
   if (!MakeRoot()) return false;
-  if (!GetFileList(original(), listing_)) return LogFailure(line::kNoListingForCopy, original());
+  if (!opened_.List(original(), listing_) || !opened_.IsWhole()) return LogFailure(line::kNoListingForCopy, original());
   // Of a selection, the copy leaves the shares alone: they stay with the live profile.
   if (CopyFiles(original(), copy_, flags, record_, CopySelection{.listing = listing_})) return true;
   return LogFailure(line::kCopyFailed, original(), copy_);
+}
+
+// What a user keeps to himself is opened to administrators only while it is copied.
+bool SharedProfileCopy::Copy() {
+  const bool copied = CopyContents();
+  opened_.GiveBack([](const std::u16string& path, bool) { return path; });
+  if (copied)
+    opened_.GiveBack([&](const std::u16string& path, bool isFolder) {
+      return carried_.ntfsPermissions || isFolder ? PathBelow(path, original(), copy_) : std::u16string();
+    });
+  return copied;
 }
 
 bool SharedProfileCopy::MakeLive() {

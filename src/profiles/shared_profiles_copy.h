@@ -10,26 +10,12 @@
 #include "fsops/copy_tree.h"
 #include "fsops/folders.h"
 #include "fsops/folder_itself.h"
+#include "fsops/opened_items.h"
 #include "profiles/profile_folders.h"
 #include "records/records.h"
 
-// The folder that the profiles go to.
-class ProfilesLocation {
- public:
-  explicit ProfilesLocation(const std::u16string& folder);
-  ~ProfilesLocation();  // as far as it is empty again
-  ProfilesLocation(const ProfilesLocation&) = delete;
-  ProfilesLocation& operator=(const ProfilesLocation&) = delete;
-
-  // Makes it where it is missing, with the descriptor of the profiles folder `home`. False: logged.
-  bool Make(const std::u16string& home);
-  void Keep() { kept_ = true; }
-
- private:
-  const std::u16string folder_;
-  const CreatedFolders created_;
-  bool kept_ = false;
-};
+// The path below another root; one that needs "\\?\" keeps it.
+std::u16string PathBelow(const std::u16string& path, const std::u16string& root, const std::u16string& newRoot);
 
 // The shares in a tree that follow it.
 class FollowingShares {
@@ -73,6 +59,7 @@ class SharedProfileCopy {
 
  private:
   bool MakeRoot();
+  bool CopyContents();
   void TakeBack();
 
   const ProfileFolder which_;
@@ -82,6 +69,7 @@ class SharedProfileCopy {
   bool begun_ = false, stoodThere_ = false, noted_ = false;
   SavedFolder emptyFolder_;  // the folder that stood there, as it was
   TreeListing listing_;
+  OpenedItems opened_;
   CopyRecord record_;
   FollowingShares shares_;
   FollowingRecords records_;

@@ -45,19 +45,13 @@ bool ReadFacts(const std::u16string& path, ItemFacts& facts) {
 
 bool IsPlainFile(const TreeEntry& entry) { return !entry.IsDirectory() && !entry.IsReparsePoint(); }
 
-// The path below another root; one that needs "\\?\" keeps it.
-std::u16string Below(const std::u16string& path, const std::u16string& root, const std::u16string& newRoot) {
-  const std::u16string moved = ReplaceFolder(WithoutExtendedPrefix(path), root, newRoot);
-  return HasExtendedPrefix(path) ? WithExtendedPrefix(moved) : ExtendedPath(moved);
-}
-
 // "C:\x\letter.doc" as "C:\x\letter (old).doc", or "(old 2)" and so on, a long name cut: one that is free below `root`
 // and below `otherRoot`. Empty when all these are taken.
 std::u16string NameAside(const std::u16string& path, const std::u16string& root, const std::u16string& otherRoot) {
   const std::size_t name = path.rfind(u'\\') + 1;
   const std::size_t dot = path.rfind(u'.');
   const std::size_t end = dot == std::u16string::npos || dot <= name ? path.size() : dot;
-  constexpr int kTries = 9;
+  constexpr int kTries = 999;  // any user may make such names in the Public profile
   constexpr std::size_t kLongestName = 255;
   for (int number = 1; number <= kTries; ++number) {
     const std::u16string mark = number == 1 ? u" (old)" : FormatText(u" (old %d)", number);
@@ -65,7 +59,7 @@ std::u16string NameAside(const std::u16string& path, const std::u16string& root,
     if (others >= kLongestName) return {};
     const std::u16string start = path.substr(0, name) + path.substr(name, std::min(end - name, kLongestName - others));
     std::u16string aside(ExtendedPath(start + mark + path.substr(end)));
-    if (IsGone(aside) && IsGone(Below(aside, root, otherRoot))) return aside;
+    if (IsGone(aside) && IsGone(PathBelow(aside, root, otherRoot))) return aside;
   }
   return {};
 }
@@ -77,7 +71,7 @@ SharedProfileReturn::SharedProfileReturn(ProfileFolder which, const ProfileFolde
     : which_(which), note_(std::move(note)), carried_(carried), created_(note_.original), change_(which, value) {}
 
 bool SharedProfileReturn::MakeRoot() {
-  const FolderMade made = MakeFolder(original());
+  const FolderMade made = MakeFolder(original(), ProtectedDescriptor(ReadDescriptor(copy())));
   if (made == FolderMade::StoodThere) return IsFolderAndNoLink(original());
   madeRoot_ = made == FolderMade::New;
   if (!madeRoot_) Log(line::kTargetFolderNotCreated, original());
@@ -105,11 +99,14 @@ bool SharedProfileReturn::CopyBack() {
   if (!isThere) return IsFolderAndNoLink(original());
   Log(line::kGoingToCopy, copy(), original());
   if (!IsFolderAndNoLink(copy()) || !MakeRoot()) return false;
-  if (!GetFileList(copy(), listing_)) return LogFailure(line::kNoListingForCopy, copy());
+  TreeListing old;
+  if (!openedLive_.List(copy(), listing_)) return LogFailure(line::kNoListingForCopy, copy());
+  if (!openedOld_.List(original(), old)) return LogFailure(line::kNoListingForCopy, original());
   if (!SetAside()) return false;
   const CopyFlags flags{.useBackupCopy = carried_.ntfsPermissions,
                         .allowInheritance = true,
                         .keepInheritedAces = true,
+                        .folderAccessLists = true,
                         .carryRoot = madeRoot_};
   if (!CopyFiles(copy(), original(), flags, record_, CopySelection{.listing = listing_})) {
     return LogFailure(line::kCopyFailed, copy(), original());
@@ -123,7 +120,7 @@ bool SharedProfileReturn::CopyBack() {
 bool SharedProfileReturn::SetAside() {
   const bool roomForBoth = HasRoomForBoth();
   for (const TreeEntry& entry : listing_.entries) {
-    const std::u16string path = Below(entry.path, copy(), original());
+    const std::u16string path = PathBelow(entry.path, copy(), original());
     ItemFacts old, live;
     if (!ReadFacts(path, old) || !ReadFacts(entry.path, live))
       return LogSystemFailure(u"#ERROR: Unable to compare %ls with %ls. ", entry.path, path);
@@ -214,8 +211,7 @@ void SharedProfileReturn::DropReplaced() {
   std::set<std::u16string> folders;
   for (const Aside& old : aside_)
     if (carried_.ntfsPermissions && old.isReplaced && folders.insert(ParentPath(old.path)).second)
-      CopyParentDirectoryTimes(Below(old.path, original(), copy()), old.path);
-  aside_.clear();
+      CopyParentDirectoryTimes(PathBelow(old.path, original(), copy()), old.path);
 }
 
 bool SharedProfileReturn::MakeLive() {
@@ -230,9 +226,39 @@ void SharedProfileReturn::Keep() {
   begun_ = false;
 }
 
+// What keeps administrators out was opened to them only for the way back. An old item that came back has the security
+// of the one that was copied to it.
+void SharedProfileReturn::CloseOpenedItems(bool cameBack) {
+  std::set<std::u16string> back;
+  if (cameBack)
+    for (const CopiedItem& item : record_.items)
+      if (item.complete && (carried_.ntfsPermissions || item.created)) back.insert(item.target);
+  openedOld_.GiveBack([&](const std::u16string& path, bool) {
+    if (carried_.ntfsPermissions && back.contains(path)) return std::u16string();
+    for (const Aside& old : aside_)
+      if (IsSameOrBelow(path, old.path) && !old.isReplaced) return ReplaceFolder(path, old.path, old.name);
+    return path;
+  });
+  openedLive_.GiveBack([](const std::u16string& path, bool) { return path; });
+  if (cameBack)
+    openedLive_.GiveBack([&](const std::u16string& path, bool isFolder) {
+      const std::u16string target = PathBelow(path, copy(), original());
+      const bool isRoot = EqualPaths(path, copy());
+      const bool carried = isRoot ? madeRoot_ : back.contains(target) && (carried_.ntfsPermissions || isFolder);
+      return carried ? target : std::u16string();
+    });
+}
+
 // While the profile list names the old folder, that is the live profile: what came back stays.
 void SharedProfileReturn::TakeBack() try {
-  if (!begun_ || !change_.TakeBack()) return;
+  if (!begun_) return;
+  const bool staysBack = !change_.TakeBack();
+  if (!staysBack) RemoveWhatCameBack();
+  CloseOpenedItems(staysBack);
+} catch (const std::exception&) {
+}
+
+void SharedProfileReturn::RemoveWhatCameBack() {
   begun_ = false;
   records_.TakeBack();
   shares_.TakeBack();
@@ -245,16 +271,16 @@ void SharedProfileReturn::TakeBack() try {
   for (const Aside& old : Backwards(aside_))
     if (!IsGone(old.path) || !win32::MoveFileW(old.name.c_str(), old.path.c_str()))
       Log(u"#ERROR: Unable to rename %ls to %ls again.", old.name, old.path);
-} catch (const std::exception&) {
+  std::erase_if(aside_, [](const Aside& old) { return IsGone(old.name); });
 }
 
-void SharedProfileReturn::DeleteItem(const CopiedItem& item, std::vector<TreeEntry>& inUse) const {
+void SharedProfileReturn::DeleteItem(const CopiedItem& item) {
   const TreeEntry& entry = item.source;
   const auto isInIt = [&](const TreeEntry& other) {
     return IsSameOrBelow(WithoutExtendedPrefix(other.path), WithoutExtendedPrefix(entry.path));
   };
   if (entry.IsDirectory() && !entry.IsLink()) {
-    if (!RemoveEmptyFolder(entry.path) && std::ranges::any_of(inUse, isInIt)) inUse.push_back(entry);
+    if (!RemoveEmptyFolder(entry.path) && std::ranges::any_of(inUse_, isInIt)) inUse_.push_back(entry);
     return;
   }
   if (IsPlainFile(entry)) {
@@ -266,23 +292,40 @@ void SharedProfileReturn::DeleteItem(const CopiedItem& item, std::vector<TreeEnt
       return;
     }
   }
-  if (!DeleteEntry(entry)) inUse.push_back(entry);
+  if (!DeleteEntry(entry)) inUse_.push_back(entry);
+}
+
+// Some programs wait for the account pictures to follow, a minute and more: by then no file may be there twice.
+void SharedProfileReturn::LeaveCopy() {
+  DropReplaced();
+  DeleteItems([&](const CopiedItem& item) { return !IsAccountPicture(item); });
+  CloseOpenedItems(true);
+  aside_.clear();
+}
+
+// The service is still told where they were.
+bool SharedProfileReturn::IsAccountPicture(const CopiedItem& item) const {
+  return which_ == ProfileFolder::Public &&
+         IsSameOrBelow(WithoutExtendedPrefix(item.source.path), JoinPath(copy(), u"AccountPictures"));
+}
+
+template <typename Condition>
+void SharedProfileReturn::DeleteItems(Condition condition) {
+  for (const CopiedItem& item : Backwards(record_.items))
+    if (item.complete && condition(item)) DeleteItem(item);
 }
 
 bool SharedProfileReturn::DeleteCopy() {
-  DropReplaced();
   if (IsGone(copy())) return false;
-  std::vector<TreeEntry> inUse;  // a folder behind its contents
-  for (const CopiedItem& item : Backwards(record_.items))
-    if (item.complete) DeleteItem(item, inUse);
+  DeleteItems([&](const CopiedItem& item) { return IsAccountPicture(item); });
   if (IsVolumeMountPoint(copy().c_str()) || RemoveEmptyFolder(copy())) return false;
-  if (inUse.empty()) {
+  if (inUse_.empty()) {
     Log(u"#INFO: The folder %ls is not empty. It stays.", copy());
     return false;
   }
-  inUse.push_back({copy(), win32::FILE_ATTRIBUTE_DIRECTORY, 0, 0});
-  std::ranges::reverse(inUse);
-  if (DeleteEntriesAtReboot(inUse)) {
+  inUse_.push_back({copy(), win32::FILE_ATTRIBUTE_DIRECTORY, 0, 0});
+  std::ranges::reverse(inUse_);
+  if (DeleteEntriesAtReboot(inUse_)) {
     Log(u"#INFO: The folder %ls is in use. It will be deleted at the next restart.", copy());
     return true;
   }

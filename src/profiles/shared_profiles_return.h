@@ -23,8 +23,9 @@ class SharedProfileReturn {
   bool MakeLive();
   void Keep();
   // After Keep. Deletes what was replaced in the old folder, then of the copy what came back, and its folders as far as
-  // they are empty then; what is in use goes at the next restart. What was changed or added since stays, and the log
-  // names it. True when a restart is owed.
+  // they are empty then - all but the account pictures. What was changed or added since stays, and the log names it.
+  void LeaveCopy();
+  // After LeaveCopy. Deletes the rest; what is in use goes at the next restart. True when a restart is owed.
   bool DeleteCopy();
 
   ProfileFolder which() const { return which_; }
@@ -49,8 +50,13 @@ class SharedProfileReturn {
   bool UnmountSame(const std::u16string& path, const std::u16string& live, bool& unmounted);
   bool CarryDescriptors() const;
   void DropReplaced();
+  void CloseOpenedItems(bool cameBack);
   void TakeBack();
-  void DeleteItem(const CopiedItem& item, std::vector<TreeEntry>& inUse) const;
+  void RemoveWhatCameBack();
+  bool IsAccountPicture(const CopiedItem& item) const;
+  template <typename Condition>
+  void DeleteItems(Condition condition);
+  void DeleteItem(const CopiedItem& item);
 
   const ProfileFolder which_;
   const SharedProfileNote note_;
@@ -58,9 +64,11 @@ class SharedProfileReturn {
   const CreatedFolders created_;
   bool begun_ = false, madeRoot_ = false;
   TreeListing listing_;  // of the copy
+  OpenedItems openedLive_, openedOld_;
   std::vector<Aside> aside_;
   std::vector<std::pair<std::u16string, std::u16string>> unmounted_;  // a folder, the volume
   CopyRecord record_;
+  std::vector<TreeEntry> inUse_;  // of the copy, a folder behind its contents
   FollowingShares shares_;
   FollowingRecords records_;
   ProfileFolderChange change_;

@@ -99,6 +99,10 @@ bool CopyBackAndMakeLive(const ProfileReturns& returns) {
          std::ranges::all_of(returns, [](const auto& back) { return back->MakeLive(); });
 }
 
+void LeaveCopies(const ProfileReturns& returns) {
+  for (const auto& back : returns) back->LeaveCopy();
+}
+
 bool DeleteCopies(const ProfileReturns& returns) {
   bool restartOwed = false;
   for (const auto& back : returns)

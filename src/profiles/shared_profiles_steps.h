@@ -31,7 +31,9 @@ bool CopyAndMakeLive(const ProfileCopies& copies);
 bool PlanReturns(SharedProfiles which, const std::u16string& home, const std::u16string& location, CarriedAlong carried,
                  ProfileReturns& returns);
 bool CopyBackAndMakeLive(const ProfileReturns& returns);
-// After they are kept. True when a restart is owed.
+// After they are kept: what came back replaces what was there, and the copies go, but for what the service is still
+// told of. Then FollowPublicProfile; then DeleteCopies, true when a restart is owed.
+void LeaveCopies(const ProfileReturns& returns);
 bool DeleteCopies(const ProfileReturns& returns);
 
 // The paths of account pictures follow the Public profile, where it is among these.

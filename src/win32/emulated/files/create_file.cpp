@@ -61,8 +61,8 @@ HANDLE CreateFileW(const char16_t* lpFileName, DWORD dwDesiredAccess, DWORD dwSh
   if (std::u16string_view pipe; emulated::NamedPipes::IsPipePath(lpFileName, pipe)) {
     std::shared_ptr<emulated::Object> client;
     ACCESS_MASK granted = 0;
-    const DWORD error =
-        emulated::Machine::Current().pipes().Open(pipe, dwDesiredAccess, dwCreationDisposition, client, granted);
+    const DWORD error = emulated::Machine::Current().pipes().Open(pipe, dwDesiredAccess, dwCreationDisposition,
+                                                                  dwFlagsAndAttributes, client, granted);
     return error ? fail(error) : call.Return(emulated::NewHandle(std::move(client), granted));
   }
 

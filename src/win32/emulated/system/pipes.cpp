@@ -49,8 +49,8 @@ bool NamedPipes::IsPipePath(std::u16string_view path, std::u16string_view& name)
   return false;
 }
 
-DWORD NamedPipes::Open(std::u16string_view name, DWORD access, DWORD disposition, std::shared_ptr<Object>& client,
-                       win32::ACCESS_MASK& granted) {
+DWORD NamedPipes::Open(std::u16string_view name, DWORD access, DWORD disposition, DWORD flags,
+                       std::shared_ptr<Object>& client, win32::ACCESS_MASK& granted) {
   const std::shared_ptr<PipeServer> server = Find(name);
   if (!server) return win32::ERROR_FILE_NOT_FOUND;
   if (disposition != win32::OPEN_EXISTING && disposition != win32::OPEN_ALWAYS) return win32::ERROR_INVALID_PARAMETER;
@@ -59,6 +59,10 @@ DWORD NamedPipes::Open(std::u16string_view name, DWORD access, DWORD disposition
   if (!server->HasFreeInstance(machine_.Now())) return win32::ERROR_PIPE_BUSY;
   if (server->onOpen)
     if (const DWORD error = server->onOpen()) return error;
+  // What a client does not say is SecurityImpersonation.
+  constexpr DWORD kLevels = 0x30000;
+  server->mayImpersonate =
+      (flags & win32::SECURITY_SQOS_PRESENT) == 0 || (flags & kLevels) > win32::SECURITY_IDENTIFICATION;
   client = std::make_shared<PipeClient>(server, name, granted);
   return 0;
 }

@@ -27,7 +27,8 @@ struct PipeServer {
   FileTime busyUntil = 0;  // until then another client has every instance
   bool closed = false;     // the serving process has closed its end, or has ended
 
-  unsigned clients = 0;  // of ours
+  unsigned clients = 0;         // of ours
+  bool mayImpersonate = false;  // the last one to open it let the server act in its name
   bool HasFreeInstance(FileTime now) const { return clients < instances && now >= busyUntil; }
 };
 
@@ -44,8 +45,8 @@ class NamedPipes {
   // Is this the path of a pipe ("\\.\pipe\NAME", "\\?\pipe\NAME", in any case)? Then `name` is what follows.
   static bool IsPipePath(std::u16string_view path, std::u16string_view& name);
   // A client opens the pipe. 0 and its end; 2 without such a pipe, 5 for any access but writing, 87, 231 when no
-  // instance is free, or what the script says.
-  win32::DWORD Open(std::u16string_view name, win32::DWORD access, win32::DWORD disposition,
+  // instance is free, or what the script says. flags: SECURITY_SQOS_PRESENT and what comes with it.
+  win32::DWORD Open(std::u16string_view name, win32::DWORD access, win32::DWORD disposition, win32::DWORD flags,
                     std::shared_ptr<Object>& client, win32::ACCESS_MASK& granted);
   // WaitNamedPipeW: 0, 2, 121, or what the script says. The clock moves on while it waits.
   win32::DWORD WaitForInstance(Call& call, std::u16string_view name, win32::DWORD milliseconds);

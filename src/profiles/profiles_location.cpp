@@ -1,0 +1,57 @@
+#include "profiles/profiles_location.h"
+
+#include <vector>
+
+#include "fsops/backwards.h"
+#include "fsops/folder_itself.h"
+#include "links/presence.h"
+#include "report/lines.h"
+#include "report/log.h"
+#include "text/path_text.h"
+#include "validate/path_rules.h"
+#include "win32/win32.h"
+
+namespace {
+
+// The folder by another name, or another folder by this one.
+constexpr win32::DWORD kMayTakeAway = win32::DELETE | win32::WRITE_DAC | win32::WRITE_OWNER;
+
+void TellWhoMayReplace(std::u16string folder) {
+  for (; !folder.empty(); folder = ParentPath(folder)) {
+    const std::u16string place = FolderForm(folder);
+    // A drive's root has no other name. Whoever may delete what is in a folder may also rename it.
+    const win32::DWORD rights =
+        win32::FILE_DELETE_CHILD | (IsDriveRoot(place.c_str()) ? kMayTakeAway & ~win32::DELETE : kMayTakeAway);
+    const FolderDescriptor descriptor = ReadDescriptor(place);
+    if (descriptor.empty()) continue;
+    if (const std::u16string entry = EntryOfOthers(descriptor, rights, {}); !entry.empty())
+      Log(u"#INFO: The folder %ls was there before and keeps its access rights. Its entry %ls lets others rename or "
+          u"replace it, or what is in it.",
+          place, entry);
+  }
+}
+
+}  // namespace
+
+bool MakeProfilesLocation(const std::u16string& location, const std::u16string& home) {
+  std::vector<std::u16string> missing;
+  std::u16string there = location;
+  for (; !there.empty() && !PathExists(FolderForm(there)); there = ParentPath(there)) missing.push_back(there);
+  const FolderDescriptor descriptor = missing.empty() ? FolderDescriptor() : ProtectedDescriptor(ReadDescriptor(home));
+  for (const std::u16string& folder : Backwards(missing)) {
+    // With it from the beginning: nobody gets hold of the folder while it is open to him.
+    const FolderMade made = descriptor.empty() ? FolderMade::Failed : MakeFolder(folder, descriptor);
+    if (made == FolderMade::StoodThere) continue;
+    if (descriptor.empty() || (made == FolderMade::New && !WriteDescriptor(folder, descriptor)))
+      return LogSystemFailure(u"#ERROR: Unable to give the folder %ls the access rights of %ls. ", folder, home);
+    if (made == FolderMade::Failed) return LogFailure(line::kTargetFolderNotCreated, folder);
+  }
+  if (!EqualPaths(location, home)) TellWhoMayReplace(there);
+  return true;
+}
+
+ProfilesLocation::ProfilesLocation(const std::u16string& folder) : folder_(folder), created_(folder) {}
+
+ProfilesLocation::~ProfilesLocation() {
+  if (!kept_) created_.RemoveIfEmpty();
+}
