@@ -4,7 +4,7 @@ import os
 import re
 
 from hives import PROFILE_LIST, Hive, image_path, software
-from station import Mounted, Station, below_root, compare, hive_record, own_security, require, run
+from station import Descriptor, Mounted, Station, below_root, compare, hive_record, own_security, require, run
 from trees import SYSTEM, descriptor, set_attribute, sid
 
 COMPUTER = (21, 1004336348, 1177238915, 682003330)
@@ -53,6 +53,54 @@ def require_private(station, letter, folder, scratch, user=1001):
     expected = {sid(5, *COMPUTER, user).hex(), SYSTEM.hex(), sid(5, 32, 544).hex()}
     require(control & 0x1000 and allowed == expected and all(entry[0] == 0 for entry in dacl),
             f"{folder} is open to {allowed} (control {control:#x})")
+
+
+def writers(listing, folder, user=None):
+    """Who else than administrators, the system and the user may write to what, by wimlib's listing of a folder."""
+    trusted = {SYSTEM.hex(), sid(5, 32, 544).hex()} | ({sid(5, *COMPUTER, user).hex()} if user else set())
+    with open(listing, encoding="utf-8", errors="surrogateescape") as file:
+        items = re.findall(r'^Full Path\s*= "(.*)"$[\s\S]*?^Security Descriptor\s*= (\w+)$', file.read(), flags=re.M)
+    items = [(path, Descriptor(text)) for path, text in items if path == folder or path.startswith(folder + "/")]
+    require(len(items) > 30, f"{folder} holds only {len(items)} items")
+    require(items[0][1].control & 0x1000, f"{folder} depends on the folder above")
+    return [f"{path}: {entry}" for path, security in items for entry in security.dacl
+            if entry[0] == 0 and not entry[1] & 0x08 and int.from_bytes(bytes.fromhex(entry[2][:8]), "little") & 0x500D0156
+            and entry[2][8:] not in trusted]
+
+
+def check_nobody_else_writes_to_profiles(build, scratch, said):
+    """Each natural way to send the Default profile, or a user's, to where everybody may write; with and without /-NTFS."""
+    default, both = ("/RedirectUP", "/DefaultProfile"), "/RedirectDefaultAndPublicProfile"
+    ways = [("root", "/Default", [], [(*default, "/loc:D:\\")]),
+            ("after a profile", "/Profiles/Default", [], [("/RedirectUP", "anna", "/loc:D:\\Profiles"),
+                                                          ("/AutoRedirectUP", "/loc:D:\\Profiles", both)]),
+            ("made beforehand", "/Made/Default", ["D:\\Made"], [(*default, "/loc:D:\\Made"), ("/RedirectUP", "anna", "/loc:D:\\Made")]),
+            ("without security", "/Made/Default", ["D:\\Made\\Default"], [(*default, "/loc:D:\\Made", "/-NTFS")])]
+    for number, (name, folder, made, commands) in enumerate(ways):
+        station = Station(build, f"{scratch}/{number}")
+        station("create", "--drive", "C:64M", "--drive", "D:64M")
+        for path in made:
+            station("mkdir", path)
+        users = own_security(station.listing("C", "/Users", f"{scratch}/users"), "/Users")
+        before = station.listing("C", "/Users/Default", f"{scratch}/before")
+        for command in commands:
+            station.qbc(*command)
+        location = os.path.dirname(folder)
+        listing = station.listing("D", location, f"{scratch}/there")
+        open_to_others = writers(listing, folder)
+        if commands[-1][1] == "anna" or commands[0][1] == "anna":
+            open_to_others += writers(listing, f"{location}/anna", 1001)
+        require(open_to_others == [], f"{name}: others may write to " + "\n".join(open_to_others))
+        log = station("cat", "C:\\Program Files\\Velmora\\Quillbay\\QBC.log").stdout.decode("utf-16")
+        if made:
+            require("#INFO: The folder D:\\Made was there before" in log and "lets others rename or replace it" in log, f"{name}: {log}")
+        elif location != "/":
+            require(own_security(listing, location) == users, f"{name}: the location is not as private as C:\\Users")
+        station.qbc(*(("/AutoRedirectUP", "/d") if "AutoRedirect" in commands[-1][0] else ("/RedirectUPDefault", "/DefaultProfile")))
+        compare(before, station.listing("C", "/Users/Default", f"{scratch}/after"), "/Users/Default", "/Users/Default", False)
+        station.require_sound("C", "D")
+    said(f"{len(ways)} ways: nobody but administrators and the system may write to the copy of the Default profile, and "
+         "nobody else but the user to hers; C:\\Users\\Default is as it was afterwards")
 
 
 def check_profile_moved_and_back(build, scratch, said):
