@@ -68,6 +68,10 @@ class Descriptor:
         own = [e for e in self.dacl or [] if not e[1] & 0x10]
         return self.owner, self.group, self.sacl, own
 
+    def as_own(self):
+        """All that it says, wherever the entries come from."""
+        return self.owner, self.group, self.sacl, [(kind, flags & ~0x10, who) for kind, flags, who in self.dacl or []]
+
 
 def split(entry):
     fields = {"times": [], "security": None, "other": []}
@@ -111,6 +115,8 @@ def main():
             b_sd, a_sd = Descriptor(b["security"]), Descriptor(a["security"])
             if symbolic:
                 differences.append("security of a symbolic link that was made anew")
+            elif options.moved and path == "/" and a_sd.control & 0x1000 and b_sd.as_own() == a_sd.as_own():
+                differences.append("what the root inherited is its own where it went")
             elif b_sd.without_inheritance() != a_sd.without_inheritance():
                 wrong.append(f"{path}: security\n  - {b['security'][:160]}\n  + {a['security'][:160]}")
             elif (b_sd.dacl, b_sd.control & 0x1000) != (a_sd.dacl, a_sd.control & 0x1000):
