@@ -29,12 +29,10 @@ class SavedFolder {
  public:
   // False when not all of it could be read.
   bool Save(const std::u16string& folder);
-  const FolderDescriptor& descriptor() const { return streams_.descriptor; }
+  const FolderDescriptor& descriptor() const { return streams_.descriptor; }  // empty when nothing was read
   // Back to the folder that it was read from; nothing is done when none was. Streams that it has got since go. False
   // when something could not be written.
   bool Restore() const;
-  // Empty when nothing was read.
-  const FolderDescriptor& descriptor() const { return descriptor_; }
 
  private:
   // Streams of a backup.
