@@ -135,6 +135,7 @@ TEST_F(AccountPictures, ServiceIsRestartedToldAndRestartedAgain) {
                    "\nExit UpdateUserAccountImagesIfRequiredSvc()\n"}));
   EXPECT_EQ(records, Lines{Record("UpdateImgPath|C:\\Shared\\Public|D:\\Profiles\\Public")});
   EXPECT_EQ(opens, 2);
+  EXPECT_FALSE(server->mayImpersonate) << "whoever has made a pipe of that name";
   EXPECT_EQ(machine->console,
             "\r\nGoing to update all user's profile image settings"
             "\r\nDone with updating all user's profile image settings\r\n");

@@ -87,9 +87,16 @@ TEST_F(ProfileRules, NameEachReasonInTheLog) {
     std::u16string user, location;
     std::vector<std::u16string> log;
   };
+  const std::u16string noDrive = u"#ERROR: Unable to get Drive Number for path  = ";
+  const std::u16string replaceable =
+      u"#INFO: The folder D:\\Trap was there before and keeps its access rights. Its entry ";
+  const std::u16string replaceableEnd = u" lets others rename or replace it, or what is in it.";
   MakeFile(u"D:\\file", "x");
   MakeFolder(u"C:\\x");
   ASSERT_EQ(Run({u"/RedirectFolder", u"C:\\x", u"/loc:D:\\Kept"}).exitCode, 0);
+  for (const auto* folder : {u"D:\\Trap", u"D:\\Trap\\anna", u"D:\\Trap\\anna\\Startup"}) MakeFolder(folder);
+  test::SetSecurity(u"D:\\Trap\\anna\\Startup", u"O:" + test::kSidOfJan + u"D:(A;OICI;FA;;;SY)");
+  const std::u16string trap = Security(u"D:\\Trap\\anna");
   StartProcess(u"Explorer.exe", test::kSidOfJan);
   const std::u16string longFolder = u"D:\\" + std::u16string(240, u'x');
   const std::u16string systemVolume = machine->volumes.front()->guidName;
@@ -135,6 +142,28 @@ TEST_F(ProfileRules, NameEachReasonInTheLog) {
        u"D:\\Kept\\x",
        {u"#ERROR: The place D:\\Kept\\x\\anna belongs to another redirection, Source = C:\\x and Target = D:\\Kept\\x. "
         u"Remove that one first, or browse to a different location."}},
+      {"a network path",
+       u"anna",
+       u"\\\\server\\share",
+       {noDrive + u"\\\\server\\share\\anna.", noDrive + u"\\\\server\\share\\anna.",
+        u"#ERROR: \\\\server\\share\\anna - The specified drive does not exists.",
+        u"#ERROR: The selected folder \\\\server\\share\\anna is a UNC path representing a network resource. Browse to "
+        u"a "
+        u"different location.",
+        unsafe + u"\\\\server\\share\\anna."}},
+      {"a relative path",
+       u"anna",
+       u"P",
+       {noDrive + u"P\\anna.", noDrive + u"P\\anna.", u"#ERROR: P\\anna - The specified drive does not exists.",
+        u"#ERROR: The selected folder P\\anna is a relative path. Browse to a different location",
+        unsafe + u"P\\anna."}},
+      {"somebody else's trap",
+       u"anna",
+       u"D:\\Trap",
+       {replaceable + u"(A;OICIID;0x1301bf;;;AU)" + replaceableEnd,
+        u"#ERROR: D:\\Trap\\anna\\Startup would become a part of the User Profile, but others may write to it: O:" +
+            test::kSidOfJan +
+            u". Take it away, or have Administrators own it and nobody else write to it, and try again."}},
       {"a file is in the way", u"anna", u"D:\\file", {u"#ERROR: Failed To Create Target Folder: D:\\file\\anna"}},
   };
   const Items before = AllOf(u"C:\\Users\\anna");
@@ -145,6 +174,7 @@ TEST_F(ProfileRules, NameEachReasonInTheLog) {
   }
   ExpectSame(AllOf(u"C:\\Users\\anna"), before);
   EXPECT_EQ(ImagePath(test::kSidOfAnna), u"C:\\Users\\anna");
+  EXPECT_EQ(Security(u"D:\\Trap\\anna"), trap);
 }
 
 // Whatever leads to it: the text of the path tells only some of the ways into another's profile.

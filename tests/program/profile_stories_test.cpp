@@ -77,6 +77,7 @@ TEST_F(Profile, OfEveryKindOfNameMoves) {
       {u"CORP\\maria", maria, u"C:\\Users\\maria.CORP", u"D:\\P\\", u"D:\\P\\maria.CORP"},
       {u"anna berg", berg, u"C:\\Users\\Anna Berg", u"D:\\Deep\\er", u"D:\\Deep\\er\\Anna Berg"},
       {u"JAN", test::kSidOfJan, u"C:\\Users\\jan", u"D:\\", u"D:\\jan"}};
+  std::vector<std::u16string> security;
   for (const Case& one : cases) {
     SCOPED_TRACE(Utf8(one.user));
     if (one.sid != test::kSidOfJan) {
@@ -86,9 +87,15 @@ TEST_F(Profile, OfEveryKindOfNameMoves) {
                                   one.sid == maria ? win32::REG_EXPAND_SZ : win32::REG_SZ);
     }
     MakeFile(one.folder + u"\\mine.txt", "mine");
+    security.push_back(Security(one.folder) + Security(one.folder + u"\\mine.txt"));
     const RunResult there = Move(one.user, one.location);
     ASSERT_EQ(there.exitCode, 0) << Utf8(there.log);
     EXPECT_EQ(test::Contents(one.newFolder + u"\\mine.txt"), "mine");
+    EXPECT_TRUE(test::Dacl(one.newFolder).starts_with(u"D:P")) << "whatever the folder above lets in";
+    if (one.location != u"D:\\") {
+      EXPECT_EQ(Security(ParentPath(one.newFolder)), Security(u"C:\\Users"));
+      EXPECT_EQ(Security(one.newFolder.substr(0, one.newFolder.find(u'\\', 3))), Security(u"C:\\Users"));
+    }
     EXPECT_EQ(ImagePath(one.sid), one.newFolder);
   }
   EXPECT_EQ(Run({u"/RedirectUP"}).said, u"User   Profile folder\n\njan   D:\\jan\nmaria   D:\\P\\maria.CORP\n" + berg +
@@ -98,6 +105,7 @@ TEST_F(Profile, OfEveryKindOfNameMoves) {
     const RunResult back = MoveHome(one.user);
     ASSERT_EQ(back.exitCode, 0) << Utf8(back.log);
     EXPECT_EQ(test::Contents(one.folder + u"\\mine.txt"), "mine");
+    EXPECT_EQ(Security(one.folder) + Security(one.folder + u"\\mine.txt"), security[&one - cases.data()]);
     const auto value = machine->registry().Query(test::kProfileList + u"\\" + one.sid, u"ProfileImagePath");
     EXPECT_EQ(value->type, one.sid == berg ? win32::REG_SZ : win32::REG_EXPAND_SZ);
     EXPECT_EQ(value->Text(), one.folder) << "as Windows writes it: without variables";
@@ -283,6 +291,32 @@ TEST_F(Profile, WithAWallpaperOfItsOwnFollows) {
   EXPECT_TRUE(run.Logged(u"#ERROR: Unable to load the user's registry file D:\\P\\anna\\ntuser.dat."));
   EXPECT_EQ(test::Contents(u"D:\\P\\anna\\NTUSER.DAT"), "no hive");
   EXPECT_FALSE(HiveIsLoaded());
+}
+
+// What needs nothing of the configuration works without the product's service; what does says so.
+TEST_F(Profile, ComesHomeWithoutTheService) {
+  machine.reset();
+  machine = test::InstalledMachine({.product = false});
+  ASSERT_EQ(Move(u"anna", u"D:\\P").exitCode, 0);
+  EXPECT_EQ(Run({u"/RedirectUP"}).said, u"User   Profile folder\n\nanna   D:\\P\\anna\n");
+  ASSERT_EQ(MoveHome(u"anna").exitCode, 0);
+  EXPECT_EQ(ImagePath(test::kSidOfAnna), u"C:\\Users\\anna");
+  const std::u16string reason =
+      u"\nThe service QuillbayService is not installed, or its folder cannot be told: there is neither a configuration "
+      u"nor a log.\n";
+  const std::pair<RunResult, std::u16string> needConfiguration[] = {
+      {Run({u"/AutoRedirectUP"}), {}},
+      {Run({u"/AutoRedirectUP", u"/loc:D:\\P"}),
+       u"Errors logged in .\nAutomatically redirect newly created user profiles is not successful."},
+      {Run({u"/AutoRedirectUP", u"/d"}),
+       u"Errors logged in .\nNewly created user profile location at C:\\Users can not be removed.  Check location and "
+       u"try again."},
+      {Run({u"/RedirectRegKeyLocation"}), {}},
+      {Run({u"/RedirectRegKey"}), u"\n\n\n"}};
+  for (const auto& [run, said] : needConfiguration) {
+    EXPECT_EQ(run.exitCode, 1);
+    EXPECT_EQ(run.said, said + reason);
+  }
 }
 
 TEST_F(Profile, IsForAdministratorsWithAConfiguration) {

@@ -246,24 +246,84 @@ TEST_F(SharedProfilesCommands, VolumesThatAreMountedInThemAreNotEntered) {
   EXPECT_EQ(Contents(volume + u"book.txt"), "on the volume");
 }
 
+// What a user does in the copy while it is left: what came back is complete, and what he did stays.
 TEST_F(SharedProfilesCommands, FilesThatChangeWhileTheyComeBackStay) {
   ASSERT_EQ(Redirect(u"PublicProfile", kPlace).exitCode, 0);
-  // Between the copy back and the deletion of the copy, while the service is asked to follow.
+  const std::u16string pictures = kPlace + u"\\Public\\AccountPictures\\";
+  // While the service is asked to follow. By then nothing is there twice: a run that ends here has done its work.
   bool done = false;
   machine->onSleep = [&](std::uint64_t) {
     if (std::exchange(done, true)) return;
-    MakeFile(kPlace + u"\\Public\\Documents\\report.txt", "late");
-    MakeFile(kPlace + u"\\Public\\Documents\\late.txt", "late, too");
+    EXPECT_EQ(FilesOf(kPlace + u"\\Public"), (Files{{u"\\AccountPictures\\anna.jpg", "a face"}}));
+    for (const auto& [name, contents] : FilesOf(kPublic)) EXPECT_EQ(name.find(u" (old)"), name.npos) << Utf8(name);
+    MakeFile(pictures + u"anna.jpg", "late");
+    MakeFile(pictures + u"late.jpg", "late, too");
   };
   const RunResult run = BringBack(u"PublicProfile");
   machine->onSleep = {};
   ASSERT_EQ(run.exitCode, 0) << Utf8(run.log);
   ASSERT_TRUE(done);
-  EXPECT_TRUE(run.Logged(u"report.txt was changed after it had been copied back. It stays."));
+  EXPECT_TRUE(run.Logged(u"anna.jpg was changed after it had been copied back. It stays."));
   EXPECT_TRUE(run.Logged(u"#INFO: The folder D:\\Profiles\\Public is not empty. It stays."));
-  EXPECT_EQ(Contents(kPublic + u"\\Documents\\report.txt"), "first");
+  EXPECT_EQ(Contents(kPublic + u"\\AccountPictures\\anna.jpg"), "a face");
   EXPECT_EQ(FilesOf(kPlace + u"\\Public").size(), 2u);
-  EXPECT_EQ(Contents(kPlace + u"\\Public\\Documents\\late.txt"), "late, too");
+  EXPECT_EQ(Contents(pictures + u"late.jpg"), "late, too");
+}
+
+// Any user may make folders in Public that only he may write, or read: in the live one, and in the one that stayed.
+TEST_F(SharedProfilesCommands, ComeBackWithWhatItsUsersKeepToThemselves) {
+  const std::u16string anna = u"S-1-5-21-1004336348-1177238915-682003330-1001";
+  const std::u16string writes = u"O:" + anna + u"G:" + anna + u"D:P(A;OICI;0x1200a9;;;WD)(A;OICI;FA;;;" + anna + u")";
+  const std::u16string reads = u"O:" + anna + u"G:" + anna + u"D:P(A;OICI;FA;;;" + anna + u")";
+  const auto fill = [&](const std::u16string& profile, const std::string& text) {
+    for (const auto* name : {u"\\Hers", u"\\Hers\\Inner", u"\\Secret"}) MakeFolder(profile + name);
+    for (const auto* name : {u"\\Hers\\a.txt", u"\\Hers\\Inner\\b.txt", u"\\Secret\\c.txt"})
+      MakeFile(profile + name, text);
+    SetSecurity(profile + u"\\Hers\\a.txt", reads);
+    SetSecurity(profile + u"\\Hers\\Inner", writes);
+    SetSecurity(profile + u"\\Hers", writes);
+    SetSecurity(profile + u"\\Secret", reads);
+  };
+  const auto securityOf = [](const std::u16string& profile) {
+    EnablePrivileges();
+    std::map<std::u16string, std::u16string> all;
+    for (const auto* name : {u"\\Hers", u"\\Hers\\a.txt", u"\\Hers\\Inner", u"\\Secret", u"\\Secret\\c.txt"})
+      all[name] = DescriptorText(ReadDescriptor(profile + name), 7);
+    return all;
+  };
+  for (const bool automatic : {false, true})
+    for (const bool stayed : {false, true}) {
+      SCOPED_TRACE(std::string(automatic ? "automatic" : "by itself") + (stayed ? ", in the old folder, too" : ""));
+      Restart();
+      ASSERT_EQ((automatic ? SetWithBoth(kPlace) : Redirect(u"PublicProfile", kPlace)).exitCode, 0);
+      if (stayed) fill(kPublic, "old");
+      fill(kPlace + u"\\Public", "new");
+      const auto live = securityOf(kPlace + u"\\Public"), old = securityOf(kPublic);
+      machine->gate.FailCall("RegSetValueExW", 1, win32::ERROR_ACCESS_DENIED);
+      EXPECT_EQ((automatic ? Remove() : BringBack(u"PublicProfile")).exitCode, 1);
+      machine->gate.ClearFailures();
+      EXPECT_EQ(securityOf(kPlace + u"\\Public"), live);
+      EXPECT_EQ(securityOf(kPublic), old);
+      const RunResult run = automatic ? Remove() : BringBack(u"PublicProfile");
+      ASSERT_EQ(run.exitCode, 0) << Utf8(run.log);
+      EXPECT_EQ(securityOf(kPublic), live);
+      const Files files = FilesOf(kPublic);
+      for (const auto* name : {u"\\Hers\\a.txt", u"\\Hers\\Inner\\b.txt"}) EXPECT_EQ(Contents(kPublic + name), "new");
+      EXPECT_FALSE(Exists(kPlace + u"\\Public"));
+    }
+}
+
+// Without their security, the files of Public are still everybody's to change, and the Default profile's nobody's.
+TEST_F(SharedProfilesCommands, KeepTheFoldersAccessListsInAnyCase) {
+  SetSecurity(kPublic + u"\\Music", u"O:BAG:BAD:PAI(A;OICI;FA;;;SY)(A;OICI;FA;;;BA)(A;OICI;0x1200a9;;;IU)");
+  ASSERT_EQ(RunProgram(*machine, {u"/RedirectUP", u"/PublicProfile", u"/loc:D:\\A\\B", u"/-NTFS"}).exitCode, 0);
+  for (const auto* name : {u"", u"\\Documents", u"\\Music"}) {
+    const std::u16string copied = test::Dacl(u"D:\\A\\B\\Public" + std::u16string(name));
+    const std::u16string own = test::Dacl(kPublic + name);
+    EXPECT_EQ(copied.substr(copied.find(u'(')), own.substr(own.find(u'('))) << Utf8(copied);
+  }
+  EXPECT_NE(test::Dacl(u"D:\\A\\B\\Public\\Documents\\report.txt").find(u"0x1301bf;;;IU)"), std::u16string::npos);
+  for (const auto* made : {u"D:\\A", u"D:\\A\\B"}) EXPECT_EQ(test::Security(made), test::Security(u"C:\\Users"));
 }
 
 // A command, with each of its calls refused.
