@@ -11,6 +11,7 @@
 #include "links/presence.h"
 #include "links/real_path.h"
 #include "profiles/profile_folders.h"
+#include "profiles/profiles_location.h"
 #include "records/redirected_places.h"
 #include "report/console.h"
 #include "report/lines.h"
@@ -145,6 +146,7 @@ bool ProfileMove::RestoreSecurity() const {
 // What is left to do when the profile is in its place. Should one of these fail, the log tells.
 void ProfileMove::Finish() const {
   place_.CloseWhatStoodThere();
+  if (!place_.KeepsPath() && !flags_.backToDefault) TellWhoMayReplace(ParentPath(place_.path()));
   if (!place_.KeepsPath() && flags_.carried.shares) MoveShares(profile_.folder, place_.path());
   place_.LeaveFormerVolume();
   // Of a profile that is home again nothing need stay elsewhere.

@@ -16,8 +16,10 @@ namespace {
 // The folder by another name, or another folder by this one.
 constexpr win32::DWORD kMayTakeAway = win32::DELETE | win32::WRITE_DAC | win32::WRITE_OWNER;
 
-void TellWhoMayReplace(std::u16string folder) {
-  for (; !folder.empty(); folder = ParentPath(folder)) {
+}  // namespace
+
+void TellWhoMayReplace(const std::u16string& location) {
+  for (std::u16string folder = location; !folder.empty(); folder = ParentPath(folder)) {
     const std::u16string place = FolderForm(folder);
     // A drive's root has no other name. Whoever may delete what is in a folder may also rename it.
     const win32::DWORD rights =
@@ -31,12 +33,11 @@ void TellWhoMayReplace(std::u16string folder) {
   }
 }
 
-}  // namespace
-
 bool MakeProfilesLocation(const std::u16string& location, const std::u16string& home) {
   std::vector<std::u16string> missing;
-  std::u16string there = location;
-  for (; !there.empty() && !PathExists(FolderForm(there)); there = ParentPath(there)) missing.push_back(there);
+  for (std::u16string folder = location; !folder.empty() && !PathExists(FolderForm(folder));
+       folder = ParentPath(folder))
+    missing.push_back(folder);
   const FolderDescriptor descriptor = missing.empty() ? FolderDescriptor() : ProtectedDescriptor(ReadDescriptor(home));
   for (const std::u16string& folder : Backwards(missing)) {
     // With it from the beginning: nobody gets hold of the folder while it is open to him.
@@ -46,11 +47,15 @@ bool MakeProfilesLocation(const std::u16string& location, const std::u16string& 
       return LogSystemFailure(u"#ERROR: Unable to give the folder %ls the access rights of %ls. ", folder, home);
     if (made == FolderMade::Failed) return LogFailure(line::kTargetFolderNotCreated, folder);
   }
-  if (!EqualPaths(location, home)) TellWhoMayReplace(there);
   return true;
 }
 
 ProfilesLocation::ProfilesLocation(const std::u16string& folder) : folder_(folder), created_(folder) {}
+
+void ProfilesLocation::Keep() {
+  kept_ = true;
+  TellWhoMayReplace(folder_);
+}
 
 ProfilesLocation::~ProfilesLocation() {
   if (!kept_) created_.RemoveIfEmpty();

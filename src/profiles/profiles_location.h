@@ -5,10 +5,11 @@
 
 #include "fsops/folders.h"
 
-// Makes what is missing of `location`, as private as `home`, the folder that Windows keeps profiles in. A folder that
-// stands there is the administrator's and stays as it is; where others may rename or replace it, or one above it, the
-// log says by which entry. False: logged.
+// Makes what is missing of `location`, as private as `home`, the folder that Windows keeps profiles in. False: logged.
 bool MakeProfilesLocation(const std::u16string& location, const std::u16string& home);
+// A location that stood there is the administrator's and stays as it is. Where others may rename or replace it, or a
+// folder above it, the log says by which entry.
+void TellWhoMayReplace(const std::u16string& location);
 
 // The same for a command that may have to take it back.
 class ProfilesLocation {
@@ -19,7 +20,7 @@ class ProfilesLocation {
   ProfilesLocation& operator=(const ProfilesLocation&) = delete;
 
   bool Make(const std::u16string& home) { return MakeProfilesLocation(folder_, home); }
-  void Keep() { kept_ = true; }
+  void Keep();
 
  private:
   const std::u16string folder_;
