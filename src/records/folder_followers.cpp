@@ -10,6 +10,17 @@
 #include "report/lines.h"
 #include "report/log.h"
 #include "text/path_text.h"
+#include "win32/win32.h"
+
+namespace {
+
+// A junction that leads nowhere.
+bool IsLost(const std::u16string& junction) {
+  return LookAt(junction).IsReparsePoint() && !OpenForAttributes(junction, LastLink::Followed) &&
+         MeansGone(win32::GetLastError());
+}
+
+}  // namespace
 
 // The same path when the contents are in the new folder.
 std::u16string FolderFollowers::There(const std::u16string& path) const {
@@ -41,7 +52,8 @@ bool FolderFollowers::NoteFile(const JunctionRecord& record) {
 
 // The redirection of the folder itself ends. A junction that is not read now is led by its record.
 void FolderFollowers::NoteJunction(const JunctionRecord& record) {
-  if (EqualPaths(record.source, newFolder_) || !LookAt(record.source).IsReparsePoint()) return;
+  const Look look = LookAt(record.source);
+  if (EqualPaths(record.source, newFolder_) || look.IsGone() || (look.IsThere() && !look.IsReparsePoint())) return;
   const LinkText text = TextOfLink(ReadLinkData(record.source));
   const bool namesFolder = IsSameOrBelow(record.target, folder_);
   if (text.symbolic || (text.path.empty() && !namesFolder)) return;
@@ -56,6 +68,18 @@ bool FolderFollowers::Lead() const {
   for (const Junction& junction : junctions_) {
     if (Lead(junction)) continue;
     Log(line::kJunctionNotCreated, junction.path, junction.newText);
+    all = false;
+  }
+  return LeadLost() && all;
+}
+
+// Whom a question that failed kept back, the records know.
+bool FolderFollowers::LeadLost() const {
+  bool all = true;
+  for (const JunctionRecord& record : SaveJunctionRecords(0)) {
+    if (!IsSameOrBelow(record.target, newFolder_) || !IsLost(record.source) || IsGone(record.target)) continue;
+    if (ChangeJunctionTarget(record.source.c_str(), record.target.c_str())) continue;
+    Log(line::kJunctionNotCreated, record.source, record.target);
     all = false;
   }
   return all;

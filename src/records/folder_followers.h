@@ -31,6 +31,7 @@ class FolderFollowers {
   void NoteJunction(const JunctionRecord& record);
   std::u16string There(const std::u16string& path) const;
   static bool Lead(const Junction& junction);
+  bool LeadLost() const;
 
   const std::u16string folder_, newFolder_;
   std::vector<Junction> junctions_;

@@ -29,12 +29,22 @@ bool ReadSidsOfPeople(std::vector<std::u16string>& sids) {
   }
 }
 
-bool IsProfileFolder(const std::u16string& folder) {
-  std::vector<std::u16string> sids;
-  ReadSidsOfPeople(sids);
-  return std::ranges::any_of(sids, [&](const std::u16string& sid) {
+bool ReadProfileFolders(std::vector<std::u16string>& folders) {
+  const auto add = [&](const std::u16string& key, const char16_t* name) {
     RegistryValue value;
-    return ReadMachineValue(ProfileKeyOf(sid), kProfileImagePath, value) == 0 &&
-           EqualPaths(WithoutTrailingBackslash(ExpandedText(value)), folder);
-  });
+    const win32::LSTATUS error = ReadMachineValue(key, name, value);
+    const std::u16string folder = error == 0 ? WithoutTrailingBackslash(ExpandedText(value)) : std::u16string();
+    if (!folder.empty()) folders.push_back(folder);
+    return error == 0 || error == win32::LSTATUS{win32::ERROR_FILE_NOT_FOUND};
+  };
+  std::vector<std::u16string> sids;
+  return ReadSidsOfPeople(sids) && add(kProfileListPath, u"Default") && add(kProfileListPath, u"Public") &&
+         std::ranges::all_of(sids,
+                             [&](const std::u16string& sid) { return add(ProfileKeyOf(sid), kProfileImagePath); });
+}
+
+bool IsProfileFolder(const std::u16string& folder) {
+  std::vector<std::u16string> folders;
+  ReadProfileFolders(folders);
+  return ContainsIgnoringAsciiCase(folders, folder);
 }

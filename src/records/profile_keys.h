@@ -18,5 +18,8 @@ std::u16string ProfileKeyOf(const std::u16string& sid);  // below HKEY_LOCAL_MAC
 // False when the registry did not tell all of them.
 bool ReadSidsOfPeople(std::vector<std::u16string>& sids);
 
-// Is this the folder of somebody's profile? False also when the registry does not tell.
+// Where the profiles of people are, and the Default and Public ones. False when the registry did not tell all of them.
+bool ReadProfileFolders(std::vector<std::u16string>& folders);
+
+// Is it one of these? False also when the registry does not tell.
 bool IsProfileFolder(const std::u16string& folder);

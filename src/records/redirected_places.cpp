@@ -6,6 +6,8 @@
 #include "links/mounted_folder.h"
 #include "links/presence.h"
 #include "links/real_path.h"
+#include "records/profile_keys.h"
+#include "report/lines.h"
 #include "report/log.h"
 #include "text/path_text.h"
 
@@ -87,7 +89,7 @@ class Coming {
   bool TakesTarget(const Redirection& other) const {
     if (!place_.IsIn(other.target)) return false;
     if (other.isFile || place_.Is(other.target)) return true;
-    if (what_ == Comes::File) return BehindFolder(place_.text, other.record.target).has_value();
+    if (what_ == Comes::File) return other.IsLinkThere() && BehindFolder(place_.text, other.record.target);
     return what_ != Comes::Folder || other.IsOnVolume() || !IsGone(place_.text);
   }
   bool LiesInPlace(const Redirection& other) const {
@@ -98,6 +100,17 @@ class Coming {
   const Place source_, place_;
   const Comes what_;
 };
+
+// What comes would go home with all that is in the profile.
+bool HoldsNoProfile(const std::u16string& place) {
+  std::vector<std::u16string> folders;
+  if (!ReadProfileFolders(folders)) return LogFailure(line::kProfilesNotRead);
+  for (const std::u16string& folder : folders)
+    if (IsReallySameOrBelow(folder, place))
+      return LogFailure(u"#ERROR: The folder %ls is or holds the User Profile %ls. Browse to a different location.",
+                        place, folder);
+  return true;
+}
 
 bool MayLeaveUnless(const std::u16string& folder, bool (*keeps)(const Redirection& other, const Place& folder)) {
   std::vector<Redirection> all;
@@ -130,7 +143,7 @@ bool MayComeTo(const std::u16string& source, const std::u16string& place, Comes 
           u"first, "
           u"or browse to a different location.",
           place, other.record.source, other.record.target);
-  return true;
+  return what != Comes::Folder || HoldsNoProfile(place);
 }
 
 bool MayLeave(const std::u16string& source) {

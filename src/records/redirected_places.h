@@ -22,7 +22,8 @@ enum class Comes {
 // May the contents of `source` come to `place`, a folder or file that is there or not, or a volume by its name? Not to
 // what holds another redirection's contents, nor to a folder around them or a folder that is among them already: they
 // would be mixed, and the first to go home would take both. A file may lie among them where its path goes by the link.
-// A place that a record names as its source is kept for what comes home there.
+// A place that a record names as its source is kept for what comes home there. A folder comes to none that is or holds
+// somebody's profile, either.
 bool MayComeTo(const std::u16string& source, const std::u16string& place, Comes what);
 
 // May the folder `source` be redirected? Not what is exactly the contents of another redirection, or what a removal

@@ -19,9 +19,9 @@ class Places : public FolderStories {
  protected:
   Places() {
     machine = test::InstalledMachine({.extraDrives = 1, .volumes = 1});
-    for (const auto* folder :
-         {u"C:\\A", u"C:\\A\\Data", u"C:\\A\\Data\\Sub", u"C:\\F", u"C:\\V", u"C:\\B", u"C:\\B\\Data", u"C:\\B\\T",
-          u"C:\\B\\Sub", u"C:\\B\\New", u"C:\\B\\Files", u"C:\\B\\F", u"D:\\T", u"D:\\Files", u"D:\\Gone"})
+    for (const auto* folder : {u"C:\\A", u"C:\\A\\Data", u"C:\\A\\Data\\Sub", u"C:\\F", u"C:\\V", u"C:\\B",
+                               u"C:\\B\\Data", u"C:\\B\\T", u"C:\\B\\Sub", u"C:\\B\\New", u"C:\\B\\Files", u"C:\\B\\F",
+                               u"C:\\B\\Users", u"D:\\T", u"D:\\Files", u"D:\\Gone"})
       MakeFolder(folder);
     MakeFile(u"C:\\A\\Data\\x.txt", "A's");
     MakeFile(u"C:\\A\\Data\\Sub\\s.txt", "A's, below");
@@ -72,6 +72,8 @@ TEST_F(Places, OfAnotherRedirectionAreRefused) {
       {u"/RedirectFolder", u"D:\\T\\Data", u"E:\\Moved", ofFolder},   // what it holds, itself
       {u"/RedirectFolder", u"D:\\T\\Data", kVolume, ofFolder},
       {u"/RedirectFolder", u"C:\\B\\Data", kVolume, ofVolume},
+      {u"/RedirectFolder", u"C:\\B\\Users", u"C:\\",
+       u"#ERROR: The folder C:\\Users is or holds the User Profile C:\\Users\\"},
       {u"/RedirectFile", u"C:\\B\\f.txt", u"D:\\Files", ofFile},
       {u"/RedirectFile", u"C:\\B\\f.txt", u"E:\\Way", ofFile},
       {u"/RedirectFile", u"C:\\B\\f.txt", u"D:\\T\\Data\\Sub", ofFolder},  // by another way than the junction
