@@ -1,8 +1,9 @@
-// Short forms for the file tests.
+// Short forms for tests that know nothing but win32/*.h; the workstation's own tests use them, too.
 #pragma once
 
 #include <cstring>
 #include <string>
+#include <type_traits>
 #include <vector>
 
 #include "contract/fixture.h"
@@ -23,7 +24,14 @@ inline win32::DWORD OpenError(const std::u16string& path, win32::DWORD access, w
   return Open(path, access, share, disposition, flags) ? 0 : win32::GetLastError();
 }
 
-inline win32::DWORD ErrorOf(win32::BOOL succeeded) { return succeeded ? 0 : win32::GetLastError(); }
+// 0 for a call that succeeded, by its BOOL, handle or pointer; else the last error.
+template <typename Result>
+win32::DWORD ErrorOf(const Result& result) {
+  if constexpr (std::is_same_v<Result, win32::HANDLE>)
+    return result && result != win32::INVALID_HANDLE_VALUE ? 0 : win32::GetLastError();
+  else
+    return result ? 0 : win32::GetLastError();
+}
 
 inline win32::DWORD AttributesError(const std::u16string& path) {
   return win32::GetFileAttributesW(path.c_str()) != win32::INVALID_FILE_ATTRIBUTES ? 0 : win32::GetLastError();

@@ -16,7 +16,7 @@ namespace {
 struct ModelFile {
   bool isDirectory = false;
   win32::DWORD attributes = 0;
-  FileTimes times;
+  FileTimes times{};
   Bytes descriptor;
   std::map<std::u16string, Bytes> streams;
   Bytes reparse;
@@ -34,8 +34,8 @@ class Model {
  public:
   explicit Model(unsigned seed) : random_(seed), device_(test::FreshNtfs(32, "Random")) {
     Mount();
-    files_[volume_->Root()].isDirectory = true;
     ModelFile& root = files_[volume_->Root()];
+    root.isDirectory = true;
     EXPECT_EQ(0u, volume_->GetSecurity(volume_->Root(), root.descriptor));
     FileInfo info;
     EXPECT_EQ(0u, volume_->Stat(volume_->Root(), info));
@@ -66,7 +66,7 @@ class Model {
   std::size_t size() const { return files_.size(); }
 
  private:
-  unsigned Below(unsigned limit) { return static_cast<unsigned>(random_() % limit); }
+  unsigned Below(std::size_t limit) { return static_cast<unsigned>(random_() % limit); }
   Bytes RandomBytes(std::size_t size) {
     Bytes bytes(size);
     for (std::uint8_t& byte : bytes) byte = static_cast<std::uint8_t>(random_());
@@ -81,7 +81,7 @@ class Model {
     }
     return name;
   }
-  FileId Any() { return std::next(files_.begin(), Below(static_cast<unsigned>(files_.size())))->first; }
+  FileId Any() { return std::next(files_.begin(), Below(files_.size()))->first; }
   FileId AnyDirectory() {
     for (;;) {
       if (const FileId file = Any(); files_[file].isDirectory) return file;
@@ -98,12 +98,6 @@ class Model {
     }
     return 0;
   }
-  std::u16string Stored(FileId directory, const std::u16string& name) {
-    for (const auto& [stored, file] : files_[directory].children) {
-      if (Key(stored) == Key(name)) return stored;
-    }
-    return name;
-  }
   bool IsInside(FileId directory, FileId ancestor) {
     while (directory != volume_->Root()) {
       if (directory == ancestor) return true;
@@ -118,35 +112,15 @@ class Model {
   }
 
   void Step() {
-    switch (Below(15)) {
-      case 0:
-      case 1:
-      case 2:
-        return Create();
-      case 3:
-        return Unlink();
-      case 4:
-        return Rename();
-      case 5:
-        return Link();
-      case 6:
-      case 7:
-        return Write();
-      case 8:
-        return Resize();
-      case 9:
-        return SetMetadata();
-      case 10:
-        return SetSecurity();
-      case 11:
-        return Stream();
-      case 12:
-        return Reparse();
-      case 13:
-        return ExtendedAttributes();
-      default:
-        return Check(Any());
-    }
+    static constexpr void (Model::*kSteps[])() = {&Model::Create,      &Model::Create,
+                                                  &Model::Create,      &Model::Unlink,
+                                                  &Model::Rename,      &Model::Link,
+                                                  &Model::Write,       &Model::Write,
+                                                  &Model::Resize,      &Model::SetMetadata,
+                                                  &Model::SetSecurity, &Model::Stream,
+                                                  &Model::Reparse,     &Model::ExtendedAttributes,
+                                                  &Model::CheckAny};
+    (this->*kSteps[Below(std::size(kSteps))])();
   }
 
   void Create() {
@@ -159,33 +133,21 @@ class Model {
     const win32::DWORD attributes = Below(2) ? win32::FILE_ATTRIBUTE_ARCHIVE | win32::FILE_ATTRIBUTE_HIDDEN : 0u;
     FileId file = 0;
     const win32::DWORD result = volume_->Create(directory, name, isDirectory, attributes, descriptor, now, file);
-    if (Child(directory, name)) {
-      ASSERT_EQ(win32::ERROR_ALREADY_EXISTS, result);
-      return;
-    }
+    if (Child(directory, name)) return Expect(win32::ERROR_ALREADY_EXISTS, result);
     ASSERT_EQ(0u, result);
     ASSERT_FALSE(files_.contains(file));
-    ModelFile made;
-    made.isDirectory = isDirectory;
-    made.attributes = attributes;
-    made.times = {now, now, now, now};
-    made.descriptor = descriptor;
+    ModelFile& made = files_[file];
+    made = {isDirectory, attributes, {now, now, now, now}, descriptor, {}, {}, {}, {}, {{directory, name}}};
     if (!isDirectory) made.streams[u""];
-    made.names.insert({directory, name});
-    files_[file] = made;
     files_[directory].children[name] = file;
   }
 
   void Unlink() {
     const FileId directory = AnyDirectory();
     if (files_[directory].children.empty()) return;
-    const auto [name, file] =
-        *std::next(files_[directory].children.begin(), Below(static_cast<unsigned>(files_[directory].children.size())));
+    const auto [name, file] = *std::next(files_[directory].children.begin(), Below(files_[directory].children.size()));
     const win32::DWORD result = volume_->Unlink(directory, Upper(name));
-    if (!files_[file].children.empty()) {
-      ASSERT_EQ(win32::ERROR_DIR_NOT_EMPTY, result);
-      return;
-    }
+    if (!files_[file].children.empty()) return Expect(win32::ERROR_DIR_NOT_EMPTY, result);
     ASSERT_EQ(0u, result);
     files_[directory].children.erase(name);
     files_[file].names.erase({directory, name});
@@ -199,16 +161,12 @@ class Model {
     const FileId from = AnyDirectory();
     const FileId to = Below(3) ? AnyDirectory() : from;
     if (files_[from].children.empty()) return;
-    const auto [name, file] =
-        *std::next(files_[from].children.begin(), Below(static_cast<unsigned>(files_[from].children.size())));
+    const auto [name, file] = *std::next(files_[from].children.begin(), Below(files_[from].children.size()));
     if (IsInside(to, file)) return;
     const std::u16string newName = Below(4) ? RandomName() : Upper(name);
     const win32::DWORD result = volume_->Rename(from, name, to, newName);
     const FileId existing = Child(to, newName);
-    if (existing && !(from == to && Key(name) == Key(newName))) {
-      ASSERT_EQ(win32::ERROR_ALREADY_EXISTS, result);
-      return;
-    }
+    if (existing && !(from == to && Key(name) == Key(newName))) return Expect(win32::ERROR_ALREADY_EXISTS, result);
     ASSERT_EQ(0u, result);
     files_[from].children.erase(name);
     files_[to].children[newName] = file;
@@ -221,19 +179,15 @@ class Model {
     const FileId directory = AnyDirectory();
     const std::u16string name = RandomName();
     const win32::DWORD result = volume_->Link(file, directory, name);
-    if (files_[file].isDirectory) {
-      ASSERT_EQ(win32::ERROR_ACCESS_DENIED, result);
-    } else if (Child(directory, name)) {
-      ASSERT_EQ(win32::ERROR_ALREADY_EXISTS, result);
-    } else {
-      ASSERT_EQ(0u, result);
-      files_[directory].children[name] = file;
-      files_[file].names.insert({directory, name});
-    }
+    if (files_[file].isDirectory) return Expect(win32::ERROR_ACCESS_DENIED, result);
+    if (Child(directory, name)) return Expect(win32::ERROR_ALREADY_EXISTS, result);
+    ASSERT_EQ(0u, result);
+    files_[directory].children[name] = file;
+    files_[file].names.insert({directory, name});
   }
 
   std::map<std::u16string, Bytes>::iterator AnyStream(ModelFile& file) {
-    return std::next(file.streams.begin(), Below(static_cast<unsigned>(file.streams.size())));
+    return std::next(file.streams.begin(), Below(file.streams.size()));
   }
 
   void Write() {
@@ -260,13 +214,10 @@ class Model {
   void SetMetadata() {
     const FileId file = Any();
     ModelFile& model = files_[file];
-    const FileTimes times{Below(2) ? RandomTime() : 0, Below(2) ? RandomTime() : 0, Below(2) ? RandomTime() : 0,
-                          Below(2) ? RandomTime() : 0};
+    FileTimes times;
+    for (auto time : {&FileTimes::creation, &FileTimes::lastAccess, &FileTimes::lastWrite, &FileTimes::change})
+      if (Below(2)) model.times.*time = times.*time = RandomTime();
     ASSERT_EQ(0u, volume_->SetTimes(file, times));
-    if (times.creation) model.times.creation = times.creation;
-    if (times.lastAccess) model.times.lastAccess = times.lastAccess;
-    if (times.lastWrite) model.times.lastWrite = times.lastWrite;
-    if (times.change) model.times.change = times.change;
     const win32::DWORD all[] = {0, win32::FILE_ATTRIBUTE_NORMAL, win32::FILE_ATTRIBUTE_READONLY,
                                 win32::FILE_ATTRIBUTE_SYSTEM | win32::FILE_ATTRIBUTE_HIDDEN};
     const win32::DWORD attributes = all[Below(4)];
@@ -334,6 +285,8 @@ class Model {
     ASSERT_EQ(0u, volume_->SetExtendedAttributes(file, attributes));
   }
 
+  static void Expect(win32::DWORD expected, win32::DWORD result) { ASSERT_EQ(expected, result); }
+  void CheckAny() { Check(Any()); }
   void CheckAll() {
     for (const auto& [file, model] : files_) Check(file);
   }
