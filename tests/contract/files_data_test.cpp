@@ -1,5 +1,5 @@
 // Data, positions, sizes, times and attributes.
-#include "contract/files_support.h"
+#include "contract/fixture.h"
 
 using namespace win32;
 using namespace contract;

@@ -1,5 +1,5 @@
 // Making, removing, moving, copying, linking and finding names.
-#include "contract/files_support.h"
+#include "contract/fixture.h"
 
 using namespace win32;
 using namespace contract;

@@ -1,5 +1,5 @@
 // Opening: dispositions, names, sharing, deleting on close.
-#include "contract/files_support.h"
+#include "contract/fixture.h"
 
 using namespace win32;
 using namespace contract;
@@ -70,8 +70,7 @@ TEST_F(FilesOpen, DirectoriesOpenWithBackupSemanticsOnly) {
   if (!OnWine()) {
     EXPECT_EQ(GetFileSize(handle.get(), &high), 0u);
     EXPECT_EQ(high, 0u);
-    EXPECT_FALSE(ReadFile(handle.get(), &byte, 1, &read, nullptr));
-    EXPECT_EQ(GetLastError(), ERROR_INVALID_FUNCTION);
+    EXPECT_EQ(ErrorOf(ReadFile(handle.get(), &byte, 1, &read, nullptr)), ERROR_INVALID_FUNCTION);
   }
 }
 
@@ -206,10 +205,8 @@ TEST_F(FilesOpen, NamedStreams) {
 
 TEST_F(FilesOpen, APipeThatNobodyServesIsNotThere) {
   const char16_t* const pipe = u"\\\\.\\pipe\\nobody serves this";
-  EXPECT_EQ(CreateFileW(pipe, GENERIC_WRITE, 0, nullptr, OPEN_EXISTING, 0, nullptr), INVALID_HANDLE_VALUE);
-  EXPECT_EQ(GetLastError(), ERROR_FILE_NOT_FOUND);
-  EXPECT_FALSE(WaitNamedPipeW(pipe, 20000));
-  EXPECT_EQ(GetLastError(), ERROR_FILE_NOT_FOUND);
+  EXPECT_EQ(ErrorOf(CreateFileW(pipe, GENERIC_WRITE, 0, nullptr, OPEN_EXISTING, 0, nullptr)), ERROR_FILE_NOT_FOUND);
+  EXPECT_EQ(ErrorOf(WaitNamedPipeW(pipe, 20000)), ERROR_FILE_NOT_FOUND);
 }
 
 }  // namespace

@@ -1,5 +1,5 @@
 // Junctions, symbolic links and other reparse points.
-#include "contract/files_support.h"
+#include "contract/fixture.h"
 
 using namespace win32;
 using namespace contract;
@@ -257,8 +257,7 @@ TEST_F(FilesReparse, FinalPaths) {
   EXPECT_EQ(final(Path(u"JUNCTION"), FILE_FLAG_BACKUP_SEMANTICS), u"\\\\?\\" + Path(u"Target"));
   EXPECT_EQ(final(Path(u"junction\\INNER"), kOpenLink), u"\\\\?\\" + Path(u"Target\\Inner"));
   EXPECT_EQ(final(Path(u"junction\\inner\\inner"), FILE_FLAG_BACKUP_SEMANTICS), u"\\\\?\\" + Path(u"Target"));
-  EXPECT_EQ(GetFinalPathNameByHandle()(INVALID_HANDLE_VALUE, nullptr, 0, 0), 0u);
-  EXPECT_EQ(GetLastError(), ERROR_INVALID_HANDLE);
+  EXPECT_EQ(ErrorOf(GetFinalPathNameByHandle()(INVALID_HANDLE_VALUE, nullptr, 0, 0)), ERROR_INVALID_HANDLE);
 }
 
 TEST_F(FilesReparse, SparseFiles) {

@@ -3,7 +3,7 @@
 
 #include <gtest/gtest.h>
 
-#include "contract/files_support.h"
+#include "contract/fixture.h"
 #include "support/installed_machine.h"
 #include "support/machine.h"
 #include "win32/emulated/files/file_service.h"

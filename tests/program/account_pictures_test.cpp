@@ -282,8 +282,12 @@ TEST_F(AccountPictures, PathThatTheCodePageCannotSayIsNotSent) {
 TEST_F(AccountPictures, EveryRefusedCallIsStood) {
   SetRegistryLocation(true);
   Lines calls;
-  machine->gate.Observe([&](const char* name, std::uint64_t) { calls.emplace_back(name); });
-  EXPECT_TRUE(Update());
+  for (int run = 0; run < 2; ++run) {  // the first in a process looks up entry points that the others know
+    calls.clear();
+    machine->services().SetState(kService, win32::SERVICE_RUNNING);
+    machine->gate.Observe([&](const char* name, std::uint64_t) { calls.emplace_back(name); });
+    EXPECT_TRUE(Update());
+  }
   machine->gate.Observe({});
   ASSERT_GT(calls.size(), 60u);
   for (std::size_t call = 1; call <= calls.size(); ++call) {
