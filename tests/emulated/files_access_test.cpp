@@ -1,7 +1,6 @@
-// Who may open what: descriptors, privileges, other processes' opens; volumes without letters; last access times where
-// Windows keeps them. How a descriptor decides is in security_access_test.cpp.
+// Who may open what; last access times where Windows keeps them. How a descriptor decides is in
+// security_access_test.cpp.
 #include "emulated/on_machine.h"
-#include "support/images.h"
 
 using namespace contract;
 using namespace win32;
@@ -95,36 +94,6 @@ TEST_F(FilesAccess, ALinkBetweenTwoRootsDoesNotMakeThemOne) {
   EXPECT_FALSE(Exists(u"C:\\Other"));
 }
 
-TEST_F(FilesAccess, OtherProcessesKeepFilesOpen) {
-  Put(u"C:\\file");
-  const auto open = machine->files().OpenForeign(0x500, u"C:\\file", GENERIC_READ, FILE_SHARE_READ);
-  ASSERT_TRUE(open);
-  EXPECT_EQ(OpenError(u"C:\\file", GENERIC_WRITE), ERROR_SHARING_VIOLATION);
-  EXPECT_EQ(ErrorOf(DeleteFileW(u"C:\\file")), ERROR_SHARING_VIOLATION);
-  machine->files().CloseForeign(open);
-  EXPECT_EQ(ErrorOf(DeleteFileW(u"C:\\file")), 0u);
-  EXPECT_TRUE(machine->files().opens().empty());
-}
-
-TEST_F(FilesAccess, VolumesWithoutALetter) {
-  emulated::MountedVolume* volume = nullptr;
-  ASSERT_EQ(machine->Attach(test::FreshNtfs(16, "Third"), "{12345678-0000-4000-8000-000000000001}.ntfs", &volume), 0u);
-  const auto descriptor = emulated::DescriptorFromText(u"O:BAG:BAD:(A;OICI;FA;;;WD)");
-  ASSERT_EQ(volume->volume->SetSecurity(volume->volume->Root(), *descriptor), 0u);
-  const std::u16string root = volume->guidName;
-  ASSERT_FALSE(root.empty());
-  Put(root + u"file", "on it");
-  EXPECT_EQ(Get(root + u"file"), "on it");
-  EXPECT_EQ(contract::Find(root + u"*"), std::vector<std::u16string>{u"file"});
-  EXPECT_NE(AttributesError(root.substr(0, root.size() - 1)), 0u);  // the device, not its root
-
-  MakeJunction(u"C:\\mount", u"\\??\\" + root.substr(4));
-  const auto opened = Open(u"C:\\mount\\file", FILE_READ_ATTRIBUTES, kShareAll);
-  char16_t path[300] = {};
-  EXPECT_NE(emulated::GetFinalPathNameByHandleW(opened.get(), path, 300, 0), 0u);
-  EXPECT_EQ(std::u16string(path), root + u"file");
-}
-
 // That SetFileTime's mark on a handle keeps the time is in backup_streams_test.cpp.
 TEST_F(FilesAccess, LastAccessTimes) {
   Put(u"C:\\file");
@@ -151,12 +120,6 @@ TEST_F(FilesAccess, OpenFilesFollowTheirRenames) {
   open.reset();
   EXPECT_FALSE(Exists(u"C:\\d\\moved"));
   EXPECT_EQ(Get(u"C:\\file"), "another");
-}
-
-TEST_F(FilesAccess, TheGateStopsACallBeforeItActs) {
-  machine->gate.FailCall("CreateFileW", 1, ERROR_DISK_FULL);
-  EXPECT_EQ(OpenError(u"C:\\file", GENERIC_WRITE, 0, CREATE_NEW), ERROR_DISK_FULL);
-  EXPECT_FALSE(Exists(u"C:\\file"));
 }
 
 }  // namespace

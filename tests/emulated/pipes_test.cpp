@@ -15,12 +15,6 @@ class Pipes : public test::OnWindows {
  protected:
   static UniqueFile Open(DWORD access = GENERIC_WRITE) { return contract::Open(kPath, access, 0); }
   static DWORD ErrorOfOpen(DWORD access = GENERIC_WRITE) { return contract::OpenError(kPath, access, 0); }
-  // 0 or the last error, and the milliseconds that it took.
-  std::pair<DWORD, std::uint64_t> Wait(DWORD milliseconds) {
-    const std::uint64_t before = machine->sleptMilliseconds;
-    const DWORD error = contract::ErrorOf(WaitNamedPipeW(kPath, milliseconds));
-    return {error, machine->sleptMilliseconds - before};
-  }
   static DWORD Write(HANDLE pipe, std::string_view bytes) {
     DWORD written = 0;
     if (!WriteFile(pipe, bytes.data(), static_cast<DWORD>(bytes.size()), &written, nullptr)) return GetLastError();
@@ -51,21 +45,6 @@ TEST_F(Pipes, AClientGetsAFreeInstanceAndWritesWholeRecordsUntilTheServerVanishe
   machine->pipes().Close(u"QBDataPipe");
   EXPECT_EQ(Write(pipe.get(), "x"), ERROR_NO_DATA);
   EXPECT_EQ(ErrorOfOpen(), ERROR_FILE_NOT_FOUND);
-}
-
-TEST_F(Pipes, WaitingTakesUntilAnInstanceIsFreeOrTheTimeIsOver) {
-  EXPECT_EQ(Wait(20000), std::pair(ERROR_FILE_NOT_FOUND, std::uint64_t{0}));
-  const auto server = machine->pipes().Serve(u"QBDataPipe");
-  EXPECT_EQ(Wait(20000), std::pair(ERROR_SUCCESS, std::uint64_t{0}));
-  server->busyUntil = machine->Now() + 12'345 * 10'000;
-  EXPECT_EQ(Wait(10000), std::pair(ERROR_SEM_TIMEOUT, std::uint64_t{10000}));
-  EXPECT_EQ(Wait(20000), std::pair(ERROR_SUCCESS, std::uint64_t{2345}));
-  // Somebody else is faster; then the pipe goes while the client waits.
-  server->onOpen = [] { return ERROR_PIPE_BUSY; };
-  EXPECT_EQ(ErrorOfOpen(), ERROR_PIPE_BUSY);
-  server->busyUntil = INT64_MAX;
-  machine->onSleep = [&](std::uint64_t) { machine->pipes().Close(u"QBDataPipe"); };
-  EXPECT_EQ(Wait(20000).first, ERROR_FILE_NOT_FOUND);
 }
 
 TEST_F(Pipes, TheServicesPipeIsThereWhileItRuns) {

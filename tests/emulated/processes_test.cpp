@@ -38,10 +38,6 @@ class OtherProcesses : public test::OnBareMachine {
       DuplicateHandle(process.get(), handle, GetCurrentProcess(), duplicate.put(), 0, FALSE, DUPLICATE_SAME_ACCESS);
     return duplicate;
   }
-  HANDLE OpenEvent() {
-    emulated::OpenInProcess(*machine, kOther, std::make_shared<emulated::NamedObject>(u"Event", u""), 0x1F0003);
-    return HandlesOf(kOther).back();
-  }
   // A pipe whose name is never told.
   UniqueKernelHandle HangingPipe() {
     const auto pipe =
@@ -50,41 +46,9 @@ class OtherProcesses : public test::OnBareMachine {
     return Duplicate(HandlesOf(kOther).front());
   }
 
-  static std::string ObjectText(HANDLE handle, int informationClass) {
-    std::vector<std::uint64_t> buffer(256);
-    EXPECT_EQ(emulated::NtQueryObject(handle, informationClass, buffer.data(), 2048, nullptr), STATUS_SUCCESS);
-    const auto& string = *reinterpret_cast<const UNICODE_STRING*>(buffer.data());
-    return string.Buffer ? emulated::Utf8(std::u16string_view(string.Buffer, string.Length / 2)) : "";
-  }
-
   NTSTATUS status_ = STATUS_SUCCESS;
   ULONG needed_ = 0;
 };
-
-TEST_F(OtherProcesses, WhatTheyHoldOpenIsReachedThroughTheTable) {
-  contract::Put(u"C:\\file");
-  machine->files().OpenForeign(kOther, u"C:\\file", GENERIC_READ, contract::kShareAll);
-  OpenEvent();
-  emulated::OpenInProcess(*machine, kOther,
-                          std::make_shared<emulated::DeviceFile>(u"\\Device\\LanmanRedirector\\server\\share\\x"),
-                          FILE_GENERIC_READ);
-  const auto handles = HandlesOf(kOther);
-  ASSERT_EQ(handles.size(), 3u);
-  const std::pair<const char*, const char*> expected[] = {{"File", "\\Device\\HarddiskVolume1\\file"},
-                                                          {"Event", ""},
-                                                          {"File", "\\Device\\LanmanRedirector\\server\\share\\x"}};
-  for (std::size_t i = 0; i < 3; ++i) {
-    const auto duplicate = Duplicate(handles[i]);
-    ASSERT_TRUE(duplicate);
-    EXPECT_EQ(ObjectText(duplicate.get(), ObjectTypeInformation), expected[i].first);
-    EXPECT_EQ(ObjectText(duplicate.get(), ObjectNameInformation), expected[i].second);
-  }
-  char buffer[100];
-  IO_STATUS_BLOCK block{};
-  ASSERT_EQ(emulated::NtQueryInformationFile(Duplicate(handles[2]).get(), &block, buffer, 100, FileNameInformation),
-            STATUS_SUCCESS);
-  EXPECT_EQ(block.Information, 4 + 2 * std::u16string_view(u"\\server\\share\\x").size());
-}
 
 TEST_F(OtherProcesses, WhoIsNoAdministratorReachesOnlyHisOwn) {
   emulated::AddProcess(*machine, kOther);
@@ -98,33 +62,6 @@ TEST_F(OtherProcesses, WhoIsNoAdministratorReachesOnlyHisOwn) {
   EXPECT_EQ(error(kOther), ERROR_ACCESS_DENIED);
   emulated::AddProcess(*machine, 18).token = machine->process.token;
   EXPECT_EQ(error(18), 0u);
-}
-
-TEST_F(OtherProcesses, TheTableIsOldAsSoonAsItIsRead) {
-  const auto event = std::make_shared<emulated::NamedObject>(u"Event", u"");
-  // Twelve more handles need more than the 256 bytes that a program may have added.
-  machine->onHandleTableRead = [&] {
-    for (int i = 0; i < 12; ++i) emulated::OpenInProcess(*machine, kOther, event, 0x1F0003);
-  };
-  for (const ULONG more : {24u, 256u}) {
-    Query(SystemHandleInformationClass, needed_ + more);
-    EXPECT_EQ(status_, STATUS_INFO_LENGTH_MISMATCH);
-  }
-  machine->onHandleTableRead = [&] { emulated::EndProcess(*machine, kOther); };
-  const auto handles = HandlesOf(kOther);
-  EXPECT_EQ(handles.size(), 24u);
-  EXPECT_FALSE(Duplicate(handles.front()));
-  EXPECT_EQ(GetLastError(), ERROR_INVALID_PARAMETER);
-}
-
-TEST_F(OtherProcesses, AHandleOfAProcessOutlivesIt) {
-  const HANDLE event = OpenEvent();
-  const UniqueKernelHandle process{OpenProcess(PROCESS_DUP_HANDLE | SYNCHRONIZE, FALSE, kOther)};
-  EXPECT_EQ(WaitForSingleObject(process.get(), 10), WAIT_TIMEOUT);
-  emulated::EndProcess(*machine, kOther);
-  EXPECT_EQ(WaitForSingleObject(process.get(), 10), WAIT_OBJECT_0);
-  HANDLE none = nullptr;
-  EXPECT_FALSE(DuplicateHandle(process.get(), event, GetCurrentProcess(), &none, 0, FALSE, DUPLICATE_SAME_ACCESS));
 }
 
 TEST_F(OtherProcesses, TheProcessListGrowsWithThem) {
@@ -209,39 +146,6 @@ TEST_F(OtherProcesses, ThreadsThatNobodyAwaitsEndWithTheMachine) {
   EXPECT_EQ(unstarted.status, -1);
 }
 
-TEST_F(OtherProcesses, TheGateCountsFailsAndRaisesInQueries) {
-  contract::Put(u"C:\\file");
-  const auto file = contract::Open(u"C:\\file", GENERIC_READ, contract::kShareAll);
-  static HANDLE handle;
-  handle = file.get();
-  static DWORD asked;
-  NTSTATUS status = -1;
-  const auto query = [&] {
-    return CallWithExceptionFilter(
-        [](void* answer) {
-          std::uint64_t buffer[64];
-          *static_cast<NTSTATUS*>(answer) =
-              emulated::NtQueryObject(handle, ObjectNameInformation, buffer, sizeof buffer, nullptr);
-        },
-        &status,
-        [](DWORD code) {
-          asked = code;
-          return EXCEPTION_EXECUTE_HANDLER;
-        });
-  };
-  machine->gate.FailCall("NtQueryObject", 1, ERROR_ACCESS_DENIED);
-  machine->gate.RaiseInCall("NtQueryObject", 2, EXCEPTION_ACCESS_VIOLATION);
-  SetLastError(4711);
-  EXPECT_TRUE(query());
-  EXPECT_EQ(status, static_cast<NTSTATUS>(0xC0000022));
-  EXPECT_FALSE(query());
-  EXPECT_EQ(asked, EXCEPTION_ACCESS_VIOLATION);
-  EXPECT_TRUE(query());
-  EXPECT_EQ(status, STATUS_SUCCESS);
-  EXPECT_EQ(machine->gate.Count("NtQueryObject"), 3u);
-  EXPECT_EQ(GetLastError(), 4711u);
-}
-
 // A plan that is never carried out is told of; who asks how many were knows himself.
 TEST_F(OtherProcesses, TheGateTellsOfCallsThatWereNeverMade) {
   std::vector<std::string> told;
@@ -257,17 +161,6 @@ TEST_F(OtherProcesses, TheGateTellsOfCallsThatWereNeverMade) {
   EXPECT_EQ(machine->gate.failures(), 1u);
   machine->gate.ClearFailures();
   EXPECT_EQ(told.size(), 2u);
-}
-
-TEST_F(OtherProcesses, AnOlderNtdllLacksTheQueries) {
-  const HMODULE ntdll = GetModuleHandleW(u"ntdll.dll");
-  for (const char* const name : {"NtQuerySystemInformation", "NtQueryObject", "NtQueryInformationThread",
-                                 "NtQueryInformationFile", "NtQueryInformationProcess"}) {
-    EXPECT_TRUE(GetProcAddress(ntdll, name)) << name;
-    EXPECT_FALSE(GetProcAddress(GetModuleHandleW(u"kernel32.dll"), name)) << name;
-    machine->missingProcedures.insert(name);
-    EXPECT_EQ(contract::ErrorOf(GetProcAddress(ntdll, name)), ERROR_PROC_NOT_FOUND) << name;
-  }
 }
 
 TEST_F(OtherProcesses, AWorkerDoesNotActForWhomTheFirstThreadImpersonates) {

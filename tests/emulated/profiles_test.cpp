@@ -164,25 +164,6 @@ TEST_F(Profiles, AreInUseWhileTheirUserIsLoggedOn) {
   for (const auto& hive : hives) EXPECT_EQ(OpenError(hive, GENERIC_READ), ERROR_SUCCESS);
 }
 
-TEST_F(Profiles, HavePicturesWhereTheRegistrySaysFromWindows8On) {
-  const auto pictures = [&](const std::u16string& sid) {
-    return registry().Values(u"HKLM\\SOFTWARE\\Microsoft\\Windows\\CurrentVersion\\AccountPicture\\Users\\" + sid);
-  };
-  EXPECT_EQ(pictures(kAnna).size(), 8U);
-  for (const emulated::RegistryValue& picture : pictures(kAnna)) EXPECT_TRUE(Exists(picture.Text()));
-  // A new account's are where everybody's files are by then.
-  registry().SetText(kList, u"Public", u"D:\\");
-  ASSERT_EQ(emulated::CreateUserProfile(*machine, Petra(), home), 0U);
-  const auto ofPetra = pictures(emulated::SidToText(Petra().sid));
-  EXPECT_EQ(ofPetra.size(), 8U);
-  for (const emulated::RegistryValue& picture : ofPetra)
-    EXPECT_TRUE(picture.Text().starts_with(u"D:\\AccountPictures\\") && Exists(picture.Text()));
-  machine.reset();
-  machine = test::InstalledMachine({.majorVersion = 6, .minorVersion = 1});
-  EXPECT_TRUE(pictures(kAnna).empty());
-  EXPECT_FALSE(Exists(u"C:\\Users\\Public\\AccountPictures"));
-}
-
 // A workstation in a folder: its state and its images are saved together, or what is half can be made again.
 TEST_F(Profiles, OfDomainAccountsAreNobodysWithoutTheirAccounts) {
   const test::TemporaryFolder folder;

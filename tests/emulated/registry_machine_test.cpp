@@ -1,6 +1,5 @@
 // The registry on a machine: hives and their files, views, links, access.
 #include "emulated/on_machine.h"
-#include "win32/emulated/registry/hive_format.h"
 
 namespace {
 
@@ -172,27 +171,6 @@ TEST_F(RegistryMachine, TheLoggedOnUsersHiveIsLoadedAndOthersAreNot) {
   machine->process.token = emulated::MakeAdministratorToken(emulated::SidFromText(u"S-1-5-21-1-2-3-4000"));
   EXPECT_EQ(OpenError(HKEY_CURRENT_USER, u"Environment", KEY_READ), 0);  // with no hive of his own: the default one
   EXPECT_EQ(OpenError(HKEY_CURRENT_USER, u"Control Panel", KEY_READ), ERROR_FILE_NOT_FOUND);
-}
-
-TEST_F(RegistryMachine, StartsOnlyOnSoundHives) {
-  using namespace emulated::regf;
-  for (const auto& [hive, offset, reason] :
-       {std::tuple{u"SOFTWARE", kPrimarySequence, "config\\SOFTWARE on the system volume is dirty"},
-        {u"SYSTEM", kBaseBlock + 1, "config\\SYSTEM on the system volume is damaged"}}) {
-    auto disks = machine->Snapshot();
-    emulated::Machine broken;
-    for (auto& [name, device] : disks) EXPECT_EQ(broken.Attach(std::move(device), name), 0U);
-    emulated::Bytes content;
-    emulated::Volume& volume = *broken.SystemVolume()->volume;
-    const std::u16string path = std::u16string(u"\\Windows\\System32\\config\\") + hive;
-    EXPECT_EQ(emulated::ReadWholeFile(volume, path, content), 0U);
-    content[offset] ^= 1;
-    emulated::StoreLittleEndian(std::span(content), kChecksum, Checksum(content.data()));
-    EXPECT_EQ(emulated::WriteWholeFile(volume, path, content), 0U);
-    std::string error;
-    EXPECT_FALSE(broken.Boot(error));
-    EXPECT_NE(error.find(reason), std::string::npos) << error;
-  }
 }
 
 }  // namespace

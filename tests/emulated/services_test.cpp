@@ -48,14 +48,6 @@ class Services : public test::OnWindows {
   }
 };
 
-TEST_F(Services, AutomaticServicesRunAfterAStart) {
-  Install(u"Other", u"C:\\Windows\\System32\\svchost.exe", SERVICE_AUTO_START);
-  Restart();
-  for (const auto& [name, state] :
-       {std::pair{u"Other", SERVICE_RUNNING}, {u"LanmanServer", SERVICE_RUNNING}, {u"Probe", SERVICE_STOPPED}})
-    EXPECT_EQ(State(name), state);
-}
-
 TEST_F(Services, OpeningTellsWhatIsWrong) {
   const auto managerError = [](const char16_t* database, DWORD access = SC_MANAGER_CONNECT) {
     return ErrorOf(UniqueService(OpenSCManagerW(nullptr, database, access)));
@@ -111,29 +103,6 @@ TEST_F(Services, ConfigurationComesInOneBuffer) {
     EXPECT_LT(reinterpret_cast<const BYTE*>(text), buffer + needed);
   }
   EXPECT_EQ(ErrorOf(QueryServiceConfigW(service.get(), configuration, needed, nullptr)), ERROR_INVALID_ADDRESS);
-}
-
-TEST_F(Services, ChangingLeavesTheRestAndIsCheckedFirst) {
-  const UniqueService service = Open(u"Probe");
-  EXPECT_EQ(ChangeStart(service.get(), SERVICE_AUTO_START), 0U);
-  const auto before = services().Configuration(u"Probe");
-  ASSERT_TRUE(before);
-  EXPECT_EQ(before->start, SERVICE_AUTO_START);
-  EXPECT_EQ(before->displayName, u"Probe");
-  for (const DWORD start : {0u, 5u}) EXPECT_EQ(ChangeStart(service.get(), start), ERROR_INVALID_PARAMETER);
-  const auto rename = [&](const char16_t* displayName) {
-    return ErrorOf(ChangeServiceConfigW(service.get(), SERVICE_NO_CHANGE, SERVICE_DISABLED, SERVICE_NO_CHANGE,
-                                        u"C:\\new.exe", nullptr, nullptr, u"A\0+G\0B\0", nullptr, nullptr,
-                                        displayName));
-  };
-  EXPECT_EQ(rename(u"Themes"), kDuplicateServiceName);
-  EXPECT_EQ(services().Configuration(u"Probe")->start, SERVICE_AUTO_START);
-  EXPECT_EQ(rename(u"A probe"), 0U);
-  const auto after = services().Configuration(u"Probe");
-  EXPECT_EQ(after->start, SERVICE_DISABLED);
-  EXPECT_EQ(after->imagePath, u"C:\\new.exe");
-  EXPECT_EQ(after->displayName, u"A probe");
-  EXPECT_EQ(after->dependencies, (std::vector<std::u16string>{u"A", u"B", u"+G"}));
 }
 
 TEST_F(Services, StartAndStop) {

@@ -137,28 +137,6 @@ TEST_F(StorageImages, WhatIsWrittenToAFrozenImageLiesBesideItUntilItIsDropped) {
   EXPECT_EQ(0, Fill(*Open(true).d, u"kept"));
 }
 
-TEST_F(StorageImages, SayInOneLineWhyTheyCannotBeOpened) {
-  std::string error;
-  EXPECT_FALSE(ImageSet::Open(folder_ / "missing", error));
-  EXPECT_NE(error.npos, error.find("No such file"));
-  const auto set = ImageSet::Open(folder_.path(), error);
-  ASSERT_TRUE(set);
-  EXPECT_FALSE(ImageSet::Open(folder_.path(), error));
-  EXPECT_NE(error.npos, error.find("in use by another process"));
-  std::ofstream(folder_ / "text.ntfs") << std::string(100'000, 'x');
-  std::filesystem::copy_file(folder_ / "C.ntfs", folder_ / "cut.ntfs");
-  std::filesystem::resize_file(folder_ / "cut.ntfs", 20'000);
-  const std::pair<const char*, const char*> cases[] = {
-      {"missing.ntfs", "No such file"}, {"text.ntfs", "not an NTFS volume"}, {"cut.ntfs", "damaged"}};
-  for (const bool frozen : {false, true}) {
-    for (const auto& [name, problem] : cases) {
-      EXPECT_FALSE(set->OpenImage(name, frozen, error));
-      EXPECT_NE(error.npos, error.find(problem)) << error;
-      EXPECT_EQ(error.npos, error.find('\n'));
-    }
-  }
-}
-
 TEST_F(StorageImages, ADamagedJournalIsReportedAndAnUnfinishedOneDropped) {
   std::ofstream(folder_ / "journal.new") << "half";
   EXPECT_TRUE(Open().c);

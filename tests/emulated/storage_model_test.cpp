@@ -1,4 +1,5 @@
-// Random operations on a volume and on a model of it, with remounts; afterwards the image must satisfy other readers.
+// Random operations on names and streams of a volume and on a model of it, with remounts; afterwards the image must
+// satisfy other readers.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -15,12 +16,9 @@ namespace {
 
 struct ModelFile {
   bool isDirectory = false;
-  win32::DWORD attributes = 0;
-  FileTimes times{};
+  FileTime created = 0;
   Bytes descriptor;
   std::map<std::u16string, Bytes> streams;
-  Bytes reparse;
-  std::map<std::string, Bytes> extendedAttributes;
   std::map<std::u16string, FileId> children;  // stored names
   std::set<std::pair<FileId, std::u16string>> names;
 };
@@ -39,8 +37,7 @@ class Model {
     EXPECT_EQ(0u, volume_->GetSecurity(volume_->Root(), root.descriptor));
     FileInfo info;
     EXPECT_EQ(0u, volume_->Stat(volume_->Root(), info));
-    root.attributes = info.attributes & ~win32::FILE_ATTRIBUTE_DIRECTORY;
-    root.times = {info.creation, info.lastAccess, info.lastWrite, info.change};
+    root.created = info.creation;
   }
 
   void Run(int steps) {
@@ -112,14 +109,9 @@ class Model {
   }
 
   void Step() {
-    static constexpr void (Model::*kSteps[])() = {&Model::Create,      &Model::Create,
-                                                  &Model::Create,      &Model::Unlink,
-                                                  &Model::Rename,      &Model::Link,
-                                                  &Model::Write,       &Model::Write,
-                                                  &Model::Resize,      &Model::SetMetadata,
-                                                  &Model::SetSecurity, &Model::Stream,
-                                                  &Model::Reparse,     &Model::ExtendedAttributes,
-                                                  &Model::CheckAny};
+    static constexpr void (Model::*kSteps[])() = {&Model::Create, &Model::Create, &Model::Create, &Model::Unlink,
+                                                  &Model::Rename, &Model::Link,   &Model::Write,  &Model::Write,
+                                                  &Model::Resize, &Model::Stream, &Model::Stream, &Model::CheckAny};
     (this->*kSteps[Below(std::size(kSteps))])();
   }
 
@@ -130,14 +122,13 @@ class Model {
     const bool isDirectory = Below(4) == 0;
     const Bytes descriptor = test::NumberedDescriptor(Below(40));
     const FileTime now = RandomTime();
-    const win32::DWORD attributes = Below(2) ? win32::FILE_ATTRIBUTE_ARCHIVE | win32::FILE_ATTRIBUTE_HIDDEN : 0u;
     FileId file = 0;
-    const win32::DWORD result = volume_->Create(directory, name, isDirectory, attributes, descriptor, now, file);
+    const win32::DWORD result = volume_->Create(directory, name, isDirectory, 0, descriptor, now, file);
     if (Child(directory, name)) return Expect(win32::ERROR_ALREADY_EXISTS, result);
     ASSERT_EQ(0u, result);
     ASSERT_FALSE(files_.contains(file));
     ModelFile& made = files_[file];
-    made = {isDirectory, attributes, {now, now, now, now}, descriptor, {}, {}, {}, {}, {{directory, name}}};
+    made = {isDirectory, now, descriptor, {}, {}, {{directory, name}}};
     if (!isDirectory) made.streams[u""];
     files_[directory].children[name] = file;
   }
@@ -211,28 +202,6 @@ class Model {
     content.resize(size);
   }
 
-  void SetMetadata() {
-    const FileId file = Any();
-    ModelFile& model = files_[file];
-    FileTimes times;
-    for (auto time : {&FileTimes::creation, &FileTimes::lastAccess, &FileTimes::lastWrite, &FileTimes::change})
-      if (Below(2)) model.times.*time = times.*time = RandomTime();
-    ASSERT_EQ(0u, volume_->SetTimes(file, times));
-    const win32::DWORD all[] = {0, win32::FILE_ATTRIBUTE_NORMAL, win32::FILE_ATTRIBUTE_READONLY,
-                                win32::FILE_ATTRIBUTE_SYSTEM | win32::FILE_ATTRIBUTE_HIDDEN};
-    const win32::DWORD attributes = all[Below(4)];
-    ASSERT_EQ(0u, volume_->SetAttributes(file, attributes | win32::FILE_ATTRIBUTE_COMPRESSED));
-    model.attributes = attributes & ~win32::FILE_ATTRIBUTE_NORMAL;
-  }
-
-  void SetSecurity() {
-    const FileId file = Any();
-    Bytes descriptor = test::NumberedDescriptor(Below(60));
-    files_[file].descriptor = descriptor;
-    if (Below(3) == 0) descriptor.resize(descriptor.size() + 16);  // what follows it does not count
-    ASSERT_EQ(0u, volume_->SetSecurity(file, descriptor));
-  }
-
   void Stream() {
     const FileId file = Any();
     ModelFile& model = files_[file];
@@ -249,42 +218,6 @@ class Model {
     }
   }
 
-  void Reparse() {
-    const FileId file = Any();
-    if (file == volume_->Root()) return;
-    ModelFile& model = files_[file];
-    if (!model.reparse.empty()) {
-      ASSERT_EQ(0u, volume_->RemoveReparse(file));
-      ASSERT_EQ(win32::ERROR_NOT_A_REPARSE_POINT, volume_->RemoveReparse(file));
-      model.reparse.clear();
-      return;
-    }
-    if (!model.extendedAttributes.empty()) return;
-    // A tag of nobody's: a GUID follows the header ([MS-FSCC] 2.1.2.3).
-    Bytes data;
-    AppendLittleEndian(data, std::uint32_t{0x00000042});
-    AppendLittleEndian(data, std::uint16_t{8});
-    AppendLittleEndian(data, std::uint16_t{0});
-    const Bytes rest = RandomBytes(16 + 8);
-    data.insert(data.end(), rest.begin(), rest.end());
-    ASSERT_EQ(0u, volume_->SetReparse(file, data));
-    model.reparse = data;
-  }
-
-  void ExtendedAttributes() {
-    const FileId file = Any();
-    ModelFile& model = files_[file];
-    if (!model.reparse.empty()) return;
-    std::vector<ExtendedAttribute> attributes;
-    model.extendedAttributes.clear();
-    for (unsigned count = Below(3); count > 0; --count) {
-      const std::string name = "NAME" + std::to_string(count);
-      attributes.push_back({0, name, RandomBytes(Below(300))});
-      model.extendedAttributes[name] = attributes.back().value;
-    }
-    ASSERT_EQ(0u, volume_->SetExtendedAttributes(file, attributes));
-  }
-
   static void Expect(win32::DWORD expected, win32::DWORD result) { ASSERT_EQ(expected, result); }
   void CheckAny() { Check(Any()); }
   void CheckAll() {
@@ -295,28 +228,13 @@ class Model {
     const ModelFile& model = files_[file];
     FileInfo info;
     ASSERT_EQ(0u, volume_->Stat(file, info));
-    win32::DWORD attributes = model.attributes | (model.isDirectory ? win32::FILE_ATTRIBUTE_DIRECTORY : 0u) |
-                              (model.reparse.empty() ? 0u : win32::FILE_ATTRIBUTE_REPARSE_POINT);
-    EXPECT_EQ(attributes ? attributes : win32::FILE_ATTRIBUTE_NORMAL, info.attributes);
-    EXPECT_EQ(model.times.creation, info.creation);
-    EXPECT_EQ(model.times.lastAccess, info.lastAccess);
-    EXPECT_EQ(model.times.lastWrite, info.lastWrite);
-    EXPECT_EQ(model.times.change, info.change);
-    EXPECT_EQ(model.reparse.empty() ? 0u : 0x42u, info.reparseTag);
+    EXPECT_EQ(model.isDirectory, (info.attributes & win32::FILE_ATTRIBUTE_DIRECTORY) != 0);
+    EXPECT_EQ(model.created, info.creation);
     Bytes bytes;
     ASSERT_EQ(0u, volume_->GetSecurity(file, bytes));
     EXPECT_EQ(model.descriptor, bytes);
-    if (!model.reparse.empty()) {
-      ASSERT_EQ(0u, volume_->GetReparse(file, bytes));
-      EXPECT_EQ(model.reparse, bytes);
-    }
     CheckStreams(file, model);
     CheckNames(file, model, info);
-    std::vector<ExtendedAttribute> stored;
-    ASSERT_EQ(0u, volume_->GetExtendedAttributes(file, stored));
-    EXPECT_EQ(model.extendedAttributes.size(), stored.size());
-    for (const ExtendedAttribute& attribute : stored)
-      EXPECT_EQ(model.extendedAttributes.at(attribute.name), attribute.value);
   }
 
   void CheckStreams(FileId file, const ModelFile& model) {

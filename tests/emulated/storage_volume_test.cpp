@@ -159,24 +159,6 @@ TEST_F(StorageVolume, ObjectIdsAreUniqueAndGoWithTheirFile) {
   EXPECT_EQ(0u, volume_->SetObjectId(Make(u"third"), id));
 }
 
-TEST_F(StorageVolume, ReparsePointsAreIndexed) {
-  const FileId folder = Make(u"junction", true);
-  Bytes data;
-  AppendLittleEndian(data, std::uint32_t{win32::IO_REPARSE_TAG_MOUNT_POINT});
-  for (const int value : {8 + 8, 0, 0, 4, 6, 0, 0x5C, 0x3F, 0, 0})
-    AppendLittleEndian(data, static_cast<std::uint16_t>(value));
-  EXPECT_EQ(win32::ERROR_DIRECTORY, volume_->SetReparse(Make(u"file"), data));
-  EXPECT_EQ(win32::ERROR_INVALID_REPARSE_DATA, volume_->SetReparse(folder, Bytes(7)));
-  ASSERT_EQ(0u, volume_->SetReparse(folder, data));
-  Remount();
-  std::vector<FileId> files;
-  ASSERT_EQ(0u, volume_->ReparsePoints(files));
-  EXPECT_EQ(std::vector{folder}, files);
-  ASSERT_EQ(0u, volume_->RemoveReparse(folder));
-  ASSERT_EQ(0u, volume_->ReparsePoints(files));
-  EXPECT_TRUE(files.empty());
-}
-
 TEST_F(StorageVolume, OtherReadersSeeTimesAttributesAndOneDescriptorEntryPerFile) {
   const std::string before = Inspect("ntfsinfo -f -v -F '$Secure' i 2>/dev/null | grep -a -c 'Key security id'");
   const FileId folder = Make(u"Folder", true, 1);
@@ -203,19 +185,6 @@ TEST_F(StorageVolume, OtherReadersSeeTimesAttributesAndOneDescriptorEntryPerFile
   // Two new descriptors, each in two indexes.
   EXPECT_EQ(std::to_string(std::stoi(before) + 2 * 2) + "\n",
             Inspect("ntfsinfo -f -v -F '$Secure' i 2>/dev/null | grep -a -c 'Key security id'"));
-}
-
-TEST(StorageMount, RefusesWhatIsNotASoundVolume) {
-  std::unique_ptr<Volume> volume;
-  MemoryDevice empty(1 << 20);
-  EXPECT_EQ(win32::ERROR_UNRECOGNIZED_VOLUME, Volume::Mount(empty, volume));
-  MemoryDevice tiny(100);
-  EXPECT_EQ(win32::ERROR_UNRECOGNIZED_VOLUME, Volume::Mount(tiny, volume));
-  const auto damaged = test::FreshNtfs(16, "Data");
-  for (std::uint64_t offset = 4096; offset < damaged->Size() / 2; offset += 4096)
-    damaged->Write(offset, Bytes(4096, 0xA5));
-  EXPECT_EQ(win32::ERROR_FILE_CORRUPT, Volume::Mount(*damaged, volume));
-  EXPECT_FALSE(volume);
 }
 
 }  // namespace

@@ -148,22 +148,4 @@ TEST_F(SystemServices, AnotherProcessesMarkMayBeClosedToUs) {
   }
 }
 
-TEST_F(SystemServices, TheVersionIsTheMachinesAndItsQueryMayFail) {
-  OSVERSIONINFOEXW version{};
-  version.dwOSVersionInfoSize = sizeof version;
-  machine->majorVersion = 5;
-  EXPECT_TRUE(GetVersionExW(&version));
-  EXPECT_EQ(version.dwMajorVersion, 5u);
-  machine->versionQueryFails = true;
-  EXPECT_FALSE(GetVersionExW(&version));
-}
-
-TEST_F(SystemServices, ARefusedCallThatFreesLeavesNothingBehind) {
-  void* const memory = HeapAlloc(GetProcessHeap(), HEAP_ZERO_MEMORY, 100);
-  machine->gate.FailCall("HeapFree", 1, ERROR_INVALID_PARAMETER);
-  EXPECT_FALSE(HeapFree(GetProcessHeap(), 0, memory));
-  machine->gate.FailCall("HeapAlloc", 1, ERROR_NOT_ENOUGH_MEMORY);
-  EXPECT_EQ(HeapAlloc(GetProcessHeap(), 0, 1), nullptr);
-}
-
 }  // namespace
