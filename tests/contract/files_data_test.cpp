@@ -6,7 +6,7 @@ using namespace contract;
 
 namespace {
 
-class FilesData : public FileTest {};
+using FilesData = FileTest;
 
 FILETIME Time(std::uint64_t count) { return {static_cast<DWORD>(count & 0xFFFFFFFF), static_cast<DWORD>(count >> 32)}; }
 bool operator==(const FILETIME& a, const FILETIME& b) {

@@ -62,7 +62,8 @@ def file_moved_and_back(world):
     is_link = f"IsSymbolicLink()::The specified directory or file {LIST} is symbolic link"
     world.write(copy, b"a file of this name is overwritten")
     world.expect("redirect", (FILE, LIST, "/loc:" + kept), world.strings[DONE], 0,
-                 [f"#INFO: The file {copy} is kept as {copy}.kept1 until it can be replaced.",
+                 [f"#INFO: {kept} is on the same volume as {LIST}: what is discarded there at a restart is discarded at "
+                  "both places.", f"#INFO: The file {copy} is kept as {copy}.kept1 until it can be replaced.",
                   f"#INFO: The file {LIST} is now in {copy}.", world.strings[DONE]])
     world.checks.equal("one file under two paths", (world.read(LIST), world.read(copy), world.names(kept)),
                        (content, content, ["list.txt"]))
