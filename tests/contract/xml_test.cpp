@@ -205,16 +205,6 @@ TEST_F(Xml, HostileDocumentsAreRefused) {
   EXPECT_EQ(Load(deep), S_FALSE);
 }
 
-TEST_F(Xml, LargeDocumentsAreRead) {
-  std::u16string text = u"<a>";
-  for (int i = 0; i < 50000; ++i) text += u"<k>HKEY_LOCAL_MACHINE</k>";
-  ASSERT_EQ(Load(text + u"</a>"), S_OK);
-  std::vector<XmlNode> keys;
-  ASSERT_EQ(Root().selectNodes(u"k", keys), S_OK);
-  EXPECT_EQ(keys.size(), 50000u);
-  EXPECT_TRUE(Text() == WhatCounts(text + u"</a>\r\n"));
-}
-
 class Com : public FileTest {};
 
 TEST_F(Com, NoDocumentIsMadeOutsideAnApartment) {

@@ -1,9 +1,11 @@
 // Holds what it is told to until its standard input ends; prints "held" once it has it.
 //   hold mutex NAME
-//   hold open PATH ACCESS SHARE   a file or folder. ACCESS is "read", "write" or "attributes" (which no share mode stands
-//                                 against); SHARE is any of the letters r, w and d, or "none".
-//   hold pipe                     both ends of a synchronous pipe, one of them with a read that never comes to an end. On
-//                                 Windows, whoever asks for that handle's name waits as long as the read does.
+//   hold open PATH ACCESS SHARE
+//     A file or folder. ACCESS is "read", "write" or "attributes" (which no share mode stands against); SHARE is any of
+//     the letters r, w and d, or "none".
+//   hold pipe
+//     Both ends of a synchronous pipe, one of them with a read that never comes to an end. On Windows, whoever asks for
+//     that handle's name waits as long as the read does.
 #include <windows.h>
 
 #include <cstdio>
