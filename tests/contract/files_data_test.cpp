@@ -1,12 +1,12 @@
 // Data, positions, sizes, times and attributes.
-#include "contract/files_support.h"
+#include "contract/fixture.h"
 
 using namespace win32;
 using namespace contract;
 
 namespace {
 
-class FilesData : public FileTest {};
+using FilesData = FileTest;
 
 FILETIME Time(std::uint64_t count) { return {static_cast<DWORD>(count & 0xFFFFFFFF), static_cast<DWORD>(count >> 32)}; }
 bool operator==(const FILETIME& a, const FILETIME& b) {

@@ -1,12 +1,12 @@
 // Opening: dispositions, names, sharing, deleting on close.
-#include "contract/files_support.h"
+#include "contract/fixture.h"
 
 using namespace win32;
 using namespace contract;
 
 namespace {
 
-class FilesOpen : public FileTest {};
+using FilesOpen = FileTest;
 
 TEST_F(FilesOpen, DispositionsAndTheirErrors) {
   const std::u16string file = Path(u"file"), missing = Path(u"missing");
@@ -58,21 +58,18 @@ TEST_F(FilesOpen, DirectoriesOpenWithBackupSemanticsOnly) {
   MakeDirectory(directory);
   for (const DWORD disposition : {OPEN_EXISTING, CREATE_ALWAYS, OPEN_ALWAYS})
     EXPECT_EQ(OpenError(directory, GENERIC_READ, kShareAll, disposition), ERROR_ACCESS_DENIED);
-  EXPECT_EQ(OpenError(directory, GENERIC_READ, kShareAll, OPEN_EXISTING, FILE_FLAG_BACKUP_SEMANTICS), 0u);
-  EXPECT_EQ(OpenError(directory, GENERIC_READ | GENERIC_WRITE, kShareAll, OPEN_EXISTING, FILE_FLAG_BACKUP_SEMANTICS),
-            0u);
-  EXPECT_EQ(OpenError(directory + u'\\', GENERIC_READ, kShareAll, OPEN_EXISTING, FILE_FLAG_BACKUP_SEMANTICS), 0u);
-
-  const auto handle = Open(directory, GENERIC_READ, kShareAll, OPEN_EXISTING, FILE_FLAG_BACKUP_SEMANTICS);
+  const auto open = [](const std::u16string& path, DWORD access) {
+    return Open(path, access, kShareAll, OPEN_EXISTING, FILE_FLAG_BACKUP_SEMANTICS);
+  };
+  EXPECT_TRUE(open(directory, GENERIC_READ | GENERIC_WRITE) && open(directory + u'\\', GENERIC_READ));
+  const auto handle = open(directory, GENERIC_READ);
+  ASSERT_TRUE(handle);
+  if (OnWine()) return;
   DWORD high = 7, read = 0;
   char byte = 0;
-  SetLastError(0);
-  if (!OnWine()) {
-    EXPECT_EQ(GetFileSize(handle.get(), &high), 0u);
-    EXPECT_EQ(high, 0u);
-    EXPECT_FALSE(ReadFile(handle.get(), &byte, 1, &read, nullptr));
-    EXPECT_EQ(GetLastError(), ERROR_INVALID_FUNCTION);
-  }
+  EXPECT_EQ(GetFileSize(handle.get(), &high), 0u);
+  EXPECT_EQ(high, 0u);
+  EXPECT_EQ(ErrorOf(ReadFile(handle.get(), &byte, 1, &read, nullptr)), ERROR_INVALID_FUNCTION);
 }
 
 TEST_F(FilesOpen, ReadOnlyDeniesWriting) {
@@ -80,13 +77,10 @@ TEST_F(FilesOpen, ReadOnlyDeniesWriting) {
   const std::u16string file = Path(u"file");
   Put(file);
   ASSERT_TRUE(SetFileAttributesW(file.c_str(), FILE_ATTRIBUTE_READONLY));
-  EXPECT_EQ(OpenError(file, GENERIC_WRITE), ERROR_ACCESS_DENIED);
-  EXPECT_EQ(OpenError(file, GENERIC_ALL), ERROR_ACCESS_DENIED);
+  for (const DWORD access : {GENERIC_WRITE, GENERIC_ALL}) EXPECT_EQ(OpenError(file, access), ERROR_ACCESS_DENIED);
   EXPECT_EQ(OpenError(file, GENERIC_WRITE, kShareAll, CREATE_ALWAYS), ERROR_ACCESS_DENIED);
   EXPECT_EQ(OpenError(file, DELETE, kShareAll, OPEN_EXISTING, FILE_FLAG_DELETE_ON_CLOSE), ERROR_ACCESS_DENIED);
-  EXPECT_EQ(OpenError(file, DELETE), 0u);
-  EXPECT_EQ(OpenError(file, FILE_WRITE_ATTRIBUTES), 0u);
-  EXPECT_EQ(OpenError(file, GENERIC_READ), 0u);
+  for (const DWORD access : {DELETE, FILE_WRITE_ATTRIBUTES, GENERIC_READ}) EXPECT_EQ(OpenError(file, access), 0u);
 }
 
 TEST_F(FilesOpen, NamesThatAreRefused) {
@@ -132,11 +126,10 @@ TEST_F(FilesOpen, LongPathsNeedThePrefix) {
 TEST_F(FilesOpen, SharingIsCheckedBothWays) {
   const std::u16string file = Path(u"file");
   Put(file);
-  struct Case {
+  const struct {
     DWORD access, share, secondAccess, secondShare;
     bool opens;
-  };
-  const Case cases[] = {
+  } cases[] = {
       {GENERIC_READ, FILE_SHARE_READ, GENERIC_READ, FILE_SHARE_READ, true},
       {GENERIC_READ, FILE_SHARE_READ, GENERIC_WRITE, kShareAll, false},
       {GENERIC_READ, kShareAll, GENERIC_WRITE, FILE_SHARE_WRITE, false},  // the second does not share reading
@@ -149,7 +142,7 @@ TEST_F(FilesOpen, SharingIsCheckedBothWays) {
       {GENERIC_READ | GENERIC_WRITE, 0, FILE_WRITE_ATTRIBUTES | READ_CONTROL, 0, true},
       {FILE_APPEND_DATA, FILE_SHARE_READ, FILE_APPEND_DATA, kShareAll, false},
   };
-  for (const Case& one : cases) {
+  for (const auto& one : cases) {
     const auto first = Open(file, one.access, one.share);
     ASSERT_TRUE(first);
     EXPECT_EQ(OpenError(file, one.secondAccess, one.secondShare), one.opens ? 0u : ERROR_SHARING_VIOLATION)
@@ -206,10 +199,8 @@ TEST_F(FilesOpen, NamedStreams) {
 
 TEST_F(FilesOpen, APipeThatNobodyServesIsNotThere) {
   const char16_t* const pipe = u"\\\\.\\pipe\\nobody serves this";
-  EXPECT_EQ(CreateFileW(pipe, GENERIC_WRITE, 0, nullptr, OPEN_EXISTING, 0, nullptr), INVALID_HANDLE_VALUE);
-  EXPECT_EQ(GetLastError(), ERROR_FILE_NOT_FOUND);
-  EXPECT_FALSE(WaitNamedPipeW(pipe, 20000));
-  EXPECT_EQ(GetLastError(), ERROR_FILE_NOT_FOUND);
+  EXPECT_EQ(OpenError(pipe, GENERIC_WRITE, 0), ERROR_FILE_NOT_FOUND);
+  EXPECT_EQ(ErrorOf(WaitNamedPipeW(pipe, 20000)), ERROR_FILE_NOT_FOUND);
 }
 
 }  // namespace

@@ -1,5 +1,5 @@
 // Junctions, symbolic links and other reparse points.
-#include "contract/files_support.h"
+#include "contract/fixture.h"
 
 using namespace win32;
 using namespace contract;
@@ -13,6 +13,10 @@ class FilesReparse : public FileTest {
 
 using Bytes = std::vector<std::uint8_t>;
 
+UniqueFile OpenItself(const std::u16string& path, DWORD access, DWORD share = kShareAll) {
+  return Open(path, access, share, OPEN_EXISTING, kOpenLink);
+}
+
 DWORD Get(HANDLE handle, std::size_t room, Bytes& data, DWORD& returned) {
   data.assign(room, 0xEE);
   return ErrorOf(DeviceIoControl(handle, FSCTL_GET_REPARSE_POINT, nullptr, 0, room ? data.data() : nullptr,
@@ -20,7 +24,7 @@ DWORD Get(HANDLE handle, std::size_t room, Bytes& data, DWORD& returned) {
 }
 
 // The input of FSCTL_DELETE_REPARSE_POINT: a header of `size` bytes.
-DWORD DeleteReparse(HANDLE handle, std::size_t size, DWORD tag, std::uint16_t length = 0) {
+DWORD DeleteReparse(HANDLE handle, std::size_t size, DWORD tag, std::uint16_t length) {
   Bytes input(std::max<std::size_t>(size, 8));
   std::memcpy(input.data(), &tag, 4);
   std::memcpy(input.data() + 4, &length, 2);
@@ -41,26 +45,23 @@ TEST_F(FilesReparse, SettingIsRefusedWhereItMustNotBe) {
   Put(Path(u"full\\file"));
   Put(Path(u"file"), "");
   MakeDirectory(Path(u"empty"));
-  const auto full = Open(Path(u"full"), GENERIC_WRITE, kShareAll, OPEN_EXISTING, kOpenLink);
+  const auto full = OpenItself(Path(u"full"), GENERIC_WRITE);
   EXPECT_EQ(SetReparse(full.get(), data), ERROR_DIR_NOT_EMPTY);
-  const auto file = Open(Path(u"file"), GENERIC_WRITE, kShareAll, OPEN_EXISTING, kOpenLink);
+  const auto file = OpenItself(Path(u"file"), GENERIC_WRITE);
   EXPECT_EQ(SetReparse(file.get(), data), ERROR_DIRECTORY);
-  const auto reader = Open(Path(u"empty"), GENERIC_READ, kShareAll, OPEN_EXISTING, kOpenLink);
+  const auto reader = OpenItself(Path(u"empty"), GENERIC_READ);
   EXPECT_EQ(SetReparse(reader.get(), data), ERROR_ACCESS_DENIED);
 
-  const auto empty = Open(Path(u"empty"), GENERIC_WRITE, kShareAll, OPEN_EXISTING, kOpenLink);
+  const auto empty = OpenItself(Path(u"empty"), GENERIC_WRITE);
   Bytes tooLong(16 * 1024 + 1), wrongLength = data, noTag = data, outside = data, noTarget = JunctionData(u"");
   std::memcpy(tooLong.data(), data.data(), data.size());
   wrongLength[4] = static_cast<std::uint8_t>(wrongLength[4] + 2);
   std::memset(noTag.data(), 0, 4);
   outside[10] = 0xFE;  // the length of the substitute name
   outside[11] = 0x7F;
-  EXPECT_EQ(SetReparse(empty.get(), tooLong), ERROR_INVALID_REPARSE_DATA);
-  EXPECT_EQ(SetReparse(empty.get(), wrongLength), ERROR_INVALID_REPARSE_DATA);
-  EXPECT_EQ(SetReparse(empty.get(), Bytes(data.begin(), data.begin() + 6)), ERROR_INVALID_REPARSE_DATA);
+  for (const Bytes& bad : {tooLong, wrongLength, Bytes(data.begin(), data.begin() + 6), outside, noTarget})
+    EXPECT_EQ(SetReparse(empty.get(), bad), ERROR_INVALID_REPARSE_DATA);
   EXPECT_NE(SetReparse(empty.get(), noTag), 0u);
-  EXPECT_EQ(SetReparse(empty.get(), outside), ERROR_INVALID_REPARSE_DATA);
-  EXPECT_EQ(SetReparse(empty.get(), noTarget), ERROR_INVALID_REPARSE_DATA);
   EXPECT_EQ(GetFileAttributesW(Path(u"empty").c_str()), FILE_ATTRIBUTE_DIRECTORY);
 }
 
@@ -69,7 +70,7 @@ TEST_F(FilesReparse, SettingReadingReplacing) {
   MakeDirectory(Path(u"target"));
   const auto older =
       Open(Path(u"junction"), FILE_READ_ATTRIBUTES, kShareAll, OPEN_EXISTING, FILE_FLAG_BACKUP_SEMANTICS);
-  const auto handle = Open(Path(u"junction"), GENERIC_READ | GENERIC_WRITE, kShareAll, OPEN_EXISTING, kOpenLink);
+  const auto handle = OpenItself(Path(u"junction"), GENERIC_READ | GENERIC_WRITE);
   Bytes got;
   DWORD returned = 77;
   EXPECT_EQ(Get(handle.get(), 1, got, returned), ERROR_NOT_A_REPARSE_POINT);
@@ -102,15 +103,22 @@ TEST_F(FilesReparse, Deleting) {
   MakeDirectory(Path(u"target"));
   for (const std::size_t size : {8u, 24u}) {
     MakeJunction(Path(u"junction"), ObjectName(Path(u"target")));
-    auto handle = Open(Path(u"junction"), GENERIC_WRITE, 0, OPEN_EXISTING, kOpenLink);
-    EXPECT_EQ(DeleteReparse(handle.get(), 0, IO_REPARSE_TAG_MOUNT_POINT), ERROR_INVALID_USER_BUFFER);
-    EXPECT_EQ(DeleteReparse(handle.get(), 1, IO_REPARSE_TAG_MOUNT_POINT), ERROR_INVALID_REPARSE_DATA);
-    EXPECT_EQ(DeleteReparse(handle.get(), 28, IO_REPARSE_TAG_MOUNT_POINT), ERROR_INVALID_REPARSE_DATA);
-    EXPECT_EQ(DeleteReparse(handle.get(), size, IO_REPARSE_TAG_MOUNT_POINT, 4), ERROR_INVALID_REPARSE_DATA);
-    EXPECT_EQ(DeleteReparse(handle.get(), size, 0), ERROR_REPARSE_TAG_INVALID);
-    EXPECT_EQ(DeleteReparse(handle.get(), size, IO_REPARSE_TAG_SYMLINK), ERROR_REPARSE_TAG_MISMATCH);
-    EXPECT_EQ(DeleteReparse(handle.get(), size, IO_REPARSE_TAG_MOUNT_POINT), 0u);
-    EXPECT_EQ(DeleteReparse(handle.get(), size, IO_REPARSE_TAG_MOUNT_POINT), ERROR_NOT_A_REPARSE_POINT);
+    auto handle = OpenItself(Path(u"junction"), GENERIC_WRITE, 0);
+    const struct {
+      std::size_t size;
+      DWORD tag;
+      std::uint16_t length;
+      DWORD error;
+    } cases[] = {{0, IO_REPARSE_TAG_MOUNT_POINT, 0, ERROR_INVALID_USER_BUFFER},
+                 {1, IO_REPARSE_TAG_MOUNT_POINT, 0, ERROR_INVALID_REPARSE_DATA},
+                 {28, IO_REPARSE_TAG_MOUNT_POINT, 0, ERROR_INVALID_REPARSE_DATA},
+                 {size, IO_REPARSE_TAG_MOUNT_POINT, 4, ERROR_INVALID_REPARSE_DATA},
+                 {size, 0, 0, ERROR_REPARSE_TAG_INVALID},
+                 {size, IO_REPARSE_TAG_SYMLINK, 0, ERROR_REPARSE_TAG_MISMATCH},
+                 {size, IO_REPARSE_TAG_MOUNT_POINT, 0, 0},
+                 {size, IO_REPARSE_TAG_MOUNT_POINT, 0, ERROR_NOT_A_REPARSE_POINT}};
+    for (const auto& one : cases)
+      EXPECT_EQ(DeleteReparse(handle.get(), one.size, one.tag, one.length), one.error) << &one - cases;
     EXPECT_EQ(GetFileAttributesW(Path(u"junction").c_str()), FILE_ATTRIBUTE_DIRECTORY);
     handle.reset();
     EXPECT_EQ(RemoveError(Path(u"junction")), 0u);
@@ -129,7 +137,7 @@ TEST_F(FilesReparse, PathsGoThroughJunctions) {
   EXPECT_TRUE(Exists(Path(u"target\\new")));
   // A path that led through it leads elsewhere when the junction does.
   MakeDirectory(Path(u"other"));
-  const auto handle = Open(Path(u"junction"), GENERIC_WRITE, 0, OPEN_EXISTING, kOpenLink);
+  const auto handle = OpenItself(Path(u"junction"), GENERIC_WRITE, 0);
   EXPECT_EQ(SetReparse(handle.get(), JunctionData(ObjectName(Path(u"other")))), 0u);
   EXPECT_EQ(AttributesError(Path(u"junction\\file")), ERROR_FILE_NOT_FOUND);
   EXPECT_EQ(AttributesError(Path(u"second\\file")), ERROR_FILE_NOT_FOUND);
@@ -200,7 +208,7 @@ TEST_F(FilesReparse, WhatASymbolicLinkHolds) {
   const auto names = [&](const std::u16string& link, bool& relative) {
     Bytes data;
     DWORD returned = 0;
-    EXPECT_EQ(Get(Open(link, GENERIC_READ, kShareAll, OPEN_EXISTING, kOpenLink).get(), 4096, data, returned), 0u);
+    EXPECT_EQ(Get(OpenItself(link, GENERIC_READ).get(), 4096, data, returned), 0u);
     std::uint16_t header[6] = {};
     std::memcpy(header, data.data() + 8, sizeof header);
     relative = header[4] != 0;
@@ -211,15 +219,15 @@ TEST_F(FilesReparse, WhatASymbolicLinkHolds) {
     };
     return std::pair(text(header[0], header[1]), text(header[2], header[3]));
   };
-  bool relative = true;
-  EXPECT_EQ(LinkError(Path(u"absolute"), u"C:\\some\\where"), 0u);
-  EXPECT_EQ(names(Path(u"absolute"), relative),
-            (std::pair<std::u16string, std::u16string>(u"\\??\\C:\\some\\where", u"C:\\some\\where")));
-  EXPECT_FALSE(relative);
-  EXPECT_EQ(LinkError(Path(u"relative"), u"..\\some\\where"), 0u);
-  EXPECT_EQ(names(Path(u"relative"), relative),
-            (std::pair<std::u16string, std::u16string>(u"..\\some\\where", u"..\\some\\where")));
-  EXPECT_TRUE(relative);
+  const std::tuple<const char16_t*, const char16_t*, bool> cases[] = {
+      {u"C:\\some\\where", u"\\??\\C:\\some\\where", false}, {u"..\\some\\where", u"..\\some\\where", true}};
+  for (const auto& [target, substitute, isRelative] : cases) {
+    bool relative = !isRelative;
+    EXPECT_EQ(LinkError(Path(u"link"), target), 0u);
+    EXPECT_EQ(names(Path(u"link"), relative), (std::pair<std::u16string, std::u16string>(substitute, target)));
+    EXPECT_EQ(relative, isRelative);
+    EXPECT_EQ(DeleteError(Path(u"link")), 0u);
+  }
 }
 
 TEST_F(FilesReparse, UnknownTagsAreNobodysToFollow) {
@@ -230,7 +238,7 @@ TEST_F(FilesReparse, UnknownTagsAreNobodysToFollow) {
   std::memcpy(data.data(), &tag, 4);
   std::memcpy(data.data() + 4, &length, 2);
   data[8] = 1;
-  const auto handle = Open(Path(u"file"), GENERIC_WRITE | GENERIC_READ, kShareAll, OPEN_EXISTING, kOpenLink);
+  const auto handle = OpenItself(Path(u"file"), GENERIC_WRITE | GENERIC_READ);
   EXPECT_EQ(SetReparse(handle.get(), data), 0u);
   data[8] = 2;
   EXPECT_EQ(SetReparse(handle.get(), data), ERROR_REPARSE_ATTRIBUTE_CONFLICT);
@@ -257,8 +265,7 @@ TEST_F(FilesReparse, FinalPaths) {
   EXPECT_EQ(final(Path(u"JUNCTION"), FILE_FLAG_BACKUP_SEMANTICS), u"\\\\?\\" + Path(u"Target"));
   EXPECT_EQ(final(Path(u"junction\\INNER"), kOpenLink), u"\\\\?\\" + Path(u"Target\\Inner"));
   EXPECT_EQ(final(Path(u"junction\\inner\\inner"), FILE_FLAG_BACKUP_SEMANTICS), u"\\\\?\\" + Path(u"Target"));
-  EXPECT_EQ(GetFinalPathNameByHandle()(INVALID_HANDLE_VALUE, nullptr, 0, 0), 0u);
-  EXPECT_EQ(GetLastError(), ERROR_INVALID_HANDLE);
+  EXPECT_EQ(ErrorOf(GetFinalPathNameByHandle()(INVALID_HANDLE_VALUE, nullptr, 0, 0)), ERROR_INVALID_HANDLE);
 }
 
 TEST_F(FilesReparse, SparseFiles) {

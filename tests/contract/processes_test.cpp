@@ -1,13 +1,12 @@
 // Other processes' handles, threads, virtual memory, structured exceptions, and ntdll's queries.
 #include <algorithm>
-#include <cstring>
 #include <stdexcept>
-#include <vector>
 
-#include "contract/files_support.h"
+#include "contract/fixture.h"
 
 namespace {
 
+using namespace contract;
 using namespace win32;
 
 constexpr NTSTATUS kInvalidHandle = static_cast<NTSTATUS>(0xC0000008);
@@ -37,7 +36,13 @@ std::u16string Text(const UNICODE_STRING& string) {
   return string.Buffer ? std::u16string(string.Buffer, string.Length / 2) : std::u16string();
 }
 
-class Processes : public contract::FileTest {
+UniqueKernelHandle Mutex(const char16_t* name = nullptr) {
+  return UniqueKernelHandle{CreateMutexW(nullptr, FALSE, name)};
+}
+
+const HANDLE kNothing = reinterpret_cast<HANDLE>(ULONG_PTR{0xF000});
+
+class Processes : public FileTest {
  protected:
   const NtQuerySystemInformationFunction querySystem =
       Entry<NtQuerySystemInformationFunction>("NtQuerySystemInformation");
@@ -74,9 +79,9 @@ class Processes : public contract::FileTest {
 };
 
 TEST_F(Processes, TheHandleTableListsOurOpenFiles) {
-  contract::Put(Path(u"file"));
-  const auto file = contract::Open(Path(u"file"), GENERIC_READ, contract::kShareAll);
-  const UniqueKernelHandle mutex{CreateMutexW(nullptr, FALSE, nullptr)};
+  Put(Path(u"file"));
+  const auto file = Open(Path(u"file"), GENERIC_READ, kShareAll);
+  const UniqueKernelHandle mutex = Mutex();
   Buffer table = Ask(SystemHandleInformationClass);
   auto& header = table.As<SYSTEM_HANDLE_INFORMATION>();
   ASSERT_LE(8 + header.NumberOfHandles * sizeof(SYSTEM_HANDLE_TABLE_ENTRY_INFO), table.size);
@@ -89,7 +94,7 @@ TEST_F(Processes, TheHandleTableListsOurOpenFiles) {
   }
   ASSERT_TRUE(ofFile && ofMutex);
   EXPECT_NE(ofFile->GrantedAccess & FILE_READ_DATA, 0u);
-  if (contract::OnWine()) return;  // which leaves the types' numbers and the objects' addresses out
+  if (OnWine()) return;  // which leaves the types' numbers and the objects' addresses out
   EXPECT_NE(ofFile->ObjectTypeIndex, ofMutex->ObjectTypeIndex);
   EXPECT_NE(ofFile->Object, ofMutex->Object);
 }
@@ -131,12 +136,11 @@ TEST_F(Processes, TheTerminalServiceTellsWhoseOurProcessIs) {
   ASSERT_TRUE(own->pUserSid);
   EXPECT_TRUE(EqualSid(own->pUserSid, user.As<TOKEN_USER>().User.Sid));
   WTSFreeMemory(list);
-  EXPECT_FALSE(WTSEnumerateProcessesW(WTS_CURRENT_SERVER_HANDLE, 1, 1, &list, &count));
-  EXPECT_EQ(GetLastError(), ERROR_INVALID_PARAMETER);
+  EXPECT_EQ(ErrorOf(WTSEnumerateProcessesW(WTS_CURRENT_SERVER_HANDLE, 1, 1, &list, &count)), ERROR_INVALID_PARAMETER);
 }
 
 TEST_F(Processes, QueriesOfTheSystemTellHowMuchRoomTheyNeed) {
-  const UniqueKernelHandle one{CreateMutexW(nullptr, FALSE, nullptr)}, another{CreateMutexW(nullptr, FALSE, nullptr)};
+  const UniqueKernelHandle one = Mutex(), another = Mutex();
   for (const int informationClass : {SystemProcessInformationClass, SystemHandleInformationClass}) {
     Buffer little(40);
     ULONG needed = 0;
@@ -147,11 +151,10 @@ TEST_F(Processes, QueriesOfTheSystemTellHowMuchRoomTheyNeed) {
 }
 
 TEST_F(Processes, AFilesNameIsToldWithItsDeviceOrWithout) {
-  contract::Put(Path(u"file"));
-  contract::MakeDirectory(Path(u"folder"));
-  const auto file = contract::Open(Path(u"file"), GENERIC_READ, contract::kShareAll);
-  const auto folder =
-      contract::Open(Path(u"folder"), GENERIC_READ, contract::kShareAll, OPEN_EXISTING, FILE_FLAG_BACKUP_SEMANTICS);
+  Put(Path(u"file"));
+  MakeDirectory(Path(u"folder"));
+  const auto file = Open(Path(u"file"), GENERIC_READ, kShareAll);
+  const auto folder = Open(Path(u"folder"), GENERIC_READ, kShareAll, OPEN_EXISTING, FILE_FLAG_BACKUP_SEMANTICS);
   char16_t device[300] = {};
   ASSERT_NE(QueryDosDeviceW(u"C:", device, 300), 0u);
   for (const auto& [handle, name] : {std::pair{file.get(), u"file"}, {folder.get(), u"folder"}}) {
@@ -168,21 +171,26 @@ TEST_F(Processes, AFilesNameIsToldWithItsDeviceOrWithout) {
 }
 
 TEST_F(Processes, ANameWithoutRoomIsToldInPartOrNotAtAll) {
-  contract::Put(Path(u"file"));
-  const auto file = contract::Open(Path(u"file"), GENERIC_READ, contract::kShareAll);
-  const UniqueKernelHandle named{CreateMutexW(nullptr, FALSE, u"contract test named")};
+  Put(Path(u"file"));
+  const auto file = Open(Path(u"file"), GENERIC_READ, kShareAll);
+  const UniqueKernelHandle named = Mutex(u"contract test named");
   const auto full = static_cast<ULONG>(16 + (ObjectText(file.get(), ObjectNameInformation).size() + 1) * 2);
   Buffer buffer(4096);
-  ULONG needed = 0;
-  EXPECT_EQ(queryObject(file.get(), ObjectNameInformation, buffer.data(), 0, &needed), STATUS_INFO_LENGTH_MISMATCH);
-  EXPECT_EQ(needed, full);
-  EXPECT_EQ(queryObject(file.get(), ObjectNameInformation, buffer.data(), 16, &needed), STATUS_BUFFER_OVERFLOW);
-  EXPECT_EQ(needed, full);
-  EXPECT_EQ(queryObject(named.get(), ObjectNameInformation, buffer.data(), 16, &needed), STATUS_INFO_LENGTH_MISMATCH);
-  EXPECT_GT(needed, 16u);
-  EXPECT_EQ(queryObject(named.get(), ObjectTypeInformation, buffer.data(), 0, &needed), STATUS_INFO_LENGTH_MISMATCH);
-  EXPECT_GT(needed, 16u);
-
+  const struct {
+    HANDLE handle;
+    int informationClass;
+    ULONG size;
+    NTSTATUS status;
+    ULONG needed;  // 0: more than there is
+  } cases[] = {{file.get(), ObjectNameInformation, 0, STATUS_INFO_LENGTH_MISMATCH, full},
+               {file.get(), ObjectNameInformation, 16, STATUS_BUFFER_OVERFLOW, full},
+               {named.get(), ObjectNameInformation, 16, STATUS_INFO_LENGTH_MISMATCH, 0},
+               {named.get(), ObjectTypeInformation, 0, STATUS_INFO_LENGTH_MISMATCH, 0}};
+  for (const auto& one : cases) {
+    ULONG needed = 0;
+    EXPECT_EQ(queryObject(one.handle, one.informationClass, buffer.data(), one.size, &needed), one.status);
+    EXPECT_TRUE(one.needed == 0 ? needed > 16 : needed == one.needed) << &one - cases;
+  }
   IO_STATUS_BLOCK status{};
   EXPECT_EQ(queryFile(file.get(), &status, buffer.data(), 4, FileNameInformation), STATUS_INFO_LENGTH_MISMATCH);
   EXPECT_EQ(queryFile(file.get(), &status, buffer.data(), 10, FileNameInformation), STATUS_BUFFER_OVERFLOW);
@@ -190,7 +198,7 @@ TEST_F(Processes, ANameWithoutRoomIsToldInPartOrNotAtAll) {
 }
 
 TEST_F(Processes, WhatHasNoNameIsAnsweredWithNone) {
-  const UniqueKernelHandle mutex{CreateMutexW(nullptr, FALSE, nullptr)};
+  const UniqueKernelHandle mutex = Mutex();
   Buffer buffer(256);
   ASSERT_EQ(queryObject(mutex.get(), ObjectNameInformation, buffer.data(), buffer.size, nullptr), STATUS_SUCCESS);
   EXPECT_EQ(buffer.As<UNICODE_STRING>().Length, 0);
@@ -199,13 +207,12 @@ TEST_F(Processes, WhatHasNoNameIsAnsweredWithNone) {
 }
 
 TEST_F(Processes, QueriesRefuseWhatTheyAreNotFor) {
-  const UniqueKernelHandle mutex{CreateMutexW(nullptr, FALSE, nullptr)};
-  const HANDLE nothing = reinterpret_cast<HANDLE>(ULONG_PTR{0xF000});
+  const UniqueKernelHandle mutex = Mutex();
   Buffer buffer(256);
   IO_STATUS_BLOCK status{};
   SetLastError(4711);
-  EXPECT_EQ(queryObject(nothing, ObjectNameInformation, buffer.data(), buffer.size, nullptr), kInvalidHandle);
-  EXPECT_EQ(queryFile(nothing, &status, buffer.data(), buffer.size, FileNameInformation), kInvalidHandle);
+  EXPECT_EQ(queryObject(kNothing, ObjectNameInformation, buffer.data(), buffer.size, nullptr), kInvalidHandle);
+  EXPECT_EQ(queryFile(kNothing, &status, buffer.data(), buffer.size, FileNameInformation), kInvalidHandle);
   EXPECT_EQ(queryFile(mutex.get(), &status, buffer.data(), buffer.size, FileNameInformation), kObjectTypeMismatch);
   EXPECT_FALSE(NT_SUCCESS(queryThread(GetCurrentThread(), 9999, buffer.data(), buffer.size, nullptr)));
   EXPECT_EQ(queryProcess(GetCurrentProcess(), ProcessBasicInformation, buffer.data(), 8, nullptr),
@@ -225,14 +232,13 @@ TEST_F(Processes, OurProcessCanBeOpenedByItsId) {
   EXPECT_EQ(WaitForSingleObject(process.get(), 0), WAIT_FAILED);  // not opened for that
   EXPECT_EQ(GetLastError(), ERROR_ACCESS_DENIED);
   for (const DWORD unknown : {0u, 0x7FFFFFF0u}) {
-    EXPECT_FALSE(OpenProcess(PROCESS_DUP_HANDLE, FALSE, unknown));
-    EXPECT_EQ(GetLastError(), ERROR_INVALID_PARAMETER);
+    EXPECT_EQ(ErrorOf(OpenProcess(PROCESS_DUP_HANDLE, FALSE, unknown)), ERROR_INVALID_PARAMETER);
   }
 }
 
 TEST_F(Processes, ADuplicateIsTheSameOpenFile) {
-  contract::Put(Path(u"file"), "0123456789");
-  auto file = contract::Open(Path(u"file"), GENERIC_READ, 0);
+  Put(Path(u"file"), "0123456789");
+  auto file = Open(Path(u"file"), GENERIC_READ, 0);
   const UniqueKernelHandle process{OpenProcess(PROCESS_DUP_HANDLE, FALSE, GetCurrentProcessId())};
   UniqueFile duplicate;
   ASSERT_TRUE(DuplicateHandle(process.get(), file.get(), GetCurrentProcess(), duplicate.put(), 0, FALSE,
@@ -244,14 +250,14 @@ TEST_F(Processes, ADuplicateIsTheSameOpenFile) {
   EXPECT_TRUE(ReadFile(duplicate.get(), second, 3, &read, nullptr));
   EXPECT_STREQ(second, "345");  // the position is shared
   file.reset();
-  EXPECT_EQ(contract::OpenError(Path(u"file"), GENERIC_READ), ERROR_SHARING_VIOLATION);
+  EXPECT_EQ(OpenError(Path(u"file"), GENERIC_READ), ERROR_SHARING_VIOLATION);
   duplicate.reset();
-  EXPECT_EQ(contract::OpenError(Path(u"file"), GENERIC_READ), 0u);
+  EXPECT_EQ(OpenError(Path(u"file"), GENERIC_READ), 0u);
 
   HANDLE none = nullptr;
-  EXPECT_FALSE(DuplicateHandle(process.get(), reinterpret_cast<HANDLE>(ULONG_PTR{0xF000}), GetCurrentProcess(), &none,
-                               0, FALSE, DUPLICATE_SAME_ACCESS));
-  EXPECT_EQ(GetLastError(), ERROR_INVALID_HANDLE);
+  EXPECT_EQ(
+      ErrorOf(DuplicateHandle(process.get(), kNothing, GetCurrentProcess(), &none, 0, FALSE, DUPLICATE_SAME_ACCESS)),
+      ERROR_INVALID_HANDLE);
 }
 
 TEST_F(Processes, AThreadRunsAndIsAwaited) {
@@ -302,8 +308,7 @@ TEST_F(Processes, VirtualMemoryIsEmptyAndGivenBack) {
   EXPECT_FALSE(VirtualFree(memory, 65'536, MEM_RELEASE));  // the size must be 0
   EXPECT_EQ(GetLastError(), ERROR_INVALID_PARAMETER);
   EXPECT_TRUE(VirtualFree(memory, 0, MEM_RELEASE));
-  EXPECT_FALSE(VirtualAlloc(nullptr, 0, MEM_COMMIT | MEM_RESERVE, PAGE_READWRITE));
-  EXPECT_EQ(GetLastError(), ERROR_INVALID_PARAMETER);
+  EXPECT_EQ(ErrorOf(VirtualAlloc(nullptr, 0, MEM_COMMIT | MEM_RESERVE, PAGE_READWRITE)), ERROR_INVALID_PARAMETER);
 }
 
 // What the filter was asked about.
@@ -319,18 +324,16 @@ TEST_F(Processes, ACallWithoutExceptionIsLeftAlone) {
   EXPECT_TRUE(CallWithExceptionFilter([](void* context) { *static_cast<int*>(context) = 5; }, &value, Handle));
   EXPECT_EQ(value, 5);
   // C++ exceptions are the program's own affair.
-  EXPECT_THROW(CallWithExceptionFilter([](void*) { throw std::runtime_error("x"); }, nullptr, Handle),
-               std::runtime_error);
-  EXPECT_THROW(CallWithExceptionFilter(
-                   [](void*) {
-                     try {
-                       throw 1;
-                     } catch (int) {
-                       throw std::runtime_error("x");
-                     }
-                   },
-                   nullptr, Handle),
-               std::runtime_error);
+  const auto throwing = [](void* withAnotherBefore) {
+    try {
+      if (withAnotherBefore) throw 1;
+    } catch (int) {
+      throw std::runtime_error("x");
+    }
+    throw std::runtime_error("x");
+  };
+  for (int* const context : {&value, static_cast<int*>(nullptr)})
+    EXPECT_THROW(CallWithExceptionFilter(throwing, context, Handle), std::runtime_error);
   EXPECT_EQ(askedAbout, 0u);
 }
 

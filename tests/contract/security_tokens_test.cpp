@@ -1,13 +1,12 @@
 // Tokens, privileges and AccessCheck.
-#include <vector>
-
-#include "contract/fixture.h"
+#include "contract/security_support.h"
 
 namespace {
 
+using namespace contract;
 using namespace win32;
 
-class Tokens : public contract::FileTest {
+class Tokens : public FileTest {
  protected:
   ~Tokens() override { RevertToSelf(); }
 
@@ -28,8 +27,7 @@ class Tokens : public contract::FileTest {
 
 TEST_F(Tokens, AThreadHasATokenOnlyWhileItImpersonates) {
   UniqueKernelHandle token;
-  EXPECT_FALSE(OpenThreadToken(GetCurrentThread(), TOKEN_QUERY, FALSE, token.put()));
-  EXPECT_EQ(GetLastError(), ERROR_NO_TOKEN);
+  EXPECT_EQ(ErrorOf(OpenThreadToken(GetCurrentThread(), TOKEN_QUERY, FALSE, token.put())), ERROR_NO_TOKEN);
   ASSERT_TRUE(ImpersonateSelf(SECURITY_IMPERSONATION_LEVEL::SecurityImpersonation));
   EXPECT_TRUE(OpenThreadToken(GetCurrentThread(), TOKEN_QUERY, FALSE, token.put()));
   EXPECT_TRUE(RevertToSelf());
@@ -41,8 +39,7 @@ TEST_F(Tokens, InformationTellsItsSizeFirstAndPointsIntoItsBuffer) {
   for (const auto kind : {TOKEN_INFORMATION_CLASS::TokenUser, TOKEN_INFORMATION_CLASS::TokenGroups,
                           TOKEN_INFORMATION_CLASS::TokenPrivileges}) {
     DWORD needed = 0;
-    EXPECT_FALSE(GetTokenInformation(token.get(), kind, nullptr, 0, &needed));
-    EXPECT_EQ(GetLastError(), ERROR_INSUFFICIENT_BUFFER);
+    EXPECT_EQ(ErrorOf(GetTokenInformation(token.get(), kind, nullptr, 0, &needed)), ERROR_INSUFFICIENT_BUFFER);
     std::vector<std::uint64_t> buffer(needed / 8 + 1);
     ASSERT_TRUE(GetTokenInformation(token.get(), kind, buffer.data(), needed, &needed));
     if (kind != TOKEN_INFORMATION_CLASS::TokenGroups) continue;
@@ -62,35 +59,28 @@ TEST_F(Tokens, AdjustingSucceedsAndSaysInTheLastErrorWhetherAllWereHeld) {
   EXPECT_EQ(Enable(token.get(), u"SeBackupPrivilege"), ERROR_SUCCESS);
   EXPECT_EQ(Enable(token.get(), u"SeBackupPrivilege", 0), ERROR_SUCCESS);
   LUID luid;
-  EXPECT_FALSE(LookupPrivilegeValueW(nullptr, u"SeNoSuchPrivilege", &luid));
-  EXPECT_EQ(GetLastError(), ERROR_NO_SUCH_PRIVILEGE);
-  if (!contract::OnWine()) {
+  EXPECT_EQ(ErrorOf(LookupPrivilegeValueW(nullptr, u"SeNoSuchPrivilege", &luid)), ERROR_NO_SUCH_PRIVILEGE);
+  if (!OnWine()) {
     EXPECT_EQ(Enable(token.get(), u"SeCreateTokenPrivilege"), ERROR_NOT_ALL_ASSIGNED);
   }
 
   const UniqueKernelHandle queryOnly = ProcessToken(TOKEN_QUERY);
   TOKEN_PRIVILEGES none{};
-  EXPECT_FALSE(AdjustTokenPrivileges(queryOnly.get(), FALSE, &none, 0, nullptr, nullptr));
-  EXPECT_EQ(GetLastError(), ERROR_ACCESS_DENIED);
+  EXPECT_EQ(ErrorOf(AdjustTokenPrivileges(queryOnly.get(), FALSE, &none, 0, nullptr, nullptr)), ERROR_ACCESS_DENIED);
 }
 
 TEST_F(Tokens, MembershipIsOfTheEffectiveToken) {
-  SID_IDENTIFIER_AUTHORITY nt{{0, 0, 0, 0, 0, 5}};
-  UniqueSid administrators, stranger;
-  ASSERT_TRUE(AllocateAndInitializeSid(&nt, 2, SECURITY_BUILTIN_DOMAIN_RID, DOMAIN_ALIAS_RID_ADMINS, 0, 0, 0, 0, 0, 0,
-                                       administrators.put()));
-  ASSERT_TRUE(AllocateAndInitializeSid(&nt, 5, 21, 1, 2, 3, 4, 0, 0, 0, stranger.put()));
-  BOOL member = FALSE;
-  EXPECT_TRUE(CheckTokenMembership(nullptr, administrators.get(), &member));
-  EXPECT_TRUE(member);
-  EXPECT_TRUE(CheckTokenMembership(nullptr, stranger.get(), &member));
-  EXPECT_FALSE(member);
+  for (const auto& [sid, isMember] : {std::pair{u"S-1-5-32-544", TRUE}, {u"S-1-5-21-1-2-3-4", FALSE}}) {
+    UniqueLocalMemory group;
+    BOOL member = !isMember;
+    ASSERT_TRUE(ConvertStringSidToSidW(sid, group.put()));
+    EXPECT_TRUE(CheckTokenMembership(nullptr, group.get(), &member));
+    EXPECT_EQ(member, isMember);
+  }
 }
 
 TEST_F(Tokens, AccessCheckWantsAnImpersonationTokenAndMappedRights) {
-  PSECURITY_DESCRIPTOR parsed = nullptr;
-  ASSERT_TRUE(ConvertStringSecurityDescriptorToSecurityDescriptorW(u"O:SYG:SYD:(A;;FR;;;WD)", 1, &parsed, nullptr));
-  const UniqueLocalMemory descriptor{parsed};
+  const UniqueLocalMemory descriptor = Parse(u"O:SYG:SYD:(A;;FR;;;WD)");
   GENERIC_MAPPING mapping{FILE_GENERIC_READ, FILE_GENERIC_WRITE, FILE_GENERIC_EXECUTE, FILE_ALL_ACCESS};
   PRIVILEGE_SET privileges{};
   DWORD length = sizeof privileges, granted = 0;
@@ -100,8 +90,7 @@ TEST_F(Tokens, AccessCheckWantsAnImpersonationTokenAndMappedRights) {
     return AccessCheck(descriptor.get(), token, desired, &mapping, &privileges, &length, &granted, &allowed);
   };
   const UniqueKernelHandle primary = ProcessToken(TOKEN_QUERY);
-  EXPECT_FALSE(check(primary.get(), FILE_READ_DATA));
-  EXPECT_EQ(GetLastError(), ERROR_NO_IMPERSONATION_TOKEN);
+  EXPECT_EQ(ErrorOf(check(primary.get(), FILE_READ_DATA)), ERROR_NO_IMPERSONATION_TOKEN);
 
   ASSERT_TRUE(ImpersonateSelf(SECURITY_IMPERSONATION_LEVEL::SecurityImpersonation));
   UniqueKernelHandle token;
@@ -113,8 +102,7 @@ TEST_F(Tokens, AccessCheckWantsAnImpersonationTokenAndMappedRights) {
   EXPECT_FALSE(allowed);
   EXPECT_EQ(granted, 0u);
   EXPECT_EQ(GetLastError(), ERROR_ACCESS_DENIED);
-  EXPECT_FALSE(check(token.get(), GENERIC_READ));
-  EXPECT_EQ(GetLastError(), ERROR_GENERIC_NOT_MAPPED);
+  EXPECT_EQ(ErrorOf(check(token.get(), GENERIC_READ)), ERROR_GENERIC_NOT_MAPPED);
 }
 
 }  // namespace

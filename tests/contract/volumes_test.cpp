@@ -1,19 +1,13 @@
 // Drives, volume names and mounted folders.
-#include <gtest/gtest.h>
-
 #include "contract/fixture.h"
-#include "win32/file.h"
-#include "win32/system.h"
-#include "win32/volume.h"
 
 namespace {
 
+using namespace contract;
 using namespace win32;
 
-class Volumes : public contract::FileTest {
+class Volumes : public FileTest {
  protected:
-  static DWORD ErrorOf(BOOL result) { return result ? 0 : GetLastError(); }
-
   static std::u16string NameOf(const char16_t* mountPoint) {
     char16_t name[50];
     return GetVolumeNameForVolumeMountPointW(mountPoint, name, 50) ? std::u16string(name) : std::u16string();
@@ -39,10 +33,8 @@ TEST_F(Volumes, DosDevices) {
   char16_t target[300];
   ASSERT_NE(QueryDosDeviceW(drive.substr(0, 2).c_str(), target, 300), 0u);
   EXPECT_TRUE(std::u16string_view(target).starts_with(u"\\Device\\HarddiskVolume"));
-  EXPECT_EQ(QueryDosDeviceW(u"Q:", target, 300), 0u);
-  EXPECT_EQ(GetLastError(), ERROR_FILE_NOT_FOUND);
-  EXPECT_EQ(QueryDosDeviceW(drive.substr(0, 2).c_str(), target, 4), 0u);
-  EXPECT_EQ(GetLastError(), ERROR_INSUFFICIENT_BUFFER);
+  EXPECT_EQ(ErrorOf(QueryDosDeviceW(u"Q:", target, 300)), ERROR_FILE_NOT_FOUND);
+  EXPECT_EQ(ErrorOf(QueryDosDeviceW(drive.substr(0, 2).c_str(), target, 4)), ERROR_INSUFFICIENT_BUFFER);
 }
 
 TEST_F(Volumes, Information) {
@@ -55,11 +47,11 @@ TEST_F(Volumes, Information) {
       ErrorOf(GetVolumeInformationW((scratch + u"\\").c_str(), label, 100, nullptr, nullptr, nullptr, nullptr, 0)),
       ERROR_DIR_NOT_ROOT);
   EXPECT_TRUE(GetVolumeInformationW((u"\\\\?\\" + drive).c_str(), label, 100, nullptr, nullptr, nullptr, nullptr, 0));
-  EXPECT_TRUE(contract::OnWine() ||  // which answers that it is no root
+  EXPECT_TRUE(OnWine() ||  // which answers that it is no root
               ErrorOf(GetVolumeInformationW(scratch.c_str(), label, 100, nullptr, nullptr, nullptr, nullptr, 0)) ==
                   ERROR_INVALID_NAME);
   EXPECT_NE(ErrorOf(GetVolumeInformationW(u"Q:\\", label, 100, nullptr, nullptr, nullptr, nullptr, 0)), 0u);
-  if (!contract::OnWine()) {
+  if (!OnWine()) {
     EXPECT_EQ(std::u16string(system), u"NTFS");
   }
 }
@@ -71,7 +63,7 @@ TEST_F(Volumes, FreeSpaceOfAnyFolder) {
   EXPECT_LT(free.QuadPart, total.QuadPart);
   EXPECT_TRUE(GetDiskFreeSpaceExW((scratch + u"\\").c_str(), &available, nullptr, nullptr));
   const DWORD error = ErrorOf(GetDiskFreeSpaceExW((scratch + u"\\missing").c_str(), &available, nullptr, nullptr));
-  EXPECT_EQ(error, contract::OnWine() ? ERROR_FILE_NOT_FOUND : ERROR_PATH_NOT_FOUND);
+  EXPECT_EQ(error, OnWine() ? ERROR_FILE_NOT_FOUND : ERROR_PATH_NOT_FOUND);
 }
 
 TEST_F(Volumes, NamesOfMountPoints) {
@@ -85,14 +77,13 @@ TEST_F(Volumes, NamesOfMountPoints) {
   EXPECT_EQ(ErrorOf(GetVolumeNameForVolumeMountPointW((scratch + u"\\").c_str(), buffer, 50)),
             ERROR_NOT_A_REPARSE_POINT);
   const DWORD error = ErrorOf(GetVolumeNameForVolumeMountPointW((scratch + u"\\missing\\").c_str(), buffer, 50));
-  EXPECT_EQ(error, contract::OnWine() ? ERROR_NOT_A_REPARSE_POINT : ERROR_FILE_NOT_FOUND);
+  EXPECT_EQ(error, OnWine() ? ERROR_NOT_A_REPARSE_POINT : ERROR_FILE_NOT_FOUND);
 }
 
 TEST_F(Volumes, AreEnumerated) {
   const std::u16string ours = NameOf(drive.c_str());
   char16_t name[50];
-  EXPECT_EQ(FindFirstVolumeW(name, 49), INVALID_HANDLE_VALUE);
-  EXPECT_EQ(GetLastError(), ERROR_FILENAME_EXCED_RANGE);
+  EXPECT_EQ(ErrorOf(FindFirstVolumeW(name, 49)), ERROR_FILENAME_EXCED_RANGE);
   const HANDLE search = FindFirstVolumeW(name, 50);
   ASSERT_NE(search, INVALID_HANDLE_VALUE);
   bool found = false;
@@ -125,22 +116,24 @@ TEST_F(Volumes, WhereThePathsVolumeBegins) {
   char16_t root[300];
   ASSERT_TRUE(GetVolumePathNameW((scratch + u"\\missing\\below").c_str(), root, 300));
   EXPECT_EQ(std::u16string(root), drive);
-  const auto begin = [](const char16_t* path, DWORD size) {
-    char16_t buffer[300];
-    return GetVolumePathNameW(path, buffer, size)
-               ? std::u16string(buffer)
-               : u"error " + std::u16string(1, static_cast<char16_t>(GetLastError()));
-  };
-  EXPECT_EQ(begin(u"c:/windows", 300), u"C:\\");
-  EXPECT_EQ(begin(u"\\\\?\\c:\\missing", 300), u"\\\\?\\c:\\");
-  EXPECT_EQ(begin(u"C:\\windows", 3), u"C:") << "the backslash is left out when it alone has no room";
-  EXPECT_EQ(ErrorOf(GetVolumePathNameW(u"C:\\", root, 2)), ERROR_FILENAME_EXCED_RANGE);
-  EXPECT_EQ(ErrorOf(GetVolumePathNameW(u"\\\\?\\NoDrive:\\x", root, 300)), ERROR_INVALID_NAME);
-  EXPECT_EQ(ErrorOf(GetVolumePathNameW(u"\\\\nowhere\\share:\\x", root, 300)), ERROR_INVALID_NAME);
-  EXPECT_EQ(ErrorOf(GetVolumePathNameW(u"?:x\\y", root, 300)), ERROR_FILE_NOT_FOUND);
-  EXPECT_EQ(ErrorOf(GetVolumePathNameW(scratch.c_str(), root, 0)), ERROR_INVALID_PARAMETER);
-  EXPECT_EQ(ErrorOf(GetVolumePathNameW(u"", root, 300)), ERROR_INVALID_PARAMETER);
-  EXPECT_EQ(ErrorOf(GetVolumePathNameW(u"Q:\\x", root, 300)), ERROR_FILE_NOT_FOUND);
+  const struct {
+    std::u16string path;
+    DWORD size, error;
+    std::u16string begin;
+  } cases[] = {{u"c:/windows", 300, 0, u"C:\\"},
+               {u"\\\\?\\c:\\missing", 300, 0, u"\\\\?\\c:\\"},
+               {u"C:\\windows", 3, 0, u"C:"},  // the backslash is left out when it alone has no room
+               {u"C:\\", 2, ERROR_FILENAME_EXCED_RANGE, u""},
+               {u"\\\\?\\NoDrive:\\x", 300, ERROR_INVALID_NAME, u""},
+               {u"\\\\nowhere\\share:\\x", 300, ERROR_INVALID_NAME, u""},
+               {u"?:x\\y", 300, ERROR_FILE_NOT_FOUND, u""},
+               {scratch, 0, ERROR_INVALID_PARAMETER, u""},
+               {u"", 300, ERROR_INVALID_PARAMETER, u""},
+               {u"Q:\\x", 300, ERROR_FILE_NOT_FOUND, u""}};
+  for (const auto& one : cases) {
+    EXPECT_EQ(ErrorOf(GetVolumePathNameW(one.path.c_str(), root, one.size)), one.error) << &one - cases;
+    EXPECT_TRUE(one.error != 0 || one.begin == root) << &one - cases;
+  }
 }
 
 TEST_F(Volumes, MountedFolders) {

@@ -23,11 +23,10 @@ std::string Inherited(std::u16string_view parent, bool isContainer,
 }
 
 TEST(SecurityInheritance, FlagsDecideWhoInheritsWhat) {
-  struct Case {
+  const struct {
     const char16_t* parent;
     const char *directory, *file;
-  };
-  const Case cases[] = {
+  } cases[] = {
       {u"D:(A;OICI;FA;;;BA)", "D:AI(A;OICIID;FA;;;BA)", "D:AI(A;ID;FA;;;BA)"},
       {u"D:(A;OI;FA;;;BA)(A;CI;FR;;;BU)", "D:AI(A;OIIOID;FA;;;BA)(A;CIID;FR;;;BU)", "D:AI(A;ID;FA;;;BA)"},
       {u"D:(A;OICIIO;FA;;;BA)(A;;FA;;;SY)", "D:AI(A;OICIID;FA;;;BA)", "D:AI(A;ID;FA;;;BA)"},
@@ -38,28 +37,24 @@ TEST(SecurityInheritance, FlagsDecideWhoInheritsWhat) {
       {u"D:(A;OI;FA;;;BA)(A;CINP;FR;;;CG)", "D:AI(A;OIIOID;FA;;;BA)(A;ID;FR;;;S-1-5-21-1-2-3-513)",
        "D:AI(A;ID;FA;;;BA)"},
   };
-  for (const Case& one : cases) {
+  for (const auto& one : cases) {
     EXPECT_EQ(Inherited(one.parent, true), one.directory);
     EXPECT_EQ(Inherited(one.parent, false), one.file);
   }
 }
 
-TEST(SecurityInheritance, WithNothingToInheritTheTokensDefaultsHold) {
-  EXPECT_EQ(Inherited(u"D:(A;;FA;;;WD)", false), "D:(A;;FA;;;S-1-5-21-1-2-3-1001)(A;;FA;;;SY)");
-}
-
-TEST(SecurityInheritance, ACreatorsDaclComesFirstAloneWhenProtectedAndNullWhenNull) {
+TEST(SecurityInheritance, CreatorAndTokenHaveTheirPart) {
+  EXPECT_EQ(Inherited(u"D:(A;;FA;;;WD)", false), "D:(A;;FA;;;S-1-5-21-1-2-3-1001)(A;;FA;;;SY)")
+      << "with nothing to inherit the token's defaults hold";
   constexpr std::u16string_view kParent = u"D:(A;OICI;FA;;;BA)";
   EXPECT_EQ(Inherited(kParent, true, u"D:(A;;GR;;;WD)(A;ID;FA;;;AN)"), "D:AI(A;;FR;;;WD)(A;OICIID;FA;;;BA)");
   EXPECT_EQ(Inherited(kParent, true, u"D:P(A;;GR;;;WD)"), "D:PAI(A;;FR;;;WD)");
   EXPECT_EQ(Inherited(kParent, true, u"D:NO_ACCESS_CONTROL"), "D:NO_ACCESS_CONTROL");
-}
-
-TEST(SecurityInheritance, AnAdministratorsObjectsBelongToTheGroup) {
+  // An administrator's objects belong to the group.
   const auto administrator = MakeAdministratorToken(SidFromText(u"S-1-5-21-1-2-3-500"));
-  const Bytes parent = Descriptor(u"D:(A;OICI;FA;;;BA)");
-  const Bytes made = NewObjectDescriptor(*administrator, ByteView(parent), std::nullopt, false, kFileMapping);
-  EXPECT_EQ(Text(made, win32::OWNER_SECURITY_INFORMATION | win32::GROUP_SECURITY_INFORMATION),
+  const Bytes parent = Descriptor(kParent);
+  EXPECT_EQ(Text(NewObjectDescriptor(*administrator, ByteView(parent), std::nullopt, false, kFileMapping),
+                 win32::OWNER_SECURITY_INFORMATION | win32::GROUP_SECURITY_INFORMATION),
             "O:BAG:S-1-5-21-1-2-3-513");
 }
 
@@ -84,8 +79,11 @@ TEST(SecurityInheritance, AnUnsaidProtectionStays) {
 
 TEST(SecurityInheritance, AListThatGrowsTooLongFails) {
   std::u16string many = u"D:", half = u"D:";
-  for (int i = 0; i < 1200; ++i) many += u"(A;OICI;FA;;;S-1-5-21-1-2-3-" + Utf16(std::to_string(i)) + u")";
-  for (int i = 0; i < 1200; ++i) half += u"(A;;FA;;;S-1-5-21-1-2-3-" + Utf16(std::to_string(i)) + u")";
+  for (int i = 0; i < 1200; ++i) {
+    const std::u16string sid = u"FA;;;S-1-5-21-1-2-3-" + Utf16(std::to_string(i)) + u")";
+    many += u"(A;OICI;" + sid;
+    half += u"(A;;" + sid;
+  }
   const Bytes parent = Descriptor(many), child = Descriptor(half);
   ASSERT_FALSE(parent.empty() || child.empty());
   EXPECT_TRUE(ApplyDacl(child, ViewDescriptor(child)->dacl, kDacl, ByteView(parent), true, kFileMapping).empty());

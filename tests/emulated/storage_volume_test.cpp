@@ -7,6 +7,7 @@
 #include "support/images.h"
 #include "win32/constants.h"
 #include "win32/emulated/storage/volume.h"
+#include "win32/emulated/text.h"
 
 namespace emulated {
 namespace {
@@ -51,11 +52,9 @@ class StorageVolume : public testing::Test {
 
 TEST_F(StorageVolume, RefusesNamesThatNtfsDoesNotTake) {
   FileId file = 0;
-  for (const std::u16string& name :
-       {std::u16string(), std::u16string(u"."), std::u16string(u".."), std::u16string(u"a\\b"), std::u16string(u"a:b"),
-        std::u16string(u"a?"), std::u16string(u"a\x1F"), std::u16string(1, u'\0'), std::u16string(256, u'n')}) {
-    EXPECT_EQ(win32::ERROR_INVALID_NAME, TryMake(name, file));
-  }
+  const std::vector<std::u16string> bad{
+      u"", u".", u"..", u"a\\b", u"a:b", u"a?", u"a\x1F", std::u16string(1, u'\0'), std::u16string(256, u'n')};
+  for (const std::u16string& name : bad) EXPECT_EQ(win32::ERROR_INVALID_NAME, TryMake(name, file));
   EXPECT_EQ(0u, TryMake(std::u16string(255, u'n'), file));
   EXPECT_EQ(win32::ERROR_ALREADY_EXISTS, TryMake(std::u16string(255, u'N'), file));
   EXPECT_EQ(win32::ERROR_ACCESS_DENIED, TryMake(u"$mft", file));
@@ -84,11 +83,11 @@ TEST_F(StorageVolume, AStaleReferenceFindsNothingAlsoWhenItsRecordIsUsedAgain) {
 
 TEST_F(StorageVolume, AFullVolumeKeepsWhatFitsAndNothingHalf) {
   Format(4);
+  const auto content = [](std::size_t number) { return Bytes(3000, static_cast<std::uint8_t>(number)); };
   std::vector<FileId> files;
   win32::DWORD error = 0;
   for (std::uint32_t number = 0; error == 0; ++number) {
-    std::u16string name = u"file";
-    for (const char digit : std::to_string(number)) name += static_cast<char16_t>(digit);
+    const std::u16string name = u"file" + Utf16(std::to_string(number));
     FileId file = 0;
     error = volume_->Create(volume_->Root(), name, false, 0, test::NumberedDescriptor(number), kNow, file);
     if (error != 0) {
@@ -96,7 +95,7 @@ TEST_F(StorageVolume, AFullVolumeKeepsWhatFitsAndNothingHalf) {
       break;
     }
     files.push_back(file);
-    error = volume_->Write(file, {}, 0, Bytes(3000, static_cast<std::uint8_t>(number)));
+    error = volume_->Write(file, {}, 0, content(number));
     std::uint64_t size = 0;
     ASSERT_EQ(0u, volume_->StreamSize(file, {}, size));
     EXPECT_EQ(error == 0 ? 3000u : 0u, size);
@@ -104,24 +103,19 @@ TEST_F(StorageVolume, AFullVolumeKeepsWhatFitsAndNothingHalf) {
   EXPECT_EQ(win32::ERROR_DISK_FULL, error);
   EXPECT_GT(files.size(), 100u);
   Remount();
-  for (std::size_t index = 0; index + 1 < files.size(); ++index) {
-    Bytes read(3000);
-    std::size_t done = 0;
-    ASSERT_EQ(0u, volume_->Read(files[index], {}, 0, read, done));
-    EXPECT_EQ(Bytes(3000, static_cast<std::uint8_t>(index)), read);
-    ASSERT_EQ(0u, volume_->GetSecurity(files[index], read));
-    EXPECT_EQ(test::NumberedDescriptor(static_cast<std::uint32_t>(index)), read);
-  }
-
   // A write that is too large leaves the stream as it was; what is deleted is free again.
   const std::uint64_t before = volume_->FreeBytes();
   EXPECT_EQ(win32::ERROR_DISK_FULL, volume_->Write(files[0], {}, 1000, Bytes(4'000'000, 9)));
   EXPECT_EQ(before, volume_->FreeBytes());
-  Bytes read(5000);
-  std::size_t done = 0;
-  ASSERT_EQ(0u, volume_->Read(files[0], {}, 0, read, done));
-  EXPECT_EQ(3000u, done);
-  EXPECT_EQ(Bytes(3000, 0), Bytes(read.begin(), read.begin() + 3000));
+  for (std::size_t index = 0; index + 1 < files.size(); ++index) {
+    Bytes read(5000);
+    std::size_t done = 0;
+    ASSERT_EQ(0u, volume_->Read(files[index], {}, 0, read, done));
+    read.resize(done);
+    EXPECT_EQ(content(index), read);
+    ASSERT_EQ(0u, volume_->GetSecurity(files[index], read));
+    EXPECT_EQ(test::NumberedDescriptor(static_cast<std::uint32_t>(index)), read);
+  }
   ASSERT_EQ(0u, volume_->Unlink(volume_->Root(), u"file1"));
   EXPECT_EQ(before + volume_->ClusterSize(), volume_->FreeBytes());
   ASSERT_EQ(0u, volume_->Unlink(volume_->Root(), u"file2"));
@@ -165,24 +159,6 @@ TEST_F(StorageVolume, ObjectIdsAreUniqueAndGoWithTheirFile) {
   EXPECT_EQ(0u, volume_->SetObjectId(Make(u"third"), id));
 }
 
-TEST_F(StorageVolume, ReparsePointsAreIndexed) {
-  const FileId folder = Make(u"junction", true);
-  Bytes data;
-  AppendLittleEndian(data, std::uint32_t{win32::IO_REPARSE_TAG_MOUNT_POINT});
-  for (const int value : {8 + 8, 0, 0, 4, 6, 0, 0x5C, 0x3F, 0, 0})
-    AppendLittleEndian(data, static_cast<std::uint16_t>(value));
-  EXPECT_EQ(win32::ERROR_DIRECTORY, volume_->SetReparse(Make(u"file"), data));
-  EXPECT_EQ(win32::ERROR_INVALID_REPARSE_DATA, volume_->SetReparse(folder, Bytes(7)));
-  ASSERT_EQ(0u, volume_->SetReparse(folder, data));
-  Remount();
-  std::vector<FileId> files;
-  ASSERT_EQ(0u, volume_->ReparsePoints(files));
-  EXPECT_EQ(std::vector{folder}, files);
-  ASSERT_EQ(0u, volume_->RemoveReparse(folder));
-  ASSERT_EQ(0u, volume_->ReparsePoints(files));
-  EXPECT_TRUE(files.empty());
-}
-
 TEST_F(StorageVolume, OtherReadersSeeTimesAttributesAndOneDescriptorEntryPerFile) {
   const std::string before = Inspect("ntfsinfo -f -v -F '$Secure' i 2>/dev/null | grep -a -c 'Key security id'");
   const FileId folder = Make(u"Folder", true, 1);
@@ -209,19 +185,6 @@ TEST_F(StorageVolume, OtherReadersSeeTimesAttributesAndOneDescriptorEntryPerFile
   // Two new descriptors, each in two indexes.
   EXPECT_EQ(std::to_string(std::stoi(before) + 2 * 2) + "\n",
             Inspect("ntfsinfo -f -v -F '$Secure' i 2>/dev/null | grep -a -c 'Key security id'"));
-}
-
-TEST(StorageMount, RefusesWhatIsNotASoundVolume) {
-  std::unique_ptr<Volume> volume;
-  MemoryDevice empty(1 << 20);
-  EXPECT_EQ(win32::ERROR_UNRECOGNIZED_VOLUME, Volume::Mount(empty, volume));
-  MemoryDevice tiny(100);
-  EXPECT_EQ(win32::ERROR_UNRECOGNIZED_VOLUME, Volume::Mount(tiny, volume));
-  const auto damaged = test::FreshNtfs(16, "Data");
-  for (std::uint64_t offset = 4096; offset < damaged->Size() / 2; offset += 4096)
-    damaged->Write(offset, Bytes(4096, 0xA5));
-  EXPECT_EQ(win32::ERROR_FILE_CORRUPT, Volume::Mount(*damaged, volume));
-  EXPECT_FALSE(volume);
 }
 
 }  // namespace

@@ -89,6 +89,14 @@ class AccountPictures : public ::testing::Test {
     ASSERT_TRUE(config.SetOutDir(enable, u"D:\\Registry"));
     ASSERT_TRUE(config.Save());
   }
+  // As it was before: a service with work that runs and serves, should its restart be refused.
+  void Begin() {
+    machine->objects.CloseAll(machine->process.id);  // what a refused close has left
+    win32::GetStdHandle(win32::STD_OUTPUT_HANDLE);
+    SetRegistryLocation(true);
+    machine->services().SetState(kService, win32::SERVICE_RUNNING);
+    Serve();
+  }
   win32::DWORD State() { return machine->services().State(kService); }
   bool Happened(std::string_view line) const {
     return std::find(happened.begin(), happened.end(), line) != happened.end();
@@ -281,15 +289,17 @@ TEST_F(AccountPictures, PathThatTheCodePageCannotSayIsNotSent) {
 }
 
 TEST_F(AccountPictures, EveryRefusedCallIsStood) {
-  SetRegistryLocation(true);
   Lines calls;
-  machine->gate.Observe([&](const char* name, std::uint64_t) { calls.emplace_back(name); });
-  EXPECT_TRUE(Update());
+  for (int run = 0; run < 2; ++run) {  // the first in a process looks up entry points that the others know
+    Begin();
+    calls.clear();
+    machine->gate.Observe([&](const char* name, std::uint64_t) { calls.emplace_back(name); });
+    EXPECT_TRUE(Update());
+  }
   machine->gate.Observe({});
   ASSERT_GT(calls.size(), 60u);
   for (std::size_t call = 1; call <= calls.size(); ++call) {
-    machine->services().SetState(kService, win32::SERVICE_RUNNING);
-    Serve();  // by the service that runs, should the restart be refused
+    Begin();
     const std::string& name = calls[call - 1];
     closingRefused = name.starts_with("Close") || name.ends_with("CloseKey") || name == "FreeLibrary";
     machine->gate.FailCall(call, win32::ERROR_ACCESS_DENIED);

@@ -77,10 +77,13 @@ class PathRules : public test::ValidationTest {
     for (const Case& each : cases)
       EXPECT_LINES(Refusal([&] { return ValidateTargetPath(each.path.c_str(), options); }), each.lines);
   }
-  // With Windows unable to name the drives at the first question, which is the rule about the drive's.
+  // With Windows unable to name the drives at the first question, which is the rule about the drive's: it is asked when
+  // no rule before it decides.
   void ExpectWithoutDrives(const std::u16string& path, const Lines& lines) {
+    const std::uint64_t before = machine->gate.failures();
     machine->gate.FailCall("GetLogicalDriveStringsW", 1, ERROR_ACCESS_DENIED);
     EXPECT_LINES(Refusal([&] { return ValidateSourcePath(path.c_str()); }), lines);
+    EXPECT_EQ(machine->gate.failures() != before, lines == DrivesUntold(path));
     machine->gate.ClearFailures();
   }
 };

@@ -131,7 +131,7 @@ TEST_F(RegistryCommands, DataOfAnotherAreNotReachedThroughALink) {
                 .exitCode,
             0);
   MakeFile(u"D:\\Precious\\RegistryData\\file", "x");
-  machine->gate.FailCall("FindFirstFileW", 2, win32::ERROR_ACCESS_DENIED);  // what a folder is, cannot be told
+  machine->gate.FailCall("GetFileInformationByHandle", 2, win32::ERROR_ACCESS_DENIED);  // what it is, cannot be told
   EXPECT_EQ(Location({u"/d"}).exitCode, 0);
   EXPECT_EQ(Contents(u"D:\\Precious\\RegistryData\\file"), "x");
 }

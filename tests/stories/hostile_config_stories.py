@@ -3,7 +3,7 @@ else happens."""
 import random
 
 from config_file import HIVE, ConfigFile
-from registry_stories import KEY, LOCATION, NOT_GONE, NOT_SET, start_over
+from registry_stories import KEY, LOCATION, NOT_SET, start_over
 from world import CONFIG, LOG
 
 REPLACED = "CQBConfig::Init: failed to load config file; Default config created"
@@ -76,41 +76,6 @@ def entities(world):
                               "the secret" not in shown.text, f"{shown.code} {shown.text[:300]!r} {shown.entries}")
 
 
-def missing_elements(world):
-    start_over(world)
-    world.make_folder("C:\\Keys")
-    sound = ConfigFile(world, "C:\\Keys", "1").data().decode("utf-16")
-    unread = "#ERROR: Unable to get Registry Redirect Location from config file."
-
-    def without(*names):
-        text = sound
-        for name in names:
-            start, end = text.index(f"<{name}>"), text.index(f"</{name}>") + len(name) + 3
-            text = text[:start] + text[end:]
-        return utf16(text)
-
-    for name in ("OutDir", "Status", "BaseDir"):
-        data = without(name)
-        world.write(CONFIG, data)
-        world.expect(f"no {name}: show", (LOCATION,), "", 1)
-        world.expect(f"no {name}: set", (LOCATION, "/loc:C:\\Keys"), world.text(NOT_SET, LOG, "C:\\Keys"), 1, [unread])
-        world.expect(f"no {name}: remove", (LOCATION, "/d"), world.text(NOT_GONE, LOG, ""), 1,
-                     ["#ERROR: Redirect Registry key location already empty."])
-        world.checks.equal(f"no {name}: the file is as it was", world.read(CONFIG), data)
-    data = without("UserProfileRedirection")
-    world.write(CONFIG, data)
-    world.expect("nothing of profiles: remove", (LOCATION, "/d"), world.text(NOT_GONE, LOG, ""), 1,
-                 ["#ERROR: Failed to obtain profile information from config file."])
-    world.checks.equal("nothing of profiles: the file is as it was", world.read(CONFIG), data)
-    world.write(CONFIG, utf16("<other/>"))
-    world.expect("another document: list", (KEY,), "\n\n\n", 0)
-    keys = "".join(f"<RegKey>{inner}</RegKey>" for inner in (
-        "", "<BaseKey>B</BaseKey>", "<RegKeyPath>P</RegKeyPath>",
-        "<RegKeyPath>%s%n</RegKeyPath><BaseKey>%ls</BaseKey>"))
-    world.write(CONFIG, document(f"<RegistryKeysToMonitor>{keys}</RegistryKeysToMonitor>"))
-    world.expect("keys without a name", (KEY,), "\n\n%ls\\%s%n\n\n", 0)
-
-
 def large_files(world):
     """What is only large is read whole and kept whole."""
     start_over(world, "SOFTWARE\\Contoso")
@@ -141,4 +106,4 @@ def a_folder_of_its_name(world):
     world.remove_folder(CONFIG)
 
 
-ALL = [unreadable_files, entities, missing_elements, large_files, a_folder_of_its_name]
+ALL = [unreadable_files, entities, large_files, a_folder_of_its_name]

@@ -89,7 +89,7 @@ class WineWorld(World):
         self.prefix.start_service(SERVICE)
 
     def held(self, path):
-        return self.prefix.holding(self.build / "wine" / "hold_open.exe", path, "read", "none")
+        return self.prefix.holding(self.build / "wine" / "hold.exe", "open", path, "read", "none")
 
     def set_rimehold(self, status):
         if status is None:

@@ -1,5 +1,20 @@
 """What a story may do to a machine, and see of it. Two worlds tell the stories: the workstation (qbc on Linux) and Wine
-(QBC.exe). Each is a World with the operations that raise NotImplementedError here."""
+(QBC.exe). Each is a World with these operations:
+
+start(*arguments)               runs the program: the bytes of its output, and its exit code
+read(path)                      the bytes of a file of drive C; None where there is none
+write(path, data)               makes a file, its folders with it, or replaces what it held
+remove(path), make_folder(path), remove_folder(path)   the last only when it is empty
+names(path)                     the sorted names in a folder; None where there is none
+set_value(key, name, text), delete_key(key), has_key(key)
+                                keys as "HKLM\\SOFTWARE\\...", in the view of 64-bit programs; setting makes the key
+set_service(start)              gives QuillbayService this start type ("auto" or "demand") and stops it where it does
+                                not start itself
+service()                       the state and the start type of QuillbayService, as in ("running", "auto")
+start_service(), held(path)     starts it whatever its start type; a context in which another program has the file open
+                                and shares it with nobody. Only with other programs
+set_rimehold(status)            Rimehold is on the machine with this status; it is not with None
+volume()                        the name of a volume without a drive letter"""
 import re
 
 SERVICE_FOLDER = "C:\\Program Files\\Velmora\\Quillbay"
@@ -58,69 +73,3 @@ class World:
         for value in values:
             text = re.sub("%l?s", lambda _: value, text, count=1)
         return text
-
-    def start(self, *arguments):
-        """Runs the program: the bytes of its output, and its exit code."""
-        raise NotImplementedError
-
-    # Files of drive C.
-
-    def read(self, path):
-        """The bytes of a file; None where there is none."""
-        raise NotImplementedError
-
-    def write(self, path, data):
-        """Makes a file with these bytes, its folders with it, or replaces what it held."""
-        raise NotImplementedError
-
-    def remove(self, path):
-        raise NotImplementedError
-
-    def make_folder(self, path):
-        raise NotImplementedError
-
-    def remove_folder(self, path):
-        """Removes a folder that is empty."""
-        raise NotImplementedError
-
-    def names(self, path):
-        """The sorted names in a folder; None where there is none."""
-        raise NotImplementedError
-
-    # The registry: keys as "HKLM\\SOFTWARE\\...", in the view of 64-bit programs.
-
-    def set_value(self, key, name, text):
-        """Sets a text value, and makes its key."""
-        raise NotImplementedError
-
-    def delete_key(self, key):
-        raise NotImplementedError
-
-    def has_key(self, key):
-        raise NotImplementedError
-
-    # What else is on the machine.
-
-    def set_service(self, start):
-        """Gives QuillbayService this start type ("auto" or "demand") and stops it where it does not start itself."""
-        raise NotImplementedError
-
-    def service(self):
-        """The state and the start type of QuillbayService, as in ("running", "auto")."""
-        raise NotImplementedError
-
-    def start_service(self):
-        """Starts QuillbayService, whatever its start type. Only with other programs."""
-        raise NotImplementedError
-
-    def held(self, path):
-        """A context in which another program has the file open and shares it with nobody. Only with other programs."""
-        raise NotImplementedError
-
-    def set_rimehold(self, status):
-        """Rimehold is on the machine with this status; it is not with None."""
-        raise NotImplementedError
-
-    def volume(self):
-        """The name of a volume without a drive letter."""
-        raise NotImplementedError

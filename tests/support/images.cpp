@@ -8,6 +8,9 @@
 #include <cstdlib>
 #include <stdexcept>
 
+#include "win32/emulated/security/access.h"
+#include "win32/emulated/text.h"
+
 namespace test {
 
 namespace {
@@ -95,33 +98,8 @@ CommandResult RunCommand(const std::string& command) {
 }
 
 emulated::Bytes NumberedDescriptor(std::uint32_t number) {
-  using emulated::AppendLittleEndian;
-  emulated::Bytes bytes;
-  const auto appendSid = [&bytes](std::initializer_list<std::uint32_t> subAuthorities) {
-    bytes.push_back(1);
-    bytes.push_back(static_cast<std::uint8_t>(subAuthorities.size()));
-    bytes.insert(bytes.end(), {0, 0, 0, 0, 0, 5});
-    for (const std::uint32_t value : subAuthorities) AppendLittleEndian(bytes, value);
-  };
-  constexpr std::uint32_t kHeader = 20, kSystemSid = 12, kAcl = 8;
-  constexpr std::uint16_t kAce = 8 + 8 + 5 * 4;
-  bytes = {1, 0};
-  AppendLittleEndian(bytes, std::uint16_t{0x8004});                              // self-relative, DACL present
-  AppendLittleEndian(bytes, std::uint32_t{kHeader + kAcl + kAce});               // owner
-  AppendLittleEndian(bytes, std::uint32_t{kHeader + kAcl + kAce + kSystemSid});  // group
-  AppendLittleEndian(bytes, std::uint32_t{0});                                   // SACL
-  AppendLittleEndian(bytes, std::uint32_t{kHeader});                             // DACL
-  bytes.insert(bytes.end(), {2, 0});
-  AppendLittleEndian(bytes, static_cast<std::uint16_t>(kAcl + kAce));
-  AppendLittleEndian(bytes, std::uint16_t{1});
-  AppendLittleEndian(bytes, std::uint16_t{0});
-  bytes.insert(bytes.end(), {0, 3});  // ACCESS_ALLOWED_ACE_TYPE, inherited by files and folders
-  AppendLittleEndian(bytes, kAce);
-  AppendLittleEndian(bytes, std::uint32_t{0x001F01FF});
-  appendSid({21, 1, 2, 3, 1000 + number});
-  appendSid({18});
-  appendSid({18});
-  return bytes;
+  const std::u16string user = u"S-1-5-21-1-2-3-" + emulated::Utf16(std::to_string(1000 + number));
+  return emulated::DescriptorFromText(u"O:SYG:SYD:(A;OICI;FA;;;" + user + u")").value();
 }
 
 }  // namespace test

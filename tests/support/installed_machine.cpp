@@ -3,6 +3,7 @@
 #include <stdexcept>
 #include <string>
 
+#include "support/machine.h"
 #include "win32/emulated/registry/registry.h"
 #include "win32/emulated/setup/windows_installation.h"
 #include "workstation/product.h"
@@ -23,7 +24,7 @@ Disks FreshDisks(const MachineFacts& facts) {
 }
 
 std::unique_ptr<emulated::Machine> Attached(Disks&& disks) {
-  auto machine = std::make_unique<emulated::Machine>();
+  auto machine = EmptyMachine();
   for (auto& [name, device] : disks)
     if (machine->Attach(std::move(device), name) != 0) throw std::runtime_error(name + " does not mount");
   return machine;

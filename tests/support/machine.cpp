@@ -1,5 +1,7 @@
 #include "support/machine.h"
 
+#include <gtest/gtest.h>
+
 #include <stdexcept>
 
 #include "support/images.h"
@@ -22,8 +24,16 @@ void Attach(emulated::Machine& machine, const std::string& image, std::uint64_t 
 
 }  // namespace
 
-std::unique_ptr<emulated::Machine> TestMachine(std::uint64_t megabytesOfC, std::uint64_t megabytesOfD) {
+std::unique_ptr<emulated::Machine> EmptyMachine() {
   auto machine = std::make_unique<emulated::Machine>();
+  machine->gate.onUnreached = [](const std::string& call) {
+    ADD_FAILURE() << call << " was to fail and is never made";
+  };
+  return machine;
+}
+
+std::unique_ptr<emulated::Machine> TestMachine(std::uint64_t megabytesOfC, std::uint64_t megabytesOfD) {
+  auto machine = EmptyMachine();
   Attach(*machine, "C.ntfs", megabytesOfC, "System");
   Attach(*machine, "D.ntfs", megabytesOfD, "Data");
   return machine;

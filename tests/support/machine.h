@@ -10,4 +10,7 @@ namespace test {
 // C: and D: of so many megabytes each, in memory. Everybody may do everything below their roots.
 std::unique_ptr<emulated::Machine> TestMachine(std::uint64_t megabytesOfC = 16, std::uint64_t megabytesOfD = 16);
 
+// A machine without disks, on which a planned failure of a call that is never made fails the test.
+std::unique_ptr<emulated::Machine> EmptyMachine();
+
 }  // namespace test

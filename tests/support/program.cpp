@@ -1,11 +1,15 @@
 #include "support/program.h"
 
+#include <gtest/gtest.h>
+
+#include <algorithm>
 #include <set>
 #include <vector>
 
 #include "cli/main.h"
 #include "report/console.h"
 #include "win32/emulated/console_text.h"
+#include "win32/emulated/system/console.h"
 #include "win32/emulated/text.h"
 
 namespace test {
@@ -24,14 +28,22 @@ std::u16string FromLittleEndian(std::string_view bytes) {
   return text;
 }
 
-// The end of a process closes what it left open; the test's own handles are older.
+// The end of a process closes what it left open, which is a failure of the test: the program closes its handles. Those
+// that are the test's own are older; those of the console are the process's; a refused close leaves its handle open.
 class ProcessEnd {
  public:
   explicit ProcessEnd(emulated::Machine& machine) : machine_(machine), older_(OpenHandles()) {}
   ~ProcessEnd() {
-    for (const std::uintptr_t handle : OpenHandles())
-      if (!older_.contains(handle))
-        machine_.objects.Close(reinterpret_cast<win32::HANDLE>(handle), machine_.process.id);
+    const bool closingFailed = std::ranges::any_of(
+        machine_.gate.failed(), [](const std::string& call) { return call.find("Close") != std::string::npos; });
+    for (const std::uintptr_t handle : OpenHandles()) {
+      if (older_.contains(handle)) continue;
+      const auto object = machine_.objects.Find(reinterpret_cast<win32::HANDLE>(handle), machine_.process.id);
+      const bool isConsole = dynamic_cast<const emulated::ConsoleObject*>(object.get()) != nullptr;
+      EXPECT_TRUE(isConsole || closingFailed)
+          << "left open: " << emulated::Utf8(object->TypeName()) << ' ' << emulated::Utf8(object->NativeName());
+      machine_.objects.Close(reinterpret_cast<win32::HANDLE>(handle), machine_.process.id);
+    }
   }
   ProcessEnd(const ProcessEnd&) = delete;
   ProcessEnd& operator=(const ProcessEnd&) = delete;

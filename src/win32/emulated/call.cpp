@@ -51,7 +51,17 @@ void Gate::RaiseInCall(std::string_view name, std::uint64_t nth, win32::DWORD ex
   planned_.push_back({std::string(name), Count(name) + nth, false, exceptionCode, true});
 }
 
-void Gate::ClearFailures() { planned_.clear(); }
+void Gate::ClearFailures() {
+  for (const PlannedFailure& plan : planned_)
+    if (!plan.settled && onUnreached)
+      onUnreached((plan.name.empty() ? "call " : plan.name + ", call ") + std::to_string(plan.number));
+  planned_.clear();
+}
+
+std::uint64_t Gate::failures() {
+  for (PlannedFailure& plan : planned_) plan.settled = true;
+  return failures_;
+}
 
 std::uint64_t Gate::Count(std::string_view name) const {
   const std::lock_guard guard(SitesLock());
@@ -82,11 +92,13 @@ win32::DWORD Gate::Enter(const CallSite& site) {
   ++counts_[site.index()];
   ++total_;
   if (observer_) observer_(site.name(), total_);
-  for (const PlannedFailure& plan : planned_) {
+  for (PlannedFailure& plan : planned_) {
     if (!plan.name.empty() && plan.name != site.name()) continue;
     const std::uint64_t number = plan.name.empty() ? total_ : Count(plan.name);
     if (number == plan.number || (plan.onwards && number > plan.number)) {
       ++failures_;
+      failed_.insert(site.name());
+      plan.settled = true;
       if (plan.raises) throw StructuredException{plan.error};
       return plan.error;
     }

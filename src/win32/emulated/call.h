@@ -13,6 +13,7 @@
 
 #include <cstdint>
 #include <functional>
+#include <set>
 #include <string>
 #include <string_view>
 #include <type_traits>
@@ -38,6 +39,11 @@ class CallSite {
 
 class Gate {
  public:
+  Gate() = default;
+  ~Gate() { ClearFailures(); }
+  Gate(const Gate&) = delete;
+  Gate& operator=(const Gate&) = delete;
+
   using Observer = std::function<void(const char* name, std::uint64_t number)>;
   using Printer = std::function<void(const std::string& line)>;
 
@@ -49,8 +55,12 @@ class Gate {
   // Makes the nth call of the name (from now on) raise a structured exception (see CallWithExceptionFilter) instead.
   void RaiseInCall(std::string_view name, std::uint64_t nth, win32::DWORD exceptionCode);
   void ClearFailures();
-  // How many planned failures have happened.
-  std::uint64_t failures() const { return failures_; }
+  // How many planned failures have happened. Who asks is not told of those that did not.
+  std::uint64_t failures();
+  // The names of the calls that were made to fail.
+  const std::set<std::string>& failed() const { return failed_; }
+  // Told of each planned failure whose call had not been made when the plans were cleared or the gate went.
+  std::function<void(const std::string& call)> onUnreached;
 
   // Called before each call takes effect, with its name and its number among all calls (from 1). It may look at the
   // machine and at its disks (Machine::Snapshot), not make calls.
@@ -71,7 +81,8 @@ class Gate {
     std::uint64_t number;
     bool onwards;
     win32::DWORD error;
-    bool raises = false;  // `error` is the code of a structured exception
+    bool raises = false;   // `error` is the code of a structured exception
+    bool settled = false;  // it has happened, or its planner looks himself whether it did
   };
   // Counts the call; the error that it is to fail with, or 0. Throws StructuredException where one is planned.
   win32::DWORD Enter(const CallSite& site);
@@ -79,6 +90,7 @@ class Gate {
   std::vector<std::uint64_t> counts_;
   std::uint64_t total_ = 0;
   std::uint64_t failures_ = 0;
+  std::set<std::string> failed_;
   bool entered_ = false;  // calls made by calls are Windows' own affair and are not counted
   std::vector<PlannedFailure> planned_;
   Observer observer_;

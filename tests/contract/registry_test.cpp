@@ -1,17 +1,15 @@
-// Keys of the registry.
-#include <vector>
-
+// Keys and values of the registry.
 #include "contract/fixture.h"
 
 namespace {
 
+using namespace contract;
 using namespace win32;
 
-constexpr DWORD kInvalidParameter = ERROR_INVALID_PARAMETER;
 constexpr DWORD kOptionCreateLink = 2;
 
 // Works in a key of its own below HKEY_CURRENT_USER\Software.
-class RegistryKeys : public contract::FileTest {
+class RegistryKeys : public FileTest {
  protected:
   static constexpr const char16_t* kPath = u"Software\\RegistryContract";
 
@@ -32,31 +30,49 @@ class RegistryKeys : public contract::FileTest {
     key.reset();
     RegDeleteKeyW(root, path.c_str());
   }
-  static std::vector<std::u16string> Names(HKEY key) {
+  // Of the keys, or of the values.
+  template <typename Enumerate = decltype(RegEnumKeyExW)>
+  static std::vector<std::u16string> Names(HKEY key, Enumerate* enumerate = RegEnumKeyExW) {
     std::vector<std::u16string> names;
     char16_t name[256];
-    for (DWORD i = 0, size = 256; RegEnumKeyExW(key, i, name, &size, nullptr, nullptr, nullptr, nullptr) == 0;
+    for (DWORD i = 0, size = 256; enumerate(key, i, name, &size, nullptr, nullptr, nullptr, nullptr) == 0;
          ++i, size = 256)
       names.emplace_back(name, size);
     return names;
   }
-  UniqueKey Create(const char16_t* name, DWORD options = 0, DWORD access = KEY_ALL_ACCESS) {
+  static LSTATUS Create(HKEY parent, const char16_t* name, UniqueKey& key, DWORD options = 0,
+                        DWORD* disposition = nullptr, char16_t* className = nullptr) {
+    return RegCreateKeyExW(parent, name, 0, className, options, KEY_ALL_ACCESS, nullptr, key.put(), disposition);
+  }
+  UniqueKey Create(const char16_t* name, DWORD options = 0) {
     UniqueKey key;
-    EXPECT_EQ(RegCreateKeyExW(base.get(), name, 0, nullptr, options, access, nullptr, key.put(), nullptr), 0);
+    EXPECT_EQ(Create(base.get(), name, key, options), 0);
     return key;
   }
-  LSTATUS Open(const char16_t* name, UniqueKey& key, DWORD options = 0) {
-    return RegOpenKeyExW(base.get(), name, options, KEY_READ, key.put());
+  LSTATUS Open(const char16_t* name, UniqueKey& key) { return RegOpenKeyExW(base.get(), name, 0, KEY_READ, key.put()); }
+
+  LSTATUS Set(const char16_t* name, DWORD type, const std::vector<BYTE>& data) {
+    return RegSetValueExW(base.get(), name, 0, type, data.data(), static_cast<DWORD>(data.size()));
+  }
+  std::vector<BYTE> Get(const char16_t* name, DWORD* type = nullptr) {
+    DWORD size = 0;
+    EXPECT_EQ(RegQueryValueExW(base.get(), name, nullptr, type, nullptr, &size), 0);
+    std::vector<BYTE> data(size + 1);  // never an empty buffer
+    EXPECT_EQ(RegQueryValueExW(base.get(), name, nullptr, type, data.data(), &size), 0);
+    data.resize(size);
+    return data;
   }
 
   UniqueKey base;
 };
 
+using RegistryValues = RegistryKeys;
+
 TEST_F(RegistryKeys, OpeningTellsWhatIsWrong) {
   HKEY key = reinterpret_cast<HKEY>(std::uintptr_t{0x1234});
   EXPECT_EQ(RegOpenKeyExW(base.get(), u"missing", 0, KEY_READ, &key), ERROR_FILE_NOT_FOUND);
   EXPECT_EQ(key, nullptr);
-  EXPECT_EQ(RegOpenKeyExW(base.get(), u"missing", 0, KEY_READ, nullptr), kInvalidParameter);
+  EXPECT_EQ(RegOpenKeyExW(base.get(), u"missing", 0, KEY_READ, nullptr), ERROR_INVALID_PARAMETER);
   EXPECT_EQ(RegOpenKeyExW(HKEY_CURRENT_USER, u"\\Software", 0, KEY_READ, &key), ERROR_BAD_PATHNAME);
   EXPECT_EQ(RegOpenKeyExW(nullptr, u"Software", 0, KEY_READ, &key), ERROR_INVALID_HANDLE);
   EXPECT_EQ(RegCloseKey(nullptr), ERROR_INVALID_HANDLE);
@@ -75,15 +91,14 @@ TEST_F(RegistryKeys, NoNameOpensTheKeyItselfAgain) {
 TEST_F(RegistryKeys, CreatingMakesEveryKeyOfThePathAndTellsWhetherItWasThere) {
   UniqueKey key;
   DWORD disposition = 0;
-  ASSERT_EQ(RegCreateKeyExW(base.get(), u"a\\B\\c", 0, nullptr, 0, KEY_READ, nullptr, key.put(), &disposition), 0);
+  ASSERT_EQ(Create(base.get(), u"a\\B\\c", key, 0, &disposition), 0);
   EXPECT_EQ(disposition, REG_CREATED_NEW_KEY);
-  ASSERT_EQ(RegCreateKeyExW(base.get(), u"A\\b\\C", 0, nullptr, 0, KEY_READ, nullptr, key.put(), &disposition), 0);
+  ASSERT_EQ(Create(base.get(), u"A\\b\\C", key, 0, &disposition), 0);
   EXPECT_EQ(disposition, REG_OPENED_EXISTING_KEY);
-  if (!contract::OnWine()) {  // it faults there
+  if (!OnWine()) {  // it faults there
     EXPECT_EQ(RegCreateKeyExW(base.get(), u"x", 0, nullptr, 0, KEY_READ, nullptr, nullptr, nullptr), ERROR_BADKEY);
   }
-  HKEY none = nullptr;
-  EXPECT_EQ(RegCreateKeyExW(base.get(), u"\\x", 0, nullptr, 0, KEY_READ, nullptr, &none, nullptr), ERROR_BAD_PATHNAME);
+  EXPECT_EQ(Create(base.get(), u"\\x", key), ERROR_BAD_PATHNAME);
 }
 
 TEST_F(RegistryKeys, AnyCaseFindsAKeyAndNamesKeepTheirs) {
@@ -96,7 +111,7 @@ TEST_F(RegistryKeys, AnyCaseFindsAKeyAndNamesKeepTheirs) {
 TEST_F(RegistryKeys, SubKeysComeByUpperCasedName) {
   for (const auto* const name : {u"b", u"A", u"a1", u"C", u"B2"}) Create(name);
   std::vector<std::u16string> expected = {u"A", u"a1", u"b", u"B2", u"C"};
-  if (!contract::OnWine()) {  // it compares lower case, so that an underscore comes before letters
+  if (!OnWine()) {  // it compares lower case, so that an underscore comes before letters
     Create(u"_x");
     expected.push_back(u"_x");
   }
@@ -132,29 +147,25 @@ TEST_F(RegistryKeys, InformationHasCountsAndLongestNames) {
   ASSERT_EQ(RegQueryInfoKeyW(base.get(), nullptr, nullptr, nullptr, &keys, &longestKey, nullptr, &values, &longestName,
                              &longestData, &security, &time),
             0);
-  EXPECT_EQ(keys, 2U);
-  EXPECT_EQ(longestKey, 5U);
-  EXPECT_EQ(values, 2U);
-  EXPECT_EQ(longestName, 6U);
-  EXPECT_EQ(longestData, 7U);
+  EXPECT_EQ(std::tuple(keys, longestKey, values, longestName, longestData), std::tuple(2U, 5U, 2U, 6U, 7U));
   EXPECT_NE(time.dwHighDateTime, 0U);
 }
 
 TEST_F(RegistryKeys, AClassIsKept) {
   UniqueKey key;
   char16_t className[] = u"Class";
-  ASSERT_EQ(RegCreateKeyExW(base.get(), u"k", 0, className, 0, KEY_ALL_ACCESS, nullptr, key.put(), nullptr), 0);
+  ASSERT_EQ(Create(base.get(), u"k", key, 0, nullptr, className), 0);
   char16_t buffer[8] = {};
+  const auto classOf = [&](DWORD& size) {
+    return RegQueryInfoKeyW(key.get(), buffer, &size, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr,
+                            nullptr, nullptr);
+  };
   DWORD size = 8;
-  ASSERT_EQ(RegQueryInfoKeyW(key.get(), buffer, &size, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr,
-                             nullptr, nullptr),
-            0);
+  ASSERT_EQ(classOf(size), 0);
   EXPECT_EQ(std::u16string(buffer), u"Class");
   EXPECT_EQ(size, 5U);
   size = 5;
-  EXPECT_EQ(RegQueryInfoKeyW(key.get(), buffer, &size, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr,
-                             nullptr, nullptr),
-            ERROR_INSUFFICIENT_BUFFER);
+  EXPECT_EQ(classOf(size), ERROR_INSUFFICIENT_BUFFER);
   EXPECT_EQ(size, 5U);
 }
 
@@ -164,7 +175,7 @@ TEST_F(RegistryKeys, OnlyKeysWithoutSubKeysAreDeleted) {
   EXPECT_EQ(RegDeleteKeyW(base.get(), u"a\\b"), 0);
   EXPECT_EQ(RegDeleteKeyW(base.get(), u"a"), 0);
   EXPECT_EQ(RegDeleteKeyW(base.get(), u"a"), ERROR_FILE_NOT_FOUND);
-  EXPECT_EQ(RegDeleteKeyW(base.get(), nullptr), kInvalidParameter);
+  EXPECT_EQ(RegDeleteKeyW(base.get(), nullptr), ERROR_INVALID_PARAMETER);
 }
 
 TEST_F(RegistryKeys, AHandleToADeletedKeyIsOfNoUse) {
@@ -182,21 +193,15 @@ TEST_F(RegistryKeys, AHandleToADeletedKeyIsOfNoUse) {
 
 TEST_F(RegistryKeys, BelowAVolatileKeyAllAreVolatile) {
   const UniqueKey parent = Create(u"v", REG_OPTION_VOLATILE);
-  HKEY key = nullptr;
-  EXPECT_EQ(RegCreateKeyExW(parent.get(), u"c", 0, nullptr, 0, KEY_ALL_ACCESS, nullptr, &key, nullptr),
-            ERROR_CHILD_MUST_BE_VOLATILE);
   UniqueKey child;
-  EXPECT_EQ(RegCreateKeyExW(parent.get(), u"c", 0, nullptr, REG_OPTION_VOLATILE, KEY_ALL_ACCESS, nullptr, child.put(),
-                            nullptr),
-            0);
+  EXPECT_EQ(Create(parent.get(), u"c", child), ERROR_CHILD_MUST_BE_VOLATILE);
+  EXPECT_EQ(Create(parent.get(), u"c", child, REG_OPTION_VOLATILE), 0);
 }
 
 TEST_F(RegistryKeys, LinksLeadElsewhere) {
   SKIP_ON_WINE("the kernel path of HKEY_CURRENT_USER is not known here");
   UniqueKey software;
-  ASSERT_EQ(RegCreateKeyExW(HKEY_LOCAL_MACHINE, u"SOFTWARE\\RegistryContract\\Target\\Child", 0, nullptr, 0,
-                            KEY_ALL_ACCESS, nullptr, software.put(), nullptr),
-            0);
+  ASSERT_EQ(Create(HKEY_LOCAL_MACHINE, u"SOFTWARE\\RegistryContract\\Target\\Child", software), 0);
   const UniqueKey link = Create(u"link", kOptionCreateLink);
   UniqueKey key;
   EXPECT_EQ(Open(u"link", key), ERROR_FILE_NOT_FOUND);
@@ -213,14 +218,90 @@ TEST_F(RegistryKeys, LinksLeadElsewhere) {
   ASSERT_EQ(Open(u"link", key), 0);
   EXPECT_EQ(Names(key.get()), (std::vector<std::u16string>{u"Child"}));
   EXPECT_EQ(Open(u"link\\Child", key), 0);
-  HKEY none = nullptr;
-  EXPECT_EQ(
-      RegCreateKeyExW(base.get(), u"link", 0, nullptr, kOptionCreateLink, KEY_ALL_ACCESS, nullptr, &none, nullptr),
-      ERROR_ALREADY_EXISTS);
+  EXPECT_EQ(Create(base.get(), u"link", key, kOptionCreateLink), ERROR_ALREADY_EXISTS);
   // Deleting takes the link, not what it leads to.
   EXPECT_EQ(RegDeleteKeyW(base.get(), u"link"), 0);
   EXPECT_EQ(RegOpenKeyExW(HKEY_LOCAL_MACHINE, u"SOFTWARE\\RegistryContract\\Target\\Child", 0, KEY_READ, key.put()), 0);
   DeleteTree(HKEY_LOCAL_MACHINE, u"SOFTWARE\\RegistryContract");
+}
+
+TEST_F(RegistryValues, AreTheBytesThatWereSet) {
+  const std::vector<BYTE> longer = {'a', 0, 'b', 0, 'c', 0}, text(longer.begin(), longer.begin() + 4);  // no terminator
+  ASSERT_EQ(RegSetValueExW(base.get(), u"text", 0, REG_SZ, longer.data(), 4), 0);
+  DWORD type = 0;
+  EXPECT_EQ(Get(u"TEXT", &type), text);
+  EXPECT_EQ(type, REG_SZ);
+  ASSERT_EQ(Set(u"odd", REG_EXPAND_SZ, {'a', 0, 'b'}), 0);
+  EXPECT_EQ(Get(u"odd").size(), 3U);
+  ASSERT_EQ(Set(u"type", 0x77777, {1}), 0);
+  Get(u"type", &type);
+  EXPECT_EQ(type, 0x77777U);
+  ASSERT_EQ(Set(u"big", REG_BINARY, std::vector<BYTE>(100'000, 7)), 0);
+  EXPECT_EQ(Get(u"big"), std::vector<BYTE>(100'000, 7));
+  // Setting again replaces type and data.
+  ASSERT_EQ(Set(u"text", REG_DWORD, {1, 2, 3, 4}), 0);
+  EXPECT_EQ(Get(u"text", &type), (std::vector<BYTE>{1, 2, 3, 4}));
+  EXPECT_EQ(type, REG_DWORD);
+}
+
+TEST_F(RegistryValues, NoNameIsTheDefaultValue) {
+  ASSERT_EQ(Set(nullptr, REG_BINARY, {1}), 0);
+  EXPECT_EQ(Get(u""), std::vector<BYTE>{1});
+  ASSERT_EQ(RegSetValueExW(base.get(), u"", 0, REG_SZ, nullptr, 0), 0);
+  EXPECT_EQ(Get(nullptr), std::vector<BYTE>{});
+  EXPECT_EQ(RegDeleteValueW(base.get(), nullptr), 0);
+  EXPECT_EQ(RegQueryValueExW(base.get(), u"", nullptr, nullptr, nullptr, nullptr), ERROR_FILE_NOT_FOUND);
+}
+
+TEST_F(RegistryValues, QueriesTellTheSizeThatIsNeeded) {
+  ASSERT_EQ(Set(u"v", REG_BINARY, {1, 2, 3, 4, 5}), 0);
+  BYTE data[8] = {};
+  DWORD size = 4, type = 0;
+  EXPECT_EQ(RegQueryValueExW(base.get(), u"v", nullptr, &type, data, &size), ERROR_MORE_DATA);
+  EXPECT_EQ(size, 5U);
+  EXPECT_EQ(type, REG_BINARY);
+  EXPECT_EQ(RegQueryValueExW(base.get(), u"v", nullptr, nullptr, nullptr, &size), 0);
+  EXPECT_EQ(size, 5U);
+  EXPECT_EQ(RegQueryValueExW(base.get(), u"v", nullptr, nullptr, data, nullptr), ERROR_INVALID_PARAMETER);
+  EXPECT_EQ(RegQueryValueExW(base.get(), u"missing", nullptr, nullptr, data, &size), ERROR_FILE_NOT_FOUND);
+}
+
+TEST_F(RegistryValues, EnumerationIsInTheOrderTheyWereSet) {
+  SKIP_ON_WINE("Wine sorts values by name");
+  for (const auto* const name : {u"A", u"C", u"D", u"B"}) ASSERT_EQ(Set(name, REG_BINARY, {1}), 0);
+  ASSERT_EQ(Set(u"C", REG_BINARY, {2}), 0);
+  EXPECT_EQ(Names(base.get(), RegEnumValueW), (std::vector<std::u16string>{u"A", u"C", u"D", u"B"}));
+  EXPECT_EQ(RegDeleteValueW(base.get(), u"c"), 0);
+  EXPECT_EQ(RegDeleteValueW(base.get(), u"c"), ERROR_FILE_NOT_FOUND);
+  ASSERT_EQ(Set(u"C", REG_BINARY, {3}), 0);
+  EXPECT_EQ(Names(base.get(), RegEnumValueW), (std::vector<std::u16string>{u"A", u"D", u"B", u"C"}));
+}
+
+TEST_F(RegistryValues, EnumerationNeedsRoomForNameAndData) {
+  ASSERT_EQ(Set(u"Test", REG_BINARY, {1, 2, 3}), 0);
+  char16_t name[8] = {};
+  BYTE data[4] = {};
+  DWORD nameSize = 4, dataSize = 4, type = 0;
+  EXPECT_EQ(RegEnumValueW(base.get(), 0, name, &nameSize, nullptr, &type, data, &dataSize), ERROR_MORE_DATA);
+  nameSize = 8;
+  dataSize = 2;
+  EXPECT_EQ(RegEnumValueW(base.get(), 0, name, &nameSize, nullptr, &type, data, &dataSize), ERROR_MORE_DATA);
+  EXPECT_EQ(dataSize, 3U);
+  nameSize = 5;
+  dataSize = 3;
+  EXPECT_EQ(RegEnumValueW(base.get(), 0, name, &nameSize, nullptr, &type, data, &dataSize), 0);
+  EXPECT_EQ(std::u16string(name), u"Test");
+  EXPECT_EQ(nameSize, 4U);
+  EXPECT_EQ(type, REG_BINARY);
+  EXPECT_EQ(RegEnumValueW(base.get(), 1, name, &nameSize, nullptr, nullptr, nullptr, nullptr), ERROR_NO_MORE_ITEMS);
+}
+
+TEST_F(RegistryValues, NeedTheHandlesRights) {
+  UniqueKey reader;
+  ASSERT_EQ(RegOpenKeyExW(base.get(), nullptr, 0, KEY_READ, reader.put()), 0);
+  const BYTE data = 1;
+  EXPECT_EQ(RegSetValueExW(reader.get(), u"v", 0, REG_BINARY, &data, 1), ERROR_ACCESS_DENIED);
+  EXPECT_EQ(RegDeleteValueW(reader.get(), u"v"), ERROR_ACCESS_DENIED);
 }
 
 }  // namespace
