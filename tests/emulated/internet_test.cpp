@@ -71,21 +71,6 @@ TEST_F(Internet, ARequestGoesOutWhenItIsSentAndNotBefore) {
   EXPECT_EQ(error, 0u);
 }
 
-TEST_F(Internet, FollowsRedirectionsUnlessToldNotTo) {
-  const auto answer = [](HttpServer::Exchange& exchange) {
-    const bool first = exchange.head.find("/path") != std::string::npos;
-    exchange.Send(first ? HttpReply("302 Found", "", "Location: http://other.example/x\r\n")
-                        : HttpReply("200 OK", "there"));
-  };
-  HttpServer server(answer);
-  EXPECT_EQ(Send(INTERNET_FLAG_NO_AUTO_REDIRECT), 0u);
-  EXPECT_EQ(Status(), u"302");
-  EXPECT_EQ(server.Heads().size(), 1u);
-  EXPECT_EQ(Send(0), 0u);
-  EXPECT_EQ(Status(), u"200");
-  EXPECT_EQ(server.Heads().size(), 3u);
-}
-
 TEST_F(Internet, TheServerWaitsUntilItsReplyIsAskedFor) {
   constexpr std::size_t kBlock = 40009;  // no multiple of what is read at once
   const auto block = [](int number) { return std::string(kBlock, static_cast<char>('a' + number % 26)); };
@@ -111,28 +96,6 @@ TEST_F(Internet, TheServerWaitsUntilItsReplyIsAskedFor) {
   for (int i = 0; expected.size() < reply.size(); ++i) expected += block(i);
   EXPECT_TRUE(reply == expected.substr(0, reply.size()));
   EXPECT_GT(server.sent(), before);
-}
-
-TEST_F(Internet, SaysHowAConnectionFailed) {
-  DWORD error = 0;
-  {
-    const HttpServer cut("HTTP/1.1 200 OK\r\nContent-Length: 5000\r\n\r\nbegun");
-    ASSERT_EQ(Send(), 0u);
-    EXPECT_EQ(Read(1000, error), "begun");
-    EXPECT_EQ(error, 0u);
-    EXPECT_EQ(Read(1000, error), "");
-    EXPECT_EQ(error, ERROR_INTERNET_CONNECTION_ABORTED);
-  }
-  emulated::HttpTransfer::SetPatience(std::chrono::milliseconds(200));
-  {
-    const HttpServer silent([](HttpServer::Exchange& exchange) { exchange.WaitForClient(); });
-    EXPECT_EQ(Send(), ERROR_INTERNET_TIMEOUT);
-    Read(1, error);
-    EXPECT_EQ(error, ERROR_INTERNET_INCORRECT_HANDLE_STATE);
-  }
-  EXPECT_EQ(Send(), ERROR_INTERNET_CANNOT_CONNECT);  // nobody is there any more
-  const HttpServer other("SMTP\r\n");
-  EXPECT_EQ(Send(), ERROR_HTTP_INVALID_SERVER_RESPONSE);
 }
 
 }  // namespace

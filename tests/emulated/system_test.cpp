@@ -192,12 +192,6 @@ TEST_F(SystemServices, TheConsoleKeepsTheBytesOfItsPage) {
   EXPECT_EQ(WideCharToMultiByte(CP_ACP, 0, u"\u0416", 1, bytes, 4, "_", &replaced), 1);
   EXPECT_EQ(bytes[0], '_');
   EXPECT_TRUE(replaced);
-
-  const HANDLE output = GetStdHandle(STD_OUTPUT_HANDLE);
-  EXPECT_EQ(GetStdHandle(STD_OUTPUT_HANDLE), output);
-  DWORD written = 0;
-  EXPECT_TRUE(WriteFile(output, "hello", 5, &written, nullptr));
-  EXPECT_EQ(machine->console, "hello");
 }
 
 TEST_F(SystemServices, AnotherProcessesMarkMayBeClosedToUs) {
@@ -218,19 +212,6 @@ TEST_F(SystemServices, AnotherProcessesMarkMayBeClosedToUs) {
       EXPECT_EQ(GetLastError(), ERROR_ALREADY_EXISTS);
     }
   }
-}
-
-TEST_F(SystemServices, AnOlderWindowsLacksEntryPointsAndAVersionQueryMayFail) {
-  machine->missingProcedures.insert("CreateSymbolicLinkW");
-  EXPECT_FALSE(GetProcAddress(GetModuleHandleW(u"kernel32.dll"), "CreateSymbolicLinkW"));
-  EXPECT_EQ(GetLastError(), ERROR_PROC_NOT_FOUND);
-  OSVERSIONINFOEXW version{};
-  version.dwOSVersionInfoSize = sizeof version;
-  machine->majorVersion = 5;
-  EXPECT_TRUE(GetVersionExW(&version));
-  EXPECT_EQ(version.dwMajorVersion, 5u);
-  machine->versionQueryFails = true;
-  EXPECT_FALSE(GetVersionExW(&version));
 }
 
 TEST_F(SystemServices, ARefusedCallThatFreesLeavesNothingBehind) {

@@ -80,10 +80,6 @@ TEST_F(LogFileTest, TellsTheErrorOfTheCallThatFailed) {
   win32::SetLastError(win32::ERROR_FILE_NOT_FOUND);
   Log(u"plain");
   EXPECT_EQ(win32::GetLastError(), win32::ERROR_FILE_NOT_FOUND);
-}
-
-TEST_F(LogFileTest, AnErrorWithoutWordsAddsNothing) {
-  LogFile log;
   win32::SetLastError(0x2FFFFFFF);
   LogWithSystemError(u"no words");
   EXPECT_TRUE(Text().ends_with(u"no words"));

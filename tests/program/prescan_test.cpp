@@ -107,24 +107,6 @@ TEST_F(PreScan, ComparesAsPathsAreCompared) {
   ExpectScan({LowerAscii(deep)}, false, 0, {Locked(u"\\\\?\\" + deep), InUse(u"\\\\?\\" + deep)});
 }
 
-// Many items against a full list: each locked one is named once, in the order of the items and not of the list.
-TEST_F(PreScan, FindsAllOfAFullList) {
-  Lines files, locked, expected;
-  for (int i = 0; i < 2500; ++i) {
-    std::u16string number = emulated::Utf16(std::to_string(10000 + i));
-    files.push_back(source + u"\\f" + number);
-    MakeFile(files.back(), "");
-    if (i % 5 != 0) continue;
-    locked.push_back(LowerAscii(files.back()));
-    expected.push_back(Locked(files.back()));
-    expected.push_back(InUse(files.back()));
-  }
-  for (int i = 0; locked.size() < LockedPaths::kCapacity; ++i)
-    locked.push_back(u"D:\\other\\f" + emulated::Utf16(std::to_string(i)));
-  std::reverse(locked.begin(), locked.end());
-  ExpectScan(locked, false, 0, expected);
-}
-
 TEST_F(PreScan, FindsFilesInUse) {
   MakeFile(source + u"\\busy", "x");
   MakeFile(source + u"\\free", "x");

@@ -182,18 +182,14 @@ TEST_F(UpdateCheck, AReplyThatIsTooLongIsNone) {
 TEST_F(UpdateCheck, AConnectionThatFailsIsNoAnswer) {
   const std::string begun = "HTTP/1.1 200 OK\r\nContent-Length: 5000\r\n\r\n" + std::string(2000, ' ') + kLatestMarker;
   {
-    const HttpServer cut(begun);
-    EXPECT_EQ(Check(), 2);
-  }
-  {
     const HttpServer reset([&](HttpServer::Exchange& exchange) {
       exchange.Send(begun);
       exchange.Reset();
     });
     EXPECT_EQ(Check(), 2);
   }
-  for (const char* reply : {"", "HTTP/1.1 200", "HTTP/1.1 200 OK\r\nContent-Length: 0\r\n", "<RESULT>LATEST</RESULT>",
-                            "SSH-2.0-server\r\n"}) {
+  for (const char* reply : {begun.c_str(), "", "HTTP/1.1 200", "HTTP/1.1 200 OK\r\nContent-Length: 0\r\n",
+                            "<RESULT>LATEST</RESULT>", "SSH-2.0-server\r\n"}) {
     const HttpServer server{std::string(reply)};
     EXPECT_EQ(Check(), 2) << reply;
   }
