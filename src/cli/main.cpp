@@ -44,8 +44,9 @@ bool IsShownAsItIs(char16_t unit) {
 // so nobody knows what its value is.
 std::u16string ShownWord(std::u16string_view word) {
   const bool isLocation = StartsWithIgnoringAsciiCase(word, u"/loc:") || StartsWithIgnoringAsciiCase(word, u"/vol:");
+  const bool isSwitch = !isLocation && (word.starts_with(u'/') || word.starts_with(u'-'));
   std::u16string shown(word);
-  if (const std::size_t value = word.find_first_of(u":="); word.starts_with(u'/') && !isLocation && value != word.npos)
+  if (const std::size_t value = word.find_first_of(u":="); isSwitch && value != word.npos)
     shown = shown.substr(0, value + 1) + u"...";
   for (char16_t& unit : shown)
     if (!IsShownAsItIs(unit)) unit = u'?';

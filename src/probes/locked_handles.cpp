@@ -119,9 +119,9 @@ bool Run(Walk& walk) try {
 // False: an exception has ended the walk, and what it had found by then is all there is.
 bool GetLockedFilesList(Walk& walk) {
   Trace(u"\n Inside unmanaged GetLockedFilesList()");
-  const bool ended = Run(walk);
+  const bool completed = Run(walk);
   Trace(u"\n Outside unmanaged GetLockedFilesList()");
-  return ended;
+  return completed;
 }
 
 bool WalkHandles(const char16_t* firstPath, const char16_t* secondPath, LockedPaths& locked) try {

@@ -33,10 +33,10 @@ TEST_F(CommandLineTest, BeginsEveryRunWithTheSeparatorAndTheBanner) {
 TEST_F(CommandLineTest, TellsInTheLogWhichRunItIs) {
   machine->SetNow(132223104000000000);  // 1 January 2020
   const auto run = RunProgram(*machine, {u"/RedirectFolder", u"C:\\My Data", u"C:\\a\r\n[ 1: 1\u2028b\u202ec", u"",
-                                         u"/loc:D:\\%s", u"/password:hidden", u"/key=hidden"});
+                                         u"/loc:D:\\%s", u"/password:hidden", u"-key=hidden"});
   EXPECT_TRUE(
       run.which.ends_with(u"] #INFO: 2020-01-01, Quillbay 2.34.1110.486: /RedirectFolder \"C:\\My Data\" "
-                          u"\"C:\\a??[ 1: 1?b?c\" \"\" /loc:D:\\%s /password:... /key=..."))
+                          u"\"C:\\a??[ 1: 1?b?c\" \"\" /loc:D:\\%s /password:... -key=..."))
       << emulated::Utf8(run.which);
   machine->gate.FailCall("GetFileVersionInfoSizeW", 1, win32::ERROR_RESOURCE_DATA_NOT_FOUND);
   EXPECT_TRUE(RunProgram(*machine, {u"/ver"}).which.ends_with(u"Quillbay (unknown version): /ver"));
