@@ -4,6 +4,7 @@
 
 #include "cli/invocation.h"
 #include "probes/privileges.h"
+#include "probes/version.h"
 #include "report/console.h"
 #include "report/log.h"
 #include "text/ascii_case.h"
@@ -32,6 +33,37 @@ std::u16string JoinLowered(int argc, const char16_t* const* argv) {
   return joined;
 }
 
+// Keeps a line one line, and what follows in it where it stands: no controls, line or paragraph separators, and no
+// marks that change the direction of writing.
+bool IsShownAsItIs(char16_t unit) {
+  return unit >= 0x20 && !(unit >= 0x7F && unit <= 0x9F) && unit != 0x061C && !(unit >= 0x200E && unit <= 0x200F) &&
+         !(unit >= 0x2028 && unit <= 0x202E) && !(unit >= 0x2066 && unit <= 0x2069);
+}
+
+// A word of the command line as the log shows it. No command takes a secret; a switch with a value is none of theirs,
+// so nobody knows what its value is.
+std::u16string ShownWord(std::u16string_view word) {
+  const bool isLocation = StartsWithIgnoringAsciiCase(word, u"/loc:") || StartsWithIgnoringAsciiCase(word, u"/vol:");
+  const bool isSwitch = !isLocation && (word.starts_with(u'/') || word.starts_with(u'-'));
+  std::u16string shown(word);
+  if (const std::size_t value = word.find_first_of(u":="); isSwitch && value != word.npos)
+    shown = shown.substr(0, value + 1) + u"...";
+  for (char16_t& unit : shown)
+    if (!IsShownAsItIs(unit)) unit = u'?';
+  return shown.empty() || shown.find(u' ') != shown.npos ? u'"' + shown + u'"' : shown;
+}
+
+// Of a log that goes on for years: which run is this? The lines themselves tell no more than the time of day.
+void LogRun(int argc, const char16_t* const* argv) {
+  ProductVersion version;
+  if (!GetProductVersion(version)) version.dotted = u"(unknown version)";
+  std::u16string words;
+  for (int i = 1; i < argc; ++i) words += u" " + ShownWord(argv[i]);
+  win32::SYSTEMTIME now{};
+  win32::GetLocalTime(&now);
+  Log(u"#INFO: %04d-%02d-%02d, Quillbay %ls:%ls", now.wYear, now.wMonth, now.wDay, version.dotted, words);
+}
+
 int RunCommand(int argc, const char16_t* const* argv) {
   const CommandTable table = BuildCommandTable();
   Say(StringId::Banner);
@@ -47,6 +79,7 @@ int RunCommand(int argc, const char16_t* const* argv) {
 // `instance` is the mutex that keeps other runs out; it is held until the process ends.
 int Run(int argc, const char16_t* const* argv, win32::UniqueKernelHandle& instance) {
   Log(u"----------------------------------");
+  LogRun(argc, argv);
   if (!IsUserAdministrator()) {
     Say(StringId::StartNeedsAdministrator);
     Log(u"QBC: not running as administrator");

@@ -9,9 +9,22 @@
 #include "win32/file.h"
 #include "win32/handle.h"
 
+// The end of a copy leaves the last error as it was: it tells why the copy has failed.
+class LastErrorKept {
+ public:
+  LastErrorKept() : error_(win32::GetLastError()) {}
+  ~LastErrorKept() { win32::SetLastError(error_); }
+  LastErrorKept(const LastErrorKept&) = delete;
+  LastErrorKept& operator=(const LastErrorKept&) = delete;
+
+ private:
+  const win32::DWORD error_;
+};
+
 // A file whose last-access time the use of this handle does not change: the file system is told so before it is closed.
 struct AccessTimeKeepingTraits : win32::FileHandleTraits {
   static void Close(Type handle) {
+    const LastErrorKept error;
     const win32::FILETIME keep{0xFFFFFFFF, 0xFFFFFFFF};
     win32::SetFileTime(handle, nullptr, &keep, nullptr);
     win32::CloseHandle(handle);
@@ -38,6 +51,7 @@ class BackupReader {
   explicit BackupReader(const AccessTimeKeepingFile& file) : file_(file.get()) {}
   ~BackupReader() {
     if (!context_) return;
+    const LastErrorKept error;
     win32::DWORD count = 0;
     win32::BackupRead(file_, nullptr, 0, &count, win32::TRUE, win32::TRUE, &context_);
   }
@@ -60,6 +74,7 @@ class BackupWriter {
   explicit BackupWriter(const AccessTimeKeepingFile& file) : file_(file.get()) {}
   ~BackupWriter() {
     if (!context_) return;
+    const LastErrorKept error;
     win32::DWORD count = 0;
     win32::BackupWrite(file_, nullptr, 0, &count, win32::TRUE, win32::TRUE, &context_);
   }

@@ -70,6 +70,8 @@ class TargetAttributes {
 
 // How the copy goes on after an item.
 enum class Step { Next, Failed, Ended };
+// Who has refused the copy of an item: Windows, by the last call's error, or the rules of this copy.
+enum class Why { Windows, Ours };
 
 class TreeCopy {
  public:
@@ -104,7 +106,7 @@ class TreeCopy {
   bool CarryRoot() const;
   bool CarryFolderTimes() const;
   void MoveShares();
-  Step Failed(const TreeEntry& entry, const std::u16string& target) const;
+  Step Failed(const TreeEntry& entry, const std::u16string& target, Why why = Why::Ours) const;
 
   const CopyFlags flags_;
   CopyRecord& record_;
@@ -123,8 +125,11 @@ class TreeCopy {
   std::map<std::u16string, std::pair<std::u16string, std::u16string>> changedFolders_;
 };
 
-Step TreeCopy::Failed(const TreeEntry& entry, const std::u16string& target) const {
-  Log(u"#ERROR: Unable to copy from Source = %ls to Target = %ls.", entry.path, target);
+Step TreeCopy::Failed(const TreeEntry& entry, const std::u16string& target, Why why) const {
+  if (why == Why::Windows)
+    LogWithSystemError(u"#ERROR: Unable to copy from Source = %ls to Target = %ls. ", entry.path, target);
+  else
+    Log(u"#ERROR: Unable to copy from Source = %ls to Target = %ls.", entry.path, target);
   return flags_.continueOnError ? Step::Next : Step::Failed;
 }
 
@@ -242,7 +247,7 @@ Step TreeCopy::CopyEntry(const TreeEntry& entry) {
     // Without backup copies only a file whose copy is refused may fail, except when a tree is brought back: what can be
     // saved then is saved.
     const auto mayFail = [&] { return flags_.useBackupCopy || bringsBack_ || copyFileDenied_; };
-    if (!item.complete && (Failed(entry, target) == Step::Failed || !mayFail())) return Step::Failed;
+    if (!item.complete && (Failed(entry, target, Why::Windows) == Step::Failed || !mayFail())) return Step::Failed;
   }
   if (entry.IsDirectory() && !shares_.FindByPath(WithoutExtendedPrefix(entry.path)).empty())
     sharedFolders_.emplace(WithoutExtendedPrefix(entry.path), WithoutExtendedPrefix(target));
@@ -325,7 +330,7 @@ Step TreeCopy::CopyLink(const TreeEntry& link) {
                                    .leaveParentTimes = true}) != 0;
   }
   if (flags_.useBackupCopy) changedFolders_.try_emplace(ParentPath(link.path), link.path, newLink);
-  return item->complete ? Step::Next : Failed(link, newLink);
+  return item->complete ? Step::Next : Failed(link, newLink, Why::Windows);
 }
 
 // A mounted volume is not a link to be made again. A backup copy has carried the mount with the folder's reparse data;
@@ -336,7 +341,7 @@ Step TreeCopy::CopyMount(const TreeEntry& link, const std::u16string& newLink) {
   if (!item || !IsVolumeMountPoint(link.path.c_str(), &volumeName) || IsVolumeMountPoint(newLink.c_str()))
     return Step::Next;
   item->complete = MountVolume(newLink, volumeName);
-  return item->complete ? Step::Next : Failed(link, newLink);
+  return item->complete ? Step::Next : Failed(link, newLink, Why::Windows);
 }
 
 // Clears the place of a symbolic link and notes it as an item. A link of that name is overwritten like any file.
@@ -363,6 +368,8 @@ bool TreeCopy::RecreateLink(const TreeEntry& link, const std::u16string& newLink
   if (!(isSymbolicLink ? GetFinalTargetPath(link.path.c_str(), text) : GetJunctionTarget(link.path.c_str(), text)))
     return false;
   if (text.empty()) return false;
+  // Windows would write the device into the link.
+  if (isSymbolicLink && IsDeviceName(LastComponent(text))) return false;
   // A mount point of a volume that is not there now: its text has lost the backslash that makes it the volume's root.
   if (text.starts_with(u"Volume{") && text.find(u'\\') == std::u16string::npos) return false;
   if (!flags_.copyOnly) text = ReplaceFolder(text, roots_.sourceBase(), roots_.targetBase());
@@ -414,6 +421,7 @@ int TreeCopy::Run(const std::u16string& sourceRoot, const std::u16string& target
     listing = selection_->listing;
   else if (!GetFileList(record_.sourceRoot, listing))
     return LogFailure(line::kNoListingForCopy, record_.sourceRoot);
+  if (!bringsBack_ && !HasAllContents(listing)) return 0;
   if (!listing.links.empty() && roots_.IsSource(listing.links.front().path)) {
     // The root itself is a link, and nothing behind it is copied. That is an end for a symbolic link; a junction is
     // none that anybody should take for a copied tree.

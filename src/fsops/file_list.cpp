@@ -6,6 +6,7 @@
 #include <utility>
 
 #include "links/mounted_folder.h"
+#include "report/log.h"
 #include "text/path_text.h"
 #include "win32/win32.h"
 
@@ -21,16 +22,18 @@ bool IsSystemFolderName(std::u16string_view name) {
 
 namespace {
 
-// The form in which every call reaches the item. The plain form ends at 259 characters, and it loses a dot or blank at
-// the end of a name. A path under a "\\?\" one keeps the prefix, so the copy and the deletion name the same items.
+// The form in which every call reaches the item. The plain form ends at 259 characters, it loses a dot or blank at the
+// end of a name, and it takes some names for devices. A path under a "\\?\" one keeps the prefix, so the copy and the
+// deletion name the same items.
 std::u16string ReachablePath(std::u16string path) {
-  const bool plainFormReaches = path.size() < win32::MAX_PATH && path.back() != u'.' && path.back() != u' ';
+  const bool plainFormReaches =
+      path.size() < win32::MAX_PATH && path.back() != u'.' && path.back() != u' ' && !IsDeviceName(LastComponent(path));
   return plainFormReaches ? path : WithExtendedPrefix(path);
 }
 
-TreeEntry EntryOf(const std::u16string& folder, const win32::WIN32_FIND_DATAW& found) {
+TreeEntry EntryOf(std::u16string path, const win32::WIN32_FIND_DATAW& found) {
   TreeEntry entry;
-  entry.path = ReachablePath(JoinPath(folder, found.cFileName));
+  entry.path = std::move(path);
   entry.attributes = found.dwFileAttributes;
   entry.reparseTag = entry.IsReparsePoint() ? found.dwReserved0 : 0;
   if (!entry.IsDirectory()) entry.size = (std::uint64_t{found.nFileSizeHigh} << 32) | found.nFileSizeLow;
@@ -67,7 +70,7 @@ bool Advance(OpenFolder& folder) {
 std::optional<std::u16string> TakeEntry(const OpenFolder& folder, TreeListing& listing) {
   const std::u16string_view name = folder.found.cFileName;
   if (name == u"." || name == u"..") return std::nullopt;
-  TreeEntry entry = EntryOf(folder.path, folder.found);
+  TreeEntry entry = EntryOf(ReachablePath(JoinPath(folder.path, name)), folder.found);
   if (entry.IsDirectory() && !entry.IsLink() && IsSystemFolderName(name)) {
     listing.systemFolders.push_back(std::move(entry.path));
     return std::nullopt;
@@ -77,23 +80,30 @@ std::optional<std::u16string> TakeEntry(const OpenFolder& folder, TreeListing& l
     listing.links.push_back(std::move(entry));
     return std::nullopt;
   }
-  return entry.IsDirectory() ? std::optional(std::move(entry.path)) : std::nullopt;
+  return entry.IsDirectory() && !entry.LivesElsewhere() ? std::optional(std::move(entry.path)) : std::nullopt;
+}
+
+// The error is that of the last call.
+bool IsUnreadable(const std::u16string& folder, TreeListing& listing) {
+  listing.error = win32::GetLastError();
+  listing.unreadable = folder;
+  return false;
 }
 
 // Depth first, in the order in which the file system names the entries. Not recursive: a tree may be thousands deep.
 bool ListFolder(const std::u16string& root, TreeListing& listing, const EnterFolder& mayEnter) {
   std::vector<OpenFolder> open(1);
   if (mayEnter && !mayEnter(root)) return true;
-  if (!Open(root, open.back())) return false;
+  if (!Open(root, open.back())) return IsUnreadable(root, listing);
   while (!open.empty()) {
     if (!open.back().hasEntry) {
       open.pop_back();
       continue;
     }
     const std::optional<std::u16string> enter = TakeEntry(open.back(), listing);
-    if (!Advance(open.back())) return false;
+    if (!Advance(open.back())) return IsUnreadable(open.back().path, listing);
     if (!enter || (mayEnter && !mayEnter(*enter))) continue;
-    if (!Open(*enter, open.emplace_back())) return false;
+    if (!Open(*enter, open.emplace_back())) return IsUnreadable(*enter, listing);
   }
   return true;
 }
@@ -106,21 +116,21 @@ bool IsVolumeRoot(std::u16string_view name) {
 
 // The root's own record; nothing when it cannot be read, for then nobody knows whether the root is a link.
 std::optional<TreeEntry> RootEntry(const std::u16string& folder) {
-  TreeEntry entry;
-  entry.path = folder;
   std::u16string name = folder;
   while (!name.empty() && name.back() == u'\\') name.pop_back();
-  if (IsVolumeRoot(name)) return entry;
   win32::WIN32_FIND_DATAW found{};
+  if (IsVolumeRoot(name)) return EntryOf(folder, found);
   const win32::UniqueFind find{win32::FindFirstFileW(name.c_str(), &found)};
   if (!find) return std::nullopt;
-  entry.attributes = found.dwFileAttributes;
-  entry.reparseTag = entry.IsReparsePoint() ? found.dwReserved0 : 0;
-  return entry;
+  return EntryOf(folder, found);
 }
 
-// Tells the log of every symbolic link in the listing.
-void LogLinks(const TreeListing& listing) {
+// Tells the log of every symbolic link in the listing, and of what kept it from being read.
+void LogListing(const TreeListing& listing) {
+  if (!listing.unreadable.empty()) {
+    win32::SetLastError(listing.error);
+    LogWithSystemError(u"#ERROR: Unable to list the folder %ls. ", listing.unreadable);
+  }
   for (const TreeEntry& link : listing.links)
     if (link.IsSymbolicLink()) IsSymbolicLink(link.path.c_str());
 }
@@ -130,13 +140,17 @@ int List(const std::u16string& folder, TreeListing& listing, const EnterFolder& 
   if (folder.empty()) return 0;
   const std::u16string root = ReachablePath(folder);
   const std::optional<TreeEntry> read = RootEntry(root);
-  if (!read) return 0;
+  if (!read) return IsUnreadable(root, listing);
   const TreeEntry& entry = *read;
   // The record decides together with IsJunction, which cannot read a junction that somebody holds open.
   const bool isJunction = entry.IsJunction() || (entry.IsReparsePoint() && ::IsJunction(root.c_str()));
   if (entry.IsSymbolicLink() || (isJunction && !IsVolumeMountPoint(root.c_str()))) {
     listing.entries.push_back(entry);
     listing.links.push_back(entry);
+    return 1;
+  }
+  if (entry.LivesElsewhere()) {
+    listing.entries.push_back(entry);
     return 1;
   }
   // Not even when it is asked for by its own name: whoever moves it must be told that it is not to be moved.
@@ -155,13 +169,33 @@ int GetFileList(const std::u16string& folder, TreeListing& listing) { return Get
 
 int GetFileList(const std::u16string& folder, TreeListing& listing, const EnterFolder& enter) {
   const int listed = List(folder, listing, enter);
-  LogLinks(listing);
+  LogListing(listing);
   return listed;
+}
+
+bool HasItsContents(const TreeEntry& entry) {
+  if (!entry.LivesElsewhere()) return true;
+  return LogFailure(
+      u"#ERROR: %ls - Its contents are kept elsewhere (reparse tag 0x%08X), by a cloud service, deduplication or a "
+      u"storage tier. Bring them back to this disk and try again.",
+      entry.path, entry.reparseTag);
+}
+
+bool HasItsContents(const std::u16string& path) {
+  const std::optional<TreeEntry> entry = RootEntry(path);
+  return !entry || HasItsContents(*entry);
+}
+
+bool HasAllContents(const TreeListing& listing) {
+  bool all = true;
+  for (const TreeEntry& entry : listing.entries)
+    if (!HasItsContents(entry)) all = false;
+  return all;
 }
 
 bool IsEmptyFolder(const std::u16string& folder) {
   TreeListing listing;
-  return GetFileList(folder, listing) && listing.entries.empty() && listing.systemFolders.empty();
+  return List(folder, listing) && listing.entries.empty() && listing.systemFolders.empty();
 }
 
 const TreeListing* FolderTree::Get() const {
@@ -171,6 +205,6 @@ const TreeListing* FolderTree::Get() const {
 
 const TreeListing* FolderTree::GetAndLog() const {
   const TreeListing* const listing = Get();
-  if (listing) LogLinks(*listing);
+  LogListing(listing_);
   return listing;
 }

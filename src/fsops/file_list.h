@@ -22,6 +22,7 @@ struct TreeEntry {
   bool IsJunction() const { return IsDirectory() && IsJunctionRecord(attributes, reparseTag); }  // or a mounted volume
   bool IsSymbolicLink() const { return IsSymbolicLinkRecord(attributes, reparseTag); }
   bool IsLink() const { return IsJunction() || IsSymbolicLink(); }
+  bool LivesElsewhere() const { return IsReparsePoint() && !IsWholeInItsStreams(reparseTag); }
 };
 
 // "$RECYCLE.BIN" or "System Volume Information".
@@ -32,17 +33,27 @@ struct TreeListing {
   std::vector<TreeEntry> links;
   // The folders of such names that were met: they belong to Windows and are not in the listing.
   std::vector<std::u16string> systemFolders;
+  // After a failure: the folder that could not be read to its end, and Windows' error.
+  std::u16string unreadable;
+  win32::DWORD error = win32::ERROR_SUCCESS;
 
   std::uint64_t TotalSize() const;  // bytes of the files' main streams
 };
 
 // Lists everything below `folder`, which itself is not in the list - unless it is a junction or a symbolic link: then
 // it is the only entry. A mounted volume is entered when it is `folder`, and is a link below it. 0 when any folder
-// could not be read to its end; the listing is not to be used then.
+// could not be read to its end: the log names that folder, and the listing is not to be used then. A folder whose
+// contents live elsewhere is listed and not entered, either.
 int GetFileList(const std::u16string& folder, TreeListing& listing);
 // The same; `enter` is asked before a folder is listed (`folder` is the first), and passes over what is in it with no.
 using EnterFolder = std::function<bool(const std::u16string& path)>;
 int GetFileList(const std::u16string& folder, TreeListing& listing, const EnterFolder& enter);
+
+// False, and a line in the log, when the contents of the item (of any item of the listing) live elsewhere: a copy would
+// be an empty shell. A path that leads to nothing is not what this refuses.
+bool HasItsContents(const TreeEntry& entry);
+bool HasItsContents(const std::u16string& path);
+bool HasAllContents(const TreeListing& listing);
 
 // Nothing at all is in the folder. False also when it cannot be listed, and for a link.
 bool IsEmptyFolder(const std::u16string& folder);
@@ -56,7 +67,7 @@ class FolderTree {
   const char16_t* path() const { return path_; }
   // Null when the tree cannot be listed. The log is told nothing of the links in it.
   const TreeListing* Get() const;
-  // The same, and the log is told as GetFileList tells it.
+  // The same, and the log is told what GetFileList tells it.
   const TreeListing* GetAndLog() const;
 
  private:

@@ -70,7 +70,7 @@ bool GiveRootItsOwnSecurity(const std::u16string& volume) {
   const Memory memory = Recall(volume, own);
   if (memory == Memory::None) return true;
   if (memory == Memory::Unreadable || !WriteDescriptor(volume, own))
-    return LogFailure(u"#ERROR: Unable to restore the security of volume %ls.", volume);
+    return LogFailure(u"#INFO: Unable to restore the security of volume %ls.", volume);
   if (!Forget(volume)) Log(u"#INFO: Unable to remove what is remembered of the security of volume %ls.", volume);
   return true;
 }

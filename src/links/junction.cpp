@@ -78,6 +78,27 @@ int CreateJunctionAt(const std::u16string& junction, const std::u16string& subst
 
 }  // namespace
 
+bool IsWholeInItsStreams(win32::DWORD reparseTag) {
+  // MS-FSCC 2.1.2.1
+  constexpr win32::DWORD kCompressed = 0x80000017, kAppExecutionLink = 0x8000001B, kUnixSocket = 0x80000023,
+                         kLinuxLink = 0xA000001D, kLinuxFifo = 0x80000024, kLinuxCharacterDevice = 0x80000025,
+                         kLinuxBlockDevice = 0x80000026;
+  switch (reparseTag) {
+    case win32::IO_REPARSE_TAG_MOUNT_POINT:
+    case win32::IO_REPARSE_TAG_SYMLINK:
+    case kCompressed:
+    case kAppExecutionLink:
+    case kUnixSocket:
+    case kLinuxLink:
+    case kLinuxFifo:
+    case kLinuxCharacterDevice:
+    case kLinuxBlockDevice:
+      return true;
+    default:
+      return false;
+  }
+}
+
 win32::UniqueFile OpenReparseDirectory(const char16_t* path, const ReparseOpenOptions& options) {
   if (!path ||
       EnablePrivilege(options.forWrite ? u"SeRestorePrivilege" : u"SeBackupPrivilege") != PrivilegeResult::Enabled)

@@ -17,6 +17,11 @@ inline bool IsSymbolicLinkRecord(win32::DWORD attributes, win32::DWORD reparseTa
   return (attributes & win32::FILE_ATTRIBUTE_REPARSE_POINT) != 0 && reparseTag == win32::IO_REPARSE_TAG_SYMLINK;
 }
 
+// Is an item with this reparse tag whole in its own streams? Links are, Windows' compressed files, and what apps and
+// the Linux subsystem mark. Of a cloud provider's, deduplicated or tiered file the streams are an empty shell, and of
+// an unknown tag nobody can tell.
+bool IsWholeInItsStreams(win32::DWORD reparseTag);
+
 struct ReparseOpenOptions {
   bool forWrite = false;  // read and written; else only read
 };

@@ -2,6 +2,7 @@
 
 #include <cstdint>
 #include <cstring>
+#include <exception>
 #include <vector>
 
 #include "win32/system.h"
@@ -17,7 +18,7 @@ bool LiesWithin(const std::vector<win32::BYTE>& block, const void* part, std::si
 
 }  // namespace
 
-bool ReadFixedFileInfo(const char16_t* path, win32::VS_FIXEDFILEINFO& fixed) {
+bool ReadFixedFileInfo(const char16_t* path, win32::VS_FIXEDFILEINFO& fixed) try {
   win32::DWORD ignored = 0;
   const win32::DWORD size = win32::GetFileVersionInfoSizeW(path, &ignored);
   if (size == 0) return false;
@@ -32,4 +33,6 @@ bool ReadFixedFileInfo(const char16_t* path, win32::VS_FIXEDFILEINFO& fixed) {
     return false;
   std::memcpy(&fixed, root, sizeof fixed);
   return true;
+} catch (const std::exception&) {
+  return false;
 }

@@ -5,7 +5,6 @@
 
 #include "probes/handle_names.h"
 #include "probes/nt_dll.h"
-#include "probes/system_memory.h"
 #include "win32/system.h"
 
 namespace {
@@ -44,17 +43,17 @@ bool IsFile(const HandleRecord& record) {
 
 bool HandleList::Read() {
   handles_.clear();
-  SystemMemory table;
-  if (!QueryTable(table)) return false;
-  const auto* const header = reinterpret_cast<const win32::SYSTEM_HANDLE_INFORMATION*>(table.data());
+  if (!QueryTable(table_)) return false;
+  const auto* const header = reinterpret_cast<const win32::SYSTEM_HANDLE_INFORMATION*>(table_.data());
   constexpr std::size_t kFirst = offsetof(win32::SYSTEM_HANDLE_INFORMATION, Handles);
   const std::size_t count =
-      std::min<std::size_t>(header->NumberOfHandles, (table.size() - kFirst) / sizeof(HandleRecord));
+      std::min<std::size_t>(header->NumberOfHandles, (table_.size() - kFirst) / sizeof(HandleRecord));
   if (count == 0) win32::OutputDebugStringW(u"No handle information\n");
   for (std::size_t index = 0; index < count; ++index) {
     HandleRecord record;
-    std::memcpy(&record, table.data() + kFirst + index * sizeof record, sizeof record);
+    std::memcpy(&record, table_.data() + kFirst + index * sizeof record, sizeof record);
     if (IsFile(record)) handles_.push_back(record);
   }
+  table_ = SystemMemory();
   return true;
 }

@@ -3,6 +3,7 @@
 
 #include <vector>
 
+#include "probes/system_memory.h"
 #include "win32/ntdll.h"
 
 // One entry of the table. The process id is read as 32 bits: its own 16 and the 16 of the back-trace index, which are 0
@@ -27,5 +28,6 @@ class HandleList {
   const std::vector<HandleRecord>& handles() const { return handles_; }
 
  private:
+  SystemMemory table_;  // while it is read; not on the stack, which a structured exception leaves as it is
   std::vector<HandleRecord> handles_;
 };

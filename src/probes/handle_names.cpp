@@ -25,31 +25,44 @@ constexpr const char16_t* kTypeNames[] = {
     u"WaitablePort", u"Unknown21", u"Unknown22", u"Unknown23", u"Unknown24", u"IoCompletion", u"File"};
 // clang-format on
 
-// A handle of any process as one of ours: a foreign one is duplicated, and closed again.
+// What is open while one handle is asked about. Not on the stack: a structured exception runs no destructors there.
+struct OpenWhileAsking {
+  win32::UniqueKernelHandle process, duplicate, thread;
+  void Close() {
+    thread.reset();
+    duplicate.reset();
+    process.reset();
+  }
+};
+OpenWhileAsking asked;
+
+// A handle of any process as one of ours: a foreign one is duplicated, and closed again. One at a time.
 class OwnHandle {
  public:
+  OwnHandle(const OwnHandle&) = delete;
+  OwnHandle& operator=(const OwnHandle&) = delete;
+  ~OwnHandle() { asked.Close(); }
   OwnHandle(win32::HANDLE handle, win32::DWORD processId) {
     if (processId == win32::GetCurrentProcessId()) {
       handle_ = handle;
       return;
     }
-    process_.reset(win32::OpenProcess(win32::PROCESS_DUP_HANDLE, win32::TRUE, processId));
-    if (process_ && win32::DuplicateHandle(process_.get(), handle, win32::GetCurrentProcess(), duplicate_.put(), 0,
-                                           win32::FALSE, win32::DUPLICATE_SAME_ACCESS))
-      handle_ = duplicate_.get();
+    asked.process.reset(win32::OpenProcess(win32::PROCESS_DUP_HANDLE, win32::TRUE, processId));
+    if (asked.process && win32::DuplicateHandle(asked.process.get(), handle, win32::GetCurrentProcess(),
+                                                asked.duplicate.put(), 0, win32::FALSE, win32::DUPLICATE_SAME_ACCESS))
+      handle_ = asked.duplicate.get();
   }
   win32::HANDLE get() const { return handle_; }  // null: it could not be had
 
  private:
-  win32::UniqueKernelHandle process_, duplicate_;
   win32::HANDLE handle_ = nullptr;
 };
 
 // The UNICODE_STRING at the beginning of an answer, whose characters lie in the same buffer.
-std::u16string TextAt(const win32::BYTE* buffer) {
+std::u16string TextAt(const win32::BYTE* answer, std::size_t size) {
   win32::UNICODE_STRING found{};
-  std::memcpy(&found, buffer, sizeof found);
-  return found.Buffer ? std::u16string(found.Buffer, found.Length / sizeof(char16_t)) : std::u16string();
+  std::memcpy(&found, answer, sizeof found);
+  return TextIn(found, answer, size);
 }
 
 // Asks NtQueryObject for a class whose answer begins with a UNICODE_STRING. The size is asked for first; without an
@@ -61,8 +74,8 @@ bool QueryText(win32::HANDLE handle, int informationClass, win32::ULONG otherwis
   if (size <= sizeof(win32::UNICODE_STRING)) size = otherwise;
   if (size < sizeof(win32::UNICODE_STRING)) return false;
   const auto buffer = std::make_unique<win32::BYTE[]>(size);
-  if (!win32::NT_SUCCESS(ntDll.NtQueryObject(handle, informationClass, buffer.get(), size, &size))) return false;
-  text = TextAt(buffer.get());
+  if (!win32::NT_SUCCESS(ntDll.NtQueryObject(handle, informationClass, buffer.get(), size, nullptr))) return false;
+  text = TextAt(buffer.get(), size);
   return true;
 }
 
@@ -151,9 +164,9 @@ class SharedQuery {
 
   // False when the answers did not come.
   bool Run() {
-    const win32::UniqueKernelHandle thread(win32::CreateThread(nullptr, 0, AskNames, query_, 0, nullptr));
-    started_ = static_cast<bool>(thread);
-    return started_ && WaitForAnswers(thread.get(), *query_);
+    asked.thread.reset(win32::CreateThread(nullptr, 0, AskNames, query_, 0, nullptr));
+    started_ = static_cast<bool>(asked.thread);
+    return started_ && WaitForAnswers(asked.thread.get(), *query_);
   }
 
  private:
@@ -163,6 +176,8 @@ class SharedQuery {
 };
 
 }  // namespace
+
+void CloseWhatWasAsked() { asked.Close(); }
 
 win32::HANDLE HandleOf(const HandleRecord& record) {
   return reinterpret_cast<win32::HANDLE>(win32::ULONG_PTR{record.handle});
@@ -212,6 +227,6 @@ int GetFileObjectName(win32::HANDLE handle, std::u16string& name, win32::DWORD p
   SharedQuery query(own.get());
   if (!query.Run()) return 1;
   if (query->status != win32::STATUS_SUCCESS || !win32::NT_SUCCESS(query->nativeStatus)) return 0;
-  name = TextAt(query->nativeName.data());
+  name = TextAt(query->nativeName.data(), query->nativeName.size());
   return 1;
 }

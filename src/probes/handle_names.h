@@ -8,6 +8,9 @@
 // The record's handle, as its own process knows it.
 win32::HANDLE HandleOf(const HandleRecord& record);
 
+// Closes what a question that a structured exception has ended had open.
+void CloseWhatWasAsked();
+
 // All of these answer 1 or 0 and fail while INtDll is not bound; a handle is one of that process.
 
 // The name of the handle's type as this Windows calls it: "File", "Key", ...

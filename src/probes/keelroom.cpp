@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <exception>
 #include <map>
 
 #include "probes/file_version.h"
@@ -82,21 +83,25 @@ win32::WORD Low(win32::DWORD value) { return static_cast<win32::WORD>(value & 0x
 
 }  // namespace
 
-bool ReadKeelroomVolumes(std::vector<std::u16string>& drives) {
+bool ReadKeelroomVolumes(std::vector<std::u16string>& drives) try {
   drives.clear();
   for (const auto& [key, volume] : ReadVolumes()) drives.push_back(volume.mountAs);
   return !drives.empty();
+} catch (const std::exception&) {
+  return false;
 }
 
-bool IsKeelroomDrive(char16_t driveLetter) {
+bool IsKeelroomDrive(char16_t driveLetter) try {
   const std::u16string drive = FormatText(u"%c:", driveLetter);
   std::vector<std::u16string> drives;
   ReadKeelroomVolumes(drives);
   return std::any_of(drives.begin(), drives.end(),
                      [&](const std::u16string& mounted) { return EqualPaths(mounted, drive); });
+} catch (const std::exception&) {
+  return false;
 }
 
-int GetFileVersionRecord(const std::u16string& path, FileVersionRecord& record) {
+int GetFileVersionRecord(const std::u16string& path, FileVersionRecord& record) try {
   win32::VS_FIXEDFILEINFO fixed{};
   if (!ReadFixedFileInfo(path.c_str(), fixed)) return 0;
   record.major = High(fixed.dwFileVersionMS);
@@ -109,9 +114,11 @@ int GetFileVersionRecord(const std::u16string& path, FileVersionRecord& record) 
   record.revisionText = FormatText(u"%d", record.revision);
   record.text = FormatText(u"%d.%d.%d.%d", record.major, record.minor, record.build, record.revision);
   return 1;
+} catch (const std::exception&) {
+  return 0;
 }
 
-int IsNewKeelroomVersion() {
+int IsNewKeelroomVersion() try {
   constexpr win32::WORD kMajor = 8, kMinor = 33;
   std::array<char16_t, win32::MAX_PATH> system{};
   if (!win32::SHGetSpecialFolderPathW(nullptr, system.data(), win32::CSIDL_SYSTEM, win32::FALSE)) return 0;
@@ -121,4 +128,6 @@ int IsNewKeelroomVersion() {
   if (!GetFileVersionRecord(path, version))
     return LogFailure(u"#ERROR: Failed to find the version of Keeldisk driver at %s", path);
   return version.major > kMajor || (version.major == kMajor && version.minor >= kMinor);
+} catch (const std::exception&) {
+  return 0;
 }

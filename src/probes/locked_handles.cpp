@@ -82,6 +82,12 @@ class Walk {
   HandleList handles_;
 };
 
+void TraceUnknown(win32::DWORD code) try {
+  Trace(FormatText(u"\n UNKNOWN_EXCEPTION. Error Code: %d", code).c_str());
+} catch (const std::exception&) {
+  Trace(u"\n UNKNOWN_EXCEPTION.");
+}
+
 win32::LONG ExceptionHandler(win32::DWORD code) {
   Trace(u"\n ===>>> In ExceptionHandler:: Caught exception");
   if (code == win32::EXCEPTION_ACCESS_VIOLATION)
@@ -93,19 +99,36 @@ win32::LONG ExceptionHandler(win32::DWORD code) {
   else if (code == win32::EXCEPTION_ARRAY_BOUNDS_EXCEEDED)
     Trace(u"\n EXCEPTION_ARRAY_BOUNDS_EXCEEDED");
   else
-    Trace(FormatText(u"\n UNKNOWN_EXCEPTION. Error Code: %d", code).c_str());
+    TraceUnknown(code);
   return win32::EXCEPTION_EXECUTE_HANDLER;
 }
 
-// What an exception ends is left without its destructors. The snapshot of the processes and the list of handles belong
-// to `walk` and are freed; the handle table while it is read, a duplicated handle and a question for a name stay until
-// the program ends.
-void GetLockedFilesList(Walk& walk) {
+// What a structured exception ends is left without its destructors. The tables belong to `walk` and are freed, and
+// what is open is closed; a text or two, and a question for a name, stay until the program ends.
+bool Run(Walk& walk) try {
+  if (win32::CallWithExceptionFilter([](void* context) { static_cast<Walk*>(context)->Run(); }, &walk,
+                                     ExceptionHandler))
+    return true;
+  CloseWhatWasAsked();
+  Trace(u"\n Exception in unmanaged GetLockedFilesList()");
+  return false;
+} catch (const std::exception&) {
+  return false;
+}
+
+// False: an exception has ended the walk, and what it had found by then is all there is.
+bool GetLockedFilesList(Walk& walk) {
   Trace(u"\n Inside unmanaged GetLockedFilesList()");
-  if (!win32::CallWithExceptionFilter([](void* context) { static_cast<Walk*>(context)->Run(); }, &walk,
-                                      ExceptionHandler))
-    Trace(u"\n Exception in unmanaged GetLockedFilesList()");
+  const bool completed = Run(walk);
   Trace(u"\n Outside unmanaged GetLockedFilesList()");
+  return completed;
+}
+
+bool WalkHandles(const char16_t* firstPath, const char16_t* secondPath, LockedPaths& locked) try {
+  Walk walk(firstPath, secondPath, locked);
+  return GetLockedFilesList(walk);
+} catch (const std::exception&) {
+  return false;
 }
 
 }  // namespace
@@ -113,13 +136,11 @@ void GetLockedFilesList(Walk& walk) {
 int GetLockedFilesAndFoldersList(const char16_t* firstPath, const char16_t* secondPath, LockedPaths& locked) {
   Trace(u"\n Start of unmanaged GetLockedFilesAndFoldersList()");
   locked.count = 0;
-  try {
-    Trace(u"\n Unmanaged GetLockedFilesAndFoldersList():: Before GetLockedFilesList()");
-    Walk walk(firstPath, secondPath, locked);
-    GetLockedFilesList(walk);
+  Trace(u"\n Unmanaged GetLockedFilesAndFoldersList():: Before GetLockedFilesList()");
+  if (WalkHandles(firstPath, secondPath, locked)) {
     Trace(u"\n Unmanaged GetLockedFilesAndFoldersList():: After GetLockedFilesList()");
     Trace(u"\n Unmanaged GetLockedFilesAndFoldersList():: Added empty record");  // traced although none is added
-  } catch (const std::exception&) {
+  } else {
     Trace(u"\n Exception in GetLockedFilesAndFoldersList()");
   }
   Trace(u"\n End of unmanaged GetLockedFilesAndFoldersList()");

@@ -1,5 +1,8 @@
 #include "probes/nt_dll.h"
 
+#include <cstdint>
+#include <cstring>
+
 #include "probes/windows_version.h"
 #include "win32/system.h"
 
@@ -29,4 +32,12 @@ bool INtDll::Bind() {
            Find(module, "NtQueryInformationProcess", NtQueryInformationProcess);
   majorVersion = GetWindowsMajorVersion();
   return bound_;
+}
+
+std::u16string TextIn(const win32::UNICODE_STRING& text, const win32::BYTE* answer, std::size_t size) {
+  const auto begin = reinterpret_cast<std::uintptr_t>(answer), at = reinterpret_cast<std::uintptr_t>(text.Buffer);
+  if (at < begin || at - begin > size || size - (at - begin) < text.Length) return {};
+  std::u16string found(text.Length / sizeof(char16_t), u'\0');
+  std::memcpy(found.data(), text.Buffer, found.size() * sizeof(char16_t));
+  return found;
 }

@@ -2,6 +2,9 @@
 // of Windows, so they are looked up when the program runs.
 #pragma once
 
+#include <cstddef>
+#include <string>
+
 #include "win32/ntdll.h"
 
 class INtDll {
@@ -23,3 +26,6 @@ class INtDll {
  private:
   bool bound_ = false;
 };
+
+// The text of a UNICODE_STRING that came with an answer of `size` bytes; empty unless its characters lie in the answer.
+std::u16string TextIn(const win32::UNICODE_STRING& text, const win32::BYTE* answer, std::size_t size);

@@ -2,6 +2,7 @@
 
 #include <array>
 #include <cstddef>
+#include <exception>
 #include <vector>
 
 #include "report/console.h"
@@ -49,7 +50,7 @@ win32::UniqueSid AdministratorsSid() {
   return sid;
 }
 
-bool IsUserAdministrator() {
+bool IsUserAdministrator() try {
   const win32::UniqueKernelHandle token = CallersToken();
   if (!token) return false;
   const std::vector<win32::TOKEN_GROUPS> groups = ReadGroups(token);
@@ -61,6 +62,8 @@ bool IsUserAdministrator() {
       reinterpret_cast<const std::byte*>(groups.data()) + offsetof(win32::TOKEN_GROUPS, Groups));
   for (win32::DWORD i = 0; i < groups[0].GroupCount; ++i)
     if (win32::EqualSid(administrators.get(), first[i].Sid)) return true;
+  return false;
+} catch (const std::exception&) {
   return false;
 }
 

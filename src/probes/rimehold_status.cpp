@@ -1,6 +1,7 @@
 #include "probes/rimehold_status.h"
 
 #include <array>
+#include <exception>
 #include <string_view>
 
 #include "report/console.h"
@@ -53,13 +54,16 @@ bool IsServiceInstalled() {
 
 }  // namespace
 
-int GetRHStatus(std::u16string& message) {
+int GetRHStatus(std::u16string& message) try {
   const std::u16string text = ReadStatusText();
   for (const Status& status : kStatuses) {
     if (!EqualIgnoringAsciiCase(text, status.value)) continue;
     message = LoadResourceString(status.message);
     return status.code;
   }
+  message = LoadResourceString(StringId::RimeholdNotInstalled);
+  return kNotInstalled;
+} catch (const std::exception&) {
   message = LoadResourceString(StringId::RimeholdNotInstalled);
   return kNotInstalled;
 }
@@ -69,9 +73,11 @@ bool IsRimeholdFrozen() {
   return IsServiceInstalled() && GetRHStatus(message) == kFrozen;
 }
 
-bool GetRegRedirectPath(std::u16string& path) {
+bool GetRegRedirectPath(std::u16string& path) try {
   const std::u16string folder = ServiceFolder(kService);
   if (folder.empty()) return false;
   path = folder + u"RegRedirect";
   return true;
+} catch (const std::exception&) {
+  return false;
 }

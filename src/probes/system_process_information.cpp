@@ -37,9 +37,6 @@ bool SystemProcessInformation::Refresh() {
 
 std::u16string SystemProcessInformation::ImageName(win32::DWORD processId) const {
   const auto found = processes_.find(processId);
-  if (found == processes_.end() || !found->second->ImageName.Buffer) return {};
-  const win32::UNICODE_STRING& name = found->second->ImageName;
-  const auto* const begin = reinterpret_cast<const win32::BYTE*>(name.Buffer);
-  if (begin < buffer_.data() || begin + name.Length > buffer_.data() + buffer_.size()) return {};
-  return {name.Buffer, name.Length / sizeof(char16_t)};
+  return found == processes_.end() ? std::u16string()
+                                   : TextIn(found->second->ImageName, buffer_.data(), buffer_.size());
 }

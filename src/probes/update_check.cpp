@@ -73,13 +73,35 @@ bool IsAccepted(const win32::UniqueInternet& request) {
   return QueryHeader(request, win32::HTTP_QUERY_STATUS_CODE, status) && status == u"200";
 }
 
+// A number in decimal digits, with or without zeros in front.
+bool IsNumber(std::u16string_view text, std::size_t number) {
+  if (text.empty()) return false;
+  while (text.size() > 1 && text.front() == u'0') text.remove_prefix(1);
+  return text == FormatText(u"%u", static_cast<win32::DWORD>(number));
+}
+
+// Does the text end with the tag that closes its first element?
+bool IsWholeDocument(std::string_view text) {
+  constexpr std::string_view kBlanks = " \t\r\n";
+  const std::size_t last = text.find_last_not_of(kBlanks);
+  if (last == text.npos) return false;
+  text = text.substr(0, last + 1);
+  std::size_t first = text.find('<');  // what begins with a letter is an element; "<?" and "<!" stand before it
+  while (first < text.size() && (text.substr(first).starts_with("<?") || text.substr(first).starts_with("<!")))
+    first = text.find('<', first + 1);
+  if (first >= text.size()) return false;
+  const std::string_view name = text.substr(first + 1, text.find_first_of(" \t\r\n/>", first) - first - 1);
+  return text.ends_with("</" + std::string(name) + ">");
+}
+
 // The library takes a connection that ends early for the end of the reply. A reply that tells its length is held to it;
-// of another (chunked, or up to the connection's end) nobody can tell.
-bool IsComplete(const win32::UniqueInternet& request, std::size_t bytes) {
-  std::u16string length;
-  if (!QueryHeader(request, win32::HTTP_QUERY_CONTENT_LENGTH, length))
-    return win32::GetLastError() == win32::ERROR_HTTP_HEADER_NOT_FOUND;
-  return length == FormatText(u"%u", static_cast<win32::DWORD>(bytes));
+// one in chunks must be a whole document, and of one that goes on to the connection's end nobody can tell.
+bool IsComplete(const win32::UniqueInternet& request, std::size_t bytes, const std::string& reply) {
+  std::u16string text;
+  if (QueryHeader(request, win32::HTTP_QUERY_CONTENT_LENGTH, text)) return IsNumber(text, bytes);
+  if (win32::GetLastError() != win32::ERROR_HTTP_HEADER_NOT_FOUND) return false;
+  if (QueryHeader(request, win32::HTTP_QUERY_TRANSFER_ENCODING, text)) return IsWholeDocument(reply);
+  return win32::GetLastError() == win32::ERROR_HTTP_HEADER_NOT_FOUND;
 }
 
 // The whole reply. False when reading fails or does not come to an end.
@@ -90,7 +112,7 @@ bool ReadReply(const win32::UniqueInternet& request, std::string& reply) {
     std::array<char, kPiece + 1> piece{};
     win32::DWORD read = 0;
     if (!win32::InternetReadFile(request.get(), piece.data(), kPiece, &read)) return false;
-    if (read == 0) return IsComplete(request, total);
+    if (read == 0) return IsComplete(request, total, reply);
     total += read;
     if (total > kLongestReply) return false;
     reply += piece.data();  // the reply is text: a zero ends its piece

@@ -1,6 +1,7 @@
 #include "probes/version.h"
 
 #include <array>
+#include <exception>
 
 #include "probes/file_version.h"
 #include "text/format.h"
@@ -14,7 +15,7 @@ win32::DWORD Low(win32::DWORD value) { return value & 0xFFFF; }
 
 }  // namespace
 
-bool GetProductVersion(ProductVersion& version) {
+bool GetProductVersion(ProductVersion& version) try {
   std::array<char16_t, win32::MAX_PATH> path{};
   const win32::DWORD length = win32::GetModuleFileNameW(nullptr, path.data(), win32::MAX_PATH);
   if (length == 0 || length >= win32::MAX_PATH) return false;
@@ -28,4 +29,6 @@ bool GetProductVersion(ProductVersion& version) {
   version.dotted = FormatText(u"%d.%d.%d.%d", High(fixed.dwProductVersionMS), Low(fixed.dwProductVersionMS),
                               High(fixed.dwProductVersionLS), Low(fixed.dwProductVersionLS));
   return true;
+} catch (const std::exception&) {
+  return false;
 }

@@ -261,7 +261,7 @@ int SayRemovalFailed(const Removal& removal) {
   // Without a configuration, Windows says where new profiles are.
   if (ProfileFolderValue directory; location.empty() && ReadProfileFolder(ProfileFolder::ProfilesDirectory, directory))
     location = directory.folder;
-  Say(StringId::ErrorsLoggedIn, LogPath());
+  SayWhereErrorsAreLogged();
   const std::u16string said = removal.onVolume() ? LoadResourceString(StringId::VolumeRemovalFailed)
                                                  : u"\n" + FormatString(StringId::NewProfilesRemovalFailed, location);
   ConsolePrint(said);

@@ -35,7 +35,7 @@ class LoadedHive {
     EnableHivePrivileges();
     // A file that is not there would be made.
     loaded_ = HasLoadableHive(folder) && win32::RegLoadKeyW(win32::HKEY_USERS, kTemporaryKey, file_.c_str()) == 0;
-    if (!loaded_) Log(u"#ERROR: Unable to load the user's registry file %ls.", file_);
+    if (!loaded_) Log(u"#INFO: Unable to load the user's registry file %ls.", file_);
   }
   ~LoadedHive() { TakeOff(); }
   LoadedHive(const LoadedHive&) = delete;
@@ -47,7 +47,7 @@ class LoadedHive {
     if (!loaded_) return true;
     loaded_ = false;
     if (Unload()) return true;
-    return LogFailure(u"#ERROR: Unable to unload the user's registry file %ls.", file_);
+    return LogFailure(u"#INFO: Unable to unload the user's registry file %ls.", file_);
   }
 
  private:
@@ -69,7 +69,7 @@ bool RewriteBelow(const std::u16string& hive, const std::u16string& oldFolder, c
     result = WriteRegistryValue(desktop.get(), kWallpaper, TextValue(replaced, value.type));
   }
   if (result == 0) return true;
-  return LogFailure(u"#ERROR: Unable to update the desktop wallpaper path in the user's registry.");
+  return LogFailure(u"#INFO: Unable to update the desktop wallpaper path in the user's registry.");
 }
 
 }  // namespace
@@ -89,7 +89,7 @@ void UnloadForgottenHive() try {
   if (win32::RegOpenKeyExW(win32::HKEY_USERS, kTemporaryKey, 0, win32::KEY_QUERY_VALUE, key.put()) != 0) return;
   key.reset();
   EnableHivePrivileges();
-  if (!Unload()) Log(u"#ERROR: Unable to unload the user's registry file that an earlier run left loaded.");
+  if (!Unload()) Log(u"#INFO: Unable to unload the user's registry file that an earlier run left loaded.");
 } catch (const std::exception&) {
   // Whoever loads a hive next is told.
 }

@@ -69,7 +69,7 @@ class FileRedirection {
   SecurityBlock sourceSecurity_;
   std::vector<JunctionRecord> records_;
   // What has been done.
-  bool copied_ = false, sourceRemoved_ = false, linkMade_ = false;
+  bool copied_ = false, toldOfMove_ = false, sourceRemoved_ = false, linkMade_ = false;
   bool targetWasRecorded_ = false;
 };
 
@@ -118,6 +118,7 @@ bool FileRedirection::LeaveLink() {
 bool FileRedirection::RemoveSource() {
   if (!SaveSecurityInfo(places_.source, sourceSecurity_)) return false;
   Log(u"#INFO: The file %ls is now in %ls.", places_.source, places_.realTarget);
+  toldOfMove_ = true;
   sourceRemoved_ = RemoveFile(places_.source);
   source_.LetGo();
   if (sourceRemoved_) WaitUntilGone(places_.source);
@@ -148,6 +149,8 @@ void FileRedirection::TakeBack() {
     Log(u"#ERROR: The file stays in %ls.", places_.realTarget);
     return;
   }
+  // The log has said that the file is there.
+  if (toldOfMove_) Log(u"#INFO: The file %ls is back in its place.", places_.source);
   if (linkMade_ && !RestoreJunctionRecords(records_)) Log(line::kRecordsNotUpdated);
   if (copied_ && !RemoveFile(places_.realTarget)) LogWithSystemError(line::kFileNotRemoved, places_.realTarget);
   replaced_.PutBack();

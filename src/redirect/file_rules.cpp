@@ -1,5 +1,6 @@
 #include "redirect/file_rules.h"
 
+#include "fsops/file_list.h"
 #include "fsops/security.h"
 #include "links/junction.h"
 #include "links/presence.h"
@@ -142,9 +143,9 @@ FilePlaces::FilePlaces(const std::u16string& file, const std::u16string& targetF
 bool MayBeRedirected(const FilePlaces& places) {
   return IsFullFilePath(places.source) && IsFullFilePath(places.folder) && SourceIsNoLink(places) &&
          IsShortEnough(places.source) && SourceIsFilePath(places.source) && SourceIsNotTarget(places) &&
-         TargetIsNoLink(places) && SourceExists(places.source) && IsShortEnough(places.realTarget) &&
-         AreOnNtfs(places) && MayFileLeave(places.source) && MayComeTo(places.source, places.realTarget, Comes::File) &&
-         IsOutsideSystemFolders(places.folder);
+         TargetIsNoLink(places) && SourceExists(places.source) && HasItsContents(places.source) &&
+         IsShortEnough(places.realTarget) && AreOnNtfs(places) && MayFileLeave(places.source) &&
+         MayComeTo(places.source, places.realTarget, Comes::File) && IsOutsideSystemFolders(places.folder);
 }
 
 bool MayGoThere(const FilePlaces& places) {

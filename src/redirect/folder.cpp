@@ -159,7 +159,10 @@ void FolderRedirection::TakeBack(bool junctionMade) {
     return;
   }
   if (!RestoreJunctionRecords(records_)) Log(line::kRecordsNotUpdated);
-  if (!UndoMove(moved_)) Log(line::kOthersStay, source_, realTarget_);
+  if (UndoMove(moved_))
+    Log(u"#INFO: All files and folders are back in %ls.", source_);
+  else
+    Log(line::kOthersStay, source_, realTarget_);
   RemoveTargetIfEmpty();
 }
 

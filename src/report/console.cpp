@@ -1,6 +1,9 @@
 #include "report/console.h"
 
+#include <algorithm>
 #include <cstring>
+#include <exception>
+#include <string>
 
 #include "win32/system.h"
 #include "win32/file.h"
@@ -36,16 +39,30 @@ std::u16string StringInBlock(std::string_view block, unsigned position) {
   return {};
 }
 
+// Two bytes more than Windows asks for: room for a terminator of any code page. Empty when Windows does not convert.
 std::string ToOem(std::u16string_view text) {
+  constexpr int kSlack = 2;
   const int characters = static_cast<int>(text.size());
   const int size =
       win32::WideCharToMultiByte(win32::CP_OEMCP, 0, text.data(), characters, nullptr, 0, nullptr, nullptr);
   if (size <= 0) return {};
-  std::string bytes(static_cast<std::size_t>(size), '\0');
-  if (win32::WideCharToMultiByte(win32::CP_OEMCP, 0, text.data(), characters, bytes.data(), size, nullptr, nullptr) !=
-      size)
-    return {};
+  std::string bytes(static_cast<std::size_t>(size) + kSlack, '\0');
+  const int written = win32::WideCharToMultiByte(win32::CP_OEMCP, 0, text.data(), characters, bytes.data(),
+                                                 size + kSlack, nullptr, nullptr);
+  bytes.resize(static_cast<std::size_t>(std::max(written, 0)));
   return bytes;
+}
+
+// In pieces: consoles before Windows 8 refuse more than some 60,000 bytes at once.
+void WriteAll(std::string_view bytes) {
+  constexpr std::size_t kPiece = 8192;
+  const win32::HANDLE output = win32::GetStdHandle(win32::STD_OUTPUT_HANDLE);
+  while (!bytes.empty()) {
+    win32::DWORD written = 0;
+    const auto size = static_cast<win32::DWORD>(std::min(bytes.size(), kPiece));
+    if (!win32::WriteFile(output, bytes.data(), size, &written, nullptr) || written == 0) return;
+    bytes.remove_prefix(std::min<std::size_t>(written, size));
+  }
 }
 
 // No OEM code page has a line feed as the second byte of a character.
@@ -60,7 +77,7 @@ std::string WithCarriageReturns(const std::string& bytes) {
 
 }  // namespace
 
-std::u16string LoadResourceString(StringId text) {
+std::u16string LoadResourceString(StringId text) try {
   const auto id = static_cast<unsigned>(text);
   if (id >= kStringIdLimit - kStringsInBlock) {
     win32::SetLastError(win32::ERROR_RESOURCE_NAME_NOT_FOUND);
@@ -73,15 +90,16 @@ std::u16string LoadResourceString(StringId text) {
   const void* const data = loaded ? win32::LockResource(loaded) : nullptr;
   if (!data) return {};
   return StringInBlock({static_cast<const char*>(data), win32::SizeofResource(module, resource)}, id % kStringsInBlock);
+} catch (const std::exception&) {
+  return {};
 }
 
-bool ConsolePrint(std::u16string_view text) {
+bool ConsolePrint(std::u16string_view text) try {
   if (text.empty()) return true;
   const std::string bytes = ToOem(text);
   if (bytes.empty()) return false;
-  const std::string out = WithCarriageReturns(bytes);
-  win32::DWORD written = 0;
-  win32::WriteFile(win32::GetStdHandle(win32::STD_OUTPUT_HANDLE), out.data(), static_cast<win32::DWORD>(out.size()),
-                   &written, nullptr);
+  WriteAll(WithCarriageReturns(bytes));
   return true;
+} catch (const std::exception&) {
+  return false;
 }

@@ -1,8 +1,12 @@
 // What the program says on the console: texts of the string table and a few fixed ones, in the console's OEM code page.
 #pragma once
 
+#include <exception>
+
 #include "resources/string_ids.h"
 #include "text/format.h"
+
+// Nothing here throws but FormatString: where memory is short, a text is empty or is not printed.
 
 // A text of the string table; empty when there is none.
 std::u16string LoadResourceString(StringId id);
@@ -18,12 +22,14 @@ std::u16string FormatString(StringId id, const Arguments&... arguments) {
 bool ConsolePrint(std::u16string_view text);
 
 template <typename... Arguments>
-bool ConsoleFormat(FormatFor<Arguments...> format, const Arguments&... arguments) {
+bool ConsoleFormat(FormatFor<Arguments...> format, const Arguments&... arguments) try {
   return ConsolePrint(FormatText<Arguments...>(format, arguments...));
+} catch (const std::exception&) {
+  return false;
 }
 
 // A text of the string table with its arguments.
 template <typename... Arguments>
 void Say(StringId id, const Arguments&... arguments) {
-  ConsolePrint(FormatString(id, arguments...));
+  ConsoleFormat<Arguments...>(TableText(LoadResourceString(id)), arguments...);
 }

@@ -78,7 +78,10 @@ LogFile::LogFile() {
     const win32::DWORD sizeLow = win32::GetFileSize(handle_, &sizeHigh);
     if (sizeLow == 0 && sizeHigh == 0) WriteText(u"\uFEFF");
     win32::LONG high = 0;
-    win32::SetFilePointer(handle_, 0, &high, win32::FILE_END);
+    win32::SetLastError(win32::ERROR_SUCCESS);
+    const win32::DWORD low = win32::SetFilePointer(handle_, 0, &high, win32::FILE_END);
+    // From where else, lines would overwrite those of earlier runs.
+    if (low == win32::INVALID_SET_FILE_POINTER && win32::GetLastError() != win32::ERROR_SUCCESS) Close();
   }
   win32::InitializeCriticalSection(&lock_);
   current = this;
@@ -86,9 +89,13 @@ LogFile::LogFile() {
 
 LogFile::~LogFile() {
   current = nullptr;
+  Close();
+  win32::DeleteCriticalSection(&lock_);
+}
+
+void LogFile::Close() {
   if (handle_ != win32::INVALID_HANDLE_VALUE) win32::CloseHandle(handle_);
   handle_ = win32::INVALID_HANDLE_VALUE;
-  win32::DeleteCriticalSection(&lock_);
 }
 
 LogFile* LogFile::Current() { return current; }

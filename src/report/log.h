@@ -27,6 +27,7 @@ class LogFile {
  private:
   void WriteText(std::u16string_view text);
   void WritePrefix();
+  void Close();
 
   char16_t path_[win32::MAX_PATH] = {};
   win32::HANDLE handle_ = win32::INVALID_HANDLE_VALUE;

@@ -8,9 +8,11 @@ int Succeed(const std::u16string& text) {
   return 0;
 }
 
+void SayWhereErrorsAreLogged() { Say(StringId::ErrorsLoggedIn, LogPath()); }
+
 int Fail(StringId id) {
   const std::u16string said = LoadResourceString(id);
-  Say(StringId::ErrorsLoggedIn, LogPath());
+  SayWhereErrorsAreLogged();
   ConsoleFormat(u"\n%ls", said);
   Log(u"%ls", said);
   return 1;

@@ -11,7 +11,11 @@ int Succeed(StringId id, const Arguments&... arguments) {
   return Succeed(FormatString(id, arguments...));
 }
 
-// Says where the errors are logged, then the text, which the log gets, too; 1, the exit code.
+// Says where the errors are logged, in the one form that all commands have. Without the product's service there is no
+// log, and no place is named.
+void SayWhereErrorsAreLogged();
+
+// SayWhereErrorsAreLogged, then the text, which the log gets, too; 1, the exit code.
 int Fail(StringId id);
 
 // Says the text with its arguments on the console only; 1, the exit code.

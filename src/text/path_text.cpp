@@ -76,6 +76,17 @@ bool IsPlainPath(std::u16string_view path) {
   return true;
 }
 
+bool IsDeviceName(std::u16string_view name) {
+  name = name.substr(0, name.find_first_of(u".:"));
+  while (name.ends_with(u' ')) name.remove_suffix(1);
+  if (name.size() == 4) {
+    const bool isPort = EqualPaths(name.substr(0, 3), u"com") || EqualPaths(name.substr(0, 3), u"lpt");
+    return isPort && std::u16string_view(u"0123456789\u00b9\u00b2\u00b3").find(name[3]) != name.npos;
+  }
+  static constexpr std::u16string_view kDevices[] = {u"nul", u"con", u"prn", u"aux", u"conin$", u"conout$"};
+  return std::ranges::any_of(kDevices, [&](std::u16string_view device) { return EqualPaths(name, device); });
+}
+
 bool IsSameOrBelow(std::u16string_view path, std::u16string_view folder) {
   if (folder.ends_with(u'\\')) folder.remove_suffix(1);
   if (folder.empty() || !StartsWithIgnoringAsciiCase(path, folder)) return false;

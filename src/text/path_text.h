@@ -33,6 +33,10 @@ bool HasDotComponents(std::u16string_view path);
 // dot or a blank? (One backslash may end it.)
 bool IsPlainPath(std::u16string_view path);
 
+// Would Windows take a path that ends with this name for a device ("nul", "con.txt", "COM1 .log"), whatever folder the
+// path names? Such items are reached by "\\?\" only.
+bool IsDeviceName(std::u16string_view name);
+
 // The path is `folder` or lies below it: C:\Database is not below C:\Data.
 bool IsSameOrBelow(std::u16string_view path, std::u16string_view folder);
 // With newFolder in the place of oldFolder when the path is oldFolder or lies below it; otherwise as it is.

@@ -67,7 +67,7 @@ bool SaveTree(std::span<const TreeEntry> tree, SavedSecurityMap& saved) {
 }  // namespace
 
 int GetFileList(const std::u16string& folder, TreeListing& listing, win32::HANDLE token, SavedSecurityMap& saved) try {
-  if (!GetFileList(folder, listing)) return 0;
+  if (!GetFileList(folder, listing) || !HasAllContents(listing)) return 0;
   const std::vector<TreeEntry>& entries = listing.entries;
   std::size_t savedUpTo = 0;  // with a folder that was opened
   for (std::size_t i = 0; i < entries.size(); ++i) {

@@ -70,6 +70,16 @@ std::u16string PlainName(const char16_t* path) {
   return hasShortNames && GetFinalTargetPath(path, real) ? real : plain;
 }
 
+// One of its components is a device's name: the item itself would be reached by "\\?\" only.
+bool NamesDevice(std::u16string_view path) {
+  for (path = WithoutExtendedPrefix(path); !path.empty();) {
+    const std::size_t end = std::min(path.find(u'\\'), path.size());
+    if (IsDeviceName(path.substr(0, end))) return true;
+    path.remove_prefix(std::min(end + 1, path.size()));
+  }
+  return false;
+}
+
 }  // namespace
 
 bool DriveExists(const char16_t* path) {
@@ -119,7 +129,7 @@ bool IsUsablePath(const std::u16string& path) {
   // With "..", the last component would not be the folder's name, and a folder inside another would not look like it.
   if (HasDotComponents(path)) return LogFailure(line::kRelativePath, path);
   // Windows itself would take the odd parts away, but not from the path that a junction holds: it would lead nowhere.
-  if (!IsPlainPath(path)) return LogFailure(line::kInvalidPath, path);
+  if (!IsPlainPath(path) || NamesDevice(path)) return LogFailure(line::kInvalidPath, path);
   return true;
 }
 

@@ -33,6 +33,11 @@ class Scan {
   Scan(const LockedPaths* locked, bool allowSpecialCase) : locked_(locked), allowSpecialCase_(allowSpecialCase) {}
 
   void Examine(const TreeEntry& item) {
+    // Nothing more is asked of it: an open could bring its contents here.
+    if (!HasItsContents(item)) {
+      passed_ = false;
+      return;
+    }
     CheckAccess(item);
     const bool locked = IsLocked(item);
     const bool accessible = item.IsDirectory() || IsAccessible(item);
@@ -51,7 +56,17 @@ class Scan {
       return;
     }
     Log(u"#ERROR: %ls - Insufficient permissions. The minimum permissions requirement is read & execute.", item.path);
+    if (IsCompatibilityLink(item))
+      Log(u"#INFO: %ls - Windows keeps this hidden link for old programs, and nobody may list what it leads to. "
+          u"Redirect "
+          u"the whole user profile instead, or remove the link.",
+          item.path);
     passed_ = false;
+  }
+
+  // As Windows makes them in profiles.
+  static bool IsCompatibilityLink(const TreeEntry& item) {
+    return item.IsJunction() && item.Has(win32::FILE_ATTRIBUTE_HIDDEN) && item.Has(win32::FILE_ATTRIBUTE_SYSTEM);
   }
 
   bool IsLocked(const TreeEntry& item) {

@@ -28,9 +28,9 @@ HINTERNET HttpOpenRequestW(HINTERNET hConnect, const char16_t* lpszVerb, const c
 // dwOptionalLength bytes.
 BOOL HttpSendRequestW(HINTERNET hRequest, const char16_t* lpszHeaders, DWORD dwHeadersLength, void* lpOptional,
                       DWORD dwOptionalLength);
-// dwInfoLevel: HTTP_QUERY_STATUS_CODE or HTTP_QUERY_CONTENT_LENGTH (ERROR_HTTP_HEADER_NOT_FOUND when the server did not
-// tell), as a text. lpdwBufferLength: in, the buffer's bytes; out, the text's without its terminator, or the bytes it
-// needs with ERROR_INSUFFICIENT_BUFFER. lpdwIndex: null.
+// dwInfoLevel: HTTP_QUERY_STATUS_CODE, or HTTP_QUERY_CONTENT_LENGTH or HTTP_QUERY_TRANSFER_ENCODING as the server wrote
+// it (ERROR_HTTP_HEADER_NOT_FOUND when it did not), as a text. lpdwBufferLength: in, the buffer's bytes; out, the
+// text's without its terminator, or the bytes it needs with ERROR_INSUFFICIENT_BUFFER. lpdwIndex: null.
 BOOL HttpQueryInfoW(HINTERNET hRequest, DWORD dwInfoLevel, void* lpBuffer, DWORD* lpdwBufferLength, DWORD* lpdwIndex);
 // Waits for as many bytes of the reply's body as are asked for, or for its end. TRUE with no bytes read: there are no
 // more - also when the connection ended before the reply did, which the content's length tells.

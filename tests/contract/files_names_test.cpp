@@ -45,6 +45,29 @@ TEST_F(FilesNames, MakingDirectories) {
   EXPECT_EQ(MakeError(u""), ERROR_PATH_NOT_FOUND);
 }
 
+// Windows takes these for devices, whatever folder they are looked for in; files of such names are reached by "\\?\".
+TEST_F(FilesNames, NamesOfDevices) {
+  SKIP_ON_WINE("it makes folders of these names, and knows fewer of them");
+  for (const char16_t* const name :
+       {u"nul", u"NUL.txt", u"con", u"prn.a.b", u"aux.c", u"com1", u"Com9.log", u"lpt1 .x", u"lpt\u00b3", u"nul. "}) {
+    const std::u16string plain = Path(name), literal = u"\\\\?\\" + plain;
+    EXPECT_EQ(MakeError(plain), ERROR_DIRECTORY);
+    EXPECT_EQ(DeleteError(literal), ERROR_FILE_NOT_FOUND);
+    Put(literal, "content");
+    EXPECT_EQ(GetFileAttributesW(plain.c_str()), FILE_ATTRIBUTE_ARCHIVE);
+    EXPECT_EQ(DeleteError(plain), ERROR_FILE_NOT_FOUND);
+    EXPECT_EQ(MakeError(plain + u"\\child"), ERROR_PATH_NOT_FOUND) << "the file, for this is no device's name";
+    EXPECT_EQ(DeleteError(literal), 0u);
+  }
+  Put(Path(u"file"), "content");
+  EXPECT_EQ(CopyError(Path(u"file"), Path(u"nul.txt")), 0u);
+  EXPECT_EQ(AttributesError(u"\\\\?\\" + Path(u"nul.txt")), ERROR_FILE_NOT_FOUND) << "it keeps nothing";
+  for (const char16_t* const name : {u"nulx", u"com10", u"com0", u"console", u"x.nul", u"lpt"}) {
+    Put(Path(name), "content");
+    EXPECT_EQ(DeleteError(Path(name)), 0u);
+  }
+}
+
 TEST_F(FilesNames, RemovingDirectories) {
   const std::u16string directory = Path(u"directory"), child = directory + u"\\child";
   MakeDirectory(directory);

@@ -121,12 +121,6 @@ TEST_F(SystemServices, TheConsoleKeepsTheBytesOfItsPage) {
   EXPECT_EQ(WideCharToMultiByte(CP_ACP, 0, u"\u0416", 1, bytes, 4, "_", &replaced), 1);
   EXPECT_EQ(bytes[0], '_');
   EXPECT_TRUE(replaced);
-
-  const HANDLE output = GetStdHandle(STD_OUTPUT_HANDLE);
-  EXPECT_EQ(GetStdHandle(STD_OUTPUT_HANDLE), output);
-  DWORD written = 0;
-  EXPECT_TRUE(WriteFile(output, "hello", 5, &written, nullptr));
-  EXPECT_EQ(machine->console, "hello");
 }
 
 TEST_F(SystemServices, AnotherProcessesMarkMayBeClosedToUs) {

@@ -1,7 +1,15 @@
 // Texts of the string table, and their way to the console.
 #include <gtest/gtest.h>
 
+#include <functional>
+#include <new>
+
+#include "probes/keelroom.h"
+#include "probes/privileges.h"
+#include "probes/rimehold_status.h"
+#include "probes/version.h"
 #include "report/console.h"
+#include "support/keelroom.h"
 #include "support/program.h"
 #include "win32/system.h"
 
@@ -53,12 +61,50 @@ TEST_F(Console, WritesTheOemCodePage) {
   machine.console.clear();
   EXPECT_TRUE(ConsoleFormat(u"%d. %ls", 7, u"\u00fc"));
   EXPECT_EQ(machine.console, "7. \x81");
+  machine.console.clear();
+  EXPECT_TRUE(ConsolePrint(std::u16string(100'000, u'x')));
+  EXPECT_EQ(machine.console, std::string(100'000, 'x')) << "more than a console takes at once";
 }
 
 TEST_F(Console, SaysWhenATextCannotBeConverted) {
   machine.gate.FailCall("WideCharToMultiByte", 1, win32::ERROR_NOT_ENOUGH_MEMORY);
   EXPECT_FALSE(ConsolePrint(u"text"));
   EXPECT_EQ(machine.console, "");
+}
+
+// Memory may be short in the middle of any question.
+TEST(Questions, DoNotThrow) {
+  const auto machine = test::InstalledMachine();
+  test::InstallKeeldisk(*machine, "9.0");
+  test::AddKeelroomVolume(*machine, u"1", u"T:");
+  test::UseProgramModule(*machine);
+  std::u16string text;
+  std::vector<std::u16string> drives;
+  ProductVersion version;
+  FileVersionRecord record;
+  const std::function<void()> questions[] = {[&] { GetRHStatus(text); },
+                                             [&] { GetRegRedirectPath(text); },
+                                             [&] { IsUserAdministrator(); },
+                                             [&] { GetProductVersion(version); },
+                                             [&] { ReadKeelroomVolumes(drives); },
+                                             [&] { IsKeelroomDrive(u'T'); },
+                                             [&] { IsNewKeelroomVersion(); },
+                                             [&] { GetFileVersionRecord(u"C:\\Windows\\x", record); },
+                                             [&] { LoadResourceString(137); },
+                                             [&] { ConsoleFormat(u"%ls", u"text"); },
+                                             [&] { Say(StringId::ErrorsLoggedIn, u"x"); }};
+  for (const auto& question : questions)
+    for (int stop = 1, asked = stop; asked >= stop; ++stop) {
+      asked = 0;
+      machine->gate.Observe([&](const std::string& name, std::uint64_t) {
+        // These run in destructors.
+        const bool gives =
+            name.find("Close") == name.npos && name.find("Free") == name.npos && name != "CoUninitialize";
+        if (gives && ++asked == stop) throw std::bad_alloc();
+      });
+      EXPECT_NO_THROW(question());
+      machine->gate.Observe({});
+    }
 }
 
 }  // namespace

@@ -86,6 +86,8 @@ class EveryCallOfAFile : public test::FileRedirection {
     ++outcomes[std::string(run.exitCode == 0 ? "success" : "failure") + (IsLink(kSource) ? ", link" : "") +
                (atSource ? ", at its old place" : "") + (atTarget ? ", at its new place" : "")];
     if (run.exitCode != 0) {
+      const bool undone = !run.Logged(u" is now in ") || atTarget || run.Logged(u" is back in its place.");
+      EXPECT_TRUE(undone) << "the log's last word is that it went: " << when;
       EXPECT_TRUE(!replacing || TheirsIsThere()) << when;
       const bool asBefore = !redirected && IsLink(kSource);
       EXPECT_TRUE(atSource || asBefore || run.log.empty() || TellsWhere(run)) << when;

@@ -101,6 +101,8 @@ TEST_F(FileRedirectionTest, RefusesPathsThatAreNotThoseOfAFileAndAFolder) {
   refused(u"file.txt", u"D:\\Target", u"#ERROR: The selected folder file.txt is a relative path.");
   refused(kSource, u"Target", u"#ERROR: The selected folder Target is a relative path.");
   refused(kSource + u":note", u"D:\\Target", u"#ERROR:Invalid path : C:\\Data\\file.txt:note");
+  refused(u"C:\\Data\\nul.txt", u"D:\\Target", u"#ERROR:Invalid path : C:\\Data\\nul");
+  refused(kSource, u"D:\\com1\\x", u"#ERROR:Invalid path : D:\\com1\\x");
   refused(u"C:file.txt", u"D:\\Target", u"#ERROR:Invalid path : C:file.txt");
   refused(u"C:\\Data\\f*.txt", u"D:\\Target", u"#ERROR: Source file 'C:\\Data\\f*.txt' doesn't exists. Error: ");
   refused(kSource, u"D:", u"#ERROR:Invalid path : D:");

@@ -163,7 +163,8 @@ TEST_F(LockedHandles, AThreadIsEndedInItsQuestionAndNowhereElse) {
   machine->threads().startDelay = 60'000;
   machine->gate.ResetCounts();
   EXPECT_EQ(Walk(u"C:\\Data"), Paths{});
-  EXPECT_TRUE(Traced(u"\n Exception in GetLockedFilesAndFoldersList()\n End of unmanaged"));
+  EXPECT_TRUE(
+      Traced(u"\n Outside unmanaged GetLockedFilesList()\n Exception in GetLockedFilesAndFoldersList()\n End of"));
   EXPECT_FALSE(Traced(u"After GetLockedFilesList()"));
   Sleep(120'000);
   EXPECT_EQ(machine->threads().count(), 0u);
@@ -262,6 +263,7 @@ TEST_F(LockedHandles, AnExceptionEndsTheWalkWithWhatItHas) {
   machine->gate.ResetCounts();
   Walk(u"C:\\Data");
   const std::uint64_t opened = machine->gate.Count("OpenProcess");
+  const std::size_t handles = machine->objects.all().size(), tables = machine->virtualMemory.size();
   const std::pair<DWORD, std::u16string_view> codes[] = {
       {EXCEPTION_ACCESS_VIOLATION, u"\n EXCEPTION_ACCESS_VIOLATION"},
       {EXCEPTION_STACK_OVERFLOW, u"\n EXCEPTION_STACK_OVERFLOW"},
@@ -273,8 +275,10 @@ TEST_F(LockedHandles, AnExceptionEndsTheWalkWithWhatItHas) {
     EXPECT_EQ(Walk(u"C:\\Data"), Paths{u"C:\\Data\\a"});
     EXPECT_TRUE(Traced(std::u16string(u"\n ===>>> In ExceptionHandler:: Caught exception") + std::u16string(text) +
                        u"\n Exception in unmanaged GetLockedFilesList()\n Outside unmanaged GetLockedFilesList()\n "
-                       u"Unmanaged GetLockedFilesAndFoldersList():: After GetLockedFilesList()"));
+                       u"Exception in GetLockedFilesAndFoldersList()\n End of unmanaged"));
     machine->gate.ClearFailures();
+    EXPECT_EQ(machine->objects.all().size(), handles);
+    EXPECT_EQ(machine->virtualMemory.size(), tables);
   }
   EXPECT_EQ(Walk(u"C:\\Data").size(), 2u);
 }
@@ -331,6 +335,23 @@ TEST_F(LockedHandles, NamesOfHandles) {
   const UniqueFile file{CreateFileW((source + u"\\f").c_str(), GENERIC_READ, 7, nullptr, OPEN_EXISTING, 0, nullptr)};
   EXPECT_EQ(GetFileObjectName(file.get(), name, own), 1);
   EXPECT_EQ(name, machine->FindByLetter(u'C')->device + u"\\Data\\f");
+
+  // A text that ends outside the answer, or lies in front of it, is none.
+  static UNICODE_STRING text;
+  INtDll::Get().NtQueryObject = [](HANDLE, int, void* answer, ULONG size, ULONG* needed) {
+    if (needed) *needed = 64;
+    if (size < 64) return STATUS_INFO_LENGTH_MISMATCH;
+    std::memset(answer, 'x', size);
+    std::memcpy(answer, &text, sizeof text);
+    static_cast<UNICODE_STRING*>(answer)->Buffer += reinterpret_cast<std::uintptr_t>(answer) / sizeof(char16_t);
+    return STATUS_SUCCESS;
+  };
+  const std::pair<int, std::size_t> cases[] = {{32, 16}, {34, 0}, {-2, 0}, {64, 0}};  // where, and how much is told
+  for (const auto& [offset, length] : cases) {
+    text = {32, 32, reinterpret_cast<char16_t*>(static_cast<std::intptr_t>(offset))};
+    EXPECT_EQ(GetObjectTypeName(process.get(), own, name), 1);
+    EXPECT_EQ(name.size(), length) << offset;
+  }
 }
 
 }  // namespace

@@ -42,7 +42,13 @@ TEST_F(LogFileTest, BeginsWithAByteOrderMarkAndIsAppendedTo) {
     LogFile log;
     Log(u"second");
   }
-  EXPECT_EQ(Text(), u"\uFEFF" + Prefix() + u"first 1" + Prefix() + u"second");
+  const std::u16string both = u"\uFEFF" + Prefix() + u"first 1" + Prefix() + u"second";
+  EXPECT_EQ(Text(), both);
+  // A run that does not get to the end of the file writes nothing, least of all at its beginning.
+  machine->gate.FailCall("SetFilePointer", 1, win32::ERROR_ACCESS_DENIED);
+  LogFile log;
+  Log(u"third");
+  EXPECT_EQ(Text(), both);
 }
 
 TEST_F(LogFileTest, OthersMayHaveItOpen) {
@@ -74,10 +80,6 @@ TEST_F(LogFileTest, TellsTheErrorOfTheCallThatFailed) {
   win32::SetLastError(win32::ERROR_FILE_NOT_FOUND);
   Log(u"plain");
   EXPECT_EQ(win32::GetLastError(), win32::ERROR_FILE_NOT_FOUND);
-}
-
-TEST_F(LogFileTest, AnErrorWithoutWordsAddsNothing) {
-  LogFile log;
   win32::SetLastError(0x2FFFFFFF);
   LogWithSystemError(u"no words");
   EXPECT_TRUE(Text().ends_with(u"no words"));

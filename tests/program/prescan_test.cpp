@@ -107,24 +107,6 @@ TEST_F(PreScan, ComparesAsPathsAreCompared) {
   ExpectScan({LowerAscii(deep)}, false, 0, {Locked(u"\\\\?\\" + deep), InUse(u"\\\\?\\" + deep)});
 }
 
-// Many items against a full list: each locked one is named once, in the order of the items and not of the list.
-TEST_F(PreScan, FindsAllOfAFullList) {
-  Lines files, locked, expected;
-  for (int i = 0; i < 2500; ++i) {
-    std::u16string number = emulated::Utf16(std::to_string(10000 + i));
-    files.push_back(source + u"\\f" + number);
-    MakeFile(files.back(), "");
-    if (i % 5 != 0) continue;
-    locked.push_back(LowerAscii(files.back()));
-    expected.push_back(Locked(files.back()));
-    expected.push_back(InUse(files.back()));
-  }
-  for (int i = 0; locked.size() < LockedPaths::kCapacity; ++i)
-    locked.push_back(u"D:\\other\\f" + emulated::Utf16(std::to_string(i)));
-  std::reverse(locked.begin(), locked.end());
-  ExpectScan(locked, false, 0, expected);
-}
-
 TEST_F(PreScan, FindsFilesInUse) {
   MakeFile(source + u"\\busy", "x");
   MakeFile(source + u"\\free", "x");
@@ -151,7 +133,8 @@ TEST_F(PreScan, PassesEmptyTreesAndWindowsOwnFolders) {
   EXPECT_LINES(Refusal([] { return PreScanSource(nullptr, nullptr, {.checkLocks = true}); }),
                Lines{u"#ERROR: Source path is missing."});
   EXPECT_LINES(Refusal([] { return PreScanSource(u"C:\\missing", nullptr, {.checkLocks = true}); }),
-               Lines{u"#ERROR: Unable to get list of files for path = C:\\missing."});
+               (Lines{u"#ERROR: Unable to list the folder C:\\missing. The system cannot find the file specified.",
+                      u"#ERROR: Unable to get list of files for path = C:\\missing."}));
   MakeFolder(source + u"\\sub");
   std::vector<std::shared_ptr<emulated::FileObject>> held;
   for (const char16_t* name : {u"\\$recycle.bin", u"\\sub\\System Volume Information"}) {
@@ -178,10 +161,106 @@ TEST_F(PreScan, LinksAreListedButNotEntered) {
   ASSERT_EQ(GetFileList(source, listing), 1);
   EXPECT_EQ(listing.entries.size(), 4u);
   EXPECT_EQ(listing.links.size(), 2u);
-  for (const char* call : {"FindFirstFileW", "FindNextFileW"}) {
+  // A listing that breaks off is none, and the log names the folder.
+  const std::pair<const char*, std::u16string> calls[] = {{"FindFirstFileW", source + u"\\d"},
+                                                          {"FindNextFileW", source}};
+  for (const auto& [call, folder] : calls) {
     machine->gate.FailCall(call, 3, ERROR_ACCESS_DENIED);
-    EXPECT_EQ(GetFileList(source, listing), 0) << "a listing that breaks off is none";
+    EXPECT_LINES(ErrorsIn(LinesOf([&] { EXPECT_EQ(GetFileList(source, listing), 0); })),
+                 Lines{u"#ERROR: Unable to list the folder " + folder + u". Access is denied."});
     machine->gate.ClearFailures();
+  }
+  // What keeps most folders of documents from moving is named.
+  DenyAll(source + u"\\j");
+  ASSERT_TRUE(SetFileAttributesW((source + u"\\j").c_str(), FILE_ATTRIBUTE_HIDDEN | FILE_ATTRIBUTE_SYSTEM));
+  ExpectScan(
+      {}, false, 0,
+      {Unreadable(source + u"\\j"),
+       u"#INFO: " + source +
+           u"\\j - Windows keeps this hidden link for old programs, and nobody may list what it leads to. Redirect "
+           u"the whole user profile instead, or remove the link."});
+}
+
+// An item whose contents a cloud service, deduplication or a storage tier keeps would arrive as an empty shell.
+TEST_F(PreScan, WhatIsKeptElsewhereIsRefusedByNameAndTheRestTravels) {
+  const std::u16string users = u"C:\\Users\\anna\\Documents\\item", item = source + u"\\item",
+                       kept = u" - Its contents are kept elsewhere (reparse tag 0x";
+  log.reset();
+  enum class Kind { File, Folder, Source };
+  const struct {
+    DWORD tag;
+    const char16_t* shown;  // null: it travels
+    Kind kind = Kind::File;
+  } cases[] = {{0x9000001A, u"9000001A"},
+               {0x9000601A, u"9000601A", Kind::Folder},
+               {0x9000601A, u"9000601A", Kind::Source},
+               {0x80000013, u"80000013"},
+               {0x8000001E, u"8000001E"},
+               {0x80000017, nullptr},
+               {0x8000001B, nullptr}};
+  for (const DWORD tag : {0x80000023u, 0xA000001Du, 0x80000024u, 0x80000025u, 0x80000026u})
+    EXPECT_TRUE(IsWholeInItsStreams(tag)) << "the workstation's volumes do not take these";
+  const auto disks = machine->Snapshot();
+  for (const auto& [tag, shown, kind] : cases) {
+    test::Disks copies;
+    for (const auto& [name, device] : disks) copies[name] = device->Clone();
+    machine.reset();
+    machine = test::BootFrom(std::move(copies));
+    EnablePrivileges();
+    SCOPED_TRACE(tag);
+    for (const std::u16string& path : {item, users}) {
+      if (kind == Kind::File) {
+        MakeFile(path, "shell");
+      } else {
+        MakeFolder(path);
+        MakeFile(path + u"\\in it", "shell");
+      }
+      if (kind != Kind::Source) test::SetTag(path, tag);
+    }
+    if (kind == Kind::Source) test::SetTag(source, tag);
+    const test::Tree before = test::DescribeTree(source);
+    const std::string streams = test::Streams(item);
+    const auto run = test::RunProgram(*machine, {u"/RedirectFolder", source, u"/loc:" + target});
+    if (!shown) {
+      EXPECT_EQ(run.exitCode, 0) << emulated::Utf8(run.log);
+      EXPECT_EQ(test::Streams(target + u"\\Data\\item"), streams);
+      EXPECT_EQ(test::RunProgram(*machine, {u"/RedirectFolder", source, u"/loc:" + target, u"/d"}).exitCode, 0);
+      EXPECT_EQ(test::Streams(item), streams);
+      continue;
+    }
+    const auto expectRefused = [&](const test::RunResult& refused, const std::u16string& path) {
+      EXPECT_EQ(refused.exitCode, 1);
+      EXPECT_TRUE(refused.Logged(u"#ERROR: " + path + kept + shown + u")")) << emulated::Utf8(refused.log);
+    };
+    expectRefused(run, kind == Kind::Source ? source : item);
+    EXPECT_EQ(run.log.find(kept), run.log.rfind(kept)) << "one line says it";
+    EXPECT_EQ(test::DescribeTree(source), before);
+    EXPECT_TRUE(test::Names(target).empty());
+    if (kind == Kind::Source) continue;
+    expectRefused(test::RunProgram(*machine, {u"/RedirectUP", u"anna", u"/loc:D:\\"}), users);
+    if (kind == Kind::Folder) continue;
+    expectRefused(test::RunProgram(*machine, {u"/RedirectFile", item, u"/loc:" + target}), item);
+    ASSERT_TRUE(MoveFileW(item.c_str(), u"C:\\Users\\Public\\item"));
+    expectRefused(test::RunProgram(*machine, {u"/RedirectUP", u"/PublicProfile", u"/loc:D:\\"}),
+                  u"C:\\Users\\Public\\item");
+  }
+}
+
+// Programs of other systems make files of such names; a plain path would lead to the device, and lose what is copied.
+TEST_F(PreScan, NamesOfDevicesAreReachedLikeOthers) {
+  const std::u16string literal = u"\\\\?\\" + source;
+  log.reset();
+  for (const char16_t* const name : {u"nul", u"con.txt", u"aux.c", u"com1.log", u"lpt\u00b2", u"prn. "})
+    MakeFile(literal + u"\\" + name, "content of " + emulated::Utf8(name));
+  MakeFolder(literal + u"\\com9");
+  MakeFile(literal + u"\\com9\\nul.txt", "below");
+  const test::Tree before = test::DescribeTree(literal);
+  for (const char16_t* const permissions : {u"/NTFS", u"/-NTFS"}) {
+    const auto run = test::RunProgram(*machine, {u"/RedirectFolder", source, u"/loc:" + target, permissions});
+    EXPECT_EQ(run.exitCode, 0) << emulated::Utf8(run.log);
+    EXPECT_EQ(test::DescribeTree(u"\\\\?\\" + target + u"\\Data"), before);
+    EXPECT_EQ(test::RunProgram(*machine, {u"/RedirectFolder", source, u"/loc:" + target, u"/d"}).exitCode, 0);
+    EXPECT_EQ(test::DescribeTree(literal), before);
   }
 }
 

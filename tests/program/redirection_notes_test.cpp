@@ -45,7 +45,8 @@ TEST_F(RedirectionNotes, WithADamagedConfigurationNothingIsOverwritten) {
   // Without the service there is no configuration, and no log.
   machine->registry().DeleteTree(u"HKLM\\SYSTEM\\CurrentControlSet\\Services\\QuillbayService");
   EXPECT_EQ(Remove().said,
-            u"\nNewly created user profile location at C:\\Users can not be removed.  Check location and try again.");
+            u"Errors logged in .\nNewly created user profile location at C:\\Users can not be removed.  Check location "
+            u"and try again.");
 }
 
 // The configuration is lost and made anew, or the power fails between the values and the saved configuration.

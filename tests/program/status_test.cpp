@@ -5,6 +5,7 @@
 
 #include "report/console.h"
 #include "support/program.h"
+#include "win32/emulated/text.h"
 #include "workstation/product.h"
 #include "win32/emulated/registry/registry.h"
 #include "win32/emulated/registry/services.h"
@@ -25,6 +26,20 @@ TEST_F(CommandLineTest, BeginsEveryRunWithTheSeparatorAndTheBanner) {
   EXPECT_EQ(run.console, LoadResourceString(101) + u"##ERROR: No command is specified.");
   EXPECT_TRUE(run.log.ends_with(u"] ----------------------------------"));
   EXPECT_EQ(std::count(run.log.begin(), run.log.end(), u'\n'), 1);
+}
+
+// A line of its own for each run, whatever the words are: nothing in them breaks it, and what may be a secret is not in
+// it.
+TEST_F(CommandLineTest, TellsInTheLogWhichRunItIs) {
+  machine->SetNow(132223104000000000);  // 1 January 2020
+  const auto run = RunProgram(*machine, {u"/RedirectFolder", u"C:\\My Data", u"C:\\a\r\n[ 1: 1\u2028b\u202ec", u"",
+                                         u"/loc:D:\\%s", u"/password:hidden", u"-key=hidden"});
+  EXPECT_TRUE(
+      run.which.ends_with(u"] #INFO: 2020-01-01, Quillbay 2.34.1110.486: /RedirectFolder \"C:\\My Data\" "
+                          u"\"C:\\a??[ 1: 1?b?c\" \"\" /loc:D:\\%s /password:... -key=..."))
+      << emulated::Utf8(run.which);
+  machine->gate.FailCall("GetFileVersionInfoSizeW", 1, win32::ERROR_RESOURCE_DATA_NOT_FOUND);
+  EXPECT_TRUE(RunProgram(*machine, {u"/ver"}).which.ends_with(u"Quillbay (unknown version): /ver"));
 }
 
 TEST_F(CommandLineTest, RefusesWhoeverIsNoAdministrator) {
@@ -69,7 +84,7 @@ TEST_F(CommandLineTest, ShowsHelpAndVersion) {
   EXPECT_TRUE(help.said.starts_with(u"\n\n1. Command: Help\n   QBC /Help"));
   EXPECT_EQ(help.exitCode, 0);
   for (auto* const call : {"GetModuleFileNameW", "GetFileVersionInfoSizeW", "GetFileVersionInfoW", "VerQueryValueW"}) {
-    machine->gate.FailCall(call, 1, win32::ERROR_RESOURCE_DATA_NOT_FOUND);
+    machine->gate.FailCallsFrom(call, 1, win32::ERROR_RESOURCE_DATA_NOT_FOUND);
     const auto run = RunProgram(*machine, {u"/ver"});
     EXPECT_EQ(run.exitCode, 1);
     EXPECT_EQ(run.said, u"");

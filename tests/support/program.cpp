@@ -100,6 +100,12 @@ RunResult RunProgram(emulated::Machine& machine, std::initializer_list<std::u16s
   const std::u16string banner = LoadResourceString(101);
   result.said = result.console.starts_with(banner) ? result.console.substr(banner.size()) : result.console;
   result.log = WithoutCarriageReturns(FromLittleEndian(Added(LogBytes(machine), logged)));
+  const std::size_t second = std::min(result.log.find(u'\n', 1), result.log.size());
+  const std::size_t third = std::min(result.log.find(u'\n', second + 1), result.log.size());
+  if (const std::u16string line = result.log.substr(second, third - second); line.find(u", Quillbay ") != line.npos) {
+    result.which = line;
+    result.log.erase(second, line.size());
+  }
   return result;
 }
 

@@ -18,7 +18,8 @@ struct RunResult {
   int exitCode = -1;
   std::u16string console;  // all of it, line ends as "\n"
   std::u16string said;     // the same without the banner
-  std::u16string log;      // what this run added, line ends as "\n", the byte-order mark left out
+  std::u16string log;      // what this run added, line ends as "\n", without the byte-order mark and the second line:
+  std::u16string which;    // that tells which run this is
 
   bool Said(std::u16string_view text) const { return said.find(text) != std::u16string::npos; }
   bool Logged(std::u16string_view text) const { return log.find(text) != std::u16string::npos; }

@@ -85,6 +85,17 @@ void SetTimes(const std::u16string& path, unsigned number) {
   ASSERT_TRUE(SetFileTime(file.get(), &creation, &access, &write));
 }
 
+void SetTag(const std::u16string& path, DWORD tag) {
+  struct {
+    DWORD tag;
+    WORD length = 4, reserved = 0;
+    BYTE bytes[4] = {1, 2, 3, 4};
+  } data{tag};
+  const UniqueFile file = OpenItself(path, GENERIC_WRITE);
+  DWORD returned = 0;
+  ASSERT_TRUE(DeviceIoControl(file.get(), FSCTL_SET_REPARSE_POINT, &data, sizeof data, nullptr, 0, &returned, nullptr));
+}
+
 void SetSecurity(const std::u16string& path, const std::u16string& sddl) {
   UniqueLocalMemory descriptor;
   ASSERT_TRUE(ConvertStringSecurityDescriptorToSecurityDescriptorW(sddl.c_str(), 1, descriptor.put(), nullptr));

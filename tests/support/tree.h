@@ -15,6 +15,8 @@ void MakeFolder(const std::u16string& path);
 void MakeFile(const std::u16string& path, std::string_view contents, win32::DWORD attributes = 0);
 // Sets creation, last-access and last-write time to distinct values that belong to this number.
 void SetTimes(const std::u16string& path, unsigned number);
+// Gives what is there a reparse point of this tag, with a few bytes of data.
+void SetTag(const std::u16string& path, win32::DWORD tag);
 void SetSecurity(const std::u16string& path, const std::u16string& sddl);
 
 bool Exists(const std::u16string& path);

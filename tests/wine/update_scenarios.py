@@ -6,6 +6,7 @@ import time
 
 SETTINGS = "HKCU\\Software\\Microsoft\\Windows\\CurrentVersion\\Internet Settings"
 LATEST, UPDATE = b"<RESULT>LATEST</RESULT>", b"<RESULT>UPDATE</RESULT>"
+CHUNKED = b"HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\n"
 
 
 class Handler(http.server.BaseHTTPRequestHandler):
@@ -90,6 +91,10 @@ def update_check(world):
              ("a reply without end", endless, 2),
              ("cut off in the headers", lambda stream: stream.write(b"HTTP/1.1 200 OK\r\nContent-"), 2),
              ("cut off at once", lambda stream: None, 2),
+             ("a length with zeros in front", lambda stream: stream.write(
+                 b"HTTP/1.1 200 OK\r\nContent-Length: 00023\r\n\r\n" + UPDATE), 1),
+             ("in chunks", lambda stream: stream.write(CHUNKED + b"17\r\n" + UPDATE + b"\r\n0\r\n\r\n"), 1),
+             ("chunks that stop", lambda stream: stream.write(CHUNKED + b"1388\r\n<r>" + UPDATE), 2),
              ("cut off in the reply", lambda stream: stream.write(
                  b"HTTP/1.1 200 OK\r\nContent-Length: 5000\r\n\r\n" + LATEST), 2)]
     for name, answer, code in cases:

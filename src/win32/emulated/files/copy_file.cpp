@@ -4,6 +4,7 @@
 
 #include "win32/emulated/call.h"
 #include "win32/emulated/files/file_service.h"
+#include "win32/emulated/files/paths.h"
 #include "win32/file.h"
 
 namespace emulated {
@@ -84,6 +85,7 @@ DWORD CopyLink(const FileObject& from, const FileObject& to) {
 DWORD CopyWholeFile(std::u16string_view from, std::u16string_view to, bool failIfExists, bool linkItself) {
   std::shared_ptr<FileObject> source, target;
   if (const DWORD error = OpenSource(from, linkItself, source)) return error;
+  if (DosDeviceOf(to) == DosDevice::Null) return 0;  // it takes everything and keeps nothing
   FileService& files = Machine::Current().files();
   // "If the destination file already exists and has the FILE_ATTRIBUTE_HIDDEN or FILE_ATTRIBUTE_READONLY attribute set,
   // this function fails with ERROR_ACCESS_DENIED" (CopyFile's documentation); the open below sees to it. Onto itself it

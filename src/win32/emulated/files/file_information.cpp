@@ -1,6 +1,7 @@
 // Attributes and times, by name and by handle.
 #include "win32/emulated/call.h"
 #include "win32/emulated/files/file_service.h"
+#include "win32/emulated/files/paths.h"
 #include "win32/file.h"
 
 namespace emulated {
@@ -50,6 +51,10 @@ DWORD SetTimes(FileObject& file, const win32::FILETIME* creation, const win32::F
 
 // The attributes are a matter of the name itself: a link in the last place is not followed.
 DWORD QueryAttributes(std::u16string_view path, DWORD& attributes) {
+  if (DosDeviceOf(path) != DosDevice::None) {
+    attributes = win32::FILE_ATTRIBUTE_ARCHIVE;
+    return 0;
+  }
   FileService& files = Machine::Current().files();
   Location location;
   if (const DWORD error = files.Resolve(path, false, location)) return error;

@@ -30,13 +30,21 @@ win32::WIN32_FIND_DATAW FindData(std::u16string_view name, std::u16string_view s
   return data;
 }
 
+// What Windows shows of a device: its bare name, a file without contents.
+win32::WIN32_FIND_DATAW DeviceData(std::u16string_view path) {
+  const std::u16string_view name = path.substr(path.find_last_of(u"\\/") + 1);
+  FileInfo info;
+  info.attributes = win32::FILE_ATTRIBUTE_ARCHIVE;
+  return FindData(name.substr(0, name.find_first_of(u".: ")), u"", info);
+}
+
 // A running search. The names are those of its beginning; what there is to say of each is read a little ahead.
 class FindObject : public OpenedFile {
  public:
   FindObject(std::shared_ptr<FileObject> directory, std::vector<DirectoryEntry> entries)
       : directory_(std::move(directory)), entries_(std::move(entries)) {}
-  std::u16string Device() const override { return directory_->Device(); }
-  std::u16string NameOnDevice() const override { return directory_->NameOnDevice(); }
+  std::u16string Device() const override { return directory_ ? directory_->Device() : std::u16string(); }
+  std::u16string NameOnDevice() const override { return directory_ ? directory_->NameOnDevice() : std::u16string(); }
   void Closed() override { directory_.reset(); }
   // 18 at the end.
   DWORD Next(win32::WIN32_FIND_DATAW& data);
@@ -115,6 +123,11 @@ DWORD NamedEntry(const FileObject& directory, std::u16string_view name, std::vec
 }
 
 DWORD Find(std::u16string_view path, std::shared_ptr<FindObject>& search, win32::WIN32_FIND_DATAW& first) {
+  if (DosDeviceOf(path) != DosDevice::None) {
+    search = std::make_shared<FindObject>(nullptr, std::vector<DirectoryEntry>());
+    first = DeviceData(path);
+    return 0;
+  }
   std::u16string directoryPath, pattern;
   if (const DWORD error = SplitSearch(path, directoryPath, pattern)) return error;
   OpenRequest request;

@@ -28,6 +28,7 @@ DWORD RemoveFile(std::u16string_view path) {
 }
 
 DWORD MakeDirectory(std::u16string_view path, const win32::SECURITY_ATTRIBUTES* security) {
+  if (DosDeviceOf(path) != DosDevice::None) return win32::ERROR_DIRECTORY;
   if (!IsLiteral(path) && FullPath(path).size() >= win32::MAX_PATH - kRoomForShortName)
     return win32::ERROR_FILENAME_EXCED_RANGE;
   std::optional<Bytes> creator;

@@ -97,6 +97,19 @@ bool IsLegalComponent(std::u16string_view name) {
   return std::none_of(name.begin(), name.end(), [](char16_t unit) { return unit < kIllegal.size() && kIllegal[unit]; });
 }
 
+DosDevice DosDeviceOf(std::u16string_view path) {
+  if (IsLiteral(path) || path.starts_with(kDevicePrefix)) return DosDevice::None;
+  std::u16string_view name = path.substr(path.find_last_of(u"\\/") + 1);  // the whole path without a separator
+  name = name.substr(0, name.find_first_of(u".:"));
+  while (name.ends_with(u' ')) name.remove_suffix(1);
+  if (EqualAsciiNoCase(name, u"nul")) return DosDevice::Null;
+  for (const std::u16string_view device : {u"con", u"prn", u"aux"})
+    if (EqualAsciiNoCase(name, device)) return DosDevice::Other;
+  const bool isPort = name.size() == 4 && (StartsWithAsciiNoCase(name, u"com") || StartsWithAsciiNoCase(name, u"lpt"));
+  return isPort && std::u16string_view(u"123456789\u00b9\u00b2\u00b3").find(name[3]) != name.npos ? DosDevice::Other
+                                                                                                  : DosDevice::None;
+}
+
 std::u16string FullPath(std::u16string_view path) {
   if (IsLiteral(path)) return std::u16string(path);
   if (path.starts_with(kDevicePrefix)) path.remove_prefix(kDevicePrefix.size());
@@ -143,6 +156,7 @@ win32::DWORD ParsePath(Machine& machine, std::u16string_view path, ParsedPath& p
   } else if (path.size() >= 2 && IsSeparator(path[0]) && IsSeparator(path[1])) {
     return kBadNetPath;
   }
+  if (DosDeviceOf(path) != DosDevice::None) return win32::ERROR_FILE_NOT_FOUND;
   const std::u16string full = FullPath(path);
   if (full.size() >= win32::MAX_PATH) return win32::ERROR_PATH_NOT_FOUND;
   return ParseObjectName(machine, full, parsed);

@@ -18,7 +18,8 @@ struct ParsedPath {
 
 // A path as CreateFileW takes it: "\\?\" and "\??\" literally, anything else with slashes turned, "." and "..",
 // trailing dots and spaces taken away, relative to "C:\". 0; 3 for an empty or too long path (MAX_PATH and more units
-// with the terminator, "\\?\" excepted) or a drive that is not there; 53 for a network path; 123; 50 for a device.
+// with the terminator, "\\?\" excepted) or a drive that is not there; 53 for a network path; 123; 50 for a volume's
+// device; 2 for a DosDevice, which no disk holds.
 win32::DWORD ParsePath(Machine& machine, std::u16string_view path, ParsedPath& parsed);
 
 // What follows "\??\" in an object name: "C:\x", "Volume{...}\x".
@@ -26,6 +27,11 @@ win32::DWORD ParseObjectName(Machine& machine, std::u16string_view name, ParsedP
 
 // The full path with the rules above applied to its text ("C:\a\b"); literal paths as they are.
 std::u16string FullPath(std::u16string_view path);
+
+// Windows takes the path for a device, whatever folder it names: its last name is nul, con, prn, aux, com1 to com9 or
+// lpt1 to lpt9 (superscript 1 to 3 are digits, too), alone, with blanks or with an extension. Not a literal path.
+enum class DosDevice { None, Null, Other };
+DosDevice DosDeviceOf(std::u16string_view path);
 
 bool IsLiteral(std::u16string_view path);  // starts with "\\?\" or "\??\"
 

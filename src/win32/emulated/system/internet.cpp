@@ -113,11 +113,18 @@ DWORD QueryInfo(win32::HINTERNET handle, DWORD level, void* buffer, DWORD* lengt
   DWORD error = 0;
   const auto request = FindSent(handle, error);
   if (!request) return error;
-  const bool status = level == win32::HTTP_QUERY_STATUS_CODE;
-  if ((!status && level != win32::HTTP_QUERY_CONTENT_LENGTH) || !length) return win32::ERROR_INVALID_PARAMETER;
-  const std::int64_t number = status ? request->transfer->Status() : request->transfer->ContentLength();
-  if (number < 0) return win32::ERROR_HTTP_HEADER_NOT_FOUND;
-  const std::u16string text = Utf16(std::to_string(number));
+  std::optional<std::string> told;
+  if (level == win32::HTTP_QUERY_STATUS_CODE)
+    told = std::to_string(request->transfer->Status());
+  else if (level == win32::HTTP_QUERY_CONTENT_LENGTH)
+    told = request->transfer->Header("Content-Length");
+  else if (level == win32::HTTP_QUERY_TRANSFER_ENCODING)
+    told = request->transfer->Header("Transfer-Encoding");
+  else
+    return win32::ERROR_INVALID_PARAMETER;
+  if (!length) return win32::ERROR_INVALID_PARAMETER;
+  if (!told) return win32::ERROR_HTTP_HEADER_NOT_FOUND;
+  const std::u16string text = Utf16(*told);
   const auto textSize = static_cast<DWORD>(text.size() * sizeof(char16_t));
   const auto needed = static_cast<DWORD>(textSize + sizeof(char16_t));
   const bool fits = buffer && *length >= needed;

@@ -140,10 +140,10 @@ win32::DWORD HttpTransfer::Send() {
   return win32::ERROR_SUCCESS;
 }
 
-std::int64_t HttpTransfer::ContentLength() const {
-  curl_off_t length = -1;
-  curl_easy_getinfo(curl_->easy, CURLINFO_CONTENT_LENGTH_DOWNLOAD_T, &length);
-  return length;
+std::optional<std::string> HttpTransfer::Header(const char* name) const {
+  curl_header* header = nullptr;
+  if (curl_easy_header(curl_->easy, name, 0, CURLH_HEADER, -1, &header) != CURLHE_OK) return std::nullopt;
+  return header->value;
 }
 
 win32::DWORD HttpTransfer::Read(std::size_t wanted, Bytes& taken) {

@@ -4,6 +4,7 @@
 #include <chrono>
 #include <cstddef>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -34,8 +35,8 @@ class HttpTransfer {
   win32::DWORD Send();
   // The reply's status, after Send; 0 before.
   long Status() const { return status_; }
-  // The bytes that the reply's body has, as the server told, after Send; -1 when it did not.
-  std::int64_t ContentLength() const;
+  // What the reply's header of this name says, to the letter, after Send; nothing without such a header.
+  std::optional<std::string> Header(const char* name) const;
   // Takes as many bytes of the body as asked for; fewer only at its end, none behind it. A connection that fails shows
   // after the bytes that came before.
   win32::DWORD Read(std::size_t wanted, Bytes& taken);
