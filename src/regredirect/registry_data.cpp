@@ -94,7 +94,7 @@ Answer HoldsRedirectedData(const std::u16string& folder, std::u16string& source)
     std::vector<JunctionRecord> records;
     if (!ReadJunctionRecords(isFile, records)) return Answer::NotTold;
     for (const JunctionRecord& record : records) {
-      if (AreApart(folder, record.target)) continue;
+      if (IsGone(record.target) || AreApart(folder, record.target)) continue;
       source = record.source;
       return Answer::Yes;
     }
