@@ -141,7 +141,7 @@ bool MayHoldRegistryData(const std::u16string& location) {
     case Answer::NotTold:
       break;
   }
-  return LogFailure(u"#ERROR: Unable to read the redirected folders and files from registry.");
+  return LogFailure(u"#ERROR: Unable to read the redirected folders and files in registry.");
 }
 
 void TellOfFormerRegistryData(const std::u16string& location) {
