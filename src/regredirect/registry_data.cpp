@@ -2,6 +2,7 @@
 
 #include <exception>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "links/presence.h"
@@ -102,16 +103,14 @@ Answer HoldsRedirectedData(const std::u16string& folder, std::u16string& source)
   return Answer::No;
 }
 
-void DeleteData(const std::u16string& product, const std::u16string& data) {
-  const PlainItem outer = HoldFolder(product);
-  PlainItem inner = HoldFolder(data);
-  if (!outer.handle || !inner.handle || !EqualPaths(inner.place, JoinPath(outer.place, LastComponent(data)))) return;
+// All that goes of a held folder, and then it itself.
+void DeleteData(const std::u16string& data, PlainItem held) {
   for (const std::u16string& name : DataFiles(data))
-    DeleteAt(JoinPath(data, name), Kind::File, JoinPath(inner.place, name));
+    DeleteAt(JoinPath(data, name), Kind::File, JoinPath(held.place, name));
   const std::u16string inData = u"KeyToDelete";
-  DeleteAt(JoinPath(data, inData), Kind::Folder, JoinPath(inner.place, inData));
-  inner.handle.reset();
-  DeleteAt(data, Kind::Folder, inner.place);
+  DeleteAt(JoinPath(data, inData), Kind::Folder, JoinPath(held.place, inData));
+  held.handle.reset();
+  DeleteAt(data, Kind::Folder, held.place);
 }
 
 }  // namespace
@@ -119,14 +118,16 @@ void DeleteData(const std::u16string& product, const std::u16string& data) {
 void CleanRegistryData(const std::u16string& location, const std::u16string& locationInUse) try {
   const std::u16string product = ProductFolder(location), data = DataFolder(location);
   if (location.empty() || IsRimeholdFrozen() || !DirectoryExists(ExtendedPath(product))) return;
-  const std::u16string place = OpenPlain(product, Kind::Folder, win32::FILE_READ_ATTRIBUTES, kShareAll).place;
-  if (place.empty() || KeepsDataIn(locationInUse, place)) return;
+  PlainItem outer = HoldFolder(product), inner = HoldFolder(data);
+  if (!outer.handle || KeepsDataIn(locationInUse, outer.place)) return;
   std::u16string source;
   const Answer redirected = HoldsRedirectedData(data, source);
   if (redirected == Answer::Yes) Log(u"#INFO: The files in %ls stay: they are those of %ls.", data, source);
   if (redirected != Answer::No) return;
-  DeleteData(product, data);
-  DeleteAt(product, Kind::Folder, place);
+  if (inner.handle && EqualPaths(inner.place, JoinPath(outer.place, LastComponent(data))))
+    DeleteData(data, std::move(inner));
+  outer.handle.reset();
+  DeleteAt(product, Kind::Folder, outer.place);
 } catch (const std::exception&) {
 }
 
@@ -145,7 +146,7 @@ bool MayHoldRegistryData(const std::u16string& location) {
 }
 
 void TellOfFormerRegistryData(const std::u16string& location) {
-  if (!DataFiles(DataFolder(location)).empty())
+  if (LookAt(DataFolder(location)).IsPlainDirectory() && !DataFiles(DataFolder(location)).empty())
     Log(u"#INFO: There are files in %ls already. They are taken for the service's and go with the location.",
         DataFolder(location));
 }
