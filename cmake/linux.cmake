@@ -16,7 +16,8 @@ target_link_libraries(emulated
   PRIVATE PkgConfig::NTFS3G PkgConfig::CURL PkgConfig::LIBXML2 Threads::Threads)
 precompile_common_headers(emulated program)
 
-add_executable(qbc src/entry/qbc_linux.cpp tools/workstation/quillbay_service.cpp)
+add_executable(qbc
+  src/entry/qbc_linux.cpp tools/workstation/intruder.cpp tools/workstation/quillbay_service.cpp)
 target_include_directories(qbc PRIVATE tools)
 target_link_libraries(qbc PRIVATE program program_resources emulated)
 
@@ -33,7 +34,8 @@ set_target_properties(qbc workstation PROPERTIES RUNTIME_OUTPUT_DIRECTORY ${CMAK
 enable_testing()
 list(FILTER support_sources EXCLUDE REGEX "tests/support/program[^/]*$")
 add_library(test_support STATIC
-  ${support_sources} tools/workstation/product.cpp tools/workstation/quillbay_service.cpp)
+  ${support_sources} tools/workstation/intruder.cpp tools/workstation/product.cpp
+  tools/workstation/quillbay_service.cpp)
 target_include_directories(test_support PUBLIC tests tools)
 target_link_libraries(test_support PUBLIC emulated)
 include(cmake/drivers.cmake)

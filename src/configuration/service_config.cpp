@@ -81,6 +81,10 @@ CQBConfig::CQBConfig(std::u16string_view path) : path_(path) {}
 
 void CQBConfig::Close() {
   path_.clear();
+  Forget();
+}
+
+void CQBConfig::Forget() {
   monitoredKeys_.clear();
   root_.reset();
   document_.reset();
@@ -115,6 +119,7 @@ int CQBConfig::Init() try {
   }
   return ReadContent();
 } catch (const std::exception&) {
+  Forget();
   return 0;
 }
 
@@ -131,10 +136,7 @@ int CQBConfig::Parse() {
 
 int CQBConfig::ReadContent() {
   loaded_ = document_.get_documentElement(root_) == win32::S_OK && ReadMonitoredKeys() ? 1 : 0;
-  if (!loaded_) {
-    root_.reset();
-    document_.reset();
-  }
+  if (!loaded_) Forget();  // a list in part would be taken for the whole
   return loaded_;
 }
 
@@ -145,7 +147,7 @@ int CQBConfig::ReadMonitoredKeys() {
   for (const win32::XmlNode& element : elements) {
     std::u16string baseKey, keyPath;
     const win32::HRESULT read = ReadKeyName(element, baseKey, keyPath);
-    if (read < 0) return 0;  // a list with a gap would be taken for the whole
+    if (read < 0) return 0;
     if (read == win32::S_OK) monitoredKeys_.push_back(baseKey + u'\\' + keyPath);
   }
   return 1;

@@ -84,6 +84,7 @@ class CQBConfig {
 
   static int CreateDefaultConfig(const std::u16string& path);
   static int CompleteDefaultConfig(const std::u16string& path, const std::u16string& profiles);
+  void Forget();  // the document and all that was read from it
   int Parse();
   int ReadContent();
   int ReadMonitoredKeys();

@@ -1,5 +1,6 @@
 #include "configuration/service_config_file.h"
 
+#include <algorithm>
 #include <array>
 #include <cstring>
 #include <limits>
@@ -26,10 +27,23 @@ bool WriteBytes(win32::HANDLE file, const void* bytes, win32::DWORD size) {
   return false;
 }
 
-// Cuts the file to nothing; what is written next begins it.
-bool Empty(win32::HANDLE file) {
-  return win32::SetFilePointer(file, 0, nullptr, win32::FILE_BEGIN) != win32::INVALID_SET_FILE_POINTER &&
-         win32::SetEndOfFile(file);
+// What is read or written next begins at this offset, which a file of this kind does not outgrow.
+bool Seek(win32::HANDLE file, std::size_t offset) {
+  return win32::SetFilePointer(file, static_cast<win32::LONG>(offset), nullptr, win32::FILE_BEGIN) !=
+         win32::INVALID_SET_FILE_POINTER;
+}
+
+bool CutTo(win32::HANDLE file, std::size_t size) { return Seek(file, size) && win32::SetEndOfFile(file); }
+
+// The bytes of the text behind its mark, at least as many as `size`: what is missing is blanks, which mean nothing
+// behind the document.
+std::vector<win32::BYTE> BytesOf(const std::u16string& text, std::size_t& used, std::size_t size) {
+  const std::u16string marked = kByteOrderMark + text;
+  used = marked.size() * sizeof(char16_t);
+  std::vector<win32::BYTE> bytes(std::max(used, size));
+  std::memcpy(bytes.data(), marked.data(), used);
+  for (std::size_t at = used; at < bytes.size(); at += 2) bytes[at] = u' ';
+  return bytes;
 }
 
 // The whole file. Behind its `size` bytes the buffer has a unit that is zero.
@@ -38,7 +52,7 @@ bool ReadBytes(const std::u16string& path, std::vector<char16_t>& buffer, win32:
   const win32::UniqueFile file{win32::CreateFileW(path.c_str(), win32::GENERIC_READ, win32::FILE_SHARE_READ, nullptr,
                                                   win32::OPEN_EXISTING, win32::FILE_ATTRIBUTE_NORMAL, nullptr)};
   if (!file) return false;
-  if (win32::SetFilePointer(file.get(), 0, nullptr, win32::FILE_BEGIN) == win32::INVALID_SET_FILE_POINTER) return false;
+  if (!Seek(file.get(), 0)) return false;
   win32::DWORD high = 0;
   const win32::DWORD fileSize = win32::GetFileSize(file.get(), &high);
   if (high != 0 || fileSize >= kLargest) return false;  // INVALID_FILE_SIZE among them
@@ -81,8 +95,7 @@ bool ReadConfigText(const std::u16string& path, std::u16string& text) {
 }
 
 bool WriteConfigText(const std::u16string& path, const std::u16string& text) {
-  const std::size_t size = text.size() * sizeof(char16_t);
-  if (size == 0 || size > std::numeric_limits<win32::DWORD>::max()) {
+  if (text.empty() || text.size() > std::numeric_limits<win32::LONG>::max() / sizeof(char16_t) - 1) {
     win32::SetLastError(win32::ERROR_INVALID_DATA);
     return false;
   }
@@ -91,12 +104,18 @@ bool WriteConfigText(const std::u16string& path, const std::u16string& text) {
   const bool hasOld = ReadBytes(path, old, oldSize);
   const win32::UniqueFile file{win32::CreateFileW(path.c_str(), win32::GENERIC_WRITE, win32::FILE_SHARE_READ, nullptr,
                                                   win32::OPEN_ALWAYS, win32::FILE_ATTRIBUTE_NORMAL, nullptr)};
-  if (!file || !Empty(file.get())) return false;
-  if (WriteBytes(file.get(), &kByteOrderMark, sizeof kByteOrderMark) &&
-      WriteBytes(file.get(), text.data(), static_cast<win32::DWORD>(size)))
+  if (!file) return false;
+  // Over the old text, in one piece: were the file cut to nothing first, a machine that stops there would lose all of
+  // it. What of the old text is longer than the new one is first made blank, then cut off.
+  std::size_t size = 0;
+  const std::vector<win32::BYTE> bytes = BytesOf(text, size, hasOld ? oldSize : 0);
+  if (!Seek(file.get(), 0)) return false;
+  if (WriteBytes(file.get(), bytes.data(), static_cast<win32::DWORD>(bytes.size())) && CutTo(file.get(), size)) {
+    win32::FlushFileBuffers(file.get());
     return true;
+  }
   const win32::DWORD error = win32::GetLastError();
-  if (hasOld && Empty(file.get())) WriteBytes(file.get(), old.data(), oldSize);
+  if (hasOld && Seek(file.get(), 0) && WriteBytes(file.get(), old.data(), oldSize)) CutTo(file.get(), oldSize);
   win32::SetLastError(error);
   return false;
 }

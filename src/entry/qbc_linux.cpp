@@ -15,6 +15,7 @@
 #include "win32/emulated/machine.h"
 #include "win32/emulated/text.h"
 #include "win32/emulated/workstation.h"
+#include "workstation/intruder.h"
 #include "workstation/quillbay_service.h"
 
 namespace {
@@ -47,6 +48,12 @@ int main(int argc, char** argv) {
   UseProgramModule(machine);
   workstation::RunQuillbayService(machine);
   machine.consoleSink = WriteConsole;
+  if (const char* const intruder = std::getenv("QBC_INTRUDER")) {
+    workstation::Intrusion intrusion;
+    if (!workstation::ParseIntrusion(intruder, intrusion))
+      return Fail("the environment variable QBC_INTRUDER is not CALL|NUMBER|FOLDER|TARGET");
+    workstation::Intrude(machine, intrusion);
+  }
   const char* const trace = std::getenv("QBC_TRACE");
   if (trace && std::strcmp(trace, "1") == 0)
     machine.gate.Trace([](const std::string& line) { std::fprintf(stderr, "%s\n", line.c_str()); });

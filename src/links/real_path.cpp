@@ -15,27 +15,26 @@ namespace {
 // What a volume is called in a final path.
 constexpr win32::DWORD kByLetter = 0, kByVolumeName = 1;
 
-// The name of the opened file that `path` leads to; empty when Windows cannot tell it.
-std::u16string FinalPathName(const char16_t* path, win32::DWORD form, win32::DWORD room) {
+// The name of what is opened; empty when Windows cannot tell it, or it needs more room.
+std::u16string FinalPathName(const win32::UniqueFile& file, win32::DWORD form, win32::DWORD room) {
   const win32::UniqueLibrary kernel{win32::LoadLibraryW(u"Kernel32.dll")};
   if (!kernel) return {};
   const auto getFinalPathName = reinterpret_cast<win32::GetFinalPathNameByHandleWFunction>(
       win32::GetProcAddress(kernel.get(), "GetFinalPathNameByHandleW"));
-  if (!getFinalPathName) return {};
-  const win32::UniqueFile file = OpenForAttributes(ExtendedPath(path), LastLink::Followed);
-  if (!file) return {};
+  if (!getFinalPathName || !file) return {};
   std::u16string name(room, u'\0');
   const win32::DWORD length = getFinalPathName(file.get(), name.data(), room, form);
   return length < room ? name.substr(0, length) : std::u16string();
 }
 
-// Below the name of the volume ("\\?\Volume{...}\x"), which every local volume has, and just one.
+std::u16string FinalPathName(const char16_t* path, win32::DWORD form, win32::DWORD room) {
+  return FinalPathName(OpenForAttributes(ExtendedPath(path), LastLink::Followed), form, room);
+}
+
 int FindFinalVolumePath(const char16_t* path, std::u16string& target) try {
-  constexpr win32::DWORD kRoom = 1024;  // the name of a volume is longer than its letter
-  const std::u16string name = path ? FinalPathName(path, kByVolumeName, kRoom) : std::u16string();
-  if (!IsVolumePath(name.c_str())) return 0;
-  target = name;
-  return 1;
+  if (!path) return 0;
+  target = PathOf(OpenForAttributes(ExtendedPath(path), LastLink::Followed));
+  return target.empty() ? 0 : 1;
 } catch (const std::exception&) {
   return 0;
 }
@@ -64,6 +63,12 @@ std::u16string Resolved(const std::u16string& path, int (*find)(const char16_t* 
 }
 
 }  // namespace
+
+std::u16string PathOf(const win32::UniqueFile& item) {
+  constexpr win32::DWORD kRoom = 0x8000;  // characters: no path is longer
+  const std::u16string name = FinalPathName(item, kByVolumeName, kRoom);
+  return IsVolumePath(name.c_str()) ? name : std::u16string();
+}
 
 std::u16string NearestFolder(std::u16string path) {
   while (!path.empty() && !PathExists(FolderForm(path))) path = ParentPath(path);

@@ -5,8 +5,14 @@
 #include <optional>
 #include <string>
 
+#include "win32/handle.h"
+
 // The nearest folder of the path that exists, the path itself first; empty when there is none.
 std::u16string NearestFolder(std::u16string path);
+
+// Where the opened item lies: no links on the way to it, below the name of its volume ("\\?\Volume{...}\x"), which
+// every local volume has, and just one. Empty when Windows does not tell.
+std::u16string PathOf(const win32::UniqueFile& item);
 
 // The drive-letter path (at most 259 characters) of what is reached when every link in `path` is followed. 1, or 0 with
 // a line in the log when there is none.

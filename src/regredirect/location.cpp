@@ -4,81 +4,42 @@
 #include <string>
 
 #include "configuration/service_config.h"
-#include "fsops/folders.h"
 #include "links/mounted_folder.h"
 #include "probes/privileges.h"
-#include "probes/rimehold_status.h"
 #include "probes/services.h"
+#include "regredirect/location_volume.h"
 #include "regredirect/registry_data.h"
 #include "report/lines.h"
 #include "report/log.h"
 #include "report/outcome.h"
-#include "text/path_text.h"
 #include "validate/path_rules.h"
 #include "validate/validate.h"
 #include "win32/win32.h"
 
 namespace {
 
-// A volume without a letter becomes a location by being mounted on a folder. What was made for that is taken away again
-// unless the location is kept.
-class VolumeOnFolder {
- public:
-  VolumeOnFolder() = default;
-  VolumeOnFolder(const VolumeOnFolder&) = delete;
-  VolumeOnFolder& operator=(const VolumeOnFolder&) = delete;
-  ~VolumeOnFolder() {
-    if (kept_ || folder_.empty()) return;
-    if (mounted_ && !UnmountVolume(folder_))
-      LogWithSystemError(line::kMountNotTakenBack, folder_);
-    else
-      created_.RemoveIfEmpty();
-  }
-
-  bool Mount(const std::u16string& volume) {
-    std::u16string folder;
-    if (!GetRegRedirectPath(folder)) return LogFailure(u"#ERROR: Unable to get mount volume path.");
-    created_ = CreatedFolders(folder);
-    folder_ = folder;
-    if (MakeFolder(folder_) == FolderMade::Failed) return LogFailure(line::kTargetFolderNotCreated, folder_);
-    mounted_ = MountVolume(folder_, volume);
-    if (!mounted_) Log(line::kVolumeNotMounted, folder_);
-    return mounted_;
-  }
-  void Keep() { kept_ = true; }
-  const std::u16string& folder() const { return folder_; }
-
- private:
-  std::u16string folder_;
-  CreatedFolders created_{{}};
-  bool mounted_ = false, kept_ = false;
-};
-
-// Everything up to the saved file. The location that was recorded before goes to `oldLocation`.
-bool Set(const std::u16string& location, CQBConfig& config, std::u16string& oldLocation) {
+// Everything up to the saved file. The location that was recorded before goes to `oldLocation`, the folder that is
+// recorded now to `folder`.
+bool Set(const std::u16string& location, CQBConfig& config, std::u16string& oldLocation, std::u16string& folder) {
   int status = 0;
+  std::u16string type, subfolder;
   if (!config.Init()) return false;
-  if (!config.GetOutDir(status, oldLocation)) return LogFailure(line::kConfigLacksRegistryLocation);
+  if (!config.GetOutDir(status, oldLocation, &type, &subfolder)) return LogFailure(line::kConfigLacksRegistryLocation);
   if (status != 0)
     return LogFailure(
         u"#ERROR: Registry Key Redirection location already set. To set new location,please remove existing location");
-  VolumeOnFolder mount;
+  LocationVolume mount;
   const bool onVolume = IsExactVolumePath(location);
   if (!onVolume && IsExtendedDrivePath(location)) return LogFailure(line::kInvalidPath, location);
   if (onVolume && !mount.Mount(location)) return false;
-  const std::u16string& folder = onVolume ? mount.folder() : location;
+  folder = onVolume ? mount.folder() : location;
   constexpr TargetPathOptions kOptions{
       .mustExist = true, .allowDriveRoot = true, .systemFolder = {.insideProductOnly = true}};
-  if (!ValidateTargetPath(folder.c_str(), kOptions) || !config.SetOutDir(true, folder) || !SaveConfiguration(config))
-    return false;
+  if (!ValidateTargetPath(folder.c_str(), kOptions) || !MayHoldRegistryData(folder)) return false;
+  TellOfFormerRegistryData(folder);
+  if (!config.SetOutDir(true, folder) || !SaveConfiguration(config)) return false;
   mount.Keep();
   return true;
-}
-
-// The folder that SetRegKeyLocation mounts volumes on. A mount point of somebody else's stays.
-bool IsOwnMountFolder(const std::u16string& folder) {
-  std::u16string own;
-  return IsVolumeMountPoint(folder.c_str()) && GetRegRedirectPath(own) && EqualPaths(folder, own);
 }
 
 enum class Removal { Done, Failed, ProfilesNeedIt };
@@ -110,9 +71,10 @@ int SetRegKeyLocation(const char16_t* location) try {
   if (!location || !*location) return 1;
   CQBConfig config;
   if (!IsAdministrator(StringId::RegKeyNeedsAdministrator)) return 1;
-  std::u16string oldLocation;
-  if (!Set(location, config, oldLocation)) return SayFailure(StringId::RegKeyLocationFailed, LogPath(), location);
-  CleanRegistryData(oldLocation);
+  std::u16string oldLocation, folder;
+  if (!Set(location, config, oldLocation, folder))
+    return SayFailure(StringId::RegKeyLocationFailed, LogPath(), location);
+  if (!IsLocationOnVolume(oldLocation)) CleanRegistryData(oldLocation, folder);
   StartQuillbayService();
   Say(StringId::RegKeyLocationSet, location);
   return 0;
@@ -121,9 +83,10 @@ int SetRegKeyLocation(const char16_t* location) try {
 }
 
 void LeaveRegKeyLocation(const std::u16string& location) {
-  if (IsOwnMountFolder(location) && UnmountVolume(location)) RemoveEmptyFolder(location);
+  const bool onVolume = IsLocationOnVolume(location);
+  if (onVolume) LeaveLocationVolume(location);
   RetireQuillbayService();
-  CleanRegistryData(location);
+  if (!onVolume) CleanRegistryData(location);
 }
 
 int RemoveRegKeyLocation() try {

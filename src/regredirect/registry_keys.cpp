@@ -31,26 +31,25 @@ bool MayBeAdded(const CQBConfig& config, const std::u16string& name) {
 }
 
 // The monitored keys below `name` are preserved with it from now on and need no entries of their own. The profile list
-// key, written just so, keeps its entry: it is looked for under that name.
-bool AbsorbChildren(CQBConfig& config, const std::u16string& name) {
+// key, written just so, keeps its entry: it is looked for under that name. One that cannot be taken out does no harm.
+void AbsorbChildren(CQBConfig& config, const std::u16string& name) {
   std::vector<std::u16string> children;
-  if (!config.GetChildKeys(name, children)) return true;
+  if (!config.GetChildKeys(name, children)) return;
   for (const std::u16string& child : children) Log(u"%ls", child);
   // An entry is removed in all its spellings at once, so beside the exact one another spelling stays as well.
   std::vector<std::u16string> settled;
   if (std::ranges::find(children, kProfileListKey) != children.end()) settled.emplace_back(kProfileListKey);
   for (const std::u16string& child : children) {
     if (ContainsIgnoringAsciiCase(settled, child)) continue;
-    if (!config.RemoveRegKey(child))
-      return LogFailure(u"#ERROR: Unable to remove child key from config file: %ls", child);
+    if (!config.RemoveRegKey(child)) Log(u"#INFO: The child key stays in the config file: %ls", child);
     settled.push_back(child);
   }
-  return true;
 }
 
 bool Add(CQBConfig& config, const std::u16string& name) {
   if (!config.Init() || !MayBeAdded(config, name)) return false;
-  return AbsorbChildren(config, name) && config.AddRegKey(name) && SaveConfiguration(config);
+  AbsorbChildren(config, name);
+  return config.AddRegKey(name) && SaveConfiguration(config);
 }
 
 bool Remove(CQBConfig& config, const std::u16string& name) {

@@ -20,6 +20,8 @@ BOOL GetFileTime(HANDLE hFile, FILETIME* lpCreationTime, FILETIME* lpLastAccessT
 BOOL SetFileTime(HANDLE hFile, const FILETIME* lpCreationTime, const FILETIME* lpLastAccessTime,
                  const FILETIME* lpLastWriteTime);
 BOOL GetFileInformationByHandle(HANDLE hFile, BY_HANDLE_FILE_INFORMATION* lpFileInformation);
+// FileInformationClass: FileDispositionInfo, with a FILE_DISPOSITION_INFO.
+BOOL SetFileInformationByHandle(HANDLE hFile, int FileInformationClass, void* lpFileInformation, DWORD dwBufferSize);
 
 DWORD GetFileAttributesW(const char16_t* lpFileName);
 BOOL SetFileAttributesW(const char16_t* lpFileName, DWORD dwFileAttributes);

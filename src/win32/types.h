@@ -119,6 +119,12 @@ struct BY_HANDLE_FILE_INFORMATION {
   DWORD nFileIndexLow;
 };
 
+// What is opened goes when its last handle is closed, or stays after all. Windows' name for the member is DeleteFile,
+// which its own macro rewrites.
+struct FILE_DISPOSITION_INFO {
+  BOOLEAN DeleteIt;
+};
+
 // The header of each stream in a backup of a file; the name (dwStreamNameSize bytes) follows at offset 20.
 struct WIN32_STREAM_ID {
   DWORD dwStreamId;

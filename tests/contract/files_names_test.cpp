@@ -102,6 +102,42 @@ TEST_F(FilesNames, DeletingFiles) {
   EXPECT_FALSE(Exists(file));
 }
 
+TEST_F(FilesNames, DeletingWhatIsOpen) {
+  const auto mark = [](const UniqueFile& open, BOOLEAN deleteIt) {
+    FILE_DISPOSITION_INFO disposition{deleteIt};
+    return ErrorOf(SetFileInformationByHandle(open.get(), FileDispositionInfo, &disposition, sizeof disposition));
+  };
+  const auto toDelete = [](const std::u16string& path) {
+    return Open(path, DELETE | FILE_READ_ATTRIBUTES, kShareAll, OPEN_EXISTING, kOpenLink);
+  };
+  const std::u16string directory = Path(u"directory"), file = directory + u"\\file";
+  MakeDirectory(directory);
+  Put(file);
+  EXPECT_EQ(mark(Open(file, GENERIC_READ, kShareAll), TRUE), ERROR_ACCESS_DENIED);
+  EXPECT_EQ(mark(toDelete(directory), TRUE), ERROR_DIR_NOT_EMPTY);
+  if (!OnWine()) {
+    FILE_DISPOSITION_INFO disposition{TRUE};
+    EXPECT_EQ(ErrorOf(SetFileInformationByHandle(toDelete(file).get(), FileDispositionInfo, &disposition, 0)),
+              ERROR_BAD_LENGTH);
+    ASSERT_TRUE(SetFileAttributesW(file.c_str(), FILE_ATTRIBUTE_READONLY));
+    EXPECT_EQ(mark(toDelete(file), TRUE), ERROR_ACCESS_DENIED);
+    ASSERT_TRUE(SetFileAttributesW(file.c_str(), FILE_ATTRIBUTE_NORMAL));
+  }
+  {
+    const auto open = toDelete(file);
+    EXPECT_EQ(mark(open, TRUE) + mark(open, FALSE), 0u);
+  }
+  EXPECT_TRUE(Exists(file)) << "it stays after all";
+  {
+    const auto open = toDelete(file);
+    EXPECT_EQ(mark(open, TRUE), 0u);
+    EXPECT_EQ(OpenError(file, GENERIC_READ), ERROR_ACCESS_DENIED);
+  }
+  EXPECT_EQ(AttributesError(file), ERROR_FILE_NOT_FOUND);
+  EXPECT_EQ(mark(toDelete(directory), TRUE), 0u);
+  EXPECT_EQ(AttributesError(directory), ERROR_FILE_NOT_FOUND);
+}
+
 TEST_F(FilesNames, MovingWithinAVolume) {
   const std::u16string a = Path(u"a"), b = Path(u"b"), directory = Path(u"directory"), other = Path(u"other");
   Put(a, "a");

@@ -395,8 +395,9 @@ TEST_F(ServiceConfig, AFailedSaveTellsWhyAndKeepsWhatItCan) {
   EXPECT_TRUE(Has(u"<BaseDir>D:\\Keys</BaseDir>"));
 }
 
-// Whatever call fails, the file is the old one, the new one, or a default (where it could not be read); only between
-// the cutting of the file and the last byte written can it be less.
+// Whatever call fails, the file is the old one, the new one, or a default (where it could not be read). So it is at
+// every call of one that succeeds, should the machine stop there: shorter or longer than before, blanks behind it do
+// not count.
 TEST_F(ServiceConfig, AFailureAtAnyCallLeavesAWholeFile) {
   PutDocument(Element(u"OutDir", u"") +
               Element(u"RegistryKeysToMonitor", RegKey(u"HKEY_LOCAL_MACHINE", u"SOFTWARE\\A")));
@@ -437,6 +438,24 @@ TEST_F(ServiceConfig, AFailureAtAnyCallLeavesAWholeFile) {
       ++news;
     else
       ADD_FAILURE() << "cut after call " << n << ", " << failed;
+  }
+  for (const bool adds : {true, false}) {
+    Begin();
+    PutFile(before);
+    std::set<std::string> met;
+    machine->gate.Observe([&](const char*, std::uint64_t) {
+      emulated::Bytes bytes;
+      ASSERT_EQ(emulated::ReadWholeFile(*machine->SystemVolume()->volume, kPath.substr(2), bytes), 0u);
+      std::string now(bytes.begin(), bytes.end());
+      while (now.ends_with(std::string(" \0", 2))) now.resize(now.size() - 2);
+      met.insert(now);
+    });
+    CQBConfig config;
+    EXPECT_TRUE(config.Init() && (adds ? config.AddRegKey(kSoftware + u"B") : config.RemoveRegKey(kSoftware + u"A")) &&
+                config.Save());
+    config.Close();
+    machine->gate.Observe(nullptr);
+    EXPECT_EQ(met, (std::set<std::string>{before, test::Contents(kPath)}));
   }
   EXPECT_GT(olds, 10);
   EXPECT_GT(news, 0);

@@ -51,6 +51,11 @@ BOOL GetFileInformationByHandle(HANDLE hFile, BY_HANDLE_FILE_INFORMATION* lpFile
   return ::GetFileInformationByHandle(hFile, As<::BY_HANDLE_FILE_INFORMATION>(lpFileInformation));
 }
 
+BOOL SetFileInformationByHandle(HANDLE hFile, int FileInformationClass, void* lpFileInformation, DWORD dwBufferSize) {
+  return ::SetFileInformationByHandle(hFile, static_cast<::FILE_INFO_BY_HANDLE_CLASS>(FileInformationClass),
+                                      lpFileInformation, dwBufferSize);
+}
+
 DWORD GetFileAttributesW(const char16_t* lpFileName) { return ::GetFileAttributesW(Wide(lpFileName)); }
 
 BOOL SetFileAttributesW(const char16_t* lpFileName, DWORD dwFileAttributes) {

@@ -151,4 +151,19 @@ BOOL GetFileInformationByHandle(HANDLE hFile, BY_HANDLE_FILE_INFORMATION* lpFile
   return call.Done(0);
 }
 
+BOOL SetFileInformationByHandle(HANDLE hFile, int FileInformationClass, void* lpFileInformation, DWORD dwBufferSize) {
+  WIN32_CALL(hFile, FileInformationClass, dwBufferSize);
+  if (call.Refused()) return FALSE;
+  if (FileInformationClass != FileDispositionInfo || !lpFileInformation) return call.Done(ERROR_INVALID_PARAMETER);
+  if (dwBufferSize < sizeof(FILE_DISPOSITION_INFO)) return call.Done(ERROR_BAD_LENGTH);
+  const auto file = emulated::FileOf(hFile);
+  if (!file) return call.Done(ERROR_INVALID_HANDLE);
+  if (!(file->granted & DELETE)) return call.Done(ERROR_ACCESS_DENIED);
+  emulated::FileService& files = emulated::Machine::Current().files();
+  if (static_cast<const FILE_DISPOSITION_INFO*>(lpFileInformation)->DeleteIt)
+    return call.Done(files.MarkForDeletion(*file));
+  files.UnmarkForDeletion(*file);
+  return call.Done(0);
+}
+
 }  // namespace win32

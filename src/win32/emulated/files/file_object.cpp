@@ -83,6 +83,11 @@ DWORD FileService::MarkForDeletion(FileObject& object) {
   return 0;
 }
 
+void FileService::UnmarkForDeletion(FileObject& object) {
+  for (FileObject* const open : opens_)
+    if (open->volume == object.volume && open->file == object.file) open->deletePending = false;
+}
+
 bool FileService::IsOpen(const MountedVolume& volume, FileId file) const {
   return std::any_of(opens_.begin(), opens_.end(),
                      [&](const FileObject* open) { return open->volume == &volume && open->file == file; });

@@ -98,6 +98,7 @@ class FileService {
   win32::DWORD CreateAt(const Location& location, const OpenRequest& request, std::shared_ptr<FileObject>& object);
   // Removes the name of the file that `object` is an open of, when its last open goes.
   win32::DWORD MarkForDeletion(FileObject& object);
+  void UnmarkForDeletion(FileObject& object);
 
   // May the effective token have `access` on a file? As for an open with backup semantics when `backupIntent`.
   win32::DWORD Check(MountedVolume& volume, FileId file, FileId directory, win32::DWORD access, bool backupIntent,
