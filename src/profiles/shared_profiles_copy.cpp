@@ -79,7 +79,7 @@ bool SharedProfileCopy::MakeRoot() {
   // It may have come, or been filled, since it was looked at.
   if (!IsFree(copy_)) return false;
   if (emptyFolder_.Save(copy_)) return true;
-  return LogSystemFailure(u"#ERROR: Unable to read the attributes of the folder %ls. ", copy_);
+  return LogSystemFailure(line::kItselfNotRead, copy_);
 }
 
 bool SharedProfileCopy::Copy() {
