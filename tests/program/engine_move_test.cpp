@@ -296,7 +296,8 @@ TEST_F(Moves, ARollBackDoesNotWaitForFoldersOfWhatStays) {
   MakeFile(u"\\\\?\\" + source + sub + file, "ours");
   MoveRecord record;
   ASSERT_EQ(MoveDirectoryTree(source, target, {.carried = {.shares = false}}, record), 1);
-  MakeFile(source + u"\\sub", "in the way");
+  for (const std::u16string& inTheWay : {std::u16string(u"\\sub"), sub, sub + file})
+    MakeFolder(u"\\\\?\\" + source + inTheWay);
   EXPECT_EQ(UndoMove(record), 0);
   EXPECT_EQ(Contents(u"\\\\?\\" + target + sub + file), "ours");
   EXPECT_EQ(machine->sleptMilliseconds, 0u);
