@@ -203,7 +203,7 @@ bool TreeCopy::SaveStanding(const TreeEntry& entry, const std::u16string& target
   const bool isLink = look.IsReparsePoint() && entry.IsLink();  // nothing else may stand on a link
   if (!look.IsThere() || bringsBack_ || !(look.IsDirectory() || isLink)) return true;
   if (isLink) {
-    SavedLink link{target, target, look.IsDirectory(), ReadLinkData(target)};
+    SavedLink link = SaveLink(target, target, look.IsDirectory());
     if (link.reparseData.empty()) return false;
     record_.stoodLinks.push_back(std::move(link));
   } else if (flags_.useBackupCopy && !entry.IsLink()) {
@@ -312,7 +312,7 @@ Step TreeCopy::CopyLink(const TreeEntry& link) {
   CopiedItem* item = FindLink(link);
   if (skip || !item) return Step::Next;
 
-  record_.links.push_back({link.path, newLink, link.IsDirectory(), ReadLinkData(link.path)});
+  record_.links.push_back(SaveLink(link.path, newLink, link.IsDirectory()));
   // A symbolic link that is to keep its text keeps all of it: what it finally leads to may have another name than the
   // one that it bears (a volume with a letter and a folder), which need not last.
   item->complete = !(flags_.copyOnly && link.IsSymbolicLink()) && RecreateLink(link, newLink);
@@ -374,7 +374,9 @@ bool TreeCopy::RecreateLink(const TreeEntry& link, const std::u16string& newLink
   if (text.starts_with(u"Volume{") && text.find(u'\\') == std::u16string::npos) return false;
   if (!flags_.copyOnly) text = ReplaceFolder(text, roots_.sourceBase(), roots_.targetBase());
   if (text.back() == u':') text += u'\\';  // the root of a drive, not the current folder on it
-  if (isSymbolicLink ? CreateSymbolicLinkEntry(newLink.c_str(), text.c_str())
+  // Of the kind that it is, whatever it leads to: a link to a file is deleted as a file, by whoever comes next, too.
+  const SymbolicLinkOptions kind{.forceFileLink = !link.IsDirectory(), .forceDirectoryLink = link.IsDirectory()};
+  if (isSymbolicLink ? CreateSymbolicLinkEntry(newLink.c_str(), text.c_str(), kind)
                      : CreateJunction(newLink.c_str(), text.c_str()))
     return true;
   return LogFailure(u"#ERROR: Failed to create a %s %s with target path %s. Error code:%d.",

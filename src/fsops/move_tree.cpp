@@ -9,7 +9,9 @@
 #include "links/junction.h"
 #include "links/mounted_folder.h"
 #include "links/presence.h"
+#include "report/lines.h"
 #include "report/log.h"
+#include "text/path_text.h"
 #include "win32/win32.h"
 
 namespace {
@@ -24,19 +26,40 @@ TreeEntry EntryAt(const std::u16string& path, const TreeEntry& original) {
   return {path, original.attributes, original.reparseTag, original.size};
 }
 
+// Paths that stay, and the folders that hold them, however each is written: one of 260 characters begins with "\\?\",
+// and the folder above it need not.
+class PathsThatStay {
+ public:
+  void Add(std::u16string_view path) {
+    std::u16string folder(WithoutExtendedPrefix(path));
+    while (!folder.empty() && paths_.insert(folder).second) folder = ParentPath(folder);
+  }
+  bool Contain(std::u16string_view path) const { return paths_.contains(std::u16string(WithoutExtendedPrefix(path))); }
+
+ private:
+  PathSet paths_;
+};
+
+// Takes away what a copy made of the item. That Windows does not tell whether it is there is no sign that it is gone.
+bool TakeAway(const CopiedItem& item) {
+  const Look look = LookAt(item.target);
+  if (look.IsGone()) return true;
+  // By the attribute: IsJunction cannot read one that somebody holds open.
+  if (item.becameLink) return (look.IsThere() && !look.IsReparsePoint()) || DeleteJunction(item.target.c_str());
+  return !item.created || DeleteEntry(EntryAt(item.target, item.source));
+}
+
 // Removes what a copy made at the target, the last first, except the paths of `keep` and the folders that hold them.
-// What stood there is then as it was.
+// What stood there is then as it was. The folders above one that cannot be removed are not tried: each would be waited
+// for, and none would be empty.
 bool RemoveCopied(const CopyRecord& record, const PathSet& keep) {
-  PathSet kept;
-  for (std::u16string path : keep)
-    for (; kept.insert(path).second; path.erase(path.rfind(u'\\')))
-      if (path.rfind(u'\\') == std::u16string::npos) break;
+  PathsThatStay staying;
+  for (const std::u16string& path : keep) staying.Add(path);
   bool all = true;
   for (const CopiedItem& item : Backwards(record.items)) {
-    if (kept.contains(item.target)) continue;
-    // By the attribute: IsJunction cannot read one that somebody holds open.
-    if (item.becameLink && IsReparsePoint(item.target) && !DeleteJunction(item.target.c_str())) all = false;
-    if (item.created && LookAt(item.target).IsThere() && !DeleteEntry(EntryAt(item.target, item.source))) all = false;
+    if (staying.Contain(item.target) || TakeAway(item)) continue;
+    staying.Add(item.target);
+    all = false;
   }
   for (const SavedLink& link : record.stoodLinks)
     if (!keep.contains(link.source) && !RestoreLink(link)) {
@@ -108,13 +131,13 @@ PathSet NotBroughtBack(const CopyRecord& move, const CopyRecord& back) {
   for (const CopiedItem& item : Backwards(back.items))
     if (!item.complete) {
       incomplete.insert(item.source.path);
-      if (item.created && LookAt(item.target).IsThere()) DeleteEntry(EntryAt(item.target, item.source));
+      if (item.created && !IsGone(item.target)) DeleteEntry(EntryAt(item.target, item.source));
     } else {
       broughtBack.insert(item.source.path);
     }
   PathSet missing;
   for (const CopiedItem& item : move.items)
-    if (item.complete && (incomplete.contains(item.target) || !LookAt(item.source.path).IsThere() ||
+    if (item.complete && (incomplete.contains(item.target) || IsGone(item.source.path) ||
                           (item.deleted && !broughtBack.contains(item.target)))) {
       Log(u"#ERROR: Unable to move %ls back. It stays at %ls.", item.source.path, item.target);
       missing.insert(item.target);
@@ -191,6 +214,7 @@ int UndoMove(MoveRecord& record) try {
   record.outcome = MoveOutcome::Undone;
   return 1;
 } catch (const std::exception&) {
+  LogWhereContentsAre(record);
   return 0;
 }
 
@@ -232,5 +256,20 @@ int MoveDirectoryTree(const std::u16string& source, const std::u16string& target
   UndoMove(record);
   return 0;
 } catch (const std::exception&) {
+  LogWhereContentsAre(record);
   return 0;
+}
+
+void LogWhereContentsAre(const MoveRecord& record) noexcept {
+  switch (record.outcome) {
+    case MoveOutcome::NothingDone:
+    case MoveOutcome::Undone:
+      Log(u"#ERROR: The command could not go on. The files and folders are in %ls.", record.sourceRoot);
+      break;
+    case MoveOutcome::Split:
+    case MoveOutcome::Moved:
+      Log(u"#ERROR: The command could not go on. The files and folders are in %ls, in %ls, or partly in both.",
+          record.targetRoot, record.sourceRoot);
+      break;
+  }
 }

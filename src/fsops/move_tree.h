@@ -41,6 +41,9 @@ int MoveDirectoryTree(const std::u16string& source, const std::u16string& target
 // streams, attributes and times that it had. 1 when everything is back. The source must be an ordinary folder, or gone.
 int UndoMove(MoveRecord& record);
 
+// For a command that an exception ends: the log says where the contents are.
+void LogWhereContentsAre(const MoveRecord& record) noexcept;
+
 // Removes from the target what a copy made there: links, files, then the directories that are empty. Folders that stood
 // there are as they were again. 0 when some stayed.
 int RemoveCopiedItems(const CopyRecord& record);

@@ -14,8 +14,6 @@
 
 namespace {
 
-constexpr std::u16string_view kVolumeName = u"\\??\\Volume{";  // begins what a mounted volume's folder holds
-
 bool IsDirectoryLink(win32::DWORD attributes) {
   constexpr win32::DWORD kBoth = win32::FILE_ATTRIBUTE_DIRECTORY | win32::FILE_ATTRIBUTE_REPARSE_POINT;
   return (attributes & kBoth) == kBoth;
@@ -116,14 +114,13 @@ int CreateJunction(const char16_t* junction, const char16_t* target) try {
 }
 
 int ChangeJunctionTarget(const char16_t* junction, const char16_t* target) try {
-  const std::u16string substituteName = SubstituteName(junction, target);
-  if (substituteName.empty()) return 0;
+  if (SubstituteName(junction, target).empty()) return 0;
   const win32::UniqueFile directory = OpenOrLog(junction, junction, {.forWrite = true});
   ReparseData data;
   win32::FILETIME creation, lastAccess, lastWrite;
-  if (!directory || !ReadMountPoint(directory, data) || MountPointName(data).starts_with(kVolumeName) ||
+  if (!directory || !ReadMountPoint(directory, data) || IsVolumeMount(data) ||
       !win32::GetFileTime(directory.get(), &creation, &lastAccess, &lastWrite) ||
-      !WriteReparseData(directory, MountPointData(substituteName)))
+      !WriteReparseData(directory, LedTo(data, target)))
     return 0;
   win32::SetFileTime(directory.get(), &creation, &lastAccess, &lastWrite);
   return 1;
@@ -218,7 +215,8 @@ int CreateSymbolicLinkEntry(const char16_t* link, const char16_t* target, const 
   const auto createSymbolicLink =
       reinterpret_cast<win32::CreateSymbolicLinkWFunction>(win32::GetProcAddress(kernel.get(), "CreateSymbolicLinkW"));
   if (!createSymbolicLink) return 0;
-  const bool toDirectory = !options.forceFileLink && win32::PathIsDirectoryW(target);
+  const bool toDirectory =
+      options.forceDirectoryLink || (!options.forceFileLink && win32::PathIsDirectoryW(target) != win32::FALSE);
   return createSymbolicLink(link, target, toDirectory ? win32::SYMBOLIC_LINK_FLAG_DIRECTORY : 0) ? 1 : 0;
 } catch (const std::exception&) {
   return 0;

@@ -34,8 +34,8 @@ win32::UniqueFile OpenReparseDirectory(const char16_t* path, const ReparseOpenOp
 // empty is removed, even one that stood there before; one that could not be opened stays.
 int CreateJunction(const char16_t* junction, const char16_t* target);
 
-// Has a junction lead to another folder; its security, attributes and times stay. 0: it leads where it led. (What is no
-// junction, or a mounted volume's folder, stays as it is.)
+// Has a junction lead to another folder; all else that it has stays, in its data, too (LedTo). 0: it leads where it
+// led. (What is no junction, or a mounted volume's folder, stays as it is.)
 int ChangeJunctionTarget(const char16_t* junction, const char16_t* target);
 
 // Takes the reparse point off a junction; an empty folder stays behind. 0 for anything that is not a junction.
@@ -58,7 +58,8 @@ win32::DWORD LinkTagAt(const std::u16string& path);
 int GetJunctionTarget(const char16_t* path, std::u16string& target);
 
 struct SymbolicLinkOptions {
-  bool forceFileLink = false;  // a link to a file, whatever the target is
+  bool forceFileLink = false;       // a link to a file, whatever the target is
+  bool forceDirectoryLink = false;  // a link to a directory
 };
 // Makes a symbolic link: to a directory when the target is one, else to a file. Logs nothing.
 int CreateSymbolicLinkEntry(const char16_t* link, const char16_t* target, const SymbolicLinkOptions& options = {});

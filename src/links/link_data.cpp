@@ -10,10 +10,12 @@
 
 namespace {
 
-bool WriteLinkData(const std::u16string& path, const ReparseData& data) {
-  const win32::UniqueFile file{win32::CreateFileW(path.c_str(), win32::GENERIC_WRITE, 0, nullptr, win32::OPEN_EXISTING,
-                                                  kOpenLinkFlags, nullptr)};
-  return file && WriteReparseData(file, data);
+bool WriteLink(const SavedLink& link) {
+  const win32::UniqueFile file{win32::CreateFileW(link.source.c_str(), win32::GENERIC_WRITE, 0, nullptr,
+                                                  win32::OPEN_EXISTING, kOpenLinkFlags, nullptr)};
+  if (!file || !WriteReparseData(file, link.reparseData)) return false;
+  if (link.timesKnown) win32::SetFileTime(file.get(), &link.creation, &link.lastAccess, &link.lastWrite);
+  return true;
 }
 
 bool MakeItem(const SavedLink& link) {
@@ -21,6 +23,13 @@ bool MakeItem(const SavedLink& link) {
   const win32::UniqueFile file{win32::CreateFileW(link.source.c_str(), win32::GENERIC_WRITE, 0, nullptr,
                                                   win32::CREATE_NEW, win32::FILE_ATTRIBUTE_NORMAL, nullptr)};
   return static_cast<bool>(file);
+}
+
+void RemoveItem(const SavedLink& link) {
+  if (link.isDirectory)
+    win32::RemoveDirectoryW(link.source.c_str());
+  else
+    win32::DeleteFileW(link.source.c_str());
 }
 
 // Does a link at `link` (a path below a tree's root) lead out of the tree by its relative text?
@@ -55,6 +64,15 @@ ReparseData ReadLinkData(const std::u16string& path) {
   return file && ReadReparseData(file, data) ? data : ReparseData();
 }
 
+SavedLink SaveLink(const std::u16string& source, const std::u16string& target, bool isDirectory) {
+  SavedLink link{source, target, isDirectory};
+  const win32::UniqueFile file = OpenForAttributes(source, LastLink::Itself);
+  if (!file || !ReadReparseData(file, link.reparseData)) link.reparseData.clear();
+  link.timesKnown =
+      file && win32::GetFileTime(file.get(), &link.creation, &link.lastAccess, &link.lastWrite) != win32::FALSE;
+  return link;
+}
+
 bool MustChangeWithTree(const std::u16string& link, const ReparseData& reparseData, const std::u16string& root) {
   if (reparseData.empty()) return true;
   const LinkText text = TextOfLink(reparseData);
@@ -72,10 +90,13 @@ std::u16string SymbolicLinkText(const std::u16string& link) {
 int RestoreLink(const SavedLink& link) try {
   if (link.reparseData.empty()) return 0;
   const Look look = LookAt(link.source);
-  if (!look.IsThere() && !MakeItem(link)) return 0;
+  const bool made = !look.IsThere() && MakeItem(link);
+  if (look.IsGone() && !made) return 0;
   if (look.IsReparsePoint() && ReadLinkData(link.source) == link.reparseData) return 1;
   // Refused by Windows for a folder or file that has contents.
-  return WriteLinkData(link.source, link.reparseData) ? 1 : 0;
+  if (WriteLink(link)) return 1;
+  if (made) RemoveItem(link);
+  return 0;
 } catch (const std::exception&) {
   return 0;
 }

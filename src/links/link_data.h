@@ -5,13 +5,17 @@
 
 #include "links/reparse_data.h"
 
-// A link of a copied tree as it was at the source.
+// A link as it was. (Of a copied tree: at the source.)
 struct SavedLink {
   std::u16string source;
   std::u16string target;  // where the copy is
   bool isDirectory = false;
-  ReparseData reparseData;
+  ReparseData reparseData = {};  // empty when they could not be read
+  bool timesKnown = false;
+  win32::FILETIME creation{}, lastAccess{}, lastWrite{};
 };
+// Reads the link at `source`.
+SavedLink SaveLink(const std::u16string& source, const std::u16string& target, bool isDirectory);
 
 // The whole reparse data of the link itself; empty when they cannot be read.
 ReparseData ReadLinkData(const std::u16string& path);
@@ -25,6 +29,6 @@ std::u16string SymbolicLinkText(const std::u16string& link);
 // Nobody can tell of data that could not be read (empty): true.
 bool MustChangeWithTree(const std::u16string& link, const ReparseData& reparseData, const std::u16string& root);
 
-// Makes the link at its source again, as it was; nothing is done when it is there unchanged. 0 when it cannot be made,
-// or something else stands there.
+// Makes the link at its source again, as it was, its times included; nothing is done when it is there unchanged. 0 when
+// it cannot be made, or something else stands there.
 int RestoreLink(const SavedLink& link);

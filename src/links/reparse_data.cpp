@@ -2,6 +2,7 @@
 
 #include <cstring>
 
+#include "text/path_text.h"
 #include "win32/win32.h"
 
 namespace {
@@ -29,6 +30,15 @@ Value At(const ReparseData& data, std::size_t offset) {
   Value value{};
   if (offset + sizeof value <= data.size()) std::memcpy(&value, data.data() + offset, sizeof value);
   return value;
+}
+
+// A name of a junction, by its place and length in bytes; empty when the data end before it.
+std::u16string NameAt(const ReparseData& data, std::size_t offset, std::size_t length) {
+  offset += kMountPointNames;
+  if (offset + length > data.size()) return {};
+  std::u16string name(length / sizeof(char16_t), u'\0');
+  std::memcpy(name.data(), data.data() + offset, name.size() * sizeof(char16_t));
+  return name;
 }
 
 }  // namespace
@@ -59,18 +69,42 @@ bool DeleteReparseData(const win32::UniqueFile& item, win32::DWORD tag) {
 
 win32::DWORD TagOf(const ReparseData& data) { return At<win32::DWORD>(data, 0); }
 
-// The substitute name, then an empty print name, each with its terminator, which both names' lengths leave out.
-ReparseData MountPointData(std::u16string_view substituteName) {
+// The substitute name, then the print name, each with its terminator, which both names' lengths leave out.
+ReparseData MountPointData(std::u16string_view substituteName, std::u16string_view printName) {
   const auto nameBytes = static_cast<win32::WORD>(substituteName.size() * sizeof(char16_t));
+  const auto printBytes = static_cast<win32::WORD>(printName.size() * sizeof(char16_t));
   const Names names{.SubstituteNameLength = nameBytes,
-                    .PrintNameOffset = static_cast<win32::WORD>(nameBytes + sizeof(char16_t))};
-  ReparseData data(kMountPointNames + nameBytes + 2 * sizeof(char16_t));
+                    .PrintNameOffset = static_cast<win32::WORD>(nameBytes + sizeof(char16_t)),
+                    .PrintNameLength = printBytes};
+  ReparseData data(kMountPointNames + nameBytes + printBytes + 2 * sizeof(char16_t));
   const Head head{.ReparseTag = win32::IO_REPARSE_TAG_MOUNT_POINT,
                   .ReparseDataLength = static_cast<win32::WORD>(data.size() - sizeof(Head))};
   std::memcpy(data.data(), &head, sizeof head);
   std::memcpy(data.data() + sizeof head, &names, sizeof names);
   std::memcpy(data.data() + kMountPointNames, substituteName.data(), nameBytes);
+  std::memcpy(data.data() + kMountPointNames + names.PrintNameOffset, printName.data(), printBytes);
   return data;
+}
+
+ReparseData LedTo(const ReparseData& junction, const std::u16string& target) {
+  const auto names = At<Names>(junction, sizeof(Head));
+  const std::u16string name = NameAt(junction, names.SubstituteNameOffset, names.SubstituteNameLength);
+  const std::u16string printName = NameAt(junction, names.PrintNameOffset, names.PrintNameLength);
+  const std::size_t prefix = name.starts_with(kNativePrefix) ? kNativePrefix.size() : 0;
+  const std::u16string folder = WithoutTrailingBackslash(name.substr(prefix));
+  const auto replaced = [&](const std::u16string& text) {
+    return WithoutTrailingBackslash(target) + (text.ends_with(u'\\') && !target.ends_with(u":\\") ? u"\\" : u"");
+  };
+  return MountPointData(std::u16string(kNativePrefix) + replaced(name),
+                        EqualPaths(WithoutTrailingBackslash(printName), folder) ? replaced(printName) : printName);
+}
+
+bool IsVolumeMount(const ReparseData& data) {
+  constexpr std::u16string_view kVolume = u"\\??\\Volume{";
+  const std::u16string name = MountPointName(data);
+  const std::size_t end = name.find(u'}');
+  return TagOf(data) == win32::IO_REPARSE_TAG_MOUNT_POINT && name.starts_with(kVolume) && end != name.npos &&
+         (end + 1 == name.size() || (end + 2 == name.size() && name.back() == u'\\'));
 }
 
 std::u16string MountPointName(const ReparseData& data) {

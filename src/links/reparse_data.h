@@ -24,8 +24,15 @@ bool DeleteReparseData(const win32::UniqueFile& item, win32::DWORD tag);
 // 0 when there are no data.
 win32::DWORD TagOf(const ReparseData& data);
 
-// A junction's data, its print name empty.
-ReparseData MountPointData(std::u16string_view substituteName);
+// A junction's data. The print name is what Windows' own tools show; a junction does without.
+ReparseData MountPointData(std::u16string_view substituteName, std::u16string_view printName = {});
+
+// The data of a junction, leading to `target` instead. All else stays: a backslash at the end, and a print name, which
+// follows if it named the same folder.
+ReparseData LedTo(const ReparseData& junction, const std::u16string& target);
+
+// The data of a folder on which a volume is mounted, not those of a junction: they name a volume's root by its name.
+bool IsVolumeMount(const ReparseData& data);
 
 // A junction's substitute name: the text at the start of its names, up to a terminator, whatever the lengths say.
 std::u16string MountPointName(const ReparseData& data);

@@ -53,14 +53,15 @@ bool ProfileRecords::CanFollow() {
 bool ProfileRecords::FindJunctions() {
   for (const JunctionRecord& record : folders_) {
     if (IsInProfile(record.source) || !MayBeLink(record.source)) continue;
-    Junction junction{record.source, TextOfLink(ReadLinkData(record.source)).path, {}};
+    Junction junction{SaveLink(record.source, {}, true), {}, {}};
+    junction.oldTarget = TextOfLink(junction.before.reparseData).path;
     // By its record it may lead elsewhere, and still go by the profile on its way.
     if (junction.oldTarget.empty() && IsInProfile(record.target)) return LogFailure(line::kJunctionTargetUnknown);
     const std::optional<std::u16string> rest = BehindFolder(junction.oldTarget, profile_.folder);
     if (!rest) continue;
     junction.newTarget = newFolder_ + *rest;
     if (junction.newTarget.size() > kLongestJunctionTarget)
-      return LogFailure(line::kJunctionNotCreated, junction.path, junction.newTarget);
+      return LogFailure(line::kJunctionNotCreated, record.source, junction.newTarget);
     junctions_.push_back(std::move(junction));
   }
   return true;
@@ -114,9 +115,10 @@ bool ProfileRecords::Follow() {
     return LogFailure(line::kRecordsNotUpdated);
   }
   for (Junction& junction : junctions_) {
-    junction.changed = ChangeJunctionTarget(junction.path.c_str(), junction.newTarget.c_str()) != 0;
+    const std::u16string& path = junction.before.source;
+    junction.changed = ChangeJunctionTarget(path.c_str(), junction.newTarget.c_str()) != 0;
     if (junction.changed) continue;
-    return LogFailure(line::kJunctionNotCreated, junction.path, junction.newTarget);
+    return LogFailure(line::kJunctionNotCreated, path, junction.newTarget);
   }
   // A picture that is not found is no reason to take a profile back; the log tells.
   wallpaperChanged_ = RewriteWallpaper({profile_.sid, newFolder_, profile_.hiveState}, folder, newFolder_) != 0;
@@ -128,9 +130,8 @@ void ProfileRecords::TakeBack() {
   if (std::exchange(wallpaperChanged_, false))
     RewriteWallpaper({profile_.sid, newFolder_, profile_.hiveState}, newFolder_, folder);
   for (Junction& junction : junctions_)
-    if (std::exchange(junction.changed, false) &&
-        !ChangeJunctionTarget(junction.path.c_str(), junction.oldTarget.c_str()))
-      Log(line::kJunctionNotCreated, junction.path, junction.oldTarget);
+    if (std::exchange(junction.changed, false) && !RestoreLink(junction.before))
+      Log(line::kJunctionNotCreated, junction.before.source, junction.oldTarget);
   if (!std::exchange(recordsChanged_, false)) return;
   bool all = !pairAdded_ || DeleteRegKey(folder.c_str(), newFolder_.c_str(), 0);
   for (const JunctionRecord& record : deleted_) {

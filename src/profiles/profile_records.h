@@ -5,6 +5,7 @@
 #include <string>
 #include <vector>
 
+#include "links/link_data.h"
 #include "profiles/profile_list.h"
 #include "records/records.h"
 
@@ -27,7 +28,8 @@ class ProfileRecords {
  private:
   // A junction of another redirection, whose contents lie in the profile.
   struct Junction {
-    std::u16string path, oldTarget, newTarget;
+    SavedLink before;
+    std::u16string oldTarget, newTarget;
     bool changed = false;
   };
 

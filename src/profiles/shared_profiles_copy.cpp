@@ -73,7 +73,7 @@ bool SharedProfileCopy::MakeRoot() {
   if (made == FolderMade::Failed) Log(line::kTargetFolderNotCreated, copy_);
   if (made == FolderMade::Failed) return false;
   if (stoodThere_ && !emptyFolder_.Save(copy_))
-    return LogSystemFailure(u"#ERROR: Unable to read the attributes of the folder %ls. ", copy_);
+    return LogSystemFailure(line::kItselfNotRead, copy_);
   if (!WriteDescriptor(copy_, descriptor))
     return LogSystemFailure(u"#ERROR: Unable to give the folder %ls the access rights of %ls. ", copy_, original());
   // It may have come, or been filled, since it was looked at.

@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "fsops/folders.h"
+#include "fsops/kept_link.h"
 #include "fsops/security.h"
 #include "links/junction.h"
 #include "links/link_data.h"
@@ -214,6 +215,7 @@ class FileRemoval {
   const JunctionRecord pair_;
   const std::u16string source_, target_;
   HeldFile held_;
+  KeptLink link_;
   // What has been done.
   bool linkRemoved_ = false, isBack_ = false;
 };
@@ -287,7 +289,7 @@ bool FileRemoval::CopyBack() {
 }
 
 bool FileRemoval::ReplaceLink(CopyBeside& back) {
-  linkRemoved_ = RemoveFile(source_);
+  linkRemoved_ = link_.Keep(source_, /*isDirectory=*/false) && RemoveFile(source_);
   if (!linkRemoved_) return false;
   WaitUntilGone(source_);
   isBack_ = back.PutInPlace();
@@ -304,8 +306,7 @@ bool FileRemoval::ForgetRecord() const {
 
 // A file that is complete at its old place is never deleted for a link.
 void FileRemoval::PutLinkBack() const {
-  if (!linkRemoved_ || (!isBack_ && CreateSymbolicLinkEntry(source_.c_str(), target_.c_str(), {.forceFileLink = true})))
-    return;
+  if (!linkRemoved_ || (!isBack_ && link_.PutBack())) return;
   Log(u"#ERROR: Unable to re-create symlink for Source = %ls and Target = %ls.", source_, target_);
   Log(u"#INFO: The file is complete in %ls.", isBack_ ? source_ : target_);
 }

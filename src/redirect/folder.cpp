@@ -42,17 +42,19 @@ class FolderRedirection {
   bool MakeTarget();
   bool MoveContents();
   bool LeaveJunction();
+  // An exception came; the same.
+  void TakeBackMoved() noexcept;
 
  private:
   bool TargetIsPlainFolder() const;
   bool MayComeBack() const;
-  void TakeBack(bool junctionMade);
+  void TakeBack();
   void RemoveTargetIfEmpty() const;
 
   const std::u16string source_, target_, realTarget_;
   const CarriedAlong carried_;
   const CreatedFolders created_;
-  bool targetStoodThere_ = false;
+  bool targetStoodThere_ = false, junctionMade_ = false;
   MoveRecord moved_;
   std::vector<JunctionRecord> records_;
 };
@@ -129,23 +131,24 @@ bool FolderRedirection::MoveContents() {
 bool FolderRedirection::LeaveJunction() {
   if (!CreateJunction(source_.c_str(), realTarget_.c_str())) {
     Log(line::kJunctionNotCreated, source_, realTarget_);
-    TakeBack(false);
+    TakeBack();
     return false;
   }
+  junctionMade_ = true;
   // Records that could not all be read could not all be put back.
   if (!ReadJunctionRecords(0, records_)) {
     Log(line::kRecordsNotUpdated);
-    TakeBack(true);
+    TakeBack();
     return false;
   }
   std::vector<JunctionRecord> updated;
   if (!UpdateRecords(source_, realTarget_, updated)) {
-    TakeBack(true);
+    TakeBack();
     return false;
   }
   if (!AddJunctionRegKey(source_.c_str(), realTarget_.c_str(), 0)) {
     Log(line::kRecordNotAdded, source_, realTarget_);
-    TakeBack(true);
+    TakeBack();
     return false;
   }
   return true;
@@ -153,8 +156,8 @@ bool FolderRedirection::LeaveJunction() {
 
 // The target now holds the only copy: it goes only as far as everything is back. The junction goes first, or what is
 // moved back would pass through it to where it comes from.
-void FolderRedirection::TakeBack(bool junctionMade) {
-  if (junctionMade && !DeleteJunction(source_.c_str())) {
+void FolderRedirection::TakeBack() {
+  if (junctionMade_ && !DeleteJunction(source_.c_str())) {
     Log(u"#ERROR: Unable to delete Junction. path = %ls. The files and folders stay in %ls.", source_, realTarget_);
     return;
   }
@@ -166,6 +169,12 @@ void FolderRedirection::TakeBack(bool junctionMade) {
   RemoveTargetIfEmpty();
 }
 
+void FolderRedirection::TakeBackMoved() noexcept try {
+  if (moved_.outcome == MoveOutcome::Moved) TakeBack();
+} catch (const std::exception&) {
+  LogWhereContentsAre(moved_);
+}
+
 void FolderRedirection::RemoveTargetIfEmpty() const {
   if (!targetStoodThere_) created_.RemoveIfEmpty();
 }
@@ -174,8 +183,13 @@ bool RedirectFolderToFolder(const std::u16string& source, const char16_t* target
   // A target that is yet to be made has its parent above its own name, not above the backslash behind it.
   const std::u16string folder = IsPlainPath(target) ? WithoutTrailingBackslash(target) : std::u16string(target);
   FolderRedirection redirection(source, AsStored(folder), carried);
-  return redirection.MayRedirect() && redirection.MakeTarget() && redirection.MoveContents() &&
-         redirection.LeaveJunction();
+  try {
+    return redirection.MayRedirect() && redirection.MakeTarget() && redirection.MoveContents() &&
+           redirection.LeaveJunction();
+  } catch (const std::exception&) {
+    redirection.TakeBackMoved();
+    return false;
+  }
 }
 
 // A path by a volume's name becomes the one by the folder or letter that it is mounted on.

@@ -1,5 +1,6 @@
 #include "redirect/folder_on_volume.h"
 
+#include <exception>
 #include <optional>
 
 #include "fsops/backup_copy.h"
@@ -43,6 +44,9 @@ class FolderOntoVolume {
   bool MoveContents();
   bool PutInPlaceOfSource();
   bool Record();
+
+  // The record of the move, for who has to tell where the contents are.
+  const MoveRecord& moved() const { return moved_; }
 
  private:
   const std::u16string& realTarget() const { return mountFolder_.path(); }
@@ -192,6 +196,8 @@ class FolderFromVolume {
   bool ForgetRecord();
   bool PutInPlaceOfMount();
 
+  const MoveRecord& moved() const { return moved_; }
+
  private:
   bool FindRecord();
   void Abandon() const;
@@ -306,8 +312,13 @@ void FolderFromVolume::TakeBack() {
 
 bool RedirectFolderOntoVolume(const std::u16string& source, const std::u16string& volume, CarriedAlong carried) {
   FolderOntoVolume redirection(source, volume, carried);
-  return redirection.MayRedirect() && redirection.MountBesideSource() && redirection.MakeTarget() &&
-         redirection.MoveContents() && redirection.PutInPlaceOfSource() && redirection.Record();
+  try {
+    return redirection.MayRedirect() && redirection.MountBesideSource() && redirection.MakeTarget() &&
+           redirection.MoveContents() && redirection.PutInPlaceOfSource() && redirection.Record();
+  } catch (const std::exception&) {
+    LogWhereContentsAre(redirection.moved());
+    return false;
+  }
 }
 
 bool IsVolumeMountedAt(const std::u16string& source, const std::u16string& target, std::u16string& volume) {
@@ -325,6 +336,11 @@ bool IsVolumeMountedAt(const std::u16string& source, const std::u16string& targe
 bool RemoveFolderFromVolume(const std::u16string& source, const std::u16string& target, const std::u16string& volume,
                             CarriedAlong carried) {
   FolderFromVolume removal(source, target, volume, carried);
-  return removal.MayRemove() && removal.MakeFolderBesideSource() && removal.MoveContentsBack() &&
-         removal.ForgetRecord() && removal.PutInPlaceOfMount();
+  try {
+    return removal.MayRemove() && removal.MakeFolderBesideSource() && removal.MoveContentsBack() &&
+           removal.ForgetRecord() && removal.PutInPlaceOfMount();
+  } catch (const std::exception&) {
+    LogWhereContentsAre(removal.moved());
+    return false;
+  }
 }

@@ -1,10 +1,12 @@
 #include "redirect/folder_removal.h"
 
+#include <exception>
 #include <optional>
 #include <utility>
 #include <vector>
 
 #include "fsops/folders.h"
+#include "fsops/kept_link.h"
 #include "fsops/move_tree.h"
 #include "fsops/shares.h"
 #include "links/junction.h"
@@ -46,6 +48,9 @@ class FolderRemoval {
   bool MoveSharesOfTarget() const;
   void RemoveEmptyTarget() const;
 
+  // The record of the move, for who has to tell where the contents are.
+  const MoveRecord& moved() const { return moved_; }
+
  private:
   void PutJunctionBack() const;
 
@@ -55,6 +60,7 @@ class FolderRemoval {
   const CarriedAlong carried_;
   MoveRecord moved_;
   std::u16string junctionTarget_;
+  KeptLink junction_;
 };
 
 bool FolderRemoval::MayRemove() {
@@ -75,6 +81,12 @@ bool FolderRemoval::TakeJunctionAway() {
     TellIfRemovalWasCutOff(source_, target_);
     return false;
   }
+  if (!junction_.Keep(source_, /*isDirectory=*/true)) return LogSystemFailure(line::kItselfNotRead, source_);
+  if (IsVolumeMount(junction_.data()))
+    return LogFailure(
+        u"#ERROR: A volume is mounted on the folder %ls, where the junction to %ls was. Unmount it, make the junction "
+        u"again, and remove the redirection again.",
+        source_, target_);
   if (!DeleteJunction(source_.c_str())) return LogFailure(u"#ERROR: Unable to delete Junction. path = %ls.", source_);
   return true;
 }
@@ -119,19 +131,13 @@ void FolderRemoval::RemoveEmptyTarget() const {
   if (!RemoveEmptyFolder(target_)) LogWithSystemError(u"#INFO: The folder %ls could not be removed. ", target_);
 }
 
-// To where it led: not always the recorded target, which follows when data moves, while the junction may lead there
-// through another one.
+// As it was: it does not always lead to the recorded target, which follows when data moves, while the junction may lead
+// there through another one. The folder that it is has been given what the target has of its own.
 void FolderRemoval::PutJunctionBack() const {
-  if (!CreateJunction(source_.c_str(), junctionTarget_.c_str()))
-    Log(line::kJunctionNotCreated, source_, junctionTarget_);
+  if (!junction_.PutBack()) Log(line::kJunctionNotCreated, source_, junctionTarget_);
 }
 
-}  // namespace
-
-bool RemoveFolderFromFolder(const std::u16string& source, const std::u16string& target, CarriedAlong carried) {
-  // The location may be the folder in which the contents' folder was made as well as that folder itself.
-  const std::optional<JunctionRecord> record = FindRecord(source, target, 0);
-  FolderRemoval removal(record ? *record : JunctionRecord{{}, source, target}, carried);
+bool Remove(FolderRemoval& removal, const std::u16string& source) {
   if (!removal.MayRemove() || !removal.TakeJunctionAway() || !removal.MoveContentsBack() || !removal.ForgetRecord())
     return false;
   const bool nestedUpdated = removal.UpdateNested();
@@ -141,4 +147,18 @@ bool RemoveFolderFromFolder(const std::u16string& source, const std::u16string& 
   if (nestedUpdated && sharesMoved) return true;
   return LogFailure(u"#INFO: The files and folders are back in %ls, and the redirection is no longer recorded.",
                     source);
+}
+
+}  // namespace
+
+bool RemoveFolderFromFolder(const std::u16string& source, const std::u16string& target, CarriedAlong carried) {
+  // The location may be the folder in which the contents' folder was made as well as that folder itself.
+  const std::optional<JunctionRecord> record = FindRecord(source, target, 0);
+  FolderRemoval removal(record ? *record : JunctionRecord{{}, source, target}, carried);
+  try {
+    return Remove(removal, source);
+  } catch (const std::exception&) {
+    LogWhereContentsAre(removal.moved());
+    return false;
+  }
 }

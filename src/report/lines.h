@@ -68,6 +68,7 @@ inline constexpr char16_t kSecurityNotRestored[] =
 inline constexpr char16_t kItselfNotRestored[] =
     u"#ERROR: Unable to restore the security, attributes and times of %ls.";
 inline constexpr char16_t kDescriptorNotRestored[] = u"#ERROR: Unable to restore the access rights of %ls. ";
+inline constexpr char16_t kItselfNotRead[] = u"#ERROR: Unable to read the attributes of the folder %ls. ";
 inline constexpr char16_t kSharesNotRead[] = u"#ERROR: Unable to read the network shares of folder %ls.";
 inline constexpr char16_t kFileNotRemoved[] = u"#INFO: The file %ls could not be removed. ";
 inline constexpr char16_t kFolderNotRemoved[] = u"#ERROR: Unable to remove folder %ls. ";

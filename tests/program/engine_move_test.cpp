@@ -1,4 +1,5 @@
 // Deleting and moving trees, and what is left after any failure.
+#include <algorithm>
 #include <functional>
 #include <utility>
 
@@ -107,6 +108,12 @@ class Moves : public test::Engine {
     ASSERT_EQ(CreateJunction((source + u"\\j").c_str(), (source + u"\\sub").c_str()), 1);
     ASSERT_EQ(CreateSymbolicLinkEntry((source + u"\\l").c_str(), (source + u"\\top.txt").c_str()), 1);
     ASSERT_EQ(CreateSymbolicLinkEntry((source + u"\\dangling").c_str(), u"..\\gone"), 1);
+    // Of the other kind than what they lead to.
+    ASSERT_EQ(
+        CreateSymbolicLinkEntry((source + u"\\odd1").c_str(), (source + u"\\sub").c_str(), {.forceFileLink = true}), 1);
+    ASSERT_EQ(CreateSymbolicLinkEntry((source + u"\\odd2").c_str(), (source + u"\\top.txt").c_str(),
+                                      {.forceDirectoryLink = true}),
+              1);
     for (const char16_t* item : {u"\\sub\\f.txt", u"\\top.txt", u"\\sub", u"\\j", u""})
       test::SetTimes(source + item, static_cast<unsigned>(std::u16string_view(item).size()) + 1);
   }
@@ -125,6 +132,10 @@ class Moves : public test::Engine {
 
 TEST_F(Moves, EverythingToTheTarget) {
   MakeTree();
+  const auto isFolder = [](const std::u16string& path) { return Attributes(path) & FILE_ATTRIBUTE_DIRECTORY; };
+  std::map<std::u16string, DWORD> kinds;
+  for (const char16_t* link : {u"\\j", u"\\l", u"\\dangling", u"\\odd1", u"\\odd2"})
+    kinds[link] = isFolder(source + link);
   auto before = DescribeTree(source);
   const std::string root = test::Describe(source);
   MoveRecord record;
@@ -135,8 +146,9 @@ TEST_F(Moves, EverythingToTheTarget) {
   EXPECT_EQ(GetJunctionTarget((target + u"\\j").c_str(), text), 1);
   EXPECT_EQ(text, target + u"\\sub");
   EXPECT_EQ(Contents(target + u"\\l"), "top");
-  for (const char16_t* link : {u"\\j", u"\\l", u"\\dangling"}) {
+  for (const auto& [link, kind] : kinds) {
     EXPECT_TRUE(after.contains(link));
+    EXPECT_EQ(isFolder(target + link), kind);
     before.erase(link);
     after.erase(link);
   }
@@ -236,6 +248,24 @@ TEST_F(Moves, AFileThatCameInTheMeantimeIsNotDeleted) {
   EXPECT_EQ(Move(), 0);
   EXPECT_EQ(Contents(source + u"\\new"), "new");
   EXPECT_EQ(Contents(source + u"\\f"), "x");
+}
+
+// Nothing is waited for where it is known to stay, and the log tells of nothing that was not tried. (Of the path of
+// 260 characters and of the folder above it, only one begins with "\\?\".)
+TEST_F(Moves, ARollBackDoesNotWaitForFoldersOfWhatStays) {
+  const std::u16string sub = u"\\sub\\" + std::u16string(110, u'm'), file = u"\\" + std::u16string(140, u'n');
+  MakeFolder(source + u"\\sub");
+  MakeFolder(source + sub);
+  MakeFile(u"\\\\?\\" + source + sub + file, "ours");
+  MoveRecord record;
+  ASSERT_EQ(MoveDirectoryTree(source, target, {.carried = {.shares = false}}, record), 1);
+  for (const std::u16string& inTheWay : {std::u16string(u"\\sub"), sub, sub + file})
+    MakeFolder(u"\\\\?\\" + source + inTheWay);
+  EXPECT_EQ(UndoMove(record), 0);
+  EXPECT_EQ(Contents(u"\\\\?\\" + target + sub + file), "ours");
+  EXPECT_EQ(machine->sleptMilliseconds, 0u);
+  EXPECT_TRUE(Logged(u"It stays at \\\\?\\" + target + sub + file + u"."));
+  EXPECT_FALSE(Logged(u"delete directory"));
 }
 
 // A file that was moved and deleted is gone from its old place, whatever somebody else has put there since.

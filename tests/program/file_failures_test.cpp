@@ -130,20 +130,14 @@ class EveryCallOfAFile : public test::FileRedirection {
     for (const auto& [outcome, count] : outcomes) std::printf("  %4zu %s\n", count, outcome.c_str());
   }
   void StopAtEach(Words words, bool replacing) {
-    std::vector<std::pair<std::string, test::Disks>> moments;
-    machine->gate.Observe([&](const char* name, std::uint64_t number) {
-      if (number % test::CallsInOneStep() != 0) return;
-      moments.emplace_back(std::to_string(number) + " " + name, machine->Snapshot());
-    });
-    EXPECT_EQ(RunProgram(*machine, words).exitCode, 0);
-    machine->gate.Observe({});
-    for (auto& [moment, disks] : moments) {
-      const auto after = test::BootFrom(std::move(disks));
-      for (const auto* const privilege : {u"SeBackupPrivilege", u"SeRestorePrivilege"})
-        after->process.token->EnablePrivilege(privilege, true);
-      EXPECT_TRUE(IsComplete(kSource) || IsComplete(kTarget)) << moment;
-      EXPECT_TRUE(!replacing || TheirsIsThere() || IsComplete(kTarget)) << moment;
-    }
+    test::AtEveryMoment(
+        *machine, [&](auto& on) { return RunProgram(on, words); },
+        [&](emulated::Machine& after, const std::string& moment) {
+          for (const auto* const privilege : {u"SeBackupPrivilege", u"SeRestorePrivilege"})
+            after.process.token->EnablePrivilege(privilege, true);
+          EXPECT_TRUE(IsComplete(kSource) || IsComplete(kTarget)) << moment;
+          EXPECT_TRUE(!replacing || TheirsIsThere() || IsComplete(kTarget)) << moment;
+        });
   }
 
   std::multimap<std::u16string, std::u16string> otherRecords;

@@ -2,10 +2,6 @@
 // repairs by hand of docs/what-is-refused.md ("After a power failure, folder form").
 #include <gtest/gtest.h>
 
-#include <functional>
-#include <utility>
-#include <vector>
-
 #include "links/junction.h"
 #include "records/records.h"
 #include "support/every_call.h"
@@ -17,8 +13,8 @@
 namespace {
 
 using emulated::Utf8;
-using test::Contents, test::DescribeTree, test::Exists, test::MakeFile, test::MakeFolder, test::RunProgram,
-    test::RunResult;
+using test::AtEveryMoment, test::Contents, test::DescribeTree, test::Exists, test::MakeFile, test::MakeFolder,
+    test::RunProgram, test::RunResult;
 
 class CutOff : public ::testing::Test {
  protected:
@@ -49,51 +45,34 @@ class CutOff : public ::testing::Test {
         win32::CopyFileW((from + name).c_str(), (to + name).c_str(), win32::TRUE);
   }
 
-  // Runs the command and boots the disks of every moment.
-  void StopEverywhere(const std::function<RunResult(emulated::Machine&)>& command,
-                      const std::function<void(emulated::Machine&, const std::string&)>& afterwards) {
-    std::vector<std::pair<std::string, test::Disks>> moments;
-    machine->gate.ResetCounts();
-    machine->gate.Observe([&](const char* name, std::uint64_t number) {
-      if (number % test::CallsInOneStep() != 0) return;
-      moments.emplace_back(std::to_string(number) + " " + name, machine->Snapshot());
-    });
-    EXPECT_EQ(command(*machine).exitCode, 0);
-    machine->gate.Observe({});
-    for (auto& [moment, disks] : moments) {
-      const auto after = test::BootFrom(std::move(disks));
-      afterwards(*after, moment);
-      if (HasFailure()) return;
-    }
-  }
-
   const std::u16string folder = u"C:\\Data", kept = u"D:\\Kept\\Data";
   std::unique_ptr<emulated::Machine> machine = test::InstalledMachine();
 };
 
 TEST_F(CutOff, ARedirectionIsFinishedByTheSameCommand) {
   int finished = 0, unrecorded = 0;
-  StopEverywhere([this](auto& on) { return Redirect(on); },
-                 [&](emulated::Machine& after, const std::string& moment) {
-                   if (IsRecorded()) return;
-                   RunResult run = Redirect(after);
-                   if (run.exitCode == 0) {
-                     ++finished;
-                   } else {
-                     ++unrecorded;
-                     EXPECT_TRUE(
-                         run.Logged(u"#INFO: The folder C:\\Data is a junction to D:\\Kept\\Data, but no "
-                                    u"redirection is recorded"))
-                         << moment << Utf8(run.log);
-                     ExpectAllInFolder(moment);
-                     EXPECT_TRUE(win32::RemoveDirectoryW(folder.c_str())) << moment;
-                     EXPECT_TRUE(win32::CreateDirectoryW(folder.c_str(), nullptr)) << moment;
-                     run = Redirect(after);
-                     EXPECT_EQ(run.exitCode, 0) << moment << Utf8(run.log);
-                   }
-                   EXPECT_TRUE(IsRecorded()) << moment;
-                   ExpectAllInFolder(moment);
-                 });
+  AtEveryMoment(
+      *machine, [this](auto& on) { return Redirect(on); },
+      [&](emulated::Machine& after, const std::string& moment) {
+        if (IsRecorded()) return;
+        RunResult run = Redirect(after);
+        if (run.exitCode == 0) {
+          ++finished;
+        } else {
+          ++unrecorded;
+          EXPECT_TRUE(
+              run.Logged(u"#INFO: The folder C:\\Data is a junction to D:\\Kept\\Data, but no "
+                         u"redirection is recorded"))
+              << moment << Utf8(run.log);
+          ExpectAllInFolder(moment);
+          EXPECT_TRUE(win32::RemoveDirectoryW(folder.c_str())) << moment;
+          EXPECT_TRUE(win32::CreateDirectoryW(folder.c_str(), nullptr)) << moment;
+          run = Redirect(after);
+          EXPECT_EQ(run.exitCode, 0) << moment << Utf8(run.log);
+        }
+        EXPECT_TRUE(IsRecorded()) << moment;
+        ExpectAllInFolder(moment);
+      });
   EXPECT_GE(finished, test::OfTheRuns(100));
   EXPECT_GE(unrecorded, test::OfTheRuns(1));
 }
@@ -101,34 +80,35 @@ TEST_F(CutOff, ARedirectionIsFinishedByTheSameCommand) {
 TEST_F(CutOff, ARemovalTellsWhereThingsAreAndChangesNothing) {
   ASSERT_EQ(Redirect(*machine).exitCode, 0);
   int finished = 0, halfway = 0;
-  StopEverywhere([this](auto& on) { return Remove(on); },
-                 [&](emulated::Machine& after, const std::string& moment) {
-                   const bool recorded = IsRecorded();
-                   const auto inFolder = DescribeTree(folder), inKept = DescribeTree(kept);
-                   RunResult run = Remove(after);
-                   if (run.exitCode == 0) {
-                     ++finished;
-                   } else if (recorded) {
-                     ++halfway;
-                     const std::u16string line =
-                         u"#INFO: The folder C:\\Data is no junction, although its redirection "
-                         u"is recorded";
-                     EXPECT_TRUE(run.Logged(line)) << moment << Utf8(run.log);
-                     run = Redirect(after);
-                     EXPECT_EQ(run.exitCode, 1) << moment;
-                     EXPECT_TRUE(run.Logged(line)) << moment << Utf8(run.log);
-                     EXPECT_EQ(DescribeTree(folder), inFolder) << moment;
-                     EXPECT_EQ(DescribeTree(kept), inKept) << moment;
-                     // The folder that the contents were on their way from gets back what it has no more.
-                     CopyMissing(folder, kept);
-                     EXPECT_TRUE(win32::MoveFileW(folder.c_str(), u"C:\\Data.old")) << moment;
-                     EXPECT_TRUE(CreateJunction(folder.c_str(), kept.c_str())) << moment;
-                     run = Remove(after);
-                     EXPECT_EQ(run.exitCode, 0) << moment << Utf8(run.log);
-                   }
-                   EXPECT_FALSE(IsRecorded()) << moment;
-                   ExpectAllInFolder(moment);
-                 });
+  AtEveryMoment(
+      *machine, [this](auto& on) { return Remove(on); },
+      [&](emulated::Machine& after, const std::string& moment) {
+        const bool recorded = IsRecorded();
+        const auto inFolder = DescribeTree(folder), inKept = DescribeTree(kept);
+        RunResult run = Remove(after);
+        if (run.exitCode == 0) {
+          ++finished;
+        } else if (recorded) {
+          ++halfway;
+          const std::u16string line =
+              u"#INFO: The folder C:\\Data is no junction, although its redirection "
+              u"is recorded";
+          EXPECT_TRUE(run.Logged(line)) << moment << Utf8(run.log);
+          run = Redirect(after);
+          EXPECT_EQ(run.exitCode, 1) << moment;
+          EXPECT_TRUE(run.Logged(line)) << moment << Utf8(run.log);
+          EXPECT_EQ(DescribeTree(folder), inFolder) << moment;
+          EXPECT_EQ(DescribeTree(kept), inKept) << moment;
+          // The folder that the contents were on their way from gets back what it has no more.
+          CopyMissing(folder, kept);
+          EXPECT_TRUE(win32::MoveFileW(folder.c_str(), u"C:\\Data.old")) << moment;
+          EXPECT_TRUE(CreateJunction(folder.c_str(), kept.c_str())) << moment;
+          run = Remove(after);
+          EXPECT_EQ(run.exitCode, 0) << moment << Utf8(run.log);
+        }
+        EXPECT_FALSE(IsRecorded()) << moment;
+        ExpectAllInFolder(moment);
+      });
   EXPECT_GE(finished, test::OfTheRuns(100));
   EXPECT_GE(halfway, test::OfTheRuns(100));
 }

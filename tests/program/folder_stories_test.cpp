@@ -2,6 +2,7 @@
 #include <vector>
 
 #include "fsops/folder_itself.h"
+#include "links/link_data.h"
 #include "support/shares.h"
 #include "program/folder_stories.h"
 
@@ -161,6 +162,8 @@ TEST_F(Nested, AJunctionIntoTheTargetFollowsTheRemoval) {
   MakeFile(u"E:\\Foo\\f.txt", "foo");
   test::SetSecurity(u"E:\\Foo", u"O:BAD:P(A;OICI;FA;;;BA)(A;OICI;0x1200a9;;;BU)");
   Redirect(u"E:\\Foo", u"D:\\Work here\\Work");
+  ASSERT_TRUE(RestoreLink(
+      {u"E:\\Foo", {}, true, MountPointData(u"\\??\\D:\\Work here\\Work\\Foo\\", u"D:\\Work here\\Work\\Foo")}));
   ASSERT_TRUE(win32::SetFileAttributesW(u"E:\\Foo", win32::FILE_ATTRIBUTE_HIDDEN));
   test::SetTimes(u"E:\\Foo", 9);
   const FolderDescriptor security = ReadDescriptor(u"E:\\Foo");
@@ -171,6 +174,7 @@ TEST_F(Nested, AJunctionIntoTheTargetFollowsTheRemoval) {
   EXPECT_EQ(Contents(u"E:\\Foo\\f.txt"), "foo");
   EXPECT_EQ(ReadDescriptor(u"E:\\Foo"), security);
   EXPECT_EQ(JunctionFacts(u"E:\\Foo"), facts);
+  EXPECT_EQ(ReadLinkData(u"E:\\Foo"), MountPointData(u"\\??\\C:\\Work\\Foo\\", u"C:\\Work\\Foo"));
   Remove(u"E:\\Foo", u"C:\\Work");
   EXPECT_EQ(Contents(u"E:\\Foo\\f.txt"), "foo");
   ExpectAllAsBefore();

@@ -2,6 +2,11 @@
 // say.
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <set>
+#include <vector>
+
+#include "links/link_data.h"
 #include "probes/privileges.h"
 #include "redirect/folder.h"
 #include "report/console.h"
@@ -25,9 +30,9 @@ class FolderRedirectionTest : public ::testing::Test {
  protected:
   FolderRedirectionTest() { Restart(); }
 
-  void Restart() {
+  void Restart(const test::MachineFacts& facts = {}) {
     machine.reset();
-    machine = test::InstalledMachine();
+    machine = test::InstalledMachine(facts);
     MakeFolder(u"C:\\Data");
     MakeFolder(u"C:\\Data\\inner");
     MakeFile(u"C:\\Data\\one.txt", "first");
@@ -324,10 +329,16 @@ TEST_F(FolderRedirectionTest, RemovalNeedsWhatWasRedirected) {
 
 TEST_F(FolderRedirectionTest, AFailedRemovalPutsTheJunctionBack) {
   ASSERT_EQ(Redirect().exitCode, 0);
+  // Windows' own mklink writes a print name, and keeps a backslash at the end.
+  ASSERT_TRUE(RestoreLink({u"C:\\Data", {}, true, MountPointData(u"\\??\\D:\\Target\\Data\\", u"D:\\Target\\Data")}));
+  test::SetSecurity(u"C:\\Data", u"O:BAD:P(A;;FA;;;BA)(A;;FR;;;BU)");
+  test::SetTimes(u"C:\\Data", 5);
+  const auto junction = [] { return test::Describe(u"C:\\Data") + emulated::Utf8(test::Security(u"C:\\Data")); };
+  const std::string before = junction();
   const auto expectAsBefore = [&](const test::RunResult& run, const std::u16string& logged) {
     EXPECT_EQ(run.exitCode, 1);
     EXPECT_TRUE(run.Logged(logged)) << emulated::Utf8(run.log);
-    EXPECT_TRUE(IsJunctionNow(u"C:\\Data"));
+    EXPECT_EQ(junction(), before);
     EXPECT_EQ(Contents(u"C:\\Data\\one.txt"), "first");
     EXPECT_EQ(Contents(u"D:\\Target\\Data\\inner\\two.bin"), std::string(70000, 'x'));
     EXPECT_EQ(RecordCount(), 1u);
@@ -341,6 +352,58 @@ TEST_F(FolderRedirectionTest, AFailedRemovalPutsTheJunctionBack) {
       Remove(),
       u"#ERROR: Unable to remove Junction Point from Registry for Source = C:\\Data and Target = D:\\Target\\Data.");
   EXPECT_EQ(Remove().exitCode, 0);
+}
+
+TEST_F(FolderRedirectionTest, AVolumeInThePlaceOfTheJunctionStaysMounted) {
+  Restart({.volumes = 1});
+  const std::u16string volume = u"\\\\?\\Volume{12345678-0000-4000-8000-000000000000}\\";
+  MakeFile(volume + u"theirs.txt", "theirs");
+  ASSERT_EQ(Redirect().exitCode, 0);
+  ASSERT_TRUE(win32::RemoveDirectoryW(u"C:\\Data") && win32::CreateDirectoryW(u"C:\\Data", nullptr));
+  ASSERT_TRUE(win32::SetVolumeMountPointW(u"C:\\Data\\", volume.c_str()));
+  const auto run = Remove();
+  EXPECT_EQ(run.exitCode, 1);
+  EXPECT_TRUE(run.Logged(u"#ERROR: A volume is mounted on the folder C:\\Data, where the junction to D:\\Target\\Data"))
+      << emulated::Utf8(run.log);
+  EXPECT_EQ(Contents(u"C:\\Data\\theirs.txt"), "theirs");
+  EXPECT_EQ(Contents(u"D:\\Target\\Data\\one.txt"), "first");
+  EXPECT_EQ(RecordCount(), 1u);
+}
+
+// Memory that runs out, say, anywhere from the move to the record.
+TEST_F(FolderRedirectionTest, AnExceptionLosesNothingAndTheLogTellsWhereThingsAre) {
+  const std::set<std::string> kInDestructors{"CloseHandle", "FindClose",   "RegCloseKey", "GetProcessHeap",
+                                             "HeapFree",    "FreeLibrary", "LocalFree",   "NetApiBufferFree",
+                                             "BackupRead",  "BackupWrite", "SetFileTime", "SetFileAttributesW"};
+  for (const bool back : {false, true}) {
+    const auto restart = [&] {
+      Restart();
+      EXPECT_TRUE(!back || Redirect().exitCode == 0);
+    };
+    restart();
+    std::vector<std::string> calls;
+    machine->gate.Observe([&](const char* name, std::uint64_t) { calls.emplace_back(name); });
+    EXPECT_EQ((back ? Remove() : Redirect()).exitCode, 0);
+    const auto first = std::ranges::find(calls, "DeleteFileW");
+    const auto record = std::ranges::find(calls, back ? "RegDeleteKeyW" : "RegSetValueExW");
+    ASSERT_GT(record - first, 20);
+    for (auto call = first; call <= record && !HasFailure(); ++call) {
+      if (kInDestructors.contains(*call)) continue;
+      restart();
+      machine->gate.ResetCounts();
+      machine->gate.Observe([&](const char*, std::uint64_t number) {
+        if (number == static_cast<std::uint64_t>(call - calls.begin()) + 1) throw std::bad_alloc();
+      });
+      std::fflush(stdout);
+      const auto run = back ? Remove() : Redirect();
+      machine->gate.Observe({});
+      const std::string when = *call + ": " + emulated::Utf8(run.log);
+      ExpectEachFileOnce(when);
+      const bool isBack =
+          Contents(u"C:\\Data\\one.txt") == "first" && Contents(u"C:\\Data\\inner\\two.bin").size() == 70000;
+      EXPECT_TRUE(isBack || run.Logged(u"D:\\Target\\Data")) << when;
+    }
+  }
 }
 
 }  // namespace

@@ -2,9 +2,7 @@
 // again.
 
 #include <algorithm>
-#include <functional>
 #include <map>
-#include <utility>
 #include <vector>
 
 #include <gtest/gtest.h>
@@ -48,23 +46,16 @@ class PowerFailure : public testing::Test {
     }
   }
 
-  // Runs the program and boots the disks of every moment. `places`: where the contents may be.
+  // At each moment every file is whole in one of the places.
+  template <typename Examine>
   void StopEverywhere(std::initializer_list<std::u16string> words, const std::vector<std::u16string>& places,
-                      const std::function<void(emulated::Machine&, const std::string&)>& afterwards = {}) {
-    std::vector<std::pair<std::string, test::Disks>> moments;
-    machine->gate.ResetCounts();
-    machine->gate.Observe([&](const char* name, std::uint64_t number) {
-      if (number % test::CallsInOneStep() != 0) return;
-      moments.emplace_back(std::to_string(number) + " " + name, machine->Snapshot());
-    });
-    EXPECT_EQ(RunProgram(*machine, words).exitCode, 0);
-    machine->gate.Observe({});
-    EXPECT_GE(static_cast<int>(moments.size()), test::OfTheRuns(100));
-    for (auto& [moment, disks] : moments) {
-      const auto after = test::BootFrom(std::move(disks));
-      ExpectFiles(places, moment);
-      if (afterwards) afterwards(*after, moment);
-    }
+                      Examine afterwards) {
+    test::AtEveryMoment(
+        *machine, [&](auto& on) { return RunProgram(on, words); },
+        [&](emulated::Machine& after, const std::string& moment) {
+          ExpectFiles(places, moment);
+          afterwards(after, moment);
+        });
   }
 
   std::unique_ptr<emulated::Machine> machine = test::InstalledMachine({.volumes = 1});
@@ -72,8 +63,8 @@ class PowerFailure : public testing::Test {
 
 TEST_F(PowerFailure, AtAnyCallLosesNoFile) {
   const std::vector<std::u16string> places{u"C:\\Data", u"D:\\Kept\\Data"};
-  StopEverywhere({u"/RedirectFolder", u"C:\\Data", u"/loc:D:\\Kept"}, places);
-  StopEverywhere({u"/RedirectFolder", u"C:\\Data", u"/loc:D:\\Kept", u"/d"}, places);
+  StopEverywhere({u"/RedirectFolder", u"C:\\Data", u"/loc:D:\\Kept"}, places, [](auto&, auto&) {});
+  StopEverywhere({u"/RedirectFolder", u"C:\\Data", u"/loc:D:\\Kept", u"/d"}, places, [](auto&, auto&) {});
 }
 
 // What the same command does afterwards, and the repairs by hand of docs/what-is-refused.md ("After a power failure,

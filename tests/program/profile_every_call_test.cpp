@@ -6,6 +6,7 @@
 #include <set>
 
 #include "fsops/delete_tree.h"
+#include "links/link_data.h"
 #include "profiles/user_hive.h"
 #include "program/profile_stories.h"
 #include "support/every_call.h"
@@ -63,6 +64,8 @@ class ProfileCalls : public test::ProfileStories {
     MakeFolder(u"D:\\Shown");
     MakeFile(u"D:\\Shown\\s.txt", "shown");
     EXPECT_EQ(Run({u"/RedirectFolder", u"D:\\Shown", u"/loc:C:\\Users\\anna"}).exitCode, 0);
+    EXPECT_TRUE(RestoreLink(
+        {u"D:\\Shown", {}, true, MountPointData(u"\\??\\C:\\Users\\anna\\Shown\\", u"C:\\Users\\anna\\Shown")}));
     MakeFile(u"C:\\Users\\anna\\letter.txt", "Dear Jan");
     MakeFile(u"C:\\Users\\anna\\letter.txt:note", "a named stream");
     EnablePrivileges();
@@ -78,12 +81,13 @@ class ProfileCalls : public test::ProfileStories {
     Items profile, other;
     std::u16string imagePath;
     Pairs records, fileRecords;
-    std::u16string shown, descriptor;
+    ReparseData shown;
+    std::u16string descriptor;
     bool operator==(const State&) const = default;
   };
   State Now(const std::u16string& folder) {
     State state{AllOf(folder), {}, ImagePath(test::kSidOfAnna), AllRecords(), AllRecords(u"FileJunctions"), {}, {}};
-    GetJunctionTarget(u"D:\\Shown", state.shown);
+    state.shown = ReadLinkData(u"D:\\Shown");
     state.descriptor = Security(folder);
     std::ranges::sort(state.records);  // a record that is made again has another number
     return state;

@@ -2,6 +2,7 @@
 #include "support/shares.h"
 #include "program/profile_stories.h"
 
+#include "links/link_data.h"
 #include "profiles/user_hive.h"
 #include "win32/emulated/files/file_service.h"
 #include "win32/emulated/registry/services.h"
@@ -122,6 +123,8 @@ TEST_F(Profile, TakesRedirectionsAlong) {
   ASSERT_EQ(Run({u"/RedirectFolder", u"D:\\Shown", u"/loc:C:\\Users\\anna"}).exitCode, 0);
   ASSERT_EQ(Run({u"/RedirectFile", u"C:\\Users\\anna\\Documents\\letter.txt", u"/loc:D:\\Kept"}).exitCode, 0);
   const Pairs before = AllRecords(), filesBefore = AllRecords(u"FileJunctions");
+  const ReparseData shown = MountPointData(u"\\??\\C:\\Users\\anna\\Shown\\", u"C:\\Users\\anna\\Shown");
+  ASSERT_TRUE(RestoreLink({u"D:\\Shown", {}, true, shown}));
 
   for (const auto* location : {u"D:\\First", u"D:\\Second"}) {
     const RunResult run = Move(u"anna", location);
@@ -139,6 +142,7 @@ TEST_F(Profile, TakesRedirectionsAlong) {
   ASSERT_EQ(back.exitCode, 0) << Utf8(back.log);
   EXPECT_EQ(AllRecords(), before);
   EXPECT_EQ(AllRecords(u"FileJunctions"), filesBefore);
+  EXPECT_EQ(ReadLinkData(u"D:\\Shown"), shown);
   ASSERT_EQ(Move(u"anna", u"D:\\Second").exitCode, 0);
   EXPECT_EQ(AllRecords().back(), (std::pair<std::u16string, std::u16string>{u"C:\\Users\\anna", u"D:\\Second\\anna"}));
 }

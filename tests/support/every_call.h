@@ -8,6 +8,7 @@
 #include <memory>
 #include <set>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "support/program.h"
@@ -58,6 +59,26 @@ void WithEachCallRefused(std::unique_ptr<emulated::Machine>& machine, Command co
     const RunResult run = command();
     machine->gate.ClearFailures();
     examine(run, calls[i] + ", call " + std::to_string(i + 1) + ": " + emulated::Utf8(run.log));
+  }
+}
+
+// Runs the command and boots the disks of every moment, each just before one of its calls; `examine` looks at the
+// machine then and gets a text that tells which. Ends at the first failure of the test.
+template <typename Command, typename Examine>
+void AtEveryMoment(emulated::Machine& machine, Command command, Examine examine) {
+  std::vector<std::pair<std::string, Disks>> moments;
+  machine.gate.ResetCounts();
+  machine.gate.Observe([&](const char* name, std::uint64_t number) {
+    if (number % CallsInOneStep() != 0) return;
+    moments.emplace_back(std::to_string(number) + " " + name, machine.Snapshot());
+  });
+  EXPECT_EQ(command(machine).exitCode, 0);
+  machine.gate.Observe({});
+  EXPECT_GE(static_cast<int>(moments.size()), OfTheRuns(100));
+  for (auto& [moment, disks] : moments) {
+    const auto after = BootFrom(std::move(disks));
+    examine(*after, moment);
+    if (::testing::Test::HasFailure()) return;
   }
 }
 
