@@ -106,7 +106,8 @@ TEST_F(Profile, OfEveryKindOfNameMoves) {
     const RunResult back = MoveHome(one.user);
     ASSERT_EQ(back.exitCode, 0) << Utf8(back.log);
     EXPECT_EQ(test::Contents(one.folder + u"\\mine.txt"), "mine");
-    EXPECT_EQ(Security(one.folder) + Security(one.folder + u"\\mine.txt"), security[&one - cases.data()]);
+    EXPECT_EQ(Security(one.folder) + Security(one.folder + u"\\mine.txt"),
+              security[static_cast<std::size_t>(&one - cases.data())]);
     const auto value = machine->registry().Query(test::kProfileList + u"\\" + one.sid, u"ProfileImagePath");
     EXPECT_EQ(value->type, one.sid == berg ? win32::REG_SZ : win32::REG_EXPAND_SZ);
     EXPECT_EQ(value->Text(), one.folder) << "as Windows writes it: without variables";
