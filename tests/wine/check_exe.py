@@ -4,6 +4,7 @@ import pathlib
 import struct
 import sys
 import xml.etree.ElementTree as xml
+import zlib
 
 sys.dont_write_bytecode = True
 HERE = pathlib.Path(__file__).resolve().parent
@@ -25,6 +26,16 @@ SUPPORTED_WINDOWS = ["{e2011457-1546-43c5-a5fe-008deee3d3f0}", "{35138b9a-5d96-4
 # what the user typed; console lines keep within this width.
 USAGE_IDS = [104, 106, 108, 110, 112, 114, 116, 118, 120, 122, 188, 189, 190, 192]
 USAGE_LIMIT, COLUMNS, USAGE_INDENT = 850, 78, 3
+# CRC-32 of each other text as UTF-16, by number: written down apart from the table, of which both sides of every other
+# comparison are made.
+TEXT_SUMS = """
+    e68ccc9e fd7e2b30 614689c0 61f5a7cc 311ebdf4 e4f9f5d0 abef64f8 3478c28b 96156695 9caff39c 2fa7cbb4 9afda721
+    d84da444 e8dadb9e 8693c40d d3b9f9f5 e30cb30e 172fe350 b233bcdc 4a3b4daf 2661d8fa a1c171c8 cb529cda 82f40f69
+    a5c98e58 a9063cbf c2fcb10a c5814643 c41d03d8 ede649b2 5c9de049 be9a1c13 5d094cc7 6a35da02 ad777062 7020b722
+    22f7d6db b2cc6f32 5bd92e43 9b8656d7 91a0cb2b 1b7152bc 2ac4b000 f0937170 e9de278f 92abb840 1518fbc0 a749aab5
+    f353f107 ed73c05a 3e9318e4 aa4e2246 dd81ad7b 80d1b963 cf5466fb 93db477a a1630e98 a12185db 140c51ed 926ae87a
+    30d4bf0e 96e5f1a6 d0acac96 0c58aac7 d067c3e2 67727bc5 6a4b854a 84c2f05e 4ea8719b ffb80b1d 4a8aa0ed a384b582
+    eb97b8ec c194649c ae574c5e afadb955 091ad82d 0d91a01f e214dc3f 08715e14 554ce9fc 27917134"""
 
 
 def check_headers(checks, exe):
@@ -82,6 +93,10 @@ def check_strings(checks, resources):
     blocks = {(block, made.STRINGS_LANGUAGE): data for block, data in made.string_blocks(strings).items()}
     checks.equal("string blocks are the Linux build's", in_exe, blocks)
     checks.equal("strings 101 to 196 are all there", sorted(strings), list(range(101, 197)))
+    fixed = [n for n in sorted(strings) if n not in USAGE_IDS]
+    sums = [f"{zlib.crc32(strings[n].encode('utf-16-le')):08x}" for n in fixed]
+    checks.equal("the other texts are as agreed",
+                 [n for n, found, agreed in zip(fixed, sums, TEXT_SUMS.split()) if found != agreed], [])
     checks.equal("usage texts fit in an error message", [n for n in USAGE_IDS if len(strings[n]) > USAGE_LIMIT], [])
     wide = [n for n in USAGE_IDS for line in (" " * USAGE_INDENT + strings[n]).split("\n") if len(line) > COLUMNS]
     checks.equal(f"usage texts keep within {COLUMNS} columns", wide, [])
