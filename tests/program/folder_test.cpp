@@ -192,60 +192,6 @@ TEST_F(FolderRedirectionTest, MergesIntoAFolderThatIsThere) {
   EXPECT_EQ(Contents(u"C:\\Data\\one.txt"), "first");
 }
 
-TEST_F(FolderRedirectionTest, AFailedMergeLeavesWhatStoodThere) {
-  MakeFolder(u"D:\\Target\\Data");
-  MakeFolder(u"D:\\Target\\Data\\inner");
-  ASSERT_TRUE(EnablePrivileges());
-  test::SetSecurity(u"C:\\Data\\inner", u"O:BUD:P(A;OICI;FA;;;BA)(A;OICI;FA;;;WD)");
-  test::SetSecurity(u"D:\\Target\\Data\\inner", u"O:BAD:P(A;OICI;FA;;;BA)");
-  MakeFile(u"D:\\Target\\Data\\inner\\private.txt", "stays");
-  test::SetTimes(u"D:\\Target\\Data", 9);
-  const auto all = [] {
-    test::Tree tree;
-    for (const auto* root : {u"C:\\Data", u"D:\\Target\\Data"})
-      for (const std::u16string& name : test::Names(root))
-        tree[root + name] = test::Describe(root + name) + emulated::Utf8(test::Security(root + name));
-    return tree;
-  };
-  const auto before = all();
-  const std::string folder = test::Describe(u"D:\\Target\\Data");
-  machine->gate.FailCall("RegCreateKeyExW", 1, win32::ERROR_ACCESS_DENIED);
-  ExpectFailure(
-      Redirect(),
-      u"#ERROR: Unable to add Junction Point to Registry for Source = C:\\Data and Target = D:\\Target\\Data.");
-  EXPECT_EQ(all(), before);
-  EXPECT_EQ(test::Describe(u"D:\\Target\\Data"), folder);
-}
-
-// Also what a copy without security does not carry: at that time the source is gone, and the copy is all that there is.
-TEST_F(FolderRedirectionTest, AJunctionThatCannotBeMadeLeavesTheFolderAsItWas) {
-  ASSERT_TRUE(EnablePrivileges());
-  MakeFile(u"C:\\Data:note", "of the folder");
-  MakeFile(u"C:\\Data\\inner:note", "of a folder in it");
-  test::SetSecurity(u"C:\\Data\\inner", u"O:SYD:PAI(A;OICI;FA;;;SY)(A;OICI;FA;;;BA)");
-  test::SetSecurity(u"C:\\Data\\one.txt", u"O:SYD:P(A;;FA;;;SY)(A;;FA;;;BA)");
-  for (const auto* folder : {u"C:\\Data\\inner", u"C:\\Data"}) {
-    test::SetTimes(folder, 5);
-    ASSERT_TRUE(win32::SetFileAttributesW(folder, win32::FILE_ATTRIBUTE_HIDDEN));
-  }
-  const auto all = [] {
-    test::Tree tree;
-    for (const auto* item : {u"", u"\\inner", u"\\inner\\two.bin", u"\\one.txt"})
-      tree[item] = test::Describe(u"C:\\Data" + std::u16string(item)) +
-                   emulated::Utf8(test::Security(u"C:\\Data" + std::u16string(item)));
-    return tree;
-  };
-  const auto before = all();
-  for (const auto* flag : {u"/NTFS", u"/-NTFS"}) {
-    machine->gate.FailCall("DeviceIoControl", 1, win32::ERROR_ACCESS_DENIED);
-    ExpectFailure(RunProgram(*machine, {u"/RedirectFolder", u"C:\\Data", u"/loc:D:\\Target", flag}),
-                  u"#ERROR: Unable to create junction for Source = C:\\Data and Target = D:\\Target\\Data.");
-    machine->gate.ClearFailures();
-    EXPECT_EQ(all(), before) << emulated::Utf8(flag);
-    EXPECT_FALSE(Exists(u"D:\\Target\\Data"));
-  }
-}
-
 TEST_F(FolderRedirectionTest, TheOnlyCopyStaysWhenTheJunctionStays) {
   machine->gate.FailCall("RegCreateKeyExW", 1, win32::ERROR_ACCESS_DENIED);
   machine->gate.FailCallsFrom("DeviceIoControl", 2, win32::ERROR_ACCESS_DENIED);
