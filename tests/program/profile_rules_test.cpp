@@ -87,7 +87,9 @@ TEST_F(ProfileRules, NameEachReasonInTheLog) {
     std::u16string user, location;
     std::vector<std::u16string> log;
   };
-  const std::u16string noDrive = u"#ERROR: Unable to get Drive Number for path  = ";
+  const auto noDrive = [](const std::u16string& path) {
+    return u"#ERROR: Unable to get Drive Number for path  = " + path + u".The operation completed successfully.";
+  };
   MakeFile(u"D:\\file", "x");
   MakeFolder(u"C:\\x");
   ASSERT_EQ(Run({u"/RedirectFolder", u"C:\\x", u"/loc:D:\\Kept"}).exitCode, 0);
@@ -142,7 +144,7 @@ TEST_F(ProfileRules, NameEachReasonInTheLog) {
       {"a network path",
        u"anna",
        u"\\\\server\\share",
-       {noDrive + u"\\\\server\\share\\anna.", noDrive + u"\\\\server\\share\\anna.",
+       {noDrive(u"\\\\server\\share\\anna"), noDrive(u"\\\\server\\share\\anna"),
         u"#ERROR: \\\\server\\share\\anna - The specified drive does not exists.",
         u"#ERROR: The selected folder \\\\server\\share\\anna is a UNC path representing a network resource. Browse to "
         u"a "
@@ -151,7 +153,7 @@ TEST_F(ProfileRules, NameEachReasonInTheLog) {
       {"a relative path",
        u"anna",
        u"P",
-       {noDrive + u"P\\anna.", noDrive + u"P\\anna.", u"#ERROR: P\\anna - The specified drive does not exists.",
+       {noDrive(u"P\\anna"), noDrive(u"P\\anna"), u"#ERROR: P\\anna - The specified drive does not exists.",
         u"#ERROR: The selected folder P\\anna is a relative path. Browse to a different location",
         unsafe + u"P\\anna."}},
       {"somebody else's trap",
