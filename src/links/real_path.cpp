@@ -112,7 +112,7 @@ std::u16string RealPlace(const std::u16string& path) {
 }
 
 std::optional<std::u16string> BehindFolder(const std::u16string& path, const std::u16string& folder) {
-  if (IsSameOrBelow(path, folder)) return path.substr(WithoutTrailingBackslash(folder).size());
+  if (IsSameOrBelow(path, folder)) return path.substr(folder.size() - (folder.ends_with(u'\\') ? 1 : 0));
   const std::u16string real = WithoutTrailingBackslash(RealVolumePath(folder));
   for (std::u16string step = WithoutTrailingBackslash(path); !step.empty(); step = ParentPath(step))
     if (EqualPaths(WithoutTrailingBackslash(RealPlace(step)), real)) return path.substr(step.size());
