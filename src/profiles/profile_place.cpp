@@ -57,9 +57,9 @@ bool ProfilePlace::MountBesideProfile() {
 bool ProfilePlace::Make() {
   std::u16string home;
   if (!keepsPath_ && (!ReadProfilesHome(home) || !MakeProfilesLocation(ParentPath(path_), home))) return false;
-  // With it from the beginning: nobody gets hold of the folder while it is open to him.
-  const FolderMade made =
-      MakeFolder(path_, keepsPath_ ? FolderDescriptor() : ProtectedDescriptor(ReadDescriptor(folder_)));
+  // Closed from the beginning: nobody gets hold of the folder while it is open to him.
+  const FolderMade made = MakeFolder(
+      path_, keepsPath_ ? FolderDescriptor() : OpenToAdministrators(ProtectedDescriptor(ReadDescriptor(folder_))));
   if (!IsVolume()) stoodThere_ = made == FolderMade::StoodThere;
   if (made != FolderMade::Failed && (!stoodThere_ || before_.Save(path_)) &&
       (!IsGathered() || side_.NoteFillingFrom(formerVolume_))) {

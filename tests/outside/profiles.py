@@ -128,7 +128,7 @@ def check_profile_moved_and_back(build, scratch, said):
     for target, *switches in (("/loc:D:\\Profiles\\",), ("/loc:D:\\Profiles",), ("/loc:d:\\profiles", "/-NTFS")):
         done = station.qbc("/RedirectUP", "ANNA", target, *switches).stdout
         require(DONE in done, f"{target}: {done!r}")
-        place = target.removeprefix("/loc:").rstrip("\\") + "\\anna"
+        place = "D:\\Profiles\\anna"  # as the disk spells it
         station.require_sound("C", "D")
         found = image_path(station, scratch, ANNA)
         require(found == ("expand", place), f"hivexml reads ProfileImagePath as {found}")

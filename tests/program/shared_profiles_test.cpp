@@ -83,7 +83,7 @@ TEST_F(SharedProfilesCommands, GoAndComeBack) {
 TEST_F(SharedProfilesCommands, TakeNoEntriesFromTheFolderAboveThem) {
   const auto entries = [](const std::u16string& path) { return test::Dacl(path).substr(test::Dacl(path).find(u'(')); };
   for (const auto* flag : {u"/NTFS", u"/-NTFS"})
-    for (const std::u16string place : {u"D:", u"D:\\Made", u"D:\\New\\Place"}) {
+    for (const std::u16string place : {u"D:", u"D:\\Made", u"D:\\New"}) {
       SCOPED_TRACE(Utf8(flag) + " " + Utf8(place));
       Restart();
       if (place == u"D:\\Made") MakeFolder(place);
@@ -103,10 +103,7 @@ TEST_F(SharedProfilesCommands, TakeNoEntriesFromTheFolderAboveThem) {
         EXPECT_EQ(entries(copy + file).find(u"0x1301bf;;;IU)") != std::u16string::npos, name == u"Public");
       }
       EXPECT_EQ(entries(place + u"\\Public\\Music"), entries(kPublic + u"\\Music"));
-      if (Exists(u"D:\\New")) {
-        EXPECT_EQ(test::Security(u"D:\\New"), test::Security(u"C:\\Users"));
-        EXPECT_EQ(test::Security(place), test::Security(u"C:\\Users"));
-      }
+      EXPECT_EQ(test::Security(place) == test::Security(u"C:\\Users"), place == u"D:\\New");
     }
 }
 
@@ -262,7 +259,8 @@ TEST_F(SharedProfilesCommands, FilesThatChangeWhileTheyComeBackStay) {
   bool done = false;
   machine->onSleep = [&](std::uint64_t) {
     if (std::exchange(done, true)) return;
-    EXPECT_EQ(FilesOf(kPlace + u"\\Public"), (Files{{u"\\AccountPictures\\anna.jpg", "a face"}}));
+    for (const auto& [name, contents] : FilesOf(kPlace + u"\\Public"))
+      EXPECT_TRUE(name.starts_with(u"\\AccountPictures\\")) << Utf8(name);
     for (const auto& [name, contents] : FilesOf(kPublic)) EXPECT_EQ(name.find(u" (old)"), name.npos) << Utf8(name);
     MakeFile(pictures + u"anna.jpg", "late");
     MakeFile(pictures + u"late.jpg", "late, too");
@@ -287,7 +285,7 @@ TEST_F(SharedProfilesCommands, ComeBackWithWhatItsUsersKeepToThemselves) {
     for (const auto* name : {u"\\Hers", u"\\Hers\\Inner", u"\\Secret"}) MakeFolder(profile + name);
     for (const auto* name : {u"\\Hers\\a.txt", u"\\Hers\\Inner\\b.txt", u"\\Secret\\c.txt"})
       MakeFile(profile + name, text);
-    SetSecurity(profile + u"\\Hers\\a.txt", reads);
+    for (const auto* name : {u"\\Hers\\a.txt", u"\\Secret\\c.txt"}) SetSecurity(profile + name, reads);
     SetSecurity(profile + u"\\Hers\\Inner", writes);
     SetSecurity(profile + u"\\Hers", writes);
     SetSecurity(profile + u"\\Secret", reads);
