@@ -72,8 +72,7 @@ bool SharedProfileCopy::MakeRoot() {
   stoodThere_ = made == FolderMade::StoodThere;
   if (made == FolderMade::Failed) Log(line::kTargetFolderNotCreated, copy_);
   if (made == FolderMade::Failed) return false;
-  if (stoodThere_ && !emptyFolder_.Save(copy_))
-    return LogSystemFailure(line::kItselfNotRead, copy_);
+  if (stoodThere_ && !emptyFolder_.Save(copy_)) return LogSystemFailure(line::kItselfNotRead, copy_);
   if (!WriteDescriptor(copy_, descriptor))
     return LogSystemFailure(u"#ERROR: Unable to give the folder %ls the access rights of %ls. ", copy_, original());
   // It may have come, or been filled, since it was looked at.

@@ -13,7 +13,7 @@
 namespace {
 
 using emulated::Utf8;
-using test::AtEveryMoment, test::Contents, test::DescribeTree, test::Exists, test::MakeFile, test::MakeFolder,
+using test::AtEveryMoment, test::Contents, test::DescribeTree, test::MakeFile, test::MakeFolder,
     test::RunProgram, test::RunResult;
 
 class CutOff : public ::testing::Test {

@@ -228,9 +228,10 @@ TEST_F(PreScan, WhatIsKeptElsewhereIsRefusedByNameAndTheRestTravels) {
       EXPECT_EQ(test::Streams(item), streams);
       continue;
     }
-    const auto expectRefused = [&](const test::RunResult& refused, const std::u16string& path) {
+    const auto expectRefused = [&, ofTag = std::u16string(shown)](const test::RunResult& refused,
+                                                                  const std::u16string& path) {
       EXPECT_EQ(refused.exitCode, 1);
-      EXPECT_TRUE(refused.Logged(u"#ERROR: " + path + kept + shown + u")")) << emulated::Utf8(refused.log);
+      EXPECT_TRUE(refused.Logged(u"#ERROR: " + path + kept + ofTag + u")")) << emulated::Utf8(refused.log);
     };
     expectRefused(run, kind == Kind::Source ? source : item);
     EXPECT_EQ(run.log.find(kept), run.log.rfind(kept)) << "one line says it";

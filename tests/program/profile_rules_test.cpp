@@ -90,6 +90,9 @@ TEST_F(ProfileRules, NameEachReasonInTheLog) {
   const auto noDrive = [](const std::u16string& path) {
     return u"#ERROR: Unable to get Drive Number for path  = " + path + u".The operation completed successfully.";
   };
+  const std::u16string network =
+      u"#ERROR: The selected folder \\\\server\\share\\anna is a UNC path representing a network resource. Browse to a "
+      u"different location.";
   MakeFile(u"D:\\file", "x");
   MakeFolder(u"C:\\x");
   ASSERT_EQ(Run({u"/RedirectFolder", u"C:\\x", u"/loc:D:\\Kept"}).exitCode, 0);
@@ -145,10 +148,7 @@ TEST_F(ProfileRules, NameEachReasonInTheLog) {
        u"anna",
        u"\\\\server\\share",
        {noDrive(u"\\\\server\\share\\anna"), noDrive(u"\\\\server\\share\\anna"),
-        u"#ERROR: \\\\server\\share\\anna - The specified drive does not exists.",
-        u"#ERROR: The selected folder \\\\server\\share\\anna is a UNC path representing a network resource. Browse to "
-        u"a "
-        u"different location.",
+        u"#ERROR: \\\\server\\share\\anna - The specified drive does not exists.", network,
         unsafe + u"\\\\server\\share\\anna."}},
       {"a relative path",
        u"anna",
