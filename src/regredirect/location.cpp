@@ -4,6 +4,8 @@
 #include <string>
 
 #include "configuration/service_config.h"
+#include "fsops/descriptor.h"
+#include "fsops/folder_itself.h"
 #include "links/mounted_folder.h"
 #include "probes/privileges.h"
 #include "probes/services.h"
@@ -17,6 +19,15 @@
 #include "win32/win32.h"
 
 namespace {
+
+// What the service finds at a location it puts into the registry.
+void TellWhoMayWrite(const std::u16string& folder) {
+  constexpr win32::DWORD kRights = win32::FILE_WRITE_DATA | win32::FILE_APPEND_DATA | win32::FILE_DELETE_CHILD |
+                                   win32::WRITE_DAC | win32::WRITE_OWNER;
+  if (const std::u16string entry = EntryOfOthers(ReadDescriptor(folder), kRights, {}); !entry.empty())
+    Log(u"#INFO: The entry %ls of the folder %ls lets others change the registry data that are kept there.", entry,
+        folder);
+}
 
 // Everything up to the saved file. The location that was recorded before goes to `oldLocation`, the folder that is
 // recorded now to `folder`.
@@ -37,6 +48,7 @@ bool Set(const std::u16string& location, CQBConfig& config, std::u16string& oldL
       .mustExist = true, .allowDriveRoot = true, .systemFolder = {.insideProductOnly = true}};
   if (!ValidateTargetPath(folder.c_str(), kOptions) || !MayHoldRegistryData(folder)) return false;
   TellOfFormerRegistryData(folder);
+  TellWhoMayWrite(onVolume ? location : folder);
   if (!config.SetOutDir(true, folder) || !SaveConfiguration(config)) return false;
   mount.Keep();
   return true;

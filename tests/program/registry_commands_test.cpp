@@ -116,8 +116,10 @@ class RegistryCommands : public ::testing::Test {
 };
 
 TEST_F(RegistryCommands, ALocationIsSetShownAndRemoved) {
+  test::SetSecurity(u"D:\\Registry", u"O:BAD:P(A;OICI;FA;;;BA)(A;OICI;0x1301bf;;;AU)");
   RunResult run = SetLocation();
   EXPECT_EQ(run.exitCode, 0);
+  EXPECT_TRUE(run.Logged(u"AU) of the folder D:\\Registry lets others change the registry data"));
   EXPECT_EQ(run.said, u"\nRedirect Registry Key Thawed location - D:\\Registry successful.\n\n");
   EXPECT_EQ(LocationInFile(), std::pair(1, std::u16string(u"D:\\Registry")));
   EXPECT_TRUE(Runs());
