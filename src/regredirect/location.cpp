@@ -24,7 +24,9 @@ namespace {
 void TellWhoMayWrite(const std::u16string& folder) {
   constexpr win32::DWORD kRights = win32::FILE_WRITE_DATA | win32::FILE_APPEND_DATA | win32::FILE_DELETE_CHILD |
                                    win32::WRITE_DAC | win32::WRITE_OWNER;
-  if (const std::u16string entry = EntryOfOthers(ReadDescriptor(folder), kRights, {}); !entry.empty())
+  const FolderDescriptor descriptor = ReadDescriptor(folder);
+  if (descriptor.empty()) return;
+  if (const std::u16string entry = EntryOfOthers(descriptor, kRights, {}); !entry.empty())
     Log(u"#INFO: The entry %ls of the folder %ls lets others change the registry data that are kept there.", entry,
         folder);
 }
