@@ -462,24 +462,4 @@ TEST_F(ServiceConfig, AFailureAtAnyCallLeavesAWholeFile) {
   EXPECT_GT(defaults, 0);
 }
 
-TEST_F(ServiceConfig, ManyEditsInARowLeaveAReadableFile) {
-  for (int i = 0; i < 20; ++i) {
-    CQBConfig config;
-    ASSERT_EQ(config.Init(), 1);
-    const std::u16string name = kSoftware + u"Key \u00e9 & " + static_cast<char16_t>(u'a' + i);
-    ASSERT_EQ(config.AddRegKey(name), 1);
-    ASSERT_EQ(config.SetOutDir(i % 2 == 0, u"D:\\<" + name), 1);
-    if (i % 3 == 2) {
-      ASSERT_EQ(config.RemoveRegKey(std::u16string(config.MonitoredKeys().front())), 1);
-    }
-    ASSERT_EQ(config.Save(), 1);
-  }
-  CQBConfig config;
-  ASSERT_EQ(config.Init(), 1);
-  EXPECT_EQ(config.MonitoredKeys().size(), 14u);
-  EXPECT_EQ(config.MonitoredKeys().back(), kSoftware + u"Key \u00e9 & t");
-  EXPECT_FALSE(Logged(u"failed to load"));
-  EXPECT_TRUE(Text().ends_with(u"</VelmoraQuillbayConfig>\r\n"));
-}
-
 }  // namespace
