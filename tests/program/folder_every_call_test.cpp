@@ -55,7 +55,8 @@ class EveryCall : public FolderStories {
     merges = true;
   }
   static void MakeOwn(const std::u16string& item) {
-    test::SetSecurity(item, u"O:BAD:P(A;OICI;FA;;;BA)(A;OICI;FA;;;SY)");
+    ASSERT_TRUE(EnablePrivileges());  // to give it to another owner
+    test::SetSecurity(item, u"O:SYD:P(A;OICI;FA;;;BA)(A;OICI;FA;;;SY)");
     test::SetTimes(item, static_cast<unsigned>(item.size()));
   }
 
@@ -171,7 +172,8 @@ TEST_F(EveryCall, OfARedirectionWithoutPermissionsMayFail) {
   for (const auto* item : {u"\\inner\\two.bin", u"\\inner", u"\\link", u""})
     MakeOwn(u"C:\\Data" + std::u16string(item));
   ASSERT_TRUE(win32::SetFileAttributesW(u"C:\\Data", win32::FILE_ATTRIBUTE_HIDDEN));
-  FailEach({u"/RedirectFolder", u"C:\\Data", u"/loc:D:\\Target", u"/-NTFS"}, u"C:\\Data", theirs, kRedirected);
+  FailEach({u"/RedirectFolder", u"C:\\Data", u"/loc:D:\\Target", u"/-NTFS", u"/-Share"}, u"C:\\Data", theirs,
+           kRedirected);
 }
 
 TEST_F(EveryCall, OfAMergeMayFail) {

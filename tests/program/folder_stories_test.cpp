@@ -243,23 +243,6 @@ TEST_F(Nested, ARecordThatCannotFollowTakesTheMoveBack) {
   ExpectAllAsBefore();
 }
 
-// A nested redirection whose outer move fails at its very end is as it was, its record included.
-TEST_F(Nested, AFailedMoveOfTheOuterFolderLeavesTheInnerRedirectionAlone) {
-  RedirectInnermost();
-  const Records records = AllRecords();
-  machine->gate.FailCall("RegCreateKeyExW", 2, win32::ERROR_ACCESS_DENIED);  // the first is the rewriting of record 1
-  const RunResult run = Run({u"/RedirectFolder", u"C:\\Work", u"/loc:D:\\Work here"});
-  machine->gate.ClearFailures();
-  EXPECT_EQ(run.exitCode, 1);
-  EXPECT_TRUE(run.Logged(u"#ERROR: Unable to add Junction Point to Registry")) << Utf8(run.log);
-  EXPECT_EQ(AllRecords(), records);
-  EXPECT_FALSE(IsLink(u"C:\\Work"));
-  EXPECT_TRUE(IsLink(u"C:\\Work\\Team\\Plans"));
-  ExpectUsersNoticeNothing();
-  Remove(u"C:\\Work\\Team\\Plans", u"D:\\Plans here");
-  ExpectAllAsBefore();
-}
-
 // Three shared folders: the one that is redirected, one in it, one far down in it with two shares.
 class Shared : public FolderStories {
  protected:
@@ -331,18 +314,6 @@ TEST_F(Shared, SharesAreGoneWithTheSwitchForIt) {
   test::Share(u"later", u"D:\\Target\\Data\\a");
   Remove(u"C:\\Data", u"D:\\Target");
   EXPECT_EQ(test::Shares(), (Shares{{u"neighbour", u"C:\\Database"}, {u"later", u"C:\\Data\\a"}}));
-}
-
-TEST_F(Shared, AMoveThatFailsAtItsEndPutsTheSharesBack) {
-  const Shares before = test::Shares();
-  for (const auto* choice : {u"/Share", u"/-Share"}) {
-    machine->gate.FailCall("RegCreateKeyExW", 1, win32::ERROR_ACCESS_DENIED);
-    const RunResult run = Run({u"/RedirectFolder", u"C:\\Data", u"/loc:D:\\Target", choice});
-    machine->gate.ClearFailures();
-    EXPECT_EQ(run.exitCode, 1);
-    EXPECT_TRUE(run.Logged(u"#ERROR: Unable to add Junction Point to Registry")) << Utf8(run.log);
-    EXPECT_EQ(test::Shares(), before) << Utf8(choice);
-  }
 }
 
 }  // namespace
