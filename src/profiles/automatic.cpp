@@ -6,6 +6,7 @@
 
 #include "configuration/service_config.h"
 #include "links/mounted_folder.h"
+#include "links/presence.h"
 #include "links/real_path.h"
 #include "probes/privileges.h"
 #include "probes/services.h"
@@ -246,10 +247,11 @@ bool Removal::EraseSection(const std::u16string& home) {
   return LogFailure(u"#ERROR: Unable to remove the location of new user profiles from config file.");
 }
 
-// Profiles that were made there stay, and the location with them. So does one that keeps registry data.
+// Profiles that were made there stay, and the location with them. So does one that keeps registry data, and a link: a
+// redirected folder is never empty by being one.
 void Removal::LeaveLocation(bool restartOwed) const {
   if (leavesRegistryLocation_) LeaveRegKeyLocation(location_);
-  if (location_.empty() || holdsRegistryLocation_ || IsVolumeMountPoint(location_.c_str()) ||
+  if (location_.empty() || holdsRegistryLocation_ || !LookAt(location_).IsPlainDirectory() ||
       RemoveEmptyFolder(location_) || !restartOwed)
     return;
   // Windows passes over it then if it is not empty.

@@ -29,6 +29,7 @@ PRIVATE = "O:SYD:P(A;;FA;;;SY)(A;;FA;;;BA)(A;;FR;;;AU)"
 LOG = "C:\\Program Files\\Velmora\\Quillbay\\QBC.log"
 Known = collections.namedtuple("Known", "path content security")
 ANY = None  # contents that nobody has laid down
+NOT_TOLD = ["whether there is a reason is not told"]
 
 
 class Fault(Exception):
@@ -43,6 +44,15 @@ def last(path):
 
 def parent(path):
     return path.rstrip("\\").rpartition("\\")[0]
+
+
+def is_in_profile(known):
+    own = (last(known) == "Downloads" or fold(known).endswith(".TXT")) and not known.startswith(("~Public", "~Default"))
+    return fold(known).startswith("C:\\USERS") or (known[:1] == "~" and not own)
+
+
+def is_hive(path):
+    return last(path).upper().startswith(("NTUSER", "USRCLASS"))
 
 
 def make_template(build, folder):
@@ -67,6 +77,10 @@ class View:
         # Where each redirected folder's contents are, the longest path first.
         self.contents = sorted(((self.real(target), source) for source, target in self.records["Junctions"]
                                 if (self.disk.at(source) or self.disk.at("C:")).kind == "link"), key=lambda pair: -len(pair[0]))
+
+        # Of each redirection: is it a file's, where its link is, where its contents are, and the record's words.
+        self.places = [(kind == "FileJunctions", self.disk.resolve(source, False), self.real(target), source, target)
+                       for kind, rows in self.records.items() for source, target in rows]
 
     @staticmethod
     def read_records(hive, kind):
@@ -121,7 +135,7 @@ class Life:
                 self.letters[line.partition("Volume")[2].partition("\\")[0].lower()] = line[0]
         self.files, self.folders, self.links, self.users = {}, {}, {}, {}
         self.locations, self.story, self.faults, self.counts = set(), [], [], collections.Counter()
-        self.number, self.known_images = 0, {}
+        self.number, self.known_images, self.with_profiles = 0, {}, self.random.random() < 0.4
         self.settle()
 
     def again(self, scratch):
@@ -161,13 +175,15 @@ class Life:
             self.station("link", self.random.choice(("junction", "symlink")), f"{at}\\link", to)
         self.look()
         for entry in self.view.disk.entries.values():
-            known = self.view.as_known(entry.path)
-            if entry.kind == "file":
-                content = ANY if last(entry.path).upper().startswith(("NTUSER", "USRCLASS")) else entry.data
-                self.know(known, content, entry.security if entry.security[1] else None)
-            elif "\\" in entry.path:
-                where, what = (self.links, entry.link) if entry.kind == "link" else (self.folders, None)
-                where[fold(known)] = Known(known, what and self.view.as_known(self.view.disk.resolve(what)), None)
+            self.learn(entry, self.view.as_known(entry.path))
+
+    def learn(self, entry, known):
+        if entry.kind == "file":
+            content = ANY if is_hive(entry.path) else entry.data
+            self.know(known, content, entry.security if entry.security[1] and entry.data.endswith(b" at first") else None)
+        elif "\\" in entry.path and not (entry.kind == "link" and fold(parent(known)) == "C:\\USERS"):
+            where, what = (self.links, entry.link) if entry.kind == "link" else (self.folders, None)
+            where[fold(known)] = Known(known, what and self.view.as_known(self.view.disk.resolve(what)), None)
 
     def know(self, path, content, security=None):
         self.files[fold(path)] = Known(path, content, security)
@@ -229,6 +245,16 @@ class Life:
         self.folders[fold(known)] = Known(known, None, None)
         self.check()
 
+    def do_account(self, name):
+        """Somebody logs on for the first time: his profile, and his pictures, are what nobody knew before."""
+        self.station("profile", "add", name)
+        self.look()
+        for entry in self.view.disk.entries.values():
+            known = self.view.as_known(entry.path)
+            if fold(known).startswith((f"~{fold(name)}", "~PUBLIC\\ACCOUNTPICTURES")):
+                self.learn(entry, known)
+        self.check()
+
     def do_restart(self):
         self.station("restart")
         self.look()
@@ -261,10 +287,14 @@ class Life:
 
     # What a command that succeeded has changed for the users.
     def follow(self, words, before):
-        if "/d" in words or len(words) < 3 or words[0].lower() not in ("/redirectfolder", "/redirectfile"):
+        location = next((word[5:] for word in words if word.startswith("/loc:")), None)
+        if location:
+            self.locations.add(location)
+        if words[0] == "/RedirectUP" and location and not words[1].startswith("/"):
+            self.merge(fold(f"{before.real(location)}\\{last(before.profiles[words[1]])}"), f"~{words[1]}", before)
+        if "/d" in words or words[0].lower() not in ("/redirectfolder", "/redirectfile"):
             return
         source, location = words[1].rstrip("\\"), words[2].partition(":")[2]
-        self.locations.add(location)
         source = before.disk.resolve(source, False)
         real = f"{before.real(location)}\\{last(source)}"
         if "/-NTFS" in words:
@@ -304,7 +334,9 @@ class Life:
             found.add(fold(entry.path))
         if len(found) < len(self.files):
             raise Fault("mixed", "two known paths lead to one file")
-        strays = [e.path for key, e in disk.entries.items() if e.kind == "file" and key not in found]
+        # Default and Public are copied; what they were stays where it was.
+        left = [f"C:\\USERS\\{name}\\" for name in ("DEFAULT", "PUBLIC") if not fold(self.view.profiles[name.title()]).startswith("C:\\USERS\\")]
+        strays = [e.path for key, e in disk.entries.items() if e.kind == "file" and key not in found and not key.startswith(tuple(left))]
         if strays:
             raise Fault("stray", f"{strays}")
         for known in self.folders.values():
@@ -318,11 +350,12 @@ class Life:
 
     def require_same(self, before):
         def items(view):
-            return {key: entry for key, entry in view.disk.entries.items() if not last(key).startswith("NTUSER")}
+            return {key: entry for key, entry in view.disk.entries.items() if not is_hive(key)}
         was, now = items(before), items(self.view)
         differ = [f"{was.get(key)} -> {now.get(key)}" for key in was.keys() | now.keys() if was.get(key) != now.get(key)]
-        if before.records != self.view.records:
-            differ.append(f"records {before.records} -> {self.view.records}")
+        for name in ("records", "profiles"):
+            if getattr(before, name) != getattr(self.view, name):
+                differ.append(f"{name} {getattr(before, name)} -> {getattr(self.view, name)}")
         if differ:
             raise Fault("refusal", "a refused command has changed " + "; ".join(differ[:4]))
 
@@ -330,7 +363,7 @@ class Life:
     def reasons(self, words):
         command, back = words[0].lower(), "/d" in words
         if command not in ("/redirectfolder", "/redirectfile"):
-            return ["not told"]
+            return NOT_TOLD
         location = words[2].partition(":")[2]
         kind = "Junctions" if command == "/redirectfolder" else "FileJunctions"
         if back:
@@ -338,15 +371,19 @@ class Life:
         return (self.folder_reasons if kind == "Junctions" else self.file_reasons)(words[1].rstrip("\\"), location)
 
     def reasons_to_stay(self, kind, source, location):
-        rows = [row for row in self.view.records[kind] if fold(row[0]) == fold(source)
+        view, disk = self.view, self.view.disk
+        rows = [row for row in view.records[kind] if fold(row[0]) == fold(source)
                 and fold(row[1].rstrip("\\")) in (fold(location.rstrip("\\")), fold(location.rstrip("\\") + "\\" + last(source)))]
-        entry = self.view.disk.at(self.view.disk.resolve(source, False))
+        entry = disk.at(disk.resolve(source, False))
         if not rows or not entry or entry.kind != "link":
             return ["no such redirection"]
         if kind == "FileJunctions":
-            return ["leads through another redirection" for row in self.view.records[kind]
+            return [f"leads through {row[0]}" for row in view.records[kind]
                     if fold(row[0]) in (fold(entry.link), fold(rows[0][1])) and fold(row[0]) != fold(source)]
-        return []
+        contents = fold(view.real(rows[0][1]))
+        return [f"the file {at} leads into it" for is_file, link, target, at, _ in view.places
+                if is_file and (is_below(fold(target), contents) or is_below(fold((disk.at(link) or entry).link or ""), contents))] + \
+            [f"holds the profile of {user}" for user, place in view.profiles.items() if is_below(fold(disk.resolve(place)), contents)]
 
     def common_reasons(self, source, location, kind, wanted):
         view, disk = self.view, self.view.disk
@@ -382,9 +419,17 @@ class Life:
             twin = disk.at(real + entry.path[len(real_source):])
             if twin and (twin.kind != entry.kind or twin.kind == "link"):
                 reasons.append(f"{twin.path} is in the way")
-        for target, _ in view.contents:
-            if is_below(fold(real), fold(target)) or (stands and is_below(fold(target), fold(real))):
-                reasons.append("another redirection's contents are there")
+        return reasons + self.taken(real)
+
+    def taken(self, real, typed=None):
+        """A place that belongs to another redirection; `typed`: of a file, which may go by that one's link."""
+        place, reasons = fold(real), []
+        for is_file, source, target, at, to in self.view.places:
+            if is_below(fold(target), place) or is_below(fold(source), place):
+                reasons.append(f"{at} or its contents are there")
+            elif is_below(place, fold(target)) and (not is_below(fold(typed), fold(at)) if typed else
+                                                    is_file or to.startswith("\\\\") or self.view.disk.at(real)):
+                reasons.append(f"among the contents of {at}")
         return reasons
 
     def file_reasons(self, source, location):
@@ -398,26 +443,27 @@ class Life:
         twin = disk.at(real)
         if twin and (twin.kind != "file" or fold(twin.path) == fold(disk.resolve(source))):
             reasons.append("the place is taken")
-        if any(fold(view.real(target)) == fold(real) for _, target in view.records["FileJunctions"]):
-            reasons.append("another redirection's contents are there")
-        return reasons
+        return reasons + self.taken(real, f"{location}\\{last(source)}")
 
     # Drawing the next step.
     def draw(self):
         kinds = {"folder": 30, "home": 18, "file": 12, "file_home": 6, "volume": 4, "put": 12, "rm": 3, "mkdir": 3, "restart": 3,
-                 "frozen": 2}
+                 "frozen": 2, "profile": 20 * self.with_profiles}
         while True:
             step = getattr(self, "draw_" + self.random.choices(list(kinds), kinds.values())[0])()
-            if step and (step[0] != "qbc" or self.random.random() < 0.15 or not self.reasons(step[1:])):
+            if step and (step[0] != "qbc" or self.random.random() < 0.15 or self.reasons(step[1:]) in ([], NOT_TOLD)):
                 return step
 
-    def pick(self, *kinds):
-        found = sorted(e.path for e in self.view.disk.entries.values() if e.kind in kinds and "\\" in e.path and e.path[0] in DRIVES
-                       and not e.path.startswith("C:\\Users"))
-        if self.random.random() < 0.25:
-            found = sorted(self.view.place(known.path) for known in (self.files if "file" in kinds else self.folders).values()
-                           if known.path[0] in DRIVES and not known.path.startswith("C:\\Users"))
-        return self.random.choice(found) if found else None
+    def pick(self, *kinds, profiles=False):
+        """Something that stands there, by the path where it is or by which its user knows it. Of profiles only what a
+        user has made, and what may be redirected by itself."""
+        view, found = self.view, []
+        for entry in view.disk.entries.values():
+            known = view.as_known(entry.path)
+            if entry.kind in kinds and entry.path[0] in DRIVES and "\\" in entry.path and (not is_in_profile(known) or (
+                    profiles and entry.kind == "folder" and known.startswith("~"))):
+                found.append((entry.path, view.place(known)))
+        return self.random.choice(sorted(found))[self.random.random() < 0.25] if found else None
 
     def spelled(self, path, folder=True):
         if self.random.random() < 0.2:
@@ -463,14 +509,16 @@ class Life:
         if self.random.random() < 0.4:
             path = self.pick("file")
         else:
-            folder = self.pick("folder")
+            folder = self.pick("folder", profiles=True)
             path = folder and f"{folder}\\{self.random.choice(FILES)}"
         entry = path and self.view.disk.at(self.view.disk.resolve(path))
-        return path and (not entry or entry.kind == "file") and ("put", path, self.written())
+        return path and (not entry or entry.kind == "file" and not is_hive(path)) and ("put", path, self.written())
 
     def draw_rm(self):
         path = self.pick("file")
         entry = path and self.view.disk.at(self.view.disk.resolve(path, False))
+        if path and self.view.as_known(self.view.disk.resolve(path)).startswith(("~Public", "~Default")):
+            return None
         record = [t for _, t in self.view.records["FileJunctions"] if path and fold(self.view.real(t)) == fold(self.view.disk.resolve(path))]
         return entry and entry.kind == "file" and not record and ("rm", path)
 
@@ -478,6 +526,22 @@ class Life:
         folder = self.pick("folder")
         path = folder and f"{folder}\\{self.random.choice(NAMES)}"
         return path and not self.view.disk.at(self.view.disk.resolve(path, False)) and ("mkdir", path)
+
+    def draw_profile(self):
+        users = [*(name for name in self.view.profiles if name not in ("Administrator", "Default", "Public")), "/DefaultProfile", "/PublicProfile"]
+        user = self.random.choice(users)
+        place = self.random.choice(("D:\\Profiles", "E:\\Profiles", "D:\\", self.location()))
+        return self.random.choice((
+            ("qbc", "/RedirectUP", user, "/loc:" + place, *self.switches("/-NTFS")),
+            ("qbc", "/RedirectUP", user, "/loc:" + place),
+            ("qbc", "/RedirectUPDefault", user),
+            ("qbc", "/RedirectUP", user, "/vol:" + self.volume) if user[0] != "/" else None,
+            ("qbc", "/AutoRedirectUP", "/loc:" + place, *self.random.choice(((), ("/RedirectDefaultAndPublicProfile",)))),
+            ("qbc", "/AutoRedirectUP", "/d"),
+            ("account", "bob") if "bob" not in self.view.profiles else None,
+            ("qbc", "/RedirectRegKeyLocation", "/loc:" + place),
+            ("qbc", "/RedirectRegKeyLocation", "/d"),
+            ("qbc", "/RedirectRegKey", "HKEY_LOCAL_MACHINE\\SOFTWARE\\Contoso", *self.random.choice(((), ("/d",))))))
 
     def draw_restart(self):
         return ("restart",)
@@ -488,19 +552,42 @@ class Life:
         return step and ("frozen", drives, *step[1:])
 
     # In the end all comes home, in any order.
+    def profiles_come_home(self):
+        """Each at its turn, the owed restart between them."""
+        self.live(("qbc", "/AutoRedirectUP", "/d"))
+        for _ in range(3):
+            for name in [name for name, place in self.view.profiles.items() if self.is_away(name, place)]:
+                self.live(("qbc", "/RedirectUPDefault", f"/{name}Profile" if name in ("Default", "Public") else name))
+            self.live(("restart",))
+        self.live(("qbc", "/RedirectRegKeyLocation", "/d"))
+        away = [(name, place) for name, place in self.view.profiles.items() if self.is_away(name, place)]
+        if away:
+            self.live(("qbc", "/RedirectUPDefault", f"/{away[0][0]}Profile" if away[0][0] in ("Default", "Public") else away[0][0]))
+            raise Fault("not home", f"profiles in {away}{self.logged()}")
+
+    def is_away(self, name, place):
+        entry = self.view.disk.at(self.view.disk.resolve(place, False))
+        return fold(parent(place)) != "C:\\USERS" or not entry or entry.kind == "link"
+
     def come_home(self):
-        while any(self.view.records.values()):
+        if self.with_profiles:
+            self.profiles_come_home()
+        left = None
+        while self.at_work() != left:
+            left = self.at_work()
             steps = [("qbc", command, source, ("/vol:" if target.startswith("\\\\") else "/loc:") + target, "/d")
                      for command, kind in (("/RedirectFolder", "Junctions"), ("/RedirectFile", "FileJunctions"))
                      for source, target in self.view.records[kind]]
-            self.random.shuffle(steps)
-            left = len(steps)
-            for step in steps:
+            for step in self.random.sample(steps, len(steps)):
                 if not self.reasons(step[1:]):
                     self.live(step)
-                    break
-            if sum(map(len, self.view.records.values())) >= left:
-                raise Fault("not home", f"{self.view.records} stay")
+        if left:
+            raise Fault("not home", f"{left} stay: {[self.reasons(step[1:]) for step in steps]}")
+
+    def at_work(self):
+        """The records, but those that tell where the profile of a new account has been."""
+        return [(at, to) for _, source, _, at, to in self.view.places if (self.view.disk.at(source) or self.view.disk.at("C:")).kind == "link"
+                or fold(parent(to)) != "C:\\USERS"]
 
     def end(self):
         self.come_home()
@@ -514,7 +601,9 @@ class Life:
             while "\\" in location:
                 expected.add(fold(location.rstrip("\\")))
                 location = parent(location)
-        strays = [e.path for key, e in disk.entries.items() if e.kind != "file" and "\\" in e.path and key not in expected]
+        # Windows' own links stand beside the profiles, and where a profile was, its emptied folder stays.
+        strays = [e.path for key, e in disk.entries.items() if e.kind != "file" and "\\" in e.path and key not in expected
+                  and parent(key) != "C:\\USERS" and not (last(e.path) in self.view.profiles and not disk.below(e.path))]
         if strays:
             raise Fault("stray", f"folders or links {strays}")
         try:
