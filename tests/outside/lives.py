@@ -19,7 +19,7 @@ sys.dont_write_bytecode = True
 sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)))
 from disk import Disk, fold, is_below  # noqa: E402
 from hives import PROFILE_LIST, software  # noqa: E402
-from station import CheckFailed, Station, run  # noqa: E402
+from station import CheckFailed, Station, require, run  # noqa: E402
 
 DRIVES = "CDEF"
 NAMES = ("A", "Data", "\u00dcbung", "b c", "Docs")
@@ -72,8 +72,9 @@ class View:
             path = hive.values(f"{PROFILE_LIST}\\{node.get('name')}").get("ProfileImagePath", ("", ""))[1]
             if node.get("name").startswith("S-1-5-21-"):
                 self.profiles[life.users.setdefault(node.get("name"), last(path))] = path
-        for name in ("Default", "Public"):
-            self.profiles[name] = hive.values(PROFILE_LIST)[name][1].replace("%SystemDrive%", "C:")
+        values = {name: text.replace("%SystemDrive%", "C:") for name, (_, text) in hive.values(PROFILE_LIST).items()}
+        self.profiles.update({name: values[name] for name in ("Default", "Public")})
+        self.new_profiles = values["ProfilesDirectory"]
         # Where each redirected folder's contents are, the longest path first.
         self.contents = sorted(((self.real(target), source) for source, target in self.records["Junctions"]
                                 if (self.disk.at(source) or self.disk.at("C:")).kind == "link"), key=lambda pair: -len(pair[0]))
@@ -123,8 +124,8 @@ class View:
 
 
 class Life:
-    def __init__(self, build, template, scratch, seed):
-        self.scratch, self.random = scratch, random.Random(seed)
+    def __init__(self, build, template, scratch, seed, with_links=False):
+        self.scratch, self.random, self.with_links = scratch, random.Random(seed), with_links
         self.station = Station(build, f"{scratch}/machine")
         run("cp", "-r", "--sparse=always", template, self.station.folder)
         self.guid = self.station.volume_without_letter()
@@ -170,7 +171,7 @@ class Life:
         for entry in self.random.sample(ours, min(2, len(ours))):
             self.station("acl", entry.path, PRIVATE)
         folders = [e.path for e in first.entries.values() if e.kind == "folder" and "\\" in e.path and not e.path.startswith("C:\\Users")]
-        if self.random.random() < 0.4 and len(folders) > 1:
+        if self.with_links and len(folders) > 1:
             at, to = self.random.sample(folders, 2)
             self.station("link", self.random.choice(("junction", "symlink")), f"{at}\\link", to)
         self.look()
@@ -292,6 +293,10 @@ class Life:
             self.locations.add(location)
         if words[0] == "/RedirectUP" and location and not words[1].startswith("/"):
             self.merge(fold(f"{before.real(location)}\\{last(before.profiles[words[1]])}"), f"~{words[1]}", before)
+        if words[:2] == ("/AutoRedirectUP", "/d"):  # the location goes when nothing is in it
+            for place in {fold(location.rstrip("\\")) for location in self.locations} - self.view.disk.entries.keys():
+                if before.disk.at(place) and before.disk.at(place).kind == "folder":
+                    self.folders.pop(place, None)
         if "/d" in words or words[0].lower() not in ("/redirectfolder", "/redirectfile"):
             return
         source, location = words[1].rstrip("\\"), words[2].partition(":")[2]
@@ -400,7 +405,9 @@ class Life:
         if location.startswith("\\\\?\\"):
             reasons, _ = self.common_reasons(source, "C:", "Junctions", "folder")
             mounted = [e.path for e in disk.entries.values() if e.kind == "link" and e.link.startswith(self.guid + ":")]
-            return reasons + (["mounted"] if mounted else []) + (["link above"] if view.link_above(source) else []) \
+            held = [place for place in (*view.profiles.values(), view.new_profiles)
+                    if is_below(fold(disk.resolve(place)), fold(disk.resolve(source)))]
+            return reasons + held + (["mounted"] if mounted else []) + (["link above"] if view.link_above(source) else []) \
                 + (["taken"] if disk.at(source + ".mount") else [])
         location = location.rstrip("\\")
         reasons, real = self.common_reasons(source, location, "Junctions", "folder")
@@ -419,6 +426,9 @@ class Life:
             twin = disk.at(real + entry.path[len(real_source):])
             if twin and (twin.kind != entry.kind or twin.kind == "link"):
                 reasons.append(f"{twin.path} is in the way")
+        for place in (*view.profiles.values(), view.new_profiles):
+            if is_below(fold(disk.resolve(place)), fold(real_source)) or is_below(fold(disk.resolve(place)), fold(real)):
+                reasons.append(f"{place} has profiles")
         return reasons + self.taken(real)
 
     def taken(self, real, typed=None):
@@ -570,8 +580,15 @@ class Life:
         return fold(parent(place)) != "C:\\USERS" or not entry or entry.kind == "link"
 
     def come_home(self):
+        """Profiles come when nothing is redirected into them any more; some folders only when no profile is in them."""
+        self.redirected_come_home()
         if self.with_profiles:
             self.profiles_come_home()
+            self.redirected_come_home()
+        if self.at_work():
+            raise Fault("not home", f"{self.at_work()} stay")
+
+    def redirected_come_home(self):
         left = None
         while self.at_work() != left:
             left = self.at_work()
@@ -581,8 +598,6 @@ class Life:
             for step in self.random.sample(steps, len(steps)):
                 if not self.reasons(step[1:]):
                     self.live(step)
-        if left:
-            raise Fault("not home", f"{left} stay: {[self.reasons(step[1:]) for step in steps]}")
 
     def at_work(self):
         """The records, but those that tell where the profile of a new account has been."""
@@ -654,11 +669,26 @@ def shrink(start, faults, story):
 def one(job):
     build, template, seed, options = job
     with scratch_folder() as scratch:
-        start = Life(build, template, scratch, seed)
+        start = Life(build, template, scratch, seed, options.links)
         faults, story, counts = live(start, options.steps)
         if faults and options.shrink:
             faults, story = shrink(start, faults, story)
     return seed, [(fault.kind, str(fault)) for fault in faults], story, counts
+
+
+def check_lives(build, scratch, said):
+    """A dozen lives, profiles among them."""
+    make_template(build, f"{scratch}/template")
+    counts = collections.Counter()
+    for seed in range(1, 13):
+        os.mkdir(f"{scratch}/{seed}")
+        faults, story, done = live(Life(build, f"{scratch}/template", f"{scratch}/{seed}", seed), 20)
+        shutil.rmtree(f"{scratch}/{seed}")
+        require(not faults, f"life {seed}: {faults and faults[0]}\n" + "\n".join(map(told, story)))
+        counts += done
+    went = sum(number for (_, done), number in counts.items() if done)
+    require(went > sum(counts.values()) / 2, f"only {went} of {sum(counts.values())} commands were carried out")
+    said(f"12 lives of 20 steps: {went} of {sum(counts.values())} commands were carried out, and each file was where its user knows it")
 
 
 def main():
@@ -667,6 +697,7 @@ def main():
     parser.add_argument("--seeds", default="1-24")
     parser.add_argument("--steps", type=int, default=24)
     parser.add_argument("--jobs", type=int, default=1)
+    parser.add_argument("--links", action="store_true", help="a link of a user's own is among the folders")
     parser.add_argument("--shrink", action="store_true", help="tell the shortest story of each fault")
     parser.add_argument("--story", action="store_true", help="tell the story of each fault")
     options = parser.parse_args()
