@@ -112,6 +112,20 @@ bool HoldsNoProfile(const std::u16string& place) {
   return true;
 }
 
+// A profile that is made behind the link later could be moved by nobody, and would keep the folder from going home.
+bool NoProfilesAreMadeIn(const std::u16string& source) {
+  RegistryValue value;
+  const win32::LSTATUS error = ReadMachineValue(kProfileListPath, u"ProfilesDirectory", value);
+  if (error == win32::LSTATUS{win32::ERROR_FILE_NOT_FOUND}) return true;
+  if (error != 0) return LogFailure(line::kProfilesNotRead);
+  const std::u16string folder = WithoutTrailingBackslash(ExpandedText(value));
+  if (folder.empty() || !IsReallySameOrBelow(folder, source)) return true;
+  return LogFailure(
+      u"#ERROR: New User Profiles are created in %ls. The folder %ls cannot be redirected. Browse to a different "
+      u"location.",
+      folder, source);
+}
+
 bool MayLeaveUnless(const std::u16string& folder, bool (*keeps)(const Redirection& other, const Place& folder)) {
   std::vector<Redirection> all;
   if (!ReadRedirections(all)) return false;
@@ -147,13 +161,13 @@ bool MayComeTo(const std::u16string& source, const std::u16string& place, Comes 
 }
 
 bool MayLeave(const std::u16string& source) {
-  return MayLeaveUnless(source, [](const Redirection& other, const Place& folder) {
-    if (other.isFile) return false;
-    if (folder.Is(other.target)) return !other.atSource.IsGone();
-    if (folder.Is(other.source)) return other.IsInEffect();
-    // By another path to the volume than the one by which its records name what is on it.
-    return other.IsOnVolume() && folder.IsIn(other.target);
-  });
+  return NoProfilesAreMadeIn(source) && MayLeaveUnless(source, [](const Redirection& other, const Place& folder) {
+           if (other.isFile) return false;
+           if (folder.Is(other.target)) return !other.atSource.IsGone();
+           if (folder.Is(other.source)) return other.IsInEffect();
+           // By another path to the volume than the one by which its records name what is on it.
+           return other.IsOnVolume() && folder.IsIn(other.target);
+         });
 }
 
 bool MayProfileLeave(const std::u16string& folder) {

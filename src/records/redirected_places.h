@@ -27,7 +27,8 @@ enum class Comes {
 bool MayComeTo(const std::u16string& source, const std::u16string& place, Comes what);
 
 // May the folder `source` be redirected? Not what is exactly the contents of another redirection, or what a removal
-// that was cut off has left: that one would lose its way home.
+// that was cut off has left: that one would lose its way home. Nor the folder in which Windows makes new profiles, or
+// one that holds it.
 bool MayLeave(const std::u16string& source);
 // The same of a user's profile, which moves on from where it was moved to.
 bool MayProfileLeave(const std::u16string& folder);

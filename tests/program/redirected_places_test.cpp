@@ -58,6 +58,9 @@ TEST_F(Places, OfAnotherRedirectionAreRefused) {
   ASSERT_TRUE(win32::DeleteVolumeMountPointW(u"C:\\V\\"));  // by hand: the volume holds what C:\V held all the same
   ASSERT_EQ(CreateJunction(u"E:\\Way", u"D:\\Files"), 1);
   ASSERT_EQ(AddJunctionRegKey(u"C:\\left", u"D:\\Gone\\Data", 0), 1);  // its folder was deleted, and the junction
+  MakeFolder(u"C:\\B\\Way");
+  machine->registry().SetText(u"HKLM\\SOFTWARE\\Microsoft\\Windows NT\\CurrentVersion\\ProfileList",
+                              u"ProfilesDirectory", u"C:\\B\\Way\\In");
   test::SetSecurity(u"C:\\B\\New", u"O:SYD:P(A;OICI;FA;;;SY)(A;OICI;0x1200a9;;;BA)");
   struct Case {
     const char16_t* command;
@@ -74,6 +77,7 @@ TEST_F(Places, OfAnotherRedirectionAreRefused) {
       {u"/RedirectFolder", u"C:\\B\\Data", kVolume, ofVolume},
       {u"/RedirectFolder", u"C:\\B\\Users", u"C:\\",
        u"#ERROR: The folder C:\\Users is or holds the User Profile C:\\Users\\"},
+      {u"/RedirectFolder", u"C:\\B\\Way", u"D:\\", u"#ERROR: New User Profiles are created in C:\\B\\Way\\In."},
       {u"/RedirectFile", u"C:\\B\\f.txt", u"D:\\Files", ofFile},
       {u"/RedirectFile", u"C:\\B\\f.txt", u"E:\\Way", ofFile},
       {u"/RedirectFile", u"C:\\B\\f.txt", u"D:\\T\\Data\\Sub", ofFolder},  // by another way than the junction
