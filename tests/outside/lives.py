@@ -522,7 +522,8 @@ class Life:
             folder = self.pick("folder", profiles=True)
             path = folder and f"{folder}\\{self.random.choice(FILES)}"
         entry = path and self.view.disk.at(self.view.disk.resolve(path))
-        return path and (not entry or entry.kind == "file" and not is_hive(path)) and ("put", path, self.written())
+        may = not entry or (entry.kind == "file" and not is_hive(path) and not entry.attributes & 6)  # hidden, of the system
+        return path and may and ("put", path, self.written())
 
     def draw_rm(self):
         path = self.pick("file")

@@ -43,7 +43,8 @@ void RunTool(std::vector<std::string> words) {
     throw Failure(words[0] + " failed; is the package ntfs-3g installed, and /usr/sbin on the PATH?");
 }
 
-// Every image gets a serial number of its own (mkntfs without -T): MountedDevices tells volumes apart by it.
+// Every image gets a serial number of its own: MountedDevices tells volumes apart by it, and so does who asks whether two
+// files are one. That of mkntfs is the same for all that are made in one second.
 void FormatImage(const fs::path& image, std::uint64_t size, const std::string& label) {
   { std::ofstream make(image, std::ios::binary | std::ios::trunc); }
   std::error_code failed;
@@ -51,6 +52,10 @@ void FormatImage(const fs::path& image, std::uint64_t size, const std::string& l
   if (failed) throw Failure(image.string() + ": " + failed.message());
   RunTool({"mkntfs", "-F", "-Q", "-q", "-L", label, "-p", "0", "-H", "0", "-S", "0", "-s", "512", "-c", "4096",
            image.string()});
+  std::random_device random;
+  char serial[32];
+  std::snprintf(serial, sizeof serial, "--new-serial=%08x%08x", random(), random());
+  RunTool({"ntfslabel", "-f", serial, image.string()});
 }
 
 std::string NewGuidImage() {
