@@ -43,8 +43,8 @@ void RunTool(std::vector<std::string> words) {
     throw Failure(words[0] + " failed; is the package ntfs-3g installed, and /usr/sbin on the PATH?");
 }
 
-// Every image gets a serial number of its own: MountedDevices tells volumes apart by it, and so does who asks whether two
-// files are one. That of mkntfs is the same for all that are made in one second.
+// Every image gets a serial number of its own: MountedDevices tells volumes apart by it, and so does who asks whether
+// two files are one. That of mkntfs is the same for all that are made in one second.
 void FormatImage(const fs::path& image, std::uint64_t size, const std::string& label) {
   { std::ofstream make(image, std::ios::binary | std::ios::trunc); }
   std::error_code failed;
