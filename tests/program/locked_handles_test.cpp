@@ -1,5 +1,6 @@
 // Which files do other processes hold open? The walk over the handle table, on machines where it meets everything that
 // a busy workstation has.
+#include <utility>
 #include <algorithm>
 #include <set>
 
@@ -338,20 +339,22 @@ TEST_F(LockedHandles, NamesOfHandles) {
 
   // A text that ends outside the answer, or lies in front of it, is none.
   static UNICODE_STRING text;
-  INtDll::Get().NtQueryObject = [](HANDLE, int, void* answer, ULONG size, ULONG* needed) {
-    if (needed) *needed = 64;
-    if (size < 64) return STATUS_INFO_LENGTH_MISMATCH;
-    std::memset(answer, 'x', size);
-    std::memcpy(answer, &text, sizeof text);
-    static_cast<UNICODE_STRING*>(answer)->Buffer += reinterpret_cast<std::uintptr_t>(answer) / sizeof(char16_t);
-    return STATUS_SUCCESS;
-  };
+  const auto query =
+      std::exchange(INtDll::Get().NtQueryObject, [](HANDLE, int, void* answer, ULONG size, ULONG* needed) {
+        if (needed) *needed = 64;
+        if (size < 64) return STATUS_INFO_LENGTH_MISMATCH;
+        std::memset(answer, 'x', size);
+        std::memcpy(answer, &text, sizeof text);
+        static_cast<UNICODE_STRING*>(answer)->Buffer += reinterpret_cast<std::uintptr_t>(answer) / sizeof(char16_t);
+        return STATUS_SUCCESS;
+      });
   const std::pair<int, std::size_t> cases[] = {{32, 16}, {34, 0}, {-2, 0}, {64, 0}};  // where, and how much is told
   for (const auto& [offset, length] : cases) {
     text = {32, 32, reinterpret_cast<char16_t*>(static_cast<std::intptr_t>(offset))};
     EXPECT_EQ(GetObjectTypeName(process.get(), own, name), 1);
     EXPECT_EQ(name.size(), length) << offset;
   }
+  INtDll::Get().NtQueryObject = query;
 }
 
 }  // namespace
