@@ -292,7 +292,7 @@ class Life:
         if location:
             self.locations.add(location)
         if words[0] == "/RedirectUP" and location and not words[1].startswith("/"):
-            self.merge(fold(f"{before.real(location)}\\{last(before.profiles[words[1]])}"), f"~{words[1]}", before)
+            self.merge(fold(f"{before.real(location)}\\{last(before.profiles[words[1]])}"), f"~{words[1]}", before.profiles[words[1]], before)
         if words[:2] == ("/AutoRedirectUP", "/d"):  # the location goes when nothing is in it
             for place in {fold(location.rstrip("\\")) for location in self.locations} - self.view.disk.entries.keys():
                 if before.disk.at(place) and before.disk.at(place).kind == "folder":
@@ -311,17 +311,18 @@ class Life:
             for key in replaced:
                 del self.files[key]
         elif not location.startswith("\\\\?\\"):
-            self.merge(fold(real), self.view.as_known(source), before)
+            self.merge(fold(real), self.view.as_known(source), source, before)
 
-    def merge(self, real, source, before):
+    def merge(self, real, known_source, source, before):
         """What stood where the contents went to is known by their path from now on; of two files the one that came wins."""
         for items in (self.files, self.folders, self.links):
             for key, known in list(items.items()):
                 place = fold(before.place(known.path))
                 if is_below(place, real) and place == fold(before.disk.resolve(place, False)):
                     del items[key]
-                    path = source + before.place(known.path)[len(real):]
-                    items.setdefault(fold(path), known._replace(path=path))
+                    rest = before.place(known.path)[len(real):]
+                    if items is not self.files or not before.disk.at(source + rest):
+                        items.setdefault(fold(known_source + rest), known._replace(path=known_source + rest))
 
     # Every file under the path that its user knows, and no other file anywhere.
     def check(self):
@@ -396,8 +397,8 @@ class Life:
         reasons = [f"the source is no {wanted}"] if not entry or entry.kind != wanted else []
         if place and place.kind != "folder" and (wanted == "folder" or disk.at(disk.resolve(location)).kind != "folder"):
             reasons.append("the location is no folder")
-        if entry and any(fold(view.real(target)) == fold(entry.path) for _, target in view.records[kind]):
-            reasons.append("the source is another redirection's contents")
+        if entry and any(fold(entry.path) in (fold(view.real(target)), fold(link)) for link, target in view.records[kind]):
+            reasons.append("the source is what another redirection holds or has left")
         return reasons, f"{disk.resolve(location)}\\{last(source)}"
 
     def folder_reasons(self, source, location):
@@ -617,9 +618,11 @@ class Life:
             while "\\" in location:
                 expected.add(fold(location.rstrip("\\")))
                 location = parent(location)
-        # Windows' own links stand beside the profiles, and where a profile was, its emptied folder stays.
+        # Windows' own links stand beside the profiles; where a profile was, and where a location was made, an empty folder
+        # stays, wherever the folder around it went.
+        made = {*self.view.profiles, *(fold(last(location)) for location in self.locations)}
         strays = [e.path for key, e in disk.entries.items() if e.kind != "file" and "\\" in e.path and key not in expected
-                  and parent(key) != "C:\\USERS" and not (last(e.path) in self.view.profiles and not disk.below(e.path))]
+                  and parent(key) != "C:\\USERS" and (disk.below(e.path) or not {last(e.path), last(key)} & made)]
         if strays:
             raise Fault("stray", f"folders or links {strays}")
         try:
