@@ -21,6 +21,10 @@ def refused(world, name, source, target, *entries):
     world.expect(name, (FILE, source, "/loc:" + target), failed(world, FAILED), 1, [*entries, world.strings[FAILED]])
 
 
+def same_volume(target):
+    return f"#INFO: {target} is on the same volume as {LIST}: what is discarded there at a restart is discarded at both places."
+
+
 def file_moved_and_back(world):
     start_over(world)
     ConfigFile(world, "C:\\Keys", "1").put()
@@ -36,8 +40,7 @@ def file_moved_and_back(world):
     is_link = f"IsSymbolicLink()::The specified directory or file {LIST} is symbolic link"
     world.write(copy, b"a file of this name is overwritten")
     world.expect("redirect", (FILE, LIST, "/loc:" + kept), world.strings[DONE], 0,
-                 [f"#INFO: {kept} is on the same volume as {LIST}: what is discarded there at a restart is discarded at "
-                  "both places.", f"#INFO: The file {copy} is kept as {copy}.kept1 until it can be replaced.",
+                 [same_volume(kept), f"#INFO: The file {copy} is kept as {copy}.kept1 until it can be replaced.",
                   f"#INFO: The file {LIST} is now in {copy}.", world.strings[DONE]])
     world.checks.equal("one file under two paths", (world.read(LIST), world.read(copy), world.names(kept)),
                        (content, content, ["list.txt"]))
@@ -64,7 +67,7 @@ def a_file_in_use(world):
     with world.held(LIST):
         refused(world, "a file in use", LIST, KEPT,
                 f"#INFO: Target {KEPT}\\list.txt doesn't exists so checking free space using parent directory {KEPT}",
-                f"#ERROR: (Source) {LIST} - File is locked.")
+                same_volume(KEPT), f"#ERROR: (Source) {LIST} - File is locked.")
     world.checks.equal("the program started it again, as it starts a service", world.service(), ("running", "auto"))
     world.checks.equal("the file is where it was", (world.read(LIST), world.names(KEPT)), (b"content", None))
 

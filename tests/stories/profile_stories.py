@@ -64,7 +64,7 @@ def annas_profile(world):
     run = world.run(UP, "ANNA", "/loc:" + there)
     if not world.keeps_descriptors:
         said = run.text.replace(METRO, "").lstrip("\n")
-        no_security = f"#ERROR: Unable to give the folder {there}\\anna the security of {home}."
+        no_security = f"#ERROR: Unable to give the folder {there} the access rights of C:\\Users. Request not supported."
         world.checks.equal("refused", (said, run.code, run.entries), (failed(world, 146), 1, [no_security, world.strings[146]]))
         world.checks.equal("nothing has changed", (world.read(home + letter), world.names(there)), (b"Dear Jan", None))
         world.expect("nobody is listed", (UP,), "", 0)

@@ -20,6 +20,8 @@ import re
 SERVICE_FOLDER = "C:\\Program Files\\Velmora\\Quillbay"
 CONFIG = SERVICE_FOLDER + "\\ServiceConfig.xml"
 LOG = SERVICE_FOLDER + "\\QBC.log"
+# Said of access lists, which are the machine's own.
+ADVICE = re.compile(r"#INFO: The entry \(.*\) of the folder .* lets others ")
 RUN_ENTRY = re.compile(r"#INFO: \d{4}-\d\d-\d\d, Quillbay \d+\.\d+\.\d+\.\d+: /\w")
 LOG_ENTRY = re.compile(r"\r\n\[[ \d]\d:[ \d]\d:[ \d]\d:[ \d]{2}\d\]\[P *\d+,T *\d+\] ")
 
@@ -58,7 +60,7 @@ class World:
         banner = self.strings[101]
         if not text.startswith(banner) or entries[:1] != ["-" * 34] or not RUN_ENTRY.match("".join(entries[1:2])):
             raise RuntimeError(f"{arguments}: console {text!r}, exit code {code}, log {entries}")
-        return Run(text.removeprefix(banner), code, entries[2:])
+        return Run(text.removeprefix(banner), code, [entry for entry in entries[2:] if not ADVICE.match(entry)])
 
     def expect(self, name, arguments, text, code, entries=()):
         """One run and all that it says. An entry that ends with "..." stands for every entry that begins so: what
