@@ -32,12 +32,14 @@ class FolderOnVolume : public ::testing::Test {
     test::MakeFile(u"C:\\Data:label", "of the folder");
     test::SetTimes(u"C:\\Data", 7);
   }
+  // Onto the volume, with one more word.
+  test::RunResult Onto(const std::u16string& folder, const std::u16string& word = u"/NTFS") {
+    return test::RunProgram(*machine, {u"/RedirectFolder", folder, u"/vol:" + kVolume, word});
+  }
   test::RunResult Redirect() {
     return test::RunProgram(*machine, {u"/RedirectFolder", u"C:\\Data", u"/vol:" + kVolume});
   }
-  test::RunResult Remove() {
-    return test::RunProgram(*machine, {u"/RedirectFolder", u"C:\\Data", u"/vol:" + kVolume, u"/d"});
-  }
+  test::RunResult Remove() { return Onto(u"C:\\Data", u"/d"); }
 
   // Where the volume is mounted, each path followed by "|".
   static std::u16string MountPaths() {

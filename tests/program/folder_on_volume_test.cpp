@@ -30,9 +30,11 @@ TEST_F(FolderOnVolume, GoesThereAndBackWithEverything) {
   MakeFile(file, "deep");
   test::SetTimes(u"C:\\Data\\inner", 9);
   test::SetTimes(u"C:\\Data", 7);
+  ASSERT_TRUE(win32::SetFileAttributesW(kVolume.c_str(), win32::FILE_ATTRIBUTE_HIDDEN | win32::FILE_ATTRIBUTE_SYSTEM));
   const auto before = Shown();
   const auto access = AccessOfAll();
   const std::string folder = test::Describe(u"C:\\Data");
+  const win32::DWORD attributes = test::Attributes(u"C:\\Data");
 
   const auto run = Redirect();
   EXPECT_EQ(run.exitCode, 0) << Utf8(run.log);
@@ -40,6 +42,7 @@ TEST_F(FolderOnVolume, GoesThereAndBackWithEverything) {
   EXPECT_TRUE(run.said.ends_with(u"Folder Redirection was successful."));
   EXPECT_TRUE(run.log.ends_with(u"Folder Redirection was successful."));
   ExpectRedirected();
+  EXPECT_EQ(test::Attributes(u"C:\\Data"), attributes | win32::FILE_ATTRIBUTE_REPARSE_POINT) << "not the root's";
   EXPECT_EQ(Record(u"Source"), u"C:\\Data");
   EXPECT_EQ(Record(u"Target"), kVolume);
   std::u16string mounted;
@@ -60,6 +63,7 @@ TEST_F(FolderOnVolume, GoesThereAndBackWithEverything) {
   ExpectPlain();
   EXPECT_EQ(Shown(), before);
   EXPECT_EQ(test::Describe(u"C:\\Data"), folder);
+  EXPECT_EQ(test::Attributes(u"C:\\Data"), attributes);
   EXPECT_EQ(AccessOfAll(), access);
   EXPECT_EQ(Contents(file), "deep");
   EXPECT_EQ(test::Names(kVolume.substr(0, kVolume.size() - 1)), (std::vector<std::u16string>{u"\\$RECYCLE.BIN"}));
@@ -78,7 +82,7 @@ TEST_F(FolderOnVolume, SurvivesARestartAndIsRemovedByAnyNameOfTheVolume) {
     EXPECT_EQ(Shown(), before);
   }
   EXPECT_EQ(Redirect().exitCode, 0);
-  EXPECT_EQ(RunProgram(*machine, {u"/RedirectFolder", kVolume, u"/vol:" + kVolume, u"/d"}).exitCode, 0);
+  EXPECT_EQ(Onto(kVolume, u"/d").exitCode, 0);
   ExpectPlain();
 }
 
@@ -89,7 +93,7 @@ TEST_F(FolderOnVolume, SymbolicLinksKeepTheirTextWhateverLetterTheVolumeHas) {
   ASSERT_TRUE(CreateSymbolicLinkEntry(u"C:\\Data\\folder", u"C:\\Data\\inner"));
   const auto before = Shown();
   for (const auto* const permissions : {u"/NTFS", u"/-NTFS"}) {
-    ASSERT_EQ(RunProgram(*machine, {u"/RedirectFolder", u"C:\\Data", u"/vol:" + kVolume, permissions}).exitCode, 0);
+    ASSERT_EQ(Onto(u"C:\\Data", permissions).exitCode, 0);
     EXPECT_EQ(test::Streams(u"C:\\Data\\link.txt").find("F:"), std::string::npos);
     ASSERT_TRUE(win32::SetVolumeMountPointW(u"F:\\", kVolume.c_str()));
     const auto run = Remove();
@@ -107,13 +111,13 @@ TEST_F(FolderOnVolume, TheNameStaysAsItIsOnTheDisk) {
     const win32::UniqueFind find{win32::FindFirstFileW(u"C:\\Data", &found)};
     return std::u16string(found.cFileName);
   };
-  ASSERT_EQ(RunProgram(*machine, {u"/RedirectFolder", u"c:\\DATA", u"/vol:" + kVolume}).exitCode, 0);
+  ASSERT_EQ(Onto(u"c:\\DATA").exitCode, 0);
   EXPECT_EQ(Utf8(name()), "Data");
   EXPECT_EQ(Record(u"Source"), u"C:\\Data");
-  ASSERT_EQ(RunProgram(*machine, {u"/RedirectFolder", u"c:\\data", u"/vol:" + kVolume, u"/d"}).exitCode, 0);
+  ASSERT_EQ(Onto(u"c:\\data", u"/d").exitCode, 0);
   EXPECT_EQ(Utf8(name()), "Data");
   machine->gate.FailCall("RegCreateKeyExW", 2, win32::ERROR_ACCESS_DENIED);  // the record: the folder is made again
-  EXPECT_EQ(RunProgram(*machine, {u"/RedirectFolder", u"c:\\DATA", u"/vol:" + kVolume}).exitCode, 1);
+  EXPECT_EQ(Onto(u"c:\\DATA").exitCode, 1);
   EXPECT_EQ(Utf8(name()), "Data");
   ExpectPlain();
 }
@@ -144,10 +148,10 @@ TEST_F(FolderOnVolume, InheritedAccessIsNoWiderOnTheVolumeAndFollowsTheFolderAga
   MakeFile(u"C:\\Closed\\Data\\secret.txt", "secret");
   const std::u16string folder = test::Security(u"C:\\Closed\\Data");
   const std::u16string secret = Access(u"C:\\Closed\\Data\\secret.txt");
-  ASSERT_EQ(RunProgram(*machine, {u"/RedirectFolder", u"C:\\Closed\\Data", u"/vol:" + kVolume}).exitCode, 0);
+  ASSERT_EQ(Onto(u"C:\\Closed\\Data").exitCode, 0);
   EXPECT_EQ(Access(u"C:\\Closed\\Data\\secret.txt"), secret);
   EXPECT_EQ(Access(kVolume), u"O:BA(A;OICI;FA;;;BA)(A;OICI;FA;;;SY)");
-  ASSERT_EQ(RunProgram(*machine, {u"/RedirectFolder", u"C:\\Closed\\Data", u"/vol:" + kVolume, u"/d"}).exitCode, 0);
+  ASSERT_EQ(Onto(u"C:\\Closed\\Data", u"/d").exitCode, 0);
   EXPECT_EQ(test::Security(u"C:\\Closed\\Data"), folder) << "with the marks of inheritance";
   EXPECT_EQ(Access(u"C:\\Closed\\Data\\secret.txt"), secret);
   EXPECT_EQ(Access(kVolume), rootAccess);
@@ -163,7 +167,7 @@ TEST_F(FolderOnVolume, AccessThatWasChangedMeanwhileStays) {
 
 TEST_F(FolderOnVolume, WithoutPermissionsTheRootKeepsItsOwn) {
   const std::u16string folder = Access(u"C:\\Data");
-  const auto run = RunProgram(*machine, {u"/RedirectFolder", u"C:\\Data", u"/vol:" + kVolume, u"/-NTFS"});
+  const auto run = Onto(u"C:\\Data", u"/-NTFS");
   ASSERT_EQ(run.exitCode, 0) << Utf8(run.log);
   EXPECT_EQ(Access(kVolume), rootAccess);
   ASSERT_EQ(Remove().exitCode, 0);
@@ -192,15 +196,6 @@ TEST_F(FolderOnVolume, WhatIsOnTheVolumeAppearsInTheFolder) {
   EXPECT_FALSE(Exists(kVolume + u"theirs.txt"));
 }
 
-TEST_F(FolderOnVolume, TheRootsAttributesAreNotTheFolders) {
-  ASSERT_TRUE(win32::SetFileAttributesW(kVolume.c_str(), win32::FILE_ATTRIBUTE_HIDDEN | win32::FILE_ATTRIBUTE_SYSTEM));
-  const win32::DWORD attributes = test::Attributes(u"C:\\Data");
-  ASSERT_EQ(Redirect().exitCode, 0);
-  EXPECT_EQ(test::Attributes(u"C:\\Data"), attributes | win32::FILE_ATTRIBUTE_REPARSE_POINT);
-  ASSERT_EQ(Remove().exitCode, 0);
-  EXPECT_EQ(test::Attributes(u"C:\\Data"), attributes);
-}
-
 TEST_F(FolderOnVolume, RefusesBeforeAnythingChanges) {
   const auto refused = [&](const std::u16string& source, const std::u16string& volume, const std::u16string& logged) {
     ExpectFailure(RunProgram(*machine, {u"/RedirectFolder", source, u"/vol:" + volume}), logged);
@@ -216,27 +211,22 @@ TEST_F(FolderOnVolume, RefusesBeforeAnythingChanges) {
   MakeFolder(longest + u"d");
   refused(longest + u"d", kVolume, u"exceeds the system-defined maximum length of 248 characters.");
   MakeFolder(longest);
-  EXPECT_EQ(RunProgram(*machine, {u"/RedirectFolder", longest, u"/vol:" + kVolume}).exitCode, 0);
-  EXPECT_EQ(RunProgram(*machine, {u"/RedirectFolder", longest, u"/vol:" + kVolume, u"/d"}).exitCode, 0);
-  MakeFolder(u"D:\\Mounted");
-  ASSERT_TRUE(MountVolume(u"D:\\Mounted", kVolume));
-  ExpectFailure(Redirect(), u"#ERROR: The selected volume " + kVolume + u" already mounted.");
-  EXPECT_EQ(MountPaths(), u"D:\\Mounted\\|");
-  EXPECT_EQ(Contents(u"C:\\Data\\one.txt"), "first");
-}
-
-TEST_F(FolderOnVolume, RemovalNeedsWhatWasRedirected) {
-  const auto refused = [&](const std::u16string& source, const std::u16string& logged) {
-    const auto run = RunProgram(*machine, {u"/RedirectFolder", source, u"/vol:" + kVolume, u"/d"});
+  EXPECT_EQ(Onto(longest).exitCode, 0);
+  EXPECT_EQ(Onto(longest, u"/d").exitCode, 0);
+  const auto notRemoved = [&](const std::u16string& source, const std::u16string& logged) {
+    const auto run = Onto(source, u"/d");
     EXPECT_EQ(run.exitCode, 1);
     EXPECT_EQ(run.said, kLogged + u"\nFolder Redirection Removal was not successful.");
     EXPECT_TRUE(run.Logged(logged)) << Utf8(run.log);
   };
-  refused(u"C:\\Data", u"#ERROR: Volume Path to Normal Path Conversion Failed.");
+  notRemoved(u"C:\\Data", u"#ERROR: Volume Path to Normal Path Conversion Failed.");
   MakeFolder(u"D:\\Mounted");
   ASSERT_TRUE(MountVolume(u"D:\\Mounted", kVolume));
-  refused(u"D:\\Mounted", u"#ERROR: Junction doesn't exists for Source = D:\\Mounted and Target = " + kVolume + u".");
+  ExpectFailure(Redirect(), u"#ERROR: The selected volume " + kVolume + u" already mounted.");
+  notRemoved(u"D:\\Mounted",
+             u"#ERROR: Junction doesn't exists for Source = D:\\Mounted and Target = " + kVolume + u".");
   EXPECT_EQ(MountPaths(), u"D:\\Mounted\\|");
+  EXPECT_EQ(Contents(u"C:\\Data\\one.txt"), "first");
 }
 
 TEST_F(FolderOnVolume, NestedRedirectionsKeepWorking) {
@@ -261,9 +251,9 @@ TEST_F(FolderOnVolume, SharesStayUnlessTheyAreNotWanted) {
   ASSERT_EQ(Remove().exitCode, 0);
   EXPECT_EQ(test::Shares(), both);
   machine->gate.FailCall("MoveFileW", 1, win32::ERROR_ACCESS_DENIED);
-  EXPECT_EQ(RunProgram(*machine, {u"/RedirectFolder", u"C:\\Data", u"/vol:" + kVolume, u"/-Share"}).exitCode, 1);
+  EXPECT_EQ(Onto(u"C:\\Data", u"/-Share").exitCode, 1);
   EXPECT_EQ(test::Shares(), both) << "taken back";
-  ASSERT_EQ(RunProgram(*machine, {u"/RedirectFolder", u"C:\\Data", u"/vol:" + kVolume, u"/-Share"}).exitCode, 0);
+  ASSERT_EQ(Onto(u"C:\\Data", u"/-Share").exitCode, 0);
   EXPECT_TRUE(test::Shares().empty());
 }
 

@@ -85,49 +85,37 @@ TEST_F(Nested, ARedirectedFolderMovesWithTheFolderAroundIt) {
   EXPECT_EQ(Contents(u"D:\\Work here\\Work\\w.txt"), "work");
 }
 
-TEST_F(Nested, TheLastRedirectionIsTakenBackFirst) {
-  RedirectAll();
-  Remove(u"C:\\Work", u"D:\\Work here");
-  EXPECT_EQ(AllRecords(), (Records{{u"1", {u"E:\\Team here\\Team\\Plans", u"D:\\Plans here\\Plans"}},
-                                   {u"2", {u"C:\\Work\\Team", u"E:\\Team here\\Team"}}}));
-  ExpectUsersNoticeNothing();
-  Remove(u"C:\\Work\\Team", u"E:\\Team here");
-  EXPECT_EQ(AllRecords(), (Records{{u"1", {u"C:\\Work\\Team\\Plans", u"D:\\Plans here\\Plans"}}}));
-  ExpectUsersNoticeNothing();
-  Remove(u"C:\\Work\\Team\\Plans", u"D:\\Plans here");
-  ExpectAllAsBefore();
-}
-
 // The records name the folders where they are now; the list shows these names, and they are what the removal takes.
-TEST_F(Nested, TheFirstRedirectionIsTakenBackFirst) {
-  RedirectAll();
-  const RunResult byOldName = Run({u"/RedirectFolder", u"C:\\Work\\Team\\Plans", u"/loc:D:\\Plans here", u"/d"});
-  EXPECT_EQ(byOldName.exitCode, 1);
-  EXPECT_TRUE(
-      byOldName.Logged(u"#ERROR: Junction doesn't exists for Source = C:\\Work\\Team\\Plans and Target = "
-                       u"D:\\Plans here."));
-  Remove(u"E:\\Team here\\Team\\Plans", u"D:\\Plans here");
-  EXPECT_EQ(AllRecords(), (Records{{u"2", {u"D:\\Work here\\Work\\Team", u"E:\\Team here\\Team"}},
-                                   {u"3", {u"C:\\Work", u"D:\\Work here\\Work"}}}));
-  ExpectUsersNoticeNothing();
-  Remove(u"D:\\Work here\\Work\\Team", u"E:\\Team here");
-  EXPECT_EQ(AllRecords(), (Records{{u"3", {u"C:\\Work", u"D:\\Work here\\Work"}}}));
-  ExpectUsersNoticeNothing();
-  Remove(u"C:\\Work", u"D:\\Work here");
-  ExpectAllAsBefore();
-}
-
-TEST_F(Nested, TheMiddleRedirectionIsTakenBackFirst) {
-  RedirectAll();
-  Remove(u"D:\\Work here\\Work\\Team", u"E:\\Team here");
-  EXPECT_EQ(AllRecords(), (Records{{u"1", {u"D:\\Work here\\Work\\Team\\Plans", u"D:\\Plans here\\Plans"}},
-                                   {u"3", {u"C:\\Work", u"D:\\Work here\\Work"}}}));
-  ExpectUsersNoticeNothing();
-  Remove(u"C:\\Work", u"D:\\Work here");
-  EXPECT_EQ(AllRecords(), (Records{{u"1", {u"C:\\Work\\Team\\Plans", u"D:\\Plans here\\Plans"}}}));
-  ExpectUsersNoticeNothing();
-  Remove(u"C:\\Work\\Team\\Plans", u"D:\\Plans here");
-  ExpectAllAsBefore();
+TEST_F(Nested, EachMayBeTakenBackFirst) {
+  const std::u16string plans = u"D:\\Plans here\\Plans", team = u"E:\\Team here\\Team", work = u"D:\\Work here\\Work";
+  struct Step {
+    std::u16string folder, location;
+    Records left;
+  };
+  const std::vector<Step> orders[] = {
+      {{u"C:\\Work", u"D:\\Work here", {{u"1", {team + u"\\Plans", plans}}, {u"2", {u"C:\\Work\\Team", team}}}},
+       {u"C:\\Work\\Team", u"E:\\Team here", {{u"1", {u"C:\\Work\\Team\\Plans", plans}}}},
+       {u"C:\\Work\\Team\\Plans", u"D:\\Plans here", {}}},
+      {{team + u"\\Plans", u"D:\\Plans here", {{u"2", {work + u"\\Team", team}}, {u"3", {u"C:\\Work", work}}}},
+       {work + u"\\Team", u"E:\\Team here", {{u"3", {u"C:\\Work", work}}}},
+       {u"C:\\Work", u"D:\\Work here", {}}},
+      {{work + u"\\Team", u"E:\\Team here", {{u"1", {work + u"\\Team\\Plans", plans}}, {u"3", {u"C:\\Work", work}}}},
+       {u"C:\\Work", u"D:\\Work here", {{u"1", {u"C:\\Work\\Team\\Plans", plans}}}},
+       {u"C:\\Work\\Team\\Plans", u"D:\\Plans here", {}}}};
+  for (const auto& order : orders) {
+    RedirectAll();
+    const RunResult byOldName = Run({u"/RedirectFolder", u"C:\\Work\\Team\\Plans", u"/loc:D:\\Plans here", u"/d"});
+    EXPECT_EQ(byOldName.exitCode, 1);
+    EXPECT_TRUE(
+        byOldName.Logged(u"#ERROR: Junction doesn't exists for Source = C:\\Work\\Team\\Plans and Target = "
+                         u"D:\\Plans here."));
+    for (const auto& [folder, location, left] : order) {
+      Remove(folder, location);
+      EXPECT_EQ(AllRecords(), left) << Utf8(folder);
+      ExpectUsersNoticeNothing();
+    }
+    ExpectAllAsBefore();
+  }
 }
 
 // The other way in: the folder inside is redirected, where it now is, after the one around it.
@@ -272,20 +260,13 @@ TEST_F(Shared, SharesFollowTheDataThereAndBack) {
                                     {u"deep2", u"D:\\Target\\Data\\a\\b\\Deep"},
                                     {u"neighbour", u"C:\\Database"}}));
   for (const auto& [name, path] : test::Shares()) EXPECT_TRUE(Exists(path)) << Utf8(name);
-  Remove(u"C:\\Data", u"D:\\Target");
-  Shares after = before;
-  after[u"deep2"] = u"C:\\Data\\a\\b\\Deep";  // the folder's own spelling
-  EXPECT_EQ(test::Shares(), after);
-}
-
-// The folder that held the contents goes, so its own share follows them.
-TEST_F(Shared, AShareOfTheTargetFollowsTheRemoval) {
-  Redirect(u"C:\\Data", u"D:\\Target");
   test::Share(u"target", u"d:\\target\\DATA");
   Remove(u"C:\\Data", u"D:\\Target");
-  EXPECT_EQ(test::Shares()[u"target"], u"C:\\Data");
-  EXPECT_EQ(test::Shares()[u"root"], u"C:\\Data");
   EXPECT_FALSE(Exists(u"D:\\Target\\Data"));
+  Shares after = before;
+  after[u"target"] = u"C:\\Data";             // the folder that held the contents goes, so its own share follows them
+  after[u"deep2"] = u"C:\\Data\\a\\b\\Deep";  // the folder's own spelling
+  EXPECT_EQ(test::Shares(), after);
 }
 
 TEST_F(Shared, AShareThatCannotFollowKeepsItsFolder) {

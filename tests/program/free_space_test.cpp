@@ -7,12 +7,7 @@
 namespace {
 
 using namespace win32;
-using test::Lines, test::MakeFile, test::MakeFolder;
-
-std::u16string NoRoom(const std::u16string& path) {
-  return u"#ERROR: There is not enough free disk space on target " + path +
-         u". Browse to a different location or delete one or more files to free disk space, and try again.";
-}
+using test::Lines, test::MakeFile, test::MakeFolder, test::NoRoom;
 
 class FreeSpace : public test::ValidationTest {
  protected:

@@ -11,37 +11,30 @@ using test::Lines, test::MakeFile, test::MakeFolder;
 const std::u16string kNoDriveNumber = u"#ERROR: Unable to get Drive Number for path  = ";
 const std::u16string kSuccess = u"The operation completed successfully.";
 
-Lines Missing(const std::u16string& path) {
-  return {u"#ERROR: The selected folder " + path + u" does not exist.The system cannot find the file specified."};
+// The one line about a path.
+auto About(const char16_t* before, const char16_t* after) {
+  return [line = test::About(before, after)](const std::u16string& path) { return Lines{line(path)}; };
 }
-Lines Invalid(const std::u16string& path) { return {u"#ERROR:Invalid path : " + path}; }
-Lines NoDrive(const std::u16string& path) { return {u"#ERROR: " + path + u" - The specified drive does not exists."}; }
+const auto Missing =
+    About(u"#ERROR: The selected folder ", u" does not exist.The system cannot find the file specified.");
+const auto Invalid = About(u"#ERROR:Invalid path : ", u"");
+const auto NoDrive = About(u"#ERROR: ", u" - The specified drive does not exists.");
+const auto Root =
+    About(u"#ERROR: ", u" - A folder is required for folder redirection. Browse to a different location.");
+const auto NotNtfs = About(u"#ERROR: Folder ", u" must be on NTFS formatted volume. Browse to a different location.");
+const auto Network = About(u"#ERROR: The selected folder ",
+                           u" is a UNC path representing a network resource. Browse to a different location.");
+const auto NoDirectory = About(u"#ERROR: The specified path ", u" is not a valid directory path.");
+const auto TooLong =
+    About(u"#ERROR: The specified path ",
+          u" exceeds the system-defined maximum length of 248 characters. Browse to a different location.");
+const auto WrongDrive =
+    About(u"#ERROR: Folder ", u" must be on fixed or removable drive. Browse to a different location.");
+const auto System =
+    About(u"#ERROR: ", u" - Cannot redirect from or to Windows system folders. Browse to a different location.");
+const auto Relative = About(u"#ERROR: The selected folder ", u" is a relative path. Browse to a different location");
 Lines DrivesUntold(const std::u16string& path) {
   return {u"#ERROR: Unable to get Logical Drive Strings.", NoDrive(path).front()};
-}
-Lines Root(const std::u16string& path) {
-  return {u"#ERROR: " + path + u" - A folder is required for folder redirection. Browse to a different location."};
-}
-Lines NotNtfs(const std::u16string& path) {
-  return {u"#ERROR: Folder " + path + u" must be on NTFS formatted volume. Browse to a different location."};
-}
-Lines Network(const std::u16string& path) {
-  return {u"#ERROR: The selected folder " + path +
-          u" is a UNC path representing a network resource. Browse to a different location."};
-}
-Lines NoDirectory(const std::u16string& path) {
-  return {u"#ERROR: The specified path " + path + u" is not a valid directory path."};
-}
-Lines TooLong(const std::u16string& path) {
-  return {u"#ERROR: The specified path " + path +
-          u" exceeds the system-defined maximum length of 248 characters. Browse to a different location."};
-}
-Lines WrongDrive(const std::u16string& path) {
-  return {u"#ERROR: Folder " + path + u" must be on fixed or removable drive. Browse to a different location."};
-}
-Lines System(const std::u16string& path) {
-  return {u"#ERROR: " + path +
-          u" - Cannot redirect from or to Windows system folders. Browse to a different location."};
 }
 // A path without a drive letter: asked twice (environment names may hide the letter), then named for what it is.
 Lines Driveless(const std::u16string& path, const Lines& kind) {
@@ -49,9 +42,6 @@ Lines Driveless(const std::u16string& path, const Lines& kind) {
                  NoDrive(path).front()};
   lines.insert(lines.end(), kind.begin(), kind.end());
   return lines;
-}
-Lines Relative(const std::u16string& path) {
-  return {u"#ERROR: The selected folder " + path + u" is a relative path. Browse to a different location"};
 }
 
 // A path of so many characters below a drive's root, in components that a directory can hold.
@@ -91,21 +81,16 @@ class PathRules : public test::ValidationTest {
 TEST_F(PathRules, ForSourcesOneByOne) {
   MakeFile(u"C:\\file", "x");
   MakeFolder(u"E:\\x");
-  ExpectForSources({{u"C:\\Data", passed},
-                    {u"c:\\dATA\\", passed},
-                    {u"\\\\?\\C:\\Data", passed},
-                    {u"C:\\Data ", passed},
-                    {u"C:\\missing", Missing(u"C:\\missing")},
-                    {u"Q:\\x",
-                     {u"#ERROR: The selected folder Q:\\x does not exist.The system cannot find the path "
-                      u"specified."}},
-                    {u"C:Data", Invalid(u"C:Data")},
-                    {u"C:/Data", Invalid(u"C:/Data")},
-                    {u"C:\\", Root(u"C:\\")},
-                    {u"c:", Invalid(u"c:")},
-                    {u"\\\\?\\C:\\", Root(u"\\\\?\\C:\\")},
-                    {u"C:\\file", NoDirectory(u"C:\\file")},
-                    {u"C:\\Windows", System(u"C:\\Windows")}});
+  for (const char16_t* path : {u"C:\\Data", u"c:\\dATA\\", u"\\\\?\\C:\\Data", u"C:\\Data "})
+    ExpectForSources({{path, passed}});
+  for (const char16_t* path : {u"C:Data", u"C:/Data", u"c:"}) ExpectForSources({{path, Invalid(path)}});
+  ExpectForSources(
+      {{u"C:\\missing", Missing(u"C:\\missing")},
+       {u"Q:\\x", {u"#ERROR: The selected folder Q:\\x does not exist.The system cannot find the path specified."}},
+       {u"C:\\", Root(u"C:\\")},
+       {u"\\\\?\\C:\\", Root(u"\\\\?\\C:\\")},
+       {u"C:\\file", NoDirectory(u"C:\\file")},
+       {u"C:\\Windows", System(u"C:\\Windows")}});
   ExpectWithoutDrives(u"C:\\Data", DrivesUntold(u"C:\\Data"));
   EXPECT_LINES(Refusal([] { return ValidateSourcePath(nullptr); }), Lines{u"#ERROR: Input path missing."});
   for (const char16_t* fileSystem : {u"FAT", u"FAT32", u"exFAT", u"CDFS", u"NTFS5"}) {
@@ -166,46 +151,29 @@ TEST_F(PathRules, LengthsCountToTheCharacter) {
 
 TEST_F(PathRules, ForTargets) {
   MakeFile(u"D:\\file", "x");
-  AddDrive(u'F', DRIVE_REMOVABLE, u"NTFS");
-  AddDrive(u'G', DRIVE_REMOTE, u"NTFS");
-  AddDrive(u'H', DRIVE_CDROM, u"CDFS");
-  AddDrive(u'I', DRIVE_CDROM, u"NTFS");
-  AddDrive(u'J', DRIVE_FIXED, u"FAT");
-  AddDrive(u'K', DRIVE_REMOVABLE, u"exFAT");
-  AddDrive(u'L', DRIVE_REMOVABLE, u"");  // no medium
-  AddDrive(u'M', DRIVE_REMOTE, u"FAT32");
-  const std::u16string longPath = PathOf(247, u'I');
-  ExpectForTargets({{u"D:\\Target", passed},
-                    {u"d:\\target\\", passed},
-                    {u"D:\\New", passed},
-                    {u"D:\\New \\", passed},
-                    {u"D:\\", passed},
-                    {u"D:", Invalid(u"D:")},
-                    {u"C:\\Windows", passed},
-                    {u"F:\\x", passed},
-                    {u"D:New", Invalid(u"D:New")},
-                    {u"Q:New", Invalid(u"Q:New")},
-                    {u"Q:\\x", NoDrive(u"Q:\\x")},
-                    {u"\\\\?\\Q:\\x", NoDrive(u"\\\\?\\Q:\\x")},
-                    {u"G:\\x", Network(u"G:\\x")},
-                    {u"H:\\x", NotNtfs(u"H:\\x")},
-                    {u"I:\\x", WrongDrive(u"I:\\x")},
-                    {longPath, TooLong(longPath)},
-                    {u"J:\\x", NotNtfs(u"J:\\x")},
-                    {u"K:\\x", NotNtfs(u"K:\\x")},
-                    {u"L:\\x", NotNtfs(u"L:\\x")},
-                    {u"M:\\x", NotNtfs(u"M:\\x")},
-                    {u"D:\\file", NoDirectory(u"D:\\file")},
-                    {u"\\\\server\\share", Driveless(u"\\\\server\\share", Network(u"\\\\server\\share"))},
-                    {u"\\\\?\\UNC\\server\\share\\x",
-                     Driveless(u"\\\\?\\UNC\\server\\share\\x", Network(u"\\\\?\\UNC\\server\\share\\x"))},
-                    {u"\\\\.\\C:\\x", Driveless(u"\\\\.\\C:\\x", Network(u"\\\\.\\C:\\x"))},
-                    {u"folder\\new", Driveless(u"folder\\new", Relative(u"folder\\new"))},
-                    {u"  folder", Driveless(u"  folder", Relative(u"  folder"))},
-                    {u"", Driveless(u"", Relative(u""))},
-                    {u"\\new", Driveless(u"\\new", {})},
-                    {u" D:\\New", Driveless(u" D:\\New", {})},
-                    {u"\"D:\\New\"", Driveless(u"\"D:\\New\"", {})}});
+  const std::tuple<char16_t, UINT, const char16_t*> drives[] = {
+      {u'F', DRIVE_REMOVABLE, u"NTFS"}, {u'G', DRIVE_REMOTE, u"NTFS"}, {u'H', DRIVE_CDROM, u"CDFS"},
+      {u'I', DRIVE_CDROM, u"NTFS"},     {u'J', DRIVE_FIXED, u"FAT"},   {u'K', DRIVE_REMOVABLE, u"exFAT"},
+      {u'L', DRIVE_REMOVABLE, u""},     {u'M', DRIVE_REMOTE, u"FAT32"}};  // no medium in L:
+  for (const auto& [letter, type, fileSystem] : drives) AddDrive(letter, type, fileSystem);
+  const auto expect = [&](const std::function<Lines(const std::u16string&)>& lines,
+                          const std::vector<std::u16string>& paths) {
+    for (const std::u16string& path : paths) ExpectForTargets({{path, lines(path)}});
+  };
+  expect([&](const std::u16string&) { return passed; },
+         {u"D:\\Target", u"d:\\target\\", u"D:\\New", u"D:\\New \\", u"D:\\", u"C:\\Windows", u"F:\\x"});
+  expect(Invalid, {u"D:", u"D:New", u"Q:New"});
+  expect(NoDrive, {u"Q:\\x", u"\\\\?\\Q:\\x"});
+  expect(Network, {u"G:\\x"});
+  expect(NotNtfs, {u"H:\\x", u"J:\\x", u"K:\\x", u"L:\\x", u"M:\\x"});
+  expect(WrongDrive, {u"I:\\x"});
+  expect(TooLong, {PathOf(247, u'I')});
+  expect(NoDirectory, {u"D:\\file"});
+  expect([](const std::u16string& path) { return Driveless(path, Network(path)); },
+         {u"\\\\server\\share", u"\\\\?\\UNC\\server\\share\\x", u"\\\\.\\C:\\x"});
+  expect([](const std::u16string& path) { return Driveless(path, Relative(path)); },
+         {u"folder\\new", u"  folder", u""});
+  expect([](const std::u16string& path) { return Driveless(path, {}); }, {u"\\new", u" D:\\New", u"\"D:\\New\""});
   EXPECT_LINES(
       LinesOf([] { ValidateTargetPath(u"D:\\New"); }),
       Lines{u"#INFO: The selected target folder D:\\New does not exist. Ignoring PathIsDirectory validation."});

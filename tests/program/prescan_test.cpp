@@ -9,24 +9,15 @@
 namespace {
 
 using namespace win32;
-using test::Lines, test::MakeFile, test::MakeFolder;
+using test::About, test::InUse, test::Lines, test::MakeFile, test::MakeFolder;
 
-std::u16string Unreadable(const std::u16string& path) {
-  return u"#ERROR: " + path + u" - Insufficient permissions. The minimum permissions requirement is read & execute.";
-}
-std::u16string UnreadableButAllowed(const std::u16string& path) {
-  return u"#INFO: " + path + u" - Insufficient permissions but allowing it anyways (special case).";
-}
-std::u16string Locked(const std::u16string& path) { return u"#INFO: " + path + u" - File or Folder is locked."; }
-std::u16string LockedButAllowed(const std::u16string& path) {
-  return u"#INFO: " + path + u" - Folder locked but allowing it anyways (special case).";
-}
-std::u16string NotAccessible(const std::u16string& path) { return u"#INFO: " + path + u" - File is not accessible."; }
-std::u16string InUse(const std::u16string& path) {
-  return u"#ERROR: " + path +
-         u" - File or folder is used by another process.  Close any application that might be using the file or folder "
-         u"and try again.";
-}
+const auto Unreadable =
+    About(u"#ERROR: ", u" - Insufficient permissions. The minimum permissions requirement is read & execute.");
+const auto UnreadableButAllowed =
+    About(u"#INFO: ", u" - Insufficient permissions but allowing it anyways (special case).");
+const auto Locked = About(u"#INFO: ", u" - File or Folder is locked.");
+const auto LockedButAllowed = About(u"#INFO: ", u" - Folder locked but allowing it anyways (special case).");
+const auto NotAccessible = About(u"#INFO: ", u" - File is not accessible.");
 
 LockedPaths LockedList(const Lines& paths) {
   LockedPaths locked;

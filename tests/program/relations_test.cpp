@@ -5,25 +5,18 @@
 namespace {
 
 using namespace win32;
-using test::Lines, test::MakeFolder;
+using test::About, test::BelowRedirected, test::Lines, test::MakeFolder, test::NoRoom;
 
-std::u16string Redirected(const std::u16string& path) {
-  return u"#ERROR: The folder " + path + u" is already redirected. Browse to a different location.";
-}
-std::u16string Symbolic(const std::u16string& path) {
-  return u"#ERROR: The folder " + path + u" is Symbolic Link. Browse to a different location.";
-}
-std::u16string BelowRedirected(const std::u16string& path) {
-  return u"#ERROR: The parent folder of " + path + u" is already redirected. Browse to a different location.";
-}
-std::u16string BelowSymbolic(const std::u16string& path) {
-  return u"#ERROR: The parent folder of " + path + u" is Symbolic Link. Browse to a different location.";
-}
-std::u16string CannotBeMade(const std::u16string& path) {
-  return u"#ERROR: The target folder " + path +
-         u" can not be created. Insufficient permissions. The minimum permissions requirement to create the target "
-         u"folder is full control.";
-}
+const auto Redirected = About(u"#ERROR: The folder ", u" is already redirected. Browse to a different location.");
+const auto Symbolic = About(u"#ERROR: The folder ", u" is Symbolic Link. Browse to a different location.");
+const auto BelowSymbolic =
+    About(u"#ERROR: The parent folder of ", u" is Symbolic Link. Browse to a different location.");
+const auto CannotBeMade = About(u"#ERROR: The target folder ",
+                                u" can not be created. Insufficient permissions. The minimum permissions requirement "
+                                u"to create the target folder is full control.");
+// Not a refusal: the question whether something is a junction, asked of what does not exist.
+const auto Unread =
+    About(u"#ERROR: Unable to get File Attributes for path = ", u"The system cannot find the file specified.");
 std::u16string Same(const std::u16string& from, const std::u16string& to) {
   return u"Checking source folder equals to target.\nSource: " + from + u" Target: " + to +
          u" #ERROR: Cannot redirect when Source and Target folder are the same. Browse to a different location.";
@@ -31,14 +24,6 @@ std::u16string Same(const std::u16string& from, const std::u16string& to) {
 std::u16string Inside(const std::u16string& from, const std::u16string& to) {
   return u"Checking source folder contained in target.\nSource: " + from + u" Target: " + to +
          u" #ERROR: Cannot redirect within the same Source folder. Browse to a different location.";
-}
-std::u16string NoRoom(const std::u16string& path) {
-  return u"#ERROR: There is not enough free disk space on target " + path +
-         u". Browse to a different location or delete one or more files to free disk space, and try again.";
-}
-// Not a refusal: the question whether something is a junction, asked of what does not exist.
-std::u16string Unread(const std::u16string& path) {
-  return u"#ERROR: Unable to get File Attributes for path = " + path + u"The system cannot find the file specified.";
 }
 
 // Below C:\Links, "junction" and "symbolic" lead to D:\Other, and a volume is mounted on "mounted"; each shows a folder
@@ -71,48 +56,41 @@ class Relations : public test::ValidationTest {
           << emulated::Utf8(each.source) << " to " << emulated::Utf8(each.target);
     }
   }
+  void ExpectBothWays(const std::u16string& path, const Lines& lines, RelationOptions options = {}) {
+    Expect({{path, target, lines}, {source, path, lines}}, options);
+  }
 };
 
 TEST_F(Relations, LinksOnEitherSide) {
-  const auto from = [&](const std::u16string& path, const Lines& lines) { return Case{path, target, lines}; };
-  const auto to = [&](const std::u16string& path, const Lines& lines) { return Case{source, path, lines}; };
-  Expect({from(source, passed), from(u"C:\\Links\\junction", {Redirected(u"C:\\Links\\junction")}),
-          from(u"C:\\Links\\symbolic", {Symbolic(u"C:\\Links\\symbolic")}),
-          from(u"C:\\Links\\mounted", {Redirected(u"C:\\Links\\mounted")}),
-          from(u"C:\\Links\\junction\\sub", {BelowRedirected(u"C:\\Links\\junction\\sub")}),
-          from(u"C:\\Links\\symbolic\\sub", {BelowSymbolic(u"C:\\Links\\symbolic\\sub")}),
-          from(u"C:\\Links\\mounted\\sub", {BelowRedirected(u"C:\\Links\\mounted\\sub")}),
-          // A backslash at the end makes a folder the first of those above itself.
-          from(u"C:\\Links\\junction\\", {Redirected(u"C:\\Links\\junction\\")}),
-          from(u"\\\\?\\C:\\Links\\junction\\sub", {BelowRedirected(u"\\\\?\\C:\\Links\\junction\\sub")}),
-          to(u"C:\\Links\\junction", {Redirected(u"C:\\Links\\junction")}),
-          to(u"C:\\Links\\symbolic", {Symbolic(u"C:\\Links\\symbolic")}),
-          to(u"C:\\Links\\mounted", {Redirected(u"C:\\Links\\mounted")}),
-          to(u"C:\\Links\\junction\\sub", {BelowRedirected(u"C:\\Links\\junction\\sub")}),
-          to(u"C:\\Links\\symbolic\\sub", {BelowSymbolic(u"C:\\Links\\symbolic\\sub")}),
-          to(u"C:\\Links\\mounted\\sub", {BelowRedirected(u"C:\\Links\\mounted\\sub")}),
-          to(u"C:\\Links\\junction\\new",
-             {Unread(u"C:\\Links\\junction\\new"), BelowRedirected(u"C:\\Links\\junction\\new")})});
+  for (const char16_t* path : {u"C:\\Links\\junction", u"C:\\Links\\mounted"}) ExpectBothWays(path, {Redirected(path)});
+  for (const char16_t* path : {u"C:\\Links\\junction\\sub", u"C:\\Links\\mounted\\sub"})
+    ExpectBothWays(path, {BelowRedirected(path)});
+  ExpectBothWays(u"C:\\Links\\symbolic", {Symbolic(u"C:\\Links\\symbolic")});
+  ExpectBothWays(u"C:\\Links\\symbolic\\sub", {BelowSymbolic(u"C:\\Links\\symbolic\\sub")});
+  // A backslash at the end makes a folder the first of those above itself.
+  Expect({{source, target, passed},
+          {u"C:\\Links\\junction\\", target, {Redirected(u"C:\\Links\\junction\\")}},
+          {u"\\\\?\\C:\\Links\\junction\\sub", target, {BelowRedirected(u"\\\\?\\C:\\Links\\junction\\sub")}},
+          {source,
+           u"C:\\Links\\junction\\new",
+           {Unread(u"C:\\Links\\junction\\new"), BelowRedirected(u"C:\\Links\\junction\\new")}}});
 }
 
 // In a profile operation symbolic links are let through, and a mounted volume is a folder like any other.
 TEST_F(Relations, LinksOfProfiles) {
-  for (const RelationOptions& options :
-       {RelationOptions{.sourceIsRedirectedProfile = true}, RelationOptions{.quietSystemFolder = true}})
-    Expect({{u"C:\\Links\\junction", target, {Redirected(u"C:\\Links\\junction")}},
-            {u"C:\\Links\\symbolic", target, passed},
+  const RelationOptions redirected{.sourceIsRedirectedProfile = true}, quiet{.quietSystemFolder = true};
+  for (const RelationOptions& options : {redirected, quiet}) {
+    for (const char16_t* path : {u"C:\\Links\\mounted\\sub", u"C:\\Links\\symbolic\\sub"})
+      ExpectBothWays(path, passed, options);
+    ExpectBothWays(u"C:\\Links\\junction", {Redirected(u"C:\\Links\\junction")}, options);
+    ExpectBothWays(u"C:\\Links\\junction\\sub", {BelowRedirected(u"C:\\Links\\junction\\sub")}, options);
+    Expect({{u"C:\\Links\\symbolic", target, passed},
             {u"C:\\Links\\mounted", target, passed},
-            {u"C:\\Links\\junction\\sub", target, {BelowRedirected(u"C:\\Links\\junction\\sub")}},
-            {u"C:\\Links\\symbolic\\sub", target, passed},
-            {u"C:\\Links\\mounted\\sub", target, passed},
-            {source, u"C:\\Links\\junction", {Redirected(u"C:\\Links\\junction")}},
-            {source, u"C:\\Links\\mounted", {Redirected(u"C:\\Links\\mounted")}},
-            {source, u"C:\\Links\\junction\\sub", {BelowRedirected(u"C:\\Links\\junction\\sub")}},
-            {source, u"C:\\Links\\symbolic\\sub", passed},
-            {source, u"C:\\Links\\mounted\\sub", passed}},
+            {source, u"C:\\Links\\mounted", {Redirected(u"C:\\Links\\mounted")}}},
            options);
-  Expect({{source, u"C:\\Links\\symbolic", passed}}, {.sourceIsRedirectedProfile = true});
-  Expect({{source, u"C:\\Links\\symbolic", {Symbolic(u"C:\\Links\\symbolic")}}}, {.quietSystemFolder = true});
+  }
+  Expect({{source, u"C:\\Links\\symbolic", passed}}, redirected);
+  Expect({{source, u"C:\\Links\\symbolic", {Symbolic(u"C:\\Links\\symbolic")}}}, quiet);
   // excludeMountedVolume is about the target alone, and not about one that comes back from a redirection.
   Expect({{source, u"C:\\Links\\mounted", passed},
           {u"C:\\Links\\mounted", target, {Redirected(u"C:\\Links\\mounted")}},
@@ -134,28 +112,23 @@ TEST_F(Relations, WhatIsALinkIsNotExaminedFurther) {
 }
 
 TEST_F(Relations, EveryRuleSpeaksInItsOrder) {
+  const std::u16string junction = u"C:\\Links\\junction", symbolic = u"C:\\Links\\symbolic";
+  const std::u16string inner = symbolic + u"\\inner", deep = inner + u"\\deep", sub = junction + u"\\sub";
   ASSERT_EQ(CreateJunction(u"D:\\Other\\inner", u"D:\\Target"), 1);
   MakeFolder(u"D:\\Target\\deep");
   // Above both lie a junction and a symbolic link; neither hides the other.
-  Expect({{u"C:\\Links\\symbolic\\inner\\deep",
-           u"C:\\Links\\symbolic\\inner\\deep",
-           {BelowRedirected(u"C:\\Links\\symbolic\\inner\\deep"), BelowSymbolic(u"C:\\Links\\symbolic\\inner\\deep"),
-            BelowRedirected(u"C:\\Links\\symbolic\\inner\\deep"), BelowSymbolic(u"C:\\Links\\symbolic\\inner\\deep"),
-            Same(u"C:\\Links\\symbolic\\inner\\deep", u"C:\\Links\\symbolic\\inner\\deep")}},
+  Expect({{deep,
+           deep,
+           {BelowRedirected(deep), BelowSymbolic(deep), BelowRedirected(deep), BelowSymbolic(deep), Same(deep, deep)}},
           // What is a link itself is not asked for links above it, and is left where it stands.
-          {u"C:\\Links\\symbolic\\inner", target, {Redirected(u"C:\\Links\\symbolic\\inner")}},
-          {u"C:\\Links\\junction",
-           u"C:\\Links\\junction",
-           {Redirected(u"C:\\Links\\junction"), Redirected(u"C:\\Links\\junction")}},
-          {u"C:\\Links\\symbolic",
-           u"C:\\Links\\symbolic",
-           {Symbolic(u"C:\\Links\\symbolic"), Symbolic(u"C:\\Links\\symbolic"),
-            Same(u"C:\\Links\\symbolic", u"C:\\Links\\symbolic")}},
+          {inner, target, {Redirected(inner)}},
+          {junction, junction, {Redirected(junction), Redirected(junction)}},
+          {symbolic, symbolic, {Symbolic(symbolic), Symbolic(symbolic), Same(symbolic, symbolic)}},
           // A target that is a symbolic link ends the questions about what is above, of the source as well.
-          {u"C:\\Links\\junction\\sub", u"C:\\Links\\symbolic", {Symbolic(u"C:\\Links\\symbolic")}}});
+          {sub, symbolic, {Symbolic(symbolic)}}});
   // Without the target's rules, those of the source and of the two places are left.
-  Expect({{u"C:\\Links\\junction\\sub", u"C:\\Links\\junction", {BelowRedirected(u"C:\\Links\\junction\\sub")}, true},
-          {source, u"C:\\Links\\junction\\sub", passed, true},
+  Expect({{sub, junction, {BelowRedirected(sub)}, true},
+          {source, sub, passed, true},
           {source, source, {Same(source, source)}, true},
           {source, u"c:\\data\\x", {Inside(source, u"c:\\data\\x")}, true},
           {source, u"", passed, true},
@@ -188,24 +161,22 @@ TEST_F(Relations, TheTargetMustBeOpenToTheUser) {
 TEST_F(Relations, TheTwoPlaces) {
   MakeFolder(u"C:\\Data\\inner");
   MakeFolder(u"C:\\Database");
+  for (const auto& [from, to] : {std::pair(u"C:\\Data", u"c:\\DATA"), {u"C:\\Data\\", u"C:\\Data"}})
+    Expect({{from, to, {Same(from, to)}, true}});
   const std::u16string longPath = source + u"\\" + std::u16string(120, u'a') + u"\\" + std::u16string(150, u'b');
-  Expect({{source, u"c:\\DATA", {Same(source, u"c:\\DATA")}, true},
-          {u"C:\\Data\\", u"C:\\Data", {Same(u"C:\\Data\\", u"C:\\Data")}, true},
-          {u"\"C:\\Data\"",
+  for (const std::u16string& to :
+       {std::u16string(u"C:\\Data\\"), std::u16string(u"C:\\DATA\\missing\\x"), longPath,
+        std::u16string(u"C:\\Windows\\..\\Data\\x"), std::u16string(u"\\\\?\\C:\\Data\\inner")})
+    Expect({{source, to, {Inside(source, to)}, true}});
+  for (const char16_t* to : {u"C:\\Database", u"C:\\Database\\x", u"\\\\server\\share\\Data"})
+    Expect({{source, to, passed, true}});
+  Expect({{u"\"C:\\Data\"",
            u" C:\\Data\\x ",
            {u"#ERROR: Unable to get File Attributes for path = \"C:\\Data\"The system cannot find the path specified.",
             Inside(u"\"C:\\Data\"", u" C:\\Data\\x ")},
-           1},
-          {source, u"C:\\Data\\", {Inside(source, u"C:\\Data\\")}, true},
-          {source, u"C:\\DATA\\missing\\x", {Inside(source, u"C:\\DATA\\missing\\x")}, true},
-          {source, longPath, {Inside(source, longPath)}, true},
-          {source, u"C:\\Windows\\..\\Data\\x", {Inside(source, u"C:\\Windows\\..\\Data\\x")}, true},
-          {source, u"\\\\?\\C:\\Data\\inner", {Inside(source, u"\\\\?\\C:\\Data\\inner")}, true},
+           true},
           {u"C:\\", u"c:\\Data\\x", {Inside(u"C:\\", u"c:\\Data\\x")}, true},
           {u"C:", u"C:\\Data", {Inside(u"C:", u"C:\\Data")}, true},
-          {source, u"C:\\Database", passed, true},
-          {source, u"C:\\Database\\x", passed, true},
-          {source, u"\\\\server\\share\\Data", passed, true},
           {u"C:\\Data\\inner", source, passed}});
 }
 

@@ -44,6 +44,11 @@ std::u16string Document(const std::u16string& content) {
   return u"<?xml version=\"1.0\"?>\r\n" + Element(u"VelmoraQuillbayConfig", content) + u"\r\n";
 }
 
+// With the file's content.
+struct Config : CQBConfig {
+  Config() { EXPECT_EQ(Init(), 1); }
+};
+
 class ServiceConfig : public test::Engine {
  protected:
   ServiceConfig() { test::UseProgramModule(*machine); }
@@ -102,8 +107,7 @@ TEST_F(ServiceConfig, IsCreatedFromTheDefaultAndCompleted) {
 }
 
 TEST_F(ServiceConfig, LoadsOnce) {
-  CQBConfig config;
-  ASSERT_EQ(config.Init(), 1);
+  Config config;
   ASSERT_EQ(config.SetOutDir(true, u"D:\\Keys"), 1);
   EXPECT_EQ(config.Init(), 0);
   EXPECT_EQ(config.IsOutDirEnabled(), 1);
@@ -117,20 +121,17 @@ TEST_F(ServiceConfig, LoadsOnce) {
 }
 
 TEST_F(ServiceConfig, IsFoundBesideTheServicesExecutable) {
-  const auto found = [this](const std::u16string& commandLine) {
+  for (const auto& [commandLine, expected] :
+       {std::pair(u"\"C:\\My Service\\s.exe\" -x -y", u"C:\\My Service\\ServiceConfig.xml"),
+        {u"C:\\My Service\\s.exe -x", u"C:\\My Service\\ServiceConfig.xml"},
+        {u"C:\\s.exe", u"C:\\ServiceConfig.xml"},
+        {u"service.exe", u"(none)"},
+        {u"\"C:\\New\\Place\\s.exe\"", u"C:\\New\\Place\\ServiceConfig.xml"}}) {
     machine->services().Install(u"QuillbayService", commandLine, win32::SERVICE_AUTO_START);
     std::u16string path;
-    return CQBConfig::GetConfigFilePath(path) ? path : u"(none)";
-  };
-  EXPECT_EQ(found(u"\"C:\\My Service\\s.exe\" -x -y"), u"C:\\My Service\\ServiceConfig.xml");
-  EXPECT_EQ(found(u"C:\\My Service\\s.exe -x"), u"C:\\My Service\\ServiceConfig.xml");
-  EXPECT_EQ(found(u"C:\\s.exe"), u"C:\\ServiceConfig.xml");
-  EXPECT_EQ(found(u"service.exe"), u"(none)");
-}
-
-TEST_F(ServiceConfig, AMissingFolderIsMade) {
-  machine->services().Install(u"QuillbayService", u"\"C:\\New\\Place\\s.exe\"", win32::SERVICE_AUTO_START);
-  EXPECT_EQ(CQBConfig().Init(), 1);
+    EXPECT_EQ(CQBConfig::GetConfigFilePath(path) ? path : u"(none)", expected);
+  }
+  EXPECT_EQ(CQBConfig().Init(), 1) << "a missing folder is made";
   EXPECT_TRUE(test::Exists(u"C:\\New\\Place\\ServiceConfig.xml"));
 }
 
@@ -166,8 +167,7 @@ TEST_F(ServiceConfig, FilesOfOddSizesAndWithoutDeclarationAreRead) {
   for (const std::string& file :
        {bytes, bytes + '\n', bytes + std::string("\n\0\n", 3), "xx" + bytes.substr(2), bytes + std::string(7, '\0')}) {
     PutFile(file);
-    CQBConfig config;
-    ASSERT_EQ(config.Init(), 1);
+    Config config;
     EXPECT_EQ(config.MonitoredKeys(), std::vector<std::u16string>{kSoftware + u"A"});
     EXPECT_EQ(test::Contents(kPath), file);
   }
@@ -183,73 +183,53 @@ TEST_F(ServiceConfig, WhatCannotBeCompletedIsNotBegun) {
   machine->gate.FailCallsFrom("CreateInstance", 1, win32::ERROR_MOD_NOT_FOUND);
   EXPECT_EQ(CQBConfig().Init(), 0);
   machine->gate.ClearFailures();
+  const auto resources = machine->module.resources;
   machine->module.resources.clear();
   EXPECT_EQ(CQBConfig().Init(), 0);
   EXPECT_EQ(test::Contents(kPath), "rubbish");
   EXPECT_TRUE(Logged(u"CQBConfig::Init: failed to load config file; Create default config failed"));
-}
-
-TEST_F(ServiceConfig, ADefaultThatCannotBeReadIsNotTriedForEver) {
-  static const unsigned char rubbish[] = {0xff, 0xfe, 'x', 0, 'y', 0};
-  for (auto& resource : machine->module.resources)
-    if (resource.type == u"BINARY") resource.data = rubbish;
-  EXPECT_EQ(CQBConfig().Init(), 0);
-  EXPECT_TRUE(Logged(u"CQBConfig::Init: could not find config file. Create default config failed"));
-}
-
-TEST_F(ServiceConfig, AFailedSaveOfTheDefaultIsLoggedWithItsError) {
+  machine->module.resources = resources;
   machine->gate.FailCall("SetEndOfFile", 1, win32::ERROR_DISK_FULL);
   EXPECT_EQ(CQBConfig().Init(), 0);
   EXPECT_TRUE(Logged(u"CQBConfig::Save: failed to save config file:\nThere is not enough space on the disk."));
+  static const unsigned char rubbish[] = {0xff, 0xfe, 'x', 0, 'y', 0};
+  for (auto& resource : machine->module.resources)
+    if (resource.type == u"BINARY") resource.data = rubbish;
+  EXPECT_EQ(CQBConfig().Init(), 0) << "what cannot be read is not tried for ever";
 }
 
 TEST_F(ServiceConfig, TheLocationIsSetAndTakenAway) {
-  {
-    CQBConfig config;
-    ASSERT_EQ(config.Init(), 1);
-    EXPECT_EQ(config.SetOutDir(true, u"D:\\A & <B>"), 1);
-    EXPECT_FALSE(Has(u"D:\\A"));  // nothing reaches the disk before Save
-    EXPECT_EQ(config.Save(), 1);
-  }
-  int status = 0;
-  std::u16string baseDir;
-  {
-    CQBConfig config;
-    ASSERT_EQ(config.Init(), 1);
-    EXPECT_EQ(config.IsOutDirEnabled(), 1);
+  for (const std::u16string location : {u"D:\\A & <B>", u""}) {
+    const bool enable = !location.empty();
+    {
+      Config config;
+      EXPECT_EQ(config.SetOutDir(enable, enable ? location : u"ignored"), 1);
+      EXPECT_EQ(Has(u"D:\\A"), !enable) << "nothing reaches the disk before Save";
+      EXPECT_EQ(config.Save(), 1);
+    }
+    Config config;
+    EXPECT_EQ(config.IsOutDirEnabled(), enable);
+    int status = 9;
+    std::u16string baseDir;
     ASSERT_EQ(config.GetOutDir(status, baseDir), 1);
-    EXPECT_EQ(status, 1);
-    EXPECT_EQ(baseDir, u"D:\\A & <B>");
-    EXPECT_EQ(config.SetOutDir(false, u"ignored"), 1);
-    EXPECT_EQ(config.Save(), 1);
+    EXPECT_EQ(std::pair(status, baseDir), std::pair(enable ? 1 : 0, location));
   }
-  CQBConfig config;
-  ASSERT_EQ(config.Init(), 1);
-  ASSERT_EQ(config.GetOutDir(status, baseDir), 1);
-  EXPECT_EQ(status, 0);
-  EXPECT_EQ(baseDir, u"");
 }
 
 TEST_F(ServiceConfig, TheStatusIsComparedAsText) {
-  const auto status = [this](const std::u16string& text) {
+  for (const auto& [text, status, enabled] :
+       {std::tuple(u"0", 0, 0), {u"1", 1, 1}, {u" 1", -1, 0}, {u"", -1, 0}, {u"01", 1, 0}}) {
     PutDocument(Element(u"OutDir", Element(u"Status", text) + Element(u"BaseDir", u"")));
-    CQBConfig config;
-    EXPECT_EQ(config.Init(), 1);
+    Config config;
     int value = 9;
     std::u16string baseDir;
     EXPECT_EQ(config.GetOutDir(value, baseDir), 1);
-    return std::pair(value, config.IsOutDirEnabled());
-  };
-  EXPECT_EQ(status(u"0"), std::pair(0, 0));
-  EXPECT_EQ(status(u"1"), std::pair(1, 1));
-  EXPECT_EQ(status(u" 1"), std::pair(-1, 0));
-  EXPECT_EQ(status(u""), std::pair(-1, 0));
-  EXPECT_EQ(status(u"01"), std::pair(1, 0));
+    EXPECT_EQ(std::pair(value, config.IsOutDirEnabled()), std::pair(status, enabled));
+  }
 }
 
 TEST_F(ServiceConfig, ProfileSettingsAreReadAndWrittenOneByOne) {
-  CQBConfig config;
-  ASSERT_EQ(config.Init(), 1);
+  Config config;
   EXPECT_EQ(config.SetUserProfileRedirection(u"1", u"D:\\Profiles", nullptr), 1);
   EXPECT_EQ(config.SetUserProfileRedirection(nullptr, nullptr, nullptr), 1);
   std::u16string folder, status, profiles;
@@ -261,8 +241,7 @@ TEST_F(ServiceConfig, ProfileSettingsAreReadAndWrittenOneByOne) {
 TEST_F(ServiceConfig, MissingElementsMakeOperationsFailAndAreNotCreated) {
   PutDocument(Element(u"OutDir", Element(u"Status", u"0") + Element(u"BaseDir", u"x")) +
               Element(u"UserProfileRedirection", Element(u"DefaultNewUserProfileDirectory", u"D:\\P")));
-  CQBConfig config;
-  ASSERT_EQ(config.Init(), 1);
+  Config config;
   int status = 0;
   std::u16string text, type;
   EXPECT_EQ(config.GetOutDir(status, text), 1);
@@ -273,8 +252,7 @@ TEST_F(ServiceConfig, MissingElementsMakeOperationsFailAndAreNotCreated) {
   EXPECT_EQ(config.GetUserProfileRedirection(&text, nullptr, nullptr), 1);
   EXPECT_EQ(text, u"D:\\P");  // the one after the first that failed
   PutDocument(u"");
-  CQBConfig empty;
-  ASSERT_EQ(empty.Init(), 1);
+  Config empty;
   EXPECT_EQ(empty.GetOutDir(status, text) + empty.SetOutDir(true, u"x") + empty.IsOutDirEnabled(), 0);
   EXPECT_EQ(empty.SetUserProfileRedirection(u"1", nullptr, nullptr), 0);
   ASSERT_EQ(empty.Save(), 1);
@@ -282,8 +260,7 @@ TEST_F(ServiceConfig, MissingElementsMakeOperationsFailAndAreNotCreated) {
 }
 
 TEST_F(ServiceConfig, KeysAreAddedWithTheirBackupFiles) {
-  CQBConfig config;
-  ASSERT_EQ(config.Init(), 1);
+  Config config;
   EXPECT_EQ(config.AddRegKey(u"hkey_local_machine\\Software\\X"), 1);
   EXPECT_EQ(config.AddRegKey(kSoftware + u"Y & Z"), 1);
   EXPECT_EQ(config.MonitoredKeys(),
@@ -302,15 +279,13 @@ TEST_F(ServiceConfig, KeysAreAddedWithTheirBackupFiles) {
     EXPECT_EQ(file.find_first_not_of(u"0123456789ABCDEF-"), 36u);
     EXPECT_TRUE(file.ends_with(u".bak"));
   }
-  CQBConfig again;
-  ASSERT_EQ(again.Init(), 1);
+  Config again;
   EXPECT_EQ(again.MonitoredKeys(),
             (std::vector<std::u16string>{u"HKEY_LOCAL_MACHINE\\Software\\X", kSoftware + u"Y & Z"}));
 }
 
 TEST_F(ServiceConfig, NamesOutsideTheMachineHiveAreRefused) {
-  CQBConfig config;
-  ASSERT_EQ(config.Init(), 1);
+  Config config;
   const std::u16string before = LogText();
   for (const std::u16string name :
        {u"", u"HKEY_LOCAL_MACHINE", u"HKEY_LOCAL_MACHINEX\\SOFTWARE\\A", u"HKLM\\SOFTWARE\\A",
@@ -326,12 +301,10 @@ TEST_F(ServiceConfig, NamesOutsideTheMachineHiveAreRefused) {
 TEST_F(ServiceConfig, AnUnknownKeyIsNotRemoved) {
   PutDocument(Element(u"RegistryKeysToMonitor", RegKey(u"HKEY_LOCAL_MACHINE", u"SOFTWARE\\A")));
   const std::u16string before = Text();
-  CQBConfig config;
-  ASSERT_EQ(config.Init(), 1);
+  Config config;
   EXPECT_EQ(config.RemoveRegKey(kSoftware + u"AB"), 0);
   EXPECT_TRUE(Logged(u"key path not found in list :- HKEY_LOCAL_MACHINE\\SOFTWARE\\AB"));
-  ASSERT_EQ(config.Save(), 1);
-  EXPECT_EQ(Text(), before);
+  EXPECT_TRUE(config.Save() && Text() == before);
 }
 
 TEST_F(ServiceConfig, DuplicatesLeaveTheDocumentTogetherAndTheListOneByOne) {
@@ -340,8 +313,7 @@ TEST_F(ServiceConfig, DuplicatesLeaveTheDocumentTogetherAndTheListOneByOne) {
                                                     Element(u"RegKey", Element(u"BaseKey", u"HKEY_LOCAL_MACHINE")) +
                                                     RegKey(u"HKEY_CURRENT_USER", u"SOFTWARE\\A") +
                                                     RegKey(u"HKEY_LOCAL_MACHINE", u"SOFTWARE\\B\u00c4")));
-  CQBConfig config;
-  ASSERT_EQ(config.Init(), 1);
+  Config config;
   ASSERT_EQ(config.MonitoredKeys().size(), 4u);
   EXPECT_EQ(config.RemoveRegKey(kSoftware + u"a"), 1);
   ASSERT_EQ(config.MonitoredKeys().size(), 3u);
@@ -359,8 +331,7 @@ TEST_F(ServiceConfig, ParentsAndChildrenAreToldByWholeComponents) {
   PutDocument(Element(u"RegistryKeysToMonitor", RegKey(u"HKEY_LOCAL_MACHINE", u"software\\a\\b") +
                                                     RegKey(u"HKEY_LOCAL_MACHINE", u"SOFTWARE\\AB") +
                                                     RegKey(u"HKEY_LOCAL_MACHINE", u"SOFTWARE\\A\\c\\d")));
-  CQBConfig config;
-  ASSERT_EQ(config.Init(), 1);
+  Config config;
   std::vector<std::u16string> children{u"kept"};
   EXPECT_EQ(config.GetChildKeys(kSoftware + u"A", children), 1);
   EXPECT_EQ(children,
@@ -378,8 +349,7 @@ TEST_F(ServiceConfig, ParentsAndChildrenAreToldByWholeComponents) {
 }
 
 TEST_F(ServiceConfig, AFailedSaveTellsWhyAndKeepsWhatItCan) {
-  CQBConfig config;
-  ASSERT_EQ(config.Init(), 1);
+  Config config;
   const std::string before = test::Contents(kPath);
   ASSERT_EQ(config.SetOutDir(true, u"D:\\Keys"), 1);
   {

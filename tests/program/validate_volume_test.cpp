@@ -6,7 +6,7 @@
 namespace {
 
 using namespace win32;
-using test::Contents, test::Lines, test::MakeFile, test::MakeFolder;
+using test::BelowRedirected, test::Contents, test::InUse, test::Lines, test::MakeFile, test::MakeFolder;
 
 class VolumeRules : public test::ValidationTest {
  protected:
@@ -81,36 +81,24 @@ TEST_F(VolumeRules, AllAreTriedInTheirOrder) {
   MakeFile(source + u"\\busy", "x");
   const auto held = HoldOpen(source + u"\\busy", GENERIC_READ, 0);
   ASSERT_EQ(CreateJunction(u"C:\\Data\\above", u"C:\\Windows"), 1);
-  EXPECT_LINES(RefusedMove(source.c_str()),
-               Lines{notNtfs, mounted, notWritable,
-                     u"#ERROR: C:\\Data\\busy - File or folder is used by another process.  Close any application that "
-                     u"might be using the file or folder and try again."});
+  EXPECT_LINES(RefusedMove(source.c_str()), Lines{notNtfs, mounted, notWritable, InUse(u"C:\\Data\\busy")});
   const std::u16string below = u"C:\\Data\\above\\Logs";
-  EXPECT_LINES(RefusedMove(below.c_str()), Lines{notNtfs, mounted, notWritable,
-                                                 u"#ERROR: The parent folder of " + below +
-                                                     u" is already redirected. Browse to a different location."});
+  EXPECT_LINES(RefusedMove(below.c_str()), Lines{notNtfs, mounted, notWritable, BelowRedirected(below)});
 }
 
 // With a volume that nothing is wrong with, each of the others decides alone.
 TEST_F(VolumeRules, TheSourceAloneIsRefusedToo) {
-  const auto inUse = [](const std::u16string& path) {
-    return Lines{
-        u"#ERROR: " + path +
-        u" - File or folder is used by another process.  Close any application that might be using the file or "
-        u"folder and try again."};
-  };
   ASSERT_EQ(CreateJunction(u"C:\\above", u"C:\\Windows"), 1);
   const std::u16string below = u"C:\\above\\Logs";
-  EXPECT_LINES(RefusedMove(below.c_str()), Lines{u"#ERROR: The parent folder of " + below +
-                                                 u" is already redirected. Browse to a different location."});
+  EXPECT_LINES(RefusedMove(below.c_str()), Lines{BelowRedirected(below)});
   MakeFile(source + u"\\busy", "x");
   const auto file = HoldOpen(source + u"\\busy", GENERIC_READ, 0);
-  EXPECT_LINES(RefusedMove(source.c_str()), inUse(source + u"\\busy"));
+  EXPECT_LINES(RefusedMove(source.c_str()), Lines{InUse(source + u"\\busy")});
   machine->files().CloseForeign(file);
   EXPECT_LINES(RefusedMove(source.c_str()), passed);
   MakeFolder(source + u"\\held");
   const auto folder = HoldOpen(source + u"\\held", GENERIC_READ, 7);
-  EXPECT_LINES(RefusedMove(source.c_str()), inUse(source + u"\\held"));  // that only the handle table tells
+  EXPECT_LINES(RefusedMove(source.c_str()), Lines{InUse(source + u"\\held")});  // that only the handle table tells
 }
 
 TEST_F(VolumeRules, TheSourceMayFillTheVolumeToTheLastByte) {

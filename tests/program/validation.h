@@ -16,6 +16,19 @@ namespace test {
 
 using Lines = std::vector<std::u16string>;
 
+// Makes the line about a path.
+inline auto About(const char16_t* before, const char16_t* after) {
+  return [=](const std::u16string& path) { return before + path + after; };
+}
+inline const auto NoRoom = About(u"#ERROR: There is not enough free disk space on target ",
+                                 u". Browse to a different location or delete one or more files to free disk space, "
+                                 u"and try again.");
+inline const auto BelowRedirected =
+    About(u"#ERROR: The parent folder of ", u" is already redirected. Browse to a different location.");
+inline const auto InUse = About(u"#ERROR: ",
+                                u" - File or folder is used by another process.  Close any application that might be "
+                                u"using the file or folder and try again.");
+
 class ValidationTest : public Engine {
  protected:
   explicit ValidationTest(const MachineFacts& facts = {}) : Engine(facts) { UseProgramModule(*machine); }
