@@ -113,30 +113,17 @@ class AccountPictures : public ::testing::Test {
 TEST_F(AccountPictures, ServiceIsRestartedToldAndRestartedAgain) {
   SetRegistryLocation(true);
   EXPECT_TRUE(Update());
-  EXPECT_EQ(happened,
-            (Lines{"Start UpdateUserAccountImagesIfRequiredSvc(). Pic folder: C:\\Shared\\Public\\AccountPictures",
-                   "Going to stop QBService as it's already running.",
-                   "[stopped]",
-                   "1000",
-                   "5000",
-                   "Going to start QBService...",
-                   "[started]",
-                   "10000",
-                   "Restarted QBService successfully.",
-                   "(hPipe != INVALID_HANDLE_VALUE)",
-                   "1000",
-                   "2-(hPipe != INVALID_HANDLE_VALUE)",
-                   "Send command successfully to service",
-                   "In UpdateUserAccountImagesIfRequiredSvc(). Going to wait for 5 seconds.",
-                   "5000",
-                   "Going to stop QBService",
-                   "[stopped]",
-                   "1000",
-                   "5000",
-                   "Going to start QBService again",
-                   "[started]",
-                   "After starting QBService",
-                   "\nExit UpdateUserAccountImagesIfRequiredSvc()\n"}));
+  std::string all;
+  for (const std::string& line : happened) all += line + "|";
+  EXPECT_EQ(all,
+            "Start UpdateUserAccountImagesIfRequiredSvc(). Pic folder: C:\\Shared\\Public\\AccountPictures|"
+            "Going to stop QBService as it's already running.|[stopped]|1000|5000|"
+            "Going to start QBService...|[started]|10000|Restarted QBService successfully.|"
+            "(hPipe != INVALID_HANDLE_VALUE)|1000|2-(hPipe != INVALID_HANDLE_VALUE)|"
+            "Send command successfully to service|"
+            "In UpdateUserAccountImagesIfRequiredSvc(). Going to wait for 5 seconds.|5000|"
+            "Going to stop QBService|[stopped]|1000|5000|Going to start QBService again|[started]|"
+            "After starting QBService|\nExit UpdateUserAccountImagesIfRequiredSvc()\n|");
   EXPECT_EQ(records, Lines{Record("UpdateImgPath|C:\\Shared\\Public|D:\\Profiles\\Public")});
   EXPECT_EQ(opens, 2);
   EXPECT_FALSE(server->mayImpersonate) << "whoever has made a pipe of that name";

@@ -2,7 +2,6 @@
 #include "links/junction.h"
 #include "program/validation.h"
 #include "validate/free_space.h"
-#include "win32/handle.h"
 
 namespace {
 
@@ -21,15 +20,6 @@ class FreeSpace : public test::ValidationTest {
     ULARGE_INTEGER available{};
     EXPECT_TRUE(GetDiskFreeSpaceExW(folder.c_str(), &available, nullptr, nullptr));
     return available.QuadPart;
-  }
-  // A file of this size without its data on the disk.
-  static void MakeHole(const std::u16string& path, std::uint64_t size) {
-    const UniqueFile file{CreateFileW(path.c_str(), GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS, 0, nullptr)};
-    DWORD returned = 0;
-    ASSERT_TRUE(DeviceIoControl(file.get(), FSCTL_SET_SPARSE, nullptr, 0, nullptr, 0, &returned, nullptr));
-    LONG high = static_cast<LONG>(size >> 32);
-    SetFilePointer(file.get(), static_cast<LONG>(size & 0xFFFFFFFF), &high, FILE_BEGIN);
-    ASSERT_TRUE(SetEndOfFile(file.get()));
   }
   Lines RefusedRoom(const std::u16string& from, const std::u16string& to) {
     return Refusal([&] { return HasEnoughFreeSpace(from.c_str(), to.c_str()); });

@@ -61,11 +61,7 @@ TEST_F(Keelroom, KnowsItsDrives) {
 }
 
 TEST_F(Keelroom, TakesTheValueAsItStands) {
-  const struct {
-    win32::DWORD type;
-    Bytes data;
-    const char16_t* drive;
-  } cases[] = {
+  const std::tuple<win32::DWORD, Bytes, const char16_t*> cases[] = {
       {win32::REG_SZ, {'T', 0, ':', 0}, u"T:"},            // no terminator
       {win32::REG_SZ, {'T', 0, ':', 0, 0}, u"T:"},         // half of one
       {win32::REG_SZ, {'T', 0, ':'}, u"T"},                // half of the colon

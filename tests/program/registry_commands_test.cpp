@@ -51,9 +51,8 @@ class RegistryCommands : public ::testing::Test {
   }
 
   RunResult Location(std::initializer_list<std::u16string> words) {
-    std::vector<std::u16string> all{u"/RedirectRegKeyLocation"};
-    all.insert(all.end(), words);
-    return all.size() == 1 ? RunProgram(*machine, {all[0]}) : RunProgram(*machine, {all[0], all[1]});
+    return words.size() == 0 ? RunProgram(*machine, {u"/RedirectRegKeyLocation"})
+                             : RunProgram(*machine, {u"/RedirectRegKeyLocation", *words.begin()});
   }
   RunResult SetLocation(const std::u16string& location = u"D:\\Registry") { return Location({u"/loc:" + location}); }
   RunResult SetVolume() { return Location({u"/vol:" + kVolume}); }

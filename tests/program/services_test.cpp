@@ -4,12 +4,10 @@
 #include <limits>
 
 #include "probes/privileges.h"
-#include "probes/rimehold_status.h"
 #include "probes/services.h"
 #include "probes/windows_version.h"
 #include "report/log.h"
 #include "support/program.h"
-#include "workstation/product.h"
 #include "win32/emulated/registry/registry.h"
 #include "win32/emulated/registry/services.h"
 
@@ -77,15 +75,6 @@ TEST_F(Probes, StopsAndStartsAnyService) {
   EXPECT_FALSE(IsServiceRunning(nullptr));
 }
 
-TEST_F(Probes, FindsTheRedirectFolderBesideRimehold) {
-  std::u16string path = u"untouched";
-  EXPECT_FALSE(GetRegRedirectPath(path));
-  EXPECT_EQ(path, u"untouched");
-  workstation::InstallRimehold(*machine, u"Thawed");
-  EXPECT_TRUE(GetRegRedirectPath(path));
-  EXPECT_EQ(path, u"C:\\Program Files (x86)\\Velmora\\Rimehold\\RegRedirect");
-}
-
 TEST_F(Probes, TellsAdministratorsFromOthers) {
   const emulated::Sid user = emulated::SidFromText(u"S-1-5-21-1-2-3-1001");
   EXPECT_TRUE(IsUserAdministrator());
@@ -120,14 +109,11 @@ TEST_F(Probes, EnablesAllPrivilegesAtOnceOrNone) {
 }
 
 TEST_F(Probes, NamesTheVersionOfWindows) {
-  struct {
-    win32::DWORD major, minor;
-    int code;
-    bool vista, eight, ten;
-  } const cases[] = {{5, 0, 4, false, false, false}, {5, 1, 3, false, false, false}, {5, 2, 2, false, false, false},
-                     {6, 0, 1, true, false, false},  {6, 1, 5, true, false, false},  {6, 2, 6, true, true, false},
-                     {6, 3, 7, true, true, false},   {10, 0, 7, true, true, true},   {7, 0, 0, true, true, false},
-                     {11, 0, 0, true, true, false}};
+  const std::tuple<win32::DWORD, win32::DWORD, int, bool, bool, bool> cases[] = {
+      {5, 0, 4, false, false, false}, {5, 1, 3, false, false, false}, {5, 2, 2, false, false, false},
+      {6, 0, 1, true, false, false},  {6, 1, 5, true, false, false},  {6, 2, 6, true, true, false},
+      {6, 3, 7, true, true, false},   {10, 0, 7, true, true, true},   {7, 0, 0, true, true, false},
+      {11, 0, 0, true, true, false}};
   for (const auto& [major, minor, code, vista, eight, ten] : cases) {
     machine->majorVersion = major;
     machine->minorVersion = minor;

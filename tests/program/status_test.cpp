@@ -90,22 +90,18 @@ TEST_F(CommandLineTest, ShowsHelpAndVersion) {
 TEST_F(CommandLineTest, ShowsRimeholdsStatus) {
   EXPECT_EQ(RunProgram(*machine, {u"/GetRHStatus"}).exitCode, 1);
   const std::u16string key = u"HKLM\\SOFTWARE\\Velmora\\Rimehold 6";
-  struct {
-    const char16_t* value;
-    int code;
-    unsigned message;
-  } const cases[] = {{u"frozen", 2, 132},
-                     {u"FROZEN", 2, 132},
-                     {u"Thawed", 3, 133},
-                     {u"Thawed and Locked", 4, 134},
-                     {u"maintenance mode", 5, 135},
-                     {u"seed", 6, 136},
-                     {u"applying batch file", 7, 176},
-                     {u"Applying Windows Update", 8, 177},
-                     {u"Thawed Period", 9, 178},
-                     {u"locked", 1, 131},
-                     {u"", 1, 131},
-                     {u"frozen ", 1, 131}};
+  const std::tuple<const char16_t*, int, unsigned> cases[] = {{u"frozen", 2, 132},
+                                                              {u"FROZEN", 2, 132},
+                                                              {u"Thawed", 3, 133},
+                                                              {u"Thawed and Locked", 4, 134},
+                                                              {u"maintenance mode", 5, 135},
+                                                              {u"seed", 6, 136},
+                                                              {u"applying batch file", 7, 176},
+                                                              {u"Applying Windows Update", 8, 177},
+                                                              {u"Thawed Period", 9, 178},
+                                                              {u"locked", 1, 131},
+                                                              {u"", 1, 131},
+                                                              {u"frozen ", 1, 131}};
   for (const auto& [value, code, message] : cases) {
     machine->registry().SetText(key, u"RH Status", value);
     const auto run = RunProgram(*machine, {u"/getrhstatus"});

@@ -84,12 +84,8 @@ TEST_F(UpdateCheck, SendsTheDocumentAsTheServerKnowsIt) {
 }
 
 TEST_F(UpdateCheck, TheCommandPrintsTheAnswerAndExitsWithIt) {
-  struct {
-    const char* body;
-    int code;
-    unsigned message;
-  } const cases[] = {{kLatestMarker, 0, 165}, {kUpdateMarker, 1, 164}, {"", 2, 166}};
-  for (const auto& [body, code, message] : cases) {
+  for (const auto& [body, code, message] :
+       {std::tuple(kLatestMarker, 0, 165u), {kUpdateMarker, 1, 164u}, {"", 2, 166u}}) {
     const HttpServer server(HttpReply("200 OK", body));
     const auto run = test::RunProgram(*machine, {u"/CheckForUpdate"});
     EXPECT_EQ(run.exitCode, code);

@@ -13,9 +13,6 @@ const std::u16string kNoPaths =
     u"#ERROR: There was an error during path validation. Error message: Source Or Target path missing.";
 const std::u16string kUnreadable =
     u" - Insufficient permissions. The minimum permissions requirement is read & execute.";
-const std::u16string kInUse =
-    u" - File or folder is used by another process.  Close any application that might be using the file or folder and "
-    u"try again.";
 
 class RedirectionPaths : public test::ValidationTest {
  protected:
@@ -64,7 +61,7 @@ TEST_F(RedirectionPaths, AFailedSourceEndsItAndAFailedTargetDoesNot) {
   EXPECT_LINES(Refusal(u"C:\\", u"D:\\file"),
                Lines{u"#ERROR: C:\\ - A folder is required for folder redirection. Browse to a different location."});
   const RedirectionOptions opensOnly{.prescan = false};  // nobody is asked for the handles of others
-  const Lines busy = {u"#INFO: C:\\Data\\busy - File is not accessible.", u"#ERROR: C:\\Data\\busy" + kInUse};
+  const Lines busy = {u"#INFO: C:\\Data\\busy - File is not accessible.", test::InUse(u"C:\\Data\\busy")};
   EXPECT_LINES(Logged(source.c_str(), target.c_str(), opensOnly), busy);
   EXPECT_LINES(Logged(source.c_str(), u"D:\\file", opensOnly),
                Lines{u"#ERROR: The specified path D:\\file is not a valid directory path.", busy[0], busy[1]});

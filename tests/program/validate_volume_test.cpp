@@ -1,7 +1,6 @@
 // The rules for a volume that is to be mounted in a folder's place.
 #include "links/junction.h"
 #include "program/validation.h"
-#include "win32/handle.h"
 
 namespace {
 
@@ -106,12 +105,7 @@ TEST_F(VolumeRules, TheSourceMayFillTheVolumeToTheLastByte) {
   ULARGE_INTEGER room{};
   ASSERT_TRUE(GetDiskFreeSpaceExW(volume.c_str(), &room, nullptr, nullptr));
   for (const unsigned more : {0u, 1u}) {
-    UniqueFile file{CreateFileW(u"C:\\Data\\hole", GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS, 0, nullptr)};
-    DWORD returned = 0;
-    ASSERT_TRUE(DeviceIoControl(file.get(), FSCTL_SET_SPARSE, nullptr, 0, nullptr, 0, &returned, nullptr));
-    SetFilePointer(file.get(), static_cast<LONG>(room.QuadPart + more), nullptr, FILE_BEGIN);
-    ASSERT_TRUE(SetEndOfFile(file.get()));
-    file.reset();
+    MakeHole(u"C:\\Data\\hole", room.QuadPart + more);
     EXPECT_LINES(RefusedMove(source.c_str()),
                  more == 0 ? passed : Lines{u"#ERROR: Volume " + volume + u" doesn't have enough free disk space."});
   }

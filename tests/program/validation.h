@@ -11,6 +11,7 @@
 #include "validate/relations.h"
 #include "validate/validate.h"
 #include "win32/emulated/text.h"
+#include "win32/handle.h"
 
 namespace test {
 
@@ -65,6 +66,17 @@ class ValidationTest : public Engine {
   }
   Lines Refusal(const char16_t* from, const char16_t* to, const RedirectionOptions& options = {}) {
     return Refusal([&] { return ValidateRedirectionPaths(from, to, options); });
+  }
+
+  // A file of this size without its data on the disk.
+  static void MakeHole(const std::u16string& path, std::uint64_t size) {
+    using namespace win32;
+    const UniqueFile file{CreateFileW(path.c_str(), GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS, 0, nullptr)};
+    DWORD returned = 0;
+    EXPECT_TRUE(DeviceIoControl(file.get(), FSCTL_SET_SPARSE, nullptr, 0, nullptr, 0, &returned, nullptr));
+    LONG high = static_cast<LONG>(size >> 32);
+    SetFilePointer(file.get(), static_cast<LONG>(size & 0xFFFFFFFF), &high, FILE_BEGIN);
+    EXPECT_TRUE(SetEndOfFile(file.get()));
   }
 
   // A drive that is known by name alone.
