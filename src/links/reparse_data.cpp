@@ -82,7 +82,8 @@ ReparseData MountPointData(std::u16string_view substituteName, std::u16string_vi
   std::memcpy(data.data(), &head, sizeof head);
   std::memcpy(data.data() + sizeof head, &names, sizeof names);
   std::memcpy(data.data() + kMountPointNames, substituteName.data(), nameBytes);
-  std::memcpy(data.data() + kMountPointNames + names.PrintNameOffset, printName.data(), printBytes);
+  if (printBytes != 0)
+    std::memcpy(data.data() + kMountPointNames + names.PrintNameOffset, printName.data(), printBytes);
   return data;
 }
 
