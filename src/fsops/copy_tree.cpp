@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <exception>
+#include <functional>
 #include <map>
 #include <set>
 #include <utility>
@@ -91,7 +92,9 @@ class TreeCopy {
   bool SaveRoots();
   bool SaveSource(const TreeEntry& entry);
   bool SaveStanding(const TreeEntry& entry, const std::u16string& target, const Look& look);
+  bool MayMerge(const TreeListing& listing) const;
   bool MayStandOn(const TreeEntry& entry, const std::u16string& target, const Look& look) const;
+  bool MayReplace(const TreeEntry& link, const std::u16string& newLink, const Look& look) const;
   bool IsTaken(const TreeEntry& entry, const std::u16string& target, const Look& look) const;
   bool IsOther(const std::u16string& target) const;
   bool CopyItem(const TreeEntry& entry, const std::u16string& target, const Look& look);
@@ -157,6 +160,31 @@ bool TreeCopy::MayStandOn(const TreeEntry& entry, const std::u16string& target, 
   if (look.IsReparsePoint() && !bringsBack_ && IsVolumeMountPoint(target.c_str())) return false;
   if (entry.IsLink()) return targetIsLink || IsEmptyFolder(target);
   return !targetIsLink && (entry.IsDirectory() || !HasOtherNames(target));
+}
+
+// A symbolic link takes the place of another link only.
+bool TreeCopy::MayReplace(const TreeEntry& link, const std::u16string& newLink, const Look& look) const {
+  return !IsTaken(link, newLink, look) && LinkTagAt(newLink) != 0 && !IsVolumeMountPoint(newLink.c_str());
+}
+
+// What overwrites files is not taken back: whatever stands in the way of a merge is looked for before. (Two items of
+// the source that become one are met on the way.)
+bool TreeCopy::MayMerge(const TreeListing& listing) const {
+  if (flags_.continueOnError || bringsBack_) return true;
+  std::set<std::u16string, std::less<>> merged{roots_.sourceBase()};  // folders of the source that stand at the target
+  for (const TreeEntry& entry : listing.entries) {
+    if (!merged.contains(WithoutExtendedPrefix(ParentPath(entry.path)))) continue;
+    const std::u16string target = roots_.TargetOf(entry.path);
+    const Look look = LookAt(target);
+    if (look.IsGone()) continue;
+    if (!look.IsThere() ||
+        !(entry.IsSymbolicLink() ? MayReplace(entry, target, look) : MayStandOn(entry, target, look))) {
+      Failed(entry, target);
+      return false;
+    }
+    if (entry.IsDirectory() && !entry.IsLink()) merged.emplace(WithoutExtendedPrefix(entry.path));
+  }
+  return true;
 }
 
 // Is what stands at the target another item than the one of this name? Two items of the source can be one name at the
@@ -354,9 +382,7 @@ bool TreeCopy::PrepareSymbolicLink(const TreeEntry& link, const std::u16string& 
       return true;
     }
     TreeEntry old{newLink, look.attributes, 0, 0};
-    if (IsTaken(link, newLink, look) || LinkTagAt(newLink) == 0 || IsVolumeMountPoint(newLink.c_str()) ||
-        !SaveStanding(link, newLink, look) || !DeleteEntry(old))
-      return false;
+    if (!MayReplace(link, newLink, look) || !SaveStanding(link, newLink, look) || !DeleteEntry(old)) return false;
   }
   AddItem({link, newLink, true, false, false});
   return true;
@@ -430,7 +456,7 @@ int TreeCopy::Run(const std::u16string& sourceRoot, const std::u16string& target
     if (listing.links.front().IsSymbolicLink()) return 1;
     return LogFailure(line::kRedirectedAlready, record_.sourceRoot);
   }
-  if (!SystemFoldersPermit(listing)) return 0;
+  if (!SystemFoldersPermit(listing) || !MayMerge(listing)) return 0;
   shares_ = ShareList::Read();
   if (!SaveRoots() || !CarryRoot()) return 0;
   if (flags_.carryRoot) madeFolders_.insert(std::u16string(WithoutExtendedPrefix(record_.sourceRoot)));

@@ -214,9 +214,12 @@ TEST_F(TreeCopies, NothingIsWrittenThroughALinkAtTheTarget) {
   MakeFile(u"D:\\Foreign\\f.txt", "theirs");
   MakeFolder(source + u"\\sub");
   MakeFile(source + u"\\sub\\f.txt", "mine");
+  MakeFile(source + u"\\a.txt", "mine");
+  MakeFile(target + u"\\a.txt", "theirs");
   ASSERT_EQ(CreateJunction((target + u"\\sub").c_str(), u"D:\\Foreign"), 1);
   EXPECT_EQ(Copy(moving), 0);
   EXPECT_EQ(Contents(u"D:\\Foreign\\f.txt"), "theirs");
+  EXPECT_EQ(Contents(target + u"\\a.txt"), "theirs") << "what is in the way is looked for first";
   // A hard link leads elsewhere just as well.
   ASSERT_TRUE(DeleteJunction((target + u"\\sub").c_str()));
   ASSERT_TRUE(CreateHardLinkW((target + u"\\sub\\f.txt").c_str(), u"D:\\Foreign\\f.txt", nullptr));

@@ -13,8 +13,8 @@
 namespace {
 
 using emulated::Utf8;
-using test::AtEveryMoment, test::Contents, test::DescribeTree, test::MakeFile, test::MakeFolder,
-    test::RunProgram, test::RunResult;
+using test::AtEveryMoment, test::Contents, test::DescribeTree, test::MakeFile, test::MakeFolder, test::RunProgram,
+    test::RunResult;
 
 class CutOff : public ::testing::Test {
  protected:
