@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <exception>
+#include <memory>
 
 #include "links/mounted_folder.h"
 #include "links/presence.h"
@@ -22,9 +23,9 @@ std::u16string FinalPathName(const win32::UniqueFile& file, win32::DWORD form, w
   const auto getFinalPathName = reinterpret_cast<win32::GetFinalPathNameByHandleWFunction>(
       win32::GetProcAddress(kernel.get(), "GetFinalPathNameByHandleW"));
   if (!getFinalPathName || !file) return {};
-  std::u16string name(room, u'\0');
-  const win32::DWORD length = getFinalPathName(file.get(), name.data(), room, form);
-  return length < room ? name.substr(0, length) : std::u16string();
+  const auto name = std::make_unique_for_overwrite<char16_t[]>(room);
+  const win32::DWORD length = getFinalPathName(file.get(), name.get(), room, form);
+  return length < room ? std::u16string(name.get(), length) : std::u16string();
 }
 
 std::u16string FinalPathName(const char16_t* path, win32::DWORD form, win32::DWORD room) {
