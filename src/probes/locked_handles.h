@@ -10,8 +10,7 @@
 struct LockedPaths {
   static constexpr int kCapacity = 1000;
   static constexpr int kPathCharacters = 2048;
-  std::unique_ptr<char16_t[]> paths =
-      std::make_unique_for_overwrite<char16_t[]>(std::size_t{kCapacity} * kPathCharacters);
+  std::unique_ptr<char16_t[]> paths = std::make_unique<char16_t[]>(std::size_t{kCapacity} * kPathCharacters);
   int count = 0;
 
   char16_t* At(int index) { return paths.get() + std::ptrdiff_t{index} * kPathCharacters; }

@@ -39,15 +39,20 @@ bool ServiceManager::Exists(std::u16string_view name) {
 std::optional<ServiceConfiguration> ServiceManager::Configuration(std::u16string_view name) {
   if (!Exists(name)) return std::nullopt;
   Registry& registry = machine_.registry();
-  const std::u16string key = KeyPath(name);
+  const std::vector<RegistryValue> values = registry.Values(KeyPath(name));
+  const auto query = [&](std::u16string_view wanted) -> const RegistryValue* {
+    const auto found =
+        std::ranges::find_if(values, [&](const RegistryValue& value) { return EqualAsciiNoCase(value.name, wanted); });
+    return found == values.end() ? nullptr : &*found;
+  };
   const auto number = [&](std::u16string_view value) -> DWORD {
-    const auto found = registry.Query(key, value);
+    const RegistryValue* const found = query(value);
     return found && found->type == win32::REG_DWORD && found->data.size() == 4
                ? LoadLittleEndian<std::uint32_t>(found->data, 0)
                : 0;
   };
   const auto text = [&](std::u16string_view value, std::u16string_view otherwise) {
-    const auto found = registry.Query(key, value);
+    const RegistryValue* const found = query(value);
     if (!found) return std::u16string(otherwise);
     return found->type == win32::REG_EXPAND_SZ ? ExpandSystemVariables(registry, found->Text()) : found->Text();
   };
@@ -63,7 +68,7 @@ std::optional<ServiceConfiguration> ServiceManager::Configuration(std::u16string
   if (configuration.account.empty() && (configuration.type & kProcessTypes) != 0)
     configuration.account = u"LocalSystem";
   const auto append = [&](std::u16string_view value, std::u16string_view prefix) {
-    if (const auto found = registry.Query(key, value))
+    if (const RegistryValue* const found = query(value))
       for (const std::u16string& one : MultiText(*found))
         configuration.dependencies.push_back(std::u16string(prefix) + one);
   };

@@ -34,7 +34,7 @@ class MemoryDevice : public BlockDevice {
   bool Write(std::uint64_t offset, ByteView from) override;
 
  private:
-  static constexpr std::size_t kPiece = 64 * 1024;
+  static constexpr std::size_t kPiece = 16 * 1024;
   struct Piece {
     std::uint8_t bytes[kPiece];
   };
