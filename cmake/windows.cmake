@@ -30,7 +30,7 @@ add_subdirectory(/usr/src/googletest ${CMAKE_BINARY_DIR}/googletest EXCLUDE_FROM
 get_target_property(gtest_includes gtest INTERFACE_INCLUDE_DIRECTORIES)
 
 file(GLOB contract_sources CONFIGURE_DEPENDS tests/contract/*.cpp)
-add_executable(contract_tests tests/wine/contract_main.cpp tests/wine/native_border.cpp ${contract_sources})
+add_executable(contract_tests tests/wine/native_border.cpp ${contract_sources})
 target_include_directories(contract_tests SYSTEM PRIVATE ${gtest_includes})
 target_include_directories(contract_tests PRIVATE tests)
 target_link_libraries(contract_tests PRIVATE native gtest)
@@ -43,7 +43,7 @@ set_target_properties(contract_tests PROPERTIES RUNTIME_OUTPUT_DIRECTORY ${CMAKE
 # What the scenarios under Wine need beside QBC.exe: tests/wine/run finds them in this folder.
 foreach(helper service restricted hold)
   add_executable(${helper} tests/wine/${helper}.cpp)
-  target_link_libraries(${helper} PRIVATE quillbay_options)
+  target_link_libraries(${helper} PRIVATE quillbay_options shlwapi)
   set_target_properties(${helper} PROPERTIES RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/wine)
 endforeach()
 # The program's request to the service, without a command around it.

@@ -22,13 +22,12 @@ class WineWorld(World):
         for left in ("QBC.log", "ServiceConfig.xml"):
             (folder / left).unlink(missing_ok=True)
         # As Windows has it; Wine writes C:\users.
-        prefix.tool("reg", "add", PROFILE_LIST, "/v", "ProfilesDirectory", "/t", "REG_EXPAND_SZ", "/d",
-                    "%SystemDrive%\\Users", "/f")
+        prefix.set_value(PROFILE_LIST, "ProfilesDirectory", "%SystemDrive%\\Users", "REG_EXPAND_SZ")
         self.set_service("demand")
 
     def _place_service(self, folder, name):
         executable = f"{folder}\\{name}.exe"
-        if not self.prefix.has_file(executable):
+        if not self.prefix.host_path(executable).is_file():
             self.prefix.place(self.build / "wine" / "service.exe", executable)
         return executable
 

@@ -1,4 +1,5 @@
-// What the compile-time checks of the native backend cannot reach: values that are pointers.
+// The contract tests' entry point on Windows, and what the compile-time checks of the native backend cannot reach:
+// values that are pointers.
 #include <gtest/gtest.h>
 
 #include "win32/win32.h"
@@ -27,3 +28,11 @@ TEST(NativeBorder, PredefinedHandlesAndResourceTypesAreWindowsOwn) {
 }
 
 }  // namespace
+
+// Programs start with wide arguments here.
+int wmain(int argc, wchar_t** argv);
+
+int wmain(int argc, wchar_t** argv) {
+  testing::InitGoogleTest(&argc, argv);
+  return RUN_ALL_TESTS();
+}

@@ -1,6 +1,6 @@
 """A throw-away Windows under Wine: its own folder, its own server, nothing left behind."""
 import contextlib
-import os
+import ctypes
 import pathlib
 import shutil
 import subprocess
@@ -8,24 +8,32 @@ import tempfile
 import time
 
 WINE = "/usr/lib/wine/wine64"
-WINESERVER = next((p for p in ("/usr/lib/wine/wineserver64", "/usr/lib/wine/wineserver", "/usr/bin/wineserver")
-                   if os.path.exists(p)), "wineserver")
+WINESERVER = "/usr/lib/wine/wineserver64"
 PATIENCE = 20  # seconds for what Wine's service manager refuses for a moment
-TRIES = 4  # to start a program, and of a set-up step
+ADDR_NO_RANDOMIZE = 0x40000
+
+
+def load_at_fixed_addresses():
+    """For this process and all that it starts. Every Windows program has a page at 0x7FFE0000, which Wine's loader maps
+    once it runs. The loader itself is at 0x7D000000, and Linux puts its heap anywhere in the gigabyte behind it: in one
+    start of 8000 onto that page, and Wine ends with 1 and without a word before the program, or the service, begins."""
+    if ctypes.CDLL(None).personality(ADDR_NO_RANDOMIZE) == -1:
+        print("note: addresses stay random here, so one start in thousands will fail", flush=True)
 
 
 class Result:
-    def __init__(self, code, output, errors):
-        self.code, self.output, self.errors = code, output, errors
+    def __init__(self, code, output):
+        self.code, self.output = code, output
 
     @property
     def text(self):
-        """Standard output as a console of code page 437 shows it, with plain line ends."""
+        """The output as a console of code page 437 shows it, with plain line ends."""
         return self.output.decode("cp437").replace("\r\n", "\n")
 
 
 class Prefix:
     def __enter__(self):
+        load_at_fixed_addresses()
         self.scratch = pathlib.Path(tempfile.mkdtemp(prefix="qbc-wine-"))
         (self.scratch / "prefix").mkdir()
         self.environment = {
@@ -57,40 +65,22 @@ class Prefix:
                        stdin=subprocess.DEVNULL, stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
 
     def run(self, program, *arguments, timeout=60):
-        """Runs a Windows program to its end. On a busy machine Wine's own start of a program now and then ends with 1
-        before the program is loaded: nothing on its output, and on the error output nothing, or a line of Wine's. One
-        of ours, each of which says something, is then started again, and a line of the checks tells."""
-        ours = pathlib.Path(program).is_absolute()
-        for _ in range(TRIES):
-            result = self._run_once(program, *arguments, timeout=timeout)
-            said_nothing = not result.output and (not result.errors or result.errors.startswith(b"wine"))
-            if not (ours and result.code == 1 and said_nothing):
-                break
-            print(f"note: Wine did not start {program}: {result.errors!r}")
-        return result
-
-    def _run_once(self, program, *arguments, timeout):
-        """Output goes through files: what a program leaves running holds no pipe."""
-        with tempfile.TemporaryFile(dir=self.scratch) as output, tempfile.TemporaryFile(dir=self.scratch) as errors:
+        """Runs a Windows program to its end. Output goes through a file: what a program leaves running holds no pipe."""
+        with tempfile.TemporaryFile(dir=self.scratch) as output:
             try:
                 code = subprocess.run([WINE, str(program), *arguments], env=self.environment, cwd=self.scratch,
                                       timeout=timeout, stdin=subprocess.DEVNULL, stdout=output,
-                                      stderr=errors).returncode
+                                      stderr=subprocess.STDOUT).returncode
             except subprocess.TimeoutExpired:
                 code = f"still running after {timeout} s"
             output.seek(0)
-            errors.seek(0)
-            return Result(code, output.read(), errors.read())
-
-    def start(self, program, *arguments):
-        """Starts a Windows program that talks through its standard input and output."""
-        return subprocess.Popen([WINE, str(program), *arguments], env=self.environment, cwd=self.scratch,
-                                stdin=subprocess.PIPE, stdout=subprocess.PIPE, stderr=subprocess.DEVNULL)
+            return Result(code, output.read())
 
     @contextlib.contextmanager
     def holding(self, program, *arguments):
         """A small program of ours that says "held" and holds what it is told to until the end of the block."""
-        process = self.start(program, *arguments)
+        process = subprocess.Popen([WINE, str(program), *arguments], env=self.environment, cwd=self.scratch,
+                                   stdin=subprocess.PIPE, stdout=subprocess.PIPE, stderr=subprocess.DEVNULL)
         try:
             if process.stdout.readline().strip() != b"held":
                 raise RuntimeError(f"{program} {' '.join(arguments)} holds nothing")
@@ -102,35 +92,39 @@ class Prefix:
 
     # Set-up through Wine's own tools; each must succeed, or the scenario would prove nothing.
 
-    def tool(self, *command):
-        """What these steps ask for may be asked for again."""
-        for _ in range(TRIES):
-            result = self.run(*command)
-            if result.code == 0:
-                return result
-            time.sleep(0.5)
-        raise RuntimeError(f"{' '.join(command)}: {result.code} {result.output!r} {result.errors!r}")
+    def tool(self, *command, patience=0):
+        deadline = time.monotonic() + patience
+        while (result := self.run(*command)).code != 0:
+            if time.monotonic() >= deadline:
+                raise RuntimeError(f"{' '.join(command)}: {result.code} {result.output!r}")
+            time.sleep(0.1)
+        return result
 
-    def set_value(self, key, name, text):
-        self.tool("reg", "add", key, "/v", name, "/t", "REG_SZ", "/d", text, "/f")
+    def set_value(self, key, name, data, kind="REG_SZ"):
+        self.tool("reg", "add", key, "/v", name, "/t", kind, "/d", data, "/f")
+
+    def delete_key(self, key):
+        if self.has_key(key):
+            self.tool("reg", "delete", key, "/f")
+
+    def has_key(self, key):
+        return self.run("reg", "query", key).code == 0
 
     def create_service(self, name, executable, start="demand"):
-        self._until_it_works("sc", "create", name, "binPath=", f'"{executable}"', "start=", start)
+        self.tool("sc", "create", name, "binPath=", f'"{executable}"', "start=", start, patience=PATIENCE)
 
     def start_service(self, name):
         """Waits out the moments in which Wine refuses a start: right after a stop the service is STOPPED already while
         its process, which the service manager still knows, is on its way out; a loaded machine takes seconds for it."""
-        self._until_it_works("sc", "start", name)
+        self.tool("sc", "start", name, patience=PATIENCE)
         self._await_state(name, "RUNNING")
 
-    def stop_service(self, name):
-        self._await_state(name, "STOPPED", "stop")  # one that is just starting takes no stop yet
-
     def delete_service(self, name):
-        """Stops it if it runs and removes it, if it is there. Wine keeps the entry of a service that is still ending."""
+        """Stops it if it runs and removes it, if it is there. Wine keeps the entry of a service that is still ending,
+        and one that is just starting takes no stop yet."""
         if self.run("sc", "query", name).code == 0:
-            self.stop_service(name)
-            self._until_it_works("sc", "delete", name)
+            self._await_state(name, "STOPPED", "stop")
+            self.tool("sc", "delete", name, patience=PATIENCE)
 
     def _await_state(self, name, state, control=None):
         """Asks until the service is in the state; sends it the control meanwhile."""
@@ -142,30 +136,12 @@ class Prefix:
                 self.run("sc", control, name)
             time.sleep(0.1)
 
-    def _until_it_works(self, *command):
-        deadline = time.monotonic() + PATIENCE
-        while (result := self.run(*command)).code != 0:
-            if time.monotonic() > deadline:
-                raise RuntimeError(f"{' '.join(command)}: {result.code} {result.output!r} {result.errors!r}")
-            time.sleep(0.2)
-
-    def delete_key(self, key):
-        if self.has_key(key):
-            self.tool("reg", "delete", key, "/f")
-
-    def has_key(self, key):
-        return self.run("reg", "query", key).code == 0
-
     def host_path(self, windows_path):
         """Where a path of drive C lies."""
         return self.drive_c / windows_path.removeprefix("C:\\").replace("\\", "/")
-
-    def has_file(self, windows_path):
-        return self.host_path(windows_path).is_file()
 
     def place(self, source, windows_path):
         """Copies a file of ours to a path on drive C."""
         target = self.host_path(windows_path)
         target.parent.mkdir(parents=True, exist_ok=True)
         shutil.copy(source, target)
-        return target
