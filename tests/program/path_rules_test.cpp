@@ -1,4 +1,4 @@
-// The rules for one path: each alone, and each before the next.
+// The rules for one path: what each question answers when it is asked alone, and which rule speaks first.
 #include "links/junction.h"
 #include "program/validation.h"
 #include "validate/path_rules.h"
@@ -6,43 +6,36 @@
 namespace {
 
 using namespace win32;
-using test::Lines, test::MakeFile, test::MakeFolder;
+using test::About, test::Lines, test::MakeFile, test::MakeFolder;
 
 const std::u16string kNoDriveNumber = u"#ERROR: Unable to get Drive Number for path  = ";
-const std::u16string kSuccess = u"The operation completed successfully.";
+const std::u16string kSuccess = u".The operation completed successfully.";
 
-// The one line about a path.
-auto About(const char16_t* before, const char16_t* after) {
-  return [line = test::About(before, after)](const std::u16string& path) { return Lines{line(path)}; };
+// What is said of a path.
+using Speaks = std::function<Lines(const std::u16string& path)>;
+Speaks Line(const char16_t* before, const char16_t* after) {
+  return [line = About(before, after)](const std::u16string& path) { return Lines{line(path)}; };
 }
-const auto Missing =
-    About(u"#ERROR: The selected folder ", u" does not exist.The system cannot find the file specified.");
-const auto Invalid = About(u"#ERROR:Invalid path : ", u"");
-const auto NoDrive = About(u"#ERROR: ", u" - The specified drive does not exists.");
-const auto Root =
-    About(u"#ERROR: ", u" - A folder is required for folder redirection. Browse to a different location.");
-const auto NotNtfs = About(u"#ERROR: Folder ", u" must be on NTFS formatted volume. Browse to a different location.");
-const auto Network = About(u"#ERROR: The selected folder ",
-                           u" is a UNC path representing a network resource. Browse to a different location.");
-const auto NoDirectory = About(u"#ERROR: The specified path ", u" is not a valid directory path.");
-const auto TooLong =
-    About(u"#ERROR: The specified path ",
-          u" exceeds the system-defined maximum length of 248 characters. Browse to a different location.");
-const auto WrongDrive =
-    About(u"#ERROR: Folder ", u" must be on fixed or removable drive. Browse to a different location.");
-const auto System =
-    About(u"#ERROR: ", u" - Cannot redirect from or to Windows system folders. Browse to a different location.");
-const auto Relative = About(u"#ERROR: The selected folder ", u" is a relative path. Browse to a different location");
-Lines DrivesUntold(const std::u16string& path) {
-  return {u"#ERROR: Unable to get Logical Drive Strings.", NoDrive(path).front()};
-}
-// A path without a drive letter: asked twice (environment names may hide the letter), then named for what it is.
-Lines Driveless(const std::u16string& path, const Lines& kind) {
-  Lines lines = {kNoDriveNumber + path + u"." + kSuccess, kNoDriveNumber + path + u"." + kSuccess,
-                 NoDrive(path).front()};
-  lines.insert(lines.end(), kind.begin(), kind.end());
-  return lines;
-}
+const Speaks Passed = [](const std::u16string&) { return Lines{u"(passed)"}; };
+const Speaks Silent = [](const std::u16string&) { return Lines{}; };
+const Speaks Missing =
+    Line(u"#ERROR: The selected folder ", u" does not exist.The system cannot find the file specified.");
+const Speaks Invalid = Line(u"#ERROR:Invalid path : ", u"");
+const Speaks NoDrive = Line(u"#ERROR: ", u" - The specified drive does not exists.");
+const Speaks Root =
+    Line(u"#ERROR: ", u" - A folder is required for folder redirection. Browse to a different location.");
+const Speaks NotNtfs = Line(u"#ERROR: Folder ", u" must be on NTFS formatted volume. Browse to a different location.");
+const Speaks Network = Line(u"#ERROR: The selected folder ",
+                            u" is a UNC path representing a network resource. Browse to a different location.");
+const Speaks NoDirectory = Line(u"#ERROR: The specified path ", u" is not a valid directory path.");
+const Speaks TooLong =
+    Line(u"#ERROR: The specified path ",
+         u" exceeds the system-defined maximum length of 248 characters. Browse to a different location.");
+const Speaks WrongDrive =
+    Line(u"#ERROR: Folder ", u" must be on fixed or removable drive. Browse to a different location.");
+const Speaks System =
+    Line(u"#ERROR: ", u" - Cannot redirect from or to Windows system folders. Browse to a different location.");
+const Speaks Relative = Line(u"#ERROR: The selected folder ", u" is a relative path. Browse to a different location");
 
 // A path of so many characters below a drive's root, in components that a directory can hold.
 std::u16string PathOf(std::size_t length, char16_t letter) {
@@ -51,207 +44,269 @@ std::u16string PathOf(std::size_t length, char16_t letter) {
   return path += u"\\" + std::u16string(length - path.size() - 1, u'b');
 }
 
+// C:, D: and E: are there; the others are known by name alone.
 class PathRules : public test::ValidationTest {
  protected:
-  PathRules() : ValidationTest({.extraDrives = 1}) {}
+  PathRules() : ValidationTest({.extraDrives = 1}) {
+    const std::tuple<char16_t, UINT, const char16_t*> drives[] = {
+        {u'F', DRIVE_REMOVABLE, u"NTFS"}, {u'G', DRIVE_REMOTE, u"NTFS"},   {u'H', DRIVE_CDROM, u"CDFS"},
+        {u'I', DRIVE_CDROM, u"NTFS"},     {u'J', DRIVE_FIXED, u"FAT"},     {u'K', DRIVE_REMOVABLE, u"exFAT"},
+        {u'L', DRIVE_REMOVABLE, u""},     {u'M', DRIVE_REMOTE, u"FAT32"},  // no medium in L:
+        {u'N', DRIVE_RAMDISK, u"NTFS"},   {u'O', DRIVE_UNKNOWN, u"NTFS5"}, {u'P', DRIVE_FIXED, u"ntfs"}};
+    for (const auto& [letter, type, fileSystem] : drives) AddDrive(letter, type, fileSystem);
+    for (const char16_t* file : {u"C:\\file", u"D:\\file"}) MakeFile(file, "x");
+    MakeFolder(u"E:\\x");
+  }
 
-  struct Case {
-    std::u16string path;
-    Lines lines;
-  };
-  void ExpectForSources(const std::vector<Case>& cases) {
-    for (const Case& each : cases)
-      EXPECT_LINES(Refusal([&] { return ValidateSourcePath(each.path.c_str()); }), each.lines);
+  Lines ForSource(const std::u16string& path) {
+    return Refusal([&] { return ValidateSourcePath(path.c_str()); });
   }
-  void ExpectForTargets(const std::vector<Case>& cases, const TargetPathOptions& options = {}) {
-    for (const Case& each : cases)
-      EXPECT_LINES(Refusal([&] { return ValidateTargetPath(each.path.c_str(), options); }), each.lines);
+  Lines ForTarget(const std::u16string& path, const TargetPathOptions& options = {}) {
+    return Refusal([&] { return ValidateTargetPath(path.c_str(), options); });
   }
-  // With Windows unable to name the drives at the first question, which is the rule about the drive's: it is asked when
-  // no rule before it decides.
-  void ExpectWithoutDrives(const std::u16string& path, const Lines& lines) {
-    const std::uint64_t before = machine->gate.failures();
-    machine->gate.FailCall("GetLogicalDriveStringsW", 1, ERROR_ACCESS_DENIED);
-    EXPECT_LINES(Refusal([&] { return ValidateSourcePath(path.c_str()); }), lines);
-    EXPECT_EQ(machine->gate.failures() != before, lines == DrivesUntold(path));
-    machine->gate.ClearFailures();
+  void MakeLongFolders(char16_t letter) {
+    for (const unsigned length : {103u, 204u}) MakeFolder(PathOf(247, letter).substr(0, length));
   }
 };
 
-TEST_F(PathRules, ForSourcesOneByOne) {
-  MakeFile(u"C:\\file", "x");
-  MakeFolder(u"E:\\x");
-  for (const char16_t* path : {u"C:\\Data", u"c:\\dATA\\", u"\\\\?\\C:\\Data", u"C:\\Data "})
-    ExpectForSources({{path, passed}});
-  for (const char16_t* path : {u"C:Data", u"C:/Data", u"c:"}) ExpectForSources({{path, Invalid(path)}});
-  ExpectForSources(
-      {{u"C:\\missing", Missing(u"C:\\missing")},
-       {u"Q:\\x", {u"#ERROR: The selected folder Q:\\x does not exist.The system cannot find the path specified."}},
-       {u"C:\\", Root(u"C:\\")},
-       {u"\\\\?\\C:\\", Root(u"\\\\?\\C:\\")},
-       {u"C:\\file", NoDirectory(u"C:\\file")},
-       {u"C:\\Windows", System(u"C:\\Windows")}});
-  ExpectWithoutDrives(u"C:\\Data", DrivesUntold(u"C:\\Data"));
-  EXPECT_LINES(Refusal([] { return ValidateSourcePath(nullptr); }), Lines{u"#ERROR: Input path missing."});
-  for (const char16_t* fileSystem : {u"FAT", u"FAT32", u"exFAT", u"CDFS", u"NTFS5"}) {
-    Drive(u'E').fileSystem = fileSystem;
-    ExpectForSources({{u"E:\\x", NotNtfs(u"E:\\x")}});
-  }
-  Drive(u'E').fileSystem = u"ntfs";
-  const std::pair<UINT, Lines> types[] = {{DRIVE_FIXED, passed},
-                                          {DRIVE_REMOVABLE, passed},
-                                          {DRIVE_REMOTE, Network(u"E:\\x")},
-                                          {DRIVE_CDROM, WrongDrive(u"E:\\x")},
-                                          {DRIVE_RAMDISK, WrongDrive(u"E:\\x")},
-                                          {DRIVE_UNKNOWN, WrongDrive(u"E:\\x")}};
-  for (const auto& [type, lines] : types) {
-    Drive(u'E').driveType = type;
-    ExpectForSources({{u"E:\\x", lines}});
-  }
-}
-
-// A path that breaks two rules shows the line of the first.
-TEST_F(PathRules, ForSourcesInTheirOrder) {
-  ExpectForSources({{u"C:missing", Missing(u"C:missing")}});
-  ExpectWithoutDrives(u"C:Data", Invalid(u"C:Data"));
-  ExpectWithoutDrives(u"C:\\", DrivesUntold(u"C:\\"));
-  MakeFile(u"E:\\file", "x");
-  MakeFolder(u"E:\\Windows");
-  const std::u16string longFile = PathOf(247, u'C'), longFolder = PathOf(247, u'E');
-  for (const std::u16string& path : {longFile, longFolder}) {
-    MakeFolder(path.substr(0, 103));
-    MakeFolder(path.substr(0, 204));
-  }
-  MakeFile(longFile, "x");
-  MakeFolder(u"\\\\?\\" + longFolder);
-  Drive(u'E').fileSystem = u"FAT32";
-  ExpectForSources({{u"E:\\", Root(u"E:\\")}});
-  Drive(u'E').driveType = DRIVE_REMOTE;
-  ExpectForSources({{u"E:\\file", NotNtfs(u"E:\\file")}});
-  Drive(u'E').fileSystem = u"NTFS";
-  ExpectForSources({{u"E:\\file", Network(u"E:\\file")}, {longFile, NoDirectory(longFile)}});
-  Drive(u'E').driveType = DRIVE_CDROM;
-  ExpectForSources({{longFolder, TooLong(longFolder)}});
-  Drive(u'C').driveType = DRIVE_CDROM;
-  ExpectForSources({{u"C:\\Windows", WrongDrive(u"C:\\Windows")}});
-}
-
-TEST_F(PathRules, LengthsCountToTheCharacter) {
-  MakeFolder(PathOf(247, u'C').substr(0, 103));
-  MakeFolder(PathOf(247, u'C').substr(0, 204));
-  for (const std::size_t length : {std::size_t{246}, std::size_t{247}}) {
-    const std::u16string path = PathOf(length, u'C');
-    ExpectForTargets({{path, length == 246 ? passed : TooLong(path)}});
-    MakeFolder(u"\\\\?\\" + path);
-    ExpectForSources({{path, length == 246 ? passed : TooLong(path)}});
-  }
-  const std::u16string extended = u"\\\\?\\" + PathOf(243, u'C');
-  ExpectForTargets({{extended, TooLong(extended)}});
-}
-
-TEST_F(PathRules, ForTargets) {
-  MakeFile(u"D:\\file", "x");
-  const std::tuple<char16_t, UINT, const char16_t*> drives[] = {
-      {u'F', DRIVE_REMOVABLE, u"NTFS"}, {u'G', DRIVE_REMOTE, u"NTFS"}, {u'H', DRIVE_CDROM, u"CDFS"},
-      {u'I', DRIVE_CDROM, u"NTFS"},     {u'J', DRIVE_FIXED, u"FAT"},   {u'K', DRIVE_REMOVABLE, u"exFAT"},
-      {u'L', DRIVE_REMOVABLE, u""},     {u'M', DRIVE_REMOTE, u"FAT32"}};  // no medium in L:
-  for (const auto& [letter, type, fileSystem] : drives) AddDrive(letter, type, fileSystem);
-  const auto expect = [&](const std::function<Lines(const std::u16string&)>& lines,
-                          const std::vector<std::u16string>& paths) {
-    for (const std::u16string& path : paths) ExpectForTargets({{path, lines(path)}});
+TEST_F(PathRules, EachAnswersForItself) {
+  ASSERT_EQ(CreateJunction(u"C:\\Link", u"C:\\System Volume Information"), 1);
+  const std::u16string guid = Drive(u'D').guidName;
+  const auto name = [](std::size_t length) { return u"%SystemDrive%\\" + std::u16string(length, u'x'); };
+  const std::pair<const char*, std::vector<std::u16string>> cases[] = {
+      {"drive fixed ntfs usable ordinary outside ",
+       {u"C:\\Data", u"d:\\target\\", u"F:\\x", u"P:\\x", u"C:\\annul\\console", u"C:\\System Volume Informations"}},
+      {"drive fixed usable ordinary outside ", {u"J:\\x", u"K:\\x", u"L:\\x"}},
+      {"drive ntfs usable ordinary outside ", {u"I:\\x", u"N:\\x"}},
+      {"drive usable ordinary outside ", {u"H:\\x", u"O:\\x"}},
+      {"drive network ntfs usable ordinary outside ", {u"G:\\x"}},
+      {"drive network usable ordinary outside ", {u"M:\\x"}},
+      {"usable ordinary outside ", {u"Q:\\x"}},
+      {"root drive fixed ntfs usable ordinary outside ", {u"C:\\", u"c:"}},
+      {"root drive fixed ntfs extended outside ", {u"\\\\?\\C:\\"}},
+      {"root usable ordinary outside ", {u"Q:\\"}},
+      {"drive fixed ntfs extended outside ", {u"\\\\?\\C:\\Data"}},
+      {"network ntfs usable outside ", {Drive(u'D').guidName}},
+      {"network usable ordinary outside ", {u"\\\\server\\share", u"5:\\", u" C:\\Data", u"\"C:\\Data\""}},
+      {"network usable outside ", {u"\\\\?\\UNC\\server\\share\\x"}},
+      {"network outside ", {u"\\\\.\\C:\\x", u"\\??\\C:\\x", u"\\new"}},
+      {"drive network relative usable ordinary outside ", {u"%SystemDrive%\\New", name(256)}},
+      {"network relative usable ordinary outside ", {name(257), u"%Nowhere%\\New", u"folder\\new", u"CD\\"}},
+      {"network relative outside ", {u"", u"  folder "}},
+      {"drive fixed ntfs outside ",
+       {u"C:\\a\\..\\b", u"C:\\a\\.", u"C:\\a\\\\b", u"C:\\a/b", u"C:\\a.\\b", u"C:\\a \\b", u"C:\\nul",
+        u"C:\\a\\Com1.txt\\b"}},
+      {"drive fixed ntfs usable ordinary ",
+       {u"C:\\$Recycle.Bin", u"D:\\a\\system volume information\\b", u"C:\\Link\\b"}}};
+  const auto answersTo = [](const std::u16string& path) {
+    const char16_t* const text = path.c_str();
+    const std::pair<const char*, bool> answers[] = {{"root", IsDriveRoot(text)},
+                                                    {"drive", DriveExists(text)},
+                                                    {"network", IsNetworkPath(text)},
+                                                    {"fixed", IsOnFixedOrRemovableDrive(text)},
+                                                    {"ntfs", IsOnNtfs(text)},
+                                                    {"relative", IsRelativePath(text)},
+                                                    {"extended", IsExtendedDrivePath(path)},
+                                                    {"usable", IsUsablePath(path)},
+                                                    {"ordinary", IsOrdinaryPath(path)},
+                                                    {"outside", IsOutsideSystemFolders(path)}};
+    std::string given;
+    for (const auto& [question, holds] : answers) given += holds ? std::string(question) + " " : "";
+    return given;
   };
-  expect([&](const std::u16string&) { return passed; },
-         {u"D:\\Target", u"d:\\target\\", u"D:\\New", u"D:\\New \\", u"D:\\", u"C:\\Windows", u"F:\\x"});
-  expect(Invalid, {u"D:", u"D:New", u"Q:New"});
-  expect(NoDrive, {u"Q:\\x", u"\\\\?\\Q:\\x"});
-  expect(Network, {u"G:\\x"});
-  expect(NotNtfs, {u"H:\\x", u"J:\\x", u"K:\\x", u"L:\\x", u"M:\\x"});
-  expect(WrongDrive, {u"I:\\x"});
-  expect(TooLong, {PathOf(247, u'I')});
-  expect(NoDirectory, {u"D:\\file"});
-  expect([](const std::u16string& path) { return Driveless(path, Network(path)); },
-         {u"\\\\server\\share", u"\\\\?\\UNC\\server\\share\\x", u"\\\\.\\C:\\x"});
-  expect([](const std::u16string& path) { return Driveless(path, Relative(path)); },
-         {u"folder\\new", u"  folder", u""});
-  expect([](const std::u16string& path) { return Driveless(path, {}); }, {u"\\new", u" D:\\New", u"\"D:\\New\""});
+  for (const auto& [answers, paths] : cases)
+    for (const std::u16string& path : paths) EXPECT_EQ(answersTo(path), answers) << emulated::Utf8(path);
+}
+
+// What the log tells of the answers, and what is made of a path on the way.
+TEST_F(PathRules, QuestionsThatRefuseSayWhy) {
+  const auto asked = [&](bool (*question)(const std::u16string&), const std::u16string& path, const Speaks& speaks) {
+    EXPECT_LINES(LinesOf([&] { question(path); }), speaks(path));
+  };
+  for (const auto question : {IsUsablePath, IsOrdinaryPath}) {
+    asked(question, u"C:\\Data", Silent);
+    asked(question, u"\\\\?\\C:\\Data", Invalid);
+    asked(question, u"C:\\a\\..\\b", Relative);
+    asked(question, u"C:\\a.", Invalid);
+  }
+  asked(IsOrdinaryPath, u"\\\\.\\C:\\x", Invalid);
+  asked(IsOutsideSystemFolders, u"C:\\$RECYCLE.BIN\\x", System);
+  for (const unsigned length : {246u, 247u}) {
+    asked(HasAllowedLength, PathOf(length, u'C'), length == 246 ? Silent : TooLong);
+    EXPECT_EQ(HasAllowedLength(PathOf(length, u'C')), length == 246);
+  }
+  EXPECT_LINES(LinesOf([] { IsNetworkPath(u"x"); }),
+               Lines{kNoDriveNumber + u"x" + kSuccess,
+                     u"#ERROR: Unable to get Drive Name for path = x drive =\nThe operation completed successfully."});
+  EXPECT_LINES(LinesOf([] { IsOnNtfs(u"x"); }), Lines{kNoDriveNumber + u"x."});
+
+  EXPECT_EQ(TrimAndUnquote(u"  \" C:\\x \"  "), u" C:\\x ");
+  for (const auto& [path, parent] : {std::pair(u"C:\\a\\b", u"C:\\a"), {u"C:\\", u"C:"}, {u"\\", u""}}) {
+    std::u16string found = u"none";
+    EXPECT_EQ(GetParentDirPath(path, found), 1);
+    EXPECT_EQ(found, parent);
+  }
+  std::u16string untouched = u"none";
+  EXPECT_EQ(GetParentDirPath(u"C:", untouched) + GetParentDirPath(nullptr, untouched), 0);
+  EXPECT_EQ(untouched, u"none");
+}
+
+// As a source, as a target, and as a location for registry data.
+TEST_F(PathRules, TheFirstThatDoesNotHoldSpeaks) {
+  constexpr TargetPathOptions kLocation{
+      .mustExist = true, .allowDriveRoot = true, .systemFolder = {.insideProductOnly = true}};
+  MakeFolder(u"C:\\Windows\\Own");
+  MakeLongFolders(u'C');
+  MakeFolder(PathOf(246, u'C'));
+  MakeFolder(u"\\\\?\\" + PathOf(247, u'C'));
+  // A target without a drive letter is asked twice (environment names may hide the letter), then named for what it is.
+  const auto driveless = [](const Speaks& kind) -> Speaks {
+    return [kind](const std::u16string& path) {
+      Lines lines(2, kNoDriveNumber + path + kSuccess);
+      for (const Speaks& speaks : {NoDrive, kind})
+        for (const std::u16string& line : speaks(path)) lines.push_back(line);
+      return lines;
+    };
+  };
+  // The letter may be in an environment name, but a file system has only what begins with a letter.
+  const Speaks named = [](const std::u16string& path) {
+    return Lines{kNoDriveNumber + path + kSuccess, kNoDriveNumber + path + u".", NotNtfs(path).front()};
+  };
+  const std::tuple<std::u16string, Speaks, Speaks, Speaks> cases[] = {
+      {u"c:\\dATA\\", Passed, Passed, Passed},
+      {u"\\\\?\\C:\\Data", Passed, Passed, Passed},
+      {u"C:\\missing", Missing, Passed, Missing},
+      {u"C:missing", Missing, Invalid, Missing},
+      {u"C:Data", Invalid, Invalid, Invalid},
+      {u"c:", Invalid, Invalid, Invalid},
+      {u"C:\\", Root, Passed, Passed},
+      {u"\\\\?\\C:\\", Root, Passed, Passed},
+      {u"C:\\file", NoDirectory, NoDirectory, NoDirectory},
+      {PathOf(246, u'C'), Passed, Passed, Passed},
+      {PathOf(247, u'C'), TooLong, TooLong, TooLong},
+      {u"C:\\Windows", System, Passed, System},
+      {u"C:\\Windows\\Own", Passed, Passed, Silent},
+      {u"C:\\Program Files\\Velmora", Passed, Passed, Silent},
+  };
+  for (const auto& [path, asSource, asTarget, asLocation] : cases) {
+    EXPECT_LINES(ForSource(path), asSource(path));
+    EXPECT_LINES(ForTarget(path), asTarget(path));
+    EXPECT_LINES(ForTarget(path, kLocation), asLocation(path));
+  }
+  const std::pair<Speaks, std::vector<std::u16string>> targets[] = {
+      {Passed, {u"D:\\New \\", u"F:\\x"}},
+      {Invalid, {u"Q:New"}},
+      {NoDrive, {u"Q:\\x", u"\\\\?\\Q:\\x"}},
+      {NotNtfs, {u"H:\\x", u"M:\\x"}},
+      {Network, {u"G:\\x"}},
+      {NoDirectory, {u"D:\\file"}},
+      {TooLong, {PathOf(247, u'I')}},
+      {WrongDrive, {u"I:\\x", u"N:\\x"}},
+      {driveless(Network), {u"\\\\server\\share", u"\\\\?\\UNC\\server\\share\\x"}},
+      {driveless(Relative), {u"folder\\new", u""}},
+      {driveless(Silent), {u"\\new", u" D:\\New"}},
+      {named, {u"%SystemDrive%\\New"}}};
+  for (const auto& [speaks, paths] : targets)
+    for (const std::u16string& path : paths) EXPECT_LINES(ForTarget(path), speaks(path));
+  EXPECT_LINES(ForTarget(u"C:\\", {.mustExist = true}), Root(u"C:\\"));
   EXPECT_LINES(
       LinesOf([] { ValidateTargetPath(u"D:\\New"); }),
       Lines{u"#INFO: The selected target folder D:\\New does not exist. Ignoring PathIsDirectory validation."});
-  EXPECT_LINES(Refusal([] { return ValidateTargetPath(nullptr); }), Lines{u"#ERROR: Input path missing."});
-  // The letter may be in an environment name, but a file system has only what begins with a letter.
-  const std::u16string named = u"%SystemDrive%\\New";
-  ExpectForTargets(
-      {{named, {kNoDriveNumber + named + u"." + kSuccess, kNoDriveNumber + named + u".", NotNtfs(named).front()}}});
+  for (const auto& decide : {+[] { return ValidateSourcePath(nullptr); }, +[] { return ValidateTargetPath(nullptr); }})
+    EXPECT_LINES(Decision(decide), Lines{u"#ERROR: Input path missing."});
 }
 
-TEST_F(PathRules, ForTargetsThatMustExist) {
-  ExpectForTargets({{u"D:\\Target", passed},
-                    {u"D:\\New", Missing(u"D:\\New")},
-                    {u"D:\\", Root(u"D:\\")},
-                    {u"C:\\Windows", System(u"C:\\Windows")},
-                    {u"C:\\Program Files\\Velmora", passed}},
-                   {.mustExist = true});
-  // With drives allowed, only the product's own folders are let through among Windows' and the programs'.
-  ExpectForTargets({{u"D:\\", passed},
-                    {u"C:\\Program Files\\Velmora", {}},
-                    {u"C:\\Windows\\System32", System(u"C:\\Windows\\System32")}},
-                   {.mustExist = true, .allowDriveRoot = true, .systemFolder = {.insideProductOnly = true}});
+// Sources that break two rules, on drives of several kinds.
+TEST_F(PathRules, DrivesOfSources) {
+  const auto expect = [&](const std::u16string& path, const Speaks& speaks) {
+    EXPECT_LINES(ForSource(path), speaks(path));
+  };
+  Drive(u'E').fileSystem = u"FAT32";
+  MakeFile(u"E:\\file", "x");
+  for (const char16_t letter : {u'C', u'E'}) MakeLongFolders(letter);
+  const std::u16string longFile = PathOf(247, u'C'), longFolder = PathOf(247, u'E');
+  MakeFile(longFile, "x");
+  MakeFolder(u"\\\\?\\" + longFolder);
+  expect(u"E:\\", Root);
+  Drive(u'E').driveType = DRIVE_REMOTE;
+  expect(u"E:\\file", NotNtfs);
+  Drive(u'E').fileSystem = u"ntfs";
+  expect(u"E:\\file", Network);
+  expect(longFile, NoDirectory);
+  Drive(u'E').driveType = DRIVE_REMOVABLE;
+  expect(u"E:\\x", Passed);
+  Drive(u'E').driveType = DRIVE_CDROM;
+  expect(u"E:\\x", WrongDrive);
+  expect(longFolder, TooLong);
+  Drive(u'C').driveType = DRIVE_CDROM;
+  expect(u"C:\\Windows", WrongDrive);
+  // Windows cannot name the drives at the first question, the one whether there is such a drive.
+  const Speaks untold = [](const std::u16string& path) {
+    return Lines{u"#ERROR: Unable to get Logical Drive Strings.", NoDrive(path).front()};
+  };
+  for (const std::u16string path : {u"C:\\Data", u"C:\\"}) {
+    machine->gate.FailCall("GetLogicalDriveStringsW", 1, ERROR_ACCESS_DENIED);
+    expect(path, untold);
+    machine->gate.ClearFailures();
+  }
 }
 
 TEST_F(PathRules, WindowsOwnFoldersWarnOrRefuse) {
-  const std::string windows =
-      "Redirecting sub-folders of Windows could lead to incorrect functionality of Windows. "
-      "Ensure Windows works correctly on a Frozen computer once this folder is Thawed.\n";
-  const std::string programs =
-      "Redirecting sub-folders of Program Files could lead to incorrect behavior of some "
-      "programs. Ensure this program works correctly on a Frozen computer once this folder is "
-      "Thawed.\n";
-  const std::string none;
+  const std::string none,
+      windows =
+          "Redirecting sub-folders of Windows could lead to incorrect functionality of Windows. Ensure Windows works "
+          "correctly on a Frozen computer once this folder is Thawed.\n",
+      programs =
+          "Redirecting sub-folders of Program Files could lead to incorrect behavior of some programs. Ensure this "
+          "program works correctly on a Frozen computer once this folder is Thawed.\n";
+  const SystemFolderOptions any, quiet{.quiet = true}, product{.insideProductOnly = true};
   struct {
     const char16_t* path;
     SystemFolderOptions options;
-    int refused;
-    bool logged;
+    Speaks speaks;
     std::string console;
   } const cases[] = {
-      {u"C:\\Data", {}, 0, false, none},
-      {u"C:\\Data", {.insideProductOnly = true}, 0, false, none},
-      {u"c:\\WINDOWS", {}, 1, true, none},
-      {u"C:\\Windows\\", {}, 1, true, none},
-      {u"\\\\?\\C:\\Windows", {}, 1, true, none},
-      {u"C:\\Windows\\SYSTEM32", {.quiet = true}, 1, true, none},
-      {u"C:\\Windows\\System32\\drivers", {.insideProductOnly = true}, 1, true, none},
-      {u"C:\\Program Files", {}, 1, true, none},
-      {u"C:\\PROGRA~1", {}, 1, true, none},
-      {u"C:\\PROGRA~1\\App~", {}, 0, false, programs},
-      {u"C:\\Data~", {}, 0, false, none},
-      {u"c:\\program files (X86)", {}, 1, true, none},
-      {u"C:\\Windows\\Fonts", {}, 0, false, windows},
-      {u"C:\\Windows\\Fonts", {.quiet = true}, 0, false, none},
-      {u"C:\\Windows\\Fonts", {.insideProductOnly = true}, 1, false, none},
-      {u"C:\\Program Files\\App", {}, 0, false, programs},
-      {u"C:\\Program Files (x86)\\App", {}, 0, false, programs},
-      {u"C:\\Program Files\\App", {.insideProductOnly = true}, 1, false, none},
-      {u"C:\\Program Files\\Velmora\\Rimehold\\x", {.insideProductOnly = true}, 0, false, none},
-      {u"C:\\program files (x86)\\velmora\\rimehold", {.insideProductOnly = true}, 0, false, none},
+      {u"C:\\Data", any, Passed, none},
+      {u"C:\\Data", product, Passed, none},
+      {u"c:\\WINDOWS", any, System, none},
+      {u"C:\\Windows\\", any, System, none},
+      {u"\\\\?\\C:\\Windows", any, System, none},
+      {u"C:\\Windows\\SYSTEM32", quiet, System, none},
+      {u"C:\\Windows\\System32\\drivers", product, System, none},
+      {u"C:\\Program Files", any, System, none},
+      {u"C:\\PROGRA~1", any, System, none},
+      {u"C:\\PROGRA~1\\App~", any, Passed, programs},
+      {u"C:\\Data~", any, Passed, none},
+      {u"c:\\program files (X86)", any, System, none},
+      {u"C:\\Windows\\Fonts", any, Passed, windows},
+      {u"C:\\Windows\\Fonts", quiet, Passed, none},
+      {u"C:\\Windows\\Fonts", product, Silent, none},
+      {u"C:\\Program Files\\App", any, Passed, programs},
+      {u"C:\\Program Files (x86)\\App", any, Passed, programs},
+      {u"C:\\Program Files\\App", product, Silent, none},
+      {u"C:\\Program Files\\Velmora\\Rimehold\\x", product, Passed, none},
+      {u"C:\\program files (x86)\\velmora\\rimehold", product, Passed, none},
   };
   // The machine makes no short names; a junction that looks like one leads to the same folder.
   MakeFolder(u"C:\\Data~");
   MakeFolder(u"C:\\Program Files\\App~");
   ASSERT_EQ(CreateJunction(u"C:\\PROGRA~1", u"C:\\Program Files"), 1);
+  const auto decide = [&](const char16_t* path, const SystemFolderOptions& options) {
+    return Decision([&] {  // 1 refuses
+      const int answer = IsSystemFolder(path, options);
+      return answer == 0 || answer == 1 ? 1 - answer : answer;
+    });
+  };
   for (const auto& each : cases) {
     machine->console.clear();
-    int refused = -1;
-    const Lines lines = LinesOf([&] { refused = IsSystemFolder(each.path, each.options); });
-    std::string console = machine->console;
-    std::erase(console, '\r');
-    EXPECT_EQ(refused, each.refused) << emulated::Utf8(each.path);
-    EXPECT_EQ(test::Shown(lines), test::Shown(each.logged ? System(each.path) : Lines{}));
-    EXPECT_EQ(console, each.console) << emulated::Utf8(each.path);
+    EXPECT_LINES(decide(each.path, each.options), each.speaks(each.path));
+    std::erase(machine->console, '\r');
+    EXPECT_EQ(machine->console, each.console) << emulated::Utf8(each.path);
   }
-  for (const std::uint64_t question : {1u, 2u, 3u, 4u}) {  // which are Windows' own is not told
+  for (const std::uint64_t question : {1u, 2u, 3u, 4u}) {
     machine->gate.FailCall("SHGetSpecialFolderPathW", question, ERROR_ACCESS_DENIED);
-    EXPECT_EQ(IsSystemFolder(u"C:\\Data"), 1);
+    EXPECT_LINES(decide(u"C:\\Data", any),
+                 Lines{u"#ERROR: Unable to tell the Windows system folders, of which C:\\Data may be one."});
     machine->gate.ClearFailures();
   }
 }

@@ -141,21 +141,32 @@ TEST_F(Relations, EveryRuleSpeaksInItsOrder) {
 }
 
 TEST_F(Relations, TheTargetMustBeOpenToTheUser) {
-  MakeFolder(u"D:\\closed");
-  MakeFolder(u"D:\\closed\\open");
-  test::SetSecurity(u"D:\\closed\\open", u"O:BAD:P(A;OICI;FA;;;BA)");
-  test::SetSecurity(u"D:\\closed", u"O:SYD:P(A;OICI;FR;;;BA)(A;OICI;FA;;;SY)");
+  const auto grant = [](const std::u16string& path, const std::u16string& rights) {
+    test::SetSecurity(path, u"O:SYD:P(A;OICI;" + rights + u";;;BA)(A;OICI;FA;;;SY)");
+  };
+  for (const char16_t* folder : {u"D:\\closed", u"D:\\closed\\open"}) MakeFolder(folder);
+  grant(u"D:\\closed\\open", u"FA");
+  grant(u"D:\\closed", u"FRFX");
   Expect({{source, u"D:\\closed", {CannotBeMade(u"D:\\closed")}},
           {source, u"D:\\closed\\open", passed},
           // What it takes to make the folder, and what it takes to fill it.
           {source,
            u"D:\\closed\\new",
            {Unread(u"D:\\closed\\new"), CannotBeMade(u"D:\\closed\\new"), CannotBeMade(u"D:\\closed\\new")}},
-          {source, u"D:\\new", {u"(passed)", Unread(u"D:\\new")}},
+          {source, u"D:\\new", {passed[0], Unread(u"D:\\new")}},
           {source,
            u"new",
            {Unread(u"new"), u"#ERROR: Unable to get Parent Directory for path = new.",
             u"#ERROR: Failed to get parent directory for path = new.", NoRoom(u"new")}}});
+  // Each of the rights is needed.
+  constexpr DWORD kNeeded = 0x1F01FF;
+  for (DWORD right = 1; right <= SYNCHRONIZE; right <<= 1) {
+    if (!(kNeeded & right) || right == WRITE_OWNER) continue;  // which a privilege gives
+    const std::u16string rights = emulated::Utf16(std::to_string(kNeeded & ~right)), folder = u"D:\\" + rights;
+    MakeFolder(folder);
+    grant(folder, rights);
+    Expect({{source, folder, {CannotBeMade(folder)}}});
+  }
 }
 
 TEST_F(Relations, TheTwoPlaces) {
@@ -178,6 +189,16 @@ TEST_F(Relations, TheTwoPlaces) {
           {u"C:\\", u"c:\\Data\\x", {Inside(u"C:\\", u"c:\\Data\\x")}, true},
           {u"C:", u"C:\\Data", {Inside(u"C:", u"C:\\Data")}, true},
           {u"C:\\Data\\inner", source, passed}});
+}
+
+TEST_F(Relations, PlacesOnOneVolumeAreTold) {
+  for (const char16_t* to : {u"D:\\new", u"c:\\Links\\junction\\new", u"Q:\\new"})
+    EXPECT_LINES(LinesOf([&] { TellIfOnOneVolume(source, to); }), Lines{});
+  for (const char16_t* to : {u"c:\\new\\x", u"C:\\Links"})
+    EXPECT_LINES(LinesOf([&] { TellIfOnOneVolume(source, to); }),
+                 Lines{u"#INFO: " + std::u16string(to) +
+                       u" is on the same volume as C:\\Data: what is discarded there at a restart is discarded at both "
+                       u"places."});
 }
 
 }  // namespace

@@ -17,7 +17,10 @@ class VolumeRules : public test::ValidationTest {
     notWritable = u"#ERROR: The selected volume " + volume + u" doesn't have write permission.";
   }
   Lines RefusedVolume(const std::u16string& name) {
-    return Refusal([&] { return ValidateVolume(name.c_str()); });
+    return Decision([&] { return ValidateVolume(name.c_str()); });
+  }
+  Lines RefusedProfile(const char16_t* folder) {
+    return Decision([&] { return ValidateProfileVolume(volume.c_str(), folder); });
   }
   Lines RefusedMove(const char16_t* from) {
     return Refusal([&] { return ValidateVolumeRedirection(from, volume.c_str()); });
@@ -66,6 +69,27 @@ TEST_F(VolumeRules, EachAlone) {
   }
   test::SetSecurity(volume, u"O:SYD:P(A;OICI;FRFX;;;BA)(A;OICI;FA;;;SY)");
   EXPECT_LINES(RefusedVolume(volume), Lines{notWritable});
+}
+
+// It may be mounted where it is to go, and nowhere else.
+TEST_F(VolumeRules, OfProfiles) {
+  MakeFolder(u"C:\\away");
+  EXPECT_LINES(RefusedProfile(u"C:\\place"), passed);
+  Mount(u"C:\\place", volume);
+  EXPECT_LINES(RefusedProfile(u"C:\\place"), passed);
+  EXPECT_LINES(RefusedProfile(u"C:\\away"), Lines{mounted});
+  Mount(u"C:\\other", other);
+  EXPECT_LINES(RefusedProfile(u"C:\\other"), Lines{mounted});
+  Mount(u"C:\\second", volume);
+  EXPECT_LINES(RefusedProfile(u"C:\\place"), Lines{mounted});
+  for (const DWORD error : {ERROR_MORE_DATA, ERROR_ACCESS_DENIED}) {
+    machine->gate.FailCall("GetVolumePathNamesForVolumeNameW", 1, error);
+    EXPECT_LINES(RefusedProfile(u"C:\\place"), Lines{mounted});
+  }
+  machine->FindByGuidName(volume)->fileSystem = u"FAT32";
+  EXPECT_LINES(RefusedProfile(u"C:\\place"), Lines{notNtfs});
+  volume = u"\\\\?\\Volume{no}\\";
+  EXPECT_LINES(RefusedProfile(u"C:\\place"), Lines{u"#ERROR: The selected volume " + volume + u" does not exist."});
 }
 
 TEST_F(VolumeRules, AllAreTriedInTheirOrder) {

@@ -3,7 +3,6 @@
 
 #include <functional>
 #include <string>
-#include <string_view>
 #include <vector>
 
 #include "support/engine.h"
@@ -34,34 +33,29 @@ class ValidationTest : public Engine {
  protected:
   explicit ValidationTest(const MachineFacts& facts = {}) : Engine(facts) { UseProgramModule(*machine); }
 
-  // The messages that an action logs, whole, without their times. Windows' text for an error is the end of its message.
+  // The messages that an action logs.
   Lines LinesOf(const std::function<void()>& action) {
     const std::size_t before = LogText().size();
     action();
-    const std::u16string text = LogText().substr(before);
-    Lines lines;
-    constexpr std::u16string_view kStart = u"\r\n[", kPrefixEnd = u"] ";
-    for (std::size_t at = text.find(kStart); at != std::u16string::npos;) {
-      const std::size_t next = text.find(kStart, at + kStart.size());
-      std::u16string line = text.substr(at, next - at);
-      line.erase(0, line.find(kPrefixEnd) + kPrefixEnd.size());
-      while (line.ends_with(u'\n') || line.ends_with(u'\r')) line.pop_back();
-      lines.push_back(std::move(line));
-      at = next;
-    }
+    return Messages(LogText().substr(before));
+  }
+  // All that a decision logs, behind "(passed)" when it says yes: 1 and no other number.
+  Lines Decision(const std::function<int()>& decide) {
+    int result = -1;
+    Lines lines = LinesOf([&] { result = decide(); });
+    EXPECT_TRUE(result == 0 || result == 1) << result;
+    if (result == 1) lines.insert(lines.begin(), passed.front());
     return lines;
   }
-  static Lines ErrorsIn(const Lines& lines) {
-    Lines errors;
-    for (const std::u16string& line : lines)
-      if (line.find(u"#ERROR") != std::u16string::npos) errors.push_back(line);
-    return errors;
+  static Lines ErrorsIn(Lines lines) {
+    std::erase_if(lines, [](const std::u16string& line) { return line.find(u"#ERROR") == std::u16string::npos; });
+    return lines;
   }
-  // The error lines of a decision that says no; "(passed)" of one that says yes, before whatever it logged.
+  // Of what a decision logs, the errors.
   Lines Refusal(const std::function<int()>& decide) {
-    int result = -1;
-    Lines errors = ErrorsIn(LinesOf([&] { result = decide(); }));
-    if (result != 0) errors.insert(errors.begin(), u"(passed)");
+    const Lines lines = Decision(decide);
+    Lines errors = ErrorsIn(lines);
+    if (!lines.empty() && lines[0] == passed[0]) errors.insert(errors.begin(), passed[0]);
     return errors;
   }
   Lines Refusal(const char16_t* from, const char16_t* to, const RedirectionOptions& options = {}) {

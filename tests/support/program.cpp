@@ -76,6 +76,21 @@ std::string LogBytes(emulated::Machine& machine) {
   return {content.begin(), content.end()};
 }
 
+std::vector<std::u16string> Messages(const std::u16string& log) {
+  std::vector<std::u16string> messages;
+  constexpr std::u16string_view kStart = u"\n[", kTimeEnd = u"] ";
+  const std::u16string text = u"\n" + log;
+  for (std::size_t at = text.find(kStart); at != std::u16string::npos;) {
+    const std::size_t next = text.find(kStart, at + kStart.size());
+    std::u16string message = text.substr(at, next - at);
+    message.erase(0, message.find(kTimeEnd) + kTimeEnd.size());
+    while (message.ends_with(u'\n') || message.ends_with(u'\r')) message.pop_back();
+    if (!message.starts_with(u"---")) messages.push_back(std::move(message));
+    at = next;
+  }
+  return messages;
+}
+
 RunResult RunProgram(emulated::Machine& machine, std::initializer_list<std::u16string> words) {
   UseProgramModule(machine);
   const auto token = machine.process.token;

@@ -4,6 +4,7 @@
 #include <initializer_list>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "entry/program_module.h"
 #include "report/console.h"
@@ -28,6 +29,10 @@ struct RunResult {
 // One run of the program on the machine with these words behind its name. The process's token is as fresh for every
 // run.
 RunResult RunProgram(emulated::Machine& machine, std::initializer_list<std::u16string> words);
+
+// The messages of a log but for the separators of runs: whole, without their times and the line ends behind them.
+// Windows' text for an error is the end of its message.
+std::vector<std::u16string> Messages(const std::u16string& log);
 
 // Gives the machine the program's own module with its resources; RunProgram does it, too.
 using ::UseProgramModule;
