@@ -3,7 +3,7 @@
 #include <stdexcept>
 
 #include "contract/fixture.h"
-#include "support/machine.h"
+#include "support/installed_machine.h"
 #include "win32/emulated/files/runtime_bound.h"
 #include "win32/emulated/registry/registry.h"
 
@@ -14,9 +14,9 @@ namespace {
 // Every test that asks for a scratch folder gets a fresh machine.
 emulated::Machine& FreshMachine() {
   // Made with a machine, so that it is gone at the end before what machines are registered in.
-  static std::unique_ptr<emulated::Machine> machine = test::TestMachine();
+  static std::unique_ptr<emulated::Machine> machine = test::BareMachine();
   machine.reset();
-  machine = test::TestMachine();
+  machine = test::BareMachine();
   machine->registry().MountEmpty(u"HKLM\\SOFTWARE");
   machine->registry().MountEmpty(u"HKU\\" + emulated::SidToText(machine->process.token->user));
   return *machine;

@@ -1,5 +1,4 @@
-// Who may open what; last access times where Windows keeps them. How a descriptor decides is in
-// security_access_test.cpp.
+// Who may open what, and whose descriptors change. How a descriptor decides is in security_test.cpp.
 #include "emulated/on_machine.h"
 
 using namespace contract;
@@ -7,58 +6,68 @@ using namespace win32;
 
 namespace {
 
-using FilesAccess = test::OnBareMachine;
-
 constexpr DWORD kBackup = FILE_FLAG_BACKUP_SEMANTICS;
-constexpr const char16_t* kNobody = u"O:SYG:SYD:P(A;;FA;;;SY)";
+constexpr const char16_t *kUser = u"S-1-5-21-1-2-3-1001", *kNobody = u"O:SYG:SYD:P(A;;FA;;;SY)";
 
-TEST_F(FilesAccess, TheDescriptorDecides) {
-  Put(u"C:\\file");
-  Protect(u"\\file", u"O:SYG:SYD:P(A;;FR;;;WD)(A;;FA;;;SY)");
-  BecomeUser();
-  EXPECT_EQ(OpenError(u"C:\\file", GENERIC_READ), 0u);
+class FilesAccess : public test::OnMachine {
+ protected:
+  FilesAccess() {
+    for (const auto* const path : {u"C:\\d", u"C:\\d\\child"}) MakeDirectory(path);
+    Put(u"C:\\d\\file");
+  }
+  static DWORD Read(const char16_t* path, DWORD parts = DACL_SECURITY_INFORMATION) {
+    UniqueLocalMemory descriptor;
+    return GetNamedSecurityInfoW(path, SE_OBJECT_TYPE::SE_FILE_OBJECT, parts, nullptr, nullptr, nullptr, nullptr,
+                                 descriptor.put());
+  }
+  static DWORD WriteDacl(std::u16string path, std::u16string_view sddl) {
+    const emulated::Bytes descriptor = *emulated::DescriptorFromText(sddl);
+    const emulated::ByteView view = emulated::ViewDescriptor(descriptor)->dacl;
+    emulated::Bytes dacl(view.begin(), view.end());
+    return SetNamedSecurityInfoW(path.data(), SE_OBJECT_TYPE::SE_FILE_OBJECT, DACL_SECURITY_INFORMATION, nullptr,
+                                 nullptr, reinterpret_cast<ACL*>(dacl.data()), nullptr);
+  }
+  static DWORD WriteOwner(std::u16string path, std::u16string_view sid) {
+    emulated::Sid owner = emulated::SidFromText(sid);
+    return SetNamedSecurityInfoW(path.data(), SE_OBJECT_TYPE::SE_FILE_OBJECT, OWNER_SECURITY_INFORMATION, owner.data(),
+                                 nullptr, nullptr, nullptr);
+  }
+};
+
+TEST_F(FilesAccess, AUserDoesWhatTheDescriptorsLetHim) {
+  Protect(u"\\d\\file", u"O:SYG:SYD:P(A;;FR;;;WD)(A;;FA;;;SY)");
+  Protect(u"\\d", u"O:SYG:SYD:P(A;OICI;FA;;;WD)");
+  Become(kUser);
+  EXPECT_EQ(OpenError(u"C:\\d\\file", GENERIC_READ), 0u);
   for (const DWORD disposition : {OPEN_EXISTING, CREATE_ALWAYS})
-    EXPECT_EQ(OpenError(u"C:\\file", GENERIC_WRITE, 0, disposition), ERROR_ACCESS_DENIED);
-  EXPECT_EQ(ErrorOf(SetFileAttributesW(u"C:\\file", FILE_ATTRIBUTE_HIDDEN)), ERROR_ACCESS_DENIED);
-  EXPECT_EQ(OpenError(u"C:\\file", DELETE), 0u);  // by the directory's right to delete children
-  Protect(u"\\", u"O:SYG:SYD:P(A;OICI;FRFX;;;WD)(A;OICI;FA;;;SY)");
-  EXPECT_EQ(OpenError(u"C:\\file", DELETE), ERROR_ACCESS_DENIED);
-  EXPECT_EQ(ErrorOf(DeleteFileW(u"C:\\file")), ERROR_ACCESS_DENIED);
-  EXPECT_EQ(OpenError(u"C:\\new", GENERIC_WRITE, 0, CREATE_NEW), ERROR_ACCESS_DENIED);
-  EXPECT_EQ(ErrorOf(CreateDirectoryW(u"C:\\new", nullptr)), ERROR_ACCESS_DENIED);
-  EXPECT_EQ(ErrorOf(emulated::CreateSymbolicLinkW(u"C:\\new", u"target", 0)), ERROR_PRIVILEGE_NOT_HELD);
-  EXPECT_FALSE(Exists(u"C:\\new"));
-}
-
-TEST_F(FilesAccess, AttributesAreReadThroughTheDirectorysListRight) {
-  MakeDirectory(u"C:\\d");
-  Put(u"C:\\d\\file");
+    EXPECT_EQ(OpenError(u"C:\\d\\file", GENERIC_WRITE, 0, disposition), ERROR_ACCESS_DENIED);
+  EXPECT_EQ(ErrorOf(SetFileAttributesW(u"C:\\d\\file", FILE_ATTRIBUTE_HIDDEN)), ERROR_ACCESS_DENIED);
+  EXPECT_EQ(OpenError(u"C:\\d\\file", DELETE), 0u) << "by the directory's right to delete children";
+  Protect(u"\\d", u"O:SYG:SYD:P(A;OICI;FRFX;;;WD)(A;OICI;FA;;;SY)");
+  EXPECT_EQ(ErrorOf(DeleteFileW(u"C:\\d\\file")), ERROR_ACCESS_DENIED);
+  EXPECT_EQ(OpenError(u"C:\\d\\new", GENERIC_WRITE, 0, CREATE_NEW), ERROR_ACCESS_DENIED);
+  EXPECT_EQ(ErrorOf(CreateDirectoryW(u"C:\\d\\new", nullptr)), ERROR_ACCESS_DENIED);
+  EXPECT_EQ(ErrorOf(emulated::CreateSymbolicLinkW(u"C:\\d\\new", u"x", 0)), ERROR_PRIVILEGE_NOT_HELD);
+  EXPECT_FALSE(Exists(u"C:\\d\\new"));
+  // Attributes are read through the directory's right to list, until that goes, too.
   Protect(u"\\d\\file", kNobody);
   EXPECT_EQ(AttributesError(u"C:\\d\\file"), 0u);
   Protect(u"\\d", kNobody);
-  EXPECT_EQ(AttributesError(u"C:\\d\\file"), ERROR_ACCESS_DENIED);  // though nothing stops the walk there
+  EXPECT_EQ(AttributesError(u"C:\\d\\file"), ERROR_ACCESS_DENIED) << "though nothing stops the walk there";
   EXPECT_EQ(FindError(u"C:\\d\\*"), ERROR_ACCESS_DENIED);
 }
 
 TEST_F(FilesAccess, PrivilegesNeedBothTheirFlagAndTheirEnabling) {
-  Put(u"C:\\file");
-  MakeDirectory(u"C:\\d");
-  Protect(u"\\file", kNobody);
-  Protect(u"\\d", kNobody);
   const auto error = [](DWORD access, DWORD flags = kBackup) {
-    return OpenError(u"C:\\file", access, kShareAll, OPEN_EXISTING, flags);
+    return OpenError(u"C:\\d\\file", access, kShareAll, OPEN_EXISTING, flags);
   };
   const auto makeError = [](DWORD flags) { return OpenError(u"C:\\d\\new", GENERIC_WRITE, 0, CREATE_NEW, flags); };
-  const auto makeForAudit = [] {
-    return OpenError(u"C:\\new", GENERIC_WRITE | ACCESS_SYSTEM_SECURITY, 0, OPEN_ALWAYS);
-  };
-  EXPECT_EQ(makeForAudit(), ERROR_PRIVILEGE_NOT_HELD);
-  Enable(u"SeSecurityPrivilege");
-  EXPECT_EQ(makeForAudit(), 0u);
+  EXPECT_EQ(error(GENERIC_READ | ACCESS_SYSTEM_SECURITY), ERROR_PRIVILEGE_NOT_HELD);
+  for (const auto* const path : {u"\\d\\file", u"\\d"}) Protect(path, kNobody);
   EXPECT_EQ(error(GENERIC_READ), ERROR_ACCESS_DENIED);
   Enable(u"SeBackupPrivilege");
   EXPECT_EQ(error(GENERIC_READ, 0), ERROR_ACCESS_DENIED);
-  EXPECT_EQ(error(GENERIC_READ), 0u);
+  EXPECT_EQ(error(GENERIC_READ | ACCESS_SYSTEM_SECURITY), 0u);
   EXPECT_EQ(error(GENERIC_WRITE), ERROR_ACCESS_DENIED);
   EXPECT_EQ(makeError(kBackup), ERROR_ACCESS_DENIED);
   Enable(u"SeRestorePrivilege");
@@ -67,59 +76,52 @@ TEST_F(FilesAccess, PrivilegesNeedBothTheirFlagAndTheirEnabling) {
   EXPECT_EQ(makeError(kBackup), 0u);
 }
 
-TEST_F(FilesAccess, NewObjectsInheritUnlessTheCreatorSays) {
-  MakeDirectory(u"C:\\d");
-  Protect(u"\\d", u"O:BAG:BAD:P(A;OICI;FA;;;BA)(A;OI;FR;;;BU)");
-  Put(u"C:\\d\\file");
-  EXPECT_NE(SecurityOf(u"\\d\\file").find("(A;ID;FR;;;BU)"), std::string::npos);
-  SECURITY_DESCRIPTOR nullDacl{};
-  ASSERT_TRUE(InitializeSecurityDescriptor(&nullDacl, SECURITY_DESCRIPTOR_REVISION));
-  ASSERT_TRUE(SetSecurityDescriptorDacl(&nullDacl, TRUE, nullptr, FALSE));
-  SECURITY_ATTRIBUTES attributes{sizeof attributes, &nullDacl, FALSE};
-  ASSERT_TRUE(CreateDirectoryW(u"C:\\d\\open", &attributes));
-  EXPECT_NE(SecurityOf(u"\\d\\open").find("NO_ACCESS_CONTROL"), std::string::npos);
-  // A rename leaves the descriptor as it is, a copy takes what its directory gives.
-  ASSERT_TRUE(MoveFileW(u"C:\\d\\file", u"C:\\moved"));
-  EXPECT_NE(SecurityOf(u"\\moved").find("(A;ID;FR;;;BU)"), std::string::npos);
-  ASSERT_TRUE(CopyFileW(u"C:\\moved", u"C:\\copied", TRUE));
-  EXPECT_EQ(SecurityOf(u"\\copied").find("BU"), std::string::npos);
+TEST_F(FilesAccess, ByNameNoPrivilegeOpensWhatIsClosedButTheOneToTakeIt) {
+  constexpr const char16_t *kAdministrators = u"S-1-5-32-544", *kPath = u"C:\\d";
+  EXPECT_EQ(Read(kPath, SACL_SECURITY_INFORMATION), ERROR_PRIVILEGE_NOT_HELD);
+  Enable(u"SeSecurityPrivilege");
+  EXPECT_EQ(Read(kPath, SACL_SECURITY_INFORMATION), 0u);
+  EXPECT_EQ(WriteOwner(kPath, kUser), ERROR_INVALID_OWNER) << "only who may restore makes anybody the owner";
+  Enable(u"SeRestorePrivilege");
+  EXPECT_EQ(WriteOwner(kPath, kUser), 0u);
+  EXPECT_TRUE(SecurityOf(u"\\d").starts_with("O:S-1-5-21-1-2-3-1001D:"));
+  Protect(u"\\d", kNobody);
+  Enable(u"SeBackupPrivilege");
+  DWORD needed = 0;
+  EXPECT_EQ(Read(kPath), ERROR_ACCESS_DENIED);
+  EXPECT_EQ(WriteDacl(kPath, u"D:(A;;FA;;;BA)"), ERROR_ACCESS_DENIED);
+  EXPECT_EQ(ErrorOf(GetFileSecurityW(kPath, DACL_SECURITY_INFORMATION, nullptr, 0, &needed)), ERROR_ACCESS_DENIED);
+  EXPECT_EQ(WriteOwner(kPath, kAdministrators), ERROR_ACCESS_DENIED);
+  Enable(u"SeTakeOwnershipPrivilege");
+  EXPECT_EQ(WriteOwner(kPath, kAdministrators), 0u);
+  EXPECT_EQ(WriteDacl(kPath, u"D:(A;;FA;;;BA)"), 0u);
+  EXPECT_EQ(SecurityOf(u"\\d"), "O:BAD:PAI(A;;FA;;;BA)");
+  LoseElevation();
+  EXPECT_EQ(Read(kPath), ERROR_ACCESS_DENIED);
 }
 
-TEST_F(FilesAccess, ALinkBetweenTwoRootsDoesNotMakeThemOne) {
-  MakeDirectory(u"D:\\Other");
-  MakeDirectory(u"C:\\Beside");
-  ASSERT_TRUE(emulated::CreateSymbolicLinkW(u"C:\\link", u"D:\\Other", SYMBOLIC_LINK_FLAG_DIRECTORY));
-  EXPECT_EQ(OpenError(u"C:\\link", GENERIC_READ, kShareAll, OPEN_EXISTING, kBackup), 0u);
-  EXPECT_TRUE(Exists(u"C:\\Beside"));
-  EXPECT_FALSE(Exists(u"C:\\Other"));
-}
-
-// That SetFileTime's mark on a handle keeps the time is in backup_streams_test.cpp.
-TEST_F(FilesAccess, LastAccessTimes) {
-  Put(u"C:\\file");
-  emulated::FileInfo before, after;
-  EXPECT_EQ(volume().Stat(Find(u"\\file"), before), 0u);
-  for (const bool updated : {false, true}) {  // not, as Windows is set up since Vista
-    machine->files().lastAccessUpdates = updated;
-    machine->Advance(60'000);
-    Get(u"C:\\file");
-    EXPECT_EQ(volume().Stat(Find(u"\\file"), after), 0u);
-    EXPECT_EQ(after.lastAccess, updated ? machine->Now() : before.lastAccess);
-  }
-}
-
-TEST_F(FilesAccess, OpenFilesFollowTheirRenames) {
-  Put(u"C:\\file", "content");
-  MakeDirectory(u"C:\\d");
-  auto open = Open(u"C:\\file", GENERIC_READ | DELETE, kShareAll, OPEN_EXISTING, FILE_FLAG_DELETE_ON_CLOSE);
-  ASSERT_TRUE(MoveFileW(u"C:\\file", u"C:\\d\\moved"));
-  Put(u"C:\\file", "another");
-  char16_t path[300] = {};
-  EXPECT_NE(emulated::GetFinalPathNameByHandleW(open.get(), path, 300, 0), 0u);
-  EXPECT_EQ(std::u16string(path), u"\\\\?\\C:\\d\\moved");
+TEST_F(FilesAccess, NothingIsPropagatedThroughALinkNorToWhatTheCallerMayNotChange) {
+  MakeJunction(u"C:\\d\\link", u"\\??\\C:\\Users\\Public");
+  const auto mentions = [&](std::u16string_view path, const char* who) {
+    return SecurityOf(path).find(who) != std::string::npos;
+  };
+  Protect(u"\\d\\child", u"O:SYG:SYD:AI(A;ID;FA;;;SY)");
+  EXPECT_EQ(WriteDacl(u"C:\\d\\link", u"D:(A;OICI;FR;;;AN)"), 0u);
+  EXPECT_EQ(WriteDacl(u"C:\\d", u"D:(A;OICI;FA;;;BA)(A;OICI;FW;;;BG)"), 0u);
+  EXPECT_TRUE(mentions(u"\\d\\link", "AN") && mentions(u"\\d\\link", "BG") && mentions(u"\\d\\file", "BG"));
+  EXPECT_EQ(SecurityOf(u"\\d\\child"), "O:SYD:AI(A;ID;FA;;;SY)");
+  for (const auto* const path : {u"\\Users\\Public", u"\\Users\\Public\\Documents"})
+    EXPECT_FALSE(mentions(path, "AN") || mentions(path, "BG"));
+  EXPECT_EQ(WriteDacl(u"C:\\d\\link\\Documents", u"D:(A;;FX;;;PU)"), 0u) << "a link on the way is followed";
+  EXPECT_TRUE(mentions(u"\\Users\\Public\\Documents", "PU"));
+  // A rename leaves the descriptor as it is, a copy takes what its directory gives; what is open follows its name.
+  auto open = Open(u"C:\\d\\file", GENERIC_READ | DELETE, kShareAll, OPEN_EXISTING, FILE_FLAG_DELETE_ON_CLOSE);
+  ASSERT_TRUE(MoveFileW(u"C:\\d\\file", u"C:\\moved") && CopyFileW(u"C:\\moved", u"C:\\copied", TRUE));
+  EXPECT_TRUE(mentions(u"\\moved", "BG") && !mentions(u"\\copied", "BG"));
+  Put(u"C:\\d\\file", "another");
   open.reset();
-  EXPECT_FALSE(Exists(u"C:\\d\\moved"));
-  EXPECT_EQ(Get(u"C:\\file"), "another");
+  EXPECT_EQ(AttributesError(u"C:\\moved"), ERROR_FILE_NOT_FOUND);
+  EXPECT_EQ(Get(u"C:\\d\\file"), "another");
 }
 
 }  // namespace

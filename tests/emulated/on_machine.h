@@ -5,7 +5,6 @@
 
 #include "contract/fixture.h"
 #include "support/installed_machine.h"
-#include "support/machine.h"
 #include "win32/emulated/files/file_service.h"
 #include "win32/emulated/files/runtime_bound.h"
 #include "win32/emulated/registry/registry.h"
@@ -14,9 +13,10 @@
 
 namespace test {
 
+// A machine with Windows and the product's service on it, or what else is given.
 class OnMachine : public testing::Test {
  protected:
-  explicit OnMachine(std::unique_ptr<emulated::Machine> made) : machine(std::move(made)) {}
+  explicit OnMachine(const MachineFacts& facts = {}) : machine(InstalledMachine(facts)) {}
 
   emulated::Registry& registry() { return machine->registry(); }
   emulated::Volume& volume(char16_t letter = u'C') { return *machine->FindByLetter(letter)->volume; }
@@ -36,11 +36,8 @@ class OnMachine : public testing::Test {
         emulated::DescriptorToText(descriptor, win32::OWNER_SECURITY_INFORMATION | win32::DACL_SECURITY_INFORMATION));
   }
 
-  void Enable(std::u16string_view privilege, bool enable = true) {
-    EXPECT_TRUE(machine->process.token->EnablePrivilege(privilege, enable));
-  }
+  void Enable(std::u16string_view privilege) { EXPECT_TRUE(machine->process.token->EnablePrivilege(privilege, true)); }
   void Become(std::u16string_view sid) { machine->process.token = emulated::MakeUserToken(emulated::SidFromText(sid)); }
-  void BecomeUser() { Become(u"S-1-5-21-1-2-3-1001"); }
   void LoseElevation() {
     machine->process.token = emulated::MakeFilteredAdministratorToken(machine->process.token->user);
   }
@@ -52,14 +49,6 @@ class OnMachine : public testing::Test {
   }
 
   std::unique_ptr<emulated::Machine> machine;
-};
-
-// Two empty volumes; and a machine with Windows and the product's service on it.
-struct OnBareMachine : OnMachine {
-  OnBareMachine() : OnMachine(TestMachine()) {}
-};
-struct OnWindows : OnMachine {
-  explicit OnWindows(const MachineFacts& facts = {}) : OnMachine(InstalledMachine(facts)) {}
 };
 
 }  // namespace test

@@ -1,15 +1,13 @@
-// The registry on a machine: hives and their files, views, links, access.
+// The registry on a machine: hives and their files, views, access; services and delayed renames, which it holds.
 #include "emulated/on_machine.h"
+#include "win32/emulated/registry/services.h"
 
 namespace {
 
 using namespace win32;
 
-constexpr DWORD kBadDatabase = 1009;
-
-class RegistryMachine : public test::OnWindows {
+class RegistryMachine : public test::OnMachine {
  protected:
-  void BecomeHimself() { Become(emulated::SidToText(machine->process.token->user)); }
   static LSTATUS Open(HKEY root, const char16_t* path, DWORD access, UniqueKey& key) {
     return RegOpenKeyExW(root, path, 0, access, key.put());
   }
@@ -17,122 +15,79 @@ class RegistryMachine : public test::OnWindows {
     UniqueKey key;
     return Open(root, path, access, key);
   }
-  static LSTATUS CreateError(HKEY root, const char16_t* path) {
-    UniqueKey key;
-    return RegCreateKeyExW(root, path, 0, nullptr, 0, KEY_READ, nullptr, key.put(), nullptr);
-  }
   static LSTATUS SetNumber(HKEY key, DWORD number = 1) {
     return RegSetValueExW(key, u"n", 0, REG_DWORD, reinterpret_cast<const BYTE*>(&number), sizeof number);
   }
-  static void CreateWithNumber(HKEY root, const char16_t* path, DWORD access = KEY_ALL_ACCESS, DWORD options = 0) {
+  static LSTATUS Create(HKEY root, const char16_t* path, DWORD access = KEY_ALL_ACCESS, DWORD options = 0,
+                        const SECURITY_ATTRIBUTES* security = nullptr) {
     UniqueKey key;
-    EXPECT_EQ(RegCreateKeyExW(root, path, 0, nullptr, options, access, nullptr, key.put(), nullptr), 0);
-    EXPECT_EQ(SetNumber(key.get()), 0);
+    const LSTATUS error = RegCreateKeyExW(root, path, 0, nullptr, options, access, security, key.put(), nullptr);
+    return error ? error : SetNumber(key.get());  // the creator's handle has what he asked for
   }
   static DWORD OpenFileError(const char16_t* path) { return contract::OpenError(path, GENERIC_READ); }
 };
 
 TEST_F(RegistryMachine, ChangesOutliveARestartAndVolatileKeysDoNot) {
-  CreateWithNumber(HKEY_LOCAL_MACHINE, u"SOFTWARE\\Kept");
-  CreateWithNumber(HKEY_LOCAL_MACHINE, u"SOFTWARE\\Lost", KEY_ALL_ACCESS, REG_OPTION_VOLATILE);
-  CreateWithNumber(HKEY_CURRENT_USER, u"Software\\Mine");
+  EXPECT_EQ(Create(HKEY_LOCAL_MACHINE, u"SOFTWARE\\Kept"), 0);
+  EXPECT_EQ(Create(HKEY_LOCAL_MACHINE, u"SOFTWARE\\Lost", KEY_ALL_ACCESS, REG_OPTION_VOLATILE), 0);
+  EXPECT_EQ(Create(HKEY_CURRENT_USER, u"Software\\Mine"), 0);
+  EXPECT_EQ(Create(HKEY_LOCAL_MACHINE, u"SYSTEM\\CurrentControlSet\\Control\\Test"), 0);
   Restart();
   EXPECT_TRUE(registry().Query(u"HKLM\\software\\kept", u"N"));
   EXPECT_FALSE(registry().KeyExists(u"HKLM\\SOFTWARE\\Lost"));
   EXPECT_EQ(OpenError(HKEY_CURRENT_USER, u"Software\\Mine", KEY_READ), 0);
-}
-
-TEST_F(RegistryMachine, CurrentControlSetIsALinkToTheSelectedSet) {
-  CreateWithNumber(HKEY_LOCAL_MACHINE, u"SYSTEM\\CurrentControlSet\\Control\\Test");
   EXPECT_TRUE(registry().KeyExists(u"HKLM\\SYSTEM\\ControlSet001\\Control\\Test"));
-  UniqueKey link;
-  DWORD type = 0;
-  ASSERT_EQ(RegOpenKeyExW(HKEY_LOCAL_MACHINE, u"SYSTEM\\CurrentControlSet", REG_OPTION_OPEN_LINK, KEY_READ, link.put()),
-            0);
-  EXPECT_EQ(RegQueryValueExW(link.get(), u"SymbolicLinkValue", nullptr, &type, nullptr, nullptr), 0);
-  EXPECT_EQ(type, REG_LINK);
-  // It is made at every start and is in no file.
-  registry().SetDword(u"HKLM\\SYSTEM\\Select", u"Current", 2);
-  link.reset();
-  auto disks = machine->Snapshot();
-  machine.reset();
-  emulated::Machine next;
-  for (auto& [name, device] : disks) ASSERT_EQ(next.Attach(std::move(device), name), 0U);
-  std::string error;
-  ASSERT_TRUE(next.registry().LoadSystemHives(error)) << error;
-  EXPECT_FALSE(next.registry().KeyExists(u"HKLM\\SYSTEM\\CurrentControlSet\\Control"));  // there is no second set
 }
 
 TEST_F(RegistryMachine, The32BitViewIsWow6432NodeButForSharedKeys) {
-  CreateWithNumber(HKEY_LOCAL_MACHINE, u"SOFTWARE\\Maker\\Product", KEY_ALL_ACCESS | KEY_WOW64_32KEY);
+  EXPECT_EQ(Create(HKEY_LOCAL_MACHINE, u"SOFTWARE\\Maker\\Product", KEY_ALL_ACCESS | KEY_WOW64_32KEY), 0);
   EXPECT_TRUE(registry().KeyExists(u"HKLM\\SOFTWARE\\Wow6432Node\\Maker\\Product"));
   EXPECT_FALSE(registry().KeyExists(u"HKLM\\SOFTWARE\\Maker"));
   UniqueKey software, software32;
   ASSERT_EQ(Open(HKEY_LOCAL_MACHINE, u"SOFTWARE", KEY_READ, software), 0);
   ASSERT_EQ(Open(HKEY_LOCAL_MACHINE, u"SOFTWARE", KEY_READ | KEY_WOW64_32KEY, software32), 0);
-  const struct {
-    HKEY root;
-    const char16_t* path;
-    DWORD view;
-    LSTATUS error = 0;
-  } cases[] = {// Naming the node itself means the 32-bit view in either.
-               {software.get(), u"Wow6432Node\\Maker", KEY_WOW64_64KEY},
-               {software.get(), u"Wow6432Node\\Maker", KEY_WOW64_32KEY},
-               // A handle keeps its view.
-               {software32.get(), u"Maker\\Product", KEY_WOW64_64KEY},
-               {software.get(), u"Maker", 0, ERROR_FILE_NOT_FOUND},
-               {software.get(), u"Maker", KEY_WOW64_32KEY},
-               {software.get(), u"", KEY_WOW64_32KEY | KEY_WOW64_64KEY, ERROR_INVALID_PARAMETER},
-               {software.get(), u"Microsoft\\Windows NT\\CurrentVersion\\ProfileList\\S-1-5-18", KEY_WOW64_32KEY},
-               {HKEY_LOCAL_MACHINE, u"SYSTEM\\Select", KEY_WOW64_32KEY}};
-  for (const auto& one : cases)
-    EXPECT_EQ(OpenError(one.root, one.path, KEY_READ | one.view), one.error) << &one - cases;
+  for (const DWORD view : {KEY_WOW64_64KEY, KEY_WOW64_32KEY}) {  // naming the node itself means it in either
+    EXPECT_EQ(OpenError(software.get(), u"Wow6432Node\\Maker", KEY_READ | view), 0);
+    EXPECT_EQ(OpenError(software32.get(), u"Maker\\Product", KEY_READ | view), 0) << "a handle keeps its view";
+    EXPECT_EQ(OpenError(HKEY_LOCAL_MACHINE, u"SYSTEM\\Select", KEY_READ | view), 0);
+  }
+  EXPECT_EQ(OpenError(software.get(), u"Maker", KEY_READ), ERROR_FILE_NOT_FOUND);
+  EXPECT_EQ(OpenError(software.get(), u"Maker", KEY_READ | KEY_WOW64_32KEY), 0);
 }
 
 TEST_F(RegistryMachine, AccessFollowsTheKeysDescriptorsAndTheHandlesRights) {
   UniqueKey key;
   ASSERT_EQ(Open(HKEY_LOCAL_MACHINE, u"SOFTWARE", KEY_READ, key), 0);
-  EXPECT_EQ(CreateError(key.get(), u"New"), 0) << "creating asks the key, not the handle";
+  EXPECT_EQ(Create(key.get(), u"New"), 0) << "creating asks the key, not the handle";
   ASSERT_EQ(Open(HKEY_LOCAL_MACHINE, u"SOFTWARE", KEY_SET_VALUE, key), 0);
   EXPECT_EQ(RegQueryValueExW(key.get(), u"n", nullptr, nullptr, nullptr, nullptr), ERROR_ACCESS_DENIED);
-  EXPECT_EQ(RegQueryInfoKeyW(key.get(), nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr,
-                             nullptr, nullptr),
-            ERROR_ACCESS_DENIED);
-  const SECURITY_ATTRIBUTES* none = nullptr;
   PSECURITY_DESCRIPTOR descriptor = nullptr;
   ASSERT_TRUE(ConvertStringSecurityDescriptorToSecurityDescriptorW(u"D:P(A;;KR;;;WD)", 1, &descriptor, nullptr));
   const UniqueLocalMemory owner(descriptor);
   const SECURITY_ATTRIBUTES attributes{sizeof attributes, descriptor, FALSE};
-  for (const auto& [path, security] : {std::pair{u"SOFTWARE\\Closed", &attributes}, {u"SOFTWARE\\Plain", none}}) {
-    ASSERT_EQ(RegCreateKeyExW(HKEY_LOCAL_MACHINE, path, 0, nullptr, 0, KEY_ALL_ACCESS, security, key.put(), nullptr),
-              0);
-    EXPECT_EQ(SetNumber(key.get()), 0) << "the creator's handle has what he asked for";
-  }
+  EXPECT_EQ(Create(HKEY_LOCAL_MACHINE, u"SOFTWARE\\Closed", KEY_ALL_ACCESS, 0, &attributes), 0);
   EXPECT_EQ(OpenError(HKEY_LOCAL_MACHINE, u"SOFTWARE\\Closed", KEY_SET_VALUE), ERROR_ACCESS_DENIED);
   EXPECT_EQ(OpenError(HKEY_LOCAL_MACHINE, u"SOFTWARE\\Closed", KEY_READ), 0);
 
-  BecomeHimself();
+  Become(emulated::SidToText(machine->process.token->user));
   ASSERT_EQ(Open(HKEY_LOCAL_MACHINE, u"SOFTWARE", KEY_READ, key), 0);
-  for (const auto* const path : {u"SOFTWARE", u"SOFTWARE\\Plain"}) {
-    EXPECT_EQ(OpenError(HKEY_LOCAL_MACHINE, path, KEY_READ), 0);
-    EXPECT_EQ(OpenError(HKEY_LOCAL_MACHINE, path, KEY_READ | KEY_WRITE), ERROR_ACCESS_DENIED);
-  }
-  EXPECT_EQ(CreateError(key.get(), u"Mine"), ERROR_ACCESS_DENIED);
+  EXPECT_EQ(OpenError(key.get(), u"New", KEY_READ | KEY_WRITE), ERROR_ACCESS_DENIED);
+  EXPECT_EQ(Create(key.get(), u"Mine"), ERROR_ACCESS_DENIED);
   EXPECT_EQ(RegDeleteKeyW(key.get(), u"New"), ERROR_ACCESS_DENIED);
   EXPECT_EQ(SetNumber(HKEY_LOCAL_MACHINE), ERROR_ACCESS_DENIED);
-  CreateWithNumber(HKEY_CURRENT_USER, u"Software\\Mine");  // his own hive is his
+  EXPECT_EQ(Create(HKEY_CURRENT_USER, u"Software\\Mine"), 0) << "his own hive is his";
 }
 
 TEST_F(RegistryMachine, LoadedHivesKeepTheirFilesToThemselves) {
   constexpr const char16_t* kFile = u"C:\\Users\\anna\\NTUSER.DAT";
+  for (const auto* const loaded : {u"C:\\Users\\Administrator\\NTUSER.DAT", u"C:\\Windows\\System32\\config\\SYSTEM"})
+    EXPECT_EQ(OpenFileError(loaded), ERROR_SHARING_VIOLATION);
   EXPECT_EQ(RegLoadKeyW(HKEY_USERS, u"Anna", kFile), ERROR_PRIVILEGE_NOT_HELD);
   for (const auto* const name : {u"SeBackupPrivilege", u"SeRestorePrivilege"}) Enable(name);
-  EXPECT_EQ(RegLoadKeyW(HKEY_USERS, u"", kFile), ERROR_INVALID_PARAMETER);
   EXPECT_EQ(RegLoadKeyW(HKEY_CURRENT_USER, u"Anna", kFile), ERROR_INVALID_PARAMETER);
   EXPECT_EQ(RegLoadKeyW(HKEY_USERS, u"Anna", u"C:\\none\\NTUSER.DAT"), ERROR_PATH_NOT_FOUND);
   EXPECT_EQ(OpenFileError(kFile), ERROR_SUCCESS);
   ASSERT_EQ(RegLoadKeyW(HKEY_USERS, u"Anna", kFile), 0);
-  EXPECT_EQ(OpenFileError(kFile), ERROR_SHARING_VIOLATION);
   EXPECT_EQ(RegLoadKeyW(HKEY_USERS, u"Again", kFile), ERROR_SHARING_VIOLATION);
   EXPECT_EQ(RegLoadKeyW(HKEY_USERS, u"Anna", u"C:\\Users\\jan\\NTUSER.DAT"), ERROR_ACCESS_DENIED);
   UniqueKey desktop;
@@ -140,37 +95,120 @@ TEST_F(RegistryMachine, LoadedHivesKeepTheirFilesToThemselves) {
   EXPECT_EQ(SetNumber(desktop.get(), 77), 0);
   EXPECT_EQ(RegUnLoadKeyW(HKEY_USERS, u"Anna"), ERROR_ACCESS_DENIED);
   desktop.reset();
-  EXPECT_EQ(RegDeleteKeyW(HKEY_USERS, u"Anna"), ERROR_ACCESS_DENIED);
   EXPECT_EQ(RegUnLoadKeyW(HKEY_USERS, u"Anna"), 0);
   EXPECT_EQ(OpenFileError(kFile), ERROR_SUCCESS);
   EXPECT_EQ(RegUnLoadKeyW(HKEY_USERS, u"Anna"), ERROR_FILE_NOT_FOUND);
-  EXPECT_EQ(RegUnLoadKeyW(HKEY_USERS, u".DEFAULT"), ERROR_ACCESS_DENIED);
-  // What was changed is in the file, under whatever name it is loaded next.
+  // What was changed is in the file; a damaged one is refused.
   ASSERT_EQ(RegLoadKeyW(HKEY_LOCAL_MACHINE, u"Other", kFile), 0);
   EXPECT_TRUE(registry().Query(u"HKLM\\Other\\Control Panel\\Desktop", u"n"));
   EXPECT_EQ(RegUnLoadKeyW(HKEY_LOCAL_MACHINE, u"Other"), 0);
-
-  // A missing hive is made, a damaged one refused.
-  constexpr const char16_t* kFresh = u"D:\\fresh.dat";
-  ASSERT_EQ(RegLoadKeyW(HKEY_LOCAL_MACHINE, u"Fresh", kFresh), 0);
-  CreateWithNumber(HKEY_LOCAL_MACHINE, u"Fresh\\Key");
-  EXPECT_EQ(RegUnLoadKeyW(HKEY_LOCAL_MACHINE, u"Fresh"), 0);
-  std::string content = contract::Get(kFresh);
-  ASSERT_GT(content.size(), 4100U);
+  emulated::Bytes content;
+  ASSERT_EQ(emulated::ReadWholeFile(volume(), u"\\Users\\anna\\NTUSER.DAT", content), 0u);
   content[4096] = 'x';
-  contract::Put(kFresh, content);
-  EXPECT_EQ(RegLoadKeyW(HKEY_LOCAL_MACHINE, u"Fresh", kFresh), kBadDatabase);
-  EXPECT_EQ(OpenFileError(kFresh), ERROR_SUCCESS);
-  EXPECT_FALSE(registry().KeyExists(u"HKLM\\Fresh"));
+  ASSERT_EQ(emulated::WriteWholeFile(volume(), u"\\Users\\anna\\NTUSER.DAT", content), 0u);
+  EXPECT_EQ(RegLoadKeyW(HKEY_LOCAL_MACHINE, u"Other", kFile), 1009);
+  EXPECT_FALSE(registry().KeyExists(u"HKLM\\Other"));
 }
 
-TEST_F(RegistryMachine, TheLoggedOnUsersHiveIsLoadedAndOthersAreNot) {
-  EXPECT_EQ(OpenFileError(u"C:\\Users\\Administrator\\NTUSER.DAT"), ERROR_SHARING_VIOLATION);
-  EXPECT_EQ(OpenFileError(u"C:\\Users\\anna\\NTUSER.DAT"), ERROR_SUCCESS);
-  EXPECT_EQ(OpenFileError(u"C:\\Windows\\System32\\config\\SYSTEM"), ERROR_SHARING_VIOLATION);
-  machine->process.token = emulated::MakeAdministratorToken(emulated::SidFromText(u"S-1-5-21-1-2-3-4000"));
-  EXPECT_EQ(OpenError(HKEY_CURRENT_USER, u"Environment", KEY_READ), 0);  // with no hive of his own: the default one
-  EXPECT_EQ(OpenError(HKEY_CURRENT_USER, u"Control Panel", KEY_READ), ERROR_FILE_NOT_FOUND);
+// What MoveFileExW leaves for the next start, and what that start makes of it.
+TEST_F(RegistryMachine, DelayedRenamesAreCarriedOutInOrderAtTheStart) {
+  constexpr std::u16string_view kKey = u"HKLM\\SYSTEM\\CurrentControlSet\\Control\\Session Manager",
+                                kValue = u"PendingFileRenameOperations";
+  const auto delay = [](const char16_t* from, const char16_t* to, DWORD flags = 0) {
+    return contract::ErrorOf(MoveFileExW(from, to, flags | MOVEFILE_DELAY_UNTIL_REBOOT));
+  };
+  for (const auto& [path, content] : {std::pair{u"C:\\a", "a"}, {u"C:\\b", "b"}, {u"C:\\c", "c"}, {u"C:\\d", "d"}})
+    contract::Put(path, content);
+  EXPECT_EQ(delay(u"C:\\a", nullptr), 0u);
+  EXPECT_EQ(delay(u"\\\\?\\C:\\b", u"C:\\c", MOVEFILE_REPLACE_EXISTING), 0u);
+  EXPECT_EQ(delay(u"C:\\Windows\\..\\c", u"C:/d"), 0u) << "which stands in the way then";
+  const auto value = registry().Query(kKey, kValue);
+  constexpr char16_t expected[] = u"\\??\\C:\\a\0\0\\??\\C:\\b\0!\\??\\C:\\c\0\\??\\C:\\c\0\\??\\C:\\d\0";
+  ASSERT_TRUE(value && value->type == REG_MULTI_SZ && value->data.size() == sizeof expected);
+  EXPECT_EQ(std::memcmp(value->data.data(), expected, sizeof expected), 0);
+  for (const auto* const deleted : {u"C:\\Windows", u"C:\\Documents and Settings"})
+    EXPECT_EQ(delay(deleted, nullptr), 0u);
+  EXPECT_EQ(delay(u"C:\\missing", nullptr), ERROR_FILE_NOT_FOUND);
+  EXPECT_EQ(delay(u"C:\\d", u"D:\\d", MOVEFILE_COPY_ALLOWED), ERROR_INVALID_PARAMETER);
+  LoseElevation();
+  EXPECT_EQ(delay(u"C:\\d", nullptr), ERROR_ACCESS_DENIED);
+  Restart();
+  EXPECT_FALSE(contract::Exists(u"C:\\a") || contract::Exists(u"C:\\b"));
+  EXPECT_EQ(contract::Get(u"C:\\c"), "b");
+  EXPECT_EQ(contract::Get(u"C:\\d"), "d");
+  EXPECT_FALSE(contract::Exists(u"C:\\Documents and Settings"));
+  EXPECT_TRUE(contract::Exists(u"C:\\Users\\Public")) << "the link goes, not what it leads to";
+  EXPECT_TRUE(contract::Exists(u"C:\\Windows\\System32")) << "a full folder stays";
+  EXPECT_FALSE(registry().Query(kKey, kValue)) << "done once";
+  // A malformed list does no harm.
+  constexpr char16_t odd[] = u"C:\\d\0\0\\??\\Q:\\missing\0\0\\??\\C:\\\0\0\\??\\C:\\d\0C:\\x\0\\??\\C:\\d";
+  emulated::Bytes data{7};
+  for (const char16_t unit : std::u16string_view(odd, std::size(odd) - 1)) emulated::AppendLittleEndian(data, unit);
+  registry().Set(kKey, kValue, REG_MULTI_SZ, {data.begin() + 1, data.end()});
+  Restart();
+  EXPECT_TRUE(contract::Exists(u"C:\\d"));
+  EXPECT_FALSE(registry().Query(kKey, kValue));
+}
+
+// Services: who may do what, and states that last by the clock.
+TEST_F(RegistryMachine, ServicesStartAndStopByTheClockAndWithWhatTheyDependOn) {
+  emulated::ServiceManager& services = machine->services();
+  const auto open = [](const char16_t* name, DWORD access = SERVICE_ALL_ACCESS) {
+    const UniqueService manager(OpenSCManagerW(nullptr, nullptr, SC_MANAGER_CONNECT));
+    return UniqueService(OpenServiceW(manager.get(), name, access));
+  };
+  const auto start = [&](const char16_t* name) {
+    return contract::ErrorOf(StartServiceW(open(name).get(), 0, nullptr));
+  };
+  const auto state = [&](const char16_t* name) {
+    SERVICE_STATUS status{};
+    EXPECT_TRUE(QueryServiceStatus(open(name).get(), &status));
+    return status.dwCurrentState;
+  };
+  const auto stop = [&](const char16_t* name) {
+    SERVICE_STATUS status{};
+    const DWORD error = contract::ErrorOf(ControlService(open(name).get(), SERVICE_CONTROL_STOP, &status));
+    EXPECT_EQ(status.dwCurrentState, state(name));
+    return error;
+  };
+  const auto dependOn = [&](const char16_t* needed) {
+    registry().Set(u"HKLM\\SYSTEM\\CurrentControlSet\\Services\\Probe", u"DependOnService", REG_MULTI_SZ,
+                   emulated::RegistryMultiText({needed}));
+  };
+  for (const auto* const name : {u"Probe", u"Base"})
+    services.Install(name, u"\"C:\\Windows\\System32\\svchost.exe\" -k probe", SERVICE_DEMAND_START);
+  services.Install(u"Gone", u"C:\\none\\gone.exe", SERVICE_DEMAND_START);
+  services.Behaviour(u"Probe") = {.startMilliseconds = 3000, .stopMilliseconds = 500};
+  EXPECT_EQ(start(u"Gone"), ERROR_FILE_NOT_FOUND);
+  EXPECT_EQ(stop(u"Probe"), ERROR_SERVICE_NOT_ACTIVE);
+  dependOn(u"Base");
+  EXPECT_EQ(start(u"Probe"), 0U);
+  EXPECT_EQ(state(u"base"), SERVICE_RUNNING);
+  EXPECT_EQ(stop(u"Probe"), ERROR_SERVICE_CANNOT_ACCEPT_CTRL);
+  machine->Advance(2999);
+  EXPECT_EQ(state(u"Probe"), SERVICE_START_PENDING);
+  machine->Advance(1);
+  EXPECT_EQ(state(u"Probe"), SERVICE_RUNNING);
+  EXPECT_EQ(start(u"Probe"), ERROR_SERVICE_ALREADY_RUNNING);
+  EXPECT_EQ(stop(u"Base"), 1051U) << "what depends on it runs";
+  EXPECT_EQ(stop(u"Probe"), 0U);
+  EXPECT_EQ(state(u"Probe"), SERVICE_STOP_PENDING);
+  machine->Advance(500);
+  EXPECT_EQ(state(u"Probe"), SERVICE_STOPPED);
+  EXPECT_EQ(stop(u"Base"), 0U);
+  EXPECT_TRUE(ChangeServiceConfigW(open(u"Base").get(), SERVICE_NO_CHANGE, SERVICE_DISABLED, SERVICE_NO_CHANGE, nullptr,
+                                   nullptr, nullptr, nullptr, nullptr, nullptr, nullptr));
+  EXPECT_EQ(start(u"Base"), ERROR_SERVICE_DISABLED);
+  for (const auto& [needed, error] : {std::pair{u"Base", 1068U}, {u"Nobody", 1075U}, {u"Probe", 1059U}}) {
+    dependOn(needed);
+    EXPECT_EQ(start(u"Probe"), error);
+  }
+  Become(emulated::SidToText(machine->process.token->user));  // users may look, administrators may change
+  EXPECT_TRUE(open(u"Probe", SERVICE_QUERY_CONFIG | SERVICE_QUERY_STATUS));
+  for (const DWORD access : {SERVICE_CHANGE_CONFIG, SERVICE_START, SERVICE_STOP, SERVICE_ALL_ACCESS})
+    EXPECT_EQ(contract::ErrorOf(open(u"Probe", access)), ERROR_ACCESS_DENIED);
+  EXPECT_EQ(contract::ErrorOf(UniqueService(OpenSCManagerW(nullptr, nullptr, SC_MANAGER_ALL_ACCESS))),
+            ERROR_ACCESS_DENIED);
 }
 
 }  // namespace

@@ -11,53 +11,42 @@
 
 namespace test {
 
-namespace {
-
-constexpr int kLookAgain = 50;  // milliseconds between two looks whether the server ends
-
-bool Ready(int socket, short events) {
-  pollfd state{socket, events, 0};
-  return poll(&state, 1, kLookAgain) == 1;
-}
-
-std::size_t ContentLength(const std::string& head) {
-  const std::size_t at = head.find("Content-Length: ");
-  return at == std::string::npos ? 0 : std::strtoul(head.c_str() + at + 16, nullptr, 10);
-}
-
-}  // namespace
-
 std::string HttpReply(std::string_view status, std::string_view body, std::string_view extraHeaders) {
   return "HTTP/1.1 " + std::string(status) + "\r\nContent-Length: " + std::to_string(body.size()) + "\r\n" +
          std::string(extraHeaders) + "\r\n" + std::string(body);
 }
 
-bool HttpServer::Exchange::Receive() {
+bool HttpServer::Ready(int socket, short events) {
+  pollfd state{socket, events, 0};
+  while (!ending_)
+    if (poll(&state, 1, 50) == 1) return true;
+  return false;
+}
+
+bool HttpServer::Receive(Exchange& exchange) {
   std::string received;
-  std::size_t headEnd = std::string::npos, all = 0;
-  while (headEnd == std::string::npos || received.size() < all) {
-    if (server_.ending_) return false;
-    if (!Ready(socket_, POLLIN)) continue;
+  std::size_t headEnd = std::string::npos, length = 0;
+  while (headEnd == std::string::npos || received.size() < headEnd + 4 + length) {
     char buffer[4096];
-    const ssize_t count = recv(socket_, buffer, sizeof buffer, 0);
+    const ssize_t count = Ready(client_, POLLIN) ? recv(client_, buffer, sizeof buffer, 0) : 0;
     if (count <= 0) return false;
     received.append(buffer, static_cast<std::size_t>(count));
     headEnd = received.find("\r\n\r\n");
-    if (headEnd != std::string::npos) all = headEnd + 4 + ContentLength(received.substr(0, headEnd + 4));
+    const std::size_t at = received.find("Content-Length: ");
+    if (at < headEnd) length = std::strtoul(received.c_str() + at + 16, nullptr, 10);
   }
-  head = received.substr(0, headEnd + 2);
-  body = received.substr(headEnd + 4);
+  heads_.push_back(exchange.head = received.substr(0, headEnd + 2));
+  bodies_.push_back(exchange.body = received.substr(headEnd + 4));
   return true;
 }
 
 bool HttpServer::Exchange::Send(std::string_view bytes) {
   while (!bytes.empty()) {
-    if (server_.ending_) return false;
-    if (!Ready(socket_, POLLOUT)) continue;
-    const ssize_t count = send(socket_, bytes.data(), bytes.size(), MSG_NOSIGNAL | MSG_DONTWAIT);
+    if (!server.Ready(server.client_, POLLOUT)) return false;
+    const ssize_t count = send(server.client_, bytes.data(), bytes.size(), MSG_NOSIGNAL | MSG_DONTWAIT);
     if (count < 0 && (errno == EAGAIN || errno == EINTR)) continue;
     if (count < 0) return false;
-    server_.sent_ += static_cast<std::size_t>(count);
+    server.sent_ += static_cast<std::size_t>(count);
     bytes.remove_prefix(static_cast<std::size_t>(count));
   }
   return true;
@@ -65,20 +54,19 @@ bool HttpServer::Exchange::Send(std::string_view bytes) {
 
 void HttpServer::Exchange::WaitForClient() {
   char byte;
-  while (!server_.ending_)
-    if (Ready(socket_, POLLIN) && recv(socket_, &byte, 1, 0) <= 0) return;
+  while (server.Ready(server.client_, POLLIN) && recv(server.client_, &byte, 1, 0) > 0) continue;
 }
 
 void HttpServer::Exchange::Reset() {
   const linger now{1, 0};
-  setsockopt(socket_, SOL_SOCKET, SO_LINGER, &now, sizeof now);
+  setsockopt(server.client_, SOL_SOCKET, SO_LINGER, &now, sizeof now);
 }
 
 HttpServer::HttpServer(std::string reply)
     : HttpServer([reply = std::move(reply)](Exchange& exchange) { exchange.Send(reply); }) {}
 
-HttpServer::HttpServer(Answer answer) : answer_(std::move(answer)) {
-  listener_ = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+HttpServer::HttpServer(Answer answer)
+    : answer_(std::move(answer)), listener_(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
   sockaddr_in address{};
   address.sin_family = AF_INET;
   address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
@@ -100,17 +88,12 @@ HttpServer::~HttpServer() {
 }
 
 void HttpServer::Run() {
-  while (!ending_) {
-    if (!Ready(listener_, POLLIN)) continue;
+  while (Ready(listener_, POLLIN)) {
     const std::lock_guard guard(lock_);
-    Exchange exchange(*this, accept(listener_, nullptr, nullptr));
-    if (exchange.socket_ < 0) continue;
-    if (exchange.Receive()) {
-      heads_.push_back(exchange.head);
-      bodies_.push_back(exchange.body);
-      answer_(exchange);
-    }
-    close(exchange.socket_);
+    client_ = accept(listener_, nullptr, nullptr);
+    if (client_ < 0) continue;
+    if (Exchange exchange{*this, {}, {}}; Receive(exchange)) answer_(exchange);
+    close(client_);
   }
 }
 

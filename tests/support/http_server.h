@@ -18,23 +18,15 @@ std::string HttpReply(std::string_view status, std::string_view body, std::strin
 class HttpServer {
  public:
   // One request, and the way to answer it. The connection is closed when its answer returns.
-  class Exchange {
-   public:
-    std::string head;  // the request line and the headers, each with CR LF
-    std::string body;
+  struct Exchange {
+    HttpServer& server;
+    std::string head, body;  // the request line and the headers, each with CR LF; what came behind them
     // Sends as much as the client takes. False once it is gone or the server ends.
     bool Send(std::string_view bytes);
     // Sends no more and waits until the client goes or the server ends.
     void WaitForClient();
     // Makes the end of the connection a reset.
     void Reset();
-
-   private:
-    friend class HttpServer;
-    bool Receive();
-    HttpServer& server_;
-    int socket_;
-    Exchange(HttpServer& server, int socket) : server_(server), socket_(socket) {}
   };
   using Answer = std::function<void(Exchange&)>;
 
@@ -53,9 +45,11 @@ class HttpServer {
 
  private:
   void Run();
+  bool Receive(Exchange& exchange);
+  bool Ready(int socket, short events);  // waits for it; false when the server ends
 
   Answer answer_;
-  int listener_ = -1;
+  int listener_ = -1, client_ = -1;
   std::atomic<bool> ending_ = false;
   std::atomic<std::size_t> sent_ = 0;
   std::mutex lock_;  // held while a connection is served

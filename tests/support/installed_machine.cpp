@@ -1,18 +1,65 @@
 #include "support/installed_machine.h"
 
-#include <stdexcept>
-#include <string>
+#include <gtest/gtest.h>
+#include <stdlib.h>
+#include <sys/wait.h>
 
-#include "support/machine.h"
+#include <array>
+#include <cstdio>
+#include <cstdlib>
+#include <stdexcept>
+
 #include "win32/emulated/registry/registry.h"
+#include "win32/emulated/security/access.h"
 #include "win32/emulated/setup/windows_installation.h"
+#include "win32/emulated/text.h"
 #include "workstation/product.h"
 
 namespace test {
 
 namespace {
 
-Disks FreshDisks(const MachineFacts& facts) {
+// Copies of the disks of that name. They are made once in a process; and once in a run of ctest, where each test is a
+// process: the environment variable QBC_TEST_DISKS names the folder in which they are kept for the others.
+Disks KeptDisks(const std::string& name, const std::function<Disks()>& make) {
+  static std::map<std::string, Disks> known;
+  Disks& disks = known[name];
+  const char* const folders = std::getenv("QBC_TEST_DISKS");
+  const std::filesystem::path kept = folders ? std::filesystem::path(folders) / name : std::filesystem::path();
+  std::error_code missing;
+  if (disks.empty() && folders)
+    for (const auto& file : std::filesystem::directory_iterator(kept, missing))
+      disks[file.path().filename()] = emulated::MemoryDevice::FromFile(file.path());
+  if (disks.empty()) {
+    disks = make();
+    if (folders) {  // whole or not at all, whoever else does the same meanwhile
+      std::filesystem::create_directories(kept.parent_path());
+      const TemporaryFolder ours(kept.parent_path());
+      for (const auto& [image, device] : disks)
+        if (!device->SaveTo(ours / image)) throw std::runtime_error((ours / image).string() + " cannot be written");
+      std::filesystem::rename(ours.path(), kept, missing);
+    }
+  }
+  Disks copies;
+  for (const auto& [image, device] : disks) {
+    if (!device) throw std::runtime_error(image + " of " + name + " cannot be read");
+    copies[image] = device->Clone();
+  }
+  return copies;
+}
+
+// A planned failure of a call that is never made fails the test.
+std::unique_ptr<emulated::Machine> Attached(Disks disks) {
+  auto machine = std::make_unique<emulated::Machine>();
+  machine->gate.onUnreached = [](const std::string& call) {
+    ADD_FAILURE() << call << " was to fail and is never made";
+  };
+  for (auto& [name, device] : disks)
+    if (machine->Attach(std::move(device), name) != 0) throw std::runtime_error(name + " does not mount");
+  return machine;
+}
+
+Disks InstalledDisks(const MachineFacts& facts) {
   Disks disks;
   disks["C.ntfs"] = FreshNtfs(48, "System");
   disks["D.ntfs"] = FreshNtfs(32, "Data");
@@ -20,18 +67,7 @@ Disks FreshDisks(const MachineFacts& facts) {
     disks[std::string(1, static_cast<char>('E' + i)) + ".ntfs"] = FreshNtfs(16, "Extra");
   for (unsigned i = 0; i < facts.volumes; ++i)
     disks["{12345678-0000-4000-8000-00000000000" + std::to_string(i) + "}.ntfs"] = FreshNtfs(16, "Volume");
-  return disks;
-}
-
-std::unique_ptr<emulated::Machine> Attached(Disks&& disks) {
-  auto machine = EmptyMachine();
-  for (auto& [name, device] : disks)
-    if (machine->Attach(std::move(device), name) != 0) throw std::runtime_error(name + " does not mount");
-  return machine;
-}
-
-Disks InstalledDisks(const MachineFacts& facts) {
-  const auto machine = Attached(FreshDisks(facts));
+  const auto machine = Attached(std::move(disks));
   for (const auto& mounted : machine->volumes)
     if (mounted->image != "C.ntfs" && emulated::PrepareDataVolume(*mounted->volume, machine->Now()) != 0)
       throw std::runtime_error(mounted->image + " cannot be prepared");
@@ -49,6 +85,54 @@ Disks InstalledDisks(const MachineFacts& facts) {
 
 }  // namespace
 
+std::unique_ptr<emulated::MemoryDevice> FreshNtfs(std::uint64_t megabytes, const std::string& label) {
+  Disks disks = KeptDisks("fresh-" + std::to_string(megabytes) + "-" + label, [&] {
+    const TemporaryFolder folder;
+    FreshNtfsFile(folder / "fresh.ntfs", megabytes, label);
+    Disks made;
+    made["fresh.ntfs"] = emulated::MemoryDevice::FromFile(folder / "fresh.ntfs");
+    return made;
+  });
+  return std::move(disks.at("fresh.ntfs"));
+}
+
+void FreshNtfsFile(const std::filesystem::path& image, std::uint64_t megabytes, const std::string& label) {
+  const std::string file = "'" + image.string() + "'";
+  const CommandResult result =
+      RunCommand("truncate -s " + std::to_string(megabytes) + "M " + file + " && mkntfs -F -Q -q -T -L '" + label +
+                 "' -p 0 -H 0 -S 0 -s 512 -c 4096 " + file);
+  if (result.exitCode != 0) throw std::runtime_error("mkntfs failed: " + result.output);
+}
+
+TemporaryFolder::TemporaryFolder(const std::filesystem::path& parent) {
+  std::string name = (parent / "storage-XXXXXX").string();
+  if (!mkdtemp(name.data())) throw std::runtime_error("no temporary folder");
+  path_ = name;
+}
+
+TemporaryFolder::~TemporaryFolder() {
+  std::error_code ignored;
+  std::filesystem::remove_all(path_, ignored);
+}
+
+CommandResult RunCommand(const std::string& command) {
+  CommandResult result;
+  // NOLINTNEXTLINE(cert-env33-c): the tests' own commands
+  FILE* const pipe = popen(("( export PATH=$PATH:/usr/sbin:/sbin; " + command + " ) 2>&1").c_str(), "r");
+  if (!pipe) return result;
+  std::array<char, 4096> buffer{};
+  while (const std::size_t length = fread(buffer.data(), 1, buffer.size(), pipe))
+    result.output.append(buffer.data(), length);
+  const int status = pclose(pipe);
+  result.exitCode = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+  return result;
+}
+
+emulated::Bytes NumberedDescriptor(std::uint32_t number) {
+  const std::u16string user = u"S-1-5-21-1-2-3-" + emulated::Utf16(std::to_string(1000 + number));
+  return emulated::DescriptorFromText(u"O:SYG:SYD:(A;OICI;FA;;;" + user + u")").value();
+}
+
 std::unique_ptr<emulated::Machine> BootFrom(Disks disks) {
   auto machine = Attached(std::move(disks));
   std::string error;
@@ -62,6 +146,17 @@ std::unique_ptr<emulated::Machine> InstalledMachine(const MachineFacts& facts) {
                               facts.extraDrives, facts.volumes})
     name += "-" + std::to_string(fact);
   return BootFrom(KeptDisks(name, [&] { return InstalledDisks(facts); }));
+}
+
+std::unique_ptr<emulated::Machine> BareMachine() {
+  Disks disks;
+  for (const auto* const name : {"C.ntfs", "D.ntfs"}) disks[name] = FreshNtfs(16, "Bare");
+  auto machine = Attached(std::move(disks));
+  for (const auto& mounted : machine->volumes)
+    if (mounted->volume->SetSecurity(mounted->volume->Root(),
+                                     *emulated::DescriptorFromText(u"O:BAG:BAD:(A;OICI;FA;;;SY)(A;OICI;FA;;;WD)")) != 0)
+      throw std::runtime_error(mounted->image + " cannot be prepared");
+  return machine;
 }
 
 }  // namespace test

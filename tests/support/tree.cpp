@@ -2,9 +2,7 @@
 
 #include <gtest/gtest.h>
 
-#include <cstring>
-
-#include "win32/win32.h"
+#include "contract/fixture.h"
 
 namespace test {
 
@@ -12,23 +10,8 @@ namespace {
 
 using namespace win32;
 
-constexpr DWORD kItself = FILE_FLAG_BACKUP_SEMANTICS | FILE_FLAG_OPEN_REPARSE_POINT;
-constexpr DWORD kShareAll = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
-
 UniqueFile OpenItself(const std::u16string& path, DWORD access) {
-  return UniqueFile{CreateFileW(path.c_str(), access, kShareAll, nullptr, OPEN_EXISTING, kItself, nullptr)};
-}
-
-std::string Backup(const std::u16string& path) {
-  const UniqueFile file = OpenItself(path, GENERIC_READ);
-  std::string bytes;
-  BYTE buffer[4096];
-  DWORD read = 0;
-  void* context = nullptr;
-  while (file && BackupRead(file.get(), buffer, sizeof buffer, &read, FALSE, FALSE, &context) && read != 0)
-    bytes.append(reinterpret_cast<const char*>(buffer), read);
-  if (context) BackupRead(file.get(), nullptr, 0, &read, TRUE, FALSE, &context);
-  return bytes;
+  return contract::Open(path, access, contract::kShareAll, OPEN_EXISTING, contract::kOpenLink);
 }
 
 std::uint64_t Number(FILETIME time) { return (std::uint64_t{time.dwHighDateTime} << 32) | time.dwLowDateTime; }
@@ -46,35 +29,22 @@ std::u16string SecurityText(const std::u16string& path, DWORD information) {
 }
 
 void DescribeBelow(const std::u16string& root, const std::u16string& below, Tree& tree) {
-  WIN32_FIND_DATAW found{};
-  const UniqueFind find{FindFirstFileW((root + below + u"\\*").c_str(), &found)};
-  if (!find) return;
-  do {
-    const std::u16string name = found.cFileName;
+  for (const std::u16string& name : contract::Find(root + below + u"\\*")) {
     if (name == u"." || name == u".." || name == u"System Volume Information") continue;
     const std::u16string path = below + u"\\" + name;
     tree[path] = Describe(root + path);
-    const bool folder = (found.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) != 0;
-    const bool link = (found.dwFileAttributes & FILE_ATTRIBUTE_REPARSE_POINT) != 0;
-    if (folder && !link) DescribeBelow(root, path, tree);
-  } while (FindNextFileW(find.get(), &found));
+    const DWORD kind = Attributes(root + path) & (FILE_ATTRIBUTE_DIRECTORY | FILE_ATTRIBUTE_REPARSE_POINT);
+    if (kind == FILE_ATTRIBUTE_DIRECTORY) DescribeBelow(root, path, tree);
+  }
 }
 
 }  // namespace
 
-void MakeFolder(const std::u16string& path) { ASSERT_TRUE(CreateDirectoryW(path.c_str(), nullptr)) << GetLastError(); }
+void MakeFolder(const std::u16string& path) { contract::MakeDirectory(path); }
 
 void MakeFile(const std::u16string& path, std::string_view contents, DWORD attributes) {
-  {
-    const UniqueFile file{
-        CreateFileW(path.c_str(), GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr)};
-    ASSERT_TRUE(file) << GetLastError();
-    DWORD written = 0;
-    ASSERT_TRUE(WriteFile(file.get(), contents.data(), static_cast<DWORD>(contents.size()), &written, nullptr));
-  }
-  if (attributes) {
-    ASSERT_TRUE(SetFileAttributesW(path.c_str(), attributes));
-  }
+  contract::Put(path, contents);
+  ASSERT_TRUE(attributes == 0 || SetFileAttributesW(path.c_str(), attributes));
 }
 
 void SetTimes(const std::u16string& path, unsigned number) {
@@ -107,14 +77,12 @@ bool Exists(const std::u16string& path) { return Attributes(path) != INVALID_FIL
 DWORD Attributes(const std::u16string& path) { return GetFileAttributesW(path.c_str()); }
 
 std::string Contents(const std::u16string& path) {
-  const UniqueFile file{
-      CreateFileW(path.c_str(), GENERIC_READ, kShareAll, nullptr, OPEN_EXISTING, FILE_FLAG_BACKUP_SEMANTICS, nullptr)};
-  if (!file) return "(none)";
-  std::string contents(GetFileSize(file.get(), nullptr), '\0');
+  const UniqueFile file =
+      contract::Open(path, GENERIC_READ, contract::kShareAll, OPEN_EXISTING, FILE_FLAG_BACKUP_SEMANTICS);
+  std::string contents(file ? GetFileSize(file.get(), nullptr) : 0, '\0');
   DWORD read = 0;
-  if (!ReadFile(file.get(), contents.data(), static_cast<DWORD>(contents.size()), &read, nullptr)) return "(none)";
-  contents.resize(read);
-  return contents;
+  const auto size = static_cast<DWORD>(contents.size());
+  return file && ReadFile(file.get(), contents.data(), size, &read, nullptr) ? contents.substr(0, read) : "(none)";
 }
 
 std::u16string Security(const std::u16string& path) {
@@ -122,17 +90,23 @@ std::u16string Security(const std::u16string& path) {
 }
 std::u16string Dacl(const std::u16string& path) { return SecurityText(path, DACL_SECURITY_INFORMATION); }
 
-std::string Streams(const std::u16string& path) { return Backup(path); }
+std::string Streams(const std::u16string& path) {
+  const UniqueFile file = OpenItself(path, GENERIC_READ);
+  std::string bytes;
+  BYTE buffer[4096];
+  DWORD read = 0;
+  void* context = nullptr;
+  while (file && BackupRead(file.get(), buffer, sizeof buffer, &read, FALSE, FALSE, &context) && read != 0)
+    bytes.append(reinterpret_cast<const char*>(buffer), read);
+  if (context) BackupRead(file.get(), nullptr, 0, &read, TRUE, FALSE, &context);
+  return bytes;
+}
 
 std::string Describe(const std::u16string& path) {
   FILETIME creation{}, access{}, write{};
-  {
-    const UniqueFile file = OpenItself(path, FILE_READ_ATTRIBUTES);
-    if (!file || !GetFileTime(file.get(), &creation, &access, &write)) return "(unreadable)";
-  }
-  std::string text = "attributes " + std::to_string(Attributes(path)) + " created " + std::to_string(Number(creation)) +
-                     " written " + std::to_string(Number(write)) + " holds ";
-  return text + Streams(path);
+  if (!GetFileTime(OpenItself(path, FILE_READ_ATTRIBUTES).get(), &creation, &access, &write)) return "(unreadable)";
+  return "attributes " + std::to_string(Attributes(path)) + " created " + std::to_string(Number(creation)) +
+         " written " + std::to_string(Number(write)) + " holds " + Streams(path);
 }
 
 Tree DescribeTree(const std::u16string& root) {

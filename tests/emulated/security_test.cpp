@@ -1,0 +1,140 @@
+// Who may do what, and what objects inherit: the decisions themselves, without files.
+#include <gtest/gtest.h>
+
+#include "win32/emulated/security/access.h"
+#include "win32/emulated/text.h"
+
+namespace {
+
+using namespace emulated;
+using namespace win32;
+
+const Sid kUser = SidFromText(u"S-1-5-21-1-2-3-1001");
+constexpr std::int64_t kDenied = -std::int64_t{ERROR_ACCESS_DENIED};
+
+std::shared_ptr<Token> With(std::u16string_view privilege) {
+  auto token = MakeAdministratorToken(kUser);
+  token->EnablePrivilege(privilege, true);
+  return token;
+}
+
+TEST(Security, TheDescriptorDecides) {
+  const auto user = MakeUserToken(kUser), elevated = MakeAdministratorToken(kUser),
+             filtered = MakeFilteredAdministratorToken(kUser), takes = With(u"SeTakeOwnershipPrivilege"),
+             backs = With(u"SeBackupPrivilege"), restores = With(u"SeRestorePrivilege");
+  constexpr DWORD kRead = FILE_READ_DATA, kWrite = FILE_WRITE_DATA, kControl = READ_CONTROL | WRITE_DAC,
+                  kMaximum = MAXIMUM_ALLOWED, kLook = FILE_READ_ATTRIBUTES,
+                  kRestoring = FILE_GENERIC_WRITE | WRITE_DAC | WRITE_OWNER | DELETE;
+  const struct {
+    std::shared_ptr<Token> token;
+    std::u16string_view sddl;  // behind "O:SYG:SY", unless it names an owner
+    DWORD desired;
+    std::int64_t granted;  // the rights, or the error as a negative number
+    bool backupIntent = false;
+    std::optional<std::u16string_view> directory = {};
+  } cases[] = {
+      // Entries count in their order. Where it is not the preferred one, what was allowed before stays allowed.
+      {user, u"D:(D;;FW;;;BU)(A;;FA;;;BU)", kWrite, kDenied},
+      {user, u"D:(D;;FW;;;BU)(A;;FA;;;BU)", kRead, kRead},
+      {user, u"D:(A;;FA;;;BU)(D;;FW;;;BU)", kWrite, kWrite},
+      {user, u"D:(A;;FR;;;BU)(A;;FW;;;AU)", kRead | kWrite, kRead | kWrite},
+      {user, u"D:(A;OICIIO;FA;;;WD)", kRead, kDenied},
+      // No list grants everything, an empty one nothing.
+      {user, u"", GENERIC_ALL, FILE_ALL_ACCESS},
+      {user, u"D:NO_ACCESS_CONTROL", GENERIC_ALL, FILE_ALL_ACCESS},
+      {user, u"D:", READ_CONTROL, kDenied},
+      // The owner may read and change the list unless an entry for owners says otherwise.
+      {user, u"O:S-1-5-21-1-2-3-1001G:SYD:", kControl, kControl},
+      {user, u"O:S-1-5-21-1-2-3-1001G:SYD:", kRead, kDenied},
+      {user, u"O:S-1-5-21-1-2-3-1001G:SYD:(A;;RC;;;OW)", kControl, kDenied},
+      {user, u"O:S-1-5-21-1-2-3-1001G:SYD:(A;;FR;;;OW)", kRead, kRead},
+      // A group for deny only denies and neither allows nor owns.
+      {elevated, u"D:(A;;FA;;;BA)", kWrite, kWrite},
+      {filtered, u"D:(A;;FA;;;BA)", kWrite, kDenied},
+      {filtered, u"D:(D;;FW;;;BA)(A;;FA;;;BU)", kWrite, kDenied},
+      {filtered, u"O:BAG:SYD:", READ_CONTROL, kDenied},
+      // The most that there is.
+      {user, u"D:(D;;FW;;;BU)(A;;0x1301bf;;;AU)", kMaximum, 0x1301bf & ~0x120116},
+      {user, u"D:(A;;FR;;;AU)", kMaximum | kWrite, kDenied},
+      // Privileges, those for backups only where the open is one.
+      {elevated, u"D:", WRITE_OWNER, kDenied, true},
+      {takes, u"D:", WRITE_OWNER, WRITE_OWNER},
+      {elevated, u"D:", GENERIC_READ, kDenied, true},
+      {backs, u"D:", GENERIC_READ, kDenied},
+      {backs, u"D:", GENERIC_READ, FILE_GENERIC_READ, true},
+      {backs, u"D:", kRestoring, kDenied, true},
+      {restores, u"D:", kRestoring, kDenied},
+      {restores, u"D:", kRestoring, kRestoring, true},
+      // The directory lets delete, and look at attributes.
+      {user, u"D:", DELETE, DELETE, false, u"O:SYG:SYD:(A;;DT;;;WD)"},
+      {user, u"D:", kLook, kLook, false, u"O:SYG:SYD:(A;;CC;;;WD)"},
+      {user, u"D:", DELETE, kDenied, false, u"O:SYG:SYD:(A;;CC;;;WD)"},
+      {user, u"D:", DELETE | kRead, kDenied, false, u"O:SYG:SYD:(A;;FA;;;WD)"}};
+  for (const auto& one : cases) {
+    const std::u16string sddl = (one.sddl.starts_with(u"O:") ? u"" : u"O:SYG:SY") + std::u16string(one.sddl);
+    const Bytes descriptor = DescriptorFromText(sddl).value(),
+                parent = DescriptorFromText(one.directory.value_or(u"")).value();
+    DWORD granted = 0;
+    const DWORD error = CheckAccess(*one.token, descriptor, one.desired, kFileMapping, one.backupIntent,
+                                    one.directory ? std::optional<ByteView>(parent) : std::nullopt, granted);
+    EXPECT_EQ(error == 0 ? std::int64_t{granted} : -std::int64_t{error}, one.granted) << &one - cases;
+  }
+}
+
+TEST(Security, FlagsDecideWhoInheritsWhat) {
+  const struct {
+    std::u16string_view parent;
+    std::string_view directory, file;
+    std::u16string_view creator = {};
+  } cases[] = {
+      {u"D:(A;OICI;FA;;;BA)", "D:AI(A;OICIID;FA;;;BA)", "D:AI(A;ID;FA;;;BA)"},
+      {u"D:(A;OI;FA;;;BA)(A;CI;FR;;;BU)", "D:AI(A;OIIOID;FA;;;BA)(A;CIID;FR;;;BU)", "D:AI(A;ID;FA;;;BA)"},
+      {u"D:(A;OICIIO;FA;;;BA)(A;;FA;;;SY)", "D:AI(A;OICIID;FA;;;BA)", "D:AI(A;ID;FA;;;BA)"},
+      {u"D:(A;OICINP;FA;;;BA)", "D:AI(A;ID;FA;;;BA)", "D:AI(A;ID;FA;;;BA)"},
+      {u"D:(A;OICIIO;GA;;;CO)", "D:AI(A;ID;FA;;;S-1-5-21-1-2-3-1001)(A;OICIIOID;GA;;;CO)",
+       "D:AI(A;ID;FA;;;S-1-5-21-1-2-3-1001)"},
+      {u"D:(A;OICIIO;GXGR;;;BU)", "D:AI(A;ID;0x1200a9;;;BU)(A;OICIIOID;GXGR;;;BU)", "D:AI(A;ID;0x1200a9;;;BU)"},
+      {u"D:(A;OI;FA;;;BA)(A;CINP;FR;;;CG)", "D:AI(A;OIIOID;FA;;;BA)(A;ID;FR;;;S-1-5-21-1-2-3-513)",
+       "D:AI(A;ID;FA;;;BA)"},
+      // With nothing to inherit the token's defaults hold; what the creator says comes before what is inherited.
+      {u"D:(A;;FA;;;WD)", "D:(A;;FA;;;S-1-5-21-1-2-3-1001)(A;;FA;;;SY)", "D:(A;;FA;;;S-1-5-21-1-2-3-1001)(A;;FA;;;SY)"},
+      {u"D:(A;OICI;FA;;;BA)", "D:AI(A;;FR;;;WD)(A;OICIID;FA;;;BA)", "D:AI(A;;FR;;;WD)(A;ID;FA;;;BA)",
+       u"D:(A;;GR;;;WD)(A;ID;FA;;;AN)"},
+      {u"D:(A;OICI;FA;;;BA)", "D:PAI(A;;FR;;;WD)", "D:PAI(A;;FR;;;WD)", u"D:P(A;;GR;;;WD)"},
+      {u"D:(A;OICI;FA;;;BA)", "D:NO_ACCESS_CONTROL", "D:NO_ACCESS_CONTROL", u"D:NO_ACCESS_CONTROL"}};
+  const auto token = MakeUserToken(kUser);
+  for (const auto& one : cases) {
+    const Bytes parent = DescriptorFromText(one.parent).value(), own = DescriptorFromText(one.creator).value();
+    for (const bool isDirectory : {true, false}) {
+      const Bytes made = NewObjectDescriptor(*token, ByteView(parent),
+                                             one.creator.empty() ? std::nullopt : std::optional<ByteView>(own),
+                                             isDirectory, kFileMapping);
+      EXPECT_EQ(Utf8(DescriptorToText(made, DACL_SECURITY_INFORMATION)), isDirectory ? one.directory : one.file);
+    }
+  }
+}
+
+TEST(Security, DamagedDescriptorsAreRefusedEverywhere) {
+  const auto token = MakeAdministratorToken(kUser);
+  const Bytes good = DescriptorFromText(
+                         u"O:BAG:SYD:PAI(A;OICI;FA;;;BA)"
+                         u"(OA;;CR;6da8a4ff-0e52-11d0-a286-00aa003049e2;;AU)S:(AU;SA;FA;;;WD)")
+                         .value();
+  unsigned random = 1;
+  const auto next = [&] { return (random = random * 1103515245u + 12345u) >> 8; };
+  for (int round = 0; round < 20000; ++round) {
+    Bytes bad = good;
+    for (int i = 0; i < 3; ++i) bad[next() % bad.size()] = static_cast<std::uint8_t>(next());
+    if (round % 4 == 0) bad.resize(next() % bad.size());
+    const Bytes damaged(bad);  // exactly as long as it is: reading beyond its end shows
+    DWORD granted = 0;
+    const bool sound = IsSoundDescriptor(damaged);
+    const DWORD error = CheckAccess(*token, damaged, MAXIMUM_ALLOWED, kFileMapping, true, ByteView(damaged), granted);
+    EXPECT_EQ(error == ERROR_INVALID_SECURITY_DESCR, !sound);
+    EXPECT_EQ(MergeDescriptor(good, damaged, DACL_SECURITY_INFORMATION).empty(), !sound);
+    EXPECT_EQ(Reinherit(damaged, good, true, kFileMapping).empty(), !sound);
+    DescriptorToText(damaged, OWNER_SECURITY_INFORMATION | DACL_SECURITY_INFORMATION | SACL_SECURITY_INFORMATION);
+  }
+}
+
+}  // namespace
