@@ -1,4 +1,4 @@
-// Opening: dispositions, names, sharing, deleting on close.
+// Opening: dispositions, names, sharing, deleting on close; sections of what is open.
 #include "contract/fixture.h"
 
 using namespace win32;
@@ -8,90 +8,59 @@ namespace {
 
 using FilesOpen = FileTest;
 
-TEST_F(FilesOpen, DispositionsAndTheirErrors) {
-  const std::u16string file = Path(u"file"), missing = Path(u"missing");
-  EXPECT_EQ(OpenError(file, GENERIC_READ, 0, 0), ERROR_INVALID_PARAMETER);
-  EXPECT_EQ(OpenError(missing, GENERIC_READ), ERROR_FILE_NOT_FOUND);
-  EXPECT_EQ(OpenError(missing + u"\\child", GENERIC_READ), ERROR_PATH_NOT_FOUND);
-  EXPECT_EQ(OpenError(missing, GENERIC_READ | GENERIC_WRITE, 0, TRUNCATE_EXISTING), ERROR_FILE_NOT_FOUND);
-
-  SetLastError(0xDEAD);
-  EXPECT_TRUE(Open(file, GENERIC_WRITE, 0, CREATE_ALWAYS));
-  EXPECT_EQ(GetLastError(), 0u);
-  EXPECT_EQ(OpenError(file, GENERIC_WRITE, 0, CREATE_NEW), ERROR_FILE_EXISTS);
-  EXPECT_TRUE(Open(file, GENERIC_WRITE, 0, OPEN_ALWAYS));
-  EXPECT_EQ(GetLastError(), ERROR_ALREADY_EXISTS);
-  EXPECT_TRUE(Open(file, GENERIC_WRITE, 0, CREATE_ALWAYS));
-  EXPECT_EQ(GetLastError(), ERROR_ALREADY_EXISTS);
-  SetLastError(0xDEAD);
-  EXPECT_TRUE(Open(missing, GENERIC_WRITE, 0, OPEN_ALWAYS));
-  EXPECT_EQ(GetLastError(), 0u);
-}
-
-TEST_F(FilesOpen, WhatReplacesTheContent) {
-  const std::u16string file = Path(u"file");
-  Put(file, "old");
-  if (!OnWine()) {  // Wine truncates
-    EXPECT_EQ(OpenError(file, GENERIC_READ, kShareAll, TRUNCATE_EXISTING), ERROR_INVALID_PARAMETER);
-  }
-  EXPECT_TRUE(Open(file, GENERIC_WRITE, 0, OPEN_ALWAYS));
-  EXPECT_EQ(Get(file), "old");
-  EXPECT_TRUE(Open(file, GENERIC_WRITE, 0, TRUNCATE_EXISTING));
-  EXPECT_EQ(Get(file), "");
-  Put(file, "old");
-  EXPECT_TRUE(Open(file, GENERIC_WRITE, 0, CREATE_ALWAYS));
-  EXPECT_EQ(Get(file), "");
-}
-
-TEST_F(FilesOpen, AHiddenFileIsNotReplacedByAPlainOne) {
-  SKIP_ON_WINE("Wine does not look at the old attributes");
-  const std::u16string file = Path(u"file");
-  Put(file, "old");
-  ASSERT_TRUE(SetFileAttributesW(file.c_str(), FILE_ATTRIBUTE_HIDDEN));
-  EXPECT_EQ(OpenError(file, GENERIC_WRITE, 0, CREATE_ALWAYS), ERROR_ACCESS_DENIED);
-  EXPECT_EQ(Get(file), "old");
-  EXPECT_EQ(OpenError(file, GENERIC_WRITE, 0, CREATE_ALWAYS, FILE_ATTRIBUTE_HIDDEN), 0u);
-}
-
-TEST_F(FilesOpen, DirectoriesOpenWithBackupSemanticsOnly) {
-  const std::u16string directory = Path(u"directory");
+TEST_F(FilesOpen, WhatOpensAndWhatDoesNot) {
+  const std::u16string file = Path(u"file"), directory = Path(u"directory"), missing = Path(u"missing"),
+                       hidden = Path(u"hidden"), readOnly = Path(u"readOnly");
+  for (const auto& path : {file, hidden, readOnly}) Put(path, "old");
   MakeDirectory(directory);
-  for (const DWORD disposition : {OPEN_EXISTING, CREATE_ALWAYS, OPEN_ALWAYS})
-    EXPECT_EQ(OpenError(directory, GENERIC_READ, kShareAll, disposition), ERROR_ACCESS_DENIED);
-  const auto open = [](const std::u16string& path, DWORD access) {
-    return Open(path, access, kShareAll, OPEN_EXISTING, FILE_FLAG_BACKUP_SEMANTICS);
-  };
-  EXPECT_TRUE(open(directory, GENERIC_READ | GENERIC_WRITE) && open(directory + u'\\', GENERIC_READ));
-  const auto handle = open(directory, GENERIC_READ);
-  ASSERT_TRUE(handle);
-  if (OnWine()) return;
-  DWORD high = 7, read = 0;
-  char byte = 0;
-  EXPECT_EQ(GetFileSize(handle.get(), &high), 0u);
-  EXPECT_EQ(high, 0u);
-  EXPECT_EQ(ErrorOf(ReadFile(handle.get(), &byte, 1, &read, nullptr)), ERROR_INVALID_FUNCTION);
-}
-
-TEST_F(FilesOpen, ReadOnlyDeniesWriting) {
-  SKIP_ON_WINE("as root nothing is read-only");
-  const std::u16string file = Path(u"file");
-  Put(file);
-  ASSERT_TRUE(SetFileAttributesW(file.c_str(), FILE_ATTRIBUTE_READONLY));
-  for (const DWORD access : {GENERIC_WRITE, GENERIC_ALL}) EXPECT_EQ(OpenError(file, access), ERROR_ACCESS_DENIED);
-  EXPECT_EQ(OpenError(file, GENERIC_WRITE, kShareAll, CREATE_ALWAYS), ERROR_ACCESS_DENIED);
-  EXPECT_EQ(OpenError(file, DELETE, kShareAll, OPEN_EXISTING, FILE_FLAG_DELETE_ON_CLOSE), ERROR_ACCESS_DENIED);
-  for (const DWORD access : {DELETE, FILE_WRITE_ATTRIBUTES, GENERIC_READ}) EXPECT_EQ(OpenError(file, access), 0u);
-}
-
-TEST_F(FilesOpen, NamesThatAreRefused) {
-  for (const char16_t* const name : {u"a*", u"a?", u"a<b", u"a|b", u"a\"b"})
-    EXPECT_EQ(OpenError(Path(name), GENERIC_WRITE, 0, CREATE_NEW), ERROR_INVALID_NAME);
-  if (!OnWine()) {  // Wine finds no such file, drive or path
-    EXPECT_EQ(OpenError(u"\\\\?\\" + Path(std::u16string(256, u'x')), GENERIC_READ), ERROR_INVALID_NAME);
-    EXPECT_EQ(OpenError(u"c:c:\\x", GENERIC_READ), ERROR_INVALID_NAME);
-    EXPECT_EQ(AttributesError(u"Q:\\missing"), ERROR_PATH_NOT_FOUND);
+  ASSERT_TRUE(SetFileAttributesW(hidden.c_str(), FILE_ATTRIBUTE_HIDDEN));
+  ASSERT_TRUE(SetFileAttributesW(readOnly.c_str(), FILE_ATTRIBUTE_READONLY));
+  const bool windows = !OnWine();  // Wine is root, to whom nothing is read-only, and looks at no old attributes
+  const struct {
+    std::u16string path;
+    DWORD access, disposition, error, flags = 0;
+    bool known = true;
+  } cases[] = {
+      {file, GENERIC_READ, 0, ERROR_INVALID_PARAMETER},
+      {missing, GENERIC_READ, OPEN_EXISTING, ERROR_FILE_NOT_FOUND},
+      {missing, GENERIC_READ | GENERIC_WRITE, TRUNCATE_EXISTING, ERROR_FILE_NOT_FOUND},
+      {missing + u"\\child", GENERIC_READ, OPEN_EXISTING, ERROR_PATH_NOT_FOUND},
+      {u"", GENERIC_READ, OPEN_EXISTING, ERROR_PATH_NOT_FOUND},
+      {file, GENERIC_WRITE, CREATE_NEW, ERROR_FILE_EXISTS},
+      {file, GENERIC_READ, TRUNCATE_EXISTING, ERROR_INVALID_PARAMETER, 0, windows},
+      {directory, GENERIC_READ, OPEN_EXISTING, ERROR_ACCESS_DENIED},
+      {directory, GENERIC_READ, CREATE_ALWAYS, ERROR_ACCESS_DENIED},
+      {directory, GENERIC_READ, OPEN_ALWAYS, ERROR_ACCESS_DENIED},
+      {directory + u"\\", GENERIC_READ | GENERIC_WRITE, OPEN_EXISTING, 0, FILE_FLAG_BACKUP_SEMANTICS},
+      {hidden, GENERIC_WRITE, CREATE_ALWAYS, ERROR_ACCESS_DENIED, 0, windows},
+      {hidden, GENERIC_WRITE, CREATE_ALWAYS, 0, FILE_ATTRIBUTE_HIDDEN},
+      {readOnly, GENERIC_WRITE, OPEN_EXISTING, ERROR_ACCESS_DENIED, 0, windows},
+      {readOnly, GENERIC_ALL, OPEN_EXISTING, ERROR_ACCESS_DENIED, 0, windows},
+      {readOnly, GENERIC_WRITE, CREATE_ALWAYS, ERROR_ACCESS_DENIED, 0, windows},
+      {readOnly, DELETE, OPEN_EXISTING, ERROR_ACCESS_DENIED, FILE_FLAG_DELETE_ON_CLOSE, windows},
+      {readOnly, DELETE | FILE_WRITE_ATTRIBUTES | GENERIC_READ, OPEN_EXISTING, 0},
+      {Path(u"a*"), GENERIC_WRITE, CREATE_NEW, ERROR_INVALID_NAME},
+      {Path(u"a<b"), GENERIC_WRITE, CREATE_NEW, ERROR_INVALID_NAME},
+      {Path(u"a|b"), GENERIC_WRITE, CREATE_NEW, ERROR_INVALID_NAME},
+      {Path(u"a\"b"), GENERIC_WRITE, CREATE_NEW, ERROR_INVALID_NAME},
+      {u"\\\\?\\" + Path(std::u16string(256, u'x')), GENERIC_READ, OPEN_EXISTING, ERROR_INVALID_NAME, 0, windows},
+      {u"c:c:\\x", GENERIC_READ, OPEN_EXISTING, ERROR_INVALID_NAME, 0, windows},
+      {u"Q:\\missing", GENERIC_READ, OPEN_EXISTING, ERROR_PATH_NOT_FOUND, 0, windows},
+      {u"\\\\.\\pipe\\nobody serves this", GENERIC_WRITE, OPEN_EXISTING, ERROR_FILE_NOT_FOUND}};
+  for (const auto& one : cases) {
+    if (!one.known) continue;
+    EXPECT_EQ(OpenError(one.path, one.access, kShareAll, one.disposition, one.flags), one.error) << &one - cases;
   }
-  EXPECT_EQ(OpenError(u"", GENERIC_READ), ERROR_PATH_NOT_FOUND);
+  EXPECT_EQ(Get(file), "old");
+  EXPECT_EQ(ErrorOf(WaitNamedPipeW(u"\\\\.\\pipe\\nobody serves this", 20000)), ERROR_FILE_NOT_FOUND);
+  for (const auto& [path, disposition, error] : {std::tuple(missing, OPEN_ALWAYS, 0u),
+                                                 {missing, OPEN_ALWAYS, ERROR_ALREADY_EXISTS},
+                                                 {missing, CREATE_ALWAYS, ERROR_ALREADY_EXISTS},
+                                                 {missing + u"2", CREATE_ALWAYS, 0u}}) {
+    SetLastError(0xDEAD);
+    EXPECT_TRUE(Open(path, GENERIC_WRITE, 0, disposition));
+    EXPECT_EQ(GetLastError(), error);
+  }
 }
 
 TEST_F(FilesOpen, PathsAreNormalizedUnlessLiteral) {
@@ -103,20 +72,11 @@ TEST_F(FilesOpen, PathsAreNormalizedUnlessLiteral) {
   const std::u16string literal = u"\\\\?\\" + Path(u"a");
   EXPECT_TRUE(Exists(literal + u"\\File.txt"));
   EXPECT_EQ(AttributesError(literal + u"\\..\\a"), ERROR_INVALID_NAME);
-  if (!OnWine()) {
-    EXPECT_EQ(AttributesError(literal + u"\\File.txt."), ERROR_FILE_NOT_FOUND);
-  }
-}
-
-TEST_F(FilesOpen, LongPathsNeedThePrefix) {
-  std::u16string path = u"\\\\?\\" + Path(u"");
-  path.pop_back();
-  while (path.size() < 300) {
-    path += u'\\' + std::u16string(49, u'd');
-    MakeDirectory(path);
-  }
+  std::u16string path = literal;
+  while (path.size() < 300) MakeDirectory(path += u'\\' + std::u16string(49, u'd'));
   EXPECT_TRUE(Exists(path));
   if (OnWine()) return;  // its plain paths may be as long
+  EXPECT_EQ(AttributesError(literal + u"\\File.txt."), ERROR_FILE_NOT_FOUND);
   EXPECT_EQ(AttributesError(path.substr(4)), ERROR_PATH_NOT_FOUND);
   std::u16string tooLong = Path(std::u16string(100, u'x'));
   tooLong += u'\\' + std::u16string(250 - tooLong.size(), u'y');
@@ -144,30 +104,25 @@ TEST_F(FilesOpen, SharingIsCheckedBothWays) {
   };
   for (const auto& one : cases) {
     const auto first = Open(file, one.access, one.share);
-    ASSERT_TRUE(first);
     EXPECT_EQ(OpenError(file, one.secondAccess, one.secondShare), one.opens ? 0u : ERROR_SHARING_VIOLATION)
         << &one - cases;
   }
-  EXPECT_EQ(OpenError(file, GENERIC_ALL, 0), 0u);
 }
 
 TEST_F(FilesOpen, DeletionWaitsForTheLastHandle) {
   const std::u16string file = Path(u"file");
   Put(file);
+  auto first = Open(file, GENERIC_READ, kShareAll);
   {
-    auto first = Open(file, GENERIC_READ, kShareAll);
-    {
-      const auto second = Open(file, DELETE, kShareAll, OPEN_EXISTING, FILE_FLAG_DELETE_ON_CLOSE);
-      ASSERT_TRUE(second);
-      EXPECT_EQ(OpenError(file, GENERIC_READ), 0u);  // not yet marked
-    }
-    if (!OnWine()) {  // Wine opens the file until it is gone
-      EXPECT_EQ(OpenError(file, GENERIC_READ), ERROR_ACCESS_DENIED);
-      EXPECT_EQ(OpenError(file, GENERIC_WRITE, 0, CREATE_NEW), ERROR_ACCESS_DENIED);
-    }
-    EXPECT_EQ(Find(Path(u"f*")).size(), 1u);
-    first.reset();
+    const auto second = Open(file, DELETE, kShareAll, OPEN_EXISTING, FILE_FLAG_DELETE_ON_CLOSE);
+    EXPECT_EQ(OpenError(file, GENERIC_READ), 0u);  // not yet marked
   }
+  if (!OnWine()) {  // Wine opens the file until it is gone
+    EXPECT_EQ(OpenError(file, GENERIC_READ), ERROR_ACCESS_DENIED);
+    EXPECT_EQ(OpenError(file, GENERIC_WRITE, 0, CREATE_NEW), ERROR_ACCESS_DENIED);
+  }
+  EXPECT_EQ(Find(Path(u"f*")).size(), 1u);
+  first.reset();
   EXPECT_EQ(AttributesError(file), ERROR_FILE_NOT_FOUND);
 }
 
@@ -177,7 +132,6 @@ TEST_F(FilesOpen, NamedStreams) {
   Put(file, "main");
   EXPECT_EQ(OpenError(file + u":s", GENERIC_READ), ERROR_FILE_NOT_FOUND);
   Put(file + u":s", "stream");
-  EXPECT_EQ(Get(file), "main");
   EXPECT_EQ(Get(file + u":S:$DATA"), "stream");
   EXPECT_EQ(Get(file + u"::$DATA"), "main");
   for (const char16_t* const bad : {u":", u":s:", u":s:$NONEXIST"})
@@ -190,17 +144,29 @@ TEST_F(FilesOpen, NamedStreams) {
   EXPECT_TRUE(DeleteFileW((file + u":s").c_str()));
   EXPECT_EQ(OpenError(file + u":s", GENERIC_READ), ERROR_FILE_NOT_FOUND);
   EXPECT_EQ(Get(file), "main");
-
-  MakeDirectory(Path(u"directory"));
-  Put(Path(u"directory:s"), "of a directory");
-  EXPECT_EQ(Get(Path(u"directory:s")), "of a directory");
   EXPECT_EQ(ErrorOf(CreateDirectoryW(Path(u"new:s").c_str(), nullptr)), ERROR_DIRECTORY);
 }
 
-TEST_F(FilesOpen, APipeThatNobodyServesIsNotThere) {
-  const char16_t* const pipe = u"\\\\.\\pipe\\nobody serves this";
-  EXPECT_EQ(OpenError(pipe, GENERIC_WRITE, 0), ERROR_FILE_NOT_FOUND);
-  EXPECT_EQ(ErrorOf(WaitNamedPipeW(pipe, 20000)), ERROR_FILE_NOT_FOUND);
+TEST_F(FilesOpen, AViewOfASectionWritesTheFileAndOutlivesItsHandles) {
+  const auto section = [](HANDLE file, DWORD size) {
+    return UniqueKernelHandle{CreateFileMappingW(file, nullptr, PAGE_READWRITE, 0, size, nullptr)};
+  };
+  UniqueFile file = Open(Path(u"mapped"), GENERIC_READ | GENERIC_WRITE, 0, OPEN_ALWAYS);
+  EXPECT_EQ(ErrorOf(section(file.get(), 0)), ERROR_FILE_INVALID) << "it is empty";
+  UniqueKernelHandle mapped = section(file.get(), 7);
+  EXPECT_EQ(GetFileSize(file.get(), nullptr), 7u);
+  EXPECT_EQ(ErrorOf(MapViewOfFile(mapped.get(), FILE_MAP_WRITE, 0, 1, 1)), ERROR_MAPPED_ALIGNMENT);
+  void* const view = MapViewOfFile(mapped.get(), FILE_MAP_READ | FILE_MAP_WRITE, 0, 0, 0);
+  ASSERT_TRUE(view);
+  const HANDLE closed = file.get();
+  mapped.reset();
+  file.reset();
+  std::memcpy(view, "content", 7);
+  EXPECT_TRUE(UnmapViewOfFile(view));
+  EXPECT_EQ(ErrorOf(UnmapViewOfFile(view)), ERROR_INVALID_ADDRESS);
+  EXPECT_EQ(Get(Path(u"mapped")), "content");
+  EXPECT_EQ(ErrorOf(section(closed, 5)), ERROR_INVALID_HANDLE);
+  EXPECT_EQ(ErrorOf(section(Open(Path(u"mapped"), GENERIC_READ, 0).get(), 5)), ERROR_ACCESS_DENIED);
 }
 
 }  // namespace
