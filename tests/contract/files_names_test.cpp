@@ -100,21 +100,17 @@ TEST_F(FilesNames, DeletingWhatIsOpen) {
     EXPECT_EQ(mark(toDelete(file), TRUE), ERROR_ACCESS_DENIED);
     ASSERT_TRUE(SetFileAttributesW(file.c_str(), FILE_ATTRIBUTE_NORMAL));
   }
-  {
-    const auto open = toDelete(file);
-    EXPECT_EQ(mark(open, TRUE) + mark(open, FALSE), 0u);
-  }
+  auto open = toDelete(file);
+  EXPECT_EQ(mark(open, TRUE) + mark(open, FALSE), 0u);
+  open.reset();
   EXPECT_TRUE(Exists(file)) << "it stays after all";
-  {
-    const auto open = toDelete(file);
-    EXPECT_EQ(mark(open, TRUE), 0u);
-    if (!OnWine()) {
-      EXPECT_EQ(OpenError(file, GENERIC_READ), ERROR_ACCESS_DENIED);
-    }
-  }
+  open = toDelete(file);
+  EXPECT_EQ(mark(open, TRUE), 0u);
+  EXPECT_TRUE(OnWine() || OpenError(file, GENERIC_READ) == ERROR_ACCESS_DENIED);
+  open.reset();
   EXPECT_EQ(AttributesError(file), ERROR_FILE_NOT_FOUND);
   EXPECT_EQ(mark(toDelete(directory), TRUE), 0u);
-  EXPECT_EQ(AttributesError(directory), ERROR_FILE_NOT_FOUND);
+  EXPECT_FALSE(Exists(directory));
 }
 
 TEST_F(FilesNames, Moving) {
@@ -224,19 +220,6 @@ TEST_F(FilesNames, Searching) {
   EXPECT_EQ(FindError(directory + u"\\none*"), ERROR_FILE_NOT_FOUND);
   EXPECT_EQ(FindError(directory + u"\\missing\\*"), ERROR_PATH_NOT_FOUND);
   for (const std::u16string& name : Find(u"C:\\*")) EXPECT_FALSE(name == u"." || name == u"..");
-}
-
-TEST_F(FilesNames, ASearchOutlivesWhatItFinds) {
-  for (char16_t letter = u'a'; letter <= u'z'; ++letter) Put(Path({&letter, 1}));
-  WIN32_FIND_DATAW data{};
-  const UniqueFind search(FindFirstFileW(Path(u"*").c_str(), &data));
-  ASSERT_TRUE(search);
-  int deleted = 0;
-  do deleted += DeleteError(Path(data.cFileName)) == 0;
-  while (FindNextFileW(search.get(), &data));
-  EXPECT_EQ(deleted, 26);
-  EXPECT_EQ(ErrorOf(FindNextFileW(search.get(), &data)), ERROR_NO_MORE_FILES);
-  EXPECT_EQ(ErrorOf(FindClose(nullptr)), ERROR_INVALID_HANDLE);
 }
 
 }  // namespace

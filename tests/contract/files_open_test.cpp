@@ -109,28 +109,10 @@ TEST_F(FilesOpen, SharingIsCheckedBothWays) {
   }
 }
 
-TEST_F(FilesOpen, DeletionWaitsForTheLastHandle) {
-  const std::u16string file = Path(u"file");
-  Put(file);
-  auto first = Open(file, GENERIC_READ, kShareAll);
-  {
-    const auto second = Open(file, DELETE, kShareAll, OPEN_EXISTING, FILE_FLAG_DELETE_ON_CLOSE);
-    EXPECT_EQ(OpenError(file, GENERIC_READ), 0u);  // not yet marked
-  }
-  if (!OnWine()) {  // Wine opens the file until it is gone
-    EXPECT_EQ(OpenError(file, GENERIC_READ), ERROR_ACCESS_DENIED);
-    EXPECT_EQ(OpenError(file, GENERIC_WRITE, 0, CREATE_NEW), ERROR_ACCESS_DENIED);
-  }
-  EXPECT_EQ(Find(Path(u"f*")).size(), 1u);
-  first.reset();
-  EXPECT_EQ(AttributesError(file), ERROR_FILE_NOT_FOUND);
-}
-
 TEST_F(FilesOpen, NamedStreams) {
   SKIP_ON_WINE("Wine has no alternate streams");
   const std::u16string file = Path(u"file");
   Put(file, "main");
-  EXPECT_EQ(OpenError(file + u":s", GENERIC_READ), ERROR_FILE_NOT_FOUND);
   Put(file + u":s", "stream");
   EXPECT_EQ(Get(file + u":S:$DATA"), "stream");
   EXPECT_EQ(Get(file + u"::$DATA"), "main");

@@ -92,7 +92,6 @@ TEST_F(FilesReparse, SettingReadingReplacing) {
   BY_HANDLE_FILE_INFORMATION information{};
   EXPECT_TRUE(GetFileInformationByHandle(older.get(), &information));
   EXPECT_EQ(information.dwFileAttributes, FILE_ATTRIBUTE_DIRECTORY | FILE_ATTRIBUTE_REPARSE_POINT);
-  EXPECT_EQ(GetFileAttributesW(Path(u"junction").c_str()), FILE_ATTRIBUTE_DIRECTORY | FILE_ATTRIBUTE_REPARSE_POINT);
   WIN32_FIND_DATAW data{};
   EXPECT_TRUE(UniqueFind(FindFirstFileW(Path(u"junction").c_str(), &data)));
   EXPECT_EQ(data.dwReserved0, IO_REPARSE_TAG_MOUNT_POINT);
@@ -171,8 +170,6 @@ TEST_F(FilesReparse, SymbolicLinks) {
   EXPECT_EQ(LinkError(Path(u"directory\\relative"), u"..\\file"), 0u);
   EXPECT_EQ(LinkError(Path(u"toDirectory"), u"directory", SYMBOLIC_LINK_FLAG_DIRECTORY), 0u);
   EXPECT_EQ(LinkError(Path(u"tooHigh"), u"..\\..\\..\\..\\..\\..\\..\\..\\..\\..\\..\\..\\x"), 0u);
-  EXPECT_EQ(contract::Get(Path(u"toFile")), "target");
-  EXPECT_EQ(contract::Get(Path(u"directory\\relative")), "target");
   EXPECT_EQ(contract::Get(Path(u"toDirectory\\relative")), "target");
   EXPECT_EQ(OpenError(Path(u"tooHigh"), GENERIC_READ), ERROR_INVALID_REPARSE_DATA);
   EXPECT_EQ(GetFileAttributesW(Path(u"toDirectory").c_str()), FILE_ATTRIBUTE_DIRECTORY | FILE_ATTRIBUTE_REPARSE_POINT);
@@ -190,27 +187,20 @@ TEST_F(FilesReparse, SymbolicLinks) {
 }
 
 TEST_F(FilesReparse, WhatASymbolicLinkHolds) {
-  const auto names = [&](const std::u16string& link, bool& relative) {
-    Bytes data;
-    DWORD returned = 0;
-    EXPECT_EQ(Get(OpenItself(link, GENERIC_READ).get(), 4096, data, returned), 0u);
-    std::uint16_t header[6] = {};
-    std::memcpy(header, data.data() + 8, sizeof header);
-    relative = header[4] != 0;
-    const auto text = [&](std::size_t offset, std::size_t length) {
-      std::u16string name(length / 2, u'\0');
-      std::memcpy(name.data(), data.data() + 20 + offset, length);
-      return name;
-    };
-    return std::pair(text(header[0], header[1]), text(header[2], header[3]));
-  };
-  const std::tuple<const char16_t*, const char16_t*, bool> cases[] = {
+  const std::tuple<std::u16string, std::u16string, bool> cases[] = {
       {u"C:\\some\\where", u"\\??\\C:\\some\\where", false}, {u"..\\some\\where", u"..\\some\\where", true}};
   for (const auto& [target, substitute, isRelative] : cases) {
-    bool relative = !isRelative;
     EXPECT_EQ(LinkError(Path(u"link"), target), 0u);
-    EXPECT_EQ(names(Path(u"link"), relative), (std::pair<std::u16string, std::u16string>(substitute, target)));
-    EXPECT_EQ(relative, isRelative);
+    Bytes data;
+    DWORD returned = 0;
+    EXPECT_EQ(Get(OpenItself(Path(u"link"), GENERIC_READ).get(), 4096, data, returned), 0u);
+    std::uint16_t header[6] = {};
+    std::memcpy(header, data.data() + 8, sizeof header);
+    const auto* const names = data.data() + 20;
+    EXPECT_TRUE(header[1] == substitute.size() * 2 && header[3] == target.size() * 2);
+    EXPECT_EQ(std::memcmp(names + header[0], substitute.data(), header[1]), 0);
+    EXPECT_EQ(std::memcmp(names + header[2], target.data(), header[3]), 0);
+    EXPECT_EQ(header[4], isRelative);
     EXPECT_EQ(DeleteError(Path(u"link")), 0u);
   }
 }
@@ -240,19 +230,17 @@ TEST_F(FilesReparse, FinalPaths) {
   MakeDirectory(Path(u"Target"));
   MakeJunction(Path(u"Target\\Inner"), ObjectName(Path(u"Target")));
   MakeJunction(Path(u"junction"), ObjectName(Path(u"Target")));
-  const auto final = [&](const std::u16string& path, DWORD flags) {
-    const auto handle = Open(path, FILE_READ_ATTRIBUTES, kShareAll, OPEN_EXISTING, flags);
+  const auto final = [&](const char16_t* name, DWORD flags = FILE_FLAG_BACKUP_SEMANTICS) {
+    const auto handle = Open(Path(name), FILE_READ_ATTRIBUTES, kShareAll, OPEN_EXISTING, flags);
     std::u16string text(512, u'\0');
-    const DWORD needed = GetFinalPathNameByHandle()(handle.get(), nullptr, 0, 0);
     const DWORD length = GetFinalPathNameByHandle()(handle.get(), text.data(), 512, 0);
-    EXPECT_EQ(needed, length + 1);
-    EXPECT_EQ(GetFinalPathNameByHandle()(handle.get(), text.data(), length, 0), length + 1);
-    text.resize(length);
-    return text;
+    for (const DWORD little : {DWORD{0}, length})
+      EXPECT_EQ(GetFinalPathNameByHandle()(handle.get(), text.data(), little, 0), length + 1);
+    return text.substr(0, length);
   };
-  EXPECT_EQ(final(Path(u"JUNCTION"), FILE_FLAG_BACKUP_SEMANTICS), u"\\\\?\\" + Path(u"Target"));
-  EXPECT_EQ(final(Path(u"junction\\INNER"), kOpenLink), u"\\\\?\\" + Path(u"Target\\Inner"));
-  EXPECT_EQ(final(Path(u"junction\\inner\\inner"), FILE_FLAG_BACKUP_SEMANTICS), u"\\\\?\\" + Path(u"Target"));
+  EXPECT_EQ(final(u"JUNCTION"), u"\\\\?\\" + Path(u"Target"));
+  EXPECT_EQ(final(u"junction\\INNER", kOpenLink), u"\\\\?\\" + Path(u"Target\\Inner"));
+  EXPECT_EQ(final(u"junction\\inner\\inner"), u"\\\\?\\" + Path(u"Target"));
   EXPECT_EQ(ErrorOf(GetFinalPathNameByHandle()(INVALID_HANDLE_VALUE, nullptr, 0, 0)), ERROR_INVALID_HANDLE);
 }
 
