@@ -68,6 +68,9 @@ class Gate {
   // Called with one line for each call: name, arguments, result and last error.
   void Trace(Printer printer) { printer_ = std::move(printer); }
 
+  // The program waits for a call of its own.
+  bool InCall() const { return entered_; }
+
   std::uint64_t Count() const { return total_; }
   std::uint64_t Count(std::string_view name) const;
   // All names called so far with their counts, most frequent first.

@@ -1,0 +1,223 @@
+// Memory may be short in the middle of anything. Whoever is asked then and has a bad answer gives the bad one: what is
+// refused is never let through, what was not done is never called done.
+#include <cstdlib>
+#include <functional>
+#include <new>
+#include <set>
+#include <string_view>
+#include <vector>
+
+#include "configuration/service_config.h"
+#include "fsops/backup_copy.h"
+#include "fsops/copy_tree.h"
+#include "fsops/delete_tree.h"
+#include "fsops/file_list.h"
+#include "fsops/move_tree.h"
+#include "fsops/security.h"
+#include "links/junction.h"
+#include "links/link_data.h"
+#include "links/mounted_folder.h"
+#include "links/real_path.h"
+#include "links/volume_paths.h"
+#include "probes/file_version.h"
+#include "probes/keelroom.h"
+#include "probes/locked_handles.h"
+#include "probes/rimehold_status.h"
+#include "profiles/automatic.h"
+#include "profiles/profile_folders.h"
+#include "profiles/profile_list.h"
+#include "profiles/redirection_notes.h"
+#include "profiles/shared_profiles.h"
+#include "profiles/shared_profiles_restart.h"
+#include "profiles/user_accounts.h"
+#include "profiles/user_hive.h"
+#include "profiles/user_profile.h"
+#include "records/records.h"
+#include "redirect/file.h"
+#include "redirect/folder.h"
+#include "regredirect/location.h"
+#include "regredirect/registry_keys.h"
+#include "support/engine.h"
+#include "support/program.h"
+#include "validate/closed_items.h"
+#include "validate/free_space.h"
+#include "validate/path_rules.h"
+#include "validate/prescan.h"
+#include "validate/relations.h"
+#include "validate/validate.h"
+
+namespace {
+
+// Until memory is short, for once; 0: it is not.
+thread_local int requestsLeft = 0;
+
+void Request() {
+  if (requestsLeft > 0 && --requestsLeft == 0) throw std::bad_alloc();
+}
+
+}  // namespace
+
+// The program's own requests; those of the calls that it makes count as one.
+void* operator new(std::size_t size) {
+  if (requestsLeft > 0 && !emulated::Machine::Current().gate.InCall()) Request();
+  if (void* const memory = std::malloc(size)) return memory;
+  throw std::bad_alloc();
+}
+void operator delete(void* memory) noexcept { std::free(memory); }
+void operator delete(void* memory, std::size_t) noexcept { std::free(memory); }
+
+namespace {
+
+using namespace test;
+
+struct Question {
+  const char* text;
+  std::function<bool()> succeeds;  // where it cannot
+};
+#define QUESTION(expression)                                   \
+  Question {                                                   \
+#expression, [&] { return static_cast<bool>(expression); } \
+  }
+
+class OutOfMemory : public Engine {
+ protected:
+  OutOfMemory() {
+    UseProgramModule(*machine);
+    machine->gate.Observe([](std::string_view call, std::uint64_t) {
+      static const std::set<std::string_view> kInDestructors{"BackupRead",     "BackupWrite",       "CoUninitialize",
+                                                             "GetProcessHeap", "LocalLock",         "RevertToSelf",
+                                                             "SetFileTime",    "SetFileAttributesW"};
+      if (call.find("Close") == call.npos && call.find("Free") == call.npos && !kInDestructors.contains(call))
+        Request();
+    });
+  }
+
+  // Asks once as it is, then with memory short at each request in turn (of very many, not each).
+  static void ExpectNoSuccess(const Question& question) {
+    EXPECT_FALSE(question.succeeds()) << question.text;
+    for (int failing = 1, left = 0; left == 0 && !HasFailure(); failing += 1 + failing / 50) {
+      requestsLeft = failing;
+      bool succeeded = false;
+      try {
+        succeeded = question.succeeds();
+      } catch (const std::bad_alloc&) {  // of the question's own text
+      }
+      left = std::exchange(requestsLeft, 0);
+      EXPECT_FALSE(succeeded) << question.text << ", request " << failing;
+    }
+  }
+};
+
+const std::u16string kFolder = u"C:\\Data", kMissing = u"C:\\No such folder\\item", kItem = u"D:\\Target\\No such item";
+const std::u16string kNoVolume = u"\\\\?\\Volume{00000000-0000-0000-0000-000000000001}\\";
+const std::u16string kNobody = u"S-1-5-21-1000000000-2000000000-3000000000-4711", kNoName = u"nobody by this name";
+
+TEST_F(OutOfMemory, NoQuestionAboutThePlacesOfDataIsAnsweredWithYes) {
+  MakeFile(u"C:\\Data\\one.txt", "data");
+  std::u16string text;
+  TreeListing listing;
+  SavedSecurityMap saved;
+  LockedPaths locked;
+  const ImpersonatedCaller caller;
+  const FolderTree missing(kMissing.c_str()), data(kFolder.c_str());
+  TreeListing elsewhere;
+  elsewhere.entries = {{kMissing, 0, 0, 0}};
+  for (const Question& question : {QUESTION(IsJunction(kFolder.c_str())),
+                                   QUESTION(IsSymbolicLink(kFolder.c_str())),
+                                   QUESTION(GetJunctionTarget(kFolder.c_str(), text)),
+                                   QUESTION(IsVolumeMountPoint(kFolder.c_str(), &text)),
+                                   QUESTION(GetFinalTargetPath(kMissing.c_str(), text)),
+                                   QUESTION(FindFinalTargetPath(kMissing.c_str(), text)),
+                                   QUESTION(VolumePathToNormalPath(text = kNoVolume, text)),
+                                   QUESTION(NormalPathToVolumePath(text = u"Q:\\Data\\folder", text)),
+                                   QUESTION(GetFileList(kMissing, listing)),
+                                   QUESTION(GetFileList(kMissing, listing, caller.token(), saved)),
+                                   QUESTION(HasAccess(caller.token(), kMissing, kReadAndExecute)),
+                                   QUESTION(!IsSystemFolder(u"C:\\Windows\\System32")),
+                                   QUESTION(GetParentDirPath(u"name without folder", text)),
+                                   QUESTION(HasEnoughFreeSpace(missing, u"D:\\Target")),
+                                   QUESTION(PreScanListing(elsewhere, &locked, false)),
+                                   QUESTION(PreScanSource(missing, u"D:\\Target", {.checkLocks = true})),
+                                   QUESTION(CheckPathRelations(data, u"C:\\Data\\inner", {})),
+                                   QUESTION(ValidateTargetPath(u"Q:\\Data")),
+                                   QUESTION(ValidateRedirectionPaths(kFolder.c_str(), u"C:\\Data\\inner")),
+                                   QUESTION(ValidateRedirectionPaths(u"", kMissing.c_str(), {.targetOnly = true})),
+                                   QUESTION(ValidateVolume(kNoVolume.c_str())),
+                                   QUESTION(ValidateProfileVolume(kNoVolume.c_str(), u"C:\\Users")),
+                                   QUESTION(ValidateVolumeRedirection(kFolder.c_str(), kNoVolume.c_str()))})
+    ExpectNoSuccess(question);
+}
+
+TEST_F(OutOfMemory, NoQuestionToTheSystemIsAnsweredWithYes) {
+  std::u16string text, more;
+  std::vector<std::u16string> names;
+  win32::VS_FIXEDFILEINFO fixed{};
+  FileVersionRecord version;
+  UserProfile profile;
+  CQBConfig config;
+  EXPECT_TRUE(config.Init());
+  for (const Question& question : {QUESTION(ReadFixedFileInfo(kMissing.c_str(), fixed)),
+                                   QUESTION(GetFileVersionRecord(kMissing, version)),
+                                   QUESTION(IsNewKeelroomVersion()),
+                                   QUESTION(IsKeelroomDrive(u'T')),
+                                   QUESTION(ReadKeelroomVolumes(names)),
+                                   QUESTION(GetRegRedirectPath(text)),
+                                   QUESTION(GetRHStatus(text) != 1),
+                                   QUESTION(GetUserProfile(kNoName, profile)),
+                                   QUESTION(SetProfileImagePath(kNobody, kFolder)),
+                                   QUESTION(CanSetProfileImagePath(kNobody, kFolder)),
+                                   QUESTION(IsUserLoggedOn(kNoName)),
+                                   QUESTION(!SidOfAccount(kNoName).empty()),
+                                   QUESTION(IsRestartOwed({kMissing}) == RestartOwed::Yes),
+                                   QUESTION(ReadKeyValues(u"1", text, more)),
+                                   QUESTION(DeleteRegKey(kFolder.c_str(), kItem.c_str(), 0)),
+                                   QUESTION(!FindJunctionRegKey(kFolder.c_str(), kItem.c_str(), 0).empty()),
+                                   QUESTION(AddJunctionRegKey(nullptr, nullptr, 0)),
+                                   QUESTION(config.AddRegKey(u"HKEY_CURRENT_USER\\Software")),
+                                   QUESTION(config.RemoveRegKey(u"HKEY_LOCAL_MACHINE\\SOFTWARE\\Nothing")),
+                                   QUESTION(config.GetChildKeys(u"HKEY_LOCAL_MACHINE\\SOFTWARE\\Nothing", names)),
+                                   QUESTION(config.HasParentKey(u"HKEY_LOCAL_MACHINE\\SOFTWARE\\Nothing", &text))})
+    ExpectNoSuccess(question);
+}
+
+TEST_F(OutOfMemory, NothingThatCannotBeDoneIsCalledDone) {
+  MakeFile(u"C:\\Data\\one.txt", "data");
+  CopyRecord copy;
+  MoveRecord move;
+  SecurityBlock block;
+  for (const Question& question :
+       {QUESTION(CreateJunction(kFolder.c_str(), u"D:\\Target")),
+        QUESTION(ChangeJunctionTarget(kMissing.c_str(), u"D:\\Target")), QUESTION(DeleteJunction(kMissing.c_str())),
+        QUESTION(CreateSymbolicLinkEntry(kMissing.c_str(), u"D:\\Target")),
+        QUESTION(RestoreLink({.source = kMissing, .target = kMissing})),
+        QUESTION(CopyFiles(kMissing, target, {}, copy)), QUESTION(MoveDirectoryTree(kMissing, target, {}, move)),
+        QUESTION(BackupCopy(kMissing, kItem)), QUESTION(BackupCopyEx(kMissing, kItem)),
+        QUESTION(BackupCopyFolderItself(kMissing, target)), QUESTION(CopyParentDirectoryTimes(kMissing, kItem)),
+        QUESTION(DeleteEntry({kMissing, 0, 0, 0})), QUESTION(DeleteDirectoryTree(kMissing.c_str())),
+        QUESTION(DeleteDirectoryTreeAtReboot(kMissing.c_str())),
+        QUESTION(CopyReadableDacl(kFolder, kMissing, {}) == DaclCopy::Written),
+        QUESTION(GrantEveryoneAndAdministrators(kMissing)), QUESTION(SaveSecurityInfo(kMissing, block))})
+    ExpectNoSuccess(question);
+}
+
+// Exit code 0 alone says that a command has done its work.
+TEST_F(OutOfMemory, NoCommandThatIsRefusedEndsAsIfItHadWorked) {
+  machine->gate.Observe({});  // some take back what they have begun, in destructors
+  const CarriedAlong all;
+  RemoveRegKeyLocation();
+  for (const Question& question :
+       {QUESTION(!RedirectFolder(kMissing.c_str(), u"D:\\Target", all)),
+        QUESTION(!RemoveFolderRedirection(kFolder.c_str(), u"D:\\Target", all)),
+        QUESTION(!RedirectFile(kMissing.c_str(), u"D:\\Target", 1)),
+        QUESTION(!RemoveFileRedirection(kMissing.c_str(), u"D:\\Target")),
+        QUESTION(!RedirectUserProfile(kNoName.c_str(), u"D:\\Target", {})),
+        QUESTION(!RedirectUserProfileToDefault(kNoName.c_str(), all)),
+        QUESTION(!RedirectSharedProfiles({true, true}, u"Q:\\Kept", all)),
+        QUESTION(!RedirectSharedProfilesToDefault({true, true}, all)), QUESTION(!SetAutoRedirection(u"Q:\\Kept", true)),
+        QUESTION(!RemoveAutoRedirection()), QUESTION(!SetRegKeyLocation(u"Q:\\Kept")),
+        QUESTION(!RemoveRegKeyLocation()), QUESTION(!AddRedirectedRegKey(u"HKEY_LOCAL_MACHINE\\No such key")),
+        QUESTION(!RemoveRedirectedRegKey(u"HKEY_LOCAL_MACHINE\\No such key"))})
+    ExpectNoSuccess(question);
+}
+
+}  // namespace
