@@ -3,6 +3,7 @@
 #include <cstdlib>
 #include <functional>
 #include <new>
+#include <optional>
 #include <set>
 #include <string_view>
 #include <vector>
@@ -23,6 +24,7 @@
 #include "probes/keelroom.h"
 #include "probes/locked_handles.h"
 #include "probes/rimehold_status.h"
+#include "probes/version.h"
 #include "profiles/automatic.h"
 #include "profiles/profile_folders.h"
 #include "profiles/profile_list.h"
@@ -177,6 +179,43 @@ TEST_F(OutOfMemory, NoQuestionToTheSystemIsAnsweredWithYes) {
                                    QUESTION(config.RemoveRegKey(u"HKEY_LOCAL_MACHINE\\SOFTWARE\\Nothing")),
                                    QUESTION(config.GetChildKeys(u"HKEY_LOCAL_MACHINE\\SOFTWARE\\Nothing", names)),
                                    QUESTION(config.HasParentKey(u"HKEY_LOCAL_MACHINE\\SOFTWARE\\Nothing", &text))})
+    ExpectNoSuccess(question);
+}
+
+// Who answers at all answers with all there is.
+TEST_F(OutOfMemory, NoAnswerIsHalfOne) {
+  std::u16string text, path, location;
+  int status = 0;
+  std::vector<JunctionRecord> records;
+  std::vector<UserProfile> profiles;
+  std::optional<NewProfilesNote> newProfiles;
+  std::optional<SharedProfileNote> publicProfile;
+  ProfileFolderValue folder;
+  ProductVersion product;
+  SecurityBlock block;
+  CQBConfig config;
+  EXPECT_TRUE(config.Init() && CQBConfig::GetConfigFilePath(path) && config.GetOutDir(status, location));
+  EXPECT_TRUE(ReadUserProfiles(profiles) && AddJunctionRegKey(kFolder.c_str(), kItem.c_str(), 0));
+  EXPECT_TRUE(WriteNote({.home = u"C:\\Users", .location = kFolder}));
+  EXPECT_TRUE(WriteNote(ProfileFolder::Public, {.original = u"C:\\Users\\Public", .copy = kItem, .volume = kNoVolume}));
+  EXPECT_TRUE(config.AddRegKey(u"HKEY_LOCAL_MACHINE\\SOFTWARE\\Velmora") && config.Save());
+  const std::size_t users = profiles.size(), keys = config.MonitoredKeys().size();
+  EXPECT_TRUE(users > 0 && keys > 0);
+  const auto loadedWithoutItsKeys = [&] {
+    CQBConfig other;
+    return other.Init() && other.MonitoredKeys().size() != keys;
+  };
+  for (const Question& question :
+       {QUESTION(ReadJunctionRecords(0, records) && records.size() != 1), QUESTION(config.IsOutDirEnabled()),
+        QUESTION(ReadUserProfiles(profiles) && profiles.size() != users),
+        QUESTION(ReadNote(newProfiles = {}) && !newProfiles),
+        QUESTION(ReadNote(ProfileFolder::Public, publicProfile = {}) && !publicProfile),
+        QUESTION(ReadProfileFolder(ProfileFolder::Public, folder = {}) && folder.folder != u"C:\\Users\\Public"),
+        QUESTION(CQBConfig::GetConfigFilePath(text) && text != path), QUESTION(loadedWithoutItsKeys()),
+        QUESTION(config.GetOutDir(status, text = u"none") && text != location),
+        QUESTION(config.GetUserProfileRedirection(nullptr, &(text = u"none"), nullptr) && text != u"0"),
+        QUESTION(GetProductVersion(product = {}) && product.dotted.empty()),
+        QUESTION(SaveSecurityInfo(kFolder, block) && !std::exchange(block, nullptr))})
     ExpectNoSuccess(question);
 }
 
