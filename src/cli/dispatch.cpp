@@ -32,9 +32,8 @@ int RunQuestion(int (*ask)(std::u16string& message)) {
 int WithReason(int result) {
   if (result != 0 && ServiceFolder(kQuillbayService).empty())
     ConsolePrint(
-        u"\nThe service QuillbayService is not installed, or its folder cannot be told: there is neither a "
-        u"configuration "
-        u"nor a log.\n");
+        u"\nThe service QuillbayService is not installed, or its folder cannot be told: "
+        u"there is neither a configuration nor a log.\n");
   return result;
 }
 

@@ -153,9 +153,8 @@ bool MayComeTo(const std::u16string& source, const std::u16string& place, Comes 
   for (const Redirection& other : all)
     if (coming.Disturbs(other))
       return LogFailure(
-          u"#ERROR: The place %ls belongs to another redirection, Source = %ls and Target = %ls. Remove that one "
-          u"first, "
-          u"or browse to a different location.",
+          u"#ERROR: The place %ls belongs to another redirection, Source = %ls and Target = %ls. "
+          u"Remove that one first, or browse to a different location.",
           place, other.record.source, other.record.target);
   return what != Comes::Folder || HoldsNoProfile(place);
 }

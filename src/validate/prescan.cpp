@@ -58,8 +58,7 @@ class Scan {
     Log(u"#ERROR: %ls - Insufficient permissions. The minimum permissions requirement is read & execute.", item.path);
     if (IsCompatibilityLink(item))
       Log(u"#INFO: %ls - Windows keeps this hidden link for old programs, and nobody may list what it leads to. "
-          u"Redirect "
-          u"the whole user profile instead, or remove the link.",
+          u"Redirect the whole user profile instead, or remove the link.",
           item.path);
     passed_ = false;
   }
