@@ -6,36 +6,33 @@
 namespace {
 
 using namespace win32;
-using test::About, test::Lines, test::MakeFile, test::MakeFolder;
+using test::Lines, test::MakeFile, test::MakeFolder;
 
 const std::u16string kNoDriveNumber = u"#ERROR: Unable to get Drive Number for path  = ";
 const std::u16string kSuccess = u".The operation completed successfully.";
 
 // What is said of a path.
 using Speaks = std::function<Lines(const std::u16string& path)>;
-Speaks Line(const char16_t* before, const char16_t* after) {
-  return [line = About(before, after)](const std::u16string& path) { return Lines{line(path)}; };
+Speaks Line(const char16_t* before, const char16_t* after,
+            const char16_t* elsewhere = u" Browse to a different location.") {
+  return [=](const std::u16string& path) { return Lines{before + path + after + elsewhere}; };
 }
-const Speaks Passed = [](const std::u16string&) { return Lines{u"(passed)"}; };
 const Speaks Silent = [](const std::u16string&) { return Lines{}; };
+const Speaks Passed = [](const std::u16string&) { return Lines{u"(passed)"}; };
 const Speaks Missing =
-    Line(u"#ERROR: The selected folder ", u" does not exist.The system cannot find the file specified.");
-const Speaks Invalid = Line(u"#ERROR:Invalid path : ", u"");
-const Speaks NoDrive = Line(u"#ERROR: ", u" - The specified drive does not exists.");
-const Speaks Root =
-    Line(u"#ERROR: ", u" - A folder is required for folder redirection. Browse to a different location.");
-const Speaks NotNtfs = Line(u"#ERROR: Folder ", u" must be on NTFS formatted volume. Browse to a different location.");
-const Speaks Network = Line(u"#ERROR: The selected folder ",
-                            u" is a UNC path representing a network resource. Browse to a different location.");
-const Speaks NoDirectory = Line(u"#ERROR: The specified path ", u" is not a valid directory path.");
+    Line(u"#ERROR: The selected folder ", u" does not exist.", u"The system cannot find the file specified.");
+const Speaks Invalid = Line(u"#ERROR:Invalid path : ", u"", u"");
+const Speaks NoDrive = Line(u"#ERROR: ", u" - The specified drive does not exists.", u"");
+const Speaks Root = Line(u"#ERROR: ", u" - A folder is required for folder redirection.");
+const Speaks NotNtfs = Line(u"#ERROR: Folder ", u" must be on NTFS formatted volume.");
+const Speaks Network = Line(u"#ERROR: The selected folder ", u" is a UNC path representing a network resource.");
+const Speaks NoDirectory = Line(u"#ERROR: The specified path ", u" is not a valid directory path.", u"");
 const Speaks TooLong =
-    Line(u"#ERROR: The specified path ",
-         u" exceeds the system-defined maximum length of 248 characters. Browse to a different location.");
-const Speaks WrongDrive =
-    Line(u"#ERROR: Folder ", u" must be on fixed or removable drive. Browse to a different location.");
-const Speaks System =
-    Line(u"#ERROR: ", u" - Cannot redirect from or to Windows system folders. Browse to a different location.");
-const Speaks Relative = Line(u"#ERROR: The selected folder ", u" is a relative path. Browse to a different location");
+    Line(u"#ERROR: The specified path ", u" exceeds the system-defined maximum length of 248 characters.");
+const Speaks WrongDrive = Line(u"#ERROR: Folder ", u" must be on fixed or removable drive.");
+const Speaks System = Line(u"#ERROR: ", u" - Cannot redirect from or to Windows system folders.");
+const Speaks Relative =
+    Line(u"#ERROR: The selected folder ", u" is a relative path.", u" Browse to a different location");
 
 // A path of so many characters below a drive's root, in components that a directory can hold.
 std::u16string PathOf(std::size_t length, char16_t letter) {
@@ -261,31 +258,22 @@ TEST_F(PathRules, WindowsOwnFoldersWarnOrRefuse) {
           "program works correctly on a Frozen computer once this folder is Thawed.\n";
   const SystemFolderOptions any, quiet{.quiet = true}, product{.insideProductOnly = true};
   struct {
-    const char16_t* path;
+    std::vector<std::u16string> paths;
     SystemFolderOptions options;
     Speaks speaks;
     std::string console;
   } const cases[] = {
-      {u"C:\\Data", any, Passed, none},
-      {u"C:\\Data", product, Passed, none},
-      {u"c:\\WINDOWS", any, System, none},
-      {u"C:\\Windows\\", any, System, none},
-      {u"\\\\?\\C:\\Windows", any, System, none},
-      {u"C:\\Windows\\SYSTEM32", quiet, System, none},
-      {u"C:\\Windows\\System32\\drivers", product, System, none},
-      {u"C:\\Program Files", any, System, none},
-      {u"C:\\PROGRA~1", any, System, none},
-      {u"C:\\PROGRA~1\\App~", any, Passed, programs},
-      {u"C:\\Data~", any, Passed, none},
-      {u"c:\\program files (X86)", any, System, none},
-      {u"C:\\Windows\\Fonts", any, Passed, windows},
-      {u"C:\\Windows\\Fonts", quiet, Passed, none},
-      {u"C:\\Windows\\Fonts", product, Silent, none},
-      {u"C:\\Program Files\\App", any, Passed, programs},
-      {u"C:\\Program Files (x86)\\App", any, Passed, programs},
-      {u"C:\\Program Files\\App", product, Silent, none},
-      {u"C:\\Program Files\\Velmora\\Rimehold\\x", product, Passed, none},
-      {u"C:\\program files (x86)\\velmora\\rimehold", product, Passed, none},
+      {{u"C:\\Data", u"C:\\Data~"}, any, Passed, none},
+      {{u"c:\\WINDOWS", u"C:\\Windows\\", u"\\\\?\\C:\\Windows", u"C:\\Windows\\SYSTEM32\\drivers"}, any, System, none},
+      {{u"C:\\Program Files", u"C:\\PROGRA~1", u"c:\\program files (X86)"}, any, System, none},
+      {{u"C:\\Windows\\Fonts"}, any, Passed, windows},
+      {{u"C:\\Program Files\\App", u"C:\\PROGRA~1\\App~", u"C:\\Program Files (x86)\\App"}, any, Passed, programs},
+      {{u"C:\\Windows\\System32"}, quiet, System, none},
+      {{u"C:\\Windows\\Fonts", u"C:\\Program Files\\App"}, quiet, Passed, none},
+      {{u"C:\\Windows\\System32"}, product, System, none},
+      {{u"C:\\Windows\\Fonts", u"C:\\Program Files\\App"}, product, Silent, none},
+      {{u"C:\\Data", u"C:\\Program Files\\Velmora\\Rimehold\\x"}, product, Passed, none},
+      {{u"C:\\program files (x86)\\velmora\\rimehold"}, product, Passed, none},
   };
   // The machine makes no short names; a junction that looks like one leads to the same folder.
   MakeFolder(u"C:\\Data~");
@@ -297,12 +285,13 @@ TEST_F(PathRules, WindowsOwnFoldersWarnOrRefuse) {
       return answer == 0 || answer == 1 ? 1 - answer : answer;
     });
   };
-  for (const auto& each : cases) {
-    machine->console.clear();
-    EXPECT_LINES(decide(each.path, each.options), each.speaks(each.path));
-    std::erase(machine->console, '\r');
-    EXPECT_EQ(machine->console, each.console) << emulated::Utf8(each.path);
-  }
+  for (const auto& [paths, options, speaks, console] : cases)
+    for (const std::u16string& path : paths) {
+      machine->console.clear();
+      EXPECT_LINES(decide(path.c_str(), options), speaks(path));
+      std::erase(machine->console, '\r');
+      EXPECT_EQ(machine->console, console) << emulated::Utf8(path);
+    }
   for (const std::uint64_t question : {1u, 2u, 3u, 4u}) {
     machine->gate.FailCall("SHGetSpecialFolderPathW", question, ERROR_ACCESS_DENIED);
     EXPECT_LINES(decide(u"C:\\Data", any),

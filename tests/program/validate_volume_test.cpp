@@ -1,158 +1,144 @@
 // The rules for a volume that is to be mounted in a folder's place.
+#include <algorithm>
+
 #include "links/junction.h"
 #include "program/validation.h"
 
 namespace {
 
 using namespace win32;
-using test::BelowRedirected, test::Contents, test::InUse, test::Lines, test::MakeFile, test::MakeFolder;
+using test::About, test::BelowRedirected, test::InUse, test::Lines, test::MakeFile, test::MakeFolder;
+
+const auto NotNtfs = About(u"#ERROR: Volume ", u" must be a NTFS formatted volume. Browse to a different location.");
+const auto Mounted = About(u"#ERROR: The selected volume ", u" already mounted.");
+const auto NotWritable = About(u"#ERROR: The selected volume ", u" doesn't have write permission.");
+const auto NoVolume = About(u"#ERROR: The selected volume ", u" does not exist.");
 
 class VolumeRules : public test::ValidationTest {
  protected:
   VolumeRules() : ValidationTest({.volumes = 2}) {
     volume = machine->volumes[machine->volumes.size() - 2]->guidName;
     other = machine->volumes.back()->guidName;
-    notNtfs = u"#ERROR: Volume " + volume + u" must be a NTFS formatted volume. Browse to a different location.";
-    mounted = u"#ERROR: The selected volume " + volume + u" already mounted.";
-    notWritable = u"#ERROR: The selected volume " + volume + u" doesn't have write permission.";
   }
-  Lines RefusedVolume(const std::u16string& name) {
-    return Decision([&] { return ValidateVolume(name.c_str()); });
+  void Expect(const std::u16string& name, const Lines& lines) {
+    EXPECT_LINES(Decision([&] { return ValidateVolume(name.c_str()); }), lines);
   }
-  Lines RefusedProfile(const char16_t* folder) {
-    return Decision([&] { return ValidateProfileVolume(volume.c_str(), folder); });
+  void ExpectForProfile(const char16_t* folder, const Lines& lines) {
+    EXPECT_LINES(Decision([&] { return ValidateProfileVolume(volume.c_str(), folder); }), lines);
   }
-  Lines RefusedMove(const char16_t* from) {
-    return Refusal([&] { return ValidateVolumeRedirection(from, volume.c_str()); });
+  void ExpectMove(const std::u16string& from, const Lines& lines) {
+    EXPECT_LINES(Refusal([&] { return ValidateVolumeRedirection(from.c_str(), volume.c_str()); }), lines);
   }
-  void Mount(const char16_t* folder, const std::u16string& name) {
+  void Mount(const std::u16string& folder, const std::u16string& name) {
     MakeFolder(folder);
-    ASSERT_TRUE(SetVolumeMountPointW((std::u16string(folder) + u"\\").c_str(), name.c_str()));
+    ASSERT_TRUE(SetVolumeMountPointW((folder + u"\\").c_str(), name.c_str()));
   }
-  std::u16string volume, other, notNtfs, mounted, notWritable;
+  void FailWithMounts(DWORD error) { machine->gate.FailCall("GetVolumePathNamesForVolumeNameW", 1, error); }
+  std::u16string volume, other;
 };
 
 TEST_F(VolumeRules, EachAlone) {
-  EXPECT_LINES(RefusedVolume(volume), passed);
+  Expect(volume, passed);
   std::u16string upper = volume;
-  for (char16_t& unit : upper)
-    if (unit >= u'a' && unit <= u'z') unit = static_cast<char16_t>(unit - 32);
-  EXPECT_LINES(RefusedVolume(upper), passed);
-  EXPECT_LINES(Refusal([] { return ValidateVolume(nullptr); }), Lines{});
-  for (const std::u16string& name : {std::u16string(u"\\\\?\\Volume{no}\\"), volume.substr(0, volume.size() - 1),
-                                     volume + u"x", std::u16string(u"D:\\")})
-    EXPECT_LINES(RefusedVolume(name), Lines{u"#ERROR: The selected volume " + name + u" does not exist."});
-
-  auto& facts = *machine->FindByGuidName(volume);
-  for (const char16_t* fileSystem : {u"FAT", u"FAT32", u"exFAT"}) {
-    facts.fileSystem = fileSystem;
-    EXPECT_LINES(RefusedVolume(volume), Lines{notNtfs});
+  std::ranges::transform(upper, upper.begin(), [](char16_t unit) {
+    return unit >= u'a' && unit <= u'z' ? static_cast<char16_t>(unit - 32) : unit;
+  });
+  Expect(upper, passed);
+  EXPECT_LINES(Decision([] { return ValidateVolume(nullptr); }), Lines{});
+  for (const std::u16string name :
+       {u"\\\\?\\Volume{no}\\", volume.substr(0, volume.size() - 1).c_str(), (volume + u"x").c_str(), u"D:\\"})
+    Expect(name, {NoVolume(name)});
+  for (const char16_t* fileSystem : {u"FAT", u"exFAT", u"NTFS"}) {
+    machine->FindByGuidName(volume)->fileSystem = fileSystem;
+    Expect(volume, fileSystem == std::u16string_view(u"NTFS") ? passed : Lines{NotNtfs(volume)});
   }
-  facts.fileSystem = u"NTFS";
-
   Mount(u"C:\\mounted", other);
-  EXPECT_LINES(RefusedVolume(other), Lines{u"#ERROR: The selected volume " + other + u" already mounted."});
-  const std::u16string drive = Drive(u'D').guidName;
-  EXPECT_LINES(RefusedVolume(drive), Lines{u"#ERROR: The selected volume " + drive + u" already mounted."});
+  for (const std::u16string& name : {other, Drive(u'D').guidName}) Expect(name, {Mounted(name)});
   // Paths that do not fit the room for them are paths; what cannot be told is none.
-  machine->gate.FailCall("GetVolumePathNamesForVolumeNameW", 1, ERROR_MORE_DATA);
-  EXPECT_LINES(RefusedVolume(volume), Lines{mounted});
-  machine->gate.FailCall("GetVolumePathNamesForVolumeNameW", 1, ERROR_INVALID_NAME);
-  EXPECT_LINES(RefusedVolume(volume), passed);
-
-  for (const DWORD error : {ERROR_WRITE_PROTECT, ERROR_SHARING_VIOLATION}) {
-    EXPECT_LINES(Refusal([&] {
-                   machine->gate.FailCall("CreateFileW", 1, error);
-                   return ValidateVolume(volume.c_str());
-                 }),
-                 passed);
-  }
+  FailWithMounts(ERROR_MORE_DATA);
+  Expect(volume, {Mounted(volume)});
+  FailWithMounts(ERROR_INVALID_NAME);
+  Expect(volume, passed);
+  for (const DWORD error : {ERROR_WRITE_PROTECT, ERROR_SHARING_VIOLATION})
+    for (const std::uint64_t call : {1u, 2u}) {
+      EXPECT_LINES(Decision([&] {
+                     machine->gate.FailCall("CreateFileW", call, call == 1 ? error : ERROR_DISK_FULL);
+                     return ValidateVolume(volume.c_str());
+                   }),
+                   passed);
+    }
   test::SetSecurity(volume, u"O:SYD:P(A;OICI;FRFX;;;BA)(A;OICI;FA;;;SY)");
-  EXPECT_LINES(RefusedVolume(volume), Lines{notWritable});
+  Expect(volume, {NotWritable(volume)});
 }
 
 // It may be mounted where it is to go, and nowhere else.
 TEST_F(VolumeRules, OfProfiles) {
   MakeFolder(u"C:\\away");
-  EXPECT_LINES(RefusedProfile(u"C:\\place"), passed);
+  ExpectForProfile(u"C:\\place", passed);
   Mount(u"C:\\place", volume);
-  EXPECT_LINES(RefusedProfile(u"C:\\place"), passed);
-  EXPECT_LINES(RefusedProfile(u"C:\\away"), Lines{mounted});
+  ExpectForProfile(u"C:\\place", passed);
+  ExpectForProfile(u"C:\\away", {Mounted(volume)});
   Mount(u"C:\\other", other);
-  EXPECT_LINES(RefusedProfile(u"C:\\other"), Lines{mounted});
-  Mount(u"C:\\second", volume);
-  EXPECT_LINES(RefusedProfile(u"C:\\place"), Lines{mounted});
+  ExpectForProfile(u"C:\\other", {Mounted(volume)});
   for (const DWORD error : {ERROR_MORE_DATA, ERROR_ACCESS_DENIED}) {
-    machine->gate.FailCall("GetVolumePathNamesForVolumeNameW", 1, error);
-    EXPECT_LINES(RefusedProfile(u"C:\\place"), Lines{mounted});
+    FailWithMounts(error);
+    ExpectForProfile(u"C:\\place", {Mounted(volume)});
   }
+  Mount(u"C:\\second", volume);
+  ExpectForProfile(u"C:\\place", {Mounted(volume)});
   machine->FindByGuidName(volume)->fileSystem = u"FAT32";
-  EXPECT_LINES(RefusedProfile(u"C:\\place"), Lines{notNtfs});
+  ExpectForProfile(u"C:\\place", {NotNtfs(volume)});
   volume = u"\\\\?\\Volume{no}\\";
-  EXPECT_LINES(RefusedProfile(u"C:\\place"), Lines{u"#ERROR: The selected volume " + volume + u" does not exist."});
+  ExpectForProfile(u"C:\\place", {NoVolume(volume)});
 }
 
-TEST_F(VolumeRules, AllAreTriedInTheirOrder) {
+// Of a volume all rules are tried; one that fails is not measured, but the source is examined.
+TEST_F(VolumeRules, WithASource) {
+  const std::u16string busy = source + u"\\busy", below = u"C:\\Data\\above\\Logs";
+  MakeFile(busy, "x");
+  ASSERT_EQ(CreateJunction(u"C:\\Data\\above", u"C:\\Windows"), 1);
+  ExpectMove(source, passed);
+  ExpectMove(below, {BelowRedirected(below)});
+  const auto file = HoldOpen(busy, GENERIC_READ, 0);
+  ExpectMove(source, {InUse(busy)});
   machine->FindByGuidName(volume)->fileSystem = u"FAT32";
   Mount(u"C:\\mounted", volume);
   test::SetSecurity(volume, u"O:SYD:P(A;OICI;FRFX;;;BA)(A;OICI;FA;;;SY)");
-  EXPECT_LINES(RefusedVolume(volume), Lines{notNtfs, mounted, notWritable});
-  EXPECT_LINES(RefusedMove(u"C:\\missing"),
-               Lines{u"#ERROR: The selected folder C:\\missing does not exist.The system cannot find the file "
-                     u"specified."});
-  // A volume that fails is not measured, but the source is examined.
-  MakeFile(source + u"\\busy", "x");
-  const auto held = HoldOpen(source + u"\\busy", GENERIC_READ, 0);
-  ASSERT_EQ(CreateJunction(u"C:\\Data\\above", u"C:\\Windows"), 1);
-  EXPECT_LINES(RefusedMove(source.c_str()), Lines{notNtfs, mounted, notWritable, InUse(u"C:\\Data\\busy")});
-  const std::u16string below = u"C:\\Data\\above\\Logs";
-  EXPECT_LINES(RefusedMove(below.c_str()), Lines{notNtfs, mounted, notWritable, BelowRedirected(below)});
-}
-
-// With a volume that nothing is wrong with, each of the others decides alone.
-TEST_F(VolumeRules, TheSourceAloneIsRefusedToo) {
-  ASSERT_EQ(CreateJunction(u"C:\\above", u"C:\\Windows"), 1);
-  const std::u16string below = u"C:\\above\\Logs";
-  EXPECT_LINES(RefusedMove(below.c_str()), Lines{BelowRedirected(below)});
-  MakeFile(source + u"\\busy", "x");
-  const auto file = HoldOpen(source + u"\\busy", GENERIC_READ, 0);
-  EXPECT_LINES(RefusedMove(source.c_str()), Lines{InUse(source + u"\\busy")});
-  machine->files().CloseForeign(file);
-  EXPECT_LINES(RefusedMove(source.c_str()), passed);
-  MakeFolder(source + u"\\held");
-  const auto folder = HoldOpen(source + u"\\held", GENERIC_READ, 7);
-  EXPECT_LINES(RefusedMove(source.c_str()), Lines{InUse(source + u"\\held")});  // that only the handle table tells
+  MakeHole(source + u"\\hole", std::uint64_t{1} << 40);
+  const Lines wrong = {NotNtfs(volume), Mounted(volume), NotWritable(volume)};
+  Expect(volume, wrong);
+  ExpectMove(u"C:\\missing", {u"#ERROR: The selected folder C:\\missing does not exist.The system cannot find the file "
+                              u"specified."});
+  ExpectMove(source, {wrong[0], wrong[1], wrong[2], InUse(busy)});
+  ExpectMove(below, {wrong[0], wrong[1], wrong[2], BelowRedirected(below)});
 }
 
 TEST_F(VolumeRules, TheSourceMayFillTheVolumeToTheLastByte) {
-  EXPECT_LINES(RefusedMove(source.c_str()), passed);
+  MakeFolder(source + u"\\held");
+  const auto held = HoldOpen(source + u"\\held", GENERIC_READ, 7);
+  ExpectMove(source, {InUse(source + u"\\held")});  // that only the handle table tells
+  machine->files().CloseForeign(held);
   ULARGE_INTEGER room{};
   ASSERT_TRUE(GetDiskFreeSpaceExW(volume.c_str(), &room, nullptr, nullptr));
   for (const unsigned more : {0u, 1u}) {
     MakeHole(u"C:\\Data\\hole", room.QuadPart + more);
-    EXPECT_LINES(RefusedMove(source.c_str()),
-                 more == 0 ? passed : Lines{u"#ERROR: Volume " + volume + u" doesn't have enough free disk space."});
+    ExpectMove(source,
+               more == 0 ? passed : Lines{u"#ERROR: Volume " + volume + u" doesn't have enough free disk space."});
   }
-  // A volume that failed is not measured.
-  machine->FindByGuidName(volume)->fileSystem = u"FAT32";
-  EXPECT_LINES(RefusedMove(source.c_str()), Lines{notNtfs});
 }
 
-TEST_F(VolumeRules, TheProbeLeavesNothing) {
-  EXPECT_LINES(RefusedVolume(volume), passed);
-  EXPECT_FALSE(test::Exists(volume + u"temp.check"));
-  // A file of that name is somebody's.
-  for (const DWORD attributes : {DWORD{FILE_ATTRIBUTE_ARCHIVE}, DWORD{FILE_ATTRIBUTE_HIDDEN | FILE_ATTRIBUTE_SYSTEM}}) {
-    MakeFile(volume + u"temp.check", "theirs", attributes);
-    const std::string before = test::Describe(volume + u"temp.check");
-    EXPECT_LINES(RefusedVolume(volume), passed);
-    EXPECT_EQ(test::Describe(volume + u"temp.check"), before);
-    EXPECT_EQ(Contents(volume + u"temp.check"), "theirs");
-    ASSERT_TRUE(DeleteFileW((volume + u"temp.check").c_str()));
+// The probe leaves nothing, and a file of its name is somebody's.
+TEST_F(VolumeRules, WritingIsTriedWithoutATrace) {
+  const std::u16string probe = volume + u"temp.check";
+  Expect(volume, passed);
+  EXPECT_FALSE(test::Exists(probe));
+  for (const DWORD attributes : {FILE_ATTRIBUTE_HIDDEN, FILE_ATTRIBUTE_READONLY}) {
+    MakeFile(probe, "theirs", attributes);
+    const std::string before = test::Describe(probe);
+    Expect(volume, attributes == FILE_ATTRIBUTE_READONLY ? Lines{NotWritable(volume)} : passed);
+    EXPECT_EQ(test::Describe(probe), before);
+    DeleteFileW(probe.c_str());
   }
-  MakeFile(volume + u"temp.check", "theirs", FILE_ATTRIBUTE_READONLY);
-  EXPECT_LINES(RefusedVolume(volume), Lines{notWritable});
-  EXPECT_EQ(Contents(volume + u"temp.check"), "theirs");
 }
 
 }  // namespace

@@ -95,8 +95,4 @@ inline std::string Shown(const Lines& lines) {
 
 }  // namespace test
 
-#define EXPECT_LINES(actual, ...)                                              \
-  do {                                                                         \
-    const ::test::Lines &actualLines = (actual), &expectedLines = __VA_ARGS__; \
-    EXPECT_EQ(::test::Shown(actualLines), ::test::Shown(expectedLines));       \
-  } while (false)
+#define EXPECT_LINES(actual, ...) EXPECT_EQ(::test::Shown(actual), ::test::Shown(__VA_ARGS__))
