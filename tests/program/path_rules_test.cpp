@@ -213,39 +213,28 @@ TEST_F(PathRules, TheFirstThatDoesNotHoldSpeaks) {
     EXPECT_LINES(Decision(decide), Lines{u"#ERROR: Input path missing."});
 }
 
-// Sources that break two rules, on drives of several kinds.
-TEST_F(PathRules, DrivesOfSources) {
-  const auto expect = [&](const std::u16string& path, const Speaks& speaks) {
-    EXPECT_LINES(ForSource(path), speaks(path));
-  };
-  Drive(u'E').fileSystem = u"FAT32";
-  MakeFile(u"E:\\file", "x");
-  for (const char16_t letter : {u'C', u'E'}) MakeLongFolders(letter);
+// A source that breaks two rules shows the line of the first.
+TEST_F(PathRules, OfSourcesInTheirOrder) {
   const std::u16string longFile = PathOf(247, u'C'), longFolder = PathOf(247, u'E');
-  MakeFile(longFile, "x");
+  for (const char16_t letter : {u'C', u'E'}) MakeLongFolders(letter);
+  for (const std::u16string& file : {longFile, std::u16string(u"E:\\file")}) MakeFile(file, "x");
   MakeFolder(u"\\\\?\\" + longFolder);
-  expect(u"E:\\", Root);
-  Drive(u'E').driveType = DRIVE_REMOTE;
-  expect(u"E:\\file", NotNtfs);
-  Drive(u'E').fileSystem = u"ntfs";
-  expect(u"E:\\file", Network);
-  expect(longFile, NoDirectory);
-  Drive(u'E').driveType = DRIVE_REMOVABLE;
-  expect(u"E:\\x", Passed);
-  Drive(u'E').driveType = DRIVE_CDROM;
-  expect(u"E:\\x", WrongDrive);
-  expect(longFolder, TooLong);
-  Drive(u'C').driveType = DRIVE_CDROM;
-  expect(u"C:\\Windows", WrongDrive);
-  // Windows cannot name the drives at the first question, the one whether there is such a drive.
-  const Speaks untold = [](const std::u16string& path) {
-    return Lines{u"#ERROR: Unable to get Logical Drive Strings.", NoDrive(path).front()};
-  };
-  for (const std::u16string path : {u"C:\\Data", u"C:\\"}) {
-    machine->gate.FailCall("GetLogicalDriveStringsW", 1, ERROR_ACCESS_DENIED);
-    expect(path, untold);
-    machine->gate.ClearFailures();
+  const std::tuple<UINT, const char16_t*, std::u16string, Speaks> cases[] = {
+      {DRIVE_FIXED, u"FAT32", u"E:\\", Root},        {DRIVE_REMOTE, u"FAT32", u"E:\\file", NotNtfs},
+      {DRIVE_REMOTE, u"ntfs", u"E:\\file", Network}, {DRIVE_CDROM, u"NTFS", longFolder, TooLong},
+      {DRIVE_CDROM, u"NTFS", u"E:\\x", WrongDrive},  {DRIVE_REMOVABLE, u"NTFS", u"E:\\x", Passed},
+      {DRIVE_FIXED, u"NTFS", longFile, NoDirectory}};
+  for (const auto& [type, fileSystem, path, speaks] : cases) {
+    Drive(u'E').driveType = type;
+    Drive(u'E').fileSystem = fileSystem;
+    EXPECT_LINES(ForSource(path), speaks(path));
   }
+  // Windows cannot name the drives at the first question, the one whether there is such a drive.
+  machine->gate.FailCall("GetLogicalDriveStringsW", 1, ERROR_ACCESS_DENIED);
+  EXPECT_LINES(ForSource(u"C:\\"), Lines{u"#ERROR: Unable to get Logical Drive Strings.", NoDrive(u"C:\\").front()});
+  machine->gate.ClearFailures();
+  Drive(u'C').driveType = DRIVE_CDROM;
+  EXPECT_LINES(ForSource(u"C:\\Windows"), WrongDrive(u"C:\\Windows"));
 }
 
 TEST_F(PathRules, WindowsOwnFoldersWarnOrRefuse) {

@@ -23,9 +23,6 @@ class VolumeRules : public test::ValidationTest {
   void Expect(const std::u16string& name, const Lines& lines) {
     EXPECT_LINES(Decision([&] { return ValidateVolume(name.c_str()); }), lines);
   }
-  void ExpectForProfile(const char16_t* folder, const Lines& lines) {
-    EXPECT_LINES(Decision([&] { return ValidateProfileVolume(volume.c_str(), folder); }), lines);
-  }
   void ExpectMove(const std::u16string& from, const Lines& lines) {
     EXPECT_LINES(Refusal([&] { return ValidateVolumeRedirection(from.c_str(), volume.c_str()); }), lines);
   }
@@ -69,27 +66,6 @@ TEST_F(VolumeRules, EachAlone) {
     }
   test::SetSecurity(volume, u"O:SYD:P(A;OICI;FRFX;;;BA)(A;OICI;FA;;;SY)");
   Expect(volume, {NotWritable(volume)});
-}
-
-// It may be mounted where it is to go, and nowhere else.
-TEST_F(VolumeRules, OfProfiles) {
-  MakeFolder(u"C:\\away");
-  ExpectForProfile(u"C:\\place", passed);
-  Mount(u"C:\\place", volume);
-  ExpectForProfile(u"C:\\place", passed);
-  ExpectForProfile(u"C:\\away", {Mounted(volume)});
-  Mount(u"C:\\other", other);
-  ExpectForProfile(u"C:\\other", {Mounted(volume)});
-  for (const DWORD error : {ERROR_MORE_DATA, ERROR_ACCESS_DENIED}) {
-    FailWithMounts(error);
-    ExpectForProfile(u"C:\\place", {Mounted(volume)});
-  }
-  Mount(u"C:\\second", volume);
-  ExpectForProfile(u"C:\\place", {Mounted(volume)});
-  machine->FindByGuidName(volume)->fileSystem = u"FAT32";
-  ExpectForProfile(u"C:\\place", {NotNtfs(volume)});
-  volume = u"\\\\?\\Volume{no}\\";
-  ExpectForProfile(u"C:\\place", {NoVolume(volume)});
 }
 
 // Of a volume all rules are tried; one that fails is not measured, but the source is examined.
