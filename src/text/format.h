@@ -105,9 +105,8 @@ constexpr bool FormatMatches(std::u16string_view text, std::span<const ArgumentK
   return used == kinds.size();
 }
 
-// A text of the string table, or another that is known only when the program runs. A test holds each one against the
-// arguments it is printed with; should they not match all the same, a conversion without its argument prints nothing
-// and an argument without a conversion is ignored.
+// A text of the string table, or another that is known only when the program runs. Should it not match its arguments, a
+// conversion without its argument prints nothing and an argument without a conversion is ignored.
 struct TableText {
   explicit TableText(std::u16string_view value) : text(value) {}
   std::u16string_view text;

@@ -1,15 +1,10 @@
 // The formatter of the log's and the console's texts.
 #include <gtest/gtest.h>
 
-#include <map>
-
-#include "report/console.h"
-#include "support/program.h"
 #include "text/format.h"
 
 namespace {
 
-using Kinds = std::vector<ArgumentKind>;
 constexpr ArgumentKind kText = ArgumentKind::Text, kInteger = ArgumentKind::Integer;
 
 TEST(Format, ConvertsAsCDoes) {
@@ -54,22 +49,6 @@ TEST(Format, CutsToABufferButNoCharacterInHalves) {
   EXPECT_EQ(CutToBuffer(u"abc", 4), u"abc");
   EXPECT_EQ(CutToBuffer(u"abcd", 4), u"abc");
   EXPECT_EQ(CutToBuffer(u"ab\U0001F600", 4), u"ab");
-}
-
-// Every text of the string table takes just the arguments with which the program prints it.
-TEST(Format, StringTableFitsItsUses) {
-  emulated::Machine machine;
-  test::UseProgramModule(machine);
-  std::map<unsigned, Kinds> uses{{128, {kText}}, {130, {kInteger, kText}}};
-  for (const unsigned id : {137u, 141u, 142u, 144u, 149u, 151u, 152u, 157u, 159u, 160u, 168u, 170u, 183u, 185u})
-    uses[id] = {kText};
-  for (const unsigned id : {143u, 154u, 155u, 169u}) uses[id] = {kText, kText};
-  for (const unsigned id : {126u, 127u, 173u}) uses[id] = {kText, kText, kText};
-  for (unsigned id = 101; id <= 196; ++id) {
-    const std::u16string text = LoadResourceString(id);
-    EXPECT_FALSE(text.empty()) << id;
-    EXPECT_TRUE(FormatMatches(text, uses[id])) << id;
-  }
 }
 
 }  // namespace

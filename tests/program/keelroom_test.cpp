@@ -6,11 +6,9 @@
 #include <algorithm>
 #include <array>
 
-#include "report/log.h"
+#include "support/engine.h"
 #include "support/keelroom.h"
-#include "support/program.h"
 #include "win32/emulated/registry/registry.h"
-#include "win32/emulated/text.h"
 
 namespace {
 
@@ -18,9 +16,10 @@ using emulated::Bytes;
 using Drives = std::vector<std::u16string>;
 
 constexpr std::u16string_view kParameters = u"HKLM\\SYSTEM\\CurrentControlSet\\Services\\Keeldisk\\Parameters";
+constexpr std::u16string_view kVolume = u"HKLM\\SYSTEM\\CurrentControlSet\\Services\\Keeldisk\\Parameters\\Volume1";
 constexpr const char16_t* kDriver = u"C:\\Windows\\System32\\drivers\\Keeldisk.sys";
 
-class Keelroom : public ::testing::Test {
+class Keelroom : public test::Engine {
  protected:
   ~Keelroom() override { EXPECT_EQ(machine->objects.all().size(), open); }
 
@@ -30,31 +29,38 @@ class Keelroom : public ::testing::Test {
     EXPECT_EQ(any, !drives.empty());
     return drives;
   }
-  void SetMountAs(std::u16string_view key, win32::DWORD type, const Bytes& data) {
-    machine->registry().Set(std::u16string(kParameters) + u"\\" + std::u16string(key), u"MountAs", type, data);
+  // Refuses each call of the question in turn; what the question answers then, by the names of the calls.
+  template <typename Question>
+  std::vector<std::pair<std::string, int>> AnswersWhenRefused(Question question) {
+    std::vector<std::pair<std::string, int>> answers;
+    machine->gate.Observe([&](const char* name, std::uint64_t) { answers.emplace_back(name, 1); });
+    EXPECT_EQ(question(), 1);
+    machine->gate.Observe({});
+    for (std::size_t call = 0; call < answers.size(); ++call) {
+      if (answers[call].first == "RegCloseKey") continue;
+      machine->gate.FailCall(call + 1, win32::ERROR_ACCESS_DENIED);
+      answers[call].second = question();
+      machine->gate.ClearFailures();
+    }
+    return answers;
   }
 
-  std::unique_ptr<emulated::Machine> machine = test::InstalledMachine();
   const std::size_t open = machine->objects.all().size();
 };
 
-// The names of the calls, in their order.
-std::vector<std::string> CallsOf(emulated::Machine& machine, const std::function<void()>& action) {
-  std::vector<std::string> calls;
-  machine.gate.Observe([&](const char* name, std::uint64_t) { calls.emplace_back(name); });
-  action();
-  machine.gate.Observe({});
-  return calls;
-}
-
 TEST_F(Keelroom, KnowsItsDrives) {
   for (char16_t letter = u'A'; letter <= u'Z'; ++letter) EXPECT_FALSE(IsKeelroomDrive(letter));
-  EXPECT_EQ(ReadDrives(), Drives{});
   machine->registry().CreateKey(kParameters);
   EXPECT_EQ(ReadDrives(), Drives{});
   test::AddKeelroomVolume(*machine, u"Volume2", u"T:");
+  const std::string value("RegQueryValueExW");
+  const std::vector<std::pair<std::string, int>> expected{
+      {"RegOpenKeyExW", 0}, {"RegEnumKeyW", 0}, {"RegOpenKeyExW", 0}, {value, 1},        {value, 0},
+      {value, 0},           {value, 1},         {value, 1},           {value, 1},        {value, 1},
+      {value, 1},           {"RegCloseKey", 1}, {"RegEnumKeyW", 1},   {"RegCloseKey", 1}};
+  EXPECT_EQ(AnswersWhenRefused([] { return IsKeelroomDrive(u'T'); }), expected) << "what hides the drive";
   test::AddKeelroomVolume(*machine, u"Volume10", u"k:");
-  machine->registry().SetDword(std::u16string(kParameters) + u"\\Volume1", u"Size", 100);  // mounted nowhere
+  machine->registry().SetDword(kVolume, u"Size", 100);  // mounted nowhere
   EXPECT_EQ(ReadDrives(), (Drives{u"", u"k:", u"T:"}));
   for (const char16_t letter : {u'T', u't', u'K', u'k'}) EXPECT_TRUE(IsKeelroomDrive(letter));
   for (const char16_t letter : {u'S', u'\\', u':', u'\0', u'\u212A'}) EXPECT_FALSE(IsKeelroomDrive(letter));
@@ -67,79 +73,43 @@ TEST_F(Keelroom, TakesTheValueAsItStands) {
       {win32::REG_SZ, {'T', 0, ':'}, u"T"},                // half of the colon
       {win32::REG_BINARY, {'T', 0, ':', 0, 0, 0}, u"T:"},  // types are nobody's business
       {win32::REG_MULTI_SZ, {'T', 0, ':', 0, 0, 0, 'U', 0, ':', 0, 0, 0, 0, 0}, u"T:"},
-      {win32::REG_DWORD, {'T', 0, ':', 0}, u"T:"},
       {win32::REG_EXPAND_SZ, {'T', 0, ':', 0, '\\', 0, 0, 0}, u"T:\\"},  // and this is another form
-      {win32::REG_SZ, {'T'}, u""},
-      {win32::REG_SZ, {}, u""},
-  };
+      {win32::REG_SZ, {}, u""}};
   for (const auto& [type, data, drive] : cases) {
-    SetMountAs(u"Volume1", type, data);
+    machine->registry().Set(kVolume, u"MountAs", type, data);
     EXPECT_EQ(ReadDrives(), Drives{drive}) << data.size();
-    EXPECT_EQ(IsKeelroomDrive(u't'), std::u16string_view(drive) == u"T:") << data.size();
   }
   // A number longer than it should be spoils neither the other values nor anything beside it.
-  const std::u16string key = std::u16string(kParameters) + u"\\Volume1";
-  machine->registry().Set(key, u"Extents", win32::REG_BINARY, Bytes(4096, 0xFF));
-  SetMountAs(u"Volume1", win32::REG_SZ, Bytes(65536, 'x'));
+  machine->registry().Set(kVolume, u"Extents", win32::REG_BINARY, Bytes(4096, 0xFF));
+  machine->registry().Set(kVolume, u"MountAs", win32::REG_SZ, Bytes(65536, 'x'));
   EXPECT_EQ(ReadDrives(), Drives{std::u16string(32768, u'\u7878')});
 }
 
-TEST_F(Keelroom, ReadsTheRecordsInTheirOrderAndStandsEveryRefusal) {
-  test::AddKeelroomVolume(*machine, u"Volume1", u"T:");
-  const std::u16string key = std::u16string(kParameters) + u"\\Volume1";
-  for (const auto* name : {u"GUID", u"MountAsUser", u"UniqueId", u"HostFile"})
-    machine->registry().SetText(key, name, name);
-  const auto calls = CallsOf(*machine, [] { EXPECT_TRUE(IsKeelroomDrive(u'T')); });
-  std::vector<std::string> expected{"RegOpenKeyExW", "RegEnumKeyW", "RegOpenKeyExW"};
-  expected.insert(expected.end(), 5 * 2 + 2, "RegQueryValueExW");
-  expected.insert(expected.end(), {"RegCloseKey", "RegEnumKeyW", "RegCloseKey"});
-  EXPECT_EQ(calls, expected);
-
-  constexpr std::array<std::size_t, 5> kDecide{1, 2, 3, 6, 7};  // the keys, and MountAs
-  for (std::size_t call = 1; call <= calls.size(); ++call) {
-    if (calls[call - 1] == "RegCloseKey") continue;
-    machine->gate.FailCall(call, win32::ERROR_ACCESS_DENIED);
-    const bool decides = std::find(kDecide.begin(), kDecide.end(), call) != kDecide.end();
-    EXPECT_EQ(IsKeelroomDrive(u'T'), !decides) << calls[call - 1] << ' ' << call;
-    machine->gate.ClearFailures();
-  }
-}
-
 TEST_F(Keelroom, TellsOldDriversFromNewOnes) {
-  test::UseProgramModule(*machine);
-  const LogFile log;
   FileVersionRecord record;
-  const std::tuple<const char*, std::u16string, int> cases[] = {{nullptr, u"", 0},        {"8.32", u"8.32.9.9", 0},
-                                                                {"8.33", u"8.33.0.0", 1}, {"9.0", u"9.0.0.0", 1},
-                                                                {"7.99", u"7.99.1.2", 0}, {"none", u"", 0}};
+  const std::tuple<const char*, std::u16string, int> cases[] = {{"none", u"", 0},
+                                                                {"8.32", u"8.32.9.9", 0},
+                                                                {"8.33", u"8.33.0.0", 1},
+                                                                {"9.0", u"9.0.0.0", 1},
+                                                                {"7.99", u"7.99.1.2", 0}};
+  EXPECT_EQ(IsNewKeelroomVersion(), 0);
+  EXPECT_EQ(LogText(), u"") << "no driver is an old one";
   for (const auto& [driver, text, isNew] : cases) {
-    if (driver) test::InstallKeeldisk(*machine, driver);
-    EXPECT_EQ(IsNewKeelroomVersion(), isNew) << emulated::Utf8(text);
-    std::string logged = test::LogBytes(*machine);
-    std::erase(logged, '\0');
-    const bool told = logged.find(
-                          "#ERROR: Failed to find the version of Keeldisk driver at "
-                          "C:\\Windows\\system32\\drivers\\Keeldisk.sys") != std::string::npos;
-    EXPECT_EQ(told, driver && text.empty()) << logged;
-    ASSERT_EQ(GetFileVersionRecord(kDriver, record), text.empty() ? 0 : 1);
-    if (text.empty()) continue;
+    test::InstallKeeldisk(*machine, driver);
+    EXPECT_EQ(IsNewKeelroomVersion(), isNew) << driver;
+    EXPECT_TRUE(LogText().ends_with(
+        u"] #ERROR: Failed to find the version of Keeldisk driver at C:\\Windows\\system32\\drivers\\Keeldisk.sys"));
+    EXPECT_EQ(GetFileVersionRecord(kDriver, record), text.empty() ? 0 : 1);
     EXPECT_EQ(record.text, text);
-    EXPECT_EQ(record.majorText + u'.' + record.minorText + u'.' + record.buildText + u'.' + record.revisionText, text);
   }
-  test::InstallKeeldisk(*machine, "7.99");
-  ASSERT_EQ(GetFileVersionRecord(kDriver, record), 1);
+  EXPECT_EQ(std::ranges::count(LogText(), u'['), 2) << "only the first one has no version";
   EXPECT_EQ((std::array{record.major, record.minor, record.build, record.revision}),
             (std::array<win32::WORD, 4>{7, 99, 1, 2}));
-
+  EXPECT_EQ(record.majorText + record.minorText + record.buildText + record.revisionText, u"79912");
   test::InstallKeeldisk(*machine, "9.0");
-  const auto calls = CallsOf(*machine, [] { EXPECT_EQ(IsNewKeelroomVersion(), 1); });
-  EXPECT_EQ(calls, (std::vector<std::string>{"SHGetSpecialFolderPathW", "PathFileExistsW", "GetFileVersionInfoSizeW",
-                                             "GetFileVersionInfoW", "VerQueryValueW"}));
-  for (std::size_t call = 1; call <= calls.size(); ++call) {
-    machine->gate.FailCall(call, win32::ERROR_ACCESS_DENIED);
-    EXPECT_EQ(IsNewKeelroomVersion(), 0) << calls[call - 1];
-    machine->gate.ClearFailures();
-  }
+  const auto answers = AnswersWhenRefused(IsNewKeelroomVersion);
+  EXPECT_EQ(answers.size(), 5u);
+  for (const auto& [call, answer] : answers) EXPECT_EQ(answer, 0) << call;
 }
 
 TEST_F(Keelroom, TrustsNoDriverFile) {
@@ -154,8 +124,6 @@ TEST_F(Keelroom, TrustsNoDriverFile) {
     FileVersionRecord record;
     return GetFileVersionRecord(kDriver, record) == 1;
   };
-  const std::string_view text = "MZ, says this text, and is no program.";
-  EXPECT_FALSE(hasVersion(Bytes(text.begin(), text.end())));
   for (std::size_t size = 0; size < at + 52; size += 61)
     EXPECT_FALSE(hasVersion(Bytes(whole.begin(), whole.begin() + static_cast<std::ptrdiff_t>(size)))) << size;
   const auto patched = [&](std::size_t offset, unsigned value) {

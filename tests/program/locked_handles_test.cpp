@@ -42,8 +42,8 @@ class LockedHandles : public test::Engine {
     MakeFile(source + u"\\" + name, "x");
     return Held(source + u"\\" + name);
   }
-  void HoldOnDevice(const std::u16string& name, std::vector<std::uint64_t> nameQueryDelays = {}) {
-    emulated::OpenInProcess(*machine, 4242, std::make_shared<emulated::DeviceFile>(name, std::move(nameQueryDelays)),
+  void HoldOnDevice(const std::u16string& name, std::vector<std::uint64_t> nameQueryDelays = {}, DWORD process = 4242) {
+    emulated::OpenInProcess(*machine, process, std::make_shared<emulated::DeviceFile>(name, std::move(nameQueryDelays)),
                             FILE_GENERIC_READ);
   }
   // A letter that leads to a device which is no disk of this machine.
@@ -70,13 +70,6 @@ TEST_F(LockedHandles, FilesAndFoldersBelowThePathsInTheOrderOfTheTable) {
   EXPECT_EQ(Walk(nullptr, u"\\\\?\\D:\\Target"), Paths{u"D:\\Target\\t"});
   EXPECT_EQ(Walk(u"C:\\Data\\Sub", u"C:\\Data\\Sub"), (Paths{u"C:\\Data\\Sub\\b", u"C:\\Data\\Sub"})) << "named once";
   EXPECT_EQ(Walk(nullptr, u""), Paths{}) << "no path is no path at all, not every one";
-  const UniqueFile own{CreateFileW((source + u"\\a").c_str(), GENERIC_READ, 7, nullptr, OPEN_EXISTING, 0, nullptr)};
-  EXPECT_EQ(Walk((source + u"\\a").c_str()), (Paths{u"C:\\Data\\a", u"C:\\Data\\a"})) << "the program's own count, too";
-  EXPECT_EQ(held.size(), 6u);
-}
-
-TEST_F(LockedHandles, TracesEachStep) {
-  EXPECT_EQ(Walk(u"C:\\Data"), Paths{});
   EXPECT_EQ(emulated::Utf8(machine->debugOutput),
             "\n Start of unmanaged GetLockedFilesAndFoldersList()"
             "\n Unmanaged GetLockedFilesAndFoldersList():: Before GetLockedFilesList()"
@@ -84,6 +77,9 @@ TEST_F(LockedHandles, TracesEachStep) {
             "\n Unmanaged GetLockedFilesAndFoldersList():: After GetLockedFilesList()"
             "\n Unmanaged GetLockedFilesAndFoldersList():: Added empty record"
             "\n End of unmanaged GetLockedFilesAndFoldersList()");
+  const UniqueFile own{CreateFileW((source + u"\\a").c_str(), GENERIC_READ, 7, nullptr, OPEN_EXISTING, 0, nullptr)};
+  EXPECT_EQ(Walk((source + u"\\a").c_str()), (Paths{u"C:\\Data\\a", u"C:\\Data\\a"})) << "the program's own count, too";
+  EXPECT_EQ(held.size(), 6u);
 }
 
 TEST_F(LockedHandles, NetworkDrivesAndMappedDevicesCountWhereALetterLeadsToThem) {
@@ -164,64 +160,92 @@ TEST_F(LockedHandles, AThreadIsEndedInItsQuestionAndNowhereElse) {
   EXPECT_EQ(machine->gate.Count("TerminateThread") + machine->gate.Count("NtQueryInformationFile"), 0u);
 }
 
+// Its ids of processes are where the list of processes has them on 32-bit Windows.
 TEST_F(LockedHandles, OldWindowsHasHandlesThatAreNotAskedAbout) {
-  MakeFile(source + u"\\f", "x");
-  emulated::AddProcess(*machine, 2, u"old.exe");
-  const auto held = machine->files().OpenForeign(2, source + u"\\f", GENERIC_READ, 7);
+  const auto held = MakeAndHold(u"f");
+  emulated::AddProcess(*machine, 500, u"SERVICES.exe");
+  HoldOnDevice(u"\\Device\\HarddiskVolume1\\Data\\service", {}, 500);
+  emulated::OpenInProcess(*machine, 2, std::make_shared<emulated::NamedObject>(u"Event", u""), 0x1F0003);
+  HoldOnDevice(u"\\Device\\HarddiskVolume1\\Data\\old", {}, 2);
   ASSERT_TRUE(INtDll::Get().Bind());
-  HandleList files;
-  const auto asked = [&] {
+  SystemProcessInformation processes;
+  ASSERT_TRUE(processes.Refresh());
+  EXPECT_EQ(processes.ImageName(500), u"");
+  EXPECT_EQ(processes.ImageName(0), machine->others.back().image) << "0 stands there for each";
+  static NtQuerySystemInformationFunction query = nullptr;
+  query = std::exchange(INtDll::Get().NtQuerySystemInformation,
+                        [](int kind, void* answer, ULONG size, ULONG* needed) -> NTSTATUS {
+                          const NTSTATUS status = query(kind, answer, size, needed);
+                          if (kind != SystemProcessInformationClass) return status;
+                          for (auto* at = static_cast<BYTE*>(answer);;
+                               at += reinterpret_cast<SYSTEM_PROCESS_INFORMATION*>(at)->NextEntryOffset) {
+                            std::memcpy(at + 76, at + 80, sizeof(DWORD));
+                            if (reinterpret_cast<SYSTEM_PROCESS_INFORMATION*>(at)->NextEntryOffset == 0) return status;
+                          }
+                        });
+  ASSERT_TRUE(processes.Refresh());
+  EXPECT_EQ(processes.ImageName(500), u"SERVICES.exe");
+  EXPECT_EQ(processes.ImageName(4242), u"other.exe");
+  EXPECT_EQ(processes.ImageName(77), u"");
+  const auto asked = [&](DWORD majorVersion, const Paths& expected) {
+    INtDll::Get().majorVersion = majorVersion;
     machine->gate.ResetCounts();
-    EXPECT_TRUE(files.Read());
-    EXPECT_TRUE(std::ranges::any_of(files.handles(), [](const HandleRecord& file) { return file.processId == 2; }));
+    EXPECT_EQ(Walk(u"C:\\Data"), expected) << majorVersion;
     return machine->gate.Count("OpenProcess");
   };
-  emulated::OpenInProcess(*machine, 2, std::make_shared<emulated::NamedObject>(u"Event", u""), 0x1F0003);
-  const std::uint64_t all = asked();
-  INtDll::Get().majorVersion = 4;
-  EXPECT_EQ(asked(), all - 1) << "not about the event";
+  const Paths all{u"C:\\Data\\f", u"C:\\Data\\service", u"C:\\Data\\old"};
+  const std::uint64_t questions = asked(5, all);
+  EXPECT_EQ(asked(3, all), questions - 1) << "not about the event";
+  EXPECT_EQ(asked(4, {all[0], all[2]}), questions - 2) << "nor for the service's name";
+  INtDll::Get() = INtDll();
 }
 
+// The longest name of a file that fits its answer makes a path that is cut; a longer one is a warning, which is none.
 TEST_F(LockedHandles, PathsAreCutToTheirSlots) {
-  HoldOnDevice(u"\\Device\\HarddiskVolume1\\Data\\" + std::u16string(2035, u'x'));
-  HoldOnDevice(u"\\Device\\HarddiskVolume1\\Data\\" + std::u16string(2045, u'x'));
-  const Paths paths = Walk(u"C:\\Data");
-  ASSERT_EQ(paths.size(), 1u) << "the second is longer than a name may be";
-  EXPECT_EQ(paths.front().size(), 8u + 2035u);
+  const std::u16string longest = u"\\Data\\" + std::u16string(2040, u'x');
+  HoldOnDevice(u"\\Device\\HarddiskVolume1" + longest);
+  EXPECT_EQ(Walk(u"C:\\Data"), Paths{u"C:" + longest.substr(0, 2045)});
+  HoldOnDevice(u"\\Device\\HarddiskVolume1" + longest + u'x');
+  EXPECT_EQ(Walk(u"C:\\Data").size(), 1u);
+  // Nor is any other answer but success one, for the name in the volume, and a warning for the full one.
+  const auto names = [&] { return Walk(u"C:\\Data").size(); };
+  const auto askFile = INtDll::Get().NtQueryInformationFile;
+  INtDll::Get().NtQueryInformationFile = [](HANDLE, IO_STATUS_BLOCK*, void*, ULONG, int) -> NTSTATUS { return 0x103; };
+  EXPECT_EQ(names(), 0u);
+  INtDll::Get().NtQueryInformationFile = askFile;
+  static NtQueryObjectFunction askObject = nullptr;
+  askObject =
+      std::exchange(INtDll::Get().NtQueryObject, [](HANDLE handle, int kind, void* to, ULONG size, ULONG* needed) {
+        const NTSTATUS status = askObject(handle, kind, to, size, needed);
+        return kind == ObjectNameInformation ? STATUS_BUFFER_OVERFLOW : status;
+      });
+  EXPECT_EQ(names(), 0u);
+  INtDll::Get().NtQueryObject = askObject;
+  EXPECT_EQ(names(), 1u);
 }
 
 TEST_F(LockedHandles, TheMachineChangesDuringTheWalk) {
   const auto held = MakeAndHold(u"f");
-  emulated::AddProcess(*machine, 5000, u"short.exe");
-  emulated::OpenInProcess(*machine, 5000, std::make_shared<emulated::DeviceFile>(u"\\Device\\HarddiskVolume1\\Data\\g"),
-                          FILE_GENERIC_READ);
+  const Paths found{u"C:\\Data\\f"};
+  HoldOnDevice(u"\\Device\\HarddiskVolume1\\Data\\g", {}, 5000);
   machine->onHandleTableRead = [&] { emulated::EndProcess(*machine, 5000); };
-  EXPECT_EQ(Walk(u"C:\\Data"), Paths{u"C:\\Data\\f"}) << "a process that ends takes its handles along";
+  EXPECT_EQ(Walk(u"C:\\Data"), found) << "a process that ends takes its handles along";
+  HoldOnDevice(u"\\Device\\HarddiskVolume1\\Data\\g", {}, 6000);
+  emulated::AddProcess(*machine, 6000).isProtected = true;
   // More handles than the first buffer has room for; then more than the second, too.
   const auto open = [&](int count) {
     for (int i = 0; i < count; ++i) HoldOnDevice(u"\\Device\\Other\\x");
   };
   machine->onHandleTableRead = nullptr;
   open(600);
-  EXPECT_EQ(Walk(u"C:\\Data"), Paths{u"C:\\Data\\f"});
-  machine->onHandleTableRead = [&] { open(5); };
-  EXPECT_EQ(Walk(u"C:\\Data"), Paths{u"C:\\Data\\f"}) << "a few more fit";
-  machine->onHandleTableRead = [&] { open(50); };
-  EXPECT_EQ(Walk(u"C:\\Data"), Paths{}) << "many more do not, and the walk tells nothing";
-}
-
-TEST_F(LockedHandles, AProtectedProcessKeepsItsSecretsAndAFullListEndsTheWalk) {
-  const auto held = MakeAndHold(u"f");
-  auto& secret = emulated::AddProcess(*machine, 6000, u"secret.exe");
-  emulated::OpenInProcess(*machine, 6000, std::make_shared<emulated::DeviceFile>(u"\\Device\\HarddiskVolume1\\Data\\g"),
-                          FILE_GENERIC_READ);
-  secret.isProtected = true;
-  EXPECT_EQ(Walk(u"C:\\Data"), Paths{u"C:\\Data\\f"});
-
+  EXPECT_EQ(Walk(u"C:\\Data"), found);
+  machine->onHandleTableRead = [&] { open(10); };
+  EXPECT_EQ(Walk(u"C:\\Data"), found) << "a few more fit";
+  machine->onHandleTableRead = [&] { open(11); };
+  EXPECT_EQ(Walk(u"C:\\Data"), Paths{}) << "more do not, and the walk tells nothing";
   // Slots are never written beyond the last.
-  const auto many = std::make_shared<emulated::DeviceFile>(u"\\Device\\HarddiskVolume1\\Data\\many");
-  for (int i = 0; i < LockedPaths::kCapacity + 50; ++i)
-    emulated::OpenInProcess(*machine, 4242, many, FILE_GENERIC_READ);
+  machine->onHandleTableRead = nullptr;
+  for (int i = 0; i < LockedPaths::kCapacity; ++i) HoldOnDevice(u"\\Device\\HarddiskVolume1\\Data\\many");
   EXPECT_EQ(Walk(u"C:\\Data").size(), std::size_t{LockedPaths::kCapacity});
 }
 
@@ -281,15 +305,15 @@ TEST_F(LockedHandles, AFailureOfAnyCallCostsNoMoreThanTheAnswer) {
     INtDll::Get() = INtDll();
     const std::size_t handles = machine->objects.all().size();
     std::uint64_t made = 0;
-    std::string failed;
+    std::string refused;
     machine->gate.Observe([&](const char* name, std::uint64_t) {
-      if (++made == nth) failed = name;
+      if (++made == nth) refused = name;
     });
     machine->gate.FailCall(nth, ERROR_NOT_ENOUGH_MEMORY);
     for (const std::u16string& path : Walk(u"C:\\Data")) EXPECT_EQ(path, u"C:\\Data\\a");
     machine->gate.ClearFailures();
     machine->gate.Observe(nullptr);
-    EXPECT_EQ(machine->objects.all().size(), handles + (failed == "CloseHandle" ? 1 : 0)) << failed;
+    EXPECT_EQ(machine->objects.all().size(), handles + (refused == "CloseHandle" ? 1 : 0)) << refused;
   }
 }
 

@@ -2,11 +2,15 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <thread>
 
 #include "report/log.h"
+#include "report/service_path.h"
+#include "support/engine.h"
 #include "support/program.h"
-#include "win32/emulated/files/file_service.h"
 #include "win32/emulated/registry/services.h"
+#include "win32/emulated/setup/volume_builder.h"
+#include "win32/emulated/text.h"
 
 namespace {
 
@@ -14,17 +18,16 @@ constexpr emulated::FileTime kNineOClock = 132223104000000000 + 9LL * 3600 * 100
 
 class LogFileTest : public ::testing::Test {
  protected:
-  // What a log now holds, from the byte-order mark on.
+  // What the log now holds, from the byte-order mark on.
   std::u16string Text() {
-    std::u16string text;
     const std::string bytes = test::LogBytes(*machine);
-    for (std::size_t i = 0; i + 1 < bytes.size(); i += 2)
-      text +=
-          static_cast<char16_t>(static_cast<unsigned char>(bytes[i]) | static_cast<unsigned char>(bytes[i + 1]) << 8);
+    std::u16string text(bytes.size() / 2, u'\0');
+    std::memcpy(text.data(), bytes.data(), text.size() * 2);
     return text;
   }
-  std::u16string Prefix() {
-    return FormatText(u"\r\n[ 9: 5: 3:  7][P%4d,T%4d] ", win32::GetCurrentProcessId(), win32::GetCurrentThreadId());
+  std::u16string Line(std::u16string_view text) {
+    return FormatText(u"\r\n[ 9: 5: 3:  7][P%4d,T%4d] %ls", win32::GetCurrentProcessId(), win32::GetCurrentThreadId(),
+                      text);
   }
 
   std::unique_ptr<emulated::Machine> machine = test::InstalledMachine();
@@ -37,18 +40,19 @@ TEST_F(LogFileTest, BeginsWithAByteOrderMarkAndIsAppendedTo) {
     EXPECT_EQ(std::u16string(LogPath()), u"C:\\Program Files\\Velmora\\Quillbay\\QBC.log");
     Log(u"first %d", 1);
   }
-  EXPECT_EQ(Text(), u"\uFEFF" + Prefix() + u"first 1");
-  {
+  EXPECT_EQ(Text(), u"\uFEFF" + Line(u"first 1"));
+  const auto logged = [&](std::u16string_view before) {
+    const emulated::ByteView bytes{reinterpret_cast<const std::uint8_t*>(before.data()), before.size() * 2};
+    emulated::WriteWholeFile(*machine->SystemVolume()->volume, u"\\Program Files\\Velmora\\Quillbay\\QBC.log", bytes);
     LogFile log;
-    Log(u"second");
-  }
-  const std::u16string both = u"\uFEFF" + Prefix() + u"first 1" + Prefix() + u"second";
-  EXPECT_EQ(Text(), both);
+    Log(u"next");
+    return Text();
+  };
+  EXPECT_EQ(logged(u""), u"\uFEFF" + Line(u"next"));
+  EXPECT_EQ(logged(u"another's"), u"another's" + Line(u"next"));
   // A run that does not get to the end of the file writes nothing, least of all at its beginning.
   machine->gate.FailCall("SetFilePointer", 1, win32::ERROR_ACCESS_DENIED);
-  LogFile log;
-  Log(u"third");
-  EXPECT_EQ(Text(), both);
+  EXPECT_EQ(logged(u"before"), u"before");
 }
 
 TEST_F(LogFileTest, OthersMayHaveItOpen) {
@@ -59,6 +63,30 @@ TEST_F(LogFileTest, OthersMayHaveItOpen) {
   const LogFile second;
   Log(u"both");
   EXPECT_TRUE(Text().ends_with(u"both"));
+}
+
+// Whichever thread it comes from, a line is one piece, with the text of its error.
+TEST_F(LogFileTest, LinesAreNotMixed) {
+  const LogFile log;
+  const auto write = [] {
+    for (int i = 0; i < 1000; ++i) {
+      win32::SetLastError(win32::ERROR_ACCESS_DENIED);
+      LogWithSystemError(u"#");
+    }
+  };
+  std::thread other(write);
+  write();
+  other.join();
+  std::u16string text = Text();
+  std::u16string_view rest = std::u16string_view(text).substr(1);
+  for (int line = 0; line < 2000; ++line) {
+    constexpr std::u16string_view kEnd = u"] #Access is denied.\r\n";
+    const std::size_t end = rest.find(kEnd);
+    ASSERT_EQ(rest.rfind(u'\r', end), 0u);
+    ASSERT_EQ(std::ranges::count(rest.substr(0, end), u'['), 2);
+    rest.remove_prefix(end + kEnd.size());
+  }
+  EXPECT_TRUE(rest.empty());
 }
 
 TEST_F(LogFileTest, CutsWhatDoesNotFit) {
@@ -72,39 +100,27 @@ TEST_F(LogFileTest, CutsWhatDoesNotFit) {
 
 TEST_F(LogFileTest, TellsTheErrorOfTheCallThatFailed) {
   LogFile log;
-  machine->gate.FailCall("GetLocalTime", 1, win32::ERROR_DISK_FULL);  // the log's own calls leave other errors
-  win32::SetLastError(win32::ERROR_ACCESS_DENIED);
-  LogWithSystemError(u"#ERROR: Failed. ");
-  EXPECT_EQ(win32::GetLastError(), win32::ERROR_ACCESS_DENIED);
-  EXPECT_TRUE(Text().ends_with(u"#ERROR: Failed. Access is denied.\r\n"));
-  win32::SetLastError(win32::ERROR_FILE_NOT_FOUND);
-  Log(u"plain");
-  EXPECT_EQ(win32::GetLastError(), win32::ERROR_FILE_NOT_FOUND);
-  win32::SetLastError(0x2FFFFFFF);
-  LogWithSystemError(u"no words");
-  EXPECT_TRUE(Text().ends_with(u"no words"));
-}
-
-TEST_F(LogFileTest, IsOffWithoutTheService) {
-  machine.reset();
-  machine = test::InstalledMachine({.product = false});
-  const auto run = test::RunProgram(*machine, {u"/GetRHStatus"});
-  EXPECT_EQ(run.exitCode, 1);
-  EXPECT_EQ(test::LogBytes(*machine), "");
-  EXPECT_EQ(run.log, u"");
-}
-
-TEST_F(LogFileTest, FindsItsFolderInAnyFormOfTheServicesPath) {
-  const auto pathWith = [&](std::u16string_view imagePath) {
-    machine->services().Install(u"QuillbayService", imagePath, win32::SERVICE_DEMAND_START);
-    LogFile log;
-    return std::u16string(LogPath());
+  const auto logged = [&](win32::DWORD error) {
+    machine->gate.FailCall("GetLocalTime", 1, win32::ERROR_DISK_FULL);  // the log's own calls leave other errors
+    win32::SetLastError(error);
+    LogWithSystemError(u"Failed. ");
+    EXPECT_EQ(win32::GetLastError(), error);
+    machine->gate.ClearFailures();
+    const std::u16string text = Text();
+    return text.substr(text.rfind(u"] ") + 2);
   };
-  EXPECT_EQ(pathWith(u"\"C:\\Windows\\Product x\\svc.exe\" -k all"), u"C:\\Windows\\Product x\\QBC.log");
-  EXPECT_EQ(pathWith(u"C:\\Windows\\svc.exe"), u"C:\\Windows\\QBC.log");
-  EXPECT_EQ(pathWith(u"svc.exe"), u"");  // not a file in whatever folder is the current one
-  EXPECT_EQ(pathWith(u"\""), u"");
-  EXPECT_EQ(pathWith(u"C:\\" + std::u16string(300, u'x') + u"\\svc.exe"), u"");
+  EXPECT_EQ(logged(win32::ERROR_ACCESS_DENIED), u"Failed. Access is denied.\r\n");
+  EXPECT_EQ(logged(0x2FFFFFFF), u"Failed. ");
+  // Network errors have a table of their own, which is taken from the system's folder only.
+  std::string loaded;
+  machine->gate.Trace([&](const std::string& line) {
+    if (line.starts_with("LoadLibraryExW")) loaded += line.substr(0, line.find(" ="));
+  });
+  EXPECT_EQ(logged(win32::NERR_NetNameNotFound), u"Failed. This shared resource does not exist.\r\n");
+  machine->gate.Trace({});
+  EXPECT_EQ(loaded, "LoadLibraryExW(\"C:\\Windows\\system32\\netmsg.dll\", null, 1)");
+  machine->gate.FailCall("GetSystemDirectoryW", 1, win32::ERROR_ACCESS_DENIED);
+  EXPECT_EQ(logged(win32::NERR_NetNameNotFound), u"Failed. ");
 }
 
 // Whatever fails of it, the log never stops a run.
@@ -118,18 +134,33 @@ TEST_F(LogFileTest, FailuresAreSilent) {
   }
   EXPECT_EQ(LogFile::Current(), nullptr);
   Log(u"no run, no log");
+  machine.reset();
+  machine = test::InstalledMachine({.product = false});
+  EXPECT_EQ(test::RunProgram(*machine, {u"/GetRHStatus"}).exitCode, 1);
+  EXPECT_EQ(test::LogBytes(*machine), "");
 }
 
-TEST_F(LogFileTest, LoadsNetworkMessagesFromTheSystemFolderOnly) {
-  LogFile log;
-  std::string loaded;
-  machine->gate.Trace([&](const std::string& line) {
-    if (line.find("LoadLibraryExW") != std::string::npos) loaded += line;
-  });
-  win32::SetLastError(win32::NERR_NetNameNotFound);
-  LogWithSystemError(u"share ");
-  machine->gate.Trace({});
-  EXPECT_NE(loaded.find("\"C:\\Windows\\system32\\netmsg.dll\""), std::string::npos) << loaded;
+TEST_F(LogFileTest, FindsItsFolderInAnyFormOfTheServicesPath) {
+  const std::pair<std::u16string, std::u16string> paths[] = {
+      {u"\"C:\\Windows\\Product x\\svc.exe\" -k all", u"C:\\Windows\\Product x\\"},
+      {u"\"C:\\Windows\\svc.exe\"", u"C:\\Windows\\"},
+      {u"C:\\Windows\\svc.exe", u"C:\\Windows\\"},
+      {u"\"C:\\a\\svc.exe\" \"C:\\b\\c\"", u"C:\\a\\svc.exe\" \"C:\\b\\"},  // up to the last quotation mark
+      {u"svc.exe", u""},  // not a file in whatever folder is the current one
+      {u"\"", u""}};
+  for (const auto& [path, folder] : paths) {
+    machine->services().Install(u"QuillbayService", path, win32::SERVICE_DEMAND_START);
+    EXPECT_EQ(ServiceFolder(kQuillbayService), folder) << emulated::Utf8(path);
+  }
+  // A path that does not fit is no path.
+  const auto pathOfLog = [&](std::size_t length) {
+    machine->services().Install(u"QuillbayService", u"C:\\" + std::u16string(length - 11, u'x') + u"\\svc.exe",
+                                win32::SERVICE_DEMAND_START);
+    const LogFile log;
+    return std::u16string(LogPath()).size();
+  };
+  EXPECT_EQ(pathOfLog(259), 259u);
+  EXPECT_EQ(pathOfLog(260), 0u);
 }
 
 }  // namespace

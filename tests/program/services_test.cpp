@@ -6,68 +6,79 @@
 #include "probes/privileges.h"
 #include "probes/services.h"
 #include "probes/windows_version.h"
-#include "report/log.h"
+#include "support/engine.h"
 #include "support/program.h"
-#include "win32/emulated/registry/registry.h"
 #include "win32/emulated/registry/services.h"
 
 namespace {
 
 constexpr const char16_t* kProduct = u"QuillbayService";
+constexpr auto kForEver = std::numeric_limits<std::uint64_t>::max();
 
-class Probes : public ::testing::Test {
+class Probes : public test::Engine {
  protected:
-  std::uint32_t StartType() {
-    const auto value =
-        machine->registry().Query(u"HKLM\\SYSTEM\\CurrentControlSet\\Services\\QuillbayService", u"Start");
-    return value && value->data.size() == 4 ? emulated::LoadLittleEndian<std::uint32_t>(value->data, 0) : 0;
-  }
-  std::unique_ptr<emulated::Machine> machine = test::InstalledMachine();
+  emulated::ServiceConfiguration Configuration() { return machine->services().Configuration(kProduct).value(); }
+  std::u16string LastLine() const { return LogText().substr(LogText().rfind(u"] ") + 2); }
 };
 
 TEST_F(Probes, StartsTheProductsService) {
+  const emulated::ServiceConfiguration before = Configuration();
   machine->services().SetState(kProduct, win32::SERVICE_STOPPED);
   machine->services().Behaviour(kProduct).startMilliseconds = 5000;
   ASSERT_TRUE(DisableQuillbayService());
-  EXPECT_EQ(StartType(), win32::SERVICE_DEMAND_START);
+  EXPECT_EQ(LastLine(), u"Service disabled successfully.\n");
+  EXPECT_EQ(Configuration().start, win32::SERVICE_DEMAND_START);
   for (int run = 0; run < 2; ++run) {  // the second time it is running already
     EXPECT_TRUE(StartQuillbayService());
-    EXPECT_EQ(StartType(), win32::SERVICE_AUTO_START);
+    EXPECT_EQ(Configuration().start, win32::SERVICE_AUTO_START);
     EXPECT_EQ(machine->sleptMilliseconds, 6000u);
   }
+  const emulated::ServiceConfiguration after = Configuration();
+  EXPECT_EQ(std::tie(after.type, after.errorControl, after.imagePath, after.account, after.displayName),
+            std::tie(before.type, before.errorControl, before.imagePath, before.account, before.displayName));
+  RetireQuillbayService();
+  EXPECT_EQ(Configuration().start, win32::SERVICE_DEMAND_START);
+  EXPECT_EQ(machine->services().State(kProduct), win32::SERVICE_STOPPED);
+
+  for (const auto* call :
+       {"OpenSCManagerW", "OpenServiceW", "ChangeServiceConfigW", "StartServiceW", "QueryServiceStatus"}) {
+    machine->gate.FailCall(call, 1, win32::ERROR_ACCESS_DENIED);
+    EXPECT_FALSE(StartQuillbayService()) << call;
+  }
+  machine->gate.ClearFailures();
   machine->services().SetState(kProduct, win32::SERVICE_STOPPED);
-  machine->services().Behaviour(kProduct).startMilliseconds = std::numeric_limits<std::uint64_t>::max();
+  machine->services().Behaviour(kProduct).startMilliseconds = kForEver;
   machine->gate.ResetCounts();
+  const std::uint64_t slept = machine->sleptMilliseconds;
   EXPECT_FALSE(StartQuillbayService()) << "it never starts";
   EXPECT_EQ(machine->gate.Count("QueryServiceStatus"), 30u);
-  EXPECT_EQ(machine->sleptMilliseconds, 6000u + 29u * 2000);
-}
+  EXPECT_EQ(machine->sleptMilliseconds, slept + 29u * 2000);
 
-TEST_F(Probes, LogsWhyAServiceCannotBeChanged) {
-  LogFile log;
   for (const auto& [call, error, line] :
-       {std::tuple("OpenSCManagerW", win32::ERROR_ACCESS_DENIED, "OpenSCManager failed (5)\n"),
-        {"OpenServiceW", win32::ERROR_SERVICE_DOES_NOT_EXIST, "OpenService failed (1060)\n"},
-        {"ChangeServiceConfigW", win32::ERROR_ACCESS_DENIED, "ChangeServiceConfig failed (5)\n"}}) {
+       {std::tuple("OpenSCManagerW", win32::ERROR_ACCESS_DENIED, u"OpenSCManager failed (5)\n"),
+        {"OpenServiceW", win32::ERROR_SERVICE_DOES_NOT_EXIST, u"OpenService failed (1060)\n"},
+        {"ChangeServiceConfigW", win32::ERROR_ACCESS_DENIED, u"ChangeServiceConfig failed (5)\n"}}) {
     machine->gate.FailCall(call, 1, error);
     EXPECT_FALSE(DisableQuillbayService());
-    std::string text = test::LogBytes(*machine);
-    std::erase(text, '\0');
-    EXPECT_NE(text.find(line), std::string::npos) << line;
+    EXPECT_EQ(LastLine(), line);
   }
 }
 
 TEST_F(Probes, StopsAndStartsAnyService) {
   machine->services().Install(u"Other", u"C:\\Program Files\\Velmora\\Quillbay\\QuillbayService.exe",
                               win32::SERVICE_DEMAND_START);
-  machine->services().Behaviour(u"Other") = {
-      .startMilliseconds = 2500, .stopMilliseconds = 1500, .startError = 0, .acceptsStop = true};
+  machine->services().Behaviour(u"Other") = {.startMilliseconds = 2500, .stopMilliseconds = 1500};
   win32::SetLastError(win32::ERROR_ACCESS_DENIED);  // an older error is not this call's
+  EXPECT_FALSE(StopServiceIfRunning(u"Other"));
   EXPECT_TRUE(ControlServiceAndWait(u"Other", kStartService));
   EXPECT_TRUE(IsServiceRunning(u"other"));
   EXPECT_EQ(machine->sleptMilliseconds, 3000u);
   EXPECT_FALSE(ControlServiceAndWait(u"Other", kStartService));  // running already
-  EXPECT_TRUE(ControlServiceAndWait(u"Other", win32::SERVICE_CONTROL_STOP));
+  for (const auto* call : {"OpenSCManagerW", "OpenServiceW", "QueryServiceStatus"}) {
+    machine->gate.FailCall(call, 1, win32::ERROR_ACCESS_DENIED);
+    EXPECT_FALSE(IsServiceRunning(u"Other")) << call;
+  }
+  EXPECT_TRUE(StopServiceIfRunning(u"Other"));
   EXPECT_FALSE(IsServiceRunning(u"Other"));
   EXPECT_EQ(machine->sleptMilliseconds, 5000u);
   EXPECT_FALSE(ControlServiceAndWait(u"Nobody", kStartService));
@@ -79,12 +90,14 @@ TEST_F(Probes, TellsAdministratorsFromOthers) {
   const emulated::Sid user = emulated::SidFromText(u"S-1-5-21-1-2-3-1001");
   EXPECT_TRUE(IsUserAdministrator());
   EXPECT_TRUE(IsMemberOfAdministrators());
-  for (const char* call : {"OpenThreadToken", "GetTokenInformation", "AllocateAndInitializeSid"}) {
+  for (const char* call : {"OpenThreadToken", "OpenProcessToken", "GetTokenInformation", "AllocateAndInitializeSid"}) {
     machine->gate.FailCall(call, 1, win32::ERROR_ACCESS_DENIED);
     EXPECT_FALSE(IsUserAdministrator()) << call;
   }
-  machine->gate.FailCall("CheckTokenMembership", 1, win32::ERROR_ACCESS_DENIED);
-  EXPECT_FALSE(IsMemberOfAdministrators());
+  for (const char* call : {"CheckTokenMembership", "AllocateAndInitializeSid"}) {
+    machine->gate.FailCall(call, 1, win32::ERROR_ACCESS_DENIED);
+    EXPECT_FALSE(IsMemberOfAdministrators());
+  }
   machine->process.token = emulated::MakeFilteredAdministratorToken(user);
   EXPECT_TRUE(IsUserAdministrator());  // the group is listed, if only to deny
   EXPECT_FALSE(IsMemberOfAdministrators());
@@ -96,37 +109,55 @@ TEST_F(Probes, TellsAdministratorsFromOthers) {
 }
 
 TEST_F(Probes, EnablesAllPrivilegesAtOnceOrNone) {
+  const emulated::Sid user = emulated::SidFromText(u"S-1-5-21-1-2-3-1001");
+  machine->process.token = emulated::MakeAdministratorToken(user);
   const emulated::Token& token = *machine->process.token;
-  machine->gate.FailCall("LookupPrivilegeValueW", 5, win32::ERROR_NO_SUCH_PRIVILEGE);
-  EXPECT_FALSE(EnablePrivileges());
-  EXPECT_FALSE(token.PrivilegeEnabled(u"SeBackupPrivilege"));
+  for (const auto& [call, nth] :
+       {std::pair("OpenProcessToken", 1u), {"LookupPrivilegeValueW", 5u}, {"AdjustTokenPrivileges", 1u}}) {
+    machine->gate.FailCall(call, nth, win32::ERROR_NO_SUCH_PRIVILEGE);
+    EXPECT_FALSE(EnablePrivileges());
+    EXPECT_FALSE(token.PrivilegeEnabled(u"SeBackupPrivilege"));
+    machine->gate.ClearFailures();
+  }
+  EXPECT_EQ(EnablePrivilege(u"SeShutdownPrivilege"), PrivilegeResult::Enabled);
   EXPECT_TRUE(EnablePrivileges());
   for (const auto* name : {u"SeSecurityPrivilege", u"SeBackupPrivilege", u"SeRestorePrivilege", u"SeDebugPrivilege",
-                           u"SeTakeOwnershipPrivilege"})
+                           u"SeTakeOwnershipPrivilege", u"SeShutdownPrivilege"})
     EXPECT_TRUE(token.PrivilegeEnabled(name));
-  machine->process.token = emulated::MakeUserToken(emulated::SidFromText(u"S-1-5-21-1-2-3-1001"));
+  EXPECT_EQ(EnablePrivilege(u"SeNoSuchPrivilege"), PrivilegeResult::NotFound);
+  machine->gate.FailCall("OpenProcessToken", 1, win32::ERROR_ACCESS_DENIED);
+  EXPECT_EQ(EnablePrivilege(u"SeBackupPrivilege"), PrivilegeResult::NotFound);
+  machine->gate.FailCall("AdjustTokenPrivileges", 1, win32::ERROR_ACCESS_DENIED);
+  EXPECT_EQ(EnablePrivilege(u"SeBackupPrivilege"), PrivilegeResult::NotAdjusted);
+  machine->process.token = emulated::MakeUserToken(user);
   EXPECT_TRUE(EnablePrivileges());  // what is not held does not make it fail
 }
 
 TEST_F(Probes, NamesTheVersionOfWindows) {
-  const std::tuple<win32::DWORD, win32::DWORD, int, bool, bool, bool> cases[] = {
-      {5, 0, 4, false, false, false}, {5, 1, 3, false, false, false}, {5, 2, 2, false, false, false},
-      {6, 0, 1, true, false, false},  {6, 1, 5, true, false, false},  {6, 2, 6, true, true, false},
-      {6, 3, 7, true, true, false},   {10, 0, 7, true, true, true},   {7, 0, 0, true, true, false},
-      {11, 0, 0, true, true, false}};
-  for (const auto& [major, minor, code, vista, eight, ten] : cases) {
+  const std::tuple<win32::DWORD, win32::DWORD, int, int, bool, bool, bool> cases[] = {
+      {5, 0, 4, 0, false, false, false}, {5, 1, 3, 0, false, false, false}, {5, 2, 2, 0, false, false, false},
+      {6, 0, 1, 8, true, false, false},  {6, 1, 5, 9, true, false, false},  {6, 2, 6, 10, true, true, false},
+      {6, 3, 7, 11, true, true, false},  {10, 0, 7, 0, true, true, true},   {10, 1, 0, 0, true, true, false},
+      {7, 0, 0, 0, true, true, false},   {11, 0, 0, 0, true, true, false}};
+  for (const auto& [major, minor, code, otherCode, vista, eight, ten] : cases) {
     machine->majorVersion = major;
     machine->minorVersion = minor;
     EXPECT_EQ(GetWindowsVersionCode(), code) << major << '.' << minor;
+    EXPECT_EQ(GetWindowsMajorVersion(), major);
     EXPECT_EQ(IsVistaOrLater(), vista);
     EXPECT_EQ(IsWindows8OrLater(), eight);
     EXPECT_EQ(IsWindows10(), ten);
+    machine->platformId = 1;
+    EXPECT_EQ(GetWindowsVersionCode(), otherCode) << major << '.' << minor;
+    EXPECT_FALSE(IsWindows10());
+    machine->platformId = win32::VER_PLATFORM_WIN32_NT;
   }
   machine->gate.FailCall("GetVersionExW", 1, win32::ERROR_INSUFFICIENT_BUFFER);
   EXPECT_TRUE(IsVistaOrLater());  // the plain form answers
   machine->versionQueryFails = true;
   EXPECT_FALSE(IsWindows10());
   EXPECT_EQ(GetWindowsVersionCode(), 0);
+  EXPECT_EQ(GetWindowsMajorVersion(), 0u);
   EXPECT_EQ(machine->console, "");
   EXPECT_FALSE(IsVistaOrLater());
   EXPECT_FALSE(IsWindows8OrLater());

@@ -3,27 +3,44 @@
 
 #include <algorithm>
 
-#include "report/console.h"
 #include "support/program.h"
-#include "win32/emulated/text.h"
-#include "workstation/product.h"
 #include "win32/emulated/registry/registry.h"
 #include "win32/emulated/registry/services.h"
+#include "win32/emulated/system/mutex.h"
+#include "win32/emulated/text.h"
 #include "win32/handle.h"
+#include "workstation/product.h"
 
 namespace {
 
 using test::RunProgram;
 
+constexpr const char16_t* kMutex = u"Global\\2092F29F_EEFF_48f5_B562_9E33D2E6471A";
+
 class CommandLineTest : public ::testing::Test {
  protected:
+  // The words stand between blanks.
+  test::RunResult Run(std::u16string_view line) {
+    std::vector<std::u16string> words;
+    for (; !line.empty(); line.remove_prefix(std::min(line.find(u' '), line.size() - 1) + 1))
+      words.emplace_back(line.substr(0, line.find(u' ')));
+    return RunProgram(*machine, words);
+  }
+  void Expect(std::u16string_view line, int exitCode, std::u16string_view said) {
+    const auto run = Run(line);
+    EXPECT_EQ(run.exitCode, exitCode) << emulated::Utf8(line);
+    EXPECT_EQ(run.said, said) << emulated::Utf8(line);
+  }
+
   std::unique_ptr<emulated::Machine> machine = test::InstalledMachine();
 };
 
 TEST_F(CommandLineTest, BeginsEveryRunWithTheSeparatorAndTheBanner) {
-  const auto run = RunProgram(*machine, {});
+  const auto run = Run(u"");
   EXPECT_EQ(run.exitCode, 1);
-  EXPECT_EQ(run.console, LoadResourceString(101) + u"##ERROR: No command is specified.");
+  EXPECT_EQ(run.console,
+            u"\n* Quillbay Command Line Interface Tool - Copyright (c) 2026 Velmora. All rights reserved. *\n\n"
+            u"##ERROR: No command is specified.");
   EXPECT_TRUE(run.log.ends_with(u"] ----------------------------------"));
   EXPECT_EQ(std::count(run.log.begin(), run.log.end(), u'\n'), 1);
 }
@@ -38,58 +55,105 @@ TEST_F(CommandLineTest, TellsInTheLogWhichRunItIs) {
       run.which.ends_with(u"] #INFO: 2020-01-01, Quillbay 2.34.1110.486: /RedirectFolder \"C:\\My Data\" "
                           u"\"C:\\a??[ 1: 1?b?c\" \"\" /loc:D:\\%s /password:... -key=..."))
       << emulated::Utf8(run.which);
+  EXPECT_TRUE(RunProgram(*machine, {u"\u001f!~\u007f\u009f\u00a0,\u061b\u061c\u061d,\u200d\u200e\u200f\u2010,\u2027"
+                                    u"\u2028\u202e\u202f,\u2065\u2066\u2069\u206a"})
+                  .which.ends_with(u": ?!~??\u00a0,\u061b?\u061d,\u200d??\u2010,\u2027??\u202f,\u2065??\u206a"));
   machine->gate.FailCall("GetFileVersionInfoSizeW", 1, win32::ERROR_RESOURCE_DATA_NOT_FOUND);
-  EXPECT_TRUE(RunProgram(*machine, {u"/ver"}).which.ends_with(u"Quillbay (unknown version): /ver"));
+  EXPECT_TRUE(Run(u"/ver").which.ends_with(u"Quillbay (unknown version): /ver"));
 }
 
 TEST_F(CommandLineTest, RefusesWhoeverIsNoAdministrator) {
   const emulated::Sid user = emulated::SidFromText(u"S-1-5-21-1-2-3-1001");
-  machine->process.token = emulated::MakeUserToken(user);
-  const auto run = RunProgram(*machine, {u"/ver"});
+  machine->gate.FailCall("GetTokenInformation", 1, win32::ERROR_ACCESS_DENIED);
+  const auto run = Run(u"/ver");
   EXPECT_EQ(run.exitCode, 1);
   EXPECT_EQ(run.console, LoadResourceString(163));
+  EXPECT_TRUE(run.log.ends_with(u"] QBC: not running as administrator"));
+  machine->process.token = emulated::MakeUserToken(user);
+  EXPECT_EQ(Run(u"/ver").exitCode, 1);
   // An administrator who is not elevated may start the program.
   machine->process.token = emulated::MakeFilteredAdministratorToken(user);
-  EXPECT_EQ(RunProgram(*machine, {u"/ver"}).exitCode, 0);
+  EXPECT_EQ(Run(u"/ver").exitCode, 0);
 }
 
 TEST_F(CommandLineTest, RunsOnceAtATime) {
   const auto refused = [&] {
-    const auto run = RunProgram(*machine, {u"/RedirectFolder", u"C:\\Data", u"/loc:D:\\T"});
+    const auto run = Run(u"/RedirectFolder C:\\Data /loc:D:\\T");
     EXPECT_EQ(run.exitCode, 1);
     EXPECT_EQ(run.console, u"QBC: another instance is already running");
-    EXPECT_TRUE(run.Logged(u"QBC: another instance is already running"));
+    EXPECT_TRUE(run.log.ends_with(u"] QBC: another instance is already running"));
   };
   {
-    const win32::UniqueKernelHandle held{
-        win32::CreateMutexW(nullptr, win32::FALSE, u"Global\\2092F29F_EEFF_48f5_B562_9E33D2E6471A")};
+    const win32::UniqueKernelHandle held{win32::CreateMutexW(nullptr, win32::FALSE, kMutex)};
     ASSERT_TRUE(held);
     refused();
   }
-  machine->gate.FailCall("CreateMutexW", 1, win32::ERROR_ACCESS_DENIED);
-  refused();
-  EXPECT_EQ(RunProgram(*machine, {u"/ver"}).exitCode, 0);  // and the run before gave the mutex back
+  for (const char* call : {"CreateMutexW", "InitializeSecurityDescriptor", "SetSecurityDescriptorDacl"}) {
+    machine->gate.FailCall(call, 1, win32::ERROR_ACCESS_DENIED);
+    refused();
+  }
+  // The mutex is taken, and open to everybody, as long as the command runs.
+  int texts = 0, taken = 0;
+  machine->gate.Observe([&](std::string_view call, std::uint64_t) {
+    if (call != "WideCharToMultiByte") return;
+    ++texts;
+    for (const auto& [handle, entry] : machine->objects.all()) {
+      const auto* const mutex = dynamic_cast<const emulated::MutexObject*>(entry.object.get());
+      constexpr unsigned char kDaclPresent = 4;
+      if (!mutex || mutex->descriptor().size() < 20 || (mutex->descriptor()[2] & kDaclPresent) == 0) continue;
+      if (emulated::LoadLittleEndian<std::uint32_t>(mutex->descriptor(), 16) == 0) ++taken;  // without a list
+    }
+  });
+  std::string traced;
+  machine->gate.Trace([&](const std::string& line) { traced += line; });
+  EXPECT_EQ(Run(u"/ver").exitCode, 0);
+  machine->gate.Observe({});
+  machine->gate.Trace({});
+  EXPECT_GE(texts, 4);
+  EXPECT_EQ(taken, texts);
+  EXPECT_NE(traced.find(", 1, \"Global\\2092F29F_EEFF_48f5_B562_9E33D2E6471A\")"), std::string::npos) << "not owned";
+  EXPECT_EQ(Run(u"/ver").exitCode, 0) << "the run before did not give the mutex back";
+}
+
+TEST_F(CommandLineTest, GoesOnWithoutPrivilegesAndEndsWithoutMemory) {
+  machine->gate.FailCall("AdjustTokenPrivileges", 1, win32::ERROR_ACCESS_DENIED);
+  EXPECT_EQ(Run(u"/ver").exitCode, 0);
+  int asked = 0;
+  machine->gate.Observe([&](std::string_view call, std::uint64_t) {
+    if (call == "GetLocalTime" && ++asked == 2) throw std::bad_alloc();
+  });
+  const auto run = Run(u"/ver");
+  machine->gate.Observe({});
+  EXPECT_EQ(run.exitCode, 1);
+  EXPECT_TRUE(run.log.ends_with(u"] #ERROR: The command ended unexpectedly."));
 }
 
 TEST_F(CommandLineTest, ShowsHelpAndVersion) {
-  const auto version = RunProgram(*machine, {u"xver"});
-  EXPECT_EQ(version.said, u"Quillbay 2.34.1110.486\n");
-  EXPECT_EQ(version.exitCode, 0);
-  const auto help = RunProgram(*machine, {u"/?"});
+  Expect(u"xver", 0, u"Quillbay 2.34.1110.486\n");
+  const auto help = Run(u"/?");
   EXPECT_TRUE(help.said.starts_with(u"\n\n1. Command: Help\n   QBC /Help"));
   EXPECT_EQ(help.exitCode, 0);
   for (auto* const call : {"GetModuleFileNameW", "GetFileVersionInfoSizeW", "GetFileVersionInfoW", "VerQueryValueW"}) {
     machine->gate.FailCallsFrom(call, 1, win32::ERROR_RESOURCE_DATA_NOT_FOUND);
-    const auto run = RunProgram(*machine, {u"/ver"});
-    EXPECT_EQ(run.exitCode, 1);
-    EXPECT_EQ(run.said, u"");
+    Expect(u"/ver", 1, u"");
     machine->gate.ClearFailures();
   }
+  // It is the product's version, which need not be the file's.
+  auto& resources = machine->module.resources;
+  const auto version = std::ranges::find(resources, u"#16", &emulated::ModuleImage::Resource::type);
+  ASSERT_NE(version, resources.end());
+  emulated::Bytes changed(version->data.begin(), version->data.end());
+  constexpr std::uint8_t kSignature[] = {0xBD, 0x04, 0xEF, 0xFE}, kProduct[] = {8, 0, 9, 0, 6, 0, 7, 0};
+  const auto fixed = std::search(changed.begin(), changed.end(), std::begin(kSignature), std::end(kSignature));
+  std::copy(std::begin(kProduct), std::end(kProduct), fixed + 16);
+  version->data = changed;
+  Expect(u"/ver", 0, u"Quillbay 9.8.7.6\n");
 }
 
 TEST_F(CommandLineTest, ShowsRimeholdsStatus) {
-  EXPECT_EQ(RunProgram(*machine, {u"/GetRHStatus"}).exitCode, 1);
   const std::u16string key = u"HKLM\\SOFTWARE\\Velmora\\Rimehold 6";
+  test::UseProgramModule(*machine);
+  Expect(u"/GetRHStatus", 1, LoadResourceString(131));
   const std::tuple<const char16_t*, int, unsigned> cases[] = {{u"frozen", 2, 132},
                                                               {u"FROZEN", 2, 132},
                                                               {u"Thawed", 3, 133},
@@ -104,84 +168,128 @@ TEST_F(CommandLineTest, ShowsRimeholdsStatus) {
                                                               {u"frozen ", 1, 131}};
   for (const auto& [value, code, message] : cases) {
     machine->registry().SetText(key, u"RH Status", value);
-    const auto run = RunProgram(*machine, {u"/getrhstatus"});
-    EXPECT_EQ(run.exitCode, code);
-    EXPECT_EQ(run.said, LoadResourceString(message));
+    Expect(u"/getrhstatus", code, LoadResourceString(message));
   }
-  const emulated::Bytes odd{'f', 0, 'r', 0, 'o', 0, 'z', 0, 'e', 0, 'n', 0, 0};
-  machine->registry().Set(key, u"RH Status", win32::REG_SZ, odd);
-  EXPECT_EQ(RunProgram(*machine, {u"/GetRHStatus"}).exitCode, 1);
-}
-
-class FrozenGate : public CommandLineTest {
- protected:
-  FrozenGate() { workstation::InstallRimehold(*machine, u"Frozen"); }
-  void ExpectRefused(std::initializer_list<std::u16string> words, int exitCode) {
-    const auto run = RunProgram(*machine, words);
-    EXPECT_EQ(run.exitCode, exitCode);
-    EXPECT_EQ(run.said, u"\nCan not execute \"" + *words.begin() +
-                            u"\" command.Workstation must be Thawed to perform this action.");
+  const emulated::Bytes word{'f', 0, 'r', 0, 'o', 0, 'z', 0, 'e', 0, 'n', 0, 0};  // and half a terminator
+  for (const win32::DWORD type : {win32::REG_SZ, win32::REG_EXPAND_SZ, win32::REG_BINARY}) {
+    machine->registry().Set(key, u"RH Status", type, emulated::ByteView(word).first(12));
+    EXPECT_EQ(Run(u"/GetRHStatus").exitCode, 2) << "types are nobody's business";
   }
-};
-
-TEST_F(FrozenGate, RefusesWhateverChangesTheSystem) {
-  ExpectRefused({u"/redirectFOLDER", u"C:\\Data", u"/loc:D:\\T"}, 0);
-  ExpectRefused({u"-RedirectFolder", u"C:\\Data", u"/loc:D:\\T", u"/d", u"/NTFS"},
-                0);  // before the combination is looked at
-  ExpectRefused({u"/RedirectFile", u"C:\\f", u"/loc:D:\\T"}, 0);
-  ExpectRefused({u"/RedirectUP", u"Anna", u"/loc:D:\\T"}, 0);
-  ExpectRefused({u"/RedirectUPDefault", u"Anna"}, 0);
-  ExpectRefused({u"/AutoRedirectUP", u"/loc:D:\\T"}, 0);
-  // But not before the parameters of the commands on profiles are looked at.
-  EXPECT_EQ(RunProgram(*machine, {u"/RedirectUPDefault", u"defaultprofile"}).exitCode, 1);
-  ExpectRefused({u"/RedirectRegKeyLocation", u"/loc:D:\\T", u"/d"}, 1);
-  ExpectRefused({u"/RedirectRegKey", u"/d"}, 1);
+  for (const std::uint64_t nth : {1u, 2u}) {
+    machine->gate.FailCall("RegQueryValueExW", nth, win32::ERROR_ACCESS_DENIED);
+    EXPECT_EQ(Run(u"/GetRHStatus").exitCode, 1);
+    machine->gate.ClearFailures();
+  }
+  machine->registry().Set(key, u"RH Status", win32::REG_SZ, word);
+  EXPECT_EQ(Run(u"/GetRHStatus").exitCode, 1);
 }
 
-TEST_F(FrozenGate, LetsThroughWhatOnlyShows) {
-  EXPECT_EQ(RunProgram(*machine, {u"/RedirectFolder"}).exitCode, 0);
-  EXPECT_EQ(RunProgram(*machine, {u"/GetRHStatus"}).exitCode, 2);
-  EXPECT_EQ(RunProgram(*machine, {u"/ver"}).exitCode, 0);
-  EXPECT_EQ(RunProgram(*machine, {u"/help"}).exitCode, 0);
+TEST_F(CommandLineTest, OnAFrozenMachineWhateverChangesItIsRefused) {
+  workstation::InstallRimehold(*machine, u"Frozen");
+  const std::pair<const char16_t*, int> changing[] = {
+      {u"/redirectFOLDER C:\\Data /loc:D:\\T", 0},
+      {u"-RedirectFolder C:\\Data /loc:D:\\T /d", 0},
+      {u"/RedirectFolder C:\\Data /loc:D:\\T /d /NTFS", 0},
+      {u"/RedirectFile C:\\f /loc:D:\\T", 0},
+      {u"/RedirectFile C:\\f /loc:D:\\T /d", 0},
+      {u"/RedirectFile C:\\f /loc:D:\\T /d /-NTFS", 0},
+      {u"/RedirectUP Anna /loc:D:\\T", 0},
+      {u"/RedirectUP /loc:D:\\T /DefaultProfile", 0},
+      {u"/RedirectUP /loc:D:\\T /PublicProfile", 0},
+      {u"/RedirectUPDefault Anna", 0},
+      {u"/RedirectUPDefault /DefaultProfile", 0},
+      {u"/RedirectUPDefault /PublicProfile", 0},
+      {u"/AutoRedirectUP /loc:D:\\T", 0},
+      {u"/AutoRedirectUP /loc:D:\\T /RedirectDefaultAndPublicProfile", 0},
+      {u"/AutoRedirectUP /d", 0},
+      {u"/AutoRedirectUP /loc:D:\\T /d", 0},
+      {u"/RedirectRegKeyLocation /loc:D:\\T", 1},
+      {u"/RedirectRegKeyLocation /d", 1},
+      {u"/RedirectRegKeyLocation /loc:D:\\T /d", 1},
+      {u"/RedirectRegKey HKEY_LOCAL_MACHINE\\SOFTWARE\\Contoso", 1},
+      {u"/RedirectRegKey HKEY_LOCAL_MACHINE\\SOFTWARE\\Contoso /d", 1},
+      {u"/RedirectRegKey /d", 1}};
+  for (const auto& [line, exitCode] : changing) {
+    const std::u16string typed(line, std::u16string_view(line).find(u' '));
+    const auto run = Run(line);
+    EXPECT_EQ(run.said,
+              u"\nCan not execute \"" + typed + u"\" command.Workstation must be Thawed to perform this action.");
+    EXPECT_EQ(run.exitCode, exitCode) << emulated::Utf8(line);
+    EXPECT_TRUE(run.log.ends_with(u"] ----------------------------------")) << emulated::Utf8(run.log);
+  }
+  // What only shows something is not, nor is the check for updates, without a network here.
+  machine->gate.FailCallsFrom("InternetOpenW", 1, win32::ERROR_INTERNET_CANNOT_CONNECT);
+  const std::tuple<const char16_t*, int, std::u16string> passing[] = {
+      {u"/AutoRedirectUP", 0, u"Automatic user profile redirection is not enabled."},
+      {u"/AutoRedirectUP /C", 0, u"Automatic user profile redirection is not enabled."},
+      {u"/RedirectUP", 0, u""},
+      {u"/RedirectFolder", 0, u""},
+      {u"/RedirectFile", 0, u""},
+      {u"/RedirectRegKeyLocation", 0, u"\n\n\n\t\t\n\n"},
+      {u"/RedirectRegKey", 0, u"\n\n\n"},
+      {u"/CheckForUpdate", 2, LoadResourceString(166)},
+      {u"/GetRHStatus", 2, LoadResourceString(132)},
+      {u"/ver", 0, u"Quillbay 2.34.1110.486\n"}};
+  for (const auto& [line, exitCode, said] : passing) Expect(line, exitCode, said);
+  EXPECT_EQ(Run(u"/help").exitCode, 0);
 }
 
-TEST_F(FrozenGate, OpensForEveryOtherStatusAndWithoutTheService) {
-  const auto passes = [&] {
-    return RunProgram(*machine, {u"/RedirectFolder", u"C:\\a", u"/loc:D:\\T", u"/d", u"/NTFS"}).exitCode == 1;
-  };
-  EXPECT_FALSE(passes());
-  for (const auto* status : {u"Thawed", u"Thawed and Locked", u"maintenance mode", u"Thawed Period"}) {
+TEST_F(CommandLineTest, TheGateIsOpenInEveryOtherStatusAndWithoutTheService) {
+  const auto passes = [&] { return Run(u"/RedirectFolder C:\\a /loc:D:\\T /d /NTFS").exitCode == 1; };
+  for (const auto* status : {u"Thawed", u"Thawed and Locked", u"maintenance mode", u"seed", u"Thawed Period"}) {
     workstation::InstallRimehold(*machine, status);
     EXPECT_TRUE(passes());
   }
   workstation::InstallRimehold(*machine, u"Frozen");
+  EXPECT_FALSE(passes());
+  machine->gate.FailCall("OpenSCManagerW", 2, win32::ERROR_ACCESS_DENIED);  // the first one finds the log
+  EXPECT_TRUE(passes());
   machine->registry().DeleteTree(u"HKLM\\SYSTEM\\CurrentControlSet\\Services\\RHServ");
   EXPECT_TRUE(passes());
 }
 
 TEST_F(CommandLineTest, RefusesCombinationsThatMakeNoSense) {
-  const auto expect = [&](std::initializer_list<std::u16string> words, const std::u16string& said) {
-    const auto run = RunProgram(*machine, words);
-    EXPECT_EQ(run.exitCode, 1);
-    EXPECT_EQ(run.said, said);
-  };
   for (const auto* flag : {u"/NTFS", u"/Share", u"/-NTFS", u"/-Share"})
-    expect({u"/RedirectFolder", u"C:\\Data", u"/loc:D:\\T", u"/d", flag},
+    Expect(u"/RedirectFolder C:\\Data /loc:D:\\T /d " + std::u16string(flag), 1,
            u"/d switch cannot be combined with /NTFS /Share");
-  expect({u"/RedirectFile", u"C:\\f", u"/loc:D:\\T", u"/d", u"/-NTFS"},
-         u"/d switch cannot be combined with /NTFS /Share");
-  expect({u"/RedirectRegKeyLocation", u"/loc:D:\\T", u"/d"},
-         LoadResourceString(105) + u"\n   " + LoadResourceString(106));
-  expect({u"/RedirectRegKey", u"/d"},
+  for (const auto* flag : {u"/NTFS", u"/-NTFS"})
+    Expect(u"/RedirectFile C:\\f /loc:D:\\T /d " + std::u16string(flag), 1,
+           u"/d switch cannot be combined with /NTFS /Share");
+  EXPECT_TRUE(Run(u"/RedirectFile C:\\f /loc:D:\\T /d /-Share").Said(u"File Redirection Removal was not successful."));
+  Expect(u"/RedirectRegKeyLocation /loc:D:\\T /d", 1, u"RedirectRegKeyLocation\n   " + LoadResourceString(106));
+  Expect(u"/RedirectRegKey /d", 1,
          u"\nErrors logged in \"C:\\Program Files\\Velmora\\Quillbay\\QBC.log\".\n"
          u"Registry Key Redirection was not successful.\n\n");
-  const auto invalid = [](unsigned usage) { return u"\nInvalid parameters\n" + LoadResourceString(usage); };
-  expect({u"/RedirectUPDefault", u"defaultprofile"}, invalid(110));
-  expect({u"/RedirectUPDefault", u"PublicProfile"}, invalid(110));
-  expect({u"/RedirectUP", u"Anna", u"/loc:D:\\DefaultProfile"}, invalid(112));
-  expect({u"/AutoRedirectUP", u"/RedirectDefaultAndPublicProfile"}, invalid(114));
-  expect({u"/AutoRedirectUP", u"/loc:D:\\RedirectDefaultAndPublicProfile"}, invalid(114));
-  expect({u"/AutoRedirectUP", u"/d", u"/RedirectDefaultAndPublicProfile"}, invalid(114));
+  Expect(u"/AutoRedirectUP /loc:D:\\T /d", 1, u"AutoRedirectUP\n   " + LoadResourceString(114));
+  EXPECT_TRUE(Run(u"/RedirectRegKeyLocation /loc:D:\\T /d")
+                  .log.ends_with(u"] Remove Redirect Registry Key was not successful.\nUsage:\n"));
+  EXPECT_TRUE(Run(u"/RedirectRegKey /d")
+                  .log.ends_with(u"] Please specify registry key to be removed.\n Registry Key Redirection was not "
+                                 u"successful.\n"));
+  EXPECT_TRUE(Run(u"/AutoRedirectUP /loc:D:\\T /d")
+                  .log.ends_with(u"] Remove Auto redirect newly created user profiles is not successful.\nUsage:\n"));
+  machine->debugOutput.clear();
+  Expect(u"/AutoRedirectUP /loc:\\\\?\\Volume{01234567-89ab-cdef-0123-456789abcdef}\\", 0,
+         u"AutoRedirectNewUserProfile cannot be done on volume.");
+  EXPECT_EQ(Run(u"/RedirectUP Nobody /loc:D:\\T").exitCode, 1);
+  EXPECT_EQ(Run(u"/RedirectUP /PublicProfile /loc:C:\\Windows").exitCode, 1);
+  EXPECT_EQ(emulated::Utf8(machine->debugOutput),
+            "Before AutoRedirectNewUserProfileRedirectUserProfile() User: Nobody & TargetDir: D:\\T"
+            "RedirectUserProfile() User: PublicProfile & TargetDir: C:\\Windows");
+
+  // The words of the profiles, before the gate: as users' names, twice slashed, within other words.
+  workstation::InstallRimehold(*machine, u"Frozen");
+  const std::pair<const char16_t*, unsigned> misplaced[] = {
+      {u"/RedirectUPDefault defaultprofile", 110},
+      {u"/RedirectUPDefault PublicProfile", 110},
+      {u"/RedirectUP Anna /loc:D:\\DefaultProfile", 112},
+      {u"/RedirectUP publicprofile /loc:D:\\T", 112},
+      {u"/AutoRedirectUP /RedirectDefaultAndPublicProfile", 114},
+      {u"/AutoRedirectUP /loc:D:\\RedirectDefaultAndPublicProfile", 114},
+      {u"/AutoRedirectUP /d /RedirectDefaultAndPublicProfile", 114}};
+  for (const auto& [line, usage] : misplaced) Expect(line, 1, u"\nInvalid parameters\n" + LoadResourceString(usage));
+  machine->majorVersion = 5;  // which has neither profile
+  EXPECT_EQ(Run(u"/RedirectUPDefault defaultprofile").exitCode, 0) << "refused by the gate";
 }
 
 TEST_F(CommandLineTest, MediaSharingRestsDuringProfileOperations) {
@@ -189,22 +297,19 @@ TEST_F(CommandLineTest, MediaSharingRestsDuringProfileOperations) {
   machine->services().Install(u"WMPNetworkSvc", u"C:\\Program Files\\Velmora\\Quillbay\\QuillbayService.exe",
                               win32::SERVICE_DEMAND_START);
   const auto state = [&] { return machine->services().State(u"WMPNetworkSvc"); };
-  const std::initializer_list<std::u16string> commands[] = {
-      {u"/RedirectUP", u"/PublicProfile", u"/loc:D:\\Profiles"},
-      {u"/RedirectUPDefault", u"/PublicProfile"},
-      {u"/AutoRedirectUP", u"/loc:D:\\Profiles", u"/RedirectDefaultAndPublicProfile"},
-      {u"/AutoRedirectUP", u"/d"}};
   for (const bool runs : {true, false}) {
     const win32::DWORD before = runs ? win32::SERVICE_RUNNING : win32::SERVICE_STOPPED;
     machine->services().SetState(u"WMPNetworkSvc", before);
-    for (const auto& command : commands) {
+    for (const auto* line :
+         {u"/RedirectUP /PublicProfile /loc:D:\\Profiles", u"/RedirectUPDefault /PublicProfile",
+          u"/AutoRedirectUP /loc:D:\\Profiles /RedirectDefaultAndPublicProfile", u"/AutoRedirectUP /d"}) {
       int copied = 0, disturbed = 0;
       machine->gate.Observe([&](std::string_view call, std::uint64_t) {
         if (call != "BackupWrite") return;
         ++copied;
         if (state() != win32::SERVICE_STOPPED) ++disturbed;
       });
-      EXPECT_EQ(RunProgram(*machine, command).exitCode, 0);
+      EXPECT_EQ(Run(line).exitCode, 0);
       machine->gate.Observe({});
       EXPECT_GT(copied, 0);
       EXPECT_EQ(disturbed, 0);
@@ -213,7 +318,7 @@ TEST_F(CommandLineTest, MediaSharingRestsDuringProfileOperations) {
   }
   // A command that is refused starts it again, too.
   machine->services().SetState(u"WMPNetworkSvc", win32::SERVICE_RUNNING);
-  EXPECT_EQ(RunProgram(*machine, {u"/RedirectUPDefault", u"/PublicProfile"}).exitCode, 1);
+  EXPECT_EQ(Run(u"/RedirectUPDefault /PublicProfile").exitCode, 1);
   EXPECT_EQ(state(), win32::SERVICE_RUNNING);
 }
 

@@ -83,6 +83,7 @@ HttpServer::HttpServer(Answer answer)
 
 HttpServer::~HttpServer() {
   ending_ = true;
+  shutdown(listener_, SHUT_RDWR);  // ends the wait for the next connection
   thread_.join();
   close(listener_);
 }

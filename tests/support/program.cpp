@@ -91,7 +91,7 @@ std::vector<std::u16string> Messages(const std::u16string& log) {
   return messages;
 }
 
-RunResult RunProgram(emulated::Machine& machine, std::initializer_list<std::u16string> words) {
+RunResult RunProgram(emulated::Machine& machine, const std::vector<std::u16string>& words) {
   UseProgramModule(machine);
   const auto token = machine.process.token;
   machine.process.token = std::make_shared<emulated::Token>(*token);
@@ -99,7 +99,7 @@ RunResult RunProgram(emulated::Machine& machine, std::initializer_list<std::u16s
   const std::size_t logged = LogBytes(machine).size();
 
   std::vector<std::u16string> arguments{u"QBC.exe"};
-  arguments.insert(arguments.end(), words);
+  arguments.insert(arguments.end(), words.begin(), words.end());
   std::vector<const char16_t*> pointers;
   for (const std::u16string& argument : arguments) pointers.push_back(argument.c_str());
   pointers.push_back(nullptr);

@@ -1,7 +1,6 @@
 // The program run as an administrator runs it: a command line in, and what console, log and exit code then say.
 #pragma once
 
-#include <initializer_list>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -28,7 +27,7 @@ struct RunResult {
 
 // One run of the program on the machine with these words behind its name. The process's token is as fresh for every
 // run.
-RunResult RunProgram(emulated::Machine& machine, std::initializer_list<std::u16string> words);
+RunResult RunProgram(emulated::Machine& machine, const std::vector<std::u16string>& words);
 
 // The messages of a log but for the separators of runs: whole, without their times and the line ends behind them.
 // Windows' text for an error is the end of its message.

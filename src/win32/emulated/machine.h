@@ -135,7 +135,7 @@ class Machine {
   std::function<void(std::u16string_view)> debugSink;
 
   // Windows' version as GetVersionExW tells it, and other facts of the running system.
-  win32::DWORD majorVersion = 10, minorVersion = 0, buildNumber = 19045;
+  win32::DWORD majorVersion = 10, minorVersion = 0, buildNumber = 19045, platformId = 2;  // VER_PLATFORM_WIN32_NT
   bool versionQueryFails = false;
   std::set<std::string> missingProcedures;  // what GetProcAddress does not find, as on an older Windows
   win32::UINT oemCodePage = 437;            // from SYSTEM\...\Nls\CodePage when booted

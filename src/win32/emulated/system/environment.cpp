@@ -105,7 +105,7 @@ BOOL GetVersionExW(OSVERSIONINFOEXW* lpVersionInformation) {
   version.dwMajorVersion = machine.majorVersion;
   version.dwMinorVersion = machine.minorVersion;
   version.dwBuildNumber = machine.buildNumber;
-  version.dwPlatformId = VER_PLATFORM_WIN32_NT;
+  version.dwPlatformId = machine.platformId;
   version.wSuiteMask = 0x100;  // VER_SUITE_SINGLEUSERTS
   version.wProductType = 1;    // VER_NT_WORKSTATION
   std::memcpy(lpVersionInformation, &version, size);
