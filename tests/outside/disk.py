@@ -10,28 +10,24 @@ from collections import namedtuple
 # own access entries.
 Entry = namedtuple("Entry", "path kind data link security attributes")
 
-NOT_READ = ("WINDOWS", "PROGRAM FILES", "PROGRAM FILES (X86)", "PROGRAMDATA", "SYSTEM VOLUME INFORMATION", "$RECYCLE.BIN")
+NOT_READ = ("WINDOWS", "PROGRAM FILES", "PROGRAM FILES (X86)", "PROGRAMDATA", "SYSTEM VOLUME INFORMATION",
+            "$RECYCLE.BIN")
 NTFS = ctypes.CDLL(ctypes.util.find_library("ntfs-3g") or "libntfs-3g.so.89", use_errno=True)
-FILL = ctypes.CFUNCTYPE(ctypes.c_int, ctypes.c_void_p, ctypes.c_void_p, ctypes.c_int, ctypes.c_int, ctypes.c_int64,
-                        ctypes.c_uint64, ctypes.c_uint)
-for name, result, arguments in (
-        ("ntfs_mount", ctypes.c_void_p, (ctypes.c_char_p, ctypes.c_ulong)),
-        ("ntfs_umount", ctypes.c_int, (ctypes.c_void_p, ctypes.c_int)),
-        ("ntfs_open_secure", ctypes.c_int, (ctypes.c_void_p,)),
-        ("ntfs_inode_open", ctypes.c_void_p, (ctypes.c_void_p, ctypes.c_uint64)),
-        ("ntfs_inode_close", ctypes.c_int, (ctypes.c_void_p,)),
-        ("ntfs_readdir", ctypes.c_int, (ctypes.c_void_p, ctypes.POINTER(ctypes.c_int64), ctypes.c_void_p, FILL)),
-        ("ntfs_attr_readall", ctypes.c_void_p, (ctypes.c_void_p, ctypes.c_uint32, ctypes.c_void_p, ctypes.c_uint32,
-                                                ctypes.POINTER(ctypes.c_int64))),
-        ("ntfs_get_ntfs_acl", ctypes.c_int, (ctypes.c_void_p, ctypes.c_void_p, ctypes.c_char_p, ctypes.c_size_t)),
-        ("ntfs_get_ntfs_attrib", ctypes.c_int, (ctypes.c_void_p, ctypes.c_char_p, ctypes.c_size_t)),
-        ("ntfs_log_set_handler", None, (ctypes.c_void_p,))):
-    function = getattr(NTFS, name)
-    function.restype, function.argtypes = result, arguments
+INT, LONG, POINTER = ctypes.c_int, ctypes.c_int64, ctypes.c_void_p
+FILL = ctypes.CFUNCTYPE(INT, POINTER, POINTER, INT, INT, LONG, ctypes.c_uint64, ctypes.c_uint)
+for name, result, *arguments in (
+        ("ntfs_mount", POINTER, ctypes.c_char_p, ctypes.c_ulong), ("ntfs_umount", INT, POINTER, INT),
+        ("ntfs_open_secure", INT, POINTER), ("ntfs_inode_open", POINTER, POINTER, ctypes.c_uint64),
+        ("ntfs_inode_close", INT, POINTER), ("ntfs_readdir", INT, POINTER, ctypes.POINTER(LONG), POINTER, FILL),
+        ("ntfs_attr_readall", POINTER, POINTER, ctypes.c_uint32, POINTER, ctypes.c_uint32, ctypes.POINTER(LONG)),
+        ("ntfs_get_ntfs_acl", INT, POINTER, POINTER, ctypes.c_char_p, ctypes.c_size_t),
+        ("ntfs_get_ntfs_attrib", INT, POINTER, ctypes.c_char_p, ctypes.c_size_t),
+        ("ntfs_log_set_handler", None, POINTER)):
+    getattr(NTFS, name).restype, getattr(NTFS, name).argtypes = result, arguments
 FREE = ctypes.CDLL(None).free
-FREE.argtypes = (ctypes.c_void_p,)
+FREE.argtypes = (POINTER,)
 UNNAMED = ctypes.addressof(ctypes.c_uint16.in_dll(NTFS, "AT_UNNAMED"))
-NTFS.ntfs_log_set_handler(ctypes.cast(NTFS.ntfs_log_handler_null, ctypes.c_void_p))
+NTFS.ntfs_log_set_handler(ctypes.cast(NTFS.ntfs_log_handler_null, POINTER))
 
 
 def fold(path):
@@ -45,8 +41,8 @@ def is_below(path, folder):
 
 
 def security_of(descriptor):
-    """Owner, and the access entries that are the item's own."""
-    control, owner, dacl = (struct.unpack_from(form, descriptor, at)[0] for form, at in (("<H", 2), ("<I", 4), ("<I", 16)))
+    """Owner, whether it is protected, and the access entries that are the item's own."""
+    control, owner, dacl = struct.unpack_from("<xxHI8xI", descriptor)
     entries, at = [], dacl + 8
     for _ in range(struct.unpack_from("<H", descriptor, dacl + 4)[0] if dacl else 0):
         kind, flags, size = struct.unpack_from("<BBH", descriptor, at)
@@ -57,7 +53,7 @@ def security_of(descriptor):
 
 
 class Volume:
-    """One image while it is read. Each path begins with `root`: "C:" for a drive, "{GUID}:" for a volume without a letter."""
+    """One image while it is read. Each path begins with `root`: "C:" for a drive, "{GUID}:" for another volume."""
 
     def __init__(self, image, root, letters):
         self.entries, self.root, self.letters = {}, root, letters
@@ -65,43 +61,41 @@ class Volume:
         if not self.volume:
             raise OSError(f"{image}: libntfs-3g does not read it")
         NTFS.ntfs_open_secure(self.volume)
-        self.context = (ctypes.c_void_p * 32)(self.volume)
+        self.context = (POINTER * 32)(self.volume)
         self.walk(5, root)
         NTFS.ntfs_umount(self.volume, 1)
 
     def walk(self, record, path):
-        inode = NTFS.ntfs_inode_open(self.volume, record)
-        names = []
+        inode, names = NTFS.ntfs_inode_open(self.volume, record), []
 
         def fill(_, name, length, name_type, __, reference, ___):
             if name_type != 2 and (reference & 0xFFFFFFFFFFFF) >= 24:  # no short name, none of NTFS' own files
                 names.append((ctypes.string_at(name, 2 * length).decode("utf-16-le", "surrogatepass"), reference))
             return 0
-        is_folder = not self.note(inode, path) and NTFS.ntfs_readdir(inode, ctypes.byref(ctypes.c_int64(0)), None, FILL(fill)) == 0
+        if self.note(inode, path) == "folder":
+            NTFS.ntfs_readdir(inode, ctypes.byref(LONG(0)), None, FILL(fill))
         NTFS.ntfs_inode_close(inode)
-        for name, reference in names if is_folder else ():
+        for name, reference in names:
             if name not in (".", "..") and (path != self.root or name.upper() not in NOT_READ):
                 self.walk(reference, f"{path}\\{name}")
 
     def note(self, inode, path):
-        """Enters the item itself; true when there is nothing below it to be read."""
-        bits = ctypes.create_string_buffer(4)
+        """Enters the item itself; what kind it is of."""
+        bits, descriptor = ctypes.create_string_buffer(4), ctypes.create_string_buffer(4096)
         NTFS.ntfs_get_ntfs_attrib(inode, bits, 4)
-        attributes = struct.unpack("<I", bits.raw)[0]
-        descriptor = ctypes.create_string_buffer(4096)
         NTFS.ntfs_get_ntfs_acl(ctypes.byref(self.context), inode, descriptor, 4096)
-        link = self.leads_to(self.read(inode, 0xC0)) if attributes & 0x400 else None
-        kind = "link" if link is not None else "folder" if attributes & 0x10 else "file"
-        data = self.read(inode, 0x80) if kind == "file" else self.read(inode, 0xC0)[:4][::-1].hex() if kind == "link" else None
+        attributes, reparse = struct.unpack("<I", bits.raw)[0], self.read(inode, 0xC0)
+        kind = "link" if attributes & 0x400 else "folder" if attributes & 0x10 else "file"
+        data = self.read(inode, 0x80) if kind == "file" else reparse[:4][::-1].hex()
+        link = self.leads_to(reparse) if kind == "link" else None
         self.entries[fold(path)] = Entry(path, kind, data, link, security_of(descriptor.raw), attributes & 0x27)
-        return kind != "folder"
+        return kind
 
-    def read(self, inode, kind):
-        size = ctypes.c_int64(0)
+    @staticmethod
+    def read(inode, kind):
+        size = LONG(0)
         block = NTFS.ntfs_attr_readall(inode, kind, UNNAMED, 0, ctypes.byref(size))
-        if not block:
-            return b""
-        data = ctypes.string_at(block, size.value)
+        data = ctypes.string_at(block, size.value) if block else b""
         FREE(block)
         return data
 
@@ -113,22 +107,19 @@ class Volume:
         start = (16 if tag == 0xA0000003 else 20) + offset
         text = reparse[start:start + length].decode("utf-16-le", "surrogatepass").removeprefix("\\??\\")
         volume = re.match(r"Volume(\{[0-9a-f-]+\})", text, re.I)
-        if volume:
-            guid = volume.group(1)
-            text = self.letters.get(guid.lower(), guid) + ":" + text[volume.end():]
-        return text
+        return self.letters.get(volume[1].lower(), volume[1]) + ":" + text[volume.end():] if volume else text
 
 
 class Disk:
-    """All images of a workstation at one moment. `known` has what was read before of those that have not changed since."""
+    """All images of a workstation at one moment. `read` has what was read before of those that have not changed since."""
 
-    def __init__(self, folder, letters, known=None):
-        self.entries, known = {}, {} if known is None else known
+    def __init__(self, folder, letters, read):
+        self.entries = {}
         for name in sorted(name for name in os.listdir(folder) if name.endswith(".ntfs")):
             at = os.stat(f"{folder}/{name}").st_mtime_ns
-            if known.get(name, (0,))[0] != at:
-                known[name] = (at, Volume(f"{folder}/{name}", name.removesuffix(".ntfs") + ":", letters).entries)
-            self.entries.update(known[name][1])
+            if read.get(name, (0,))[0] != at:
+                read[name] = at, Volume(f"{folder}/{name}", name.removesuffix(".ntfs") + ":", letters).entries
+            self.entries.update(read[name][1])
 
     def at(self, path):
         return self.entries.get(fold(path).rstrip("\\"))

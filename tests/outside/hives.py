@@ -6,6 +6,7 @@ import xml.etree.ElementTree
 from station import require, run
 
 PROFILE_LIST = "Microsoft\\Windows NT\\CurrentVersion\\ProfileList"
+RECORDS = "Wow6432Node\\Velmora\\Quillbay"
 
 
 class Hive:
@@ -33,6 +34,12 @@ class Hive:
         require(node is not None, f"hivexml shows no key {path}")
         return {v.get("key", ""): (v.get("type"), self._text(v)) for v in node.findall("value")}
 
+    def records(self, kind="Junctions"):
+        """Source and target of each redirection."""
+        nodes = self.key(f"{RECORDS}\\{kind}")
+        values = [self.values(f"{RECORDS}\\{kind}\\{node.get('name')}") for node in nodes or () if node.tag == "node"]
+        return [tuple(value.get(name, ("", ""))[1] for name in ("Source", "Target")) for value in values]
+
     def everything(self, node=None, path=""):
         """All values of the hive by path."""
         node = self.root if node is None else node
@@ -55,8 +62,3 @@ class Hive:
 
 def software(station, scratch):
     return Hive(station, "C", "Windows/System32/config/SOFTWARE", scratch)
-
-
-def image_path(station, scratch, sid):
-    """Type and text of a user's ProfileImagePath."""
-    return software(station, scratch).values(f"{PROFILE_LIST}\\{sid}")["ProfileImagePath"]

@@ -1,16 +1,13 @@
-"""Workstations and images from outside: ntfs-3g, mkntfs, wimlib, The Sleuth Kit, hivex."""
-import base64
+"""Workstations and images from outside: ntfs-3g, mkntfs, wimlib, The Sleuth Kit."""
 import os
-import re
 import runpy
 import subprocess
 import tempfile
 import time
-import xml.etree.ElementTree
 
 TOP = os.path.dirname(os.path.dirname(os.path.dirname(os.path.abspath(__file__))))
 COMPARE = os.path.join(TOP, "tools", "compare-listings.py")
-Descriptor = runpy.run_path(COMPARE)["Descriptor"]
+LISTINGS = runpy.run_path(COMPARE)
 os.environ["PATH"] += ":/usr/sbin:/sbin"
 
 
@@ -26,7 +23,8 @@ def require(condition, text):
 def run(*words, ok=(0,), **options):
     done = subprocess.run(words, stdout=subprocess.PIPE, stderr=subprocess.PIPE, **options)
     if ok is not None and done.returncode not in ok:
-        raise CheckFailed(f"{' '.join(words)}: exit {done.returncode}\n{done.stdout.decode(errors='replace')}{done.stderr.decode(errors='replace')}")
+        output = (done.stdout + done.stderr).decode(errors="replace")
+        raise CheckFailed(f"{' '.join(words)}: exit {done.returncode}\n{output}")
     return done
 
 
@@ -42,23 +40,24 @@ class Mounted:
         return self.folder
 
     def __exit__(self, *_):
-        for _ in range(50):
-            if subprocess.run(["umount", self.folder], stderr=subprocess.DEVNULL).returncode == 0:
-                break
-            time.sleep(0.1)
         # The mount program writes its last blocks after umount has come back.
-        for _ in range(100):
-            if subprocess.run(["fuser", "-s", self.image], stderr=subprocess.DEVNULL).returncode != 0:
-                break
-            time.sleep(0.05)
+        for command, done in ((("umount", self.folder), 0), (("fuser", "-s", self.image), 1)):
+            for _ in range(100):
+                if subprocess.run(command, stderr=subprocess.DEVNULL).returncode == done:
+                    break
+                time.sleep(0.05)
         os.rmdir(self.folder)
 
 
+def scratch_folder():
+    """In memory where that can be: images are written and copied all the time."""
+    return tempfile.TemporaryDirectory(prefix="qbc-outside-", dir="/dev/shm" if os.path.isdir("/dev/shm") else None)
+
+
 def can_mount(scratch):
-    image = os.path.join(scratch, "probe.ntfs")
-    make_image(image, "8M")
+    make_image(f"{scratch}/probe.ntfs", "8M")
     try:
-        with Mounted(image):
+        with Mounted(f"{scratch}/probe.ntfs"):
             return True
     except (CheckFailed, OSError):
         return False
@@ -67,6 +66,10 @@ def can_mount(scratch):
 def make_image(image, size):
     run("truncate", "-s", size, image)
     run("mkntfs", "-F", "-Q", "-q", "-L", "Foreign", "-p", "0", "-H", "0", "-S", "0", "-s", "512", "-c", "4096", image)
+
+
+def copy_folder(source, target):
+    run("cp", "-r", "--sparse=always", source, target)
 
 
 class Station:
@@ -89,12 +92,14 @@ class Station:
 
     def listing(self, letter, path, to):
         """What wimlib reads below a folder of the image; the text goes to a file."""
-        wim = to + ".wim"
-        run("wimcapture", self.image(letter), wim, "--compress=none")
+        run("wimcapture", self.image(letter), to + ".wim", "--compress=none")
         with open(to, "wb") as file:
-            file.write(run("wimdir", wim, "1", "--detailed", "--path=" + path).stdout)
-        os.unlink(wim)
+            file.write(run("wimdir", to + ".wim", "1", "--detailed", "--path=" + path).stdout)
+        os.unlink(to + ".wim")
         return to
+
+    def reparse_data(self, letter, path):
+        return run("ntfscat", "-f", "-a", "0xC0", self.image(letter), path, ok=None).stdout
 
     def require_sound(self, *letters):
         for letter in letters:
@@ -108,30 +113,12 @@ def compare(before, after, before_root, after_root, moved, written=()):
     return done.stdout.decode(errors="replace").splitlines()
 
 
-def root_and_rest(listing, root):
-    """A listing's record of the folder itself, and a listing of what is below it."""
-    with open(listing, encoding="utf-8", errors="surrogateescape") as file:
-        lines = file.read().split("\n")
-    starts = [i for i, line in enumerate(lines) if re.match(r"^Full Path\s*= ", line)] + [len(lines)]
-    of_root, rest = [], lines[:starts[0]]
-    for start, end in zip(starts, starts[1:]):
-        is_root = re.match(rf'^Full Path\s*= "{re.escape(root)}"$', lines[start])
-        (of_root if is_root else rest).extend(lines[start:end])
-    with open(listing + ".below", "w", encoding="utf-8", errors="surrogateescape") as file:
-        file.write("\n".join(rest))
-    return of_root, listing + ".below"
-
-
-def own_security(listing, root):
-    """Control bits, owner, group, audit and access entries of the folder itself. (How a descriptor is laid out, and
-    whether its lists have room behind their entries, differs between those who write it.)"""
-    (line,) = [line for line in root_and_rest(listing, root)[0] if line.startswith("Security Descriptor")]
-    parts = Descriptor(line.split("= ")[1])
-    return parts.control, parts.owner, parts.group, parts.sacl, parts.dacl
-
-
-def own_times(listing, root):
-    return [line for line in root_and_rest(listing, root)[0] if re.match(r"Creation|Last", line)]
+def own_security_and_times(listing, root):
+    """Of a listing's folder itself: control bits, owner, group, audit and access entries; the times. (How a descriptor is
+    laid out differs between those who write it.)"""
+    fields = LISTINGS["split"](LISTINGS["read_listing"](listing, root.rstrip("/"))["/"])
+    parts = LISTINGS["Descriptor"](fields["security"])
+    return (parts.control, parts.owner, parts.group, parts.sacl, parts.dacl), fields["times"]
 
 
 def below_root(image):
@@ -144,25 +131,3 @@ def below_root(image):
     # "/." stands for a folder itself, where a named stream of it is listed.
     return sorted(name for name in names
                   if not name.startswith(("$", "System Volume Information")) and "/.:" not in name)
-
-
-def hive_record(station, scratch):
-    """Source and Target of the records, as hivexml reads them from the hive below Wow6432Node."""
-    with open(f"{scratch}/SOFTWARE", "wb") as file:
-        file.write(run("ntfscat", "-f", station.image("C"), "Windows/System32/config/SOFTWARE").stdout)
-    text = run("hivexml", f"{scratch}/SOFTWARE").stdout.decode(errors="replace")
-    node = xml.etree.ElementTree.fromstring(text)
-    for name in ("Wow6432Node", "Velmora", "Quillbay", "Junctions"):
-        node = next((n for n in node.iter("node") if n.get("name") == name), None)
-        require(node is not None, f"hivexml shows no key {name}")
-    records = []
-    for record in node.findall("node"):
-        values = {v.get("key"): v for v in record.findall("value")}
-        text = {}
-        for key, value in values.items():
-            raw = value.get("value", "")
-            if value.get("encoding") == "base64":
-                raw = base64.b64decode(raw).decode("utf-16-le", "replace")
-            text[key] = raw.rstrip("\0")
-        records.append((record.get("name"), text.get("Source"), text.get("Target")))
-    return records
