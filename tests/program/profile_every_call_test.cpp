@@ -1,339 +1,365 @@
-// Whichever call of a profile's move fails: no file is lost, Windows' record of the profile names the folder that holds
-// it, the hive is unloaded, and what the console says is true.
-#include <algorithm>
+// Whichever call of a command on profiles fails: no file is lost, Windows' records name the folder that holds the
+// profile, the hive is unloaded, and what console and log say is true.
 #include <iostream>
-#include <map>
+#include <optional>
 #include <set>
 
-#include "fsops/delete_tree.h"
 #include "links/link_data.h"
 #include "profiles/user_hive.h"
-#include "program/profile_stories.h"
+#include "program/shared_profiles.h"
 #include "support/every_call.h"
 
 namespace {
 
 using emulated::Utf8;
-using test::Contents, test::Exists, test::MakeFile, test::MakeFolder, test::RunResult, test::Security;
+using test::Contents, test::Exists, test::kPlace, test::kSidOfAnna, test::kVolume, test::MakeFile, test::MakeFolder,
+    test::RunResult;
 
-const std::u16string kImagePath = u"ProfileImagePath", kOwnDescriptor = u"the folder's own descriptor";
+class ProfileCalls : public test::SharedProfilesTest {
+ protected:
+  // Every call once; then every function from some call on, which fails what is taken back, too. Each of the lines
+  // must have been written in one of the runs; `names` says what stands there for which path.
+  template <typename Command, typename Examine>
+  void RefuseEach(Command command, const std::vector<std::pair<std::u16string, std::u16string>>& names,
+                  const std::set<std::string>& lines, Examine examine) {
+    std::set<std::string> written;
+    int runs = 0;
+    for (const bool fromThenOn : {false, true}) {
+      const auto look = [&](const RunResult& run, const std::string& when) {
+        ++runs;
+        for (std::u16string line : LinesOf(run)) {
+          for (const auto& [path, name] : names)
+            for (std::size_t at; (at = line.find(path)) != line.npos;) line.replace(at, path.size(), name);
+          written.insert(Utf8(line));
+        }
+        examine(run, when, fromThenOn);
+      };
+      const test::Disks disks = machine->Snapshot();
+      if (fromThenOn)
+        test::WithEachFunctionRefused(machine, command, look);
+      else
+        test::WithEachCallRefused(machine, command, look);
+      test::StartAgain(machine, disks);
+    }
+    std::cout << runs << " runs\n";
+    for (const std::string& line : lines) EXPECT_TRUE(written.contains(line)) << line;
+  }
+};
+
+// What a move from folder to folder may say, there and back.
+const std::set<std::string> kOfFolders = {
+    "#ERROR: It must name the folder that holds the profile: [old].",
+    "#ERROR: Unable to get Junction Target Path.",
+    "#ERROR: Unable to create junction for Source = D:\\Shown and Target = [new]\\Shown.",
+    "#ERROR: Unable to update redirected folder path in registry.",
+    "#ERROR: Unable to update user profile path in registry.",
+    "#INFO: Unable to load the user's registry file [new]\\ntuser.dat.",
+    "#INFO: Unable to unload the user's registry file [new]\\ntuser.dat.",
+    "#INFO: Unable to update the desktop wallpaper path in the user's registry."};
 
 // A small profile in which an administrator may not read everything, with a folder that is redirected out of it and
 // another one that is redirected into it.
-class ProfileCalls : public test::ProfileStories {
+class UserProfileCalls : public ProfileCalls {
  protected:
-  ProfileCalls() {
-    for (const auto* folder : {u"AppData",
-                               u"Contacts",
-                               u"Desktop",
-                               u"Documents\\My Music",
-                               u"Documents\\My Pictures",
-                               u"Documents\\My Videos",
-                               u"Downloads",
-                               u"Favorites",
-                               u"Links",
-                               u"Local Settings",
-                               u"Music",
-                               u"My Documents",
-                               u"NetHood",
-                               u"Pictures",
-                               u"PrintHood",
-                               u"Recent",
-                               u"Saved Games",
-                               u"Searches",
-                               u"SendTo",
-                               u"Start Menu",
-                               u"Templates",
-                               u"Videos",
-                               u"Cookies",
-                               u"Application Data"})
-      Remove(u"C:\\Users\\anna\\" + std::u16string(folder));
-    for (const auto* file : {u"ntuser.dat.LOG2", u"ntuser.ini"}) {
-      const std::u16string path = u"C:\\Users\\anna\\" + std::u16string(file);
-      win32::SetFileAttributesW(path.c_str(), win32::FILE_ATTRIBUTE_NORMAL);
-      EXPECT_TRUE(win32::DeleteFileW(path.c_str()));
+  static constexpr const char16_t* kInner = u"\\vault\\inner.txt";
+  UserProfileCalls() {
+    Restart({});
+    Fill();
+  }
+  void Fill() {
+    for (const auto* item : {u"\\Pictures", u"\\Documents\\old.bin", u"\\Documents\\letter.txt", u"\\Documents",
+                             u"\\Application Data", u"\\AppData"}) {
+      win32::SetFileAttributesW((kAnna + item).c_str(), win32::FILE_ATTRIBUTE_NORMAL);
+      EXPECT_TRUE(win32::DeleteFileW((kAnna + item).c_str()) || win32::RemoveDirectoryW((kAnna + item).c_str()));
     }
-    MakeFolder(u"C:\\Users\\anna\\AppData");
-    MakeFolder(u"C:\\Users\\anna\\vault");
-    MakeFile(u"C:\\Users\\anna\\vault\\inner.txt", "inner");
-    EXPECT_TRUE(CreateJunction(u"C:\\Users\\anna\\Application Data", u"C:\\Users\\anna\\AppData"));
-    test::SetSecurity(u"C:\\Users\\anna\\Application Data", u"O:SYD:AI(D;;CC;;;WD)(A;ID;FA;;;SY)(A;ID;FA;;;BA)");
-    test::SetSecurity(u"C:\\Users\\anna\\vault",
-                      u"O:" + test::kSidOfAnna + u"D:P(A;OICI;FA;;;SY)(A;OICI;FA;;;" + test::kSidOfAnna + u")");
-    EXPECT_EQ(Run({u"/RedirectFolder", u"C:\\Users\\anna\\Documents", u"/loc:D:\\Kept"}).exitCode, 0);
-    MakeFolder(u"D:\\Shown");
-    MakeFile(u"D:\\Shown\\s.txt", "shown");
+    MakeFolder(kAnna + u"\\vault");
+    MakeFile(kAnna + kInner, "inner");
+    MakeFile(kAnna + kInner + u":note", "a named stream");
+    test::SetSecurity(kAnna + u"\\vault", u"O:" + kSidOfAnna + u"D:P(A;OICI;FA;;;SY)(A;OICI;FA;;;" + kSidOfAnna + u")");
+  }
+  // A folder that is redirected out of the profile, one that is redirected into it, and all else that follows.
+  void AddWhatFollows() {
+    Wallpaper(kAnna, kAnna + u"\\x.jpg");
+    MakeProfileLink(kAnna + u"\\Application Data", kAnna + u"\\vault");
+    for (const auto* folder : {u"D:\\Shown", u"C:\\Users\\anna\\Out"}) MakeFolder(folder);
     EXPECT_EQ(Run({u"/RedirectFolder", u"D:\\Shown", u"/loc:C:\\Users\\anna"}).exitCode, 0);
-    EXPECT_TRUE(RestoreLink(
-        {u"D:\\Shown", {}, true, MountPointData(u"\\??\\C:\\Users\\anna\\Shown\\", u"C:\\Users\\anna\\Shown")}));
-    MakeFile(u"C:\\Users\\anna\\letter.txt", "Dear Jan");
-    MakeFile(u"C:\\Users\\anna\\letter.txt:note", "a named stream");
+    EXPECT_EQ(Run({u"/RedirectFolder", kAnna + u"\\Out", u"/loc:D:\\Kept"}).exitCode, 0);
     EnablePrivileges();
   }
-  static void Remove(const std::u16string& item) {
-    const win32::DWORD attributes = test::Attributes(item);
-    if (!(attributes & win32::FILE_ATTRIBUTE_REPARSE_POINT)) DeleteDirectoryTree(item.c_str(), {.stopOnFailure = true});
-    win32::SetFileAttributesW(item.c_str(), win32::FILE_ATTRIBUTE_NORMAL);
-    EXPECT_TRUE(win32::RemoveDirectoryW(item.c_str())) << Utf8(item);
-  }
 
-  struct State {
-    Items profile, other;
-    std::u16string imagePath;
-    Pairs records, fileRecords;
-    ReparseData shown;
-    std::u16string descriptor;
-    bool operator==(const State&) const = default;
-  };
-  State Now(const std::u16string& folder) {
-    State state{AllOf(folder), {}, ImagePath(test::kSidOfAnna), AllRecords(), AllRecords(u"FileJunctions"), {}, {}};
-    state.shown = ReadLinkData(u"D:\\Shown");
-    state.descriptor = Security(folder);
-    std::ranges::sort(state.records);  // a record that is made again has another number
+  // The profile in that folder, and what names it.
+  Items Now(const std::u16string& folder) {
+    Items state = AllOf(folder);
+    state[u"image path"] = Utf8(ImagePath());
+    state[u"shown"] = Utf8(test::Exists(u"D:\\Shown") ? TextOfLink(ReadLinkData(u"D:\\Shown")).path : u"");
+    for (const auto& [source, target] : AllRecords()) state[u"record " + source] = Utf8(target);
     return state;
   }
-  // What is not as it was before: an item of the profile (or something else, by a name of its own), and in what way.
-  using Differences = std::map<std::u16string, std::string>;
-  static Differences Difference(const State& now, const State& before) {
-    Differences differences;
-    for (const auto& [path, item] : before.profile) {
-      const auto found = now.profile.find(path);
-      if (found == now.profile.end())
-        differences[path] = "missing";
-      else if (found->second != item)
-        differences[path] = HowDifferent(found->second, item);
-    }
-    for (const auto& [path, item] : now.profile)
-      if (!before.profile.contains(path)) differences[path] = "new";
-    if (now.imagePath != before.imagePath) differences[kImagePath] = "other folder";
-    if (now.records != before.records || now.fileRecords != before.fileRecords) differences[u"records"] = "changed";
-    if (now.shown != before.shown) differences[u"D:\\Shown"] = "leads elsewhere";
-    if (now.descriptor != before.descriptor) differences[kOwnDescriptor] = "changed";
-    return differences;
-  }
-  // Descriptions of AllOf: what the item is, then its security.
-  static std::string HowDifferent(const std::string& now, const std::string& before) {
-    const std::string item = now.substr(0, now.rfind(' ')), itemBefore = before.substr(0, before.rfind(' '));
-    const std::string security = now.substr(item.size()), securityBefore = before.substr(itemBefore.size());
-    const bool wasLink = !before.starts_with("attributes ");
-    if (item == itemBefore) {
-      std::string unmarked = securityBefore;
-      if (const std::size_t mark = unmarked.find("D:AI("); mark != unmarked.npos) unmarked.erase(mark + 2, 2);
-      if (security == unmarked) return "inheritance not marked";
-      return wasLink ? "link's security" : "security";
-    }
-    if (security != securityBefore) return "item and security";
-    if (wasLink) return now.starts_with("attributes ") ? "link is a plain folder" : "leads elsewhere";
-    const auto cut = [](const std::string& text, const char* from, const char* to) {
-      const std::size_t start = text.find(from);
-      return start < text.find(to) ? std::string(text).erase(start, text.find(to) - start) : text;
-    };
-    if (cut(item, " created ", " holds ") == cut(itemBefore, " created ", " holds ")) return "times";
-    if (cut(item, "attributes ", " created ") == cut(itemBefore, "attributes ", " created ")) return "attributes";
-    return "contents";
-  }
-
-  static const std::map<std::u16string, std::string>& Files() {
-    static const std::map<std::u16string, std::string> files = {{u"\\letter.txt", "Dear Jan"},
-                                                                {u"\\letter.txt:note", "a named stream"},
-                                                                {u"\\vault\\inner.txt", "inner"},
-                                                                {u"\\Shown\\s.txt", "shown"}};
-    return files;
-  }
-  // Complete in the folder that is to hold the profile, or in another one, which the log then names.
-  void ExpectFiles(const std::u16string& folder, const std::u16string& other, const RunResult& run,
-                   const std::string& when) {
-    EnablePrivileges();
-    const std::u16string imagePath = ImagePath(test::kSidOfAnna);
-    for (const auto& [name, contents] : Files()) {
-      if (Contents(folder + name) == contents) continue;
-      const std::u16string& holder = Contents(other + name) == contents ? other : imagePath;
-      EXPECT_TRUE(Contents(holder + name) == contents) << Utf8(name) << " is lost: " << when;
-      EXPECT_TRUE(run.Logged(holder + name.substr(0, name.find(u':'))) || run.Logged(u"stays in " + holder))
-          << Utf8(name) << " is not named: " << when;
-    }
-    EXPECT_EQ(Contents(u"D:\\Kept\\Documents\\old.bin").size(), 70000u) << when;
-  }
-  void ExpectFilesIn(const std::vector<std::u16string>& folders, const std::string& when) {
-    EnablePrivileges();
-    for (const auto& file : Files())
-      EXPECT_TRUE(std::ranges::any_of(folders,
-                                      [&](const auto& folder) { return Contents(folder + file.first) == file.second; }))
-          << Utf8(file.first) << " is lost: " << when;
-  }
-  // A key that could not be closed keeps it loaded to the end of the program; the next run unloads it.
-  void ExpectHiveUnloaded(const RunResult& run, const std::string& when) {
-    if (!HiveIsLoaded()) return;
-    EXPECT_TRUE(when.starts_with("RegCloseKey") && run.Logged(u"Unable to unload")) << when;
-    UnloadForgottenHive();
-    EXPECT_FALSE(HiveIsLoaded()) << when;
-    ++stillLoaded;
-  }
-
-  // A handle that is not closed keeps its file from being made anew, or renamed with its folder. The other calls are
-  // those whose result the copy of a tree leaves out of account.
-  static const std::map<std::string, std::set<std::string>>& KnownAsOpen() {
-    static const std::map<std::string, std::set<std::string>> calls{
-        {"failed, CloseHandle",
-         {"missing", "link is a plain folder", "link's security", "times", "other folder", "changed"}},
-        {"failed, FindClose", {"missing", "other folder", "changed"}},
-        {"succeeded, SetNamedSecurityInfoW", {"inheritance not marked"}},
-        {"succeeded, SetFileAttributesW", {"attributes"}}};
-    return calls;
-  }
-  // It is one item and what is below it, each in a known way; what is missing, or is no link any more, is in `left`,
-  // or on the volume that was mounted there.
-  // Only where ProfileImagePath names `left` may more be there.
-  void ExpectKnown(const std::string& call, const Differences& differences, const std::u16string& left,
-                   const std::string& when) {
-    const auto known = KnownAsOpen().find(call);
-    ASSERT_TRUE(known != KnownAsOpen().end()) << Text(differences) << when;
-    const bool isLeft = differences.contains(kImagePath);
-    EXPECT_TRUE(!isLeft || ImagePath(test::kSidOfAnna) == left) << Text(differences) << when;
-    for (const auto& [item, way] : differences) {
-      EXPECT_TRUE(known->second.contains(way)) << Text(differences) << when;
-      if (item == kImagePath) continue;
-      const bool isOneItem = item != kOwnDescriptor && IsSameOrBelow(item, differences.begin()->first);
-      EXPECT_TRUE(isLeft || isOneItem) << Text(differences) << when;
-      const bool isElsewhere = way == "missing" || way == "link is a plain folder";
-      EXPECT_TRUE(!isElsewhere || Exists(left + item) || Exists(test::kVolume + item.substr(1)))
-          << Utf8(left + item) << ": " << when;
-    }
-  }
-  static std::string Text(const Differences& differences) {
-    std::string text;
-    for (const auto& [item, way] : differences) text += Utf8(item) + " " + way + "; ";
-    return text;
-  }
-
-  // `place`: where the profile is, `other`: where it goes, `side`: the folder that it passes through, if any.
+  // From `place` to `other`; `side` is where it goes first. `lines`: beside those that each of these commands writes.
   template <typename Command>
-  void FailEach(const char* name, Command command, const std::u16string& place, const std::u16string& other,
-                const std::u16string& side = {}) {
-    const State before = Now(place);
+  void FailEach(Command command, const std::u16string& place, const std::u16string& other, const std::u16string& side,
+                std::set<std::string> lines) {
+    lines.insert({"#ERROR: Failed To Create Target Folder: [new]", "#ERROR: Failed to obtain User Profile Information.",
+                  "#ERROR: Failed to obtain User Profile Information. User: anna",
+                  "#ERROR: PreScanning failed for Source = [old] and Target = [new].",
+                  "#ERROR: The User Profile, or a part of it, stays in [new].",
+                  "#ERROR: Unable to get list of files for path = [old].",
+                  "#ERROR: Unable to give the folder [new] the security of [old].",
+                  "#ERROR: Unable to move files and folders from Source = [old] to Target = [new].",
+                  "#ERROR: Unable to restore access rights to file and folder in Target Path = [new].",
+                  "#ERROR: Unable to restore the access rights of [old]\\vault. Access is denied."});
+    const Items before = Now(place);
     const test::Disks disks = machine->Snapshot();
     ASSERT_EQ(command().exitCode, 0);
-    const State after = Now(other);
-    test::Disks again;
-    for (const auto& [image, device] : disks) again[image] = device->Clone();
-    machine.reset();
-    machine = test::BootFrom(std::move(again));
-
-    int calls = 0;
-    std::map<std::string, int> outcomes;
-    std::map<std::string, std::pair<int, std::string>> open;  // how often, and what the first time
-    test::WithEachCallRefused(machine, command, [&](const RunResult& run, const std::string& when) {
-      ++calls;
+    EnablePrivileges();
+    const Items after = Now(other);
+    test::StartAgain(machine, disks);
+    const auto examine = [&](const RunResult& run, const std::string& when, bool fromThenOn) {
+      EnablePrivileges();
       const bool succeeded = run.exitCode == 0;
-      const std::u16string& holder = succeeded ? other : place;
-      ExpectFiles(holder, !side.empty() ? side : succeeded ? place : other, run, when);
-      ExpectHiveUnloaded(run, when);
-      EXPECT_TRUE(Exists(ImagePath(test::kSidOfAnna) + u"\\NTUSER.DAT")) << Utf8(ImagePath(test::kSidOfAnna)) << when;
-      EXPECT_TRUE(succeeded || !run.Said(u"Redirect user profile was successful.")) << when;
-      const Differences differences = Difference(Now(holder), succeeded ? after : before);
-      const std::u16string& left = side.empty() ? other : side;
-      const std::string kind = succeeded ? "succeeded" : "failed";
-      ++outcomes[kind + (differences.empty() ? ", all as it should be" : ", not all as it should be")];
-      if (!differences.empty()) {
-        const std::string call = kind + ", " + when.substr(0, when.find(','));
-        ExpectKnown(call, differences, left, when);
-        auto& [count, first] = open[call];
-        if (++count == 1) first = Text(differences);
+      const std::u16string holder = ImagePath();
+      if (HiveIsLoaded()) {
+        EXPECT_TRUE(run.Logged(u"Unable to unload the user's registry file ")) << when;
+        UnloadForgottenHive();
+        EXPECT_FALSE(HiveIsLoaded()) << when;
       }
-      if (!succeeded && Exists(left) && !test::Names(left).empty()) ++outcomes["failed, something left at the target"];
-    });
-    std::cout << name << ": " << calls << " calls refused, one a run\n";
-    if (stillLoaded > 0) std::cout << "  " << stillLoaded << " with the hive loaded until the next run\n";
-    for (const auto& [outcome, count] : outcomes) std::cout << "  " << count << " " << outcome << "\n";
-    for (const auto& [call, what] : open)
-      std::cout << "  open: " << call << ", " << what.first << " times, such as: " << what.second << "\n";
-    RecordProperty(std::string(name) + "_calls", calls);
+      EXPECT_TRUE(Exists(holder + u"\\NTUSER.DAT") || run.Logged(u"#ERROR: It must name ")) << Utf8(holder) << when;
+      EXPECT_TRUE(succeeded || !run.Said(u"Redirect user profile was successful.")) << when;
+      if (succeeded ? Now(other) == after : Now(place) == before) return;
+      // A handle that is not closed keeps its file from being made anew. The copy does not ask for the other answers.
+      const std::string call = when.substr(0, when.find(','));
+      EXPECT_TRUE(fromThenOn || (succeeded ? call == "SetNamedSecurityInfoW" || call == "SetFileAttributesW"
+                                           : call == "CloseHandle" || call == "FindClose"))
+          << when;
+      ExpectFilesIn({place, other, side}, when);
+    };
+    RefuseEach(command, {{side, u"[new]"}, {place, u"[old]"}, {other, u"[new]"}}, lines, examine);
   }
-
-  // Of a command after a power failure. Its name.
-  std::string ExpectRightOutcome(const RunResult& run, const std::vector<std::u16string>& folders,
-                                 const std::string& when) {
-    const std::u16string imagePath = ImagePath(test::kSidOfAnna);
-    const auto holdsHive = [](const std::u16string& folder) { return Exists(folder + u"\\NTUSER.DAT"); };
-    EXPECT_FALSE(HiveIsLoaded()) << when;
-    if (run.exitCode == 0) {
-      ExpectFilesIn({imagePath}, when);
-      EXPECT_TRUE(holdsHive(imagePath)) << when;
-      return "gone on with";
-    }
-    ExpectFilesIn(folders, when);
-    EXPECT_TRUE(run.Logged(u"#ERROR: ") || run.Logged(u"#INFO: ")) << when;
-    if (holdsHive(imagePath)) return "refused";
-    const auto found = std::ranges::find_if(folders, holdsHive);
-    const std::u16string holder = found != folders.end() ? *found : u"(nowhere)";
-    EXPECT_TRUE(run.Logged(u"was interrupted. ") && run.Logged(u" is in " + holder)) << Utf8(holder) << ": " << when;
-    return "refused, the hive is beside the folder that is recorded";
+  static void ExpectFilesIn(const std::vector<std::u16string>& folders, const std::string& when) {
+    EnablePrivileges();
+    EXPECT_TRUE(std::ranges::any_of(folders, [](const auto& folder) { return Exists(folder + u"\\NTUSER.DAT"); }))
+        << when;
+    EXPECT_TRUE(std::ranges::any_of(folders, [](const auto& folder) {
+      return Contents(folder + kInner) == "inner" && Contents(folder + kInner + u":note") == "a named stream";
+    })) << when;
   }
-
-  int stillLoaded = 0;
 };
 
-TEST_F(ProfileCalls, OfAMoveToAFolderMayFail) {
-  FailEach(
-      "RedirectUP", [this] { return Move(u"anna", u"D:\\Profiles"); }, u"C:\\Users\\anna", u"D:\\Profiles\\anna");
+TEST_F(UserProfileCalls, OfAMoveToAFolder) {
+  AddWhatFollows();
+  std::set<std::string> lines = kOfFolders;
+  lines.insert("#ERROR: Unable to give the folder D:\\Profiles the access rights of C:\\Users. Access is denied.");
+  FailEach([this] { return Move(u"anna", kPlace); }, kAnna, kPlace + u"\\anna", kPlace + u"\\anna", lines);
 }
 
-TEST_F(ProfileCalls, OfTheWayHomeMayFail) {
-  ASSERT_EQ(Move(u"anna", u"D:\\Profiles").exitCode, 0);
-  FailEach(
-      "RedirectUPDefault", [this] { return MoveHome(u"anna"); }, u"D:\\Profiles\\anna", u"C:\\Users\\anna");
+TEST_F(UserProfileCalls, OfTheWayHome) {
+  AddWhatFollows();
+  ASSERT_EQ(Move(u"anna", kPlace).exitCode, 0);
+  std::set<std::string> lines = kOfFolders;
+  lines.insert({"#ERROR: Failed to obtain information from config file.", "#ERROR: Failed to read config file.",
+                "#ERROR: Unable to read what is noted of redirected profiles in registry.",
+                "#ERROR: Unable to restore the security, attributes and times of [new]."});
+  FailEach([this] { return MoveHome(u"anna"); }, kPlace + u"\\anna", kAnna, kAnna, lines);
 }
 
-TEST_F(ProfileCalls, OfAMoveToAVolumeMayFail) {
-  FailEach(
-      "RedirectUP to a volume", [this] { return Move(u"anna", test::kVolume); }, u"C:\\Users\\anna", u"C:\\Users\\anna",
-      u"C:\\Users\\anna.mount");
+TEST_F(UserProfileCalls, OfAMoveToAVolume) {
+  Restart();
+  Fill();
+  FailEach([this] { return Move(u"anna", kVolume); }, kAnna, kAnna, kAnna + u".mount",
+           {"#ERROR: Failed to Mount Volume on Target Folder: [new]", "#ERROR: Unable to make folder [old] again.",
+            "#ERROR: Unable to remove folder [old]. Access is denied.",
+            "#ERROR: Unable to rename folder [new]. Access is denied."});
 }
 
-TEST_F(ProfileCalls, OfTheWayHomeFromAVolumeMayFail) {
-  ASSERT_EQ(Move(u"anna", test::kVolume).exitCode, 0);
+TEST_F(UserProfileCalls, OfTheWayHomeFromAVolume) {
+  Restart();
+  Fill();
+  ASSERT_EQ(Move(u"anna", kVolume).exitCode, 0);
+  const std::string volume = Utf8(kVolume);
   FailEach(
-      "RedirectUPDefault from a volume", [this] { return MoveHome(u"anna"); }, u"C:\\Users\\anna", u"C:\\Users\\anna",
-      u"C:\\Users\\anna.temp");
+      [this] { return MoveHome(u"anna"); }, kAnna, kAnna, kAnna + u".temp",
+      {"#ERROR: The volume of the User Profile [old] holds another User Profile: C:\\Users\\jan. Move that one first.",
+       "#ERROR: Unable to copy the times of folder [old].", "#ERROR: Unable to remove folder [old]. Access is denied.",
+       "#ERROR: Unable to rename folder [new]. Access is denied.",
+       "#ERROR: Unable to unmount the volume from folder [old]. Access is denied.",
+       "#INFO: Unable to remove the note that folder [new] is being filled.",
+       "#INFO: Unable to remove what is remembered of the security of volume " + volume + ".",
+       "#INFO: Unable to restore the security of volume " + volume + "."});
 }
 
 // The machine stops dead somewhere on the way, and the same command is given again: whatever it can do, every file is
 // complete in one of the folders, then as before. The profile is where ProfileImagePath says, or the log names its
 // place.
-TEST_F(ProfileCalls, LoseNothingWhenThePowerFails) {
+TEST_F(UserProfileCalls, LoseNothingWhenThePowerFails) {
   constexpr std::uint64_t kStep = 41;  // one in so many calls
-  const std::u16string home = u"C:\\Users\\anna", root = test::kVolume.substr(0, test::kVolume.size() - 1);
-  struct Way {
-    std::u16string location;
-    std::vector<std::u16string> folders;
-  };
-  const std::vector<Way> ways = {{u"D:\\Profiles", {home, u"D:\\Profiles\\anna"}},
-                                 {test::kVolume, {home, home + u".mount", home + u".temp", root}}};
-  for (const Way& way : ways)
+  Restart();
+  Fill();
+  const std::u16string root = kVolume.substr(0, kVolume.size() - 1);
+  for (const std::u16string& location : {kPlace, kVolume})
     for (const bool isWayHome : {false, true}) {
-      const auto command = [&] { return isWayHome ? MoveHome(u"anna") : Move(u"anna", way.location); };
+      const auto command = [&] { return isWayHome ? MoveHome(u"anna") : Move(u"anna", location); };
       std::vector<test::Disks> stops;
       machine->gate.Observe([&](const char*, std::uint64_t number) {
         if (number % kStep == 0) stops.push_back(machine->Snapshot());
       });
       ASSERT_EQ(command().exitCode, 0);
       machine->gate.Observe({});
-      test::Disks arrived = machine->Snapshot();
-      std::map<std::string, int> outcomes;
-      for (std::size_t stop = 0; stop < stops.size() && !HasFailure(); ++stop) {
-        machine.reset();
-        machine = test::BootFrom(std::move(stops[stop]));
-        const std::string where = "stopped at call " + std::to_string((stop + 1) * kStep);
-        ExpectFilesIn(way.folders, where);
+      const test::Disks arrived = machine->Snapshot();
+      std::size_t goneOnWith = 0, count = 0;
+      for (test::Disks& stop : stops) {
+        Boot(std::move(stop));
+        const std::string where = "stopped at call " + std::to_string(++count * kStep);
+        const std::vector<std::u16string> all = {kAnna, kPlace + u"\\anna", kAnna + u".mount", kAnna + u".temp", root};
+        ExpectFilesIn(all, where);
         const RunResult run = command();
-        ++outcomes[ExpectRightOutcome(run, way.folders, where + ", then " + Utf8(run.log))];
+        const std::string when = where + ", then " + Utf8(run.log);
+        EXPECT_FALSE(HiveIsLoaded()) << when;
+        ExpectFilesIn(run.exitCode == 0 ? std::vector{ImagePath()} : all, when);
+        if (run.exitCode == 0) {
+          ++goneOnWith;
+        } else if (!Exists(ImagePath() + u"\\NTUSER.DAT")) {
+          const auto found = std::ranges::find_if(all, [](const auto& each) { return Exists(each + u"\\NTUSER.DAT"); });
+          EXPECT_TRUE(run.Logged(u"was interrupted. ") && run.Logged(u" is in " + *found)) << when;
+        }
+        if (HasFailure()) return;
       }
-      std::cout << Utf8(way.location) << (isWayHome ? ", home: " : ": ") << stops.size() << " stops\n";
-      for (const auto& [outcome, count] : outcomes) std::cout << "  " << count << " " << outcome << "\n";
-      EXPECT_GT(outcomes["gone on with"], static_cast<int>(stops.size()) / 2);
-      machine.reset();
-      machine = test::BootFrom(std::move(arrived));
+      EXPECT_GT(goneOnWith, stops.size() / 2);
+      test::StartAgain(machine, arrived);
     }
+}
+
+// Default and Public, by themselves and as a part of automatic redirection.
+class SharedProfileCalls : public ProfileCalls {
+ protected:
+  SharedProfileCalls() { Restart({}); }
+
+  std::u16string FolderOf(const char16_t* name) {
+    const std::u16string value = Value(name), drive = u"%SystemDrive%";
+    return value.starts_with(drive) ? u"C:" + value.substr(drive.size()) : value;
+  }
+  // A configuration that cannot be read is replaced by the default, by the class that reads it.
+  static inline const std::set<std::string> kReplacing{
+      "PathFileExistsW",        "CreateFileW", "SetFilePointer", "GetFileSize", "ReadFile", "CreateInstance",
+      "put_preserveWhiteSpace", "loadXML",     "CoInitializeEx"};
+
+  template <typename Command>
+  void FailEach(Command command, bool goesOut, const std::set<std::string>& lines) {
+    const Values values = ProfileValues();
+    const Configuration config = Config();
+    const std::map<const char16_t*, Files> files = {{u"Default", FilesOf(FolderOf(u"Default"))},
+                                                    {u"Public", FilesOf(FolderOf(u"Public"))}};
+    const test::Disks disks = machine->Snapshot();
+    ASSERT_EQ(command().exitCode, 0);
+    const Values newValues = ProfileValues();
+    const Configuration newConfig = Config();
+    test::StartAgain(machine, disks);
+    const auto examine = [&](const RunResult& run, const std::string& when, bool fromThenOn) {
+      const bool succeeded = run.exitCode == 0;
+      EXPECT_TRUE(succeeded || !run.log.empty() || fromThenOn) << when;
+      for (const auto* success : {u"user profile was successful.", u"profile location - ", u" has been removed."})
+        EXPECT_TRUE(succeeded || !run.Said(success)) << when;
+      for (const auto& [name, before] : files) {
+        const Files now = FilesOf(FolderOf(name));
+        for (const auto& [file, contents] : before)
+          EXPECT_TRUE(std::ranges::any_of(now, [&](const auto& each) { return each.second == contents; }))
+              << Utf8(file) << " is lost: " << when;
+        if (fromThenOn) continue;
+        Files found = now;
+        if (run.Logged(u"#INFO: The former file "))
+          std::erase_if(found, [](const auto& file) { return file.first.find(u" (old)") != std::u16string::npos; });
+        EXPECT_EQ(found, before) << when;
+        // Whatever happens, what leads home is noted.
+        const bool isAway = !FolderOf(name).starts_with(u"C:\\Users");
+        EXPECT_TRUE(!isAway || machine->registry().Query(kNotes, name)) << when;
+      }
+      if (fromThenOn) return;
+      EXPECT_EQ(ProfileValues(), succeeded ? newValues : values) << when;
+      const Configuration now = Config();
+      const bool replaced = now != config && now != newConfig && !succeeded;
+      EXPECT_TRUE(replaced ? kReplacing.contains(when.substr(0, when.find(',')))
+                           : now == (succeeded ? newConfig : config))
+          << when;
+      EXPECT_TRUE(FolderOf(u"ProfilesDirectory") == u"C:\\Users" || machine->registry().Query(kNotes, u"NewProfiles"))
+          << when;
+      const bool left = goesOut != succeeded && (Exists(kPlace + u"\\Default") || Exists(kPlace + u"\\Public"));
+      EXPECT_TRUE(!left || run.Logged(u"Unable to delete all of the copy") || run.Logged(u" It stays.") ||
+                  run.Logged(u"at the next restart"))
+          << when;
+    };
+    const std::u16string home = u"C:\\Users";
+    RefuseEach(command, {{goesOut ? home : kPlace, u"[old]"}, {goesOut ? kPlace : home, u"[new]"}}, lines, examine);
+  }
+};
+
+TEST_F(SharedProfileCalls, OfSettingAutomaticRedirection) {
+  FailEach(
+      [this] { return SetWithBoth(kPlace); }, true,
+      {"#ERROR: Failed To Create Target Folder: [new]", "#ERROR: Failed To Create Target Folder: [new]\\Public",
+       "#ERROR: Failed to obtain User Profile Information.", "#ERROR: Failed to obtain information from config file.",
+       "#ERROR: Failed to obtain available free space on : D:\\Access is denied.",
+       "#ERROR: Failed to read config file.",
+       "#ERROR: The specified path [old]\\Default is not a valid directory path.",
+       "#ERROR: There was an error during path validation. Error message: Unable to get list of files for path = "
+       "[old]\\Public.",
+       "#ERROR: Unable to copy files and folders from Source = [old]\\Public to Target = [new]\\Public.",
+       "#ERROR: Unable to delete all of the copy [new]\\Default.",
+       "#ERROR: Unable to get Registry Redirect Location from config file.",
+       "#ERROR: Unable to give the folder [new] the access rights of [old]. Access is denied.",
+       "#ERROR: Unable to note in registry where profiles are redirected to.",
+       "#ERROR: Unable to read the network shares of folder [old]\\Public.", "#ERROR: Unable to read the profile list.",
+       "#ERROR: Unable to read the security, attributes and times of [new]\\Default. Access is denied.",
+       "#ERROR: Unable to set the location of new user profiles in config file.",
+       "#ERROR: Unable to update the profile list: Public cannot name [old]\\Public again.",
+       "#ERROR: Unable to update the profile list: ProfilesDirectory cannot name [new]."});
+}
+TEST_F(SharedProfileCalls, OfRemovingAutomaticRedirection) {
+  ASSERT_EQ(SetWithBoth(kPlace).exitCode, 0);
+  MakeFile(kPlace + u"\\Public\\Documents\\added.txt", "added");
+  MakeFile(kPlace + u"\\Public\\Documents\\report.txt", "second");
+  MakeFile(kPlace + u"\\Public\\Documents\\report.txt:note", "second, too");
+  FailEach(
+      [this] { return Remove(); }, false,
+      {"#ERROR: Failed To Create Target Folder: [new]\\Public",
+       "#ERROR: The specified path [new] is not a valid directory path.",
+       "#ERROR: There was an error during path validation. Error message: Unable to get list of files for path = "
+       "[old]\\Default.",
+       "#ERROR: Unable to copy files and folders from Source = [old]\\Public to Target = [new]\\Public.",
+       "#ERROR: Unable to delete all that was copied to [new]\\Public.",
+       "#ERROR: Unable to read the network shares of folder [old]\\Public.",
+       "#ERROR: Unable to read the profile list.",
+       "#ERROR: Unable to remove the location of new user profiles from config file.",
+       "#ERROR: Unable to rename [new]\\Default\\NTUSER (old).DAT to [new]\\Default\\NTUSER.DAT again.",
+       "#ERROR: Unable to update the profile list: ProfilesDirectory cannot name [new].",
+       "#ERROR: Unable to update the profile list: Public cannot name [old]\\Public again.",
+       "#ERROR: [new]\\Public\\Documents\\report.txt stands where [old]\\Public\\Documents\\report.txt is to come "
+       "back, "
+       "and cannot be renamed. Access is denied.",
+       "#INFO: No need to update profile image file paths for Public User in OSes < Windows 8.",
+       "#INFO: The configuration file does not say so, but new user profiles are created in [old] (ProfilesDirectory "
+       "in "
+       "the profile list).",
+       "#INFO: The file [old]\\Public\\AccountPictures\\anna.jpg was changed after it had been copied back. It stays.",
+       "#INFO: The folder [old]\\Public is in use. It will be deleted at the next restart.",
+       "#INFO: The folder [old]\\Public is not empty. It stays.",
+       "#INFO: The folder [new]\\Public\\Documents was there already. Its access list was replaced by that of the "
+       "folder that was merged into it.",
+       "#INFO: The former file [new]\\Public\\Documents\\report.txt stays as [new]\\Public\\Documents\\report "
+       "(old).txt. "
+       "Access is denied.",
+       "#INFO: To have them created in [new] again, redirect them to [old] once more, then remove that.",
+       "#INFO: Unable to remove what is noted of redirected profiles in registry."});
+}
+TEST_F(SharedProfileCalls, OfRedirectingADefaultProfile) {
+  FailEach([this] { return Redirect(u"DefaultProfile", kPlace); }, true,
+           {"#ERROR: Failed To Create Target Folder: [new]\\Default",
+            "#ERROR: Unable to update the profile list: Default cannot name [new]\\Default."});
+}
+TEST_F(SharedProfileCalls, OfBringingADefaultProfileBack) {
+  ASSERT_EQ(Redirect(u"DefaultProfile", kPlace).exitCode, 0);
+  FailEach([this] { return BringBack(u"DefaultProfile"); }, false,
+           {"#ERROR: Failed to obtain information from config file.", "#ERROR: Failed to read config file.",
+            "#ERROR: Unable to read what is noted of redirected profiles in registry.",
+            "#ERROR: Unable to update the profile list: Default cannot name [new]\\Default."});
 }
 
 }  // namespace

@@ -1,9 +1,10 @@
-// What the stories of user profiles share: a workstation with profiles, the two commands, and what there is to see of a
-// profile.
+// What the stories of user profiles share: a workstation with small profiles, the commands, and what there is to see of
+// a profile.
 #pragma once
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <initializer_list>
 #include <map>
 #include <memory>
@@ -11,11 +12,15 @@
 #include <utility>
 #include <vector>
 
+#include "configuration/service_config.h"
+#include "fsops/delete_tree.h"
+#include "fsops/folder_itself.h"
 #include "links/junction.h"
 #include "probes/privileges.h"
 #include "support/program.h"
 #include "support/tree.h"
 #include "text/path_text.h"
+#include "win32/emulated/files/file_service.h"
 #include "win32/emulated/registry/registry.h"
 #include "win32/emulated/security/access.h"
 #include "win32/emulated/system/processes.h"
@@ -24,19 +29,72 @@
 
 namespace test {
 
+using Lines = std::vector<std::u16string>;
+
 inline const std::u16string kProfileList = u"HKLM\\SOFTWARE\\Microsoft\\Windows NT\\CurrentVersion\\ProfileList";
 inline const std::u16string kVolume = u"\\\\?\\Volume{12345678-0000-4000-8000-000000000000}\\";
-inline const std::u16string kSidOfAnna = std::u16string(u"S-1-5-21-1004336348-1177238915-682003330-1001");
-inline const std::u16string kSidOfJan = std::u16string(u"S-1-5-21-1004336348-1177238915-682003330-1002");
+inline const std::u16string kSidOfAnna = u"S-1-5-21-1004336348-1177238915-682003330-1001";
+inline const std::u16string kSidOfJan = u"S-1-5-21-1004336348-1177238915-682003330-1002";
+inline const std::u16string kPlace = u"D:\\Profiles";
 
 class ProfileStories : public ::testing::Test {
  protected:
-  explicit ProfileStories(const MachineFacts& facts = {.volumes = 1}) : machine(InstalledMachine(facts)) {
-    EnablePrivileges();  // the test looks at what is the user's own
-    MakeFile(u"C:\\Users\\anna\\Documents\\letter.txt", "Dear Jan");
-    MakeFile(u"C:\\Users\\anna\\Documents\\letter.txt:note", "a named stream");
-    MakeFile(u"C:\\Users\\anna\\Documents\\old.bin", std::string(70000, 'x'),
+  static inline const std::u16string kAnna = u"C:\\Users\\anna";
+  static inline const std::u16string kDefault = u"C:\\Users\\Default", kPublic = u"C:\\Users\\Public";
+
+  ProfileStories() { Restart(); }
+
+  // A junction as Windows makes them for old programs: nobody may list what it leads to by it.
+  static void MakeProfileLink(const std::u16string& link, const std::u16string& target) {
+    MakeFolder(u"C:\\Template");
+    SetSecurity(u"C:\\Template", u"O:SYD:P(D;;CC;;;WD)(A;;0x1200a9;;;WD)(A;;FA;;;SY)(A;;FA;;;BA)");
+    EXPECT_TRUE(CreateJunction(link.c_str(), target.c_str()) && WriteDescriptor(link, ReadDescriptor(u"C:\\Template")));
+    EXPECT_TRUE(win32::RemoveDirectoryW(u"C:\\Template"));
+  }
+
+  // Of what a profile holds by the dozen, one of each kind is enough.
+  static Disks SmallProfiles(const MachineFacts& facts) {
+    const auto machine = InstalledMachine(facts);
+    UseProgramModule(*machine);
+    EXPECT_TRUE(EnablePrivileges());
+    for (const std::u16string profile : {u"anna", u"jan", u"Default", u"Public"}) {
+      const std::u16string folder = u"C:\\Users\\" + profile, hive = folder + u"\\NTUSER.DAT";
+      const bool hasHive = win32::MoveFileW(hive.c_str(), u"C:\\kept.dat");
+      EXPECT_TRUE(DeleteDirectoryTree(folder.c_str(), {.stopOnFailure = true}));
+      EXPECT_EQ(hasHive, win32::MoveFileW(u"C:\\kept.dat", hive.c_str()));
+    }
+    for (const auto* folder : {u"anna\\AppData", u"anna\\Documents", u"anna\\Pictures", u"jan\\Documents",
+                               u"Default\\AppData", u"Public\\AccountPictures", u"Public\\Documents", u"Public\\Music"})
+      MakeFolder(u"C:\\Users\\" + std::u16string(folder));
+    MakeProfileLink(kAnna + u"\\Application Data", kAnna + u"\\AppData");
+    MakeFile(kAnna + u"\\Documents\\letter.txt", "Dear Jan");
+    MakeFile(kAnna + u"\\Documents\\letter.txt:note", "a named stream");
+    MakeFile(kAnna + u"\\Documents\\old.bin", std::string(9000, 'x'),
              win32::FILE_ATTRIBUTE_READONLY | win32::FILE_ATTRIBUTE_HIDDEN);
+    MakeFile(kDefault + u"\\AppData\\settings.ini", "new users start with this");
+    MakeProfileLink(kDefault + u"\\Old Data", kDefault + u"\\AppData");
+    MakeFile(kPublic + u"\\AccountPictures\\anna.jpg", "a face");
+    MakeFile(kPublic + u"\\Documents\\report.txt", "first");
+    MakeFile(kPublic + u"\\Documents\\report.txt:note", "a named stream");
+    MakeFile(kPublic + u"\\Documents\\fixed.txt", "read-only and hidden",
+             win32::FILE_ATTRIBUTE_READONLY | win32::FILE_ATTRIBUTE_HIDDEN | win32::FILE_ATTRIBUTE_SYSTEM);
+    MakeProfileLink(kPublic + u"\\Documents\\Old Music", kPublic + u"\\Music");
+    EXPECT_TRUE(!facts.product || CQBConfig().Init());
+    return machine->Snapshot();
+  }
+
+  void Restart(const MachineFacts& facts = {.volumes = 1}) {
+    const std::string name = "profiles-" + std::to_string(facts.majorVersion) + std::to_string(facts.minorVersion) +
+                             std::to_string(facts.extraDrives) + std::to_string(facts.product);
+    machine.reset();
+    Boot(KeptDisks(name, [&] { return SmallProfiles(facts); }));
+  }
+  // As after a restart, or a power failure.
+  void Boot(Disks disks) {
+    machine.reset();
+    machine = BootFrom(std::move(disks));
+    UseProgramModule(*machine);
+    EnablePrivileges();  // the test looks at what is the user's own
   }
 
   RunResult Run(std::initializer_list<std::u16string> words) { return RunProgram(*machine, words); }
@@ -45,27 +103,55 @@ class ProfileStories : public ::testing::Test {
   }
   RunResult MoveHome(const std::u16string& user) { return Run({u"/RedirectUPDefault", user}); }
 
-  // The messages of the log, without times and numbers; a line break within one is "/".
-  static std::vector<std::u16string> Messages(const RunResult& run) {
-    std::vector<std::u16string> messages;
-    std::u16string_view rest = run.log;
-    while (!rest.empty()) {
-      if (rest.front() == u'\n') rest.remove_prefix(1);
-      const std::size_t end = std::min(rest.find(u'\n'), rest.size());
-      const std::u16string_view line = rest.substr(0, end);
-      const std::size_t text = line.starts_with(u'[') ? line.find(u"] ") : line.npos;
-      if (text != line.npos)
-        messages.emplace_back(line.substr(text + 2));
-      else if (!messages.empty() && !line.empty())
-        messages.back() += u"/" + std::u16string(line);
-      rest.remove_prefix(end);
+  // The messages of the log, without times and processes.
+  static Lines LinesOf(const RunResult& run) {
+    Lines lines;
+    constexpr std::u16string_view kStart = u"\n[", kPrefixEnd = u"] ";
+    const std::u16string text = u"\n" + run.log;
+    for (std::size_t at = text.find(kStart); at != std::u16string::npos;) {
+      const std::size_t next = text.find(kStart, at + kStart.size());
+      std::u16string line = text.substr(at, next - at);
+      line.erase(0, line.find(kPrefixEnd) + kPrefixEnd.size());
+      while (line.ends_with(u'\n')) line.pop_back();
+      if (!line.starts_with(u"---")) lines.push_back(std::move(line));
+      at = next;
     }
-    return messages;
+    return lines;
+  }
+  // The exit code; the console, items that were copied as their number; the messages of the log.
+  static std::string Told(const RunResult& run) {
+    std::string text = std::to_string(run.exitCode) + "\n";
+    int copied = 0;
+    for (std::u16string_view rest = run.said; !rest.empty();) {
+      const std::u16string_view line = rest.substr(0, std::min(rest.find(u'\n'), rest.size() - 1) + 1);
+      rest.remove_prefix(line.size());
+      const bool isItem = line.find(u" -> ") != line.npos;
+      if (isItem) ++copied;
+      if (copied > 0 && (!isItem || rest.empty())) text += "[" + std::to_string(std::exchange(copied, 0)) + " items]\n";
+      if (!isItem) text += emulated::Utf8(line);
+    }
+    text += "\n--";
+    for (const std::u16string& line : LinesOf(run)) text += "\n" + emulated::Utf8(line);
+    return text;
   }
 
-  std::u16string ImagePath(const std::u16string& sid) {
+  // What Told says of a command on a user's profile that is refused: these messages, nothing done.
+  static std::string Refused(const std::u16string& log, bool isWayHome = false) {
+    const std::string result = "Redirect user profile was unsuccessful.";
+    return "1\n" + std::string(isWayHome ? "" : kApps) +
+           "Errors logged in C:\\Program Files\\Velmora\\Quillbay\\QBC.log.\n" + result + "\n--\n" +
+           emulated::Utf8(log) + "\n" + result;
+  }
+  static constexpr const char* kApps =
+      "Please note that redirecting a User Profile may temporarily make some Metro apps unusable. You will have to "
+      "log-off and log-in again before you can use those Metro Apps.\n";
+
+  std::u16string ImagePath(const std::u16string& sid = kSidOfAnna) {
     const auto value = machine->registry().Query(kProfileList + u"\\" + sid, u"ProfileImagePath");
     return value ? value->Text() : u"(none)";
+  }
+  void NameFolder(const std::u16string& sid, const std::u16string& folder, win32::DWORD type = win32::REG_EXPAND_SZ) {
+    machine->registry().SetText(kProfileList + u"\\" + sid, u"ProfileImagePath", folder, type);
   }
   using Pairs = std::vector<std::pair<std::u16string, std::u16string>>;
   // Source and target of the records of folders, or of files.
@@ -97,13 +183,19 @@ class ProfileStories : public ::testing::Test {
     process.token->user = emulated::SidFromText(sid);
     process.isProtected = closed;
   }
+  std::shared_ptr<void> Hold(const std::u16string& file, win32::DWORD access = win32::GENERIC_READ,
+                             win32::DWORD share = 0) {
+    const auto held = machine->files().OpenForeign(4242, file, access, share);
+    EXPECT_TRUE(held) << emulated::Utf8(file);
+    return {nullptr, [this, held](void*) { machine->files().CloseForeign(held); }};
+  }
 
   // Everything in a profile, wherever it is: descriptions, owners and entries; of a junction, where below the profile
-  // it leads. The hive is looked into by itself.
+  // it leads. The folder's own descriptor is there, too. The hive is looked into by itself.
   using Items = std::map<std::u16string, std::string>;
   static Items AllOf(const std::u16string& folder) {
     EnablePrivileges();
-    Items all;
+    Items all{{u"(itself)", emulated::Utf8(Security(folder))}};
     for (const auto& [path, description] : DescribeTree(folder)) {
       if (path == u"\\NTUSER.DAT" || path == u"\\$RECYCLE.BIN") continue;
       std::u16string target;
@@ -125,11 +217,5 @@ class ProfileStories : public ::testing::Test {
 
   std::unique_ptr<emulated::Machine> machine;
 };
-
-inline std::string Text(const std::vector<std::u16string>& lines) {
-  std::string text;
-  for (const std::u16string& line : lines) text += emulated::Utf8(line) + "\n";
-  return text;
-}
 
 }  // namespace test

@@ -1,75 +1,160 @@
-// A user's profile moved to another place and back.
-#include "support/shares.h"
+// A user's profile moved to another place and back: all that is said, and what is there afterwards.
 #include "program/profile_stories.h"
 
 #include "links/link_data.h"
 #include "profiles/user_hive.h"
-#include "win32/emulated/files/file_service.h"
+#include "support/shares.h"
 #include "win32/emulated/registry/services.h"
 
 namespace {
 
 using emulated::Utf8;
-using test::Attributes, test::Exists, test::MakeFile, test::MakeFolder, test::RunResult, test::Security;
+using test::Attributes, test::Contents, test::Dacl, test::Exists, test::kPlace, test::kSidOfAnna, test::kSidOfJan,
+    test::kVolume, test::MakeFile, test::MakeFolder, test::RunResult, test::Security, test::SetSecurity;
 
-class Profile : public test::ProfileStories {};
+class Profile : public test::ProfileStories {
+ protected:
+  // What Told says of a move, there or home: `items` of them, and these messages.
+  static std::string Moved(int items, const std::string& from, const std::string& to, const std::string& said = {},
+                           const std::string& log = {}) {
+    const std::string result = "Redirect user profile was successful.";
+    return "0\n" + said + "[" + std::to_string(items) + " items]\n" + result +
+           "\n--\n#INFO: Going to move files and folders from Source = " + from + " to Target = " + to + ".\n" + log +
+           result;
+  }
+  static std::string StoodThere(const std::string& folder) {
+    return "\nThe target folder: \"" + folder + "\" already exists.\n";
+  }
+  static void Put(const std::u16string& folder) {
+    MakeFolder(folder);
+    MakeFile(folder + u"\\foreign.txt", "foreign");
+  }
+  static void ExpectForeign(const std::u16string& folder) {
+    EXPECT_EQ(Contents(folder + u"\\foreign.txt"), "foreign");
+    EXPECT_TRUE(win32::DeleteFileW((folder + u"\\foreign.txt").c_str()));
+  }
+};
 
 TEST_F(Profile, GoesToAFolderAndComesHome) {
-  const Items before = AllOf(u"C:\\Users\\anna");
-  const std::u16string descriptor = Security(u"C:\\Users\\anna"), wallpaper = Wallpaper(u"C:\\Users\\anna");
+  const Items before = AllOf(kAnna);
+  const std::u16string wallpaper = Wallpaper(kAnna);
   ASSERT_TRUE(wallpaper.starts_with(u"C:\\Users\\anna\\")) << Utf8(wallpaper);
-
-  const RunResult there = Move(u"anna", u"D:\\Profiles");
-  ASSERT_EQ(there.exitCode, 0) << Utf8(there.console) << Utf8(there.log);
-  EXPECT_TRUE(there.said.ends_with(u"Redirect user profile was successful.")) << Utf8(there.said);
+  EXPECT_EQ(Told(Move(u"anna", kPlace)), Moved(7, "C:\\Users\\anna", "D:\\Profiles\\anna", kApps));
   ExpectSame(AllOf(u"D:\\Profiles\\anna"), before);
-  EXPECT_EQ(Security(u"D:\\Profiles\\anna"), descriptor);
-  EXPECT_EQ(ImagePath(test::kSidOfAnna), u"D:\\Profiles\\anna");
-  EXPECT_EQ(AllRecords(), (Pairs{{u"C:\\Users\\anna", u"D:\\Profiles\\anna"}}));
+  EXPECT_EQ(Security(kPlace), Security(u"C:\\Users"));
+  EXPECT_EQ(ImagePath(), u"D:\\Profiles\\anna");
+  EXPECT_EQ(AllRecords(), (Pairs{{kAnna, u"D:\\Profiles\\anna"}}));
   EXPECT_EQ(Wallpaper(u"D:\\Profiles\\anna"), u"D:\\Profiles" + wallpaper.substr(8));
-  EXPECT_TRUE(test::Names(u"C:\\Users\\anna").empty());
-  EXPECT_EQ(Security(u"C:\\Users\\anna"), descriptor);
-
+  ExpectSame(AllOf(kAnna), {{u"(itself)", before.at(u"(itself)")}});
   for (const auto* undo : {u"/d", u"/c"})
-    EXPECT_TRUE(Run({u"/RedirectFolder", u"C:\\Users\\anna", u"/loc:D:\\Profiles", undo}).Logged(u"RedirectUPDefault"));
-  const RunResult back = MoveHome(u"ANNA");
-  ASSERT_EQ(back.exitCode, 0) << Utf8(back.console) << Utf8(back.log);
-  EXPECT_TRUE(back.Said(u"\nThe target folder: \"C:\\Users\\anna\" already exists.\n")) << Utf8(back.said);
-  ExpectSame(AllOf(u"C:\\Users\\anna"), before);
-  EXPECT_EQ(Security(u"C:\\Users\\anna"), descriptor);
-  EXPECT_EQ(ImagePath(test::kSidOfAnna), u"C:\\Users\\anna");
+    EXPECT_TRUE(Run({u"/RedirectFolder", kAnna, u"/loc:D:\\Profiles", undo}).Logged(u"RedirectUPDefault"));
+
+  EXPECT_EQ(Told(MoveHome(u"ANNA")), Moved(7, "D:\\Profiles\\anna", "C:\\Users\\anna", StoodThere("C:\\Users\\anna")));
+  ExpectSame(AllOf(kAnna), before);
+  EXPECT_EQ(ImagePath(), kAnna);
   EXPECT_EQ(AllRecords(), Pairs{});
-  EXPECT_EQ(Wallpaper(u"C:\\Users\\anna"), wallpaper);
+  EXPECT_EQ(Wallpaper(kAnna), wallpaper);
+  EXPECT_TRUE(Exists(kPlace) && !Exists(u"D:\\Profiles\\anna"));
   EXPECT_FALSE(HiveIsLoaded());
+
+  // To another folder of the same volume, one that stands there and lets others in.
+  MakeFolder(u"C:\\Shared");
+  SetSecurity(u"C:\\Shared", u"O:BAD:P(A;OICI;FA;;;BA)(A;OICI;0x1301bf;;;AU)");
+  const RunResult run = Move(u"anna", u"C:\\Shared");
+  EXPECT_EQ(
+      LinesOf(run),
+      (test::Lines{u"#INFO: C:\\Shared\\anna is on the same volume as C:\\Users\\anna: what is discarded there at a "
+                   u"restart is discarded at both places.",
+                   u"#INFO: Going to move files and folders from Source = C:\\Users\\anna to Target = "
+                   u"C:\\Shared\\anna.",
+                   u"#INFO: The folder C:\\Shared was there before and keeps its access rights. Its entry "
+                   u"(A;OICI;0x1301bf;;;AU) lets others rename or replace it, or what is in it.",
+                   u"Redirect user profile was successful."}));
 }
 
 TEST_F(Profile, GoesToAVolumeAndComesHome) {
-  const Items before = AllOf(u"C:\\Users\\anna");
-  const std::u16string descriptor = Security(u"C:\\Users\\anna"), root = Security(test::kVolume);
-
-  const RunResult there = Move(u"anna", test::kVolume);
-  ASSERT_EQ(there.exitCode, 0) << Utf8(there.console) << Utf8(there.log);
-  EXPECT_TRUE(Attributes(u"C:\\Users\\anna") & win32::FILE_ATTRIBUTE_REPARSE_POINT);
-  EXPECT_FALSE(Exists(u"C:\\Users\\anna.mount"));
-  ExpectSame(AllOf(u"C:\\Users\\anna"), before);
-  EXPECT_EQ(Security(u"C:\\Users\\anna"), descriptor);
-  EXPECT_EQ(Security(test::kVolume), descriptor);
-  EXPECT_EQ(ImagePath(test::kSidOfAnna), u"C:\\Users\\anna");
+  const Items before = AllOf(kAnna);
+  const std::u16string root = Security(kVolume), beside = kAnna + u".mount", aside = kAnna + u".temp";
+  Put(beside);
+  EXPECT_EQ(Told(Move(u"anna", kVolume)),
+            Refused(u"#ERROR: Failed to Mount Volume on Target Folder: C:\\Users\\anna.mount"));
+  ExpectForeign(beside);  // an empty one will do
+  EXPECT_EQ(Told(Move(u"anna", kVolume)),
+            Moved(7, "C:\\Users\\anna", "C:\\Users\\anna.mount", kApps + StoodThere("C:\\Users\\anna.mount")));
+  EXPECT_TRUE(Attributes(kAnna) & win32::FILE_ATTRIBUTE_REPARSE_POINT);
+  EXPECT_FALSE(Exists(beside));
+  ExpectSame(AllOf(kAnna), before);
+  EXPECT_EQ(Utf8(Security(kVolume)), before.at(u"(itself)"));
+  EXPECT_EQ(ImagePath(), kAnna);
   EXPECT_EQ(AllRecords(), Pairs{});
+  EXPECT_EQ(Run({u"/RedirectUP"}).said, u"User   Profile folder\n\nanna   C:\\Users\\anna\n");
+  EXPECT_EQ(Told(Move(u"anna", u"D:\\P")),
+            Refused(u"#ERROR: The folder C:\\Users\\anna is already redirected. Browse to a different location.\n"
+                    u"#ERROR: PreScanning failed for Source = C:\\Users\\anna and Target = D:\\P\\anna."));
+  ExpectSame(AllOf(kAnna), before);
 
-  const RunResult back = MoveHome(u"anna");
-  ASSERT_EQ(back.exitCode, 0) << Utf8(back.console) << Utf8(back.log);
-  EXPECT_FALSE(Attributes(u"C:\\Users\\anna") & win32::FILE_ATTRIBUTE_REPARSE_POINT);
-  EXPECT_FALSE(Exists(u"C:\\Users\\anna.temp"));
-  ExpectSame(AllOf(u"C:\\Users\\anna"), before);
-  EXPECT_EQ(Security(u"C:\\Users\\anna"), descriptor);
-  EXPECT_EQ(Security(test::kVolume), root);
-  EXPECT_EQ(test::Names(test::kVolume), test::Names(u"D:")) << "only what Windows keeps there";
+  Put(aside);
+  EXPECT_EQ(
+      Told(MoveHome(u"anna")),
+      Refused(u"#ERROR: The folder C:\\Users\\anna.temp already exists and is not empty. Rename it, and remove the "
+              u"redirection again.",
+              true));
+  ExpectForeign(aside);
+  // Recorded by the volume's name, which leads to an empty volume once the profile is home.
+  NameFolder(kSidOfAnna, kVolume);
+  {
+    const auto held = Hold(kAnna + u"\\NTUSER.DAT");
+    EXPECT_TRUE(MoveHome(u"anna").Logged(u"#ERROR: PreScanning failed"));
+    EXPECT_EQ(ImagePath(), kVolume);
+  }
+  EXPECT_EQ(Told(MoveHome(u"anna")),
+            Moved(7, "C:\\Users\\anna", "C:\\Users\\anna.temp", StoodThere("C:\\Users\\anna.temp")));
+  EXPECT_FALSE(Attributes(kAnna) & win32::FILE_ATTRIBUTE_REPARSE_POINT);
+  EXPECT_FALSE(Exists(aside));
+  ExpectSame(AllOf(kAnna), before);
+  EXPECT_EQ(ImagePath(), kAnna);
+  EXPECT_EQ(Security(kVolume), root);
+  EXPECT_EQ(test::Names(kVolume), test::Names(u"D:")) << "only what Windows keeps there";
+  NameFolder(kSidOfAnna, kVolume);
+  EXPECT_EQ(Told(MoveHome(u"anna")), "1\n\n--\n#ERROR: Volume Path to Normal Path Conversion Failed.");
+}
+
+// Cut off with the volume mounted beside the profile, or while the two folders changed places: an empty folder must not
+// be taken for the profile.
+TEST_F(Profile, OfACommandThatWasCutOffIsFound) {
+  const std::u16string beside = kAnna + u".mount", aside = kAnna + u".temp";
+  MakeFolder(beside);
+  ASSERT_TRUE(win32::SetVolumeMountPointW((beside + u"\\").c_str(), kVolume.c_str()));
+  ASSERT_TRUE(win32::MoveFileExW((kAnna + u"\\Documents\\letter.txt").c_str(), (beside + u"\\letter.txt").c_str(),
+                                 win32::MOVEFILE_COPY_ALLOWED));
+  ASSERT_EQ(Move(u"anna", kVolume).exitCode, 0);
+  EXPECT_EQ(Contents(kAnna + u"\\letter.txt"), "Dear Jan");
+  EXPECT_TRUE(Exists(kAnna + u"\\NTUSER.DAT"));
+
+  ASSERT_TRUE(win32::MoveFileW(kAnna.c_str(), beside.c_str()));
+  EXPECT_EQ(Told(MoveHome(u"anna")),
+            Refused(u"#ERROR: Unable to list the folder C:\\Users\\anna. The system cannot find the file specified.\n"
+                    u"#ERROR: Unable to get list of files for path = C:\\Users\\anna.\n"
+                    u"#INFO: A redirection of the User Profile C:\\Users\\anna was interrupted. The profile is in "
+                    u"C:\\Users\\anna.mount: rename this folder to the first one.",
+                    true));
+  ASSERT_TRUE(win32::MoveFileW(beside.c_str(), kAnna.c_str()));
+  ASSERT_EQ(MoveHome(u"anna").exitCode, 0);
+
+  ASSERT_TRUE(win32::MoveFileW(kAnna.c_str(), aside.c_str()));
+  MakeFolder(kAnna);
+  const std::u16string where =
+      u"#INFO: A redirection of the User Profile C:\\Users\\anna was interrupted. The profile is in "
+      u"C:\\Users\\anna.temp: this folder belongs in the place of the first one, which is empty.";
+  EXPECT_EQ(Told(MoveHome(u"anna")), Refused(where, true));
+  for (const std::u16string& location : {kPlace, kVolume}) EXPECT_EQ(Told(Move(u"anna", location)), Refused(where));
+  EXPECT_TRUE(Exists(aside + u"\\NTUSER.DAT"));
+  EXPECT_EQ(ImagePath(), kAnna);
 }
 
 // Names, and the ways of writing a target.
 TEST_F(Profile, OfEveryKindOfNameMoves) {
-  const std::u16string maria = u"S-1-5-21-77-88-99-1105", berg = test::kSidOfAnna + u"9";
+  const std::u16string maria = u"S-1-5-21-77-88-99-1105", berg = kSidOfAnna + u"9";
   machine->domainAccounts = {{u"CORP", u"corp.example", u"maria", emulated::SidFromText(maria)}};
   struct Case {
     std::u16string user, sid, folder, location, newFolder;
@@ -77,145 +162,132 @@ TEST_F(Profile, OfEveryKindOfNameMoves) {
   const std::vector<Case> cases = {
       {u"CORP\\maria", maria, u"C:\\Users\\maria.CORP", u"D:\\P\\", u"D:\\P\\maria.CORP"},
       {u"anna berg", berg, u"C:\\Users\\Anna Berg", u"D:\\Deep\\er", u"D:\\Deep\\er\\Anna Berg"},
-      {u"JAN", test::kSidOfJan, u"C:\\Users\\jan", u"D:\\", u"D:\\jan"}};
-  std::vector<std::u16string> security;
+      {u"JAN", kSidOfJan, u"C:\\Users\\jan", u"D:\\", u"D:\\jan"}};
+  std::vector<Items> before;
   for (const Case& one : cases) {
     SCOPED_TRACE(Utf8(one.user));
-    if (one.sid != test::kSidOfJan) {
-      MakeFolder(one.folder);
-      const std::u16string path = one.sid == maria ? u"%SystemDrive%" + one.folder.substr(2) : one.folder;
-      machine->registry().SetText(test::kProfileList + u"\\" + one.sid, u"ProfileImagePath", path,
-                                  one.sid == maria ? win32::REG_EXPAND_SZ : win32::REG_SZ);
-    }
+    if (one.sid != kSidOfJan) MakeFolder(one.folder);
+    if (one.sid == maria) NameFolder(maria, u"%SystemDrive%\\Users\\maria.CORP");
+    if (one.sid == berg) NameFolder(berg, one.folder, win32::REG_SZ);
     MakeFile(one.folder + u"\\mine.txt", "mine");
-    security.push_back(Security(one.folder) + Security(one.folder + u"\\mine.txt"));
-    const RunResult there = Move(one.user, one.location);
-    ASSERT_EQ(there.exitCode, 0) << Utf8(there.log);
-    EXPECT_EQ(test::Contents(one.newFolder + u"\\mine.txt"), "mine");
-    EXPECT_TRUE(test::Dacl(one.newFolder).starts_with(u"D:P")) << "whatever the folder above lets in";
-    if (one.location != u"D:\\") {
-      EXPECT_EQ(Security(ParentPath(one.newFolder)), Security(u"C:\\Users"));
-      EXPECT_EQ(Security(one.newFolder.substr(0, one.newFolder.find(u'\\', 3))), Security(u"C:\\Users"));
-    }
+    before.push_back(AllOf(one.folder));
+    ASSERT_EQ(Move(one.user, one.location).exitCode, 0);
+    EXPECT_EQ(Contents(one.newFolder + u"\\mine.txt"), "mine");
+    EXPECT_TRUE(Dacl(one.newFolder).starts_with(u"D:P")) << "whatever the folder above lets in";
     EXPECT_EQ(ImagePath(one.sid), one.newFolder);
   }
-  EXPECT_EQ(Run({u"/RedirectUP"}).said, u"User   Profile folder\n\njan   D:\\jan\nmaria   D:\\P\\maria.CORP\n" + berg +
-                                            u"   D:\\Deep\\er\\Anna Berg\n");
+  for (const auto* made : {u"D:\\P", u"D:\\Deep", u"D:\\Deep\\er"}) EXPECT_EQ(Security(made), Security(u"C:\\Users"));
+  EXPECT_EQ(Told(Run({u"/RedirectUP"})), "0\nUser   Profile folder\n\njan   D:\\jan\nmaria   D:\\P\\maria.CORP\n" +
+                                             Utf8(berg) + "   D:\\Deep\\er\\Anna Berg\n\n--");
   for (const Case& one : cases) {
     SCOPED_TRACE(Utf8(one.user));
-    const RunResult back = MoveHome(one.user);
-    ASSERT_EQ(back.exitCode, 0) << Utf8(back.log);
-    EXPECT_EQ(test::Contents(one.folder + u"\\mine.txt"), "mine");
-    EXPECT_EQ(Security(one.folder) + Security(one.folder + u"\\mine.txt"),
-              security[static_cast<std::size_t>(&one - cases.data())]);
+    ASSERT_EQ(MoveHome(one.user).exitCode, 0);
+    ExpectSame(AllOf(one.folder), before[static_cast<std::size_t>(&one - cases.data())]);
     const auto value = machine->registry().Query(test::kProfileList + u"\\" + one.sid, u"ProfileImagePath");
     EXPECT_EQ(value->type, one.sid == berg ? win32::REG_SZ : win32::REG_EXPAND_SZ);
     EXPECT_EQ(value->Text(), one.folder) << "as Windows writes it: without variables";
   }
-  EXPECT_EQ(Run({u"/RedirectUP"}).said, u"");
+  EXPECT_EQ(Told(Run({u"/RedirectUP"})), "0\n\n--");
   EXPECT_EQ(AllRecords(), Pairs{});
 }
 
-// The chain of moves leaves no record behind; what else is recorded follows, and so do junctions that lead in.
-TEST_F(Profile, TakesRedirectionsAlong) {
+// The chain of moves leaves no record behind; what else is recorded follows, and so do junctions and shares.
+TEST_F(Profile, TakesRedirectionsAndSharesAlong) {
+  using Paths = std::map<std::u16string, std::u16string>;
+  test::Share(u"all", kAnna);
+  test::Share(u"docs", kAnna + u"\\Documents");
   MakeFolder(u"D:\\Shown");
   MakeFile(u"D:\\Shown\\s.txt", "shown");
-  ASSERT_EQ(Run({u"/RedirectFolder", u"C:\\Users\\anna\\Pictures", u"/loc:D:\\Kept"}).exitCode, 0);
+  ASSERT_EQ(Run({u"/RedirectFolder", kAnna + u"\\Pictures", u"/loc:D:\\Kept"}).exitCode, 0);
   ASSERT_EQ(Run({u"/RedirectFolder", u"D:\\Shown", u"/loc:C:\\Users\\anna"}).exitCode, 0);
-  ASSERT_EQ(Run({u"/RedirectFile", u"C:\\Users\\anna\\Documents\\letter.txt", u"/loc:D:\\Kept"}).exitCode, 0);
+  ASSERT_EQ(Run({u"/RedirectFile", kAnna + u"\\Documents\\letter.txt", u"/loc:D:\\Kept"}).exitCode, 0);
   const Pairs before = AllRecords(), filesBefore = AllRecords(u"FileJunctions");
   const ReparseData shown = MountPointData(u"\\??\\C:\\Users\\anna\\Shown\\", u"C:\\Users\\anna\\Shown");
   ASSERT_TRUE(RestoreLink({u"D:\\Shown", {}, true, shown}));
-
-  for (const auto* location : {u"D:\\First", u"D:\\Second"}) {
-    const RunResult run = Move(u"anna", location);
-    ASSERT_EQ(run.exitCode, 0) << Utf8(run.log);
-    const std::u16string folder = std::u16string(location) + u"\\anna";
+  for (const std::u16string location : {u"D:\\First", u"D:\\Second"}) {
+    ASSERT_EQ(Move(u"anna", location).exitCode, 0);
+    const std::u16string folder = location + u"\\anna";
     const Pairs records = AllRecords();
-    EXPECT_EQ(records[0], (std::pair{folder + u"\\Pictures", std::u16string(u"D:\\Kept\\Pictures")}));
-    EXPECT_EQ(records[1], (std::pair{std::u16string(u"D:\\Shown"), folder + u"\\Shown"}));
+    EXPECT_EQ(records[0], std::pair(folder + u"\\Pictures", std::u16string(u"D:\\Kept\\Pictures")));
+    EXPECT_EQ(records[1], std::pair(std::u16string(u"D:\\Shown"), folder + u"\\Shown"));
     EXPECT_EQ(AllRecords(u"FileJunctions")[0].first, folder + u"\\Documents\\letter.txt");
-    EXPECT_EQ(test::Contents(u"D:\\Shown\\s.txt"), "shown");
-    EXPECT_EQ(test::Contents(folder + u"\\Documents\\letter.txt"), "Dear Jan");
+    EXPECT_EQ(Contents(u"D:\\Shown\\s.txt"), "shown");
+    EXPECT_EQ(Contents(folder + u"\\Documents\\letter.txt"), "Dear Jan");
+    EXPECT_EQ(test::Shares(), (Paths{{u"all", folder}, {u"docs", folder + u"\\Documents"}}));
   }
   EXPECT_EQ(AllRecords().size(), 4u);
-  const RunResult back = MoveHome(u"anna");
-  ASSERT_EQ(back.exitCode, 0) << Utf8(back.log);
+  ASSERT_EQ(Run({u"/RedirectUPDefault", u"anna", u"/-Share"}).exitCode, 0);
+  EXPECT_EQ(test::Shares(), Paths{});
   EXPECT_EQ(AllRecords(), before);
   EXPECT_EQ(AllRecords(u"FileJunctions"), filesBefore);
   EXPECT_EQ(ReadLinkData(u"D:\\Shown"), shown);
   ASSERT_EQ(Move(u"anna", u"D:\\Second").exitCode, 0);
-  EXPECT_EQ(AllRecords().back(), (std::pair<std::u16string, std::u16string>{u"C:\\Users\\anna", u"D:\\Second\\anna"}));
-}
-
-TEST_F(Profile, TakesItsSharesAlong) {
-  test::Share(u"all", u"C:\\Users\\anna");
-  test::Share(u"docs", u"C:\\Users\\anna\\Documents");
-  ASSERT_EQ(Move(u"anna", u"D:\\P").exitCode, 0);
-  using Paths = std::map<std::u16string, std::u16string>;
-  EXPECT_EQ(test::Shares(), (Paths{{u"all", u"D:\\P\\anna"}, {u"docs", u"D:\\P\\anna\\Documents"}}));
-  ASSERT_EQ(Run({u"/RedirectUPDefault", u"anna", u"/-Share"}).exitCode, 0);
-  EXPECT_EQ(test::Shares(), Paths{});
+  EXPECT_EQ(AllRecords().back(), std::pair(kAnna, std::u16string(u"D:\\Second\\anna")));
 }
 
 // What the administrator may not read arrives with just the security that it had, also where it had come from when the
 // move is refused.
 TEST_F(Profile, KeepsItsSecretsSecret) {
-  const std::u16string sid = test::kSidOfAnna, root = u"C:\\Users\\anna";
-  for (const auto* folder : {u"\\vault", u"\\vault\\inner", u"\\vault\\inner\\deep"}) MakeFolder(root + folder);
+  const std::u16string own = u"O:" + kSidOfAnna + u"D:P(A;OICI;FA;;;" + kSidOfAnna + u")";
+  for (const auto* folder : {u"\\vault", u"\\vault\\inner", u"\\vault\\inner\\deep"}) MakeFolder(kAnna + folder);
   for (const auto* file : {u"\\secret.txt", u"\\vault\\a.txt", u"\\vault\\inner\\deep\\b.txt"})
-    MakeFile(root + file, "secret");
-  test::SetSecurity(root + u"\\secret.txt", u"O:" + sid + u"D:P(A;;FA;;;" + sid + u")");
-  test::SetSecurity(root + u"\\vault\\inner\\deep\\b.txt", u"O:" + sid + u"D:P(A;;0x20080;;;BA)(A;;FA;;;" + sid + u")");
-  test::SetSecurity(root + u"\\vault", u"O:" + sid + u"D:P(A;OICI;FA;;;" + sid + u")");
+    MakeFile(kAnna + file, "secret");
+  SetSecurity(kAnna + u"\\secret.txt", own);
+  SetSecurity(kAnna + u"\\vault\\inner\\deep\\b.txt", own + u"(A;;0x20080;;;BA)");
+  SetSecurity(kAnna + u"\\vault", own);
   // A profile that lets nobody in but its user and the system. Once moved, everything in it inherits that.
-  test::SetSecurity(root, u"O:" + sid + u"D:P(A;OICI;FA;;;SY)(A;OICI;FA;;;" + sid + u")");
+  SetSecurity(kAnna, own + u"(A;OICI;FA;;;SY)");
   ASSERT_EQ(Move(u"anna", u"D:\\P").exitCode, 0);
   ASSERT_EQ(MoveHome(u"anna").exitCode, 0);
-  EXPECT_FALSE(Exists(u"D:\\P\\anna"));
   EXPECT_TRUE(win32::RemoveDirectoryW(u"D:\\P"));
-  const Items before = AllOf(root);
-  const std::u16string descriptor = Security(root);
-  ASSERT_NE(before.at(u"\\vault\\a.txt").find("(A;ID;FA;;;S-1-5-21"), std::string::npos)
-      << before.at(u"\\vault\\a.txt");
-
-  const auto held = machine->files().OpenForeign(4242, root + u"\\secret.txt", win32::GENERIC_READ, 0);
-  EXPECT_EQ(Move(u"anna", u"D:\\P").exitCode, 1);
-  machine->files().CloseForeign(held);
-  ExpectSame(AllOf(root), before, "(in use)");
-  EXPECT_FALSE(Exists(u"D:\\P"));
-
-  const std::vector<std::pair<std::u16string, std::u16string>> places = {
-      {u"D:\\P", u"D:\\P\\anna"}, {u"D:\\P", u"D:\\P\\anna"}, {test::kVolume, root}};
-  for (const auto& [location, folder] : places) {
-    const RunResult there = Move(u"anna", location);
-    ASSERT_EQ(there.exitCode, 0) << Utf8(there.log);
-    ExpectSame(AllOf(folder), before, "(there)");
-    const RunResult back = MoveHome(u"anna");
-    ASSERT_EQ(back.exitCode, 0) << Utf8(back.log);
-    ExpectSame(AllOf(root), before, "(back)");
+  const Items before = AllOf(kAnna);
+  ASSERT_NE(before.at(u"\\vault\\a.txt").find("(A;ID;FA;;;S-1-5-21"), std::string::npos);
+  {
+    const auto held = Hold(kAnna + u"\\secret.txt");
+    EXPECT_EQ(Move(u"anna", u"D:\\P").exitCode, 1);
   }
-  EXPECT_EQ(Security(root), descriptor);
+  ExpectSame(AllOf(kAnna), before, "(in use)");
+  EXPECT_FALSE(Exists(u"D:\\P"));
+  for (const auto& [location, folder] : {std::pair{std::u16string(u"D:\\P"), std::u16string(u"D:\\P\\anna")},
+                                         {u"D:\\P", u"D:\\P\\anna"},
+                                         {kVolume, kAnna}}) {
+    ASSERT_EQ(Move(u"anna", location).exitCode, 0);
+    ExpectSame(AllOf(folder), before, "(there)");
+    if (folder != kAnna) {  // the folder that was left is closed again, too
+      const auto held = Hold(folder + u"\\secret.txt");
+      EXPECT_EQ(MoveHome(u"anna").exitCode, 1);
+      ExpectSame(AllOf(kAnna), {{u"(itself)", before.at(u"(itself)")}});
+    }
+    ASSERT_EQ(MoveHome(u"anna").exitCode, 0);
+    ExpectSame(AllOf(kAnna), before, "(back)");
+  }
 }
 
-// Without NTFS permissions, and into a folder that somebody has made: the folder is the user's all the same.
+// Without NTFS permissions, and into a folder that somebody has made: the folder is the user's all the same, and what
+// stood in it inherits from it.
 TEST_F(Profile, OwnsTheFolderThatItGoesTo) {
-  const std::u16string descriptor = Security(u"C:\\Users\\anna");
+  const std::u16string descriptor = Security(kAnna), there = u"D:\\P\\anna\\there.txt";
   MakeFolder(u"D:\\P");
   MakeFolder(u"D:\\P\\anna");
-  MakeFile(u"D:\\P\\anna\\there.txt", "there");
-  const std::u16string foreign = Security(u"D:\\P\\anna");
-  const auto held = machine->files().OpenForeign(4242, u"C:\\Users\\anna\\NTUSER.DAT", win32::GENERIC_READ, 0);
-  EXPECT_EQ(Move(u"anna", u"D:\\P").exitCode, 1);
-  machine->files().CloseForeign(held);
-  EXPECT_EQ(Security(u"D:\\P\\anna"), foreign);
-
-  const RunResult run = Run({u"/RedirectUP", u"anna", u"/loc:D:\\P", u"/-NTFS"});
-  ASSERT_EQ(run.exitCode, 0) << Utf8(run.log);
-  EXPECT_TRUE(run.Said(u"\nThe target folder: \"D:\\P\\anna\" already exists.\n"));
+  MakeFile(there, "there");
+  const std::u16string lent = u"D:AI(A;ID;FA;;;SY)(A;ID;FR;;;IU)";  // from a folder that it was moved from
+  SetSecurity(kAnna + u"\\Documents\\letter.txt", u"O:BA" + lent);
+  const std::u16string foreign = Security(u"D:\\P\\anna"), ofThere = Security(there);
+  ASSERT_NE(ofThere.find(u";AU)"), ofThere.npos);
+  {
+    const auto held = Hold(kAnna + u"\\NTUSER.DAT");
+    EXPECT_EQ(Move(u"anna", u"D:\\P").exitCode, 1);
+    EXPECT_EQ(Security(u"D:\\P\\anna") + Security(there), foreign + ofThere);
+  }
+  EXPECT_EQ(Told(Run({u"/RedirectUP", u"anna", u"/loc:D:\\P", u"/-NTFS"})),
+            Moved(7, "C:\\Users\\anna", "D:\\P\\anna", kApps + StoodThere("D:\\P\\anna"),
+                  "#INFO: The folder D:\\P was there before and keeps its access rights. Its entry "
+                  "(A;OICIID;0x1301bf;;;AU) lets others rename or replace it, or what is in it.\n"));
   EXPECT_EQ(Security(u"D:\\P\\anna"), descriptor);
-  EXPECT_EQ(test::Contents(u"D:\\P\\anna\\there.txt"), "there");
-  EXPECT_NE(test::Dacl(u"D:\\P\\anna\\Documents\\letter.txt").find(test::kSidOfAnna), std::u16string::npos);
+  EXPECT_EQ(Contents(there), "there");
+  const std::u16string inherited = u"D:AI(A;ID;FA;;;SY)(A;ID;FA;;;BA)(A;ID;FA;;;" + kSidOfAnna + u")";
+  EXPECT_EQ(Dacl(there), inherited);
+  EXPECT_EQ(Dacl(u"D:\\P\\anna\\Documents\\letter.txt"), lent);
 }
 
 TEST_F(Profile, LeavesMediaSharingAsItWas) {
@@ -233,111 +305,72 @@ TEST_F(Profile, LeavesMediaSharingAsItWas) {
   EXPECT_EQ(state(), win32::SERVICE_RUNNING);
 }
 
-// A volume that the user has mounted himself, and a run that was cut off with the volume mounted beside the profile.
-TEST_F(Profile, OnAMountedVolumeGoesElsewhereOrOn) {
-  ASSERT_EQ(Move(u"anna", test::kVolume).exitCode, 0);
-  const Items before = AllOf(u"C:\\Users\\anna");
-  EXPECT_EQ(Run({u"/RedirectUP"}).said, u"User   Profile folder\n\nanna   C:\\Users\\anna\n");
-  const RunResult refused = Move(u"anna", u"D:\\P");
-  EXPECT_EQ(refused.exitCode, 1);
-  EXPECT_TRUE(
-      refused.Logged(u"#ERROR: The folder C:\\Users\\anna is already redirected. Browse to a different location."));
-  ExpectSame(AllOf(u"C:\\Users\\anna"), before);
-  ASSERT_EQ(MoveHome(u"anna").exitCode, 0);
-
-  ASSERT_TRUE(win32::CreateDirectoryW(u"C:\\Users\\anna.mount", nullptr));
-  ASSERT_TRUE(win32::SetVolumeMountPointW(u"C:\\Users\\anna.mount\\", test::kVolume.c_str()));
-  ASSERT_TRUE(win32::MoveFileExW(u"C:\\Users\\anna\\Documents\\letter.txt", u"C:\\Users\\anna.mount\\letter.txt",
-                                 win32::MOVEFILE_COPY_ALLOWED));
-  const RunResult on = Move(u"anna", test::kVolume);
-  ASSERT_EQ(on.exitCode, 0) << Utf8(on.log);
-  EXPECT_EQ(test::Contents(u"C:\\Users\\anna\\letter.txt"), "Dear Jan");
-  EXPECT_TRUE(Exists(u"C:\\Users\\anna\\NTUSER.DAT"));
-
-  // Cut off while the two folders changed places: the log tells where the profile is.
-  ASSERT_TRUE(win32::MoveFileW(u"C:\\Users\\anna", u"C:\\Users\\anna.mount"));
-  const RunResult cutOff = MoveHome(u"anna");
-  EXPECT_EQ(cutOff.exitCode, 1);
-  EXPECT_TRUE(cutOff.Logged(u"The profile is in C:\\Users\\anna.mount: rename this folder to the first one."));
-  ASSERT_TRUE(win32::MoveFileW(u"C:\\Users\\anna.mount", u"C:\\Users\\anna"));
-  EXPECT_EQ(MoveHome(u"anna").exitCode, 0);
-}
-
 TEST_F(Profile, WithAWallpaperOfItsOwnFollows) {
-  struct Case {
-    std::u16string before, after;
-  };
-  const std::vector<Case> cases = {{u"C:\\Users\\anna\\x.jpg", u"D:\\P\\anna\\x.jpg"},
-                                   {u"c:\\USERS\\Anna", u"D:\\P\\anna"},
-                                   {u"C:\\Users\\anna2\\x.jpg", u"C:\\Users\\anna2\\x.jpg"},
-                                   {u"C:\\Windows\\x.jpg", u"C:\\Windows\\x.jpg"}};
-  for (const Case& one : cases) {
-    Wallpaper(u"C:\\Users\\anna", one.before);
+  for (const auto& [before, after] : {std::pair{u"C:\\Users\\anna\\x.jpg", u"D:\\P\\anna\\x.jpg"},
+                                      {u"c:\\USERS\\Anna", u"D:\\P\\anna"},
+                                      {u"C:\\Users\\anna2\\x.jpg", u"C:\\Users\\anna2\\x.jpg"}}) {
+    Wallpaper(kAnna, before);
     ASSERT_EQ(Move(u"anna", u"D:\\P").exitCode, 0);
-    EXPECT_EQ(Wallpaper(u"D:\\P\\anna"), one.after);
+    EXPECT_EQ(Wallpaper(u"D:\\P\\anna"), after);
     ASSERT_EQ(MoveHome(u"anna").exitCode, 0);
   }
   // Loaded by somebody: in place. (A move would find NTUSER.DAT in use.)
   emulated::Registry& registry = machine->registry();
-  ASSERT_EQ(registry.LoadHive(u"HKU\\" + test::kSidOfAnna, u"C:\\Users\\anna\\NTUSER.DAT"), 0u);
-  const std::u16string desktop = u"HKU\\" + test::kSidOfAnna + u"\\Control Panel\\Desktop";
+  ASSERT_EQ(registry.LoadHive(u"HKU\\" + kSidOfAnna, kAnna + u"\\NTUSER.DAT"), 0u);
+  const std::u16string desktop = u"HKU\\" + kSidOfAnna + u"\\Control Panel\\Desktop";
   registry.SetText(desktop, u"WallPaper", u"C:\\Users\\anna\\y.jpg");
-  EXPECT_EQ(RewriteWallpaper({test::kSidOfAnna, u"C:\\Users\\anna", kHiveLoaded}, u"C:\\Users\\anna", u"D:\\Q"), 1);
+  EXPECT_EQ(RewriteWallpaper({kSidOfAnna, kAnna, kHiveLoaded}, kAnna, u"D:\\Q"), 1);
   EXPECT_EQ(registry.Query(desktop, u"WallPaper")->Text(), u"D:\\Q\\y.jpg");
   EXPECT_EQ(Move(u"anna", u"D:\\P").exitCode, 1);
-  ASSERT_EQ(registry.UnloadHive(u"HKU\\" + test::kSidOfAnna), 0u);
+  ASSERT_EQ(registry.UnloadHive(u"HKU\\" + kSidOfAnna), 0u);
 
   // A broken hive is no reason to keep the profile where it is, and a forgotten one is no obstacle.
   ASSERT_EQ(registry.LoadHive(u"HKU\\_ntuser", u"C:\\Users\\jan\\NTUSER.DAT"), 0u);
   win32::SetFileAttributesW(u"C:\\Users\\anna\\NTUSER.DAT", win32::FILE_ATTRIBUTE_NORMAL);
-  MakeFile(u"C:\\Users\\anna\\NTUSER.DAT", "no hive");
-  const RunResult run = Move(u"anna", u"D:\\P");
-  EXPECT_EQ(run.exitCode, 0);
-  EXPECT_TRUE(run.Logged(u"#INFO: Unable to load the user's registry file D:\\P\\anna\\ntuser.dat."));
-  EXPECT_EQ(test::Contents(u"D:\\P\\anna\\NTUSER.DAT"), "no hive");
+  MakeFile(kAnna + u"\\NTUSER.DAT", "no hive");
+  EXPECT_EQ(Told(Move(u"anna", u"D:\\P")),
+            Moved(7, "C:\\Users\\anna", "D:\\P\\anna", kApps,
+                  "#INFO: Unable to load the user's registry file D:\\P\\anna\\ntuser.dat.\n"));
+  EXPECT_EQ(Contents(u"D:\\P\\anna\\NTUSER.DAT"), "no hive");
   EXPECT_FALSE(HiveIsLoaded());
 }
 
 // What needs nothing of the configuration works without the product's service; what does says so.
 TEST_F(Profile, ComesHomeWithoutTheService) {
-  machine.reset();
-  machine = test::InstalledMachine({.product = false});
+  Restart({.product = false});
   ASSERT_EQ(Move(u"anna", u"D:\\P").exitCode, 0);
   EXPECT_EQ(Run({u"/RedirectUP"}).said, u"User   Profile folder\n\nanna   D:\\P\\anna\n");
   ASSERT_EQ(MoveHome(u"anna").exitCode, 0);
-  EXPECT_EQ(ImagePath(test::kSidOfAnna), u"C:\\Users\\anna");
-  const std::u16string reason =
-      u"\nThe service QuillbayService is not installed, or its folder cannot be told: there is neither a configuration "
-      u"nor a log.\n";
-  const std::pair<RunResult, std::u16string> needConfiguration[] = {
-      {Run({u"/AutoRedirectUP"}), {}},
-      {Run({u"/AutoRedirectUP", u"/loc:D:\\P"}),
-       u"Errors logged in .\nAutomatically redirect newly created user profiles is not successful."},
-      {Run({u"/AutoRedirectUP", u"/d"}),
-       u"Errors logged in .\nNewly created user profile location at C:\\Users can not be removed.  Check location and "
-       u"try again."},
-      {Run({u"/RedirectRegKeyLocation"}), {}},
-      {Run({u"/RedirectRegKey"}), u"\n\n\n"}};
-  for (const auto& [run, said] : needConfiguration) {
-    EXPECT_EQ(run.exitCode, 1);
-    EXPECT_EQ(run.said, said + reason);
-  }
+  EXPECT_EQ(ImagePath(), kAnna);
+  const std::string reason =
+      "\nThe service QuillbayService is not installed, or its folder cannot be told: there is neither a configuration "
+      "nor a log.\n\n--";
+  EXPECT_EQ(Told(Run({u"/AutoRedirectUP"})), "1\n" + reason);
+  EXPECT_EQ(Told(Run({u"/AutoRedirectUP", u"/loc:D:\\P"})),
+            "1\nErrors logged in .\nAutomatically redirect newly created user profiles is not successful." + reason);
+  EXPECT_EQ(
+      Told(Run({u"/AutoRedirectUP", u"/d"})),
+      "1\nErrors logged in .\nNewly created user profile location at C:\\Users can not be removed.  Check location "
+      "and try again." +
+          reason);
+  EXPECT_EQ(Told(Run({u"/RedirectRegKeyLocation"})), "1\n" + reason);
+  EXPECT_EQ(Told(Run({u"/RedirectRegKey"})), "1\n\n\n\n" + reason);
 }
 
 TEST_F(Profile, IsForAdministratorsWithAConfiguration) {
   const std::u16string config = u"C:\\Program Files\\Velmora\\Quillbay\\ServiceConfig.xml";
+  ASSERT_TRUE(win32::DeleteFileW(config.c_str()));
   MakeFolder(config);  // cannot be read, nor replaced
-  const RunResult unreadable = MoveHome(u"anna");
-  EXPECT_EQ(unreadable.exitCode, 1);
-  EXPECT_EQ(Messages(unreadable).back(), u"#ERROR: Failed to read config file.") << Utf8(unreadable.log);
-  EXPECT_EQ(Run({u"/RedirectUP"}).exitCode, 1);
+  for (const RunResult& run : {MoveHome(u"anna"), Run({u"/RedirectUP"})})
+    EXPECT_EQ(
+        Told(run),
+        "1\n\n--\nCQBConfig::Init: failed to load config file; Create default config failed\n#ERROR: Failed to read "
+        "config file.");
   ASSERT_TRUE(win32::RemoveDirectoryW(config.c_str()));
   for (emulated::TokenGroup& group : machine->process.token->groups)
     if (group.sid == emulated::SidFromText(u"S-1-5-32-544")) group.attributes = win32::SE_GROUP_USE_FOR_DENY_ONLY;
-  for (const RunResult& run : {Move(u"anna", u"D:\\P"), MoveHome(u"anna")}) {
-    EXPECT_EQ(run.exitCode, 1);
-    EXPECT_EQ(run.said, u"You need administrative privileges to run this command.");
-  }
+  for (const RunResult& run : {Move(u"anna", u"D:\\P"), MoveHome(u"anna")})
+    EXPECT_EQ(Told(run), "1\nYou need administrative privileges to run this command.\n--");
   EXPECT_FALSE(Exists(u"D:\\P"));
 }
 

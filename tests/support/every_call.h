@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <cstdlib>
+#include <map>
 #include <memory>
 #include <set>
 #include <string>
@@ -17,10 +18,13 @@
 
 namespace test {
 
-// Loading texts, and a memory block that nobody else would free.
+// Loading texts; what cannot fail, or only gives back what nobody else would free.
 inline bool IsBesideThePoint(const std::string& call) {
-  static const std::set<std::string> names{"FindResourceExW", "LoadResource", "LockResource", "SizeofResource",
-                                           "NetApiBufferFree"};
+  static const std::set<std::string> names{
+      "FindResourceExW",   "LoadResource",     "LockResource",       "SizeofResource",      "GetModuleHandleW",
+      "GetCurrentProcess", "GetCurrentThread", "GetCurrentThreadId", "GetCurrentProcessId", "GetLocalTime",
+      "GetProcessHeap",    "MapGenericMask",   "OutputDebugStringW", "FreeLibrary",         "FreeSid",
+      "NetApiBufferFree",  "HeapFree",         "LocalFree",          "VirtualFree",         "WTSFreeMemory"};
   return names.contains(call);
 }
 
@@ -33,33 +37,61 @@ inline std::size_t CallsInOneStep() {
 // So many of the runs, when there is one for every call.
 inline int OfTheRuns(int count) { return count / static_cast<int>(CallsInOneStep()); }
 
+// Boots a machine on copies of these disks.
+inline void StartAgain(std::unique_ptr<emulated::Machine>& machine, const Disks& disks) {
+  Disks copies;
+  for (const auto& [name, device] : disks) copies[name] = device->Clone();
+  machine.reset();
+  machine = BootFrom(std::move(copies));
+}
+
+// The names of the calls that the command makes, in their order. The machine is on the same disks afterwards.
+template <typename Command>
+std::vector<std::string> CallsOf(std::unique_ptr<emulated::Machine>& machine, const Disks& disks, Command command) {
+  // The first run in a process looks up entry points that the others know: their calls are counted in the second.
+  EXPECT_EQ(command().exitCode, 0);
+  StartAgain(machine, disks);
+  std::vector<std::string> calls;
+  machine->gate.Observe([&](const char* name, std::uint64_t) { calls.emplace_back(name); });
+  EXPECT_EQ(command().exitCode, 0);
+  machine->gate.Observe({});
+  StartAgain(machine, disks);
+  return calls;
+}
+
 // Runs the command as it is, then with each of its calls refused in turn; `examine` looks at the machine after each run
 // and gets the run and a text that tells which. Ends at the first failure of the test.
 template <typename Command, typename Examine>
 void WithEachCallRefused(std::unique_ptr<emulated::Machine>& machine, Command command, Examine examine) {
   const Disks disks = machine->Snapshot();
-  const auto startAgain = [&] {
-    Disks copies;
-    for (const auto& [name, device] : disks) copies[name] = device->Clone();
-    machine.reset();
-    machine = BootFrom(std::move(copies));
-  };
-  // The first run in a process looks up entry points that the others know: their calls are counted in the second.
-  EXPECT_EQ(command().exitCode, 0);
-  startAgain();
-  std::vector<std::string> calls;
-  machine->gate.Observe([&](const char* name, std::uint64_t) { calls.emplace_back(name); });
-  EXPECT_EQ(command().exitCode, 0);
-  machine->gate.Observe({});
+  const std::vector<std::string> calls = CallsOf(machine, disks, command);
   ASSERT_GT(calls.size(), 100u);
   for (std::size_t i = 0; i < calls.size() && !::testing::Test::HasFailure(); i += CallsInOneStep()) {
     if (IsBesideThePoint(calls[i])) continue;
-    startAgain();
+    StartAgain(machine, disks);
     machine->gate.FailCall(i + 1, win32::ERROR_ACCESS_DENIED);
     const RunResult run = command();
     machine->gate.ClearFailures();
     examine(run, calls[i] + ", call " + std::to_string(i + 1) + ": " + emulated::Utf8(run.log));
   }
+}
+
+// The same with every call of a function refused, from its first one on, then from its last one on: taking back fails,
+// too.
+template <typename Command, typename Examine>
+void WithEachFunctionRefused(std::unique_ptr<emulated::Machine>& machine, Command command, Examine examine) {
+  const Disks disks = machine->Snapshot();
+  std::map<std::string, std::uint64_t> counts;
+  for (const std::string& call : CallsOf(machine, disks, command)) ++counts[call];
+  for (const auto& [call, count] : counts)
+    for (const std::uint64_t first : std::set{std::uint64_t{1}, count}) {
+      if (IsBesideThePoint(call) || ::testing::Test::HasFailure()) continue;
+      StartAgain(machine, disks);
+      machine->gate.FailCallsFrom(call, first, win32::ERROR_ACCESS_DENIED);
+      const RunResult run = command();
+      machine->gate.ClearFailures();
+      examine(run, call + ", from call " + std::to_string(first) + " on: " + emulated::Utf8(run.log));
+    }
 }
 
 // Runs the command and boots the disks of every moment, each just before one of its calls; `examine` looks at the
