@@ -127,8 +127,10 @@ class ProfileStories : public ::testing::Test {
       rest.remove_prefix(line.size());
       const bool isItem = line.find(u" -> ") != line.npos;
       if (isItem) ++copied;
-      if (copied > 0 && (!isItem || rest.empty())) text += "[" + std::to_string(std::exchange(copied, 0)) + " items]\n";
-      if (!isItem) text += emulated::Utf8(line);
+      const std::u16string_view before = isItem ? line.substr(0, line.find(u":\\") - 1) : line;
+      text += emulated::Utf8(before);
+      if (copied > 0 && (!isItem || rest.empty() || rest.substr(0, rest.find(u'\n')).find(u" -> ") == rest.npos))
+        text += "[" + std::to_string(std::exchange(copied, 0)) + " items]\n";
     }
     text += "\n--";
     for (const std::u16string& line : LinesOf(run)) text += "\n" + emulated::Utf8(line);

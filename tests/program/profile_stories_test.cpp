@@ -270,7 +270,7 @@ TEST_F(Profile, OwnsTheFolderThatItGoesTo) {
   MakeFolder(u"D:\\P");
   MakeFolder(u"D:\\P\\anna");
   MakeFile(there, "there");
-  const std::u16string lent = u"D:AI(A;ID;FA;;;SY)(A;ID;FR;;;IU)";  // from a folder that it was moved from
+  const std::u16string lent = u"D:(A;ID;FA;;;SY)(A;ID;FR;;;IU)";  // from a folder that it was moved from
   SetSecurity(kAnna + u"\\Documents\\letter.txt", u"O:BA" + lent);
   const std::u16string foreign = Security(u"D:\\P\\anna"), ofThere = Security(there);
   ASSERT_NE(ofThere.find(u";AU)"), ofThere.npos);
