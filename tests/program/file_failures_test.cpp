@@ -1,6 +1,5 @@
 // The redirection of a file and its removal with every call failing once, and with the machine stopped dead at each.
 #include <cstdio>
-#include <map>
 #include <set>
 
 #include "program/file_redirection.h"
@@ -8,15 +7,183 @@
 
 namespace {
 
-using test::Contents, test::Exists, test::MakeFile, test::RunProgram;
+using test::Answer, test::Contents, test::Exists, test::Failed, test::Failure, test::MakeFile, test::RunProgram,
+    test::Succeeded;
 using test::kSource, test::kTarget, test::kText;
+
+const std::string kLinked =
+    "IsSymbolicLink()::The specified directory or file C:\\Data\\file.txt is symbolic link\n#INFO: The file "
+    "C:\\Data\\file.txt is in D:\\Target\\file.txt until it is back in its place.\n";
+const std::string kKept =
+    "#INFO: The file D:\\Target\\file.txt is kept as D:\\Target\\file.txt.kept1 until it can be replaced.\n";
+const std::string kGone = "#INFO: The file C:\\Data\\file.txt is now in D:\\Target\\file.txt.\n";
+const std::string kNotLinked =
+    "#ERROR: Unable to create junction for Source = C:\\Data\\file.txt and Target = D:\\Target\\file.txt.\n";
+const std::string kNotRecorded =
+    "#ERROR: Unable to add Junction Point to Registry for Source = C:\\Data\\file.txt and Target = "
+    "D:\\Target\\file.txt.\n";
+const std::string kBack = "#INFO: The file C:\\Data\\file.txt is back in its place.\n";
+const std::string kNotBack =
+    "#ERROR: Unable to copy back file from Source = C:\\Data\\file.txt and Target = D:\\Target\\file.txt. Error: ";
+const std::string kStays = "#ERROR: The file stays in D:\\Target\\file.txt.\n";
+const std::string kCopyFailed =
+    "#ERROR: Unable to copy file from Source = C:\\Data\\file.txt and Target = D:\\Target\\file.txt. Error: ";
+const std::string kNotRemoved = "#INFO: The file D:\\Target\\file.txt could not be removed. Access is denied.\n\n";
+const std::string kNotRelinked =
+    "#ERROR: Unable to re-create symlink for Source = C:\\Data\\file.txt and Target = D:\\Target\\file.txt.\n";
+const std::string kRecord =
+    "new: QUILLBAY\\FileJunctions\\1 Source = C:\\Data\\file.txt\nnew: QUILLBAY\\FileJunctions\\1 Target = "
+    "D:\\Target\\file.txt\n";
+const std::string kNoRecord =
+    "gone: QUILLBAY\\FileJunctions\\1 Source = C:\\Data\\file.txt\ngone: QUILLBAY\\FileJunctions\\1 Target = "
+    "D:\\Target\\file.txt\n";
+const std::string kIdle = "gone: service: 4, starts 2\nnew: service: 1, starts 3\n";
+
+// Somebody's file of its name is at the target.
+class FailuresOfAFile : public test::FileRedirection {
+ protected:
+  FailuresOfAFile() {
+    MakeFile(kTarget, "theirs");
+    test::SetSecurity(kTarget, u"O:SYD:P(A;;FA;;;BA)");
+  }
+};
+
+TEST_F(FailuresOfAFile, ARedirectionIsTakenBackOrItsLogTellsWhereTheFileIs) {
+  const auto expected = [](const Failure& row) {
+    const std::string log = row.log;
+    return row.done ? Succeeded("File Redirection", log) : Failed("File Redirection", log);
+  };
+  ExpectFailures(
+      {u"/RedirectFile", kSource, u"/loc:D:\\New\\Deep"}, expected,
+      {
+          {{{"SHCreateDirectoryExW", 1}}, "#ERROR: Target directory 'D:\\New\\Deep' doesn't exists. Error: 5\n", ""},
+          {{{"CopyFileW", 1, win32::ERROR_DISK_FULL}},
+           "#INFO: Target D:\\New\\Deep\\file.txt doesn't exists so checking free space using parent directory "
+           "D:\\New\\Deep\n#ERROR: Unable to copy file from Source = C:\\Data\\file.txt and Target = "
+           "D:\\New\\Deep\\file.txt. Error: 112\n",
+           ""},
+      });
+  ExpectFailures(
+      {u"/RedirectFile", kSource, u"/loc:D:\\Target"}, expected,
+      {
+          {{{"CreateFileW", 8}}, kCopyFailed + "5\n", ""},
+          {{{"CreateFileW", 9}},
+           "Checking source folder equals to target.\nSource: C:\\Data\\file.txt Target: D:\\Target\\file.txt #ERROR: "
+           "Cannot redirect when Source and Target folder are the same. Browse to a different location.\n",
+           ""},
+          {{{"MoveFileW", 1}}, kCopyFailed + "5\n", ""},
+          {{{"CopyFileW", 1, win32::ERROR_DISK_FULL}}, kKept + kCopyFailed + "112\n", ""},
+          {{{"SetFileAttributesW", 1}}, kKept + kCopyFailed + "5\n", ""},
+          {{{"FlushFileBuffers", 1}}, kKept + kCopyFailed + "5\n", ""},
+          {{{"SetFileTime", 1}},
+           kKept + "#ERROR: Unable to copy times, attributes and permissions from C:\\Data\\file.txt to "
+                   "D:\\Target\\file.txt. Access is denied.\n\n",
+           ""},
+
+          {{{"GetFileSecurityW", 3}}, kKept + kNotLinked, ""},
+          {{{"DeleteFileW", 1}}, kKept + kGone + kNotLinked + kBack, ""},
+          {{{"CreateSymbolicLinkW", 1}}, kKept + kGone + kNotLinked + kBack, ""},
+          {{{"RegCreateKeyExW", 1}}, kKept + kGone + kNotRecorded + kBack, ""},
+          {{{"RegSetValueExW", 2}}, kKept + kGone + kNotRecorded + kBack, ""},
+          // Not all can be taken back.
+          {{{"CreateSymbolicLinkW", 1}, {"CopyFileW", 2, win32::ERROR_DISK_FULL}},
+           kKept + kGone + kNotLinked + kNotBack + "112\n" + kStays,
+           "gone: C:\\Data\\file.txt\nchanged: D:\\Target\\file.txt\nnew: D:\\Target\\file.txt.kept1\n"},
+          {{{"CreateSymbolicLinkW", 1}, {"SetFileTime", 2}},
+           kKept + kGone + kNotLinked +
+               "#ERROR: Unable to copy times, attributes and permissions from D:\\Target\\file.txt to "
+               "C:\\Data\\file.txt. Access is denied.\n\n" +
+               kBack,
+           "changed: C:\\Data\\file.txt\n"},
+          {{{"CreateSymbolicLinkW", 1}, {"MoveFileW", 2}},
+           kKept + kGone + kNotLinked + kNotBack + "5\n" + kStays,
+           "gone: C:\\Data\\file.txt\nchanged: D:\\Target\\file.txt\nnew: D:\\Target\\file.txt.kept1\n"},
+          {{{"CreateSymbolicLinkW", 1}, {"MoveFileW", 3}},
+           kKept + kGone + kNotLinked + kBack +
+               "#ERROR: Unable to put the file D:\\Target\\file.txt back. It stays in D:\\Target\\file.txt.kept1. "
+               "Access is denied.\n\n",
+           "gone: D:\\Target\\file.txt\nnew: D:\\Target\\file.txt.kept1\n"},
+          {{{"RegCreateKeyExW", 1}, {"DeleteFileW", 2}},
+           kKept + kGone + kNotRecorded +
+               "#ERROR: Unable to delete Symbolic Link C:\\Data\\file.txt. Access is denied.\n\n" + kNotBack + "5\n" +
+               kStays,
+           "changed: C:\\Data\\file.txt\nchanged: D:\\Target\\file.txt\nnew: D:\\Target\\file.txt.kept1\n"},
+          {{{"RegCreateKeyExW", 1}, {"DeleteFileW", 3}},
+           kKept + kGone + kNotRecorded + kBack + kNotRemoved +
+               "#ERROR: Unable to put the file D:\\Target\\file.txt back. It stays in D:\\Target\\file.txt.kept1. "
+               "Cannot create a file when that file already exists.\n\n",
+           "changed: D:\\Target\\file.txt\nnew: D:\\Target\\file.txt.kept1\n"},
+          {{{"RegCreateKeyExW", 1}, {"FlushFileBuffers", 3}},
+           kKept + kGone + kNotRecorded + kNotRemoved + kBack +
+               "#ERROR: Unable to put the file D:\\Target\\file.txt back. It stays in D:\\Target\\file.txt.kept1. "
+               "Cannot create a file when that file already exists.\n\n",
+           "changed: D:\\Target\\file.txt\nnew: D:\\Target\\file.txt.kept1\n"},
+          // It is done all the same.
+          {{{"DeleteFileW", 2}},
+           kKept + kGone + "#INFO: The file D:\\Target\\file.txt.kept1 could not be removed. Access is denied.\n\n",
+           "changed: C:\\Data\\file.txt\nchanged: D:\\Target\\file.txt\nnew: D:\\Target\\file.txt.kept1\n" + kRecord,
+           true},
+      });
+}
+
+TEST_F(FailuresOfAFile, ARemovalIsTakenBackUnlessTheFileIsHome) {
+  Delete(kTarget);
+  ASSERT_EQ(Redirect().exitCode, 0);
+  const auto expected = [](const Failure& row) {
+    return Removal(row.done, row.log,
+                   row.changes.find("starts 3") == std::string::npos ? Service::HasWork : Service::IsIdle);
+  };
+  ExpectFailures(
+      {u"/RedirectFile", kSource, u"/loc:D:\\Target", u"/d"}, expected,
+      {
+          {{{"CreateFileW", 5}},
+           "IsSymbolicLink()::The specified directory or file C:\\Data\\file.txt is symbolic link\n" + kCopyFailed +
+               "5\n",
+           ""},
+          {{{"CopyFileW", 1, win32::ERROR_DISK_FULL}}, kLinked + kCopyFailed + "112\n", ""},
+          {{{"FlushFileBuffers", 1}}, kLinked + kCopyFailed + "5\n", ""},
+          {{{"SetFileTime", 1}},
+           kLinked + "#ERROR: Unable to copy times, attributes and permissions from D:\\Target\\file.txt to "
+                     "C:\\Data\\file.txt. Access is denied.\n\n",
+           ""},
+          {{{"GetFileSecurityW", 1}},
+           kLinked + "#ERROR: Unable to copy times, attributes and permissions from D:\\Target\\file.txt to "
+                     "C:\\Data\\file.txt. Access is denied.\n\n",
+           ""},
+          {{{"DeviceIoControl", 2}}, kLinked + kCopyFailed + "5\n", ""},
+          {{{"DeleteFileW", 1}}, kLinked + kCopyFailed + "5\n", ""},
+          {{{"MoveFileW", 1}}, kLinked + kCopyFailed + "5\n", ""},
+          {{{"MoveFileW", 1}, {"DeleteFileW", 2}},
+           kLinked + kCopyFailed +
+               "5\n#INFO: The file C:\\Data\\file.txt.copy1 could not be removed. Access is denied.\n\n",
+           "new: C:\\Data\\file.txt.copy1\n"},
+          {{{"MoveFileW", 1}, {"CreateFileW", 14}},
+           kLinked + kCopyFailed + "5\n" + kNotRelinked + "#INFO: The file is complete in D:\\Target\\file.txt.\n",
+           "gone: C:\\Data\\file.txt\n"},
+          {{{"RegDeleteKeyW", 1}},
+           kLinked + kBack +
+               "#ERROR: Unable to remove Symbolic Link from Registry for Source = C:\\Data\\file.txt and Target = "
+               "D:\\Target\\file.txt.\n" +
+               kNotRelinked + "#INFO: The file is complete in C:\\Data\\file.txt.\n",
+           "changed: C:\\Data\\file.txt\ngone: D:\\Target\\file.txt\n"},
+          {{{"RegQueryInfoKeyW", 5}},
+           kLinked + kBack + "#ERROR: Unable to update redirected file path in registry.\n" + kNotRelinked +
+               "#INFO: The file is complete in C:\\Data\\file.txt.\n",
+           "changed: C:\\Data\\file.txt\ngone: D:\\Target\\file.txt\n" + kNoRecord + kIdle},
+          {{{"FlushFileBuffers", 2}},
+           kLinked + kBack + kNotRemoved,
+           "changed: C:\\Data\\file.txt\n" + kNoRecord + kIdle,
+           true},
+          {{{"DeleteFileW", 2}},
+           kLinked + kBack + kNotRemoved,
+           "changed: C:\\Data\\file.txt\n" + kNoRecord + kIdle,
+           true},
+      });
+}
 
 // Whichever call fails and wherever the machine stops dead: the file is complete at one of its two places.
 class EveryCallOfAFile : public test::FileRedirection {
  protected:
-  static constexpr win32::DWORD kAttributes = win32::FILE_ATTRIBUTE_HIDDEN | win32::FILE_ATTRIBUTE_SYSTEM;
-  EveryCallOfAFile() { EXPECT_TRUE(win32::SetFileAttributesW(kSource.c_str(), kAttributes)); }
-
   using Words = std::initializer_list<std::u16string>;
 
   static bool IsComplete(const std::u16string& path) {
@@ -30,16 +197,15 @@ class EveryCallOfAFile : public test::FileRedirection {
     return false;
   }
   // What was at the target before, where it was or kept beside it.
-  static bool TheirsIsThere() {
-    for (const auto* path : {u"D:\\Target\\file.txt", u"D:\\Target\\file.txt.kept1"})
-      if (Contents(path) == "theirs") return true;
-    return false;
+  static bool TheirsIsThere() { return Contents(kTarget) == "theirs" || Contents(kTarget + u".kept1") == "theirs"; }
+  // All but its owner.
+  static std::string WithoutOwner(const std::u16string& path) {
+    return test::Describe(path) + emulated::Utf8(Entries(path));
   }
-  void Restart(const test::Disks& disks) {
-    test::Disks copies;
-    for (const auto& [name, device] : disks) copies[name] = device->Clone();
-    machine.reset();
-    machine = test::BootFrom(std::move(copies));
+  void ExpectNothingLost(const std::string& when) override {
+    const std::u16string& place = IsComplete(kSource) ? kSource : kTarget;
+    EXPECT_TRUE(WithoutOwner(place) == described) << when;
+    EXPECT_TRUE(!replaces || place == kTarget || TheirsIsThere()) << when;
   }
   static std::set<std::u16string> Files() {
     std::set<std::u16string> files;
@@ -54,7 +220,7 @@ class EveryCallOfAFile : public test::FileRedirection {
       if (behind.size() < before.size()) behind.push_back(machine->Snapshot());
       if (std::string_view(name) == "CopyFileW") before.push_back(machine->Snapshot());
     });
-    EXPECT_EQ(RunProgram(*machine, words).exitCode, 0);
+    EXPECT_EQ(Run(words).exitCode, 0);
     machine->gate.Observe({});
     const test::Disks done = machine->Snapshot();
     ASSERT_FALSE(before.empty());
@@ -65,117 +231,65 @@ class EveryCallOfAFile : public test::FileRedirection {
       for (const std::u16string& file : Files())
         if (!known.contains(file)) MakeFile(file, std::string(kText.size(), '\0'));
       ASSERT_TRUE(EnablePrivileges());
-      RunProgram(*machine, next);
-      RunProgram(*machine, last);
+      Run(next);
+      Run(last);
       EXPECT_TRUE(IsCompleteSomewhere()) << i;
       EXPECT_TRUE(Contents(kSource) == kText) << i;
     }
     Restart(done);
   }
-  std::vector<std::string> CallsOf(Words words) {
-    std::vector<std::string> calls;
-    machine->gate.Observe([&](const char* name, std::uint64_t) { calls.emplace_back(name); });
-    EXPECT_EQ(RunProgram(*machine, words).exitCode, 0);
-    machine->gate.Observe({});
-    return calls;
-  }
-  // Whether the disks agree with what the run said.
-  void ExpectTruth(const test::RunResult& run, bool redirected, bool replacing, const std::string& when) {
-    const bool atSource = IsComplete(kSource), atTarget = IsComplete(kTarget);
-    ASSERT_TRUE(atSource || atTarget) << when;
-    ++outcomes[std::string(run.exitCode == 0 ? "success" : "failure") + (IsLink(kSource) ? ", link" : "") +
-               (atSource ? ", at its old place" : "") + (atTarget ? ", at its new place" : "")];
-    if (run.exitCode != 0) {
-      const bool undone = !run.Logged(u" is now in ") || atTarget || run.Logged(u" is back in its place.");
-      EXPECT_TRUE(undone) << "the log's last word is that it went: " << when;
-      EXPECT_TRUE(!replacing || TheirsIsThere()) << when;
-      const bool asBefore = !redirected && IsLink(kSource);
-      EXPECT_TRUE(atSource || asBefore || run.log.empty() || TellsWhere(run)) << when;
-      return;
-    }
-    EXPECT_EQ(IsLink(kSource), redirected) << when;
-    EXPECT_EQ(atTarget, redirected || Exists(kTarget)) << when;
-    EXPECT_EQ(test::Attributes(redirected ? kTarget : kSource), kAttributes) << when;
-    auto expected = otherRecords;
-    if (redirected) expected.emplace(kSource, kTarget);
-    EXPECT_EQ(Records(), expected) << when;
-  }
-  static bool TellsWhere(const test::RunResult& run) {
-    for (const auto* words : {u" is now in ", u"The file stays in ", u"The file is complete in "})
-      if (run.Logged(words + kTarget + u".")) return true;
-    return run.Logged(u" is in " + kTarget + u" until it is back in its place.");
-  }
-  void FailEach(Words words, bool redirected, bool replacing) {
-    const test::Disks disks = machine->Snapshot();
-    CallsOf(words);  // the first run in a process looks up entry points that the others know
-    Restart(disks);
-    const std::vector<std::string> calls = CallsOf(words);
-    ASSERT_GT(calls.size(), 100u);
-    for (std::size_t i = 0; i < calls.size() && !HasFailure(); i += test::CallsInOneStep()) {
-      static const std::set<std::string> kTexts{"FindResourceExW", "LoadResource", "LockResource", "SizeofResource"};
-      if (kTexts.contains(calls[i])) continue;
-      Restart(disks);
-      machine->gate.FailCall(i + 1, win32::ERROR_ACCESS_DENIED);
-      const test::RunResult run = RunProgram(*machine, words);
-      machine->gate.ClearFailures();
-      ASSERT_TRUE(EnablePrivileges());
-      const std::string when = calls[i] + ", call " + std::to_string(i + 1) + ": " + emulated::Utf8(run.log);
-      ASSERT_TRUE(run.exitCode == 0 || run.exitCode == 1) << when;
-      ExpectTruth(run, redirected, replacing, when);
-      // It runs, or has no work left, or the log (where there is one) tells that it could not be started.
-      const bool hasWork = redirected || RecordCount() != 0;
-      const bool told = run.log.empty() || run.Logged(u"#ERROR: Failed to start Quillbay Service.");
-      EXPECT_TRUE(ServiceRuns() || !hasWork || told) << when;
-    }
-    for (const auto& [outcome, count] : outcomes) std::printf("  %4zu %s\n", count, outcome.c_str());
-  }
-  void StopAtEach(Words words, bool replacing) {
+  void StopAtEach(Words words) {
     test::AtEveryMoment(
         *machine, [&](auto& on) { return RunProgram(on, words); },
         [&](emulated::Machine& after, const std::string& moment) {
           for (const auto* const privilege : {u"SeBackupPrivilege", u"SeRestorePrivilege"})
             after.process.token->EnablePrivilege(privilege, true);
           EXPECT_TRUE(IsComplete(kSource) || IsComplete(kTarget)) << moment;
-          EXPECT_TRUE(!replacing || TheirsIsThere() || IsComplete(kTarget)) << moment;
+          EXPECT_TRUE(!replaces || TheirsIsThere() || IsComplete(kTarget)) << moment;
         });
   }
 
-  std::multimap<std::u16string, std::u16string> otherRecords;
-  std::map<std::string, std::size_t> outcomes;
+  const std::string described = WithoutOwner(kSource);
+  bool replaces = false;
 };
 
+const std::string kStopped = "gone: service: 4, starts 2\nnew: service: 1, starts 2\n";
+
 TEST_F(EveryCallOfAFile, OfARedirectionMayFail) {
-  FailEach({u"/RedirectFile", kSource, u"/loc:D:\\Target"}, true, false);
-}
-
-TEST_F(EveryCallOfAFile, OfARedirectionThatReplacesMayFail) {
   MakeFile(kTarget, "theirs");
-  FailEach({u"/RedirectFile", kSource, u"/loc:D:\\Target"}, true, true);
+  replaces = true;
+  RefuseEachCall(
+      {u"/RedirectFile", kSource, u"/loc:D:\\Target"},
+      {{"changed: D:\\Target\\file.txt\n", u"was successful."},  // without the privilege to give it its owner
+       {"gone: C:\\Data\\file.txt\nchanged: D:\\Target\\file.txt\nnew: D:\\Target\\file.txt.kept1\n",
+        u"#ERROR: The file stays in D:\\Target\\file.txt."},
+       {"new: D:\\Target\\file.txt.kept1\n", u"#INFO: The file D:\\Target\\file.txt.kept1 could not be removed."},
+       {kStopped, u"#ERROR: Failed to start Quillbay Service."}});
 }
 
-// A run before recorded the pair, and the file has come home by another way since.
-TEST_F(EveryCallOfAFile, OfARedirectionThatIsRecordedAlreadyMayFail) {
-  ASSERT_EQ(Redirect().exitCode, 0);
-  ASSERT_TRUE(win32::DeleteFileW(kSource.c_str()));
-  ASSERT_TRUE(win32::MoveFileExW(kTarget.c_str(), kSource.c_str(), win32::MOVEFILE_COPY_ALLOWED));
-  ASSERT_TRUE(win32::SetFileAttributesW(kSource.c_str(), kAttributes));
-  FailEach({u"/RedirectFile", kSource, u"/loc:D:\\Target"}, true, false);
-}
-
-// Another file stays redirected, so the service keeps its work.
 TEST_F(EveryCallOfAFile, OfARemovalMayFail) {
-  MakeFile(u"C:\\Data\\other.txt", "other");
-  ASSERT_EQ(Redirect(u"C:\\Data\\other.txt").exitCode, 0);
-  otherRecords = Records();
   ASSERT_EQ(Redirect().exitCode, 0);
-  FailEach({u"/RedirectFile", kSource, u"/loc:D:\\Target", u"/d"}, false, false);
+  const std::u16string notRelinked = u"#ERROR: Unable to re-create symlink for Source = C:\\Data\\file.txt";
+  const std::string atHome = "changed: C:\\Data\\file.txt\ngone: D:\\Target\\file.txt\n";
+  RefuseEachCall(
+      {u"/RedirectFile", kSource, u"/loc:D:\\Target", u"/d"},
+      {{"changed: C:\\Data\\file.txt\n", u"was successful."},
+       {"gone: C:\\Data\\file.txt\n", u"#INFO: The file is complete in D:\\Target\\file.txt."},
+       {"new: C:\\Data\\file.txt.copy1\n", u"#INFO: The file C:\\Data\\file.txt.copy1 could not be removed."},
+       {"new: D:\\Target\\file.txt\n", u"#INFO: The file D:\\Target\\file.txt could not be removed."},
+       {atHome, notRelinked},
+       {atHome + kNoRecord + kIdle, notRelinked},
+       {"gone: service: 1, starts 3\nnew: service: 4, starts 2\n", u"Enabled: 1"},
+       {"gone: service: 1, starts 3\nnew: service: 1, starts 2\n", u" failed (5)"},
+       {"gone: service: 1, starts 3\nnew: service: 4, starts 3\n", u"Service disabled successfully."}});
 }
 
 TEST_F(EveryCallOfAFile, MayBeTheLastBeforeThePowerFails) {
-  ASSERT_TRUE(win32::SetFileAttributesW(kSource.c_str(), win32::FILE_ATTRIBUTE_READONLY));
   MakeFile(kTarget, "theirs");
-  StopAtEach({u"/RedirectFile", kSource, u"/loc:D:\\Target"}, true);
-  StopAtEach({u"/RedirectFile", kSource, u"/loc:D:\\Target", u"/d"}, false);
+  replaces = true;
+  StopAtEach({u"/RedirectFile", kSource, u"/loc:D:\\Target"});
+  replaces = false;
+  StopAtEach({u"/RedirectFile", kSource, u"/loc:D:\\Target", u"/d"});
 }
 
 TEST_F(EveryCallOfAFile, MayBeCutOffInTheMiddleOfACopy) {
@@ -194,16 +308,18 @@ TEST_F(EveryCallOfAFile, MayBeCutOffInTheMiddleOfACopy) {
 
 // Somebody may have put a file in the place of the link, an unfinished copy from a backup, say.
 TEST_F(EveryCallOfAFile, LosesNoWholeCopyToAnUnfinishedFileInThePlaceOfTheLink) {
-  ASSERT_TRUE(win32::SetFileAttributesW(kSource.c_str(), win32::FILE_ATTRIBUTE_NORMAL));
   ASSERT_EQ(Redirect().exitCode, 0);
-  ASSERT_TRUE(win32::DeleteFileW(kSource.c_str()));
+  Delete(kSource);
   const std::string unfinished(kText.size(), '\0');
   MakeFile(kSource, unfinished);
-  ExpectRemovalFailure(Remove(), u"#ERROR: Symbolic Link doesn't exists for Source = " + kSource + u".");
-  EXPECT_TRUE(IsComplete(kTarget));
-  const auto run = Redirect();
-  EXPECT_EQ(run.exitCode, 0);
-  EXPECT_TRUE(run.Logged(u"#INFO: The file that was " + kTarget + u" before stays in " + kTarget + u".kept1."));
+  EXPECT_EQ(Answer(Remove()), Removal(false, "#ERROR: Symbolic Link doesn't exists for Source = C:\\Data\\file.txt.\n",
+                                      Service::HasWork));
+  ASSERT_TRUE(win32::SetFileAttributesW(kTarget.c_str(), win32::FILE_ATTRIBUTE_NORMAL));  // or it is not replaced
+  EXPECT_EQ(
+      Answer(Redirect()),
+      Succeeded("File Redirection", kKept + kGone +
+                                        "ERROR: Source and Target Path already exists in Registry.\n#INFO: The file "
+                                        "that was D:\\Target\\file.txt before stays in D:\\Target\\file.txt.kept1.\n"));
   EXPECT_TRUE(IsComplete(kTarget + u".kept1"));
   EXPECT_EQ(Remove().exitCode, 0);
   EXPECT_EQ(Contents(kSource), unfinished);

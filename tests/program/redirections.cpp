@@ -1,0 +1,168 @@
+#include "program/redirections.h"
+
+#include <algorithm>
+#include <set>
+#include <vector>
+
+#include "probes/privileges.h"
+#include "probes/services.h"
+#include "support/every_call.h"
+#include "support/shares.h"
+#include "win32/emulated/registry/registry.h"
+#include "win32/emulated/registry/services.h"
+
+namespace test {
+
+namespace {
+
+using emulated::Utf8;
+
+void Replace(std::string& text, std::string_view old, std::string_view by) {
+  for (std::size_t at = 0; (at = text.find(old, at)) != std::string::npos; at += by.size())
+    text.replace(at, old.size(), by);
+}
+
+std::string Outcome(bool good, const std::string& what, const std::string& said, const std::string& log) {
+  const bool removal = what.ends_with("Removal");
+  const std::string text = what + (good ? " was successful." : removal ? " was not successful." : " was unsuccessful.");
+  const std::string logged = good ? "" : "Errors logged in C:\\Program Files\\Velmora\\Quillbay\\QBC.log.\n";
+  return (good ? "exit 0\n" : "exit 1\n") + said + logged + text + "\n" + log + text;
+}
+
+void AddKey(emulated::Registry& registry, const std::u16string& path, std::map<std::string, std::string>& state) {
+  for (const auto& value : registry.Values(path)) state[Utf8(path + u" " + value.name + u" = " + value.Text())];
+  for (const std::u16string& key : registry.SubKeys(path)) AddKey(registry, path + u"\\" + key, state);
+}
+
+// Everything below a folder; links are not entered, nor what is Windows' own.
+void AddBelow(const std::u16string& folder, bool withTimes, std::map<std::string, std::string>& state) {
+  static const std::set<std::u16string> kWindows{
+      u".", u"..", u"System Volume Information", u"Windows", u"Users", u"ProgramData", u"QBC.log"};
+  win32::WIN32_FIND_DATAW found{};
+  const win32::UniqueFind find{win32::FindFirstFileW((folder + u"\\*").c_str(), &found)};
+  if (!find) return;
+  do {
+    const std::u16string path = folder + u"\\" + found.cFileName;
+    if (kWindows.contains(found.cFileName)) continue;
+    const bool isLink = (found.dwFileAttributes & win32::FILE_ATTRIBUTE_REPARSE_POINT) != 0;
+    const bool isFolder = (found.dwFileAttributes & win32::FILE_ATTRIBUTE_DIRECTORY) != 0;
+    const bool noTimes = (!withTimes && (isFolder || isLink)) || path.starts_with(u"C:\\Program Files");
+    state[Utf8(path)] = (noTimes ? std::to_string(found.dwFileAttributes) + " " + Streams(path) : Describe(path)) +
+                        " " + Utf8(Security(path));
+    if (isFolder && !isLink) AddBelow(path, withTimes, state);
+  } while (win32::FindNextFileW(find.get(), &found));
+}
+
+}  // namespace
+
+std::string Answer(const RunResult& run) {
+  std::string log;
+  for (std::u16string_view rest = run.log; !rest.empty();) {
+    const std::size_t end = std::min(rest.find(u'\n', 1), rest.size());
+    std::string line = Utf8(rest.substr(1, end - 1));
+    rest.remove_prefix(end);
+    if (const std::size_t time = line.find("] "); line.starts_with("[") && time != std::string::npos)
+      line.erase(0, time + 2);
+    if (line != "----------------------------------") log += "\n" + line;
+  }
+  std::string text = "exit " + std::to_string(run.exitCode) + "\n" + Utf8(run.said) + log;
+  Replace(text, Utf8(kVolume), "VOLUME");
+  return text;
+}
+
+std::string Succeeded(const std::string& what, const std::string& log, const std::string& said) {
+  return Outcome(true, what, said, log);
+}
+std::string Failed(const std::string& what, const std::string& log, const std::string& said) {
+  return Outcome(false, what, said, log);
+}
+
+void Redirections::Restart(const Disks& disks) {
+  Disks copies;
+  for (const auto& [name, device] : disks) copies[name] = device->Clone();
+  machine.reset();
+  machine = BootFrom(std::move(copies));
+}
+
+void Redirections::RefuseEachCall(std::initializer_list<std::u16string> words, const Told& told) {
+  const Disks disks = machine->Snapshot();
+  const State before = Now();
+  ASSERT_EQ(Run(words).exitCode, 0);
+  const State done = Now();
+  Restart(disks);
+  const auto examine = [&](const RunResult& run, const std::string& when) {
+    ASSERT_TRUE(run.exitCode == 0 || run.exitCode == 1) << when;
+    const std::string different = Differences(run.exitCode == 0 ? done : before, Now());
+    if (different.empty()) return;
+    const auto tells = [&](const auto& one) { return one.first == different && run.Logged(one.second); };
+    EXPECT_TRUE(std::ranges::any_of(told, tells)) << "exit " << run.exitCode << ", " << different << when;
+    ExpectNothingLost(when);
+  };
+  WithEachCallRefused(
+      machine, [&] { return Run(words); }, examine);
+}
+
+void Redirections::Redirect(const std::u16string& folder, const std::u16string& location) {
+  const RunResult run = Run({u"/RedirectFolder", folder, u"/loc:" + location});
+  ASSERT_EQ(run.exitCode, 0) << Utf8(folder) << ": " << Utf8(run.log);
+  ASSERT_TRUE(IsLink(folder)) << Utf8(folder);
+}
+void Redirections::Remove(const std::u16string& folder, const std::u16string& location) {
+  const RunResult run = Run({u"/RedirectFolder", folder, u"/loc:" + location, u"/d"});
+  ASSERT_EQ(run.exitCode, 0) << Utf8(folder) << ": " << Utf8(run.log);
+  ASSERT_FALSE(IsLink(folder)) << Utf8(folder);
+}
+
+Records Redirections::AllRecords(const std::u16string& list) const {
+  const auto text = [&](const std::u16string& number, const char16_t* name) {
+    const auto value = machine->registry().Query(kQuillbay + u"\\" + list + u"\\" + number, name);
+    return value ? value->Text() : u"(none)";
+  };
+  Records records;
+  for (const std::u16string& number : machine->registry().SubKeys(kQuillbay + u"\\" + list))
+    records[number] = {text(number, u"Source"), text(number, u"Target")};
+  return records;
+}
+
+std::u16string Redirections::MountPaths() {
+  char16_t buffer[300];
+  win32::DWORD length = 0;
+  if (!win32::GetVolumePathNamesForVolumeNameW(kVolume.c_str(), buffer, 300, &length)) return u"(error)";
+  std::u16string paths(buffer, length - 1);
+  std::ranges::replace(paths, u'\0', u'|');
+  return paths;
+}
+
+std::u16string Redirections::Access(const std::u16string& path) {
+  const std::u16string text = Security(path);
+  return text.substr(0, text.find(u"G:")) + Entries(path);
+}
+
+Redirections::State Redirections::Now() const {
+  EXPECT_TRUE(EnablePrivileges());  // what nobody but SYSTEM may read is looked at, too
+  State state;
+  const std::u16string volume = kVolume.substr(0, kVolume.size() - 1);
+  for (const std::u16string& root : {std::u16string(u"C:"), std::u16string(u"D:"), std::u16string(u"E:"), volume})
+    AddBelow(root, timesOfFolders, state);
+  state["root of the volume"] = Utf8(Access(kVolume));
+  AddKey(machine->registry(), kQuillbay, state);
+  for (const auto& [name, path] : Shares()) state["share " + Utf8(name) + " = " + Utf8(path)];
+  state["mounts = " + Utf8(MountPaths())];
+  state["service: " + std::to_string(machine->services().State(kQuillbayService)) + ", starts " +
+        std::to_string(machine->services().Configuration(kQuillbayService)->start)];
+  return state;
+}
+
+std::string Redirections::Differences(const State& before, const State& after) {
+  std::string text;
+  for (const auto& [name, value] : before)
+    if (const auto found = after.find(name); found == after.end() || found->second != value)
+      text += (found == after.end() ? "gone: " : "changed: ") + name + "\n";
+  for (const auto& [name, value] : after)
+    if (!before.contains(name)) text += "new: " + name + "\n";
+  Replace(text, Utf8(kVolume), "VOLUME\\");
+  Replace(text, Utf8(kQuillbay), "QUILLBAY");
+  return text;
+}
+
+}  // namespace test

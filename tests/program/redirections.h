@@ -1,0 +1,109 @@
+// What the tests of redirections share: a workstation with C:, D:, E: and a volume without a letter; what a command
+// answers, and all that it may have changed.
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <initializer_list>
+#include <map>
+#include <memory>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "support/program.h"
+#include "support/tree.h"
+#include "win32/emulated/machine.h"
+#include "win32/emulated/text.h"
+#include "win32/win32.h"
+
+namespace test {
+
+inline const std::u16string kQuillbay = u"HKLM\\SOFTWARE\\Wow6432Node\\Velmora\\Quillbay";
+inline const std::u16string kVolume = u"\\\\?\\Volume{12345678-0000-4000-8000-000000000000}\\";
+
+// Source and target of the records, by their numbers.
+using Records = std::map<std::u16string, std::pair<std::u16string, std::u16string>>;
+
+// All that a run answers: exit code, console, log without times. The volume is called VOLUME.
+std::string Answer(const RunResult& run);
+// The same as it must be, of "File Redirection" and its like: `log` is what comes before the outcome, `said` what the
+// console says before it.
+std::string Succeeded(const std::string& what, const std::string& log = {}, const std::string& said = {});
+std::string Failed(const std::string& what, const std::string& log, const std::string& said = {});
+
+// A command some of whose calls fail (access denied, if nothing else is said): what it answers, and what it then
+// changed.
+struct Failure {
+  struct Call {
+    const char* name;
+    std::uint64_t number;
+    win32::DWORD error = win32::ERROR_ACCESS_DENIED;
+  };
+  std::vector<Call> calls;
+  std::string log, changes;
+  bool done = false;      // it succeeds all the same
+  std::string said = {};  // on the console, before the outcome
+};
+
+class Redirections : public ::testing::Test {
+ protected:
+  // What is on the disks outside Windows, items with all that they have and their security; the product's registry,
+  // shares, where the volume is mounted, the service.
+  using State = std::map<std::string, std::string>;
+
+  RunResult Run(std::initializer_list<std::u16string> words) { return RunProgram(*machine, words); }
+  // The same disks in another machine.
+  void Restart(const Disks& disks);
+  // Each row on the disks as they are now. `expected` is Succeeded or Failed, or the like.
+  template <typename Expected>
+  void ExpectFailures(std::initializer_list<std::u16string> words, Expected expected,
+                      const std::vector<Failure>& rows) {
+    const Disks disks = machine->Snapshot();
+    const State before = Now();
+    for (const Failure& row : rows) {
+      Restart(disks);
+      for (const auto& [name, number, error] : row.calls) machine->gate.FailCall(name, number, error);
+      const RunResult run = Run(words);
+      machine->gate.ClearFailures();
+      const std::string when = std::string(row.calls.front().name) + " and " + row.calls.back().name;
+      EXPECT_EQ(Answer(run), expected(row)) << when;
+      EXPECT_EQ(ChangesSince(before), row.changes) << when;
+    }
+    Restart(disks);
+  }
+  // With each of its calls refused in turn, it is done as ever, or all is as before; or what is different is one of
+  // `told`, with the words that the log must have for it. Nothing is lost in any case.
+  using Told = std::vector<std::pair<std::string, std::u16string>>;
+  void RefuseEachCall(std::initializer_list<std::u16string> words, const Told& told);
+  virtual void ExpectNothingLost(const std::string& /*when*/) {}
+
+  std::string AnswerTo(std::initializer_list<std::u16string> words) { return Answer(Run(words)); }
+
+  void Redirect(const std::u16string& folder, const std::u16string& location);
+  void Remove(const std::u16string& folder, const std::u16string& location);
+
+  Records AllRecords(const std::u16string& list = u"Junctions") const;
+  static bool IsLink(const std::u16string& path) {
+    return Exists(path) && (Attributes(path) & win32::FILE_ATTRIBUTE_REPARSE_POINT) != 0;
+  }
+  // Where the volume is mounted, each path followed by "|".
+  static std::u16string MountPaths();
+  // Owner and entries of an item, without the control bits, which tell whether Windows has worked out inheritance.
+  static std::u16string Access(const std::u16string& path);
+  static std::u16string Entries(const std::u16string& path) {
+    const std::u16string dacl = Dacl(path);
+    return dacl.substr(std::min(dacl.find(u'('), dacl.size()));
+  }
+
+  State Now() const;
+  // What differs, a line for each name; empty when nothing does.
+  static std::string Differences(const State& before, const State& after);
+  std::string ChangesSince(const State& before) const { return Differences(before, Now()); }
+
+  bool timesOfFolders = true;  // and of links: part of the state
+  std::unique_ptr<emulated::Machine> machine = test::InstalledMachine({.extraDrives = 1, .volumes = 1});
+};
+
+}  // namespace test
