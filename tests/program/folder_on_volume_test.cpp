@@ -1,25 +1,69 @@
 // A folder redirected onto a volume, and back, as an administrator sees it.
-#include "program/folder_on_volume.h"
-#include "support/shares.h"
-
-#include <set>
-
 #include "links/junction.h"
 #include "links/mounted_folder.h"
 #include "probes/privileges.h"
+#include "program/redirections.h"
+#include "support/shares.h"
+#include "win32/emulated/registry/registry.h"
 
 namespace {
 
-using namespace std::string_literals;
 using emulated::Utf8;
-using test::Contents, test::Exists, test::MakeFile, test::MakeFolder, test::RunProgram;
+using test::Answer, test::Contents, test::Exists, test::Failed, test::Failure, test::kVolume, test::MakeFile,
+    test::MakeFolder, test::Succeeded;
+
+const std::string kFolder = "Folder Redirection", kRemoval = "Folder Redirection Removal";
+const std::string kStands = "\nThe target folder: \"C:\\Data.mount\" already exists.\n";
+const std::string kMoved =
+    "C:\\Data\\inner -> C:\\Data.mount\\inner\nC:\\Data\\inner\\two.bin -> C:\\Data.mount\\inner\\two.bin\n"
+    "C:\\Data\\one.txt -> C:\\Data.mount\\one.txt\n";
+const std::string kUndone =
+    "C:\\Data.mount\\inner -> C:\\Data\\inner\nC:\\Data.mount\\inner\\two.bin -> C:\\Data\\inner\\two.bin\n"
+    "C:\\Data.mount\\one.txt -> C:\\Data\\one.txt\n";
+const std::string kNotMoved =
+    "#ERROR: Unable to move files and folders from Source = C:\\Data to Target = C:\\Data.mount.\n";
+// What is there while the folder is on the volume.
+const std::string kAway =
+    "changed: C:\\Data\ngone: C:\\Data\\inner\ngone: C:\\Data\\inner\\two.bin\ngone: C:\\Data\\one.txt\n"
+    "gone: mounts = \nchanged: root of the volume\n";
+const std::string kRecord =
+    "new: QUILLBAY\\Junctions\\1 Source = C:\\Data\nnew: QUILLBAY\\Junctions\\1 Target = VOLUME\\\n";
+const std::string kThere =
+    "new: QUILLBAY\\VolumeRoots VOLUME\\ = O:BAG:SYD:AI(A;OICI;FA;;;BA)(A;OICI;FA;;;SY)(A;OICI;0x1301bf;;;AU)"
+    "(A;OICI;0x1200a9;;;BU)\nnew: VOLUME\\inner\nnew: VOLUME\\inner\\two.bin\nnew: VOLUME\\one.txt\n"
+    "new: mounts = C:\\Data\\|\n";
+const std::string kBack =
+    "#INFO: The selected target folder C:\\Data.mount does not exist. Ignoring PathIsDirectory validation.\n"
+    "#ERROR: Unable to get File Attributes for path = C:\\Data.mountThe system cannot find the file specified.\n\n"
+    "#INFO: Target C:\\Data.mount doesn't exists so checking free space using parent directory C:\n";
+
+class FolderOnVolume : public test::OneFolder {
+ protected:
+  // Onto the volume, with one more word.
+  test::RunResult Onto(const std::u16string& folder, const std::u16string& word = u"/NTFS") {
+    return Run({u"/RedirectFolder", folder, u"/vol:" + kVolume, word});
+  }
+  test::RunResult Redirect() { return Run({u"/RedirectFolder", u"C:\\Data", u"/vol:" + kVolume}); }
+  test::RunResult Remove() { return Onto(u"C:\\Data", u"/d"); }
+  // There or not, with every file and nothing left over.
+  void ExpectNothingLost(const std::string& when) override {
+    ASSERT_TRUE(EnablePrivileges());
+    const auto somewhere = [&](const std::u16string& name, const std::string& contents) {
+      EXPECT_TRUE(Contents(u"C:\\Data\\" + name) == contents || Contents(u"C:\\Data.mount\\" + name) == contents ||
+                  Contents(kVolume + name) == contents)
+          << when;
+    };
+    somewhere(u"one.txt", "first");
+    somewhere(u"one.txt:note", "a named stream");
+    somewhere(u"inner\\two.bin", std::string(70000, 'x'));
+  }
+};
 
 TEST_F(FolderOnVolume, GoesThereAndBackWithEverything) {
   MakeFolder(u"C:\\Data\\closed");
   test::SetSecurity(u"C:\\Data\\closed", u"O:BAD:P(A;OICI;FA;;;BA)");
   MakeFolder(u"C:\\Elsewhere");
   MakeFile(u"C:\\Elsewhere\\there.txt", "there");
-  ASSERT_TRUE(EnablePrivileges());
   ASSERT_TRUE(CreateJunction(u"C:\\Data\\out", u"C:\\Elsewhere"));
   ASSERT_TRUE(CreateJunction(u"C:\\Data\\in", u"C:\\Data\\inner"));
   ASSERT_TRUE(CreateSymbolicLinkEntry(u"C:\\Data\\link.txt", u"C:\\Data\\one.txt", {.forceFileLink = true}));
@@ -28,80 +72,60 @@ TEST_F(FolderOnVolume, GoesThereAndBackWithEverything) {
   MakeFolder(deep + u"\\" + std::u16string(120, u'b'));
   const std::u16string file = deep + u"\\" + std::u16string(120, u'b') + u"\\" + std::u16string(120, u'c');
   MakeFile(file, "deep");
-  test::SetTimes(u"C:\\Data\\inner", 9);
   test::SetTimes(u"C:\\Data", 7);
   ASSERT_TRUE(win32::SetFileAttributesW(kVolume.c_str(), win32::FILE_ATTRIBUTE_HIDDEN | win32::FILE_ATTRIBUTE_SYSTEM));
-  const auto before = Shown();
-  const auto access = AccessOfAll();
-  const std::string folder = test::Describe(u"C:\\Data");
+  const State before = Now();
+  const std::u16string access = Access(u"C:\\Data");
   const win32::DWORD attributes = test::Attributes(u"C:\\Data");
 
-  const auto run = Redirect();
-  EXPECT_EQ(run.exitCode, 0) << Utf8(run.log);
-  EXPECT_TRUE(run.Said(u"\nThe target folder: \"C:\\Data.mount\" already exists.\n")) << Utf8(run.said);
-  EXPECT_TRUE(run.said.ends_with(u"Folder Redirection was successful."));
-  EXPECT_TRUE(run.log.ends_with(u"Folder Redirection was successful."));
-  ExpectRedirected();
+  EXPECT_EQ(Redirect().exitCode, 0);
+  const State redirected = Now();
+  EXPECT_EQ(Differences(Below(before, "C:\\Data"), Below(redirected, Utf8(kVolume.substr(0, kVolume.size() - 1)))),
+            "gone: \nchanged: " + Utf8(file.substr(11)) + "\nnew: \\$RECYCLE.BIN\n");
   EXPECT_EQ(test::Attributes(u"C:\\Data"), attributes | win32::FILE_ATTRIBUTE_REPARSE_POINT) << "not the root's";
-  EXPECT_EQ(Record(u"Source"), u"C:\\Data");
-  EXPECT_EQ(Record(u"Target"), kVolume);
   std::u16string mounted;
   EXPECT_TRUE(GetJunctionTarget(u"C:\\Data", mounted));
   EXPECT_EQ(mounted + u"\\", kVolume.substr(4));
-  EXPECT_EQ(Contents(kVolume + u"one.txt:note"), "a named stream");
-  EXPECT_EQ(Shown(), before);
-  EXPECT_EQ(AccessOfAll(), access);
-  EXPECT_EQ(Access(kVolume), access.at(u"")) << "what users see of the folder";
+  EXPECT_EQ(Access(kVolume), access) << "what users see of the folder";
   EXPECT_EQ(Contents(u"C:\\Data\\out\\there.txt"), "there");
   EXPECT_EQ(Contents(file), "deep");
-  ExpectFailure(Redirect(), u"#ERROR: The folder C:\\Data is already redirected. Browse to a different location.");
+  EXPECT_EQ(Answer(Redirect()),
+            Failed(kFolder, "#ERROR: The folder C:\\Data is already redirected. Browse to a different location.\n"));
+  EXPECT_EQ(ChangesSince(redirected), "");
 
-  const auto back = Remove();
-  EXPECT_EQ(back.exitCode, 0) << Utf8(back.log);
-  EXPECT_TRUE(back.said.ends_with(u"Folder Redirection Removal was successful."));
-  EXPECT_TRUE(back.log.ends_with(u"Folder Redirection Removal was successful."));
-  ExpectPlain();
-  EXPECT_EQ(Shown(), before);
-  EXPECT_EQ(test::Describe(u"C:\\Data"), folder);
-  EXPECT_EQ(test::Attributes(u"C:\\Data"), attributes);
-  EXPECT_EQ(AccessOfAll(), access);
+  EXPECT_EQ(Remove().exitCode, 0);
+  EXPECT_EQ(ChangesSince(before), "");
   EXPECT_EQ(Contents(file), "deep");
-  EXPECT_EQ(test::Names(kVolume.substr(0, kVolume.size() - 1)), (std::vector<std::u16string>{u"\\$RECYCLE.BIN"}));
 }
 
 TEST_F(FolderOnVolume, SurvivesARestartAndIsRemovedByAnyNameOfTheVolume) {
-  for (const std::u16string& target :
-       {u"/vol:" + kVolume.substr(0, kVolume.size() - 1), u"/vol:" + kVolume, std::u16string(u"/loc:C:\\Data")}) {
-    const auto before = Shown();
-    ASSERT_EQ(Redirect().exitCode, 0);
+  const State before = Now();
+  const std::u16string any[] = {u"/vol:" + kVolume.substr(0, kVolume.size() - 1), u"/vol:" + kVolume, u"/loc:C:\\Data"};
+  for (const std::u16string& target : any) {
+    EXPECT_EQ(Answer(Redirect()), Succeeded(kFolder, "", kStands + kMoved));
+    EXPECT_EQ(ChangesSince(before), kAway + kRecord + kThere);
     machine = test::BootFrom(machine->Snapshot());
-    ExpectRedirected();
-    const auto run = RunProgram(*machine, {u"/RedirectFolder", u"C:\\Data", target, u"/d"});
-    EXPECT_EQ(run.exitCode, 0) << Utf8(target) << Utf8(run.log);
-    ExpectPlain();
-    EXPECT_EQ(Shown(), before);
+    EXPECT_EQ(AnswerTo({u"/RedirectFolder", u"C:\\Data", target, u"/d"}), Succeeded(kRemoval, kBack, kMoved));
+    EXPECT_EQ(ChangesSince(before), "");
   }
   EXPECT_EQ(Redirect().exitCode, 0);
   EXPECT_EQ(Onto(kVolume, u"/d").exitCode, 0);
-  ExpectPlain();
+  EXPECT_EQ(ChangesSince(before), "");
 }
 
 TEST_F(FolderOnVolume, SymbolicLinksKeepTheirTextWhateverLetterTheVolumeHas) {
-  ASSERT_TRUE(EnablePrivileges());
   ASSERT_TRUE(CreateSymbolicLinkEntry(u"C:\\Data\\link.txt", u"C:\\Data\\one.txt", {.forceFileLink = true}));
   ASSERT_TRUE(CreateSymbolicLinkEntry(u"C:\\Data\\near.txt", u"one.txt", {.forceFileLink = true}));
   ASSERT_TRUE(CreateSymbolicLinkEntry(u"C:\\Data\\folder", u"C:\\Data\\inner"));
-  const auto before = Shown();
+  timesOfFolders = false;
+  const State before = Now();
   for (const auto* const permissions : {u"/NTFS", u"/-NTFS"}) {
     ASSERT_EQ(Onto(u"C:\\Data", permissions).exitCode, 0);
     EXPECT_EQ(test::Streams(u"C:\\Data\\link.txt").find("F:"), std::string::npos);
     ASSERT_TRUE(win32::SetVolumeMountPointW(u"F:\\", kVolume.c_str()));
-    const auto run = Remove();
-    ASSERT_EQ(run.exitCode, 0) << Utf8(run.log);
-    for (const std::u16string& link : {u"\\link.txt"s, u"\\near.txt"s, u"\\folder"s})
-      EXPECT_EQ(Shown()[link], before.at(link)) << Utf8(link);
-    EXPECT_EQ(Contents(u"C:\\Data\\link.txt"), "first");
+    ASSERT_EQ(Remove().exitCode, 0);
     ASSERT_TRUE(win32::DeleteVolumeMountPointW(u"F:\\"));
+    EXPECT_EQ(ChangesSince(before), permissions == std::u16string(u"/NTFS") ? "" : "changed: C:\\Data\\one.txt\n");
   }
 }
 
@@ -109,17 +133,18 @@ TEST_F(FolderOnVolume, TheNameStaysAsItIsOnTheDisk) {
   const auto name = [] {
     win32::WIN32_FIND_DATAW found{};
     const win32::UniqueFind find{win32::FindFirstFileW(u"C:\\Data", &found)};
-    return std::u16string(found.cFileName);
+    return Utf8(found.cFileName);
   };
+  const State before = Now();
   ASSERT_EQ(Onto(u"c:\\DATA").exitCode, 0);
-  EXPECT_EQ(Utf8(name()), "Data");
-  EXPECT_EQ(Record(u"Source"), u"C:\\Data");
+  EXPECT_EQ(name(), "Data");
+  EXPECT_EQ(AllRecords(), (test::Records{{u"1", {u"C:\\Data", kVolume}}}));
   ASSERT_EQ(Onto(u"c:\\data", u"/d").exitCode, 0);
-  EXPECT_EQ(Utf8(name()), "Data");
+  EXPECT_EQ(name(), "Data");
   machine->gate.FailCall("RegCreateKeyExW", 2, win32::ERROR_ACCESS_DENIED);  // the record: the folder is made again
   EXPECT_EQ(Onto(u"c:\\DATA").exitCode, 1);
-  EXPECT_EQ(Utf8(name()), "Data");
-  ExpectPlain();
+  EXPECT_EQ(name(), "Data");
+  EXPECT_EQ(ChangesSince(before), "");
 }
 
 // It is recorded, so nothing is tried out on the volume; mounted again, it can be removed.
@@ -128,17 +153,18 @@ TEST_F(FolderOnVolume, AVolumeThatWasUnmountedByHandIsLeftAlone) {
   ASSERT_TRUE(win32::DeleteVolumeMountPointW(u"C:\\Data\\"));
   bool probed = false;
   MakeFile(kVolume + u"temp.check", "theirs");
+  const State before = Now();
   machine->gate.Observe(
       [&](const char* name, std::uint64_t) { probed |= std::string_view(name) == "FindFirstVolumeW"; });
-  ExpectFailure(Redirect(), u"#ERROR: Junction already exists for Source = C:\\Data and Target = " + kVolume + u".");
+  EXPECT_EQ(Answer(Redirect()),
+            Failed(kFolder, "#ERROR: Junction already exists for Source = C:\\Data and Target = VOLUME.\n"));
   machine->gate.Observe({});
   EXPECT_FALSE(probed);
-  EXPECT_EQ(Contents(kVolume + u"temp.check"), "theirs");
-  EXPECT_TRUE(Remove().Logged(u"#ERROR: Volume Path to Normal Path Conversion Failed."));
+  EXPECT_EQ(Answer(Remove()), Failed(kRemoval, "#ERROR: Volume Path to Normal Path Conversion Failed.\n"));
+  EXPECT_EQ(ChangesSince(before), "");
   ASSERT_TRUE(win32::SetVolumeMountPointW(u"C:\\Data\\", kVolume.c_str()));
   EXPECT_EQ(Remove().exitCode, 0);
-  ExpectPlain();
-  EXPECT_EQ(Contents(u"C:\\Data\\one.txt"), "first");
+  ExpectNothingLost("");
 }
 
 TEST_F(FolderOnVolume, InheritedAccessIsNoWiderOnTheVolumeAndFollowsTheFolderAgainAfterwards) {
@@ -146,100 +172,90 @@ TEST_F(FolderOnVolume, InheritedAccessIsNoWiderOnTheVolumeAndFollowsTheFolderAga
   test::SetSecurity(u"C:\\Closed", u"O:BAD:P(A;OICI;FA;;;BA)(A;OICI;FA;;;SY)");
   MakeFolder(u"C:\\Closed\\Data");
   MakeFile(u"C:\\Closed\\Data\\secret.txt", "secret");
-  const std::u16string folder = test::Security(u"C:\\Closed\\Data");
+  const State before = Now();
   const std::u16string secret = Access(u"C:\\Closed\\Data\\secret.txt");
   ASSERT_EQ(Onto(u"C:\\Closed\\Data").exitCode, 0);
   EXPECT_EQ(Access(u"C:\\Closed\\Data\\secret.txt"), secret);
   EXPECT_EQ(Access(kVolume), u"O:BA(A;OICI;FA;;;BA)(A;OICI;FA;;;SY)");
   ASSERT_EQ(Onto(u"C:\\Closed\\Data", u"/d").exitCode, 0);
-  EXPECT_EQ(test::Security(u"C:\\Closed\\Data"), folder) << "with the marks of inheritance";
-  EXPECT_EQ(Access(u"C:\\Closed\\Data\\secret.txt"), secret);
-  EXPECT_EQ(Access(kVolume), rootAccess);
+  EXPECT_EQ(ChangesSince(before), "");
 }
 
 TEST_F(FolderOnVolume, AccessThatWasChangedMeanwhileStays) {
+  const State before = Now();
   ASSERT_EQ(Redirect().exitCode, 0);
   test::SetSecurity(kVolume, u"O:BAD:P(A;OICI;FA;;;BA)(A;OICI;FA;;;SY)");
   ASSERT_EQ(Remove().exitCode, 0);
-  ExpectPlain();
-  EXPECT_TRUE(test::Dacl(u"C:\\Data").ends_with(u"(A;OICI;FA;;;BA)(A;OICI;FA;;;SY)")) << Utf8(test::Dacl(u"C:\\Data"));
+  EXPECT_EQ(ChangesSince(before), "changed: C:\\Data\nchanged: C:\\Data\\inner\nchanged: C:\\Data\\inner\\two.bin\n");
+  EXPECT_EQ(Access(u"C:\\Data"), u"O:BA(A;OICI;FA;;;BA)(A;OICI;FA;;;SY)");
 }
 
 TEST_F(FolderOnVolume, WithoutPermissionsTheRootKeepsItsOwn) {
-  const std::u16string folder = Access(u"C:\\Data");
-  const auto run = Onto(u"C:\\Data", u"/-NTFS");
-  ASSERT_EQ(run.exitCode, 0) << Utf8(run.log);
-  EXPECT_EQ(Access(kVolume), rootAccess);
+  const std::u16string root = Access(kVolume), folder = test::Security(u"C:\\Data");
+  ASSERT_EQ(Onto(u"C:\\Data", u"/-NTFS").exitCode, 0);
+  EXPECT_EQ(Access(kVolume), root);
+  const State before = Now();
   ASSERT_EQ(Remove().exitCode, 0);
-  ExpectPlain();
-  EXPECT_EQ(Access(u"C:\\Data"), folder);
+  EXPECT_EQ(Access(kVolume), root);
+  EXPECT_EQ(test::Security(u"C:\\Data"), folder);
   EXPECT_EQ(Contents(u"C:\\Data:label"), "of the folder");
-  EXPECT_EQ(Contents(u"C:\\Data\\inner\\two.bin"), std::string(70000, 'x'));
+  ExpectNothingLost("");
 }
 
 TEST_F(FolderOnVolume, WhatIsOnTheVolumeAppearsInTheFolder) {
   MakeFile(kVolume + u"theirs.txt", "theirs");
   MakeFile(kVolume + u"one.txt", "older");
   MakeFile(kVolume + u"$RECYCLE.BIN\\bin.txt", "thrown away");
-  const std::u16string theirs = Access(kVolume + u"theirs.txt");
-  const auto run = Redirect();
-  ASSERT_EQ(run.exitCode, 0) << Utf8(run.log);
+  const State before = Now();
+  ASSERT_EQ(Redirect().exitCode, 0);
   EXPECT_EQ(Contents(u"C:\\Data\\theirs.txt"), "theirs");
-  EXPECT_EQ(Access(u"C:\\Data\\theirs.txt"), theirs);
   EXPECT_EQ(Contents(u"C:\\Data\\one.txt"), "first") << "as in a folder that stands there";
-  const auto back = Remove();
-  ASSERT_EQ(back.exitCode, 0) << Utf8(back.log);
-  ExpectPlain();
-  EXPECT_EQ(Contents(u"C:\\Data\\theirs.txt"), "theirs");
-  EXPECT_EQ(Contents(kVolume + u"$RECYCLE.BIN\\bin.txt"), "thrown away");
-  EXPECT_FALSE(Exists(u"C:\\Data\\$RECYCLE.BIN"));
-  EXPECT_FALSE(Exists(kVolume + u"theirs.txt"));
+  ASSERT_EQ(Remove().exitCode, 0);
+  EXPECT_EQ(ChangesSince(before), "gone: VOLUME\\one.txt\ngone: VOLUME\\theirs.txt\nnew: C:\\Data\\theirs.txt\n");
 }
 
-TEST_F(FolderOnVolume, RefusesBeforeAnythingChanges) {
-  const auto refused = [&](const std::u16string& source, const std::u16string& volume, const std::u16string& logged) {
-    ExpectFailure(RunProgram(*machine, {u"/RedirectFolder", source, u"/vol:" + volume}), logged);
-    ExpectPlain(Utf8(source + u" " + volume));
-  };
-  refused(kVolume, kVolume, u"#ERROR: Source Folder can not be Volume path.");
-  const std::u16string unknown = u"\\\\?\\Volume{99999999-0000-4000-8000-000000000000}\\";
-  refused(u"C:\\Data", unknown, u"#ERROR: The selected volume " + unknown + u" does not exist.");
-  refused(u"C:\\No", kVolume, u"#ERROR: The selected folder C:\\No does not exist.");
-  refused(u"C:\\Data\\inner\\..", kVolume, u"is a relative path.");
-  // With ".mount" 247 characters and 246.
-  const std::u16string longest = u"C:\\" + std::u16string(246 - 6 - 3, u'd');
-  MakeFolder(longest + u"d");
-  refused(longest + u"d", kVolume, u"exceeds the system-defined maximum length of 248 characters.");
+TEST_F(FolderOnVolume, IsRefused) {
+  const std::u16string longest = u"C:\\" + std::u16string(246 - 6 - 3, u'd');  // with ".mount" 246
   MakeFolder(longest);
-  EXPECT_EQ(Onto(longest).exitCode, 0);
-  EXPECT_EQ(Onto(longest, u"/d").exitCode, 0);
-  const auto notRemoved = [&](const std::u16string& source, const std::u16string& logged) {
-    const auto run = Onto(source, u"/d");
-    EXPECT_EQ(run.exitCode, 1);
-    EXPECT_EQ(run.said, kLogged + u"\nFolder Redirection Removal was not successful.");
-    EXPECT_TRUE(run.Logged(logged)) << Utf8(run.log);
-  };
-  notRemoved(u"C:\\Data", u"#ERROR: Volume Path to Normal Path Conversion Failed.");
+  MakeFolder(longest + u"d");
   MakeFolder(u"D:\\Mounted");
+  const std::u16string unknown = u"\\\\?\\Volume{99999999-0000-4000-8000-000000000000}\\";
+  State before = Now();
+  const auto refused = [&](const std::u16string& source, const std::u16string& volume, const std::string& log,
+                           const std::string& what = kFolder) {
+    EXPECT_EQ(AnswerTo({u"/RedirectFolder", source, u"/vol:" + volume, what == kFolder ? u"/NTFS" : u"/d"}),
+              Failed(what, log));
+    EXPECT_EQ(ChangesSince(before), "") << Utf8(source + u" " + volume);
+  };
+  refused(kVolume, kVolume, "#ERROR: Source Folder can not be Volume path.\n");
+  refused(u"C:\\Data", unknown, "#ERROR: The selected volume " + Utf8(unknown) + " does not exist.\n");
+  refused(u"C:\\No", kVolume,
+          "#ERROR: The selected folder C:\\No does not exist.The system cannot find the file specified.\n\n");
+  refused(u"C:\\Data\\inner\\..", kVolume,
+          "#ERROR: The selected folder C:\\Data\\inner\\.. is a relative path. Browse to a different location\n");
+  refused(longest + u"d", kVolume,
+          "#ERROR: The specified path " + Utf8(longest) +
+              "d.mount exceeds the system-defined maximum length of 248 characters. Browse to a different location.\n");
+  refused(u"C:\\Data", kVolume, "#ERROR: Volume Path to Normal Path Conversion Failed.\n", kRemoval);
   ASSERT_TRUE(MountVolume(u"D:\\Mounted", kVolume));
-  ExpectFailure(Redirect(), u"#ERROR: The selected volume " + kVolume + u" already mounted.");
-  notRemoved(u"D:\\Mounted",
-             u"#ERROR: Junction doesn't exists for Source = D:\\Mounted and Target = " + kVolume + u".");
-  EXPECT_EQ(MountPaths(), u"D:\\Mounted\\|");
-  EXPECT_EQ(Contents(u"C:\\Data\\one.txt"), "first");
+  before = Now();
+  refused(u"C:\\Data", kVolume, "#ERROR: The selected volume VOLUME already mounted.\n");
+  refused(u"D:\\Mounted", kVolume, "#ERROR: Junction doesn't exists for Source = D:\\Mounted and Target = VOLUME.\n",
+          kRemoval);
+  ASSERT_TRUE(win32::DeleteVolumeMountPointW(u"D:\\Mounted\\"));
+  EXPECT_EQ(Onto(longest).exitCode, 0);
 }
 
 TEST_F(FolderOnVolume, NestedRedirectionsKeepWorking) {
+  const State before = Now();
   MakeFolder(u"D:\\Other");
-  ASSERT_EQ(RunProgram(*machine, {u"/RedirectFolder", u"C:\\Data\\inner", u"/loc:D:\\Other"}).exitCode, 0);
+  ASSERT_EQ(Run({u"/RedirectFolder", u"C:\\Data\\inner", u"/loc:D:\\Other"}).exitCode, 0);
   ASSERT_EQ(Redirect().exitCode, 0);
-  EXPECT_EQ(Record(u"Source"), u"C:\\Data\\inner");
-  EXPECT_EQ(Contents(u"C:\\Data\\inner\\two.bin"), std::string(70000, 'x'));
+  EXPECT_EQ(AllRecords().at(u"1"), std::pair(std::u16string(u"C:\\Data\\inner"), std::u16string(u"D:\\Other\\inner")));
+  ExpectNothingLost("");
   ASSERT_EQ(Remove().exitCode, 0);
-  EXPECT_EQ(Contents(u"C:\\Data\\inner\\two.bin"), std::string(70000, 'x'));
-  EXPECT_EQ(RunProgram(*machine, {u"/RedirectFolder", u"C:\\Data\\inner", u"/loc:D:\\Other", u"/d"}).exitCode, 0);
-  ExpectPlain();
-  EXPECT_EQ(Contents(u"C:\\Data\\inner\\two.bin"), std::string(70000, 'x'));
+  EXPECT_EQ(Run({u"/RedirectFolder", u"C:\\Data\\inner", u"/loc:D:\\Other", u"/d"}).exitCode, 0);
+  EXPECT_EQ(ChangesSince(before), "new: D:\\Other\n");
 }
 
 TEST_F(FolderOnVolume, SharesStayUnlessTheyAreNotWanted) {
@@ -249,12 +265,184 @@ TEST_F(FolderOnVolume, SharesStayUnlessTheyAreNotWanted) {
   ASSERT_EQ(Redirect().exitCode, 0);
   EXPECT_EQ(test::Shares(), both);
   ASSERT_EQ(Remove().exitCode, 0);
-  EXPECT_EQ(test::Shares(), both);
   machine->gate.FailCall("MoveFileW", 1, win32::ERROR_ACCESS_DENIED);
   EXPECT_EQ(Onto(u"C:\\Data", u"/-Share").exitCode, 1);
   EXPECT_EQ(test::Shares(), both) << "taken back";
   ASSERT_EQ(Onto(u"C:\\Data", u"/-Share").exitCode, 0);
   EXPECT_TRUE(test::Shares().empty());
+}
+
+// A folder of the mount folder's name is used when it is empty, and never changed or taken.
+TEST_F(FolderOnVolume, TakesNobodysFolder) {
+  MakeFolder(u"C:\\Data.mount");
+  MakeFile(u"C:\\Data.mount\\mine.txt", "mine");
+  State before = Now();
+  EXPECT_EQ(Answer(Redirect()), Failed(kFolder, "#ERROR: Failed to Mount Volume on Target Folder: C:\\Data.mount\n"));
+  EXPECT_EQ(ChangesSince(before), "");
+  ASSERT_TRUE(win32::DeleteFileW(u"C:\\Data.mount\\mine.txt"));
+  test::SetTimes(u"C:\\Data.mount", 5);
+  ASSERT_TRUE(win32::DeleteFileW(u"C:\\Data:label"));  // no stream may be left in it
+  before = Now();
+  for (const char* call : {"SetVolumeMountPointW", "MoveFileW"}) {
+    machine->gate.FailCall(call, 1, win32::ERROR_ACCESS_DENIED);
+    EXPECT_EQ(Redirect().exitCode, 1);
+    EXPECT_EQ(ChangesSince(before), "") << call;
+  }
+  EXPECT_EQ(Answer(Redirect()), Succeeded(kFolder, "", kStands + kMoved));
+
+  // A removal that failed and was taken back leaves nothing that would make it the program's own.
+  machine->gate.FailCall("MoveFileW", 1, win32::ERROR_ACCESS_DENIED);
+  EXPECT_EQ(Remove().exitCode, 1);
+  MakeFolder(u"C:\\Data.mount");
+  MakeFile(u"C:\\Data.mount\\one.txt", "mine");
+  before = Now();
+  EXPECT_EQ(Answer(Remove()), Failed(kRemoval,
+                                     "#ERROR: The folder C:\\Data.mount already exists and is not empty. Rename it, "
+                                     "and remove the redirection again.\n"));
+  EXPECT_EQ(ChangesSince(before), "");
+  ASSERT_TRUE(win32::DeleteFileW(u"C:\\Data.mount\\one.txt"));
+  EXPECT_EQ(Answer(Remove()), Succeeded(kRemoval, "", kStands + kMoved)) << "an empty one becomes the folder";
+  EXPECT_EQ(MountPaths(), u"");
+  ExpectNothingLost("");
+}
+
+TEST_F(FolderOnVolume, AFailureIsTakenBackOrToldOf) {
+  const std::string notRenamed = "#ERROR: Unable to rename folder C:\\Data.mount. Access is denied.\n\n";
+  const std::string notRecorded =
+      "#ERROR: Unable to add Junction Point to Registry for Source = C:\\Data and Target = C:\\Data.mount.\n";
+  const std::string there = kStands + kMoved, undone = there + kUndone;
+  ExpectFailures(
+      {u"/RedirectFolder", u"C:\\Data", u"/vol:" + kVolume},
+      [](const Failure& row) { return Failed(kFolder, row.log, row.said); },
+      {
+          {{{"SHCreateDirectoryExW", 1}}, "#ERROR: Failed To Create Target Folder: C:\\Data.mount\n", ""},
+          {{{"SHCreateDirectoryExW", 2}}, "#ERROR: Failed To Create Target Folder: C:\\Data.mount\n", ""},
+          {{{"SetVolumeMountPointW", 1}}, "#ERROR: Failed to Mount Volume on Target Folder: C:\\Data.mount\n", ""},
+          {{{"GetFileSize", 3}},
+           "#ERROR: Unable to copy from Source = C:\\Data\\inner\\two.bin to Target = C:\\Data.mount\\inner\\two.bin. "
+           "Access is denied.\n\n" +
+               kNotMoved,
+           "",
+           false,
+           kStands + "C:\\Data\\inner -> C:\\Data.mount\\inner\n"},
+          {{{"RemoveDirectoryW", 2}},
+           "#ERROR: Unable to remove folder C:\\Data. Access is denied.\n\n",
+           "",
+           false,
+           undone},
+          {{{"MoveFileW", 1}}, notRenamed, "", false, undone},
+          {{{"RegCreateKeyExW", 2}}, notRecorded, "", false, undone},
+          {{{"RegCreateKeyExW", 2}, {"MoveFileW", 2}},
+           notRecorded + "#ERROR: Unable to rename folder C:\\Data. Access is denied.\n\n#ERROR: The files and folders "
+                         "stay on volume VOLUME, which is mounted at C:\\Data.\n",
+           kAway + kThere,
+           false,
+           there},
+          {{{"MoveFileW", 1}, {"CreateDirectoryW", 2}},
+           notRenamed + "#ERROR: Failed To create directory = C:\\Data.\n",
+           "",
+           false,
+           undone},
+          {{{"MoveFileW", 1}, {"DeleteVolumeMountPointW", 1}},
+           notRenamed + "#ERROR: Unable to unmount the volume from folder C:\\Data.mount. Access is denied.\n\n",
+           "",
+           false,
+           undone},
+          {{{"MoveFileW", 1}, {"GetFileSize", 6}},
+           notRenamed + "#ERROR: Unable to copy from Source = C:\\Data.mount\\inner\\two.bin to Target = "
+                        "C:\\Data\\inner\\two.bin. Access is denied.\n\n#ERROR: Unable to move "
+                        "C:\\Data\\inner\\two.bin back. It stays at C:\\Data.mount\\inner\\two.bin.\n#ERROR: Unable to "
+                        "move all files and folders back to C:\\Data. The others stay on volume VOLUME.\n",
+           "gone: C:\\Data\\inner\\two.bin\nnew: VOLUME\\inner\nnew: VOLUME\\inner\\two.bin\n",
+           false,
+           undone},
+      });
+}
+
+TEST_F(FolderOnVolume, AFailedRemovalIsTakenBackOrToldOf) {
+  ASSERT_EQ(Redirect().exitCode, 0);
+  const std::string notRenamed = "#ERROR: Unable to rename folder C:\\Data.mount. Access is denied.\n\n";
+  const std::string noRecord =
+      "gone: QUILLBAY\\Junctions\\1 Source = C:\\Data\ngone: QUILLBAY\\Junctions\\1 Target = VOLUME\\\n";
+  const std::string undone = kMoved + kUndone;
+  ExpectFailures(
+      {u"/RedirectFolder", u"C:\\Data", u"/vol:" + kVolume, u"/d"},
+      [](const Failure& row) { return Failed(kRemoval, kBack + row.log, row.said); },
+      {
+          {{{"SHCreateDirectoryExW", 1}}, "#ERROR: Failed To Create Target Folder: C:\\Data.mount\n", ""},
+          {{{"RegCreateKeyExW", 1}}, kNotMoved, ""},
+          {{{"GetFileSize", 3}},
+           "#ERROR: Unable to copy from Source = C:\\Data\\inner\\two.bin to Target = C:\\Data.mount\\inner\\two.bin. "
+           "Access is denied.\n\n" +
+               kNotMoved,
+           "",
+           false,
+           "C:\\Data\\inner -> C:\\Data.mount\\inner\n"},
+          {{{"RegDeleteKeyW", 1}},
+           "#ERROR: Unable to remove Junction Point from Registry for Source = C:\\Data and Target = VOLUME.\n",
+           "",
+           false,
+           undone},
+          {{{"DeleteVolumeMountPointW", 1}},
+           "#ERROR: Unable to unmount the volume from folder C:\\Data. Access is denied.\n\n",
+           "",
+           false,
+           undone},
+          {{{"RemoveDirectoryW", 2}},
+           "#ERROR: Unable to remove folder C:\\Data. Access is denied.\n\n",
+           "",
+           false,
+           undone},
+          {{{"MoveFileW", 1}}, notRenamed, "", false, undone},
+          {{{"MoveFileW", 1}, {"SetVolumeMountPointW", 1}},
+           notRenamed + "#ERROR: Unable to mount volume VOLUME on folder C:\\Data. The files and folders stay in "
+                        "C:\\Data.mount.\n",
+           "changed: C:\\Data\n" + noRecord +
+               "gone: VOLUME\\inner\ngone: VOLUME\\inner\\two.bin\ngone: VOLUME\\one.txt\ngone: mounts = C:\\Data\\|\n"
+               "new: C:\\Data.mount\nnew: C:\\Data.mount\\inner\nnew: C:\\Data.mount\\inner\\two.bin\nnew: "
+               "C:\\Data.mount\\one.txt\nnew: QUILLBAY\\VolumeRemovals C:\\Data.mount = VOLUME\\\nnew: mounts = \n",
+           false,
+           kMoved},
+          {{{"MoveFileW", 1}, {"RegCreateKeyExW", 2}},
+           notRenamed + "#ERROR: Unable to add Junction Point to Registry for Source = C:\\Data and Target = VOLUME.\n",
+           noRecord,
+           false,
+           undone},
+          {{{"MoveFileW", 1}, {"GetFileSize", 6}},
+           notRenamed + "#ERROR: Unable to copy from Source = C:\\Data.mount\\inner\\two.bin to Target = "
+                        "C:\\Data\\inner\\two.bin. Access is denied.\n\n#ERROR: Unable to move "
+                        "C:\\Data\\inner\\two.bin back. It stays at C:\\Data.mount\\inner\\two.bin.\n#ERROR: Unable to "
+                        "move all files and folders back to C:\\Data. The others stay in C:\\Data.mount.\n",
+           "gone: VOLUME\\inner\\two.bin\nnew: C:\\Data.mount\nnew: C:\\Data.mount\\inner\nnew: "
+           "C:\\Data.mount\\inner\\two.bin\nnew: QUILLBAY\\VolumeRemovals C:\\Data.mount = VOLUME\\\n",
+           false,
+           undone},
+      });
+}
+
+TEST_F(FolderOnVolume, AVolumeThatFillsUpTakesNothing) {
+  // Files take whole clusters, which their sizes do not tell.
+  for (char16_t i = 0; i < 200; ++i)
+    MakeFile(u"C:\\Data\\small" + std::u16string(1, static_cast<char16_t>(0x4E00 + i)), std::string(1500, 's'));
+  test::SetTimes(u"C:\\Data", 7);
+  win32::ULARGE_INTEGER available{};
+  ASSERT_TRUE(win32::GetDiskFreeSpaceExW(kVolume.c_str(), &available, nullptr, nullptr));
+  MakeFile(kVolume + u"filler", std::string(available.QuadPart - 600'000, 'f'));
+  const State before = Now();
+  EXPECT_TRUE(Redirect().Logged(u"#ERROR: Unable to move files and folders from Source = C:\\Data to Target"));
+  EXPECT_EQ(ChangesSince(before), "");
+}
+
+// Whichever call fails: the redirection is there or it is not, with every file and nothing left over.
+class EveryCallOnVolume : public FolderOnVolume {};
+
+TEST_F(EveryCallOnVolume, OfARedirectionMayFail) {
+  RefuseEachCall({u"/RedirectFolder", u"C:\\Data", u"/vol:" + kVolume}, {});
+}
+
+TEST_F(EveryCallOnVolume, OfARemovalMayFail) {
+  ASSERT_EQ(Redirect().exitCode, 0);
+  RefuseEachCall({u"/RedirectFolder", u"C:\\Data", u"/vol:" + kVolume, u"/d"}, {});
 }
 
 }  // namespace

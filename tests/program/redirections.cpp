@@ -34,6 +34,13 @@ void AddKey(emulated::Registry& registry, const std::u16string& path, std::map<s
   for (const std::u16string& key : registry.SubKeys(path)) AddKey(registry, path + u"\\" + key, state);
 }
 
+// Whether Windows has worked out inheritance for a list ("AI") is nobody's business.
+std::string Secured(const std::u16string& path) {
+  std::string text = Utf8(Security(path));
+  Replace(text, "AI(", "(");
+  return " " + text;
+}
+
 // Everything below a folder; links are not entered, nor what is Windows' own.
 void AddBelow(const std::u16string& folder, bool withTimes, std::map<std::string, std::string>& state) {
   static const std::set<std::u16string> kWindows{
@@ -47,8 +54,8 @@ void AddBelow(const std::u16string& folder, bool withTimes, std::map<std::string
     const bool isLink = (found.dwFileAttributes & win32::FILE_ATTRIBUTE_REPARSE_POINT) != 0;
     const bool isFolder = (found.dwFileAttributes & win32::FILE_ATTRIBUTE_DIRECTORY) != 0;
     const bool noTimes = (!withTimes && (isFolder || isLink)) || path.starts_with(u"C:\\Program Files");
-    state[Utf8(path)] = (noTimes ? std::to_string(found.dwFileAttributes) + " " + Streams(path) : Describe(path)) +
-                        " " + Utf8(Security(path));
+    state[Utf8(path)] =
+        (noTimes ? std::to_string(found.dwFileAttributes) + " " + Streams(path) : Describe(path)) + Secured(path);
     if (isFolder && !isLink) AddBelow(path, withTimes, state);
   } while (win32::FindNextFileW(find.get(), &found));
 }
@@ -163,6 +170,30 @@ std::string Redirections::Differences(const State& before, const State& after) {
   Replace(text, Utf8(kVolume), "VOLUME\\");
   Replace(text, Utf8(kQuillbay), "QUILLBAY");
   return text;
+}
+
+Redirections::State Redirections::Below(const State& state, const std::string& folder) {
+  State below;
+  for (const auto& [name, value] : state)
+    if (name == folder || name.starts_with(folder + "\\")) below[name.substr(folder.size())] = value;
+  return below;
+}
+
+OneFolder::OneFolder() {
+  EXPECT_TRUE(EnablePrivileges());
+  MakeFolder(u"C:\\Data");
+  SetSecurity(u"C:\\Data", u"O:SYD:P(A;OICI;FA;;;BA)(A;OICI;FA;;;SY)(A;OICI;0x1200a9;;;BU)");
+  MakeFile(u"C:\\Data:label", "of the folder");
+  MakeFolder(u"C:\\Data\\inner");
+  MakeFile(u"C:\\Data\\one.txt", "first");
+  MakeFile(u"C:\\Data\\one.txt:note", "a named stream");
+  SetSecurity(u"C:\\Data\\one.txt", u"O:SYD:P(A;;FA;;;BA)(A;;FR;;;AU)");
+  MakeFile(u"C:\\Data\\inner\\two.bin", std::string(70000, 'x'),
+           win32::FILE_ATTRIBUTE_READONLY | win32::FILE_ATTRIBUTE_HIDDEN);
+  unsigned number = 20;
+  for (const auto* item : {u"C:\\Data\\inner\\two.bin", u"C:\\Data\\inner", u"C:\\Data\\one.txt", u"C:\\Data"})
+    SetTimes(item, ++number);
+  MakeFolder(u"D:\\Target");
 }
 
 }  // namespace test

@@ -100,10 +100,18 @@ class Redirections : public ::testing::Test {
   State Now() const;
   // What differs, a line for each name; empty when nothing does.
   static std::string Differences(const State& before, const State& after);
+  // What there is in a folder, and itself, by the path below it.
+  static State Below(const State& state, const std::string& folder);
   std::string ChangesSince(const State& before) const { return Differences(before, Now()); }
 
   bool timesOfFolders = true;  // and of links: part of the state
   std::unique_ptr<emulated::Machine> machine = test::InstalledMachine({.extraDrives = 1, .volumes = 1});
+};
+
+// A folder with security, a stream and times of its own, and what is in it.
+class OneFolder : public Redirections {
+ protected:
+  OneFolder();
 };
 
 }  // namespace test
