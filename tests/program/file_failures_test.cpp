@@ -1,7 +1,4 @@
 // The redirection of a file and its removal with every call failing once, and with the machine stopped dead at each.
-#include <cstdio>
-#include <set>
-
 #include "program/file_redirection.h"
 #include "support/every_call.h"
 
@@ -189,13 +186,6 @@ class EveryCallOfAFile : public test::FileRedirection {
   static bool IsComplete(const std::u16string& path) {
     return !IsLink(path) && Contents(path) == kText && Contents(path + u":note") == "a named stream";
   }
-  // Some file in one of the two folders, whatever its name.
-  static bool IsCompleteSomewhere() {
-    for (const std::u16string folder : {u"C:\\Data", u"D:\\Target"})
-      for (const std::u16string& name : test::Names(folder))
-        if (IsComplete(folder + name)) return true;
-    return false;
-  }
   // What was at the target before, where it was or kept beside it.
   static bool TheirsIsThere() { return Contents(kTarget) == "theirs" || Contents(kTarget + u".kept1") == "theirs"; }
   // All but its owner; entries that were inherited may be its own.
@@ -208,37 +198,6 @@ class EveryCallOfAFile : public test::FileRedirection {
     const std::u16string& place = IsComplete(kSource) ? kSource : kTarget;
     EXPECT_TRUE(WithoutOwner(place) == described) << when;
     EXPECT_TRUE(!replaces || place == kTarget || TheirsIsThere()) << when;
-  }
-  static std::set<std::u16string> Files() {
-    std::set<std::u16string> files;
-    for (const std::u16string folder : {u"C:\\Data", u"D:\\Target"})
-      for (const std::u16string& name : test::Names(folder)) files.insert(folder + name);
-    return files;
-  }
-  // The moments in which a copy has just begun: the files that it made hold nothing of what they are to hold.
-  void CutEachCopy(Words words, Words next, Words last) {
-    std::vector<test::Disks> before, behind;
-    machine->gate.Observe([&](const char* name, std::uint64_t) {
-      if (behind.size() < before.size()) behind.push_back(machine->Snapshot());
-      if (std::string_view(name) == "CopyFileW") before.push_back(machine->Snapshot());
-    });
-    EXPECT_EQ(Run(words).exitCode, 0);
-    machine->gate.Observe({});
-    const test::Disks done = machine->Snapshot();
-    ASSERT_FALSE(before.empty());
-    for (std::size_t i = 0; i < before.size(); ++i) {
-      Restart(before[i]);
-      const std::set<std::u16string> known = Files();
-      Restart(behind[i]);
-      for (const std::u16string& file : Files())
-        if (!known.contains(file)) MakeFile(file, std::string(kText.size(), '\0'));
-      ASSERT_TRUE(EnablePrivileges());
-      Run(next);
-      Run(last);
-      EXPECT_TRUE(IsCompleteSomewhere()) << i;
-      EXPECT_TRUE(Contents(kSource) == kText) << i;
-    }
-    Restart(done);
   }
   void StopAtEach(Words words) {
     test::AtEveryMoment(
@@ -292,20 +251,6 @@ TEST_F(EveryCallOfAFile, MayBeTheLastBeforeThePowerFails) {
   StopAtEach({u"/RedirectFile", kSource, u"/loc:D:\\Target"});
   replaces = false;
   StopAtEach({u"/RedirectFile", kSource, u"/loc:D:\\Target", u"/d"});
-}
-
-TEST_F(EveryCallOfAFile, MayBeCutOffInTheMiddleOfACopy) {
-  const Words redirect{u"/RedirectFile", kSource, u"/loc:D:\\Target"};
-  const Words remove{u"/RedirectFile", kSource, u"/loc:D:\\Target", u"/d"};
-  ASSERT_TRUE(win32::SetFileAttributesW(kSource.c_str(), win32::FILE_ATTRIBUTE_NORMAL));
-  const test::Disks disks = machine->Snapshot();
-  for (const bool removeFirst : {false, true}) {
-    const Words& next = removeFirst ? remove : redirect;
-    const Words& last = removeFirst ? redirect : remove;
-    Restart(disks);
-    CutEachCopy(redirect, next, last);
-    CutEachCopy(remove, next, last);
-  }
 }
 
 // Somebody may have put a file in the place of the link, an unfinished copy from a backup, say.

@@ -437,12 +437,22 @@ TEST_F(FolderOnVolume, AVolumeThatFillsUpTakesNothing) {
 class EveryCallOnVolume : public FolderOnVolume {};
 
 TEST_F(EveryCallOnVolume, OfARedirectionMayFail) {
-  RefuseEachCall({u"/RedirectFolder", u"C:\\Data", u"/vol:" + kVolume}, {});
+  RefuseEachCall({u"/RedirectFolder", u"C:\\Data", u"/vol:" + kVolume},
+                 {{"new: VOLUME\\temp.check\n", u"was successful."},  // the rules' probe
+                  {"changed: VOLUME\\inner\\two.bin\n", u"was successful."},
+                  {"changed: VOLUME\\one.txt\n", u"was successful."}});  // attributes are not worth the whole move
 }
 
 TEST_F(EveryCallOnVolume, OfARemovalMayFail) {
   ASSERT_EQ(Redirect().exitCode, 0);
-  RefuseEachCall({u"/RedirectFolder", u"C:\\Data", u"/vol:" + kVolume, u"/d"}, {});
+  const std::string remembered = kThere.substr(0, kThere.find("\n") + 1);
+  RefuseEachCall(
+      {u"/RedirectFolder", u"C:\\Data", u"/vol:" + kVolume, u"/d"},
+      {{"changed: C:\\Data\\inner\\two.bin\n", u"was successful."},
+       {"changed: C:\\Data\\one.txt\n", u"was successful."},
+       {"new: QUILLBAY\\VolumeRemovals C:\\Data.mount = VOLUME\\\n", u"#INFO: Unable to remove the note that folder"},
+       {"changed: root of the volume\n" + remembered, u"#INFO: Unable to restore the security of volume"},
+       {remembered, u"#INFO: Unable to remove what is remembered of the security of volume"}});
 }
 
 }  // namespace

@@ -101,9 +101,11 @@ void Redirections::RefuseEachCall(std::initializer_list<std::u16string> words, c
     ASSERT_TRUE(run.exitCode == 0 || run.exitCode == 1) << when;
     const std::string different = Differences(run.exitCode == 0 ? done : before, Now());
     if (different.empty()) return;
+    ExpectNothingLost(when);
+    // What a handle still holds that could not be closed can be neither removed nor replaced.
+    if (when.substr(0, when.find(',')).find("Close") != std::string::npos) return;
     const auto tells = [&](const auto& one) { return one.first == different && run.Logged(one.second); };
     EXPECT_TRUE(std::ranges::any_of(told, tells)) << "exit " << run.exitCode << ", " << different << when;
-    ExpectNothingLost(when);
   };
   WithEachCallRefused(
       machine, [&] { return Run(words); }, examine);

@@ -1,0 +1,300 @@
+// Days in the life of a workstation: several redirections that touch each other, and folders that are shared.
+#include <vector>
+
+#include "fsops/folder_itself.h"
+#include "links/link_data.h"
+#include "support/shares.h"
+#include "program/redirections.h"
+
+namespace {
+
+using emulated::Utf8;
+using test::Attributes, test::Contents, test::DescribeTree, test::Exists, test::Redirections, test::MakeFile,
+    test::MakeFolder, test::Records, test::RunResult;
+
+// A folder in a folder in a folder, each of which can be redirected; the innermost one has a place of its own on D:,
+// the middle one on E:, the outermost one on D: again.
+class Nested : public Redirections {
+ protected:
+  Nested() {
+    for (const auto* folder : {u"C:\\Work", u"C:\\Work\\Team", u"C:\\Work\\Team\\Plans", u"D:\\Plans here",
+                               u"D:\\Work here", u"E:\\Team here"})
+      MakeFolder(folder);
+    MakeFile(u"C:\\Work\\w.txt", "work");
+    MakeFile(u"C:\\Work\\Team\\t.txt", "team");
+    MakeFile(u"C:\\Work\\Team\\Plans\\p.txt", "plans");
+    before = DescribeTree(u"C:\\Work");
+  }
+  void RedirectInnermost() { Redirect(u"C:\\Work\\Team\\Plans", u"D:\\Plans here"); }
+  void RedirectMiddle() { Redirect(u"C:\\Work\\Team", u"E:\\Team here"); }
+  void RedirectOutermost() { Redirect(u"C:\\Work", u"D:\\Work here"); }
+  void RedirectAll() {
+    RedirectInnermost();
+    RedirectMiddle();
+    RedirectOutermost();
+  }
+
+  // Whatever has been redirected: users find every file under the name that it always had, and may write there.
+  void ExpectUsersNoticeNothing() {
+    EXPECT_EQ(Contents(u"C:\\Work\\w.txt"), "work");
+    EXPECT_EQ(Contents(u"C:\\Work\\Team\\t.txt"), "team");
+    EXPECT_EQ(Contents(u"C:\\Work\\Team\\Plans\\p.txt"), "plans");
+    MakeFile(u"C:\\Work\\Team\\Plans\\written.txt", "through all of them");
+    EXPECT_EQ(Contents(u"C:\\Work\\Team\\Plans\\written.txt"), "through all of them");
+    ASSERT_TRUE(win32::DeleteFileW(u"C:\\Work\\Team\\Plans\\written.txt"));
+  }
+  void ExpectAllAsBefore() {
+    EXPECT_EQ(AllRecords(), Records());
+    // Writing through the folders has left its mark on their times.
+    EXPECT_EQ(test::Names(u"C:\\Work"), Names(before));
+    for (const auto& [path, description] : before)
+      if (!(Attributes(u"C:\\Work" + path) & win32::FILE_ATTRIBUTE_DIRECTORY)) {
+        EXPECT_EQ(test::Describe(u"C:\\Work" + path), description) << Utf8(path);
+      }
+    for (const auto* place : {u"D:\\Plans here", u"D:\\Work here", u"E:\\Team here"})
+      EXPECT_TRUE(test::Names(place).empty()) << Utf8(place);
+  }
+  // Attributes and times of a junction itself.
+  static std::string JunctionFacts(const std::u16string& path) {
+    const std::string described = test::Describe(path);
+    return described.substr(0, described.find(" holds "));
+  }
+  static std::vector<std::u16string> Names(const test::Tree& tree) {
+    std::vector<std::u16string> names;
+    for (const auto& [path, description] : tree) names.push_back(path);
+    return names;
+  }
+
+  test::Tree before;
+};
+
+TEST_F(Nested, ARedirectedFolderMovesWithTheFolderAroundIt) {
+  RedirectInnermost();
+  RedirectMiddle();
+  EXPECT_EQ(AllRecords(), (Records{{u"1", {u"E:\\Team here\\Team\\Plans", u"D:\\Plans here\\Plans"}},
+                                   {u"2", {u"C:\\Work\\Team", u"E:\\Team here\\Team"}}}));
+  EXPECT_TRUE(IsLink(u"E:\\Team here\\Team\\Plans"));
+  ExpectUsersNoticeNothing();
+  RedirectOutermost();
+  EXPECT_EQ(AllRecords(), (Records{{u"1", {u"E:\\Team here\\Team\\Plans", u"D:\\Plans here\\Plans"}},
+                                   {u"2", {u"D:\\Work here\\Work\\Team", u"E:\\Team here\\Team"}},
+                                   {u"3", {u"C:\\Work", u"D:\\Work here\\Work"}}}));
+  ExpectUsersNoticeNothing();
+  EXPECT_EQ(Contents(u"D:\\Plans here\\Plans\\p.txt"), "plans");
+  EXPECT_EQ(Contents(u"E:\\Team here\\Team\\t.txt"), "team");
+  EXPECT_EQ(Contents(u"D:\\Work here\\Work\\w.txt"), "work");
+}
+
+// The records name the folders where they are now; the list shows these names, and they are what the removal takes.
+TEST_F(Nested, EachMayBeTakenBackFirst) {
+  const std::u16string plans = u"D:\\Plans here\\Plans", team = u"E:\\Team here\\Team", work = u"D:\\Work here\\Work";
+  struct Step {
+    std::u16string folder, location;
+    Records left;
+  };
+  const std::vector<Step> orders[] = {
+      {{u"C:\\Work", u"D:\\Work here", {{u"1", {team + u"\\Plans", plans}}, {u"2", {u"C:\\Work\\Team", team}}}},
+       {u"C:\\Work\\Team", u"E:\\Team here", {{u"1", {u"C:\\Work\\Team\\Plans", plans}}}},
+       {u"C:\\Work\\Team\\Plans", u"D:\\Plans here", {}}},
+      {{team + u"\\Plans", u"D:\\Plans here", {{u"2", {work + u"\\Team", team}}, {u"3", {u"C:\\Work", work}}}},
+       {work + u"\\Team", u"E:\\Team here", {{u"3", {u"C:\\Work", work}}}},
+       {u"C:\\Work", u"D:\\Work here", {}}},
+      {{work + u"\\Team", u"E:\\Team here", {{u"1", {work + u"\\Team\\Plans", plans}}, {u"3", {u"C:\\Work", work}}}},
+       {u"C:\\Work", u"D:\\Work here", {{u"1", {u"C:\\Work\\Team\\Plans", plans}}}},
+       {u"C:\\Work\\Team\\Plans", u"D:\\Plans here", {}}}};
+  for (const auto& order : orders) {
+    RedirectAll();
+    const RunResult byOldName = Run({u"/RedirectFolder", u"C:\\Work\\Team\\Plans", u"/loc:D:\\Plans here", u"/d"});
+    EXPECT_EQ(byOldName.exitCode, 1);
+    EXPECT_TRUE(
+        byOldName.Logged(u"#ERROR: Junction doesn't exists for Source = C:\\Work\\Team\\Plans and Target = "
+                         u"D:\\Plans here."));
+    for (const auto& [folder, location, left] : order) {
+      Remove(folder, location);
+      EXPECT_EQ(AllRecords(), left) << Utf8(folder);
+      ExpectUsersNoticeNothing();
+    }
+    ExpectAllAsBefore();
+  }
+}
+
+// The other way in: the folder inside is redirected, where it now is, after the one around it.
+TEST_F(Nested, AFolderInsideARedirectedOneIsRedirectedFromItsNewPlace) {
+  RedirectOutermost();
+  Redirect(u"D:\\Work here\\Work\\Team", u"E:\\Team here");
+  ExpectUsersNoticeNothing();
+  Remove(u"C:\\Work", u"D:\\Work here");
+  EXPECT_EQ(AllRecords(), (Records{{u"2", {u"C:\\Work\\Team", u"E:\\Team here\\Team"}}}));
+  ExpectUsersNoticeNothing();
+  Remove(u"C:\\Work\\Team", u"E:\\Team here");
+  ExpectAllAsBefore();
+}
+
+// The place where redirected data lies is itself redirected: now the records' targets follow.
+TEST_F(Nested, TheTargetOfARedirectionMovesOn) {
+  RedirectOutermost();
+  Redirect(u"D:\\Work here", u"E:\\");
+  EXPECT_EQ(AllRecords(),
+            (Records{{u"1", {u"C:\\Work", u"E:\\Work here\\Work"}}, {u"2", {u"D:\\Work here", u"E:\\Work here"}}}));
+  ExpectUsersNoticeNothing();
+  Remove(u"C:\\Work", u"E:\\Work here");
+  EXPECT_EQ(Contents(u"C:\\Work\\Team\\Plans\\p.txt"), "plans");
+  Remove(u"D:\\Work here", u"E:\\");
+  ExpectAllAsBefore();
+}
+
+// Another folder's contents lie in a redirected one's: its junction is led to where they now are, and stays itself.
+TEST_F(Nested, AJunctionIntoTheTargetFollowsTheRemoval) {
+  RedirectOutermost();
+  MakeFolder(u"E:\\Foo");
+  MakeFile(u"E:\\Foo\\f.txt", "foo");
+  test::SetSecurity(u"E:\\Foo", u"O:BAD:P(A;OICI;FA;;;BA)(A;OICI;0x1200a9;;;BU)");
+  Redirect(u"E:\\Foo", u"D:\\Work here\\Work");
+  ASSERT_TRUE(RestoreLink(
+      {u"E:\\Foo", {}, true, MountPointData(u"\\??\\D:\\Work here\\Work\\Foo\\", u"D:\\Work here\\Work\\Foo")}));
+  ASSERT_TRUE(win32::SetFileAttributesW(u"E:\\Foo", win32::FILE_ATTRIBUTE_HIDDEN));
+  test::SetTimes(u"E:\\Foo", 9);
+  const FolderDescriptor security = ReadDescriptor(u"E:\\Foo");
+  const std::string facts = JunctionFacts(u"E:\\Foo");
+  Remove(u"C:\\Work", u"D:\\Work here");
+  EXPECT_EQ(AllRecords(), (Records{{u"2", {u"E:\\Foo", u"C:\\Work\\Foo"}}}));
+  EXPECT_TRUE(IsLink(u"E:\\Foo"));
+  EXPECT_EQ(Contents(u"E:\\Foo\\f.txt"), "foo");
+  EXPECT_EQ(ReadDescriptor(u"E:\\Foo"), security);
+  EXPECT_EQ(JunctionFacts(u"E:\\Foo"), facts);
+  EXPECT_EQ(ReadLinkData(u"E:\\Foo"), MountPointData(u"\\??\\C:\\Work\\Foo\\", u"C:\\Work\\Foo"));
+  Remove(u"E:\\Foo", u"C:\\Work");
+  EXPECT_EQ(Contents(u"E:\\Foo\\f.txt"), "foo");
+  ExpectAllAsBefore();
+}
+
+// The same where the target has moved on meanwhile, and both junctions lead there through the one in its old place.
+TEST_F(Nested, AJunctionIntoATargetThatMovedOnFollowsTheRemoval) {
+  RedirectOutermost();
+  MakeFolder(u"E:\\Foo");
+  MakeFile(u"E:\\Foo\\f.txt", "foo");
+  Redirect(u"E:\\Foo", u"D:\\Work here\\Work");
+  Redirect(u"D:\\Work here", u"E:\\");
+  Remove(u"C:\\Work", u"E:\\Work here");
+  EXPECT_EQ(AllRecords(),
+            (Records{{u"2", {u"E:\\Foo", u"C:\\Work\\Foo"}}, {u"3", {u"D:\\Work here", u"E:\\Work here"}}}));
+  EXPECT_EQ(Contents(u"E:\\Foo\\f.txt"), "foo");
+  Remove(u"E:\\Foo", u"C:\\Work");
+  Remove(u"D:\\Work here", u"E:\\");
+  ExpectAllAsBefore();
+}
+
+// What is redirected is back in any case; what could not follow is told, and the rest follows.
+TEST_F(Nested, WhatCannotFollowTheRemovalIsTold) {
+  RedirectOutermost();
+  for (const auto* folder : {u"E:\\Foo", u"E:\\Goo"}) {
+    MakeFolder(folder);
+    MakeFile(folder + std::u16string(u"\\f.txt"), "foo");
+    Redirect(folder, u"D:\\Work here\\Work");
+  }
+  win32::UniqueFile held{
+      win32::CreateFileW(u"E:\\Foo", win32::GENERIC_READ, win32::FILE_SHARE_READ, nullptr, win32::OPEN_EXISTING,
+                         win32::FILE_FLAG_BACKUP_SEMANTICS | win32::FILE_FLAG_OPEN_REPARSE_POINT, nullptr)};
+  machine->gate.FailCall("RegCreateKeyExW", 2, win32::ERROR_ACCESS_DENIED);
+  const RunResult run = Run({u"/RedirectFolder", u"C:\\Work", u"/loc:D:\\Work here", u"/d"});
+  machine->gate.ClearFailures();
+  held.reset();
+  EXPECT_EQ(run.exitCode, 1);
+  EXPECT_TRUE(run.Logged(u"#ERROR: Unable to create junction for Source = E:\\Foo and Target = C:\\Work\\Foo."))
+      << Utf8(run.log);
+  EXPECT_TRUE(
+      run.Logged(u"#INFO: The record of Source = E:\\Goo and Target = D:\\Work here\\Work\\Goo names a folder "
+                 u"that is now in C:\\Work."))
+      << Utf8(run.log);
+  EXPECT_TRUE(run.Logged(u"#ERROR: Unable to update redirected folder path in registry.")) << Utf8(run.log);
+  EXPECT_TRUE(run.Logged(u"#INFO: The files and folders are back in C:\\Work"));
+  EXPECT_FALSE(IsLink(u"C:\\Work"));
+  EXPECT_FALSE(Exists(u"D:\\Work here\\Work"));
+  EXPECT_EQ(Contents(u"E:\\Goo\\f.txt"), "foo");
+  EXPECT_EQ(Contents(u"C:\\Work\\Foo\\f.txt"), "foo");
+  EXPECT_TRUE(IsLink(u"E:\\Foo"));
+  ExpectUsersNoticeNothing();
+}
+
+// A record that cannot follow takes the redirection back: it would name a folder that is gone.
+TEST_F(Nested, ARecordThatCannotFollowTakesTheMoveBack) {
+  RedirectInnermost();
+  const Records records = AllRecords();
+  machine->gate.FailCall("RegCreateKeyExW", 1, win32::ERROR_ACCESS_DENIED);
+  const RunResult run = Run({u"/RedirectFolder", u"C:\\Work", u"/loc:D:\\Work here"});
+  machine->gate.ClearFailures();
+  EXPECT_EQ(run.exitCode, 1);
+  EXPECT_TRUE(run.Logged(u"#ERROR: Unable to update redirected folder path in registry.")) << Utf8(run.log);
+  EXPECT_EQ(AllRecords(), records);
+  EXPECT_FALSE(IsLink(u"C:\\Work"));
+  Remove(u"C:\\Work\\Team\\Plans", u"D:\\Plans here");
+  ExpectAllAsBefore();
+}
+
+// Three shared folders: the one that is redirected, one in it, one far down in it with two shares.
+class Shared : public Redirections {
+ protected:
+  using Shares = std::map<std::u16string, std::u16string>;
+
+  Shared() {
+    for (const auto* folder : {u"C:\\Data", u"C:\\Data\\Public", u"C:\\Data\\a", u"C:\\Data\\a\\b",
+                               u"C:\\Data\\a\\b\\Deep", u"C:\\Database", u"D:\\Target"})
+      MakeFolder(folder);
+    MakeFile(u"C:\\Data\\a\\b\\Deep\\f.txt", "far down");
+    test::Share(u"root", u"C:\\Data");
+    test::Share(u"public", u"C:\\Data\\Public");
+    test::Share(u"deep", u"C:\\Data\\a\\b\\Deep");
+    test::Share(u"deep2", u"c:\\data\\A\\B\\deep");
+    test::Share(u"neighbour", u"C:\\Database");
+  }
+};
+
+// The share of the folder itself goes on naming the old place, which leads to the data; those below it name the new
+// one.
+TEST_F(Shared, SharesFollowTheDataThereAndBack) {
+  const Shares before = test::Shares();
+  Redirect(u"C:\\Data", u"D:\\Target");
+  EXPECT_EQ(test::Shares(), (Shares{{u"root", u"C:\\Data"},
+                                    {u"public", u"D:\\Target\\Data\\Public"},
+                                    {u"deep", u"D:\\Target\\Data\\a\\b\\Deep"},
+                                    {u"deep2", u"D:\\Target\\Data\\a\\b\\Deep"},
+                                    {u"neighbour", u"C:\\Database"}}));
+  for (const auto& [name, path] : test::Shares()) EXPECT_TRUE(Exists(path)) << Utf8(name);
+  test::Share(u"target", u"d:\\target\\DATA");
+  Remove(u"C:\\Data", u"D:\\Target");
+  EXPECT_FALSE(Exists(u"D:\\Target\\Data"));
+  Shares after = before;
+  after[u"target"] = u"C:\\Data";             // the folder that held the contents goes, so its own share follows them
+  after[u"deep2"] = u"C:\\Data\\a\\b\\Deep";  // the folder's own spelling
+  EXPECT_EQ(test::Shares(), after);
+}
+
+TEST_F(Shared, AShareThatCannotFollowKeepsItsFolder) {
+  const auto remove = [&] { return Run({u"/RedirectFolder", u"C:\\Data", u"/loc:D:\\Target", u"/d"}); };
+  // Each share inside is deleted and added, then comes the one of the folder itself.
+  for (const auto& [call, number] : {std::pair("NetShareAdd", 4), {"NetShareDel", 4}}) {
+    Redirect(u"C:\\Data", u"D:\\Target");
+    if (!test::Shares().contains(u"target")) test::Share(u"target", u"D:\\Target\\Data");
+    machine->gate.FailCall(call, static_cast<std::uint64_t>(number), win32::ERROR_ACCESS_DENIED);
+    const RunResult run = remove();
+    machine->gate.ClearFailures();
+    EXPECT_EQ(run.exitCode, 1) << call;
+    EXPECT_TRUE(run.Logged(u"#ERROR: Unable to move network share target from D:\\Target\\Data to C:\\Data."))
+        << Utf8(run.log);
+    EXPECT_EQ(test::Shares()[u"target"], u"D:\\Target\\Data") << call;
+    EXPECT_TRUE(Exists(u"D:\\Target\\Data")) << call;
+    EXPECT_EQ(Contents(u"C:\\Data\\a\\b\\Deep\\f.txt"), "far down");
+    EXPECT_EQ(AllRecords(), Records());
+  }
+}
+
+TEST_F(Shared, SharesAreGoneWithTheSwitchForIt) {
+  const RunResult run = Run({u"/RedirectFolder", u"C:\\Data", u"/loc:D:\\Target", u"/-Share"});
+  ASSERT_EQ(run.exitCode, 0) << Utf8(run.log);
+  EXPECT_EQ(test::Shares(), (Shares{{u"neighbour", u"C:\\Database"}}));
+  test::Share(u"later", u"D:\\Target\\Data\\a");
+  Remove(u"C:\\Data", u"D:\\Target");
+  EXPECT_EQ(test::Shares(), (Shares{{u"neighbour", u"C:\\Database"}, {u"later", u"C:\\Data\\a"}}));
+}
+
+}  // namespace
