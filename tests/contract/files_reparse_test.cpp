@@ -45,13 +45,10 @@ TEST_F(FilesReparse, SettingIsRefusedWhereItMustNotBe) {
   Put(Path(u"full\\file"));
   Put(Path(u"file"), "");
   MakeDirectory(Path(u"empty"));
-  const auto full = OpenItself(Path(u"full"), GENERIC_WRITE);
-  EXPECT_EQ(SetReparse(full.get(), data), ERROR_DIR_NOT_EMPTY);
-  const auto file = OpenItself(Path(u"file"), GENERIC_WRITE);
-  EXPECT_EQ(SetReparse(file.get(), data), ERROR_DIRECTORY);
-  const auto reader = OpenItself(Path(u"empty"), GENERIC_READ);
-  EXPECT_EQ(SetReparse(reader.get(), data), ERROR_ACCESS_DENIED);
-
+  for (const auto& [name, access, error] : {std::tuple(u"full", GENERIC_WRITE, ERROR_DIR_NOT_EMPTY),
+                                            {u"file", GENERIC_WRITE, ERROR_DIRECTORY},
+                                            {u"empty", GENERIC_READ, ERROR_ACCESS_DENIED}})
+    EXPECT_EQ(SetReparse(OpenItself(Path(name), access).get(), data), error);
   const auto empty = OpenItself(Path(u"empty"), GENERIC_WRITE);
   Bytes tooLong(16 * 1024 + 1), wrongLength = data, noTag = data, outside = data, noTarget = JunctionData(u"");
   std::memcpy(tooLong.data(), data.data(), data.size());

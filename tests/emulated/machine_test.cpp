@@ -5,7 +5,6 @@
 #include "win32/emulated/files/volume_names.h"
 #include "win32/emulated/registry/system_hives.h"
 #include "win32/emulated/setup/first_logon.h"
-#include "win32/emulated/system/mutex.h"
 #include "win32/emulated/system/native_queries.h"
 #include "win32/emulated/system/pe_resources.h"
 #include "win32/emulated/system/processes.h"
@@ -93,21 +92,6 @@ TEST_F(Machine, AQueryThatHangsEndsWithItsThreadOrWithTheMachine) {
   thread.reset();
   machine.reset();
   EXPECT_TRUE(second.unwound && unstarted.status == -1);
-}
-
-TEST_F(Machine, OthersProcessesAndMarksMayBeClosedToUs) {
-  emulated::AddProcess(*machine, 17).isProtected = true;
-  emulated::AddProcess(*machine, 4242);
-  const auto error = [](DWORD id) { return ErrorOf(UniqueKernelHandle{OpenProcess(PROCESS_DUP_HANDLE, FALSE, id)}); };
-  EXPECT_EQ(error(17), ERROR_ACCESS_DENIED);
-  EXPECT_EQ(error(4242), 0u);
-  const auto descriptor = emulated::DescriptorFromText(u"O:SYG:SYD:(A;;GA;;;SY)");
-  const auto mutex = std::make_shared<emulated::MutexObject>(*machine, u"closed", *descriptor);
-  machine->foreignObjects.push_back(mutex);
-  machine->namedObjects[u"closed"] = mutex;
-  EXPECT_EQ(ErrorOf(CreateMutexW(nullptr, FALSE, u"closed")), ERROR_ACCESS_DENIED);
-  Become(u"S-1-5-21-1-2-3-1001");
-  EXPECT_EQ(error(4242), ERROR_ACCESS_DENIED);
 }
 
 TEST_F(Machine, AMountedFolderIsFoundAfterMovesAndRestarts) {

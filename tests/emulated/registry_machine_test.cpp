@@ -1,6 +1,5 @@
-// The registry on a machine: hives and their files, views, access; services and delayed renames, which it holds.
+// The registry on a machine: hives and their files, views, access; delayed renames, which it holds.
 #include "emulated/on_machine.h"
-#include "win32/emulated/registry/services.h"
 
 namespace {
 
@@ -148,67 +147,6 @@ TEST_F(RegistryMachine, DelayedRenamesAreCarriedOutInOrderAtTheStart) {
   Restart();
   EXPECT_TRUE(contract::Exists(u"C:\\d"));
   EXPECT_FALSE(registry().Query(kKey, kValue));
-}
-
-// Services: who may do what, and states that last by the clock.
-TEST_F(RegistryMachine, ServicesStartAndStopByTheClockAndWithWhatTheyDependOn) {
-  emulated::ServiceManager& services = machine->services();
-  const auto open = [](const char16_t* name, DWORD access = SERVICE_ALL_ACCESS) {
-    const UniqueService manager(OpenSCManagerW(nullptr, nullptr, SC_MANAGER_CONNECT));
-    return UniqueService(OpenServiceW(manager.get(), name, access));
-  };
-  const auto start = [&](const char16_t* name) {
-    return contract::ErrorOf(StartServiceW(open(name).get(), 0, nullptr));
-  };
-  const auto state = [&](const char16_t* name) {
-    SERVICE_STATUS status{};
-    EXPECT_TRUE(QueryServiceStatus(open(name).get(), &status));
-    return status.dwCurrentState;
-  };
-  const auto stop = [&](const char16_t* name) {
-    SERVICE_STATUS status{};
-    const DWORD error = contract::ErrorOf(ControlService(open(name).get(), SERVICE_CONTROL_STOP, &status));
-    EXPECT_EQ(status.dwCurrentState, state(name));
-    return error;
-  };
-  const auto dependOn = [&](const char16_t* needed) {
-    registry().Set(u"HKLM\\SYSTEM\\CurrentControlSet\\Services\\Probe", u"DependOnService", REG_MULTI_SZ,
-                   emulated::RegistryMultiText({needed}));
-  };
-  for (const auto* const name : {u"Probe", u"Base"})
-    services.Install(name, u"\"C:\\Windows\\System32\\svchost.exe\" -k probe", SERVICE_DEMAND_START);
-  services.Install(u"Gone", u"C:\\none\\gone.exe", SERVICE_DEMAND_START);
-  services.Behaviour(u"Probe") = {.startMilliseconds = 3000, .stopMilliseconds = 500};
-  EXPECT_EQ(start(u"Gone"), ERROR_FILE_NOT_FOUND);
-  EXPECT_EQ(stop(u"Probe"), ERROR_SERVICE_NOT_ACTIVE);
-  dependOn(u"Base");
-  EXPECT_EQ(start(u"Probe"), 0U);
-  EXPECT_EQ(state(u"base"), SERVICE_RUNNING);
-  EXPECT_EQ(stop(u"Probe"), ERROR_SERVICE_CANNOT_ACCEPT_CTRL);
-  machine->Advance(2999);
-  EXPECT_EQ(state(u"Probe"), SERVICE_START_PENDING);
-  machine->Advance(1);
-  EXPECT_EQ(state(u"Probe"), SERVICE_RUNNING);
-  EXPECT_EQ(start(u"Probe"), ERROR_SERVICE_ALREADY_RUNNING);
-  EXPECT_EQ(stop(u"Base"), 1051U) << "what depends on it runs";
-  EXPECT_EQ(stop(u"Probe"), 0U);
-  EXPECT_EQ(state(u"Probe"), SERVICE_STOP_PENDING);
-  machine->Advance(500);
-  EXPECT_EQ(state(u"Probe"), SERVICE_STOPPED);
-  EXPECT_EQ(stop(u"Base"), 0U);
-  EXPECT_TRUE(ChangeServiceConfigW(open(u"Base").get(), SERVICE_NO_CHANGE, SERVICE_DISABLED, SERVICE_NO_CHANGE, nullptr,
-                                   nullptr, nullptr, nullptr, nullptr, nullptr, nullptr));
-  EXPECT_EQ(start(u"Base"), ERROR_SERVICE_DISABLED);
-  for (const auto& [needed, error] : {std::pair{u"Base", 1068U}, {u"Nobody", 1075U}, {u"Probe", 1059U}}) {
-    dependOn(needed);
-    EXPECT_EQ(start(u"Probe"), error);
-  }
-  Become(emulated::SidToText(machine->process.token->user));  // users may look, administrators may change
-  EXPECT_TRUE(open(u"Probe", SERVICE_QUERY_CONFIG | SERVICE_QUERY_STATUS));
-  for (const DWORD access : {SERVICE_CHANGE_CONFIG, SERVICE_START, SERVICE_STOP, SERVICE_ALL_ACCESS})
-    EXPECT_EQ(contract::ErrorOf(open(u"Probe", access)), ERROR_ACCESS_DENIED);
-  EXPECT_EQ(contract::ErrorOf(UniqueService(OpenSCManagerW(nullptr, nullptr, SC_MANAGER_ALL_ACCESS))),
-            ERROR_ACCESS_DENIED);
 }
 
 }  // namespace

@@ -1,5 +1,4 @@
-// The images of a folder: everything at once or nothing, also when the process is killed; and what the random
-// operations on a volume do not reach.
+// The images of a folder: everything at once or nothing, also when the process is killed; and a full volume.
 #include <gtest/gtest.h>
 #include <signal.h>
 #include <sys/wait.h>
@@ -155,77 +154,33 @@ TEST_F(StorageImages, AKillLeavesTheOldStateOrTheNewOne) {
   }
 }
 
-class StorageVolume : public testing::Test {
- protected:
-  StorageVolume() { Remount(); }
-  void Remount() {
-    EXPECT_TRUE(!volume_ || volume_->Flush() == 0);
-    volume_.reset();
-    EXPECT_EQ(0u, Volume::Mount(*device_, volume_));
-  }
-  win32::DWORD Make(std::u16string_view name, FileId& file, std::uint32_t descriptor = 1) {
-    return volume_->Create(volume_->Root(), name, false, 0, test::NumberedDescriptor(descriptor), kNow, file);
-  }
-
-  const std::unique_ptr<MemoryDevice> device_ = test::FreshNtfs(4, "Data");
-  std::unique_ptr<Volume> volume_;
-};
-
-TEST_F(StorageVolume, RefusesNamesThatNtfsDoesNotTakeAndReferencesThatAreOld) {
-  FileId old = 0, next = 0;
-  const std::u16string longest(255, u'n');
-  for (const std::u16string& bad : std::vector<std::u16string>{u"", u".", u"..", u"a\\b", u"a:b", u"a?", u"a\x1F",
-                                                               std::u16string(1, u'\0'), longest + u'n'})
-    EXPECT_EQ(win32::ERROR_INVALID_NAME, Make(bad, old));
-  EXPECT_EQ(0u, Make(longest, old));
-  EXPECT_EQ(win32::ERROR_ALREADY_EXISTS, Make(std::u16string(255, u'N'), next));
-  EXPECT_EQ(win32::ERROR_ACCESS_DENIED, Make(u"$mft", next));
-  EXPECT_EQ(win32::ERROR_DIRECTORY, volume_->Create(old, u"x", false, 0, test::NumberedDescriptor(1), kNow, next));
-  EXPECT_EQ(win32::ERROR_INVALID_SECURITY_DESCR,
-            volume_->Create(volume_->Root(), u"x", false, 0, Bytes(20, 0), kNow, next));
-  for (const char16_t* const name : {u"x", u"$MFT"})
-    EXPECT_EQ(win32::ERROR_FILE_NOT_FOUND, volume_->Lookup(volume_->Root(), name, next, nullptr));
-  // Another file has the record, but not the reference.
-  ASSERT_EQ(0u, volume_->Unlink(volume_->Root(), longest));
-  for (std::u16string name = u"next"; (next & 0xFFFFFFFFFFFF) != (old & 0xFFFFFFFFFFFF) && name.size() < 10;
-       name += u'x')
-    EXPECT_EQ(0u, Make(name, next));
-  for (int pass = 0; pass < 2; ++pass) {
-    FileInfo info;
-    EXPECT_EQ(win32::ERROR_FILE_NOT_FOUND, volume_->Stat(old, info));
-    EXPECT_EQ(0u, volume_->Stat(next, info));
-    Remount();
-  }
-}
-
-TEST_F(StorageVolume, WhenFullKeepsWhatFitsAndNothingHalf) {
-  std::vector<FileId> files;
+TEST(StorageVolume, WhenFullKeepsWhatFitsAndNothingHalf) {
+  const auto device = test::FreshNtfs(4, "Data");
+  std::unique_ptr<Volume> volume;
+  ASSERT_EQ(0u, Volume::Mount(*device, volume));
+  FileId file = 0;
+  unsigned number = 0;
+  const auto name = [](unsigned of) { return std::u16string(of, u'f'); };
   win32::DWORD error = 0;
-  const auto name = [](std::size_t number) { return std::u16string(number + 1, u'f'); };
-  for (std::uint32_t number = 0; error == 0 && number < 250; ++number) {
-    FileId file = 0;
-    if ((error = Make(name(number), file, number)) == 0) {
-      error = volume_->Write(file, {}, 0, Bytes(12'000, static_cast<std::uint8_t>(number)));
-      files.push_back(file);
-      std::uint64_t size = 0;
-      ASSERT_EQ(0u, volume_->StreamSize(file, {}, size));
-      EXPECT_EQ(error == 0 ? 12'000u : 0u, size);
-    } else {
-      EXPECT_EQ(win32::ERROR_FILE_NOT_FOUND, volume_->Lookup(volume_->Root(), name(number), file, nullptr));
-    }
-  }
+  for (; error == 0 && number < 250; error = Put(*volume, name(number), 12'000, number)) ++number;
   EXPECT_EQ(win32::ERROR_DISK_FULL, error);
-  Remount();
-  // A write that is too large leaves the stream as it was; what is deleted is free again.
-  const std::uint64_t before = volume_->FreeBytes();
-  EXPECT_EQ(win32::ERROR_DISK_FULL, volume_->Write(files[0], {}, 1000, Bytes(4'000'000, 9)));
-  EXPECT_EQ(before, volume_->FreeBytes());
-  for (std::size_t index = 1; index + 1 < files.size(); ++index) EXPECT_EQ(index & 0xFF, Fill(*volume_, name(index)));
-  ASSERT_EQ(0u, volume_->Unlink(volume_->Root(), name(1)));
-  EXPECT_EQ(before + 3 * volume_->ClusterSize(), volume_->FreeBytes());
-  ASSERT_EQ(0u, volume_->Flush());
+  std::uint64_t size = 0;
+  EXPECT_TRUE(volume->LookupPath(name(number), file) != 0 || (volume->StreamSize(file, {}, size) == 0 && size == 0));
+  // A write that is too large leaves the stream as it was; what is deleted is free again, and its reference is no
+  // other's.
+  const std::uint64_t before = volume->FreeBytes();
+  ASSERT_EQ(0u, volume->LookupPath(name(1), file));
+  EXPECT_EQ(win32::ERROR_DISK_FULL, volume->Write(file, {}, 1000, Bytes(4'000'000, 9)));
+  EXPECT_EQ(before, volume->FreeBytes());
+  for (unsigned of = 1; of < number; ++of) EXPECT_EQ(of, Fill(*volume, name(of)));
+  ASSERT_EQ(0u, volume->Unlink(volume->Root(), name(1)));
+  EXPECT_EQ(before + 3 * volume->ClusterSize(), volume->FreeBytes());
+  ASSERT_EQ(0u, Put(*volume, u"in its record", 100, 1));
+  FileInfo info;
+  EXPECT_EQ(win32::ERROR_FILE_NOT_FOUND, volume->Stat(file, info));
+  ASSERT_EQ(0u, volume->Flush());
   const test::TemporaryFolder folder;
-  ASSERT_TRUE(device_->SaveTo(folder / "D.ntfs"));
+  ASSERT_TRUE(device->SaveTo(folder / "D.ntfs"));
   ExpectSound(folder / "D.ntfs");
 }
 

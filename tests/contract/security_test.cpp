@@ -1,0 +1,187 @@
+// Descriptors as text, lists of entries in the program's memory, tokens and AccessCheck.
+#include "contract/security_support.h"
+
+namespace {
+
+using namespace contract;
+using namespace win32;
+
+constexpr DWORD kAllParts =
+    OWNER_SECURITY_INFORMATION | GROUP_SECURITY_INFORMATION | DACL_SECURITY_INFORMATION | SACL_SECURITY_INFORMATION;
+
+std::u16string TextOf(ACL* acl) {
+  SECURITY_DESCRIPTOR descriptor;
+  InitializeSecurityDescriptor(&descriptor, SECURITY_DESCRIPTOR_REVISION);
+  SetSecurityDescriptorDacl(&descriptor, TRUE, acl, FALSE);
+  return contract::TextOf(&descriptor, DACL_SECURITY_INFORMATION);
+}
+
+using SecurityDescriptors = FileTest;
+
+TEST_F(SecurityDescriptors, TextsSurviveTheRoundTripOrAreRefused) {
+  for (const char16_t* const text :
+       {u"O:SYG:BAD:PAI(A;OICI;FA;;;BA)(A;OICIIO;GA;;;CO)(A;;0x1200a9;;;BU)(D;;FW;;;AN)",
+        u"O:S-1-5-21-1004336348-1177238915-682003330-1001D:AI(A;ID;FA;;;S-1-5-21-1004336348-1177238915-682003330-1001)",
+        u"D:P", u"D:(A;;0x1301bf;;;AU)", u"D:(A;CI;KA;;;SY)(A;CI;KR;;;WD)", u"S:(AU;SAFA;FA;;;WD)", u"O:LSG:NS", u""}) {
+    const UniqueLocalMemory descriptor = Parse(text);
+    ASSERT_TRUE(descriptor);
+    EXPECT_EQ(contract::TextOf(descriptor.get(), kAllParts), text);
+  }
+  for (const char16_t* const text :
+       {u"X:BA", u"D:(A;;FA;;;ZZ)", u"D:(A;;FA;;)", u"D:(Q;;FA;;;WD)", u"D:(A;ZZ;FA;;;WD)", u"D:(A;;FA;;;WD", u"O:S-1"})
+    EXPECT_FALSE(Parse(text));
+  if (OnWine()) return;  // its texts do not know NO_ACCESS_CONTROL: the null DACL is not the empty one
+  EXPECT_EQ(TextOf(static_cast<ACL*>(nullptr)), u"D:NO_ACCESS_CONTROL");
+  EXPECT_EQ(DaclOf(Parse(u"D:NO_ACCESS_CONTROL")), nullptr);
+  const UniqueLocalMemory empty = Parse(u"D:");
+  ASSERT_NE(DaclOf(empty), nullptr);
+  EXPECT_EQ(DaclOf(empty)->AceCount, 0);
+}
+
+TEST_F(SecurityDescriptors, EntriesAreFoundByIndexAndClosedUpWhenOneIsDeleted) {
+  const UniqueLocalMemory descriptor = Parse(u"D:(D;;FW;;;AN)(A;ID;FA;;;S-1-5-21-1-2-3-4)(A;;FR;;;WD)");
+  ACL* const acl = DaclOf(descriptor);
+  const WORD size = acl->AclSize;
+  void* ace = nullptr;
+  ASSERT_TRUE(GetAce(acl, 1, &ace));
+  EXPECT_EQ(static_cast<ACE_HEADER*>(ace)->AceFlags, INHERITED_ACE);
+  EXPECT_EQ(ErrorOf(GetAce(acl, 3, &ace)), ERROR_INVALID_PARAMETER);
+  EXPECT_FALSE(DeleteAce(acl, 3));
+
+  EXPECT_TRUE(DeleteAce(acl, 1));
+  EXPECT_EQ(TextOf(acl), u"D:(D;;FW;;;AN)(A;;FR;;;WD)");
+  EXPECT_EQ(acl->AclSize, size);  // the room stays the list's
+  EXPECT_TRUE(DeleteAce(acl, 1) && DeleteAce(acl, 0));
+  EXPECT_FALSE(GetAce(acl, 0, &ace));
+}
+
+TEST_F(SecurityDescriptors, SetEntriesInAcl) {
+  const char16_t* const old = u"D:(D;;FW;;;WD)(A;;FR;;;WD)(A;;FA;;;BA)";
+  const struct {
+    const char16_t* old;
+    ACCESS_MODE mode;
+    DWORD mask;
+    const char16_t* made;
+    bool onWine = false;
+  } cases[] = {
+      // for Everyone
+      // New entries keep generic rights.
+      {nullptr, ACCESS_MODE::SET_ACCESS, GENERIC_READ, u"D:(A;;GR;;;WD)", true},
+      // Setting and revoking replace what the trustee had. Wine leaves his denied entries.
+      {old, ACCESS_MODE::REVOKE_ACCESS, 0, u"D:(A;;FA;;;BA)"},
+      {old, ACCESS_MODE::SET_ACCESS, FILE_GENERIC_EXECUTE, u"D:(A;;FX;;;WD)(A;;FA;;;BA)"},
+      // Denied entries stand before allowed ones and inherited ones last. Wine appends new ones where they come.
+      {u"D:(A;;FR;;;BA)(A;ID;FA;;;SY)", ACCESS_MODE::DENY_ACCESS, FILE_WRITE_DATA,
+       u"D:(D;;DC;;;WD)(A;;FR;;;BA)(A;ID;FA;;;SY)"}};
+  const UniqueLocalMemory everyone = Parse(u"O:WD");
+  for (const auto& one : cases) {
+    if (OnWine() && !one.onWine) continue;
+    EXPLICIT_ACCESS_W entry{one.mask,
+                            one.mode,
+                            NO_INHERITANCE,
+                            {nullptr, MULTIPLE_TRUSTEE_OPERATION::NO_MULTIPLE_TRUSTEE, TRUSTEE_FORM::TRUSTEE_IS_SID,
+                             TRUSTEE_TYPE::TRUSTEE_IS_UNKNOWN, PartOf<char16_t>(everyone, 4)}};
+    const UniqueLocalMemory before = Parse(one.old ? one.old : u"D:");
+    ACL* acl = nullptr;
+    EXPECT_EQ(SetEntriesInAclW(1, &entry, one.old ? DaclOf(before) : nullptr, &acl), 0u);
+    const UniqueLocalMemory after{acl};
+    EXPECT_EQ(TextOf(acl), one.made);
+  }
+}
+
+TEST_F(SecurityDescriptors, SidsAreComparedByTheirContentAndGenericRightsReplaced) {
+  SID_IDENTIFIER_AUTHORITY nt{{0, 0, 0, 0, 0, 5}};
+  UniqueSid sids[3];
+  for (DWORD i = 0; i < 3; ++i)  // of the third only one part counts
+    ASSERT_TRUE(AllocateAndInitializeSid(&nt, i == 2 ? 1 : 2, SECURITY_BUILTIN_DOMAIN_RID, DOMAIN_ALIAS_RID_ADMINS,
+                                         i * 9, 0, 0, 0, 0, 0, sids[i].put()));
+  EXPECT_TRUE(EqualSid(sids[0].get(), sids[1].get()));
+  EXPECT_FALSE(EqualSid(sids[0].get(), sids[2].get()));
+  GENERIC_MAPPING mapping{FILE_GENERIC_READ, FILE_GENERIC_WRITE, FILE_GENERIC_EXECUTE, FILE_ALL_ACCESS};
+  DWORD mask = GENERIC_READ | GENERIC_EXECUTE | DELETE;
+  MapGenericMask(&mask, &mapping);
+  EXPECT_EQ(mask, FILE_GENERIC_READ | FILE_GENERIC_EXECUTE | DELETE);
+}
+
+class Tokens : public FileTest {
+ protected:
+  ~Tokens() override { RevertToSelf(); }
+
+  static UniqueKernelHandle ProcessToken(DWORD access) {
+    UniqueKernelHandle token;
+    EXPECT_TRUE(OpenProcessToken(GetCurrentProcess(), access, token.put()));
+    return token;
+  }
+
+  static DWORD Enable(HANDLE token, const char16_t* privilege, DWORD attributes = SE_PRIVILEGE_ENABLED) {
+    TOKEN_PRIVILEGES wish{1, {{{}, attributes}}};
+    EXPECT_TRUE(LookupPrivilegeValueW(nullptr, privilege, &wish.Privileges[0].Luid));
+    SetLastError(0xDEAD);
+    EXPECT_TRUE(AdjustTokenPrivileges(token, FALSE, &wish, 0, nullptr, nullptr));
+    return GetLastError();
+  }
+};
+
+TEST_F(Tokens, InformationTellsItsSizeFirstAndPointsIntoItsBuffer) {
+  const UniqueKernelHandle token = ProcessToken(TOKEN_QUERY);
+  DWORD needed = 0;
+  EXPECT_EQ(ErrorOf(GetTokenInformation(token.get(), TOKEN_INFORMATION_CLASS::TokenGroups, nullptr, 0, &needed)),
+            ERROR_INSUFFICIENT_BUFFER);
+  std::vector<std::uint64_t> buffer(needed / 8 + 1);
+  ASSERT_TRUE(GetTokenInformation(token.get(), TOKEN_INFORMATION_CLASS::TokenGroups, buffer.data(), needed, &needed));
+  const auto* const groups = reinterpret_cast<const TOKEN_GROUPS*>(buffer.data());
+  const auto* const begin = reinterpret_cast<const BYTE*>(buffer.data());
+  ASSERT_GT(groups->GroupCount, 0u);
+  for (DWORD i = 0; i < groups->GroupCount; ++i) {
+    const auto* const sid = static_cast<const BYTE*>(groups->Groups[i].Sid);
+    EXPECT_TRUE(sid > begin && sid < begin + needed && sid[0] == 1);
+  }
+  for (const auto& [text, isMember] : {std::pair{u"S-1-5-32-544", TRUE}, {u"S-1-5-21-1-2-3-4", FALSE}}) {
+    UniqueLocalMemory group;
+    BOOL member = !isMember;
+    ASSERT_TRUE(ConvertStringSidToSidW(text, group.put()));
+    EXPECT_TRUE(CheckTokenMembership(nullptr, group.get(), &member));
+    EXPECT_EQ(member, isMember);
+  }
+}
+
+TEST_F(Tokens, AdjustingSucceedsAndSaysInTheLastErrorWhetherAllWereHeld) {
+  const UniqueKernelHandle token = ProcessToken(TOKEN_QUERY | TOKEN_ADJUST_PRIVILEGES);
+  EXPECT_EQ(Enable(token.get(), u"SeBackupPrivilege"), ERROR_SUCCESS);
+  EXPECT_EQ(Enable(token.get(), u"SeBackupPrivilege", 0), ERROR_SUCCESS);
+  LUID luid;
+  EXPECT_EQ(ErrorOf(LookupPrivilegeValueW(nullptr, u"SeNoSuchPrivilege", &luid)), ERROR_NO_SUCH_PRIVILEGE);
+  EXPECT_TRUE(OnWine() || Enable(token.get(), u"SeCreateTokenPrivilege") == ERROR_NOT_ALL_ASSIGNED);
+  const UniqueKernelHandle queryOnly = ProcessToken(TOKEN_QUERY);
+  TOKEN_PRIVILEGES none{};
+  EXPECT_EQ(ErrorOf(AdjustTokenPrivileges(queryOnly.get(), FALSE, &none, 0, nullptr, nullptr)), ERROR_ACCESS_DENIED);
+}
+
+TEST_F(Tokens, AccessCheckWantsAnImpersonationTokenAndMappedRights) {
+  const UniqueLocalMemory descriptor = Parse(u"O:SYG:SYD:(A;;FR;;;WD)");
+  GENERIC_MAPPING mapping{FILE_GENERIC_READ, FILE_GENERIC_WRITE, FILE_GENERIC_EXECUTE, FILE_ALL_ACCESS};
+  PRIVILEGE_SET privileges{};
+  DWORD length = sizeof privileges, granted = 0;
+  BOOL allowed = FALSE;
+  const auto check = [&](HANDLE token, DWORD desired) {
+    length = sizeof privileges;
+    return AccessCheck(descriptor.get(), token, desired, &mapping, &privileges, &length, &granted, &allowed);
+  };
+  const UniqueKernelHandle primary = ProcessToken(TOKEN_QUERY);
+  EXPECT_EQ(ErrorOf(check(primary.get(), FILE_READ_DATA)), ERROR_NO_IMPERSONATION_TOKEN);
+
+  UniqueKernelHandle token;  // which a thread has only while it impersonates
+  EXPECT_EQ(ErrorOf(OpenThreadToken(GetCurrentThread(), TOKEN_QUERY, TRUE, token.put())), ERROR_NO_TOKEN);
+  ASSERT_TRUE(ImpersonateSelf(SECURITY_IMPERSONATION_LEVEL::SecurityImpersonation));
+  ASSERT_TRUE(OpenThreadToken(GetCurrentThread(), TOKEN_QUERY, TRUE, token.put()));
+  EXPECT_TRUE(check(token.get(), FILE_READ_DATA));
+  EXPECT_TRUE(allowed);
+  EXPECT_EQ(granted, FILE_READ_DATA);
+  EXPECT_TRUE(check(token.get(), FILE_READ_DATA | FILE_WRITE_DATA));
+  EXPECT_FALSE(allowed);
+  EXPECT_EQ(granted, 0u);
+  EXPECT_EQ(GetLastError(), ERROR_ACCESS_DENIED);
+  EXPECT_EQ(ErrorOf(check(token.get(), GENERIC_READ)), ERROR_GENERIC_NOT_MAPPED);
+}
+
+}  // namespace
