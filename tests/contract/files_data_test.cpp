@@ -1,4 +1,4 @@
-// Positions, times, and what a handle lets do.
+// Positions, last-write times, and what a handle lets do.
 #include "contract/fixture.h"
 
 using namespace win32;
@@ -73,19 +73,6 @@ TEST_F(FilesData, WritingSetsTheLastWriteTimeUnlessTheHandleKeepsIt) {
   EXPECT_TRUE(isKept(&kKeep, nullptr));
   EXPECT_TRUE(isKept(nullptr, &kYear2001))
       << "a time set through the handle stays, whatever is written after or before";
-}
-
-TEST_F(FilesData, Attributes) {
-  SKIP_ON_WINE("of the attributes Unix keeps none");
-  const std::u16string file = Path(u"file");
-  Put(file);
-  constexpr DWORD kHidden = FILE_ATTRIBUTE_HIDDEN | FILE_ATTRIBUTE_SYSTEM;
-  EXPECT_EQ(GetFileAttributesW(file.c_str()), FILE_ATTRIBUTE_ARCHIVE);
-  EXPECT_TRUE(SetFileAttributesW(file.c_str(), kHidden | FILE_ATTRIBUTE_DIRECTORY | FILE_ATTRIBUTE_COMPRESSED));
-  EXPECT_EQ(GetFileAttributesW(file.c_str()), kHidden);
-  DWORD done = 0;
-  EXPECT_TRUE(WriteFile(Open(file, GENERIC_WRITE, 0).get(), "x", 1, &done, nullptr));
-  EXPECT_EQ(GetFileAttributesW(file.c_str()), kHidden | FILE_ATTRIBUTE_ARCHIVE);
 }
 
 }  // namespace

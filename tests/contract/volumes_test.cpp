@@ -1,4 +1,4 @@
-// Drives, volume names and mounted folders.
+// Drives, volume names and where volumes begin.
 #include "contract/fixture.h"
 
 namespace {
@@ -106,30 +106,6 @@ TEST_F(Volumes, WhereThePathsVolumeBegins) {
     EXPECT_EQ(ErrorOf(GetVolumePathNameW(one.path.c_str(), root, one.size)), one.error) << &one - cases;
     EXPECT_TRUE(one.error != 0 || one.begin == root) << &one - cases;
   }
-}
-
-TEST_F(Volumes, MountedFolders) {
-  SKIP_ON_WINE("Wine mounts no volumes on folders");
-  const std::u16string volume = NameOf(u"D:\\"), folder = scratch + u"\\mnt", mountPoint = folder + u"\\";
-  const auto mount = [](const std::u16string& point, const std::u16string& name) {
-    return ErrorOf(SetVolumeMountPointW(point.c_str(), name.c_str()));
-  };
-  MakeDirectory(folder);
-  EXPECT_EQ(mount(scratch + u"\\", volume), ERROR_DIR_NOT_EMPTY);
-  EXPECT_EQ(mount(folder, volume), ERROR_INVALID_NAME);
-  EXPECT_EQ(mount(scratch + u"\\missing\\", volume), ERROR_FILE_NOT_FOUND);
-  EXPECT_EQ(mount(mountPoint, u"D:\\"), ERROR_INVALID_PARAMETER);
-  EXPECT_EQ(mount(mountPoint, u"\\\\?\\Volume{99999999-0000-4000-8000-000000000000}\\"), ERROR_FILE_NOT_FOUND);
-  ASSERT_EQ(mount(mountPoint, volume), 0u);
-  EXPECT_EQ(GetFileAttributesW(folder.c_str()) & 0x410, 0x410u);
-  EXPECT_EQ(NameOf(mountPoint), volume);
-  char16_t root[300];
-  ASSERT_TRUE(GetVolumePathNameW((mountPoint + u"x").c_str(), root, 300));
-  EXPECT_EQ(std::u16string(root), mountPoint);
-  EXPECT_EQ(InformationError(mountPoint), 0u);
-  EXPECT_EQ(GetDriveTypeW(mountPoint.c_str()), DRIVE_FIXED);
-  EXPECT_EQ(ErrorOf(DeleteVolumeMountPointW(mountPoint.c_str())), 0u);
-  EXPECT_TRUE(RemoveDirectoryW(folder.c_str()));
 }
 
 }  // namespace

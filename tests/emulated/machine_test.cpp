@@ -101,10 +101,18 @@ TEST_F(Machine, AMountedFolderIsFoundAfterMovesAndRestarts) {
     EXPECT_TRUE(GetVolumePathNamesForVolumeNameW(kVolume, buffer, 4000, &length));
     return std::u16string(buffer, length);
   };
-  const auto mount = [](const char16_t* point) { return ErrorOf(SetVolumeMountPointW(point, kVolume)); };
+  const auto mount = [](const char16_t* point, const char16_t* volume = kVolume) {
+    return ErrorOf(SetVolumeMountPointW(point, volume));
+  };
   MakeDirectory(u"C:\\Data");
   MakeDirectory(u"C:\\Data\\mnt");
+  EXPECT_EQ(mount(u"C:\\Data\\"), ERROR_DIR_NOT_EMPTY);
+  EXPECT_EQ(mount(u"C:\\Data\\mnt"), ERROR_INVALID_NAME);
+  EXPECT_EQ(mount(u"C:\\missing\\"), ERROR_FILE_NOT_FOUND);
+  EXPECT_EQ(mount(u"C:\\Data\\mnt\\", u"D:\\"), ERROR_INVALID_PARAMETER);
   ASSERT_EQ(mount(u"C:\\Data\\mnt\\"), 0u);
+  char16_t root[300];
+  EXPECT_TRUE(GetVolumePathNameW(u"C:\\Data\\mnt\\x", root, 300) && std::u16string(root) == u"C:\\Data\\mnt\\");
   MakeDirectory(u"C:\\Data\\mnt\\on the volume");
   ASSERT_TRUE(MoveFileW(u"C:\\Data", u"C:\\Moved") && MoveFileW(u"C:\\Moved\\mnt", u"C:\\Moved\\renamed"));
   ASSERT_EQ(mount(u"x:\\"), 0u);
