@@ -1,4 +1,6 @@
 // Making, removing, moving, copying, linking and finding names.
+#include <algorithm>
+
 #include "contract/fixture.h"
 
 using namespace win32;
@@ -201,24 +203,16 @@ TEST_F(FilesNames, WhatACopyKeeps) {
 TEST_F(FilesNames, Searching) {
   const std::u16string directory = Path(u"directory");
   MakeDirectory(directory);
-  for (const char16_t* const name : {u"b.txt", u"A.TXT", u"noextension", u"x.tar.gz"}) Put(directory + u'\\' + name);
-  using Names = std::vector<std::u16string>;
-  if (!OnWine()) {  // the host's order
-    EXPECT_EQ(Find(directory + u"\\*"), (Names{u".", u"..", u"A.TXT", u"b.txt", u"noextension", u"x.tar.gz"}));
-    EXPECT_EQ(Find(directory + u"\\*.txt"), (Names{u"A.TXT", u"b.txt"}));
-    EXPECT_EQ(Find(directory + u"\\*."), (Names{u".", u"..", u"noextension"}));
-    EXPECT_EQ(FindError(directory + u"\\b.txt\\*"), ERROR_DIRECTORY);
-  }
-  EXPECT_EQ(Find(directory + u"\\*.*").size(), 6u);
-  EXPECT_EQ(Find(directory + u"\\?.txt").size(), 2u);
-  for (const auto& [pattern, name] :
-       {std::pair{u"\\x.*", u"x.tar.gz"}, {u"\\*.gz", u"x.tar.gz"}, {u"\\a.txt", u"A.TXT"}, {u"", u"directory"}})
-    EXPECT_EQ(Find(directory + pattern), Names{name});
+  for (const char16_t* const name : {u"b.txt", u"A.TXT", u"_c"}) Put(directory + u'\\' + name);
+  std::vector<std::u16string> names = Find(directory + u"\\*"), expected{u".", u"..", u"A.TXT", u"b.txt", u"_c"};
+  if (OnWine()) std::ranges::sort(names), std::ranges::sort(expected);  // it has the host's order
+  EXPECT_EQ(names, expected);
+  EXPECT_EQ(Find(directory + u"\\a.txt"), std::vector<std::u16string>{u"A.TXT"});
   EXPECT_EQ(FindError(u"C:\\"), ERROR_FILE_NOT_FOUND);
   EXPECT_EQ(FindError(directory + u"\\"), ERROR_FILE_NOT_FOUND);
-  EXPECT_EQ(FindError(directory + u"\\no*"), 0u);
   EXPECT_EQ(FindError(directory + u"\\none*"), ERROR_FILE_NOT_FOUND);
   EXPECT_EQ(FindError(directory + u"\\missing\\*"), ERROR_PATH_NOT_FOUND);
+  EXPECT_TRUE(OnWine() || FindError(directory + u"\\b.txt\\*") == ERROR_DIRECTORY);
   for (const std::u16string& name : Find(u"C:\\*")) EXPECT_FALSE(name == u"." || name == u"..");
 }
 

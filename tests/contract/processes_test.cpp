@@ -204,36 +204,6 @@ TEST_F(Processes, ADuplicateIsTheSameOpenFile) {
   EXPECT_EQ(duplicate(kNothing, none), ERROR_INVALID_HANDLE);
 }
 
-TEST_F(Processes, ThreadsTakeTheirTimeAndHaveTheirOwnLastError) {
-  struct Context {
-    DWORD milliseconds, lastError = 4711;
-  } brief{20}, lasting{60'000};
-  const auto sleeper = [](void* parameter) -> DWORD {
-    static_cast<Context*>(parameter)->lastError = GetLastError();
-    SetLastError(42);
-    Sleep(static_cast<Context*>(parameter)->milliseconds);
-    return 0;
-  };
-  SetLastError(4711);
-  const UniqueKernelHandle first{CreateThread(nullptr, 0, sleeper, &brief, 0, nullptr)},
-      second{CreateThread(nullptr, 0, sleeper, &lasting, 0, nullptr)};
-  EXPECT_EQ(WaitForSingleObject(second.get(), 100), WAIT_TIMEOUT);
-  for (int i = 0; i < 2; ++i) EXPECT_EQ(WaitForSingleObject(first.get(), 10'000), WAIT_OBJECT_0);  // it stays so
-  EXPECT_TRUE(TerminateThread(second.get(), 0));
-  EXPECT_EQ(WaitForSingleObject(second.get(), 10'000), WAIT_OBJECT_0);
-  EXPECT_EQ(brief.lastError, 0u);
-  EXPECT_EQ(GetLastError(), 4711u);
-}
-
-TEST_F(Processes, VirtualMemoryIsEmptyAndGivenBackWhole) {
-  auto* const memory =
-      static_cast<std::uint8_t*>(VirtualAlloc(nullptr, 65'536, MEM_COMMIT | MEM_RESERVE, PAGE_READWRITE));
-  ASSERT_TRUE(memory);
-  EXPECT_EQ(std::count(memory, memory + 65'536, 0), 65'536);
-  EXPECT_EQ(ErrorOf(VirtualFree(memory, 65'536, MEM_RELEASE)), ERROR_INVALID_PARAMETER);  // the size must be 0
-  EXPECT_TRUE(VirtualFree(memory, 0, MEM_RELEASE));
-}
-
 // What the filter was asked about.
 DWORD askedAbout = 0;
 LONG Handle(DWORD code) {

@@ -146,29 +146,6 @@ TEST_F(BackupStreams, ObeyTheRightsOfTheirHandles) {
   EXPECT_EQ(volume().GetObjectId(Find(u"\\copy"), descriptor), ERROR_FILE_NOT_FOUND);
 }
 
-TEST_F(BackupStreams, ContextsAreChecked) {
-  const auto one = Open(u"C:\\rich", GENERIC_READ), two = Open(u"C:\\rich", GENERIC_READ);
-  BYTE buffer[8];
-  DWORD count = 1;
-  int notOurs = 0;
-  void* context = &notOurs;
-  const auto read = [&](HANDLE file, BOOL abort = FALSE) {
-    return contract::ErrorOf(BackupRead(file, buffer, abort ? 0 : 8, &count, abort, TRUE, &context));
-  };
-  EXPECT_EQ(read(one.get()), ERROR_INVALID_PARAMETER);
-  EXPECT_NE(read(one.get(), TRUE), 0u);
-  context = nullptr;
-  EXPECT_EQ(read(reinterpret_cast<HANDLE>(0x7FFF0)), ERROR_INVALID_HANDLE);
-  ASSERT_EQ(read(one.get()), 0u);
-  EXPECT_EQ(count, 8u);
-  EXPECT_NE(read(two.get()), 0u) << "a context of another open";
-  EXPECT_FALSE(BackupWrite(one.get(), buffer, 8, &count, FALSE, TRUE, &context)) << "a context of a read";
-  void* const freed = context;
-  EXPECT_EQ(read(one.get(), TRUE), 0u);
-  context = freed;
-  EXPECT_NE(read(one.get()), 0u) << "a context that was freed";
-}
-
 TEST_F(BackupStreams, WhatIsMalformedIsRefusedAndDoesNoHarm) {
   const struct {
     emulated::BackupStreamHeader header;
