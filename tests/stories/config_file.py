@@ -1,7 +1,6 @@
 """ServiceConfig.xml as it must be, byte for byte."""
 import os
 import re
-import xml.etree.ElementTree
 from xml.sax.saxutils import escape
 
 from world import CONFIG
@@ -71,21 +70,8 @@ class ConfigFile:
         expected = self.data(self.world.saved_encoding)
         return self.world.checks.true(f"{name}: the file, byte by byte", found == expected, difference(found, expected))
 
-    def reads_back(self, name):
-        """Does another reader find the same in the file?"""
-        root = xml.etree.ElementTree.fromstring(self.world.read(CONFIG))
-        found = (root.tag, root.findtext("OutDir/Status"), root.findtext("OutDir/BaseDir"),
-                 [[entry.tag for entry in key] + [entry.text for entry in key]
-                  for key in root.iterfind("RegistryKeysToMonitor/RegKey")])
-        expected = ("VelmoraQuillbayConfig", self.status, self.base_dir,
-                    [["BaseKey", "RegKeyPath", "BackUpFile", HIVE, *key] for key in self.keys or []])
-        self.world.checks.equal(f"{name}: expat reads the same", found, expected)
-
 
 def difference(found, expected):
-    at = len(os.path.commonprefix([found, expected]))
-    start = max(0, at - 60) // 2 * 2
-
-    def around(data):
-        return f"{len(data)} bytes, at {start}: {data[start:start + 240].decode('utf-16-le', 'replace')!r}"
-    return f"got      {around(found)}\nexpected {around(expected)}"
+    start = max(0, len(os.path.commonprefix([found, expected])) - 60) // 2 * 2
+    got, wanted = (data[start:start + 240].decode("utf-16-le", "replace") for data in (found, expected))
+    return f"got      {len(found)} bytes, at {start}: {got!r}\nexpected {len(expected)} bytes: {wanted!r}"

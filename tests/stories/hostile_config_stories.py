@@ -3,8 +3,8 @@ else happens."""
 import random
 
 from config_file import HIVE, ConfigFile
-from registry_stories import KEY, LOCATION, NOT_SET, start_over
-from world import CONFIG, LOG
+from registry_stories import KEY, LOCATION, start_over
+from world import CONFIG
 
 REPLACED = "CQBConfig::Init: failed to load config file; Default config created"
 SECRET = "C:\\secret.txt"
@@ -14,8 +14,8 @@ def utf16(text):
     return b"\xff\xfe" + text.encode("utf-16-le", "surrogatepass")
 
 
-def document(inner, head=""):
-    return utf16(f'<?xml version="1.0" encoding="utf-16"?>{head}<VelmoraQuillbayConfig>{inner}</VelmoraQuillbayConfig>')
+def document(inner):
+    return utf16(f'<?xml version="1.0" encoding="utf-16"?><VelmoraQuillbayConfig>{inner}</VelmoraQuillbayConfig>')
 
 
 def with_doctype(world, definitions, text):
@@ -25,22 +25,20 @@ def with_doctype(world, definitions, text):
     return utf16(f"{head}?>\r\n<!DOCTYPE VelmoraQuillbayConfig [{definitions}]>{rest}")
 
 
-def entity_bomb(world, levels=9):
+def entity_bomb(world):
     definitions = "<!ENTITY e0 'ha'>" + "".join(
-        f"<!ENTITY e{n} '{f'&e{n - 1};' * 10}'>" for n in range(1, levels + 1))
-    return with_doctype(world, definitions, f"&e{levels};")
+        f"<!ENTITY e{n} '{f'&e{n - 1};' * 10}'>" for n in range(1, 10))
+    return with_doctype(world, definitions, "&e9;")
 
 
 def unreadable_files(world):
     sound = ConfigFile(world, "C:\\Keys", "1").data()
-    cases = [("empty", b""), ("one byte", b"\xff"), ("four bytes", b"\xff\xfe<\0"), ("six bytes", b"\xff\xfe<\0a\0"),
+    cases = [("empty", b""), ("four bytes", b"\xff\xfe<\0"),
              ("UTF-8 with a UTF-16 declaration", sound.decode("utf-16").encode()),
-             ("UTF-8 with its mark", b"\xef\xbb\xbf" + sound.decode("utf-16").encode()),
              ("UTF-16 the other way round", sound.decode("utf-16").encode("utf-16-be")),
              ("cut in the middle", sound[:len(sound) // 4 * 2]), ("an odd number of bytes less", sound[:-41]),
              ("a zero inside", sound[:400] + b"\0\0" + sound[402:]), ("half a pair", document("<a>\ud800</a>")),
-             ("two roots", sound + sound[2:]), ("only white space", utf16(" \r\n" * 1000)),
-             ("random bytes", b"\xff\xfe" + random.Random(5).randbytes(1 << 20)), ("zeros", bytes(1 << 16)),
+             ("random bytes", b"\xff\xfe" + random.Random(5).randbytes(1 << 20)),
              ("a hundred thousand elements in each other", document("<a>" * 100_000 + "</a>" * 100_000)),
              ("4 MiB of one tag's beginning", utf16("<a " + "b" * (2 << 20)))]
     start_over(world)
@@ -49,12 +47,6 @@ def unreadable_files(world):
         world.write(CONFIG, data)
         world.expect(name, (KEY,), "\n\n\n", 0, [REPLACED])
         default.matches(name)
-    world.write(CONFIG, b"")
-    world.make_folder("C:\\Keys")
-    world.expect("a location is set in place of an unreadable file", (LOCATION, "/loc:C:\\Keys"),
-                 world.text(157, "C:\\Keys"), 0, [REPLACED])
-    default.status, default.base_dir = "1", "C:\\Keys"
-    default.matches("set")
 
 
 def entities(world):
@@ -62,10 +54,7 @@ def entities(world):
     start_over(world)
     world.write(SECRET, b"the secret")
     outside = '<!ENTITY e SYSTEM "file:///C:/secret.txt">'
-    for name, data in (("an entity bomb", entity_bomb(world)), ("a small one", entity_bomb(world, 2)),
-                       ("another file", with_doctype(world, outside, "&e;")),
-                       ("a definition elsewhere",
-                        with_doctype(world, outside.replace("ENTITY", "ENTITY %") + " %e;", "C:\\Keys"))):
+    for name, data in (("an entity bomb", entity_bomb(world)), ("another file", with_doctype(world, outside, "&e;"))):
         world.write(CONFIG, data)
         if world.xml_knows_limits:
             world.expect(name, (KEY,), "\n\n\n", 0, [REPLACED])
@@ -88,22 +77,6 @@ def large_files(world):
     added = world.run(KEY, f"{HIVE}\\SOFTWARE\\Contoso")
     world.checks.equal("one more is added", added.code, 0)
     many.matches("5001 keys")
-    config = ConfigFile(world, "C:\\Keys", "1")
-    config.put()
-    comment = ("<!--" + "x" * (4 << 20) + "-->\r\n").encode("utf-16-le")
-    world.write(CONFIG, world.read(CONFIG) + comment)
-    world.checks.equal("a key beside 8 MiB of comment", world.run(KEY, f"{HIVE}\\SOFTWARE\\Contoso").code, 0)
-    world.checks.true("the comment is kept", (world.read(CONFIG) or b"").endswith(comment))
 
 
-def a_folder_of_its_name(world):
-    start_over(world)
-    world.make_folder(CONFIG)
-    failed = "CQBConfig::Init: failed to load config file; Create default config failed"
-    world.expect("list", (KEY,), "\n\n\n", 1, [failed])
-    world.expect("set", (LOCATION, "/loc:C:\\Keys"), world.text(NOT_SET, LOG, "C:\\Keys"), 1, [failed])
-    world.checks.equal("the folder is as it was", world.names(CONFIG), [])
-    world.remove_folder(CONFIG)
-
-
-ALL = [unreadable_files, entities, large_files, a_folder_of_its_name]
+ALL = [unreadable_files, entities, large_files]

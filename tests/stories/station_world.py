@@ -34,9 +34,6 @@ class StationWorld(World):
     def make_folder(self, path):
         self.station("mkdir", path)
 
-    def remove_folder(self, path):
-        self.station("rm", path, "-r")
-
     def names(self, path):
         done = self.station("ls", path, ok=None)
         return sorted(line[27:] for line in done.stdout.decode().splitlines()) if done.returncode == 0 else None

@@ -1,7 +1,7 @@
 """The stories' world in a Wine prefix, with a real service program."""
 import shutil
 
-from world import SERVICE_FOLDER, World
+from world import CONFIG, LOG, SERVICE_FOLDER, World
 
 SERVICE, RIMEHOLD = "QuillbayService", "RHServ"
 RIMEHOLD_STATUS = "HKLM\\Software\\Velmora\\Rimehold 6"
@@ -17,57 +17,40 @@ class WineWorld(World):
 
     def __init__(self, prefix, build, strings, checks):
         super().__init__(strings, checks)
-        self.prefix, self.build = prefix, build
-        folder = prefix.host_path(SERVICE_FOLDER)
-        for left in ("QBC.log", "ServiceConfig.xml"):
-            (folder / left).unlink(missing_ok=True)
+        self.prefix, self.build, self.file = prefix, build, prefix.host_path
+        self.set_value, self.delete_key, self.has_key = prefix.set_value, prefix.delete_key, prefix.has_key
+        for left in (LOG, CONFIG):
+            self.file(left).unlink(missing_ok=True)
         # As Windows has it; Wine writes C:\users.
-        prefix.set_value(PROFILE_LIST, "ProfilesDirectory", "%SystemDrive%\\Users", "REG_EXPAND_SZ")
+        self.set_value(PROFILE_LIST, "ProfilesDirectory", "%SystemDrive%\\Users", "REG_EXPAND_SZ")
         self.set_service("demand")
 
-    def _place_service(self, folder, name):
-        executable = f"{folder}\\{name}.exe"
-        if not self.prefix.host_path(executable).is_file():
-            self.prefix.place(self.build / "wine" / "service.exe", executable)
-        return executable
-
     def _create_service(self, folder, name, start):
-        self.prefix.create_service(name, self._place_service(folder, name), start)
+        executable = f"{folder}\\{name}.exe"
+        if not self.file(executable).is_file():
+            self.prefix.place(self.build / "wine" / "service.exe", executable)
+        self.prefix.create_service(name, executable, start)
 
     def start(self, *arguments):
         result = self.prefix.run(self.build / "QBC.exe", *arguments)
         return result.output, result.code
 
     def read(self, path):
-        file = self.prefix.host_path(path)
-        return file.read_bytes() if file.is_file() else None
+        return self.file(path).read_bytes() if self.file(path).is_file() else None
 
     def write(self, path, data):
-        file = self.prefix.host_path(path)
-        file.parent.mkdir(parents=True, exist_ok=True)
-        file.write_bytes(data)
+        self.file(path).parent.mkdir(parents=True, exist_ok=True)
+        self.file(path).write_bytes(data)
 
     def remove(self, path):
-        self.prefix.host_path(path).unlink()
+        self.file(path).unlink()
 
     def make_folder(self, path):
-        self.prefix.host_path(path).mkdir(parents=True, exist_ok=True)
-
-    def remove_folder(self, path):
-        self.prefix.host_path(path).rmdir()
+        self.file(path).mkdir(parents=True, exist_ok=True)
 
     def names(self, path):
-        folder = self.prefix.host_path(path)
+        folder = self.file(path)
         return sorted(entry.name for entry in folder.iterdir()) if folder.is_dir() else None
-
-    def set_value(self, key, name, text):
-        self.prefix.set_value(key, name, text)
-
-    def delete_key(self, key):
-        self.prefix.delete_key(key)
-
-    def has_key(self, key):
-        return self.prefix.has_key(key)
 
     def set_service(self, start):
         # Wine's sc cannot change a start type, so the service is made anew.
@@ -77,10 +60,9 @@ class WineWorld(World):
             self.start_service()
 
     def service(self):
-        state = self.prefix.tool("sc", "query", SERVICE).output.decode()
+        state = self.prefix.tool("sc", "query", SERVICE).text
         key = f"HKLM\\System\\CurrentControlSet\\Services\\{SERVICE}"
-        settings = self.prefix.tool("reg", "query", key, "/v", "Start")
-        start = settings.output.decode().split()[-1]
+        start = self.prefix.tool("reg", "query", key, "/v", "Start").text.split()[-1]
         return (next(word for word in ("running", "stopped", "pending", "") if word.upper() in state),
                 {"0x2": "auto", "0x3": "demand", "0x4": "disabled"}[start])
 
@@ -94,11 +76,11 @@ class WineWorld(World):
         if status is None:
             self.prefix.delete_service(RIMEHOLD)
             self.prefix.delete_key(RIMEHOLD_STATUS)
-            shutil.rmtree(self.prefix.host_path(self.rimehold_folder))
+            shutil.rmtree(self.file(self.rimehold_folder))
         else:
             if self.prefix.run("sc", "query", RIMEHOLD).code != 0:
                 self._create_service(self.rimehold_folder, RIMEHOLD, "demand")
-            self.prefix.set_value(RIMEHOLD_STATUS, "RH Status", status)
+            self.set_value(RIMEHOLD_STATUS, "RH Status", status)
 
     def volume(self):
         return "\\\\?\\Volume{00000000-0000-0000-0000-000000000043}\\"

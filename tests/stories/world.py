@@ -4,7 +4,7 @@
 start(*arguments)               runs the program: the bytes of its output, and its exit code
 read(path)                      the bytes of a file of drive C; None where there is none
 write(path, data)               makes a file, its folders with it, or replaces what it held
-remove(path), make_folder(path), remove_folder(path)   the last only when it is empty
+remove(path), make_folder(path)
 names(path)                     the sorted names in a folder; None where there is none
 set_value(key, name, text), delete_key(key), has_key(key)
                                 keys as "HKLM\\SOFTWARE\\...", in the view of 64-bit programs; setting makes the key

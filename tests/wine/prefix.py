@@ -27,7 +27,7 @@ class Result:
 
     @property
     def text(self):
-        """The output as a console of code page 437 shows it, with plain line ends."""
+        """Standard output as a console of code page 437 shows it, with plain line ends."""
         return self.output.decode("cp437").replace("\r\n", "\n")
 
 
@@ -70,7 +70,7 @@ class Prefix:
             try:
                 code = subprocess.run([WINE, str(program), *arguments], env=self.environment, cwd=self.scratch,
                                       timeout=timeout, stdin=subprocess.DEVNULL, stdout=output,
-                                      stderr=subprocess.STDOUT).returncode
+                                      stderr=subprocess.DEVNULL).returncode
             except subprocess.TimeoutExpired:
                 code = f"still running after {timeout} s"
             output.seek(0)
