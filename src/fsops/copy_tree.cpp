@@ -150,7 +150,7 @@ bool TreeCopy::SystemFoldersPermit(const TreeListing& listing) const {
 }
 
 // May the entry be copied onto what is there? Not through a link into somebody else's folder, not onto another kind of
-// item, and a link only in the place of an empty folder.
+// item or link (which could not be given back), and a link only in the place of an empty folder.
 bool TreeCopy::MayStandOn(const TreeEntry& entry, const std::u16string& target, const Look& look) const {
   if (!look.IsThere()) return look.IsGone();
   if (look.IsDirectory() != entry.IsDirectory() || IsTaken(entry, target, look)) return false;
@@ -158,7 +158,7 @@ bool TreeCopy::MayStandOn(const TreeEntry& entry, const std::u16string& target, 
   if (!isLink) return false;
   const bool targetIsLink = *isLink;
   if (look.IsReparsePoint() && !bringsBack_ && IsVolumeMountPoint(target.c_str())) return false;
-  if (entry.IsLink()) return targetIsLink || IsEmptyFolder(target);
+  if (entry.IsLink()) return targetIsLink ? LinkTagAt(target) == entry.reparseTag : IsEmptyFolder(target);
   return !targetIsLink && (entry.IsDirectory() || !HasOtherNames(target));
 }
 

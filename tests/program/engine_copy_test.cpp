@@ -1,35 +1,66 @@
-// The copy of single items and of trees.
+// The copy of single items: what arrives, how it is read and written, and what refuses.
 #include "fsops/backup_copy.h"
-#include "fsops/copy_tree.h"
-#include "fsops/security.h"
+#include "fsops/folder_itself.h"
 #include "links/junction.h"
-#include "links/real_path.h"
 #include "links/volume_paths.h"
 #include "support/engine.h"
-#include "support/shares.h"
 
 namespace {
 
 using namespace win32;
-using test::Attributes, test::Contents, test::Describe, test::Exists, test::MakeFile, test::MakeFolder;
+using emulated::Utf8;
+using test::Attributes, test::Contents, test::Describe, test::Exists, test::MakeFile, test::MakeFolder, test::Security;
 
 class BackupCopies : public test::Engine {
  protected:
-  const std::u16string from = source + u"\\item";
-  const std::u16string to = target + u"\\item";
+  // What the copy sends to the debugger.
+  std::string Traced(const std::function<void()>& action) {
+    machine->debugOutput.clear();
+    action();
+    return Utf8(machine->debugOutput);
+  }
+  static std::uint64_t LastAccess(const std::u16string& path) {
+    const UniqueFile file{CreateFileW(path.c_str(), FILE_READ_ATTRIBUTES, 7, nullptr, OPEN_EXISTING,
+                                      FILE_FLAG_BACKUP_SEMANTICS | FILE_FLAG_OPEN_REPARSE_POINT, nullptr)};
+    FILETIME access{};
+    EXPECT_TRUE(GetFileTime(file.get(), nullptr, &access, nullptr));
+    return std::uint64_t{access.dwHighDateTime} << 32 | access.dwLowDateTime;
+  }
+  const std::u16string from = source + u"\\item", to = target + u"\\item";
 };
 
-TEST_F(BackupCopies, AFileKeepsStreamsTimesAndAttributes) {
-  MakeFile(from, "main contents");
-  MakeFile(from + u":notes", "in a stream");
-  test::SetTimes(from, 7);
-  ASSERT_TRUE(
-      SetFileAttributesW(from.c_str(), FILE_ATTRIBUTE_READONLY | FILE_ATTRIBUTE_HIDDEN | FILE_ATTRIBUTE_SYSTEM));
-  const std::string before = Describe(from);
-  ASSERT_EQ(BackupCopy(from, to), 1);
-  EXPECT_EQ(Describe(to), before);
-  EXPECT_EQ(Describe(from), before);
-  EXPECT_EQ(Contents(to + u":notes"), "in a stream");
+// A Windows that notes each access is asked not to.
+TEST_F(BackupCopies, AnItemKeepsAllThatItHas) {
+  machine->files().lastAccessUpdates = true;
+  unsigned number = 0;
+  for (const bool isFolder : {false, true})
+    for (const bool byStreams : {false, true}) {
+      const std::u16string item = from + static_cast<char16_t>(u'0' + ++number), copy = target + item.substr(7);
+      isFolder ? MakeFolder(item) : MakeFile(item, "main contents");
+      MakeFile(item + u":notes", "in a stream");
+      test::SetSecurity(item, u"O:SYD:P(A;OICI;FA;;;BA)(A;;FR;;;WD)S:(AU;FA;FA;;;WD)");
+      ASSERT_TRUE(SetFileAttributesW(item.c_str(), FILE_ATTRIBUTE_READONLY | FILE_ATTRIBUTE_HIDDEN));
+      test::SetTimes(item, number);
+      const std::uint64_t access = LastAccess(item);
+      ASSERT_EQ((byStreams ? BackupCopyEx : BackupCopy)(item, copy, {.isDirectory = isFolder}), 1);
+      EXPECT_EQ(LastAccess(item), access);
+      EXPECT_EQ(LastAccess(copy), access);
+      EXPECT_EQ(Describe(copy), Describe(item));
+      const std::u16string security = Security(item), audit = u"S:(AU;FA;FA;;;WD)";
+      ASSERT_TRUE(security.ends_with(audit));
+      EXPECT_EQ(Security(copy) + (byStreams ? audit : u""), security) << "stream by stream without the audit entries";
+    }
+  // What stands there is overwritten to its end.
+  for (const char* contents : {"new", ""}) {
+    MakeFile(from, contents);
+    MakeFile(to, "an older and much longer text");
+    ASSERT_EQ(BackupCopy(from, to), 1);
+    EXPECT_EQ(Contents(to), contents);
+  }
+  // Others may read and write it meanwhile.
+  const auto held = HoldOpen(to, GENERIC_READ | GENERIC_WRITE, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE);
+  EXPECT_EQ(BackupCopy(from, to), 1);
+  EXPECT_EQ(BackupCopyEx(from, to), 1);
 }
 
 TEST_F(BackupCopies, EverySizeArrivesWhole) {
@@ -42,252 +73,269 @@ TEST_F(BackupCopies, EverySizeArrivesWhole) {
     ASSERT_EQ(BackupCopyEx(from, to + u"ex"), 1) << size;
     EXPECT_TRUE(Contents(to + u"ex") == contents) << size;
   }
-}
-
-TEST_F(BackupCopies, AnExistingFileIsOverwrittenToItsEnd) {
-  MakeFile(to, "an older and much longer text");
-  MakeFile(from, "new");
-  ASSERT_EQ(BackupCopy(from, to), 1);
-  EXPECT_EQ(Contents(to), "new");
-  MakeFile(from, "");
-  ASSERT_EQ(BackupCopy(from, to), 1);
-  EXPECT_EQ(Contents(to), "");
-}
-
-TEST_F(BackupCopies, AFolderKeepsItsSecurity) {
-  MakeFolder(from);
-  MakeFile(from + u":notes", "of the folder");
-  test::SetSecurity(from, u"O:SYD:P(A;OICI;FA;;;BA)(A;;FR;;;WD)");
-  test::SetTimes(from, 3);
-  const std::string before = Describe(from);
-  ASSERT_EQ(BackupCopy(from, to, {.isDirectory = true}), 1);
-  EXPECT_EQ(Describe(to), before);
-  EXPECT_EQ(test::Security(to), test::Security(from));
-}
-
-// If reads stopped at the end of each stream, the first would end the copy - too early, and that must show.
-TEST_F(BackupCopies, ACopyThatEndsTooEarlyFails) {
-  MakeFile(from, std::string(5000, 'x'));
+  // If reads stopped at the end of each stream, the first would end the copy - too early, and that must show.
   machine->backupReadStopsAtStreams = true;
   EXPECT_EQ(BackupCopy(from, to), 0);
 }
 
-TEST_F(BackupCopies, FailuresAreReported) {
+// Whom the copy keeps out, and whom it lets in, is in the access and the share modes of its opens.
+TEST_F(BackupCopies, ReadsAndWritesAsABackup) {
+  MakeFile(from, std::string(0x100000, 'x'));
+  const std::string times =
+      "CreateFileW(\"C:\\Data\\item\", 0x80000000, 1, 3, 0x2000000)\n"
+      "CreateFileW(\"D:\\Target\\item\", 0x100, 2, 3, 0x2000000)\n";
+  EXPECT_EQ(Calls("CreateFileW BackupRead BackupWrite", [&] { BackupCopy(from, to, {.leaveParentTimes = true}); }),
+            "CreateFileW(\"C:\\Data\\item\", 0x81000100, 1, 3, 0x2000000)\n"
+            "CreateFileW(\"D:\\Target\\item\", 0x110C0000, 3, 4, 0x2000000)\n"
+            "BackupRead(0x100000, 0, 1)\nBackupWrite(0x100000, 0, 1)\n"
+            "BackupRead(0x100000, 0, 1)\nBackupWrite(0xC8, 0, 1)\nBackupRead(0x100000, 0, 1)\n"
+            "BackupRead(0, 1, 1)\nBackupWrite(0, 1, 1)\n" +
+                times);
+  MakeFile(from, "x");
+  EXPECT_EQ(Calls("CreateFileW", [&] { BackupCopyEx(from, to, {.leaveParentTimes = true}); }),
+            "CreateFileW(\"C:\\Data\\item\", 0x80000100, 1, 3, 0x2000000)\n"
+            "CreateFileW(\"D:\\Target\\item\", 0x10000000, 3, 4, 0x2000000)\n" +
+                times);
+}
+
+TEST_F(BackupCopies, AFailureOnTheWayFails) {
   MakeFile(from, std::string(3'000'000, 'x'));
-  for (const char* call : {"BackupRead", "BackupWrite"})
-    for (const unsigned nth : {1u, 2u, 3u}) {
+  MakeFolder(from + u"s");
+  const std::string read = "#ERROR: BackupCopy: BackupRead() failed for path = C:\\Data\\item",
+                    write = "#ERROR: BackupCopy: BackupWrite() failed for path = D:\\Target\\item",
+                    open = "#ERROR: BackupCopy: CreateFile() failed for path = ";
+  const struct {
+    const char* call;
+    unsigned nth;
+    std::string traced = {};
+    bool byStreams = true;
+  } cases[] = {{"BackupRead", 1, read},
+               {"BackupRead", 2, read},
+               {"BackupRead", 3, read},
+               {"BackupRead", 4, read},
+               {"BackupWrite", 1, write},
+               {"BackupWrite", 2, write},
+               {"BackupWrite", 3, write},
+               {"CreateFileW", 1, open + "C:\\Data\\item"},
+               {"CreateFileW", 2, open + "D:\\Target\\item"},
+               {"CreateFileW", 3},
+               {"CreateFileW", 4},
+               {"SetEndOfFile", 1, open + "D:\\Target\\item"},
+               {"GetFileSize", 1, "", false},
+               {"GetFileTime", 1},
+               {"SetFileTime", 3},
+               {"GetFileAttributesW", 1},
+               {"GetFileAttributesW", 2}};
+  for (const auto& [call, nth, traced, byStreams] : cases)
+    for (const bool streams : {false, true}) {
+      if (streams && !byStreams) continue;
+      SCOPED_TRACE(call + std::to_string(nth) + (streams ? " by streams" : " by chunks"));
+      MakeFile(to, "old");
       machine->gate.FailCall(call, nth, ERROR_DISK_FULL);
-      EXPECT_EQ(BackupCopy(from, to), 0) << call << nth;
-      machine->gate.FailCall(call, nth, ERROR_DISK_FULL);
-      EXPECT_EQ(BackupCopyEx(from, to), 0) << call << nth;
+      EXPECT_EQ(Traced([&] { EXPECT_EQ((streams ? BackupCopyEx : BackupCopy)(from, to, {}), 0); }),
+                streams ? "" : traced);
       machine->gate.ClearFailures();
     }
-  EXPECT_NE(machine->debugOutput.find(u"#ERROR: BackupCopy: BackupWrite() failed for path = D:\\Target\\item"),
-            std::u16string::npos);
-}
-
-TEST_F(BackupCopies, WhatCannotBeReadIsNotTakenForPlain) {
-  MakeFile(from, "may be encrypted");
-  machine->gate.FailCallsFrom("GetFileAttributesW", 1, ERROR_ACCESS_DENIED);
-  EXPECT_EQ(BackupCopy(from, to), 0);
+  // A folder is tried by its other name, too.
+  machine->gate.FailCall("CreateDirectoryW", 1, ERROR_PATH_NOT_FOUND);
+  EXPECT_EQ(Told([&] { EXPECT_EQ(BackupCopy(from + u"s", to + u"s", {.isDirectory = true}), 1); }), "");
+  machine->gate.FailCallsFrom("CreateDirectoryW", 1, ERROR_PATH_NOT_FOUND);
+  EXPECT_EQ(Told([&] { EXPECT_EQ(BackupCopy(from + u"s", to + u"t", {.isDirectory = true}), 0); }),
+            "|ERROR: Failed To create directory = \\\\?\\D:\\Target\\itemt.");
+  EXPECT_EQ(BackupCopyEx(from + u"s", to + u"t", {.isDirectory = true}), 0);
   machine->gate.ClearFailures();
-  EXPECT_FALSE(Exists(to));
-  // A junction that leads nowhere and cannot be opened counts as copied.
-  const std::u16string junction = source + u"\\j";
-  ASSERT_EQ(CreateJunction(junction.c_str(), u"C:\\nowhere"), 1);
-  machine->gate.FailCall("CreateFileW", 1, ERROR_PATH_NOT_FOUND);
-  EXPECT_EQ(BackupCopy(junction, to, {.isDirectory = true}), 1);
-  EXPECT_TRUE(Exists(to));
-  std::vector<std::string> calls;
-  machine->gate.Observe([&](const char* name, std::uint64_t) {
-    if (std::string_view(name).starts_with("Backup")) calls.emplace_back(name);
-  });
-  EXPECT_EQ(BackupCopy(from, to + u"2"), 1);
-  machine->gate.Observe({});
-  ASSERT_GE(calls.size(), 4u);
-  EXPECT_EQ(calls[calls.size() - 2] + " " + calls.back(), "BackupRead BackupWrite") << "the reading is given up first";
+  const std::u16string longPath = u"\\\\?\\C:\\" + std::u16string(600, u'x');
+  EXPECT_EQ(Traced([&] { BackupCopy(longPath, to, {.isReparsePoint = false, .isEncrypted = false}); }).size(), 511u);
 }
 
-TEST_F(BackupCopies, LinksAreCarriedByteForByte) {
+// A junction that leads nowhere, and cannot be opened, counts as copied.
+TEST_F(BackupCopies, AJunctionThatCannotBeOpenedGivesItsAttributes) {
+  const std::u16string junction = source + u"\\j", folder = source + u"\\f";
+  ASSERT_EQ(CreateJunction(junction.c_str(), u"C:\\nowhere"), 1);
+  MakeFolder(folder);
+  ASSERT_TRUE(SetFileAttributesW(junction.c_str(), FILE_ATTRIBUTE_HIDDEN));
+  for (const DWORD error : {ERROR_FILE_NOT_FOUND, ERROR_PATH_NOT_FOUND, ERROR_ACCESS_DENIED})
+    for (const std::u16string& item : {junction, folder}) {
+      const std::u16string copy = to + static_cast<char16_t>(u'0' + error) + item.back();
+      machine->gate.FailCall("CreateFileW", 1, error);
+      const bool counts = item == junction && error != ERROR_ACCESS_DENIED;
+      EXPECT_EQ(BackupCopy(item, copy, {.isDirectory = true}), counts ? 1 : 0) << error;
+      EXPECT_EQ(Attributes(copy), FILE_ATTRIBUTE_DIRECTORY | (counts ? FILE_ATTRIBUTE_HIDDEN : 0u)) << error;
+    }
+  // Links to files go stream by stream.
   ASSERT_EQ(CreateSymbolicLinkEntry(from.c_str(), u"C:\\nowhere"), 1);
-  ASSERT_EQ(BackupCopy(from, to), 1);
+  EXPECT_EQ(Told([&] { EXPECT_EQ(BackupCopy(from, to), 1); }), "|BackupCopyEx : C:\\Data\\item is reparse point");
   EXPECT_EQ(test::Streams(to), test::Streams(from));
-  EXPECT_TRUE(Logged(u"BackupCopyEx : C:\\Data\\item is reparse point"));
+}
+
+// The workstation encrypts nothing: what is asked of it shows.
+TEST_F(BackupCopies, EncryptedItemsAreCopiedByTheShell) {
+  MakeFile(from, "secret");
+  test::SetTimes(from, 4);
+  test::SetTimes(source, 5);
+  const auto copy = [](const std::u16string& item, const std::u16string& copied, bool isFolder = false) {
+    return BackupCopy(item, copied, {.isDirectory = isFolder, .isEncrypted = true});
+  };
+  EXPECT_EQ(Calls("BackupRead SHFileOperationW", [&] { EXPECT_EQ(copy(from, to), 1); }),
+            "SHFileOperationW(2, \"C:\\Data\\item\", \"D:\\Target\\item\")\n");
+  EXPECT_EQ(Describe(to), Describe(from));
+  EXPECT_EQ(Describe(target), Describe(source));
+  for (const auto& [call, nth] : {std::pair{"SHFileOperationW", 1u}, {"GetFileTime", 1u}, {"GetFileTime", 2u}}) {
+    machine->gate.FailCall(call, nth, ERROR_ACCESS_DENIED);
+    EXPECT_EQ(copy(from, to), 0) << call << nth;
+  }
+  const std::u16string longName(253, u'n');
+  EXPECT_EQ(Calls("SHFileOperationW",
+                  [&] {
+                    EXPECT_EQ(copy(from, target + u"\\" + longName), 0);
+                    EXPECT_EQ(copy(source + u"\\" + longName, to), 0);
+                  }),
+            "");
+  MakeFolder(from + u"s");
+  MakeFile(from + u"s:note", "of the folder");
+  EXPECT_EQ(Calls("BackupRead EncryptFileW",
+                  [&] {
+                    EXPECT_EQ(copy(from + u"s", to + u"s", true), 1);
+                    EXPECT_EQ(copy(from + u"s", to + u"s", true), 1);
+                    EXPECT_EQ(copy(from + u"none", to + u"s", true), 0);
+                  }),
+            "EncryptFileW(\"D:\\Target\\items\")\n");
+  EXPECT_EQ(Contents(to + u"s:note"), "of the folder");
 }
 
 TEST_F(BackupCopies, ParentTimesFollowUnlessItIsADriveRoot) {
-  MakeFile(from, "x");
-  test::SetTimes(source, 5);
-  ASSERT_EQ(BackupCopy(from, to), 1);
-  EXPECT_EQ(Describe(target), Describe(source));
-  MakeFile(u"C:\\atroot", "x");
-  const std::string before = Describe(target);
-  ASSERT_EQ(BackupCopy(u"C:\\atroot", target + u"\\fromroot"), 1);
-  EXPECT_EQ(CopyParentDirectoryTimes(u"nobackslash", u"D:\\x\\y"), 0);
+  const std::u16string atRoot = u"C:\\atroot", deep = source + u"\\deep";
+  MakeFolder(deep);
+  MakeFile(deep + u"\\f", "x");
+  MakeFile(atRoot, "x");
+  test::SetTimes(deep, 5);
+  const auto copied = [&](const std::u16string& item, const std::u16string& copy) {
+    test::SetTimes(target, 9);
+    EXPECT_EQ(BackupCopy(item, copy), 1);
+    return Describe(target) == Describe(deep);
+  };
+  EXPECT_TRUE(copied(deep + u"\\f", to));
+  EXPECT_FALSE(copied(atRoot, to));
+  EXPECT_FALSE(copied(u"\\\\?\\" + atRoot, to));
+  EXPECT_FALSE(copied(deep + u"\\f", u"D:\\atroot"));
+  EXPECT_EQ(CopyParentDirectoryTimes(u"nobackslash", to), 0);
+  EXPECT_EQ(CopyParentDirectoryTimes(from, u"nobackslash"), 0);
+  EXPECT_EQ(CopyParentDirectoryTimes(u"C:\\none\\f", to), 0);
 }
 
-class TreeCopies : public test::Engine {
- protected:
-  int Copy(const CopyFlags& flags) {
-    record = {};
-    return CopyFiles(source, target, flags, record);
+// A folder with a volume or a link on it gives what it has itself, and not where it leads.
+TEST_F(BackupCopies, AFolderItselfIsCopiedWithoutWhereItLeads) {
+  const std::u16string copy = target + u"\\copy";
+  ASSERT_EQ(CreateJunction(from.c_str(), u"C:\\Windows"), 1);
+  MakeFolder(copy);
+  MakeFile(copy + u"\\f", "inside");
+  const std::u16string security = u"O:SYD:AI(A;OICI;FA;;;BA)(A;OICIID;FR;;;WD)S:(AU;FA;FA;;;WD)";
+  test::SetSecurity(from, security);
+  ASSERT_TRUE(SetFileAttributesW(from.c_str(), FILE_ATTRIBUTE_HIDDEN));
+  test::SetTimes(from, 3);
+  ASSERT_EQ(BackupCopyFolderItself(from, copy), 1);
+  EXPECT_EQ(Attributes(copy), FILE_ATTRIBUTE_DIRECTORY | FILE_ATTRIBUTE_HIDDEN);
+  EXPECT_EQ(Security(copy), Security(from));
+  EXPECT_EQ(LastAccess(copy), LastAccess(from));
+  EXPECT_EQ(Contents(copy + u"\\f"), "inside");
+  EXPECT_EQ(BackupCopyFolderItself(from, to), 0);
+  EXPECT_EQ(BackupCopyFolderItself(to, copy), 0);
+  for (const char* call : {"BackupRead", "BackupWrite", "GetFileAttributesW", "GetFileTime"}) {
+    machine->gate.FailCallsFrom(call, 1, ERROR_ACCESS_DENIED);
+    EXPECT_EQ(BackupCopyFolderItself(from, copy), 0) << call;
+    machine->gate.ClearFailures();
   }
-  const CopyFlags moving{.useBackupCopy = true, .removeSourceLinks = true, .allowInheritance = true};
-  CopyRecord record;
+}
+
+// Streams as no file of the workstation has them.
+class Streams : public BackupCopies {
+ protected:
+  static constexpr std::uint64_t kBuffer = 0x100000, kEndless = INT64_MAX;
+  static void Append(emulated::Bytes& bytes, std::uint64_t value, int size) {
+    for (; size > 0; --size, value >>= 8) bytes.push_back(static_cast<std::uint8_t>(value));
+  }
+  // A header that promises `size` bytes behind a name of `name` bytes, and `given` bytes after it.
+  static emulated::Bytes Stream(DWORD id, DWORD attributes, std::uint64_t size, DWORD name, std::size_t given) {
+    emulated::Bytes bytes;
+    Append(bytes, id, 4), Append(bytes, attributes, 4), Append(bytes, size, 8), Append(bytes, name, 4);
+    for (std::size_t i = 0; i < given; ++i) bytes.push_back(static_cast<std::uint8_t>(i * 7 + i / 253));
+    return bytes;
+  }
 };
 
-TEST_F(TreeCopies, WholeTreesArriveAsTheyAre) {
-  MakeFolder(source + u"\\a");
-  MakeFolder(source + u"\\a\\b");
-  MakeFolder(source + u"\\empty");
-  MakeFile(source + u"\\a\\b\\deep.txt", "deep", FILE_ATTRIBUTE_READONLY);
-  MakeFile(source + u"\\a\\x.txt", "x", FILE_ATTRIBUTE_HIDDEN);
-  MakeFile(source + u"\\a\\x.txt:s", "stream");
-  for (const char16_t* item : {u"\\a\\b\\deep.txt", u"\\a\\x.txt", u"\\a\\b", u"\\a", u"\\empty", u""})
-    test::SetTimes(source + item, static_cast<unsigned>(std::u16string_view(item).size()) + 1);
-  const auto before = test::DescribeTree(source);
-  ASSERT_EQ(Copy(moving), 1);
-  EXPECT_EQ(test::DescribeTree(target), before);
-  EXPECT_EQ(test::DescribeTree(source), before);
-  EXPECT_NE(machine->console.find("C:\\Data\\a -> D:\\Target\\a\r\n"), std::string::npos);
-}
-
-TEST_F(TreeCopies, InheritedEntriesAreLeftOutButForEverySecond) {
-  MakeFile(source + u"\\f", "x");
-  test::SetSecurity(source + u"\\f", u"O:BAD:AI(A;;FA;;;BA)(A;ID;FA;;;SY)(A;ID;FR;;;WD)(A;ID;FR;;;BU)");
-  ASSERT_EQ(CopyDacl(source + u"\\f", source, {}), 1);
-  const std::u16string dacl = test::Dacl(source);
-  EXPECT_NE(dacl.find(u"(A;;FA;;;BA)"), std::u16string::npos) << "explicit entries stay";
-  EXPECT_EQ(dacl.find(u"SY)"), std::u16string::npos);
-  EXPECT_NE(dacl.find(u"WD)"), std::u16string::npos) << "the entry behind a deleted one is not examined";
-  EXPECT_EQ(dacl.find(u"BU)"), std::u16string::npos);
-  EXPECT_NE(dacl.find(u"D:P"), std::u16string::npos);
-}
-
-TEST_F(TreeCopies, ASourceWithoutReadableDaclOpensTheTargetOfCopyDaclAlone) {
-  MakeFile(source + u"\\f", "x");
-  MakeFile(target + u"\\f", "x");
-  machine->gate.FailCall("GetNamedSecurityInfoW", 1, ERROR_ACCESS_DENIED);
-  ASSERT_EQ(CopyDacl(source + u"\\f", target + u"\\f", {.allowInheritance = true}), 1);
-  EXPECT_NE(test::Dacl(target + u"\\f").find(u"NO_ACCESS_CONTROL"), std::u16string::npos) << "a null DACL";
-  // In a tree, such an item is not copied.
-  ASSERT_TRUE(DeleteFileW((target + u"\\f").c_str()));
-  machine->gate.FailCallsFrom("GetNamedSecurityInfoW", 1, ERROR_ACCESS_DENIED);
-  EXPECT_EQ(Copy(moving), 0);
-  machine->gate.ClearFailures();
-  EXPECT_EQ(test::Dacl(target + u"\\f").find(u"NO_ACCESS_CONTROL"), std::u16string::npos);
-  EXPECT_TRUE(Logged(u"#ERROR: Unable to read the access rights of C:\\Data\\f. Access is denied."));
-}
-
-TEST_F(TreeCopies, LinksInsideLeadIntoTheCopyAndLinksOutsideStay) {
-  MakeFolder(source + u"\\real");
-  MakeFile(source + u"\\real\\f.txt", "f");
-  MakeFolder(u"C:\\Elsewhere");
-  MakeFile(u"C:\\Elsewhere\\other.txt", "theirs");
-  test::SetSecurity(u"C:\\Elsewhere", u"O:BAD:P(A;;FA;;;SY)(A;;FA;;;BA)");
-  const std::u16string elsewhere = test::Security(u"C:\\Elsewhere");
-  ASSERT_EQ(CreateJunction((source + u"\\in").c_str(), (source + u"\\real").c_str()), 1);
-  ASSERT_EQ(CreateJunction((source + u"\\out").c_str(), u"C:\\Elsewhere"), 1);
-  ASSERT_EQ(CreateSymbolicLinkEntry((source + u"\\file").c_str(), (source + u"\\real\\f.txt").c_str()), 1);
-  ASSERT_EQ(CreateSymbolicLinkEntry((source + u"\\folder").c_str(), (source + u"\\real").c_str()), 1);
-  ASSERT_EQ(CreateSymbolicLinkEntry((source + u"\\dangling").c_str(), u"C:\\nowhere"), 1);
-  const std::string dangling = test::Streams(source + u"\\dangling");
-
-  ASSERT_EQ(Copy(moving), 1);
-  std::u16string text;
-  EXPECT_EQ(GetJunctionTarget((target + u"\\in").c_str(), text), 1);
-  EXPECT_EQ(text, target + u"\\real");
-  EXPECT_EQ(GetJunctionTarget((target + u"\\out").c_str(), text), 1);
-  EXPECT_EQ(text, u"C:\\Elsewhere");
-  EXPECT_EQ(GetFinalTargetPath((target + u"\\file").c_str(), text), 1);
-  EXPECT_EQ(text, target + u"\\real\\f.txt");
-  EXPECT_EQ(IsSymbolicLink((target + u"\\folder").c_str()), 1);
-  EXPECT_EQ(test::Streams(target + u"\\dangling"), dangling) << "carried, not lost";
-  EXPECT_FALSE(Exists(target + u"\\out\\out")) << "not entered";
-  EXPECT_EQ(IsJunction((source + u"\\out").c_str()), 0) << "taken off at the source";
-  EXPECT_EQ(Contents(u"C:\\Elsewhere\\other.txt"), "theirs");
-  EXPECT_EQ(test::Security(u"C:\\Elsewhere"), elsewhere);
-}
-
-TEST_F(TreeCopies, NothingIsWrittenThroughALinkAtTheTarget) {
-  MakeFolder(u"D:\\Foreign");
-  MakeFile(u"D:\\Foreign\\f.txt", "theirs");
-  MakeFolder(source + u"\\sub");
-  MakeFile(source + u"\\sub\\f.txt", "mine");
-  MakeFile(source + u"\\a.txt", "mine");
-  MakeFile(target + u"\\a.txt", "theirs");
-  ASSERT_EQ(CreateJunction((target + u"\\sub").c_str(), u"D:\\Foreign"), 1);
-  EXPECT_EQ(Copy(moving), 0);
-  EXPECT_EQ(Contents(u"D:\\Foreign\\f.txt"), "theirs");
-  EXPECT_EQ(Contents(target + u"\\a.txt"), "theirs") << "what is in the way is looked for first";
-  // A hard link leads elsewhere just as well.
-  ASSERT_TRUE(DeleteJunction((target + u"\\sub").c_str()));
-  ASSERT_TRUE(CreateHardLinkW((target + u"\\sub\\f.txt").c_str(), u"D:\\Foreign\\f.txt", nullptr));
-  for (const bool backup : {true, false}) EXPECT_EQ(Copy({.useBackupCopy = backup, .allowInheritance = true}), 0);
-  EXPECT_EQ(Contents(u"D:\\Foreign\\f.txt"), "theirs");
-}
-
-TEST_F(TreeCopies, ReadOnlyTargetsAreWrittenAndReadOnlyAgain) {
-  MakeFile(source + u"\\f", "new");
-  MakeFile(target + u"\\f", "old", FILE_ATTRIBUTE_READONLY);
-  for (const bool backup : {true, false}) {
-    ASSERT_EQ(Copy({.useBackupCopy = backup, .allowInheritance = true}), 1);
-    EXPECT_EQ(Contents(target + u"\\f"), "new");
-    EXPECT_EQ(Attributes(target + u"\\f"), FILE_ATTRIBUTE_READONLY);
+TEST_F(Streams, AreCopiedOrRefusedByTheirHeaders) {
+  MakeFile(from, "x");
+  constexpr std::size_t kAll = 0;
+  const struct {
+    const char* what;
+    DWORD id, attributes;
+    std::uint64_t size;
+    DWORD name;
+    std::size_t given;
+    bool copied;
+    std::size_t written;  // bytes that reach the target until the refusal
+  } cases[] = {{"no kind", BACKUP_INVALID, 0, 8, 0, 8, false, 20},
+               {"hard link", BACKUP_LINK, 0, 8, 0, 8, false, 20},
+               {"properties", BACKUP_PROPERTY_DATA, 0, 100, 8, 108, true, kAll},
+               {"unknown", 11, 0, 100, 8, 108, true, kAll},
+               {"extended attributes", BACKUP_EA_DATA, 0, kBuffer + 1, 0, kBuffer + 1, true, kAll},
+               {"data with a name", BACKUP_DATA, 0, kBuffer, 8, kBuffer + 8, true, kAll},
+               {"changed by reading", BACKUP_DATA, STREAM_MODIFIED_WHEN_READ, 8, 0, 8, false, 20},
+               {"and secret", BACKUP_DATA, STREAM_MODIFIED_WHEN_READ | STREAM_CONTAINS_SECURITY, 8, 0, 8, false, 20},
+               {"just secret", BACKUP_DATA, STREAM_CONTAINS_SECURITY, 8, 0, 8, true, kAll},
+               {"security", BACKUP_SECURITY_DATA, 0, kBuffer, 0, kBuffer, true, kAll},
+               {"too much security", BACKUP_SECURITY_DATA, 0, kBuffer + 1, 0, kBuffer + 1, false, 20},
+               {"object id", BACKUP_OBJECT_ID, 0, kBuffer + 1, 0, kBuffer + 1, false, 20},
+               {"reparse data", BACKUP_REPARSE_DATA, 0, kBuffer + 1, 0, kBuffer + 1, false, 20},
+               {"block", BACKUP_SPARSE_BLOCK, 0, kBuffer + 1, 0, kBuffer + 1, true, kAll},
+               {"named", BACKUP_ALTERNATE_DATA, 0, kBuffer + 1, 8, kBuffer + 9, true, kAll},
+               {"name without end", BACKUP_ALTERNATE_DATA, 0, 8, kBuffer + 1, kBuffer + 9, false, 20},
+               {"named too short", BACKUP_ALTERNATE_DATA, 0, 8, 8, 15, false, 28},
+               {"data too short", BACKUP_DATA, 0, 100, 0, 99, false, 20},
+               {"endless", BACKUP_DATA, 0, kEndless, 0, kBuffer, false, 20 + kBuffer},
+               {"below nothing", BACKUP_DATA, 0, kEndless + 1, 0, kBuffer, false, 20}};
+  for (const auto& [what, id, attributes, size, name, given, copied, written] : cases) {
+    SCOPED_TRACE(what);
+    const emulated::Bytes bytes = Stream(id, attributes, size, name, given);
+    machine->scriptedBackup = {bytes, {}};
+    EXPECT_EQ(BackupCopyEx(from, to), copied ? 1 : 0);
+    const std::size_t expected = written == kAll ? bytes.size() : written;
+    EXPECT_TRUE(machine->scriptedBackup->written ==
+                emulated::Bytes(bytes.begin(), bytes.begin() + static_cast<std::ptrdiff_t>(expected)))
+        << machine->scriptedBackup->written.size();
+  }
+  for (const std::size_t header : {0u, 19u}) {
+    machine->scriptedBackup = {emulated::Bytes(header, 1), {}};
+    EXPECT_EQ(BackupCopyEx(from, to), header == 0 ? 1 : 0);
+    EXPECT_TRUE(machine->scriptedBackup->written.empty());
   }
 }
 
-TEST_F(TreeCopies, GoingOnNeverOverwritesAndPassesFailedItems) {
-  MakeFile(source + u"\\a", "a");
-  MakeFile(source + u"\\b", "b");
-  MakeFile(target + u"\\a", "kept");
-  const auto held = HoldOpen(source + u"\\b", GENERIC_WRITE, FILE_SHARE_READ);
-  MakeFile(source + u"\\c", "c");
-  EXPECT_EQ(Copy({.useBackupCopy = true, .continueOnError = true, .allowInheritance = true}), 1);
-  EXPECT_EQ(Contents(target + u"\\a"), "kept");
-  EXPECT_EQ(Contents(target + u"\\c"), "c");
-  EXPECT_EQ(Copy(moving), 0);
-}
-
-TEST_F(TreeCopies, WithoutBackupFilesKeepAttributesAndTimes) {
-  MakeFolder(source + u"\\d");
-  MakeFile(source + u"\\d\\f", "text", FILE_ATTRIBUTE_READONLY);
-  test::SetTimes(source + u"\\d\\f", 4);
-  ASSERT_EQ(CreateJunction((source + u"\\j").c_str(), u"D:\\Other"), 1);
-  ASSERT_EQ(Copy({.removeSourceLinks = true}), 1);
-  EXPECT_EQ(Describe(target + u"\\d\\f"), Describe(source + u"\\d\\f"));
-  std::u16string text;
-  EXPECT_EQ(GetJunctionTarget((target + u"\\j").c_str(), text), 1);
-  EXPECT_EQ(text, u"D:\\Other");
-}
-
-TEST_F(TreeCopies, LongPathsAreCopied) {
-  std::u16string folder = u"\\\\?\\C:\\Data";
-  for (int i = 0; i < 4; ++i) {
-    folder += u"\\" + std::u16string(80, static_cast<char16_t>(u'a' + i));
-    MakeFolder(folder);
+TEST_F(Streams, OfADescriptorAreTakenOnlyWhole) {
+  constexpr DWORD kLargest = 0x40000;
+  const struct {
+    DWORD id, name;
+    std::uint64_t size;
+    std::size_t given;
+    bool read;
+  } cases[] = {{BACKUP_SECURITY_DATA, 0, 20, 20, true},  {BACKUP_SECURITY_DATA, 0, kLargest, kLargest, true},
+               {BACKUP_DATA, 0, 20, 20, false},          {BACKUP_SECURITY_DATA, 2, 20, 22, false},
+               {BACKUP_SECURITY_DATA, 0, 19, 19, false}, {BACKUP_SECURITY_DATA, 0, kLargest + 1, kLargest + 1, false},
+               {BACKUP_SECURITY_DATA, 0, 20, 19, false}, {BACKUP_SECURITY_DATA, 0, kEndless, 100, false}};
+  for (const auto& [id, name, size, given, read] : cases) {
+    const emulated::Bytes bytes = Stream(id, 0, size, name, given);
+    machine->scriptedBackup = {bytes, {}};
+    EXPECT_TRUE(ReadDescriptor(source) ==
+                (read ? FolderDescriptor(bytes.begin() + 20, bytes.end()) : FolderDescriptor()))
+        << id << " " << size;
+    SavedFolder saved;
+    EXPECT_EQ(saved.Save(source), id == BACKUP_SECURITY_DATA && size >= 20 && given == size + name)
+        << id << " " << size;
   }
-  MakeFile(folder + u"\\file.txt", "far down");
-  MakeFile(u"\\\\?\\C:\\Data\\dot.", "a name that ends with a dot");
-  MakeFile(u"C:\\Data\\dot", "its twin");
-  ASSERT_EQ(Copy(moving), 1);
-  EXPECT_EQ(Contents(u"\\\\?\\D:\\Target" + folder.substr(11) + u"\\file.txt"), "far down");
-  EXPECT_EQ(Contents(u"\\\\?\\D:\\Target\\dot."), "a name that ends with a dot");
-  EXPECT_EQ(Contents(u"D:\\Target\\dot"), "its twin");
-}
-
-using SharedTrees = TreeCopies;
-
-TEST_F(SharedTrees, SharesFollowOrGoOrStay) {
-  MakeFolder(source + u"\\pub");
-  test::Share(u"public", u"c:\\data\\PUB");
-  ASSERT_EQ(Copy({.useBackupCopy = true, .moveShares = true, .copyOnly = true, .allowInheritance = true}), 1);
-  EXPECT_EQ(test::Shares()[u"public"], u"c:\\data\\PUB");
-  ASSERT_EQ(Copy({.useBackupCopy = true, .moveShares = true, .allowInheritance = true}), 1);
-  EXPECT_EQ(test::Shares()[u"public"], u"D:\\Target\\pub");
-  test::Share(u"again", u"C:\\Data\\pub");
-  ASSERT_EQ(Copy({.useBackupCopy = true, .allowInheritance = true}), 1);
-  EXPECT_EQ(test::Shares()[u"again"], u"");
+  machine->scriptedBackup = {emulated::Bytes(19, 3), {}};
+  EXPECT_TRUE(ReadDescriptor(source).empty());
+  for (const std::size_t size : {19u, 20u, kLargest, kLargest + 1})
+    EXPECT_EQ(WriteDescriptor(source, FolderDescriptor(size)), size >= 20 && size <= kLargest) << size;
 }
 
 TEST(VolumePaths, AreConvertedBothWays) {
@@ -299,9 +347,16 @@ TEST(VolumePaths, AreConvertedBothWays) {
   given = volumePath;
   ASSERT_EQ(VolumePathToNormalPath(given, normalPath), 1);
   EXPECT_EQ(normalPath, u"D:\\a\\b");
+  given = volumePath.substr(0, volumePath.find(u'}') + 1);
+  ASSERT_EQ(VolumePathToNormalPath(given, normalPath), 1);
+  EXPECT_EQ(normalPath, u"D:\\");
   for (std::u16string bad :
        {u"", u"nothing", u"\\\\?\\Volume{", u"\\\\?\\Volume{00000000-0000-0000-0000-000000000000}\\"}) {
     EXPECT_EQ(VolumePathToNormalPath(bad, normalPath), 0);
+    EXPECT_TRUE(bad.empty());
+  }
+  for (std::u16string bad : {u"", u"nothing", u"Z:\\a"}) {
+    EXPECT_EQ(NormalPathToVolumePath(bad, volumePath), 0);
     EXPECT_TRUE(bad.empty());
   }
 }

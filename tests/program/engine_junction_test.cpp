@@ -1,41 +1,53 @@
-// Junctions and symbolic links.
-#include <cstring>
-
+// Junctions and symbolic links, and where paths really lead.
 #include "links/junction.h"
+#include "links/link_data.h"
+#include "links/mounted_folder.h"
+#include "links/presence.h"
 #include "links/real_path.h"
+#include "links/volume_paths.h"
 #include "support/engine.h"
 
 namespace {
 
 using namespace win32;
+using emulated::Utf8;
 using test::Exists, test::MakeFile, test::MakeFolder;
 
 class Junction : public test::Engine {
  protected:
-  std::vector<BYTE> ReparseData(const std::u16string& path) {
-    const UniqueFile file{CreateFileW(path.c_str(), FILE_READ_ATTRIBUTES, 7, nullptr, OPEN_EXISTING,
-                                      FILE_FLAG_BACKUP_SEMANTICS | FILE_FLAG_OPEN_REPARSE_POINT, nullptr)};
-    std::vector<BYTE> data(MAXIMUM_REPARSE_DATA_BUFFER_SIZE);
-    DWORD size = 0;
-    DeviceIoControl(file.get(), FSCTL_GET_REPARSE_POINT, nullptr, 0, data.data(), MAXIMUM_REPARSE_DATA_BUFFER_SIZE,
-                    &size, nullptr);
-    data.resize(size);
-    return data;
+  explicit Junction(const test::MachineFacts& facts = {}) : Engine(facts) {}
+  static std::u16string TargetOf(const std::u16string& path) {
+    std::u16string found;
+    return GetJunctionTarget(path.c_str(), found) ? found : u"(none)";
   }
-
+  static std::u16string Final(const std::u16string& path) {
+    std::u16string found;
+    return GetFinalTargetPath(path.c_str(), found) ? found : u"(none)";
+  }
+  // Gives the folder these data, as nobody's mklink makes them.
+  void Write(const ReparseData& data) {
+    DeleteJunction(junction.c_str());
+    const UniqueFile folder = OpenReparseDirectory(junction.c_str(), {.forWrite = true});
+    ASSERT_TRUE(folder && WriteReparseData(folder, data)) << GetLastError();
+  }
   const std::u16string junction = u"C:\\Data\\link";
 };
 
 TEST_F(Junction, IsWrittenByteForByte) {
   ASSERT_EQ(CreateJunction(junction.c_str(), u"D:\\T"), 1);
-  const std::u16string name = u"\\??\\D:\\T";
-  std::vector<BYTE> expected = {0x03, 0, 0, 0xA0, 28, 0, 0, 0, 0, 0, 16, 0, 18, 0, 0, 0};
-  for (const char16_t unit : name) {
-    expected.push_back(static_cast<BYTE>(unit));
-    expected.push_back(0);
-  }
+  ReparseData expected = {0x03, 0, 0, 0xA0, 28, 0, 0, 0, 0, 0, 16, 0, 18, 0, 0, 0};
+  for (const char unit : std::string_view("\\??\\D:\\T"))
+    for (const BYTE byte : {static_cast<BYTE>(unit), BYTE{0}}) expected.push_back(byte);
   expected.insert(expected.end(), 4, 0);
-  EXPECT_EQ(ReparseData(junction), expected);
+  EXPECT_EQ(ReadLinkData(junction), expected);
+  EXPECT_EQ(LinkTagAt(junction), IO_REPARSE_TAG_MOUNT_POINT);
+  EXPECT_EQ(LinkTagAt(source) + LinkTagAt(u"C:\\none"), 0u);
+  // The opens are this program's alone.
+  EXPECT_EQ(Calls("CreateFileW", [&] { CreateJunction(u"C:\\Data\\a", u"D:\\T"); }),
+            "CreateFileW(\"C:\\Data\\a\", 0x40000000, 0, 3, 0x2200000)\n");
+  EXPECT_EQ(Calls("CreateFileW", [&] { DeleteJunction(u"C:\\Data\\a"); }),
+            "CreateFileW(\"C:\\Data\\a\", 0x80000000, 0, 3, 0x2200000)\n"
+            "CreateFileW(\"C:\\Data\\a\", 0xC0000000, 0, 3, 0x2200000)\n");
 }
 
 TEST_F(Junction, LeadsToItsTargetAndBecomesAFolderAgain) {
@@ -45,117 +57,281 @@ TEST_F(Junction, LeadsToItsTargetAndBecomesAFolderAgain) {
   EXPECT_EQ(IsJunction(junction.c_str()), 1);
   EXPECT_EQ(IsJunction(junction.c_str(), {.excludeMountedVolume = true}), 1);
   EXPECT_EQ(IsSymbolicLink(junction.c_str()), 0);
-  std::u16string found;
-  EXPECT_EQ(GetJunctionTarget(junction.c_str(), found), 1);
-  EXPECT_EQ(found, target);  // less exactly one backslash
-  EXPECT_EQ(GetFinalTargetPath((junction + u"\\x.txt").c_str(), found), 1);
-  EXPECT_EQ(found, target + u"\\x.txt");
-
-  ASSERT_EQ(DeleteJunction(junction.c_str()), 1);
-  EXPECT_EQ(test::Attributes(junction) & FILE_ATTRIBUTE_REPARSE_POINT, 0u);
-  EXPECT_TRUE(Exists(target + u"\\x.txt"));
+  EXPECT_EQ(TargetOf(junction), target) << "less exactly one backslash";
+  EXPECT_EQ(Final(junction + u"\\x.txt"), target + u"\\x.txt");
+  {
+    const UniqueFile held{CreateFileW(junction.c_str(), GENERIC_READ, 7, nullptr, OPEN_EXISTING,
+                                      FILE_FLAG_BACKUP_SEMANTICS | FILE_FLAG_OPEN_REPARSE_POINT, nullptr)};
+    const std::string notOpened =
+        "|#ERROR: Failed to open directory for path = C:\\Data\\link.The process cannot access the file because it is "
+        "being used by another process.";
+    EXPECT_EQ(Told([&] { EXPECT_EQ(IsJunction(junction.c_str()), 0); }), notOpened);
+    EXPECT_EQ(Told([&] { EXPECT_EQ(TargetOf(junction), u"(none)"); }), notOpened);
+    EXPECT_EQ(DeleteJunction(junction.c_str()), 0);
+  }
+  machine->gate.FailCall("CreateFileW", 2, ERROR_ACCESS_DENIED);
+  EXPECT_EQ(Told([&] { EXPECT_EQ(DeleteJunction(junction.c_str()), 0); }),
+            "|#ERROR: Failed to open directory for path = C:\\Data\\link.Access is denied.");
+  machine->gate.FailCall("DeviceIoControl", 2, ERROR_ACCESS_DENIED);
   EXPECT_EQ(DeleteJunction(junction.c_str()), 0);
-  EXPECT_TRUE(Logged(u"#ERROR: Path C:\\Data\\link is not junction."));
+  ASSERT_EQ(DeleteJunction(junction.c_str()), 1);
+  EXPECT_EQ(test::Attributes(junction), FILE_ATTRIBUTE_DIRECTORY);
+  EXPECT_TRUE(Exists(target + u"\\x.txt"));
+  EXPECT_EQ(Told([&] { EXPECT_EQ(DeleteJunction(junction.c_str()), 0); }),
+            "|#ERROR: Path C:\\Data\\link is not junction.");
+  EXPECT_EQ(Told([&] { EXPECT_EQ(TargetOf(junction), u"(none)"); }), "|#ERROR: Not a directory or no reparse point.");
+  const std::string notThere =
+      "|#ERROR: Unable to get File Attributes for path = C:\\noneThe system cannot find the file specified.";
+  EXPECT_EQ(Told([] { EXPECT_EQ(TargetOf(u"C:\\none"), u"(none)"); }), notThere);
+  EXPECT_EQ(Told([] { EXPECT_EQ(IsJunction(u"C:\\none"), 0); }), notThere);
 }
 
-TEST_F(Junction, IsNotMadeOnAFolderThatHoldsSomething) {
+TEST_F(Junction, LeavesNothingBehindWhenItCannotBeSet) {
   MakeFolder(junction);
   MakeFile(junction + u"\\mine.txt", "kept");
   EXPECT_EQ(CreateJunction(junction.c_str(), target.c_str()), 0);
   EXPECT_EQ(test::Contents(junction + u"\\mine.txt"), "kept");
-}
-
-TEST_F(Junction, LeavesNothingBehindWhenItCannotBeSet) {
-  machine->gate.FailCall("DeviceIoControl", 1, ERROR_ACCESS_DENIED);
-  EXPECT_EQ(CreateJunction(junction.c_str(), target.c_str()), 0);
-  EXPECT_FALSE(Exists(junction));
-}
-
-TEST_F(Junction, TriesAgainToMakeItsFolder) {
+  const std::u16string other = u"C:\\Data\\other";
+  const struct {
+    const char* call;
+    bool removed;
+    const char* log = "";
+    const char* traced = "";
+  } cases[] = {{"DeviceIoControl", true},
+               {"OpenProcessToken", false},
+               {"AdjustTokenPrivileges", false, "|ERROR: Unable to adjust token privileges.Access is denied."},
+               {"CreateFileW", false, "", "#ERROR: CreateJunction: CreateFile() Failed for path = C:\\Data\\other"},
+               {"CreateDirectoryW", true, "|#ERROR: Failed To create directory = C:\\Data\\other.Access is denied."}};
+  for (const auto& [call, removed, text, traced] : cases) {
+    machine->debugOutput.clear();
+    machine->gate.FailCallsFrom(call, 1, ERROR_ACCESS_DENIED);
+    EXPECT_EQ(Told([&] { EXPECT_EQ(CreateJunction(other.c_str(), target.c_str()), 0); }), text) << call;
+    machine->gate.ClearFailures();
+    EXPECT_EQ(Utf8(machine->debugOutput), traced);
+    EXPECT_EQ(Exists(other), !removed) << call;
+    RemoveDirectoryW(other.c_str());
+  }
+  // What holds the folder up is often over soon.
+  machine->sleptMilliseconds = 0;
   machine->gate.FailCall("CreateDirectoryW", 1, ERROR_ACCESS_DENIED);
-  EXPECT_EQ(CreateJunction(junction.c_str(), target.c_str()), 1);
+  EXPECT_EQ(CreateJunction(other.c_str(), target.c_str()), 1);
   EXPECT_EQ(machine->sleptMilliseconds, 2000u);
-  machine->gate.FailCallsFrom("CreateDirectoryW", 1, ERROR_ACCESS_DENIED);
-  EXPECT_EQ(CreateJunction(u"C:\\Data\\other", target.c_str()), 0);
-  EXPECT_TRUE(Logged(u"#ERROR: Failed To create directory = C:\\Data\\other."));
+  EXPECT_EQ(Told([&] {
+              EXPECT_EQ(CreateJunction(nullptr, u"D:\\T") + CreateJunction(u"C:\\T", nullptr), 0);
+              EXPECT_EQ(DeleteJunction(nullptr) + IsJunction(nullptr) + IsSymbolicLink(nullptr), 0);
+              std::u16string found;
+              EXPECT_EQ(GetJunctionTarget(nullptr, found) + GetFinalTargetPath(nullptr, found), 0);
+              EXPECT_EQ(CreateSymbolicLinkEntry(nullptr, u"D:\\T") + CreateSymbolicLinkEntry(u"C:\\T", nullptr), 0);
+              EXPECT_FALSE(OpenReparseDirectory(nullptr));
+            }),
+            "|ERROR: Source or target path is missing.|ERROR: Source or target path is missing."
+            "|#ERROR: Directory is Path Missing.|#ERROR: Directoy path is missing."
+            "|#ERROR: Directory Path is Missing.|#ERROR: Unable to obtain a valid target path");
 }
 
 TEST_F(Junction, TakesTargetsOfAtMost255Characters) {
   const std::u16string longest = u"D:\\" + std::u16string(252, u'x');
   EXPECT_EQ(CreateJunction(junction.c_str(), longest.c_str()), 1);
-  EXPECT_EQ(ReparseData(junction).size(), (255u + 4) * 2 + 20);
-  std::u16string found;
-  EXPECT_EQ(GetJunctionTarget(junction.c_str(), found), 1);
-  EXPECT_EQ(found, longest);
+  EXPECT_EQ(ReadLinkData(junction).size(), (255u + 4) * 2 + 20);
+  EXPECT_EQ(TargetOf(junction), longest);
   EXPECT_EQ(CreateJunction(u"C:\\Data\\second", (longest + u"x").c_str()), 0);
+  EXPECT_EQ(GetLastError(), ERROR_FILENAME_EXCED_RANGE);
   EXPECT_FALSE(Exists(u"C:\\Data\\second"));
-}
-
-TEST_F(Junction, HeldOpenBySomebodyElseIsNotRead) {
-  ASSERT_EQ(CreateJunction(junction.c_str(), target.c_str()), 1);
-  const UniqueFile held{CreateFileW(junction.c_str(), GENERIC_READ, 7, nullptr, OPEN_EXISTING,
-                                    FILE_FLAG_BACKUP_SEMANTICS | FILE_FLAG_OPEN_REPARSE_POINT, nullptr)};
-  ASSERT_TRUE(held);
-  EXPECT_EQ(IsJunction(junction.c_str()), 0);
-  EXPECT_EQ(DeleteJunction(junction.c_str()), 0);
-}
-
-TEST_F(Junction, NullPathsAreNamedInTheLog) {
-  std::u16string found;
-  EXPECT_EQ(CreateJunction(nullptr, u"D:\\T"), 0);
-  EXPECT_EQ(DeleteJunction(nullptr), 0);
-  EXPECT_EQ(IsJunction(nullptr), 0);
-  EXPECT_EQ(GetJunctionTarget(nullptr, found), 0);
-  EXPECT_FALSE(OpenReparseDirectory(nullptr));
-  for (const char16_t* line : {u"ERROR: Source or target path is missing.", u"#ERROR: Directory is Path Missing.",
-                               u"#ERROR: Directoy path is missing.", u"#ERROR: Directory Path is Missing."})
-    EXPECT_TRUE(Logged(line));
-}
-
-TEST_F(Junction, PathsTooLongForThePlainFormAreReached) {
+  EXPECT_EQ(ChangeJunctionTarget(junction.c_str(), (longest + u"x").c_str()), 0);
+  // The junction itself may be anywhere.
   std::u16string deep = u"\\\\?\\C:\\Data";
-  for (int i = 0; i < 3; ++i) {
-    deep += u"\\" + std::u16string(90, u'd');
-    MakeFolder(deep);
+  for (int i = 0; i < 3; ++i) MakeFolder(deep += u"\\" + std::u16string(90, u'd'));
+  const std::u16string link = deep + u"\\link", plain = link.substr(4);
+  ASSERT_EQ(CreateJunction(plain.c_str(), target.c_str()), 1);
+  EXPECT_EQ(IsJunction(plain.c_str()), 1);
+  EXPECT_EQ(TargetOf(plain), target);
+  EXPECT_EQ(Final(link), target);
+  EXPECT_EQ(DeleteJunction(plain.c_str()), 1);
+  EXPECT_EQ(Final(link), u"(none)") << "no room for its path";
+}
+
+// What others wrote: another target leaves the rest of the data, and the times, as they are.
+TEST_F(Junction, OddDataAreReadAndLedElsewhereWithCare) {
+  ASSERT_EQ(CreateJunction(junction.c_str(), u"D:\\T"), 1);
+  const std::u16string tooLong = u"D:\\" + std::u16string(257, u'x'), fits = tooLong.substr(0, 259),
+                       volume = u"Volume{12345678-0000-4000-8000-000000000000}", none = u"(none)";
+  const struct {
+    std::u16string name, print, leadsTo, changedName, changedPrint;
+    bool isVolume = false;
+  } cases[] = {{u"D:\\T", u"", u"D:\\T", u"E:\\N", u""},
+               {u"D:\\T\\", u"d:\\t", u"D:\\T", u"E:\\N\\", u"E:\\N"},
+               {u"D:\\T", u"D:\\T\\", u"D:\\T", u"E:\\N", u"E:\\N\\"},
+               {u"D:\\T", u"shown", u"D:\\T", u"E:\\N", u"shown"},
+               {fits, u"", fits, u"E:\\N", u""},
+               {tooLong, u"", none, u"E:\\N", u""},
+               {volume + u"\\", u"", volume, u"", u"", true},
+               {volume, u"", volume, u"", u"", true},
+               {volume + u"\\x", u"", volume + u"\\x", u"E:\\N", u""}};
+  for (const auto& [name, print, leadsTo, changedName, changedPrint, isVolume] : cases) {
+    SCOPED_TRACE(Utf8(name));
+    const ReparseData data = MountPointData(u"\\??\\" + name, print);
+    Write(data);
+    EXPECT_EQ(IsVolumeMount(data), isVolume);
+    EXPECT_EQ(TargetOf(junction), leadsTo);
+    EXPECT_EQ(TextOfLink(data).path, name);
+    test::SetTimes(junction, 3);
+    const SavedLink before = SaveLink(junction, {}, true);
+    EXPECT_EQ(ChangeJunctionTarget(junction.c_str(), u"E:\\N"), isVolume ? 0 : 1);
+    const SavedLink after = SaveLink(junction, {}, true);
+    EXPECT_EQ(after.reparseData, isVolume ? data : MountPointData(u"\\??\\" + changedName, changedPrint));
+    for (const auto time : {&SavedLink::creation, &SavedLink::lastAccess, &SavedLink::lastWrite})
+      EXPECT_EQ((after.*time).dwHighDateTime, (before.*time).dwHighDateTime);
   }
-  const std::u16string link = deep + u"\\link";
-  ASSERT_EQ(CreateJunction(link.c_str(), target.c_str()), 1);
-  EXPECT_EQ(IsJunction(link.substr(4).c_str()), 1);
-  std::u16string found;
-  EXPECT_EQ(GetJunctionTarget(link.substr(4).c_str(), found), 1);
-  EXPECT_EQ(DeleteJunction(link.substr(4).c_str()), 1);
+  Write(MountPointData(u"\\??\\"));
+  EXPECT_EQ(Told([&] { EXPECT_EQ(TargetOf(junction), none); }),
+            "|#ERROR: Unable to obtain a valid target pathReparseBuffer.ReparseTag = -1610612733pszTemp= \\??\\");
+  machine->gate.FailCall("DeviceIoControl", 1, ERROR_ACCESS_DENIED);
+  EXPECT_EQ(Told([&] { EXPECT_EQ(TargetOf(junction), none); }),
+            "|#ERROR: Unable to perform DeviceIoControl operation.");
+  // Data that end before what they tell.
+  const ReparseData whole = MountPointData(u"\\??\\D:\\T", u"D:\\T");
+  for (std::size_t size = 0; size <= whole.size(); ++size) {
+    const ReparseData cut(whole.begin(), whole.begin() + static_cast<std::ptrdiff_t>(size));
+    EXPECT_EQ(TextOfLink(cut).path, size >= 32 ? u"D:\\T" : u"") << size;
+    EXPECT_EQ(TagOf(cut), size >= 4 ? IO_REPARSE_TAG_MOUNT_POINT : 0u) << size;
+    EXPECT_EQ(MountPointName(cut), std::u16string(u"\\??\\D:\\T").substr(0, size > 16 ? (size - 16) / 2 : 0)) << size;
+  }
+}
+
+// A link that has to make way is put back as it was, and never in the place of something else.
+TEST_F(Junction, IsRestoredAsItWas) {
+  MakeFile(target + u"\\file", "x");
+  const std::u16string fileLink = u"C:\\Data\\file";
+  ASSERT_EQ(CreateJunction(junction.c_str(), target.c_str()), 1);
+  ASSERT_EQ(CreateSymbolicLinkEntry(fileLink.c_str(), (target + u"\\file").c_str()), 1);
+  for (const std::u16string& link : {junction, fileLink}) {
+    const bool isFolder = link == junction;
+    const auto remove = [&] { return (isFolder ? RemoveDirectoryW : DeleteFileW)(link.c_str()); };
+    test::SetTimes(link, 3);
+    const std::string before = test::Describe(link);
+    const SavedLink saved = SaveLink(link, {}, isFolder);
+    EXPECT_EQ(Calls("DeviceIoControl", [&] { EXPECT_EQ(RestoreLink(saved), 1); }),
+              isFolder ? "DeviceIoControl(0x900A8, 0, 0x4000)\n" : "DeviceIoControl(0x900A8, 0, 0x4000)\n");
+    ASSERT_TRUE(remove());
+    machine->gate.FailCall("DeviceIoControl", 1, ERROR_ACCESS_DENIED);
+    EXPECT_EQ(RestoreLink(saved), 0);
+    EXPECT_FALSE(Exists(link));
+    EXPECT_EQ(RestoreLink(saved), 1);
+    EXPECT_EQ(test::Describe(link), before);
+    ASSERT_TRUE(remove());
+    isFolder ? MakeFolder(link) : MakeFile(link, "");
+    EXPECT_EQ(RestoreLink(saved), 1);
+    EXPECT_EQ(test::Describe(link), before);
+    ASSERT_TRUE(remove());
+    if (isFolder) MakeFolder(link);
+    MakeFile(isFolder ? link + u"\\f" : link, "theirs");
+    EXPECT_EQ(RestoreLink(saved), 0);
+    EXPECT_EQ(test::Contents(isFolder ? link + u"\\f" : link), "theirs");
+    EXPECT_EQ(RestoreLink(SaveLink(link, {}, isFolder)), 0) << "no link";
+  }
 }
 
 TEST_F(Junction, SymbolicLinksAreToldFromJunctions) {
   MakeFile(target + u"\\file.txt", "data");
-  const std::u16string fileLink = u"C:\\Data\\file", folderLink = u"C:\\Data\\folder", forced = u"C:\\Data\\forced";
-  ASSERT_EQ(CreateSymbolicLinkEntry(fileLink.c_str(), (target + u"\\file.txt").c_str()), 1);
-  ASSERT_EQ(CreateSymbolicLinkEntry(folderLink.c_str(), target.c_str()), 1);
-  ASSERT_EQ(CreateSymbolicLinkEntry(forced.c_str(), target.c_str(), {.forceFileLink = true}), 1);
-  EXPECT_EQ(IsSymbolicLink(fileLink.c_str()), 1);
-  EXPECT_EQ(IsSymbolicLink(folderLink.c_str()), 1);
-  EXPECT_TRUE(Logged(u"IsSymbolicLink()::The specified directory or file C:\\Data\\folder is symbolic link"));
-  EXPECT_EQ(IsJunction(folderLink.c_str()), 0);
-  EXPECT_NE(test::Attributes(folderLink) & FILE_ATTRIBUTE_DIRECTORY, 0u);
-  EXPECT_EQ(test::Attributes(forced) & FILE_ATTRIBUTE_DIRECTORY, 0u);
-  EXPECT_EQ(test::Contents(fileLink), "data");
-  std::u16string found;
-  EXPECT_EQ(GetFinalTargetPath(fileLink.c_str(), found), 1);
-  EXPECT_EQ(found, target + u"\\file.txt");
-  EXPECT_EQ(DeleteJunction(folderLink.c_str()), 0);
-  EXPECT_TRUE(Exists(folderLink));
-  EXPECT_FALSE(Logged(u"is not junction"));
+  const struct {
+    std::u16string link, to;
+    SymbolicLinkOptions options;
+    DWORD kind;
+  } cases[] = {{source + u"\\file", target + u"\\file.txt", {}, 0},
+               {source + u"\\folder", target, {}, FILE_ATTRIBUTE_DIRECTORY},
+               {source + u"\\none", u"C:\\none", {}, 0},
+               {source + u"\\asFile", target, {.forceFileLink = true}, 0},
+               {source + u"\\asFolder", u"C:\\none", {.forceDirectoryLink = true}, FILE_ATTRIBUTE_DIRECTORY}};
+  for (const auto& [link, to, options, kind] : cases) {
+    ASSERT_EQ(CreateSymbolicLinkEntry(link.c_str(), to.c_str(), options), 1);
+    EXPECT_EQ(Told([&, asked = link] { EXPECT_EQ(IsSymbolicLink(asked.c_str()), 1); }),
+              "|IsSymbolicLink()::The specified directory or file " + Utf8(link) + " is symbolic link");
+    EXPECT_EQ(IsJunction(link.c_str()), 0);
+    EXPECT_EQ(test::Attributes(link) & FILE_ATTRIBUTE_DIRECTORY, kind);
+    EXPECT_EQ(LinkTagAt(link), IO_REPARSE_TAG_SYMLINK);
+    EXPECT_EQ(SymbolicLinkText(link), to);
+  }
+  const std::u16string& link = cases[1].link;
+  EXPECT_EQ(Final(cases[0].link), target + u"\\file.txt");
+  EXPECT_EQ(Told([&] { EXPECT_EQ(DeleteJunction(link.c_str()), 0); }).find("is not junction"), std::string::npos);
+  EXPECT_TRUE(Exists(link));
+  EXPECT_EQ(SymbolicLinkText(target), u"");
+  for (const char* call : {"LoadLibraryW", "GetProcAddress"}) {
+    machine->gate.FailCallsFrom(call, 1, ERROR_PROC_NOT_FOUND);
+    EXPECT_EQ(CreateSymbolicLinkEntry(u"C:\\Data\\new", target.c_str()), 0) << call;
+    EXPECT_EQ(Final(link), u"(none)") << call;
+    machine->gate.ClearFailures();
+  }
+  const std::u16string tooLong = u"C:\\" + std::u16string(257, u'x');
+  EXPECT_EQ(CreateSymbolicLinkEntry(u"C:\\Data\\new", tooLong.c_str()), 0);
+  EXPECT_EQ(CreateSymbolicLinkEntry(u"C:\\Data\\new", tooLong.substr(0, 259).c_str()), 1);
 }
 
-TEST_F(Junction, MountedVolumesCountUnlessExcluded) {
-  Restart({.volumes = 1});
-  MakeFolder(u"C:\\Data\\mnt");
-  std::u16string volume;
-  for (const auto& mounted : machine->volumes)
-    if (mounted->letter == 0) volume = mounted->guidName;
-  ASSERT_TRUE(SetVolumeMountPointW(u"C:\\Data\\mnt\\", volume.c_str())) << GetLastError();
-  EXPECT_EQ(IsJunction(u"C:\\Data\\mnt"), 1);
-  EXPECT_EQ(IsJunction(u"C:\\Data\\mnt", {.excludeMountedVolume = true}), 0);
+class OnVolume : public Junction {
+ protected:
+  OnVolume() : Junction({.volumes = 1}) {}
+};
+
+TEST_F(OnVolume, MountedVolumesAreJunctionsUnlessExcluded) {
+  const std::u16string mount = u"C:\\Data\\mnt", volume = FreeVolume();
+  MakeFolder(mount);
+  ASSERT_TRUE(MountVolume(mount, volume.substr(0, volume.size() - 1))) << GetLastError();
+  EXPECT_EQ(IsJunction(mount.c_str()), 1);
+  EXPECT_EQ(IsJunction(mount.c_str(), {.excludeMountedVolume = true}), 0);
+  EXPECT_TRUE(IsMountedOn(mount, volume));
+  EXPECT_FALSE(IsMountedOn(mount, machine->FindByLetter(u'D')->guidName) || IsMountedOn(source, volume));
+  EXPECT_EQ(IsVolumeMountPoint(u"C:\\") + IsVolumeMountPoint(nullptr) + IsVolumeMountPoint(source.c_str()), 0);
+  std::u16string name;
+  EXPECT_EQ(IsVolumeMountPoint((mount + u"\\").c_str(), &name), 1);
+  EXPECT_EQ(name, volume);
+  EXPECT_TRUE(IsVolumePath(u"\\\\?\\vOLUME{x") && !IsVolumePath(nullptr) && !IsVolumePath(u"\\\\?\\C:"));
+  EXPECT_TRUE(IsExactVolumePath(volume) && !IsExactVolumePath(u"\\\\?\\vOLUME{x"));
+  EXPECT_EQ(VolumeThatHolds(mount + u"\\x"), volume);
+  EXPECT_EQ(VolumeThatHolds(source + u"\\x"), machine->FindByLetter(u'C')->guidName);
+  machine->gate.FailCall("GetVolumePathNameW", 1, ERROR_NOT_READY);
+  EXPECT_EQ(VolumeThatHolds(source), u"");
+  EXPECT_TRUE(UnmountVolume(mount) && !UnmountVolume(mount));
+}
+
+// One folder has many names: through a junction, a mounted volume, in other letters.
+TEST_F(OnVolume, RealPathsAreOne) {
+  const std::u16string mount = u"C:\\Data\\mnt", volume = FreeVolume(), c = machine->FindByLetter(u'C')->guidName,
+                       d = machine->FindByLetter(u'D')->guidName;
+  MakeFolder(mount);
+  MakeFolder(target + u"\\Inner");
+  ASSERT_TRUE(MountVolume(mount, volume));
+  MakeFolder(mount + u"\\Deep");
+  ASSERT_EQ(CreateJunction(junction.c_str(), target.c_str()), 1);
+  const struct {
+    std::u16string path, real, byVolume, place, stored;
+  } cases[] = {
+      {junction + u"\\inner", target + u"\\Inner", d + u"Target\\Inner", d + u"Target\\inner", junction + u"\\Inner"},
+      {junction + u"\\new\\er", target + u"\\new\\er", d + u"Target\\new\\er", d + u"Target\\new\\er",
+       junction + u"\\new\\er"},
+      {junction, target, d + u"Target", c + u"Data\\link", junction},
+      {u"c:\\dATA\\LINK", target, d + u"Target", c + u"Data\\LINK", junction},
+      {mount + u"\\deep", mount + u"\\deep", volume + u"Deep", volume + u"deep", mount + u"\\Deep"},
+      {u"C:\\", u"C:", c, c, u"C:\\"},
+      {u"Z:\\x", u"Z:\\x", u"Z:\\x", u"Z:\\x", u"Z:\\x"},
+      {u"nothing", u"nothing", u"nothing", u"nothing", u"nothing"}};
+  for (const auto& [path, real, byVolume, place, stored] : cases) {
+    SCOPED_TRACE(Utf8(path));
+    EXPECT_EQ(Utf8(RealPath(path)), Utf8(real));
+    EXPECT_EQ(Utf8(RealVolumePath(path)), Utf8(byVolume));
+    EXPECT_EQ(Utf8(RealPlace(path)), Utf8(place));
+    EXPECT_EQ(Utf8(AsStored(path)), Utf8(stored));
+  }
+  EXPECT_EQ(AsStored(u"C:\\dat?"), u"C:\\dat?");
+  EXPECT_EQ(NearestFolder(junction + u"\\new\\er"), junction);
+  EXPECT_EQ(NearestFolder(u"Z:\\x"), u"");
+  EXPECT_TRUE(IsReallySameOrBelow(junction + u"\\inner", target));
+  EXPECT_FALSE(IsReallySameOrBelow(target, junction + u"\\inner"));
+  EXPECT_FALSE(AreApart(junction, target + u"\\Inner") || AreApart(target + u"\\Inner", junction));
+  EXPECT_TRUE(AreApart(source, target));
+  EXPECT_EQ(BehindFolder(source + u"\\x\\y", u"c:\\data"), u"\\x\\y");
+  EXPECT_EQ(BehindFolder(u"C:\\Data", u"C:\\"), u"\\Data");
+  EXPECT_EQ(BehindFolder(junction + u"\\Inner\\y", target + u"\\Inner"), u"\\y");
+  EXPECT_EQ(BehindFolder(junction + u"\\y", target), std::nullopt) << "not by its own name";
 }
 
 }  // namespace

@@ -3,12 +3,15 @@
 
 #include <gtest/gtest.h>
 
+#include <functional>
 #include <memory>
 #include <optional>
 
 #include "probes/privileges.h"
 #include "report/log.h"
 #include "support/installed_machine.h"
+#include "support/open_handles.h"
+#include "support/program.h"
 #include "support/tree.h"
 #include "win32/emulated/files/file_service.h"
 #include "win32/emulated/machine.h"
@@ -22,18 +25,29 @@ class Engine : public ::testing::Test {
 
   // A new machine with an empty C:\Data and D:\Target.
   void Restart(const MachineFacts& facts = {}) {
-    log.reset();
-    machine.reset();
-    machine = InstalledMachine(facts);
-    EnablePrivileges();
-    log.emplace();
+    Use([&] { return InstalledMachine(facts); });
     MakeFolder(source);
     MakeFolder(target);
+  }
+  // Goes on with what is on the disks.
+  void Reboot() { Boot(machine->Snapshot()); }
+  void Boot(Disks disks) {
+    Use([&] { return BootFrom(std::move(disks)); });
+  }
+  template <typename Make>
+  void Use(Make make) {
+    log.reset();
+    leftOpen.reset();
+    machine.reset();
+    machine = make();
+    leftOpen.emplace(*machine);
+    EnablePrivileges();
+    log.emplace();
   }
 
   // Everything logged so far. `Logged` asks for one text in it.
   std::u16string LogText() const {
-    const std::string bytes = Contents(LogPath());
+    const std::string bytes = LogBytes(*machine);
     std::u16string text;
     for (std::size_t i = 2; i + 1 < bytes.size(); i += 2)
       text +=
@@ -41,6 +55,31 @@ class Engine : public ::testing::Test {
     return text;
   }
   bool Logged(std::u16string_view text) const { return LogText().find(text) != std::u16string::npos; }
+  // What the action logs, without the times: "|" stands before each message.
+  std::string Told(const std::function<void()>& action) const {
+    const std::size_t before = LogText().size();
+    action();
+    std::string text = emulated::Utf8(LogText().substr(before));
+    for (std::size_t at = 0; (at = text.find("\r\n[", at)) != std::string::npos; ++at)
+      text.replace(at, text.find("] ", at) + 2 - at, "|");
+    std::erase_if(text, [](char c) { return c == '\r' || c == '\n'; });
+    return text;
+  }
+  // The calls of these functions that the action makes, with their arguments, as they stand in a trace; their results
+  // and the handles are left out.
+  std::string Calls(std::string_view names, const std::function<void()>& action) const {
+    std::string calls;
+    machine->gate.Trace([&](const std::string& line) {
+      const std::size_t open = line.find('(');
+      if (names.find(line.substr(0, open)) == names.npos) return;
+      std::string call = line.substr(0, line.rfind(')') + 1);
+      if (call.substr(open + 1, 2) == "0x") call.erase(open + 1, call.find(", ") + 1 - open);
+      calls += call + "\n";
+    });
+    action();
+    machine->gate.Trace({});
+    return calls;
+  }
 
   // Another process opens the file and keeps it open.
   std::shared_ptr<emulated::FileObject> HoldOpen(const std::u16string& path, win32::DWORD access, win32::DWORD share) {
@@ -48,10 +87,17 @@ class Engine : public ::testing::Test {
     EXPECT_TRUE(held);
     return held;
   }
+  // The name of the machine's volume that has no letter.
+  std::u16string FreeVolume() const {
+    for (const auto& mounted : machine->volumes)
+      if (mounted->letter == 0) return mounted->guidName;
+    return {};
+  }
 
   const std::u16string source = u"C:\\Data";
   const std::u16string target = u"D:\\Target";
   std::unique_ptr<emulated::Machine> machine;
+  std::optional<OpenHandles> leftOpen;  // when the test ends
   std::optional<LogFile> log;
 };
 

@@ -47,24 +47,26 @@ inline void StartAgain(std::unique_ptr<emulated::Machine>& machine, const Disks&
 
 // The names of the calls that the command makes, in their order. The machine is on the same disks afterwards.
 template <typename Command>
-std::vector<std::string> CallsOf(std::unique_ptr<emulated::Machine>& machine, const Disks& disks, Command command) {
+std::vector<std::string> CallsOf(std::unique_ptr<emulated::Machine>& machine, const Disks& disks, Command command,
+                                 int exitCode = 0) {
   // The first run in a process looks up entry points that the others know: their calls are counted in the second.
-  EXPECT_EQ(command().exitCode, 0);
+  EXPECT_EQ(command().exitCode, exitCode);
   StartAgain(machine, disks);
   std::vector<std::string> calls;
   machine->gate.Observe([&](const char* name, std::uint64_t) { calls.emplace_back(name); });
-  EXPECT_EQ(command().exitCode, 0);
+  EXPECT_EQ(command().exitCode, exitCode);
   machine->gate.Observe({});
   StartAgain(machine, disks);
   return calls;
 }
 
-// Runs the command as it is, then with each of its calls refused in turn; `examine` looks at the machine after each run
-// and gets the run and a text that tells which. Ends at the first failure of the test.
+// Runs the command as it is, which ends with `exitCode`, then with each of its calls refused in turn; `examine` looks
+// at the machine after each run and gets the run and a text that tells which. Ends at the first failure of the test.
 template <typename Command, typename Examine>
-void WithEachCallRefused(std::unique_ptr<emulated::Machine>& machine, Command command, Examine examine) {
+void WithEachCallRefused(std::unique_ptr<emulated::Machine>& machine, Command command, Examine examine,
+                         int exitCode = 0) {
   const Disks disks = machine->Snapshot();
-  const std::vector<std::string> calls = CallsOf(machine, disks, command);
+  const std::vector<std::string> calls = CallsOf(machine, disks, command, exitCode);
   ASSERT_GT(calls.size(), 100u);
   for (std::size_t i = 0; i < calls.size() && !::testing::Test::HasFailure(); i += CallsInOneStep()) {
     if (IsBesideThePoint(calls[i])) continue;

@@ -1,15 +1,12 @@
 #include "support/program.h"
 
-#include <gtest/gtest.h>
-
 #include <algorithm>
-#include <set>
 #include <vector>
 
 #include "cli/main.h"
 #include "report/console.h"
+#include "support/open_handles.h"
 #include "win32/emulated/console_text.h"
-#include "win32/emulated/system/console.h"
 #include "win32/emulated/text.h"
 
 namespace test {
@@ -27,38 +24,6 @@ std::u16string FromLittleEndian(std::string_view bytes) {
     text += static_cast<char16_t>(static_cast<unsigned char>(bytes[i]) | static_cast<unsigned char>(bytes[i + 1]) << 8);
   return text;
 }
-
-// The end of a process closes what it left open, which is a failure of the test: the program closes its handles. Those
-// that are the test's own are older; those of the console are the process's; a refused close leaves its handle open.
-class ProcessEnd {
- public:
-  explicit ProcessEnd(emulated::Machine& machine) : machine_(machine), older_(OpenHandles()) {}
-  ~ProcessEnd() {
-    const bool closingFailed = std::ranges::any_of(
-        machine_.gate.failed(), [](const std::string& call) { return call.find("Close") != std::string::npos; });
-    for (const std::uintptr_t handle : OpenHandles()) {
-      if (older_.contains(handle)) continue;
-      const auto object = machine_.objects.Find(reinterpret_cast<win32::HANDLE>(handle), machine_.process.id);
-      const bool isConsole = dynamic_cast<const emulated::ConsoleObject*>(object.get()) != nullptr;
-      EXPECT_TRUE(isConsole || closingFailed)
-          << "left open: " << emulated::Utf8(object->TypeName()) << ' ' << emulated::Utf8(object->NativeName());
-      machine_.objects.Close(reinterpret_cast<win32::HANDLE>(handle), machine_.process.id);
-    }
-  }
-  ProcessEnd(const ProcessEnd&) = delete;
-  ProcessEnd& operator=(const ProcessEnd&) = delete;
-
- private:
-  std::set<std::uintptr_t> OpenHandles() const {
-    std::set<std::uintptr_t> handles;
-    for (const auto& [handle, entry] : machine_.objects.all())
-      if (entry.processId == machine_.process.id) handles.insert(handle);
-    return handles;
-  }
-
-  emulated::Machine& machine_;
-  const std::set<std::uintptr_t> older_;
-};
 
 // What came to the log file behind its first `before` bytes; its byte-order mark is no text.
 std::string Added(const std::string& bytes, std::size_t before) {
@@ -106,7 +71,7 @@ RunResult RunProgram(emulated::Machine& machine, const std::vector<std::u16strin
 
   RunResult result;
   {
-    const ProcessEnd process(machine);
+    const OpenHandles process(machine);  // whose end closes them
     result.exitCode = QuillbayMain(static_cast<int>(arguments.size()), pointers.data());
   }
   machine.process.token = token;

@@ -69,7 +69,9 @@ void SetTag(const std::u16string& path, DWORD tag) {
 void SetSecurity(const std::u16string& path, const std::u16string& sddl) {
   UniqueLocalMemory descriptor;
   ASSERT_TRUE(ConvertStringSecurityDescriptorToSecurityDescriptorW(sddl.c_str(), 1, descriptor.put(), nullptr));
-  ASSERT_TRUE(SetFileSecurityW(path.c_str(), OWNER_SECURITY_INFORMATION | DACL_SECURITY_INFORMATION, descriptor.get()))
+  const DWORD audit = sddl.find(u"S:(") == sddl.npos ? 0 : SACL_SECURITY_INFORMATION;
+  ASSERT_TRUE(
+      SetFileSecurityW(path.c_str(), OWNER_SECURITY_INFORMATION | DACL_SECURITY_INFORMATION | audit, descriptor.get()))
       << GetLastError();
 }
 
@@ -86,7 +88,9 @@ std::string Contents(const std::u16string& path) {
 }
 
 std::u16string Security(const std::u16string& path) {
-  return SecurityText(path, OWNER_SECURITY_INFORMATION | GROUP_SECURITY_INFORMATION | DACL_SECURITY_INFORMATION);
+  constexpr DWORD kParts = OWNER_SECURITY_INFORMATION | GROUP_SECURITY_INFORMATION | DACL_SECURITY_INFORMATION;
+  const std::u16string all = SecurityText(path, kParts | SACL_SECURITY_INFORMATION);
+  return all == u"(none)" ? SecurityText(path, kParts) : all;
 }
 std::u16string Dacl(const std::u16string& path) { return SecurityText(path, DACL_SECURITY_INFORMATION); }
 

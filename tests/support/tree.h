@@ -17,13 +17,14 @@ void MakeFile(const std::u16string& path, std::string_view contents, win32::DWOR
 void SetTimes(const std::u16string& path, unsigned number);
 // Gives what is there a reparse point of this tag, with a few bytes of data.
 void SetTag(const std::u16string& path, win32::DWORD tag);
+// Owner and DACL; the SACL, too, when the text has one.
 void SetSecurity(const std::u16string& path, const std::u16string& sddl);
 
 bool Exists(const std::u16string& path);
 win32::DWORD Attributes(const std::u16string& path);
 // The contents of a file's main or named stream; "(none)" when it cannot be read.
 std::string Contents(const std::u16string& path);
-// Owner, group and DACL as text.
+// Owner, group and DACL as text, and the SACL where it may be read.
 std::u16string Security(const std::u16string& path);
 std::u16string Dacl(const std::u16string& path);
 // What ends up in a backup of the item but for its security: data, named streams, extended attributes, reparse data.

@@ -11,6 +11,7 @@
 #include <map>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <set>
 #include <string>
 #include <vector>
@@ -145,6 +146,12 @@ class Machine {
   std::vector<std::shared_ptr<Object>> foreignObjects;  // keeps scripted named objects alive
   // BackupRead stops at stream borders (see the architecture document) instead of filling the buffer across them.
   bool backupReadStopsAtStreams = false;
+  // While set, BackupRead brings these bytes instead of the streams of the file, and BackupWrite takes all that it is
+  // given: what a damaged file system, or another version of Windows, might do.
+  struct ScriptedBackup {
+    Bytes read, written;
+  };
+  std::optional<ScriptedBackup> scriptedBackup;
   // What VirtualAlloc gave and VirtualFree has not taken back, by address.
   std::map<const void*, std::unique_ptr<void, decltype(&std::free)>> virtualMemory;
 

@@ -16,7 +16,12 @@ namespace {
 class BackupReader : public BackupContext {
  public:
   BackupReader(const std::shared_ptr<FileObject>& file, bool processSecurity)
-      : BackupContext(file), stage_(processSecurity ? Stage::Security : Stage::ExtendedAttributes) {}
+      : BackupContext(file), stage_(processSecurity ? Stage::Security : Stage::ExtendedAttributes) {
+    const auto& scripted = Machine::Current().scriptedBackup;
+    if (!scripted) return;
+    held_ = scripted->read;
+    stage_ = Stage::End;
+  }
 
   // Fills `to`; `done` is less only at the end of all streams or, with `stopAtStreams`, at the end of one.
   win32::DWORD Read(FileObject& file, std::span<std::uint8_t> to, bool stopAtStreams, std::size_t& done);

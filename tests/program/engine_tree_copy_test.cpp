@@ -1,0 +1,367 @@
+// The copy of trees: what goes where, what stands in the way, and what the copy carries.
+#include "fsops/copy_tree.h"
+#include "fsops/move_tree.h"
+#include "fsops/security.h"
+#include "links/junction.h"
+#include "links/real_path.h"
+#include "support/engine.h"
+#include "support/shares.h"
+
+namespace {
+
+using namespace win32;
+using emulated::Utf8;
+using test::Attributes, test::Contents, test::Describe, test::DescribeTree, test::Exists, test::MakeFile,
+    test::MakeFolder, test::Security;
+
+class TreeCopies : public test::Engine {
+ protected:
+  explicit TreeCopies(const test::MachineFacts& facts = {}) : Engine(facts) {}
+  int Copy(const CopyFlags& flags) {
+    record = {};
+    return CopyFiles(source, target, flags, record);
+  }
+  // Everything below a folder, and itself: what it is and has, and whose it is.
+  static test::Tree States(const std::u16string& root) {
+    test::Tree states = DescribeTree(root);
+    states[u""] = Describe(root);
+    for (auto& [path, state] : states) state += " " + Utf8(Security(root + path));
+    return states;
+  }
+  const CopyFlags moving{.useBackupCopy = true, .removeSourceLinks = true, .allowInheritance = true};
+  const CopyFlags plain{.allowInheritance = true};
+  CopyRecord record;
+};
+
+TEST_F(TreeCopies, WholeTreesArriveAsTheyAre) {
+  MakeFolder(source + u"\\a");
+  MakeFolder(source + u"\\a\\b");
+  MakeFolder(source + u"\\empty");
+  MakeFile(source + u"\\a\\b\\deep.txt", "deep", FILE_ATTRIBUTE_READONLY);
+  MakeFile(source + u"\\a\\x.txt", "x", FILE_ATTRIBUTE_HIDDEN);
+  MakeFile(source + u"\\a\\x.txt:s", "stream");
+  ASSERT_TRUE(SetFileAttributesW((source + u"\\a").c_str(), FILE_ATTRIBUTE_HIDDEN));
+  for (const char16_t* item : {u"\\a\\b\\deep.txt", u"\\a\\x.txt", u"\\a\\b", u"\\a", u"\\empty", u""})
+    test::SetTimes(source + item, static_cast<unsigned>(std::u16string_view(item).size()) + 1);
+  const auto before = DescribeTree(source);
+  ASSERT_EQ(Copy(moving), 1);
+  EXPECT_EQ(DescribeTree(target), before);
+  EXPECT_EQ(DescribeTree(source), before);
+  EXPECT_EQ(machine->console,
+            "C:\\Data\\a -> D:\\Target\\a\r\nC:\\Data\\a\\b -> D:\\Target\\a\\b\r\n"
+            "C:\\Data\\a\\b\\deep.txt -> D:\\Target\\a\\b\\deep.txt\r\nC:\\Data\\a\\x.txt -> D:\\Target\\a\\x.txt\r\n"
+            "C:\\Data\\empty -> D:\\Target\\empty\r\n");
+  // A plain copy has the attributes of folders and files, and of files the times.
+  ASSERT_EQ(RemoveCopiedItems(record), 1);
+  ASSERT_EQ(Copy(plain), 1);
+  for (const char16_t* item : {u"\\a\\b\\deep.txt", u"\\a\\x.txt"})
+    EXPECT_EQ(Describe(target + item), before.at(item + 0));
+  EXPECT_EQ(Attributes(target + u"\\a"), FILE_ATTRIBUTE_DIRECTORY | FILE_ATTRIBUTE_HIDDEN);
+}
+
+TEST_F(TreeCopies, ADrivesRootIsATargetToo) {
+  MakeFolder(source + u"\\sub");
+  MakeFile(source + u"\\sub\\f", "x");
+  MakeFile(source + u"\\g", "y");
+  ASSERT_EQ(CreateJunction((source + u"\\all").c_str(), source.c_str()), 1);
+  for (const bool backup : {true, false}) {
+    record = {};
+    ASSERT_EQ(CopyFiles(source, u"D:\\", {.useBackupCopy = backup, .allowInheritance = true}, record), 1);
+    EXPECT_EQ(Contents(u"D:\\sub\\f"), "x");
+    EXPECT_EQ(Contents(u"D:\\all\\g"), "y") << "the root itself, not the drive's current folder";
+    EXPECT_EQ(RemoveCopiedItems(record), 1);
+    EXPECT_FALSE(Exists(u"D:\\sub") || Exists(u"D:\\all") || Exists(u"D:\\g"));
+  }
+  // By the volumes' names, and told so.
+  const std::u16string volume = machine->FindByLetter(u'D')->guidName;
+  machine->console.clear();
+  ASSERT_EQ(CopyFiles(source, volume, moving, record), 1);
+  EXPECT_EQ(Contents(u"D:\\sub\\f"), "x");
+  EXPECT_NE(machine->console.find("C:\\Data\\g -> " + Utf8(volume) + "g\r\n"), std::string::npos) << machine->console;
+  const std::u16string none = u"\\\\?\\Volume{00000000-0000-0000-0000-000000000000}\\";
+  EXPECT_EQ(Told([&] { EXPECT_EQ(CopyFiles(none, target, moving, record), 0); }),
+            "|#ERROR: Source Volume Path to Normal Path Conversion Failed.");
+  EXPECT_EQ(Told([&] { EXPECT_EQ(CopyFiles(source, none, moving, record), 0); }),
+            "|#ERROR: Destination Volume Path to Normal Path Conversion Failed.");
+}
+
+// Whatever stands there, of whatever kind: it is refused before anything has changed, or can be given back.
+class StandingItems : public TreeCopies {
+ protected:
+  StandingItems() : TreeCopies({.volumes = 1}) {
+    MakeFolder(u"D:\\Theirs");
+    MakeFile(u"D:\\Theirs\\f", "theirs");
+  }
+  void Make(char kind, const std::u16string& item, const char* contents) const {
+    const auto link = [&](const char16_t* to) { EXPECT_EQ(CreateSymbolicLinkEntry(item.c_str(), to), 1); };
+    switch (kind) {
+      case 'f':
+        return MakeFile(item, contents);
+      case 'r':
+        return MakeFile(item, contents, FILE_ATTRIBUTE_READONLY);
+      case 'h':
+        EXPECT_TRUE(CreateHardLinkW(item.c_str(), u"D:\\Theirs\\f", nullptr));
+        return;
+      case 'J':
+        EXPECT_EQ(CreateJunction(item.c_str(), u"D:\\Theirs"), 1);
+        return;
+      case 'l':
+        return link(u"D:\\Theirs\\f");
+      case 'L':
+        return link(u"D:\\Theirs");
+      default:
+        MakeFolder(item);
+        if (kind == 'F') MakeFile(item + u"\\" + Utf16OfFirst(contents), contents);
+        if (kind == 'M') {
+          EXPECT_TRUE(SetVolumeMountPointW((item + u"\\").c_str(), FreeVolume().c_str()));
+        }
+        test::SetSecurity(item, u"O:SYD:P(A;OICI;FA;;;BA)(A;OICI;FA;;;SY)");
+    }
+  }
+  static std::u16string Utf16OfFirst(const char* text) { return {static_cast<char16_t>(*text)}; }
+};
+
+TEST_F(StandingItems, AreReplacedByTheirOwnKindAlone) {
+  // File, read-only file, other name of a file, empty folder, folder, mounted volume, junction, links to both.
+  const std::string kinds = "frheFMJlL";
+  for (const bool backup : {true, false}) {
+    std::string matrix;
+    for (const char from : std::string("feFJlL")) {
+      for (const char stands : kinds) {
+        const std::u16string name = std::u16string(u"\\") + static_cast<char16_t>(from) +
+                                    static_cast<char16_t>(stands) + (from > 'Z' ? u"1" : u"2") +
+                                    (stands > 'Z' ? u"1" : u"2") + (backup ? u"b" : u"p");
+        const std::u16string root = source + name, place = target + name;
+        SCOPED_TRACE(Utf8(name));
+        MakeFolder(root);
+        MakeFolder(place);
+        Make(from, root + u"\\item", "mine");
+        Make(stands, place + u"\\item", "theirs");
+        for (const std::u16string& item : {place + u"\\item", place, root + u"\\item"}) test::SetTimes(item, 7);
+        const auto before = States(place), all = States(u"D:\\Theirs");
+        const auto mine = test::Streams(root + u"\\item");
+        CopyRecord copied;
+        const bool done = CopyFiles(root, place, {.useBackupCopy = backup, .allowInheritance = true}, copied) != 0;
+        matrix += done ? from : '-';
+        if (done && from != 'e' && from != 'F') {
+          EXPECT_EQ(test::Streams(place + u"\\item"), mine);
+        }
+        EXPECT_EQ(RemoveCopiedItems(copied), 1);
+        auto after = States(place);
+        if (done && from == 'f') after[u"\\item"] = before.at(u"\\item");  // a file's old contents are gone
+        EXPECT_EQ(after, before);
+        EXPECT_EQ(States(u"D:\\Theirs"), all);
+      }
+      matrix += ' ';
+    }
+    EXPECT_EQ(matrix, "ff------- ---ee---- ---FF---- ---J--J-- ------lll ------LLL ");
+  }
+}
+
+TEST_F(TreeCopies, ATargetThatStoodThereKeepsItsAttributes) {
+  MakeFile(source + u"\\f", "new");
+  for (const bool backup : {true, false})
+    for (const bool fails : {false, true}) {
+      // (A hidden file is not overwritten by CopyFileW.)
+      const DWORD attributes = FILE_ATTRIBUTE_READONLY | (backup ? FILE_ATTRIBUTE_HIDDEN : 0u);
+      MakeFile(target + u"\\f", "old", attributes);
+      const auto held = fails ? HoldOpen(source + u"\\f", GENERIC_WRITE, 0) : nullptr;
+      EXPECT_EQ(Copy({.useBackupCopy = backup, .allowInheritance = true}), fails ? 0 : 1);
+      EXPECT_EQ(Contents(target + u"\\f"), fails ? "old" : "new");
+      EXPECT_EQ(Attributes(target + u"\\f"), attributes);
+      if (held) machine->files().CloseForeign(held);
+      ASSERT_TRUE(SetFileAttributesW((target + u"\\f").c_str(), FILE_ATTRIBUTE_NORMAL));
+    }
+}
+
+TEST_F(TreeCopies, GoingOnNeverOverwritesAndPassesFailedItems) {
+  for (const char16_t* name : {u"\\a", u"\\b", u"\\c"}) MakeFile(source + name, "mine");
+  ASSERT_EQ(CreateSymbolicLinkEntry((source + u"\\l").c_str(), u"C:\\nowhere"), 1);
+  MakeFile(target + u"\\a", "kept");
+  MakeFile(target + u"\\l", "kept");
+  CopyFlags going{.useBackupCopy = true, .continueOnError = true, .allowInheritance = true};
+  const std::string failed = "|#ERROR: Unable to copy from Source = C:\\Data\\b to Target = D:\\Target\\b. ";
+  const struct {
+    bool backup;
+    DWORD error;
+    int result;
+    std::string log;
+  } cases[] = {{true, 0, 1, failed + "The process cannot access the file because it is being used by another process."},
+               {false, ERROR_ACCESS_DENIED, 1, failed + "Access is denied."},
+               {false, ERROR_DISK_FULL, 0, failed + "There is not enough space on the disk."}};
+  for (const auto& [backup, error, result, text] : cases) {
+    going.useBackupCopy = backup;
+    const auto held = backup ? HoldOpen(source + u"\\b", GENERIC_WRITE, FILE_SHARE_READ) : nullptr;
+    if (!backup) machine->gate.FailCall("CopyFileW", 1, error);
+    const std::string lines = Told([&] { EXPECT_EQ(Copy(going), result); });
+    EXPECT_NE(lines.find(text), std::string::npos) << lines;
+    EXPECT_EQ(Contents(target + u"\\a") + Contents(target + u"\\l"), "keptkept");
+    EXPECT_EQ(Exists(target + u"\\c"), result == 1);
+    if (held) machine->files().CloseForeign(held);
+    DeleteFileW((target + u"\\b").c_str());
+    DeleteFileW((target + u"\\c").c_str());
+  }
+  EXPECT_EQ(Told([&] { EXPECT_EQ(Copy(moving), 0); }),
+            "|IsSymbolicLink()::The specified directory or file C:\\Data\\l is symbolic link"
+            "|#ERROR: Unable to copy from Source = C:\\Data\\l to Target = D:\\Target\\l.");
+}
+
+// Explicit entries are carried, of the inherited ones every second; with all of them kept, the copy's own folder adds
+// nothing to a root.
+TEST_F(TreeCopies, AccessListsAreCarriedAsTheFlagsSay) {
+  const std::u16string item = source + u"\\d", copy = target + u"\\d";
+  MakeFolder(item);
+  MakeFolder(copy);
+  test::SetSecurity(target, u"O:BAD:P(A;OICI;FA;;;BA)(A;OICI;FR;;;LS)");
+  const std::u16string inherited = u"D:AI(A;;FA;;;BA)(A;ID;FA;;;SY)(A;ID;FR;;;WD)(A;ID;FR;;;BU)",
+                       all = u"D:PAI(A;;FA;;;BA)(A;;FA;;;SY)(A;;FR;;;WD)(A;;FR;;;BU)",
+                       above = u"D:AI(A;;FA;;;BA)(A;OICIID;FA;;;BA)(A;OICIID;FR;;;LS)";
+  const struct {
+    std::u16string sddl;
+    bool allow, keep;
+    std::u16string copied;
+  } cases[] = {{inherited, false, false, u"D:PAI(A;;FA;;;BA)(A;;FR;;;WD)"},
+               {inherited, true, false, above},
+               {inherited, false, true, all},
+               {inherited, true, true, above},
+               {u"D:P(A;;FA;;;BA)(A;;FR;;;WD)", true, false, u"D:PAI(A;;FA;;;BA)(A;;FR;;;WD)"},
+               {u"D:P(A;;FA;;;BA)(A;;FR;;;WD)", false, true, u"D:PAI(A;;FA;;;BA)(A;;FR;;;WD)"}};
+  for (const auto& [sddl, allow, keep, copied] : cases) {
+    test::SetSecurity(item, u"O:BA" + sddl);
+    EXPECT_EQ(CopyDacl(item, copy, {.allowInheritance = allow, .keepInheritedAces = keep}), 1);
+    EXPECT_EQ(Utf8(test::Dacl(copy)), Utf8(copied));
+  }
+  machine->gate.FailCall("SetNamedSecurityInfoW", 1, ERROR_ACCESS_DENIED);
+  EXPECT_EQ(CopyDacl(item, copy, {}), 0);
+  ASSERT_TRUE(RemoveDirectoryW(copy.c_str()));
+  test::SetSecurity(item, u"O:BA" + inherited);
+  test::SetSecurity(source, u"O:BA" + inherited);
+  const std::u16string own = u"D:P(A;OICI;FA;;;BA)(A;OICI;FR;;;LS)",
+                       ofDrive =
+                           u"D:AI(A;;FA;;;BA)(A;OICIID;FA;;;BA)(A;OICIID;FA;;;SY)(A;OICIID;0x1301bf;;;AU)"
+                           u"(A;OICIID;0x1200a9;;;BU)";
+  const struct {
+    CopyFlags flags;
+    std::u16string root, folder;
+  } trees[] = {{{.useBackupCopy = true, .allowInheritance = true, .keepInheritedAces = true, .carryRoot = true},
+                all,
+                u"D:AI(A;;FA;;;BA)"},
+               {{.useBackupCopy = true, .allowInheritance = true, .carryRoot = true}, ofDrive, ofDrive},
+               {{.allowInheritance = true, .keepInheritedAces = true, .folderAccessLists = true, .carryRoot = true},
+                all,
+                u"D:AI(A;;FA;;;BA)"},
+               {{.allowInheritance = true, .folderAccessLists = true}, own, above},
+               {{.allowInheritance = true, .carryRoot = true}, own, u"D:AI(A;OICIID;FA;;;BA)(A;OICIID;FR;;;LS)"}};
+  for (const auto& [flags, root, folder] : trees) {
+    test::SetSecurity(target, u"O:BA" + own);
+    ASSERT_EQ(Copy(flags), 1);
+    EXPECT_EQ(Utf8(test::Dacl(target)), Utf8(root));
+    EXPECT_EQ(Utf8(test::Dacl(copy)), Utf8(folder));
+    ASSERT_EQ(RemoveCopiedItems(record), 1);
+  }
+}
+
+TEST_F(TreeCopies, ASourceWithoutReadableDaclOpensTheTargetOfCopyDaclAlone) {
+  MakeFile(source + u"\\f", "x");
+  MakeFile(target + u"\\f", "x");
+  machine->gate.FailCall("GetNamedSecurityInfoW", 1, ERROR_ACCESS_DENIED);
+  ASSERT_EQ(CopyDacl(source + u"\\f", target + u"\\f", {.allowInheritance = true}), 1);
+  EXPECT_EQ(test::Dacl(target + u"\\f"), u"D:PNO_ACCESS_CONTROL") << "a null DACL";
+  // In a tree, such an item is not copied.
+  ASSERT_TRUE(DeleteFileW((target + u"\\f").c_str()));
+  machine->gate.FailCallsFrom("GetNamedSecurityInfoW", 1, ERROR_ACCESS_DENIED);
+  EXPECT_EQ(Told([&] { EXPECT_EQ(Copy(moving), 0); }),
+            "|#ERROR: Unable to read the access rights of C:\\Data\\f. Access is denied."
+            "|#ERROR: Unable to copy from Source = C:\\Data\\f to Target = D:\\Target\\f. Access is denied.");
+  machine->gate.ClearFailures();
+  EXPECT_EQ(test::Dacl(target + u"\\f").find(u"NO_ACCESS_CONTROL"), std::u16string::npos);
+}
+
+TEST_F(TreeCopies, LinksInsideLeadIntoTheCopyAndLinksOutsideStay) {
+  MakeFolder(source + u"\\real");
+  MakeFile(source + u"\\real\\f.txt", "f");
+  MakeFolder(u"C:\\Elsewhere");
+  MakeFile(u"C:\\Elsewhere\\other.txt", "theirs");
+  const auto elsewhere = States(u"C:\\Elsewhere");
+  ASSERT_EQ(CreateJunction((source + u"\\in").c_str(), (source + u"\\real").c_str()), 1);
+  ASSERT_EQ(CreateJunction((source + u"\\out").c_str(), u"C:\\Elsewhere"), 1);
+  ASSERT_EQ(CreateSymbolicLinkEntry((source + u"\\file").c_str(), (source + u"\\in\\f.txt").c_str()), 1)
+      << "through a junction that will be taken off";
+  ASSERT_EQ(CreateSymbolicLinkEntry((source + u"\\folder").c_str(), (source + u"\\real").c_str()), 1);
+  ASSERT_EQ(CreateSymbolicLinkEntry((source + u"\\dangling").c_str(), u"C:\\nowhere"), 1);
+  // Of the other kind than what they lead to.
+  ASSERT_EQ(
+      CreateSymbolicLinkEntry((source + u"\\odd1").c_str(), (source + u"\\real").c_str(), {.forceFileLink = true}), 1);
+  ASSERT_EQ(CreateSymbolicLinkEntry((source + u"\\odd2").c_str(), (source + u"\\real\\f.txt").c_str(),
+                                    {.forceDirectoryLink = true}),
+            1);
+  for (const char16_t* link : {u"\\in", u"\\out", u"\\file", u"\\folder", u"\\dangling", u"\\odd1", u"\\odd2"})
+    test::SetTimes(source + link, static_cast<unsigned>(std::u16string_view(link).size()));
+  const auto before = DescribeTree(source);
+  const auto arrived = [&](const char16_t* link) {
+    std::u16string text;
+    (IsJunction((target + link).c_str()) ? GetJunctionTarget : GetFinalTargetPath)((target + link).c_str(), text);
+    return text;
+  };
+  // The links' own data, when they are to stay as they are.
+  CopyFlags flags{.useBackupCopy = true, .copyOnly = true, .allowInheritance = true};
+  ASSERT_EQ(Copy(flags), 1);
+  EXPECT_EQ(DescribeTree(target), before);
+  ASSERT_EQ(RemoveCopiedItems(record), 1);
+  for (const bool backup : {true, false}) {
+    flags = moving;
+    flags.useBackupCopy = backup;
+    ASSERT_EQ(Copy(flags), 1);
+    EXPECT_EQ(arrived(u"\\in"), target + u"\\real");
+    EXPECT_EQ(arrived(u"\\out"), u"C:\\Elsewhere");
+    EXPECT_EQ(arrived(u"\\file"), target + u"\\real\\f.txt");
+    EXPECT_EQ(arrived(u"\\folder"), target + u"\\real");
+    auto after = DescribeTree(target);
+    EXPECT_EQ(after.at(u"\\dangling"), before.at(u"\\dangling")) << "carried, not lost";
+    EXPECT_EQ(after.at(u"\\out"), before.at(u"\\out")) << "with its times";
+    EXPECT_EQ(after.size(), before.size()) << "not entered";
+    EXPECT_EQ(Attributes(target + u"\\odd1") & FILE_ATTRIBUTE_DIRECTORY, 0u);
+    EXPECT_NE(Attributes(target + u"\\odd2") & FILE_ATTRIBUTE_DIRECTORY, 0u);
+    EXPECT_EQ(IsJunction((source + u"\\out").c_str()), 0) << "taken off at the source";
+    EXPECT_EQ(States(u"C:\\Elsewhere"), elsewhere);
+    ASSERT_EQ(RemoveCopiedItems(record), 1);
+    for (const SavedLink& link : record.links) ASSERT_EQ(RestoreLink(link), 1);
+  }
+}
+
+TEST_F(TreeCopies, LongPathsAreCopied) {
+  std::u16string folder = u"\\\\?\\C:\\Data";
+  for (int i = 0; i < 4; ++i) {
+    folder += u"\\" + std::u16string(80, static_cast<char16_t>(u'a' + i));
+    MakeFolder(folder);
+  }
+  MakeFile(folder + u"\\file.txt", "far down");
+  MakeFile(u"\\\\?\\C:\\Data\\dot.", "a name that ends with a dot");
+  MakeFile(u"C:\\Data\\dot", "its twin");
+  for (const bool backup : {true, false}) {
+    ASSERT_EQ(Copy({.useBackupCopy = backup, .allowInheritance = true}), 1);
+    EXPECT_EQ(Contents(u"\\\\?\\D:\\Target" + folder.substr(11) + u"\\file.txt"), "far down");
+    EXPECT_EQ(Contents(u"\\\\?\\D:\\Target\\dot."), "a name that ends with a dot");
+    EXPECT_EQ(Contents(u"D:\\Target\\dot"), "its twin");
+    ASSERT_EQ(RemoveCopiedItems(record), 1);
+  }
+}
+
+TEST_F(TreeCopies, SharesFollowOrGoOrStay) {
+  MakeFolder(source + u"\\pub");
+  const auto shared = [&](const CopyFlags& flags) {
+    test::Share(u"public", u"c:\\data\\PUB");
+    EXPECT_EQ(Copy(flags), 1);
+    const std::u16string place = test::Shares()[u"public"];
+    NetShareDel(nullptr, std::u16string(u"public").data(), 0);
+    return place;
+  };
+  EXPECT_EQ(shared({.useBackupCopy = true, .moveShares = true, .copyOnly = true, .allowInheritance = true}),
+            u"c:\\data\\PUB");
+  EXPECT_EQ(shared({.useBackupCopy = true, .moveShares = true, .allowInheritance = true}), u"D:\\Target\\pub");
+  EXPECT_EQ(record.addedShares, std::vector<std::u16string>{u"public"});
+  EXPECT_EQ(shared({.useBackupCopy = true, .copyOnly = true, .allowInheritance = true}), u"");
+  EXPECT_EQ(record.deletedShares.size(), 1u);
+}
+
+}  // namespace
