@@ -17,10 +17,6 @@
 
 namespace test {
 
-namespace {
-
-// Copies of the disks of that name. They are made once in a process; and once in a run of ctest, where each test is a
-// process: the environment variable QBC_TEST_DISKS names the folder in which they are kept for the others.
 Disks KeptDisks(const std::string& name, const std::function<Disks()>& make) {
   static std::map<std::string, Disks> known;
   Disks& disks = known[name];
@@ -47,6 +43,8 @@ Disks KeptDisks(const std::string& name, const std::function<Disks()>& make) {
   }
   return copies;
 }
+
+namespace {
 
 // A planned failure of a call that is never made fails the test.
 std::unique_ptr<emulated::Machine> Attached(Disks disks) {

@@ -18,6 +18,10 @@ namespace test {
 // Images in memory by the names of their files.
 using Disks = std::map<std::string, std::unique_ptr<emulated::MemoryDevice>>;
 
+// Copies of the disks of that name. They are made once in a process; and once in a run of ctest, where each test is a
+// process: the environment variable QBC_TEST_DISKS names the folder in which they are kept for the others.
+Disks KeptDisks(const std::string& name, const std::function<Disks()>& make);
+
 // A freshly formatted volume of so many megabytes (4 KiB clusters) in memory. mkntfs runs once per size and label.
 std::unique_ptr<emulated::MemoryDevice> FreshNtfs(std::uint64_t megabytes, const std::string& label);
 // The same as a file.
