@@ -2,6 +2,7 @@
 // what it reads that somebody else has written.
 #include "emulated/on_machine.h"
 #include "support/keelroom.h"
+#include "support/tree.h"
 #include "win32/emulated/files/volume_names.h"
 #include "win32/emulated/registry/system_hives.h"
 #include "win32/emulated/setup/first_logon.h"
@@ -129,6 +130,21 @@ TEST_F(Machine, AMountedFolderIsFoundAfterMovesAndRestarts) {
   EXPECT_TRUE(RemoveDirectoryW(u"C:\\Moved\\renamed") && Exists(kVolume + std::u16string(u"on the volume")));
   Restart();
   EXPECT_EQ(paths(), std::u16string(1, u'\0'));
+}
+
+TEST_F(Machine, MakesDirectoriesAfterATemplateWholeOrNotAtAll) {
+  MakeDirectory(u"C:\\template");
+  Put(u"C:\\template:icon", std::string(300000, 'i'));
+  EXPECT_TRUE(SetFileAttributesW(u"C:\\template", FILE_ATTRIBUTE_HIDDEN));
+  const auto make = [](const char16_t* path) { return ErrorOf(CreateDirectoryExW(u"C:\\template", path, nullptr)); };
+  ASSERT_EQ(make(u"D:\\new"), 0u);
+  EXPECT_EQ(test::Streams(u"D:\\new"), test::Streams(u"C:\\template"));
+  EXPECT_EQ(GetFileAttributesW(u"D:\\new"), FILE_ATTRIBUTE_DIRECTORY | FILE_ATTRIBUTE_HIDDEN);
+  EXPECT_EQ(make(u"D:\\new"), ERROR_ALREADY_EXISTS);
+  Put(u"D:\\new:fill", std::string(volume(u'D').FreeBytes() - 150000, 'f'));  // room for the folder, not its stream
+  EXPECT_EQ(make(u"D:\\half"), ERROR_DISK_FULL);
+  EXPECT_FALSE(Exists(u"D:\\half"));
+  EXPECT_EQ(ErrorOf(EncryptFileW(u"C:\\template")), ERROR_NOT_SUPPORTED);
 }
 
 // A workstation in a folder: its state and its images are saved together, or what is half can be made again.
