@@ -58,22 +58,19 @@ TEST_F(FilesAccess, AUserDoesWhatTheDescriptorsLetHim) {
 }
 
 TEST_F(FilesAccess, PrivilegesNeedBothTheirFlagAndTheirEnabling) {
-  const auto error = [](DWORD access, DWORD flags = kBackup) {
-    return OpenError(u"C:\\d\\file", access, kShareAll, OPEN_EXISTING, flags);
+  const auto error = [](const char16_t* path, DWORD access, DWORD disposition, DWORD flags = kBackup) {
+    return OpenError(path, access, kShareAll, disposition, flags);
   };
-  const auto makeError = [](DWORD flags) { return OpenError(u"C:\\d\\new", GENERIC_WRITE, 0, CREATE_NEW, flags); };
-  EXPECT_EQ(error(GENERIC_READ | ACCESS_SYSTEM_SECURITY), ERROR_PRIVILEGE_NOT_HELD);
   for (const auto* const path : {u"\\d\\file", u"\\d"}) Protect(path, kNobody);
-  EXPECT_EQ(error(GENERIC_READ), ERROR_ACCESS_DENIED);
-  Enable(u"SeBackupPrivilege");
-  EXPECT_EQ(error(GENERIC_READ, 0), ERROR_ACCESS_DENIED);
-  EXPECT_EQ(error(GENERIC_READ | ACCESS_SYSTEM_SECURITY), 0u);
-  EXPECT_EQ(error(GENERIC_WRITE), ERROR_ACCESS_DENIED);
-  EXPECT_EQ(makeError(kBackup), ERROR_ACCESS_DENIED);
-  Enable(u"SeRestorePrivilege");
-  EXPECT_EQ(error(GENERIC_READ | GENERIC_WRITE | WRITE_DAC | WRITE_OWNER | DELETE), 0u);
-  EXPECT_EQ(makeError(0), ERROR_ACCESS_DENIED);
-  EXPECT_EQ(makeError(kBackup), 0u);
+  for (const auto& [privilege, path, access, disposition] :
+       {std::tuple(u"SeBackupPrivilege", u"C:\\d\\file", GENERIC_READ | ACCESS_SYSTEM_SECURITY, OPEN_EXISTING),
+        {u"SeRestorePrivilege", u"C:\\d\\file", GENERIC_WRITE | WRITE_DAC | WRITE_OWNER | DELETE, OPEN_EXISTING},
+        {u"SeRestorePrivilege", u"C:\\d\\new", GENERIC_WRITE, CREATE_NEW}}) {
+    EXPECT_TRUE(disposition == CREATE_NEW || error(path, access, disposition) != 0);
+    Enable(privilege);
+    EXPECT_NE(error(path, access, disposition, 0), 0u);
+    EXPECT_EQ(error(path, access, disposition), 0u);
+  }
 }
 
 TEST_F(FilesAccess, ByNameNoPrivilegeOpensWhatIsClosedButTheOneToTakeIt) {
