@@ -29,7 +29,7 @@ class Keelroom : public test::Engine {
     EXPECT_EQ(any, !drives.empty());
     return drives;
   }
-  // Refuses each call of the question in turn; what the question answers then, by the names of the calls.
+  // The calls that the question makes, and what it answers when each is refused in turn.
   template <typename Question>
   std::vector<std::pair<std::string, int>> AnswersWhenRefused(Question question) {
     std::vector<std::pair<std::string, int>> answers;
@@ -53,12 +53,10 @@ TEST_F(Keelroom, KnowsItsDrives) {
   machine->registry().CreateKey(kParameters);
   EXPECT_EQ(ReadDrives(), Drives{});
   test::AddKeelroomVolume(*machine, u"Volume2", u"T:");
-  const std::string value("RegQueryValueExW");
-  const std::vector<std::pair<std::string, int>> expected{
-      {"RegOpenKeyExW", 0}, {"RegEnumKeyW", 0}, {"RegOpenKeyExW", 0}, {value, 1},        {value, 0},
-      {value, 0},           {value, 1},         {value, 1},           {value, 1},        {value, 1},
-      {value, 1},           {"RegCloseKey", 1}, {"RegEnumKeyW", 1},   {"RegCloseKey", 1}};
-  EXPECT_EQ(AnswersWhenRefused([] { return IsKeelroomDrive(u'T'); }), expected) << "what hides the drive";
+  std::string hides;
+  for (const auto& [call, answer] : AnswersWhenRefused([] { return IsKeelroomDrive(u'T'); }))
+    hides += answer ? '.' : 'x';
+  EXPECT_EQ(hides, "xxx.xx........") << "the keys, and the two questions for MountAs";
   test::AddKeelroomVolume(*machine, u"Volume10", u"k:");
   machine->registry().SetDword(kVolume, u"Size", 100);  // mounted nowhere
   EXPECT_EQ(ReadDrives(), (Drives{u"", u"k:", u"T:"}));

@@ -77,15 +77,14 @@ TEST_F(LockedHandles, FilesAndFoldersBelowThePathsInTheOrderOfTheTable) {
             "\n Unmanaged GetLockedFilesAndFoldersList():: After GetLockedFilesList()"
             "\n Unmanaged GetLockedFilesAndFoldersList():: Added empty record"
             "\n End of unmanaged GetLockedFilesAndFoldersList()");
-  const UniqueFile own{CreateFileW((source + u"\\a").c_str(), GENERIC_READ, 7, nullptr, OPEN_EXISTING, 0, nullptr)};
-  EXPECT_EQ(Walk((source + u"\\a").c_str()), (Paths{u"C:\\Data\\a", u"C:\\Data\\a"})) << "the program's own count, too";
+  const UniqueFile own{CreateFileW(u"C:\\Data\\a", GENERIC_READ, 7, nullptr, OPEN_EXISTING, 0, nullptr)};
+  EXPECT_EQ(Walk(u"C:\\Data\\a"), (Paths{u"C:\\Data\\a", u"C:\\Data\\a"})) << "the program's own count, too";
   EXPECT_EQ(held.size(), 6u);
 }
 
 TEST_F(LockedHandles, NetworkDrivesAndMappedDevicesCountWhereALetterLeadsToThem) {
   // A name that begins like another's is not the other's: this is the disk's without its number.
-  const std::u16string device = machine->FindByLetter(u'C')->device;
-  MapDrive(u'B', device.substr(0, device.size() - 1));
+  MapDrive(u'B', u"\\Device\\HarddiskVolume");
   const auto held = MakeAndHold(u"f");
   EXPECT_EQ(Walk(u"C:\\Data"), Paths{u"C:\\Data\\f"});
   MapDrive(u'Z', u"\\Device\\LanmanRedirector\\server\\share");
@@ -102,10 +101,11 @@ TEST_F(LockedHandles, NetworkDrivesAndMappedDevicesCountWhereALetterLeadsToThem)
   EXPECT_EQ(Walk(u"X:\\"), Paths{}) << "not a device that counts";
 }
 
+// One that answered once may hang at the next question: data arrives in a pipe, and its owner waits again.
 TEST_F(LockedHandles, AHandleThatDoesNotAnswerIsGivenUpAndTheWalkGoesOn) {
-  const auto before = MakeAndHold(u"before");
   HoldOnDevice(u"\\Device\\NamedPipe\\busy", kHangs);
-  HoldOnDevice(u"\\Device\\HarddiskVolume1\\Data\\never", kHangs);
+  HoldOnDevice(u"\\Device\\HarddiskVolume1\\Data\\pipe", {0, emulated::kForEver});
+  HoldOnDevice(u"\\Device\\HarddiskVolume1\\Data\\slow", {90, 0});
   const auto after = MakeAndHold(u"after");
   const std::size_t handles = machine->objects.all().size();
   std::set<std::string> byWorkers;
@@ -113,23 +113,12 @@ TEST_F(LockedHandles, AHandleThatDoesNotAnswerIsGivenUpAndTheWalkGoesOn) {
     if (emulated::CallingThreadId() != emulated::kFirstThreadId) byWorkers.insert(name);
   });
   const auto start = machine->Now();
-  for (int round = 0; round < 20; ++round)
-    ASSERT_EQ(Walk(u"C:\\Data"), (Paths{u"C:\\Data\\before", u"C:\\Data\\after"}));
+  for (int round = 0; round < 20; ++round) ASSERT_EQ(Walk(u"C:\\Data"), (Paths{u"C:\\Data\\slow", u"C:\\Data\\after"}));
   machine->gate.Observe(nullptr);
-  EXPECT_EQ(machine->Now() - start, 20u * 2 * 100 * 10'000) << "100 ms for each of the two";
+  EXPECT_EQ(machine->Now() - start, (20u * 2 * 100 + 90) * 10'000) << "100 ms for each of the two";
   EXPECT_EQ(byWorkers, (std::set<std::string>{"NtQueryInformationFile", "NtQueryObject"}));
   EXPECT_EQ(machine->threads().count(), 0u);
   EXPECT_EQ(machine->objects.all().size(), handles) << "every duplicate is closed";
-}
-
-// Data arrives in the pipe and its owner waits again: the first answer promises nothing for the next question.
-TEST_F(LockedHandles, AHandleMayHangAtAnyQuestion) {
-  HoldOnDevice(u"\\Device\\HarddiskVolume1\\Data\\pipe", {0, emulated::kForEver});
-  HoldOnDevice(u"\\Device\\HarddiskVolume1\\Data\\slow", {90, 0});
-  const auto after = MakeAndHold(u"after");
-  EXPECT_EQ(Walk(u"C:\\Data"), (Paths{u"C:\\Data\\slow", u"C:\\Data\\after"}));
-  EXPECT_FALSE(Traced(u"Exception"));
-  EXPECT_EQ(machine->threads().count(), 0u);
 }
 
 // A thread that starts or exits may hold the loader's lock: it is not ended there, however long that takes.
@@ -154,7 +143,6 @@ TEST_F(LockedHandles, AThreadIsEndedInItsQuestionAndNowhereElse) {
   EXPECT_EQ(Walk(u"C:\\Data"), Paths{});
   EXPECT_TRUE(
       Traced(u"\n Outside unmanaged GetLockedFilesList()\n Exception in GetLockedFilesAndFoldersList()\n End of"));
-  EXPECT_FALSE(Traced(u"After GetLockedFilesList()"));
   Sleep(120'000);
   EXPECT_EQ(machine->threads().count(), 0u);
   EXPECT_EQ(machine->gate.Count("TerminateThread") + machine->gate.Count("NtQueryInformationFile"), 0u);
@@ -173,16 +161,15 @@ TEST_F(LockedHandles, OldWindowsHasHandlesThatAreNotAskedAbout) {
   EXPECT_EQ(processes.ImageName(500), u"");
   EXPECT_EQ(processes.ImageName(0), machine->others.back().image) << "0 stands there for each";
   static NtQuerySystemInformationFunction query = nullptr;
-  query = std::exchange(INtDll::Get().NtQuerySystemInformation,
-                        [](int kind, void* answer, ULONG size, ULONG* needed) -> NTSTATUS {
-                          const NTSTATUS status = query(kind, answer, size, needed);
-                          if (kind != SystemProcessInformationClass) return status;
-                          for (auto* at = static_cast<BYTE*>(answer);;
-                               at += reinterpret_cast<SYSTEM_PROCESS_INFORMATION*>(at)->NextEntryOffset) {
-                            std::memcpy(at + 76, at + 80, sizeof(DWORD));
-                            if (reinterpret_cast<SYSTEM_PROCESS_INFORMATION*>(at)->NextEntryOffset == 0) return status;
-                          }
-                        });
+  query = std::exchange(INtDll::Get().NtQuerySystemInformation, [](int kind, void* answer, ULONG size, ULONG* needed) {
+    const NTSTATUS status = query(kind, answer, size, needed);
+    auto* at = static_cast<BYTE*>(answer);
+    for (DWORD next = 1; kind == SystemProcessInformationClass && next != 0; at += next) {
+      std::memcpy(at + 76, at + 80, sizeof next);
+      std::memcpy(&next, at, sizeof next);
+    }
+    return status;
+  });
   ASSERT_TRUE(processes.Refresh());
   EXPECT_EQ(processes.ImageName(500), u"SERVICES.exe");
   EXPECT_EQ(processes.ImageName(4242), u"other.exe");
@@ -321,29 +308,22 @@ TEST_F(LockedHandles, NamesOfHandles) {
   std::u16string name;
   int number = 0;
   EXPECT_TRUE(GetObjectTypeNumber(u"File", number) && number == 26);
-  EXPECT_TRUE(GetObjectTypeNumber(u"Key", number) && number == 18);
+  EXPECT_TRUE(GetObjectTypeNumber(u"Directory", number) && number == 2);
   EXPECT_EQ(GetObjectTypeNumber(u"file", number), 0);
   ASSERT_TRUE(INtDll::Get().Bind());
   const DWORD own = GetCurrentProcessId();
   emulated::AddProcess(*machine, 0x1A2B);
   const UniqueKernelHandle process{OpenProcess(PROCESS_QUERY_INFORMATION, FALSE, 0x1A2B)};
-  ASSERT_TRUE(process);
-  EXPECT_EQ(GetObjectTypeName(process.get(), own, name), 1);
-  EXPECT_EQ(name, u"Process");
-  EXPECT_EQ(GetObjectName(process.get(), 5, name, own), 1);
-  EXPECT_EQ(name, u"PID: 0x1A2B");
   const HANDLE event = emulated::OpenInProcess(
       *machine, 0x1A2B, std::make_shared<emulated::NamedObject>(u"Event", u"\\BaseNamedObjects\\e"), 0x1F0003);
-  EXPECT_EQ(GetObjectName(event, 8, name, 0x1A2B), 1);
-  EXPECT_EQ(name, u"\\BaseNamedObjects\\e");
+  const auto is = [&](int answer, std::u16string_view expected) { return answer == 1 && name == expected; };
+  EXPECT_TRUE(is(GetObjectTypeName(process.get(), own, name), u"Process"));
+  EXPECT_TRUE(is(GetObjectName(process.get(), 5, name, own), u"PID: 0x1A2B"));
+  EXPECT_TRUE(is(GetObjectName(event, 8, name, 0x1A2B), u"\\BaseNamedObjects\\e"));
   EXPECT_EQ(GetObjectName(event, 8, name, own), 0) << "a handle of another process means nothing here";
-  EXPECT_EQ(GetFileObjectName(nullptr, name, own), 1);
-  EXPECT_EQ(name, u"");
+  EXPECT_TRUE(is(GetFileObjectName(nullptr, name, own), u""));
+  EXPECT_TRUE(is(GetFileObjectName(event, name, 0), u""));
   EXPECT_EQ(GetFileObjectName(event, name, 77), 0) << "no such process";
-  MakeFile(source + u"\\f", "x");
-  const UniqueFile file{CreateFileW((source + u"\\f").c_str(), GENERIC_READ, 7, nullptr, OPEN_EXISTING, 0, nullptr)};
-  EXPECT_EQ(GetFileObjectName(file.get(), name, own), 1);
-  EXPECT_EQ(name, machine->FindByLetter(u'C')->device + u"\\Data\\f");
 
   // A text that ends outside the answer, or lies in front of it, is none.
   static UNICODE_STRING text;

@@ -1,7 +1,7 @@
 // The registry's record of redirections.
-#include <gtest/gtest.h>
-
 #include "records/records.h"
+
+#include "support/engine.h"
 #include "support/program.h"
 #include "text/path_text.h"
 #include "win32/emulated/registry/registry.h"
@@ -10,119 +10,133 @@ namespace {
 
 const std::u16string kFolders = u"HKLM\\SOFTWARE\\Wow6432Node\\Velmora\\Quillbay\\Junctions";
 const std::u16string kFiles = u"HKLM\\SOFTWARE\\Wow6432Node\\Velmora\\Quillbay\\FileJunctions";
+using Map = std::map<std::u16string, std::u16string>;
 
-class Records : public ::testing::Test {
+class Records : public test::Engine {
  protected:
-  void Put(const std::u16string& name, const std::u16string& source, const std::u16string& target) {
-    machine->registry().SetText(kFolders + u"\\" + name, u"Source", source);
-    machine->registry().SetText(kFolders + u"\\" + name, u"Target", target);
+  void Put(const std::u16string& name, const std::u16string& from, const std::u16string& to) {
+    machine->registry().SetText(kFolders + u"\\" + name, u"Source", from);
+    machine->registry().SetText(kFolders + u"\\" + name, u"Target", to);
   }
-  std::pair<std::u16string, std::u16string> Get(const std::u16string& name) {
-    const auto source = machine->registry().Query(kFolders + u"\\" + name, u"Source");
-    const auto target = machine->registry().Query(kFolders + u"\\" + name, u"Target");
-    return {source ? source->Text() : u"(none)", target ? target->Text() : u"(none)"};
+  // All that is recorded, by the names of the keys: source and target.
+  Map All(const std::u16string& list = kFolders) {
+    Map all;
+    for (const std::u16string& name : machine->registry().SubKeys(list)) {
+      const auto from = machine->registry().Query(list + u"\\" + name, u"Source");
+      const auto to = machine->registry().Query(list + u"\\" + name, u"Target");
+      all[name] = (from ? from->Text() : u"none") + u" > " + (to ? to->Text() : u"none");
+    }
+    return all;
   }
-  using Pair = std::pair<std::u16string, std::u16string>;
-
-  std::unique_ptr<emulated::Machine> machine = test::InstalledMachine();
+  std::u16string LastLine() const { return LogText().substr(LogText().rfind(u"] ") + 2); }
 };
 
-TEST_F(Records, AreStoredWithoutTerminatorInThe32BitView) {
+TEST_F(Records, AreStoredOnceAndWithoutTerminatorInThe32BitView) {
   ASSERT_EQ(AddJunctionRegKey(u"C:\\Data", u"D:\\T\\Data", 0), 1);
-  const auto source = machine->registry().Query(kFolders + u"\\1", u"Source");
-  ASSERT_TRUE(source);
-  EXPECT_EQ(source->type, win32::REG_SZ);
-  EXPECT_EQ(source->data.size(), 7u * 2);
+  const auto stored = machine->registry().Query(kFolders + u"\\1", u"Target");
+  ASSERT_TRUE(stored);
+  EXPECT_EQ(stored->type, win32::REG_SZ);
+  EXPECT_EQ(stored->data.size(), 9u * 2);
   EXPECT_FALSE(machine->registry().KeyExists(u"HKLM\\SOFTWARE\\Velmora\\Quillbay\\Junctions"));
   EXPECT_EQ(FindJunctionRegKey(u"c:\\data", u"d:\\t\\DATA", 0), u"SOFTWARE\\Velmora\\Quillbay\\Junctions\\1");
+  EXPECT_EQ(FindJunctionRegKey(u"C:\\Data", nullptr, 0), u"");
   EXPECT_EQ(JunctionRegKeyExists(u"C:\\Data", u"D:\\T\\Data", 1), 0);
   ASSERT_EQ(AddJunctionRegKey(u"C:\\f.txt", u"D:\\f.txt", 1), 1);
-  EXPECT_TRUE(machine->registry().KeyExists(kFiles + u"\\1"));
+  EXPECT_EQ(All(kFiles), (Map{{u"1", u"C:\\f.txt > D:\\f.txt"}}));
+  EXPECT_EQ(AddJunctionRegKey(u"c:\\DATA", u"d:\\t\\data", 0), 0);
+  EXPECT_EQ(LastLine(), u"ERROR: Source and Target Path already exists in Registry.");
+  EXPECT_EQ(AddJunctionRegKey(nullptr, nullptr, 0), 0);
+  EXPECT_EQ(LastLine(), u"ERROR: Source or target path missing.");
+  EXPECT_EQ(AddJunctionRegKey(u"C:\\Data", u"D:\\Other", 0), 1);
+  EXPECT_EQ(All(), (Map{{u"1", u"C:\\Data > D:\\T\\Data"}, {u"2", u"C:\\Data > D:\\Other"}}));
+
+  EXPECT_EQ(DeleteRegKey(u"c:\\DATA", u"D:\\T\\Data", 0), 1);
+  EXPECT_EQ(All(), (Map{{u"2", u"C:\\Data > D:\\Other"}}));
+  EXPECT_EQ(DeleteRegKey(u"C:\\Data", u"D:\\T\\Data", 0), 0);
+  EXPECT_EQ(LastLine(), u"#ERROR: Key with the source = C:\\Data and target = D:\\T\\Data not found.");
+  EXPECT_TRUE(MayHaveJunctionRecords(0));
+  EXPECT_EQ(DeleteRegKey(u"C:\\Data", u"D:\\Other", 0), 1);
+  EXPECT_FALSE(MayHaveJunctionRecords(0));
 }
 
 TEST_F(Records, GetTheNumberAfterTheLargest) {
   EXPECT_EQ(GetNextJunctionIndex(0), 1u);
-  Put(u"abc", u"C:\\a", u"D:\\a");
-  EXPECT_EQ(GetNextJunctionIndex(0), 1u);
-  for (const auto* name : {u"1", u"2", u"7"}) Put(name, u"C:\\a", u"D:\\a");
-  EXPECT_EQ(GetNextJunctionIndex(0), 8u);
-  Put(u"2147483647", u"C:\\a", u"D:\\a");
-  EXPECT_EQ(GetNextJunctionIndex(0), 2147483648u);  // never a number that is taken
-  Put(u"99999999999999999999999", u"C:\\a", u"D:\\a");
-  EXPECT_GT(GetNextJunctionIndex(0), 2147483648u);
+  const std::pair<const char16_t*, std::uint64_t> names[] = {{u"abc", 1},
+                                                             {u"-5", 1},
+                                                             {u" \t+7x", 8},
+                                                             {u"5", 8},
+                                                             {u"19", 20},
+                                                             {u"2147483647", 2147483648},
+                                                             {u"18446744073709551613", 18446744073709551614u},
+                                                             {u"99999999999999999999999", 18446744073709551615u}};
+  for (const auto& [name, next] : names) {
+    Put(name, u"C:\\a", u"D:\\a");
+    EXPECT_EQ(GetNextJunctionIndex(0), next);
+  }
 }
 
-TEST_F(Records, RefusesDuplicatesAndTwoMissingPaths) {
-  ASSERT_EQ(AddJunctionRegKey(u"C:\\Data", u"D:\\Data", 0), 1);
-  EXPECT_EQ(AddJunctionRegKey(u"c:\\DATA", u"d:\\data", 0), 0);
-  EXPECT_EQ(AddJunctionRegKey(nullptr, nullptr, 0), 0);
-  EXPECT_EQ(AddJunctionRegKey(u"C:\\Data", u"D:\\Other", 0), 1);
-  EXPECT_EQ(Get(u"2"), Pair(u"C:\\Data", u"D:\\Other"));
-}
-
-TEST_F(Records, ReadsValuesWithAndWithoutTerminatorButNoOthers) {
+TEST_F(Records, AreReadWithAndWithoutTerminatorButNoOthers) {
+  const std::u16string name499(499 - 3, u'x');
   Put(u"1", u"C:\\a", u"D:\\a");  // with
-  EXPECT_EQ(JunctionRegKeyExists(u"C:\\a", u"D:\\a", 0), 1);
-  Put(u"2", u"C:\\" + std::u16string(600, u'x'), u"D:\\b");
-  machine->registry().SetDword(kFolders + u"\\3", u"Source", 0x00430043);
-  machine->registry().SetText(kFolders + u"\\3", u"Target", u"D:\\c");
+  Put(u"2", u"C:\\" + name499, u"D:\\cut");
+  Put(u"3", u"C:\\" + name499 + u"x", u"D:\\b");
+  machine->registry().SetDword(kFolders + u"\\4", u"Source", 0x00430043);
+  machine->registry().SetText(kFolders + u"\\4", u"Target", u"D:\\c");
   const emulated::Bytes odd{'C', 0, ':', 0, '\\', 0, 'o', 0, 'x'};
-  machine->registry().Set(kFolders + u"\\4", u"Source", win32::REG_SZ, odd);
-  machine->registry().SetText(kFolders + u"\\4", u"Target", u"D:\\odd");
-  for (const auto& [question, left] : {std::pair(1, Pair(u"", u"D:\\a")), {3, Pair(u"C:\\a", u"")}}) {
-    Pair read(u"before", u"before");
-    machine->gate.FailCall("RegQueryValueExW", static_cast<std::uint64_t>(question), win32::ERROR_ACCESS_DENIED);
-    EXPECT_EQ(ReadKeyValues(u"SOFTWARE\\Velmora\\Quillbay\\Junctions\\1", read.first, read.second), 0);
-    EXPECT_EQ(read, left) << question;
+  machine->registry().Set(kFolders + u"\\5", u"Source", win32::REG_EXPAND_SZ, odd);
+  machine->registry().SetText(kFolders + u"\\5", u"Target", u"D:\\odd");
+  Put(u"6", u"C:\\none", u"");
+  Map records;
+  GetJunctionRecords(0, records);
+  EXPECT_EQ(records, (Map{{u"C:\\a", u"D:\\a"}, {u"C:\\" + name499, u"D:\\cut"}, {u"C:\\o", u"D:\\odd"}}));
+  EXPECT_EQ(JunctionRegKeyExists(u"C:\\None", u"", 0), 1) << "found, though it is not listed";
+  EXPECT_EQ(UpdateJunctionRegKeys(u"C:\\none", u"E:\\none", 0), 1);
+  EXPECT_EQ(All()[u"6"], u"C:\\none > ");
+  for (const auto& [question, from, to] : {std::tuple(1u, u"", u"D:\\a"), {2u, u"", u"D:\\a"}, {3u, u"C:\\a", u""}}) {
+    std::u16string readSource = u"before", readTarget = u"before";
+    machine->gate.FailCall("RegQueryValueExW", question, win32::ERROR_ACCESS_DENIED);
+    EXPECT_EQ(ReadKeyValues(u"SOFTWARE\\Velmora\\Quillbay\\Junctions\\1", readSource, readTarget), 0);
+    EXPECT_EQ(readSource + u'>' + readTarget, from + std::u16string(u">") + to) << question;
     machine->gate.ClearFailures();
   }
-  std::map<std::u16string, std::u16string> records;
-  GetJunctionRecords(0, records);
-  EXPECT_EQ(records, (std::map<std::u16string, std::u16string>{{u"C:\\a", u"D:\\a"}, {u"C:\\o", u"D:\\odd"}}));
-}
-
-TEST_F(Records, FindsButDoesNotListARecordWithoutTarget) {
-  Put(u"1", u"C:\\a", u"");
-  std::map<std::u16string, std::u16string> records;
-  GetJunctionRecords(0, records);
-  EXPECT_TRUE(records.empty());
-  EXPECT_EQ(JunctionRegKeyExists(u"C:\\A", u"", 0), 1);
-  EXPECT_EQ(UpdateJunctionRegKeys(u"C:\\a", u"E:\\a", 0), 1);
-  EXPECT_EQ(Get(u"1"), Pair(u"C:\\a", u""));
-}
-
-TEST_F(Records, DeletesOneAndOnlyThat) {
-  Put(u"1", u"C:\\a", u"D:\\a");
-  Put(u"2", u"C:\\b", u"D:\\b");
-  EXPECT_EQ(DeleteRegKey(u"c:\\A", u"D:\\a", 0), 1);
-  EXPECT_FALSE(machine->registry().KeyExists(kFolders + u"\\1"));
-  EXPECT_EQ(Get(u"2"), Pair(u"C:\\b", u"D:\\b"));
-  EXPECT_EQ(DeleteRegKey(u"C:\\a", u"D:\\a", 0), 0);
 }
 
 TEST_F(Records, FollowMovedDataByWholeComponents) {
   Put(u"1", u"C:\\Data\\inner", u"D:\\x");
   Put(u"2", u"C:\\Database", u"c:\\data");
   Put(u"3", u"E:\\C:\\Data", u"D:\\y");
+  const Map before = All();
   EXPECT_EQ(UpdateJunctionRegKeys(nullptr, u"D:\\T", 0), 0);
+  EXPECT_EQ(UpdateJunctionRegKeys(u"C:\\Data", nullptr, 0), 0);
   const auto saved = SaveJunctionRecords(0);
   EXPECT_EQ(UpdateJunctionRegKeys(u"C:\\DATA", u"D:\\T\\Data", 0), 1);
-  EXPECT_EQ(Get(u"1"), Pair(u"D:\\T\\Data\\inner", u"D:\\x"));
-  EXPECT_EQ(Get(u"2"), Pair(u"C:\\Database", u"D:\\T\\Data"));
-  EXPECT_EQ(Get(u"3"), Pair(u"E:\\C:\\Data", u"D:\\y"));
-  RestoreJunctionRecords(saved);
-  EXPECT_EQ(Get(u"1"), Pair(u"C:\\Data\\inner", u"D:\\x"));
-  EXPECT_EQ(Get(u"2"), Pair(u"C:\\Database", u"c:\\data"));
+  EXPECT_EQ(All(), (Map{{u"1", u"D:\\T\\Data\\inner > D:\\x"},
+                        {u"2", u"C:\\Database > D:\\T\\Data"},
+                        {u"3", u"E:\\C:\\Data > D:\\y"}}));
+  EXPECT_TRUE(RestoreJunctionRecords(saved));
+  EXPECT_EQ(All(), before);
+  // A path that nobody could read would lose the record.
+  const std::u16string name(499 - 9, u'x');  // "E:\\" and "\\inner" make it one of 499 characters
+  UpdateJunctionRegKeys(u"C:\\Data", (u"E:\\" + name + u"x").c_str(), 0);
+  EXPECT_EQ(All()[u"1"], u"C:\\Data\\inner > D:\\x");
+  UpdateJunctionRegKeys(u"C:\\Data", (u"E:\\" + name).c_str(), 0);
+  EXPECT_EQ(All()[u"1"].size(), 499u + 7u);
 }
 
 TEST_F(Records, AHalfWrittenRecordIsTakenAway) {
-  machine->gate.FailCall("RegSetValueExW", 2, win32::ERROR_ACCESS_DENIED);
-  EXPECT_EQ(AddJunctionRegKey(u"C:\\a", u"D:\\a", 0), 0);
-  EXPECT_EQ(machine->debugOutput, u"ERROR: AddJunctionRegKey: RegSetValueEx() failed for value name 'Target':\n");
-  EXPECT_TRUE(machine->registry().SubKeys(kFolders).empty());
+  for (const auto& [nth, name] : {std::pair(1u, u"Source"), {2u, u"Target"}}) {
+    machine->debugOutput.clear();
+    machine->gate.FailCall("RegSetValueExW", nth, win32::ERROR_ACCESS_DENIED);
+    EXPECT_EQ(AddJunctionRegKey(u"C:\\a", u"D:\\a", 0), 0);
+    EXPECT_EQ(machine->debugOutput,
+              FormatText(u"ERROR: AddJunctionRegKey: RegSetValueEx() failed for value name '%ls':\n", name));
+    EXPECT_EQ(All(), Map{});
+    machine->gate.ClearFailures();
+  }
 }
 
 TEST_F(Records, AreListedBySource) {
+  log.reset();
   EXPECT_EQ(test::RunProgram(*machine, {u"/RedirectFolder"}).said, u"");
   Put(u"1", u"C:\\b", u"D:\\b");
   Put(u"2", u"C:\\a", u"D:\\a");
@@ -137,6 +151,7 @@ TEST_F(Records, AreListedBySource) {
 TEST(PathText, CutsAndComparesByComponents) {
   EXPECT_TRUE(EqualPaths(u"C:\\\u00c4", u"c:\\\u00c4"));
   EXPECT_FALSE(EqualPaths(u"C:\\\u00c4", u"C:\\\u00e4"));  // letters A to Z only
+  EXPECT_FALSE(EqualPaths(u"C:\\[", u"C:\\{"));
   EXPECT_TRUE(IsSameOrBelow(u"c:\\data\\x", u"C:\\Data"));
   EXPECT_TRUE(IsSameOrBelow(u"C:\\Data", u"C:\\"));
   EXPECT_FALSE(IsSameOrBelow(u"C:\\Database", u"C:\\Data"));
@@ -146,10 +161,10 @@ TEST(PathText, CutsAndComparesByComponents) {
   EXPECT_EQ(WithoutTrailingBackslash(u"C:\\Data\\\\"), u"C:\\Data");
   EXPECT_EQ(WithoutTrailingBackslash(u"C:\\"), u"C:\\");
   EXPECT_EQ(JoinPath(u"D:\\", u"x"), u"D:\\x");
+  EXPECT_EQ(LastComponent(u"x"), u"x");
   EXPECT_EQ(ExtendedPath(std::u16string(259, u'x')).size(), 259u);
   EXPECT_EQ(ExtendedPath(std::u16string(260, u'x')).size(), 264u);
-  EXPECT_TRUE(HasDotComponents(u"C:\\a\\..\\b"));
-  EXPECT_TRUE(HasDotComponents(u"."));
+  for (const auto* path : {u"C:\\a\\..\\b", u".", u"C:/./a", u"C:\\a\\.."}) EXPECT_TRUE(HasDotComponents(path));
   EXPECT_FALSE(HasDotComponents(u"C:\\..a\\b..\\c.d"));
 }
 

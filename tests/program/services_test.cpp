@@ -33,9 +33,10 @@ TEST_F(Probes, StartsTheProductsService) {
     EXPECT_EQ(Configuration().start, win32::SERVICE_AUTO_START);
     EXPECT_EQ(machine->sleptMilliseconds, 6000u);
   }
-  const emulated::ServiceConfiguration after = Configuration();
-  EXPECT_EQ(std::tie(after.type, after.errorControl, after.imagePath, after.account, after.displayName),
-            std::tie(before.type, before.errorControl, before.imagePath, before.account, before.displayName));
+  const auto others = [](const emulated::ServiceConfiguration& all) {
+    return std::tie(all.type, all.errorControl, all.imagePath, all.account, all.displayName, all.dependencies);
+  };
+  EXPECT_EQ(others(Configuration()), others(before));
   RetireQuillbayService();
   EXPECT_EQ(Configuration().start, win32::SERVICE_DEMAND_START);
   EXPECT_EQ(machine->services().State(kProduct), win32::SERVICE_STOPPED);

@@ -118,46 +118,29 @@ TEST_F(UpdateCheck, AReplyIsAsLongAsItSays) {
       {chunked + "1f\r\n<r>" + newer + "</r> \r\n0\r\n\r\n", 1},
       {chunked + "1a\r\n<r>" + newer + "\r\n0\r\n\r\n", 2},  // whole chunks of half a document
       {chunked + "1a\r\n<r>" + newer, 2},
-      {chunked + "1388\r\n" + newer, 2},
       {begun, 2},
       {"", 2},
-      {"HTTP/1.1 200", 2},
       {ok + "Content-Length: 0\r\n", 2},
-      {kLatestMarker, 2},
       {"SSH-2.0-server\r\n", 2}};
   for (const auto& [reply, code] : replies) {
     const HttpServer server(reply);
     EXPECT_EQ(Check(), code) << reply;
   }
   using Exchange = HttpServer::Exchange;
-  const std::pair<std::function<void(Exchange&)>, int> servers[] = {
-      {[&](Exchange& exchange) {
-         exchange.Send(chunked + "9\r\n<result>u\r\n");
-         std::this_thread::sleep_for(std::chrono::milliseconds(100));
-         exchange.Send("e\r\npdate</result>\r\n0\r\n\r\n");
-       },
-       1},
-      {[&](Exchange& exchange) {
-         exchange.Send(begun);
-         exchange.Reset();
-       },
-       2},
-      {[&](Exchange& exchange) {
-         exchange.Send(ok);
-         while (exchange.Send("X-More: and more\r\n")) continue;
-       },
-       2},
-      {[](Exchange& exchange) { exchange.WaitForClient(); }, 2},
-      {[&](Exchange& exchange) {
-         exchange.Send(begun);
-         exchange.WaitForClient();
-       },
-       2}};
-  for (const auto& [serve, code] : servers) {
-    if (&serve == &servers[3].first) emulated::HttpTransfer::SetPatience(std::chrono::milliseconds(200));
-    const HttpServer server(serve);
-    EXPECT_EQ(Check(), code);
-  }
+  const auto checkWith = [&](HttpServer::Answer serve) {
+    const HttpServer server(std::move(serve));
+    return Check();
+  };
+  const auto inPieces = [&](Exchange& exchange) {
+    exchange.Send(chunked + "9\r\n<result>u\r\n");
+    std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    exchange.Send("e\r\npdate</result>\r\n0\r\n\r\n");
+  };
+  EXPECT_EQ(checkWith(inPieces), 1);
+  EXPECT_EQ(checkWith([&](Exchange& exchange) { exchange.Send(begun), exchange.Reset(); }), 2);
+  emulated::HttpTransfer::SetPatience(std::chrono::milliseconds(50));
+  EXPECT_EQ(checkWith([](Exchange& exchange) { exchange.WaitForClient(); }), 2);
+  EXPECT_EQ(checkWith([&](Exchange& exchange) { exchange.Send(begun), exchange.WaitForClient(); }), 2);
   EXPECT_EQ(Check(), 2) << "the last server's port is closed";
 }
 
