@@ -187,47 +187,6 @@ TEST_F(UserProfileCalls, OfTheWayHomeFromAVolume) {
        "#INFO: Unable to restore the security of volume " + volume + "."});
 }
 
-// The machine stops dead somewhere on the way, and the same command is given again: whatever it can do, every file is
-// complete in one of the folders, then as before. The profile is where ProfileImagePath says, or the log names its
-// place.
-TEST_F(UserProfileCalls, LoseNothingWhenThePowerFails) {
-  constexpr std::uint64_t kStep = 41;  // one in so many calls
-  Restart();
-  Fill();
-  const std::u16string root = kVolume.substr(0, kVolume.size() - 1);
-  for (const std::u16string& location : {kPlace, kVolume})
-    for (const bool isWayHome : {false, true}) {
-      const auto command = [&] { return isWayHome ? MoveHome(u"anna") : Move(u"anna", location); };
-      std::vector<test::Disks> stops;
-      machine->gate.Observe([&](const char*, std::uint64_t number) {
-        if (number % kStep == 0) stops.push_back(machine->Snapshot());
-      });
-      ASSERT_EQ(command().exitCode, 0);
-      machine->gate.Observe({});
-      const test::Disks arrived = machine->Snapshot();
-      std::size_t goneOnWith = 0, count = 0;
-      for (test::Disks& stop : stops) {
-        Boot(std::move(stop));
-        const std::string where = "stopped at call " + std::to_string(++count * kStep);
-        const std::vector<std::u16string> all = {kAnna, kPlace + u"\\anna", kAnna + u".mount", kAnna + u".temp", root};
-        ExpectFilesIn(all, where);
-        const RunResult run = command();
-        const std::string when = where + ", then " + Utf8(run.log);
-        EXPECT_FALSE(HiveIsLoaded()) << when;
-        ExpectFilesIn(run.exitCode == 0 ? std::vector{ImagePath()} : all, when);
-        if (run.exitCode == 0) {
-          ++goneOnWith;
-        } else if (!Exists(ImagePath() + u"\\NTUSER.DAT")) {
-          const auto found = std::ranges::find_if(all, [](const auto& each) { return Exists(each + u"\\NTUSER.DAT"); });
-          EXPECT_TRUE(run.Logged(u"was interrupted. ") && run.Logged(u" is in " + *found)) << when;
-        }
-        if (HasFailure()) return;
-      }
-      EXPECT_GT(goneOnWith, stops.size() / 2);
-      test::StartAgain(machine, arrived);
-    }
-}
-
 // Default and Public, by themselves and as a part of automatic redirection.
 class SharedProfileCalls : public ProfileCalls {
  protected:

@@ -36,7 +36,6 @@ TEST_F(ProfileRules, FindTheProfileOfAUser) {
   NameFolder(machineSid + u"-2004.bak", u"C:\\Users\\aside");  // set aside by Windows
   NameFolder(u"S-1-12-1-11-22-33-44", u"C:\\Users\\cloud");
   const std::tuple<std::u16string, std::u16string, std::u16string, int> cases[] = {
-      {u"anna", kSidOfAnna, u"C:\\Users\\anna", 0},
       {u"AnNa", kSidOfAnna, u"C:\\Users\\anna", 0},
       {u"CORP\\maria", kSidOfMaria, u"C:\\Users\\maria.CORP", -1},
       {u"maria@corp.example", kSidOfMaria, u"C:\\Users\\maria.CORP", -1},
