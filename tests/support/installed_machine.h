@@ -61,9 +61,6 @@ struct MachineFacts {
 // A booted machine as `workstation create` makes one: Windows, profiles, the product's service; C: (48 MiB), D: (32
 // MiB).
 std::unique_ptr<emulated::Machine> InstalledMachine(const MachineFacts& facts = {});
-// Copies of the disks of that name. They are made once in a process; and once in a run of ctest, where each test is a
-// process: the environment variable QBC_TEST_DISKS names the folder in which they are kept for the others.
-Disks KeptDisks(const std::string& name, const std::function<Disks()>& make);
 // Boots a machine on these disks (taken over), as after a restart or a power failure.
 std::unique_ptr<emulated::Machine> BootFrom(Disks disks);
 // Neither Windows nor hives: C: and D: are empty (16 MiB each), and everybody may do everything there.
