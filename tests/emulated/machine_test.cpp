@@ -6,10 +6,7 @@
 #include "win32/emulated/files/volume_names.h"
 #include "win32/emulated/registry/system_hives.h"
 #include "win32/emulated/setup/first_logon.h"
-#include "win32/emulated/system/native_queries.h"
 #include "win32/emulated/system/pe_resources.h"
-#include "win32/emulated/system/processes.h"
-#include "win32/emulated/system/threads.h"
 #include "win32/emulated/workstation.h"
 #include "win32/net.h"
 
@@ -40,59 +37,6 @@ TEST_F(Machine, TellsOfPlannedFailuresOfCallsThatWereNeverMade) {
   EXPECT_EQ(machine->gate.failures(), 1u);
   machine->gate.ClearFailures();
   EXPECT_EQ(told.size(), 2u);
-}
-
-// What a worker that asks a name is given.
-struct Question {
-  HANDLE handle = nullptr;
-  bool unwound = false;
-  NTSTATUS status = -1;
-  char name[200] = {};
-};
-
-DWORD AskName(void* parameter) {
-  struct Mark {  // what a frame would do that is left too late
-    Question& question;
-    ~Mark() {
-      question.unwound = true;
-      Sleep(5);
-    }
-  } const mark{*static_cast<Question*>(parameter)};
-  IO_STATUS_BLOCK block{};
-  mark.question.status =
-      emulated::NtQueryInformationFile(mark.question.handle, &block, mark.question.name, 200, FileNameInformation);
-  return 0;
-}
-
-TEST_F(Machine, AQueryThatHangsEndsWithItsThreadOrWithTheMachine) {
-  const auto object =
-      std::make_shared<emulated::DeviceFile>(u"\\Device\\NamedPipe\\busy", std::vector{emulated::kForEver});
-  const HANDLE pipe = emulated::OpenInProcess(*machine, machine->process.id, object, FILE_GENERIC_READ);
-  Question question{.handle = pipe}, second = question, unstarted;
-  std::vector<std::string> ofWorker;
-  DWORD id = 0;
-  machine->gate.Observe([&](const char* name, std::uint64_t) {
-    if (emulated::CallingThreadId() == id) ofWorker.emplace_back(name);
-  });
-  machine->threadToken = emulated::MakeSystemToken();  // which is the first thread's alone
-  UniqueKernelHandle thread{CreateThread(nullptr, 0, AskName, &question, 0, &id)};
-  const auto before = machine->Now();
-  EXPECT_EQ(WaitForSingleObject(thread.get(), 100), WAIT_TIMEOUT);
-  EXPECT_EQ(machine->Now() - before, 1'000'000);  // 100 ms
-  EXPECT_TRUE(machine->threads().count() == 1 && !question.unwound && machine->threadToken);
-  EXPECT_TRUE(TerminateThread(thread.get(), 3));
-  EXPECT_TRUE(machine->threads().count() == 0 && question.unwound && question.status == -1);
-  EXPECT_EQ(WaitForSingleObject(thread.get(), 0), WAIT_OBJECT_0);
-  EXPECT_EQ(ofWorker, std::vector<std::string>{"NtQueryInformationFile"});
-  // The first thread, which nobody ends, cannot wait for ever.
-  std::uint64_t buffer[16];
-  EXPECT_THROW(emulated::NtQueryObject(pipe, ObjectNameInformation, buffer, sizeof buffer, nullptr), std::logic_error);
-  CreateThread(nullptr, 0, AskName, &second, 0, nullptr);
-  Sleep(1);
-  CreateThread(nullptr, 0, AskName, &unstarted, 0, nullptr);
-  thread.reset();
-  machine.reset();
-  EXPECT_TRUE(second.unwound && unstarted.status == -1);
 }
 
 TEST_F(Machine, AMountedFolderIsFoundAfterMovesAndRestarts) {
