@@ -263,24 +263,6 @@ TEST_F(Moves, AFileThatCameInTheMeantimeIsNotDeleted) {
   EXPECT_EQ(Contents(source + u"\\f"), "x");
 }
 
-// Nothing is waited for where it is known to stay, and the log tells of nothing that was not tried. (Of the path of
-// 260 characters and of the folder above it, only one begins with "\\?\".)
-TEST_F(Moves, ARollBackDoesNotWaitForFoldersOfWhatStays) {
-  const std::u16string sub = u"\\sub\\" + std::u16string(110, u'm'), file = u"\\" + std::u16string(140, u'n');
-  MakeFolder(source + u"\\sub");
-  MakeFolder(source + sub);
-  MakeFile(u"\\\\?\\" + source + sub + file, "ours");
-  ASSERT_EQ(Move(), 1);
-  for (const std::u16string& inTheWay : {std::u16string(u"\\sub"), sub, sub + file})
-    MakeFolder(u"\\\\?\\" + source + inTheWay);
-  EXPECT_EQ(UndoMove(record), 0);
-  EXPECT_EQ(record.outcome, MoveOutcome::Split);
-  EXPECT_EQ(Contents(u"\\\\?\\" + target + sub + file), "ours");
-  EXPECT_EQ(machine->sleptMilliseconds, 0u);
-  EXPECT_TRUE(Logged(u"It stays at \\\\?\\" + target + sub + file + u"."));
-  EXPECT_FALSE(Logged(u"delete directory"));
-}
-
 // A file that was moved and deleted is gone from its old place, whatever somebody else has put there since.
 TEST_F(Moves, ANewFileInTheOldPlaceIsNotTakenForTheMovedOne) {
   MakeFolder(source + u"\\sub");

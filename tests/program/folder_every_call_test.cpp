@@ -24,13 +24,8 @@ using test::Contents, test::Exists, test::FolderStories, test::MakeFile, test::M
 // target.
 class EveryCall : public FolderStories {
  protected:
-  using Shares = std::map<std::u16string, std::u16string>;
-  struct State {
-    std::map<std::u16string, std::string> items;  // all that each is, and its security
-    Records records;
-    Shares shares;
-    bool operator==(const State&) const = default;
-  };
+  // All that each item is, and its security; the records and the shares.
+  using State = test::Tree;
 
   EveryCall() {
     for (const auto* folder : {u"C:\\Data", u"C:\\Data\\inner", u"C:\\Data\\nested", u"D:\\Target", u"E:\\Foo"})
@@ -65,26 +60,24 @@ class EveryCall : public FolderStories {
 
   State Now() const {
     EXPECT_TRUE(EnablePrivileges());
-    State state{{}, AllRecords(), test::Shares()};
+    State state;
+    for (const auto& [number, record] : AllRecords())
+      state[u"record " + number] = Utf8(record.first + u" -> " + record.second);
+    for (const auto& [name, path] : test::Shares()) state[u"share " + name] = Utf8(path);
     for (const std::u16string root : {u"C:\\Data", u"D:\\Target\\Data", u"E:\\Foo"}) {
       if (!Exists(root)) continue;
       auto tree = IsLink(root) ? test::Tree() : test::DescribeTree(root);
       tree[u""] = test::Describe(root);
       for (const auto& [path, description] : tree)
-        state.items[root + path] = description + " " + Utf8(test::Security(root + path));
+        state[root + path] = description + " " + Utf8(test::Security(root + path));
     }
     return state;
   }
   static std::string Difference(const State& now, const State& before) {
+    std::vector<State::value_type> different;
+    std::ranges::set_symmetric_difference(now, before, std::back_inserter(different));
     std::string text;
-    for (const auto& [path, item] : before.items)
-      if (const auto found = now.items.find(path); found == now.items.end() || found->second != item)
-        text += (found == now.items.end() ? "missing " : "changed ") + Utf8(path) + "; ";
-    for (const auto& [path, item] : now.items)
-      if (!before.items.contains(path)) text += "new " + Utf8(path) + "; ";
-    for (const auto& [number, record] : now.records)
-      text += Utf8(number) + ": " + Utf8(record.first) + " -> " + Utf8(record.second) + "; ";
-    for (const auto& [name, path] : now.shares) text += Utf8(name) + " = " + Utf8(path) + "; ";
+    for (const auto& [path, state] : different) text += Utf8(path) + ": " + state.substr(0, 60) + "; ";
     return text;
   }
 
