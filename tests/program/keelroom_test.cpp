@@ -124,17 +124,16 @@ TEST_F(Keelroom, TrustsNoDriverFile) {
   };
   for (std::size_t size = 0; size < at + 52; size += 61)
     EXPECT_FALSE(hasVersion(Bytes(whole.begin(), whole.begin() + static_cast<std::ptrdiff_t>(size)))) << size;
-  const auto patched = [&](std::size_t offset, unsigned value) {
-    Bytes driver = whole;
-    driver[offset] = static_cast<std::uint8_t>(value & 0xFF);
-    driver[offset + 1] = static_cast<std::uint8_t>(value >> 8);
-    return driver;
-  };
-  for (const unsigned length : {0u, 5u, 40u, 91u, 0xFFFFu}) EXPECT_FALSE(hasVersion(patched(block, length)));
-  for (const unsigned length : {0u, 51u, 53u, 0xFFFFu}) EXPECT_FALSE(hasVersion(patched(block + 2, length)));
-  // Whatever else is wrong in it: some answer, and nothing is read that is not there.
   for (std::size_t offset = 0; offset + 1 < at; ++offset)
-    if (offset < 1024 || offset >= block - 256) hasVersion(patched(offset, 0xFFFF));
+    for (const unsigned value : {0u, 5u, 51u, 53u, 91u, 0xFFFFu}) {
+      const bool tellsLength = offset == block || offset == block + 2;  // of the block, and of its value
+      if (!tellsLength && (value != 0xFFFF || (offset >= 1024 && offset < block - 256))) continue;
+      Bytes driver = whole;
+      driver[offset] = static_cast<std::uint8_t>(value & 0xFF);
+      driver[offset + 1] = static_cast<std::uint8_t>(value >> 8);
+      // Whatever else is wrong in it: some answer, and nothing is read that is not there.
+      EXPECT_FALSE(hasVersion(driver) && tellsLength) << offset << ' ' << value;
+    }
 }
 
 }  // namespace

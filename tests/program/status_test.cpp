@@ -26,10 +26,11 @@ class CommandLineTest : public ::testing::Test {
       words.emplace_back(line.substr(0, line.find(u' ')));
     return RunProgram(*machine, words);
   }
-  void Expect(std::u16string_view line, int exitCode, std::u16string_view said) {
+  std::u16string Expect(std::u16string_view line, int exitCode, std::u16string_view said) {  // what it logged
     const auto run = Run(line);
     EXPECT_EQ(run.exitCode, exitCode) << emulated::Utf8(line);
     EXPECT_EQ(run.said, said) << emulated::Utf8(line);
+    return run.log;
   }
 
   std::unique_ptr<emulated::Machine> machine = test::InstalledMachine();
@@ -248,18 +249,16 @@ TEST_F(CommandLineTest, RefusesCombinationsThatMakeNoSense) {
     Expect(u"/RedirectFile C:\\f /loc:D:\\T /d " + std::u16string(flag), 1,
            u"/d switch cannot be combined with /NTFS /Share");
   EXPECT_TRUE(Run(u"/RedirectFile C:\\f /loc:D:\\T /d /-Share").Said(u"File Redirection Removal was not successful."));
-  Expect(u"/RedirectRegKeyLocation /loc:D:\\T /d", 1, u"RedirectRegKeyLocation\n   " + LoadResourceString(106));
-  Expect(u"/RedirectRegKey /d", 1,
-         u"\nErrors logged in \"C:\\Program Files\\Velmora\\Quillbay\\QBC.log\".\n"
-         u"Registry Key Redirection was not successful.\n\n");
-  Expect(u"/AutoRedirectUP /loc:D:\\T /d", 1, u"AutoRedirectUP\n   " + LoadResourceString(114));
-  EXPECT_TRUE(Run(u"/RedirectRegKeyLocation /loc:D:\\T /d")
-                  .log.ends_with(u"] Remove Redirect Registry Key was not successful.\nUsage:\n"));
-  EXPECT_TRUE(Run(u"/RedirectRegKey /d")
-                  .log.ends_with(u"] Please specify registry key to be removed.\n Registry Key Redirection was not "
-                                 u"successful.\n"));
-  EXPECT_TRUE(Run(u"/AutoRedirectUP /loc:D:\\T /d")
-                  .log.ends_with(u"] Remove Auto redirect newly created user profiles is not successful.\nUsage:\n"));
+  EXPECT_TRUE(
+      Expect(u"/RedirectRegKeyLocation /loc:D:\\T /d", 1, u"RedirectRegKeyLocation\n   " + LoadResourceString(106))
+          .ends_with(u"] Remove Redirect Registry Key was not successful.\nUsage:\n"));
+  EXPECT_TRUE(Expect(u"/RedirectRegKey /d", 1,
+                     u"\nErrors logged in \"C:\\Program Files\\Velmora\\Quillbay\\QBC.log\".\n"
+                     u"Registry Key Redirection was not successful.\n\n")
+                  .ends_with(u"] Please specify registry key to be removed.\n Registry Key Redirection was not "
+                             u"successful.\n"));
+  EXPECT_TRUE(Expect(u"/AutoRedirectUP /loc:D:\\T /d", 1, u"AutoRedirectUP\n   " + LoadResourceString(114))
+                  .ends_with(u"] Remove Auto redirect newly created user profiles is not successful.\nUsage:\n"));
   machine->debugOutput.clear();
   Expect(u"/AutoRedirectUP /loc:\\\\?\\Volume{01234567-89ab-cdef-0123-456789abcdef}\\", 0,
          u"AutoRedirectNewUserProfile cannot be done on volume.");
@@ -274,6 +273,7 @@ TEST_F(CommandLineTest, RefusesCombinationsThatMakeNoSense) {
   const std::pair<const char16_t*, unsigned> misplaced[] = {
       {u"/RedirectUPDefault defaultprofile", 110},
       {u"/RedirectUPDefault PublicProfile", 110},
+      {u"/RedirectUPDefault Anna //DefaultProfile", 110},
       {u"/RedirectUP Anna /loc:D:\\DefaultProfile", 112},
       {u"/RedirectUP publicprofile /loc:D:\\T", 112},
       {u"/AutoRedirectUP /RedirectDefaultAndPublicProfile", 114},
