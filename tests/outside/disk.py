@@ -6,8 +6,7 @@ import re
 import struct
 from collections import namedtuple
 
-# kind: "folder", "file" or "link"; data: of a link its tag; link: the path that it leads to; security: owner, protected?,
-# own access entries.
+# kind: "folder", "file" or "link"; data: of a link its tag; link: where it leads; security: see security_of.
 Entry = namedtuple("Entry", "path kind data link security attributes")
 
 NOT_READ = ("WINDOWS", "PROGRAM FILES", "PROGRAM FILES (X86)", "PROGRAMDATA", "SYSTEM VOLUME INFORMATION",
@@ -111,7 +110,7 @@ class Volume:
 
 
 class Disk:
-    """All images of a workstation at one moment. `read` has what was read before of those that have not changed since."""
+    """All images of a workstation at one moment. `read` has what was read of those that have not changed since."""
 
     def __init__(self, folder, letters, read):
         self.entries = {}

@@ -36,8 +36,8 @@ class Journey:
         """The link that was left, and the record, or neither."""
         found = self.station.reparse_data("E", name)
         require(found == expected, f"the reparse data of {name} are {found.hex()}")
-        records, wanted = software(self.station, self.scratch).records(kind), [(f"E:\\{name}", target)] if target else []
-        require(records == wanted, f"hivexml shows the records {records}")
+        records = software(self.station, self.scratch).records(kind)
+        require(records == ([(f"E:\\{name}", target)] if target else []), f"hivexml shows the records {records}")
 
     def to_drive(self, command, kind, name, link_bytes):
         self.qbc(command, f"E:\\{name}", "/loc:D:\\Kept")
@@ -114,5 +114,4 @@ def check_names_that_differ_in_case_only(build, scratch, said):
     with Mounted(station.image("E")) as folder:
         found = {name: open(f"{folder}/Tree/{name}").read() for name in os.listdir(f"{folder}/Tree")}
     require(found == {"case.txt": "case.txt", "CASE.TXT": "CASE.TXT"}, f"E: holds {found}")
-    require(below_root(station.image("D")) == [], "D: holds a part of the tree")
     said("refused; both files are where they were")

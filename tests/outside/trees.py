@@ -4,7 +4,7 @@ import struct
 
 
 def sid(authority, *subs):
-    return struct.pack("<BB", 1, len(subs)) + authority.to_bytes(6, "big") + b"".join(struct.pack("<I", s) for s in subs)
+    return struct.pack(f"<BB6s{len(subs)}I", 1, len(subs), authority.to_bytes(6, "big"), *subs)
 
 
 COMPUTER = (21, 1004336348, 1177238915, 682003330)
@@ -83,5 +83,5 @@ def fill_tree(root, random_source):
         set_attribute(f"{tree}/{name}".rstrip("/"), attribute, value)
     items = sorted(f"{folder}/{name}" for folder, folders, names in os.walk(root) for name in folders + names)
     for number, item in enumerate(sorted(items, key=len, reverse=True)):
-        second = 131_000_000_000_000_000 + number * 7_777_777_777_777
-        set_attribute(item, "system.ntfs_times_be", struct.pack(">QQQ", second, second + 10_000_000, second + 20_000_000))
+        first = 131_000_000_000_000_000 + number * 7_777_777_777_777
+        set_attribute(item, "system.ntfs_times_be", struct.pack(">QQQ", first, first + 10_000_000, first + 20_000_000))

@@ -9,13 +9,11 @@ class PeFile:
     def __init__(self, path):
         self.data = pathlib.Path(path).read_bytes()
         header = self.u32(0x3C)
-        if self.data[:2] != b"MZ" or self.data[header:header + 4] != b"PE\0\0":
-            raise ValueError(f"{path} is no PE file")
         self.machine, section_count = struct.unpack_from("<HH", self.data, header + 4)
         optional_size, self.characteristics = struct.unpack_from("<HH", self.data, header + 20)
         optional = header + 24
-        if self.u16(optional) != 0x20B:
-            raise ValueError(f"{path} is not PE32+")
+        if self.data[header:header + 4] != b"PE\0\0" or self.u16(optional) != 0x20B:
+            raise ValueError(f"{path} is no 64-bit PE file")
         self.subsystem, self.dll_characteristics = struct.unpack_from("<HH", self.data, optional + 68)
         self.directories = [struct.unpack_from("<II", self.data, optional + 112 + 8 * i)
                             for i in range(self.u32(optional + 108))]

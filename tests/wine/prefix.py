@@ -35,10 +35,11 @@ class Prefix:
     def __enter__(self):
         load_at_fixed_addresses()
         self.scratch = pathlib.Path(tempfile.mkdtemp(prefix="qbc-wine-"))
-        (self.scratch / "prefix").mkdir()
+        self.drive_c = self.scratch / "prefix" / "drive_c"
+        self.drive_c.parent.mkdir()
         self.environment = {
             "HOME": str(self.scratch), "PATH": "/usr/bin:/bin", "LC_ALL": "C.UTF-8",
-            "WINEPREFIX": str(self.scratch / "prefix"), "WINEDEBUG": "-all",
+            "WINEPREFIX": str(self.drive_c.parent), "WINEDEBUG": "-all",
             "WINEDLLOVERRIDES": "mscoree,mshtml,winedbg.exe,winemenubuilder.exe=",
         }
         try:
@@ -56,16 +57,12 @@ class Prefix:
         self._host(WINESERVER, "-k", check=False)
         shutil.rmtree(self.scratch, ignore_errors=True)
 
-    @property
-    def drive_c(self):
-        return self.scratch / "prefix" / "drive_c"
-
     def _host(self, *command, check=True):
         subprocess.run(command, env=self.environment, cwd=self.scratch, check=check, timeout=120,
                        stdin=subprocess.DEVNULL, stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
 
     def run(self, program, *arguments, timeout=60):
-        """Runs a Windows program to its end. Output goes through a file: what a program leaves running holds no pipe."""
+        """Runs a Windows program to its end. Output goes through a file: what it leaves running holds no pipe."""
         with tempfile.TemporaryFile(dir=self.scratch) as output:
             try:
                 code = subprocess.run([WINE, str(program), *arguments], env=self.environment, cwd=self.scratch,
