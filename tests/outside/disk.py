@@ -9,8 +9,7 @@ from collections import namedtuple
 # kind: "folder", "file" or "link"; data: of a link its tag; link: where it leads; security: see security_of.
 Entry = namedtuple("Entry", "path kind data link security attributes")
 
-NOT_READ = ("WINDOWS", "PROGRAM FILES", "PROGRAM FILES (X86)", "PROGRAMDATA", "SYSTEM VOLUME INFORMATION",
-            "$RECYCLE.BIN")
+NOT_READ = "WINDOWS|PROGRAM FILES|PROGRAM FILES (X86)|PROGRAMDATA|SYSTEM VOLUME INFORMATION|$RECYCLE.BIN".split("|")
 NTFS = ctypes.CDLL(ctypes.util.find_library("ntfs-3g") or "libntfs-3g.so.89", use_errno=True)
 INT, LONG, POINTER = ctypes.c_int, ctypes.c_int64, ctypes.c_void_p
 FILL = ctypes.CFUNCTYPE(INT, POINTER, POINTER, INT, INT, LONG, ctypes.c_uint64, ctypes.c_uint)

@@ -113,6 +113,7 @@ class Life:
         self.station = Station(build, f"{scratch}/machine")
         copy_folder(template, self.station.folder)
         self.guid = self.station.volume_without_letter()
+        self.volume = f"/vol:\\\\?\\Volume{self.guid}\\"
         self.letters, self.known_images, self.users = {}, {}, {}
         for line in self.station("info").stdout.decode().splitlines():
             if "Volume{" in line and line[1:2] == ":":
@@ -285,15 +286,12 @@ class Life:
         folder = self.random.choice(("", "T", "T", "K", "T\\Data"))
         return self.spelled(f"{self.random.choice(DRIVES)}:\\{folder}")
 
-    def volume(self):
-        return f"/vol:\\\\?\\Volume{self.guid}\\"
-
     def switches(self, *choices):
         return tuple(word for word in choices if self.random.random() < 0.1)
 
     def draw_folder(self):
         source = self.pick("folder")
-        place = self.random.choice((self.volume(), *["/loc:" + self.location()] * 7))
+        place = self.random.choice((self.volume, *["/loc:" + self.location()] * 7))
         return source and ("qbc", "/RedirectFolder", self.spelled(source), place, *self.switches("/-NTFS", "/-Share"))
 
     def draw_file(self):
@@ -342,7 +340,7 @@ class Life:
             ("qbc", "/RedirectUP", user, "/loc:" + place, *self.switches("/-NTFS")),
             ("qbc", "/RedirectUP", user, "/loc:" + place),
             ("qbc", "/RedirectUPDefault", user),
-            ("qbc", "/RedirectUP", user, self.volume()) if user[0] != "/" else None,
+            ("qbc", "/RedirectUP", user, self.volume) if user[0] != "/" else None,
             ("qbc", "/AutoRedirectUP", "/loc:" + place),
             ("qbc", "/AutoRedirectUP", "/loc:" + place, "/RedirectDefaultAndPublicProfile"),
             ("qbc", "/AutoRedirectUP", "/d"),

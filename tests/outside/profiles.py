@@ -46,9 +46,6 @@ class Profiles:
         everything = software(self.station, self.scratch).everything()
         return {key: value for key, value in everything.items() if "Velmora" not in key}
 
-    def image_path(self, who):
-        return software(self.station, self.scratch).values(f"{PROFILE_LIST}\\{who}")["ProfileImagePath"]
-
     def junctions(self, letter, folder):
         """Where each junction leads, and its first access entry: the one that denies Everyone."""
         listing, found = self.listing(letter, folder or "/"), {}
@@ -75,7 +72,7 @@ def check_profile_moved_and_back(build, scratch, said):
             ("/loc:D:\\Profiles", "D", "/Profiles/anna", "D:\\Profiles\\anna", 1, []),
             (f"/vol:\\\\?\\Volume{machine.guid}\\", machine.guid, "", HOME, 0, ["/"])):
         machine.qbc("/RedirectUP", "ANNA", words)
-        found = machine.image_path(ANNA)
+        found = software(station, scratch).values(f"{PROFILE_LIST}\\{ANNA}")["ProfileImagePath"]
         require(found == ("expand", place), f"hivexml reads ProfileImagePath as {found}")
         there = machine.junctions(letter, folder)
         follow = {name: (leads.replace(HOME, place), entry) for name, (leads, entry) in links.items()}

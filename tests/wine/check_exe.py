@@ -89,8 +89,6 @@ def check_strings(checks, resources):
 
 
 def main():
-    if len(sys.argv) != 2:
-        sys.exit(__doc__)
     exe = PeFile(sys.argv[1])
     resources = exe.resources()
     checks = Checks()

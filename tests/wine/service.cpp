@@ -65,7 +65,6 @@ int wmain();
 
 int wmain() {
   stopped = CreateEventW(nullptr, TRUE, FALSE, nullptr);
-  if (!stopped) return 1;
   wchar_t anyName[] = L"";  // an own-process service's name is not looked at
   const SERVICE_TABLE_ENTRYW services[] = {{anyName, Run}, {nullptr, nullptr}};
   return StartServiceCtrlDispatcherW(services) ? 0 : 1;

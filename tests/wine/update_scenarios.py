@@ -12,10 +12,7 @@ class Handler(http.server.BaseHTTPRequestHandler):
     def do_POST(self):
         body = self.rfile.read(int(self.headers.get("Content-Length", 0)))
         self.server.requests.append((self.path, self.headers, body))
-        self.close_connection = True
         self.server.answer(self.wfile)
-
-    do_GET = do_POST
 
     def log_message(self, *_):
         pass
