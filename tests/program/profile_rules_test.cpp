@@ -258,28 +258,24 @@ TEST_F(ProfileRules, OldDriversAreRefusedOrWarnedOf) {
       "This computer has old version of Rimehold Keelroom. Please, update to the latest version of Rimehold before "
       "redirecting User Profile. Redirecting User Profile to old version of Keelroom will make some Metro Apps "
       "unusable.\n";
-  struct Case {
-    win32::DWORD major, minor;
-    std::string_view driver;  // of Keelroom on D:; empty for none
-    std::string said;         // at the beginning
-  };
-  const Case cases[] = {{6, 0, "", ""},      {6, 1, "8.32", ""},  {6, 2, "", kApps}, {6, 2, "8.32", old},
-                        {6, 2, "8.33", ""},  {6, 3, "8.32", old}, {6, 3, "", kApps}, {10, 0, "", kApps},
-                        {10, 0, "8.32", ""}, {10, 0, "9.0", ""}};
-  for (const Case& one : cases) {
-    SCOPED_TRACE(std::to_string(one.major) + "." + std::to_string(one.minor) + " " + std::string(one.driver));
-    Restart({.majorVersion = one.major, .minorVersion = one.minor});
-    if (!one.driver.empty()) {
-      test::InstallKeeldisk(*machine, one.driver);
+  // Windows' version; that of Keelroom on D:, empty for none; what the console says at the beginning.
+  const std::tuple<win32::DWORD, win32::DWORD, std::string, std::string> cases[] = {
+      {6, 0, "", ""},      {6, 1, "8.32", ""}, {6, 2, "", kApps},  {6, 2, "8.32", old}, {6, 2, "8.33", ""},
+      {6, 3, "8.32", old}, {6, 3, "", kApps},  {10, 0, "", kApps}, {10, 0, "8.32", ""}, {10, 0, "9.0", ""}};
+  for (const auto& [major, minor, driver, said] : cases) {
+    SCOPED_TRACE(std::to_string(major) + "." + std::to_string(minor) + " " + driver);
+    Restart({.majorVersion = major, .minorVersion = minor});
+    if (!driver.empty()) {
+      test::InstallKeeldisk(*machine, driver);
       test::AddKeelroomVolume(*machine, u"Volume1", u"D:");
     }
-    const bool refused = one.major == 10 && one.driver == "8.32";
+    const bool refused = major == 10 && driver == "8.32";
     EXPECT_EQ(Told(Move(u"anna", u"d:\\Profiles")),
               refused
                   ? Refused(u"#ERROR: Cannot redirect User Profile to old version of Rimehold Keelroom on Windows 10. "
                             u"Please, update to the latest version of Rimehold before redirecting User Profile.",
                             true)
-                  : "0\n" + one.said +
+                  : "0\n" + said +
                         "[7 items]\nRedirect user profile was successful.\n--\n#INFO: Going to move files and folders "
                         "from Source = C:\\Users\\anna to Target = D:\\Profiles\\anna.\nRedirect user profile was "
                         "successful.");
