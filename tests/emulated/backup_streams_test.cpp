@@ -146,24 +146,6 @@ TEST_F(BackupStreams, ObeyTheRightsOfTheirHandles) {
   EXPECT_EQ(volume().GetObjectId(Find(u"\\copy"), descriptor), ERROR_FILE_NOT_FOUND);
 }
 
-// With last access updates switched on, only the mark that SetFileTime puts on a handle keeps the time of the source.
-TEST_F(BackupStreams, ReadingIsAnAccess) {
-  machine->files().lastAccessUpdates = true;
-  const emulated::FileTime before = machine->Now();
-  for (const bool keep : {true, false}) {
-    machine->Advance(10'000'000);
-    {
-      const auto source = Open(u"C:\\rich", GENERIC_READ | FILE_WRITE_ATTRIBUTES);
-      const FILETIME never{0xFFFFFFFF, 0xFFFFFFFF};
-      EXPECT_TRUE(!keep || SetFileTime(source.get(), nullptr, &never, nullptr));
-      ReadAll(source.get());
-    }
-    emulated::FileInfo info;
-    EXPECT_EQ(volume().Stat(Find(u"\\rich"), info), 0u);
-    EXPECT_EQ(info.lastAccess <= before, keep);
-  }
-}
-
 TEST_F(BackupStreams, WhatIsMalformedIsRefusedAndDoesNoHarm) {
   const struct {
     emulated::BackupStreamHeader header;
