@@ -53,73 +53,68 @@ TEST_F(FailuresOfAFile, ARedirectionIsTakenBackOrItsLogTellsWhereTheFileIs) {
   ExpectFailures(
       {u"/RedirectFile", kSource, u"/loc:D:\\New\\Deep"}, expected,
       {
-          {{{"SHCreateDirectoryExW", 1}}, "#ERROR: Target directory 'D:\\New\\Deep' doesn't exists. Error: 5\n", ""},
-          {{{"CopyFileW", 1, win32::ERROR_DISK_FULL}},
+          {"SHCreateDirectoryExW 1", "#ERROR: Target directory 'D:\\New\\Deep' doesn't exists. Error: 5\n"},
+          {"CopyFileW 1",
            "#INFO: Target D:\\New\\Deep\\file.txt doesn't exists so checking free space using parent directory "
            "D:\\New\\Deep\n#ERROR: Unable to copy file from Source = C:\\Data\\file.txt and Target = "
-           "D:\\New\\Deep\\file.txt. Error: 112\n",
-           ""},
+           "D:\\New\\Deep\\file.txt. Error: 5\n"},
       });
   ExpectFailures(
       {u"/RedirectFile", kSource, u"/loc:D:\\Target"}, expected,
       {
-          {{{"CreateFileW", 8}}, kCopyFailed + "5\n", ""},
-          {{{"CreateFileW", 9}},
+          {"CreateFileW 8", kCopyFailed + "5\n"},
+          {"CreateFileW 9",
            "Checking source folder equals to target.\nSource: C:\\Data\\file.txt Target: D:\\Target\\file.txt #ERROR: "
-           "Cannot redirect when Source and Target folder are the same. Browse to a different location.\n",
-           ""},
-          {{{"MoveFileW", 1}}, kCopyFailed + "5\n", ""},
-          {{{"CopyFileW", 1, win32::ERROR_DISK_FULL}}, kKept + kCopyFailed + "112\n", ""},
-          {{{"SetFileAttributesW", 1}}, kKept + kCopyFailed + "5\n", ""},
-          {{{"FlushFileBuffers", 1}}, kKept + kCopyFailed + "5\n", ""},
-          {{{"SetFileTime", 1}},
-           kKept + "#ERROR: Unable to copy times, attributes and permissions from C:\\Data\\file.txt to "
-                   "D:\\Target\\file.txt. Access is denied.\n\n",
-           ""},
+           "Cannot redirect when Source and Target folder are the same. Browse to a different location.\n"},
+          {"MoveFileW 1", kCopyFailed + "5\n"},
+          {"CopyFileW 1", kKept + kCopyFailed + "5\n"},
+          {"SetFileAttributesW 1", kKept + kCopyFailed + "5\n"},
+          {"FlushFileBuffers 1", kKept + kCopyFailed + "5\n"},
+          {"SetFileTime 1", kKept +
+                                "#ERROR: Unable to copy times, attributes and permissions from C:\\Data\\file.txt to "
+                                "D:\\Target\\file.txt. Access is denied.\n\n"},
 
-          {{{"GetFileSecurityW", 3}}, kKept + kNotLinked, ""},
-          {{{"DeleteFileW", 1}}, kKept + kGone + kNotLinked + kBack, ""},
-          {{{"CreateSymbolicLinkW", 1}}, kKept + kGone + kNotLinked + kBack, ""},
-          {{{"RegCreateKeyExW", 1}}, kKept + kGone + kNotRecorded + kBack, ""},
-          {{{"RegSetValueExW", 2}}, kKept + kGone + kNotRecorded + kBack, ""},
+          {"GetFileSecurityW 3", kKept + kNotLinked},
+          {"DeleteFileW 1", kKept + kGone + kNotLinked + kBack},
+          {"CreateSymbolicLinkW 1", kKept + kGone + kNotLinked + kBack},
+          {"RegCreateKeyExW 1", kKept + kGone + kNotRecorded + kBack},
+          {"RegSetValueExW 2", kKept + kGone + kNotRecorded + kBack},
           // Not all can be taken back.
-          {{{"CreateSymbolicLinkW", 1}, {"CopyFileW", 2, win32::ERROR_DISK_FULL}},
-           kKept + kGone + kNotLinked + kNotBack + "112\n" + kStays,
+          {"CreateSymbolicLinkW 1, CopyFileW 2", kKept + kGone + kNotLinked + kNotBack + "5\n" + kStays,
            "gone: C:\\Data\\file.txt\nchanged: D:\\Target\\file.txt\nnew: D:\\Target\\file.txt.kept1\n"},
-          {{{"CreateSymbolicLinkW", 1}, {"SetFileTime", 2}},
+          {"CreateSymbolicLinkW 1, SetFileTime 2",
            kKept + kGone + kNotLinked +
                "#ERROR: Unable to copy times, attributes and permissions from D:\\Target\\file.txt to "
                "C:\\Data\\file.txt. Access is denied.\n\n" +
                kBack,
            "changed: C:\\Data\\file.txt\n"},
-          {{{"CreateSymbolicLinkW", 1}, {"MoveFileW", 2}},
-           kKept + kGone + kNotLinked + kNotBack + "5\n" + kStays,
+          {"CreateSymbolicLinkW 1, MoveFileW 2", kKept + kGone + kNotLinked + kNotBack + "5\n" + kStays,
            "gone: C:\\Data\\file.txt\nchanged: D:\\Target\\file.txt\nnew: D:\\Target\\file.txt.kept1\n"},
-          {{{"CreateSymbolicLinkW", 1}, {"MoveFileW", 3}},
+          {"CreateSymbolicLinkW 1, MoveFileW 3",
            kKept + kGone + kNotLinked + kBack +
                "#ERROR: Unable to put the file D:\\Target\\file.txt back. It stays in D:\\Target\\file.txt.kept1. "
                "Access is denied.\n\n",
            "gone: D:\\Target\\file.txt\nnew: D:\\Target\\file.txt.kept1\n"},
-          {{{"RegCreateKeyExW", 1}, {"DeleteFileW", 2}},
+          {"RegCreateKeyExW 1, DeleteFileW 2",
            kKept + kGone + kNotRecorded +
                "#ERROR: Unable to delete Symbolic Link C:\\Data\\file.txt. Access is denied.\n\n" + kNotBack + "5\n" +
                kStays,
            "changed: C:\\Data\\file.txt\nchanged: D:\\Target\\file.txt\nnew: D:\\Target\\file.txt.kept1\n"},
-          {{{"RegCreateKeyExW", 1}, {"DeleteFileW", 3}},
+          {"RegCreateKeyExW 1, DeleteFileW 3",
            kKept + kGone + kNotRecorded + kBack + kNotRemoved +
                "#ERROR: Unable to put the file D:\\Target\\file.txt back. It stays in D:\\Target\\file.txt.kept1. "
                "Cannot create a file when that file already exists.\n\n",
            "changed: D:\\Target\\file.txt\nnew: D:\\Target\\file.txt.kept1\n"},
-          {{{"RegCreateKeyExW", 1}, {"FlushFileBuffers", 3}},
+          {"RegCreateKeyExW 1, FlushFileBuffers 3",
            kKept + kGone + kNotRecorded + kNotRemoved + kBack +
                "#ERROR: Unable to put the file D:\\Target\\file.txt back. It stays in D:\\Target\\file.txt.kept1. "
                "Cannot create a file when that file already exists.\n\n",
            "changed: D:\\Target\\file.txt\nnew: D:\\Target\\file.txt.kept1\n"},
           // It is done all the same.
-          {{{"DeleteFileW", 2}},
+          {"DeleteFileW 2",
            kKept + kGone + "#INFO: The file D:\\Target\\file.txt.kept1 could not be removed. Access is denied.\n\n",
            "changed: C:\\Data\\file.txt\nchanged: D:\\Target\\file.txt\nnew: D:\\Target\\file.txt.kept1\n" + kRecord,
-           true},
+           "", true},
       });
 }
 
@@ -133,47 +128,39 @@ TEST_F(FailuresOfAFile, ARemovalIsTakenBackUnlessTheFileIsHome) {
   ExpectFailures(
       {u"/RedirectFile", kSource, u"/loc:D:\\Target", u"/d"}, expected,
       {
-          {{{"CreateFileW", 5}},
-           "IsSymbolicLink()::The specified directory or file C:\\Data\\file.txt is symbolic link\n" + kCopyFailed +
-               "5\n",
-           ""},
-          {{{"CopyFileW", 1, win32::ERROR_DISK_FULL}}, kLinked + kCopyFailed + "112\n", ""},
-          {{{"FlushFileBuffers", 1}}, kLinked + kCopyFailed + "5\n", ""},
-          {{{"SetFileTime", 1}},
+          {"CreateFileW 5", "IsSymbolicLink()::The specified directory or file C:\\Data\\file.txt is symbolic link\n" +
+                                kCopyFailed + "5\n"},
+          {"CopyFileW 1", kLinked + kCopyFailed + "5\n"},
+          {"FlushFileBuffers 1", kLinked + kCopyFailed + "5\n"},
+          {"SetFileTime 1", kLinked +
+                                "#ERROR: Unable to copy times, attributes and permissions from D:\\Target\\file.txt to "
+                                "C:\\Data\\file.txt. Access is denied.\n\n"},
+          {"GetFileSecurityW 1",
            kLinked + "#ERROR: Unable to copy times, attributes and permissions from D:\\Target\\file.txt to "
-                     "C:\\Data\\file.txt. Access is denied.\n\n",
-           ""},
-          {{{"GetFileSecurityW", 1}},
-           kLinked + "#ERROR: Unable to copy times, attributes and permissions from D:\\Target\\file.txt to "
-                     "C:\\Data\\file.txt. Access is denied.\n\n",
-           ""},
-          {{{"DeviceIoControl", 2}}, kLinked + kCopyFailed + "5\n", ""},
-          {{{"DeleteFileW", 1}}, kLinked + kCopyFailed + "5\n", ""},
-          {{{"MoveFileW", 1}}, kLinked + kCopyFailed + "5\n", ""},
-          {{{"MoveFileW", 1}, {"DeleteFileW", 2}},
+                     "C:\\Data\\file.txt. Access is denied.\n\n"},
+          {"DeviceIoControl 2", kLinked + kCopyFailed + "5\n"},
+          {"DeleteFileW 1", kLinked + kCopyFailed + "5\n"},
+          {"MoveFileW 1", kLinked + kCopyFailed + "5\n"},
+          {"MoveFileW 1, DeleteFileW 2",
            kLinked + kCopyFailed +
                "5\n#INFO: The file C:\\Data\\file.txt.copy1 could not be removed. Access is denied.\n\n",
            "new: C:\\Data\\file.txt.copy1\n"},
-          {{{"MoveFileW", 1}, {"CreateFileW", 14}},
+          {"MoveFileW 1, CreateFileW 14",
            kLinked + kCopyFailed + "5\n" + kNotRelinked + "#INFO: The file is complete in D:\\Target\\file.txt.\n",
            "gone: C:\\Data\\file.txt\n"},
-          {{{"RegDeleteKeyW", 1}},
+          {"RegDeleteKeyW 1",
            kLinked + kBack +
                "#ERROR: Unable to remove Symbolic Link from Registry for Source = C:\\Data\\file.txt and Target = "
                "D:\\Target\\file.txt.\n" +
                kNotRelinked + "#INFO: The file is complete in C:\\Data\\file.txt.\n",
            "changed: C:\\Data\\file.txt\ngone: D:\\Target\\file.txt\n"},
-          {{{"RegQueryInfoKeyW", 5}},
+          {"RegQueryInfoKeyW 5",
            kLinked + kBack + "#ERROR: Unable to update redirected file path in registry.\n" + kNotRelinked +
                "#INFO: The file is complete in C:\\Data\\file.txt.\n",
            "changed: C:\\Data\\file.txt\ngone: D:\\Target\\file.txt\n" + kNoRecord + kIdle},
-          {{{"FlushFileBuffers", 2}},
-           kLinked + kBack + kNotRemoved,
-           "changed: C:\\Data\\file.txt\n" + kNoRecord + kIdle,
+          {"FlushFileBuffers 2", kLinked + kBack + kNotRemoved, "changed: C:\\Data\\file.txt\n" + kNoRecord + kIdle, "",
            true},
-          {{{"DeleteFileW", 2}},
-           kLinked + kBack + kNotRemoved,
-           "changed: C:\\Data\\file.txt\n" + kNoRecord + kIdle,
+          {"DeleteFileW 2", kLinked + kBack + kNotRemoved, "changed: C:\\Data\\file.txt\n" + kNoRecord + kIdle, "",
            true},
       });
 }

@@ -266,28 +266,25 @@ TEST_F(FolderRedirectionTest, AFailureIsTakenBackOrToldOf) {
       {u"/RedirectFolder", u"C:\\Data", u"/loc:D:\\New"},
       [&](const Failure& row) { return Failed(kFolder, isNew + row.log, row.said); },
       {
-          {{{"SHCreateDirectoryExW", 1}}, "#ERROR: Failed To Create Target Folder: D:\\New\\Data\n", ""},
-          {{{"GetFileSize", 4}},
+          {"SHCreateDirectoryExW 1", "#ERROR: Failed To Create Target Folder: D:\\New\\Data\n"},
+          {"GetFileSize 4",
            "#ERROR: Unable to copy from Source = C:\\Data\\inner\\two.bin to Target = D:\\New\\Data\\inner\\two.bin. "
            "Access is denied.\n\n#ERROR: Unable to move files and folders from Source = C:\\Data to Target = "
            "D:\\New\\Data.\n",
-           "",
-           false,
-           "C:\\Data\\inner -> D:\\New\\Data\\inner\n"},
-          {{{"DeviceIoControl", 1}}, "#ERROR: Unable to create junction" + of + isBack, "", false, back},
-          {{{"RegOpenKeyExW", 13}}, records + isBack, "", false, back},
-          {{{"RegOpenKeyExW", 15}}, records + isBack, "", false, back},
-          {{{"RegCreateKeyExW", 1}}, notRecorded + isBack, "", false, back},
-          {{{"RegSetValueExW", 2}}, notRecorded + isBack, "", false, back},
-          {{{"RegCreateKeyExW", 1}, {"DeviceIoControl", 2}},
+           "", "C:\\Data\\inner -> D:\\New\\Data\\inner\n"},
+          {"DeviceIoControl 1", "#ERROR: Unable to create junction" + of + isBack, "", back},
+          {"RegOpenKeyExW 13", records + isBack, "", back},
+          {"RegOpenKeyExW 15", records + isBack, "", back},
+          {"RegCreateKeyExW 1", notRecorded + isBack, "", back},
+          {"RegSetValueExW 2", notRecorded + isBack, "", back},
+          {"RegCreateKeyExW 1, DeviceIoControl 2",
            notRecorded + "#ERROR: Path C:\\Data is not junction.\n#ERROR: Unable to delete Junction. path = C:\\Data. "
                          "The files and folders stay in D:\\New\\Data.\n",
            "changed: C:\\Data\ngone: C:\\Data\\inner\ngone: C:\\Data\\inner\\two.bin\ngone: C:\\Data\\one.txt\n"
            "new: D:\\New\nnew: D:\\New\\Data\nnew: D:\\New\\Data\\inner\nnew: D:\\New\\Data\\inner\\two.bin\n"
            "new: D:\\New\\Data\\one.txt\n",
-           false,
            there},
-          {{{"RegCreateKeyExW", 1}, {"GetFileSize", 7}},
+          {"RegCreateKeyExW 1, GetFileSize 7",
            notRecorded + "#ERROR: Unable to copy from Source = D:\\New\\Data\\inner\\two.bin to Target = "
                          "C:\\Data\\inner\\two.bin. Access is denied.\n\n#ERROR: Unable to move "
                          "C:\\Data\\inner\\two.bin back. It "
@@ -296,19 +293,16 @@ TEST_F(FolderRedirectionTest, AFailureIsTakenBackOrToldOf) {
                          "The others stay in D:\\New\\Data.\n",
            "gone: C:\\Data\\inner\\two.bin\nnew: D:\\New\nnew: D:\\New\\Data\nnew: D:\\New\\Data\\inner\n"
            "new: D:\\New\\Data\\inner\\two.bin\n",
-           false,
            back},
       });
   MakeFolder(u"D:\\Target\\Data");
   ExpectFailures(
       {u"/RedirectFolder", u"C:\\Data", u"/loc:D:\\Target"},
       [&](const Failure& row) { return Failed(kFolder, row.log, row.said); },
-      {{{{"RegCreateKeyExW", 1}},
+      {{"RegCreateKeyExW 1",
         "#ERROR: Unable to add Junction Point to Registry for Source = C:\\Data and Target = D:\\Target\\Data.\n" +
             isBack,
-        "",
-        false,
-        "\nThe target folder: \"D:\\Target\\Data\" already exists.\n" + kMoved + kMovedBack}});
+        "", "\nThe target folder: \"D:\\Target\\Data\" already exists.\n" + kMoved + kMovedBack}});
 }
 
 TEST_F(FolderRedirectionTest, AFailedRemovalPutsTheJunctionBackOrTells) {
@@ -328,27 +322,19 @@ TEST_F(FolderRedirectionTest, AFailedRemovalPutsTheJunctionBackOrTells) {
         return row.done ? Succeeded(kRemoval, row.log, row.said) : Failed(kRemoval, row.log, row.said);
       },
       {
-          {{{"DeviceIoControl", 1}},
-           "#ERROR: Unable to perform DeviceIoControl operation.\n#ERROR: Unable to get Junction Target Path.\n",
-           ""},
-          {{{"DeviceIoControl", 2}},
-           "#ERROR: Unable to read the attributes of the folder C:\\Data. Access is denied.\n\n",
-           ""},
-          {{{"DeviceIoControl", 4}}, "#ERROR: Unable to delete Junction. path = C:\\Data.\n", ""},
-          {{{"GetFileSize", 4}},
+          {"DeviceIoControl 1",
+           "#ERROR: Unable to perform DeviceIoControl operation.\n#ERROR: Unable to get Junction Target Path.\n"},
+          {"DeviceIoControl 2", "#ERROR: Unable to read the attributes of the folder C:\\Data. Access is denied.\n\n"},
+          {"DeviceIoControl 4", "#ERROR: Unable to delete Junction. path = C:\\Data.\n"},
+          {"GetFileSize 4",
            "#ERROR: Unable to copy from Source = D:\\Target\\Data\\inner\\two.bin to Target = "
            "C:\\Data\\inner\\two.bin. Access is denied.\n\n#ERROR: Unable to move files and folders from Source = "
            "C:\\Data to Target = D:\\Target\\Data.\n",
-           "",
-           false,
-           "D:\\Target\\Data\\inner -> C:\\Data\\inner\n"},
-          {{{"RegDeleteKeyW", 1}}, recorded, "", false, undone},
-          {{{"RegDeleteKeyW", 1}, {"DeviceIoControl", 5}},
-           recorded + "#ERROR: Unable to create junction for " + of,
-           "changed: C:\\Data\n",
-           false,
-           undone},
-          {{{"RegDeleteKeyW", 1}, {"GetFileSize", 7}},
+           "", "D:\\Target\\Data\\inner -> C:\\Data\\inner\n"},
+          {"RegDeleteKeyW 1", recorded, "", undone},
+          {"RegDeleteKeyW 1, DeviceIoControl 5", recorded + "#ERROR: Unable to create junction for " + of,
+           "changed: C:\\Data\n", undone},
+          {"RegDeleteKeyW 1, GetFileSize 7",
            recorded + "#ERROR: Unable to copy from Source = C:\\Data\\inner\\two.bin to Target = "
                       "D:\\Target\\Data\\inner\\two.bin. Access is denied.\n\n#ERROR: Unable to move "
                       "D:\\Target\\Data\\inner\\two.bin back. It stays at C:\\Data\\inner\\two.bin.\n#ERROR: Unable to "
@@ -356,23 +342,13 @@ TEST_F(FolderRedirectionTest, AFailedRemovalPutsTheJunctionBackOrTells) {
                       "files and folders back to D:\\Target\\Data. The others stay in C:\\Data.\n",
            "changed: C:\\Data\ngone: D:\\Target\\Data\\inner\\two.bin\nnew: C:\\Data\\inner\n"
            "new: C:\\Data\\inner\\two.bin\n",
-           false,
            undone},
-          {{{"RegOpenKeyExW", 9}},
-           "#ERROR: Unable to update redirected folder path in registry.\n" + isBack,
-           "changed: C:\\Data\nchanged: D:\\Target\ngone: D:\\Target\\Data\n" + home,
-           false,
-           kMovedBack},
-          {{{"NetShareEnum", 2}},
-           "#ERROR: Unable to read the network shares of folder D:\\Target\\Data.\n" + isBack,
-           "changed: C:\\Data\nchanged: D:\\Target\\Data\n" + home,
-           false,
-           kMovedBack},
-          {{{"RemoveDirectoryW", 2}},
-           "#INFO: The folder D:\\Target\\Data could not be removed. Access is denied.\n\n",
-           "changed: C:\\Data\nchanged: D:\\Target\\Data\n" + home,
-           true,
-           kMovedBack},
+          {"RegOpenKeyExW 9", "#ERROR: Unable to update redirected folder path in registry.\n" + isBack,
+           "changed: C:\\Data\nchanged: D:\\Target\ngone: D:\\Target\\Data\n" + home, kMovedBack},
+          {"NetShareEnum 2", "#ERROR: Unable to read the network shares of folder D:\\Target\\Data.\n" + isBack,
+           "changed: C:\\Data\nchanged: D:\\Target\\Data\n" + home, kMovedBack},
+          {"RemoveDirectoryW 2", "#INFO: The folder D:\\Target\\Data could not be removed. Access is denied.\n\n",
+           "changed: C:\\Data\nchanged: D:\\Target\\Data\n" + home, kMovedBack, true},
       });
 }
 

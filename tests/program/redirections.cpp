@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <set>
+#include <sstream>
 #include <vector>
 
 #include "probes/privileges.h"
@@ -89,6 +90,24 @@ void Redirections::Restart(const Disks& disks) {
   for (const auto& [name, device] : disks) copies[name] = device->Clone();
   machine.reset();
   machine = BootFrom(std::move(copies));
+}
+
+void Redirections::ExpectFailures(std::initializer_list<std::u16string> words, const Expected& expected,
+                                  const std::vector<Failure>& rows) {
+  const Disks disks = machine->Snapshot();
+  const State before = Now();
+  for (const Failure& row : rows) {
+    Restart(disks);
+    std::istringstream calls(row.calls);
+    std::uint64_t number = 0;
+    for (std::string name; calls >> name >> number; calls.ignore())
+      machine->gate.FailCall(name, number, win32::ERROR_ACCESS_DENIED);
+    const RunResult run = Run(words);
+    machine->gate.ClearFailures();
+    EXPECT_EQ(Answer(run), expected(row)) << row.calls;
+    EXPECT_EQ(ChangesSince(before), row.changes) << row.calls;
+  }
+  Restart(disks);
 }
 
 void Redirections::RefuseEachCall(std::initializer_list<std::u16string> words, const Told& told) {
