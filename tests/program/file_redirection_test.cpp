@@ -15,16 +15,12 @@ using test::Answer, test::Contents, test::Exists, test::Failed, test::MakeFile, 
 using test::kSource, test::kTarget, test::kText, test::kVolume;
 
 const std::u16string kConfig = u"C:\\Program Files\\Velmora\\Quillbay\\ServiceConfig.xml";
-std::string SymbolicLink(const std::string& path) {
-  return "IsSymbolicLink()::The specified directory or file " + path + " is symbolic link\n";
-}
 const std::string kWent =
-    "#INFO: Target D:\\Target\\file.txt doesn't exists so checking free space using parent directory D:\\Target\n"
-    "#INFO: The file C:\\Data\\file.txt is now in D:\\Target\\file.txt.\n";
+    "#INFO: Target TARGET doesn't exists so checking free space using parent directory D:\\Target\n#INFO: The file "
+    "SOURCE is now in TARGET.\n";
 const std::string kCame =
-    SymbolicLink("C:\\Data\\file.txt") +
-    "#INFO: The file C:\\Data\\file.txt is in D:\\Target\\file.txt until it is back in its place.\n"
-    "#INFO: The file C:\\Data\\file.txt is back in its place.\n";
+    "#INFO: The file SOURCE is in TARGET until it is back in its place.\n#INFO: The file SOURCE is back in its "
+    "place.\n";
 
 const std::string kTooLong =
     "' exceeds the system-defined maximum length of 248 characters. Browse to a different location.\n";
@@ -41,16 +37,13 @@ TEST_F(FileRedirectionTest, GoesAndComesBackWithAllThatItHas) {
     EXPECT_EQ(Answer(Redirect(typed)), Succeeded("File Redirection", kWent));
     ExpectRedirected();
     EXPECT_EQ(ChangesSince(before),
-              "changed: C:\\Data\\file.txt\nnew: D:\\Target\\file.txt\n"
-              "new: QUILLBAY\\FileJunctions\\2 Source = C:\\Data\\file.txt\n"
-              "new: QUILLBAY\\FileJunctions\\2 Target = D:\\Target\\file.txt\n");
+              "changed: SOURCE\nnew: TARGET\nnew: QUILLBAY\\FileJunctions\\2 Source = SOURCE\nnew: "
+              "QUILLBAY\\FileJunctions\\2 Target = TARGET\n");
     EXPECT_EQ(AnswerTo({u"/RedirectFile"}),
-              "exit 0\nSource   Target\n\nC:\\Data\\file.txt   D:\\Target\\file.txt\n"
-              "C:\\Data\\other.txt   D:\\Target\\other.txt\n");
-    EXPECT_EQ(Answer(Redirect()),
-              Failed("File Redirection", SymbolicLink("C:\\Data\\file.txt") +
-                                             "#ERROR: Symbolic Link already exists for Source = C:\\Data\\file.txt and "
-                                             "Target = D:\\Target\\file.txt.\n"));
+              "exit 0\nSource   Target\n\nSOURCE   TARGET\nC:\\Data\\other.txt   D:\\Target\\other.txt\n");
+    EXPECT_EQ(
+        Answer(Redirect()),
+        Failed("File Redirection", "#ERROR: Symbolic Link already exists for Source = SOURCE and Target = TARGET.\n"));
     EXPECT_EQ(AnswerTo({u"/RedirectFile", typed, std::u16string(u"/loc:") + location, u"/d"}),
               Removal(true, kCame, Service::HasWork));
     ExpectAtHome();
@@ -70,7 +63,7 @@ TEST_F(FileRedirectionTest, WithoutPermissionsTheCopyHasThoseOfItsFolder) {
 // Each rule alone, and nothing changes.
 TEST_F(FileRedirectionTest, IsRefused) {
   for (const auto* folder :
-       {u"D:\\Links", u"D:\\Closed", u"D:\\Blind", u"D:\\Folder", u"D:\\Folder\\file.txt", u"D:\\Hidden"})
+       {u"D:\\Links", u"D:\\Closed", u"D:\\Blind", u"D:\\Folder", u"D:\\Folder\\file.txt", u"D:\\Hidden", u"D:\\Read"})
     MakeFolder(folder);
   State before = Now();
   const auto refused = [&](const std::u16string& source, const std::u16string& folder, const std::string& log) {
@@ -83,17 +76,17 @@ TEST_F(FileRedirectionTest, IsRefused) {
   refused(u"file.txt", to, "#ERROR: The selected folder file.txt is a relative path. Browse to a different location\n");
   refused(kSource, u"Target",
           "#ERROR: The selected folder Target is a relative path. Browse to a different location\n");
-  refused(kSource + u":note", to, "#ERROR:Invalid path : C:\\Data\\file.txt:note\n");
+  refused(kSource + u":note", to, "#ERROR:Invalid path : SOURCE:note\n");
   refused(kSource, u"D:", "#ERROR:Invalid path : D:\n");
   refused(kSource, u"\\\\server\\share",
           "#ERROR: Unable to get Drive Number for path  = \\\\server\\share.\n#ERROR: Target '\\\\server\\share' must "
           "be a NTFS formatted volume. Browse to a different location.\n");
   refused(kSource, u"C:\\data",
-          "Checking source folder equals to target.\nSource: C:\\Data\\file.txt Target: C:\\Data\\file.txt #ERROR: "
-          "Cannot redirect when Source and Target folder are the same. Browse to a different location.\n");
+          "Checking source folder equals to target.\nSource: SOURCE Target: SOURCE #ERROR: Cannot redirect when Source "
+          "and Target folder are the same. Browse to a different location.\n");
   refused(kSource, u"C:\\Data\\inner",
-          "Checking source folder contained in target.\nSource: C:\\Data\\file.txt Target: C:\\Data\\inner\\file.txt "
-          "#ERROR: Cannot redirect within the same Source folder. Browse to a different location.\n#INFO: Target "
+          "Checking source folder contained in target.\nSource: SOURCE Target: C:\\Data\\inner\\file.txt #ERROR: "
+          "Cannot redirect within the same Source folder. Browse to a different location.\n#INFO: Target "
           "C:\\Data\\inner\\file.txt doesn't exists so checking free space using parent directory C:\\Data\\inner\n");
 
   MakeFile(u"D:\\Target\\taken", "theirs");
@@ -109,19 +102,14 @@ TEST_F(FileRedirectionTest, IsRefused) {
   refused(u"C:\\Data\\cloud.txt", to,
           "#ERROR: C:\\Data\\cloud.txt - Its contents are kept elsewhere (reparse tag 0x9000001A), by a cloud service, "
           "deduplication or a storage tier. Bring them back to this disk and try again.\n");
-  refused(
-      u"C:\\Data\\link.txt", to,
-      SymbolicLink("C:\\Data\\link.txt") +
-          "#ERROR: Symbolic Link already exists for Source = C:\\Data\\link.txt and Target = C:\\Data\\file.txt.\n");
-  refused(
-      u"C:\\Linked\\file.txt", u"D:\\Other",
-      SymbolicLink("C:\\Linked") +
+  refused(u"C:\\Data\\link.txt", to,
+          "#ERROR: Symbolic Link already exists for Source = C:\\Data\\link.txt and Target = SOURCE.\n");
+  refused(u"C:\\Linked\\file.txt", u"D:\\Other",
           "#ERROR: The parent folder of C:\\Linked\\file.txt is Symbolic Link. Browse to a different location.\n#INFO: "
           "Target D:\\Other\\file.txt doesn't exists so checking free space using parent directory D:\\Other\n");
-  refused(kSource, u"D:\\Links",
-          SymbolicLink("D:\\Links\\file.txt") +
-              "#ERROR: The target file 'D:\\Links\\file.txt' is already a Symbolic Link. Browse to a different "
-              "location.\n");
+  refused(
+      kSource, u"D:\\Links",
+      "#ERROR: The target file 'D:\\Links\\file.txt' is already a Symbolic Link. Browse to a different location.\n");
   refused(source247, to, "#ERROR: The specified path '" + Utf8(source247) + kTooLong);
   const std::u16string longest = u"D:\\" + std::u16string(246 - 3 - 9, u't');  // with "\file.txt" 246
   ASSERT_EQ(Redirect(kSource, longest).exitCode + Remove(longest).exitCode, 0);
@@ -155,22 +143,22 @@ TEST_F(FileRedirectionTest, IsRefused) {
   MakeFile(u"C:\\Data\\used.txt", "used");
   const auto used =
       machine->files().OpenForeign(4242, u"C:\\Data\\used.txt", win32::GENERIC_READ, win32::FILE_SHARE_READ);
-  MakeFile(u"D:\\Target\\file.txt", "theirs", win32::FILE_ATTRIBUTE_READONLY);
+  MakeFile(u"D:\\Read\\file.txt", "theirs", win32::FILE_ATTRIBUTE_READONLY);
   MakeFile(u"D:\\Hidden\\file.txt", "theirs", win32::FILE_ATTRIBUTE_HIDDEN);
   EXPECT_TRUE(win32::CreateHardLinkW(u"C:\\file.txt", kSource.c_str(), nullptr));
   before = Now();
   refused(u"C:\\Data\\used.txt", to,
           "#INFO: Target D:\\Target\\used.txt doesn't exists so checking free space using parent directory "
           "D:\\Target\n#ERROR: (Source) C:\\Data\\used.txt - File is locked.\n");
-  for (const std::u16string folder : {u"D:\\Target", u"D:\\Folder", u"D:\\Hidden"})
+  for (const std::u16string folder : {u"D:\\Read", u"D:\\Folder", u"D:\\Hidden"})
     refused(kSource, folder,
-            "#INFO: The file C:\\Data\\file.txt has 2 names. The others keep the file as it is now.\n#ERROR: Unable to "
-            "copy file from Source = C:\\Data\\file.txt and Target = " +
+            "#INFO: The file SOURCE has 2 names. The others keep the file as it is now.\n#ERROR: Unable to copy file "
+            "from Source = SOURCE and Target = " +
                 Utf8(folder) + "\\file.txt. Error: 5\n");
   refused(kSource, u"C:\\",
-          "#INFO: C:\\ is on the same volume as C:\\Data\\file.txt: what is discarded there at a restart is discarded "
-          "at both places.\nChecking source folder equals to target.\nSource: C:\\Data\\file.txt Target: C:\\file.txt "
-          "#ERROR: Cannot redirect when Source and Target folder are the same. Browse to a different location.\n");
+          "#INFO: C:\\ is on the same volume as SOURCE: what is discarded there at a restart is discarded at both "
+          "places.\nChecking source folder equals to target.\nSource: SOURCE Target: C:\\file.txt #ERROR: Cannot "
+          "redirect when Source and Target folder are the same. Browse to a different location.\n");
   machine->files().CloseForeign(used);
 
   machine->FindByLetter(u'D')->fileSystem = u"FAT32";
@@ -194,16 +182,13 @@ TEST_F(FileRedirectionTest, RemovalIsRefused) {
   refused(u"D:\\No", "#ERROR: Target = D:\\No\\file.txt Path Does Not Exist.\n", Service::IsIdle);
   MakeFile(kTarget, "theirs");
   before = Now();
-  refused(u"D:\\Target", "#ERROR: Symbolic Link doesn't exists for Source = C:\\Data\\file.txt.\n", Service::IsIdle);
+  refused(u"D:\\Target", "#ERROR: Symbolic Link doesn't exists for Source = SOURCE.\n", Service::IsIdle);
   Delete(kSource);
   before = Now();
-  refused(u"D:\\Target", "#ERROR: Source = C:\\Data\\file.txt Path Does Not Exist.\n", Service::IsIdle);
+  refused(u"D:\\Target", "#ERROR: Source = SOURCE Path Does Not Exist.\n", Service::IsIdle);
   MakeLink(kSource, kTarget);
   before = Now();
-  refused(u"D:\\Target",
-          SymbolicLink("C:\\Data\\file.txt") +
-              "#ERROR: Symbolic Link wasn't created by Quillbay for Source = C:\\Data\\file.txt and Target = "
-              "D:\\Target\\file.txt.\n",
+  refused(u"D:\\Target", "#ERROR: Symbolic Link wasn't created by Quillbay for Source = SOURCE and Target = TARGET.\n",
           Service::IsIdle);
 
   // Recorded, but made anew by somebody since.
@@ -214,19 +199,14 @@ TEST_F(FileRedirectionTest, RemovalIsRefused) {
   Delete(kSource);
   MakeLink(kSource, u"D:\\Target\\other.txt");
   before = Now();
-  refused(u"D:\\Target",
-          SymbolicLink("C:\\Data\\file.txt") +
-              "#ERROR: Symbolic Link wasn't created by Quillbay for Source = C:\\Data\\file.txt and Target = "
-              "D:\\Target\\file.txt.\n",
+  refused(u"D:\\Target", "#ERROR: Symbolic Link wasn't created by Quillbay for Source = SOURCE and Target = TARGET.\n",
           Service::HasWork);
   Delete(kSource);
   MakeLink(kSource, kTarget);
   const auto held = machine->files().OpenForeign(
       4242, kTarget, win32::GENERIC_WRITE, win32::FILE_SHARE_READ | win32::FILE_SHARE_WRITE | win32::FILE_SHARE_DELETE);
   before = Now();
-  refused(u"D:\\Target",
-          SymbolicLink("C:\\Data\\file.txt") + "#ERROR: (Target) D:\\Target\\file.txt - File is locked.\n",
-          Service::HasWork);
+  refused(u"D:\\Target", "#ERROR: (Target) TARGET - File is locked.\n", Service::HasWork);
   machine->files().CloseForeign(held);
   EXPECT_EQ(Remove().exitCode, 0);
 }
@@ -254,10 +234,10 @@ TEST_F(FileRedirectionTest, WaitsSomeSecondsForTheName) {
       continue;
     }
     machine->files().CloseForeign(scanner);
-    const std::string of = " Source = C:\\Data\\file.txt and Target = D:\\Target\\file.txt.";
+    const std::string of = " Source = SOURCE and Target = TARGET.";
     EXPECT_EQ(answer, Failed("File Redirection", kWent + "#ERROR: Unable to create junction for" + of +
                                                      "\n#ERROR: Unable to copy back file from" + of +
-                                                     " Error: 183\n#ERROR: The file stays in D:\\Target\\file.txt.\n"));
+                                                     " Error: 183\n#ERROR: The file stays in TARGET.\n"));
   }
 }
 
@@ -306,9 +286,8 @@ TEST_F(FileRedirectionTest, AServiceWithoutWorkIsSwitchedOff) {
   const State before = Now();
   EXPECT_EQ(Answer(Remove()), Removal(true, kCame, Service::IsIdle));
   EXPECT_EQ(ChangesSince(before),
-            "changed: C:\\Data\\file.txt\ngone: D:\\Target\\file.txt\ngone: QUILLBAY\\FileJunctions\\1 Source = "
-            "C:\\Data\\file.txt\ngone: QUILLBAY\\FileJunctions\\1 Target = D:\\Target\\file.txt\ngone: service: 4, "
-            "starts 2\nnew: service: 1, starts 3\n");
+            "changed: SOURCE\ngone: TARGET\ngone: QUILLBAY\\FileJunctions\\1 Source = SOURCE\ngone: "
+            "QUILLBAY\\FileJunctions\\1 Target = TARGET\ngone: service: 4, starts 2\nnew: service: 1, starts 3\n");
 }
 
 TEST_F(FileRedirectionTest, AConfigurationThatCannotBeReadStopsNoService) {
@@ -328,7 +307,7 @@ TEST_F(FileRedirectionTest, APairThatIsRecordedAlreadyIsNoFailure) {
   BringHome();
   EXPECT_EQ(Answer(Redirect()),
             Succeeded("File Redirection", kWent + "ERROR: Source and Target Path already exists in Registry.\n"));
-  EXPECT_EQ(ChangesSince(before), "changed: D:\\Target\\file.txt\n");  // its access list, on the way home
+  EXPECT_EQ(ChangesSince(before), "changed: TARGET\n");  // its access list, on the way home
 }
 
 // Neither goes on from there; of two that an earlier version made, the last is removed first.
@@ -336,10 +315,9 @@ TEST_F(FileRedirectionTest, ARedirectedFileGoesNoFurther) {
   const std::u16string third = u"C:\\Third\\file.txt";
   MakeFolder(u"C:\\Third");
   ASSERT_EQ(Redirect().exitCode, 0);
-  EXPECT_EQ(Answer(Redirect(kTarget, u"C:\\Third")),
-            Failed("File Redirection",
-                   "#ERROR: D:\\Target\\file.txt belongs to another redirection, Source = C:\\Data\\file.txt and "
-                   "Target = D:\\Target\\file.txt. Remove that one first.\n"));
+  EXPECT_EQ(Answer(Redirect(kTarget, u"C:\\Third")), Failed("File Redirection",
+                                                            "#ERROR: TARGET belongs to another redirection, Source = "
+                                                            "SOURCE and Target = TARGET. Remove that one first.\n"));
   ExpectRedirected();
 
   ASSERT_TRUE(win32::MoveFileExW(kTarget.c_str(), third.c_str(), win32::MOVEFILE_COPY_ALLOWED));
@@ -350,10 +328,8 @@ TEST_F(FileRedirectionTest, ARedirectedFileGoesNoFurther) {
     const State before = Now();
     EXPECT_EQ(Answer(Remove(u"C:\\Third")),
               Removal(false,
-                      "IsSymbolicLink()::The specified directory or file C:\\Data\\file.txt is symbolic "
-                      "link\nIsSymbolicLink()::The specified directory or file D:\\Target\\file.txt is symbolic "
-                      "link\n#ERROR: Symbolic Link C:\\Data\\file.txt leads through another redirection, Source = "
-                      "D:\\Target\\file.txt and Target = C:\\Third\\file.txt. Remove that one first.\n",
+                      "#ERROR: Symbolic Link SOURCE leads through another redirection, Source = TARGET and Target = "
+                      "C:\\Third\\file.txt. Remove that one first.\n",
                       Service::HasWork));
     EXPECT_EQ(ChangesSince(before), "");
   };

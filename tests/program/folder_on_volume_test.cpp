@@ -13,29 +13,28 @@ using test::Answer, test::Contents, test::Exists, test::Failed, test::Failure, t
     test::MakeFolder, test::Succeeded;
 
 const std::string kFolder = "Folder Redirection", kRemoval = "Folder Redirection Removal";
-const std::string kStands = "\nThe target folder: \"C:\\Data.mount\" already exists.\n";
+const std::string kStands = "\nThe target folder: \"MOUNT\" already exists.\n";
 const std::string kMoved =
-    "C:\\Data\\inner -> C:\\Data.mount\\inner\nC:\\Data\\inner\\two.bin -> C:\\Data.mount\\inner\\two.bin\n"
-    "C:\\Data\\one.txt -> C:\\Data.mount\\one.txt\n";
+    "C:\\Data\\inner -> MOUNT\\inner\nC:\\Data\\inner\\two.bin -> MOUNT\\inner\\two.bin\nC:\\Data\\one.txt -> "
+    "MOUNT\\one.txt\n";
 const std::string kUndone =
-    "C:\\Data.mount\\inner -> C:\\Data\\inner\nC:\\Data.mount\\inner\\two.bin -> C:\\Data\\inner\\two.bin\n"
-    "C:\\Data.mount\\one.txt -> C:\\Data\\one.txt\n";
-const std::string kNotMoved =
-    "#ERROR: Unable to move files and folders from Source = C:\\Data to Target = C:\\Data.mount.\n";
+    "MOUNT\\inner -> C:\\Data\\inner\nMOUNT\\inner\\two.bin -> C:\\Data\\inner\\two.bin\nMOUNT\\one.txt -> "
+    "C:\\Data\\one.txt\n";
+const std::string kNotMoved = "#ERROR: Unable to move files and folders from Source = C:\\Data to Target = MOUNT.\n";
 // What is there while the folder is on the volume.
 const std::string kAway =
-    "changed: C:\\Data\ngone: C:\\Data\\inner\ngone: C:\\Data\\inner\\two.bin\ngone: C:\\Data\\one.txt\n"
-    "gone: mounts = \nchanged: root of the volume\n";
+    "changed: C:\\Data\ngone: C:\\Data\\inner\ngone: C:\\Data\\inner\\two.bin\ngone: C:\\Data\\one.txt\ngone: mounts = "
+    "\nchanged: root of the volume\n";
 const std::string kRecord =
     "new: QUILLBAY\\Junctions\\1 Source = C:\\Data\nnew: QUILLBAY\\Junctions\\1 Target = VOLUME\\\n";
 const std::string kThere =
-    "new: QUILLBAY\\VolumeRoots VOLUME\\ = O:BAG:SYD:AI(A;OICI;FA;;;BA)(A;OICI;FA;;;SY)(A;OICI;0x1301bf;;;AU)"
-    "(A;OICI;0x1200a9;;;BU)\nnew: VOLUME\\inner\nnew: VOLUME\\inner\\two.bin\nnew: VOLUME\\one.txt\n"
-    "new: mounts = C:\\Data\\|\n";
+    "new: QUILLBAY\\VolumeRoots VOLUME\\ = "
+    "O:BAG:SYD:AI(A;OICI;FA;;;BA)(A;OICI;FA;;;SY)(A;OICI;0x1301bf;;;AU)(A;OICI;0x1200a9;;;BU)\nnew: "
+    "VOLUME\\inner\nnew: VOLUME\\inner\\two.bin\nnew: VOLUME\\one.txt\nnew: mounts = C:\\Data\\|\n";
 const std::string kBack =
-    "#INFO: The selected target folder C:\\Data.mount does not exist. Ignoring PathIsDirectory validation.\n"
-    "#ERROR: Unable to get File Attributes for path = C:\\Data.mountThe system cannot find the file specified.\n\n"
-    "#INFO: Target C:\\Data.mount doesn't exists so checking free space using parent directory C:\n";
+    "#INFO: The selected target folder MOUNT does not exist. Ignoring PathIsDirectory validation.\n#ERROR: Unable to "
+    "get File Attributes for path = MOUNTThe system cannot find the file specified.\n\n#INFO: Target MOUNT doesn't "
+    "exists so checking free space using parent directory C:\n";
 
 class FolderOnVolume : public test::OneFolder {
  protected:
@@ -157,7 +156,7 @@ TEST_F(FolderOnVolume, AVolumeThatWasUnmountedByHandIsLeftAlone) {
   machine->gate.Observe(
       [&](const char* name, std::uint64_t) { probed |= std::string_view(name) == "FindFirstVolumeW"; });
   EXPECT_EQ(Answer(Redirect()),
-            Failed(kFolder, "#ERROR: Junction already exists for Source = C:\\Data and Target = VOLUME.\n"));
+            Failed(kFolder, "#ERROR: Junction already exists for Source = C:\\Data and Target = VOLUME\\.\n"));
   machine->gate.Observe({});
   EXPECT_FALSE(probed);
   EXPECT_EQ(Answer(Remove()), Failed(kRemoval, "#ERROR: Volume Path to Normal Path Conversion Failed.\n"));
@@ -239,8 +238,8 @@ TEST_F(FolderOnVolume, IsRefused) {
   refused(u"C:\\Data", kVolume, "#ERROR: Volume Path to Normal Path Conversion Failed.\n", kRemoval);
   ASSERT_TRUE(MountVolume(u"D:\\Mounted", kVolume));
   before = Now();
-  refused(u"C:\\Data", kVolume, "#ERROR: The selected volume VOLUME already mounted.\n");
-  refused(u"D:\\Mounted", kVolume, "#ERROR: Junction doesn't exists for Source = D:\\Mounted and Target = VOLUME.\n",
+  refused(u"C:\\Data", kVolume, "#ERROR: The selected volume VOLUME\\ already mounted.\n");
+  refused(u"D:\\Mounted", kVolume, "#ERROR: Junction doesn't exists for Source = D:\\Mounted and Target = VOLUME\\.\n",
           kRemoval);
   ASSERT_TRUE(win32::DeleteVolumeMountPointW(u"D:\\Mounted\\"));
   EXPECT_EQ(Onto(longest).exitCode, 0);
@@ -277,7 +276,7 @@ TEST_F(FolderOnVolume, TakesNobodysFolder) {
   MakeFolder(u"C:\\Data.mount");
   MakeFile(u"C:\\Data.mount\\mine.txt", "mine");
   State before = Now();
-  EXPECT_EQ(Answer(Redirect()), Failed(kFolder, "#ERROR: Failed to Mount Volume on Target Folder: C:\\Data.mount\n"));
+  EXPECT_EQ(Answer(Redirect()), Failed(kFolder, "#ERROR: Failed to Mount Volume on Target Folder: MOUNT\n"));
   EXPECT_EQ(ChangesSince(before), "");
   ASSERT_TRUE(win32::DeleteFileW(u"C:\\Data.mount\\mine.txt"));
   test::SetTimes(u"C:\\Data.mount", 5);
@@ -296,9 +295,11 @@ TEST_F(FolderOnVolume, TakesNobodysFolder) {
   MakeFolder(u"C:\\Data.mount");
   MakeFile(u"C:\\Data.mount\\one.txt", "mine");
   before = Now();
-  EXPECT_EQ(Answer(Remove()), Failed(kRemoval,
-                                     "#ERROR: The folder C:\\Data.mount already exists and is not empty. Rename it, "
-                                     "and remove the redirection again.\n"));
+  EXPECT_EQ(
+      Answer(Remove()),
+      Failed(
+          kRemoval,
+          "#ERROR: The folder MOUNT already exists and is not empty. Rename it, and remove the redirection again.\n"));
   EXPECT_EQ(ChangesSince(before), "");
   ASSERT_TRUE(win32::DeleteFileW(u"C:\\Data.mount\\one.txt"));
   EXPECT_EQ(Answer(Remove()), Succeeded(kRemoval, "", kStands + kMoved)) << "an empty one becomes the folder";
@@ -307,46 +308,45 @@ TEST_F(FolderOnVolume, TakesNobodysFolder) {
 }
 
 TEST_F(FolderOnVolume, AFailureIsTakenBackOrToldOf) {
-  const std::string notRenamed = "#ERROR: Unable to rename folder C:\\Data.mount. Access is denied.\n\n";
+  const std::string notRenamed = "#ERROR: Unable to rename folder MOUNT. Access is denied.\n\n";
   const std::string notRecorded =
-      "#ERROR: Unable to add Junction Point to Registry for Source = C:\\Data and Target = C:\\Data.mount.\n";
+      "#ERROR: Unable to add Junction Point to Registry for Source = C:\\Data and Target = MOUNT.\n";
   const std::string there = kStands + kMoved, undone = there + kUndone;
   ExpectFailures(
       {u"/RedirectFolder", u"C:\\Data", u"/vol:" + kVolume},
       [](const Failure& row) { return Failed(kFolder, row.log, row.said); },
       {
-          {"SHCreateDirectoryExW 1", "#ERROR: Failed To Create Target Folder: C:\\Data.mount\n"},
-          {"SHCreateDirectoryExW 2", "#ERROR: Failed To Create Target Folder: C:\\Data.mount\n"},
-          {"SetVolumeMountPointW 1", "#ERROR: Failed to Mount Volume on Target Folder: C:\\Data.mount\n"},
+          {"SHCreateDirectoryExW 1", "#ERROR: Failed To Create Target Folder: MOUNT\n"},
+          {"SHCreateDirectoryExW 2", "#ERROR: Failed To Create Target Folder: MOUNT\n"},
+          {"SetVolumeMountPointW 1", "#ERROR: Failed to Mount Volume on Target Folder: MOUNT\n"},
           {"GetFileSize 3",
-           "#ERROR: Unable to copy from Source = C:\\Data\\inner\\two.bin to Target = C:\\Data.mount\\inner\\two.bin. "
-           "Access is denied.\n\n" +
+           "#ERROR: Unable to copy from Source = C:\\Data\\inner\\two.bin to Target = MOUNT\\inner\\two.bin. Access is "
+           "denied.\n\n" +
                kNotMoved,
-           "", kStands + "C:\\Data\\inner -> C:\\Data.mount\\inner\n"},
+           "", kStands + "C:\\Data\\inner -> MOUNT\\inner\n"},
           {"RemoveDirectoryW 2", "#ERROR: Unable to remove folder C:\\Data. Access is denied.\n\n", "", undone},
           {"MoveFileW 1", notRenamed, "", undone},
           {"RegCreateKeyExW 2", notRecorded, "", undone},
           {"RegCreateKeyExW 2, MoveFileW 2",
            notRecorded + "#ERROR: Unable to rename folder C:\\Data. Access is denied.\n\n#ERROR: The files and folders "
-                         "stay on volume VOLUME, which is mounted at C:\\Data.\n",
+                         "stay on volume VOLUME\\, which is mounted at C:\\Data.\n",
            kAway + kThere, there},
           {"MoveFileW 1, CreateDirectoryW 2", notRenamed + "#ERROR: Failed To create directory = C:\\Data.\n", "",
            undone},
           {"MoveFileW 1, DeleteVolumeMountPointW 1",
-           notRenamed + "#ERROR: Unable to unmount the volume from folder C:\\Data.mount. Access is denied.\n\n", "",
-           undone},
+           notRenamed + "#ERROR: Unable to unmount the volume from folder MOUNT. Access is denied.\n\n", "", undone},
           {"MoveFileW 1, GetFileSize 6",
-           notRenamed + "#ERROR: Unable to copy from Source = C:\\Data.mount\\inner\\two.bin to Target = "
+           notRenamed + "#ERROR: Unable to copy from Source = MOUNT\\inner\\two.bin to Target = "
                         "C:\\Data\\inner\\two.bin. Access is denied.\n\n#ERROR: Unable to move "
-                        "C:\\Data\\inner\\two.bin back. It stays at C:\\Data.mount\\inner\\two.bin.\n#ERROR: Unable to "
-                        "move all files and folders back to C:\\Data. The others stay on volume VOLUME.\n",
+                        "C:\\Data\\inner\\two.bin back. It stays at MOUNT\\inner\\two.bin.\n#ERROR: Unable to move all "
+                        "files and folders back to C:\\Data. The others stay on volume VOLUME\\.\n",
            "gone: C:\\Data\\inner\\two.bin\nnew: VOLUME\\inner\nnew: VOLUME\\inner\\two.bin\n", undone},
       });
 }
 
 TEST_F(FolderOnVolume, AFailedRemovalIsTakenBackOrToldOf) {
   ASSERT_EQ(Redirect().exitCode, 0);
-  const std::string notRenamed = "#ERROR: Unable to rename folder C:\\Data.mount. Access is denied.\n\n";
+  const std::string notRenamed = "#ERROR: Unable to rename folder MOUNT. Access is denied.\n\n";
   const std::string noRecord =
       "gone: QUILLBAY\\Junctions\\1 Source = C:\\Data\ngone: QUILLBAY\\Junctions\\1 Target = VOLUME\\\n";
   const std::string undone = kMoved + kUndone;
@@ -354,38 +354,39 @@ TEST_F(FolderOnVolume, AFailedRemovalIsTakenBackOrToldOf) {
       {u"/RedirectFolder", u"C:\\Data", u"/vol:" + kVolume, u"/d"},
       [](const Failure& row) { return Failed(kRemoval, kBack + row.log, row.said); },
       {
-          {"SHCreateDirectoryExW 1", "#ERROR: Failed To Create Target Folder: C:\\Data.mount\n"},
+          {"SHCreateDirectoryExW 1", "#ERROR: Failed To Create Target Folder: MOUNT\n"},
           {"RegCreateKeyExW 1", kNotMoved},
           {"GetFileSize 3",
-           "#ERROR: Unable to copy from Source = C:\\Data\\inner\\two.bin to Target = C:\\Data.mount\\inner\\two.bin. "
-           "Access is denied.\n\n" +
+           "#ERROR: Unable to copy from Source = C:\\Data\\inner\\two.bin to Target = MOUNT\\inner\\two.bin. Access is "
+           "denied.\n\n" +
                kNotMoved,
-           "", "C:\\Data\\inner -> C:\\Data.mount\\inner\n"},
+           "", "C:\\Data\\inner -> MOUNT\\inner\n"},
           {"RegDeleteKeyW 1",
-           "#ERROR: Unable to remove Junction Point from Registry for Source = C:\\Data and Target = VOLUME.\n", "",
+           "#ERROR: Unable to remove Junction Point from Registry for Source = C:\\Data and Target = VOLUME\\.\n", "",
            undone},
           {"DeleteVolumeMountPointW 1",
            "#ERROR: Unable to unmount the volume from folder C:\\Data. Access is denied.\n\n", "", undone},
           {"RemoveDirectoryW 2", "#ERROR: Unable to remove folder C:\\Data. Access is denied.\n\n", "", undone},
           {"MoveFileW 1", notRenamed, "", undone},
           {"MoveFileW 1, SetVolumeMountPointW 1",
-           notRenamed + "#ERROR: Unable to mount volume VOLUME on folder C:\\Data. The files and folders stay in "
-                        "C:\\Data.mount.\n",
+           notRenamed +
+               "#ERROR: Unable to mount volume VOLUME\\ on folder C:\\Data. The files and folders stay in MOUNT.\n",
            "changed: C:\\Data\n" + noRecord +
-               "gone: VOLUME\\inner\ngone: VOLUME\\inner\\two.bin\ngone: VOLUME\\one.txt\ngone: mounts = C:\\Data\\|\n"
-               "new: C:\\Data.mount\nnew: C:\\Data.mount\\inner\nnew: C:\\Data.mount\\inner\\two.bin\nnew: "
-               "C:\\Data.mount\\one.txt\nnew: QUILLBAY\\VolumeRemovals C:\\Data.mount = VOLUME\\\nnew: mounts = \n",
+               "gone: VOLUME\\inner\ngone: VOLUME\\inner\\two.bin\ngone: VOLUME\\one.txt\ngone: mounts = "
+               "C:\\Data\\|\nnew: MOUNT\nnew: MOUNT\\inner\nnew: MOUNT\\inner\\two.bin\nnew: MOUNT\\one.txt\nnew: "
+               "QUILLBAY\\VolumeRemovals MOUNT = VOLUME\\\nnew: mounts = \n",
            kMoved},
           {"MoveFileW 1, RegCreateKeyExW 2",
-           notRenamed + "#ERROR: Unable to add Junction Point to Registry for Source = C:\\Data and Target = VOLUME.\n",
+           notRenamed +
+               "#ERROR: Unable to add Junction Point to Registry for Source = C:\\Data and Target = VOLUME\\.\n",
            noRecord, undone},
           {"MoveFileW 1, GetFileSize 6",
-           notRenamed + "#ERROR: Unable to copy from Source = C:\\Data.mount\\inner\\two.bin to Target = "
+           notRenamed + "#ERROR: Unable to copy from Source = MOUNT\\inner\\two.bin to Target = "
                         "C:\\Data\\inner\\two.bin. Access is denied.\n\n#ERROR: Unable to move "
-                        "C:\\Data\\inner\\two.bin back. It stays at C:\\Data.mount\\inner\\two.bin.\n#ERROR: Unable to "
-                        "move all files and folders back to C:\\Data. The others stay in C:\\Data.mount.\n",
-           "gone: VOLUME\\inner\\two.bin\nnew: C:\\Data.mount\nnew: C:\\Data.mount\\inner\nnew: "
-           "C:\\Data.mount\\inner\\two.bin\nnew: QUILLBAY\\VolumeRemovals C:\\Data.mount = VOLUME\\\n",
+                        "C:\\Data\\inner\\two.bin back. It stays at MOUNT\\inner\\two.bin.\n#ERROR: Unable to move all "
+                        "files and folders back to C:\\Data. The others stay in MOUNT.\n",
+           "gone: VOLUME\\inner\\two.bin\nnew: MOUNT\nnew: MOUNT\\inner\nnew: MOUNT\\inner\\two.bin\nnew: "
+           "QUILLBAY\\VolumeRemovals MOUNT = VOLUME\\\n",
            undone},
       });
 }
@@ -416,13 +417,12 @@ TEST_F(EveryCallOnVolume, OfARedirectionMayFail) {
 TEST_F(EveryCallOnVolume, OfARemovalMayFail) {
   ASSERT_EQ(Redirect().exitCode, 0);
   const std::string remembered = kThere.substr(0, kThere.find("\n") + 1);
-  RefuseEachCall(
-      {u"/RedirectFolder", u"C:\\Data", u"/vol:" + kVolume, u"/d"},
-      {{"changed: C:\\Data\\inner\\two.bin\n", u"was successful."},
-       {"changed: C:\\Data\\one.txt\n", u"was successful."},
-       {"new: QUILLBAY\\VolumeRemovals C:\\Data.mount = VOLUME\\\n", u"#INFO: Unable to remove the note that folder"},
-       {"changed: root of the volume\n" + remembered, u"#INFO: Unable to restore the security of volume"},
-       {remembered, u"#INFO: Unable to remove what is remembered of the security of volume"}});
+  RefuseEachCall({u"/RedirectFolder", u"C:\\Data", u"/vol:" + kVolume, u"/d"},
+                 {{"changed: C:\\Data\\inner\\two.bin\n", u"was successful."},
+                  {"changed: C:\\Data\\one.txt\n", u"was successful."},
+                  {"new: QUILLBAY\\VolumeRemovals MOUNT = VOLUME\\\n", u"#INFO: Unable to remove the note that folder"},
+                  {"changed: root of the volume\n" + remembered, u"#INFO: Unable to restore the security of volume"},
+                  {remembered, u"#INFO: Unable to remove what is remembered of the security of volume"}});
 }
 
 }  // namespace

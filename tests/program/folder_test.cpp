@@ -25,7 +25,7 @@ std::string Moved(const std::string& from, const std::string& to) {
     lines += from + name + " -> " + to + name + "\n";
   return lines;
 }
-const std::string kMoved = Moved("C:\\Data", "D:\\Target\\Data"), kMovedBack = Moved("D:\\Target\\Data", "C:\\Data");
+const std::string kMoved = Moved("C:\\Data", "TARGET"), kMovedBack = Moved("TARGET", "C:\\Data");
 class FolderRedirectionTest : public test::OneFolder {
  protected:
   using Redirections::Redirect, Redirections::Remove;
@@ -59,10 +59,9 @@ TEST_F(FolderRedirectionTest, GoesAndComesBackWithAllThatItHas) {
     EXPECT_EQ(Access(u"C:\\Data"), Access(u"D:\\Target\\Data"));
     EXPECT_EQ(AllRecords(), (test::Records{{u"1", {u"C:\\Data", u"D:\\Target\\Data"}}}));
     EXPECT_EQ(Contents(u"C:\\Data\\inner\\two.bin"), std::string(70000, 'x'));
-    EXPECT_EQ(AnswerTo({u"/RedirectFolder"}), "exit 0\nSource   Target\n\nC:\\Data   D:\\Target\\Data\n");
-    EXPECT_EQ(
-        Answer(Redirect()),
-        Failed(kFolder, "#ERROR: Junction already exists for Source = C:\\Data and Target = D:\\Target\\Data.\n"));
+    EXPECT_EQ(AnswerTo({u"/RedirectFolder"}), "exit 0\nSource   Target\n\nC:\\Data   TARGET\n");
+    EXPECT_EQ(Answer(Redirect()),
+              Failed(kFolder, "#ERROR: Junction already exists for Source = C:\\Data and Target = TARGET.\n"));
     EXPECT_EQ(ChangesSince(redirected), "");
     EXPECT_EQ(AnswerTo({u"/RedirectFolder", source, location, u"/d"}), Succeeded(kRemoval, "", kMovedBack));
     EXPECT_EQ(ChangesSince(before), "");
@@ -90,24 +89,23 @@ TEST_F(FolderRedirectionTest, MergesIntoAFolderThatIsThere) {
   test::SetTimes(u"D:\\Target\\Data\\theirs.txt", 5);
   const State before = Now();
   EXPECT_EQ(Answer(Redirect()),
-            "exit 0\n\nThe target folder: \"D:\\Target\\Data\" already exists.\nC:\\Data\\inner -> "
-            "D:\\Target\\Data\\inner\nC:\\Data\\inner\\two.bin -> D:\\Target\\Data\\inner\\two.bin\nC:\\Data\\one.txt "
-            "-> D:\\Target\\Data\\one.txt\nC:\\Data\\same -> D:\\Target\\Data\\same\nFolder Redirection was "
-            "successful.\n#INFO: The folder D:\\Target\\Data\\inner was there already. Its access list was replaced by "
-            "that of the folder that was merged into it.\nFolder Redirection was successful.");
+            "exit 0\n\nThe target folder: \"TARGET\" already exists.\nC:\\Data\\inner -> "
+            "TARGET\\inner\nC:\\Data\\inner\\two.bin -> TARGET\\inner\\two.bin\nC:\\Data\\one.txt -> "
+            "TARGET\\one.txt\nC:\\Data\\same -> TARGET\\same\nFolder Redirection was successful.\n#INFO: The folder "
+            "TARGET\\inner was there already. Its access list was replaced by that of the folder that was merged into "
+            "it.\nFolder Redirection was successful.");
   const State after = Now();
   EXPECT_EQ(Differences(before, after),
             "changed: C:\\Data\ngone: C:\\Data\\inner\ngone: C:\\Data\\inner\\two.bin\ngone: C:\\Data\\one.txt\ngone: "
-            "C:\\Data\\same\nchanged: D:\\Target\\Data\nchanged: D:\\Target\\Data\\inner\nchanged: "
-            "D:\\Target\\Data\\one.txt\nnew: D:\\Target\\Data\\inner\\two.bin\nnew: QUILLBAY\\Junctions\\1 Source = "
-            "C:\\Data\nnew: QUILLBAY\\Junctions\\1 Target = D:\\Target\\Data\n");
+            "C:\\Data\\same\nchanged: TARGET\nchanged: TARGET\\inner\nchanged: TARGET\\one.txt\nnew: "
+            "TARGET\\inner\\two.bin\nnew: QUILLBAY\\Junctions\\1 Source = C:\\Data\nnew: QUILLBAY\\Junctions\\1 Target "
+            "= TARGET\n");
   EXPECT_EQ(Differences(Below(before, "C:\\Data"), Below(after, "D:\\Target\\Data")),
             "changed: \nchanged: \\inner\\two.bin\nnew: \\theirs.txt\n");
   EXPECT_EQ(Remove().exitCode, 0);
   EXPECT_EQ(ChangesSince(before),
-            "changed: C:\\Data\nchanged: C:\\Data\\inner\\two.bin\ngone: D:\\Target\\Data\ngone: "
-            "D:\\Target\\Data\\inner\ngone: D:\\Target\\Data\\one.txt\ngone: D:\\Target\\Data\\same\ngone: "
-            "D:\\Target\\Data\\theirs.txt\nnew: C:\\Data\\theirs.txt\n");
+            "changed: C:\\Data\nchanged: C:\\Data\\inner\\two.bin\ngone: TARGET\ngone: TARGET\\inner\ngone: "
+            "TARGET\\one.txt\ngone: TARGET\\same\ngone: TARGET\\theirs.txt\nnew: C:\\Data\\theirs.txt\n");
 }
 
 // Each rule alone, and nothing changes.
@@ -163,9 +161,7 @@ TEST_F(FolderRedirectionTest, IsRefused) {
           "Checking source folder contained in target.\nSource: D:\\Deep\\Data\\Data Target: D:\\Deep\\Data #ERROR: "
           "Cannot redirect within the same Source folder. Browse to a different location.\n");
   refused(u"C:\\Data", u"D:\\T", "#ERROR: The specified path D:\\T\\Data is not a valid directory path.\n");
-  refused(u"C:\\Data", u"D:\\L",
-          "IsSymbolicLink()::The specified directory or file D:\\L\\Data is symbolic link\n#ERROR: The folder "
-          "D:\\L\\Data is Symbolic Link. Browse to a different location.\n");
+  refused(u"C:\\Data", u"D:\\L", "#ERROR: The folder D:\\L\\Data is Symbolic Link. Browse to a different location.\n");
   refused(u"C:\\Data", u"D:\\J",
           "#ERROR: The folder D:\\J\\Data is already redirected. Browse to a different location.\n");
   refused(u"C:\\Data", u"D:\\M",
@@ -175,8 +171,7 @@ TEST_F(FolderRedirectionTest, IsRefused) {
           "failed for Source = C:\\Data and Target = D:\\Way\\Data.\n");
   refused(u"C:\\Data", longest + u"t",
           "#ERROR: The specified path " + Utf8(longest) +
-              "t\\Data exceeds the system-defined maximum length of 248 "
-              "characters. Browse to a different location.\n");
+              "t\\Data exceeds the system-defined maximum length of 248 characters. Browse to a different location.\n");
   EXPECT_EQ(AnswerTo({u"/RedirectFolder", u"C:\\Data", u"/loc:" + longest}).substr(0, 6), "exit 0");
 }
 
@@ -205,21 +200,21 @@ TEST_F(FolderRedirectionTest, RemovalIsRefused) {
   refused(u"C:\\Data", u"D:\\Target",
           "#ERROR: Not a directory or no reparse point.\n#ERROR: Unable to get Junction Target Path.\n#INFO: The "
           "folder C:\\Data is no junction, although its redirection is recorded: its removal was cut off, or somebody "
-          "has put a folder in the junction's place. Its files and folders are in it, in D:\\Target\\Data, or partly "
-          "in both; nothing has been changed now. See \"After a power failure, folder form\" in what-is-refused.md.\n");
+          "has put a folder in the junction's place. Its files and folders are in it, in TARGET, or partly in both; "
+          "nothing has been changed now. See \"After a power failure, folder form\" in what-is-refused.md.\n");
   EXPECT_EQ(Answer(Redirect()),
             "exit 1\nErrors logged in C:\\Program Files\\Velmora\\Quillbay\\QBC.log.\nFolder Redirection was "
-            "unsuccessful.\n#ERROR: Junction already exists for Source = C:\\Data and Target = "
-            "D:\\Target\\Data.\n#INFO: The folder C:\\Data is no junction, although its redirection is recorded: its "
-            "removal was cut off, or somebody has put a folder in the junction's place. Its files and folders are in "
-            "it, in D:\\Target\\Data, or partly in both; nothing has been changed now. See \"After a power failure, "
-            "folder form\" in what-is-refused.md.\nFolder Redirection was unsuccessful.");
+            "unsuccessful.\n#ERROR: Junction already exists for Source = C:\\Data and Target = TARGET.\n#INFO: The "
+            "folder C:\\Data is no junction, although its redirection is recorded: its removal was cut off, or "
+            "somebody has put a folder in the junction's place. Its files and folders are in it, in TARGET, or partly "
+            "in both; nothing has been changed now. See \"After a power failure, folder form\" in "
+            "what-is-refused.md.\nFolder Redirection was unsuccessful.");
   MakeFile(kVolume + u"theirs.txt", "theirs");
   ASSERT_TRUE(win32::SetVolumeMountPointW(u"C:\\Data\\", kVolume.c_str()));
   before = Now();
   refused(u"C:\\Data", u"D:\\Target",
-          "#ERROR: A volume is mounted on the folder C:\\Data, where the junction to D:\\Target\\Data was. Unmount it, "
-          "make the junction again, and remove the redirection again.\n");
+          "#ERROR: A volume is mounted on the folder C:\\Data, where the junction to TARGET was. Unmount it, make the "
+          "junction again, and remove the redirection again.\n");
   ASSERT_TRUE(win32::DeleteVolumeMountPointW(u"C:\\Data\\"));
   // Somebody works with what is there, and what was made by hand stands as it was made: Windows' own mklink writes a
   // print name, and keeps a backslash at the end.
@@ -229,11 +224,11 @@ TEST_F(FolderRedirectionTest, RemovalIsRefused) {
   const auto held =
       machine->files().OpenForeign(4242, u"D:\\Target\\Data\\one.txt", win32::GENERIC_READ, win32::FILE_SHARE_READ);
   before = Now();
-  refused(u"C:\\Data", u"D:\\Target",
-          "#INFO: D:\\Target\\Data\\one.txt - File or Folder is locked.\n#INFO: D:\\Target\\Data\\one.txt - File is "
-          "not accessible.\n#ERROR: D:\\Target\\Data\\one.txt - File or folder is used by another process.  Close any "
-          "application that might be using the file or folder and try again.\n#ERROR: PreScanning failed for Source = "
-          "C:\\Data and Target = D:\\Target\\Data.\n");
+  refused(
+      u"C:\\Data", u"D:\\Target",
+      "#INFO: TARGET\\one.txt - File or Folder is locked.\n#INFO: TARGET\\one.txt - File is not accessible.\n#ERROR: "
+      "TARGET\\one.txt - File or folder is used by another process.  Close any application that might be using the "
+      "file or folder and try again.\n#ERROR: PreScanning failed for Source = C:\\Data and Target = TARGET.\n");
   machine->files().CloseForeign(held);
   EXPECT_EQ(Remove().exitCode, 0);
 }
@@ -254,9 +249,9 @@ TEST_F(FolderRedirectionTest, AnAdministratorWhoIsNotElevatedMovesNothing) {
 // Either everything is as it was, or the log tells where things are.
 TEST_F(FolderRedirectionTest, AFailureIsTakenBackOrToldOf) {
   const std::string isNew =
-      "#INFO: The selected target folder D:\\New does not exist. Ignoring PathIsDirectory validation.\n"
-      "#ERROR: Unable to get File Attributes for path = D:\\NewThe system cannot find the file specified.\n\n"
-      "#INFO: Target D:\\New doesn't exists so checking free space using parent directory D:\n";
+      "#INFO: The selected target folder D:\\New does not exist. Ignoring PathIsDirectory validation.\n#ERROR: Unable "
+      "to get File Attributes for path = D:\\NewThe system cannot find the file specified.\n\n#INFO: Target D:\\New "
+      "doesn't exists so checking free space using parent directory D:\n";
   const std::string there = Moved("C:\\Data", "D:\\New\\Data"), back = there + Moved("D:\\New\\Data", "C:\\Data");
   const std::string of = " for Source = C:\\Data and Target = D:\\New\\Data.\n",
                     records = "#ERROR: Unable to update redirected folder path in registry.\n";
@@ -280,19 +275,17 @@ TEST_F(FolderRedirectionTest, AFailureIsTakenBackOrToldOf) {
           {"RegCreateKeyExW 1, DeviceIoControl 2",
            notRecorded + "#ERROR: Path C:\\Data is not junction.\n#ERROR: Unable to delete Junction. path = C:\\Data. "
                          "The files and folders stay in D:\\New\\Data.\n",
-           "changed: C:\\Data\ngone: C:\\Data\\inner\ngone: C:\\Data\\inner\\two.bin\ngone: C:\\Data\\one.txt\n"
-           "new: D:\\New\nnew: D:\\New\\Data\nnew: D:\\New\\Data\\inner\nnew: D:\\New\\Data\\inner\\two.bin\n"
-           "new: D:\\New\\Data\\one.txt\n",
+           "changed: C:\\Data\ngone: C:\\Data\\inner\ngone: C:\\Data\\inner\\two.bin\ngone: C:\\Data\\one.txt\nnew: "
+           "D:\\New\nnew: D:\\New\\Data\nnew: D:\\New\\Data\\inner\nnew: D:\\New\\Data\\inner\\two.bin\nnew: "
+           "D:\\New\\Data\\one.txt\n",
            there},
           {"RegCreateKeyExW 1, GetFileSize 7",
            notRecorded + "#ERROR: Unable to copy from Source = D:\\New\\Data\\inner\\two.bin to Target = "
                          "C:\\Data\\inner\\two.bin. Access is denied.\n\n#ERROR: Unable to move "
-                         "C:\\Data\\inner\\two.bin back. It "
-                         "stays at D:\\New\\Data\\inner\\two.bin.\n#ERROR: Unable to move all files and folders back "
-                         "to C:\\Data. "
-                         "The others stay in D:\\New\\Data.\n",
-           "gone: C:\\Data\\inner\\two.bin\nnew: D:\\New\nnew: D:\\New\\Data\nnew: D:\\New\\Data\\inner\n"
-           "new: D:\\New\\Data\\inner\\two.bin\n",
+                         "C:\\Data\\inner\\two.bin back. It stays at D:\\New\\Data\\inner\\two.bin.\n#ERROR: Unable to "
+                         "move all files and folders back to C:\\Data. The others stay in D:\\New\\Data.\n",
+           "gone: C:\\Data\\inner\\two.bin\nnew: D:\\New\nnew: D:\\New\\Data\nnew: D:\\New\\Data\\inner\nnew: "
+           "D:\\New\\Data\\inner\\two.bin\n",
            back},
       });
   MakeFolder(u"D:\\Target\\Data");
@@ -300,22 +293,20 @@ TEST_F(FolderRedirectionTest, AFailureIsTakenBackOrToldOf) {
       {u"/RedirectFolder", u"C:\\Data", u"/loc:D:\\Target"},
       [&](const Failure& row) { return Failed(kFolder, row.log, row.said); },
       {{"RegCreateKeyExW 1",
-        "#ERROR: Unable to add Junction Point to Registry for Source = C:\\Data and Target = D:\\Target\\Data.\n" +
-            isBack,
-        "", "\nThe target folder: \"D:\\Target\\Data\" already exists.\n" + kMoved + kMovedBack}});
+        "#ERROR: Unable to add Junction Point to Registry for Source = C:\\Data and Target = TARGET.\n" + isBack, "",
+        "\nThe target folder: \"TARGET\" already exists.\n" + kMoved + kMovedBack}});
 }
 
 TEST_F(FolderRedirectionTest, AFailedRemovalPutsTheJunctionBackOrTells) {
   ASSERT_EQ(Redirect().exitCode, 0);
-  const std::string undone = kMovedBack + kMoved, of = "Source = C:\\Data and Target = D:\\Target\\Data.\n";
+  const std::string undone = kMovedBack + kMoved, of = "Source = C:\\Data and Target = TARGET.\n";
   const std::string recorded = "#ERROR: Unable to remove Junction Point from Registry for " + of;
   const std::string isBack =
       "#INFO: The files and folders are back in C:\\Data, and the redirection is no longer recorded.\n";
   const std::string home =
-      "gone: D:\\Target\\Data\\inner\n"
-      "gone: D:\\Target\\Data\\inner\\two.bin\ngone: D:\\Target\\Data\\one.txt\n"
-      "gone: QUILLBAY\\Junctions\\1 Source = C:\\Data\ngone: QUILLBAY\\Junctions\\1 Target = D:\\Target\\Data\n"
-      "new: C:\\Data\\inner\nnew: C:\\Data\\inner\\two.bin\nnew: C:\\Data\\one.txt\n";
+      "gone: TARGET\\inner\ngone: TARGET\\inner\\two.bin\ngone: TARGET\\one.txt\ngone: QUILLBAY\\Junctions\\1 Source = "
+      "C:\\Data\ngone: QUILLBAY\\Junctions\\1 Target = TARGET\nnew: C:\\Data\\inner\nnew: "
+      "C:\\Data\\inner\\two.bin\nnew: C:\\Data\\one.txt\n";
   ExpectFailures(
       {u"/RedirectFolder", u"C:\\Data", u"/loc:D:\\Target", u"/d"},
       [](const Failure& row) {
@@ -327,28 +318,25 @@ TEST_F(FolderRedirectionTest, AFailedRemovalPutsTheJunctionBackOrTells) {
           {"DeviceIoControl 2", "#ERROR: Unable to read the attributes of the folder C:\\Data. Access is denied.\n\n"},
           {"DeviceIoControl 4", "#ERROR: Unable to delete Junction. path = C:\\Data.\n"},
           {"GetFileSize 4",
-           "#ERROR: Unable to copy from Source = D:\\Target\\Data\\inner\\two.bin to Target = "
-           "C:\\Data\\inner\\two.bin. Access is denied.\n\n#ERROR: Unable to move files and folders from Source = "
-           "C:\\Data to Target = D:\\Target\\Data.\n",
-           "", "D:\\Target\\Data\\inner -> C:\\Data\\inner\n"},
+           "#ERROR: Unable to copy from Source = TARGET\\inner\\two.bin to Target = C:\\Data\\inner\\two.bin. Access "
+           "is denied.\n\n#ERROR: Unable to move files and folders from Source = C:\\Data to Target = TARGET.\n",
+           "", "TARGET\\inner -> C:\\Data\\inner\n"},
           {"RegDeleteKeyW 1", recorded, "", undone},
           {"RegDeleteKeyW 1, DeviceIoControl 5", recorded + "#ERROR: Unable to create junction for " + of,
            "changed: C:\\Data\n", undone},
           {"RegDeleteKeyW 1, GetFileSize 7",
            recorded + "#ERROR: Unable to copy from Source = C:\\Data\\inner\\two.bin to Target = "
-                      "D:\\Target\\Data\\inner\\two.bin. Access is denied.\n\n#ERROR: Unable to move "
-                      "D:\\Target\\Data\\inner\\two.bin back. It stays at C:\\Data\\inner\\two.bin.\n#ERROR: Unable to "
-                      "move all "
-                      "files and folders back to D:\\Target\\Data. The others stay in C:\\Data.\n",
-           "changed: C:\\Data\ngone: D:\\Target\\Data\\inner\\two.bin\nnew: C:\\Data\\inner\n"
-           "new: C:\\Data\\inner\\two.bin\n",
+                      "TARGET\\inner\\two.bin. Access is denied.\n\n#ERROR: Unable to move TARGET\\inner\\two.bin "
+                      "back. It stays at C:\\Data\\inner\\two.bin.\n#ERROR: Unable to move all files and folders back "
+                      "to TARGET. The others stay in C:\\Data.\n",
+           "changed: C:\\Data\ngone: TARGET\\inner\\two.bin\nnew: C:\\Data\\inner\nnew: C:\\Data\\inner\\two.bin\n",
            undone},
           {"RegOpenKeyExW 9", "#ERROR: Unable to update redirected folder path in registry.\n" + isBack,
-           "changed: C:\\Data\nchanged: D:\\Target\ngone: D:\\Target\\Data\n" + home, kMovedBack},
-          {"NetShareEnum 2", "#ERROR: Unable to read the network shares of folder D:\\Target\\Data.\n" + isBack,
-           "changed: C:\\Data\nchanged: D:\\Target\\Data\n" + home, kMovedBack},
-          {"RemoveDirectoryW 2", "#INFO: The folder D:\\Target\\Data could not be removed. Access is denied.\n\n",
-           "changed: C:\\Data\nchanged: D:\\Target\\Data\n" + home, kMovedBack, true},
+           "changed: C:\\Data\nchanged: D:\\Target\ngone: TARGET\n" + home, kMovedBack},
+          {"NetShareEnum 2", "#ERROR: Unable to read the network shares of folder TARGET.\n" + isBack,
+           "changed: C:\\Data\nchanged: TARGET\n" + home, kMovedBack},
+          {"RemoveDirectoryW 2", "#INFO: The folder TARGET could not be removed. Access is denied.\n\n",
+           "changed: C:\\Data\nchanged: TARGET\n" + home, kMovedBack, true},
       });
 }
 

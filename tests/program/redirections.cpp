@@ -23,6 +23,17 @@ void Replace(std::string& text, std::string_view old, std::string_view by) {
     text.replace(at, old.size(), by);
 }
 
+// Long names are short in what is compared.
+void Neutralize(std::string& text) {
+  for (const auto& [name, shorter] : {std::pair(Utf8(kVolume), "VOLUME\\"),
+                                      {Utf8(kQuillbay), "QUILLBAY"},
+                                      {"C:\\Data\\file.txt", "SOURCE"},
+                                      {"D:\\Target\\file.txt", "TARGET"},
+                                      {"D:\\Target\\Data", "TARGET"},
+                                      {"C:\\Data.mount", "MOUNT"}})
+    Replace(text, name, shorter);
+}
+
 std::string Outcome(bool good, const std::string& what, const std::string& said, const std::string& log) {
   const bool removal = what.ends_with("Removal");
   const std::string text = what + (good ? " was successful." : removal ? " was not successful." : " was unsuccessful.");
@@ -71,10 +82,11 @@ std::string Answer(const RunResult& run) {
     rest.remove_prefix(end);
     if (const std::size_t time = line.find("] "); line.starts_with("[") && time != std::string::npos)
       line.erase(0, time + 2);
-    if (line != "----------------------------------") log += "\n" + line;
+    const bool isOfLinks = line.starts_with("IsSymbolicLink()::");  // said of every look at one
+    if (line != "----------------------------------" && !isOfLinks) log += "\n" + line;
   }
   std::string text = "exit " + std::to_string(run.exitCode) + "\n" + Utf8(run.said) + log;
-  Replace(text, Utf8(kVolume), "VOLUME");
+  Neutralize(text);
   return text;
 }
 
@@ -188,8 +200,7 @@ std::string Redirections::Differences(const State& before, const State& after) {
       text += (found == after.end() ? "gone: " : "changed: ") + name + "\n";
   for (const auto& [name, value] : after)
     if (!before.contains(name)) text += "new: " + name + "\n";
-  Replace(text, Utf8(kVolume), "VOLUME\\");
-  Replace(text, Utf8(kQuillbay), "QUILLBAY");
+  Neutralize(text);
   return text;
 }
 

@@ -27,7 +27,8 @@ inline const std::u16string kVolume = u"\\\\?\\Volume{12345678-0000-4000-8000-00
 // Source and target of the records, by their numbers.
 using Records = std::map<std::u16string, std::pair<std::u16string, std::u16string>>;
 
-// All that a run answers: exit code, console, log without times. The volume is called VOLUME.
+// All that a run answers: exit code, console, log without times and looks at links. It calls the volume VOLUME, a file
+// that moves SOURCE at its old place, what moves TARGET at its new one, the mount folder MOUNT; so do changes.
 std::string Answer(const RunResult& run);
 // The same as it must be, of "File Redirection" and its like: `log` is what comes before the outcome, `said` what the
 // console says before it.
