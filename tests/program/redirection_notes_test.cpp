@@ -15,33 +15,33 @@ class RedirectionNotes : public test::SharedProfilesTest {};
 // The configuration as the service's other settings leave it, or lost; with or without what was noted.
 TEST_F(RedirectionNotes, WithADamagedConfigurationNothingIsOverwritten) {
   const Values before = ProfileValues();
-  for (const bool isNoted : {false, true}) {
-    ASSERT_EQ(SetWithBoth(kPlace).exitCode, 0);
-    {
-      CQBConfig config;
-      ASSERT_TRUE(config.Init() && config.SetUserProfileRedirection(nullptr, nullptr, u" ") && config.Save());
-    }
-    const auto note = machine->registry().Query(kNotes, u"NewProfiles");
-    if (!isNoted) machine->registry().DeleteValue(kNotes, u"NewProfiles");
-    const Values values = ProfileValues();
-    const RunResult run = Remove();
-    EXPECT_EQ(run.exitCode, isNoted ? 0 : 1) << Utf8(run.log);
-    EXPECT_EQ(ProfileValues(), isNoted ? before : values);
-    if (isNoted) break;
-    EXPECT_EQ(run.said, kErrors +
-                            u"\nNewly created user profile location at D:\\Profiles can not be removed.  Check "
-                            u"location and try again.");
-    EXPECT_TRUE(run.Logged(u"#ERROR: Failed to obtain information from config file."));
-    EXPECT_EQ(BringBack(u"PublicProfile").exitCode, 1);
-    MakeFile(kConfig, "damaged");
-    EXPECT_TRUE(Remove().Said(u"Automatic user profile redirection is not enabled."));
-    EXPECT_EQ(SetWithBoth(kPlace).exitCode, 1);
-    EXPECT_EQ(ProfileValues(), values);
-    EXPECT_EQ(FilesOf(kPlace + u"\\Public"), FilesOf(kPublic));
-    machine->registry().Set(kNotes, u"NewProfiles", note->type, note->data);
-    ASSERT_EQ(SetWithBoth(kPlace).exitCode, 0);
-    ASSERT_EQ(Remove().exitCode, 0);
-  }
+  const auto damage = [] {
+    CQBConfig config;
+    EXPECT_TRUE(config.Init() && config.SetUserProfileRedirection(nullptr, nullptr, u" ") && config.Save());
+  };
+  ASSERT_EQ(SetWithBoth(kPlace).exitCode, 0);
+  damage();
+  const auto note = machine->registry().Query(kNotes, u"NewProfiles");
+  machine->registry().DeleteValue(kNotes, u"NewProfiles");
+  const Values values = ProfileValues();
+  const RunResult run = Remove();
+  EXPECT_EQ(run.exitCode, 1);
+  EXPECT_EQ(run.said, kErrors +
+                          u"\nNewly created user profile location at D:\\Profiles can not be removed.  Check "
+                          u"location and try again.");
+  EXPECT_TRUE(run.Logged(u"#ERROR: Failed to obtain information from config file."));
+  EXPECT_EQ(BringBack(u"PublicProfile").exitCode, 1);
+  MakeFile(kConfig, "damaged");
+  EXPECT_TRUE(Remove().Said(u"Automatic user profile redirection is not enabled."));
+  EXPECT_EQ(SetWithBoth(kPlace).exitCode, 1);
+  EXPECT_EQ(ProfileValues(), values);
+  EXPECT_EQ(FilesOf(kPlace + u"\\Public"), FilesOf(kPublic));
+  // What was noted leads home.
+  machine->registry().Set(kNotes, u"NewProfiles", note->type, note->data);
+  ASSERT_EQ(SetWithBoth(kPlace).exitCode, 0);
+  damage();
+  EXPECT_EQ(Remove().exitCode, 0);
+  EXPECT_EQ(ProfileValues(), before);
   // Without the service there is no configuration, and no log.
   machine->registry().DeleteTree(u"HKLM\\SYSTEM\\CurrentControlSet\\Services\\QuillbayService");
   EXPECT_EQ(
@@ -61,7 +61,6 @@ TEST_F(RedirectionNotes, FromWhatWasNotedAWayLeadsHome) {
     MakeFile(kConfig, found);
     const Values redirected = ProfileValues();
     RunResult run = Remove();
-    EXPECT_TRUE(run.Said(u"Automatic user profile redirection is not enabled."));
     EXPECT_TRUE(run.Logged(u"new user profiles are created in D:\\Profiles (ProfilesDirectory in the profile list)."));
     EXPECT_TRUE(
         run.Logged(u"#INFO: To have them created in C:\\Users again, redirect them to D:\\Profiles once more, "
