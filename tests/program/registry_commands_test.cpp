@@ -9,6 +9,7 @@
 
 #include "configuration/service_config.h"
 #include "links/junction.h"
+#include "regredirect/location.h"
 #include "regredirect/registry_data.h"
 #include "regredirect/registry_keys.h"
 #include "support/every_call.h"
@@ -32,6 +33,7 @@ const std::u16string kSoftware = u"HKEY_LOCAL_MACHINE\\SOFTWARE\\";
 const std::u16string kVolume = u"\\\\?\\Volume{12345678-0000-4000-8000-000000000000}\\";
 const std::u16string kOnVolume = kVolume.substr(0, kVolume.size() - 1);
 const std::u16string kMount = u"C:\\Program Files (x86)\\Velmora\\Rimehold\\RegRedirect";
+const std::u16string kNotes = u"HKLM\\SOFTWARE\\WOW6432Node\\Velmora\\Quillbay\\RegistryVolumes";
 const std::u16string kProduct = u"D:\\Registry\\Quillbay", kData = kProduct + u"\\RegistryData";
 
 auto About(const std::u16string& before, const std::u16string& after) {
@@ -95,6 +97,7 @@ class RegistryCommands : public ::testing::Test {
     const std::string status("1\0<\0/\0S\0t\0a", 11);
     MakeFile(kConfig, file.replace(file.find(status), 1, "0"));
   }
+  bool IsNoted() { return machine->registry().Query(kNotes, kMount).has_value(); }
   // Of the service: its start type, whether it runs, and whether anything else of it has changed.
   std::u16string Service() {
     const win32::DWORD start = machine->services().Configuration(kService)->start;
@@ -161,7 +164,12 @@ TEST_F(RegistryCommands, TheWholeStory) {
   Expect({keys, kSoftware + u"a\\b"}, notAdded(kSoftware + u"a\\b"),
          {u"#ERROR: Registry key already present in list."});
   Expect({keys, a + u"\\b\\C"}, notAdded(a + u"\\b\\C"), {u"#ERROR: parent key already present: " + a + u"\\B"});
-  Expect({keys, a}, added(a), {a + u"\\B"}, in(u" AB A"));
+  const auto listAlso = [](const std::u16string& key) {
+    CQBConfig config;
+    EXPECT_TRUE(config.Init() && config.AddRegKey(key) && config.Save());
+  };
+  listAlso(kSoftware + u"a\\b");  // as another of the product's programs spells it
+  Expect({keys, a}, added(a), {a + u"\\B", kSoftware + u"a\\b"}, in(u" AB A"));
   for (const std::u16string& key : {a + u"\\missing", std::u16string(u"HKEY_CURRENT_USER\\Software")})
     Expect({keys, key}, notAdded(key), {u"#ERROR: Invalid Registry path: " + key});
   for (const std::u16string tail : {u"", u"\\", u"\\MICROSOFT", u"\\Microsoft\\"}) {
@@ -195,6 +203,9 @@ TEST_F(RegistryCommands, TheWholeStory) {
   Expect({place}, u"\n\nD:\\Registry\n\n", {}, in(u" A" + mine));
   Expect({keys}, u"\n\n" + a + u"\n" + windows + u"\n\n", {}, in(u" A" + mine));
   workstation::RemoveRimehold(*machine);
+  for (const int answer : {SetRegKeyLocation(nullptr), SetRegKeyLocation(u""), RemoveRedirectedRegKey(nullptr),
+                           RemoveRedirectedRegKey(u""), AddRedirectedRegKey(nullptr)})
+    EXPECT_EQ(answer, 1);
   Expect({place, u"/loc:D:\\", u"/d"}, u"RedirectRegKeyLocation\n   " + LoadResourceString(106),
          {u"Remove Redirect Registry Key was not successful.\nUsage:"});
   // The keys stay for the next location.
@@ -299,7 +310,8 @@ TEST_F(RegistryCommands, AFolderMadeALinkMeanwhileLeadsNowhere) {
 
 // What a redirection keeps is not the service's, whichever came first.
 TEST_F(RegistryCommands, RedirectedDataAreNotTakenForTheServices) {
-  MakeFolder(u"C:\\RegistryData");
+  for (const char16_t* folder : {u"C:\\RegistryData", u"C:\\Elsewhere", u"D:\\Kept"}) MakeFolder(folder);
+  ASSERT_EQ(RunProgram(*machine, {u"/RedirectFolder", u"C:\\Elsewhere", u"/loc:D:\\Kept"}).exitCode, 0);
   MakeFile(u"C:\\RegistryData\\letter", "x");
   MakeFile(u"C:\\single.txt", "x");
   const std::pair<std::u16string, std::u16string> redirections[] = {{u"/RedirectFolder", u"C:\\RegistryData"},
@@ -336,8 +348,15 @@ TEST_F(RegistryCommands, AVolumeBecomesALocationBesideRimehold) {
   const auto refuse = [&](const char* call) {
     return [this, call] { machine->gate.FailCallsFrom(call, 1, win32::ERROR_ACCESS_DENIED); };
   };
+  const auto dropNote = [&] { machine->registry().DeleteTree(kNotes); };  // as an older version left it
   const std::pair<std::function<void()>, bool> cases[] = {{[] {}, true},
                                                           {[&] { workstation::RemoveRimehold(*machine); }, true},
+                                                          {dropNote, true},
+                                                          {[&] {
+                                                             dropNote();
+                                                             workstation::RemoveRimehold(*machine);
+                                                           },
+                                                           false},
                                                           {refuse("DeleteVolumeMountPointW"), false},
                                                           {refuse("GetVolumeNameForVolumeMountPointW"), false}};
   for (const auto& [hinder, unmounted] : cases) {
@@ -348,6 +367,7 @@ TEST_F(RegistryCommands, AVolumeBecomesALocationBesideRimehold) {
     Expect({u"/RedirectRegKeyLocation", u"/d"}, Removed(kMount), log, u"0 :; manual, stands");
     machine->gate.ClearFailures();
     EXPECT_EQ(Exists(kMount), !unmounted);
+    EXPECT_TRUE(!unmounted || !IsNoted());
     EXPECT_EQ(test::DescribeTree(kOnVolume), before);
   }
   EXPECT_EQ(SetVolume().exitCode, 0) << "the one that stayed mounted is taken up";
@@ -366,10 +386,12 @@ TEST_F(RegistryCommands, AVolumeBecomesALocationBesideRimehold) {
          {u"#INFO: The volume stays mounted on folder " + kMount + u".", u"Service disabled successfully."},
          u"0 :; manual, stands");
   EXPECT_TRUE(Exists(mount + u"theirs"));
-  MakeFolder(u"C:\\Theirs");
-  ASSERT_TRUE(win32::SetVolumeMountPointW(u"C:\\Theirs\\", kVolume.c_str()));
-  EXPECT_EQ(SetLocation(u"C:\\Theirs").exitCode + RemoveLocation().exitCode, 0);
-  EXPECT_EQ(test::Names(u"C:\\Theirs"), Lines{u"\\$RECYCLE.BIN"});
+  for (const std::u16string folder : {u"C:\\Theirs", u"C:\\RegRedirect"}) {
+    MakeFolder(folder);
+    ASSERT_TRUE(win32::SetVolumeMountPointW((folder + u"\\").c_str(), kVolume.c_str()));
+    EXPECT_EQ(SetLocation(folder).exitCode + RemoveLocation().exitCode, 0);
+    EXPECT_EQ(test::Names(folder), Lines{u"\\$RECYCLE.BIN"});
+  }
 }
 
 // A failure that comes later takes the mount back, and only what this run made. What a power failure left is gone on
@@ -380,7 +402,7 @@ TEST_F(RegistryCommands, AMountIsTakenBackOrTakenUp) {
   machine->gate.FailCall("get_xml", 1, win32::ERROR_WRITE_PROTECT);
   Expect({u"/RedirectRegKeyLocation", u"/vol:" + kVolume}, NotSet(kVolume),
          {u"CQBConfig::Save: failed to save config file:\nThe data is invalid."});
-  EXPECT_TRUE(Exists(kMount) && test::Names(kMount).empty()) << "no longer mounted";
+  EXPECT_TRUE(Exists(kMount) && test::Names(kMount).empty() && !IsNoted()) << "no longer mounted";
   for (const std::u16string& next : {kVolume, machine->volumes.back()->guidName}) {
     machine->gate.FailCall("get_xml", 1, win32::ERROR_WRITE_PROTECT);
     machine->gate.FailCall("DeleteVolumeMountPointW", 1, win32::ERROR_ACCESS_DENIED);

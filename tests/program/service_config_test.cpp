@@ -158,7 +158,8 @@ TEST_F(ServiceConfig, ElementsAreReadAndSetOneByOne) {
     return u"<OutDir><Status>" + status + u"</Status><BaseDir>b</BaseDir><Type>t</Type><SubDir>s</SubDir></OutDir>";
   };
   const std::u16string bare = u"<OutDir><Status>1</Status></OutDir>", machineKey = u"HKEY_LOCAL_MACHINE",
-                       half = u"<OutDir><Status>1</Status><BaseDir>b</BaseDir></OutDir>",
+                       noType = u"<OutDir><Status>1</Status><BaseDir>b</BaseDir><SubDir>s</SubDir></OutDir>",
+                       noSubDir = u"<OutDir><Status>1</Status><BaseDir>b</BaseDir><Type>t</Type></OutDir>",
                        profiles =
                            u"<UserProfileRedirection><DefaultProfilePath>p</DefaultProfilePath>"
                            u"<ProfileStatus>0</ProfileStatus></UserProfileRedirection>",
@@ -188,7 +189,8 @@ TEST_F(ServiceConfig, ElementsAreReadAndSetOneByOne) {
       {outDir(u"01"), nothing, 1, u"1|b|t|s set"},
       {outDir(u"0"), enable, 1, u"1|D:\\A & <B>|t|s enabled set"},
       {outDir(u"1"), disable, 1, u"0||t|s"},
-      {half, nothing, 1, u" enabled set"},
+      {noType, nothing, 1, u" enabled set"},
+      {noSubDir, nothing, 1, u" enabled set"},
       {bare, disable, 0, u""},  // none after the first that failed is set
       {u"", enable, 0, u""},
       {u"", set(u"1", nullptr, nullptr), 0, u""},
