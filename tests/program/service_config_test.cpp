@@ -224,6 +224,10 @@ TEST_F(ServiceConfig, ElementsAreReadAndSetOneByOne) {
   EXPECT_EQ(config.RemoveRegKey(kSoftware + u"A"), 0) << "in the list, and no more in the document";
   EXPECT_EQ(config.RemoveRegKey(kSoftware + u"A"), 0);
   EXPECT_EQ(test::Messages(LogText()).back(), u"key path not found in list :- " + kSoftware + u"A");
+  Lines children;
+  EXPECT_EQ(config.GetChildKeys(u"HKEY_CURRENT_USER", children), 1);
+  EXPECT_EQ(config.GetChildKeys(kSoftware, children) + config.HasParentKey(u"HKEY_CURRENT_USER"), 0);
+  EXPECT_EQ(children, Lines{u"HKEY_CURRENT_USER\\SOFTWARE\\A"});
   std::u16string text;
   EXPECT_FALSE(config.PeekOutDirStatus(text));
   PutDocument(outDir(u" 1 "));
