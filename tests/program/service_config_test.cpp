@@ -142,6 +142,9 @@ TEST_F(ServiceConfig, WhatCannotBeCompletedIsNotBegun) {
   EXPECT_EQ(Load(), failed);
   EXPECT_EQ(test::Contents(kPath), "rubbish");
   machine->module.resources = resources;
+  machine->gate.FailCall("loadXML", 3, win32::ERROR_ACCESS_DENIED);
+  EXPECT_EQ(Load(), Lines{u"not loaded"});
+  PutFile("rubbish");
   machine->gate.FailCall("SetEndOfFile", 1, win32::ERROR_DISK_FULL);
   EXPECT_EQ(Load(), (Lines{u"CQBConfig::Save: failed to save config file:\nThere is not enough space on the disk.",
                            failed[0], failed[1]}));

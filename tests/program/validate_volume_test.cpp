@@ -68,6 +68,26 @@ TEST_F(VolumeRules, EachAlone) {
   Expect(volume, {NotWritable(volume)});
 }
 
+// It may be mounted where a profile is to go, and nowhere else.
+TEST_F(VolumeRules, OfProfiles) {
+  const auto expect = [&](const char16_t* folder, const Lines& lines) {
+    EXPECT_LINES(Decision([&] { return ValidateProfileVolume(volume.c_str(), folder); }), lines);
+  };
+  Mount(u"C:\\other", other);
+  expect(u"C:\\place", passed);
+  Mount(u"C:\\place", volume);
+  expect(u"C:\\place", passed);
+  for (const char16_t* folder : {u"C:\\Data", u"C:\\other"}) expect(folder, {Mounted(volume)});
+  FailWithMounts(ERROR_ACCESS_DENIED);
+  expect(u"C:\\place", {Mounted(volume)});
+  Mount(u"C:\\second", volume);
+  expect(u"C:\\place", {Mounted(volume)});
+  machine->FindByGuidName(volume)->fileSystem = u"FAT32";
+  expect(u"C:\\place", {NotNtfs(volume)});
+  volume = u"\\\\?\\Volume{no}\\";
+  expect(u"C:\\place", {NoVolume(volume)});
+}
+
 // Of a volume all rules are tried; one that fails is not measured, but the source is examined.
 TEST_F(VolumeRules, WithASource) {
   const std::u16string busy = source + u"\\busy", below = u"C:\\Data\\above\\Logs";
