@@ -93,9 +93,9 @@ struct NameQuery {
   void Ask() {
     int expected = NotYetAsked;
     if (!state.compare_exchange_strong(expected, Asking)) return;  // given up before it was asked; nobody ends it
-    status = askFile(file, &io, nameInVolume.data(), Size(nameInVolume), win32::FileNameInformation);
-    // The volume's own name answered, so the full one will, too. It is as long, but for the device in front.
-    if (status == win32::STATUS_SUCCESS)
+    // Where the volume's own name answers, the full one will, too. It is as long, but for the device in front.
+    if (askFile(file, &io, nameInVolume.data(), Size(nameInVolume), win32::FileNameInformation) ==
+        win32::STATUS_SUCCESS)
       nativeStatus = askObject(file, win32::ObjectNameInformation, nativeName.data(), Size(nativeName), nullptr);
     expected = Asking;
     if (state.compare_exchange_strong(expected, Answered)) return;
@@ -106,7 +106,7 @@ struct NameQuery {
   const win32::NtQueryObjectFunction askObject = INtDll::Get().NtQueryObject;
   const win32::HANDLE file;
   std::atomic<int> state = NotYetAsked;
-  win32::NTSTATUS status = kNoAnswer, nativeStatus = kNoAnswer;
+  win32::NTSTATUS nativeStatus = kNoAnswer;
   win32::IO_STATUS_BLOCK io{};
   NameQuery* nextAbandoned = nullptr;
   alignas(8) std::array<win32::BYTE, 4096> nameInVolume{};
@@ -226,7 +226,7 @@ int GetFileObjectName(win32::HANDLE handle, std::u16string& name, win32::DWORD p
   if (!own.get()) return 0;
   SharedQuery query(own.get());
   if (!query.Run()) return 1;
-  if (query->status != win32::STATUS_SUCCESS || !win32::NT_SUCCESS(query->nativeStatus)) return 0;
+  if (!win32::NT_SUCCESS(query->nativeStatus)) return 0;
   name = TextAt(query->nativeName.data(), query->nativeName.size());
   return 1;
 }

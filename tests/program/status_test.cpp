@@ -3,6 +3,7 @@
 
 #include <algorithm>
 
+#include "probes/version.h"
 #include "support/program.h"
 #include "win32/emulated/registry/registry.h"
 #include "win32/emulated/registry/services.h"
@@ -149,6 +150,9 @@ TEST_F(CommandLineTest, ShowsHelpAndVersion) {
   std::copy(std::begin(kProduct), std::end(kProduct), fixed + 16);
   version->data = changed;
   Expect(u"/ver", 0, u"Quillbay 9.8.7.6\n");
+  ProductVersion product;
+  EXPECT_TRUE(GetProductVersion(product));
+  EXPECT_EQ(product.major + product.minor + product.hotfix + product.build, u"9876");
 }
 
 TEST_F(CommandLineTest, ShowsRimeholdsStatus) {
