@@ -12,6 +12,18 @@ using namespace win32;
 constexpr NTSTATUS kInvalidHandle = static_cast<NTSTATUS>(0xC0000008);
 constexpr NTSTATUS kObjectTypeMismatch = static_cast<NTSTATUS>(0xC0000024);
 
+// A function of ntdll, of whatever type it is asked for.
+struct Entry {
+  const char* name;
+  template <typename Function>
+  operator Function() const {
+    const auto found = GetProcAddress(GetModuleHandleW(u"ntdll.dll"), name);
+    Function function = nullptr;
+    std::memcpy(&function, &found, sizeof function);
+    return function;
+  }
+};
+
 // Room for a query's answer, aligned as records need it.
 struct Buffer {
   explicit Buffer(std::size_t bytes) : words((bytes + 7) / 8), size(static_cast<ULONG>(bytes)) {}
@@ -36,19 +48,11 @@ const HANDLE kNothing = reinterpret_cast<HANDLE>(ULONG_PTR{0xF000});
 
 class Processes : public FileTest {
  protected:
-  template <typename Function>
-  static Function Entry(const char* name) {
-    const auto found = GetProcAddress(GetModuleHandleW(u"ntdll.dll"), name);
-    Function function = nullptr;
-    std::memcpy(&function, &found, sizeof function);
-    return function;
-  }
-#define ENTRY(member, name) const name##Function member = Entry<name##Function>(#name)
-  ENTRY(querySystem, NtQuerySystemInformation);
-  ENTRY(queryObject, NtQueryObject);
-  ENTRY(queryFile, NtQueryInformationFile);
-  ENTRY(queryProcess, NtQueryInformationProcess);
-  ENTRY(queryThread, NtQueryInformationThread);
+  const NtQuerySystemInformationFunction querySystem = Entry{"NtQuerySystemInformation"};
+  const NtQueryObjectFunction queryObject = Entry{"NtQueryObject"};
+  const NtQueryInformationFileFunction queryFile = Entry{"NtQueryInformationFile"};
+  const NtQueryInformationProcessFunction queryProcess = Entry{"NtQueryInformationProcess"};
+  const NtQueryInformationThreadFunction queryThread = Entry{"NtQueryInformationThread"};
 
   // The whole answer of a query of the system, which may grow between two calls.
   Buffer Ask(int informationClass) {
