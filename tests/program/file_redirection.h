@@ -61,11 +61,6 @@ class FileRedirection : public Redirections {
     win32::SetFileAttributesW(path.c_str(), win32::FILE_ATTRIBUTE_NORMAL);
     ASSERT_TRUE(win32::DeleteFileW(path.c_str()));
   }
-  // Home by another way than the program's.
-  static void BringHome() {
-    if (Exists(kSource)) Delete(kSource);
-    ASSERT_TRUE(win32::MoveFileExW(kTarget.c_str(), kSource.c_str(), win32::MOVEFILE_COPY_ALLOWED));
-  }
   bool ServiceRuns() { return machine->services().State(kQuillbayService) == win32::SERVICE_RUNNING; }
 
   void ExpectRedirected() {

@@ -301,15 +301,6 @@ TEST_F(FileRedirectionTest, AConfigurationThatCannotBeReadStopsNoService) {
   EXPECT_FALSE(ServiceRuns());
 }
 
-TEST_F(FileRedirectionTest, APairThatIsRecordedAlreadyIsNoFailure) {
-  ASSERT_EQ(Redirect().exitCode, 0);
-  const State before = Now();
-  BringHome();
-  EXPECT_EQ(Answer(Redirect()),
-            Succeeded("File Redirection", kWent + "ERROR: Source and Target Path already exists in Registry.\n"));
-  EXPECT_EQ(ChangesSince(before), "changed: TARGET\n");  // its access list, on the way home
-}
-
 // Neither goes on from there; of two that an earlier version made, the last is removed first.
 TEST_F(FileRedirectionTest, ARedirectedFileGoesNoFurther) {
   const std::u16string third = u"C:\\Third\\file.txt";
