@@ -57,19 +57,21 @@ TEST_F(Profile, GoesToAFolderAndComesHome) {
   EXPECT_TRUE(Exists(kPlace) && !Exists(u"D:\\Profiles\\anna"));
   EXPECT_FALSE(HiveIsLoaded());
 
-  // To another folder of the same volume, one that stands there and lets others in.
-  MakeFolder(u"C:\\Shared");
-  SetSecurity(u"C:\\Shared", u"O:BAD:P(A;OICI;FA;;;BA)(A;OICI;0x1301bf;;;AU)");
-  const RunResult run = Move(u"anna", u"C:\\Shared");
-  EXPECT_EQ(
-      LinesOf(run),
-      (test::Lines{u"#INFO: C:\\Shared\\anna is on the same volume as C:\\Users\\anna: what is discarded there at a "
-                   u"restart is discarded at both places.",
-                   u"#INFO: Going to move files and folders from Source = C:\\Users\\anna to Target = "
-                   u"C:\\Shared\\anna.",
-                   u"#INFO: The folder C:\\Shared was there before and keeps its access rights. Its entry "
-                   u"(A;OICI;0x1301bf;;;AU) lets others rename or replace it, or what is in it.",
-                   u"Redirect user profile was successful."}));
+  // To another folder of the same volume, one that stands there and lets others in. The console does not warn of it.
+  const std::u16string shared = u"C:\\Program Files\\Shared";
+  MakeFolder(shared);
+  SetSecurity(shared, u"O:BAD:P(A;OICI;FA;;;BA)(A;OICI;0x1301bf;;;AU)");
+  const std::string there = "C:\\Program Files\\Shared";
+  std::string expected =
+      Moved(7, "C:\\Users\\anna", there + "\\anna", kApps,
+            "#INFO: The folder " + there +
+                " was there before and keeps its access rights. Its entry (A;OICI;0x1301bf;;;AU) lets "
+                "others rename or replace it, or what is in it.\n");
+  expected.insert(expected.find("#INFO: Going"),
+                  "#INFO: " + there +
+                      "\\anna is on the same volume as C:\\Users\\anna: what is discarded "
+                      "there at a restart is discarded at both places.\n");
+  EXPECT_EQ(Told(Move(u"anna", shared)), expected);
 }
 
 TEST_F(Profile, GoesToAVolumeAndComesHome) {

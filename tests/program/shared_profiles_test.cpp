@@ -206,6 +206,10 @@ TEST_F(SharedProfilesCommands, WhatIsRedirectedOrMountedInThemFollows) {
   ASSERT_EQ(Redirect(u"PublicProfile", kPlace).exitCode, 0);
   EXPECT_EQ(LinkTarget(kCopy + u"\\Papers"), u"D:\\Papers");
   EXPECT_EQ(AllRecords(), (Pairs{{kCopy + u"\\Papers", u"D:\\Papers"}}));
+  machine->gate.FailCall("DeleteVolumeMountPointW", 1, win32::ERROR_ACCESS_DENIED);
+  const RunResult mounted = BringBack(u"PublicProfile");
+  EXPECT_TRUE(mounted.Logged(u"#ERROR: Failed to unmount the volume from the folder C:\\Users\\Public\\Shelf. "));
+  EXPECT_TRUE(Fails(mounted) && !mounted.Logged(u"#ERROR: Unable to copy "));
   FailTheRegistry();
   EXPECT_TRUE(Fails(BringBack(u"PublicProfile")));
   for (const std::u16string& folder : {kPublic, kCopy})
