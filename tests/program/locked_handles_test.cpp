@@ -140,7 +140,9 @@ TEST_F(LockedHandles, AThreadIsEndedInItsQuestionAndNowhereElse) {
   // Where none starts at all, the walk ends with what it has, and no thread that comes too late asks anything.
   machine->threads().startDelay = 60'000;
   machine->gate.ResetCounts();
+  const auto start = machine->Now();
   EXPECT_EQ(Walk(u"C:\\Data"), Paths{});
+  EXPECT_EQ(machine->Now() - start, 5'000 * 10'000);
   EXPECT_TRUE(
       Traced(u"\n Outside unmanaged GetLockedFilesList()\n Exception in GetLockedFilesAndFoldersList()\n End of"));
   Sleep(120'000);
@@ -249,6 +251,15 @@ TEST_F(LockedHandles, WithoutItsEntryPointsOrTablesItTellsNothing) {
   }
   machine->missingProcedures.clear();
   EXPECT_EQ(Walk(u"C:\\Data"), Paths{u"C:\\Data\\f"});
+  for (const auto& [call, nth] : {std::pair("VirtualAlloc", 1u),
+                                  {"VirtualAlloc", 2u},
+                                  {"NtQuerySystemInformation", 1u},
+                                  {"NtQuerySystemInformation", 2u}}) {
+    machine->gate.FailCall(call, nth, ERROR_NOT_ENOUGH_MEMORY);
+    EXPECT_EQ(Walk(u"C:\\Data"), Paths{}) << call << nth;
+    EXPECT_FALSE(Traced(u"No handle information"));
+    machine->gate.ClearFailures();
+  }
   // A list of processes of more than 65,536 bytes.
   for (DWORD id = 10'000; id < 10'400; ++id) emulated::AddProcess(*machine, id, u"one_of_many_services.exe");
   SystemProcessInformation processes;

@@ -1,6 +1,9 @@
 // The registry's record of redirections.
 #include "records/records.h"
 
+#include <functional>
+#include <tuple>
+
 #include "support/engine.h"
 #include "support/program.h"
 #include "text/path_text.h"
@@ -123,14 +126,28 @@ TEST_F(Records, FollowMovedDataByWholeComponents) {
   EXPECT_EQ(All()[u"1"].size(), 499u + 7u);
 }
 
-TEST_F(Records, AHalfWrittenRecordIsTakenAway) {
-  for (const auto& [nth, name] : {std::pair(1u, u"Source"), {2u, u"Target"}}) {
+TEST_F(Records, AHalfWrittenRecordIsTakenAwayAndTheDebuggerHearsOfFailures) {
+  const std::u16string list = u"SOFTWARE\\Velmora\\Quillbay\\Junctions\\";
+  const auto add = [] { return AddJunctionRegKey(u"C:\\a", u"D:\\a", 0); };
+  const auto read = [&] {
+    std::u16string from, to;
+    return ReadKeyValues(list + u"1", from, to);
+  };
+  const auto remove = [] { return DeleteRegKey(u"C:\\b", u"D:\\b", 0); };
+  Put(u"1", u"C:\\b", u"D:\\b");
+  const std::tuple<const char*, unsigned, std::function<int()>, std::u16string> failures[] = {
+      {"RegCreateKeyExW", 1, add, u"#ERROR: AddJunctionRegKey: RegCreateKeyEx() failed for path = " + list + u"2"},
+      {"RegSetValueExW", 1, add, u"ERROR: AddJunctionRegKey: RegSetValueEx() failed for value name 'Source':\n"},
+      {"RegSetValueExW", 2, add, u"ERROR: AddJunctionRegKey: RegSetValueEx() failed for value name 'Target':\n"},
+      {"RegOpenKeyExW", 1, read, u"#ERROR: ReadKeyValues: RegOpenKeyEx() failed for path = " + list + u"1"},
+      {"RegQueryValueExW", 3, read, u"#ERROR: ReadKeyValues: RegQueryValueEx() failed for path = Target"},
+      {"RegDeleteKeyW", 1, remove, u"#ERROR: DeleteRegKey: RegDeleteKey() failed for path = " + list + u"1"}};
+  for (const auto& [call, nth, action, told] : failures) {
     machine->debugOutput.clear();
-    machine->gate.FailCall("RegSetValueExW", nth, win32::ERROR_ACCESS_DENIED);
-    EXPECT_EQ(AddJunctionRegKey(u"C:\\a", u"D:\\a", 0), 0);
-    EXPECT_EQ(machine->debugOutput,
-              FormatText(u"ERROR: AddJunctionRegKey: RegSetValueEx() failed for value name '%ls':\n", name));
-    EXPECT_EQ(All(), Map{});
+    machine->gate.FailCall(call, nth, win32::ERROR_ACCESS_DENIED);
+    EXPECT_EQ(action(), 0);
+    EXPECT_EQ(machine->debugOutput, told);
+    EXPECT_EQ(All(), (Map{{u"1", u"C:\\b > D:\\b"}}));
     machine->gate.ClearFailures();
   }
 }
@@ -166,6 +183,9 @@ TEST(PathText, CutsAndComparesByComponents) {
   EXPECT_EQ(ExtendedPath(std::u16string(260, u'x')).size(), 264u);
   for (const auto* path : {u"C:\\a\\..\\b", u".", u"C:/./a", u"C:\\a\\.."}) EXPECT_TRUE(HasDotComponents(path));
   EXPECT_FALSE(HasDotComponents(u"C:\\..a\\b..\\c.d"));
+  for (const auto* name : {u"nul", u"CON.txt", u"com1 .log", u"LPT\u00b3", u"conin$", u"aux:x", u"prn"})
+    EXPECT_TRUE(IsDeviceName(name));
+  for (const auto* name : {u"nulx", u"com", u"com10", u"coma", u"xcon", u"dom1"}) EXPECT_FALSE(IsDeviceName(name));
 }
 
 }  // namespace
