@@ -1,4 +1,5 @@
 // Whole backups of files with every kind of stream, in pieces of every size, and backups that are not what they say.
+#include <algorithm>
 #include <random>
 
 #include "emulated/on_machine.h"

@@ -47,7 +47,7 @@ Disks KeptDisks(const std::string& name, const std::function<Disks()>& make) {
 namespace {
 
 // A planned failure of a call that is never made fails the test.
-std::unique_ptr<emulated::Machine> Attached(Disks disks) {
+std::unique_ptr<emulated::Machine> Attached(Disks&& disks) {
   auto machine = std::make_unique<emulated::Machine>();
   machine->gate.onUnreached = [](const std::string& call) {
     ADD_FAILURE() << call << " was to fail and is never made";
