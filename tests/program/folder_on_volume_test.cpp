@@ -375,6 +375,24 @@ TEST_F(FolderOnVolume, AVolumeThatFillsUpTakesNothing) {
   EXPECT_EQ(ChangesSince(before), "");
 }
 
+// Memory that runs out, say, when the contents are on their way.
+TEST_F(FolderOnVolume, AnExceptionIsAFailureAndTheLogTellsWhereThingsAre) {
+  const test::Disks disks = machine->Snapshot();
+  for (const bool back : {false, true}) {
+    Restart(disks);
+    EXPECT_TRUE(!back || Redirect().exitCode == 0);
+    machine->gate.Observe([&](const char* name, std::uint64_t) {
+      if (std::string_view(name) == "MoveFileW") throw std::bad_alloc();
+    });
+    const std::string answer = Answer(back ? Remove() : Redirect());
+    machine->gate.Observe({});
+    const std::string told =
+        "#ERROR: The command could not go on. The files and folders are in MOUNT, in C:\\Data, or partly in both.\n";
+    EXPECT_EQ(answer, back ? Failed(kRemoval, kBack + told, kMoved) : Failed(kFolder, told, kStands + kMoved));
+    ExpectNothingLost(answer);
+  }
+}
+
 // Whichever call fails: the redirection is there or it is not, with every file and nothing left over.
 class EveryCallOnVolume : public FolderOnVolume {};
 
