@@ -281,7 +281,7 @@ class Life:
         return path + "\\" if folder and self.random.random() < 0.15 and not path.endswith("\\") else path
 
     def location(self):
-        if self.random.random() < 0.25:
+        if self.random.random() < 0.4:
             return self.spelled(self.pick("folder") or "D:\\T")
         folder = self.random.choice(("", "T", "T", "K", "T\\Data"))
         return self.spelled(f"{self.random.choice(DRIVES)}:\\{folder}")
