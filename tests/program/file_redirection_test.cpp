@@ -73,9 +73,6 @@ TEST_F(FileRedirectionTest, IsRefused) {
   const std::u16string to = u"D:\\Target";
   refused(u"C:\\Data", to, "#ERROR: Source path 'C:\\Data' should be a file path.\n");
   refused(u"C:\\Data\\no.txt", to, "#ERROR: Source file 'C:\\Data\\no.txt' doesn't exists. Error: 2\n");
-  refused(u"file.txt", to, "#ERROR: The selected folder file.txt is a relative path. Browse to a different location\n");
-  refused(kSource, u"Target",
-          "#ERROR: The selected folder Target is a relative path. Browse to a different location\n");
   refused(kSource + u":note", to, "#ERROR:Invalid path : SOURCE:note\n");
   refused(kSource, u"D:", "#ERROR:Invalid path : D:\n");
   refused(kSource, u"\\\\server\\share",

@@ -95,11 +95,6 @@ TEST_F(FolderRedirectionTest, MergesIntoAFolderThatIsThere) {
             "TARGET\\inner was there already. Its access list was replaced by that of the folder that was merged into "
             "it.\nFolder Redirection was successful.");
   const State after = Now();
-  EXPECT_EQ(Differences(before, after),
-            "changed: C:\\Data\ngone: C:\\Data\\inner\ngone: C:\\Data\\inner\\two.bin\ngone: C:\\Data\\one.txt\ngone: "
-            "C:\\Data\\same\nchanged: TARGET\nchanged: TARGET\\inner\nchanged: TARGET\\one.txt\nnew: "
-            "TARGET\\inner\\two.bin\nnew: QUILLBAY\\Junctions\\1 Source = C:\\Data\nnew: QUILLBAY\\Junctions\\1 Target "
-            "= TARGET\n");
   EXPECT_EQ(Differences(Below(before, "C:\\Data"), Below(after, "D:\\Target\\Data")),
             "changed: \nchanged: \\inner\\two.bin\nnew: \\theirs.txt\n");
   EXPECT_EQ(Remove().exitCode, 0);
@@ -137,17 +132,6 @@ TEST_F(FolderRedirectionTest, IsRefused) {
   refused(u"C:\\Nothing", u"D:\\T",
           "#ERROR: The selected folder C:\\Nothing does not exist.The system cannot find the file "
           "specified.\n\n#ERROR: PreScanning failed for Source = C:\\Nothing and Target = D:\\T\\Nothing.\n");
-  refused(u"C:\\", u"D:\\T",
-          "#ERROR: C:\\ - A folder is required for folder redirection. Browse to a different location.\n#ERROR: "
-          "PreScanning failed for Source = C:\\ and Target = D:\\T\\.\n");
-  refused(u"C:\\Data\\one.txt", u"D:\\T",
-          "#ERROR: The specified path C:\\Data\\one.txt is not a valid directory path.\n#ERROR: PreScanning failed for "
-          "Source = C:\\Data\\one.txt and Target = D:\\T\\one.txt.\n");
-  refused(u"Data", u"D:\\T",
-          "#ERROR: Unable to get Drive Number for path  = Data.The operation completed successfully.\n\n#ERROR: Unable "
-          "to get Drive Number for path  = Data.The operation completed successfully.\n\n#ERROR: Data - The specified "
-          "drive does not exists.\n#ERROR: The selected folder Data is a relative path. Browse to a different "
-          "location\n#ERROR: PreScanning failed for Source = Data and Target = D:\\T.\n");
   refused(u"C:\\Data", u"C:\\",
           "Checking source folder equals to target.\nSource: C:\\Data Target: C:\\Data #ERROR: Cannot redirect when "
           "Source and Target folder are the same. Browse to a different location.\n");
