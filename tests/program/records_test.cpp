@@ -4,6 +4,7 @@
 #include <functional>
 #include <tuple>
 
+#include "records/registry_text.h"
 #include "support/engine.h"
 #include "support/program.h"
 #include "text/path_text.h"
@@ -163,6 +164,14 @@ TEST_F(Records, AreListedBySource) {
   EXPECT_EQ(run.said, u"Source   Target\n\nC:\\A   D:\\upper\nC:\\a   D:\\a\nC:\\b   D:\\later\n");
   EXPECT_EQ(run.exitCode, 0);
   EXPECT_EQ(test::RunProgram(*machine, {u"/RedirectFile"}).said, u"");
+}
+
+TEST_F(Records, TextsOfTheRegistryMayBeLong) {
+  std::u16string variables, expanded;
+  for (int i = 0; i < 40; ++i) variables += u"%SystemRoot%", expanded += u"C:\\Windows";
+  EXPECT_EQ(ExpandedText(TextValue(variables, win32::REG_EXPAND_SZ)), expanded);
+  EXPECT_EQ(ExpandedText(TextValue(variables, win32::REG_SZ)), variables);
+  EXPECT_EQ(ExpandedText(TextValue(variables, win32::REG_MULTI_SZ)), u"");
 }
 
 TEST(PathText, CutsAndComparesByComponents) {
