@@ -151,7 +151,8 @@ TEST_F(RegistryCommands, TheWholeStory) {
   Expect({place, u"/d"},
          kErrors + u"Redirect registry key thawed location -  can not be removed.\nCheck location and try again.\n\n",
          {u"#ERROR: Redirect Registry key location already empty."});
-  // It is set, and a second one is not.
+  // It is set, and a second one is not. Empty folders are not worth a line.
+  for (const std::u16string& folder : {kProduct, kData}) MakeFolder(folder);
   Expect({place, u"/loc:D:\\Registry"}, Set(u"D:\\Registry"), {}, in(u""));
   Expect({place, u"/loc:D:\\"}, NotSet(u"D:\\"),
          {u"#ERROR: Registry Key Redirection location already set. To set new location,please remove existing "
