@@ -59,6 +59,10 @@ TEST_F(SharedProfilesCommands, GoAndComeBack) {
   EXPECT_EQ(FilesOf(kPlace + u"\\Default"), ofDefault);
   machine->Advance(60000);
   const std::string documents = test::Describe(kCopy + u"\\Documents");
+  const auto moved = Shares();
+  FailTheRegistry();
+  EXPECT_TRUE(Fails(BringBack(u"PublicProfile")));
+  EXPECT_EQ(Shares(), moved);
   EXPECT_EQ(Told(BringBack(u"PublicProfile")), Done("", 7, kPictures));
   ExpectSame(AllOf(kPublic), ofPublic);
   EXPECT_EQ(test::Describe(kPublic + u"\\Documents"), documents);
@@ -94,10 +98,13 @@ TEST_F(SharedProfilesCommands, GoAndComeBack) {
   ASSERT_EQ(Run({u"/RedirectUP", u"/PublicProfile", u"/loc:D:\\", u"/-NTFS", u"/-Share"}).exitCode, 0);
   EXPECT_EQ(Value(u"Public"), u"D:\\Public");
   MakeFile(u"D:\\Public\\Documents\\added.txt", "added");
+  MakeFolder(u"D:\\Public\\Shut");
+  SetSecurity(u"D:\\Public\\Shut", u"O:BAD:P(A;OICI;FA;;;BA)(A;OICI;FR;;;IU)");
   ASSERT_EQ(Run({u"/RedirectUPDefault", u"/PublicProfile", u"/-NTFS", u"/-Share"}).exitCode, 0);
   EXPECT_EQ(ProfileValues(), plain);
   EXPECT_EQ(Shares(), shares);
   EXPECT_EQ(FilesOf(kPublic).size(), files.size() + 1);
+  EXPECT_TRUE(Dacl(kPublic + u"\\Shut").starts_with(u"D:P")) << Utf8(Dacl(kPublic + u"\\Shut"));
   EXPECT_FALSE(Exists(u"D:\\Public"));
 }
 
