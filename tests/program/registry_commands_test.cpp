@@ -178,7 +178,8 @@ TEST_F(RegistryCommands, TheWholeStory) {
         u"#ERROR: Redirection of HKEY_LOCAL_MACHINE\\Software" + tail + u" key is not allowed.";
     Expect({keys, u"HKEY_LOCAL_MACHINE\\Software" + tail}, refusal + u"\n", {refusal});
   }
-  Expect({keys, ab, u"/d"}, removed(ab), {}, in(u" A"));
+  machine->services().SetState(kService, win32::SERVICE_STOPPED);
+  Expect({keys, ab, u"/d"}, removed(ab), {}, u"1 D:\\Registry: A; automatic, stands");
   Expect({keys, ab, u"/d"}, notRemoved(ab), {u"key path not found in list :- " + ab});
   // The profile list stays while new profiles need it, and beside whatever takes in its neighbours.
   const auto needed = [](const char16_t* status) {
@@ -274,6 +275,9 @@ TEST_F(RegistryCommands, WhatGoesWithALocation) {
   // The location is switched off, but still named, and another one is set.
   MakeData(u"D:\\Other");
   SetLocation();
+  SwitchOff();
+  EXPECT_EQ(SetLocation(u"D:\\Link").exitCode, 0);
+  EXPECT_EQ(test::DescribeTree(u"D:\\Registry"), before) << "it is the same place";
   SwitchOff();
   EXPECT_EQ(SetLocation(u"D:\\Other").exitCode, 0);
   EXPECT_EQ(
