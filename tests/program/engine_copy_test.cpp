@@ -2,7 +2,6 @@
 #include "fsops/backup_copy.h"
 #include "fsops/folder_itself.h"
 #include "links/junction.h"
-#include "links/volume_paths.h"
 #include "support/engine.h"
 
 namespace {
@@ -189,23 +188,17 @@ TEST_F(BackupCopies, EncryptedItemsAreCopiedByTheShell) {
 }
 
 TEST_F(BackupCopies, ParentTimesFollowUnlessItIsADriveRoot) {
-  const std::u16string atRoot = u"C:\\atroot", deep = source + u"\\deep";
-  MakeFolder(deep);
-  MakeFile(deep + u"\\f", "x");
-  MakeFile(atRoot, "x");
-  test::SetTimes(deep, 5);
-  const auto copied = [&](const std::u16string& item, const std::u16string& copy) {
+  MakeFile(from, "x");
+  const auto followed = [&](const std::u16string& item, const std::u16string& copy) {
+    test::SetTimes(source, 5);
     test::SetTimes(target, 9);
-    EXPECT_EQ(BackupCopy(item, copy), 1);
-    return Describe(target) == Describe(deep);
+    EXPECT_EQ(CopyParentDirectoryTimes(item, copy), 1);
+    return Describe(target) == Describe(source);
   };
-  EXPECT_TRUE(copied(deep + u"\\f", to));
-  EXPECT_FALSE(copied(atRoot, to));
-  EXPECT_FALSE(copied(u"\\\\?\\" + atRoot, to));
-  EXPECT_FALSE(copied(deep + u"\\f", u"D:\\atroot"));
-  EXPECT_EQ(CopyParentDirectoryTimes(u"nobackslash", to), 0);
-  EXPECT_EQ(CopyParentDirectoryTimes(from, u"nobackslash"), 0);
-  EXPECT_EQ(CopyParentDirectoryTimes(u"C:\\none\\f", to), 0);
+  EXPECT_TRUE(followed(from, to));
+  EXPECT_FALSE(followed(u"C:\\f", to) || followed(u"\\\\?\\C:\\f", to) || followed(from, u"D:\\f"));
+  for (const auto& [item, copy] : {std::pair{std::u16string(u"f"), to}, {from, u"f"}, {u"C:\\none\\f", to}})
+    EXPECT_EQ(CopyParentDirectoryTimes(item, copy), 0);
 }
 
 // A folder with a volume or a link on it gives what it has itself, and not where it leads.
@@ -292,29 +285,6 @@ TEST_F(Streams, AreCopiedOrRefusedByTheirHeaders) {
     machine->scriptedBackup = {emulated::Bytes(header, 1), {}};
     EXPECT_EQ(BackupCopyEx(from, to), header == 0 ? 1 : 0);
     EXPECT_TRUE(machine->scriptedBackup->written.empty());
-  }
-}
-
-TEST(VolumePaths, AreConvertedBothWays) {
-  const auto machine = test::InstalledMachine();
-  std::u16string given = u"D:\\a\\b", volumePath, normalPath;
-  ASSERT_EQ(NormalPathToVolumePath(given, volumePath), 1);
-  EXPECT_TRUE(given.empty());
-  EXPECT_TRUE(volumePath.starts_with(u"\\\\?\\Volume{") && volumePath.ends_with(u"}\\a\\b"));
-  given = volumePath;
-  ASSERT_EQ(VolumePathToNormalPath(given, normalPath), 1);
-  EXPECT_EQ(normalPath, u"D:\\a\\b");
-  given = volumePath.substr(0, volumePath.find(u'}') + 1);
-  ASSERT_EQ(VolumePathToNormalPath(given, normalPath), 1);
-  EXPECT_EQ(normalPath, u"D:\\");
-  for (std::u16string bad :
-       {u"", u"nothing", u"\\\\?\\Volume{", u"\\\\?\\Volume{00000000-0000-0000-0000-000000000000}\\"}) {
-    EXPECT_EQ(VolumePathToNormalPath(bad, normalPath), 0);
-    EXPECT_TRUE(bad.empty());
-  }
-  for (std::u16string bad : {u"", u"nothing", u"Z:\\a"}) {
-    EXPECT_EQ(NormalPathToVolumePath(bad, volumePath), 0);
-    EXPECT_TRUE(bad.empty());
   }
 }
 

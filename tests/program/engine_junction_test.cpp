@@ -1,9 +1,7 @@
 // Junctions and symbolic links, and where paths really lead.
 #include "links/junction.h"
 #include "links/link_data.h"
-#include "links/mounted_folder.h"
 #include "links/real_path.h"
-#include "links/volume_paths.h"
 #include "support/engine.h"
 
 namespace {
@@ -14,7 +12,6 @@ using test::Exists, test::MakeFile, test::MakeFolder;
 
 class Junction : public test::Engine {
  protected:
-  explicit Junction(const test::MachineFacts& facts = {}) : Engine(facts) {}
   static std::u16string TargetOf(const std::u16string& path) {
     std::u16string found;
     return GetJunctionTarget(path.c_str(), found) ? found : u"(none)";
@@ -218,23 +215,6 @@ TEST_F(Junction, SymbolicLinksAreToldFromJunctions) {
   const std::u16string tooLong = u"C:\\" + std::u16string(257, u'x');
   EXPECT_EQ(CreateSymbolicLinkEntry(u"C:\\Data\\new", tooLong.c_str()), 0);
   EXPECT_EQ(CreateSymbolicLinkEntry(u"C:\\Data\\new", tooLong.substr(0, 259).c_str()), 1);
-}
-
-class OnVolume : public Junction {
- protected:
-  OnVolume() : Junction({.volumes = 1}) {}
-};
-
-TEST_F(OnVolume, MountedVolumesAreJunctionsUnlessExcluded) {
-  const std::u16string mount = u"C:\\Data\\mnt", volume = FreeVolume();
-  MakeFolder(mount);
-  ASSERT_TRUE(MountVolume(mount, volume.substr(0, volume.size() - 1))) << GetLastError();
-  EXPECT_EQ(IsJunction(mount.c_str()), 1);
-  EXPECT_EQ(IsJunction(mount.c_str(), {.excludeMountedVolume = true}), 0);
-  EXPECT_TRUE(IsMountedOn(mount, volume) && !IsMountedOn(source, volume));
-  EXPECT_EQ(IsVolumeMountPoint(u"C:\\") + IsVolumeMountPoint(nullptr), 0);
-  EXPECT_EQ(VolumeThatHolds(mount + u"\\x"), volume);
-  EXPECT_TRUE(UnmountVolume(mount) && !UnmountVolume(mount));
 }
 
 }  // namespace

@@ -134,6 +134,8 @@ TEST_F(StandingItems, AreReplacedByTheirOwnKindAlone) {
         if (done && from != 'e' && from != 'F') {
           EXPECT_EQ(test::Streams(place + u"\\item"), mine);
         }
+        EXPECT_EQ(Attributes(place + u"\\item") & FILE_ATTRIBUTE_READONLY,
+                  stands == 'r' ? FILE_ATTRIBUTE_READONLY : 0u);
         EXPECT_EQ(RemoveCopiedItems(copied), 1);
         auto after = States(place);
         if (done && from == 'f') after[u"\\item"] = before.at(u"\\item");  // a file's old contents are gone
@@ -144,22 +146,6 @@ TEST_F(StandingItems, AreReplacedByTheirOwnKindAlone) {
     }
     EXPECT_EQ(matrix, "ff------- ---ee---- ---FF---- ---J--J-- ------lll ------LLL ");
   }
-}
-
-TEST_F(TreeCopies, ATargetThatStoodThereKeepsItsAttributes) {
-  MakeFile(source + u"\\f", "new");
-  for (const bool backup : {true, false})
-    for (const bool fails : {false, true}) {
-      // (A hidden file is not overwritten by CopyFileW.)
-      const DWORD attributes = FILE_ATTRIBUTE_READONLY | (backup ? FILE_ATTRIBUTE_HIDDEN : 0u);
-      MakeFile(target + u"\\f", "old", attributes);
-      const auto held = fails ? HoldOpen(source + u"\\f", GENERIC_WRITE, 0) : nullptr;
-      EXPECT_EQ(Copy({.useBackupCopy = backup, .allowInheritance = true}), fails ? 0 : 1);
-      EXPECT_EQ(Contents(target + u"\\f"), fails ? "old" : "new");
-      EXPECT_EQ(Attributes(target + u"\\f"), attributes);
-      if (held) machine->files().CloseForeign(held);
-      ASSERT_TRUE(SetFileAttributesW((target + u"\\f").c_str(), FILE_ATTRIBUTE_NORMAL));
-    }
 }
 
 TEST_F(TreeCopies, GoingOnNeverOverwritesAndPassesFailedItems) {

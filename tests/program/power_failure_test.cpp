@@ -77,7 +77,7 @@ TEST_P(PowerFailure, AtAnyCallLosesNoFile) {
 const std::u16string kVolume = u"\\\\?\\Volume{12345678-0000-4000-8000-000000000000}";
 const std::vector<std::u16string> kFolders{u"C:\\Data", u"D:\\Kept\\Data"},
     kMounts{u"C:\\Data", u"C:\\Data.mount", kVolume};
-INSTANTIATE_TEST_SUITE_P(OfFolders, PowerFailure,
+INSTANTIATE_TEST_SUITE_P(PowerFailureAt, PowerFailure,
                          testing::Values(Form{"Redirection", u"/loc:D:\\Kept", kFolders, false},
                                          Form{"Removal", u"/loc:D:\\Kept", kFolders, true},
                                          Form{"OntoAVolume", u"/vol:" + kVolume + u"\\", kMounts, false},
