@@ -208,8 +208,7 @@ int UndoMove(MoveRecord& record) try {
   PutSourceBack(record, back, keep);
   if (!removed) LogNotDeleted(record.targetRoot);
   for (const std::u16string& name : record.addedShares) DeleteShare(name);
-  for (const DeletedShare& deleted : record.deletedShares)
-    AddShare(*deleted.share, deleted.share->shi502_path);  // refused, without harm, for a share that is there again
+  for (const DeletedShare& deleted : record.deletedShares) AddShareAgain(*deleted.share);
   if (!removed || !keep.empty()) return 0;
   record.outcome = MoveOutcome::Undone;
   return 1;

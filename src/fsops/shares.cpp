@@ -62,6 +62,10 @@ bool AddShare(const win32::SHARE_INFO_502& share, const std::u16string& folder) 
          win32::NERR_Success;
 }
 
+void AddShareAgain(const win32::SHARE_INFO_502& share) {
+  if (!AddShare(share, share.shi502_path)) Log(u"#ERROR: Unable to add network share %ls again.", share.shi502_netname);
+}
+
 bool MoveShares(const std::u16string& folder, const std::u16string& newFolder) {
   const ShareList shares = ShareList::Read();
   bool all = shares.IsWhole();
@@ -69,8 +73,7 @@ bool MoveShares(const std::u16string& folder, const std::u16string& newFolder) {
   for (const win32::SHARE_INFO_502* share : shares.FindByPath(folder)) {
     if (DeleteShare(*share)) {
       if (AddShare(*share, newFolder)) continue;
-      if (!AddShare(*share, share->shi502_path))
-        Log(u"#ERROR: Unable to add network share %ls again.", share->shi502_netname);
+      AddShareAgain(*share);
     }
     Log(u"#ERROR: Unable to move network share %ls from %ls to %ls.", share->shi502_netname, folder, newFolder);
     all = false;

@@ -34,6 +34,8 @@ bool DeleteShare(const win32::SHARE_INFO_502& share);
 bool DeleteShare(std::u16string name);
 // Adds the share again, with `folder` as its path.
 bool AddShare(const win32::SHARE_INFO_502& share, const std::u16string& folder);
+// Adds a share that was deleted where it was; the log tells when that is refused.
+void AddShareAgain(const win32::SHARE_INFO_502& share);
 
 // Gives every share of `folder` the path `newFolder`; all else that it has stays. False when one is still at `folder`,
 // or may be, or is gone; the log names it.

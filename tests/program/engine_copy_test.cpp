@@ -216,6 +216,7 @@ TEST_F(BackupCopies, AFolderItselfIsCopiedWithoutWhereItLeads) {
   EXPECT_EQ(Security(copy), Security(from));
   EXPECT_EQ(LastAccess(copy), LastAccess(from));
   EXPECT_EQ(Contents(copy + u"\\f"), "inside");
+  EXPECT_FALSE(SavedFolder().Save(copy + u"\\f")) << "a file, which is no folder";
   EXPECT_EQ(BackupCopyFolderItself(from, to) + BackupCopyFolderItself(to, copy), 0);
   for (const char* call : {"BackupRead", "BackupWrite", "GetFileAttributesW", "GetFileTime"}) {
     machine->gate.FailCallsFrom(call, 1, ERROR_ACCESS_DENIED);

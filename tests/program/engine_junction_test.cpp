@@ -36,6 +36,8 @@ TEST_F(Junction, IsWrittenByteForByte) {
     for (const BYTE byte : {static_cast<BYTE>(unit), BYTE{0}}) expected.push_back(byte);
   expected.insert(expected.end(), 4, 0);
   EXPECT_EQ(ReadLinkData(junction), expected);
+  EXPECT_EQ(MountPointData(u"x", u"P"),
+            (ReparseData{3, 0, 0, 0xA0, 16, 0, 0, 0, 0, 0, 2, 0, 4, 0, 2, 0, 'x', 0, 0, 0, 'P', 0, 0, 0}));
   EXPECT_EQ(LinkTagAt(junction), IO_REPARSE_TAG_MOUNT_POINT);
   EXPECT_EQ(LinkTagAt(source) + LinkTagAt(u"C:\\none"), 0u);
   // The opens are this program's alone.

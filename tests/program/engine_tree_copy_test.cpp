@@ -68,7 +68,8 @@ TEST_F(TreeCopies, ADrivesRootIsATargetToo) {
     record = {};
     ASSERT_EQ(CopyFiles(source, u"D:\\", {.useBackupCopy = backup, .allowInheritance = true}, record), 1);
     EXPECT_EQ(Contents(u"D:\\sub\\f"), "x");
-    EXPECT_EQ(Contents(u"D:\\all\\g"), "y") << "the root itself, not the drive's current folder";
+    EXPECT_EQ(Contents(u"D:\\all\\g"), "y");
+    EXPECT_EQ(TextOfLink(ReadLinkData(u"D:\\all")).path, u"D:\\") << "the root itself, not the drive's device";
     EXPECT_EQ(RemoveCopiedItems(record), 1);
     EXPECT_FALSE(Exists(u"D:\\sub") || Exists(u"D:\\all") || Exists(u"D:\\g"));
   }
