@@ -210,6 +210,11 @@ TEST_F(SharedProfilesCommands, WhatIsRedirectedOrMountedInThemFollows) {
                         u"redirection first.",
                     true));
   ASSERT_EQ(Run({u"/RedirectFolder", u"D:\\Data", u"/loc:" + kPublic, u"/d"}).exitCode, 0);
+  for (const std::uint64_t write : {1u, 2u, 3u}) {
+    machine->gate.FailCall("RegSetValueExW", write, win32::ERROR_ACCESS_DENIED);
+    EXPECT_TRUE(Fails(Redirect(u"PublicProfile", kPlace)));
+    EXPECT_EQ(AllRecords(), (Pairs{{kPublic + u"\\Papers", u"D:\\Papers"}}));
+  }
   ASSERT_EQ(Redirect(u"PublicProfile", kPlace).exitCode, 0);
   EXPECT_EQ(LinkTarget(kCopy + u"\\Papers"), u"D:\\Papers");
   EXPECT_EQ(AllRecords(), (Pairs{{kCopy + u"\\Papers", u"D:\\Papers"}}));
@@ -217,8 +222,12 @@ TEST_F(SharedProfilesCommands, WhatIsRedirectedOrMountedInThemFollows) {
   const RunResult mounted = BringBack(u"PublicProfile");
   EXPECT_TRUE(mounted.Logged(u"#ERROR: Failed to unmount the volume from the folder C:\\Users\\Public\\Shelf. "));
   EXPECT_TRUE(Fails(mounted) && !mounted.Logged(u"#ERROR: Unable to copy "));
-  FailTheRegistry();
-  EXPECT_TRUE(Fails(BringBack(u"PublicProfile")));
+  const Pairs records = AllRecords();
+  for (const std::uint64_t write : {1u, 2u}) {  // of the record, and of the value at last
+    machine->gate.FailCall("RegSetValueExW", write, win32::ERROR_ACCESS_DENIED);
+    EXPECT_TRUE(Fails(BringBack(u"PublicProfile")));
+    EXPECT_EQ(AllRecords(), records);
+  }
   for (const std::u16string& folder : {kPublic, kCopy})
     EXPECT_EQ(Contents(folder + u"\\Shelf\\book.txt"), "on the volume");
   ASSERT_EQ(Run({u"/RedirectFolder", kCopy + u"\\Papers", u"/loc:D:\\", u"/d"}).exitCode, 0);
