@@ -1,17 +1,5 @@
 // The request that has account pictures follow the Public profile, to a service that the test plays.
-#include "profiles/account_pictures.h"
-
-#include <gtest/gtest.h>
-
-#include <limits>
-
-#include "configuration/service_config.h"
-#include "support/program.h"
-#include "support/tree.h"
-#include "win32/emulated/registry/services.h"
-#include "win32/emulated/system/pipes.h"
-#include "win32/emulated/text.h"
-#include "win32/win32.h"
+#include "program/everything.h"
 
 namespace {
 

@@ -1,10 +1,6 @@
 // Automatic redirection of new user profiles: set, used, shown, removed, refused.
 #include "program/shared_profiles.h"
 
-#include "links/mounted_folder.h"
-#include "support/keelroom.h"
-#include "support/shares.h"
-
 namespace {
 
 using emulated::Utf8;

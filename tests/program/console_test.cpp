@@ -1,10 +1,5 @@
 // Texts of the string table, and their way to the console.
-#include <gtest/gtest.h>
-
-#include "report/console.h"
-#include "support/program.h"
-#include "win32/emulated/text.h"
-#include "win32/system.h"
+#include "program/everything.h"
 
 namespace {
 

@@ -1,8 +1,5 @@
 // The copy of single items: what arrives, how it is read and written, and what refuses.
-#include "fsops/backup_copy.h"
-#include "fsops/folder_itself.h"
-#include "links/junction.h"
-#include "support/engine.h"
+#include "program/everything.h"
 
 namespace {
 

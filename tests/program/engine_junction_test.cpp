@@ -1,8 +1,5 @@
 // Junctions and symbolic links, and where paths really lead.
-#include "links/junction.h"
-#include "links/link_data.h"
-#include "links/real_path.h"
-#include "support/engine.h"
+#include "program/everything.h"
 
 namespace {
 

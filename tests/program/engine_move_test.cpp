@@ -1,10 +1,5 @@
 // Deleting and moving trees, and what is left after any failure.
-#include <utility>
-
-#include "fsops/delete_tree.h"
-#include "fsops/move_tree.h"
-#include "links/junction.h"
-#include "support/engine.h"
+#include "program/everything.h"
 
 namespace {
 

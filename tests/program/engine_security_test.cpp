@@ -1,7 +1,5 @@
 // Opening up security descriptors and putting them back.
-#include "fsops/security.h"
-#include "support/engine.h"
-#include "win32/emulated/security/access.h"
+#include "program/everything.h"
 
 namespace {
 

@@ -1,11 +1,5 @@
 // The copy of trees: what goes where, what stands in the way, and what the copy carries.
-#include "fsops/copy_tree.h"
-#include "fsops/move_tree.h"
-#include "fsops/security.h"
-#include "links/junction.h"
-#include "links/real_path.h"
-#include "support/engine.h"
-#include "support/shares.h"
+#include "program/everything.h"
 
 namespace {
 

@@ -1,6 +1,5 @@
 // The redirection of a file and its removal with every call failing once, and with the machine stopped dead at each.
 #include "program/file_redirection.h"
-#include "support/every_call.h"
 
 namespace {
 

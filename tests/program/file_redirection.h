@@ -1,10 +1,7 @@
 // What the tests of file redirection share: one file with all that a file has, and how they look at it.
 #pragma once
 
-#include "probes/privileges.h"
-#include "probes/services.h"
 #include "program/redirections.h"
-#include "win32/emulated/registry/services.h"
 
 namespace test {
 

@@ -1,11 +1,5 @@
 // File redirection as an administrator sees it: a machine, a command, and what console, log, registry and disks say.
-#include <map>
-
 #include "program/file_redirection.h"
-#include "records/records.h"
-#include "validate/free_space.h"
-#include "win32/emulated/files/file_service.h"
-#include "win32/emulated/registry/registry.h"
 
 namespace {
 

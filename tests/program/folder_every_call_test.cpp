@@ -1,18 +1,7 @@
 // Whichever call of a folder redirection or its removal fails: no file is lost, success means success, and after a
 // failure all is as it was, but for what the log names: the items that were on their way, and what stood where they
 // were to go. The same command then succeeds.
-#include <algorithm>
-#include <map>
-#include <string>
-#include <vector>
-
-#include "links/junction.h"
-#include "links/link_data.h"
-#include "probes/privileges.h"
 #include "program/folder_stories.h"
-#include "support/every_call.h"
-#include "support/shares.h"
-#include "win32/emulated/files/file_service.h"
 
 namespace {
 

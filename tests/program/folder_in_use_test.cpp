@@ -1,9 +1,5 @@
 // People are at work in the folder that is to go, and some of what is in it is not the administrator's.
-#include "probes/privileges.h"
 #include "program/redirections.h"
-#include "win32/emulated/files/file_service.h"
-#include "win32/emulated/system/processes.h"
-#include "win32/emulated/system/threads.h"
 
 namespace {
 

@@ -1,10 +1,5 @@
 // A folder redirected onto a volume, and back, as an administrator sees it.
-#include "links/junction.h"
-#include "links/mounted_folder.h"
-#include "probes/privileges.h"
 #include "program/redirections.h"
-#include "support/shares.h"
-#include "win32/emulated/registry/registry.h"
 
 namespace {
 

@@ -2,7 +2,6 @@
 #pragma once
 
 #include "program/redirections.h"
-#include "win32/emulated/registry/registry.h"
 
 namespace test {
 

@@ -1,9 +1,4 @@
 // Days in the life of a workstation: several redirections that touch each other, and folders that are shared.
-#include <vector>
-
-#include "fsops/folder_itself.h"
-#include "links/link_data.h"
-#include "support/shares.h"
 #include "program/redirections.h"
 
 namespace {

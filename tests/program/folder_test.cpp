@@ -1,15 +1,6 @@
 // Folder redirection as an administrator sees it: this machine, this command, and what console, log, registry and disks
 // say.
-#include <algorithm>
-#include <set>
-#include <vector>
-
-#include "links/junction.h"
-#include "links/link_data.h"
-#include "probes/privileges.h"
 #include "program/redirections.h"
-#include "win32/emulated/files/file_service.h"
-#include "win32/emulated/security/token.h"
 
 namespace {
 

@@ -1,7 +1,5 @@
 // The formatter of the log's and the console's texts.
-#include <gtest/gtest.h>
-
-#include "text/format.h"
+#include "program/everything.h"
 
 namespace {
 

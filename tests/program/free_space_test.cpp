@@ -1,7 +1,5 @@
 // Is there room for the source, to the byte.
-#include "links/junction.h"
 #include "program/validation.h"
-#include "validate/free_space.h"
 
 namespace {
 

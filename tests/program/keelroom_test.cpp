@@ -1,14 +1,5 @@
 // Keelroom: its volumes as the registry tells them, and the version of its driver as the driver's file tells it.
-#include "probes/keelroom.h"
-
-#include <gtest/gtest.h>
-
-#include <algorithm>
-#include <array>
-
-#include "support/engine.h"
-#include "support/keelroom.h"
-#include "win32/emulated/registry/registry.h"
+#include "program/everything.h"
 
 namespace {
 

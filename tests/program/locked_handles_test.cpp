@@ -1,18 +1,6 @@
 // Which files do other processes hold open? The walk over the handle table, on machines where it meets everything that
 // a busy workstation has.
-#include <utility>
-#include <algorithm>
-#include <set>
-
-#include "probes/handle_names.h"
-#include "probes/locked_handles.h"
-#include "probes/nt_dll.h"
-#include "probes/system_process_information.h"
-#include "support/engine.h"
-#include "win32/emulated/system/native_queries.h"
-#include "win32/emulated/system/processes.h"
-#include "win32/emulated/system/threads.h"
-#include "win32/emulated/text.h"
+#include "program/everything.h"
 
 namespace {
 

@@ -1,16 +1,5 @@
 // The log file.
-#include <gtest/gtest.h>
-
-#include <algorithm>
-#include <thread>
-
-#include "report/log.h"
-#include "report/service_path.h"
-#include "support/engine.h"
-#include "support/program.h"
-#include "win32/emulated/registry/services.h"
-#include "win32/emulated/setup/volume_builder.h"
-#include "win32/emulated/text.h"
+#include "program/everything.h"
 
 namespace {
 

@@ -1,52 +1,6 @@
 // Memory may be short in the middle of anything. Whoever is asked then and has a bad answer gives the bad one: what is
 // refused is never let through, what was not done is never called done.
-#include <cstdlib>
-#include <functional>
-#include <new>
-#include <optional>
-#include <set>
-#include <string_view>
-#include <vector>
-
-#include "configuration/service_config.h"
-#include "fsops/backup_copy.h"
-#include "fsops/copy_tree.h"
-#include "fsops/delete_tree.h"
-#include "fsops/file_list.h"
-#include "fsops/move_tree.h"
-#include "fsops/security.h"
-#include "links/junction.h"
-#include "links/link_data.h"
-#include "links/mounted_folder.h"
-#include "links/real_path.h"
-#include "links/volume_paths.h"
-#include "probes/file_version.h"
-#include "probes/keelroom.h"
-#include "probes/locked_handles.h"
-#include "probes/rimehold_status.h"
-#include "probes/version.h"
-#include "profiles/automatic.h"
-#include "profiles/profile_folders.h"
-#include "profiles/profile_list.h"
-#include "profiles/redirection_notes.h"
-#include "profiles/shared_profiles.h"
-#include "profiles/shared_profiles_restart.h"
-#include "profiles/user_accounts.h"
-#include "profiles/user_hive.h"
-#include "profiles/user_profile.h"
-#include "records/records.h"
-#include "redirect/file.h"
-#include "redirect/folder.h"
-#include "regredirect/location.h"
-#include "regredirect/registry_keys.h"
-#include "support/engine.h"
-#include "support/program.h"
-#include "validate/closed_items.h"
-#include "validate/free_space.h"
-#include "validate/path_rules.h"
-#include "validate/prescan.h"
-#include "validate/relations.h"
-#include "validate/validate.h"
+#include "program/everything.h"
 
 namespace {
 

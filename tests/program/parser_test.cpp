@@ -1,11 +1,5 @@
 // The command line against the command table.
-#include <gtest/gtest.h>
-
-#include <algorithm>
-
-#include "cli/parser.h"
-#include "support/program.h"
-#include "win32/emulated/text.h"
+#include "program/everything.h"
 
 namespace {
 

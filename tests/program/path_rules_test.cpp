@@ -1,7 +1,5 @@
 // The rules for one path: what each question answers when it is asked alone, and which rule speaks first.
-#include "links/junction.h"
 #include "program/validation.h"
-#include "validate/path_rules.h"
 
 namespace {
 

@@ -1,17 +1,6 @@
 // The machine stops dead between any two calls of a redirection or its removal; what the disks then hold is booted
 // again. Each file is whole in one place, and the same command then goes on, or says what to do and changes nothing.
-#include <algorithm>
-#include <map>
-#include <vector>
-
-#include <gtest/gtest.h>
-
-#include "support/every_call.h"
-#include "support/installed_machine.h"
-#include "support/program.h"
-#include "support/tree.h"
-#include "win32/emulated/text.h"
-#include "win32/win32.h"
+#include "program/everything.h"
 
 namespace {
 

@@ -1,10 +1,5 @@
 // The scan of a source: what it names, in which order, and what it lets through.
-#include "validate/prescan.h"
-
-#include "links/junction.h"
-#include "probes/locked_handles.h"
 #include "program/validation.h"
-#include "text/ascii_case.h"
 
 namespace {
 

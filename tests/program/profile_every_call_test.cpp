@@ -1,13 +1,6 @@
 // Whichever call of a command on profiles fails: no file is lost, Windows' records name the folder that holds the
 // profile, the hive is unloaded, and what console and log say is true.
-#include <iostream>
-#include <optional>
-#include <set>
-
-#include "links/link_data.h"
-#include "profiles/user_hive.h"
 #include "program/shared_profiles.h"
-#include "support/every_call.h"
 
 namespace {
 

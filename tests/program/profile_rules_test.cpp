@@ -1,11 +1,6 @@
 // Whose profile is whose, and which moves are refused: all that is said of each, and nothing has changed.
 #include "program/profile_stories.h"
 
-#include "profiles/profile_list.h"
-#include "profiles/user_accounts.h"
-#include "profiles/user_hive.h"
-#include "support/keelroom.h"
-
 namespace {
 
 using emulated::Utf8;

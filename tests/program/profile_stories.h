@@ -2,30 +2,7 @@
 // a profile.
 #pragma once
 
-#include <gtest/gtest.h>
-
-#include <algorithm>
-#include <initializer_list>
-#include <map>
-#include <memory>
-#include <string>
-#include <utility>
-#include <vector>
-
-#include "configuration/service_config.h"
-#include "fsops/delete_tree.h"
-#include "fsops/folder_itself.h"
-#include "links/junction.h"
-#include "probes/privileges.h"
-#include "support/program.h"
-#include "support/tree.h"
-#include "text/path_text.h"
-#include "win32/emulated/files/file_service.h"
-#include "win32/emulated/registry/registry.h"
-#include "win32/emulated/security/access.h"
-#include "win32/emulated/system/processes.h"
-#include "win32/emulated/text.h"
-#include "win32/win32.h"
+#include "program/everything.h"
 
 namespace test {
 

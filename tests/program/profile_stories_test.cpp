@@ -1,11 +1,6 @@
 // A user's profile moved to another place and back: all that is said, and what is there afterwards.
 #include "program/profile_stories.h"
 
-#include "links/link_data.h"
-#include "profiles/user_hive.h"
-#include "support/shares.h"
-#include "win32/emulated/registry/services.h"
-
 namespace {
 
 using emulated::Utf8;

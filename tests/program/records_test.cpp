@@ -1,14 +1,5 @@
 // The registry's record of redirections.
-#include "records/records.h"
-
-#include <functional>
-#include <tuple>
-
-#include "records/registry_text.h"
-#include "support/engine.h"
-#include "support/program.h"
-#include "text/path_text.h"
-#include "win32/emulated/registry/registry.h"
+#include "program/everything.h"
 
 namespace {
 

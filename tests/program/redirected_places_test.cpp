@@ -1,10 +1,5 @@
 // Whose data stands there: what one redirection holds is no place, and no source, for another.
-#include <vector>
-
-#include "links/junction.h"
 #include "program/redirections.h"
-#include "win32/emulated/registry/registry.h"
-#include "records/records.h"
 
 namespace {
 

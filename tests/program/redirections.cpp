@@ -1,17 +1,5 @@
 #include "program/redirections.h"
 
-#include <algorithm>
-#include <set>
-#include <sstream>
-#include <vector>
-
-#include "probes/privileges.h"
-#include "probes/services.h"
-#include "support/every_call.h"
-#include "support/shares.h"
-#include "win32/emulated/registry/registry.h"
-#include "win32/emulated/registry/services.h"
-
 namespace test {
 
 namespace {

@@ -2,22 +2,7 @@
 // answers, and all that it may have changed.
 #pragma once
 
-#include <gtest/gtest.h>
-
-#include <algorithm>
-#include <functional>
-#include <initializer_list>
-#include <map>
-#include <memory>
-#include <string>
-#include <utility>
-#include <vector>
-
-#include "support/program.h"
-#include "support/tree.h"
-#include "win32/emulated/machine.h"
-#include "win32/emulated/text.h"
-#include "win32/win32.h"
+#include "program/everything.h"
 
 namespace test {
 

@@ -1,24 +1,6 @@
 // Registry redirection as an administrator sees it: where the data goes, which keys are preserved, what the service
 // does.
-#include <gtest/gtest.h>
-
-#include <algorithm>
-#include <functional>
-#include <map>
-#include <set>
-
-#include "configuration/service_config.h"
-#include "links/junction.h"
-#include "regredirect/location.h"
-#include "regredirect/registry_data.h"
-#include "regredirect/registry_keys.h"
-#include "support/every_call.h"
-#include "support/tree.h"
-#include "workstation/intruder.h"
-#include "workstation/product.h"
-#include "win32/emulated/registry/registry.h"
-#include "win32/emulated/registry/services.h"
-#include "win32/emulated/security/token.h"
+#include "program/everything.h"
 
 namespace {
 

@@ -1,7 +1,4 @@
 // The rules for a source and a target together: each alone, in their order, and what the flags change.
-#include <map>
-
-#include "links/junction.h"
 #include "program/validation.h"
 
 namespace {

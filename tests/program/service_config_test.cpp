@@ -1,15 +1,5 @@
 // The service's configuration file, and what the program does to it.
-#include <cstring>
-#include <functional>
-#include <set>
-
-#include "configuration/service_config.h"
-#include "support/engine.h"
-#include "support/program.h"
-#include "win32/emulated/registry/registry.h"
-#include "win32/emulated/registry/services.h"
-#include "win32/emulated/setup/volume_builder.h"
-#include "win32/emulated/text.h"
+#include "program/everything.h"
 
 namespace {
 

@@ -1,14 +1,5 @@
 // Services, privileges and the version of Windows.
-#include <gtest/gtest.h>
-
-#include <limits>
-
-#include "probes/privileges.h"
-#include "probes/services.h"
-#include "probes/windows_version.h"
-#include "support/engine.h"
-#include "support/program.h"
-#include "win32/emulated/registry/services.h"
+#include "program/everything.h"
 
 namespace {
 

@@ -2,15 +2,7 @@
 // configuration say.
 #pragma once
 
-#include <map>
-#include <string>
-#include <utility>
-#include <vector>
-
 #include "program/profile_stories.h"
-#include "regredirect/registry_keys.h"
-#include "win32/emulated/registry/hive.h"
-#include "win32/emulated/registry/services.h"
 
 namespace test {
 

@@ -1,9 +1,6 @@
 // The Default and Public profiles redirected by themselves: what goes, what comes back, and what nobody gets a hand in.
 #include "program/shared_profiles.h"
 
-#include "fsops/folder_itself.h"
-#include "support/shares.h"
-
 namespace {
 
 using emulated::Utf8;

@@ -1,16 +1,5 @@
 // Start-up, Rimehold's status and its gate, and the command line as a whole.
-#include <gtest/gtest.h>
-
-#include <algorithm>
-
-#include "probes/version.h"
-#include "support/program.h"
-#include "win32/emulated/registry/registry.h"
-#include "win32/emulated/registry/services.h"
-#include "win32/emulated/system/mutex.h"
-#include "win32/emulated/text.h"
-#include "win32/handle.h"
-#include "workstation/product.h"
+#include "program/everything.h"
 
 namespace {
 

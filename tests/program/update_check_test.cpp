@@ -1,11 +1,5 @@
 // The update check against a server that answers well, badly, too much or not at all.
-#include <gtest/gtest.h>
-
-#include "support/http_server.h"
-#include "support/program.h"
-#include "win32/constants.h"
-#include "win32/emulated/system/internet_transfer.h"
-#include "win32/emulated/text.h"
+#include "program/everything.h"
 
 namespace {
 

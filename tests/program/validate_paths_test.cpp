@@ -1,10 +1,6 @@
 // The whole decision on a source and a target: which rules are still tried after one has failed, and what the flags of
 // profile operations change.
-#include <optional>
-
-#include "links/junction.h"
 #include "program/validation.h"
-#include "win32/emulated/registry/services.h"
 
 namespace {
 

@@ -1,7 +1,4 @@
 // The rules for a volume that is to be mounted in a folder's place.
-#include <algorithm>
-
-#include "links/junction.h"
 #include "program/validation.h"
 
 namespace {

@@ -1,16 +1,7 @@
 // What the tests of the rules share: folders of every kind, drives of every type, and the lines that a decision logs.
 #pragma once
 
-#include <functional>
-#include <string>
-#include <vector>
-
-#include "support/engine.h"
-#include "support/program.h"
-#include "validate/relations.h"
-#include "validate/validate.h"
-#include "win32/emulated/text.h"
-#include "win32/handle.h"
+#include "program/everything.h"
 
 namespace test {
 
