@@ -1,15 +1,40 @@
-// Services, privileges and the version of Windows.
+// Services, privileges, the version of Windows, and Keelroom: its volumes and its driver.
 #include "program/everything.h"
 
 namespace {
 
+using emulated::Bytes;
+using Drives = std::vector<std::u16string>;
+
 constexpr const char16_t* kProduct = u"QuillbayService";
-constexpr auto kForEver = std::numeric_limits<std::uint64_t>::max();
+constexpr const char16_t* kDriver = u"C:\\Windows\\System32\\drivers\\Keeldisk.sys";
 
 class Probes : public test::Engine {
  protected:
   emulated::ServiceConfiguration Configuration() { return machine->services().Configuration(kProduct).value(); }
   std::u16string LastLine() const { return LogText().substr(LogText().rfind(u"] ") + 2); }
+  Drives ReadDrives() {
+    Drives drives{u"an old answer"};
+    const bool any = ReadKeelroomVolumes(drives);
+    EXPECT_EQ(any, !drives.empty());
+    return drives;
+  }
+  // What the question, that is answered with 1, answers when each of its calls is refused in turn.
+  template <typename Question>
+  std::string AnswersWhenRefused(Question question) {
+    std::vector<std::string> calls;
+    std::string answers;
+    machine->gate.Observe([&](const char* name, std::uint64_t) { calls.emplace_back(name); });
+    EXPECT_EQ(question(), 1);
+    machine->gate.Observe({});
+    for (std::size_t call = 0; call < calls.size(); ++call) {
+      if (calls[call] == "RegCloseKey") continue;
+      machine->gate.FailCall(call + 1, win32::ERROR_ACCESS_DENIED);
+      answers += question() ? '.' : 'x';
+      machine->gate.ClearFailures();
+    }
+    return answers;
+  }
 };
 
 TEST_F(Probes, StartsTheProductsService) {
@@ -39,18 +64,16 @@ TEST_F(Probes, StartsTheProductsService) {
   }
   machine->gate.ClearFailures();
   machine->services().SetState(kProduct, win32::SERVICE_STOPPED);
-  machine->services().Behaviour(kProduct).startMilliseconds = kForEver;
+  machine->services().Behaviour(kProduct).startMilliseconds = std::numeric_limits<std::uint64_t>::max();
   machine->gate.ResetCounts();
   const std::uint64_t slept = machine->sleptMilliseconds;
   EXPECT_FALSE(StartQuillbayService()) << "it never starts";
   EXPECT_EQ(machine->gate.Count("QueryServiceStatus"), 30u);
   EXPECT_EQ(machine->sleptMilliseconds, slept + 29u * 2000);
-
-  for (const auto& [call, error, line] :
-       {std::tuple("OpenSCManagerW", win32::ERROR_ACCESS_DENIED, u"OpenSCManager failed (5)\n"),
-        {"OpenServiceW", win32::ERROR_SERVICE_DOES_NOT_EXIST, u"OpenService failed (1060)\n"},
-        {"ChangeServiceConfigW", win32::ERROR_ACCESS_DENIED, u"ChangeServiceConfig failed (5)\n"}}) {
-    machine->gate.FailCall(call, 1, error);
+  for (const auto& [call, line] : {std::pair("OpenSCManagerW", u"OpenSCManager failed (5)\n"),
+                                   {"OpenServiceW", u"OpenService failed (5)\n"},
+                                   {"ChangeServiceConfigW", u"ChangeServiceConfig failed (5)\n"}}) {
+    machine->gate.FailCall(call, 1, win32::ERROR_ACCESS_DENIED);
     EXPECT_FALSE(DisableQuillbayService());
     EXPECT_EQ(LastLine(), line);
   }
@@ -73,15 +96,13 @@ TEST_F(Probes, StopsAndStartsAnyService) {
   EXPECT_TRUE(StopServiceIfRunning(u"Other"));
   EXPECT_FALSE(IsServiceRunning(u"Other"));
   EXPECT_EQ(machine->sleptMilliseconds, 5000u);
-  EXPECT_FALSE(ControlServiceAndWait(u"Nobody", kStartService));
-  EXPECT_FALSE(ControlServiceAndWait(nullptr, kStartService));
-  EXPECT_FALSE(IsServiceRunning(nullptr));
+  for (const auto* none : {u"Nobody", static_cast<const char16_t*>(nullptr)})
+    EXPECT_FALSE(ControlServiceAndWait(none, kStartService) || IsServiceRunning(none));
 }
 
 TEST_F(Probes, TellsAdministratorsFromOthers) {
   const emulated::Sid user = emulated::SidFromText(u"S-1-5-21-1-2-3-1001");
-  EXPECT_TRUE(IsUserAdministrator());
-  EXPECT_TRUE(IsMemberOfAdministrators());
+  EXPECT_TRUE(IsUserAdministrator() && IsMemberOfAdministrators());
   for (const char* call : {"OpenThreadToken", "OpenProcessToken", "GetTokenInformation", "AllocateAndInitializeSid"}) {
     machine->gate.FailCall(call, 1, win32::ERROR_ACCESS_DENIED);
     EXPECT_FALSE(IsUserAdministrator()) << call;
@@ -117,10 +138,11 @@ TEST_F(Probes, EnablesAllPrivilegesAtOnceOrNone) {
                            u"SeTakeOwnershipPrivilege", u"SeShutdownPrivilege"})
     EXPECT_TRUE(token.PrivilegeEnabled(name));
   EXPECT_EQ(EnablePrivilege(u"SeNoSuchPrivilege"), PrivilegeResult::NotFound);
-  machine->gate.FailCall("OpenProcessToken", 1, win32::ERROR_ACCESS_DENIED);
-  EXPECT_EQ(EnablePrivilege(u"SeBackupPrivilege"), PrivilegeResult::NotFound);
-  machine->gate.FailCall("AdjustTokenPrivileges", 1, win32::ERROR_ACCESS_DENIED);
-  EXPECT_EQ(EnablePrivilege(u"SeBackupPrivilege"), PrivilegeResult::NotAdjusted);
+  for (const auto& [call, result] : {std::pair("OpenProcessToken", PrivilegeResult::NotFound),
+                                     {"AdjustTokenPrivileges", PrivilegeResult::NotAdjusted}}) {
+    machine->gate.FailCall(call, 1, win32::ERROR_ACCESS_DENIED);
+    EXPECT_EQ(EnablePrivilege(u"SeBackupPrivilege"), result);
+  }
   machine->process.token = emulated::MakeUserToken(user);
   EXPECT_TRUE(EnablePrivileges());  // what is not held does not make it fail
 }
@@ -151,10 +173,73 @@ TEST_F(Probes, NamesTheVersionOfWindows) {
   EXPECT_EQ(GetWindowsVersionCode(), 0);
   EXPECT_EQ(GetWindowsMajorVersion(), 0u);
   EXPECT_EQ(machine->console, "");
-  EXPECT_FALSE(IsVistaOrLater());
-  EXPECT_FALSE(IsWindows8OrLater());
+  EXPECT_FALSE(IsVistaOrLater() || IsWindows8OrLater());
   EXPECT_EQ(machine->console,
             "Failed to get current OS version information.Failed to get current OS version information.");
+}
+
+TEST_F(Probes, KnowsKeelroomsDrives) {
+  const std::u16string parameters = u"HKLM\\SYSTEM\\CurrentControlSet\\Services\\Keeldisk\\Parameters";
+  for (char16_t letter = u'A'; letter <= u'Z'; ++letter) EXPECT_FALSE(IsKeelroomDrive(letter));
+  machine->registry().CreateKey(parameters);
+  EXPECT_EQ(ReadDrives(), Drives{});
+  test::AddKeelroomVolume(*machine, u"Volume2", u"T:");
+  EXPECT_EQ(AnswersWhenRefused([] { return IsKeelroomDrive(u'T'); }), "xxx.xx........")
+      << "the keys, and the two questions for MountAs";
+  test::AddKeelroomVolume(*machine, u"Volume10", u"k:");
+  machine->registry().SetDword(parameters + u"\\Volume1", u"Size", 100);  // mounted nowhere
+  EXPECT_EQ(ReadDrives(), (Drives{u"", u"k:", u"T:"}));
+  for (const char16_t letter : {u'T', u't', u'K', u'k'}) EXPECT_TRUE(IsKeelroomDrive(letter));
+  for (const char16_t letter : {u'S', u'\\', u':', u'\0', u'\u212A'}) EXPECT_FALSE(IsKeelroomDrive(letter));
+  // Whatever its type, with half a terminator, and beside a number that is too long.
+  machine->registry().Set(parameters + u"\\Volume1", u"Extents", win32::REG_BINARY, Bytes(4096, 0xFF));
+  machine->registry().Set(parameters + u"\\Volume1", u"MountAs", win32::REG_BINARY, Bytes{'S', 0, ':', 0, 0});
+  EXPECT_EQ(ReadDrives(), (Drives{u"S:", u"k:", u"T:"}));
+}
+
+TEST_F(Probes, TellsKeelroomsOldDriversFromNewOnes) {
+  FileVersionRecord record;
+  const std::tuple<const char*, std::u16string, int> cases[] = {{"none", u"", 0},
+                                                                {"8.32", u"8.32.9.9", 0},
+                                                                {"8.33", u"8.33.0.0", 1},
+                                                                {"9.0", u"9.0.0.0", 1},
+                                                                {"7.99", u"7.99.1.2", 0}};
+  EXPECT_EQ(IsNewKeelroomVersion(), 0);
+  EXPECT_EQ(LogText(), u"") << "no driver is an old one";
+  for (const auto& [driver, text, isNew] : cases) {
+    test::InstallKeeldisk(*machine, driver);
+    EXPECT_EQ(IsNewKeelroomVersion(), isNew) << driver;
+    EXPECT_EQ(LastLine(),
+              u"#ERROR: Failed to find the version of Keeldisk driver at C:\\Windows\\system32\\drivers\\Keeldisk.sys");
+    EXPECT_EQ(GetFileVersionRecord(kDriver, record), text.empty() ? 0 : 1);
+    EXPECT_EQ(record.text, text);
+  }
+  EXPECT_EQ(std::ranges::count(LogText(), u'['), 2) << "only the first one has no version";
+  EXPECT_EQ((std::array{record.major, record.minor, record.build, record.revision}),
+            (std::array<win32::WORD, 4>{7, 99, 1, 2}));
+  EXPECT_EQ(record.majorText + record.minorText + record.buildText + record.revisionText, u"79912");
+  test::InstallKeeldisk(*machine, "9.0");
+  EXPECT_EQ(AnswersWhenRefused(IsNewKeelroomVersion), "xxxxx");
+}
+
+TEST_F(Probes, ReadsNoVersionThatIsNotWhollyThere) {
+  const Bytes whole = test::KeeldiskDriver("9.0"), signature{0xBD, 0x04, 0xEF, 0xFE};
+  const auto fixed = std::search(whole.begin(), whole.end(), signature.begin(), signature.end());
+  ASSERT_NE(fixed, whole.end());
+  const auto hasVersion = [&](const Bytes& driver) {
+    test::PutKeeldisk(*machine, driver);
+    FileVersionRecord record;
+    return GetFileVersionRecord(kDriver, record) == 1;
+  };
+  for (auto end = whole.begin(); end < fixed + 52; end += std::min<std::ptrdiff_t>(61, whole.end() - end))
+    EXPECT_FALSE(hasVersion(Bytes(whole.begin(), end))) << end - whole.begin();
+  for (const int offset : {-40, -38})  // the length of its block, and of its value
+    for (const unsigned length : {0u, 5u, 51u, 53u, 91u, 0xFFFFu}) {
+      Bytes driver = whole;
+      driver[static_cast<std::size_t>(fixed - whole.begin() + offset)] = static_cast<std::uint8_t>(length & 0xFF);
+      driver[static_cast<std::size_t>(fixed - whole.begin() + offset + 1)] = static_cast<std::uint8_t>(length >> 8);
+      EXPECT_FALSE(hasVersion(driver)) << offset << ' ' << length;
+    }
 }
 
 }  // namespace

@@ -1,0 +1,250 @@
+// Texts of the string table, their format, and their ways to the console and into the log.
+#include "program/everything.h"
+
+namespace {
+
+// What the texts from 101 on say, written down apart from the string table: a sum of each (FNV-1a over its characters).
+constexpr std::uint32_t kSums[] = {
+    0x3CEB6B62, 0xBD1B3459, 0x47898880, 0x0B2BAAD0, 0x2A663B27, 0xE26E9CB7, 0x0F9647D1, 0xE3AD04D4, 0xED649E29,
+    0xF569DA15, 0x15236294, 0xB58AFCB5, 0xC3B76947, 0xC429B945, 0x292D4DAB, 0x5BD6B8D3, 0x6158437F, 0x3B228CBA,
+    0x6EBC9A78, 0xA9641C5B, 0xA2CC5D6B, 0x43D5A44E, 0xB58D0575, 0x64AB0A10, 0xDB0EC9AA, 0x11157713, 0x42171016,
+    0xEC01B4ED, 0x821F1A9F, 0x2A24506D, 0xEADA0238, 0x2267FC60, 0x91D25923, 0x71B9EE34, 0x5522DB0D, 0x3DDEF7EE,
+    0x3422772D, 0xCEB27C80, 0xAE0B3C4F, 0xA937506A, 0x04F14F38, 0xC2D2B120, 0x4B5E75AF, 0x508C9798, 0x8A6AE6C9,
+    0x97F89745, 0x8A74A772, 0x42F134D3, 0x853360DA, 0x1FCA5CD9, 0x373A0A4E, 0x76AB6407, 0x9069C8E1, 0x0243D507,
+    0x34A03C9D, 0xDF36129F, 0x6B1D4430, 0x4D3A8EE1, 0x4B903CF2, 0x99C4D130, 0x29720B02, 0xA0DD5903, 0x9067A244,
+    0xE33EC231, 0x02ACF5EE, 0x39C27A35, 0xBFA99D51, 0xCDCB82A7, 0x501AAC8B, 0x1BAB3BC8, 0xCD841230, 0xB451CF21,
+    0x854EDB3C, 0xB742D572, 0xD067D95B, 0x65EE5A39, 0xDC5839C9, 0xCB490769, 0x0B0E15CB, 0xBBF5094A, 0x997D2B16,
+    0xA188BDDF, 0x4D6D6B47, 0x3273BD3C, 0x25D4377D, 0x23926D71, 0xF33F9017, 0xA200CF96, 0x8BB8B003, 0xC0D8479C,
+    0x96106A37, 0x715B1D20, 0x313A0C88, 0x3EE2D9FD, 0x5C81A794, 0x58785321};
+
+class Report : public ::testing::Test {
+ protected:
+  Report() { test::UseProgramModule(*machine); }
+  // What the log now holds, from the byte-order mark on.
+  std::u16string Text() {
+    const std::string bytes = test::LogBytes(*machine);
+    std::u16string text(bytes.size() / 2, u'\0');
+    std::memcpy(text.data(), bytes.data(), text.size() * 2);
+    return text;
+  }
+
+  std::unique_ptr<emulated::Machine> machine = test::InstalledMachine();
+};
+
+// Other tests may name a text by its number.
+TEST_F(Report, EveryTextSaysWhatItIsToSay) {
+  unsigned id = 101;
+  for (const std::uint32_t agreed : kSums) {
+    std::uint32_t sum = 2166136261;
+    for (const char16_t unit : LoadResourceString(id)) sum = (sum ^ unit) * 16777619;
+    EXPECT_EQ(sum, agreed) << id << ": " << emulated::Utf8(LoadResourceString(id));
+    ++id;
+  }
+  EXPECT_EQ(id, 197u);
+}
+
+TEST_F(Report, MissingTextsAreEmpty) {
+  for (const unsigned id : {0u, 100u, 197u, 5000u, 0xFFFEFu, 0xFFFFFFFFu}) EXPECT_EQ(LoadResourceString(id), u"") << id;
+  win32::SetLastError(0);
+  EXPECT_EQ(LoadResourceString(0xFFFF0), u"");
+  EXPECT_EQ(win32::GetLastError(), win32::ERROR_RESOURCE_NAME_NOT_FOUND);
+  for (const char* call : {"LoadResource", "LockResource"}) {
+    machine->gate.FailCall(call, 1, win32::ERROR_NOT_ENOUGH_MEMORY);
+    EXPECT_EQ(LoadResourceString(137), u"");
+  }
+  EXPECT_TRUE(ConsolePrint(u""));
+  EXPECT_EQ(machine->console, "");
+}
+
+TEST_F(Report, DoesNotReadBeyondADamagedBlock) {
+  // The block of 96 to 111: the entry of 101 claims more characters than there are; the one of 100 is whole.
+  static constexpr unsigned char block[] = {0, 0, 0, 0, 0, 0, 0, 0, 1, 0, 'x', 0, 200, 0, 'y', 0};
+  machine->module.resources = {{u"#6", u"#7", 0, block}};
+  EXPECT_EQ(LoadResourceString(100), u"x");
+  EXPECT_EQ(LoadResourceString(101), u"");
+  EXPECT_EQ(LoadResourceString(110), u"");
+  // The neutral language before any other.
+  static constexpr unsigned char neutral[] = {1, 0, 'n', 0}, other[] = {1, 0, 'o', 0};
+  machine->module.resources = {{u"#6", u"#2", 0x409, other}};
+  EXPECT_EQ(LoadResourceString(16), u"o");
+  machine->module.resources.push_back({u"#6", u"#2", 0, neutral});
+  EXPECT_EQ(LoadResourceString(16), u"n");
+}
+
+TEST_F(Report, WritesTheOemCodePage) {
+  EXPECT_TRUE(ConsolePrint(u"\u00fc\u00e9\n\u4e2d"));
+  EXPECT_EQ(machine->console, "\x81\x82\r\n?");
+  EXPECT_TRUE(ConsoleFormat(u"%d. %ls", 7, u"\u00fc"));
+  EXPECT_EQ(machine->console, "\x81\x82\r\n?7. \x81");
+  machine->console.clear();
+  EXPECT_TRUE(ConsolePrint(std::u16string(20'000, u'x') + u"end"));
+  EXPECT_EQ(machine->console, std::string(20'000, 'x') + "end") << "more than a console takes at once";
+  machine->console.clear();
+  machine->gate.FailCall("WriteFile", 2, win32::ERROR_BROKEN_PIPE);
+  EXPECT_TRUE(ConsolePrint(std::u16string(20'000, u'x')));
+  EXPECT_EQ(machine->console, std::string(8192, 'x')) << "who reads has gone";
+  for (const std::uint64_t nth : {1u, 2u}) {
+    machine->gate.FailCall("WideCharToMultiByte", nth, win32::ERROR_NOT_ENOUGH_MEMORY);
+    EXPECT_FALSE(ConsolePrint(u"text"));
+    machine->gate.ClearFailures();
+  }
+  EXPECT_EQ(machine->console.size(), 8192u);
+}
+
+TEST_F(Report, BeginsWithAByteOrderMarkAndIsAppendedTo) {
+  machine->SetNow(132223104000000000 + (9 * 3600 + 5 * 60 + 3) * 10000000LL + 70000);  // on 1 January 2020
+  const auto line = [](std::u16string_view text) {
+    return FormatText(u"\r\n[ 9: 5: 3:  7][P%4d,T%4d] %ls", win32::GetCurrentProcessId(), win32::GetCurrentThreadId(),
+                      text);
+  };
+  {
+    LogFile log;
+    EXPECT_EQ(std::u16string(LogPath()), u"C:\\Program Files\\Velmora\\Quillbay\\QBC.log");
+    Log(u"first %d", 1);
+  }
+  EXPECT_EQ(Text(), u"\uFEFF" + line(u"first 1"));
+  const auto logged = [&](std::u16string_view before) {
+    const emulated::ByteView bytes{reinterpret_cast<const std::uint8_t*>(before.data()), before.size() * 2};
+    emulated::WriteWholeFile(*machine->SystemVolume()->volume, u"\\Program Files\\Velmora\\Quillbay\\QBC.log", bytes);
+    LogFile log;
+    Log(u"next");
+    return Text();
+  };
+  EXPECT_EQ(logged(u""), u"\uFEFF" + line(u"next"));
+  EXPECT_EQ(logged(u"another's"), u"another's" + line(u"next"));
+  // A run that does not get to the end of the file writes nothing, least of all at its beginning.
+  machine->gate.FailCall("SetFilePointer", 1, win32::ERROR_ACCESS_DENIED);
+  EXPECT_EQ(logged(u"before"), u"before");
+}
+
+// Whichever thread it comes from, a line is one piece, with the text of its error.
+TEST_F(Report, LinesAreNotMixed) {
+  const LogFile log;
+  const auto write = [] {
+    for (int i = 0; i < 1000; ++i) {
+      win32::SetLastError(win32::ERROR_ACCESS_DENIED);
+      LogWithSystemError(u"#");
+    }
+  };
+  std::thread other(write);
+  write();
+  other.join();
+  std::u16string text = Text();
+  constexpr std::u16string_view kEnd = u"] #Access is denied.\r\n";
+  for (int line = 0; line < 2000; ++line) {
+    const std::size_t end = text.find(kEnd);
+    ASSERT_EQ(std::ranges::count(text.substr(0, end), u'['), 2);  // of the time, and of the ids
+    text.erase(1, end + kEnd.size() - 1);
+  }
+  EXPECT_EQ(text, u"\uFEFF");
+}
+
+TEST_F(Report, CutsWhatDoesNotFitAndLetsOthersWrite) {
+  const LogFile log, second;
+  Log(u"%ls", std::u16string(5000, u'~'));
+  Log(u"next");
+  const std::u16string text = Text();
+  EXPECT_EQ(std::ranges::count(text, u'~'), 1023);
+  EXPECT_TRUE(text.ends_with(u"next"));
+}
+
+TEST_F(Report, TellsTheErrorOfTheCallThatFailed) {
+  LogFile log;
+  const auto logged = [&](win32::DWORD error) {
+    machine->gate.FailCall("GetLocalTime", 1, win32::ERROR_DISK_FULL);  // the log's own calls leave other errors
+    win32::SetLastError(error);
+    LogWithSystemError(u"Failed. ");
+    EXPECT_EQ(win32::GetLastError(), error);
+    machine->gate.ClearFailures();
+    const std::u16string text = Text();
+    return text.substr(text.rfind(u"] ") + 2);
+  };
+  EXPECT_EQ(logged(win32::ERROR_ACCESS_DENIED), u"Failed. Access is denied.\r\n");
+  EXPECT_EQ(logged(0x2FFFFFFF), u"Failed. ");
+  // Network errors have a table of their own, which is taken from the system's folder only.
+  std::string loaded;
+  machine->gate.Trace([&](const std::string& line) {
+    if (line.starts_with("LoadLibraryExW")) loaded += line.substr(0, line.find(" ="));
+  });
+  EXPECT_EQ(logged(win32::NERR_NetNameNotFound), u"Failed. This shared resource does not exist.\r\n");
+  machine->gate.Trace({});
+  EXPECT_EQ(loaded, "LoadLibraryExW(\"C:\\Windows\\system32\\netmsg.dll\", null, 1)");
+  machine->gate.FailCall("GetSystemDirectoryW", 1, win32::ERROR_ACCESS_DENIED);
+  EXPECT_EQ(logged(win32::NERR_NetNameNotFound), u"Failed. ");
+}
+
+// Whatever fails of it, the log never stops a run.
+TEST_F(Report, FailuresAreSilent) {
+  for (const auto* call : {"OpenSCManagerW", "OpenServiceW", "QueryServiceConfigW", "CreateFileW", "GetFileSize",
+                           "SetFilePointer", "WriteFile"}) {
+    machine->gate.FailCall(call, 1, win32::ERROR_ACCESS_DENIED);
+    LogFile log;
+    Log(u"line");
+    machine->gate.ClearFailures();
+  }
+  EXPECT_EQ(LogFile::Current(), nullptr);
+  Log(u"no run, no log");
+  machine.reset();
+  machine = test::InstalledMachine({.product = false});
+  EXPECT_EQ(test::RunProgram(*machine, {u"/GetRHStatus"}).exitCode, 1);
+  EXPECT_EQ(test::LogBytes(*machine), "");
+}
+
+TEST_F(Report, FindsItsFolderInAnyFormOfTheServicesPath) {
+  const std::pair<std::u16string, std::u16string> paths[] = {
+      {u"\"C:\\Windows\\Product x\\svc.exe\" -k all", u"C:\\Windows\\Product x\\"},
+      {u"\"C:\\Windows\\svc.exe\"", u"C:\\Windows\\"},
+      {u"C:\\Windows\\svc.exe", u"C:\\Windows\\"},
+      {u"\"C:\\a\\svc.exe\" \"C:\\b\\c\"", u"C:\\a\\svc.exe\" \"C:\\b\\"},  // up to the last quotation mark
+      {u"svc.exe", u""},  // not a file in whatever folder is the current one
+      {u"\"", u""}};
+  for (const auto& [path, folder] : paths) {
+    machine->services().Install(u"QuillbayService", path, win32::SERVICE_DEMAND_START);
+    EXPECT_EQ(ServiceFolder(kQuillbayService), folder) << emulated::Utf8(path);
+  }
+  for (const std::size_t length : {259u, 260u}) {
+    machine->services().Install(u"QuillbayService", u"C:\\" + std::u16string(length - 11, u'x') + u"\\svc.exe",
+                                win32::SERVICE_DEMAND_START);
+    const LogFile log;
+    EXPECT_EQ(std::u16string(LogPath()).size(), length == 259 ? 259u : 0u) << "a path that does not fit is no path";
+  }
+}
+
+TEST(Format, ConvertsAsCDoes) {
+  EXPECT_EQ(FormatText(u"%d %d %d", 0, -7, std::int32_t{-2147483647 - 1}), u"0 -7 -2147483648");
+  EXPECT_EQ(FormatText(u"%u %x %X", -1, 255, 0xBEEFu), u"4294967295 ff BEEF");
+  EXPECT_EQ(FormatText(u"%d", std::uint32_t{0x80070005}), u"-2147024891");  // an HRESULT as C shows it
+  EXPECT_EQ(FormatText(u"%d %u", std::int64_t{-5000000000}, std::uint64_t{18446744073709551615u}),
+            u"-5000000000 18446744073709551615");
+  EXPECT_EQ(FormatText(u"[%2d:%3d:%4d]", 9, 7, 12345), u"[ 9:  7:12345]");
+  EXPECT_EQ(FormatText(u"[%02x:%04d:%5s]", 10, -7, u"ab"), u"[0a:-007:   ab]");
+  EXPECT_EQ(FormatText(u"%s%ls%c%%", u"a", std::u16string(u"b"), u'c'), u"abc%");
+  EXPECT_EQ(FormatText(u"%ls", static_cast<const char16_t*>(nullptr)), u"(null)");
+  EXPECT_EQ(FormatText(u"<%ls>", u"C:\\100%d\\%s%s%n"), u"<C:\\100%d\\%s%s%n>") << "an argument is no format";
+}
+
+TEST(Format, HandlesATextThatDoesNotFitItsArguments) {
+  const auto format = [](std::u16string_view text, std::vector<FormatArgument> arguments) {
+    return FormatArguments(text, arguments);
+  };
+  EXPECT_EQ(format(u"a %s b %d c", {u"x"}), u"a x b  c");  // one is missing
+  EXPECT_EQ(format(u"a %s", {u"x", u"y"}), u"a x");        // one too many
+  EXPECT_EQ(format(u"%s %d", {5, u"x"}), u" ");            // the wrong kinds
+  EXPECT_EQ(format(u"%q %f %", {u"x"}), u"%q %f %");       // conversions that it does not know
+  EXPECT_EQ(format(u"%99999999999d|%l", {1}), u"%99999999999d|%l");
+  // Literals are checked when they are compiled.
+  constexpr ArgumentKind text = ArgumentKind::Text, integer = ArgumentKind::Integer;
+  static_assert(FormatMatches(u"%d%% %ls %c", std::array{integer, text, ArgumentKind::Character}));
+  static_assert(!FormatMatches(u"%d", std::array{text}));
+  static_assert(!FormatMatches(u"%d", std::array<ArgumentKind, 0>{}));
+  static_assert(!FormatMatches(u"", std::array{text}));
+  static_assert(!FormatMatches(u"%n", std::array{integer}));
+  static_assert(!FormatMatches(u"100 %", std::array<ArgumentKind, 0>{}));
+}
+
+TEST(Format, CutsToABufferButNoCharacterInHalves) {
+  EXPECT_EQ(CutToBuffer(u"abc", 4), u"abc");
+  EXPECT_EQ(CutToBuffer(u"ab\U0001F600", 4), u"ab");
+}
+
+}  // namespace
