@@ -30,7 +30,7 @@ struct Question {
   const char* text;
   std::function<bool()> succeeds;  // where it cannot
 };
-#define QUESTION(expression)                                   \
+#define ASK(expression)                                        \
   Question {                                                   \
 #expression, [&] { return static_cast<bool>(expression); } \
   }
@@ -49,24 +49,29 @@ class OutOfMemory : public Engine {
   }
 
   // Asks once as it is, then with memory short at each request in turn (of very many, not each).
-  static void ExpectNoSuccess(const Question& question) {
-    EXPECT_FALSE(question.succeeds()) << question.text;
-    for (int failing = 1, left = 0; left == 0 && !HasFailure(); failing += 1 + failing / 50) {
-      requestsLeft = failing;
-      bool succeeded = false;
-      try {
-        succeeded = question.succeeds();
-      } catch (const std::bad_alloc&) {  // of the question's own text
+  template <typename... Questions>
+  static void ExpectNoSuccess(const Questions&... questions) {
+    for (const auto& [text, succeeds] : {questions...}) {
+      EXPECT_FALSE(succeeds()) << text;
+      for (int failing = 1, left = 0; left == 0 && !HasFailure(); failing += 1 + failing / 50) {
+        requestsLeft = failing;
+        bool succeeded = false;
+        try {
+          succeeded = succeeds();
+        } catch (const std::bad_alloc&) {  // of the question's own text
+        }
+        left = std::exchange(requestsLeft, 0);
+        EXPECT_FALSE(succeeded) << text << ", request " << failing;
       }
-      left = std::exchange(requestsLeft, 0);
-      EXPECT_FALSE(succeeded) << question.text << ", request " << failing;
     }
   }
 };
 
-const std::u16string kFolder = u"C:\\Data", kMissing = u"C:\\No such folder\\item", kItem = u"D:\\Target\\No such item";
-const std::u16string kNoVolume = u"\\\\?\\Volume{00000000-0000-0000-0000-000000000001}\\";
-const std::u16string kNobody = u"S-1-5-21-1000000000-2000000000-3000000000-4711", kNoName = u"nobody by this name";
+constexpr const char16_t *kFolder = u"C:\\Data", *kMissing = u"C:\\No such folder\\item",
+                         *kItem = u"D:\\Target\\No such item";
+constexpr const char16_t* kNoVolume = u"\\\\?\\Volume{00000000-0000-0000-0000-000000000001}\\";
+constexpr const char16_t *kNobody = u"S-1-5-21-1000000000-2000000000-3000000000-4711",
+                         *kNoName = u"nobody by this name";
 
 TEST_F(OutOfMemory, NoQuestionAboutThePlacesOfDataIsAnsweredWithYes) {
   MakeFile(u"C:\\Data\\one.txt", "data");
@@ -75,33 +80,22 @@ TEST_F(OutOfMemory, NoQuestionAboutThePlacesOfDataIsAnsweredWithYes) {
   SavedSecurityMap saved;
   LockedPaths locked;
   const ImpersonatedCaller caller;
-  const FolderTree missing(kMissing.c_str()), data(kFolder.c_str());
+  const FolderTree missing(kMissing), data(kFolder);
   TreeListing elsewhere;
   elsewhere.entries = {{kMissing, 0, 0, 0}};
-  for (const Question& question : {QUESTION(IsJunction(kFolder.c_str())),
-                                   QUESTION(IsSymbolicLink(kFolder.c_str())),
-                                   QUESTION(GetJunctionTarget(kFolder.c_str(), text)),
-                                   QUESTION(IsVolumeMountPoint(kFolder.c_str(), &text)),
-                                   QUESTION(GetFinalTargetPath(kMissing.c_str(), text)),
-                                   QUESTION(FindFinalTargetPath(kMissing.c_str(), text)),
-                                   QUESTION(VolumePathToNormalPath(text = kNoVolume, text)),
-                                   QUESTION(NormalPathToVolumePath(text = u"Q:\\Data\\folder", text)),
-                                   QUESTION(GetFileList(kMissing, listing)),
-                                   QUESTION(GetFileList(kMissing, listing, caller.token(), saved)),
-                                   QUESTION(HasAccess(caller.token(), kMissing, kReadAndExecute)),
-                                   QUESTION(!IsSystemFolder(u"C:\\Windows\\System32")),
-                                   QUESTION(GetParentDirPath(u"name without folder", text)),
-                                   QUESTION(HasEnoughFreeSpace(missing, u"D:\\Target")),
-                                   QUESTION(PreScanListing(elsewhere, &locked, false)),
-                                   QUESTION(PreScanSource(missing, u"D:\\Target", {.checkLocks = true})),
-                                   QUESTION(CheckPathRelations(data, u"C:\\Data\\inner", {})),
-                                   QUESTION(ValidateTargetPath(u"Q:\\Data")),
-                                   QUESTION(ValidateRedirectionPaths(kFolder.c_str(), u"C:\\Data\\inner")),
-                                   QUESTION(ValidateRedirectionPaths(u"", kMissing.c_str(), {.targetOnly = true})),
-                                   QUESTION(ValidateVolume(kNoVolume.c_str())),
-                                   QUESTION(ValidateProfileVolume(kNoVolume.c_str(), u"C:\\Users")),
-                                   QUESTION(ValidateVolumeRedirection(kFolder.c_str(), kNoVolume.c_str()))})
-    ExpectNoSuccess(question);
+  ExpectNoSuccess(
+      ASK(IsJunction(kFolder)), ASK(IsSymbolicLink(kFolder)), ASK(GetJunctionTarget(kFolder, text)),
+      ASK(IsVolumeMountPoint(kFolder, &text)), ASK(GetFinalTargetPath(kMissing, text)),
+      ASK(FindFinalTargetPath(kMissing, text)), ASK(VolumePathToNormalPath(text = kNoVolume, text)),
+      ASK(NormalPathToVolumePath(text = u"Q:\\Data\\folder", text)), ASK(GetFileList(kMissing, listing)),
+      ASK(GetFileList(kMissing, listing, caller.token(), saved)),
+      ASK(HasAccess(caller.token(), kMissing, kReadAndExecute)), ASK(!IsSystemFolder(u"C:\\Windows\\System32")),
+      ASK(GetParentDirPath(u"name without folder", text)), ASK(HasEnoughFreeSpace(missing, u"D:\\Target")),
+      ASK(PreScanListing(elsewhere, &locked, false)), ASK(PreScanSource(missing, u"D:\\Target", {.checkLocks = true})),
+      ASK(CheckPathRelations(data, u"C:\\Data\\inner", {})), ASK(ValidateTargetPath(u"Q:\\Data")),
+      ASK(ValidateRedirectionPaths(kFolder, u"C:\\Data\\inner")),
+      ASK(ValidateRedirectionPaths(u"", kMissing, {.targetOnly = true})), ASK(ValidateVolume(kNoVolume)),
+      ASK(ValidateProfileVolume(kNoVolume, u"C:\\Users")), ASK(ValidateVolumeRedirection(kFolder, kNoVolume)));
 }
 
 TEST_F(OutOfMemory, NoQuestionToTheSystemIsAnsweredWithYes) {
@@ -112,28 +106,17 @@ TEST_F(OutOfMemory, NoQuestionToTheSystemIsAnsweredWithYes) {
   UserProfile profile;
   CQBConfig config;
   EXPECT_TRUE(config.Init());
-  for (const Question& question : {QUESTION(ReadFixedFileInfo(kMissing.c_str(), fixed)),
-                                   QUESTION(GetFileVersionRecord(kMissing, version)),
-                                   QUESTION(IsNewKeelroomVersion()),
-                                   QUESTION(IsKeelroomDrive(u'T')),
-                                   QUESTION(ReadKeelroomVolumes(names)),
-                                   QUESTION(GetRegRedirectPath(text)),
-                                   QUESTION(GetRHStatus(text) != 1),
-                                   QUESTION(GetUserProfile(kNoName, profile)),
-                                   QUESTION(SetProfileImagePath(kNobody, kFolder)),
-                                   QUESTION(CanSetProfileImagePath(kNobody, kFolder)),
-                                   QUESTION(IsUserLoggedOn(kNoName)),
-                                   QUESTION(!SidOfAccount(kNoName).empty()),
-                                   QUESTION(IsRestartOwed({kMissing}) == RestartOwed::Yes),
-                                   QUESTION(ReadKeyValues(u"1", text, more)),
-                                   QUESTION(DeleteRegKey(kFolder.c_str(), kItem.c_str(), 0)),
-                                   QUESTION(!FindJunctionRegKey(kFolder.c_str(), kItem.c_str(), 0).empty()),
-                                   QUESTION(AddJunctionRegKey(nullptr, nullptr, 0)),
-                                   QUESTION(config.AddRegKey(u"HKEY_CURRENT_USER\\Software")),
-                                   QUESTION(config.RemoveRegKey(u"HKEY_LOCAL_MACHINE\\SOFTWARE\\Nothing")),
-                                   QUESTION(config.GetChildKeys(u"HKEY_LOCAL_MACHINE\\SOFTWARE\\Nothing", names)),
-                                   QUESTION(config.HasParentKey(u"HKEY_LOCAL_MACHINE\\SOFTWARE\\Nothing", &text))})
-    ExpectNoSuccess(question);
+  ExpectNoSuccess(ASK(ReadFixedFileInfo(kMissing, fixed)), ASK(GetFileVersionRecord(kMissing, version)),
+                  ASK(IsNewKeelroomVersion()), ASK(IsKeelroomDrive(u'T')), ASK(ReadKeelroomVolumes(names)),
+                  ASK(GetRegRedirectPath(text)), ASK(GetRHStatus(text) != 1), ASK(GetUserProfile(kNoName, profile)),
+                  ASK(SetProfileImagePath(kNobody, kFolder)), ASK(CanSetProfileImagePath(kNobody, kFolder)),
+                  ASK(IsUserLoggedOn(kNoName)), ASK(!SidOfAccount(kNoName).empty()),
+                  ASK(IsRestartOwed({kMissing}) == RestartOwed::Yes), ASK(ReadKeyValues(u"1", text, more)),
+                  ASK(DeleteRegKey(kFolder, kItem, 0)), ASK(!FindJunctionRegKey(kFolder, kItem, 0).empty()),
+                  ASK(AddJunctionRegKey(nullptr, nullptr, 0)), ASK(config.AddRegKey(u"HKEY_CURRENT_USER\\Software")),
+                  ASK(config.RemoveRegKey(u"HKEY_LOCAL_MACHINE\\SOFTWARE\\Nothing")),
+                  ASK(config.GetChildKeys(u"HKEY_LOCAL_MACHINE\\SOFTWARE\\Nothing", names)),
+                  ASK(config.HasParentKey(u"HKEY_LOCAL_MACHINE\\SOFTWARE\\Nothing", &text)));
 }
 
 // Who answers at all answers with all there is.
@@ -149,7 +132,7 @@ TEST_F(OutOfMemory, NoAnswerIsHalfOne) {
   SecurityBlock block;
   CQBConfig config;
   EXPECT_TRUE(config.Init() && CQBConfig::GetConfigFilePath(path) && config.GetOutDir(status, location));
-  EXPECT_TRUE(ReadUserProfiles(profiles) && AddJunctionRegKey(kFolder.c_str(), kItem.c_str(), 0));
+  EXPECT_TRUE(ReadUserProfiles(profiles) && AddJunctionRegKey(kFolder, kItem, 0));
   EXPECT_TRUE(WriteNote({.home = u"C:\\Users", .location = kFolder}));
   EXPECT_TRUE(WriteNote(ProfileFolder::Public, {.original = u"C:\\Users\\Public", .copy = kItem, .volume = kNoVolume}));
   EXPECT_TRUE(config.AddRegKey(u"HKEY_LOCAL_MACHINE\\SOFTWARE\\Velmora") && config.Save());
@@ -159,18 +142,16 @@ TEST_F(OutOfMemory, NoAnswerIsHalfOne) {
     CQBConfig other;
     return other.Init() && other.MonitoredKeys().size() != keys;
   };
-  for (const Question& question :
-       {QUESTION(ReadJunctionRecords(0, records) && records.size() != 1), QUESTION(config.IsOutDirEnabled()),
-        QUESTION(ReadUserProfiles(profiles) && profiles.size() != users),
-        QUESTION(ReadNote(newProfiles = {}) && !newProfiles),
-        QUESTION(ReadNote(ProfileFolder::Public, publicProfile = {}) && !publicProfile),
-        QUESTION(ReadProfileFolder(ProfileFolder::Public, folder = {}) && folder.folder != u"C:\\Users\\Public"),
-        QUESTION(CQBConfig::GetConfigFilePath(text) && text != path), QUESTION(loadedWithoutItsKeys()),
-        QUESTION(config.GetOutDir(status, text = u"none") && text != location),
-        QUESTION(config.GetUserProfileRedirection(nullptr, &(text = u"none"), nullptr) && text != u"0"),
-        QUESTION(GetProductVersion(product = {}) && product.dotted.empty()),
-        QUESTION(SaveSecurityInfo(kFolder, block) && !std::exchange(block, nullptr))})
-    ExpectNoSuccess(question);
+  ExpectNoSuccess(ASK(ReadJunctionRecords(0, records) && records.size() != 1), ASK(config.IsOutDirEnabled()),
+                  ASK(ReadUserProfiles(profiles) && profiles.size() != users),
+                  ASK(ReadNote(newProfiles = {}) && !newProfiles),
+                  ASK(ReadNote(ProfileFolder::Public, publicProfile = {}) && !publicProfile),
+                  ASK(ReadProfileFolder(ProfileFolder::Public, folder = {}) && folder.folder != u"C:\\Users\\Public"),
+                  ASK(CQBConfig::GetConfigFilePath(text) && text != path), ASK(loadedWithoutItsKeys()),
+                  ASK(config.GetOutDir(status, text = u"none") && text != location),
+                  ASK(config.GetUserProfileRedirection(nullptr, &(text = u"none"), nullptr) && text != u"0"),
+                  ASK(GetProductVersion(product = {}) && product.dotted.empty()),
+                  ASK(SaveSecurityInfo(kFolder, block) && !std::exchange(block, nullptr)));
 }
 
 TEST_F(OutOfMemory, NothingThatCannotBeDoneIsCalledDone) {
@@ -178,19 +159,16 @@ TEST_F(OutOfMemory, NothingThatCannotBeDoneIsCalledDone) {
   CopyRecord copy;
   MoveRecord move;
   SecurityBlock block;
-  for (const Question& question :
-       {QUESTION(CreateJunction(kFolder.c_str(), u"D:\\Target")),
-        QUESTION(ChangeJunctionTarget(kMissing.c_str(), u"D:\\Target")), QUESTION(DeleteJunction(kMissing.c_str())),
-        QUESTION(CreateSymbolicLinkEntry(kMissing.c_str(), u"D:\\Target")),
-        QUESTION(RestoreLink({.source = kMissing, .target = kMissing})),
-        QUESTION(CopyFiles(kMissing, target, {}, copy)), QUESTION(MoveDirectoryTree(kMissing, target, {}, move)),
-        QUESTION(BackupCopy(kMissing, kItem)), QUESTION(BackupCopyEx(kMissing, kItem)),
-        QUESTION(BackupCopyFolderItself(kMissing, target)), QUESTION(CopyParentDirectoryTimes(kMissing, kItem)),
-        QUESTION(DeleteEntry({kMissing, 0, 0, 0})), QUESTION(DeleteDirectoryTree(kMissing.c_str())),
-        QUESTION(DeleteDirectoryTreeAtReboot(kMissing.c_str())),
-        QUESTION(CopyReadableDacl(kFolder, kMissing, {}) == DaclCopy::Written),
-        QUESTION(GrantEveryoneAndAdministrators(kMissing)), QUESTION(SaveSecurityInfo(kMissing, block))})
-    ExpectNoSuccess(question);
+  ExpectNoSuccess(ASK(CreateJunction(kFolder, u"D:\\Target")), ASK(ChangeJunctionTarget(kMissing, u"D:\\Target")),
+                  ASK(DeleteJunction(kMissing)), ASK(CreateSymbolicLinkEntry(kMissing, u"D:\\Target")),
+                  ASK(RestoreLink({.source = kMissing, .target = kMissing})),
+                  ASK(CopyFiles(kMissing, target, {}, copy)), ASK(MoveDirectoryTree(kMissing, target, {}, move)),
+                  ASK(BackupCopy(kMissing, kItem)), ASK(BackupCopyEx(kMissing, kItem)),
+                  ASK(BackupCopyFolderItself(kMissing, target)), ASK(CopyParentDirectoryTimes(kMissing, kItem)),
+                  ASK(DeleteEntry({kMissing, 0, 0, 0})), ASK(DeleteDirectoryTree(kMissing)),
+                  ASK(DeleteDirectoryTreeAtReboot(kMissing)),
+                  ASK(CopyReadableDacl(kFolder, kMissing, {}) == DaclCopy::Written),
+                  ASK(GrantEveryoneAndAdministrators(kMissing)), ASK(SaveSecurityInfo(kMissing, block)));
 }
 
 // Exit code 0 alone says that a command has done its work.
@@ -198,19 +176,15 @@ TEST_F(OutOfMemory, NoCommandThatIsRefusedEndsAsIfItHadWorked) {
   machine->gate.Observe({});  // some take back what they have begun, in destructors
   const CarriedAlong all;
   RemoveRegKeyLocation();
-  for (const Question& question :
-       {QUESTION(!RedirectFolder(kMissing.c_str(), u"D:\\Target", all)),
-        QUESTION(!RemoveFolderRedirection(kFolder.c_str(), u"D:\\Target", all)),
-        QUESTION(!RedirectFile(kMissing.c_str(), u"D:\\Target", 1)),
-        QUESTION(!RemoveFileRedirection(kMissing.c_str(), u"D:\\Target")),
-        QUESTION(!RedirectUserProfile(kNoName.c_str(), u"D:\\Target", {})),
-        QUESTION(!RedirectUserProfileToDefault(kNoName.c_str(), all)),
-        QUESTION(!RedirectSharedProfiles({true, true}, u"Q:\\Kept", all)),
-        QUESTION(!RedirectSharedProfilesToDefault({true, true}, all)), QUESTION(!SetAutoRedirection(u"Q:\\Kept", true)),
-        QUESTION(!RemoveAutoRedirection()), QUESTION(!SetRegKeyLocation(u"Q:\\Kept")),
-        QUESTION(!RemoveRegKeyLocation()), QUESTION(!AddRedirectedRegKey(u"HKEY_LOCAL_MACHINE\\No such key")),
-        QUESTION(!RemoveRedirectedRegKey(u"HKEY_LOCAL_MACHINE\\No such key"))})
-    ExpectNoSuccess(question);
+  ExpectNoSuccess(
+      ASK(!RedirectFolder(kMissing, u"D:\\Target", all)), ASK(!RemoveFolderRedirection(kFolder, u"D:\\Target", all)),
+      ASK(!RedirectFile(kMissing, u"D:\\Target", 1)), ASK(!RemoveFileRedirection(kMissing, u"D:\\Target")),
+      ASK(!RedirectUserProfile(kNoName, u"D:\\Target", {})), ASK(!RedirectUserProfileToDefault(kNoName, all)),
+      ASK(!RedirectSharedProfiles({true, true}, u"Q:\\Kept", all)),
+      ASK(!RedirectSharedProfilesToDefault({true, true}, all)), ASK(!SetAutoRedirection(u"Q:\\Kept", true)),
+      ASK(!RemoveAutoRedirection()), ASK(!SetRegKeyLocation(u"Q:\\Kept")), ASK(!RemoveRegKeyLocation()),
+      ASK(!AddRedirectedRegKey(u"HKEY_LOCAL_MACHINE\\No such key")),
+      ASK(!RemoveRedirectedRegKey(u"HKEY_LOCAL_MACHINE\\No such key")));
 }
 
 }  // namespace

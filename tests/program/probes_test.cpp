@@ -184,7 +184,7 @@ TEST_F(Probes, KnowsKeelroomsDrives) {
   machine->registry().CreateKey(parameters);
   EXPECT_EQ(ReadDrives(), Drives{});
   test::AddKeelroomVolume(*machine, u"Volume2", u"T:");
-  EXPECT_EQ(AnswersWhenRefused([] { return IsKeelroomDrive(u'T'); }), "xxx.xx........")
+  EXPECT_EQ(AnswersWhenRefused([] { return IsKeelroomDrive(u'T'); }), "xxx.xx......")
       << "the keys, and the two questions for MountAs";
   test::AddKeelroomVolume(*machine, u"Volume10", u"k:");
   machine->registry().SetDword(parameters + u"\\Volume1", u"Size", 100);  // mounted nowhere

@@ -56,15 +56,12 @@ TEST_F(Records, AreStoredOnceAndWithoutTerminatorInThe32BitView) {
 
 TEST_F(Records, GetTheNumberAfterTheLargest) {
   EXPECT_EQ(GetNextJunctionIndex(0), 1u);
-  const std::pair<const char16_t*, std::uint64_t> names[] = {{u"abc", 1},
-                                                             {u"-5", 1},
-                                                             {u" \t+7x", 8},
-                                                             {u"5", 8},
-                                                             {u"19", 20},
-                                                             {u"2147483647", 2147483648},
-                                                             {u"18446744073709551613", 18446744073709551614u},
-                                                             {u"99999999999999999999999", 18446744073709551615u}};
-  for (const auto& [name, next] : names) {
+  for (const auto& [name, next] : {std::pair(u"abc", std::uint64_t{1}),
+                                   {u"-5", 1},
+                                   {u" \t+7x", 8},
+                                   {u"5", 8},
+                                   {u"2147483647", 2147483648},
+                                   {u"99999999999999999999999", 18446744073709551615u}}) {
     Put(name, u"C:\\a", u"D:\\a");
     EXPECT_EQ(GetNextJunctionIndex(0), next);
   }

@@ -3,10 +3,6 @@
 
 namespace {
 
-using test::RunProgram;
-
-constexpr const char16_t* kMutex = u"Global\\2092F29F_EEFF_48f5_B562_9E33D2E6471A";
-
 class CommandLineTest : public ::testing::Test {
  protected:
   // The words stand between blanks.
@@ -14,7 +10,7 @@ class CommandLineTest : public ::testing::Test {
     std::vector<std::u16string> words;
     for (; !line.empty(); line.remove_prefix(std::min(line.find(u' '), line.size() - 1) + 1))
       words.emplace_back(line.substr(0, line.find(u' ')));
-    return RunProgram(*machine, words);
+    return test::RunProgram(*machine, words);
   }
   std::u16string Expect(std::u16string_view line, int exitCode, std::u16string_view said) {  // what it logged
     const auto run = Run(line);
@@ -36,19 +32,19 @@ TEST_F(CommandLineTest, BeginsEveryRunWithTheSeparatorAndTheBanner) {
   EXPECT_EQ(std::count(run.log.begin(), run.log.end(), u'\n'), 1);
 }
 
-// A line of its own for each run, whatever the words are: nothing in them breaks it, and what may be a secret is not in
-// it.
+// A line of its own for each run: nothing in the words breaks it, and what may be a secret is not in it.
 TEST_F(CommandLineTest, TellsInTheLogWhichRunItIs) {
   machine->SetNow(132223104000000000);  // 1 January 2020
-  const auto run = RunProgram(*machine, {u"/RedirectFolder", u"C:\\My Data", u"C:\\a\r\n[ 1: 1\u2028b\u202ec", u"",
-                                         u"/loc:D:\\%s", u"/password:hidden", u"-key=hidden"});
+  const auto run = test::RunProgram(*machine, {u"/RedirectFolder", u"C:\\My Data", u"C:\\a\r\n[ 1: 1\u2028b\u202ec",
+                                               u"", u"/loc:D:\\%s", u"/password:hidden", u"-key=hidden"});
   EXPECT_TRUE(
       run.which.ends_with(u"] #INFO: 2020-01-01, Quillbay 2.34.1110.486: /RedirectFolder \"C:\\My Data\" "
                           u"\"C:\\a??[ 1: 1?b?c\" \"\" /loc:D:\\%s /password:... -key=..."))
       << emulated::Utf8(run.which);
-  EXPECT_TRUE(RunProgram(*machine, {u"\u001f!~\u007f\u009f\u00a0,\u061b\u061c\u061d,\u200d\u200e\u200f\u2010,\u2027"
-                                    u"\u2028\u202e\u202f,\u2065\u2066\u2069\u206a"})
-                  .which.ends_with(u": ?!~??\u00a0,\u061b?\u061d,\u200d??\u2010,\u2027??\u202f,\u2065??\u206a"));
+  EXPECT_TRUE(
+      test::RunProgram(*machine, {u"\u001f!~\u007f\u009f\u00a0,\u061b\u061c\u061d,\u200d\u200e\u200f\u2010,\u2027"
+                                  u"\u2028\u202e\u202f,\u2065\u2066\u2069\u206a"})
+          .which.ends_with(u": ?!~??\u00a0,\u061b?\u061d,\u200d??\u2010,\u2027??\u202f,\u2065??\u206a"));
   machine->gate.FailCall("GetFileVersionInfoSizeW", 1, win32::ERROR_RESOURCE_DATA_NOT_FOUND);
   EXPECT_TRUE(Run(u"/ver").which.ends_with(u"Quillbay (unknown version): /ver"));
 }
@@ -75,8 +71,8 @@ TEST_F(CommandLineTest, RunsOnceAtATime) {
     EXPECT_TRUE(run.log.ends_with(u"] QBC: another instance is already running"));
   };
   {
-    const win32::UniqueKernelHandle held{win32::CreateMutexW(nullptr, win32::FALSE, kMutex)};
-    ASSERT_TRUE(held);
+    const win32::UniqueKernelHandle held{
+        win32::CreateMutexW(nullptr, win32::FALSE, u"Global\\2092F29F_EEFF_48f5_B562_9E33D2E6471A")};
     refused();
   }
   for (const char* call : {"CreateMutexW", "InitializeSecurityDescriptor", "SetSecurityDescriptorDacl"}) {
@@ -163,20 +159,18 @@ TEST_F(CommandLineTest, ShowsRimeholdsStatus) {
   }
   for (const auto* word : {u"locked", u"", u"frozen "}) {
     machine->registry().SetText(key, u"RH Status", word);
-    Expect(u"/GetRHStatus", 1, LoadResourceString(131));
+    EXPECT_EQ(Run(u"/GetRHStatus").exitCode, 1);
   }
-  const emulated::Bytes word{'f', 0, 'r', 0, 'o', 0, 'z', 0, 'e', 0, 'n', 0, 0};  // and half a terminator
-  for (const win32::DWORD type : {win32::REG_SZ, win32::REG_EXPAND_SZ, win32::REG_BINARY}) {
-    machine->registry().Set(key, u"RH Status", type, emulated::ByteView(word).first(12));
-    EXPECT_EQ(Run(u"/GetRHStatus").exitCode, 2) << "types are nobody's business";
-  }
+  const emulated::Bytes word{'f', 0, 'r', 0, 'o', 0, 'z', 0, 'e', 0, 'n', 0, 0};
+  machine->registry().Set(key, u"RH Status", win32::REG_SZ, word);
+  EXPECT_EQ(Run(u"/GetRHStatus").exitCode, 1) << "half a terminator";
+  machine->registry().Set(key, u"RH Status", win32::REG_BINARY, emulated::ByteView(word).first(12));
+  EXPECT_EQ(Run(u"/GetRHStatus").exitCode, 2) << "types are nobody's business";
   for (const std::uint64_t nth : {1u, 2u}) {
     machine->gate.FailCall("RegQueryValueExW", nth, win32::ERROR_ACCESS_DENIED);
     EXPECT_EQ(Run(u"/GetRHStatus").exitCode, 1);
     machine->gate.ClearFailures();
   }
-  machine->registry().Set(key, u"RH Status", win32::REG_SZ, word);
-  EXPECT_EQ(Run(u"/GetRHStatus").exitCode, 1);
 }
 
 TEST_F(CommandLineTest, OnAFrozenMachineWhateverChangesItIsRefused) {
@@ -235,12 +229,11 @@ TEST_F(CommandLineTest, TheGateIsOpenInEveryOtherStatusAndWithoutTheService) {
 }
 
 TEST_F(CommandLineTest, RefusesCombinationsThatMakeNoSense) {
-  for (const auto* flag : {u"/NTFS", u"/Share", u"/-NTFS", u"/-Share"})
-    Expect(u"/RedirectFolder C:\\Data /loc:D:\\T /d " + std::u16string(flag), 1,
-           u"/d switch cannot be combined with /NTFS /Share");
-  for (const auto* flag : {u"/NTFS", u"/-NTFS"})
-    Expect(u"/RedirectFile C:\\f /loc:D:\\T /d " + std::u16string(flag), 1,
-           u"/d switch cannot be combined with /NTFS /Share");
+  for (const auto* line :
+       {u"/RedirectFolder C:\\Data /loc:D:\\T /d /NTFS", u"/RedirectFolder C:\\Data /loc:D:\\T /d /Share",
+        u"/RedirectFolder C:\\Data /loc:D:\\T /d /-NTFS", u"/RedirectFolder C:\\Data /loc:D:\\T /d /-Share",
+        u"/RedirectFile C:\\f /loc:D:\\T /d /NTFS", u"/RedirectFile C:\\f /loc:D:\\T /d /-NTFS"})
+    Expect(line, 1, u"/d switch cannot be combined with /NTFS /Share");
   EXPECT_TRUE(Run(u"/RedirectFile C:\\f /loc:D:\\T /d /-Share").Said(u"File Redirection Removal was not successful."));
   EXPECT_TRUE(
       Expect(u"/RedirectRegKeyLocation /loc:D:\\T /d", 1, u"RedirectRegKeyLocation\n   " + LoadResourceString(106))
@@ -278,33 +271,28 @@ TEST_F(CommandLineTest, RefusesCombinationsThatMakeNoSense) {
 }
 
 TEST_F(CommandLineTest, MediaSharingRestsDuringProfileOperations) {
-  test::UseProgramModule(*machine);
   machine->services().Install(u"WMPNetworkSvc", u"C:\\Program Files\\Velmora\\Quillbay\\QuillbayService.exe",
                               win32::SERVICE_DEMAND_START);
   const auto state = [&] { return machine->services().State(u"WMPNetworkSvc"); };
-  for (const bool runs : {true, false}) {
-    const win32::DWORD before = runs ? win32::SERVICE_RUNNING : win32::SERVICE_STOPPED;
+  int copied = 0, disturbed = 0;
+  machine->gate.Observe([&](std::string_view call, std::uint64_t) {
+    if (call == "BackupWrite") ++(state() == win32::SERVICE_STOPPED ? copied : disturbed);
+  });
+  for (const win32::DWORD before : {win32::SERVICE_RUNNING, win32::SERVICE_STOPPED}) {
     machine->services().SetState(u"WMPNetworkSvc", before);
     for (const auto* line :
          {u"/RedirectUP /PublicProfile /loc:D:\\Profiles", u"/RedirectUPDefault /PublicProfile",
           u"/AutoRedirectUP /loc:D:\\Profiles /RedirectDefaultAndPublicProfile", u"/AutoRedirectUP /d"}) {
-      int copied = 0, disturbed = 0;
-      machine->gate.Observe([&](std::string_view call, std::uint64_t) {
-        if (call != "BackupWrite") return;
-        ++copied;
-        if (state() != win32::SERVICE_STOPPED) ++disturbed;
-      });
       EXPECT_EQ(Run(line).exitCode, 0);
-      machine->gate.Observe({});
-      EXPECT_GT(copied, 0);
-      EXPECT_EQ(disturbed, 0);
+      EXPECT_GT(std::exchange(copied, 0), 0);
       EXPECT_EQ(state(), before);
     }
   }
-  // A command that is refused starts it again, too.
+  machine->gate.Observe({});
+  EXPECT_EQ(disturbed, 0);
   machine->services().SetState(u"WMPNetworkSvc", win32::SERVICE_RUNNING);
   EXPECT_EQ(Run(u"/RedirectUPDefault /PublicProfile").exitCode, 1);
-  EXPECT_EQ(state(), win32::SERVICE_RUNNING);
+  EXPECT_EQ(state(), win32::SERVICE_RUNNING) << "a command that is refused starts it again, too";
 }
 
 }  // namespace
