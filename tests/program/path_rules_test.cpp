@@ -3,8 +3,8 @@
 
 namespace {
 
+using namespace test;
 using namespace win32;
-using test::Lines, test::MakeFile, test::MakeFolder;
 
 const std::u16string kNoDriveNumber = u"#ERROR: Unable to get Drive Number for path  = ";
 const std::u16string kSuccess = u".The operation completed successfully.";
@@ -40,7 +40,7 @@ std::u16string PathOf(std::size_t length, char16_t letter) {
 }
 
 // C:, D: and E: are there; the others are known by name alone.
-class PathRules : public test::ValidationTest {
+class PathRules : public ValidationTest {
  protected:
   PathRules() : ValidationTest({.extraDrives = 1}) {
     const std::tuple<char16_t, UINT, const char16_t*> drives[] = {
@@ -58,9 +58,6 @@ class PathRules : public test::ValidationTest {
   }
   Lines ForTarget(const std::u16string& path, const TargetPathOptions& options = {}) {
     return Refusal([&] { return ValidateTargetPath(path.c_str(), options); });
-  }
-  void MakeLongFolders(char16_t letter) {
-    for (const unsigned length : {103u, 204u}) MakeFolder(PathOf(247, letter).substr(0, length));
   }
 };
 
@@ -151,7 +148,7 @@ TEST_F(PathRules, TheFirstThatDoesNotHoldSpeaks) {
   constexpr TargetPathOptions kLocation{
       .mustExist = true, .allowDriveRoot = true, .systemFolder = {.insideProductOnly = true}};
   MakeFolder(u"C:\\Windows\\Own");
-  MakeLongFolders(u'C');
+  for (const unsigned length : {103u, 204u}) MakeFolder(PathOf(247, u'C').substr(0, length));
   MakeFolder(PathOf(246, u'C'));
   MakeFolder(u"\\\\?\\" + PathOf(247, u'C'));
   // A target without a drive letter is asked twice (environment names may hide the letter), then named for what it is.
@@ -203,20 +200,15 @@ TEST_F(PathRules, TheFirstThatDoesNotHoldSpeaks) {
       Lines{u"#INFO: The selected target folder D:\\New does not exist. Ignoring PathIsDirectory validation."});
   for (const auto& decide : {+[] { return ValidateSourcePath(nullptr); }, +[] { return ValidateTargetPath(nullptr); }})
     EXPECT_LINES(Decision(decide), Lines{u"#ERROR: Input path missing."});
-}
-
-// A source that breaks two rules shows the line of the first.
-TEST_F(PathRules, OfSourcesInTheirOrder) {
-  const std::u16string longFile = PathOf(247, u'C'), longFolder = PathOf(247, u'E');
-  for (const char16_t letter : {u'C', u'E'}) MakeLongFolders(letter);
-  for (const std::u16string& file : {longFile, std::u16string(u"E:\\file")}) MakeFile(file, "x");
-  MakeFolder(u"\\\\?\\" + longFolder);
-  const std::tuple<UINT, const char16_t*, std::u16string, Speaks> cases[] = {
-      {DRIVE_FIXED, u"FAT32", u"E:\\", Root},        {DRIVE_REMOTE, u"FAT32", u"E:\\file", NotNtfs},
-      {DRIVE_REMOTE, u"ntfs", u"E:\\file", Network}, {DRIVE_CDROM, u"NTFS", longFolder, TooLong},
-      {DRIVE_CDROM, u"NTFS", u"E:\\x", WrongDrive},  {DRIVE_REMOVABLE, u"NTFS", u"E:\\x", Passed},
-      {DRIVE_FIXED, u"NTFS", longFile, NoDirectory}};
-  for (const auto& [type, fileSystem, path, speaks] : cases) {
+  // A source that breaks two rules shows the line of the first.
+  MakeFile(u"E:\\file", "x");
+  const std::tuple<UINT, const char16_t*, const char16_t*, Speaks> sources[] = {
+      {DRIVE_FIXED, u"FAT32", u"E:\\", Root},
+      {DRIVE_REMOTE, u"FAT32", u"E:\\file", NotNtfs},
+      {DRIVE_REMOTE, u"ntfs", u"E:\\file", Network},
+      {DRIVE_CDROM, u"NTFS", u"E:\\x", WrongDrive},
+      {DRIVE_REMOVABLE, u"NTFS", u"E:\\x", Passed}};
+  for (const auto& [type, fileSystem, path, speaks] : sources) {
     Drive(u'E').driveType = type;
     Drive(u'E').fileSystem = fileSystem;
     EXPECT_LINES(ForSource(path), speaks(path));
@@ -230,20 +222,9 @@ TEST_F(PathRules, OfSourcesInTheirOrder) {
 }
 
 TEST_F(PathRules, WindowsOwnFoldersWarnOrRefuse) {
-  const std::string none,
-      windows =
-          "Redirecting sub-folders of Windows could lead to incorrect functionality of Windows. Ensure Windows works "
-          "correctly on a Frozen computer once this folder is Thawed.\n",
-      programs =
-          "Redirecting sub-folders of Program Files could lead to incorrect behavior of some programs. Ensure this "
-          "program works correctly on a Frozen computer once this folder is Thawed.\n";
+  const std::u16string none, windows = LoadResourceString(180), programs = LoadResourceString(181);
   const SystemFolderOptions any, quiet{.quiet = true}, product{.insideProductOnly = true};
-  struct {
-    std::vector<std::u16string> paths;
-    SystemFolderOptions options;
-    Speaks speaks;
-    std::string console;
-  } const cases[] = {
+  const std::tuple<std::vector<std::u16string>, SystemFolderOptions, Speaks, std::u16string> cases[] = {
       {{u"C:\\Data", u"C:\\Data~"}, any, Passed, none},
       {{u"c:\\WINDOWS", u"C:\\Windows\\", u"\\\\?\\C:\\Windows", u"C:\\Windows\\SYSTEM32\\drivers"}, any, System, none},
       {{u"C:\\Program Files", u"C:\\PROGRA~1", u"c:\\program files (X86)"}, any, System, none},
@@ -261,17 +242,14 @@ TEST_F(PathRules, WindowsOwnFoldersWarnOrRefuse) {
   MakeFolder(u"C:\\Program Files\\App~");
   ASSERT_EQ(CreateJunction(u"C:\\PROGRA~1", u"C:\\Program Files"), 1);
   const auto decide = [&](const char16_t* path, const SystemFolderOptions& options) {
-    return Decision([&] {  // 1 refuses
-      const int answer = IsSystemFolder(path, options);
-      return answer == 0 || answer == 1 ? 1 - answer : answer;
-    });
+    return Decision([&] { return 1 - IsSystemFolder(path, options); });  // 1 refuses
   };
   for (const auto& [paths, options, speaks, console] : cases)
     for (const std::u16string& path : paths) {
       machine->console.clear();
       EXPECT_LINES(decide(path.c_str(), options), speaks(path));
       std::erase(machine->console, '\r');
-      EXPECT_EQ(machine->console, console) << emulated::Utf8(path);
+      EXPECT_EQ(machine->console, emulated::Utf8(console)) << emulated::Utf8(path);
     }
   for (const std::uint64_t question : {1u, 2u, 3u, 4u}) {
     machine->gate.FailCall("SHGetSpecialFolderPathW", question, ERROR_ACCESS_DENIED);
