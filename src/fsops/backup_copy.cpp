@@ -72,11 +72,9 @@ bool MakeOpenDirectory(std::u16string& path) {
   return MakeDirectory(path, described ? &attributes : nullptr);
 }
 
-// With the right to the attributes, or the file system could not be told to keep the last-access time.
 AccessTimeKeepingFile OpenSource(const std::u16string& path, win32::DWORD access, bool isReparsePoint) {
-  return AccessTimeKeepingFile{win32::CreateFileW(path.c_str(), access | win32::FILE_WRITE_ATTRIBUTES,
-                                                  win32::FILE_SHARE_READ, nullptr, win32::OPEN_EXISTING,
-                                                  OpenFlags(isReparsePoint), nullptr)};
+  return AccessTimeKeepingFile{win32::CreateFileW(path.c_str(), access, win32::FILE_SHARE_READ, nullptr,
+                                                  win32::OPEN_EXISTING, OpenFlags(isReparsePoint), nullptr)};
 }
 
 // Opens the item to copy to. A file that was there is emptied: what it held beyond the end of the new contents (all of

@@ -116,6 +116,10 @@ std::string TraceText(const void* pointer) {
   return pointer ? TraceText(reinterpret_cast<std::uint64_t>(pointer)) : "null";
 }
 
+std::string TraceText(const win32::FILETIME* time) {
+  return time ? TraceText(time->dwLowDateTime) + ":" + TraceText(time->dwHighDateTime) : "null";
+}
+
 std::string TraceText(const char* text) { return text ? '"' + std::string(text) + '"' : "null"; }
 
 std::string TraceText(const char16_t* text) {

@@ -110,6 +110,7 @@ struct StructuredException {
 std::string TraceText(const char16_t* text);
 std::string TraceText(const char* text);
 std::string TraceText(const void* pointer);
+std::string TraceText(const win32::FILETIME* time);  // its halves, the low one first
 std::string TraceText(std::uint64_t number);
 template <typename T>
 std::string TraceText(T value) requires(std::is_integral_v<T> || std::is_enum_v<T>) {

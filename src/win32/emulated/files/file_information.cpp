@@ -119,7 +119,7 @@ BOOL GetFileTime(HANDLE hFile, FILETIME* lpCreationTime, FILETIME* lpLastAccessT
 
 BOOL SetFileTime(HANDLE hFile, const FILETIME* lpCreationTime, const FILETIME* lpLastAccessTime,
                  const FILETIME* lpLastWriteTime) {
-  WIN32_CALL(hFile);
+  WIN32_CALL(hFile, lpCreationTime, lpLastAccessTime, lpLastWriteTime);
   if (call.Refused()) return FALSE;
   const auto file = emulated::FileOf(hFile);
   if (!file) return call.Done(ERROR_INVALID_HANDLE);
