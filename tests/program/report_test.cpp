@@ -63,12 +63,6 @@ TEST_F(Report, DoesNotReadBeyondADamagedBlock) {
   EXPECT_EQ(LoadResourceString(100), u"x");
   EXPECT_EQ(LoadResourceString(101), u"");
   EXPECT_EQ(LoadResourceString(110), u"");
-  // The neutral language before any other.
-  static constexpr unsigned char neutral[] = {1, 0, 'n', 0}, other[] = {1, 0, 'o', 0};
-  machine->module.resources = {{u"#6", u"#2", 0x409, other}};
-  EXPECT_EQ(LoadResourceString(16), u"o");
-  machine->module.resources.push_back({u"#6", u"#2", 0, neutral});
-  EXPECT_EQ(LoadResourceString(16), u"n");
 }
 
 TEST_F(Report, WritesTheOemCodePage) {

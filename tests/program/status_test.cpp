@@ -120,11 +120,9 @@ TEST_F(CommandLineTest, ShowsHelpAndVersion) {
   const auto help = Run(u"/?");
   EXPECT_TRUE(help.said.starts_with(u"\n\n1. Command: Help\n   QBC /Help"));
   EXPECT_EQ(help.exitCode, 0);
-  for (auto* const call : {"GetModuleFileNameW", "GetFileVersionInfoSizeW", "GetFileVersionInfoW", "VerQueryValueW"}) {
-    machine->gate.FailCallsFrom(call, 1, win32::ERROR_RESOURCE_DATA_NOT_FOUND);
-    Expect(u"/ver", 1, u"");
-    machine->gate.ClearFailures();
-  }
+  machine->gate.FailCallsFrom("VerQueryValueW", 1, win32::ERROR_RESOURCE_DATA_NOT_FOUND);
+  Expect(u"/ver", 1, u"");
+  machine->gate.ClearFailures();
   // It is the product's version, which need not be the file's.
   auto& resources = machine->module.resources;
   const auto version = std::ranges::find(resources, u"#16", &emulated::ModuleImage::Resource::type);
@@ -144,18 +142,12 @@ TEST_F(CommandLineTest, ShowsRimeholdsStatus) {
   const std::u16string key = u"HKLM\\SOFTWARE\\Velmora\\Rimehold 6";
   test::UseProgramModule(*machine);
   Expect(u"/GetRHStatus", 1, LoadResourceString(131));
-  const std::pair<std::u16string_view, unsigned> words[] = {{u"Frozen", 132},
-                                                            {u"THAWED", 133},
-                                                            {u"Thawed and Locked", 134},
-                                                            {u"maintenance mode", 135},
-                                                            {u"seed", 136},
-                                                            {u"applying batch file", 176},
-                                                            {u"Applying Windows Update", 177},
-                                                            {u"Thawed Period", 178}};
   int code = 2;
-  for (const auto& [word, message] : words) {
+  for (const auto* word : {u"Frozen", u"THAWED", u"Thawed and Locked", u"maintenance mode", u"seed",
+                           u"applying batch file", u"Applying Windows Update", u"Thawed Period"}) {
     machine->registry().SetText(key, u"RH Status", word);
-    Expect(u"/getrhstatus", code++, LoadResourceString(message));
+    Expect(u"/getrhstatus", code, LoadResourceString(static_cast<unsigned>(code < 7 ? 130 + code : 169 + code)));
+    ++code;
   }
   for (const auto* word : {u"locked", u"", u"frozen "}) {
     machine->registry().SetText(key, u"RH Status", word);
@@ -245,15 +237,8 @@ TEST_F(CommandLineTest, RefusesCombinationsThatMakeNoSense) {
                              u"successful.\n"));
   EXPECT_TRUE(Expect(u"/AutoRedirectUP /loc:D:\\T /d", 1, u"AutoRedirectUP\n   " + LoadResourceString(114))
                   .ends_with(u"] Remove Auto redirect newly created user profiles is not successful.\nUsage:\n"));
-  machine->debugOutput.clear();
   Expect(u"/AutoRedirectUP /loc:\\\\?\\Volume{01234567-89ab-cdef-0123-456789abcdef}\\", 0,
          u"AutoRedirectNewUserProfile cannot be done on volume.");
-  EXPECT_EQ(Run(u"/RedirectUP Nobody /loc:D:\\T").exitCode, 1);
-  EXPECT_EQ(Run(u"/RedirectUP /PublicProfile /loc:C:\\Windows").exitCode, 1);
-  EXPECT_EQ(emulated::Utf8(machine->debugOutput),
-            "Before AutoRedirectNewUserProfileRedirectUserProfile() User: Nobody & TargetDir: D:\\T"
-            "RedirectUserProfile() User: PublicProfile & TargetDir: C:\\Windows");
-
   // The words of the profiles, before the gate: as users' names, twice slashed, within other words.
   workstation::InstallRimehold(*machine, u"Frozen");
   const std::pair<const char16_t*, unsigned> misplaced[] = {
