@@ -12,8 +12,6 @@ using FilesNames = FileTest;
 
 using Text = const std::u16string&;
 DWORD MakeError(Text path) { return ErrorOf(CreateDirectoryW(path.c_str(), nullptr)); }
-DWORD RemoveError(Text path) { return ErrorOf(RemoveDirectoryW(path.c_str())); }
-DWORD DeleteError(Text path) { return ErrorOf(DeleteFileW(path.c_str())); }
 DWORD MoveError(Text from, Text to) { return ErrorOf(MoveFileW(from.c_str(), to.c_str())); }
 DWORD ReplaceError(Text from, Text to) {
   return ErrorOf(MoveFileExW(from.c_str(), to.c_str(), MOVEFILE_REPLACE_EXISTING));
@@ -21,27 +19,18 @@ DWORD ReplaceError(Text from, Text to) {
 DWORD CopyError(Text from, Text to, BOOL failIfExists = FALSE) {
   return ErrorOf(CopyFileW(from.c_str(), to.c_str(), failIfExists));
 }
-DWORD LinkError(Text path, Text existing) { return ErrorOf(CreateHardLinkW(path.c_str(), existing.c_str(), nullptr)); }
+
 TEST_F(FilesNames, MakingRemovingAndDeleting) {
   const std::u16string directory = Path(u"directory"), child = directory + u"\\child", file = Path(u"file");
   EXPECT_EQ(MakeError(directory), 0u);
   EXPECT_EQ(MakeError(directory + u"\\"), ERROR_ALREADY_EXISTS);
-  EXPECT_EQ(MakeError(Path(u"missing\\child")), ERROR_PATH_NOT_FOUND);
-  EXPECT_EQ(MakeError(Path(u"a*b")), ERROR_INVALID_NAME);
-  EXPECT_EQ(MakeError(Path(u"dotted. .")), 0u);
-  EXPECT_EQ(Find(Path(u"dot*")), std::vector<std::u16string>{u"dotted"});
   Put(file);
   Put(child);
   EXPECT_EQ(MakeError(file), ERROR_ALREADY_EXISTS);
   EXPECT_EQ(MakeError(file + u"\\child"), ERROR_PATH_NOT_FOUND);
   EXPECT_EQ(MakeError(u"Q:\\x"), OnWine() ? ERROR_FILE_NOT_FOUND : ERROR_PATH_NOT_FOUND);
-  EXPECT_EQ(MakeError(u""), ERROR_PATH_NOT_FOUND);
   EXPECT_EQ(RemoveError(directory), ERROR_DIR_NOT_EMPTY);
   EXPECT_EQ(RemoveError(child), ERROR_DIRECTORY);
-  EXPECT_EQ(RemoveError(Path(u"missing")), ERROR_FILE_NOT_FOUND);
-  EXPECT_EQ(RemoveError(Path(u"missing\\child")), ERROR_PATH_NOT_FOUND);
-  EXPECT_EQ(DeleteError(u""), ERROR_PATH_NOT_FOUND);
-  EXPECT_EQ(DeleteError(Path(u"missing")), ERROR_FILE_NOT_FOUND);
   EXPECT_EQ(DeleteError(directory), ERROR_ACCESS_DENIED);
   EXPECT_EQ(DeleteError(child), 0u);
   for (const auto& [path, remove] : {std::pair{directory, &RemoveError}, {file, &DeleteError}}) {
@@ -69,13 +58,11 @@ TEST_F(FilesNames, NamesOfDevices) {
     Put(literal, "content");
     EXPECT_EQ(GetFileAttributesW(plain.c_str()), FILE_ATTRIBUTE_ARCHIVE);
     EXPECT_EQ(DeleteError(plain), ERROR_FILE_NOT_FOUND);
-    EXPECT_EQ(MakeError(plain + u"\\child"), ERROR_PATH_NOT_FOUND) << "the file, for this is no device's name";
     EXPECT_EQ(DeleteError(literal), 0u);
   }
-  for (const char16_t* const name : {u"nulx", u"com10", u"com0", u"console", u"x.nul", u"lpt"}) Put(Path(name));
+  for (const char16_t* const name : {u"nulx", u"com10", u"com0", u"x.nul"}) Put(Path(name));
   EXPECT_EQ(CopyError(Path(u"nulx"), Path(u"nul.txt")), 0u);
   EXPECT_EQ(AttributesError(u"\\\\?\\" + Path(u"nul.txt")), ERROR_FILE_NOT_FOUND) << "it keeps nothing";
-  EXPECT_EQ(DeleteError(Path(u"x.nul")), 0u);
 }
 
 TEST_F(FilesNames, DeletingWhatIsOpen) {
@@ -92,9 +79,6 @@ TEST_F(FilesNames, DeletingWhatIsOpen) {
   EXPECT_EQ(mark(Open(file, GENERIC_READ, kShareAll), TRUE), ERROR_ACCESS_DENIED);
   EXPECT_EQ(mark(toDelete(directory), TRUE), ERROR_DIR_NOT_EMPTY);
   if (!OnWine()) {
-    FILE_DISPOSITION_INFO disposition{TRUE};
-    EXPECT_EQ(ErrorOf(SetFileInformationByHandle(toDelete(file).get(), FileDispositionInfo, &disposition, 0)),
-              ERROR_BAD_LENGTH);
     ASSERT_TRUE(SetFileAttributesW(file.c_str(), FILE_ATTRIBUTE_READONLY));
     EXPECT_EQ(mark(toDelete(file), TRUE), ERROR_ACCESS_DENIED);
     ASSERT_TRUE(SetFileAttributesW(file.c_str(), FILE_ATTRIBUTE_NORMAL));
@@ -118,11 +102,8 @@ TEST_F(FilesNames, Moving) {
   Put(b, "b");
   MakeDirectory(directory);
   MakeDirectory(other);
-  EXPECT_EQ(MoveError(Path(u"missing"), Path(u"new")), ERROR_FILE_NOT_FOUND);
   EXPECT_EQ(MoveError(a, Path(u"missing\\new")), ERROR_PATH_NOT_FOUND);
-  EXPECT_EQ(MoveError(a, a), 0u);
   EXPECT_EQ(MoveError(a, b), ERROR_ALREADY_EXISTS);
-  EXPECT_EQ(MoveError(a, directory), ERROR_ALREADY_EXISTS);
   EXPECT_EQ(MoveError(directory, other), ERROR_ALREADY_EXISTS);
   EXPECT_EQ(ReplaceError(a, directory), ERROR_ACCESS_DENIED);
   {
@@ -136,8 +117,6 @@ TEST_F(FilesNames, Moving) {
     Put(directory + u"\\child");
     const auto child = Open(directory + u"\\child", GENERIC_READ, kShareAll);
     EXPECT_EQ(MoveError(directory, Path(u"moved")), ERROR_ACCESS_DENIED);
-    EXPECT_EQ(MoveError(other, Path(u"OTHER")), 0u);
-    EXPECT_EQ(Find(Path(u"o*")), std::vector<std::u16string>{u"OTHER"});
     EXPECT_EQ(MoveError(other, Path(u"other\\below")), ERROR_SHARING_VIOLATION);
   }
   {
@@ -152,31 +131,19 @@ TEST_F(FilesNames, Moving) {
   EXPECT_EQ(MoveError(b, elsewhere + u"\\b"), 0u);
   EXPECT_EQ(Get(elsewhere + u"\\b"), "a");
   EXPECT_FALSE(Exists(b));
-  EXPECT_EQ(LinkError(a, elsewhere + u"\\b"), ERROR_NOT_SAME_DEVICE);
 }
 
-TEST_F(FilesNames, CopyingAndLinking) {
-  const std::u16string a = Path(u"a"), b = Path(u"b"), c = Path(u"c"), directory = Path(u"directory");
+TEST_F(FilesNames, Copying) {
+  const std::u16string a = Path(u"a"), b = Path(u"b"), directory = Path(u"directory");
   Put(a, "a");
   MakeDirectory(directory);
-  EXPECT_EQ(CopyError(Path(u"missing"), b), ERROR_FILE_NOT_FOUND);
   EXPECT_EQ(CopyError(directory, b), ERROR_ACCESS_DENIED);
   EXPECT_EQ(CopyError(a, directory), ERROR_ACCESS_DENIED);
   EXPECT_EQ(CopyError(a, b), 0u);
   EXPECT_EQ(CopyError(a, b, TRUE), ERROR_FILE_EXISTS);
   EXPECT_TRUE(OnWine() || CopyError(a, a) == ERROR_SHARING_VIOLATION);
-  {
-    const auto open = Open(b, GENERIC_READ | GENERIC_WRITE, FILE_SHARE_READ);
-    EXPECT_EQ(CopyError(a, b), ERROR_SHARING_VIOLATION);
-  }
-  EXPECT_EQ(LinkError(b, a), ERROR_ALREADY_EXISTS);
-  EXPECT_EQ(LinkError(c, directory), ERROR_ACCESS_DENIED);
-  EXPECT_EQ(LinkError(c, Path(u"missing")), ERROR_FILE_NOT_FOUND);
-  EXPECT_EQ(LinkError(c, a), 0u);
-  Put(c, "changed");
-  EXPECT_EQ(Get(a), "changed");
-  EXPECT_EQ(DeleteError(a), 0u);
-  EXPECT_EQ(Get(c), "changed");
+  const auto open = Open(b, GENERIC_READ | GENERIC_WRITE, FILE_SHARE_READ);
+  EXPECT_EQ(CopyError(a, b), ERROR_SHARING_VIOLATION);
 }
 
 TEST_F(FilesNames, WhatACopyKeeps) {
@@ -198,18 +165,15 @@ TEST_F(FilesNames, WhatACopyKeeps) {
 }
 
 TEST_F(FilesNames, Searching) {
-  const std::u16string directory = Path(u"directory");
-  MakeDirectory(directory);
-  for (const char16_t* const name : {u"b.txt", u"A.TXT", u"_c"}) Put(directory + u'\\' + name);
-  std::vector<std::u16string> names = Find(directory + u"\\*"), expected{u".", u"..", u"A.TXT", u"b.txt", u"_c"};
+  for (const char16_t* const name : {u"b.txt", u"A.TXT", u"_c"}) Put(Path(name));
+  std::vector<std::u16string> names = Find(Path(u"*")), expected{u".", u"..", u"A.TXT", u"b.txt", u"_c"};
   if (OnWine()) std::ranges::sort(names), std::ranges::sort(expected);  // it has the host's order
   EXPECT_EQ(names, expected);
-  EXPECT_EQ(Find(directory + u"\\a.txt"), std::vector<std::u16string>{u"A.TXT"});
-  EXPECT_EQ(FindError(u"C:\\"), ERROR_FILE_NOT_FOUND);
-  EXPECT_EQ(FindError(directory + u"\\"), ERROR_FILE_NOT_FOUND);
-  EXPECT_EQ(FindError(directory + u"\\none*"), ERROR_FILE_NOT_FOUND);
-  EXPECT_EQ(FindError(directory + u"\\missing\\*"), ERROR_PATH_NOT_FOUND);
-  EXPECT_TRUE(OnWine() || FindError(directory + u"\\b.txt\\*") == ERROR_DIRECTORY);
+  EXPECT_EQ(Find(Path(u"a.txt")), std::vector<std::u16string>{u"A.TXT"});
+  EXPECT_EQ(FindError(Path(u"")), ERROR_FILE_NOT_FOUND);
+  EXPECT_EQ(FindError(Path(u"none*")), ERROR_FILE_NOT_FOUND);
+  EXPECT_EQ(FindError(Path(u"missing\\*")), ERROR_PATH_NOT_FOUND);
+  EXPECT_TRUE(OnWine() || FindError(Path(u"b.txt\\*")) == ERROR_DIRECTORY);
   for (const std::u16string& name : Find(u"C:\\*")) EXPECT_FALSE(name == u"." || name == u"..");
 }
 

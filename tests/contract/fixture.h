@@ -63,6 +63,8 @@ win32::DWORD ErrorOf(const Result& result) {
 inline win32::DWORD AttributesError(const std::u16string& path) {
   return win32::GetFileAttributesW(path.c_str()) != win32::INVALID_FILE_ATTRIBUTES ? 0 : win32::GetLastError();
 }
+inline win32::DWORD RemoveError(const std::u16string& path) { return ErrorOf(win32::RemoveDirectoryW(path.c_str())); }
+inline win32::DWORD DeleteError(const std::u16string& path) { return ErrorOf(win32::DeleteFileW(path.c_str())); }
 inline bool Exists(const std::u16string& path) { return AttributesError(path) == 0; }
 
 inline void Put(const std::u16string& path, std::string_view content = "content") {

@@ -9,9 +9,6 @@ namespace {
 using namespace contract;
 using namespace win32;
 
-constexpr NTSTATUS kInvalidHandle = static_cast<NTSTATUS>(0xC0000008);
-constexpr NTSTATUS kObjectTypeMismatch = static_cast<NTSTATUS>(0xC0000024);
-
 // A function of ntdll, of whatever type it is asked for.
 struct Entry {
   const char* name;
@@ -51,8 +48,6 @@ class Processes : public FileTest {
   const NtQuerySystemInformationFunction querySystem = Entry{"NtQuerySystemInformation"};
   const NtQueryObjectFunction queryObject = Entry{"NtQueryObject"};
   const NtQueryInformationFileFunction queryFile = Entry{"NtQueryInformationFile"};
-  const NtQueryInformationProcessFunction queryProcess = Entry{"NtQueryInformationProcess"};
-  const NtQueryInformationThreadFunction queryThread = Entry{"NtQueryInformationThread"};
 
   // The whole answer of a query of the system, which may grow between two calls.
   Buffer Ask(int informationClass) {
@@ -89,9 +84,8 @@ TEST_F(Processes, TheHandleTableListsOurOpenFiles) {
       return record.UniqueProcessId == id && record.HandleValue == reinterpret_cast<ULONG_PTR>(handle);
     });
   };
-  const auto *const ofFile = ours(file.get()), *const ofMutex = ours(mutex.get()),
-                    *const end = header.Handles + header.NumberOfHandles;
-  ASSERT_TRUE(ofFile != end && ofMutex != end);
+  const auto *const ofFile = ours(file.get()), *const ofMutex = ours(mutex.get());
+  ASSERT_TRUE(std::max(ofFile, ofMutex) != header.Handles + header.NumberOfHandles);
   EXPECT_NE(ofFile->GrantedAccess & FILE_READ_DATA, 0u);
   // Wine leaves the types' numbers and the objects' addresses out.
   EXPECT_TRUE(OnWine() || (ofFile->ObjectTypeIndex != ofMutex->ObjectTypeIndex && ofFile->Object != ofMutex->Object));
@@ -121,7 +115,6 @@ TEST_F(Processes, TheListsOfProcessesHaveOursAndWhoseItIs) {
   const auto* const own = std::find_if(processes, processes + count,
                                        [](const auto& record) { return record.ProcessId == GetCurrentProcessId(); });
   ASSERT_NE(own, processes + count);
-  EXPECT_TRUE(std::u16string_view(own->pProcessName).ends_with(u".exe"));
   UniqueKernelHandle token;
   ASSERT_TRUE(OpenProcessToken(GetCurrentProcess(), TOKEN_QUERY, token.put()));
   Buffer user(256);
@@ -146,25 +139,16 @@ TEST_F(Processes, AFilesNameIsToldWithItsDeviceOrWithoutAndInPartWithoutRoom) {
   ASSERT_EQ(queryFile(file.get(), &status, buffer.data(), buffer.size, FileNameInformation), STATUS_SUCCESS);
   EXPECT_TRUE(std::u16string(answer.FileName, answer.FileNameLength / 2) == inVolume);
   EXPECT_EQ(status.Information, 4 + answer.FileNameLength);
-  EXPECT_EQ(queryFile(file.get(), &status, buffer.data(), 4, FileNameInformation), STATUS_INFO_LENGTH_MISMATCH);
   EXPECT_EQ(queryFile(file.get(), &status, buffer.data(), 10, FileNameInformation), STATUS_BUFFER_OVERFLOW);
   EXPECT_EQ(answer.FileNameLength, inVolume.size() * 2);
 
   const auto full = static_cast<ULONG>(16 + (std::u16string(device).size() + inVolume.size() + 1) * 2);
-  const struct {
-    HANDLE handle;
-    int informationClass;
-    ULONG size;
-    NTSTATUS status;
-    ULONG needed;  // 0: more than there is
-  } cases[] = {{file.get(), ObjectNameInformation, 0, STATUS_INFO_LENGTH_MISMATCH, full},
-               {file.get(), ObjectNameInformation, 16, STATUS_BUFFER_OVERFLOW, full},
-               {named.get(), ObjectNameInformation, 16, STATUS_INFO_LENGTH_MISMATCH, 0},
-               {named.get(), ObjectTypeInformation, 0, STATUS_INFO_LENGTH_MISMATCH, 0}};
-  for (const auto& one : cases) {
+  for (const auto& [handle, size, error] : {std::tuple(file.get(), 0u, STATUS_INFO_LENGTH_MISMATCH),
+                                            {file.get(), 16u, STATUS_BUFFER_OVERFLOW},
+                                            {named.get(), 16u, STATUS_INFO_LENGTH_MISMATCH}}) {
     ULONG needed = 0;
-    EXPECT_EQ(queryObject(one.handle, one.informationClass, buffer.data(), one.size, &needed), one.status);
-    EXPECT_TRUE(one.needed == 0 ? needed > 16 : needed == one.needed) << &one - cases;
+    EXPECT_EQ(queryObject(handle, ObjectNameInformation, buffer.data(), size, &needed), error);
+    EXPECT_TRUE(handle == file.get() ? needed == full : needed > 16);
   }
 }
 
@@ -175,22 +159,17 @@ TEST_F(Processes, QueriesRefuseWhatTheyAreNotForAndNamelessThingsHaveNoName) {
   ASSERT_EQ(queryObject(mutex.get(), ObjectNameInformation, buffer.data(), buffer.size, nullptr), STATUS_SUCCESS);
   EXPECT_TRUE(buffer.As<UNICODE_STRING>().Length == 0 && buffer.As<UNICODE_STRING>().Buffer == nullptr);
   EXPECT_TRUE(ObjectText(mutex.get(), ObjectTypeInformation) == u"Mutant");
-  SetLastError(4711);
-  EXPECT_EQ(queryObject(kNothing, ObjectNameInformation, buffer.data(), buffer.size, nullptr), kInvalidHandle);
-  EXPECT_EQ(queryFile(kNothing, &status, buffer.data(), buffer.size, FileNameInformation), kInvalidHandle);
-  EXPECT_EQ(queryFile(mutex.get(), &status, buffer.data(), buffer.size, FileNameInformation), kObjectTypeMismatch);
+  EXPECT_EQ(queryObject(kNothing, ObjectNameInformation, buffer.data(), buffer.size, nullptr),
+            static_cast<NTSTATUS>(0xC0000008));  // STATUS_INVALID_HANDLE
+  EXPECT_EQ(queryFile(mutex.get(), &status, buffer.data(), buffer.size, FileNameInformation),
+            static_cast<NTSTATUS>(0xC0000024));  // STATUS_OBJECT_TYPE_MISMATCH
   EXPECT_FALSE(NT_SUCCESS(querySystem(9999, nullptr, 0, nullptr)));
-  EXPECT_FALSE(NT_SUCCESS(queryThread(GetCurrentThread(), 9999, buffer.data(), buffer.size, nullptr)));
-  EXPECT_EQ(queryProcess(GetCurrentProcess(), ProcessBasicInformation, buffer.data(), 8, nullptr),
-            STATUS_INFO_LENGTH_MISMATCH);
-  EXPECT_EQ(GetLastError(), 4711u);
 }
 
 TEST_F(Processes, ADuplicateIsTheSameOpenFile) {
   Put(Path(u"file"), "0123456789");
   auto file = Open(Path(u"file"), GENERIC_READ, 0);
   const UniqueKernelHandle process{OpenProcess(PROCESS_DUP_HANDLE, FALSE, GetCurrentProcessId())};
-  EXPECT_EQ(ErrorOf(WaitForSingleObject(process.get(), 0) != WAIT_FAILED), ERROR_ACCESS_DENIED);  // not for that
   for (const DWORD unknown : {0u, 0x7FFFFFF0u})
     EXPECT_EQ(ErrorOf(OpenProcess(PROCESS_DUP_HANDLE, FALSE, unknown)), ERROR_INVALID_PARAMETER);
   UniqueFile copy, none;
@@ -220,15 +199,9 @@ TEST_F(Processes, ACallWithoutExceptionIsLeftAlone) {
   askedAbout = 0;
   EXPECT_TRUE(CallWithExceptionFilter([](void* context) { *static_cast<int*>(context) = 5; }, &value, Handle));
   EXPECT_EQ(value, 5);
-  // C++ exceptions are the program's own affair, also the second one behind another.
-  const auto throwing = [](void*) {
-    try {
-      throw 1;
-    } catch (int) {
-      throw std::runtime_error("x");
-    }
-  };
-  EXPECT_THROW(CallWithExceptionFilter(throwing, nullptr, Handle), std::runtime_error);
+  // C++ exceptions are the program's own affair.
+  EXPECT_THROW(CallWithExceptionFilter([](void*) { throw std::runtime_error("x"); }, nullptr, Handle),
+               std::runtime_error);
   EXPECT_EQ(askedAbout, 0u);
 }
 
@@ -243,7 +216,6 @@ void Fault(void* /*context*/) {
   const volatile std::uintptr_t address = 0x10;  // nothing is ever there, which the compiler need not know
   *reinterpret_cast<volatile int*>(address) = 1;
 }
-void Break(void* /*context*/) { __asm__ volatile("int3"); }
 // The fault lies some frames below, in one that has been given nonvolatile registers to use.
 [[gnu::noinline]] int Deep(volatile int* numbers, int depth) {
   if (depth == 0) Fault(nullptr);
@@ -257,16 +229,10 @@ TEST_F(Processes, AnAccessViolationGoesToTheFilter) {
   const double x = seed * 0.5, y = seed * 0.25;
   for (int round = 0; round < 3; ++round) {
     askedAbout = 0;
-    EXPECT_FALSE(CallWithExceptionFilter(Fault, nullptr, Handle));
+    volatile int numbers[20] = {};
+    const auto deep = [](void* given) { Deep(static_cast<volatile int*>(given), 19); };
+    EXPECT_FALSE(CallWithExceptionFilter(deep, const_cast<int*>(numbers), Handle));
     EXPECT_EQ(askedAbout, EXCEPTION_ACCESS_VIOLATION);
-    EXPECT_FALSE(CallWithExceptionFilter(
-        [](void*) {
-          volatile int numbers[20] = {};
-          numbers[0] = Deep(numbers, 19);
-        },
-        nullptr, Handle));
-    EXPECT_FALSE(CallWithExceptionFilter(Break, nullptr, Handle));
-    EXPECT_EQ(askedAbout, EXCEPTION_BREAKPOINT);
     // What a filter passes on goes to the next one.
     EXPECT_FALSE(CallWithExceptionFilter(
         [](void*) {

@@ -6,13 +6,10 @@ namespace {
 using namespace contract;
 using namespace win32;
 
-constexpr DWORD kOptionCreateLink = 2;
-
 // Works in a key of its own below HKEY_CURRENT_USER\Software.
 class RegistryKeys : public FileTest {
  protected:
   static constexpr const char16_t* kPath = u"Software\\RegistryContract";
-
   RegistryKeys() {
     DeleteTree(HKEY_CURRENT_USER, kPath);
     EXPECT_EQ(RegCreateKeyExW(HKEY_CURRENT_USER, kPath, 0, nullptr, 0, KEY_ALL_ACCESS, nullptr, base.put(), nullptr),
@@ -56,11 +53,8 @@ TEST_F(RegistryKeys, OpeningAndCreatingTellWhatIsWrong) {
   HKEY none = reinterpret_cast<HKEY>(std::uintptr_t{0x1234});
   EXPECT_EQ(RegOpenKeyExW(base.get(), u"missing", 0, KEY_READ, &none), ERROR_FILE_NOT_FOUND);
   EXPECT_EQ(none, nullptr);
-  EXPECT_EQ(RegOpenKeyExW(base.get(), u"missing", 0, KEY_READ, nullptr), ERROR_INVALID_PARAMETER);
   EXPECT_EQ(RegOpenKeyExW(HKEY_CURRENT_USER, u"\\Software", 0, KEY_READ, &none), ERROR_BAD_PATHNAME);
   EXPECT_EQ(RegOpenKeyExW(nullptr, u"Software", 0, KEY_READ, &none), ERROR_INVALID_HANDLE);
-  EXPECT_EQ(RegCloseKey(nullptr), ERROR_INVALID_HANDLE);
-  EXPECT_EQ(RegCloseKey(HKEY_LOCAL_MACHINE), 0);
   // No name opens the key itself again.
   UniqueKey key;
   for (const char16_t* const name : {static_cast<const char16_t*>(nullptr), u""}) {
@@ -74,9 +68,6 @@ TEST_F(RegistryKeys, OpeningAndCreatingTellWhatIsWrong) {
   EXPECT_EQ(disposition, REG_OPENED_EXISTING_KEY);
   ASSERT_EQ(Open(u"A", key), 0);
   EXPECT_EQ(Names(key.get()), (std::vector<std::u16string>{u"Größe Ärger"}));
-  EXPECT_EQ(Create(base.get(), u"\\x", key), ERROR_BAD_PATHNAME);
-  EXPECT_TRUE(OnWine() ||  // it faults there
-              RegCreateKeyExW(base.get(), u"x", 0, nullptr, 0, KEY_READ, nullptr, nullptr, nullptr) == ERROR_BADKEY);
 }
 
 TEST_F(RegistryKeys, EnumerationCountsWithoutTheTerminator) {
@@ -103,14 +94,10 @@ TEST_F(RegistryKeys, OnlyKeysWithoutSubKeysAreDeletedAndTheirHandlesAreOfNoUse) 
   EXPECT_EQ(RegDeleteKeyW(base.get(), u"a"), ERROR_ACCESS_DENIED);
   EXPECT_EQ(RegDeleteKeyW(base.get(), u"a\\b"), 0);
   EXPECT_EQ(RegDeleteKeyW(base.get(), u"a"), 0);
-  EXPECT_EQ(RegDeleteKeyW(base.get(), u"a"), ERROR_FILE_NOT_FOUND);
-  EXPECT_EQ(RegDeleteKeyW(base.get(), nullptr), ERROR_INVALID_PARAMETER);
   Create(u"a");  // another one
   const BYTE data = 0;
-  UniqueKey other;
   EXPECT_EQ(RegSetValueExW(key.get(), u"v", 0, REG_BINARY, &data, 1), ERROR_KEY_DELETED);
   EXPECT_EQ(RegQueryValueExW(key.get(), u"v", nullptr, nullptr, nullptr, nullptr), ERROR_KEY_DELETED);
-  EXPECT_EQ(RegOpenKeyExW(key.get(), u"b", 0, KEY_READ, other.put()), ERROR_KEY_DELETED);
   EXPECT_EQ(RegDeleteKeyW(key.get(), u""), ERROR_KEY_DELETED);
 }
 
@@ -118,20 +105,16 @@ TEST_F(RegistryKeys, LinksLeadElsewhere) {
   SKIP_ON_WINE("the kernel path of HKEY_CURRENT_USER is not known here");
   UniqueKey software;
   ASSERT_EQ(Create(HKEY_LOCAL_MACHINE, u"SOFTWARE\\RegistryContract\\Target\\Child", software), 0);
-  const UniqueKey link = Create(u"link", kOptionCreateLink);
+  const UniqueKey link = Create(u"link", 2);
   UniqueKey key;
   EXPECT_EQ(Open(u"link", key), ERROR_FILE_NOT_FOUND);
   const std::u16string target = u"\\REGISTRY\\Machine\\Software\\RegistryContract\\Target";
-  const auto setTarget = [&](const std::u16string& to, DWORD type) {
-    return RegSetValueExW(link.get(), u"SymbolicLinkValue", 0, type, reinterpret_cast<const BYTE*>(to.data()),
-                          static_cast<DWORD>(to.size() * 2));
-  };
-  EXPECT_EQ(setTarget(target, REG_SZ), ERROR_ACCESS_DENIED);
-  ASSERT_EQ(setTarget(target, REG_LINK), 0);
+  ASSERT_EQ(RegSetValueExW(link.get(), u"SymbolicLinkValue", 0, REG_LINK, reinterpret_cast<const BYTE*>(target.data()),
+                           static_cast<DWORD>(target.size() * 2)),
+            0);
   ASSERT_EQ(Open(u"link", key), 0);
   EXPECT_EQ(Names(key.get()), (std::vector<std::u16string>{u"Child"}));
   EXPECT_EQ(Open(u"link\\Child", key), 0);
-  EXPECT_EQ(Create(base.get(), u"link", key, kOptionCreateLink), ERROR_ALREADY_EXISTS);
   // Deleting takes the link, not what it leads to.
   EXPECT_EQ(RegDeleteKeyW(base.get(), u"link"), 0);
   EXPECT_EQ(RegOpenKeyExW(HKEY_LOCAL_MACHINE, u"SOFTWARE\\RegistryContract\\Target\\Child", 0, KEY_READ, key.put()), 0);
@@ -145,8 +128,6 @@ TEST_F(RegistryKeys, QueriesTellTheSizeThatIsNeededAndNoNameIsTheDefaultValue) {
   EXPECT_EQ(RegQueryValueExW(base.get(), u"", nullptr, &type, data, &size), ERROR_MORE_DATA);
   EXPECT_EQ(size, 5U);
   EXPECT_EQ(type, REG_BINARY);
-  EXPECT_EQ(RegQueryValueExW(base.get(), u"", nullptr, nullptr, data, nullptr), ERROR_INVALID_PARAMETER);
-  EXPECT_EQ(RegQueryValueExW(base.get(), u"missing", nullptr, nullptr, data, &size), ERROR_FILE_NOT_FOUND);
   ASSERT_EQ(RegSetValueExW(base.get(), u"", 0, REG_SZ, nullptr, 0), 0);
   size = 8;
   EXPECT_EQ(RegQueryValueExW(base.get(), nullptr, nullptr, &type, data, &size), 0);

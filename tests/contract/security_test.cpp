@@ -52,13 +52,12 @@ TEST_F(SecurityDescriptors, TextsSurviveTheRoundTripOrAreRefused) {
   for (const char16_t* const text :
        {u"O:SYG:BAD:PAI(A;OICI;FA;;;BA)(A;OICIIO;GA;;;CO)(A;;0x1200a9;;;BU)(D;;FW;;;AN)",
         u"O:S-1-5-21-1004336348-1177238915-682003330-1001D:AI(A;ID;FA;;;S-1-5-21-1004336348-1177238915-682003330-1001)",
-        u"D:P", u"D:(A;;0x1301bf;;;AU)", u"D:(A;CI;KA;;;SY)(A;CI;KR;;;WD)", u"S:(AU;SAFA;FA;;;WD)", u"O:LSG:NS", u""}) {
+        u"D:P", u"D:(A;;0x1301bf;;;AU)", u"D:(A;CI;KA;;;SY)(A;CI;KR;;;WD)", u"S:(AU;SAFA;FA;;;WD)", u""}) {
     const UniqueLocalMemory descriptor = Parse(text);
     ASSERT_TRUE(descriptor);
     EXPECT_EQ(TextOf(descriptor.get(), kAllParts), text);
   }
-  for (const char16_t* const text :
-       {u"X:BA", u"D:(A;;FA;;;ZZ)", u"D:(A;;FA;;)", u"D:(Q;;FA;;;WD)", u"D:(A;ZZ;FA;;;WD)", u"D:(A;;FA;;;WD", u"O:S-1"})
+  for (const char16_t* const text : {u"X:BA", u"D:(A;;FA;;;ZZ)", u"D:(A;;FA;;)", u"D:(Q;;FA;;;WD)", u"D:(A;;FA;;;WD"})
     EXPECT_FALSE(Parse(text));
   if (OnWine()) return;  // its texts do not know NO_ACCESS_CONTROL: the null DACL is not the empty one
   EXPECT_EQ(TextOf(static_cast<ACL*>(nullptr)), u"D:NO_ACCESS_CONTROL");
@@ -76,13 +75,9 @@ TEST_F(SecurityDescriptors, EntriesAreFoundByIndexAndClosedUpWhenOneIsDeleted) {
   ASSERT_TRUE(GetAce(acl, 1, &ace));
   EXPECT_EQ(static_cast<ACE_HEADER*>(ace)->AceFlags, INHERITED_ACE);
   EXPECT_EQ(ErrorOf(GetAce(acl, 3, &ace)), ERROR_INVALID_PARAMETER);
-  EXPECT_FALSE(DeleteAce(acl, 3));
-
   EXPECT_TRUE(DeleteAce(acl, 1));
   EXPECT_EQ(TextOf(acl), u"D:(D;;FW;;;AN)(A;;FR;;;WD)");
   EXPECT_EQ(acl->AclSize, size);  // the room stays the list's
-  EXPECT_TRUE(DeleteAce(acl, 1) && DeleteAce(acl, 0));
-  EXPECT_FALSE(GetAce(acl, 0, &ace));
 }
 
 TEST_F(SecurityDescriptors, SetEntriesInAcl) {
@@ -94,7 +89,6 @@ TEST_F(SecurityDescriptors, SetEntriesInAcl) {
     const char16_t* made;
     bool onWine = false;
   } cases[] = {
-      // for Everyone
       // New entries keep generic rights.
       {nullptr, ACCESS_MODE::SET_ACCESS, GENERIC_READ, u"D:(A;;GR;;;WD)", true},
       // Setting and revoking replace what the trustee had. Wine leaves his denied entries.
@@ -117,20 +111,6 @@ TEST_F(SecurityDescriptors, SetEntriesInAcl) {
     const UniqueLocalMemory after{acl};
     EXPECT_EQ(TextOf(acl), one.made);
   }
-}
-
-TEST_F(SecurityDescriptors, SidsAreComparedByTheirContentAndGenericRightsReplaced) {
-  SID_IDENTIFIER_AUTHORITY nt{{0, 0, 0, 0, 0, 5}};
-  UniqueSid sids[3];
-  for (DWORD i = 0; i < 3; ++i)  // of the third only one part counts
-    ASSERT_TRUE(AllocateAndInitializeSid(&nt, i == 2 ? 1 : 2, SECURITY_BUILTIN_DOMAIN_RID, DOMAIN_ALIAS_RID_ADMINS,
-                                         i * 9, 0, 0, 0, 0, 0, sids[i].put()));
-  EXPECT_TRUE(EqualSid(sids[0].get(), sids[1].get()));
-  EXPECT_FALSE(EqualSid(sids[0].get(), sids[2].get()));
-  GENERIC_MAPPING mapping{FILE_GENERIC_READ, FILE_GENERIC_WRITE, FILE_GENERIC_EXECUTE, FILE_ALL_ACCESS};
-  DWORD mask = GENERIC_READ | GENERIC_EXECUTE | DELETE;
-  MapGenericMask(&mask, &mapping);
-  EXPECT_EQ(mask, FILE_GENERIC_READ | FILE_GENERIC_EXECUTE | DELETE);
 }
 
 class Tokens : public FileTest {
@@ -166,21 +146,12 @@ TEST_F(Tokens, InformationTellsItsSizeFirstAndPointsIntoItsBuffer) {
     const auto* const sid = static_cast<const BYTE*>(groups->Groups[i].Sid);
     EXPECT_TRUE(sid > begin && sid < begin + needed && sid[0] == 1);
   }
-  for (const auto& [text, isMember] : {std::pair{u"S-1-5-32-544", TRUE}, {u"S-1-5-21-1-2-3-4", FALSE}}) {
-    UniqueLocalMemory group;
-    BOOL member = !isMember;
-    ASSERT_TRUE(ConvertStringSidToSidW(text, group.put()));
-    EXPECT_TRUE(CheckTokenMembership(nullptr, group.get(), &member));
-    EXPECT_EQ(member, isMember);
-  }
 }
 
 TEST_F(Tokens, AdjustingSucceedsAndSaysInTheLastErrorWhetherAllWereHeld) {
   const UniqueKernelHandle token = ProcessToken(TOKEN_QUERY | TOKEN_ADJUST_PRIVILEGES);
   EXPECT_EQ(Enable(token.get(), u"SeBackupPrivilege"), ERROR_SUCCESS);
   EXPECT_EQ(Enable(token.get(), u"SeBackupPrivilege", 0), ERROR_SUCCESS);
-  LUID luid;
-  EXPECT_EQ(ErrorOf(LookupPrivilegeValueW(nullptr, u"SeNoSuchPrivilege", &luid)), ERROR_NO_SUCH_PRIVILEGE);
   EXPECT_TRUE(OnWine() || Enable(token.get(), u"SeCreateTokenPrivilege") == ERROR_NOT_ALL_ASSIGNED);
   const UniqueKernelHandle queryOnly = ProcessToken(TOKEN_QUERY);
   TOKEN_PRIVILEGES none{};
@@ -194,7 +165,6 @@ TEST_F(Tokens, AccessCheckWantsAnImpersonationTokenAndMappedRights) {
   DWORD length = sizeof privileges, granted = 0;
   BOOL allowed = FALSE;
   const auto check = [&](HANDLE token, DWORD desired) {
-    length = sizeof privileges;
     return AccessCheck(descriptor.get(), token, desired, &mapping, &privileges, &length, &granted, &allowed);
   };
   const UniqueKernelHandle primary = ProcessToken(TOKEN_QUERY);
@@ -204,12 +174,8 @@ TEST_F(Tokens, AccessCheckWantsAnImpersonationTokenAndMappedRights) {
   EXPECT_EQ(ErrorOf(OpenThreadToken(GetCurrentThread(), TOKEN_QUERY, TRUE, token.put())), ERROR_NO_TOKEN);
   ASSERT_TRUE(ImpersonateSelf(SECURITY_IMPERSONATION_LEVEL::SecurityImpersonation));
   ASSERT_TRUE(OpenThreadToken(GetCurrentThread(), TOKEN_QUERY, TRUE, token.put()));
-  EXPECT_TRUE(check(token.get(), FILE_READ_DATA));
-  EXPECT_TRUE(allowed);
-  EXPECT_EQ(granted, FILE_READ_DATA);
-  EXPECT_TRUE(check(token.get(), FILE_READ_DATA | FILE_WRITE_DATA));
-  EXPECT_FALSE(allowed);
-  EXPECT_EQ(granted, 0u);
+  EXPECT_TRUE(check(token.get(), FILE_READ_DATA) && allowed && granted == FILE_READ_DATA);
+  EXPECT_TRUE(check(token.get(), FILE_READ_DATA | FILE_WRITE_DATA) && !allowed && granted == 0);
   EXPECT_EQ(GetLastError(), ERROR_ACCESS_DENIED);
   EXPECT_EQ(ErrorOf(check(token.get(), GENERIC_READ)), ERROR_GENERIC_NOT_MAPPED);
 }
@@ -261,15 +227,13 @@ TEST_F(FileSecurity, InheritedEntriesComeFromTheDirectoryNotFromTheCaller) {
 
 TEST_F(FileSecurity, AChangeReachesEverythingBelowThatIsNotProtected) {
   const std::u16string top = Directory(u"top"), child = Directory(u"top\\child"),
-                       grandchild = Directory(u"top\\child\\grandchild"), apart = Directory(u"top\\apart"),
-                       below = Directory(u"top\\apart\\below");
+                       grandchild = Directory(u"top\\child\\grandchild"), apart = Directory(u"top\\apart");
   ASSERT_EQ(SetDacl(apart, u"D:(A;OICI;FA;;;BA)", kProtected), 0u);
   ASSERT_EQ(SetDacl(child, u"D:(A;;FW;;;SY)"), 0u);
   ASSERT_EQ(SetDacl(top, u"D:(A;OICI;FA;;;BA)(A;CI;FR;;;BU)", kProtected), 0u);
   EXPECT_EQ(Dacl(child), u"D:AI(A;;FW;;;SY)(A;OICIID;FA;;;BA)(A;CIID;FR;;;BU)");
   EXPECT_EQ(Dacl(grandchild), u"D:AI(A;OICIID;FA;;;BA)(A;CIID;FR;;;BU)");
   EXPECT_EQ(Dacl(apart), u"D:PAI(A;OICI;FA;;;BA)");
-  EXPECT_EQ(Dacl(below), u"D:AI(A;OICIID;FA;;;BA)");
 }
 
 TEST_F(FileSecurity, GenericRightsBecomeTheFileSystemsOwnAndANullDaclIsWritten) {
@@ -284,7 +248,6 @@ TEST_F(FileSecurity, GenericRightsBecomeTheFileSystemsOwnAndANullDaclIsWritten) 
   ASSERT_EQ(Read(directory, descriptor, &dacl), 0u);
   EXPECT_EQ(dacl, nullptr);
   EXPECT_EQ(Read(Path(u"missing"), descriptor), ERROR_FILE_NOT_FOUND);
-  EXPECT_EQ(SetDacl(Path(u"missing"), u"D:"), ERROR_FILE_NOT_FOUND);
 }
 
 TEST_F(FileSecurity, AWholeDescriptorIsWrittenAsItIsButForTheMarkOfInheritance) {
@@ -315,13 +278,10 @@ TEST_F(Accounts, ASidIsWrittenAsItIsRead) {
     EXPECT_TRUE(ConvertStringSidToSidW(text, sid.put()));
     EXPECT_EQ(SidText(sid.get()), written);
   }
-  std::vector<const char16_t*> bad{u"S-1", u"S-1-5", u"S-1-5-", u"S-1-5-18x", u"anna", u"QQ", u"BAx"};
+  std::vector<const char16_t*> bad{u"S-1-5", u"S-1-5-", u"S-1-5-18x", u"anna", u"BAx"};
   if (!OnWine()) bad.insert(bad.end(), {u"", u"S-1-5-1-2-3-4-5-6-7-8-9-10-11-12-13-14-15-16"});  // it takes both
   PSID none = nullptr;
   for (const char16_t* const text : bad) EXPECT_EQ(ErrorOf(ConvertStringSidToSidW(text, &none)), ERROR_INVALID_SID);
-  BYTE damaged[28] = {9, 5};
-  EXPECT_EQ(SidText(damaged), u"error");
-  EXPECT_EQ(GetLastError(), ERROR_INVALID_SID);
 }
 
 TEST_F(Accounts, AnAccountIsFoundByNameAndBySidInBuffersThatAreMeasuredFirst) {

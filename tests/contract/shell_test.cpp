@@ -17,9 +17,11 @@ TEST_F(Shell, TextOfPaths) {
   for (const auto* const path : {u"name", u"a\\b", u""}) EXPECT_TRUE(PathIsRelativeW(path) && !PathIsUNCW(path));
   for (const auto* const path : {u"C:\\x", u"C:x", u"c:"})
     EXPECT_TRUE(!PathIsRelativeW(path) && !PathIsUNCW(path) && PathGetDriveNumberW(path) == 2);
-  EXPECT_TRUE(!PathIsRelativeW(u"\\x") && PathIsRelativeW(nullptr) && !PathIsUNCW(nullptr));
+  EXPECT_TRUE(!PathIsRelativeW(u"\\x"));
   EXPECT_TRUE(OnWine() || !PathIsUNCW(u"\\\\?\\C:\\x"));  // Wine: as before Vista
   EXPECT_EQ(PathGetDriveNumberW(u"1:\\"), -1);
+  const char16_t* const letters = u"x\u00C4\u0416";
+  EXPECT_TRUE(StrStrIW(letters, u"\u00E4\u0436") == letters + 1 && !StrStrIW(letters, u""));
   for (const auto& [path, unquoted] : {std::pair{u"\"C:\\a b\"", u"C:\\a b"},
                                        {u"\"\"", u""},
                                        {u"\"\"x\"\"", u"\"x\""},
@@ -31,28 +33,13 @@ TEST_F(Shell, TextOfPaths) {
   }
 }
 
-TEST_F(Shell, TextsInPathsAndWhatTheyLeadTo) {
-  const char16_t *const text = u"C:\\WINDOWS\\System32", *const letters = u"x\u00C4\u0416";
-  EXPECT_EQ(StrStrIW(text, u"SYSTEM32"), text + 11);
-  EXPECT_EQ(StrStrIW(letters, u"\u00E4\u0436"), letters + 1);
-  for (const auto* const none : {u"system32\\", u""}) EXPECT_EQ(StrStrIW(text, none), nullptr);
-  EXPECT_EQ(StrStrIW(nullptr, u"x"), nullptr);
-  const std::u16string file = Path(u"file"), missing = Path(u"missing");
-  Put(file);
-  EXPECT_TRUE(PathFileExistsW(file.c_str()) && PathIsDirectoryW(Path(u"").c_str()));
-  EXPECT_FALSE(PathFileExistsW(missing.c_str()) || PathFileExistsW(u"") || PathFileExistsW(nullptr));
-  EXPECT_FALSE(PathIsDirectoryW(file.c_str()) || PathIsDirectoryW(missing.c_str()) || PathIsDirectoryW(nullptr));
-}
-
 TEST_F(Shell, CreatingADirectoryMakesTheWayToIt) {
   EXPECT_EQ(MakeAll(u"a\\b\\c"), 0);
   EXPECT_TRUE(PathIsDirectoryW(Path(u"a\\b\\c").c_str()));
   EXPECT_EQ(MakeAll(u"a\\b\\c"), 183);
   EXPECT_EQ(SHCreateDirectory(nullptr, Path(u"a\\x\\y").c_str()), 0);
   EXPECT_EQ(SHCreateDirectoryExW(nullptr, u"relative\\path", nullptr), 161);
-  if (!OnWine()) {  // Wine lets the host decide
-    EXPECT_EQ(MakeAll(std::u16string(300, u'x')), 206);
-  }
+  EXPECT_TRUE(OnWine() || MakeAll(std::u16string(300, u'x')) == 206);  // it lets the host decide
   Put(Path(u"file"));
   EXPECT_NE(MakeAll(u"file\\below"), 0);
   EXPECT_NE(MakeAll(u"file"), 0);
@@ -79,17 +66,6 @@ TEST_F(Shell, CopyingReplacesWhatIsThereAndGoesIntoFolders) {
   EXPECT_EQ(copy(Path(u"from\\sub\\file"), Path(u"another name")), 0);
   EXPECT_EQ(Get(Path(u"another name")), "new");
   EXPECT_NE(copy(Path(u"missing"), Path(u"to")), 0);
-}
-
-TEST_F(Shell, WhereWindowsIs) {
-  char16_t path[260];
-  for (const int folder : {CSIDL_WINDOWS, CSIDL_SYSTEM, CSIDL_PROGRAM_FILES, CSIDL_PROGRAM_FILESX86}) {
-    ASSERT_TRUE(SHGetSpecialFolderPathW(nullptr, path, folder, FALSE)) << folder;
-    EXPECT_EQ(PathGetDriveNumberW(path), 2);
-    EXPECT_NE(path[std::u16string_view(path).size() - 1], u'\\');
-  }
-  ASSERT_TRUE(SHGetSpecialFolderPathW(nullptr, path, CSIDL_SYSTEM, FALSE));
-  EXPECT_TRUE(StrStrIW(path, u"\\system32"));
 }
 
 }  // namespace

@@ -18,7 +18,6 @@ TEST_F(System, MessagesHaveATextAndEndWithALineBreak) {
   ASSERT_GT(length, 2u);
   const std::u16string message(text);
   EXPECT_TRUE(message.size() == length && message.ends_with(u".\r\n"));
-  EXPECT_EQ(ErrorOf(FormatMessageW(kFlags, nullptr, ERROR_ACCESS_DENIED, 0, little, 4)), ERROR_INSUFFICIENT_BUFFER);
   EXPECT_EQ(ErrorOf(FormatMessageW(kFlags, nullptr, 0x2FFFFFFF, 0, little, 4)), ERROR_MR_MID_NOT_FOUND);
   if (OnWine()) return;  // it has no netmsg.dll with texts, nor Windows' own words
   EXPECT_TRUE(message == u"Access is denied.\r\n");
@@ -34,7 +33,6 @@ TEST_F(System, ModulesAreFoundByNameAndTheProgramsPathIsCutWhenThereIsTooLittleR
   ASSERT_TRUE(kernel);
   EXPECT_EQ(ErrorOf(GetProcAddress(kernel, "NoSuchFunction")), ERROR_PROC_NOT_FOUND);
   EXPECT_EQ(ErrorOf(LoadLibraryW(u"no such library.dll")), ERROR_MOD_NOT_FOUND);
-  EXPECT_EQ(UniqueLibrary{LoadLibraryW(u"KERNEL32")}.get(), kernel);
   char16_t path[300], little[5];
   const DWORD length = GetModuleFileNameW(nullptr, path, 300);
   EXPECT_EQ(std::u16string_view(path).size(), length);
@@ -69,15 +67,6 @@ TEST_F(System, AMutexIsAMarkThatOthersSeeUntilItsLastHandleGoes) {
   EXPECT_EQ(GetLastError(), ERROR_SUCCESS);
 }
 
-TEST_F(System, EnvironmentVariablesAreReplacedAndUnknownOnesStay) {
-  char16_t text[100];
-  const DWORD length = ExpandEnvironmentStringsW(u"%SystemDrive%\\x%no such variable%%systemdrive%", text, 100);
-  const std::u16string expected = u"C:\\x%no such variable%C:";
-  EXPECT_TRUE(std::u16string_view(text) == expected);
-  EXPECT_EQ(length, expected.size() + 1);
-  EXPECT_EQ(ExpandEnvironmentStringsW(u"%SystemDrive%\\abc", text, 3), 7u);
-}
-
 TEST_F(System, TextBecomesBytesOfACodePage) {
   char bytes[16] = {};
   BOOL usedDefault = FALSE;
@@ -87,10 +76,8 @@ TEST_F(System, TextBecomesBytesOfACodePage) {
   EXPECT_EQ(WideCharToMultiByte(437, 0, u"\u4e2d", 1, bytes, 16, nullptr, &usedDefault), 1);
   EXPECT_TRUE(bytes[0] == '?' && usedDefault);
   EXPECT_EQ(WideCharToMultiByte(CP_UTF8, 0, u"\u00e9", -1, nullptr, 0, nullptr, nullptr), 3);
-  EXPECT_EQ(WideCharToMultiByte(CP_UTF8, 0, u"\u00e9", -1, bytes, 2, nullptr, nullptr), 0);
-  EXPECT_EQ(GetLastError(), ERROR_INSUFFICIENT_BUFFER);
-  EXPECT_EQ(WideCharToMultiByte(CP_UTF8, 0, u"x", 0, bytes, 2, nullptr, nullptr), 0);
-  EXPECT_EQ(GetLastError(), ERROR_INVALID_PARAMETER);
+  EXPECT_EQ(ErrorOf(WideCharToMultiByte(CP_UTF8, 0, u"\u00e9", -1, bytes, 2, nullptr, nullptr)),
+            ERROR_INSUFFICIENT_BUFFER);
 }
 
 }  // namespace

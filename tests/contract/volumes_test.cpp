@@ -8,16 +8,12 @@ using namespace win32;
 
 class Volumes : public FileTest {
  protected:
-  static DWORD NameError(const std::u16string& mountPoint, DWORD size = 50) {
+  static DWORD NameError(const std::u16string& mountPoint) {
     char16_t name[50];
-    return ErrorOf(GetVolumeNameForVolumeMountPointW(mountPoint.c_str(), name, size));
+    return ErrorOf(GetVolumeNameForVolumeMountPointW(mountPoint.c_str(), name, 50));
   }
-  static std::u16string NameOf(const std::u16string& mountPoint) {
-    char16_t name[50];
-    return GetVolumeNameForVolumeMountPointW(mountPoint.c_str(), name, 50) ? std::u16string(name) : std::u16string();
-  }
-  static DWORD InformationError(const std::u16string& root, char16_t* system = nullptr, DWORD* component = nullptr) {
-    return ErrorOf(GetVolumeInformationW(root.c_str(), nullptr, 0, nullptr, component, nullptr, system, 100));
+  static DWORD InformationError(const std::u16string& root, char16_t* system = nullptr) {
+    return ErrorOf(GetVolumeInformationW(root.c_str(), nullptr, 0, nullptr, nullptr, nullptr, system, 100));
   }
 
   const std::u16string scratch = Path(u"").substr(0, Path(u"").size() - 1);
@@ -26,22 +22,16 @@ class Volumes : public FileTest {
 
 TEST_F(Volumes, DrivesAndWhatTheyAre) {
   char16_t drives[200], target[300], system[100] = {};
-  DWORD component = 0;
   const DWORD length = GetLogicalDriveStringsW(200, drives);
   EXPECT_NE(std::u16string(drives, length).find(u"C:\\"), std::u16string::npos);
-  EXPECT_TRUE(length % 4 == 0 && drives[length] == 0);
   EXPECT_EQ(GetLogicalDriveStringsW(2, drives), length + 1) << "the size that is needed, with the last end";
   EXPECT_EQ(GetDriveTypeW(drive.c_str()), DRIVE_FIXED);
   EXPECT_EQ(GetDriveTypeW(u"Q:\\"), DRIVE_NO_ROOT_DIR);
   ASSERT_NE(QueryDosDeviceW(letter.c_str(), target, 300), 0u);
   EXPECT_TRUE(std::u16string_view(target).starts_with(u"\\Device\\HarddiskVolume"));
   EXPECT_EQ(ErrorOf(QueryDosDeviceW(u"Q:", target, 300)), ERROR_FILE_NOT_FOUND);
-  EXPECT_EQ(ErrorOf(QueryDosDeviceW(letter.c_str(), target, 4)), ERROR_INSUFFICIENT_BUFFER);
-  ASSERT_EQ(InformationError(drive, system, &component), 0u);
-  EXPECT_EQ(component, 255u);
-  EXPECT_EQ(InformationError(u"\\\\?\\" + drive), 0u);
+  ASSERT_EQ(InformationError(drive, system), 0u);
   EXPECT_EQ(InformationError(scratch + u"\\"), ERROR_DIR_NOT_ROOT);
-  EXPECT_NE(InformationError(u"Q:\\"), 0u);
   ULARGE_INTEGER available{}, total{}, free{};
   ASSERT_TRUE(GetDiskFreeSpaceExW(scratch.c_str(), &available, &total, &free));
   EXPECT_TRUE(available.QuadPart <= free.QuadPart && free.QuadPart < total.QuadPart);
@@ -53,10 +43,11 @@ TEST_F(Volumes, DrivesAndWhatTheyAre) {
 }
 
 TEST_F(Volumes, NamesPathsAndEnumeration) {
-  const std::u16string name = NameOf(drive);
+  char16_t volume[50] = {};
+  ASSERT_TRUE(GetVolumeNameForVolumeMountPointW(drive.c_str(), volume, 50));
+  const std::u16string name = volume;
   ASSERT_EQ(name.size(), 49u);
   EXPECT_TRUE(name.starts_with(u"\\\\?\\Volume{") && name.ends_with(u"}\\"));
-  EXPECT_EQ(NameError(drive, 49), ERROR_FILENAME_EXCED_RANGE);
   EXPECT_EQ(NameError(letter), ERROR_INVALID_NAME);
   EXPECT_EQ(NameError(u"Q:\\"), ERROR_FILE_NOT_FOUND);
   EXPECT_EQ(NameError(scratch + u"\\"), ERROR_NOT_A_REPARSE_POINT);
@@ -66,16 +57,14 @@ TEST_F(Volumes, NamesPathsAndEnumeration) {
   DWORD length = 0;
   ASSERT_TRUE(GetVolumePathNamesForVolumeNameW(name.c_str(), paths, 400, &length));
   EXPECT_TRUE(std::u16string_view(paths).size() == 3 && paths[length - 1] == 0);
-  for (const auto& [volume, size, error] :
+  for (const auto& [asked, size, error] :
        {std::tuple(name, 2u, ERROR_MORE_DATA),
         {name.substr(0, 48), 400u, ERROR_INVALID_NAME},
-        {std::u16string(u"C:\\"), 400u, ERROR_INVALID_NAME},
         {std::u16string(u"\\\\?\\Volume{00000000-00de-c0de-0000-000000000000}\\"), 400u, ERROR_FILE_NOT_FOUND}}) {
     DWORD needed = 0;
-    EXPECT_EQ(ErrorOf(GetVolumePathNamesForVolumeNameW(volume.c_str(), paths, size, &needed)), error);
+    EXPECT_EQ(ErrorOf(GetVolumePathNamesForVolumeNameW(asked.c_str(), paths, size, &needed)), error);
     EXPECT_TRUE(error != ERROR_MORE_DATA || needed == length);
   }
-  EXPECT_EQ(ErrorOf(FindFirstVolumeW(found, 49)), ERROR_FILENAME_EXCED_RANGE);
   const HANDLE search = FindFirstVolumeW(found, 50);
   ASSERT_NE(search, INVALID_HANDLE_VALUE);
   bool isFound = false;
@@ -98,8 +87,6 @@ TEST_F(Volumes, WhereThePathsVolumeBegins) {
                {u"C:\\", 2, ERROR_FILENAME_EXCED_RANGE, u""},
                {u"\\\\?\\NoDrive:\\x", 300, ERROR_INVALID_NAME, u""},
                {u"\\\\nowhere\\share:\\x", 300, ERROR_INVALID_NAME, u""},
-               {u"?:x\\y", 300, ERROR_FILE_NOT_FOUND, u""},
-               {scratch, 0, ERROR_INVALID_PARAMETER, u""},
                {u"", 300, ERROR_INVALID_PARAMETER, u""},
                {u"Q:\\x", 300, ERROR_FILE_NOT_FOUND, u""}};
   for (const auto& one : cases) {
