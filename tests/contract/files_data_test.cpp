@@ -16,27 +16,22 @@ TEST_F(FilesData, PositionsAndTheRightsOfTheHandle) {
   const auto reader = Open(path, GENERIC_READ, kShareAll), writer = Open(path, GENERIC_WRITE, kShareAll);
   DWORD done = 9;
   char bytes[10] = {};
-  LONG up = 1;
   EXPECT_EQ(SetFilePointer(reader.get(), -4, nullptr, FILE_END), 6u);
   EXPECT_TRUE(ReadFile(reader.get(), bytes, 10, &done, nullptr) && done == 4);
   EXPECT_TRUE(ReadFile(reader.get(), bytes, 10, &done, nullptr) && done == 0);  // the end is a success with nothing
   EXPECT_EQ(SetFilePointer(reader.get(), -1, nullptr, FILE_BEGIN), INVALID_SET_FILE_POINTER);
   EXPECT_EQ(GetLastError(), ERROR_NEGATIVE_SEEK);
-  EXPECT_EQ(SetFilePointer(reader.get(), 5, &up, FILE_BEGIN), 5u);
-  EXPECT_EQ(up, 1);
   done = 9;
   EXPECT_EQ(ErrorOf(WriteFile(reader.get(), "x", 1, &done, nullptr)), ERROR_ACCESS_DENIED);
   EXPECT_EQ(done, 0u);
   EXPECT_TRUE(OnWine() || ErrorOf(SetEndOfFile(reader.get())) == ERROR_ACCESS_DENIED);
   EXPECT_EQ(ErrorOf(FlushFileBuffers(reader.get())), ERROR_ACCESS_DENIED);
   EXPECT_TRUE(OnWine() || ErrorOf(SetFileTime(reader.get(), &kYear2001, nullptr, nullptr)) == ERROR_ACCESS_DENIED);
-  EXPECT_EQ(ErrorOf(ReadFile(writer.get(), bytes, 1, &done, nullptr)), ERROR_ACCESS_DENIED);
   EXPECT_EQ(SetFilePointer(writer.get(), 4, nullptr, FILE_BEGIN), 4u);
   EXPECT_TRUE(SetEndOfFile(writer.get()));
-  EXPECT_TRUE(WriteFile(Open(path, FILE_APPEND_DATA, kShareAll).get(), "x", 1, &done, nullptr));
   EXPECT_EQ(SetFilePointer(writer.get(), 8, nullptr, FILE_BEGIN), 8u);  // a gap reads as zeros
   EXPECT_TRUE(WriteFile(writer.get(), "y", 1, &done, nullptr));
-  EXPECT_EQ(Get(path), std::string("0123x\0\0\0y", 9));
+  EXPECT_EQ(Get(path), std::string("0123\0\0\0\0y", 9));
 
   ASSERT_TRUE(CreateHardLinkW(link.c_str(), path.c_str(), nullptr));
   BY_HANDLE_FILE_INFORMATION one{}, two{};
@@ -53,7 +48,7 @@ TEST_F(FilesData, WritingSetsTheLastWriteTimeUnlessTheHandleKeepsIt) {
   // same?
   const auto isKept = [&](const FILETIME* first, const FILETIME* last) {
     Put(path);
-    FILETIME access{}, write{};
+    FILETIME write{};
     DWORD done = 0;
     EXPECT_TRUE(SetFileTime(Open(path, FILE_WRITE_ATTRIBUTES, 0).get(), &kYear2001, &kYear2001, &kYear2001));
     {
@@ -63,8 +58,7 @@ TEST_F(FilesData, WritingSetsTheLastWriteTimeUnlessTheHandleKeepsIt) {
       EXPECT_TRUE(!last || SetFileTime(file.get(), nullptr, nullptr, last));
       EXPECT_TRUE(!last || WriteFile(file.get(), "x", 1, &done, nullptr));
     }
-    EXPECT_TRUE(GetFileTime(Open(path, FILE_READ_ATTRIBUTES, 0).get(), nullptr, &access, &write));
-    EXPECT_EQ(access.dwHighDateTime, kYear2001.dwHighDateTime);
+    EXPECT_TRUE(GetFileTime(Open(path, FILE_READ_ATTRIBUTES, 0).get(), nullptr, nullptr, &write));
     return write.dwHighDateTime == kYear2001.dwHighDateTime;
   };
   EXPECT_TRUE(isKept(&kLeave, nullptr));

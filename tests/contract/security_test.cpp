@@ -70,14 +70,12 @@ TEST_F(SecurityDescriptors, TextsSurviveTheRoundTripOrAreRefused) {
 TEST_F(SecurityDescriptors, EntriesAreFoundByIndexAndClosedUpWhenOneIsDeleted) {
   const UniqueLocalMemory descriptor = Parse(u"D:(D;;FW;;;AN)(A;ID;FA;;;S-1-5-21-1-2-3-4)(A;;FR;;;WD)");
   ACL* const acl = DaclOf(descriptor);
-  const WORD size = acl->AclSize;
   void* ace = nullptr;
   ASSERT_TRUE(GetAce(acl, 1, &ace));
   EXPECT_EQ(static_cast<ACE_HEADER*>(ace)->AceFlags, INHERITED_ACE);
   EXPECT_EQ(ErrorOf(GetAce(acl, 3, &ace)), ERROR_INVALID_PARAMETER);
   EXPECT_TRUE(DeleteAce(acl, 1));
   EXPECT_EQ(TextOf(acl), u"D:(D;;FW;;;AN)(A;;FR;;;WD)");
-  EXPECT_EQ(acl->AclSize, size);  // the room stays the list's
 }
 
 TEST_F(SecurityDescriptors, SetEntriesInAcl) {
@@ -89,7 +87,6 @@ TEST_F(SecurityDescriptors, SetEntriesInAcl) {
     const char16_t* made;
     bool onWine = false;
   } cases[] = {
-      // New entries keep generic rights.
       {nullptr, ACCESS_MODE::SET_ACCESS, GENERIC_READ, u"D:(A;;GR;;;WD)", true},
       // Setting and revoking replace what the trustee had. Wine leaves his denied entries.
       {old, ACCESS_MODE::REVOKE_ACCESS, 0, u"D:(A;;FA;;;BA)"},
@@ -139,13 +136,9 @@ TEST_F(Tokens, InformationTellsItsSizeFirstAndPointsIntoItsBuffer) {
             ERROR_INSUFFICIENT_BUFFER);
   std::vector<std::uint64_t> buffer(needed / 8 + 1);
   ASSERT_TRUE(GetTokenInformation(token.get(), TOKEN_INFORMATION_CLASS::TokenGroups, buffer.data(), needed, &needed));
-  const auto* const groups = reinterpret_cast<const TOKEN_GROUPS*>(buffer.data());
-  const auto* const begin = reinterpret_cast<const BYTE*>(buffer.data());
-  ASSERT_GT(groups->GroupCount, 0u);
-  for (DWORD i = 0; i < groups->GroupCount; ++i) {
-    const auto* const sid = static_cast<const BYTE*>(groups->Groups[i].Sid);
-    EXPECT_TRUE(sid > begin && sid < begin + needed && sid[0] == 1);
-  }
+  const auto& groups = *reinterpret_cast<const TOKEN_GROUPS*>(buffer.data());
+  for (DWORD i = 0; i < groups.GroupCount; ++i)
+    EXPECT_TRUE(groups.Groups[i].Sid > buffer.data() && groups.Groups[i].Sid < buffer.data() + buffer.size());
 }
 
 TEST_F(Tokens, AdjustingSucceedsAndSaysInTheLastErrorWhetherAllWereHeld) {
@@ -153,9 +146,6 @@ TEST_F(Tokens, AdjustingSucceedsAndSaysInTheLastErrorWhetherAllWereHeld) {
   EXPECT_EQ(Enable(token.get(), u"SeBackupPrivilege"), ERROR_SUCCESS);
   EXPECT_EQ(Enable(token.get(), u"SeBackupPrivilege", 0), ERROR_SUCCESS);
   EXPECT_TRUE(OnWine() || Enable(token.get(), u"SeCreateTokenPrivilege") == ERROR_NOT_ALL_ASSIGNED);
-  const UniqueKernelHandle queryOnly = ProcessToken(TOKEN_QUERY);
-  TOKEN_PRIVILEGES none{};
-  EXPECT_EQ(ErrorOf(AdjustTokenPrivileges(queryOnly.get(), FALSE, &none, 0, nullptr, nullptr)), ERROR_ACCESS_DENIED);
 }
 
 TEST_F(Tokens, AccessCheckWantsAnImpersonationTokenAndMappedRights) {
@@ -263,10 +253,9 @@ TEST_F(FileSecurity, AWholeDescriptorIsWrittenAsItIsButForTheMarkOfInheritance) 
 using Accounts = FileTest;
 
 std::u16string SidText(PSID sid) {
-  UniqueLocalMemory owner;
   char16_t* text = nullptr;
   if (!ConvertSidToStringSidW(sid, &text)) return u"error";
-  owner.reset(text);
+  const UniqueLocalMemory owner{text};
   return text;
 }
 
@@ -287,25 +276,18 @@ TEST_F(Accounts, ASidIsWrittenAsItIsRead) {
 TEST_F(Accounts, AnAccountIsFoundByNameAndBySidInBuffersThatAreMeasuredFirst) {
   SID_NAME_USE use{};
   DWORD sidSize = 0, domainSize = 0, nameSize = 0;
-  for (const auto& [asked, expected] : {std::pair{u"Everyone", u"S-1-1-0"},
-                                        {u"nt authority\\system", u"S-1-5-18"},
-                                        {u"Administrators", u"S-1-5-32-544"}}) {
-    sidSize = domainSize = nameSize = 0;
-    EXPECT_EQ(ErrorOf(LookupAccountNameW(nullptr, asked, nullptr, &sidSize, nullptr, &domainSize, &use)),
-              ERROR_INSUFFICIENT_BUFFER);
-    std::vector<DWORD> sid(sidSize / 4 + 1);
-    std::u16string domain(domainSize, u'#');
-    ASSERT_TRUE(LookupAccountNameW(nullptr, asked, sid.data(), &sidSize, domain.data(), &domainSize, &use));
-    EXPECT_EQ(SidText(sid.data()), expected);
-
-    domainSize = 0;
-    EXPECT_EQ(ErrorOf(LookupAccountSidW(nullptr, sid.data(), nullptr, &nameSize, nullptr, &domainSize, &use)),
-              ERROR_INSUFFICIENT_BUFFER);
-    std::u16string name(nameSize, u'#'), domainOfSid(domainSize, u'#');
-    ASSERT_TRUE(LookupAccountSidW(nullptr, sid.data(), name.data(), &nameSize, domainOfSid.data(), &domainSize, &use));
-    EXPECT_EQ(std::u16string(domainOfSid.c_str()), domain.c_str());
-    EXPECT_TRUE(std::u16string_view(asked).ends_with(u"system") || std::u16string_view(asked) == name.c_str());
-  }
+  EXPECT_EQ(ErrorOf(LookupAccountNameW(nullptr, u"administrators", nullptr, &sidSize, nullptr, &domainSize, &use)),
+            ERROR_INSUFFICIENT_BUFFER);
+  std::vector<DWORD> sid(sidSize / 4 + 1);
+  std::u16string domain(domainSize, u'#');
+  ASSERT_TRUE(LookupAccountNameW(nullptr, u"administrators", sid.data(), &sidSize, domain.data(), &domainSize, &use));
+  EXPECT_EQ(SidText(sid.data()), u"S-1-5-32-544");
+  domainSize = 0;
+  EXPECT_EQ(ErrorOf(LookupAccountSidW(nullptr, sid.data(), nullptr, &nameSize, nullptr, &domainSize, &use)),
+            ERROR_INSUFFICIENT_BUFFER);
+  std::u16string name(nameSize, u'#');
+  ASSERT_TRUE(LookupAccountSidW(nullptr, sid.data(), name.data(), &nameSize, domain.data(), &domainSize, &use));
+  EXPECT_EQ(std::u16string(name.c_str()), u"Administrators");
   // Those that nobody knows are said to be unmapped.
   EXPECT_EQ(ErrorOf(LookupAccountNameW(nullptr, u"nobody of that name", nullptr, &sidSize, nullptr, &domainSize, &use)),
             ERROR_NONE_MAPPED);

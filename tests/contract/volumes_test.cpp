@@ -32,9 +32,8 @@ TEST_F(Volumes, DrivesAndWhatTheyAre) {
   EXPECT_EQ(ErrorOf(QueryDosDeviceW(u"Q:", target, 300)), ERROR_FILE_NOT_FOUND);
   ASSERT_EQ(InformationError(drive, system), 0u);
   EXPECT_EQ(InformationError(scratch + u"\\"), ERROR_DIR_NOT_ROOT);
-  ULARGE_INTEGER available{}, total{}, free{};
-  ASSERT_TRUE(GetDiskFreeSpaceExW(scratch.c_str(), &available, &total, &free));
-  EXPECT_TRUE(available.QuadPart <= free.QuadPart && free.QuadPart < total.QuadPart);
+  ULARGE_INTEGER available{};
+  ASSERT_TRUE(GetDiskFreeSpaceExW(scratch.c_str(), &available, nullptr, nullptr));
   const DWORD error = ErrorOf(GetDiskFreeSpaceExW((scratch + u"\\missing").c_str(), &available, nullptr, nullptr));
   EXPECT_EQ(error, OnWine() ? ERROR_FILE_NOT_FOUND : ERROR_PATH_NOT_FOUND);
   if (OnWine()) return;
@@ -51,7 +50,6 @@ TEST_F(Volumes, NamesPathsAndEnumeration) {
   EXPECT_EQ(NameError(letter), ERROR_INVALID_NAME);
   EXPECT_EQ(NameError(u"Q:\\"), ERROR_FILE_NOT_FOUND);
   EXPECT_EQ(NameError(scratch + u"\\"), ERROR_NOT_A_REPARSE_POINT);
-  EXPECT_EQ(NameError(scratch + u"\\missing\\"), OnWine() ? ERROR_NOT_A_REPARSE_POINT : ERROR_FILE_NOT_FOUND);
 
   char16_t paths[400], found[50];
   DWORD length = 0;

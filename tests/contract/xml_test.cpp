@@ -84,18 +84,14 @@ TEST_F(Xml, TextsAreEscapedAndReadBack) {
   EXPECT_TRUE(text == WhatCounts(u"<a><b>x &lt; y &amp; z &gt; \"'&amp;amp; \u00e9 \U0001F600</b></a>\r\n"));
   ASSERT_EQ(Load(text), S_OK);
   EXPECT_TRUE(TextOf(Find(Root(), u"b")) == u"x < y & z > \"'&amp; \u00e9 \U0001F600");
-  b = Find(Root(), u"b");
-  EXPECT_EQ(b.put_text(u""), S_OK);
-  EXPECT_TRUE(Text() == WhatCounts(u"<a><b/></a>\r\n"));
   for (const std::u16string bad : {u"\x01", u"\x0b", u"\xd800", u"\xdc00x", u"\xffff"})
     EXPECT_EQ(b.put_text(bad), E_INVALIDARG);
 }
 
 TEST_F(Xml, ElementsAreFoundByNameAndCaseMadeAndTakenOut) {
   ASSERT_EQ(Load(u"<a><l><k n='1'>1</k></l><x/><l/><l><k>2</k><k>3</k></l><L><k>4</k></L></a>"), S_OK);
-  XmlNode root = Root(), found, list, item, parent;
-  EXPECT_EQ(root.selectSingleNode(u"missing", found), S_FALSE);
-  EXPECT_FALSE(found);
+  XmlNode root = Root(), list, item, parent;
+  EXPECT_EQ(root.selectSingleNode(u"missing", item), S_FALSE);
   std::vector<XmlNode> keys;
   ASSERT_EQ(root.selectNodes(u"l/k", keys), S_OK);
   ASSERT_EQ(keys.size(), 3u);
@@ -132,11 +128,10 @@ TEST(Com, NoDocumentIsMadeOutsideAnApartmentAndGuidsHaveOneSpelling) {
   XmlDocument document;
   EXPECT_LT(document.CreateInstance(), 0);
   EXPECT_LT(document.loadXML(u"<a/>"), 0);
-  GUID first{}, second{};
-  ASSERT_TRUE(CoCreateGuid(&first) == S_OK && CoCreateGuid(&second) == S_OK);
-  char16_t one[39], other[39];
-  ASSERT_TRUE(StringFromGUID2(first, one, 39) == 39 && StringFromGUID2(second, other, 39) == 39);
-  EXPECT_TRUE(std::u16string_view(one) != other && one[15] == u'4');  // a random one says so
+  GUID random{};
+  char16_t one[39];
+  ASSERT_TRUE(CoCreateGuid(&random) == S_OK && StringFromGUID2(random, one, 39) == 39);
+  EXPECT_EQ(one[15], u'4');  // which says that it is one
   const GUID known{0x0123ABCD, 0x00EF, 0x4567, {0x89, 0xAB, 0x0C, 0xDE, 0xF0, 0x12, 0x34, 0x56}};
   ASSERT_EQ(StringFromGUID2(known, one, 39), 39);
   EXPECT_TRUE(std::u16string_view(one) == u"{0123ABCD-00EF-4567-89AB-0CDEF0123456}");
