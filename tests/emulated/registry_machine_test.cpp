@@ -14,41 +14,16 @@ class RegistryMachine : public test::OnMachine {
     UniqueKey key;
     return Open(root, path, access, key);
   }
-  static LSTATUS SetNumber(HKEY key, DWORD number = 1) {
-    return RegSetValueExW(key, u"n", 0, REG_DWORD, reinterpret_cast<const BYTE*>(&number), sizeof number);
+  static LSTATUS SetNumber(HKEY key) {
+    return RegSetValueExW(key, u"n", 0, REG_DWORD, reinterpret_cast<const BYTE*>("abc"), 4);
   }
-  static LSTATUS Create(HKEY root, const char16_t* path, DWORD access = KEY_ALL_ACCESS, DWORD options = 0,
+  static LSTATUS Create(HKEY root, const char16_t* path, DWORD access = KEY_ALL_ACCESS,
                         const SECURITY_ATTRIBUTES* security = nullptr) {
     UniqueKey key;
-    const LSTATUS error = RegCreateKeyExW(root, path, 0, nullptr, options, access, security, key.put(), nullptr);
+    const LSTATUS error = RegCreateKeyExW(root, path, 0, nullptr, 0, access, security, key.put(), nullptr);
     return error ? error : SetNumber(key.get());  // the creator's handle has what he asked for
   }
-  static DWORD OpenFileError(const char16_t* path) { return contract::OpenError(path, GENERIC_READ); }
 };
-
-TEST_F(RegistryMachine, ChangesOutliveARestartAndVolatileKeysDoNot) {
-  EXPECT_EQ(Create(HKEY_LOCAL_MACHINE, u"SOFTWARE\\Kept"), 0);
-  EXPECT_EQ(Create(HKEY_LOCAL_MACHINE, u"SOFTWARE\\Lost", KEY_ALL_ACCESS, REG_OPTION_VOLATILE), 0);
-  EXPECT_EQ(Create(HKEY_CURRENT_USER, u"Software\\Mine"), 0);
-  EXPECT_EQ(Create(HKEY_LOCAL_MACHINE, u"SYSTEM\\CurrentControlSet\\Control\\Test"), 0);
-  Restart();
-  EXPECT_TRUE(registry().Query(u"HKLM\\software\\kept", u"N"));
-  EXPECT_FALSE(registry().KeyExists(u"HKLM\\SOFTWARE\\Lost"));
-  EXPECT_EQ(OpenError(HKEY_CURRENT_USER, u"Software\\Mine", KEY_READ), 0);
-  EXPECT_TRUE(registry().KeyExists(u"HKLM\\SYSTEM\\ControlSet001\\Control\\Test"));
-}
-
-TEST_F(RegistryMachine, The32BitViewIsWow6432NodeButForSharedKeys) {
-  EXPECT_EQ(Create(HKEY_LOCAL_MACHINE, u"SOFTWARE\\Maker\\Product", KEY_ALL_ACCESS | KEY_WOW64_32KEY), 0);
-  EXPECT_TRUE(registry().KeyExists(u"HKLM\\SOFTWARE\\Wow6432Node\\Maker\\Product"));
-  EXPECT_FALSE(registry().KeyExists(u"HKLM\\SOFTWARE\\Maker"));
-  UniqueKey software, software32;
-  ASSERT_EQ(Open(HKEY_LOCAL_MACHINE, u"SOFTWARE", KEY_READ, software), 0);
-  ASSERT_EQ(Open(HKEY_LOCAL_MACHINE, u"SOFTWARE", KEY_READ | KEY_WOW64_32KEY, software32), 0);
-  EXPECT_EQ(OpenError(software32.get(), u"Maker", KEY_READ | KEY_WOW64_64KEY), 0) << "a handle keeps its view";
-  EXPECT_EQ(OpenError(software.get(), u"Maker", KEY_READ), ERROR_FILE_NOT_FOUND);
-  EXPECT_EQ(OpenError(HKEY_LOCAL_MACHINE, u"SYSTEM\\Select", KEY_READ | KEY_WOW64_32KEY), 0);
-}
 
 TEST_F(RegistryMachine, AccessFollowsTheKeysDescriptorsAndTheHandlesRights) {
   UniqueKey key;
@@ -60,43 +35,29 @@ TEST_F(RegistryMachine, AccessFollowsTheKeysDescriptorsAndTheHandlesRights) {
   ASSERT_TRUE(ConvertStringSecurityDescriptorToSecurityDescriptorW(u"D:P(A;;KR;;;WD)", 1, &descriptor, nullptr));
   const UniqueLocalMemory owner(descriptor);
   const SECURITY_ATTRIBUTES attributes{sizeof attributes, descriptor, FALSE};
-  EXPECT_EQ(Create(HKEY_LOCAL_MACHINE, u"SOFTWARE\\Closed", KEY_ALL_ACCESS, 0, &attributes), 0);
+  EXPECT_EQ(Create(HKEY_LOCAL_MACHINE, u"SOFTWARE\\Closed", KEY_ALL_ACCESS, &attributes), 0);
   EXPECT_EQ(OpenError(HKEY_LOCAL_MACHINE, u"SOFTWARE\\Closed", KEY_SET_VALUE), ERROR_ACCESS_DENIED);
-  EXPECT_EQ(OpenError(HKEY_LOCAL_MACHINE, u"SOFTWARE\\Closed", KEY_READ), 0);
-
   Become(emulated::SidToText(machine->process.token->user));
   ASSERT_EQ(Open(HKEY_LOCAL_MACHINE, u"SOFTWARE", KEY_READ, key), 0);
   EXPECT_EQ(OpenError(key.get(), u"New", KEY_READ | KEY_WRITE), ERROR_ACCESS_DENIED);
   EXPECT_EQ(Create(key.get(), u"Mine"), ERROR_ACCESS_DENIED);
   EXPECT_EQ(RegDeleteKeyW(key.get(), u"New"), ERROR_ACCESS_DENIED);
-  EXPECT_EQ(SetNumber(HKEY_LOCAL_MACHINE), ERROR_ACCESS_DENIED);
-  EXPECT_EQ(Create(HKEY_CURRENT_USER, u"Software\\Mine"), 0) << "his own hive is his";
 }
 
 TEST_F(RegistryMachine, LoadedHivesKeepTheirFilesToThemselves) {
   constexpr const char16_t* kFile = u"C:\\Users\\anna\\NTUSER.DAT";
-  for (const auto* const loaded : {u"C:\\Users\\Administrator\\NTUSER.DAT", u"C:\\Windows\\System32\\config\\SYSTEM"})
-    EXPECT_EQ(OpenFileError(loaded), ERROR_SHARING_VIOLATION);
+  EXPECT_EQ(contract::OpenError(u"C:\\Windows\\System32\\config\\SYSTEM", GENERIC_READ), ERROR_SHARING_VIOLATION);
   EXPECT_EQ(RegLoadKeyW(HKEY_USERS, u"Anna", kFile), ERROR_PRIVILEGE_NOT_HELD);
   for (const auto* const name : {u"SeBackupPrivilege", u"SeRestorePrivilege"}) Enable(name);
-  EXPECT_EQ(RegLoadKeyW(HKEY_CURRENT_USER, u"Anna", kFile), ERROR_INVALID_PARAMETER);
-  EXPECT_EQ(RegLoadKeyW(HKEY_USERS, u"Anna", u"C:\\none\\NTUSER.DAT"), ERROR_PATH_NOT_FOUND);
-  EXPECT_EQ(OpenFileError(kFile), ERROR_SUCCESS);
   ASSERT_EQ(RegLoadKeyW(HKEY_USERS, u"Anna", kFile), 0);
   EXPECT_EQ(RegLoadKeyW(HKEY_USERS, u"Again", kFile), ERROR_SHARING_VIOLATION);
   EXPECT_EQ(RegLoadKeyW(HKEY_USERS, u"Anna", u"C:\\Users\\jan\\NTUSER.DAT"), ERROR_ACCESS_DENIED);
   UniqueKey desktop;
   ASSERT_EQ(Open(HKEY_USERS, u"Anna\\Control Panel\\Desktop", KEY_ALL_ACCESS, desktop), 0);
-  EXPECT_EQ(SetNumber(desktop.get(), 77), 0);
   EXPECT_EQ(RegUnLoadKeyW(HKEY_USERS, u"Anna"), ERROR_ACCESS_DENIED);
   desktop.reset();
   EXPECT_EQ(RegUnLoadKeyW(HKEY_USERS, u"Anna"), 0);
-  EXPECT_EQ(OpenFileError(kFile), ERROR_SUCCESS);
-  EXPECT_EQ(RegUnLoadKeyW(HKEY_USERS, u"Anna"), ERROR_FILE_NOT_FOUND);
-  // What was changed is in the file; a damaged one is refused.
-  ASSERT_EQ(RegLoadKeyW(HKEY_LOCAL_MACHINE, u"Other", kFile), 0);
-  EXPECT_TRUE(registry().Query(u"HKLM\\Other\\Control Panel\\Desktop", u"n"));
-  EXPECT_EQ(RegUnLoadKeyW(HKEY_LOCAL_MACHINE, u"Other"), 0);
+  // A damaged one is refused.
   emulated::Bytes content;
   ASSERT_EQ(emulated::ReadWholeFile(volume(), u"\\Users\\anna\\NTUSER.DAT", content), 0u);
   content[4096] = 'x';
@@ -123,10 +84,6 @@ TEST_F(RegistryMachine, DelayedRenamesAreCarriedOutInOrderAtTheStart) {
   EXPECT_EQ(std::memcmp(value->data.data(), expected, sizeof expected), 0);
   for (const auto* const deleted : {u"C:\\Windows", u"C:\\Documents and Settings"})
     EXPECT_EQ(delay(deleted, nullptr), 0u);
-  EXPECT_EQ(delay(u"C:\\missing", nullptr), ERROR_FILE_NOT_FOUND);
-  EXPECT_EQ(delay(u"C:\\d", u"D:\\d", MOVEFILE_COPY_ALLOWED), ERROR_INVALID_PARAMETER);
-  LoseElevation();
-  EXPECT_EQ(delay(u"C:\\d", nullptr), ERROR_ACCESS_DENIED);
   Restart();
   EXPECT_FALSE(contract::Exists(u"C:\\a") || contract::Exists(u"C:\\b"));
   EXPECT_EQ(contract::Get(u"C:\\c"), "b");

@@ -35,12 +35,9 @@ class StorageModel : public testing::TestWithParam<unsigned> {
     EXPECT_EQ(0u, volume_->Stat(volume_->Root(), info));
     root.created = info.creation;
   }
-  void Unmount() {
-    EXPECT_TRUE(!volume_ || volume_->Flush() == 0);
-    volume_.reset();
-  }
   void Mount() {
-    Unmount();
+    ASSERT_TRUE(!volume_ || volume_->Flush() == 0);
+    volume_.reset();
     ASSERT_EQ(0u, Volume::Mount(*device_, volume_));
   }
 
@@ -99,10 +96,7 @@ class StorageModel : public testing::TestWithParam<unsigned> {
     if (error != 0) return;
     parent.children.erase(name);
     files_[file].names.erase({directory, name});
-    FileInfo info;
-    const bool isGone = files_[file].names.empty();
-    if (isGone) files_.erase(file);
-    ASSERT_EQ(isGone ? win32::ERROR_FILE_NOT_FOUND : 0u, volume_->Stat(file, info));
+    if (files_[file].names.empty()) files_.erase(file);
   }
   void Rename() {
     auto& [from, before] = AnyDirectory();
@@ -163,13 +157,11 @@ class StorageModel : public testing::TestWithParam<unsigned> {
     }
   }
 
-  void CheckAny() { Check(AnyOf(files_)); }
   void Step() {
     using M = StorageModel;
-    static constexpr void (M::*kSteps[])() = {&M::Create,        &M::Create, &M::Create,        &M::Unlink,
-                                              &M::Rename,        &M::Link,   &M::WriteOrResize, &M::WriteOrResize,
-                                              &M::WriteOrResize, &M::Stream, &M::Stream,        &M::CheckAny};
-    (this->*AnyOf(kSteps))();
+    static constexpr void (M::*kSteps[])() = {&M::Create, &M::Create, &M::Unlink,        &M::Rename,
+                                              &M::Link,   &M::Stream, &M::WriteOrResize, &M::WriteOrResize};
+    Below(12) == 0 ? Check(AnyOf(files_)) : (this->*AnyOf(kSteps))();
   }
   void Check(const FileEntry& entry) {
     const auto& [file, model] = entry;
@@ -219,7 +211,7 @@ TEST_P(StorageModel, AgreesAfterRandomOperationsAndRemounts) {
     Mount();
     for (const FileEntry& file : files_) Check(file);
   }
-  Unmount();
+  Mount();
   const test::TemporaryFolder folder;
   const std::filesystem::path image = folder / "random.ntfs";
   ASSERT_TRUE(device_->SaveTo(image));
