@@ -57,7 +57,6 @@ class BackupStreams : public test::OnMachine {
       all.insert(all.end(), piece.begin(), piece.begin() + static_cast<std::ptrdiff_t>(read));
     } while (read != 0 && !HasFailure());
     EXPECT_TRUE(BackupRead(file, nullptr, 0, &read, TRUE, FALSE, &context));
-    EXPECT_EQ(context, nullptr);
     return all;
   }
   static Bytes ReadAll(const std::u16string& path, DWORD size = 4096) {
@@ -84,7 +83,6 @@ class BackupStreams : public test::OnMachine {
 TEST_F(BackupStreams, EveryKindOfStreamArrivesWhateverThePieces) {
   const Bytes whole = ReadAll(u"C:\\rich"), ofDirectory = ReadAll(u"C:\\rich folder");
   for (const DWORD size : {1u, 20u, 21u, 1u << 20}) {
-    SCOPED_TRACE(size);
     ASSERT_EQ(ReadAll(u"C:\\rich", size), whole);
     // Object ids are unique on a volume: the last copy is taken away first.
     ASSERT_EQ(WriteAll(u"D:\\copy", whole, size), 0u);

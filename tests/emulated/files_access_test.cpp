@@ -53,19 +53,16 @@ TEST_F(FilesAccess, AUserDoesWhatTheDescriptorsLetHim) {
 }
 
 TEST_F(FilesAccess, PrivilegesNeedBothTheirFlagAndTheirEnabling) {
-  const auto error = [](const char16_t* path, DWORD access, DWORD disposition,
-                        DWORD flags = FILE_FLAG_BACKUP_SEMANTICS) {
-    return OpenError(path, access, kShareAll, disposition, flags);
-  };
   for (const auto* const path : {u"\\d\\file", u"\\d"}) Protect(path, kNobody);
   for (const auto& [privilege, path, access, disposition] :
        {std::tuple(u"SeBackupPrivilege", u"C:\\d\\file", GENERIC_READ | ACCESS_SYSTEM_SECURITY, OPEN_EXISTING),
         {u"SeRestorePrivilege", u"C:\\d\\file", GENERIC_WRITE | WRITE_DAC | WRITE_OWNER | DELETE, OPEN_EXISTING},
         {u"SeRestorePrivilege", u"C:\\d\\new", GENERIC_WRITE, CREATE_NEW}}) {
-    EXPECT_TRUE(disposition == CREATE_NEW || error(path, access, disposition) != 0);
+    EXPECT_TRUE(disposition == CREATE_NEW ||
+                OpenError(path, access, kShareAll, disposition, FILE_FLAG_BACKUP_SEMANTICS) != 0);
     Enable(privilege);
-    EXPECT_NE(error(path, access, disposition, 0), 0u);
-    EXPECT_EQ(error(path, access, disposition), 0u);
+    EXPECT_NE(OpenError(path, access, kShareAll, disposition), 0u);
+    EXPECT_EQ(OpenError(path, access, kShareAll, disposition, FILE_FLAG_BACKUP_SEMANTICS), 0u);
   }
 }
 
@@ -97,8 +94,7 @@ TEST_F(FilesAccess, NothingIsPropagatedThroughALinkNorToWhatTheCallerMayNotChang
   EXPECT_EQ(WriteDacl(u"C:\\d", u"D:(A;OICI;FA;;;BA)(A;OICI;FW;;;BG)"), 0u);
   EXPECT_TRUE(mentions(u"\\d\\link", "AN") && mentions(u"\\d\\link", "BG") && mentions(u"\\d\\file", "BG"));
   EXPECT_EQ(SecurityOf(u"\\d\\child"), "O:SYD:AI(A;ID;FA;;;SY)");
-  for (const auto* const path : {u"\\Users\\Public", u"\\Users\\Public\\Documents"})
-    EXPECT_FALSE(mentions(path, "AN") || mentions(path, "BG"));
+  EXPECT_FALSE(mentions(u"\\Users\\Public\\Documents", "AN") || mentions(u"\\Users\\Public\\Documents", "BG"));
   EXPECT_EQ(WriteDacl(u"C:\\d\\link\\Documents", u"D:(A;;FX;;;PU)"), 0u) << "a link on the way is followed";
   EXPECT_TRUE(mentions(u"\\Users\\Public\\Documents", "PU"));
 }

@@ -38,9 +38,6 @@ class OnMachine : public testing::Test {
 
   void Enable(std::u16string_view privilege) { EXPECT_TRUE(machine->process.token->EnablePrivilege(privilege, true)); }
   void Become(std::u16string_view sid) { machine->process.token = emulated::MakeUserToken(emulated::SidFromText(sid)); }
-  void LoseElevation() {
-    machine->process.token = emulated::MakeFilteredAdministratorToken(machine->process.token->user);
-  }
   void Restart() {
     machine->objects.CloseAll(machine->process.id);
     Disks disks = machine->Snapshot();

@@ -64,28 +64,29 @@ void ExpectSame(const HiveKey& a, const HiveKey& b) {
 void FixChecksum(Bytes& file) { StoreLittleEndian(std::span(file), regf::kChecksum, regf::Checksum(file.data())); }
 
 TEST(Hive, WhatIsWrittenIsReadBack) {
+  const auto expectReadBack = [](Hive& hive) {
+    const Bytes file = WriteHive(hive, kThen);
+    if (const auto key = hive.root->Child(u"VOLATILE")) hive.RemoveKey(*key, kThen);
+    std::string error;
+    const auto again = ReadHive(file, kUpper, error);
+    ASSERT_TRUE(again) << error;
+    hive.root->lastWrite = again->root->lastWrite;
+    ExpectSame(*hive.root, *again->root);
+  };
   const auto hive = FullHive(1200);
-  const Bytes file = WriteHive(*hive, kThen);
-  hive->RemoveKey(*hive->root->Child(u"VOLATILE"), kThen);
-  std::string error;
-  const auto again = ReadHive(file, kUpper, error);
-  ASSERT_TRUE(again) << error;
-  hive->root->lastWrite = again->root->lastWrite;
-  ExpectSame(*hive->root, *again->root);
+  expectReadBack(*hive);
   // The base block keeps what is not ours; the oldest version has no hashes and no segments.
   Bytes old = BlankHive(u"SYSTEM", kThen);
   old[128] = 0xA5;
   old[regf::kMinor] = 3;
   FixChecksum(old);
+  std::string error;
   const auto oldHive = ReadHive(old, kUpper, error);
   ASSERT_TRUE(oldHive) << error;
   oldHive->root->values = hive->root->Child(u"VALUES")->values;
-  const Bytes third = WriteHive(*oldHive, kThen + 5);
-  EXPECT_TRUE(third[128] == 0xA5 && third[regf::kMinor] == 3);
-  const auto thirdHive = ReadHive(third, kUpper, error);
-  ASSERT_TRUE(thirdHive) << error;
-  oldHive->root->lastWrite = thirdHive->root->lastWrite;
-  ExpectSame(*oldHive->root, *thirdHive->root);
+  expectReadBack(*oldHive);
+  const Bytes written = WriteHive(*oldHive, kThen);
+  EXPECT_TRUE(written[128] == 0xA5 && written[regf::kMinor] == 3);
   EXPECT_EQ(NameHash((*kUpper)(u"abcd_äöüß")), 0xCD87D55EU) << "as Windows does it";
 }
 
@@ -116,7 +117,6 @@ TEST(Hive, RefusesWhatIsDirtyDamagedOrUnknown) {
 TEST(Hive, SurvivesAnyDamage) {
   const Bytes good = WriteHive(*FullHive(510), kThen);
   std::mt19937 random(4711);
-  int read = 0, refused = 0;
   for (int round = 0; round < 1500; ++round) {
     Bytes bad = good;
     for (unsigned changes = 1 + random() % 4; changes != 0; --changes) {
@@ -129,11 +129,8 @@ TEST(Hive, SurvivesAnyDamage) {
     if (bad.size() >= regf::kBaseBlock) FixChecksum(bad);
     std::string error;
     const auto survivor = ReadHive(bad, kUpper, error);
-    ++(survivor ? read : refused);
     ASSERT_TRUE(survivor ? ReadHive(WriteHive(*survivor, kThen), kUpper, error) != nullptr : !error.empty()) << error;
   }
-  EXPECT_GT(read, 50);
-  EXPECT_GT(refused, 50);
 }
 
 }  // namespace

@@ -31,9 +31,6 @@ class StorageModel : public testing::TestWithParam<unsigned> {
     File& root = files_[volume_->Root()];
     root.isDirectory = true;
     EXPECT_EQ(0u, volume_->GetSecurity(volume_->Root(), root.descriptor));
-    FileInfo info;
-    EXPECT_EQ(0u, volume_->Stat(volume_->Root(), info));
-    root.created = info.creation;
   }
   void Mount() {
     ASSERT_TRUE(!volume_ || volume_->Flush() == 0);
@@ -168,7 +165,7 @@ class StorageModel : public testing::TestWithParam<unsigned> {
     FileInfo info;
     ASSERT_EQ(0u, volume_->Stat(file, info));
     EXPECT_EQ(model.isDirectory, (info.attributes & win32::FILE_ATTRIBUTE_DIRECTORY) != 0);
-    EXPECT_EQ(model.created, info.creation);
+    EXPECT_TRUE(model.created == info.creation || file == volume_->Root());
     Bytes descriptor;
     ASSERT_EQ(0u, volume_->GetSecurity(file, descriptor));
     EXPECT_EQ(model.descriptor, descriptor);
