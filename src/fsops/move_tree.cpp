@@ -263,7 +263,10 @@ void LogWhereContentsAre(const MoveRecord& record) noexcept {
   switch (record.outcome) {
     case MoveOutcome::NothingDone:
     case MoveOutcome::Undone:
-      Log(u"#ERROR: The command could not go on. The files and folders are in %ls.", record.sourceRoot);
+      if (record.sourceRoot.empty())
+        Log(u"#ERROR: The command could not go on. No file and no folder has been moved.");
+      else
+        Log(u"#ERROR: The command could not go on. The files and folders are in %ls.", record.sourceRoot);
       break;
     case MoveOutcome::Split:
     case MoveOutcome::Moved:

@@ -1,17 +1,16 @@
 // Whichever call of a folder redirection or its removal fails: no file is lost, success means success, and after a
 // failure all is as it was, but for what the log names: the items that were on their way, and what stood where they
 // were to go. The same command then succeeds.
-#include "program/folder_stories.h"
+#include "program/redirections.h"
 
 namespace {
 
 using emulated::Utf8;
-using test::Contents, test::Exists, test::FolderStories, test::MakeFile, test::MakeFolder, test::Records,
-    test::RunResult;
+using test::Contents, test::Exists, test::MakeFile, test::MakeFolder, test::Records, test::RunResult;
 
 // C:\Data with a redirected folder in it, a junction within it, and two shares; E:\Foo's contents lie in it, or in its
 // target.
-class EveryCall : public FolderStories {
+class EveryCall : public test::Redirections {
  protected:
   // All that each item is, and its security; the records and the shares.
   using State = test::Tree;

@@ -4,58 +4,36 @@
 namespace {
 
 using emulated::Utf8;
-using test::Answer, test::Contents, test::Exists, test::Failed, test::Failure, test::kVolume, test::MakeFile,
-    test::MakeFolder, test::Succeeded;
+using namespace test;
 
 const std::string kFolder = "Folder Redirection", kRemoval = "Folder Redirection Removal";
 const std::string kStands = "\nThe target folder: \"MOUNT\" already exists.\n";
-const std::string kMoved =
-    "C:\\Data\\inner -> MOUNT\\inner\nC:\\Data\\inner\\two.bin -> MOUNT\\inner\\two.bin\nC:\\Data\\one.txt -> "
-    "MOUNT\\one.txt\n";
-const std::string kUndone =
-    "MOUNT\\inner -> C:\\Data\\inner\nMOUNT\\inner\\two.bin -> C:\\Data\\inner\\two.bin\nMOUNT\\one.txt -> "
-    "C:\\Data\\one.txt\n";
-const std::string kNotMoved = "#ERROR: Unable to move files and folders from Source = C:\\Data to Target = MOUNT.\n";
+const std::string kMoved = Moved("C:\\Data", "MOUNT"), kUndone = Moved("MOUNT", "C:\\Data");
+const std::string kNotMoved = NotCopied("C:\\Data", "MOUNT") +
+                              "#ERROR: Unable to move files and folders from Source = C:\\Data to Target = MOUNT.\n";
 // What is there while the folder is on the volume.
 const std::string kAway =
-    "changed: C:\\Data\ngone: C:\\Data\\inner\ngone: C:\\Data\\inner\\two.bin\ngone: C:\\Data\\one.txt\ngone: mounts = "
-    "\nchanged: root of the volume\n";
+    "changed: C:\\Data\n" + Items("gone: ", "C:\\Data") + "gone: mounts = \nchanged: root of the volume\n";
 const std::string kRecord =
     "new: QUILLBAY\\Junctions\\1 Source = C:\\Data\nnew: QUILLBAY\\Junctions\\1 Target = VOLUME\\\n";
-const std::string kThere =
+const std::string kRoot =
     "new: QUILLBAY\\VolumeRoots VOLUME\\ = "
-    "O:BAG:SYD:AI(A;OICI;FA;;;BA)(A;OICI;FA;;;SY)(A;OICI;0x1301bf;;;AU)(A;OICI;0x1200a9;;;BU)\nnew: "
-    "VOLUME\\inner\nnew: VOLUME\\inner\\two.bin\nnew: VOLUME\\one.txt\nnew: mounts = C:\\Data\\|\n";
+    "O:BAG:SYD:AI(A;OICI;FA;;;BA)(A;OICI;FA;;;SY)(A;OICI;0x1301bf;;;AU)(A;OICI;0x1200a9;;;BU)\n";
+const std::string kThere = kRoot + Items("new: ", "VOLUME") + "new: mounts = C:\\Data\\|\n";
 const std::string kBack =
     "#INFO: The selected target folder MOUNT does not exist. Ignoring PathIsDirectory validation.\n#ERROR: Unable to "
     "get File Attributes for path = MOUNTThe system cannot find the file specified.\n\n#INFO: Target MOUNT doesn't "
     "exists so checking free space using parent directory C:\n";
+const std::string kNotRenamed = "#ERROR: Unable to rename folder MOUNT. Access is denied.\n\n";
 
-class FolderOnVolume : public test::OneFolder {
+class FolderOnVolume : public OneFolder {
  protected:
-  // Onto the volume, with one more word.
-  test::RunResult Onto(const std::u16string& folder, const std::u16string& word = u"/NTFS") {
-    return Run({u"/RedirectFolder", folder, u"/vol:" + kVolume, word});
-  }
-  test::RunResult Redirect() { return Run({u"/RedirectFolder", u"C:\\Data", u"/vol:" + kVolume}); }
-  test::RunResult Remove() { return Onto(u"C:\\Data", u"/d"); }
-  // There or not, with every file and nothing left over.
-  void ExpectNothingLost(const std::string& when) override {
-    ASSERT_TRUE(EnablePrivileges());
-    const auto somewhere = [&](const std::u16string& name, const std::string& contents) {
-      EXPECT_TRUE(Contents(u"C:\\Data\\" + name) == contents || Contents(u"C:\\Data.mount\\" + name) == contents ||
-                  Contents(kVolume + name) == contents)
-          << when;
-    };
-    somewhere(u"one.txt", "first");
-    somewhere(u"one.txt:note", "a named stream");
-    somewhere(u"inner\\two.bin", std::string(70000, 'x'));
-  }
+  FolderOnVolume() : OneFolder(u"/vol:" + kVolume) {}
 };
 
 TEST_F(FolderOnVolume, GoesThereAndBackWithEverything) {
   MakeFolder(u"C:\\Data\\closed");
-  test::SetSecurity(u"C:\\Data\\closed", u"O:BAD:P(A;OICI;FA;;;BA)");
+  SetSecurity(u"C:\\Data\\closed", u"O:BAD:P(A;OICI;FA;;;BA)");
   MakeFolder(u"C:\\Elsewhere");
   MakeFile(u"C:\\Elsewhere\\there.txt", "there");
   ASSERT_TRUE(CreateJunction(u"C:\\Data\\out", u"C:\\Elsewhere"));
@@ -66,17 +44,17 @@ TEST_F(FolderOnVolume, GoesThereAndBackWithEverything) {
   MakeFolder(deep + u"\\" + std::u16string(120, u'b'));
   const std::u16string file = deep + u"\\" + std::u16string(120, u'b') + u"\\" + std::u16string(120, u'c');
   MakeFile(file, "deep");
-  test::SetTimes(u"C:\\Data", 7);
+  SetTimes(u"C:\\Data", 7);
   ASSERT_TRUE(win32::SetFileAttributesW(kVolume.c_str(), win32::FILE_ATTRIBUTE_HIDDEN | win32::FILE_ATTRIBUTE_SYSTEM));
   const State before = Now();
   const std::u16string access = Access(u"C:\\Data");
-  const win32::DWORD attributes = test::Attributes(u"C:\\Data");
+  const win32::DWORD attributes = Attributes(u"C:\\Data");
 
   EXPECT_EQ(Redirect().exitCode, 0);
   const State redirected = Now();
   EXPECT_EQ(Differences(Below(before, "C:\\Data"), Below(redirected, Utf8(kVolume.substr(0, kVolume.size() - 1)))),
             "gone: \nchanged: " + Utf8(file.substr(11)) + "\nnew: \\$RECYCLE.BIN\n");
-  EXPECT_EQ(test::Attributes(u"C:\\Data"), attributes | win32::FILE_ATTRIBUTE_REPARSE_POINT) << "not the root's";
+  EXPECT_EQ(Attributes(u"C:\\Data"), attributes | win32::FILE_ATTRIBUTE_REPARSE_POINT) << "not the root's";
   std::u16string mounted;
   EXPECT_TRUE(GetJunctionTarget(u"C:\\Data", mounted));
   EXPECT_EQ(mounted + u"\\", kVolume.substr(4));
@@ -94,17 +72,15 @@ TEST_F(FolderOnVolume, GoesThereAndBackWithEverything) {
 
 TEST_F(FolderOnVolume, SurvivesARestartAndIsRemovedByAnyNameOfTheVolume) {
   const State before = Now();
-  const std::u16string any[] = {u"/vol:" + kVolume.substr(0, kVolume.size() - 1), u"/vol:" + kVolume, u"/loc:C:\\Data"};
-  for (const std::u16string& target : any) {
+  const std::u16string bare = u"/vol:" + kVolume.substr(0, kVolume.size() - 1);
+  for (const auto& [source, target] :
+       {std::pair(std::u16string(u"C:\\Data"), bare), {u"C:\\Data", u"/loc:C:\\Data"}, {kVolume, to}}) {
     EXPECT_EQ(Answer(Redirect()), Succeeded(kFolder, "", kStands + kMoved));
     EXPECT_EQ(ChangesSince(before), kAway + kRecord + kThere);
-    machine = test::BootFrom(machine->Snapshot());
-    EXPECT_EQ(AnswerTo({u"/RedirectFolder", u"C:\\Data", target, u"/d"}), Succeeded(kRemoval, kBack, kMoved));
+    machine = BootFrom(machine->Snapshot());
+    EXPECT_EQ(AnswerTo({u"/RedirectFolder", source, target, u"/d"}), Succeeded(kRemoval, kBack, kMoved));
     EXPECT_EQ(ChangesSince(before), "");
   }
-  EXPECT_EQ(Redirect().exitCode, 0);
-  EXPECT_EQ(Onto(kVolume, u"/d").exitCode, 0);
-  EXPECT_EQ(ChangesSince(before), "");
 }
 
 TEST_F(FolderOnVolume, SymbolicLinksKeepTheirTextWhateverLetterTheVolumeHas) {
@@ -114,14 +90,14 @@ TEST_F(FolderOnVolume, SymbolicLinksKeepTheirTextWhateverLetterTheVolumeHas) {
   timesOfFolders = false;
   const std::u16string root = Access(kVolume);
   const State before = Now();
-  for (const auto* const permissions : {u"/NTFS", u"/-NTFS"}) {
-    ASSERT_EQ(Onto(u"C:\\Data", permissions).exitCode, 0);
-    EXPECT_EQ(Access(kVolume) == root, permissions == std::u16string(u"/-NTFS"));
-    EXPECT_EQ(test::Streams(u"C:\\Data\\link.txt").find("F:"), std::string::npos);
+  for (const std::u16string permissions : {u"/NTFS", u"/-NTFS"}) {
+    ASSERT_EQ(Redirect(permissions).exitCode, 0);
+    EXPECT_EQ(Access(kVolume) == root, permissions == u"/-NTFS");
+    EXPECT_EQ(Streams(u"C:\\Data\\link.txt").find("F:"), std::string::npos);
     ASSERT_TRUE(win32::SetVolumeMountPointW(u"F:\\", kVolume.c_str()));
     ASSERT_EQ(Remove().exitCode, 0);
     ASSERT_TRUE(win32::DeleteVolumeMountPointW(u"F:\\"));
-    EXPECT_EQ(ChangesSince(before), permissions == std::u16string(u"/NTFS") ? "" : "changed: C:\\Data\\one.txt\n");
+    EXPECT_EQ(ChangesSince(before), permissions == u"/NTFS" ? "" : "changed: C:\\Data\\one.txt\n");
   }
 }
 
@@ -147,25 +123,22 @@ TEST_F(FolderOnVolume, AVolumeThatWasUnmountedByHandIsLeftAlone) {
 
 TEST_F(FolderOnVolume, InheritedAccessIsNoWiderOnTheVolumeAndFollowsTheFolderAgainAfterwards) {
   MakeFolder(u"C:\\Closed");
-  test::SetSecurity(u"C:\\Closed", u"O:BAD:P(A;OICI;FA;;;BA)(A;OICI;FA;;;SY)");
+  SetSecurity(u"C:\\Closed", u"O:BAD:P(A;OICI;FA;;;BA)(A;OICI;FA;;;SY)");
   MakeFolder(u"C:\\Closed\\Data");
   MakeFile(u"C:\\Closed\\Data\\secret.txt", "secret");
   const State before = Now();
-  const std::u16string secret = Access(u"C:\\Closed\\Data\\secret.txt");
-  ASSERT_EQ(Onto(u"C:\\Closed\\Data").exitCode, 0);
+  const std::u16string secret = Access(u"C:\\Closed\\Data\\secret.txt"), all = u"(A;OICI;FA;;;BA)(A;OICI;FA;;;SY)";
+  ASSERT_EQ(Run({u"/RedirectFolder", u"C:\\Closed\\Data", to}).exitCode, 0);
   EXPECT_EQ(Access(u"C:\\Closed\\Data\\secret.txt"), secret);
-  EXPECT_EQ(Access(kVolume), u"O:BA(A;OICI;FA;;;BA)(A;OICI;FA;;;SY)");
-  ASSERT_EQ(Onto(u"C:\\Closed\\Data", u"/d").exitCode, 0);
+  EXPECT_EQ(Access(kVolume), u"O:BA" + all);
+  ASSERT_EQ(Run({u"/RedirectFolder", u"C:\\Closed\\Data", to, u"/d"}).exitCode, 0);
   EXPECT_EQ(ChangesSince(before), "");
-}
-
-TEST_F(FolderOnVolume, AccessThatWasChangedMeanwhileStays) {
-  const State before = Now();
+  // What was changed meanwhile stays.
   ASSERT_EQ(Redirect().exitCode, 0);
-  test::SetSecurity(kVolume, u"O:BAD:P(A;OICI;FA;;;BA)(A;OICI;FA;;;SY)");
+  SetSecurity(kVolume, u"O:BAD:P" + all);
   ASSERT_EQ(Remove().exitCode, 0);
   EXPECT_EQ(ChangesSince(before), "changed: C:\\Data\nchanged: C:\\Data\\inner\nchanged: C:\\Data\\inner\\two.bin\n");
-  EXPECT_EQ(Access(u"C:\\Data"), u"O:BA(A;OICI;FA;;;BA)(A;OICI;FA;;;SY)");
+  EXPECT_EQ(Access(u"C:\\Data"), u"O:BA" + all);
 }
 
 TEST_F(FolderOnVolume, WhatIsOnTheVolumeAppearsInTheFolder) {
@@ -182,60 +155,50 @@ TEST_F(FolderOnVolume, WhatIsOnTheVolumeAppearsInTheFolder) {
 
 TEST_F(FolderOnVolume, IsRefused) {
   const std::u16string longest = u"C:\\" + std::u16string(246 - 6 - 3, u'd');  // with ".mount" 246
-  MakeFolder(longest);
-  MakeFolder(longest + u"d");
-  MakeFolder(u"D:\\Mounted");
+  for (const std::u16string& folder : {longest, longest + u"d", std::u16string(u"D:\\Mounted")}) MakeFolder(folder);
   const std::u16string unknown = u"\\\\?\\Volume{99999999-0000-4000-8000-000000000000}\\";
-  State before = Now();
-  const auto refused = [&](const std::u16string& source, const std::u16string& volume, const std::string& log,
-                           const std::string& what = kFolder) {
-    EXPECT_EQ(AnswerTo({u"/RedirectFolder", source, u"/vol:" + volume, what == kFolder ? u"/NTFS" : u"/d"}),
-              Failed(what, log));
-    EXPECT_EQ(ChangesSince(before), "") << Utf8(source + u" " + volume);
+  const auto refused = [&](const std::vector<Refusal>& rows, const std::u16string& way = u"/c") {
+    ExpectRefused(u"/RedirectFolder", rows, way, u"/vol:");
   };
-  refused(kVolume, kVolume, "#ERROR: Source Folder can not be Volume path.\n");
-  refused(u"C:\\Data", unknown, "#ERROR: The selected volume " + Utf8(unknown) + " does not exist.\n");
-  refused(u"C:\\No", kVolume,
-          "#ERROR: The selected folder C:\\No does not exist.The system cannot find the file specified.\n\n");
-  refused(u"C:\\Data\\inner\\..", kVolume,
-          "#ERROR: The selected folder C:\\Data\\inner\\.. is a relative path. Browse to a different location\n");
-  refused(longest + u"d", kVolume,
-          "#ERROR: The specified path " + Utf8(longest) +
-              "d.mount exceeds the system-defined maximum length of 248 characters. Browse to a different location.\n");
-  refused(u"C:\\Data", kVolume, "#ERROR: Volume Path to Normal Path Conversion Failed.\n", kRemoval);
+  refused({{kVolume, kVolume, "#ERROR: Source Folder can not be Volume path.\n"},
+           {u"C:\\Data", unknown, "#ERROR: The selected volume " + Utf8(unknown) + " does not exist.\n"},
+           {u"C:\\No", kVolume,
+            "#ERROR: The selected folder C:\\No does not exist.The system cannot find the file specified.\n\n"},
+           {longest + u"d", kVolume, "d.mount exceeds the system-defined maximum length of 248 characters."}});
+  refused({{u"C:\\Data", kVolume, "#ERROR: Volume Path to Normal Path Conversion Failed.\n"}}, u"/d");
   ASSERT_TRUE(MountVolume(u"D:\\Mounted", kVolume));
-  before = Now();
-  refused(u"C:\\Data", kVolume, "#ERROR: The selected volume VOLUME\\ already mounted.\n");
-  refused(u"D:\\Mounted", kVolume, "#ERROR: Junction doesn't exists for Source = D:\\Mounted and Target = VOLUME\\.\n",
-          kRemoval);
+  refused({{u"C:\\Data", kVolume, "#ERROR: The selected volume VOLUME\\ already mounted.\n"}});
+  refused(
+      {{u"D:\\Mounted", kVolume, "#ERROR: Junction doesn't exists for Source = D:\\Mounted and Target = VOLUME\\.\n"}},
+      u"/d");
   ASSERT_TRUE(win32::DeleteVolumeMountPointW(u"D:\\Mounted\\"));
-  EXPECT_EQ(Onto(longest).exitCode, 0);
+  EXPECT_EQ(Run({u"/RedirectFolder", longest, to}).exitCode, 0);
 }
 
 TEST_F(FolderOnVolume, NestedRedirectionsKeepWorking) {
-  const State before = Now();
   MakeFolder(u"D:\\Other");
-  ASSERT_EQ(Run({u"/RedirectFolder", u"C:\\Data\\inner", u"/loc:D:\\Other"}).exitCode, 0);
+  const State before = Now();
+  Redirections::Redirect(u"C:\\Data\\inner", u"D:\\Other");
   ASSERT_EQ(Redirect().exitCode, 0);
   EXPECT_EQ(AllRecords().at(u"1"), std::pair(std::u16string(u"C:\\Data\\inner"), std::u16string(u"D:\\Other\\inner")));
   ExpectNothingLost("");
   ASSERT_EQ(Remove().exitCode, 0);
-  EXPECT_EQ(Run({u"/RedirectFolder", u"C:\\Data\\inner", u"/loc:D:\\Other", u"/d"}).exitCode, 0);
-  EXPECT_EQ(ChangesSince(before), "new: D:\\Other\n");
+  Redirections::Remove(u"C:\\Data\\inner", u"D:\\Other");
+  EXPECT_EQ(ChangesSince(before), "");
 }
 
 TEST_F(FolderOnVolume, SharesStayUnlessTheyAreNotWanted) {
-  test::Share(u"data", u"C:\\Data");
-  test::Share(u"inner", u"C:\\Data\\inner");
-  const auto both = test::Shares();
+  Share(u"data", u"C:\\Data");
+  Share(u"inner", u"C:\\Data\\inner");
+  const auto both = Shares();
   ASSERT_EQ(Redirect().exitCode, 0);
-  EXPECT_EQ(test::Shares(), both);
+  EXPECT_EQ(Shares(), both);
   ASSERT_EQ(Remove().exitCode, 0);
   machine->gate.FailCall("MoveFileW", 1, win32::ERROR_ACCESS_DENIED);
-  EXPECT_EQ(Onto(u"C:\\Data", u"/-Share").exitCode, 1);
-  EXPECT_EQ(test::Shares(), both) << "taken back";
-  ASSERT_EQ(Onto(u"C:\\Data", u"/-Share").exitCode, 0);
-  EXPECT_TRUE(test::Shares().empty());
+  EXPECT_EQ(Redirect(u"/-Share").exitCode, 1);
+  EXPECT_EQ(Shares(), both) << "taken back";
+  ASSERT_EQ(Redirect(u"/-Share").exitCode, 0);
+  EXPECT_TRUE(Shares().empty());
 }
 
 // A folder of the mount folder's name is used when it is empty, and never changed or taken.
@@ -246,7 +209,7 @@ TEST_F(FolderOnVolume, TakesNobodysFolder) {
   EXPECT_EQ(Answer(Redirect()), Failed(kFolder, "#ERROR: Failed to Mount Volume on Target Folder: MOUNT\n"));
   EXPECT_EQ(ChangesSince(before), "");
   ASSERT_TRUE(win32::DeleteFileW(u"C:\\Data.mount\\mine.txt"));
-  test::SetTimes(u"C:\\Data.mount", 5);
+  SetTimes(u"C:\\Data.mount", 5);
   ASSERT_TRUE(win32::DeleteFileW(u"C:\\Data:label"));  // no stream may be left in it
   before = Now();
   for (const char* call : {"SetVolumeMountPointW", "MoveFileW"}) {
@@ -275,84 +238,54 @@ TEST_F(FolderOnVolume, TakesNobodysFolder) {
 }
 
 TEST_F(FolderOnVolume, AFailureIsTakenBackOrToldOf) {
-  const std::string notRenamed = "#ERROR: Unable to rename folder MOUNT. Access is denied.\n\n";
   const std::string notRecorded =
       "#ERROR: Unable to add Junction Point to Registry for Source = C:\\Data and Target = MOUNT.\n";
   const std::string there = kStands + kMoved, undone = there + kUndone;
   ExpectFailures(
-      {u"/RedirectFolder", u"C:\\Data", u"/vol:" + kVolume},
-      [](const Failure& row) { return Failed(kFolder, row.log, row.said); },
+      {u"/RedirectFolder", u"C:\\Data", to}, [](const Failure& row) { return Failed(kFolder, row.log, row.said); },
       {
           {"SHCreateDirectoryExW 1", "#ERROR: Failed To Create Target Folder: MOUNT\n"},
           {"SetVolumeMountPointW 1", "#ERROR: Failed to Mount Volume on Target Folder: MOUNT\n"},
-          {"GetFileSize 3",
-           "#ERROR: Unable to copy from Source = C:\\Data\\inner\\two.bin to Target = MOUNT\\inner\\two.bin. Access is "
-           "denied.\n\n" +
-               kNotMoved,
-           "", kStands + "C:\\Data\\inner -> MOUNT\\inner\n"},
+          {"GetFileSize 3", kNotMoved, "", kStands + "C:\\Data\\inner -> MOUNT\\inner\n"},
           {"RemoveDirectoryW 2", "#ERROR: Unable to remove folder C:\\Data. Access is denied.\n\n", "", undone},
-          {"MoveFileW 1", notRenamed, "", undone},
           {"RegCreateKeyExW 2", notRecorded, "", undone},
           {"RegCreateKeyExW 2, MoveFileW 2",
            notRecorded + "#ERROR: Unable to rename folder C:\\Data. Access is denied.\n\n#ERROR: The files and folders "
                          "stay on volume VOLUME\\, which is mounted at C:\\Data.\n",
            kAway + kThere, there},
-          {"MoveFileW 1, CreateDirectoryW 2", notRenamed + "#ERROR: Failed To create directory = C:\\Data.\n", "",
+          {"MoveFileW 1, CreateDirectoryW 2", kNotRenamed + "#ERROR: Failed To create directory = C:\\Data.\n", "",
            undone},
           {"MoveFileW 1, DeleteVolumeMountPointW 1",
-           notRenamed + "#ERROR: Unable to unmount the volume from folder MOUNT. Access is denied.\n\n", "", undone},
-          {"MoveFileW 1, GetFileSize 6",
-           notRenamed + "#ERROR: Unable to copy from Source = MOUNT\\inner\\two.bin to Target = "
-                        "C:\\Data\\inner\\two.bin. Access is denied.\n\n#ERROR: Unable to move "
-                        "C:\\Data\\inner\\two.bin back. It stays at MOUNT\\inner\\two.bin.\n#ERROR: Unable to move all "
-                        "files and folders back to C:\\Data. The others stay on volume VOLUME\\.\n",
+           kNotRenamed + "#ERROR: Unable to unmount the volume from folder MOUNT. Access is denied.\n\n", "", undone},
+          {"MoveFileW 1, GetFileSize 6", kNotRenamed + NotMovedBack("MOUNT") + "on volume VOLUME\\.\n",
            "gone: C:\\Data\\inner\\two.bin\nnew: VOLUME\\inner\nnew: VOLUME\\inner\\two.bin\n", undone},
       });
 }
 
 TEST_F(FolderOnVolume, AFailedRemovalIsTakenBackOrToldOf) {
   ASSERT_EQ(Redirect().exitCode, 0);
-  const std::string notRenamed = "#ERROR: Unable to rename folder MOUNT. Access is denied.\n\n";
   const std::string noRecord =
       "gone: QUILLBAY\\Junctions\\1 Source = C:\\Data\ngone: QUILLBAY\\Junctions\\1 Target = VOLUME\\\n";
-  const std::string undone = kMoved + kUndone;
+  const std::string undone = kMoved + kUndone, of = "for Source = C:\\Data and Target = VOLUME\\.\n";
+  const std::string remembered = "new: QUILLBAY\\VolumeRemovals MOUNT = VOLUME\\\n";
   ExpectFailures(
-      {u"/RedirectFolder", u"C:\\Data", u"/vol:" + kVolume, u"/d"},
+      {u"/RedirectFolder", u"C:\\Data", to, u"/d"},
       [](const Failure& row) { return Failed(kRemoval, kBack + row.log, row.said); },
       {
-          {"SHCreateDirectoryExW 1", "#ERROR: Failed To Create Target Folder: MOUNT\n"},
-          {"RegCreateKeyExW 1", kNotMoved},
-          {"GetFileSize 3",
-           "#ERROR: Unable to copy from Source = C:\\Data\\inner\\two.bin to Target = MOUNT\\inner\\two.bin. Access is "
-           "denied.\n\n" +
-               kNotMoved,
-           "", "C:\\Data\\inner -> MOUNT\\inner\n"},
-          {"RegDeleteKeyW 1",
-           "#ERROR: Unable to remove Junction Point from Registry for Source = C:\\Data and Target = VOLUME\\.\n", "",
-           undone},
+          {"GetFileSize 3", kNotMoved, "", "C:\\Data\\inner -> MOUNT\\inner\n"},
+          {"RegDeleteKeyW 1", "#ERROR: Unable to remove Junction Point from Registry " + of, "", undone},
           {"DeleteVolumeMountPointW 1",
            "#ERROR: Unable to unmount the volume from folder C:\\Data. Access is denied.\n\n", "", undone},
-          {"RemoveDirectoryW 2", "#ERROR: Unable to remove folder C:\\Data. Access is denied.\n\n", "", undone},
-          {"MoveFileW 1", notRenamed, "", undone},
           {"MoveFileW 1, SetVolumeMountPointW 1",
-           notRenamed +
+           kNotRenamed +
                "#ERROR: Unable to mount volume VOLUME\\ on folder C:\\Data. The files and folders stay in MOUNT.\n",
-           "changed: C:\\Data\n" + noRecord +
-               "gone: VOLUME\\inner\ngone: VOLUME\\inner\\two.bin\ngone: VOLUME\\one.txt\ngone: mounts = "
-               "C:\\Data\\|\nnew: MOUNT\nnew: MOUNT\\inner\nnew: MOUNT\\inner\\two.bin\nnew: MOUNT\\one.txt\nnew: "
-               "QUILLBAY\\VolumeRemovals MOUNT = VOLUME\\\nnew: mounts = \n",
+           "changed: C:\\Data\n" + noRecord + Items("gone: ", "VOLUME") + "gone: mounts = C:\\Data\\|\nnew: MOUNT\n" +
+               Items("new: ", "MOUNT") + remembered + "new: mounts = \n",
            kMoved},
-          {"MoveFileW 1, RegCreateKeyExW 2",
-           notRenamed +
-               "#ERROR: Unable to add Junction Point to Registry for Source = C:\\Data and Target = VOLUME\\.\n",
+          {"MoveFileW 1, RegCreateKeyExW 2", kNotRenamed + "#ERROR: Unable to add Junction Point to Registry " + of,
            noRecord, undone},
-          {"MoveFileW 1, GetFileSize 6",
-           notRenamed + "#ERROR: Unable to copy from Source = MOUNT\\inner\\two.bin to Target = "
-                        "C:\\Data\\inner\\two.bin. Access is denied.\n\n#ERROR: Unable to move "
-                        "C:\\Data\\inner\\two.bin back. It stays at MOUNT\\inner\\two.bin.\n#ERROR: Unable to move all "
-                        "files and folders back to C:\\Data. The others stay in MOUNT.\n",
-           "gone: VOLUME\\inner\\two.bin\nnew: MOUNT\nnew: MOUNT\\inner\nnew: MOUNT\\inner\\two.bin\nnew: "
-           "QUILLBAY\\VolumeRemovals MOUNT = VOLUME\\\n",
+          {"MoveFileW 1, GetFileSize 6", kNotRenamed + NotMovedBack("MOUNT") + "in MOUNT.\n",
+           "gone: VOLUME\\inner\\two.bin\nnew: MOUNT\nnew: MOUNT\\inner\nnew: MOUNT\\inner\\two.bin\n" + remembered,
            undone},
       });
 }
@@ -361,7 +294,7 @@ TEST_F(FolderOnVolume, AVolumeThatFillsUpTakesNothing) {
   // Files take whole clusters, which their sizes do not tell.
   for (char16_t i = 0; i < 200; ++i)
     MakeFile(u"C:\\Data\\small" + std::u16string(1, static_cast<char16_t>(0x4E00 + i)), std::string(1500, 's'));
-  test::SetTimes(u"C:\\Data", 7);
+  SetTimes(u"C:\\Data", 7);
   win32::ULARGE_INTEGER available{};
   ASSERT_TRUE(win32::GetDiskFreeSpaceExW(kVolume.c_str(), &available, nullptr, nullptr));
   MakeFile(kVolume + u"filler", std::string(available.QuadPart - 600'000, 'f'));
@@ -370,43 +303,19 @@ TEST_F(FolderOnVolume, AVolumeThatFillsUpTakesNothing) {
   EXPECT_EQ(ChangesSince(before), "");
 }
 
-// Memory that runs out, say, when the contents are on their way.
-TEST_F(FolderOnVolume, AnExceptionIsAFailureAndTheLogTellsWhereThingsAre) {
-  const test::Disks disks = machine->Snapshot();
-  for (const bool back : {false, true}) {
-    Restart(disks);
-    EXPECT_TRUE(!back || Redirect().exitCode == 0);
-    machine->gate.Observe([&](const char* name, std::uint64_t) {
-      if (std::string_view(name) == "MoveFileW") throw std::bad_alloc();
-    });
-    const std::string answer = Answer(back ? Remove() : Redirect());
-    machine->gate.Observe({});
-    const std::string told =
-        "#ERROR: The command could not go on. The files and folders are in MOUNT, in C:\\Data, or partly in both.\n";
-    EXPECT_EQ(answer, back ? Failed(kRemoval, kBack + told, kMoved) : Failed(kFolder, told, kStands + kMoved));
-    ExpectNothingLost(answer);
-  }
-}
-
 // Whichever call fails: the redirection is there or it is not, with every file and nothing left over.
-class EveryCallOnVolume : public FolderOnVolume {};
-
-TEST_F(EveryCallOnVolume, OfARedirectionMayFail) {
-  RefuseEachCall({u"/RedirectFolder", u"C:\\Data", u"/vol:" + kVolume},
+TEST_F(FolderOnVolume, EveryCallMayFail) {
+  RefuseEachCall({u"/RedirectFolder", u"C:\\Data", to},
                  {{"new: VOLUME\\temp.check\n", u"was successful."},  // the rules' probe
                   {"changed: VOLUME\\inner\\two.bin\n", u"was successful."},
                   {"changed: VOLUME\\one.txt\n", u"was successful."}});  // attributes are not worth the whole move
-}
-
-TEST_F(EveryCallOnVolume, OfARemovalMayFail) {
   ASSERT_EQ(Redirect().exitCode, 0);
-  const std::string remembered = kThere.substr(0, kThere.find("\n") + 1);
-  RefuseEachCall({u"/RedirectFolder", u"C:\\Data", u"/vol:" + kVolume, u"/d"},
+  RefuseEachCall({u"/RedirectFolder", u"C:\\Data", to, u"/d"},
                  {{"changed: C:\\Data\\inner\\two.bin\n", u"was successful."},
                   {"changed: C:\\Data\\one.txt\n", u"was successful."},
                   {"new: QUILLBAY\\VolumeRemovals MOUNT = VOLUME\\\n", u"#INFO: Unable to remove the note that folder"},
-                  {"changed: root of the volume\n" + remembered, u"#INFO: Unable to restore the security of volume"},
-                  {remembered, u"#INFO: Unable to remove what is remembered of the security of volume"}});
+                  {"changed: root of the volume\n" + kRoot, u"#INFO: Unable to restore the security of volume"},
+                  {kRoot, u"#INFO: Unable to remove what is remembered of the security of volume"}});
 }
 
 }  // namespace

@@ -128,17 +128,27 @@ void Redirections::RefuseEachCall(std::initializer_list<std::u16string> words, c
   };
   WithEachCallRefused(
       machine, [&] { return Run(words); }, examine);
+  Restart(disks);
 }
 
-void Redirections::Redirect(const std::u16string& folder, const std::u16string& location) {
-  const RunResult run = Run({u"/RedirectFolder", folder, u"/loc:" + location});
+void Redirections::Redirect(const std::u16string& folder, const std::u16string& location, const std::u16string& way) {
+  const RunResult run = Run({u"/RedirectFolder", folder, u"/loc:" + location, way});
   ASSERT_EQ(run.exitCode, 0) << Utf8(folder) << ": " << Utf8(run.log);
-  ASSERT_TRUE(IsLink(folder)) << Utf8(folder);
+  ASSERT_EQ(IsLink(folder), way == u"/c") << Utf8(folder);
 }
-void Redirections::Remove(const std::u16string& folder, const std::u16string& location) {
-  const RunResult run = Run({u"/RedirectFolder", folder, u"/loc:" + location, u"/d"});
-  ASSERT_EQ(run.exitCode, 0) << Utf8(folder) << ": " << Utf8(run.log);
-  ASSERT_FALSE(IsLink(folder)) << Utf8(folder);
+
+void Redirections::ExpectRefused(const std::u16string& command, const std::vector<Refusal>& rows,
+                                 const std::u16string& way, const std::u16string& option) {
+  const std::string what = Utf8(command.substr(9)) + " Redirection" + (way == u"/d" ? " Removal" : "");
+  const State before = Now();
+  for (const auto& [source, target, logged] : rows) {
+    const std::string answer = AnswerTo({command, source, option + target, way}), shown = Utf8(source + u" " + target);
+    if (logged.ends_with('\n'))
+      EXPECT_EQ(answer, Failed(what, logged)) << shown;
+    else
+      EXPECT_TRUE(answer.starts_with("exit 1\n") && answer.find(logged) != std::string::npos) << shown << answer;
+    EXPECT_EQ(ChangesSince(before), "") << shown;
+  }
 }
 
 Records Redirections::AllRecords(const std::u16string& list) const {
@@ -199,7 +209,7 @@ Redirections::State Redirections::Below(const State& state, const std::string& f
   return below;
 }
 
-OneFolder::OneFolder() {
+OneFolder::OneFolder(std::u16string target) : to(std::move(target)) {
   EXPECT_TRUE(EnablePrivileges());
   MakeFolder(u"C:\\Data");
   SetSecurity(u"C:\\Data", u"O:SYD:P(A;OICI;FA;;;BA)(A;OICI;FA;;;SY)(A;OICI;0x1200a9;;;BU)");
@@ -214,6 +224,38 @@ OneFolder::OneFolder() {
   for (const auto* item : {u"C:\\Data\\inner\\two.bin", u"C:\\Data\\inner", u"C:\\Data\\one.txt", u"C:\\Data"})
     SetTimes(item, ++number);
   MakeFolder(u"D:\\Target");
+}
+
+// An administrator with backup privileges looks: a DACL that could not be copied is not lost data.
+void OneFolder::ExpectNothingLost(const std::string& when) {
+  ASSERT_TRUE(EnablePrivileges());
+  for (const auto& [name, contents] : {std::pair(u"\\one.txt", std::string("first")),
+                                       {u"\\one.txt:note", "a named stream"},
+                                       {u"\\inner\\two.bin", std::string(70000, 'x')}}) {
+    bool found = false;
+    for (const auto& place : {std::u16string(u"C:\\Data"), std::u16string(u"C:\\Data.mount"),
+                              std::u16string(u"D:\\Target\\Data"), kVolume.substr(0, kVolume.size() - 1)})
+      found |= Contents(place + name) == contents;
+    EXPECT_TRUE(found) << Utf8(name) << " is lost: " << when;
+  }
+}
+
+std::string Items(const std::string& prefix, const std::string& folder) {
+  return prefix + folder + "\\inner\n" + prefix + folder + "\\inner\\two.bin\n" + prefix + folder + "\\one.txt\n";
+}
+std::string Moved(const std::string& from, const std::string& to) {
+  std::string lines;
+  for (const std::string name : {"\\inner", "\\inner\\two.bin", "\\one.txt"})
+    lines += from + name + " -> " + to + name + "\n";
+  return lines;
+}
+std::string NotCopied(const std::string& from, const std::string& to) {
+  return "#ERROR: Unable to copy from Source = " + from + "\\inner\\two.bin to Target = " + to +
+         "\\inner\\two.bin. Access is denied.\n\n";
+}
+std::string NotMovedBack(const std::string& from) {
+  return NotCopied(from, "C:\\Data") + "#ERROR: Unable to move C:\\Data\\inner\\two.bin back. It stays at " + from +
+         "\\inner\\two.bin.\n#ERROR: Unable to move all files and folders back to C:\\Data. The others stay ";
 }
 
 }  // namespace test

@@ -48,8 +48,16 @@ class Redirections : public ::testing::Test {
 
   std::string AnswerTo(std::initializer_list<std::u16string> words) { return Answer(Run(words)); }
 
-  void Redirect(const std::u16string& folder, const std::u16string& location);
-  void Remove(const std::u16string& folder, const std::u16string& location);
+  // With "/d" back.
+  void Redirect(const std::u16string& folder, const std::u16string& location, const std::u16string& way = u"/c");
+  void Remove(const std::u16string& folder, const std::u16string& location) { Redirect(folder, location, u"/d"); }
+  // Each is refused and changes nothing. What is logged is all of it when it ends with its line.
+  struct Refusal {
+    std::u16string source, target;
+    std::string logged;
+  };
+  void ExpectRefused(const std::u16string& command, const std::vector<Refusal>& rows, const std::u16string& way = u"/c",
+                     const std::u16string& option = u"/loc:");
 
   Records AllRecords(const std::u16string& list = u"Junctions") const;
   static bool IsLink(const std::u16string& path) {
@@ -75,10 +83,22 @@ class Redirections : public ::testing::Test {
   std::unique_ptr<emulated::Machine> machine = test::InstalledMachine({.extraDrives = 1, .volumes = 1});
 };
 
-// A folder with security, a stream and times of its own, and what is in it.
+// A folder with security, a stream and times of its own, and what is in it; and where it goes.
 class OneFolder : public Redirections {
  protected:
-  OneFolder();
+  explicit OneFolder(std::u16string target = u"/loc:D:\\Target");
+  RunResult Redirect(const std::u16string& word = u"/c") { return Run({u"/RedirectFolder", u"C:\\Data", to, word}); }
+  RunResult Remove() { return Redirect(u"/d"); }
+  // There or not: every file is somewhere.
+  void ExpectNothingLost(const std::string& when) override;
+
+  const std::u16string to;
 };
+// A line for each item in it, and for each that moves.
+std::string Items(const std::string& prefix, const std::string& folder);
+std::string Moved(const std::string& from, const std::string& to);
+// What is logged when its largest file cannot be copied, and cannot on the way back.
+std::string NotCopied(const std::string& from, const std::string& to);
+std::string NotMovedBack(const std::string& from);
 
 }  // namespace test
