@@ -51,7 +51,7 @@ set(test_disks ${CMAKE_BINARY_DIR}/test_disks)
 add_test(NAME test_disks COMMAND ${CMAKE_COMMAND} -E rm -rf ${test_disks})
 set_tests_properties(test_disks PROPERTIES FIXTURES_SETUP test_disks)
 # The sanitizers look at memory, not at outcomes, and take several times as long: there not every call is refused, or
-# the last before the power fails; but for engine_move_test.cpp.
+# the last before the power fails; but for the redirection of a file and its removal.
 set(every_call 1)
 if(QBC_SANITIZE)
   set(every_call 11)
