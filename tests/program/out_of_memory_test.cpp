@@ -26,14 +26,9 @@ namespace {
 
 using namespace test;
 
-struct Question {
-  const char* text;
-  std::function<bool()> succeeds;  // where it cannot
-};
-#define ASK(expression)                                        \
-  Question {                                                   \
-#expression, [&] { return static_cast<bool>(expression); } \
-  }
+// What is not to succeed, with its text.
+#define ASK(expression) \
+  std::pair<const char*, std::function<bool()>>(#expression, [&] { return static_cast<bool>(expression); })
 
 class OutOfMemory : public Engine {
  protected:
