@@ -193,7 +193,7 @@ TEST_F(AutoRedirection, IsRefused) {
   for (const auto& [location, line] : refusals) {
     const RunResult run = SetWithBoth(location);
     EXPECT_EQ(run.exitCode, 1);
-    Lines logged = LinesOf(run);
+    Lines logged = test::Messages(run.log);
     std::erase_if(logged, [](const auto& each) { return each.starts_with(u"#INFO: The selected target"); });
     const bool owed = location == u"D:\\Owed";
     EXPECT_EQ(logged, owed ? Lines{line} : (Lines{line, failed})) << Utf8(location) << Utf8(run.log);
@@ -224,7 +224,7 @@ TEST_F(AutoRedirection, IsRefused) {
   test::AddKeelroomVolume(*machine, u"Volume1", u"D:");
   for (const RunResult& run : {Redirect(u"DefaultProfile", kPlace), SetWithBoth(kPlace)})
     EXPECT_EQ(
-        LinesOf(run)[run.log.find(u"#ERROR: Unable to get File") == run.log.npos ? 1 : 2],
+        test::Messages(run.log)[run.log.find(u"#ERROR: Unable to get File") == run.log.npos ? 1 : 2],
         u"#ERROR: Cannot redirect User Profile to old version of Rimehold Keelroom on Windows 10. Please, update to "
         u"the latest version of Rimehold before redirecting User Profile.");
   expectUnchanged();

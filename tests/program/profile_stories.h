@@ -29,7 +29,6 @@ class ProfileStories : public ::testing::Test {
     EXPECT_TRUE(win32::RemoveDirectoryW(u"C:\\Template"));
   }
 
-  // Of what a profile holds by the dozen, one of each kind is enough.
   static Disks SmallProfiles(const MachineFacts& facts) {
     const auto machine = InstalledMachine(facts);
     UseProgramModule(*machine);
@@ -80,37 +79,24 @@ class ProfileStories : public ::testing::Test {
   }
   RunResult MoveHome(const std::u16string& user) { return Run({u"/RedirectUPDefault", user}); }
 
-  // The messages of the log, without times and processes.
-  static Lines LinesOf(const RunResult& run) {
-    Lines lines;
-    constexpr std::u16string_view kStart = u"\n[", kPrefixEnd = u"] ";
-    const std::u16string text = u"\n" + run.log;
-    for (std::size_t at = text.find(kStart); at != std::u16string::npos;) {
-      const std::size_t next = text.find(kStart, at + kStart.size());
-      std::u16string line = text.substr(at, next - at);
-      line.erase(0, line.find(kPrefixEnd) + kPrefixEnd.size());
-      while (line.ends_with(u'\n')) line.pop_back();
-      if (!line.starts_with(u"---")) lines.push_back(std::move(line));
-      at = next;
-    }
-    return lines;
-  }
   // The exit code; the console, items that were copied as their number; the messages of the log.
   static std::string Told(const RunResult& run) {
     std::string text = std::to_string(run.exitCode) + "\n";
     int copied = 0;
-    for (std::u16string_view rest = run.said; !rest.empty();) {
-      const std::u16string_view line = rest.substr(0, std::min(rest.find(u'\n'), rest.size() - 1) + 1);
-      rest.remove_prefix(line.size());
-      const bool isItem = line.find(u" -> ") != line.npos;
-      if (isItem) ++copied;
-      const std::u16string_view before = isItem ? line.substr(0, line.find(u":\\") - 1) : line;
-      text += emulated::Utf8(before);
-      if (copied > 0 && (!isItem || rest.empty() || rest.substr(0, rest.find(u'\n')).find(u" -> ") == rest.npos))
-        text += "[" + std::to_string(std::exchange(copied, 0)) + " items]\n";
+    const auto count = [&] { text += copied > 0 ? "[" + std::to_string(std::exchange(copied, 0)) + " items]\n" : ""; };
+    std::istringstream said(emulated::Utf8(run.said));
+    for (std::string line; std::getline(said, line);) {
+      const bool isItem = line.find(" -> ") != line.npos;
+      if (isItem)
+        line.erase(line.find(":\\") - 1);
+      else
+        count();
+      copied += isItem;
+      text += line + (isItem || said.eof() ? "" : "\n");
     }
+    count();
     text += "\n--";
-    for (const std::u16string& line : LinesOf(run)) text += "\n" + emulated::Utf8(line);
+    for (const std::u16string& line : Messages(run.log)) text += "\n" + emulated::Utf8(line);
     return text;
   }
 
@@ -154,13 +140,6 @@ class ProfileStories : public ::testing::Test {
     const std::u16string text = value ? value->Text() : u"(none)";
     EXPECT_EQ(registry.UnloadHive(u"HKU\\look"), 0u);
     return text;
-  }
-  // A process of this user; nobody may ask a closed one whose it is.
-  void StartProcess(const std::u16string& image, const std::u16string& sid, bool closed = false) {
-    emulated::Process& process = emulated::AddProcess(*machine, 5000, image);
-    process.token = std::make_shared<emulated::Token>(*machine->process.token);
-    process.token->user = emulated::SidFromText(sid);
-    process.isProtected = closed;
   }
   std::shared_ptr<void> Hold(const std::u16string& file, win32::DWORD access = win32::GENERIC_READ,
                              win32::DWORD share = 0) {

@@ -8,9 +8,8 @@ namespace test {
 
 class SharedProfilesTest : public ProfileStories {
  protected:
-  static inline const std::u16string kList = kProfileList, kErrors =
-                                                               u"Errors logged in C:\\Program Files\\Velmora\\"
-                                                               u"Quillbay\\QBC.log.";
+  static inline const std::u16string kList = kProfileList;
+  static inline const std::u16string kErrors = u"Errors logged in C:\\Program Files\\Velmora\\Quillbay\\QBC.log.";
   static constexpr const char16_t* kConfig = u"C:\\Program Files\\Velmora\\Quillbay\\ServiceConfig.xml";
   // What is noted of profiles that are redirected, each with its name.
   static constexpr const char16_t* kNotes = u"HKLM\\SOFTWARE\\WOW6432Node\\Velmora\\Quillbay\\ProfileRedirection";
