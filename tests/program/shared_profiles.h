@@ -14,6 +14,14 @@ class SharedProfilesTest : public ProfileStories {
   // What is noted of profiles that are redirected, each with its name.
   static constexpr const char16_t* kNotes = u"HKLM\\SOFTWARE\\WOW6432Node\\Velmora\\Quillbay\\ProfileRedirection";
 
+  static constexpr const char* kPictures = "#INFO: Going to update profile image file paths for Public User.\n";
+  // What the log says of a location that is not there yet.
+  static std::u16string IsNew(const std::u16string& folder) {
+    return u"#INFO: The selected target folder " + folder +
+           u" does not exist. Ignoring PathIsDirectory validation.\n#ERROR: Unable to get File Attributes for path = " +
+           folder + u"The system cannot find the file specified.\n";
+  }
+
   // The three values, byte for byte.
   using Values = std::map<std::u16string, std::pair<win32::DWORD, emulated::Bytes>>;
   struct Configuration {
@@ -81,6 +89,9 @@ class SharedProfilesTest : public ProfileStories {
     }
     return files;
   }
+  // Of the profile list, the configuration, and what is noted.
+  using Settings = std::tuple<Values, Configuration, Lines>;
+  Settings AllSettings() { return {ProfileValues(), Config(), Notes()}; }
   Lines Notes() {
     Lines names;
     for (const char16_t* name : {u"NewProfiles", u"Default", u"Public"})
