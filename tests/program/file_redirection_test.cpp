@@ -1,25 +1,81 @@
 // File redirection as an administrator sees it: a machine, a command, and what console, log, registry and disks say.
-#include "program/file_redirection.h"
+#include "program/redirections.h"
 
 namespace {
 
 using emulated::Utf8;
-using test::Answer, test::Contents, test::Exists, test::Failed, test::MakeFile, test::MakeFolder, test::Records,
-    test::Succeeded;
-using test::kSource, test::kTarget, test::kText, test::kVolume;
+using namespace test;
 
+const std::u16string kSource = u"C:\\Data\\file.txt", kTarget = u"D:\\Target\\file.txt";
 const std::u16string kConfig = u"C:\\Program Files\\Velmora\\Quillbay\\ServiceConfig.xml";
-const std::string kWent =
-    "#INFO: Target TARGET doesn't exists so checking free space using parent directory D:\\Target\n#INFO: The file "
-    "SOURCE is now in TARGET.\n";
-const std::string kCame =
-    "#INFO: The file SOURCE is in TARGET until it is back in its place.\n#INFO: The file SOURCE is back in its "
-    "place.\n";
+const std::string kText(70'000, 'x');
+const std::string kGone = "#INFO: The file SOURCE is now in TARGET.\n",
+                  kWent =
+                      "#INFO: Target TARGET doesn't exists so checking free space using parent directory "
+                      "D:\\Target\n" +
+                      kGone;
+const std::string kLinked = "#INFO: The file SOURCE is in TARGET until it is back in its place.\n",
+                  kBack = "#INFO: The file SOURCE is back in its place.\n", kCame = kLinked + kBack;
 
-const std::string kTooLong =
-    "' exceeds the system-defined maximum length of 248 characters. Browse to a different location.\n";
+// One file with all that a file has.
+class FileRedirectionTest : public Redirections {
+ protected:
+  FileRedirectionTest() {
+    timesOfFolders = false;  // a file that goes, and comes back, leaves its mark on those of its folder
+    EXPECT_TRUE(EnablePrivileges());
+    MakeFolder(u"C:\\Data");
+    MakeFolder(u"D:\\Target");
+    MakeFile(kSource, kText);
+    MakeFile(kSource + u":note", "a named stream");
+    SetSecurity(kSource, u"O:SYD:AI(A;;FA;;;BA)(A;;0x1200a9;;;SY)(A;ID;FA;;;BA)(A;ID;FA;;;SY)(A;ID;FR;;;AU)");
+    SetTimes(kSource, 7);
+    EXPECT_TRUE(
+        win32::SetFileAttributesW(kSource.c_str(), win32::FILE_ATTRIBUTE_READONLY | win32::FILE_ATTRIBUTE_HIDDEN |
+                                                       win32::FILE_ATTRIBUTE_SYSTEM | win32::FILE_ATTRIBUTE_ARCHIVE));
+    item = Item(kSource);
+  }
+  RunResult Redirect(const std::u16string& source = kSource, const std::u16string& folder = u"D:\\Target") {
+    return Run({u"/RedirectFile", source, u"/loc:" + folder});
+  }
+  RunResult Remove(const std::u16string& location = u"D:\\Target") {
+    return Run({u"/RedirectFile", kSource, u"/loc:" + location, u"/d"});
+  }
+  // What a removal answers; the service keeps running while another file is redirected, or a location is set.
+  enum class Service { HasWork, IsIdle };
+  static std::string Removal(bool done, const std::string& log, Service service) {
+    const std::string what = "File Redirection Removal", begin = "RemoveFileRedirection - ENTER\n" + log;
+    const std::string settings =
+        "\nRemoveFileRedirection - IsRegistryRedirectionEnabled: 0 and IsFileRedirectionEnabled: ";
+    return (done ? Succeeded(what, begin) : Failed(what, begin)) + settings +
+           (service == Service::HasWork
+                ? "1 \n"
+                : "0 \nRemoveFileRedirection - Going to stop Quillbay Service\nService disabled "
+                  "successfully.\n\n") +
+           "RemoveFileRedirection - EXIT";
+  }
+  void ExpectNotRemoved(const std::string& log, Service service = Service::IsIdle,
+                        const std::u16string& location = u"D:\\Target") {
+    const State before = Now();
+    EXPECT_EQ(Answer(Remove(location)), Removal(false, log, service));
+    EXPECT_EQ(ChangesSince(before), "");
+  }
+  // All that the file is, but for its group.
+  static std::string Item(const std::u16string& path) { return Describe(path) + Utf8(Access(path) + Dacl(path)); }
+  static void MakeLink(const std::u16string& path, const std::u16string& target) {
+    ASSERT_TRUE(CreateSymbolicLinkEntry(path.c_str(), target.c_str(), {.forceFileLink = target != u"C:\\Data"}));
+  }
+  static void Delete(const std::u16string& path) {
+    win32::SetFileAttributesW(path.c_str(), win32::FILE_ATTRIBUTE_NORMAL);
+    ASSERT_TRUE(win32::DeleteFileW(path.c_str()));
+  }
+  bool ServiceRuns() { return machine->services().State(kQuillbayService) == win32::SERVICE_RUNNING; }
+  void ExpectRedirected() {
+    EXPECT_TRUE(IsLink(kSource) && Contents(kSource) == kText);
+    EXPECT_TRUE(Item(kTarget) == item);
+  }
 
-class FileRedirectionTest : public test::FileRedirection {};
+  std::string item;  // what the file is at first
+};
 
 TEST_F(FileRedirectionTest, GoesAndComesBackWithAllThatItHas) {
   MakeFile(u"C:\\Data\\other.txt", "other");
@@ -40,147 +96,96 @@ TEST_F(FileRedirectionTest, GoesAndComesBackWithAllThatItHas) {
         Failed("File Redirection", "#ERROR: Symbolic Link already exists for Source = SOURCE and Target = TARGET.\n"));
     EXPECT_EQ(AnswerTo({u"/RedirectFile", typed, std::u16string(u"/loc:") + location, u"/d"}),
               Removal(true, kCame, Service::HasWork));
-    ExpectAtHome();
+    EXPECT_FALSE(IsLink(kSource));
     EXPECT_EQ(ChangesSince(before), "");
   }
-}
-
-TEST_F(FileRedirectionTest, WithoutPermissionsTheCopyHasThoseOfItsFolder) {
   MakeFile(u"D:\\Target\\plain.txt", "as any new file there");
   EXPECT_EQ(AnswerTo({u"/RedirectFile", kSource, u"/loc:D:\\Target", u"/-NTFS"}), Succeeded("File Redirection", kWent));
-  EXPECT_EQ(test::Security(kTarget), test::Security(u"D:\\Target\\plain.txt"));
-  EXPECT_EQ(test::Describe(kTarget), item.substr(0, test::Describe(kTarget).size()));
+  EXPECT_EQ(Security(kTarget), Security(u"D:\\Target\\plain.txt"));
+  EXPECT_EQ(Describe(kTarget), item.substr(0, Describe(kTarget).size()));
   EXPECT_EQ(Remove().exitCode, 0);
-  EXPECT_EQ(test::Security(kSource), test::Security(u"D:\\Target\\plain.txt"));
+  EXPECT_EQ(Security(kSource), Security(u"D:\\Target\\plain.txt"));
 }
 
-// Each rule alone, and nothing changes.
 TEST_F(FileRedirectionTest, IsRefused) {
   for (const auto* folder :
        {u"D:\\Links", u"D:\\Closed", u"D:\\Blind", u"D:\\Folder", u"D:\\Folder\\file.txt", u"D:\\Hidden", u"D:\\Read"})
     MakeFolder(folder);
-  State before = Now();
-  const auto refused = [&](const std::u16string& source, const std::u16string& folder, const std::string& log) {
-    EXPECT_EQ(Answer(Redirect(source, folder)), Failed("File Redirection", log)) << Utf8(source + u" " + folder);
-    EXPECT_EQ(ChangesSince(before), "") << Utf8(source + u" " + folder);
-  };
-  const std::u16string to = u"D:\\Target";
-  refused(u"C:\\Data", to, "#ERROR: Source path 'C:\\Data' should be a file path.\n");
-  refused(u"C:\\Data\\no.txt", to, "#ERROR: Source file 'C:\\Data\\no.txt' doesn't exists. Error: 2\n");
-  refused(kSource + u":note", to, "#ERROR:Invalid path : SOURCE:note\n");
-  refused(kSource, u"D:", "#ERROR:Invalid path : D:\n");
-  refused(kSource, u"\\\\server\\share",
-          "#ERROR: Unable to get Drive Number for path  = \\\\server\\share.\n#ERROR: Target '\\\\server\\share' must "
-          "be a NTFS formatted volume. Browse to a different location.\n");
-  refused(kSource, u"C:\\data",
-          "Checking source folder equals to target.\nSource: SOURCE Target: SOURCE #ERROR: Cannot redirect when Source "
-          "and Target folder are the same. Browse to a different location.\n");
-  refused(kSource, u"C:\\Data\\inner",
-          "Checking source folder contained in target.\nSource: SOURCE Target: C:\\Data\\inner\\file.txt #ERROR: "
-          "Cannot redirect within the same Source folder. Browse to a different location.\n#INFO: Target "
-          "C:\\Data\\inner\\file.txt doesn't exists so checking free space using parent directory C:\\Data\\inner\n");
+  const auto refused = [&](const std::vector<Refusal>& rows) { ExpectRefused(u"/RedirectFile", rows); };
+  const std::u16string there = u"D:\\Target";
+  refused({{u"C:\\Data", there, "#ERROR: Source path 'C:\\Data' should be a file path.\n"},
+           {u"C:\\Data\\no.txt", there, "#ERROR: Source file 'C:\\Data\\no.txt' doesn't exists. Error: 2\n"},
+           {kSource + u":note", there, "#ERROR:Invalid path : SOURCE:note\n"},
+           {kSource, u"D:", "#ERROR:Invalid path : D:\n"},
+           {kSource, u"\\\\server\\share", "#ERROR: Target '\\\\server\\share' must be a NTFS formatted volume."},
+           {kSource, u"C:\\data", "#ERROR: Cannot redirect when Source and Target folder are the same."},
+           {kSource, u"C:\\Data\\inner", "#ERROR: Cannot redirect within the same Source folder."}});
 
   MakeFile(u"D:\\Target\\taken", "theirs");
   MakeFile(u"C:\\Data\\cloud.txt", "");
-  test::SetTag(u"C:\\Data\\cloud.txt", 0x9000001A);
+  SetTag(u"C:\\Data\\cloud.txt", 0x9000001A);
   MakeLink(u"C:\\Data\\link.txt", kSource);
-  MakeLink(u"C:\\Linked", u"C:\\Data", win32::SYMBOLIC_LINK_FLAG_DIRECTORY);
+  MakeLink(u"C:\\Linked", u"C:\\Data");
   MakeLink(u"D:\\Links\\file.txt", kSource);
   const std::u16string source247 = u"C:\\Data\\" + std::u16string(239, u's');
   MakeFile(source247, "long");
-  before = Now();
-  refused(kSource, u"D:\\Target\\taken", "#ERROR: Target directory 'D:\\Target\\taken' doesn't exists. Error: 80\n");
-  refused(u"C:\\Data\\cloud.txt", to,
-          "#ERROR: C:\\Data\\cloud.txt - Its contents are kept elsewhere (reparse tag 0x9000001A), by a cloud service, "
-          "deduplication or a storage tier. Bring them back to this disk and try again.\n");
-  refused(u"C:\\Data\\link.txt", to,
-          "#ERROR: Symbolic Link already exists for Source = C:\\Data\\link.txt and Target = SOURCE.\n");
-  refused(u"C:\\Linked\\file.txt", u"D:\\Other",
-          "#ERROR: The parent folder of C:\\Linked\\file.txt is Symbolic Link. Browse to a different location.\n#INFO: "
-          "Target D:\\Other\\file.txt doesn't exists so checking free space using parent directory D:\\Other\n");
-  refused(
-      kSource, u"D:\\Links",
-      "#ERROR: The target file 'D:\\Links\\file.txt' is already a Symbolic Link. Browse to a different location.\n");
-  refused(source247, to, "#ERROR: The specified path '" + Utf8(source247) + kTooLong);
   const std::u16string longest = u"D:\\" + std::u16string(246 - 3 - 9, u't');  // with "\file.txt" 246
   ASSERT_EQ(Redirect(kSource, longest).exitCode + Remove(longest).exitCode, 0);
-  before = Now();
-  refused(kSource, longest + u"t", "#ERROR: The specified path '" + Utf8(longest) + "t\\file.txt" + kTooLong);
+  const std::string tooLong = "' exceeds the system-defined maximum length of 248 characters.";
+  refused(
+      {{kSource, u"D:\\Target\\taken", "#ERROR: Target directory 'D:\\Target\\taken' doesn't exists. Error: 80\n"},
+       {u"C:\\Data\\cloud.txt", there, "#ERROR: C:\\Data\\cloud.txt - Its contents are kept elsewhere"},
+       {u"C:\\Data\\link.txt", there,
+        "#ERROR: Symbolic Link already exists for Source = C:\\Data\\link.txt and Target = SOURCE.\n"},
+       {u"C:\\Linked\\file.txt", u"D:\\Other", "#ERROR: The parent folder of C:\\Linked\\file.txt is Symbolic Link."},
+       {kSource, u"D:\\Links", "#ERROR: The target file 'D:\\Links\\file.txt' is already a Symbolic Link."},
+       {source247, there, "#ERROR: The specified path '" + Utf8(source247) + tooLong},
+       {kSource, longest + u"t", "t\\file.txt" + tooLong}});
 
-  test::SetSecurity(u"D:\\Closed", u"O:SYD:P(A;;0x1f01bf;;;WD)");  // all but one right
+  SetSecurity(u"D:\\Closed", u"O:SYD:P(A;;0x1f01bf;;;WD)");  // all but one right
   MakeFile(u"D:\\Blind\\file.txt", "theirs");
-  test::SetSecurity(u"D:\\Blind", u"O:SYD:P(A;;0x80;;;WD)");
+  SetSecurity(u"D:\\Blind", u"O:SYD:P(A;;0x80;;;WD)");
   MakeFile(u"C:\\Data\\secret.txt", "theirs");
-  test::SetSecurity(u"C:\\Data\\secret.txt", u"O:SYD:P(A;;FA;;;SY)(A;;0xd0000;;;WD)");
+  SetSecurity(u"C:\\Data\\secret.txt", u"O:SYD:P(A;;FA;;;SY)(A;;0xd0000;;;WD)");
   MakeFile(u"C:\\Data\\big.bin", std::string(AvailableBytes(u"E:\\").value_or(0), 'b'));  // not a byte is left
-  before = Now();
-  refused(kSource, u"D:\\Closed",
-          "#ERROR: The target folder D:\\Closed\\file.txt can not be created. Insufficient permissions. The minimum "
-          "permissions requirement to create the target folder is full control.\n#INFO: Target D:\\Closed\\file.txt "
-          "doesn't exists so checking free space using parent directory D:\\Closed\n");
-  refused(kSource, u"D:\\Blind",
-          "#ERROR: (Target) D:\\Blind - Insufficient permissions. The minimum permissions requirement is read & "
-          "execute.\n");
-  refused(u"C:\\Data\\secret.txt", to,
-          "#INFO: Target D:\\Target\\secret.txt doesn't exists so checking free space using parent directory "
-          "D:\\Target\n#ERROR: (Source) C:\\Data\\secret.txt - Insufficient permissions. The minimum permissions "
-          "requirement is read & execute.\n");
-  refused(u"C:\\Data\\big.bin", u"E:\\",
-          "#INFO: Target E:\\big.bin doesn't exists so checking free space using parent directory E:\\\n#ERROR: There "
-          "is not enough free disk space on target E:\\big.bin. Browse to a different location or delete one or more "
-          "files to free disk space, and try again.\n");
-
-  // These when the service has been stopped already.
   MakeFile(u"C:\\Data\\used.txt", "used");
   const auto used =
       machine->files().OpenForeign(4242, u"C:\\Data\\used.txt", win32::GENERIC_READ, win32::FILE_SHARE_READ);
   MakeFile(u"D:\\Read\\file.txt", "theirs", win32::FILE_ATTRIBUTE_READONLY);
   MakeFile(u"D:\\Hidden\\file.txt", "theirs", win32::FILE_ATTRIBUTE_HIDDEN);
   EXPECT_TRUE(win32::CreateHardLinkW(u"C:\\file.txt", kSource.c_str(), nullptr));
-  before = Now();
-  refused(u"C:\\Data\\used.txt", to,
-          "#INFO: Target D:\\Target\\used.txt doesn't exists so checking free space using parent directory "
-          "D:\\Target\n#ERROR: (Source) C:\\Data\\used.txt - File is locked.\n");
-  for (const std::u16string folder : {u"D:\\Read", u"D:\\Folder", u"D:\\Hidden"})
-    refused(kSource, folder,
-            "#INFO: The file SOURCE has 2 names. The others keep the file as it is now.\n#ERROR: Unable to copy file "
-            "from Source = SOURCE and Target = " +
-                Utf8(folder) + "\\file.txt. Error: 5\n");
-  refused(kSource, u"C:\\",
-          "#INFO: C:\\ is on the same volume as SOURCE: what is discarded there at a restart is discarded at both "
-          "places.\nChecking source folder equals to target.\nSource: SOURCE Target: C:\\file.txt #ERROR: Cannot "
-          "redirect when Source and Target folder are the same. Browse to a different location.\n");
+  const std::string twoNames =
+      "#INFO: The file SOURCE has 2 names. The others keep the file as it is now.\n#ERROR: Unable to copy file from "
+      "Source = SOURCE and Target = D:\\";
+  refused({{kSource, u"D:\\Closed", "#ERROR: The target folder D:\\Closed\\file.txt can not be created."},
+           {kSource, u"D:\\Blind", "#ERROR: (Target) D:\\Blind - Insufficient permissions."},
+           {u"C:\\Data\\secret.txt", there, "#ERROR: (Source) C:\\Data\\secret.txt - Insufficient permissions."},
+           {u"C:\\Data\\big.bin", u"E:\\", "#ERROR: There is not enough free disk space on target E:\\big.bin."},
+           // These when the service has been stopped already.
+           {u"C:\\Data\\used.txt", there, "#ERROR: (Source) C:\\Data\\used.txt - File is locked."},
+           {kSource, u"D:\\Read", twoNames + "Read\\file.txt. Error: 5\n"},
+           {kSource, u"D:\\Folder", twoNames + "Folder\\file.txt. Error: 5\n"},
+           {kSource, u"D:\\Hidden", twoNames + "Hidden\\file.txt. Error: 5\n"},
+           {kSource, u"C:\\", "#ERROR: Cannot redirect when Source and Target folder are the same."}});
   machine->files().CloseForeign(used);
-
   machine->FindByLetter(u'D')->fileSystem = u"FAT32";
-  refused(kSource, to,
-          "#ERROR: Target 'D:\\Target' must be a NTFS formatted volume. Browse to a different location.\n");
-  refused(u"D:\\Blind\\file.txt", u"E:\\",
-          "#ERROR: Source 'D:\\Blind\\file.txt' must be a NTFS formatted volume. Browse to a different location.\n");
+  refused({{kSource, there, "#ERROR: Target 'D:\\Target' must be a NTFS formatted volume."},
+           {u"D:\\Blind\\file.txt", u"E:\\", "#ERROR: Source 'D:\\Blind\\file.txt' must be a NTFS formatted volume."}});
 }
 
 // Nothing that is not this program's is removed, and nothing that is in use.
 TEST_F(FileRedirectionTest, RemovalIsRefused) {
-  State before = Now();
-  const auto refused = [&](const std::u16string& location, const std::string& log, Service service) {
-    EXPECT_EQ(Answer(Remove(location)), Removal(false, log, service));
-    EXPECT_EQ(ChangesSince(before), "");
-    before = Now();
-  };
   machine->services().SetState(kQuillbayService, win32::SERVICE_STOPPED);
   Remove();  // a failure, too, ends with a service without work switched off
-  before = Now();
-  refused(u"D:\\No", "#ERROR: Target = D:\\No\\file.txt Path Does Not Exist.\n", Service::IsIdle);
+  ExpectNotRemoved("#ERROR: Target = D:\\No\\file.txt Path Does Not Exist.\n", Service::IsIdle, u"D:\\No");
   MakeFile(kTarget, "theirs");
-  before = Now();
-  refused(u"D:\\Target", "#ERROR: Symbolic Link doesn't exists for Source = SOURCE.\n", Service::IsIdle);
+  ExpectNotRemoved("#ERROR: Symbolic Link doesn't exists for Source = SOURCE.\n");
   Delete(kSource);
-  before = Now();
-  refused(u"D:\\Target", "#ERROR: Source = SOURCE Path Does Not Exist.\n", Service::IsIdle);
+  ExpectNotRemoved("#ERROR: Source = SOURCE Path Does Not Exist.\n");
+  const std::string notOurs =
+      "#ERROR: Symbolic Link wasn't created by Quillbay for Source = SOURCE and Target = TARGET.\n";
   MakeLink(kSource, kTarget);
-  before = Now();
-  refused(u"D:\\Target", "#ERROR: Symbolic Link wasn't created by Quillbay for Source = SOURCE and Target = TARGET.\n",
-          Service::IsIdle);
+  ExpectNotRemoved(notOurs);
 
   // Recorded, but made anew by somebody since.
   Delete(kSource);
@@ -189,15 +194,12 @@ TEST_F(FileRedirectionTest, RemovalIsRefused) {
   ASSERT_EQ(Redirect().exitCode, 0);
   Delete(kSource);
   MakeLink(kSource, u"D:\\Target\\other.txt");
-  before = Now();
-  refused(u"D:\\Target", "#ERROR: Symbolic Link wasn't created by Quillbay for Source = SOURCE and Target = TARGET.\n",
-          Service::HasWork);
+  ExpectNotRemoved(notOurs, Service::HasWork);
   Delete(kSource);
   MakeLink(kSource, kTarget);
   const auto held = machine->files().OpenForeign(
       4242, kTarget, win32::GENERIC_WRITE, win32::FILE_SHARE_READ | win32::FILE_SHARE_WRITE | win32::FILE_SHARE_DELETE);
-  before = Now();
-  refused(u"D:\\Target", "#ERROR: (Target) TARGET - File is locked.\n", Service::HasWork);
+  ExpectNotRemoved("#ERROR: (Target) TARGET - File is locked.\n", Service::HasWork);
   machine->files().CloseForeign(held);
   EXPECT_EQ(Remove().exitCode, 0);
 }
@@ -297,31 +299,183 @@ TEST_F(FileRedirectionTest, ARedirectedFileGoesNoFurther) {
   const std::u16string third = u"C:\\Third\\file.txt";
   MakeFolder(u"C:\\Third");
   ASSERT_EQ(Redirect().exitCode, 0);
-  EXPECT_EQ(Answer(Redirect(kTarget, u"C:\\Third")), Failed("File Redirection",
-                                                            "#ERROR: TARGET belongs to another redirection, Source = "
-                                                            "SOURCE and Target = TARGET. Remove that one first.\n"));
+  ExpectRefused(u"/RedirectFile", {{kTarget, u"C:\\Third",
+                                    "#ERROR: TARGET belongs to another redirection, Source = SOURCE and Target = "
+                                    "TARGET. Remove that one first.\n"}});
   ExpectRedirected();
 
   ASSERT_TRUE(win32::MoveFileExW(kTarget.c_str(), third.c_str(), win32::MOVEFILE_COPY_ALLOWED));
   MakeLink(kTarget, third);
-  machine->registry().SetText(test::kQuillbay + u"\\FileJunctions\\1", u"Target", third);
+  machine->registry().SetText(kQuillbay + u"\\FileJunctions\\1", u"Target", third);
   ASSERT_EQ(AddJunctionRegKey(kTarget.c_str(), third.c_str(), 1), 1);
-  const auto refuse = [&] {
-    const State before = Now();
-    EXPECT_EQ(Answer(Remove(u"C:\\Third")),
-              Removal(false,
-                      "#ERROR: Symbolic Link SOURCE leads through another redirection, Source = TARGET and Target = "
-                      "C:\\Third\\file.txt. Remove that one first.\n",
-                      Service::HasWork));
-    EXPECT_EQ(ChangesSince(before), "");
-  };
-  refuse();
+  const std::string leadsOn =
+      "#ERROR: Symbolic Link SOURCE leads through another redirection, Source = TARGET and Target = "
+      "C:\\Third\\file.txt. Remove that one first.\n";
+  ExpectNotRemoved(leadsOn, Service::HasWork, u"C:\\Third");
   Delete(kSource);
   MakeLink(kSource, third);  // past the second one, as it is when the folder around it was moved since
-  refuse();
+  ExpectNotRemoved(leadsOn, Service::HasWork, u"C:\\Third");
   ASSERT_EQ(Run({u"/RedirectFile", kTarget, u"/loc:C:\\Third", u"/d"}).exitCode, 0);
   EXPECT_EQ(AllRecords(u"FileJunctions"), (Records{{u"1", {kSource, kTarget}}}));
   EXPECT_TRUE(Contents(kTarget) == kText);
+}
+
+// Whichever call fails and wherever the machine stops dead: the file is complete at one of its two places.
+class EveryCallOfAFile : public FileRedirectionTest {
+ protected:
+  using Words = std::initializer_list<std::u16string>;
+
+  static bool IsComplete(const std::u16string& path) {
+    return !IsLink(path) && Contents(path) == kText && Contents(path + u":note") == "a named stream";
+  }
+  // Somebody's file of its name, where it was or kept beside it.
+  void MakeTheirs() {
+    MakeFile(kTarget, "theirs");
+    SetSecurity(kTarget, u"O:SYD:P(A;;FA;;;BA)");
+    replaces = true;
+  }
+  bool TheirsIsThere() const {
+    return !replaces || Contents(kTarget) == "theirs" || Contents(kTarget + u".kept1") == "theirs";
+  }
+  // All but its owner; entries that were inherited may be its own.
+  static std::string WithoutOwner(const std::u16string& path) {
+    std::string entries = Utf8(Entries(path));
+    for (std::size_t at = 0; (at = entries.find(";ID;")) != std::string::npos;) entries.erase(at + 1, 2);
+    return Describe(path) + entries;
+  }
+  void ExpectNothingLost(const std::string& when) override {
+    const std::u16string& place = IsComplete(kSource) ? kSource : kTarget;
+    EXPECT_TRUE(WithoutOwner(place) == described) << when;
+    EXPECT_TRUE(place == kTarget || TheirsIsThere()) << when;
+  }
+  void StopAtEach(Words words) {
+    AtEveryMoment(
+        *machine, [&](auto& on) { return RunProgram(on, words); },
+        [&](emulated::Machine& after, const std::string& moment) {
+          for (const auto* const privilege : {u"SeBackupPrivilege", u"SeRestorePrivilege"})
+            after.process.token->EnablePrivilege(privilege, true);
+          EXPECT_TRUE(IsComplete(kTarget) || (IsComplete(kSource) && TheirsIsThere())) << moment;
+        });
+  }
+
+  const std::string described = WithoutOwner(kSource);
+  bool replaces = false;
+};
+
+const std::string kOf = " Source = SOURCE and Target = TARGET.",
+                  kNotLinked = "#ERROR: Unable to create junction for" + kOf + "\n";
+const std::string kCopyFailed = "#ERROR: Unable to copy file from" + kOf + " Error: 5\n";
+const std::string kKept = "#INFO: The file TARGET is kept as TARGET.kept1 until it can be replaced.\n";
+const std::string kNoRecord =
+    "gone: QUILLBAY\\FileJunctions\\1 Source = SOURCE\ngone: QUILLBAY\\FileJunctions\\1 Target = TARGET\n";
+const std::string kIdle = "gone: service: 4, starts 2\nnew: service: 1, starts 3\n";
+
+TEST_F(EveryCallOfAFile, OfARedirectionIsTakenBackOrItsLogTellsWhereTheFileIs) {
+  const std::string notBack =
+      "#ERROR: Unable to copy back file from" + kOf + " Error: 5\n#ERROR: The file stays in TARGET.\n";
+  const std::string notRecorded = "#ERROR: Unable to add Junction Point to Registry for" + kOf + "\n";
+  const std::string notCarried = "#ERROR: Unable to copy times, attributes and permissions from ";
+  const std::string gone = kKept + kGone, stays = "changed: TARGET\nnew: TARGET.kept1\n";
+  MakeTheirs();
+  ExpectFailures(
+      {u"/RedirectFile", kSource, u"/loc:D:\\Target"},
+      [](const Failure& row) {
+        return row.done ? Succeeded("File Redirection", row.log) : Failed("File Redirection", row.log);
+      },
+      {
+          {"MoveFileW 1", kCopyFailed},
+          {"CopyFileW 1", kKept + kCopyFailed},
+          {"SetFileTime 1", kKept + notCarried + "SOURCE to TARGET. Access is denied.\n\n"},
+          {"GetFileSecurityW 3", kKept + kNotLinked},
+          {"CreateSymbolicLinkW 1", gone + kNotLinked + kBack},
+          {"RegCreateKeyExW 1", gone + notRecorded + kBack},
+          // Not all can be taken back.
+          {"CreateSymbolicLinkW 1, CopyFileW 2", gone + kNotLinked + notBack, "gone: SOURCE\n" + stays},
+          {"CreateSymbolicLinkW 1, SetFileTime 2",
+           gone + kNotLinked + notCarried + "TARGET to SOURCE. Access is denied.\n\n" + kBack, "changed: SOURCE\n"},
+          {"RegCreateKeyExW 1, DeleteFileW 2",
+           gone + notRecorded + "#ERROR: Unable to delete Symbolic Link SOURCE. Access is denied.\n\n" + notBack,
+           "changed: SOURCE\n" + stays},
+          {"RegCreateKeyExW 1, DeleteFileW 3",
+           gone + notRecorded + kBack +
+               "#INFO: The file TARGET could not be removed. Access is denied.\n\n#ERROR: Unable to put the file "
+               "TARGET "
+               "back. It stays in TARGET.kept1. Cannot create a file when that file already exists.\n\n",
+           stays},
+      });
+  RefuseEachCall(
+      {u"/RedirectFile", kSource, u"/loc:D:\\Target"},
+      {{"changed: TARGET\n", u"was successful."},  // without the privilege to give it its owner
+       {"gone: SOURCE\n" + stays, u"#ERROR: The file stays in D:\\Target\\file.txt."},
+       {"new: TARGET.kept1\n", u"#INFO: The file D:\\Target\\file.txt.kept1 could not be removed."},
+       {"gone: service: 4, starts 2\nnew: service: 1, starts 2\n", u"#ERROR: Failed to start Quillbay Service."}});
+  ExpectFailures({u"/RedirectFile", kSource, u"/loc:D:\\New\\Deep"},
+                 [](const Failure& row) { return Failed("File Redirection", row.log); },
+                 {{"SHCreateDirectoryExW 1", "#ERROR: Target directory 'D:\\New\\Deep' doesn't exists. Error: 5\n"}});
+}
+
+TEST_F(EveryCallOfAFile, OfARemovalIsTakenBackUnlessTheFileIsHome) {
+  ASSERT_EQ(Redirect().exitCode, 0);
+  const std::string notRelinked = "#ERROR: Unable to re-create symlink for" + kOf + "\n#INFO: The file is complete in ",
+                    atHome = "changed: SOURCE\ngone: TARGET\n";
+  ExpectFailures(
+      {u"/RedirectFile", kSource, u"/loc:D:\\Target", u"/d"},
+      [](const Failure& row) {
+        return Removal(row.done, row.log,
+                       row.changes.find("starts 3") == std::string::npos ? Service::HasWork : Service::IsIdle);
+      },
+      {
+          {"CreateFileW 5", kCopyFailed},
+          {"SetFileTime 1",
+           kLinked +
+               "#ERROR: Unable to copy times, attributes and permissions from TARGET to SOURCE. Access is denied.\n\n"},
+          {"MoveFileW 1", kLinked + kCopyFailed},
+          {"MoveFileW 1, CreateFileW 14", kLinked + kCopyFailed + notRelinked + "TARGET.\n", "gone: SOURCE\n"},
+          {"RegDeleteKeyW 1",
+           kCame + "#ERROR: Unable to remove Symbolic Link from Registry for" + kOf + "\n" + notRelinked + "SOURCE.\n",
+           atHome},
+          {"RegQueryInfoKeyW 5",
+           kCame + "#ERROR: Unable to update redirected file path in registry.\n" + notRelinked + "SOURCE.\n",
+           atHome + kNoRecord + kIdle},
+          {"DeleteFileW 2", kCame + "#INFO: The file TARGET could not be removed. Access is denied.\n\n",
+           "changed: SOURCE\n" + kNoRecord + kIdle, "", true},
+      });
+  const std::u16string told = u"#ERROR: Unable to re-create symlink for Source = C:\\Data\\file.txt";
+  RefuseEachCall({u"/RedirectFile", kSource, u"/loc:D:\\Target", u"/d"},
+                 {{"changed: SOURCE\n", u"was successful."},
+                  {"gone: SOURCE\n", u"#INFO: The file is complete in D:\\Target\\file.txt."},
+                  {"new: SOURCE.copy1\n", u"#INFO: The file C:\\Data\\file.txt.copy1 could not be removed."},
+                  {"new: TARGET\n", u"#INFO: The file D:\\Target\\file.txt could not be removed."},
+                  {atHome, told},
+                  {atHome + kNoRecord + kIdle, told},
+                  {"gone: service: 1, starts 3\nnew: service: 4, starts 2\n", u"Enabled: 1"},
+                  {"gone: service: 1, starts 3\nnew: service: 1, starts 2\n", u" failed (5)"},
+                  {"gone: service: 1, starts 3\nnew: service: 4, starts 3\n", u"Service disabled successfully."}});
+}
+
+TEST_F(EveryCallOfAFile, MayBeTheLastBeforeThePowerFails) {
+  MakeTheirs();
+  StopAtEach({u"/RedirectFile", kSource, u"/loc:D:\\Target"});
+  replaces = false;
+  StopAtEach({u"/RedirectFile", kSource, u"/loc:D:\\Target", u"/d"});
+}
+
+// Somebody may have put a file in the place of the link, an unfinished copy from a backup, say.
+TEST_F(EveryCallOfAFile, LosesNoWholeCopyToAnUnfinishedFileInThePlaceOfTheLink) {
+  ASSERT_EQ(Redirect().exitCode, 0);
+  Delete(kSource);
+  const std::string unfinished(kText.size(), '\0');
+  MakeFile(kSource, unfinished);
+  ExpectNotRemoved("#ERROR: Symbolic Link doesn't exists for Source = SOURCE.\n", Service::HasWork);
+  ASSERT_TRUE(win32::SetFileAttributesW(kTarget.c_str(), win32::FILE_ATTRIBUTE_NORMAL));  // or it is not replaced
+  EXPECT_EQ(Answer(Redirect()),
+            Succeeded("File Redirection", kKept + kGone +
+                                              "ERROR: Source and Target Path already exists in Registry.\n#INFO: The "
+                                              "file that was TARGET before stays in TARGET.kept1.\n"));
+  EXPECT_TRUE(IsComplete(kTarget + u".kept1"));
+  EXPECT_EQ(Remove().exitCode, 0);
+  EXPECT_EQ(Contents(kSource), unfinished);
+  EXPECT_TRUE(IsComplete(kTarget + u".kept1"));
 }
 
 }  // namespace
