@@ -33,14 +33,12 @@ TEST_F(Records, AreStoredOnceAndWithoutTerminatorInThe32BitView) {
   EXPECT_EQ(stored->data.size(), 9u * 2);
   EXPECT_FALSE(machine->registry().KeyExists(u"HKLM\\SOFTWARE\\Velmora\\Quillbay\\Junctions"));
   EXPECT_EQ(FindJunctionRegKey(u"c:\\data", u"d:\\t\\DATA", 0), u"SOFTWARE\\Velmora\\Quillbay\\Junctions\\1");
-  EXPECT_EQ(FindJunctionRegKey(u"C:\\Data", nullptr, 0), u"");
+  EXPECT_FALSE(AddJunctionRegKey(nullptr, nullptr, 0) || !FindJunctionRegKey(u"C:\\Data", nullptr, 0).empty());
   ASSERT_EQ(AddJunctionRegKey(u"C:\\f.txt", u"D:\\f.txt", 1), 1);
   EXPECT_EQ(All(u"HKLM\\SOFTWARE\\Wow6432Node\\Velmora\\Quillbay\\FileJunctions"),
             (Map{{u"1", u"C:\\f.txt > D:\\f.txt"}}));
   EXPECT_EQ(AddJunctionRegKey(u"c:\\DATA", u"d:\\t\\data", 0), 0);
   EXPECT_EQ(LastLine(), u"ERROR: Source and Target Path already exists in Registry.");
-  EXPECT_EQ(AddJunctionRegKey(nullptr, nullptr, 0), 0);
-  EXPECT_EQ(LastLine(), u"ERROR: Source or target path missing.");
   EXPECT_EQ(AddJunctionRegKey(u"C:\\Data", u"D:\\Other", 0), 1);
   EXPECT_EQ(All(), (Map{{u"1", u"C:\\Data > D:\\T\\Data"}, {u"2", u"C:\\Data > D:\\Other"}}));
 
@@ -162,8 +160,6 @@ TEST(PathText, CutsAndComparesByComponents) {
   EXPECT_FALSE(IsSameOrBelow(u"C:\\Database", u"C:\\Data") || IsSameOrBelow(u"C:\\Data", u""));
   EXPECT_EQ(ReplaceFolder(u"C:\\Data\\x", u"C:\\", u"D:\\T"), u"D:\\T\\Data\\x");
   EXPECT_EQ(ReplaceFolder(u"C:\\Data\\x", u"c:\\data\\", u"D:\\"), u"D:\\x");
-  EXPECT_EQ(WithoutTrailingBackslash(u"C:\\Data\\\\") + WithoutTrailingBackslash(u"C:\\"), u"C:\\DataC:\\");
-  EXPECT_EQ(JoinPath(u"D:\\", u"x") + LastComponent(u"x"), u"D:\\xx");
   for (const std::size_t length : {259u, 260u})
     EXPECT_EQ(ExtendedPath(std::u16string(length, u'x')).size(), length == 259 ? 259u : 264u);
   for (const auto* path : {u"C:\\a\\..\\b", u".", u"C:/./a", u"C:\\a\\.."}) EXPECT_TRUE(HasDotComponents(path));
