@@ -10,7 +10,6 @@ class StationWorld(World):
         super().__init__(strings, checks)
         self.station = Station(build, folder)
         self.station("create", "--drive", "C:64M", "--volume", "16M")
-        self.set_service("demand")
 
     def start(self, *arguments):
         done = self.station.qbc(*arguments, ok=None)
@@ -41,21 +40,13 @@ class StationWorld(World):
     def set_value(self, key, name, text):
         self.station("reg", "add", key, name, "sz", text)
 
-    def delete_key(self, key):
-        self.station("reg", "delete", key)
-
-    def has_key(self, key):
-        return self.station("reg", "query", key, ok=None).returncode == 0
-
     def set_service(self, start):
         self.station("service", "set", "QuillbayService", start)
 
     def service(self):
-        for line in self.station("service", "list").stdout.decode().splitlines():
-            words = line.split()
-            if words[0] == "QuillbayService":
-                return words[1], {"0x2": "auto", "0x3": "demand", "0x4": "disabled"}[words[3]]
-        return None
+        services = [line.split() for line in self.station("service", "list").stdout.decode().splitlines()]
+        _, state, _, start, *_ = next(words for words in services if words[0] == "QuillbayService")
+        return state, {"0x2": "auto", "0x3": "demand"}[start]
 
     def set_rimehold(self, status):
         self.station("rimehold", status or "absent")

@@ -28,16 +28,3 @@ def on_station(build, folder, names, said):
         said(f"{name}: {checks.passed - before} checks")
     world.station.require_sound("C")
     return checks.failures
-
-
-def on_wine(prefix, build, checks):
-    """The stories by their names, as functions without arguments; all are told in one world."""
-    from wine_world import WineWorld
-    worlds = []
-
-    def telling(story):
-        def tell():
-            worlds[:] = worlds or [WineWorld(prefix, build, STRINGS, checks)]
-            story(*worlds)
-        return tell
-    return {name: telling(story) for name, story in STORIES.items()}

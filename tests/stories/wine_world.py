@@ -1,7 +1,7 @@
 """The stories' world in a Wine prefix, with a real service program."""
 import shutil
 
-from world import CONFIG, LOG, SERVICE_FOLDER, World
+from world import SERVICE_FOLDER, World
 
 SERVICE, RIMEHOLD = "QuillbayService", "RHServ"
 RIMEHOLD_STATUS = "HKLM\\Software\\Velmora\\Rimehold 6"
@@ -17,13 +17,9 @@ class WineWorld(World):
 
     def __init__(self, prefix, build, strings, checks):
         super().__init__(strings, checks)
-        self.prefix, self.build, self.file = prefix, build, prefix.host_path
-        self.set_value, self.delete_key, self.has_key = prefix.set_value, prefix.delete_key, prefix.has_key
-        for left in (LOG, CONFIG):
-            self.file(left).unlink(missing_ok=True)
+        self.prefix, self.build, self.file, self.set_value = prefix, build, prefix.host_path, prefix.set_value
         # As Windows has it; Wine writes C:\users.
         self.set_value(PROFILE_LIST, "ProfilesDirectory", "%SystemDrive%\\Users", "REG_EXPAND_SZ")
-        self.set_service("demand")
 
     def _create_service(self, folder, name, start):
         executable = f"{folder}\\{name}.exe"
@@ -32,8 +28,7 @@ class WineWorld(World):
         self.prefix.create_service(name, executable, start)
 
     def start(self, *arguments):
-        result = self.prefix.run(self.build / "QBC.exe", *arguments)
-        return result.output, result.code
+        return self.prefix.run(self.build / "QBC.exe", *arguments)
 
     def read(self, path):
         return self.file(path).read_bytes() if self.file(path).is_file() else None
@@ -64,13 +59,13 @@ class WineWorld(World):
         key = f"HKLM\\System\\CurrentControlSet\\Services\\{SERVICE}"
         start = self.prefix.tool("reg", "query", key, "/v", "Start").text.split()[-1]
         return (next(word for word in ("running", "stopped", "pending", "") if word.upper() in state),
-                {"0x2": "auto", "0x3": "demand", "0x4": "disabled"}[start])
+                {"0x2": "auto", "0x3": "demand"}[start])
 
     def start_service(self):
         self.prefix.start_service(SERVICE)
 
-    def held(self, path):
-        return self.prefix.holding(self.build / "wine" / "hold.exe", "open", path, "read", "none")
+    def held(self, *what):
+        return self.prefix.holding(self.build / "wine" / "hold.exe", *what)
 
     def set_rimehold(self, status):
         if status is None:

@@ -6,13 +6,12 @@ read(path)                      the bytes of a file of drive C; None where there
 write(path, data)               makes a file, its folders with it, or replaces what it held
 remove(path), make_folder(path)
 names(path)                     the sorted names in a folder; None where there is none
-set_value(key, name, text), delete_key(key), has_key(key)
-                                keys as "HKLM\\SOFTWARE\\...", in the view of 64-bit programs; setting makes the key
+set_value(key, name, text)      makes the key, "HKLM\\SOFTWARE\\...", in the view of 64-bit programs
 set_service(start)              gives QuillbayService this start type ("auto" or "demand") and stops it where it does
                                 not start itself
 service()                       the state and the start type of QuillbayService, as in ("running", "auto")
-start_service(), held(path)     starts it whatever its start type; a context in which another program has the file open
-                                and shares it with nobody. Only with other programs
+start_service()                 starts it whatever its start type: only with other programs, as
+held(path, access, share)       a context in which another program has the file open so
 set_rimehold(status)            Rimehold is on the machine with this status; it is not with None
 volume()                        the name of a volume without a drive letter"""
 import re

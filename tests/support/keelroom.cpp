@@ -26,10 +26,6 @@ void PutKeeldisk(emulated::Machine& machine, emulated::ByteView driver) {
     throw std::runtime_error("the driver cannot be put down");
 }
 
-void InstallKeeldisk(emulated::Machine& machine, std::string_view version) {
-  PutKeeldisk(machine, KeeldiskDriver(version));
-}
-
 void AddKeelroomVolume(emulated::Machine& machine, std::u16string_view key, std::u16string_view drive) {
   const std::u16string path =
       u"HKLM\\SYSTEM\\CurrentControlSet\\Services\\Keeldisk\\Parameters\\" + std::u16string(key);

@@ -12,7 +12,9 @@ emulated::Bytes KeeldiskDriver(std::string_view version);  // "7.99", "8.32", "8
 
 // Puts these bytes where the driver lies; the driver of that version.
 void PutKeeldisk(emulated::Machine& machine, emulated::ByteView driver);
-void InstallKeeldisk(emulated::Machine& machine, std::string_view version);
+inline void InstallKeeldisk(emulated::Machine& machine, std::string_view version) {
+  PutKeeldisk(machine, KeeldiskDriver(version));
+}
 // The record of a volume, by the name of its key, that is mounted as `drive` ("T:").
 void AddKeelroomVolume(emulated::Machine& machine, std::u16string_view key, std::u16string_view drive);
 

@@ -10,7 +10,6 @@
 #include "win32/emulated/text.h"
 
 namespace test {
-
 namespace {
 
 std::u16string WithoutCarriageReturns(std::u16string text) {
@@ -18,17 +17,12 @@ std::u16string WithoutCarriageReturns(std::u16string text) {
   return text;
 }
 
-std::u16string FromLittleEndian(std::string_view bytes) {
+// What came to the log file behind its first `before` bytes; its byte-order mark is no text.
+std::u16string Added(std::string_view bytes, std::size_t before) {
   std::u16string text;
-  for (std::size_t i = 0; i + 1 < bytes.size(); i += 2)
+  for (std::size_t i = before == 0 ? 2 : before; i + 1 < bytes.size(); i += 2)
     text += static_cast<char16_t>(static_cast<unsigned char>(bytes[i]) | static_cast<unsigned char>(bytes[i + 1]) << 8);
   return text;
-}
-
-// What came to the log file behind its first `before` bytes; its byte-order mark is no text.
-std::string Added(const std::string& bytes, std::size_t before) {
-  const std::size_t from = before == 0 ? 2 : before;
-  return bytes.size() > from ? bytes.substr(from) : std::string();
 }
 
 }  // namespace
@@ -79,7 +73,7 @@ RunResult RunProgram(emulated::Machine& machine, const std::vector<std::u16strin
   result.console = WithoutCarriageReturns(emulated::Utf16(emulated::OemToUtf8(machine.console, machine.oemCodePage)));
   const std::u16string banner = LoadResourceString(101);
   result.said = result.console.starts_with(banner) ? result.console.substr(banner.size()) : result.console;
-  result.log = WithoutCarriageReturns(FromLittleEndian(Added(LogBytes(machine), logged)));
+  result.log = WithoutCarriageReturns(Added(LogBytes(machine), logged));
   const std::size_t second = std::min(result.log.find(u'\n', 1), result.log.size());
   const std::size_t third = std::min(result.log.find(u'\n', second + 1), result.log.size());
   if (const std::u16string line = result.log.substr(second, third - second); line.find(u", Quillbay ") != line.npos) {

@@ -14,8 +14,6 @@ UniqueFile OpenItself(const std::u16string& path, DWORD access) {
   return contract::Open(path, access, contract::kShareAll, OPEN_EXISTING, contract::kOpenLink);
 }
 
-std::uint64_t Number(FILETIME time) { return (std::uint64_t{time.dwHighDateTime} << 32) | time.dwLowDateTime; }
-
 std::u16string SecurityText(const std::u16string& path, DWORD information) {
   UniqueLocalMemory descriptor, memory;
   if (GetNamedSecurityInfoW(path.c_str(), SE_OBJECT_TYPE::SE_FILE_OBJECT, information, nullptr, nullptr, nullptr,
@@ -41,7 +39,6 @@ void DescribeBelow(const std::u16string& root, const std::u16string& below, Tree
 }  // namespace
 
 void MakeFolder(const std::u16string& path) { contract::MakeDirectory(path); }
-
 void MakeFile(const std::u16string& path, std::string_view contents, DWORD attributes) {
   contract::Put(path, contents);
   ASSERT_TRUE(attributes == 0 || SetFileAttributesW(path.c_str(), attributes));
@@ -109,8 +106,11 @@ std::string Streams(const std::u16string& path) {
 std::string Describe(const std::u16string& path) {
   FILETIME creation{}, access{}, write{};
   if (!GetFileTime(OpenItself(path, FILE_READ_ATTRIBUTES).get(), &creation, &access, &write)) return "(unreadable)";
-  return "attributes " + std::to_string(Attributes(path)) + " created " + std::to_string(Number(creation)) +
-         " written " + std::to_string(Number(write)) + " holds " + Streams(path);
+  const auto number = [](FILETIME time) {
+    return std::to_string((std::uint64_t{time.dwHighDateTime} << 32) | time.dwLowDateTime);
+  };
+  return "attributes " + std::to_string(Attributes(path)) + " created " + number(creation) + " written " +
+         number(write) + " holds " + Streams(path);
 }
 
 Tree DescribeTree(const std::u16string& root) {

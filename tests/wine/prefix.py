@@ -1,4 +1,5 @@
 """A throw-away Windows under Wine: its own folder, its own server, nothing left behind."""
+import collections
 import contextlib
 import ctypes
 import pathlib
@@ -21,10 +22,7 @@ def load_at_fixed_addresses():
         print("note: addresses stay random here, so one start in thousands will fail", flush=True)
 
 
-class Result:
-    def __init__(self, code, output):
-        self.code, self.output = code, output
-
+class Result(collections.namedtuple("Result", "output code")):
     @property
     def text(self):
         """Standard output as a console of code page 437 shows it, with plain line ends."""
@@ -71,7 +69,7 @@ class Prefix:
             except subprocess.TimeoutExpired:
                 code = f"still running after {timeout} s"
             output.seek(0)
-            return Result(code, output.read())
+            return Result(output.read(), code)
 
     @contextlib.contextmanager
     def holding(self, program, *arguments):

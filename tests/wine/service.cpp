@@ -19,40 +19,32 @@ void Report(DWORD state) {
   SetServiceStatus(statusHandle, &status);
 }
 
-DWORD WINAPI Control(DWORD control, DWORD, void*, void*) {
-  if (control == SERVICE_CONTROL_INTERROGATE) return NO_ERROR;
-  if (control != SERVICE_CONTROL_STOP) return ERROR_CALL_NOT_IMPLEMENTED;
+void WINAPI Control(DWORD control) {
+  if (control != SERVICE_CONTROL_STOP) return;
   Report(SERVICE_STOP_PENDING);
   SetEvent(stopped);
-  return NO_ERROR;
-}
-
-void KeepRecord(const char* data, DWORD size) {
-  wchar_t path[MAX_PATH] = {};
-  GetModuleFileNameW(nullptr, path, MAX_PATH);
-  const std::wstring own = path;
-  if (FILE* const file = _wfopen((own.substr(0, own.rfind(L'\\')) + L"\\record.bin").c_str(), L"ab")) {
-    std::fwrite(data, 1, size, file);
-    std::fclose(file);
-  }
 }
 
 DWORD WINAPI ServePipe(void*) {
+  std::wstring path(MAX_PATH, L'\0');
+  path.resize(GetModuleFileNameW(nullptr, path.data(), MAX_PATH));
+  path.replace(path.rfind(L'\\') + 1, path.npos, L"record.bin");
+  FILE* const record = _wfopen(path.c_str(), L"ab");
   std::vector<char> buffer(65536);
   const HANDLE pipe =
       CreateNamedPipeW(L"\\\\.\\pipe\\QBDataPipe", PIPE_ACCESS_INBOUND, PIPE_TYPE_MESSAGE | PIPE_READMODE_MESSAGE, 1,
                        static_cast<DWORD>(buffer.size()), static_cast<DWORD>(buffer.size()), 0, nullptr);
   while (ConnectNamedPipe(pipe, nullptr) || GetLastError() == ERROR_PIPE_CONNECTED) {
     for (DWORD read = 0; ReadFile(pipe, buffer.data(), static_cast<DWORD>(buffer.size()), &read, nullptr);)
-      KeepRecord(buffer.data(), read);
+      std::fwrite(buffer.data(), 1, read, record);
+    std::fflush(record);
     DisconnectNamedPipe(pipe);
   }
   return 0;
 }
 
 void WINAPI Run(DWORD, wchar_t**) {
-  statusHandle = RegisterServiceCtrlHandlerExW(L"", Control, nullptr);
-  if (!statusHandle) return;
+  statusHandle = RegisterServiceCtrlHandlerW(L"", Control);
   CreateThread(nullptr, 0, ServePipe, nullptr, 0, nullptr);
   Report(SERVICE_RUNNING);
   WaitForSingleObject(stopped, INFINITE);

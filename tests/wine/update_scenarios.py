@@ -3,6 +3,8 @@ import http.server
 import socket
 import threading
 
+from scenarios import shows
+
 SETTINGS = "HKCU\\Software\\Microsoft\\Windows\\CurrentVersion\\Internet Settings"
 LATEST, UPDATE = b"<RESULT>LATEST</RESULT>", b"<RESULT>UPDATE</RESULT>"
 CHUNKED = b"HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\n"
@@ -25,9 +27,9 @@ def asked(world, answer):
         server.requests, server.answer = [], answer
         threading.Thread(target=server.serve_forever, args=(0.05,), daemon=True).start()
         set_proxy(world, server.server_address[1])
-        result = world.qbc("/CheckForUpdate")
+        run = world.start("/CheckForUpdate")
         server.shutdown()
-    return result, server.requests
+    return run, server.requests
 
 
 def set_proxy(world, port):
@@ -57,15 +59,12 @@ def update_check(world):
             ("latest", reply(LATEST), 0), ("a failure", reply(LATEST, "500 Internal Server Error"), 2),
             ("in chunks", lambda stream: stream.write(CHUNKED + b"17\r\n" + UPDATE + b"\r\n0\r\n\r\n"), 1),
             ("cut off", lambda stream: stream.write(b"HTTP/1.1 200 OK\r\nContent-Length: 5000\r\n\r\n" + LATEST), 2)):
-        result, requests = asked(world, answer)
-        world.expect(f"update check: {name}", result, world.banner + messages[code], code)
+        run, requests = asked(world, answer)
+        shows(world, f"update check: {name}", run, messages[code], code)
         if name == "latest":
             check_request(world.checks, requests[0])
     with socket.socket() as unused:
         unused.bind(("127.0.0.1", 0))
         set_proxy(world, unused.getsockname()[1])
-        world.expect("update check: nobody there", world.qbc("/CheckForUpdate"), world.banner + messages[2], 2)
+        shows(world, "update check: nobody there", world.start("/CheckForUpdate"), messages[2], 2)
     set_proxy(world, 0)
-
-
-ALL = [update_check]
