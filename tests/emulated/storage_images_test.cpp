@@ -40,7 +40,8 @@ void ExpectSound(const std::filesystem::path& image) {
 class StorageImages : public testing::Test {
  protected:
   StorageImages() {
-    for (const auto* const name : {"C.ntfs", "D.ntfs"}) test::FreshNtfsFile(folder_ / name, 16, "Data");
+    for (const auto* const name : {"C.ntfs", "D.ntfs"})
+      EXPECT_TRUE(test::FreshNtfs(16, "Data")->SaveTo(folder_ / name));
   }
 
   struct Opened {

@@ -5,11 +5,13 @@ user knows it: the old place of what was redirected, wherever its contents are. 
     QBC_LIVES=1-300 tests/outside/run BUILD lives        the lives of these seeds
 """
 import collections
+import contextlib
+import itertools
 import os
 import random
+import shlex
 import shutil
 import subprocess
-import time
 
 from disk import Disk, fold, is_below
 from hives import PROFILE_LIST, software
@@ -21,23 +23,12 @@ FILES = ("a.txt", "b.txt", "\u00f6l.txt", "Data")
 PRIVATE = "O:SYD:P(A;;FA;;;SY)(A;;FA;;;BA)(A;;FR;;;AU)"
 LOG = "C:\\Program Files\\Velmora\\Quillbay\\QBC.log"
 USERS = "C:\\USERS"
-KILLED_WITHIN = 0.06  # seconds: most commands are done by then
 # what: a file's contents (None of a hive), where a link leads; security: of a private file its owner and entries.
 Known = collections.namedtuple("Known", "kind what security", defaults=(None, None))
 
 
 def last(path):
     return path.rstrip("\\").rpartition("\\")[2]
-
-
-def parent(path):
-    return path.rstrip("\\").rpartition("\\")[0]
-
-
-def upwards(path):
-    while "\\" in path:
-        yield path
-        path = parent(path)
 
 
 def is_hive(path):
@@ -49,14 +40,14 @@ class View:
 
     def __init__(self, life):
         self.disk, self.users = Disk(life.station.folder, life.letters, life.known_images), life.users
-        hive = software(life.station, life.scratch)
+        hive = software(life.station)
         self.records = {kind: hive.records(kind) for kind in ("Junctions", "FileJunctions")}
         self.profiles = {}
-        for node in hive.key(PROFILE_LIST).findall("node"):
-            path = hive.values(f"{PROFILE_LIST}\\{node.get('name')}").get("ProfileImagePath", ("", ""))[1]
-            if node.get("name").startswith("S-1-5-21-"):
-                self.profiles[self.users.setdefault(node.get("name"), last(path))] = path
-        values = {name: text.replace("%SystemDrive%", "C:") for name, (_, text) in hive.values(PROFILE_LIST).items()}
+        for name, values in hive.below(PROFILE_LIST):
+            if name.startswith("S-1-5-21-"):
+                path = values["ProfileImagePath"][1]
+                self.profiles[self.users.setdefault(name, last(path))] = path
+        values = {name: text.replace("%SystemDrive%", "C:") for name, (_, text) in hive.keys[PROFILE_LIST].items()}
         self.profiles.update({name: values[name] for name in ("Default", "Public")})
         # Where the link of each redirection is, and where its contents are, the longest path first.
         links = [(self.disk.resolve(source, False), self.real(target)) for rows in self.records.values()
@@ -112,8 +103,7 @@ class Life:
         self.scratch, self.random = scratch, random.Random(seed)
         self.station = Station(build, f"{scratch}/machine")
         copy_folder(template, self.station.folder)
-        self.guid = self.station.volume_without_letter()
-        self.volume = f"/vol:\\\\?\\Volume{self.guid}\\"
+        self.volume = f"/vol:\\\\?\\Volume{self.station.volume_without_letter()}\\"
         self.letters, self.known_images, self.users = {}, {}, {}
         for line in self.station("info").stdout.decode().splitlines():
             if "Volume{" in line and line[1:2] == ":":
@@ -122,7 +112,6 @@ class Life:
         self.number, self.with_profiles = 0, self.random.random() < 0.4
         self.settle()
 
-    # What stands there in the beginning.
     def settle(self):
         names = self.random.sample(NAMES, self.random.choice((2, 2, 3)))
         for drive in DRIVES:
@@ -154,7 +143,8 @@ class Life:
         may come and go."""
         self.view = View(self)
         now, real = self.view.known, self.view.disk.resolve
-        made = {fold(above) for path in self.made for above in upwards(self.view.as_known(real(path)))}
+        made = {fold(above) for path in self.made for above in
+                list(itertools.accumulate(self.view.as_known(real(path)).split("\\"), "{}\\{}".format))[1:]}
         differ = [f"{key} {str(expected.get(key))[:300]} -> {str(now.get(key))[:300]}"
                   for key in expected.keys() | now.keys() if expected.get(key) != now.get(key)
                   and not (key in made and {now.get(key), expected.get(key)} == {None, Known("folder")})
@@ -178,13 +168,10 @@ class Life:
     def do_kill(self, seconds, *words):
         """A command is killed: all is as it was before, or as it is to be after it."""
         before, expected = self.view, self.expected(words)
-        process = subprocess.Popen([f"{self.station.build}/qbc", *words], stdout=subprocess.DEVNULL,
-                                   env={**os.environ, "QBC_WORKSTATION": self.station.folder})
-        time.sleep(seconds)
-        process.kill()
-        process.wait()
+        with contextlib.suppress(subprocess.TimeoutExpired):  # which kills
+            self.station.qbc(*words, ok=None, timeout=seconds)
         self.station("restart")  # the next opening completes or drops what was under way
-        self.station.require_sound(*DRIVES, self.guid)
+        self.station.require_sound()
         try:
             self.look(before.known)
         except CheckFailed:
@@ -217,10 +204,9 @@ class Life:
                 for key, item in known.items()}
 
     def require_same(self, before):
-        was, now = ({key: entry for key, entry in view.disk.entries.items() if not is_hive(key)}
+        was, now = ({"records": view.records, "profiles": view.profiles,
+                     **{key: entry for key, entry in view.disk.entries.items() if not is_hive(key)}}
                     for view in (before, self.view))
-        for view, items in ((before, was), (self.view, now)):
-            items.update(records=view.records, profiles=view.profiles)
         differ = [key for key in was.keys() | now.keys() if was.get(key) != now.get(key)]
         require(not differ, f"a refused command has changed {[(was.get(key), now.get(key)) for key in differ[:4]]}")
 
@@ -255,7 +241,6 @@ class Life:
         self.station("restart")
         self.look(self.view.known)
 
-    # Drawing the next step.
     def draw(self):
         kinds = {"folder": 34, "home": 18, "file": 12, "put": 12, "rm": 3, "mkdir": 3, "restart": 3, "kill": 7,
                  "profile": 20 * self.with_profiles}
@@ -351,12 +336,11 @@ class Life:
 
     def draw_kill(self):
         step = self.random.choice((self.draw_folder, self.draw_home, self.draw_file))()
-        return step and ("kill", round(self.random.random() * KILLED_WITHIN, 3), *step[1:])
+        return step and ("kill", round(self.random.random() * 0.06, 3), *step[1:])  # most are done by then
 
     def draw_restart(self):
         return ("restart",)
 
-    # In the end all comes home, in any order.
     def come_home(self):
         """Profiles come when nothing is redirected into them any more; some folders only when no profile is in them."""
         self.redirected_come_home()
@@ -371,11 +355,11 @@ class Life:
             self.redirected_come_home()
         away = [*self.view.contents, *self.profiles_away()]
         require(not away, f"not home: {away}{self.logged()}")
-        self.station.require_sound(*DRIVES, self.guid)
+        self.station.require_sound()
 
     def profiles_away(self):
-        disk, profiles = self.view.disk, self.view.profiles.items()
-        return [name for name, place in profiles if fold(parent(place)) != USERS or disk.at(place).kind == "link"]
+        return [name for name, place in self.view.profiles.items()
+                if fold(place.rpartition("\\")[0]) != USERS or self.view.disk.at(place).kind == "link"]
 
     def redirected_come_home(self):
         left = None
@@ -383,18 +367,6 @@ class Life:
             left, steps = self.view.contents, self.homeward()
             for step in self.random.sample(steps, len(steps)):
                 self.live(("qbc", *step))
-
-
-def live(life, steps):
-    """The life to its end: what was wrong with it, and its story; None when nothing was."""
-    try:
-        for _ in range(steps):
-            life.live(life.draw())
-        life.come_home()
-    except (CheckFailed, subprocess.TimeoutExpired) as fault:
-        story = [" ".join(f'"{word}"' if " " in str(word) else str(word) for word in step) for step in life.story]
-        return "\n    ".join([f"step {len(story)}: {fault}", *story])
-    return None
 
 
 def check_lives(build, scratch, said):
@@ -406,8 +378,13 @@ def check_lives(build, scratch, said):
     for seed in range(int(first), int(final) + 1):
         os.mkdir(f"{scratch}/{seed}")
         life = Life(build, template.folder, f"{scratch}/{seed}", seed)
-        if fault := live(life, 24):
-            faults.append(f"life {seed}, {fault}")
+        try:
+            for _ in range(24):
+                life.live(life.draw())
+            life.come_home()
+        except (CheckFailed, subprocess.TimeoutExpired) as fault:
+            story = [shlex.join(map(str, step)) for step in life.story]
+            faults.append("\n    ".join([f"life {seed}, step {len(story)}: {fault}", *story]))
         counts += life.counts
         shutil.rmtree(f"{scratch}/{seed}")
     require(not faults, "\n".join(faults))

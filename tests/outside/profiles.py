@@ -2,7 +2,7 @@
 import os
 
 from hives import PROFILE_LIST, Hive, software
-from station import LISTINGS, Mounted, Station, below_root, compare, own_security_and_times, require
+from station import LISTINGS, Station, below_root, compare, mount, own_security_and_times, require
 from trees import COMPUTER, SYSTEM, descriptor, set_attribute, sid
 
 ANNA, HOME = "S-1-5-21-1004336348-1177238915-682003330-1001", "C:\\Users\\anna"
@@ -25,74 +25,65 @@ def fill_profile(home):
                   descriptor([(0x10, 0x1F01FF, SYSTEM), (0x10, 0x1F01FF, HERS)], 0x8404, owner=HERS, group=HERS))
 
 
-class Profiles:
-    """A workstation, its registry and its profiles."""
+def redirect(station, *words):
+    done = station.qbc(*words).stdout
+    require(b"Redirect user profile was successful." in done, f"{words}: {done!r}")
+    station.require_sound()
 
-    def __init__(self, build, scratch):
-        self.scratch, self.station = scratch, Station(build, f"{scratch}/machine")
-        self.station("create", "--drive", "C:64M", "--drive", "D:64M", "--volume", "48M")
-        self.guid = self.station.volume_without_letter()
 
-    def listing(self, letter, folder, name="now"):
-        return self.station.listing(letter, folder, f"{self.scratch}/{name}")
+def registry(station):
+    """All of it but the product's own."""
+    return {path: values for path, values in software(station).keys.items() if "Velmora" not in path}
 
-    def qbc(self, *words):
-        done = self.station.qbc(*words).stdout
-        require(b"Redirect user profile was successful." in done, f"{words}: {done!r}")
-        self.station.require_sound("C", "D", self.guid)
 
-    def registry(self):
-        """All of it but the product's own."""
-        everything = software(self.station, self.scratch).everything()
-        return {key: value for key, value in everything.items() if "Velmora" not in key}
-
-    def junctions(self, letter, folder):
-        """Where each junction leads, and its first access entry: the one that denies Everyone."""
-        listing, found = self.listing(letter, folder or "/"), {}
-        for path, entry in LISTINGS["read_listing"](listing, folder).items():
-            if any("0xa0000003" in line.lower() for line in entry):
-                data = self.station.reparse_data(letter, folder + path)
-                length = int.from_bytes(data[10:12], "little")
-                dacl = own_security_and_times(listing, folder + path)[0][4]
-                found[path] = data[16:16 + length].decode("utf-16-le").removeprefix("\\??\\"), dacl[0] if dacl else None
-        return found
+def junctions(station, letter, folder):
+    """Where each junction leads, and its first access entry: the one that denies Everyone."""
+    listing, found = station.listing(letter, folder or "/"), {}
+    for path, entry in LISTINGS["read_listing"](listing, folder).items():
+        if any("0xa0000003" in line.lower() for line in entry):
+            data = station.reparse_data(letter, folder + path)
+            length = int.from_bytes(data[10:12], "little")
+            dacl = own_security_and_times(listing, folder + path)[0][4]
+            found[path] = data[16:16 + length].decode("utf-16-le").removeprefix("\\??\\"), dacl[0] if dacl else None
+    return found
 
 
 def check_profile_moved_and_back(build, scratch, said):
     """anna's profile to a folder, and to a volume by its GUID, and home again."""
-    machine = Profiles(build, scratch)
-    station = machine.station
-    with Mounted(station.image("C")) as mounted:
+    station = Station(build, f"{scratch}/machine")
+    station("create", "--drive", "C:64M", "--drive", "D:64M", "--volume", "48M")
+    guid = station.volume_without_letter()
+    with mount(station.image("C")) as mounted:
         fill_profile(f"{mounted}/Users/anna")
-    before, links = machine.listing("C", "/Users/anna", "before"), machine.junctions("C", "/Users/anna")
+    before, links = station.listing("C", "/Users/anna", "before"), junctions(station, "C", "/Users/anna")
     denies = [bool(entry and entry[0] == 1) for _, entry in links.values()]
     require(len(links) >= 10 and all(denies), f"the junctions are {links}")
-    hive_before, registry = Hive(station, "C", "Users/anna/NTUSER.DAT", scratch).everything(), machine.registry()
+    keys_before, registry_before = Hive(station, "C", "Users/anna/NTUSER.DAT").keys, registry(station)
     for words, letter, folder, place, changes, written in (
-            ("/loc:D:\\Profiles", "D", "/Profiles/anna", "D:\\Profiles\\anna", 1, []),
-            (f"/vol:\\\\?\\Volume{machine.guid}\\", machine.guid, "", HOME, 0, ["/"])):
-        machine.qbc("/RedirectUP", "ANNA", words)
-        found = software(station, scratch).values(f"{PROFILE_LIST}\\{ANNA}")["ProfileImagePath"]
+            ("/loc:D:\\Profiles", "D", "/Profiles/anna", "D:\\Profiles\\anna", ["Control Panel\\Desktop"], []),
+            (f"/vol:\\\\?\\Volume{guid}\\", guid, "", HOME, [], ["/"])):
+        redirect(station, "/RedirectUP", "ANNA", words)
+        found = software(station).keys[f"{PROFILE_LIST}\\{ANNA}"]["ProfileImagePath"]
         require(found == ("expand", place), f"hivexml reads ProfileImagePath as {found}")
-        there = machine.junctions(letter, folder)
+        there = junctions(station, letter, folder)
         follow = {name: (leads.replace(HOME, place), entry) for name, (leads, entry) in links.items()}
         require(there == follow, f"the compatibility junctions are\n{there}\nand not\n{follow}")
-        hive = Hive(station, letter, f"{folder}/NTUSER.DAT", scratch)
-        changed = {key for key, value in hive.everything().items() if hive_before.get(key) != value}
-        require(len(changed) == changes and hive.everything().keys() == hive_before.keys(), f"changed: {changed}")
-        wallpaper = hive.values("Control Panel\\Desktop")["WallPaper"][1]
+        hive = Hive(station, letter, f"{folder}/NTUSER.DAT")
+        changed = [path for path in hive.keys | keys_before if hive.keys.get(path) != keys_before.get(path)]
+        require(changed == changes, f"changed: {changed}")
+        wallpaper = hive.keys["Control Panel\\Desktop"]["WallPaper"][1]
         require(wallpaper.startswith(place + "\\"), f"the wallpaper is {wallpaper}")
         left = [name for name in below_root(station.image("C")) if name.startswith("Users/anna/")]
         require(left == [], f"C: still holds {left}")
-        said(*compare(before, machine.listing(letter, folder or "/"), "/Users/anna", folder, True,
+        said(*compare(before, station.listing(letter, folder or "/"), "/Users/anna", folder, True,
                       ["/NTUSER.DAT", *written]))
 
         station("restart")
-        machine.qbc("/RedirectUPDefault", "anna")
-        after = machine.listing("C", "/Users/anna")
-        said(*compare(before, after, "/Users/anna", "/Users/anna", False, ["/NTUSER.DAT"]))
-        require(machine.junctions("C", "/Users/anna") == links, "the compatibility junctions did not come home")
-        now = Hive(station, "C", "Users/anna/NTUSER.DAT", scratch).everything()
-        require((now, machine.registry()) == (hive_before, registry), "the hive or the registry is not as it was")
-        left = [name for letter in ("D", machine.guid) for name in below_root(station.image(letter)) if "anna/" in name]
+        redirect(station, "/RedirectUPDefault", "anna")
+        home = station.listing("C", "/Users/anna")
+        said(*compare(before, home, "/Users/anna", "/Users/anna", False, ["/NTUSER.DAT"]))
+        require(junctions(station, "C", "/Users/anna") == links, "the compatibility junctions did not come home")
+        now = Hive(station, "C", "Users/anna/NTUSER.DAT").keys, registry(station)
+        require(now == (keys_before, registry_before), "the hive or the registry is not as it was")
+        left = [name for drive in ("D", guid) for name in below_root(station.image(drive)) if "anna/" in name]
         require(left == [], f"the profile has left {left}")

@@ -1,4 +1,6 @@
 """Workstations and images from outside: ntfs-3g, mkntfs, wimlib, The Sleuth Kit."""
+import contextlib
+import glob
 import os
 import runpy
 import subprocess
@@ -6,7 +8,7 @@ import tempfile
 import time
 
 TOP = os.path.dirname(os.path.dirname(os.path.dirname(os.path.abspath(__file__))))
-COMPARE = os.path.join(TOP, "tools", "compare-listings.py")
+COMPARE = f"{TOP}/tools/compare-listings.py"
 LISTINGS = runpy.run_path(COMPARE)
 os.environ["PATH"] += ":/usr/sbin:/sbin"
 
@@ -28,31 +30,27 @@ def run(*words, ok=(0,), **options):
     return done
 
 
-class Mounted:
+@contextlib.contextmanager
+def mount(image):
     """An image under ntfs-3g (FUSE)."""
-
-    def __init__(self, image):
-        self.image = image
-
-    def __enter__(self):
-        self.folder = tempfile.mkdtemp(prefix="qbc-mount-")
-        run("ntfs-3g", "-o", "streams_interface=xattr,efs_raw", self.image, self.folder)
-        return self.folder
-
-    def __exit__(self, *_):
+    folder = tempfile.mkdtemp(prefix="qbc-mount-")
+    run("ntfs-3g", "-o", "streams_interface=xattr,efs_raw", image, folder)
+    try:
+        yield folder
+    finally:
         # The mount program writes its last blocks after umount has come back.
-        for command, done in ((("umount", self.folder), 0), (("fuser", "-s", self.image), 1)):
+        for command, done in ((("umount", folder), 0), (("fuser", "-s", image), 1)):
             for _ in range(100):
                 if subprocess.run(command, stderr=subprocess.DEVNULL).returncode == done:
                     break
                 time.sleep(0.05)
-        os.rmdir(self.folder)
+        os.rmdir(folder)
 
 
 def can_mount(scratch):
     make_image(f"{scratch}/probe.ntfs", "8M")
     try:
-        with Mounted(f"{scratch}/probe.ntfs"):
+        with mount(f"{scratch}/probe.ntfs"):
             return True
     except (CheckFailed, OSError):
         return False
@@ -85,8 +83,9 @@ class Station:
         (name,) = [name for name in os.listdir(self.folder) if name.startswith("{") and name.endswith("}.ntfs")]
         return name.removesuffix(".ntfs")
 
-    def listing(self, letter, path, to):
-        """What wimlib reads below a folder of the image; the text goes to a file."""
+    def listing(self, letter, path, name="now"):
+        """What wimlib reads below a folder of the image, as a file of this name beside the workstation."""
+        to = f"{self.folder}.{name}"
         run("wimcapture", self.image(letter), to + ".wim", "--compress=none")
         with open(to, "wb") as file:
             file.write(run("wimdir", to + ".wim", "1", "--detailed", "--path=" + path).stdout)
@@ -96,15 +95,14 @@ class Station:
     def reparse_data(self, letter, path):
         return run("ntfscat", "-f", "-a", "0xC0", self.image(letter), path, ok=None).stdout
 
-    def require_sound(self, *letters):
-        for letter in letters:
-            run("ntfsresize", "-i", "-f", self.image(letter))
+    def require_sound(self):
+        for image in glob.glob(f"{glob.escape(self.folder)}/*.ntfs"):
+            run("ntfsresize", "-i", "-f", image)
 
 
 def compare(before, after, before_root, after_root, moved, written=()):
-    more = (["--moved"] if moved else []) + [word for path in written for word in ("--written", path)]
-    done = run(COMPARE, before, after, "--before-root", before_root, "--after-root", after_root, *more, ok=(0, 1))
-    require(done.returncode == 0, done.stdout.decode(errors="replace"))
+    more = ["--moved"] * moved + [word for path in written for word in ("--written", path)]
+    done = run(COMPARE, before, after, "--before-root", before_root, "--after-root", after_root, *more)
     return done.stdout.decode(errors="replace").splitlines()
 
 
@@ -118,11 +116,11 @@ def own_security_and_times(listing, root):
 
 def below_root(image):
     """What a volume holds but for NTFS' own files, as The Sleuth Kit lists it."""
-    lines = run("fls", "-r", "-u", "-p", "-f", "ntfs", image).stdout.decode(errors="replace").splitlines()
+    listed = run("fls", "-r", "-u", "-p", "-f", "ntfs", image).stdout.decode(errors="replace").splitlines()
     # fls also takes what an index has behind its last entry for a name, as long as nothing else was written there.
     unused = {line.split(b"|")[0].decode() for line in run("ils", "-A", "-f", "ntfs", image).stdout.splitlines()}
-    names = [line.split("\t", 1)[1] for line in lines
-             if "\t" in line and line.split("\t", 1)[0].split()[-1].split("-")[0] not in unused]
+    lines = [line.split("\t", 1) for line in listed if "\t" in line]
+    names = [name for item, name in lines if item.split()[-1].split("-")[0] not in unused]
     # "/." stands for a folder itself, where a named stream of it is listed.
     return sorted(name for name in names
                   if not name.startswith(("$", "System Volume Information")) and "/.:" not in name)

@@ -1,13 +1,10 @@
 #include "support/installed_machine.h"
 
 #include <gtest/gtest.h>
-#include <stdlib.h>
 #include <sys/wait.h>
 
-#include <array>
 #include <cstdio>
 #include <cstdlib>
-#include <stdexcept>
 
 #include "win32/emulated/registry/registry.h"
 #include "win32/emulated/security/access.h"
@@ -86,7 +83,11 @@ Disks InstalledDisks(const MachineFacts& facts) {
 std::unique_ptr<emulated::MemoryDevice> FreshNtfs(std::uint64_t megabytes, const std::string& label) {
   Disks disks = KeptDisks("fresh-" + std::to_string(megabytes) + "-" + label, [&] {
     const TemporaryFolder folder;
-    FreshNtfsFile(folder / "fresh.ntfs", megabytes, label);
+    const std::string file = "'" + (folder / "fresh.ntfs").string() + "'";
+    const CommandResult result =
+        RunCommand("truncate -s " + std::to_string(megabytes) + "M " + file + " && mkntfs -F -Q -q -T -L '" + label +
+                   "' -p 0 -H 0 -S 0 -s 512 -c 4096 " + file);
+    if (result.exitCode != 0) throw std::runtime_error("mkntfs failed: " + result.output);
     Disks made;
     made["fresh.ntfs"] = emulated::MemoryDevice::FromFile(folder / "fresh.ntfs");
     return made;
@@ -94,33 +95,13 @@ std::unique_ptr<emulated::MemoryDevice> FreshNtfs(std::uint64_t megabytes, const
   return std::move(disks.at("fresh.ntfs"));
 }
 
-void FreshNtfsFile(const std::filesystem::path& image, std::uint64_t megabytes, const std::string& label) {
-  const std::string file = "'" + image.string() + "'";
-  const CommandResult result =
-      RunCommand("truncate -s " + std::to_string(megabytes) + "M " + file + " && mkntfs -F -Q -q -T -L '" + label +
-                 "' -p 0 -H 0 -S 0 -s 512 -c 4096 " + file);
-  if (result.exitCode != 0) throw std::runtime_error("mkntfs failed: " + result.output);
-}
-
-TemporaryFolder::TemporaryFolder(const std::filesystem::path& parent) {
-  std::string name = (parent / "storage-XXXXXX").string();
-  if (!mkdtemp(name.data())) throw std::runtime_error("no temporary folder");
-  path_ = name;
-}
-
-TemporaryFolder::~TemporaryFolder() {
-  std::error_code ignored;
-  std::filesystem::remove_all(path_, ignored);
-}
-
 CommandResult RunCommand(const std::string& command) {
   CommandResult result;
   // NOLINTNEXTLINE(cert-env33-c): the tests' own commands
   FILE* const pipe = popen(("( export PATH=$PATH:/usr/sbin:/sbin; " + command + " ) 2>&1").c_str(), "r");
   if (!pipe) return result;
-  std::array<char, 4096> buffer{};
-  while (const std::size_t length = fread(buffer.data(), 1, buffer.size(), pipe))
-    result.output.append(buffer.data(), length);
+  char buffer[4096];
+  while (const std::size_t length = fread(buffer, 1, sizeof buffer, pipe)) result.output.append(buffer, length);
   const int status = pclose(pipe);
   result.exitCode = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
   return result;

@@ -2,11 +2,14 @@
 // test gets a copy of the disks.
 #pragma once
 
+#include <stdlib.h>
+
 #include <cstdint>
 #include <filesystem>
 #include <functional>
 #include <map>
 #include <memory>
+#include <stdexcept>
 #include <string>
 
 #include "win32/emulated/bytes.h"
@@ -24,16 +27,22 @@ Disks KeptDisks(const std::string& name, const std::function<Disks()>& make);
 
 // A freshly formatted volume of so many megabytes (4 KiB clusters) in memory. mkntfs runs once per size and label.
 std::unique_ptr<emulated::MemoryDevice> FreshNtfs(std::uint64_t megabytes, const std::string& label);
-// The same as a file.
-void FreshNtfsFile(const std::filesystem::path& image, std::uint64_t megabytes, const std::string& label);
 
 // A folder that is gone, with all that is in it, when the test ends.
 class TemporaryFolder {
  public:
-  explicit TemporaryFolder(const std::filesystem::path& parent = std::filesystem::temp_directory_path());
+  explicit TemporaryFolder(const std::filesystem::path& parent = std::filesystem::temp_directory_path())
+      : path_(parent / "storage-XXXXXX") {
+    std::string name = path_;
+    if (!mkdtemp(name.data())) throw std::runtime_error("no temporary folder");
+    path_ = name;
+  }
   TemporaryFolder(const TemporaryFolder&) = delete;
   TemporaryFolder& operator=(const TemporaryFolder&) = delete;
-  ~TemporaryFolder();
+  ~TemporaryFolder() {
+    std::error_code ignored;
+    std::filesystem::remove_all(path_, ignored);
+  }
   const std::filesystem::path& path() const { return path_; }
   std::filesystem::path operator/(const std::string& name) const { return path_ / name; }
 

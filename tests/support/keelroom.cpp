@@ -27,9 +27,8 @@ void PutKeeldisk(emulated::Machine& machine, emulated::ByteView driver) {
 }
 
 void AddKeelroomVolume(emulated::Machine& machine, std::u16string_view key, std::u16string_view drive) {
-  const std::u16string path =
-      u"HKLM\\SYSTEM\\CurrentControlSet\\Services\\Keeldisk\\Parameters\\" + std::u16string(key);
-  machine.registry().SetText(path, u"MountAs", drive);
+  const std::u16string parameters = u"HKLM\\SYSTEM\\CurrentControlSet\\Services\\Keeldisk\\Parameters\\";
+  machine.registry().SetText(parameters + std::u16string(key), u"MountAs", drive);
 }
 
 }  // namespace test

@@ -1,10 +1,8 @@
 #include "support/program.h"
 
 #include <algorithm>
-#include <vector>
 
 #include "cli/main.h"
-#include "report/console.h"
 #include "support/open_handles.h"
 #include "win32/emulated/console_text.h"
 #include "win32/emulated/text.h"
@@ -28,10 +26,9 @@ std::u16string Added(std::string_view bytes, std::size_t before) {
 }  // namespace
 
 std::string LogBytes(emulated::Machine& machine) {
+  constexpr std::u16string_view kPath = u"\\Program Files\\Velmora\\Quillbay\\QBC.log";
   emulated::Bytes content;
-  if (emulated::ReadWholeFile(*machine.SystemVolume()->volume, u"\\Program Files\\Velmora\\Quillbay\\QBC.log",
-                              content) != 0)
-    return {};
+  if (emulated::ReadWholeFile(*machine.SystemVolume()->volume, kPath, content) != 0) return {};
   return {content.begin(), content.end()};
 }
 
@@ -57,16 +54,14 @@ RunResult RunProgram(emulated::Machine& machine, const std::vector<std::u16strin
   machine.console.clear();
   const std::size_t logged = LogBytes(machine).size();
 
-  std::vector<std::u16string> arguments{u"QBC.exe"};
-  arguments.insert(arguments.end(), words.begin(), words.end());
-  std::vector<const char16_t*> pointers;
-  for (const std::u16string& argument : arguments) pointers.push_back(argument.c_str());
-  pointers.push_back(nullptr);
+  std::vector<const char16_t*> arguments{u"QBC.exe"};
+  for (const std::u16string& word : words) arguments.push_back(word.c_str());
+  arguments.push_back(nullptr);
 
   RunResult result;
   {
     const OpenHandles process(machine);  // whose end closes them
-    result.exitCode = QuillbayMain(static_cast<int>(arguments.size()), pointers.data());
+    result.exitCode = QuillbayMain(static_cast<int>(words.size()) + 1, arguments.data());
   }
   machine.process.token = token;
 
