@@ -3,11 +3,11 @@
 
 namespace {
 
+using namespace test;
 using namespace win32;
 using emulated::Utf8;
-using test::Attributes, test::Contents, test::Describe, test::Exists, test::MakeFile, test::MakeFolder, test::Security;
 
-class BackupCopies : public test::Engine {
+class BackupCopies : public Engine {
  protected:
   // What the copy sends to the debugger.
   std::string Traced(const std::function<void()>& action) {
@@ -33,9 +33,9 @@ TEST_F(BackupCopies, AnItemKeepsAllThatItHas) {
       const std::u16string item = from + static_cast<char16_t>(u'0' + ++number), copy = target + item.substr(7);
       isFolder ? MakeFolder(item) : MakeFile(item, "main contents");
       MakeFile(item + u":notes", "in a stream");
-      test::SetSecurity(item, u"O:SYD:P(A;OICI;FA;;;BA)(A;;FR;;;WD)S:(AU;FA;FA;;;WD)");
+      SetSecurity(item, u"O:SYD:P(A;OICI;FA;;;BA)(A;;FR;;;WD)S:(AU;FA;FA;;;WD)");
       ASSERT_TRUE(SetFileAttributesW(item.c_str(), FILE_ATTRIBUTE_READONLY | FILE_ATTRIBUTE_HIDDEN));
-      test::SetTimes(item, number);
+      SetTimes(item, number);
       ASSERT_EQ((byStreams ? BackupCopyEx : BackupCopy)(item, copy, {.isDirectory = isFolder}), 1);
       EXPECT_EQ(LastAccess(copy), LastAccess(item));
       EXPECT_EQ(Describe(copy), Describe(item));
@@ -74,7 +74,7 @@ TEST_F(BackupCopies, EverySizeArrivesWhole) {
 // Whom the copy keeps out, and whom it lets in, is in the access and the share modes of its opens.
 TEST_F(BackupCopies, ReadsAndWritesAsABackup) {
   MakeFile(from, std::string(0x100000, 'x'));
-  test::SetTimes(from, 1);
+  SetTimes(from, 1);
   // Where accesses are noted, the file system is told to keep the time of the last one.
   const std::string keep = "SetFileTime(null, 0xFFFFFFFF:0xFFFFFFFF, null)\n",
                     times = keep + keep +
@@ -90,7 +90,7 @@ TEST_F(BackupCopies, ReadsAndWritesAsABackup) {
             "BackupRead(0, 1, 1)\nBackupWrite(0, 1, 1)\n" +
                 times);
   MakeFile(from, "x");
-  test::SetTimes(from, 1);
+  SetTimes(from, 1);
   EXPECT_EQ(Calls("CreateFileW SetFileTime", [&] { BackupCopyEx(from, to, {.leaveParentTimes = true}); }),
             "CreateFileW(\"C:\\Data\\item\", 0x80000000, 1, 3, 0x2000000)\n"
             "CreateFileW(\"D:\\Target\\item\", 0x10000000, 3, 4, 0x2000000)\n" +
@@ -159,8 +159,8 @@ TEST_F(BackupCopies, AJunctionThatCannotBeOpenedGivesItsAttributes) {
 // The workstation encrypts nothing: what is asked of it shows.
 TEST_F(BackupCopies, EncryptedItemsAreCopiedByTheShell) {
   MakeFile(from, "secret");
-  test::SetTimes(from, 4);
-  test::SetTimes(source, 5);
+  SetTimes(from, 4);
+  SetTimes(source, 5);
   const auto copy = [](const std::u16string& item, const std::u16string& copied, bool isFolder = false) {
     return BackupCopy(item, copied, {.isDirectory = isFolder, .isEncrypted = true});
   };
@@ -190,8 +190,8 @@ TEST_F(BackupCopies, EncryptedItemsAreCopiedByTheShell) {
 TEST_F(BackupCopies, ParentTimesFollowUnlessItIsADriveRoot) {
   MakeFile(from, "x");
   const auto followed = [&](const std::u16string& item, const std::u16string& copy) {
-    test::SetTimes(source, 5);
-    test::SetTimes(target, 9);
+    SetTimes(source, 5);
+    SetTimes(target, 9);
     EXPECT_EQ(CopyParentDirectoryTimes(item, copy), 1);
     return Describe(target) == Describe(source);
   };
@@ -208,9 +208,9 @@ TEST_F(BackupCopies, AFolderItselfIsCopiedWithoutWhereItLeads) {
   MakeFolder(copy);
   MakeFile(copy + u"\\f", "inside");
   const std::u16string security = u"O:SYD:AI(A;OICI;FA;;;BA)(A;OICIID;FR;;;WD)S:(AU;FA;FA;;;WD)";
-  test::SetSecurity(from, security);
+  SetSecurity(from, security);
   ASSERT_TRUE(SetFileAttributesW(from.c_str(), FILE_ATTRIBUTE_HIDDEN));
-  test::SetTimes(from, 3);
+  SetTimes(from, 3);
   ASSERT_EQ(BackupCopyFolderItself(from, copy), 1);
   EXPECT_EQ(Attributes(copy), FILE_ATTRIBUTE_DIRECTORY | FILE_ATTRIBUTE_HIDDEN);
   EXPECT_EQ(Security(copy), Security(from));

@@ -3,11 +3,11 @@
 
 namespace {
 
+using namespace test;
 using namespace win32;
 using emulated::Utf8;
-using test::Exists, test::MakeFile, test::MakeFolder;
 
-class Junction : public test::Engine {
+class Junction : public Engine {
  protected:
   static std::u16string TargetOf(const std::u16string& path) {
     std::u16string found;
@@ -48,7 +48,7 @@ TEST_F(Junction, IsWrittenByteForByte) {
 TEST_F(Junction, LeadsToItsTargetAndBecomesAFolderAgain) {
   MakeFile(target + u"\\x.txt", "there");
   ASSERT_EQ(CreateJunction(junction.c_str(), (target + u"\\").c_str()), 1);
-  EXPECT_EQ(test::Contents(junction + u"\\x.txt"), "there");
+  EXPECT_EQ(Contents(junction + u"\\x.txt"), "there");
   EXPECT_EQ(IsJunction(junction.c_str()), 1);
   EXPECT_EQ(IsJunction(junction.c_str(), {.excludeMountedVolume = true}), 1);
   EXPECT_EQ(IsSymbolicLink(junction.c_str()), 0);
@@ -70,7 +70,7 @@ TEST_F(Junction, LeadsToItsTargetAndBecomesAFolderAgain) {
   machine->gate.FailCall("DeviceIoControl", 2, ERROR_ACCESS_DENIED);
   EXPECT_EQ(DeleteJunction(junction.c_str()), 0);
   ASSERT_EQ(DeleteJunction(junction.c_str()), 1);
-  EXPECT_EQ(test::Attributes(junction), FILE_ATTRIBUTE_DIRECTORY);
+  EXPECT_EQ(Attributes(junction), FILE_ATTRIBUTE_DIRECTORY);
   EXPECT_TRUE(Exists(target + u"\\x.txt"));
   EXPECT_EQ(Told([&] { EXPECT_EQ(DeleteJunction(junction.c_str()), 0); }),
             "|#ERROR: Path C:\\Data\\link is not junction.");
@@ -85,7 +85,7 @@ TEST_F(Junction, LeavesNothingBehindWhenItCannotBeSet) {
   MakeFolder(junction);
   MakeFile(junction + u"\\mine.txt", "kept");
   EXPECT_EQ(CreateJunction(junction.c_str(), target.c_str()), 0);
-  EXPECT_EQ(test::Contents(junction + u"\\mine.txt"), "kept");
+  EXPECT_EQ(Contents(junction + u"\\mine.txt"), "kept");
   const std::u16string other = u"C:\\Data\\other";
   const struct {
     const char* call;
@@ -169,7 +169,7 @@ TEST_F(Junction, OddDataAreReadAndLedElsewhereWithCare) {
     EXPECT_EQ(IsVolumeMount(data), isVolume);
     EXPECT_EQ(TargetOf(junction), leadsTo);
     EXPECT_EQ(TextOfLink(data).path, name);
-    test::SetTimes(junction, 3);
+    SetTimes(junction, 3);
     const SavedLink before = SaveLink(junction, {}, true);
     EXPECT_EQ(ChangeJunctionTarget(junction.c_str(), u"E:\\N"), isVolume ? 0 : 1);
     const SavedLink after = SaveLink(junction, {}, true);
@@ -199,7 +199,7 @@ TEST_F(Junction, SymbolicLinksAreToldFromJunctions) {
     ASSERT_EQ(CreateSymbolicLinkEntry(link.c_str(), to.c_str(), options), 1);
     EXPECT_EQ(Told([&, asked = link] { EXPECT_EQ(IsSymbolicLink(asked.c_str()) + IsJunction(asked.c_str()), 1); }),
               "|IsSymbolicLink()::The specified directory or file " + Utf8(link) + " is symbolic link");
-    EXPECT_EQ(test::Attributes(link) & FILE_ATTRIBUTE_DIRECTORY, kind);
+    EXPECT_EQ(Attributes(link) & FILE_ATTRIBUTE_DIRECTORY, kind);
     EXPECT_EQ(SymbolicLinkText(link), to);
   }
   const std::u16string& link = cases[1].link;

@@ -3,11 +3,11 @@
 
 namespace {
 
+using namespace test;
 using namespace win32;
 using emulated::Utf8;
-using test::MakeFile;
 
-class SavedSecurity : public test::Engine {
+class SavedSecurity : public Engine {
  protected:
   const std::u16string file = source + u"\\f";
 };
@@ -15,25 +15,25 @@ class SavedSecurity : public test::Engine {
 TEST_F(SavedSecurity, OpensUpAndPutsBack) {
   MakeFile(file, "x");
   const std::u16string closed = u"O:BAD:P(A;;FR;;;SY)";
-  test::SetSecurity(file, closed);
-  const std::u16string before = test::Security(file);
+  SetSecurity(file, closed);
+  const std::u16string before = Security(file);
   SavedSecurityMap saved;
   ASSERT_EQ(SaveSecurityInfo(file, saved[file]), 1);
   ASSERT_EQ(GrantEveryoneAndAdministrators(file), 1);
-  EXPECT_EQ(test::Dacl(file), u"D:PAI(A;;FR;;;WD)(A;;FA;;;BA)") << "everyone may read, administrators do all";
+  EXPECT_EQ(Dacl(file), u"D:PAI(A;;FR;;;WD)(A;;FA;;;BA)") << "everyone may read, administrators do all";
   EXPECT_EQ(HasAccess(ImpersonatedCaller().token(), file, kReadAndExecute), 1);
   ASSERT_EQ(RestoreRemovedSecurityInfo(saved), 1);
-  EXPECT_EQ(test::Security(file), before);
+  EXPECT_EQ(Security(file), before);
   // Written once, and once more; nothing is opened any further for that.
   for (const unsigned refusals : {1u, 2u}) {
-    test::SetSecurity(file, u"O:BAD:P(A;;FA;;;BA)");
+    SetSecurity(file, u"O:BAD:P(A;;FA;;;BA)");
     for (unsigned call = 1; call <= refusals; ++call)
       machine->gate.FailCall("SetFileSecurityW", call, ERROR_ACCESS_DENIED);
     machine->debugOutput.clear();
     const bool fails = refusals == 2;
     EXPECT_EQ(Told([&] { EXPECT_EQ(RestoreRemovedSecurityInfo(saved), fails ? 0 : 1); }),
               fails ? "|#ERROR: Unable to restore the access rights of C:\\Data\\f. Access is denied." : "");
-    EXPECT_EQ(test::Dacl(file), fails ? u"D:P(A;;FA;;;BA)" : u"D:P(A;;FR;;;SY)");
+    EXPECT_EQ(Dacl(file), fails ? u"D:P(A;;FA;;;BA)" : u"D:P(A;;FR;;;SY)");
     EXPECT_EQ(Utf8(machine->debugOutput),
               "IN RestoreRemovedSecurityInfo() : C:\\Data\\fSetFileSecurity() failed for: C:\\Data\\f");
   }
@@ -45,7 +45,7 @@ TEST_F(SavedSecurity, OpensUpAndPutsBack) {
 // Between the question for its size and the reading, a descriptor may grow.
 TEST_F(SavedSecurity, IsReadOnceMoreWhenItHasGrown) {
   MakeFile(file, "x");
-  test::SetSecurity(file, u"O:BAD:P(A;;FA;;;BA)");
+  SetSecurity(file, u"O:BAD:P(A;;FA;;;BA)");
   std::u16string large = u"O:BAG:BAD:P";
   for (int i = 0; i < 5; ++i) large += u"(A;;FA;;;SY)(A;;FR;;;WD)";
   emulated::Volume& volume = *machine->FindByLetter(u'C')->volume;
@@ -59,9 +59,9 @@ TEST_F(SavedSecurity, IsReadOnceMoreWhenItHasGrown) {
   machine->gate.Observe(grow);
   EXPECT_EQ(SaveSecurityInfo(file, saved[file]), 1);
   machine->gate.Observe({});
-  test::SetSecurity(file, u"O:SYD:P(A;;FA;;;BA)");
+  SetSecurity(file, u"O:SYD:P(A;;FA;;;BA)");
   ASSERT_EQ(RestoreRemovedSecurityInfo(saved), 1);
-  EXPECT_EQ(test::Security(file), large);
+  EXPECT_EQ(Security(file), large);
   for (const auto& [nth, error] : {std::pair{1u, ERROR_ACCESS_DENIED}, {2u, ERROR_ACCESS_DENIED}}) {
     machine->gate.FailCall("GetFileSecurityW", nth, error);
     SecurityBlock block;
@@ -84,7 +84,7 @@ TEST_F(SavedSecurity, FollowsWhatHasMoved) {
       SavedSecurityMap saved;
       for (const std::u16string& path : {dots, file}) {
         MakeFile(path, "x");
-        test::SetSecurity(path, u"O:BAD:P(A;;FR;;;SY)");
+        SetSecurity(path, u"O:BAD:P(A;;FR;;;SY)");
         ASSERT_EQ(SaveSecurityInfo(path, saved[path]), 1);
         ASSERT_EQ(GrantEveryoneAndAdministrators(path), 1);
       }
@@ -93,7 +93,7 @@ TEST_F(SavedSecurity, FollowsWhatHasMoved) {
       const std::u16string from = written + source, to = written + target;
       EXPECT_EQ(RestoreRemovedSecurityInfo(saved, from.c_str(), to.c_str()), 1);
       for (const std::u16string& path : {newDots, stays ? file : newFile}) {
-        EXPECT_EQ(test::Dacl(path), u"D:P(A;;FR;;;SY)") << Utf8(path);
+        EXPECT_EQ(Dacl(path), u"D:P(A;;FR;;;SY)") << Utf8(path);
         ASSERT_EQ(GrantEveryoneAndAdministrators(path), 1);
         ASSERT_TRUE(DeleteFileW(path.c_str()));
       }
@@ -117,12 +117,12 @@ TEST_F(SavedSecurity, TakesOwnershipOnlyWhenAccessIsDenied) {
                {{ERROR_ACCESS_DENIED, ERROR_ACCESS_DENIED, 0}, 0, u"O:SY", u"D:P(A;;FA;;;BA)"},
                {{ERROR_ACCESS_DENIED, 0, ERROR_ACCESS_DENIED}, 0, u"O:BA", u"D:P(A;;FA;;;BA)"}};
   for (const auto& [refusals, result, owner, dacl] : cases) {
-    test::SetSecurity(file, closed);
+    SetSecurity(file, closed);
     for (unsigned call = 0; call < 3; ++call)
       if (refusals[call] != 0) machine->gate.FailCall("SetNamedSecurityInfoW", call + 1, refusals[call]);
     EXPECT_EQ(GrantEveryoneAndAdministrators(file), result);
-    EXPECT_EQ(test::Security(file).substr(0, 4), owner);
-    EXPECT_EQ(test::Dacl(file), dacl);
+    EXPECT_EQ(Security(file).substr(0, 4), owner);
+    EXPECT_EQ(Dacl(file), dacl);
   }
 }
 
@@ -130,7 +130,7 @@ TEST_F(SavedSecurity, InheritanceIsLookedAtOnce) {
   MakeFile(file, "x");
   InheritanceCache cache;
   EXPECT_EQ(HaveInheritedPermissions(cache, file), 1);
-  test::SetSecurity(file, u"O:BAD:P(A;;FA;;;BA)");
+  SetSecurity(file, u"O:BAD:P(A;;FA;;;BA)");
   EXPECT_EQ(HaveInheritedPermissions(cache, file), 1);
   cache.clear();
   EXPECT_EQ(HaveInheritedPermissions(cache, file), 0);
@@ -143,7 +143,7 @@ TEST_F(SavedSecurity, InheritanceIsLookedAtOnce) {
 // The question whether somebody has the file open makes none, and takes "access denied" for no.
 TEST_F(SavedSecurity, AFileInUseIsKnownByItsSharing) {
   EXPECT_EQ(IsFileNotLocked(file), 1);
-  EXPECT_FALSE(test::Exists(file));
+  EXPECT_FALSE(Exists(file));
   MakeFile(file, "x");
   EXPECT_EQ(IsFileNotLocked(file), 1);
   const auto held = HoldOpen(file, GENERIC_READ, FILE_SHARE_READ);

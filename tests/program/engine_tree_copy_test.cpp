@@ -3,21 +3,20 @@
 
 namespace {
 
+using namespace test;
 using namespace win32;
 using emulated::Utf8;
-using test::Attributes, test::Contents, test::Describe, test::DescribeTree, test::Exists, test::MakeFile,
-    test::MakeFolder, test::Security;
 
-class TreeCopies : public test::Engine {
+class TreeCopies : public Engine {
  protected:
-  explicit TreeCopies(const test::MachineFacts& facts = {}) : Engine(facts) {}
+  explicit TreeCopies(const MachineFacts& facts = {}) : Engine(facts) {}
   int Copy(const CopyFlags& flags) {
     record = {};
     return CopyFiles(source, target, flags, record);
   }
   // Everything below a folder, and itself: what it is and has, and whose it is.
-  static test::Tree States(const std::u16string& root) {
-    test::Tree states = DescribeTree(root);
+  static Tree States(const std::u16string& root) {
+    Tree states = DescribeTree(root);
     states[u""] = Describe(root);
     for (auto& [path, state] : states) state += " " + Utf8(Security(root + path));
     return states;
@@ -26,32 +25,6 @@ class TreeCopies : public test::Engine {
   const CopyFlags plain{.allowInheritance = true};
   CopyRecord record;
 };
-
-TEST_F(TreeCopies, WholeTreesArriveAsTheyAre) {
-  MakeFolder(source + u"\\a");
-  MakeFolder(source + u"\\a\\b");
-  MakeFolder(source + u"\\empty");
-  MakeFile(source + u"\\a\\b\\deep.txt", "deep", FILE_ATTRIBUTE_READONLY);
-  MakeFile(source + u"\\a\\x.txt", "x", FILE_ATTRIBUTE_HIDDEN);
-  MakeFile(source + u"\\a\\x.txt:s", "stream");
-  ASSERT_TRUE(SetFileAttributesW((source + u"\\a").c_str(), FILE_ATTRIBUTE_HIDDEN));
-  for (const char16_t* item : {u"\\a\\b\\deep.txt", u"\\a\\x.txt", u"\\a\\b", u"\\a", u"\\empty", u""})
-    test::SetTimes(source + item, static_cast<unsigned>(std::u16string_view(item).size()) + 1);
-  const auto before = DescribeTree(source);
-  ASSERT_EQ(Copy(moving), 1);
-  EXPECT_EQ(DescribeTree(target), before);
-  EXPECT_EQ(DescribeTree(source), before);
-  EXPECT_EQ(machine->console,
-            "C:\\Data\\a -> D:\\Target\\a\r\nC:\\Data\\a\\b -> D:\\Target\\a\\b\r\n"
-            "C:\\Data\\a\\b\\deep.txt -> D:\\Target\\a\\b\\deep.txt\r\nC:\\Data\\a\\x.txt -> D:\\Target\\a\\x.txt\r\n"
-            "C:\\Data\\empty -> D:\\Target\\empty\r\n");
-  // A plain copy has the attributes of folders and files, and of files the times.
-  ASSERT_EQ(RemoveCopiedItems(record), 1);
-  ASSERT_EQ(Copy(plain), 1);
-  for (const char16_t* item : {u"\\a\\b\\deep.txt", u"\\a\\x.txt"})
-    EXPECT_EQ(Describe(target + item), before.at(item + 0));
-  EXPECT_EQ(Attributes(target + u"\\a"), FILE_ATTRIBUTE_DIRECTORY | FILE_ATTRIBUTE_HIDDEN);
-}
 
 TEST_F(TreeCopies, ADrivesRootIsATargetToo) {
   MakeFolder(source + u"\\sub");
@@ -101,8 +74,9 @@ class StandingItems : public TreeCopies {
     } else {
       MakeFolder(item);
       if (kind == 'F') MakeFile(item + u"\\" + static_cast<char16_t>(*contents), contents);
-      EXPECT_TRUE(kind != 'M' || SetVolumeMountPointW((item + u"\\").c_str(), FreeVolume().c_str()));
-      test::SetSecurity(item, u"O:SYD:P(A;OICI;FA;;;BA)(A;OICI;FA;;;SY)S:(AU;FA;FA;;;WD)");
+      EXPECT_TRUE(kind != 'M' ||
+                  SetVolumeMountPointW((item + u"\\").c_str(), machine->volumes.back()->guidName.c_str()));
+      SetSecurity(item, u"O:SYD:P(A;OICI;FA;;;BA)(A;OICI;FA;;;SY)S:(AU;FA;FA;;;WD)");
     }
   }
 };
@@ -120,7 +94,7 @@ TEST_F(StandingItems, AreReplacedByTheirOwnKindAlone) {
         MakeFolder(place);
         Make(from, root + u"\\item", "mine");
         Make(stands, place + u"\\item", "theirs");
-        for (const std::u16string& item : {place + u"\\item", place, root + u"\\item"}) test::SetTimes(item, 7);
+        for (const std::u16string& item : {place + u"\\item", place, root + u"\\item"}) SetTimes(item, 7);
         const auto before = States(place), all = States(u"D:\\Theirs");
         const auto mine = test::Streams(root + u"\\item");
         CopyRecord copied;
@@ -181,7 +155,7 @@ TEST_F(TreeCopies, AccessListsAreCarriedAsTheFlagsSay) {
   const std::u16string item = source + u"\\d", copy = target + u"\\d";
   MakeFolder(item);
   MakeFolder(copy);
-  test::SetSecurity(target, u"O:BAD:P(A;OICI;FA;;;BA)(A;OICI;FR;;;LS)");
+  SetSecurity(target, u"O:BAD:P(A;OICI;FA;;;BA)(A;OICI;FR;;;LS)");
   const std::u16string inherited = u"D:AI(A;;FA;;;BA)(A;ID;FA;;;SY)(A;ID;FR;;;WD)(A;ID;FR;;;BU)",
                        all = u"D:PAI(A;;FA;;;BA)(A;;FA;;;SY)(A;;FR;;;WD)(A;;FR;;;BU)",
                        above = u"D:AI(A;;FA;;;BA)(A;OICIID;FA;;;BA)(A;OICIID;FR;;;LS)";
@@ -196,15 +170,15 @@ TEST_F(TreeCopies, AccessListsAreCarriedAsTheFlagsSay) {
                {u"D:P(A;;FA;;;BA)(A;;FR;;;WD)", true, false, u"D:PAI(A;;FA;;;BA)(A;;FR;;;WD)"},
                {u"D:P(A;;FA;;;BA)(A;;FR;;;WD)", false, true, u"D:PAI(A;;FA;;;BA)(A;;FR;;;WD)"}};
   for (const auto& [sddl, allow, keep, copied] : cases) {
-    test::SetSecurity(item, u"O:BA" + sddl);
+    SetSecurity(item, u"O:BA" + sddl);
     EXPECT_EQ(CopyDacl(item, copy, {.allowInheritance = allow, .keepInheritedAces = keep}), 1);
-    EXPECT_EQ(Utf8(test::Dacl(copy)), Utf8(copied));
+    EXPECT_EQ(Utf8(Dacl(copy)), Utf8(copied));
   }
   machine->gate.FailCall("SetNamedSecurityInfoW", 1, ERROR_ACCESS_DENIED);
   EXPECT_EQ(CopyDacl(item, copy, {}), 0);
   ASSERT_TRUE(RemoveDirectoryW(copy.c_str()));
-  test::SetSecurity(item, u"O:BA" + inherited);
-  test::SetSecurity(source, u"O:BA" + inherited);
+  SetSecurity(item, u"O:BA" + inherited);
+  SetSecurity(source, u"O:BA" + inherited);
   const std::u16string own = u"D:P(A;OICI;FA;;;BA)(A;OICI;FR;;;LS)",
                        ofDrive =
                            u"D:AI(A;;FA;;;BA)(A;OICIID;FA;;;BA)(A;OICIID;FA;;;SY)(A;OICIID;0x1301bf;;;AU)"
@@ -222,10 +196,10 @@ TEST_F(TreeCopies, AccessListsAreCarriedAsTheFlagsSay) {
                {{.allowInheritance = true, .folderAccessLists = true}, own, above},
                {{.allowInheritance = true, .carryRoot = true}, own, u"D:AI(A;OICIID;FA;;;BA)(A;OICIID;FR;;;LS)"}};
   for (const auto& [flags, root, folder] : trees) {
-    test::SetSecurity(target, u"O:BA" + own);
+    SetSecurity(target, u"O:BA" + own);
     ASSERT_EQ(Copy(flags), 1);
-    EXPECT_EQ(Utf8(test::Dacl(target)), Utf8(root));
-    EXPECT_EQ(Utf8(test::Dacl(copy)), Utf8(folder));
+    EXPECT_EQ(Utf8(Dacl(target)), Utf8(root));
+    EXPECT_EQ(Utf8(Dacl(copy)), Utf8(folder));
     ASSERT_EQ(RemoveCopiedItems(record), 1);
   }
 }
@@ -235,7 +209,7 @@ TEST_F(TreeCopies, ASourceWithoutReadableDaclOpensTheTargetOfCopyDaclAlone) {
   for (const std::u16string& item : {file, copy}) MakeFile(item, "x");
   machine->gate.FailCall("GetNamedSecurityInfoW", 1, ERROR_ACCESS_DENIED);
   ASSERT_EQ(CopyDacl(file, copy, {.allowInheritance = true}), 1);
-  EXPECT_EQ(test::Dacl(copy), u"D:PNO_ACCESS_CONTROL") << "a null DACL";
+  EXPECT_EQ(Dacl(copy), u"D:PNO_ACCESS_CONTROL") << "a null DACL";
   // In a tree, such an item is not copied.
   ASSERT_TRUE(DeleteFileW(copy.c_str()));
   machine->gate.FailCall("GetNamedSecurityInfoW", 1, ERROR_ACCESS_DENIED);
@@ -263,7 +237,7 @@ TEST_F(TreeCopies, LinksInsideLeadIntoTheCopyAndLinksOutsideStay) {
                                     {.forceDirectoryLink = true}),
             1);
   for (const char16_t* link : {u"\\in", u"\\out", u"\\file", u"\\folder", u"\\dangling", u"\\odd1", u"\\odd2"})
-    test::SetTimes(source + link, static_cast<unsigned>(std::u16string_view(link).size()));
+    SetTimes(source + link, static_cast<unsigned>(std::u16string_view(link).size()));
   const auto before = DescribeTree(source);
   const auto arrived = [&](const char16_t* link) {
     std::u16string text;
@@ -303,32 +277,17 @@ TEST_F(TreeCopies, LongPathsAreCopied) {
     MakeFolder(folder);
   }
   MakeFile(folder + u"\\file.txt", "far down");
+  ASSERT_TRUE(SetFileAttributesW(folder.c_str(), FILE_ATTRIBUTE_HIDDEN));
   MakeFile(u"\\\\?\\C:\\Data\\dot.", "a name that ends with a dot");
   MakeFile(u"C:\\Data\\dot", "its twin");
   for (const bool backup : {true, false}) {
     ASSERT_EQ(Copy({.useBackupCopy = backup, .allowInheritance = true}), 1);
+    EXPECT_EQ(Attributes(u"\\\\?\\D:\\Target" + folder.substr(11)), FILE_ATTRIBUTE_DIRECTORY | FILE_ATTRIBUTE_HIDDEN);
     EXPECT_EQ(Contents(u"\\\\?\\D:\\Target" + folder.substr(11) + u"\\file.txt"), "far down");
     EXPECT_EQ(Contents(u"\\\\?\\D:\\Target\\dot."), "a name that ends with a dot");
     EXPECT_EQ(Contents(u"D:\\Target\\dot"), "its twin");
     ASSERT_EQ(RemoveCopiedItems(record), 1);
   }
-}
-
-TEST_F(TreeCopies, SharesFollowOrGoOrStay) {
-  MakeFolder(source + u"\\pub");
-  const auto shared = [&](const CopyFlags& flags) {
-    test::Share(u"public", u"c:\\data\\PUB");
-    EXPECT_EQ(Copy(flags), 1);
-    const std::u16string place = test::Shares()[u"public"];
-    NetShareDel(nullptr, std::u16string(u"public").data(), 0);
-    return place;
-  };
-  EXPECT_EQ(shared({.useBackupCopy = true, .moveShares = true, .copyOnly = true, .allowInheritance = true}),
-            u"c:\\data\\PUB");
-  EXPECT_EQ(shared({.useBackupCopy = true, .moveShares = true, .allowInheritance = true}), u"D:\\Target\\pub");
-  EXPECT_EQ(record.addedShares, std::vector<std::u16string>{u"public"});
-  EXPECT_EQ(shared({.useBackupCopy = true, .copyOnly = true, .allowInheritance = true}), u"");
-  EXPECT_EQ(record.deletedShares.size(), 1u);
 }
 
 }  // namespace

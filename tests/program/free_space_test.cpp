@@ -3,10 +3,10 @@
 
 namespace {
 
+using namespace test;
 using namespace win32;
-using test::Lines, test::MakeFile, test::MakeFolder, test::NoRoom;
 
-class FreeSpace : public test::ValidationTest {
+class FreeSpace : public ValidationTest {
  protected:
   FreeSpace() : ValidationTest({.volumes = 1}) {
     volume = machine->volumes.back()->guidName;

@@ -3,9 +3,9 @@
 
 namespace {
 
+using namespace test;
 using namespace win32;
 using emulated::Utf8;
-using test::Lines, test::MakeFile, test::MakeFolder;
 
 LockedPaths LockedList(const Lines& paths) {
   LockedPaths locked;
@@ -14,7 +14,7 @@ LockedPaths LockedList(const Lines& paths) {
   return locked;
 }
 
-class PreScan : public test::ValidationTest {
+class PreScan : public ValidationTest {
  protected:
   // What is said of a path, by a letter.
   static std::string Line(char what, const std::u16string& path) {
@@ -44,7 +44,7 @@ class PreScan : public test::ValidationTest {
   std::string Scanned(const char16_t* path, int result, const PreScanOptions& options = {.checkLocks = true}) {
     return Told([&] { EXPECT_EQ(PreScanSource(path, nullptr, options), result); });
   }
-  void DenyAll(const std::u16string& path) { test::SetSecurity(path, u"O:BAD:P(A;;FA;;;SY)"); }
+  void DenyAll(const std::u16string& path) { SetSecurity(path, u"O:BAD:P(A;;FA;;;SY)"); }
 };
 
 TEST_F(PreScan, NamesEachItemInTheOrderOfTheTree) {
@@ -61,9 +61,9 @@ TEST_F(PreScan, NamesEachItemInTheOrderOfTheTree) {
   DenyAll(d);
   ExpectScan({}, false, 0, {{"X", d}});
   ExpectScan({}, true, 1, {{"x", d}});
-  test::SetSecurity(d, u"O:BAD:P(A;;0x120089;;;BA)");  // no execute
+  SetSecurity(d, u"O:BAD:P(A;;0x120089;;;BA)");  // no execute
   ExpectScan({}, false, 0, {{"X", d}});
-  test::SetSecurity(d, u"O:BAD:P(A;;0x1200a9;;;BA)");
+  SetSecurity(d, u"O:BAD:P(A;;0x1200a9;;;BA)");
   ExpectScan({}, false, 1, {});
   // Refused, listed as locked, held open: every test of an item speaks, one line says what to do. What the user may not
   // open at all is not found to be in use, and so is what is read-only. The special case is for folders alone.
@@ -79,7 +79,7 @@ TEST_F(PreScan, NamesEachItemInTheOrderOfTheTree) {
   ASSERT_EQ(GetFileList(source, listing), 1);
   ASSERT_TRUE(DeleteFileW(a.c_str()));
   EXPECT_EQ(PreScanListing(listing, nullptr, false), 0);
-  EXPECT_FALSE(test::Exists(a));
+  EXPECT_FALSE(Exists(a));
 }
 
 TEST_F(PreScan, ComparesAsPathsAreCompared) {
@@ -159,14 +159,14 @@ TEST_F(PreScan, WhatIsKeptElsewhereIsRefusedByName) {
                        everyones = u"C:\\Users\\Public\\item", far = u"C:\\Far";
   log.reset();
   MakeFile(item, "compressed");
-  test::SetTag(item, 0x80000017);
-  EXPECT_EQ(test::RunProgram(*machine, {u"/RedirectFolder", source, u"/loc:" + target}).exitCode, 0);
-  EXPECT_EQ(test::RunProgram(*machine, {u"/RedirectFolder", source, u"/loc:" + target, u"/d"}).exitCode, 0);
+  SetTag(item, 0x80000017);
+  EXPECT_EQ(RunProgram(*machine, {u"/RedirectFolder", source, u"/loc:" + target}).exitCode, 0);
+  EXPECT_EQ(RunProgram(*machine, {u"/RedirectFolder", source, u"/loc:" + target, u"/d"}).exitCode, 0);
   ASSERT_TRUE(DeleteFileW(item.c_str()));
   MakeFolder(far);
   for (const std::u16string& shell : {item, users, everyones, far}) {
     if (shell != far) MakeFile(shell, "shell");
-    test::SetTag(shell, 0x9000001A);
+    SetTag(shell, 0x9000001A);
   }
   const struct {
     std::initializer_list<std::u16string> words;
@@ -177,15 +177,15 @@ TEST_F(PreScan, WhatIsKeptElsewhereIsRefusedByName) {
                {{u"/RedirectUP", u"anna", u"/loc:D:\\"}, users},
                {{u"/RedirectUP", u"/PublicProfile", u"/loc:D:\\"}, everyones}};
   for (const auto& [words, refused] : cases) {
-    const auto run = test::RunProgram(*machine, words);
+    const auto run = RunProgram(*machine, words);
     EXPECT_EQ(run.exitCode, 1);
     const std::u16string line = u"#ERROR: " + refused +
                                 u" - Its contents are kept elsewhere (reparse tag 0x9000001A), by a cloud service, "
                                 u"deduplication or a storage tier. Bring them back to this disk and try again.";
     EXPECT_TRUE(run.Logged(line) && run.log.find(line) == run.log.rfind(line)) << Utf8(run.log);
-    EXPECT_TRUE(test::Exists(refused));
+    EXPECT_TRUE(Exists(refused));
   }
-  EXPECT_TRUE(test::Names(target).empty());
+  EXPECT_TRUE(Names(target).empty());
 }
 
 // Programs of other systems make files of such names; a plain path would lead to the device, and lose what is copied.
@@ -196,13 +196,13 @@ TEST_F(PreScan, NamesOfDevicesAreReachedLikeOthers) {
     MakeFile(literal + u"\\" + name, "content of " + emulated::Utf8(name));
   MakeFolder(literal + u"\\com9");
   MakeFile(literal + u"\\com9\\nul.txt", "below");
-  const test::Tree before = test::DescribeTree(literal);
+  const Tree before = DescribeTree(literal);
   for (const char16_t* const permissions : {u"/NTFS", u"/-NTFS"}) {
-    const auto run = test::RunProgram(*machine, {u"/RedirectFolder", source, u"/loc:" + target, permissions});
+    const auto run = RunProgram(*machine, {u"/RedirectFolder", source, u"/loc:" + target, permissions});
     EXPECT_EQ(run.exitCode, 0) << emulated::Utf8(run.log);
-    EXPECT_EQ(test::DescribeTree(u"\\\\?\\" + target + u"\\Data"), before);
-    EXPECT_EQ(test::RunProgram(*machine, {u"/RedirectFolder", source, u"/loc:" + target, u"/d"}).exitCode, 0);
-    EXPECT_EQ(test::DescribeTree(literal), before);
+    EXPECT_EQ(DescribeTree(u"\\\\?\\" + target + u"\\Data"), before);
+    EXPECT_EQ(RunProgram(*machine, {u"/RedirectFolder", source, u"/loc:" + target, u"/d"}).exitCode, 0);
+    EXPECT_EQ(DescribeTree(literal), before);
   }
 }
 

@@ -30,9 +30,8 @@ class Engine : public ::testing::Test {
     MakeFolder(target);
   }
   // Goes on with what is on the disks.
-  void Reboot() { Boot(machine->Snapshot()); }
-  void Boot(Disks disks) {
-    Use([&] { return BootFrom(std::move(disks)); });
+  void Reboot() {
+    Use([disks = machine->Snapshot()]() mutable { return BootFrom(std::move(disks)); });
   }
   template <typename Make>
   void Use(Make make) {
@@ -45,23 +44,14 @@ class Engine : public ::testing::Test {
     log.emplace();
   }
 
-  // Everything logged so far. `Logged` asks for one text in it.
-  std::u16string LogText() const {
-    const std::string bytes = LogBytes(*machine);
-    std::u16string text;
-    for (std::size_t i = 2; i + 1 < bytes.size(); i += 2)
-      text +=
-          static_cast<char16_t>(static_cast<unsigned char>(bytes[i]) | static_cast<unsigned char>(bytes[i + 1]) << 8);
-    return text;
-  }
-  bool Logged(std::u16string_view text) const { return LogText().find(text) != std::u16string::npos; }
-  // What the action logs, without the times: "|" stands before each message.
+  // Everything logged so far.
+  std::u16string LogText() const { return test::LogText(*machine); }
+  // What the action logs: "|" stands before each message.
   std::string Told(const std::function<void()>& action) const {
     const std::size_t before = LogText().size();
     action();
-    std::string text = emulated::Utf8(LogText().substr(before));
-    for (std::size_t at = 0; (at = text.find("\r\n[", at)) != std::string::npos; ++at)
-      text.replace(at, text.find("] ", at) + 2 - at, "|");
+    std::string text;
+    for (const std::u16string& message : Messages(LogText().substr(before))) text += "|" + emulated::Utf8(message);
     std::erase_if(text, [](char c) { return c == '\r' || c == '\n'; });
     return text;
   }
@@ -86,12 +76,6 @@ class Engine : public ::testing::Test {
     auto held = machine->files().OpenForeign(4242, path, access, share);
     EXPECT_TRUE(held);
     return held;
-  }
-  // The name of the machine's volume that has no letter.
-  std::u16string FreeVolume() const {
-    for (const auto& mounted : machine->volumes)
-      if (mounted->letter == 0) return mounted->guidName;
-    return {};
   }
 
   const std::u16string source = u"C:\\Data";

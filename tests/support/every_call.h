@@ -3,7 +3,6 @@
 
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <cstdlib>
 #include <map>
 #include <memory>
@@ -34,8 +33,6 @@ inline std::size_t CallsInOneStep() {
   const char* const step = std::getenv("QBC_EVERY_CALL");
   return step ? std::max<std::size_t>(std::strtoul(step, nullptr, 10), 1) : 1;
 }
-// So many of the runs, when there is one for every call.
-inline int OfTheRuns(int count) { return count / static_cast<int>(CallsInOneStep()); }
 
 // Boots a machine on copies of these disks.
 inline void StartAgain(std::unique_ptr<emulated::Machine>& machine, const Disks& disks) {
@@ -108,7 +105,7 @@ void AtEveryMoment(emulated::Machine& machine, Command command, Examine examine)
   });
   EXPECT_EQ(command(machine).exitCode, 0);
   machine.gate.Observe({});
-  EXPECT_GE(static_cast<int>(moments.size()), OfTheRuns(100));
+  EXPECT_GE(moments.size(), 100 / CallsInOneStep());
   for (auto& [moment, disks] : moments) {
     const auto after = BootFrom(std::move(disks));
     examine(*after, moment);

@@ -15,14 +15,6 @@ std::u16string WithoutCarriageReturns(std::u16string text) {
   return text;
 }
 
-// What came to the log file behind its first `before` bytes; its byte-order mark is no text.
-std::u16string Added(std::string_view bytes, std::size_t before) {
-  std::u16string text;
-  for (std::size_t i = before == 0 ? 2 : before; i + 1 < bytes.size(); i += 2)
-    text += static_cast<char16_t>(static_cast<unsigned char>(bytes[i]) | static_cast<unsigned char>(bytes[i + 1]) << 8);
-  return text;
-}
-
 }  // namespace
 
 std::string LogBytes(emulated::Machine& machine) {
@@ -30,6 +22,14 @@ std::string LogBytes(emulated::Machine& machine) {
   emulated::Bytes content;
   if (emulated::ReadWholeFile(*machine.SystemVolume()->volume, kPath, content) != 0) return {};
   return {content.begin(), content.end()};
+}
+
+std::u16string LogText(emulated::Machine& machine, std::size_t before) {
+  const std::string bytes = LogBytes(machine);
+  std::u16string text;
+  for (std::size_t i = std::max<std::size_t>(before, 2); i + 1 < bytes.size(); i += 2)
+    text += static_cast<char16_t>(static_cast<unsigned char>(bytes[i]) | static_cast<unsigned char>(bytes[i + 1]) << 8);
+  return text;
 }
 
 std::vector<std::u16string> Messages(const std::u16string& log) {
@@ -68,7 +68,7 @@ RunResult RunProgram(emulated::Machine& machine, const std::vector<std::u16strin
   result.console = WithoutCarriageReturns(emulated::Utf16(emulated::OemToUtf8(machine.console, machine.oemCodePage)));
   const std::u16string banner = LoadResourceString(101);
   result.said = result.console.starts_with(banner) ? result.console.substr(banner.size()) : result.console;
-  result.log = WithoutCarriageReturns(Added(LogBytes(machine), logged));
+  result.log = WithoutCarriageReturns(LogText(machine, logged));
   const std::size_t second = std::min(result.log.find(u'\n', 1), result.log.size());
   const std::size_t third = std::min(result.log.find(u'\n', second + 1), result.log.size());
   if (const std::u16string line = result.log.substr(second, third - second); line.find(u", Quillbay ") != line.npos) {

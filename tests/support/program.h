@@ -38,5 +38,7 @@ using ::UseProgramModule;
 
 // The bytes of the log file; empty without one.
 std::string LogBytes(emulated::Machine& machine);
+// The text in it, behind the first bytes; its byte-order mark is no text.
+std::u16string LogText(emulated::Machine& machine, std::size_t before = 0);
 
 }  // namespace test
