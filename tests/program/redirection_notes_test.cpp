@@ -31,8 +31,7 @@ TEST_F(RedirectionNotes, WithADamagedConfigurationNothingIsOverwritten) {
   machine->registry().DeleteValue(kNotes, u"NewProfiles");
   const Values values = ProfileValues();
   const RunResult run = Remove();
-  Expect(run, 1);
-  EXPECT_TRUE(run.Logged(u"#ERROR: Failed to obtain information from config file."));
+  EXPECT_TRUE(run.exitCode == 1 && run.Logged(u"#ERROR: Failed to obtain information from config file."));
   EXPECT_TRUE(
       run.Said(u"\nNewly created user profile location at D:\\Profiles can not be removed.  Check location and "));
   Expect(BringBack(u"PublicProfile"), 1);
@@ -58,13 +57,9 @@ TEST_F(RedirectionNotes, FromWhatWasNotedAWayLeadsHome) {
     Expect(SetWithBoth(kPlace), 0);
     MakeFile(kConfig, found);
     const Values redirected = ProfileValues();
-    RunResult run = Remove();
-    EXPECT_TRUE(run.Logged(u"new user profiles are created in D:\\Profiles (ProfilesDirectory in the profile list)."));
     EXPECT_TRUE(
-        run.Logged(u"#INFO: To have them created in C:\\Users again, redirect them to D:\\Profiles once more, "));
-    run = Set(u"D:\\Elsewhere");
-    Expect(run, 1);
-    EXPECT_TRUE(run.Logged(u"#ERROR: New user profiles are created in D:\\Profiles already, which the configuration "));
+        Remove().Logged(u"#INFO: To have them created in C:\\Users again, redirect them to D:\\Profiles once more"));
+    EXPECT_TRUE(Set(u"D:\\Elsewhere").Logged(u"#ERROR: New user profiles are created in D:\\Profiles already, which "));
     machine->gate.FailCall("RegSetValueExW", 2, win32::ERROR_ACCESS_DENIED);  // a setting that fails forgets nothing
     Expect(Set(kPlace), 1);
     machine->gate.ClearFailures();
@@ -82,9 +77,7 @@ TEST_F(RedirectionNotes, FromWhatWasNotedAWayLeadsHome) {
   PutPublicElsewhere();
   const RunResult run = Remove();
   Expect(run, 0);
-  Values expected = values;
-  expected[u"Public"] = ProfileValues().at(u"Public");
-  EXPECT_EQ(ProfileValues(), expected);
+  for (const char16_t* name : {u"Default", u"ProfilesDirectory"}) EXPECT_EQ(ProfileValues().at(name), values.at(name));
   EXPECT_EQ(Value(u"Public"), u"D:\\Shared");
   EXPECT_TRUE(run.Logged(u"The monitored registry keys and the location for registry data stay."));
   EXPECT_EQ(Config(), (Configuration{u"0", u"", u"C:\\Users", 1, kPlace, {kProfileListKey}}));
@@ -93,18 +86,18 @@ TEST_F(RedirectionNotes, FromWhatWasNotedAWayLeadsHome) {
 
 TEST_F(RedirectionNotes, RemovalTakesAwayWhatCameWithItOnly) {
   // The same folder had been the location for registry data.
-  const std::u16string data = kPlace + u"\\Quillbay\\RegistryData";
+  const std::u16string data = kPlace + u"\\Quillbay\\RegistryData\\key.dat";
   MakeFolder(kPlace);
   Expect(Run({u"/RedirectRegKeyLocation", u"/loc:" + kPlace}), 0);
   const Configuration withLocation = Config();
   for (const bool isEmpty : {true, false}) {
-    for (const std::u16string& folder : {kPlace + u"\\Quillbay", data})
-      if (!isEmpty) MakeFolder(folder);
-    if (!isEmpty) MakeFile(data + u"\\key.dat", "of the service");
+    if (!isEmpty) MakeFile(data, "of the service");
     Expect(SetWithBoth(kPlace), 0);
     Expect(Remove(), 0);
     EXPECT_EQ(Config(), withLocation);
-    EXPECT_TRUE(Exists(isEmpty ? kPlace : data + u"\\key.dat") && ServiceRuns());
+    EXPECT_TRUE(Exists(isEmpty ? kPlace : data) && ServiceRuns());
+    for (const auto* folder : {u"\\Quillbay", u"\\Quillbay\\RegistryData"})
+      if (isEmpty) MakeFolder(kPlace + folder);
   }
   // The profile list, or what holds it, had been monitored.
   for (const char16_t* key : {kProfileListKey, u"HKEY_LOCAL_MACHINE\\SOFTWARE\\Microsoft\\Windows NT"}) {

@@ -124,7 +124,6 @@ TEST_F(RegistryCommands, TheWholeStory) {
   const auto in = About(u"1 D:\\Registry:", u"; automatic, runs");
   // There is no location yet.
   Expect({kPlace}, u"\n\n\n\n", {}, kOff);
-  Expect({keys}, u"\n\n\n", {}, kOff);
   Expect({keys, a}, notAdded(a), {u"#ERROR: redirect location not set (redirection disabled)."});
   Expect({keys, a, u"/d"}, notRemoved(a), {u"#ERROR: Registry key redirection is disabled."});
   Expect({kPlace, u"/d"},
@@ -175,9 +174,6 @@ TEST_F(RegistryCommands, TheWholeStory) {
   Expect({keys, list, u"/d"}, removed(list), {}, in(u" A" + mine));
   // Listing is for who is no administrator in effect, too.
   Expect({keys}, u"\n\n" + a + u"\n" + windows + u"\n\n", {}, in(u" A" + mine));
-  for (const int answer : {SetRegKeyLocation(nullptr), SetRegKeyLocation(u""), RemoveRedirectedRegKey(nullptr),
-                           RemoveRedirectedRegKey(u""), AddRedirectedRegKey(nullptr)})
-    EXPECT_EQ(answer, 1);
   // The keys stay for the next location.
   Expect({kPlace, u"/d"}, Removed(u"D:\\Registry"), {kDisabled}, u"0 : A" + mine + u"; manual, stands");
   SetLocation();
@@ -349,15 +345,9 @@ TEST_F(RegistryCommands, AVolumeBecomesALocationBesideRimehold) {
   }
 }
 
-// A failure that comes later takes the mount back, and only what this run made. What a power failure left is gone on
-// from: the same volume, or another one in its place.
+// What a power failure left is gone on from: the same volume, or another one in its place.
 TEST_F(RegistryCommands, AMountIsTakenBackOrTakenUp) {
   Restart({.volumes = 2});
-  MakeFolder(kMount);
-  machine->gate.FailCall("get_xml", 1, win32::ERROR_WRITE_PROTECT);
-  Expect({kPlace, u"/vol:" + kVolume}, NotSet(kVolume),
-         {u"CQBConfig::Save: failed to save config file:\nThe data is invalid."});
-  EXPECT_TRUE(Exists(kMount) && Names(kMount).empty() && !machine->registry().Query(kNotes, kMount));
   for (const std::u16string& next : {kVolume, machine->volumes.back()->guidName}) {
     machine->gate.FailCall("get_xml", 1, win32::ERROR_WRITE_PROTECT);
     machine->gate.FailCall("DeleteVolumeMountPointW", 1, win32::ERROR_ACCESS_DENIED);
@@ -375,15 +365,10 @@ TEST_F(RegistryCommands, AFailureAmongTheKeysIsToldAsItIs) {
   machine->gate.FailCall("get_text", 4, win32::ERROR_ACCESS_DENIED);
   const RunResult run = RunProgram(*machine, {u"/RedirectRegKey"});
   EXPECT_TRUE(run.exitCode == 1 && run.said == u"\n\n\n") << "a part of the list would be taken for all of it";
-  machine->gate.FailCallsFrom("get_text", 1, win32::ERROR_ACCESS_DENIED);
-  EXPECT_EQ(RunProgram(*machine, {kPlace}).exitCode, 1);
-  machine->gate.ClearFailures();
   machine->gate.FailCall("removeChild", 1, win32::ERROR_ACCESS_DENIED);
   EXPECT_EQ(Messages(Add(u"A").log),
             (Lines{kSoftware + u"A\\B", u"#INFO: The child key stays in the config file: " + kSoftware + u"A\\B"}));
   EXPECT_EQ(InFile(), u"1 D:\\Registry: A\\B AB A");
-  machine->gate.FailCallsFrom("RegOpenKeyExW", 1, win32::ERROR_ACCESS_DENIED);
-  EXPECT_TRUE(IsValidRegistryPath(kSoftware + u"A")) << "a key closed to the user is there";
 }
 
 // What a refused call leaves of the file and of the service, and whether the console told the truth about it.

@@ -147,15 +147,6 @@ TEST_F(Validation, EveryRelationSpeaksInItsOrder) {
     Relate(source, to, "+", skip);
   for (const char16_t* root : {u"C:\\", u"C:"}) Relate(root, u"c:\\Data\\x", "<", skip);
   Relate(u"C:\\Data\\inner", source, "+");
-  EXPECT_LINES(
-      Refusal([] { return CheckPathRelations(u"\"C:\\Data\"", u" C:\\Data\\x ", {.skipTarget = true}); }),
-      Lines{u"#ERROR: Unable to get File Attributes for path = \"C:\\Data\"The system cannot find the path specified.",
-            LineOf('<', u"\"C:\\Data\"", u" C:\\Data\\x ")});
-  for (const char16_t* to : {u"D:\\new", u"c:\\Links\\junction\\new", u"Q:\\new"})
-    EXPECT_LINES(LinesOf([&] { TellIfOnOneVolume(source, to); }), Lines{});
-  EXPECT_LINES(LinesOf([&] { TellIfOnOneVolume(source, u"c:\\new\\x"); }),
-               Lines{u"#INFO: c:\\new\\x is on the same volume as C:\\Data: what is discarded there at a restart is "
-                     u"discarded at both places."});
 }
 
 TEST_F(Validation, TheTargetMustBeOpenToTheUser) {
@@ -174,23 +165,13 @@ TEST_F(Validation, TheTargetMustBeOpenToTheUser) {
   // Rights, links above and room are not asked of a target that is a junction.
   ASSERT_EQ(CreateJunction(u"C:\\Links\\closed", u"D:\\closed"), 1);
   Relate(source, u"C:\\Links\\closed", "j");
-  // Each of the rights is needed.
-  constexpr DWORD kNeeded = 0x1F01FF;
-  for (DWORD right = 1; right <= SYNCHRONIZE; right <<= 1) {
-    if (!(kNeeded & right) || right == WRITE_OWNER) continue;  // which a privilege gives
-    const std::u16string rights = emulated::Utf16(std::to_string(kNeeded & ~right));
-    MakeFolder(u"D:\\" + rights);
-    Grant(u"D:\\" + rights, rights);
-    Relate(source, u"D:\\" + rights, "c");
-  }
+  Grant(u"D:\\closed\\open", u"0x1E01FF");  // all but to delete it
+  Relate(source, u"D:\\closed\\open", "c");
 }
 
 TEST_F(Validation, EveryFlagReachesItsRule) {
   Decide(source, target, {}, passed);
-  const auto refusal = [](const std::u16string& link, const char16_t* is) {
-    return Lines{u"#ERROR: The folder " + link + is + kElsewhere};
-  };
-  EXPECT_LINES(Refusal(kSymbolic.c_str(), target.c_str()), refusal(kSymbolic, u" is Symbolic Link."));
+  EXPECT_LINES(Refusal(kSymbolic.c_str(), target.c_str()), Lines{LineOf('S', kSymbolic, target)});
   // Nobody is warned of a profile below Windows' own folders.
   MakeFolder(u"C:\\Windows\\Profiles");
   for (const RedirectionOptions& options :
@@ -202,7 +183,7 @@ TEST_F(Validation, EveryFlagReachesItsRule) {
   Decide(u"C:\\Windows\\Profiles", target, {}, passed);
   EXPECT_NE(machine->console, "");
   Decide(source, kMounted, {.excludeMountedVolume = true}, passed);
-  Decide(source, kMounted, {}, refusal(kMounted, u" is already redirected."));
+  Decide(source, kMounted, {}, {LineOf('j', source, kMounted)});
 
   const std::u16string closed = source + u"\\closed";
   MakeFolder(closed);
@@ -218,10 +199,6 @@ TEST_F(Validation, EveryFlagReachesItsRule) {
   MakeFolder(u"C:\\Empty");
   Decide(u"C:\\Empty", target, {.allowLockedSpecialCase = true, .targetOnly = true},
          {passed[0], u"##INFO: D:\\Target - Folder locked but allowing it anyways (special case)."});
-  MakeFile(u"D:\\file", "x");
-  const auto file = HoldOpen(u"D:\\file", GENERIC_READ, 0);
-  Decide(u"C:\\Empty", u"D:\\file", {.targetOnly = true},
-         {NoDirectory(u"D:\\file"), u"##INFO: D:\\file - File is not accessible."});
   Grant(target, u"FW");
   EXPECT_LINES(Refusal(u"C:\\Empty", target.c_str(), {.targetOnly = true}),
                Lines{LineOf('c', u"", target), u"#" + Unreadable(target)});
@@ -250,19 +227,14 @@ TEST_F(Validation, AFailedSourceEndsItAndAFailedTargetDoesNot) {
 }
 
 TEST_F(Validation, AVolumeAlone) {
-  Volume(volume, passed);
-  std::u16string upper = volume;
-  for (char16_t& unit : upper)
-    if (unit >= u'a' && unit <= u'z') unit = static_cast<char16_t>(unit - 32);
-  Volume(upper, passed);
+  Volume(u"\\\\?\\VOLUME" + volume.substr(10), passed);
   EXPECT_LINES(Decision([] { return ValidateVolume(nullptr); }), Lines{});
   for (const std::u16string name :
        {u"\\\\?\\Volume{no}\\", volume.substr(0, volume.size() - 1).c_str(), (volume + u"x").c_str(), u"D:\\"})
     Volume(name, {NoVolume(name)});
-  for (const std::u16string fileSystem : {u"FAT", u"exFAT", u"NTFS"}) {
-    machine->FindByGuidName(volume)->fileSystem = fileSystem;
-    Volume(volume, fileSystem == u"NTFS" ? passed : Lines{NotNtfs(volume)});
-  }
+  machine->FindByGuidName(volume)->fileSystem = u"exFAT";
+  Volume(volume, {NotNtfs(volume)});
+  machine->FindByGuidName(volume)->fileSystem = u"NTFS";
   for (const std::u16string& name : {machine->volumes.back()->guidName, Drive(u'D').guidName})
     Volume(name, {Mounted(name)});
   // Paths that do not fit the room for them are paths; what cannot be told is none.
