@@ -252,19 +252,6 @@ TEST_F(Profile, OwnsTheFolderThatItGoesTo) {
   EXPECT_EQ(Dacl(u"D:\\P\\anna\\Documents\\letter.txt"), inherited) << "not what it was lent";
 }
 
-TEST_F(Profile, LeavesMediaSharingAsItWas) {
-  machine->services().Install(u"WMPNetworkSvc", u"C:\\Windows\\System32\\svchost.exe", win32::SERVICE_DEMAND_START);
-  const auto state = [&] { return machine->services().State(u"WMPNetworkSvc"); };
-  machine->services().SetState(u"WMPNetworkSvc", win32::SERVICE_RUNNING);
-  bool stopped = false;
-  machine->onSleep = [&](std::uint64_t) { stopped |= state() != win32::SERVICE_RUNNING; };
-  ASSERT_EQ(Move(u"anna", u"D:\\P").exitCode, 0);
-  EXPECT_TRUE(stopped && state() == win32::SERVICE_RUNNING);
-  ASSERT_EQ(MoveHome(u"anna").exitCode, 0);
-  EXPECT_EQ(Move(u"anna", u"C:\\Users").exitCode, 1);  // refused after the service was stopped
-  EXPECT_EQ(state(), win32::SERVICE_RUNNING);
-}
-
 TEST_F(Profile, WithAWallpaperOfItsOwnFollows) {
   for (const auto& [before, after] : {std::pair{u"C:\\Users\\anna\\x.jpg", u"D:\\P\\anna\\x.jpg"},
                                       {u"c:\\USERS\\Anna", u"D:\\P\\anna"},

@@ -12,11 +12,16 @@ class SharedProfilesCommands : public SharedProfilesTest {
  protected:
   // Who may do what, without how that came to be.
   static std::u16string Entries(const std::u16string& path) { return Dacl(path).substr(Dacl(path).find(u'(')); }
-  bool Fails(const RunResult& run) {
+  // The command fails when this call is refused.
+  bool FailsAt(const char* call, std::uint64_t number, const std::function<RunResult()>& command) {
+    machine->gate.FailCall(call, number, win32::ERROR_ACCESS_DENIED);
+    const bool failed = command().exitCode == 1;
     machine->gate.ClearFailures();
-    return run.exitCode == 1;
+    return failed;
   }
-  void FailTheRegistry() { machine->gate.FailCall("RegSetValueExW", 1, win32::ERROR_ACCESS_DENIED); }
+  bool BringingBackFails(std::uint64_t write = 1) {
+    return FailsAt("RegSetValueExW", write, [this] { return BringBack(u"PublicProfile"); });
+  }
 };
 
 TEST_F(SharedProfilesCommands, GoAndComeBack) {
@@ -43,8 +48,7 @@ TEST_F(SharedProfilesCommands, GoAndComeBack) {
   EXPECT_EQ(FilesOf(kPlace + u"\\Default"), ofDefault);
   machine->Advance(60000);
   const std::string documents = Describe(kCopy + u"\\Documents");
-  FailTheRegistry();
-  EXPECT_TRUE(Fails(BringBack(u"PublicProfile")));
+  EXPECT_TRUE(BringingBackFails());
   EXPECT_EQ(Shares(), moved);
   EXPECT_TRUE(BringBack(u"PublicProfile").Logged(u"#INFO: Going to update profile image file paths for Public User."));
   ExpectSame(AllOf(kPublic), ofPublic);
@@ -62,8 +66,7 @@ TEST_F(SharedProfilesCommands, GoAndComeBack) {
   ASSERT_TRUE(win32::DeleteVolumeMountPointW(u"D:\\"));
   EXPECT_TRUE(BringBack(u"DefaultProfile")
                   .Logged(u"#ERROR: The volume with the folder D:\\Profiles\\Default is not there. Connect it, and try "
-                          u"again. (If it is lost "
-                          u"for good, make an empty folder of that name first.)"));
+                          u"again. (If it is lost for good, make an empty folder of that name first.)"));
   EXPECT_EQ(Value(u"Default"), kPlace + u"\\Default");
   ASSERT_TRUE(win32::SetVolumeMountPointW(u"D:\\", volume.c_str()));
   ASSERT_TRUE(win32::MoveFileW(kPlace.c_str(), u"D:\\Lost"));
@@ -139,8 +142,7 @@ TEST_F(SharedProfilesCommands, WriteIntoNoFileOfSeveralNames) {
     SetSecurity(copies + u"bait.txt", closed + u"(A;;FA;;;BU)");
     MakeFile(copies + u"bait.txt", "the user's");
     MakeFile(copies + u"one.txt", "edited");
-    FailTheRegistry();
-    EXPECT_TRUE(Fails(BringBack(u"PublicProfile")));
+    EXPECT_TRUE(BringingBackFails());
     EXPECT_EQ(FilesOf(kPublic), files) << "the old folder is as it was";
     ASSERT_EQ(Run({u"/RedirectUPDefault", u"/PublicProfile", flag}).exitCode, 0);
     EXPECT_EQ(DescribeTree(u"C:\\Closed"), outside);
@@ -181,21 +183,16 @@ TEST_F(SharedProfilesCommands, WhatIsRedirectedOrMountedInThemFollows) {
                              u"Remove that redirection first."));
   ASSERT_EQ(Run({u"/RedirectFolder", u"D:\\Data", u"/loc:" + kPublic, u"/d"}).exitCode, 0);
   for (const std::uint64_t write : {1u, 2u, 3u}) {
-    machine->gate.FailCall("RegSetValueExW", write, win32::ERROR_ACCESS_DENIED);
-    EXPECT_TRUE(Fails(Redirect(u"PublicProfile", kPlace)));
+    EXPECT_TRUE(FailsAt("RegSetValueExW", write, [this] { return Redirect(u"PublicProfile", kPlace); }));
     EXPECT_EQ(AllRecords(), (Pairs{{kPublic + u"\\Papers", u"D:\\Papers"}}));
   }
   ASSERT_EQ(Redirect(u"PublicProfile", kPlace).exitCode, 0);
   EXPECT_EQ(LinkTarget(kCopy + u"\\Papers"), u"D:\\Papers");
   EXPECT_EQ(AllRecords(), (Pairs{{kCopy + u"\\Papers", u"D:\\Papers"}}));
-  machine->gate.FailCall("DeleteVolumeMountPointW", 1, win32::ERROR_ACCESS_DENIED);
-  const RunResult mounted = BringBack(u"PublicProfile");
-  EXPECT_TRUE(mounted.Logged(u"#ERROR: Failed to unmount the volume from the folder C:\\Users\\Public\\Shelf. "));
-  EXPECT_TRUE(Fails(mounted) && !mounted.Logged(u"#ERROR: Unable to copy "));
+  EXPECT_TRUE(FailsAt("DeleteVolumeMountPointW", 1, [this] { return BringBack(u"PublicProfile"); }));
   const Pairs records = AllRecords();
   for (const std::uint64_t write : {1u, 2u}) {  // of the record, and of the value at last
-    machine->gate.FailCall("RegSetValueExW", write, win32::ERROR_ACCESS_DENIED);
-    EXPECT_TRUE(Fails(BringBack(u"PublicProfile")));
+    EXPECT_TRUE(BringingBackFails(write));
     EXPECT_EQ(AllRecords(), records);
   }
   for (const std::u16string& folder : {kPublic, kCopy})
@@ -258,11 +255,11 @@ TEST_F(SharedProfilesCommands, ComeBackWithWhatItsUsersKeepToThemselves) {
       if (stayed) fill(kPublic, "old");
       fill(kCopy, "new");
       const auto live = securityOf(kCopy), old = securityOf(kPublic);
-      FailTheRegistry();
-      EXPECT_TRUE(Fails(automatic ? Remove() : BringBack(u"PublicProfile")));
+      const auto back = [&] { return automatic ? Remove() : BringBack(u"PublicProfile"); };
+      EXPECT_TRUE(FailsAt("RegSetValueExW", 1, back));
       EXPECT_EQ(securityOf(kCopy), live);
       EXPECT_EQ(securityOf(kPublic), old);
-      ASSERT_EQ((automatic ? Remove() : BringBack(u"PublicProfile")).exitCode, 0);
+      ASSERT_EQ(back().exitCode, 0);
       EXPECT_EQ(securityOf(kPublic), live);
       for (const auto* name : {u"\\Hers\\a.txt", u"\\Hers\\Inner\\b.txt"}) EXPECT_EQ(Contents(kPublic + name), "new");
       EXPECT_FALSE(Exists(kCopy));
