@@ -61,10 +61,8 @@ TEST_F(FolderOnVolume, GoesThereAndBackWithEverything) {
   EXPECT_EQ(Access(kVolume), access) << "what users see of the folder";
   EXPECT_EQ(Contents(u"C:\\Data\\out\\there.txt"), "there");
   EXPECT_EQ(Contents(file), "deep");
-  EXPECT_EQ(Answer(Redirect()),
-            Failed(kFolder, "#ERROR: The folder C:\\Data is already redirected. Browse to a different location.\n"));
-  EXPECT_EQ(ChangesSince(redirected), "");
-
+  ExpectRefused(u"/RedirectFolder", {{u"C:\\Data", kVolume, "#ERROR: The folder C:\\Data is already redirected."}},
+                u"/c", u"/vol:");
   EXPECT_EQ(Remove().exitCode, 0);
   EXPECT_EQ(ChangesSince(before), "");
   EXPECT_EQ(Contents(file), "deep");
