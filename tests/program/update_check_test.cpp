@@ -3,8 +3,7 @@
 
 namespace {
 
-using test::HttpReply;
-using test::HttpServer;
+using namespace test;
 
 constexpr const char* kLatestMarker = "<RESULT>LATEST</RESULT>";
 
@@ -12,14 +11,14 @@ class UpdateCheck : public ::testing::Test {
  protected:
   // The check as the command makes it: the answer is the message's, too, and nothing stays open.
   int Check() {
-    const auto run = test::RunProgram(*machine, {u"/CheckForUpdate"});
+    const auto run = RunProgram(*machine, {u"/CheckForUpdate"});
     EXPECT_EQ(run.said, run.exitCode == 0   ? u"You have the latest version of Quillbay."
                         : run.exitCode == 1 ? u"There is a newer version of Quillbay."
                                             : u"Can not access Velmora Check for Updates. Please check network "
                                               u"connection and try again.");
     return run.exitCode;
   }
-  std::unique_ptr<emulated::Machine> machine = test::InstalledMachine();
+  std::unique_ptr<emulated::Machine> machine = InstalledMachine();
 };
 
 TEST_F(UpdateCheck, SendsTheDocumentAsTheServerKnowsIt) {
@@ -96,7 +95,7 @@ TEST_F(UpdateCheck, AnyCallMayFail) {
   HttpServer server(HttpReply("200 OK", kLatestMarker + std::string(3000, 'x')));
   for (auto* const call : {"GetModuleFileNameW", "GetFileVersionInfoSizeW", "GetFileVersionInfoW", "VerQueryValueW"}) {
     machine->gate.FailCallsFrom(call, 1, win32::ERROR_RESOURCE_DATA_NOT_FOUND);
-    const auto run = test::RunProgram(*machine, {u"/CheckForUpdate"});
+    const auto run = RunProgram(*machine, {u"/CheckForUpdate"});
     EXPECT_EQ(run.exitCode, 2);
     EXPECT_TRUE(run.log.ends_with(u"] Product Version extraction failed. Please check the file version."));
     machine->gate.ClearFailures();
