@@ -62,8 +62,8 @@ TEST_F(SavedSecurity, IsReadOnceMoreWhenItHasGrown) {
   SetSecurity(file, u"O:SYD:P(A;;FA;;;BA)");
   ASSERT_EQ(RestoreRemovedSecurityInfo(saved), 1);
   EXPECT_EQ(Security(file), large);
-  for (const auto& [nth, error] : {std::pair{1u, ERROR_ACCESS_DENIED}, {2u, ERROR_ACCESS_DENIED}}) {
-    machine->gate.FailCall("GetFileSecurityW", nth, error);
+  for (const unsigned nth : {1u, 2u}) {
+    machine->gate.FailCall("GetFileSecurityW", nth, ERROR_ACCESS_DENIED);
     SecurityBlock block;
     EXPECT_EQ(SaveSecurityInfo(file, block), 0);
     EXPECT_FALSE(block);
@@ -134,10 +134,6 @@ TEST_F(SavedSecurity, InheritanceIsLookedAtOnce) {
   EXPECT_EQ(HaveInheritedPermissions(cache, file), 1);
   cache.clear();
   EXPECT_EQ(HaveInheritedPermissions(cache, file), 0);
-  cache.clear();
-  machine->gate.FailCall("GetAce", 1, ERROR_INVALID_PARAMETER);
-  EXPECT_EQ(Told([&] { EXPECT_EQ(HaveInheritedPermissions(cache, file), 0); }),
-            "|#### HaveInheritedPermissions(). Failed to get ACE from DACL of (index: 0)= C:\\Data\\f");
 }
 
 // The question whether somebody has the file open makes none, and takes "access denied" for no.

@@ -160,11 +160,6 @@ TEST_F(EveryCall, OfTheWayBackFromAMergeMayFail) {
   FailEach({u"/RedirectFolder", kData, u"/loc:D:\\Target"}, kData, kTheirs, redirected, u"C:\\Data\\one.txt");
 }
 
-TEST_F(EveryCall, OfTheWayBackWithoutPermissionsMayFail) {
-  Redirect(u"E:\\Foo", kData);
-  FailEach({u"/RedirectFolder", kData, u"/loc:D:\\Target", u"/-NTFS"}, kData, kTheirs, redirected, kData);
-}
-
 TEST_F(EveryCall, OfARemovalMayFail) {
   MakeTheirs();
   Redirect(kData, u"D:\\Target");
