@@ -82,12 +82,10 @@ class RegistryCommands : public ::testing::Test {
   }
   // Of the service: its start type, whether it runs, and whether anything else of it has changed.
   std::u16string Service() {
-    const win32::DWORD start = machine->services().Configuration(kService)->start;
+    const std::u16string starts[] = {u"?", u"?", u"automatic", u"manual", u"?"};
     const bool runs = machine->services().State(kService) == win32::SERVICE_RUNNING;
-    return std::u16string(start == win32::SERVICE_AUTO_START     ? u"automatic"
-                          : start == win32::SERVICE_DEMAND_START ? u"manual"
-                                                                 : u"?") +
-           (runs ? u", runs" : u", stands") + (OtherSettings() == settings_ ? u"" : u", changed");
+    return starts[machine->services().Configuration(kService)->start] + (runs ? u", runs" : u", stands") +
+           (OtherSettings() == settings_ ? u"" : u", changed");
   }
   std::map<std::u16string, emulated::Bytes> OtherSettings() {
     std::map<std::u16string, emulated::Bytes> settings;
