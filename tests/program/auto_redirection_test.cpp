@@ -143,7 +143,6 @@ TEST_F(AutoRedirection, IsRefused) {
   ASSERT_EQ(Move(u"anna", u"D:\\").exitCode, 0);
   ASSERT_EQ(Run({u"/RedirectFolder", u"C:\\x", u"/loc:D:\\Kept"}).exitCode, 0);
   MakeFolder(u"D:\\Kept\\x\\y");
-  Share(u"public", kPublic);
   const Settings before = AllSettings();
   const Tree disk = DescribeTree(u"D:");
   const std::u16string failed = u"Automatically redirect newly created user profiles is not successful.";
@@ -167,7 +166,6 @@ TEST_F(AutoRedirection, IsRefused) {
   const auto expectUnchanged = [&] {
     EXPECT_EQ(AllSettings(), before);
     EXPECT_EQ(DescribeTree(u"D:"), disk);
-    EXPECT_EQ(Shares().at(u"public"), kPublic);
   };
   for (const auto& [location, line] : refusals) {
     const RunResult run = SetWithBoth(location);

@@ -34,8 +34,7 @@ class ProfileCalls : public SharedProfilesTest {
 class UserProfileCalls : public ProfileCalls {
  protected:
   static constexpr const char16_t* kInner = u"\\vault\\inner.txt";
-  explicit UserProfileCalls(const MachineFacts& facts = {}) {
-    Restart(facts);
+  UserProfileCalls() {
     for (const auto* item : {u"\\Pictures", u"\\Documents\\old.bin", u"\\Documents\\letter.txt", u"\\Documents",
                              u"\\Application Data", u"\\AppData"}) {
       win32::SetFileAttributesW((kAnna + item).c_str(), win32::FILE_ATTRIBUTE_NORMAL);
@@ -119,27 +118,17 @@ TEST_F(UserProfileCalls, OfAMoveToAFolderAndHome) {
 }
 
 TEST_F(UserProfileCalls, LoseNothingWhenThePowerFails) {
-  AtEveryMoment(
-      *machine,
-      [](emulated::Machine& on) {
-        return RunProgram(on, {u"/RedirectUP", u"anna", u"/loc:D:\\Profiles"});
-      },
-      [](emulated::Machine&, const std::string& moment) {
-        ExpectFilesIn({kAnna, kPlace + u"\\anna"}, moment);
-      });
+  const auto move = [](emulated::Machine& on) { return RunProgram(on, {u"/RedirectUP", u"anna", u"/loc:" + kPlace}); };
+  AtEveryMoment(*machine, move, [](emulated::Machine&, const std::string& moment) {
+    ExpectFilesIn({kAnna, kPlace + u"\\anna"}, moment);
+  });
 }
 
-class VolumeProfileCalls : public UserProfileCalls {
- protected:
-  VolumeProfileCalls() : UserProfileCalls({.volumes = 1}) {}
-};
-
-TEST_F(VolumeProfileCalls, OfAMoveAndHome) {
-  const std::u16string beside = kAnna + u".mount", aside = kAnna + u".temp";
-  FailEach([this] { return Move(u"anna", kVolume); }, kAnna, kAnna, beside,
+TEST_F(UserProfileCalls, OfAMoveToAVolumeAndHome) {
+  FailEach([this] { return Move(u"anna", kVolume); }, kAnna, kAnna, kAnna + u".mount",
            {"#ERROR: Unable to make folder C:\\Users\\anna again."});
   ASSERT_EQ(Move(u"anna", kVolume).exitCode, 0);
-  FailEach([this] { return MoveHome(u"anna"); }, kAnna, kAnna, aside,
+  FailEach([this] { return MoveHome(u"anna"); }, kAnna, kAnna, kAnna + u".temp",
            {"#INFO: Unable to remove the note that folder C:\\Users\\anna.temp is being filled.",
             "#INFO: Unable to remove what is remembered of the security of volume " + Utf8(kVolume) + ".",
             "#INFO: Unable to restore the security of volume " + Utf8(kVolume) + "."});

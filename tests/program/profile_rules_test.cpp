@@ -19,7 +19,7 @@ class ProfileRules : public ProfileStories {
   void ExpectRefused(const std::u16string& user, const std::u16string& location, const std::u16string& log) {
     const Items before = AllOf(kAnna);
     EXPECT_EQ(Told(Move(user, location)), Refused(log));
-    ExpectSame(AllOf(kAnna), before);
+    EXPECT_EQ(AllOf(kAnna), before);
     EXPECT_FALSE(Exists(u"D:\\P")) << Utf8(location);
   }
   // A process of this user; nobody may ask a closed one whose it is.
@@ -77,15 +77,8 @@ TEST_F(ProfileRules, NameEachReasonInTheLog) {
   ExpectRefused(u"anna", longFolder,
                 u"#ERROR: The specified path " + longFolder +
                     u"\\anna exceeds the system-defined maximum length of 248 characters" + browse);
-  ExpectRefused(u"anna", u"D:\\x\\..\\P",
-                u"#ERROR: The selected folder D:\\x\\..\\P is a relative path. Browse to a different location");
   ExpectRefused(u"anna", u"\\\\?\\C:\\Users\\jan", u"#ERROR:Invalid path : \\\\?\\C:\\Users\\jan");
   ExpectRefused(u"anna", u"C:\\Users\\jan", u"#ERROR: The folder C:\\Users\\jan holds another User Profile" + browse);
-  ExpectRefused(
-      u"anna", u"C:\\Users\\",
-      u"Checking source folder equals to target.\nSource: C:\\Users\\anna Target: C:\\Users\\anna #ERROR: Cannot "
-      u"redirect when Source and Target folder are the same" +
-          browse + u"\n#ERROR: PreScanning failed for Source = C:\\Users\\anna and Target = C:\\Users\\anna.");
   ExpectRefused(
       u"anna", u"D:\\Kept\\x",
       u"#ERROR: The place D:\\Kept\\x\\anna belongs to another redirection, Source = C:\\x and Target = D:\\Kept\\x. "
@@ -127,7 +120,7 @@ TEST_F(ProfileRules, NoProfileMixesWithAnother) {
     NameFolder(sid, folder);
     ExpectRefused(user, location,
                   u"#ERROR: The folder " + other + u" holds another User Profile. Browse to a different location.");
-    ExpectSame(AllOf(u"C:\\Users\\jan"), jan);
+    EXPECT_EQ(AllOf(u"C:\\Users\\jan"), jan);
   }
   NameFolder(sid, u"\\\\?\\C:\\Users\\A long name");
   ExpectRefused(u"A long name", u"D:\\P", u"#ERROR:Invalid path : \\\\?\\C:\\Users\\A long name");
@@ -208,7 +201,7 @@ TEST_F(ProfileRules, AVolumeInUseIsRefused) {
               Refused(u"#ERROR: The volume of the User Profile C:\\Users\\anna holds another User Profile: " + folder +
                           u". Move that one first.",
                       true));
-    ExpectSame(AllOf(kAnna), before);
+    EXPECT_EQ(AllOf(kAnna), before);
     EXPECT_FALSE(Exists(kAnna + u".temp"));
   }
   NameFolder(kSidOfJan, u"C:\\Users\\jan");

@@ -164,10 +164,6 @@ class ProfileStories : public ::testing::Test {
     }
     return all;
   }
-  static void ExpectSame(const Items& now, const Items& before, const std::string& when = {}) {
-    for (const auto& [path, item] : before) EXPECT_EQ(now.contains(path) ? now.at(path) : "(missing)", item) << when;
-    EXPECT_EQ(now.size(), before.size()) << when;
-  }
 
   std::unique_ptr<emulated::Machine> machine;
 };

@@ -51,7 +51,7 @@ TEST_F(SharedProfilesCommands, GoAndComeBack) {
   EXPECT_TRUE(BringingBackFails());
   EXPECT_EQ(Shares(), moved);
   EXPECT_TRUE(BringBack(u"PublicProfile").Logged(u"#INFO: Going to update profile image file paths for Public User."));
-  ExpectSame(AllOf(kPublic), ofPublic);
+  EXPECT_EQ(AllOf(kPublic), ofPublic);
   EXPECT_EQ(Describe(kPublic + u"\\Documents"), documents);
   EXPECT_FALSE(Exists(kCopy));
   EXPECT_EQ(Shares(), shares);
