@@ -156,17 +156,6 @@ TEST_F(SharedProfilesCommands, WriteIntoNoFileOfSeveralNames) {
   }
 }
 
-TEST_F(SharedProfilesCommands, ComeBackWithoutRoomForOldAndNew) {
-  const std::string film(26 << 20, 'f');
-  MakeFile(kPublic + u"\\film.avi", film);
-  ASSERT_EQ(Redirect(u"PublicProfile", kPlace).exitCode, 0);
-  win32::ULARGE_INTEGER available{};
-  ASSERT_TRUE(win32::GetDiskFreeSpaceExW(u"C:\\", &available, nullptr, nullptr) && available.QuadPart < film.size());
-  EXPECT_EQ(BringBack(u"PublicProfile").exitCode, 0);
-  EXPECT_TRUE(Contents(kPublic + u"\\film.avi") == film);
-  EXPECT_FALSE(Exists(kCopy));
-}
-
 // Folders of Public that are redirected themselves, other folders whose contents lie in it, and a volume.
 TEST_F(SharedProfilesCommands, WhatIsRedirectedOrMountedInThemFollows) {
   MakeFolder(kPublic + u"\\Papers");
