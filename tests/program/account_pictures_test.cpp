@@ -156,8 +156,7 @@ TEST_F(AccountPictures, RecordIsInTheAnsiCodePageAndOfOneLength) {
       // What is sent behind the start; nothing where the code page cannot say the path.
       {1252, u"D:\\Pro|fils d'Andr\u00E9, \u20AC", "D:\\Pro|fils d'Andr\xE9, \x80"},
       {65001, u"D:\\\u00E9\u4E00\U0001F600", "D:\\\u00E9\u4E00\U0001F600"},
-      {1252, std::u16string(room + 1, u'x'), std::string(room, 'x')},  // no zero is left
-      {1252, std::u16string(30000, u'x'), std::string(room, 'x')},
+      {1252, std::u16string(room + 1, u'x'), std::string(room, 'x')},                 // no zero is left
       {932, std::u16string(room - 1, u'x') + u"\u4E00", std::string(room - 1, 'x')},  // not half of a character
       {65001, std::u16string(room - 3, u'x') + u"\U0001F600", std::string(room - 3, 'x')},
       {1252, u"D:\\\u0100", ""},                           // an "A" on top of which something is
