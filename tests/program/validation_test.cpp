@@ -224,6 +224,8 @@ TEST_F(Validation, AFailedSourceEndsItAndAFailedTargetDoesNot) {
          {missing, u"#ERROR: There was an error during path validation. Error message: Source Or Target path missing.",
           inaccessible, InUse(busy)});
   Decide(std::nullopt, target, opensOnly, {missing});
+  MakeFolder(u"C:\\Empty");
+  Decide(u"C:\\Empty", file, {}, {NoDirectory(file)});
 }
 
 TEST_F(Validation, AVolumeAlone) {
