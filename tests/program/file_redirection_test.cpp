@@ -8,6 +8,7 @@ using namespace test;
 
 const std::u16string kSource = u"C:\\Data\\file.txt", kTarget = u"D:\\Target\\file.txt";
 const std::u16string kConfig = u"C:\\Program Files\\Velmora\\Quillbay\\ServiceConfig.xml";
+const std::string kOf = " Source = SOURCE and Target = TARGET.";
 const std::string kText(70'000, 'x');
 const std::string kGone = "#INFO: The file SOURCE is now in TARGET.\n",
                   kWent =
@@ -16,6 +17,10 @@ const std::string kGone = "#INFO: The file SOURCE is now in TARGET.\n",
                       kGone;
 const std::string kLinked = "#INFO: The file SOURCE is in TARGET until it is back in its place.\n",
                   kBack = "#INFO: The file SOURCE is back in its place.\n", kCame = kLinked + kBack;
+
+const std::string kNoRecord =
+    "gone: QUILLBAY\\FileJunctions\\1 Source = SOURCE\ngone: QUILLBAY\\FileJunctions\\1 Target = TARGET\n";
+const std::string kIdle = "gone: service: 4, starts 2\nnew: service: 1, starts 3\n";
 
 // One file with all that a file has.
 class FileRedirectionTest : public Redirections {
@@ -91,9 +96,8 @@ TEST_F(FileRedirectionTest, GoesAndComesBackWithAllThatItHas) {
               "QUILLBAY\\FileJunctions\\2 Target = TARGET\n");
     EXPECT_EQ(AnswerTo({u"/RedirectFile"}),
               "exit 0\nSource   Target\n\nSOURCE   TARGET\nC:\\Data\\other.txt   D:\\Target\\other.txt\n");
-    EXPECT_EQ(
-        Answer(Redirect()),
-        Failed("File Redirection", "#ERROR: Symbolic Link already exists for Source = SOURCE and Target = TARGET.\n"));
+    ExpectRefused(u"/RedirectFile",
+                  {{kSource, u"D:\\Target", "#ERROR: Symbolic Link already exists for" + kOf + "\n"}});
     EXPECT_EQ(AnswerTo({u"/RedirectFile", typed, std::u16string(u"/loc:") + location, u"/d"}),
               Removal(true, kCame, Service::HasWork));
     EXPECT_FALSE(IsLink(kSource));
@@ -108,15 +112,12 @@ TEST_F(FileRedirectionTest, GoesAndComesBackWithAllThatItHas) {
 }
 
 TEST_F(FileRedirectionTest, IsRefused) {
-  for (const auto* folder :
-       {u"D:\\Links", u"D:\\Closed", u"D:\\Blind", u"D:\\Folder", u"D:\\Folder\\file.txt", u"D:\\Hidden", u"D:\\Read"})
-    MakeFolder(folder);
+  for (const auto* folder : {u"D:\\Links", u"D:\\Closed", u"D:\\Blind", u"D:\\Hidden"}) MakeFolder(folder);
   const auto refused = [&](const std::vector<Refusal>& rows) { ExpectRefused(u"/RedirectFile", rows); };
   const std::u16string there = u"D:\\Target";
   refused({{u"C:\\Data", there, "#ERROR: Source path 'C:\\Data' should be a file path.\n"},
            {u"C:\\Data\\no.txt", there, "#ERROR: Source file 'C:\\Data\\no.txt' doesn't exists. Error: 2\n"},
            {kSource + u":note", there, "#ERROR:Invalid path : SOURCE:note\n"},
-           {kSource, u"D:", "#ERROR:Invalid path : D:\n"},
            {kSource, u"\\\\server\\share", "#ERROR: Target '\\\\server\\share' must be a NTFS formatted volume."},
            {kSource, u"C:\\data", "#ERROR: Cannot redirect when Source and Target folder are the same."},
            {kSource, u"C:\\Data\\inner", "#ERROR: Cannot redirect within the same Source folder."}});
@@ -151,7 +152,6 @@ TEST_F(FileRedirectionTest, IsRefused) {
   MakeFile(u"C:\\Data\\used.txt", "used");
   const auto used =
       machine->files().OpenForeign(4242, u"C:\\Data\\used.txt", win32::GENERIC_READ, win32::FILE_SHARE_READ);
-  MakeFile(u"D:\\Read\\file.txt", "theirs", win32::FILE_ATTRIBUTE_READONLY);
   MakeFile(u"D:\\Hidden\\file.txt", "theirs", win32::FILE_ATTRIBUTE_HIDDEN);
   EXPECT_TRUE(win32::CreateHardLinkW(u"C:\\file.txt", kSource.c_str(), nullptr));
   const std::string twoNames =
@@ -163,8 +163,6 @@ TEST_F(FileRedirectionTest, IsRefused) {
            {u"C:\\Data\\big.bin", u"E:\\", "#ERROR: There is not enough free disk space on target E:\\big.bin."},
            // These when the service has been stopped already.
            {u"C:\\Data\\used.txt", there, "#ERROR: (Source) C:\\Data\\used.txt - File is locked."},
-           {kSource, u"D:\\Read", twoNames + "Read\\file.txt. Error: 5\n"},
-           {kSource, u"D:\\Folder", twoNames + "Folder\\file.txt. Error: 5\n"},
            {kSource, u"D:\\Hidden", twoNames + "Hidden\\file.txt. Error: 5\n"},
            {kSource, u"C:\\", "#ERROR: Cannot redirect when Source and Target folder are the same."}});
   machine->files().CloseForeign(used);
@@ -182,8 +180,7 @@ TEST_F(FileRedirectionTest, RemovalIsRefused) {
   ExpectNotRemoved("#ERROR: Symbolic Link doesn't exists for Source = SOURCE.\n");
   Delete(kSource);
   ExpectNotRemoved("#ERROR: Source = SOURCE Path Does Not Exist.\n");
-  const std::string notOurs =
-      "#ERROR: Symbolic Link wasn't created by Quillbay for Source = SOURCE and Target = TARGET.\n";
+  const std::string notOurs = "#ERROR: Symbolic Link wasn't created by Quillbay for" + kOf + "\n";
   MakeLink(kSource, kTarget);
   ExpectNotRemoved(notOurs);
 
@@ -209,28 +206,23 @@ TEST_F(FileRedirectionTest, WaitsSomeSecondsForTheName) {
   for (const int letsGo : {5, 6}) {
     std::shared_ptr<emulated::FileObject> scanner;
     int slept = 0;
+    bool looked = false;
     machine->gate.Observe([&](const char* name, std::uint64_t) {
-      if (std::string_view(name) == "DeleteFileW" && !scanner)
+      if (std::string_view(name) == "DeleteFileW" && !std::exchange(looked, true))
         scanner = machine->files().OpenForeign(4242, kSource, win32::FILE_READ_DATA,
                                                win32::FILE_SHARE_READ | win32::FILE_SHARE_DELETE);
     });
     machine->onSleep = [&](std::uint64_t) {
-      if (scanner && ++slept == letsGo) machine->files().CloseForeign(scanner);
+      if (scanner && ++slept == letsGo) machine->files().CloseForeign(std::exchange(scanner, {}));
     };
     const std::string answer = Answer(Redirect());
     machine->gate.Observe({});
     machine->onSleep = {};
     EXPECT_TRUE(Item(kTarget) == item);
-    if (letsGo == 5) {
-      EXPECT_EQ(answer, Succeeded("File Redirection", kWent));
-      EXPECT_EQ(Remove().exitCode, 0);
-      continue;
-    }
-    machine->files().CloseForeign(scanner);
-    const std::string of = " Source = SOURCE and Target = TARGET.";
-    EXPECT_EQ(answer, Failed("File Redirection", kWent + "#ERROR: Unable to create junction for" + of +
-                                                     "\n#ERROR: Unable to copy back file from" + of +
-                                                     " Error: 183\n#ERROR: The file stays in TARGET.\n"));
+    if (scanner) machine->files().CloseForeign(scanner);
+    EXPECT_EQ(answer.starts_with("exit 0"), letsGo == 5) << answer;
+    EXPECT_EQ(answer.find("Error: 183\n#ERROR: The file stays in TARGET.\n") == std::string::npos, letsGo == 5);
+    EXPECT_TRUE(letsGo == 6 || Remove().exitCode == 0);
   }
 }
 
@@ -241,27 +233,15 @@ TEST_F(FileRedirectionTest, TheServiceIsStoppedForTheMoveAndStartedAgain) {
       ranDuring[name] |= ServiceRuns();
   });
   MakeFile(u"C:\\Data\\b.txt", "b");
-  ASSERT_EQ(Redirect(u"C:\\Data\\b.txt").exitCode, 0);
-  ASSERT_EQ(Redirect().exitCode, 0);
-  EXPECT_TRUE(ServiceRuns());
-  ASSERT_EQ(Remove().exitCode, 0);
-  EXPECT_TRUE(ServiceRuns());
+  EXPECT_TRUE(Redirect(u"C:\\Data\\b.txt").exitCode == 0 && ServiceRuns());
+  EXPECT_TRUE(Redirect().exitCode == 0 && ServiceRuns());
+  EXPECT_TRUE(Remove().exitCode == 0 && ServiceRuns());
   machine->gate.Observe({});
   EXPECT_EQ(ranDuring, (std::map<std::string, bool>{{"CopyFileW", false}, {"DeleteFileW", false}}));
 
   machine->services().SetState(kQuillbayService, win32::SERVICE_STOPPED);
   ASSERT_EQ(Redirect().exitCode, 0);
   EXPECT_FALSE(ServiceRuns());  // it was not running before
-
-  machine->services().SetState(kQuillbayService, win32::SERVICE_RUNNING);
-  machine->services().Behaviour(kQuillbayService).startError = win32::ERROR_FILE_NOT_FOUND;
-  const std::string notStarted = "\n#ERROR: Failed to start Quillbay Service.";
-  std::string removal = Removal(true, kCame, Service::HasWork);
-  removal.insert(removal.find("\nRemoveFileRedirection - Is"), notStarted);
-  EXPECT_EQ(Answer(Remove()), removal);
-  machine->services().SetState(kQuillbayService, win32::SERVICE_RUNNING);
-  EXPECT_EQ(Answer(Redirect()), Succeeded("File Redirection", kWent) + notStarted);
-  ExpectRedirected();
 }
 
 // It has work while a file is redirected, or registry keys are.
@@ -269,25 +249,20 @@ TEST_F(FileRedirectionTest, AServiceWithoutWorkIsSwitchedOff) {
   MakeFolder(u"D:\\Registry");
   ASSERT_EQ(Redirect().exitCode, 0);
   ASSERT_EQ(Run({u"/RedirectRegKeyLocation", u"/loc:D:\\Registry"}).exitCode, 0);
-  std::string removal = Removal(true, kCame, Service::HasWork);
-  removal.replace(removal.find("Enabled: 0 and IsFileRedirectionEnabled: 1"), 42,
-                  "Enabled: 1 and IsFileRedirectionEnabled: 0");
-  EXPECT_EQ(Answer(Remove()), removal);
+  EXPECT_TRUE(Remove().Logged(u"IsRegistryRedirectionEnabled: 1 and IsFileRedirectionEnabled: 0 "));
   EXPECT_TRUE(ServiceRuns());
   ASSERT_EQ(Redirect().exitCode, 0);
   ASSERT_TRUE(win32::DeleteFileW(kConfig.c_str()));
   const State before = Now();
   EXPECT_EQ(Answer(Remove()), Removal(true, kCame, Service::IsIdle));
-  EXPECT_EQ(ChangesSince(before),
-            "changed: SOURCE\ngone: TARGET\ngone: QUILLBAY\\FileJunctions\\1 Source = SOURCE\ngone: "
-            "QUILLBAY\\FileJunctions\\1 Target = TARGET\ngone: service: 4, starts 2\nnew: service: 1, starts 3\n");
-}
+  EXPECT_EQ(ChangesSince(before), "changed: SOURCE\ngone: TARGET\n" + kNoRecord + kIdle);
 
-TEST_F(FileRedirectionTest, AConfigurationThatCannotBeReadStopsNoService) {
+  // One that cannot be read stops no service.
   MakeFile(kConfig, "no XML at all");
-  const State before = Now();
+  machine->services().SetState(kQuillbayService, win32::SERVICE_RUNNING);
+  const State unread = Now();
   EXPECT_TRUE(Remove().Logged(u"IsRegistryRedirectionEnabled: 1 and IsFileRedirectionEnabled: 0 "));
-  EXPECT_EQ(ChangesSince(before), "");
+  EXPECT_EQ(ChangesSince(unread), "");
   const std::u16string statusAlone = u"\uFEFF<Config><OutDir/><OutDir><Status>0</Status></OutDir></Config>";
   MakeFile(kConfig, {reinterpret_cast<const char*>(statusAlone.data()), statusAlone.size() * sizeof(char16_t)});
   EXPECT_TRUE(Remove().Logged(u"IsRegistryRedirectionEnabled: 0 and IsFileRedirectionEnabled: 0 "));
@@ -323,8 +298,6 @@ TEST_F(FileRedirectionTest, ARedirectedFileGoesNoFurther) {
 // Whichever call fails and wherever the machine stops dead: the file is complete at one of its two places.
 class EveryCallOfAFile : public FileRedirectionTest {
  protected:
-  using Words = std::initializer_list<std::u16string>;
-
   static bool IsComplete(const std::u16string& path) {
     return !IsLink(path) && Contents(path) == kText && Contents(path + u":note") == "a named stream";
   }
@@ -348,28 +321,13 @@ class EveryCallOfAFile : public FileRedirectionTest {
     EXPECT_TRUE(WithoutOwner(place) == described) << when;
     EXPECT_TRUE(place == kTarget || TheirsIsThere()) << when;
   }
-  void StopAtEach(Words words) {
-    AtEveryMoment(
-        *machine, [&](auto& on) { return RunProgram(on, words); },
-        [&](emulated::Machine& after, const std::string& moment) {
-          for (const auto* const privilege : {u"SeBackupPrivilege", u"SeRestorePrivilege"})
-            after.process.token->EnablePrivilege(privilege, true);
-          EXPECT_TRUE(IsComplete(kTarget) || (IsComplete(kSource) && TheirsIsThere())) << moment;
-        });
-  }
-
   const std::string described = WithoutOwner(kSource);
   bool replaces = false;
 };
 
-const std::string kOf = " Source = SOURCE and Target = TARGET.",
-                  kNotLinked = "#ERROR: Unable to create junction for" + kOf + "\n";
+const std::string kNotLinked = "#ERROR: Unable to create junction for" + kOf + "\n";
 const std::string kCopyFailed = "#ERROR: Unable to copy file from" + kOf + " Error: 5\n";
 const std::string kKept = "#INFO: The file TARGET is kept as TARGET.kept1 until it can be replaced.\n";
-const std::string kNoRecord =
-    "gone: QUILLBAY\\FileJunctions\\1 Source = SOURCE\ngone: QUILLBAY\\FileJunctions\\1 Target = TARGET\n";
-const std::string kIdle = "gone: service: 4, starts 2\nnew: service: 1, starts 3\n";
-
 TEST_F(EveryCallOfAFile, OfARedirectionIsTakenBackOrItsLogTellsWhereTheFileIs) {
   const std::string notBack =
       "#ERROR: Unable to copy back file from" + kOf + " Error: 5\n#ERROR: The file stays in TARGET.\n";
@@ -378,10 +336,7 @@ TEST_F(EveryCallOfAFile, OfARedirectionIsTakenBackOrItsLogTellsWhereTheFileIs) {
   const std::string gone = kKept + kGone, stays = "changed: TARGET\nnew: TARGET.kept1\n";
   MakeTheirs();
   ExpectFailures(
-      {u"/RedirectFile", kSource, u"/loc:D:\\Target"},
-      [](const Failure& row) {
-        return row.done ? Succeeded("File Redirection", row.log) : Failed("File Redirection", row.log);
-      },
+      {u"/RedirectFile", kSource, u"/loc:D:\\Target"}, "File Redirection", "",
       {
           {"MoveFileW 1", kCopyFailed},
           {"CopyFileW 1", kKept + kCopyFailed},
@@ -409,8 +364,7 @@ TEST_F(EveryCallOfAFile, OfARedirectionIsTakenBackOrItsLogTellsWhereTheFileIs) {
        {"gone: SOURCE\n" + stays, u"#ERROR: The file stays in D:\\Target\\file.txt."},
        {"new: TARGET.kept1\n", u"#INFO: The file D:\\Target\\file.txt.kept1 could not be removed."},
        {"gone: service: 4, starts 2\nnew: service: 1, starts 2\n", u"#ERROR: Failed to start Quillbay Service."}});
-  ExpectFailures({u"/RedirectFile", kSource, u"/loc:D:\\New\\Deep"},
-                 [](const Failure& row) { return Failed("File Redirection", row.log); },
+  ExpectFailures({u"/RedirectFile", kSource, u"/loc:D:\\New\\Deep"}, "File Redirection", "",
                  {{"SHCreateDirectoryExW 1", "#ERROR: Target directory 'D:\\New\\Deep' doesn't exists. Error: 5\n"}});
 }
 
@@ -419,11 +373,8 @@ TEST_F(EveryCallOfAFile, OfARemovalIsTakenBackUnlessTheFileIsHome) {
   const std::string notRelinked = "#ERROR: Unable to re-create symlink for" + kOf + "\n#INFO: The file is complete in ",
                     atHome = "changed: SOURCE\ngone: TARGET\n";
   ExpectFailures(
-      {u"/RedirectFile", kSource, u"/loc:D:\\Target", u"/d"},
-      [](const Failure& row) {
-        return Removal(row.done, row.log,
-                       row.changes.find("starts 3") == std::string::npos ? Service::HasWork : Service::IsIdle);
-      },
+      {u"/RedirectFile", kSource, u"/loc:D:\\Target", u"/d"}, "File Redirection Removal",
+      "RemoveFileRedirection - ENTER\n",
       {
           {"CreateFileW 5", kCopyFailed},
           {"SetFileTime 1",
@@ -455,9 +406,19 @@ TEST_F(EveryCallOfAFile, OfARemovalIsTakenBackUnlessTheFileIsHome) {
 
 TEST_F(EveryCallOfAFile, MayBeTheLastBeforeThePowerFails) {
   MakeTheirs();
-  StopAtEach({u"/RedirectFile", kSource, u"/loc:D:\\Target"});
-  replaces = false;
-  StopAtEach({u"/RedirectFile", kSource, u"/loc:D:\\Target", u"/d"});
+  for (const std::u16string way : {u"/c", u"/d"}) {
+    AtEveryMoment(
+        *machine,
+        [&](auto& on) {
+          return RunProgram(on, {u"/RedirectFile", kSource, u"/loc:D:\\Target", way});
+        },
+        [&](emulated::Machine& after, const std::string& moment) {
+          for (const auto* const privilege : {u"SeBackupPrivilege", u"SeRestorePrivilege"})
+            after.process.token->EnablePrivilege(privilege, true);
+          EXPECT_TRUE(IsComplete(kTarget) || (IsComplete(kSource) && TheirsIsThere())) << moment;
+        });
+    replaces = false;
+  }
 }
 
 // Somebody may have put a file in the place of the link, an unfinished copy from a backup, say.

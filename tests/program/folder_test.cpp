@@ -64,9 +64,8 @@ TEST_F(FolderRedirectionTest, MergesIntoAFolderThatIsThere) {
 TEST_F(FolderRedirectionTest, IsRefused) {
   const std::u16string longest = u"D:\\" + std::u16string(246 - 3 - 5, u't');  // with "\Data" 246
   for (const auto* folder : {u"D:\\T", u"D:\\L", u"D:\\J", u"D:\\M", u"D:\\M\\Data", u"D:\\Deep", u"D:\\Deep\\Data",
-                             u"D:\\Deep\\Data\\Data", u"C:\\Plain"})
+                             u"D:\\Deep\\Data\\Data"})
     MakeFolder(folder);
-  MakeFile(u"D:\\T\\Data", "theirs");
   // Moved into a link that leads back to where it comes from, the data would be copied onto itself and then deleted.
   EXPECT_TRUE(CreateSymbolicLinkEntry(u"D:\\L\\Data", u"C:\\Data"));
   EXPECT_TRUE(CreateJunction(u"D:\\J\\Data", u"C:\\Data"));
@@ -83,11 +82,9 @@ TEST_F(FolderRedirectionTest, IsRefused) {
        {u"D:\\M\\Data", u"E:\\", isRedirected("D:\\M\\Data")},
        {u"C:/Data", u"D:\\", "#ERROR:Invalid path : C:/Data\n"},
        {u"C:\\Data", u"D:\\T \\", "#ERROR:Invalid path : D:\\T \\\n"},
-       {u"C:\\Nothing", u"D:\\T", "#ERROR: PreScanning failed for Source = C:\\Nothing and Target = D:\\T\\Nothing."},
        {u"C:\\Data", u"C:\\", "Cannot redirect when Source and Target folder are the same."},
        {u"C:\\Data", u"C:\\Data\\inner", "Cannot redirect within the same Source folder."},
        {u"D:\\Deep\\Data\\Data", u"D:\\Deep", "Cannot redirect within the same Source folder."},
-       {u"C:\\Data", u"D:\\T", "#ERROR: The specified path D:\\T\\Data is not a valid directory path.\n"},
        {u"C:\\Data", u"D:\\L", "#ERROR: The folder D:\\L\\Data is Symbolic Link. Browse to a different location.\n"},
        {u"C:\\Data", u"D:\\J", isRedirected("D:\\J\\Data")},
        {u"C:\\Data", u"D:\\M", isRedirected("D:\\M\\Data")},
@@ -98,35 +95,35 @@ TEST_F(FolderRedirectionTest, IsRefused) {
 }
 
 TEST_F(FolderRedirectionTest, RemovalIsRefused) {
-  const auto refused = [&](const std::u16string& source, const std::u16string& location, const std::string& log) {
-    ExpectRefused(u"/RedirectFolder", {{source, location, log}}, u"/d");
+  const auto refused = [&](const std::string& log) {
+    ExpectRefused(u"/RedirectFolder", {{u"C:\\Data", u"D:\\Target", log}}, u"/d");
   };
-  refused(u"C:\\No", u"D:\\Target", "#ERROR: Source = C:\\No Path Does Not Exist.\n");
-  refused(u"C:\\Data", u"D:\\No", "#ERROR: Target = D:\\No Path Does Not Exist.\n");
-  refused(u"C:\\Data", u"D:\\Target",
-          "#ERROR: Junction doesn't exists for Source = C:\\Data and Target = D:\\Target.\n");
-  refused(u"C:\\Data", u"\\\\?\\Volume{11111111-2222-3333-4444-555555555555}\\",
-          "#ERROR: Volume Path to Normal Path Conversion Failed.\n");
-  refused(u"\\\\?\\C:\\Data", u"\\\\?\\D:\\Target", "#ERROR:Invalid path : \\\\?\\D:\\Target");
+  ExpectRefused(u"/RedirectFolder",
+                {{u"C:\\No", u"D:\\Target", "#ERROR: Source = C:\\No Path Does Not Exist.\n"},
+                 {u"C:\\Data", u"D:\\No", "#ERROR: Target = D:\\No Path Does Not Exist.\n"},
+                 {u"C:\\Data", u"\\\\?\\Volume{11111111-2222-3333-4444-555555555555}\\",
+                  "#ERROR: Volume Path to Normal Path Conversion Failed.\n"},
+                 {u"\\\\?\\C:\\Data", u"\\\\?\\D:\\Target", "#ERROR:Invalid path : \\\\?\\D:\\Target"}},
+                u"/d");
+  refused("#ERROR: Junction doesn't exists for Source = C:\\Data and Target = D:\\Target.\n");
 
   ASSERT_EQ(Redirect().exitCode, 0);
   ASSERT_TRUE(win32::RemoveDirectoryW(u"C:\\Data"));
-  refused(u"C:\\Data", u"D:\\Target", "#ERROR: Source = C:\\Data Path Does Not Exist.\n");
+  refused("#ERROR: Source = C:\\Data Path Does Not Exist.\n");
   MakeFolder(u"C:\\Data");
   const std::string noJunction =
       "#INFO: The folder C:\\Data is no junction, although its redirection is recorded: its removal was cut off, or "
       "somebody has put a folder in the junction's place. Its files and folders are in it, in TARGET, or partly in "
       "both; nothing has been changed now. See \"After a power failure, folder form\" in what-is-refused.md.\n";
-  refused(u"C:\\Data", u"D:\\Target",
-          "#ERROR: Not a directory or no reparse point.\n#ERROR: Unable to get Junction Target Path.\n" + noJunction);
+  refused("#ERROR: Not a directory or no reparse point.\n#ERROR: Unable to get Junction Target Path.\n" + noJunction);
   ExpectRefused(u"/RedirectFolder",
                 {{u"C:\\Data", u"D:\\Target",
                   "#ERROR: Junction already exists for Source = C:\\Data and Target = TARGET.\n" + noJunction}});
   MakeFile(kVolume + u"theirs.txt", "theirs");
   ASSERT_TRUE(win32::SetVolumeMountPointW(u"C:\\Data\\", kVolume.c_str()));
-  refused(u"C:\\Data", u"D:\\Target",
-          "#ERROR: A volume is mounted on the folder C:\\Data, where the junction to TARGET was. Unmount it, make the "
-          "junction again, and remove the redirection again.\n");
+  refused(
+      "#ERROR: A volume is mounted on the folder C:\\Data, where the junction to TARGET was. Unmount it, make the "
+      "junction again, and remove the redirection again.\n");
   ASSERT_TRUE(win32::DeleteVolumeMountPointW(u"C:\\Data\\"));
   // Somebody works with what is there, and what was made by hand stands as it was made: Windows' own mklink writes a
   // print name, and keeps a backslash at the end.
@@ -135,8 +132,7 @@ TEST_F(FolderRedirectionTest, RemovalIsRefused) {
   SetTimes(u"C:\\Data", 5);
   const auto held =
       machine->files().OpenForeign(4242, u"D:\\Target\\Data\\one.txt", win32::GENERIC_READ, win32::FILE_SHARE_READ);
-  refused(u"C:\\Data", u"D:\\Target",
-          "file or folder and try again.\n#ERROR: PreScanning failed for Source = C:\\Data and Target = TARGET.");
+  refused("file or folder and try again.\n#ERROR: PreScanning failed for Source = C:\\Data and Target = TARGET.");
   machine->files().CloseForeign(held);
   EXPECT_EQ(Remove().exitCode, 0);
 }
@@ -166,8 +162,7 @@ TEST_F(FolderRedirectionTest, AFailureIsTakenBackOrToldOf) {
                     notRecorded = "#ERROR: Unable to add Junction Point to Registry" + of,
                     made = "new: D:\\New\nnew: D:\\New\\Data\n";
   ExpectFailures(
-      {u"/RedirectFolder", u"C:\\Data", u"/loc:D:\\New"},
-      [&](const Failure& row) { return Failed(kFolder, isNew + row.log, row.said); },
+      {u"/RedirectFolder", u"C:\\Data", u"/loc:D:\\New"}, kFolder, isNew,
       {
           {"SHCreateDirectoryExW 1", "#ERROR: Failed To Create Target Folder: D:\\New\\Data\n"},
           {"GetFileSize 4",
@@ -190,8 +185,7 @@ TEST_F(FolderRedirectionTest, AFailureIsTakenBackOrToldOf) {
 
 TEST_F(FolderRedirectionTest, AFailedRemovalPutsTheJunctionBackOrTells) {
   ASSERT_EQ(Redirect().exitCode, 0);
-  const std::string undone = kMovedBack + kMoved, of = "Source = C:\\Data and Target = TARGET.\n";
-  const std::string recorded = "#ERROR: Unable to remove Junction Point from Registry for " + of;
+  const std::string of = "Source = C:\\Data and Target = TARGET.\n";
   const std::string isBack =
       "#INFO: The files and folders are back in C:\\Data, and the redirection is no longer recorded.\n";
   const std::string home = "changed: C:\\Data\nchanged: TARGET\n" + Items("gone: ", "TARGET") +
@@ -199,21 +193,20 @@ TEST_F(FolderRedirectionTest, AFailedRemovalPutsTheJunctionBackOrTells) {
                            "TARGET\n" +
                            Items("new: ", "C:\\Data");
   ExpectFailures(
-      {u"/RedirectFolder", u"C:\\Data", u"/loc:D:\\Target", u"/d"},
-      [](const Failure& row) {
-        return row.done ? Succeeded(kRemoval, row.log, row.said) : Failed(kRemoval, row.log, row.said);
-      },
+      {u"/RedirectFolder", u"C:\\Data", to, u"/d"}, kRemoval, "",
       {
           {"DeviceIoControl 1",
            "#ERROR: Unable to perform DeviceIoControl operation.\n#ERROR: Unable to get Junction Target Path.\n"},
           {"DeviceIoControl 2", "#ERROR: Unable to read the attributes of the folder C:\\Data. Access is denied.\n\n"},
           {"DeviceIoControl 4", "#ERROR: Unable to delete Junction. path = C:\\Data.\n"},
           {"GetFileSize 4",
-           NotCopied("TARGET", "C:\\Data") + "#ERROR: Unable to move files and folders from " +
-               "Source = C:\\Data to Target = TARGET.\n",
+           NotCopied("TARGET", "C:\\Data") +
+               "#ERROR: Unable to move files and folders from Source = C:\\Data to Target = TARGET.\n",
            "", "TARGET\\inner -> C:\\Data\\inner\n"},
-          {"RegDeleteKeyW 1, DeviceIoControl 5", recorded + "#ERROR: Unable to create junction for " + of,
-           "changed: C:\\Data\n", undone},
+          {"RegDeleteKeyW 1, DeviceIoControl 5",
+           "#ERROR: Unable to remove Junction Point from Registry for " + of +
+               "#ERROR: Unable to create junction for " + of,
+           "changed: C:\\Data\n", kMovedBack + kMoved},
           {"NetShareEnum 2", "#ERROR: Unable to read the network shares of folder TARGET.\n" + isBack, home,
            kMovedBack},
           {"RemoveDirectoryW 2", "#INFO: The folder TARGET could not be removed. Access is denied.\n\n", home,
@@ -222,7 +215,7 @@ TEST_F(FolderRedirectionTest, AFailedRemovalPutsTheJunctionBackOrTells) {
 }
 
 // People are at work in the folder that is to go, and some of what is in it is not the administrator's: all that stands
-// in the way is told in one run, in the order of the tree; handles that hang make it no longer.
+// in the way is told in one run, in the order of the tree.
 TEST_F(FolderRedirectionTest, EverythingInTheWayIsNamedInOneRun) {
   constexpr win32::DWORD kAll = win32::FILE_SHARE_READ | win32::FILE_SHARE_WRITE | win32::FILE_SHARE_DELETE;
   for (const auto* folder : {u"C:\\Data\\open", u"C:\\Data\\vault", u"C:\\Database"}) MakeFolder(folder);
@@ -239,17 +232,7 @@ TEST_F(FolderRedirectionTest, EverythingInTheWayIsNamedInOneRun) {
   hold(u"C:\\Data\\inner\\two.bin", win32::GENERIC_READ, 0);
   hold(u"C:\\Data\\one.txt", win32::GENERIC_READ, kAll);
   hold(u"C:\\Data\\open", win32::FILE_READ_ATTRIBUTES, kAll);
-  // Whoever asks for the name of such a pipe waits until its server looks at it.
-  for (const win32::DWORD process : {4242u, 4400u})
-    emulated::OpenInProcess(
-        *machine, process,
-        std::make_shared<emulated::DeviceFile>(u"\\Device\\NamedPipe\\one", std::vector{emulated::kForEver}),
-        win32::GENERIC_READ);
-  const emulated::FileTime started = machine->Now();
   const std::string answer = Answer(Redirect());
-  const auto waited = (machine->Now() - started) / 10'000;
-  EXPECT_TRUE(waited >= 200 && waited < 1000) << waited << " milliseconds; two such handles";
-  EXPECT_EQ(machine->threads().count(), 0u);
   std::string names;
   for (std::size_t at = 0; (at = answer.find("#ERROR: ", at)) != std::string::npos; at += 8)
     names += answer.substr(at + 8, answer.find(" - ", at) - at - 8) + "|";
@@ -271,30 +254,26 @@ TEST_F(FolderRedirectionTest, AnExceptionLosesNothingAndTheLogTellsWhereThingsAr
   const Disks disks = machine->Snapshot();
   int reached = 0;
   for (const std::u16string& place : {std::u16string(u"/loc:D:\\Target"), u"/vol:" + kVolume})
-    for (const auto* way : {u"/c", u"/d"})
+    for (const std::u16string way : {u"/c", u"/d"})
       for (const std::string_view call : {"DeleteFileW", "CreateDirectoryW", "RemoveDirectoryW", "DeviceIoControl",
                                           "MoveFileW", "RegCreateKeyExW", "RegDeleteKeyW"}) {
         Restart(disks);
-        const auto run = [&](const std::u16string& word) {
-          return Run({u"/RedirectFolder", u"C:\\Data", place, word});
-        };
-        EXPECT_TRUE(way == std::u16string(u"/c") || run(u"/c").exitCode == 0);
+        EXPECT_TRUE(way == u"/c" || Run({u"/RedirectFolder", u"C:\\Data", place}).exitCode == 0);
         bool thrown = false;
         machine->gate.Observe([&](const char* name, std::uint64_t) {
           if (name == call && !std::exchange(thrown, true)) throw std::bad_alloc();
         });
-        const RunResult result = run(way);
+        const RunResult result = Run({u"/RedirectFolder", u"C:\\Data", place, way});
         machine->gate.Observe({});
         reached += thrown ? 1 : 0;
         const std::string when = std::string(call) + Answer(result);
         ExpectNothingLost(when);
-        EXPECT_EQ(result.exitCode, thrown ? 1 : 0) << when;
+        EXPECT_TRUE(result.exitCode == (thrown ? 1 : 0) && !result.Logged(u" in .")) << when;
         const bool isHome = Contents(u"C:\\Data\\one.txt") == "first" &&
                             Contents(u"C:\\Data\\inner\\two.bin") == std::string(70000, 'x');
         EXPECT_TRUE(isHome || result.Logged(u"in D:\\Target\\Data") ||
                     result.Logged(u"in C:\\Data.mount, in C:\\Data, or partly in both."))
             << when;
-        EXPECT_FALSE(result.Logged(u" in .")) << when;
       }
   EXPECT_GT(reached, 20);
 }

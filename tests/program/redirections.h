@@ -36,9 +36,8 @@ class Redirections : public ::testing::Test {
   RunResult Run(std::initializer_list<std::u16string> words) { return RunProgram(*machine, words); }
   // The same disks in another machine.
   void Restart(const Disks& disks);
-  // Each row on the disks as they are now. `expected` is Succeeded or Failed, or the like.
-  using Expected = std::function<std::string(const Failure& row)>;
-  void ExpectFailures(std::initializer_list<std::u16string> words, const Expected& expected,
+  // Each row on the disks as they are now; `first` is what the log has before all else.
+  void ExpectFailures(std::initializer_list<std::u16string> words, const std::string& what, const std::string& first,
                       const std::vector<Failure>& rows);
   // With each of its calls refused in turn, it is done as ever, or all is as before; or what is different is one of
   // `told`, with the words that the log must have for it. Nothing is lost in any case.
@@ -63,8 +62,6 @@ class Redirections : public ::testing::Test {
   static bool IsLink(const std::u16string& path) {
     return Exists(path) && (Attributes(path) & win32::FILE_ATTRIBUTE_REPARSE_POINT) != 0;
   }
-  // Where the volume is mounted, each path followed by "|".
-  static std::u16string MountPaths();
   // Owner and entries of an item, without the control bits, which tell whether Windows has worked out inheritance.
   static std::u16string Access(const std::u16string& path);
   static std::u16string Entries(const std::u16string& path) {
