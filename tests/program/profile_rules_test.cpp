@@ -133,18 +133,12 @@ TEST_F(ProfileRules, AHiveThatIsALinkIsNotTouched) {
   Wallpaper(u"C:\\Users\\jan", wallpaper);
   win32::SetFileAttributesW(hive.c_str(), win32::FILE_ATTRIBUTE_NORMAL);
   ASSERT_TRUE(win32::MoveFileW(hive.c_str(), u"C:\\Users\\anna\\saved.dat"));
-  for (const bool isFolder : {true, false}) {
-    if (isFolder)
-      MakeFolder(hive);
-    else
-      ASSERT_TRUE(CreateSymbolicLinkEntry(hive.c_str(), u"C:\\Users\\jan\\NTUSER.DAT", {.forceFileLink = true}));
-    UserProfile profile;
-    ASSERT_EQ(GetUserProfile(u"anna", profile), 1);
-    EXPECT_EQ(profile.hiveState, kHiveMissing);
-    profile.hiveState = kHiveNotLoaded;  // it has become one since
-    EXPECT_EQ(RewriteWallpaper(profile, kAnna, u"D:\\P\\anna"), 0);
-    ASSERT_TRUE(!isFolder || win32::RemoveDirectoryW(hive.c_str()));
-  }
+  ASSERT_TRUE(CreateSymbolicLinkEntry(hive.c_str(), u"C:\\Users\\jan\\NTUSER.DAT", {.forceFileLink = true}));
+  UserProfile profile;
+  ASSERT_EQ(GetUserProfile(u"anna", profile), 1);
+  EXPECT_EQ(profile.hiveState, kHiveMissing);
+  profile.hiveState = kHiveNotLoaded;  // it has become one since
+  EXPECT_EQ(RewriteWallpaper(profile, kAnna, u"D:\\P\\anna"), 0);
   EXPECT_EQ(Move(u"anna", u"D:\\P").exitCode, 0);
   EXPECT_EQ(Wallpaper(u"C:\\Users\\jan"), wallpaper);
 }
@@ -230,7 +224,9 @@ TEST_F(ProfileRules, OldDriversAreRefusedOrWarnedOf) {
         u"#ERROR: Cannot redirect User Profile to old version of Rimehold Keelroom on Windows 10. "
         u"Please, update to the latest version of Rimehold before redirecting User Profile.",
         true);
-    EXPECT_TRUE(refused ? told == reason : told.starts_with("0\n" + said + "[7 items]\n")) << told;
+    EXPECT_TRUE(refused ? told == reason
+                        : told.starts_with("0\n" + said + "Redirect user profile was successful.\n--\n"))
+        << told;
     EXPECT_EQ(MoveHome(u"anna").exitCode, refused ? 1 : 0);  // it has never left
   }
 }

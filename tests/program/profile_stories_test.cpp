@@ -12,7 +12,7 @@ class Profile : public ProfileStories {
   static std::string Moved(const std::string& from, const std::string& to, bool isThere, bool stoodThere) {
     const std::string result = "Redirect user profile was successful.";
     return std::string("0\n") + (isThere ? kApps : "") +
-           (stoodThere ? "\nThe target folder: \"" + to + "\" already exists.\n" : "") + "[7 items]\n" + result +
+           (stoodThere ? "\nThe target folder: \"" + to + "\" already exists.\n" : "") + result +
            "\n--\n#INFO: Going to move files and folders from Source = " + from + " to Target = " + to + ".\n" + result;
   }
 };
