@@ -25,12 +25,10 @@ TEST_P(PowerFailure, AtAnyCallLosesNoFile) {
   for (const auto& [name, contents] : files) test::MakeFile(u"C:\\Data" + name, contents);
   ASSERT_TRUE(win32::SetFileAttributesW(u"C:\\Data\\inner\\two.bin", win32::FILE_ATTRIBUTE_READONLY));
   const auto run = [&, words = target](Machine& on, bool remove) {
-    return remove ? RunProgram(on, {u"/RedirectFolder", u"C:\\Data", words, u"/d"})
-                  : RunProgram(on, {u"/RedirectFolder", u"C:\\Data", words});
+    return RunProgram(on, {u"/RedirectFolder", u"C:\\Data", words, remove ? u"/d" : u"/c"});
   };
   const auto whereFiles = [&, all = places] {
-    for (const auto* const privilege : {u"SeBackupPrivilege", u"SeRestorePrivilege"})
-      Machine::Current().process.token->EnablePrivilege(privilege, true);
+    EnablePrivileges();
     std::string where;
     for (const auto& file : files) {
       const auto found = std::ranges::find_if(

@@ -10,11 +10,11 @@
 #include "probes/privileges.h"
 #include "report/log.h"
 #include "support/installed_machine.h"
-#include "support/open_handles.h"
 #include "support/program.h"
 #include "support/tree.h"
 #include "win32/emulated/files/file_service.h"
 #include "win32/emulated/machine.h"
+#include "win32/emulated/text.h"
 #include "win32/win32.h"
 
 namespace test {

@@ -1,10 +1,13 @@
 #include "support/program.h"
 
+#include <gtest/gtest.h>
+
 #include <algorithm>
 
 #include "cli/main.h"
-#include "support/open_handles.h"
 #include "win32/emulated/console_text.h"
+#include "win32/emulated/files/backup_context.h"
+#include "win32/emulated/system/console.h"
 #include "win32/emulated/text.h"
 
 namespace test {
@@ -45,6 +48,28 @@ std::vector<std::u16string> Messages(const std::u16string& log) {
     at = next;
   }
   return messages;
+}
+
+OpenHandles::Handles OpenHandles::All() const {
+  Handles handles;
+  for (const auto& [handle, entry] : machine_.objects.all())
+    if (entry.processId == machine_.process.id || dynamic_cast<emulated::BackupContext*>(entry.object.get()))
+      handles.emplace(handle, entry.processId);
+  return handles;
+}
+
+OpenHandles::~OpenHandles() {
+  const bool closingFailed = std::ranges::any_of(machine_.gate.failed(), [](const std::string& call) {
+    return call.find("Close") != std::string::npos || call.starts_with("Backup");
+  });
+  for (const auto& [handle, process] : All()) {
+    if (older_.contains({handle, process})) continue;
+    const auto object = machine_.objects.Find(reinterpret_cast<win32::HANDLE>(handle), process);
+    const bool isConsole = dynamic_cast<const emulated::ConsoleObject*>(object.get()) != nullptr;
+    EXPECT_TRUE(isConsole || closingFailed)
+        << "left open: " << emulated::Utf8(object->TypeName()) << ' ' << emulated::Utf8(object->NativeName());
+    machine_.objects.Close(reinterpret_cast<win32::HANDLE>(handle), process);
+  }
 }
 
 RunResult RunProgram(emulated::Machine& machine, const std::vector<std::u16string>& words) {

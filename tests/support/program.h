@@ -1,6 +1,7 @@
 // The program run as an administrator runs it: a command line in, and what console, log and exit code then say.
 #pragma once
 
+#include <set>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -35,6 +36,24 @@ std::vector<std::u16string> Messages(const std::u16string& log);
 
 // Gives the machine the program's own module with its resources; RunProgram does it, too.
 using ::UseProgramModule;
+
+// Fails the test for each handle, of those that came while it lived, that is still open at its end, and closes it: the
+// program closes its handles, and gives back the contexts of its backups. Those of the console are the process's; a
+// refused close leaves its handle open.
+class OpenHandles {
+ public:
+  explicit OpenHandles(emulated::Machine& machine) : machine_(machine), older_(All()) {}
+  ~OpenHandles();
+  OpenHandles(const OpenHandles&) = delete;
+  OpenHandles& operator=(const OpenHandles&) = delete;
+
+ private:
+  using Handles = std::set<std::pair<std::uintptr_t, win32::DWORD>>;
+  Handles All() const;
+
+  emulated::Machine& machine_;
+  const Handles older_;
+};
 
 // The bytes of the log file; empty without one.
 std::string LogBytes(emulated::Machine& machine);
