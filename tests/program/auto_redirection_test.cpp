@@ -20,6 +20,10 @@ class AutoRedirection : public SharedProfilesTest {
            "\\Public.\n";
   }
   static constexpr const char* kSayPictures = "\nGoing to update all user's profile image settings";
+  static constexpr const char* kPictures = "#INFO: Going to update profile image file paths for Public User.\n";
+  static constexpr const char* kIsNew =
+      "#INFO: The selected target folder D:\\Profiles does not exist. Ignoring PathIsDirectory validation.\n"
+      "#ERROR: Unable to get File Attributes for path = D:\\ProfilesThe system cannot find the file specified.\n";
   static constexpr const char* kRemoved = "Newly created user profile location at D:\\Profiles has been removed.";
   static bool Mount(const std::u16string& folder) {
     return win32::SetVolumeMountPointW((folder + u"\\").c_str(), kVolume.c_str()) != 0;
@@ -32,9 +36,9 @@ TEST_F(AutoRedirection, TheWholeStory) {
   const Files ofDefault = FilesOf(kDefault), ofPublic = FilesOf(kPublic);
   EXPECT_EQ(Told(Run({u"/AutoRedirectUP"})), "0\nAutomatic user profile redirection is not enabled.\n--");
   EXPECT_EQ(Told(SetWithBoth(kPlace + u"\\")), std::string("0\n") + kSayPictures +
-                                                   "Newly created user profile location - D:\\Profiles\n--\n" +
-                                                   Utf8(IsNew(kPlace)) + Copying("C:\\Users", "D:\\Profiles") +
-                                                   kPictures + "Newly created user profile location - D:\\Profiles");
+                                                   "Newly created user profile location - D:\\Profiles\n--\n" + kIsNew +
+                                                   Copying("C:\\Users", "D:\\Profiles") + kPictures +
+                                                   "Newly created user profile location - D:\\Profiles");
   EXPECT_EQ(Value(u"ProfilesDirectory") + Value(u"Default") + Value(u"Public"),
             kPlace + kPlace + u"\\Default" + kPlace + u"\\Public");
   EXPECT_EQ(Config(), (Configuration{u"1", kPlace, u"C:\\Users", 1, kPlace, {kProfileListKey}}));

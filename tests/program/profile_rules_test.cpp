@@ -173,11 +173,9 @@ TEST_F(ProfileRules, AVolumeInUseIsRefused) {
   };
   ASSERT_EQ(Move(u"jan", kVolume).exitCode, 0);
   expectRefused(kVolume);
-  for (const std::u16string& volume : {system, kVolume}) {  // where the profile's own belongs
-    Mount(beside, volume);
-    expectRefused(volume);
-    Unmount(beside);
-  }
+  Mount(beside, system);  // where the profile's own belongs
+  expectRefused(system);
+  Unmount(beside);
   ASSERT_EQ(MoveHome(u"jan").exitCode, 0);
   Mount(u"C:\\Shelf", kVolume);
   expectRefused(kVolume);

@@ -14,14 +14,6 @@ class SharedProfilesTest : public ProfileStories {
   // What is noted of profiles that are redirected, each with its name.
   static constexpr const char16_t* kNotes = u"HKLM\\SOFTWARE\\WOW6432Node\\Velmora\\Quillbay\\ProfileRedirection";
 
-  static constexpr const char* kPictures = "#INFO: Going to update profile image file paths for Public User.\n";
-  // What the log says of a location that is not there yet.
-  static std::u16string IsNew(const std::u16string& folder) {
-    return u"#INFO: The selected target folder " + folder +
-           u" does not exist. Ignoring PathIsDirectory validation.\n#ERROR: Unable to get File Attributes for path = " +
-           folder + u"The system cannot find the file specified.\n";
-  }
-
   // The three values, byte for byte.
   using Values = std::map<std::u16string, std::pair<win32::DWORD, emulated::Bytes>>;
   struct Configuration {
