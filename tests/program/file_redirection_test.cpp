@@ -10,14 +10,11 @@ const std::u16string kSource = u"C:\\Data\\file.txt", kTarget = u"D:\\Target\\fi
 const std::u16string kConfig = u"C:\\Program Files\\Velmora\\Quillbay\\ServiceConfig.xml";
 const std::string kOf = " Source = SOURCE and Target = TARGET.";
 const std::string kText(70'000, 'x');
-const std::string kGone = "#INFO: The file SOURCE is now in TARGET.\n",
-                  kWent =
-                      "#INFO: Target TARGET doesn't exists so checking free space using parent directory "
-                      "D:\\Target\n" +
-                      kGone;
+const std::string kGone = "#INFO: The file SOURCE is now in TARGET.\n";
+const std::string kWent =
+    "#INFO: Target TARGET doesn't exists so checking free space using parent directory D:\\Target\n" + kGone;
 const std::string kLinked = "#INFO: The file SOURCE is in TARGET until it is back in its place.\n",
                   kBack = "#INFO: The file SOURCE is back in its place.\n", kCame = kLinked + kBack;
-
 const std::string kNoRecord =
     "gone: QUILLBAY\\FileJunctions\\1 Source = SOURCE\ngone: QUILLBAY\\FileJunctions\\1 Target = TARGET\n";
 const std::string kIdle = "gone: service: 4, starts 2\nnew: service: 1, starts 3\n";
@@ -106,7 +103,6 @@ TEST_F(FileRedirectionTest, GoesAndComesBackWithAllThatItHas) {
   MakeFile(u"D:\\Target\\plain.txt", "as any new file there");
   EXPECT_EQ(AnswerTo({u"/RedirectFile", kSource, u"/loc:D:\\Target", u"/-NTFS"}), Succeeded("File Redirection", kWent));
   EXPECT_EQ(Security(kTarget), Security(u"D:\\Target\\plain.txt"));
-  EXPECT_EQ(Describe(kTarget), item.substr(0, Describe(kTarget).size()));
   EXPECT_EQ(Remove().exitCode, 0);
   EXPECT_EQ(Security(kSource), Security(u"D:\\Target\\plain.txt"));
 }

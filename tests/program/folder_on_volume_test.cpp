@@ -42,20 +42,15 @@ TEST_F(FolderOnVolume, GoesThereAndBackWithEverything) {
   ASSERT_TRUE(CreateJunction(u"C:\\Data\\out", u"C:\\Elsewhere"));
   ASSERT_TRUE(CreateJunction(u"C:\\Data\\in", u"C:\\Data\\inner"));
   ASSERT_TRUE(CreateSymbolicLinkEntry(u"C:\\Data\\link.txt", u"C:\\Data\\one.txt", {.forceFileLink = true}));
-  SetTimes(u"C:\\Data", 7);
   ASSERT_TRUE(win32::SetFileAttributesW(kVolume.c_str(), win32::FILE_ATTRIBUTE_HIDDEN | win32::FILE_ATTRIBUTE_SYSTEM));
   const State before = Now();
   const std::u16string access = Access(u"C:\\Data");
   const win32::DWORD attributes = Attributes(u"C:\\Data");
 
   EXPECT_EQ(Redirect().exitCode, 0);
-  const State redirected = Now();
-  EXPECT_EQ(Differences(Below(before, "C:\\Data"), Below(redirected, Utf8(kVolume.substr(0, kVolume.size() - 1)))),
+  EXPECT_EQ(Differences(Below(before, "C:\\Data"), Below(Now(), Utf8(kVolume.substr(0, kVolume.size() - 1)))),
             "gone: \nnew: \\$RECYCLE.BIN\n");
   EXPECT_EQ(Attributes(u"C:\\Data"), attributes | win32::FILE_ATTRIBUTE_REPARSE_POINT) << "not the root's";
-  std::u16string mounted;
-  EXPECT_TRUE(GetJunctionTarget(u"C:\\Data", mounted));
-  EXPECT_EQ(mounted + u"\\", kVolume.substr(4));
   EXPECT_EQ(Access(kVolume), access) << "what users see of the folder";
   EXPECT_EQ(Contents(u"C:\\Data\\out\\there.txt"), "there");
   Refused(u"C:\\Data", "#ERROR: The folder C:\\Data is already redirected.");
@@ -168,7 +163,6 @@ TEST_F(FolderOnVolume, WhatNamesItsFoldersStaysUnlessSharesAreNotWanted) {
   ExpectNothingLost("");
   ASSERT_EQ(Remove().exitCode, 0);
   Redirections::Remove(u"C:\\Data\\inner", u"D:\\Other");
-  ExpectNothingLost("");
   machine->gate.FailCall("MoveFileW", 1, win32::ERROR_ACCESS_DENIED);
   EXPECT_EQ(Redirect(u"/-Share").exitCode, 1);
   EXPECT_EQ(Shares(), both) << "taken back";

@@ -34,13 +34,6 @@ void AddKey(emulated::Registry& registry, const std::u16string& path, std::map<s
   for (const std::u16string& key : registry.SubKeys(path)) AddKey(registry, path + u"\\" + key, state);
 }
 
-// Whether Windows has worked out inheritance for a list ("AI") is nobody's business.
-std::string Secured(const std::u16string& path) {
-  std::string text = Utf8(Security(path));
-  Replace(text, "AI(", "(");
-  return " " + text;
-}
-
 // Everything below a folder; links are not entered, nor what is Windows' own.
 void AddBelow(const std::u16string& folder, bool withTimes, std::map<std::string, std::string>& state) {
   static const std::set<std::u16string> kWindows{
@@ -54,8 +47,9 @@ void AddBelow(const std::u16string& folder, bool withTimes, std::map<std::string
     const bool isLink = (found.dwFileAttributes & win32::FILE_ATTRIBUTE_REPARSE_POINT) != 0;
     const bool isFolder = (found.dwFileAttributes & win32::FILE_ATTRIBUTE_DIRECTORY) != 0;
     const bool noTimes = (!withTimes && (isFolder || isLink)) || path.starts_with(u"C:\\Program Files");
-    state[Utf8(path)] =
-        (noTimes ? std::to_string(found.dwFileAttributes) + " " + Streams(path) : Describe(path)) + Secured(path);
+    state[Utf8(path)] = (noTimes ? std::to_string(found.dwFileAttributes) + " " + Streams(path) : Describe(path)) +
+                        " " + Utf8(Security(path));
+    Replace(state[Utf8(path)], "AI(", "(");  // whether Windows has worked out inheritance is nobody's business
     if (isFolder && !isLink) AddBelow(path, withTimes, state);
   } while (win32::FindNextFileW(find.get(), &found));
 }
