@@ -46,7 +46,6 @@ TEST_F(FolderOnVolume, GoesThereAndBackWithEverything) {
   const State before = Now();
   const std::u16string access = Access(u"C:\\Data");
   const win32::DWORD attributes = Attributes(u"C:\\Data");
-
   EXPECT_EQ(Redirect().exitCode, 0);
   EXPECT_EQ(Differences(Below(before, "C:\\Data"), Below(Now(), Utf8(kVolume.substr(0, kVolume.size() - 1)))),
             "gone: \nnew: \\$RECYCLE.BIN\n");
@@ -136,10 +135,6 @@ TEST_F(FolderOnVolume, WhatIsOnTheVolumeAppearsInTheFolder) {
 TEST_F(FolderOnVolume, IsRefused) {
   const std::u16string longest = u"C:\\" + std::u16string(246 - 6 - 3, u'd');  // with ".mount" 246
   for (const std::u16string& folder : {longest, longest + u"d", std::u16string(u"D:\\Mounted")}) MakeFolder(folder);
-  const std::u16string unknown = u"\\\\?\\Volume{99999999-0000-4000-8000-000000000000}\\";
-  ExpectRefused(u"/RedirectFolder",
-                {{u"C:\\Data", unknown, "#ERROR: The selected volume " + Utf8(unknown) + " does not exist.\n"}}, u"/c",
-                u"/vol:");
   Refused(kVolume, "#ERROR: Source Folder can not be Volume path.\n");
   Refused(longest + u"d", "d.mount exceeds the system-defined maximum length of 248 characters.");
   Refused(u"C:\\Data", "#ERROR: Volume Path to Normal Path Conversion Failed.\n", u"/d");
@@ -247,7 +242,6 @@ TEST_F(FolderOnVolume, AFailedRemovalIsTakenBackOrToldOf) {
       });
 }
 
-// Whichever call fails: the redirection is there or it is not, with every file and nothing left over.
 TEST_F(FolderOnVolume, EveryCallMayFail) {
   RefuseEachCall({u"/RedirectFolder", u"C:\\Data", to},
                  {{"new: VOLUME\\temp.check\n", u"was successful."},  // the rules' probe
