@@ -82,7 +82,7 @@ TEST_F(Deletes, AFolderThatIsNotEmptyYetIsTriedAgainOnce) {
     std::string log;
   } cases[] = {{{ERROR_ACCESS_DENIED, 0, 0}, 1, 0, ""},
                {{ERROR_ACCESS_DENIED, ERROR_ACCESS_DENIED, 0}, 0, 0, failed + "5"},
-               {{ERROR_DIR_NOT_EMPTY, ERROR_ACCESS_DENIED, 0}, 0, 0, failed + "5"},
+               {{ERROR_DIR_NOT_EMPTY, ERROR_SHARING_VIOLATION, 0}, 0, 0, failed + "32"},
                {{ERROR_ACCESS_DENIED, ERROR_DIR_NOT_EMPTY, 0}, 1, 5000, again},
                {{ERROR_DIR_NOT_EMPTY, ERROR_DIR_NOT_EMPTY, ERROR_DIR_NOT_EMPTY}, 0, 5000, again + failed + "145"}};
   for (const auto& [errors, result, slept, text] : cases) {
