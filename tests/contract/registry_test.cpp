@@ -95,26 +95,6 @@ TEST_F(RegistryKeys, OnlyKeysWithoutSubKeysAreDeletedAndTheirHandlesAreOfNoUse) 
   EXPECT_EQ(RegDeleteKeyW(key.get(), u""), ERROR_KEY_DELETED);
 }
 
-TEST_F(RegistryKeys, LinksLeadElsewhere) {
-  SKIP_ON_WINE("the kernel path of HKEY_CURRENT_USER is not known here");
-  UniqueKey software;
-  ASSERT_EQ(Create(HKEY_LOCAL_MACHINE, u"SOFTWARE\\RegistryContract\\Target\\Child", software), 0);
-  const UniqueKey link = Create(u"link", 2);
-  UniqueKey key;
-  EXPECT_EQ(Open(u"link", key), ERROR_FILE_NOT_FOUND);
-  const std::u16string target = u"\\REGISTRY\\Machine\\Software\\RegistryContract\\Target";
-  ASSERT_EQ(RegSetValueExW(link.get(), u"SymbolicLinkValue", 0, REG_LINK, reinterpret_cast<const BYTE*>(target.data()),
-                           static_cast<DWORD>(target.size() * 2)),
-            0);
-  ASSERT_EQ(Open(u"link", key), 0);
-  EXPECT_EQ(Names(key.get()), (std::vector<std::u16string>{u"Child"}));
-  EXPECT_EQ(Open(u"link\\Child", key), 0);
-  // Deleting takes the link, not what it leads to.
-  EXPECT_EQ(RegDeleteKeyW(base.get(), u"link"), 0);
-  EXPECT_EQ(RegOpenKeyExW(HKEY_LOCAL_MACHINE, u"SOFTWARE\\RegistryContract\\Target\\Child", 0, KEY_READ, key.put()), 0);
-  DeleteTree(HKEY_LOCAL_MACHINE, u"SOFTWARE\\RegistryContract");
-}
-
 TEST_F(RegistryKeys, QueriesTellTheSizeThatIsNeededAndNoNameIsTheDefaultValue) {
   BYTE data[8] = {};
   ASSERT_EQ(RegSetValueExW(base.get(), nullptr, 0, REG_BINARY, data, 5), 0);

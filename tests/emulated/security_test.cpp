@@ -57,36 +57,6 @@ TEST(Security, TheDescriptorDecides) {
   }
 }
 
-TEST(Security, FlagsDecideWhoInheritsWhat) {
-  const struct {
-    std::u16string_view parent;
-    std::string_view directory, file;
-    std::u16string_view creator = {};
-  } cases[] = {
-      {u"D:(A;OICI;FA;;;BA)", "D:AI(A;OICIID;FA;;;BA)", "D:AI(A;ID;FA;;;BA)"},
-      {u"D:(A;OI;FA;;;BA)(A;CI;FR;;;BU)", "D:AI(A;OIIOID;FA;;;BA)(A;CIID;FR;;;BU)", "D:AI(A;ID;FA;;;BA)"},
-      {u"D:(A;OICIIO;GA;;;CO)", "D:AI(A;ID;FA;;;S-1-5-21-1-2-3-1001)(A;OICIIOID;GA;;;CO)",
-       "D:AI(A;ID;FA;;;S-1-5-21-1-2-3-1001)"},
-      {u"D:(A;OI;FA;;;BA)(A;CINP;FR;;;CG)", "D:AI(A;OIIOID;FA;;;BA)(A;ID;FR;;;S-1-5-21-1-2-3-513)",
-       "D:AI(A;ID;FA;;;BA)"},
-      // With nothing to inherit the token's defaults hold; what the creator says comes before what is inherited.
-      {u"D:(A;;FA;;;WD)", "D:(A;;FA;;;S-1-5-21-1-2-3-1001)(A;;FA;;;SY)", "D:(A;;FA;;;S-1-5-21-1-2-3-1001)(A;;FA;;;SY)"},
-      {u"D:(A;OICI;FA;;;BA)", "D:AI(A;;FR;;;WD)(A;OICIID;FA;;;BA)", "D:AI(A;;FR;;;WD)(A;ID;FA;;;BA)",
-       u"D:(A;;GR;;;WD)(A;ID;FA;;;AN)"},
-      {u"D:(A;OICI;FA;;;BA)", "D:PAI(A;;FR;;;WD)", "D:PAI(A;;FR;;;WD)", u"D:P(A;;GR;;;WD)"},
-      {u"D:(A;OICI;FA;;;BA)", "D:NO_ACCESS_CONTROL", "D:NO_ACCESS_CONTROL", u"D:NO_ACCESS_CONTROL"}};
-  const auto token = MakeUserToken(kUser);
-  for (const auto& one : cases) {
-    const Bytes parent = DescriptorFromText(one.parent).value(), own = DescriptorFromText(one.creator).value();
-    for (const bool isDirectory : {true, false}) {
-      const Bytes made = NewObjectDescriptor(*token, ByteView(parent),
-                                             one.creator.empty() ? std::nullopt : std::optional<ByteView>(own),
-                                             isDirectory, kFileMapping);
-      EXPECT_EQ(Utf8(DescriptorToText(made, DACL_SECURITY_INFORMATION)), isDirectory ? one.directory : one.file);
-    }
-  }
-}
-
 TEST(Security, DamagedDescriptorsAreRefusedEverywhere) {
   const auto token = MakeAdministratorToken(kUser);
   const Bytes good = DescriptorFromText(

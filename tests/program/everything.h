@@ -4,25 +4,6 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <array>
-#include <cstdlib>
-#include <cstring>
-#include <functional>
-#include <initializer_list>
-#include <iostream>
-#include <limits>
-#include <map>
-#include <memory>
-#include <new>
-#include <optional>
-#include <set>
-#include <sstream>
-#include <string>
-#include <string_view>
-#include <thread>
-#include <tuple>
-#include <utility>
-#include <vector>
 
 #include "cli/parser.h"
 #include "configuration/service_config.h"

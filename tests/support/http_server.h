@@ -27,10 +27,9 @@ inline std::string HttpReply(std::string_view status, std::string_view body, std
 
 class HttpServer {
  public:
-  // One request, and the way to answer it. The connection is closed when its answer returns.
+  // The way to answer a request. The connection is closed when its answer returns.
   struct Exchange {
     HttpServer& server;
-    std::string head, body;  // the request line and the headers, each with CR LF; what came behind them
 
     // Sends as much as the client takes. False once it is gone or the server ends.
     bool Send(std::string_view bytes) {
@@ -39,22 +38,9 @@ class HttpServer {
         const ssize_t count = send(server.client_, bytes.data(), bytes.size(), MSG_NOSIGNAL | MSG_DONTWAIT);
         if (count < 0 && (errno == EAGAIN || errno == EINTR)) continue;
         if (count < 0) return false;
-        server.sent_ += static_cast<std::size_t>(count);
         bytes.remove_prefix(static_cast<std::size_t>(count));
       }
       return true;
-    }
-
-    // Sends no more and waits until the client goes or the server ends.
-    void WaitForClient() {
-      char byte;
-      while (server.Ready(server.client_, POLLIN) && recv(server.client_, &byte, 1, 0) > 0) continue;
-    }
-
-    // Makes the end of the connection a reset.
-    void Reset() {
-      const linger now{1, 0};
-      setsockopt(server.client_, SOL_SOCKET, SO_LINGER, &now, sizeof now);
     }
   };
   using Answer = std::function<void(Exchange&)>;
@@ -89,8 +75,6 @@ class HttpServer {
   // Waits until the answers to all that was received have returned; what was received.
   std::vector<std::string> Heads() { return Settled(heads_); }
   std::vector<std::string> Bodies() { return Settled(bodies_); }
-  // Bytes that all answers have sent so far.
-  std::size_t sent() const { return sent_; }
 
  private:
   std::vector<std::string> Settled(const std::vector<std::string>& received) {
@@ -103,12 +87,12 @@ class HttpServer {
       const std::lock_guard guard(lock_);
       client_ = accept(listener_, nullptr, nullptr);
       if (client_ < 0) continue;
-      if (Exchange exchange{*this, {}, {}}; Receive(exchange)) answer_(exchange);
+      if (Exchange exchange{*this}; Receive()) answer_(exchange);
       close(client_);
     }
   }
 
-  bool Receive(Exchange& exchange) {
+  bool Receive() {
     std::string received;
     std::size_t headEnd = std::string::npos, length = 0;
     while (headEnd == std::string::npos || received.size() < headEnd + 4 + length) {
@@ -120,8 +104,8 @@ class HttpServer {
       const std::size_t at = received.find("Content-Length: ");
       if (at < headEnd) length = std::strtoul(received.c_str() + at + 16, nullptr, 10);
     }
-    heads_.push_back(exchange.head = received.substr(0, headEnd + 2));
-    bodies_.push_back(exchange.body = received.substr(headEnd + 4));
+    heads_.push_back(received.substr(0, headEnd + 2));
+    bodies_.push_back(received.substr(headEnd + 4));
     return true;
   }
 
@@ -136,7 +120,6 @@ class HttpServer {
   Answer answer_;
   int listener_ = -1, client_ = -1;
   std::atomic<bool> ending_ = false;
-  std::atomic<std::size_t> sent_ = 0;
   std::mutex lock_;  // held while a connection is served
   std::vector<std::string> heads_, bodies_;
   std::thread thread_;

@@ -3,7 +3,6 @@
 #include <curl/curl.h>
 
 #include <algorithm>
-#include <atomic>
 
 #include "win32/constants.h"
 
@@ -15,7 +14,7 @@ using std::chrono::steady_clock;
 namespace {
 
 // What Windows waits for a server's answer when nobody sets another time.
-std::atomic<milliseconds> patienceOfNewTransfers{std::chrono::seconds(30)};
+constexpr milliseconds kPatience = std::chrono::seconds(30);
 
 constexpr std::size_t kMostHeaderBytes = 256 * 1024;
 constexpr long kFirstFinalStatus = 200;  // those below announce another reply
@@ -103,9 +102,7 @@ struct HttpTransfer::Callbacks {
   }
 };
 
-void HttpTransfer::SetPatience(milliseconds patience) { patienceOfNewTransfers = patience; }
-
-HttpTransfer::HttpTransfer(HttpRequest request) : request_(std::move(request)), patience_(patienceOfNewTransfers) {}
+HttpTransfer::HttpTransfer(HttpRequest request) : request_(std::move(request)) {}
 
 HttpTransfer::~HttpTransfer() = default;
 
@@ -173,12 +170,12 @@ void HttpTransfer::Drive(Condition enough) {
     FinishMessages();
     if (ended_ || enough()) return;
     const auto silent = std::chrono::duration_cast<milliseconds>(steady_clock::now() - lastSign_);
-    if (silent >= patience_) {
+    if (silent >= kPatience) {
       error_ = win32::ERROR_INTERNET_TIMEOUT;
       ended_ = true;
       return;
     }
-    const milliseconds wait = std::min(kLongestWait, patience_ - silent);
+    const milliseconds wait = std::min(kLongestWait, kPatience - silent);
     curl_multi_poll(curl_->multi, nullptr, 0, static_cast<int>(wait.count()), nullptr);
   }
 }

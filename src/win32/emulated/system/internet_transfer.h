@@ -41,10 +41,6 @@ class HttpTransfer {
   // after the bytes that came before.
   win32::DWORD Read(std::size_t wanted, Bytes& taken);
 
-  // How long a silent server is waited for: to connect, to begin to answer, between two parts of the answer. For all
-  // requests made from now on.
-  static void SetPatience(std::chrono::milliseconds patience);
-
  private:
   struct Curl;
   struct Callbacks;
@@ -55,7 +51,6 @@ class HttpTransfer {
   void FinishMessages();
 
   HttpRequest request_;
-  std::chrono::milliseconds patience_;
   std::chrono::steady_clock::time_point lastSign_;
   std::unique_ptr<Curl> curl_;
   Bytes held_;
