@@ -11,7 +11,6 @@ constexpr const char16_t* kPipe = u"QBDataPipe";
 constexpr const char16_t* kFrom = u"C:\\Shared\\Public";
 const std::string kStart = "UpdateImgPath|C:\\Shared\\Public|";
 
-// A request, as the service gets it.
 Records Record(std::string text) {
   text.resize(2048, '\0');
   return {text};

@@ -9,7 +9,6 @@ using emulated::Utf8;
 
 class BackupCopies : public Engine {
  protected:
-  // What the copy sends to the debugger.
   std::string Traced(const std::function<void()>& action) {
     machine->debugOutput.clear();
     action();

@@ -91,7 +91,7 @@ TEST_F(Deletes, AFolderThatIsNotEmptyYetIsTriedAgainOnce) {
     machine->sleptMilliseconds = 0;
     for (unsigned call = 0; call < 3; ++call)
       if (errors[call] != 0) machine->gate.FailCall("RemoveDirectoryW", call + 1, errors[call]);
-    EXPECT_EQ(Told([&] { EXPECT_EQ(Strictly(source), result); }), text);
+    EXPECT_EQ(Told([&, expected = result] { EXPECT_EQ(Strictly(source), expected); }), text);
     EXPECT_EQ(machine->sleptMilliseconds, slept);
     EXPECT_EQ(Exists(a), result == 0);
     if (result == 0) {

@@ -124,7 +124,7 @@ TEST_F(TreeCopies, GoingOnNeverOverwritesAndPassesFailedItems) {
     going.useBackupCopy = backup;
     const auto held = backup ? HoldOpen(source + u"\\b", GENERIC_WRITE, FILE_SHARE_READ) : nullptr;
     if (!backup) machine->gate.FailCall("CopyFileW", 1, error);
-    const std::string lines = Told([&] { EXPECT_EQ(Copy(going), result); });
+    const std::string lines = Told([&, expected = result] { EXPECT_EQ(Copy(going), expected); });
     EXPECT_NE(lines.find(text), std::string::npos) << lines;
     EXPECT_EQ(Contents(target + u"\\a") + Contents(target + u"\\l"), "keptkept");
     EXPECT_EQ(Exists(target + u"\\c"), result == 1);

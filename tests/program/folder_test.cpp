@@ -4,7 +4,6 @@
 
 namespace {
 
-using emulated::Utf8;
 using namespace test;
 
 const std::string kFolder = "Folder Redirection", kRemoval = "Folder Redirection Removal";

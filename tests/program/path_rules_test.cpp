@@ -9,7 +9,6 @@ using namespace win32;
 const std::u16string kNoDriveNumber = u"#ERROR: Unable to get Drive Number for path  = ";
 const std::u16string kSuccess = u".The operation completed successfully.";
 
-// What is said of a path.
 using Speaks = std::function<Lines(const std::u16string& path)>;
 Speaks Line(const char16_t* before, const char16_t* after,
             const char16_t* elsewhere = u" Browse to a different location.") {

@@ -167,7 +167,7 @@ class SharedProfileCalls : public ProfileCalls {
       for (const auto& [name, before] : files) {
         const Files now = FilesOf(FolderOf(name));
         for (const auto& [file, contents] : before)
-          EXPECT_TRUE(std::ranges::any_of(now, [&](const auto& each) { return each.second == contents; }))
+          EXPECT_TRUE(std::ranges::any_of(now, [&, &held = contents](const auto& each) { return each.second == held; }))
               << Utf8(file) << " is lost: " << when;
         if (fromThenOn) continue;
         Files found = now;
@@ -214,8 +214,8 @@ TEST_F(SharedProfileCalls, OfAutomaticRedirectionAndItsRemoval) {
        "#ERROR: Unable to remove the location of new user profiles from config file.",
        "#ERROR: Unable to rename C:\\Users\\Default\\NTUSER (old).DAT to C:\\Users\\Default\\NTUSER.DAT again.",
        "#INFO: No need to update profile image file paths for Public User in OSes < Windows 8.",
-       "#INFO: The former file C:\\Users\\Public\\Documents\\report.txt stays as C:\\Users\\Public\\Documents\\"
-       "report (old).txt. Access is denied.",
+       std::string("#INFO: The former file C:\\Users\\Public\\Documents\\report.txt stays as ") +
+           "C:\\Users\\Public\\Documents\\report (old).txt. Access is denied.",
        "#INFO: Unable to remove what is noted of redirected profiles in registry."});
 }
 

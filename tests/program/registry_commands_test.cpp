@@ -390,18 +390,20 @@ TEST_F(RegistryCommands, RefusedCallsLeaveEachThingAsItWasOrAsItIsToBe) {
       if (after.empty()) after = InFile(false);
       return result;
     };
-    WithEachCallRefused(machine, run, [&](const RunResult& result, const std::string& when) {
-      const std::string now = Contents(kConfig), call = when.substr(0, when.find(','));
-      const bool done = result.exitCode == 0;
-      EXPECT_TRUE(done || !result.Said(success)) << when;
-      // The file is whole: the old one, the new one, or one made anew when it was not found or could not be read.
-      EXPECT_TRUE(now.ends_with(std::string(">\0\r\0\n\0", 6))) << when;
-      EXPECT_TRUE((done ? InFile(false) == after : now == before) || result.Logged(u"Default config created")) << when;
-      // Only a command that succeeded has done anything to the service.
-      const bool ofServices = call.find("Service") != call.npos || call == "OpenSCManagerW";
-      EXPECT_TRUE(Service() == (done ? service : standing) || (done && ofServices)) << when;
-      EXPECT_TRUE(!onVolume || Exists(kMount) == done) << when;
-    });
+    WithEachCallRefused(
+        machine, run, [&, &told = success, &afterwards = service](const RunResult& result, const std::string& when) {
+          const std::string now = Contents(kConfig), call = when.substr(0, when.find(','));
+          const bool done = result.exitCode == 0;
+          EXPECT_TRUE(done || !result.Said(told)) << when;
+          // The file is whole: the old one, the new one, or one made anew when it was not found or could not be read.
+          EXPECT_TRUE(now.ends_with(std::string(">\0\r\0\n\0", 6))) << when;
+          EXPECT_TRUE((done ? InFile(false) == after : now == before) || result.Logged(u"Default config created"))
+              << when;
+          // Only a command that succeeded has done anything to the service.
+          const bool ofServices = call.find("Service") != call.npos || call == "OpenSCManagerW";
+          EXPECT_TRUE(Service() == (done ? afterwards : standing) || (done && ofServices)) << when;
+          EXPECT_TRUE(!onVolume || Exists(kMount) == done) << when;
+        });
   }
 }
 

@@ -257,8 +257,8 @@ TEST_F(Validation, AVolumeAlone) {
   }
   for (const auto& [call, error] :
        {std::pair(1u, ERROR_WRITE_PROTECT), {1u, ERROR_SHARING_VIOLATION}, {2u, ERROR_DISK_FULL}})
-    EXPECT_LINES(Decision([&] {
-                   machine->gate.FailCall("CreateFileW", call, error);
+    EXPECT_LINES(Decision([&, number = call, code = error] {
+                   machine->gate.FailCall("CreateFileW", number, code);
                    return ValidateVolume(volume.c_str());
                  }),
                  passed);
