@@ -22,6 +22,7 @@ void* operator new(std::size_t size) {
   if (!memory) ThrowBadAlloc();
   return memory;
 }
+extern "C" const char* __asan_default_options() { return "alloc_dealloc_mismatch=0"; }  // the library keeps its own
 void operator delete(void* memory) noexcept { std::free(memory); }
 void operator delete(void* memory, std::size_t) noexcept { std::free(memory); }
 

@@ -231,9 +231,9 @@ TEST_F(Validation, AFailedSourceEndsItAndAFailedTargetDoesNot) {
 TEST_F(Validation, AVolumeAlone) {
   Volume(u"\\\\?\\VOLUME" + volume.substr(10), passed);
   EXPECT_LINES(Decision([] { return ValidateVolume(nullptr); }), Lines{});
-  for (const std::u16string name :
-       {u"\\\\?\\Volume{no}\\", volume.substr(0, volume.size() - 1).c_str(), (volume + u"x").c_str(), u"D:\\"})
-    Volume(name, {NoVolume(name)});
+  const std::u16string noVolumes[] = {u"\\\\?\\Volume{no}\\", volume.substr(0, volume.size() - 1), volume + u"x",
+                                      u"D:\\"};
+  for (const std::u16string& name : noVolumes) Volume(name, {NoVolume(name)});
   machine->FindByGuidName(volume)->fileSystem = u"exFAT";
   Volume(volume, {NotNtfs(volume)});
   machine->FindByGuidName(volume)->fileSystem = u"NTFS";
