@@ -107,6 +107,15 @@ bool RestoreMoved(const std::u16string& path, const SecurityBlock& block, std::u
   return here == Restored::Yes || (here == Restored::Gone && !moved.empty());
 }
 
+// No violation of what another process shares keeps the file from being opened so.
+int IsSharedFor(const std::u16string& path, win32::DWORD access, win32::DWORD share, win32::DWORD flags) {
+  win32::SetLastError(win32::ERROR_SUCCESS);  // an open that succeeds need not set it
+  const win32::UniqueFile file{
+      win32::CreateFileW(path.c_str(), access, share, nullptr, win32::OPEN_EXISTING, flags, nullptr)};
+  const win32::DWORD error = win32::GetLastError();
+  return error == win32::ERROR_SHARING_VIOLATION || error == win32::ERROR_LOCK_VIOLATION ? 0 : 1;
+}
+
 }  // namespace
 
 ImpersonatedCaller::ImpersonatedCaller() {
@@ -212,11 +221,13 @@ int IsFileNotLocked(const std::u16string& path, win32::DWORD attributes) {
   constexpr win32::DWORD kReadAlone = 0x8;
   const win32::DWORD access =
       attributes & kReadAlone ? win32::GENERIC_READ : win32::GENERIC_READ | win32::GENERIC_WRITE;
-  win32::SetLastError(win32::ERROR_SUCCESS);  // an open that succeeds need not set it
-  const win32::UniqueFile file{win32::CreateFileW(path.c_str(), access, 0, nullptr, win32::OPEN_EXISTING,
-                                                  win32::FILE_ATTRIBUTE_NORMAL, nullptr)};
-  const win32::DWORD error = win32::GetLastError();
-  return error == win32::ERROR_SHARING_VIOLATION || error == win32::ERROR_LOCK_VIOLATION ? 0 : 1;
+  return IsSharedFor(path, access, 0, win32::FILE_ATTRIBUTE_NORMAL);
+}
+
+// Whoever holds a named stream alone does not keep its file from being opened, but does keep it from going.
+int IsDeletable(const std::u16string& path) {
+  return IsSharedFor(path, win32::DELETE, win32::FILE_SHARE_READ | win32::FILE_SHARE_WRITE | win32::FILE_SHARE_DELETE,
+                     win32::FILE_FLAG_OPEN_REPARSE_POINT | win32::FILE_FLAG_BACKUP_SEMANTICS);
 }
 
 int HaveInheritedPermissions(InheritanceCache& cache, const std::u16string& path) try {

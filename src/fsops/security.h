@@ -48,6 +48,9 @@ int HasAccess(win32::HANDLE token, const std::u16string& path, win32::DWORD desi
 // 0 when another process holds the file so that it cannot be opened alone.
 int IsFileNotLocked(const std::u16string& path);
 int IsFileNotLocked(const std::u16string& path, win32::DWORD attributes);
+// 0 when another process holds the file or folder, or a stream of it, so that nobody can delete it now. Whether the
+// caller may is not asked.
+int IsDeletable(const std::u16string& path);
 
 // Does the DACL hold an inherited entry? Each path is examined once and then answered from the cache: for who works
 // through a tree and comes back to the same folders.

@@ -154,9 +154,9 @@ bool MayGoThere(const FilePlaces& places) {
   return true;
 }
 
-// The list of open handles is not complete; the exclusive open finds what it lacks.
+// The list of open handles is not complete; the opens find what it lacks.
 bool IsInUse(const std::u16string& source) {
-  if (!IsListedAsOpen(source) && IsFileNotLocked(source)) return false;
+  if (!IsListedAsOpen(source) && IsFileNotLocked(source) && IsDeletable(source)) return false;
   Log(u"#ERROR: (Source) %ls - File is locked.", source);
   return true;
 }

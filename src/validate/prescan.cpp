@@ -69,7 +69,7 @@ class Scan {
   }
 
   bool IsLocked(const TreeEntry& item) {
-    if (!locked_.Holds(item.path)) return false;
+    if (!locked_.Holds(item.path) && !IsFolderThatCannotGo(item)) return false;
     if (allowSpecialCase_ && item.IsDirectory()) {
       Log(u"#INFO: %ls - Folder locked but allowing it anyways (special case).", item.path);
       return false;
@@ -79,8 +79,13 @@ class Scan {
     return true;
   }
 
+  // The list of what is held open is not complete. What is let through anyway is not asked.
+  bool IsFolderThatCannotGo(const TreeEntry& item) const {
+    return item.IsDirectory() && !allowSpecialCase_ && !IsDeletable(item.path);
+  }
+
   bool IsAccessible(const TreeEntry& item) {
-    if (IsFileNotLocked(item.path, item.attributes)) return true;
+    if (IsFileNotLocked(item.path, item.attributes) && IsDeletable(item.path)) return true;
     Log(u"#INFO: %ls - File is not accessible.", item.path);
     passed_ = false;
     return false;

@@ -109,9 +109,42 @@ TEST_F(FilesOpen, NamedStreams) {
     EXPECT_EQ(OpenError(file, GENERIC_WRITE, 0), 0u);
     EXPECT_EQ(OpenError(file + u":s", GENERIC_READ), ERROR_SHARING_VIOLATION);
   }
-  EXPECT_TRUE(DeleteFileW((file + u":s").c_str()));
+  // Whoever has a stream open without FILE_SHARE_DELETE keeps the file from being deleted, but not the other way round.
+  for (const bool fileFirst : {true, false})
+    for (const DWORD fileShare : {0u, FILE_SHARE_DELETE})
+      for (const DWORD streamShare : {0u, FILE_SHARE_DELETE})
+        for (const DWORD fileAccess : {DELETE, FILE_READ_DATA, FILE_WRITE_DATA})
+          for (const DWORD streamAccess : {FILE_READ_DATA, FILE_WRITE_DATA, DELETE, FILE_READ_ATTRIBUTES}) {
+            const auto first =
+                fileFirst ? Open(file, fileAccess, fileShare) : Open(file + u":s", streamAccess, streamShare);
+            const bool keeps = fileAccess == DELETE && streamShare == 0 && streamAccess != FILE_READ_ATTRIBUTES;
+            EXPECT_EQ(
+                fileFirst ? OpenError(file + u":s", streamAccess, streamShare) : OpenError(file, fileAccess, fileShare),
+                keeps ? ERROR_SHARING_VIOLATION : 0u)
+                << fileFirst << fileShare << streamShare << fileAccess << streamAccess;
+          }
+  {
+    const auto held = Open(file + u":s", GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE);
+    EXPECT_EQ(DeleteError(file), ERROR_SHARING_VIOLATION);
+    EXPECT_EQ(ErrorOf(MoveFileW(file.c_str(), Path(u"moved").c_str())), ERROR_SHARING_VIOLATION);
+  }
+  {  // a stream that goes leaves the file open to all
+    const auto held = Open(file, GENERIC_READ, kShareAll), stream = Open(file + u":s", GENERIC_READ, kShareAll);
+    EXPECT_TRUE(DeleteFileW((file + u":s").c_str()));
+    EXPECT_NE(OpenError(file + u":S", GENERIC_READ), 0u) << "5, or 2 where names go at once";
+    EXPECT_EQ(Get(file), "main");
+  }
   EXPECT_EQ(OpenError(file + u":s", GENERIC_READ), ERROR_FILE_NOT_FOUND);
-  EXPECT_EQ(Get(file), "main");
+  Put(file + u":t", "stream");
+  {  // a name that goes takes its file's streams with it, when it is the last one
+    EXPECT_TRUE(CreateHardLinkW(Path(u"other").c_str(), file.c_str(), nullptr));
+    const auto held = Open(file + u":t", GENERIC_READ, kShareAll);
+    EXPECT_TRUE(DeleteFileW(file.c_str()));
+    EXPECT_NE(OpenError(file, GENERIC_READ), 0u);
+    EXPECT_EQ(Get(Path(u"other:t")), "stream");
+  }
+  EXPECT_FALSE(Exists(file));
+  EXPECT_EQ(Get(Path(u"other")), "main");
 }
 
 TEST_F(FilesOpen, AViewOfASectionWritesTheFileAndOutlivesItsHandles) {

@@ -145,9 +145,9 @@ TEST_F(FileRedirectionTest, IsRefused) {
   MakeFile(u"C:\\Data\\secret.txt", "theirs");
   SetSecurity(u"C:\\Data\\secret.txt", u"O:SYD:P(A;;FA;;;SY)(A;;0xd0000;;;WD)");
   MakeFile(u"C:\\Data\\big.bin", std::string(AvailableBytes(u"E:\\").value_or(0), 'b'));  // not a byte is left
-  MakeFile(u"C:\\Data\\used.txt", "used");
+  MakeFile(u"C:\\Data\\used.txt:stream", "used");
   const auto used =
-      machine->files().OpenForeign(4242, u"C:\\Data\\used.txt", win32::GENERIC_READ, win32::FILE_SHARE_READ);
+      machine->files().OpenForeign(4242, u"C:\\Data\\used.txt:stream", win32::GENERIC_READ, win32::FILE_SHARE_READ);
   MakeFile(u"D:\\Hidden\\file.txt", "theirs", win32::FILE_ATTRIBUTE_HIDDEN);
   EXPECT_TRUE(win32::CreateHardLinkW(u"C:\\file.txt", kSource.c_str(), nullptr));
   const std::string twoNames =

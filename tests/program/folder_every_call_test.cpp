@@ -157,7 +157,7 @@ TEST_F(EveryCall, OfAMergeMayFail) {
 TEST_F(EveryCall, OfTheWayBackFromAMergeMayFail) {
   MakeTheirs();
   Redirect(u"E:\\Foo", kData);
-  FailEach({u"/RedirectFolder", kData, u"/loc:D:\\Target"}, kData, kTheirs, redirected, u"C:\\Data\\one.txt");
+  FailEach({u"/RedirectFolder", kData, u"/loc:D:\\Target"}, kData, kTheirs, redirected, u"C:\\Data\\one.txt:note");
 }
 
 TEST_F(EveryCall, OfARemovalMayFail) {

@@ -225,7 +225,7 @@ TEST_F(FolderRedirectionTest, EverythingInTheWayIsNamedInOneRun) {
     holders.push_back(machine->files().OpenForeign(4242, path, access, share));
   };
   hold(u"C:\\Data\\inner\\two.bin", win32::GENERIC_READ, 0);
-  hold(u"C:\\Data\\one.txt", win32::GENERIC_READ, kAll);
+  hold(u"C:\\Data\\one.txt:note", win32::GENERIC_READ, win32::FILE_SHARE_READ | win32::FILE_SHARE_WRITE);
   hold(u"C:\\Data\\open", win32::FILE_READ_ATTRIBUTES, kAll);
   const std::string answer = Answer(Redirect());
   std::string names;

@@ -66,14 +66,14 @@ TEST_F(PreScan, NamesEachItemInTheOrderOfTheTree) {
   SetSecurity(d, u"O:BAD:P(A;;0x1200a9;;;BA)");
   ExpectScan({}, false, 1, {});
   // Refused, listed as locked, held open: every test of an item speaks, one line says what to do. What the user may not
-  // open at all is not found to be in use, and so is what is read-only. The special case is for folders alone.
+  // open at all is not found to be in use. The special case is for folders alone.
   for (const std::u16string& item : {b, bf}) DenyAll(item);
   const auto held = HoldOpen(c, GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE);
-  const auto alsoHeld = HoldOpen(readOnly, GENERIC_READ, 0);
+  const auto alsoHeld = HoldOpen(readOnly, GENERIC_READ, 0), folderHeld = HoldOpen(d, FILE_EXECUTE, FILE_SHARE_READ);
   const Lines locked = {c, bf, u"C:\\elsewhere", a, b, source};
-  ExpectScan(locked, false, 0, {{"LU", a}, {"XLU", b}, {"XLU", bf}, {"LNU", c}});
-  ExpectScan(locked, true, 0, {{"LU", a}, {"xl", b}, {"XLU", bf}, {"LNU", c}});
-  ExpectScan({b, d}, true, 0, {{"xl", b}, {"X", bf}, {"NU", c}, {"l", d}});
+  ExpectScan(locked, false, 0, {{"LU", a}, {"XLU", b}, {"XLU", bf}, {"LNU", c}, {"LU", d}, {"NU", readOnly}});
+  ExpectScan(locked, true, 0, {{"LU", a}, {"xl", b}, {"XLU", bf}, {"LNU", c}, {"NU", readOnly}});
+  ExpectScan({b, d}, true, 0, {{"xl", b}, {"X", bf}, {"NU", c}, {"l", d}, {"NU", readOnly}});
   // What went since the listing is not made.
   TreeListing listing;
   ASSERT_EQ(GetFileList(source, listing), 1);

@@ -63,7 +63,7 @@ DWORD QueryAttributes(std::u16string_view path, DWORD& attributes) {
     std::uint64_t size = 0;
     if (const DWORD error = location.volume->volume->StreamSize(location.file, location.stream, size)) return error;
   }
-  if (files.IsDeletePending(*location.volume, location.file)) return win32::ERROR_ACCESS_DENIED;
+  if (files.IsDeletePending(location)) return win32::ERROR_ACCESS_DENIED;
   DWORD granted = 0;
   if (const DWORD error =
           files.Check(*location.volume, location.file, location.directory, win32::FILE_READ_ATTRIBUTES, true, granted))

@@ -1,5 +1,6 @@
 // What happens to open files until their last handle goes: times, deletion, names.
 #include <algorithm>
+#include <iterator>
 #include <utility>
 
 #include "win32/emulated/files/file_service.h"
@@ -12,6 +13,11 @@ FileService::FileService(Machine& machine) : machine_(machine) {}
 
 FileService::~FileService() {
   for (FileObject* const open : opens_) open->service_ = nullptr;
+}
+
+bool EqualNames(const Volume& volume, std::u16string_view a, std::u16string_view b) {
+  return std::ranges::equal(
+      a, b, {}, [&](char16_t unit) { return volume.UpCase(unit); }, [&](char16_t unit) { return volume.UpCase(unit); });
 }
 
 void FileObject::Closed() {
@@ -40,21 +46,23 @@ void FileService::CloseObject(FileObject& object) {
   if (object.wrote && object.writeNoted_ == 0) NoteWrite(object);
   if (object.accessed && lastAccessUpdates && !object.keepLastAccess)
     object.volume->volume->SetTimes(object.file, {.lastAccess = machine_.Now()});
-  bool pending = object.deletePending;
-  if (object.deleteOnClose && !pending) pending = MarkForDeletion(object) == 0;
-  if (!pending) return;
-  bool last = true;
-  for (FileObject* const open : opens_) {
-    if (open->volume != object.volume || open->file != object.file) continue;
-    open->deletePending = true;
-    last = false;
-  }
-  if (last) RemoveName(object);
+  if (object.deleteOnClose && object.pending == Deletion::None) MarkForDeletion(object);
+  if (object.pending != Deletion::None && OpensOf(object, object.pending).empty()) RemoveName(object);
+}
+
+std::vector<FileObject*> FileService::OpensOf(const FileObject& object, Deletion what) const {
+  std::vector<FileObject*> opens;
+  std::ranges::copy_if(opens_, std::back_inserter(opens), [&](const FileObject* open) {
+    return open->volume == object.volume && open->file == object.file &&
+           (what == Deletion::Name ? open->directory == object.directory && open->name == object.name
+                                   : EqualNames(*object.volume->volume, open->stream, object.stream));
+  });
+  return opens;
 }
 
 void FileService::RemoveName(FileObject& object) {
   Volume& volume = *object.volume->volume;
-  if (!object.stream.empty()) {
+  if (object.pending == Deletion::Stream) {
     volume.RemoveStream(object.file, object.stream);
     return;
   }
@@ -63,7 +71,7 @@ void FileService::RemoveName(FileObject& object) {
   if (volume.Lookup(object.directory, object.name, found, nullptr) != 0 || found != object.file) return;
   if (volume.Unlink(object.directory, object.name) != 0) return;
   TouchDirectory(*object.volume, object.directory);
-  if (object.isDirectory) ForgetPaths();
+  ForgetPaths();
 }
 
 DWORD FileService::MarkForDeletion(FileObject& object) {
@@ -77,15 +85,13 @@ DWORD FileService::MarkForDeletion(FileObject& object) {
     if (const DWORD error = volume.List(object.file, entries)) return error;
     if (!entries.empty()) return win32::ERROR_DIR_NOT_EMPTY;
   }
-  object.deletePending = true;
-  for (FileObject* const open : opens_)
-    if (open->volume == object.volume && open->file == object.file) open->deletePending = true;
+  object.pending = object.stream.empty() ? Deletion::Name : Deletion::Stream;  // it may be open no more
+  for (FileObject* const open : OpensOf(object, object.pending)) open->pending = object.pending;
   return 0;
 }
 
 void FileService::UnmarkForDeletion(FileObject& object) {
-  for (FileObject* const open : opens_)
-    if (open->volume == object.volume && open->file == object.file) open->deletePending = false;
+  for (FileObject* const open : OpensOf(object, object.pending)) open->pending = Deletion::None;
 }
 
 bool FileService::IsOpen(const MountedVolume& volume, FileId file) const {
@@ -93,9 +99,21 @@ bool FileService::IsOpen(const MountedVolume& volume, FileId file) const {
                      [&](const FileObject* open) { return open->volume == &volume && open->file == file; });
 }
 
-bool FileService::IsDeletePending(const MountedVolume& volume, FileId file) const {
+bool FileService::IsDeletePending(const Location& location) const {
   return std::any_of(opens_.begin(), opens_.end(), [&](const FileObject* open) {
-    return open->deletePending && open->file == file && open->volume == &volume;
+    if (open->pending == Deletion::None || open->file != location.file || open->volume != location.volume) return false;
+    const Volume& volume = *location.volume->volume;
+    if (open->pending == Deletion::Stream) return EqualNames(volume, open->stream, location.stream);
+    FileId same = 0;
+    std::u16string name;  // the place may have been asked for by its short name
+    return open->directory == location.directory &&
+           location.volume->volume->Lookup(location.directory, location.name, same, &name) == 0 && name == open->name;
+  });
+}
+
+bool FileService::IsDeletePending(const MountedVolume& volume, FileId directory) const {
+  return std::any_of(opens_.begin(), opens_.end(), [&](const FileObject* open) {
+    return open->pending == Deletion::Name && open->file == directory && open->volume == &volume;
   });
 }
 

@@ -29,6 +29,12 @@ struct Location {
 
 class FileService;
 
+// Two names of streams (or of items) that are one on the volume: letter case does not matter.
+bool EqualNames(const Volume& volume, std::u16string_view a, std::u16string_view b);
+
+// What goes with its last open: the stream alone, or the name, and with the last one the file and all its streams.
+enum class Deletion { None, Stream, Name };
+
 // One open of a file: what the handles made by one CreateFileW name. The share modes stand until the last handle goes;
 // an open without a handle (an internal one) ends with its last reference.
 class FileObject : public OpenedFile {
@@ -50,7 +56,7 @@ class FileObject : public OpenedFile {
   win32::DWORD processId = 0;
   std::uint64_t position = 0;
   bool deleteOnClose = false;
-  bool deletePending = false;  // the name goes with the last open of the file
+  Deletion pending = Deletion::None;
   // This handle no longer changes that time: SetFileTime set it, or was given all bits set.
   bool keepLastAccess = false, keepLastWrite = false, keepChange = false;
   bool wrote = false;     // data was written through it: the times follow, at the latest when it is closed
@@ -96,7 +102,7 @@ class FileService {
                       std::shared_ptr<FileObject>& object);
   // Makes a file or directory at a resolved place that is free, and opens it.
   win32::DWORD CreateAt(const Location& location, const OpenRequest& request, std::shared_ptr<FileObject>& object);
-  // Removes the name of the file that `object` is an open of, when its last open goes.
+  // Removes what `object` is an open of when the last open of that goes: a stream, or else the name of the file.
   win32::DWORD MarkForDeletion(FileObject& object);
   void UnmarkForDeletion(FileObject& object);
 
@@ -111,8 +117,9 @@ class FileService {
   // All opens, of all processes.
   const std::vector<FileObject*>& opens() const { return opens_; }
   bool IsOpen(const MountedVolume& volume, FileId file) const;
-  // The file's name goes with its last open: nobody opens it any more (5).
-  bool IsDeletePending(const MountedVolume& volume, FileId file) const;
+  // What stands at the place goes with its last open: nobody opens it any more (5). Other names of a file stay.
+  bool IsDeletePending(const Location& location) const;
+  bool IsDeletePending(const MountedVolume& volume, FileId directory) const;
   // Something below the directory is open.
   bool IsOpenBelow(const MountedVolume& volume, FileId directory);
 
@@ -157,6 +164,8 @@ class FileService {
   std::shared_ptr<FileObject> Register(std::shared_ptr<FileObject> object, const Location& location,
                                        const OpenRequest& request);
   void CloseObject(FileObject& object);
+  // All opens of the stream alone, or of any stream by that name of the file.
+  std::vector<FileObject*> OpensOf(const FileObject& object, Deletion what) const;
   void RemoveName(FileObject& object);
 
   Machine& machine_;

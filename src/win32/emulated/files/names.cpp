@@ -39,8 +39,7 @@ DWORD MakeDirectory(std::u16string_view path, const win32::SECURITY_ATTRIBUTES* 
   if (location.hasStream) return win32::ERROR_DIRECTORY;
   if (location.directory == 0) return win32::ERROR_ACCESS_DENIED;  // the root of a drive
   if (location.file != 0) {
-    return files.IsDeletePending(*location.volume, location.file) ? win32::ERROR_ACCESS_DENIED
-                                                                  : win32::ERROR_ALREADY_EXISTS;
+    return files.IsDeletePending(location) ? win32::ERROR_ACCESS_DENIED : win32::ERROR_ALREADY_EXISTS;
   }
   OpenRequest request;
   request.access = win32::FILE_READ_DATA | win32::SYNCHRONIZE;

@@ -32,12 +32,6 @@ DWORD Mapped(DWORD access) {
 
 bool HasBackupIntent(const OpenRequest& request) { return (request.flags & win32::FILE_FLAG_BACKUP_SEMANTICS) != 0; }
 
-bool EqualNames(const Volume& volume, std::u16string_view a, std::u16string_view b) {
-  return a.size() == b.size() && std::equal(a.begin(), a.end(), b.begin(), [&](char16_t x, char16_t y) {
-           return x == y || volume.UpCase(x) == volume.UpCase(y);
-         });
-}
-
 // Do the rights that one open holds go with what another lets share?
 bool Excludes(DWORD access, DWORD share) {
   return ((access & kReading) && !(share & win32::FILE_SHARE_READ)) ||
@@ -67,12 +61,18 @@ DWORD FileService::Check(MountedVolume& volume, FileId file, FileId directory, D
   return CheckAccess(token, descriptor, access, kFileMapping, backupIntent, ByteView(parent), granted);
 }
 
+// Each stream is shared for itself, with one exception: the unnamed one stands for the whole file where it is to be
+// deleted, so nobody opens that for DELETE while another stream is open without FILE_SHARE_DELETE, nor the other way
+// round. What the unnamed stream's own opens share does not matter to the others.
 DWORD FileService::ShareConflict(const Location& location, DWORD access, DWORD share) const {
+  if (!CountsForSharing(access)) return 0;
   for (const FileObject* const open : opens_) {
-    if (open->file != location.file || open->volume != location.volume) continue;
-    if (!CountsForSharing(access) || !CountsForSharing(open->granted)) continue;
-    if (!EqualNames(*location.volume->volume, open->stream, location.stream)) continue;
-    if (Excludes(access, open->share) || Excludes(open->granted, share)) return win32::ERROR_SHARING_VIOLATION;
+    if (open->file != location.file || open->volume != location.volume || !CountsForSharing(open->granted)) continue;
+    const bool conflict = EqualNames(*location.volume->volume, open->stream, location.stream)
+                              ? Excludes(access, open->share) || Excludes(open->granted, share)
+                              : (location.stream.empty() && Excludes(access & win32::DELETE, open->share)) ||
+                                    (open->stream.empty() && Excludes(open->granted & win32::DELETE, share));
+    if (conflict) return win32::ERROR_SHARING_VIOLATION;
   }
   return 0;
 }
@@ -226,7 +226,7 @@ DWORD FileService::Open(const OpenRequest& request, std::shared_ptr<FileObject>&
   // A directory of that name is reported before its existence is: the caller asked for a file.
   if (opensDirectory && !request.createDirectory && !request.wantDirectory && !HasBackupIntent(request))
     return location.trailingBackslash ? win32::ERROR_PATH_NOT_FOUND : win32::ERROR_ACCESS_DENIED;
-  if (IsDeletePending(*location.volume, location.file)) return win32::ERROR_ACCESS_DENIED;
+  if (IsDeletePending(location)) return win32::ERROR_ACCESS_DENIED;
   if (mustBeNew) return request.createDirectory ? win32::ERROR_ALREADY_EXISTS : win32::ERROR_FILE_EXISTS;
   if (request.wantDirectory && !opensDirectory) return win32::ERROR_DIRECTORY;
   const bool overwrite = Overwrites(request.disposition);
