@@ -83,6 +83,7 @@ TEST_F(Processes, TheHandleTableListsOurOpenFiles) {
   const auto *const ofFile = ours(file.get()), *const ofMutex = ours(mutex.get());
   ASSERT_TRUE(std::max(ofFile, ofMutex) != header.Handles + header.NumberOfHandles);
   EXPECT_NE(ofFile->GrantedAccess & FILE_READ_DATA, 0u);
+  RecordProperty("TypeNumberOfFiles", ofFile->ObjectTypeIndex);
   // Wine leaves the types' numbers and the objects' addresses out.
   EXPECT_TRUE(OnWine() || (ofFile->ObjectTypeIndex != ofMutex->ObjectTypeIndex && ofFile->Object != ofMutex->Object));
 }
@@ -100,6 +101,7 @@ TEST_F(Processes, TheListsOfProcessesHaveOursAndWhoseItIs) {
     std::memcpy(&padding, begin + offset + 76, sizeof padding);
     EXPECT_TRUE(OnWine() || padding == 0);
     next = record.NextEntryOffset;
+    EXPECT_TRUE(next == 0 || next >= sizeof record + record.NumberOfThreads * 80);
     if (record.UniqueProcessId != reinterpret_cast<HANDLE>(ULONG_PTR{GetCurrentProcessId()})) continue;
     isFound = Text(record.ImageName).ends_with(u".exe") && record.NumberOfThreads != 0;
   }

@@ -75,6 +75,7 @@ TEST_F(SecurityDescriptors, EntriesAreFoundByIndexAndClosedUpWhenOneIsDeleted) {
   EXPECT_EQ(static_cast<ACE_HEADER*>(ace)->AceFlags, INHERITED_ACE);
   EXPECT_EQ(ErrorOf(GetAce(acl, 3, &ace)), ERROR_INVALID_PARAMETER);
   EXPECT_TRUE(DeleteAce(acl, 1));
+  EXPECT_EQ(ErrorOf(DeleteAce(acl, 2)), ERROR_INVALID_PARAMETER);
   EXPECT_EQ(TextOf(acl), u"D:(D;;FW;;;AN)(A;;FR;;;WD)");
 }
 
@@ -168,6 +169,9 @@ TEST_F(Tokens, AccessCheckWantsAnImpersonationTokenAndMappedRights) {
   EXPECT_TRUE(check(token.get(), FILE_READ_DATA | FILE_WRITE_DATA) && !allowed && granted == 0);
   EXPECT_EQ(GetLastError(), ERROR_ACCESS_DENIED);
   EXPECT_EQ(ErrorOf(check(token.get(), GENERIC_READ)), ERROR_GENERIC_NOT_MAPPED);
+  DWORD mask = GENERIC_READ | GENERIC_EXECUTE | DELETE;
+  MapGenericMask(&mask, &mapping);
+  EXPECT_EQ(mask, FILE_GENERIC_READ | FILE_GENERIC_EXECUTE | DELETE);
 }
 
 constexpr DWORD kProtected = PROTECTED_DACL_SECURITY_INFORMATION;

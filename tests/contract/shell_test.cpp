@@ -34,12 +34,15 @@ TEST_F(Shell, TextOfPaths) {
 
 TEST_F(Shell, CreatingADirectoryMakesTheWayToIt) {
   EXPECT_EQ(MakeAll(u"a\\b\\c"), 0);
-  EXPECT_TRUE(PathIsDirectoryW(Path(u"a\\b\\c").c_str()));
+  EXPECT_TRUE(PathIsDirectoryW(Path(u"a\\b\\c").c_str()) && PathFileExistsW(Path(u"a\\").c_str()));
   EXPECT_EQ(MakeAll(u"a\\b\\c"), 183);
   EXPECT_EQ(SHCreateDirectory(nullptr, Path(u"a\\x\\y").c_str()), 0);
   EXPECT_EQ(SHCreateDirectoryExW(nullptr, u"relative\\path", nullptr), 161);
   EXPECT_TRUE(OnWine() || MakeAll(std::u16string(300, u'x')) == 206);  // it lets the host decide
   Put(Path(u"file"));
+  EXPECT_TRUE(PathFileExistsW(Path(u"file").c_str()) && !PathIsDirectoryW(Path(u"file").c_str()));
+  for (const std::u16string& path : {Path(u"missing"), Path(u"f*"), std::u16string()})
+    EXPECT_FALSE(PathFileExistsW(path.c_str()) || PathIsDirectoryW(path.c_str()));
   EXPECT_NE(MakeAll(u"file\\below"), 0);
   EXPECT_NE(MakeAll(u"file"), 0);
 }

@@ -65,6 +65,27 @@ TEST_F(System, AMutexIsAMarkThatOthersSeeUntilItsLastHandleGoes) {
   EXPECT_TRUE(OnWine() || (mark(u"Global\\contract test mark") && GetLastError() == 0));  // it has one name space
 }
 
+TEST_F(System, WindowsVersionIsToldInTwoFormsOnly) {
+  OSVERSIONINFOEXW version{};
+  for (const DWORD size : {0u, 150u, 276u, 284u}) {
+    version.dwOSVersionInfoSize = size;
+    EXPECT_EQ(GetVersionExW(&version) != 0, size >= 276);
+  }
+  RecordProperty("Windows", std::to_string(version.dwMajorVersion) + "." + std::to_string(version.dwBuildNumber));
+}
+
+TEST_F(System, SharesAreToldWithTheirPathsAndOnesThatAreNotAreNotDeleted) {
+  SKIP_ON_WINE("NetShareEnum fails with 50");
+  BYTE* block = nullptr;
+  DWORD read = 0, total = 0;
+  ASSERT_EQ(NetShareEnum(nullptr, 502, &block, MAX_PREFERRED_LENGTH, &read, &total, nullptr), NERR_Success);
+  const auto* const shares = reinterpret_cast<const SHARE_INFO_502*>(block);
+  for (DWORD i = 0; i < total; ++i) EXPECT_TRUE(read == total && shares[i].shi502_netname && shares[i].shi502_path);
+  EXPECT_EQ(NetApiBufferFree(block), NERR_Success);
+  char16_t unknown[] = u"contract test, none";
+  EXPECT_EQ(NetShareDel(nullptr, unknown, 0), NERR_NetNameNotFound);
+}
+
 TEST_F(System, TextBecomesBytesOfACodePage) {
   char bytes[16] = {};
   BOOL usedDefault = FALSE;

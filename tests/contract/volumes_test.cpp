@@ -72,6 +72,29 @@ TEST_F(Volumes, NamesPathsAndEnumeration) {
   EXPECT_TRUE(isFound && FindVolumeClose(search));
 }
 
+// The volume that the folder itself is on: it needs no other.
+TEST_F(Volumes, AVolumeIsMountedOnAnEmptyFolder) {
+  SKIP_ON_WINE("it mounts no volumes");
+  char16_t name[50] = {}, found[50] = {}, paths[2000] = {};
+  ASSERT_TRUE(GetVolumeNameForVolumeMountPointW(drive.c_str(), name, 50));
+  const std::u16string mount = Path(u"mnt\\"), link = Path(u"link");
+  MakeDirectory(mount);
+  MakeJunction(link, ObjectName(drive));
+  EXPECT_EQ(ErrorOf(SetVolumeMountPointW((scratch + u"\\").c_str(), name)), ERROR_DIR_NOT_EMPTY);
+  EXPECT_EQ(ErrorOf(SetVolumeMountPointW(Path(u"mnt").c_str(), name)), ERROR_INVALID_NAME);
+  EXPECT_EQ(ErrorOf(SetVolumeMountPointW(mount.c_str(), drive.c_str())), ERROR_INVALID_PARAMETER);
+  EXPECT_EQ(ErrorOf(SetVolumeMountPointW(mount.c_str(), name)), 0u);
+  EXPECT_EQ(ErrorOf(SetVolumeMountPointW(mount.c_str(), name)), ERROR_DIR_NOT_EMPTY);
+  EXPECT_TRUE(GetVolumeNameForVolumeMountPointW(mount.c_str(), found, 50) && std::u16string(found) == name);
+  EXPECT_TRUE(InformationError(mount) == 0 && Exists(mount + scratch.substr(3)));
+  EXPECT_TRUE(GetVolumePathNamesForVolumeNameW(name, paths, 2000, nullptr));
+  EXPECT_NE(std::u16string(paths, 2000).find(mount), std::u16string::npos);
+  EXPECT_EQ(ErrorOf(DeleteVolumeMountPointW(mount.c_str())), 0u);
+  EXPECT_EQ(ErrorOf(DeleteVolumeMountPointW(mount.c_str())), ERROR_NOT_A_REPARSE_POINT);
+  EXPECT_EQ(ErrorOf(DeleteVolumeMountPointW((link + u"\\").c_str())), ERROR_INVALID_PARAMETER);
+  EXPECT_EQ(ErrorOf(DeleteVolumeMountPointW(Path(u"none\\").c_str())), ERROR_FILE_NOT_FOUND);
+}
+
 TEST_F(Volumes, WhereThePathsVolumeBegins) {
   char16_t root[300];
   const struct {

@@ -1,14 +1,14 @@
 // Whole backups of files with every kind of stream, in pieces of every size, and backups that are not what they say.
-#include <algorithm>
 #include <random>
 
+#include "contract/backups.h"
 #include "emulated/on_machine.h"
 #include "win32/emulated/files/backup_format.h"
 
 namespace {
 
 using contract::kOpenLink;
-using contract::kShareAll;
+using contract::ReadBackup, contract::WriteBackup;
 using emulated::Bytes;
 using namespace win32;
 
@@ -45,38 +45,14 @@ class BackupStreams : public test::OnMachine {
   }
 
   static UniqueFile Open(const std::u16string& path, DWORD access, DWORD flags = FILE_FLAG_BACKUP_SEMANTICS) {
-    return contract::Open(path, access, kShareAll, OPEN_ALWAYS, flags);
-  }
-  // All that BackupRead gives, read in pieces of `size`.
-  static Bytes ReadAll(HANDLE file, DWORD size = 4096) {
-    Bytes all, piece(size);
-    void* context = nullptr;
-    DWORD read = 0;
-    do {
-      EXPECT_EQ(contract::ErrorOf(BackupRead(file, piece.data(), size, &read, FALSE, TRUE, &context)), 0u);
-      all.insert(all.end(), piece.begin(), piece.begin() + static_cast<std::ptrdiff_t>(read));
-    } while (read != 0 && !HasFailure());
-    EXPECT_TRUE(BackupRead(file, nullptr, 0, &read, TRUE, FALSE, &context));
-    return all;
+    return contract::Open(path, access, contract::kShareAll, OPEN_ALWAYS, flags);
   }
   static Bytes ReadAll(const std::u16string& path, DWORD size = 4096) {
-    return ReadAll(Open(path, GENERIC_READ | ACCESS_SYSTEM_SECURITY, kOpenLink).get(), size);
-  }
-  // 0, or the error of the first BackupWrite that fails.
-  static DWORD WriteAll(HANDLE file, Bytes backup, DWORD size = 4096) {
-    void* context = nullptr;
-    DWORD written = 0, error = 0;
-    for (std::size_t at = 0; at < backup.size() && error == 0; at += written) {
-      const auto count = static_cast<DWORD>(std::min<std::size_t>(size, backup.size() - at));
-      error = contract::ErrorOf(BackupWrite(file, backup.data() + at, count, &written, FALSE, TRUE, &context));
-      EXPECT_TRUE(error != 0 || written == count);
-    }
-    EXPECT_TRUE(BackupWrite(file, nullptr, 0, &written, TRUE, FALSE, &context));
-    return error;
+    return ReadBackup(Open(path, GENERIC_READ | ACCESS_SYSTEM_SECURITY, kOpenLink), size);
   }
   static DWORD WriteAll(const std::u16string& path, const Bytes& backup, DWORD size = 4096) {
-    return WriteAll(Open(path, GENERIC_ALL | ACCESS_SYSTEM_SECURITY | WRITE_DAC | WRITE_OWNER, kOpenLink).get(), backup,
-                    size);
+    return WriteBackup(Open(path, GENERIC_ALL | ACCESS_SYSTEM_SECURITY | WRITE_DAC | WRITE_OWNER, kOpenLink), backup,
+                       size);
   }
 };
 
@@ -98,16 +74,16 @@ TEST_F(BackupStreams, EveryKindOfStreamArrivesWhateverThePieces) {
 
 TEST_F(BackupStreams, ObeyTheRightsOfTheirHandles) {
   // Without ACCESS_SYSTEM_SECURITY there is no SACL in the backup and none is restored.
-  const Bytes whole = ReadAll(u"C:\\rich"), bare = ReadAll(Open(u"C:\\rich", GENERIC_READ).get());
+  const Bytes whole = ReadAll(u"C:\\rich"), bare = ReadBackup(Open(u"C:\\rich", GENERIC_READ));
   EXPECT_GT(whole.size(), bare.size());
-  EXPECT_EQ(WriteAll(Open(u"D:\\plain", GENERIC_ALL).get(), whole), 0u);
+  EXPECT_EQ(WriteBackup(Open(u"D:\\plain", GENERIC_ALL), whole), 0u);
   Bytes descriptor;
   ASSERT_EQ(volume(u'D').GetSecurity(Find(u"\\plain", u'D'), descriptor), 0u);
   const auto text = emulated::DescriptorToText(descriptor, OWNER_SECURITY_INFORMATION | SACL_SECURITY_INFORMATION);
   EXPECT_TRUE(text.starts_with(u"O:SY") && text.find(u"(AU") == text.npos);
   // Who may write the data only cannot give security, who may give that cannot write data.
-  EXPECT_EQ(WriteAll(Open(u"D:\\data", GENERIC_READ | FILE_WRITE_DATA).get(), whole), ERROR_ACCESS_DENIED);
-  EXPECT_EQ(WriteAll(Open(u"D:\\security", WRITE_DAC | WRITE_OWNER | FILE_WRITE_EA).get(), whole), ERROR_ACCESS_DENIED);
+  EXPECT_EQ(WriteBackup(Open(u"D:\\data", GENERIC_READ | FILE_WRITE_DATA), whole), ERROR_ACCESS_DENIED);
+  EXPECT_EQ(WriteBackup(Open(u"D:\\security", WRITE_DAC | WRITE_OWNER | FILE_WRITE_EA), whole), ERROR_ACCESS_DENIED);
 }
 
 TEST_F(BackupStreams, WhatIsMalformedIsRefusedAndDoesNoHarm) {
