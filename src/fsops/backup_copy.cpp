@@ -272,9 +272,10 @@ int BackupCopyEx(const std::u16string& source, const std::u16string& target, con
 int BackupCopyFolderItself(const std::u16string& source, const std::u16string& target) try {
   {
     const AccessTimeKeepingFile from = OpenSource(source, kReadAll, true);
+    if (!from) return 0;
     const AccessTimeKeepingFile to{win32::CreateFileW(target.c_str(), kWriteAll, kShareReadWrite, nullptr,
                                                       win32::OPEN_EXISTING, kOpenLinkFlags, nullptr)};
-    if (!from || !to || !StreamCopy(from, to, /*withReparseData=*/false).Run()) return 0;
+    if (!to || !StreamCopy(from, to, /*withReparseData=*/false).Run()) return 0;
   }
   const Look look = LookAt(source);
   if (!look.IsThere() || (look.IsEncrypted() && !win32::EncryptFileW(target.c_str()))) return 0;
@@ -292,13 +293,13 @@ int CopyFileTimesAndAttributes(const std::u16string& source, const std::u16strin
                                const TimesCopyOptions& options) {
   const bool isReparsePoint = options.isReparsePoint ? *options.isReparsePoint : IsReparsePoint(source);
   const Look look = LookAt(source);
+  if (!look.IsThere()) return 0;
   win32::FILETIME creation{}, lastAccess{}, lastWrite{};
   {
     const win32::UniqueFile file{win32::CreateFileW(source.c_str(), win32::GENERIC_READ, win32::FILE_SHARE_READ,
                                                     nullptr, win32::OPEN_EXISTING, OpenFlags(isReparsePoint), nullptr)};
     if (!file || !win32::GetFileTime(file.get(), &creation, &lastAccess, &lastWrite)) return 0;
   }
-  if (!look.IsThere()) return 0;
 
   win32::SetFileAttributesW(target.c_str(), win32::FILE_ATTRIBUTE_NORMAL);  // a read-only item can then be opened
   {

@@ -168,9 +168,9 @@ bool SavedFolder::Read(const std::u16string& folder, Streams& streams) {
 
 bool SavedFolder::Save(const std::u16string& folder) {
   attributes_ = win32::GetFileAttributesW(folder.c_str());
+  if (attributes_ == win32::INVALID_FILE_ATTRIBUTES) return false;
   const AccessTimeKeepingFile file = OpenFolderItself(folder, win32::FILE_READ_ATTRIBUTES);
-  if (attributes_ == win32::INVALID_FILE_ATTRIBUTES || !file ||
-      !win32::GetFileTime(file.get(), &creation_, &lastAccess_, &lastWrite_) || !Read(folder, streams_))
+  if (!file || !win32::GetFileTime(file.get(), &creation_, &lastAccess_, &lastWrite_) || !Read(folder, streams_))
     return false;
   folder_ = folder;
   return true;

@@ -5,7 +5,7 @@
 
 bool KeptLink::Keep(const std::u16string& link, bool isDirectory) {
   link_ = SaveLink(link, {}, isDirectory);
-  if (itself_.Save(link) && !link_.reparseData.empty()) return true;
+  if (!link_.reparseData.empty() && itself_.Save(link)) return true;
   link_ = {};
   return false;
 }

@@ -49,6 +49,24 @@ TEST_F(FilesNames, MakingRemovingAndDeleting) {
 
 // Windows takes these for devices, whatever folder they are looked for in; files of such names are reached by "\\?\".
 TEST_F(FilesNames, NamesOfDevices) {
+  const std::u16string nul = Path(u"nul");
+  Put(Path(u"nulx"));
+  EXPECT_EQ(CopyError(Path(u"nulx"), nul), 0u);
+  EXPECT_EQ(Find(nul), std::vector<std::u16string>{u"nul"});
+  EXPECT_EQ(Find(u"lpt1"), std::vector<std::u16string>{u"lpt1"});
+  for (const auto& [search, error] :
+       {std::pair{nul + u"\\*", ERROR_PATH_NOT_FOUND}, {nul + u"y*", ERROR_FILE_NOT_FOUND}})
+    EXPECT_EQ(FindError(search), error);
+  DWORD done = 0;
+  char byte = 'x';
+  const auto open = Open(nul, GENERIC_READ | GENERIC_WRITE, 0, CREATE_ALWAYS);
+  EXPECT_TRUE(WriteFile(open.get(), &byte, 1, &done, nullptr) && done == 1);
+  EXPECT_TRUE(ReadFile(open.get(), &byte, 1, &done, nullptr) && done == 0 && GetFileSize(open.get(), nullptr) == 0);
+  EXPECT_EQ(DeleteError(nul), ERROR_INVALID_PARAMETER);
+  for (const char16_t* const name : {u"missing\\nul", u"missing\\con"}) {
+    EXPECT_EQ(FindError(Path(name)), ERROR_PATH_NOT_FOUND);
+    EXPECT_EQ(OpenError(Path(name), GENERIC_WRITE, 0, CREATE_ALWAYS), ERROR_PATH_NOT_FOUND);
+  }
   SKIP_ON_WINE("it makes folders of these names, and knows fewer of them");
   for (const char16_t* const name :
        {u"nul", u"NUL.txt", u"con", u"prn.a.b", u"aux.c", u"com1", u"Com9.log", u"lpt1 .x", u"lpt\u00b3", u"nul. "}) {
@@ -57,12 +75,14 @@ TEST_F(FilesNames, NamesOfDevices) {
     EXPECT_EQ(DeleteError(literal), ERROR_FILE_NOT_FOUND);
     Put(literal, "content");
     EXPECT_EQ(GetFileAttributesW(plain.c_str()), FILE_ATTRIBUTE_ARCHIVE);
-    EXPECT_EQ(DeleteError(plain), ERROR_FILE_NOT_FOUND);
+    EXPECT_NE(DeleteError(plain), 0u);
     EXPECT_EQ(DeleteError(literal), 0u);
   }
-  for (const char16_t* const name : {u"nulx", u"com10", u"com0", u"x.nul"}) Put(Path(name));
+  EXPECT_EQ(GetFileAttributesW(u"C:nul:"), FILE_ATTRIBUTE_ARCHIVE);
+  for (const char16_t* const name : {u"com10", u"com0", u"x.nul"}) Put(Path(name));
   EXPECT_EQ(CopyError(Path(u"nulx"), Path(u"nul.txt")), 0u);
-  EXPECT_EQ(AttributesError(u"\\\\?\\" + Path(u"nul.txt")), ERROR_FILE_NOT_FOUND) << "it keeps nothing";
+  for (const char16_t* const name : {u"nul", u"nul.txt"})
+    EXPECT_EQ(AttributesError(u"\\\\?\\" + Path(name)), ERROR_FILE_NOT_FOUND) << "it keeps nothing";
 }
 
 TEST_F(FilesNames, DeletingWhatIsOpen) {
@@ -142,8 +162,23 @@ TEST_F(FilesNames, Copying) {
   EXPECT_EQ(CopyError(a, b), 0u);
   EXPECT_EQ(CopyError(a, b, TRUE), ERROR_FILE_EXISTS);
   EXPECT_TRUE(OnWine() || CopyError(a, a) == ERROR_SHARING_VIOLATION);
-  const auto open = Open(b, GENERIC_READ | GENERIC_WRITE, FILE_SHARE_READ);
-  EXPECT_EQ(CopyError(a, b), ERROR_SHARING_VIOLATION);
+  const struct {
+    DWORD access, share, error;
+  } held[] = {{GENERIC_READ | GENERIC_WRITE, FILE_SHARE_READ, ERROR_SHARING_VIOLATION},
+              {GENERIC_READ, FILE_SHARE_READ, ERROR_SHARING_VIOLATION},
+              {DELETE, kShareAll, ERROR_SHARING_VIOLATION},
+              {GENERIC_READ | GENERIC_WRITE, FILE_SHARE_WRITE, 0},
+              {GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE, 0}};
+  for (const auto& one : held) {
+    Put(b, "old");
+    {
+      const auto open = Open(b, one.access, one.share);
+      SetLastError(0xDEAD);
+      EXPECT_EQ(CopyError(a, b), one.error) << &one - held;
+      EXPECT_EQ(GetLastError(), one.error) << "0 after a success, too";
+    }
+    EXPECT_EQ(Get(b), one.error == 0 ? "a" : "old");
+  }
 }
 
 TEST_F(FilesNames, WhatACopyKeeps) {
@@ -169,7 +204,9 @@ TEST_F(FilesNames, Searching) {
   if (OnWine()) std::ranges::sort(names), std::ranges::sort(expected);  // it has the host's order
   EXPECT_EQ(names, expected);
   EXPECT_EQ(Find(Path(u"a.txt")), std::vector<std::u16string>{u"A.TXT"});
-  EXPECT_EQ(FindError(Path(u"")), ERROR_FILE_NOT_FOUND);
+  for (const std::u16string& directory : {Path(u""), std::u16string(u"C:\\")})
+    EXPECT_EQ(FindError(directory), ERROR_FILE_NOT_FOUND);
+  EXPECT_TRUE(OnWine() || FindError(Path(u"missing\\")) == ERROR_PATH_NOT_FOUND);
   EXPECT_EQ(FindError(Path(u"missing\\*")), ERROR_PATH_NOT_FOUND);
   EXPECT_TRUE(OnWine() || FindError(Path(u"b.txt\\*")) == ERROR_DIRECTORY);
   for (const std::u16string& name : Find(u"C:\\*")) EXPECT_FALSE(name == u"." || name == u"..");

@@ -39,6 +39,8 @@ TEST_F(FilesOpen, WhatOpensAndWhatDoesNot) {
       {Path(u"a\"b"), GENERIC_WRITE, CREATE_NEW, ERROR_INVALID_NAME},
       {u"\\\\?\\" + Path(std::u16string(256, u'x')), GENERIC_READ, OPEN_EXISTING, ERROR_INVALID_NAME, 0, windows},
       {u"c:c:\\x", GENERIC_READ, OPEN_EXISTING, ERROR_INVALID_NAME, 0, windows},
+      {u"\\\\?\\" + missing + u"\\\\", GENERIC_READ, OPEN_EXISTING, ERROR_INVALID_NAME, FILE_FLAG_BACKUP_SEMANTICS},
+      {u"\\\\?\\" + directory + u"\\\\", GENERIC_READ, OPEN_EXISTING, ERROR_INVALID_NAME, FILE_FLAG_BACKUP_SEMANTICS},
       {u"Q:\\missing", GENERIC_READ, OPEN_EXISTING, ERROR_PATH_NOT_FOUND, 0, windows},
       {u"\\\\.\\pipe\\nobody serves this", GENERIC_WRITE, OPEN_EXISTING, ERROR_FILE_NOT_FOUND}};
   for (const auto& one : cases) {
@@ -47,8 +49,12 @@ TEST_F(FilesOpen, WhatOpensAndWhatDoesNot) {
   }
   EXPECT_EQ(Get(file), "old");
   EXPECT_EQ(ErrorOf(WaitNamedPipeW(u"\\\\.\\pipe\\nobody serves this", 20000)), ERROR_FILE_NOT_FOUND);
+  EXPECT_EQ(AttributesError(u"\\\\?\\"), ERROR_INVALID_NAME);
   for (const auto& [path, disposition, error] : {std::tuple(missing, OPEN_ALWAYS, 0u),
                                                  {missing, OPEN_ALWAYS, ERROR_ALREADY_EXISTS},
+                                                 {missing, OPEN_EXISTING, 0u},
+                                                 {missing, TRUNCATE_EXISTING, 0u},
+                                                 {missing + u"3", CREATE_NEW, 0u},
                                                  {missing, CREATE_ALWAYS, ERROR_ALREADY_EXISTS},
                                                  {missing + u"2", CREATE_ALWAYS, 0u}}) {
     SetLastError(0xDEAD);

@@ -148,6 +148,14 @@ TEST_F(FilesReparse, SymbolicLinks) {
   EXPECT_FALSE(GetFileAttributesW(Path(u"file").c_str()) & FILE_ATTRIBUTE_HIDDEN);
   EXPECT_EQ(RemoveError(Path(u"toFile")), ERROR_DIRECTORY);
   EXPECT_EQ(DeleteError(Path(u"toFile")), 0u);
+  // Overwriting the link itself leaves an ordinary file in its place.
+  for (const DWORD disposition : {CREATE_ALWAYS, TRUNCATE_EXISTING}) {
+    EXPECT_EQ(LinkError(Path(u"toFile"), Path(u"file")), 0u);
+    EXPECT_EQ(OpenError(Path(u"toFile"), GENERIC_WRITE, 0, disposition, kOpenLink), 0u);
+    EXPECT_EQ(GetFileAttributesW(Path(u"toFile").c_str()), FILE_ATTRIBUTE_ARCHIVE);
+    EXPECT_EQ(DeleteError(Path(u"toFile")), 0u);
+  }
+  EXPECT_EQ(contract::Get(Path(u"file")), "target");
   EXPECT_EQ(RemoveError(Path(u"toDirectory")), 0u);
   EXPECT_TRUE(Exists(Path(u"file")) && Exists(Path(u"directory")));
 }
@@ -167,6 +175,19 @@ TEST_F(FilesReparse, UnknownTagsAreNobodysToFollow) {
   EXPECT_EQ(OpenError(Path(u"file"), GENERIC_READ), ERROR_CANT_ACCESS_FILE);
   EXPECT_EQ(OpenError(Path(u"file"), GENERIC_READ, kShareAll, OPEN_EXISTING, kOpenLink), 0u);
   EXPECT_EQ(DeleteError(Path(u"file")), 0u);
+}
+
+TEST_F(FilesReparse, AFolderWhoseTagLetsItHaveEntriesIsOpenedAsItIs) {
+  MakeDirectory(Path(u"folder"));
+  MakeDirectory(Path(u"other"));
+  Put(Path(u"folder\\file"), "below");
+  for (const auto& [name, tag, error] : {std::tuple(u"folder", 0x90, 0u), {u"other", 0x80, ERROR_CANT_ACCESS_FILE}}) {
+    const Bytes data{0xFE, 0xCA, 0, static_cast<std::uint8_t>(tag), 1, 0, 0, 0, 7};
+    EXPECT_EQ(SetReparse(OpenItself(Path(name), GENERIC_WRITE).get(), data), 0u);
+    EXPECT_EQ(GetFileAttributesW(Path(name).c_str()), FILE_ATTRIBUTE_DIRECTORY | FILE_ATTRIBUTE_REPARSE_POINT);
+    EXPECT_EQ(OpenError(Path(name), GENERIC_READ, kShareAll, OPEN_EXISTING, FILE_FLAG_BACKUP_SEMANTICS), error);
+  }
+  EXPECT_EQ(contract::Get(Path(u"folder\\file")), "below");
 }
 
 TEST_F(FilesReparse, FinalPaths) {

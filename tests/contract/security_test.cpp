@@ -254,6 +254,16 @@ TEST_F(FileSecurity, AWholeDescriptorIsWrittenAsItIsButForTheMarkOfInheritance) 
   EXPECT_TRUE(before.starts_with(u"D:AI(") && Dacl(child) == u"D:" + before.substr(4));
 }
 
+TEST_F(FileSecurity, WhoMayOnlyDeleteAFileDeletesIt) {
+  const std::u16string directory = Directory(u"d"), file = directory + u"\\file";
+  Put(file);
+  ASSERT_EQ(SetDacl(file, u"D:(A;;SD;;;WD)", kProtected), 0u);
+  ASSERT_EQ(SetDacl(directory, u"D:(A;;0x1100a2;;;WD)", kProtected), 0u);  // neither to list nor to delete children
+  EXPECT_EQ(AttributesError(file), ERROR_ACCESS_DENIED);
+  EXPECT_EQ(OpenError(file, DELETE), ERROR_ACCESS_DENIED);
+  EXPECT_EQ(DeleteError(file), 0u);
+}
+
 using Accounts = FileTest;
 
 std::u16string SidText(PSID sid) {

@@ -24,6 +24,7 @@ TEST_F(Shell, TextOfPaths) {
   EXPECT_TRUE(StrStrIW(letters, u"\u00E4\u0436") == letters + 1 && !StrStrIW(letters, u""));
   for (const auto& [path, unquoted] : {std::pair{u"\"C:\\a b\"", u"C:\\a b"},
                                        {u"\"\"", u""},
+                                       {u"\"", u""},
                                        {u"\"C:\\a b", u"\"C:\\a b"},
                                        {u"C:\\a\"", u"C:\\a\""}}) {
     std::u16string text = path;

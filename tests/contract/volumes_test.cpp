@@ -26,7 +26,7 @@ TEST_F(Volumes, DrivesAndWhatTheyAre) {
   EXPECT_NE(std::u16string(drives, length).find(u"C:\\"), std::u16string::npos);
   EXPECT_EQ(GetLogicalDriveStringsW(2, drives), length + 1) << "the size that is needed, with the last end";
   EXPECT_EQ(GetDriveTypeW(drive.c_str()), DRIVE_FIXED);
-  EXPECT_EQ(GetDriveTypeW(u"Q:\\"), DRIVE_NO_ROOT_DIR);
+  for (const char16_t* const none : {u"Q:\\", u"", u"C"}) EXPECT_EQ(GetDriveTypeW(none), DRIVE_NO_ROOT_DIR);
   ASSERT_NE(QueryDosDeviceW(letter.c_str(), target, 300), 0u);
   EXPECT_TRUE(std::u16string_view(target).starts_with(u"\\Device\\HarddiskVolume"));
   EXPECT_EQ(ErrorOf(QueryDosDeviceW(u"Q:", target, 300)), ERROR_FILE_NOT_FOUND);
@@ -34,11 +34,27 @@ TEST_F(Volumes, DrivesAndWhatTheyAre) {
   EXPECT_EQ(InformationError(scratch + u"\\"), ERROR_DIR_NOT_ROOT);
   ULARGE_INTEGER available{};
   ASSERT_TRUE(GetDiskFreeSpaceExW(scratch.c_str(), &available, nullptr, nullptr));
-  const DWORD error = ErrorOf(GetDiskFreeSpaceExW((scratch + u"\\missing").c_str(), &available, nullptr, nullptr));
-  EXPECT_EQ(error, OnWine() ? ERROR_FILE_NOT_FOUND : ERROR_PATH_NOT_FOUND);
+  EXPECT_EQ(ErrorOf(GetDiskFreeSpaceExW((scratch + u"\\missing").c_str(), &available, nullptr, nullptr)),
+            OnWine() ? ERROR_FILE_NOT_FOUND : ERROR_PATH_NOT_FOUND);
   if (OnWine()) return;
   EXPECT_EQ(std::u16string(system), u"NTFS");
-  EXPECT_EQ(InformationError(scratch), ERROR_INVALID_NAME);
+}
+
+TEST_F(Volumes, InformationAsksForARootWhateverTheWayToIt) {
+  SKIP_ON_WINE("it mounts no volumes");
+  const std::u16string mount = scratch + u"\\mount", below = mount + scratch.substr(2);
+  char16_t volume[50] = {};
+  MakeDirectory(mount);
+  ASSERT_TRUE(GetVolumeNameForVolumeMountPointW(drive.c_str(), volume, 50));
+  ASSERT_TRUE(SetVolumeMountPointW((mount + u"\\").c_str(), volume)) << GetLastError();
+  for (const auto& [path, error] : {std::pair{scratch, ERROR_INVALID_NAME},
+                                    {mount, ERROR_INVALID_NAME},
+                                    {mount + u"\\", 0u},
+                                    {below + u"\\", ERROR_DIR_NOT_ROOT},
+                                    {mount + u"\\missing\\", ERROR_FILE_NOT_FOUND},
+                                    {scratch + u"\\missing\\", ERROR_FILE_NOT_FOUND}})
+    EXPECT_EQ(InformationError(path), error);
+  EXPECT_TRUE(DeleteVolumeMountPointW((mount + u"\\").c_str()));
 }
 
 TEST_F(Volumes, NamesPathsAndEnumeration) {

@@ -34,16 +34,19 @@ DWORD OpenSource(std::u16string_view path, bool linkItself, std::shared_ptr<File
   return error;
 }
 
-DWORD OpenTarget(std::u16string_view path, bool failIfExists, std::shared_ptr<FileObject>& target, bool& existed) {
+// DELETE is for taking an unfinished copy back. Who may not delete the target, or finds it open, does without; what
+// others hold open is replaced when they share writing.
+DWORD OpenTarget(std::u16string_view path, bool failIfExists, std::shared_ptr<FileObject>& target) {
   FileService& files = Machine::Current().files();
   OpenRequest request;
   request.path = path;
   request.access = win32::GENERIC_WRITE | win32::SYNCHRONIZE | win32::FILE_READ_ATTRIBUTES | win32::DELETE;
   request.disposition = failIfExists ? win32::CREATE_NEW : win32::CREATE_ALWAYS;
-  DWORD error = files.Open(request, target, &existed);
-  if (error == win32::ERROR_ACCESS_DENIED) {  // DELETE only served to take an unfinished copy back
+  DWORD error = files.Open(request, target);
+  if (error == win32::ERROR_ACCESS_DENIED || error == win32::ERROR_SHARING_VIOLATION) {
     request.access &= ~DWORD{win32::DELETE};
-    error = files.Open(request, target, &existed);
+    if (error == win32::ERROR_SHARING_VIOLATION) request.share = win32::FILE_SHARE_READ | win32::FILE_SHARE_WRITE;
+    error = files.Open(request, target);
   }
   return error;
 }
@@ -85,8 +88,10 @@ DWORD CopyLink(const FileObject& from, const FileObject& to) {
 DWORD CopyWholeFile(std::u16string_view from, std::u16string_view to, bool failIfExists, bool linkItself) {
   std::shared_ptr<FileObject> source, target;
   if (const DWORD error = OpenSource(from, linkItself, source)) return error;
-  if (DosDeviceOf(to) == DosDevice::Null) return 0;  // it takes everything and keeps nothing
   FileService& files = Machine::Current().files();
+  DosDevice device{};
+  if (const DWORD error = files.FindDevice(to, device)) return error;
+  if (device == DosDevice::Null) return 0;  // it takes everything and keeps nothing
   // "If the destination file already exists and has the FILE_ATTRIBUTE_HIDDEN or FILE_ATTRIBUTE_READONLY attribute set,
   // this function fails with ERROR_ACCESS_DENIED" (CopyFile's documentation); the open below sees to it. Onto itself it
   // is the sharing that fails.
@@ -94,8 +99,7 @@ DWORD CopyWholeFile(std::u16string_view from, std::u16string_view to, bool failI
   if (const DWORD error = files.Resolve(to, true, place)) return error;
   if (place.file == source->file && place.volume == source->volume && place.stream == source->stream && !failIfExists)
     return win32::ERROR_SHARING_VIOLATION;
-  bool existed = false;
-  if (const DWORD error = OpenTarget(to, failIfExists, target, existed)) return error;
+  if (const DWORD error = OpenTarget(to, failIfExists, target)) return error;
 
   FileInfo info;
   DWORD error = source->volume->volume->Stat(source->file, info);
@@ -108,7 +112,7 @@ DWORD CopyWholeFile(std::u16string_view from, std::u16string_view to, bool failI
   if (error == 0) error = volume.SetTimes(target->file, {.lastWrite = info.lastWrite, .change = now});
   target->keepLastWrite = true;
   source->accessed = true;
-  if (error != 0) files.MarkForDeletion(*target);  // an unfinished copy does not stay
+  if (error != 0 && (target->granted & win32::DELETE)) files.MarkForDeletion(*target);
   return error;
 }
 
@@ -120,7 +124,9 @@ BOOL CopyFileW(const char16_t* lpExistingFileName, const char16_t* lpNewFileName
   WIN32_CALL(lpExistingFileName, lpNewFileName, bFailIfExists);
   if (call.Refused()) return FALSE;
   if (!lpExistingFileName || !lpNewFileName) return call.Done(ERROR_PATH_NOT_FOUND);
-  return call.Done(emulated::CopyWholeFile(lpExistingFileName, lpNewFileName, bFailIfExists != FALSE, false));
+  const DWORD error = emulated::CopyWholeFile(lpExistingFileName, lpNewFileName, bFailIfExists != FALSE, false);
+  emulated::SetLastError(error);  // 0, too
+  return call.Done(error);
 }
 
 }  // namespace win32

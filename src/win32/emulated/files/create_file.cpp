@@ -1,6 +1,8 @@
 // CreateFileW, and what all functions on file handles begin with.
 #include "win32/emulated/call.h"
 #include "win32/emulated/files/file_service.h"
+#include "win32/emulated/files/null_device.h"
+#include "win32/emulated/files/paths.h"
 #include "win32/emulated/security/descriptor.h"
 #include "win32/emulated/system/pipes.h"
 #include "win32/file.h"
@@ -63,7 +65,15 @@ HANDLE CreateFileW(const char16_t* lpFileName, DWORD dwDesiredAccess, DWORD dwSh
     ACCESS_MASK granted = 0;
     const DWORD error = emulated::Machine::Current().pipes().Open(pipe, dwDesiredAccess, dwCreationDisposition,
                                                                   dwFlagsAndAttributes, client, granted);
-    return error ? fail(error) : call.Return(emulated::NewHandle(std::move(client), granted));
+    if (error) return fail(error);
+    emulated::SetLastError(ERROR_SUCCESS);
+    return call.Return(emulated::NewHandle(std::move(client), granted));
+  }
+  emulated::DosDevice device{};
+  if (const DWORD error = emulated::Machine::Current().files().FindDevice(lpFileName, device)) return fail(error);
+  if (device == emulated::DosDevice::Null) {
+    emulated::SetLastError(ERROR_SUCCESS);
+    return call.Return(emulated::NewHandle(std::make_shared<emulated::NullDevice>(), dwDesiredAccess));
   }
 
   constexpr DWORD kAttributes = 0xFFFF;
@@ -79,8 +89,8 @@ HANDLE CreateFileW(const char16_t* lpFileName, DWORD dwDesiredAccess, DWORD dwSh
   std::shared_ptr<emulated::FileObject> object;
   bool existed = false;
   if (const DWORD error = emulated::Machine::Current().files().Open(request, object, &existed)) return fail(error);
-  if (dwCreationDisposition == CREATE_ALWAYS || dwCreationDisposition == OPEN_ALWAYS)
-    emulated::SetLastError(existed ? ERROR_ALREADY_EXISTS : ERROR_SUCCESS);
+  const bool tells = existed && (dwCreationDisposition == CREATE_ALWAYS || dwCreationDisposition == OPEN_ALWAYS);
+  emulated::SetLastError(tells ? ERROR_ALREADY_EXISTS : ERROR_SUCCESS);
   const DWORD granted = object->granted;
   return call.Return(emulated::NewHandle(std::move(object), granted));
 }

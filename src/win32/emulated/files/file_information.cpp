@@ -51,11 +51,13 @@ DWORD SetTimes(FileObject& file, const win32::FILETIME* creation, const win32::F
 
 // The attributes are a matter of the name itself: a link in the last place is not followed.
 DWORD QueryAttributes(std::u16string_view path, DWORD& attributes) {
-  if (DosDeviceOf(path) != DosDevice::None) {
+  FileService& files = Machine::Current().files();
+  DosDevice device{};
+  if (const DWORD error = files.FindDevice(path, device)) return error;
+  if (device != DosDevice::None) {
     attributes = win32::FILE_ATTRIBUTE_ARCHIVE;
     return 0;
   }
-  FileService& files = Machine::Current().files();
   Location location;
   if (const DWORD error = files.Resolve(path, false, location)) return error;
   if (location.file == 0) return win32::ERROR_FILE_NOT_FOUND;
@@ -75,7 +77,7 @@ DWORD QueryAttributes(std::u16string_view path, DWORD& attributes) {
 DWORD ChangeAttributes(std::u16string_view path, DWORD attributes) {
   FileService& files = Machine::Current().files();
   std::shared_ptr<FileObject> file;
-  if (const DWORD error = files.OpenItself(path, win32::FILE_WRITE_ATTRIBUTES, file)) return error;
+  if (const DWORD error = files.OpenItself(path, win32::FILE_WRITE_ATTRIBUTES | win32::SYNCHRONIZE, file)) return error;
   if (file->isDirectory && (attributes & win32::FILE_ATTRIBUTE_TEMPORARY)) return win32::ERROR_INVALID_PARAMETER;
   if (const DWORD error = file->volume->volume->SetAttributes(file->file, attributes & ~win32::FILE_ATTRIBUTE_NORMAL))
     return error;

@@ -3,6 +3,7 @@
 
 #include "win32/emulated/call.h"
 #include "win32/emulated/files/file_service.h"
+#include "win32/emulated/files/null_device.h"
 #include "win32/emulated/system/console.h"
 #include "win32/emulated/system/pipes.h"
 #include "win32/file.h"
@@ -61,6 +62,7 @@ BOOL ReadFile(HANDLE hFile, void* lpBuffer, DWORD nNumberOfBytesToRead, DWORD* l
   if (call.Refused()) return FALSE;
   if (lpOverlapped || !lpNumberOfBytesRead) return call.Done(ERROR_INVALID_PARAMETER);
   *lpNumberOfBytesRead = 0;
+  if (emulated::ObjectOf<emulated::NullDevice>(hFile)) return call.Done(0);
   const auto file = emulated::FileOf(hFile);
   if (!file) return call.Done(ERROR_INVALID_HANDLE);
   return call.Done(
@@ -75,6 +77,10 @@ BOOL WriteFile(HANDLE hFile, const void* lpBuffer, DWORD nNumberOfBytesToWrite, 
   *lpNumberOfBytesWritten = 0;
   if (const auto console = emulated::ObjectOf<emulated::ConsoleObject>(hFile)) {
     console->Write({static_cast<const char*>(lpBuffer), nNumberOfBytesToWrite});
+    *lpNumberOfBytesWritten = nNumberOfBytesToWrite;
+    return call.Done(0);
+  }
+  if (emulated::ObjectOf<emulated::NullDevice>(hFile)) {
     *lpNumberOfBytesWritten = nNumberOfBytesToWrite;
     return call.Done(0);
   }
@@ -93,6 +99,7 @@ BOOL WriteFile(HANDLE hFile, const void* lpBuffer, DWORD nNumberOfBytesToWrite, 
 DWORD GetFileSize(HANDLE hFile, DWORD* lpFileSizeHigh) {
   WIN32_CALL(hFile);
   if (call.Refused()) return INVALID_FILE_SIZE;
+  if (emulated::ObjectOf<emulated::NullDevice>(hFile)) return call.Return(DWORD{0});
   const auto file = emulated::FileOf(hFile);
   std::uint64_t size = 0;
   const DWORD error = file ? emulated::SizeOf(*file, size) : ERROR_INVALID_HANDLE;

@@ -28,6 +28,7 @@ struct Location {
 };
 
 class FileService;
+enum class DosDevice;
 
 // Two names of streams (or of items) that are one on the volume: letter case does not matter.
 bool EqualNames(const Volume& volume, std::u16string_view a, std::u16string_view b);
@@ -91,6 +92,8 @@ class FileService {
   // Resolves a Win32 path ("C:\...", "\\?\...", "\\?\Volume{...}\...", relative to C:\). `followLast` decides about a
   // reparse point in the last component; those before it are always followed. 0, or 2, 3, 123, 1920, 1921, ...
   win32::DWORD Resolve(std::u16string_view path, bool followLast, Location& location);
+  // The DosDevice that a path names, None for another's. 3 where a device is looked for in a folder that is not there.
+  win32::DWORD FindDevice(std::u16string_view path, DosDevice& device);
   // CreateFileW without the handle. `existed` tells whether the file was there before.
   win32::DWORD Open(const OpenRequest& request, std::shared_ptr<FileObject>& object, bool* existed = nullptr);
   // Opens the item itself, be it a link or a directory, as the system's own calls do: privileges count as for a backup,

@@ -73,7 +73,7 @@ DWORD FindObject::Next(win32::WIN32_FIND_DATAW& data) {
   return 0;
 }
 
-// A search path: the directory, with its backslash, and the pattern.
+// A search path: the directory, with its backslash, and the pattern, empty where the path ends with the backslash.
 DWORD SplitSearch(std::u16string_view path, std::u16string& directory, std::u16string& pattern) {
   const bool literal = IsLiteral(path);
   std::size_t separator = path.find_last_of(literal ? u"\\" : u"\\/");
@@ -88,7 +88,6 @@ DWORD SplitSearch(std::u16string_view path, std::u16string& directory, std::u16s
   if (separator == std::u16string_view::npos) return win32::ERROR_PATH_NOT_FOUND;
   if (!literal && last.find_first_of(u"*?") == std::u16string_view::npos)
     while (!last.empty() && (last.back() == u'.' || last.back() == u' ')) last.remove_suffix(1);
-  if (last.empty()) return win32::ERROR_FILE_NOT_FOUND;
   if (last.find_first_of(u"<>\"|:/") != std::u16string_view::npos) return win32::ERROR_INVALID_NAME;
   directory = path.substr(0, separator + 1);
   pattern = last;
@@ -123,7 +122,9 @@ DWORD NamedEntry(const FileObject& directory, std::u16string_view name, std::vec
 }
 
 DWORD Find(std::u16string_view path, std::shared_ptr<FindObject>& search, win32::WIN32_FIND_DATAW& first) {
-  if (DosDeviceOf(path) != DosDevice::None) {
+  DosDevice device{};
+  if (const DWORD error = Machine::Current().files().FindDevice(path, device)) return error;
+  if (device != DosDevice::None) {
     search = std::make_shared<FindObject>(nullptr, std::vector<DirectoryEntry>());
     first = DeviceData(path);
     return 0;
@@ -146,6 +147,7 @@ DWORD Find(std::u16string_view path, std::shared_ptr<FindObject>& search, win32:
   }
   if (error == win32::ERROR_FILE_NOT_FOUND) error = win32::ERROR_PATH_NOT_FOUND;
   if (error != 0) return error;
+  if (pattern.empty()) return win32::ERROR_FILE_NOT_FOUND;  // a directory is not found by its own path with a backslash
   directory->accessed = true;
   std::vector<DirectoryEntry> found;
   const NamePattern names(pattern, *directory->volume->volume);

@@ -18,7 +18,8 @@ constexpr DWORD kAllowUnprivileged = 2;  // SYMBOLIC_LINK_FLAG_ALLOW_UNPRIVILEGE
 DWORD MakeHardLink(std::u16string_view path, std::u16string_view existing) {
   FileService& files = Machine::Current().files();
   std::shared_ptr<FileObject> file;
-  if (const DWORD error = files.OpenItself(existing, win32::FILE_WRITE_ATTRIBUTES, file)) return error;
+  if (const DWORD error = files.OpenItself(existing, win32::FILE_WRITE_ATTRIBUTES | win32::SYNCHRONIZE, file))
+    return error;
   if (file->isDirectory) return win32::ERROR_ACCESS_DENIED;
   Location place;
   if (const DWORD error = files.Resolve(path, false, place)) return error;

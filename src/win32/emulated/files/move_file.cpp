@@ -88,7 +88,8 @@ DWORD Rename(FileObject& source, const Location& target, bool replace) {
 DWORD Move(std::u16string_view from, std::u16string_view to, DWORD flags) {
   FileService& files = Machine::Current().files();
   std::shared_ptr<FileObject> source;
-  if (const DWORD error = files.OpenItself(from, win32::DELETE | win32::FILE_READ_ATTRIBUTES, source)) return error;
+  constexpr DWORD kToMove = win32::DELETE | win32::FILE_READ_ATTRIBUTES | win32::SYNCHRONIZE;
+  if (const DWORD error = files.OpenItself(from, kToMove, source)) return error;
   Location target;
   if (const DWORD error = files.Resolve(to, false, target)) return error;
   if (target.hasStream || !source->stream.empty()) return win32::ERROR_INVALID_NAME;

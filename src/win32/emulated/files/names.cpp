@@ -16,24 +16,34 @@ constexpr DWORD kToDelete = win32::DELETE | win32::FILE_READ_ATTRIBUTES;
 
 DWORD RemoveDirectory(std::u16string_view path) {
   std::shared_ptr<FileObject> directory;
-  if (const DWORD error = Machine::Current().files().OpenItself(path, kToDelete, directory, true)) return error;
+  if (const DWORD error = Machine::Current().files().OpenItself(path, kToDelete | win32::SYNCHRONIZE, directory, true))
+    return error;
   return Machine::Current().files().MarkForDeletion(*directory);
 }
 
+// The attributes would tell whether it is a link; who may not read them deletes all the same.
 DWORD RemoveFile(std::u16string_view path) {
+  FileService& files = Machine::Current().files();
+  DosDevice device{};
+  if (const DWORD error = files.FindDevice(path, device)) return error;
+  if (device == DosDevice::Null) return win32::ERROR_INVALID_PARAMETER;
   std::shared_ptr<FileObject> file;
-  if (const DWORD error = Machine::Current().files().OpenItself(path, kToDelete, file)) return error;
+  DWORD error = files.OpenItself(path, kToDelete, file);
+  if (error == win32::ERROR_ACCESS_DENIED) error = files.OpenItself(path, win32::DELETE, file);
+  if (error != 0) return error;
   if (file->isDirectory) return win32::ERROR_ACCESS_DENIED;
-  return Machine::Current().files().MarkForDeletion(*file);
+  return files.MarkForDeletion(*file);
 }
 
 DWORD MakeDirectory(std::u16string_view path, const win32::SECURITY_ATTRIBUTES* security) {
-  if (DosDeviceOf(path) != DosDevice::None) return win32::ERROR_DIRECTORY;
+  FileService& files = Machine::Current().files();
+  DosDevice device{};
+  if (const DWORD error = files.FindDevice(path, device)) return error;
+  if (device != DosDevice::None) return win32::ERROR_DIRECTORY;
   if (!IsLiteral(path) && FullPath(path).size() >= win32::MAX_PATH - kRoomForShortName)
     return win32::ERROR_FILENAME_EXCED_RANGE;
   std::optional<Bytes> creator;
   if (const DWORD error = CreatorDescriptor(security, creator)) return error;
-  FileService& files = Machine::Current().files();
   Location location;
   if (const DWORD error = files.Resolve(path, false, location)) return error;
   if (location.hasStream) return win32::ERROR_DIRECTORY;

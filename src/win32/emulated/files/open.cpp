@@ -81,7 +81,7 @@ DWORD FileService::OpenItself(std::u16string_view path, DWORD access, std::share
                               bool wantDirectory) {
   OpenRequest request;
   request.path = path;
-  request.access = access | win32::SYNCHRONIZE;
+  request.access = access;
   request.share = kAnyShare;
   request.flags = win32::FILE_FLAG_BACKUP_SEMANTICS | win32::FILE_FLAG_OPEN_REPARSE_POINT;
   request.wantDirectory = wantDirectory;
@@ -162,10 +162,15 @@ DWORD FileService::CreateAt(const Location& location, const OpenRequest& request
   return 0;
 }
 
-// The data goes, named streams with it (unless only a stream was opened); CREATE_ALWAYS also sets the attributes.
+// The data goes, named streams and a link with it (unless only a stream was opened); CREATE_ALWAYS also sets the
+// attributes.
 DWORD FileService::Overwrite(FileObject& object, const FileInfo& info, DWORD attributes) {
   Volume& volume = *object.volume->volume;
   if (object.stream.empty()) {
+    if (info.attributes & win32::FILE_ATTRIBUTE_REPARSE_POINT) {
+      if (const DWORD error = volume.RemoveReparse(object.file)) return error;
+      ForgetPaths();
+    }
     std::vector<StreamInfo> streams;
     if (const DWORD error = volume.Streams(object.file, streams)) return error;
     for (const StreamInfo& stream : streams)
@@ -239,7 +244,7 @@ DWORD FileService::Open(const OpenRequest& request, std::shared_ptr<FileObject>&
   if (const DWORD error = OpenAt(location, request, overwrite, object)) return error;
   if (!overwrite) return 0;
   FileInfo kept = location.info;
-  if (request.disposition == win32::CREATE_ALWAYS) kept.attributes = 0;
+  if (request.disposition == win32::CREATE_ALWAYS) kept.attributes &= win32::FILE_ATTRIBUTE_REPARSE_POINT;
   const DWORD error = Overwrite(*object, kept, request.disposition == win32::CREATE_ALWAYS ? request.attributes : 0);
   if (error != 0) object.reset();
   return error;

@@ -74,18 +74,21 @@ class Normalizer {
   std::u16string full_;
 };
 
-// Splits "a\b\c" (no leading backslash); an empty component stays one, to be refused as a name.
-void Split(std::u16string_view rest, ParsedPath& parsed) {
+// Splits "a\b\c" (no leading backslash). 123 when a name between two backslashes, or behind the last but one, is empty,
+// whether or not what stands before it exists.
+win32::DWORD Split(std::u16string_view rest, ParsedPath& parsed) {
   if (!rest.empty() && rest.back() == u'\\') {
     parsed.trailingBackslash = true;
     rest.remove_suffix(1);
   }
-  while (!rest.empty()) {
+  for (bool more = !rest.empty(); more;) {
     const std::size_t end = std::min(rest.find(u'\\'), rest.size());
+    if (end == 0) return win32::ERROR_INVALID_NAME;
     parsed.names.push_back(rest.substr(0, end));
+    more = end < rest.size();
     rest.remove_prefix(std::min(end + 1, rest.size()));
-    if (end == 0 && rest.empty()) break;
   }
+  return 0;
 }
 
 }  // namespace
@@ -99,9 +102,11 @@ bool IsLegalComponent(std::u16string_view name) {
 
 DosDevice DosDeviceOf(std::u16string_view path) {
   if (IsLiteral(path) || path.starts_with(kDevicePrefix)) return DosDevice::None;
+  if (HasDrive(path)) path.remove_prefix(2);
   std::u16string_view name = path.substr(path.find_last_of(u"\\/") + 1);  // the whole path without a separator
   name = name.substr(0, name.find_first_of(u".:"));
   while (name.ends_with(u' ')) name.remove_suffix(1);
+  if (name.size() < 3 || name.size() > 4) return DosDevice::None;
   if (EqualAsciiNoCase(name, u"nul")) return DosDevice::Null;
   for (const std::u16string_view device : {u"con", u"prn", u"aux"})
     if (EqualAsciiNoCase(name, device)) return DosDevice::Other;
@@ -134,7 +139,7 @@ win32::DWORD ParseObjectName(Machine& machine, std::u16string_view name, ParsedP
   if (!parsed.volume) return win32::ERROR_PATH_NOT_FOUND;
   if (!parsed.volume->volume) return win32::ERROR_UNRECOGNIZED_VOLUME;
   if (end == text.size()) return 0;  // the volume itself, taken as its root
-  Split(text.substr(end + 1), parsed);
+  if (const win32::DWORD error = Split(text.substr(end + 1), parsed)) return error;
   if (parsed.names.empty()) parsed.trailingBackslash = true;
   return 0;
 }
@@ -143,6 +148,7 @@ win32::DWORD ParsePath(Machine& machine, std::u16string_view path, ParsedPath& p
   if (path.empty()) return win32::ERROR_PATH_NOT_FOUND;
   if (IsLiteral(path)) {
     path.remove_prefix(kWin32Prefix.size());
+    if (path.empty()) return win32::ERROR_INVALID_NAME;
     // Without a backslash it is the device and not its root directory: no volume is opened raw here.
     if (path.find(u'\\') == std::u16string_view::npos)
       return StartsWithAsciiNoCase(path, u"Volume{") || HasDrive(path) ? win32::ERROR_NOT_SUPPORTED

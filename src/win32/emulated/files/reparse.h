@@ -28,5 +28,6 @@ win32::DWORD CheckReparseData(ByteView data);
 inline constexpr std::size_t kReparseHeader = 8;       // of a tag of Microsoft's
 inline constexpr std::size_t kReparseGuidHeader = 24;  // of any other: a GUID follows
 bool IsMicrosoftTag(win32::DWORD tag);
+inline constexpr win32::DWORD kDirectoryTagBit = 0x10000000;  // a directory with this tag may have entries
 
 }  // namespace emulated

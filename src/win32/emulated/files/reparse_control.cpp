@@ -12,8 +12,7 @@ namespace {
 
 using win32::DWORD;
 
-constexpr std::size_t kGuidDataBuffer = 28;     // sizeof(REPARSE_GUID_DATA_BUFFER)
-constexpr DWORD kDirectoryTagBit = 0x10000000;  // a directory with this tag may have entries
+constexpr std::size_t kGuidDataBuffer = 28;  // sizeof(REPARSE_GUID_DATA_BUFFER)
 constexpr DWORD kMayWrite = win32::FILE_WRITE_DATA | win32::FILE_WRITE_ATTRIBUTES;
 
 std::uint32_t TagOf(ByteView data) { return LoadLittleEndian<std::uint32_t>(data, 0); }

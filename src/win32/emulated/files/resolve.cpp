@@ -36,6 +36,12 @@ DWORD SplitStream(std::u16string_view& name, Location& location) {
   return 0;
 }
 
+// A directory whose tag lets it have entries is walked into, whoever the tag belongs to.
+bool IsFollowed(const FileInfo& info) {
+  return (info.attributes & win32::FILE_ATTRIBUTE_REPARSE_POINT) &&
+         !((info.attributes & win32::FILE_ATTRIBUTE_DIRECTORY) && (info.reparseTag & kDirectoryTagBit));
+}
+
 // The walk along one path; links put their targets' names before those that are left.
 class Walk {
  public:
@@ -99,7 +105,7 @@ DWORD Walk::Go(bool followLast, Location& location) {
     if (error != 0) return error;
     FileInfo info;
     if (const DWORD unread = volume_->volume->Stat(child, info)) return unread;
-    if ((info.attributes & win32::FILE_ATTRIBUTE_REPARSE_POINT) && (!last || followLast)) {
+    if (IsFollowed(info) && (!last || followLast)) {
       throughMountPoint_ = last && info.reparseTag == win32::IO_REPARSE_TAG_MOUNT_POINT;
       if (const DWORD lost = Follow(child)) return lost;
       continue;
@@ -178,6 +184,7 @@ DWORD Walk::FollowRelative(std::u16string_view target) {
 std::u16string_view PlainLastName(std::u16string_view path) {
   const std::size_t separator = path.rfind(u'\\');
   if (separator == std::u16string_view::npos || (path.size() >= win32::MAX_PATH && !IsLiteral(path))) return {};
+  if (DosDeviceOf(path) != DosDevice::None) return {};
   const std::u16string_view name = path.substr(separator + 1);
   return IsLegalComponent(name) && name.back() != u'.' && name.back() != u' ' ? name : std::u16string_view();
 }
@@ -230,6 +237,16 @@ DWORD FileService::Resolve(std::u16string_view path, bool followLast, Location& 
     directories_.insert_or_assign(std::u16string(path.substr(0, path.size() - name.size())),
                                   DirectoryPlace{location.volume, location.directory});
   }
+  return 0;
+}
+
+DWORD FileService::FindDevice(std::u16string_view path, DosDevice& device) {
+  device = DosDeviceOf(path);
+  if (device == DosDevice::None) return 0;
+  const std::size_t separator = path.find_last_of(u"\\/");
+  if (separator == std::u16string_view::npos) return 0;
+  Location folder;
+  if (Resolve(path.substr(0, separator + 1), true, folder) != 0 || folder.file == 0) return win32::ERROR_PATH_NOT_FOUND;
   return 0;
 }
 

@@ -66,14 +66,14 @@ int PathGetDriveNumberW(const char16_t* pszPath) {
   return call.Return(letter >= u'A' && letter <= u'Z' ? letter - u'A' : -1);
 }
 
-// Takes off quotation marks that stand at both ends.
+// Takes off quotation marks that stand at both ends. A single one stands at both.
 BOOL PathUnquoteSpacesW(char16_t* lpsz) {
   WIN32_CALL(lpsz);
   if (call.Refused() || !lpsz) return FALSE;
   const std::size_t length = std::u16string_view(lpsz).size();
-  if (length < 2 || lpsz[0] != u'"' || lpsz[length - 1] != u'"') return call.Return<BOOL>(FALSE);
+  if (length == 0 || lpsz[0] != u'"' || lpsz[length - 1] != u'"') return call.Return<BOOL>(FALSE);
   for (std::size_t i = 0; i + 2 < length; ++i) lpsz[i] = lpsz[i + 1];
-  lpsz[length - 2] = 0;
+  lpsz[length < 2 ? 0 : length - 2] = 0;
   return call.Return<BOOL>(TRUE);
 }
 

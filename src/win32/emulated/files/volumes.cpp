@@ -43,16 +43,15 @@ std::vector<const MountedVolume*> Drives() {
 
 std::u16string DriveName(const MountedVolume& drive) { return std::u16string(1, drive.letter) + u":"; }
 
-// The volume whose root a path with a trailing backslash is, through a mounted folder as well. 0, or 3 for what is not
-// there, 144 for a folder that is no root.
+// The volume whose root a path with a trailing backslash is, through a mounted folder as well. 0; 3 for a drive that is
+// not there, 2 for a folder, 144 for a folder that is no root.
 DWORD VolumeAtRoot(std::u16string_view path, MountedVolume*& volume) {
   bool isRoot = false;
   volume = VolumeOfRoot(path, &isRoot);
   if (isRoot) return volume ? 0 : DWORD{win32::ERROR_PATH_NOT_FOUND};
   Location location;
-  const DWORD error = Machine::Current().files().Resolve(path, true, location);
-  if (error == win32::ERROR_FILE_NOT_FOUND || (error == 0 && location.file == 0)) return win32::ERROR_PATH_NOT_FOUND;
-  if (error != 0) return error;
+  if (const DWORD error = Machine::Current().files().Resolve(path, true, location)) return error;
+  if (location.file == 0) return win32::ERROR_FILE_NOT_FOUND;
   if (location.file != location.volume->volume->Root()) return win32::ERROR_DIR_NOT_ROOT;
   volume = location.volume;
   return 0;
@@ -95,6 +94,7 @@ DWORD GetLogicalDriveStringsW(DWORD nBufferLength, char16_t* lpBuffer) {
 UINT GetDriveTypeW(const char16_t* lpRootPathName) {
   WIN32_CALL(lpRootPathName);
   if (call.Refused()) return DRIVE_UNKNOWN;
+  if (lpRootPathName && !*lpRootPathName) return call.Return(DRIVE_NO_ROOT_DIR);
   std::u16string path = lpRootPathName ? FullPath(lpRootPathName) : u"C:\\";
   if (!path.ends_with(u'\\')) path += u'\\';
   MountedVolume* volume = nullptr;
