@@ -168,6 +168,7 @@ TEST_F(Tokens, AccessCheckWantsAnImpersonationTokenAndMappedRights) {
   EXPECT_TRUE(check(token.get(), FILE_READ_DATA) && allowed && granted == FILE_READ_DATA);
   EXPECT_TRUE(check(token.get(), FILE_READ_DATA | FILE_WRITE_DATA) && !allowed && granted == 0);
   EXPECT_EQ(GetLastError(), ERROR_ACCESS_DENIED);
+  EXPECT_TRUE(check(token.get(), 0) && !allowed) << "who asks for nothing is given nothing";
   EXPECT_EQ(ErrorOf(check(token.get(), GENERIC_READ)), ERROR_GENERIC_NOT_MAPPED);
   DWORD mask = GENERIC_READ | GENERIC_EXECUTE | DELETE;
   MapGenericMask(&mask, &mapping);
