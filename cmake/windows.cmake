@@ -29,11 +29,30 @@ set(BUILD_GMOCK OFF CACHE BOOL "" FORCE)
 add_subdirectory(/usr/src/googletest ${CMAKE_BINARY_DIR}/googletest EXCLUDE_FROM_ALL)
 get_target_property(gtest_includes gtest INTERFACE_INCLUDE_DIRECTORIES)
 
-file(GLOB contract_sources CONFIGURE_DEPENDS tests/contract/*.cpp)
-add_executable(contract_tests tests/wine/native_border.cpp ${contract_sources})
+# The facts of tests/contract as one program that can be run on any machine (docs/on-a-real-machine.md).
+set(commit_source ${CMAKE_BINARY_DIR}/generated/commit.cpp)
+add_custom_target(commit_source
+  COMMAND ${CMAKE_COMMAND} -DFILE=${commit_source} -DFOLDER=${CMAKE_SOURCE_DIR} -P ${CMAKE_SOURCE_DIR}/cmake/commit.cmake
+  BYPRODUCTS ${commit_source}
+  VERBATIM)
+file(STRINGS src/resources/version.txt product_version REGEX "^ProductVersion ")
+string(REGEX REPLACE "^ProductVersion +" "" product_version "${product_version}")
+# With QBC.exe's manifest: Windows is to treat the two alike.
+set(contract_manifest ${CMAKE_BINARY_DIR}/contract_manifest.o)
+add_custom_command(
+  OUTPUT ${contract_manifest}
+  COMMAND ${CMAKE_RC_COMPILER} -I ${CMAKE_BINARY_DIR} ${CMAKE_SOURCE_DIR}/tools/contract_check/manifest.rc
+          -O coff ${contract_manifest}
+  DEPENDS ${program_resources} tools/contract_check/manifest.rc
+  VERBATIM)
+set_source_files_properties(${contract_manifest} PROPERTIES EXTERNAL_OBJECT ON GENERATED ON)
+file(GLOB contract_sources CONFIGURE_DEPENDS tests/contract/*.cpp tools/contract_check/*.cpp)
+add_executable(contract_tests tests/wine/native_border.cpp ${contract_sources} ${commit_source} ${contract_manifest})
+add_dependencies(contract_tests commit_source)
 target_include_directories(contract_tests SYSTEM PRIVATE ${gtest_includes})
-target_include_directories(contract_tests PRIVATE tests)
-target_link_libraries(contract_tests PRIVATE native gtest)
+target_include_directories(contract_tests PRIVATE tests tools)
+target_link_libraries(contract_tests PRIVATE native gtest advapi32)
+target_compile_definitions(contract_tests PRIVATE CHECK_VERSION="${product_version}")
 # As on Linux: the tests' own text only has to be compiled quickly.
 target_compile_options(contract_tests PRIVATE -O0)
 target_compile_options(gtest PRIVATE -O0)

@@ -14,10 +14,12 @@
 
 namespace contract {
 
-// An empty scratch folder of this test; u"C:\\Scratch", or a fresh one below %TEMP%. No trailing backslash.
+// An empty scratch folder of this test, u"C:\\Scratch" on the workstation. No trailing backslash.
 std::u16string Scratch();
 // A folder on another volume than Scratch(); empty where there is none.
 std::u16string OtherVolume();
+// Below this key of HKEY_CURRENT_USER tests may leave what they like, and nowhere else in the registry.
+inline constexpr char16_t kKey[] = u"Software\\ContractTests";
 // Wine implements only a part of Windows: tests of what it lacks are skipped there.
 bool OnWine();
 

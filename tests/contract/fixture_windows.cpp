@@ -8,12 +8,15 @@
 #undef GetFinalPathNameByHandle
 
 #include <atomic>
+#include <stdexcept>
+
+#include "contract_check/asked.h"
 
 namespace contract {
 
 namespace {
 
-std::u16string Text(const wchar_t* text) { return reinterpret_cast<const char16_t*>(text); }
+std::u16string Text(const std::wstring& text) { return reinterpret_cast<const char16_t*>(text.c_str()); }
 
 // GetProcAddress answers with a function of no type; memcpy is the cast that no warning is about.
 template <typename Function>
@@ -29,16 +32,13 @@ Function Bound(const char* name) {
 
 std::u16string Scratch() {
   static std::atomic<unsigned> number{0};
-  wchar_t temporary[MAX_PATH + 1] = {};
-  ::GetTempPathW(MAX_PATH, temporary);
-  std::u16string path = Text(temporary) + u"contract-";
-  for (const char digit : std::to_string(::GetCurrentProcessId()) + "-" + std::to_string(++number))
-    path += static_cast<char16_t>(digit);
-  ::CreateDirectoryW(reinterpret_cast<const wchar_t*>(path.c_str()), nullptr);
-  return path;
+  const std::wstring path = check::asked.folder + L"\\" + std::to_wstring(++number);
+  if (!::CreateDirectoryW(path.c_str(), nullptr))
+    throw std::runtime_error("the scratch folder cannot be made: error " + std::to_string(::GetLastError()));
+  return Text(path);
 }
 
-std::u16string OtherVolume() { return {}; }
+std::u16string OtherVolume() { return Text(check::asked.other); }
 bool OnWine() { return ::GetProcAddress(::GetModuleHandleW(L"ntdll.dll"), "wine_get_version") != nullptr; }
 win32::CreateSymbolicLinkWFunction CreateSymbolicLink() {
   return Bound<win32::CreateSymbolicLinkWFunction>("CreateSymbolicLinkW");

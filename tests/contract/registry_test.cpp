@@ -6,10 +6,10 @@ namespace {
 using namespace contract;
 using namespace win32;
 
-// Works in a key of its own below HKEY_CURRENT_USER\Software.
+// Works in a key of its own below contract::kKey.
 class RegistryKeys : public FileTest {
  protected:
-  static constexpr const char16_t* kPath = u"Software\\RegistryContract";
+  static constexpr const char16_t* kPath = u"Software\\ContractTests\\Keys";
   RegistryKeys() {
     DeleteTree(HKEY_CURRENT_USER, kPath);
     EXPECT_EQ(RegCreateKeyExW(HKEY_CURRENT_USER, kPath, 0, nullptr, 0, KEY_ALL_ACCESS, nullptr, base.put(), nullptr),

@@ -1,5 +1,4 @@
-// The contract tests' entry point on Windows, and what the compile-time checks of the native backend cannot reach:
-// values that are pointers.
+// What the compile-time checks of the native backend cannot reach: values that are pointers.
 #include <gtest/gtest.h>
 
 #include "win32/win32.h"
@@ -28,11 +27,3 @@ TEST(NativeBorder, PredefinedHandlesAndResourceTypesAreWindowsOwn) {
 }
 
 }  // namespace
-
-// Programs start with wide arguments here.
-int wmain(int argc, wchar_t** argv);
-
-int wmain(int argc, wchar_t** argv) {
-  testing::InitGoogleTest(&argc, argv);
-  return RUN_ALL_TESTS();
-}
