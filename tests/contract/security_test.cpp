@@ -291,22 +291,28 @@ TEST_F(Accounts, ASidIsWrittenAsItIsRead) {
 TEST_F(Accounts, AnAccountIsFoundByNameAndBySidInBuffersThatAreMeasuredFirst) {
   SID_NAME_USE use{};
   DWORD sidSize = 0, domainSize = 0, nameSize = 0;
-  EXPECT_EQ(ErrorOf(LookupAccountNameW(nullptr, u"administrators", nullptr, &sidSize, nullptr, &domainSize, &use)),
+  UniqueLocalMemory administrators, unknown;
+  ASSERT_TRUE(ConvertStringSidToSidW(u"S-1-5-32-544", administrators.put()));
+  EXPECT_EQ(ErrorOf(LookupAccountSidW(nullptr, administrators.get(), nullptr, &nameSize, nullptr, &domainSize, &use)),
+            ERROR_INSUFFICIENT_BUFFER);
+  std::u16string name(nameSize, u'#'), domain(domainSize, u'#');
+  ASSERT_TRUE(
+      LookupAccountSidW(nullptr, administrators.get(), name.data(), &nameSize, domain.data(), &domainSize, &use));
+  // Each language has its own names; "Administrators" in English.
+  RecordProperty("NameOfAdministrators", testing::PrintToString(name));
+  name.resize(nameSize);
+  name[0] = static_cast<char16_t>(name[0] | 0x20);
+  domainSize = 0;
+  EXPECT_EQ(ErrorOf(LookupAccountNameW(nullptr, name.c_str(), nullptr, &sidSize, nullptr, &domainSize, &use)),
             ERROR_INSUFFICIENT_BUFFER);
   std::vector<DWORD> sid(sidSize / 4 + 1);
-  std::u16string domain(domainSize, u'#');
-  ASSERT_TRUE(LookupAccountNameW(nullptr, u"administrators", sid.data(), &sidSize, domain.data(), &domainSize, &use));
+  ASSERT_TRUE(LookupAccountNameW(nullptr, name.c_str(), sid.data(), &sidSize, domain.data(), &domainSize, &use));
   EXPECT_EQ(SidText(sid.data()), u"S-1-5-32-544");
-  domainSize = 0;
-  EXPECT_EQ(ErrorOf(LookupAccountSidW(nullptr, sid.data(), nullptr, &nameSize, nullptr, &domainSize, &use)),
-            ERROR_INSUFFICIENT_BUFFER);
-  std::u16string name(nameSize, u'#');
-  ASSERT_TRUE(LookupAccountSidW(nullptr, sid.data(), name.data(), &nameSize, domain.data(), &domainSize, &use));
-  EXPECT_EQ(std::u16string(name.c_str()), u"Administrators");
-  // Those that nobody knows are said to be unmapped.
-  EXPECT_EQ(ErrorOf(LookupAccountNameW(nullptr, u"nobody of that name", nullptr, &sidSize, nullptr, &domainSize, &use)),
+  // Those that nobody knows are said to be unmapped; asked within a domain of this machine, which asks no other.
+  domain.resize(domainSize);
+  domain += u"\\nobody of that name";
+  EXPECT_EQ(ErrorOf(LookupAccountNameW(nullptr, domain.c_str(), nullptr, &sidSize, nullptr, &domainSize, &use)),
             ERROR_NONE_MAPPED);
-  UniqueLocalMemory unknown;
   ASSERT_TRUE(ConvertStringSidToSidW(u"S-1-5-21-1-2-3-1001", unknown.put()));
   EXPECT_EQ(ErrorOf(LookupAccountSidW(nullptr, unknown.get(), nullptr, &nameSize, nullptr, &domainSize, &use)),
             ERROR_NONE_MAPPED);

@@ -56,7 +56,7 @@ TEST_F(Shell, CopyingReplacesWhatIsThereAndGoesIntoFolders) {
     operation.wFunc = FO_COPY;
     operation.pFrom = from.c_str();
     operation.pTo = to.c_str();
-    operation.fFlags = FOF_NOCONFIRMATION | FOF_SILENT;
+    operation.fFlags = FOF_NOCONFIRMATION | FOF_SILENT | FOF_NOERRORUI;
     return SHFileOperationW(&operation);
   };
   ASSERT_EQ(MakeAll(u"from\\sub"), 0);

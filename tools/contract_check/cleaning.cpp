@@ -45,14 +45,25 @@ bool TakeOffTag(const std::wstring& path) {
                          nullptr);
 }
 
+// Is the mount point one of a volume, and no junction? Only then the system is told that the volume goes.
+bool IsVolumeMounted(const std::wstring& path) {
+  constexpr std::wstring_view kVolume = L"\\??\\Volume{";
+  const Handle folder(CreateFileW(path.c_str(), 0, kShareAll, nullptr, OPEN_EXISTING, kOpenItself, nullptr));
+  alignas(wchar_t) BYTE data[MAXIMUM_REPARSE_DATA_BUFFER_SIZE] = {};
+  DWORD size = 0;
+  USHORT offset = 0;
+  DeviceIoControl(folder.get(), FSCTL_GET_REPARSE_POINT, nullptr, 0, data, sizeof data, &size, nullptr);
+  std::memcpy(&offset, data + 8, sizeof offset);  // of the name that it leads to, behind a header of 16 bytes
+  const std::size_t begin = 16 + std::size_t{offset};
+  return begin + kVolume.size() * sizeof(wchar_t) <= size &&
+         std::memcmp(data + begin, kVolume.data(), kVolume.size() * sizeof(wchar_t)) == 0;
+}
+
 void Remove(const std::wstring& path, const Entry& entry, std::vector<std::wstring>& stayed) {
   if (entry.isDirectory() && !entry.isLink())
     for (const Entry& child : EntriesOf(path)) Remove(path + L'\\' + child.name, child, stayed);
-  if (entry.isLink() && entry.tag == IO_REPARSE_TAG_MOUNT_POINT) {
-    wchar_t volume[50];
-    const std::wstring mountPoint = path + L'\\';
-    if (GetVolumeNameForVolumeMountPointW(mountPoint.c_str(), volume, 50)) DeleteVolumeMountPointW(mountPoint.c_str());
-  }
+  if (entry.isLink() && entry.tag == IO_REPARSE_TAG_MOUNT_POINT && IsVolumeMounted(Literal(path)))
+    DeleteVolumeMountPointW((path + L'\\').c_str());
   const DWORD error = DeleteItem(path);
   if (error == ERROR_DIR_NOT_EMPTY && entry.isLink() && TakeOffTag(Literal(path)))
     return Remove(path, {entry.name, FILE_ATTRIBUTE_DIRECTORY, 0}, stayed);
