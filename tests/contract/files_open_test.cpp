@@ -117,8 +117,8 @@ TEST_F(FilesOpen, NamedStreams) {
   }
   // Whoever has a stream open without FILE_SHARE_DELETE keeps the file from being deleted, but not the other way round.
   for (const bool fileFirst : {true, false})
-    for (const DWORD fileShare : {0u, FILE_SHARE_DELETE})
-      for (const DWORD streamShare : {0u, FILE_SHARE_DELETE})
+    for (const DWORD fileShare : {DWORD{0}, FILE_SHARE_DELETE})
+      for (const DWORD streamShare : {DWORD{0}, FILE_SHARE_DELETE})
         for (const DWORD fileAccess : {DELETE, FILE_READ_DATA, FILE_WRITE_DATA})
           for (const DWORD streamAccess : {FILE_READ_DATA, FILE_WRITE_DATA, DELETE, FILE_READ_ATTRIBUTES}) {
             const auto first =

@@ -126,15 +126,16 @@ class Run {
     return {};
   }
 
-  // Into the report; not the names of the machine and its owner.
-  void Line(const std::string& line) { file_.Line(veil_.Over(line)); }
+  void Line(const std::string& line) { file_.Line(line); }
+  // What came from Windows: without the names of the machine and its owner.
+  void VeiledLine(const std::string& line) { Line(veil_.Over(line)); }
 
   void Describe() {
     Line(kTitle);
     Line("");
-    for (const std::string& line : DescribeMachine()) Line(line);
+    for (const std::string& line : DescribeMachine()) VeiledLine(line);
     for (const auto& place : places_)
-      for (const std::string& line : DescribeVolume(place->root(), place->work())) Line(line);
+      for (const std::string& line : DescribeVolume(place->root(), place->work())) VeiledLine(line);
     Line("");
   }
 
@@ -176,7 +177,7 @@ class Run {
     const std::string line = Padded(kVerdicts.at(answer.verdict), 14) + "[" + fact + "]";
     Say(line);
     Line(line + " " + InWords(fact));
-    for (const std::string& below : answer.lines) Line(below);
+    for (const std::string& below : answer.lines) VeiledLine(below);
   }
 
   // Takes everything away and says so, and whether all of it is gone.
@@ -188,7 +189,7 @@ class Run {
     }
     EmptyKey();
     if (const DWORD error = DeleteKey()) stayed.push_back(std::wstring(kKey) + L": " + ErrorText(error));
-    for (const std::wstring& what : stayed) SayBoth("not taken away: " + Utf8(what));
+    for (const std::wstring& what : stayed) SayBoth(veil_.Over("not taken away: " + Utf8(what)));
     if (stayed.empty()) SayBoth("All that this program made was taken away again, in the folder and in the registry.");
     return stayed.empty();
   }
