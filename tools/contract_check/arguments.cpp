@@ -24,8 +24,8 @@ const char* const kHelp =
     "  --clean   only takes away what a run that was ended left behind\n"
     "  --list    the names of all facts\n"
     "\n"
-    "The exit code: 0 all held, 1 some did not hold, 2 wrong arguments, 3 it could not be run and nothing was\n"
-    "changed, 4 something could not be taken away again (the report says what).\n";
+    "The exit code: 0 all held, 1 some did not hold, 2 wrong arguments, 3 it could not be run or was stopped,\n"
+    "4 something could not be taken away again (the report says what).\n";
 
 Arguments Parse(int argc, const wchar_t* const* argv, std::wstring& wrong) {
   Arguments arguments;
