@@ -121,10 +121,12 @@ Answer ReadRecord(const std::u16string& subkey, std::u16string& source, std::u16
   return std::max(sourceAnswer, targetAnswer);
 }
 
-// Without a terminator: the product's other components store and expect the bare characters.
-bool WriteText(const win32::UniqueKey& key, const char16_t* name, std::u16string_view text) {
-  return win32::RegSetValueExW(key.get(), name, 0, win32::REG_SZ, reinterpret_cast<const win32::BYTE*>(text.data()),
-                               static_cast<win32::DWORD>(text.size() * sizeof(char16_t))) == 0;
+// The size leaves the terminator out, as the product's other components do it. Windows looks behind what it is given
+// and stores the terminator that stands there all the same; so one must stand there, or what is stored would be chance.
+bool WriteText(const win32::UniqueKey& key, const char16_t* name, const char16_t* terminated) {
+  const std::size_t length = std::char_traits<char16_t>::length(terminated);
+  return win32::RegSetValueExW(key.get(), name, 0, win32::REG_SZ, reinterpret_cast<const win32::BYTE*>(terminated),
+                               static_cast<win32::DWORD>(length * sizeof(char16_t))) == 0;
 }
 
 bool RewriteValue(const std::u16string& subkey, const char16_t* name, const std::u16string& text) {
@@ -133,7 +135,7 @@ bool RewriteValue(const std::u16string& subkey, const char16_t* name, const std:
   win32::UniqueKey key;
   return win32::RegCreateKeyExW(win32::HKEY_LOCAL_MACHINE, subkey.c_str(), 0, nullptr, win32::REG_OPTION_NON_VOLATILE,
                                 win32::KEY_SET_VALUE | win32::KEY_WOW64_32KEY, nullptr, key.put(), nullptr) == 0 &&
-         WriteText(key, name, text);
+         WriteText(key, name, text.c_str());
 }
 
 // Has a record name newPath where it names oldPath or what lies below it.
@@ -152,20 +154,16 @@ bool DeleteRecordKey(const std::u16string& subkey) {
 }
 
 // The two values of a new record. A record with one of them would be no use to anybody.
-bool WriteRecord(const win32::UniqueKey& key, std::u16string_view source, std::u16string_view target) {
-  if (!WriteText(key, u"Source", source)) {
+bool WriteRecord(const win32::UniqueKey& key, const char16_t* source, const char16_t* target) {
+  if (!WriteText(key, u"Source", source ? source : u"")) {
     DebugOutput(u"ERROR: AddJunctionRegKey: RegSetValueEx() failed for value name 'Source':\n");
     return false;
   }
-  if (!WriteText(key, u"Target", target)) {
+  if (!WriteText(key, u"Target", target ? target : u"")) {
     DebugOutput(u"ERROR: AddJunctionRegKey: RegSetValueEx() failed for value name 'Target':\n");
     return false;
   }
   return true;
-}
-
-std::u16string_view TextOrEmpty(const char16_t* text) {
-  return text ? std::u16string_view(text) : std::u16string_view();
 }
 
 }  // namespace
@@ -218,7 +216,7 @@ int AddJunctionRegKey(const char16_t* source, const char16_t* target, int isFile
     DebugOutput(u"#ERROR: AddJunctionRegKey: RegCreateKeyEx() failed for path = %ls", subkey);
     return 0;
   }
-  if (WriteRecord(key, TextOrEmpty(source), TextOrEmpty(target))) return 1;
+  if (WriteRecord(key, source, target)) return 1;
   key.reset();
   DeleteRecordKey(subkey);
   return 0;

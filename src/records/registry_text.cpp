@@ -41,9 +41,13 @@ win32::LSTATUS ReadRegistryValue(win32::HKEY key, const char16_t* name, Registry
   return result;
 }
 
+// Behind a text whose size leaves its terminator out Windows looks for one and stores it, too. What stands behind the
+// value here is ours and no terminator: a value that somebody stored without one is put back as it was, and one that is
+// to have it has it among its bytes.
 win32::LSTATUS WriteRegistryValue(win32::HKEY key, const char16_t* name, const RegistryValue& value) {
-  return win32::RegSetValueExW(key, name, 0, value.type, value.data.data(),
-                               static_cast<win32::DWORD>(value.data.size()));
+  std::vector<win32::BYTE> data = value.data;
+  data.insert(data.end(), sizeof(char16_t), win32::BYTE{0xFF});
+  return win32::RegSetValueExW(key, name, 0, value.type, data.data(), static_cast<win32::DWORD>(value.data.size()));
 }
 
 win32::LSTATUS ReadMachineValue(const std::u16string& key, const char16_t* name, RegistryValue& value,

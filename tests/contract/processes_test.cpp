@@ -110,7 +110,10 @@ TEST_F(Processes, TheListsOfProcessesHaveOursAndWhoseItIs) {
 
   WTS_PROCESS_INFOW* processes = nullptr;
   DWORD count = 0;
+  // Success is said in the last error, too.
+  SetLastError(0xDEAD);
   ASSERT_TRUE(WTSEnumerateProcessesW(WTS_CURRENT_SERVER_HANDLE, 0, 1, &processes, &count));
+  EXPECT_EQ(GetLastError(), ERROR_SUCCESS);
   const auto* const own = std::find_if(processes, processes + count,
                                        [](const auto& record) { return record.ProcessId == GetCurrentProcessId(); });
   ASSERT_NE(own, processes + count);
@@ -119,8 +122,13 @@ TEST_F(Processes, TheListsOfProcessesHaveOursAndWhoseItIs) {
   Buffer user(256);
   DWORD size = 0;
   ASSERT_TRUE(GetTokenInformation(token.get(), TOKEN_INFORMATION_CLASS::TokenUser, user.data(), user.size, &size));
+  SetLastError(0xDEAD);
   EXPECT_TRUE(own->pUserSid && EqualSid(own->pUserSid, user.As<TOKEN_USER>().User.Sid));
+  EXPECT_EQ(GetLastError(), ERROR_SUCCESS);
   WTSFreeMemory(processes);
+  SetLastError(0xDEAD);
+  const UniqueService manager{OpenSCManagerW(nullptr, nullptr, SC_MANAGER_CONNECT)};
+  EXPECT_TRUE(manager && GetLastError() == ERROR_SUCCESS) << GetLastError();
 }
 
 TEST_F(Processes, AFilesNameIsToldWithItsDeviceOrWithoutAndInPartWithoutRoom) {

@@ -93,6 +93,28 @@ TEST_F(RegistryKeys, OnlyKeysWithoutSubKeysAreDeletedAndTheirHandlesAreOfNoUse) 
   EXPECT_EQ(RegSetValueExW(key.get(), u"v", 0, REG_BINARY, &data, 1), ERROR_KEY_DELETED);
   EXPECT_EQ(RegQueryValueExW(key.get(), u"v", nullptr, nullptr, nullptr, nullptr), ERROR_KEY_DELETED);
   EXPECT_EQ(RegDeleteKeyW(key.get(), u""), ERROR_KEY_DELETED);
+  for (const char16_t* const below : {u"", u"b"}) {
+    UniqueKey opened;
+    EXPECT_EQ(RegOpenKeyExW(key.get(), below, 0, KEY_READ, opened.put()), ERROR_KEY_DELETED);
+    EXPECT_EQ(Create(key.get(), below, opened), ERROR_KEY_DELETED);
+  }
+}
+
+TEST_F(RegistryKeys, ATextTakesTheTerminatorAlongThatStandsRightBehindIt) {
+  const char16_t text[] = u"ab\0\0c";
+  for (const auto& [type, given, stored] : {std::tuple(REG_SZ, 2u, 3u),
+                                            {REG_EXPAND_SZ, 2u, 3u},
+                                            {REG_MULTI_SZ, 2u, 3u},
+                                            {REG_BINARY, 2u, 2u},
+                                            {REG_SZ, 1u, 1u},
+                                            {REG_SZ, 3u, 3u},
+                                            {REG_SZ, 0u, 0u}}) {
+    ASSERT_EQ(RegSetValueExW(base.get(), u"v", 0, type, reinterpret_cast<const BYTE*>(text), given * 2), 0);
+    BYTE data[16];
+    DWORD size = sizeof data;
+    EXPECT_EQ(RegQueryValueExW(base.get(), u"v", nullptr, nullptr, data, &size), 0);
+    EXPECT_TRUE(size == stored * 2 && std::memcmp(data, text, size) == 0) << type << " of " << given << ": " << size;
+  }
 }
 
 TEST_F(RegistryKeys, QueriesTellTheSizeThatIsNeededAndNoNameIsTheDefaultValue) {

@@ -177,7 +177,7 @@ TEST_F(Tokens, AccessCheckWantsAnImpersonationTokenAndMappedRights) {
 
 constexpr DWORD kProtected = PROTECTED_DACL_SECURITY_INFORMATION;
 
-class FileSecurity : public FileTest {
+class FileSecurity : public Tokens {
  protected:
   void SetUp() override { SKIP_ON_WINE("it keeps only Unix modes of a descriptor"); }
 
@@ -192,6 +192,12 @@ class FileSecurity : public FileTest {
   static std::u16string Dacl(const std::u16string& path) {
     UniqueLocalMemory descriptor;
     return Read(path, descriptor) == 0 ? TextOf(descriptor.get(), DACL_SECURITY_INFORMATION) : u"unreadable";
+  }
+  // Makes a directory with the descriptor of a text; the error.
+  static DWORD MakeWith(const std::u16string& path, const char16_t* sddl) {
+    const UniqueLocalMemory descriptor = Parse(sddl);
+    SECURITY_ATTRIBUTES attributes{sizeof attributes, descriptor.get(), FALSE};
+    return ErrorOf(CreateDirectoryW(path.c_str(), &attributes));
   }
   // Writes the DACL of a text by name.
   static DWORD SetDacl(std::u16string path, const char16_t* sddl, DWORD more = 0) {
@@ -218,6 +224,28 @@ TEST_F(FileSecurity, InheritedEntriesComeFromTheDirectoryNotFromTheCaller) {
   EXPECT_EQ(Dacl(child), u"D:PAI(A;;FR;;;WD)");
   ASSERT_EQ(SetDacl(child, u"D:", UNPROTECTED_DACL_SECURITY_INFORMATION), 0u);
   EXPECT_EQ(Dacl(child), u"D:AI(A;OICIID;FA;;;BA)(A;OICIID;FR;;;BU)");
+}
+
+TEST_F(FileSecurity, AListGivenAtCreationIsAllThatTheNewItemHas) {
+  const std::u16string directory = Directory(u"d"), made = directory + u"\\made";
+  ASSERT_EQ(SetDacl(directory, u"D:(A;OICI;FA;;;BA)(A;OICI;FR;;;BU)", kProtected), 0u);
+  for (const auto& [given, has] : {std::pair(u"D:(A;OICI;GA;;;SY)", u"D:(A;OICI;FA;;;SY)"),
+                                   {u"D:P(A;;FR;;;WD)", u"D:P(A;;FR;;;WD)"},
+                                   {u"D:", u"D:"},
+                                   {u"D:NO_ACCESS_CONTROL", u"D:NO_ACCESS_CONTROL"},
+                                   {u"O:BA", u"D:AI(A;OICIID;FA;;;BA)(A;OICIID;FR;;;BU)"}}) {
+    EXPECT_EQ(MakeWith(made, given), 0u);
+    EXPECT_EQ(Dacl(made), has);
+    EXPECT_EQ(SetDacl(made, u"D:(A;;FA;;;WD)"), 0u);  // as its owner
+    EXPECT_EQ(RemoveError(made), 0u);
+  }
+  // Nobody makes others the owners of what he makes but who may restore.
+  const UniqueKernelHandle token = ProcessToken(TOKEN_QUERY | TOKEN_ADJUST_PRIVILEGES);
+  EXPECT_EQ(MakeWith(made, u"O:SYD:(A;;FA;;;WD)"), ERROR_INVALID_OWNER);
+  EXPECT_FALSE(Exists(made));
+  ASSERT_EQ(Enable(token.get(), u"SeRestorePrivilege"), ERROR_SUCCESS);
+  EXPECT_EQ(MakeWith(made, u"O:SYD:(A;;FA;;;WD)"), 0u);
+  Enable(token.get(), u"SeRestorePrivilege", 0);
 }
 
 TEST_F(FileSecurity, AChangeReachesEverythingBelowThatIsNotProtected) {

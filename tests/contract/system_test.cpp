@@ -96,8 +96,17 @@ TEST_F(System, TextBecomesBytesOfACodePage) {
   EXPECT_EQ(WideCharToMultiByte(437, 0, u"\u4e2d", 1, bytes, 16, nullptr, &usedDefault), 1);
   EXPECT_TRUE(bytes[0] == '?' && usedDefault);
   EXPECT_EQ(WideCharToMultiByte(CP_UTF8, 0, u"\u00e9", -1, nullptr, 0, nullptr, nullptr), 3);
-  EXPECT_EQ(ErrorOf(WideCharToMultiByte(CP_UTF8, 0, u"\u00e9", -1, bytes, 2, nullptr, nullptr)),
-            ERROR_INSUFFICIENT_BUFFER);
+  // Too little room takes the characters that fit in whole, and tells of these whether one was replaced.
+  for (const auto& [page, text, room, fill] : {std::tuple(437u, u"ab\u4e2d", 2, "ab"),
+                                               {437u, u"\u4e2db", 1, "?"},
+                                               {65001u, u"a\u00e9", 2, "a"},
+                                               {65001u, u"\u00e9", 2, "\xC3\xA9"}}) {
+    std::memset(bytes, 0, sizeof bytes);
+    BOOL* const used = page == CP_UTF8 ? nullptr : &usedDefault;
+    EXPECT_EQ(ErrorOf(WideCharToMultiByte(page, 0, text, -1, bytes, room, nullptr, used)), ERROR_INSUFFICIENT_BUFFER);
+    EXPECT_STREQ(bytes, fill);
+    EXPECT_TRUE(!used || usedDefault == (*fill == '?'));
+  }
 }
 
 }  // namespace

@@ -64,15 +64,6 @@ class BackupWriter : public BackupContext {
   std::uint64_t offset_ = 0;
 };
 
-// Whom a token may make the owner: its user, its groups that are marked so, anybody with SeRestorePrivilege.
-bool MayMakeOwner(const Token& token, ByteView owner) {
-  const auto isOwner = [&](const Sid& sid) { return std::equal(sid.begin(), sid.end(), owner.begin(), owner.end()); };
-  return token.PrivilegeEnabled(Privilege::Restore) || isOwner(token.user) ||
-         std::any_of(token.groups.begin(), token.groups.end(), [&](const TokenGroup& group) {
-           return (group.attributes & win32::SE_GROUP_OWNER) && isOwner(group.sid);
-         });
-}
-
 // Owner and group, DACL and SACL as far as the handle's rights go.
 DWORD RestoreSecurity(const FileObject& file, ByteView descriptor) {
   const auto view = ViewDescriptor(descriptor);

@@ -137,6 +137,7 @@ DWORD FileService::CreateAt(const Location& location, const OpenRequest& request
   if (const DWORD error = Check(*location.volume, location.directory, 0, right, HasBackupIntent(request), granted))
     return error;
   if (IsDeletePending(*location.volume, location.directory)) return win32::ERROR_ACCESS_DENIED;
+  if (const DWORD error = CheckCreator(machine_.EffectiveToken(), request.descriptor)) return error;
 
   Bytes parent;
   if (const DWORD error = volume.GetSecurity(location.directory, parent)) return error;

@@ -109,6 +109,7 @@ DWORD CreateMissing(RegistryPlace& place, const NewKey& request) {
       return win32::ERROR_ACCESS_DENIED;
     const std::optional<ByteView> creator =
         last && request.descriptor ? std::optional<ByteView>(*request.descriptor) : std::nullopt;
+    if (const DWORD error = CheckCreator(machine.EffectiveToken(), creator)) return error;
     Bytes security =
         NewObjectDescriptor(machine.EffectiveToken(), ByteView(*parent.security), creator, true, kKeyMapping);
     if (security.empty()) return win32::ERROR_INVALID_SECURITY_DESCR;

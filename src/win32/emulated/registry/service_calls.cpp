@@ -266,8 +266,7 @@ SC_HANDLE OpenSCManagerW(const char16_t* lpMachineName, const char16_t* lpDataba
   WIN32_CALL(lpMachineName, lpDatabaseName, dwDesiredAccess);
   if (call.Refused()) return nullptr;
   SC_HANDLE handle = nullptr;
-  if (const DWORD error = OpenManager(lpMachineName, lpDatabaseName, dwDesiredAccess, handle))
-    emulated::SetLastError(error);
+  emulated::SetLastError(OpenManager(lpMachineName, lpDatabaseName, dwDesiredAccess, handle));
   return call.Return(handle);
 }
 

@@ -1,5 +1,6 @@
 // Values of keys, and hives loaded by programs.
 #include <algorithm>
+#include <cstring>
 
 #include "win32/emulated/registry/key_object.h"
 
@@ -40,6 +41,20 @@ DWORD MountPath(win32::HKEY handle, const char16_t* subKey, std::u16string& path
   return win32::ERROR_SUCCESS;
 }
 
+bool IsString(DWORD type) {
+  return type == win32::REG_SZ || type == win32::REG_EXPAND_SZ || type == win32::REG_MULTI_SZ;
+}
+
+// The size that is stored of a text: with the terminator that its size leaves out, when one stands right behind. The
+// look goes past what the caller has counted, as Windows' own does.
+DWORD SizeWithTerminator(DWORD type, const win32::BYTE* data, DWORD size) {
+  constexpr DWORD kUnit = sizeof(char16_t);
+  if (!IsString(type) || size < kUnit) return size;
+  char16_t around[2];  // the last unit that is counted whole, and the one behind it
+  std::memcpy(around, data + (size / kUnit - 1) * kUnit, sizeof around);
+  return around[0] != 0 && around[1] == 0 ? size + kUnit : size;
+}
+
 DWORD SetValue(win32::HKEY handle, std::u16string_view name, DWORD type, const win32::BYTE* data, DWORD size) {
   if (name.size() > kLongestValueName) return win32::ERROR_INVALID_PARAMETER;
   if (!data && size != 0) return kNoAccess;
@@ -53,7 +68,7 @@ DWORD SetValue(win32::HKEY handle, std::u16string_view name, DWORD type, const w
     return win32::ERROR_ACCESS_DENIED;
   RegistryValue* value = key.Value(name, upCase);
   if (!value) value = &key.values.emplace_back(RegistryValue{std::u16string(name), type, {}});
-  const ByteView bytes(data, size);
+  const ByteView bytes(data, SizeWithTerminator(type, data, size));
   value->type = type;
   value->data.assign(bytes.begin(), bytes.end());
   key.hive->Touch(key, machine.Now());

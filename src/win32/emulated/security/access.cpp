@@ -90,4 +90,17 @@ win32::DWORD CheckAccess(const Token& token, ByteView descriptor, win32::DWORD d
   return 0;
 }
 
+bool MayMakeOwner(const Token& token, ByteView owner) {
+  const auto isOwner = [&](const Sid& sid) { return std::ranges::equal(sid, owner); };
+  return token.PrivilegeEnabled(Privilege::Restore) || isOwner(token.user) ||
+         std::ranges::any_of(token.groups, [&](const TokenGroup& group) {
+           return (group.attributes & win32::SE_GROUP_OWNER) != 0 && isOwner(group.sid);
+         });
+}
+
+win32::DWORD CheckCreator(const Token& token, std::optional<ByteView> creator) {
+  const auto view = creator ? ViewDescriptor(*creator) : std::nullopt;
+  return view && !view->owner.empty() && !MayMakeOwner(token, view->owner) ? win32::ERROR_INVALID_OWNER : 0;
+}
+
 }  // namespace emulated

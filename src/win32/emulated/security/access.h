@@ -39,8 +39,14 @@ win32::DWORD CheckAccess(const Token& token, ByteView descriptor, win32::DWORD d
                          const win32::GENERIC_MAPPING& mapping, bool backupIntent, std::optional<ByteView> parent,
                          win32::DWORD& granted);
 
-// The descriptor of a new object: the creator's own parts where given, else inherited from the parent, else the token's
-// defaults; inheritable entries of the parent merged as Windows does (CREATOR OWNER, NP, IO, protected).
+// Whom a token may make the owner: its user, its groups that are marked so, anybody with SeRestorePrivilege.
+bool MayMakeOwner(const Token& token, ByteView owner);
+// May `token` create an object with this descriptor? 0, or 1307 ERROR_INVALID_OWNER for an owner that it may not
+// assign.
+win32::DWORD CheckCreator(const Token& token, std::optional<ByteView> creator);
+
+// The descriptor of a new object: the creator's own parts where given, else inherited from the parent (CREATOR OWNER,
+// NP, IO), else the token's defaults. A list that the creator gives is complete: nothing is inherited into it.
 Bytes NewObjectDescriptor(const Token& token, std::optional<ByteView> parent, std::optional<ByteView> creator,
                           bool isContainer, const win32::GENERIC_MAPPING& mapping);
 

@@ -127,6 +127,7 @@ BOOL EqualSid(PSID pSid1, PSID pSid2) {
   WIN32_CALL(pSid1, pSid2);
   if (call.Refused()) return FALSE;
   const ByteView one = emulated::SidOf(pSid1), other = emulated::SidOf(pSid2);
+  emulated::SetLastError(ERROR_SUCCESS);
   return call.Return(!one.empty() && std::ranges::equal(one, other) ? TRUE : FALSE);
 }
 

@@ -5,10 +5,11 @@
 //  - An entry marked INHERITED_ACE that a program passes is not its to set: unless the DACL is protected such entries
 //    are dropped and computed anew from the parent's inheritable ones. Explicit entries stand before inherited ones.
 //  - A protected DACL inherits nothing. Entries passed with it are all kept and become explicit: INHERITED_ACE goes.
+//  - A DACL that is given at creation is all that the object has, protected or not: files and keys are made as
+//    CreatePrivateObjectSecurityEx does it without SEF_DACL_AUTO_INHERIT. Without one the DACL is inherited.
 //  - SE_DACL_AUTO_INHERITED says that inherited entries are told from explicit ones. The named-security functions and
-//  the
-//    creation of files set it; a plain write of the descriptor (SetFileSecurity, restoring) only where
-//    SE_DACL_AUTO_INHERIT_REQ stands beside it.
+//    the creation of files without a DACL set it; a plain write of the descriptor (SetFileSecurity, restoring) only
+//    where SE_DACL_AUTO_INHERIT_REQ stands beside it.
 #include "win32/emulated/security/access.h"
 
 #include <algorithm>
@@ -92,7 +93,7 @@ void Copy(ByteView acl, Inherited inherited, const win32::GENERIC_MAPPING& mappi
   }
 }
 
-// One of the two ACLs of a new object, or of one whose inherited entries are computed anew.
+// One of the two ACLs of an object.
 struct NewAcl {
   bool present = false;
   bool failed = false;
@@ -100,6 +101,20 @@ struct NewAcl {
   WORD control = 0;
 };
 
+// What the creator of an object gives it.
+NewAcl GivenAcl(const AclBits& bits, WORD control, ByteView acl, const win32::GENERIC_MAPPING& mapping) {
+  NewAcl made;
+  made.present = true;
+  made.control = static_cast<WORD>(control & (bits.present | bits.isProtected));
+  if (acl.empty()) return made;  // a null ACL
+  AclBuilder copy;
+  Copy(acl, (control & bits.isProtected) != 0 ? Inherited::MakeExplicit : Inherited::Drop, mapping, copy);
+  made.bytes = copy.Take();
+  made.failed = made.bytes.empty();
+  return made;
+}
+
+// Of an object that inherits, or whose inherited entries are computed anew.
 NewAcl MakeAcl(const AclBits& bits, WORD ownControl, ByteView ownAcl, ByteView parentAcl, ByteView owner,
                ByteView group, bool isContainer, const win32::GENERIC_MAPPING& mapping) {
   NewAcl made;
@@ -130,9 +145,12 @@ Bytes NewObjectDescriptor(const Token& token, std::optional<ByteView> parent, st
   DescriptorView made;
   made.owner = own.owner.empty() ? ByteView(token.owner) : own.owner;
   made.group = own.group.empty() ? ByteView(token.primaryGroup) : own.group;
-  NewAcl dacl = MakeAcl(kDaclBits, own.control, own.dacl, above.dacl, made.owner, made.group, isContainer, mapping);
-  const NewAcl sacl =
-      MakeAcl(kSaclBits, own.control, own.sacl, above.sacl, made.owner, made.group, isContainer, mapping);
+  const auto aclOf = [&](const AclBits& bits, ByteView given, ByteView parentAcl) {
+    if ((own.control & bits.present) != 0) return GivenAcl(bits, own.control, given, mapping);
+    return MakeAcl(bits, 0, {}, parentAcl, made.owner, made.group, isContainer, mapping);
+  };
+  NewAcl dacl = aclOf(kDaclBits, own.dacl, above.dacl);
+  const NewAcl sacl = aclOf(kSaclBits, own.sacl, above.sacl);
   if (!dacl.present && !token.defaultDacl.empty()) {
     AclBuilder defaults;
     Copy(token.defaultDacl, Inherited::MakeExplicit, mapping, defaults);

@@ -80,21 +80,9 @@ Bytes Selected(ByteView descriptor, DWORD information) {
   return emulated::BuildDescriptor(view);
 }
 
-// A token may make itself and those of its groups that are marked so the owner, with SeRestorePrivilege anyone.
-bool MayOwn(const emulated::Token& token, ByteView sid) {
-  if (token.PrivilegeEnabled(emulated::Privilege::Restore)) return true;
-  const auto equal = [&](const emulated::Sid& own) {
-    return ByteView(own).size() == sid.size() && std::memcmp(own.data(), sid.data(), sid.size()) == 0;
-  };
-  if (equal(token.user)) return true;
-  for (const emulated::TokenGroup& group : token.groups)
-    if ((group.attributes & SE_GROUP_OWNER) != 0 && equal(group.sid)) return true;
-  return false;
-}
-
 DWORD CheckNewOwner(DWORD information, ByteView owner, ByteView group) {
   if ((information & OWNER_SECURITY_INFORMATION) != 0 &&
-      (owner.empty() || !MayOwn(Machine::Current().EffectiveToken(), owner)))
+      (owner.empty() || !MayMakeOwner(Machine::Current().EffectiveToken(), owner)))
     return ERROR_INVALID_OWNER;
   if ((information & GROUP_SECURITY_INFORMATION) != 0 && group.empty()) return ERROR_INVALID_PRIMARY_GROUP;
   return ERROR_SUCCESS;

@@ -4,6 +4,20 @@
 
 namespace emulated {
 
+namespace {
+
+// The setup writes security to what it has made: what is not protected has the inherited entries behind its own.
+Bytes WithOwn(ByteView made, ByteView own, ByteView parent, bool isDirectory) {
+  const Bytes owned = MergeDescriptor(made, own, win32::OWNER_SECURITY_INFORMATION | win32::GROUP_SECURITY_INFORMATION);
+  const auto view = ViewDescriptor(own);
+  if (owned.empty() || !view) return {};
+  const bool isProtected = (view->control & win32::SE_DACL_PROTECTED) != 0;
+  return ApplyDacl(owned, view->dacl, isProtected ? win32::PROTECTED_DACL_SECURITY_INFORMATION : 0, parent, isDirectory,
+                   kFileMapping);
+}
+
+}  // namespace
+
 VolumeBuilder::VolumeBuilder(Volume& volume, FileTime now) : volume_(volume), now_(now), system_(MakeSystemToken()) {}
 
 FileId VolumeBuilder::Make(std::u16string_view path, bool isDirectory, std::u16string_view sddl,
@@ -19,8 +33,8 @@ FileId VolumeBuilder::Make(std::u16string_view path, bool isDirectory, std::u16s
   if (const win32::DWORD error = volume_.GetSecurity(directory, parent)) return Fail(error), 0;
   std::optional<Bytes> own;
   if (!sddl.empty() && !(own = DescriptorFromText(sddl))) return Fail(win32::ERROR_INVALID_SECURITY_DESCR), 0;
-  const Bytes descriptor = NewObjectDescriptor(
-      *system_, ByteView(parent), own ? std::optional<ByteView>(*own) : std::nullopt, isDirectory, kFileMapping);
+  Bytes descriptor = NewObjectDescriptor(*system_, ByteView(parent), std::nullopt, isDirectory, kFileMapping);
+  if (own) descriptor = WithOwn(descriptor, *own, parent, isDirectory);
   if (const win32::DWORD error =
           volume_.Create(directory, path.substr(cut + 1), isDirectory, attributes, descriptor, now_, file))
     return Fail(error), 0;

@@ -67,25 +67,31 @@ bool HasLoneSurrogate(std::u16string_view text) {
   return false;
 }
 
-// Characters that the page lacks become the default character, one for each unit.
-bool ToCodePage(std::u16string_view text, UINT codePage, const char* defaultCharacter, std::string& bytes,
-                bool& usedDefault) {
+// A text in a code page, as far as there was room for it: whole characters only.
+struct Converted {
+  std::string bytes;
+  bool usedDefault = false;  // in these bytes
+  bool fits = true;
+};
+
+// Characters that the page lacks become the default character, one for each unit. False: there is no such page.
+bool ToCodePage(std::u16string_view text, UINT codePage, const char* defaultCharacter, std::size_t room,
+                Converted& converted) {
   thread_local Converter converter;
-  if (!converter.Use(codePage)) return false;
-  for (std::size_t i = 0; i < text.size(); ++i) {
-    if (text[i] < 0x80) {
-      bytes += static_cast<char>(text[i]);
-      continue;
-    }
+  if (codePage != CP_UTF8 && !converter.Use(codePage)) return false;
+  for (std::size_t i = 0; i < text.size();) {
     const std::size_t units = IsPair(text, i) ? 2 : 1;
-    const std::string converted = converter.Convert(text.substr(i, units));
-    if (converted.empty()) {
-      usedDefault = true;
-      for (std::size_t k = 0; k < units; ++k) bytes += defaultCharacter ? *defaultCharacter : '?';
-    } else {
-      bytes += converted;
-    }
-    i += units - 1;
+    const std::u16string_view character = text.substr(i, units);
+    std::string bytes = text[i] < 0x80        ? std::string(1, static_cast<char>(text[i]))
+                        : codePage == CP_UTF8 ? emulated::Utf8(character)
+                                              : converter.Convert(character);
+    const bool isMissing = bytes.empty();
+    if (isMissing) bytes.assign(units, defaultCharacter ? *defaultCharacter : '?');
+    converted.fits = bytes.size() <= room - converted.bytes.size();
+    if (!converted.fits) break;
+    converted.usedDefault = converted.usedDefault || isMissing;
+    converted.bytes += bytes;
+    i += units;
   }
   return true;
 }
@@ -113,20 +119,14 @@ int WideCharToMultiByte(UINT CodePage, DWORD dwFlags, const char16_t* lpWideChar
   // Characters that the page has only something like are never converted here, asked for or not.
   if ((dwFlags & ~(page == CP_UTF8 ? WC_ERR_INVALID_CHARS : WC_NO_BEST_FIT_CHARS)) != 0)
     return fail(ERROR_INVALID_FLAGS);
-  std::string bytes;
-  bool usedDefault = false;
-  if (page == CP_UTF8) {
-    if ((dwFlags & WC_ERR_INVALID_CHARS) != 0 && HasLoneSurrogate(text)) return fail(ERROR_NO_UNICODE_TRANSLATION);
-    bytes = emulated::Utf8(text);
-  } else if (!ToCodePage(text, page, lpDefaultChar, bytes, usedDefault)) {
-    return fail(ERROR_INVALID_PARAMETER);
-  }
-  if (lpUsedDefaultChar) *lpUsedDefaultChar = usedDefault ? TRUE : FALSE;
-  const auto size = static_cast<int>(bytes.size());
-  if (cbMultiByte == 0) return call.Return(size);
-  if (cbMultiByte < size) return fail(ERROR_INSUFFICIENT_BUFFER);
-  std::ranges::copy(bytes, lpMultiByteStr);
-  return call.Return(size);
+  if (page == CP_UTF8 && (dwFlags & WC_ERR_INVALID_CHARS) != 0 && HasLoneSurrogate(text))
+    return fail(ERROR_NO_UNICODE_TRANSLATION);
+  Converted converted;
+  const std::size_t room = cbMultiByte == 0 ? SIZE_MAX : static_cast<std::size_t>(cbMultiByte);
+  if (!ToCodePage(text, page, lpDefaultChar, room, converted)) return fail(ERROR_INVALID_PARAMETER);
+  if (lpUsedDefaultChar) *lpUsedDefaultChar = converted.usedDefault ? TRUE : FALSE;
+  if (cbMultiByte != 0) std::ranges::copy(converted.bytes, lpMultiByteStr);
+  return converted.fits ? call.Return(static_cast<int>(converted.bytes.size())) : fail(ERROR_INSUFFICIENT_BUFFER);
 }
 
 }  // namespace win32

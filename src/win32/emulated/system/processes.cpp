@@ -171,7 +171,9 @@ BOOL WTSEnumerateProcessesW(HANDLE hServer, DWORD Reserved, DWORD Version, WTS_P
   list.Add(machine.process, SidToTell(machine, machine.process));
   for (const emulated::Process& other : machine.others) list.Add(other, SidToTell(machine, other));
   *ppProcessInfo = list.Take(*pCount);
-  return call.Done(*ppProcessInfo ? ERROR_SUCCESS : ERROR_NOT_ENOUGH_MEMORY);
+  if (!*ppProcessInfo) return call.Done(ERROR_NOT_ENOUGH_MEMORY);
+  emulated::SetLastError(ERROR_SUCCESS);
+  return call.Return(TRUE);
 }
 
 // A refused call frees all the same, as LocalFree does.
