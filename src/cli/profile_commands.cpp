@@ -10,6 +10,7 @@
 #include "profiles/shared_profiles.h"
 #include "profiles/user_profile.h"
 #include "report/console.h"
+#include "report/debugger.h"
 #include "report/log.h"
 #include "text/ascii_case.h"
 #include "win32/system.h"
@@ -75,7 +76,7 @@ int RunRemoval(const Invocation& invocation) {
 }
 
 int RunSetting(const Invocation& invocation) {
-  win32::OutputDebugStringW(u"Before AutoRedirectNewUserProfile");
+  TellDebugger(u"Before AutoRedirectNewUserProfile");
   const char16_t* const location = invocation.line.arguments.front().c_str();
   if (IsVolumePath(location)) {
     ConsolePrint(u"AutoRedirectNewUserProfile cannot be done on volume.");
@@ -87,7 +88,7 @@ int RunSetting(const Invocation& invocation) {
     mediaSharing.Begin();
     result = SetAutoRedirection(location, !invocation.table.vistaOrLater || invocation.line.Has(kBothProfiles));
   }
-  win32::OutputDebugStringW(u"After AutoRedirectNewUserProfile");
+  TellDebugger(u"After AutoRedirectNewUserProfile");
   return result;
 }
 
@@ -104,7 +105,7 @@ int RunRedirectUP(const Invocation& invocation) {
   if (invocation.line.arguments.empty()) return ListRedirectedProfiles() ? 0 : 1;
   if (ProfileSwitchIsMistyped(invocation)) return RefuseParameters(StringId::RedirectUPUsage);
   if (RefusedWhileFrozen(invocation)) return 0;
-  win32::OutputDebugStringW(
+  TellDebugger(
       (u"RedirectUserProfile() User: " + ProfileName(invocation) + u" & TargetDir: " + invocation.line.arguments.back())
           .c_str());
   const char16_t* const location = invocation.line.arguments.back().c_str();

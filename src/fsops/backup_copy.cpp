@@ -9,6 +9,7 @@
 #include "links/junction.h"
 #include "links/presence.h"
 #include "links/reparse_data.h"
+#include "report/debugger.h"
 #include "report/log.h"
 #include "text/format.h"
 #include "text/path_text.h"
@@ -50,7 +51,7 @@ Copied StreamsCopied(bool copied) { return copied ? Copied::Streams : Copied::Fa
 // To the debugger only.
 void Trace(FormatFor<std::u16string> format, const std::u16string& path) {
   constexpr std::size_t kTraceBuffer = 512;
-  win32::OutputDebugStringW(CutToBuffer(FormatText<std::u16string>(format, path), kTraceBuffer).c_str());
+  TellDebugger(CutToBuffer(FormatText<std::u16string>(format, path), kTraceBuffer).c_str());
 }
 
 // Makes the directory, or takes the one that is there. A path too long for the plain form is written with "\\?\" from
@@ -108,7 +109,10 @@ bool CopyChunks(const AccessTimeKeepingFile& source, const AccessTimeKeepingFile
     }
   }
   win32::DWORD left = 0;
-  if (read == 0 || (reader.Read(buffer.get(), chunk, left) && left == 0)) return true;
+  if (read == 0) return true;
+  const bool told = reader.Read(buffer.get(), chunk, left);
+  if (told && left == 0) return true;
+  if (told) IsInvalidStream();
   Trace(kReadFailed, sourcePath);
   return false;
 }
@@ -137,9 +141,12 @@ Copied CopyContents(const std::u16string& sourcePath, const std::u16string& targ
       CopyChunks(source, target, std::clamp(size, kStreamHeaderSize, kBufferSize), sourcePath, targetPath));
 }
 
+// The shell sets no last error, nor are its codes errors of the system.
 bool CopyEncryptedFile(const std::u16string& source, const std::u16string& target) {
-  if (source.size() >= win32::MAX_PATH || target.size() >= win32::MAX_PATH)
-    return false;  // the shell takes no longer paths
+  if (source.size() >= win32::MAX_PATH || target.size() >= win32::MAX_PATH) {  // it takes no longer paths
+    win32::SetLastError(win32::ERROR_FILENAME_EXCED_RANGE);
+    return false;
+  }
   const std::u16string from = source + std::u16string(2, u'\0');
   const std::u16string to = target + std::u16string(2, u'\0');
   win32::SHFILEOPSTRUCTW operation{};
@@ -147,8 +154,11 @@ bool CopyEncryptedFile(const std::u16string& source, const std::u16string& targe
   operation.pFrom = from.c_str();
   operation.pTo = to.c_str();
   operation.fFlags = win32::FOF_SILENT | win32::FOF_NOCONFIRMATION;
-  return win32::SHFileOperationW(&operation) == 0 && !operation.fAnyOperationsAborted &&
-         CopyFileTimesAndAttributes(source, target) && CopyParentDirectoryTimes(source, target);
+  if (win32::SHFileOperationW(&operation) != 0 || operation.fAnyOperationsAborted) {
+    win32::SetLastError(win32::ERROR_WRITE_FAULT);
+    return false;
+  }
+  return CopyFileTimesAndAttributes(source, target) && CopyParentDirectoryTimes(source, target);
 }
 
 bool CopyEncryptedDirectory(const std::u16string& source, const std::u16string& target) {
@@ -170,7 +180,7 @@ class StreamCopy {
       // A read that fails is a failure even if it brought no byte: it does not say that this is the end.
       if (!reader_.Read(buffer_.get(), kStreamHeaderSize, read)) return false;
       if (read == 0) return writer_.Write(buffer_.get(), 0);
-      if (read != kStreamHeaderSize) return false;
+      if (read != kStreamHeaderSize) return IsInvalidStream();
       const win32::WIN32_STREAM_ID header = StreamHeaderAt(buffer_.get());
       if (header.dwStreamId == win32::BACKUP_REPARSE_DATA && !withReparseData_) {
         if (!ReadPiece(SizeOf(header))) return false;
@@ -182,13 +192,13 @@ class StreamCopy {
 
  private:
   bool CopyBody(const win32::WIN32_STREAM_ID& header) {
-    if ((header.dwStreamAttributes & win32::STREAM_MODIFIED_WHEN_READ) != 0) return false;
+    if ((header.dwStreamAttributes & win32::STREAM_MODIFIED_WHEN_READ) != 0) return IsInvalidStream();
     const std::uint64_t size = SizeOf(header);
-    if (size > static_cast<std::uint64_t>(INT64_MAX)) return false;
+    if (size > static_cast<std::uint64_t>(INT64_MAX)) return IsInvalidStream();
     switch (header.dwStreamId) {
       case win32::BACKUP_INVALID:
       case win32::BACKUP_LINK:
-        return false;
+        return IsInvalidStream();
       case win32::BACKUP_SECURITY_DATA:
       case win32::BACKUP_OBJECT_ID:
       case win32::BACKUP_REPARSE_DATA:
@@ -204,10 +214,11 @@ class StreamCopy {
 
   bool ReadPiece(std::uint64_t size) {
     win32::DWORD read = 0;
-    return size <= kBufferSize && reader_.Read(buffer_.get(), static_cast<win32::DWORD>(size), read) && read == size;
+    if (size > kBufferSize) return IsInvalidStream();
+    return reader_.Read(buffer_.get(), static_cast<win32::DWORD>(size), read) && (read == size || IsInvalidStream());
   }
   // What is one unit to Windows and always small; more than the buffer holds is no such thing.
-  bool CopyWhole(std::uint64_t size) { return size <= kBufferSize && CopyPieces(size); }
+  bool CopyWhole(std::uint64_t size) { return size <= kBufferSize ? CopyPieces(size) : IsInvalidStream(); }
   bool CopyPieces(std::uint64_t size) {
     while (size > 0) {
       const auto piece = static_cast<win32::DWORD>(std::min<std::uint64_t>(size, kBufferSize));

@@ -10,21 +10,11 @@
 #include "win32/handle.h"
 
 // The end of a copy leaves the last error as it was: it tells why the copy has failed.
-class LastErrorKept {
- public:
-  LastErrorKept() : error_(win32::GetLastError()) {}
-  ~LastErrorKept() { win32::SetLastError(error_); }
-  LastErrorKept(const LastErrorKept&) = delete;
-  LastErrorKept& operator=(const LastErrorKept&) = delete;
-
- private:
-  const win32::DWORD error_;
-};
 
 // A file whose last-access time the use of this handle does not change: the file system is told so before it is closed.
 struct AccessTimeKeepingTraits : win32::FileHandleTraits {
   static void Close(Type handle) {
-    const LastErrorKept error;
+    const win32::LastErrorKept error;
     const win32::FILETIME keep{0xFFFFFFFF, 0xFFFFFFFF};
     win32::SetFileTime(handle, nullptr, &keep, nullptr);
     win32::CloseHandle(handle);
@@ -41,6 +31,11 @@ inline win32::WIN32_STREAM_ID StreamHeaderAt(const win32::BYTE* bytes) {
   std::memcpy(&header, bytes, kStreamHeaderSize);
   return header;
 }
+// False, with a last error: what a backup gave is not as it should be, and no call has failed that would say so.
+inline bool IsInvalidStream() {
+  win32::SetLastError(win32::ERROR_INVALID_DATA);
+  return false;
+}
 inline std::uint64_t SizeOf(const win32::WIN32_STREAM_ID& header) {
   return static_cast<std::uint64_t>(header.Size.QuadPart);
 }
@@ -51,7 +46,7 @@ class BackupReader {
   explicit BackupReader(const AccessTimeKeepingFile& file) : file_(file.get()) {}
   ~BackupReader() {
     if (!context_) return;
-    const LastErrorKept error;
+    const win32::LastErrorKept error;
     win32::DWORD count = 0;
     win32::BackupRead(file_, nullptr, 0, &count, win32::TRUE, win32::TRUE, &context_);
   }
@@ -74,17 +69,19 @@ class BackupWriter {
   explicit BackupWriter(const AccessTimeKeepingFile& file) : file_(file.get()) {}
   ~BackupWriter() {
     if (!context_) return;
-    const LastErrorKept error;
+    const win32::LastErrorKept error;
     win32::DWORD count = 0;
     win32::BackupWrite(file_, nullptr, 0, &count, win32::TRUE, win32::TRUE, &context_);
   }
   BackupWriter(const BackupWriter&) = delete;
   BackupWriter& operator=(const BackupWriter&) = delete;
 
-  // False when the call failed or wrote less than all.
+  // False, with the last error, when the call failed or wrote less than all.
   bool Write(win32::BYTE* buffer, win32::DWORD count) {
     win32::DWORD written = 0;
-    return win32::BackupWrite(file_, buffer, count, &written, win32::FALSE, win32::TRUE, &context_) && written == count;
+    if (!win32::BackupWrite(file_, buffer, count, &written, win32::FALSE, win32::TRUE, &context_)) return false;
+    if (written != count) win32::SetLastError(win32::ERROR_WRITE_FAULT);
+    return written == count;
   }
 
  private:

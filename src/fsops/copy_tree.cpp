@@ -290,11 +290,13 @@ bool TreeCopy::CopyItem(const TreeEntry& entry, const std::u16string& target, co
                                   .isEncrypted = entry.IsEncrypted(),
                                   .leaveParentTimes = true}) != 0;
   if (!copied && !flags_.continueOnError) return false;
+  const win32::DWORD error = win32::GetLastError();
   // A link's own DACL came with the backup copy, as one that cannot be written; what is brought back gets the one that
   // it had.
   if (!entry.IsLink() && !bringsBack_ && CarryDacl(entry.path, target, flags_.allowInheritance) == DaclCopy::NotRead)
     return false;
   changedFolders_.try_emplace(ParentPath(entry.path), entry.path, target);
+  if (!copied) win32::SetLastError(error);
   return copied;
 }
 
@@ -393,11 +395,13 @@ bool TreeCopy::RecreateLink(const TreeEntry& link, const std::u16string& newLink
   const bool isSymbolicLink = link.IsSymbolicLink();
   if (!(isSymbolicLink ? GetFinalTargetPath(link.path.c_str(), text) : GetJunctionTarget(link.path.c_str(), text)))
     return false;
-  if (text.empty()) return false;
-  // Windows would write the device into the link.
-  if (isSymbolicLink && IsDeviceName(LastComponent(text))) return false;
-  // A mount point of a volume that is not there now: its text has lost the backslash that makes it the volume's root.
-  if (text.starts_with(u"Volume{") && text.find(u'\\') == std::u16string::npos) return false;
+  // Windows would write the device into a link. A mount point of a volume that is not there now: its text has lost the
+  // backslash that makes it the volume's root.
+  if (text.empty() || (isSymbolicLink && IsDeviceName(LastComponent(text))) ||
+      (text.starts_with(u"Volume{") && text.find(u'\\') == std::u16string::npos)) {
+    win32::SetLastError(win32::ERROR_INVALID_NAME);
+    return false;
+  }
   if (!flags_.copyOnly) text = ReplaceFolder(text, roots_.sourceBase(), roots_.targetBase());
   if (text.back() == u':') text += u'\\';  // the root of a drive, not the current folder on it
   // Of the kind that it is, whatever it leads to: a link to a file is deleted as a file, by whoever comes next, too.

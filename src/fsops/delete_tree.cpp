@@ -21,6 +21,7 @@ class ReadOnlyLifted {
       win32::SetFileAttributesW(path_.c_str(), attributes_ & ~win32::FILE_ATTRIBUTE_READONLY);
   }
   void PutBack() const {
+    const win32::LastErrorKept error;  // why it does not go
     if (attributes_ != win32::INVALID_FILE_ATTRIBUTES) win32::SetFileAttributesW(path_.c_str(), attributes_);
   }
 

@@ -31,17 +31,20 @@ FolderDescriptor ReadDescriptor(const std::u16string& folder) {
   const AccessTimeKeepingFile file = OpenFolderItself(folder, win32::GENERIC_READ);
   if (!file) return {};
   BackupReader reader(file);
-  win32::BYTE bytes[kStreamHeaderSize];
+  win32::BYTE bytes[kStreamHeaderSize] = {};
   win32::DWORD read = 0;
-  if (!reader.Read(bytes, kStreamHeaderSize, read) || read != kStreamHeaderSize) return {};
+  if (!reader.Read(bytes, kStreamHeaderSize, read)) return {};
   const win32::WIN32_STREAM_ID header = StreamHeaderAt(bytes);
-  if (header.dwStreamId != win32::BACKUP_SECURITY_DATA || header.dwStreamNameSize != 0 ||
-      SizeOf(header) < kSmallestDescriptor || SizeOf(header) > kLargestDescriptor)
+  if (read != kStreamHeaderSize || header.dwStreamId != win32::BACKUP_SECURITY_DATA || header.dwStreamNameSize != 0 ||
+      SizeOf(header) < kSmallestDescriptor || SizeOf(header) > kLargestDescriptor) {
+    IsInvalidStream();
     return {};
+  }
   FolderDescriptor descriptor(SizeOf(header));
   const auto size = static_cast<win32::DWORD>(descriptor.size());
-  if (!reader.Read(descriptor.data(), size, read) || read != size) return {};
-  return descriptor;
+  if (!reader.Read(descriptor.data(), size, read)) return {};
+  if (read == size || IsInvalidStream()) return descriptor;
+  return {};
 }
 
 bool WriteDescriptor(const std::u16string& folder, FolderDescriptor descriptor) {
@@ -135,26 +138,27 @@ bool SavedFolder::Read(const std::u16string& folder, Streams& streams) {
     const std::size_t start = bytes.size();
     win32::DWORD read = 0;
     bytes.resize(start + kStreamHeaderSize);
-    if (!reader.Read(bytes.data() + start, kStreamHeaderSize, read) || (read != 0 && read != kStreamHeaderSize))
-      return false;
+    if (!reader.Read(bytes.data() + start, kStreamHeaderSize, read)) return false;
+    if (read != 0 && read != kStreamHeaderSize) return IsInvalidStream();
     if (read == 0) {
       bytes.resize(start);
-      return !streams.descriptor.empty();
+      return !streams.descriptor.empty() || IsInvalidStream();
     }
     const win32::WIN32_STREAM_ID header = StreamHeaderAt(bytes.data() + start);
-    if (header.dwStreamId == win32::BACKUP_DATA && SizeOf(header) != 0) return false;  // a file, and no link
+    if (header.dwStreamId == win32::BACKUP_DATA && SizeOf(header) != 0) return IsInvalidStream();  // a file
     std::uint64_t left = SizeOf(header) + header.dwStreamNameSize;
     while (left > 0) {
       const auto piece = static_cast<win32::DWORD>(std::min<std::uint64_t>(left, kPiece));
       const std::size_t end = bytes.size();
       bytes.resize(end + piece);
-      if (!reader.Read(bytes.data() + end, piece, read) || read != piece) return false;
+      if (!reader.Read(bytes.data() + end, piece, read)) return false;
+      if (read != piece) return IsInvalidStream();
       left -= piece;
     }
     const win32::BYTE* const body = std::as_const(bytes).data() + start + kStreamHeaderSize;
     if (header.dwStreamId == win32::BACKUP_SECURITY_DATA) {
       streams.descriptor.assign(body, body + SizeOf(header));
-      if (streams.descriptor.size() < kSmallestDescriptor) return false;
+      if (streams.descriptor.size() < kSmallestDescriptor) return IsInvalidStream();
       KeepInheritanceMark(bytes.data() + start + kStreamHeaderSize);
     } else if (header.dwStreamId == win32::BACKUP_ALTERNATE_DATA) {
       std::u16string name(header.dwStreamNameSize / sizeof(char16_t), u'\0');

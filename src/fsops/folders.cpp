@@ -40,10 +40,13 @@ void CreatedFolders::RemoveIfEmpty() const {
 
 bool RemoveEmptyFolder(const std::u16string& folder) {
   if (win32::RemoveDirectoryW(folder.c_str())) return true;
-  const Look look = LookAt(folder);
-  if (!look.Has(win32::FILE_ATTRIBUTE_READONLY)) return false;
-  win32::SetFileAttributesW(folder.c_str(), look.attributes & ~win32::FILE_ATTRIBUTE_READONLY);
-  if (win32::RemoveDirectoryW(folder.c_str())) return true;
-  win32::SetFileAttributesW(folder.c_str(), look.attributes);
+  win32::DWORD error = win32::GetLastError();
+  if (const Look look = LookAt(folder); look.Has(win32::FILE_ATTRIBUTE_READONLY)) {
+    win32::SetFileAttributesW(folder.c_str(), look.attributes & ~win32::FILE_ATTRIBUTE_READONLY);
+    if (win32::RemoveDirectoryW(folder.c_str())) return true;
+    error = win32::GetLastError();
+    win32::SetFileAttributesW(folder.c_str(), look.attributes);
+  }
+  win32::SetLastError(error);
   return false;
 }

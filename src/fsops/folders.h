@@ -29,6 +29,6 @@ class CreatedFolders {
   std::vector<std::u16string> missing_;  // the deepest first
 };
 
-// Removes an empty folder, a read-only one, too. False when it is not empty or cannot be removed; nothing has changed
-// then.
+// Removes an empty folder, a read-only one, too. False, with the last error, when it is not empty or cannot be removed;
+// nothing has changed then.
 bool RemoveEmptyFolder(const std::u16string& folder);

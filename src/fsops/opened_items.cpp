@@ -8,7 +8,7 @@
 
 bool OpenedItems::Open(const std::u16string& path, bool isFolder) {
   const FolderDescriptor own = ReadDescriptor(path);
-  const FolderDescriptor opened = OpenToAdministrators(own);
+  const FolderDescriptor opened = own.empty() ? FolderDescriptor() : OpenToAdministrators(own);
   if (opened.empty() || !WriteDescriptor(path, opened))
     return LogSystemFailure(u"#ERROR: Unable to let administrators into %ls. ", path);
   items_.push_back({path, own, isFolder});

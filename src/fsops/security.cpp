@@ -6,6 +6,7 @@
 
 #include "links/presence.h"
 #include "probes/privileges.h"
+#include "report/debugger.h"
 #include "report/lines.h"
 #include "report/log.h"
 #include "text/format.h"
@@ -20,7 +21,7 @@ constexpr win32::DWORD kOwnerAndDacl = win32::OWNER_SECURITY_INFORMATION | win32
 // To the debugger only.
 void Trace(FormatFor<std::u16string> format, const std::u16string& path) {
   constexpr std::size_t kTraceBuffer = 1024;
-  win32::OutputDebugStringW(CutToBuffer(FormatText<std::u16string>(format, path), kTraceBuffer).c_str());
+  TellDebugger(CutToBuffer(FormatText<std::u16string>(format, path), kTraceBuffer).c_str());
 }
 
 bool IsInherited(void* ace) {
@@ -109,9 +110,9 @@ bool RestoreMoved(const std::u16string& path, const SecurityBlock& block, std::u
 
 // No violation of what another process shares keeps the file from being opened so.
 int IsSharedFor(const std::u16string& path, win32::DWORD access, win32::DWORD share, win32::DWORD flags) {
-  win32::SetLastError(win32::ERROR_SUCCESS);  // an open that succeeds need not set it
   const win32::UniqueFile file{
       win32::CreateFileW(path.c_str(), access, share, nullptr, win32::OPEN_EXISTING, flags, nullptr)};
+  if (file) return 1;
   const win32::DWORD error = win32::GetLastError();
   return error == win32::ERROR_SHARING_VIOLATION || error == win32::ERROR_LOCK_VIOLATION ? 0 : 1;
 }
@@ -154,7 +155,9 @@ DaclCopy CopyReadableDacl(const std::u16string& source, const std::u16string& ta
                                       ? win32::UNPROTECTED_DACL_SECURITY_INFORMATION
                                       : win32::PROTECTED_DACL_SECURITY_INFORMATION;
   const win32::DWORD error = SetDacl(target, win32::DACL_SECURITY_INFORMATION | protection, dacl);
-  return error == win32::ERROR_SUCCESS ? DaclCopy::Written : DaclCopy::NotWritten;
+  if (error == win32::ERROR_SUCCESS) return DaclCopy::Written;
+  win32::SetLastError(error);
+  return DaclCopy::NotWritten;
 } catch (const std::exception&) {
   return DaclCopy::NotWritten;
 }

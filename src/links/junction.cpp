@@ -6,6 +6,7 @@
 #include "links/mounted_folder.h"
 #include "links/reparse_data.h"
 #include "probes/privileges.h"
+#include "report/debugger.h"
 #include "report/lines.h"
 #include "report/log.h"
 #include "text/format.h"
@@ -62,8 +63,7 @@ int CreateJunctionAt(const std::u16string& junction, const std::u16string& subst
   win32::UniqueFile directory{win32::CreateFileW(junction.c_str(), win32::GENERIC_WRITE, 0, nullptr,
                                                  win32::OPEN_EXISTING, kOpenLinkFlags, nullptr)};
   if (!directory) {
-    win32::OutputDebugStringW(
-        FormatText(u"#ERROR: CreateJunction: CreateFile() Failed for path = %s", junction).c_str());
+    TellDebugger(FormatText(u"#ERROR: CreateJunction: CreateFile() Failed for path = %s", junction).c_str());
     return 0;
   }
   if (WriteReparseData(directory, MountPointData(substituteName))) return 1;
@@ -208,8 +208,10 @@ int GetJunctionTarget(const char16_t* path, std::u16string& target) try {
 int CreateSymbolicLinkEntry(const char16_t* link, const char16_t* target, const SymbolicLinkOptions& options) try {
   if (!link || !target) return 0;
   // A path that does not fit would be cut to another one.
-  if (std::u16string_view(link).size() >= win32::MAX_PATH || std::u16string_view(target).size() >= win32::MAX_PATH)
+  if (std::u16string_view(link).size() >= win32::MAX_PATH || std::u16string_view(target).size() >= win32::MAX_PATH) {
+    win32::SetLastError(win32::ERROR_FILENAME_EXCED_RANGE);
     return 0;
+  }
   const win32::UniqueLibrary kernel{win32::LoadLibraryW(u"Kernel32.dll")};
   if (!kernel) return 0;
   const auto createSymbolicLink =

@@ -2,6 +2,7 @@
 
 #include <array>
 
+#include "report/debugger.h"
 #include "text/path_text.h"
 #include "win32/system.h"
 #include "win32/volume.h"
@@ -22,6 +23,6 @@ int DriveMap::GetFsFileName(const std::u16string& devicePath, std::u16string& pa
       path = std::u16string(1, letter) + u":" + devicePath.substr(device.size());
       return 1;
     }
-  win32::OutputDebugStringW(u"\n GetFsFileName Failed.... :( \n");
+  TellDebugger(u"\n GetFsFileName Failed.... :( \n");
   return 0;
 }

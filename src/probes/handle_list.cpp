@@ -5,6 +5,7 @@
 
 #include "probes/handle_names.h"
 #include "probes/nt_dll.h"
+#include "report/debugger.h"
 #include "win32/system.h"
 
 namespace {
@@ -48,7 +49,7 @@ bool HandleList::Read() {
   constexpr std::size_t kFirst = offsetof(win32::SYSTEM_HANDLE_INFORMATION, Handles);
   const std::size_t count =
       std::min<std::size_t>(header->NumberOfHandles, (table_.size() - kFirst) / sizeof(HandleRecord));
-  if (count == 0) win32::OutputDebugStringW(u"No handle information\n");
+  if (count == 0) TellDebugger(u"No handle information\n");
   for (std::size_t index = 0; index < count; ++index) {
     HandleRecord record;
     std::memcpy(&record, table_.data() + kFirst + index * sizeof record, sizeof record);

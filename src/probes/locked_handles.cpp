@@ -9,14 +9,13 @@
 #include "probes/handle_names.h"
 #include "probes/nt_dll.h"
 #include "probes/system_process_information.h"
+#include "report/debugger.h"
 #include "text/ascii_case.h"
 #include "text/format.h"
 #include "text/path_text.h"
 #include "win32/system.h"
 
 namespace {
-
-void Trace(const char16_t* text) { win32::OutputDebugStringW(text); }
 
 constexpr const char16_t* kNoPath = u"***_Invalid_Path_***";  // the name of nothing
 
@@ -83,21 +82,21 @@ class Walk {
 };
 
 void TraceUnknown(win32::DWORD code) try {
-  Trace(FormatText(u"\n UNKNOWN_EXCEPTION. Error Code: %d", code).c_str());
+  TellDebugger(FormatText(u"\n UNKNOWN_EXCEPTION. Error Code: %d", code).c_str());
 } catch (const std::exception&) {
-  Trace(u"\n UNKNOWN_EXCEPTION.");
+  TellDebugger(u"\n UNKNOWN_EXCEPTION.");
 }
 
 win32::LONG ExceptionHandler(win32::DWORD code) {
-  Trace(u"\n ===>>> In ExceptionHandler:: Caught exception");
+  TellDebugger(u"\n ===>>> In ExceptionHandler:: Caught exception");
   if (code == win32::EXCEPTION_ACCESS_VIOLATION)
-    Trace(u"\n EXCEPTION_ACCESS_VIOLATION");
+    TellDebugger(u"\n EXCEPTION_ACCESS_VIOLATION");
   else if (code == win32::EXCEPTION_STACK_OVERFLOW)
-    Trace(u"\n EXCEPTION_STACK_OVERFLOW");
+    TellDebugger(u"\n EXCEPTION_STACK_OVERFLOW");
   else if (code == win32::EXCEPTION_BREAKPOINT)
-    Trace(u"\n EXCEPTION_BREAKPOINT");
+    TellDebugger(u"\n EXCEPTION_BREAKPOINT");
   else if (code == win32::EXCEPTION_ARRAY_BOUNDS_EXCEEDED)
-    Trace(u"\n EXCEPTION_ARRAY_BOUNDS_EXCEEDED");
+    TellDebugger(u"\n EXCEPTION_ARRAY_BOUNDS_EXCEEDED");
   else
     TraceUnknown(code);
   return win32::EXCEPTION_EXECUTE_HANDLER;
@@ -110,7 +109,7 @@ bool Run(Walk& walk) try {
                                      ExceptionHandler))
     return true;
   CloseWhatWasAsked();
-  Trace(u"\n Exception in unmanaged GetLockedFilesList()");
+  TellDebugger(u"\n Exception in unmanaged GetLockedFilesList()");
   return false;
 } catch (const std::exception&) {
   return false;
@@ -118,9 +117,9 @@ bool Run(Walk& walk) try {
 
 // False: an exception has ended the walk, and what it had found by then is all there is.
 bool GetLockedFilesList(Walk& walk) {
-  Trace(u"\n Inside unmanaged GetLockedFilesList()");
+  TellDebugger(u"\n Inside unmanaged GetLockedFilesList()");
   const bool completed = Run(walk);
-  Trace(u"\n Outside unmanaged GetLockedFilesList()");
+  TellDebugger(u"\n Outside unmanaged GetLockedFilesList()");
   return completed;
 }
 
@@ -134,15 +133,15 @@ bool WalkHandles(const char16_t* firstPath, const char16_t* secondPath, LockedPa
 }  // namespace
 
 int GetLockedFilesAndFoldersList(const char16_t* firstPath, const char16_t* secondPath, LockedPaths& locked) {
-  Trace(u"\n Start of unmanaged GetLockedFilesAndFoldersList()");
+  TellDebugger(u"\n Start of unmanaged GetLockedFilesAndFoldersList()");
   locked.count = 0;
-  Trace(u"\n Unmanaged GetLockedFilesAndFoldersList():: Before GetLockedFilesList()");
+  TellDebugger(u"\n Unmanaged GetLockedFilesAndFoldersList():: Before GetLockedFilesList()");
   if (WalkHandles(firstPath, secondPath, locked)) {
-    Trace(u"\n Unmanaged GetLockedFilesAndFoldersList():: After GetLockedFilesList()");
-    Trace(u"\n Unmanaged GetLockedFilesAndFoldersList():: Added empty record");  // traced although none is added
+    TellDebugger(u"\n Unmanaged GetLockedFilesAndFoldersList():: After GetLockedFilesList()");
+    TellDebugger(u"\n Unmanaged GetLockedFilesAndFoldersList():: Added empty record");  // traced although none is added
   } else {
-    Trace(u"\n Exception in GetLockedFilesAndFoldersList()");
+    TellDebugger(u"\n Exception in GetLockedFilesAndFoldersList()");
   }
-  Trace(u"\n End of unmanaged GetLockedFilesAndFoldersList()");
+  TellDebugger(u"\n End of unmanaged GetLockedFilesAndFoldersList()");
   return 0;
 }

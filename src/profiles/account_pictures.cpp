@@ -9,6 +9,7 @@
 #include "links/presence.h"
 #include "probes/services.h"
 #include "report/console.h"
+#include "report/debugger.h"
 #include "text/format.h"
 #include "win32/handle.h"
 
@@ -19,7 +20,7 @@ constexpr win32::DWORD kWaitForInstance = 20000;
 constexpr int kRecordSize = 2048;
 using Record = std::array<char, kRecordSize>;
 
-void Trace(const std::u16string& text) { win32::OutputDebugStringW(text.c_str()); }
+void Trace(const std::u16string& text) { TellDebugger(text.c_str()); }
 
 // The length in the ANSI code page, and the bytes where they are asked for (not null). 0 when the page lacks one of the
 // characters: whatever Windows put in its place would make the path that of something else.

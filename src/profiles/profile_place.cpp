@@ -8,6 +8,7 @@
 #include "links/presence.h"
 #include "profiles/profiles_location.h"
 #include "profiles/recorded_home.h"
+#include "report/debugger.h"
 #include "report/lines.h"
 #include "report/log.h"
 #include "text/path_text.h"
@@ -115,7 +116,7 @@ bool ProfilePlace::TakeFormerPlace() {
 // security, and off the volume that is mounted there.
 bool ProfilePlace::RenameToFormerPlace() const {
   if (win32::MoveFileW(path_.c_str(), side_.place().c_str())) return true;
-  win32::OutputDebugStringW(u"****Move File Failed...trying to rename again.");
+  TellDebugger(u"****Move File Failed...trying to rename again.");
   win32::Sleep(2000);
   return Rename(path_, side_.place());
 }

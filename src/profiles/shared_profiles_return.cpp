@@ -34,8 +34,10 @@ struct ItemFacts : TreeEntry {
 bool ReadFacts(const std::u16string& path, ItemFacts& facts) {
   win32::WIN32_FIND_DATAW found{};
   const win32::UniqueFind find{win32::FindFirstFileW(path.c_str(), &found)};
-  facts = {};
-  if (!find) return MeansGone(win32::GetLastError());
+  if (!find) {
+    facts = {};
+    return MeansGone(win32::GetLastError());
+  }
   facts = {
       {path, found.dwFileAttributes, found.dwReserved0, std::uint64_t{found.nFileSizeHigh} << 32 | found.nFileSizeLow},
       true,
@@ -46,7 +48,7 @@ bool ReadFacts(const std::u16string& path, ItemFacts& facts) {
 bool IsPlainFile(const TreeEntry& entry) { return !entry.IsDirectory() && !entry.IsReparsePoint(); }
 
 // "C:\x\letter.doc" as "C:\x\letter (old).doc", or "(old 2)" and so on, a long name cut: one that is free below `root`
-// and below `otherRoot`. Empty when all these are taken.
+// and below `otherRoot`. Empty, with the last error, when all these are taken.
 std::u16string NameAside(const std::u16string& path, const std::u16string& root, const std::u16string& otherRoot) {
   const std::size_t name = path.rfind(u'\\') + 1;
   const std::size_t dot = path.rfind(u'.');
@@ -56,11 +58,12 @@ std::u16string NameAside(const std::u16string& path, const std::u16string& root,
   for (int number = 1; number <= kTries; ++number) {
     const std::u16string mark = number == 1 ? u" (old)" : FormatText(u" (old %d)", number);
     const std::size_t others = mark.size() + path.size() - end;
-    if (others >= kLongestName) return {};
+    if (others >= kLongestName) break;
     const std::u16string start = path.substr(0, name) + path.substr(name, std::min(end - name, kLongestName - others));
     std::u16string aside(ExtendedPath(start + mark + path.substr(end)));
     if (IsGone(aside) && IsGone(PathBelow(aside, root, otherRoot))) return aside;
   }
+  win32::SetLastError(win32::ERROR_ALREADY_EXISTS);
   return {};
 }
 
@@ -186,9 +189,9 @@ bool SharedProfileReturn::CarryDescriptors() const {
     const bool isReadOnly = look.Has(win32::FILE_ATTRIBUTE_READONLY);
     if (isReadOnly) win32::SetFileAttributesW(old.path.c_str(), look.attributes & ~win32::FILE_ATTRIBUTE_READONLY);
     const bool written = WriteDescriptor(old.path, ReadDescriptor(old.name));
+    if (!written) LogWithSystemError(u"#ERROR: Unable to give the file %ls the access rights that it had. ", old.path);
     if (isReadOnly) win32::SetFileAttributesW(old.path.c_str(), look.attributes);
-    if (written) continue;
-    return LogSystemFailure(u"#ERROR: Unable to give the file %ls the access rights that it had. ", old.path);
+    if (!written) return false;
   }
   return true;
 }

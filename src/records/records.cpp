@@ -6,6 +6,7 @@
 #include <limits>
 
 #include "report/console.h"
+#include "report/debugger.h"
 #include "report/lines.h"
 #include "report/log.h"
 #include "text/path_text.h"
@@ -22,7 +23,7 @@ std::u16string ListKey(int isFile) {
 
 template <typename... Arguments>
 void DebugOutput(FormatFor<Arguments...> format, const Arguments&... arguments) {
-  win32::OutputDebugStringW(FormatText<Arguments...>(format, arguments...).c_str());
+  TellDebugger(FormatText<Arguments...>(format, arguments...).c_str());
 }
 
 // The number that a name begins with, as C's conversion reads it, but without its limit: a number that stood still at

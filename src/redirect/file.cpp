@@ -164,7 +164,8 @@ bool FileRedirection::CopyBack() {
   const bool made = back.Make(places_.realTarget);
   if (made) {
     const bool sameTimes = CopyTimesAndAttributes(places_.realTarget, back.path());
-    if (!WriteSecurityInfo(back.path(), sourceSecurity_) || !sameTimes)
+    if (!sameTimes) LogMetadataFailed(places_.realTarget, places_.source);
+    if (!WriteSecurityInfo(back.path(), sourceSecurity_) && sameTimes)
       LogMetadataFailed(places_.realTarget, places_.source);
     if (PutBack(back)) {
       // What a power failure could still take from the source stays at the target.

@@ -97,6 +97,7 @@ bool CopyBeside::Make(const std::u16string& from) {
     if (CopyContents(from, path_)) {
       file_.reset(win32::CreateFileW(path_.c_str(), win32::GENERIC_WRITE, kShareAll, nullptr, win32::OPEN_EXISTING, 0,
                                      nullptr));
+      openError_ = file_ ? win32::DWORD{win32::ERROR_SUCCESS} : win32::GetLastError();
       return true;
     }
     // What an interrupted run has left has the name.
@@ -107,7 +108,10 @@ bool CopyBeside::Make(const std::u16string& from) {
 
 bool CopyBeside::PutInPlace() { return win32::MoveFileW(path_.c_str(), place_.c_str()) != win32::FALSE; }
 
-bool CopyBeside::IsOnDisk() const { return file_ && win32::FlushFileBuffers(file_.get()) != win32::FALSE; }
+bool CopyBeside::IsOnDisk() const {
+  if (!file_) win32::SetLastError(openError_);
+  return file_ && win32::FlushFileBuffers(file_.get()) != win32::FALSE;
+}
 
 void CopyBeside::Remove() {
   file_.reset();

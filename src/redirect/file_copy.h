@@ -59,6 +59,7 @@ class CopyBeside {
   const std::u16string place_;
   std::u16string path_;
   win32::UniqueFile file_;  // open from before it may become read-only
+  win32::DWORD openError_ = 0;
 };
 
 // What stands in the place that a file goes to, kept beside it under another name until the file is there for good.

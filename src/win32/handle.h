@@ -12,6 +12,18 @@
 
 namespace win32 {
 
+// Leaves the last error as it was, whatever is called meanwhile: it tells of a call before that.
+class LastErrorKept {
+ public:
+  LastErrorKept() : error_(GetLastError()) {}
+  ~LastErrorKept() { SetLastError(error_); }
+  LastErrorKept(const LastErrorKept&) = delete;
+  LastErrorKept& operator=(const LastErrorKept&) = delete;
+
+ private:
+  const DWORD error_;
+};
+
 // Traits give the handle type, the value that means "none" and the closing call.
 template <typename Traits>
 class UniqueHandle {

@@ -270,7 +270,9 @@ TEST_F(FileSecurity, GenericRightsBecomeTheFileSystemsOwnAndANullDaclIsWritten) 
   UniqueLocalMemory descriptor;
   ASSERT_EQ(Read(directory, descriptor, &dacl), 0u);
   EXPECT_EQ(dacl, nullptr);
+  SetLastError(0xDEAD);  // which stays: the code is the answer
   EXPECT_EQ(Read(Path(u"missing"), descriptor), ERROR_FILE_NOT_FOUND);
+  EXPECT_EQ(GetLastError(), 0xDEADu);
 }
 
 TEST_F(FileSecurity, AWholeDescriptorIsWrittenAsItIsButForTheMarkOfInheritance) {

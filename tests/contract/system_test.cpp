@@ -87,6 +87,13 @@ TEST_F(System, SharesAreToldWithTheirPathsAndOnesThatAreNotAreNotDeleted) {
   EXPECT_EQ(NetShareDel(nullptr, unknown, 0), NERR_NetNameNotFound);
 }
 
+// What is said to a debugger changes the last error where nobody listens: a failure's error is read before.
+TEST_F(System, WhatADebuggerIsToldChangesTheLastError) {
+  SetLastError(0xDEAD);
+  OutputDebugStringW(u"contract test\n");
+  EXPECT_EQ(GetLastError(), ERROR_FILE_NOT_FOUND);
+}
+
 TEST_F(System, TextBecomesBytesOfACodePage) {
   char bytes[16] = {};
   BOOL usedDefault = FALSE;

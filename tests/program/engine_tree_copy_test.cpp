@@ -197,6 +197,13 @@ TEST_F(TreeCopies, ASourceWithoutReadableDaclOpensTheTargetOfCopyDaclAlone) {
   EXPECT_EQ(Told([&] { EXPECT_EQ(Copy(moving), 0); }),
             "|#ERROR: Unable to read the access rights of C:\\Data\\f. Access is denied."
             "|#ERROR: Unable to copy from Source = C:\\Data\\f to Target = D:\\Target\\f. Access is denied.");
+  // What the call answers is what the log says, whatever the last error was.
+  MakeFolder(source + u"\\d");
+  machine->gate.FailCall("SetNamedSecurityInfoW", 1, ERROR_INVALID_ACL);
+  EXPECT_EQ(
+      Told([&] { EXPECT_EQ(Copy({.folderAccessLists = true}), 0); }),
+      "|#ERROR: Unable to copy from Source = C:\\Data\\d to Target = D:\\Target\\d. The access control list (ACL) "
+      "structure is invalid.");
 }
 
 TEST_F(TreeCopies, LinksInsideLeadIntoTheCopyAndLinksOutsideStay) {

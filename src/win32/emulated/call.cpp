@@ -151,7 +151,7 @@ std::string TraceText(const char16_t* text) {
   return utf8 + '"';
 }
 
-Call::Call(const CallSite& site) : site_(site), machine_(Machine::Current()) {
+Call::Call(const CallSite& site) : site_(site), machine_(Machine::Current()), before_(LastError()) {
   std::unique_lock lock(machine_.lock);
   Gate& gate = machine_.gate;
   const bool ending = CallingThreadIsEnding();

@@ -117,6 +117,10 @@ std::string TraceText(T value) requires(std::is_integral_v<T> || std::is_enum_v<
   return TraceText(static_cast<std::uint64_t>(value));
 }
 
+// The calling thread's last error.
+win32::DWORD LastError();
+void SetLastError(win32::DWORD error);
+
 // One call on its way through the gate. A call that is made inside another (the emulated Windows calling itself) passes
 // freely: it is neither counted nor failed nor traced. A thread that is being ended makes no call any more: whatever
 // its frames' destructors call is refused, and not counted either.
@@ -149,9 +153,10 @@ class Call {
 
   // The end of a call that answers TRUE or FALSE: sets the last error when there is one.
   win32::BOOL Done(win32::DWORD error);
-  // The end of a call that answers with an error code (the registry, net and MARTA families).
+  // The end of a call that answers with an error code (the registry, net and MARTA families). It leaves the last error.
   template <typename T = win32::LSTATUS>
   T Code(win32::DWORD error) {
+    SetLastError(before_);
     if (tracing_) Result(std::to_string(error));
     return static_cast<T>(error);
   }
@@ -170,6 +175,7 @@ class Call {
   bool outermost_;
   bool tracing_ = false;
   win32::DWORD error_ = 0;
+  win32::DWORD before_ = 0;  // the last error
   std::string arguments_;
   std::string result_;
 };
@@ -177,10 +183,6 @@ class Call {
 // The id of the program's thread that is calling: kFirstThreadId, or one that CreateThread gave. For observers.
 inline constexpr win32::DWORD kFirstThreadId = 0x1C8;
 win32::DWORD CallingThreadId();
-
-// The calling thread's last error.
-win32::DWORD LastError();
-void SetLastError(win32::DWORD error);
 
 }  // namespace emulated
 

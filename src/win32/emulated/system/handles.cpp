@@ -135,6 +135,7 @@ void OutputDebugStringW(const char16_t* lpOutputString) {
   Machine& machine = Machine::Current();
   machine.debugOutput += lpOutputString;
   if (machine.debugSink) machine.debugSink(lpOutputString);
+  emulated::SetLastError(ERROR_FILE_NOT_FOUND);  // of the shared buffer, which exists while somebody listens
 }
 
 HANDLE GetStdHandle(DWORD nStdHandle) {
