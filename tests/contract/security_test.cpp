@@ -293,6 +293,7 @@ TEST_F(FileSecurity, WhoMayOnlyDeleteAFileDeletesIt) {
   EXPECT_EQ(AttributesError(file), ERROR_ACCESS_DENIED);
   EXPECT_EQ(OpenError(file, DELETE), ERROR_ACCESS_DENIED);
   EXPECT_EQ(DeleteError(file), 0u);
+  EXPECT_EQ(RemoveError(directory), 0u);
 }
 
 using Accounts = FileTest;
