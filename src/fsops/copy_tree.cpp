@@ -33,15 +33,6 @@ bool HasOtherNames(const std::u16string& file) {
   return true;
 }
 
-// Can the file system take the two for one name? It folds more letters than A to Z; the others have no case here.
-bool MayBeOneName(std::u16string_view a, std::u16string_view b) {
-  constexpr char16_t kBeyondAscii = 0x80;
-  return std::ranges::equal(a, b, [](char16_t one, char16_t other) {
-    return one >= kBeyondAscii || other >= kBeyondAscii ||
-           EqualIgnoringAsciiCase(std::u16string_view(&one, 1), std::u16string_view(&other, 1));
-  });
-}
-
 // By the find record: IsJunction cannot read a junction that somebody holds open. Nothing when it is not told.
 std::optional<bool> IsLinkAt(const std::u16string& path) {
   win32::WIN32_FIND_DATAW found{};
@@ -96,6 +87,7 @@ class TreeCopy {
   bool MayStandOn(const TreeEntry& entry, const std::u16string& target, const Look& look) const;
   bool MayReplace(const TreeEntry& link, const std::u16string& newLink, const Look& look) const;
   bool IsTaken(const TreeEntry& entry, const std::u16string& target, const Look& look) const;
+  bool IsForAnother(const TreeEntry& entry, const std::u16string& target, const Look& look);
   bool IsOther(const std::u16string& target) const;
   bool CopyItem(const TreeEntry& entry, const std::u16string& target, const Look& look);
   bool CopyWithoutBackup(const TreeEntry& entry, const std::u16string& target, const Look& look);
@@ -120,6 +112,7 @@ class TreeCopy {
   ShareList shares_;
   std::set<std::u16string> targets_;                 // of this run's items, lower case, also as the disk has them
   std::set<std::u16string> madeFolders_;             // source paths of the folders whose copies this run made
+  std::set<std::u16string> takenFolders_;            // and of those that could not come, with all below
   std::set<std::u16string> mergedFolders_;           // of those whose copies stood there; all below is saved
   std::map<std::u16string, std::size_t> linkItems_;  // path of a link to its place among the items
   std::map<std::u16string, std::u16string> sharedFolders_;  // entry to target
@@ -193,8 +186,7 @@ bool TreeCopy::MayMerge(const TreeListing& listing) const {
 bool TreeCopy::IsTaken(const TreeEntry& entry, const std::u16string& target, const Look& look) const {
   if (flags_.continueOnError || !look.IsThere()) return false;
   if (!madeFolders_.contains(ParentPath(entry.path)) && !IsOther(target)) return false;
-  Log(u"#ERROR: %ls cannot become %ls: another item has that name there.", entry.path, target);
-  return true;
+  return !LogFailure(line::kNameTaken, entry.path, target);
 }
 
 bool TreeCopy::IsOther(const std::u16string& target) const {
@@ -203,6 +195,15 @@ bool TreeCopy::IsOther(const std::u16string& target) const {
   if (!find || targets_.contains(LowerAscii(JoinPath(ParentPath(target), found.cFileName)))) return true;
   const std::u16string name = LastComponent(target);
   return !MayBeOneName(found.cFileName, name) && MayBeOneName(found.cAlternateFileName, name);
+}
+
+// In a tree that is brought back: what stands there has come since, and has this name, or that of a folder above, as
+// its short one only.
+bool TreeCopy::IsForAnother(const TreeEntry& entry, const std::u16string& target, const Look& look) {
+  const bool isTaken =
+      takenFolders_.contains(ParentPath(entry.path)) || (look.IsThere() && IsShortNameOfAnother(target));
+  if (isTaken && entry.IsDirectory()) takenFolders_.insert(entry.path);
+  return isTaken;
 }
 
 CopiedItem& TreeCopy::AddItem(CopiedItem item) {
@@ -260,6 +261,7 @@ Step TreeCopy::CopyEntry(const TreeEntry& entry) {
 
   const std::u16string target = roots_.TargetOf(entry.path);
   const Look look = LookAt(target);
+  if (flags_.continueOnError && IsForAnother(entry, target, look)) return Failed(entry, target);
   if (look.IsThere() && flags_.continueOnError && !entry.IsDirectory()) return Step::Next;
   if (source.presence == Presence::NotTold || !MayStandOn(entry, target, look) || !SaveStanding(entry, target, look))
     return Failed(entry, target);
@@ -461,6 +463,7 @@ int TreeCopy::Run(const std::u16string& sourceRoot, const std::u16string& target
     return LogFailure(line::kRedirectedAlready, record_.sourceRoot);
   }
   if (!SystemFoldersPermit(listing) || !MayMerge(listing)) return 0;
+  PutShortNamesFirst(listing.entries);
   shares_ = ShareList::Read();
   if (!SaveRoots() || !CarryRoot()) return 0;
   if (flags_.carryRoot) madeFolders_.insert(std::u16string(WithoutExtendedPrefix(record_.sourceRoot)));

@@ -1,6 +1,8 @@
 #include "fsops/file_list.h"
 
+#include <algorithm>
 #include <exception>
+#include <map>
 #include <optional>
 #include <string_view>
 #include <utility>
@@ -14,6 +16,25 @@ std::uint64_t TreeListing::TotalSize() const {
   std::uint64_t total = 0;
   for (const TreeEntry& entry : entries) total += entry.size;
   return total;
+}
+
+void PutShortNamesFirst(std::vector<TreeEntry>& entries) {
+  const auto comesFirst = [](const TreeEntry& entry) { return MayBeShortName(LastComponent(entry.path)); };
+  if (std::ranges::none_of(entries, comesFirst)) return;
+  // An entry's key is its place in the listing behind the places of the folders that it is in.
+  using Key = std::vector<std::size_t>;
+  std::map<std::u16string, Key, std::less<>> folders;
+  std::vector<std::pair<Key, TreeEntry>> sorted;
+  for (TreeEntry& entry : entries) {
+    const std::u16string_view path = WithoutExtendedPrefix(entry.path);
+    const auto folder = folders.find(path.substr(0, path.rfind(u'\\')));
+    Key key = folder == folders.end() ? Key{} : folder->second;
+    key.push_back(sorted.size() + (comesFirst(entry) ? 0 : entries.size()));
+    if (entry.IsDirectory()) folders.emplace(std::u16string(path), key);
+    sorted.emplace_back(std::move(key), std::move(entry));
+  }
+  std::ranges::sort(sorted, {}, &std::pair<Key, TreeEntry>::first);
+  for (std::size_t at = 0; at < entries.size(); ++at) entries[at] = std::move(sorted[at].second);
 }
 
 bool IsSystemFolderName(std::u16string_view name) {

@@ -52,6 +52,16 @@ std::u16string WithLetterInCapitals(std::u16string root) {
   return root;
 }
 
+// The names of what stands at the path as its folder has them; none, and the last error, when they are not told.
+struct StoredNames {
+  std::u16string name, shortName;
+};
+std::optional<StoredNames> NamesAt(const std::u16string& path) {
+  win32::WIN32_FIND_DATAW found{};
+  const win32::UniqueFind find{win32::FindFirstFileW(ExtendedPath(path).c_str(), &found)};
+  return find ? std::optional<StoredNames>({found.cFileName, found.cAlternateFileName}) : std::nullopt;
+}
+
 // The path by what `find` says of its existing part.
 std::u16string Resolved(const std::u16string& path, int (*find)(const char16_t* path, std::u16string& target)) {
   const bool onDrive = path.size() > 1 && path[1] == u':';
@@ -108,8 +118,11 @@ bool AreApart(const std::u16string& a, const std::u16string& b) {
 
 std::u16string RealPlace(const std::u16string& path) {
   const std::u16string folder = ParentPath(path);
-  return folder.empty() ? RealVolumePath(FolderForm(path))
-                        : JoinPath(RealVolumePath(FolderForm(folder)), LastComponent(path));
+  if (folder.empty()) return RealVolumePath(FolderForm(path));
+  const std::u16string place = JoinPath(RealVolumePath(FolderForm(folder)), LastComponent(path));
+  if (!MayBeShortName(LastComponent(path)) || !IsVolumePath(place.c_str())) return place;
+  const std::optional<StoredNames> stored = NamesAt(place);
+  return stored ? JoinPath(ParentPath(place), stored->name) : place;
 }
 
 std::optional<std::u16string> BehindFolder(const std::u16string& path, const std::u16string& folder) {
@@ -120,6 +133,14 @@ std::optional<std::u16string> BehindFolder(const std::u16string& path, const std
   return std::nullopt;
 }
 
+bool IsShortNameOfAnother(const std::u16string& path) {
+  const std::u16string name = LastComponent(path);
+  if (!MayBeShortName(name)) return false;
+  const std::optional<StoredNames> stored = NamesAt(path);
+  if (!stored) return !MeansGone(win32::GetLastError());
+  return !MayBeOneName(stored->name, name) && MayBeOneName(stored->shortName, name);
+}
+
 std::u16string AsStored(const std::u16string& path) {
   const std::size_t root = RootLength(path);
   const std::u16string_view names = std::u16string_view(path).substr(root);
@@ -128,11 +149,10 @@ std::u16string AsStored(const std::u16string& path) {
   std::u16string stored = WithLetterInCapitals(path.substr(0, root));
   for (std::size_t at = root; at < path.size();) {
     const std::size_t end = std::min(path.find(u'\\', at), path.size());
-    win32::WIN32_FIND_DATAW found{};
-    const win32::UniqueFind find{
-        win32::FindFirstFileW(ExtendedPath(stored + path.substr(at, end - at)).c_str(), &found)};
-    if (!find && MeansGone(win32::GetLastError())) return stored + path.substr(at);
-    stored += find ? found.cFileName : path.substr(at, end - at);
+    const std::u16string given = path.substr(at, end - at);
+    const std::optional<StoredNames> found = NamesAt(stored + given);
+    if (!found && MeansGone(win32::GetLastError())) return stored + path.substr(at);
+    stored += found ? found->name : given;
     if (end < path.size()) stored += u'\\';
     at = end + 1;
   }

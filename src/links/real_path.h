@@ -40,6 +40,10 @@ std::optional<std::u16string> BehindFolder(const std::u16string& path, const std
 // name.
 std::u16string RealPlace(const std::u16string& path);
 
+// What stands at the path bears another name, and has the path's last one as its short name only; or that is not told.
+// For paths that are made of a folder and a name: whoever types a short name means the item.
+bool IsShortNameOfAnother(const std::u16string& path);
+
 // The path with every component that exists as the disk has it: the command may have written it in another letter case
 // or as a short name. Links are not followed. What the disk does not tell stays as it is, and so does a path that
 // Windows would not write so, or that does not begin with a drive.

@@ -68,6 +68,8 @@ bool ProfileMove::IsAllowed() const {
   if (!IsOrdinaryPath(profile_.folder) || !(place_.IsVolume() || IsOrdinaryPath(target_)) ||
       !HasAllowedLength(place_.path()) || !IsOnADrive())
     return false;
+  if (!place_.KeepsPath() && IsShortNameOfAnother(place_.path()))
+    return LogFailure(line::kNameTaken, profile_.folder, place_.path());
   // The way home would be refused from there.
   return place_.IsVolume() ||
          (!IsSystemFolder(place_.path().c_str(), {.quiet = true}) && IsOutsideSystemFolders(place_.path()));

@@ -1,7 +1,9 @@
 #include "profiles/user_hive.h"
 
 #include <exception>
+#include <optional>
 
+#include "links/real_path.h"
 #include "probes/privileges.h"
 #include "records/registry_text.h"
 #include "report/log.h"
@@ -55,6 +57,14 @@ class LoadedHive {
   bool loaded_ = false;
 };
 
+// What of a user's path is behind the folder of his profile, which may be named by a short name. Only a path on the
+// profile's own drive is looked up: one that names a server would have the program log on there.
+std::optional<std::u16string> BehindProfile(const std::u16string& path, const std::u16string& folder) {
+  constexpr std::size_t kRoot = 3;
+  if (!IsSameOrBelow(path, folder.substr(0, kRoot))) return std::nullopt;
+  return BehindFolder(path, folder);
+}
+
 bool RewriteBelow(const std::u16string& hive, const std::u16string& oldFolder, const std::u16string& newFolder) {
   win32::UniqueKey desktop;
   const std::u16string path = hive + u"\\Control Panel\\Desktop";
@@ -64,9 +74,10 @@ bool RewriteBelow(const std::u16string& hive, const std::u16string& oldFolder, c
   if (result == 0) result = ReadRegistryValue(desktop.get(), kWallpaper, value);
   if (result == win32::LSTATUS{win32::ERROR_FILE_NOT_FOUND}) return true;
   if (result == 0) {
-    const std::u16string text = RawText(value), replaced = ReplaceFolder(text, oldFolder, newFolder);
-    if (text == replaced) return true;
-    result = WriteRegistryValue(desktop.get(), kWallpaper, TextValue(replaced, value.type));
+    const std::u16string text = RawText(value);
+    const std::optional<std::u16string> rest = BehindProfile(text, oldFolder);
+    if (!rest) return true;
+    result = WriteRegistryValue(desktop.get(), kWallpaper, TextValue(newFolder + *rest, value.type));
   }
   if (result == 0) return true;
   return LogFailure(u"#INFO: Unable to update the desktop wallpaper path in the user's registry.");

@@ -55,6 +55,11 @@ bool SourceIsNotTarget(const FilePlaces& places) {
   return LogFailure(line::kSamePlace, places.source, places.realTarget);
 }
 
+bool TargetIsNoOther(const FilePlaces& places) {
+  if (!IsShortNameOfAnother(places.realTarget)) return true;
+  return LogFailure(line::kNameTaken, places.source, places.realTarget);
+}
+
 bool TargetIsNoLink(const FilePlaces& places) {
   if (!IsSymbolicLink(places.realTarget.c_str())) return true;
   return LogFailure(u"#ERROR: The target file '%ls' is already a Symbolic Link. Browse to a different location.",
@@ -143,9 +148,10 @@ FilePlaces::FilePlaces(const std::u16string& file, const std::u16string& targetF
 bool MayBeRedirected(const FilePlaces& places) {
   return IsFullFilePath(places.source) && IsFullFilePath(places.folder) && SourceIsNoLink(places) &&
          IsShortEnough(places.source) && SourceIsFilePath(places.source) && SourceIsNotTarget(places) &&
-         TargetIsNoLink(places) && SourceExists(places.source) && HasItsContents(places.source) &&
-         IsShortEnough(places.realTarget) && AreOnNtfs(places) && MayFileLeave(places.source) &&
-         MayComeTo(places.source, places.realTarget, Comes::File) && IsOutsideSystemFolders(places.folder);
+         TargetIsNoOther(places) && TargetIsNoLink(places) && SourceExists(places.source) &&
+         HasItsContents(places.source) && IsShortEnough(places.realTarget) && AreOnNtfs(places) &&
+         MayFileLeave(places.source) && MayComeTo(places.source, places.realTarget, Comes::File) &&
+         IsOutsideSystemFolders(places.folder);
 }
 
 bool MayGoThere(const FilePlaces& places) {

@@ -85,6 +85,8 @@ bool FolderRedirection::MayComeBack() const {
 
 bool FolderRedirection::TargetMayBeUsed() const {
   if (!HasAllowedLength(realTarget_)) return false;
+  if (const std::u16string made = RealTargetOf(source_, target_); IsShortNameOfAnother(made))
+    return LogFailure(line::kNameTaken, source_, made);
   if (EqualPaths(source_, realTarget_)) return LogFailure(line::kSamePlace, source_, realTarget_);
   // A folder below the place that its contents go to: they would be merged into a tree that holds them, and a junction
   // to a folder above itself has no end.

@@ -38,6 +38,7 @@ inline constexpr char16_t kInsideSource[] =
 inline constexpr char16_t kTargetNotPermitted[] =
     u"#ERROR: The target folder %ls can not be created. Insufficient permissions. The minimum permissions requirement "
     u"to create the target folder is full control.";
+inline constexpr char16_t kNameTaken[] = u"#ERROR: %ls cannot become %ls: another item has that name there.";
 inline constexpr char16_t kPreScanningFailed[] = u"#ERROR: PreScanning failed for Source = %ls and Target = %ls.";
 inline constexpr char16_t kNoListing[] = u"#ERROR: Unable to get list of files for path = %ls.";
 inline constexpr char16_t kNoListingForCopy[] =

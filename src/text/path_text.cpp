@@ -13,6 +13,19 @@ constexpr std::size_t kMaxPath = 260;
 
 bool EqualPaths(std::u16string_view a, std::u16string_view b) { return EqualIgnoringAsciiCase(a, b); }
 
+bool MayBeOneName(std::u16string_view a, std::u16string_view b) {
+  constexpr char16_t kBeyondAscii = 0x80;
+  return std::ranges::equal(a, b, [](char16_t one, char16_t other) {
+    return one >= kBeyondAscii || other >= kBeyondAscii ||
+           EqualIgnoringAsciiCase(std::u16string_view(&one, 1), std::u16string_view(&other, 1));
+  });
+}
+
+bool MayBeShortName(std::u16string_view name) {
+  constexpr std::size_t kLongest = 12;
+  return name.size() <= kLongest && name.find(u'~') != name.npos;
+}
+
 bool HasExtendedPrefix(std::u16string_view path) { return path.starts_with(kExtendedPrefix); }
 
 std::u16string_view WithoutExtendedPrefix(std::u16string_view path) {

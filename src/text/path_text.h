@@ -8,6 +8,11 @@
 // its own: two texts that differ here may still name one item, but equal ones never name two.
 bool EqualPaths(std::u16string_view a, std::u16string_view b);
 
+// Can a file system take the two names for one? It folds more letters than A to Z; here the others count as alike.
+bool MayBeOneName(std::u16string_view a, std::u16string_view b);
+// Could a volume have made this name (8.3), or make it, as the short one of a longer name?
+bool MayBeShortName(std::u16string_view name);
+
 // The path begins with "\\?\".
 bool HasExtendedPrefix(std::u16string_view path);
 // The path without "\\?\".

@@ -65,9 +65,8 @@ bool Contains(const std::u16string& path, const std::u16string& folder) {
 
 // The path without what makes no other folder of it: "\\?\", a backslash at the end, short names.
 std::u16string PlainName(const char16_t* path) {
-  std::u16string plain = WithoutTrailingBackslash(WithoutExtendedPrefix(path)), real;
-  const bool hasShortNames = plain.find(u'~') != std::u16string::npos;
-  return hasShortNames && GetFinalTargetPath(path, real) ? real : plain;
+  const std::u16string plain = WithoutTrailingBackslash(WithoutExtendedPrefix(path));
+  return plain.find(u'~') == std::u16string::npos ? plain : RealPath(plain);
 }
 
 // One of its components is a device's name: the item itself would be reached by "\\?\" only.

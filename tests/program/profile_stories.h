@@ -61,7 +61,8 @@ class ProfileStories : public ::testing::Test {
 
   void Restart(const MachineFacts& facts = {.volumes = 1}) {
     const std::string name = "profiles-" + std::to_string(facts.majorVersion) + std::to_string(facts.minorVersion) +
-                             std::to_string(facts.extraDrives) + std::to_string(facts.product);
+                             std::to_string(facts.extraDrives) + std::to_string(facts.product) +
+                             std::to_string(facts.shortNames);
     machine.reset();
     Boot(KeptDisks(name, [&] { return SmallProfiles(facts); }));
   }

@@ -63,16 +63,17 @@ Disks InstalledDisks(const MachineFacts& facts) {
   for (unsigned i = 0; i < facts.volumes; ++i)
     disks["{12345678-0000-4000-8000-00000000000" + std::to_string(i) + "}.ntfs"] = FreshNtfs(16, "Volume");
   const auto machine = Attached(std::move(disks));
-  for (const auto& mounted : machine->volumes)
-    if (mounted->image != "C.ntfs" && emulated::PrepareDataVolume(*mounted->volume, machine->Now()) != 0)
-      throw std::runtime_error(mounted->image + " cannot be prepared");
   emulated::InstallationFacts installation;
   installation.majorVersion = facts.majorVersion;
   installation.minorVersion = facts.minorVersion;
   installation.profiles = emulated::DefaultProfiles();
+  if (facts.shortNames || std::getenv("QBC_SHORT_NAMES")) installation.disable8dot3NameCreation = 0;
   std::string error;
   if (const auto code = emulated::InstallWindows(*machine, installation))
     throw std::runtime_error("Windows cannot be installed: " + std::to_string(code));
+  for (const auto& mounted : machine->volumes)
+    if (mounted->image != "C.ntfs" && emulated::PrepareDataVolume(*mounted->volume, machine->Now()) != 0)
+      throw std::runtime_error(mounted->image + " cannot be prepared");
   if (!machine->Boot(error)) throw std::runtime_error(error);
   if (facts.product) workstation::InstallProduct(*machine);
   return machine->Snapshot();
@@ -122,7 +123,7 @@ std::unique_ptr<emulated::Machine> BootFrom(Disks disks) {
 std::unique_ptr<emulated::Machine> InstalledMachine(const MachineFacts& facts) {
   std::string name = "installed";
   for (const unsigned fact : {unsigned{facts.majorVersion}, unsigned{facts.minorVersion}, unsigned{facts.product},
-                              facts.extraDrives, facts.volumes})
+                              facts.extraDrives, facts.volumes, unsigned{facts.shortNames}})
     name += "-" + std::to_string(fact);
   return BootFrom(KeptDisks(name, [&] { return InstalledDisks(facts); }));
 }

@@ -65,6 +65,7 @@ struct MachineFacts {
   bool product = true;       // the product's service is installed
   unsigned extraDrives = 0;  // E:, F:, ... beside C: and D:, 16 MiB each
   unsigned volumes = 0;      // volumes without a letter, 16 MiB each
+  bool shortNames = false;   // each volume makes short names
 };
 
 // A booted machine as `workstation create` makes one: Windows, profiles, the product's service; C: (48 MiB), D: (32

@@ -10,7 +10,9 @@ namespace workstation {
 const std::vector<Command>& Commands() {
   constexpr std::size_t kAny = std::numeric_limits<std::size_t>::max();
   static const std::vector<Command> commands = {
-      {"create", "FOLDER [--drive L:SIZE]... [--volume SIZE]... [--profile NAME]... [--windows MAJOR.MINOR]",
+      {"create",
+       "FOLDER [--drive L:SIZE]... [--volume SIZE]... [--profile NAME]... [--windows MAJOR.MINOR] [--8dot3name "
+       "0|1|2|3]",
        "Makes a workstation: Windows, profiles, the product.", 0, kAny, Create},
       {"info", "FOLDER", "Volumes, their names, what is frozen, who is logged on.", 0, 0, Info},
       {"import", "FOLDER IMAGE L:|volume",
@@ -38,6 +40,8 @@ const std::vector<Command>& Commands() {
        Thaw},
       {"rimehold", "FOLDER STATUS|absent", "Sets the text of Rimehold's status, or removes Rimehold.", 1, 1,
        ProtectionStatus},
+      {"8dot3name", "FOLDER query [L:] | FOLDER set 0|1|2|3 | FOLDER set L: 0|1",
+       "Shows and sets which volumes make short names.", 1, 3, ShortNames},
       {"restart", "FOLDER", "Restarts: frozen drives forget, delayed renames happen, services start.", 0, 0, Restart},
       {"logon", "FOLDER administrator|filtered|user [SID]", "Says who runs the program from now on.", 1, 2, Logon},
       {"profile", "FOLDER list | FOLDER add NAME|DOMAIN\\NAME",

@@ -44,6 +44,8 @@ void OnStation(const std::filesystem::path& folder, bool save, const std::functi
 
 // "64M", "2G", "512K" or bytes.
 std::uint64_t ParseSize(const std::string& text);
+// What NtfsDisable8dot3NameCreation takes: "0" to "3".
+std::uint32_t ParseShortNames(const std::string& text);
 // "C", "C:" or "C:\\" -> 'C'.
 char ParseLetter(const std::string& text);
 
@@ -67,6 +69,7 @@ void Freeze(const std::filesystem::path&, const Arguments&);
 void Thaw(const std::filesystem::path&, const Arguments&);
 void Restart(const std::filesystem::path&, const Arguments&);
 void Logon(const std::filesystem::path&, const Arguments&);
+void ShortNames(const std::filesystem::path&, const Arguments&);
 void ProtectionStatus(const std::filesystem::path&, const Arguments&);
 
 void List(const std::filesystem::path&, const Arguments&);

@@ -131,6 +131,8 @@ Plan ParsePlan(const Arguments& arguments) {
       PlanProfile(value, plan);
     } else if (option == "--windows") {
       ParseWindows(value, plan.facts);
+    } else if (option == "--8dot3name") {
+      plan.facts.disable8dot3NameCreation = ParseShortNames(value);
     } else {
       throw Failure("\"" + option + "\" is not an option of create");
     }
@@ -151,11 +153,11 @@ void Install(const fs::path& folder, const emulated::InstallationFacts& facts,
     const auto station = emulated::Workstation::OpenUnbooted(folder, error);
     if (!station) throw Failure(error);
     emulated::Machine& machine = station->machine();
+    if (const win32::DWORD code = emulated::InstallWindows(machine, facts)) FailWith("C.ntfs", code);
     for (const auto& mounted : machine.volumes)
       if (freshImages.contains(mounted->image) && mounted->image != "C.ntfs")
         if (const win32::DWORD code = emulated::PrepareDataVolume(*mounted->volume, machine.Now()))
           FailWith(mounted->image, code);
-    if (const win32::DWORD code = emulated::InstallWindows(machine, facts)) FailWith("C.ntfs", code);
     if (!station->Save(error)) throw Failure(error);
   }
   OnMachine(folder, true, InstallProduct);

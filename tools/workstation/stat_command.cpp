@@ -124,6 +124,12 @@ void Stat(const std::filesystem::path& folder, const Arguments& arguments) {
     if (error != 0 || location.file == 0) FailWith(arguments[0], error != 0 ? error : win32::ERROR_FILE_NOT_FOUND);
     std::printf("Path:         %s (%s)\n", Utf8(machine.files().PathInVolume(*location.volume, location.file)).c_str(),
                 location.volume->image.c_str());
+    emulated::FileId file = 0;
+    std::u16string shortName;
+    if (location.directory != 0 &&
+        location.volume->volume->Lookup(location.directory, location.name, file, nullptr, &shortName) == 0 &&
+        !shortName.empty())
+      std::printf("Short name:   %s\n", Utf8(shortName).c_str());
     PrintFile(*location.volume->volume, location.file);
   });
 }

@@ -6,6 +6,7 @@
 #include "win32/emulated/mount_manager.h"
 #include "win32/emulated/registry/registry.h"
 #include "win32/emulated/registry/services.h"
+#include "win32/emulated/registry/system_hives.h"
 #include "win32/emulated/system/pipes.h"
 #include "win32/emulated/system/threads.h"
 #include "win32/emulated/text.h"
@@ -81,13 +82,14 @@ bool Machine::Boot(std::string& error) {
   }
   if (!registry_->LoadSystemHives(error)) return false;
   AssignNames(*this);
-  const auto version = [&](std::u16string_view name, win32::DWORD& number) {
-    const auto value = registry_->Query(u"HKLM\\SOFTWARE\\Microsoft\\Windows NT\\CurrentVersion", name);
+  const auto read = [&](std::u16string_view key, std::u16string_view name, win32::DWORD& number) {
+    const auto value = registry_->Query(key, name);
     if (value && value->type == win32::REG_DWORD && value->data.size() == 4)
       number = LoadLittleEndian<std::uint32_t>(value->data, 0);
   };
-  version(u"CurrentMajorVersionNumber", majorVersion);
-  version(u"CurrentMinorVersionNumber", minorVersion);
+  constexpr std::u16string_view kVersion = u"HKLM\\SOFTWARE\\Microsoft\\Windows NT\\CurrentVersion";
+  read(kVersion, u"CurrentMajorVersionNumber", majorVersion);
+  read(kVersion, u"CurrentMinorVersionNumber", minorVersion);
   const auto decimal = [](const std::optional<RegistryValue>& value, unsigned long otherwise) {
     unsigned long number = 0;
     if (!value) return otherwise;
@@ -97,14 +99,16 @@ bool Machine::Boot(std::string& error) {
     }
     return number == 0 ? otherwise : number;
   };
-  buildNumber = static_cast<win32::DWORD>(decimal(
-      registry_->Query(u"HKLM\\SOFTWARE\\Microsoft\\Windows NT\\CurrentVersion", u"CurrentBuild"), buildNumber));
+  buildNumber = static_cast<win32::DWORD>(decimal(registry_->Query(kVersion, u"CurrentBuild"), buildNumber));
   const auto codePage = [&](std::u16string_view name, win32::UINT& number) {
     number = static_cast<win32::UINT>(
         decimal(registry_->Query(u"HKLM\\SYSTEM\\CurrentControlSet\\Control\\Nls\\CodePage", name), number));
   };
   codePage(u"OEMCP", oemCodePage);
   codePage(u"ACP", ansiCodePage);
+  win32::DWORD disable8dot3NameCreation = 1;
+  read(kFileSystemKey, kDisable8dot3NameCreation, disable8dot3NameCreation);
+  MakeShortNames(disable8dot3NameCreation);
   files_->CarryOutDelayedRenames();
   services_->StartAutomaticServices();
   return true;
@@ -149,6 +153,15 @@ MountedVolume* Machine::FindByGuidName(std::u16string_view name) {
     if (!own.empty() && EqualAsciiNoCase(own, name)) return mounted.get();
   }
   return nullptr;
+}
+
+void Machine::MakeShortNames(win32::DWORD disable8dot3NameCreation) {
+  for (const auto& mounted : volumes) {
+    if (!mounted->volume) continue;
+    mounted->volume->makesShortNames = disable8dot3NameCreation == 0 ||
+                                       (disable8dot3NameCreation == 2 && mounted->volume->AllowsShortNames()) ||
+                                       (disable8dot3NameCreation == 3 && mounted.get() == SystemVolume());
+  }
 }
 
 MountedVolume* Machine::SystemVolume() {

@@ -88,6 +88,9 @@ class Machine {
   // SYSTEM\MountedDevices (a volume new to it gets the letter of its image name, or none); hives are loaded, services
   // of automatic start run, delayed renames are carried out. False and one clear line in `error` when it cannot.
   bool Boot(std::string& error);
+  // Which volumes make short names from now on, by NtfsDisable8dot3NameCreation: 0 all, 1 none, 2 those that allow it
+  // themselves, 3 the system volume. Part of Boot; where the registry does not say it, none does.
+  void MakeShortNames(win32::DWORD disable8dot3NameCreation);
   // Writes hives and held-back file-system data down to the devices; the machine goes on running. False: `error`.
   bool Flush(std::string& error);
   // The disks as they stand now (flushed), by image name; only for machines on MemoryDevices.

@@ -116,7 +116,7 @@ DWORD MatchingEntries(const FileObject& directory, const NamePattern& pattern, s
 DWORD NamedEntry(const FileObject& directory, std::u16string_view name, std::vector<DirectoryEntry>& found) {
   Volume& volume = *directory.volume->volume;
   DirectoryEntry entry;
-  if (const DWORD error = volume.Lookup(directory.file, name, entry.id, &entry.name)) return error;
+  if (const DWORD error = volume.Lookup(directory.file, name, entry.id, &entry.name, &entry.shortName)) return error;
   found.push_back(std::move(entry));
   return 0;
 }

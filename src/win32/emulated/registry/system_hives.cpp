@@ -93,6 +93,7 @@ void FillSystem(Registry& registry, const InstallationFacts& facts) {
     registry.SetText(control + key, u"ComputerName", facts.computerName);
   SetTexts(registry, control + u"\\Nls\\CodePage",
            {{u"ACP", AnsiCodePage(facts.oemCodePage)}, {u"OEMCP", Utf16(std::to_string(facts.oemCodePage))}});
+  registry.SetDword(control + u"\\FileSystem", kDisable8dot3NameCreation, facts.disable8dot3NameCreation);
   registry.SetText(control + u"\\ProductOptions", u"ProductType", u"WinNT");
   registry.SetText(control + u"\\Windows", u"Directory", u"%SystemRoot%", REG_EXPAND_SZ);
   registry.SetText(control + u"\\Windows", u"SystemDirectory", u"%SystemRoot%\\system32", REG_EXPAND_SZ);

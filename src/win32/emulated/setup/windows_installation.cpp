@@ -150,6 +150,7 @@ std::vector<ProfileFacts> DefaultProfiles() {
 win32::DWORD InstallWindows(Machine& machine, const InstallationFacts& facts) {
   MountedVolume* const system = machine.SystemVolume();
   if (!system) return win32::ERROR_PATH_NOT_FOUND;
+  machine.MakeShortNames(facts.disable8dot3NameCreation);
   VolumeBuilder build(*system->volume, machine.Now());
   MakeFolders(build);
   for (const auto* const hive : {u"SYSTEM", u"SOFTWARE", u"SAM", u"SECURITY", u"DEFAULT"})

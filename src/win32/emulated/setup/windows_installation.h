@@ -17,6 +17,7 @@ struct ProfileFacts {
 struct InstallationFacts {
   win32::DWORD majorVersion = 10, minorVersion = 0, buildNumber = 19045;
   win32::UINT oemCodePage = 437;
+  win32::DWORD disable8dot3NameCreation = 1;  // as in the registry: 0 for short names on all volumes
   std::u16string computerName = u"WORKSTATION";
   std::vector<ProfileFacts> profiles;
 };

@@ -16,12 +16,12 @@ constexpr std::uint32_t kMaximumLinks = 1024;
 struct Found {
   FileId id = 0;
   std::u16string name;
-  bool isShort = false;
+  int type = 0;  // its namespace
 };
 
 int Collect(void* context, const ntfschar* name, const int length, const int type, const s64 /*position*/,
             const MFT_REF file, const unsigned /*kind*/) {
-  Found found{file, std::u16string(static_cast<std::size_t>(length), u'\0'), type == FILE_NAME_DOS};
+  Found found{file, std::u16string(static_cast<std::size_t>(length), u'\0'), type};
   std::memcpy(found.name.data(), name, found.name.size() * 2);
   if (found.name != u"." && found.name != u"..") static_cast<std::vector<Found>*>(context)->push_back(std::move(found));
   return 0;
@@ -73,14 +73,16 @@ win32::DWORD NtfsVolume::GetDirectory(FileId file, Directory*& directory) {
   Directory loaded;
   std::unordered_map<FileId, std::u16string> shortNames;
   for (Found& entry : found) {
-    if (entry.isShort) shortNames[entry.id] = entry.name;
+    if (entry.type == FILE_NAME_DOS) shortNames[entry.id] = entry.name;
   }
   for (Found& entry : found) {
-    if (entry.isShort) continue;
+    if (entry.type == FILE_NAME_DOS) continue;
     std::u16string key = UpCased(entry.name);
     while (loaded.entries.contains(key)) key += kShadow;
     DirectoryEntry shown{std::move(entry.name), {}, entry.id};
-    if (const auto shortName = shortNames.find(entry.id); shortName != shortNames.end()) {
+    // Of several links in one directory one has the short name.
+    if (const auto shortName = shortNames.find(entry.id);
+        shortName != shortNames.end() && entry.type == FILE_NAME_WIN32) {
       shown.shortName = shortName->second;
       loaded.shortNames[UpCased(shortName->second)] = key;
     }
@@ -116,7 +118,8 @@ void NtfsVolume::Forget(Directory& directory, std::u16string_view name) {
   }
 }
 
-win32::DWORD NtfsVolume::Lookup(FileId directory, std::u16string_view name, FileId& file, std::u16string* storedName) {
+win32::DWORD NtfsVolume::Lookup(FileId directory, std::u16string_view name, FileId& file, std::u16string* storedName,
+                                std::u16string* shortName) {
   const auto lock = Enter();
   Directory* entries = nullptr;
   if (const win32::DWORD error = GetDirectory(directory, entries)) return error;
@@ -124,6 +127,7 @@ win32::DWORD NtfsVolume::Lookup(FileId directory, std::u16string_view name, File
   if (!entry) return win32::ERROR_FILE_NOT_FOUND;
   file = entry->id;
   if (storedName) *storedName = entry->name;
+  if (shortName) *shortName = entry->shortName;
   return 0;
 }
 
@@ -195,7 +199,9 @@ win32::DWORD NtfsVolume::Create(FileId directory, std::u16string_view name, bool
   Remember(*entries, name, file);
   if (isDirectory) directories_.emplace(file, Directory{});
   Node& kept = nodes_.insert_or_assign(file, std::move(node)).first->second;
-  if (const win32::DWORD error = Settle(kept)) {
+  win32::DWORD error = Settle(kept);
+  if (error == 0) error = GiveShortName(file, directory, name);
+  if (error != 0) {
     RemoveName(file, directory, name);
     nodes_.erase(file);
     directories_.erase(file);
@@ -297,6 +303,7 @@ win32::DWORD NtfsVolume::Rename(FileId fromDirectory, std::u16string_view fromNa
   if (!old) return win32::ERROR_FILE_NOT_FOUND;
   const FileId file = old->id;
   const std::u16string oldName = old->name;
+  const bool hadShortName = !old->shortName.empty();
   if (file == toDirectory) return win32::ERROR_INVALID_PARAMETER;
   const DirectoryEntry* const existing = Find(*to, toName);
   if (existing != old) {
@@ -327,6 +334,7 @@ win32::DWORD NtfsVolume::Rename(FileId fromDirectory, std::u16string_view fromNa
   if (const win32::DWORD failure = RemoveName(file, fromDirectory, current)) return failure;
   Remember(*to, result, file);
   if (const win32::DWORD failure = RefreshIfKnown(file)) return failure;
+  RenewShortName(file, toDirectory, result, hadShortName);
   return error;
 }
 

@@ -29,7 +29,8 @@ class NtfsVolume final : public Volume {
   win32::DWORD Open();
 
   FileId Root() const override { return root_; }
-  win32::DWORD Lookup(FileId directory, std::u16string_view name, FileId& file, std::u16string* storedName) override;
+  win32::DWORD Lookup(FileId directory, std::u16string_view name, FileId& file, std::u16string* storedName,
+                      std::u16string* shortName) override;
   win32::DWORD Stat(FileId file, FileInfo& info) override;
   win32::DWORD List(FileId directory, std::vector<DirectoryEntry>& entries) override;
   win32::DWORD Names(FileId file, std::vector<std::pair<FileId, std::u16string>>& names) override;
@@ -40,6 +41,9 @@ class NtfsVolume final : public Volume {
   win32::DWORD Unlink(FileId directory, std::u16string_view name) override;
   win32::DWORD Rename(FileId fromDirectory, std::u16string_view fromName, FileId toDirectory,
                       std::u16string_view toName) override;
+
+  bool AllowsShortNames() const override;
+  win32::DWORD AllowShortNames(bool allow) override;
 
   win32::DWORD Streams(FileId file, std::vector<StreamInfo>& streams) override;
   win32::DWORD CreateStream(FileId file, std::u16string_view stream) override;
@@ -129,6 +133,10 @@ class NtfsVolume final : public Volume {
   void Remember(Directory& directory, std::u16string_view name, FileId file);
   void Forget(Directory& directory, std::u16string_view name);
   win32::DWORD RefreshIfKnown(FileId file);
+
+  // ntfs_short_names.cpp
+  win32::DWORD GiveShortName(FileId file, FileId directory, std::u16string_view name);
+  void RenewShortName(FileId file, FileId directory, std::u16string_view name, bool hadOne);
 
   // ntfs_streams.cpp
   StreamInfo* FindStream(Node& node, std::u16string_view stream) const;

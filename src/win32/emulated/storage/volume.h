@@ -81,8 +81,10 @@ class Volume {
   virtual ~Volume() = default;  // flushes
 
   virtual FileId Root() const = 0;
-  // 2 ERROR_FILE_NOT_FOUND; `storedName`, when given, receives the name as the directory spells it.
-  virtual win32::DWORD Lookup(FileId directory, std::u16string_view name, FileId& file, std::u16string* storedName) = 0;
+  // By a long or a short name. 2 ERROR_FILE_NOT_FOUND; `storedName`, when given, receives the name as the directory
+  // spells it, `shortName` the short one beside it.
+  virtual win32::DWORD Lookup(FileId directory, std::u16string_view name, FileId& file, std::u16string* storedName,
+                              std::u16string* shortName = nullptr) = 0;
   // Walks a path of the volume such as u"\\Windows\\System32" without following reparse points.
   win32::DWORD LookupPath(std::u16string_view path, FileId& file);
   // 2 when the reference is stale (the record was freed or used again).
@@ -102,6 +104,12 @@ class Volume {
   // The new name must be free, or be another spelling of the old one in the same directory.
   virtual win32::DWORD Rename(FileId fromDirectory, std::u16string_view fromName, FileId toDirectory,
                               std::u16string_view toName) = 0;
+
+  // While this is set, what is made or renamed gets a short name (8.3) beside its long one. The machine decides it
+  // (Machine::MakeShortNames); these are the volume's own say in it, a flag of its $Volume.
+  bool makesShortNames = false;
+  virtual bool AllowsShortNames() const = 0;
+  virtual win32::DWORD AllowShortNames(bool allow) = 0;
 
   // Data streams; an empty name is the unnamed one. 2 when the stream does not exist.
   virtual win32::DWORD Streams(FileId file, std::vector<StreamInfo>& streams) = 0;
