@@ -74,10 +74,12 @@ class Descriptor:
 
 
 def split(entry):
-    fields = {"times": [], "security": None, "other": []}
+    fields = {"times": [], "security": None, "short name": None, "other": []}
     for line in entry:
         if line.startswith("Security Descriptor ="):
             fields["security"] = line.split("= ")[1]
+        elif line.startswith("Short Name ="):
+            fields["short name"] = line
         elif re.match(r"(Creation|Last Write|Last Access) Time", line):
             fields["times"].append(line)
         else:
@@ -121,6 +123,8 @@ def main():
                 wrong.append(f"{path}: security\n  - {b['security'][:160]}\n  + {a['security'][:160]}")
             elif (b_sd.dacl, b_sd.control & 0x1000) != (a_sd.dacl, a_sd.control & 0x1000):
                 differences.append("inherited access entries and the protected flag")
+        if b["short name"] != a["short name"]:
+            differences.append("short names, which a volume makes anew")
         if b["times"] != a["times"]:
             if holds_written:
                 differences.append("times of the folder that was written to in between")

@@ -1,9 +1,19 @@
 #include "fsops/shares.h"
 
+#include "links/real_path.h"
 #include "report/lines.h"
 #include "report/log.h"
 #include "text/path_text.h"
 #include "win32/win32.h"
+
+namespace {
+
+// The path of a share may name the folder by a short name.
+bool NamesFolder(const std::u16string& path, std::u16string_view folder) {
+  return EqualPaths(path, folder) || (path.find(u'~') != path.npos && EqualPaths(AsStored(path), folder));
+}
+
+}  // namespace
 
 // One block of shares as NetShareEnum gave it.
 struct ShareList::Buffer {
@@ -42,7 +52,7 @@ std::vector<const win32::SHARE_INFO_502*> ShareList::FindByPath(std::u16string_v
   for (const std::shared_ptr<Buffer>& buffer : buffers_)
     for (win32::DWORD index = 0; index < buffer->count; ++index) {
       const win32::SHARE_INFO_502& share = buffer->shares()[index];
-      if (share.shi502_path && EqualPaths(share.shi502_path, folder)) found.push_back(&share);
+      if (share.shi502_path && NamesFolder(share.shi502_path, folder)) found.push_back(&share);
     }
   return found;
 }

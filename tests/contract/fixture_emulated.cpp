@@ -17,6 +17,7 @@ emulated::Machine& FreshMachine() {
   static std::unique_ptr<emulated::Machine> machine = test::BareMachine();
   machine.reset();
   machine = test::BareMachine();
+  machine->MakeShortNames(0);
   machine->registry().MountEmpty(u"HKLM\\SOFTWARE");
   machine->registry().MountEmpty(u"HKU\\" + emulated::SidToText(machine->process.token->user));
   return *machine;

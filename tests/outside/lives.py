@@ -373,7 +373,7 @@ def check_lives(build, scratch, said):
     """A dozen lives, profiles among them."""
     template, counts, faults = Station(build, f"{scratch}/template"), collections.Counter(), []
     drives = [word for size in ("C:48M", "D:16M", "E:16M", "F:16M") for word in ("--drive", size)]
-    template("create", *drives, "--volume", "16M")
+    template("create", *drives, "--volume", "16M", "--8dot3name", "0")
     first, final = os.environ.get("QBC_LIVES", "1-12").split("-")
     for seed in range(int(first), int(final) + 1):
         os.mkdir(f"{scratch}/{seed}")

@@ -1,5 +1,6 @@
 // Volumes that make short names (8.3): paths may be given by them, and an item may bear the name that another has as
 // its short one.
+#include "fsops/shares.h"
 #include "program/redirections.h"
 
 namespace {
@@ -26,7 +27,10 @@ class ShortNames : public Redirections {
 
 TEST_F(ShortNames, NameTheItemAndAreNotRecorded) {
   const State before = Now();
+  Share(u"Letters", u"C:\\LONGFO~1\\MYDOCU~2");
   Redirect(u"C:\\LONGFO~1", u"D:\\TARGET~1");
+  EXPECT_EQ(Shares().at(u"Letters"), u"D:\\Target folder\\Long folder\\My Documents");
+  EXPECT_TRUE(DeleteShare(u"Letters"));
   EXPECT_EQ(AllRecords(), (Records{{u"1", {u"C:\\Long folder", u"D:\\Target folder\\Long folder"}}}));
   std::u16string leadsTo;
   EXPECT_TRUE(GetJunctionTarget(u"C:\\Long folder", leadsTo));

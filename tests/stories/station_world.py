@@ -9,7 +9,7 @@ class StationWorld(World):
     def __init__(self, build, folder, strings, checks):
         super().__init__(strings, checks)
         self.station = Station(build, folder)
-        self.station("create", "--drive", "C:64M", "--volume", "16M")
+        self.station("create", "--drive", "C:64M", "--volume", "16M", "--8dot3name", "0")
 
     def start(self, *arguments):
         done = self.station.qbc(*arguments, ok=None)
