@@ -13,9 +13,10 @@ namespace {
 
 constexpr DWORD kShareAll = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
 constexpr DWORD kOpenItself = FILE_FLAG_BACKUP_SEMANTICS | FILE_FLAG_OPEN_REPARSE_POINT;
-// For a scanner that has just had a look.
-constexpr int kTries = 25;
+// For a scanner that has just had a look: so long, for all items of one clean-up.
+constexpr ULONGLONG kPatience = 5000;
 constexpr DWORD kPause = 200;
+ULONGLONG Deadline() { return GetTickCount64() + kPatience; }
 
 std::wstring Literal(const std::wstring& path) { return path.starts_with(L"\\\\") ? path : L"\\\\?\\" + path; }
 
@@ -59,14 +60,27 @@ bool IsVolumeMounted(const std::wstring& path) {
          std::memcmp(data + begin, kVolume.data(), kVolume.size() * sizeof(wchar_t)) == 0;
 }
 
-void Remove(const std::wstring& path, const Entry& entry, std::vector<std::wstring>& stayed) {
+// Deletes a file, a link or an empty folder. A folder is full for as long as somebody has open what was deleted in it.
+DWORD Delete(const std::wstring& path, ULONGLONG deadline, bool isLink = false) {
+  for (;; Sleep(kPause)) {
+    const Handle item(CreateFileW(Literal(path).c_str(), DELETE | FILE_WRITE_ATTRIBUTES, kShareAll, nullptr,
+                                  OPEN_EXISTING, kOpenItself, nullptr));
+    const DWORD error = item ? DeleteOpened(item.get()) : GetLastError();
+    if (error == ERROR_FILE_NOT_FOUND || error == ERROR_PATH_NOT_FOUND) return 0;
+    const bool mayPass =
+        error == ERROR_SHARING_VIOLATION || error == ERROR_ACCESS_DENIED || (error == ERROR_DIR_NOT_EMPTY && !isLink);
+    if (!mayPass || GetTickCount64() > deadline) return error;
+  }
+}
+
+void Remove(const std::wstring& path, const Entry& entry, ULONGLONG deadline, std::vector<std::wstring>& stayed) {
   if (entry.isDirectory() && !entry.isLink())
-    for (const Entry& child : EntriesOf(path)) Remove(path + L'\\' + child.name, child, stayed);
+    for (const Entry& child : EntriesOf(path)) Remove(path + L'\\' + child.name, child, deadline, stayed);
   if (entry.isLink() && entry.tag == IO_REPARSE_TAG_MOUNT_POINT && IsVolumeMounted(Literal(path)))
     DeleteVolumeMountPointW((path + L'\\').c_str());
-  const DWORD error = DeleteItem(path);
+  const DWORD error = Delete(path, deadline, entry.isLink());
   if (error == ERROR_DIR_NOT_EMPTY && entry.isLink() && TakeOffTag(Literal(path)))
-    return Remove(path, {entry.name, FILE_ATTRIBUTE_DIRECTORY, 0}, stayed);
+    return Remove(path, {entry.name, FILE_ATTRIBUTE_DIRECTORY, 0}, deadline, stayed);
   if (error != 0) stayed.push_back(path + L": " + ErrorText(error));
 }
 
@@ -147,24 +161,14 @@ std::vector<Entry> EntriesOf(const std::wstring& folder) {
   return entries;
 }
 
-DWORD DeleteItem(const std::wstring& path) {
-  DWORD error = 0;
-  for (int i = 0; i < kTries; ++i) {
-    const Handle item(CreateFileW(Literal(path).c_str(), DELETE | FILE_WRITE_ATTRIBUTES, kShareAll, nullptr,
-                                  OPEN_EXISTING, kOpenItself, nullptr));
-    error = item ? DeleteOpened(item.get()) : GetLastError();
-    const bool mayPass = error == ERROR_SHARING_VIOLATION || error == ERROR_ACCESS_DENIED;
-    if (!mayPass && (error != ERROR_DIR_NOT_EMPTY || !EntriesOf(path).empty())) break;
-    Sleep(kPause);
-  }
-  return error == ERROR_FILE_NOT_FOUND ? 0 : error;
-}
+DWORD DeleteItem(const std::wstring& path) { return Delete(path, Deadline()); }
 
 std::vector<std::wstring> EmptyFolder(const std::wstring& folder, const std::wstring& keep) {
   const BackupPrivileges privileges;
+  const ULONGLONG deadline = Deadline();
   std::vector<std::wstring> stayed;
   for (const Entry& entry : EntriesOf(folder))
-    if (entry.name != keep) Remove(folder + L'\\' + entry.name, entry, stayed);
+    if (entry.name != keep) Remove(folder + L'\\' + entry.name, entry, deadline, stayed);
   return stayed;
 }
 

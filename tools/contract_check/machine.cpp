@@ -100,15 +100,16 @@ void Replace(std::string& line, const std::string& from, const std::string& to, 
   }
 }
 
-// What all SIDs of the account's machine or domain begin with; empty for one of Windows' own.
-std::wstring DomainOf(PSID sid) {
-  if (*GetSidSubAuthority(sid, 0) != SECURITY_NT_NON_UNIQUE) return {};
+// What no other machine's or directory's SIDs begin with; empty for an account of Windows' own.
+std::wstring OwnPartOf(PSID sid) {
   wchar_t* text = nullptr;
   if (!ConvertSidToStringSidW(sid, &text)) return {};
-  std::wstring domain = text;
+  std::wstring own = text;
   LocalFree(text);
+  if (own.starts_with(L"S-1-12-1-")) return own;  // of a directory in the cloud
+  if (!own.starts_with(L"S-1-5-21-")) return {};
   // S-1-5-21-a-b-c, and -n for an account.
-  return std::count(domain.begin(), domain.end(), L'-') > 6 ? domain.substr(0, domain.rfind(L'-')) : domain;
+  return std::count(own.begin(), own.end(), L'-') > 6 ? own.substr(0, own.rfind(L'-')) : own;
 }
 
 }  // namespace
@@ -164,13 +165,13 @@ Veil::Veil() {
   if (OpenProcessToken(GetCurrentProcess(), TOKEN_QUERY, &opened)) {
     const Handle token(opened);
     if (GetTokenInformation(opened, TokenUser, user, sizeof user, &used))
-      Cover(DomainOf(reinterpret_cast<TOKEN_USER*>(user)->User.Sid), "S-(owner's)");
+      Cover(OwnPartOf(reinterpret_cast<TOKEN_USER*>(user)->User.Sid), "S-(owner's)");
   }
   size = 300;
   if (GetComputerNameW(name, &size)) Cover(name, "(machine)");
   SID_NAME_USE use{};
   if (LookupAccountNameW(nullptr, name, user, &sidSize, domain, &domainSize, &use))
-    Cover(DomainOf(user), "S-(machine's)");
+    Cover(OwnPartOf(user), "S-(machine's)");
   if (GetEnvironmentVariableW(L"USERDOMAIN", name, 300)) Cover(name, "(domain)");
 }
 

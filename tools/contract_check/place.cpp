@@ -105,7 +105,8 @@ DWORD MakeKey() {
 
 Place::Place(const std::wstring& folder, std::wstring& whyNot) {
   wchar_t full[1000] = {};
-  const bool hasDrive = folder.size() > 3 && folder[1] == L':' && (folder[2] == L'\\' || folder[2] == L'/');
+  const bool hasDrive = folder.size() > 3 && folder[1] == L':' && (folder[2] == L'\\' || folder[2] == L'/') &&
+                        folder.find_first_of(L"*?\"<>|:", 2) == std::wstring::npos;
   const DWORD length = hasDrive ? GetFullPathNameW(folder.c_str(), 1000, full, nullptr) : 0;
   folder_ = length < 1000 ? full : L"";
   while (folder_.ends_with(L'\\')) folder_.pop_back();
