@@ -242,6 +242,7 @@ TEST_F(FileSecurity, AListGivenAtCreationIsAllThatTheNewItemHas) {
   // Nobody makes others the owners of what he makes but who may restore.
   const UniqueKernelHandle token = ProcessToken(TOKEN_QUERY | TOKEN_ADJUST_PRIVILEGES);
   EXPECT_EQ(MakeWith(made, u"O:SYD:(A;;FA;;;WD)"), ERROR_INVALID_OWNER);
+  EXPECT_EQ(MakeWith(made, u"D:(A;;FA;;;WD)S:(AU;SAFA;FA;;;WD)"), ERROR_PRIVILEGE_NOT_HELD);
   EXPECT_FALSE(Exists(made));
   ASSERT_EQ(Enable(token.get(), u"SeRestorePrivilege"), ERROR_SUCCESS);
   EXPECT_EQ(MakeWith(made, u"O:SYD:(A;;FA;;;WD)"), 0u);

@@ -100,7 +100,9 @@ bool MayMakeOwner(const Token& token, ByteView owner) {
 
 win32::DWORD CheckCreator(const Token& token, std::optional<ByteView> creator) {
   const auto view = creator ? ViewDescriptor(*creator) : std::nullopt;
-  return view && !view->owner.empty() && !MayMakeOwner(token, view->owner) ? win32::ERROR_INVALID_OWNER : 0;
+  if (!view) return 0;
+  if (!view->owner.empty() && !MayMakeOwner(token, view->owner)) return win32::ERROR_INVALID_OWNER;
+  return view->HasSacl() && !token.PrivilegeEnabled(Privilege::Security) ? win32::ERROR_PRIVILEGE_NOT_HELD : 0;
 }
 
 }  // namespace emulated

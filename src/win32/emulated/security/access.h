@@ -41,8 +41,8 @@ win32::DWORD CheckAccess(const Token& token, ByteView descriptor, win32::DWORD d
 
 // Whom a token may make the owner: its user, its groups that are marked so, anybody with SeRestorePrivilege.
 bool MayMakeOwner(const Token& token, ByteView owner);
-// May `token` create an object with this descriptor? 0, or 1307 ERROR_INVALID_OWNER for an owner that it may not
-// assign.
+// May `token` create an object with this descriptor? 0; 1307 ERROR_INVALID_OWNER for an owner that it may not assign;
+// 1314 for a SACL without SeSecurityPrivilege.
 win32::DWORD CheckCreator(const Token& token, std::optional<ByteView> creator);
 
 // The descriptor of a new object: the creator's own parts where given, else inherited from the parent (CREATOR OWNER,
