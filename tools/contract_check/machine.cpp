@@ -16,8 +16,8 @@ namespace check {
 namespace {
 
 template <typename Function>
-Function FromNtdll(const char* name) {
-  const FARPROC found = GetProcAddress(GetModuleHandleW(L"ntdll.dll"), name);
+Function From(const wchar_t* library, const char* name) {
+  const FARPROC found = GetProcAddress(GetModuleHandleW(library), name);
   Function function = nullptr;
   static_assert(sizeof function == sizeof found);
   std::memcpy(&function, &found, sizeof found);
@@ -53,9 +53,17 @@ std::wstring Hex(DWORD number) {
 std::wstring Version() {
   RTL_OSVERSIONINFOW version{};
   version.dwOSVersionInfoSize = sizeof version;
-  if (const auto ask = FromNtdll<LONG(WINAPI*)(RTL_OSVERSIONINFOW*)>("RtlGetVersion")) ask(&version);
+  if (const auto ask = From<LONG(WINAPI*)(RTL_OSVERSIONINFOW*)>(L"ntdll.dll", "RtlGetVersion")) ask(&version);
   return std::to_wstring(version.dwMajorVersion) + L"." + std::to_wstring(version.dwMinorVersion) + L"." +
          std::to_wstring(version.dwBuildNumber) + L", update " + Number(kWindows, L"UBR");
+}
+
+// Of the machine itself, which may run programs for x64 without being one.
+std::wstring Processor() {
+  const auto ask = From<BOOL(WINAPI*)(HANDLE, USHORT*, USHORT*)>(L"kernel32.dll", "IsWow64Process2");
+  USHORT ofProgram = 0, ofMachine = 0;
+  if (!ask || !ask(GetCurrentProcess(), &ofProgram, &ofMachine)) return L"not told";
+  return ofMachine == IMAGE_FILE_MACHINE_AMD64 ? L"x64" : Hex(ofMachine);
 }
 
 bool IsElevated() {
@@ -115,7 +123,7 @@ std::wstring OwnPartOf(PSID sid) {
 }  // namespace
 
 std::wstring WineVersion() {
-  const auto ask = FromNtdll<const char*(CDECL*)()>("wine_get_version");
+  const auto ask = From<const char*(CDECL*)()>(L"ntdll.dll", "wine_get_version");
   return ask ? L"Wine " + Wide(ask()) : L"";
 }
 
@@ -131,6 +139,7 @@ std::vector<std::string> DescribeMachine() {
           Line("begun", time),
           Line("Windows", Version()),
           Line("edition", Text(kWindows, L"EditionID") + L" " + Text(kWindows, L"DisplayVersion")),
+          Line("processor", Processor()),
           Line("Wine", wine.empty() ? L"no" : wine),
           Line("language", locale),
           Line("code pages", L"ANSI " + std::to_wstring(GetACP()) + L", OEM " + std::to_wstring(GetOEMCP())),
