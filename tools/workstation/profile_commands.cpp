@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstdio>
 
+#include "win32/emulated/registry/hive_file.h"
 #include "win32/emulated/registry/registry.h"
 #include "win32/emulated/registry/system_hives.h"
 #include "win32/emulated/security/accounts.h"
@@ -22,7 +23,6 @@ using emulated::Utf8;
 namespace {
 
 constexpr win32::DWORD kFirstUser = 1001;
-constexpr win32::DWORD kBadDatabase = 1009;  // ERROR_BADDB
 constexpr int kUser = static_cast<int>(win32::SID_NAME_USE::SidTypeUser);
 
 win32::DWORD RidOf(const Sid& sid) { return emulated::LoadLittleEndian<std::uint32_t>(sid, sid.size() - 4); }
@@ -91,7 +91,7 @@ std::string SidOfUser(emulated::Machine& machine, const std::string& user) {
 
 [[noreturn]] void FailFirstLogon(const std::string& user, win32::DWORD error) {
   if (error == win32::ERROR_FILE_NOT_FOUND) throw Failure(user + ": the default profile has no NTUSER.DAT");
-  if (error == kBadDatabase) throw Failure(user + ": the default profile's NTUSER.DAT is damaged or dirty");
+  if (error == emulated::kBadDatabase) throw Failure(user + ": the default profile's NTUSER.DAT is damaged or dirty");
   FailWith(user, error);
 }
 

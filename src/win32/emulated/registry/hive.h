@@ -38,6 +38,7 @@ struct RegistryValue {
   std::u16string name;  // empty: the default value
   win32::DWORD type = 0;
   Bytes data;
+  std::uint16_t flags = 0;  // kept: bits beside the one for the form of the name
   // The text of a REG_SZ or REG_EXPAND_SZ without its terminator.
   std::u16string Text() const;
 };
@@ -52,14 +53,15 @@ inline constexpr unsigned kDeepestKey = 512;
 
 // Flags of a key node.
 inline constexpr std::uint16_t kKeyVolatile = 0x01, kKeyHiveEntry = 0x04, kKeyNoDelete = 0x08, kKeySymbolicLink = 0x10,
-                               kKeyCompressedName = 0x20;
+                               kKeyCompressedName = 0x20, kKeyPredefinedHandle = 0x40;
 
 struct HiveKey {
   std::u16string name;
   std::u16string upperName;
-  std::uint16_t flags = 0;          // kKey*, and bits that are only kept
-  std::uint32_t accessBits = 0;     // kept
-  std::uint8_t virtualization = 0;  // kept: user and virtualization flags
+  std::uint16_t flags = 0;             // kKey*, and bits that are only kept
+  std::uint32_t accessBits = 0;        // kept
+  std::uint8_t virtualization = 0;     // kept: user and virtualization flags
+  std::uint32_t predefinedHandle = 0;  // kept: of a key that stands for a handle, which has no values of its own
   FileTime lastWrite = 0;
   std::u16string className;
   std::shared_ptr<const Bytes> security;           // a self-relative descriptor; keys with equal ones may share it

@@ -1,6 +1,7 @@
 // Hives and their files: loading, writing back and unloading.
 #include <algorithm>
 
+#include "win32/emulated/registry/hive_file.h"
 #include "win32/emulated/registry/key_object.h"
 #include "win32/emulated/registry/registry_state.h"
 #include "win32/emulated/security/access.h"
@@ -13,7 +14,6 @@ using win32::DWORD;
 namespace {
 
 constexpr DWORD kSystemProcess = 4;
-constexpr DWORD kBadDatabase = 1009;  // ERROR_BADDB
 constexpr std::uint64_t kLargestHive = 0x7FFFFFFF;
 
 // While it lives the system itself acts, with its privileges on, whoever called.
@@ -60,10 +60,9 @@ DWORD Registry::ReadMount(Mount& mount, std::u16string_view name, bool create, s
     mount.hive = NewHive(name, MachineHiveSecurity(), state_->upCase, state_->machine.Now());
     return WriteMount(mount);
   }
-  Bytes content(static_cast<std::size_t>(size));
-  std::size_t done = 0;
-  if (const DWORD code = volume.Read(mount.file->file, mount.file->stream, 0, content, done)) return code;
-  content.resize(done);
+  Bytes content;
+  const HivePlace place{mount.file->directory, mount.file->name, mount.file->file};
+  if (const DWORD code = ReadHiveFile(volume, place, content, error)) return code;
   mount.hive = ReadHive(content, state_->upCase, error);
   return mount.hive ? win32::ERROR_SUCCESS : kBadDatabase;
 }

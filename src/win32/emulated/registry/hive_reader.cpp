@@ -152,7 +152,10 @@ std::shared_ptr<HiveKey> HiveReader::ReadKey(std::uint32_t offset, HiveKey* pare
   key->security = Security(Load<std::uint32_t>(cell, kNodeSecurity));
   key->parent = parent;
   key->hive = hive_.get();
-  ReadValues(*key, Load<std::uint32_t>(cell, kNodeValues), Load<std::uint32_t>(cell, kNodeValueList));
+  if ((flags & kKeyPredefinedHandle) != 0)  // in place of the number of values
+    key->predefinedHandle = Load<std::uint32_t>(cell, kNodeValues);
+  else
+    ReadValues(*key, Load<std::uint32_t>(cell, kNodeValues), Load<std::uint32_t>(cell, kNodeValueList));
   ReadChildren(*key, Load<std::uint32_t>(cell, kNodeSubKeys), Load<std::uint32_t>(cell, kNodeSubKeyList), depth);
   return key;
 }
@@ -166,8 +169,10 @@ void HiveReader::ReadValues(HiveKey& key, std::uint32_t count, std::uint32_t lis
     const ByteView cell = Content(LoadLittleEndian<std::uint32_t>(list, i * 4));
     if (cell.size() < kValueName || std::memcmp(cell.data(), "vk", 2) != 0) Fail("is damaged: a value record is none");
     RegistryValue value;
-    value.name = Name(Slice(cell, kValueName, Load<std::uint16_t>(cell, kValueNameLength)),
-                      (Load<std::uint16_t>(cell, kValueFlags) & kValueCompressedName) != 0);
+    const auto flags = Load<std::uint16_t>(cell, kValueFlags);
+    value.flags = flags & static_cast<std::uint16_t>(~kValueCompressedName);
+    value.name =
+        Name(Slice(cell, kValueName, Load<std::uint16_t>(cell, kValueNameLength)), (flags & kValueCompressedName) != 0);
     if (value.name.size() > kLongestValueName) Fail("is damaged: a value's name is too long");
     value.type = Load<std::uint32_t>(cell, kValueType);
     const auto size = Load<std::uint32_t>(cell, kValueSize);

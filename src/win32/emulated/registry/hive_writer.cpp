@@ -159,7 +159,9 @@ void HiveWriter::WriteKey(const HiveKey& key, Offset offset, Offset parent) {
     longestData = std::max(longestData, value.data.size());
   }
   const Offset values = key.values.empty() ? kNone : WriteValues(key);
-  Put<std::uint32_t>(offset, kNodeValues, static_cast<std::uint32_t>(key.values.size()));
+  Put<std::uint32_t>(
+      offset, kNodeValues,
+      key.flags & kKeyPredefinedHandle ? key.predefinedHandle : static_cast<std::uint32_t>(key.values.size()));
   Put(offset, kNodeValueList, values);
   Put<std::uint32_t>(offset, kNodeLongestValueName, static_cast<std::uint32_t>(longestName));
   Put<std::uint32_t>(offset, kNodeLongestValue, static_cast<std::uint32_t>(longestData));
@@ -189,8 +191,9 @@ HiveWriter::Offset HiveWriter::WriteValues(const HiveKey& key) {
     Put<std::uint16_t>(offset, kValueNameLength, static_cast<std::uint16_t>(name.size()));
     Put<std::uint32_t>(offset, kValueType, value.type);
     // The default value has no name to compress.
+    const bool isCompressed = !name.empty() && Compressible(value.name);
     Put<std::uint16_t>(offset, kValueFlags,
-                       !name.empty() && Compressible(value.name) ? kValueCompressedName : std::uint16_t{0});
+                       static_cast<std::uint16_t>(value.flags | (isCompressed ? kValueCompressedName : 0)));
     PutBytes(offset, kValueName, name);
     const auto size = static_cast<std::uint32_t>(value.data.size());
     if (size <= 4) {

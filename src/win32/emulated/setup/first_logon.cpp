@@ -5,6 +5,7 @@
 #include "win32/emulated/registry/registry.h"
 #include "win32/emulated/registry/system_hives.h"
 #include "win32/emulated/setup/account_pictures.h"
+#include "win32/emulated/registry/hive_file.h"
 #include "win32/emulated/setup/user_hive.h"
 #include "win32/emulated/setup/user_profile.h"
 #include "win32/emulated/text.h"
@@ -15,7 +16,6 @@ namespace {
 
 using win32::DWORD;
 
-constexpr DWORD kBadDatabase = 1009;  // ERROR_BADDB
 constexpr std::u16string_view kObjectPrefix = u"\\??\\";
 
 // A folder that the profile list names.
@@ -26,16 +26,6 @@ DWORD FindProfileFolder(Machine& machine, std::u16string_view value, std::u16str
   while (!path.empty() && path.back() == u'\\') path.pop_back();
   if (const DWORD error = machine.files().Resolve(path, true, location)) return error;
   return location.file == 0 ? DWORD{win32::ERROR_PATH_NOT_FOUND} : DWORD{win32::ERROR_SUCCESS};
-}
-
-DWORD ReadWhole(Volume& volume, FileId file, Bytes& content) {
-  FileInfo info;
-  if (const DWORD error = volume.Stat(file, info)) return error;
-  content.resize(static_cast<std::size_t>(info.size));
-  std::size_t done = 0;
-  const DWORD error = volume.Read(file, {}, 0, content, done);
-  content.resize(done);
-  return error;
 }
 
 // Copies what is in one folder into another: data, attributes and links; owners and access come from the new place.
@@ -63,7 +53,7 @@ class ProfileCopy {
     }
     if (StartsWithAsciiNoCase(name, u"ntuser.")) return win32::ERROR_SUCCESS;  // each user's own
     Bytes content;
-    if (const DWORD error = ReadWhole(source_, file, content)) return error;
+    if (const DWORD error = ReadWholeFile(source_, file, content)) return error;
     build_.File(target, content, {}, info.attributes);
     return build_.error();
   }
@@ -111,7 +101,10 @@ DWORD ReadDefaultHive(Machine& machine, const std::u16string& defaultProfile, st
   if (const DWORD error = machine.files().Resolve(defaultProfile + u"\\NTUSER.DAT", true, location)) return error;
   if (location.file == 0) return win32::ERROR_FILE_NOT_FOUND;
   Bytes content;
-  if (const DWORD error = ReadWhole(*location.volume->volume, location.file, content)) return error;
+  std::string why;
+  if (const DWORD error = ReadHiveFile(*location.volume->volume, {location.directory, location.name, location.file},
+                                       content, why))
+    return error;
   auto made = UserHiveFromDefault(content, machine.registry().upCase(), home, sid, machine.Now());
   if (!made) return kBadDatabase;
   hive = std::move(*made);

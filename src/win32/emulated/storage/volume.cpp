@@ -23,7 +23,11 @@ win32::DWORD Volume::LookupPath(std::u16string_view path, FileId& file) {
 
 win32::DWORD ReadWholeFile(Volume& volume, std::u16string_view path, Bytes& content) {
   FileId file = 0;
-  if (const win32::DWORD error = volume.LookupPath(path, file)) return error;
+  const win32::DWORD error = volume.LookupPath(path, file);
+  return error != 0 ? error : ReadWholeFile(volume, file, content);
+}
+
+win32::DWORD ReadWholeFile(Volume& volume, FileId file, Bytes& content) {
   std::uint64_t size = 0;
   if (const win32::DWORD error = volume.StreamSize(file, {}, size)) return error;
   if (size > volume.TotalBytes()) return win32::ERROR_FILE_CORRUPT;

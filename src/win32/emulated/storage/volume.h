@@ -161,6 +161,7 @@ class Volume {
 
 // Whole-file helpers for what the machine itself keeps on a volume (hives). The path is as for LookupPath.
 win32::DWORD ReadWholeFile(Volume& volume, std::u16string_view path, Bytes& content);
+win32::DWORD ReadWholeFile(Volume& volume, FileId file, Bytes& content);
 // Replaces the content of an existing file in place.
 win32::DWORD WriteWholeFile(Volume& volume, std::u16string_view path, ByteView content);
 
