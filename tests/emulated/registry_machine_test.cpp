@@ -55,6 +55,36 @@ TEST_F(RegistryMachine, LoadedHivesKeepTheirFilesToThemselves) {
   EXPECT_EQ(RegLoadKeyW(HKEY_LOCAL_MACHINE, u"Other", kFile), 1009);
 }
 
+// A disk of a real machine: its Windows has named the partitions, and finds them by these names again.
+TEST_F(RegistryMachine, VolumesHaveTheNamesThatTheirOwnWindowsGaveThem) {
+  constexpr std::u16string_view kDevices = u"HKLM\\SYSTEM\\MountedDevices",
+                                kName = u"\\??\\Volume{9e0ab3c8-0f4b-11e9-9c2d-806e6f6e6963}";
+  const auto devices = [&] {
+    std::map<std::u16string, emulated::Bytes> values;
+    for (const auto& value : registry().Values(kDevices)) values[value.name] = value.data;
+    return values;
+  };
+  const auto own = devices();
+  emulated::Bytes partition{'D', 'M', 'I', 'O', ':', 'I', 'D', ':'}, cdrom{'d', 0, 'v', 0, 'd', 0};
+  partition.resize(24, 0x5A);
+  registry().DeleteValue(kDevices, kName);
+  for (const auto& [name, data] : own) registry().DeleteValue(kDevices, name);
+  registry().Set(kDevices, u"\\DosDevices\\C:", REG_BINARY, partition);
+  registry().Set(kDevices, u"\\DosDevices\\E:", REG_BINARY, cdrom);
+  registry().Set(kDevices, kName, REG_BINARY, partition);
+  Restart();
+  EXPECT_EQ(machine->FindByLetter(u'C')->guidName, u"\\\\?\\" + std::u16string(kName.substr(4)) + u"\\");
+  auto named = devices();
+  EXPECT_TRUE(named.at(u"\\DosDevices\\C:") == partition && named.at(std::u16string(kName)) == partition);
+  EXPECT_EQ(named.at(u"\\DosDevices\\E:"), cdrom);
+  EXPECT_EQ(named.at(u"\\DosDevices\\D:"), own.at(u"\\DosDevices\\D:")) << "new there";
+  EXPECT_FALSE(registry().IsDirty(kDevices)) << "a look writes nothing";
+  // What names a volume on the disk is written with it.
+  contract::MakeDirectory(u"C:\\mount");
+  ASSERT_TRUE(SetVolumeMountPointW(u"C:\\mount\\", machine->FindByLetter(u'D')->guidName.c_str()));
+  EXPECT_TRUE(registry().IsDirty(kDevices));
+}
+
 TEST_F(RegistryMachine, DelayedRenamesAreCarriedOutInOrderAtTheStart) {
   constexpr std::u16string_view kKey = u"HKLM\\SYSTEM\\CurrentControlSet\\Control\\Session Manager",
                                 kValue = u"PendingFileRenameOperations";

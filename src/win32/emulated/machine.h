@@ -42,6 +42,7 @@ struct MountedVolume {
   std::unique_ptr<Volume> volume;     // null for a volume that is only known by name (remote, optical, FAT, ...)
   BlockDevice* deviceData = nullptr;  // what `volume` lies on
   std::string image;                  // the image's file name in a workstation folder; empty in memory
+  Bytes identity;                     // what MountedDevices knows it by
   bool frozen = false;
 };
 

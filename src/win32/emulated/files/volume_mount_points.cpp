@@ -107,7 +107,7 @@ DWORD AssignLetter(char16_t letter, MountedVolume& volume) {
   if (volume.letter != 0) return win32::ERROR_INVALID_PARAMETER;
   volume.letter = letter;
   machine.files().ForgetPaths();
-  machine.registry().Set(kMountedDevices, LetterValue(letter), win32::REG_BINARY, DeviceIdentity(volume));
+  RecordNames(machine, volume);
   return 0;
 }
 
@@ -282,7 +282,11 @@ BOOL SetVolumeMountPointW(const char16_t* lpszVolumeMountPoint, const char16_t* 
   const std::u16string path = FullPath(lpszVolumeMountPoint);
   bool isRoot = false;
   VolumeOfRoot(path, &isRoot);
-  if (!isRoot) return call.Done(MountOnFolder(WithoutEndSeparator(path), *volume));
+  if (!isRoot) {
+    const DWORD error = MountOnFolder(WithoutEndSeparator(path), *volume);
+    if (error == 0) RecordNames(Machine::Current(), *volume);  // the folder leads to the name
+    return call.Done(error);
+  }
   if (IsVolumeName(path)) return call.Done(ERROR_INVALID_PARAMETER);
   return call.Done(AssignLetter(path[path.size() - 3], *volume));
 }

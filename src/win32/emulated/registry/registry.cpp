@@ -181,6 +181,15 @@ void Registry::Set(std::u16string_view path, std::u16string_view value, DWORD ty
   key->hive->Touch(*key, state_->machine.Now());
 }
 
+bool Registry::IsDirty(std::u16string_view path) {
+  const auto key = Find(path);
+  return key && key->hive->dirty;
+}
+
+void Registry::SetDirty(std::u16string_view path, bool dirty) {
+  if (const auto key = Find(path)) key->hive->dirty = dirty;
+}
+
 void Registry::SetText(std::u16string_view path, std::u16string_view value, std::u16string_view text, DWORD type) {
   Set(path, value, type, RegistryText(text));
 }

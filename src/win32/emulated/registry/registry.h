@@ -55,6 +55,10 @@ class Registry {
   void CreateKey(std::u16string_view path);
   bool DeleteValue(std::u16string_view path, std::u16string_view value);
   bool DeleteTree(std::u16string_view path);
+  // Does what has changed in the path's hive have to be written? What the machine can work out again at its next start
+  // need not: a run that only looks leaves every file as it is.
+  bool IsDirty(std::u16string_view path);
+  void SetDirty(std::u16string_view path, bool dirty);
   // The key's security descriptor; setting it changes this key alone. Nothing (false) without the key.
   std::optional<Bytes> Security(std::u16string_view path);
   bool SetSecurity(std::u16string_view path, ByteView descriptor);
