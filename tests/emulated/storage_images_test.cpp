@@ -67,6 +67,20 @@ class StorageImages : public testing::Test {
   const test::TemporaryFolder folder_;
 };
 
+TEST_F(StorageImages, AreOneForWhoeverReachesThemByLinks) {
+  const test::TemporaryFolder other;
+  std::filesystem::create_symlink(folder_ / "C.ntfs", other / "C.ntfs");
+  std::filesystem::create_hard_link(folder_ / "D.ntfs", other / "D.ntfs");
+  const Opened opened = Open(true);
+  std::string error;
+  const auto set = ImageSet::Open(other.path(), error);
+  for (const auto* const image : {"C.ntfs", "D.ntfs"}) {
+    EXPECT_FALSE(set->OpenImage(image, false, error));
+    EXPECT_EQ(error, (other / image).string() + ": in use by another process");
+  }
+  EXPECT_TRUE(set->OpenImage("D.ntfs", true, error)) << "a frozen one is only read: " << error;
+}
+
 TEST_F(StorageImages, ShowNothingUntilTheCommitAndAllAfterIt) {
   {
     Opened opened = Open();

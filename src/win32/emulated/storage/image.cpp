@@ -1,3 +1,4 @@
+#include <sys/file.h>
 #include <sys/stat.h>
 
 #include <algorithm>
@@ -12,8 +13,10 @@ namespace {
 // One line that says which file and why.
 std::string Problem(const std::filesystem::path& file, const std::string& what) { return file.string() + ": " + what; }
 
+// Opened and locked: two folders may reach one image by links. Who only reads it shares it with others who do.
 FileDescriptor OpenSized(const std::filesystem::path& image, int flags, std::uint64_t& size, std::string& error) {
-  FileDescriptor file(open(image.c_str(), flags | O_CLOEXEC));
+  constexpr mode_t kAsTheUserLikes = 0666;
+  FileDescriptor file(open(image.c_str(), flags | O_CLOEXEC, kAsTheUserLikes));
   struct stat status {};
   if (!file || fstat(file.get(), &status) != 0) {
     error = Problem(image, strerror(errno));
@@ -21,6 +24,10 @@ FileDescriptor OpenSized(const std::filesystem::path& image, int flags, std::uin
   }
   if (!S_ISREG(status.st_mode)) {
     error = Problem(image, "not a file");
+    return {};
+  }
+  if (flock(file.get(), ((flags & O_ACCMODE) == O_RDONLY ? LOCK_SH : LOCK_EX) | LOCK_NB) != 0) {
+    error = Problem(image, "in use by another process");
     return {};
   }
   size = static_cast<std::uint64_t>(status.st_size);
