@@ -74,7 +74,7 @@ Disks InstalledDisks(const MachineFacts& facts) {
   installation.profiles = emulated::DefaultProfiles();
   if (facts.shortNames || AllMakeShortNames()) installation.disable8dot3NameCreation = 0;
   std::string error;
-  if (const auto code = emulated::InstallWindows(*machine, installation))
+  if (const auto code = emulated::InstallWindows(*machine, installation, error))
     throw std::runtime_error("Windows cannot be installed: " + std::to_string(code));
   for (const auto& mounted : machine->volumes)
     if (mounted->image != "C.ntfs" && emulated::PrepareDataVolume(*mounted->volume, machine->Now()) != 0)

@@ -9,6 +9,7 @@
 #include <fcntl.h>
 #include <sys/stat.h>
 
+#include "win32/emulated/files/file_service.h"
 #include "win32/emulated/files/runtime_bound.h"
 #include "win32/emulated/text.h"
 #include "win32/win32.h"
@@ -27,23 +28,39 @@ constexpr win32::DWORD kShareAll = win32::FILE_SHARE_READ | win32::FILE_SHARE_WR
 
 [[noreturn]] void FailLast(std::u16string_view path) { FailWith(Utf8(path), win32::GetLastError()); }
 
-UniqueFile OpenForReading(const std::u16string& path) {
-  UniqueFile file{win32::CreateFileW(path.c_str(), win32::GENERIC_READ, kShareAll, nullptr, win32::OPEN_EXISTING,
-                                     win32::FILE_FLAG_BACKUP_SEMANTICS, nullptr)};
-  if (!file) FailLast(path);
-  return file;
+// What lies on the volume, whoever has it open: the system's hives are files like others here.
+void CopyOut(const std::u16string& path, std::ostream& to) {
+  emulated::Location location;
+  win32::DWORD error = emulated::Machine::Current().files().Resolve(path, true, location);
+  if (error == 0 && location.file == 0) error = win32::ERROR_FILE_NOT_FOUND;
+  if (error == 0 && (location.info.attributes & win32::FILE_ATTRIBUTE_DIRECTORY) && location.stream.empty())
+    error = win32::ERROR_ACCESS_DENIED;
+  emulated::Bytes buffer(1 << 20);
+  for (std::uint64_t offset = 0; error == 0;) {
+    std::size_t done = 0;
+    error = location.volume->volume->Read(location.file, location.stream, offset, buffer, done);
+    if (error != 0 || done == 0) break;
+    if (!to.write(reinterpret_cast<const char*>(buffer.data()), static_cast<std::streamsize>(done)))
+      throw Failure("the host file could not be written");
+    offset += done;
+  }
+  if (error != 0) FailWith(Utf8(path), error);
 }
 
-void CopyOut(const std::u16string& path, std::ostream& to) {
-  const UniqueFile file = OpenForReading(path);
-  std::vector<char> buffer(1 << 20);
-  for (;;) {
-    win32::DWORD read = 0;
-    if (!win32::ReadFile(file.get(), buffer.data(), static_cast<win32::DWORD>(buffer.size()), &read, nullptr))
-      FailLast(path);
-    if (read == 0) return;
-    if (!to.write(buffer.data(), static_cast<std::streamsize>(read)))
-      throw Failure("the host file could not be written");
+// A file of the host, under another name until it is whole.
+void CopyOutTo(const std::u16string& path, const fs::path& to) {
+  const fs::path part = to.string() + ".part";
+  try {
+    std::ofstream file(part, std::ios::binary | std::ios::trunc);
+    if (!file) throw Failure(to.string() + ": cannot be written");
+    CopyOut(path, file);
+    file.close();
+    if (!file) throw Failure(to.string() + ": cannot be written");
+    fs::rename(part, to);
+  } catch (...) {
+    std::error_code ignored;
+    fs::remove(part, ignored);
+    throw;
   }
 }
 
@@ -119,11 +136,7 @@ void PutTree(const fs::path& from, const std::u16string& to) {
 }
 
 void GetTree(const std::u16string& from, win32::DWORD attributes, const fs::path& to) {
-  if ((attributes & win32::FILE_ATTRIBUTE_DIRECTORY) == 0) {
-    std::ofstream file(to, std::ios::binary | std::ios::trunc);
-    if (!file) throw Failure(to.string() + ": cannot be written");
-    return CopyOut(from, file);
-  }
+  if ((attributes & win32::FILE_ATTRIBUTE_DIRECTORY) == 0) return CopyOutTo(from, to);
   fs::create_directories(to);
   for (const Entry& entry : Enumerate(from))
     if (!IsLink(entry)) GetTree(Join(from, entry.name), entry.data.dwFileAttributes, to / fs::path(Utf8(entry.name)));

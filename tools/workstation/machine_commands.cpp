@@ -153,7 +153,10 @@ void Install(const fs::path& folder, const emulated::InstallationFacts& facts,
     const auto station = emulated::Workstation::OpenUnbooted(folder, error);
     if (!station) throw Failure(error);
     emulated::Machine& machine = station->machine();
-    if (const win32::DWORD code = emulated::InstallWindows(machine, facts)) FailWith("C.ntfs", code);
+    if (const win32::DWORD code = emulated::InstallWindows(machine, facts, error)) {
+      if (!error.empty()) throw Failure(error);
+      FailWith("C.ntfs", code);
+    }
     for (const auto& mounted : machine.volumes)
       if (freshImages.contains(mounted->image) && mounted->image != "C.ntfs")
         if (const win32::DWORD code = emulated::PrepareDataVolume(*mounted->volume, machine.Now()))
@@ -184,9 +187,12 @@ void AddImage(const fs::path& folder, const Arguments& arguments, bool move) {
     } else {
       OnMachine(folder, true, [](emulated::Machine&) {});  // it mounts, and MountedDevices knows it now
     }
-  } catch (...) {
+  } catch (const std::exception& failure) {
     fs::remove(folder / name, failed);
-    throw;
+    std::string why = failure.what();  // of the copy that is gone, or of what is on it
+    for (const fs::path& place : {folder / name, folder})
+      if (why.starts_with(place.string() + ": ")) why.erase(0, place.string().size() + 2);
+    throw Failure(image.string() + ": " + why);
   }
   if (move) fs::remove(image, failed);
 }

@@ -147,7 +147,7 @@ std::vector<ProfileFacts> DefaultProfiles() {
   return {{u"Administrator", machine + u"-500"}, {u"anna", machine + u"-1001", true}, {u"jan", machine + u"-1002"}};
 }
 
-win32::DWORD InstallWindows(Machine& machine, const InstallationFacts& facts) {
+win32::DWORD InstallWindows(Machine& machine, const InstallationFacts& facts, std::string& error) {
   MountedVolume* const system = machine.SystemVolume();
   if (!system) return win32::ERROR_PATH_NOT_FOUND;
   machine.MakeShortNames(facts.disable8dot3NameCreation);
@@ -159,7 +159,6 @@ win32::DWORD InstallWindows(Machine& machine, const InstallationFacts& facts) {
   MakeProfiles(build, facts, machine.Now());
   if (build.error() != 0) return build.error();
 
-  std::string error;
   if (!machine.registry().LoadSystemHives(error)) return win32::ERROR_FILE_CORRUPT;
   if (!machine.registry().KeyExists(u"HKLM\\SYSTEM\\Select")) {
     FillSystemHives(machine.registry(), facts);

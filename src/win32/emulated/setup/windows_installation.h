@@ -26,8 +26,8 @@ struct InstallationFacts {
 inline constexpr std::u16string_view kMachineSid = u"S-1-5-21-1004336348-1177238915-682003330";
 
 // Puts what is missing on the system volume (C.ntfs) of a machine that has not been booted: what is there stays. 0 or
-// an error.
-win32::DWORD InstallWindows(Machine& machine, const InstallationFacts& facts);
+// an error, with one line in `error` when its registry cannot be read or written.
+win32::DWORD InstallWindows(Machine& machine, const InstallationFacts& facts, std::string& error);
 
 // The descriptor that a freshly formatted drive's root has on Windows, and "System Volume Information" below it.
 win32::DWORD PrepareDataVolume(Volume& volume, FileTime now);
