@@ -12,6 +12,7 @@
 #include "links/real_path.h"
 #include "profiles/profile_folders.h"
 #include "profiles/profiles_location.h"
+#include "profiles/user_hive.h"
 #include "records/redirected_places.h"
 #include "report/console.h"
 #include "report/lines.h"
@@ -125,6 +126,8 @@ bool ProfileMove::MayMove() {
   if (!place_.HoldsNothingOfOthers(profile_.sid, flags_.carried.ntfsPermissions) ||
       (!place_.KeepsPath() && !records_.CanFollow()))
     return false;
+  // The way home is open for a profile whose hive has been damaged since; the log then tells.
+  if (!place_.KeepsPath() && !flags_.backToDefault && !CanRewriteWallpaper(profile_)) return false;
   if (!place_.KeepsPath() && !flags_.backToDefault) TellIfOnOneVolume(profile_.folder, place_.path());
   return true;
 }

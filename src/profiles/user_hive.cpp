@@ -95,6 +95,19 @@ int RewriteWallpaper(const UserProfile& profile, const std::u16string& oldFolder
   return 0;
 }
 
+int CanRewriteWallpaper(const UserProfile& profile) try {
+  if (profile.hiveState != kHiveNotLoaded) return 1;
+  LoadedHive hive(profile.folder);
+  if (hive.isLoaded() && hive.TakeOff()) return 1;
+  Log(u"#ERROR: The registry file of the user of %ls is damaged, or in use. Nothing in it could follow the User "
+      u"Profile, "
+      u"which stays where it is.",
+      profile.folder);
+  return 0;
+} catch (const std::exception&) {
+  return 0;
+}
+
 void UnloadForgottenHive() try {
   win32::UniqueKey key;
   if (win32::RegOpenKeyExW(win32::HKEY_USERS, kTemporaryKey, 0, win32::KEY_QUERY_VALUE, key.put()) != 0) return;

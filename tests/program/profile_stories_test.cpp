@@ -266,15 +266,19 @@ TEST_F(Profile, WithAWallpaperOfItsOwnFollows) {
     ASSERT_EQ(MoveHome(u"anna").exitCode, 0);
   }
   emulated::Registry& registry = machine->registry();
-  // A broken hive is no reason to keep the profile where it is, and a forgotten one is no obstacle.
+  // A forgotten hive is no obstacle; a broken one keeps the profile where it is, but not from coming home.
   ASSERT_EQ(registry.LoadHive(u"HKU\\_ntuser", u"C:\\Users\\jan\\NTUSER.DAT"), 0u);
-  win32::SetFileAttributesW(u"C:\\Users\\anna\\NTUSER.DAT", win32::FILE_ATTRIBUTE_NORMAL);
-  MakeFile(kAnna + u"\\NTUSER.DAT", "no hive");
+  ASSERT_EQ(Move(u"anna", u"D:\\P").exitCode, 0);
+  win32::SetFileAttributesW(u"D:\\P\\anna\\NTUSER.DAT", win32::FILE_ATTRIBUTE_NORMAL);
+  MakeFile(u"D:\\P\\anna\\NTUSER.DAT", "no hive");
+  const RunResult home = MoveHome(u"anna");
+  EXPECT_TRUE(home.exitCode == 0 &&
+              home.Logged(u"#INFO: Unable to load the user's registry file C:\\Users\\anna\\ntuser.dat."));
+  const Tree before = DescribeTree(kAnna);
   const RunResult run = Move(u"anna", u"D:\\P");
-  EXPECT_TRUE(run.exitCode == 0 &&
-              run.Logged(u"#INFO: Unable to load the user's registry file D:\\P\\anna\\ntuser.dat."));
-  EXPECT_EQ(Contents(u"D:\\P\\anna\\NTUSER.DAT"), "no hive");
-  EXPECT_FALSE(HiveIsLoaded());
+  EXPECT_TRUE(run.exitCode == 1 && run.Logged(u"#ERROR: The registry file of the user of C:\\Users\\anna is damaged"));
+  EXPECT_EQ(DescribeTree(kAnna), before);
+  EXPECT_FALSE(Exists(u"D:\\P\\anna") || HiveIsLoaded());
 }
 
 // What needs nothing of the configuration works without the product's service; what does says so.
