@@ -44,6 +44,10 @@ int main(int argc, char** argv) {
   std::string error;
   const auto station = emulated::Workstation::Open(folder, error);
   if (!station) return Fail(error);
+  // Every command that changes something takes an argument.
+  const std::string& protection = station->writeProtection();
+  if (!protection.empty() && argc > 2) return Fail(protection);
+  if (!protection.empty()) std::fprintf(stderr, "qbc: %s (a look is all that is done)\n", protection.c_str());
   emulated::Machine& machine = station->machine();
   UseProgramModule(machine);
   workstation::RunQuillbayService(machine);
@@ -71,5 +75,5 @@ int main(int argc, char** argv) {
     std::fprintf(stderr, "%10llu calls\n", static_cast<unsigned long long>(machine.gate.Count()));
   }
   std::fflush(stdout);
-  return station->Save(error) ? result : Fail(error);
+  return !protection.empty() || station->Save(error) ? result : Fail(error);
 }

@@ -1,5 +1,6 @@
 #include "workstation/command.h"
 
+#include <cstdio>
 #include <limits>
 
 #include "win32/emulated/text.h"
@@ -15,9 +16,9 @@ const std::vector<Command>& Commands() {
        "0|1|2|3]",
        "Makes a workstation: Windows, profiles, the product.", 0, kAny, Create},
       {"info", "FOLDER", "Volumes, their names, what is frozen, who is logged on.", 0, 0, Info},
-      {"import", "FOLDER IMAGE L:|volume",
-       "Adds a copy of a raw NTFS image as a drive or as a volume without a letter.", 2, 2, Import},
-      {"adopt", "FOLDER IMAGE L:|volume", "The same, moving the image into the folder.", 2, 2, Adopt},
+      {"import", "FOLDER IMAGE L:|volume [--discard-log]",
+       "Adds a copy of a raw NTFS image as a drive or as a volume without a letter.", 2, 3, Import},
+      {"adopt", "FOLDER IMAGE L:|volume [--discard-log]", "The same, moving the image into the folder.", 2, 3, Adopt},
       {"ls", "FOLDER PATH [-R]", "Lists a folder of the machine.", 1, 2, List},
       {"cat", "FOLDER PATH", "Prints a file or a stream (FILE:STREAM).", 1, 1, Cat},
       {"put", "FOLDER HOSTPATH|- PATH", "Copies a host file or folder tree, or standard input, onto the machine.", 2, 2,
@@ -69,6 +70,10 @@ void OnStation(const std::filesystem::path& folder, bool save,
   std::string error;
   const auto station = emulated::Workstation::Open(folder, error);
   if (!station) throw Failure(error);
+  if (const std::string& why = station->writeProtection(); !why.empty()) {
+    if (save) throw Failure(why);
+    std::fprintf(stderr, "workstation: %s (a look is all that is done)\n", why.c_str());
+  }
   emulated::Machine& machine = station->machine();
   // The tool acts as the system itself would, whoever is logged on.
   machine.process.token = emulated::MakeSystemToken();

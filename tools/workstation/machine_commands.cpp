@@ -14,6 +14,8 @@
 
 #include "win32/emulated/registry/registry.h"
 #include "win32/emulated/setup/windows_installation.h"
+#include "win32/emulated/storage/image_set.h"
+#include "win32/emulated/storage/windows_state.h"
 #include "win32/emulated/text.h"
 #include "workstation/command.h"
 #include "workstation/product.h"
@@ -166,13 +168,44 @@ void Install(const fs::path& folder, const emulated::InstallationFacts& facts,
   OnMachine(folder, true, InstallProduct);
 }
 
+// What stands against taking the image is told of the user's file, before a byte is copied.
+void RequireFitImage(const fs::path& image, bool discardLog) {
+  std::string error;
+  const auto device = emulated::FrozenImage::Open(image.parent_path(), image.filename().string(), error);
+  if (!device) throw Failure(error);
+  std::unique_ptr<emulated::Volume> volume;
+  if (const win32::DWORD code = emulated::Volume::Mount(*device, volume)) FailWith(image.string(), code);
+  if (discardLog && !volume->IsJournalClean()) return;
+  if (const std::string why = emulated::WhyNotToWrite(*volume); !why.empty())
+    throw Failure(image.string() + ": " + why +
+                  (volume->IsJournalClean() ? "" : "; --discard-log gives up what the journal holds"));
+}
+
+void DiscardJournal(const fs::path& folder, const std::string& name, const fs::path& image) {
+  std::string error;
+  const auto images = emulated::ImageSet::Open(folder, error);
+  emulated::BlockDevice* const device = images ? images->OpenImage(name, false, error) : nullptr;
+  std::unique_ptr<emulated::Volume> volume;
+  if (!device) throw Failure(error);
+  if (const win32::DWORD code = emulated::Volume::Mount(*device, volume)) FailWith(name, code);
+  if (volume->IsJournalClean()) return;
+  if (const win32::DWORD code = volume->DiscardJournal()) FailWith(name, code);
+  if (const win32::DWORD code = volume->Flush()) FailWith(name, code);
+  if (!images->Commit(error)) throw Failure(error);
+  std::fprintf(stderr, "workstation: %s: what its journal held has been given up in the copy\n", image.c_str());
+}
+
 void AddImage(const fs::path& folder, const Arguments& arguments, bool move) {
   const fs::path image = arguments[0];
+  const bool discardLog = arguments.size() > 2;
+  if (discardLog && arguments[2] != "--discard-log")
+    throw Failure("\"" + arguments[2] + "\" is not an option of import");
   const std::string name =
       arguments[1] == "volume" ? NewGuidImage() : std::string(1, ParseLetter(arguments[1])) + ".ntfs";
   std::error_code failed;
   if (!fs::is_regular_file(image, failed)) throw Failure(image.string() + ": no such image");
   if (fs::exists(folder / name, failed)) throw Failure((folder / name).string() + ": there is such a drive already");
+  RequireFitImage(image, discardLog);
   fs::create_directories(folder, failed);
   const bool needsWindows = name == "C.ntfs";
   if (!needsWindows && !fs::exists(folder / "C.ntfs", failed))
@@ -180,6 +213,7 @@ void AddImage(const fs::path& folder, const Arguments& arguments, bool move) {
   fs::copy_file(image, folder / name, failed);
   if (failed) throw Failure((folder / name).string() + ": " + failed.message());
   try {
+    if (discardLog) DiscardJournal(folder, name, image);
     if (needsWindows) {
       emulated::InstallationFacts facts;
       facts.profiles = emulated::DefaultProfiles();

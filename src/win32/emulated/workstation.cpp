@@ -5,6 +5,7 @@
 #include <sstream>
 #include <system_error>
 
+#include "win32/emulated/storage/windows_state.h"
 #include "win32/emulated/system/logon.h"
 #include "win32/emulated/text.h"
 
@@ -139,6 +140,8 @@ std::unique_ptr<Workstation> Workstation::OpenUnbooted(const fs::path& folder, s
       return nullptr;
     }
     mounted->frozen = frozen;
+    if (const std::string why = WhyNotToWrite(*mounted->volume); !why.empty() && station->writeProtection_.empty())
+      station->writeProtection_ = (folder / name).string() + ": " + why;
   }
   return station;
 }
@@ -156,6 +159,8 @@ std::unique_ptr<Workstation> Workstation::Open(const fs::path& folder, std::stri
 }
 
 bool Workstation::Save(std::string& error) {
+  error = writeProtection_;
+  if (!error.empty()) return false;
   machine_->objects.CloseAll(machine_->process.id);
   return machine_->Flush(error) && SaveState(error) && images_->Commit(error);
 }

@@ -34,6 +34,8 @@ class Workstation {
   static std::unique_ptr<Workstation> OpenUnbooted(const std::filesystem::path& folder, std::string& error);
 
   Machine& machine() { return *machine_; }
+  // Why nothing may be written here, in one line that names the image; empty when all may. See WhyNotToWrite.
+  const std::string& writeProtection() const { return writeProtection_; }
   // What was changed in it is put down by the next save.
   WorkstationState& state() { return state_; }
   // The running program ends (its handles are closed) and everything it changed is put down: the state, when it
@@ -62,6 +64,7 @@ class Workstation {
   std::filesystem::path folder_;
   WorkstationState state_;
   std::string savedState_;  // the text of the state as the folder has it
+  std::string writeProtection_;
   std::unique_ptr<ImageSet> images_;
   std::unique_ptr<Machine> machine_;  // after images_: its volumes flush into them
 };

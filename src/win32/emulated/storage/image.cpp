@@ -2,10 +2,12 @@
 #include <sys/stat.h>
 
 #include <algorithm>
+#include <array>
 
 #include "win32/constants.h"
 #include "win32/emulated/storage/image_set.h"
 #include "win32/emulated/storage/ntfs_device.h"
+#include "win32/emulated/storage/windows_state.h"
 
 namespace emulated {
 namespace {
@@ -34,8 +36,12 @@ FileDescriptor OpenSized(const std::filesystem::path& image, int flags, std::uin
   return file;
 }
 
-std::string VolumeProblem(win32::DWORD error) {
-  return error == win32::ERROR_UNRECOGNIZED_VOLUME ? "not an NTFS volume" : "the NTFS volume is damaged";
+std::string VolumeProblem(BlockDevice& device, win32::DWORD error) {
+  if (error != win32::ERROR_UNRECOGNIZED_VOLUME) return "the NTFS volume is damaged";
+  std::array<std::uint8_t, 512> first{};
+  const std::string kind =
+      device.Size() >= first.size() && device.Read(0, first) ? OtherVolumeKind(first) : std::string();
+  return kind.empty() ? "not an NTFS volume" : kind + ", not an NTFS volume";
 }
 
 }  // namespace
@@ -121,7 +127,7 @@ bool LiveImage::FindFreeChunks(std::string& error) {
   Bytes bitmap;
   std::uint32_t clusterSize = 0;
   if (const win32::DWORD failure = ntfs::ReadClusterBitmap(*this, bitmap, clusterSize)) {
-    error = VolumeProblem(failure);
+    error = VolumeProblem(*this, failure);
     return false;
   }
   for (std::uint64_t chunk = 0; chunk < isFree_.size(); ++chunk) {
@@ -167,7 +173,7 @@ std::unique_ptr<FrozenImage> FrozenImage::Open(const std::filesystem::path& fold
   Bytes bitmap;
   std::uint32_t clusterSize = 0;
   if (const win32::DWORD failure = ntfs::ReadClusterBitmap(*image, bitmap, clusterSize)) {
-    error = Problem(image->image_, VolumeProblem(failure));
+    error = Problem(image->image_, VolumeProblem(*image, failure));
     return nullptr;
   }
   return image;

@@ -55,6 +55,24 @@ win32::DWORD NtfsVolume::Open() {
   const ntfs::Inode root(ntfs_inode_open(volume_, FILE_root));
   if (!root.get()) return win32::ERROR_FILE_CORRUPT;
   root_ = MK_MREF(FILE_root, le16_to_cpu(root->mrec->sequence_number));
+  isMarkedForCheck_ = (volume_->flags & VOLUME_IS_DIRTY) != 0;
+  isJournalClean_ = ReadJournalState();
+  return 0;
+}
+
+bool NtfsVolume::ReadJournalState() {
+  const ntfs::Inode journal(ntfs_inode_open(volume_, FILE_LogFile));
+  const ntfs::UniqueAttribute data = journal.get() ? ntfs::OpenData(journal.get(), {}) : nullptr;
+  RESTART_PAGE_HEADER* restart = nullptr;
+  const bool isClean = data && ntfs_check_logfile(data.get(), &restart) && ntfs_is_logfile_clean(data.get(), restart);
+  free(restart);
+  return isClean;
+}
+
+win32::DWORD NtfsVolume::DiscardJournal() {
+  const std::lock_guard lock(mutex_);
+  if (ntfs_logfile_reset(volume_) != 0) return ntfs::LastError();
+  isJournalClean_ = true;
   return 0;
 }
 

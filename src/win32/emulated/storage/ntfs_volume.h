@@ -74,6 +74,9 @@ class NtfsVolume final : public Volume {
   std::uint64_t TotalBytes() const override;
   std::uint64_t FreeBytes() const override;
   std::uint32_t ClusterSize() const override;
+  bool IsJournalClean() const override { return isJournalClean_; }
+  bool IsMarkedForCheck() const override { return isMarkedForCheck_; }
+  win32::DWORD DiscardJournal() override;
   char16_t UpCase(char16_t unit) const override { return upCase_[unit]; }
   win32::DWORD Flush() override;
 
@@ -109,6 +112,7 @@ class NtfsVolume final : public Volume {
   };
 
   // ntfs_volume.cpp: the mount, the caches, and what goes down to the records.
+  bool ReadJournalState();
   std::unique_lock<std::mutex> Enter();
   win32::DWORD GetNode(FileId file, Node*& node);
   win32::DWORD Refresh(Node& node, _ntfs_inode* inode);
@@ -154,6 +158,7 @@ class NtfsVolume final : public Volume {
   FileId root_ = 0;
   std::u16string label_;
   std::uint64_t serialNumber_ = 0;
+  bool isJournalClean_ = true, isMarkedForCheck_ = false;
   std::vector<char16_t> upCase_;
 
   std::unordered_map<FileId, Node> nodes_;

@@ -153,6 +153,12 @@ class Volume {
   virtual std::uint64_t TotalBytes() const = 0;
   virtual std::uint64_t FreeBytes() const = 0;
   virtual std::uint32_t ClusterSize() const = 0;
+  // As the volume was when it was mounted: was its journal put away, so that nothing is to be replayed, and is it
+  // marked for a check (chkdsk)?
+  virtual bool IsJournalClean() const = 0;
+  virtual bool IsMarkedForCheck() const = 0;
+  // Gives up what an unclean journal holds.
+  virtual win32::DWORD DiscardJournal() = 0;
   // Upper case of one UTF-16 unit by the volume's table.
   virtual char16_t UpCase(char16_t unit) const = 0;
   // Puts everything that is held back down to the device.
