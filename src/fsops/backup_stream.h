@@ -9,9 +9,8 @@
 #include "win32/file.h"
 #include "win32/handle.h"
 
-// The end of a copy leaves the last error as it was: it tells why the copy has failed.
-
 // A file whose last-access time the use of this handle does not change: the file system is told so before it is closed.
+// The end of a copy leaves the last error as it was: it tells why the copy has failed.
 struct AccessTimeKeepingTraits : win32::FileHandleTraits {
   static void Close(Type handle) {
     const win32::LastErrorKept error;

@@ -43,7 +43,8 @@ FolderDescriptor ReadDescriptor(const std::u16string& folder) {
   FolderDescriptor descriptor(SizeOf(header));
   const auto size = static_cast<win32::DWORD>(descriptor.size());
   if (!reader.Read(descriptor.data(), size, read)) return {};
-  if (read == size || IsInvalidStream()) return descriptor;
+  if (read == size) return descriptor;
+  IsInvalidStream();
   return {};
 }
 
