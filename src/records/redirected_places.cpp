@@ -190,7 +190,8 @@ std::optional<JunctionRecord> FindRecord(const std::u16string& source, const std
   for (const std::u16string& target : {location, inLocation})
     for (const JunctionRecord& record : records)
       if (isWritten(record, target)) return record;
-  for (const std::u16string& target : {location, inLocation})
+  // The target's volume may make no short names, or others.
+  for (const std::u16string& target : {location, RealTargetOf(AsStored(source), location)})
     for (const JunctionRecord& record : records)
       if (IsSpelledSo(record, source, target)) return record;
   return std::nullopt;

@@ -14,16 +14,11 @@
 
 namespace test {
 
-// The same tests on machines whose volumes make short names.
-static bool AllMakeShortNames() { return std::getenv("QBC_SHORT_NAMES") != nullptr; }
-
 Disks KeptDisks(const std::string& name, const std::function<Disks()>& make) {
   static std::map<std::string, Disks> known;
   Disks& disks = known[name];
   const char* const folders = std::getenv("QBC_TEST_DISKS");
-  const std::filesystem::path kept =
-      folders ? std::filesystem::path(folders) / (name + (AllMakeShortNames() ? "-8dot3" : ""))
-              : std::filesystem::path();
+  const std::filesystem::path kept = folders ? std::filesystem::path(folders) / name : std::filesystem::path();
   std::error_code missing;
   if (disks.empty() && folders)
     for (const auto& file : std::filesystem::directory_iterator(kept, missing))
@@ -72,7 +67,7 @@ Disks InstalledDisks(const MachineFacts& facts) {
   installation.majorVersion = facts.majorVersion;
   installation.minorVersion = facts.minorVersion;
   installation.profiles = emulated::DefaultProfiles();
-  if (facts.shortNames || AllMakeShortNames()) installation.disable8dot3NameCreation = 0;
+  if (facts.shortNames || std::getenv("QBC_SHORT_NAMES")) installation.disable8dot3NameCreation = 0;
   std::string error;
   if (const auto code = emulated::InstallWindows(*machine, installation, error))
     throw std::runtime_error("Windows cannot be installed: " + std::to_string(code));
