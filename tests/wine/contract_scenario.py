@@ -63,6 +63,10 @@ def refusals(world):
             ("no administrator", (restricted, EXE, "--folder", FOLDER), 3, "not run as an administrator")):
         result = world.prefix.run(*run)
         world.checks.true(f"refused: {name}", result.code == code and said in result.text, result)
+    world.prefix.set_value(KEY, "of", "somebody else")
+    code, said, *_ = ask(world)
+    world.checks.true("refused: a foreign key", code == 3 and "has not made" in said and world.prefix.has_key(KEY), said)
+    world.prefix.delete_key(KEY)
     compare(world, "a refusal changes nothing", before)
 
 
@@ -86,6 +90,12 @@ def killed(world):
     process.wait()
     left = world.read(WORK + "\\mark") and world.names(WORK + "\\1\\1") and world.prefix.has_key(KEY)
     world.checks.true("killed: something was left", left, world.names(WORK))
+    letter = FOLDER + "\\letter"
+    world.write(letter, b"mine")
+    code, said, *_ = ask(world)
+    alone = code == 3 and "is not empty" in said and world.read(letter) == b"mine" and world.names(WORK)
+    world.checks.true("killed: nothing is taken away beside another's file", alone, said)
+    world.remove(letter)
     code, said, facts, _ = ask(world, "--fact", "FilesData.*")
     taken = all(f"Taking away what a run that was ended left in {place}." in said
                 for place in (WORK, KEY.replace("HKCU", "HKEY_CURRENT_USER")))
