@@ -65,7 +65,7 @@ def refusals(world):
         world.checks.true(f"refused: {name}", result.code == code and said in result.text, result)
     world.prefix.set_value(KEY, "of", "somebody else")
     code, said, *_ = ask(world)
-    world.checks.true("refused: a foreign key", code == 3 and "has not made" in said and world.prefix.has_key(KEY), said)
+    world.checks.true("refused: not our key", code == 3 and "has not made" in said and world.prefix.has_key(KEY), said)
     world.prefix.delete_key(KEY)
     compare(world, "a refusal changes nothing", before)
 
