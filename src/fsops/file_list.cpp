@@ -19,7 +19,10 @@ std::uint64_t TreeListing::TotalSize() const {
 }
 
 void PutShortNamesFirst(std::vector<TreeEntry>& entries) {
-  const auto comesFirst = [](const TreeEntry& entry) { return MayBeShortName(LastComponent(entry.path)); };
+  const auto comesFirst = [](const TreeEntry& entry) {
+    const std::u16string_view path = entry.path;
+    return MayBeShortName(path.substr(path.rfind(u'\\') + 1));
+  };
   if (std::ranges::none_of(entries, comesFirst)) return;
   // An entry's key is its place in the listing behind the places of the folders that it is in.
   using Key = std::vector<std::size_t>;

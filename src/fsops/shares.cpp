@@ -9,8 +9,9 @@
 namespace {
 
 // The path of a share may name the folder by a short name.
-bool NamesFolder(const std::u16string& path, std::u16string_view folder) {
-  return EqualPaths(path, folder) || (path.find(u'~') != path.npos && EqualPaths(AsStored(path), folder));
+bool NamesFolder(std::u16string_view path, std::u16string_view folder) {
+  return EqualPaths(path, folder) ||
+         (path.find(u'~') != path.npos && EqualPaths(AsStored(std::u16string(path)), folder));
 }
 
 }  // namespace

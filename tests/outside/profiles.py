@@ -51,7 +51,7 @@ def junctions(station, letter, folder):
 def check_profile_moved_and_back(build, scratch, said):
     """anna's profile to a folder, and to a volume by its GUID, and home again."""
     station = Station(build, f"{scratch}/machine")
-    station("create", "--drive", "C:64M", "--drive", "D:64M", "--volume", "48M", "--8dot3name", "0")
+    station("create", "--drive", "C:64M", "--drive", "D:64M", "--volume", "48M", "--8dot3name", "2")
     guid = station.volume_without_letter()
     with mount(station.image("C")) as mounted:
         fill_profile(f"{mounted}/Users/anna")

@@ -49,6 +49,7 @@ win32::DWORD NtfsVolume::GiveShortName(FileId file, FileId directory, std::u16st
 // After a rename. One link of a file has the short name; the others go without, and so does a file that a full volume
 // has no room for. (The library could not tell two links in one directory apart.)
 void NtfsVolume::RenewShortName(FileId file, FileId directory, std::u16string_view name, bool hadOne) {
+  if (!makesShortNames) return;
   const Node& node = nodes_.at(file);
   const auto linksHere = std::ranges::count_if(
       node.names, [directory](const Name& link) { return !link.isShort && link.directory == directory; });
