@@ -219,7 +219,7 @@ TEST_F(FilesNames, ShortNames) {
   const std::u16string file = Path(u"Letter to Jan.html"), moved = Path(u"moved to.html");
   Put(file, "Dear Jan");
   const std::u16string name = shortName(file), byShort = Path(name);
-  if (name.empty() && OtherVolume().empty()) GTEST_SKIP() << "the volume makes none";  // the workstation's do
+  if (name.empty() && Path(u"") != u"C:\\Scratch\\") GTEST_SKIP() << "the volume makes none";  // the workstation's do
   EXPECT_EQ(Get(byShort), "Dear Jan");
   EXPECT_EQ(OpenError(byShort, GENERIC_WRITE, 0, CREATE_NEW), ERROR_FILE_EXISTS);
   for (const std::u16string& pattern : {byShort, byShort.substr(0, byShort.size() - 3) + u'*', file})
