@@ -10,8 +10,8 @@
 // there is nothing to replace; 0 when the hive could not be read or written, or not be unloaded (logged).
 int RewriteWallpaper(const UserProfile& profile, const std::u16string& oldFolder, const std::u16string& newFolder);
 
-// Could RewriteWallpaper do its work? 0 (logged) when the hive of a user who is not logged on cannot be loaded, or not be
-// unloaded again: asked before a profile leaves.
+// Could RewriteWallpaper do its work? 0 (logged) when the hive of a user who is not logged on cannot be loaded, or not
+// be unloaded again: asked before a profile leaves.
 int CanRewriteWallpaper(const UserProfile& profile);
 
 // Unloads "_ntuser" if a run that was cut off left it loaded.

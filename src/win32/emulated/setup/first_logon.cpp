@@ -102,8 +102,8 @@ DWORD ReadDefaultHive(Machine& machine, const std::u16string& defaultProfile, st
   if (location.file == 0) return win32::ERROR_FILE_NOT_FOUND;
   Bytes content;
   std::string why;
-  if (const DWORD error = ReadHiveFile(*location.volume->volume, {location.directory, location.name, location.file},
-                                       content, why))
+  if (const DWORD error =
+          ReadHiveFile(*location.volume->volume, {location.directory, location.name, location.file}, content, why))
     return error;
   auto made = UserHiveFromDefault(content, machine.registry().upCase(), home, sid, machine.Now());
   if (!made) return kBadDatabase;
