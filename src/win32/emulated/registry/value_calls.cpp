@@ -46,13 +46,13 @@ bool IsString(DWORD type) {
 }
 
 // The size that is stored of a text: with the terminator that its size leaves out, when one stands right behind. The
-// look goes past what the caller has counted, as Windows' own does.
+// look at a text that does not end with one goes past what the caller has counted, as Windows' own does.
 DWORD SizeWithTerminator(DWORD type, const win32::BYTE* data, DWORD size) {
   constexpr DWORD kUnit = sizeof(char16_t);
   if (!IsString(type) || size < kUnit) return size;
-  char16_t around[2];  // the last unit that is counted whole, and the one behind it
-  std::memcpy(around, data + (size / kUnit - 1) * kUnit, sizeof around);
-  return around[0] != 0 && around[1] == 0 ? size + kUnit : size;
+  const auto isZero = [data](DWORD unit) { return data[unit * kUnit] == 0 && data[unit * kUnit + 1] == 0; };
+  const DWORD last = size / kUnit - 1;  // that is counted whole
+  return !isZero(last) && isZero(last + 1) ? size + kUnit : size;
 }
 
 DWORD SetValue(win32::HKEY handle, std::u16string_view name, DWORD type, const win32::BYTE* data, DWORD size) {

@@ -40,6 +40,7 @@ extern "C" {
 #include <ntfs-3g/object_id.h>
 #include <ntfs-3g/reparse.h>
 #include <ntfs-3g/security.h>
+#include <ntfs-3g/unistr.h>
 #include <ntfs-3g/volume.h>
 }
 #undef min

@@ -25,6 +25,8 @@ win32::DWORD NtfsVolume::GiveShortName(FileId file, FileId directory, std::u16st
   const bool isShort = IsShortName(name);
   std::u16string shortName = UpCased(name);
   for (ShortNames candidates(name); !isShort && (shortName = candidates.Next(), Find(*entries, shortName));) continue;
+  // None for a name that Win32 makes by "\\?\" only, such as a device's: the library takes it for a mistake.
+  if (ntfs_forbidden_names(volume_, ntfs::Units(shortName), static_cast<int>(shortName.size()), TRUE)) return 0;
 
   for (const FileId changed : {file, directory}) {
     if (const win32::DWORD error = HoldTimes(changed)) return error;
@@ -34,10 +36,8 @@ win32::DWORD NtfsVolume::GiveShortName(FileId file, FileId directory, std::u16st
   ntfs::Inode folder(volume_, directory);
   if (folder.error()) return folder.error();
   const std::string text(shortName.begin(), shortName.end());  // ASCII
-  if (ntfs_set_ntfs_dos_name(inode.release(), folder.release(), text.data(), text.size(), 0) != 0) {
-    // None for a name that Win32 makes by "\\?\" only: the library takes it for a mistake.
-    return errno == EINVAL ? 0 : ntfs::LastError();
-  }
+  if (ntfs_set_ntfs_dos_name(inode.release(), folder.release(), text.data(), text.size(), 0) != 0)
+    return errno == EINVAL ? 0 : ntfs::LastError();  // what else it takes for a mistake has none, either
   if (!isShort) {
     const std::u16string key = UpCased(name);
     entries->entries.at(key).shortName = shortName;
