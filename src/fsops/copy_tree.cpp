@@ -42,6 +42,9 @@ std::optional<bool> IsLinkAt(const std::u16string& path) {
          IsSymbolicLinkRecord(found.dwFileAttributes, found.dwReserved0);
 }
 
+// A symbolic link that waited for the other links could find its name taken, as the short one of a file.
+bool MustComeFirst(const TreeEntry& link) { return link.IsSymbolicLink() && MayBeShortName(LastComponent(link.path)); }
+
 // Takes the read-only bit off a target that was there before, and gives it its attributes back at the end.
 class TargetAttributes {
  public:
@@ -200,9 +203,9 @@ bool TreeCopy::IsOther(const std::u16string& target) const {
 // In a tree that is brought back: what stands there has come since, and has this name, or that of a folder above, as
 // its short one only.
 bool TreeCopy::IsForAnother(const TreeEntry& entry, const std::u16string& target, const Look& look) {
-  const bool isTaken =
-      takenFolders_.contains(ParentPath(entry.path)) || (look.IsThere() && IsShortNameOfAnother(target));
-  if (isTaken && entry.IsDirectory()) takenFolders_.insert(entry.path);
+  const std::u16string path(WithoutExtendedPrefix(entry.path));
+  const bool isTaken = takenFolders_.contains(ParentPath(path)) || (look.IsThere() && IsShortNameOfAnother(target));
+  if (isTaken && entry.IsDirectory()) takenFolders_.insert(path);
   return isTaken;
 }
 
@@ -256,7 +259,7 @@ Step TreeCopy::CopyEntry(const TreeEntry& entry) {
   if (!SaveSource(entry)) return Failed(entry, roots_.TargetOf(entry.path));
   if (entry.IsSymbolicLink()) {  // made again with the links
     IsSymbolicLink(entry.path.c_str());
-    return Step::Next;
+    return MustComeFirst(entry) ? CopyLink(entry) : Step::Next;
   }
 
   const std::u16string target = roots_.TargetOf(entry.path);
@@ -474,7 +477,7 @@ int TreeCopy::Run(const std::u16string& sourceRoot, const std::u16string& target
   // Symbolic links first: they may lead through junctions, which are taken off at the source.
   for (const bool symbolic : {true, false})
     for (const TreeEntry& link : listing.links)
-      if (link.IsSymbolicLink() == symbolic && CopyLink(link) == Step::Failed) return 0;
+      if (link.IsSymbolicLink() == symbolic && !MustComeFirst(link) && CopyLink(link) == Step::Failed) return 0;
   if (!CarryFolderTimes()) return 0;
   // Of a tree that is brought back, the caller puts the shares right: it knows which were there before.
   if (!selection_ && !(flags_.copyOnly && flags_.moveShares)) MoveShares();

@@ -18,12 +18,14 @@ std::uint64_t TreeListing::TotalSize() const {
   return total;
 }
 
-void PutShortNamesFirst(std::vector<TreeEntry>& entries) {
-  const auto comesFirst = [](const TreeEntry& entry) {
+namespace {
+
+void PutShortNames(bool first, std::vector<TreeEntry>& entries) {
+  const auto mayBeShort = [](const TreeEntry& entry) {
     const std::u16string_view path = entry.path;
     return MayBeShortName(path.substr(path.rfind(u'\\') + 1));
   };
-  if (std::ranges::none_of(entries, comesFirst)) return;
+  if (std::ranges::none_of(entries, mayBeShort)) return;
   // An entry's key is its place in the listing behind the places of the folders that it is in.
   using Key = std::vector<std::size_t>;
   std::map<std::u16string, Key, std::less<>> folders;
@@ -32,13 +34,18 @@ void PutShortNamesFirst(std::vector<TreeEntry>& entries) {
     const std::u16string_view path = WithoutExtendedPrefix(entry.path);
     const auto folder = folders.find(path.substr(0, path.rfind(u'\\')));
     Key key = folder == folders.end() ? Key{} : folder->second;
-    key.push_back(sorted.size() + (comesFirst(entry) ? 0 : entries.size()));
+    key.push_back(sorted.size() + (mayBeShort(entry) == first ? 0 : entries.size()));
     if (entry.IsDirectory()) folders.emplace(std::u16string(path), key);
     sorted.emplace_back(std::move(key), std::move(entry));
   }
   std::ranges::sort(sorted, {}, &std::pair<Key, TreeEntry>::first);
   for (std::size_t at = 0; at < entries.size(); ++at) entries[at] = std::move(sorted[at].second);
 }
+
+}  // namespace
+
+void PutShortNamesFirst(std::vector<TreeEntry>& entries) { PutShortNames(true, entries); }
+void PutShortNamesLast(std::vector<TreeEntry>& entries) { PutShortNames(false, entries); }
 
 bool IsSystemFolderName(std::u16string_view name) {
   return EqualPaths(name, u"$RECYCLE.BIN") || EqualPaths(name, u"System Volume Information");

@@ -41,8 +41,10 @@ struct TreeListing {
 };
 
 // Names that other items could get as their short ones come before what is beside them: where they are made first, the
-// volume gives the others short names that are free. A folder still comes before its contents.
+// volume gives the others short names that are free. Or behind it: where they go last, none of the others takes one. A
+// folder still comes before its contents.
 void PutShortNamesFirst(std::vector<TreeEntry>& entries);
+void PutShortNamesLast(std::vector<TreeEntry>& entries);
 
 // Lists everything below `folder`, which itself is not in the list - unless it is a junction or a symbolic link: then
 // it is the only entry. A mounted volume is entered when it is `folder`, and is a link below it. 0 when any folder

@@ -6,16 +6,6 @@
 #include "text/path_text.h"
 #include "win32/win32.h"
 
-namespace {
-
-// The path of a share may name the folder by a short name.
-bool NamesFolder(std::u16string_view path, std::u16string_view folder) {
-  return EqualPaths(path, folder) ||
-         (path.find(u'~') != path.npos && EqualPaths(AsStored(std::u16string(path)), folder));
-}
-
-}  // namespace
-
 // One block of shares as NetShareEnum gave it.
 struct ShareList::Buffer {
   explicit Buffer(win32::BYTE* block) : data(block) {}
@@ -26,8 +16,18 @@ struct ShareList::Buffer {
   const win32::SHARE_INFO_502* shares() const {
     return static_cast<const win32::SHARE_INFO_502*>(static_cast<const void*>(data));
   }
+  // Once for all that is asked: a tree has many folders.
+  void LookUpShortNames() {
+    for (win32::DWORD index = 0; index < count; ++index) {
+      const char16_t* const path = shares()[index].shi502_path;
+      const bool mayHoldThem = path && std::u16string_view(path).find(u'~') != std::u16string_view::npos;
+      longPaths.push_back(mayHoldThem ? AsStored(path) : std::u16string());
+    }
+  }
+
   win32::BYTE* data;
   win32::DWORD count = 0;
+  std::vector<std::u16string> longPaths;  // of the shares whose paths may hold short names
 };
 
 ShareList ShareList::Read() {
@@ -42,6 +42,7 @@ ShareList ShareList::Read() {
     const bool hasShares = block && (result == win32::NERR_Success || result == win32::ERROR_MORE_DATA);
     if (block) list.buffers_.push_back(std::make_shared<Buffer>(block));
     if (hasShares) list.buffers_.back()->count = count;
+    if (hasShares) list.buffers_.back()->LookUpShortNames();
     if (count == 0) break;  // nothing came, so the same question would be asked for ever
   }
   list.whole_ = result == win32::NERR_Success || result == kServerNotStarted;
@@ -53,7 +54,8 @@ std::vector<const win32::SHARE_INFO_502*> ShareList::FindByPath(std::u16string_v
   for (const std::shared_ptr<Buffer>& buffer : buffers_)
     for (win32::DWORD index = 0; index < buffer->count; ++index) {
       const win32::SHARE_INFO_502& share = buffer->shares()[index];
-      if (share.shi502_path && NamesFolder(share.shi502_path, folder)) found.push_back(&share);
+      if (share.shi502_path && (EqualPaths(share.shi502_path, folder) || EqualPaths(buffer->longPaths[index], folder)))
+        found.push_back(&share);
     }
   return found;
 }

@@ -5,6 +5,7 @@
 #include <string_view>
 
 #include "links/presence.h"
+#include "links/real_path.h"
 #include "text/path_text.h"
 #include "win32/win32.h"
 
@@ -88,7 +89,7 @@ std::u16string SymbolicLinkText(const std::u16string& link) {
 }
 
 int RestoreLink(const SavedLink& link) try {
-  if (link.reparseData.empty()) return 0;
+  if (link.reparseData.empty() || IsShortNameOfAnother(link.source)) return 0;
   const Look look = LookAt(link.source);
   const bool made = !look.IsThere() && MakeItem(link);
   if (look.IsGone() && !made) return 0;

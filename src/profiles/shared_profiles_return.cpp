@@ -16,6 +16,7 @@
 #include "links/junction.h"
 #include "links/mounted_folder.h"
 #include "links/presence.h"
+#include "links/real_path.h"
 #include "profiles/shared_profiles_rules.h"
 #include "report/lines.h"
 #include "report/log.h"
@@ -48,19 +49,22 @@ bool ReadFacts(const std::u16string& path, ItemFacts& facts) {
 bool IsPlainFile(const TreeEntry& entry) { return !entry.IsDirectory() && !entry.IsReparsePoint(); }
 
 // "C:\x\letter.doc" as "C:\x\letter (old).doc", or "(old 2)" and so on, a long name cut: one that is free below `root`
-// and below `otherRoot`. Empty, with the last error, when all these are taken.
+// and below `otherRoot`. Empty, with the last error, when all these are taken. "LETTER~1.TXT" becomes
+// "(old) LETTER~1.TXT": with the mark behind, a volume could give it the name that is to be free as its short one.
 std::u16string NameAside(const std::u16string& path, const std::u16string& root, const std::u16string& otherRoot) {
   const std::size_t name = path.rfind(u'\\') + 1;
   const std::size_t dot = path.rfind(u'.');
   const std::size_t end = dot == std::u16string::npos || dot <= name ? path.size() : dot;
+  const bool isShort = MayBeShortName(std::u16string_view(path).substr(name));
   constexpr int kTries = 999;  // any user may make such names in the Public profile
   constexpr std::size_t kLongestName = 255;
   for (int number = 1; number <= kTries; ++number) {
     const std::u16string mark = number == 1 ? u" (old)" : FormatText(u" (old %d)", number);
     const std::size_t others = mark.size() + path.size() - end;
     if (others >= kLongestName) break;
-    const std::u16string start = path.substr(0, name) + path.substr(name, std::min(end - name, kLongestName - others));
-    std::u16string aside(ExtendedPath(start + mark + path.substr(end)));
+    const std::u16string start = path.substr(name, std::min(end - name, kLongestName - others));
+    const std::u16string marked = isShort ? mark.substr(1) + u" " + start : start + mark;
+    std::u16string aside(ExtendedPath(path.substr(0, name) + marked + path.substr(end)));
     if (IsGone(aside) && IsGone(PathBelow(aside, root, otherRoot))) return aside;
   }
   win32::SetLastError(win32::ERROR_ALREADY_EXISTS);
@@ -122,12 +126,15 @@ bool SharedProfileReturn::CopyBack() {
 // newer than what comes back, or of another kind, is kept beside it.
 bool SharedProfileReturn::SetAside() {
   const bool roomForBoth = HasRoomForBoth();
-  for (const TreeEntry& entry : listing_.entries) {
+  std::vector<TreeEntry> entries = listing_.entries;
+  PutShortNamesLast(entries);
+  for (const TreeEntry& entry : entries) {
     const std::u16string path = PathBelow(entry.path, copy(), original());
     ItemFacts old, live;
     if (!ReadFacts(path, old) || !ReadFacts(entry.path, live))
       return LogSystemFailure(u"#ERROR: Unable to compare %ls with %ls. ", entry.path, path);
     if (!old.found || !live.found) continue;
+    if (IsShortNameOfAnother(path)) return LogFailure(line::kNameTaken, entry.path, path);
     bool unmounted = false;
     if (old.IsLink() && !UnmountSame(path, entry.path, unmounted)) return false;
     if (unmounted) continue;

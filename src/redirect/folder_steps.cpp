@@ -3,6 +3,7 @@
 #include "fsops/security.h"
 #include "links/junction.h"
 #include "links/presence.h"
+#include "links/real_path.h"
 #include "probes/privileges.h"
 #include "records/profile_keys.h"
 #include "records/records.h"
@@ -24,7 +25,11 @@ bool MayBegin(const char16_t* source, const char16_t* target, const char16_t* pa
 
 bool AreThere(const std::u16string& source, const std::u16string& target) {
   if (!PathExists(source)) return LogFailure(line::kSourceDoesNotExist, source);
-  if (PathExists(target)) return true;
+  // What was there may have gone, and another item that came since may have its name as the short one. (A record that
+  // names both ends by short names means the item.)
+  const bool isAnother =
+      EqualPaths(LastComponent(AsStored(source)), LastComponent(target)) && IsShortNameOfAnother(target);
+  if (PathExists(target) && !isAnother) return true;
   return LogFailure(u"#ERROR: Target = %ls Path Does Not Exist.", target);
 }
 

@@ -144,6 +144,28 @@ TEST_F(SharedProfilesCommands, WriteIntoNoFileOfSeveralNames) {
   }
 }
 
+// Names that others have, or could get, as their short ones, in the old folder and beside what is put out of the way
+// there.
+TEST_F(SharedProfilesCommands, ComeBackBesideShortNames) {
+  const std::u16string documents = kPublic + u"\\Documents\\";
+  Restart({.shortNames = true});
+  MakeFile(documents + u"LETTER~1.TXT", "called so");
+  for (const auto* name : {u"Letter to Jan.txt", u"Letter\u00DCbung.txt"}) MakeFile(documents + name, "another");
+  const Files files = FilesOf(kPublic);
+  ASSERT_EQ(Redirect(u"PublicProfile", kPlace).exitCode, 0);
+  EXPECT_TRUE(BringingBackFails());
+  EXPECT_EQ(FilesOf(kPublic), files);
+  ASSERT_EQ(BringBack(u"PublicProfile").exitCode, 0);
+  EXPECT_EQ(FilesOf(kPublic), files);
+  ASSERT_EQ(Redirect(u"PublicProfile", kPlace).exitCode, 0);
+  MakeFile(documents + u"Report of May.txt", "in the old folder only");
+  MakeFile(kCopy + u"\\Documents\\REPORT~1.TXT", "called so, and newer");
+  const Files old = FilesOf(kPublic);
+  const RunResult refused = BringBack(u"PublicProfile");
+  EXPECT_TRUE(refused.exitCode == 1 && refused.Logged(u"REPORT~1.TXT: another item has that name there."));
+  EXPECT_EQ(FilesOf(kPublic), old);
+}
+
 // Folders of Public that are redirected themselves, other folders whose contents lie in it, and a volume.
 TEST_F(SharedProfilesCommands, WhatIsRedirectedOrMountedInThemFollows) {
   MakeFolder(kPublic + u"\\Papers");

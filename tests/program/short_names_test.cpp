@@ -16,6 +16,9 @@ TEST_F(Redirections, TakeShortNamesForTheItemAndForNoOther) {
   for (const auto* file : {u"C:\\Long folder\\MYDOCU~1\\x", u"C:\\Long folder\\My Documents\\x", u"C:\\LETTER~1.TXT",
                            u"D:\\Target folder\\Letter to Jan.txt"})
     MakeFile(file, emulated::Utf8(file));
+  EnablePrivileges();
+  ASSERT_TRUE(CreateSymbolicLinkEntry(u"C:\\Long folder\\NOTHIN~1", u"C:\\Nothing"));
+  MakeFile(u"C:\\Long folder\\Nothing in it", "");
   const State before = Now();
   Share(u"Letters", u"C:\\LONGFO~1\\MYDOCU~2");
   Redirect(u"C:\\LONGFO~1", u"D:\\TARGET~1");
@@ -37,6 +40,17 @@ TEST_F(Redirections, TakeShortNamesForTheItemAndForNoOther) {
   ExpectRefused(u"/RedirectFolder", {{u"C:\\SOMEST~1", u"D:\\TARGET~1", "\\SOMEST~1: another item has that name"}});
   ExpectRefused(u"/RedirectFile", {{u"C:\\LETTER~1.TXT", u"D:\\TARGET~1", "LETTER~1.TXT: another item has that"}});
   EXPECT_EQ(ChangesSince(before), "");
+  // What has gone from the target, another item may be called so for short by now.
+  machine->FindByLetter(u'D')->volume->makesShortNames = true;
+  MakeFolder(u"D:\\Empty");
+  Redirect(u"C:\\SOMEST~1", u"D:\\Empty");
+  ASSERT_EQ(Run({u"/RedirectFile", u"C:\\LETTER~1.TXT", u"/loc:D:\\Empty"}).exitCode, 0);
+  ASSERT_TRUE(win32::RemoveDirectoryW(u"D:\\Empty\\SOMEST~1") && win32::DeleteFileW(u"D:\\Empty\\LETTER~1.TXT"));
+  MakeFolder(u"D:\\Empty\\Some Stuff");
+  MakeFile(u"D:\\Empty\\Letter to Jan.txt", "another");
+  const std::string gone = "Path Does Not Exist";
+  ExpectRefused(u"/RedirectFolder", {{u"C:\\SOMEST~1", u"D:\\Empty", "SOMEST~1 " + gone}}, u"/d");
+  ExpectRefused(u"/RedirectFile", {{u"C:\\LETTER~1.TXT", u"D:\\Empty", "LETTER~1.TXT " + gone}}, u"/d");
 }
 
 }  // namespace
