@@ -3,6 +3,8 @@ find_package(PkgConfig REQUIRED)
 pkg_check_modules(NTFS3G REQUIRED IMPORTED_TARGET libntfs-3g)
 pkg_check_modules(CURL REQUIRED IMPORTED_TARGET libcurl)
 pkg_check_modules(LIBXML2 REQUIRED IMPORTED_TARGET libxml-2.0)
+pkg_check_modules(BLKID REQUIRED IMPORTED_TARGET blkid)
+pkg_check_modules(CRYPTO REQUIRED IMPORTED_TARGET libcrypto)
 find_package(GTest REQUIRED)
 find_package(Threads REQUIRED)
 
@@ -24,7 +26,7 @@ target_link_libraries(qbc PRIVATE program program_resources emulated)
 file(GLOB workstation_sources CONFIGURE_DEPENDS tools/workstation/*.cpp)
 add_executable(workstation ${workstation_sources})
 target_include_directories(workstation PRIVATE tools)
-target_link_libraries(workstation PRIVATE emulated)
+target_link_libraries(workstation PRIVATE emulated PkgConfig::BLKID PkgConfig::CRYPTO)
 precompile_common_headers(workstation program)
 
 # What all suites share; the product is put on test machines as `workstation create` does it.

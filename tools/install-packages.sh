@@ -8,8 +8,9 @@ packages=(
   ntfs-3g ntfs-3g-dev              # the workstation's volumes; mkntfs; independent readers
   libcurl4-openssl-dev             # the workstation's network
   libxml2-dev                      # the workstation's XML documents
+  libblkid-dev libssl-dev qemu-utils  # disks: their partition tables, digests, virtual machines' containers
   libgtest-dev googletest          # tests; the sources for the Windows build of the contract tests
-  wimtools sleuthkit psmisc libfsntfs-utils libhivex-bin libregf-utils python3-libregf  # independent readers and writers
+  fdisk wimtools sleuthkit psmisc libfsntfs-utils libhivex-bin libregf-utils python3-libregf  # independent readers and writers
   g++-mingw-w64-x86-64 wine wine64 # QBC.exe and its trial
 )
 
