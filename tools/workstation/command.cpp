@@ -19,6 +19,8 @@ const std::vector<Command>& Commands() {
       {"import", "FOLDER IMAGE L:|volume [--discard-log]",
        "Adds a copy of a raw NTFS image as a drive or as a volume without a letter.", 2, 3, Import},
       {"adopt", "FOLDER IMAGE L:|volume [--discard-log]", "The same, moving the image into the folder.", 2, 3, Adopt},
+      {"export", "FOLDER L:|{GUID} FILE [--format raw|qcow2|vhdx] | FOLDER L:|{GUID} --into DISK --partition N",
+       "Makes an image of a volume, or writes it back into the partition that it came from.", 2, 5, Export},
       {"ls", "FOLDER PATH [-R]", "Lists a folder of the machine.", 1, 2, List},
       {"cat", "FOLDER PATH", "Prints a file or a stream (FILE:STREAM).", 1, 1, Cat},
       {"put", "FOLDER HOSTPATH|- PATH", "Copies a host file or folder tree, or standard input, onto the machine.", 2, 2,

@@ -65,6 +65,7 @@ void Create(const std::filesystem::path&, const Arguments&);
 void Info(const std::filesystem::path&, const Arguments&);
 void Import(const std::filesystem::path&, const Arguments&);
 void Adopt(const std::filesystem::path&, const Arguments&);
+void Export(const std::filesystem::path&, const Arguments&);
 void Freeze(const std::filesystem::path&, const Arguments&);
 void Thaw(const std::filesystem::path&, const Arguments&);
 void Restart(const std::filesystem::path&, const Arguments&);

@@ -81,11 +81,14 @@ std::string RangeOptions(const std::string& format, const fs::path& path, std::u
 }
 
 Container OpenContainer(const fs::path& path, const std::string& format) {
-  Container container{path, format, 0};
+  Container container{path, format, 0, {}};
   std::istringstream lines(RunHostTool({"qemu-img", "info", "--image-opts", ImageOptions(format, path)}, kQemuPackage));
   for (std::string line; std::getline(lines, line);) {
     if (const auto size = Behind(line, "virtual size: "); size && container.size == 0)
       container.size = std::strtoull(size->c_str() + std::min(size->find('(') + 1, size->size()), nullptr, 10);
+    if (Behind(line, "Snapshot list:")) container.whyNotMadeAnew = "its snapshots";
+    if (const auto type = Behind(line, "create type: "); type && *type != "monolithicSparse")
+      container.whyNotMadeAnew = "its form (" + *type + ")";
     for (const char* const key : {"backing file: ", "data file: ", "filename: "}) {
       const auto other = Behind(line, key);
       if (!other || *other == path.string()) continue;
@@ -103,6 +106,21 @@ void Unpack(const Container& container, std::uint64_t offset, std::uint64_t size
                RangeOptions(container.format, container.path, offset, size), "--target-image-opts",
                RangeOptions("", kInheritedFile, toOffset, size)},
               kQemuPackage, to.get());
+}
+
+void Repack(const Container& container, const fs::path& volume, std::uint64_t offset, std::uint64_t size,
+            const fs::path& to) {
+  std::vector<std::string> words{
+      "qemu-img", "convert", "--image-opts", ImageOptions(container.format, container.path), "-O", container.format};
+  // Sizes of this format are rounded to what old disks could have, unless it is told not to.
+  if (container.format == "vpc") words.insert(words.end(), {"-o", "force_size=on"});
+  words.push_back(to.string());
+  RunHostTool(words, kQemuPackage);
+  if (OpenContainer(to, container.format).size != container.size)
+    throw Failure(container.path.string() + ": qemu-img makes a disk of another size of it");
+  RunHostTool({"qemu-img", "convert", "-n", "--image-opts", ImageOptions("raw", volume), "--target-image-opts",
+               RangeOptions(container.format, to, offset, size)},
+              kQemuPackage);
 }
 
 FileDescriptor UnpackTable(const Container& container, const fs::path& scratch) {

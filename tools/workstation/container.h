@@ -13,8 +13,9 @@ namespace workstation {
 
 struct Container {
   std::filesystem::path path;
-  std::string format;      // as qemu-img calls it: qcow2, vhdx, vpc, vmdk, vdi
-  std::uint64_t size = 0;  // of the disk in it
+  std::string format;          // as qemu-img calls it: qcow2, vhdx, vpc, vmdk, vdi
+  std::uint64_t size = 0;      // of the disk in it
+  std::string whyNotMadeAnew;  // what would be lost with it
 };
 
 // qemu-img's name of the format that a file begins like; empty when it is none that we know. It is never asked to
@@ -31,6 +32,10 @@ void Unpack(const Container& container, std::uint64_t offset, std::uint64_t size
 
 // A file with the bytes that libblkid needs to see the partitions: of the size of the disk, and nearly all hole.
 emulated::FileDescriptor UnpackTable(const Container& container, const std::filesystem::path& scratch);
+
+// Makes a container of the same format and with the same disk, but for the partition, which is `volume` there.
+void Repack(const Container& container, const std::filesystem::path& volume, std::uint64_t offset, std::uint64_t size,
+            const std::filesystem::path& to);
 
 // How qemu-img's --image-opts name an image. Without a format the file itself.
 std::string ImageOptions(const std::string& format, const std::filesystem::path& path);

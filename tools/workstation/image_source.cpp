@@ -10,6 +10,7 @@
 #include <cstdlib>
 #include <fstream>
 #include <system_error>
+#include <utility>
 
 #include "win32/emulated/storage/volume.h"
 #include "win32/emulated/storage/windows_state.h"
@@ -56,11 +57,11 @@ bool IsNtfs(emulated::ByteView sector) { return std::memcmp(sector.data() + 3, "
 std::string KindAtStart(emulated::ByteView sector) { return emulated::OtherVolumeKind(sector.first(54)); }
 
 std::string KindOf(const FileDescriptor& file, const Partition& partition) {
-  if (partition.isExtended) return "the container of the logical partitions";
+  if (partition.isExtended) return "the logical partitions";
   const Sector sector = FirstSector(file, partition.start);
   if (IsNtfs(sector)) return "NTFS";
   const std::string kind = emulated::OtherVolumeKind(sector);
-  return kind.empty() ? "not known" : kind;
+  return kind.empty() ? "nothing that is known here" : kind;
 }
 
 // One line a partition; with the label where the whole volume is at hand.
@@ -92,7 +93,7 @@ const Partition& Choose(const fs::path& image, const FileDescriptor& file, const
   if (std::find_if(found + 1, partitions.end(), fits) != partitions.end())
     Fail(image, "--partition N says which of these it is to be:" + list());
   if (const std::string kind = KindOf(file, *found); kind != "NTFS")
-    Fail(image, "partition " + std::to_string(found->number) + " is " + kind);
+    Fail(image, "partition " + std::to_string(found->number) + " holds " + kind);
   return *found;
 }
 
@@ -107,7 +108,11 @@ void OpenLocked(ImageSource& source, std::uint64_t& size) {
   if (!source.file && errno == EBUSY) Fail(source.shown, "mounted, or in use by the host");
   if (!source.file) Fail(source.shown, strerror(errno));
   RequireUnused(source.shown);
-  if (flock(source.file.get(), LOCK_SH | LOCK_NB) != 0) Fail(source.shown, "in use by another process");
+  struct flock any {};  // the lock that a running virtual machine has on parts of its disk
+  any.l_type = F_WRLCK;
+  if (flock(source.file.get(), LOCK_SH | LOCK_NB) != 0 ||
+      (fcntl(source.file.get(), F_OFD_GETLK, &any) == 0 && any.l_type != F_UNLCK))
+    Fail(source.shown, "in use by another process");
   size = static_cast<std::uint64_t>(lseek(source.file.get(), 0, SEEK_END));
 }
 
@@ -116,11 +121,11 @@ void TakePartition(ImageSource& source, const Partition& partition, std::uint64_
     Fail(source.shown, "partition " + std::to_string(partition.number) + " reaches beyond the end of the disk");
   source.partition = partition.number;
   source.identity = partition.identity;
-  source.offset = partition.start;
+  source.offset = source.start = partition.start;
   source.size = partition.size;
 }
 
-// The volume in a container becomes a file; `source.file`, the container itself, is let go then.
+// The volume in a container becomes a file.
 void TakeFromContainer(ImageSource& source, std::optional<unsigned> wanted, const fs::path& scratch) {
   const Container container = OpenContainer(source.shown, source.container);
   const FileDescriptor table = UnpackTable(container, scratch);
@@ -132,7 +137,7 @@ void TakeFromContainer(ImageSource& source, std::optional<unsigned> wanted, cons
   }
   FileDescriptor volume = MakeNamelessFile(scratch, source.size);
   Unpack(container, source.offset, source.size, volume, 0);
-  source.file = std::move(volume);
+  source.packed = std::exchange(source.file, std::move(volume));
   source.offset = 0;
 }
 

@@ -20,7 +20,9 @@ struct ImageSource {
   emulated::FileDescriptor file;  // for reading; locked (shared), so that nobody of ours writes to it
   std::uint64_t offset = 0, size = 0;
   std::optional<unsigned> partition;  // its number, as fdisk shows it
+  std::uint64_t start = 0;            // where it begins on its disk
   std::string container;              // "qcow2", "vhdx", ...: `file` is then what was unpacked, and has no name
+  emulated::FileDescriptor packed;    // and this the container, locked
   emulated::Bytes identity;  // of a partition: what MountedDevices knows it by (disk signature and offset, or GUID)
   bool isBlockDevice = false;
 

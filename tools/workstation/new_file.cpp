@@ -1,0 +1,103 @@
+#include "workstation/new_file.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <system_error>
+
+#include "win32/emulated/storage/journal.h"
+#include "workstation/command.h"
+
+namespace workstation {
+
+namespace fs = std::filesystem;
+using emulated::FileDescriptor;
+
+namespace {
+
+[[noreturn]] void Fail(const fs::path& what) { throw Failure(what.string() + ": " + strerror(errno)); }
+
+fs::path FolderOf(const fs::path& name) { return name.has_parent_path() ? name.parent_path() : fs::path("."); }
+
+bool CopyBytes(const FileDescriptor& from, std::uint64_t offset, std::uint64_t size, const FileDescriptor& to,
+               std::uint64_t toOffset) {
+  emulated::Bytes buffer(std::size_t{1} << 20);
+  while (size > 0) {
+    auto in = static_cast<off64_t>(offset), out = static_cast<off64_t>(toOffset);
+    ssize_t done = copy_file_range(from.get(), &in, to.get(), &out, size, 0);
+    if (done < 0 && errno == EINTR) continue;
+    if (done <= 0) {  // between file systems, and from devices
+      const auto piece =
+          std::span(buffer).first(static_cast<std::size_t>(std::min<std::uint64_t>(size, buffer.size())));
+      if (!from.ReadAt(offset, piece) || !to.WriteAt(toOffset, piece)) return false;
+      done = static_cast<ssize_t>(piece.size());
+    }
+    offset += static_cast<std::uint64_t>(done);
+    toOffset += static_cast<std::uint64_t>(done);
+    size -= static_cast<std::uint64_t>(done);
+  }
+  return true;
+}
+
+}  // namespace
+
+NewFile::NewFile(fs::path name) : name_(std::move(name)) {
+  const fs::path folder = FolderOf(name_);
+  struct stat status {};
+  if (lstat(name_.c_str(), &status) == 0) throw Failure(name_.string() + ": there is such a file already");
+  file_ = FileDescriptor(open(folder.c_str(), O_TMPFILE | O_RDWR | O_CLOEXEC, 0666));
+  if (!file_ && (errno == EOPNOTSUPP || errno == EISDIR)) {
+    temporary_ = (folder / ".workstation-XXXXXX").string();
+    file_ = FileDescriptor(mkostemp(temporary_.data(), O_CLOEXEC));
+  }
+  if (!file_) Fail(folder);
+}
+
+NewFile::~NewFile() {
+  if (!temporary_.empty()) unlink(temporary_.c_str());
+}
+
+void NewFile::Publish() {
+  if (fsync(file_.get()) != 0) Fail(name_);
+  const std::string own = "/proc/self/fd/" + std::to_string(file_.get());
+  const bool isDone = temporary_.empty()
+                          ? linkat(AT_FDCWD, own.c_str(), AT_FDCWD, name_.c_str(), AT_SYMLINK_FOLLOW) == 0
+                          : renameat2(AT_FDCWD, temporary_.c_str(), AT_FDCWD, name_.c_str(), RENAME_NOREPLACE) == 0;
+  if (!isDone) Fail(name_);
+  temporary_.clear();
+  if (!emulated::SyncFolder(FolderOf(name_))) Fail(name_);
+}
+
+bool CopyRange(const FileDescriptor& from, std::uint64_t offset, std::uint64_t size, const FileDescriptor& to) {
+  const auto end = static_cast<off64_t>(offset + size);
+  if (ftruncate(to.get(), static_cast<off_t>(size)) != 0) return false;
+  for (auto data = static_cast<off64_t>(offset); data < end;) {
+    const off64_t found = lseek(from.get(), data, SEEK_DATA);
+    if (found < 0 && errno == ENXIO) break;  // nothing but a hole up to the end
+    if (found >= 0) data = found;            // devices may not tell holes
+    off64_t hole = found < 0 ? end : lseek(from.get(), data, SEEK_HOLE);
+    if (hole < 0) return false;
+    hole = std::min(hole, end);
+    if (data >= hole) break;
+    const auto start = static_cast<std::uint64_t>(data);
+    if (!CopyBytes(from, start, static_cast<std::uint64_t>(hole - data), to, start - offset)) return false;
+    data = hole;
+  }
+  return true;
+}
+
+void ReplaceFile(const fs::path& name, const std::string& text) {
+  const fs::path next = name.string() + ".new";
+  const FileDescriptor file(open(next.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666));
+  const emulated::ByteView bytes(reinterpret_cast<const std::uint8_t*>(text.data()), text.size());
+  if (!file || !file.WriteAt(0, bytes) || fsync(file.get()) != 0 || std::rename(next.c_str(), name.c_str()) != 0 ||
+      !emulated::SyncFolder(FolderOf(name)))
+    Fail(name);
+}
+
+}  // namespace workstation
