@@ -36,7 +36,7 @@ set_target_properties(qbc workstation PROPERTIES RUNTIME_OUTPUT_DIRECTORY ${CMAK
 enable_testing()
 list(FILTER support_sources EXCLUDE REGEX "tests/support/program[^/]*$")
 add_library(test_support STATIC
-  ${support_sources} tools/workstation/intruder.cpp tools/workstation/product.cpp
+  ${support_sources} tools/workstation/intruder.cpp tools/workstation/product.cpp tools/workstation/progress.cpp
   tools/workstation/quillbay_service.cpp)
 target_include_directories(test_support PUBLIC tests tools)
 target_link_libraries(test_support PUBLIC emulated)

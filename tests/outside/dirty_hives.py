@@ -91,7 +91,6 @@ def check_dirty_hives(build, scratch, said):
             copy = Station(build, f"{scratch}/imported")
             error = copy("import", spoiled.image("C"), "C:", ok=(1,)).stderr.decode()
             require(error.startswith(f"workstation: {spoiled.image('C')}: ") and "is dirty" in error, error)
-            require(not os.path.exists(copy.image("C")), "what could not be imported stays")
             continue
         require(seen.stdout.lower().count(b"5a" * 3000) == 2, seen.stdout[:300])
         spoiled("reg", "add", r"HKLM\SYSTEM\Late", "more", "sz", "text")

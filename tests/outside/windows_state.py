@@ -98,7 +98,6 @@ def check_left_by_windows(build, scratch, said):
             copy_folder(station.folder, other.folder)
             error = other("import", spoiled.image(letter), "E:", ok=(1,)).stderr.decode()
             require(error.startswith(f"workstation: {spoiled.image(letter)}: ") and word in error, error)
-            require(not os.path.exists(other.image("E")), "nothing is copied")
             require(before == {name: digest(f"{spoiled.folder}/{name}") for name in os.listdir(spoiled.folder)},
                     f"{what}: something was written")
             if what == "journal":

@@ -1,4 +1,4 @@
-// create, info, import, adopt, freeze, thaw, restart, logon.
+// create, info, freeze, thaw, restart, logon.
 
 #include <algorithm>
 #include <cstdio>
@@ -13,12 +13,11 @@
 #include <unistd.h>
 
 #include "win32/emulated/registry/registry.h"
-#include "win32/emulated/setup/windows_installation.h"
-#include "win32/emulated/storage/image_set.h"
-#include "win32/emulated/storage/windows_state.h"
 #include "win32/emulated/text.h"
 #include "workstation/command.h"
+#include "workstation/installation.h"
 #include "workstation/product.h"
+#include "workstation/staging.h"
 
 namespace workstation {
 
@@ -42,7 +41,9 @@ void RunTool(std::vector<std::string> words) {
                    waitpid(child, &status, 0) == child;
   posix_spawn_file_actions_destroy(&actions);
   if (!ran || status != 0)
-    throw Failure(words[0] + " failed; is the package ntfs-3g installed, and /usr/sbin on the PATH?");
+    throw Failure(
+        words[0] +
+        " failed; is there room on the disk, and is the package ntfs-3g installed, and /usr/sbin on the PATH?");
 }
 
 // Every image gets a serial number of its own: MountedDevices tells volumes apart by it, and so does who asks whether
@@ -58,14 +59,6 @@ void FormatImage(const fs::path& image, std::uint64_t size, const std::string& l
   char serial[32];
   std::snprintf(serial, sizeof serial, "--new-serial=%08x%08x", random(), random());
   RunTool({"ntfslabel", "-f", serial, image.string()});
-}
-
-std::string NewGuidImage() {
-  std::random_device random;
-  char name[48];
-  std::snprintf(name, sizeof name, "{%08x-%04x-4%03x-8%03x-%04x%08x}.ntfs", random(), random() & 0xFFFF,
-                random() & 0xFFF, random() & 0xFFF, random() & 0xFFFF, random());
-  return name;
 }
 
 struct Plan {
@@ -147,98 +140,7 @@ Plan ParsePlan(const Arguments& arguments) {
   return plan;
 }
 
-// Windows on the images of the folder where it is missing; data volumes get their roots.
-void Install(const fs::path& folder, const emulated::InstallationFacts& facts,
-             const std::set<std::string>& freshImages) {
-  std::string error;
-  {
-    const auto station = emulated::Workstation::OpenUnbooted(folder, error);
-    if (!station) throw Failure(error);
-    emulated::Machine& machine = station->machine();
-    if (const win32::DWORD code = emulated::InstallWindows(machine, facts, error)) {
-      if (!error.empty()) throw Failure(error);
-      FailWith("C.ntfs", code);
-    }
-    for (const auto& mounted : machine.volumes)
-      if (freshImages.contains(mounted->image) && mounted->image != "C.ntfs")
-        if (const win32::DWORD code = emulated::PrepareDataVolume(*mounted->volume, machine.Now()))
-          FailWith(mounted->image, code);
-    if (!station->Save(error)) throw Failure(error);
-  }
-  OnMachine(folder, true, InstallProduct);
-}
-
-// What stands against taking the image is told of the user's file, before a byte is copied.
-void RequireFitImage(const fs::path& image, bool discardLog) {
-  std::string error;
-  const auto device = emulated::FrozenImage::Open(image.parent_path(), image.filename().string(), error);
-  if (!device) throw Failure(error);
-  std::unique_ptr<emulated::Volume> volume;
-  if (const win32::DWORD code = emulated::Volume::Mount(*device, volume)) FailWith(image.string(), code);
-  if (discardLog && !volume->IsJournalClean()) return;
-  if (const std::string why = emulated::WhyNotToWrite(*volume); !why.empty())
-    throw Failure(image.string() + ": " + why +
-                  (volume->IsJournalClean() ? "" : "; --discard-log gives up what the journal holds"));
-}
-
-void DiscardJournal(const fs::path& folder, const std::string& name, const fs::path& image) {
-  std::string error;
-  const auto images = emulated::ImageSet::Open(folder, error);
-  emulated::BlockDevice* const device = images ? images->OpenImage(name, false, error) : nullptr;
-  std::unique_ptr<emulated::Volume> volume;
-  if (!device) throw Failure(error);
-  if (const win32::DWORD code = emulated::Volume::Mount(*device, volume)) FailWith(name, code);
-  if (volume->IsJournalClean()) return;
-  if (const win32::DWORD code = volume->DiscardJournal()) FailWith(name, code);
-  if (const win32::DWORD code = volume->Flush()) FailWith(name, code);
-  if (!images->Commit(error)) throw Failure(error);
-  std::fprintf(stderr, "workstation: %s: what its journal held has been given up in the copy\n", image.c_str());
-}
-
-void AddImage(const fs::path& folder, const Arguments& arguments, bool move) {
-  const fs::path image = arguments[0];
-  const bool discardLog = arguments.size() > 2;
-  if (discardLog && arguments[2] != "--discard-log")
-    throw Failure("\"" + arguments[2] + "\" is not an option of import");
-  const std::string name =
-      arguments[1] == "volume" ? NewGuidImage() : std::string(1, ParseLetter(arguments[1])) + ".ntfs";
-  std::error_code failed;
-  if (!fs::is_regular_file(image, failed)) throw Failure(image.string() + ": no such image");
-  if (fs::exists(folder / name, failed)) throw Failure((folder / name).string() + ": there is such a drive already");
-  RequireFitImage(image, discardLog);
-  fs::create_directories(folder, failed);
-  const bool needsWindows = name == "C.ntfs";
-  if (!needsWindows && !fs::exists(folder / "C.ntfs", failed))
-    throw Failure(folder.string() + ": a workstation without C: takes no other drives");
-  fs::copy_file(image, folder / name, failed);
-  if (failed) throw Failure((folder / name).string() + ": " + failed.message());
-  try {
-    if (discardLog) DiscardJournal(folder, name, image);
-    if (needsWindows) {
-      emulated::InstallationFacts facts;
-      facts.profiles = emulated::DefaultProfiles();
-      Install(folder, facts, {});
-    } else {
-      OnMachine(folder, true, [](emulated::Machine&) {});  // it mounts, and MountedDevices knows it now
-    }
-  } catch (const std::exception& failure) {
-    fs::remove(folder / name, failed);
-    std::string why = failure.what();  // of the copy that is gone, or of what is on it
-    for (const fs::path& place : {folder / name, folder})
-      if (why.starts_with(place.string() + ": ")) why.erase(0, place.string().size() + 2);
-    throw Failure(image.string() + ": " + why);
-  }
-  if (move) fs::remove(image, failed);
-}
-
-}  // namespace
-
-void Create(const fs::path& folder, const Arguments& arguments) {
-  const Plan plan = ParsePlan(arguments);
-  std::error_code failed;
-  if (fs::exists(folder, failed) && !fs::is_empty(folder, failed)) throw Failure(folder.string() + ": is not empty");
-  fs::create_directories(folder, failed);
-  if (failed) throw Failure(folder.string() + ": " + failed.message());
+void MakeImages(const fs::path& folder, const Plan& plan) {
   std::set<std::string> images;
   for (const auto& [letter, size] : plan.drives) {
     const std::string name = std::string(1, letter) + ".ntfs";
@@ -253,6 +155,21 @@ void Create(const fs::path& folder, const Arguments& arguments) {
   std::string error;
   if (!emulated::Workstation::WriteState(folder, plan.state, error)) throw Failure(error);
   Install(folder, plan.facts, images);
+}
+
+}  // namespace
+
+void Create(const fs::path& folder, const Arguments& arguments) {
+  const Plan plan = ParsePlan(arguments);
+  std::error_code failed;
+  if (fs::exists(folder, failed) && !fs::is_empty(folder, failed)) throw Failure(folder.string() + ": is not empty");
+  Staging staging(folder);
+  try {
+    MakeImages(staging.images(), plan);
+  } catch (const std::exception& failure) {
+    throw Failure(folder.string() + ": " + staging.Reason(failure));
+  }
+  staging.Finish();
 }
 
 void Info(const fs::path& folder, const Arguments&) {
@@ -273,9 +190,6 @@ void Info(const fs::path& folder, const Arguments&) {
     for (const std::string& session : state.sessions) std::printf("Logged on as well: %s\n", session.c_str());
   });
 }
-
-void Import(const fs::path& folder, const Arguments& arguments) { AddImage(folder, arguments, false); }
-void Adopt(const fs::path& folder, const Arguments& arguments) { AddImage(folder, arguments, true); }
 
 void Freeze(const fs::path& folder, const Arguments& arguments) {
   const std::string image = std::string(1, arguments.empty() ? 'C' : ParseLetter(arguments[0])) + ".ntfs";

@@ -4,6 +4,7 @@
 #include <cstdio>
 
 #include "workstation/command.h"
+#include "workstation/staging.h"
 
 namespace workstation {
 namespace {
@@ -33,6 +34,7 @@ int Run(int argc, char** argv) {
     return 2;
   }
   try {
+    ClearUnfinished(argv[2]);
     command->run(argv[2], arguments);
     return 0;
   } catch (const std::exception& failure) {

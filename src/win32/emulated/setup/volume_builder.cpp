@@ -39,6 +39,7 @@ FileId VolumeBuilder::Make(std::u16string_view path, bool isDirectory, std::u16s
           volume_.Create(directory, path.substr(cut + 1), isDirectory, attributes, descriptor, now_, file))
     return Fail(error), 0;
   made = true;
+  ++made_;
   return file;
 }
 

@@ -27,6 +27,8 @@ class VolumeBuilder {
   void FolderLink(std::u16string_view path, std::u16string_view target, std::u16string_view sddl,
                   win32::DWORD attributes);
   void SetSecurity(std::u16string_view path, std::u16string_view sddl);
+  // How many folders, files and links were not there and have been made.
+  std::size_t made() const { return made_; }
 
  private:
   FileId Make(std::u16string_view path, bool isDirectory, std::u16string_view sddl, win32::DWORD attributes,
@@ -39,6 +41,7 @@ class VolumeBuilder {
   FileTime now_;
   std::shared_ptr<Token> system_;
   win32::DWORD error_ = 0;
+  std::size_t made_ = 0;
 };
 
 }  // namespace emulated

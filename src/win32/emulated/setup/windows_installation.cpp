@@ -147,20 +147,26 @@ std::vector<ProfileFacts> DefaultProfiles() {
   return {{u"Administrator", machine + u"-500"}, {u"anna", machine + u"-1001", true}, {u"jan", machine + u"-1002"}};
 }
 
-win32::DWORD InstallWindows(Machine& machine, const InstallationFacts& facts, std::string& error) {
+win32::DWORD InstallWindows(Machine& machine, const InstallationFacts& facts, std::string& error,
+                            InstallationReport* report) {
+  InstallationReport ignored, &added = report ? *report : ignored;
   MountedVolume* const system = machine.SystemVolume();
   if (!system) return win32::ERROR_PATH_NOT_FOUND;
   machine.MakeShortNames(facts.disable8dot3NameCreation);
   VolumeBuilder build(*system->volume, machine.Now());
   MakeFolders(build);
-  for (const auto* const hive : {u"SYSTEM", u"SOFTWARE", u"SAM", u"SECURITY", u"DEFAULT"})
+  for (const auto* const hive : {u"SYSTEM", u"SOFTWARE", u"SAM", u"SECURITY", u"DEFAULT"}) {
+    const std::size_t before = build.made();
     build.File(std::u16string(u"\\Windows\\System32\\config\\") + hive, BlankHive(hive, machine.Now()));
+    if (build.made() != before) added.hives.emplace_back(hive);
+  }
   MakeProgramDataLinks(build);
   MakeProfiles(build, facts, machine.Now());
   if (build.error() != 0) return build.error();
 
   if (!machine.registry().LoadSystemHives(error)) return win32::ERROR_FILE_CORRUPT;
   if (!machine.registry().KeyExists(u"HKLM\\SYSTEM\\Select")) {
+    added.registry = true;
     FillSystemHives(machine.registry(), facts);
     MakeAccounts(machine, facts);
     if (WindowsVersion{facts.majorVersion, facts.minorVersion}.AtLeast(6, 2))
@@ -169,6 +175,7 @@ win32::DWORD InstallWindows(Machine& machine, const InstallationFacts& facts, st
           MakeAccountPictures(build, PlaceOf(u"Public"), machine.registry(), profile.sid);
     if (build.error() != 0) return build.error();
   }
+  added.items = build.made();
   return machine.registry().Flush(error) ? 0 : win32::ERROR_FILE_CORRUPT;
 }
 

@@ -25,9 +25,17 @@ struct InstallationFacts {
 // What the SIDs of the machine's own accounts begin with.
 inline constexpr std::u16string_view kMachineSid = u"S-1-5-21-1004336348-1177238915-682003330";
 
+// What an installation has put on the volume.
+struct InstallationReport {
+  std::size_t items = 0;  // folders, files and links
+  std::vector<std::u16string> hives;
+  bool registry = false;  // services, accounts and profiles are in the hives
+};
+
 // Puts what is missing on the system volume (C.ntfs) of a machine that has not been booted: what is there stays. 0 or
 // an error, with one line in `error` when its registry cannot be read or written.
-win32::DWORD InstallWindows(Machine& machine, const InstallationFacts& facts, std::string& error);
+win32::DWORD InstallWindows(Machine& machine, const InstallationFacts& facts, std::string& error,
+                            InstallationReport* report = nullptr);
 
 // The descriptor that a freshly formatted drive's root has on Windows, and "System Volume Information" below it.
 win32::DWORD PrepareDataVolume(Volume& volume, FileTime now);

@@ -64,6 +64,9 @@ class ImageSet {
   virtual bool Commit(std::string& error) = 0;
   // What was written to a frozen image since it was frozen is forgotten. The image must not be open.
   virtual bool DropFrozen(const std::string& name, std::string& error) = 0;
+  // What was written to a frozen image becomes the folder's journal, and is forgotten beside the image: the next
+  // opening puts it into the image, which is as it was until then. The image must not be open.
+  virtual bool RecordFrozen(const std::string& name, std::string& error) = 0;
 };
 
 }  // namespace emulated

@@ -42,11 +42,21 @@ class FileDescriptor {
     while (!from.empty()) {
       const ssize_t done = pwrite(descriptor_, from.data(), from.size(), static_cast<off_t>(offset));
       if (done < 0 && errno == EINTR) continue;
-      if (done <= 0) return false;
+      if (done <= 0) {
+        LastWriteError() = errno;
+        return false;
+      }
       from = from.subspan(static_cast<std::size_t>(done));
       offset += static_cast<std::uint64_t>(done);
     }
     return true;
+  }
+
+  // Why a write failed last, in this process; 0 when none has. Who works through a volume hears of it as an error of
+  // the volume, and has to tell the host's full disk from that.
+  static int& LastWriteError() {
+    static int error = 0;
+    return error;
   }
 
  private:

@@ -2,7 +2,6 @@
 #include <sys/stat.h>
 
 #include <algorithm>
-#include <array>
 
 #include "win32/constants.h"
 #include "win32/emulated/storage/image_set.h"
@@ -34,14 +33,6 @@ FileDescriptor OpenSized(const std::filesystem::path& image, int flags, std::uin
   }
   size = static_cast<std::uint64_t>(status.st_size);
   return file;
-}
-
-std::string VolumeProblem(BlockDevice& device, win32::DWORD error) {
-  if (error != win32::ERROR_UNRECOGNIZED_VOLUME) return "the NTFS volume is damaged";
-  std::array<std::uint8_t, 512> first{};
-  const std::string kind =
-      device.Size() >= first.size() && device.Read(0, first) ? OtherVolumeKind(first) : std::string();
-  return kind.empty() ? "not an NTFS volume" : kind + ", not an NTFS volume";
 }
 
 }  // namespace
@@ -127,7 +118,7 @@ bool LiveImage::FindFreeChunks(std::string& error) {
   Bytes bitmap;
   std::uint32_t clusterSize = 0;
   if (const win32::DWORD failure = ntfs::ReadClusterBitmap(*this, bitmap, clusterSize)) {
-    error = VolumeProblem(*this, failure);
+    error = WhyNotMounted(*this, failure);
     return false;
   }
   for (std::uint64_t chunk = 0; chunk < isFree_.size(); ++chunk) {
@@ -173,7 +164,7 @@ std::unique_ptr<FrozenImage> FrozenImage::Open(const std::filesystem::path& fold
   Bytes bitmap;
   std::uint32_t clusterSize = 0;
   if (const win32::DWORD failure = ntfs::ReadClusterBitmap(*image, bitmap, clusterSize)) {
-    error = Problem(image->image_, VolumeProblem(*image, failure));
+    error = Problem(image->image_, WhyNotMounted(*image, failure));
     return nullptr;
   }
   return image;
@@ -227,6 +218,16 @@ bool FrozenImage::WriteDirectly(std::uint64_t offset, ByteView from) {
 }
 
 bool FrozenImage::SyncDirect() { return !hasDirectWrites_ || fdatasync(aside_.get()) == 0; }
+
+bool FrozenImage::AddAllTo(JournalWriter& journal, const std::string& name) {
+  Chunk bytes;
+  for (std::uint64_t chunk = 0; chunk * kChunk < size_; ++chunk) {
+    if (!HasBit(committed_, chunk)) continue;
+    if (!aside_.ReadAt(chunk * kChunk, std::span(bytes).first(ChunkLength(chunk)))) return false;
+    journal.Add(name, chunk * kChunk, ByteView(bytes).first(ChunkLength(chunk)));
+  }
+  return true;
+}
 
 void FrozenImage::AddTo(JournalWriter& journal) {
   const std::string name = AsideOf(image_).filename().string();

@@ -66,4 +66,17 @@ bool ImageFolder::DropFrozen(const std::string& name, std::string& error) {
   return !failure;
 }
 
+bool ImageFolder::RecordFrozen(const std::string& name, std::string& error) {
+  {
+    const auto image = FrozenImage::Open(folder_, name, error);
+    if (!image) return false;
+    JournalWriter journal(folder_);
+    if (!image->AddAllTo(journal, name) || (!journal.IsEmpty() && !journal.Finish())) {
+      error = folder_.string() + ": the changes cannot be recorded: " + strerror(errno);
+      return false;
+    }
+  }
+  return DropFrozen(name, error);
+}
+
 }  // namespace emulated

@@ -83,6 +83,8 @@ class FrozenImage final : public Image {
   bool SyncDirect() override;
   void AddTo(JournalWriter& journal) override;
   bool Committed() override;
+  // What has been committed beside the image is to be in FOLDER/name after the journal. False when it cannot be read.
+  bool AddAllTo(JournalWriter& journal, const std::string& name);
 
  protected:
   bool ReadUnder(std::uint64_t offset, std::span<std::uint8_t> to) override;
@@ -112,6 +114,7 @@ class ImageFolder final : public ImageSet {
   BlockDevice* OpenImage(const std::string& name, bool frozen, std::string& error) override;
   bool Commit(std::string& error) override;
   bool DropFrozen(const std::string& name, std::string& error) override;
+  bool RecordFrozen(const std::string& name, std::string& error) override;
 
   std::function<void(CommitStep)> onStep;
 

@@ -4,6 +4,9 @@
 #include <string_view>
 #include <utility>
 
+#include "win32/constants.h"
+#include "win32/emulated/storage/block_device.h"
+
 namespace emulated {
 
 namespace {
@@ -44,6 +47,14 @@ std::string OtherVolumeKind(ByteView firstSector) {
         std::memcmp(firstSector.data() + offset, kind.first.data(), kind.first.size()) == 0)
       return kind.second;
   return {};
+}
+
+std::string WhyNotMounted(BlockDevice& device, win32::DWORD error) {
+  if (error != win32::ERROR_UNRECOGNIZED_VOLUME) return "the NTFS volume is damaged";
+  std::array<std::uint8_t, 512> first{};
+  const std::string kind =
+      device.Size() >= first.size() && device.Read(0, first) ? OtherVolumeKind(first) : std::string();
+  return kind.empty() ? "not an NTFS volume" : kind + ", not an NTFS volume";
 }
 
 }  // namespace emulated

@@ -15,4 +15,7 @@ std::string WhyNotToWrite(Volume& volume);
 // What a first sector begins that is not NTFS's: "a BitLocker volume", "a FAT volume", ... Empty when it is not known.
 std::string OtherVolumeKind(ByteView firstSector);
 
+// Why a device with which Volume::Mount failed so holds no volume for us: what it is instead, or that it is damaged.
+std::string WhyNotMounted(BlockDevice& device, win32::DWORD error);
+
 }  // namespace emulated

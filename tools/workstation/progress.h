@@ -1,0 +1,32 @@
+// How far long work is, in one line on a terminal.
+#pragma once
+
+#include <chrono>
+#include <cstdint>
+#include <string>
+
+namespace workstation {
+
+// "[=====>      ]  42 %  1.2 of 2.9 GiB  310.0 MiB/s  0:07 left", in `width` columns at most; the bar takes what is
+// left of them.
+std::string ProgressLine(std::uint64_t done, std::uint64_t total, double seconds, std::size_t width);
+
+// Draws that line on stderr when it is a terminal, and takes it away at the end. Work that is done at once shows none.
+class Progress {
+ public:
+  explicit Progress(std::uint64_t total);
+  ~Progress();
+  Progress(const Progress&) = delete;
+  Progress& operator=(const Progress&) = delete;
+
+  void Show(std::uint64_t done);
+
+ private:
+  using Clock = std::chrono::steady_clock;
+  std::uint64_t total_;
+  bool isTerminal_;
+  std::size_t shown_ = 0;  // columns
+  Clock::time_point start_ = Clock::now(), next_;
+};
+
+}  // namespace workstation
