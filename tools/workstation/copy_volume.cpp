@@ -80,15 +80,19 @@ void CopyData(const ImageSource& source, const FileDescriptor& target) {
 
 }  // namespace
 
+void CopyVolumeInto(const ImageSource& source, const FileDescriptor& target) {
+  if (!ShareBlocks(source, target)) {
+    if (ftruncate(target.get(), static_cast<off_t>(source.size)) != 0) FailToWrite(errno);
+    CopyData(source, target);
+  }
+  if (fsync(target.get()) != 0) FailToWrite(errno);
+}
+
 void CopyVolume(const ImageSource& source, const std::filesystem::path& target) {
   constexpr mode_t kAsTheUserLikes = 0666;
   const FileDescriptor file(open(target.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, kAsTheUserLikes));
   if (!file || flock(file.get(), LOCK_EX | LOCK_NB) != 0) FailToWrite(errno);
-  if (!ShareBlocks(source, file)) {
-    if (ftruncate(file.get(), static_cast<off_t>(source.size)) != 0) FailToWrite(errno);
-    CopyData(source, file);
-  }
-  if (fsync(file.get()) != 0) FailToWrite(errno);
+  CopyVolumeInto(source, file);
 }
 
 }  // namespace workstation

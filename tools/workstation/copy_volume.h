@@ -11,5 +11,7 @@ namespace workstation {
 // share their blocks; else what holds nothing but zeros is a hole in the copy. Fails with the host's reason; a part of
 // the copy may be there then.
 void CopyVolume(const ImageSource& source, const std::filesystem::path& target);
+// The same into an empty file that is open for writing.
+void CopyVolumeInto(const ImageSource& source, const emulated::FileDescriptor& target);
 
 }  // namespace workstation

@@ -10,6 +10,7 @@
 #include "win32/emulated/storage/image_set.h"
 #include "workstation/command.h"
 #include "workstation/container.h"
+#include "workstation/copy_volume.h"
 #include "workstation/host_tool.h"
 #include "workstation/new_file.h"
 
@@ -22,21 +23,22 @@ namespace {
 LockedImage OpenLocked(const fs::path& folder, const std::string& volume) {
   const std::string stem = volume.starts_with('{') ? volume : std::string(1, ParseLetter(volume));
   LockedImage image;
-  image.path = folder / (stem + ".ntfs");
+  image.volume.shown = folder / (stem + ".ntfs");
   std::error_code failed;
-  if (stem.find('/') != stem.npos || !fs::exists(image.path, failed))
-    throw Failure(image.path.string() + ": no such drive");
+  if (stem.find('/') != stem.npos || !fs::exists(image.volume.shown, failed))
+    throw Failure(image.volume.shown.string() + ": no such drive");
   std::string error;
   emulated::WorkstationState state;
   image.folder = emulated::ImageSet::Open(folder, error);
   if (!image.folder || !emulated::Workstation::ReadState(folder, state, error)) throw Failure(error);
-  image.file = emulated::FileDescriptor(open(image.path.c_str(), O_RDONLY | O_CLOEXEC));
-  if (!image.file) throw Failure(image.path.string() + ": " + strerror(errno));
-  if (flock(image.file.get(), LOCK_SH | LOCK_NB) != 0)
-    throw Failure(image.path.string() + ": in use by another process");
-  image.size = static_cast<std::uint64_t>(lseek(image.file.get(), 0, SEEK_END));
-  if (state.frozen.contains(image.path.filename().string()))
-    std::fprintf(stderr, "workstation: %s: frozen; what was written to it since is not exported\n", image.path.c_str());
+  image.volume.file = emulated::FileDescriptor(open(image.volume.shown.c_str(), O_RDONLY | O_CLOEXEC));
+  if (!image.volume.file) throw Failure(image.volume.shown.string() + ": " + strerror(errno));
+  if (flock(image.volume.file.get(), LOCK_SH | LOCK_NB) != 0)
+    throw Failure(image.volume.shown.string() + ": in use by another process");
+  image.volume.size = static_cast<std::uint64_t>(lseek(image.volume.file.get(), 0, SEEK_END));
+  if (state.frozen.contains(image.volume.shown.filename().string()))
+    std::fprintf(stderr, "workstation: %s: frozen; what was written to it since is not exported\n",
+                 image.volume.shown.c_str());
   return image;
 }
 
@@ -45,10 +47,11 @@ void ExportTo(const LockedImage& image, const fs::path& target, const std::strin
     throw Failure("\"" + format + "\" is not a format of export: raw, qcow2 or vhdx");
   NewFile file(target);
   if (format != "raw") {
-    RunHostTool({"qemu-img", "convert", "--image-opts", ImageOptions("raw", image.path), "-O", format, kInheritedFile},
-                kQemuPackage, file.file().get());
-  } else if (!CopyRange(image.file, 0, image.size, file.file())) {
-    throw Failure(target.string() + ": " + strerror(errno));
+    RunHostTool(
+        {"qemu-img", "convert", "--image-opts", ImageOptions("raw", image.volume.shown), "-O", format, kInheritedFile},
+        kQemuPackage, file.file().get());
+  } else {
+    CopyVolumeInto(image.volume, file.file());
   }
   file.Publish();
 }

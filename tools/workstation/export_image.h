@@ -4,16 +4,14 @@
 #include <filesystem>
 
 #include "win32/emulated/storage/block_device.h"
-#include "win32/emulated/storage/file_descriptor.h"
+#include "workstation/image_source.h"
 
 namespace workstation {
 
 // A volume of a workstation that nobody works on meanwhile.
 struct LockedImage {
   std::unique_ptr<emulated::ImageSet> folder;  // its lock
-  std::filesystem::path path;
-  emulated::FileDescriptor file;  // for reading
-  std::uint64_t size = 0;
+  ImageSource volume;                          // the image, for reading
 };
 
 // Writes the volume into the partition that it came from, when that is as it was then, or as an earlier call that was

@@ -12,11 +12,10 @@
 #include <system_error>
 #include <utility>
 
-#include "win32/emulated/storage/volume.h"
 #include "win32/emulated/storage/windows_state.h"
-#include "win32/emulated/text.h"
 #include "workstation/command.h"
 #include "workstation/container.h"
+#include "workstation/partition_list.h"
 #include "workstation/partition_table.h"
 
 namespace workstation {
@@ -31,22 +30,6 @@ using Sector = std::array<std::uint8_t, kSector>;
 
 [[noreturn]] void Fail(const fs::path& what, const std::string& why) { throw Failure(what.string() + ": " + why); }
 
-class RangeDevice final : public emulated::BlockDevice {
- public:
-  RangeDevice(const FileDescriptor& file, std::uint64_t offset, std::uint64_t size)
-      : file_(file), offset_(offset), size_(size) {}
-
-  std::uint64_t Size() const override { return size_; }
-  bool Read(std::uint64_t offset, std::span<std::uint8_t> to) override {
-    return offset <= size_ && to.size() <= size_ - offset && file_.ReadAt(offset_ + offset, to);
-  }
-  bool Write(std::uint64_t, emulated::ByteView) override { return false; }
-
- private:
-  const FileDescriptor& file_;
-  std::uint64_t offset_, size_;
-};
-
 Sector FirstSector(const FileDescriptor& file, std::uint64_t offset) {
   Sector sector{};
   return file.ReadAt(offset, sector) ? sector : Sector{};
@@ -56,43 +39,16 @@ Sector FirstSector(const FileDescriptor& file, std::uint64_t offset) {
 bool IsNtfs(emulated::ByteView sector) { return std::memcmp(sector.data() + 3, "NTFS    ", 8) == 0; }
 std::string KindAtStart(emulated::ByteView sector) { return emulated::OtherVolumeKind(sector.first(54)); }
 
-std::string KindOf(const FileDescriptor& file, const Partition& partition) {
-  if (partition.isExtended) return "the logical partitions";
-  const Sector sector = FirstSector(file, partition.start);
-  if (IsNtfs(sector)) return "NTFS";
-  const std::string kind = emulated::OtherVolumeKind(sector);
-  return kind.empty() ? "nothing that is known here" : kind;
-}
-
-// One line a partition; with the label where the whole volume is at hand.
-std::string ListPartitions(const FileDescriptor& file, const std::vector<Partition>& partitions, bool hasVolumes) {
-  std::string lines;
-  for (const Partition& partition : partitions) {
-    const std::string kind = KindOf(file, partition);
-    char line[160];
-    std::snprintf(line, sizeof line, "\n  %3u  at %14llu  %14llu bytes  ", partition.number,
-                  static_cast<unsigned long long>(partition.start), static_cast<unsigned long long>(partition.size));
-    lines.append(line).append(kind);
-    RangeDevice device(file, partition.start, partition.size);
-    std::unique_ptr<emulated::Volume> volume;
-    if (hasVolumes && kind == "NTFS" && emulated::Volume::Mount(device, volume) == 0)
-      lines += " \"" + emulated::Utf8(volume->Label()) + '"';
-    else if (!partition.name.empty())
-      lines += ", called \"" + partition.name + '"';
-  }
-  return lines;
-}
-
 const Partition& Choose(const fs::path& image, const FileDescriptor& file, const std::vector<Partition>& partitions,
                         std::optional<unsigned> wanted, bool hasVolumes) {
   const auto list = [&] { return ListPartitions(file, partitions, hasVolumes); };
-  const auto fits = [&](const Partition& one) { return wanted ? one.number == *wanted : KindOf(file, one) == "NTFS"; };
+  const auto fits = [&](const Partition& one) { return wanted ? one.number == *wanted : KindOf(file, one) == kNtfs; };
   const auto found = std::ranges::find_if(partitions, fits);
   if (found == partitions.end())
     Fail(image, (wanted ? "no partition " + std::to_string(*wanted) : "no NTFS partition") + " among these:" + list());
   if (std::find_if(found + 1, partitions.end(), fits) != partitions.end())
     Fail(image, "--partition N says which of these it is to be:" + list());
-  if (const std::string kind = KindOf(file, *found); kind != "NTFS")
+  if (const std::string kind = KindOf(file, *found); kind != kNtfs)
     Fail(image, "partition " + std::to_string(found->number) + " holds " + kind);
   return *found;
 }

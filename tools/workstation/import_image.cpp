@@ -195,6 +195,8 @@ void AddImage(const fs::path& folder, const ImportPlan& plan) {
     throw Failure(plan.image.string() + ": holds more than the volume, or other than it is: import copies from it");
   RequireFitImage(source, plan.discardLog);
   auto locked = RequireFitFolder(folder, plan);
+  std::error_code ignored;
+  fs::remove(OriginOf(folder / plan.name), ignored);  // of a drive that somebody has taken away
   const std::string added = MakeDrive(folder, plan, source);
   locked.reset();
   if (plan.discardLog)

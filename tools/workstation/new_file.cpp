@@ -4,7 +4,6 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -23,26 +22,6 @@ namespace {
 [[noreturn]] void Fail(const fs::path& what) { throw Failure(what.string() + ": " + strerror(errno)); }
 
 fs::path FolderOf(const fs::path& name) { return name.has_parent_path() ? name.parent_path() : fs::path("."); }
-
-bool CopyBytes(const FileDescriptor& from, std::uint64_t offset, std::uint64_t size, const FileDescriptor& to,
-               std::uint64_t toOffset) {
-  emulated::Bytes buffer(std::size_t{1} << 20);
-  while (size > 0) {
-    auto in = static_cast<off64_t>(offset), out = static_cast<off64_t>(toOffset);
-    ssize_t done = copy_file_range(from.get(), &in, to.get(), &out, size, 0);
-    if (done < 0 && errno == EINTR) continue;
-    if (done <= 0) {  // between file systems, and from devices
-      const auto piece =
-          std::span(buffer).first(static_cast<std::size_t>(std::min<std::uint64_t>(size, buffer.size())));
-      if (!from.ReadAt(offset, piece) || !to.WriteAt(toOffset, piece)) return false;
-      done = static_cast<ssize_t>(piece.size());
-    }
-    offset += static_cast<std::uint64_t>(done);
-    toOffset += static_cast<std::uint64_t>(done);
-    size -= static_cast<std::uint64_t>(done);
-  }
-  return true;
-}
 
 }  // namespace
 
@@ -71,24 +50,6 @@ void NewFile::Publish() {
   if (!isDone) Fail(name_);
   temporary_.clear();
   if (!emulated::SyncFolder(FolderOf(name_))) Fail(name_);
-}
-
-bool CopyRange(const FileDescriptor& from, std::uint64_t offset, std::uint64_t size, const FileDescriptor& to) {
-  const auto end = static_cast<off64_t>(offset + size);
-  if (ftruncate(to.get(), static_cast<off_t>(size)) != 0) return false;
-  for (auto data = static_cast<off64_t>(offset); data < end;) {
-    const off64_t found = lseek(from.get(), data, SEEK_DATA);
-    if (found < 0 && errno == ENXIO) break;  // nothing but a hole up to the end
-    if (found >= 0) data = found;            // devices may not tell holes
-    off64_t hole = found < 0 ? end : lseek(from.get(), data, SEEK_HOLE);
-    if (hole < 0) return false;
-    hole = std::min(hole, end);
-    if (data >= hole) break;
-    const auto start = static_cast<std::uint64_t>(data);
-    if (!CopyBytes(from, start, static_cast<std::uint64_t>(hole - data), to, start - offset)) return false;
-    data = hole;
-  }
-  return true;
 }
 
 void ReplaceFile(const fs::path& name, const std::string& text) {

@@ -1,7 +1,6 @@
 // Files of the host that are there whole or not at all.
 #pragma once
 
-#include <cstdint>
 #include <filesystem>
 #include <string>
 
@@ -28,10 +27,6 @@ class NewFile {
   std::string temporary_;  // empty for a file without a name
   emulated::FileDescriptor file_;
 };
-
-// Copies a range without its holes. False, and errno.
-bool CopyRange(const emulated::FileDescriptor& from, std::uint64_t offset, std::uint64_t size,
-               const emulated::FileDescriptor& to);
 
 // Replaces a small file by what is to be in it, at once and for good.
 void ReplaceFile(const std::filesystem::path& name, const std::string& text);

@@ -18,7 +18,7 @@
 #include "workstation/container.h"
 #include "workstation/export_image.h"
 #include "workstation/image_origin.h"
-#include "workstation/image_source.h"
+#include "workstation/progress.h"
 
 namespace workstation {
 
@@ -34,12 +34,12 @@ namespace {
 void RequireSamePartition(const LockedImage& image, const ImageSource& source, const Origin& origin) {
   const std::string number = std::to_string(origin.partition);
   if (source.partition != origin.partition)
-    Fail(source.shown,
-         "it is partition " + number + " of " + origin.disk.string() + " that " + image.path.string() + " came from");
+    Fail(source.shown, "it is partition " + number + " of " + origin.disk.string() + " that " +
+                           image.volume.shown.string() + " came from");
   if (source.start != origin.offset || source.size != origin.size || source.identity != origin.identity ||
       source.container != origin.container)
-    Fail(source.shown, "partition " + number + " is not the one that " + image.path.string() + " came from");
-  if (image.size != origin.size) Fail(image.path, "is not of the partition's size any more");
+    Fail(source.shown, "partition " + number + " is not the one that " + image.volume.shown.string() + " came from");
+  if (image.volume.size != origin.size) Fail(image.volume.shown, "is not of the partition's size any more");
 }
 
 // Whether a block is as it was left. One that was being written in place may hold anything; a container is the old one
@@ -51,9 +51,10 @@ bool IsAsLeft(const Origin::Block& block, const Digest& digest, bool isPacked) {
 // Notes in `origin` what the disk holds and what is to be written. Nothing is written to the disk before all of it has
 // been looked at.
 void NoteChanges(const LockedImage& image, const ImageSource& source, Origin& origin) {
+  Progress progress(image.volume.size);
   Bytes here, there;
   for (std::size_t i = 0; i < origin.blocks.size(); ++i) {
-    ReadBlock(image.file, 0, image.size, i, here, image.path);
+    ReadBlock(image.volume.file, 0, image.volume.size, i, here, image.volume.shown);
     ReadBlock(source.file, source.offset, source.size, i, there, source.shown);
     Origin::Block& block = origin.blocks[i];
     const Digest digest = DigestOf(there);
@@ -63,6 +64,7 @@ void NoteChanges(const LockedImage& image, const ImageSource& source, Origin& or
                              " of it); nothing has been written");
     block = {digest, std::nullopt};
     if (here != there) block.next = DigestOf(here);
+    progress.Show(i * kOriginBlock);
   }
 }
 
@@ -73,11 +75,13 @@ void WriteNoted(const LockedImage& image, const ImageSource& source, const Origi
   }, other{};
   if (!disk || fstat(disk.get(), &one) != 0 || fstat(source.file.get(), &other) != 0) FailWithErrno(source.shown);
   if (one.st_dev != other.st_dev || one.st_ino != other.st_ino) Fail(source.shown, "has been replaced meanwhile");
+  Progress progress(image.volume.size);
   Bytes block;
   for (std::size_t i = 0; i < origin.blocks.size(); ++i) {
     if (!origin.blocks[i].next) continue;
-    ReadBlock(image.file, 0, image.size, i, block, image.path);
+    ReadBlock(image.volume.file, 0, image.volume.size, i, block, image.volume.shown);
     if (!disk.WriteAt(source.offset + i * kOriginBlock, block)) FailWithErrno(source.shown);
+    progress.Show(i * kOriginBlock);
   }
   if (fsync(disk.get()) != 0) FailWithErrno(source.shown);
 }
@@ -94,7 +98,7 @@ void ReplaceContainer(const LockedImage& image, const ImageSource& source, const
   fs::create_directory(making, failed);
   if (failed) Fail(making, failed.message());
   try {
-    Repack(container, image.path, source.start, source.size, made);
+    Repack(container, image.volume.shown, source.start, source.size, made);
     const FileDescriptor file(open(made.c_str(), O_RDONLY | O_CLOEXEC));
     if (!file || fchmod(file.get(), before.st_mode & 07777) != 0 || fsync(file.get()) != 0) FailWithErrno(made);
     if (fchown(file.get(), before.st_uid, before.st_gid) != 0 && errno != EPERM) FailWithErrno(made);
@@ -113,11 +117,11 @@ void ReplaceContainer(const LockedImage& image, const ImageSource& source, const
 }  // namespace
 
 void WriteBack(const LockedImage& image, const fs::path& disk, unsigned partition) {
-  Origin origin = ReadOrigin(image.path);
+  Origin origin = ReadOrigin(image.volume.shown);
   // A name that is a link would be replaced by a container in place of what it leads to.
   std::error_code failed;
   const fs::path real = fs::canonical(disk, failed);
-  const ImageSource source = OpenImageSource(failed ? disk : real, partition, image.path.parent_path());
+  const ImageSource source = OpenImageSource(failed ? disk : real, partition, image.volume.shown.parent_path());
   RequireSamePartition(image, source, origin);
   const bool isPacked = !source.container.empty();
   if (flock((isPacked ? source.packed : source.file).get(), LOCK_EX | LOCK_NB) != 0)
@@ -129,14 +133,14 @@ void WriteBack(const LockedImage& image, const fs::path& disk, unsigned partitio
                            " would be lost; make a raw disk of it (qemu-img convert -O raw) and "
                            "import from that");
   NoteChanges(image, source, origin);
-  WriteOrigin(origin, image.path);
+  WriteOrigin(origin, image.volume.shown);
   if (isPacked) {
     ReplaceContainer(image, source, container);
   } else {
     WriteNoted(image, source, origin);
   }
   for (Origin::Block& block : origin.blocks) block = {block.next.value_or(block.digest), std::nullopt};
-  WriteOrigin(origin, image.path);
+  WriteOrigin(origin, image.volume.shown);
 }
 
 }  // namespace workstation
