@@ -82,7 +82,12 @@ std::string RangeOptions(const std::string& format, const fs::path& path, std::u
 
 Container OpenContainer(const fs::path& path, const std::string& format) {
   Container container{path, format, 0, {}};
-  std::istringstream lines(RunHostTool({"qemu-img", "info", "--image-opts", ImageOptions(format, path)}, kQemuPackage));
+  std::istringstream lines;
+  try {
+    lines.str(RunHostTool({"qemu-img", "info", "--image-opts", ImageOptions(format, path)}, kQemuPackage));
+  } catch (const Failure& failure) {
+    throw Failure(path.string() + ": " + failure.what());
+  }
   for (std::string line; std::getline(lines, line);) {
     if (const auto size = Behind(line, "virtual size: "); size && container.size == 0)
       container.size = std::strtoull(size->c_str() + std::min(size->find('(') + 1, size->size()), nullptr, 10);

@@ -46,12 +46,16 @@ void ExportTo(const LockedImage& image, const fs::path& target, const std::strin
   if (format != "raw" && format != "qcow2" && format != "vhdx")
     throw Failure("\"" + format + "\" is not a format of export: raw, qcow2 or vhdx");
   NewFile file(target);
-  if (format != "raw") {
-    RunHostTool(
-        {"qemu-img", "convert", "--image-opts", ImageOptions("raw", image.volume.shown), "-O", format, kInheritedFile},
-        kQemuPackage, file.file().get());
-  } else {
-    CopyVolumeInto(image.volume, file.file());
+  try {
+    if (format == "raw") {
+      CopyVolumeInto(image.volume, file.file());
+    } else {
+      RunHostTool({"qemu-img", "convert", "--image-opts", ImageOptions("raw", image.volume.shown), "-O", format,
+                   kInheritedFile},
+                  kQemuPackage, file.file().get());
+    }
+  } catch (const Failure& failure) {
+    throw Failure(target.string() + ": " + failure.what());
   }
   file.Publish();
 }

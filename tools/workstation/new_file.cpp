@@ -56,9 +56,13 @@ void ReplaceFile(const fs::path& name, const std::string& text) {
   const fs::path next = name.string() + ".new";
   const FileDescriptor file(open(next.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666));
   const emulated::ByteView bytes(reinterpret_cast<const std::uint8_t*>(text.data()), text.size());
-  if (!file || !file.WriteAt(0, bytes) || fsync(file.get()) != 0 || std::rename(next.c_str(), name.c_str()) != 0 ||
-      !emulated::SyncFolder(FolderOf(name)))
-    Fail(name);
+  if (file && file.WriteAt(0, bytes) && fsync(file.get()) == 0 && std::rename(next.c_str(), name.c_str()) == 0 &&
+      emulated::SyncFolder(FolderOf(name)))
+    return;
+  const int reason = errno;
+  unlink(next.c_str());
+  errno = reason;
+  Fail(name);
 }
 
 }  // namespace workstation
