@@ -4,6 +4,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <array>
 #include <fstream>
 
 #include "support/installed_machine.h"
@@ -197,6 +198,35 @@ TEST(StorageVolume, WhenFullKeepsWhatFitsAndNothingHalf) {
   const test::TemporaryFolder folder;
   ASSERT_TRUE(device->SaveTo(folder / "D.ntfs"));
   ExpectSound(folder / "D.ntfs");
+}
+
+// The library would close the folder that is open while what is in it is put down.
+TEST(StorageVolume, AnEntryThatIsMissingCostsNoOtherFile) {
+  const auto device = test::FreshNtfs(16, "Data");
+  std::unique_ptr<Volume> volume;
+  FileId files[100] = {};
+  const auto each = [&](auto what) {
+    volume.reset();
+    ASSERT_EQ(0u, Volume::Mount(*device, volume));
+    for (char16_t number = 0; number < std::size(files); ++number)
+      EXPECT_EQ(0u, what(std::u16string{u'\\', static_cast<char16_t>(0x4E00 + number)}, files[number]));
+  };
+  each([&](const auto& path, FileId& file) {
+    return Put(*volume, path.substr(1), 9, 1) | volume->LookupPath(path, file) | volume->Flush();
+  });
+  std::uint8_t mft[8], record[1024];
+  ASSERT_TRUE(device->Read(48, mft));
+  const std::uint64_t at =
+      LoadLittleEndian<std::uint64_t>(mft, 0) * volume->ClusterSize() + (files[1] & 0xFFFFFF) * 1024;
+  ASSERT_TRUE(device->Read(at, record));
+  std::ranges::search(record, std::array<std::uint8_t, 4>{1, 0, 0x01, 0x4E})[2] = 0xFF;
+  ASSERT_TRUE(device->Write(at, record));
+  each([&](const auto&, FileId file) { return volume->SetAttributes(file, win32::FILE_ATTRIBUTE_HIDDEN); });
+  EXPECT_EQ(win32::ERROR_FILE_CORRUPT, volume->Flush());
+  FileInfo info;
+  each([&](const auto&, FileId file) {
+    return volume->Stat(file, info) | (info.attributes ^ win32::FILE_ATTRIBUTE_HIDDEN);
+  });
 }
 
 }  // namespace

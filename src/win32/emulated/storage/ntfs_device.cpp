@@ -123,7 +123,8 @@ win32::DWORD MountDevice(DeviceState& state, _ntfs_volume*& volume) {
   if (const win32::DWORD error = Mount(state, volume)) return error;
   ntfs_create_lru_caches(volume);
   // Without its cache of closed inodes, which costs more than it saves: the volume itself remembers what is asked for.
-  free(std::exchange(volume->nidata_cache, nullptr));
+  // (When what is in that place is another member, the library was built with other options than its headers assume.)
+  if (!volume->xattr_mapping && volume->legacy_cache) free(std::exchange(volume->nidata_cache, nullptr));
   ClearState(volume->state, NV_CaseSensitive);
   ntfs_set_shown_files(volume, FALSE, TRUE, FALSE);
   if (ntfs_volume_get_free_space(volume) != 0) {

@@ -19,6 +19,10 @@
 #ifndef HAVE_STDINT_H
 #define HAVE_STDINT_H 1
 #endif
+// An option that the library is built with; its headers leave out a member of the volume without it.
+#ifndef XATTR_MAPPINGS
+#define XATTR_MAPPINGS 1
+#endif
 
 #include <sys/stat.h>
 #include <time.h>
@@ -34,6 +38,7 @@ extern "C" {
 #include <ntfs-3g/device.h>
 #include <ntfs-3g/dir.h>
 #include <ntfs-3g/ea.h>
+#include <ntfs-3g/index.h>
 #include <ntfs-3g/inode.h>
 #include <ntfs-3g/logfile.h>
 #include <ntfs-3g/logging.h>
@@ -115,15 +120,11 @@ class Inode {
   ntfs_inode* operator->() const { return inode_; }
   ntfs_inode* release() { return std::exchange(inode_, nullptr); }
 
-  win32::DWORD Close() {
-    ntfs_inode* const inode = release();
-    return inode && ntfs_inode_close(inode) != 0 ? LastError() : 0;
-  }
-  // Closes with the index entries of the parent updated through the parent that is open already.
-  win32::DWORD CloseIn(ntfs_inode* directory) {
-    ntfs_inode* const inode = release();
-    return inode && ntfs_inode_close_in_dir(inode, directory) != 0 ? LastError() : 0;
-  }
+  // The record is written when it has changed, and is open no more, whether that could be done or not.
+  win32::DWORD Close();
+  // The same with the directory open in which the names are: the index entries of those that are there follow. (The
+  // library's own function for it closes the directory when an entry is missing.)
+  win32::DWORD CloseIn(ntfs_inode* directory);
 
  private:
   ntfs_inode* inode_ = nullptr;
@@ -134,6 +135,11 @@ struct CloseAttribute {
   void operator()(ntfs_attr* attribute) const { ntfs_attr_close(attribute); }
 };
 using UniqueAttribute = std::unique_ptr<ntfs_attr, CloseAttribute>;
+
+struct PutIndexContext {
+  void operator()(ntfs_index_context* context) const { ntfs_index_ctx_put(context); }
+};
+using UniqueIndex = std::unique_ptr<ntfs_index_context, PutIndexContext>;
 
 struct PutSearchContext {
   void operator()(ntfs_attr_search_ctx* context) const { ntfs_attr_put_search_ctx(context); }

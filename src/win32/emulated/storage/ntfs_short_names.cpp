@@ -15,6 +15,22 @@ namespace {
 // In the flags of $VOLUME_INFORMATION. The library's own function for them leaves this one out.
 constexpr unsigned kShortNamesDisabled = 0x0080;
 
+// In the record; the index follows when the file is closed in the directory.
+void SetNamespace(ntfs_inode* file, const ntfs_inode* directory, std::u16string_view name,
+                  FILE_NAME_TYPE_FLAGS nameSpace) {
+  const ntfs::UniqueSearch search(ntfs_attr_get_search_ctx(file, nullptr));
+  while (search && ntfs_attr_lookup(AT_FILE_NAME, nullptr, 0, CASE_SENSITIVE, 0, nullptr, 0, search.get()) == 0) {
+    auto* const stored = reinterpret_cast<FILE_NAME_ATTR*>(reinterpret_cast<std::uint8_t*>(search->attr) +
+                                                           le16_to_cpu(search->attr->value_offset));
+    if (MREF_LE(stored->parent_directory) != directory->mft_no || stored->file_name_length != name.size() ||
+        std::memcmp(stored->file_name, name.data(), name.size() * sizeof(char16_t)) != 0)
+      continue;
+    stored->file_name_type = nameSpace;
+    ntfs_inode_mark_dirty(search->ntfs_ino);
+    NInoFileNameSetDirty(file);
+  }
+}
+
 }  // namespace
 
 // To a name that is there already; `name` is how the directory spells it.
@@ -25,9 +41,10 @@ win32::DWORD NtfsVolume::GiveShortName(FileId file, FileId directory, std::u16st
   const bool isShort = IsShortName(name);
   std::u16string shortName = UpCased(name);
   for (ShortNames candidates(name); !isShort && (shortName = candidates.Next(), Find(*entries, shortName));) continue;
-  // None for a name that Win32 makes by "\\?\" only, such as a device's: the library takes it for a mistake.
-  if (ntfs_forbidden_names(volume_, ntfs::Units(shortName), static_cast<int>(shortName.size()), TRUE)) return 0;
-
+  // None for a name that Win32 makes by "\\?\" only, such as a device's.
+  if (ntfs_forbidden_names(volume_, ntfs::Units(name), static_cast<int>(name.size()), FALSE) ||
+      ntfs_forbidden_names(volume_, ntfs::Units(shortName), static_cast<int>(shortName.size()), TRUE))
+    return 0;
   for (const FileId changed : {file, directory}) {
     if (const win32::DWORD error = HoldTimes(changed)) return error;
   }
@@ -35,9 +52,16 @@ win32::DWORD NtfsVolume::GiveShortName(FileId file, FileId directory, std::u16st
   if (inode.error()) return inode.error();
   ntfs::Inode folder(volume_, directory);
   if (folder.error()) return folder.error();
-  const std::string text(shortName.begin(), shortName.end());  // ASCII
-  if (ntfs_set_ntfs_dos_name(inode.release(), folder.release(), text.data(), text.size(), 0) != 0)
-    return errno == EINVAL ? 0 : ntfs::LastError();  // what else it takes for a mistake has none, either
+  if (!isShort &&
+      ntfs_link(inode.get(), folder.get(), ntfs::Units(shortName), static_cast<u8>(shortName.size())) != 0) {
+    const win32::DWORD error = ntfs::LastError();
+    folder.Close();
+    return error;
+  }
+  SetNamespace(inode.get(), folder.get(), name, isShort ? FILE_NAME_WIN32_AND_DOS : FILE_NAME_WIN32);
+  if (!isShort) SetNamespace(inode.get(), folder.get(), shortName, FILE_NAME_DOS);
+  if (const win32::DWORD error = inode.CloseIn(folder.get())) return error;
+  if (const win32::DWORD error = folder.Close()) return error;
   if (!isShort) {
     const std::u16string key = UpCased(name);
     entries->entries.at(key).shortName = shortName;

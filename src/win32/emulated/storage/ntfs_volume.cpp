@@ -282,8 +282,10 @@ win32::DWORD NtfsVolume::PutDownAll() {
   for (auto first = files.begin(); first != files.end();) {
     const FileId parent = first->first;
     const auto last = std::find_if(first, files.end(), [parent](const auto& file) { return file.first != parent; });
-    const bool isRoot = std::any_of(first, last, [parent](const auto& file) { return file.second == parent; });
-    ntfs::Inode directory(isRoot || parent == 0 ? nullptr : ntfs_inode_open(volume_, MREF(parent)));
+    // The root is in itself; so may be others on a damaged volume.
+    const bool isIn =
+        std::any_of(first, last, [parent](const auto& file) { return MREF(file.second) == MREF(parent); });
+    ntfs::Inode directory(isIn || parent == 0 ? ntfs::Inode(nullptr) : ntfs::Inode(volume_, parent));
     for (; first != last; ++first) {
       Node& node = nodes_.at(first->second);
       const win32::DWORD error = PutDown(node, directory.get());
