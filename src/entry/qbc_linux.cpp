@@ -41,12 +41,15 @@ int main(int argc, char** argv) {
   const char* const folder = std::getenv("QBC_WORKSTATION");
   if (!folder || !*folder) return Fail("the environment variable QBC_WORKSTATION does not name a workstation folder");
 
+  // Every command that changes something takes an argument. One that asks is answered also where nothing can be
+  // written; its log is lost then.
+  const bool isLook = argc <= 2;
   std::string error;
-  const auto station = emulated::Workstation::Open(folder, error);
+  auto station = emulated::Workstation::Open(folder, error);
+  if (!station && isLook) station = emulated::Workstation::Open(folder, error, emulated::ImageAccess::kRead);
   if (!station) return Fail(error);
-  // Every command that changes something takes an argument.
   const std::string& protection = station->writeProtection();
-  if (!protection.empty() && argc > 2) return Fail(protection);
+  if (!protection.empty() && !isLook) return Fail(protection);
   if (!protection.empty()) std::fprintf(stderr, "qbc: %s (a look is all that is done)\n", protection.c_str());
   emulated::Machine& machine = station->machine();
   UseProgramModule(machine);
@@ -75,5 +78,5 @@ int main(int argc, char** argv) {
     std::fprintf(stderr, "%10llu calls\n", static_cast<unsigned long long>(machine.gate.Count()));
   }
   std::fflush(stdout);
-  return !protection.empty() || station->Save(error) ? result : Fail(error);
+  return !station->MayBeSaved() || station->Save(error) ? result : Fail(error);
 }

@@ -71,7 +71,8 @@ void OnMachine(const std::filesystem::path& folder, bool save, const std::functi
 void OnStation(const std::filesystem::path& folder, bool save,
                const std::function<void(emulated::Workstation&)>& work) {
   std::string error;
-  const auto station = emulated::Workstation::Open(folder, error);
+  const auto station =
+      emulated::Workstation::Open(folder, error, save ? emulated::ImageAccess::kWrite : emulated::ImageAccess::kRead);
   if (!station) throw Failure(error);
   if (const std::string& why = station->writeProtection(); !why.empty()) {
     if (save) throw Failure(why);
@@ -84,7 +85,7 @@ void OnStation(const std::filesystem::path& folder, bool save,
        {u"SeBackupPrivilege", u"SeRestorePrivilege", u"SeSecurityPrivilege", u"SeTakeOwnershipPrivilege"})
     machine.process.token->EnablePrivilege(privilege, true);
   work(*station);
-  if (!(save ? station->Save(error) : station->SaveState(error))) throw Failure(error);
+  if (save && !station->Save(error)) throw Failure(error);
 }
 
 std::uint64_t ParseSize(const std::string& text) {

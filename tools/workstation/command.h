@@ -35,11 +35,11 @@ struct Command {
 
 const std::vector<Command>& Commands();
 
-// Runs `work` on the booted machine; with `save` what it changed is put down when it returns.
+// Runs `work` on the booted machine; with `save` what it changed is put down when it returns. Without, nothing in the
+// folder is written, and who may read it can do so.
 void OnMachine(const std::filesystem::path& folder, bool save, const std::function<void(emulated::Machine&)>& work);
 
-// The same with the folder's state at hand: what `work` changes in it is put down as well, also without `save`, which
-// is about the images.
+// The same with the folder's state at hand: what `work` changes in it is put down as well.
 void OnStation(const std::filesystem::path& folder, bool save, const std::function<void(emulated::Workstation&)>& work);
 
 // "64M", "2G", "512K" or bytes.

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <cstdlib>
 
 #include "workstation/command.h"
 #include "workstation/staging.h"
@@ -46,4 +47,9 @@ int Run(int argc, char** argv) {
 }  // namespace
 }  // namespace workstation
 
-int main(int argc, char** argv) { return workstation::Run(argc, argv); }
+int main(int argc, char** argv) {
+  // mkntfs is where the path of a user who is not root does not lead.
+  const char* const path = std::getenv("PATH");
+  setenv("PATH", (std::string(path ? path : "/usr/bin:/bin") + ":/usr/sbin:/sbin").c_str(), 1);
+  return workstation::Run(argc, argv);
+}

@@ -164,7 +164,7 @@ void Profile(const fs::path& folder, const Arguments& arguments) {
 
 void Session(const fs::path& folder, const Arguments& arguments) {
   if (arguments[0] != "begin" && arguments[0] != "end") throw Failure("session takes begin USER or end USER");
-  OnStation(folder, false, [&](emulated::Workstation& station) {
+  OnStation(folder, true, [&](emulated::Workstation& station) {
     const std::string sid = SidOfUser(station.machine(), arguments[1]);
     if (arguments[0] == "begin") {
       station.state().sessions.insert(sid);

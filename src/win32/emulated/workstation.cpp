@@ -1,10 +1,14 @@
 #include "win32/emulated/workstation.h"
 
+#include <dirent.h>
+
 #include <algorithm>
+#include <cstring>
 #include <fstream>
 #include <sstream>
 #include <system_error>
 
+#include "win32/emulated/storage/file_descriptor.h"
 #include "win32/emulated/storage/windows_state.h"
 #include "win32/emulated/system/logon.h"
 #include "win32/emulated/text.h"
@@ -56,9 +60,9 @@ std::string StateText(const WorkstationState& state) {
 
 std::vector<std::string> Workstation::Images(const fs::path& folder) {
   std::vector<std::string> names;
-  std::error_code failed;
-  for (const auto& entry : fs::directory_iterator(folder, failed))
-    if (entry.path().extension() == ".ntfs") names.push_back(entry.path().filename().string());
+  const std::unique_ptr<DIR, int (*)(DIR*)> directory(fdopendir(OpenToRead(folder, O_DIRECTORY).release()), closedir);
+  while (const dirent* const entry = directory ? readdir(directory.get()) : nullptr)
+    if (fs::path(entry->d_name).extension() == ".ntfs") names.emplace_back(entry->d_name);
   std::sort(names.begin(), names.end(), [](const std::string& a, const std::string& b) {
     return std::pair(a != "C.ntfs", a) < std::pair(b != "C.ntfs", b);
   });
@@ -67,9 +71,15 @@ std::vector<std::string> Workstation::Images(const fs::path& folder) {
 
 bool Workstation::ReadState(const fs::path& folder, WorkstationState& state, std::string& error) {
   state = {};
-  std::error_code failed;
-  if (!fs::exists(folder / "state", failed)) return true;
-  std::ifstream file(folder / "state");
+  const FileDescriptor stored = OpenToRead(folder / "state");
+  if (!stored && errno == ENOENT) return true;
+  const off_t size = stored ? lseek(stored.get(), 0, SEEK_END) : -1;
+  std::string text(size < 0 ? 0 : static_cast<std::size_t>(size), '\0');
+  if (size < 0 || !stored.ReadAt(0, {reinterpret_cast<std::uint8_t*>(text.data()), text.size()})) {
+    error = (folder / "state").string() + ": " + strerror(errno);
+    return false;
+  }
+  std::istringstream file(text);
   std::string key, value;
   while (file >> key && std::getline(file >> std::ws, value)) {
     if (key == "frozen") {
@@ -104,7 +114,7 @@ bool Workstation::WriteState(const fs::path& folder, const WorkstationState& sta
   return !failed;
 }
 
-std::unique_ptr<Workstation> Workstation::OpenUnbooted(const fs::path& folder, std::string& error) {
+std::unique_ptr<Workstation> Workstation::OpenUnbooted(const fs::path& folder, std::string& error, ImageAccess access) {
   std::unique_ptr<Workstation> station(new Workstation);
   std::error_code failed;
   if (!fs::is_directory(folder, failed)) {
@@ -116,7 +126,8 @@ std::unique_ptr<Workstation> Workstation::OpenUnbooted(const fs::path& folder, s
     error = (folder / "C.ntfs").string() + ": missing (the image of the system volume)";
     return nullptr;
   }
-  station->images_ = ImageSet::Open(folder, error);
+  station->access_ = access;
+  station->images_ = ImageSet::Open(folder, error, access);
   if (!station->images_ || !ReadState(folder, station->state_, error)) return nullptr;
   station->folder_ = folder;
   station->savedState_ = StateText(station->state_);
@@ -146,8 +157,8 @@ std::unique_ptr<Workstation> Workstation::OpenUnbooted(const fs::path& folder, s
   return station;
 }
 
-std::unique_ptr<Workstation> Workstation::Open(const fs::path& folder, std::string& error) {
-  std::unique_ptr<Workstation> station = OpenUnbooted(folder, error);
+std::unique_ptr<Workstation> Workstation::Open(const fs::path& folder, std::string& error, ImageAccess access) {
+  std::unique_ptr<Workstation> station = OpenUnbooted(folder, error, access);
   if (!station) return nullptr;
   if (!station->machine_->Boot(error)) {
     error = folder.string() + ": " + error;
@@ -161,6 +172,7 @@ std::unique_ptr<Workstation> Workstation::Open(const fs::path& folder, std::stri
 bool Workstation::Save(std::string& error) {
   error = writeProtection_;
   if (!error.empty()) return false;
+  if (access_ == ImageAccess::kRead) return images_->Commit(error);  // says why not
   machine_->objects.CloseAll(machine_->process.id);
   return machine_->Flush(error) && SaveState(error) && images_->Commit(error);
 }

@@ -28,14 +28,18 @@ struct WorkstationState {
 class Workstation {
  public:
   // Opens the folder's images and boots; the user that programs run for and everyone with a session are logged on at
-  // the desktop then. On failure answers null and sets `error` to one clear line; nothing is written.
-  static std::unique_ptr<Workstation> Open(const std::filesystem::path& folder, std::string& error);
+  // the desktop then. On failure answers null and sets `error` to one clear line; nothing is written. With kRead all
+  // that changes stays in memory, and no save is possible.
+  static std::unique_ptr<Workstation> Open(const std::filesystem::path& folder, std::string& error,
+                                           ImageAccess access = ImageAccess::kWrite);
   // The same without booting: images attached, hives not loaded. For making and adopting machines.
-  static std::unique_ptr<Workstation> OpenUnbooted(const std::filesystem::path& folder, std::string& error);
+  static std::unique_ptr<Workstation> OpenUnbooted(const std::filesystem::path& folder, std::string& error,
+                                                   ImageAccess access = ImageAccess::kWrite);
 
   Machine& machine() { return *machine_; }
   // Why nothing may be written here, in one line that names the image; empty when all may. See WhyNotToWrite.
   const std::string& writeProtection() const { return writeProtection_; }
+  bool MayBeSaved() const { return access_ == ImageAccess::kWrite && writeProtection_.empty(); }
   // What was changed in it is put down by the next save.
   WorkstationState& state() { return state_; }
   // The running program ends (its handles are closed) and everything it changed is put down: the state, when it
@@ -65,6 +69,7 @@ class Workstation {
   WorkstationState state_;
   std::string savedState_;  // the text of the state as the folder has it
   std::string writeProtection_;
+  ImageAccess access_ = ImageAccess::kWrite;
   std::unique_ptr<ImageSet> images_;
   std::unique_ptr<Machine> machine_;  // after images_: its volumes flush into them
 };

@@ -42,6 +42,9 @@ class MemoryDevice : public BlockDevice {
   std::vector<std::shared_ptr<Piece>> pieces_;  // null: zeros
 };
 
+// Who only reads shares a folder with others who do, needs no right to write to it, and leaves no trace in it.
+enum class ImageAccess { kRead, kWrite };
+
 // The image files of a workstation folder, opened together and changed together: until Commit every image still reads,
 // for anybody else, exactly as it did, whatever has been written here and however this process ends.
 //
@@ -54,13 +57,16 @@ class MemoryDevice : public BlockDevice {
 class ImageSet {
  public:
   virtual ~ImageSet() = default;
-  // Locks the folder against a second opener, completes or drops a journal. On failure answers null and sets
-  // `error` to one clear line.
-  static std::unique_ptr<ImageSet> Open(const std::filesystem::path& folder, std::string& error);
+  // Locks the folder against a second opener, completes or drops a journal. With kRead what is written to the images
+  // stays in memory, and a journal stays where it is: the images read as if it had been completed. On failure answers
+  // null and sets `error` to one clear line.
+  static std::unique_ptr<ImageSet> Open(const std::filesystem::path& folder, std::string& error,
+                                        ImageAccess access = ImageAccess::kWrite);
 
   // Opens FOLDER/name; `frozen` as above. Null and `error` when it cannot be.
   virtual BlockDevice* OpenImage(const std::string& name, bool frozen, std::string& error) = 0;
-  // All images as they now stand, or all as they stood before: false and `error` when it could not be done.
+  // All images as they now stand, or all as they stood before: false and `error` when it could not be done, or
+  // may not be.
   virtual bool Commit(std::string& error) = 0;
   // What was written to a frozen image since it was frozen is forgotten. The image must not be open.
   virtual bool DropFrozen(const std::string& name, std::string& error) = 0;

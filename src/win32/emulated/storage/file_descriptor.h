@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <filesystem>
 #include <utility>
 
 #include "win32/emulated/bytes.h"
@@ -26,6 +27,7 @@ class FileDescriptor {
 
   explicit operator bool() const { return descriptor_ >= 0; }
   int get() const { return descriptor_; }
+  int release() { return std::exchange(descriptor_, -1); }
 
   // All bytes or false; the end of the file counts as a failure.
   bool ReadAt(std::uint64_t offset, std::span<std::uint8_t> to) const {
@@ -62,5 +64,12 @@ class FileDescriptor {
  private:
   int descriptor_ = -1;
 };
+
+// To be read, without a trace of it in the time of the last access where Linux allows that (to the owner).
+inline FileDescriptor OpenToRead(const std::filesystem::path& file, int flags = 0) {
+  FileDescriptor opened(open(file.c_str(), O_RDONLY | O_NOATIME | O_CLOEXEC | flags));
+  if (opened || errno != EPERM) return opened;
+  return FileDescriptor(open(file.c_str(), O_RDONLY | O_CLOEXEC | flags));
+}
 
 }  // namespace emulated

@@ -17,7 +17,9 @@ std::string Problem(const std::filesystem::path& file, const std::string& what) 
 // Opened and locked: two folders may reach one image by links. Who only reads it shares it with others who do.
 FileDescriptor OpenSized(const std::filesystem::path& image, int flags, std::uint64_t& size, std::string& error) {
   constexpr mode_t kAsTheUserLikes = 0666;
-  FileDescriptor file(open(image.c_str(), flags | O_CLOEXEC, kAsTheUserLikes));
+  const bool onlyReads = (flags & O_ACCMODE) == O_RDONLY;
+  FileDescriptor file =
+      onlyReads ? OpenToRead(image) : FileDescriptor(open(image.c_str(), flags | O_CLOEXEC, kAsTheUserLikes));
   struct stat status {};
   if (!file || fstat(file.get(), &status) != 0) {
     error = Problem(image, strerror(errno));
@@ -27,7 +29,7 @@ FileDescriptor OpenSized(const std::filesystem::path& image, int flags, std::uin
     error = Problem(image, "not a file");
     return {};
   }
-  if (flock(file.get(), ((flags & O_ACCMODE) == O_RDONLY ? LOCK_SH : LOCK_EX) | LOCK_NB) != 0) {
+  if (flock(file.get(), (onlyReads ? LOCK_SH : LOCK_EX) | LOCK_NB) != 0) {
     error = Problem(image, "in use by another process");
     return {};
   }
@@ -35,7 +37,25 @@ FileDescriptor OpenSized(const std::filesystem::path& image, int flags, std::uin
   return file;
 }
 
+std::map<std::uint64_t, Bytes> PendingIn(const std::filesystem::path& file, const JournalContent* left) {
+  const auto found = left ? left->find(file.filename().string()) : JournalContent::const_iterator();
+  return left && found != left->end() ? found->second : std::map<std::uint64_t, Bytes>();
+}
+
 }  // namespace
+
+bool SourceFile::ReadAt(std::uint64_t offset, std::span<std::uint8_t> to) const {
+  if (!file.ReadAt(offset, to)) return false;
+  auto change = pending.upper_bound(offset);
+  if (change != pending.begin()) --change;
+  for (; change != pending.end() && change->first < offset + to.size(); ++change) {
+    const std::uint64_t first = std::max(offset, change->first);
+    const std::uint64_t end = std::min(offset + to.size(), change->first + change->second.size());
+    if (first < end)
+      std::memcpy(to.data() + (first - offset), change->second.data() + (first - change->first), end - first);
+  }
+  return true;
+}
 
 std::size_t Image::ChunkLength(std::uint64_t chunk) const {
   return static_cast<std::size_t>(std::min<std::uint64_t>(kChunk, size_ - chunk * kChunk));
@@ -65,8 +85,8 @@ bool Image::Write(std::uint64_t offset, ByteView from) {
     std::uint64_t chunk = offset / kChunk;
     const std::size_t inside = offset % kChunk;
     std::size_t length = std::min(from.size(), kChunk - inside);
-    if (MayWriteDirectly(chunk)) {
-      while (length < from.size() && MayWriteDirectly(++chunk)) length = std::min(from.size(), length + kChunk);
+    if (GoesDirectly(chunk)) {
+      while (length < from.size() && GoesDirectly(++chunk)) length = std::min(from.size(), length + kChunk);
       if (!WriteDirectly(offset, from.first(length))) return false;
     } else if (!WriteHeld(chunk, inside, from.first(length))) {
       return false;
@@ -101,11 +121,13 @@ void Image::AddHeldTo(JournalWriter& journal, const std::string& name) const {
 }
 
 std::unique_ptr<LiveImage> LiveImage::Open(const std::filesystem::path& folder, const std::string& name,
-                                           std::string& error) {
+                                           std::string& error, const JournalContent* left) {
   auto image = std::make_unique<LiveImage>();
+  image->isOnlyRead_ = left != nullptr;
   image->name_ = name;
-  image->file_ = OpenSized(folder / name, O_RDWR, image->size_, error);
-  if (!image->file_) return nullptr;
+  image->file_ = {OpenSized(folder / name, left ? O_RDONLY : O_RDWR, image->size_, error),
+                  PendingIn(folder / name, left)};
+  if (!image->file_.file) return nullptr;
   if (!image->FindFreeChunks(error)) {
     error = Problem(folder / name, error);
     return nullptr;
@@ -137,10 +159,10 @@ bool LiveImage::FindFreeChunks(std::string& error) {
 
 bool LiveImage::WriteDirectly(std::uint64_t offset, ByteView from) {
   hasDirectWrites_ = true;
-  return file_.WriteAt(offset, from);
+  return file_.file.WriteAt(offset, from);
 }
 
-bool LiveImage::SyncDirect() { return !hasDirectWrites_ || fdatasync(file_.get()) == 0; }
+bool LiveImage::SyncDirect() { return !hasDirectWrites_ || fdatasync(file_.file.get()) == 0; }
 
 bool LiveImage::Committed() {
   if (!hasDirectWrites_ && held_.empty()) return true;
@@ -151,11 +173,13 @@ bool LiveImage::Committed() {
 }
 
 std::unique_ptr<FrozenImage> FrozenImage::Open(const std::filesystem::path& folder, const std::string& name,
-                                               std::string& error) {
+                                               std::string& error, const JournalContent* left) {
   auto image = std::make_unique<FrozenImage>();
+  image->isOnlyRead_ = left != nullptr;
   image->image_ = folder / name;
-  image->file_ = OpenSized(image->image_, O_RDONLY, image->size_, error);
-  if (!image->file_) return nullptr;
+  image->file_.file = OpenSized(image->image_, O_RDONLY, image->size_, error);
+  image->aside_.pending = PendingIn(AsideOf(image->image_), left);
+  if (!image->file_.file) return nullptr;
   const std::uint64_t bits = (image->size_ + kChunk - 1) / kChunk;
   image->committed_.assign(static_cast<std::size_t>((bits / 8 + kChunk) / kChunk * kChunk), 0);
   if (std::filesystem::exists(AsideOf(image->image_)) && !image->OpenAside(false, error)) return nullptr;
@@ -174,10 +198,10 @@ bool FrozenImage::OpenAside(bool create, std::string& error) {
   const std::filesystem::path name = AsideOf(image_);
   const std::uint64_t wanted = BitsOffset() + committed_.size();
   std::uint64_t size = 0;
-  aside_ = OpenSized(name, O_RDWR | (create ? O_CREAT : 0), size, error);
-  if (!aside_) return false;
+  aside_.file = OpenSized(name, isOnlyRead_ ? O_RDONLY : O_RDWR | (create ? O_CREAT : 0), size, error);
+  if (!aside_.file) return false;
   if (size == 0) {  // made by a run that did not end
-    if (ftruncate(aside_.get(), static_cast<off_t>(wanted)) == 0) return true;
+    if (isOnlyRead_ || ftruncate(aside_.file.get(), static_cast<off_t>(wanted)) == 0) return true;
     error = Problem(name, strerror(errno));
     return false;
   }
@@ -189,7 +213,7 @@ bool FrozenImage::OpenAside(bool create, std::string& error) {
 bool FrozenImage::ReadUnder(std::uint64_t offset, std::span<std::uint8_t> to) {
   while (!to.empty()) {
     const std::size_t length = std::min(to.size(), kChunk - static_cast<std::size_t>(offset % kChunk));
-    const FileDescriptor& from = HasBit(present_, offset / kChunk) ? aside_ : file_;
+    const SourceFile& from = HasBit(present_, offset / kChunk) ? aside_ : file_;
     if (!from.ReadAt(offset, to.first(length))) return false;
     to = to.subspan(length);
     offset += length;
@@ -199,7 +223,7 @@ bool FrozenImage::ReadUnder(std::uint64_t offset, std::span<std::uint8_t> to) {
 
 bool FrozenImage::WriteDirectly(std::uint64_t offset, ByteView from) {
   std::string ignored;
-  if (!aside_ && !OpenAside(true, ignored)) return false;
+  if (!aside_.file && !OpenAside(true, ignored)) return false;
   hasDirectWrites_ = true;
   while (!from.empty()) {
     const std::uint64_t chunk = offset / kChunk;
@@ -209,7 +233,7 @@ bool FrozenImage::WriteDirectly(std::uint64_t offset, ByteView from) {
     if (length != ChunkLength(chunk) && !ReadUnder(chunk * kChunk, std::span(whole).first(ChunkLength(chunk))))
       return false;
     std::ranges::copy(from.first(length), whole.begin() + static_cast<std::ptrdiff_t>(inside));
-    if (!aside_.WriteAt(chunk * kChunk, ByteView(whole).first(ChunkLength(chunk)))) return false;
+    if (!aside_.file.WriteAt(chunk * kChunk, ByteView(whole).first(ChunkLength(chunk)))) return false;
     present_[chunk / 8] = static_cast<std::uint8_t>(present_[chunk / 8] | 1 << (chunk % 8));
     from = from.subspan(length);
     offset += length;
@@ -217,7 +241,7 @@ bool FrozenImage::WriteDirectly(std::uint64_t offset, ByteView from) {
   return true;
 }
 
-bool FrozenImage::SyncDirect() { return !hasDirectWrites_ || fdatasync(aside_.get()) == 0; }
+bool FrozenImage::SyncDirect() { return !hasDirectWrites_ || fdatasync(aside_.file.get()) == 0; }
 
 bool FrozenImage::AddAllTo(JournalWriter& journal, const std::string& name) {
   Chunk bytes;

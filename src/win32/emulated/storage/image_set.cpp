@@ -4,18 +4,20 @@
 
 namespace emulated {
 
-std::unique_ptr<ImageSet> ImageSet::Open(const std::filesystem::path& folder, std::string& error) {
-  FileDescriptor lock(open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+std::unique_ptr<ImageSet> ImageSet::Open(const std::filesystem::path& folder, std::string& error, ImageAccess access) {
+  const bool onlyReads = access == ImageAccess::kRead;
+  FileDescriptor lock = OpenToRead(folder, O_DIRECTORY);
   if (!lock) {
     error = folder.string() + ": " + strerror(errno);
     return nullptr;
   }
-  if (flock(lock.get(), LOCK_EX | LOCK_NB) != 0) {
+  if (flock(lock.get(), (onlyReads ? LOCK_SH : LOCK_EX) | LOCK_NB) != 0) {
     error = folder.string() + ": in use by another process";
     return nullptr;
   }
-  if (!CompleteJournal(folder, error)) return nullptr;
-  return std::make_unique<ImageFolder>(folder, std::move(lock));
+  JournalContent left;
+  if (onlyReads ? !ReadJournal(folder, left, error) : !CompleteJournal(folder, error)) return nullptr;
+  return std::make_unique<ImageFolder>(folder, std::move(lock), access, std::move(left));
 }
 
 BlockDevice* ImageFolder::OpenImage(const std::string& name, bool frozen, std::string& error) {
@@ -23,11 +25,12 @@ BlockDevice* ImageFolder::OpenImage(const std::string& name, bool frozen, std::s
     error = (folder_ / name).string() + ": already open";
     return nullptr;
   }
+  const JournalContent* const left = access_ == ImageAccess::kRead ? &left_ : nullptr;
   std::unique_ptr<Image> image;
   if (frozen) {
-    image = FrozenImage::Open(folder_, name, error);
-  } else if (DropFrozen(name, error)) {
-    image = LiveImage::Open(folder_, name, error);
+    image = FrozenImage::Open(folder_, name, error, left);
+  } else if (left || DropFrozen(name, error)) {
+    image = LiveImage::Open(folder_, name, error, left);
   }
   if (!image) return nullptr;
   return images_.emplace(name, std::move(image)).first->second.get();
@@ -38,6 +41,10 @@ bool ImageFolder::Commit(std::string& error) {
     error = folder_.string() + ": " + what + ": " + strerror(errno);
     return false;
   };
+  if (access_ == ImageAccess::kRead) {
+    error = folder_.string() + ": has been opened to be read only";
+    return false;
+  }
   for (const auto& [name, image] : images_) {
     if (!image->SyncDirect()) return failed("the images cannot be written");
   }

@@ -12,6 +12,14 @@
 
 namespace emulated {
 
+// A file of the folder as it reads with what a journal that was left is still to put into it.
+struct SourceFile {
+  FileDescriptor file;
+  std::map<std::uint64_t, Bytes> pending;  // by offset
+
+  bool ReadAt(std::uint64_t offset, std::span<std::uint8_t> to) const;
+};
+
 // What both kinds of image have: reads and writes by 4 KiB chunks, some of which are held here until the next commit.
 class Image : public BlockDevice {
  public:
@@ -39,19 +47,21 @@ class Image : public BlockDevice {
   void AddHeldTo(JournalWriter& journal, const std::string& name) const;
   std::size_t ChunkLength(std::uint64_t chunk) const;
 
+  bool isOnlyRead_ = false;
   std::uint64_t size_ = 0;
   std::unordered_map<std::uint64_t, std::unique_ptr<Chunk>> held_;
 
  private:
+  bool GoesDirectly(std::uint64_t chunk) const { return !isOnlyRead_ && MayWriteDirectly(chunk); }
   bool WriteHeld(std::uint64_t chunk, std::size_t inside, ByteView from);
 };
 
 // An image that changes at each commit. Clusters that were free after the last one are written directly.
 class LiveImage final : public Image {
  public:
-  // Null and one line in `error`.
+  // Null and one line in `error`. With `left`, a journal's content, it is only read.
   static std::unique_ptr<LiveImage> Open(const std::filesystem::path& folder, const std::string& name,
-                                         std::string& error);
+                                         std::string& error, const JournalContent* left = nullptr);
 
   bool SyncDirect() override;
   void AddTo(JournalWriter& journal) override { AddHeldTo(journal, name_); }
@@ -66,7 +76,7 @@ class LiveImage final : public Image {
   bool FindFreeChunks(std::string& error);
 
   std::string name_;
-  FileDescriptor file_;
+  SourceFile file_;
   std::vector<bool> isFree_;  // by chunk
   bool hasDirectWrites_ = false;
 };
@@ -76,8 +86,9 @@ class LiveImage final : public Image {
 // last commit left absent may be written directly; the bits change by commits only.
 class FrozenImage final : public Image {
  public:
+  // As above.
   static std::unique_ptr<FrozenImage> Open(const std::filesystem::path& folder, const std::string& name,
-                                           std::string& error);
+                                           std::string& error, const JournalContent* left = nullptr);
   static std::filesystem::path AsideOf(const std::filesystem::path& image) { return image.string() + ".frozen"; }
 
   bool SyncDirect() override;
@@ -97,10 +108,10 @@ class FrozenImage final : public Image {
   bool OpenAside(bool create, std::string& error);
 
   std::filesystem::path image_;
-  FileDescriptor file_;
-  FileDescriptor aside_;  // opened when it exists, made by the first write
-  Bytes committed_;       // whole chunks of bits
-  Bytes present_;         // the same as it is now
+  SourceFile file_;
+  SourceFile aside_;  // opened when it exists, made by the first write
+  Bytes committed_;   // whole chunks of bits
+  Bytes present_;     // the same as it is now
   bool hasDirectWrites_ = false;
 };
 
@@ -109,7 +120,8 @@ enum class CommitStep { kJournalWritten, kJournalRemoved };
 
 class ImageFolder final : public ImageSet {
  public:
-  ImageFolder(std::filesystem::path folder, FileDescriptor lock) : folder_(std::move(folder)), lock_(std::move(lock)) {}
+  ImageFolder(std::filesystem::path folder, FileDescriptor lock, ImageAccess access, JournalContent left)
+      : folder_(std::move(folder)), lock_(std::move(lock)), access_(access), left_(std::move(left)) {}
 
   BlockDevice* OpenImage(const std::string& name, bool frozen, std::string& error) override;
   bool Commit(std::string& error) override;
@@ -125,6 +137,8 @@ class ImageFolder final : public ImageSet {
 
   std::filesystem::path folder_;
   FileDescriptor lock_;  // the folder itself
+  ImageAccess access_;
+  JournalContent left_;  // with kRead
   std::map<std::string, std::unique_ptr<Image>> images_;
 };
 

@@ -165,6 +165,22 @@ bool SyncFolder(const std::filesystem::path& folder) {
   return directory && fsync(directory.get()) == 0;
 }
 
+static std::string DamagedJournal(const std::filesystem::path& name) {
+  return name.string() + ": the record of an interrupted change is damaged or cannot be read";
+}
+
+bool ReadJournal(const std::filesystem::path& folder, JournalContent& content, std::string& error) {
+  const std::filesystem::path name = folder / "journal";
+  const FileDescriptor journal = OpenToRead(name);
+  if (!journal && errno == ENOENT) return true;
+  JournalReader reader(journal);
+  Record record;
+  Next next = Next::kDamaged;
+  while ((next = reader.Read(record)) == Next::kRecord) content[record.name][record.offset] = std::move(record.data);
+  if (next == Next::kDamaged) error = DamagedJournal(name);
+  return next == Next::kEnd;
+}
+
 bool CompleteJournal(const std::filesystem::path& folder, std::string& error, bool isOwn) {
   std::error_code failure;
   std::filesystem::remove(folder / "journal.new", failure);
@@ -172,7 +188,7 @@ bool CompleteJournal(const std::filesystem::path& folder, std::string& error, bo
   const FileDescriptor journal(open(name.c_str(), O_RDONLY | O_CLOEXEC));
   if (!journal && errno == ENOENT) return true;
   if (!journal || (!isOwn && !IsWhole(journal))) {
-    error = name.string() + ": the record of an interrupted change is damaged or cannot be read";
+    error = DamagedJournal(name);
     return false;
   }
   if (!CarryOut(journal, folder, error)) return false;

@@ -39,6 +39,11 @@ class JournalWriter {
 // be carried out; it stays. `isOwn`: this process has just written it, so it is whole.
 bool CompleteJournal(const std::filesystem::path& folder, std::string& error, bool isOwn = false);
 
+// What a journal that was finished would put into the files of its folder: by file and offset.
+using JournalContent = std::map<std::string, std::map<std::uint64_t, Bytes>>;
+// The same for who may not carry it out. False and one line in `error` when it cannot be read.
+bool ReadJournal(const std::filesystem::path& folder, JournalContent& content, std::string& error);
+
 // Makes the folder's entries themselves safe.
 bool SyncFolder(const std::filesystem::path& folder);
 
