@@ -196,11 +196,11 @@ void ClearUnfinished(const fs::path& folder) {
   const std::string beside = "." + real.filename().string() + std::string(kMaking);
   std::error_code ignored;
   std::vector<fs::path> making, made;
-  for (const auto& entry : fs::directory_iterator(real.parent_path(), ignored))
-    if (IsNamed(entry.path(), beside)) making.push_back(entry.path());
-  for (const auto& entry : fs::directory_iterator(real, ignored)) {
-    if (IsNamed(entry.path(), std::string(kMaking))) making.push_back(entry.path());
-    if (IsNamed(entry.path(), std::string(kMade))) made.push_back(entry.path());
+  for (const std::string& name : emulated::NamesIn(real.parent_path()))
+    if (IsNamed(name, beside)) making.push_back(real.parent_path() / name);
+  for (const std::string& name : emulated::NamesIn(real)) {
+    if (IsNamed(name, std::string(kMaking))) making.push_back(real / name);
+    if (IsNamed(name, std::string(kMade))) made.push_back(real / name);
   }
   for (const fs::path& place : making)
     if (const FileDescriptor lock = LockSoon(place); IsOwn(lock)) fs::remove_all(place, ignored);

@@ -1,7 +1,5 @@
 #include "win32/emulated/workstation.h"
 
-#include <dirent.h>
-
 #include <algorithm>
 #include <cstring>
 #include <fstream>
@@ -60,9 +58,8 @@ std::string StateText(const WorkstationState& state) {
 
 std::vector<std::string> Workstation::Images(const fs::path& folder) {
   std::vector<std::string> names;
-  const std::unique_ptr<DIR, int (*)(DIR*)> directory(fdopendir(OpenToRead(folder, O_DIRECTORY).release()), closedir);
-  while (const dirent* const entry = directory ? readdir(directory.get()) : nullptr)
-    if (fs::path(entry->d_name).extension() == ".ntfs") names.emplace_back(entry->d_name);
+  for (const std::string& name : NamesIn(folder))
+    if (fs::path(name).extension() == ".ntfs") names.push_back(name);
   std::sort(names.begin(), names.end(), [](const std::string& a, const std::string& b) {
     return std::pair(a != "C.ntfs", a) < std::pair(b != "C.ntfs", b);
   });

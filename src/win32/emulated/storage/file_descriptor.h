@@ -1,12 +1,17 @@
 // An open file of the host, and whole transfers at an offset.
 #pragma once
 
+#include <dirent.h>
 #include <fcntl.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <filesystem>
+#include <memory>
+#include <string>
+#include <string_view>
 #include <utility>
+#include <vector>
 
 #include "win32/emulated/bytes.h"
 
@@ -70,6 +75,15 @@ inline FileDescriptor OpenToRead(const std::filesystem::path& file, int flags = 
   FileDescriptor opened(open(file.c_str(), O_RDONLY | O_NOATIME | O_CLOEXEC | flags));
   if (opened || errno != EPERM) return opened;
   return FileDescriptor(open(file.c_str(), O_RDONLY | O_CLOEXEC | flags));
+}
+
+// What is in a folder, in no order; nothing where it cannot be read. The same of its time.
+inline std::vector<std::string> NamesIn(const std::filesystem::path& folder) {
+  std::vector<std::string> names;
+  const std::unique_ptr<DIR, int (*)(DIR*)> directory(fdopendir(OpenToRead(folder, O_DIRECTORY).release()), closedir);
+  while (const dirent* const entry = directory ? readdir(directory.get()) : nullptr)
+    if (const std::string_view name = entry->d_name; name != "." && name != "..") names.emplace_back(name);
+  return names;
 }
 
 }  // namespace emulated
