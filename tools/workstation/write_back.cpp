@@ -68,13 +68,17 @@ void NoteChanges(const LockedImage& image, const ImageSource& source, Origin& or
   }
 }
 
-void WriteNoted(const LockedImage& image, const ImageSource& source, const Origin& origin) {
-  // The first descriptor keeps the device from being mounted; this one is for the same file.
-  const FileDescriptor disk(open(source.shown.c_str(), O_RDWR | O_CLOEXEC));
+// For writing; the descriptor that the source has keeps a device from being mounted meanwhile.
+FileDescriptor OpenToWrite(const ImageSource& source) {
+  FileDescriptor disk(open(source.shown.c_str(), O_RDWR | O_CLOEXEC));
   struct stat one {
   }, other{};
   if (!disk || fstat(disk.get(), &one) != 0 || fstat(source.file.get(), &other) != 0) FailWithErrno(source.shown);
   if (one.st_dev != other.st_dev || one.st_ino != other.st_ino) Fail(source.shown, "has been replaced meanwhile");
+  return disk;
+}
+
+void WriteNoted(const LockedImage& image, const ImageSource& source, const Origin& origin, const FileDescriptor& disk) {
   Progress progress(image.volume.size);
   Bytes block;
   for (std::size_t i = 0; i < origin.blocks.size(); ++i) {
@@ -132,12 +136,13 @@ void WriteBack(const LockedImage& image, const fs::path& disk, unsigned partitio
     Fail(source.shown, container.whyNotMadeAnew +
                            " would be lost; make a raw disk of it (qemu-img convert -O raw) and "
                            "import from that");
+  const FileDescriptor target = isPacked ? FileDescriptor() : OpenToWrite(source);
   NoteChanges(image, source, origin);
   WriteOrigin(origin, image.volume.shown);
   if (isPacked) {
     ReplaceContainer(image, source, container);
   } else {
-    WriteNoted(image, source, origin);
+    WriteNoted(image, source, origin, target);
   }
   for (Origin::Block& block : origin.blocks) block = {block.next.value_or(block.digest), std::nullopt};
   WriteOrigin(origin, image.volume.shown);
