@@ -49,7 +49,7 @@ file(GLOB program_support_sources CONFIGURE_DEPENDS tests/support/program*.cpp)
 # Every test is a process of its own (ctest -R NAME runs it). The disks that many begin with are made by the first one
 # that needs them, anew in every run of ctest: what installs Windows on them may have changed.
 include(GoogleTest)
-set(test_disks ${CMAKE_BINARY_DIR}/test_disks)
+set(test_disks ${CMAKE_BINARY_DIR}/Testing/disks)
 add_test(NAME test_disks COMMAND ${CMAKE_COMMAND} -E rm -rf ${test_disks})
 set_tests_properties(test_disks PROPERTIES FIXTURES_SETUP test_disks)
 # The sanitizers look at memory, not at outcomes, and take several times as long: there not every call is refused, or
