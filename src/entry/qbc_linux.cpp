@@ -16,6 +16,7 @@
 #include "win32/emulated/text.h"
 #include "win32/emulated/workstation.h"
 #include "workstation/intruder.h"
+#include "workstation/progress.h"
 #include "workstation/quillbay_service.h"
 
 namespace {
@@ -78,5 +79,5 @@ int main(int argc, char** argv) {
     std::fprintf(stderr, "%10llu calls\n", static_cast<unsigned long long>(machine.gate.Count()));
   }
   std::fflush(stdout);
-  return !station->MayBeSaved() || station->Save(error) ? result : Fail(error);
+  return !station->MayBeSaved() || station->Save(error, workstation::DrawProgress()) ? result : Fail(error);
 }

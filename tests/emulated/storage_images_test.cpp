@@ -214,7 +214,7 @@ TEST(StorageVolume, AnEntryThatIsMissingCostsNoOtherFile) {
   const auto each = [&](auto what) {
     volume.reset();
     ASSERT_EQ(0u, Volume::Mount(*device, volume));
-    for (char16_t number = 0; number < std::size(files); ++number)
+    for (std::size_t number = 0; number < std::size(files); ++number)
       EXPECT_EQ(0u, what(std::u16string{u'\\', static_cast<char16_t>(0x4E00 + number)}, files[number]));
   };
   each([&](const auto& path, FileId& file) {
@@ -225,7 +225,8 @@ TEST(StorageVolume, AnEntryThatIsMissingCostsNoOtherFile) {
   const std::uint64_t at =
       LoadLittleEndian<std::uint64_t>(mft, 0) * volume->ClusterSize() + (files[1] & 0xFFFFFF) * 1024;
   ASSERT_TRUE(device->Read(at, record));
-  std::ranges::search(record, std::array<std::uint8_t, 4>{1, 0, 0x01, 0x4E})[2] = 0xFF;
+  constexpr std::uint8_t kName[] = {1, 0, 0x01, 0x4E};  // its length, its namespace
+  std::search(std::begin(record), std::end(record), std::begin(kName), std::end(kName))[2] = 0xFF;
   ASSERT_TRUE(device->Write(at, record));
   each([&](const auto&, FileId file) { return volume->SetAttributes(file, win32::FILE_ATTRIBUTE_HIDDEN); });
   EXPECT_EQ(win32::ERROR_FILE_CORRUPT, volume->Flush());

@@ -5,6 +5,7 @@
 
 #include "win32/emulated/text.h"
 #include "win32/win32.h"
+#include "workstation/progress.h"
 
 namespace workstation {
 
@@ -85,7 +86,7 @@ void OnStation(const std::filesystem::path& folder, bool save,
        {u"SeBackupPrivilege", u"SeRestorePrivilege", u"SeSecurityPrivilege", u"SeTakeOwnershipPrivilege"})
     machine.process.token->EnablePrivilege(privilege, true);
   work(*station);
-  if (save && !station->Save(error)) throw Failure(error);
+  if (save && !station->Save(error, DrawProgress())) throw Failure(error);
 }
 
 std::uint64_t ParseSize(const std::string& text) {

@@ -4,7 +4,10 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cmath>
 #include <cstdio>
+#include <memory>
+#include <optional>
 
 namespace workstation {
 
@@ -31,7 +34,7 @@ std::string Tenths(double number) {
 }
 
 std::string Duration(double seconds) {
-  const auto whole = static_cast<unsigned long>(seconds + 0.5);
+  const auto whole = static_cast<unsigned long>(std::lround(seconds));
   char text[48];
   if (whole >= 3600) {
     std::snprintf(text, sizeof text, "%lu:%02lu:%02lu", whole / 3600, whole / 60 % 60, whole % 60);
@@ -87,6 +90,14 @@ void Progress::Show(std::uint64_t done) {
       ProgressLine(done, total_, std::chrono::duration<double>(now - start_).count(), TerminalWidth() - 1);
   const std::size_t before = std::exchange(shown_, std::max(shown_, line.size()));
   std::fprintf(stderr, "\r%-*s", static_cast<int>(before), line.c_str());
+}
+
+std::function<void(std::uint64_t, std::uint64_t)> DrawProgress() {
+  const auto shown = std::make_shared<std::optional<Progress>>();
+  return [shown](std::uint64_t done, std::uint64_t total) {
+    if (!*shown) shown->emplace(total);
+    (*shown)->Show(done);
+  };
 }
 
 }  // namespace workstation

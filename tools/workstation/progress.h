@@ -3,6 +3,7 @@
 
 #include <chrono>
 #include <cstdint>
+#include <functional>
 #include <string>
 
 namespace workstation {
@@ -28,5 +29,8 @@ class Progress {
   std::size_t shown_ = 0;  // columns
   Clock::time_point start_ = Clock::now(), next_;
 };
+
+// For who is told how far something is: the line is drawn from the first call on, and taken away with the last copy.
+std::function<void(std::uint64_t done, std::uint64_t total)> DrawProgress();
 
 }  // namespace workstation

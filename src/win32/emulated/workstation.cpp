@@ -166,10 +166,10 @@ std::unique_ptr<Workstation> Workstation::Open(const fs::path& folder, std::stri
   return station;
 }
 
-bool Workstation::Save(std::string& error) {
+bool Workstation::Save(std::string& error, const ProgressSink& progress) {
   error = writeProtection_;
   if (!error.empty()) return false;
-  if (access_ == ImageAccess::kRead) return images_->Commit(error);  // says why not
+  if (access_ == ImageAccess::kRead) return images_->Commit(error, progress);  // says why not
   machine_->objects.CloseAll(machine_->process.id);
   return machine_->Flush(error) && SaveState(error) && images_->Commit(error);
 }

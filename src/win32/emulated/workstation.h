@@ -45,7 +45,7 @@ class Workstation {
   // The running program ends (its handles are closed) and everything it changed is put down: the state, when it
   // changed, then all images together. When a save ends between the two, accounts of domains are known that nothing on
   // the images belongs to yet, and the same change can be made again.
-  bool Save(std::string& error);
+  bool Save(std::string& error, const ProgressSink& progress = {});
   // The state alone; what changed on the images is dropped.
   bool SaveState(std::string& error);
 

@@ -3,6 +3,7 @@
 
 #include <cstdint>
 #include <filesystem>
+#include <functional>
 #include <memory>
 #include <string>
 #include <vector>
@@ -42,6 +43,9 @@ class MemoryDevice : public BlockDevice {
   std::vector<std::shared_ptr<Piece>> pieces_;  // null: zeros
 };
 
+// Told how many bytes are done, of how many.
+using ProgressSink = std::function<void(std::uint64_t done, std::uint64_t total)>;
+
 // Who only reads shares a folder with others who do, needs no right to write to it, and leaves no trace in it.
 enum class ImageAccess { kRead, kWrite };
 
@@ -66,8 +70,8 @@ class ImageSet {
   // Opens FOLDER/name; `frozen` as above. Null and `error` when it cannot be.
   virtual BlockDevice* OpenImage(const std::string& name, bool frozen, std::string& error) = 0;
   // All images as they now stand, or all as they stood before: false and `error` when it could not be done, or
-  // may not be.
-  virtual bool Commit(std::string& error) = 0;
+  // may not be. `progress` hears how much of the journal has been carried out.
+  virtual bool Commit(std::string& error, const ProgressSink& progress = {}) = 0;
   // What was written to a frozen image since it was frozen is forgotten. The image must not be open.
   virtual bool DropFrozen(const std::string& name, std::string& error) = 0;
   // What was written to a frozen image becomes the folder's journal, and is forgotten beside the image: the next

@@ -36,7 +36,7 @@ BlockDevice* ImageFolder::OpenImage(const std::string& name, bool frozen, std::s
   return images_.emplace(name, std::move(image)).first->second.get();
 }
 
-bool ImageFolder::Commit(std::string& error) {
+bool ImageFolder::Commit(std::string& error, const ProgressSink& progress) {
   const auto failed = [&](const char* what) {
     error = folder_.string() + ": " + what + ": " + strerror(errno);
     return false;
@@ -53,7 +53,7 @@ bool ImageFolder::Commit(std::string& error) {
   if (!journal.IsEmpty()) {
     if (!journal.Finish()) return failed("the changes cannot be recorded");
     Report(CommitStep::kJournalWritten);
-    if (!CompleteJournal(folder_, error, true)) return false;
+    if (!CompleteJournal(folder_, error, true, progress)) return false;
     Report(CommitStep::kJournalRemoved);
   }
   for (const auto& [name, image] : images_) {

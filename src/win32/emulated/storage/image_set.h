@@ -124,7 +124,7 @@ class ImageFolder final : public ImageSet {
       : folder_(std::move(folder)), lock_(std::move(lock)), access_(access), left_(std::move(left)) {}
 
   BlockDevice* OpenImage(const std::string& name, bool frozen, std::string& error) override;
-  bool Commit(std::string& error) override;
+  bool Commit(std::string& error, const ProgressSink& progress = {}) override;
   bool DropFrozen(const std::string& name, std::string& error) override;
   bool RecordFrozen(const std::string& name, std::string& error) override;
 

@@ -65,6 +65,8 @@ class JournalReader {
     return isPlainName ? Next::kRecord : Next::kDamaged;
   }
 
+  std::uint64_t position() const { return position_; }
+
  private:
   bool Take(std::span<std::uint8_t> to) {
     if (!file_.ReadAt(position_, to)) return false;
@@ -88,10 +90,13 @@ bool IsWhole(const FileDescriptor& journal) {
   return next == Next::kEnd;
 }
 
-bool CarryOut(const FileDescriptor& journal, const std::filesystem::path& folder, std::string& error) {
+bool CarryOut(const FileDescriptor& journal, const std::filesystem::path& folder, std::string& error,
+              const ProgressSink& progress) {
   std::map<std::string, FileDescriptor> images;
   JournalReader reader(journal);
+  const off_t total = lseek(journal.get(), 0, SEEK_END);
   for (Record record; reader.Read(record) == Next::kRecord;) {
+    if (progress && total > 0) progress(reader.position(), static_cast<std::uint64_t>(total));
     auto& image = images[record.name];
     if (!image) image = FileDescriptor(open((folder / record.name).c_str(), O_WRONLY | O_CLOEXEC));
     if (!image || !image.WriteAt(record.offset, record.data)) {
@@ -181,7 +186,8 @@ bool ReadJournal(const std::filesystem::path& folder, JournalContent& content, s
   return next == Next::kEnd;
 }
 
-bool CompleteJournal(const std::filesystem::path& folder, std::string& error, bool isOwn) {
+bool CompleteJournal(const std::filesystem::path& folder, std::string& error, bool isOwn,
+                     const ProgressSink& progress) {
   std::error_code failure;
   std::filesystem::remove(folder / "journal.new", failure);
   const std::filesystem::path name = folder / "journal";
@@ -191,7 +197,7 @@ bool CompleteJournal(const std::filesystem::path& folder, std::string& error, bo
     error = DamagedJournal(name);
     return false;
   }
-  if (!CarryOut(journal, folder, error)) return false;
+  if (!CarryOut(journal, folder, error, progress)) return false;
   std::filesystem::remove(name, failure);
   if (failure || !SyncFolder(folder)) {
     error = name.string() + ": cannot be removed";

@@ -7,6 +7,7 @@
 #include <string>
 
 #include "win32/emulated/bytes.h"
+#include "win32/emulated/storage/block_device.h"
 #include "win32/emulated/storage/file_descriptor.h"
 
 namespace emulated {
@@ -37,7 +38,8 @@ class JournalWriter {
 
 // Drops what was not finished, carries out what was and removes it. False and one line in `error` when a journal cannot
 // be carried out; it stays. `isOwn`: this process has just written it, so it is whole.
-bool CompleteJournal(const std::filesystem::path& folder, std::string& error, bool isOwn = false);
+bool CompleteJournal(const std::filesystem::path& folder, std::string& error, bool isOwn = false,
+                     const ProgressSink& progress = {});
 
 // What a journal that was finished would put into the files of its folder: by file and offset.
 using JournalContent = std::map<std::string, std::map<std::uint64_t, Bytes>>;
