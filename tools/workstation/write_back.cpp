@@ -98,7 +98,12 @@ void ReplaceContainer(const LockedImage& image, const ImageSource& source, const
   }, now{};
   if (fstat(source.packed.get(), &before) != 0) FailWithErrno(source.shown);
   std::error_code failed;
-  fs::remove_all(making, failed);
+  // What an interrupted call has left; nothing else that may stand there.
+  const auto clear = [&] {
+    fs::remove(made, failed);
+    fs::remove(making, failed);
+  };
+  clear();
   fs::create_directory(making, failed);
   if (failed) Fail(making, failed.message());
   try {
@@ -111,10 +116,10 @@ void ReplaceContainer(const LockedImage& image, const ImageSource& source, const
       Fail(source.shown, "has changed meanwhile; it stays as it is");
     if (std::rename(made.c_str(), source.shown.c_str()) != 0) FailWithErrno(source.shown);
   } catch (...) {
-    fs::remove_all(making, failed);
+    clear();
     throw;
   }
-  fs::remove_all(making, failed);
+  clear();
   emulated::SyncFolder(fs::absolute(source.shown).parent_path());
 }
 
