@@ -110,9 +110,9 @@ bool RestoreMoved(const std::u16string& path, const SecurityBlock& block, std::u
 
 // No violation of what another process shares keeps the file from being opened so.
 int IsSharedFor(const std::u16string& path, win32::DWORD access, win32::DWORD share, win32::DWORD flags) {
+  win32::SetLastError(win32::ERROR_SUCCESS);  // an open that succeeds need not set it
   const win32::UniqueFile file{
       win32::CreateFileW(path.c_str(), access, share, nullptr, win32::OPEN_EXISTING, flags, nullptr)};
-  if (file) return 1;
   const win32::DWORD error = win32::GetLastError();
   return error == win32::ERROR_SHARING_VIOLATION || error == win32::ERROR_LOCK_VIOLATION ? 0 : 1;
 }

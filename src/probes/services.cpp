@@ -35,15 +35,22 @@ bool LeavesStartPending(const win32::UniqueService& service) {
   }
 }
 
-// False when the service's state is not told.
-bool WaitWhilePending(const win32::UniqueService& service) {
+void WaitWhilePending(const win32::UniqueService& service) {
   win32::SERVICE_STATUS status{};
   do {
     win32::Sleep(1000);
-    if (!win32::QueryServiceStatus(service.get(), &status)) return false;
-  } while (status.dwCurrentState == win32::SERVICE_START_PENDING ||
-           status.dwCurrentState == win32::SERVICE_STOP_PENDING);
-  return true;
+  } while (
+      win32::QueryServiceStatus(service.get(), &status) &&
+      (status.dwCurrentState == win32::SERVICE_START_PENDING || status.dwCurrentState == win32::SERVICE_STOP_PENDING));
+}
+
+void ControlAndWait(const char16_t* name, win32::DWORD code) {
+  const OpenedService opened = Open(name, win32::SC_MANAGER_ALL_ACCESS, win32::SERVICE_ALL_ACCESS);
+  if (!opened) return;
+  win32::SERVICE_STATUS status{};
+  const win32::BOOL accepted = code == kStartService ? win32::StartServiceW(opened.service.get(), 0, nullptr)
+                                                     : win32::ControlService(opened.service.get(), code, &status);
+  if (accepted) WaitWhilePending(opened.service);
 }
 
 }  // namespace
@@ -58,12 +65,9 @@ bool IsServiceRunning(const char16_t* name) {
 
 bool ControlServiceAndWait(const char16_t* name, win32::DWORD code) {
   if (!name) return false;
-  const OpenedService opened = Open(name, win32::SC_MANAGER_ALL_ACCESS, win32::SERVICE_ALL_ACCESS);
-  if (!opened) return false;
-  win32::SERVICE_STATUS status{};
-  const win32::BOOL accepted = code == kStartService ? win32::StartServiceW(opened.service.get(), 0, nullptr)
-                                                     : win32::ControlService(opened.service.get(), code, &status);
-  return accepted && WaitWhilePending(opened.service);
+  win32::SetLastError(win32::ERROR_SUCCESS);  // the answer is read from the last error, where an older one may stand
+  ControlAndWait(name, code);
+  return win32::GetLastError() == win32::ERROR_SUCCESS;
 }
 
 bool StopServiceIfRunning(const char16_t* name) {

@@ -77,4 +77,11 @@ win32::DWORD Inode::CloseIn(ntfs_inode* directory) {
   return error ? error : closing;
 }
 
+win32::DWORD InodeInFolder::Link(std::u16string_view name) {
+  if (ntfs_link(inode.get(), folder.get(), Units(name), static_cast<u8>(name.size())) == 0) return 0;
+  const win32::DWORD error = LastError();
+  folder.Close();  // before the file
+  return error;
+}
+
 }  // namespace emulated::ntfs

@@ -131,6 +131,17 @@ class Inode {
   win32::DWORD error_ = 0;
 };
 
+// A file and a folder that has, or is to have, a name of it.
+struct InodeInFolder {
+  InodeInFolder(ntfs_volume* volume, MFT_REF file, MFT_REF directory)
+      : inode(volume, file), folder(volume, directory) {}
+  win32::DWORD error() const { return inode.error() ? inode.error() : folder.error(); }
+  // The name into the folder's index and into the record.
+  win32::DWORD Link(std::u16string_view name);
+
+  Inode inode, folder;
+};
+
 struct CloseAttribute {
   void operator()(ntfs_attr* attribute) const { ntfs_attr_close(attribute); }
 };

@@ -215,17 +215,11 @@ win32::DWORD NtfsVolume::AddName(FileId file, FileId directory, std::u16string_v
   for (const FileId changed : {file, directory}) {
     if (const win32::DWORD error = HoldTimes(changed)) return error;
   }
-  ntfs::Inode inode(volume_, file);
-  if (inode.error()) return inode.error();
-  ntfs::Inode folder(volume_, directory);
-  if (folder.error()) return folder.error();
-  if (ntfs_link(inode.get(), folder.get(), ntfs::Units(name), static_cast<u8>(name.size())) != 0) {
-    const win32::DWORD error = ntfs::LastError();
-    folder.Close();
-    return error;
-  }
-  if (const win32::DWORD error = folder.Close()) return error;
-  return inode.Close();
+  ntfs::InodeInFolder opened(volume_, file, directory);
+  if (opened.error()) return opened.error();
+  if (const win32::DWORD error = opened.Link(name)) return error;
+  if (const win32::DWORD error = opened.folder.Close()) return error;
+  return opened.inode.Close();
 }
 
 // `name` as the directory spells it. The caches follow when the last name goes; otherwise they are the caller's.

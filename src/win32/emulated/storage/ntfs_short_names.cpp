@@ -48,16 +48,11 @@ win32::DWORD NtfsVolume::GiveShortName(FileId file, FileId directory, std::u16st
   for (const FileId changed : {file, directory}) {
     if (const win32::DWORD error = HoldTimes(changed)) return error;
   }
-  ntfs::Inode inode(volume_, file);
-  if (inode.error()) return inode.error();
-  ntfs::Inode folder(volume_, directory);
-  if (folder.error()) return folder.error();
-  if (!isShort &&
-      ntfs_link(inode.get(), folder.get(), ntfs::Units(shortName), static_cast<u8>(shortName.size())) != 0) {
-    const win32::DWORD error = ntfs::LastError();
-    folder.Close();
-    return error;
-  }
+  ntfs::InodeInFolder opened(volume_, file, directory);
+  if (opened.error()) return opened.error();
+  if (!isShort)
+    if (const win32::DWORD error = opened.Link(shortName)) return error;
+  auto& [inode, folder] = opened;
   SetNamespace(inode.get(), folder.get(), name, isShort ? FILE_NAME_WIN32_AND_DOS : FILE_NAME_WIN32);
   if (!isShort) SetNamespace(inode.get(), folder.get(), shortName, FILE_NAME_DOS);
   if (const win32::DWORD error = inode.CloseIn(folder.get())) return error;
