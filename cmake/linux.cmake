@@ -19,10 +19,13 @@ target_link_libraries(emulated
 precompile_common_headers(emulated program)
 
 add_executable(qbc
-  src/entry/qbc_linux.cpp tools/workstation/intruder.cpp tools/workstation/progress.cpp
+  src/entry/qbc_linux.cpp src/entry/on_workstation.cpp tools/workstation/intruder.cpp tools/workstation/progress.cpp
   tools/workstation/quillbay_service.cpp)
 target_include_directories(qbc PRIVATE tools)
 target_link_libraries(qbc PRIVATE program program_resources emulated)
+
+add_executable(qbcreport src/entry/qbcreport_linux.cpp src/entry/on_workstation.cpp)
+target_link_libraries(qbcreport PRIVATE survey program program_resources emulated)
 
 file(GLOB workstation_sources CONFIGURE_DEPENDS tools/workstation/*.cpp)
 add_executable(workstation ${workstation_sources})
@@ -32,7 +35,7 @@ precompile_common_headers(workstation program)
 
 # What all suites share; the product is put on test machines as `workstation create` does it.
 file(GLOB support_sources CONFIGURE_DEPENDS tests/support/*.cpp)
-set_target_properties(qbc workstation PROPERTIES RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR})
+set_target_properties(qbc qbcreport workstation PROPERTIES RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR})
 
 enable_testing()
 list(FILTER support_sources EXCLUDE REGEX "tests/support/program[^/]*$")
@@ -81,7 +84,7 @@ foreach(suite contract emulated program)
 endforeach()
 set_property(DIRECTORY APPEND PROPERTY TEST_INCLUDE_FILES ${CMAKE_BINARY_DIR}/test_properties.cmake)
 target_sources(program_tests PRIVATE ${program_support_sources})
-target_link_libraries(program_tests PRIVATE program program_resources emulated)
+target_link_libraries(program_tests PRIVATE survey program program_resources emulated)
 
 # For bench/run, which builds them.
 add_executable(make_tree EXCLUDE_FROM_ALL bench/make_tree.cpp)

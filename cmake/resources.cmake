@@ -32,6 +32,18 @@ if(WIN32)
     DEPENDS ${resource_inputs}
     WORKING_DIRECTORY ${CMAKE_BINARY_DIR}
     VERBATIM)
+  # The report program's: the same under its own name.
+  set(report_resources ${CMAKE_BINARY_DIR}/report_resources.o)
+  add_custom_command(
+    OUTPUT ${report_resources}
+    BYPRODUCTS ${CMAKE_BINARY_DIR}/report_resources.rc ${CMAKE_BINARY_DIR}/report_resources.rc.manifest
+               ${CMAKE_BINARY_DIR}/report_resources.rc.config
+    COMMAND ${make_resources} rc ${resource_folder} ${CMAKE_BINARY_DIR}/report_resources.rc QBCReport
+    COMMAND ${CMAKE_RC_COMPILER} -c 65001 -I ${CMAKE_BINARY_DIR} ${CMAKE_BINARY_DIR}/report_resources.rc
+            -O coff ${report_resources}
+    DEPENDS ${resource_inputs}
+    WORKING_DIRECTORY ${CMAKE_BINARY_DIR}
+    VERBATIM)
 else()
   # The same bytes as data.
   add_custom_command(

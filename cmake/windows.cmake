@@ -22,6 +22,11 @@ set_source_files_properties(${program_resources} PROPERTIES EXTERNAL_OBJECT ON G
 target_link_libraries(QBC PRIVATE program native)
 set_target_properties(QBC PROPERTIES RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR})
 
+add_executable(QBCReport src/entry/QBCReport.cpp ${report_resources})
+set_source_files_properties(${report_resources} PROPERTIES EXTERNAL_OBJECT ON GENERATED ON)
+target_link_libraries(QBCReport PRIVATE survey program native)
+set_target_properties(QBCReport PROPERTIES RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR})
+
 # GoogleTest from the distribution's sources; its threads are not needed and its headers are not ours to warn about.
 set(gtest_disable_pthreads ON CACHE BOOL "" FORCE)
 set(INSTALL_GTEST OFF CACHE BOOL "" FORCE)

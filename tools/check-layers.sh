@@ -8,7 +8,7 @@
 set -eu -o pipefail
 self=$(realpath "$0")
 top=$(dirname "$(dirname "$self")")
-floors=(win32 text resources report probes links fsops validate records configuration redirect regredirect profiles cli entry)
+floors=(win32 text resources report probes links fsops validate records configuration redirect regredirect profiles survey cli entry)
 
 if [ "${1:-}" = --self-test ]; then
   scratch=$(mktemp -d)

@@ -9,6 +9,7 @@ packages=(
   libcurl4-openssl-dev             # the workstation's network
   libxml2-dev                      # the workstation's XML documents
   libblkid-dev libssl-dev qemu-utils  # disks: their partition tables, digests, virtual machines' containers
+  nlohmann-json3-dev python3-jsonschema  # the report program's JSON, and its schema's check
   libgtest-dev googletest          # tests; the sources for the Windows build of the contract tests
   fdisk wimtools sleuthkit psmisc libfsntfs-utils libhivex-bin libregf-utils python3-libregf  # independent readers and writers
   g++-mingw-w64-x86-64 wine wine64 # QBC.exe and its trial

@@ -1,8 +1,9 @@
 #!/usr/bin/env python3
 """Makes the program's resources from strings.txt, version.txt, ServiceConfig.xml and qbc.manifest in the given folder.
 
-make_resources.py rc  FOLDER OUT.rc    resource script for windres (-c 65001); OUT.rc.manifest and OUT.rc.config are
-                                       written beside it
+make_resources.py rc  FOLDER OUT.rc [PROGRAM]
+                                       resource script for windres (-c 65001); OUT.rc.manifest and OUT.rc.config are
+                                       written beside it. PROGRAM: for a program of that name, QBC without
 make_resources.py cpp FOLDER OUT.cpp   the same string blocks, version block and configuration file as C++ data
 make_resources.py ids FOLDER OUT.h     the names of the strings
 """
@@ -20,6 +21,7 @@ CONFIG_LANGUAGE = 0
 VERSION_LANGUAGE = 0x409  # as the version's own Translation says
 CODE_PAGE = 1200          # UTF-16
 STRINGS_IN_BLOCK = 16
+DESCRIPTIONS = {"QBCReport": "Quillbay Redirection Report"}
 UNESCAPED = {"n": "\n", "t": "\t", '"': '"', "\\": "\\"}
 
 
@@ -64,8 +66,8 @@ def unescape(text, where):
     return re.sub(r"\\(.)", one, text)
 
 
-def read_version(path):
-    """version.txt as {name: text}, in the file's order."""
+def read_version(path, program="QBC"):
+    """version.txt as {name: text}, in the file's order, for the program of that name."""
     entries = {}
     for line in pathlib.Path(path).read_text(encoding="utf-8").splitlines():
         if line.strip() and not line.startswith("#"):
@@ -74,11 +76,15 @@ def read_version(path):
     for name in ("FileVersion", "ProductVersion"):
         if not re.fullmatch(r"\d+(\.\d+){3}", entries.get(name, "")) or max(numbers(entries[name])) > 0xFFFF:
             raise SourceError(f"{path}: {name} must be four numbers below 65536")
+    if program != "QBC":
+        entries |= {"InternalName": program, "OriginalFilename": f"{program}.exe",
+                    "FileDescription": DESCRIPTIONS[program]}
     return entries
 
 
 def read_manifest(path, version):
-    return pathlib.Path(path).read_text(encoding="utf-8").replace("@ProductVersion@", version["ProductVersion"])
+    text = pathlib.Path(path).read_text(encoding="utf-8").replace("@ProductVersion@", version["ProductVersion"])
+    return text.replace("Quillbay.QBC", f"Quillbay.{version['InternalName']}")
 
 
 def read_config(path, version):
@@ -194,11 +200,14 @@ def make_ids(names):
 
 
 def main(arguments):
-    if len(arguments) != 3 or arguments[0] not in ("rc", "cpp", "ids"):
+    if not (len(arguments) == 3 and arguments[0] in ("rc", "cpp", "ids") or
+            len(arguments) == 4 and arguments[0] == "rc" and arguments[3] in DESCRIPTIONS):
         sys.exit(__doc__)
     kind, folder, out = arguments[0], pathlib.Path(arguments[1]), pathlib.Path(arguments[2])
+    program = arguments[3] if len(arguments) == 4 else "QBC"
     try:
-        (strings, names), version = read_string_table(folder / "strings.txt"), read_version(folder / "version.txt")
+        strings, names = read_string_table(folder / "strings.txt")
+        version = read_version(folder / "version.txt", program)
         config = read_config(folder / "ServiceConfig.xml", version)
         if kind == "rc":
             config_file = out.with_name(out.name + ".config")

@@ -3,17 +3,15 @@
 
 #include <cstdio>
 #include <cstdlib>
-#include <cstring>
 #include <string>
-#include <vector>
 
 #include <unistd.h>
 
 #include "cli/main.h"
+#include "entry/on_workstation.h"
 #include "entry/program_module.h"
 #include "win32/emulated/console_text.h"
 #include "win32/emulated/machine.h"
-#include "win32/emulated/text.h"
 #include "win32/emulated/workstation.h"
 #include "workstation/intruder.h"
 #include "workstation/progress.h"
@@ -39,8 +37,8 @@ void WriteConsole(std::string_view bytes) {
 }  // namespace
 
 int main(int argc, char** argv) {
-  const char* const folder = std::getenv("QBC_WORKSTATION");
-  if (!folder || !*folder) return Fail("the environment variable QBC_WORKSTATION does not name a workstation folder");
+  const char* const folder = WorkstationFolder("qbc");
+  if (!folder) return kWorkstationError;
 
   // Every command that changes something takes an argument. One that asks is answered also where nothing can be
   // written; its log is lost then.
@@ -62,22 +60,11 @@ int main(int argc, char** argv) {
       return Fail("the environment variable QBC_INTRUDER is not CALL|NUMBER|FOLDER|TARGET");
     workstation::Intrude(machine, intrusion);
   }
-  const char* const trace = std::getenv("QBC_TRACE");
-  if (trace && std::strcmp(trace, "1") == 0)
-    machine.gate.Trace([](const std::string& line) { std::fprintf(stderr, "%s\n", line.c_str()); });
+  TraceAsAsked(machine);
 
-  std::vector<std::u16string> arguments;
-  for (int i = 0; i < argc; ++i) arguments.push_back(emulated::Utf16(argv[i]));
-  std::vector<const char16_t*> pointers;
-  for (const std::u16string& argument : arguments) pointers.push_back(argument.c_str());
-  pointers.push_back(nullptr);
-
-  const int result = QuillbayMain(argc, pointers.data());
-  if (trace && std::strcmp(trace, "count") == 0) {
-    for (const auto& [name, count] : machine.gate.Counts())
-      std::fprintf(stderr, "%10llu %s\n", static_cast<unsigned long long>(count), name.c_str());
-    std::fprintf(stderr, "%10llu calls\n", static_cast<unsigned long long>(machine.gate.Count()));
-  }
+  const WideArguments arguments(argc, argv);
+  const int result = QuillbayMain(argc, arguments.argv());
+  CountAsAsked(machine);
   std::fflush(stdout);
   return !station->MayBeSaved() || station->Save(error, workstation::DrawProgress()) ? result : Fail(error);
 }

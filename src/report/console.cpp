@@ -11,6 +11,7 @@
 namespace {
 
 constexpr unsigned kStringsInBlock = 16;
+ConsoleCapture* capture = nullptr;
 constexpr unsigned kStringIdLimit = 0x100000;  // for an id plus a block's strings
 
 // The resource that holds the block of strings: neutral, or else in any language.
@@ -94,8 +95,15 @@ std::u16string LoadResourceString(StringId text) try {
   return {};
 }
 
+ConsoleCapture::ConsoleCapture() { capture = this; }
+ConsoleCapture::~ConsoleCapture() { capture = nullptr; }
+
 bool ConsolePrint(std::u16string_view text) try {
   if (text.empty()) return true;
+  if (capture) {
+    capture->text_ += text;
+    return true;
+  }
   const std::string bytes = ToOem(text);
   if (bytes.empty()) return false;
   WriteAll(WithCarriageReturns(bytes));

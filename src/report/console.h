@@ -2,6 +2,8 @@
 #pragma once
 
 #include <exception>
+#include <string>
+#include <utility>
 
 #include "resources/string_ids.h"
 #include "text/format.h"
@@ -20,6 +22,23 @@ std::u16string FormatString(StringId id, const Arguments&... arguments) {
 // write it on Windows. Characters that the OEM code page lacks become its replacement characters.
 // False when the text could not be converted; an empty text prints nothing.
 bool ConsolePrint(std::u16string_view text);
+
+// While it lives, ConsolePrint adds to it instead of writing: for who asks rules that warn on the console, and prints
+// something else. One at a time.
+class ConsoleCapture {
+ public:
+  ConsoleCapture();
+  ~ConsoleCapture();
+  ConsoleCapture(const ConsoleCapture&) = delete;
+  ConsoleCapture& operator=(const ConsoleCapture&) = delete;
+
+  // What came since this was asked last.
+  std::u16string Take() { return std::exchange(text_, {}); }
+
+ private:
+  friend bool ConsolePrint(std::u16string_view text);
+  std::u16string text_;
+};
 
 template <typename... Arguments>
 bool ConsoleFormat(FormatFor<Arguments...> format, const Arguments&... arguments) try {

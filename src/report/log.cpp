@@ -9,7 +9,7 @@
 namespace {
 
 constexpr std::size_t kMessageBuffer = 1024;  // characters of a message, terminator included
-LogFile* current = nullptr;
+LogSink* current = nullptr;
 
 void CopyTo(std::span<char16_t> buffer, std::u16string_view text) {
   const std::size_t length = std::min(text.size(), buffer.size() - 1);
@@ -68,6 +68,10 @@ std::u16string FindLogPath() try {
 
 }  // namespace
 
+LogSink::LogSink() : before_(current) { current = this; }
+LogSink::~LogSink() { current = before_; }
+LogSink* LogSink::Current() { return current; }
+
 LogFile::LogFile() {
   CopyTo(path_, FindLogPath());
   if (path_[0] != u'\0')
@@ -84,11 +88,9 @@ LogFile::LogFile() {
     if (low == win32::INVALID_SET_FILE_POINTER && win32::GetLastError() != win32::ERROR_SUCCESS) Close();
   }
   win32::InitializeCriticalSection(&lock_);
-  current = this;
 }
 
 LogFile::~LogFile() {
-  current = nullptr;
   Close();
   win32::DeleteCriticalSection(&lock_);
 }
@@ -97,8 +99,6 @@ void LogFile::Close() {
   if (handle_ != win32::INVALID_HANDLE_VALUE) win32::CloseHandle(handle_);
   handle_ = win32::INVALID_HANDLE_VALUE;
 }
-
-LogFile* LogFile::Current() { return current; }
 
 void LogFile::WriteText(std::u16string_view text) {
   win32::DWORD written = 0;
@@ -127,6 +127,21 @@ void LogFile::Write(std::u16string_view format, std::span<const FormatArgument> 
     if (withSystemError) WriteText(SystemErrorText(error));
   } catch (const std::exception&) {
     // Only the log loses.
+  }
+  win32::SetLastError(error);
+}
+
+void LogLines::Write(std::u16string_view format, std::span<const FormatArgument> arguments,
+                     bool withSystemError) noexcept {
+  if (!format.data()) return;
+  const win32::DWORD error = win32::GetLastError();
+  try {
+    std::u16string line = CutToBuffer(FormatArguments(format, arguments), kMessageBuffer);
+    if (withSystemError) line += SystemErrorText(error);
+    while (line.ends_with(u'\n') || line.ends_with(u'\r')) line.pop_back();
+    lines_.push_back(std::move(line));
+  } catch (const std::exception&) {
+    complete_ = false;
   }
   win32::SetLastError(error);
 }

@@ -1,28 +1,52 @@
-// The log: a UTF-16 text file, "QBC.log", beside the executable of the product's service. Every run appends to it.
+// The log: a UTF-16 text file, "QBC.log", beside the executable of the product's service, to which every run appends;
+// or lines in memory, for a program that leaves no trace.
 //
 // All failures are silent: without the service, or when the file cannot be opened, nothing is logged and nothing is
 // said.
 #pragma once
 
+#include <string>
+#include <utility>
+#include <vector>
+
 #include "text/format.h"
 #include "win32/file.h"
 #include "win32/system.h"
 
-// The log of one run. The newest one made is the process-wide log that Log and LogWithSystemError write to.
-class LogFile {
+// Where the lines go. The newest one made is the process-wide log that Log and LogWithSystemError write to; when it
+// goes, there is none.
+class LogSink {
  public:
-  LogFile();
-  ~LogFile();
-  LogFile(const LogFile&) = delete;
-  LogFile& operator=(const LogFile&) = delete;
+  LogSink(const LogSink&) = delete;
+  LogSink& operator=(const LogSink&) = delete;
 
   // Null when no run is under way.
-  static LogFile* Current();
-  const char16_t* path() const { return path_; }
+  static LogSink* Current();
 
-  // Writes one line: a line break, the time and the ids of process and thread, the message (cut at 1,023 characters)
-  // and, when asked for, Windows' text for the thread's last error as it is on entry. The last error is left as it was.
-  void Write(std::u16string_view format, std::span<const FormatArgument> arguments, bool withSystemError) noexcept;
+  // Takes one line: the message (cut at 1,023 characters) and, when asked for, Windows' text for the thread's last
+  // error as it is on entry. The last error is left as it was.
+  virtual void Write(std::u16string_view format, std::span<const FormatArgument> arguments,
+                     bool withSystemError) noexcept = 0;
+  // Of the file; empty when there is none.
+  virtual const char16_t* path() const { return u""; }
+
+ protected:
+  LogSink();
+  virtual ~LogSink();
+
+ private:
+  LogSink* const before_;
+};
+
+// The log of one run in the file. Each line begins with a line break, the time and the ids of process and thread.
+class LogFile : public LogSink {
+ public:
+  LogFile();
+  ~LogFile() override;
+
+  const char16_t* path() const override { return path_; }
+  void Write(std::u16string_view format, std::span<const FormatArgument> arguments,
+             bool withSystemError) noexcept override;
 
  private:
   void WriteText(std::u16string_view text);
@@ -37,20 +61,35 @@ class LogFile {
   win32::CRITICAL_SECTION lock_ = {};
 };
 
+// The same lines in memory, as they come, by the one thread that has made it; those of other threads are not for it.
+class LogLines : public LogSink {
+ public:
+  void Write(std::u16string_view format, std::span<const FormatArgument> arguments,
+             bool withSystemError) noexcept override;
+  // Those that came since this was asked last, without the line break that Windows' texts end in.
+  std::vector<std::u16string> Take() { return std::exchange(lines_, {}); }
+  // No line was lost for want of memory.
+  bool complete() const { return complete_; }
+
+ private:
+  std::vector<std::u16string> lines_;
+  bool complete_ = true;
+};
+
 // The path of the log file; empty when there is none.
 const char16_t* LogPath();
 
 template <typename... Arguments>
 void Log(FormatFor<Arguments...> format, const Arguments&... arguments) {
   const std::array<FormatArgument, sizeof...(Arguments)> list{FormatArgument(arguments)...};
-  if (LogFile* const log = LogFile::Current()) log->Write(format.text(), list, false);
+  if (LogSink* const log = LogSink::Current()) log->Write(format.text(), list, false);
 }
 
 // The same, followed by the text of the thread's last system error.
 template <typename... Arguments>
 void LogWithSystemError(FormatFor<Arguments...> format, const Arguments&... arguments) {
   const std::array<FormatArgument, sizeof...(Arguments)> list{FormatArgument(arguments)...};
-  if (LogFile* const log = LogFile::Current()) log->Write(format.text(), list, true);
+  if (LogSink* const log = LogSink::Current()) log->Write(format.text(), list, true);
 }
 
 // Log and LogWithSystemError for an operation that fails with this line: false.

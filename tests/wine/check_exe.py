@@ -1,5 +1,6 @@
 #!/usr/bin/env python3
-"""check_exe.py QBC.exe: what the file itself must be, whoever runs it. One line a check, then "N passed, N failed"."""
+"""check_exe.py EXE: what QBC.exe or QBCReport.exe itself must be, whoever runs it. One line a check, then "N passed, N
+failed"."""
 import pathlib
 import struct
 import sys
@@ -56,9 +57,10 @@ def check_manifest(checks, resources):
     checks.equal("supported Windows", supported, SUPPORTED_WINDOWS)
 
 
-def check_version(checks, resources):
+def check_version(checks, resources, program):
     block = resources.get((made.RT_VERSION, 1, made.VERSION_LANGUAGE), b"")
-    made_block = made.version_block(made.read_version(RESOURCES / "version.txt"))
+    made_block = made.version_block(made.read_version(RESOURCES / "version.txt", program))
+    checks.true("the version names the file", f"{program}.exe".encode("utf-16-le") in block)
     checks.equal("version block is the Linux build's", block, made_block)
     fixed = block.find(struct.pack("<I", 0xFEEF04BD))
     versions = struct.unpack_from("<4I", block, fixed + 8) if fixed > 0 else ()
@@ -94,7 +96,7 @@ def main():
     checks = Checks()
     check_headers(checks, exe)
     check_manifest(checks, resources)
-    check_version(checks, resources)
+    check_version(checks, resources, pathlib.Path(sys.argv[1]).stem)
     check_strings(checks, resources)
     check_default_config(checks, resources)
     return checks.finish()
