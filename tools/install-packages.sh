@@ -5,13 +5,14 @@ set -eu
 packages=(
   cmake ninja-build g++ pkg-config python3
   clang-format-14 clang-tidy-14    # tools/check-style
+  graphviz                         # tools/make-pictures
   ntfs-3g ntfs-3g-dev              # the workstation's volumes; mkntfs; independent readers
   libcurl4-openssl-dev             # the workstation's network
   libxml2-dev                      # the workstation's XML documents
   libblkid-dev libssl-dev qemu-utils  # disks: their partition tables, digests, virtual machines' containers
   nlohmann-json3-dev python3-jsonschema  # the report program's JSON, and its schema's check
   libgtest-dev googletest          # tests; the sources for the Windows build of the contract tests
-  fdisk wimtools sleuthkit psmisc libfsntfs-utils libhivex-bin libregf-utils python3-libregf  # independent readers and writers
+  fdisk wimtools sleuthkit psmisc libhivex-bin  # independent readers and writers
   g++-mingw-w64-x86-64 wine wine64 # QBC.exe and its trial
 )
 
