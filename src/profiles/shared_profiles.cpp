@@ -53,6 +53,7 @@ bool ReadLocationWithoutNote(std::u16string& location) {
   std::u16string status;
   CQBConfig config;
   if (!ReadNote(note)) return false;
+  if (config.path().empty()) return true;  // without the service, notes are all there is
   if (!config.Init() || !config.GetUserProfileRedirection(&location, &status, nullptr))
     return LogFailure(line::kConfigLacksInformation);
   if (status != u"1" || (note && EqualPaths(note->location, location))) location.clear();

@@ -283,6 +283,8 @@ TEST_F(Profile, ComesHomeWithoutTheService) {
   EXPECT_EQ(Run({u"/RedirectUP"}).said, u"User   Profile folder\n\nanna   D:\\P\\anna\n");
   ASSERT_EQ(MoveHome(u"anna").exitCode, 0);
   EXPECT_EQ(ImagePath(), kAnna);
+  EXPECT_EQ(Run({u"/RedirectUP", u"/DefaultProfile", u"/loc:D:\\P"}).exitCode, 0);
+  EXPECT_EQ(Run({u"/RedirectUPDefault", u"/DefaultProfile"}).exitCode, 0);
   const std::string reason =
       "\nThe service QuillbayService is not installed, or its folder cannot be told: there is neither a configuration "
       "nor a log.\n\n--";
