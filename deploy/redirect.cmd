@@ -120,7 +120,7 @@ call :count_lines
 echo QBC.exe %QB_ARGUMENTS%
 "%QB_PROGRAM%" %QB_ARGUMENTS% <nul
 set "QB_ENDED=%ERRORLEVEL%"
-echo(
+echo:
 call :say_log
 if not "%QB_ENDED%"=="0" goto run_failed
 rem Frozen is the one refusal that it ends with 0.
@@ -152,7 +152,7 @@ set "QB_MINUTES=%~1"
 if not defined QB_MINUTES set "QB_MINUTES=10"
 if not "%~2"=="" goto result_87
 if not "%QB_MINUTES:~4%"=="" goto result_87
-for /f "delims=0123456789" %%D in ("%QB_MINUTES%") do goto result_87
+for /f "delims=0123456789" %%D in ("%QB_MINUTES%") do if not "%%D"=="" goto result_87
 rem A zero in front would make the number an octal one.
 set "QB_MINUTES=0000%QB_MINUTES%"
 set /a "QB_ROUNDS=(1%QB_MINUTES:~-4% - 10000) * 6"
@@ -274,7 +274,7 @@ if not exist "%QB_LOG%" exit /b 0
 set "QB_SKIP="
 if not "%QB_LINES%"=="0" set "QB_SKIP=skip=%QB_LINES% "
 echo "%QB_LOG%" says of this run:
-for /f "%QB_SKIP%delims=" %%L in ('type "%%QB_LOG%%"') do echo(%%L
+for /f "%QB_SKIP%delims=" %%L in ('type "%%QB_LOG%%"') do echo:%%L
 exit /b 0
 rem 0: the run's part of the log has QB_TEXT.
 :in_log
