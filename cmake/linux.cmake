@@ -31,6 +31,7 @@ file(GLOB workstation_sources CONFIGURE_DEPENDS tools/workstation/*.cpp)
 add_executable(workstation ${workstation_sources})
 target_include_directories(workstation PRIVATE tools)
 target_link_libraries(workstation PRIVATE emulated PkgConfig::BLKID PkgConfig::CRYPTO)
+set_source_files_properties(tools/workstation/main.cpp PROPERTIES COMPILE_DEFINITIONS QBC_VERSION="${PROJECT_VERSION}")
 precompile_common_headers(workstation program)
 
 # What all suites share; the product is put on test machines as `workstation create` does it.

@@ -1,12 +1,13 @@
 # The Windows world: QBC.exe on the native backend, the contract tests and the small programs that try it under Wine.
 
-# Every program of ours is one file that needs only Windows' own DLLs and is laid out at random.
+# Every program of ours is one file that needs only Windows' own DLLs and is laid out at random. It does not say when it
+# was linked: the same commit is the same file.
 target_compile_definitions(quillbay_options INTERFACE UNICODE _UNICODE _WIN32_WINNT=0x0A00)
 # GCC 12 sees an overlap in std::u16string's own copying where there is none (GCC bug 105651), and lengths of half the
 # address space where two std::vectors of bytes are compared.
 target_compile_options(quillbay_options INTERFACE -Wno-restrict -Wno-stringop-overread)
 target_link_options(quillbay_options INTERFACE
-  -static -municode -Wl,--dynamicbase -Wl,--high-entropy-va -Wl,--nxcompat)
+  -static -municode -Wl,--dynamicbase -Wl,--high-entropy-va -Wl,--nxcompat -Wl,--no-insert-timestamp)
 if(CMAKE_BUILD_TYPE STREQUAL Release)
   target_link_options(quillbay_options INTERFACE -s)
 endif()
@@ -40,8 +41,6 @@ add_custom_target(commit_source
   COMMAND ${CMAKE_COMMAND} -DFILE=${commit_source} -DFOLDER=${CMAKE_SOURCE_DIR} -P ${CMAKE_SOURCE_DIR}/cmake/commit.cmake
   BYPRODUCTS ${commit_source}
   VERBATIM)
-file(STRINGS src/resources/version.txt product_version REGEX "^ProductVersion ")
-string(REGEX REPLACE "^ProductVersion +" "" product_version "${product_version}")
 # With QBC.exe's manifest: Windows is to treat the two alike.
 set(contract_manifest ${CMAKE_BINARY_DIR}/contract_manifest.o)
 add_custom_command(
@@ -57,7 +56,7 @@ add_dependencies(contract_tests commit_source)
 target_include_directories(contract_tests SYSTEM PRIVATE ${gtest_includes})
 target_include_directories(contract_tests PRIVATE tests tools)
 target_link_libraries(contract_tests PRIVATE native gtest advapi32)
-target_compile_definitions(contract_tests PRIVATE CHECK_VERSION="${product_version}")
+target_compile_definitions(contract_tests PRIVATE CHECK_VERSION="${PROJECT_VERSION}")
 # As on Linux: the tests' own text only has to be compiled quickly.
 target_compile_options(contract_tests PRIVATE -O0)
 target_compile_options(gtest PRIVATE -O0)

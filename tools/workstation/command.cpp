@@ -13,15 +13,15 @@ const std::vector<Command>& Commands() {
   constexpr std::size_t kAny = std::numeric_limits<std::size_t>::max();
   static const std::vector<Command> commands = {
       {"create",
-       "FOLDER [--drive L:SIZE]... [--volume SIZE]... [--profile NAME]... [--windows MAJOR.MINOR] [--8dot3name "
-       "0|1|2|3]",
+       "FOLDER [--drive L:SIZE]... [--volume SIZE]... [--profile NAME]... [--windows 6.0|6.1|6.2|6.3|10.0] "
+       "[--8dot3name 0|1|2|3]",
        "Makes a workstation: Windows, profiles, the product.", 0, kAny, Create},
       {"info", "FOLDER", "Volumes, their names, what is frozen, who is logged on.", 0, 0, Info},
       {"import", "FOLDER IMAGE L:|volume [--partition N] [--bare] [--discard-log]",
        "Adds a copy of an NTFS volume as a drive or as a volume without a letter.", 2, 6, Import},
       {"adopt", "FOLDER IMAGE L:|volume [--bare] [--discard-log]", "The same, moving the image into the folder.", 2, 4,
        Adopt},
-      {"export", "FOLDER L:|{GUID} FILE [--format raw|qcow2|vhdx] | FOLDER L:|{GUID} --into DISK --partition N",
+      {"export", "FOLDER L:|{GUID} FILE [--format raw|qcow2|vhdx]\nFOLDER L:|{GUID} --into DISK --partition N",
        "Makes an image of a volume, or writes it back into the partition that it came from.", 2, 5, Export},
       {"ls", "FOLDER PATH [-R]", "Lists a folder of the machine.", 1, 2, List},
       {"cat", "FOLDER PATH", "Prints a file or a stream (FILE:STREAM).", 1, 1, Cat},
@@ -36,22 +36,27 @@ const std::vector<Command>& Commands() {
       {"touch", "FOLDER PATH CREATION ACCESS WRITE", "Sets the times (FILETIME counts in decimal, - leaves one).", 4, 4,
        SetTimes},
       {"stat", "FOLDER PATH", "Attributes, times, owner and access entries, streams, reparse data.", 1, 1, Stat},
-      {"reg", "FOLDER query|add|delete|export KEY ... [--32]", "Reads and changes the registry.", 2, kAny, Registry},
-      {"service", "FOLDER list|add|set ...", "Lists, adds and changes services.", 1, kAny, Service},
-      {"share", "FOLDER list|add|delete ...", "Lists, adds and removes network shares.", 1, kAny, Share},
+      {"reg",
+       "FOLDER query KEY [-s] [--32]\nFOLDER add KEY VALUE sz|expand|dword|multi|binary DATA [--32]\n"
+       "FOLDER delete KEY [VALUE] [--32]\nFOLDER export KEY [--32]",
+       "Reads and changes the registry.", 2, kAny, Registry},
+      {"service", "FOLDER list\nFOLDER add NAME IMAGE auto|demand|disabled\nFOLDER set NAME auto|demand|disabled",
+       "Lists, adds and changes services.", 1, kAny, Service},
+      {"share", "FOLDER list\nFOLDER add NAME PATH [REMARK]\nFOLDER delete NAME",
+       "Lists, adds and removes network shares.", 1, kAny, Share},
       {"freeze", "FOLDER [L:]", "Installs Rimehold where it is missing and freezes the drive (C: unless named).", 0, 1,
        Freeze},
       {"thaw", "FOLDER [L:]", "Restarts with the drive thawed: what was written to it since it froze is gone.", 0, 1,
        Thaw},
       {"rimehold", "FOLDER STATUS|absent", "Sets the text of Rimehold's status, or removes Rimehold.", 1, 1,
        ProtectionStatus},
-      {"8dot3name", "FOLDER query [L:] | FOLDER set 0|1|2|3 | FOLDER set L: 0|1",
+      {"8dot3name", "FOLDER query [L:]\nFOLDER set 0|1|2|3\nFOLDER set L: 0|1",
        "Shows and sets which volumes make short names.", 1, 3, ShortNames},
       {"restart", "FOLDER", "Restarts: frozen drives forget, delayed renames happen, services start.", 0, 0, Restart},
       {"logon", "FOLDER administrator|filtered|user [SID]", "Says who runs the program from now on.", 1, 2, Logon},
-      {"profile", "FOLDER list | FOLDER add NAME|DOMAIN\\NAME",
+      {"profile", "FOLDER list\nFOLDER add NAME",
        "Lists the profiles; has an account log on for the first time, which makes its profile.", 1, 2, Profile},
-      {"session", "FOLDER begin|end USER|SID", "Logs a user on at the desktop, or off.", 2, 2, Session},
+      {"session", "FOLDER begin|end USER", "Logs a user (a name or a SID) on at the desktop, or off.", 2, 2, Session},
   };
   return commands;
 }

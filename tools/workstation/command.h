@@ -27,9 +27,9 @@ using Arguments = std::vector<std::string>;
 
 struct Command {
   std::string_view name;
-  std::string_view synopsis;  // behind the name
+  std::string_view synopsis;  // behind the name; a line for each form
   std::string_view purpose;
-  std::size_t least, most;  // arguments behind DIR
+  std::size_t least, most;  // arguments behind FOLDER
   void (*run)(const std::filesystem::path& folder, const Arguments& arguments);
 };
 

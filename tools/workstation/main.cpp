@@ -1,39 +1,45 @@
-// workstation: makes emulated workstations and looks into them. docs/workstation.md describes every command.
+// workstation: makes emulated workstations and looks into them. docs/man/workstation.1.scd describes every command.
 
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 
 #include "workstation/command.h"
+#include "workstation/help.h"
 #include "workstation/staging.h"
 
 namespace workstation {
 namespace {
 
-void PrintUsage(std::FILE* to) {
-  std::fprintf(to, "Usage: workstation COMMAND FOLDER [ARGUMENT]...\n\n");
-  for (const Command& command : Commands())
-    std::fprintf(to, "  %-8.*s %.*s\n           %.*s\n", static_cast<int>(command.name.size()), command.name.data(),
-                 static_cast<int>(command.synopsis.size()), command.synopsis.data(),
-                 static_cast<int>(command.purpose.size()), command.purpose.data());
+const Command* FindCommand(std::string_view name) {
+  const auto& commands = Commands();
+  const auto found = std::find_if(commands.begin(), commands.end(), [&](const Command& c) { return c.name == name; });
+  return found == commands.end() ? nullptr : &*found;
+}
+
+int NoCommand(const char* name) {
+  std::fprintf(stderr, "workstation: no command \"%s\"; workstation --help lists them\n", name);
+  return 2;
+}
+
+// `--help` and `--version`, which need no folder.
+int Say(std::string_view what, const char* name) {
+  if (what == "--version") return std::printf("workstation %s\n", QBC_VERSION), 0;
+  if (!name) return PrintHelp(stdout), 0;
+  const Command* const command = FindCommand(name);
+  return command ? (PrintHelp(stdout, *command), 0) : NoCommand(name);
 }
 
 int Run(int argc, char** argv) {
-  if (argc == 2 && std::string_view(argv[1]) == "--help") return PrintUsage(stdout), 0;
-  if (argc < 3) return PrintUsage(stderr), 2;
-  const auto& commands = Commands();
-  const auto command =
-      std::find_if(commands.begin(), commands.end(), [&](const Command& c) { return c.name == argv[1]; });
+  const std::string_view first = argc > 1 ? argv[1] : "";
+  if ((first == "--help" && argc <= 3) || (first == "--version" && argc == 2))
+    return Say(first, argc == 3 ? argv[2] : nullptr);
+  if (argc < 3) return PrintHelp(stderr), 2;
+  if (argc == 3 && std::string_view(argv[2]) == "--help") return Say("--help", argv[1]);
+  const Command* const command = FindCommand(first);
+  if (!command) return NoCommand(argv[1]);
   const Arguments arguments(argv + 3, argv + argc);
-  if (command == commands.end() || arguments.size() < command->least || arguments.size() > command->most) {
-    if (command == commands.end()) {
-      std::fprintf(stderr, "workstation: no command \"%s\"; workstation --help lists them\n", argv[1]);
-    } else {
-      std::fprintf(stderr, "Usage: workstation %s %.*s\n", argv[1], static_cast<int>(command->synopsis.size()),
-                   command->synopsis.data());
-    }
-    return 2;
-  }
+  if (arguments.size() < command->least || arguments.size() > command->most) return PrintHelp(stderr, *command), 2;
   try {
     ClearUnfinished(argv[2]);
     command->run(argv[2], arguments);
