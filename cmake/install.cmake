@@ -28,7 +28,7 @@ set(CPACK_PACKAGE_NAME quillbay)
 set(CPACK_PACKAGE_VERSION ${PROJECT_VERSION})
 set(CPACK_PACKAGE_VENDOR Velmora)
 set(CPACK_PACKAGE_CONTACT "Velmora <packages@velmora.example>")
-set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "Quillbay's command line on emulated Windows workstations")
+set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "redirects what must survive a restart, on emulated workstations")
 set(CPACK_PACKAGE_DESCRIPTION
 "qbc redirects folders, files, user profiles and registry data of a Windows
 workstation that is emulated: a folder with real NTFS images and real registry
@@ -42,6 +42,7 @@ set(CPACK_INSTALL_DEFAULT_DIRECTORY_PERMISSIONS
   OWNER_READ OWNER_WRITE OWNER_EXECUTE GROUP_READ GROUP_EXECUTE WORLD_READ WORLD_EXECUTE)
 set(CPACK_PRE_BUILD_SCRIPTS ${CMAKE_SOURCE_DIR}/packaging/dated.cmake)
 set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
+set(CPACK_DEBIAN_COMPRESSION_TYPE xz)
 set(CPACK_DEBIAN_PACKAGE_RELEASE 1)
 set(CPACK_DEBIAN_PACKAGE_SECTION admin)
 set(CPACK_DEBIAN_PACKAGE_PRIORITY optional)

@@ -10,6 +10,7 @@ import pathlib
 import shutil
 import subprocess
 import sys
+import textwrap
 import time
 
 sys.dont_write_bytecode = True
@@ -82,8 +83,9 @@ def make_for_linux(out):
     if (TOP / "CHANGELOG.md").exists():
         write(doc / "changelog.gz", compressed((TOP / "CHANGELOG.md").read_bytes()))
     date = time.strftime("%a, %d %b %Y %H:%M:%S +0000", time.gmtime(source_date()))
+    built = "\n    ".join(textwrap.wrap(source_commit(), 70))
     entry = (HERE / "debian/changelog.in").read_text().replace("@VERSION@", VERSION).replace("@DATE@", date)
-    write(doc / "changelog.Debian.gz", compressed(entry.replace("@COMMIT@", source_commit()).encode()))
+    write(doc / "changelog.Debian.gz", compressed(entry.replace("@COMMIT@", built).encode()))
     completions = out / "share/bash-completion/completions"
     write(completions / "workstation", (HERE / "completion/quillbay.bash").read_bytes())
     for name in ("qbc", "qbcreport"):
