@@ -8,19 +8,13 @@ add_custom_target(documents ALL
 set(CMAKE_SKIP_INSTALL_ALL_DEPENDENCY ON)
 
 if(WIN32)
-  install(TARGETS QBC RUNTIME DESTINATION .)
-  if(TARGET QBCReport)
-    install(TARGETS QBCReport RUNTIME DESTINATION .)
-  endif()
+  install(TARGETS QBC QBCReport RUNTIME DESTINATION .)
   install(DIRECTORY ${beside_programs}/ DESTINATION .)
   return()
 endif()
 
 include(GNUInstallDirs)
-install(TARGETS qbc workstation)
-if(TARGET qbcreport)
-  install(TARGETS qbcreport)
-endif()
+install(TARGETS qbc qbcreport workstation)
 install(DIRECTORY ${beside_programs}/share/ DESTINATION ${CMAKE_INSTALL_DATAROOTDIR})
 
 set(CPACK_GENERATOR DEB)

@@ -38,11 +38,11 @@ def heading_ids(body):
 
 
 class Documents:
-    """The documents of the tree `top`: `*.md` there and in docs/, but for those that git's users alone read."""
+    """The documents of the tree `top`: `*.md` there and in these folders of it."""
 
-    def __init__(self, top):
+    def __init__(self, top, folders):
         self.top = pathlib.Path(top)
-        found = [*self.top.glob("*.md"), *self.top.glob("docs/**/*.md")]
+        found = [*self.top.glob("*.md"), *(path for folder in folders for path in self.top.glob(f"{folder}/**/*.md"))]
         self.names = sorted(path.relative_to(self.top).as_posix() for path in found)
 
     def page(self, name, shipped):

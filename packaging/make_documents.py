@@ -21,8 +21,10 @@ from html_documents import Documents  # noqa: E402
 from make_resources import read_version  # noqa: E402
 from source_date import source_commit, source_date  # noqa: E402
 
-# Files of deploy/ that Windows reads; the others are Ansible's, which reads them on Linux.
-WINDOWS_TEXTS = (".cmd", ".bat", ".ps1", ".txt", ".html", ".json")
+# What Windows' programs read; the others are Ansible's, which reads them on Linux.
+TEXTS = (".cmd", ".bat", ".ps1", ".txt", ".json", ".svg")
+# Whose notices go along with QBC.exe and QBCReport.exe (docs/dependencies.md).
+NOTICES = ("mingw-w64-common", "nlohmann-json3-dev")
 VERSION = read_version(TOP / "src/resources/version.txt")["ProductVersion"]
 
 
@@ -40,31 +42,28 @@ def files_below(folder):
     return sorted(path for path in folder.rglob("*") if path.is_file() and "__pycache__" not in path.parts)
 
 
-def companions():
-    """What the documents show and name: pictures, schemas."""
-    return [*files_below(TOP / "docs/pictures"), *sorted((TOP / "docs").glob("*.json"))]
+def copies(*folders):
+    """What is shipped of the tree beside the documents themselves: pictures and schemas that they show, and `folders`."""
+    found = [*files_below(TOP / "docs/pictures"), *sorted((TOP / "docs").glob("*.json"))]
+    found += [path for folder in folders for path in files_below(TOP / folder)]
+    return {path.relative_to(TOP).as_posix(): path for path in found if path.suffix not in (".dot", ".md")}
 
 
-def write_pages(out, ends, shipped):
-    documents = Documents(TOP)
+def write_pages(out, ends, *folders):
+    """The documents of the tree and of `folders`, with what they need."""
+    documents, shipped = Documents(TOP, ["docs", *folders]), copies(*folders)
     for name in documents.names:
         write(out / (name[:-3] + ".html"), ends(documents.page(name, shipped).encode()))
-    for path in companions():
-        if path.suffix != ".dot":
-            write(out / path.relative_to(TOP), path.read_bytes())
-
-
-def shipped_names(*folders):
-    return {path.relative_to(TOP).as_posix() for path in [*companions(), *(f for d in folders for f in files_below(d))]}
+    for name, path in shipped.items():
+        write(out / name, ends(path.read_bytes()) if path.suffix.lower() in TEXTS else path.read_bytes())
 
 
 def make_for_windows(out):
-    write_pages(out, with_crlf, shipped_names(TOP / "deploy"))
-    for path in files_below(TOP / "deploy"):
-        data = path.read_bytes()
-        write(out / path.relative_to(TOP), with_crlf(data) if path.suffix.lower() in WINDOWS_TEXTS else data)
+    write_pages(out, with_crlf, "deploy")
     text = (HERE / "windows.txt").read_text().replace("@VERSION@", VERSION).replace("@COMMIT@", source_commit())
     write(out / "READ-ME.txt", with_crlf(text.encode()))
+    for package in NOTICES:
+        write(out / f"licences/{package}.txt", with_crlf(pathlib.Path(f"/usr/share/doc/{package}/copyright").read_bytes()))
 
 
 def compressed(data):
@@ -73,7 +72,7 @@ def compressed(data):
 
 def make_for_linux(out):
     doc = out / "share/doc/quillbay"
-    write_pages(doc, lambda data: data, shipped_names())
+    write_pages(doc, lambda data: data)
     dated = {**os.environ, "SOURCE_DATE_EPOCH": str(source_date())}
     for source in sorted((TOP / "docs/man").glob("*.scd")):
         with source.open("rb") as text:

@@ -6,6 +6,7 @@ packages=(
   cmake ninja-build g++ pkg-config python3
   clang-format-14 clang-tidy-14    # tools/check-style
   graphviz                         # tools/make-pictures
+  cmark-gfm scdoc dpkg-dev bubblewrap  # tools/make-packages: pages, manual pages; a root of its own for the check
   ntfs-3g ntfs-3g-dev              # the workstation's volumes; mkntfs; independent readers
   libcurl4-openssl-dev             # the workstation's network
   libxml2-dev                      # the workstation's XML documents

@@ -4,6 +4,7 @@
 
 #include <cstdio>
 #include <string>
+#include <string_view>
 
 #include "entry/on_workstation.h"
 #include "entry/program_module.h"
@@ -18,9 +19,30 @@ int Fail(const std::string& error) {
   return static_cast<int>(SurveyResult::CannotBeTold);
 }
 
+// What the program says of itself: that needs no workstation.
+bool AsksForHelp(int argc, char** argv) {
+  const std::string_view last = argc == 2 || argc == 3 ? argv[argc - 1] : "";
+  return last == "--help" || (argc == 2 && last == "--version");
+}
+
+int Answered(emulated::Machine& machine, int argc, char** argv) {
+  UseProgramModule(machine, u"QBCReport.exe");
+  TraceAsAsked(machine);
+  const WideArguments arguments(argc, argv);
+  const Answer answer = SurveyMain(argc, arguments.argv());
+  CountAsAsked(machine);
+  std::fputs(answer.errors.c_str(), stderr);
+  const bool arrived = std::fputs(answer.output.c_str(), stdout) >= 0 && std::fflush(stdout) == 0;
+  return arrived ? static_cast<int>(answer.result) : Fail("the answer could not be written");
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
+  if (AsksForHelp(argc, argv)) {
+    emulated::Machine none;
+    return Answered(none, argc, argv);
+  }
   const char* const folder = WorkstationFolder("qbcreport");
   if (!folder) return static_cast<int>(SurveyResult::CannotBeTold);
   std::string error;
@@ -28,14 +50,5 @@ int main(int argc, char** argv) {
   if (!station) return Fail(error);
   if (const std::string& protection = station->writeProtection(); !protection.empty())
     std::fprintf(stderr, "qbcreport: %s (a look is all that is done)\n", protection.c_str());
-  emulated::Machine& machine = station->machine();
-  UseProgramModule(machine, u"QBCReport.exe");
-  TraceAsAsked(machine);
-
-  const WideArguments arguments(argc, argv);
-  const Answer answer = SurveyMain(argc, arguments.argv());
-  CountAsAsked(machine);
-  std::fputs(answer.errors.c_str(), stderr);
-  const bool arrived = std::fputs(answer.output.c_str(), stdout) >= 0 && std::fflush(stdout) == 0;
-  return arrived ? static_cast<int>(answer.result) : Fail("the answer could not be written");
+  return Answered(station->machine(), argc, argv);
 }
