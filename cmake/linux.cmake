@@ -19,8 +19,8 @@ target_link_libraries(emulated
 precompile_common_headers(emulated program)
 
 add_executable(qbc
-  src/entry/qbc_linux.cpp src/entry/on_workstation.cpp tools/workstation/intruder.cpp tools/workstation/progress.cpp
-  tools/workstation/quillbay_service.cpp)
+  src/entry/qbc_linux.cpp src/entry/on_workstation.cpp tools/workstation/control_signals.cpp
+  tools/workstation/intruder.cpp tools/workstation/progress.cpp tools/workstation/quillbay_service.cpp)
 target_include_directories(qbc PRIVATE tools)
 target_link_libraries(qbc PRIVATE program program_resources emulated)
 

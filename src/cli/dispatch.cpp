@@ -4,6 +4,7 @@
 #include "probes/version.h"
 #include "report/console.h"
 #include "report/service_path.h"
+#include "report/stop_request.h"
 
 namespace {
 
@@ -40,6 +41,7 @@ int WithReason(int result) {
 }  // namespace
 
 bool RefusedWhileFrozen(const Invocation& invocation) {
+  StopRequests::Listen();  // nothing that changes is to be ended half-way
   if (!IsRimeholdFrozen()) return false;
   Say(StringId::MustBeThawed, invocation.typedCommand);
   return true;

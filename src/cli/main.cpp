@@ -7,6 +7,7 @@
 #include "probes/version.h"
 #include "report/console.h"
 #include "report/log.h"
+#include "report/stop_request.h"
 #include "text/ascii_case.h"
 #include "win32/win32.h"
 
@@ -101,6 +102,7 @@ int Run(int argc, const char16_t* const* argv, win32::UniqueKernelHandle& instan
 int QuillbayMain(int argc, const char16_t* const* argv) {
   win32::UniqueKernelHandle instance;  // outlives the log: the next run finds it closed
   LogFile log;
+  const StopRequests stopRequests;
   try {
     return Run(argc, argv, instance);
   } catch (const std::exception&) {

@@ -33,6 +33,7 @@ struct ItemKind {
   bool isDirectory;
   bool isReparsePoint;
   bool isEncrypted;
+  CopyWatch watch;
 };
 
 // Nothing when Windows does not tell: an item that may be encrypted is not copied as if it were not.
@@ -41,7 +42,7 @@ std::optional<ItemKind> KindOf(const std::u16string& source, const BackupCopyOpt
   if (const Look look = isEncrypted ? Look() : LookAt(source); look.IsThere()) isEncrypted = look.IsEncrypted();
   if (!isEncrypted) return std::nullopt;
   const bool isReparsePoint = options.isReparsePoint ? *options.isReparsePoint : IsReparsePoint(source);
-  return ItemKind{options.isDirectory, isReparsePoint, *isEncrypted};
+  return ItemKind{options.isDirectory, isReparsePoint, *isEncrypted, options.watch};
 }
 
 // AttributesAlone: there is nothing else to copy, and no more to be done.
@@ -93,7 +94,7 @@ constexpr char16_t kReadFailed[] = u"#ERROR: BackupCopy: BackupRead() failed for
 // Copies in chunks until the first short read. Then nothing may be left: if BackupRead stopped at the end of a stream
 // instead of at the end of all, the copy is not complete and has failed.
 bool CopyChunks(const AccessTimeKeepingFile& source, const AccessTimeKeepingFile& target, win32::DWORD chunk,
-                const std::u16string& sourcePath, const std::u16string& targetPath) {
+                const CopyWatch& watch, const std::u16string& sourcePath, const std::u16string& targetPath) {
   const std::unique_ptr<win32::BYTE[]> buffer = CopyBuffer();
   BackupWriter writer(target);
   BackupReader reader(source);  // its end comes first
@@ -107,6 +108,7 @@ bool CopyChunks(const AccessTimeKeepingFile& source, const AccessTimeKeepingFile
       Trace(u"#ERROR: BackupCopy: BackupWrite() failed for path = %ls", targetPath);
       return false;
     }
+    if (read == chunk && !watch.GoesOn(read)) return false;
   }
   win32::DWORD left = 0;
   if (read == 0) return true;
@@ -138,7 +140,7 @@ Copied CopyContents(const std::u16string& sourcePath, const std::u16string& targ
   const win32::DWORD size = win32::GetFileSize(source.get(), nullptr);
   return StreamsCopied(
       size != win32::INVALID_FILE_SIZE &&
-      CopyChunks(source, target, std::clamp(size, kStreamHeaderSize, kBufferSize), sourcePath, targetPath));
+      CopyChunks(source, target, std::clamp(size, kStreamHeaderSize, kBufferSize), kind.watch, sourcePath, targetPath));
 }
 
 // The shell sets no last error, nor are its codes errors of the system.

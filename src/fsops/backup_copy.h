@@ -7,6 +7,7 @@
 #include <optional>
 #include <string>
 
+#include "fsops/copy_watch.h"
 #include "win32/types.h"
 
 struct BackupCopyOptions {
@@ -15,6 +16,7 @@ struct BackupCopyOptions {
   std::optional<bool> isReparsePoint = std::nullopt, isEncrypted = std::nullopt;
   // The times of the parent folder are not brought back in line: a tree copy does that once for each folder.
   bool leaveParentTimes = false;
+  CopyWatch watch = {};  // of the bytes of a file
 };
 
 // Copies an item in large chunks; a directory is created first. An existing file is overwritten in place.

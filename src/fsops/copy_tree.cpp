@@ -9,6 +9,7 @@
 
 #include "fsops/backup_copy.h"
 #include "fsops/copy_roots.h"
+#include "fsops/copy_watch.h"
 #include "fsops/delete_tree.h"
 #include "fsops/file_facts.h"
 #include "fsops/security.h"
@@ -18,20 +19,13 @@
 #include "links/real_path.h"
 #include "report/lines.h"
 #include "report/log.h"
+#include "report/progress.h"
+#include "report/stop_request.h"
 #include "text/ascii_case.h"
 #include "text/path_text.h"
 #include "win32/win32.h"
 
 namespace {
-
-// What is written into a file of several names (hard links) is written to all of them, and the others may lie where the
-// user who made this one may not write.
-bool HasOtherNames(const std::u16string& file) {
-  const std::optional<FileFacts> facts = FactsOf(file);
-  if (facts && facts->linkCount == 1) return false;
-  Log(u"#ERROR: The file %ls is not overwritten: it has other names (hard links), or that cannot be told.", file);
-  return true;
-}
 
 // By the find record: IsJunction cannot read a junction that somebody holds open. Nothing when it is not told.
 std::optional<bool> IsLinkAt(const std::u16string& path) {
@@ -94,6 +88,9 @@ class TreeCopy {
   bool IsOther(const std::u16string& target) const;
   bool CopyItem(const TreeEntry& entry, const std::u16string& target, const Look& look);
   bool CopyWithoutBackup(const TreeEntry& entry, const std::u16string& target, const Look& look);
+  CopyWatch WatchOf(const Look& target) { return {&*progress_, !bringsBack_ && target.IsGone()}; }
+  // Not of a tree that is brought back.
+  bool IsStopped() const { return !bringsBack_ && IsStopRequested(); }
 
   Step CopyLink(const TreeEntry& link);
   Step CopyMount(const TreeEntry& link, const std::u16string& newLink);
@@ -111,7 +108,8 @@ class TreeCopy {
   const std::optional<CopySelection> selection_;
   const bool bringsBack_;
   CopyRoots roots_;
-  bool copyFileDenied_ = false;  // the last CopyFileW
+  std::optional<Progress> progress_;
+  bool copyFileDenied_ = false;  // the last CopyFileWatched
   ShareList shares_;
   std::set<std::u16string> targets_;                 // of this run's items, lower case, also as the disk has them
   std::set<std::u16string> madeFolders_;             // source paths of the folders whose copies this run made
@@ -293,7 +291,8 @@ bool TreeCopy::CopyItem(const TreeEntry& entry, const std::u16string& target, co
                                  {.isDirectory = entry.IsDirectory(),
                                   .isReparsePoint = entry.IsReparsePoint(),
                                   .isEncrypted = entry.IsEncrypted(),
-                                  .leaveParentTimes = true}) != 0;
+                                  .leaveParentTimes = true,
+                                  .watch = WatchOf(look)}) != 0;
   if (!copied && !flags_.continueOnError) return false;
   const win32::DWORD error = win32::GetLastError();
   // A link's own DACL came with the backup copy, as one that cannot be written; what is brought back gets the one that
@@ -326,7 +325,7 @@ bool TreeCopy::CopyWithoutBackup(const TreeEntry& entry, const std::u16string& t
   } else if (entry.IsReparsePoint()) {
     Log(u"CopyFiles(). It's a reparse point: %ls.", entry.path);
     if (!BackupCopyEx(entry.path, target)) return LogFailure(u"CopyFiles(). BackupCopyEx failed for: %ls.", entry.path);
-  } else if (!win32::CopyFileW(entry.path.c_str(), target.c_str(), win32::FALSE)) {
+  } else if (!CopyFileWatched(entry.path, target, /*failIfExists=*/false, WatchOf(look))) {
     copyFileDenied_ = win32::GetLastError() == win32::ERROR_ACCESS_DENIED;
     return false;
   }
@@ -470,14 +469,19 @@ int TreeCopy::Run(const std::u16string& sourceRoot, const std::u16string& target
   shares_ = ShareList::Read();
   if (!SaveRoots() || !CarryRoot()) return 0;
   if (flags_.carryRoot) madeFolders_.insert(std::u16string(WithoutExtendedPrefix(record_.sourceRoot)));
+  progress_.emplace(bringsBack_ ? ProgressOf::TakingBack : ProgressOf::Copying,
+                    ProgressCounts{listing.entries.size(), listing.TotalSize()});
   for (const TreeEntry& entry : listing.entries) {
+    if (IsStopped()) return 0;
     const Step step = CopyEntry(entry);
     if (step != Step::Next) return step == Step::Ended ? 1 : 0;
+    progress_->ItemDone(entry.size);
   }
   // Symbolic links first: they may lead through junctions, which are taken off at the source.
   for (const bool symbolic : {true, false})
     for (const TreeEntry& link : listing.links)
-      if (link.IsSymbolicLink() == symbolic && !MustComeFirst(link) && CopyLink(link) == Step::Failed) return 0;
+      if (link.IsSymbolicLink() == symbolic && !MustComeFirst(link) && (IsStopped() || CopyLink(link) == Step::Failed))
+        return 0;
   if (!CarryFolderTimes()) return 0;
   // Of a tree that is brought back, the caller puts the shares right: it knows which were there before.
   if (!selection_ && !(flags_.copyOnly && flags_.moveShares)) MoveShares();

@@ -11,7 +11,7 @@
 #include "links/link_data.h"
 
 struct CopyFlags {
-  bool useBackupCopy = false;  // items keep security, streams, times; else CreateDirectoryW and CopyFileW
+  bool useBackupCopy = false;  // items keep security, streams, times; else CreateDirectoryW and CopyFileExW
   bool moveShares = false;     // shares on copied folders move to the copies; else they are only deleted
   // A junction made again at the target is taken off at the source, which will be emptied: what its folders and links
   // have of their own is saved first.
@@ -64,7 +64,8 @@ struct CopySelection {
 };
 
 // Copies what is below sourceRoot into targetRoot (both may be volume paths). 1 on success; with continueOnError also
-// when items failed. Nothing is taken back on failure; `record`, empty before, says what was done.
+// when items failed. Nothing is taken back on failure; `record`, empty before, says what was done. Shows how far it is,
+// and fails when the command is to end (IsStopRequested), unless it brings a tree back.
 //
 // An item whose access list cannot be read is not copied with useBackupCopy: nobody could tell to whom the copy is
 // open.

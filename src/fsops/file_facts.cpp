@@ -1,5 +1,6 @@
 #include "fsops/file_facts.h"
 
+#include "report/log.h"
 #include "win32/win32.h"
 
 namespace {
@@ -19,4 +20,11 @@ std::optional<FileFacts> FactsOf(const win32::UniqueFile& file) {
 
 std::optional<FileFacts> FactsOf(const std::u16string& path, LastLink link) {
   return FactsOf(OpenForAttributes(path, link));
+}
+
+bool HasOtherNames(const std::u16string& file) {
+  const std::optional<FileFacts> facts = FactsOf(file);
+  if (facts && facts->linkCount == 1) return false;
+  Log(u"#ERROR: The file %ls is not overwritten: it has other names (hard links), or that cannot be told.", file);
+  return true;
 }

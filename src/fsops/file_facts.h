@@ -19,3 +19,7 @@ struct FileFacts {
 // Nothing, and the last error, when the file cannot be opened. Nobody's open of the file is in the way.
 std::optional<FileFacts> FactsOf(const std::u16string& path, LastLink link = LastLink::Itself);
 std::optional<FileFacts> FactsOf(const win32::UniqueFile& file);
+
+// What is written into a file of several names (hard links) is written to all of them, and the others may lie where the
+// user who made this one may not write. True, with a line in the log, also when Windows does not tell.
+bool HasOtherNames(const std::u16string& file);

@@ -11,6 +11,8 @@
 #include "links/presence.h"
 #include "report/lines.h"
 #include "report/log.h"
+#include "report/progress.h"
+#include "report/stop_request.h"
 #include "text/path_text.h"
 #include "win32/win32.h"
 
@@ -97,7 +99,10 @@ void DeleteSharesOf(const std::u16string& folder, CopyRecord& record) {
 
 // Deletes just what was copied: an item that came in the meantime, or was passed over, is in no other place.
 bool EmptySource(CopyRecord& record) try {
+  Progress progress(ProgressOf::Deleting, {record.items.size(), 0});
   for (CopiedItem& item : Backwards(record.items)) {
+    if (IsStopRequested()) return false;
+    progress.ItemDone(0);
     if (!item.complete) continue;
     // Of folders and links it was saved before.
     const bool isFile = !item.source.IsDirectory() && !item.source.IsLink();

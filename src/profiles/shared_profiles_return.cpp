@@ -20,6 +20,7 @@
 #include "profiles/shared_profiles_rules.h"
 #include "report/lines.h"
 #include "report/log.h"
+#include "report/stop_request.h"
 #include "text/path_text.h"
 #include "validate/free_space.h"
 #include "win32/win32.h"
@@ -129,6 +130,7 @@ bool SharedProfileReturn::SetAside() {
   std::vector<TreeEntry> entries = listing_.entries;
   PutShortNamesLast(entries);
   for (const TreeEntry& entry : entries) {
+    if (IsStopRequested()) return false;
     const std::u16string path = PathBelow(entry.path, copy(), original());
     ItemFacts old, live;
     if (!ReadFacts(path, old) || !ReadFacts(entry.path, live))

@@ -21,6 +21,8 @@
 #include "report/lines.h"
 #include "report/log.h"
 #include "report/outcome.h"
+#include "report/progress.h"
+#include "report/stop_request.h"
 #include "text/path_text.h"
 #include "win32/win32.h"
 
@@ -95,14 +97,16 @@ bool FileRedirection::HoldSource() {
 }
 
 bool FileRedirection::Copy() {
-  copied_ = replaced_.Keep() && CopyContents(places_.source, places_.realTarget);
+  Progress progress(ProgressOf::Copying, {1, source_.facts().size});
+  copied_ =
+      replaced_.Keep() && CopyContents(places_.source, places_.realTarget, {.progress = &progress, .mayStop = true});
   if (!copied_) {
     LogCopyFailed(places_.source, places_.realTarget);
     return false;
   }
   if (CopyTimesAndAttributes(places_.source, places_.realTarget) &&
       (!copyNtfsPermissions_ || CopyOwnerAndDacl(places_.source, places_.realTarget)))
-    return true;
+    return !IsStopRequested();  // from here on the file is at its new place, and then all that is left is quickly done
   LogMetadataFailed(places_.source, places_.realTarget);
   return false;
 }
@@ -269,12 +273,17 @@ bool FileRemoval::HoldTarget() {
 bool FileRemoval::CopyBack() {
   Log(u"#INFO: The file %ls is in %ls until it is back in its place.", source_, target_);
   CopyBeside back(source_);
-  if (!back.Make(target_)) {
+  Progress progress(ProgressOf::Copying, {1, held_.facts().size});
+  if (!back.Make(target_, {.progress = &progress, .mayStop = true})) {
     LogCopyFailed(source_, target_);
     return false;
   }
   if (!CopyTimesAndAttributes(target_, back.path()) || !CopyOwnerAndDacl(target_, back.path())) {
     LogMetadataFailed(target_, source_);
+    back.Remove();
+    return false;
+  }
+  if (IsStopRequested()) {
     back.Remove();
     return false;
   }

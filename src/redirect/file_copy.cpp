@@ -44,10 +44,10 @@ bool HeldFile::Hold(const std::u16string& path) {
   return true;
 }
 
-bool CopyContents(const std::u16string& from, const std::u16string& to) {
+bool CopyContents(const std::u16string& from, const std::u16string& to, const CopyWatch& watch) {
   const std::optional<FileFacts> source = FactsOf(from);
   // What is to be overwritten has been put aside before; what came since is somebody else's.
-  if (!source || !win32::CopyFileW(from.c_str(), to.c_str(), win32::TRUE)) return false;
+  if (!source || !CopyFileWatched(from, to, /*failIfExists=*/true, watch)) return false;
   if (win32::SetFileAttributesW(to.c_str(), win32::FILE_ATTRIBUTE_NORMAL) && IsOnDisk(to, source->size)) return true;
   const win32::DWORD error = win32::GetLastError();
   RemoveFile(to);
@@ -91,10 +91,10 @@ void WaitUntilGone(const std::u16string& path) {
   }
 }
 
-bool CopyBeside::Make(const std::u16string& from) {
+bool CopyBeside::Make(const std::u16string& from, const CopyWatch& watch) {
   for (int number = 1; number <= kFreeNames; ++number) {
     path_ = FormatText(u"%ls.copy%d", place_, number);
-    if (CopyContents(from, path_)) {
+    if (CopyContents(from, path_, watch)) {
       file_.reset(win32::CreateFileW(path_.c_str(), win32::GENERIC_WRITE, kShareAll, nullptr, win32::OPEN_EXISTING, 0,
                                      nullptr));
       openError_ = file_ ? win32::DWORD{win32::ERROR_SUCCESS} : win32::GetLastError();
@@ -121,7 +121,7 @@ void CopyBeside::Remove() {
 bool KeptAside::Keep() {
   const Look look = LookAt(path_);
   if (!look.IsThere()) return look.IsGone();
-  // CopyFileW does not overwrite these either.
+  // CopyFileExW does not overwrite these either.
   constexpr win32::DWORD kNotReplaced =
       win32::FILE_ATTRIBUTE_DIRECTORY | win32::FILE_ATTRIBUTE_HIDDEN | win32::FILE_ATTRIBUTE_READONLY;
   if (look.Has(kNotReplaced)) {

@@ -3,6 +3,7 @@
 
 #include <string>
 
+#include "fsops/copy_watch.h"
 #include "fsops/file_facts.h"
 #include "win32/handle.h"
 
@@ -23,7 +24,7 @@ class HeldFile {
 // Copies a file - data, named streams, attributes, written time - to a place that is free. True only when the copy is
 // as long as the file and on the disk; otherwise nothing that was made stays, and the last error says why. The copy is
 // not read-only or hidden yet: times and attributes are to follow (CopyTimesAndAttributes).
-bool CopyContents(const std::u16string& from, const std::u16string& to);
+bool CopyContents(const std::u16string& from, const std::u16string& to, const CopyWatch& watch = {});
 
 // CopyFileTimesAndAttributes, and whether the attributes are there now. False: not all of them could be given.
 bool CopyTimesAndAttributes(const std::u16string& from, const std::u16string& to);
@@ -46,7 +47,7 @@ class CopyBeside {
   explicit CopyBeside(std::u16string place) : place_(std::move(place)) {}
 
   // As CopyContents.
-  bool Make(const std::u16string& from);
+  bool Make(const std::u16string& from, const CopyWatch& watch = {});
   const std::u16string& path() const { return path_; }
   // To its place, which is free. False with the last error: it is where it was.
   bool PutInPlace();

@@ -8,6 +8,7 @@
 #include "probes/locked_handles.h"
 #include "report/lines.h"
 #include "report/log.h"
+#include "report/stop_request.h"
 #include "text/ascii_case.h"
 #include "text/path_text.h"
 #include "win32/win32.h"
@@ -101,7 +102,10 @@ class Scan {
 
 int PreScanListing(const TreeListing& listing, const LockedPaths* locked, bool allowSpecialCase) try {
   Scan scan(locked, allowSpecialCase);
-  for (const TreeEntry& item : listing.entries) scan.Examine(item);
+  for (const TreeEntry& item : listing.entries) {
+    if (IsStopRequested()) return 0;
+    scan.Examine(item);
+  }
   return scan.Passed() ? 1 : 0;
 } catch (const std::exception&) {
   return 0;

@@ -32,7 +32,14 @@ BOOL RemoveDirectoryW(const char16_t* lpPathName);
 BOOL DeleteFileW(const char16_t* lpFileName);
 BOOL MoveFileW(const char16_t* lpExistingFileName, const char16_t* lpNewFileName);
 BOOL MoveFileExW(const char16_t* lpExistingFileName, const char16_t* lpNewFileName, DWORD dwFlags);
-BOOL CopyFileW(const char16_t* lpExistingFileName, const char16_t* lpNewFileName, BOOL bFailIfExists);
+// Called at the beginning of each stream and after each piece; answers PROGRESS_CONTINUE or PROGRESS_CANCEL.
+using LPPROGRESS_ROUTINE = DWORD (*)(LARGE_INTEGER TotalFileSize, LARGE_INTEGER TotalBytesTransferred,
+                                     LARGE_INTEGER StreamSize, LARGE_INTEGER StreamBytesTransferred,
+                                     DWORD dwStreamNumber, DWORD dwCallbackReason, HANDLE hSourceFile,
+                                     HANDLE hDestinationFile, void* lpData);
+// lpProgressRoutine may be null; pbCancel: null; dwCopyFlags: 0 or COPY_FILE_FAIL_IF_EXISTS.
+BOOL CopyFileExW(const char16_t* lpExistingFileName, const char16_t* lpNewFileName,
+                 LPPROGRESS_ROUTINE lpProgressRoutine, void* lpData, BOOL* pbCancel, DWORD dwCopyFlags);
 BOOL CreateHardLinkW(const char16_t* lpFileName, const char16_t* lpExistingFileName,
                      SECURITY_ATTRIBUTES* lpSecurityAttributes);
 BOOL EncryptFileW(const char16_t* lpFileName);

@@ -16,6 +16,7 @@ HANDLE GetCurrentThread();
 DWORD GetCurrentProcessId();
 DWORD GetCurrentThreadId();
 void Sleep(DWORD dwMilliseconds);
+DWORD GetTickCount();  // milliseconds since the start of the machine; begins again at 0 after 49.7 days
 void GetLocalTime(SYSTEMTIME* lpSystemTime);
 void InitializeCriticalSection(CRITICAL_SECTION* lpCriticalSection);
 void EnterCriticalSection(CRITICAL_SECTION* lpCriticalSection);

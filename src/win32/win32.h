@@ -1,6 +1,7 @@
 // The whole Windows interface.
 #pragma once
 
+#include "win32/console.h"
 #include "win32/file.h"
 #include "win32/handle.h"
 #include "win32/internet.h"

@@ -16,8 +16,8 @@ DWORD MoveError(Text from, Text to) { return ErrorOf(MoveFileW(from.c_str(), to.
 DWORD ReplaceError(Text from, Text to) {
   return ErrorOf(MoveFileExW(from.c_str(), to.c_str(), MOVEFILE_REPLACE_EXISTING));
 }
-DWORD CopyError(Text from, Text to, BOOL failIfExists = FALSE) {
-  return ErrorOf(CopyFileW(from.c_str(), to.c_str(), failIfExists));
+DWORD CopyError(Text from, Text to, DWORD failIfExists = 0) {
+  return ErrorOf(CopyFileExW(from.c_str(), to.c_str(), nullptr, nullptr, nullptr, failIfExists));
 }
 
 TEST_F(FilesNames, MakingRemovingAndDeleting) {
@@ -82,6 +82,23 @@ TEST_F(FilesNames, NamesOfDevicesAreFilesBehindThePrefixAlone) {
   EXPECT_EQ(GetFileAttributesW(u"C:nul:"), FILE_ATTRIBUTE_ARCHIVE);
   EXPECT_EQ(CopyError(Path(u"nulx"), Path(u"nul.txt")), 0u);
   EXPECT_EQ(AttributesError(u"\\\\?\\" + Path(u"nul.txt")), ERROR_FILE_NOT_FOUND) << "it keeps nothing";
+}
+
+// The routine is asked at the beginning of a stream and after each piece of it.
+TEST_F(FilesNames, ACopyThatIsStoppedLeavesNothing) {
+  const std::u16string file = Path(u"file"), copy = Path(u"copy");
+  Put(file, std::string(3'000'000, 'x'));
+  DWORD answer = PROGRESS_CONTINUE;
+  const LPPROGRESS_ROUTINE routine = [](LARGE_INTEGER, LARGE_INTEGER, LARGE_INTEGER, LARGE_INTEGER, DWORD, DWORD,
+                                        HANDLE, HANDLE, void* data) { return *static_cast<DWORD*>(data); };
+  EXPECT_EQ(ErrorOf(CopyFileExW(file.c_str(), copy.c_str(), routine, &answer, nullptr, 0)), 0u);
+  EXPECT_EQ(ErrorOf(CopyFileExW(file.c_str(), copy.c_str(), routine, &answer, nullptr, COPY_FILE_FAIL_IF_EXISTS)),
+            ERROR_FILE_EXISTS);
+  EXPECT_TRUE(Exists(copy) && DeleteError(copy) == 0);
+  SKIP_ON_WINE("it does not ask");
+  answer = PROGRESS_CANCEL;
+  EXPECT_EQ(ErrorOf(CopyFileExW(file.c_str(), copy.c_str(), routine, &answer, nullptr, 0)), ERROR_REQUEST_ABORTED);
+  EXPECT_FALSE(Exists(copy));
 }
 
 TEST_F(FilesNames, DeletingWhatIsOpen) {

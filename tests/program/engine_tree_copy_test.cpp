@@ -123,7 +123,7 @@ TEST_F(TreeCopies, GoingOnNeverOverwritesAndPassesFailedItems) {
   for (const auto& [backup, error, result, text] : cases) {
     going.useBackupCopy = backup;
     const auto held = backup ? HoldOpen(source + u"\\b", GENERIC_WRITE, FILE_SHARE_READ) : nullptr;
-    if (!backup) machine->gate.FailCall("CopyFileW", 1, error);
+    if (!backup) machine->gate.FailCall("CopyFileExW", 1, error);
     const std::string lines = Told([&, expected = result] { EXPECT_EQ(Copy(going), expected); });
     EXPECT_NE(lines.find(text), std::string::npos) << lines;
     EXPECT_EQ(Contents(target + u"\\a") + Contents(target + u"\\l"), "keptkept");

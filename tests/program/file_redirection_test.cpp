@@ -225,7 +225,7 @@ TEST_F(FileRedirectionTest, WaitsSomeSecondsForTheName) {
 TEST_F(FileRedirectionTest, TheServiceIsStoppedForTheMoveAndStartedAgain) {
   std::map<std::string, bool> ranDuring;
   machine->gate.Observe([&](const char* name, std::uint64_t) {
-    if (std::string_view(name) == "CopyFileW" || std::string_view(name) == "DeleteFileW")
+    if (std::string_view(name) == "CopyFileExW" || std::string_view(name) == "DeleteFileW")
       ranDuring[name] |= ServiceRuns();
   });
   MakeFile(u"C:\\Data\\b.txt", "b");
@@ -233,7 +233,7 @@ TEST_F(FileRedirectionTest, TheServiceIsStoppedForTheMoveAndStartedAgain) {
   EXPECT_TRUE(Redirect().exitCode == 0 && ServiceRuns());
   EXPECT_TRUE(Remove().exitCode == 0 && ServiceRuns());
   machine->gate.Observe({});
-  EXPECT_EQ(ranDuring, (std::map<std::string, bool>{{"CopyFileW", false}, {"DeleteFileW", false}}));
+  EXPECT_EQ(ranDuring, (std::map<std::string, bool>{{"CopyFileExW", false}, {"DeleteFileW", false}}));
 
   machine->services().SetState(kQuillbayService, win32::SERVICE_STOPPED);
   ASSERT_EQ(Redirect().exitCode, 0);
@@ -335,13 +335,13 @@ TEST_F(EveryCallOfAFile, OfARedirectionIsTakenBackOrItsLogTellsWhereTheFileIs) {
       {u"/RedirectFile", kSource, u"/loc:D:\\Target"}, "File Redirection", "",
       {
           {"MoveFileW 1", kCopyFailed},
-          {"CopyFileW 1", kKept + kCopyFailed},
+          {"CopyFileExW 1", kKept + kCopyFailed},
           {"SetFileTime 1", kKept + notCarried + "SOURCE to TARGET. Access is denied.\n\n"},
           {"GetFileSecurityW 3", kKept + kNotLinked},
           {"CreateSymbolicLinkW 1", gone + kNotLinked + kBack},
           {"RegCreateKeyExW 1", gone + notRecorded + kBack},
           // Not all can be taken back.
-          {"CreateSymbolicLinkW 1, CopyFileW 2", gone + kNotLinked + notBack, "gone: SOURCE\n" + stays},
+          {"CreateSymbolicLinkW 1, CopyFileExW 2", gone + kNotLinked + notBack, "gone: SOURCE\n" + stays},
           {"CreateSymbolicLinkW 1, SetFileTime 2",
            gone + kNotLinked + notCarried + "TARGET to SOURCE. Access is denied.\n\n" + kBack, "changed: SOURCE\n"},
           {"RegCreateKeyExW 1, DeleteFileW 2",

@@ -6,6 +6,7 @@
 #include <cstdlib>
 #include <map>
 #include <memory>
+#include <random>
 #include <set>
 #include <string>
 #include <utility>
@@ -57,8 +58,36 @@ std::vector<std::string> CallsOf(std::unique_ptr<emulated::Machine>& machine, co
   return calls;
 }
 
-// Runs the command as it is, which ends with `exitCode`, then with each of its calls refused in turn; `examine` looks
-// at the machine after each run and gets the run and a text that tells which. Ends at the first failure of the test.
+// Fifty moments at which the user asks the command to end, in each way in which he can. It takes back what it did, or
+// is done; the log says so. Where it does not listen yet, Windows ends it: then it must not have changed anything, and
+// what it does from there on is not looked at.
+template <typename Command, typename Examine>
+void WithStopsAtMoments(std::unique_ptr<emulated::Machine>& machine, const Disks& disks, std::size_t calls,
+                        Command command, Examine examine, int exitCode) {
+  constexpr win32::DWORD kEvents[] = {win32::CTRL_C_EVENT, win32::CTRL_BREAK_EVENT, win32::CTRL_CLOSE_EVENT,
+                                      win32::CTRL_LOGOFF_EVENT, win32::CTRL_SHUTDOWN_EVENT};
+  const char16_t* const kWho[] = {u"Ctrl+C was pressed.", u"Ctrl+Break was pressed.", u"The window was closed.",
+                                  u"The user logs off.", u"The computer is shut down."};
+  std::minstd_rand random(static_cast<unsigned>(calls));
+  for (std::size_t i = 0; i < 50 && !::testing::Test::HasFailure(); i += std::min<std::size_t>(CallsInOneStep(), 5)) {
+    StartAgain(machine, disks);
+    const std::size_t number = random() % (calls - 5) + 1;  // the last of them close the log
+    bool ended = false;
+    machine->controls.onEnd = [&](win32::DWORD) { ended = true; };
+    machine->controls.Plan(number, kEvents[i % 5]);
+    const RunResult run = command();
+    const std::string when = "Stop, call " + std::to_string(number) + ": " + emulated::Utf8(run.log);
+    const std::u16string who = kWho[i % 5];
+    const bool takenBack = run.Logged(u"#ERROR: " + who + u" What was moved is taken back.");
+    EXPECT_TRUE(ended || takenBack || run.Logged(u"#INFO: " + who + u" It was too late to stop the command.")) << when;
+    EXPECT_EQ(run.exitCode, takenBack ? 1 : exitCode) << when;
+    examine(run, when);
+  }
+}
+
+// Runs the command as it is, which ends with `exitCode`, then with each of its calls refused in turn, then asked to end
+// (WithStopsAtMoments); `examine` looks at the machine after each run and gets the run and a text that tells which.
+// Ends at the first failure of the test.
 template <typename Command, typename Examine>
 void WithEachCallRefused(std::unique_ptr<emulated::Machine>& machine, Command command, Examine examine,
                          int exitCode = 0) {
@@ -73,6 +102,7 @@ void WithEachCallRefused(std::unique_ptr<emulated::Machine>& machine, Command co
     machine->gate.ClearFailures();
     examine(run, calls[i] + ", call " + std::to_string(i + 1) + ": " + emulated::Utf8(run.log));
   }
+  WithStopsAtMoments(machine, disks, calls.size(), command, examine, exitCode);
 }
 
 // The same with every call of a function refused, from its first one on, then from its last one on: taking back fails,

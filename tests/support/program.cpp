@@ -8,6 +8,7 @@
 #include "win32/emulated/console_text.h"
 #include "win32/emulated/files/backup_context.h"
 #include "win32/emulated/system/console.h"
+#include "win32/emulated/system/threads.h"
 #include "win32/emulated/text.h"
 
 namespace test {
@@ -87,6 +88,8 @@ RunResult RunProgram(emulated::Machine& machine, const std::vector<std::u16strin
   {
     const OpenHandles process(machine);  // whose end closes them
     result.exitCode = QuillbayMain(static_cast<int>(words.size()) + 1, arguments.data());
+    machine.threads().EndAll();
+    machine.controls.Forget();
   }
   machine.process.token = token;
 

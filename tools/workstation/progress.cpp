@@ -4,10 +4,13 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <charconv>
 #include <cmath>
 #include <cstdio>
 #include <memory>
 #include <optional>
+#include <string_view>
+#include <system_error>
 #include <utility>
 
 namespace workstation {
@@ -51,6 +54,16 @@ std::size_t TerminalWidth() {
   return ioctl(STDERR_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_col > 0 ? size.ws_col : kUsual;
 }
 
+std::string WithBar(double share, const std::string& text, std::size_t width) {
+  constexpr std::size_t kAround = 4, kLeast = 4;  // "[", "]" and two blanks
+  if (width < text.size() + kAround + kLeast) return text.substr(0, width);
+  const std::size_t bar = std::min<std::size_t>(width - text.size() - kAround, 40);
+  const auto filled = static_cast<std::size_t>(share * static_cast<double>(bar));
+  std::string drawn = std::string(filled, '=') + std::string(bar - filled, ' ');
+  if (filled < bar) drawn[filled] = '>';
+  return '[' + drawn + "]  " + text;
+}
+
 }  // namespace
 
 std::string ProgressLine(std::uint64_t done, std::uint64_t total, double seconds, std::size_t width) {
@@ -67,13 +80,31 @@ std::string ProgressLine(std::uint64_t done, std::uint64_t total, double seconds
     text += "  " + Tenths(rate / speed.bytes) + ' ' + speed.name + "/s";
     if (left < kTooFarOff) text += "  " + Duration(left) + " left";
   }
-  constexpr std::size_t kAround = 4, kLeast = 4;  // "[", "]" and two blanks
-  if (width < text.size() + kAround + kLeast) return text.substr(0, width);
-  const std::size_t bar = std::min<std::size_t>(width - text.size() - kAround, 40);
-  const auto filled = static_cast<std::size_t>(share * static_cast<double>(bar));
-  std::string drawn = std::string(filled, '=') + std::string(bar - filled, ' ');
-  if (filled < bar) drawn[filled] = '>';
-  return '[' + drawn + "]  " + text;
+  return WithBar(share, text, width);
+}
+
+std::string TitleLine(const std::string& text, std::size_t width) {
+  unsigned percent = 0;
+  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), percent);
+  if (error != std::errc() || percent > 100 || !std::string_view(end, text.data() + text.size()).starts_with(" % "))
+    return {};
+  return WithBar(percent / 100.0, text, width);
+}
+
+void TitleBar::Show(const std::string& text) {
+  line_ = isatty(STDERR_FILENO) != 0 ? TitleLine(text, TerminalWidth() - 1) : std::string();
+  ShowAgain();
+}
+
+void TitleBar::Hide() {
+  if (shown_ != 0) std::fprintf(stderr, "\r%*s\r", static_cast<int>(shown_), "");
+  shown_ = 0;
+}
+
+void TitleBar::ShowAgain() {
+  Hide();
+  shown_ = line_.size();
+  if (shown_ != 0) std::fprintf(stderr, "%s", line_.c_str());
 }
 
 Progress::Progress(std::uint64_t total)

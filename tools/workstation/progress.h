@@ -12,7 +12,29 @@ namespace workstation {
 // left of them.
 std::string ProgressLine(std::uint64_t done, std::uint64_t total, double seconds, std::size_t width);
 
-// Draws that line on stderr when it is a terminal, and takes it away at the end. Work that is done at once shows none.
+// A text that begins with its percentage ("37 % of 12 items, 3.0 MB left") behind such a bar; empty for another text.
+std::string TitleLine(const std::string& text, std::size_t width);
+
+// Draws that line on stderr when it is a terminal; a text that is none takes it away.
+class TitleBar {
+ public:
+  TitleBar() = default;
+  ~TitleBar() { Hide(); }
+  TitleBar(const TitleBar&) = delete;
+  TitleBar& operator=(const TitleBar&) = delete;
+
+  void Show(const std::string& text);
+  // What is printed on the same terminal has the place of the line in between.
+  void Hide();
+  void ShowAgain();
+
+ private:
+  std::string line_;
+  std::size_t shown_ = 0;  // columns
+};
+
+// Draws the line of a work's bytes on stderr when it is a terminal, and takes it away at the end. Work that is done at
+// once shows none.
 class Progress {
  public:
   explicit Progress(std::uint64_t total);

@@ -152,8 +152,9 @@ std::string TraceText(const char16_t* text) {
 }
 
 Call::Call(const CallSite& site) : site_(site), machine_(Machine::Current()), before_(LastError()) {
-  std::unique_lock lock(machine_.lock);
   Gate& gate = machine_.gate;
+  if (!gate.entered_ && CallingThreadId() == kFirstThreadId) machine_.controls.BeforeCall();
+  std::unique_lock lock(machine_.lock);
   const bool ending = CallingThreadIsEnding();
   outermost_ = !gate.entered_ && !ending;
   if (ending) error_ = win32::ERROR_ACCESS_DENIED;

@@ -22,6 +22,7 @@
 #include "win32/emulated/security/token.h"
 #include "win32/emulated/storage/block_device.h"
 #include "win32/emulated/storage/volume.h"
+#include "win32/emulated/system/control_events.h"
 #include "win32/types.h"
 
 namespace emulated {
@@ -130,12 +131,19 @@ class Machine {
   // Called when the clock moves on, with the time slept: scripted machines change things while the program waits.
   std::function<void(std::uint64_t milliseconds)> onSleep;
   std::uint64_t sleptMilliseconds = 0;
+  // What GetTickCount answers; without it the clock does.
+  std::function<win32::DWORD()> tickCount;
   int localTimeOffsetMinutes = 0;  // local time = UTC + this
 
   // What the program printed (bytes of the OEM code page) and sent to the debugger. A sink, when set, sees it as it
   // comes.
   std::string console;
   std::function<void(std::string_view)> consoleSink;
+  // Is the output a console's window, or was it redirected? The window has a title all the same.
+  bool outputIsWindow = false;
+  std::u16string consoleTitle = u"Administrator: Command Prompt";
+  std::function<void(std::u16string_view)> titleSink;
+  ControlEvents controls;
   std::u16string debugOutput;
   std::function<void(std::u16string_view)> debugSink;
 

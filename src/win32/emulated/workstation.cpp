@@ -171,7 +171,7 @@ bool Workstation::Save(std::string& error, const ProgressSink& progress) {
   if (!error.empty()) return false;
   if (access_ == ImageAccess::kRead) return images_->Commit(error, progress);  // says why not
   machine_->objects.CloseAll(machine_->process.id);
-  return machine_->Flush(error) && SaveState(error) && images_->Commit(error);
+  return machine_->Flush(error) && SaveState(error) && images_->Commit(error, progress);
 }
 
 bool Workstation::SaveState(std::string& error) {

@@ -1,5 +1,7 @@
 #include "win32/file.h"
 
+#include <bit>
+
 #include "win32/native/cast.h"
 
 namespace win32 {
@@ -84,8 +86,11 @@ BOOL MoveFileExW(const char16_t* lpExistingFileName, const char16_t* lpNewFileNa
   return ::MoveFileExW(Wide(lpExistingFileName), Wide(lpNewFileName), dwFlags);
 }
 
-BOOL CopyFileW(const char16_t* lpExistingFileName, const char16_t* lpNewFileName, BOOL bFailIfExists) {
-  return ::CopyFileW(Wide(lpExistingFileName), Wide(lpNewFileName), bFailIfExists);
+BOOL CopyFileExW(const char16_t* lpExistingFileName, const char16_t* lpNewFileName,
+                 LPPROGRESS_ROUTINE lpProgressRoutine, void* lpData, BOOL* pbCancel, DWORD dwCopyFlags) {
+  // On x64 there is one calling convention only, and a union of one number is passed as the number.
+  return ::CopyFileExW(Wide(lpExistingFileName), Wide(lpNewFileName),
+                       std::bit_cast<::LPPROGRESS_ROUTINE>(lpProgressRoutine), lpData, pbCancel, dwCopyFlags);
 }
 
 BOOL CreateHardLinkW(const char16_t* lpFileName, const char16_t* lpExistingFileName,

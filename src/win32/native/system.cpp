@@ -41,6 +41,8 @@ DWORD GetCurrentThreadId() { return ::GetCurrentThreadId(); }
 
 void Sleep(DWORD dwMilliseconds) { ::Sleep(dwMilliseconds); }
 
+DWORD GetTickCount() { return ::GetTickCount(); }
+
 void GetLocalTime(SYSTEMTIME* lpSystemTime) { ::GetLocalTime(As<::SYSTEMTIME>(lpSystemTime)); }
 
 void InitializeCriticalSection(CRITICAL_SECTION* lpCriticalSection) {

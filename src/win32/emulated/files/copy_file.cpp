@@ -51,10 +51,21 @@ DWORD OpenTarget(std::u16string_view path, bool failIfExists, std::shared_ptr<Fi
   return error;
 }
 
-DWORD CopyStream(const FileObject& from, const FileObject& to, const StreamInfo& stream) {
+// The streams of a file on their way, and who is asked whether they are to go on.
+struct Streams {
+  const FileObject &from, &to;
+  const CopyGoesOn& goesOn;
+  std::uint64_t total = 0, transferred = 0;
+
+  bool GoOn() const { return !goesOn || goesOn(total, transferred); }
+};
+
+DWORD CopyStream(Streams& streams, const StreamInfo& stream) {
+  const FileObject &from = streams.from, &to = streams.to;
   Volume &source = *from.volume->volume, &target = *to.volume->volume;
   if (!stream.name.empty())
     if (const DWORD error = target.CreateStream(to.file, stream.name)) return error;
+  if (!streams.GoOn()) return win32::ERROR_REQUEST_ABORTED;
   Bytes piece(static_cast<std::size_t>(std::min<std::uint64_t>(stream.size, kPiece)));
   for (std::uint64_t offset = 0; offset < stream.size;) {
     std::size_t read = 0;
@@ -62,16 +73,20 @@ DWORD CopyStream(const FileObject& from, const FileObject& to, const StreamInfo&
     if (read == 0) return win32::ERROR_HANDLE_EOF;
     if (const DWORD error = target.Write(to.file, stream.name, offset, ByteView(piece).first(read))) return error;
     offset += read;
+    streams.transferred += read;
+    if (!streams.GoOn()) return win32::ERROR_REQUEST_ABORTED;
   }
   return 0;
 }
 
-DWORD CopyContent(const FileObject& from, const FileObject& to) {
+DWORD CopyContent(const FileObject& from, const FileObject& to, const CopyGoesOn& goesOn) {
   Volume &source = *from.volume->volume, &target = *to.volume->volume;
-  std::vector<StreamInfo> streams;
-  if (const DWORD error = source.Streams(from.file, streams)) return error;
-  for (const StreamInfo& stream : streams)
-    if (const DWORD error = CopyStream(from, to, stream)) return error;
+  std::vector<StreamInfo> infos;
+  if (const DWORD error = source.Streams(from.file, infos)) return error;
+  Streams streams{from, to, goesOn};
+  for (const StreamInfo& stream : infos) streams.total += stream.size;
+  for (const StreamInfo& stream : infos)
+    if (const DWORD error = CopyStream(streams, stream)) return error;
   std::vector<ExtendedAttribute> extended;
   if (const DWORD error = source.GetExtendedAttributes(from.file, extended)) return error;
   return extended.empty() ? 0 : target.SetExtendedAttributes(to.file, extended);
@@ -85,7 +100,8 @@ DWORD CopyLink(const FileObject& from, const FileObject& to) {
 
 }  // namespace
 
-DWORD CopyWholeFile(std::u16string_view from, std::u16string_view to, bool failIfExists, bool linkItself) {
+DWORD CopyWholeFile(std::u16string_view from, std::u16string_view to, bool failIfExists, bool linkItself,
+                    const CopyGoesOn& goesOn) {
   std::shared_ptr<FileObject> source, target;
   if (const DWORD error = OpenSource(from, linkItself, source)) return error;
   FileService& files = Machine::Current().files();
@@ -104,7 +120,7 @@ DWORD CopyWholeFile(std::u16string_view from, std::u16string_view to, bool failI
   FileInfo info;
   DWORD error = source->volume->volume->Stat(source->file, info);
   const bool isLink = linkItself && (info.attributes & win32::FILE_ATTRIBUTE_REPARSE_POINT);
-  if (error == 0) error = isLink ? CopyLink(*source, *target) : CopyContent(*source, *target);
+  if (error == 0) error = isLink ? CopyLink(*source, *target) : CopyContent(*source, *target, goesOn);
   Volume& volume = *target->volume->volume;
   if (error == 0)
     error = volume.SetAttributes(target->file, (info.attributes & kCopiedAttributes) | win32::FILE_ATTRIBUTE_ARCHIVE);
@@ -120,11 +136,21 @@ DWORD CopyWholeFile(std::u16string_view from, std::u16string_view to, bool failI
 
 namespace win32 {
 
-BOOL CopyFileW(const char16_t* lpExistingFileName, const char16_t* lpNewFileName, BOOL bFailIfExists) {
-  WIN32_CALL(lpExistingFileName, lpNewFileName, bFailIfExists);
+BOOL CopyFileExW(const char16_t* lpExistingFileName, const char16_t* lpNewFileName,
+                 LPPROGRESS_ROUTINE lpProgressRoutine, void* lpData, BOOL* /*pbCancel*/, DWORD dwCopyFlags) {
+  WIN32_CALL(lpExistingFileName, lpNewFileName, dwCopyFlags);
   if (call.Refused()) return FALSE;
   if (!lpExistingFileName || !lpNewFileName) return call.Done(ERROR_PATH_NOT_FOUND);
-  const DWORD error = emulated::CopyWholeFile(lpExistingFileName, lpNewFileName, bFailIfExists != FALSE, false);
+  // The program's own part: it makes calls like any other.
+  emulated::CopyGoesOn goesOn;
+  if (lpProgressRoutine)
+    goesOn = [&](std::uint64_t total, std::uint64_t transferred) {
+      const emulated::Call::Pause pause(call);
+      const LARGE_INTEGER all{static_cast<LONGLONG>(total)}, done{static_cast<LONGLONG>(transferred)};
+      return lpProgressRoutine(all, done, all, done, 1, 0, nullptr, nullptr, lpData) == PROGRESS_CONTINUE;
+    };
+  const DWORD error = emulated::CopyWholeFile(lpExistingFileName, lpNewFileName,
+                                              dwCopyFlags == COPY_FILE_FAIL_IF_EXISTS, false, goesOn);
   emulated::SetLastError(error);  // 0, too
   return call.Done(error);
 }

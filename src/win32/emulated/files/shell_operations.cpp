@@ -70,7 +70,7 @@ DWORD Copy(const Item& item, const std::u16string& target) {
   if (!item.IsDirectory()) {
     if (there != win32::INVALID_FILE_ATTRIBUTES && (there & win32::FILE_ATTRIBUTE_READONLY))
       win32::SetFileAttributesW(target.c_str(), win32::FILE_ATTRIBUTE_NORMAL);
-    return ErrorUnless(win32::CopyFileW(item.path.c_str(), target.c_str(), win32::FALSE));
+    return ErrorUnless(win32::CopyFileExW(item.path.c_str(), target.c_str(), nullptr, nullptr, nullptr, 0));
   }
   if (there == win32::INVALID_FILE_ATTRIBUTES) {
     if (!win32::CreateDirectoryW(target.c_str(), nullptr)) return emulated::LastError();

@@ -1,4 +1,4 @@
-// Handles, mutexes, the console and the identity of the process, of win32/system.h.
+// Handles, mutexes and the identity of the process, of win32/system.h.
 #include <algorithm>
 
 #include "win32/emulated/machine.h"
@@ -10,12 +10,6 @@
 #include "win32/system.h"
 
 namespace emulated {
-
-void ConsoleObject::Write(std::string_view bytes) {
-  Machine& machine = Machine::Current();
-  machine.console += bytes;
-  if (machine.consoleSink) machine.consoleSink(bytes);
-}
 
 std::u16string MutexObject::NativeName() const {
   if (name_.empty()) return {};

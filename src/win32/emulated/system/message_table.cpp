@@ -100,6 +100,7 @@ constexpr Message kSystem[] = {
     {1142, u"An attempt was made to create more links on a file than the file system supports.\r\n"},
     {1168, u"Element not found.\r\n"},
     {1223, u"The operation was canceled by the user.\r\n"},
+    {1235, u"The request was aborted.\r\n"},
     {1224, u"The requested operation cannot be performed on a file with a user-mapped section open.\r\n"},
     {1300, u"Not all privileges or groups referenced are assigned to the caller.\r\n"},
     {1305, u"The revision level is unknown.\r\n"},

@@ -44,6 +44,9 @@ class Threads {
   ~Threads();
 
   std::shared_ptr<ThreadObject> Create(win32::LPTHREAD_START_ROUTINE start, void* parameter);
+  // The same, and Windows lets it begin at once: the first thread goes on when it waits or has ended. Between two
+  // calls.
+  void RunAtOnce(win32::LPTHREAD_START_ROUTINE start, void* parameter) { Run(Create(start, parameter)); }
   // The object of the calling thread.
   std::shared_ptr<ThreadObject> Calling();
   // The calling thread waits, in `call`, until `signalled` is true or the time (INFINITE: none) is over. Is it true?

@@ -54,6 +54,12 @@ void Sleep(DWORD dwMilliseconds) {
   std::this_thread::yield();  // what the program waits for may be another thread of its own
 }
 
+DWORD GetTickCount() {
+  WIN32_CALL();
+  const emulated::Machine& machine = emulated::Machine::Current();
+  return call.Return(machine.tickCount ? machine.tickCount() : static_cast<DWORD>(machine.Now() / kPerMillisecond));
+}
+
 void GetLocalTime(SYSTEMTIME* lpSystemTime) {
   WIN32_CALL(lpSystemTime);
   if (call.Refused() || !lpSystemTime) return;
