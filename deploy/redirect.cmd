@@ -15,7 +15,7 @@ rem A 32-bit tool sees the programs of 32-bit Windows in System32; the others ha
 set "QB_SYSTEM=%SystemRoot%\System32"
 if defined PROCESSOR_ARCHITEW6432 set "QB_SYSTEM=%SystemRoot%\Sysnative"
 set "QB_HERE=%~dp0"
-for %%V in (VERB COMMAND WHAT TO VOLUME SWITCHES PROGRAM SERVICE LOG AT FOUND MOUNTED MINUTES) do set "QB_%%V="
+for %%V in (VERB COMMAND WHAT TO VOLUME SWITCHES PROGRAM SERVICE LOG AT FOUND MOUNTED NUMBER) do set "QB_%%V="
 
 rem The other two scripts come in here with a first word of their own.
 if /i "%~1"=="/bring-back" set "QB_VERB=back"
@@ -54,14 +54,20 @@ rem Backslashes at an end go: before a closing quote they would make a quote of 
 if "%QB_COMMAND%"=="RedirectUP" goto check_location
 if "%QB_COMMAND%"=="AutoRedirectUP" goto check_location
 :cut_what
-if "%QB_WHAT:~-1%"=="\" set "QB_WHAT=%QB_WHAT:~0,-1%" & goto cut_what
+if "%QB_WHAT:~-1%"=="\" (
+  set "QB_WHAT=%QB_WHAT:~0,-1%"
+  goto cut_what
+)
 if not "%QB_WHAT:~1,2%"==":\" goto result_87
 :check_location
 if defined QB_TO goto cut_location
 if "%QB_VERB%"=="back" goto begin
 goto result_87
 :cut_location
-if "%QB_TO:~-1%"=="\" set "QB_TO=%QB_TO:~0,-1%" & goto cut_location
+if "%QB_TO:~-1%"=="\" (
+  set "QB_TO=%QB_TO:~0,-1%"
+  goto cut_location
+)
 if not defined QB_TO goto result_87
 if /i "%QB_TO:~0,11%"=="\\?\Volume{" set "QB_VOLUME=1"
 if "%QB_TO:~1%"==":" set "QB_TO=%QB_TO%\"
@@ -151,10 +157,11 @@ goto result_1603
 set "QB_MINUTES=%~1"
 if not defined QB_MINUTES set "QB_MINUTES=10"
 if not "%~2"=="" goto result_87
-if not "%QB_MINUTES:~4%"=="" goto result_87
-for /f "delims=0123456789" %%D in ("%QB_MINUTES%") do if not "%%D"=="" goto result_87
-rem A zero in front would make the number an octal one.
-set "QB_MINUTES=0000%QB_MINUTES%"
+rem Digits are what a one in front leaves as they are, also those that begin with a zero: an octal number otherwise.
+set /a "QB_NUMBER=1%QB_MINUTES%" 2>nul
+if not "%QB_NUMBER%"=="1%QB_MINUTES%" goto result_87
+if %QB_NUMBER% gtr 19999 goto result_87
+set "QB_MINUTES=000%QB_MINUTES%"
 set /a "QB_ROUNDS=(1%QB_MINUTES:~-4% - 10000) * 6"
 call :find_program
 if errorlevel 1 goto failed
@@ -203,9 +210,13 @@ if not errorlevel 1 exit /b 5
 echo QBC.exe /GetRHStatus ended with %QB_STATUS%.
 exit /b 1603
 
-rem QB_FOUND: "same", "elsewhere", or nothing when the list does not name it. QB_AT: where it is.
+rem QB_FOUND: "same", "elsewhere", or nothing when the list does not name it. QB_AT: where it is. The command of the FOR
+rem begins with "<", because of one that begins with a quote cmd.exe would take the outermost quotes away.
 :look_up
-for /f "delims=" %%L in ('""%%QB_PROGRAM%%" /%%QB_COMMAND%% ^<nul 2^>nul"') do set "QB_ROW=%%L" & call :row
+for /f "delims=" %%L in ('^<nul "%%QB_PROGRAM%%" /%%QB_COMMAND%% 2^>nul') do (
+  set "QB_ROW=%%L"
+  call :row
+)
 exit /b 0
 :row
 if "%QB_ROW%"=="User   Profile folder" exit /b 0
@@ -213,7 +224,10 @@ set "QB_LEFT="
 set "QB_RIGHT="
 if "%QB_COMMAND%"=="AutoRedirectUP" goto row_of_location
 set "QB_ROW=%QB_ROW:   =|%"
-for /f "tokens=1* delims=|" %%A in ("%QB_ROW%") do set "QB_LEFT=%%A" & set "QB_RIGHT=%%B"
+for /f "tokens=1* delims=|" %%A in ("%QB_ROW%") do (
+  set "QB_LEFT=%%A"
+  set "QB_RIGHT=%%B"
+)
 if not defined QB_RIGHT exit /b 0
 if /i not "%QB_LEFT%"=="%QB_WHAT%" exit /b 0
 set "QB_AT=%QB_RIGHT:|=   %"
