@@ -132,11 +132,12 @@ if not "%QB_ENDED%"=="0" goto run_failed
 rem Frozen is the one refusal that it ends with 0.
 call :ask_status
 if "%QB_STATUS%"=="2" goto result_1622
+rem The one command that leaves something to a restart.
+if not "%QB_COMMAND%%QB_VERB%"=="AutoRedirectUPback" goto result_done
 set "QB_TEXT=It will be deleted at the next restart"
 call :in_log
 if not errorlevel 1 goto result_3010
-echo Result 0: done.
-exit /b 0
+goto result_done
 
 :run_failed
 set "QB_TEXT=another instance is already running"
@@ -304,6 +305,9 @@ rem --- How it ends: one line that begins with "Result", and the exit code.
 :failed
 set "QB_CODE=%ERRORLEVEL%"
 goto result_%QB_CODE%
+:result_done
+echo Result 0: done.
+exit /b 0
 :result_nothing
 echo Result 0: nothing to do.
 exit /b 0
