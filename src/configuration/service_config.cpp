@@ -123,6 +123,23 @@ int CQBConfig::Init() try {
   return 0;
 }
 
+ConfigReading CQBConfig::Read() try {
+  Forget();
+  if (IsGone(path_)) return ConfigReading::NotThere;
+  std::u16string text;
+  if (!ReadConfigText(path_, text) || document_.CreateInstance() != win32::S_OK) {
+    Forget();
+    return ConfigReading::NotTold;
+  }
+  const win32::HRESULT loaded = document_.loadXML(text);
+  if (loaded == win32::S_OK && ReadContent()) return ConfigReading::Done;
+  Forget();
+  return loaded == win32::S_FALSE ? ConfigReading::Damaged : ConfigReading::NotTold;
+} catch (const std::exception&) {
+  Forget();
+  return ConfigReading::NotTold;
+}
+
 // Reads the file into a new document. Without one, nothing is held.
 int CQBConfig::Parse() {
   std::u16string text;

@@ -21,6 +21,9 @@
 // letters).
 bool SplitKeyName(const std::u16string& name, std::u16string& keyPath);
 
+// What came of reading the file.
+enum class ConfigReading { Done, NotThere, NotTold, Damaged };
+
 // One loaded copy of the file. Operations answer 1 for success and 0 for failure, and fail on an object that is not
 // loaded. An element that an operation needs and the file lacks makes it fail; only AddRegKey creates elements.
 class CQBConfig {
@@ -33,6 +36,8 @@ class CQBConfig {
   // Loads the file; a missing or unreadable one is first replaced by the default (logged). 0 on an object that is
   // loaded already, which stays as it is.
   int Init();
+  // Loads the file as it is, for who only looks: nothing is put in the place of one that is missing or damaged.
+  ConfigReading Read();
   // The text of `OutDir/Status` in the file, loaded or not: a look that puts nothing in place of a file that is missing
   // or cannot be read. Blanks around the text do not count. False when the file does not tell.
   bool PeekOutDirStatus(std::u16string& status) const;

@@ -18,6 +18,25 @@ constexpr const char16_t* kRemovalsKey = u"SOFTWARE\\Velmora\\Quillbay\\VolumeRe
 
 bool IsEmptyPlainFolder(const std::u16string& path) { return LookAt(path).IsPlainDirectory() && IsEmptyFolder(path); }
 
+bool ReadFillings(std::vector<std::pair<std::u16string, std::u16string>>& fillings) {
+  fillings.clear();
+  win32::UniqueKey key;
+  const win32::LSTATUS opened = win32::RegOpenKeyExW(win32::HKEY_LOCAL_MACHINE, kRemovalsKey, 0,
+                                                     win32::KEY_QUERY_VALUE | win32::KEY_WOW64_32KEY, key.put());
+  if (opened != 0) return opened == win32::LSTATUS{win32::ERROR_FILE_NOT_FOUND};
+  constexpr win32::DWORD kLongestName = 16384;  // characters, terminator included
+  std::u16string name(kLongestName, u'\0');
+  for (win32::DWORD index = 0;; ++index) {
+    std::array<char16_t, win32::MAX_PATH> volume{};
+    win32::DWORD length = kLongestName, type = 0, size = sizeof volume - sizeof(char16_t);
+    const win32::LSTATUS result = win32::RegEnumValueW(key.get(), index, name.data(), &length, nullptr, &type,
+                                                       reinterpret_cast<win32::BYTE*>(volume.data()), &size);
+    if (result == win32::LSTATUS{win32::ERROR_NO_MORE_ITEMS}) return true;
+    if (result != 0) return false;
+    if (type == win32::REG_SZ) fillings.emplace_back(name.substr(0, length), volume.data());
+  }
+}
+
 SideFolder::SideFolder(const std::u16string& source, std::u16string_view suffix)
     : place_(AsStored(source)), path_(place_ + std::u16string(suffix)) {}
 

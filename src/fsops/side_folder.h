@@ -4,11 +4,16 @@
 
 #include <string>
 #include <string_view>
+#include <utility>
+#include <vector>
 
 #include "fsops/folder_itself.h"
 
 // A folder, and no link, with nothing in it.
 bool IsEmptyPlainFolder(const std::u16string& path);
+
+// All folders of which the registry notes that a removal fills them, each with the volume. False when it does not tell.
+bool ReadFillings(std::vector<std::pair<std::u16string, std::u16string>>& fillings);
 
 // One that was there before is somebody else's: it is used, but never removed, and gets its own security, attributes
 // and times back.

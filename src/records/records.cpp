@@ -262,20 +262,26 @@ int DeleteRegKey(const char16_t* source, const char16_t* target, int isFile) try
   return 0;
 }
 
-bool ReadJunctionRecords(int isFile, std::vector<JunctionRecord>& records) try {
+bool ReadWholeAndHalfRecords(int isFile, std::vector<JunctionRecord>& records) try {
   records.clear();
   const RecordNames list = ReadRecordNames(isFile);
   bool all = list.all;
   for (const std::u16string& name : list.names) {
     JunctionRecord record{RecordKey(isFile, name), {}, {}};
-    const Answer answer = ReadRecord(record.subkey, record.source, record.target);
-    if (answer == Answer::Refused) all = false;
-    if (answer == Answer::Told && !record.source.empty() && !record.target.empty())
+    if (ReadRecord(record.subkey, record.source, record.target) == Answer::Refused)
+      all = false;
+    else
       records.push_back(std::move(record));
   }
   return all;
 } catch (const std::exception&) {
   return false;
+}
+
+bool ReadJunctionRecords(int isFile, std::vector<JunctionRecord>& records) {
+  const bool all = ReadWholeAndHalfRecords(isFile, records);
+  std::erase_if(records, [](const JunctionRecord& record) { return record.source.empty() || record.target.empty(); });
+  return all;
 }
 
 std::vector<JunctionRecord> SaveJunctionRecords(int isFile) {

@@ -53,7 +53,9 @@ struct JunctionRecord {
 std::uint64_t NumberOf(const JunctionRecord& record);
 // All that have a source and a target. False when the registry did not tell all of them; those that it told are there.
 bool ReadJunctionRecords(int isFile, std::vector<JunctionRecord>& records);
-// The same for those to whom a list in part will do.
+// The same with those that lack their source or target, which is empty then.
+bool ReadWholeAndHalfRecords(int isFile, std::vector<JunctionRecord>& records);
+// ReadJunctionRecords for those to whom a list in part will do.
 std::vector<JunctionRecord> SaveJunctionRecords(int isFile);
 // False when one of them does not hold again what it held.
 bool RestoreJunctionRecords(const std::vector<JunctionRecord>& saved);

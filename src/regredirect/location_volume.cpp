@@ -100,6 +100,11 @@ bool IsLocationOnVolume(const std::u16string& location) {
   return ReadNote(location, volume) != Noted::Nothing || EqualPaths(LastComponent(location), u"RegRedirect");
 }
 
+bool ReadLocationVolume(const std::u16string& folder, std::u16string& volume) {
+  volume.clear();
+  return ReadNote(folder, volume) != Noted::NotTold;
+}
+
 void LeaveLocationVolume(const std::u16string& location) {
   std::u16string mounted;
   if (IsVolumeMountPoint(location.c_str(), &mounted) && IsOwnMount(location, mounted) && UnmountVolume(location)) {

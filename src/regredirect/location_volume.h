@@ -33,6 +33,9 @@ class LocationVolume {
 // Was the location made by mounting a volume, which is, or may be, still mounted there?
 bool IsLocationOnVolume(const std::u16string& location);
 
+// The volume that is noted as mounted on the folder; empty when none is. False when the registry does not tell.
+bool ReadLocationVolume(const std::u16string& folder, std::u16string& volume);
+
 // Takes the volume off that LocationVolume mounted, and removes the folder. Another's mount stays. Nothing of this is
 // checked; the log tells of a volume that stays mounted.
 void LeaveLocationVolume(const std::u16string& location);
