@@ -18,7 +18,7 @@ constexpr DWORD kPiece = 8192;  // consoles before Windows 8 refuse more than so
 std::string WithCarriageReturns(std::string_view text) {
   std::string result;
   for (const char byte : text) {
-    if (byte == '\n') result += '\r';
+    if (byte == '\n' && !result.ends_with('\r')) result += '\r';
     result += byte;
   }
   return result;

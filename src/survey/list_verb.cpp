@@ -103,7 +103,7 @@ std::string CommaSeparated(const Inventory& inventory) {
     for (const Finding& finding : row.findings) {
       names += (names.empty() ? "" : " ") + std::string(SayingOf(finding.what).name);
       says += (says.empty() ? u"" : u" ") + finding.says;
-      todo += (todo.empty() ? u"" : u"\n") + finding.todo;
+      todo += (todo.empty() ? u"" : u"\r\n") + finding.todo;
     }
     text += std::string(NameOf(row.kind).written) + "," + Field(row.user) + "," + Field(row.source) + "," +
             Field(row.target) + "," + NameOf(row.State()).written + "," + names + "," + Field(says) + "," +
@@ -125,7 +125,8 @@ std::string UntoldLines(const Inventory& inventory) {
 Answer RunList(const Arguments& arguments) {
   const Inventory inventory = TakeInventory();
   const bool check = arguments.Has(u"check");
-  Answer answer{.errors = UntoldLines(inventory)};
+  Answer answer;
+  answer.errors = UntoldLines(inventory);
   bool isWhole = true;
   for (const Row& row : inventory.rows) isWhole = isWhole && row.IsWhole();
   if (!inventory.untold.empty())

@@ -49,7 +49,8 @@ Json Document(const std::vector<UndoStep>& steps, const Inventory& inventory) {
 Answer RunUndo(const Arguments& arguments) {
   const Inventory inventory = TakeInventory();
   const std::vector<UndoStep> steps = PlanUndo(inventory);
-  Answer answer{.errors = UntoldLines(inventory)};
+  Answer answer;
+  answer.errors = UntoldLines(inventory);
   if (!inventory.untold.empty())
     answer.result = SurveyResult::CannotBeTold;
   else if (std::ranges::any_of(steps, &UndoStep::isWithheld))

@@ -24,14 +24,14 @@ const std::vector<Verb>& Verbs() {
        {{u"check", u"", u"exit code 1 when something is not whole, and what to do about it"}, kJson, kCsv},
        0,
        0,
-       nullptr},
+       RunList},
       {u"undo",
        u"",
        u"The commands that bring everything home, in their order. It runs none of them.",
        {kJson},
        0,
        0,
-       nullptr},
+       RunUndo},
   };
   return kVerbs;
 }
