@@ -41,20 +41,28 @@ std::u16string Filled(std::u16string_view text, const Row& row, const std::u16st
   return filled;
 }
 
-// Where the one that it lies in is not whole, nothing can be said of the link itself.
+bool IsLink(const Row& row) {
+  return row.kind == RowKind::Folder || row.kind == RowKind::FolderOnVolume || row.kind == RowKind::File;
+}
+bool IsBelow(const std::u16string& path, const std::u16string& folder) {
+  return IsSameOrBelow(path, folder) && !EqualPaths(path, folder);
+}
+
+// Where the one that it lies in is not whole, nothing true can be said of the inner one.
 void FindBrokenAbove(Inventory& inventory) {
-  const auto isLink = [](const Row& row) {
-    return row.kind == RowKind::Folder || row.kind == RowKind::FolderOnVolume || row.kind == RowKind::File;
-  };
+  std::vector<std::pair<Row*, std::u16string>> inner;
   for (Row& row : inventory.rows)
-    for (const Row& above : inventory.rows)
-      if (!row.IsWhole() && isLink(above) && above.State() == Soundness::Broken &&
-          !EqualPaths(row.source, above.source) &&
-          (IsSameOrBelow(row.source, above.source) || IsSameOrBelow(row.target, above.source))) {
-        row.Find(Finds::InsideBroken, above.source);
-        std::ranges::rotate(row.findings, row.findings.end() - 1);
-        break;
-      }
+    for (const Row& above : inventory.rows) {
+      const bool inside = IsBelow(row.source, above.source) || IsBelow(row.target, above.source) ||
+                          IsBelow(row.source, above.target) || IsBelow(row.target, above.target);
+      if (row.IsWhole() || !IsLink(above) || above.State() != Soundness::Broken || !inside) continue;
+      inner.emplace_back(&row, above.source);
+      break;
+    }
+  for (const auto& [row, above] : inner) {
+    row->findings.clear();
+    row->Find(Finds::InsideBroken, above);
+  }
 }
 
 // False where the service manager does not say that there is none.

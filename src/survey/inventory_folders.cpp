@@ -94,9 +94,9 @@ void ExamineMount(Row& row, const Stands& source) {
   if (EqualPaths(mounted, row.source + u".mount")) return row.Find(Finds::MountedBeside, mounted);
   if (!mounted.empty()) return row.Find(Finds::MountedElsewhere, mounted);
   if (source.look.IsGone()) return row.Find(Finds::MountPlaceMissing);
-  if (source.IsVolume()) return row.Find(Finds::MountPlaceIsOther, u"the place of the volume " + source.LeadsTo());
-  if (source.look.IsReparsePoint()) return row.Find(Finds::MountPlaceIsOther, u"a link to " + source.LeadsTo());
-  if (!source.look.IsDirectory()) return row.Find(Finds::MountPlaceIsOther, u"a file");
+  if (source.IsVolume()) return row.Find(Finds::MountPlaceHasOther, source.LeadsTo());
+  if (source.look.IsReparsePoint()) return row.Find(Finds::MountPlaceIsLink, source.LeadsTo());
+  if (!source.look.IsDirectory()) return row.Find(Finds::MountPlaceIsFile);
   const std::optional<bool> empty = IsFolderEmpty(row.source);
   if (!empty) return row.Find(Finds::NotTold, NotToldOf(row.source, win32::GetLastError()));
   row.Find(*empty ? Finds::NotMounted : Finds::MountPlaceIsFull);
@@ -149,7 +149,14 @@ void FindDoubles(std::vector<Row>& rows) {
     for (std::size_t j = 0; j < rows.size(); ++j) {
       if (i == j || rows[i].Has(Finds::HalfRecord) || rows[j].Has(Finds::HalfRecord)) continue;
       const std::u16string number = FormatText(u"%u", rows[j].number);
-      if (EqualPaths(rows[i].source, rows[j].source)) rows[i].Find(Finds::SameSource, number);
+      if (EqualPaths(rows[i].source, rows[j].source)) {
+        // It cannot lead to both.
+        std::erase_if(rows[i].findings, [](const Finding& finding) {
+          return finding.what == Finds::LeadsElsewhere || finding.what == Finds::LeadsNowhere ||
+                 finding.what == Finds::FileLeadsElsewhere;
+        });
+        rows[i].Find(Finds::SameSource, number);
+      }
       if (EqualPaths(rows[i].target, rows[j].target) && !shares[i * rows.size() + j])
         rows[i].Find(Finds::SameTarget, number);
     }

@@ -90,11 +90,11 @@ void WithStopsAtMoments(std::unique_ptr<emulated::Machine>& machine, const Disks
 // Ends at the first failure of the test.
 template <typename Command, typename Examine>
 void WithEachCallRefused(std::unique_ptr<emulated::Machine>& machine, Command command, Examine examine,
-                         int exitCode = 0) {
+                         int exitCode = 0, std::size_t step = CallsInOneStep()) {
   const Disks disks = machine->Snapshot();
   const std::vector<std::string> calls = CallsOf(machine, disks, command, exitCode);
   ASSERT_GT(calls.size(), 100u);
-  for (std::size_t i = 0; i < calls.size() && !::testing::Test::HasFailure(); i += CallsInOneStep()) {
+  for (std::size_t i = 0; i < calls.size() && !::testing::Test::HasFailure(); i += step) {
     if (IsBesideThePoint(calls[i])) continue;
     StartAgain(machine, disks);
     machine->gate.FailCall(i + 1, win32::ERROR_ACCESS_DENIED);
@@ -126,16 +126,16 @@ void WithEachFunctionRefused(std::unique_ptr<emulated::Machine>& machine, Comman
 // Runs the command and boots the disks of every moment, each just before one of its calls; `examine` looks at the
 // machine then and gets a text that tells which. Ends at the first failure of the test.
 template <typename Command, typename Examine>
-void AtEveryMoment(emulated::Machine& machine, Command command, Examine examine) {
+void AtEveryMoment(emulated::Machine& machine, Command command, Examine examine, std::size_t step = CallsInOneStep()) {
   std::vector<std::pair<std::string, Disks>> moments;
   machine.gate.ResetCounts();
   machine.gate.Observe([&](const char* name, std::uint64_t number) {
-    if (number % CallsInOneStep() != 0) return;
+    if (number % step != 0) return;
     moments.emplace_back(std::to_string(number) + " " + name, machine.Snapshot());
   });
   EXPECT_EQ(command(machine).exitCode, 0);
   machine.gate.Observe({});
-  EXPECT_GE(moments.size(), 100 / CallsInOneStep());
+  EXPECT_GE(moments.size(), 100 / step);
   for (auto& [moment, disks] : moments) {
     const auto after = BootFrom(std::move(disks));
     examine(*after, moment);
