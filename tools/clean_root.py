@@ -1,5 +1,5 @@
-"""A root with nothing but what a Debian package depends on, as the packages installed here have it: there it is installed, run
-and removed. bubblewrap gives it; no root is needed, and the machine's own files are only read."""
+"""A root with nothing but what a Debian package depends on, as the packages installed here have it: there it is installed,
+run and removed. bubblewrap gives it; no root is needed, and the machine's own files are only read."""
 import hashlib
 import os
 import pathlib
@@ -62,10 +62,13 @@ class CleanRoot:
     def run(self, *words, env=(), work=None):
         """A program in the root, as an ordinary user, without a network; `work` is its /tmp."""
         settings = [word for name, value in dict(env).items() for word in ("--setenv", name, value)]
-        return subprocess.run(["bwrap", "--unshare-all", "--uid", "1000", "--gid", "1000", "--ro-bind", self.root, "/",
+        done = subprocess.run(["bwrap", "--unshare-all", "--uid", "1000", "--gid", "1000", "--ro-bind", self.root, "/",
                                "--dev", "/dev", "--proc", "/proc", "--bind", work, "/tmp", "--clearenv", *settings,
                                "--setenv", "PATH", "/usr/bin", "--", *words],
-                              capture_output=True, check=True).stdout
+                              capture_output=True, check=False)
+        if done.returncode:
+            raise RuntimeError(f"on the clean root, {' '.join(words)}: {done.stderr.decode().strip()}")
+        return done.stdout
 
     def listing(self):
         """Every name with what it is, but for what dpkg keeps for itself."""
