@@ -33,7 +33,6 @@ struct ItemKind {
   bool isDirectory;
   bool isReparsePoint;
   bool isEncrypted;
-  CopyWatch watch;
 };
 
 // Nothing when Windows does not tell: an item that may be encrypted is not copied as if it were not.
@@ -42,12 +41,12 @@ std::optional<ItemKind> KindOf(const std::u16string& source, const BackupCopyOpt
   if (const Look look = isEncrypted ? Look() : LookAt(source); look.IsThere()) isEncrypted = look.IsEncrypted();
   if (!isEncrypted) return std::nullopt;
   const bool isReparsePoint = options.isReparsePoint ? *options.isReparsePoint : IsReparsePoint(source);
-  return ItemKind{options.isDirectory, isReparsePoint, *isEncrypted, options.watch};
+  return ItemKind{options.isDirectory, isReparsePoint, *isEncrypted};
 }
 
 // AttributesAlone: there is nothing else to copy, and no more to be done.
-enum class Copied { Failed, Streams, AttributesAlone };
-Copied StreamsCopied(bool copied) { return copied ? Copied::Streams : Copied::Failed; }
+enum class Copied { Failed, All, AttributesAlone };
+Copied AllCopied(bool copied) { return copied ? Copied::All : Copied::Failed; }
 
 // To the debugger only.
 void Trace(FormatFor<std::u16string> format, const std::u16string& path) {
@@ -94,7 +93,8 @@ constexpr char16_t kReadFailed[] = u"#ERROR: BackupCopy: BackupRead() failed for
 // Copies in chunks until the first short read. Then nothing may be left: if BackupRead stopped at the end of a stream
 // instead of at the end of all, the copy is not complete and has failed.
 bool CopyChunks(const AccessTimeKeepingFile& source, const AccessTimeKeepingFile& target, win32::DWORD chunk,
-                const CopyWatch& watch, const std::u16string& sourcePath, const std::u16string& targetPath) {
+                const std::u16string& sourcePath, const std::u16string& targetPath, const BackupCopyOptions& options) {
+  FirstDescriptor descriptor;
   const std::unique_ptr<win32::BYTE[]> buffer = CopyBuffer();
   BackupWriter writer(target);
   BackupReader reader(source);  // its end comes first
@@ -104,12 +104,14 @@ bool CopyChunks(const AccessTimeKeepingFile& source, const AccessTimeKeepingFile
       Trace(kReadFailed, sourcePath);
       return false;
     }
+    descriptor.Take(buffer.get(), read);
     if (!writer.Write(buffer.get(), read)) {
       Trace(u"#ERROR: BackupCopy: BackupWrite() failed for path = %ls", targetPath);
       return false;
     }
-    if (read == chunk && !watch.GoesOn(read)) return false;
+    if (read == chunk && !options.watch.GoesOn(read)) return false;
   }
+  if (options.told) options.told->descriptor = descriptor.Get();
   win32::DWORD left = 0;
   if (read == 0) return true;
   const bool told = reader.Read(buffer.get(), chunk, left);
@@ -119,9 +121,26 @@ bool CopyChunks(const AccessTimeKeepingFile& source, const AccessTimeKeepingFile
   return false;
 }
 
+// Gives the target the source's times and attributes, closes both, and tells what it read. The times are the last thing
+// that the target's handle does: what was set stays when it is closed, without being told so.
+bool CarryTimesAndAttributes(AccessTimeKeepingFile& source, AccessTimeKeepingFile& target,
+                             const std::u16string& targetPath, CopiedSource* told) {
+  win32::BY_HANDLE_FILE_INFORMATION found{};
+  if (!win32::GetFileInformationByHandle(source.get(), &found) ||
+      !win32::SetFileTime(target.get(), &found.ftCreationTime, &found.ftLastAccessTime, &found.ftLastWriteTime))
+    return false;
+  win32::CloseHandle(target.release());
+  source.reset();
+  win32::SetFileAttributesW(targetPath.c_str(), found.dwFileAttributes);
+  if (told) told->information = found;
+  return true;
+}
+
 // A junction that leads nowhere can refuse to be opened: then the target gets its attributes and is done.
-Copied CopyUnopened(const std::u16string& source, const std::u16string& target) {
-  if (MeansGone(win32::GetLastError()) && IsJunction(source.c_str())) {
+Copied CopyUnopened(const std::u16string& source, const std::u16string& target, CopiedSource* told) {
+  const bool gone = MeansGone(win32::GetLastError());
+  if (told) told->isGone = gone;
+  if (gone && IsJunction(source.c_str())) {
     if (const Look look = LookAt(source); look.IsThere()) win32::SetFileAttributesW(target.c_str(), look.attributes);
     return Copied::AttributesAlone;
   }
@@ -129,18 +148,21 @@ Copied CopyUnopened(const std::u16string& source, const std::u16string& target) 
   return Copied::Failed;
 }
 
-Copied CopyContents(const std::u16string& sourcePath, const std::u16string& targetPath, ItemKind kind) {
-  const AccessTimeKeepingFile source = OpenSource(sourcePath, kReadAll, kind.isReparsePoint);
-  if (!source) return CopyUnopened(sourcePath, targetPath);
-  const AccessTimeKeepingFile target = OpenTarget(targetPath, kWriteAll, kind);
+Copied CopyContents(const std::u16string& sourcePath, const std::u16string& targetPath, ItemKind kind,
+                    const BackupCopyOptions& options) {
+  AccessTimeKeepingFile source = OpenSource(sourcePath, kReadAll, kind.isReparsePoint);
+  if (!source) return CopyUnopened(sourcePath, targetPath, options.told);
+  AccessTimeKeepingFile target = OpenTarget(targetPath, kWriteAll, kind);
   if (!target) {
     Trace(u"#ERROR: BackupCopy: CreateFile() failed for path = %ls", targetPath);
     return Copied::Failed;
   }
-  const win32::DWORD size = win32::GetFileSize(source.get(), nullptr);
-  return StreamsCopied(
+  const win32::DWORD size =
+      options.size ? static_cast<win32::DWORD>(*options.size) : win32::GetFileSize(source.get(), nullptr);
+  return AllCopied(
       size != win32::INVALID_FILE_SIZE &&
-      CopyChunks(source, target, std::clamp(size, kStreamHeaderSize, kBufferSize), kind.watch, sourcePath, targetPath));
+      CopyChunks(source, target, std::clamp(size, kStreamHeaderSize, kBufferSize), sourcePath, targetPath, options) &&
+      CarryTimesAndAttributes(source, target, targetPath, options.told));
 }
 
 // The shell sets no last error, nor are its codes errors of the system.
@@ -237,34 +259,37 @@ class StreamCopy {
 };
 
 // These two make a directory first, whose path may then begin with "\\?\".
-Copied CopyByStreams(const std::u16string& sourcePath, std::u16string& targetPath, ItemKind kind) {
+Copied CopyByStreams(const std::u16string& sourcePath, std::u16string& targetPath, ItemKind kind,
+                     const BackupCopyOptions& options) {
   if (kind.isDirectory && !MakeDirectory(targetPath, nullptr)) return Copied::Failed;
   if (kind.isReparsePoint) Log(u"BackupCopyEx : %s is reparse point", sourcePath);
-  const AccessTimeKeepingFile source = OpenSource(sourcePath, win32::GENERIC_READ, kind.isReparsePoint);
+  AccessTimeKeepingFile source = OpenSource(sourcePath, win32::GENERIC_READ, kind.isReparsePoint);
   if (!source) return Copied::Failed;
-  const AccessTimeKeepingFile target = OpenTarget(targetPath, win32::GENERIC_ALL, kind);
-  return StreamsCopied(target && StreamCopy(source, target).Run());
+  AccessTimeKeepingFile target = OpenTarget(targetPath, win32::GENERIC_ALL, kind);
+  return AllCopied(target && StreamCopy(source, target).Run() &&
+                   CarryTimesAndAttributes(source, target, targetPath, options.told));
 }
 
-Copied CopyByChunks(const std::u16string& source, std::u16string& target, ItemKind kind) {
-  if (kind.isReparsePoint && !kind.isDirectory) return CopyByStreams(source, target, kind);
-  if (!kind.isDirectory || MakeOpenDirectory(target)) return CopyContents(source, target, kind);
-  return StreamsCopied(LogFailure(u"ERROR: Failed To create directory = %ls.", target));
+Copied CopyByChunks(const std::u16string& source, std::u16string& target, ItemKind kind,
+                    const BackupCopyOptions& options) {
+  if (kind.isReparsePoint && !kind.isDirectory) return CopyByStreams(source, target, kind, options);
+  if (!kind.isDirectory || MakeOpenDirectory(target)) return CopyContents(source, target, kind, options);
+  return AllCopied(LogFailure(u"ERROR: Failed To create directory = %ls.", target));
 }
 
-int CopyItem(Copied (*copy)(const std::u16string&, std::u16string&, ItemKind), const std::u16string& source,
-             const std::u16string& target, const BackupCopyOptions& options) try {
+using CopyWay = Copied (*)(const std::u16string&, std::u16string&, ItemKind, const BackupCopyOptions&);
+
+int CopyItem(CopyWay copy, const std::u16string& source, const std::u16string& target,
+             const BackupCopyOptions& options) try {
   const std::optional<ItemKind> kind = KindOf(source, options);
   if (!kind) return 0;
   if (kind->isEncrypted) {
     if (!(kind->isDirectory ? CopyEncryptedDirectory(source, target) : CopyEncryptedFile(source, target))) return 0;
   } else {
     std::u16string reached = target;
-    const Copied copied = copy(source, reached, *kind);
+    const Copied copied = copy(source, reached, *kind, options);
     if (copied == Copied::AttributesAlone) return 1;
-    if (copied == Copied::Failed ||
-        !CopyFileTimesAndAttributes(source, reached, {.isReparsePoint = kind->isReparsePoint}))
-      return 0;
+    if (copied == Copied::Failed) return 0;
   }
   return options.leaveParentTimes ? 1 : CopyParentDirectoryTimes(source, target);
 } catch (const std::exception&) {

@@ -4,19 +4,31 @@
 // The process is expected to have SeBackupPrivilege and SeRestorePrivilege enabled.
 #pragma once
 
+#include <cstdint>
 #include <optional>
 #include <string>
 
 #include "fsops/copy_watch.h"
-#include "win32/types.h"
+#include "fsops/descriptor.h"
+#include "win32/file.h"
+
+// What a backup copy learned of its source on the way, so that nobody has to ask again.
+struct CopiedSource {
+  bool isGone = false;  // the copy has failed: there was nothing to open
+  // As they were when the copy was complete; nothing of an item that was copied in another way.
+  std::optional<win32::BY_HANDLE_FILE_INFORMATION> information = std::nullopt;
+  FolderDescriptor descriptor = {};  // owner, group, access list and audit entries; empty where it was not met
+};
 
 struct BackupCopyOptions {
   bool isDirectory = false;
   // Windows is asked about the source where the caller does not know.
   std::optional<bool> isReparsePoint = std::nullopt, isEncrypted = std::nullopt;
+  std::optional<std::uint64_t> size = std::nullopt;  // of a file, in bytes: in what pieces it is read
   // The times of the parent folder are not brought back in line: a tree copy does that once for each folder.
   bool leaveParentTimes = false;
   CopyWatch watch = {};  // of the bytes of a file
+  CopiedSource* told = nullptr;
 };
 
 // Copies an item in large chunks; a directory is created first. An existing file is overwritten in place.

@@ -2,9 +2,11 @@
 // and the header of a stream.
 #pragma once
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
+#include <vector>
 
 #include "win32/file.h"
 #include "win32/handle.h"
@@ -38,6 +40,40 @@ inline bool IsInvalidStream() {
 inline std::uint64_t SizeOf(const win32::WIN32_STREAM_ID& header) {
   return static_cast<std::uint64_t>(header.Size.QuadPart);
 }
+
+// The size of the descriptor that follows; 0 when the stream is another one, or no descriptor can be that large.
+inline win32::DWORD DescriptorSize(const win32::WIN32_STREAM_ID& header) {
+  constexpr win32::DWORD kSmallest = 20, kLargest = 0x40000;  // its fixed part; four parts of at most 64 KiB each
+  const bool isDescriptor = header.dwStreamId == win32::BACKUP_SECURITY_DATA && header.dwStreamNameSize == 0 &&
+                            SizeOf(header) >= kSmallest && SizeOf(header) <= kLargest;
+  return isDescriptor ? static_cast<win32::DWORD>(SizeOf(header)) : 0;
+}
+
+// Picks the descriptor, the first stream of a backup, out of the pieces in which that is read.
+class FirstDescriptor {
+ public:
+  void Take(const win32::BYTE* bytes, win32::DWORD count) {
+    while (count > 0 && head_.size() < Wanted()) {
+      const auto taken = std::min<std::size_t>(count, Wanted() - head_.size());
+      head_.insert(head_.end(), bytes, bytes + taken);
+      bytes += taken;
+      count -= static_cast<win32::DWORD>(taken);
+    }
+  }
+  // Empty when it has not come, or not whole.
+  std::vector<win32::BYTE> Get() const {
+    const bool whole = head_.size() > kStreamHeaderSize && head_.size() == Wanted();
+    return whole ? std::vector<win32::BYTE>(head_.begin() + kStreamHeaderSize, head_.end())
+                 : std::vector<win32::BYTE>();
+  }
+
+ private:
+  std::size_t Wanted() const {
+    return head_.size() < kStreamHeaderSize ? kStreamHeaderSize
+                                            : kStreamHeaderSize + DescriptorSize(StreamHeaderAt(head_.data()));
+  }
+  std::vector<win32::BYTE> head_;
+};
 
 // A backup being read from, or written to, an open file. The file outlives it.
 class BackupReader {

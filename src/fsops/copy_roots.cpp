@@ -2,8 +2,8 @@
 
 #include "links/mounted_folder.h"
 #include "links/volume_paths.h"
-#include "report/console.h"
 #include "report/log.h"
+#include "text/format.h"
 #include "text/path_text.h"
 #include "win32/constants.h"
 
@@ -53,6 +53,6 @@ bool CopyRoots::ShowProgress(const std::u16string& path, const std::u16string& t
   std::u16string shownPath = path, shownTarget = target;
   if (!ConvertBoth(NormalPathToVolumePath, sourceWasVolumePath_, shownPath, targetWasVolumePath_, shownTarget))
     return false;
-  ConsoleFormat(u"%ls -> %ls\n", shownPath, shownTarget);
+  output_.Print(FormatText<std::u16string, std::u16string>(u"%ls -> %ls\n", shownPath, shownTarget));
   return true;
 }

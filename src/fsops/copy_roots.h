@@ -4,6 +4,8 @@
 #include <string>
 #include <string_view>
 
+#include "report/console.h"
+
 class CopyRoots {
  public:
   // Both may be volume paths, and become the ordinary ones. False: one has none; the log tells.
@@ -26,4 +28,5 @@ class CopyRoots {
  private:
   bool sourceWasVolumePath_ = false, targetWasVolumePath_ = false;
   std::u16string source_, target_, sourceBase_, targetBase_;
+  const ConsoleLines output_;
 };

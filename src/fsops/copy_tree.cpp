@@ -36,6 +36,10 @@ std::optional<bool> IsLinkAt(const std::u16string& path) {
          IsSymbolicLinkRecord(found.dwFileAttributes, found.dwReserved0);
 }
 
+bool IsPlainFile(const TreeEntry& entry) {
+  return !entry.IsDirectory() && !entry.IsReparsePoint() && !entry.IsEncrypted();
+}
+
 // A symbolic link that waited for the other links could find its name taken, as the short one of a file.
 bool MustComeFirst(const TreeEntry& link) { return link.IsSymbolicLink() && MayBeShortName(LastComponent(link.path)); }
 
@@ -86,7 +90,7 @@ class TreeCopy {
   bool IsTaken(const TreeEntry& entry, const std::u16string& target, const Look& look) const;
   bool IsForAnother(const TreeEntry& entry, const std::u16string& target, const Look& look);
   bool IsOther(const std::u16string& target) const;
-  bool CopyItem(const TreeEntry& entry, const std::u16string& target, const Look& look);
+  bool CopyItem(const TreeEntry& entry, const std::u16string& target, const Look& look, CopiedSource& told);
   bool CopyWithoutBackup(const TreeEntry& entry, const std::u16string& target, const Look& look);
   CopyWatch WatchOf(const Look& target) { return {&*progress_, !bringsBack_ && target.IsGone()}; }
   // Not of a tree that is brought back.
@@ -252,7 +256,9 @@ bool TreeCopy::SaveRoots() {
 }
 
 Step TreeCopy::CopyEntry(const TreeEntry& entry) {
-  const Look source = LookAt(entry.path);
+  // Of a file its own open tells whether it is still there.
+  const bool openTells = flags_.useBackupCopy && IsPlainFile(entry);
+  const Look source = openTells ? Look{Presence::There, entry.attributes} : LookAt(entry.path);
   if (source.IsGone()) return Step::Next;
   if (!SaveSource(entry)) return Failed(entry, roots_.TargetOf(entry.path));
   if (entry.IsSymbolicLink()) {  // made again with the links
@@ -265,7 +271,7 @@ Step TreeCopy::CopyEntry(const TreeEntry& entry) {
   if (flags_.continueOnError && IsForAnother(entry, target, look)) return Failed(entry, target);
   if (look.IsThere() && flags_.continueOnError && !entry.IsDirectory()) return Step::Next;
   if (source.presence == Presence::NotTold || !MayStandOn(entry, target, look) || !SaveStanding(entry, target, look))
-    return Failed(entry, target);
+    return openTells && IsGone(entry.path) ? Step::Next : Failed(entry, target);
 
   const bool becomesLink = entry.IsJunction() && look.IsThere() && !look.IsReparsePoint();
   CopiedItem& item = AddItem({entry, target, look.IsGone(), becomesLink, false});
@@ -274,7 +280,12 @@ Step TreeCopy::CopyEntry(const TreeEntry& entry) {
     item.complete = true;
   } else {
     const TargetAttributes attributes(target, look);
-    item.complete = CopyItem(entry, target, look);
+    CopiedSource told;
+    item.complete = CopyItem(entry, target, look, told);
+    if (openTells && told.isGone) {
+      record_.items.pop_back();
+      return Step::Next;
+    }
     // Without backup copies only a file whose copy is refused may fail, except when a tree is brought back: what can be
     // saved then is saved.
     const auto mayFail = [&] { return flags_.useBackupCopy || bringsBack_ || copyFileDenied_; };
@@ -285,14 +296,17 @@ Step TreeCopy::CopyEntry(const TreeEntry& entry) {
   return roots_.ShowProgress(entry.path, target) ? Step::Next : Step::Ended;
 }
 
-bool TreeCopy::CopyItem(const TreeEntry& entry, const std::u16string& target, const Look& look) {
+bool TreeCopy::CopyItem(const TreeEntry& entry, const std::u16string& target, const Look& look, CopiedSource& told) {
   if (!flags_.useBackupCopy) return CopyWithoutBackup(entry, target, look);
   const bool copied = BackupCopy(entry.path, target,
                                  {.isDirectory = entry.IsDirectory(),
                                   .isReparsePoint = entry.IsReparsePoint(),
                                   .isEncrypted = entry.IsEncrypted(),
+                                  .size = entry.IsDirectory() ? std::nullopt : std::optional(entry.size),
                                   .leaveParentTimes = true,
-                                  .watch = WatchOf(look)}) != 0;
+                                  .watch = WatchOf(look),
+                                  .told = &told}) != 0;
+  if (copied && IsPlainFile(entry) && flags_.removeSourceLinks && !bringsBack_) record_.source.Note(entry.path, told);
   if (!copied && !flags_.continueOnError) return false;
   const win32::DWORD error = win32::GetLastError();
   // A link's own DACL came with the backup copy, as one that cannot be written; what is brought back gets the one that

@@ -34,14 +34,12 @@ FolderDescriptor ReadDescriptor(const std::u16string& folder) {
   win32::BYTE bytes[kStreamHeaderSize] = {};
   win32::DWORD read = 0;
   if (!reader.Read(bytes, kStreamHeaderSize, read)) return {};
-  const win32::WIN32_STREAM_ID header = StreamHeaderAt(bytes);
-  if (read != kStreamHeaderSize || header.dwStreamId != win32::BACKUP_SECURITY_DATA || header.dwStreamNameSize != 0 ||
-      SizeOf(header) < kSmallestDescriptor || SizeOf(header) > kLargestDescriptor) {
+  const win32::DWORD size = read == kStreamHeaderSize ? DescriptorSize(StreamHeaderAt(bytes)) : 0;
+  if (size == 0) {
     IsInvalidStream();
     return {};
   }
-  FolderDescriptor descriptor(SizeOf(header));
-  const auto size = static_cast<win32::DWORD>(descriptor.size());
+  FolderDescriptor descriptor(size);
   if (!reader.Read(descriptor.data(), size, read)) return {};
   if (read == size) return descriptor;
   IsInvalidStream();

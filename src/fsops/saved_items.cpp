@@ -9,6 +9,15 @@
 #include "report/log.h"
 #include "win32/win32.h"
 
+SavedItems::Item SavedItems::ItemOf(const win32::BY_HANDLE_FILE_INFORMATION& information,
+                                    const FolderDescriptor* descriptor) {
+  return {.descriptor = descriptor,
+          .attributes = information.dwFileAttributes,
+          .creation = information.ftCreationTime,
+          .lastAccess = information.ftLastAccessTime,
+          .lastWrite = information.ftLastWriteTime};
+}
+
 bool SavedItems::SaveFolder(const std::u16string& folder) {
   if (folders_.contains(folder)) return true;
   SavedFolder saved;
@@ -27,17 +36,23 @@ bool SavedItems::SaveDescriptor(const std::u16string& item) {
   return true;
 }
 
+void SavedItems::Note(const std::u16string& file, const CopiedSource& told) {
+  if (!told.information || told.descriptor.empty()) return;
+  noted_[file] = ItemOf(*told.information, &*descriptors_.insert(told.descriptor).first);
+}
+
 bool SavedItems::SaveFile(const std::u16string& file) {
+  if (auto noted = noted_.extract(file)) {
+    items_.insert(std::move(noted));
+    return true;
+  }
   if (!SaveDescriptor(file)) return false;
   const win32::UniqueFile opened = OpenForAttributes(file, LastLink::Itself);
   win32::BY_HANDLE_FILE_INFORMATION information{};
   if (!opened || !win32::GetFileInformationByHandle(opened.get(), &information))
     return LogSystemFailure(u"#ERROR: Unable to read the attributes and times of %ls. ", file);
   Item& item = items_[file];
-  item.attributes = information.dwFileAttributes;
-  item.creation = information.ftCreationTime;
-  item.lastAccess = information.ftLastAccessTime;
-  item.lastWrite = information.ftLastWriteTime;
+  item = ItemOf(information, item.descriptor);
   return true;
 }
 

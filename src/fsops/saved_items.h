@@ -5,6 +5,7 @@
 #include <set>
 #include <string>
 
+#include "fsops/backup_copy.h"
 #include "fsops/folder_itself.h"
 #include "win32/constants.h"
 
@@ -18,10 +19,13 @@ class SavedItems {
   // A folder, or a link itself: all that it has of its own. The first time counts.
   // These answer false, with a line in the log, when something cannot be read.
   bool SaveFolder(const std::u16string& folder);
-  // A file: owner, group, access list, audit entries, attributes and times.
+  // A file: owner, group, access list, audit entries, attributes and times. What was noted of it is not asked again.
   bool SaveFile(const std::u16string& file);
   // Of everything below a folder, which is not entered by links: owner, group, access list and audit entries.
   bool SaveDescriptorsBelow(const std::u16string& folder);
+
+  // What a copy of the file has told of it. It is not saved by that.
+  void Note(const std::u16string& file, const CopiedSource& told);
 
   // Null when that folder was not saved.
   const SavedFolder* Find(const std::u16string& folder) const;
@@ -38,11 +42,12 @@ class SavedItems {
     win32::DWORD attributes = win32::INVALID_FILE_ATTRIBUTES;  // not saved
     win32::FILETIME creation{}, lastAccess{}, lastWrite{};
   };
+  static Item ItemOf(const win32::BY_HANDLE_FILE_INFORMATION& information, const FolderDescriptor* descriptor);
   bool SaveDescriptor(const std::u16string& item);
   static bool PutBack(const std::u16string& path, const Item& item);
 
   std::map<std::u16string, SavedFolder> folders_;
   // Most items of a tree have one of a few descriptors.
   std::set<FolderDescriptor> descriptors_;
-  std::map<std::u16string, Item> items_;
+  std::map<std::u16string, Item> items_, noted_;
 };

@@ -1,5 +1,6 @@
 #include "fsops/security.h"
 
+#include <algorithm>
 #include <cstring>
 #include <exception>
 #include <utility>
@@ -18,6 +19,9 @@ namespace {
 constexpr auto kFile = win32::SE_OBJECT_TYPE::SE_FILE_OBJECT;
 constexpr win32::DWORD kOwnerAndDacl = win32::OWNER_SECURITY_INFORMATION | win32::DACL_SECURITY_INFORMATION;
 
+constexpr win32::DWORD kGenericRights =
+    win32::GENERIC_READ | win32::GENERIC_WRITE | win32::GENERIC_EXECUTE | win32::GENERIC_ALL;
+
 // To the debugger only.
 void Trace(FormatFor<std::u16string> format, const std::u16string& path) {
   constexpr std::size_t kTraceBuffer = 1024;
@@ -34,14 +38,19 @@ win32::DWORD SetDacl(std::u16string path, win32::DWORD information, win32::ACL* 
 
 // Takes the inherited entries out of the DACL (none with keep); true when there was one. The index moves on after a
 // deletion too, so the entry that takes the place of a deleted one is not looked at: of consecutive inherited entries
-// every second one stays. This is the wanted result.
+// every second one stays. This is the wanted result. (Behind its head, the list is the entries, one after the other:
+// GetAce would go through them from the first one each time.)
 bool StripInherited(win32::ACL& dacl, bool keep, const std::u16string& source) {
   bool seen = false;
-  for (win32::DWORD index = 0; index < dacl.AceCount; ++index) {
-    void* ace = nullptr;
-    if (!win32::GetAce(&dacl, index, &ace) || !IsInherited(ace)) continue;
-    seen = true;
-    if (!keep && !win32::DeleteAce(&dacl, index)) Trace(u"Unable to delete ACE from DACL of = %ls", source);
+  win32::BYTE* const list = reinterpret_cast<win32::BYTE*>(&dacl);
+  std::size_t at = sizeof dacl;
+  for (win32::DWORD index = 0; index < dacl.AceCount && at + sizeof(win32::ACE_HEADER) <= dacl.AclSize; ++index) {
+    const auto& entry = *reinterpret_cast<const win32::ACE_HEADER*>(list + at);
+    if (IsInherited(list + at)) {
+      seen = true;
+      if (!keep && !win32::DeleteAce(&dacl, index)) Trace(u"Unable to delete ACE from DACL of = %ls", source);
+    }
+    at += std::max<std::size_t>(entry.AceSize, sizeof(win32::ACE_HEADER));
   }
   return seen;
 }
@@ -108,13 +117,23 @@ bool RestoreMoved(const std::u16string& path, const SecurityBlock& block, std::u
   return here == Restored::Yes || (here == Restored::Gone && !moved.empty());
 }
 
+bool IsShareViolation(win32::DWORD error) {
+  return error == win32::ERROR_SHARING_VIOLATION || error == win32::ERROR_LOCK_VIOLATION;
+}
+
+// Bit 0x8 is no attribute that Windows sets; it is set when the attributes could not be read. A read-only file is
+// therefore asked for write access as well and answers "access denied", which counts as not locked.
+win32::DWORD AloneAccess(win32::DWORD attributes) {
+  constexpr win32::DWORD kReadAlone = 0x8;
+  return attributes & kReadAlone ? win32::GENERIC_READ : win32::GENERIC_READ | win32::GENERIC_WRITE;
+}
+
 // No violation of what another process shares keeps the file from being opened so.
 int IsSharedFor(const std::u16string& path, win32::DWORD access, win32::DWORD share, win32::DWORD flags) {
   win32::SetLastError(win32::ERROR_SUCCESS);  // an open that succeeds need not set it
   const win32::UniqueFile file{
       win32::CreateFileW(path.c_str(), access, share, nullptr, win32::OPEN_EXISTING, flags, nullptr)};
-  const win32::DWORD error = win32::GetLastError();
-  return error == win32::ERROR_SHARING_VIOLATION || error == win32::ERROR_LOCK_VIOLATION ? 0 : 1;
+  return IsShareViolation(win32::GetLastError()) ? 0 : 1;
 }
 
 }  // namespace
@@ -194,7 +213,8 @@ int GrantEveryoneAndAdministrators(const std::u16string& path) try {
 int HasAccess(win32::HANDLE token, const std::u16string& path, win32::DWORD desiredAccess) try {
   win32::GENERIC_MAPPING mapping{win32::FILE_GENERIC_READ, win32::FILE_GENERIC_WRITE, win32::FILE_GENERIC_EXECUTE,
                                  win32::FILE_ALL_ACCESS};
-  win32::MapGenericMask(&desiredAccess, &mapping);
+  // Specific rights stand for themselves.
+  if ((desiredAccess & kGenericRights) != 0) win32::MapGenericMask(&desiredAccess, &mapping);
   win32::UniqueLocalMemory descriptor;
   const win32::DWORD information =
       win32::OWNER_SECURITY_INFORMATION | win32::GROUP_SECURITY_INFORMATION | win32::DACL_SECURITY_INFORMATION;
@@ -218,19 +238,24 @@ int IsFileNotLocked(const std::u16string& path) {
   return IsFileNotLocked(path, win32::GetFileAttributesW(path.c_str()));
 }
 
-// Bit 0x8 is no attribute that Windows sets; it is set when the attributes could not be read. A read-only file is
-// therefore asked for write access as well and answers "access denied", which counts as not locked.
 int IsFileNotLocked(const std::u16string& path, win32::DWORD attributes) {
-  constexpr win32::DWORD kReadAlone = 0x8;
-  const win32::DWORD access =
-      attributes & kReadAlone ? win32::GENERIC_READ : win32::GENERIC_READ | win32::GENERIC_WRITE;
-  return IsSharedFor(path, access, 0, win32::FILE_ATTRIBUTE_NORMAL);
+  return IsSharedFor(path, AloneAccess(attributes), 0, win32::FILE_ATTRIBUTE_NORMAL);
 }
 
 // Whoever holds a named stream alone does not keep its file from being opened, but does keep it from going.
 int IsDeletable(const std::u16string& path) {
   return IsSharedFor(path, win32::DELETE, win32::FILE_SHARE_READ | win32::FILE_SHARE_WRITE | win32::FILE_SHARE_DELETE,
                      win32::FILE_FLAG_OPEN_REPARSE_POINT | win32::FILE_FLAG_BACKUP_SEMANTICS);
+}
+
+int IsFileFree(const std::u16string& path, win32::DWORD attributes) {
+  {
+    const win32::UniqueFile file{win32::CreateFileW(path.c_str(), AloneAccess(attributes) | win32::DELETE, 0, nullptr,
+                                                    win32::OPEN_EXISTING, win32::FILE_ATTRIBUTE_NORMAL, nullptr)};
+    if (file) return 1;
+    if (IsShareViolation(win32::GetLastError())) return 0;
+  }
+  return IsFileNotLocked(path, attributes) && IsDeletable(path) ? 1 : 0;
 }
 
 int HaveInheritedPermissions(InheritanceCache& cache, const std::u16string& path) try {

@@ -51,6 +51,9 @@ int IsFileNotLocked(const std::u16string& path, win32::DWORD attributes);
 // 0 when another process holds the file or folder, or a stream of it, so that nobody can delete it now. Whether the
 // caller may is not asked.
 int IsDeletable(const std::u16string& path);
+// Both of a file that is no link: 0 when one of them is. One open asks for all; where it is refused for another reason
+// than somebody else's open, each is asked alone.
+int IsFileFree(const std::u16string& path, win32::DWORD attributes);
 
 // Does the DACL hold an inherited entry? Each path is examined once and then answered from the cache: for who works
 // through a tree and comes back to the same folders.

@@ -55,9 +55,8 @@ std::string ToOem(std::u16string_view text) {
 }
 
 // In pieces: consoles before Windows 8 refuse more than some 60,000 bytes at once.
-void WriteAll(std::string_view bytes) {
+void WriteAll(win32::HANDLE output, std::string_view bytes) {
   constexpr std::size_t kPiece = 8192;
-  const win32::HANDLE output = win32::GetStdHandle(win32::STD_OUTPUT_HANDLE);
   while (!bytes.empty()) {
     win32::DWORD written = 0;
     const auto size = static_cast<win32::DWORD>(std::min(bytes.size(), kPiece));
@@ -106,7 +105,19 @@ bool ConsolePrint(std::u16string_view text) try {
   }
   const std::string bytes = ToOem(text);
   if (bytes.empty()) return false;
-  WriteAll(WithCarriageReturns(bytes));
+  WriteAll(win32::GetStdHandle(win32::STD_OUTPUT_HANDLE), WithCarriageReturns(bytes));
+  return true;
+} catch (const std::exception&) {
+  return false;
+}
+
+ConsoleLines::ConsoleLines() : output_(win32::GetStdHandle(win32::STD_OUTPUT_HANDLE)) {}
+
+bool ConsoleLines::Print(std::u16string_view text) const try {
+  constexpr char16_t kFirstBeyondAscii = 0x80;
+  const bool isAscii = std::ranges::all_of(text, [](char16_t unit) { return unit < kFirstBeyondAscii; });
+  if (capture || !isAscii) return ConsolePrint(text);
+  WriteAll(output_, WithCarriageReturns(std::string(text.begin(), text.end())));
   return true;
 } catch (const std::exception&) {
   return false;

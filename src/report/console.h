@@ -7,6 +7,7 @@
 
 #include "resources/string_ids.h"
 #include "text/format.h"
+#include "win32/types.h"
 
 // Nothing here throws but FormatString: where memory is short, a text is empty or is not printed.
 
@@ -22,6 +23,18 @@ std::u16string FormatString(StringId id, const Arguments&... arguments) {
 // write it on Windows. Characters that the OEM code page lacks become its replacement characters.
 // False when the text could not be converted; an empty text prints nothing.
 bool ConsolePrint(std::u16string_view text);
+
+// The standard output for one work that prints a line for each of many items: where that goes is asked once, and plain
+// ASCII, which is the same in every OEM code page, is not converted.
+class ConsoleLines {
+ public:
+  ConsoleLines();
+  // As ConsolePrint.
+  bool Print(std::u16string_view text) const;
+
+ private:
+  win32::HANDLE output_;
+};
 
 // While it lives, ConsolePrint adds to it instead of writing: for who asks rules that warn on the console, and prints
 // something else. One at a time.

@@ -86,7 +86,11 @@ class Scan {
   }
 
   bool IsAccessible(const TreeEntry& item) {
-    if (IsFileNotLocked(item.path, item.attributes) && IsDeletable(item.path)) return true;
+    // An open of a link to be alone with it would be one of what it leads to, and one of a read-only file is refused.
+    const bool oneOpenTells = !item.IsReparsePoint() && !item.Has(win32::FILE_ATTRIBUTE_READONLY);
+    if (oneOpenTells ? IsFileFree(item.path, item.attributes)
+                     : IsFileNotLocked(item.path, item.attributes) && IsDeletable(item.path))
+      return true;
     Log(u"#INFO: %ls - File is not accessible.", item.path);
     passed_ = false;
     return false;

@@ -202,7 +202,7 @@ TEST_F(FolderOnVolume, AFailureIsTakenBackOrToldOf) {
       {
           {"SHCreateDirectoryExW 1", "#ERROR: Failed To Create Target Folder: MOUNT\n"},
           {"SetVolumeMountPointW 1", "#ERROR: Failed to Mount Volume on Target Folder: MOUNT\n"},
-          {"GetFileSize 3", kNotMoved, "", kStands + "C:\\Data\\inner -> MOUNT\\inner\n"},
+          {"GetFileInformationByHandle 2", kNotMoved, "", kStands + "C:\\Data\\inner -> MOUNT\\inner\n"},
           {"RemoveDirectoryW 2", "#ERROR: Unable to remove folder C:\\Data. Access is denied.\n\n", "", undone},
           {"RegCreateKeyExW 2", notRecorded, "", undone},
           {"RegCreateKeyExW 2, MoveFileW 2",
@@ -210,7 +210,7 @@ TEST_F(FolderOnVolume, AFailureIsTakenBackOrToldOf) {
                          "stay on volume VOLUME\\, which is mounted at C:\\Data.\n",
            kAway + kThere, there},
           {"MoveFileW 1", kNotRenamed, "", undone},
-          {"MoveFileW 1, GetFileSize 6", kNotRenamed + NotMovedBack("MOUNT") + "on volume VOLUME\\.\n",
+          {"MoveFileW 1, GetFileInformationByHandle 5", kNotRenamed + NotMovedBack("MOUNT") + "on volume VOLUME\\.\n",
            "gone: C:\\Data\\inner\\two.bin\nnew: VOLUME\\inner\nnew: VOLUME\\inner\\two.bin\n", undone},
       });
 }
@@ -224,7 +224,7 @@ TEST_F(FolderOnVolume, AFailedRemovalIsTakenBackOrToldOf) {
   ExpectFailures(
       {u"/RedirectFolder", u"C:\\Data", to, u"/d"}, kRemoval, kBack,
       {
-          {"GetFileSize 3", kNotMoved, "", "C:\\Data\\inner -> MOUNT\\inner\n"},
+          {"GetFileInformationByHandle 2", kNotMoved, "", "C:\\Data\\inner -> MOUNT\\inner\n"},
           {"RegDeleteKeyW 1", "#ERROR: Unable to remove Junction Point from Registry " + of, "", undone},
           {"DeleteVolumeMountPointW 1",
            "#ERROR: Unable to unmount the volume from folder C:\\Data. Access is denied.\n\n", "", undone},
@@ -236,7 +236,7 @@ TEST_F(FolderOnVolume, AFailedRemovalIsTakenBackOrToldOf) {
            kMoved},
           {"MoveFileW 1, RegCreateKeyExW 2", kNotRenamed + "#ERROR: Unable to add Junction Point to Registry " + of,
            noRecord, undone},
-          {"MoveFileW 1, GetFileSize 6", kNotRenamed + NotMovedBack("MOUNT") + "in MOUNT.\n",
+          {"MoveFileW 1, GetFileInformationByHandle 5", kNotRenamed + NotMovedBack("MOUNT") + "in MOUNT.\n",
            "gone: VOLUME\\inner\\two.bin\nnew: MOUNT\nnew: MOUNT\\inner\nnew: MOUNT\\inner\\two.bin\n" + remembered,
            undone},
       });

@@ -164,7 +164,7 @@ TEST_F(FolderRedirectionTest, AFailureIsTakenBackOrToldOf) {
       {u"/RedirectFolder", u"C:\\Data", u"/loc:D:\\New"}, kFolder, isNew,
       {
           {"SHCreateDirectoryExW 1", "#ERROR: Failed To Create Target Folder: D:\\New\\Data\n"},
-          {"GetFileSize 4",
+          {"GetFileInformationByHandle 3",
            NotCopied("C:\\Data", "D:\\New\\Data") +
                "#ERROR: Unable to move files and folders from Source = C:\\Data to Target = D:\\New\\Data.\n",
            "", "C:\\Data\\inner -> D:\\New\\Data\\inner\n"},
@@ -175,7 +175,7 @@ TEST_F(FolderRedirectionTest, AFailureIsTakenBackOrToldOf) {
            notRecorded + "#ERROR: Path C:\\Data is not junction.\n#ERROR: Unable to delete Junction. path = C:\\Data. "
                          "The files and folders stay in D:\\New\\Data.\n",
            "changed: C:\\Data\n" + Items("gone: ", "C:\\Data") + made + Items("new: ", "D:\\New\\Data"), there},
-          {"RegCreateKeyExW 1, GetFileSize 7", notRecorded + NotMovedBack("D:\\New\\Data") + "in D:\\New\\Data.\n",
+          {"RegCreateKeyExW 1, GetFileInformationByHandle 6", notRecorded + NotMovedBack("D:\\New\\Data") + "in D:\\New\\Data.\n",
            "gone: C:\\Data\\inner\\two.bin\n" + made +
                "new: D:\\New\\Data\\inner\nnew: D:\\New\\Data\\inner\\two.bin\n",
            back},
