@@ -166,9 +166,9 @@ bool TreeCopy::MayReplace(const TreeEntry& link, const std::u16string& newLink, 
 }
 
 // What overwrites files is not taken back: whatever stands in the way of a merge is looked for before. (Two items of
-// the source that become one are met on the way.)
+// the source that become one are met on the way, and so is whatever comes into a root that was made for this copy.)
 bool TreeCopy::MayMerge(const TreeListing& listing) const {
-  if (flags_.continueOnError || bringsBack_) return true;
+  if (flags_.continueOnError || bringsBack_ || flags_.carryRoot) return true;
   std::set<std::u16string, std::less<>> merged{roots_.sourceBase()};  // folders of the source that stand at the target
   for (const TreeEntry& entry : listing.entries) {
     if (!merged.contains(WithoutExtendedPrefix(ParentPath(entry.path)))) continue;

@@ -198,6 +198,18 @@ TEST_F(Moves, AFileThatCameInTheMeantimeIsNotDeleted) {
   EXPECT_EQ(Contents(source + u"\\f"), "x");
 }
 
+TEST_F(Moves, AFileThatWentInTheMeantimeIsPassedOver) {
+  const std::u16string theirs = target + u"\\went";
+  MakeFile(source + u"\\f", "x");
+  MakeFile(source + u"\\went", "x");
+  MakeFile(theirs, "theirs", FILE_ATTRIBUTE_READONLY);
+  machine->consoleSink = [&](std::string_view) { DeleteFileW((source + u"\\went").c_str()); };
+  EXPECT_EQ(Move(), 1);
+  EXPECT_EQ(Contents(target + u"\\f"), "x");
+  EXPECT_EQ(Contents(theirs), "theirs");
+  EXPECT_EQ(Attributes(theirs), FILE_ATTRIBUTE_READONLY);
+}
+
 // A file that was moved and deleted is gone from its old place, whatever somebody else has put there since.
 TEST_F(Moves, ANewFileInTheOldPlaceIsNotTakenForTheMovedOne) {
   MakeFolder(source + u"\\sub");

@@ -34,6 +34,25 @@ TEST_F(FolderRedirectionTest, GoesAndComesBackWithAllThatItHas) {
   EXPECT_EQ(Security(u"D:\\Target\\Data\\one.txt"), Security(u"D:\\Target\\plain.txt"));
 }
 
+// On Windows the calls are what the move of small files costs.
+TEST_F(FolderRedirectionTest, AFileCostsFewCalls) {
+  const auto cost = [&](unsigned files) {
+    for (unsigned file = 0; file < files; ++file) {
+      const std::u16string number = emulated::Utf16(std::to_string(10'000 + file)), path = u"C:\\Data\\f" + number;
+      MakeFile(path, std::string(1024, 'x'));
+      SetSecurity(path, u"O:BAG:SYD:AI(A;;FA;;;BA)(A;;FR;;;S-1-5-21-1-2-3-" + number + u")(A;ID;FA;;;SY)");
+    }
+    machine->gate.ResetCounts();
+    EXPECT_EQ(Redirect().exitCode, 0);
+    const std::pair counted{machine->gate.Count(), machine->gate.Count("CreateFileW")};
+    EXPECT_EQ(Remove().exitCode, 0);
+    return counted;
+  };
+  const auto few = cost(4), many = cost(54);
+  EXPECT_LE(many.first - few.first, 50 * 30u);
+  EXPECT_LE(many.second - few.second, 50 * 4u);
+}
+
 // What inherits from a folder there inherits from its new access list.
 TEST_F(FolderRedirectionTest, MergesIntoAFolderThatIsThere) {
   for (const auto* folder :
@@ -175,7 +194,8 @@ TEST_F(FolderRedirectionTest, AFailureIsTakenBackOrToldOf) {
            notRecorded + "#ERROR: Path C:\\Data is not junction.\n#ERROR: Unable to delete Junction. path = C:\\Data. "
                          "The files and folders stay in D:\\New\\Data.\n",
            "changed: C:\\Data\n" + Items("gone: ", "C:\\Data") + made + Items("new: ", "D:\\New\\Data"), there},
-          {"RegCreateKeyExW 1, GetFileInformationByHandle 6", notRecorded + NotMovedBack("D:\\New\\Data") + "in D:\\New\\Data.\n",
+          {"RegCreateKeyExW 1, GetFileInformationByHandle 6",
+           notRecorded + NotMovedBack("D:\\New\\Data") + "in D:\\New\\Data.\n",
            "gone: C:\\Data\\inner\\two.bin\n" + made +
                "new: D:\\New\\Data\\inner\nnew: D:\\New\\Data\\inner\\two.bin\n",
            back},
