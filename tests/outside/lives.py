@@ -5,17 +5,17 @@ user knows it: the old place of what was redirected, wherever its contents are. 
     QBC_LIVES=1-300 tests/outside/run BUILD lives        the lives of these seeds
 """
 import collections
-import contextlib
 import itertools
 import os
 import random
 import shlex
 import shutil
+import signal
 import subprocess
 
 from disk import Disk, fold, is_below
 from hives import PROFILE_LIST, software
-from station import CheckFailed, Station, copy_folder, require
+from station import CheckFailed, Station, copy_folder, require, run
 
 DRIVES = "CDEF"
 NAMES = ("A", "Data", "\u00dcbung", "b c", "Docs")
@@ -23,6 +23,7 @@ FILES = ("a.txt", "b.txt", "\u00f6l.txt", "Data")
 PRIVATE = "O:SYD:P(A;;FA;;;SY)(A;;FA;;;BA)(A;;FR;;;AU)"
 LOG = "C:\\Program Files\\Velmora\\Quillbay\\QBC.log"
 USERS = "C:\\USERS"
+STOPPED = (-signal.SIGINT, -signal.SIGHUP, -signal.SIGTERM)  # where the program did not listen yet
 # what: a file's contents (None of a hive), where a link leads; security: of a private file its owner and entries.
 Known = collections.namedtuple("Known", "kind what security", defaults=(None, None))
 
@@ -151,13 +152,17 @@ class Life:
                   and not (key not in expected and key.startswith(new or "?"))]
         require(not differ, "\n    ".join(["lost, changed or come out of nowhere:", *differ[:5]]))
 
-    def do_qbc(self, *words):
+    def do_stop(self, control, *words):
+        """A command is asked to end at some call: it is done, or all is as it was before, as for any command."""
+        self.do_qbc(*words, more={"QBC_CONTROL": control})
+
+    def do_qbc(self, *words, more={}):
         before, expected = self.view, self.expected(words)
-        done = self.station.qbc(*words, ok=None, timeout=120)
+        done = self.station.qbc(*words, ok=None, timeout=120, more=more)
         went = done.returncode == 0 and b"must be Thawed" not in done.stdout
         self.counts[went] += 1
         try:
-            if done.returncode not in (0, 1):
+            if done.returncode not in (0, 1) and not (more and done.returncode in STOPPED):
                 raise CheckFailed(f"crashed: exit {done.returncode} {done.stderr.decode(errors='replace')}")
             self.look(expected if went else before.known)
             if not went:
@@ -165,11 +170,11 @@ class Life:
         except CheckFailed as fault:
             raise CheckFailed(f"{fault} ({'done' if went else 'refused'}){self.logged()}") from None
 
-    def do_kill(self, seconds, *words):
-        """A command is killed: all is as it was before, or as it is to be after it."""
+    def do_kill(self, seconds, how, *words):
+        """A command is killed, or asked to end: all is as it was before, or as it is to be after it."""
         before, expected = self.view, self.expected(words)
-        with contextlib.suppress(subprocess.TimeoutExpired):  # which kills
-            self.station.qbc(*words, ok=None, timeout=seconds)
+        run("timeout", "--signal", how, str(seconds), "env", "QBC_WORKSTATION=" + self.station.folder,
+            f"{self.station.build}/qbc", *words, ok=None)
         self.station("restart")  # the next opening completes or drops what was under way
         self.station.require_sound()
         try:
@@ -242,7 +247,7 @@ class Life:
         self.look(self.view.known)
 
     def draw(self):
-        kinds = {"folder": 34, "home": 18, "file": 12, "put": 12, "rm": 3, "mkdir": 3, "restart": 3, "kill": 7,
+        kinds = {"folder": 34, "home": 18, "file": 12, "put": 12, "rm": 3, "mkdir": 3, "restart": 3, "kill": 7, "stop": 7,
                  "profile": 20 * self.with_profiles}
         while not (step := getattr(self, "draw_" + self.random.choices(list(kinds), kinds.values())[0])()):
             pass
@@ -336,7 +341,14 @@ class Life:
 
     def draw_kill(self):
         step = self.random.choice((self.draw_folder, self.draw_home, self.draw_file))()
-        return step and ("kill", round(self.random.random() * 0.06, 3), *step[1:])  # most are done by then
+        return step and ("kill", round(self.random.random() * 0.06, 3), self.random.choice(("KILL", "INT")),
+                         *step[1:])  # most are done by then
+
+    def draw_stop(self):
+        step = self.random.choice((self.draw_folder, self.draw_home, self.draw_file,
+                                   *[self.draw_profile] * self.with_profiles))()
+        event = self.random.choice(("ctrl-c", "ctrl-break", "close", "log-off", "shutdown"))
+        return step and step[0] == "qbc" and ("stop", f"{event}|{self.random.randrange(1, 3000)}", *step[1:])
 
     def draw_restart(self):
         return ("restart",)

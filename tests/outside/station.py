@@ -72,8 +72,9 @@ class Station:
     def __call__(self, command, *words, ok=(0,), **options):
         return run(f"{self.build}/workstation", command, self.folder, *words, ok=ok, **options)
 
-    def qbc(self, *words, ok=(0,), **options):
-        return run(f"{self.build}/qbc", *words, ok=ok, env={**os.environ, "QBC_WORKSTATION": self.folder}, **options)
+    def qbc(self, *words, ok=(0,), more={}, **options):
+        environment = {**os.environ, "QBC_WORKSTATION": self.folder, **more}
+        return run(f"{self.build}/qbc", *words, ok=ok, env=environment, **options)
 
     def image(self, letter):
         """The image of a drive, or of a volume without a letter by its {GUID}."""

@@ -20,13 +20,13 @@ extern "C" void RaiseEvent(int number) {
     if (signal == number) running->controls.Raise(event);
 }
 
-// As the signal would have ended it.
+// As the signal would have ended it; SIGTERM where there is none for the event.
 void EndBySignal(win32::DWORD event) {
+  int its = SIGTERM;
   for (const auto& [signal, itsEvent] : kSignals)
-    if (itsEvent == event) {
-      std::signal(signal, SIG_DFL);
-      std::raise(signal);
-    }
+    if (itsEvent == event) its = signal;
+  std::signal(its, SIG_DFL);
+  std::raise(its);
 }
 
 }  // namespace
