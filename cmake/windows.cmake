@@ -76,3 +76,9 @@ set_target_properties(standin PROPERTIES RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY
 add_executable(account_pictures tests/wine/account_pictures.cpp)
 target_link_libraries(account_pictures PRIVATE program native)
 set_target_properties(account_pictures PROPERTIES RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/wine)
+# QBC.exe, but for the descriptors that Wine does not tell.
+add_executable(moving src/entry/QBC.cpp tests/wine/descriptors.cpp ${program_resources})
+target_link_libraries(moving PRIVATE program native)
+target_link_options(moving PRIVATE
+  -Wl,--wrap=_ZN5win3210BackupReadEPvPhmPmiiPS0_ -Wl,--wrap=_ZN5win3211BackupWriteEPvPhmPmiiPS0_)
+set_target_properties(moving PROPERTIES RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/wine)

@@ -2,8 +2,12 @@
 import collections
 import contextlib
 import ctypes
+import os
 import pathlib
+import pty
+import select
 import shutil
+import signal
 import subprocess
 import tempfile
 import time
@@ -70,6 +74,25 @@ class Prefix:
                 code = f"still running after {timeout} s"
             output.seek(0)
             return Result(output.read(), code)
+
+    def interrupted(self, program, *arguments, when, timeout=120):
+        """Runs a program on a terminal, and presses Ctrl+C as soon as `when()`. What the terminal got, and the exit code."""
+        terminal, its_end = pty.openpty()
+        process = subprocess.Popen([WINE, str(program), *arguments], env=self.environment, cwd=self.scratch,
+                                   stdin=its_end, stdout=its_end, stderr=subprocess.DEVNULL, start_new_session=True)
+        os.close(its_end)
+        shown, pressed, deadline = bytearray(), False, time.monotonic() + timeout
+        while process.poll() is None:
+            if select.select([terminal], [], [], 0.002)[0]:
+                with contextlib.suppress(OSError):  # the program has closed its end
+                    shown += os.read(terminal, 65536)
+            if not pressed and when():
+                process.send_signal(signal.SIGINT)  # as a terminal does; Wine has its Ctrl+C handled in the program
+                pressed = True
+            if time.monotonic() > deadline:
+                process.kill()
+        os.close(terminal)
+        return Result(bytes(shown), process.returncode)
 
     @contextlib.contextmanager
     def holding(self, program, *arguments):

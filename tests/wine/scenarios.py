@@ -1,5 +1,7 @@
 """What only Windows itself can show of QBC.exe: console, exit code, log, registry. Each scenario takes its world."""
 import contextlib
+import os
+import random
 import re
 import time
 
@@ -86,6 +88,36 @@ def refused_redirection(world):
     checks.true("no record was made", not world.prefix.has_key(f"{RECORDS_32}\\Junctions\\1"))
 
 
+def stopped_by_ctrl_c(world):
+    """At random moments of a move: all is in its place again. (QBC_STOPS=50 has as many.) It is QBC.exe but for the
+    descriptors that Wine does not tell, or nothing would move; a move that is not stopped in time fails at its junction."""
+    there, files = world.file("C:\\There\\Moved"), {f"{number}.txt": os.urandom(3000) for number in range(300)}
+    for name, data in files.items():
+        world.write("C:\\Moved\\" + name, data)
+    world.make_folder("C:\\There")
+    world.set_service("demand")
+    runs, stopped, wrong = int(os.environ.get("QBC_STOPS", "5")), 0, []
+    for _ in range(runs):
+        moment = random.randrange(2 * len(files) + 1)  # so many are copied, or deleted at the old place behind all those
+
+        def has_come():
+            copied = there.is_dir() and len(os.listdir(there))
+            return copied is not False and (copied >= moment or moment > len(files) == copied and
+                                            len(os.listdir(world.file("C:\\Moved"))) <= 2 * len(files) - moment)
+        before = len(world.read(LOG) or b"")
+        run = world.prefix.interrupted(world.build / "wine" / "moving.exe", "/RedirectFolder", "C:\\Moved",
+                                       "/loc:C:\\There", "/-NTFS", when=has_come)
+        log = world.read(LOG)[before:].decode("utf-16-le")
+        found = {file.name: file.read_bytes() for file in world.file("C:\\Moved").iterdir()}
+        titles = re.findall(rb"\x1b\]0;(.*?)\x07", run.output)
+        if (run.code, found, world.names("C:\\There")) != (1, files, []) or titles[-1:] not in ([], [b""]):
+            wrong.append((moment, run.code, len(found), world.names("C:\\There"), titles, log))
+        stopped += "#ERROR: Ctrl+C was pressed. What was moved is taken back." in log
+    world.checks.equal(f"all is in its place after Ctrl+C at {runs} moments", wrong, [])
+    world.checks.true("most moves were stopped before their end", stopped > runs / 2, f"{stopped} of {runs}")
+    world.checks.true("no record was made", not world.prefix.has_key(f"{RECORDS_32}\\Junctions\\1"))
+
+
 def account_pictures(world):
     """The request that they follow the Public profile, through a real pipe to the service."""
     public, target = "C:\\users\\Public", "C:\\There\\Public"
@@ -102,4 +134,5 @@ def account_pictures(world):
     world.checks.equal("the service rests again", world.service()[0], "stopped")
 
 
-ALL = [command_line, log_file, deny_only_administrator, second_instance, refused_redirection, account_pictures]
+ALL = [command_line, log_file, deny_only_administrator, second_instance, refused_redirection, stopped_by_ctrl_c,
+       account_pictures]
