@@ -136,6 +136,23 @@ const std::vector<Saying>& Sayings() {
       {ProfileBeside, "profile-beside", kBroken,
        u"The profile of {U} is recorded in {S}, but it is in {X}: a command was cut off while the two changed places.",
        u"rmdir \"{S}\" if it is there and empty, then ren \"{X}\" \"{L}\""},
+      {ProfilePartBeside, "profile-part-beside", kBroken,
+       u"A command on the profile of {U} was cut off. A part of it may be in {X}.",
+       u"\"What stays open\" in profiles.md. Have the user log off, and copy what is missing from {X}, overwriting "
+       u"nothing "
+       u"(robocopy with /E /COPYALL /XC /XN /XO /XJ)."},
+      {ProfileInSideFolder, "profile-in-side-folder", kBroken,
+       u"The profile of {U} is in {X}, beside its place: a command could not take its last step. It can be used.",
+       u"Have the user log off. Rename the folder to what stands before the suffix (rmdir the empty folder of that "
+       u"name), "
+       u"and put that path into the user's ProfileImagePath."},
+      {ProfileSplit, "profile-split", kBroken,
+       u"The profile of {U} is recorded in {T}, but there is something in {S}, which it has left: a move was cut off, "
+       u"or a "
+       u"program writes to the old place.",
+       u"Have the user log off, copy what {T} lacks: robocopy \"{S}\" \"{T}\" /E /COPYALL /XC /XN /XO /XJ, and move "
+       u"away "
+       u"what is in {S}."},
       {SecondHive, "second-hive", kBroken,
        u"The profile of {U} is in {T}, but there is an NTUSER.DAT in {S}, where it came from, too.",
        u"Compare the two. The profile list names {T}; move away what is in {S}."},

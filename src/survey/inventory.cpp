@@ -91,19 +91,22 @@ void Row::Find(Finds what, const std::u16string& other) {
 Inventory TakeInventory() {
   Inventory inventory;
   CQBConfig config;
-  const ConfigReading read = config.path().empty() ? ConfigReading::NotTold : config.Read();
+  const bool hasService = !config.path().empty();
+  const ConfigReading read = hasService ? config.Read() : ConfigReading::NotTold;
+  const bool isRead = read == ConfigReading::Done,
+             isTold = read != ConfigReading::NotTold || (!hasService && IsServiceMissing());
   ProfileFolders profiles;
-  AddProfiles(inventory, read == ConfigReading::Done ? &config : nullptr, profiles);
+  AddProfiles(inventory, isRead ? &config : nullptr, isTold, profiles);
   AddFoldersAndFiles(inventory, profiles);
-  if (read == ConfigReading::Done) AddRegistry(inventory, config);
+  if (isRead) AddRegistry(inventory, config);
   if (read == ConfigReading::Damaged) {
     Row row{.kind = RowKind::RegistryLocation, .source = config.path(), .target = {}};
     row.Find(Finds::ConfigurationDamaged, config.path());
     inventory.rows.push_back(std::move(row));
   }
-  if (read == ConfigReading::NotTold && !(config.path().empty() && IsServiceMissing()))
+  if (!isTold)
     inventory.untold.push_back(u"The configuration of the service cannot be read: " +
-                               (config.path().empty() ? u"its folder is not told." : config.path()));
+                               (hasService ? config.path() : u"its folder is not told."));
   FindBrokenAbove(inventory);
   std::ranges::stable_sort(inventory.rows, {}, &Row::kind);
   return inventory;

@@ -59,7 +59,8 @@ struct ProfileFolders {
   std::vector<std::u16string> paths;  // of people
   bool areAll = false;
 };
-// config: null when there is none that can be read.
-void AddProfiles(Inventory& inventory, const CQBConfig* config, ProfileFolders& folders);
+// config: null when there is none. isTold: false when it could not be read; then nobody knows where profiles are at
+// home.
+void AddProfiles(Inventory& inventory, const CQBConfig* config, bool isTold, ProfileFolders& folders);
 void AddFoldersAndFiles(Inventory& inventory, const ProfileFolders& profiles);
 void AddRegistry(Inventory& inventory, const CQBConfig& config);

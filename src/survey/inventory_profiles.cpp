@@ -61,11 +61,26 @@ void ExamineLoadedHive(Row& row, const UserProfile& profile) {
     row.Find(Finds::HiveElsewhere, folder);
 }
 
-// Where the profile was when a command was cut off in its last step; empty when it is nowhere there.
-std::u16string ProfileBeside(const std::u16string& folder) {
-  for (const char16_t* const suffix : {u".mount", u".temp"})
-    if (HasLoadableHive(folder + suffix)) return folder + suffix;
-  return {};
+// Something is in it: a folder with contents, or one on which a volume is mounted. `row` is told when nobody knows.
+bool HoldsSomething(Row& row, const std::u16string& folder) {
+  const Look look = LookAt(folder);
+  if (look.presence == Presence::NotTold) row.Find(Finds::NotTold, NotToldOf(folder, win32::GetLastError()));
+  if (!look.IsDirectory() || look.IsReparsePoint()) return look.IsDirectory();
+  const std::optional<bool> empty = IsFolderEmpty(folder);
+  if (!empty) row.Find(Finds::NotTold, NotToldOf(folder, win32::GetLastError()));
+  return empty && !*empty;
+}
+
+// What a command that was cut off has left in the folders through which a profile and its volume change places.
+void FindBeside(Row& row, const UserProfile& profile, const std::vector<UserProfile>& all) {
+  for (const std::u16string suffix : {u".mount", u".temp"}) {
+    if (profile.folder.ends_with(suffix)) row.Find(Finds::ProfileInSideFolder, profile.folder);
+    const std::u16string beside = profile.folder + suffix;
+    const auto isOthers = [&](const UserProfile& other) { return EqualPaths(other.folder, beside); };
+    if (std::ranges::any_of(all, isOthers) || !HoldsSomething(row, beside)) continue;
+    const bool isWhole = HasLoadableHive(beside) && !HasLoadableHive(profile.folder);
+    row.Find(isWhole ? Finds::ProfileBeside : Finds::ProfilePartBeside, beside);
+  }
 }
 
 // The folder is there: is it the profile?
@@ -77,8 +92,7 @@ void ExamineHive(Row& row, const UserProfile& profile) {
   if (hive.IsPlainFile()) return ExamineHiveFile(row, profile.folder);
   // Of a profile that nobody may change.
   if (hive.IsGone() && LookAt(JoinPath(profile.folder, u"NTUSER.MAN")).IsThere()) return;
-  const std::u16string beside = ProfileBeside(profile.folder);
-  row.Find(beside.empty() ? Finds::HiveMissing : Finds::ProfileBeside, beside.empty() ? profile.folder : beside);
+  if (!row.Has(Finds::ProfileBeside)) row.Find(Finds::HiveMissing, profile.folder);
 }
 
 void ExamineRedirected(Row& row, const UserProfile& profile, const Stands& stands) {
@@ -90,22 +104,19 @@ void ExamineRedirected(Row& row, const UserProfile& profile, const Stands& stand
   ExamineHive(row, profile);
   if (stands.IsVolume() || EqualPaths(row.source, profile.folder)) return;
   const Look second = LookAt(JoinPath(row.source, kHive));
-  if (second.presence == Presence::NotTold)
-    row.Find(Finds::NotTold, NotToldOf(row.source, win32::GetLastError()));
-  else if (second.IsThere())
+  if (second.presence == Presence::NotTold) row.Find(Finds::NotTold, NotToldOf(row.source, win32::GetLastError()));
+  if (second.IsThere() && !row.Has(Finds::HiveMissing))
     row.Find(Finds::SecondHive);
+  else if (HoldsSomething(row, row.source))
+    row.Find(Finds::ProfileSplit);
 }
 
 // A profile in its place counts only when a command that was cut off has left it in pieces.
 void ExamineAtHome(Row& row, const UserProfile& profile, const Stands& stands) {
-  if (stands.look.presence == Presence::NotTold)
-    return row.Find(Finds::NotTold, NotToldOf(profile.folder, stands.error));
-  if (stands.look.IsThere()) {
-    const Look hive = LookAt(JoinPath(profile.folder, kHive));
-    if (hive.IsGone() || hive.presence == Presence::NotTold) ExamineHive(row, profile);
-  } else if (const std::u16string beside = ProfileBeside(profile.folder); !beside.empty()) {
-    row.Find(Finds::ProfileBeside, beside);
-  }
+  if (stands.look.presence == Presence::NotTold) row.Find(Finds::NotTold, NotToldOf(profile.folder, stands.error));
+  if (!stands.look.IsThere()) return;
+  const Look hive = LookAt(JoinPath(profile.folder, kHive));
+  if (!hive.IsThere()) ExamineHive(row, profile);
 }
 
 void AddUsers(Inventory& inventory, const std::vector<UserProfile>& profiles, const std::u16string& home) {
@@ -118,6 +129,7 @@ void AddUsers(Inventory& inventory, const std::vector<UserProfile>& profiles, co
             .source = stands.IsVolume() ? profile.folder : place,
             .target = stands.IsVolume() ? stands.LeadsTo() : profile.folder};
     NameUser(row, profile, profiles);
+    FindBeside(row, profile, profiles);
     if (isRedirected)
       ExamineRedirected(row, profile, stands);
     else
@@ -217,7 +229,7 @@ bool FindHome(const CQBConfig* config, std::u16string& home) {
 
 }  // namespace
 
-void AddProfiles(Inventory& inventory, const CQBConfig* config, ProfileFolders& folders) {
+void AddProfiles(Inventory& inventory, const CQBConfig* config, bool isTold, ProfileFolders& folders) {
   std::vector<UserProfile> profiles;
   std::optional<NewProfilesNote> note;
   Section section;
@@ -225,10 +237,13 @@ void AddProfiles(Inventory& inventory, const CQBConfig* config, ProfileFolders& 
   folders.areAll = ReadUserProfiles(profiles);
   if (!folders.areAll) inventory.untold.push_back(u"The registry does not tell all user profiles.");
   if (!ReadNote(note)) inventory.untold.push_back(u"The registry does not tell what is noted of redirected profiles.");
-  if (config && !config->GetUserProfileRedirection(&section.location, &status, nullptr))
+  if (config && !config->GetUserProfileRedirection(&section.location, &status, nullptr)) {
     inventory.untold.push_back(u"The configuration does not tell where new profiles are created.");
+    isTold = false;
+  }
   section.isOn = status == u"1";
   for (const UserProfile& profile : profiles) folders.paths.push_back(DriveForm(profile.folder));
+  if (!isTold) return;
   if (!FindHome(config, home)) {
     inventory.untold.push_back(u"It is not recorded in which folder profiles are at home.");
     return;
