@@ -90,6 +90,8 @@ target_link_libraries(program_tests PRIVATE survey program program_resources emu
 # For bench/run, which builds them.
 add_executable(make_tree EXCLUDE_FROM_ALL bench/make_tree.cpp)
 target_link_libraries(make_tree PRIVATE emulated)
+add_executable(make_hives EXCLUDE_FROM_ALL bench/make_hives.cpp)
+target_link_libraries(make_hives PRIVATE emulated)
 add_executable(prescan EXCLUDE_FROM_ALL bench/prescan.cpp)
 target_link_libraries(prescan PRIVATE program program_resources emulated)
-set_target_properties(make_tree prescan PROPERTIES RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR})
+set_target_properties(make_tree make_hives prescan PROPERTIES RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR})

@@ -41,6 +41,7 @@ void WriteConsole(std::string_view bytes) {
       terminal ? emulated::OemToUtf8(bytes, emulated::Machine::Current().oemCodePage) : std::string(bytes);
   if (terminal) Bar().Hide();
   std::fwrite(shown.data(), 1, shown.size(), stdout);
+  emulated::Machine::Current().console.clear();  // nobody here reads it again
   if (terminal && shown.ends_with('\n')) Bar().ShowAgain();
 }
 

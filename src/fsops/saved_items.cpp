@@ -32,6 +32,7 @@ bool SavedItems::SaveDescriptor(const std::u16string& item) {
   FolderDescriptor descriptor = ReadWholeDescriptor(item);
   if (descriptor.empty()) descriptor = ReadDescriptor(item);
   if (descriptor.empty()) return LogSystemFailure(u"#ERROR: Unable to read the security of %ls. ", item);
+  descriptor.shrink_to_fit();  // it was read into more than it needs, and there are many
   items_[item].descriptor = &*descriptors_.insert(std::move(descriptor)).first;
   return true;
 }

@@ -34,10 +34,10 @@ std::shared_ptr<Hive> FullHive(int keys) {
     return *hive->AddKey(parent, name, security, false, kThen + static_cast<FileTime>(name.size()));
   };
   HiveKey& values = add(*hive->root, u"Values");
-  values.values = {
+  values.Values() = {
       {u"zuletzt", win32::REG_SZ, RegistryText(u"text")}, {u"", win32::REG_SZ, Bytes{'x', 0}}, {u"名前", 0x12345, {}}};
   for (const std::size_t size : {4U, 5U, 16344U, 16345U, 32689U})
-    values.values.push_back({u"size " + Utf16(std::to_string(size)), win32::REG_BINARY, Pattern(size)});
+    values.Values().push_back({u"size " + Utf16(std::to_string(size)), win32::REG_BINARY, Pattern(size)});
   HiveKey& names = add(*hive->root, u"abcd_äöüß", u"O:BAG:SYD:(A;;KA;;;BA)");
   names.className = u"Klasse";
   names.accessBits = 3;
@@ -45,7 +45,7 @@ std::shared_ptr<Hive> FullHive(int keys) {
   HiveKey& handle = add(names, u"CurrentLanguage");  // as in every SOFTWARE hive
   handle.flags |= kKeyPredefinedHandle;
   handle.predefinedHandle = 0x80000060;
-  values.values.front().flags = 2;  // a tombstone
+  values.Values().front().flags = 2;  // a tombstone
   add(*hive->root, u"Link").flags |= kKeySymbolicLink;
   HiveKey& many = add(*hive->root, u"Many");
   for (int i = 0; i < keys; ++i) add(many, u"Key " + Utf16(std::to_string(i * 7919 % keys)));
@@ -55,15 +55,16 @@ std::shared_ptr<Hive> FullHive(int keys) {
   return hive;
 }
 
-void ExpectSame(const HiveKey& a, const HiveKey& b) {
-  const auto described = [](const HiveKey& key) {
+void ExpectSame(HiveKey& a, HiveKey& b) {
+  const auto described = [](HiveKey& key) {
     std::vector<std::tuple<std::u16string, DWORD, Bytes, unsigned>> values;
-    for (const RegistryValue& value : key.values) values.emplace_back(value.name, value.type, value.data, value.flags);
+    for (const RegistryValue& value : key.Values())
+      values.emplace_back(value.name, value.type, value.data, value.flags);
     return std::tuple(key.name, key.flags & ~kKeyCompressedName, key.lastWrite, key.className, key.accessBits,
-                      key.virtualization, key.predefinedHandle, *key.security, values, key.children.size());
+                      key.virtualization, key.predefinedHandle, *key.security, values, key.Children().size());
   };
   ASSERT_TRUE(described(a) == described(b)) << Utf8(a.name);
-  for (std::size_t i = 0; i < a.children.size(); ++i) ExpectSame(*a.children[i], *b.children[i]);
+  for (std::size_t i = 0; i < a.Children().size(); ++i) ExpectSame(*a.Children()[i], *b.Children()[i]);
 }
 
 void FixChecksum(Bytes& file) { StoreLittleEndian(std::span(file), regf::kChecksum, regf::Checksum(file.data())); }
@@ -88,7 +89,7 @@ TEST(Hive, WhatIsWrittenIsReadBack) {
   std::string error;
   const auto oldHive = ReadHive(old, kUpper, error);
   ASSERT_TRUE(oldHive) << error;
-  oldHive->root->values = hive->root->Child(u"VALUES")->values;
+  oldHive->root->Values() = hive->root->Child(u"VALUES")->Values();
   expectReadBack(*oldHive);
   const Bytes written = WriteHive(*oldHive, kThen);
   EXPECT_TRUE(written[128] == 0xA5 && written[regf::kMinor] == 3);
@@ -181,7 +182,7 @@ TEST(Hive, ADirtyOneIsRecoveredFromItsLogs) {
   EXPECT_EQ(Marvin32(Bytes{0xAB, 0x42, 0x7E, 0xA8, 0xD1, 0x0F, 0xC7}, 0x4FB61A001BDBCC), 0xE11847E4F0678C41);
   const auto hive = FullHive(40);
   const Bytes first = WriteHive(*hive, kThen);
-  hive->root->values = {{u"later", win32::REG_BINARY, Pattern(9000)}};
+  hive->root->Values() = {{u"later", win32::REG_BINARY, Pattern(9000)}};
   const Bytes second = WriteHive(*hive, kThen);
   hive->RemoveKey(*hive->root->Child(u"MANY"), kThen);
   const Bytes third = WriteHive(*hive, kThen);

@@ -5,6 +5,7 @@
 #include <cstring>
 #include <memory>
 #include <string_view>
+#include <utility>
 
 #include "win32/emulated/registry/hive.h"
 #include "win32/emulated/registry/hive_file.h"
@@ -28,9 +29,9 @@ std::vector<emulated::RegistryValue> MountedDevices(emulated::Volume& volume) {
       volume.LookupPath(std::u16string(kFolder) + u"\\" + std::u16string(kName), place.file) != 0 ||
       emulated::ReadHiveFile(volume, place, content, ignored) != 0)
     return {};
-  const auto hive = emulated::ReadHive(content, std::make_shared<const emulated::UpCase>(volume), ignored);
+  const auto hive = emulated::ReadHive(std::move(content), std::make_shared<const emulated::UpCase>(volume), ignored);
   const auto key = hive ? hive->root->Child(u"MOUNTEDDEVICES") : nullptr;
-  return key ? key->values : std::vector<emulated::RegistryValue>();
+  return key ? key->Values() : std::vector<emulated::RegistryValue>();
 }
 
 // "C:" for a partition that one of them calls so.

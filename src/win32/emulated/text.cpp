@@ -15,6 +15,8 @@ void AppendUtf8(std::string& to, char32_t c) {
   for (int i = more - 1; i >= 0; --i) to += static_cast<char>(0x80 | ((c >> (6 * i)) & 0x3F));
 }
 
+char16_t LowerAscii(char16_t unit) { return unit >= u'A' && unit <= u'Z' ? static_cast<char16_t>(unit + 32) : unit; }
+
 }  // namespace
 
 std::string Utf8(std::u16string_view text) {
@@ -69,13 +71,15 @@ std::u16string Utf16(std::string_view text) {
 
 std::u16string LowerAscii(std::u16string_view text) {
   std::u16string lower(text);
-  for (char16_t& unit : lower)
-    if (unit >= u'A' && unit <= u'Z') unit = static_cast<char16_t>(unit + 32);
+  for (char16_t& unit : lower) unit = LowerAscii(unit);
   return lower;
 }
 
 bool EqualAsciiNoCase(std::u16string_view a, std::u16string_view b) {
-  return a.size() == b.size() && LowerAscii(a) == LowerAscii(b);
+  if (a.size() != b.size()) return false;
+  for (std::size_t i = 0; i < a.size(); ++i)
+    if (a[i] != b[i] && LowerAscii(a[i]) != LowerAscii(b[i])) return false;
+  return true;
 }
 
 bool StartsWithAsciiNoCase(std::u16string_view text, std::u16string_view prefix) {

@@ -103,7 +103,11 @@ bool IsLegalComponent(std::u16string_view name) {
 DosDevice DosDeviceOf(std::u16string_view path) {
   if (IsLiteral(path) || path.starts_with(kDevicePrefix)) return DosDevice::None;
   if (HasDrive(path)) path.remove_prefix(2);
-  std::u16string_view name = path.substr(path.find_last_of(u"\\/") + 1);  // the whole path without a separator
+  std::size_t start = path.size();
+  while (start > 0 && !IsSeparator(path[start - 1])) --start;
+  std::u16string_view name = path.substr(start);
+  constexpr std::u16string_view kInitials = u"NCPALncpal";
+  if (name.empty() || kInitials.find(name.front()) == kInitials.npos) return DosDevice::None;
   name = name.substr(0, name.find_first_of(u".:"));
   while (name.ends_with(u' ')) name.remove_suffix(1);
   if (name.size() < 3 || name.size() > 4) return DosDevice::None;

@@ -17,18 +17,10 @@ char16_t SimpleUpper(char16_t unit) {
   return unit == 0xFF ? u'\x178' : unit;
 }
 
-auto ChildPlace(const HiveKey& key, std::u16string_view upperName) {
+auto ChildPlace(HiveKey& key, std::u16string_view upperName) {
   return std::lower_bound(
-      key.children.begin(), key.children.end(), upperName,
+      key.Children().begin(), key.Children().end(), upperName,
       [](const std::shared_ptr<HiveKey>& child, std::u16string_view name) { return child->upperName < name; });
-}
-
-void Detach(HiveKey& key) {
-  for (const auto& child : key.children) Detach(*child);
-  key.children.clear();
-  key.deleted = true;
-  key.parent = nullptr;
-  key.hive = nullptr;
 }
 
 }  // namespace
@@ -86,13 +78,22 @@ std::vector<std::u16string> MultiText(const RegistryValue& value) {
   return texts;
 }
 
-std::shared_ptr<HiveKey> HiveKey::Child(std::u16string_view upper) const {
+void HiveKey::Detach() {
+  unread_ = 0;
+  for (const auto& child : children_) child->Detach();
+  children_.clear();
+  deleted = true;
+  parent = nullptr;
+  hive = nullptr;
+}
+
+std::shared_ptr<HiveKey> HiveKey::Child(std::u16string_view upper) {
   const auto place = ChildPlace(*this, upper);
-  return place != children.end() && (*place)->upperName == upper ? *place : nullptr;
+  return place != children_.end() && (*place)->upperName == upper ? *place : nullptr;
 }
 
 RegistryValue* HiveKey::Value(std::u16string_view valueName, const UpCase& upCase) {
-  for (RegistryValue& value : values) {
+  for (RegistryValue& value : Values()) {
     if (value.name.size() == valueName.size() &&
         std::equal(value.name.begin(), value.name.end(), valueName.begin(),
                    [&](char16_t a, char16_t b) { return upCase(a) == upCase(b); }))
@@ -112,7 +113,7 @@ std::shared_ptr<HiveKey> Hive::AddKey(HiveKey& parent, std::u16string_view name,
   key->parent = &parent;
   key->hive = this;
   const auto place = ChildPlace(parent, key->upperName);
-  parent.children.insert(place, key);
+  parent.Children().insert(place, key);
   parent.lastWrite = now;
   if (!isVolatile) dirty = true;
   return key;
@@ -126,8 +127,8 @@ void Hive::RemoveKey(HiveKey& key, FileTime now) {
   const auto place = ChildPlace(*parent, key.upperName);
   // `key` may live in this list alone.
   const std::shared_ptr<HiveKey> kept = *place;  // NOLINT(performance-unnecessary-copy-initialization)
-  parent->children.erase(place);
-  Detach(*kept);
+  parent->Children().erase(place);
+  kept->Detach();
 }
 
 void Hive::Touch(HiveKey& key, FileTime now) {
@@ -136,7 +137,7 @@ void Hive::Touch(HiveKey& key, FileTime now) {
 }
 
 void Hive::Abandon() {
-  if (root) Detach(*root);
+  if (root) root->Detach();
 }
 
 std::uint32_t NameHash(std::u16string_view upperName) {

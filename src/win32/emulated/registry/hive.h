@@ -1,6 +1,7 @@
 // A registry hive: the tree in memory, and the regf file format that it is read from and written to.
 //
-// A file is read whole and written whole as a fresh, compact file; nothing is edited in place. What is kept of a key
+// A file is checked whole when it is read; its keys are made when they are asked for. It is written whole as a fresh,
+// compact file; nothing is edited in place. What is kept of a key
 // that is not understood here: flags, access bits, class name, time stamp, security descriptor, types and bytes of
 // values; and of the file: its base block (GUIDs, version, file name) but for the fields that count or check.
 #pragma once
@@ -16,6 +17,7 @@
 
 namespace emulated {
 
+class HiveSource;  // hive_reader.cpp: the bytes of a hive's file
 class Volume;
 struct Hive;
 
@@ -64,9 +66,7 @@ struct HiveKey {
   std::uint32_t predefinedHandle = 0;  // kept: of a key that stands for a handle, which has no values of its own
   FileTime lastWrite = 0;
   std::u16string className;
-  std::shared_ptr<const Bytes> security;           // a self-relative descriptor; keys with equal ones may share it
-  std::vector<RegistryValue> values;               // in the order they were set
-  std::vector<std::shared_ptr<HiveKey>> children;  // by upperName
+  std::shared_ptr<const Bytes> security;  // a self-relative descriptor; keys with equal ones may share it
   HiveKey* parent = nullptr;
   Hive* hive = nullptr;           // null once the key is deleted or its hive unloaded
   std::shared_ptr<Hive> mounted;  // the hive that is loaded here; its root stands for this key
@@ -75,16 +75,37 @@ struct HiveKey {
   bool IsVolatile() const { return (flags & kKeyVolatile) != 0; }
   bool IsLink() const { return (flags & kKeySymbolicLink) != 0; }
 
+  // In the order they were set.
+  std::vector<RegistryValue>& Values() {
+    ReadContents();
+    return values_;
+  }
+  // By upperName.
+  std::vector<std::shared_ptr<HiveKey>>& Children() {
+    ReadContents();
+    return children_;
+  }
   // Null when there is none.
-  std::shared_ptr<HiveKey> Child(std::u16string_view upperName) const;
+  std::shared_ptr<HiveKey> Child(std::u16string_view upperName);
   // The value of the name, in any case; null when there is none.
   RegistryValue* Value(std::u16string_view name, const UpCase& upCase);
+  // It is no longer of its hive, nor is what is below it. (What nobody has asked for of it is never read then.)
+  void Detach();
+
+ private:
+  friend class HiveSource;
+  void ReadContents();
+
+  std::uint32_t unread_ = 0;  // where its record is in the hive's file, until values and children have been read
+  std::vector<RegistryValue> values_;
+  std::vector<std::shared_ptr<HiveKey>> children_;
 };
 
 struct Hive {
   Bytes baseBlock;  // 4096 bytes as read
   std::shared_ptr<HiveKey> root;
   std::shared_ptr<const UpCase> upCase;
+  std::shared_ptr<HiveSource> source;  // what keys are read from; null for a hive that is all in memory
   bool dirty = false;
 
   // Adds a key without values; the name must be free. The descriptor is the caller's to choose.
@@ -101,8 +122,9 @@ struct Hive {
 // Reads a hive file. Null and one line in `error` for a file that is damaged in any way, is dirty (its two sequence
 // numbers differ: changes are in log files that nobody replays here) or is of a version that is not known (1.3 to 1.6
 // are).
-std::shared_ptr<Hive> ReadHive(ByteView file, std::shared_ptr<const UpCase> upCase, std::string& error);
-// The hive as a file; volatile keys are left out. The base block's sequence numbers go on.
+std::shared_ptr<Hive> ReadHive(Bytes file, std::shared_ptr<const UpCase> upCase, std::string& error);
+// The hive as a file; volatile keys are left out. The base block's sequence numbers go on. All of it has been read
+// then.
 Bytes WriteHive(const Hive& hive, FileTime now);
 // An empty hive whose root has this name.
 std::shared_ptr<Hive> NewHive(std::u16string_view rootName, std::shared_ptr<const Bytes> security,

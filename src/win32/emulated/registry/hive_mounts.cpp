@@ -63,7 +63,7 @@ DWORD Registry::ReadMount(Mount& mount, std::u16string_view name, bool create, s
   Bytes content;
   const HivePlace place{mount.file->directory, mount.file->name, mount.file->file};
   if (const DWORD code = ReadHiveFile(volume, place, content, error)) return code;
-  mount.hive = ReadHive(content, state_->upCase, error);
+  mount.hive = ReadHive(std::move(content), state_->upCase, error);
   return mount.hive ? win32::ERROR_SUCCESS : kBadDatabase;
 }
 
@@ -78,6 +78,7 @@ DWORD Registry::WriteMount(Mount& mount) {
   mount.hive->baseBlock.assign(content.begin(),
                                content.begin() + static_cast<std::ptrdiff_t>(mount.hive->baseBlock.size()));
   mount.hive->dirty = false;
+  mount.hive->source.reset();  // all of it has been read to be written
   FileTimes times;
   times.lastWrite = times.change = now;
   return volume.SetTimes(file, times);

@@ -21,9 +21,9 @@ Bytes NameBytes(std::u16string_view name) {
   return bytes;
 }
 
-std::vector<const HiveKey*> StableChildren(const HiveKey& key) {
-  std::vector<const HiveKey*> children;
-  for (const auto& child : key.children)
+std::vector<HiveKey*> StableChildren(HiveKey& key) {
+  std::vector<HiveKey*> children;
+  for (const auto& child : key.Children())
     if (!child->IsVolatile()) children.push_back(child.get());
   return children;
 }
@@ -68,13 +68,13 @@ class HiveWriter {
     return offset;
   }
 
-  void CountDescriptors(const HiveKey& key);
+  void CountDescriptors(HiveKey& key);
   void WriteDescriptors();
-  void WriteKey(const HiveKey& key, Offset offset, Offset parent);
-  Offset WriteValues(const HiveKey& key);
+  void WriteKey(HiveKey& key, Offset offset, Offset parent);
+  Offset WriteValues(HiveKey& key);
   Offset WriteData(ByteView data);
-  Offset WriteList(const std::vector<const HiveKey*>& keys, const std::vector<Offset>& offsets);
-  Offset WriteLeaf(const std::vector<const HiveKey*>& keys, const std::vector<Offset>& offsets, std::size_t first,
+  Offset WriteList(const std::vector<HiveKey*>& keys, const std::vector<Offset>& offsets);
+  Offset WriteLeaf(const std::vector<HiveKey*>& keys, const std::vector<Offset>& offsets, std::size_t first,
                    std::size_t count);
   Bytes Assemble(const Hive& hive, Offset root, FileTime now) const;
 
@@ -109,9 +109,9 @@ void HiveWriter::CloseBin() {
   next_ = binEnd_;
 }
 
-void HiveWriter::CountDescriptors(const HiveKey& key) {
+void HiveWriter::CountDescriptors(HiveKey& key) {
   ++descriptors_[*key.security].references;
-  for (const HiveKey* child : StableChildren(key)) CountDescriptors(*child);
+  for (HiveKey* const child : StableChildren(key)) CountDescriptors(*child);
 }
 
 void HiveWriter::WriteDescriptors() {
@@ -130,7 +130,7 @@ void HiveWriter::WriteDescriptors() {
   }
 }
 
-void HiveWriter::WriteKey(const HiveKey& key, Offset offset, Offset parent) {
+void HiveWriter::WriteKey(HiveKey& key, Offset offset, Offset parent) {
   const Bytes name = NameBytes(key.name);
   PutBytes(offset, 0, Bytes{'n', 'k'});
   Put<std::uint16_t>(offset, kNodeFlags,
@@ -154,21 +154,21 @@ void HiveWriter::WriteKey(const HiveKey& key, Offset offset, Offset parent) {
   }
 
   std::size_t longestName = 0, longestData = 0, longestSubKey = 0, longestClass = 0;
-  for (const RegistryValue& value : key.values) {
+  for (const RegistryValue& value : key.Values()) {
     longestName = std::max(longestName, value.name.size() * 2);
     longestData = std::max(longestData, value.data.size());
   }
-  const Offset values = key.values.empty() ? kNone : WriteValues(key);
+  const Offset values = key.Values().empty() ? kNone : WriteValues(key);
   Put<std::uint32_t>(
       offset, kNodeValues,
-      key.flags & kKeyPredefinedHandle ? key.predefinedHandle : static_cast<std::uint32_t>(key.values.size()));
+      key.flags & kKeyPredefinedHandle ? key.predefinedHandle : static_cast<std::uint32_t>(key.Values().size()));
   Put(offset, kNodeValueList, values);
   Put<std::uint32_t>(offset, kNodeLongestValueName, static_cast<std::uint32_t>(longestName));
   Put<std::uint32_t>(offset, kNodeLongestValue, static_cast<std::uint32_t>(longestData));
 
-  const std::vector<const HiveKey*> children = StableChildren(key);
+  const std::vector<HiveKey*> children = StableChildren(key);
   std::vector<Offset> offsets;
-  for (const HiveKey* child : children) {
+  for (HiveKey* const child : children) {
     longestSubKey = std::max(longestSubKey, child->name.size() * 2);
     longestClass = std::max(longestClass, child->className.size() * 2);
     offsets.push_back(Reserve(kNodeName + NameBytes(child->name).size()));
@@ -181,10 +181,10 @@ void HiveWriter::WriteKey(const HiveKey& key, Offset offset, Offset parent) {
   Put<std::uint32_t>(offset, kNodeLongestClass, static_cast<std::uint32_t>(longestClass));
 }
 
-HiveWriter::Offset HiveWriter::WriteValues(const HiveKey& key) {
-  const Offset list = Reserve(key.values.size() * 4);
-  for (std::size_t i = 0; i < key.values.size(); ++i) {
-    const RegistryValue& value = key.values[i];
+HiveWriter::Offset HiveWriter::WriteValues(HiveKey& key) {
+  const Offset list = Reserve(key.Values().size() * 4);
+  for (std::size_t i = 0; i < key.Values().size(); ++i) {
+    const RegistryValue& value = key.Values()[i];
     const Bytes name = NameBytes(value.name);
     const Offset offset = Reserve(kValueName + name.size());
     PutBytes(offset, 0, Bytes{'v', 'k'});
@@ -225,7 +225,7 @@ HiveWriter::Offset HiveWriter::WriteData(ByteView data) {
   return record;
 }
 
-HiveWriter::Offset HiveWriter::WriteList(const std::vector<const HiveKey*>& keys, const std::vector<Offset>& offsets) {
+HiveWriter::Offset HiveWriter::WriteList(const std::vector<HiveKey*>& keys, const std::vector<Offset>& offsets) {
   if (keys.size() <= kLongestList) return WriteLeaf(keys, offsets, 0, keys.size());
   const std::size_t count = (keys.size() + kLongestList - 1) / kLongestList;
   const Offset root = Reserve(4 + count * 4);
@@ -239,7 +239,7 @@ HiveWriter::Offset HiveWriter::WriteList(const std::vector<const HiveKey*>& keys
   return root;
 }
 
-HiveWriter::Offset HiveWriter::WriteLeaf(const std::vector<const HiveKey*>& keys, const std::vector<Offset>& offsets,
+HiveWriter::Offset HiveWriter::WriteLeaf(const std::vector<HiveKey*>& keys, const std::vector<Offset>& offsets,
                                          std::size_t first, std::size_t count) {
   const bool hashes = minor_ >= kMinorWithHashes;
   const Offset leaf = Reserve(4 + count * 8);

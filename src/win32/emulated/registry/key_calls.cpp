@@ -157,7 +157,8 @@ DWORD DeleteKey(HKEY handle, const char16_t* subKey) {
   if (!place.key) return win32::ERROR_FILE_NOT_FOUND;
   const bool isRoot =
       !place.key->parent || place.path.find(u'\\') == place.path.npos;  // of a hive, or MACHINE and USER
-  if (isRoot || !place.key->children.empty() || !MayOnKey(*place.key, win32::DELETE)) return win32::ERROR_ACCESS_DENIED;
+  if (isRoot || !place.key->Children().empty() || !MayOnKey(*place.key, win32::DELETE))
+    return win32::ERROR_ACCESS_DENIED;
   place.key->hive->RemoveKey(*place.key, Machine::Current().Now());
   return win32::ERROR_SUCCESS;
 }
@@ -247,23 +248,23 @@ LSTATUS RegQueryInfoKeyW(HKEY hKey, char16_t* lpClass, DWORD* lpcchClass, DWORD*
   if (lpReserved || (lpClass && !lpcchClass)) return call.Code(ERROR_INVALID_PARAMETER);
   KeyArgument argument;
   if (const DWORD error = FindKey(hKey, KEY_QUERY_VALUE, argument)) return call.Code(error);
-  const HiveKey& key = *argument.key;
+  HiveKey& key = *argument.key;
   std::size_t subKey = 0, className = 0, valueName = 0, data = 0;
-  for (const auto& child : key.children) {
+  for (const auto& child : key.Children()) {
     subKey = std::max(subKey, child->name.size());
     className = std::max(className, (child->mounted ? child->mounted->root : child)->className.size());
   }
-  for (const RegistryValue& value : key.values) {
+  for (const RegistryValue& value : key.Values()) {
     valueName = std::max(valueName, value.name.size());
     data = std::max(data, value.data.size());
   }
   const auto give = [](DWORD* to, std::size_t number) {
     if (to) *to = static_cast<DWORD>(number);
   };
-  give(lpcSubKeys, key.children.size());
+  give(lpcSubKeys, key.Children().size());
   give(lpcbMaxSubKeyLen, subKey);
   give(lpcbMaxClassLen, className);
-  give(lpcValues, key.values.size());
+  give(lpcValues, key.Values().size());
   give(lpcbMaxValueNameLen, valueName);
   give(lpcbMaxValueLen, data);
   give(lpcbSecurityDescriptor, key.security->size());
@@ -280,8 +281,8 @@ LSTATUS RegEnumKeyExW(HKEY hKey, DWORD dwIndex, char16_t* lpName, DWORD* lpcchNa
   if (!lpName || !lpcchName || lpReserved || (lpClass && !lpcchClass)) return call.Code(ERROR_INVALID_PARAMETER);
   KeyArgument argument;
   if (const DWORD error = FindKey(hKey, KEY_ENUMERATE_SUB_KEYS, argument)) return call.Code(error);
-  if (dwIndex >= argument.key->children.size()) return call.Code(ERROR_NO_MORE_ITEMS);
-  const HiveKey& child = *argument.key->children[dwIndex];
+  if (dwIndex >= argument.key->Children().size()) return call.Code(ERROR_NO_MORE_ITEMS);
+  const HiveKey& child = *argument.key->Children()[dwIndex];
   const HiveKey& content = child.mounted ? *child.mounted->root : child;
   if (!CopyText(child.name, lpName, lpcchName)) return call.Code(ERROR_MORE_DATA);
   if (lpClass && !CopyText(content.className, lpClass, lpcchClass)) return call.Code(ERROR_MORE_DATA);

@@ -161,13 +161,13 @@ std::optional<RegistryValue> Registry::Query(std::u16string_view path, std::u16s
 
 std::vector<RegistryValue> Registry::Values(std::u16string_view path) {
   const auto key = Find(path);
-  return key ? key->values : std::vector<RegistryValue>();
+  return key ? key->Values() : std::vector<RegistryValue>();
 }
 
 std::vector<std::u16string> Registry::SubKeys(std::u16string_view path) {
   std::vector<std::u16string> names;
   if (const auto key = Find(path))
-    for (const auto& child : key->children) names.push_back(child->name);
+    for (const auto& child : key->Children()) names.push_back(child->name);
   return names;
 }
 
@@ -175,7 +175,7 @@ void Registry::Set(std::u16string_view path, std::u16string_view value, DWORD ty
   const auto key = FindOrCreate(path);
   if (!key) return;
   RegistryValue* found = key->Value(value, upCase());
-  if (!found) found = &key->values.emplace_back(RegistryValue{std::u16string(value), 0, {}});
+  if (!found) found = &key->Values().emplace_back(RegistryValue{std::u16string(value), 0, {}});
   found->type = type;
   found->data.assign(data.begin(), data.end());
   key->hive->Touch(*key, state_->machine.Now());
@@ -206,7 +206,7 @@ bool Registry::DeleteValue(std::u16string_view path, std::u16string_view value) 
   const auto key = Find(path);
   RegistryValue* const found = key ? key->Value(value, upCase()) : nullptr;
   if (!found) return false;
-  key->values.erase(key->values.begin() + (found - key->values.data()));
+  key->Values().erase(key->Values().begin() + (found - key->Values().data()));
   key->hive->Touch(*key, state_->machine.Now());
   return true;
 }
@@ -247,7 +247,7 @@ void Registry::SelectControlSet() {
   link->flags |= kKeySymbolicLink;
   Bytes target = RegistryText(u"\\REGISTRY\\Machine\\SYSTEM\\ControlSet" + digits);
   target.resize(target.size() - 2);  // links are stored without a terminator
-  link->values = {{std::u16string(kLinkValue), win32::REG_LINK, std::move(target)}};
+  link->Values() = {{std::u16string(kLinkValue), win32::REG_LINK, std::move(target)}};
 }
 
 std::u16string ExpandSystemVariables(Registry& registry, std::u16string_view text) {

@@ -67,7 +67,7 @@ DWORD SetValue(win32::HKEY handle, std::u16string_view name, DWORD type, const w
   if (key.IsLink() && (type != win32::REG_LINK || upCase(name) != upCase(kLinkValue)))
     return win32::ERROR_ACCESS_DENIED;
   RegistryValue* value = key.Value(name, upCase);
-  if (!value) value = &key.values.emplace_back(RegistryValue{std::u16string(name), type, {}});
+  if (!value) value = &key.Values().emplace_back(RegistryValue{std::u16string(name), type, {}});
   const ByteView bytes(data, SizeWithTerminator(type, data, size));
   value->type = type;
   value->data.assign(bytes.begin(), bytes.end());
@@ -101,8 +101,8 @@ LSTATUS RegEnumValueW(HKEY hKey, DWORD dwIndex, char16_t* lpValueName, DWORD* lp
   if (!lpValueName || !lpcchValueName || lpReserved || (lpData && !lpcbData)) return call.Code(ERROR_INVALID_PARAMETER);
   KeyArgument argument;
   if (const DWORD error = FindKey(hKey, KEY_QUERY_VALUE, argument)) return call.Code(error);
-  if (dwIndex >= argument.key->values.size()) return call.Code(ERROR_NO_MORE_ITEMS);
-  const RegistryValue& value = argument.key->values[dwIndex];
+  if (dwIndex >= argument.key->Values().size()) return call.Code(ERROR_NO_MORE_ITEMS);
+  const RegistryValue& value = argument.key->Values()[dwIndex];
   if (value.name.size() >= *lpcchValueName) {
     GiveData(value, lpType, nullptr, lpcbData);
     return call.Code(ERROR_MORE_DATA);
@@ -129,7 +129,7 @@ LSTATUS RegDeleteValueW(HKEY hKey, const char16_t* lpValueName) {
   HiveKey& key = *argument.key;
   const RegistryValue* const value = key.Value(NameOf(lpValueName), machine.registry().upCase());
   if (!value) return call.Code(ERROR_FILE_NOT_FOUND);
-  key.values.erase(key.values.begin() + (value - key.values.data()));
+  key.Values().erase(key.Values().begin() + (value - key.Values().data()));
   key.hive->Touch(key, machine.Now());
   return call.Code(ERROR_SUCCESS);
 }

@@ -72,7 +72,15 @@ constexpr win32::DWORD kLogonId = 0xC0000000;  // SE_GROUP_LOGON_ID
 constexpr std::u16string_view kAdministrators = u"S-1-5-32-544";
 constexpr std::u16string_view kLocalSystem = u"S-1-5-18";
 
-bool Equal(ByteView a, ByteView b) { return a.size() == b.size() && std::memcmp(a.data(), b.data(), a.size()) == 0; }
+// SIDs of a length mostly differ in their last number: that is looked at first.
+bool Equal(ByteView a, ByteView b) {
+  if (a.size() != b.size()) return false;
+  constexpr std::size_t kNumber = 4;
+  if (a.size() >= kNumber &&
+      LoadLittleEndian<std::uint32_t>(a, a.size() - kNumber) != LoadLittleEndian<std::uint32_t>(b, b.size() - kNumber))
+    return false;
+  return std::memcmp(a.data(), b.data(), a.size()) == 0;
+}
 
 // The account domain's "Domain Users" or a computer's "None": the usual primary group of a user.
 Sid PrimaryGroupOf(const Sid& user) {

@@ -64,13 +64,13 @@ void SetText(const Hive& hive, HiveKey& key, std::u16string_view name, std::u16s
     known->type = type;
     known->data = RegistryText(text);
   } else {
-    key.values.push_back({std::u16string(name), type, RegistryText(text)});
+    key.Values().push_back({std::u16string(name), type, RegistryText(text)});
   }
 }
 
 // What a key inherits follows its parent's descriptor; its own entries stay, and a protected one stays as it is.
 void InheritAnew(HiveKey& key) {
-  for (const auto& child : key.children) {
+  for (const auto& child : key.Children()) {
     Bytes security = Reinherit(*child->security, *key.security, true, kKeyMapping);
     if (!security.empty() && security != *child->security)
       child->security = std::make_shared<const Bytes>(std::move(security));
@@ -81,7 +81,7 @@ void InheritAnew(HiveKey& key) {
 // As the shell does at a logon: what the settings say of the profile, with the profile's path.
 void PointShellFoldersTo(Hive& hive, std::u16string_view home, FileTime now) {
   HiveKey& paths = KeyAt(hive, kShellFoldersKey, now);
-  for (const RegistryValue& setting : KeyAt(hive, kUserShellFoldersKey, now).values) {
+  for (const RegistryValue& setting : KeyAt(hive, kUserShellFoldersKey, now).Values()) {
     const std::u16string text = setting.Text();
     if ((setting.type == REG_SZ || setting.type == REG_EXPAND_SZ) && StartsWithAsciiNoCase(text, kProfileVariable))
       SetText(hive, paths, setting.name, std::u16string(home) + text.substr(kProfileVariable.size()), REG_SZ);
@@ -110,7 +110,7 @@ Bytes UserHive(std::u16string_view home, FileTime now, std::u16string_view sid, 
 std::optional<Bytes> UserHiveFromDefault(ByteView defaultHive, const UpCase& upCase, std::u16string_view home,
                                          std::u16string_view sid, FileTime now) {
   std::string error;
-  const auto hive = ReadHive(defaultHive, std::make_shared<const UpCase>(upCase), error);
+  const auto hive = ReadHive({defaultHive.begin(), defaultHive.end()}, std::make_shared<const UpCase>(upCase), error);
   if (!hive) return std::nullopt;
   hive->root->security = RootSecurity(sid);
   InheritAnew(*hive->root);

@@ -44,19 +44,6 @@ std::map<std::uint64_t, Bytes> PendingIn(const std::filesystem::path& file, cons
 
 }  // namespace
 
-bool SourceFile::ReadAt(std::uint64_t offset, std::span<std::uint8_t> to) const {
-  if (!file.ReadAt(offset, to)) return false;
-  auto change = pending.upper_bound(offset);
-  if (change != pending.begin()) --change;
-  for (; change != pending.end() && change->first < offset + to.size(); ++change) {
-    const std::uint64_t first = std::max(offset, change->first);
-    const std::uint64_t end = std::min(offset + to.size(), change->first + change->second.size());
-    if (first < end)
-      std::memcpy(to.data() + (first - offset), change->second.data() + (first - change->first), end - first);
-  }
-  return true;
-}
-
 std::size_t Image::ChunkLength(std::uint64_t chunk) const {
   return static_cast<std::size_t>(std::min<std::uint64_t>(kChunk, size_ - chunk * kChunk));
 }
@@ -67,10 +54,10 @@ bool Image::Read(std::uint64_t offset, std::span<std::uint8_t> to) {
     std::uint64_t chunk = offset / kChunk;
     const std::size_t inside = offset % kChunk;
     std::size_t length = std::min(to.size(), kChunk - inside);
-    if (const auto held = held_.find(chunk); held != held_.end()) {
-      std::memcpy(to.data(), held->second->data() + inside, length);
+    if (const auto held = held_.Find(chunk)) {
+      if (!held_.Read(*held, inside, to.first(length))) return false;
     } else {
-      while (length < to.size() && !held_.contains(++chunk)) length = std::min(to.size(), length + kChunk);
+      while (length < to.size() && !held_.Find(++chunk)) length = std::min(to.size(), length + kChunk);
       if (!ReadUnder(offset, to.first(length))) return false;
     }
     to = to.subspan(length);
@@ -99,83 +86,78 @@ bool Image::Write(std::uint64_t offset, ByteView from) {
 
 // Writing what is there already changes nothing.
 bool Image::WriteHeld(std::uint64_t chunk, std::size_t inside, ByteView from) {
-  if (const auto held = held_.find(chunk); held != held_.end()) {
-    std::ranges::copy(from, held->second->begin() + static_cast<std::ptrdiff_t>(inside));
-    return true;
-  }
-  auto copy = std::make_unique<Chunk>();
-  if (!ReadUnder(chunk * kChunk, std::span(*copy).first(ChunkLength(chunk)))) return false;
-  if (std::memcmp(copy->data() + inside, from.data(), from.size()) == 0) return true;
-  std::ranges::copy(from, copy->begin() + static_cast<std::ptrdiff_t>(inside));
-  held_.emplace(chunk, std::move(copy));
-  return true;
+  if (const auto held = held_.Find(chunk)) return held_.Write(*held, inside, from);
+  Chunk copy{};
+  if (!ReadUnder(chunk * kChunk, std::span(copy).first(ChunkLength(chunk)))) return false;
+  if (std::memcmp(copy.data() + inside, from.data(), from.size()) == 0) return true;
+  std::memcpy(copy.data() + inside, from.data(), from.size());
+  return held_.Add(chunk, copy);
 }
 
-void Image::AddHeldTo(JournalWriter& journal, const std::string& name) const {
-  std::vector<std::uint64_t> chunks;
-  for (const auto& [chunk, bytes] : held_) chunks.push_back(chunk);
-  std::ranges::sort(chunks);
-  for (const std::uint64_t chunk : chunks) {
-    journal.Add(name, chunk * kChunk, ByteView(*held_.at(chunk)).first(ChunkLength(chunk)));
+bool Image::AddHeldTo(JournalWriter& journal, const std::string& name) {
+  Chunk bytes;
+  for (const std::uint64_t chunk : held_.InOrder()) {
+    if (!held_.Read(*held_.Find(chunk), 0, bytes)) return false;
+    journal.Add(name, chunk * kChunk, ByteView(bytes).first(ChunkLength(chunk)));
   }
+  return true;
 }
 
 std::unique_ptr<LiveImage> LiveImage::Open(const std::filesystem::path& folder, const std::string& name,
                                            std::string& error, const JournalContent* left) {
   auto image = std::make_unique<LiveImage>();
   image->isOnlyRead_ = left != nullptr;
+  if (!image->isOnlyRead_) image->held_.MayUse(folder);
   image->name_ = name;
   image->file_ = {OpenSized(folder / name, left ? O_RDONLY : O_RDWR, image->size_, error),
                   PendingIn(folder / name, left)};
   if (!image->file_.file) return nullptr;
-  if (!image->FindFreeChunks(error)) {
+  if (!image->FindFreeClusters(error)) {
     error = Problem(folder / name, error);
     return nullptr;
   }
   return image;
 }
 
-bool LiveImage::FindFreeChunks(std::string& error) {
-  isFree_.assign(static_cast<std::size_t>((size_ + kChunk - 1) / kChunk), false);
-  Bytes bitmap;
-  std::uint32_t clusterSize = 0;
-  if (const win32::DWORD failure = ntfs::ReadClusterBitmap(*this, bitmap, clusterSize)) {
-    error = WhyNotMounted(*this, failure);
-    return false;
-  }
-  for (std::uint64_t chunk = 0; chunk < isFree_.size(); ++chunk) {
-    const std::uint64_t last = (chunk * kChunk + ChunkLength(chunk) - 1) / clusterSize;
-    bool isFree = last / 8 < bitmap.size();
-    for (std::uint64_t cluster = chunk * kChunk / clusterSize; isFree && cluster <= last; ++cluster) {
-      isFree = (bitmap[cluster / 8] >> (cluster % 8) & 1) == 0;
-    }
-    isFree_[chunk] = isFree;
-  }
+bool LiveImage::FindFreeClusters(std::string& error) {
+  const win32::DWORD failure = ntfs::ReadClusterBitmap(*this, clusters_, clusterSize_);
+  if (failure == 0) return true;
+  clusters_.clear();
+  error = WhyNotMounted(*this, failure);
+  return false;
+}
+
+bool LiveImage::MayWriteDirectly(std::uint64_t chunk) const {
+  const std::uint64_t first = chunk * kChunk / clusterSize_;
+  const std::uint64_t last = (chunk * kChunk + ChunkLength(chunk) - 1) / clusterSize_;
   // What the volume does not count as its own (the copy of the boot sector at the end) is nobody's to write directly.
-  const std::uint64_t lastByte = size_ == 0 ? 0 : size_ - 1;
-  if (!isFree_.empty()) isFree_[static_cast<std::size_t>(lastByte / kChunk)] = false;
+  if (last / 8 >= clusters_.size() || chunk == (size_ - 1) / kChunk) return false;
+  for (std::uint64_t cluster = first; cluster <= last; ++cluster)
+    if ((clusters_[cluster / 8] >> (cluster % 8) & 1) != 0) return false;
   return true;
 }
 
 bool LiveImage::WriteDirectly(std::uint64_t offset, ByteView from) {
   hasDirectWrites_ = true;
-  return file_.file.WriteAt(offset, from);
+  return cache_.Write(offset, from);
 }
 
-bool LiveImage::SyncDirect() { return !hasDirectWrites_ || fdatasync(file_.file.get()) == 0; }
+bool LiveImage::SyncDirect() { return !hasDirectWrites_ || (cache_.Flush() && fdatasync(file_.file.get()) == 0); }
 
 bool LiveImage::Committed() {
-  if (!hasDirectWrites_ && held_.empty()) return true;
-  held_.clear();
+  if (!hasDirectWrites_ && held_.IsEmpty()) return true;
+  held_.Clear();
+  cache_.Forget();  // what was held is in the file now
   hasDirectWrites_ = false;
   std::string ignored;
-  return FindFreeChunks(ignored);
+  return FindFreeClusters(ignored);
 }
 
 std::unique_ptr<FrozenImage> FrozenImage::Open(const std::filesystem::path& folder, const std::string& name,
                                                std::string& error, const JournalContent* left) {
   auto image = std::make_unique<FrozenImage>();
   image->isOnlyRead_ = left != nullptr;
+  if (!image->isOnlyRead_) image->held_.MayUse(folder);
   image->image_ = folder / name;
   image->file_.file = OpenSized(image->image_, O_RDONLY, image->size_, error);
   image->aside_.pending = PendingIn(AsideOf(image->image_), left);
@@ -232,7 +214,7 @@ bool FrozenImage::WriteDirectly(std::uint64_t offset, ByteView from) {
     Chunk whole;
     if (length != ChunkLength(chunk) && !ReadUnder(chunk * kChunk, std::span(whole).first(ChunkLength(chunk))))
       return false;
-    std::ranges::copy(from.first(length), whole.begin() + static_cast<std::ptrdiff_t>(inside));
+    std::memcpy(whole.data() + inside, from.data(), length);
     if (!aside_.file.WriteAt(chunk * kChunk, ByteView(whole).first(ChunkLength(chunk)))) return false;
     present_[chunk / 8] = static_cast<std::uint8_t>(present_[chunk / 8] | 1 << (chunk % 8));
     from = from.subspan(length);
@@ -253,17 +235,18 @@ bool FrozenImage::AddAllTo(JournalWriter& journal, const std::string& name) {
   return true;
 }
 
-void FrozenImage::AddTo(JournalWriter& journal) {
+bool FrozenImage::AddTo(JournalWriter& journal) {
   const std::string name = AsideOf(image_).filename().string();
-  AddHeldTo(journal, name);
+  if (!AddHeldTo(journal, name)) return false;
   for (std::size_t at = 0; at < present_.size(); at += kChunk) {
     const ByteView bits = ByteView(present_).subspan(at, kChunk);
     if (!std::ranges::equal(bits, ByteView(committed_).subspan(at, kChunk))) journal.Add(name, BitsOffset() + at, bits);
   }
+  return true;
 }
 
 bool FrozenImage::Committed() {
-  held_.clear();
+  held_.Clear();
   hasDirectWrites_ = false;
   committed_ = present_;
   return true;

@@ -49,7 +49,9 @@ bool ImageFolder::Commit(std::string& error, const ProgressSink& progress) {
     if (!image->SyncDirect()) return failed("the images cannot be written");
   }
   JournalWriter journal(folder_);
-  for (const auto& [name, image] : images_) image->AddTo(journal);
+  for (const auto& [name, image] : images_) {
+    if (!image->AddTo(journal)) return failed("the changes cannot be recorded");
+  }
   if (!journal.IsEmpty()) {
     if (!journal.Finish()) return failed("the changes cannot be recorded");
     Report(CommitStep::kJournalWritten);

@@ -1,29 +1,21 @@
 // The images of a folder on the host's file system.
 #pragma once
 
-#include <array>
 #include <functional>
 #include <map>
-#include <unordered_map>
 
 #include "win32/emulated/storage/block_device.h"
+#include "win32/emulated/storage/chunk_cache.h"
 #include "win32/emulated/storage/file_descriptor.h"
+#include "win32/emulated/storage/held_chunks.h"
 #include "win32/emulated/storage/journal.h"
 
 namespace emulated {
 
-// A file of the folder as it reads with what a journal that was left is still to put into it.
-struct SourceFile {
-  FileDescriptor file;
-  std::map<std::uint64_t, Bytes> pending;  // by offset
-
-  bool ReadAt(std::uint64_t offset, std::span<std::uint8_t> to) const;
-};
-
-// What both kinds of image have: reads and writes by 4 KiB chunks, some of which are held here until the next commit.
+// What both kinds of image have: reads and writes by 4 KiB chunks, some of which are held until the next commit.
 class Image : public BlockDevice {
  public:
-  static constexpr std::size_t kChunk = 4096;
+  static constexpr std::size_t kChunk = ChunkCache::kChunk;
 
   std::uint64_t Size() const override { return size_; }
   bool Read(std::uint64_t offset, std::span<std::uint8_t> to) override;
@@ -31,25 +23,25 @@ class Image : public BlockDevice {
 
   // What has been written straight to the file is safe there.
   virtual bool SyncDirect() = 0;
-  // What is to be in the file after the commit.
-  virtual void AddTo(JournalWriter& journal) = 0;
+  // What is to be in the file after the commit. False when it cannot be read.
+  virtual bool AddTo(JournalWriter& journal) = 0;
   // The journal has been carried out.
   virtual bool Committed() = 0;
 
  protected:
-  using Chunk = std::array<std::uint8_t, kChunk>;
+  using Chunk = ChunkCache::Chunk;
 
   // Part of one chunk, none of which is held.
   virtual bool ReadUnder(std::uint64_t offset, std::span<std::uint8_t> to) = 0;
   // Whether nothing that counts refers to the place of the chunk, so that it may be written at once.
   virtual bool MayWriteDirectly(std::uint64_t chunk) const = 0;
   virtual bool WriteDirectly(std::uint64_t offset, ByteView from) = 0;
-  void AddHeldTo(JournalWriter& journal, const std::string& name) const;
+  bool AddHeldTo(JournalWriter& journal, const std::string& name);
   std::size_t ChunkLength(std::uint64_t chunk) const;
 
   bool isOnlyRead_ = false;
   std::uint64_t size_ = 0;
-  std::unordered_map<std::uint64_t, std::unique_ptr<Chunk>> held_;
+  HeldChunks held_;
 
  private:
   bool GoesDirectly(std::uint64_t chunk) const { return !isOnlyRead_ && MayWriteDirectly(chunk); }
@@ -64,20 +56,22 @@ class LiveImage final : public Image {
                                          std::string& error, const JournalContent* left = nullptr);
 
   bool SyncDirect() override;
-  void AddTo(JournalWriter& journal) override { AddHeldTo(journal, name_); }
+  bool AddTo(JournalWriter& journal) override { return AddHeldTo(journal, name_); }
   bool Committed() override;
 
  protected:
-  bool ReadUnder(std::uint64_t offset, std::span<std::uint8_t> to) override { return file_.ReadAt(offset, to); }
-  bool MayWriteDirectly(std::uint64_t chunk) const override { return isFree_[chunk]; }
+  bool ReadUnder(std::uint64_t offset, std::span<std::uint8_t> to) override { return cache_.Read(offset, to); }
+  bool MayWriteDirectly(std::uint64_t chunk) const override;
   bool WriteDirectly(std::uint64_t offset, ByteView from) override;
 
  private:
-  bool FindFreeChunks(std::string& error);
+  bool FindFreeClusters(std::string& error);
 
   std::string name_;
   SourceFile file_;
-  std::vector<bool> isFree_;  // by chunk
+  ChunkCache cache_{file_, size_};  // no chunk that is held is read or written through it
+  Bytes clusters_;  // as the volume's bitmap had them after the last commit: a bit for each that is in use
+  std::uint32_t clusterSize_ = 0;
   bool hasDirectWrites_ = false;
 };
 
@@ -92,7 +86,7 @@ class FrozenImage final : public Image {
   static std::filesystem::path AsideOf(const std::filesystem::path& image) { return image.string() + ".frozen"; }
 
   bool SyncDirect() override;
-  void AddTo(JournalWriter& journal) override;
+  bool AddTo(JournalWriter& journal) override;
   bool Committed() override;
   // What has been committed beside the image is to be in FOLDER/name after the journal. False when it cannot be read.
   bool AddAllTo(JournalWriter& journal, const std::string& name);

@@ -1,5 +1,6 @@
 // Directories: looking up, listing, and making, linking, renaming and removing names.
 #include <algorithm>
+#include <array>
 
 #include "win32/constants.h"
 #include "win32/emulated/storage/ntfs_attributes.h"
@@ -37,6 +38,10 @@ std::u16string NtfsVolume::UpCased(std::u16string_view name) const {
   std::u16string upper(name);
   for (char16_t& unit : upper) unit = upCase_[unit];
   return upper;
+}
+
+bool NtfsVolume::EqualNames(std::u16string_view a, std::u16string_view b) const {
+  return std::ranges::equal(a, b, [this](char16_t one, char16_t other) { return upCase_[one] == upCase_[other]; });
 }
 
 bool NtfsVolume::IsLegalName(std::u16string_view name) {
@@ -93,8 +98,12 @@ win32::DWORD NtfsVolume::GetDirectory(FileId file, Directory*& directory) {
   return 0;
 }
 
+// Asked for with every path: the key needs no memory of its own.
 const DirectoryEntry* NtfsVolume::Find(const Directory& directory, std::u16string_view name) const {
-  const std::u16string key = UpCased(name);
+  std::array<char16_t, kMaximumName> upper;
+  if (name.size() > upper.size()) return nullptr;
+  std::ranges::transform(name, upper.begin(), [this](char16_t unit) { return upCase_[unit]; });
+  const std::u16string_view key(upper.data(), name.size());
   if (const auto entry = directory.entries.find(key); entry != directory.entries.end()) return &entry->second;
   const auto shortName = directory.shortNames.find(key);
   return shortName == directory.shortNames.end() ? nullptr : &directory.entries.at(shortName->second);
@@ -143,9 +152,13 @@ win32::DWORD NtfsVolume::List(FileId directory, std::vector<DirectoryEntry>& ent
   const auto lock = Enter();
   Directory* known = nullptr;
   if (const win32::DWORD error = GetDirectory(directory, known)) return error;
+  std::vector<std::pair<std::u16string_view, const DirectoryEntry*>> inOrder;
+  inOrder.reserve(known->entries.size());
+  for (const auto& [key, entry] : known->entries) inOrder.emplace_back(key, &entry);
+  std::ranges::sort(inOrder);
   entries.clear();
-  entries.reserve(known->entries.size());
-  for (const auto& [key, entry] : known->entries) entries.push_back(entry);
+  entries.reserve(inOrder.size());
+  for (const auto& [key, entry] : inOrder) entries.push_back(*entry);
   return 0;
 }
 

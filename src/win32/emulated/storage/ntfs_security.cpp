@@ -91,14 +91,14 @@ win32::DWORD NtfsVolume::SetTimes(FileId file, const FileTimes& times) {
   return node->dirty ? Settle(*node) : 0;
 }
 
-std::uint32_t NtfsVolume::KnownId(const Bytes& descriptor) const {
-  const auto known = descriptorIds_.find(std::string(descriptor.begin(), descriptor.end()));
+std::uint32_t NtfsVolume::KnownId(ByteView descriptor) const {
+  const auto known = descriptorIds_.find(descriptor);
   return known == descriptorIds_.end() ? 0 : known->second;
 }
 
 void NtfsVolume::RememberDescriptor(std::uint32_t id, Descriptor descriptor) {
   if (id == 0) return;
-  descriptorIds_.emplace(std::string(descriptor->begin(), descriptor->end()), id);
+  descriptorIds_.emplace(descriptor, id);
   descriptors_.emplace(id, std::move(descriptor));
 }
 

@@ -32,10 +32,8 @@ int Resize(ntfs_attr* attribute, std::uint64_t size, bool sparse) {
 }  // namespace
 
 StreamInfo* NtfsVolume::FindStream(Node& node, std::u16string_view stream) const {
-  const std::u16string key = UpCased(stream);
-  const auto found = std::ranges::find_if(node.streams, [&](const StreamInfo& known) {
-    return known.name.size() == key.size() && UpCased(known.name) == key;
-  });
+  const auto found =
+      std::ranges::find_if(node.streams, [&](const StreamInfo& known) { return EqualNames(known.name, stream); });
   return found == node.streams.end() ? nullptr : &*found;
 }
 

@@ -8,7 +8,7 @@
 // times costs one entry.
 #pragma once
 
-#include <map>
+#include <algorithm>
 #include <mutex>
 #include <unordered_map>
 
@@ -83,6 +83,25 @@ class NtfsVolume final : public Volume {
  private:
   using Descriptor = std::shared_ptr<const Bytes>;
 
+  // Descriptors are told apart by their bytes, wherever these are.
+  struct BytesHash {
+    using is_transparent = void;
+    std::size_t operator()(ByteView bytes) const {
+      return std::hash<std::string_view>{}({reinterpret_cast<const char*>(bytes.data()), bytes.size()});
+    }
+    std::size_t operator()(const Descriptor& descriptor) const { return (*this)(ByteView(*descriptor)); }
+  };
+  struct SameBytes {
+    using is_transparent = void;
+    static ByteView View(ByteView bytes) { return bytes; }
+    static ByteView View(const Descriptor& descriptor) { return *descriptor; }
+    bool operator()(const auto& a, const auto& b) const { return std::ranges::equal(View(a), View(b)); }
+  };
+  struct TextHash {
+    using is_transparent = void;
+    std::size_t operator()(std::u16string_view text) const { return std::hash<std::u16string_view>{}(text); }
+  };
+
   struct Name {
     FileId directory = 0;
     std::u16string name;
@@ -105,10 +124,13 @@ class NtfsVolume final : public Volume {
     bool IsDirectory() const { return (info.attributes & win32::FILE_ATTRIBUTE_DIRECTORY) != 0; }
   };
 
-  // All entries of a directory, by their upper-case names (which is the index's order).
+  template <typename Content>
+  using ByUpperName = std::unordered_map<std::u16string, Content, TextHash, std::equal_to<>>;
+
+  // All entries of a directory, by their upper-case names.
   struct Directory {
-    std::map<std::u16string, DirectoryEntry, std::less<>> entries;
-    std::map<std::u16string, std::u16string, std::less<>> shortNames;  // upper-case short name -> key of `entries`
+    ByUpperName<DirectoryEntry> entries;
+    ByUpperName<std::u16string> shortNames;  // upper-case short name -> key of `entries`
   };
 
   // ntfs_volume.cpp: the mount, the caches, and what goes down to the records.
@@ -128,6 +150,7 @@ class NtfsVolume final : public Volume {
 
   // ntfs_names.cpp
   std::u16string UpCased(std::u16string_view name) const;
+  bool EqualNames(std::u16string_view a, std::u16string_view b) const;
   win32::DWORD GetDirectory(FileId file, Directory*& directory);
   static bool IsLegalName(std::u16string_view name);
   win32::DWORD CheckNewName(const Directory& entries, FileId directory, std::u16string_view name) const;
@@ -150,7 +173,7 @@ class NtfsVolume final : public Volume {
   // ntfs_security.cpp
   win32::DWORD StoreDescriptor(_ntfs_inode* inode, const Bytes& descriptor, std::uint32_t& id);
   void RememberDescriptor(std::uint32_t id, Descriptor descriptor);
-  std::uint32_t KnownId(const Bytes& descriptor) const;
+  std::uint32_t KnownId(ByteView descriptor) const;
 
   ntfs::DeviceState state_;
   _ntfs_volume* volume_ = nullptr;
@@ -166,7 +189,7 @@ class NtfsVolume final : public Volume {
   std::unordered_map<FileId, Directory> directories_;
   std::size_t entries_ = 0;  // of all directories_
   std::unordered_map<std::uint32_t, Descriptor> descriptors_;
-  std::unordered_map<std::string, std::uint32_t> descriptorIds_;
+  std::unordered_map<Descriptor, std::uint32_t, BytesHash, SameBytes> descriptorIds_;  // of the same descriptors
   win32::DWORD lateError_ = 0;  // of something put down when nobody could be told
 };
 

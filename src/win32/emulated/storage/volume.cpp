@@ -31,10 +31,18 @@ win32::DWORD ReadWholeFile(Volume& volume, FileId file, Bytes& content) {
   std::uint64_t size = 0;
   if (const win32::DWORD error = volume.StreamSize(file, {}, size)) return error;
   if (size > volume.TotalBytes()) return win32::ERROR_FILE_CORRUPT;
-  content.resize(static_cast<std::size_t>(size));
-  std::size_t done = 0;
-  if (const win32::DWORD error = volume.Read(file, {}, 0, content, done)) return error;
-  return done == content.size() ? 0 : win32::ERROR_FILE_CORRUPT;
+  content.clear();
+  content.reserve(static_cast<std::size_t>(size));
+  // By pieces, so that tens of megabytes are not filled with zeros first.
+  constexpr std::uint64_t kPiece = 1 << 20;
+  Bytes piece(static_cast<std::size_t>(std::min(size, kPiece)));
+  while (content.size() < size) {
+    std::size_t done = 0;
+    if (const win32::DWORD error = volume.Read(file, {}, content.size(), piece, done)) return error;
+    if (done == 0) return win32::ERROR_FILE_CORRUPT;
+    content.insert(content.end(), piece.begin(), piece.begin() + static_cast<std::ptrdiff_t>(done));
+  }
+  return 0;
 }
 
 win32::DWORD WriteWholeFile(Volume& volume, std::u16string_view path, ByteView content) {

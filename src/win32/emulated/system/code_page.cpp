@@ -80,11 +80,15 @@ bool ToCodePage(std::u16string_view text, UINT codePage, const char* defaultChar
   thread_local Converter converter;
   if (codePage != CP_UTF8 && !converter.Use(codePage)) return false;
   for (std::size_t i = 0; i < text.size();) {
+    if (text[i] < 0x80) {
+      converted.fits = converted.bytes.size() < room;
+      if (!converted.fits) break;
+      converted.bytes += static_cast<char>(text[i++]);
+      continue;
+    }
     const std::size_t units = IsPair(text, i) ? 2 : 1;
     const std::u16string_view character = text.substr(i, units);
-    std::string bytes = text[i] < 0x80        ? std::string(1, static_cast<char>(text[i]))
-                        : codePage == CP_UTF8 ? emulated::Utf8(character)
-                                              : converter.Convert(character);
+    std::string bytes = codePage == CP_UTF8 ? emulated::Utf8(character) : converter.Convert(character);
     const bool isMissing = bytes.empty();
     if (isMissing) bytes.assign(units, defaultCharacter ? *defaultCharacter : '?');
     converted.fits = bytes.size() <= room - converted.bytes.size();

@@ -1,0 +1,94 @@
+#include "win32/emulated/storage/chunk_cache.h"
+
+#include <algorithm>
+
+namespace emulated {
+
+bool SourceFile::ReadAt(std::uint64_t offset, std::span<std::uint8_t> to) const {
+  if (!file.ReadAt(offset, to)) return false;
+  auto change = pending.upper_bound(offset);
+  if (change != pending.begin()) --change;
+  for (; change != pending.end() && change->first < offset + to.size(); ++change) {
+    const std::uint64_t first = std::max(offset, change->first);
+    const std::uint64_t end = std::min(offset + to.size(), change->first + change->second.size());
+    if (first < end)
+      std::memcpy(to.data() + (first - offset), change->second.data() + (first - change->first), end - first);
+  }
+  return true;
+}
+
+std::size_t ChunkCache::ChunkLength(std::uint64_t chunk) const {
+  return static_cast<std::size_t>(std::min<std::uint64_t>(kChunk, size_ - chunk * kChunk));
+}
+
+std::size_t ChunkCache::PassedBy(std::uint64_t offset, std::size_t length) const {
+  constexpr std::size_t kMany = 4 * kChunk;
+  return offset % kChunk == 0 && length >= kMany ? length / kChunk * kChunk : 0;
+}
+
+bool ChunkCache::WriteBack(Slot& slot) {
+  if (!slot.isChanged) return true;
+  if (!file_.file.WriteAt(slot.chunk * kChunk, ByteView(slot.bytes).first(ChunkLength(slot.chunk)))) return false;
+  slot.isChanged = false;
+  return true;
+}
+
+ChunkCache::Slot* ChunkCache::Fetch(std::uint64_t chunk, bool forWhole) {
+  if (slots_.empty()) slots_.resize(kSlots);
+  Slot& slot = SlotOf(chunk);
+  if (slot.chunk == chunk) return &slot;
+  if (!WriteBack(slot)) return nullptr;
+  slot.chunk = kNone;
+  if (!forWhole && !file_.ReadAt(chunk * kChunk, std::span(slot.bytes).first(ChunkLength(chunk)))) return nullptr;
+  slot.chunk = chunk;
+  return &slot;
+}
+
+bool ChunkCache::Read(std::uint64_t offset, std::span<std::uint8_t> to) {
+  while (!to.empty()) {
+    std::size_t length = PassedBy(offset, to.size());
+    if (length != 0) {
+      for (std::uint64_t chunk = offset / kChunk; !slots_.empty() && chunk * kChunk < offset + length; ++chunk)
+        if (Slot& slot = SlotOf(chunk); slot.chunk == chunk && !WriteBack(slot)) return false;
+      if (!file_.ReadAt(offset, to.first(length))) return false;
+    } else {
+      const std::size_t inside = offset % kChunk;
+      length = std::min(to.size(), kChunk - inside);
+      const Slot* const slot = Fetch(offset / kChunk);
+      if (!slot) return false;
+      std::memcpy(to.data(), slot->bytes.data() + inside, length);
+    }
+    to = to.subspan(length);
+    offset += length;
+  }
+  return true;
+}
+
+bool ChunkCache::Write(std::uint64_t offset, ByteView from) {
+  while (!from.empty()) {
+    std::size_t length = PassedBy(offset, from.size());
+    if (length != 0) {
+      for (std::uint64_t chunk = offset / kChunk; !slots_.empty() && chunk * kChunk < offset + length; ++chunk)
+        if (Slot& slot = SlotOf(chunk); slot.chunk == chunk) slot.chunk = kNone, slot.isChanged = false;
+      if (!file_.file.WriteAt(offset, from.first(length))) return false;
+    } else {
+      const std::size_t inside = offset % kChunk;
+      length = std::min(from.size(), kChunk - inside);
+      Slot* const slot = Fetch(offset / kChunk, length == ChunkLength(offset / kChunk));
+      if (!slot) return false;
+      std::memcpy(slot->bytes.data() + inside, from.data(), length);
+      slot->isChanged = true;
+    }
+    from = from.subspan(length);
+    offset += length;
+  }
+  return true;
+}
+
+bool ChunkCache::Flush() {
+  return std::ranges::all_of(slots_, [this](Slot& slot) { return WriteBack(slot); });
+}
+
+void ChunkCache::Forget() { slots_.clear(); }
+
+}  // namespace emulated

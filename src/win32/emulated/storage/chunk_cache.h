@@ -1,0 +1,63 @@
+// What lies between an image and its file: a file system reads and writes the same records of it over and over, mostly
+// a few hundred bytes at a time, and the host takes longer for a call than for the work.
+#pragma once
+
+#include <array>
+#include <cstdint>
+#include <limits>
+#include <map>
+#include <vector>
+
+#include "win32/emulated/bytes.h"
+#include "win32/emulated/storage/file_descriptor.h"
+
+namespace emulated {
+
+// A file of the folder as it reads with what a journal that was left is still to put into it.
+struct SourceFile {
+  FileDescriptor file;
+  std::map<std::uint64_t, Bytes> pending;  // by offset
+
+  bool ReadAt(std::uint64_t offset, std::span<std::uint8_t> to) const;
+};
+
+// Short pieces go through here, long ones to the file. What is written is in the file after Flush, or earlier. A chunk
+// has one slot where it may be; what else is there then goes, and is written first when it has changed.
+class ChunkCache {
+ public:
+  static constexpr std::size_t kChunk = 4096;
+  using Chunk = std::array<std::uint8_t, kChunk>;
+
+  // `size`: where the file ends. Both outlive the cache.
+  ChunkCache(const SourceFile& file, const std::uint64_t& size) : file_(file), size_(size) {}
+
+  // Within the file. False: `errno` of the file's failure, be it in writing what had to go.
+  bool Read(std::uint64_t offset, std::span<std::uint8_t> to);
+  bool Write(std::uint64_t offset, ByteView from);
+  bool Flush();
+  // Somebody else is going to change the file, or has: nothing is known of it any more. After a Flush.
+  void Forget();
+
+ private:
+  static constexpr std::size_t kSlots = 1024;
+  static constexpr std::uint64_t kNone = std::numeric_limits<std::uint64_t>::max();
+  struct Slot {
+    std::uint64_t chunk = kNone;
+    bool isChanged = false;
+    Chunk bytes;
+  };
+
+  std::size_t ChunkLength(std::uint64_t chunk) const;
+  Slot& SlotOf(std::uint64_t chunk) { return slots_[chunk % kSlots]; }
+  bool WriteBack(Slot& slot);
+  // The slot with the chunk in it, or, when all of it is going to be written, for it; null when that cannot be done.
+  Slot* Fetch(std::uint64_t chunk, bool forWhole = false);
+  // How much of a piece goes to the file as it is: whole chunks, when they are many; otherwise 0.
+  std::size_t PassedBy(std::uint64_t offset, std::size_t length) const;
+
+  const SourceFile& file_;
+  const std::uint64_t& size_;
+  std::vector<Slot> slots_;  // made when the first is needed
+};
+
+}  // namespace emulated
