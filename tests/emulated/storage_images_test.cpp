@@ -6,6 +6,7 @@
 
 #include <array>
 #include <fstream>
+#include <random>
 
 #include "support/installed_machine.h"
 #include "win32/constants.h"
@@ -101,6 +102,41 @@ TEST_F(StorageImages, ShowNothingUntilTheCommitAndAllAfterIt) {
   Opened opened = Open();
   EXPECT_EQ(8u, Fill(*opened.c, u"a"));
   EXPECT_EQ(9u, Fill(*opened.d, u"b"));
+}
+
+// Short pieces and long ones, in free clusters and in others, more than is held in memory, before and after commits.
+TEST_F(StorageImages, ReadWhatWasWrittenWhereverItWaits) {
+  constexpr std::size_t kSize = 24 << 20;
+  ASSERT_TRUE(test::FreshNtfs(48, "Data")->SaveTo(folder_ / "C.ntfs"));
+  std::mt19937 random(4711);
+  Bytes expected(kSize, 1), committed = expected;
+  for (int round = 0; round < 4; ++round) {
+    Opened opened = Open();
+    FileId file = 0;
+    ASSERT_EQ(0u, round == 0 ? Put(*opened.c, u"file", kSize, 1) : 0);
+    ASSERT_EQ(0u, opened.c->LookupPath(u"file", file));
+    for (int piece = 0; piece < 4000; ++piece) {
+      const std::size_t unit = piece % 2 ? 4096 : 1, longest = piece % 5 ? 9'000 : 60'000;
+      const std::size_t size = std::max(unit, random() % longest / unit * unit),
+                        at = random() % (kSize - size) / unit * unit;
+      Bytes content(size, static_cast<std::uint8_t>(random()));
+      if (piece % 3 == 0) {
+        std::ranges::copy(content, expected.begin() + static_cast<std::ptrdiff_t>(at));
+        ASSERT_EQ(0u, opened.c->Write(file, {}, at, content));
+      } else {
+        std::size_t done = 0;
+        ASSERT_EQ(0u, opened.c->Read(file, {}, at, content, done));
+        ASSERT_TRUE(std::ranges::equal(content, std::span(expected).subspan(at, size))) << round << ' ' << piece;
+      }
+      if (piece % 1000 != 999 || round == 2) continue;  // the third round is given up
+      Commit(opened);
+      committed = expected;
+    }
+    expected = committed;
+  }
+  Bytes content;
+  EXPECT_TRUE(ReadWholeFile(*Open().c, u"file", content) == 0 && content == expected);
+  ExpectSound(folder_ / "C.ntfs");
 }
 
 TEST_F(StorageImages, AFrozenImageAndARunThatChangesNothingTouchNoImage) {
