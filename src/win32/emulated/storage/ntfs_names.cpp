@@ -94,6 +94,7 @@ win32::DWORD NtfsVolume::GetDirectory(FileId file, Directory*& directory) {
     loaded.entries.emplace(std::move(key), std::move(shown));
   }
   entries_ += loaded.entries.size();
+  largestDirectory_ = std::max(largestDirectory_, loaded.entries.size());
   directory = &directories_.emplace(file, std::move(loaded)).first->second;
   return 0;
 }
@@ -112,6 +113,7 @@ const DirectoryEntry* NtfsVolume::Find(const Directory& directory, std::u16strin
 void NtfsVolume::Remember(Directory& directory, std::u16string_view name, FileId file) {
   directory.entries.emplace(UpCased(name), DirectoryEntry{std::u16string(name), {}, file});
   ++entries_;
+  largestDirectory_ = std::max(largestDirectory_, directory.entries.size());
 }
 
 void NtfsVolume::Forget(Directory& directory, std::u16string_view name) {

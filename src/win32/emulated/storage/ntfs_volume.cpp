@@ -12,7 +12,7 @@ namespace {
 
 // How much is remembered before all of it is put down and forgotten.
 constexpr std::size_t kMaximumNodes = 50'000;
-constexpr std::size_t kMaximumEntries = 1'000'000;
+constexpr std::size_t kMaximumEntries = 50'000;  // and twice the largest directory: it may be asked for by every call
 constexpr std::size_t kMaximumDescriptors = 50'000;
 
 // Below this, and a little for each change that waits, nothing is held back: who makes a change that does not fit is
@@ -107,9 +107,9 @@ std::unique_lock<std::mutex> NtfsVolume::Enter() {
     if (const win32::DWORD error = PutDownAll(); error != 0 && lateError_ == 0) lateError_ = error;
     nodes_.clear();
   }
-  if (entries_ > kMaximumEntries) {
+  if (entries_ > kMaximumEntries + 2 * largestDirectory_) {
     directories_.clear();
-    entries_ = 0;
+    entries_ = largestDirectory_ = 0;
   }
   if (descriptors_.size() > kMaximumDescriptors) {
     descriptors_.clear();

@@ -187,7 +187,8 @@ class NtfsVolume final : public Volume {
   std::unordered_map<FileId, Node> nodes_;
   std::vector<FileId> dirty_;  // nodes with something to put down; some may be gone
   std::unordered_map<FileId, Directory> directories_;
-  std::size_t entries_ = 0;  // of all directories_
+  std::size_t entries_ = 0;           // of all directories_
+  std::size_t largestDirectory_ = 0;  // the most entries that one of them had
   std::unordered_map<std::uint32_t, Descriptor> descriptors_;
   std::unordered_map<Descriptor, std::uint32_t, BytesHash, SameBytes> descriptorIds_;  // of the same descriptors
   win32::DWORD lateError_ = 0;  // of something put down when nobody could be told
