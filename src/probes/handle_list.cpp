@@ -1,7 +1,9 @@
 #include "probes/handle_list.h"
 
 #include <algorithm>
+#include <array>
 #include <cstring>
+#include <optional>
 
 #include "probes/handle_names.h"
 #include "probes/nt_dll.h"
@@ -29,15 +31,20 @@ bool QueryTable(SystemMemory& table) {
   return table.data() && query();
 }
 
-bool IsFile(const HandleRecord& record) {
+// What each of this Windows's numbers of types stands for, as far as it was asked: one handle answers for all.
+using KnownTypes = std::array<std::optional<bool>, 256>;
+
+bool IsFile(const HandleRecord& record, KnownTypes& isFile) {
   // Handles of this kind cannot be asked about before Windows 2000.
   constexpr win32::DWORD kFirstSafeVersion = 5, kUnsafeProcess = 2;
   constexpr win32::BYTE kUnsafeType = 0x10;
   if (INtDll::Get().majorVersion < kFirstSafeVersion && record.processId == kUnsafeProcess &&
       record.typeNumber == kUnsafeType)
     return false;
+  std::optional<bool>& known = isFile[record.typeNumber];
   std::u16string typeName;
-  return GetObjectTypeName(HandleOf(record), record.processId, typeName) && typeName == u"File";
+  if (!known && GetObjectTypeName(HandleOf(record), record.processId, typeName)) known = typeName == u"File";
+  return known.value_or(false);
 }
 
 }  // namespace
@@ -49,11 +56,12 @@ bool HandleList::Read() {
   constexpr std::size_t kFirst = offsetof(win32::SYSTEM_HANDLE_INFORMATION, Handles);
   const std::size_t count =
       std::min<std::size_t>(header->NumberOfHandles, (table_.size() - kFirst) / sizeof(HandleRecord));
+  KnownTypes isFile;
   if (count == 0) TellDebugger(u"No handle information\n");
   for (std::size_t index = 0; index < count; ++index) {
     HandleRecord record;
     std::memcpy(&record, table_.data() + kFirst + index * sizeof record, sizeof record);
-    if (IsFile(record)) handles_.push_back(record);
+    if (IsFile(record, isFile)) handles_.push_back(record);
   }
   table_ = SystemMemory();
   return true;

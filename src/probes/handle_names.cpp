@@ -4,6 +4,7 @@
 #include <atomic>
 #include <cstring>
 #include <memory>
+#include <span>
 #include <stdexcept>
 #include <utility>
 
@@ -25,37 +26,46 @@ constexpr const char16_t* kTypeNames[] = {
     u"WaitablePort", u"Unknown21", u"Unknown22", u"Unknown23", u"Unknown24", u"IoCompletion", u"File"};
 // clang-format on
 
-// What is open while one handle is asked about. Not on the stack: a structured exception runs no destructors there.
+// What is open while handles are asked about. Not on the stack: a structured exception runs no destructors there.
 struct OpenWhileAsking {
-  win32::UniqueKernelHandle process, duplicate, thread;
+  win32::UniqueKernelHandle process, thread;
+  std::array<win32::UniqueKernelHandle, kFilesAtOnce> duplicates;
   void Close() {
     thread.reset();
-    duplicate.reset();
+    for (win32::UniqueKernelHandle& duplicate : duplicates) duplicate.reset();
     process.reset();
   }
 };
 OpenWhileAsking asked;
 
-// A handle of any process as one of ours: a foreign one is duplicated, and closed again. One at a time.
+// A handle of any process as one of ours, a foreign one as the duplicate of this number; null when it cannot be had.
+win32::HANDLE AsOwn(win32::HANDLE handle, win32::DWORD processId, std::size_t number) {
+  if (processId == win32::GetCurrentProcessId()) return handle;
+  win32::UniqueKernelHandle& duplicate = asked.duplicates[number];
+  asked.process.reset(win32::OpenProcess(win32::PROCESS_DUP_HANDLE, win32::TRUE, processId));
+  const bool had =
+      asked.process && win32::DuplicateHandle(asked.process.get(), handle, win32::GetCurrentProcess(), duplicate.put(),
+                                              0, win32::FALSE, win32::DUPLICATE_SAME_ACCESS);
+  asked.process.reset();
+  return had ? duplicate.get() : nullptr;
+}
+
+struct ClosedAtTheEnd {
+  ClosedAtTheEnd() = default;
+  ClosedAtTheEnd(const ClosedAtTheEnd&) = delete;
+  ClosedAtTheEnd& operator=(const ClosedAtTheEnd&) = delete;
+  ~ClosedAtTheEnd() { asked.Close(); }
+};
+
+// The same, closed again. One at a time.
 class OwnHandle {
  public:
-  OwnHandle(const OwnHandle&) = delete;
-  OwnHandle& operator=(const OwnHandle&) = delete;
-  ~OwnHandle() { asked.Close(); }
-  OwnHandle(win32::HANDLE handle, win32::DWORD processId) {
-    if (processId == win32::GetCurrentProcessId()) {
-      handle_ = handle;
-      return;
-    }
-    asked.process.reset(win32::OpenProcess(win32::PROCESS_DUP_HANDLE, win32::TRUE, processId));
-    if (asked.process && win32::DuplicateHandle(asked.process.get(), handle, win32::GetCurrentProcess(),
-                                                asked.duplicate.put(), 0, win32::FALSE, win32::DUPLICATE_SAME_ACCESS))
-      handle_ = asked.duplicate.get();
-  }
-  win32::HANDLE get() const { return handle_; }  // null: it could not be had
+  OwnHandle(win32::HANDLE handle, win32::DWORD processId) : handle_(AsOwn(handle, processId, 0)) {}
+  win32::HANDLE get() const { return handle_; }
 
  private:
-  win32::HANDLE handle_ = nullptr;
+  const ClosedAtTheEnd closed_;
+  const win32::HANDLE handle_;
 };
 
 // The UNICODE_STRING at the beginning of an answer, whose characters lie in the same buffer.
@@ -81,97 +91,135 @@ bool QueryText(win32::HANDLE handle, int informationClass, win32::ULONG otherwis
 
 constexpr win32::NTSTATUS kNoAnswer = static_cast<win32::NTSTATUS>(0xC0000001);  // STATUS_UNSUCCESSFUL
 
-// The questions for one file's name. The thread that asks them may be ended at any moment of its asking, so it touches
-// nothing but its calls and this.
+// The question for one file's name.
 struct NameQuery {
   enum State { NotYetAsked, Asking, Answered, GivenUp };
 
-  explicit NameQuery(win32::HANDLE handle) : file(handle) {}
-
-  // On the thread. Where the caller has given up, the thread must not reach its end any more: exiting, it would hold
-  // the loader's lock, which nobody would give back if it were ended there.
-  void Ask() {
-    int expected = NotYetAsked;
-    if (!state.compare_exchange_strong(expected, Asking)) return;  // given up before it was asked; nobody ends it
-    // Where the volume's own name answers, the full one will, too. It is as long, but for the device in front.
-    if (askFile(file, &io, nameInVolume.data(), Size(nameInVolume), win32::FileNameInformation) ==
-        win32::STATUS_SUCCESS)
-      nativeStatus = askObject(file, win32::ObjectNameInformation, nativeName.data(), Size(nativeName), nullptr);
-    expected = Asking;
-    if (state.compare_exchange_strong(expected, Answered)) return;
-    for (;;) win32::Sleep(win32::INFINITE);
-  }
-
-  const win32::NtQueryInformationFileFunction askFile = INtDll::Get().NtQueryInformationFile;
-  const win32::NtQueryObjectFunction askObject = INtDll::Get().NtQueryObject;
-  const win32::HANDLE file;
+  win32::HANDLE file = nullptr;
   std::atomic<int> state = NotYetAsked;
   win32::NTSTATUS nativeStatus = kNoAnswer;
-  win32::IO_STATUS_BLOCK io{};
-  NameQuery* nextAbandoned = nullptr;
-  alignas(8) std::array<win32::BYTE, 4096> nameInVolume{};
-  alignas(8) std::array<win32::BYTE, 8192> nativeName{};
+  alignas(8) std::array<win32::BYTE, 8192> nativeName;
+};
+
+// The questions that one thread asks, one after the other. It may be ended at any moment of its asking, so it touches
+// nothing but its calls and this.
+class NameQueries {
+ public:
+  // Before a thread is started for these files, kFilesAtOnce at most.
+  void Begin(std::span<const win32::HANDLE> files) {
+    askFile_ = INtDll::Get().NtQueryInformationFile;
+    askObject_ = INtDll::Get().NtQueryObject;
+    count_ = files.size();
+    for (std::size_t at = 0; at < count_; ++at) {
+      queries_[at].file = files[at];
+      queries_[at].state = NameQuery::NotYetAsked;
+      queries_[at].nativeStatus = kNoAnswer;
+    }
+  }
+
+  // On the thread. It does not touch the questions any more once the last of them is answered.
+  void AskAll() {
+    const std::size_t count = count_;
+    for (std::size_t at = 0; at < count; ++at)
+      if (!Ask(queries_[at])) return;
+  }
+  // How many are answered: those up to the first that is not.
+  std::size_t Answered() const {
+    std::size_t at = 0;
+    while (at < count_ && queries_[at].state == NameQuery::Answered) ++at;
+    return at;
+  }
+  std::size_t count() const { return count_; }
+  NameQuery& operator[](std::size_t at) { return queries_[at]; }
+
+  NameQueries* nextAbandoned = nullptr;
 
  private:
+  // Where the caller has given up, the thread must not reach its end any more: exiting, it would hold the loader's
+  // lock, which nobody would give back if it were ended there.
+  bool Ask(NameQuery& query) {
+    int expected = NameQuery::NotYetAsked;
+    if (!query.state.compare_exchange_strong(expected, NameQuery::Asking)) return false;  // given up; nobody ends it
+    // Where the volume's own name answers, the full one will, too. It is as long, but for the device in front.
+    if (askFile_(query.file, &io_, nameInVolume_.data(), Size(nameInVolume_), win32::FileNameInformation) ==
+        win32::STATUS_SUCCESS)
+      query.nativeStatus = askObject_(query.file, win32::ObjectNameInformation, query.nativeName.data(),
+                                      Size(query.nativeName), nullptr);
+    expected = NameQuery::Asking;
+    if (query.state.compare_exchange_strong(expected, NameQuery::Answered)) return true;
+    for (;;) win32::Sleep(win32::INFINITE);
+  }
   template <std::size_t size>
   static constexpr win32::ULONG Size(const std::array<win32::BYTE, size>&) {
     return size;
   }
+
+  win32::NtQueryInformationFileFunction askFile_ = nullptr;
+  win32::NtQueryObjectFunction askObject_ = nullptr;
+  std::size_t count_ = 0;
+  win32::IO_STATUS_BLOCK io_{};
+  alignas(8) std::array<win32::BYTE, 4096> nameInVolume_;
+  std::array<NameQuery, kFilesAtOnce> queries_;
 };
 
 win32::DWORD AskNames(void* parameter) {
-  static_cast<NameQuery*>(parameter)->Ask();
+  static_cast<NameQueries*>(parameter)->AskAll();
   return 0;
 }
 
-// Windows starts no threads: something holds them up, and no handle can be asked.
-struct NoThreadStarts : std::runtime_error {
-  NoThreadStarts() : std::runtime_error("no thread starts") {}
-};
-
-// Waits for the answers; false when they do not come: then the thread, which asks for them still, has been ended.
-bool WaitForAnswers(win32::HANDLE thread, NameQuery& query) {
-  constexpr win32::DWORD kPatience = 100;  // milliseconds
-  constexpr int kRoundsToStart = 50;
-  for (int round = 0; round < kRoundsToStart; ++round) {
-    const win32::DWORD waited = win32::WaitForSingleObject(thread, kPatience);
+// Waits for the answers. When one does not come, the thread, which asks for it still, has been ended. False: Windows
+// starts no threads, something holds them up, and no handle can be asked.
+bool WaitForAnswers(win32::HANDLE thread, NameQueries& queries) {
+  constexpr win32::DWORD kBetweenLooks = 25;                   // milliseconds
+  constexpr int kLooksAtOneQuestion = 4, kLooksToStart = 200;  // 100 milliseconds, 5 seconds
+  std::size_t answered = 0;
+  for (int looks = 1; looks <= kLooksToStart; ++looks) {
+    const win32::DWORD waited = win32::WaitForSingleObject(thread, kBetweenLooks);
+    const std::size_t before = std::exchange(answered, queries.Answered());
+    if (answered == queries.count()) return true;  // whether or not the thread has come to its end
+    const bool stillRuns = waited == win32::WAIT_TIMEOUT;
+    if (answered > before) looks = 0;  // the question that it is at now has its own time
+    if (stillRuns && looks < kLooksAtOneQuestion) continue;
     int state = NameQuery::Asking;
-    if (query.state.compare_exchange_strong(state, NameQuery::GivenUp)) {
+    if (queries[answered].state.compare_exchange_strong(state, NameQuery::GivenUp)) {
       win32::TerminateThread(thread, 0);
-      return false;
+      return true;
     }
-    if (state == NameQuery::Answered) return true;  // whether or not the thread has come to its end
-    if (waited != win32::WAIT_TIMEOUT) break;       // it ended without asking, or the wait failed
+    if (state == NameQuery::NotYetAsked && !stillRuns) break;  // it ended, or the wait failed
   }
   int state = NameQuery::NotYetAsked;
-  if (query.state.compare_exchange_strong(state, NameQuery::GivenUp)) throw NoThreadStarts();
-  return state == NameQuery::Answered;
+  return !queries[answered].state.compare_exchange_strong(state, NameQuery::GivenUp);
 }
 
-// A query is not freed while a thread, or the system on its behalf, may still write to it.
-class SharedQuery {
+// Questions are neither freed nor used again while a thread, or the system on its behalf, may still write to them.
+class SharedQueries {
  public:
-  explicit SharedQuery(win32::HANDLE file) : query_(new NameQuery(file)) {}
-  SharedQuery(const SharedQuery&) = delete;
-  SharedQuery& operator=(const SharedQuery&) = delete;
-  ~SharedQuery() {
-    if (started_ && query_->state != NameQuery::Answered)
-      query_->nextAbandoned = std::exchange(abandoned_, query_);
-    else
-      delete query_;
+  explicit SharedQueries(std::span<const win32::HANDLE> files)
+      : queries_(spare_ ? std::exchange(spare_, nullptr) : new NameQueries) {
+    queries_->Begin(files);
   }
-  NameQuery* operator->() { return query_; }
+  SharedQueries(const SharedQueries&) = delete;
+  SharedQueries& operator=(const SharedQueries&) = delete;
+  ~SharedQueries() {
+    if (started_ && queries_->Answered() < queries_->count())
+      queries_->nextAbandoned = std::exchange(abandoned_, queries_);
+    else
+      delete std::exchange(spare_, queries_);
+  }
+  NameQuery& operator[](std::size_t at) { return (*queries_)[at]; }
+  std::size_t Answered() const { return queries_->Answered(); }
 
-  // False when the answers did not come.
+  // As WaitForAnswers. Where no thread can be made, none of these is answered.
   bool Run() {
-    asked.thread.reset(win32::CreateThread(nullptr, 0, AskNames, query_, 0, nullptr));
+    asked.thread.reset(win32::CreateThread(nullptr, 0, AskNames, queries_, 0, nullptr));
     started_ = static_cast<bool>(asked.thread);
-    return started_ && WaitForAnswers(asked.thread.get(), *query_);
+    return !started_ || WaitForAnswers(asked.thread.get(), *queries_);
   }
 
  private:
-  static inline NameQuery* abandoned_ = nullptr;  // for good
-  NameQuery* const query_;
+  static inline NameQueries* abandoned_ = nullptr;  // for good
+  static inline NameQueries* spare_ = nullptr;
+  NameQueries* const queries_;
   bool started_ = false;
 };
 
@@ -219,14 +267,35 @@ int GetObjectName(win32::HANDLE handle, int typeNumber, std::u16string& name, wi
 }
 
 int GetFileObjectName(win32::HANDLE handle, std::u16string& name, win32::DWORD processId) {
-  name.clear();
-  if (!INtDll::Get().IsBound()) return 0;
-  if (!handle || processId == 0) return 1;
-  const OwnHandle own(handle, processId);
-  if (!own.get()) return 0;
-  SharedQuery query(own.get());
-  if (!query.Run()) return 1;
-  if (!win32::NT_SUCCESS(query->nativeStatus)) return 0;
-  name = TextAt(query->nativeName.data(), query->nativeName.size());
-  return 1;
+  FileToName file{handle, processId};
+  if (!GetFileObjectNames({&file, 1})) throw std::runtime_error("no thread starts");
+  name = std::move(file.name);
+  return file.result;
+}
+
+bool GetFileObjectNames(std::span<FileToName> files) {
+  if (!INtDll::Get().IsBound()) return true;
+  const ClosedAtTheEnd closed;
+  std::array<win32::HANDLE, kFilesAtOnce> handles{};
+  std::array<FileToName*, kFilesAtOnce> askedFor{};
+  std::size_t count = 0;
+  for (FileToName& file : files) {
+    if (!file.handle || file.processId == 0)
+      file.result = 1;
+    else if ((handles[count] = AsOwn(file.handle, file.processId, count)))
+      askedFor[count++] = &file;
+  }
+  // Behind one that does not answer, another thread goes on.
+  for (std::size_t next = 0; next < count; ++next) {
+    SharedQueries queries(std::span<const win32::HANDLE>(handles).subspan(next, count - next));
+    const bool starts = queries.Run();
+    for (std::size_t at = 0, answered = queries.Answered(); at < answered; ++at, ++next) {
+      NameQuery& query = queries[at];
+      askedFor[next]->result = win32::NT_SUCCESS(query.nativeStatus) ? 1 : 0;
+      if (askedFor[next]->result) askedFor[next]->name = TextAt(query.nativeName.data(), query.nativeName.size());
+    }
+    if (!starts) return false;
+    if (next < count) askedFor[next]->result = 1;  // without a name
+  }
+  return true;
 }

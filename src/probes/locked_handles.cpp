@@ -1,8 +1,9 @@
 #include "probes/locked_handles.h"
 
 #include <algorithm>
-#include <exception>
+#include <stdexcept>
 #include <string_view>
+#include <vector>
 
 #include "probes/drive_map.h"
 #include "probes/handle_list.h"
@@ -40,20 +41,34 @@ class Walk {
 
   void Run() {
     if (!INtDll::Get().Bind() || !processes_.Refresh() || !handles_.Read()) return;
-    for (const HandleRecord& record : handles_.handles())
-      if (HasRoom()) Examine(record);
+    for (const HandleRecord& record : handles_.handles()) {
+      if (!HasRoom()) return;
+      if (IsUnsafe(record)) continue;
+      files_.push_back({HandleOf(record), record.processId});
+      if (files_.size() == kFilesAtOnce) ExamineFiles();
+    }
+    ExamineFiles();
   }
 
  private:
   bool HasRoom() const { return locked_.count < LockedPaths::kCapacity; }
 
-  void Examine(const HandleRecord& record) {
+  bool IsUnsafe(const HandleRecord& record) const {
     constexpr win32::DWORD kWindowsNT4 = 4;
-    if (INtDll::Get().majorVersion == kWindowsNT4 &&
-        EqualIgnoringAsciiCase(processes_.ImageName(record.processId), u"services.exe"))
-      return;
-    std::u16string name, path;
-    if (!GetObjectName(HandleOf(record), fileType_, name, record.processId) || name.empty()) return;
+    return INtDll::Get().majorVersion == kWindowsNT4 &&
+           EqualIgnoringAsciiCase(processes_.ImageName(record.processId), u"services.exe");
+  }
+
+  void ExamineFiles() {
+    const bool goesOn = GetFileObjectNames(files_);
+    for (const FileToName& file : files_)
+      if (HasRoom()) Examine(file.name);
+    files_.clear();
+    if (!goesOn) throw std::runtime_error("no thread starts");
+  }
+
+  void Examine(const std::u16string& name) {
+    std::u16string path;
     if (!IsOnKnownDevice(name) || !drives_.GetFsFileName(name, path)) return;
     if (!IsSameOrBelow(path, firstPath_) && !IsSameOrBelow(path, secondPath_)) return;
     Record(path);
@@ -67,18 +82,12 @@ class Walk {
     ++locked_.count;
   }
 
-  static int FileType() {
-    int number = 0;
-    GetObjectTypeNumber(u"File", number);
-    return number;
-  }
-
   const std::u16string firstPath_, secondPath_;
   LockedPaths& locked_;
-  const int fileType_ = FileType();
   const DriveMap drives_;
   SystemProcessInformation processes_;
   HandleList handles_;
+  std::vector<FileToName> files_;  // that are asked for their names next
 };
 
 void TraceUnknown(win32::DWORD code) try {

@@ -83,6 +83,7 @@ TEST_F(LockedHandles, AHandleThatDoesNotAnswerIsGivenUpAndTheWalkGoesOn) {
   HoldOnDevice(u"\\Device\\HarddiskVolume1\\Data\\pipe", {0, emulated::kForEver});
   HoldOnDevice(u"\\Device\\HarddiskVolume1\\Data\\slow", {90, 0});
   const auto after = MakeAndHold(u"after");
+  HoldOnDevice(u"\\Device\\NamedPipe\\behind", kHangs);
   const std::size_t handles = machine->objects.all().size();
   std::set<std::string> byWorkers;
   machine->gate.Observe([&](const char* name, std::uint64_t) {
@@ -91,7 +92,8 @@ TEST_F(LockedHandles, AHandleThatDoesNotAnswerIsGivenUpAndTheWalkGoesOn) {
   const auto start = machine->Now();
   for (int round = 0; round < 20; ++round) ASSERT_EQ(Walk(u"C:\\Data"), (Paths{u"C:\\Data\\slow", u"C:\\Data\\after"}));
   machine->gate.Observe(nullptr);
-  EXPECT_EQ(machine->Now() - start, (20u * 2 * 100 + 90) * 10'000) << "100 ms for each of the two";
+  EXPECT_EQ(machine->Now() - start, (20u * (100 + 2 * 125) + 75) * 10'000)
+      << "100 ms for each that does not answer, and what is left until the next look behind one that did";
   EXPECT_EQ(byWorkers, (std::set<std::string>{"NtQueryInformationFile", "NtQueryObject"}));
   EXPECT_EQ(machine->threads().count(), 0u);
   EXPECT_EQ(machine->objects.all().size(), handles) << "every duplicate is closed";
@@ -190,7 +192,10 @@ TEST_F(LockedHandles, TheMachineChangesDuringTheWalk) {
   };
   open(600);
   machine->onHandleTableRead = [&] { open(10); };
+  machine->gate.ResetCounts();
   EXPECT_EQ(Walk(u"C:\\Data"), found) << "a few more fit";
+  EXPECT_LE(machine->gate.Count("CreateThread"), 12u) << "one asks for many names";
+  EXPECT_LE(machine->gate.Count("NtQueryObject"), 612u + 20) << "one name each, and a type now and then";
   machine->onHandleTableRead = [&] { open(11); };
   EXPECT_EQ(Walk(u"C:\\Data"), Paths{}) << "more do not, and the walk tells nothing";
   // Slots are never written beyond the last.
@@ -220,7 +225,9 @@ TEST_F(LockedHandles, WithoutItsEntryPointsOrTablesItTellsNothing) {
 }
 
 TEST_F(LockedHandles, AnExceptionEndsTheWalkWithWhatItHas) {
-  const auto first = MakeAndHold(u"a"), second = MakeAndHold(u"b");
+  const auto first = MakeAndHold(u"a");
+  for (std::size_t handle = 0; handle < kFilesAtOnce; ++handle) HoldOnDevice(u"\\Device\\Other\\x");
+  const auto second = MakeAndHold(u"b");
   Walk(u"C:\\Data");  // which looks up entry points
   machine->gate.ResetCounts();
   ASSERT_EQ(Walk(u"C:\\Data").size(), 2u);
