@@ -76,6 +76,7 @@ win32::DWORD NtfsVolume::GetDirectory(FileId file, Directory*& directory) {
   if (ntfs_readdir(inode.get(), &position, &found, Collect) != 0) return ntfs::LastError();
 
   Directory loaded;
+  loaded.entries.reserve(found.size());
   std::unordered_map<FileId, std::u16string> shortNames;
   for (Found& entry : found) {
     if (entry.type == FILE_NAME_DOS) shortNames[entry.id] = entry.name;
@@ -131,7 +132,7 @@ void NtfsVolume::Forget(Directory& directory, std::u16string_view name) {
 
 win32::DWORD NtfsVolume::Lookup(FileId directory, std::u16string_view name, FileId& file, std::u16string* storedName,
                                 std::u16string* shortName) {
-  const auto lock = Enter();
+  Enter();
   Directory* entries = nullptr;
   if (const win32::DWORD error = GetDirectory(directory, entries)) return error;
   const DirectoryEntry* const entry = Find(*entries, name);
@@ -143,7 +144,7 @@ win32::DWORD NtfsVolume::Lookup(FileId directory, std::u16string_view name, File
 }
 
 win32::DWORD NtfsVolume::Stat(FileId file, FileInfo& info) {
-  const auto lock = Enter();
+  Enter();
   Node* node = nullptr;
   if (const win32::DWORD error = GetNode(file, node)) return error;
   info = node->info;
@@ -151,7 +152,7 @@ win32::DWORD NtfsVolume::Stat(FileId file, FileInfo& info) {
 }
 
 win32::DWORD NtfsVolume::List(FileId directory, std::vector<DirectoryEntry>& entries) {
-  const auto lock = Enter();
+  Enter();
   Directory* known = nullptr;
   if (const win32::DWORD error = GetDirectory(directory, known)) return error;
   std::vector<std::pair<std::u16string_view, const DirectoryEntry*>> inOrder;
@@ -165,7 +166,7 @@ win32::DWORD NtfsVolume::List(FileId directory, std::vector<DirectoryEntry>& ent
 }
 
 win32::DWORD NtfsVolume::Names(FileId file, std::vector<std::pair<FileId, std::u16string>>& names) {
-  const auto lock = Enter();
+  Enter();
   Node* node = nullptr;
   if (const win32::DWORD error = GetNode(file, node)) return error;
   names.clear();
@@ -178,7 +179,7 @@ win32::DWORD NtfsVolume::Names(FileId file, std::vector<std::pair<FileId, std::u
 
 win32::DWORD NtfsVolume::Create(FileId directory, std::u16string_view name, bool isDirectory, win32::DWORD attributes,
                                 ByteView descriptor, FileTime now, FileId& file) {
-  const auto lock = Enter();
+  Enter();
   if (!IsLegalName(name)) return win32::ERROR_INVALID_NAME;
   Directory* entries = nullptr;
   if (const win32::DWORD error = GetDirectory(directory, entries)) return error;
@@ -266,7 +267,7 @@ win32::DWORD NtfsVolume::RefreshIfKnown(FileId file) {
 }
 
 win32::DWORD NtfsVolume::Link(FileId file, FileId directory, std::u16string_view name) {
-  const auto lock = Enter();
+  Enter();
   if (!IsLegalName(name)) return win32::ERROR_INVALID_NAME;
   Directory* entries = nullptr;
   if (const win32::DWORD error = GetDirectory(directory, entries)) return error;
@@ -281,7 +282,7 @@ win32::DWORD NtfsVolume::Link(FileId file, FileId directory, std::u16string_view
 }
 
 win32::DWORD NtfsVolume::Unlink(FileId directory, std::u16string_view name) {
-  const auto lock = Enter();
+  Enter();
   Directory* entries = nullptr;
   if (const win32::DWORD error = GetDirectory(directory, entries)) return error;
   const DirectoryEntry* const entry = Find(*entries, name);
@@ -301,7 +302,7 @@ win32::DWORD NtfsVolume::Unlink(FileId directory, std::u16string_view name) {
 
 win32::DWORD NtfsVolume::Rename(FileId fromDirectory, std::u16string_view fromName, FileId toDirectory,
                                 std::u16string_view toName) {
-  const auto lock = Enter();
+  Enter();
   if (!IsLegalName(toName)) return win32::ERROR_INVALID_NAME;
   Directory* from = nullptr;
   Directory* to = nullptr;

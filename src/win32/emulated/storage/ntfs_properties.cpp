@@ -56,7 +56,7 @@ bool PackExtendedAttributes(const std::vector<ExtendedAttribute>& attributes, By
 }  // namespace
 
 win32::DWORD NtfsVolume::GetReparse(FileId file, Bytes& data) {
-  const auto lock = Enter();
+  Enter();
   Node* node = nullptr;
   if (const win32::DWORD error = GetNode(file, node)) return error;
   if (node->reparse.empty()) return win32::ERROR_NOT_A_REPARSE_POINT;
@@ -65,7 +65,7 @@ win32::DWORD NtfsVolume::GetReparse(FileId file, Bytes& data) {
 }
 
 win32::DWORD NtfsVolume::SetReparse(FileId file, ByteView data) {
-  const auto lock = Enter();
+  Enter();
   Node* node = nullptr;
   if (const win32::DWORD error = GetNode(file, node)) return error;
   if (data.size() < kReparseHeader || data.size() > kMaximumReparse) return win32::ERROR_INVALID_REPARSE_DATA;
@@ -81,7 +81,7 @@ win32::DWORD NtfsVolume::SetReparse(FileId file, ByteView data) {
 }
 
 win32::DWORD NtfsVolume::RemoveReparse(FileId file) {
-  const auto lock = Enter();
+  Enter();
   Node* node = nullptr;
   if (const win32::DWORD error = GetNode(file, node)) return error;
   if (node->reparse.empty()) return win32::ERROR_NOT_A_REPARSE_POINT;
@@ -93,7 +93,7 @@ win32::DWORD NtfsVolume::RemoveReparse(FileId file) {
 }
 
 win32::DWORD NtfsVolume::GetExtendedAttributes(FileId file, std::vector<ExtendedAttribute>& attributes) {
-  const auto lock = Enter();
+  Enter();
   attributes.clear();
   Node* node = nullptr;
   if (const win32::DWORD error = GetNode(file, node)) return error;
@@ -110,7 +110,7 @@ win32::DWORD NtfsVolume::GetExtendedAttributes(FileId file, std::vector<Extended
 }
 
 win32::DWORD NtfsVolume::SetExtendedAttributes(FileId file, const std::vector<ExtendedAttribute>& attributes) {
-  const auto lock = Enter();
+  Enter();
   Node* node = nullptr;
   if (const win32::DWORD error = GetNode(file, node)) return error;
   Bytes bytes;
@@ -138,7 +138,7 @@ win32::DWORD NtfsVolume::SetExtendedAttributes(FileId file, const std::vector<Ex
 }
 
 win32::DWORD NtfsVolume::GetObjectId(FileId file, Bytes& id) {
-  const auto lock = Enter();
+  Enter();
   Node* node = nullptr;
   if (const win32::DWORD error = GetNode(file, node)) return error;
   if (!node->hasObjectId) return win32::ERROR_FILE_NOT_FOUND;
@@ -151,7 +151,7 @@ win32::DWORD NtfsVolume::GetObjectId(FileId file, Bytes& id) {
 }
 
 win32::DWORD NtfsVolume::SetObjectId(FileId file, ByteView id) {
-  const auto lock = Enter();
+  Enter();
   Node* node = nullptr;
   if (const win32::DWORD error = GetNode(file, node)) return error;
   if (id.size() != kObjectIdSize) return win32::ERROR_INVALID_PARAMETER;

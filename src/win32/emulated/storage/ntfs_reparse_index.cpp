@@ -19,7 +19,7 @@ struct PutIndexContext {
 }  // namespace
 
 win32::DWORD NtfsVolume::ReparsePoints(std::vector<FileId>& files) {
-  const auto lock = Enter();
+  Enter();
   files.clear();
   ntfs::Inode inode(ntfs_pathname_to_inode(volume_, nullptr, "$Extend/$Reparse"));
   if (!inode.get()) return errno == ENOENT ? 0 : ntfs::LastError();  // a volume of before NTFS 3.0 has none

@@ -63,7 +63,7 @@ std::size_t DescriptorLength(ByteView descriptor) {
 }
 
 win32::DWORD NtfsVolume::SetAttributes(FileId file, win32::DWORD attributes) {
-  const auto lock = Enter();
+  Enter();
   Node* node = nullptr;
   if (const win32::DWORD error = GetNode(file, node)) return error;
   const win32::DWORD wanted =
@@ -75,7 +75,7 @@ win32::DWORD NtfsVolume::SetAttributes(FileId file, win32::DWORD attributes) {
 }
 
 win32::DWORD NtfsVolume::SetTimes(FileId file, const FileTimes& times) {
-  const auto lock = Enter();
+  Enter();
   Node* node = nullptr;
   if (const win32::DWORD error = GetNode(file, node)) return error;
   FileInfo& info = node->info;
@@ -119,8 +119,43 @@ win32::DWORD NtfsVolume::StoreDescriptor(_ntfs_inode* inode, const Bytes& descri
   return 0;
 }
 
+// The descriptor of that number. On a volume with many the library's way to it takes most of the time of a look at a
+// file, so where each lies is kept. Nothing when it is not as it should be: then the library is asked.
+std::optional<Bytes> NtfsVolume::StoredDescriptor(std::uint32_t id) {
+  constexpr std::size_t kHeaderSize = sizeof(SECURITY_DESCRIPTOR_HEADER), kLongest = 0x10000;
+  static constexpr std::u16string_view kStream = u"$SDS";
+  if (id == 0 || !volume_->secure_ni || !volume_->secure_xsii) return std::nullopt;
+  auto place = descriptorPlaces_.find(id);
+  if (place == descriptorPlaces_.end()) {
+    SII_INDEX_KEY key{cpu_to_le32(id)};
+    ntfs_index_context* const index = volume_->secure_xsii;
+    ntfs_index_ctx_reinit(index);
+    if (ntfs_index_lookup(&key, sizeof key, index) != 0) return std::nullopt;
+    const std::size_t at = le16_to_cpu(index->entry->data_offset);
+    if (at + kHeaderSize > le16_to_cpu(index->entry->length)) return std::nullopt;
+    SECURITY_DESCRIPTOR_HEADER header;
+    std::memcpy(&header, reinterpret_cast<const std::uint8_t*>(index->entry) + at, sizeof header);
+    place = descriptorPlaces_.emplace(id, SecurePlace{le64_to_cpu(header.offset), le32_to_cpu(header.length)}).first;
+  }
+  const auto [offset, length] = place->second;
+  if (length <= kHeaderSize || length > kHeaderSize + kLongest) return std::nullopt;
+  Bytes entry(length);
+  if (ntfs_attr_data_read(volume_->secure_ni, ntfs::Units(kStream), static_cast<int>(kStream.size()),
+                          reinterpret_cast<char*>(entry.data()), entry.size(),
+                          static_cast<off_t>(offset)) != static_cast<int>(length))
+    return std::nullopt;
+  SECURITY_DESCRIPTOR_HEADER header;
+  std::memcpy(&header, entry.data(), sizeof header);
+  if (le32_to_cpu(header.security_id) != id || le32_to_cpu(header.length) != length) return std::nullopt;
+  const std::size_t size = DescriptorLength(ByteView(entry).subspan(kHeaderSize));
+  if (size == 0) return std::nullopt;
+  entry.erase(entry.begin(), entry.begin() + kHeaderSize);
+  entry.resize(size);
+  return entry;
+}
+
 win32::DWORD NtfsVolume::GetSecurity(FileId file, Bytes& descriptor) {
-  const auto lock = Enter();
+  Enter();
   Node* node = nullptr;
   if (const win32::DWORD error = GetNode(file, node)) return error;
   if (node->descriptor) {
@@ -129,6 +164,11 @@ win32::DWORD NtfsVolume::GetSecurity(FileId file, Bytes& descriptor) {
   }
   if (const auto known = descriptors_.find(node->info.securityId); known != descriptors_.end()) {
     descriptor = *known->second;
+    return 0;
+  }
+  if (auto stored = StoredDescriptor(node->info.securityId)) {
+    descriptor = std::move(*stored);
+    RememberDescriptor(node->info.securityId, std::make_shared<const Bytes>(descriptor));
     return 0;
   }
   ntfs::Inode inode(volume_, file);
@@ -148,7 +188,7 @@ win32::DWORD NtfsVolume::GetSecurity(FileId file, Bytes& descriptor) {
 }
 
 win32::DWORD NtfsVolume::SetSecurity(FileId file, ByteView descriptor) {
-  const auto lock = Enter();
+  Enter();
   Node* node = nullptr;
   if (const win32::DWORD error = GetNode(file, node)) return error;
   const std::size_t length = DescriptorLength(descriptor);

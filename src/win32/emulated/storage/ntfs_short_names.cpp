@@ -78,7 +78,7 @@ void NtfsVolume::RenewShortName(FileId file, FileId directory, std::u16string_vi
 bool NtfsVolume::AllowsShortNames() const { return (le16_to_cpu(volume_->flags) & kShortNamesDisabled) == 0; }
 
 win32::DWORD NtfsVolume::AllowShortNames(bool allow) {
-  const auto lock = Enter();
+  Enter();
   const ntfs::UniqueSearch search(ntfs_attr_get_search_ctx(volume_->vol_ni, nullptr));
   if (!search || ntfs_attr_lookup(AT_VOLUME_INFORMATION, AT_UNNAMED, 0, CASE_SENSITIVE, 0, nullptr, 0, search.get()))
     return ntfs::LastError();

@@ -38,7 +38,7 @@ StreamInfo* NtfsVolume::FindStream(Node& node, std::u16string_view stream) const
 }
 
 win32::DWORD NtfsVolume::Streams(FileId file, std::vector<StreamInfo>& streams) {
-  const auto lock = Enter();
+  Enter();
   Node* node = nullptr;
   if (const win32::DWORD error = GetNode(file, node)) return error;
   streams = node->streams;
@@ -46,7 +46,7 @@ win32::DWORD NtfsVolume::Streams(FileId file, std::vector<StreamInfo>& streams) 
 }
 
 win32::DWORD NtfsVolume::CreateStream(FileId file, std::u16string_view stream) {
-  const auto lock = Enter();
+  Enter();
   Node* node = nullptr;
   if (const win32::DWORD error = GetNode(file, node)) return error;
   if (FindStream(*node, stream)) return win32::ERROR_ALREADY_EXISTS;
@@ -64,7 +64,7 @@ win32::DWORD NtfsVolume::CreateStream(FileId file, std::u16string_view stream) {
 }
 
 win32::DWORD NtfsVolume::RemoveStream(FileId file, std::u16string_view stream) {
-  const auto lock = Enter();
+  Enter();
   Node* node = nullptr;
   if (const win32::DWORD error = GetNode(file, node)) return error;
   const StreamInfo* const known = FindStream(*node, stream);
@@ -80,7 +80,7 @@ win32::DWORD NtfsVolume::RemoveStream(FileId file, std::u16string_view stream) {
 }
 
 win32::DWORD NtfsVolume::StreamSize(FileId file, std::u16string_view stream, std::uint64_t& size) {
-  const auto lock = Enter();
+  Enter();
   Node* node = nullptr;
   if (const win32::DWORD error = GetNode(file, node)) return error;
   const StreamInfo* const known = FindStream(*node, stream);
@@ -91,7 +91,7 @@ win32::DWORD NtfsVolume::StreamSize(FileId file, std::u16string_view stream, std
 
 win32::DWORD NtfsVolume::Read(FileId file, std::u16string_view stream, std::uint64_t offset, std::span<std::uint8_t> to,
                               std::size_t& done) {
-  const auto lock = Enter();
+  Enter();
   done = 0;
   Node* node = nullptr;
   if (const win32::DWORD error = GetNode(file, node)) return error;
@@ -163,7 +163,7 @@ win32::DWORD NtfsVolume::ChangeStream(FileId file, std::u16string_view stream, s
 }
 
 win32::DWORD NtfsVolume::Write(FileId file, std::u16string_view stream, std::uint64_t offset, ByteView from) {
-  const auto lock = Enter();
+  Enter();
   Node* node = nullptr;
   if (const win32::DWORD error = GetNode(file, node)) return error;
   const StreamInfo* const known = FindStream(*node, stream);
@@ -174,12 +174,12 @@ win32::DWORD NtfsVolume::Write(FileId file, std::u16string_view stream, std::uin
 }
 
 win32::DWORD NtfsVolume::SetStreamSize(FileId file, std::u16string_view stream, std::uint64_t size) {
-  const auto lock = Enter();
+  Enter();
   return ChangeStream(file, stream, size, 0, {});
 }
 
 win32::DWORD NtfsVolume::SetSparse(FileId file, std::u16string_view stream) {
-  const auto lock = Enter();
+  Enter();
   Node* node = nullptr;
   if (const win32::DWORD error = GetNode(file, node)) return error;
   StreamInfo* const known = FindStream(*node, stream);
@@ -193,7 +193,7 @@ win32::DWORD NtfsVolume::SetSparse(FileId file, std::u16string_view stream) {
 }
 
 win32::DWORD NtfsVolume::AllocatedRanges(FileId file, std::u16string_view stream, std::vector<StreamRange>& ranges) {
-  const auto lock = Enter();
+  Enter();
   ranges.clear();
   Node* node = nullptr;
   if (const win32::DWORD error = GetNode(file, node)) return error;

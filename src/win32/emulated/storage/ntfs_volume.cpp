@@ -70,7 +70,6 @@ bool NtfsVolume::ReadJournalState() {
 }
 
 win32::DWORD NtfsVolume::DiscardJournal() {
-  const std::lock_guard lock(mutex_);
   if (ntfs_logfile_reset(volume_) != 0) return ntfs::LastError();
   isJournalClean_ = true;
   return 0;
@@ -101,8 +100,8 @@ win32::DWORD NtfsVolume::MakeRoomFor(std::uint64_t wanted) {
   return !dirty_.empty() && IsNearlyFull(wanted) ? PutDownAll() : 0;
 }
 
-std::unique_lock<std::mutex> NtfsVolume::Enter() {
-  std::unique_lock lock(mutex_);
+// What every call begins with, before it holds anything of the caches.
+void NtfsVolume::Enter() {
   if (nodes_.size() > kMaximumNodes) {
     if (const win32::DWORD error = PutDownAll(); error != 0 && lateError_ == 0) lateError_ = error;
     nodes_.clear();
@@ -115,7 +114,6 @@ std::unique_lock<std::mutex> NtfsVolume::Enter() {
     descriptors_.clear();
     descriptorIds_.clear();
   }
-  return lock;
 }
 
 win32::DWORD NtfsVolume::GetNode(FileId file, Node*& node) {
@@ -299,7 +297,6 @@ win32::DWORD NtfsVolume::PutDownAll() {
 }
 
 win32::DWORD NtfsVolume::Flush() {
-  const std::lock_guard lock(mutex_);
   win32::DWORD result = std::exchange(lateError_, 0);
   if (const win32::DWORD error = PutDownAll(); result == 0) result = error;
   if (!state_.written) return result;

@@ -9,7 +9,7 @@
 #pragma once
 
 #include <algorithm>
-#include <mutex>
+#include <optional>
 #include <unordered_map>
 
 #include "win32/constants.h"
@@ -135,7 +135,7 @@ class NtfsVolume final : public Volume {
 
   // ntfs_volume.cpp: the mount, the caches, and what goes down to the records.
   bool ReadJournalState();
-  std::unique_lock<std::mutex> Enter();
+  void Enter();
   win32::DWORD GetNode(FileId file, Node*& node);
   win32::DWORD Refresh(Node& node, _ntfs_inode* inode);
   void ReadAttribute(Node& node, _ntfs_inode* inode, const void* record);
@@ -172,12 +172,12 @@ class NtfsVolume final : public Volume {
 
   // ntfs_security.cpp
   win32::DWORD StoreDescriptor(_ntfs_inode* inode, const Bytes& descriptor, std::uint32_t& id);
+  std::optional<Bytes> StoredDescriptor(std::uint32_t id);
   void RememberDescriptor(std::uint32_t id, Descriptor descriptor);
   std::uint32_t KnownId(ByteView descriptor) const;
 
   ntfs::DeviceState state_;
   _ntfs_volume* volume_ = nullptr;
-  std::mutex mutex_;
   FileId root_ = 0;
   std::u16string label_;
   std::uint64_t serialNumber_ = 0;
@@ -191,7 +191,12 @@ class NtfsVolume final : public Volume {
   std::size_t largestDirectory_ = 0;  // the most entries that one of them had
   std::unordered_map<std::uint32_t, Descriptor> descriptors_;
   std::unordered_map<Descriptor, std::uint32_t, BytesHash, SameBytes> descriptorIds_;  // of the same descriptors
-  win32::DWORD lateError_ = 0;  // of something put down when nobody could be told
+  struct SecurePlace {
+    std::uint64_t offset = 0;
+    std::uint32_t length = 0;
+  };
+  std::unordered_map<std::uint32_t, SecurePlace> descriptorPlaces_;  // in $Secure, where a descriptor stays
+  win32::DWORD lateError_ = 0;                                       // of something put down when nobody could be told
 };
 
 // The length of a self-relative security descriptor without what may follow it; 0 when it is not one that NTFS stores
