@@ -15,6 +15,7 @@ packages=(
   libgtest-dev googletest          # tests; the sources for the Windows build of the contract tests
   fdisk wimtools sleuthkit psmisc libhivex-bin  # independent readers and writers
   g++-mingw-w64-x86-64 wine wine64 # QBC.exe and its trial
+  ansible-core ansible-lint        # tests/ansible
 )
 
 missing=()
