@@ -15,7 +15,7 @@ def main():
     request = {"check": module.check_mode, **{word: module.params[word] for word in WORDS}}
     with socket.create_connection(("127.0.0.1", int(os.environ["STANDIN"]))) as line:
         name = module._name.rsplit(".", 1)[-1]
-        line.sendall(f"\\{name}\n{os.environ['WORKSTATION']}\0{json.dumps(request)}".encode())
+        line.sendall(f"\\{name}\n{os.environ['WORKSTATION']}\0".encode("utf-16-le") + json.dumps(request).encode())
         line.shutdown(socket.SHUT_WR)
         module.exit_json(**json.loads(line.makefile().read().partition("\n")[2]))
 

@@ -1,36 +1,23 @@
-// Stands in for a program: hands its own path, its arguments and, for those that filter, its standard input to the
-// server on port STANDIN, writes what that answers and ends with the code that comes first (tests/wine/standins.py).
+// Stands in for a program: sends its own path, its arguments and, if its name is find, its standard input to the server
+// on port STANDIN, writes what that answers and ends with the code that comes first (tests/wine/standins.py).
 #include <winsock2.h>
 
 #include <cstdlib>
 #include <string>
-
-namespace {
-
-std::string Utf8(const std::wstring& text) {
-  std::string bytes(text.size() * 3, '\0');
-  const int size = WideCharToMultiByte(CP_UTF8, 0, text.data(), static_cast<int>(text.size()), bytes.data(),
-                                       static_cast<int>(bytes.size()), nullptr, nullptr);
-  bytes.resize(static_cast<std::size_t>(size));
-  return bytes;
-}
-
-}  // namespace
 
 int wmain(int argc, wchar_t** argv);
 
 int wmain(int argc, wchar_t** argv) {
   wchar_t path[MAX_PATH] = {};
   GetModuleFileNameW(nullptr, path, MAX_PATH);
-  std::string request = Utf8(path);
-  for (int i = 1; i < argc; ++i) request += '\n' + Utf8(argv[i]);
-  request += '\0';
+  std::wstring words = path;
+  for (int i = 1; i < argc; ++i) words += std::wstring(L"\n") + argv[i];
+  std::string request(reinterpret_cast<const char*>(words.c_str()), (words.size() + 1) * sizeof(wchar_t));
   char buffer[65536];
-  if (request.find("\\find.exe") != request.npos) {
-    DWORD read = 0;
-    while (ReadFile(GetStdHandle(STD_INPUT_HANDLE), buffer, sizeof buffer, &read, nullptr) && read != 0)
-      request.append(buffer, read);
-  }
+  DWORD size = 0;
+  const bool isFilter = std::wstring(path).ends_with(L"find.exe");
+  while (isFilter && ReadFile(GetStdHandle(STD_INPUT_HANDLE), buffer, sizeof buffer, &size, nullptr) && size != 0)
+    request.append(buffer, size);
 
   WSADATA data{};
   WSAStartup(MAKEWORD(2, 2), &data);
@@ -40,15 +27,13 @@ int wmain(int argc, wchar_t** argv) {
   server.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
   const SOCKET line = socket(AF_INET, SOCK_STREAM, 0);
   if (connect(line, reinterpret_cast<sockaddr*>(&server), sizeof server) != 0) return 99;
-  for (std::size_t sent = 0; sent < request.size();)
-    sent += static_cast<std::size_t>(send(line, &request[sent], static_cast<int>(request.size() - sent), 0));
+  send(line, request.data(), static_cast<int>(request.size()), 0);  // a socket that blocks takes all of it
   shutdown(line, SD_SEND);
   std::string answer;
-  for (int size; (size = recv(line, buffer, sizeof buffer, 0)) > 0;) answer.append(buffer, static_cast<unsigned>(size));
+  for (int got; (got = recv(line, buffer, sizeof buffer, 0)) > 0;) answer.append(buffer, static_cast<unsigned>(got));
   std::size_t code = 0;
   const int ended = std::stoi(answer, &code);
-  DWORD written = 0;
-  WriteFile(GetStdHandle(STD_OUTPUT_HANDLE), &answer[code + 1], static_cast<DWORD>(answer.size() - code - 1), &written,
-            nullptr);
+  answer.erase(0, code + 1);
+  WriteFile(GetStdHandle(STD_OUTPUT_HANDLE), answer.data(), static_cast<DWORD>(answer.size()), &size, nullptr);
   return ended;
 }

@@ -4,8 +4,7 @@ import threading
 
 
 class StandIns:
-    """`programs`: by name without .exe, what takes the path of the program, its arguments and its standard input, and
-    answers with its output and its exit code."""
+    """`programs`: by name, what takes the arguments and standard input, and answers with output and exit code."""
 
     def __init__(self, programs):
         self.programs = {"find": find, **programs}
@@ -16,11 +15,12 @@ class StandIns:
 
         class Handler(socketserver.StreamRequestHandler):
             def handle(self):
-                words, _, given = self.rfile.read().partition(b"\0")
-                path, *arguments = words.decode().split("\n")
+                request = self.rfile.read()
+                words = request.decode("utf-16-le", "replace").partition("\0")[0]
+                path, *arguments = words.split("\n")
                 outer.calls.append((path, *arguments))
-                name = path.rsplit("\\", 1)[1].lower().removesuffix(".exe")
-                output, code = outer.programs[name](arguments, given)
+                name = path.rpartition("\\")[2].lower().removesuffix(".exe")
+                output, code = outer.programs[name](arguments, request[2 * len(words) + 2:])
                 self.wfile.write(b"%d\n%s" % (code, output))
         self.server = socketserver.ThreadingTCPServer(("127.0.0.1", 0), Handler)
         threading.Thread(target=self.server.serve_forever, args=(0.05,), daemon=True).start()
@@ -30,12 +30,11 @@ class StandIns:
         self.server.shutdown()
         self.server.server_close()
 
-    def install(self, prefix, build, *folders):
+    def install(self, prefix, build, folder):
         """In a prefix: instead of Windows' programs that Wine lacks or has in part."""
         for name in ("find", "fsutil", "mountvol", "ping"):
-            for folder in folders:
-                prefix.host_path(f"{folder}\\{name}.exe").unlink(missing_ok=True)
-                prefix.place(build / "wine" / "standin.exe", f"{folder}\\{name}.exe")
+            prefix.host_path(f"{folder}\\{name}.exe").unlink(missing_ok=True)
+            prefix.place(build / "wine" / "standin.exe", f"{folder}\\{name}.exe")
         prefix.environment["STANDIN"] = str(self.server.server_address[1])
         prefix.environment["WINEDLLOVERRIDES"] += ";find.exe,fsutil.exe,mountvol.exe,ping.exe=n"
 
@@ -43,8 +42,7 @@ class StandIns:
 def find(arguments, given):
     """find.exe with /c /v "", /n TEXT or TEXT, of what comes through a pipe."""
     lines = given.replace(b"\r\n", b"\n").removesuffix(b"\n").split(b"\n") if given else []
-    if arguments[:2] == ["/c", "/v"]:
+    if arguments[0] == "/c":
         return b"%d\r\n" % len(lines), 0
-    found = [(number, line) for number, line in enumerate(lines, 1) if arguments[-1].encode() in line]
-    numbered = arguments[0] == "/n"
-    return b"".join(b"[%d]" % number * numbered + line + b"\r\n" for number, line in found), 0 if found else 1
+    found = [b"[%d]%s" % line for line in enumerate(lines, 1) if arguments[-1].encode() in line[1]]
+    return b"\r\n".join(found), 0 if found else 1
