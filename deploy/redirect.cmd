@@ -5,9 +5,10 @@ rem For cmd.exe from Windows Vista on. What it keeps to, because it runs as SYST
 rem - It makes no file, starts nothing that is not named in full, asks nothing, and does not care where it was started.
 rem - Delayed expansion is off: with it each "!" of a path would be lost.
 rem - What comes from outside is expanded once, in double quotes: then "&", "^", "%%" and parentheses are like any
-rem   other character. CALL, which expands again, gets labels only. In the body of a FOR no variable that came from
+rem   other character. CALL, which expands again, gets labels and the service's path. In the body of a FOR no variable that came from
 rem   outside is expanded, as a "%%L" in it would be taken for FOR's own.
-rem - Lines of the log, which name other people's files, stay in variables of FOR: those are not parsed again.
+rem - Lines of the log, which name other people's files, stay in variables of FOR: those are not parsed again. "echo("
+rem   prints whatever follows; "echo." and "echo:" may take it for the path of a program.
 setlocal EnableExtensions DisableDelayedExpansion
 rem A variable of this name would hide the real one.
 set "ERRORLEVEL="
@@ -126,7 +127,7 @@ call :count_lines
 echo QBC.exe %QB_ARGUMENTS%
 "%QB_PROGRAM%" %QB_ARGUMENTS% <nul
 set "QB_ENDED=%ERRORLEVEL%"
-echo:
+echo(
 call :say_log
 if not "%QB_ENDED%"=="0" goto run_failed
 rem Frozen is the one refusal that it ends with 0.
@@ -187,8 +188,9 @@ set "QB_KEY=HKLM\SYSTEM\CurrentControlSet\Services\QuillbayService"
 for /f "tokens=1,2,*" %%A in ('%%QB_SYSTEM%%\reg.exe query %%QB_KEY%% /v ImagePath 2^>nul') do (
   if /i "%%A"=="ImagePath" set "QB_SERVICE=%%C"
 )
-rem Its path may stand in quotes, with words behind them.
+rem Its path may stand in quotes, with words behind them, and have variables of Windows' in it.
 if defined QB_SERVICE set "QB_SERVICE=%QB_SERVICE:"=|%"
+if defined QB_SERVICE call set "QB_SERVICE=%QB_SERVICE%"
 if defined QB_SERVICE for /f "delims=|" %%P in ("%QB_SERVICE%") do set "QB_SERVICE=%%~dpP"
 if defined QB_SERVICE set "QB_LOG=%QB_SERVICE%QBC.log"
 set "QB_PROGRAM=%QB_HERE%QBC.exe"
@@ -289,7 +291,7 @@ if not exist "%QB_LOG%" exit /b 0
 set "QB_SKIP="
 if not "%QB_LINES%"=="0" set "QB_SKIP=skip=%QB_LINES% "
 echo "%QB_LOG%" says of this run:
-for /f "%QB_SKIP%delims=" %%L in ('type "%%QB_LOG%%"') do echo:%%L
+for /f "%QB_SKIP%delims=" %%L in ('type "%%QB_LOG%%"') do echo(%%L
 exit /b 0
 rem 0: the run's part of the log has QB_TEXT.
 :in_log
