@@ -6,7 +6,8 @@ packages=(
   cmake ninja-build g++ pkg-config python3
   clang-format-14 clang-tidy-14    # tools/check-style
   graphviz                         # tools/make-pictures
-  cmark-gfm scdoc dpkg-dev bubblewrap  # tools/make-packages: pages, manual pages; a root of its own for the check
+  cmark-gfm scdoc dpkg-dev         # tools/make-packages: pages, manual pages
+  bubblewrap groff-base bsdextrautils  # a root of its own and plain manual pages, for the check of the packages
   ntfs-3g ntfs-3g-dev              # the workstation's volumes; mkntfs; independent readers
   libcurl4-openssl-dev             # the workstation's network
   libxml2-dev                      # the workstation's XML documents
