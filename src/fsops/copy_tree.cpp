@@ -212,7 +212,8 @@ bool TreeCopy::IsForAnother(const TreeEntry& entry, const std::u16string& target
 }
 
 CopiedItem& TreeCopy::AddItem(CopiedItem item) {
-  targets_.insert(LowerAscii(item.target));
+  // In a folder that this run made, whatever stands at a target is another item.
+  if (!madeFolders_.contains(ParentPath(item.source.path))) targets_.insert(LowerAscii(item.target));
   if (!item.created) targets_.insert(LowerAscii(AsStored(item.target)));
   if (item.created && item.source.IsDirectory()) madeFolders_.insert(item.source.path);
   if (item.source.IsLink()) linkItems_[item.source.path] = record_.items.size();
