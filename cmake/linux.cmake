@@ -5,6 +5,7 @@ pkg_check_modules(CURL REQUIRED IMPORTED_TARGET libcurl)
 pkg_check_modules(LIBXML2 REQUIRED IMPORTED_TARGET libxml-2.0)
 pkg_check_modules(BLKID REQUIRED IMPORTED_TARGET blkid)
 pkg_check_modules(CRYPTO REQUIRED IMPORTED_TARGET libcrypto)
+find_library(MIMALLOC mimalloc REQUIRED)
 find_package(GTest REQUIRED)
 find_package(Threads REQUIRED)
 
@@ -27,12 +28,22 @@ target_link_libraries(qbc PRIVATE program program_resources emulated)
 add_executable(qbcreport src/entry/qbcreport_linux.cpp src/entry/on_workstation.cpp)
 target_link_libraries(qbcreport PRIVATE survey program program_resources emulated)
 
+# libntfs-3g asks for memory with every record: with the C library's allocator that is a fifth of the time of a move.
+function(use_faster_allocator)
+  foreach(target ${ARGN})
+    if(NOT QBC_SANITIZE)
+      target_link_libraries(${target} PRIVATE -Wl,--push-state,--no-as-needed ${MIMALLOC} -Wl,--pop-state)
+    endif()
+  endforeach()
+endfunction()
+
 file(GLOB workstation_sources CONFIGURE_DEPENDS tools/workstation/*.cpp)
 add_executable(workstation ${workstation_sources})
 target_include_directories(workstation PRIVATE tools)
 target_link_libraries(workstation PRIVATE emulated PkgConfig::BLKID PkgConfig::CRYPTO)
 set_source_files_properties(tools/workstation/main.cpp PROPERTIES COMPILE_DEFINITIONS QBC_VERSION="${PROJECT_VERSION}")
 precompile_common_headers(workstation program)
+use_faster_allocator(qbc qbcreport workstation)
 
 # What all suites share; the product is put on test machines as `workstation create` does it.
 file(GLOB support_sources CONFIGURE_DEPENDS tests/support/*.cpp)

@@ -11,12 +11,14 @@ packages=(
   ntfs-3g ntfs-3g-dev              # the workstation's volumes; mkntfs; independent readers
   libcurl4-openssl-dev             # the workstation's network
   libxml2-dev                      # the workstation's XML documents
+  libmimalloc-dev                  # the allocator of the Linux programs
   libblkid-dev libssl-dev qemu-utils  # disks: their partition tables, digests, virtual machines' containers
   nlohmann-json3-dev python3-jsonschema  # the report program's JSON, and its schema's check
   libgtest-dev googletest          # tests; the sources for the Windows build of the contract tests
   fdisk wimtools sleuthkit psmisc libhivex-bin  # independent readers and writers
   g++-mingw-w64-x86-64 wine wine64 # QBC.exe and its trial
   ansible-core ansible-lint        # tests/ansible
+  valgrind                         # bench/run --instructions
 )
 
 missing=()
