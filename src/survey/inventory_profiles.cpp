@@ -202,6 +202,10 @@ void AddShared(Inventory& inventory, ProfileFolder which, const Section& section
                const std::u16string& home) {
   ProfileFolderValue value;
   std::optional<SharedProfileNote> note;
+  // Where Windows has no such value, nothing is redirected by it.
+  if (ReadMachineValue(kProfileListPath, which == ProfileFolder::Default ? u"Default" : u"Public", value) ==
+      win32::LSTATUS{win32::ERROR_FILE_NOT_FOUND})
+    return;
   if (!ReadProfileFolder(which, value) || !ReadNote(which, note)) {
     inventory.untold.push_back(which == ProfileFolder::Default
                                    ? u"The registry does not tell where the Default profile is."
