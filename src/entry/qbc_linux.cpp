@@ -88,7 +88,7 @@ int main(int argc, char** argv) {
   TraceAsAsked(machine);
 
   const WideArguments arguments(argc, argv);
-  workstation::TakeSignals(machine);  // which end nothing any more, the saving neither
+  const workstation::SignalsAsEvents signals(machine);  // which end nothing any more, the saving neither
   const int result = QuillbayMain(argc, arguments.argv());
   CountAsAsked(machine);
   std::fflush(stdout);

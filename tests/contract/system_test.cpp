@@ -96,9 +96,10 @@ TEST_F(System, WhatADebuggerIsToldChangesTheLastError) {
 
 TEST_F(System, AConsoleHasATitleAndRoutinesForWhatItsUserAsks) {
   const PHANDLER_ROUTINE routine = [](DWORD) { return TRUE; };
-  EXPECT_EQ(ErrorOf(SetConsoleCtrlHandler(routine, FALSE)), ERROR_INVALID_PARAMETER);
-  EXPECT_EQ(ErrorOf(SetConsoleCtrlHandler(routine, TRUE)), 0u);
-  EXPECT_EQ(ErrorOf(SetConsoleCtrlHandler(routine, FALSE)), 0u);
+  for (const DWORD error : {0u, 0u + ERROR_INVALID_PARAMETER}) {
+    EXPECT_TRUE(error != 0 || SetConsoleCtrlHandler(routine, TRUE));
+    EXPECT_EQ(ErrorOf(SetConsoleCtrlHandler(routine, FALSE)), error);
+  }
   Put(Path(u"file"));
   DWORD mode = 0;
   EXPECT_EQ(ErrorOf(GetConsoleMode(Open(Path(u"file"), GENERIC_READ, 0).get(), &mode)), ERROR_INVALID_HANDLE);
@@ -106,12 +107,7 @@ TEST_F(System, AConsoleHasATitleAndRoutinesForWhatItsUserAsks) {
   SetLastError(ERROR_SUCCESS);
   if (GetConsoleTitleW(before, 512) == 0 && GetLastError() != ERROR_SUCCESS) return;  // there is none
   EXPECT_TRUE(SetConsoleTitleW(u"37 % of 12 items") && GetConsoleTitleW(now, 512) == 16);
-  EXPECT_TRUE(std::u16string_view(now) == u"37 % of 12 items");
-  EXPECT_TRUE(SetConsoleTitleW(before));
-  const DWORD start = GetTickCount();
-  Sleep(50);
-  const DWORD passed = GetTickCount() - start;
-  EXPECT_TRUE(passed >= 30 && passed < 30'000) << passed;
+  EXPECT_TRUE(std::u16string_view(now) == u"37 % of 12 items" && SetConsoleTitleW(before));
 }
 
 TEST_F(System, TextBecomesBytesOfACodePage) {

@@ -18,4 +18,7 @@ TEST(Progress, SaysWhatIsDoneHowFastItGoesAndWhenItEnds) {
   for (const auto& [done, total, seconds, width, line] : cases) {
     EXPECT_EQ(workstation::ProgressLine(done, total, seconds, width), line);
   }
+  EXPECT_EQ(workstation::TitleLine("37 % of 12 items, 3.0 MB left", 45),
+            "[====>       ]  37 % of 12 items, 3.0 MB left");
+  EXPECT_EQ(workstation::TitleLine("Command Prompt", 45) + workstation::TitleLine("370 % of it", 45), "");
 }

@@ -31,7 +31,7 @@ void EndBySignal(win32::DWORD event) {
 
 }  // namespace
 
-void TakeSignals(emulated::Machine& machine) {
+SignalsAsEvents::SignalsAsEvents(emulated::Machine& machine) {
   running = &machine;
   machine.controls.onEnd = EndBySignal;
   for (const auto& [signal, event] : kSignals) {
@@ -40,8 +40,12 @@ void TakeSignals(emulated::Machine& machine) {
     action = {};
     action.sa_handler = RaiseEvent;
     action.sa_flags = SA_RESTART;
-    sigaction(signal, &action, nullptr);
+    if (sigaction(signal, &action, nullptr) == 0) taken_.push_back(signal);
   }
+}
+
+SignalsAsEvents::~SignalsAsEvents() {
+  for (const int signal : taken_) std::signal(signal, SIG_IGN);
 }
 
 bool PlanControlEvent(emulated::Machine& machine, const std::string& text) {

@@ -2,15 +2,25 @@
 #pragma once
 
 #include <string>
+#include <vector>
 
 #include "win32/emulated/machine.h"
 
 namespace workstation {
 
-// From now on SIGINT is Ctrl+C, SIGHUP closes the window and SIGTERM shuts the computer down - those that the host does
-// not ignore. Where the program on the machine does not handle it, the signal ends this process. The machine outlives
-// all signals.
-void TakeSignals(emulated::Machine& machine);
+// While it lives SIGINT is Ctrl+C, SIGHUP closes the window and SIGTERM shuts the computer down - those that the host
+// does not ignore. Where the program on the machine does not handle it, the signal ends this process. Afterwards they
+// do nothing. The machine outlives it.
+class SignalsAsEvents {
+ public:
+  explicit SignalsAsEvents(emulated::Machine& machine);
+  ~SignalsAsEvents();
+  SignalsAsEvents(const SignalsAsEvents&) = delete;
+  SignalsAsEvents& operator=(const SignalsAsEvents&) = delete;
+
+ private:
+  std::vector<int> taken_;
+};
 
 // "EVENT|NUMBER": the event (ctrl-c, ctrl-break, close, log-off, shutdown) comes before that call of the program. False
 // for another text.
