@@ -79,7 +79,7 @@ int RunSetting(const Invocation& invocation) {
   TellDebugger(u"Before AutoRedirectNewUserProfile");
   const char16_t* const location = invocation.line.arguments.front().c_str();
   if (IsVolumePath(location)) {
-    ConsolePrint(u"AutoRedirectNewUserProfile cannot be done on volume.");
+    ConsolePrint(kNotOnVolume);
     return 0;
   }
   int result = 0;

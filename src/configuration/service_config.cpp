@@ -8,6 +8,7 @@
 #include "configuration/service_config_file.h"
 #include "links/presence.h"
 #include "report/log.h"
+#include "report/only_looks.h"
 #include "report/service_path.h"
 #include "text/ascii_case.h"
 #include "win32/shell.h"
@@ -102,6 +103,7 @@ int CQBConfig::GetConfigFilePath(std::u16string& path) try {
 int CQBConfig::Init() try {
   if (document_) return 0;
   loaded_ = 0;
+  if (OnlyLooks::Current()) return Look();
   if (!PathExists(path_)) {
     if (!CreateDefaultConfig(path_)) {
       Log(u"CQBConfig::Init: could not find config file. Create default config failed");
@@ -140,10 +142,32 @@ ConfigReading CQBConfig::Read() try {
   return ConfigReading::NotTold;
 }
 
+// A file that is there and does not tell what it holds is none that would be made anew.
+int CQBConfig::Look() {
+  const ConfigReading reading = Read();
+  if (reading == ConfigReading::NotTold) Log(u"CQBConfig::Init: failed to load config file");
+  return reading == ConfigReading::Done || (reading != ConfigReading::NotTold && TakeDefault()) ? 1 : 0;
+}
+
+// What the file would hold once it is made.
+int CQBConfig::TakeDefault() {
+  std::u16string text, profiles;
+  if (path_.empty() || !ReadProfilesDirectory(profiles) || !DefaultConfigText(text) || !ParseText(text) ||
+      !ReadContent())
+    return LogFailure(u"CQBConfig::Init: could not find config file. Create default config failed");
+  OnlyLooks::Current()->Leave(
+      u"Whether the service's configuration file, which is missing or cannot be read, can be "
+      u"made anew. The answer goes by its default.");
+  return SetUserProfileRedirection(nullptr, nullptr, profiles.c_str());
+}
+
 // Reads the file into a new document. Without one, nothing is held.
 int CQBConfig::Parse() {
   std::u16string text;
-  if (!ReadConfigText(path_, text)) return 0;
+  return ReadConfigText(path_, text) && ParseText(text) ? 1 : 0;
+}
+
+int CQBConfig::ParseText(const std::u16string& text) {
   if (document_.CreateInstance() == win32::S_OK && document_.put_preserveWhiteSpace(win32::TRUE) == win32::S_OK &&
       document_.loadXML(text) == win32::S_OK)
     return 1;

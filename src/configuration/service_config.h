@@ -33,8 +33,8 @@ class CQBConfig {
   CQBConfig(const CQBConfig&) = delete;
   CQBConfig& operator=(const CQBConfig&) = delete;
 
-  // Loads the file; a missing or unreadable one is first replaced by the default (logged). 0 on an object that is
-  // loaded already, which stays as it is.
+  // Loads the file; a missing or unreadable one is first replaced by the default (logged); for a run that only looks,
+  // in memory alone. 0 on an object that is loaded already, which stays as it is.
   int Init();
   // Loads the file as it is, for who only looks: nothing is put in the place of one that is missing or damaged.
   ConfigReading Read();
@@ -90,7 +90,10 @@ class CQBConfig {
   static int CreateDefaultConfig(const std::u16string& path);
   static int CompleteDefaultConfig(const std::u16string& path, const std::u16string& profiles);
   void Forget();  // the document and all that was read from it
+  int Look();
+  int TakeDefault();
   int Parse();
+  int ParseText(const std::u16string& text);
   int ReadContent();
   int ReadMonitoredKeys();
   int RemoveElements(const std::u16string& keyPath);

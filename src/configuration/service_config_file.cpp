@@ -120,6 +120,14 @@ bool WriteConfigText(const std::u16string& path, const std::u16string& text) {
   return false;
 }
 
+bool DefaultConfigText(std::u16string& text) {
+  const std::span<const win32::BYTE> config = DefaultConfig();
+  if (config.size() <= sizeof(char16_t)) return false;
+  text.resize(config.size() / sizeof(char16_t) - 1);  // without the byte-order mark
+  std::memcpy(text.data(), config.data() + sizeof(char16_t), text.size() * sizeof(char16_t));
+  return true;
+}
+
 bool WriteDefaultConfigFile(const std::u16string& path) {
   const std::span<const win32::BYTE> config = DefaultConfig();
   if (config.empty()) return false;

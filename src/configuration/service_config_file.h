@@ -11,6 +11,9 @@ bool ReadConfigText(const std::u16string& path, std::u16string& text);
 // the last error of the call that failed; what the file held is put back then, as far as it can be written.
 bool WriteConfigText(const std::u16string& path, const std::u16string& text);
 
+// The default's text, as ReadConfigText reads it once it is written. False without one in the resources.
+bool DefaultConfigText(std::u16string& text);
+
 // Writes the default over whatever is there; makes the file's folder where it is missing. Without a default in the
 // resources nothing is touched.
 bool WriteDefaultConfigFile(const std::u16string& path);

@@ -10,6 +10,7 @@
 #include "report/debugger.h"
 #include "report/lines.h"
 #include "report/log.h"
+#include "report/only_looks.h"
 #include "text/format.h"
 #include "text/path_text.h"
 #include "win32/win32.h"
@@ -238,7 +239,23 @@ int IsFileNotLocked(const std::u16string& path) {
   return IsFileNotLocked(path, win32::GetFileAttributesW(path.c_str()));
 }
 
+namespace {
+
+// Without opening it for writing: alone for reading, which is in the way of as many others. But where it could not be
+// opened for writing, it counts as not locked.
+int IsNotLockedAsFarAsSeen(const std::u16string& path, win32::DWORD attributes) {
+  OnlyLooks::Current()->Leave(
+      u"Whether a file in the source is a program that is running: Windows tells that only to who opens the file for "
+      u"writing.");
+  if (IsSharedFor(path, win32::GENERIC_READ, 0, win32::FILE_ATTRIBUTE_NORMAL)) return 1;
+  return (attributes & win32::FILE_ATTRIBUTE_READONLY) != 0 ||
+         !HasAccess(ImpersonatedCaller().token(), path, win32::GENERIC_READ | win32::GENERIC_WRITE);
+}
+
+}  // namespace
+
 int IsFileNotLocked(const std::u16string& path, win32::DWORD attributes) {
+  if (OnlyLooks::Current()) return IsNotLockedAsFarAsSeen(path, attributes);
   return IsSharedFor(path, AloneAccess(attributes), 0, win32::FILE_ATTRIBUTE_NORMAL);
 }
 
@@ -249,7 +266,7 @@ int IsDeletable(const std::u16string& path) {
 }
 
 int IsFileFree(const std::u16string& path, win32::DWORD attributes) {
-  {
+  if (!OnlyLooks::Current()) {
     const win32::UniqueFile file{win32::CreateFileW(path.c_str(), AloneAccess(attributes) | win32::DELETE, 0, nullptr,
                                                     win32::OPEN_EXISTING, win32::FILE_ATTRIBUTE_NORMAL, nullptr)};
     if (file) return 1;

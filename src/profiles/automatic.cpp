@@ -20,6 +20,7 @@
 #include "regredirect/registry_keys.h"
 #include "report/lines.h"
 #include "report/log.h"
+#include "report/only_looks.h"
 #include "report/outcome.h"
 #include "text/path_text.h"
 #include "validate/relations.h"
@@ -115,37 +116,53 @@ bool FindHome(const std::u16string& present, const std::u16string& location, std
       present);
 }
 
-Outcome Set(const std::u16string& location, bool withSharedProfiles) {
+// A setting on its way, as far as it has been read.
+struct Setting {
   CQBConfig config;
+  ProfileFolderValue before;
+  NewProfilesNote note;
+  ProfileCopies copies;
+};
+
+// Nothing has changed when this does not answer Done.
+Outcome MaySet(const std::u16string& location, bool withSharedProfiles, Setting& setting) {
   std::u16string present;
   bool isOn = false;
-  if (!ReadSection(config, present, isOn)) return Outcome::Failed;
+  if (!ReadSection(setting.config, present, isOn)) return Outcome::Failed;
   if (isOn) {
     Log(u"#ERROR: New user profiles are created in %ls already.", present);
     Say(StringId::NewProfilesRedirectedAlready);
     return Outcome::Refused;
   }
-  ProfileFolderValue before;
-  if (!RequireProfileFolder(ProfileFolder::ProfilesDirectory, before)) return Outcome::Failed;
-  NewProfilesNote note{.home = {}, .location = location};
-  if (!FindHome(before.folder, location, note.home) || !MayHoldProfiles(location, note.home, false) ||
-      IsOnOldKeelroom(location))
-    return Outcome::Failed;
-  const RestartOwed owed = SayIfRestartIsOwed({location});
-  if (owed != RestartOwed::No) return owed == RestartOwed::Yes ? Outcome::Refused : Outcome::Failed;
-
+  if (!RequireProfileFolder(ProfileFolder::ProfilesDirectory, setting.before)) return Outcome::Failed;
+  setting.note = {.home = {}, .location = location};
+  std::u16string& home = setting.note.home;
   const SharedProfiles named = withSharedProfiles ? kBothProfiles : SharedProfiles{};
+  RestartOwed owed = RestartOwed::No;
+  const auto noRestartIsOwed = [&] { return (owed = SayIfRestartIsOwed({location})) == RestartOwed::No; };
+  const auto mayCopy = [&] {
+    return PlanCopies(named, location, home, true, kEverything, setting.copies) &&
+           MayBeCopied(setting.copies, location);
+  };
+  if (!AllHold({[&] { return FindHome(setting.before.folder, location, home); },
+                [&] { return MayHoldProfiles(location, home, false); }, [&] { return !IsOnOldKeelroom(location); },
+                noRestartIsOwed, mayCopy, [&] { return FindWhatIsMissing(setting.config, setting.note); }}))
+    return owed == RestartOwed::Yes ? Outcome::Refused : Outcome::Failed;
+  TellIfOnOneVolume(home, location);
+  return Outcome::Done;
+}
+
+Outcome Set(const std::u16string& location, bool withSharedProfiles) {
   ProfilesLocation folder(location);
-  ProfileCopies copies;
-  if (!PlanCopies(named, location, note.home, true, kEverything, copies) || !MayBeCopied(copies, location) ||
-      !FindWhatIsMissing(config, note))
-    return Outcome::Failed;
-  TellIfOnOneVolume(note.home, location);
+  Setting setting;  // the copies go before the folder
+  if (const Outcome may = MaySet(location, withSharedProfiles, setting); may != Outcome::Done) return may;
+  const ProfileCopies& copies = setting.copies;
+  const NewProfilesNote& note = setting.note;
 
   NoteInForce noted;  // until the value is back
-  ProfileFolderChange directory(ProfileFolder::ProfilesDirectory, before);
+  ProfileFolderChange directory(ProfileFolder::ProfilesDirectory, setting.before);
   if (!folder.Make(note.home) || !CopyAndMakeLive(copies) || !noted.Write(note) || !directory.Set(location) ||
-      !WriteSection(config, note) || !SaveConfiguration(config))
+      !WriteSection(setting.config, note) || !SaveConfiguration(setting.config))
     return Outcome::Failed;
   directory.Keep();
   noted.Keep();
@@ -272,6 +289,17 @@ int SayRemovalFailed(const Removal& removal) {
 }
 
 }  // namespace
+
+bool MaySetAutoRedirection(const std::u16string& location, bool withSharedProfiles,
+                           std::vector<std::u16string>& copied) {
+  const auto maySet = [&] {
+    Setting setting;
+    const bool may = MaySet(AsStored(WithoutTrailingBackslash(location)), withSharedProfiles, setting) == Outcome::Done;
+    for (const auto& copy : setting.copies) copied.push_back(copy->original());
+    return may;
+  };
+  return AllHold({[] { return IsAdministrator(); }, maySet});
+}
 
 int SetAutoRedirection(const char16_t* location, bool withSharedProfiles) try {
   if (!IsAdministrator()) return 1;

@@ -17,6 +17,7 @@
 #include "report/console.h"
 #include "report/lines.h"
 #include "report/log.h"
+#include "report/only_looks.h"
 #include "text/path_text.h"
 #include "validate/closed_items.h"
 #include "validate/path_rules.h"
@@ -62,6 +63,12 @@ bool ProfileMove::Run() {
   }
   TakeBack();
   return false;
+}
+
+bool ProfileMove::MayRun() {
+  return AllHold({[this] { return IsAllowed(); }, [this] { return IsNoRedirectedData(); },
+                  [this] { return place_.MayBeMade(); }, [this] { return IsNobodyElses(); }, [this] { return List(); },
+                  [this] { return MayMove(); }});
 }
 
 // What can be told before anything is made.
@@ -117,19 +124,27 @@ bool ProfileMove::List() {
 
 // What could refuse once the contents have moved is asked now.
 bool ProfileMove::MayMove() {
-  if (!ValidateRedirectionPaths(profile_.folder.c_str(), place_.path().c_str(),
-                                {.excludeMountedVolume = place_.IsVolume(),
-                                 .quietSystemFolder = flags_.backToDefault,
-                                 .stopMediaSharing = true})) {
-    return LogFailure(line::kPreScanningFailed, profile_.folder, place_.path());
-  }
-  if (!place_.HoldsNothingOfOthers(profile_.sid, flags_.carried.ntfsPermissions) ||
-      (!place_.KeepsPath() && !records_.CanFollow()))
+  const bool carriesOn = place_.KeepsPath();
+  if (!AllHold({[this] { return IsFitForIt(); },
+                [this] { return place_.HoldsNothingOfOthers(profile_.sid, flags_.carried.ntfsPermissions); },
+                [&] { return carriesOn || records_.CanFollow(); },
+                // The way home is open for a profile whose hive has been damaged since; the log then tells.
+                [&] { return carriesOn || flags_.backToDefault || CanRewriteWallpaper(profile_); }}))
     return false;
-  // The way home is open for a profile whose hive has been damaged since; the log then tells.
-  if (!place_.KeepsPath() && !flags_.backToDefault && !CanRewriteWallpaper(profile_)) return false;
   if (!place_.KeepsPath() && !flags_.backToDefault) TellIfOnOneVolume(profile_.folder, place_.path());
   return true;
+}
+
+bool ProfileMove::IsFitForIt() {
+  const std::u16string standIn = OnlyLooks::Current() ? place_.StandIn() : std::u16string();
+  const bool isMade = standIn.empty() || (!place_.IsVolume() && place_.StoodThere());
+  if (ValidateRedirectionPaths(profile_.folder.c_str(), place_.path().c_str(),
+                               {.excludeMountedVolume = place_.IsVolume(),
+                                .quietSystemFolder = flags_.backToDefault,
+                                .stopMediaSharing = true,
+                                .standIn = isMade ? nullptr : standIn.c_str()}))
+    return true;
+  return LogFailure(line::kPreScanningFailed, profile_.folder, place_.path());
 }
 
 bool ProfileMove::MoveContents() {

@@ -17,6 +17,8 @@ class ProfileMove {
 
   // False: everything is as it was, or the log says where the profile is.
   bool Run();
+  // All that Run asks before the contents move, for a run that only looks. Each refusal has its line in the log.
+  bool MayRun();
 
  private:
   bool IsAllowed() const;
@@ -25,6 +27,7 @@ class ProfileMove {
   bool IsNobodyElses() const;
   bool List();
   bool MayMove();
+  bool IsFitForIt();
   bool MoveContents();
   bool Follow();
   bool RestoreSecurity() const;

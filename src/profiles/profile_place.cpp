@@ -6,11 +6,13 @@
 #include "fsops/volume_root.h"
 #include "links/mounted_folder.h"
 #include "links/presence.h"
+#include "links/real_path.h"
 #include "profiles/profiles_location.h"
 #include "profiles/recorded_home.h"
 #include "report/debugger.h"
 #include "report/lines.h"
 #include "report/log.h"
+#include "report/only_looks.h"
 #include "text/path_text.h"
 #include "validate/validate.h"
 #include "win32/win32.h"
@@ -49,11 +51,28 @@ bool ProfilePlace::MountBesideProfile() {
   stoodThere_ = PathExists(path_);
   const bool mountedBefore = stoodThere_ && IsMountedOn(path_, volume_);
   if (mountedBefore) return true;
-  const bool usable = !stoodThere_ || IsEmptyPlainFolder(path_);
-  if (usable && MakeFolder(path_) != FolderMade::Failed) mountedHere_ = MountVolume(path_, volume_);
+  if (IsUsableMount() && MakeFolder(path_) != FolderMade::Failed) mountedHere_ = MountVolume(path_, volume_);
   if (mountedHere_ && IsMountedOn(path_, volume_)) return true;
   return LogFailure(line::kVolumeNotMounted, path_);
 }
+
+bool ProfilePlace::IsUsableMount() const { return !stoodThere_ || IsEmptyPlainFolder(path_); }
+
+bool ProfilePlace::MayBeMade() {
+  stoodThere_ = PathExists(path_);
+  if (IsVolume()) {
+    if (!ValidateProfileVolume(volume_.c_str(), path_.c_str())) return false;
+    return IsUsableMount() || IsMountedOn(path_, volume_) || LogFailure(line::kVolumeNotMounted, path_);
+  }
+  if (IsGathered()) return side_.IsFreeFor(formerVolume_) || LogFailure(line::kNotEmpty, path_);
+  if (stoodThere_) return true;
+  OnlyLooks::Current()->Leave(u"Whether the folder that the profile goes to can be made.");
+  constexpr win32::DWORD kAddFolder = win32::FILE_APPEND_DATA;  // of a folder
+  return HasAccess(ImpersonatedCaller().token(), NearestFolder(path_), kAddFolder) ||
+         LogFailure(line::kTargetFolderNotCreated, path_);
+}
+
+std::u16string ProfilePlace::StandIn() const { return IsVolume() ? volume_ : NearestFolder(path_); }
 
 bool ProfilePlace::Make() {
   std::u16string home;

@@ -26,6 +26,10 @@ class ProfilePlace {
   // Without a volume it only asks whether the place is free: one beside the profile may hold nothing but what a run
   // that was cut off left there.
   bool Mount();
+  // Could Mount and Make do their work, as far as a run that only looks can tell?
+  bool MayBeMade();
+  // What is there already and has the room that the place will have.
+  std::u16string StandIn() const;
   // The folder that holds the place is made with it, as private as Windows' own profiles folder.
   bool Make();
   // Nobody but administrators, the system and the user (his SID) may have a hand in what stands in the place already.
@@ -54,6 +58,7 @@ class ProfilePlace {
   // The profile is gathered beside the folder that its volume is mounted on.
   bool IsGathered() const { return keepsPath_ && !IsVolume(); }
   bool MountBesideProfile();
+  bool IsUsableMount() const;
   void OpenLeftFolder() const;
   bool RenameToFormerPlace() const;
   void Unmount() const;

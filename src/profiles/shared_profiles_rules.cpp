@@ -11,6 +11,7 @@
 #include "records/redirected_places.h"
 #include "report/lines.h"
 #include "report/log.h"
+#include "report/only_looks.h"
 #include "text/path_text.h"
 #include "validate/free_space.h"
 #include "validate/path_rules.h"
@@ -52,11 +53,12 @@ bool MayHoldProfiles(const std::u16string& location, const std::u16string& home,
   const bool asRoot = allowDriveRoot && IsDriveRoot(location.c_str());
   const bool mustExist = !asRoot && PathExists(location);
   // Without a source, just the rules for the target are asked.
-  return ValidateTargetPath(location.c_str(), {.mustExist = mustExist}) &&
-         (mustExist || !IsSystemFolder(location.c_str(), {.quiet = true})) && IsOutsideSystemFolders(location) &&
-         IsApartFromHome(location, home) && IsOutsideProfiles(location) &&
-         CheckPathRelations(u"", location.c_str(), {.excludeMountedVolume = true}) &&
-         MayComeTo(home, location, Comes::Profiles);
+  return AllHold({[&] { return ValidateTargetPath(location.c_str(), {.mustExist = mustExist}); },
+                  [&] { return mustExist || !IsSystemFolder(location.c_str(), {.quiet = true}); },
+                  [&] { return IsOutsideSystemFolders(location); }, [&] { return IsApartFromHome(location, home); },
+                  [&] { return IsOutsideProfiles(location); },
+                  [&] { return CheckPathRelations(u"", location.c_str(), {.excludeMountedVolume = true}); },
+                  [&] { return MayComeTo(home, location, Comes::Profiles); }});
 }
 
 bool IsVolumeThere(const std::u16string& folder, const std::u16string& volume) {

@@ -10,6 +10,7 @@
 #include "records/redirected_places.h"
 #include "report/console.h"
 #include "report/log.h"
+#include "report/only_looks.h"
 #include "text/path_text.h"
 
 namespace {
@@ -55,13 +56,16 @@ bool PlanCopies(SharedProfiles which, const std::u16string& location, const std:
 
 bool MayBeCopied(const ProfileCopies& copies, const std::u16string& location) {
   std::vector<std::u16string> trees;
+  bool all = true;
   for (const auto& copy : copies) {
-    if (!IsFolderAndNoLink(copy->original()) || HoldsRedirectedData(copy->original()) || !IsFree(copy->copy()) ||
-        !MayComeTo(copy->original(), copy->copy(), Comes::Profile))
-      return false;
+    all = AllHold({[&] { return IsFolderAndNoLink(copy->original()); },
+                   [&] { return !HoldsRedirectedData(copy->original()); }, [&] { return IsFree(copy->copy()); },
+                   [&] { return MayComeTo(copy->original(), copy->copy(), Comes::Profile); }}) &&
+          all;
+    if (!all && !OnlyLooks::Current()) return false;
     trees.push_back(copy->original());
   }
-  return trees.empty() || HasRoomFor(trees, location);
+  return (trees.empty() || HasRoomFor(trees, location)) && all;
 }
 
 bool CopyAndMakeLive(const ProfileCopies& copies) {

@@ -7,6 +7,7 @@
 #include "probes/privileges.h"
 #include "records/registry_text.h"
 #include "report/log.h"
+#include "report/only_looks.h"
 #include "text/path_text.h"
 #include "win32/win32.h"
 
@@ -97,6 +98,10 @@ int RewriteWallpaper(const UserProfile& profile, const std::u16string& oldFolder
 
 int CanRewriteWallpaper(const UserProfile& profile) try {
   if (profile.hiveState != kHiveNotLoaded) return 1;
+  if (OnlyLooks* const look = OnlyLooks::Current()) {
+    look->Leave(u"Whether the user's registry file is whole: it would have to be loaded.");
+    return 1;
+  }
   LoadedHive hive(profile.folder);
   if (hive.isLoaded() && hive.TakeOff()) return 1;
   Log(u"#ERROR: The registry file of the user of %ls is damaged, or in use. Nothing in it could follow the User "
@@ -112,6 +117,11 @@ void UnloadForgottenHive() try {
   win32::UniqueKey key;
   if (win32::RegOpenKeyExW(win32::HKEY_USERS, kTemporaryKey, 0, win32::KEY_QUERY_VALUE, key.put()) != 0) return;
   key.reset();
+  if (OnlyLooks* const look = OnlyLooks::Current()) {
+    look->Leave(
+        u"What becomes of a user's registry file that an earlier run left loaded: the command unloads it first.");
+    return;
+  }
   EnableHivePrivileges();
   if (!Unload()) Log(u"#INFO: Unable to unload the user's registry file that an earlier run left loaded.");
 } catch (const std::exception&) {

@@ -22,6 +22,7 @@
 #include "report/console.h"
 #include "report/lines.h"
 #include "report/log.h"
+#include "report/only_looks.h"
 #include "report/outcome.h"
 #include "text/path_text.h"
 
@@ -125,14 +126,44 @@ bool IsInItsFolder(const std::u16string& folder, const char16_t* target) {
   return true;
 }
 
-bool FindProfile(const std::u16string& user, UserProfile& profile) {
-  if (IsUserLoggedOn(user)) return LogFailure(u"#ERROR: Cannot redirect logged in user = %ls.", user);
-  // Without a SID it is nobody's.
+bool IsNotLoggedOn(const std::u16string& user) {
+  return !IsUserLoggedOn(user) || LogFailure(u"#ERROR: Cannot redirect logged in user = %ls.", user);
+}
+
+// Without a SID a profile is nobody's.
+bool IsKnown(const std::u16string& user, UserProfile& profile) {
   if (GetUserProfile(user, profile) && !profile.sid.empty()) return true;
   return LogFailure(u"#ERROR: Failed to obtain User Profile Information. User: %s", user);
 }
 
+bool MayMoveFrom(UserProfile& profile, const std::u16string& target) {
+  if (IsVolumePath(profile.folder.c_str())) {
+    std::u16string given = profile.folder, normal;
+    if (!VolumePathToNormalPath(given, normal)) return LogFailure(line::kNoNormalPath);
+    profile.folder = WithoutTrailingBackslash(normal);
+  }
+  return AllHold({[&] { return IsInItsFolder(profile.folder, target.c_str()); },
+                  [&] { return IsAloneOnItsVolume(profile); },
+                  [&] {
+                    profile.folder = AsStored(profile.folder);
+                    return ProfileMove(profile, AsStored(target), {}).MayRun();
+                  }});
+}
+
 }  // namespace
+
+bool MayRedirectUserProfile(const std::u16string& user, const std::u16string& target, std::u16string& folder) {
+  UserProfile profile;
+  const auto movesOn = [&] {
+    if (!IsKnown(user, profile)) return false;
+    folder = profile.folder;
+    return MayMoveFrom(profile, target);
+  };
+  WarnOfModernApps(target.front());
+  UnloadForgottenHive();
+  return AllHold({[] { return IsAdministrator(); }, [&] { return !IsOnOldKeelroom(target); },
+                  [&] { return IsNotLoggedOn(user); }, movesOn});
+}
 
 int RedirectUserProfile(const char16_t* user, const char16_t* target, const ProfileMoveFlags& flags) try {
   if (!IsAdministrator()) return 1;
@@ -145,7 +176,7 @@ int RedirectUserProfile(const char16_t* user, const char16_t* target, const Prof
   ServicePause mediaSharing(ServicePause::kMediaSharing);
   mediaSharing.Expect();  // it is stopped when the profile is examined
   UserProfile profile;
-  if (!FindProfile(user, profile)) return Fail(StringId::ProfileRedirectionFailed);
+  if (!IsNotLoggedOn(user) || !IsKnown(user, profile)) return Fail(StringId::ProfileRedirectionFailed);
   NormalImagePath imagePath(profile);
   if (!imagePath.Write()) return 1;
   if (!IsInItsFolder(profile.folder, target) || !IsAloneOnItsVolume(profile))

@@ -20,6 +20,7 @@
 #include "redirect/idle_service.h"
 #include "report/lines.h"
 #include "report/log.h"
+#include "report/only_looks.h"
 #include "report/outcome.h"
 #include "report/progress.h"
 #include "report/stop_request.h"
@@ -30,6 +31,20 @@ namespace {
 
 void LogMetadataFailed(const std::u16string& from, const std::u16string& to) {
   LogWithSystemError(u"#ERROR: Unable to copy times, attributes and permissions from %ls to %ls. ", from, to);
+}
+
+bool LogNoTargetFolder(const std::u16string& folder, win32::DWORD error) {
+  return LogFailure(u"#ERROR: Target directory '%ls' doesn't exists. Error: %d", folder, error);
+}
+
+// Nothing but folders is there of the target folder's path.
+bool MayTargetFolderBeMade(const std::u16string& folder) {
+  for (std::u16string above = folder; above.find(u'\\') != std::u16string::npos; above = ParentPath(above)) {
+    const Look look = LookAt(above);
+    if (look.IsGone()) continue;
+    return look.IsDirectory() || LogNoTargetFolder(folder, win32::ERROR_ALREADY_EXISTS);
+  }
+  return true;
 }
 
 // One file on its way to its new place.
@@ -79,8 +94,7 @@ class FileRedirection {
 bool FileRedirection::MakeTargetFolder() const {
   const auto result = static_cast<win32::DWORD>(win32::SHCreateDirectoryExW(nullptr, places_.folder.c_str(), nullptr));
   if (DirectoryExists(places_.folder)) return true;
-  return LogFailure(u"#ERROR: Target directory '%ls' doesn't exists. Error: %d", places_.folder,
-                    result != win32::ERROR_SUCCESS ? result : win32::GetLastError());
+  return LogNoTargetFolder(places_.folder, result != win32::ERROR_SUCCESS ? result : win32::GetLastError());
 }
 
 // From here on nobody writes to the source until it is removed: the copy cannot be older than what is deleted.
@@ -366,6 +380,14 @@ int RemoveFileAndSay(const char16_t* source, const char16_t* target) try {
 }
 
 }  // namespace
+
+bool MayRedirectFile(const char16_t* source, const char16_t* target) {
+  if (!source || !target) return MayBegin(source, target, line::kPathMissing);
+  const FilePlaces places(source, target);
+  const auto isFree = [&] { return !IsInUse(places.source) && !AreOneFile(places); };
+  return AllHold({[&] { return MayBegin(source, target, line::kPathMissing); }, [&] { return MayBeRedirected(places); },
+                  [&] { return MayTargetFolderBeMade(places.folder); }, [&] { return MayGoThere(places); }, isFree});
+}
 
 int RedirectFile(const char16_t* source, const char16_t* target, int copyNtfsPermissions) try {
   if (!MayBegin(source, target, line::kPathMissing)) return 1;

@@ -10,6 +10,8 @@
 // the folder is replaced. copyNtfsPermissions: with owner and access entries; times and attributes always.
 // 0 on success. 1 on failure: the file is back at its place, or the log says where it is.
 int RedirectFile(const char16_t* source, const char16_t* target, int copyNtfsPermissions);
+// All that RedirectFile asks before it touches the file; for a run that only looks.
+bool MayRedirectFile(const char16_t* source, const char16_t* target);
 
 // Moves the file back in the place of the link `source` and takes the record away. `target` is the file, or the folder
 // that it is in. Results as above; a file that is complete at its old place stays there even when a later step fails.

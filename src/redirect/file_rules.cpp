@@ -10,6 +10,7 @@
 #include "redirect/file_copy.h"
 #include "report/lines.h"
 #include "report/log.h"
+#include "report/only_looks.h"
 #include "text/path_text.h"
 #include "validate/free_space.h"
 #include "validate/path_rules.h"
@@ -80,9 +81,17 @@ bool AreOnNtfs(const FilePlaces& places) {
                     places.folder);
 }
 
+// The folder; where a run that only looks has not made it, the one that it would be made in.
+std::u16string WhatIsThereOf(const std::u16string& folder) {
+  OnlyLooks* const look = OnlyLooks::Current();
+  if (!look || DirectoryExists(folder)) return folder;
+  look->Leave(u"Whether the target folder can be made, and what it would inherit.");
+  return NearestFolder(folder);
+}
+
 // The relations of source and target. All rules are tried, so that the log tells everything that is wrong.
 bool TargetGrantsFullControl(const FilePlaces& places) {
-  const std::u16string& asked = PathExists(places.realTarget) ? places.realTarget : places.folder;
+  const std::u16string asked = PathExists(places.realTarget) ? places.realTarget : WhatIsThereOf(places.folder);
   return GrantsFullControl(asked, places.realTarget.c_str());
 }
 
@@ -102,7 +111,7 @@ bool TargetHasRoom(const FilePlaces& places) {
   const std::optional<FileFacts> facts = FactsOf(places.source);
   if (!facts) return LogFailure(line::kSizeUnknown, places.source);
   if (!PathExists(places.realTarget)) Log(line::kSpaceOfParent, places.realTarget, places.folder);
-  const std::optional<std::uint64_t> available = AvailableBytes(places.folder);
+  const std::optional<std::uint64_t> available = AvailableBytes(WhatIsThereOf(places.folder));
   if (available && *available > facts->size) return true;
   return LogFailure(line::kNotEnoughSpace, places.realTarget);
 }
@@ -121,7 +130,7 @@ bool MayBeRead(const FilePlaces& places) {
     return LogFailure(
         u"#ERROR: (Source) %ls - Insufficient permissions. The minimum permissions requirement is read & execute.",
         places.source);
-  if (HasAccess(caller.token(), places.folder, kReadAndExecute)) return true;
+  if (HasAccess(caller.token(), WhatIsThereOf(places.folder), kReadAndExecute)) return true;
   return LogFailure(
       u"#ERROR: (Target) %ls - Insufficient permissions. The minimum permissions requirement is read & execute.",
       places.folder);
@@ -146,16 +155,19 @@ FilePlaces::FilePlaces(const std::u16string& file, const std::u16string& targetF
     : source(AsStored(file)), folder(AsStored(targetFolder)), realTarget(JoinPath(folder, LastComponent(source))) {}
 
 bool MayBeRedirected(const FilePlaces& places) {
-  return IsFullFilePath(places.source) && IsFullFilePath(places.folder) && SourceIsNoLink(places) &&
-         IsShortEnough(places.source) && SourceIsFilePath(places.source) && SourceIsNotTarget(places) &&
-         TargetIsNoOther(places) && TargetIsNoLink(places) && SourceExists(places.source) &&
-         HasItsContents(places.source) && IsShortEnough(places.realTarget) && AreOnNtfs(places) &&
-         MayFileLeave(places.source) && MayComeTo(places.source, places.realTarget, Comes::File) &&
-         IsOutsideSystemFolders(places.folder);
+  return IsFullFilePath(places.source) && IsFullFilePath(places.folder) &&
+         AllHold({[&] { return SourceIsNoLink(places); }, [&] { return IsShortEnough(places.source); },
+                  [&] { return SourceIsFilePath(places.source); }, [&] { return SourceIsNotTarget(places); },
+                  [&] { return TargetIsNoOther(places); }, [&] { return TargetIsNoLink(places); },
+                  [&] { return SourceExists(places.source); }, [&] { return HasItsContents(places.source); },
+                  [&] { return IsShortEnough(places.realTarget); }, [&] { return AreOnNtfs(places); },
+                  [&] { return MayFileLeave(places.source); },
+                  [&] { return MayComeTo(places.source, places.realTarget, Comes::File); },
+                  [&] { return IsOutsideSystemFolders(places.folder); }});
 }
 
 bool MayGoThere(const FilePlaces& places) {
-  if (!AreFitForEachOther(places) || !MayBeRead(places)) return false;
+  if (!AllHold({[&] { return AreFitForEachOther(places); }, [&] { return MayBeRead(places); }})) return false;
   TellIfOnOneVolume(places.source, places.folder);
   return true;
 }

@@ -16,7 +16,8 @@ struct FilePlaces {
 // What can be told before the target folder is there: the paths, the source, an earlier redirection.
 bool MayBeRedirected(const FilePlaces& places);
 
-// Source and target to each other, and the access to both. The target folder exists.
+// Source and target to each other, and the access to both. The target folder exists; for a run that only looks, what
+// is there of its path will do.
 bool MayGoThere(const FilePlaces& places);
 
 // With the last error.

@@ -16,6 +16,7 @@
 #include "redirect/folder_steps.h"
 #include "report/lines.h"
 #include "report/log.h"
+#include "report/only_looks.h"
 #include "report/outcome.h"
 #include "text/path_text.h"
 #include "validate/path_rules.h"
@@ -46,6 +47,8 @@ class FolderRedirection {
   void TakeBackMoved() noexcept;
 
  private:
+  bool IsNotRecorded() const;
+  bool IsFitForIt() const;
   bool TargetIsPlainFolder() const;
   bool MayComeBack() const;
   void TakeBack();
@@ -60,21 +63,27 @@ class FolderRedirection {
 };
 
 bool FolderRedirection::MayRedirect() const {
-  if (!IsUsablePath(source_) || !IsUsablePath(target_)) return false;
-  if (!FindJunctionRegKey(source_.c_str(), realTarget_.c_str(), 0).empty()) {
-    Log(line::kJunctionExists, source_, realTarget_);
-    TellIfRemovalWasCutOff(source_, realTarget_);
-    return false;
-  }
-  if (!ValidateRedirectionPaths(source_.c_str(), target_.c_str())) {
-    Log(line::kPreScanningFailed, source_, realTarget_);
-    TellIfRedirectionWasCutOff(source_, realTarget_);
-    return false;
-  }
-  if (!MayLeave(source_) || !TargetMayBeUsed() || !MayComeTo(source_, realTarget_, Comes::Folder) || !MayComeBack())
+  if (!IsUsablePath(source_) || !IsUsablePath(target_) ||
+      !AllHold({[this] { return IsNotRecorded(); }, [this] { return IsFitForIt(); },
+                [this] { return MayLeave(source_); }, [this] { return TargetMayBeUsed(); },
+                [this] { return MayComeTo(source_, realTarget_, Comes::Folder); }, [this] { return MayComeBack(); }}))
     return false;
   TellIfOnOneVolume(source_, realTarget_);
   return true;
+}
+
+bool FolderRedirection::IsNotRecorded() const {
+  if (FindJunctionRegKey(source_.c_str(), realTarget_.c_str(), 0).empty()) return true;
+  Log(line::kJunctionExists, source_, realTarget_);
+  TellIfRemovalWasCutOff(source_, realTarget_);
+  return false;
+}
+
+bool FolderRedirection::IsFitForIt() const {
+  if (ValidateRedirectionPaths(source_.c_str(), target_.c_str())) return true;
+  Log(line::kPreScanningFailed, source_, realTarget_);
+  TellIfRedirectionWasCutOff(source_, realTarget_);
+  return false;
 }
 
 // The removal asks the contents' folder as a source, and the right to fill the place that they left.
@@ -181,10 +190,13 @@ void FolderRedirection::RemoveTargetIfEmpty() const {
   if (!targetStoodThere_) created_.RemoveIfEmpty();
 }
 
+// A target that is yet to be made has its parent above its own name, not above the backslash behind it.
+std::u16string TargetFolder(const char16_t* target) {
+  return AsStored(IsPlainPath(target) ? WithoutTrailingBackslash(target) : std::u16string(target));
+}
+
 bool RedirectFolderToFolder(const std::u16string& source, const char16_t* target, CarriedAlong carried) {
-  // A target that is yet to be made has its parent above its own name, not above the backslash behind it.
-  const std::u16string folder = IsPlainPath(target) ? WithoutTrailingBackslash(target) : std::u16string(target);
-  FolderRedirection redirection(source, AsStored(folder), carried);
+  FolderRedirection redirection(source, TargetFolder(target), carried);
   try {
     return redirection.MayRedirect() && redirection.MakeTarget() && redirection.MoveContents() &&
            redirection.LeaveJunction();
@@ -202,19 +214,29 @@ bool ToNormalPath(std::u16string& path) {
   return LogFailure(line::kNoNormalPath);
 }
 
+bool IsNoVolume(const char16_t* source) {
+  if (IsVolumePath(source)) return LogFailure(u"#ERROR: Source Folder can not be Volume path.");
+  return !IsVolumeMountPoint(source) || LogFailure(line::kRedirectedAlready, source);
+}
+
+std::u16string SourceFolder(const char16_t* source) { return AsStored(WithoutTrailingBackslash(source)); }
+
 }  // namespace
+
+bool MayRedirectFolder(const char16_t* source, const char16_t* target) {
+  const auto allowsIt = [&] {
+    const std::u16string folder = SourceFolder(source);
+    return IsVolumePath(target) ? MayRedirectFolderOntoVolume(folder, target)
+                                : FolderRedirection(folder, TargetFolder(target), {}).MayRedirect();
+  };
+  return AllHold(
+      {[&] { return MayBegin(source, target, line::kPathMissing); }, [&] { return IsNoVolume(source); }, allowsIt});
+}
 
 int RedirectFolder(const char16_t* source, const char16_t* target, CarriedAlong carried) try {
   if (!MayBegin(source, target, line::kPathMissing)) return 1;
-  if (IsVolumePath(source)) {
-    Log(u"#ERROR: Source Folder can not be Volume path.");
-    return Fail(StringId::FolderRedirectionFailed);
-  }
-  if (IsVolumeMountPoint(source)) {
-    Log(line::kRedirectedAlready, source);
-    return Fail(StringId::FolderRedirectionFailed);
-  }
-  const std::u16string folder = AsStored(WithoutTrailingBackslash(source));
+  if (!IsNoVolume(source)) return Fail(StringId::FolderRedirectionFailed);
+  const std::u16string folder = SourceFolder(source);
   const bool redirected = IsVolumePath(target) ? RedirectFolderOntoVolume(folder, target, carried)
                                                : RedirectFolderToFolder(folder, target, carried);
   return redirected ? Succeed(StringId::FolderRedirected) : Fail(StringId::FolderRedirectionFailed);

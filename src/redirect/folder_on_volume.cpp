@@ -17,6 +17,7 @@
 #include "report/console.h"
 #include "report/lines.h"
 #include "report/log.h"
+#include "report/only_looks.h"
 #include "text/path_text.h"
 #include "validate/path_rules.h"
 #include "validate/validate.h"
@@ -38,6 +39,8 @@ class FolderOntoVolume {
 
   // Nothing has changed when this says no.
   bool MayRedirect() const;
+  // The folder beside the source, on which the volume is to be mounted, is not there, or empty.
+  bool MayBeMounted() const;
   // Each leaves everything as it was when it answers false, or the log says where the data is.
   bool MountBesideSource();
   bool MakeTarget();
@@ -50,6 +53,8 @@ class FolderOntoVolume {
 
  private:
   const std::u16string& realTarget() const { return mountFolder_.path(); }
+  bool IsNotRecorded() const;
+  bool IsFitForIt() const;
   std::u16string RecordedTarget() const;
   void LogIfInterrupted() const;
   bool LendSecurity() const;
@@ -65,17 +70,31 @@ class FolderOntoVolume {
 
 // A pair that is recorded is refused before the volume is examined: that tries whether it can be written to.
 bool FolderOntoVolume::MayRedirect() const {
-  if (!IsUsablePath(source_)) return false;
-  if (const std::u16string recorded = RecordedTarget(); !recorded.empty()) {
-    if (ValidateSourcePath(source_.c_str())) Log(line::kJunctionExists, source_, recorded);
-    return false;
-  }
-  if (!ValidateVolumeRedirection(source_.c_str(), volume_.c_str())) {
-    LogIfInterrupted();
-    return false;
-  }
-  return HasAllowedLength(realTarget()) && MayLeave(source_) && MayComeTo(source_, volume_, Comes::Folder) &&
-         MayComeTo(source_, realTarget(), Comes::Folder) && MayBeBroughtBack(source_, ParentPath(source_));
+  return IsUsablePath(source_) &&
+         AllHold({[this] { return IsNotRecorded(); }, [this] { return IsFitForIt(); },
+                  [this] { return HasAllowedLength(realTarget()); }, [this] { return MayLeave(source_); },
+                  [this] { return MayComeTo(source_, volume_, Comes::Folder); },
+                  [this] { return MayComeTo(source_, realTarget(), Comes::Folder); },
+                  [this] { return MayBeBroughtBack(source_, ParentPath(source_)); }});
+}
+
+bool FolderOntoVolume::IsNotRecorded() const {
+  const std::u16string recorded = RecordedTarget();
+  if (recorded.empty()) return true;
+  if (ValidateSourcePath(source_.c_str())) Log(line::kJunctionExists, source_, recorded);
+  return false;
+}
+
+bool FolderOntoVolume::IsFitForIt() const {
+  if (ValidateVolumeRedirection(source_.c_str(), volume_.c_str())) return true;
+  LogIfInterrupted();
+  return false;
+}
+
+bool FolderOntoVolume::MayBeMounted() const {
+  if (!PathExists(realTarget()) || IsEmptyPlainFolder(realTarget())) return true;
+  LogIfInterrupted();
+  return LogFailure(line::kVolumeNotMounted, realTarget());
 }
 
 // Empty when none is.
@@ -309,6 +328,11 @@ void FolderFromVolume::TakeBack() {
 }
 
 }  // namespace
+
+bool MayRedirectFolderOntoVolume(const std::u16string& source, const std::u16string& volume) {
+  const FolderOntoVolume redirection(source, volume, {});
+  return AllHold({[&] { return redirection.MayRedirect(); }, [&] { return redirection.MayBeMounted(); }});
+}
 
 bool RedirectFolderOntoVolume(const std::u16string& source, const std::u16string& volume, CarriedAlong carried) {
   FolderOntoVolume redirection(source, volume, carried);

@@ -11,6 +11,8 @@
 // Moves the contents of `source` to the volume ("\\?\Volume{...}\"), mounts it at `source` and records the pair. False:
 // everything is back at its place and the volume mounted nowhere, or the log says where the data is.
 bool RedirectFolderOntoVolume(const std::u16string& source, const std::u16string& volume, CarriedAlong carried);
+// All that RedirectFolderOntoVolume asks before it changes anything; for a run that only looks.
+bool MayRedirectFolderOntoVolume(const std::u16string& source, const std::u16string& volume);
 
 // Is `target` (a volume's name, with or without its last backslash, or a folder that it is mounted on) the volume that
 // is mounted at `source`? Its name then goes to `volume`.

@@ -94,8 +94,8 @@ std::u16string LoadResourceString(StringId text) try {
   return {};
 }
 
-ConsoleCapture::ConsoleCapture() { capture = this; }
-ConsoleCapture::~ConsoleCapture() { capture = nullptr; }
+ConsoleCapture::ConsoleCapture() : before_(capture) { capture = this; }
+ConsoleCapture::~ConsoleCapture() { capture = before_; }
 
 bool ConsolePrint(std::u16string_view text) try {
   if (text.empty()) return true;

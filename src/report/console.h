@@ -37,7 +37,7 @@ class ConsoleLines {
 };
 
 // While it lives, ConsolePrint adds to it instead of writing: for who asks rules that warn on the console, and prints
-// something else. One at a time.
+// something else. When it goes, the one before it is again.
 class ConsoleCapture {
  public:
   ConsoleCapture();
@@ -50,6 +50,7 @@ class ConsoleCapture {
 
  private:
   friend bool ConsolePrint(std::u16string_view text);
+  ConsoleCapture* const before_;
   std::u16string text_;
 };
 

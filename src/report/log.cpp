@@ -136,10 +136,11 @@ void LogLines::Write(std::u16string_view format, std::span<const FormatArgument>
   if (!format.data()) return;
   const win32::DWORD error = win32::GetLastError();
   try {
-    std::u16string line = CutToBuffer(FormatArguments(format, arguments), kMessageBuffer);
-    if (withSystemError) line += SystemErrorText(error);
-    while (line.ends_with(u'\n') || line.ends_with(u'\r')) line.pop_back();
-    lines_.push_back(std::move(line));
+    std::u16string text = CutToBuffer(FormatArguments(format, arguments), kMessageBuffer);
+    if (withSystemError) text += SystemErrorText(error);
+    text.erase(text.find_last_not_of(u"\r\n ") + 1);
+    const auto item = std::ranges::find(arguments, ArgumentKind::Text, &FormatArgument::kind);
+    lines_.push_back({std::move(text), item == arguments.end() ? std::u16string() : std::u16string(item->text())});
   } catch (const std::exception&) {
     complete_ = false;
   }

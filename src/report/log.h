@@ -61,18 +61,22 @@ class LogFile : public LogSink {
   win32::CRITICAL_SECTION lock_ = {};
 };
 
-// The same lines in memory, as they come, by the one thread that has made it; those of other threads are not for it.
+// The same lines in memory, as they come; for a program that logs from one thread.
 class LogLines : public LogSink {
  public:
   void Write(std::u16string_view format, std::span<const FormatArgument> arguments,
              bool withSystemError) noexcept override;
-  // Those that came since this was asked last, without the line break that Windows' texts end in.
-  std::vector<std::u16string> Take() { return std::exchange(lines_, {}); }
+  struct Line {
+    std::u16string text;  // without the line break that Windows' texts end in
+    std::u16string item;  // the first text that was put in: the path that the line is about, most often; may be empty
+  };
+  // Those that came since this was asked last.
+  std::vector<Line> Take() { return std::exchange(lines_, {}); }
   // No line was lost for want of memory.
   bool complete() const { return complete_; }
 
  private:
-  std::vector<std::u16string> lines_;
+  std::vector<Line> lines_;
   bool complete_ = true;
 };
 

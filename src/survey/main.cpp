@@ -7,6 +7,7 @@
 #include "probes/version.h"
 #include "report/console.h"
 #include "report/log.h"
+#include "report/only_looks.h"
 #include "survey/verbs.h"
 #include "text/utf8.h"
 
@@ -43,6 +44,7 @@ Answer Run(int argc, const char16_t* const* argv) {
 }  // namespace
 
 Answer SurveyMain(int argc, const char16_t* const* argv) try {
+  const OnlyLooks look;           // whatever is asked,
   const LogLines log;             // nothing goes into the log file,
   const ConsoleCapture captured;  // and what rules say on the console is not mixed with the answer
   return Run(argc, argv);

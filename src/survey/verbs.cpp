@@ -17,7 +17,7 @@ const std::vector<Verb>& Verbs() {
         kJson},
        1,
        2,
-       nullptr},
+       RunPlan},
       {u"list",
        u"",
        u"Everything that is redirected on this machine, and whether it is whole.",

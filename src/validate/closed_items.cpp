@@ -10,6 +10,7 @@
 #include "fsops/file_facts.h"
 #include "fsops/folder_itself.h"
 #include "report/log.h"
+#include "report/only_looks.h"
 #include "text/path_text.h"
 #include "win32/win32.h"
 
@@ -64,6 +65,17 @@ bool SaveTree(std::span<const TreeEntry> tree, SavedSecurityMap& saved) {
          std::ranges::all_of(tree, [&](const TreeEntry& entry) { return SaveOnce(entry.path, saved); });
 }
 
+// Where that is refused, the scan of the tree says so.
+void OpenUp(const std::u16string& path) {
+  OnlyLooks* const look = OnlyLooks::Current();
+  if (!look) {
+    GrantEveryoneAndAdministrators(path);
+    return;
+  }
+  look->Leave(u"Whether administrators can be let into what is closed to them: its access rights would be changed.");
+  look->TakeAsOpened(path);
+}
+
 }  // namespace
 
 int GetFileList(const std::u16string& folder, TreeListing& listing, win32::HANDLE token, SavedSecurityMap& saved) try {
@@ -78,7 +90,7 @@ int GetFileList(const std::u16string& folder, TreeListing& listing, win32::HANDL
       if (!SaveTree(std::span(entries).subspan(i, savedUpTo - i), saved)) return 0;
     }
     if (entry.IsLink() && !SaveOnce(entry.path, saved)) return 0;
-    if (!readable) GrantEveryoneAndAdministrators(entry.path);  // where that is refused, the scan of the tree says so
+    if (!readable) OpenUp(entry.path);
   }
   return 1;
 } catch (const std::exception&) {

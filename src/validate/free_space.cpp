@@ -47,12 +47,12 @@ std::optional<std::uint64_t> MeasureSource(const FolderTree& source) {
   return bytes;
 }
 
-int HasEnoughFreeSpace(const FolderTree& source, const char16_t* target) try {
+int HasEnoughFreeSpace(const FolderTree& source, const char16_t* target, const char16_t* standIn) try {
   if (!source.path() || !target) return LogFailure(u"#ERROR: Source Or Target path is missing.");
   const std::optional<std::uint64_t> needed = MeasureSource(source);
   if (!needed) return 0;
 
-  const std::u16string place = WhereToLook(target);
+  const std::u16string place = standIn ? std::u16string(standIn) : WhereToLook(target);
   const std::optional<std::uint64_t> available = AvailableBytes(place);
   if (!available && IsVolume(place.c_str())) return LogFailure(line::kFreeSpaceUnknown, place);
   if (available && *available > *needed) return 1;

@@ -7,8 +7,8 @@
 #include "fsops/file_list.h"
 
 // 1 when the volume of the target (of the folder above it, when it does not exist) has more free bytes than the source
-// needs. 0 is logged.
-int HasEnoughFreeSpace(const FolderTree& source, const char16_t* target);
+// needs. 0 is logged. standIn: the volume of that folder is asked instead.
+int HasEnoughFreeSpace(const FolderTree& source, const char16_t* target, const char16_t* standIn = nullptr);
 
 // The bytes that the caller may still fill where the folder is. Nothing when Windows does not tell; the last error says
 // why.

@@ -8,6 +8,7 @@
 #include "probes/locked_handles.h"
 #include "report/lines.h"
 #include "report/log.h"
+#include "report/only_looks.h"
 #include "report/stop_request.h"
 #include "text/ascii_case.h"
 #include "text/path_text.h"
@@ -52,6 +53,7 @@ class Scan {
  private:
   void CheckAccess(const TreeEntry& item) {
     if (HasAccess(caller_.token(), item.path, kReadAndExecute)) return;
+    if (const OnlyLooks* const look = OnlyLooks::Current(); look && look->IsTakenAsOpened(item.path)) return;
     if (allowSpecialCase_ && item.IsDirectory()) {
       Log(u"#INFO: %ls - Insufficient permissions but allowing it anyways (special case).", item.path);
       return;

@@ -43,12 +43,13 @@ class Relations {
     if (hasSource_) SourceIsNoLink();
     if (!options_.skipTarget) TargetIsNoLink();
     const bool examineTarget = !options_.skipTarget && !targetIsJunction_ && !targetIsSymbolicLink_;
-    if (examineTarget) TargetCanBeMade();
+    if (examineTarget && !options_.standIn) TargetCanBeMade();
     if (hasSource_ && !sourceIsLink_ && !targetIsSymbolicLink_) HasNoLinkAbove(source_);
     if (examineTarget) HasNoLinkAbove(target_);
     SourceIsNotTarget();
     if (hasSource_ && !areSame_) TargetIsNotInsideSource();
-    if (!options_.skipTarget && !targetIsJunction_ && hasSource_ && !HasEnoughFreeSpace(sourceTree_, target_))
+    if (!options_.skipTarget && !targetIsJunction_ && hasSource_ &&
+        !HasEnoughFreeSpace(sourceTree_, target_, options_.standIn))
       result_ = 0;
     return result_;
   }

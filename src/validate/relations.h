@@ -10,6 +10,8 @@ struct RelationOptions {
   bool sourceIsRedirectedProfile = false;
   bool quietSystemFolder = false;
   bool excludeMountedVolume = false;  // a volume may be mounted on the target, unless the first of those is set
+  // For who only looks: the target is made, and made fit, before these rules are asked; what is there has its room.
+  const char16_t* standIn = nullptr;
 };
 // 1 when source and target may stand in a redirection to each other.
 int CheckPathRelations(const FolderTree& source, const char16_t* target, const RelationOptions& options);

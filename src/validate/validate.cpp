@@ -6,6 +6,7 @@
 #include "fsops/security.h"
 #include "probes/services.h"
 #include "report/log.h"
+#include "report/only_looks.h"
 #include "validate/prescan.h"
 #include "validate/relations.h"
 #include "win32/win32.h"
@@ -31,6 +32,14 @@ bool CheckTargetAccess(const char16_t* target, bool allowLockedSpecialCase) {
   return passed;
 }
 
+void StopMediaSharing() {
+  OnlyLooks* const look = OnlyLooks::Current();
+  if (!look)
+    StopServiceIfRunning(kMediaSharingService);
+  else if (IsServiceRunning(kMediaSharingService))
+    look->Leave(u"What Windows' media sharing, which runs, holds open: the command stops it first.");
+}
+
 }  // namespace
 
 int ValidateRedirectionPaths(const char16_t* source, const char16_t* target, const RedirectionOptions& options) try {
@@ -44,9 +53,10 @@ int ValidateRedirectionPaths(const char16_t* source, const char16_t* target, con
                           {.skipTarget = !targetPassed,
                            .sourceIsRedirectedProfile = options.sourceIsRedirectedProfile,
                            .quietSystemFolder = options.quietSystemFolder,
-                           .excludeMountedVolume = options.excludeMountedVolume}))
+                           .excludeMountedVolume = options.excludeMountedVolume,
+                           .standIn = options.standIn}))
     passed = false;
-  if (options.stopMediaSharing) StopServiceIfRunning(kMediaSharingService);
+  if (options.stopMediaSharing) StopMediaSharing();
   if (options.targetOnly && !CheckTargetAccess(target, options.allowLockedSpecialCase)) passed = false;
   if (!PreScanSource(sourceTree, target,
                      {.checkLocks = options.prescan, .allowSpecialCase = options.allowLockedSpecialCase}))

@@ -13,6 +13,7 @@ struct RedirectionOptions {
   bool stopMediaSharing = false;        // which holds files of profiles open
   bool allowLockedSpecialCase = false;  // see PreScanOptions
   bool targetOnly = false;              // the source stays as it is: not its own rules, but access to the target
+  const char16_t* standIn = nullptr;    // see RelationOptions
 };
 // The whole decision on a source and a target folder, the scan of the source included. All rules on target, relations
 // and contents are tried even after one has failed, so that the log tells everything that is wrong.
