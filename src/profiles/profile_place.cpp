@@ -68,7 +68,8 @@ bool ProfilePlace::MayBeMade() {
   if (stoodThere_) return true;
   OnlyLooks::Current()->Leave(u"Whether the folder that the profile goes to can be made.");
   constexpr win32::DWORD kAddFolder = win32::FILE_APPEND_DATA;  // of a folder
-  return HasAccess(ImpersonatedCaller().token(), NearestFolder(path_), kAddFolder) ||
+  const std::u16string above = NearestFolder(path_);
+  return (DirectoryExists(above) && HasAccess(ImpersonatedCaller().token(), above, kAddFolder)) ||
          LogFailure(line::kTargetFolderNotCreated, path_);
 }
 

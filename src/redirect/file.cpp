@@ -42,7 +42,7 @@ bool MayTargetFolderBeMade(const std::u16string& folder) {
   for (std::u16string above = folder; above.find(u'\\') != std::u16string::npos; above = ParentPath(above)) {
     const Look look = LookAt(above);
     if (look.IsGone()) continue;
-    return look.IsDirectory() || LogNoTargetFolder(folder, win32::ERROR_ALREADY_EXISTS);
+    return look.IsDirectory() || LogNoTargetFolder(folder, win32::ERROR_FILE_EXISTS);
   }
   return true;
 }
@@ -384,7 +384,9 @@ int RemoveFileAndSay(const char16_t* source, const char16_t* target) try {
 bool MayRedirectFile(const char16_t* source, const char16_t* target) {
   if (!source || !target) return MayBegin(source, target, line::kPathMissing);
   const FilePlaces places(source, target);
-  const auto isFree = [&] { return !IsInUse(places.source) && !AreOneFile(places); };
+  const auto isFree = [&] {
+    return !IsInUse(places.source) && (!DirectoryExists(places.folder) || !AreOneFile(places));
+  };
   return AllHold({[&] { return MayBegin(source, target, line::kPathMissing); }, [&] { return MayBeRedirected(places); },
                   [&] { return MayTargetFolderBeMade(places.folder); }, [&] { return MayGoThere(places); }, isFree});
 }

@@ -140,7 +140,8 @@ void LogLines::Write(std::u16string_view format, std::span<const FormatArgument>
     if (withSystemError) text += SystemErrorText(error);
     text.erase(text.find_last_not_of(u"\r\n ") + 1);
     const auto item = std::ranges::find(arguments, ArgumentKind::Text, &FormatArgument::kind);
-    lines_.push_back({std::move(text), item == arguments.end() ? std::u16string() : std::u16string(item->text())});
+    lines_.push_back(
+        {.text = std::move(text), .item = item == arguments.end() ? std::u16string() : std::u16string(item->text())});
   } catch (const std::exception&) {
     complete_ = false;
   }

@@ -29,6 +29,9 @@ class LogSink {
                      bool withSystemError) noexcept = 0;
   // Of the file; empty when there is none.
   virtual const char16_t* path() const { return u""; }
+  // For lines that are kept: how many there are, and that those behind so many are no refusals, whatever they say.
+  virtual std::size_t Count() const { return 0; }
+  virtual void MarkAside(std::size_t /*count*/) {}
 
  protected:
   LogSink();
@@ -69,7 +72,12 @@ class LogLines : public LogSink {
   struct Line {
     std::u16string text;  // without the line break that Windows' texts end in
     std::u16string item;  // the first text that was put in: the path that the line is about, most often; may be empty
+    bool aside = false;   // see LinesAside
   };
+  std::size_t Count() const override { return lines_.size(); }
+  void MarkAside(std::size_t count) override {
+    for (std::size_t i = count; i < lines_.size(); ++i) lines_[i].aside = true;
+  }
   // Those that came since this was asked last.
   std::vector<Line> Take() { return std::exchange(lines_, {}); }
   // No line was lost for want of memory.
@@ -78,6 +86,21 @@ class LogLines : public LogSink {
  private:
   std::vector<Line> lines_;
   bool complete_ = true;
+};
+
+// What is logged while one lives is no reason for a refusal.
+class LinesAside {
+ public:
+  LinesAside() : log_(LogSink::Current()), count_(log_ ? log_->Count() : 0) {}
+  ~LinesAside() {
+    if (log_) log_->MarkAside(count_);
+  }
+  LinesAside(const LinesAside&) = delete;
+  LinesAside& operator=(const LinesAside&) = delete;
+
+ private:
+  LogSink* const log_;
+  const std::size_t count_;
 };
 
 // The path of the log file; empty when there is none.

@@ -2,6 +2,8 @@
 
 #include <algorithm>
 
+#include "report/log.h"
+
 namespace {
 
 OnlyLooks* current = nullptr;
@@ -19,7 +21,12 @@ void OnlyLooks::Leave(std::u16string_view what) {
 bool AllHold(std::initializer_list<std::function<bool()>> rules) {
   bool all = true;
   for (const auto& rule : rules) {
-    if (!rule()) all = false;
+    LogSink* const log = LogSink::Current();
+    const std::size_t told = log ? log->Count() : 0;
+    if (!rule())
+      all = false;
+    else if (log)
+      log->MarkAside(told);
     if (!all && !OnlyLooks::Current()) break;
   }
   return all;

@@ -36,7 +36,9 @@ std::u16string CommandOf(PlanKind kind) {
   return {};
 }
 
-bool IsError(std::u16string_view line) {
+bool IsError(const LogLines::Line& logged) {
+  std::u16string_view line = logged.text;
+  if (logged.aside) return false;
   while (line.starts_with(u'#')) line.remove_prefix(1);
   return line.starts_with(u"ERROR");
 }
@@ -98,9 +100,9 @@ class Rules {
   // A refusal without a line that calls itself an error is told by what there is.
   void TakeLines(Plan& plan, bool allowed) {
     const std::vector<LogLines::Line> lines = log_.Take();
-    const bool haveError = std::ranges::any_of(lines, [](const LogLines::Line& line) { return IsError(line.text); });
+    const bool haveError = std::ranges::any_of(lines, IsError);
     for (const LogLines::Line& line : lines) {
-      const bool refuses = !allowed && (IsError(line.text) || (!haveError && plan.refusals.empty()));
+      const bool refuses = !allowed && (IsError(line) || (!haveError && !line.aside));
       const bool known = std::ranges::find(plan.refusals, line.text, &PlanRefusal::line) != plan.refusals.end();
       if (refuses && !known) plan.refusals.push_back({line.text, line.item});
       if (!refuses) AddNote(plan, line.text);

@@ -61,7 +61,10 @@ class Relations {
   }
 
   // In a profile operation a folder with a volume mounted on it is a folder, and symbolic links are let through.
-  bool IsRedirected(const char16_t* path) const { return IsJunction(path, {.excludeMountedVolume = profile_}) != 0; }
+  bool IsRedirected(const char16_t* path) const {
+    const LinesAside aside;  // a path that leads nowhere is no junction
+    return IsJunction(path, {.excludeMountedVolume = profile_}) != 0;
+  }
 
   void SourceIsNoLink() {
     sourceIsJunction_ = IsRedirected(source_);
@@ -74,7 +77,11 @@ class Relations {
 
   void TargetIsNoLink() {
     const bool comesBack = options_.sourceIsRedirectedProfile;
-    targetIsJunction_ = IsJunction(target_, {.excludeMountedVolume = !comesBack && options_.excludeMountedVolume}) != 0;
+    {
+      const LinesAside aside;
+      targetIsJunction_ =
+          IsJunction(target_, {.excludeMountedVolume = !comesBack && options_.excludeMountedVolume}) != 0;
+    }
     targetIsSymbolicLink_ = !targetIsJunction_ && !comesBack && IsSymbolicLink(target_);
     if (targetIsJunction_) Refuse(line::kRedirectedAlready, target_);
     if (targetIsSymbolicLink_) Refuse(line::kSymbolicLink, target_);

@@ -56,6 +56,7 @@
 #include "support/installed_machine.h"
 #include "support/keelroom.h"
 #include "support/program.h"
+#include "support/program_plan.h"
 #include "support/shares.h"
 #include "support/tree.h"
 #include "text/ascii_case.h"

@@ -74,7 +74,7 @@ class ProfileStories : public ::testing::Test {
     EnablePrivileges();  // the test looks at what is the user's own
   }
 
-  RunResult Run(std::initializer_list<std::u16string> words) { return RunProgram(*machine, words); }
+  RunResult Run(std::initializer_list<std::u16string> words) { return RunPlanned(*machine, words); }
   RunResult Move(const std::u16string& user, const std::u16string& location) {
     return Run({u"/RedirectUP", user, u"/loc:" + location});
   }

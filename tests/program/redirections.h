@@ -33,7 +33,7 @@ class Redirections : public ::testing::Test {
   // shares, where the volume is mounted, the service.
   using State = std::map<std::string, std::string>;
 
-  RunResult Run(std::initializer_list<std::u16string> words) { return RunProgram(*machine, words); }
+  RunResult Run(std::initializer_list<std::u16string> words) { return RunPlanned(*machine, words); }
   // The same disks in another machine.
   void Restart(const Disks& disks);
   // Each row on the disks as they are now; `first` is what the log has before all else.

@@ -55,6 +55,8 @@ class Gate {
   // Makes the nth call of the name (from now on) raise a structured exception (see CallWithExceptionFilter) instead.
   void RaiseInCall(std::string_view name, std::uint64_t nth, win32::DWORD exceptionCode);
   void ClearFailures();
+  // Calls are to fail, or somebody watches them.
+  bool IsScripted() const { return !planned_.empty() || observer_ || printer_; }
   // How many planned failures have happened. Who asks is not told of those that did not.
   std::uint64_t failures();
   // The names of the calls that were made to fail.
