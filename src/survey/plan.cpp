@@ -67,5 +67,7 @@ Answer RunPlan(const Arguments& arguments) {
   const Plan plan = Make(request);
   return {ResultOf(plan.verdict),
           arguments.Has(u"json") ? PlanAsJson(request, plan) : ToUtf8(PlanAsText(request, plan)),
-          {}};
+          plan.verdict == Verdict::CannotBeTold
+              ? "QBCReport: it cannot be told, since Windows did not answer all that had to be asked.\n"
+              : ""};
 }

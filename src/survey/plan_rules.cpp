@@ -53,7 +53,7 @@ class Rules {
     const bool allowed = AskCommand(plan);
     TakeLines(plan, allowed);
     plan.verdict = !plan.refusals.empty() ? Verdict::Refused : allowed ? Verdict::May : Verdict::CannotBeTold;
-    if (!log_.complete()) plan.verdict = Verdict::CannotBeTold;
+    if (!log_.complete() || (!isTold_ && plan.verdict == Verdict::May)) plan.verdict = Verdict::CannotBeTold;
   } catch (const std::exception&) {
     plan.verdict = Verdict::CannotBeTold;
   }
@@ -68,7 +68,9 @@ class Rules {
       Refuse(plan, LoadResourceString(StringId::StartNeedsAdministrator));
     else if (!IsAdministrator())
       Refuse(plan, console_.Take());
-    if (IsRimeholdFrozen()) Refuse(plan, FormatString(StringId::MustBeThawed, CommandOf(request_.kind)));
+    const std::optional<bool> frozen = TellWhetherFrozen();
+    if (!frozen) isTold_ = false;
+    if (frozen.value_or(false)) Refuse(plan, FormatString(StringId::MustBeThawed, CommandOf(request_.kind)));
     console_.Take();
     log_.Take();
   }
@@ -118,6 +120,7 @@ class Rules {
 
   const PlanRequest& request_;
   std::vector<std::u16string>& sources_;
+  bool isTold_ = true;
   OnlyLooks look_;
   LogLines log_;
   ConsoleCapture console_;
