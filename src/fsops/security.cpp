@@ -248,8 +248,9 @@ int IsNotLockedAsFarAsSeen(const std::u16string& path, win32::DWORD attributes) 
       u"Whether a file in the source is a program that is running: Windows tells that only to who opens the file for "
       u"writing.");
   if (IsSharedFor(path, win32::GENERIC_READ, 0, win32::FILE_ATTRIBUTE_NORMAL)) return 1;
-  return (attributes & win32::FILE_ATTRIBUTE_READONLY) != 0 ||
-         !HasAccess(ImpersonatedCaller().token(), path, win32::GENERIC_READ | win32::GENERIC_WRITE);
+  const bool isReadOnly =
+      attributes != win32::INVALID_FILE_ATTRIBUTES && (attributes & win32::FILE_ATTRIBUTE_READONLY) != 0;
+  return isReadOnly || !HasAccess(ImpersonatedCaller().token(), path, win32::GENERIC_READ | win32::GENERIC_WRITE);
 }
 
 }  // namespace

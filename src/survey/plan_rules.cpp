@@ -36,11 +36,9 @@ std::u16string CommandOf(PlanKind kind) {
   return {};
 }
 
-bool IsError(const LogLines::Line& logged) {
-  std::u16string_view line = logged.text;
-  if (logged.aside) return false;
-  while (line.starts_with(u'#')) line.remove_prefix(1);
-  return line.starts_with(u"ERROR");
+// A line calls itself an error at its beginning, or behind words that say what was looked at.
+bool IsError(const LogLines::Line& line) {
+  return !line.aside && (line.text.find(u"#ERROR") != line.text.npos || line.text.starts_with(u"ERROR"));
 }
 
 class Rules {

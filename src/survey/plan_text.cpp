@@ -1,3 +1,5 @@
+#include <algorithm>
+
 #include "survey/json.h"
 #include "survey/plan.h"
 #include "survey/table.h"
@@ -19,7 +21,10 @@ std::u16string_view Heading(Verdict verdict) {
 void AddList(std::u16string& text, std::u16string_view title, const std::vector<std::u16string>& lines) {
   if (lines.empty()) return;
   text += u"\n" + std::u16string(title) + u"\n";
-  for (const std::u16string& line : lines) text += TableText({{u" ", line}});
+  for (std::u16string line : lines) {
+    std::ranges::replace(line, u'\n', u' ');  // some lines of the log are several
+    text += TableText({{u" ", line}});
+  }
 }
 
 std::u16string YesOrNo(const std::optional<bool>& answer) {
