@@ -8,6 +8,7 @@
 #include "report/console.h"
 #include "report/log.h"
 #include "report/only_looks.h"
+#include "report/stop_request.h"
 #include "survey/verbs.h"
 #include "text/utf8.h"
 
@@ -44,6 +45,7 @@ Answer Run(int argc, const char16_t* const* argv) {
 }  // namespace
 
 Answer SurveyMain(int argc, const char16_t* const* argv) try {
+  const StopRequests stops;       // there is nothing to take back: nobody listens
   const OnlyLooks look;           // whatever is asked,
   const LogLines log;             // nothing goes into the log file,
   const ConsoleCapture captured;  // and what rules say on the console is not mixed with the answer

@@ -43,7 +43,7 @@ TEST_F(FolderRedirectionTest, AFileCostsFewCalls) {
       SetSecurity(path, u"O:BAG:SYD:AI(A;;FA;;;BA)(A;;FR;;;S-1-5-21-1-2-3-" + number + u")(A;ID;FA;;;SY)");
     }
     machine->gate.ResetCounts();
-    EXPECT_EQ(Redirect().exitCode, 0);
+    EXPECT_EQ(RunProgram(*machine, {u"/RedirectFolder", u"C:\\Data", to, u"/c"}).exitCode, 0);
     const std::pair counted{machine->gate.Count(), machine->gate.Count("CreateFileW")};
     EXPECT_EQ(Remove().exitCode, 0);
     return counted;

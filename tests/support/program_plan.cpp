@@ -116,7 +116,8 @@ ReportRun RunReport(emulated::Machine& machine, const std::vector<std::u16string
 
 RunResult RunPlanned(emulated::Machine& machine, const std::vector<std::u16string>& words) {
   const std::vector<std::u16string> plan = PlanOf(words);
-  if (plan.empty() || machine.gate.IsScripted() || machine.controls.onEnd) return RunProgram(machine, words);
+  if (plan.empty() || machine.gate.IsScripted() || machine.controls.onEnd || machine.consoleSink)
+    return RunProgram(machine, words);
   std::set<std::string> bad;
   machine.gate.Trace([&](const std::string& line) {
     if (!ChangesNothing(line)) bad.insert(line);
