@@ -1,6 +1,8 @@
 """qbcreport: what its verbs answer with --json is as docs/report.schema.json says, and nothing is written."""
+import csv
 import json
 import os
+import re
 
 import jsonschema
 
@@ -43,4 +45,26 @@ def check_report(build, scratch, said):
              [share["name"] for share in move["shares"]], move["sameDrive"]) == (3, 1, 6, [r"C:\Windows"], ["Inner"], False),
             f"what would move: {move}")
     require(before == {name: digest(f"{station.folder}/{name}") for name in os.listdir(station.folder)}, "a trace was left")
+    list_and_undo(station, report)
     said(f"{len(PLANS)} plans")
+
+
+def list_and_undo(station, report):
+    """Redirected, then broken; the names of what can be found are those of the document."""
+    station("mkdir", r"C:\One, two")
+    station.qbc("/RedirectFolder", r"C:\One, two", r"/loc:D:\Kept")
+    rows, steps = report(0, "list", "--check")["rows"], report(0, "undo")["steps"]
+    require([row["state"] for row in rows] == ["whole"], f"{rows}")
+    require(steps[0]["words"][1] == rows[0]["source"] == r"C:\One, two", f"{steps}")
+    station("rm", r"C:\One, two")
+    row, = report(1, "list", "--check")["rows"]
+    require(not report(1, "undo")["steps"][0]["command"], "a command for what is broken")
+    environment, (finding,) = {**os.environ, "QBC_WORKSTATION": station.folder}, row["findings"]
+    table = run(f"{station.build}/qbcreport", "list", "--csv", env=environment).stdout.decode()
+    expected = {**row, "user": "", "findings": finding["name"], "says": finding["says"], "todo": finding["todo"]}
+    require([*csv.DictReader(table.split("\r\n"))] == [expected], f"as CSV: {table}")
+    found = []
+    for file, pattern in (("src/survey/findings.cpp", r', "([a-z]+-[a-z-]+)", k'), ("docs/report.md", r"^\| `([a-z]+-[a-z-]+)` \|")):
+        with open(f"{TOP}/{file}", encoding="utf-8") as text:
+            found.append(set(re.findall(pattern, text.read(), re.M)))
+    require(found[0] == found[1], f"findings of the text and of the document: {found[0] ^ found[1]}")
