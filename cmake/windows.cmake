@@ -16,7 +16,7 @@ file(GLOB native_sources CONFIGURE_DEPENDS src/win32/native/*.cpp)
 add_library(native STATIC ${native_sources})
 target_link_libraries(native
   PUBLIC quillbay_options
-  PRIVATE advapi32 shell32 shlwapi netapi32 ole32 oleaut32 uuid version wininet wtsapi32)
+  PRIVATE advapi32 shell32 shlwapi netapi32 ole32 oleaut32 user32 uuid version wininet wtsapi32)
 
 add_executable(QBC src/entry/QBC.cpp ${program_resources})
 set_source_files_properties(${program_resources} PROPERTIES EXTERNAL_OBJECT ON GENERATED ON)

@@ -1,5 +1,7 @@
 #include "win32/console.h"
 
+#include "win32/native/session_end.h"
+
 #include "win32/native/cast.h"
 
 namespace win32 {
@@ -7,7 +9,9 @@ namespace win32 {
 using native::Wide;
 
 BOOL SetConsoleCtrlHandler(PHANDLER_ROUTINE HandlerRoutine, BOOL Add) {
-  return ::SetConsoleCtrlHandler(HandlerRoutine, Add);
+  const BOOL done = ::SetConsoleCtrlHandler(HandlerRoutine, Add);
+  if (done && Add) native::HandOnSessionEnd(HandlerRoutine);
+  return done;
 }
 
 BOOL GetConsoleMode(HANDLE hConsoleHandle, DWORD* lpMode) { return ::GetConsoleMode(hConsoleHandle, lpMode); }
