@@ -483,6 +483,7 @@ int TreeCopy::Run(const std::u16string& sourceRoot, const std::u16string& target
   PutShortNamesFirst(listing.entries);
   shares_ = ShareList::Read();
   if (!SaveRoots() || !CarryRoot()) return 0;
+  record_.items.reserve(listing.entries.size());
   if (flags_.carryRoot) madeFolders_.insert(std::u16string(WithoutExtendedPrefix(record_.sourceRoot)));
   progress_.emplace(bringsBack_ ? ProgressOf::TakingBack : ProgressOf::Copying,
                     ProgressCounts{listing.entries.size(), listing.TotalSize()});
