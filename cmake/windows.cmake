@@ -64,7 +64,7 @@ target_precompile_headers(contract_tests PRIVATE <gtest/gtest.h>)
 set_target_properties(contract_tests PROPERTIES RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR})
 
 # What the scenarios under Wine need beside QBC.exe: tests/wine/run finds them in this folder.
-foreach(helper service restricted hold)
+foreach(helper service restricted hold end_session)
   add_executable(${helper} tests/wine/${helper}.cpp)
   target_link_libraries(${helper} PRIVATE quillbay_options shlwapi)
   set_target_properties(${helper} PROPERTIES RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/wine)

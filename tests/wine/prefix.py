@@ -45,6 +45,10 @@ class Prefix:
             "WINEDLLOVERRIDES": "mscoree,mshtml,winedbg.exe,winemenubuilder.exe=",
         }
         try:
+            # Windows can be made, although nobody shows them; the desktop that is there by now could not.
+            self._host(WINE, "reg", "add", "HKCU\\Software\\Wine\\Drivers", "/v", "Graphics", "/d", "null", "/f")
+            self._host(WINESERVER, "-k")
+            self._host(WINESERVER, "-w")
             # A server that stays keeps services alive between two runs. It must own none of our pipes.
             self._host(WINESERVER, "-p")
             self._host(WINE, "wineboot")
@@ -75,8 +79,9 @@ class Prefix:
             output.seek(0)
             return Result(output.read(), code)
 
-    def interrupted(self, program, *arguments, when, timeout=120):
-        """Runs a program on a terminal, and presses Ctrl+C as soon as `when()`. What the terminal got, and the exit code."""
+    def interrupted(self, program, *arguments, when, how=None, timeout=120):
+        """Runs a program on a terminal, and presses Ctrl+C (or does `how()`) as soon as `when()`. What the terminal got,
+        and the exit code."""
         terminal, its_end = pty.openpty()
         process = subprocess.Popen([WINE, str(program), *arguments], env=self.environment, cwd=self.scratch,
                                    stdin=its_end, stdout=its_end, stderr=subprocess.DEVNULL, start_new_session=True)
@@ -87,7 +92,8 @@ class Prefix:
                 with contextlib.suppress(OSError):  # the program has closed its end
                     shown += os.read(terminal, 65536)
             if not pressed and when():
-                process.send_signal(signal.SIGINT)  # as a terminal does; Wine has its Ctrl+C handled in the program
+                # As a terminal does; Wine has its Ctrl+C handled in the program.
+                how() if how else process.send_signal(signal.SIGINT)
                 pressed = True
             if time.monotonic() > deadline:
                 process.kill()

@@ -89,8 +89,9 @@ def refused_redirection(world):
 
 
 def stopped_by_ctrl_c(world):
-    """At random moments of a move (QBC_STOPS=50: at so many): all is in its place again. It is QBC.exe but for the
-    descriptors that Wine does not tell, or nothing would move; a move that is not stopped in time fails at its junction."""
+    """At random moments of a move (QBC_STOPS=50: at so many), and by a log-off: all is in its place again. It is QBC.exe but
+    for the descriptors that Wine does not tell, or nothing would move; a move that is not stopped in time fails at its
+    junction."""
     old, new = world.file("C:\\Moved"), world.file("C:\\There\\Moved")
     files = {f"{number}.txt": os.urandom(3000) for number in range(300)}
     for name, data in files.items():
@@ -98,12 +99,17 @@ def stopped_by_ctrl_c(world):
     world.make_folder("C:\\There")
     world.set_service("demand")
     runs, stopped, wrong = int(os.environ.get("QBC_STOPS", "5")), 0, []
-    for _ in range(runs):
-        moment = random.randrange(2 * len(files))  # so many are copied, or are and are deleted at the old place
+    for number in range(runs + 1):
+        log_off = contextlib.ExitStack()
+        if number == runs:
+            log_off.enter_context(world.prefix.holding(world.build / "wine" / "end_session.exe"))
+        # So many are copied, or are and are deleted at the old place.
+        moment = random.randrange((2 if number < runs else 1) * len(files))
         before = len(world.read(LOG) or b"")
         run = world.prefix.interrupted(
             world.build / "wine" / "moving.exe", "/RedirectFolder", "C:\\Moved", "/loc:C:\\There", "/-NTFS",
-            when=lambda: new.is_dir() and len(os.listdir(new)) + len(files) - len(os.listdir(old)) >= moment)
+            when=lambda: new.is_dir() and len(os.listdir(new)) + len(files) - len(os.listdir(old)) >= moment,
+            how=log_off.close if number == runs else None)
         log = world.read(LOG)[before:].decode("utf-16-le")
         found = {file.name: file.read_bytes() for file in old.iterdir()}
         titles = re.findall(rb"\x1b\]0;(.*?)\x07", run.output)
@@ -112,6 +118,7 @@ def stopped_by_ctrl_c(world):
         stopped += "#ERROR: Ctrl+C was pressed. What was moved is taken back." in log
     world.checks.equal(f"all is in its place after Ctrl+C at {runs} moments, and the old title", wrong, [])
     world.checks.true("most moves were stopped before their end", stopped > runs / 2, f"{stopped} of {runs}")
+    world.checks.true("and one by a log-off", "#ERROR: The user logs off. What was moved is taken back." in log, log)
     world.checks.true("no record was made", not world.prefix.has_key(f"{RECORDS_32}\\Junctions\\1"))
 
 
