@@ -47,6 +47,7 @@ struct PlannedMove {
   std::vector<PlannedFile> largest;  // the ten largest files, the largest first
   std::vector<PlannedLink> links;
   std::vector<PlannedShare> shares;
+  bool sharesAreTold = true;  // false: there may be others
   std::vector<PlannedRecord> records;
 };
 

@@ -63,7 +63,8 @@ bool AddTree(const std::u16string& folder, PlannedMove& move) {
   const FolderTree tree(folder.c_str());
   const TreeListing* const listing = tree.Get();
   const ShareList shares = ShareList::Read();
-  if (!listing || !shares.IsWhole()) return false;
+  if (!listing) return false;
+  if (!shares.IsWhole()) move.sharesAreTold = false;
   AddShares(shares, folder, move);
   move.items += listing->entries.size();
   move.bytes += listing->TotalSize();

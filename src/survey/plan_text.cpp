@@ -52,6 +52,7 @@ void AddMove(std::u16string& text, const PlanRequest& request, const PlannedMove
   facts.push_back({u"source and target on one drive", YesOrNo(place.sameDrive)});
   facts.push_back({u"target keeps its changes", YesOrNo(place.keepsChanges)});
   facts.push_back({u"Rimehold", place.rimehold.empty() ? u"not there, or does not tell" : place.rimehold});
+  if (!move.sharesAreTold) facts.push_back({u"shares that follow", u"cannot be told"});
   AddTable(text, request.kind == PlanKind::Auto ? u"What would be copied:" : u"What would move:", facts);
   Rows rows;
   for (const PlannedFile& file : move.largest) rows.push_back({file.path, WithThousands(file.bytes)});
@@ -95,7 +96,7 @@ Json MoveAsJson(const PlannedMove& move, const PlannedPlace& place) {
           {"bytes", move.bytes},
           {"largest", largest},
           {"links", links},
-          {"shares", shares},
+          {"shares", move.sharesAreTold ? shares : Json(nullptr)},
           {"records", records},
           {"room", OrNull(place.room)},
           {"sameDrive", OrNull(place.sameDrive)},
