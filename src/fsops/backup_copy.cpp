@@ -121,13 +121,11 @@ bool CopyChunks(const AccessTimeKeepingFile& source, const AccessTimeKeepingFile
   return false;
 }
 
-// Gives the target the source's times and attributes, closes both, and tells what it read. The times are the last thing
-// that the target's handle does: what was set stays when it is closed, without being told so.
-bool CarryTimesAndAttributes(AccessTimeKeepingFile& source, AccessTimeKeepingFile& target,
-                             const std::u16string& targetPath, CopiedSource* told) {
-  win32::BY_HANDLE_FILE_INFORMATION found{};
-  if (!win32::GetFileInformationByHandle(source.get(), &found) ||
-      !win32::SetFileTime(target.get(), &found.ftCreationTime, &found.ftLastAccessTime, &found.ftLastWriteTime))
+// Gives the target the times and attributes that were found of the source, closes both, and tells them. The times are
+// the last thing that the target's handle does: what was set stays when it is closed, without being told so.
+bool CarryTimesAndAttributes(const win32::BY_HANDLE_FILE_INFORMATION& found, AccessTimeKeepingFile& source,
+                             AccessTimeKeepingFile& target, const std::u16string& targetPath, CopiedSource* told) {
+  if (!win32::SetFileTime(target.get(), &found.ftCreationTime, &found.ftLastAccessTime, &found.ftLastWriteTime))
     return false;
   win32::CloseHandle(target.release());
   source.reset();
@@ -157,12 +155,15 @@ Copied CopyContents(const std::u16string& sourcePath, const std::u16string& targ
     Trace(u"#ERROR: BackupCopy: CreateFile() failed for path = %ls", targetPath);
     return Copied::Failed;
   }
+  // Asked before anything is read: reading is an access, too.
+  win32::BY_HANDLE_FILE_INFORMATION found{};
+  if (!win32::GetFileInformationByHandle(source.get(), &found)) return Copied::Failed;
   const win32::DWORD size =
       options.size ? static_cast<win32::DWORD>(*options.size) : win32::GetFileSize(source.get(), nullptr);
   return AllCopied(
       size != win32::INVALID_FILE_SIZE &&
       CopyChunks(source, target, std::clamp(size, kStreamHeaderSize, kBufferSize), sourcePath, targetPath, options) &&
-      CarryTimesAndAttributes(source, target, targetPath, options.told));
+      CarryTimesAndAttributes(found, source, target, targetPath, options.told));
 }
 
 // The shell sets no last error, nor are its codes errors of the system.
@@ -266,8 +267,10 @@ Copied CopyByStreams(const std::u16string& sourcePath, std::u16string& targetPat
   AccessTimeKeepingFile source = OpenSource(sourcePath, win32::GENERIC_READ, kind.isReparsePoint);
   if (!source) return Copied::Failed;
   AccessTimeKeepingFile target = OpenTarget(targetPath, win32::GENERIC_ALL, kind);
-  return AllCopied(target && StreamCopy(source, target).Run() &&
-                   CarryTimesAndAttributes(source, target, targetPath, options.told));
+  win32::BY_HANDLE_FILE_INFORMATION found{};
+  return AllCopied(target && win32::GetFileInformationByHandle(source.get(), &found) &&
+                   StreamCopy(source, target).Run() &&
+                   CarryTimesAndAttributes(found, source, target, targetPath, options.told));
 }
 
 Copied CopyByChunks(const std::u16string& source, std::u16string& target, ItemKind kind,

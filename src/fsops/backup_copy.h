@@ -15,7 +15,7 @@
 // What a backup copy learned of its source on the way, so that nobody has to ask again.
 struct CopiedSource {
   bool isGone = false;  // the copy has failed: there was nothing to open
-  // As they were when the copy was complete; nothing of an item that was copied in another way.
+  // As they were when the copy began; nothing of an item that was copied in another way.
   std::optional<win32::BY_HANDLE_FILE_INFORMATION> information = std::nullopt;
   FolderDescriptor descriptor = {};  // owner, group, access list and audit entries; empty where it was not met
 };

@@ -74,7 +74,8 @@ void WithStopsAtMoments(std::unique_ptr<emulated::Machine>& machine, const Disks
     StartAgain(machine, disks);
     bool ended = false;
     machine->controls.onEnd = [&](win32::DWORD) { ended = true; };
-    const std::size_t number = random() % (calls - 5) + 1;  // the last of them close the log
+    // The last of them close the log. An event counts the calls of the first thread alone, `calls` those of all.
+    const std::size_t number = random() % (calls - 20) + 1;
     machine->controls.Plan(number, event);
     const RunResult run = command();
     const std::string when = "Stop, call " + std::to_string(number) + ": " + emulated::Utf8(run.log);
