@@ -212,7 +212,7 @@ void AddLostRemovals(const std::vector<std::pair<std::u16string, std::u16string>
     Row row{
         .kind = RowKind::FolderOnVolume, .source = beside.substr(0, beside.size() - kSuffix.size()), .target = volume};
     const bool isRecorded = std::ranges::any_of(rows, [&](const Row& other) {
-      return EqualPaths(other.source, row.source) && EqualPaths(other.target, volume);
+      return EqualPaths(other.source, row.source) && EqualPaths(other.target, row.target);
     });
     const std::optional<bool> empty = isRecorded ? true : IsFolderEmpty(beside);
     if (!empty && !MeansGone(win32::GetLastError()))

@@ -23,7 +23,7 @@ int wmain(int argc, wchar_t** argv) {
   WSAStartup(MAKEWORD(2, 2), &data);
   sockaddr_in server{};
   server.sin_family = AF_INET;
-  server.sin_port = htons(static_cast<u_short>(std::atoi(std::getenv("STANDIN"))));
+  server.sin_port = htons(static_cast<u_short>(std::strtoul(std::getenv("STANDIN"), nullptr, 10)));
   server.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
   const SOCKET line = socket(AF_INET, SOCK_STREAM, 0);
   if (connect(line, reinterpret_cast<sockaddr*>(&server), sizeof server) != 0) return 99;
