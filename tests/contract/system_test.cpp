@@ -96,7 +96,7 @@ TEST_F(System, WhatADebuggerIsToldChangesTheLastError) {
 
 TEST_F(System, AConsoleHasATitleAndRoutinesForWhatItsUserAsks) {
   const PHANDLER_ROUTINE routine = [](DWORD) { return TRUE; };
-  for (const DWORD error : {0u, 0u + ERROR_INVALID_PARAMETER}) {
+  for (const DWORD error : {DWORD{0}, DWORD{ERROR_INVALID_PARAMETER}}) {
     EXPECT_TRUE(error != 0 || SetConsoleCtrlHandler(routine, TRUE));
     EXPECT_EQ(ErrorOf(SetConsoleCtrlHandler(routine, FALSE)), error);
   }
