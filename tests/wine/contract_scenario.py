@@ -22,13 +22,14 @@ PLANTED = {  # how each is answered, and what must stand below it
 
 
 def machine(world):
-    """All files, with their sizes, and the registry but for the key to which Wine's shell adds what it is asked for."""
+    """All files, with their sizes, and the registry but for what Wine adds for its shell and for each desktop."""
     files = {str(file): file.is_file() and file.stat().st_size for file in world.prefix.drive_c.rglob("*")}
     export = world.prefix.scratch / "registry.reg"
     world.prefix.tool("regedit", "/E", f"Z:{export}")
     keys = export.read_text("utf-16").split("\n\n")
     export.unlink()
-    return files, [key for key in keys if "\\Explorer\\Shell Folders]\n" not in key]
+    of_wine = ("\\Explorer\\Shell Folders]", "\\Control\\Video\\{")
+    return files, [key for key in keys if not any(name in key.partition("\n")[0] for name in of_wine)]
 
 
 def compare(world, name, before):

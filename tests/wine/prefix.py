@@ -52,6 +52,8 @@ class Prefix:
             # A server that stays keeps services alive between two runs. It must own none of our pipes.
             self._host(WINESERVER, "-p")
             self._host(WINE, "wineboot")
+            # With the first window Wine writes down what displays there are.
+            self._host(WINE, "explorer", "/desktop=first", "cmd", "/c", "exit")
             if not self.drive_c.is_dir():
                 raise RuntimeError("Wine made no drive C")
         except BaseException:
