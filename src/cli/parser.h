@@ -4,10 +4,7 @@
 #include <string_view>
 
 #include "cli/command_table.h"
-
-// The switches that name a profile in a user's stead.
-inline constexpr std::u16string_view kDefaultProfile = u"DefaultProfile";
-inline constexpr std::u16string_view kPublicProfile = u"PublicProfile";
+#include "profiles/shared_profiles.h"
 
 struct CommandLine {
   const CommandEntry* entry = nullptr;

@@ -216,6 +216,9 @@ int HasAccess(win32::HANDLE token, const std::u16string& path, win32::DWORD desi
                                  win32::FILE_ALL_ACCESS};
   // Specific rights stand for themselves.
   if ((desiredAccess & kGenericRights) != 0) win32::MapGenericMask(&desiredAccess, &mapping);
+  // By the privilege to take ownership the command has this right wherever it asks; a run that only looks enables none.
+  if (OnlyLooks::Current() && (desiredAccess & win32::WRITE_OWNER) != 0 && HoldsPrivilege(u"SeTakeOwnershipPrivilege"))
+    desiredAccess &= ~win32::WRITE_OWNER;
   win32::UniqueLocalMemory descriptor;
   const win32::DWORD information =
       win32::OWNER_SECURITY_INFORMATION | win32::GROUP_SECURITY_INFORMATION | win32::DACL_SECURITY_INFORMATION;

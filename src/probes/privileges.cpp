@@ -1,5 +1,6 @@
 #include "probes/privileges.h"
 
+#include <algorithm>
 #include <array>
 #include <cstddef>
 #include <exception>
@@ -28,16 +29,22 @@ win32::UniqueKernelHandle CallersToken() {
   return token;
 }
 
-// The token's groups as Windows writes them, a TOKEN_GROUPS in front; empty when they cannot be read.
-std::vector<win32::TOKEN_GROUPS> ReadGroups(const win32::UniqueKernelHandle& token) {
-  constexpr auto kind = win32::TOKEN_INFORMATION_CLASS::TokenGroups;
+// What a token holds as Windows writes it, one Information in front; empty when it cannot be read.
+template <typename Information>
+std::vector<Information> Read(const win32::UniqueKernelHandle& token, win32::TOKEN_INFORMATION_CLASS kind) {
   win32::DWORD size = 0;
   if (win32::GetTokenInformation(token.get(), kind, nullptr, 0, &size) ||
       win32::GetLastError() != win32::ERROR_INSUFFICIENT_BUFFER)
     return {};
-  std::vector<win32::TOKEN_GROUPS> groups(size / sizeof(win32::TOKEN_GROUPS) + 1);
-  if (!win32::GetTokenInformation(token.get(), kind, groups.data(), size, &size)) return {};
-  return groups;
+  std::vector<Information> held(size / sizeof(Information) + 1);
+  if (!win32::GetTokenInformation(token.get(), kind, held.data(), size, &size)) return {};
+  return held;
+}
+
+// The array at `offset` goes on behind the structure's end, as deep as the buffer.
+template <typename Entry, typename Information>
+const Entry* Entries(const std::vector<Information>& held, std::size_t offset) {
+  return reinterpret_cast<const Entry*>(reinterpret_cast<const std::byte*>(held.data()) + offset);
 }
 
 }  // namespace
@@ -53,13 +60,11 @@ win32::UniqueSid AdministratorsSid() {
 bool IsUserAdministrator() try {
   const win32::UniqueKernelHandle token = CallersToken();
   if (!token) return false;
-  const std::vector<win32::TOKEN_GROUPS> groups = ReadGroups(token);
+  const auto groups = Read<win32::TOKEN_GROUPS>(token, win32::TOKEN_INFORMATION_CLASS::TokenGroups);
   const win32::UniqueSid administrators = AdministratorsSid();
   if (groups.empty() || !administrators) return false;
 
-  // The array goes on behind the structure's end, as deep as the buffer.
-  const auto* const first = reinterpret_cast<const win32::SID_AND_ATTRIBUTES*>(
-      reinterpret_cast<const std::byte*>(groups.data()) + offsetof(win32::TOKEN_GROUPS, Groups));
+  const auto* const first = Entries<win32::SID_AND_ATTRIBUTES>(groups, offsetof(win32::TOKEN_GROUPS, Groups));
   for (win32::DWORD i = 0; i < groups[0].GroupCount; ++i)
     if (win32::EqualSid(administrators.get(), first[i].Sid)) return true;
   return false;
@@ -97,6 +102,20 @@ PrivilegeResult EnablePrivilege(const char16_t* name) {
   return win32::AdjustTokenPrivileges(token.get(), win32::FALSE, &privileges, sizeof privileges, nullptr, nullptr)
              ? PrivilegeResult::Enabled
              : PrivilegeResult::NotAdjusted;
+}
+
+bool HoldsPrivilege(const char16_t* name) try {
+  const win32::UniqueKernelHandle token = CallersToken();
+  win32::LUID wanted{};
+  if (!token || !win32::LookupPrivilegeValueW(nullptr, name, &wanted)) return false;
+  const auto held = Read<win32::TOKEN_PRIVILEGES>(token, win32::TOKEN_INFORMATION_CLASS::TokenPrivileges);
+  if (held.empty()) return false;
+  const auto* const first = Entries<win32::LUID_AND_ATTRIBUTES>(held, offsetof(win32::TOKEN_PRIVILEGES, Privileges));
+  return std::any_of(first, first + held[0].PrivilegeCount, [&](const win32::LUID_AND_ATTRIBUTES& one) {
+    return one.Luid.LowPart == wanted.LowPart && one.Luid.HighPart == wanted.HighPart;
+  });
+} catch (const std::exception&) {
+  return false;
 }
 
 bool IsAdministrator(StringId refusal) {

@@ -23,5 +23,9 @@ bool EnablePrivileges();
 enum class PrivilegeResult { Enabled, NotFound, NotAdjusted };
 PrivilegeResult EnablePrivilege(const char16_t* name);
 
+// Does the token (the thread's, else the process's) have the privilege, enabled or not? False when Windows does not
+// tell.
+bool HoldsPrivilege(const char16_t* name);
+
 // Is the caller an administrator in effect? The console tells one who is not, with this text.
 bool IsAdministrator(StringId refusal = StringId::NeedsAdministrator);

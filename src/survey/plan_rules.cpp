@@ -5,7 +5,9 @@
 #include "links/real_path.h"
 #include "probes/privileges.h"
 #include "probes/rimehold_status.h"
+#include "probes/windows_version.h"
 #include "profiles/automatic.h"
+#include "profiles/shared_profiles.h"
 #include "profiles/user_profile.h"
 #include "redirect/file.h"
 #include "redirect/folder.h"
@@ -13,6 +15,7 @@
 #include "report/log.h"
 #include "report/only_looks.h"
 #include "survey/plan.h"
+#include "text/ascii_case.h"
 
 namespace {
 
@@ -34,6 +37,13 @@ std::u16string CommandOf(PlanKind kind) {
       return u"/AutoRedirectUP";
   }
   return {};
+}
+
+// The command line takes these words for mistyped switches, wherever they stand.
+bool LooksMistyped(const PlanRequest& request) {
+  const std::u16string words = LowerAscii(request.source + u" " + request.target);
+  return IsVistaOrLater() && (words.find(LowerAscii(kDefaultProfile)) != words.npos ||
+                              words.find(LowerAscii(kPublicProfile)) != words.npos);
 }
 
 // A line calls itself an error at its beginning, or behind words that say what was looked at.
@@ -68,6 +78,7 @@ class Rules {
       Refuse(plan, console_.Take());
     const std::optional<bool> frozen = TellWhetherFrozen();
     if (!frozen) isTold_ = false;
+    if (request_.kind == PlanKind::Profile && LooksMistyped(request_)) Refuse(plan, u"Invalid parameters");
     if (frozen.value_or(false)) Refuse(plan, FormatString(StringId::MustBeThawed, CommandOf(request_.kind)));
     console_.Take();
     log_.Take();
@@ -132,8 +143,8 @@ Plan AskRules(const PlanRequest& request, std::vector<std::u16string>& sources) 
   rules.Ask(plan);
   rules.TellWhatWasLeft(plan);
   plan.notTried.push_back(
-      u"Whatever others hold open and the command sees by its debug privilege alone; and whether it gets through: a "
-      u"disk "
-      u"may fail, and what is free now may be taken then.");
+      u"Whatever others hold open and the command sees by its privileges alone, to debug and to restore; and whether "
+      u"it "
+      u"gets through: a disk may fail, and what is free now may be taken then.");
   return plan;
 }

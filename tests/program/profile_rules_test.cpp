@@ -88,6 +88,8 @@ TEST_F(ProfileRules, NameEachReasonInTheLog) {
       u"#ERROR: D:\\Trap\\anna\\Startup would become a part of the User Profile, but others may write to it: O:" +
           kSidOfJan + u". Take it away, or have Administrators own it and nobody else write to it, and try again.");
   ExpectRefused(u"anna", u"D:\\file", u"#ERROR: Failed To Create Target Folder: D:\\file\\anna");
+  for (const auto* location : {u"D:\\PublicProfiles", u"D:\\defaultprofile"})  // taken for a mistyped switch
+    EXPECT_EQ(Move(u"anna", location).exitCode, 1) << Utf8(location);
   ExpectRefused(u"anna", u"D:\\%TEMP%", u"#ERROR: Unable to update user profile path in registry.");
   EXPECT_FALSE(Exists(longFolder) || Exists(u"D:\\%TEMP%") || Exists(kAnna + u".mount"));
   EXPECT_EQ(ImagePath(), kAnna);

@@ -3,9 +3,7 @@
 #include <regex>
 
 #include "program/profile_stories.h"
-#include "support/only_reads.h"
 #include "survey/json.h"
-#include "survey/main.h"
 
 namespace {
 
@@ -21,14 +19,7 @@ class SurveyOfWhatIs : public ProfileStories {
     for (const auto* file : {u"C:\\Data\\1.txt", u"C:\\Data\\in\\2.txt", u"C:\\Lists\\a.txt", u"C:\\Lists\\b.txt"})
       MakeFile(file, "contents");
   }
-  // One run, which only reads.
-  Answer Survey(std::vector<const char16_t*> words) {
-    UseProgramModule(*machine, u"QBCReport.exe");
-    words.insert(words.begin(), u"QBCReport.exe");
-    const OnlyReads rule(*machine);
-    const OpenHandles handles(*machine);
-    return SurveyMain(static_cast<int>(words.size()), words.data());
-  }
+  ReportRun Survey(const Words& words) { return RunReport(*machine, words); }
   static std::string NamesIn(const Json& row) {
     std::string names;
     for (const Json& finding : row["findings"]) names += finding["name"].get<std::string>() + " ";
@@ -36,10 +27,10 @@ class SurveyOfWhatIs : public ProfileStories {
   }
   // What list says; undo prints no command for what is broken, unless that is what mends it.
   Json Rows(int exitCode, const std::string& when) {
-    const Answer list = Survey({u"list", u"--check", u"--json"}), undo = Survey({u"undo", u"--json"});
+    const ReportRun list = Survey({u"list", u"--check", u"--json"}), undo = Survey({u"undo", u"--json"});
     const Json rows = Json::parse(list.output)["rows"], steps = Json::parse(undo.output)["steps"];
     const auto isWhole = [](const Json& row) { return row["state"] == "whole"; };
-    EXPECT_EQ(static_cast<int>(list.result), exitCode < 0 ? std::ranges::all_of(rows, isWhole) ? 0 : 1 : exitCode)
+    EXPECT_EQ(list.exitCode, exitCode < 0 ? std::ranges::all_of(rows, isWhole) ? 0 : 1 : exitCode)
         << when << rows << list.errors;
     for (const Json& row : rows)
       for (const Json& step : steps)
@@ -208,8 +199,8 @@ TEST_F(SurveyOfWhatIs, WhatIsBrokenIsMendedByWhatListSaysAndWhatCannotBeAskedIsN
   DoAsTold(R"(ren "D:\Profiles\anna\NTUSER.DAT" "y" ren "D:\Profiles\Public" "y")");
   int exitCode = 0;
   const auto states = [&] {
-    const Answer answer = Survey({u"list", u"--check", u"--json"});
-    exitCode = static_cast<int>(answer.result);
+    const ReportRun answer = Survey({u"list", u"--check", u"--json"});
+    exitCode = answer.exitCode;
     std::map<std::string, Json> all;
     const Json document = answer.output.empty() ? Json::object() : Json::parse(answer.output);
     for (const Json& row : document.value("rows", Json::array()))

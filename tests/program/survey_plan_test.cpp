@@ -11,6 +11,7 @@ class PlanCalls : public Redirections {
     MakeFolder(u"C:\\Data");
     MakeFile(u"C:\\Data\\file.txt", "a text");
     MakeFolder(u"D:\\Target");
+    SetSecurity(u"D:\\Target", u"O:BAD:P(A;OICI;0x1701ff;;;BA)");  // all but to take it: the commands may that anyway
   }
   // With each call refused in turn: what may is told with the same facts, or some of them not; or it is refused, or not
   // told. What may not never may.
@@ -50,6 +51,7 @@ class PlanCalls : public Redirections {
 TEST_F(PlanCalls, OfWhatMay) {
   RefuseEachCallOf({u"folder", u"C:\\Data", u"--to", u"D:\\Target"}, 0);
   RefuseEachCallOf({u"file", u"C:\\Data\\file.txt", u"--to", u"D:\\Target"}, 0);
+  EXPECT_EQ(Run({u"/RedirectFolder", u"C:\\Data", u"/loc:D:\\Target"}).exitCode, 0);
 }
 
 TEST_F(PlanCalls, OfWhatMayNot) {

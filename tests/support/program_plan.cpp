@@ -14,29 +14,31 @@ namespace {
 
 using emulated::Utf8;
 
-// What the verb may call, whatever the arguments; the last are those of an XML document.
+// What the report program may call, whatever the arguments; those in small letters are of an XML document.
 const char* const kHarmless =
-    " AccessCheck AdjustTokenPrivileges AllocateAndInitializeSid CheckTokenMembership CloseHandle CloseServiceHandle "
-    "CoInitializeEx CoUninitialize ConvertSidToStringSidW ConvertStringSidToSidW CreateThread DuplicateHandle EqualSid "
-    "ExpandEnvironmentStringsW FindClose FindFirstFileW FindFirstVolumeW FindNextFileW FindNextVolumeW FindResourceExW "
-    "FindResourceW FindVolumeClose FormatMessageW FreeLibrary FreeSid GetAce GetCurrentProcess GetCurrentProcessId "
-    "GetCurrentThread GetDiskFreeSpaceExW GetDriveTypeW GetFileAttributesW GetFileInformationByHandle GetFileSecurityW "
-    "GetFileSize GetFileVersionInfoSizeW GetFileVersionInfoW GetFinalPathNameByHandleW GetLogicalDriveStringsW "
-    "GetModuleFileNameW GetModuleHandleW GetNamedSecurityInfoW GetProcAddress GetProcessHeap GetSystemDirectoryW "
-    "GetTokenInformation GetVersionExW GetVolumeInformationW GetVolumeNameForVolumeMountPointW GetVolumePathNameW "
-    "GetVolumePathNamesForVolumeNameW HeapAlloc HeapFree ImpersonateSelf LoadLibraryExW LoadLibraryW LoadResource "
-    "LocalFree LocalLock LocalUnlock LockResource LookupAccountNameW LookupAccountSidW MapGenericMask NetApiBufferFree "
-    "NetShareEnum NtQueryInformationFile NtQueryInformationProcess NtQueryObject NtQuerySystemInformation OpenProcess "
-    "OpenProcessToken OpenThreadToken OutputDebugStringW PathFileExistsW PathGetDriveNumberW PathIsDirectoryW "
-    "PathIsRelativeW PathIsUNCW PathUnquoteSpacesW QueryDosDeviceW QueryServiceConfigW QueryServiceStatus ReadFile "
-    "RegCloseKey RegEnumKeyExW RegEnumKeyW RegEnumValueW RegOpenKeyExW RegQueryInfoKeyW RegQueryValueExW RevertToSelf "
-    "SHGetSpecialFolderPathW SizeofResource StrStrIW TerminateThread VerQueryValueW VirtualAlloc VirtualFree "
-    "WaitForSingleObject WTSEnumerateProcessesW WTSFreeMemory BackupRead GetFileTime SetFilePointer "
-    "CreateInstance get_documentElement get_item get_length get_text loadXML nextNode put_preserveWhiteSpace "
-    "selectNodes selectSingleNode ";
+    " AccessCheck AdjustTokenPrivileges AllocateAndInitializeSid BackupRead CheckTokenMembership CloseHandle"
+    " CloseServiceHandle CoInitializeEx ConvertSidToStringSidW ConvertStringSidToSidW CoUninitialize CreateInstance"
+    " CreateThread DuplicateHandle EqualSid ExpandEnvironmentStringsW FindClose FindFirstFileW FindFirstVolumeW"
+    " FindNextFileW FindNextVolumeW FindResourceExW FindResourceW FindVolumeClose FormatMessageW FreeLibrary FreeSid"
+    " get_documentElement get_item get_length get_text GetAce GetCurrentProcess GetCurrentProcessId GetCurrentThread"
+    " GetDiskFreeSpaceExW GetDriveTypeW GetFileAttributesW GetFileInformationByHandle GetFileSecurityW GetFileSize"
+    " GetFileTime GetFileVersionInfoSizeW GetFileVersionInfoW GetFinalPathNameByHandleW GetLogicalDriveStringsW"
+    " GetModuleFileNameW GetModuleHandleW GetNamedSecurityInfoW GetProcAddress GetProcessHeap GetSystemDirectoryW"
+    " GetTokenInformation GetVersionExW GetVolumeInformationW GetVolumeNameForVolumeMountPointW"
+    " GetVolumePathNamesForVolumeNameW GetVolumePathNameW HeapAlloc HeapFree ImpersonateSelf LoadLibraryExW"
+    " LoadLibraryW LoadResource loadXML LocalFree LocalLock LocalUnlock LockResource LookupAccountNameW"
+    " LookupAccountSidW LookupPrivilegeValueW MapGenericMask NetApiBufferFree NetShareEnum nextNode"
+    " NtQueryInformationFile NtQueryInformationProcess NtQueryObject NtQuerySystemInformation OpenProcess"
+    " OpenProcessToken OpenThreadToken OutputDebugStringW PathFileExistsW PathGetDriveNumberW PathIsDirectoryW"
+    " PathIsRelativeW PathIsUNCW PathUnquoteSpacesW put_preserveWhiteSpace QueryDosDeviceW QueryServiceConfigW"
+    " QueryServiceStatus ReadFile RegCloseKey RegEnumKeyExW RegEnumKeyW RegEnumValueW RegQueryInfoKeyW"
+    " RegQueryValueExW RevertToSelf selectNodes selectSingleNode SetFilePointer SHGetSpecialFolderPathW SizeofResource"
+    " StrStrIW TerminateThread VerQueryValueW VirtualAlloc VirtualFree WaitForSingleObject WTSEnumerateProcessesW"
+    " WTSFreeMemory ";
 
-// A call of the trace, "Name(arguments) = result  [error]": may it be made?
-bool ChangesNothing(const std::string& line) {
+// A call of the trace, "Name(arguments) = result  [error]": may it be made? A plan asks whether values could be set and
+// files be deleted.
+bool ChangesNothing(const std::string& line, bool isPlan) {
   const std::string name = line.substr(0, line.find('('));
   if (std::string(kHarmless).find(" " + name + " ") != std::string::npos) return true;
   // The numbers behind the path or name.
@@ -46,14 +48,16 @@ bool ChangesNothing(const std::string& line) {
       arguments.substr(arguments.rfind('"') == arguments.npos ? name.size() : arguments.rfind('"')));
   for (std::string word; std::getline(rest, word, ',');)
     if (word.find_first_of("0123456789") == 1) numbers.push_back(std::strtoul(word.c_str(), nullptr, 0));
-  if (name == "LookupPrivilegeValueW") return line.find("\"SeBackupPrivilege\"") != std::string::npos;
-  if (name == "OpenSCManagerW" || name == "OpenServiceW")
-    return !numbers.empty() && (numbers.back() & ~(win32::GENERIC_READ | 5ul)) == 0;
-  if (name == "DeviceIoControl") return line.find(", 0x900A8") != std::string::npos;  // FSCTL_GET_REPARSE_POINT
-  constexpr unsigned long kWrites = win32::GENERIC_WRITE | win32::GENERIC_ALL | win32::FILE_WRITE_DATA |
-                                    win32::FILE_APPEND_DATA | win32::FILE_WRITE_EA | win32::FILE_WRITE_ATTRIBUTES |
-                                    win32::WRITE_DAC | win32::WRITE_OWNER;
-  return name == "CreateFileW" && numbers.size() == 4 && (numbers[0] & kWrites) == 0 &&
+  const auto isWithin = [&](std::size_t i, unsigned long rights) {
+    return numbers.size() > i && (numbers[i] & ~rights) == 0;
+  };
+  if (name == "OpenSCManagerW" || name == "OpenServiceW")  // query configuration and status
+    return isWithin(numbers.size() - 1, win32::GENERIC_READ | 5);
+  if (name == "RegOpenKeyExW")  // query, enumerate, notify, the two views
+    return isWithin(1, win32::READ_CONTROL | (isPlan ? 0x31F : 0x319));
+  if (name == "DeviceIoControl") return line.find(", 0x900A8, ") != std::string::npos;  // FSCTL_GET_REPARSE_POINT
+  constexpr unsigned long kReading = win32::GENERIC_READ | win32::READ_CONTROL | 0x89;  // data, attributes
+  return name == "CreateFileW" && numbers.size() == 4 && isWithin(0, isPlan ? kReading | win32::DELETE : kReading) &&
          numbers[2] == win32::OPEN_EXISTING && (numbers[3] & win32::FILE_FLAG_DELETE_ON_CLOSE) == 0;
 }
 
@@ -103,13 +107,24 @@ void Compare(const Json& plan, const RunResult& run, const std::string& shown) {
 }  // namespace
 
 ReportRun RunReport(emulated::Machine& machine, const std::vector<std::u16string>& words) {
-  UseProgramModule(machine);
+  UseProgramModule(machine, u"QBCReport.exe");
   const auto token = machine.process.token;
-  machine.process.token = std::make_shared<emulated::Token>(*token);
+  const auto own = std::make_shared<emulated::Token>(*token);
+  for (emulated::TokenPrivilege& held : own->privileges)  // as when a program starts
+    if ((held.attributes & win32::SE_PRIVILEGE_ENABLED_BY_DEFAULT) == 0) held.attributes = 0;
+  machine.process.token = own;
   std::vector<const char16_t*> argv{u"QBCReport.exe"};
   for (const std::u16string& word : words) argv.push_back(word.c_str());
+  std::set<std::string> bad;
+  machine.gate.Trace([&](const std::string& line) {
+    if (!ChangesNothing(line, words.front() == u"plan")) bad.insert(line);
+  });
   const OpenHandles open(machine);
   const auto [result, output, errors] = SurveyMain(static_cast<int>(argv.size()), argv.data());
+  machine.gate.Trace({});
+  for (const std::string& line : bad) ADD_FAILURE() << "the report program calls " << line;
+  for (const auto* name : {u"SeRestorePrivilege", u"SeTakeOwnershipPrivilege", u"SeDebugPrivilege"})
+    EXPECT_FALSE(own->PrivilegeEnabled(name)) << Utf8(name);
   machine.process.token = token;
   return {static_cast<int>(result), output, errors};
 }
@@ -118,15 +133,9 @@ RunResult RunPlanned(emulated::Machine& machine, const std::vector<std::u16strin
   const std::vector<std::u16string> plan = PlanOf(words);
   if (plan.empty() || machine.gate.IsScripted() || machine.controls.onEnd || machine.consoleSink)
     return RunProgram(machine, words);
-  std::set<std::string> bad;
-  machine.gate.Trace([&](const std::string& line) {
-    if (!ChangesNothing(line)) bad.insert(line);
-  });
   const ReportRun answer = RunReport(machine, plan);
-  machine.gate.Trace({});
-  for (const std::string& line : bad) ADD_FAILURE() << "the plan calls " << line;
   const RunResult run = RunProgram(machine, words);
-  std::string shown = "\n" + answer.errors + answer.output;
+  const std::string shown = "\n" + answer.errors + answer.output;
   const Json document = Json::parse(answer.output, nullptr, false);
   if (document.is_object())
     Compare(document, run, shown);
