@@ -82,6 +82,12 @@ if "%QB_COMMAND%%QB_VERB%"=="RedirectUPback" goto result_87
 rem --- What there is to do
 
 :begin
+rem CALL reads a line once more than the others: it takes "%%" for the beginning of a variable and doubles "^". Which path
+rem was meant then cannot be told, and that CALL was there can neither. SET shows a value without reading it again.
+set "QB_PATHS=%QB_WHAT%|%QB_TO%"
+if not "%QB_PATHS:^^=%"=="%QB_PATHS%" goto result_87
+set QB_PATHS| "%QB_SYSTEM%\find.exe" "%%" >nul
+if not errorlevel 1 goto result_87
 call :find_program
 if errorlevel 1 goto failed
 call :ask_status
@@ -323,7 +329,7 @@ exit /b 2
 echo Result 5: QBC.exe needs an elevated administrator.
 exit /b 5
 :result_87
-echo Result 87: wrong arguments. In double quotes, paths written out with their drive:
+echo Result 87: wrong arguments. In double quotes, paths written out with their drive, without "%%" and "^^":
 echo   redirect.cmd folder FOLDER LOCATION [/-NTFS] [/-Share]
 echo   redirect.cmd file FILE LOCATION [/-NTFS]
 echo   redirect.cmd profile USER LOCATION [/-NTFS] [/-Share]

@@ -1,7 +1,7 @@
 #!/usr/bin/env python3
 """make_documents.py OUT [--windows]: makes in the folder OUT, anew, what is installed beside the programs.
 
-On Windows the pages and deploy/ as they lie beside QBC.exe, with Windows' ends of lines; on Linux share/ with manual pages,
+On Windows the pages, the scripts and the rest of deploy/ as they lie beside QBC.exe, with Windows' ends of lines; on Linux share/ with manual pages,
 completion and /usr/share/doc.
 """
 import gzip
@@ -46,7 +46,9 @@ def copies(*folders):
     """What is shipped of the tree beside the documents themselves: pictures and schemas that they show, and `folders`."""
     found = [*files_below(TOP / "docs/pictures"), *sorted((TOP / "docs").glob("*.json"))]
     found += [path for folder in folders for path in files_below(TOP / folder)]
-    return {path.relative_to(TOP).as_posix(): path for path in found if path.suffix not in (".dot", ".md")}
+    # Scripts look for QBC.exe beside themselves.
+    return {path.name if path.suffix == ".cmd" else path.relative_to(TOP).as_posix(): path
+            for path in found if path.suffix not in (".dot", ".md")}
 
 
 def write_pages(out, ends, *folders):

@@ -3,7 +3,7 @@ reaches a program, and outcomes that Wine does not have."""
 import pathlib
 
 from scenarios import INSTANCE_MUTEX, RECORDS_32
-from standins import StandIns
+from standins import StandIns, find
 from world import LOG
 
 SCRIPTS = pathlib.Path(__file__).resolve().parent.parent.parent / "deploy"
@@ -14,11 +14,12 @@ CODES = {code & 255: code for code in (0, 2, 5, 87, 183, 350, 1603, 1618, 1622, 
 VOLUME = "\\\\?\\Volume{00000000-0000-0000-0000-000000000043}\\"
 WRONG = ("redirect", 'redirect folder "C:\\Data"', 'redirect folder Data "D:\\"', 'redirect folder "C:\\" "D:\\"',
          'redirect folder "C:\\Data" Kept', 'redirect folder "C:\\Data" "D:\\" /x', 'redirect share "C:\\D" "D:\\"',
-         f'redirect auto "{VOLUME}"', "bring-back auto D:\\", "wait-for-thaw 1+1", "wait-for-thaw 00001")
+         f'redirect auto "{VOLUME}"', 'bring-back file "C:\\a ^^"', "bring-back auto D:\\", "wait-for-thaw 1+1",
+         "wait-for-thaw 00001")
 # What QBC.exe gets for a line.
 CALLS = (('redirect folder "C:\\D & (1) ^ !, ;=\\" "D:\\K & (2) ^\\" /-ntfs',
           ("/RedirectFolder", "C:\\D & (1) ^ !, ;=", "/loc:D:\\K & (2) ^", "/-NTFS")),
-         ('redirect file "C:\\l.txt" "D:"', ("/RedirectFile", "C:\\l.txt", "/loc:D:\\")),
+         ('redirect file "C:\\Größe é.txt" "D:"', ("/RedirectFile", "C:\\Größe é.txt", "/loc:D:\\")),
          (f'redirect folder "C:\\D" "{VOLUME}"', ("/RedirectFolder", "C:\\D", "/vol:" + VOLUME)),
          ('redirect profile "Anna Berg" "D:\\P\\\\"', ("/RedirectUP", "Anna Berg", "/loc:D:\\P")))
 DO = 'redirect folder "C:\\Data" "D:\\Kept"'
@@ -35,6 +36,7 @@ ENDINGS = ((DO, "0: done", 0, ["Rimehold not installed - "], "", 0),
            ('redirect folder "C:\\Link" "D:\\Kept"', "0: nothing to do", 0, [3], ALREADY, 1),  # listed by another name
            ('bring-back folder "C:\\Link"', "1603:", 1603, [3], "", 0),
            ('bring-back folder "C:\\Link" "D:\\Kept"', "0: done", 0, [3], "", 0),
+           ('redirect folder "C:\\50 PERCENT" "D:\\Kept"', "87:", 87, [3], "", 0),
            ('redirect auto "D:\\Q"', "183:", 183, [3], "", 0),
            ('redirect auto "D:\\P\\"', "0: nothing to do", 0, [2], "", 0),
            ("bring-back auto", "3010:", 3010, [3], "in use. It will be deleted at the next restart.", 0),
@@ -51,7 +53,7 @@ def deployment(world):
     def ends(line, said, code, before=""):
         """A line as in a tool's field, from a batch file: the beginning of its last "Result", and the exit code."""
         script, _, words = line.partition(" ")
-        prefix.host_path("C:\\call.cmd").write_bytes(f'{before}@"{FOLDER}\\{script}.cmd" {words}\r\n'.encode())
+        prefix.host_path("C:\\call.cmd").write_bytes(f'{before}@"{FOLDER}\\{script}.cmd" {words}\r\n'.encode("cp437"))
         run = prefix.run("C:\\call.cmd")
         result = [part for part in run.text.splitlines() if part.startswith("Result ")][-1:]
         checks.true(f"{said} {line}", CODES.get(run.code) == code and result and result[0].startswith("Result " + said),
@@ -74,7 +76,9 @@ def deployment(world):
     for line in WRONG:
         ends(line, "87:", 87)
     prefix.place(world.build / "QBC.exe", FOLDER + "\\QBC.exe")
-    with StandIns({"fsutil": lambda words, _: (b"", int(words[-1].lower() not in links)), "qbc": qbc,
+    # A percent sign is lost on its way through Wine's cmd.exe.
+    with StandIns({"find": lambda words, given: find(words, given.replace(b"PERCENT", b"%")), "qbc": qbc,
+                   "fsutil": lambda words, _: (b"", int(words[-1].lower() not in links)),
                    "mountvol": lambda words, _: (b"    " + VOLUME.encode(), 0),
                    "ping": lambda *_: (b"", world.set_rimehold("Thawed") or 0)}) as stand_ins:
         stand_ins.install(prefix, world.build, SYSTEM)
