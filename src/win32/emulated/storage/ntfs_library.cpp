@@ -1,5 +1,8 @@
 #include "win32/emulated/storage/ntfs_library.h"
 
+#include <algorithm>
+#include <cstring>
+
 namespace emulated::ntfs {
 namespace {
 
@@ -51,6 +54,32 @@ win32::DWORD UpdateEntries(ntfs_inode* inode, ntfs_inode* directory) {
   return result != 0 || errno == ENOENT ? result : LastError();
 }
 
+// The next name of the file that is spelt so, in that folder; nothing (and errno) when there is none.
+const ATTR_RECORD* FindName(ntfs_attr_search_ctx& search, std::uint64_t folder, std::u16string_view name) {
+  while (ntfs_attr_lookup(AT_FILE_NAME, nullptr, 0, CASE_SENSITIVE, 0, nullptr, 0, &search) == 0) {
+    const auto& stored = *reinterpret_cast<const FILE_NAME_ATTR*>(reinterpret_cast<const std::uint8_t*>(search.attr) +
+                                                                  le16_to_cpu(search.attr->value_offset));
+    if (MREF_LE(stored.parent_directory) == folder && stored.file_name_length == name.size() &&
+        std::memcmp(stored.file_name, name.data(), name.size() * sizeof(char16_t)) == 0)
+      return search.attr;
+  }
+  return nullptr;
+}
+
+// The clusters of everything that lies outside the record.
+win32::DWORD FreeClusters(ntfs_inode* inode) {
+  const UniqueSearch search(ntfs_attr_get_search_ctx(inode, nullptr));
+  if (!search) return win32::ERROR_NOT_ENOUGH_MEMORY;
+  win32::DWORD result = 0;
+  while (ntfs_attrs_walk(search.get()) == 0) {
+    if (!search->attr->non_resident) continue;
+    runlist* const clusters = ntfs_mapping_pairs_decompress(inode->vol, search->attr, nullptr);
+    if ((!clusters || ntfs_cluster_free_from_rl(inode->vol, clusters) != 0) && result == 0) result = LastError();
+    free(clusters);
+  }
+  return result != 0 || errno == ENOENT ? result : LastError();
+}
+
 void ForgetChanges(ntfs_inode* inode) {
   for (const unsigned change : {NI_Dirty, NI_AttrListDirty, NI_FileNameDirty}) ClearState(inode->state, change);
 }
@@ -75,6 +104,54 @@ win32::DWORD Inode::CloseIn(ntfs_inode* directory) {
   ClearState(inode_->state, NI_FileNameDirty);
   const win32::DWORD closing = Close();
   return error ? error : closing;
+}
+
+win32::DWORD Inode::KeepIn(KeptInodes& kept, MFT_REF file) {
+  const bool isFile =
+      MREF(file) >= FILE_first_user && (inode_->mrec->flags & (MFT_RECORD_IS_DIRECTORY | MFT_RECORD_IS_4)) == 0;
+  ClearState(inode_->state, NI_FileNameDirty);
+  if (!isFile || inode_->nr_extents != 0) return Close();
+  kept.Keep(file, release());
+  return 0;
+}
+
+_ntfs_inode* KeptInodes::Take(FileId file) {
+  const auto kept = std::ranges::find(kept_, file, &std::pair<FileId, _ntfs_inode*>::first);
+  if (kept == kept_.end()) return nullptr;
+  _ntfs_inode* const inode = kept->second;
+  kept_.erase(kept);
+  return inode;
+}
+
+win32::DWORD KeptInodes::CloseAll() {
+  win32::DWORD result = 0;
+  for (const auto& [file, inode] : kept_) {
+    const win32::DWORD error = Inode(inode).Close();
+    if (result == 0) result = error;
+  }
+  kept_.clear();
+  return result;
+}
+
+win32::DWORD DeletePlainFile(Inode& file, Inode& folder, std::u16string_view name) {
+  {
+    const UniqueSearch search(ntfs_attr_get_search_ctx(file.get(), nullptr));
+    const ATTR_RECORD* const found = search ? FindName(*search, folder->mft_no, name) : nullptr;
+    if (!found) return LastError();
+    const auto* const key = reinterpret_cast<const std::uint8_t*>(found) + le16_to_cpu(found->value_offset);
+    if (ntfs_index_remove(folder.get(), file.get(), key, static_cast<int>(le32_to_cpu(found->value_length))) != 0)
+      return LastError();
+  }
+  // The name is gone: what goes wrong from here on is told, and the rest is done.
+  file->mrec->link_count = 0;
+  win32::DWORD result = FreeClusters(file.get());
+  if (ntfs_mft_record_free(file->vol, file.get()) == 0) {
+    file.release();
+  } else if (result == 0) {
+    result = LastError();
+  }
+  const win32::DWORD closed = folder.Close();
+  return result ? result : closed;
 }
 
 win32::DWORD InodeInFolder::Link(std::u16string_view name) {

@@ -9,6 +9,7 @@
 #include <utility>
 
 #include "win32/constants.h"
+#include "win32/emulated/storage/ntfs_kept_inodes.h"
 
 #ifndef HAVE_TIME_H
 #define HAVE_TIME_H 1
@@ -40,8 +41,10 @@ extern "C" {
 #include <ntfs-3g/ea.h>
 #include <ntfs-3g/index.h>
 #include <ntfs-3g/inode.h>
+#include <ntfs-3g/lcnalloc.h>
 #include <ntfs-3g/logfile.h>
 #include <ntfs-3g/logging.h>
+#include <ntfs-3g/mft.h>
 #include <ntfs-3g/object_id.h>
 #include <ntfs-3g/reparse.h>
 #include <ntfs-3g/security.h>
@@ -95,13 +98,15 @@ inline win32::DWORD ErrorFrom(int error) {
 // The same after a call that has just failed.
 inline win32::DWORD LastError() { return ErrorFrom(errno); }
 
-// One open MFT record. A record must never be open twice, so an Inode lives no longer than one call of the volume.
+// One open MFT record. A record must never be open twice: an Inode lives no longer than one call of the volume, and is
+// closed or kept at its end.
 class Inode {
  public:
   // Refuses a reference whose sequence number is not the record's (the library checks only what it reads afresh).
-  Inode(ntfs_volume* volume, MFT_REF file) {
+  Inode(KeptInodes& kept, MFT_REF file) : inode_(kept.Take(file)) {
+    if (inode_) return;
     errno = 0;
-    inode_ = ntfs_inode_open(volume, MREF(file));
+    inode_ = ntfs_inode_open(kept.volume(), MREF(file));
     if (!inode_) {
       error_ = errno == EIO ? win32::ERROR_FILE_CORRUPT : win32::ERROR_FILE_NOT_FOUND;
     } else if (le16_to_cpu(inode_->mrec->sequence_number) != MSEQNO(file) || inode_->mrec->base_mft_record != 0) {
@@ -125,6 +130,9 @@ class Inode {
   // The same with the directory open in which the names are: the index entries of those that are there follow. (The
   // library's own function for it closes the directory when an entry is missing.)
   win32::DWORD CloseIn(ntfs_inode* directory);
+  // Open for the next calls, when it is a file that may be kept; otherwise closed. What the record holds is written
+  // when it is put down, and the index entries follow then.
+  win32::DWORD KeepIn(KeptInodes& kept, MFT_REF file);
 
  private:
   ntfs_inode* inode_ = nullptr;
@@ -133,14 +141,18 @@ class Inode {
 
 // A file and a folder that has, or is to have, a name of it.
 struct InodeInFolder {
-  InodeInFolder(ntfs_volume* volume, MFT_REF file, MFT_REF directory)
-      : inode(volume, file), folder(volume, directory) {}
+  InodeInFolder(KeptInodes& kept, MFT_REF file, MFT_REF directory) : inode(kept, file), folder(kept, directory) {}
   win32::DWORD error() const { return inode.error() ? inode.error() : folder.error(); }
   // The name into the folder's index and into the record.
   win32::DWORD Link(std::u16string_view name);
 
   Inode inode, folder;
 };
+
+// Takes the only name of a file out of the folder's index, and the file off the volume. For one without records beside
+// its own, and in no index but the folder's: ntfs_delete does it for all of them, but gives the folder times of its own
+// and writes them into the folder's entry in its parent, each time; they are set by whoever calls this.
+win32::DWORD DeletePlainFile(Inode& file, Inode& folder, std::u16string_view name);
 
 struct CloseAttribute {
   void operator()(ntfs_attr* attribute) const { ntfs_attr_close(attribute); }

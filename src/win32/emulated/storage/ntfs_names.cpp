@@ -69,7 +69,7 @@ win32::DWORD NtfsVolume::GetDirectory(FileId file, Directory*& directory) {
   Node* node = nullptr;
   if (const win32::DWORD error = GetNode(file, node)) return error;
   if (!node->IsDirectory()) return win32::ERROR_DIRECTORY;
-  const ntfs::Inode inode(volume_, file);
+  const ntfs::Inode inode(inodes_, file);
   if (inode.error()) return inode.error();
   std::vector<Found> found;
   s64 position = 0;
@@ -197,14 +197,17 @@ win32::DWORD NtfsVolume::Create(FileId directory, std::u16string_view name, bool
   const std::uint32_t storedId = node.info.securityId ? node.info.securityId : parent->info.securityId;
   if (node.info.securityId) node.descriptor = nullptr;
 
-  ntfs::Inode folder(volume_, directory);
+  ntfs::Inode folder(inodes_, directory);
   if (folder.error()) return folder.error();
   ntfs::Inode inode(ntfs_create(folder.get(), cpu_to_le32(storedId), ntfs::Units(name), static_cast<u8>(name.size()),
                                 isDirectory ? S_IFDIR : S_IFREG));
   if (!inode.get()) return ntfs::LastError();
   node.info.id = file = MK_MREF(inode->mft_no, le16_to_cpu(inode->mrec->sequence_number));
-  if (const win32::DWORD error = inode.CloseIn(folder.get())) return error;
+  if (isDirectory)
+    if (const win32::DWORD error = inode.CloseIn(folder.get())) return error;
   if (const win32::DWORD error = folder.Close()) return error;
+  if (!isDirectory)
+    if (const win32::DWORD error = inode.KeepIn(inodes_, file)) return error;
 
   node.info.attributes = ShownAttributes((attributes & kSettableAttributes) |
                                          (isDirectory ? win32::FILE_ATTRIBUTE_DIRECTORY : win32::DWORD{0}));
@@ -231,7 +234,7 @@ win32::DWORD NtfsVolume::AddName(FileId file, FileId directory, std::u16string_v
   for (const FileId changed : {file, directory}) {
     if (const win32::DWORD error = HoldTimes(changed)) return error;
   }
-  ntfs::InodeInFolder opened(volume_, file, directory);
+  ntfs::InodeInFolder opened(inodes_, file, directory);
   if (opened.error()) return opened.error();
   if (const win32::DWORD error = opened.Link(name)) return error;
   if (const win32::DWORD error = opened.folder.Close()) return error;
@@ -244,13 +247,17 @@ win32::DWORD NtfsVolume::RemoveName(FileId file, FileId directory, std::u16strin
   if (const auto known = nodes_.find(file); known == nodes_.end() || known->second.info.links > 1) {
     if (const win32::DWORD error = HoldTimes(file)) return error;
   }
-  ntfs::Inode inode(volume_, file);
+  ntfs::Inode inode(inodes_, file);
   if (inode.error()) return inode.error();
-  ntfs::Inode folder(volume_, directory);
+  ntfs::Inode folder(inodes_, directory);
   if (folder.error()) return folder.error();
   const std::u16string spelling(name);  // `name` may be the cache's own
-  if (ntfs_delete(volume_, nullptr, inode.release(), folder.release(), ntfs::Units(spelling),
-                  static_cast<u8>(spelling.size())) != 0) {
+  // How many names it has says the record: the node is behind it in a rename.
+  if (const auto known = nodes_.find(file); known != nodes_.end() && known->second.IsPlainFile() &&
+                                            !NInoAttrList(inode.get()) && le16_to_cpu(inode->mrec->link_count) == 1) {
+    if (const win32::DWORD error = ntfs::DeletePlainFile(inode, folder, spelling)) return error;
+  } else if (ntfs_delete(volume_, nullptr, inode.release(), folder.release(), ntfs::Units(spelling),
+                         static_cast<u8>(spelling.size())) != 0) {
     return ntfs::LastError();
   }
   if (const auto entries = directories_.find(directory); entries != directories_.end())
@@ -262,7 +269,7 @@ win32::DWORD NtfsVolume::RemoveName(FileId file, FileId directory, std::u16strin
 win32::DWORD NtfsVolume::RefreshIfKnown(FileId file) {
   const auto known = nodes_.find(file);
   if (known == nodes_.end()) return 0;
-  ntfs::Inode inode(volume_, file);
+  ntfs::Inode inode(inodes_, file);
   return inode.error() ? inode.error() : Refresh(known->second, inode.get());
 }
 

@@ -71,7 +71,7 @@ win32::DWORD NtfsVolume::SetReparse(FileId file, ByteView data) {
   if (data.size() < kReparseHeader || data.size() > kMaximumReparse) return win32::ERROR_INVALID_REPARSE_DATA;
   const bool isMountPoint = LoadLittleEndian<std::uint32_t>(data, 0) == win32::IO_REPARSE_TAG_MOUNT_POINT;
   if (isMountPoint && !node->IsDirectory()) return win32::ERROR_DIRECTORY;
-  ntfs::Inode inode(volume_, file);
+  ntfs::Inode inode(inodes_, file);
   if (inode.error()) return inode.error();
   if (ntfs_set_ntfs_reparse_data(inode.get(), Chars(data), data.size(), 0) != 0) {
     return errno == EINVAL ? win32::ERROR_INVALID_REPARSE_DATA : ntfs::LastError();
@@ -85,7 +85,7 @@ win32::DWORD NtfsVolume::RemoveReparse(FileId file) {
   Node* node = nullptr;
   if (const win32::DWORD error = GetNode(file, node)) return error;
   if (node->reparse.empty()) return win32::ERROR_NOT_A_REPARSE_POINT;
-  ntfs::Inode inode(volume_, file);
+  ntfs::Inode inode(inodes_, file);
   if (inode.error()) return inode.error();
   if (ntfs_remove_ntfs_reparse_data(inode.get()) != 0) return ntfs::LastError();
   if (const win32::DWORD error = Refresh(*node, inode.get())) return error;
@@ -98,7 +98,7 @@ win32::DWORD NtfsVolume::GetExtendedAttributes(FileId file, std::vector<Extended
   Node* node = nullptr;
   if (const win32::DWORD error = GetNode(file, node)) return error;
   if (!node->hasExtendedAttributes) return 0;
-  ntfs::Inode inode(volume_, file);
+  ntfs::Inode inode(inodes_, file);
   if (inode.error()) return inode.error();
   const int size = ntfs_get_ntfs_ea(inode.get(), nullptr, 0);
   if (size < 0) return ntfs::ErrorFrom(-size);
@@ -115,7 +115,7 @@ win32::DWORD NtfsVolume::SetExtendedAttributes(FileId file, const std::vector<Ex
   if (const win32::DWORD error = GetNode(file, node)) return error;
   Bytes bytes;
   if (!PackExtendedAttributes(attributes, bytes)) return win32::ERROR_INVALID_EA_NAME;
-  ntfs::Inode inode(volume_, file);
+  ntfs::Inode inode(inodes_, file);
   if (inode.error()) return inode.error();
   if (bytes.empty()) {
     if (!node->hasExtendedAttributes) return 0;
@@ -142,7 +142,7 @@ win32::DWORD NtfsVolume::GetObjectId(FileId file, Bytes& id) {
   Node* node = nullptr;
   if (const win32::DWORD error = GetNode(file, node)) return error;
   if (!node->hasObjectId) return win32::ERROR_FILE_NOT_FOUND;
-  ntfs::Inode inode(volume_, file);
+  ntfs::Inode inode(inodes_, file);
   if (inode.error()) return inode.error();
   id.assign(kObjectIdSize, 0);
   const int size = ntfs_get_ntfs_object_id(inode.get(), reinterpret_cast<char*>(id.data()), id.size());
@@ -155,7 +155,7 @@ win32::DWORD NtfsVolume::SetObjectId(FileId file, ByteView id) {
   Node* node = nullptr;
   if (const win32::DWORD error = GetNode(file, node)) return error;
   if (id.size() != kObjectIdSize) return win32::ERROR_INVALID_PARAMETER;
-  ntfs::Inode inode(volume_, file);
+  ntfs::Inode inode(inodes_, file);
   if (inode.error()) return inode.error();
   if (ntfs_set_ntfs_object_id(inode.get(), Chars(id), id.size(), 0) != 0) return ntfs::LastError();
   node->hasObjectId = true;

@@ -171,7 +171,7 @@ win32::DWORD NtfsVolume::GetSecurity(FileId file, Bytes& descriptor) {
     RememberDescriptor(node->info.securityId, std::make_shared<const Bytes>(descriptor));
     return 0;
   }
-  ntfs::Inode inode(volume_, file);
+  ntfs::Inode inode(inodes_, file);
   if (inode.error()) return inode.error();
   SECURITY_CONTEXT context{};
   context.vol = volume_;

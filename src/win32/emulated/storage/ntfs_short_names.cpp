@@ -48,7 +48,7 @@ win32::DWORD NtfsVolume::GiveShortName(FileId file, FileId directory, std::u16st
   for (const FileId changed : {file, directory}) {
     if (const win32::DWORD error = HoldTimes(changed)) return error;
   }
-  ntfs::InodeInFolder opened(volume_, file, directory);
+  ntfs::InodeInFolder opened(inodes_, file, directory);
   if (opened.error()) return opened.error();
   if (!isShort)
     if (const win32::DWORD error = opened.Link(shortName)) return error;

@@ -29,6 +29,44 @@ int Resize(ntfs_attr* attribute, std::uint64_t size, bool sparse) {
                       : ntfs_attr_truncate_solid(attribute, static_cast<s64>(size));
 }
 
+bool FitsInRecord(const MFT_RECORD& record, std::uint64_t size) {
+  return size <= le32_to_cpu(record.bytes_allocated) - le32_to_cpu(record.bytes_in_use);
+}
+
+// Clusters for a stream that has none, from `next` on, which is then what follows them: small files lie side by side.
+// Left to itself, the library goes through 32,768 bits for the widest gap, and then leaves 4,096 clusters free. A
+// stream that fits in the record, or is of a kind that the library must look at, stays as it is.
+int GiveFirstClusters(ntfs_attr* attribute, std::uint64_t size, std::int64_t& next) {
+  ntfs_volume& volume = *attribute->ni->vol;
+  if (size == 0 || attribute->data_size != 0 || attribute->allocated_size != 0 || attribute->data_flags != 0 ||
+      NInoAttrList(attribute->ni))
+    return 0;
+  if (!NAttrNonResident(attribute) &&
+      (FitsInRecord(*attribute->ni->mrec, size) || ntfs_attr_force_non_resident(attribute) != 0))
+    return 0;
+  const bool isOfData =
+      (next >= 0 && next < volume.mft_zone_start) || (next >= volume.mft_zone_end && next < volume.nr_clusters);
+  const auto count = static_cast<s64>((size + volume.cluster_size - 1) >> volume.cluster_size_bits);
+  runlist* const clusters = ntfs_cluster_alloc(&volume, 0, count, isOfData ? next : -1, DATA_ZONE);
+  if (!clusters) return -1;
+  free(std::exchange(attribute->rl, clusters));
+  attribute->allocated_size = count << volume.cluster_size_bits;
+  NAttrSetRunlistDirty(attribute);
+  if (ntfs_attr_update_mapping_pairs(attribute, 0) != 0) {
+    const int error = errno;
+    ntfs_cluster_free_from_rl(&volume, attribute->rl);
+    free(std::exchange(attribute->rl, nullptr));
+    attribute->allocated_size = 0;
+    ntfs::ClearState(attribute->state, NA_RunlistDirty);
+    errno = error;
+    return -1;
+  }
+  const runlist* last = attribute->rl;
+  while (last[1].length != 0) ++last;
+  next = last->lcn + last->length;
+  return 0;
+}
+
 }  // namespace
 
 StreamInfo* NtfsVolume::FindStream(Node& node, std::u16string_view stream) const {
@@ -54,7 +92,7 @@ win32::DWORD NtfsVolume::CreateStream(FileId file, std::u16string_view stream) {
       stream.find_first_of(std::u16string_view(u"\\/:\0", 4)) != stream.npos) {
     return win32::ERROR_INVALID_NAME;
   }
-  ntfs::Inode inode(volume_, file);
+  ntfs::Inode inode(inodes_, file);
   if (inode.error()) return inode.error();
   if (ntfs_attr_add(inode.get(), AT_DATA, ntfs::Units(stream), static_cast<u8>(stream.size()), nullptr, 0) != 0)
     return ntfs::LastError();
@@ -70,7 +108,7 @@ win32::DWORD NtfsVolume::RemoveStream(FileId file, std::u16string_view stream) {
   const StreamInfo* const known = FindStream(*node, stream);
   if (!known) return win32::ERROR_FILE_NOT_FOUND;
   if (known->name.empty()) return win32::ERROR_INVALID_PARAMETER;
-  ntfs::Inode inode(volume_, file);
+  ntfs::Inode inode(inodes_, file);
   if (inode.error()) return inode.error();
   if (ntfs_attr_remove(inode.get(), AT_DATA, ntfs::Units(known->name), static_cast<u32>(known->name.size())) != 0) {
     return ntfs::LastError();
@@ -100,9 +138,9 @@ win32::DWORD NtfsVolume::Read(FileId file, std::u16string_view stream, std::uint
   if (offset >= known->size || to.empty()) return 0;
   const auto length = static_cast<std::size_t>(std::min<std::uint64_t>(to.size(), known->size - offset));
 
-  ntfs::Inode inode(volume_, file);
+  ntfs::Inode inode(inodes_, file);
   if (inode.error()) return inode.error();
-  const ntfs::UniqueAttribute data = ntfs::OpenData(inode.get(), known->name);
+  ntfs::UniqueAttribute data = ntfs::OpenData(inode.get(), known->name);
   if (!data) return ntfs::LastError();
   while (done < length) {
     const s64 part =
@@ -111,7 +149,8 @@ win32::DWORD NtfsVolume::Read(FileId file, std::u16string_view stream, std::uint
     if (part == 0) return win32::ERROR_FILE_CORRUPT;
     done += static_cast<std::size_t>(part);
   }
-  return 0;
+  data.reset();
+  return inode.KeepIn(inodes_, file);
 }
 
 // Sets the stream to `size` bytes and writes `from`, all or nothing.
@@ -127,12 +166,14 @@ win32::DWORD NtfsVolume::ChangeStream(FileId file, std::u16string_view stream, s
     if (const win32::DWORD error = MakeRoomFor(size - oldSize)) return error;
   }
 
-  ntfs::Inode inode(volume_, file);
+  ntfs::Inode inode(inodes_, file);
   if (inode.error()) return inode.error();
   win32::DWORD result = 0;
   ntfs::UniqueAttribute data = ntfs::OpenData(inode.get(), known->name);
   if (!data) return ntfs::LastError();
-  if (size != oldSize && Resize(data.get(), size, known->sparse) != 0) result = ntfs::LastError();
+  if (size != oldSize && ((!known->sparse && GiveFirstClusters(data.get(), size, nextCluster_) != 0) ||
+                          Resize(data.get(), size, known->sparse) != 0))
+    result = ntfs::LastError();
   for (std::size_t done = 0; result == 0 && done < from.size();) {
     const s64 part = ntfs_attr_pwrite(data.get(), static_cast<s64>(offset + done), static_cast<s64>(from.size() - done),
                                       from.data() + done);
@@ -154,12 +195,15 @@ win32::DWORD NtfsVolume::ChangeStream(FileId file, std::u16string_view stream, s
         inode->flags | FILE_ATTR_SPARSE_FILE);  // the library takes it off when no hole is left
     NInoSetDirty(inode.get());
   }
-  if (node->dirty) {
-    ntfs::ClearState(inode->state, NI_FileNameDirty);  // the index follows when the node is put down
+  if (known->name.empty()) {
+    RefreshTotals(*node);
+    inode->data_size = static_cast<s64>(known->size);
+    inode->allocated_size = static_cast<s64>(known->allocated);
   }
-  if (known->name.empty()) RefreshTotals(*node);
-  const win32::DWORD closed = inode.Close();
-  return result ? result : closed;
+  node->dirty = true;  // the index follows when the node is put down
+  ListDirty(*node);
+  const win32::DWORD kept = inode.KeepIn(inodes_, file);
+  return result ? result : kept;
 }
 
 win32::DWORD NtfsVolume::Write(FileId file, std::u16string_view stream, std::uint64_t offset, ByteView from) {
@@ -201,7 +245,7 @@ win32::DWORD NtfsVolume::AllocatedRanges(FileId file, std::u16string_view stream
   if (!known) return win32::ERROR_FILE_NOT_FOUND;
   if (known->size == 0) return 0;
 
-  ntfs::Inode inode(volume_, file);
+  ntfs::Inode inode(inodes_, file);
   if (inode.error()) return inode.error();
   const ntfs::UniqueAttribute data = ntfs::OpenData(inode.get(), known->name);
   if (!data) return ntfs::LastError();

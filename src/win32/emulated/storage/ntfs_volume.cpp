@@ -34,6 +34,7 @@ win32::DWORD Volume::Mount(BlockDevice& device, std::unique_ptr<Volume>& volume)
 
 win32::DWORD NtfsVolume::Open() {
   if (const win32::DWORD error = ntfs::MountDevice(state_, volume_)) return error;
+  inodes_.SetVolume(volume_);
   upCase_.resize(0x10000);
   for (std::size_t unit = 0; unit < upCase_.size(); ++unit) {
     upCase_[unit] = static_cast<char16_t>(unit < volume_->upcase_len ? le16_to_cpu(volume_->upcase[unit]) : unit);
@@ -102,10 +103,11 @@ win32::DWORD NtfsVolume::MakeRoomFor(std::uint64_t wanted) {
 
 // What every call begins with, before it holds anything of the caches.
 void NtfsVolume::Enter() {
-  if (nodes_.size() > kMaximumNodes) {
+  const bool isTooMuch = nodes_.size() > kMaximumNodes;
+  if (isTooMuch || inodes_.IsFull()) {
     if (const win32::DWORD error = PutDownAll(); error != 0 && lateError_ == 0) lateError_ = error;
-    nodes_.clear();
   }
+  if (isTooMuch) nodes_.clear();
   if (entries_ > kMaximumEntries + 2 * largestDirectory_) {
     directories_.clear();
     entries_ = largestDirectory_ = 0;
@@ -122,7 +124,7 @@ win32::DWORD NtfsVolume::GetNode(FileId file, Node*& node) {
     return 0;
   }
   if (MREF(file) < FILE_first_user && file != root_) return win32::ERROR_FILE_NOT_FOUND;
-  ntfs::Inode inode(volume_, file);
+  ntfs::Inode inode(inodes_, file);
   if (inode.error()) return inode.error();
   Node loaded;
   loaded.info.id = file;
@@ -214,7 +216,7 @@ void NtfsVolume::RefreshTotals(Node& node) {
 }
 
 win32::DWORD NtfsVolume::PutDown(Node& node, _ntfs_inode* directory) {
-  ntfs::Inode inode(volume_, node.info.id);
+  ntfs::Inode inode(inodes_, node.info.id);
   if (inode.error()) return inode.error();
   if (node.descriptor) {
     std::uint32_t id = 0;
@@ -283,7 +285,7 @@ win32::DWORD NtfsVolume::PutDownAll() {
     // The root is in itself; so may be others on a damaged volume.
     const bool isIn =
         std::any_of(first, last, [parent](const auto& file) { return MREF(file.second) == MREF(parent); });
-    ntfs::Inode directory(isIn || parent == 0 ? ntfs::Inode(nullptr) : ntfs::Inode(volume_, parent));
+    ntfs::Inode directory(isIn || parent == 0 ? ntfs::Inode(nullptr) : ntfs::Inode(inodes_, parent));
     for (; first != last; ++first) {
       Node& node = nodes_.at(first->second);
       const win32::DWORD error = PutDown(node, directory.get());
@@ -293,6 +295,7 @@ win32::DWORD NtfsVolume::PutDownAll() {
     }
     if (const win32::DWORD error = directory.Close(); result == 0) result = error;
   }
+  if (const win32::DWORD error = inodes_.CloseAll(); result == 0) result = error;
   return result;
 }
 

@@ -1,5 +1,5 @@
 // The volume on libntfs-3g. The library's rule that a record is open at most once shapes it: an inode is opened inside
-// one call and closed before the call ends.
+// one call, and closed or kept (KeptInodes) before the call ends.
 //
 // What the calls ask for again and again is remembered: a Node per file (all that its MFT record says, found in one
 // walk of its attributes) and the entries of each directory that was looked into. Times, attributes and descriptors are
@@ -14,6 +14,7 @@
 
 #include "win32/constants.h"
 #include "win32/emulated/storage/ntfs_device.h"
+#include "win32/emulated/storage/ntfs_kept_inodes.h"
 #include "win32/emulated/storage/volume.h"
 
 struct _ntfs_inode;
@@ -122,6 +123,8 @@ class NtfsVolume final : public Volume {
     Descriptor descriptor;
 
     bool IsDirectory() const { return (info.attributes & win32::FILE_ATTRIBUTE_DIRECTORY) != 0; }
+    // In no index but those of directories.
+    bool IsPlainFile() const { return !IsDirectory() && reparse.empty() && !hasObjectId; }
   };
 
   template <typename Content>
@@ -178,6 +181,8 @@ class NtfsVolume final : public Volume {
 
   ntfs::DeviceState state_;
   _ntfs_volume* volume_ = nullptr;
+  ntfs::KeptInodes inodes_;        // each one's node is dirty, or its record as it was read
+  std::int64_t nextCluster_ = -1;  // behind those that a stream was given last
   FileId root_ = 0;
   std::u16string label_;
   std::uint64_t serialNumber_ = 0;
