@@ -12,6 +12,7 @@
 #include "win32/constants.h"
 #include "win32/emulated/storage/image_set.h"
 #include "win32/emulated/storage/volume.h"
+#include "win32/emulated/text.h"
 
 namespace emulated {
 namespace {
@@ -33,10 +34,11 @@ unsigned Fill(Volume& volume, std::u16string_view name) {
   return content == Bytes(content.size(), content[0]) ? content[0] : 0;
 }
 
-void ExpectSound(const std::filesystem::path& image) {
-  const auto accounting = test::RunCommand("ntfsresize -i -f " + image.string());
-  EXPECT_EQ(0, accounting.exitCode) << accounting.output;
-  EXPECT_EQ(0, test::RunCommand("ntfsls -f -a -R " + image.string()).exitCode);
+std::string ExpectSound(const std::filesystem::path& image) {
+  constexpr const char* kChecks = "; ntfsresize -i -f $i && ntfsls -f -a -R $i && ntfssecaudit -a $i 2>/dev/null";
+  const auto checked = test::RunCommand("i=" + image.string() + kChecks);
+  EXPECT_EQ(0, checked.exitCode) << checked.output;
+  return checked.output;
 }
 
 class StorageImages : public testing::Test {
@@ -240,6 +242,28 @@ TEST(StorageVolume, WhenFullKeepsWhatFitsAndNothingHalf) {
   const test::TemporaryFolder folder;
   ASSERT_TRUE(device->SaveTo(folder / "D.ntfs"));
   ExpectSound(folder / "D.ntfs");
+}
+
+// 3,000 are more than a block of $SDS; of each two $SDH cannot tell one from the other.
+TEST(StorageVolume, EachDescriptorIsKeptOnceInBothCopiesAndBothIndexes) {
+  const auto device = test::FreshNtfs(32, "Data");
+  const test::TemporaryFolder folder;
+  std::unique_ptr<Volume> volume;
+  for (const unsigned count : {3000u, 4000u}) {
+    ASSERT_EQ(0u, Volume::Mount(*device, volume));
+    std::vector<FileId> files(count);
+    for (unsigned number = 0; number < count; ++number)
+      ASSERT_EQ(0u, volume->Create(volume->Root(), Utf16(std::to_string(count * 10'000 + number)), false, 0,
+                                   test::NumberedDescriptor(number), kNow, files[number]));
+    volume.reset();
+    ASSERT_TRUE(device->SaveTo(folder / "D.ntfs"));
+    const std::string audit = ExpectSound(folder / "D.ntfs");
+    EXPECT_NE(std::string::npos, audit.find("\n" + std::to_string(count + 2) + " valid entries in $SDH"));
+    ASSERT_EQ(0u, Volume::Mount(*device, volume));
+    Bytes stored;
+    for (unsigned number = 0; number < count; ++number)
+      ASSERT_EQ(0u, volume->GetSecurity(files[number], stored) + (stored != test::NumberedDescriptor(number)));
+  }
 }
 
 // The library would close the folder that is open while what is in it is put down.

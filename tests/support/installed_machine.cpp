@@ -109,8 +109,8 @@ CommandResult RunCommand(const std::string& command) {
 }
 
 emulated::Bytes NumberedDescriptor(std::uint32_t number) {
-  const std::u16string user = u"S-1-5-21-1-2-3-" + emulated::Utf16(std::to_string(1000 + number));
-  return emulated::DescriptorFromText(u"O:SYG:SYD:(A;OICI;FA;;;" + user + u")").value();
+  const std::string user = (number % 2 ? "3-4294967291-" : "2-3-") + std::to_string(1000 + number / 2);
+  return emulated::DescriptorFromText(emulated::Utf16("O:SYG:SYD:(A;OICI;FA;;;S-1-5-21-1-" + user + ")")).value();
 }
 
 std::unique_ptr<emulated::Machine> BootFrom(Disks disks) {

@@ -184,8 +184,6 @@ win32::DWORD NtfsVolume::Create(FileId directory, std::u16string_view name, bool
   Directory* entries = nullptr;
   if (const win32::DWORD error = GetDirectory(directory, entries)) return error;
   if (const win32::DWORD error = CheckNewName(*entries, directory, name)) return error;
-  Node* parent = nullptr;
-  if (const win32::DWORD error = GetNode(directory, parent)) return error;
   const std::size_t length = DescriptorLength(descriptor);
   if (length == 0) return win32::ERROR_INVALID_SECURITY_DESCR;
 
@@ -193,12 +191,15 @@ win32::DWORD NtfsVolume::Create(FileId directory, std::u16string_view name, bool
   node.descriptor =
       std::make_shared<const Bytes>(descriptor.begin(), descriptor.begin() + static_cast<std::ptrdiff_t>(length));
   node.info.securityId = KnownId(*node.descriptor);
-  // Until its own descriptor is put down the record bears its parent's.
-  const std::uint32_t storedId = node.info.securityId ? node.info.securityId : parent->info.securityId;
   if (node.info.securityId) node.descriptor = nullptr;
 
   ntfs::Inode folder(inodes_, directory);
   if (folder.error()) return folder.error();
+  // Until its own descriptor is put down the record bears its parent's, or any: the library would make one without a
+  // number, and another one of it later.
+  std::uint32_t storedId = node.info.securityId;
+  if (storedId == 0 && test_nino_flag(folder, v3_Extensions)) storedId = le32_to_cpu(folder->security_id);
+  if (storedId == 0) storedId = secure_.AnyId();
   ntfs::Inode inode(ntfs_create(folder.get(), cpu_to_le32(storedId), ntfs::Units(name), static_cast<u8>(name.size()),
                                 isDirectory ? S_IFDIR : S_IFREG));
   if (!inode.get()) return ntfs::LastError();

@@ -1,5 +1,6 @@
 // Times, attributes and security descriptors: set in the node, put down later.
 #include <algorithm>
+#include <unordered_set>
 
 #include "win32/constants.h"
 #include "win32/emulated/storage/ntfs_attributes.h"
@@ -112,6 +113,7 @@ win32::DWORD NtfsVolume::StoreDescriptor(_ntfs_inode* inode, const Bytes& descri
   }
   SECURITY_CONTEXT context{};
   context.vol = volume_;
+  secure_.ForgetWhatWasRead();
   if (ntfs_set_ntfs_acl(&context, inode, reinterpret_cast<const char*>(descriptor.data()), descriptor.size(), 0) != 0) {
     return ntfs::LastError();
   }
@@ -119,39 +121,25 @@ win32::DWORD NtfsVolume::StoreDescriptor(_ntfs_inode* inode, const Bytes& descri
   return 0;
 }
 
-// The descriptor of that number. On a volume with many the library's way to it takes most of the time of a look at a
-// file, so where each lies is kept. Nothing when it is not as it should be: then the library is asked.
+// The descriptor of that number; nothing when the library is to be asked.
 std::optional<Bytes> NtfsVolume::StoredDescriptor(std::uint32_t id) {
-  constexpr std::size_t kHeaderSize = sizeof(SECURITY_DESCRIPTOR_HEADER), kLongest = 0x10000;
-  static constexpr std::u16string_view kStream = u"$SDS";
-  if (id == 0 || !volume_->secure_ni || !volume_->secure_xsii) return std::nullopt;
-  auto place = descriptorPlaces_.find(id);
-  if (place == descriptorPlaces_.end()) {
-    SII_INDEX_KEY key{cpu_to_le32(id)};
-    ntfs_index_context* const index = volume_->secure_xsii;
-    ntfs_index_ctx_reinit(index);
-    if (ntfs_index_lookup(&key, sizeof key, index) != 0) return std::nullopt;
-    const std::size_t at = le16_to_cpu(index->entry->data_offset);
-    if (at + kHeaderSize > le16_to_cpu(index->entry->length)) return std::nullopt;
-    SECURITY_DESCRIPTOR_HEADER header;
-    std::memcpy(&header, reinterpret_cast<const std::uint8_t*>(index->entry) + at, sizeof header);
-    place = descriptorPlaces_.emplace(id, SecurePlace{le64_to_cpu(header.offset), le32_to_cpu(header.length)}).first;
-  }
-  const auto [offset, length] = place->second;
-  if (length <= kHeaderSize || length > kHeaderSize + kLongest) return std::nullopt;
-  Bytes entry(length);
-  if (ntfs_attr_data_read(volume_->secure_ni, ntfs::Units(kStream), static_cast<int>(kStream.size()),
-                          reinterpret_cast<char*>(entry.data()), entry.size(),
-                          static_cast<off_t>(offset)) != static_cast<int>(length))
-    return std::nullopt;
-  SECURITY_DESCRIPTOR_HEADER header;
-  std::memcpy(&header, entry.data(), sizeof header);
-  if (le32_to_cpu(header.security_id) != id || le32_to_cpu(header.length) != length) return std::nullopt;
-  const std::size_t size = DescriptorLength(ByteView(entry).subspan(kHeaderSize));
+  auto stored = secure_.Read(id);
+  const std::size_t size = stored ? DescriptorLength(*stored) : 0;
   if (size == 0) return std::nullopt;
-  entry.erase(entry.begin(), entry.begin() + kHeaderSize);
-  entry.resize(size);
-  return entry;
+  stored->resize(size);
+  return stored;
+}
+
+// The new descriptors of these files into $Secure, all at once. What cannot be done so is done file by file.
+void NtfsVolume::EnterDescriptors(const std::vector<std::pair<FileId, FileId>>& files) {
+  std::unordered_set<Descriptor, BytesHash, SameBytes> seen;
+  std::vector<ntfs::SecureFile::NewDescriptor> added;
+  for (const auto& [parent, file] : files) {
+    const Descriptor& descriptor = nodes_.at(file).descriptor;
+    if (descriptor && KnownId(*descriptor) == 0 && seen.insert(descriptor).second) added.push_back({descriptor});
+  }
+  secure_.Enter(added);
+  for (const auto& [descriptor, id] : added) RememberDescriptor(id, descriptor);
 }
 
 win32::DWORD NtfsVolume::GetSecurity(FileId file, Bytes& descriptor) {

@@ -277,6 +277,7 @@ win32::DWORD NtfsVolume::PutDownAll() {
   dirty_.clear();
   std::ranges::sort(files);
   files.erase(std::unique(files.begin(), files.end()), files.end());
+  EnterDescriptors(files);
 
   win32::DWORD result = 0;
   for (auto first = files.begin(); first != files.end();) {

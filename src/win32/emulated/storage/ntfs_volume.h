@@ -15,6 +15,7 @@
 #include "win32/constants.h"
 #include "win32/emulated/storage/ntfs_device.h"
 #include "win32/emulated/storage/ntfs_kept_inodes.h"
+#include "win32/emulated/storage/ntfs_secure.h"
 #include "win32/emulated/storage/volume.h"
 
 struct _ntfs_inode;
@@ -82,7 +83,7 @@ class NtfsVolume final : public Volume {
   win32::DWORD Flush() override;
 
  private:
-  using Descriptor = std::shared_ptr<const Bytes>;
+  using Descriptor = ntfs::SecureFile::Descriptor;
 
   // Descriptors are told apart by their bytes, wherever these are.
   struct BytesHash {
@@ -176,6 +177,7 @@ class NtfsVolume final : public Volume {
   // ntfs_security.cpp
   win32::DWORD StoreDescriptor(_ntfs_inode* inode, const Bytes& descriptor, std::uint32_t& id);
   std::optional<Bytes> StoredDescriptor(std::uint32_t id);
+  void EnterDescriptors(const std::vector<std::pair<FileId, FileId>>& files);
   void RememberDescriptor(std::uint32_t id, Descriptor descriptor);
   std::uint32_t KnownId(ByteView descriptor) const;
 
@@ -196,12 +198,8 @@ class NtfsVolume final : public Volume {
   std::size_t largestDirectory_ = 0;  // the most entries that one of them had
   std::unordered_map<std::uint32_t, Descriptor> descriptors_;
   std::unordered_map<Descriptor, std::uint32_t, BytesHash, SameBytes> descriptorIds_;  // of the same descriptors
-  struct SecurePlace {
-    std::uint64_t offset = 0;
-    std::uint32_t length = 0;
-  };
-  std::unordered_map<std::uint32_t, SecurePlace> descriptorPlaces_;  // in $Secure, where a descriptor stays
-  win32::DWORD lateError_ = 0;                                       // of something put down when nobody could be told
+  ntfs::SecureFile secure_{volume_};
+  win32::DWORD lateError_ = 0;  // of something put down when nobody could be told
 };
 
 // The length of a self-relative security descriptor without what may follow it; 0 when it is not one that NTFS stores
