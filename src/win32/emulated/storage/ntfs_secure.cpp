@@ -56,14 +56,18 @@ class Cursor {
   explicit Cursor(ntfs_index_context* index) : index_(*index) { ntfs_index_ctx_reinit(index); }
   Cursor(const Cursor&) = delete;
   Cursor& operator=(const Cursor&) = delete;
-  ~Cursor() { ntfs_index_ctx_reinit(&index_); }  // which writes the block when it has changed
+  ~Cursor() { Leave(); }
+  // Whether all that was added is written. (The library would not say.)
+  bool Finish() {
+    Leave();
+    return !hasFailed_;
+  }
 
   // Where an entry with that key, which is not there, belongs: before the one that is answered, which may be the end of
   // its block. nullptr when that cannot be told.
   template <typename Key>
   INDEX_ENTRY* LookUp(const Key& key) {
-    place_ = nullptr;
-    ntfs_index_ctx_reinit(&index_);
+    Leave();
     if (ntfs_index_lookup(&key, sizeof key, &index_) == 0 || errno != ENOENT) return nullptr;
     return Keep(index_.entry);
   }
@@ -93,8 +97,7 @@ class Cursor {
   bool Add(INDEX_ENTRY* place, const INDEX_ENTRY& entry) {
     if (!place) return false;
     if (InsertBefore(place, entry)) return Keep(Next(place)), true;
-    place_ = nullptr;
-    ntfs_index_ctx_reinit(&index_);
+    Leave();
     if (ntfs_ie_add(&index_, const_cast<INDEX_ENTRY*>(&entry)) != 0) return false;
     Keep(Next(index_.entry));
     return true;
@@ -110,6 +113,15 @@ class Cursor {
 
  private:
   INDEX_HEADER& Block() const { return index_.is_in_root ? index_.ir->index : index_.ib->index; }
+  void Leave() {
+    place_ = nullptr;
+    if (index_.ib_dirty) {
+      const s64 at = sle64_to_cpu(index_.ib->index_block_vcn) << index_.vcn_size_bits;
+      if (ntfs_attr_mst_pwrite(index_.ia_na, at, 1, index_.block_size, index_.ib) != 1) hasFailed_ = true;
+      index_.ib_dirty = FALSE;
+    }
+    ntfs_index_ctx_reinit(&index_);
+  }
   // A place in the record is not kept: attributes move there.
   INDEX_ENTRY* Keep(INDEX_ENTRY* place) {
     place_ = index_.is_in_root ? nullptr : place;
@@ -120,8 +132,10 @@ class Cursor {
     auto* const entry = reinterpret_cast<INDEX_ENTRY*>(at);
     if (left < static_cast<std::ptrdiff_t>(sizeof(INDEX_ENTRY_HEADER)) || left < le16_to_cpu(entry->length))
       return nullptr;
-    const std::size_t needed =
-        IsEnd(*entry) ? sizeof(INDEX_ENTRY_HEADER) : le16_to_cpu(entry->data_offset) + sizeof(Header);
+    constexpr std::size_t kShortestKey = sizeof(SII_INDEX_KEY);
+    std::size_t needed = sizeof(INDEX_ENTRY_HEADER);
+    if (!IsEnd(*entry))
+      needed = std::max<std::size_t>(needed + kShortestKey, le16_to_cpu(entry->data_offset)) + sizeof(Header);
     return le16_to_cpu(entry->length) < needed ? nullptr : entry;
   }
   bool InsertBefore(INDEX_ENTRY* place, const INDEX_ENTRY& entry) {
@@ -139,6 +153,7 @@ class Cursor {
 
   ntfs_index_context& index_;
   INDEX_ENTRY* place_ = nullptr;  // in a block that `index_` holds
+  bool hasFailed_ = false;
 };
 
 // What $SII says of the descriptor with the greatest number.
@@ -282,25 +297,27 @@ void SecureFile::Enter(std::vector<NewDescriptor>& descriptors) {
   std::ranges::sort(entries, {}, &Entry::descriptor);
   std::uint64_t end = 0;
   if (!GivePlaces(entries, end) || !WriteData(entries, end)) return;
+  bool isEntered = false;
   {
     Cursor byNumber(volume_->secure_xsii);
-    const auto failed = std::ranges::find_if_not(entries, [&byNumber](const Entry& entry) {
+    isEntered = std::ranges::all_of(entries, [&byNumber](const Entry& entry) {
       return byNumber.Add(byNumber.SeekEnd(), NewEntry(entry.header, SII_INDEX_KEY{entry.header.security_id}).get());
     });
-    entries.erase(failed, entries.end());
+    isEntered = byNumber.Finish() && isEntered;
   }
-  std::ranges::sort(entries, {}, byKey);
-  {
+  if (isEntered) {
+    std::ranges::sort(entries, {}, byKey);
     Cursor byHash(volume_->secure_xsdh);
-    for (const Entry& entry : entries) {
+    isEntered = std::ranges::all_of(entries, [&byHash](const Entry& entry) {
       const SDH_INDEX_KEY key{entry.header.hash, entry.header.security_id};
-      if (byHash.Add(byHash.Seek(key), NewEntry(entry.header, key).get()))
-        entry.descriptor->id = le32_to_cpu(entry.header.security_id);
-    }
+      return byHash.Add(byHash.Seek(key), NewEntry(entry.header, key).get());
+    });
+    isEntered = byHash.Finish() && isEntered;
   }
   ForgetWhatWasRead();
   NInoSetDirty(volume_->secure_ni);
-  ntfs_inode_sync(volume_->secure_ni);
+  if (ntfs_inode_sync(volume_->secure_ni) != 0 || !isEntered) return;
+  for (const Entry& entry : entries) entry.descriptor->id = le32_to_cpu(entry.header.security_id);
 }
 
 }  // namespace emulated::ntfs

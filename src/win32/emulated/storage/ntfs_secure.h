@@ -28,8 +28,8 @@ class SecureFile {
   // to be asked.
   std::optional<Bytes> Read(std::uint32_t id);
   // Enters descriptors of which no two are equal, and says what number each has got. 0 stays with those that the
-  // library is to be asked for: another with its hash is there, which may be the same, or something has failed. (What
-  // has been written of such a one nothing refers to; the library leaves the same behind when it fails.)
+  // library is to be asked for: another with its hash is there, which may be the same, or something has failed. (Of
+  // such a failure numbers may remain that nothing refers to; the library leaves the same behind when it fails.)
   void Enter(std::vector<NewDescriptor>& descriptors);
   // The number of a descriptor that is there; 0 when there is none.
   std::uint32_t AnyId();
