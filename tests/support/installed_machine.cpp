@@ -108,6 +108,7 @@ CommandResult RunCommand(const std::string& command) {
   return result;
 }
 
+// Of 2n and 2n + 1 the hash is the same by which NTFS finds them.
 emulated::Bytes NumberedDescriptor(std::uint32_t number) {
   const std::string user = (number % 2 ? "3-4294967291-" : "2-3-") + std::to_string(1000 + number / 2);
   return emulated::DescriptorFromText(emulated::Utf16("O:SYG:SYD:(A;OICI;FA;;;S-1-5-21-1-" + user + ")")).value();

@@ -57,8 +57,7 @@ struct CommandResult {
 };
 CommandResult RunCommand(const std::string& command);
 
-// A valid self-relative descriptor (owner and group SYSTEM, one entry in the DACL) that differs for each number; of 2n
-// and 2n + 1 the hash by which NTFS finds them is the same.
+// A valid self-relative descriptor (owner and group SYSTEM, one entry in the DACL) that differs for each number.
 emulated::Bytes NumberedDescriptor(std::uint32_t number);
 
 struct MachineFacts {
