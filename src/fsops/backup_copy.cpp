@@ -80,11 +80,19 @@ AccessTimeKeepingFile OpenSource(const std::u16string& path, win32::DWORD access
 
 // Opens the item to copy to. A file that was there is emptied: what it held beyond the end of the new contents (all of
 // it, when those are empty and so have no data stream) would otherwise stay.
-AccessTimeKeepingFile OpenTarget(const std::u16string& path, win32::DWORD access, ItemKind kind) {
+AccessTimeKeepingFile OpenTarget(const std::u16string& path, win32::DWORD access, ItemKind kind,
+                                 const BackupCopyOptions& options) {
   AccessTimeKeepingFile file{win32::CreateFileW(path.c_str(), access, kShareReadWrite, nullptr, win32::OPEN_ALWAYS,
                                                 OpenFlags(kind.isReparsePoint), nullptr)};
   const bool existed = file && win32::GetLastError() == win32::ERROR_ALREADY_EXISTS;
-  if (existed && !kind.isDirectory && !kind.isReparsePoint && !win32::SetEndOfFile(file.get())) file.reset();
+  if (!existed || kind.isDirectory) return file;
+  if (options.targetIsNew) {
+    if (options.told) options.told->targetIsTaken = true;
+    file.reset();
+    win32::SetLastError(win32::ERROR_FILE_EXISTS);
+  } else if (!kind.isReparsePoint && !win32::SetEndOfFile(file.get())) {
+    file.reset();
+  }
   return file;
 }
 
@@ -146,20 +154,30 @@ Copied CopyUnopened(const std::u16string& source, const std::u16string& target, 
   return Copied::Failed;
 }
 
+// What was opened is of the kind that the caller has seen there. (A link that has come into a file's place is followed:
+// the path tells that, when the file is to be deleted.) With the last error.
+bool IsOfKind(const win32::BY_HANDLE_FILE_INFORMATION& found, ItemKind kind) {
+  const Look look{Presence::There, found.dwFileAttributes};
+  if (look.IsDirectory() == kind.isDirectory && (kind.isDirectory || !look.IsEncrypted())) return true;
+  win32::SetLastError(win32::ERROR_FILE_INVALID);
+  return false;
+}
+
 Copied CopyContents(const std::u16string& sourcePath, const std::u16string& targetPath, ItemKind kind,
                     const BackupCopyOptions& options) {
   AccessTimeKeepingFile source = OpenSource(sourcePath, kReadAll, kind.isReparsePoint);
   if (!source) return CopyUnopened(sourcePath, targetPath, options.told);
-  AccessTimeKeepingFile target = OpenTarget(targetPath, kWriteAll, kind);
+  // Asked before anything is read, which is an access, too, and before a file that stands at the target is emptied.
+  win32::BY_HANDLE_FILE_INFORMATION found{};
+  if (!win32::GetFileInformationByHandle(source.get(), &found) || !IsOfKind(found, kind)) return Copied::Failed;
+  AccessTimeKeepingFile target = OpenTarget(targetPath, kWriteAll, kind, options);
   if (!target) {
     Trace(u"#ERROR: BackupCopy: CreateFile() failed for path = %ls", targetPath);
     return Copied::Failed;
   }
-  // Asked before anything is read: reading is an access, too.
-  win32::BY_HANDLE_FILE_INFORMATION found{};
-  if (!win32::GetFileInformationByHandle(source.get(), &found)) return Copied::Failed;
-  const win32::DWORD size =
-      options.size ? static_cast<win32::DWORD>(*options.size) : win32::GetFileSize(source.get(), nullptr);
+  // For the many files of a tree it is not asked once more.
+  const bool isKnown = options.told && !kind.isDirectory;
+  const win32::DWORD size = isKnown ? found.nFileSizeLow : win32::GetFileSize(source.get(), nullptr);
   return AllCopied(
       size != win32::INVALID_FILE_SIZE &&
       CopyChunks(source, target, std::clamp(size, kStreamHeaderSize, kBufferSize), sourcePath, targetPath, options) &&
@@ -266,11 +284,11 @@ Copied CopyByStreams(const std::u16string& sourcePath, std::u16string& targetPat
   if (kind.isReparsePoint) Log(u"BackupCopyEx : %s is reparse point", sourcePath);
   AccessTimeKeepingFile source = OpenSource(sourcePath, win32::GENERIC_READ, kind.isReparsePoint);
   if (!source) return Copied::Failed;
-  AccessTimeKeepingFile target = OpenTarget(targetPath, win32::GENERIC_ALL, kind);
   win32::BY_HANDLE_FILE_INFORMATION found{};
-  return AllCopied(target && win32::GetFileInformationByHandle(source.get(), &found) &&
-                   StreamCopy(source, target).Run() &&
-                   CarryTimesAndAttributes(found, source, target, targetPath, options.told));
+  if (!win32::GetFileInformationByHandle(source.get(), &found)) return Copied::Failed;
+  AccessTimeKeepingFile target = OpenTarget(targetPath, win32::GENERIC_ALL, kind, options);
+  const bool copied = target && StreamCopy(source, target).Run();  // it has ended before the two are closed
+  return AllCopied(copied && CarryTimesAndAttributes(found, source, target, targetPath, options.told));
 }
 
 Copied CopyByChunks(const std::u16string& source, std::u16string& target, ItemKind kind,

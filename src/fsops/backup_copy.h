@@ -4,7 +4,6 @@
 // The process is expected to have SeBackupPrivilege and SeRestorePrivilege enabled.
 #pragma once
 
-#include <cstdint>
 #include <optional>
 #include <string>
 
@@ -14,7 +13,8 @@
 
 // What a backup copy learned of its source on the way, so that nobody has to ask again.
 struct CopiedSource {
-  bool isGone = false;  // the copy has failed: there was nothing to open
+  bool isGone = false;         // the copy has failed: there was nothing to open
+  bool targetIsTaken = false;  // the copy has failed: something stood at a target that was to be new
   // As they were when the copy began; nothing of an item that was copied in another way.
   std::optional<win32::BY_HANDLE_FILE_INFORMATION> information = std::nullopt;
   FolderDescriptor descriptor = {};  // owner, group, access list and audit entries; empty where it was not met
@@ -24,7 +24,8 @@ struct BackupCopyOptions {
   bool isDirectory = false;
   // Windows is asked about the source where the caller does not know.
   std::optional<bool> isReparsePoint = std::nullopt, isEncrypted = std::nullopt;
-  std::optional<std::uint64_t> size = std::nullopt;  // of a file, in bytes: in what pieces it is read
+  // Nothing stood at a file's target when the caller looked: what stands there now is somebody's, and stays as it is.
+  bool targetIsNew = false;
   // The times of the parent folder are not brought back in line: a tree copy does that once for each folder.
   bool leaveParentTimes = false;
   CopyWatch watch = {};  // of the bytes of a file

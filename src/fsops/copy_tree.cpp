@@ -11,7 +11,6 @@
 #include "fsops/copy_roots.h"
 #include "fsops/copy_watch.h"
 #include "fsops/delete_tree.h"
-#include "fsops/file_facts.h"
 #include "fsops/security.h"
 #include "links/junction.h"
 #include "links/mounted_folder.h"
@@ -261,7 +260,9 @@ Step TreeCopy::CopyEntry(const TreeEntry& entry) {
   const bool openTells = flags_.useBackupCopy && IsPlainFile(entry);
   const Look source = openTells ? Look{Presence::There, entry.attributes} : LookAt(entry.path);
   if (source.IsGone()) return Step::Next;
-  if (!SaveSource(entry)) return Failed(entry, roots_.TargetOf(entry.path));
+  // What has become a link since it was listed leads to what is not in this tree.
+  const bool isAnother = source.IsReparsePoint() && !entry.IsReparsePoint();
+  if (isAnother || !SaveSource(entry)) return Failed(entry, roots_.TargetOf(entry.path));
   if (entry.IsSymbolicLink()) {  // made again with the links
     IsSymbolicLink(entry.path.c_str());
     return MustComeFirst(entry) ? CopyLink(entry) : Step::Next;
@@ -282,7 +283,11 @@ Step TreeCopy::CopyEntry(const TreeEntry& entry) {
   } else {
     const TargetAttributes attributes(target, look);
     CopiedSource told;
+    const bool willGo = flags_.removeSourceLinks && !bringsBack_ && !entry.IsDirectory();
+    if (willGo && !openTells) item.version = VersionOf(entry.path);
     item.complete = CopyItem(entry, target, look, told);
+    if (willGo && openTells && told.information) item.version = VersionOf(*told.information);
+    if (told.targetIsTaken) item.created = false;
     if (openTells && told.isGone) {
       record_.items.pop_back();
       return Step::Next;
@@ -303,7 +308,7 @@ bool TreeCopy::CopyItem(const TreeEntry& entry, const std::u16string& target, co
                                  {.isDirectory = entry.IsDirectory(),
                                   .isReparsePoint = entry.IsReparsePoint(),
                                   .isEncrypted = entry.IsEncrypted(),
-                                  .size = entry.IsDirectory() ? std::nullopt : std::optional(entry.size),
+                                  .targetIsNew = look.IsGone(),
                                   .leaveParentTimes = true,
                                   .watch = WatchOf(look),
                                   .told = &told}) != 0;

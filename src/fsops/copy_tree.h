@@ -5,6 +5,7 @@
 #include <string>
 #include <vector>
 
+#include "fsops/file_facts.h"
 #include "fsops/file_list.h"
 #include "fsops/saved_items.h"
 #include "fsops/shares.h"
@@ -39,6 +40,8 @@ struct CopiedItem {
   bool becameLink = false;  // an empty folder stood there and was made the junction
   bool complete = false;    // all of it arrived
   bool deleted = false;     // the move then deleted it at the source
+  // Of a file that a move will delete: what its copy holds.
+  std::optional<FileVersion> version = std::nullopt;
 };
 
 // What a tree copy did. It is what every roll-back goes by: nothing but what is named here is taken away again, so that

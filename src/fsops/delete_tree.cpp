@@ -22,7 +22,8 @@ class ReadOnlyLifted {
   }
   void PutBack() const {
     const win32::LastErrorKept error;  // why it does not go
-    if (attributes_ != win32::INVALID_FILE_ATTRIBUTES) win32::SetFileAttributesW(path_.c_str(), attributes_);
+    if (attributes_ != win32::INVALID_FILE_ATTRIBUTES && !win32::SetFileAttributesW(path_.c_str(), attributes_))
+      win32::SetFileAttributesW(path_.c_str(), attributes_);  // it is the last chance
   }
 
  private:

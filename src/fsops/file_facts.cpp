@@ -7,6 +7,16 @@ namespace {
 
 std::uint64_t Joined(win32::DWORD high, win32::DWORD low) { return std::uint64_t{high} << 32 | low; }
 
+template <typename Information>
+FileVersion VersionIn(const Information& found) {
+  constexpr win32::DWORD kKind =
+      win32::FILE_ATTRIBUTE_DIRECTORY | win32::FILE_ATTRIBUTE_REPARSE_POINT | win32::FILE_ATTRIBUTE_ENCRYPTED;
+  return {.kind = found.dwFileAttributes & kKind,
+          .creation = Joined(found.ftCreationTime.dwHighDateTime, found.ftCreationTime.dwLowDateTime),
+          .lastWrite = Joined(found.ftLastWriteTime.dwHighDateTime, found.ftLastWriteTime.dwLowDateTime),
+          .size = Joined(found.nFileSizeHigh, found.nFileSizeLow)};
+}
+
 }  // namespace
 
 std::optional<FileFacts> FactsOf(const win32::UniqueFile& file) {
@@ -20,6 +30,14 @@ std::optional<FileFacts> FactsOf(const win32::UniqueFile& file) {
 
 std::optional<FileFacts> FactsOf(const std::u16string& path, LastLink link) {
   return FactsOf(OpenForAttributes(path, link));
+}
+
+FileVersion VersionOf(const win32::BY_HANDLE_FILE_INFORMATION& information) { return VersionIn(information); }
+
+std::optional<FileVersion> VersionOf(const std::u16string& path) {
+  win32::WIN32_FILE_ATTRIBUTE_DATA found{};
+  if (!win32::GetFileAttributesExW(path.c_str(), win32::GetFileExInfoStandard, &found)) return std::nullopt;
+  return VersionIn(found);
 }
 
 bool HasOtherNames(const std::u16string& file) {

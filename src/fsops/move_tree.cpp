@@ -1,6 +1,7 @@
 #include "fsops/move_tree.h"
 
 #include <exception>
+#include <optional>
 #include <set>
 
 #include "fsops/backwards.h"
@@ -97,6 +98,20 @@ void DeleteSharesOf(const std::u16string& folder, CopyRecord& record) {
     if (DeleteShare(*share)) record.deletedShares.push_back({shares, share});
 }
 
+// Is it still what was copied? Whoever writes to a file, or puts something in its place, after its copy has it nowhere
+// else; a folder that has become a link leads to what is not in this tree. (Links are away already, or empty.)
+bool IsAsCopied(const CopiedItem& item) {
+  const TreeEntry& source = item.source;
+  if (source.IsLink()) return true;
+  if (source.IsDirectory()) {
+    if (source.IsReparsePoint() || LookAt(source.path).IsPlainDirectory()) return true;
+  } else if (const std::optional<FileVersion> now = VersionOf(source.path); now && now == item.version) {
+    return true;
+  }
+  return LogFailure(u"#ERROR: %ls is not deleted: it is not what was copied any more, or that cannot be told.",
+                    source.path);
+}
+
 // Deletes just what was copied: an item that came in the meantime, or was passed over, is in no other place.
 bool EmptySource(CopyRecord& record) try {
   Progress progress(ProgressOf::Deleting, {record.items.size(), 0});
@@ -106,7 +121,11 @@ bool EmptySource(CopyRecord& record) try {
     if (!item.complete) continue;
     // Of folders and links it was saved before.
     const bool isFile = !item.source.IsDirectory() && !item.source.IsLink();
-    if ((isFile && !record.source.SaveFile(item.source.path)) || !DeleteEntry(item.source)) return false;
+    if (!IsAsCopied(item) || (isFile && !record.source.SaveFile(item.source.path))) return false;
+    if (!DeleteEntry(item.source)) {
+      record.source.Forget(item.source.path);  // it stays, with all that somebody has changed of it
+      return false;
+    }
     item.deleted = true;
   }
   TreeListing left;

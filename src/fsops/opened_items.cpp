@@ -17,14 +17,15 @@ bool OpenedItems::Open(const std::u16string& path, bool isFolder) {
 
 bool OpenedItems::List(const std::u16string& root, TreeListing& listing) {
   const ImpersonatedCaller caller;
+  const FileRights full(kFullControl);
   const auto enter = [&](const std::u16string& folder) {
-    const bool isOpen = HasAccess(caller.token(), folder, kFullControl) || Open(folder, true);
+    const bool isOpen = HasAccess(caller.token(), folder, full) || Open(folder, true);
     if (!isOpen) whole_ = false;
     return isOpen;
   };
   if (!GetFileList(root, listing, enter)) return false;
   for (const TreeEntry& entry : listing.entries)
-    if (!entry.IsDirectory() && !entry.IsLink() && !HasAccess(caller.token(), entry.path, kFullControl))
+    if (!entry.IsDirectory() && !entry.IsLink() && !HasAccess(caller.token(), entry.path, full))
       Open(entry.path, false);  // where that is refused, the copy says what cannot be read
   return true;
 }

@@ -21,6 +21,8 @@ class SavedItems {
   bool SaveFolder(const std::u16string& folder);
   // A file: owner, group, access list, audit entries, attributes and times. What was noted of it is not asked again.
   bool SaveFile(const std::u16string& file);
+  // The file has stayed as it is: nothing is given back to it.
+  void Forget(const std::u16string& file) { items_.erase(file); }
   // Of everything below a folder, which is not entered by links: owner, group, access list and audit entries.
   bool SaveDescriptorsBelow(const std::u16string& folder);
 

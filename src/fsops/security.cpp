@@ -20,9 +20,6 @@ namespace {
 constexpr auto kFile = win32::SE_OBJECT_TYPE::SE_FILE_OBJECT;
 constexpr win32::DWORD kOwnerAndDacl = win32::OWNER_SECURITY_INFORMATION | win32::DACL_SECURITY_INFORMATION;
 
-constexpr win32::DWORD kGenericRights =
-    win32::GENERIC_READ | win32::GENERIC_WRITE | win32::GENERIC_EXECUTE | win32::GENERIC_ALL;
-
 // To the debugger only.
 void Trace(FormatFor<std::u16string> format, const std::u16string& path) {
   constexpr std::size_t kTraceBuffer = 1024;
@@ -39,8 +36,9 @@ win32::DWORD SetDacl(std::u16string path, win32::DWORD information, win32::ACL* 
 
 // Takes the inherited entries out of the DACL (none with keep); true when there was one. The index moves on after a
 // deletion too, so the entry that takes the place of a deleted one is not looked at: of consecutive inherited entries
-// every second one stays. This is the wanted result. (Behind its head, the list is the entries, one after the other:
-// GetAce would go through them from the first one each time.)
+// every second one stays. This is the wanted result. The entries are read where they lie, one behind the other: GetAce
+// tells no more, and would be a call for each entry of each file, beyond the number that a file may cost
+// (docs/performance.md).
 bool StripInherited(win32::ACL& dacl, bool keep, const std::u16string& source) {
   bool seen = false;
   win32::BYTE* const list = reinterpret_cast<win32::BYTE*>(&dacl);
@@ -211,14 +209,22 @@ int GrantEveryoneAndAdministrators(const std::u16string& path) try {
   return 0;
 }
 
-int HasAccess(win32::HANDLE token, const std::u16string& path, win32::DWORD desiredAccess) try {
-  win32::GENERIC_MAPPING mapping{win32::FILE_GENERIC_READ, win32::FILE_GENERIC_WRITE, win32::FILE_GENERIC_EXECUTE,
-                                 win32::FILE_ALL_ACCESS};
-  // Specific rights stand for themselves.
-  if ((desiredAccess & kGenericRights) != 0) win32::MapGenericMask(&desiredAccess, &mapping);
+FileRights::FileRights(win32::DWORD desiredAccess)
+    : mapping_{win32::FILE_GENERIC_READ, win32::FILE_GENERIC_WRITE, win32::FILE_GENERIC_EXECUTE,
+               win32::FILE_ALL_ACCESS},
+      mask_(desiredAccess) {
+  win32::MapGenericMask(&mask_, &mapping_);
   // By the privilege to take ownership the command has this right wherever it asks; a run that only looks enables none.
-  if (OnlyLooks::Current() && (desiredAccess & win32::WRITE_OWNER) != 0 && HoldsPrivilege(u"SeTakeOwnershipPrivilege"))
-    desiredAccess &= ~win32::WRITE_OWNER;
+  if (OnlyLooks::Current() && (mask_ & win32::WRITE_OWNER) != 0 && HoldsPrivilege(u"SeTakeOwnershipPrivilege"))
+    mask_ &= ~win32::WRITE_OWNER;
+}
+
+int HasAccess(win32::HANDLE token, const std::u16string& path, win32::DWORD desiredAccess) {
+  return HasAccess(token, path, FileRights(desiredAccess));
+}
+
+int HasAccess(win32::HANDLE token, const std::u16string& path, const FileRights& rights) try {
+  win32::GENERIC_MAPPING mapping = rights.mapping();
   win32::UniqueLocalMemory descriptor;
   const win32::DWORD information =
       win32::OWNER_SECURITY_INFORMATION | win32::GROUP_SECURITY_INFORMATION | win32::DACL_SECURITY_INFORMATION;
@@ -229,7 +235,7 @@ int HasAccess(win32::HANDLE token, const std::u16string& path, win32::DWORD desi
   static_assert(sizeof privileges == 20);
   win32::DWORD privilegesSize = sizeof privileges, granted = 0;
   win32::BOOL status = win32::FALSE;
-  return win32::AccessCheck(descriptor.get(), token, desiredAccess, &mapping, &privileges, &privilegesSize, &granted,
+  return win32::AccessCheck(descriptor.get(), token, rights.mask(), &mapping, &privileges, &privilegesSize, &granted,
                             &status) &&
                  status
              ? 1

@@ -42,7 +42,19 @@ DaclCopy CopyReadableDacl(const std::u16string& source, const std::u16string& ta
 // Everyone may read, Administrators may do everything; takes the ownership for the Administrators when that is refused.
 int GrantEveryoneAndAdministrators(const std::u16string& path);
 
-// May the token's user have desiredAccess on the item?
+// Rights to ask for, generic ones as those of a file (MapGenericMask): mapped once, for however many items.
+class FileRights {
+ public:
+  explicit FileRights(win32::DWORD desiredAccess);
+  win32::DWORD mask() const { return mask_; }
+  const win32::GENERIC_MAPPING& mapping() const { return mapping_; }
+
+ private:
+  win32::GENERIC_MAPPING mapping_;
+  win32::DWORD mask_;
+};
+// May the token's user have these rights on the item?
+int HasAccess(win32::HANDLE token, const std::u16string& path, const FileRights& rights);
 int HasAccess(win32::HANDLE token, const std::u16string& path, win32::DWORD desiredAccess);
 
 // 0 when another process holds the file so that it cannot be opened alone.

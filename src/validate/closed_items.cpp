@@ -81,10 +81,11 @@ void OpenUp(const std::u16string& path) {
 int GetFileList(const std::u16string& folder, TreeListing& listing, win32::HANDLE token, SavedSecurityMap& saved) try {
   if (!GetFileList(folder, listing) || !HasAllContents(listing)) return 0;
   const std::vector<TreeEntry>& entries = listing.entries;
+  const FileRights readAndExecute(kReadAndExecute);
   std::size_t savedUpTo = 0;  // with a folder that was opened
   for (std::size_t i = 0; i < entries.size(); ++i) {
     const TreeEntry& entry = entries[i];
-    const bool readable = HasAccess(token, entry.path, kReadAndExecute) != 0;
+    const bool readable = HasAccess(token, entry.path, readAndExecute) != 0;
     if (!readable && i >= savedUpTo) {
       savedUpTo = EndOfTree(entries, i);
       if (!SaveTree(std::span(entries).subspan(i, savedUpTo - i), saved)) return 0;

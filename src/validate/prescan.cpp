@@ -52,7 +52,7 @@ class Scan {
 
  private:
   void CheckAccess(const TreeEntry& item) {
-    if (HasAccess(caller_.token(), item.path, kReadAndExecute)) return;
+    if (HasAccess(caller_.token(), item.path, readAndExecute_)) return;
     if (const OnlyLooks* const look = OnlyLooks::Current(); look && look->IsTakenAsOpened(item.path)) return;
     if (allowSpecialCase_ && item.IsDirectory()) {
       Log(u"#INFO: %ls - Insufficient permissions but allowing it anyways (special case).", item.path);
@@ -101,6 +101,7 @@ class Scan {
   const LockedSet locked_;
   const bool allowSpecialCase_;
   const ImpersonatedCaller caller_;  // one token for the whole scan
+  const FileRights readAndExecute_{kReadAndExecute};
   bool passed_ = true;
 };
 

@@ -24,6 +24,8 @@ BOOL GetFileInformationByHandle(HANDLE hFile, BY_HANDLE_FILE_INFORMATION* lpFile
 BOOL SetFileInformationByHandle(HANDLE hFile, int FileInformationClass, void* lpFileInformation, DWORD dwBufferSize);
 
 DWORD GetFileAttributesW(const char16_t* lpFileName);
+// fInfoLevelId: GetFileExInfoStandard, with a WIN32_FILE_ATTRIBUTE_DATA.
+BOOL GetFileAttributesExW(const char16_t* lpFileName, int fInfoLevelId, void* lpFileInformation);
 BOOL SetFileAttributesW(const char16_t* lpFileName, DWORD dwFileAttributes);
 BOOL CreateDirectoryW(const char16_t* lpPathName, SECURITY_ATTRIBUTES* lpSecurityAttributes);
 BOOL CreateDirectoryExW(const char16_t* lpTemplateDirectory, const char16_t* lpNewDirectory,

@@ -40,6 +40,10 @@ TEST_F(FilesData, PositionsAndTheRightsOfTheHandle) {
   EXPECT_TRUE(one.nFileSizeLow == 9 && one.nNumberOfLinks == 2);
   EXPECT_EQ(std::tuple(one.nFileIndexLow, one.nFileIndexHigh, one.dwVolumeSerialNumber),
             std::tuple(two.nFileIndexLow, two.nFileIndexHigh, two.dwVolumeSerialNumber));
+  WIN32_FILE_ATTRIBUTE_DATA named{};
+  EXPECT_TRUE(GetFileAttributesExW(link.c_str(), GetFileExInfoStandard, &named));
+  EXPECT_EQ(std::tuple(named.nFileSizeLow, named.ftLastWriteTime.dwLowDateTime, named.ftCreationTime.dwLowDateTime),
+            std::tuple(9u, one.ftLastWriteTime.dwLowDateTime, one.ftCreationTime.dwLowDateTime));
 }
 
 TEST_F(FilesData, WritingSetsTheLastWriteTimeUnlessTheHandleKeepsIt) {

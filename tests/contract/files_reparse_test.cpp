@@ -145,6 +145,9 @@ TEST_F(FilesReparse, SymbolicLinks) {
 
   EXPECT_TRUE(SetFileAttributesW(Path(u"toFile").c_str(), FILE_ATTRIBUTE_HIDDEN));
   EXPECT_TRUE(GetFileAttributesW(Path(u"toFile").c_str()) & FILE_ATTRIBUTE_HIDDEN);
+  WIN32_FILE_ATTRIBUTE_DATA named{};
+  EXPECT_TRUE(GetFileAttributesExW(Path(u"toFile").c_str(), GetFileExInfoStandard, &named));
+  EXPECT_EQ(named.dwFileAttributes, FILE_ATTRIBUTE_HIDDEN | FILE_ATTRIBUTE_REPARSE_POINT);
   EXPECT_FALSE(GetFileAttributesW(Path(u"file").c_str()) & FILE_ATTRIBUTE_HIDDEN);
   EXPECT_EQ(RemoveError(Path(u"toFile")), ERROR_DIRECTORY);
   EXPECT_EQ(DeleteError(Path(u"toFile")), 0u);

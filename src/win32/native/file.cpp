@@ -60,6 +60,11 @@ BOOL SetFileInformationByHandle(HANDLE hFile, int FileInformationClass, void* lp
 
 DWORD GetFileAttributesW(const char16_t* lpFileName) { return ::GetFileAttributesW(Wide(lpFileName)); }
 
+BOOL GetFileAttributesExW(const char16_t* lpFileName, int fInfoLevelId, void* lpFileInformation) {
+  return ::GetFileAttributesExW(Wide(lpFileName), static_cast<::GET_FILEEX_INFO_LEVELS>(fInfoLevelId),
+                                lpFileInformation);
+}
+
 BOOL SetFileAttributesW(const char16_t* lpFileName, DWORD dwFileAttributes) {
   return ::SetFileAttributesW(Wide(lpFileName), dwFileAttributes);
 }

@@ -49,13 +49,13 @@ DWORD SetTimes(FileObject& file, const win32::FILETIME* creation, const win32::F
   return file.volume->volume->SetTimes(file.file, times);
 }
 
-// The attributes are a matter of the name itself: a link in the last place is not followed.
-DWORD QueryAttributes(std::u16string_view path, DWORD& attributes) {
+// A matter of the name itself: a link in the last place is not followed.
+DWORD Query(std::u16string_view path, FileInfo& info) {
   FileService& files = Machine::Current().files();
   DosDevice device{};
   if (const DWORD error = files.FindDevice(path, device)) return error;
   if (device != DosDevice::None) {
-    attributes = win32::FILE_ATTRIBUTE_ARCHIVE;
+    info = {.attributes = win32::FILE_ATTRIBUTE_ARCHIVE};
     return 0;
   }
   Location location;
@@ -70,7 +70,7 @@ DWORD QueryAttributes(std::u16string_view path, DWORD& attributes) {
   if (const DWORD error =
           files.Check(*location.volume, location.file, location.directory, win32::FILE_READ_ATTRIBUTES, true, granted))
     return error;
-  attributes = location.info.attributes;
+  info = location.info;
   return 0;
 }
 
@@ -93,10 +93,27 @@ namespace win32 {
 DWORD GetFileAttributesW(const char16_t* lpFileName) {
   WIN32_CALL(lpFileName);
   if (call.Refused()) return INVALID_FILE_ATTRIBUTES;
-  DWORD attributes = INVALID_FILE_ATTRIBUTES;
-  const DWORD error = lpFileName ? emulated::QueryAttributes(lpFileName, attributes) : ERROR_PATH_NOT_FOUND;
+  emulated::FileInfo info;
+  const DWORD error = lpFileName ? emulated::Query(lpFileName, info) : ERROR_PATH_NOT_FOUND;
   if (error != 0) emulated::SetLastError(error);
-  return call.Return(error == 0 ? attributes : INVALID_FILE_ATTRIBUTES);
+  return call.Return(error == 0 ? info.attributes : INVALID_FILE_ATTRIBUTES);
+}
+
+BOOL GetFileAttributesExW(const char16_t* lpFileName, int fInfoLevelId, void* lpFileInformation) {
+  WIN32_CALL(lpFileName, fInfoLevelId);
+  if (call.Refused()) return FALSE;
+  if (fInfoLevelId != GetFileExInfoStandard || !lpFileInformation) return call.Done(ERROR_INVALID_PARAMETER);
+  emulated::FileInfo info;
+  if (const DWORD error = lpFileName ? emulated::Query(lpFileName, info) : ERROR_PATH_NOT_FOUND)
+    return call.Done(error);
+  *static_cast<WIN32_FILE_ATTRIBUTE_DATA*>(lpFileInformation) = {
+      .dwFileAttributes = info.attributes,
+      .ftCreationTime = emulated::ToFileTime(info.creation),
+      .ftLastAccessTime = emulated::ToFileTime(info.lastAccess),
+      .ftLastWriteTime = emulated::ToFileTime(info.lastWrite),
+      .nFileSizeHigh = static_cast<DWORD>(info.size >> 32),
+      .nFileSizeLow = static_cast<DWORD>(info.size & 0xFFFFFFFF)};
+  return call.Done(0);
 }
 
 BOOL SetFileAttributesW(const char16_t* lpFileName, DWORD dwFileAttributes) {
