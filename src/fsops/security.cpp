@@ -219,8 +219,10 @@ FileRights::FileRights(win32::DWORD desiredAccess)
     mask_ &= ~win32::WRITE_OWNER;
 }
 
-int HasAccess(win32::HANDLE token, const std::u16string& path, win32::DWORD desiredAccess) {
+int HasAccess(win32::HANDLE token, const std::u16string& path, win32::DWORD desiredAccess) try {
   return HasAccess(token, path, FileRights(desiredAccess));
+} catch (const std::exception&) {
+  return 0;
 }
 
 int HasAccess(win32::HANDLE token, const std::u16string& path, const FileRights& rights) try {
