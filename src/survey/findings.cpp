@@ -174,7 +174,8 @@ const std::vector<Saying>& Sayings() {
       {ProfileListNotKept, "profile-list-not-kept", kBroken,
        u"New profiles are created in {T}, but the registry key with the profile list is not kept: at a restart Windows "
        u"forgets whose they are.",
-       u"QBC /RedirectRegKey \"HKEY_LOCAL_MACHINE\\SOFTWARE\\Microsoft\\Windows NT\\CurrentVersion\\ProfileList\""},
+       u"If no location is set: QBC /RedirectRegKeyLocation /loc:FOLDER. If the key is not on the list, then QBC "
+       u"/RedirectRegKey \"HKEY_LOCAL_MACHINE\\SOFTWARE\\Microsoft\\Windows NT\\CurrentVersion\\ProfileList\""},
       {SharedMissing, "shared-missing", kBroken, u"{T}, which Windows uses for all users, is not there, or no folder.",
        kConnect},
       {SharedVolumeMissing, "shared-volume-missing", kBroken,

@@ -79,13 +79,6 @@ std::string Failed(const std::string& what, const std::string& log, const std::s
   return Outcome(false, what, said, log);
 }
 
-void Redirections::Restart(const Disks& disks) {
-  Disks copies;
-  for (const auto& [name, device] : disks) copies[name] = device->Clone();
-  machine.reset();
-  machine = BootFrom(std::move(copies));
-}
-
 void Redirections::ExpectFailures(std::initializer_list<std::u16string> words, const std::string& what,
                                   const std::string& first, const std::vector<Failure>& rows) {
   const Disks disks = machine->Snapshot();

@@ -35,7 +35,7 @@ class Redirections : public ::testing::Test {
 
   RunResult Run(std::initializer_list<std::u16string> words) { return RunPlanned(*machine, words); }
   // The same disks in another machine.
-  void Restart(const Disks& disks);
+  void Restart(const Disks& disks) { StartAgain(machine, disks); }
   // Each row on the disks as they are now; `first` is what the log has before all else.
   void ExpectFailures(std::initializer_list<std::u16string> words, const std::string& what, const std::string& first,
                       const std::vector<Failure>& rows);

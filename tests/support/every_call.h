@@ -87,6 +87,21 @@ void WithStopsAtMoments(std::unique_ptr<emulated::Machine>& machine, const Disks
   }
 }
 
+// Runs the command with each of these calls refused in turn; `examine` gets the run and a text that tells which.
+template <typename Command, typename Examine>
+void ForEachCallRefused(std::unique_ptr<emulated::Machine>& machine, const Disks& disks,
+                        const std::vector<std::string>& calls, Command command, Examine examine,
+                        std::size_t step = CallsInOneStep()) {
+  for (std::size_t i = 0; i < calls.size() && !::testing::Test::HasFailure(); i += step) {
+    if (IsBesideThePoint(calls[i])) continue;
+    StartAgain(machine, disks);
+    machine->gate.FailCall(i + 1, win32::ERROR_ACCESS_DENIED);
+    const RunResult run = command();
+    machine->gate.ClearFailures();
+    examine(run, calls[i] + ", call " + std::to_string(i + 1) + ": " + emulated::Utf8(run.log));
+  }
+}
+
 // Runs the command as it is, which ends with `exitCode`, then with each of its calls refused in turn, then asked to end
 // (WithStopsAtMoments); `examine` looks at the machine after each run and gets the run and a text that tells which.
 // Ends at the first failure of the test.
@@ -96,14 +111,7 @@ void WithEachCallRefused(std::unique_ptr<emulated::Machine>& machine, Command co
   const Disks disks = machine->Snapshot();
   const std::vector<std::string> calls = CallsOf(machine, disks, command, exitCode);
   ASSERT_GT(calls.size(), 100u);
-  for (std::size_t i = 0; i < calls.size() && !::testing::Test::HasFailure(); i += step) {
-    if (IsBesideThePoint(calls[i])) continue;
-    StartAgain(machine, disks);
-    machine->gate.FailCall(i + 1, win32::ERROR_ACCESS_DENIED);
-    const RunResult run = command();
-    machine->gate.ClearFailures();
-    examine(run, calls[i] + ", call " + std::to_string(i + 1) + ": " + emulated::Utf8(run.log));
-  }
+  ForEachCallRefused(machine, disks, calls, command, examine, step);
   WithStopsAtMoments(machine, disks, calls.size(), command, examine, exitCode);
 }
 
