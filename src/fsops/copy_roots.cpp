@@ -18,11 +18,13 @@ std::u16string Base(std::u16string_view root) {
 using Conversion = int (*)(std::u16string& path, std::u16string& out);
 
 bool ConvertBoth(Conversion convert, bool source, std::u16string& sourcePath, bool target, std::u16string& targetPath) {
-  std::u16string given = sourcePath;
-  if (source && !convert(given, sourcePath))
+  const auto converted = [&](std::u16string& path) {
+    std::u16string given = path;
+    return convert(given, path) != 0;
+  };
+  if (source && !converted(sourcePath))
     return LogFailure(u"#ERROR: Source Volume Path to Normal Path Conversion Failed.");
-  given = targetPath;
-  if (target && !convert(given, targetPath))
+  if (target && !converted(targetPath))
     return LogFailure(u"#ERROR: Destination Volume Path to Normal Path Conversion Failed.");
   return true;
 }

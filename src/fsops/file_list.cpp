@@ -106,12 +106,11 @@ std::optional<std::u16string> TakeEntry(const OpenFolder& folder, TreeListing& l
     listing.systemFolders.push_back(std::move(entry.path));
     return std::nullopt;
   }
-  listing.entries.push_back(entry);
-  if (entry.IsLink()) {
-    listing.links.push_back(std::move(entry));
-    return std::nullopt;
-  }
-  return entry.IsDirectory() && !entry.LivesElsewhere() ? std::optional(std::move(entry.path)) : std::nullopt;
+  if (entry.IsLink()) listing.links.push_back(entry);
+  const bool isEntered = entry.IsDirectory() && !entry.IsLink() && !entry.LivesElsewhere();
+  auto entered = isEntered ? std::optional(entry.path) : std::nullopt;
+  listing.entries.push_back(std::move(entry));
+  return entered;
 }
 
 // The error is that of the last call.

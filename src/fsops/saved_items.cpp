@@ -39,12 +39,13 @@ bool SavedItems::SaveDescriptor(const std::u16string& item) {
 
 void SavedItems::Note(const std::u16string& file, const CopiedSource& told) {
   if (!told.information || told.descriptor.empty()) return;
-  noted_[file] = ItemOf(*told.information, &*descriptors_.insert(told.descriptor).first);
+  noted_.emplace_back(file, ItemOf(*told.information, &*descriptors_.insert(told.descriptor).first));
 }
 
 bool SavedItems::SaveFile(const std::u16string& file) {
-  if (auto noted = noted_.extract(file)) {
-    items_.insert(std::move(noted));
+  if (!noted_.empty() && noted_.back().first == file) {
+    items_.insert(items_.begin(), std::move(noted_.back()));  // the first of them so far, as names mostly come
+    noted_.pop_back();
     return true;
   }
   if (!SaveDescriptor(file)) return false;

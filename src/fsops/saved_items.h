@@ -4,6 +4,8 @@
 #include <map>
 #include <set>
 #include <string>
+#include <utility>
+#include <vector>
 
 #include "fsops/backup_copy.h"
 #include "fsops/folder_itself.h"
@@ -19,7 +21,8 @@ class SavedItems {
   // A folder, or a link itself: all that it has of its own. The first time counts.
   // These answer false, with a line in the log, when something cannot be read.
   bool SaveFolder(const std::u16string& folder);
-  // A file: owner, group, access list, audit entries, attributes and times. What was noted of it is not asked again.
+  // A file: owner, group, access list, audit entries, attributes and times. They are not asked again of that which was
+  // noted last among those that are not saved: a move deletes backwards.
   bool SaveFile(const std::u16string& file);
   // The file has stayed as it is: nothing is given back to it.
   void Forget(const std::u16string& file) { items_.erase(file); }
@@ -51,5 +54,6 @@ class SavedItems {
   std::map<std::u16string, SavedFolder> folders_;
   // Most items of a tree have one of a few descriptors.
   std::set<FolderDescriptor> descriptors_;
-  std::map<std::u16string, Item> items_, noted_;
+  std::map<std::u16string, Item> items_;
+  std::vector<std::pair<std::u16string, Item>> noted_;
 };

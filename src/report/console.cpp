@@ -66,11 +66,14 @@ void WriteAll(win32::HANDLE output, std::string_view bytes) {
 }
 
 // No OEM code page has a line feed as the second byte of a character.
-std::string WithCarriageReturns(const std::string& bytes) {
+std::string WithCarriageReturns(std::string_view bytes) {
   std::string text;
-  for (const char byte : bytes) {
-    if (byte == '\n') text += '\r';
-    text += byte;
+  text.reserve(bytes.size() + 1);  // of one line
+  while (!bytes.empty()) {
+    const std::size_t line = std::min(bytes.find('\n'), bytes.size());
+    text += bytes.substr(0, line);
+    if (line < bytes.size()) text += "\r\n";
+    bytes.remove_prefix(std::min(line + 1, bytes.size()));
   }
   return text;
 }

@@ -60,6 +60,10 @@ std::u16string FormatArguments(std::u16string_view format, std::span<const Forma
     } else if (used < arguments.size()) {
       const FormatArgument& argument = arguments[used++];
       if (argument.kind() != next.Kind()) continue;
+      if (next.Kind() == ArgumentKind::Text && next.width == 0) {
+        out += argument.text();
+        continue;
+      }
       std::u16string text = Convert(next, argument);
       Pad(next, text);
       out += text;

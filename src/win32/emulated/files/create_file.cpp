@@ -1,4 +1,7 @@
 // CreateFileW, and what all functions on file handles begin with.
+#include <typeinfo>
+#include <utility>
+
 #include "win32/emulated/call.h"
 #include "win32/emulated/files/file_service.h"
 #include "win32/emulated/files/null_device.h"
@@ -12,9 +15,12 @@ namespace emulated {
 using win32::DWORD;
 
 std::shared_ptr<FileObject> FileOf(win32::HANDLE handle) {
-  auto object = ObjectOf<FileObject>(handle);
-  if (!object) SetLastError(win32::ERROR_INVALID_HANDLE);
-  return object;
+  Machine& machine = Machine::Current();
+  std::shared_ptr<Object> object = machine.objects.Find(handle, machine.process.id);
+  // No class stands below this one, so there is none to be looked for.
+  if (object && typeid(*object) == typeid(FileObject)) return std::static_pointer_cast<FileObject>(std::move(object));
+  SetLastError(win32::ERROR_INVALID_HANDLE);
+  return nullptr;
 }
 
 DWORD CreatorDescriptor(const win32::SECURITY_ATTRIBUTES* attributes, std::optional<Bytes>& descriptor) {
@@ -60,7 +66,8 @@ HANDLE CreateFileW(const char16_t* lpFileName, DWORD dwDesiredAccess, DWORD dwSh
   std::optional<emulated::Bytes> creator;
   if (const DWORD error = emulated::CreatorDescriptor(lpSecurityAttributes, creator)) return fail(error);
 
-  if (std::u16string_view pipe; emulated::NamedPipes::IsPipePath(lpFileName, pipe)) {
+  const std::u16string_view path = lpFileName;
+  if (std::u16string_view pipe; emulated::NamedPipes::IsPipePath(path, pipe)) {
     std::shared_ptr<emulated::Object> client;
     ACCESS_MASK granted = 0;
     const DWORD error = emulated::Machine::Current().pipes().Open(pipe, dwDesiredAccess, dwCreationDisposition,
@@ -70,7 +77,7 @@ HANDLE CreateFileW(const char16_t* lpFileName, DWORD dwDesiredAccess, DWORD dwSh
     return call.Return(emulated::NewHandle(std::move(client), granted));
   }
   emulated::DosDevice device{};
-  if (const DWORD error = emulated::Machine::Current().files().FindDevice(lpFileName, device)) return fail(error);
+  if (const DWORD error = emulated::Machine::Current().files().FindDevice(path, device)) return fail(error);
   if (device == emulated::DosDevice::Null) {
     emulated::SetLastError(ERROR_SUCCESS);
     return call.Return(emulated::NewHandle(std::make_shared<emulated::NullDevice>(), dwDesiredAccess));
@@ -78,7 +85,7 @@ HANDLE CreateFileW(const char16_t* lpFileName, DWORD dwDesiredAccess, DWORD dwSh
 
   constexpr DWORD kAttributes = 0xFFFF;
   emulated::OpenRequest request;
-  request.path = lpFileName;
+  request.path = path;
   request.access = dwDesiredAccess | SYNCHRONIZE | FILE_READ_ATTRIBUTES;
   request.share = dwShareMode;
   request.disposition = dwCreationDisposition;

@@ -69,9 +69,12 @@ void FileService::RemoveName(FileObject& object) {
   // The name may have come to stand for another file since it was opened.
   FileId found = 0;
   if (volume.Lookup(object.directory, object.name, found, nullptr) != 0 || found != object.file) return;
+  FileInfo info;
+  const bool isPlainFile = volume.Stat(object.file, info) == 0 &&
+                           !(info.attributes & (win32::FILE_ATTRIBUTE_DIRECTORY | win32::FILE_ATTRIBUTE_REPARSE_POINT));
   if (volume.Unlink(object.directory, object.name) != 0) return;
   TouchDirectory(*object.volume, object.directory);
-  ForgetPaths();
+  if (!isPlainFile) ForgetPaths();  // no path leads on from a plain file
 }
 
 DWORD FileService::MarkForDeletion(FileObject& object) {

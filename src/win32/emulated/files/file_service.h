@@ -3,6 +3,7 @@
 // The functions of win32/file.h, win32/volume.h, win32/shell.h and the file half of win32/security.h are written on it.
 #pragma once
 
+#include <cstring>
 #include <memory>
 #include <optional>
 #include <string>
@@ -38,7 +39,7 @@ enum class Deletion { None, Stream, Name };
 
 // One open of a file: what the handles made by one CreateFileW name. The share modes stand until the last handle goes;
 // an open without a handle (an internal one) ends with its last reference.
-class FileObject : public OpenedFile {
+class FileObject final : public OpenedFile {
  public:
   ~FileObject() override { Closed(); }
   std::u16string Device() const override { return volume->device; }
@@ -159,6 +160,12 @@ class FileService {
     using is_transparent = void;
     std::size_t operator()(std::u16string_view text) const { return std::hash<std::u16string_view>{}(text); }
   };
+  struct SameText {  // by bytes; the library's own goes by units
+    using is_transparent = void;
+    bool operator()(std::u16string_view a, std::u16string_view b) const {
+      return a.size() == b.size() && std::memcmp(a.data(), b.data(), a.size() * sizeof(char16_t)) == 0;
+    }
+  };
 
   bool FindKnownDirectory(std::u16string_view path, Location& location);
   win32::DWORD ShareConflict(const Location& location, win32::DWORD access, win32::DWORD share) const;
@@ -174,7 +181,7 @@ class FileService {
   Machine& machine_;
   std::vector<FileObject*> opens_;
   // Directories that paths have led to, by the path's text: most calls of a program name files of few directories.
-  std::unordered_map<std::u16string, DirectoryPlace, TextHash, std::equal_to<>> directories_;
+  std::unordered_map<std::u16string, DirectoryPlace, TextHash, SameText> directories_;
 };
 
 // The file object of a handle of the current process that stands for a file or directory; null (and error 6) otherwise.

@@ -16,6 +16,20 @@ constexpr win32::DWORD kBadNetPath = win32::ERROR_BAD_NETPATH;
 
 bool IsSeparator(char16_t unit) { return unit == u'\\' || unit == u'/'; }
 bool IsLetter(char16_t unit) { return (unit >= u'a' && unit <= u'z') || (unit >= u'A' && unit <= u'Z'); }
+// This is asked of every path: most names are no devices by their first letter.
+bool MayBeginDevice(char16_t unit) {
+  constexpr unsigned kLowerCase = 0x20;
+  switch (unit | kLowerCase) {
+    case u'a':
+    case u'c':
+    case u'l':
+    case u'n':
+    case u'p':
+      return true;
+    default:
+      return false;
+  }
+}
 bool HasDrive(std::u16string_view path) { return path.size() >= 2 && IsLetter(path[0]) && path[1] == u':'; }
 
 // The table of the first 128 units: this is asked for every unit of every path.
@@ -105,9 +119,11 @@ DosDevice DosDeviceOf(std::u16string_view path) {
   if (HasDrive(path)) path.remove_prefix(2);
   std::size_t start = path.size();
   while (start > 0 && !IsSeparator(path[start - 1])) --start;
-  std::u16string_view name = path.substr(start);
-  constexpr std::u16string_view kInitials = u"NCPALncpal";
-  if (name.empty() || kInitials.find(name.front()) == kInitials.npos) return DosDevice::None;
+  return DosDeviceOfName(path.substr(start));
+}
+
+DosDevice DosDeviceOfName(std::u16string_view name) {
+  if (name.empty() || !MayBeginDevice(name.front())) return DosDevice::None;
   name = name.substr(0, name.find_first_of(u".:"));
   while (name.ends_with(u' ')) name.remove_suffix(1);
   if (name.size() < 3 || name.size() > 4) return DosDevice::None;

@@ -32,6 +32,8 @@ std::u16string FullPath(std::u16string_view path);
 // lpt1 to lpt9 (superscript 1 to 3 are digits, too), alone, with blanks or with an extension. Not a literal path.
 enum class DosDevice { None, Null, Other };
 DosDevice DosDeviceOf(std::u16string_view path);
+// The same of the last name of a path that is not literal.
+DosDevice DosDeviceOfName(std::u16string_view name);
 
 bool IsLiteral(std::u16string_view path);  // starts with "\\?\" or "\??\"
 

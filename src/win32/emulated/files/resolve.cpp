@@ -184,9 +184,9 @@ DWORD Walk::FollowRelative(std::u16string_view target) {
 std::u16string_view PlainLastName(std::u16string_view path) {
   const std::size_t separator = path.rfind(u'\\');
   if (separator == std::u16string_view::npos || (path.size() >= win32::MAX_PATH && !IsLiteral(path))) return {};
-  if (DosDeviceOf(path) != DosDevice::None) return {};
   const std::u16string_view name = path.substr(separator + 1);
-  return IsLegalComponent(name) && name.back() != u'.' && name.back() != u' ' ? name : std::u16string_view();
+  if (!IsLegalComponent(name) || name.back() == u'.' || name.back() == u' ') return {};
+  return IsLiteral(path) || DosDeviceOfName(name) == DosDevice::None ? name : std::u16string_view();
 }
 
 }  // namespace

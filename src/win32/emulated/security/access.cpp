@@ -18,6 +18,10 @@ constexpr std::uint8_t kOwnerRights[] = {1, 1, 0, 0, 0, 0, 0, 3, 4, 0, 0, 0};
 
 bool IsOwnerRights(ByteView sid) { return std::ranges::equal(sid, kOwnerRights); }
 
+constexpr win32::ACCESS_MASK kAllRights = ~win32::ACCESS_MASK{0};
+// What no DACL gives, whatever its entries say.
+constexpr win32::ACCESS_MASK kNotByDacl = kGenericBits | ACCESS_SYSTEM_SECURITY;
+
 bool IsAllowed(std::uint8_t type) { return type == win32::ACCESS_ALLOWED_ACE_TYPE || type == kAllowedObjectAce; }
 bool IsDenied(std::uint8_t type) { return type == win32::ACCESS_DENIED_ACE_TYPE || type == kDeniedObjectAce; }
 
@@ -35,7 +39,7 @@ win32::ACCESS_MASK GrantedByBackupIntent(const Token& token, const win32::GENERI
 win32::ACCESS_MASK GrantedByDirectory(const Token& token, ByteView directory) {
   const auto view = ViewDescriptor(directory);
   if (!view) return 0;
-  const win32::ACCESS_MASK onDirectory = GrantedByDescriptor(token, *view, kFileMapping);
+  const win32::ACCESS_MASK onDirectory = GrantedByDescriptor(token, *view, kFileMapping, kAllRights);
   win32::ACCESS_MASK granted = 0;
   if ((onDirectory & win32::FILE_DELETE_CHILD) != 0) granted |= DELETE;
   if ((onDirectory & win32::FILE_READ_DATA) != 0) granted |= FILE_READ_ATTRIBUTES;
@@ -47,23 +51,25 @@ win32::ACCESS_MASK GrantedByDirectory(const Token& token, ByteView directory) {
 bool IsSoundDescriptor(ByteView descriptor) { return ViewDescriptor(descriptor).has_value(); }
 
 win32::ACCESS_MASK GrantedByDescriptor(const Token& token, const DescriptorView& descriptor,
-                                       const win32::GENERIC_MAPPING& mapping) {
+                                       const win32::GENERIC_MAPPING& mapping, win32::ACCESS_MASK wanted) {
   if (!descriptor.HasDacl() || descriptor.dacl.empty()) return mapping.GenericAll;
-  const bool isOwner = !descriptor.owner.empty() && token.Allows(descriptor.owner);
+  const auto isOwner = [&] { return !descriptor.owner.empty() && token.Allows(descriptor.owner); };
   win32::ACCESS_MASK granted = 0, denied = 0;
   bool ownerRights = false;
   for (const AceView& ace : Aces(descriptor.dacl)) {
     if (ace.Has(win32::INHERIT_ONLY_ACE) || ace.sid.empty()) continue;
     const bool forOwner = IsOwnerRights(ace.sid);
     ownerRights = ownerRights || forOwner;
+    if ((ace.mask & ~granted & ~denied) == 0) continue;  // entries before it have decided all that it speaks of
     if (IsAllowed(ace.type)) {
-      if (forOwner ? isOwner : token.Allows(ace.sid)) granted |= ace.mask & ~denied;
+      if (forOwner ? isOwner() : token.Allows(ace.sid)) granted |= ace.mask & ~denied;
+      if ((wanted & ~(granted & ~kNotByDacl)) == 0) return granted & ~kNotByDacl;
     } else if (IsDenied(ace.type)) {
-      if (forOwner ? isOwner : token.Denies(ace.sid)) denied |= ace.mask & ~granted;
+      if (forOwner ? isOwner() : token.Denies(ace.sid)) denied |= ace.mask & ~granted;
     }
   }
-  if (isOwner && !ownerRights) granted |= READ_CONTROL | WRITE_DAC;
-  return granted & ~kGenericBits & ~ACCESS_SYSTEM_SECURITY;
+  if (!ownerRights && isOwner()) granted |= READ_CONTROL | WRITE_DAC;
+  return granted & ~kNotByDacl;
 }
 
 win32::DWORD CheckAccess(const Token& token, ByteView descriptor, win32::DWORD desired,
@@ -72,13 +78,23 @@ win32::DWORD CheckAccess(const Token& token, ByteView descriptor, win32::DWORD d
   granted = 0;
   const auto view = ViewDescriptor(descriptor);
   if (!view) return win32::ERROR_INVALID_SECURITY_DESCR;
-  win32::ACCESS_MASK available = GrantedByDescriptor(token, *view, mapping);
+  return CheckAccess(token, *view, desired, mapping, backupIntent, parent, granted);
+}
+
+win32::DWORD CheckAccess(const Token& token, const DescriptorView& descriptor, win32::DWORD desired,
+                         const win32::GENERIC_MAPPING& mapping, bool backupIntent, std::optional<ByteView> parent,
+                         win32::DWORD& granted) {
+  granted = 0;
+  const bool maximum = (desired & win32::MAXIMUM_ALLOWED) != 0;
+  desired = MapGeneric(desired & ~win32::MAXIMUM_ALLOWED, mapping);
+  win32::ACCESS_MASK available = GrantedByDescriptor(token, descriptor, mapping, maximum ? kAllRights : desired);
+  if (!maximum && (desired & ~available) == 0) {  // without any privilege
+    granted = desired;
+    return 0;
+  }
   if (token.PrivilegeEnabled(Privilege::TakeOwnership)) available |= WRITE_OWNER;
   if (token.PrivilegeEnabled(Privilege::Security)) available |= ACCESS_SYSTEM_SECURITY;
   if (backupIntent) available |= GrantedByBackupIntent(token, mapping);
-
-  const bool maximum = (desired & win32::MAXIMUM_ALLOWED) != 0;
-  desired = MapGeneric(desired & ~win32::MAXIMUM_ALLOWED, mapping);
   if (parent && (maximum || ((desired & ~available) & (DELETE | FILE_READ_ATTRIBUTES)) != 0))
     available |= GrantedByDirectory(token, *parent);
   const win32::ACCESS_MASK missing = desired & ~available;

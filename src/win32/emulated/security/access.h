@@ -24,9 +24,10 @@ Sid SidFromSddl(std::u16string_view text);
 bool IsSoundDescriptor(ByteView descriptor);
 
 // What the DACL and the ownership give `token`, as AccessCheck decides it: every right that is allowed before it is
-// denied; all of `mapping` when there is no DACL. Nothing that privileges give.
+// denied; all of `mapping` when there is no DACL. Nothing that privileges give. Entries are looked at until all that is
+// `wanted` is granted: of other rights the answer then says nothing.
 win32::ACCESS_MASK GrantedByDescriptor(const Token& token, const DescriptorView& descriptor,
-                                       const win32::GENERIC_MAPPING& mapping);
+                                       const win32::GENERIC_MAPPING& mapping, win32::ACCESS_MASK wanted);
 
 // May `token` have `desired` (generic bits and MAXIMUM_ALLOWED welcome)? 0 and the granted rights, 5
 // ERROR_ACCESS_DENIED, or 1314 when ACCESS_SYSTEM_SECURITY is asked without SeSecurityPrivilege. With `backupIntent`
@@ -36,6 +37,9 @@ win32::ACCESS_MASK GrantedByDescriptor(const Token& token, const DescriptorView&
 // DELETE_CHILD grants DELETE and its LIST (FILE_READ_DATA) grants FILE_READ_ATTRIBUTES on the child. 1338 for a
 // descriptor that is not sound.
 win32::DWORD CheckAccess(const Token& token, ByteView descriptor, win32::DWORD desired,
+                         const win32::GENERIC_MAPPING& mapping, bool backupIntent, std::optional<ByteView> parent,
+                         win32::DWORD& granted);
+win32::DWORD CheckAccess(const Token& token, const DescriptorView& descriptor, win32::DWORD desired,
                          const win32::GENERIC_MAPPING& mapping, bool backupIntent, std::optional<ByteView> parent,
                          win32::DWORD& granted);
 

@@ -35,10 +35,12 @@ std::size_t SidOffset(std::uint8_t type, ByteView ace) {
   }
 }
 
+bool IsObjectAce(std::uint8_t type) { return type >= kAllowedObjectAce && type <= kAlarmObjectAce; }
+
 bool IsSoundAce(ByteView ace) {
-  if (SidOffset(ace[0], ByteView()) == 0 && !(ace[0] >= kAllowedObjectAce && ace[0] <= kAlarmObjectAce)) return true;
   const std::size_t offset = SidOffset(ace[0], ace);
-  return offset != 0 && offset < ace.size() && SidLength(ace.subspan(offset)) != 0;
+  if (offset == 0) return !IsObjectAce(ace[0]);
+  return offset < ace.size() && SidLength(ace.subspan(offset)) != 0;
 }
 
 // The SID or ACL that a descriptor refers to: `offset` 0 is none. False when it does not lie inside.
@@ -191,25 +193,25 @@ std::optional<ByteView> AclOf(const win32::ACL* acl) {
 }
 
 void AclBuilder::Add(ByteView ace) {
-  if (ace[0] >= kAllowedObjectAce && ace[0] <= kAlarmObjectAce) revision_ = kAclRevisionDs;
+  if (IsObjectAce(ace[0])) revision_ = kAclRevisionDs;
   acl_.insert(acl_.end(), ace.begin(), ace.end());
   ++count_;
 }
 
 void AclBuilder::Add(const AceView& ace, std::uint8_t flags, win32::ACCESS_MASK mask, ByteView sid) {
-  Bytes bytes;
+  const std::size_t at = acl_.size();
   if (sid.empty()) {
-    bytes.assign(ace.bytes.begin(), ace.bytes.end());
+    Add(ace.bytes);
   } else {
-    bytes.assign(ace.bytes.begin(), ace.bytes.begin() + static_cast<std::ptrdiff_t>(ace.sidOffset));
-    bytes.insert(bytes.end(), sid.begin(), sid.end());
+    Add(ace.bytes.first(ace.sidOffset));
+    acl_.insert(acl_.end(), sid.begin(), sid.end());
     const ByteView rest = ace.bytes.subspan(ace.sidOffset + ace.sid.size());
-    bytes.insert(bytes.end(), rest.begin(), rest.end());
-    StoreLittleEndian(bytes, 2, static_cast<std::uint16_t>(bytes.size()));
+    acl_.insert(acl_.end(), rest.begin(), rest.end());
   }
-  bytes[1] = flags;
-  if (ace.sidOffset != 0) StoreLittleEndian(bytes, 4, std::uint32_t{mask});
-  Add(bytes);
+  const std::span<std::uint8_t> added = std::span(acl_).subspan(at);
+  added[1] = flags;
+  if (!sid.empty()) StoreLittleEndian(added, 2, static_cast<std::uint16_t>(added.size()));
+  if (ace.sidOffset != 0) StoreLittleEndian(added, 4, std::uint32_t{mask});
 }
 
 void AclBuilder::Add(std::uint8_t type, std::uint8_t flags, win32::ACCESS_MASK mask, ByteView sid) {

@@ -86,6 +86,7 @@ std::optional<ByteView> AclOf(const win32::ACL* acl);
 // Puts an ACL together. Windows limits ACLs to 64 KiB less 4: what does not fit makes the whole fail.
 class AclBuilder {
  public:
+  AclBuilder() { acl_.reserve(kUsual); }
   void Add(ByteView ace);
   // The entry with other flags and mask, and with another SID when one is given.
   void Add(const AceView& ace, std::uint8_t flags, win32::ACCESS_MASK mask, ByteView sid = {});
@@ -95,6 +96,7 @@ class AclBuilder {
   Bytes Take();
 
  private:
+  static constexpr std::size_t kUsual = 256;  // bytes that few ACLs pass
   Bytes acl_ = Bytes(sizeof(win32::ACL));
   unsigned count_ = 0;
   std::uint8_t revision_ = 2;

@@ -26,6 +26,7 @@ struct SecuredFile {
   Volume* volume = nullptr;
   FileId file = 0;
   Bytes descriptor;
+  DescriptorView view;   // of `descriptor`
   FileId directory = 0;  // 0 for the root
   DWORD attributes = 0;
 };
@@ -42,8 +43,11 @@ DWORD OpenSecured(const char16_t* path, ACCESS_MASK access, SecuredFile& secured
   secured.directory = location.directory;
   secured.attributes = location.info.attributes;
   if (const DWORD error = secured.volume->GetSecurity(location.file, secured.descriptor)) return error;
+  const auto view = emulated::ViewDescriptor(secured.descriptor);
+  if (!view) return ERROR_INVALID_SECURITY_DESCR;
+  secured.view = *view;
   DWORD granted = 0;
-  return emulated::CheckAccess(machine.EffectiveToken(), secured.descriptor, access, emulated::kFileMapping, false,
+  return emulated::CheckAccess(machine.EffectiveToken(), secured.view, access, emulated::kFileMapping, false,
                                std::nullopt, granted);
 }
 
@@ -64,8 +68,7 @@ ACCESS_MASK AccessToWrite(DWORD information) {
 }
 
 // Only the parts that were asked for, with the control bits that speak of them.
-Bytes Selected(ByteView descriptor, DWORD information) {
-  DescriptorView view = emulated::ViewDescriptor(descriptor).value_or(DescriptorView{});
+Bytes Selected(DescriptorView view, DWORD information) {
   constexpr unsigned kOwnerBits = 0x0001, kGroupBits = 0x0002;  // SE_OWNER_DEFAULTED, SE_GROUP_DEFAULTED
   constexpr unsigned kDaclBits =
       SE_DACL_PRESENT | SE_DACL_DEFAULTED | SE_DACL_AUTO_INHERIT_REQ | SE_DACL_AUTO_INHERITED | SE_DACL_PROTECTED;
@@ -111,7 +114,7 @@ DWORD Propagate(Volume& volume, FileId top, const Bytes& topDescriptor) {
       const auto view = emulated::ViewDescriptor(current);
       if (!view || (view->control & SE_DACL_PROTECTED) != 0) continue;
       DWORD granted = 0;
-      if (emulated::CheckAccess(token, current, READ_CONTROL | WRITE_DAC, emulated::kFileMapping, false, std::nullopt,
+      if (emulated::CheckAccess(token, *view, READ_CONTROL | WRITE_DAC, emulated::kFileMapping, false, std::nullopt,
                                 granted) != 0)
         continue;
       const bool isDirectory = (info.attributes & FILE_ATTRIBUTE_DIRECTORY) != 0;
@@ -158,7 +161,7 @@ DWORD GetNamedSecurityInfoW(const char16_t* pObjectName, SE_OBJECT_TYPE ObjectTy
   if (ObjectType != SE_OBJECT_TYPE::SE_FILE_OBJECT) return call.Code<DWORD>(ERROR_NOT_SUPPORTED);
   SecuredFile secured;
   if (const DWORD error = OpenSecured(pObjectName, AccessToRead(SecurityInfo), secured)) return call.Code<DWORD>(error);
-  const Bytes selected = Selected(secured.descriptor, SecurityInfo);
+  const Bytes selected = Selected(secured.view, SecurityInfo);
   auto* const descriptor = static_cast<BYTE*>(emulated::LocalCopy(selected));
   if (!descriptor) return call.Code<DWORD>(ERROR_NOT_ENOUGH_MEMORY);
   const auto view = emulated::ViewDescriptor({descriptor, selected.size()}).value_or(DescriptorView{});
@@ -214,7 +217,7 @@ BOOL GetFileSecurityW(const char16_t* lpFileName, DWORD RequestedInformation, PS
   if (!lpFileName || !lpnLengthNeeded) return call.Done(ERROR_INVALID_PARAMETER);
   SecuredFile secured;
   if (const DWORD error = OpenSecured(lpFileName, AccessToRead(RequestedInformation), secured)) return call.Done(error);
-  const Bytes selected = Selected(secured.descriptor, RequestedInformation);
+  const Bytes selected = Selected(secured.view, RequestedInformation);
   *lpnLengthNeeded = static_cast<DWORD>(selected.size());
   if (!pSecurityDescriptor || nLength < selected.size()) return call.Done(ERROR_INSUFFICIENT_BUFFER);
   std::memcpy(pSecurityDescriptor, selected.data(), selected.size());

@@ -34,7 +34,7 @@ bool ChunkCache::WriteBack(Slot& slot) {
 }
 
 ChunkCache::Slot* ChunkCache::Fetch(std::uint64_t chunk, bool forWhole) {
-  if (slots_.empty()) slots_.resize(kSlots);
+  if (!slots_) slots_ = std::make_unique_for_overwrite<Slot[]>(kSlots);
   Slot& slot = SlotOf(chunk);
   if (slot.chunk == chunk) return &slot;
   if (!WriteBack(slot)) return nullptr;
@@ -48,7 +48,7 @@ bool ChunkCache::Read(std::uint64_t offset, std::span<std::uint8_t> to) {
   while (!to.empty()) {
     std::size_t length = PassedBy(offset, to.size());
     if (length != 0) {
-      for (std::uint64_t chunk = offset / kChunk; !slots_.empty() && chunk * kChunk < offset + length; ++chunk)
+      for (std::uint64_t chunk = offset / kChunk; slots_ && chunk * kChunk < offset + length; ++chunk)
         if (Slot& slot = SlotOf(chunk); slot.chunk == chunk && !WriteBack(slot)) return false;
       if (!file_.ReadAt(offset, to.first(length))) return false;
     } else {
@@ -56,7 +56,8 @@ bool ChunkCache::Read(std::uint64_t offset, std::span<std::uint8_t> to) {
       length = std::min(to.size(), kChunk - inside);
       const Slot* const slot = Fetch(offset / kChunk);
       if (!slot) return false;
-      std::memcpy(to.data(), slot->bytes.data() + inside, length);
+      // Not memcpy, in whose place the compiler puts a loop by eight bytes where it sees that they are few.
+      std::memmove(to.data(), slot->bytes.data() + inside, length);
     }
     to = to.subspan(length);
     offset += length;
@@ -68,7 +69,7 @@ bool ChunkCache::Write(std::uint64_t offset, ByteView from) {
   while (!from.empty()) {
     std::size_t length = PassedBy(offset, from.size());
     if (length != 0) {
-      for (std::uint64_t chunk = offset / kChunk; !slots_.empty() && chunk * kChunk < offset + length; ++chunk)
+      for (std::uint64_t chunk = offset / kChunk; slots_ && chunk * kChunk < offset + length; ++chunk)
         if (Slot& slot = SlotOf(chunk); slot.chunk == chunk) slot.chunk = kNone, slot.isChanged = false;
       if (!file_.file.WriteAt(offset, from.first(length))) return false;
     } else {
@@ -76,7 +77,7 @@ bool ChunkCache::Write(std::uint64_t offset, ByteView from) {
       length = std::min(from.size(), kChunk - inside);
       Slot* const slot = Fetch(offset / kChunk, length == ChunkLength(offset / kChunk));
       if (!slot) return false;
-      std::memcpy(slot->bytes.data() + inside, from.data(), length);
+      std::memmove(slot->bytes.data() + inside, from.data(), length);
       slot->isChanged = true;
     }
     from = from.subspan(length);
@@ -86,9 +87,9 @@ bool ChunkCache::Write(std::uint64_t offset, ByteView from) {
 }
 
 bool ChunkCache::Flush() {
-  return std::ranges::all_of(slots_, [this](Slot& slot) { return WriteBack(slot); });
+  return std::ranges::all_of(Slots(), [this](Slot& slot) { return WriteBack(slot); });
 }
 
-void ChunkCache::Forget() { slots_.clear(); }
+void ChunkCache::Forget() { slots_.reset(); }
 
 }  // namespace emulated

@@ -6,7 +6,8 @@
 #include <cstdint>
 #include <limits>
 #include <map>
-#include <vector>
+#include <memory>
+#include <span>
 
 #include "win32/emulated/bytes.h"
 #include "win32/emulated/storage/file_descriptor.h"
@@ -44,11 +45,12 @@ class ChunkCache {
   struct Slot {
     std::uint64_t chunk = kNone;
     bool isChanged = false;
-    Chunk bytes;
+    Chunk bytes;  // not touched before there is something to be in it
   };
 
   std::size_t ChunkLength(std::uint64_t chunk) const;
   Slot& SlotOf(std::uint64_t chunk) { return slots_[chunk % kSlots]; }
+  std::span<Slot> Slots() { return {slots_.get(), slots_ ? kSlots : 0}; }
   bool WriteBack(Slot& slot);
   // The slot with the chunk in it, or, when all of it is going to be written, for it; null when that cannot be done.
   Slot* Fetch(std::uint64_t chunk, bool forWhole = false);
@@ -57,7 +59,7 @@ class ChunkCache {
 
   const SourceFile& file_;
   const std::uint64_t& size_;
-  std::vector<Slot> slots_;  // made when the first is needed
+  std::unique_ptr<Slot[]> slots_;  // made when the first is needed
 };
 
 }  // namespace emulated
