@@ -1,6 +1,9 @@
 #include "win32/emulated/storage/ntfs_secure.h"
 
 #include <algorithm>
+#include <array>
+#include <cstddef>
+#include <tuple>
 
 #include "win32/emulated/storage/ntfs_library.h"
 
@@ -294,6 +297,8 @@ void SecureFile::Enter(std::vector<NewDescriptor>& descriptors) {
     Cursor byHash(volume_->secure_xsdh);
     std::erase_if(entries, [&byHash](const Entry& entry) { return byHash.MayHave(entry.header.hash); });
   }
+  if (entries.empty()) return;
+  ForgetWhatWasRead();
   std::ranges::sort(entries, {}, &Entry::descriptor);
   std::uint64_t end = 0;
   if (!GivePlaces(entries, end) || !WriteData(entries, end)) return;
@@ -314,7 +319,6 @@ void SecureFile::Enter(std::vector<NewDescriptor>& descriptors) {
     });
     isEntered = byHash.Finish() && isEntered;
   }
-  ForgetWhatWasRead();
   NInoSetDirty(volume_->secure_ni);
   if (ntfs_inode_sync(volume_->secure_ni) != 0 || !isEntered) return;
   for (const Entry& entry : entries) entry.descriptor->id = le32_to_cpu(entry.header.security_id);

@@ -3,11 +3,12 @@
 // alone, which for a small file is most of what there is to do. Here what many have in common is done once.
 #pragma once
 
+#include <memory>
 #include <optional>
 #include <unordered_map>
+#include <vector>
 
 #include "win32/emulated/bytes.h"
-#include "win32/emulated/storage/volume.h"
 
 struct _ntfs_volume;
 
