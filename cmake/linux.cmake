@@ -98,6 +98,11 @@ set_property(DIRECTORY APPEND PROPERTY TEST_INCLUDE_FILES ${CMAKE_BINARY_DIR}/te
 target_sources(program_tests PRIVATE ${program_support_sources})
 target_link_libraries(program_tests PRIVATE survey program program_resources emulated)
 
+if(QBC_SANITIZE)
+  include(cmake/together.cmake)
+  compile_together(program survey emulated test_support contract_tests emulated_tests program_tests)
+endif()
+
 # For bench/run, which builds them.
 add_executable(make_tree EXCLUDE_FROM_ALL bench/make_tree.cpp)
 target_link_libraries(make_tree PRIVATE emulated)

@@ -64,7 +64,7 @@ std::u16string Table(const Inventory& inventory, bool withAdvice) {
       if (withAdvice) below += u"  What to do: " + OneLine(finding.todo) + u"\n";
     }
   }
-  return TableText(cells) + below;
+  return TextOfTable(cells) + below;
 }
 
 Json Document(const Inventory& inventory) {

@@ -23,7 +23,7 @@ void AddList(std::u16string& text, std::u16string_view title, const std::vector<
   text += u"\n" + std::u16string(title) + u"\n";
   for (std::u16string line : lines) {
     std::ranges::replace(line, u'\n', u' ');  // some lines of the log are several
-    text += TableText({{u" ", line}});
+    text += TextOfTable({{u" ", line}});
   }
 }
 
@@ -39,7 +39,7 @@ void AddTable(std::u16string& text, std::u16string_view title, const Rows& rows)
   text += u"\n" + std::u16string(title) + u"\n";
   Rows inset = rows;
   for (auto& row : inset) row.insert(row.begin(), u" ");
-  text += TableText(inset);
+  text += TextOfTable(inset);
 }
 
 void AddMove(std::u16string& text, const PlanRequest& request, const PlannedMove& move, const PlannedPlace& place) {
@@ -107,9 +107,9 @@ Json MoveAsJson(const PlannedMove& move, const PlannedPlace& place) {
 }  // namespace
 
 std::u16string PlanAsText(const PlanRequest& request, const Plan& plan) {
-  std::u16string text = TableText({{u"Plan:", std::u16string(NameOf(request.kind)) + u" " + request.source},
-                                   {u"To:", request.target},
-                                   {u"Verdict:", std::u16string(Heading(plan.verdict))}});
+  std::u16string text = TextOfTable({{u"Plan:", std::u16string(NameOf(request.kind)) + u" " + request.source},
+                                     {u"To:", request.target},
+                                     {u"Verdict:", std::u16string(Heading(plan.verdict))}});
   std::vector<std::u16string> refusals;
   for (const PlanRefusal& refusal : plan.refusals) refusals.push_back(refusal.line);
   AddList(text, u"Refused because of:", refusals);

@@ -11,7 +11,7 @@ std::size_t Width(std::u16string_view text) {
 
 }  // namespace
 
-std::u16string TableText(const std::vector<std::vector<std::u16string>>& rows) {
+std::u16string TextOfTable(const std::vector<std::vector<std::u16string>>& rows) {
   std::vector<std::size_t> widths;
   for (const auto& row : rows) {
     widths.resize(std::max(widths.size(), row.size()));

@@ -58,7 +58,7 @@ class FileRedirectionTest : public Redirections {
   void ExpectNotRemoved(const std::string& log, Service service = Service::IsIdle,
                         const std::u16string& location = u"D:\\Target") {
     const State before = Now();
-    EXPECT_EQ(Answer(Remove(location)), Removal(false, log, service));
+    EXPECT_EQ(AnswerOf(Remove(location)), Removal(false, log, service));
     EXPECT_EQ(ChangesSince(before), "");
   }
   // All that the file is, but for its group.
@@ -86,7 +86,7 @@ TEST_F(FileRedirectionTest, GoesAndComesBackWithAllThatItHas) {
   for (const auto& [typed, location] : {std::pair(u"C:\\Data\\file.txt", u"D:\\Target"),
                                         {u"c:\\DATA\\File.TXT", u"d:\\target\\"},
                                         {u"C:\\Data\\file.txt", u"D:\\Target\\file.txt"}}) {
-    EXPECT_EQ(Answer(Redirect(typed)), Succeeded("File Redirection", kWent));
+    EXPECT_EQ(AnswerOf(Redirect(typed)), Succeeded("File Redirection", kWent));
     ExpectRedirected();
     EXPECT_EQ(ChangesSince(before),
               "changed: SOURCE\nnew: TARGET\nnew: QUILLBAY\\FileJunctions\\2 Source = SOURCE\nnew: "
@@ -211,7 +211,7 @@ TEST_F(FileRedirectionTest, WaitsSomeSecondsForTheName) {
     machine->onSleep = [&](std::uint64_t) {
       if (scanner && ++slept == letsGo) machine->files().CloseForeign(std::exchange(scanner, {}));
     };
-    const std::string answer = Answer(Redirect());
+    const std::string answer = AnswerOf(Redirect());
     machine->gate.Observe({});
     machine->onSleep = {};
     EXPECT_TRUE(Item(kTarget) == item);
@@ -250,7 +250,7 @@ TEST_F(FileRedirectionTest, AServiceWithoutWorkIsSwitchedOff) {
   ASSERT_EQ(Redirect().exitCode, 0);
   ASSERT_TRUE(win32::DeleteFileW(kConfig.c_str()));
   const State before = Now();
-  EXPECT_EQ(Answer(Remove()), Removal(true, kCame, Service::IsIdle));
+  EXPECT_EQ(AnswerOf(Remove()), Removal(true, kCame, Service::IsIdle));
   EXPECT_EQ(ChangesSince(before), "changed: SOURCE\ngone: TARGET\n" + kNoRecord + kIdle);
 
   // One that cannot be read stops no service.
@@ -420,7 +420,7 @@ TEST_F(EveryCallOfAFile, LosesNoWholeCopyToAnUnfinishedFileInThePlaceOfTheLink) 
   MakeFile(kSource, unfinished);
   ExpectNotRemoved("#ERROR: Symbolic Link doesn't exists for Source = SOURCE.\n", Service::HasWork);
   ASSERT_TRUE(win32::SetFileAttributesW(kTarget.c_str(), win32::FILE_ATTRIBUTE_NORMAL));  // or it is not replaced
-  EXPECT_EQ(Answer(Redirect()),
+  EXPECT_EQ(AnswerOf(Redirect()),
             Succeeded("File Redirection", kKept + kGone +
                                               "ERROR: Source and Target Path already exists in Registry.\n#INFO: The "
                                               "file that was TARGET before stays in TARGET.kept1.\n"));

@@ -62,7 +62,7 @@ TEST_F(FolderOnVolume, SurvivesARestartAndIsRemovedByAnyNameOfTheVolume) {
   const std::u16string bare = u"/vol:" + kVolume.substr(0, kVolume.size() - 1);
   for (const auto& [source, target] :
        {std::pair(std::u16string(u"C:\\Data"), bare), {u"C:\\Data", u"/loc:C:\\Data"}, {kVolume, to}}) {
-    EXPECT_EQ(Answer(Redirect()), Succeeded(kFolder, "", kStands + kMoved));
+    EXPECT_EQ(AnswerOf(Redirect()), Succeeded(kFolder, "", kStands + kMoved));
     EXPECT_EQ(ChangesSince(before), kAway + kRecord + kThere);
     machine = BootFrom(machine->Snapshot());
     EXPECT_EQ(AnswerTo({u"/RedirectFolder", source, target, u"/d"}), Succeeded(kRemoval, kBack, kMoved));
@@ -177,7 +177,7 @@ TEST_F(FolderOnVolume, TakesNobodysFolder) {
   machine->gate.FailCall("MoveFileW", 1, win32::ERROR_ACCESS_DENIED);
   EXPECT_EQ(Redirect().exitCode, 1);
   EXPECT_EQ(ChangesSince(before), "");
-  EXPECT_EQ(Answer(Redirect()), Succeeded(kFolder, "", kStands + kMoved));
+  EXPECT_EQ(AnswerOf(Redirect()), Succeeded(kFolder, "", kStands + kMoved));
 
   // A removal that failed and was taken back leaves nothing that would make it the program's own.
   machine->gate.FailCall("MoveFileW", 1, win32::ERROR_ACCESS_DENIED);
@@ -188,7 +188,7 @@ TEST_F(FolderOnVolume, TakesNobodysFolder) {
           "#ERROR: The folder MOUNT already exists and is not empty. Rename it, and remove the redirection again.\n",
           u"/d");
   ASSERT_TRUE(win32::DeleteFileW(u"C:\\Data.mount\\one.txt"));
-  EXPECT_EQ(Answer(Remove()), Succeeded(kRemoval, "", kStands + kMoved)) << "an empty one becomes the folder";
+  EXPECT_EQ(AnswerOf(Remove()), Succeeded(kRemoval, "", kStands + kMoved)) << "an empty one becomes the folder";
   EXPECT_FALSE(IsLink(u"C:\\Data"));
   ExpectNothingLost("");
 }

@@ -30,7 +30,7 @@ TEST_F(FolderRedirectionTest, GoesAndComesBackWithAllThatItHas) {
     EXPECT_EQ(ChangesSince(before), "");
   }
   MakeFile(u"D:\\Target\\plain.txt", "as any new file there");
-  EXPECT_EQ(Answer(Redirect(u"/-NTFS")), Succeeded(kFolder, "", kMoved));
+  EXPECT_EQ(AnswerOf(Redirect(u"/-NTFS")), Succeeded(kFolder, "", kMoved));
   EXPECT_EQ(Security(u"D:\\Target\\Data\\one.txt"), Security(u"D:\\Target\\plain.txt"));
 }
 
@@ -68,7 +68,7 @@ TEST_F(FolderRedirectionTest, MergesIntoAFolderThatIsThere) {
   SetTimes(u"D:\\Target\\Data\\theirs.txt", 5);
   const State before = Now();
   EXPECT_EQ(
-      Answer(Redirect()),
+      AnswerOf(Redirect()),
       Succeeded(kFolder,
                 "#INFO: The folder TARGET\\inner was there already. Its access list was replaced by that of the "
                 "folder that was merged into it.\n",
@@ -163,7 +163,7 @@ TEST_F(FolderRedirectionTest, AnAdministratorWhoIsNotElevatedMovesNothing) {
   machine->process.token = emulated::MakeFilteredAdministratorToken(emulated::SidFromText(u"S-1-5-21-1-2-3-1001"));
   const std::string notElevated = "exit 1\nYou need administrative privileges to run this command.";
   for (const auto* direction : {u"/c", u"/d"}) {
-    EXPECT_EQ(Answer(OneFolder::Redirect(direction)), notElevated);
+    EXPECT_EQ(AnswerOf(OneFolder::Redirect(direction)), notElevated);
     EXPECT_EQ(AnswerTo({u"/RedirectFile", u"C:\\Data\\one.txt", u"/loc:D:\\Target", direction}), notElevated);
   }
   machine->process.token = elevated;
@@ -249,7 +249,7 @@ TEST_F(FolderRedirectionTest, EverythingInTheWayIsNamedInOneRun) {
   hold(u"C:\\Data\\inner\\two.bin", win32::GENERIC_READ, 0);
   hold(u"C:\\Data\\one.txt:note", win32::GENERIC_READ, win32::FILE_SHARE_READ | win32::FILE_SHARE_WRITE);
   hold(u"C:\\Data\\open", win32::FILE_READ_ATTRIBUTES, kAll);
-  const std::string answer = Answer(Redirect());
+  const std::string answer = AnswerOf(Redirect());
   std::string names;
   for (std::size_t at = 0; (at = answer.find("#ERROR: ", at)) != std::string::npos; at += 8)
     names += answer.substr(at + 8, answer.find(" - ", at) - at - 8) + "|";
@@ -283,7 +283,7 @@ TEST_F(FolderRedirectionTest, AnExceptionLosesNothingAndTheLogTellsWhereThingsAr
         const RunResult result = Run({u"/RedirectFolder", u"C:\\Data", place, way});
         machine->gate.Observe({});
         reached += thrown ? 1 : 0;
-        const std::string when = std::string(call) + Answer(result);
+        const std::string when = std::string(call) + AnswerOf(result);
         ExpectNothingLost(when);
         EXPECT_TRUE(result.exitCode == (thrown ? 1 : 0) && !result.Logged(u" in .")) << when;
         const bool isHome = Contents(u"C:\\Data\\one.txt") == "first" &&

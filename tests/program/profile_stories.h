@@ -3,13 +3,13 @@
 #pragma once
 
 #include "program/everything.h"
+#include "program/redirections.h"
 
 namespace test {
 
 using Lines = std::vector<std::u16string>;
 
 inline const std::u16string kProfileList = u"HKLM\\SOFTWARE\\Microsoft\\Windows NT\\CurrentVersion\\ProfileList";
-inline const std::u16string kVolume = u"\\\\?\\Volume{12345678-0000-4000-8000-000000000000}\\";
 inline const std::u16string kSidOfAnna = u"S-1-5-21-1004336348-1177238915-682003330-1001";
 inline const std::u16string kSidOfJan = u"S-1-5-21-1004336348-1177238915-682003330-1002";
 inline const std::u16string kPlace = u"D:\\Profiles";

@@ -56,7 +56,7 @@ void AddBelow(const std::u16string& folder, bool withTimes, std::map<std::string
 
 }  // namespace
 
-std::string Answer(const RunResult& run) {
+std::string AnswerOf(const RunResult& run) {
   std::string log;
   for (std::u16string_view rest = run.log; !rest.empty();) {
     const std::size_t end = std::min(rest.find(u'\n', 1), rest.size());

@@ -14,7 +14,7 @@ using Records = std::map<std::u16string, std::pair<std::u16string, std::u16strin
 
 // All that a run answers: exit code, console, log without times and looks at links. It calls the volume VOLUME, a file
 // that moves SOURCE at its old place, what moves TARGET at its new one, the mount folder MOUNT; so do changes.
-std::string Answer(const RunResult& run);
+std::string AnswerOf(const RunResult& run);
 // The same as it must be, of "File Redirection" and its like: `log` is what comes before the outcome, `said` what the
 // console says before it.
 std::string Succeeded(const std::string& what, const std::string& log = {}, const std::string& said = {});
@@ -45,7 +45,7 @@ class Redirections : public ::testing::Test {
   void RefuseEachCall(std::initializer_list<std::u16string> words, const Told& told);
   virtual void ExpectNothingLost(const std::string& /*when*/) {}
 
-  std::string AnswerTo(std::initializer_list<std::u16string> words) { return Answer(Run(words)); }
+  std::string AnswerTo(std::initializer_list<std::u16string> words) { return AnswerOf(Run(words)); }
 
   // With "/d" back.
   void Redirect(const std::u16string& folder, const std::u16string& location, const std::u16string& way = u"/c");

@@ -79,8 +79,8 @@ void AddHeaderLines(std::u16string_view text, std::vector<std::string>& headers)
   }
 }
 
-DWORD OpenRequest(win32::HINTERNET handle, const char16_t* verb, const char16_t* path, DWORD flags,
-                  win32::HINTERNET& opened) {
+DWORD OpenHttpRequest(win32::HINTERNET handle, const char16_t* verb, const char16_t* path, DWORD flags,
+                      win32::HINTERNET& opened) {
   DWORD error = 0;
   const auto connection = Find<InternetConnection>(handle, error);
   if (!connection) return error;
@@ -195,7 +195,7 @@ HINTERNET HttpOpenRequestW(HINTERNET hConnect, const char16_t* lpszVerb, const c
   WIN32_CALL(hConnect, lpszVerb, lpszObjectName, lpszVersion, lpszReferrer, lplpszAcceptTypes, dwFlags, dwContext);
   if (call.Refused()) return nullptr;
   HINTERNET opened = nullptr;
-  if (const DWORD error = emulated::OpenRequest(hConnect, lpszVerb, lpszObjectName, dwFlags, opened)) {
+  if (const DWORD error = emulated::OpenHttpRequest(hConnect, lpszVerb, lpszObjectName, dwFlags, opened)) {
     call.Done(error);
     return nullptr;
   }
