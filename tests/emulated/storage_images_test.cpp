@@ -224,8 +224,8 @@ TEST(StorageVolume, WhenFullKeepsWhatFitsAndNothingHalf) {
   win32::DWORD error = 0;
   for (; error == 0 && number < 250; error = Put(*volume, name(number), 12'000, number)) ++number;
   EXPECT_EQ(win32::ERROR_DISK_FULL, error);
-  std::uint64_t size = 0;
-  EXPECT_TRUE(volume->LookupPath(name(number), file) != 0 || (volume->StreamSize(file, {}, size) == 0 && size == 0));
+  FileInfo info;
+  EXPECT_TRUE(volume->LookupPath(name(number), file) != 0 || (volume->Stat(file, info) == 0 && info.size == 0));
   // A write that is too large leaves the stream as it was; what is deleted is free again, and its reference is no
   // other's.
   const std::uint64_t before = volume->FreeBytes();
@@ -236,11 +236,9 @@ TEST(StorageVolume, WhenFullKeepsWhatFitsAndNothingHalf) {
   ASSERT_EQ(0u, volume->Unlink(volume->Root(), name(1)));
   EXPECT_EQ(before + 3 * volume->ClusterSize(), volume->FreeBytes());
   ASSERT_EQ(0u, Put(*volume, u"in its record", 100, 1));
-  FileInfo info;
   EXPECT_EQ(win32::ERROR_FILE_NOT_FOUND, volume->Stat(file, info));
-  ASSERT_EQ(0u, volume->Flush());
   const test::TemporaryFolder folder;
-  ASSERT_TRUE(device->SaveTo(folder / "D.ntfs"));
+  ASSERT_TRUE(volume->Flush() == 0 && device->SaveTo(folder / "D.ntfs"));
   ExpectSound(folder / "D.ntfs");
 }
 
@@ -263,6 +261,24 @@ TEST(StorageVolume, EachDescriptorIsKeptOnceInBothCopiesAndBothIndexes) {
     Bytes stored;
     for (unsigned number = 0; number < count; ++number)
       ASSERT_EQ(0u, volume->GetSecurity(files[number], stored) + (stored != test::NumberedDescriptor(number)));
+  }
+}
+
+TEST(StorageVolume, AWriteThatFailsIsToldByTheFlushAtTheLatest) {
+  struct FailingOnce : MemoryDevice {
+    FailingOnce(const MemoryDevice& device, int writes) : MemoryDevice(device), left(writes) {}
+    bool Write(std::uint64_t at, ByteView from) override { return --left != 0 && MemoryDevice::Write(at, from); }
+    int left;
+  };
+  for (int failing = 1; failing < 900; failing += 3) {
+    FailingOnce device(*test::FreshNtfs(16, "Data"), failing);
+    std::unique_ptr<Volume> volume;
+    win32::DWORD told = Volume::Mount(device, volume);
+    for (unsigned of = 1; of < 80 && !told; ++of) told = Put(*volume, std::u16string(of, u'f'), 2000, of);
+    if (told || volume->Flush()) continue;
+    volume.reset();
+    ASSERT_EQ(0u, Volume::Mount(device, volume));
+    for (unsigned of = 1; of < 80; ++of) EXPECT_EQ(of, Fill(*volume, std::u16string(of, u'f'))) << failing;
   }
 }
 
@@ -291,9 +307,7 @@ TEST(StorageVolume, AnEntryThatIsMissingCostsNoOtherFile) {
   each([&](const auto&, FileId file) { return volume->SetAttributes(file, win32::FILE_ATTRIBUTE_HIDDEN); });
   EXPECT_EQ(win32::ERROR_FILE_CORRUPT, volume->Flush());
   FileInfo info;
-  each([&](const auto&, FileId file) {
-    return volume->Stat(file, info) | (info.attributes ^ win32::FILE_ATTRIBUTE_HIDDEN);
-  });
+  each([&](auto, FileId file) { return volume->Stat(file, info) | (info.attributes ^ win32::FILE_ATTRIBUTE_HIDDEN); });
 }
 
 }  // namespace
