@@ -1,6 +1,7 @@
 // The images of a folder: everything at once or nothing, also when the process is killed; and a full volume.
 #include <gtest/gtest.h>
 #include <signal.h>
+#include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -106,7 +107,8 @@ TEST_F(StorageImages, ShowNothingUntilTheCommitAndAllAfterIt) {
   EXPECT_EQ(9u, Fill(*opened.d, u"b"));
 }
 
-// Short pieces and long ones, in free clusters and in others, more than is held in memory, before and after commits.
+// Short pieces and long ones, in free clusters (where the longest are written behind) and in others, more than is held
+// in memory, before and after commits.
 TEST_F(StorageImages, ReadWhatWasWrittenWhereverItWaits) {
   constexpr std::size_t kSize = 24 << 20;
   ASSERT_TRUE(test::FreshNtfs(48, "Data")->SaveTo(folder_ / "C.ntfs"));
@@ -118,7 +120,7 @@ TEST_F(StorageImages, ReadWhatWasWrittenWhereverItWaits) {
     ASSERT_EQ(0u, round == 0 ? Put(*opened.c, u"file", kSize, 1) : 0);
     ASSERT_EQ(0u, opened.c->LookupPath(u"file", file));
     for (int piece = 0; piece < 4000; ++piece) {
-      const std::size_t unit = piece % 2 ? 4096 : 1, longest = piece % 5 ? 9'000 : 60'000;
+      const std::size_t unit = piece % 2 ? 4096 : 1, longest = piece % 30 == 0 ? 3'000'000 : piece % 5 ? 9'000 : 60'000;
       const std::size_t size = std::max(unit, random() % longest / unit * unit),
                         at = random() % (kSize - size) / unit * unit;
       Bytes content(size, static_cast<std::uint8_t>(random()));
@@ -173,6 +175,28 @@ TEST_F(StorageImages, ADamagedJournalIsReportedAndAnUnfinishedOneDropped) {
   EXPECT_NE(error.npos, error.find("damaged"));
 }
 
+// The host refuses what goes behind the limit, and takes it again afterwards: what was lost stays lost.
+TEST_F(StorageImages, AWriteBehindThatFailsIsToldAndNothingIsCommitted) {
+  struct rlimit before {};
+  ASSERT_EQ(0, getrlimit(RLIMIT_FSIZE, &before));
+  const rlimit limit{.rlim_cur = 1 << 20, .rlim_max = before.rlim_max};
+  signal(SIGXFSZ, SIG_IGN);
+  {
+    Opened opened = Open();
+    ASSERT_EQ(0u, Put(*opened.d, u"other", 50, 1) | opened.d->Flush());
+    ASSERT_EQ(0, setrlimit(RLIMIT_FSIZE, &limit));
+    Put(*opened.c, u"first", 1 << 20, 1);  // may not know yet
+    EXPECT_NE(0u, Put(*opened.c, u"second", 6 << 20, 2));
+    ASSERT_EQ(0, setrlimit(RLIMIT_FSIZE, &before));
+    EXPECT_NE(0u, Put(*opened.c, u"third", 1 << 20, 3));
+    std::string error;
+    EXPECT_FALSE(opened.set->Commit(error));
+    EXPECT_EQ(error, folder_.path().string() + ": the images cannot be written: File too large");
+  }
+  Opened opened = Open();
+  EXPECT_EQ(0u, Fill(*opened.c, u"first") | Fill(*opened.d, u"other"));
+}
+
 // At no particular moment it is killed in the checks from outside.
 TEST_F(StorageImages, AKillLeavesTheOldStateOrTheNewOne) {
   const std::u16string_view letters = u"abcdefgh";
@@ -186,7 +210,7 @@ TEST_F(StorageImages, AKillLeavesTheOldStateOrTheNewOne) {
         Put(*opened.c, letters.substr(i, 1), 40'000, committed + 1);
         Put(*opened.d, letters.substr(i, 1), 600, committed + 1);
       }
-      if (kind == 0) kill(getpid(), SIGKILL);
+      if (kind == 0) Put(*opened.c, u"written behind", 6 << 20, 1), kill(getpid(), SIGKILL);
       dynamic_cast<ImageFolder&>(*opened.set).onStep = [kind](CommitStep step) {
         if (step == (kind == 1 ? CommitStep::kJournalWritten : CommitStep::kJournalRemoved)) kill(getpid(), SIGKILL);
       };
@@ -200,6 +224,7 @@ TEST_F(StorageImages, AKillLeavesTheOldStateOrTheNewOne) {
     // Who only reads leaves the journal to the next, and reads through it, with others; what he writes is nowhere.
     for (const ImageAccess access : {ImageAccess::kRead, ImageAccess::kRead, ImageAccess::kWrite}) {
       Opened opened = Open(true, access);
+      EXPECT_EQ(0u, Fill(*opened.c, u"written behind"));
       for (std::size_t i = 0; i < 8; ++i) {
         EXPECT_EQ(committed, Fill(*opened.c, letters.substr(i, 1)));
         EXPECT_EQ(committed, Fill(*opened.d, letters.substr(i, 1)));

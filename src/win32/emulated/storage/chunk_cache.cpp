@@ -21,14 +21,17 @@ std::size_t ChunkCache::ChunkLength(std::uint64_t chunk) const {
   return static_cast<std::size_t>(std::min<std::uint64_t>(kChunk, size_ - chunk * kChunk));
 }
 
-std::size_t ChunkCache::PassedBy(std::uint64_t offset, std::size_t length) const {
-  constexpr std::size_t kMany = 4 * kChunk;
-  return offset % kChunk == 0 && length >= kMany ? length / kChunk * kChunk : 0;
+bool ChunkCache::ReadFile(std::uint64_t offset, std::span<std::uint8_t> to) {
+  return behind_.WaitFor(offset, to.size()) && file_.ReadAt(offset, to);
+}
+
+bool ChunkCache::WriteFile(std::uint64_t offset, ByteView from) {
+  return behind_.WaitFor(offset, from.size()) && file_.file.WriteAt(offset, from);
 }
 
 bool ChunkCache::WriteBack(Slot& slot) {
   if (!slot.isChanged) return true;
-  if (!file_.file.WriteAt(slot.chunk * kChunk, ByteView(slot.bytes).first(ChunkLength(slot.chunk)))) return false;
+  if (!WriteFile(slot.chunk * kChunk, ByteView(slot.bytes).first(ChunkLength(slot.chunk)))) return false;
   slot.isChanged = false;
   return true;
 }
@@ -39,18 +42,18 @@ ChunkCache::Slot* ChunkCache::Fetch(std::uint64_t chunk, bool forWhole) {
   if (slot.chunk == chunk) return &slot;
   if (!WriteBack(slot)) return nullptr;
   slot.chunk = kNone;
-  if (!forWhole && !file_.ReadAt(chunk * kChunk, std::span(slot.bytes).first(ChunkLength(chunk)))) return nullptr;
+  if (!forWhole && !ReadFile(chunk * kChunk, std::span(slot.bytes).first(ChunkLength(chunk)))) return nullptr;
   slot.chunk = chunk;
   return &slot;
 }
 
 bool ChunkCache::Read(std::uint64_t offset, std::span<std::uint8_t> to) {
   while (!to.empty()) {
-    std::size_t length = PassedBy(offset, to.size());
-    if (length != 0) {
+    std::size_t length = to.size();
+    if (length >= kLong) {
       for (std::uint64_t chunk = offset / kChunk; slots_ && chunk * kChunk < offset + length; ++chunk)
         if (Slot& slot = SlotOf(chunk); slot.chunk == chunk && !WriteBack(slot)) return false;
-      if (!file_.ReadAt(offset, to.first(length))) return false;
+      if (!ReadFile(offset, to.first(length))) return false;
     } else {
       const std::size_t inside = offset % kChunk;
       length = std::min(to.size(), kChunk - inside);
@@ -65,15 +68,31 @@ bool ChunkCache::Read(std::uint64_t offset, std::span<std::uint8_t> to) {
   return true;
 }
 
+// What goes behind takes along what stands before it in its first chunk: that has most likely just been written, and
+// would have to wait for its neighbour to be written by itself.
+bool ChunkCache::WriteLong(std::uint64_t offset, ByteView from) {
+  const std::size_t inside = offset % kChunk;
+  if (from.size() < WriteBehind::kShortest) {
+    if (!WriteFile(offset, from)) return false;
+  } else {
+    const Slot* const begun = inside != 0 ? Fetch(offset / kChunk) : nullptr;
+    if (inside != 0 && !begun) return false;
+    const ByteView before = begun ? ByteView(begun->bytes).first(inside) : ByteView();
+    if (!behind_.Write(offset - inside, before, from)) return false;
+  }
+  for (std::uint64_t chunk = offset / kChunk; slots_ && chunk * kChunk < offset + from.size(); ++chunk)
+    if (Slot& slot = SlotOf(chunk); slot.chunk == chunk) slot.chunk = kNone, slot.isChanged = false;
+  return true;
+}
+
 bool ChunkCache::Write(std::uint64_t offset, ByteView from) {
   while (!from.empty()) {
-    std::size_t length = PassedBy(offset, from.size());
-    if (length != 0) {
-      for (std::uint64_t chunk = offset / kChunk; slots_ && chunk * kChunk < offset + length; ++chunk)
-        if (Slot& slot = SlotOf(chunk); slot.chunk == chunk) slot.chunk = kNone, slot.isChanged = false;
-      if (!file_.file.WriteAt(offset, from.first(length))) return false;
+    const std::size_t inside = offset % kChunk;
+    const std::size_t whole = (inside + std::min(from.size(), WriteBehind::kLongest - inside)) / kChunk * kChunk;
+    std::size_t length = whole > inside ? whole - inside : 0;
+    if (length >= (inside == 0 ? kLong : WriteBehind::kShortest)) {
+      if (!WriteLong(offset, from.first(length))) return false;
     } else {
-      const std::size_t inside = offset % kChunk;
       length = std::min(from.size(), kChunk - inside);
       Slot* const slot = Fetch(offset / kChunk, length == ChunkLength(offset / kChunk));
       if (!slot) return false;
@@ -87,7 +106,7 @@ bool ChunkCache::Write(std::uint64_t offset, ByteView from) {
 }
 
 bool ChunkCache::Flush() {
-  return std::ranges::all_of(Slots(), [this](Slot& slot) { return WriteBack(slot); });
+  return behind_.Settle() && std::ranges::all_of(Slots(), [this](Slot& slot) { return WriteBack(slot); });
 }
 
 void ChunkCache::Forget() { slots_.reset(); }

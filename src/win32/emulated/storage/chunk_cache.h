@@ -11,6 +11,7 @@
 
 #include "win32/emulated/bytes.h"
 #include "win32/emulated/storage/file_descriptor.h"
+#include "win32/emulated/storage/write_behind.h"
 
 namespace emulated {
 
@@ -22,8 +23,9 @@ struct SourceFile {
   bool ReadAt(std::uint64_t offset, std::span<std::uint8_t> to) const;
 };
 
-// Short pieces go through here, long ones to the file. What is written is in the file after Flush, or earlier. A chunk
-// has one slot where it may be; what else is there then goes, and is written first when it has changed.
+// Short pieces go through here, long ones to the file, the longest behind the caller. What is written is in the file
+// after Flush, or earlier. A chunk has one slot where it may be; what else is there then goes, and is written first
+// when it has changed.
 class ChunkCache {
  public:
   static constexpr std::size_t kChunk = 4096;
@@ -32,7 +34,8 @@ class ChunkCache {
   // `size`: where the file ends. Both outlive the cache.
   ChunkCache(const SourceFile& file, const std::uint64_t& size) : file_(file), size_(size) {}
 
-  // Within the file. False: `errno` of the file's failure, be it in writing what had to go.
+  // Within the file. False: `errno` of the file's failure, be it in writing what had to go, or was to be written
+  // behind.
   bool Read(std::uint64_t offset, std::span<std::uint8_t> to);
   bool Write(std::uint64_t offset, ByteView from);
   bool Flush();
@@ -41,6 +44,7 @@ class ChunkCache {
 
  private:
   static constexpr std::size_t kSlots = 1024;
+  static constexpr std::size_t kLong = 4 * kChunk;
   static constexpr std::uint64_t kNone = std::numeric_limits<std::uint64_t>::max();
   struct Slot {
     std::uint64_t chunk = kNone;
@@ -54,12 +58,16 @@ class ChunkCache {
   bool WriteBack(Slot& slot);
   // The slot with the chunk in it, or, when all of it is going to be written, for it; null when that cannot be done.
   Slot* Fetch(std::uint64_t chunk, bool forWhole = false);
-  // How much of a piece goes to the file as it is: whole chunks, when they are many; otherwise 0.
-  std::size_t PassedBy(std::uint64_t offset, std::size_t length) const;
+  // The file itself, without pieces that are still to be written.
+  bool ReadFile(std::uint64_t offset, std::span<std::uint8_t> to);
+  bool WriteFile(std::uint64_t offset, ByteView from);
+  // A piece that ends with a chunk, and begins with one unless it goes behind.
+  bool WriteLong(std::uint64_t offset, ByteView from);
 
   const SourceFile& file_;
   const std::uint64_t& size_;
   std::unique_ptr<Slot[]> slots_;  // made when the first is needed
+  WriteBehind behind_{file_.file};
 };
 
 }  // namespace emulated

@@ -5,6 +5,7 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <cerrno>
 #include <filesystem>
 #include <memory>
@@ -61,8 +62,8 @@ class FileDescriptor {
 
   // Why a write failed last, in this process; 0 when none has. Who works through a volume hears of it as an error of
   // the volume, and has to tell the host's full disk from that.
-  static int& LastWriteError() {
-    static int error = 0;
+  static std::atomic<int>& LastWriteError() {
+    static std::atomic<int> error = 0;
     return error;
   }
 

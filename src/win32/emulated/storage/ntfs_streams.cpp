@@ -29,6 +29,15 @@ int Resize(ntfs_attr* attribute, std::uint64_t size, bool sparse) {
                       : ntfs_attr_truncate_solid(attribute, static_cast<s64>(size));
 }
 
+// How much of a long piece is written first, so that the rest ends where it does within one cluster: the library copies
+// all of what it is given to fill up the last cluster of a stream. 0: write all of it at once.
+std::size_t UpToLastCluster(const ntfs_attr& attribute, std::uint64_t offset, std::size_t length) {
+  constexpr std::size_t kLong = 64 * 1024;
+  const std::size_t rest = (offset + length) % attribute.ni->vol->cluster_size;
+  const bool isPlain = (attribute.data_flags & ATTR_COMPRESSION_MASK) == 0;
+  return isPlain && length >= kLong && rest < length ? length - rest : 0;
+}
+
 bool FitsInRecord(const MFT_RECORD& record, std::uint64_t size) {
   return size <= le32_to_cpu(record.bytes_allocated) - le32_to_cpu(record.bytes_in_use);
 }
@@ -174,9 +183,11 @@ win32::DWORD NtfsVolume::ChangeStream(FileId file, std::u16string_view stream, s
   if (size != oldSize && ((!known->sparse && GiveFirstClusters(data.get(), size, nextCluster_) != 0) ||
                           Resize(data.get(), size, known->sparse) != 0))
     result = ntfs::LastError();
+  const std::size_t whole = UpToLastCluster(*data, offset, from.size());
   for (std::size_t done = 0; result == 0 && done < from.size();) {
-    const s64 part = ntfs_attr_pwrite(data.get(), static_cast<s64>(offset + done), static_cast<s64>(from.size() - done),
-                                      from.data() + done);
+    const std::size_t length = (done < whole ? whole : from.size()) - done;
+    const s64 part =
+        ntfs_attr_pwrite(data.get(), static_cast<s64>(offset + done), static_cast<s64>(length), from.data() + done);
     if (part <= 0) {
       result = part < 0 ? ntfs::LastError() : win32::ERROR_DISK_FULL;
     } else {
