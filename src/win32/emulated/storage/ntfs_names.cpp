@@ -29,8 +29,10 @@ int Collect(void* context, const ntfschar* name, const int length, const int typ
 }
 
 // NTFS may hold names that differ in case only (other systems make them). All are listed; only the first is found by
-// name, as on Windows. The others' keys carry this mark, which no name can hold.
+// name, as on Windows. The others' keys end in this mark, which no name can hold.
 constexpr char16_t kShadow = u'\0';
+
+std::u16string_view NameOf(std::u16string_view key) { return key.substr(0, key.find(kShadow)); }
 
 }  // namespace
 
@@ -41,7 +43,20 @@ std::u16string NtfsVolume::UpCased(std::u16string_view name) const {
 }
 
 bool NtfsVolume::EqualNames(std::u16string_view a, std::u16string_view b) const {
-  return std::ranges::equal(a, b, [this](char16_t one, char16_t other) { return upCase_[one] == upCase_[other]; });
+  return SameName{upCase_.data()}(a, b);
+}
+
+bool NtfsVolume::SameName::operator()(std::u16string_view a, std::u16string_view b) const {
+  return a == b ||
+         std::ranges::equal(a, b, [this](char16_t one, char16_t other) { return upCase[one] == upCase[other]; });
+}
+
+// Asked for with every path: it needs no memory of its own.
+std::size_t NtfsVolume::NameHash::operator()(std::u16string_view name) const {
+  std::array<char16_t, kMaximumName> upper;
+  name = name.substr(0, upper.size());
+  std::ranges::transform(name, upper.begin(), [this](char16_t unit) { return upCase[unit]; });
+  return std::hash<std::u16string_view>{}({upper.data(), name.size()});
 }
 
 bool NtfsVolume::IsLegalName(std::u16string_view name) {
@@ -75,7 +90,7 @@ win32::DWORD NtfsVolume::GetDirectory(FileId file, Directory*& directory) {
   s64 position = 0;
   if (ntfs_readdir(inode.get(), &position, &found, Collect) != 0) return ntfs::LastError();
 
-  Directory loaded;
+  Directory loaded(upCase_.data());
   loaded.entries.reserve(found.size());
   std::unordered_map<FileId, std::u16string> shortNames;
   for (Found& entry : found) {
@@ -83,16 +98,16 @@ win32::DWORD NtfsVolume::GetDirectory(FileId file, Directory*& directory) {
   }
   for (Found& entry : found) {
     if (entry.type == FILE_NAME_DOS) continue;
-    std::u16string key = UpCased(entry.name);
+    std::u16string& key = entry.name;
     while (loaded.entries.contains(key)) key += kShadow;
-    DirectoryEntry shown{std::move(entry.name), {}, entry.id};
+    Entry known{entry.id, nullptr};
     // Of several links in one directory one has the short name.
     if (const auto shortName = shortNames.find(entry.id);
         shortName != shortNames.end() && entry.type == FILE_NAME_WIN32) {
-      shown.shortName = shortName->second;
-      loaded.shortNames[UpCased(shortName->second)] = key;
+      known.shortName = std::make_unique<std::u16string>(shortName->second);
+      loaded.shortNames[shortName->second] = key;
     }
-    loaded.entries.emplace(std::move(key), std::move(shown));
+    loaded.entries.emplace(std::move(key), std::move(known));
   }
   entries_ += loaded.entries.size();
   largestDirectory_ = std::max(largestDirectory_, loaded.entries.size());
@@ -100,34 +115,32 @@ win32::DWORD NtfsVolume::GetDirectory(FileId file, Directory*& directory) {
   return 0;
 }
 
-// Asked for with every path: the key needs no memory of its own.
-const DirectoryEntry* NtfsVolume::Find(const Directory& directory, std::u16string_view name) const {
-  std::array<char16_t, kMaximumName> upper;
-  if (name.size() > upper.size()) return nullptr;
-  std::ranges::transform(name, upper.begin(), [this](char16_t unit) { return upCase_[unit]; });
-  const std::u16string_view key(upper.data(), name.size());
-  if (const auto entry = directory.entries.find(key); entry != directory.entries.end()) return &entry->second;
-  const auto shortName = directory.shortNames.find(key);
-  return shortName == directory.shortNames.end() ? nullptr : &directory.entries.at(shortName->second);
+const NtfsVolume::KnownEntry* NtfsVolume::Find(const Directory& directory, std::u16string_view name) {
+  if (const auto entry = directory.entries.find(name); entry != directory.entries.end()) return &*entry;
+  const auto shortName = directory.shortNames.find(name);
+  if (shortName == directory.shortNames.end()) return nullptr;
+  const auto entry = directory.entries.find(shortName->second);
+  return entry == directory.entries.end() ? nullptr : &*entry;
 }
 
 void NtfsVolume::Remember(Directory& directory, std::u16string_view name, FileId file) {
-  directory.entries.emplace(UpCased(name), DirectoryEntry{std::u16string(name), {}, file});
+  directory.entries.emplace(std::u16string(name), Entry{file, nullptr});
   ++entries_;
   largestDirectory_ = std::max(largestDirectory_, directory.entries.size());
 }
 
 void NtfsVolume::Forget(Directory& directory, std::u16string_view name) {
-  const auto entry = directory.entries.find(UpCased(name));
+  const auto entry = directory.entries.find(name);
   if (entry == directory.entries.end()) return;
-  if (!entry->second.shortName.empty()) directory.shortNames.erase(UpCased(entry->second.shortName));
+  if (entry->second.shortName) directory.shortNames.erase(*entry->second.shortName);
   directory.entries.erase(entry);
   --entries_;
-  if (auto shadow = directory.entries.extract(UpCased(name) + kShadow)) {
-    shadow.key().pop_back();
-    if (!shadow.mapped().shortName.empty()) directory.shortNames[UpCased(shadow.mapped().shortName)] = shadow.key();
-    directory.entries.insert(std::move(shadow));
-  }
+  const auto marked = directory.entries.find(std::u16string(name) + kShadow);
+  if (marked == directory.entries.end()) return;
+  auto shadow = directory.entries.extract(marked);
+  shadow.key().pop_back();
+  if (shadow.mapped().shortName) directory.shortNames[*shadow.mapped().shortName] = shadow.key();
+  directory.entries.insert(std::move(shadow));
 }
 
 win32::DWORD NtfsVolume::Lookup(FileId directory, std::u16string_view name, FileId& file, std::u16string* storedName,
@@ -135,11 +148,11 @@ win32::DWORD NtfsVolume::Lookup(FileId directory, std::u16string_view name, File
   Enter();
   Directory* entries = nullptr;
   if (const win32::DWORD error = GetDirectory(directory, entries)) return error;
-  const DirectoryEntry* const entry = Find(*entries, name);
+  const KnownEntry* const entry = Find(*entries, name);
   if (!entry) return win32::ERROR_FILE_NOT_FOUND;
-  file = entry->id;
-  if (storedName) *storedName = entry->name;
-  if (shortName) *shortName = entry->shortName;
+  file = entry->second.id;
+  if (storedName) *storedName = NameOf(entry->first);
+  if (shortName) *shortName = entry->second.shortName ? *entry->second.shortName : std::u16string();
   return 0;
 }
 
@@ -155,13 +168,16 @@ win32::DWORD NtfsVolume::List(FileId directory, std::vector<DirectoryEntry>& ent
   Enter();
   Directory* known = nullptr;
   if (const win32::DWORD error = GetDirectory(directory, known)) return error;
-  std::vector<std::pair<std::u16string_view, const DirectoryEntry*>> inOrder;
+  std::vector<std::pair<std::u16string, const KnownEntry*>> inOrder;
   inOrder.reserve(known->entries.size());
-  for (const auto& [key, entry] : known->entries) inOrder.emplace_back(key, &entry);
+  for (const KnownEntry& entry : known->entries) inOrder.emplace_back(UpCased(entry.first), &entry);
   std::ranges::sort(inOrder);
   entries.clear();
   entries.reserve(inOrder.size());
-  for (const auto& [key, entry] : inOrder) entries.push_back(*entry);
+  for (const auto& [upper, entry] : inOrder) {
+    const auto& [key, content] = *entry;
+    entries.push_back({std::u16string(NameOf(key)), content.shortName ? *content.shortName : u"", content.id});
+  }
   return 0;
 }
 
@@ -171,7 +187,13 @@ win32::DWORD NtfsVolume::Names(FileId file, std::vector<std::pair<FileId, std::u
   if (const win32::DWORD error = GetNode(file, node)) return error;
   names.clear();
   if (file == root_) return 0;
-  for (const Name& name : node->names) {
+  Node read;
+  if (node->names.empty()) {
+    ntfs::Inode inode(inodes_, file);
+    if (inode.error()) return inode.error();
+    if (const win32::DWORD error = ReadAttributes(read, inode.get())) return error;
+  }
+  for (const Name& name : node->names.empty() ? read.names : node->names) {
     if (!name.isShort) names.emplace_back(name.directory, name.name);
   }
   return 0;
@@ -204,6 +226,8 @@ win32::DWORD NtfsVolume::Create(FileId directory, std::u16string_view name, bool
                                 isDirectory ? S_IFDIR : S_IFREG));
   if (!inode.get()) return ntfs::LastError();
   node.info.id = file = MK_MREF(inode->mft_no, le16_to_cpu(inode->mrec->sequence_number));
+  // The library would search from the first record each time.
+  volume_->mft_data_pos = static_cast<s64>(inode->mft_no) + 1;
   if (isDirectory)
     if (const win32::DWORD error = inode.CloseIn(folder.get())) return error;
   if (const win32::DWORD error = folder.Close()) return error;
@@ -213,11 +237,12 @@ win32::DWORD NtfsVolume::Create(FileId directory, std::u16string_view name, bool
   node.info.attributes = ShownAttributes((attributes & kSettableAttributes) |
                                          (isDirectory ? win32::FILE_ATTRIBUTE_DIRECTORY : win32::DWORD{0}));
   node.info.creation = node.info.lastAccess = node.info.lastWrite = node.info.change = now;
-  node.names.push_back({directory, std::u16string(name), false});
+  node.directory = directory;
+  if (isDirectory) node.names.push_back({directory, std::u16string(name), false});
   if (!isDirectory) node.streams.push_back({});
   node.dirty = true;
   Remember(*entries, name, file);
-  if (isDirectory) directories_.emplace(file, Directory{});
+  if (isDirectory) directories_.emplace(file, Directory(upCase_.data()));
   Node& kept = nodes_.insert_or_assign(file, std::move(node)).first->second;
   win32::DWORD error = Settle(kept);
   if (error == 0) error = GiveShortName(file, directory, name);
@@ -261,6 +286,7 @@ win32::DWORD NtfsVolume::RemoveName(FileId file, FileId directory, std::u16strin
                          static_cast<u8>(spelling.size())) != 0) {
     return ntfs::LastError();
   }
+  volume_->mft_data_pos = std::min(volume_->mft_data_pos, static_cast<s64>(MREF(file)));
   if (const auto entries = directories_.find(directory); entries != directories_.end())
     Forget(entries->second, spelling);
   return 0;
@@ -293,14 +319,14 @@ win32::DWORD NtfsVolume::Unlink(FileId directory, std::u16string_view name) {
   Enter();
   Directory* entries = nullptr;
   if (const win32::DWORD error = GetDirectory(directory, entries)) return error;
-  const DirectoryEntry* const entry = Find(*entries, name);
+  const KnownEntry* const entry = Find(*entries, name);
   if (!entry) return win32::ERROR_FILE_NOT_FOUND;
-  const FileId file = entry->id;
+  const FileId file = entry->second.id;
   if (const auto children = directories_.find(file);
       children != directories_.end() && !children->second.entries.empty()) {
     return win32::ERROR_DIR_NOT_EMPTY;
   }
-  if (const win32::DWORD error = RemoveName(file, directory, entry->name)) return error;
+  if (const win32::DWORD error = RemoveName(file, directory, NameOf(entry->first))) return error;
   const auto node = nodes_.find(file);
   if (node != nodes_.end() && node->second.info.links > 1) return RefreshIfKnown(file);
   nodes_.erase(file);
@@ -317,13 +343,13 @@ win32::DWORD NtfsVolume::Rename(FileId fromDirectory, std::u16string_view fromNa
   if (const win32::DWORD error = GetDirectory(fromDirectory, from)) return error;
   if (const win32::DWORD error = GetDirectory(toDirectory, to)) return error;
   from = &directories_.at(fromDirectory);
-  const DirectoryEntry* const old = Find(*from, fromName);
+  const KnownEntry* const old = Find(*from, fromName);
   if (!old) return win32::ERROR_FILE_NOT_FOUND;
-  const FileId file = old->id;
-  const std::u16string oldName = old->name;
-  const bool hadShortName = !old->shortName.empty();
+  const FileId file = old->second.id;
+  const std::u16string oldName(NameOf(old->first));
+  const bool hadShortName = old->second.shortName != nullptr;
   if (file == toDirectory) return win32::ERROR_INVALID_PARAMETER;
-  const DirectoryEntry* const existing = Find(*to, toName);
+  const KnownEntry* const existing = Find(*to, toName);
   if (existing != old) {
     if (const win32::DWORD error = CheckNewName(*to, toDirectory, toName)) return error;
   }

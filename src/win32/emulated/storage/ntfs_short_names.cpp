@@ -58,9 +58,9 @@ win32::DWORD NtfsVolume::GiveShortName(FileId file, FileId directory, std::u16st
   if (const win32::DWORD error = inode.CloseIn(folder.get())) return error;
   if (const win32::DWORD error = folder.Close()) return error;
   if (!isShort) {
-    const std::u16string key = UpCased(name);
-    entries->entries.at(key).shortName = shortName;
-    entries->shortNames[shortName] = key;
+    const auto entry = entries->entries.find(name);
+    entry->second.shortName = std::make_unique<std::u16string>(shortName);
+    entries->shortNames[shortName] = entry->first;
   }
   return RefreshIfKnown(file);
 }
@@ -70,9 +70,9 @@ win32::DWORD NtfsVolume::GiveShortName(FileId file, FileId directory, std::u16st
 void NtfsVolume::RenewShortName(FileId file, FileId directory, std::u16string_view name, bool hadOne) {
   if (!makesShortNames) return;
   const Node& node = nodes_.at(file);
-  const auto linksHere = std::ranges::count_if(
-      node.names, [directory](const Name& link) { return !link.isShort && link.directory == directory; });
-  if (linksHere == 1 && (hadOne || node.info.links == 1)) GiveShortName(file, directory, name);
+  const auto linksElsewhere = std::ranges::count_if(
+      node.names, [directory](const Name& link) { return !link.isShort && link.directory != directory; });
+  if (node.info.links - linksElsewhere == 1 && (hadOne || node.info.links == 1)) GiveShortName(file, directory, name);
 }
 
 bool NtfsVolume::AllowsShortNames() const { return (le16_to_cpu(volume_->flags) & kShortNamesDisabled) == 0; }

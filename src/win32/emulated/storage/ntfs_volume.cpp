@@ -10,10 +10,11 @@
 namespace emulated {
 namespace {
 
-// How much is remembered before all of it is put down and forgotten.
-constexpr std::size_t kMaximumNodes = 50'000;
-constexpr std::size_t kMaximumEntries = 50'000;  // and twice the largest directory: it may be asked for by every call
-constexpr std::size_t kMaximumDescriptors = 50'000;
+// How much is remembered before all of it is forgotten. A move goes through its source three times, always in one
+// order: what does not fit as a whole is of no use. Each has its bytes, without what the host's allocation adds.
+constexpr std::size_t kMaximumNodes = 250'000;    // 230 B, with the entry of the one stream
+constexpr std::size_t kMaximumEntries = 250'000;  // 100 B; and twice the largest directory: every call may ask for it
+constexpr std::size_t kMaximumDescriptors = 50'000;  // 300 B
 
 // Below this, and a little for each change that waits, nothing is held back: who makes a change that does not fit is
 // told at once.
@@ -103,11 +104,13 @@ win32::DWORD NtfsVolume::MakeRoomFor(std::uint64_t wanted) {
 
 // What every call begins with, before it holds anything of the caches.
 void NtfsVolume::Enter() {
-  const bool isTooMuch = nodes_.size() > kMaximumNodes;
-  if (isTooMuch || inodes_.IsFull()) {
+  const bool areTooMany = nodes_.size() > kMaximumNodes;
+  if (areTooMany || inodes_.IsFull()) {
+    const std::vector<FileId> changed = dirty_;
     if (const win32::DWORD error = PutDownAll(); error != 0 && lateError_ == 0) lateError_ = error;
+    ForgetFiles(changed);
+    if (areTooMany) nodes_.clear();
   }
-  if (isTooMuch) nodes_.clear();
   if (entries_ > kMaximumEntries + 2 * largestDirectory_) {
     directories_.clear();
     entries_ = largestDirectory_ = 0;
@@ -116,6 +119,12 @@ void NtfsVolume::Enter() {
     descriptors_.clear();
     descriptorIds_.clear();
   }
+}
+
+// What was made is not asked for again when it has been put down: there is more room for what is read.
+void NtfsVolume::ForgetFiles(const std::vector<FileId>& files) {
+  for (const FileId file : files)
+    if (const auto node = nodes_.find(file); node != nodes_.end() && !node->second.IsDirectory()) nodes_.erase(node);
 }
 
 win32::DWORD NtfsVolume::GetNode(FileId file, Node*& node) {
@@ -135,15 +144,7 @@ win32::DWORD NtfsVolume::GetNode(FileId file, Node*& node) {
 
 win32::DWORD NtfsVolume::Refresh(Node& node, _ntfs_inode* inode) {
   const FileInfo held = node.info;
-  node.names.clear();
-  node.streams.clear();
-  node.reparse.clear();
-  node.hasExtendedAttributes = node.hasObjectId = false;
-
-  const ntfs::UniqueSearch search(ntfs_attr_get_search_ctx(inode, nullptr));
-  if (!search) return win32::ERROR_NOT_ENOUGH_MEMORY;
-  while (ntfs_attrs_walk(search.get()) == 0) ReadAttribute(node, inode, search->attr);
-  if (errno != ENOENT) return ntfs::LastError();
+  if (const win32::DWORD error = ReadAttributes(node, inode)) return error;
 
   FileInfo& info = node.info;
   win32::DWORD attributes = le32_to_cpu(inode->flags) & kStoredAttributes;
@@ -165,8 +166,23 @@ win32::DWORD NtfsVolume::Refresh(Node& node, _ntfs_inode* inode) {
   info.attributes = ShownAttributes(attributes);
   if (!node.descriptor) info.securityId = test_nino_flag(inode, v3_Extensions) ? le32_to_cpu(inode->security_id) : 0;
   info.links = static_cast<std::uint32_t>(std::ranges::count(node.names, false, &Name::isShort));
+  const auto isInFirst = [&node](const Name& name) { return name.directory == node.names.front().directory; };
+  node.directory = !node.names.empty() && std::ranges::all_of(node.names, isInFirst) ? node.names.front().directory : 0;
+  if (!node.IsDirectory() && node.names.size() == 1) node.names = {};
   RefreshTotals(node);
   return 0;
+}
+
+// What the record's attributes say, in place of what the node said.
+win32::DWORD NtfsVolume::ReadAttributes(Node& node, _ntfs_inode* inode) {
+  node.names.clear();
+  node.streams.clear();
+  node.reparse.clear();
+  node.hasExtendedAttributes = node.hasObjectId = false;
+  const ntfs::UniqueSearch search(ntfs_attr_get_search_ctx(inode, nullptr));
+  if (!search) return win32::ERROR_NOT_ENOUGH_MEMORY;
+  while (ntfs_attrs_walk(search.get()) == 0) ReadAttribute(node, inode, search->attr);
+  return errno == ENOENT ? 0 : ntfs::LastError();
 }
 
 // One attribute of a record. The library has checked that its header and its value lie inside the record.
@@ -268,11 +284,7 @@ win32::DWORD NtfsVolume::PutDownAll() {
     if (node == nodes_.end()) continue;
     node->second.isListed = false;
     if (!node->second.dirty && !node->second.descriptor) continue;
-    const std::vector<Name>& names = node->second.names;
-    const bool isInOne = !names.empty() && std::ranges::all_of(names, [&names](const Name& name) {
-      return name.directory == names.front().directory;
-    });
-    files.emplace_back(isInOne ? names.front().directory : 0, file);
+    files.emplace_back(node->second.directory, file);
   }
   dirty_.clear();
   std::ranges::sort(files);

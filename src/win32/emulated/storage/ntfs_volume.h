@@ -99,9 +99,16 @@ class NtfsVolume final : public Volume {
     static ByteView View(const Descriptor& descriptor) { return *descriptor; }
     bool operator()(const auto& a, const auto& b) const { return std::ranges::equal(View(a), View(b)); }
   };
-  struct TextHash {
+  // Names that differ in case only are one: by the volume's table, which is `upCase`.
+  struct NameHash {
     using is_transparent = void;
-    std::size_t operator()(std::u16string_view text) const { return std::hash<std::u16string_view>{}(text); }
+    const char16_t* upCase;
+    std::size_t operator()(std::u16string_view name) const;
+  };
+  struct SameName {
+    using is_transparent = void;
+    const char16_t* upCase;
+    bool operator()(std::u16string_view a, std::u16string_view b) const;
   };
 
   struct Name {
@@ -114,7 +121,8 @@ class NtfsVolume final : public Volume {
   // `descriptor`: neither is this descriptor.
   struct Node {
     FileInfo info;
-    std::vector<Name> names;
+    FileId directory = 0;     // in which all its names are; 0 when they are in several
+    std::vector<Name> names;  // none of a file with one: its record is asked again, which is rare
     std::vector<StreamInfo> streams;
     Bytes reparse;
     bool hasExtendedAttributes = false;
@@ -129,26 +137,35 @@ class NtfsVolume final : public Volume {
   };
 
   template <typename Content>
-  using ByUpperName = std::unordered_map<std::u16string, Content, TextHash, std::equal_to<>>;
+  using ByName = std::unordered_map<std::u16string, Content, NameHash, SameName>;
 
-  // All entries of a directory, by their upper-case names.
-  struct Directory {
-    ByUpperName<DirectoryEntry> entries;
-    ByUpperName<std::u16string> shortNames;  // upper-case short name -> key of `entries`
+  // All entries of a directory, by their names. A name is kept once, and few have a short one: there are many entries.
+  struct Entry {
+    FileId id = 0;
+    std::unique_ptr<std::u16string> shortName;  // null when there is none
   };
+  struct Directory {
+    explicit Directory(const char16_t* upCase)
+        : entries(0, NameHash{upCase}, SameName{upCase}), shortNames(0, NameHash{upCase}, SameName{upCase}) {}
+    ByName<Entry> entries;
+    ByName<std::u16string> shortNames;  // to the key of `entries`
+  };
+  using KnownEntry = std::pair<const std::u16string, Entry>;
 
   // ntfs_volume.cpp: the mount, the caches, and what goes down to the records.
   bool ReadJournalState();
   void Enter();
   win32::DWORD GetNode(FileId file, Node*& node);
   win32::DWORD Refresh(Node& node, _ntfs_inode* inode);
-  void ReadAttribute(Node& node, _ntfs_inode* inode, const void* record);
+  static win32::DWORD ReadAttributes(Node& node, _ntfs_inode* inode);
+  static void ReadAttribute(Node& node, _ntfs_inode* inode, const void* record);
   win32::DWORD PutDown(Node& node, _ntfs_inode* directory);
   win32::DWORD PutDownAll();
   bool IsNearlyFull(std::uint64_t wanted) const;
   win32::DWORD MakeRoomFor(std::uint64_t wanted);
   win32::DWORD Settle(Node& node);
   void ListDirty(Node& node);
+  void ForgetFiles(const std::vector<FileId>& files);
   win32::DWORD HoldTimes(FileId file);
   void RefreshTotals(Node& node);
 
@@ -158,7 +175,7 @@ class NtfsVolume final : public Volume {
   win32::DWORD GetDirectory(FileId file, Directory*& directory);
   static bool IsLegalName(std::u16string_view name);
   win32::DWORD CheckNewName(const Directory& entries, FileId directory, std::u16string_view name) const;
-  const DirectoryEntry* Find(const Directory& directory, std::u16string_view name) const;
+  static const KnownEntry* Find(const Directory& directory, std::u16string_view name);
   win32::DWORD AddName(FileId file, FileId directory, std::u16string_view name);
   win32::DWORD RemoveName(FileId file, FileId directory, std::u16string_view name);
   void Remember(Directory& directory, std::u16string_view name, FileId file);
