@@ -287,6 +287,7 @@ Step TreeCopy::CopyEntry(const TreeEntry& entry) {
     if (willGo && !openTells) item.version = VersionOf(entry.path);
     item.complete = CopyItem(entry, target, look, told);
     if (willGo && openTells && told.information) item.version = VersionOf(*told.information);
+    if (willGo && openTells) item.before = record_.source.Keep(told);
     if (told.targetIsTaken) item.created = false;
     if (openTells && told.isGone) {
       record_.items.pop_back();
@@ -312,7 +313,6 @@ bool TreeCopy::CopyItem(const TreeEntry& entry, const std::u16string& target, co
                                   .leaveParentTimes = true,
                                   .watch = WatchOf(look),
                                   .told = &told}) != 0;
-  if (copied && IsPlainFile(entry) && flags_.removeSourceLinks && !bringsBack_) record_.source.Note(entry.path, told);
   if (!copied && !flags_.continueOnError) return false;
   const win32::DWORD error = win32::GetLastError();
   // A link's own DACL came with the backup copy, as one that cannot be written; what is brought back gets the one that
@@ -492,11 +492,12 @@ int TreeCopy::Run(const std::u16string& sourceRoot, const std::u16string& target
   if (flags_.carryRoot) madeFolders_.insert(std::u16string(WithoutExtendedPrefix(record_.sourceRoot)));
   progress_.emplace(bringsBack_ ? ProgressOf::TakingBack : ProgressOf::Copying,
                     ProgressCounts{listing.entries.size(), listing.TotalSize()});
-  for (const TreeEntry& entry : listing.entries) {
+  for (TreeEntry& entry : listing.entries) {
     if (IsStopped()) return 0;
     const Step step = CopyEntry(entry);
     if (step != Step::Next) return step == Step::Ended ? 1 : 0;
     progress_->ItemDone(entry.size);
+    entry.path = {};  // its item has it, and there are many
   }
   // Symbolic links first: they may lead through junctions, which are taken off at the source.
   for (const bool symbolic : {true, false})

@@ -39,9 +39,11 @@ struct CopiedItem {
   bool created = false;     // nothing stood there before
   bool becameLink = false;  // an empty folder stood there and was made the junction
   bool complete = false;    // all of it arrived
+  bool saved = false;       // of a file: `before` is to be given back to it
   bool deleted = false;     // the move then deleted it at the source
-  // Of a file that a move will delete: what its copy holds.
+  // Of a file that a move will delete: what its copy holds, and what that has told of it.
   std::optional<FileVersion> version = std::nullopt;
+  SavedItems::Item before = {};
 };
 
 // What a tree copy did. It is what every roll-back goes by: nothing but what is named here is taken away again, so that

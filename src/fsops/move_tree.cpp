@@ -121,9 +121,12 @@ bool EmptySource(CopyRecord& record) try {
     if (!item.complete) continue;
     // Of folders and links it was saved before.
     const bool isFile = !item.source.IsDirectory() && !item.source.IsLink();
-    if (!IsAsCopied(item) || (isFile && !record.source.SaveFile(item.source.path))) return false;
+    if (!IsAsCopied(item)) return false;
+    item.saved = isFile && item.before.descriptor;
+    if (isFile && !item.saved && !record.source.SaveFile(item.source.path)) return false;
     if (!DeleteEntry(item.source)) {
-      record.source.Forget(item.source.path);  // it stays, with all that somebody has changed of it
+      item.saved = false;  // it stays, with all that somebody has changed of it
+      record.source.Forget(item.source.path);
       return false;
     }
     item.deleted = true;
@@ -187,6 +190,8 @@ void PutSourceBack(const CopyRecord& move, const CopyRecord& back, const PathSet
     if (keep.contains(item.target)) others.insert(item.source.path);
   for (const CopiedItem& item : back.items)
     if (item.created) others.erase(item.target);
+  for (const CopiedItem& item : move.items)
+    if (item.saved && !others.contains(item.source.path)) SavedItems::PutBackFile(item.source.path, item.before);
   move.source.PutBack(others);
 }
 

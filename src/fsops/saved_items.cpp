@@ -9,6 +9,10 @@
 #include "report/log.h"
 #include "win32/win32.h"
 
+std::size_t SavedItems::DescriptorHash::operator()(const FolderDescriptor& descriptor) const {
+  return std::hash<std::string_view>{}({reinterpret_cast<const char*>(descriptor.data()), descriptor.size()});
+}
+
 SavedItems::Item SavedItems::ItemOf(const win32::BY_HANDLE_FILE_INFORMATION& information,
                                     const FolderDescriptor* descriptor) {
   return {.descriptor = descriptor,
@@ -37,17 +41,12 @@ bool SavedItems::SaveDescriptor(const std::u16string& item) {
   return true;
 }
 
-void SavedItems::Note(const std::u16string& file, const CopiedSource& told) {
-  if (!told.information || told.descriptor.empty()) return;
-  noted_.emplace_back(file, ItemOf(*told.information, &*descriptors_.insert(told.descriptor).first));
+SavedItems::Item SavedItems::Keep(const CopiedSource& told) {
+  if (!told.information || told.descriptor.empty()) return {};
+  return ItemOf(*told.information, &*descriptors_.insert(told.descriptor).first);
 }
 
 bool SavedItems::SaveFile(const std::u16string& file) {
-  if (!noted_.empty() && noted_.back().first == file) {
-    items_.insert(items_.begin(), std::move(noted_.back()));  // the first of them so far, as names mostly come
-    noted_.pop_back();
-    return true;
-  }
   if (!SaveDescriptor(file)) return false;
   const win32::UniqueFile opened = OpenForAttributes(file, LastLink::Itself);
   win32::BY_HANDLE_FILE_INFORMATION information{};
@@ -81,14 +80,16 @@ bool SavedItems::PutBack(const std::u16string& path, const Item& item) {
          attributed;
 }
 
+void SavedItems::PutBackFile(const std::u16string& path, const Item& item) {
+  if (!IsGone(path) && !PutBack(path, item) && !PutBack(path, item)) Log(line::kItselfNotRestored, path);
+}
+
 // The items' descriptors last: a folder below one whose access list was replaced was saved with what it had inherited
 // from that.
 void SavedItems::PutBack(const Paths& except) const {
   const auto isWanted = [&](const std::u16string& path) { return !except.contains(path) && !IsGone(path); };
   for (const auto& [path, item] : items_)
-    if (item.attributes != win32::INVALID_FILE_ATTRIBUTES && isWanted(path) && !PutBack(path, item) &&
-        !PutBack(path, item))
-      Log(line::kItselfNotRestored, path);
+    if (item.attributes != win32::INVALID_FILE_ATTRIBUTES && !except.contains(path)) PutBackFile(path, item);
   for (const auto& [folder, saved] : Backwards(folders_))
     if (isWanted(folder) && !saved.Restore()) Log(line::kItselfNotRestored, folder);
   for (const auto& [path, item] : items_)
