@@ -121,10 +121,15 @@ void NtfsVolume::Enter() {
   }
 }
 
-// What was made is not asked for again when it has been put down: there is more room for what is read.
+// What was made is not asked for again when it has been put down: there is more room for what is read. What could not
+// be put down stays for the next time.
 void NtfsVolume::ForgetFiles(const std::vector<FileId>& files) {
-  for (const FileId file : files)
-    if (const auto node = nodes_.find(file); node != nodes_.end() && !node->second.IsDirectory()) nodes_.erase(node);
+  for (const FileId file : files) {
+    const auto known = nodes_.find(file);
+    if (known == nodes_.end()) continue;
+    const Node& node = known->second;
+    if (!node.IsDirectory() && !node.dirty && !node.descriptor) nodes_.erase(known);
+  }
 }
 
 win32::DWORD NtfsVolume::GetNode(FileId file, Node*& node) {
