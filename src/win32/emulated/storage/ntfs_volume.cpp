@@ -14,7 +14,7 @@ namespace {
 // order: what does not fit as a whole is of no use. Each has its bytes, without what the host's allocation adds.
 constexpr std::size_t kMaximumNodes = 250'000;    // 230 B, with the entry of the one stream
 constexpr std::size_t kMaximumEntries = 250'000;  // 100 B; and twice the largest directory: every call may ask for it
-constexpr std::size_t kMaximumDescriptors = 50'000;  // 300 B
+constexpr std::size_t kMaximumDescriptors = 16'000;  // 300 B
 
 // Below this, and a little for each change that waits, nothing is held back: who makes a change that does not fit is
 // told at once.
