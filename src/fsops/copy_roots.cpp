@@ -51,10 +51,10 @@ std::u16string CopyRoots::TargetOf(const std::u16string& path) const {
   return HasExtendedPrefix(path) ? WithExtendedPrefix(target) : ExtendedPath(target);
 }
 
-bool CopyRoots::ShowProgress(const std::u16string& path, const std::u16string& target) const {
-  std::u16string shownPath = path, shownTarget = target;
+bool CopyRoots::ShowProgress(const TreeEntry& entry, const std::u16string& target) const {
+  std::u16string shownPath = entry.path, shownTarget = target;
   if (!ConvertBoth(NormalPathToVolumePath, sourceWasVolumePath_, shownPath, targetWasVolumePath_, shownTarget))
     return false;
-  output_.Print(FormatText<std::u16string, std::u16string>(u"%ls -> %ls\n", shownPath, shownTarget));
+  output_.Print(FormatText<std::u16string, std::u16string>(u"%ls -> %ls\n", shownPath, shownTarget), entry.size);
   return true;
 }

@@ -4,6 +4,7 @@
 #include <string>
 #include <string_view>
 
+#include "fsops/file_list.h"
 #include "report/console.h"
 
 class CopyRoots {
@@ -23,7 +24,7 @@ class CopyRoots {
 
   // Tells the console that the item was copied, with volume paths where the roots were given so. False: it cannot be
   // told; the log tells.
-  bool ShowProgress(const std::u16string& path, const std::u16string& target) const;
+  bool ShowProgress(const TreeEntry& entry, const std::u16string& target) const;
 
  private:
   bool sourceWasVolumePath_ = false, targetWasVolumePath_ = false;

@@ -300,7 +300,7 @@ Step TreeCopy::CopyEntry(const TreeEntry& entry) {
   }
   if (entry.IsDirectory() && !shares_.FindByPath(WithoutExtendedPrefix(entry.path)).empty())
     sharedFolders_.emplace(WithoutExtendedPrefix(entry.path), WithoutExtendedPrefix(target));
-  return roots_.ShowProgress(entry.path, target) ? Step::Next : Step::Ended;
+  return roots_.ShowProgress(entry, target) ? Step::Next : Step::Ended;
 }
 
 bool TreeCopy::CopyItem(const TreeEntry& entry, const std::u16string& target, const Look& look, CopiedSource& told) {

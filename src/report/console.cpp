@@ -4,6 +4,7 @@
 #include <cstring>
 #include <exception>
 #include <string>
+#include <utility>
 
 #include "win32/system.h"
 #include "win32/file.h"
@@ -78,6 +79,15 @@ std::string WithCarriageReturns(std::string_view bytes) {
   return text;
 }
 
+// Lines that have not been sent off.
+struct HeldLines {
+  std::string bytes;
+  unsigned count = 0;
+  std::uint64_t work = 0;
+} held;
+
+void SendHeldLines(win32::HANDLE output) { WriteAll(output, std::exchange(held, {}).bytes); }
+
 }  // namespace
 
 std::u16string LoadResourceString(StringId text) try {
@@ -108,20 +118,28 @@ bool ConsolePrint(std::u16string_view text) try {
   }
   const std::string bytes = ToOem(text);
   if (bytes.empty()) return false;
-  WriteAll(win32::GetStdHandle(win32::STD_OUTPUT_HANDLE), WithCarriageReturns(bytes));
+  const win32::HANDLE output = win32::GetStdHandle(win32::STD_OUTPUT_HANDLE);
+  SendHeldLines(output);
+  WriteAll(output, WithCarriageReturns(bytes));
   return true;
 } catch (const std::exception&) {
   return false;
 }
 
 ConsoleLines::ConsoleLines() : output_(win32::GetStdHandle(win32::STD_OUTPUT_HANDLE)) {}
+ConsoleLines::~ConsoleLines() { SendHeldLines(output_); }
 
-bool ConsoleLines::Print(std::u16string_view text) const try {
+bool ConsoleLines::Print(std::u16string_view text, std::uint64_t bytes) const try {
   constexpr char16_t kFirstBeyondAscii = 0x80;
+  constexpr unsigned kTogether = 16;
+  constexpr std::uint64_t kMuchWork = 0x100000;
+  if (capture) return ConsolePrint(text);
   const bool isAscii = std::ranges::all_of(text, [](char16_t unit) { return unit < kFirstBeyondAscii; });
-  if (capture || !isAscii) return ConsolePrint(text);
-  WriteAll(output_, WithCarriageReturns(std::string(text.begin(), text.end())));
-  return true;
+  const std::string line = isAscii ? std::string(text.begin(), text.end()) : ToOem(text);
+  held.bytes += WithCarriageReturns(line);
+  held.work += bytes;
+  if (++held.count >= kTogether || held.work >= kMuchWork) SendHeldLines(output_);
+  return text.empty() || !line.empty();
 } catch (const std::exception&) {
   return false;
 }

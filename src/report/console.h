@@ -1,6 +1,7 @@
 // What the program says on the console: texts of the string table and a few fixed ones, in the console's OEM code page.
 #pragma once
 
+#include <cstdint>
 #include <exception>
 #include <string>
 #include <utility>
@@ -24,13 +25,18 @@ std::u16string FormatString(StringId id, const Arguments&... arguments) {
 // False when the text could not be converted; an empty text prints nothing.
 bool ConsolePrint(std::u16string_view text);
 
-// The standard output for one work that prints a line for each of many items: where that goes is asked once, and plain
-// ASCII, which is the same in every OEM code page, is not converted.
+// The standard output for one work that prints a line for each of many items: where that goes is asked once, plain
+// ASCII, which is the same in every OEM code page, is not converted, and the lines of small items go out together: a
+// few of them, or those of a MiB of work, whatever else is printed, and the end of the work send them off.
 class ConsoleLines {
  public:
   ConsoleLines();
-  // As ConsolePrint.
-  bool Print(std::u16string_view text) const;
+  ~ConsoleLines();
+  ConsoleLines(const ConsoleLines&) = delete;
+  ConsoleLines& operator=(const ConsoleLines&) = delete;
+
+  // As ConsolePrint. `bytes`: the work that the line tells of.
+  bool Print(std::u16string_view text, std::uint64_t bytes) const;
 
  private:
   win32::HANDLE output_;

@@ -188,12 +188,13 @@ TEST_F(Moves, ASourceThatIsALinkStays) {
 
 TEST_F(Moves, AFileThatWentInTheMeantimeIsPassedOver) {
   const std::u16string theirs = target + u"\\went";
-  MakeFile(source + u"\\f", "x");
+  const std::string much(0x100000, 'x');  // the line of so much goes out at once
+  MakeFile(source + u"\\f", much);
   MakeFile(source + u"\\went", "x");
   MakeFile(theirs, "theirs", FILE_ATTRIBUTE_READONLY);
   machine->consoleSink = [&](std::string_view) { DeleteFileW((source + u"\\went").c_str()); };
   EXPECT_EQ(Move(), 1);
-  EXPECT_EQ(Contents(target + u"\\f"), "x");
+  EXPECT_EQ(Contents(target + u"\\f"), much);
   EXPECT_EQ(Contents(theirs), "theirs");
   EXPECT_EQ(Attributes(theirs), FILE_ATTRIBUTE_READONLY);
 }
