@@ -226,8 +226,6 @@ win32::DWORD NtfsVolume::Create(FileId directory, std::u16string_view name, bool
                                 isDirectory ? S_IFDIR : S_IFREG));
   if (!inode.get()) return ntfs::LastError();
   node.info.id = file = MK_MREF(inode->mft_no, le16_to_cpu(inode->mrec->sequence_number));
-  // The library would search from the first record each time.
-  volume_->mft_data_pos = static_cast<s64>(inode->mft_no) + 1;
   if (isDirectory)
     if (const win32::DWORD error = inode.CloseIn(folder.get())) return error;
   if (const win32::DWORD error = folder.Close()) return error;
@@ -286,7 +284,6 @@ win32::DWORD NtfsVolume::RemoveName(FileId file, FileId directory, std::u16strin
                          static_cast<u8>(spelling.size())) != 0) {
     return ntfs::LastError();
   }
-  volume_->mft_data_pos = std::min(volume_->mft_data_pos, static_cast<s64>(MREF(file)));
   if (const auto entries = directories_.find(directory); entries != directories_.end())
     Forget(entries->second, spelling);
   return 0;
