@@ -107,7 +107,7 @@ void NtfsVolume::Enter() {
   const bool areTooMany = nodes_.size() > kMaximumNodes;
   if (areTooMany || inodes_.IsFull()) {
     const std::vector<FileId> changed = dirty_;
-    if (const win32::DWORD error = PutDownAll(); error != 0 && lateError_ == 0) lateError_ = error;
+    Lost(PutDownAll());
     ForgetFiles(changed);
     if (areTooMany) nodes_.clear();
   }
@@ -258,7 +258,13 @@ win32::DWORD NtfsVolume::PutDown(Node& node, _ntfs_inode* directory) {
     NInoSetDirty(inode.get());
     node.dirty = false;
   }
-  return directory ? inode.CloseIn(directory) : inode.Close();
+  return Lost(directory ? inode.CloseIn(directory) : inode.Close());
+}
+
+// An error by which something is lost that callers were told is done: no flush succeeds any more.
+win32::DWORD NtfsVolume::Lost(win32::DWORD error) {
+  if (lateError_ == 0) lateError_ = error;
+  return error;
 }
 
 void NtfsVolume::ListDirty(Node& node) {
@@ -311,15 +317,15 @@ win32::DWORD NtfsVolume::PutDownAll() {
       if (result == 0) result = error;
       ListDirty(node);
     }
-    if (const win32::DWORD error = directory.Close(); result == 0) result = error;
+    if (const win32::DWORD error = Lost(directory.Close()); result == 0) result = error;
   }
-  if (const win32::DWORD error = inodes_.CloseAll(); result == 0) result = error;
+  if (const win32::DWORD error = Lost(inodes_.CloseAll()); result == 0) result = error;
   return result;
 }
 
 win32::DWORD NtfsVolume::Flush() {
-  win32::DWORD result = std::exchange(lateError_, 0);
-  if (const win32::DWORD error = PutDownAll(); result == 0) result = error;
+  win32::DWORD result = PutDownAll();
+  if (lateError_ != 0) result = lateError_;
   if (!state_.written) return result;
   // A journal that Windows left would be replayed over what was written since.
   if (!NVolLogFileEmpty(volume_) && ntfs_logfile_reset(volume_) != 0 && result == 0) result = ntfs::LastError();

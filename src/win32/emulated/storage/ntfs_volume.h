@@ -161,6 +161,7 @@ class NtfsVolume final : public Volume {
   static void ReadAttribute(Node& node, _ntfs_inode* inode, const void* record);
   win32::DWORD PutDown(Node& node, _ntfs_inode* directory);
   win32::DWORD PutDownAll();
+  win32::DWORD Lost(win32::DWORD error);
   bool IsNearlyFull(std::uint64_t wanted) const;
   win32::DWORD MakeRoomFor(std::uint64_t wanted);
   win32::DWORD Settle(Node& node);
@@ -216,7 +217,7 @@ class NtfsVolume final : public Volume {
   std::unordered_map<std::uint32_t, Descriptor> descriptors_;
   std::unordered_map<Descriptor, std::uint32_t, BytesHash, SameBytes> descriptorIds_;  // of the same descriptors
   ntfs::SecureFile secure_{volume_};
-  win32::DWORD lateError_ = 0;  // of something put down when nobody could be told
+  win32::DWORD lateError_ = 0;  // of something that was lost behind a call that had succeeded
 };
 
 // The length of a self-relative security descriptor without what may follow it; 0 when it is not one that NTFS stores
