@@ -16,6 +16,7 @@ packages=(
   nlohmann-json3-dev python3-jsonschema  # the report program's JSON, and its schema's check
   libgtest-dev googletest          # tests; the sources for the Windows build of the contract tests
   fdisk wimtools sleuthkit psmisc libhivex-bin  # independent readers and writers
+  fakeroot                         # ntfssecaudit looks for root only
   g++-mingw-w64-x86-64 wine wine64 # QBC.exe and its trial
   ansible-core ansible-lint        # tests/ansible
   valgrind                         # bench/run --instructions

@@ -1,8 +1,6 @@
 #include "fsops/copy_tree.h"
 
-#include <algorithm>
 #include <exception>
-#include <functional>
 #include <map>
 #include <set>
 #include <utility>
@@ -12,6 +10,7 @@
 #include "fsops/copy_watch.h"
 #include "fsops/delete_tree.h"
 #include "fsops/security.h"
+#include "fsops/target_names.h"
 #include "links/junction.h"
 #include "links/mounted_folder.h"
 #include "links/presence.h"
@@ -20,7 +19,6 @@
 #include "report/log.h"
 #include "report/progress.h"
 #include "report/stop_request.h"
-#include "text/ascii_case.h"
 #include "text/path_text.h"
 #include "win32/win32.h"
 
@@ -88,7 +86,6 @@ class TreeCopy {
   bool MayReplace(const TreeEntry& link, const std::u16string& newLink, const Look& look) const;
   bool IsTaken(const TreeEntry& entry, const std::u16string& target, const Look& look) const;
   bool IsForAnother(const TreeEntry& entry, const std::u16string& target, const Look& look);
-  bool IsOther(const std::u16string& target) const;
   bool CopyItem(const TreeEntry& entry, const std::u16string& target, const Look& look, CopiedSource& told);
   bool CopyWithoutBackup(const TreeEntry& entry, const std::u16string& target, const Look& look);
   CopyWatch WatchOf(const Look& target) { return {&*progress_, !bringsBack_ && target.IsGone()}; }
@@ -114,11 +111,10 @@ class TreeCopy {
   std::optional<Progress> progress_;
   bool copyFileDenied_ = false;  // the last CopyFileWatched
   ShareList shares_;
-  std::set<std::u16string> targets_;                 // of this run's items, lower case, also as the disk has them
-  std::set<std::u16string> madeFolders_;             // source paths of the folders whose copies this run made
-  std::set<std::u16string> takenFolders_;            // and of those that could not come, with all below
-  std::set<std::u16string> mergedFolders_;           // of those whose copies stood there; all below is saved
-  std::map<std::u16string, std::size_t> linkItems_;  // path of a link to its place among the items
+  TargetNames names_;
+  std::set<std::u16string> takenFolders_;                   // source paths of those that could not come, with all below
+  std::set<std::u16string> mergedFolders_;                  // of those whose copies stood there; all below is saved
+  std::map<std::u16string, std::size_t> linkItems_;         // path of a link to its place among the items
   std::map<std::u16string, std::u16string> sharedFolders_;  // entry to target
   // An item of each folder that received something, with its target: its parents' times are brought in line at the end,
   // once for each folder instead of once for each item.
@@ -151,12 +147,11 @@ bool TreeCopy::SystemFoldersPermit(const TreeListing& listing) const {
 bool TreeCopy::MayStandOn(const TreeEntry& entry, const std::u16string& target, const Look& look) const {
   if (!look.IsThere()) return look.IsGone();
   if (look.IsDirectory() != entry.IsDirectory() || IsTaken(entry, target, look)) return false;
-  const std::optional<bool> isLink = look.IsReparsePoint() ? IsLinkAt(target) : false;
-  if (!isLink) return false;
-  const bool targetIsLink = *isLink;
+  const std::optional<bool> targetIsLink = look.IsReparsePoint() ? IsLinkAt(target) : false;
+  if (!targetIsLink) return false;
   if (look.IsReparsePoint() && !bringsBack_ && IsVolumeMountPoint(target.c_str())) return false;
-  if (entry.IsLink()) return targetIsLink ? LinkTagAt(target) == entry.reparseTag : IsEmptyFolder(target);
-  return !targetIsLink && (entry.IsDirectory() || !HasOtherNames(target));
+  if (entry.IsLink()) return *targetIsLink ? LinkTagAt(target) == entry.reparseTag : IsEmptyFolder(target);
+  return !*targetIsLink && (entry.IsDirectory() || !HasOtherNames(target));
 }
 
 // A symbolic link takes the place of another link only.
@@ -184,21 +179,9 @@ bool TreeCopy::MayMerge(const TreeListing& listing) const {
   return true;
 }
 
-// Is what stands at the target another item than the one of this name? Two items of the source can be one name at the
-// target (letter case there, a short name that the target's volume has just made): the second would overwrite the
-// first, and both would then be deleted at the source.
 bool TreeCopy::IsTaken(const TreeEntry& entry, const std::u16string& target, const Look& look) const {
-  if (flags_.continueOnError || !look.IsThere()) return false;
-  if (!madeFolders_.contains(ParentPath(entry.path)) && !IsOther(target)) return false;
+  if (flags_.continueOnError || !look.IsThere() || !names_.IsTaken(entry, target)) return false;
   return !LogFailure(line::kNameTaken, entry.path, target);
-}
-
-bool TreeCopy::IsOther(const std::u16string& target) const {
-  win32::WIN32_FIND_DATAW found{};
-  const win32::UniqueFind find{win32::FindFirstFileW(target.c_str(), &found)};
-  if (!find || targets_.contains(LowerAscii(JoinPath(ParentPath(target), found.cFileName)))) return true;
-  const std::u16string name = LastComponent(target);
-  return !MayBeOneName(found.cFileName, name) && MayBeOneName(found.cAlternateFileName, name);
 }
 
 // In a tree that is brought back: what stands there has come since, and has this name, or that of a folder above, as
@@ -211,10 +194,7 @@ bool TreeCopy::IsForAnother(const TreeEntry& entry, const std::u16string& target
 }
 
 CopiedItem& TreeCopy::AddItem(CopiedItem item) {
-  // In a folder that this run made, whatever stands at a target is another item.
-  if (!madeFolders_.contains(ParentPath(item.source.path))) targets_.insert(LowerAscii(item.target));
-  if (!item.created) targets_.insert(LowerAscii(AsStored(item.target)));
-  if (item.created && item.source.IsDirectory()) madeFolders_.insert(item.source.path);
+  names_.Add(item.source, item.target, item.created);
   if (item.source.IsLink()) linkItems_[item.source.path] = record_.items.size();
   return record_.items.emplace_back(std::move(item));
 }
@@ -489,7 +469,7 @@ int TreeCopy::Run(const std::u16string& sourceRoot, const std::u16string& target
   shares_ = ShareList::Read();
   if (!SaveRoots() || !CarryRoot()) return 0;
   record_.items.reserve(listing.entries.size());
-  if (flags_.carryRoot) madeFolders_.insert(std::u16string(WithoutExtendedPrefix(record_.sourceRoot)));
+  if (flags_.carryRoot) names_.AddMadeFolder(WithoutExtendedPrefix(record_.sourceRoot));
   progress_.emplace(bringsBack_ ? ProgressOf::TakingBack : ProgressOf::Copying,
                     ProgressCounts{listing.entries.size(), listing.TotalSize()});
   for (TreeEntry& entry : listing.entries) {

@@ -286,10 +286,11 @@ class SurveyOfWhatIsLeft : public SurveyOfWhatIs, public testing::WithParamInter
     const auto& [name, words, before, source, target, files] = GetParam();
     const bool onVolume = target == kVolume;
     if (IsFull(source + u".mount") || IsFull(source + u".temp")) return false;
+    const Pairs records = AllRecords(files.size() == 1 ? u"FileJunctions" : u"Junctions");
+    const auto isHalf = [](const auto& record) { return record.second == u"(none)"; };
     if (source == kAnna)
       return ImagePath() == (onVolume ? source : target) && Holds(ImagePath()) && onVolume != IsPlain(source) &&
-             !IsFull(source) && !Exists(source + u".mount");
-    const Pairs records = AllRecords(files.size() == 1 ? u"FileJunctions" : u"Junctions");
+             !IsFull(source) && !Exists(source + u".mount") && std::ranges::none_of(records, isHalf);
     return std::ranges::count(records, std::pair(source, target)) && !IsPlain(source) && Holds(source) &&
            Holds(onVolume ? target.substr(0, target.size() - 1) : target);
   }
