@@ -1,9 +1,9 @@
 // A registry hive: the tree in memory, and the regf file format that it is read from and written to.
 //
 // A file is checked whole when it is read; its keys are made when they are asked for. It is written whole as a fresh,
-// compact file; nothing is edited in place. What is kept of a key that is not understood here: flags, access bits, class
-// name, time stamp, security descriptor, types and bytes of values; and of the file: its base block (GUIDs, version,
-// file name) but for the fields that count or check.
+// compact file; nothing is edited in place. What is kept of a key that is not understood here: flags, access bits,
+// class name, time stamp, security descriptor, types and bytes of values; and of the file: its base block (GUIDs,
+// version, file name) but for the fields that count or check.
 #pragma once
 
 #include <cstdint>
