@@ -114,6 +114,9 @@ bool IsAsCopied(const CopiedItem& item) {
 
 // Deletes just what was copied: an item that came in the meantime, or was passed over, is in no other place.
 bool EmptySource(CopyRecord& record) try {
+  // What lies behind a link that a folder has become is not of this tree: its files would go before the folder.
+  for (const CopiedItem& item : record.items)
+    if (item.complete && item.source.IsDirectory() && !IsAsCopied(item)) return false;
   Progress progress(ProgressOf::Deleting, {record.items.size(), 0});
   for (CopiedItem& item : Backwards(record.items)) {
     if (IsStopRequested()) return false;

@@ -213,16 +213,16 @@ TEST_F(Moves, WhatIsNotWhatWasCopiedStays) {
     MakeFolder(sub);
     EXPECT_EQ(CreateJunction(sub.c_str(), theirs.c_str()), 1);
   };
-  const std::pair<std::string_view, std::function<void()>> cases[] = {
-      {"\\a ->", [&] { MakeFile(source + u"\\new", "new"); }},
-      {"\\f ->", [&] { MakeFile(a, "NEW"); }},
-      {"\\f ->", [&] { DeleteFileW(a.c_str()), MakeFile(a, "new"); }},
-      {"\\f ->", becomeLinks},
-      {"\\a ->", becomeLinks},
-      {"\\f ->", becomeJunction},
-      {"\\sub ->", becomeJunction},
-      {"\\a ->", becomeJunction},
-      {"\\f ->",
+  const std::pair<std::u16string, std::function<void()>> cases[] = {
+      {u"\\a", [&] { MakeFile(source + u"\\new", "new"); }},
+      {u"\\sub\\f", [&] { MakeFile(a, "NEW"); }},
+      {u"\\sub\\f", [&] { DeleteFileW(a.c_str()), MakeFile(a, "new"); }},
+      {u"\\sub\\f", becomeLinks},
+      {u"\\a", becomeLinks},
+      {u"\\sub\\f", becomeJunction},
+      {u"\\sub", becomeJunction},
+      {u"\\a", becomeJunction},
+      {u"\\sub\\f",
        [&] { SetSecurity(a, u"O:BAG:SYD:P(A;;FA;;;SY)"), held = HoldOpen(a, GENERIC_READ, FILE_SHARE_READ); }}};
   for (std::size_t number = 0; number < 2 * std::size(cases); ++number) {
     const auto& [behind, change] = cases[number / 2];  // the copy of this item
@@ -231,15 +231,23 @@ TEST_F(Moves, WhatIsNotWhatWasCopiedStays) {
     for (const std::u16string& folder : {theirs, sub}) MakeFolder(folder);
     for (const auto& [path, text] : {std::pair{theirs + u"\\f", "theirs"}, {a, "old"}, {f, "ours"}})
       MakeFile(path, text);
-    const auto now = [&] { return std::tuple(Holdings(source), Holdings(theirs), Describe(a), Security(a)); };
-    std::optional<decltype(now())> changed;
-    machine->consoleSink = [&, &behind = behind, &change = change](std::string_view text) {
-      if (changed || text.find(behind) == text.npos) return;
-      machine->Advance(1000);
-      change();
-      changed = now();
+    const auto now = [&] {
+      return std::tuple(Holdings(source), Holdings(theirs), FactsOf(theirs + u"\\f")->index, Describe(a), Security(a));
     };
+    std::optional<decltype(now())> changed;
+    bool isLooking = false;
+    machine->gate.Observe([&, &behind = behind, &change = change](std::string_view name, std::uint64_t) {
+      if (changed || isLooking || name != "GetFileAttributesW") return;
+      isLooking = true;
+      if (Exists(target + behind)) {
+        machine->Advance(1000);
+        change();
+        changed = now();
+      }
+      isLooking = false;
+    });
     EXPECT_EQ(Move(/*backup=*/number % 2 == 0), 0);
+    machine->gate.Observe({});
     held.reset();
     EXPECT_TRUE(changed && now() == *changed && Names(target).empty());
     EXPECT_NE(record.outcome, MoveOutcome::Split);

@@ -57,6 +57,12 @@ TEST_F(Report, WritesTheOemCodePage) {
   EXPECT_TRUE(ConsoleFormat(u"%d. %ls", 7, u"\u00fc"));
   EXPECT_EQ(machine->console, "\x81\x82\r\n?7. \x81");
   machine->console.clear();
+  const ConsoleLines lines;
+  EXPECT_TRUE(lines.Print(u"1\n", 1) && lines.Print(u"\u00fc\n", 1));
+  EXPECT_EQ(machine->console, "");
+  EXPECT_TRUE(ConsolePrint(u"between\n") && lines.Print(u"2\n", 1 << 20));
+  EXPECT_EQ(machine->console, "1\r\n\x81\r\nbetween\r\n2\r\n");
+  machine->console.clear();
   EXPECT_TRUE(ConsolePrint(std::u16string(20'000, u'x') + u"end"));
   EXPECT_EQ(machine->console, std::string(20'000, 'x') + "end") << "more than a console takes at once";
   machine->console.clear();
