@@ -23,9 +23,7 @@ constexpr win32::DWORD kReadAll = win32::GENERIC_READ | win32::ACCESS_SYSTEM_SEC
 constexpr win32::DWORD kWriteAll =
     win32::GENERIC_ALL | win32::ACCESS_SYSTEM_SECURITY | win32::WRITE_DAC | win32::WRITE_OWNER;
 
-std::unique_ptr<win32::BYTE[]> CopyBuffer(win32::DWORD size) {
-  return std::make_unique_for_overwrite<win32::BYTE[]>(size);
-}
+std::unique_ptr<win32::BYTE[]> CopyBuffer() { return std::make_unique_for_overwrite<win32::BYTE[]>(kBufferSize); }
 
 win32::DWORD OpenFlags(bool isReparsePoint) {
   return isReparsePoint ? kOpenLinkFlags : win32::FILE_FLAG_BACKUP_SEMANTICS;
@@ -105,7 +103,7 @@ constexpr char16_t kReadFailed[] = u"#ERROR: BackupCopy: BackupRead() failed for
 bool CopyChunks(const AccessTimeKeepingFile& source, const AccessTimeKeepingFile& target, win32::DWORD chunk,
                 const std::u16string& sourcePath, const std::u16string& targetPath, const BackupCopyOptions& options) {
   FirstDescriptor descriptor;
-  const std::unique_ptr<win32::BYTE[]> buffer = CopyBuffer(chunk);
+  const std::unique_ptr<win32::BYTE[]> buffer = CopyBuffer();
   BackupWriter writer(target);
   BackupReader reader(source);  // its end comes first
   win32::DWORD read = chunk;
@@ -273,7 +271,7 @@ class StreamCopy {
     return true;
   }
 
-  std::unique_ptr<win32::BYTE[]> buffer_ = CopyBuffer(kBufferSize);
+  std::unique_ptr<win32::BYTE[]> buffer_ = CopyBuffer();
   BackupWriter writer_;
   BackupReader reader_;  // its end comes first
   const bool withReparseData_;
